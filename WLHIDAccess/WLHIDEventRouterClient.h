@@ -1,0 +1,76 @@
+// One client object receives the input of one HID device, by way of the HID event router.
+//
+//   auto client = WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(id, 0, {}, {});
+//   client->setDelegate(delegate);   // held weakly
+//   client->setStarted(true);        // statuses, errors and input come to the delegate
+//   client->setStarted(false);       // stop request, then the connection is closed
+//
+// Threading: any thread. setStarted runs on the caller's thread and calls the delegate there; everything that comes from
+//   the router arrives on the connection's queue. No lock is held while the delegate or an observer runs.
+// Ownership: the application owns the client. The client holds its delegate weakly. A pending start request keeps the
+//   client alive until it is answered. Releasing the last reference closes the connection.
+// Errors: the router's errors go to hidEventRouterClient_handleError, unchanged; everything else is logged through KQLogger.
+// Order: see WLHIDEventRouterClientDelegate.h. Changes of "started", "eventRouterStatus" and "clientStatus" are announced by
+//   key-value observing, will-change before and did-change after everything that the change sets off.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
+#include "platform/foundation/KeyValueObserving.h"
+#include "platform/foundation/NSArray.h"
+#include "platform/foundation/NSDictionary.h"
+#include "platform/foundation/NSError.h"
+#include "platform/foundation/NSString.h"
+#include "platform/foundation/NSNotificationCenter.h"
+#include "platform/kit/KQLogger.h"
+#include "platform/xpc/NSXPCConnection.h"
+#include "router-client/WLHIDEventRouterProtocols.h"
+
+/// Posted on the default notification center, object null, after each successful install or uninstall.
+inline constexpr std::string_view WLHIDEventRouterClientInstallationStatusChanged =
+    "WLHIDEventRouterClientInstallationStatusChanged";
+
+class WLHIDEventRouterClient final : public platform::NSObject,
+                                     public platform::KeyValueObservable,
+                                     public platform::KQLogTagging,
+                                     public WLHIDEventRouterClientProtocol,
+                                     public std::enable_shared_from_this<WLHIDEventRouterClient> {
+ public:
+  using CompletionHandler = std::function<void(bool success, const std::shared_ptr<platform::NSError>& error)>;
+
+  /// Whether the router is installed in the version of the application's own copy. Asked afresh on every call.
+  static bool isInstalled();
+  /// Installs the router behind an authorization question with `prompt` (null: the system's own text). Synchronous: the
+  /// handler (may be empty) is called before this returns, then, on success, the notification is posted.
+  static void installWithPrompt_completionHandler(const std::shared_ptr<platform::NSString>& prompt,
+                                                  const CompletionHandler& handler);
+  static void uninstallWithPrompt_completionHandler(const std::shared_ptr<platform::NSString>& prompt,
+                                                    const CompletionHandler& handler);
+
+  /// Opens no connection and starts nothing. Any ID and null dictionaries are accepted. The dictionaries are shared, not
+  /// copied, and reach the router as they are.
+  static std::shared_ptr<WLHIDEventRouterClient> initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
+      std::uint64_t registryEntryID, std::uint64_t deviceMode,
+      const std::shared_ptr<platform::NSDictionary>& tagDictionary,
+      const std::shared_ptr<platform::NSDictionary>& typeDictionary);
+  ~WLHIDEventRouterClient() override;
+
+  [[nodiscard]] std::uint64_t registryEntryID() const;
+  [[nodiscard]] std::uint64_t hidDeviceMode() const;
+  [[nodiscard]] WLHIDEventRouterStatus eventRouterStatus() const;
+  [[nodiscard]] WLHIDEventRouterClientStatus clientStatus() const;
+  void setClientStatus(WLHIDEventRouterClientStatus newClientStatus);
+  [[nodiscard]] bool started() const;
+  void setStarted(bool newStarted);
+
+  /// Null once the delegate is gone.
+  [[nodiscard]] std::shared_ptr<WLHIDEventRouterClientDelegate> delegate() const;
+  /// Stores a weak reference, and which methods `D` implements. `D` must be the object's own class (or one that answers
+  /// respondsToSelector itself).
+  template <class D>
+  void setDelegate(const std::shared_ptr<D>& delegate);
+  void setDelegate(std::nullptr_t);
+};

@@ -1,0 +1,78 @@
+# How targets are made in this project, so that a folder's CMakeLists.txt only lists sources and dependencies.
+#
+#   wlhid_library(NAME SOURCES … [DEPENDS …])            static library wlhid::NAME
+#   wlhid_executable(NAME SOURCES … [DEPENDS …])         program
+#   wlhid_test(NAME SOURCES … [DEPENDS …] [LABELS …] [TIMEOUT S] [SERIAL])
+#                                                        GoogleTest program; one CTest entry a program
+#   wlhid_fuzz_target(NAME SOURCE … [DEPENDS …])         fuzz/NAME.cpp; replays fuzz/corpus/NAME/ as a test
+#   wlhid_bench(NAME SOURCES … [DEPENDS …])              benchmark program
+#
+# One library a folder; what a folder may use is what it lists under DEPENDS (a test checks the #includes).
+
+add_library(wlhid_flags INTERFACE)
+target_compile_features(wlhid_flags INTERFACE cxx_std_20)
+target_include_directories(wlhid_flags INTERFACE "${CMAKE_SOURCE_DIR}")
+target_compile_options(wlhid_flags INTERFACE -Wall -Wextra -Wpedantic $<$<BOOL:${WLHID_WERROR}>:-Werror>)
+target_compile_definitions(wlhid_flags INTERFACE _GNU_SOURCE)
+find_package(Threads REQUIRED)
+target_link_libraries(wlhid_flags INTERFACE Threads::Threads)
+if(WLHID_SANITIZE)
+  target_compile_options(wlhid_flags INTERFACE -fsanitize=${WLHID_SANITIZE} -fno-omit-frame-pointer
+                         -fno-sanitize-recover=all)
+  target_link_options(wlhid_flags INTERFACE -fsanitize=${WLHID_SANITIZE})
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND WLHID_SANITIZE MATCHES "thread")
+    # GCC warns that TSan does not model fences; the code uses none, the standard library's shared_ptr may.
+    target_compile_options(wlhid_flags INTERFACE -Wno-tsan)
+  endif()
+endif()
+if(WLHID_COVERAGE)
+  target_compile_options(wlhid_flags INTERFACE --coverage -O0)
+  target_link_options(wlhid_flags INTERFACE --coverage)
+endif()
+if(WLHID_FUZZ)
+  target_compile_options(wlhid_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
+function(wlhid_library name)
+  cmake_parse_arguments(A "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_library(wlhid_${name} STATIC ${A_SOURCES})
+  add_library(wlhid::${name} ALIAS wlhid_${name})
+  target_link_libraries(wlhid_${name} PUBLIC wlhid_flags ${A_DEPENDS})
+endfunction()
+
+function(wlhid_executable name)
+  cmake_parse_arguments(A "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${name} ${A_SOURCES})
+  target_link_libraries(${name} PRIVATE wlhid_flags ${A_DEPENDS})
+endfunction()
+
+function(wlhid_test name)
+  cmake_parse_arguments(A "SERIAL" "TIMEOUT" "SOURCES;DEPENDS;LABELS" ${ARGN})
+  add_executable(${name} ${A_SOURCES})
+  target_link_libraries(${name} PRIVATE wlhid_flags ${A_DEPENDS} GTest::gmock GTest::gtest_main)
+  if(NOT A_TIMEOUT)
+    set(A_TIMEOUT 300)
+  endif()
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${A_TIMEOUT} LABELS "${A_LABELS}" RUN_SERIAL "${A_SERIAL}"
+    ENVIRONMENT "WLHID_SOURCE_DIR=${CMAKE_SOURCE_DIR};WLHID_BINARY_DIR=${CMAKE_BINARY_DIR}")
+endfunction()
+
+function(wlhid_fuzz_target name)
+  cmake_parse_arguments(A "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(fuzz_${name} ${A_SOURCES})
+  target_link_libraries(fuzz_${name} PRIVATE wlhid_flags ${A_DEPENDS})
+  if(WLHID_FUZZ)
+    target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+  else()
+    target_sources(fuzz_${name} PRIVATE "${CMAKE_SOURCE_DIR}/fuzz/replay_main.cpp")
+    add_test(NAME fuzz_${name}_replay COMMAND fuzz_${name} "${CMAKE_SOURCE_DIR}/fuzz/corpus/${name}")
+    set_tests_properties(fuzz_${name}_replay PROPERTIES TIMEOUT 120 LABELS fuzz)
+  endif()
+endfunction()
+
+function(wlhid_bench name)
+  cmake_parse_arguments(A "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${name} ${A_SOURCES})
+  target_link_libraries(${name} PRIVATE wlhid_flags ${A_DEPENDS})
+endfunction()

@@ -1,0 +1,33 @@
+// What the foundation asks of the machine, as one small interface, so that a scripted platform can stand in for it.
+//
+// Threading: a provider is called from any thread. Ownership: see ProviderSlot.h. Errors: as the public functions say.
+// Order: none.
+#pragma once
+
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSNotificationCenter.h"
+#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/foundation/NSString.h"
+#include "platform/foundation/ProviderSlot.h"
+
+namespace platform {
+
+class FoundationProvider {
+ public:
+  virtual ~FoundationProvider() = default;
+  virtual std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path) = 0;
+  virtual std::shared_ptr<NSString> mainBundlePath() = 0;
+  virtual std::shared_ptr<NSObject> propertyListWithData(const std::shared_ptr<NSData>& data,
+                                                         NSPropertyListFormat* returnFormat,
+                                                         std::shared_ptr<NSError>* returnError) = 0;
+  virtual std::shared_ptr<NSNotificationCenter> defaultCenter() = 0;
+  virtual void log(std::string_view text) = 0;
+};
+
+/// The process's foundation; never destroyed.
+ProviderSlot<FoundationProvider>& foundationProvider();
+
+/// The provider that asks the machine itself.
+std::shared_ptr<FoundationProvider> machineFoundationProvider();
+
+}  // namespace platform

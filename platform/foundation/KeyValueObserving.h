@@ -1,0 +1,61 @@
+// Key-value observing: being told before and after a named value of an object changes.
+//
+// Threading: any thread. Observers run synchronously on the thread that makes the change; no lock is held then, so an
+//   observer may register, end its own observation, or change the object again.
+// Ownership: an observation lasts as long as its token. The object does not keep its observers' captures beyond that, and
+//   the token does not keep the object. After the token's destructor has returned no call of that observer begins; one that
+//   had begun on another thread may still be running.
+// Errors: none.
+// Order: observers of one key are called in order of registration, will-change and did-change alike.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+struct KeyValueChange {
+  std::string_view key;
+  bool prior = false;  ///< true for will-change, false for did-change
+};
+
+class KeyValueObservation {
+ public:
+  KeyValueObservation() = default;
+  KeyValueObservation(KeyValueObservation&&) noexcept = default;
+  KeyValueObservation& operator=(KeyValueObservation&& other) noexcept;
+  KeyValueObservation(const KeyValueObservation&) = delete;
+  KeyValueObservation& operator=(const KeyValueObservation&) = delete;
+  ~KeyValueObservation() { end(); }
+
+  void end();
+
+ private:
+  friend class KeyValueObservable;
+  struct Registration;
+  std::shared_ptr<Registration> registration_;
+};
+
+/// Base of a class whose values can be observed.
+class KeyValueObservable {
+ public:
+  using Observer = std::function<void(const KeyValueChange&)>;
+
+  [[nodiscard]] KeyValueObservation addObserver_forKey(std::string_view key, Observer observer);
+
+ protected:
+  KeyValueObservable();
+  ~KeyValueObservable();
+
+  void willChangeValueForKey(std::string_view key);
+  void didChangeValueForKey(std::string_view key);
+
+ private:
+  struct Observers;
+  void notify(const KeyValueChange& change);
+  const std::shared_ptr<Observers> observers_;
+};
+
+}  // namespace platform

@@ -1,0 +1,66 @@
+// Ordered collections.
+//
+// Threading: NSArray is immutable. NSMutableArray is not synchronised: one thread at a time, unless nobody mutates it.
+// Ownership: an array holds its members strongly. A subclass may hold its members inside its own allocation and hand out
+//   pointers that alias the array (the connection layer's element value arrays do).
+// Errors: NSRangeException for an index out of range; NSGenericException when a mutable array changes while it is walked.
+// Order: enumeration goes from index 0 upward.
+#pragma once
+
+#include <functional>
+#include <stdexcept>
+#include <vector>
+
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSObject.h"
+
+namespace platform {
+
+/// Raised when a collection is changed while it is being walked.
+class NSGenericException : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+class NSArray : public NSObject {
+ public:
+  static const NSClass& classObject();
+  /// Null members are not allowed (std::invalid_argument).
+  static std::shared_ptr<NSArray> arrayWithObjects(std::vector<std::shared_ptr<NSObject>> objects);
+
+  [[nodiscard]] virtual std::size_t count() const = 0;
+  /// Throws NSRangeException.
+  [[nodiscard]] virtual std::shared_ptr<NSObject> objectAtIndex(std::size_t index) const = 0;
+
+  /// Calls `body` for each member in order. Throws NSGenericException after a call during which the array changed.
+  void enumerateObjects(const std::function<void(const std::shared_ptr<NSObject>&)>& body) const;
+
+  [[nodiscard]] const NSClass& isa() const override { return classObject(); }
+  using NSObject::isEqual;
+  /// Same count and equal members at each index.
+  [[nodiscard]] bool isEqual(const NSObject* other) const override;
+  [[nodiscard]] std::size_t hash() const override;
+  /// "(\n    1,\n    abc\n)"
+  [[nodiscard]] std::string description() const override;
+  [[nodiscard]] std::string descriptionWithIndent(std::size_t indent) const override;
+
+ protected:
+  /// Counts changes; always 0 for an immutable array.
+  [[nodiscard]] virtual std::size_t mutations() const { return 0; }
+};
+
+class NSMutableArray : public NSArray {
+ public:
+  static const NSClass& classObject();
+  static std::shared_ptr<NSMutableArray> array();
+  static std::shared_ptr<NSMutableArray> arrayWithObjects(std::vector<std::shared_ptr<NSObject>> objects);
+
+  /// Throws std::invalid_argument for null.
+  virtual void addObject(const std::shared_ptr<NSObject>& object) = 0;
+  /// Throws NSRangeException.
+  virtual void removeObjectAtIndex(std::size_t index) = 0;
+
+  [[nodiscard]] const NSClass& isa() const override { return classObject(); }
+};
+
+}  // namespace platform

@@ -1,0 +1,49 @@
+// Errors as objects: a domain, a code and what else is known.
+//
+// Threading, Ownership, Order: as in NSObject.h.
+// Errors: none; this is one.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/foundation/NSDictionary.h"
+#include "platform/foundation/NSObject.h"
+#include "platform/foundation/NSString.h"
+
+namespace platform {
+
+inline constexpr std::string_view NSCocoaErrorDomain = "NSCocoaErrorDomain";
+inline constexpr std::string_view NSOSStatusErrorDomain = "NSOSStatusErrorDomain";
+inline constexpr std::string_view NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
+inline constexpr std::string_view NSLocalizedDescriptionKey = "NSLocalizedDescription";
+
+class NSError final : public NSObject {
+ public:
+  static const NSClass& classObject();
+  /// `userInfo` may be null.
+  static std::shared_ptr<NSError> errorWithDomain_code_userInfo(const std::shared_ptr<NSString>& domain, std::int64_t code,
+                                                               const std::shared_ptr<NSDictionary>& userInfo);
+
+  [[nodiscard]] const std::shared_ptr<NSString>& domain() const { return domain_; }
+  [[nodiscard]] std::int64_t code() const { return code_; }
+  /// Null where the error was made without.
+  [[nodiscard]] const std::shared_ptr<NSDictionary>& userInfo() const { return userInfo_; }
+
+  [[nodiscard]] const NSClass& isa() const override { return classObject(); }
+  using NSObject::isEqual;
+  [[nodiscard]] bool isEqual(const NSObject* other) const override;
+  [[nodiscard]] std::size_t hash() const override;
+  /// `Error Domain=D Code=-1 "(null)"`, with the localized description in the quotes where there is one, and
+  /// ` UserInfo={key=value, key=value}` behind where the user info has entries.
+  [[nodiscard]] std::string description() const override;
+
+  NSError(std::shared_ptr<NSString> domain, std::int64_t code, std::shared_ptr<NSDictionary> userInfo)
+      : domain_(std::move(domain)), code_(code), userInfo_(std::move(userInfo)) {}
+
+ private:
+  const std::shared_ptr<NSString> domain_;
+  const std::int64_t code_;
+  const std::shared_ptr<NSDictionary> userInfo_;
+};
+
+}  // namespace platform

@@ -1,0 +1,45 @@
+// Immutable numbers.
+//
+// Threading, Ownership, Errors, Order: as in NSObject.h.
+#pragma once
+
+#include <cstdint>
+#include <variant>
+
+#include "platform/foundation/NSObject.h"
+
+namespace platform {
+
+/// A boolean, a signed or unsigned 64-bit integer or a double. Equality is by numeric value across all four kinds
+/// (exact: 2^63 is not equal to the double nearest to 2^63 + 1 unless they are the same number).
+class NSNumber final : public NSObject {
+ public:
+  using Value = std::variant<bool, std::int64_t, std::uint64_t, double>;
+
+  static const NSClass& classObject();
+  static std::shared_ptr<NSNumber> numberWithBool(bool value);
+  static std::shared_ptr<NSNumber> numberWithLongLong(std::int64_t value);
+  static std::shared_ptr<NSNumber> numberWithUnsignedLongLong(std::uint64_t value);
+  static std::shared_ptr<NSNumber> numberWithDouble(double value);
+
+  [[nodiscard]] const Value& value() const { return value_; }
+  [[nodiscard]] bool boolValue() const;
+  /// Two's complement wrap for integers out of range; doubles saturate.
+  [[nodiscard]] std::int64_t longLongValue() const;
+  [[nodiscard]] std::uint64_t unsignedLongLongValue() const;
+  [[nodiscard]] double doubleValue() const;
+
+  [[nodiscard]] const NSClass& isa() const override { return classObject(); }
+  using NSObject::isEqual;
+  [[nodiscard]] bool isEqual(const NSObject* other) const override;
+  [[nodiscard]] std::size_t hash() const override;
+  /// Booleans print as 1 and 0; doubles as the shortest text that reads back the same ("%.17g" at most).
+  [[nodiscard]] std::string description() const override;
+
+  explicit NSNumber(Value value) : value_(value) {}
+
+ private:
+  const Value value_;
+};
+
+}  // namespace platform

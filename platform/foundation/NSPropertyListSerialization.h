@@ -1,0 +1,30 @@
+// Property lists, XML and binary, to and from objects.
+//
+// Threading: any thread.
+// Ownership: results belong to the caller.
+// Errors: bytes that are no property list, or one that is nested deeper than 512 levels or larger than 64 MiB, give null
+//   and, where asked for, an error in NSCocoaErrorDomain (3840).
+// Order: none.
+#pragma once
+
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSError.h"
+
+namespace platform {
+
+enum class NSPropertyListFormat { XML, Binary };
+
+class NSPropertyListSerialization {
+ public:
+  /// `options` is 0 (immutable containers). Goes through the foundation provider. `returnError` may be null.
+  static std::shared_ptr<NSObject> propertyListWithData_options_format_error(const std::shared_ptr<NSData>& data,
+                                                                            unsigned long options,
+                                                                            NSPropertyListFormat* returnFormat,
+                                                                            std::shared_ptr<NSError>* returnError);
+  /// Null, with an error, for an object that no property list can hold.
+  static std::shared_ptr<NSData> dataWithPropertyList_format_error(const std::shared_ptr<NSObject>& object,
+                                                                  NSPropertyListFormat format,
+                                                                  std::shared_ptr<NSError>* returnError);
+};
+
+}  // namespace platform

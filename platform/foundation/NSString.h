@@ -1,0 +1,50 @@
+// Immutable text.
+//
+// Threading, Ownership, Order: as in NSObject.h.
+// Errors: a factory that is given bytes that are not UTF-8 returns null.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/foundation/NSObject.h"
+
+namespace platform {
+
+/// Text, held as valid UTF-8 (an embedded NUL is a character). Equality is by code units: no normalisation.
+class NSString final : public NSObject {
+ public:
+  static const NSClass& classObject();
+  /// Null if `utf8` is null or not valid UTF-8.
+  static std::shared_ptr<NSString> stringWithUTF8String(const char* utf8);
+  /// Null if the bytes are not valid UTF-8 (overlong forms and surrogates are not).
+  static std::shared_ptr<NSString> stringWithUTF8(std::string_view utf8);
+
+  [[nodiscard]] const std::string& UTF8String() const { return text_; }
+  /// In UTF-16 code units.
+  [[nodiscard]] std::size_t length() const;
+  /// Joins with exactly one "/", as a path component.
+  [[nodiscard]] std::shared_ptr<NSString> stringByAppendingPathComponent(const std::shared_ptr<NSString>& component) const;
+
+  [[nodiscard]] const NSClass& isa() const override { return classObject(); }
+  using NSObject::isEqual;
+  [[nodiscard]] bool isEqual(const NSObject* other) const override;
+  [[nodiscard]] std::size_t hash() const override;
+  [[nodiscard]] std::string description() const override { return text_; }
+  [[nodiscard]] std::string descriptionWithIndent(std::size_t indent) const override;
+
+  /// Use the factories: the text must be valid UTF-8.
+  struct Validated {};
+  NSString(Validated, std::string text) : text_(std::move(text)) {}
+
+ private:
+  const std::string text_;
+};
+
+/// Shorthand for literals of the program itself, which are valid UTF-8.
+[[nodiscard]] std::shared_ptr<NSString> str(std::string_view literal);
+
+/// Whether the bytes are well-formed UTF-8 (no overlong form, no surrogate, at most U+10FFFF).
+[[nodiscard]] bool isValidUTF8(std::string_view bytes);
+
+}  // namespace platform

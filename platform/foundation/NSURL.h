@@ -1,0 +1,35 @@
+// A uniform resource locator, held as its text.
+//
+// Threading, Ownership, Errors, Order: as in NSObject.h.
+#pragma once
+
+#include "platform/foundation/NSObject.h"
+#include "platform/foundation/NSString.h"
+
+namespace platform {
+
+class NSURL final : public NSObject {
+ public:
+  static const NSClass& classObject();
+  /// Null for a null or empty string. The text is kept as it is.
+  static std::shared_ptr<NSURL> URLWithString(const std::shared_ptr<NSString>& text);
+  /// "file://" and the path, percent-encoded where a path character is not allowed in a URL.
+  static std::shared_ptr<NSURL> fileURLWithPath(const std::shared_ptr<NSString>& path);
+
+  [[nodiscard]] const std::shared_ptr<NSString>& absoluteString() const { return text_; }
+  /// The decoded path of a file URL; null for another scheme.
+  [[nodiscard]] std::shared_ptr<NSString> path() const;
+
+  [[nodiscard]] const NSClass& isa() const override { return classObject(); }
+  using NSObject::isEqual;
+  [[nodiscard]] bool isEqual(const NSObject* other) const override;
+  [[nodiscard]] std::size_t hash() const override;
+  [[nodiscard]] std::string description() const override;
+
+  explicit NSURL(std::shared_ptr<NSString> text) : text_(std::move(text)) {}
+
+ private:
+  const std::shared_ptr<NSString> text_;
+};
+
+}  // namespace platform

@@ -1,0 +1,35 @@
+// A place that holds the provider of one part of the platform: the real one until somebody puts in another.
+//
+// Threading: any thread. The lock covers one load or one exchange; a provider's functions never run under it, and the
+//   provider that was replaced is destroyed after unlock.
+// Ownership: the slot and every caller in flight share the provider, so one that is replaced lives until its last call ends.
+// Errors, Order: none.
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+namespace platform {
+
+template <class Provider>
+class ProviderSlot {
+ public:
+  explicit ProviderSlot(std::shared_ptr<Provider> provider) : provider_(std::move(provider)) {}
+
+  [[nodiscard]] std::shared_ptr<Provider> load() const {
+    const std::lock_guard lock(mutex_);
+    return provider_;
+  }
+  /// Returns what was in place.
+  std::shared_ptr<Provider> exchange(std::shared_ptr<Provider> provider) {
+    const std::lock_guard lock(mutex_);
+    provider_.swap(provider);
+    return provider;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::shared_ptr<Provider> provider_;
+};
+
+}  // namespace platform

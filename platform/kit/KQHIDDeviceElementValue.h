@@ -1,0 +1,57 @@
+// One HID element's value in one report.
+//
+// Threading: immutable after creation. Ownership: as in NSObject.h; inside a delivered array all values share the array's
+//   one allocation, and a pointer to a value keeps that allocation alive. Errors, Order: none.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSObject.h"
+
+namespace platform {
+
+/// The plain numbers of a value; `bytes` is the field as it stands in the report, little-endian, unused high bits zero.
+struct HIDElementValueRecord {
+  std::uint32_t reportID = 0;
+  std::uint32_t usagePage = 0;
+  std::uint32_t usage = 0;
+  std::uint64_t cookie = 0;         ///< 1-based index of the element over the whole descriptor
+  std::int64_t integerValue = 0;    ///< sign-extended where the logical minimum is negative; 0 for fields wider than 64 bits
+  std::span<const std::uint8_t> bytes;
+};
+
+class KQHIDDeviceElementValue : public NSObject {
+ public:
+  static const NSClass& classObject();
+  /// Copies the record's bytes.
+  static std::shared_ptr<KQHIDDeviceElementValue> elementValue(const HIDElementValueRecord& record);
+
+  [[nodiscard]] std::uint32_t hidReportID() const { return record_.reportID; }
+  [[nodiscard]] std::uint32_t hidUsage() const { return record_.usage; }
+  [[nodiscard]] std::uint32_t hidUsagePage() const { return record_.usagePage; }
+  [[nodiscard]] std::uint64_t hidCookie() const { return record_.cookie; }
+  [[nodiscard]] std::int64_t integerValue() const { return record_.integerValue; }
+  /// Lives as long as the returned pointer or this value, whichever is longer.
+  [[nodiscard]] virtual std::shared_ptr<NSData> bytesValue() const = 0;
+  [[nodiscard]] const HIDElementValueRecord& record() const { return record_; }
+
+  [[nodiscard]] const NSClass& isa() const override { return classObject(); }
+  using NSObject::isEqual;
+  [[nodiscard]] bool isEqual(const NSObject* other) const override;
+  [[nodiscard]] std::size_t hash() const override;
+  [[nodiscard]] std::string description() const override;
+
+ protected:
+  explicit KQHIDDeviceElementValue(const HIDElementValueRecord& record) : record_(record) {}
+
+ private:
+  const HIDElementValueRecord record_;
+};
+
+/// An NSMutableArray (its class is exactly that) of element values in one allocation: the values and their bytes lie in
+/// the array's own block and every pointer handed out aliases it. `records` are copied.
+[[nodiscard]] std::shared_ptr<class NSMutableArray> elementValueArray(std::span<const HIDElementValueRecord> records);
+
+}  // namespace platform

@@ -1,0 +1,37 @@
+// A reference to an object of the I/O registry, as it may stand in the router's errors.
+//
+// Threading, Ownership, Errors, Order: as in NSObject.h.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/foundation/NSObject.h"
+#include "platform/foundation/NSString.h"
+
+namespace platform {
+
+class KQIOObject final : public NSObject {
+ public:
+  static const NSClass& classObject();
+  /// `name` may be null.
+  static std::shared_ptr<KQIOObject> objectWithRegistryEntryID_name(std::uint64_t registryEntryID, std::shared_ptr<NSString> name);
+
+  [[nodiscard]] std::uint64_t registryEntryID() const { return registryEntryID_; }
+  [[nodiscard]] const std::shared_ptr<NSString>& name() const { return name_; }
+
+  [[nodiscard]] const NSClass& isa() const override { return classObject(); }
+  using NSObject::isEqual;
+  [[nodiscard]] bool isEqual(const NSObject* other) const override;
+  [[nodiscard]] std::size_t hash() const override;
+  /// "<KQIOObject 0x100000abc name>"
+  [[nodiscard]] std::string description() const override;
+
+  KQIOObject(std::uint64_t registryEntryID, std::shared_ptr<NSString> name)
+      : registryEntryID_(registryEntryID), name_(std::move(name)) {}
+
+ private:
+  const std::uint64_t registryEntryID_;
+  const std::shared_ptr<NSString> name_;
+};
+
+}  // namespace platform

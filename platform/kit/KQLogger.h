@@ -1,0 +1,81 @@
+// The shared logger: levelled lines with a fixed site and tags, and the modules that supply files for a diagnostic report.
+//
+// Threading: any thread. No lock is held while a sink or a module runs.
+// Ownership: the logger keeps its modules and its sink; both are shared, so one that is replaced lives until its last call.
+// Errors: a sink must not throw; what it throws is dropped.
+// Order: lines of one thread reach the sink in order; lines of several threads in some order, each whole.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/foundation/Format.h"
+#include "platform/foundation/NSArray.h"
+#include "platform/kit/KQLogModule.h"
+
+namespace platform {
+
+/// An object that says under which tags it logs. Both methods are optional: null where not implemented.
+class KQLogTagging {
+ public:
+  [[nodiscard]] virtual std::shared_ptr<NSArray> logTags() const { return nullptr; }
+
+ protected:
+  ~KQLogTagging() = default;
+};
+
+/// One line as a sink receives it. The views live for the call.
+struct KQLogEntry {
+  std::uint64_t level = 0;
+  std::string_view function;
+  std::string_view sourcePath;
+  int sourceLine = 0;
+  std::shared_ptr<NSArray> tags;  ///< null: none
+  std::string_view message;       ///< rendered
+  std::string_view format;        ///< as written at the site
+};
+
+using KQLogSink = std::function<void(const KQLogEntry&)>;
+
+class KQLogger {
+ public:
+  /// Never destroyed.
+  static KQLogger& sharedLogger();
+
+  /// Lines of a level below this are not wanted: 0 lets everything through. Starts as the number in the environment
+  /// variable KQ_LOG_LEVEL (not read in a set-user-ID process), 4 where there is none or it is no number.
+  static std::uint64_t logLevel();
+  static void setLogLevel(std::uint64_t level);
+
+  /// Sends one line to the sink, whatever the current level: the caller has asked logLevel() before it formed anything.
+  template <class... Args>
+  void logAtLevel_function_sourcePath_sourceLine_tags_message(std::uint64_t level, std::string_view function,
+                                                              std::string_view sourcePath, int sourceLine,
+                                                              const std::shared_ptr<NSArray>& tags, std::string_view format,
+                                                              const Args&... args) {
+    const std::string message = stringWithFormat(format, args...);
+    send({level, function, sourcePath, sourceLine, tags, message, format});
+  }
+
+  /// Replaces the sink; null puts back the default (one line on standard error). Returns the previous one.
+  std::shared_ptr<KQLogSink> setSink(std::shared_ptr<KQLogSink> sink);
+
+  /// Keeps `module`. False, and nothing kept, when one with the same identifier is there.
+  bool addModule(std::shared_ptr<KQLogModule> module);
+  [[nodiscard]] std::vector<std::shared_ptr<KQLogModule>> modules() const;
+
+ private:
+  KQLogger();
+  void send(const KQLogEntry& entry);
+  struct State;
+  const std::unique_ptr<State> state_;
+};
+
+/// The default sink's line, without line feed: "<level> <function>:<line> [tags] message".
+[[nodiscard]] std::string renderLogEntry(const KQLogEntry& entry);
+
+}  // namespace platform

@@ -1,0 +1,89 @@
+// A connection to a named service, or one that a listener accepted.
+//
+// States: inactive (made, not resumed), live, interrupted (live, without a stream until the next message), invalid (for
+//   good). Interruption means that the peer's process ended or crashed: the connection object stays usable. Invalidation
+//   means that this connection is over: local invalidate, an unknown name, the peer's farewell, a breach of the protocol.
+// Threading: every method may be called from any thread and none waits. Everything that the connection calls (exported
+//   methods, replies, error handlers, both handlers) runs on its one private serial queue, which is the thread that reads
+//   the socket: one at a time, in order, and never inside the caller's resume, invalidate or send. No lock is held then.
+// Ownership: the exported object is held weakly, strongly only while one delivery runs. Handlers are held until they are
+//   replaced or the invalidation handler has run. Dropping the last reference without invalidate ends the connection
+//   quietly: pending requests get their error handlers, no handler runs.
+// Errors: domain NSCocoaErrorDomain; 4097 interrupted, 4099 invalid, 4101 reply not admitted. For a message with a reply
+//   exactly one of reply and error handler runs, once.
+// Order: what was sent before invalidate reaches the peer, in order. Error handlers of pending requests run before the
+//   interruption or invalidation handler; the invalidation handler runs once, last.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "platform/foundation/NSError.h"
+#include "platform/foundation/NSString.h"
+#include "platform/foundation/ProviderSlot.h"
+#include "platform/xpc/NSXPCInterface.h"
+
+namespace platform {
+
+inline constexpr std::int64_t NSXPCConnectionInterrupted = 4097;
+inline constexpr std::int64_t NSXPCConnectionInvalid = 4099;
+inline constexpr std::int64_t NSXPCConnectionReplyInvalid = 4101;
+
+using NSXPCConnectionOptions = std::uint64_t;
+
+/// An exported object as a connection holds it: weakly, with the protocol whose C++ class `object` points to.
+struct XPCExportedObject {
+  std::weak_ptr<void> object;
+  const XPCProtocol* protocol = nullptr;
+};
+
+class NSXPCConnection {
+ public:
+  /// Starts nothing and never fails for want of a service. Null only on a scripted platform that was told so.
+  static std::shared_ptr<NSXPCConnection> initWithMachServiceName_options(const std::shared_ptr<NSString>& name,
+                                                                          NSXPCConnectionOptions options);
+  virtual ~NSXPCConnection() = default;
+
+  virtual void setExportedInterface(std::shared_ptr<NSXPCInterface> interface) = 0;
+  /// `P` is the protocol class of the exported interface: setExportedObject<WLHIDEventRouterClientProtocol>(client).
+  template <class P>
+  void setExportedObject(const std::shared_ptr<P>& object) {
+    setExportedObject(XPCExportedObject{object, &P::protocol()});
+  }
+  virtual void setRemoteObjectInterface(std::shared_ptr<NSXPCInterface> interface) = 0;
+  virtual void setInterruptionHandler(std::function<void()> handler) = 0;
+  virtual void setInvalidationHandler(std::function<void()> handler) = 0;
+  virtual void resume() = 0;
+  virtual void invalidate() = 0;
+
+  /// Null when no remote interface is set or it is not of `P`. The error handler may be called more than once over the
+  /// life of the proxy: once for each message that fails.
+  template <class P>
+  std::shared_ptr<P> remoteObjectProxyWithErrorHandler(XPCErrorHandler handler) {
+    return std::static_pointer_cast<P>(remoteObjectProxy(P::protocol(), std::move(handler)));
+  }
+
+  /// The peer as the kernel names it, or -1 while there is none. Of a service's endpoint: who made it.
+  [[nodiscard]] virtual uid_t effectiveUserIdentifier() const = 0;
+  [[nodiscard]] virtual pid_t processIdentifier() const = 0;
+
+ protected:
+  virtual void setExportedObject(XPCExportedObject object) = 0;
+  virtual std::shared_ptr<void> remoteObjectProxy(const XPCProtocol& protocol, XPCErrorHandler handler) = 0;
+};
+
+/// Makes interfaces and connections: the real layer's or a scripted one's.
+class XPCProvider {
+ public:
+  virtual ~XPCProvider() = default;
+  virtual std::shared_ptr<NSXPCInterface> interfaceWithProtocol(const XPCProtocol& protocol) = 0;
+  virtual std::shared_ptr<NSXPCConnection> connection(const std::shared_ptr<NSString>& name, NSXPCConnectionOptions options) = 0;
+};
+
+/// Never destroyed.
+ProviderSlot<XPCProvider>& xpcProvider();
+
+}  // namespace platform
