@@ -1,0 +1,105 @@
+# Shared by the scripts of this folder; sourced, never run.
+#
+# Every script runs from any directory, installs nothing that is already there, says what it installs and why before it
+# does, and ends with a non-zero status and one clear line when it cannot go on.
+
+set -euo pipefail
+
+ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+cd "$ROOT"
+
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libplist-dev libcli11-dev nlohmann-json3-dev)
+TEST_PACKAGES=(libgtest-dev libgmock-dev clang-14 lld-14 llvm-14)
+
+say() { printf '%s\n' "$*"; }
+fail() {
+  printf '%s: %s\n' "$(basename "$0")" "$*" >&2
+  exit 1
+}
+
+usage_if_asked() { # usage_if_asked TEXT ARGUMENTS…: prints TEXT for -h and --help
+  local text="$1" argument
+  shift
+  for argument in "$@"; do
+    if [[ $argument == -h || $argument == --help ]]; then
+      printf '%s\n' "$text"
+      exit 0
+    fi
+  done
+}
+
+is_installed() { [[ "$(dpkg-query -W -f '${db:Status-Abbrev}' "$1" 2>/dev/null)" == ii* ]]; }
+
+as_root() {
+  if [[ $EUID -eq 0 ]]; then
+    "$@"
+  elif [[ -t 0 ]]; then
+    sudo "$@"
+  else
+    sudo -n "$@"
+  fi
+}
+
+apt_install() {
+  local apt=(env DEBIAN_FRONTEND=noninteractive apt-get -q -o Dpkg::Use-Pty=0)
+  if ! apt-cache show "$@" >/dev/null 2>&1; then
+    as_root "${apt[@]}" update
+  fi
+  as_root "${apt[@]}" install -y --no-install-recommends "$@"
+}
+
+need_packages() { # need_packages WHY PACKAGE…
+  local why="$1" package missing=()
+  shift
+  if ! command -v dpkg-query >/dev/null; then
+    command -v cmake >/dev/null && command -v ninja >/dev/null ||
+      fail "this is no Debian system; please install the counterparts of: $* ($why)"
+    return 0
+  fi
+  for package in "$@"; do
+    is_installed "$package" || missing+=("$package")
+  done
+  [[ ${#missing[@]} -gt 0 ]] || return 0
+  say "Installing ${missing[*]}: $why."
+  if [[ $EUID -ne 0 ]] && ! command -v sudo >/dev/null; then
+    fail "this needs root's rights or sudo; run as root: apt-get install --no-install-recommends ${missing[*]}"
+  fi
+  apt_install "${missing[@]}" || fail "could not install ${missing[*]} (needed: $why)"
+}
+
+# How many compilers at once: one a processor, and no more than memory has room for (about 1.5 GiB each).
+jobs_that_fit() {
+  local processors memory
+  processors=$(nproc)
+  memory=$(awk '/^MemAvailable:/ {print int($2 / 1572864)}' /proc/meminfo)
+  ((memory >= 1)) || memory=1
+  echo $((processors < memory ? processors : memory))
+}
+
+use_ccache() {
+  if command -v ccache >/dev/null; then
+    export CMAKE_CXX_COMPILER_LAUNCHER="${CMAKE_CXX_COMPILER_LAUNCHER:-ccache}"
+  fi
+}
+
+configure_and_build() { # configure_and_build PRESET [TARGET…]
+  local preset="$1"
+  shift
+  use_ccache
+  cmake --preset "$preset"
+  cmake --build --preset "$preset" --parallel "$(jobs_that_fit)" ${1:+--target "$@"}
+}
+
+# Runs a command with its output kept in a file, which is shown only when the command fails.
+quietly() { # quietly LOG COMMAND…
+  local log="$1"
+  shift
+  mkdir -p "$(dirname "$log")"
+  if ! "$@" >"$log" 2>&1; then
+    cat "$log" >&2
+    fail "failed: $* (output above, kept in $log)"
+  fi
+}
+
+# The project's own C++ files, as git knows them.
+source_files() { git -C "$ROOT" ls-files -- '*.h' '*.cpp'; }
