@@ -1,0 +1,60 @@
+// What the verbs of the command share: how a verb is added, how it fails, what the exit status means.
+//
+// Threading: the main thread. Ownership: the parser owns the options of the verb that was chosen.
+// Errors: a verb throws Failure (exit status 1) or UsageFailure (exit status 2); main prints the text as one line
+//   "wlhid: …" on standard error.
+// Order: none.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "platform/foundation/NSError.h"
+
+namespace tool {
+
+/// The exit status of the command.
+enum ExitStatus : int {
+  ExitDone = 0,        ///< what was asked for is done, or is so
+  ExitNotSo = 1,       ///< it failed, or it is not so (not installed)
+  ExitWrongUsage = 2,  ///< the command line was wrong; nothing was done
+};
+
+/// Why a verb could not do what it was asked to.
+class Failure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Why a command line that parsed is wrong all the same.
+class UsageFailure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// What runs once the command line has been understood. Returns the exit status.
+using Action = std::function<int()>;
+
+void addStatusVerb(CLI::App& app, Action& chosen);
+void addInstallVerb(CLI::App& app, Action& chosen);
+void addUninstallVerb(CLI::App& app, Action& chosen);
+void addInspectVerb(CLI::App& app, Action& chosen);
+void addDevicesVerb(CLI::App& app, Action& chosen);
+void addRouteVerb(CLI::App& app, Action& chosen);
+
+/// The same text as one printable line: control characters and bytes that are not UTF-8 become "?".
+[[nodiscard]] std::string oneLine(std::string_view text);
+/// An error in a person's words: its description and, behind it, domain and code.
+[[nodiscard]] std::string describeError(const std::shared_ptr<platform::NSError>& error);
+/// "No such file or directory" for ENOENT and so on.
+[[nodiscard]] std::string describeErrno(int number);
+/// Writes "wlhid: text" as one line to standard error.
+void complain(std::string_view text);
+/// Writes all of `text` to standard output. Throws Failure when it cannot be written; a reader that has gone away is none.
+void print(std::string_view text);
+
+}  // namespace tool

@@ -1,0 +1,190 @@
+#include "tool/DeliveryLines.h"
+
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <string_view>
+
+#include "platform/kit/KQHIDDeviceElementValue.h"
+#include "tool/Command.h"
+#include "tool/UsageNames.h"
+
+namespace tool {
+
+namespace {
+
+void appendHexadecimal(std::string& out, std::span<const std::uint8_t> bytes, std::string_view separator) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (i != 0) out += separator;
+    out += digits[bytes[i] >> 4];
+    out += digits[bytes[i] & 0xf];
+  }
+}
+
+template <class Number>
+void appendNumber(std::string& out, Number number) {
+  std::array<char, 24> digits;
+  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+  out.append(digits.data(), end);
+}
+
+std::string_view text(const std::shared_ptr<platform::NSString>& string) {
+  return string ? std::string_view(string->UTF8String()) : std::string_view("(null)");
+}
+
+/// Calls `body` with each member that is an element value.
+void forEachValue(const platform::NSArray& array,
+                  const std::function<void(const platform::HIDElementValueRecord&)>& body) {
+  for (std::size_t i = 0; i < array.count(); ++i) {
+    const auto object = array.objectAtIndex(i);
+    const auto* value = dynamic_cast<const platform::KQHIDDeviceElementValue*>(object.get());
+    if (value != nullptr) body(value->record());
+  }
+}
+
+class JsonLines final : public DeliveryLines {
+ public:
+  void appendStatus(std::string& out, WLHIDEventRouterClientStatus status) override {
+    out += R"({"status":)";
+    appendNumber(out, static_cast<std::uint64_t>(status));
+    out += "}\n";
+  }
+
+  void appendError(std::string& out, const platform::NSError& error) override {
+    nlohmann::ordered_json fields = {{"domain", text(error.domain())}, {"code", error.code()}};
+    const auto description = error.userInfo() ? error.userInfo()->objectForKey(platform::NSLocalizedDescriptionKey) : nullptr;
+    if (description) fields["description"] = description->description();
+    const nlohmann::ordered_json line = {{"error", fields}};
+    out += line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    out += '\n';
+  }
+
+  void appendReport(std::string& out, std::span<const std::uint8_t> bytes, std::uint32_t reportID) override {
+    out += R"({"report":{"id":)";
+    appendNumber(out, reportID);
+    out += R"(,"data":")";
+    appendHexadecimal(out, bytes, "");
+    out += "\"}}\n";
+  }
+
+  void appendElementValues(std::string& out, const platform::NSArray& elementValues) override {
+    out += R"({"elements":[)";
+    bool first = true;
+    forEachValue(elementValues, [&](const platform::HIDElementValueRecord& value) {
+      if (!first) out += ',';
+      first = false;
+      appendValue(out, value);
+    });
+    out += "]}\n";
+  }
+
+ private:
+  static void appendValue(std::string& out, const platform::HIDElementValueRecord& value) {
+    out += R"({"reportID":)";
+    appendNumber(out, value.reportID);
+    out += R"(,"usagePage":)";
+    appendNumber(out, value.usagePage);
+    out += R"(,"usage":)";
+    appendNumber(out, value.usage);
+    out += R"(,"cookie":)";
+    appendNumber(out, value.cookie);
+    out += R"(,"integerValue":)";
+    appendNumber(out, value.integerValue);
+    out += R"(,"bytes":")";
+    appendHexadecimal(out, value.bytes, "");
+    out += "\"}";
+  }
+};
+
+class TextLines final : public DeliveryLines {
+ public:
+  explicit TextLines(std::function<std::chrono::microseconds()> clock) : clock_(std::move(clock)), start_(clock_()) {}
+
+  void appendStatus(std::string& out, WLHIDEventRouterClientStatus status) override {
+    appendHead(out, "status");
+    out += statusName(status);
+    out += '\n';
+  }
+
+  void appendError(std::string& out, const platform::NSError& error) override {
+    appendHead(out, "error");
+    const auto description = error.userInfo() ? error.userInfo()->objectForKey(platform::NSLocalizedDescriptionKey) : nullptr;
+    if (description) out += oneLine(description->description()) + "  ";
+    out += oneLine(text(error.domain()));
+    out += ' ';
+    appendNumber(out, error.code());
+    out += '\n';
+  }
+
+  void appendReport(std::string& out, std::span<const std::uint8_t> bytes, std::uint32_t reportID) override {
+    appendHead(out, "report");
+    std::array<char, 16> number;
+    std::snprintf(number.data(), number.size(), "%3u  ", reportID);
+    out += number.data();
+    appendHexadecimal(out, bytes, " ");
+    out += '\n';
+  }
+
+  void appendElementValues(std::string& out, const platform::NSArray& elementValues) override {
+    appendHead(out, "values");
+    out += "    ";
+    const std::size_t before = out.size();
+    forEachValue(elementValues, [&](const platform::HIDElementValueRecord& value) {
+      const bool keyIsUp = value.usagePage == kKeyboardPage && (value.usage == 0 || value.integerValue == 0);
+      if (!keyIsUp) appendValue(out, value);
+    });
+    if (out.size() == before) out += " no key down";
+    out += '\n';
+  }
+
+ private:
+  void appendHead(std::string& out, const char* what) {
+    const double seconds = static_cast<double>((clock_() - start_).count()) / 1e6;
+    std::array<char, 64> head;
+    std::snprintf(head.data(), head.size(), "%9.3f  %-6s  ", seconds, what);
+    out += head.data();
+  }
+
+  static void appendValue(std::string& out, const platform::HIDElementValueRecord& value) {
+    out += ' ';
+    out += usageName(value.usagePage, value.usage);
+    out += '=';
+    if (value.bytes.size() > sizeof value.integerValue) {
+      appendHexadecimal(out, value.bytes, "");
+    } else {
+      appendNumber(out, value.integerValue);
+    }
+  }
+
+  const std::function<std::chrono::microseconds()> clock_;
+  const std::chrono::microseconds start_;
+};
+
+}  // namespace
+
+std::unique_ptr<DeliveryLines> jsonDeliveryLines() { return std::make_unique<JsonLines>(); }
+
+std::unique_ptr<DeliveryLines> textDeliveryLines(std::function<std::chrono::microseconds()> clock) {
+  return std::make_unique<TextLines>(std::move(clock));
+}
+
+std::string statusName(WLHIDEventRouterClientStatus status) {
+  switch (status) {
+    case WLHIDEventRouterClientStatusIdle:
+      return "idle";
+    case WLHIDEventRouterClientStatusRouterUnavailable:
+      return "router not installed";
+    case WLHIDEventRouterClientStatusOpening:
+      return "opening";
+    case WLHIDEventRouterClientStatusFailed:
+      return "failed";
+    case WLHIDEventRouterClientStatusRouting:
+      return "routing";
+  }
+  return "status " + std::to_string(static_cast<std::uint64_t>(status));
+}
+
+}  // namespace tool

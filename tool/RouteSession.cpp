@@ -1,0 +1,101 @@
+#include "tool/RouteSession.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "tool/Command.h"
+
+namespace tool {
+
+namespace {
+
+int makeWakeDescriptor() {
+  const int descriptor = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (descriptor < 0) throw Failure("cannot wait for events: " + describeErrno(errno));
+  return descriptor;
+}
+
+}  // namespace
+
+RouteSession::RouteSession(std::unique_ptr<DeliveryLines> lines, int outputDescriptor, std::optional<LastDelivery> last)
+    : lines_(std::move(lines)), output_(outputDescriptor), last_(last), wake_(makeWakeDescriptor()) {}
+
+RouteSession::~RouteSession() { ::close(wake_); }
+
+void RouteSession::hidEventRouterClient_clientStatusChangedTo(const std::shared_ptr<WLHIDEventRouterClient>& client,
+                                                              WLHIDEventRouterClientStatus status) {
+  if (ending_) return;
+  std::string line;
+  lines_->appendStatus(line, status);
+  print(client, line);
+  if (status == WLHIDEventRouterClientStatusRouterUnavailable) {
+    end(client, {true, "the router is not installed any more (install it with: wlhid install)"});
+  }
+}
+
+void RouteSession::hidEventRouterClient_handleError(const std::shared_ptr<WLHIDEventRouterClient>& client,
+                                                    const std::shared_ptr<platform::NSError>& error) {
+  if (ending_ || !error) return;
+  std::string line;
+  lines_->appendError(line, *error);
+  print(client, line);
+  end(client, {true, "the router refused: " + describeError(error)});
+}
+
+void RouteSession::hidEventRouterClient_receivedReportData_reportID(const std::shared_ptr<WLHIDEventRouterClient>& client,
+                                                                    const std::shared_ptr<platform::NSData>& data,
+                                                                    std::uint32_t reportID) {
+  if (ending_) return;
+  if (last_ && reports_ == last_->reports) return end(client, {});
+  std::string line;
+  lines_->appendReport(line, data->span(), reportID);
+  print(client, line);
+  ++reports_;
+  if (!last_ || reports_ != last_->reports) return;
+  if (last_->valuesFollow == false) return end(client, {});
+  lastReportSeen_ = true;
+  wake();
+}
+
+void RouteSession::hidEventRouterClient_receivedElementValues(const std::shared_ptr<WLHIDEventRouterClient>& client,
+                                                              const std::shared_ptr<platform::NSArray>& elementValues) {
+  if (ending_) return;
+  std::string line;
+  lines_->appendElementValues(line, *elementValues);
+  print(client, line);
+  if (lastReportSeen_) end(client, {});
+}
+
+void RouteSession::print(const std::shared_ptr<WLHIDEventRouterClient>& client, const std::string& line) {
+  if (output_.write(line)) return;
+  const int failure = output_.failure();
+  // A reader that has seen enough closes its end; that is no failure of ours.
+  if (failure == EPIPE) return end(client, {});
+  end(client, {true, "cannot write to standard output: " + describeErrno(failure)});
+}
+
+void RouteSession::end(const std::shared_ptr<WLHIDEventRouterClient>& client, RouteEnd how) {
+  if (ending_.exchange(true)) return;
+  {
+    const std::lock_guard lock(mutex_);
+    end_ = std::move(how);
+  }
+  if (client) client->setStarted(false);
+  stopped_ = true;
+  wake();
+}
+
+RouteEnd RouteSession::howItEnded() const {
+  const std::lock_guard lock(mutex_);
+  return end_;
+}
+
+void RouteSession::wake() {
+  const std::uint64_t one = 1;
+  // The counter is full only when nobody has looked for 2^64 - 2 wakes.
+  [[maybe_unused]] const ssize_t written = ::write(wake_, &one, sizeof one);
+}
+
+}  // namespace tool

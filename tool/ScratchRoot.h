@@ -1,0 +1,33 @@
+// A system root that lives as long as one command.
+//
+// A second process keeps watch over it: when the command ends, however it ends, that process takes the router and its jobs
+// away and removes the directory.
+//
+// Threading: made before the process has a second thread. Ownership: owns the directory and everything in it.
+// Errors: Failure where the directory or the watching process cannot be made. Order: none.
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+
+namespace tool {
+
+class ScratchRoot {
+ public:
+  /// A new directory for this user alone, in the runtime directory or the one for temporary files.
+  ScratchRoot();
+  /// Returns when everything is gone.
+  ~ScratchRoot();
+  ScratchRoot(const ScratchRoot&) = delete;
+  ScratchRoot& operator=(const ScratchRoot&) = delete;
+
+  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+  int life_ = -1;  // its end tells the watching process that the command is over
+  pid_t watcher_ = -1;
+};
+
+}  // namespace tool

@@ -1,0 +1,26 @@
+// The signals that end a running command in order.
+//
+// Threading: made on the main thread before any other thread is, so that all threads inherit the blocked signals.
+// Ownership: owns its descriptor. Errors: Failure where the kernel refuses. Order: none.
+#pragma once
+
+namespace tool {
+
+/// While it lives, SIGINT, SIGTERM and SIGHUP do not end the process but make a descriptor readable.
+class StopSignals {
+ public:
+  StopSignals();
+  ~StopSignals();
+  StopSignals(const StopSignals&) = delete;
+  StopSignals& operator=(const StopSignals&) = delete;
+
+  /// Readable once a signal has come.
+  [[nodiscard]] int descriptor() const { return descriptor_; }
+  /// From now on another such signal ends the process at once.
+  void letTheNextOneEndTheProcess();
+
+ private:
+  int descriptor_;
+};
+
+}  // namespace tool

@@ -1,0 +1,21 @@
+// What a HID usage is called, for people.
+//
+// Threading: any thread. Ownership: results are the caller's. Errors, Order: none.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace tool {
+
+inline constexpr std::uint32_t kGenericDesktopPage = 0x01;
+inline constexpr std::uint32_t kKeyboardPage = 0x07;
+inline constexpr std::uint32_t kLEDPage = 0x08;
+inline constexpr std::uint32_t kButtonPage = 0x09;
+inline constexpr std::uint32_t kConsumerPage = 0x0c;
+inline constexpr std::uint32_t kDigitizerPage = 0x0d;
+
+/// "X", "Button 3", "Left Shift"; "ff00/0021" (page and usage in hexadecimal) where there is no common name.
+[[nodiscard]] std::string usageName(std::uint32_t usagePage, std::uint32_t usage);
+
+}  // namespace tool
