@@ -1,0 +1,441 @@
+#include "router/ReportDescriptor.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace router {
+
+namespace {
+
+constexpr std::uint32_t kMaxReportBits = kMaxReportBytes * 8;
+constexpr std::uint8_t kLongItemPrefix = 0xfe;
+
+enum class ItemType : std::uint8_t { Main = 0, Global = 1, Local = 2, Reserved = 3 };
+
+enum class MainTag : std::uint8_t {
+  Input = 8,
+  Output = 9,
+  Collection = 10,
+  Feature = 11,
+  EndCollection = 12,
+};
+
+enum class GlobalTag : std::uint8_t {
+  UsagePage = 0,
+  LogicalMinimum = 1,
+  LogicalMaximum = 2,
+  ReportSize = 7,
+  ReportID = 8,
+  ReportCount = 9,
+  Push = 10,
+  Pop = 11,
+};
+
+enum class LocalTag : std::uint8_t {
+  Usage = 0,
+  UsageMinimum = 1,
+  UsageMaximum = 2,
+  Delimiter = 10
+};
+
+struct Item {
+  std::size_t offset = 0;
+  ItemType type = ItemType::Reserved;
+  std::uint8_t tag = 0;
+  std::uint8_t size = 0;    // of the data, in bytes
+  std::uint32_t value = 0;  // the data, zero-extended
+};
+
+std::int64_t signExtended(std::uint32_t value, std::uint8_t bytes) {
+  switch (bytes) {
+    case 1:
+      return static_cast<std::int8_t>(value);
+    case 2:
+      return static_cast<std::int16_t>(value);
+    default:
+      return static_cast<std::int32_t>(value);
+  }
+}
+
+/// Cuts the bytes into items.
+class ItemReader {
+ public:
+  explicit ItemReader(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
+
+  /// False at the end. Long items are passed over.
+  bool next(Item* returnItem) {
+    while (position_ < bytes_.size()) {
+      if (bytes_[position_] == kLongItemPrefix) {
+        skipLongItem();
+      } else {
+        *returnItem = readShortItem();
+        return true;
+      }
+    }
+    return false;
+  }
+
+ private:
+  void require(std::size_t itemLength) const {
+    if (itemLength > bytes_.size() - position_) {
+      throw ReportDescriptorError(
+          position_, "the item is cut off: it needs " + std::to_string(itemLength) +
+                         " bytes, the descriptor has " + std::to_string(bytes_.size() - position_) +
+                         " more");
+    }
+  }
+
+  void skipLongItem() {
+    constexpr std::size_t kHeader = 3;  // prefix, data size, tag
+    require(kHeader);
+    const std::size_t length = kHeader + bytes_[position_ + 1];
+    require(length);
+    position_ += length;
+  }
+
+  Item readShortItem() {
+    const std::uint8_t prefix = bytes_[position_];
+    const std::uint8_t size = (prefix & 3U) == 3U ? 4 : (prefix & 3U);
+    require(std::size_t{1} + size);
+    Item item{position_, static_cast<ItemType>((prefix >> 2U) & 3U),
+              static_cast<std::uint8_t>(prefix >> 4U), size, 0};
+    for (std::uint8_t i = 0; i < size; ++i) {
+      item.value |= static_cast<std::uint32_t>(bytes_[position_ + 1 + i]) << (8U * i);
+    }
+    position_ += std::size_t{1} + size;
+    return item;
+  }
+
+  std::span<const std::uint8_t> bytes_;
+  std::size_t position_ = 0;
+};
+
+/// Values that stay from item to item; Push and Pop save and restore them all.
+struct Globals {
+  std::uint32_t usagePage = 0;
+  std::int64_t logicalMinimum = 0;
+  // The maximum is read as signed or unsigned only at the main item, for that depends on the
+  // minimum.
+  std::uint32_t logicalMaximum = 0;
+  std::uint8_t logicalMaximumSize = 0;
+  std::uint32_t reportSize = 0;
+  std::uint32_t reportCount = 0;
+  std::uint8_t reportID = 0;
+};
+
+/// A usage as it stands in an item: only a four-byte one brings its page.
+struct RawUsage {
+  std::uint32_t id = 0;
+  std::optional<std::uint32_t> page;
+};
+
+struct RawRange {
+  RawUsage first;
+  std::uint32_t last = 0;
+};
+
+/// Values for the next main item only.
+struct Locals {
+  std::vector<RawRange> usages;
+  std::optional<RawUsage> minimum;
+  std::optional<RawUsage> maximum;
+  bool inDelimiter = false;
+  bool delimitedUsageTaken = false;
+};
+
+class Parser {
+ public:
+  explicit Parser(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
+
+  void run() {
+    ItemReader reader(bytes_);
+    Item item;
+    while (reader.next(&item)) take(item);
+    if (collectionDepth_ != 0) {
+      throw ReportDescriptorError(bytes_.size(),
+                                  std::to_string(collectionDepth_) + " collections are left open");
+    }
+    if (usesReportIDs_) makeRoomForReportIDs();
+  }
+
+  std::vector<ReportField> fields;
+  [[nodiscard]] bool usesReportIDs() const { return usesReportIDs_; }
+  [[nodiscard]] std::uint32_t elementCount() const { return elementCount_; }
+
+ private:
+  [[noreturn]] static void fail(const Item& item, const std::string& cause) {
+    throw ReportDescriptorError(item.offset, cause);
+  }
+
+  void take(const Item& item) {
+    switch (item.type) {
+      case ItemType::Main:
+        takeMain(item);
+        break;
+      case ItemType::Global:
+        takeGlobal(item);
+        break;
+      case ItemType::Local:
+        takeLocal(item);
+        break;
+      case ItemType::Reserved:
+        break;
+    }
+  }
+
+  void takeMain(const Item& item) {
+    if (locals_.inDelimiter) fail(item, "a delimiter is left open at a main item");
+    switch (static_cast<MainTag>(item.tag)) {
+      case MainTag::Input:
+        addField(item, ReportType::Input);
+        break;
+      case MainTag::Output:
+        addField(item, ReportType::Output);
+        break;
+      case MainTag::Feature:
+        addField(item, ReportType::Feature);
+        break;
+      case MainTag::Collection:
+        if (collectionDepth_ == kMaxCollectionDepth) fail(item, "collections are nested too deep");
+        ++collectionDepth_;
+        break;
+      case MainTag::EndCollection:
+        if (collectionDepth_ == 0) fail(item, "a collection ends that was not begun");
+        --collectionDepth_;
+        break;
+    }
+    locals_ = {};
+  }
+
+  void takeGlobal(const Item& item) {
+    switch (static_cast<GlobalTag>(item.tag)) {
+      case GlobalTag::UsagePage:
+        if (item.value > 0xffffU) fail(item, "the usage page does not fit in 16 bits");
+        globals_.usagePage = item.value;
+        break;
+      case GlobalTag::LogicalMinimum:
+        globals_.logicalMinimum = signExtended(item.value, item.size);
+        break;
+      case GlobalTag::LogicalMaximum:
+        globals_.logicalMaximum = item.value;
+        globals_.logicalMaximumSize = item.size;
+        break;
+      case GlobalTag::ReportSize:
+        globals_.reportSize = item.value;
+        break;
+      case GlobalTag::ReportCount:
+        globals_.reportCount = item.value;
+        break;
+      case GlobalTag::ReportID:
+        setReportID(item);
+        break;
+      case GlobalTag::Push:
+        if (stack_.size() == kMaxGlobalStackDepth) fail(item, "values are pushed too deep");
+        stack_.push_back(globals_);
+        break;
+      case GlobalTag::Pop:
+        if (stack_.empty()) fail(item, "values are popped that were not pushed");
+        globals_ = stack_.back();
+        stack_.pop_back();
+        break;
+      default:
+        break;  // physical range, unit and unit exponent do not change the values; the rest is
+                // reserved
+    }
+  }
+
+  void setReportID(const Item& item) {
+    if (item.value == 0 || item.value > 0xffU) fail(item, "a report ID must be 1 to 255");
+    globals_.reportID = static_cast<std::uint8_t>(item.value);
+    usesReportIDs_ = true;
+  }
+
+  void takeLocal(const Item& item) {
+    switch (static_cast<LocalTag>(item.tag)) {
+      case LocalTag::Usage: {
+        const RawUsage usage = rawUsage(item);
+        addUsages({usage, usage.id});
+        break;
+      }
+      case LocalTag::UsageMinimum:
+        locals_.minimum = rawUsage(item);
+        completeRange(item);
+        break;
+      case LocalTag::UsageMaximum:
+        locals_.maximum = rawUsage(item);
+        completeRange(item);
+        break;
+      case LocalTag::Delimiter:
+        takeDelimiter(item);
+        break;
+      default:
+        break;  // designators and strings
+    }
+  }
+
+  static RawUsage rawUsage(const Item& item) {
+    if (item.size < 4) return {item.value, std::nullopt};
+    return {item.value & 0xffffU, item.value >> 16U};
+  }
+
+  /// The two ends of a range may come in either order; the page may stand in one of them only.
+  void completeRange(const Item& item) {
+    if (!locals_.minimum || !locals_.maximum) return;
+    RawUsage first = *locals_.minimum;
+    const RawUsage last = *locals_.maximum;
+    locals_.minimum.reset();
+    locals_.maximum.reset();
+    if (first.page && last.page && *first.page != *last.page)
+      fail(item, "a usage range spans two usage pages");
+    if (last.id < first.id) fail(item, "a usage range ends before it begins");
+    if (!first.page) first.page = last.page;
+    addUsages({first, last.id});
+  }
+
+  void addUsages(const RawRange& range) {
+    if (locals_.inDelimiter) {
+      if (locals_.delimitedUsageTaken) return;
+      locals_.delimitedUsageTaken = true;
+    }
+    locals_.usages.push_back(range);
+  }
+
+  void takeDelimiter(const Item& item) {
+    if (item.value > 1) fail(item, "a delimiter must open (1) or close (0) a set");
+    const bool opens = item.value == 1;
+    if (opens == locals_.inDelimiter)
+      fail(item, opens ? "delimiters are nested" : "a delimiter closes no set");
+    locals_.inDelimiter = opens;
+    locals_.delimitedUsageTaken = false;
+  }
+
+  void addField(const Item& item, ReportType type) {
+    if (globals_.reportCount == 0 || globals_.reportSize == 0) return;
+    if (globals_.reportCount > kMaxElements - elementCount_) {
+      fail(item, "more than " + std::to_string(kMaxElements) + " elements");
+    }
+    ReportField field;
+    field.type = type;
+    field.reportID = globals_.reportID;
+    field.constant = (item.value & 1U) != 0;
+    field.variable = (item.value & 2U) != 0;
+    field.bitSize = globals_.reportSize;
+    field.count = globals_.reportCount;
+    field.usagePage = globals_.usagePage;
+    setLogicalRange(item, &field);
+    field.bitOffset = reserveBits(item, type);
+    field.firstCookie = elementCount_ + 1;
+    elementCount_ += field.count;
+    for (const RawRange& range : locals_.usages) {
+      field.usages.appendRange(range.first.page.value_or(globals_.usagePage), range.first.id,
+                               range.last);
+    }
+    fields.push_back(std::move(field));
+  }
+
+  /// Devices write 0…255 as 15 00 25 ff: the maximum is a signed number only beside a negative
+  /// minimum.
+  void setLogicalRange(const Item& item, ReportField* field) const {
+    field->logicalMinimum = globals_.logicalMinimum;
+    field->logicalMaximum = globals_.logicalMinimum < 0
+                                ? signExtended(globals_.logicalMaximum, globals_.logicalMaximumSize)
+                                : static_cast<std::int64_t>(globals_.logicalMaximum);
+    if (!field->constant && field->logicalMaximum < field->logicalMinimum) {
+      fail(item, "the logical maximum " + std::to_string(field->logicalMaximum) +
+                     " is below the minimum " + std::to_string(field->logicalMinimum));
+    }
+  }
+
+  std::uint32_t reserveBits(const Item& item, ReportType type) {
+    std::uint32_t& used = reportBits_[static_cast<std::size_t>(type)][globals_.reportID];
+    const std::uint64_t needed = std::uint64_t{globals_.reportSize} * globals_.reportCount;
+    // Eight bits are kept for an ID byte that a later item may ask for.
+    if (needed > kMaxReportBits - 8 - used) {
+      fail(item, "a report is larger than " + std::to_string(kMaxReportBytes) + " bytes");
+    }
+    return std::exchange(used, used + static_cast<std::uint32_t>(needed));
+  }
+
+  /// One report ID anywhere puts an ID byte before every report, so this is known only at the end.
+  void makeRoomForReportIDs() {
+    for (ReportField& field : fields) field.bitOffset += 8;
+  }
+
+  std::span<const std::uint8_t> bytes_;
+  Globals globals_;
+  Locals locals_;
+  std::vector<Globals> stack_;
+  std::size_t collectionDepth_ = 0;
+  std::uint32_t elementCount_ = 0;
+  bool usesReportIDs_ = false;
+  std::array<std::array<std::uint32_t, 256>, 3> reportBits_{};
+};
+
+}  // namespace
+
+ReportDescriptorError::ReportDescriptorError(std::size_t offset, const std::string& cause)
+    : std::runtime_error("offset " + std::to_string(offset) + ": " + cause), offset_(offset) {}
+
+void UsageList::appendRange(std::uint32_t page, std::uint32_t first, std::uint32_t last) {
+  ranges_.push_back({count_, page, first, last});
+  count_ += std::uint64_t{last} - first + 1;
+}
+
+std::optional<Usage> UsageList::at(std::uint64_t index) const {
+  if (index >= count_) return std::nullopt;
+  const auto behind =
+      std::upper_bound(ranges_.begin(), ranges_.end(), index,
+                       [](std::uint64_t i, const Range& range) { return i < range.start; });
+  const Range& range = *std::prev(behind);
+  return Usage{range.page, range.first + static_cast<std::uint32_t>(index - range.start)};
+}
+
+Usage UsageList::atOrLast(std::uint64_t index) const {
+  if (index < count_) return *at(index);
+  return {ranges_.back().page, ranges_.back().last};
+}
+
+Usage ReportField::usageOfField(std::uint32_t index) const {
+  return usages.empty() ? Usage{usagePage, 0} : usages.atOrLast(index);
+}
+
+Usage ReportField::usageOfSelection(std::int64_t value) const {
+  if (value >= logicalMinimum && value <= logicalMaximum) {
+    // The range is at most 2^32 wide, so the difference cannot overflow.
+    if (const auto usage = usages.at(static_cast<std::uint64_t>(value - logicalMinimum)))
+      return *usage;
+  }
+  return noSelection();
+}
+
+Usage ReportField::noSelection() const {
+  return {usages.empty() ? usagePage : usages.atOrLast(0).page, 0};
+}
+
+ReportDescriptor::ReportDescriptor(std::vector<ReportField> fields, bool usesReportIDs,
+                                   std::uint32_t elementCount)
+    : fields_(std::move(fields)), usesReportIDs_(usesReportIDs), elementCount_(elementCount) {}
+
+ReportDescriptor ReportDescriptor::parse(std::span<const std::uint8_t> bytes) {
+  if (bytes.size() > kMaxDescriptorBytes) {
+    throw ReportDescriptorError(
+        kMaxDescriptorBytes,
+        "the descriptor is longer than " + std::to_string(kMaxDescriptorBytes) + " bytes");
+  }
+  Parser parser(bytes);
+  parser.run();
+  return {std::move(parser.fields), parser.usesReportIDs(), parser.elementCount()};
+}
+
+std::optional<Element> ReportDescriptor::elementWithCookie(std::uint64_t cookie) const {
+  if (cookie == 0 || cookie > elementCount_) return std::nullopt;
+  const auto behind = std::upper_bound(
+      fields_.begin(), fields_.end(), cookie,
+      [](std::uint64_t c, const ReportField& field) { return c < field.firstCookie; });
+  const ReportField& field = *std::prev(behind);
+  return Element{&field, static_cast<std::uint32_t>(cookie - field.firstCookie),
+                 static_cast<std::uint32_t>(cookie)};
+}
+
+}  // namespace router

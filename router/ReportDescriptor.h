@@ -1,0 +1,143 @@
+// A HID report descriptor, parsed: which bits of which report are which element.
+//
+// A descriptor is a list of short items. Global items set values that stay, local items set values
+// for the next main item, and each Input, Output or Feature item then lays `report count` fields of
+// `report size` bits behind what its report holds so far. One such item is a ReportField here; each
+// of its fields is one element.
+//
+// Elements and cookies: every field of every Input, Output and Feature item is an element, the
+// constant ones included, in the order of the descriptor; a field of a variable item is one
+// element, a slot of an array item is one element. An element's cookie is its 1-based index in that
+// order, so it depends on the descriptor alone. An item of zero fields or of fields without bits
+// lays nothing and counts nothing.
+//
+// Usages: a usage that was given without a page takes the usage page that is in force at the main
+// item. The last usage serves the surplus fields of a variable item. Of a delimited set of
+// alternative usages the first is taken.
+//
+// Threading: immutable after parsing. Ownership: a value; elements point into it. Order: that of
+// the descriptor. Errors: parse() throws ReportDescriptorError, which names the offset of the item
+// and the cause. Long items and items
+//   with a reserved tag are skipped, as their definition asks.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace router {
+
+/// What a descriptor may demand at most. Real devices stay far below; a hostile one gets an error,
+/// not memory.
+inline constexpr std::size_t kMaxDescriptorBytes = 65535;
+inline constexpr std::size_t kMaxCollectionDepth = 64;
+inline constexpr std::size_t kMaxGlobalStackDepth = 64;
+inline constexpr std::uint32_t kMaxElements = 65536;
+/// With the report ID byte.
+inline constexpr std::uint32_t kMaxReportBytes = 65536;
+
+class ReportDescriptorError : public std::runtime_error {
+ public:
+  ReportDescriptorError(std::size_t offset, const std::string& cause);
+  /// Of the first byte of the offending item; the descriptor's length for what is missing at its
+  /// end.
+  [[nodiscard]] std::size_t offset() const { return offset_; }
+
+ private:
+  std::size_t offset_;
+};
+
+enum class ReportType : std::uint8_t { Input, Output, Feature };
+
+struct Usage {
+  std::uint32_t page = 0;
+  std::uint32_t id = 0;
+  friend bool operator==(const Usage&, const Usage&) = default;
+};
+
+/// The usages of one main item, in order. Ranges stay ranges.
+class UsageList {
+ public:
+  /// Both ends belong to the range.
+  void appendRange(std::uint32_t page, std::uint32_t first, std::uint32_t last);
+
+  [[nodiscard]] bool empty() const { return ranges_.empty(); }
+  [[nodiscard]] std::uint64_t count() const { return count_; }
+  /// Nothing when `index` is not below count().
+  [[nodiscard]] std::optional<Usage> at(std::uint64_t index) const;
+  /// The last usage for every index from count() on. The list must not be empty.
+  [[nodiscard]] Usage atOrLast(std::uint64_t index) const;
+
+ private:
+  struct Range {
+    std::uint64_t start = 0;  // index of the first usage in the list
+    std::uint32_t page = 0;
+    std::uint32_t first = 0;
+    std::uint32_t last = 0;
+  };
+  std::vector<Range> ranges_;
+  std::uint64_t count_ = 0;
+};
+
+/// One Input, Output or Feature item: `count` fields of `bitSize` bits each.
+struct ReportField {
+  ReportType type = ReportType::Input;
+  std::uint8_t reportID = 0;  ///< 0 where the descriptor uses no report IDs
+  bool constant = false;
+  bool variable = false;        ///< else an array
+  std::uint32_t bitOffset = 0;  ///< of field 0, from the report's first bit, the ID byte counted
+  std::uint32_t bitSize = 0;
+  std::uint32_t count = 0;
+  std::uint32_t firstCookie = 0;
+  std::int64_t logicalMinimum = 0;
+  std::int64_t logicalMaximum = 0;
+  std::uint32_t usagePage = 0;  ///< in force at the item
+  UsageList usages;
+
+  /// The usage of field `index` of a variable item; usage 0 of the page in force where the item
+  /// names none.
+  [[nodiscard]] Usage usageOfField(std::uint32_t index) const;
+  /// The usage that `value` selects in a slot of an array item: the usage number `value` − logical
+  /// minimum. Usage 0, of the page of the item's first usage, where the value is out of the logical
+  /// range or beyond the usages.
+  [[nodiscard]] Usage usageOfSelection(std::int64_t value) const;
+  /// What a slot of an array item stands for that selects nothing.
+  [[nodiscard]] Usage noSelection() const;
+};
+
+/// One field of a main item.
+struct Element {
+  const ReportField* field = nullptr;
+  std::uint32_t index = 0;  ///< which of the item's fields
+  std::uint32_t cookie = 0;
+
+  [[nodiscard]] std::uint32_t bitOffset() const {
+    return field->bitOffset + index * field->bitSize;
+  }
+};
+
+class ReportDescriptor {
+ public:
+  static ReportDescriptor parse(std::span<const std::uint8_t> bytes);
+
+  [[nodiscard]] const std::vector<ReportField>& fields() const { return fields_; }
+  /// Whether every report begins with its ID.
+  [[nodiscard]] bool usesReportIDs() const { return usesReportIDs_; }
+  /// Cookies run from 1 to this.
+  [[nodiscard]] std::uint32_t elementCount() const { return elementCount_; }
+  /// Points into this descriptor. Nothing for a cookie that no element has.
+  [[nodiscard]] std::optional<Element> elementWithCookie(std::uint64_t cookie) const;
+
+ private:
+  ReportDescriptor(std::vector<ReportField> fields, bool usesReportIDs, std::uint32_t elementCount);
+
+  std::vector<ReportField> fields_;
+  bool usesReportIDs_ = false;
+  std::uint32_t elementCount_ = 0;
+};
+
+}  // namespace router
