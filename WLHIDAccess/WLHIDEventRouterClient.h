@@ -1,35 +1,50 @@
 // One client object receives the input of one HID device, by way of the HID event router.
 //
-//   auto client = WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(id, 0, {}, {});
-//   client->setDelegate(delegate);   // held weakly
-//   client->setStarted(true);        // statuses, errors and input come to the delegate
-//   client->setStarted(false);       // stop request, then the connection is closed
+//   auto client =
+//   WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(id, 0,
+//   {}, {}); client->setDelegate(delegate);   // held weakly client->setStarted(true);        //
+//   statuses, errors and input come to the delegate client->setStarted(false);       // stop
+//   request, then the connection is closed
 //
-// Threading: any thread. setStarted runs on the caller's thread and calls the delegate there; everything that comes from
-//   the router arrives on the connection's queue. No lock is held while the delegate or an observer runs.
-// Ownership: the application owns the client. The client holds its delegate weakly. A pending start request keeps the
+// Threading: any thread. setStarted runs on the caller's thread and calls the delegate there;
+// everything that comes from
+//   the router arrives on the connection's queue. No lock is held while the delegate or an observer
+//   runs.
+// Ownership: the application owns the client. The client holds its delegate weakly. A pending start
+// request keeps the
 //   client alive until it is answered. Releasing the last reference closes the connection.
-// Errors: the router's errors go to hidEventRouterClient_handleError, unchanged; everything else is logged through KQLogger.
-// Order: see WLHIDEventRouterClientDelegate.h. Changes of "started", "eventRouterStatus" and "clientStatus" are announced by
-//   key-value observing, will-change before and did-change after everything that the change sets off.
+// Errors: the router's errors go to hidEventRouterClient_handleError, unchanged; everything else is
+// logged through KQLogger. Order: see WLHIDEventRouterClientDelegate.h. Changes of "started",
+// "eventRouterStatus" and "clientStatus" are announced by
+//   key-value observing, will-change before and did-change after everything that the change sets
+//   off.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <typeinfo>
 
 #include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
 #include "platform/foundation/KeyValueObserving.h"
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSError.h"
-#include "platform/foundation/NSString.h"
 #include "platform/foundation/NSNotificationCenter.h"
+#include "platform/foundation/NSString.h"
 #include "platform/kit/KQLogger.h"
 #include "platform/xpc/NSXPCConnection.h"
+#include "router-client/DelegateReference.h"
+#include "router-client/Holder.h"
+#include "router-client/OpeningTurn.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
 
-/// Posted on the default notification center, object null, after each successful install or uninstall.
+/// Posted on the default notification center, object null, after each successful install or
+/// uninstall.
 inline constexpr std::string_view WLHIDEventRouterClientInstallationStatusChanged =
     "WLHIDEventRouterClientInstallationStatusChanged";
 
@@ -39,20 +54,24 @@ class WLHIDEventRouterClient final : public platform::NSObject,
                                      public WLHIDEventRouterClientProtocol,
                                      public std::enable_shared_from_this<WLHIDEventRouterClient> {
  public:
-  using CompletionHandler = std::function<void(bool success, const std::shared_ptr<platform::NSError>& error)>;
+  using CompletionHandler =
+      std::function<void(bool success, const std::shared_ptr<platform::NSError>& error)>;
 
-  /// Whether the router is installed in the version of the application's own copy. Asked afresh on every call.
+  /// Whether the router is installed in the version of the application's own copy. Asked afresh on
+  /// every call.
   static bool isInstalled();
-  /// Installs the router behind an authorization question with `prompt` (null: the system's own text). Synchronous: the
-  /// handler (may be empty) is called before this returns, then, on success, the notification is posted.
+  /// Installs the router behind an authorization question with `prompt` (null: the system's own
+  /// text). Synchronous: the handler (may be empty) is called before this returns, then, on
+  /// success, the notification is posted.
   static void installWithPrompt_completionHandler(const std::shared_ptr<platform::NSString>& prompt,
                                                   const CompletionHandler& handler);
-  static void uninstallWithPrompt_completionHandler(const std::shared_ptr<platform::NSString>& prompt,
-                                                    const CompletionHandler& handler);
+  static void uninstallWithPrompt_completionHandler(
+      const std::shared_ptr<platform::NSString>& prompt, const CompletionHandler& handler);
 
-  /// Opens no connection and starts nothing. Any ID and null dictionaries are accepted. The dictionaries are shared, not
-  /// copied, and reach the router as they are.
-  static std::shared_ptr<WLHIDEventRouterClient> initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
+  /// Opens no connection and starts nothing. Any ID and null dictionaries are accepted. The
+  /// dictionaries are shared, not copied, and reach the router as they are.
+  static std::shared_ptr<WLHIDEventRouterClient>
+  initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
       std::uint64_t registryEntryID, std::uint64_t deviceMode,
       const std::shared_ptr<platform::NSDictionary>& tagDictionary,
       const std::shared_ptr<platform::NSDictionary>& typeDictionary);
@@ -68,9 +87,100 @@ class WLHIDEventRouterClient final : public platform::NSObject,
 
   /// Null once the delegate is gone.
   [[nodiscard]] std::shared_ptr<WLHIDEventRouterClientDelegate> delegate() const;
-  /// Stores a weak reference, and which methods `D` implements. `D` must be the object's own class (or one that answers
-  /// respondsToSelector itself).
+  /// Stores a weak reference, and which methods `D` implements. `D` must be the object's own class,
+  /// for a base class doesn't know what is overridden below it: std::invalid_argument otherwise,
+  /// with nothing stored. A delegate that overrides respondsToSelector may be handed over by any of
+  /// its classes that know so.
   template <class D>
   void setDelegate(const std::shared_ptr<D>& delegate);
   void setDelegate(std::nullptr_t);
+
+  /// The tags under which a client logs: "WLHIDEventRouterClient".
+  [[nodiscard]] std::shared_ptr<platform::NSArray> logTags() const override;
+  /// What the class itself answers, where an instance has a method of the same name.
+  struct Class {
+    [[nodiscard]] static std::shared_ptr<platform::NSArray> logTags();
+  };
+
+  static const platform::NSClass& classObject();
+  [[nodiscard]] const platform::NSClass& isa() const override { return classObject(); }
+
+  // From the router, on the connection's queue. Not for applications to call.
+  void receivedData_forReportID(const std::shared_ptr<platform::NSData>& data,
+                                std::uint32_t reportID) override;
+  void receivedElementValues(const std::shared_ptr<platform::NSArray>& elementValues) override;
+
+  /// For the initialiser alone.
+  class Creation {
+    friend class WLHIDEventRouterClient;
+    Creation() = default;
+  };
+  WLHIDEventRouterClient(Creation, std::uint64_t registryEntryID, std::uint64_t deviceMode,
+                         std::shared_ptr<platform::NSDictionary> tagDictionary,
+                         std::shared_ptr<platform::NSDictionary> typeDictionary);
+
+ private:
+  friend class WLHIDEventRouterClientPrivate;  // router-client/WLHIDEventRouterClient+Private.h
+  using Weak = std::weak_ptr<WLHIDEventRouterClient>;
+
+  // The status model and the connection policy.
+  [[nodiscard]] WLHIDEventRouterStatus currentEventRouterStatus() const;
+  void _installationStatusChanged(const std::shared_ptr<platform::NSNotification>& notification);
+  void _updateConnection();
+  [[nodiscard]] bool applyConnectionPolicy();
+  [[nodiscard]] bool openAndStart();
+  void stopAndClose();
+  void closeForWantOfRouter();
+  [[nodiscard]] bool isRouterInstalled() const;
+  [[nodiscard]] bool isConnectionPresent() const;
+  void storeStarted(bool newStarted);
+  void storeClientStatus(WLHIDEventRouterClientStatus newClientStatus);
+
+  // The connection.
+  std::shared_ptr<platform::NSError> openConnection();
+  void configureConnection(platform::NSXPCConnection& connection,
+                           const std::shared_ptr<platform::NSXPCInterface>& exportedInterface,
+                           const std::shared_ptr<platform::NSXPCInterface>& remoteInterface);
+  void closeConnection();
+  void handleInterruption();
+  void handleInvalidation();
+
+  // The routing session.
+  void startListeningToService();
+  void handleStartReply(const Weak& weakSelf, const std::shared_ptr<platform::NSError>& error);
+  void handleStartFailure(const Weak& weakSelf, const std::shared_ptr<platform::NSError>& error);
+  void stopListeningToService();
+
+  void storeDelegate(std::weak_ptr<WLHIDEventRouterClientDelegate> delegate,
+                     wlhid::DelegateMethods methods);
+
+  // Destroyed from the last to the first: the delegate's reference, the dictionaries, then the
+  // connection.
+  wlhid::Holder<std::shared_ptr<platform::NSXPCConnection>> xpcConnectionToService;
+  const std::uint64_t _registryEntryID;
+  const std::uint64_t _hidDeviceMode;
+  const std::shared_ptr<platform::NSDictionary> _tagsByKQHIDUsageCode;
+  const std::shared_ptr<platform::NSDictionary> _typeByKQHIDUsageCode;
+  std::atomic<bool> _started{false};
+  std::atomic<WLHIDEventRouterStatus> _eventRouterStatus{WLHIDEventRouterStatusNotInstalled};
+  std::atomic<WLHIDEventRouterClientStatus> _clientStatus{WLHIDEventRouterClientStatusIdle};
+  wlhid::OpeningTurn _openingTurn;
+  wlhid::DelegateReference _delegate;
 };
+
+template <class D>
+void WLHIDEventRouterClient::setDelegate(const std::shared_ptr<D>& delegate) {
+  constexpr wlhid::DelegateMethods methods = wlhid::delegateMethodsOf<D>();
+  static_assert(!methods.empty(), "this delegate class overrides none of the delegate's methods: "
+                                  "is a name misspelled, or is the pointer "
+                                  "one to a base class?");
+  if (delegate != nullptr && !methods.answersItself()) {
+    const D& object = *delegate;
+    if (typeid(object) != typeid(D)) {
+      throw std::invalid_argument(std::string("setDelegate was given a ") + typeid(object).name() +
+                                  " by a pointer to its base class " + typeid(D).name() +
+                                  ", which does not know what it overrides");
+    }
+  }
+  storeDelegate(delegate, methods);
+}

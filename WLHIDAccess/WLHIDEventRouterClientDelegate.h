@@ -1,10 +1,12 @@
 // The object that a client tells about its status and hands its device's input to.
 //
-// Threading: input and errors arrive on the connection's queue; a status change on whichever thread made it. Two calls of
-//   one connection never overlap. A slow delegate delays that connection's further input, and nothing else.
-// Ownership: a client holds its delegate weakly. Data and arrays are shared, immutable objects that a delegate may keep.
-// Errors: a delegate must not throw on the connection's queue.
-// Order: on a failed start: status 3 first, then the error.
+// Threading: input and errors arrive on the connection's queue; a status change on whichever thread
+// made it. Two calls of
+//   one connection never overlap. A slow delegate delays that connection's further input, and
+//   nothing else.
+// Ownership: a client holds its delegate weakly. Data and arrays are shared, immutable objects that
+// a delegate may keep. Errors: a delegate must not throw on the connection's queue. Order: on a
+// failed start: status 3 first, then the error.
 #pragma once
 
 #include <cstdint>
@@ -39,21 +41,36 @@ enum class WLHIDEventRouterClientDelegateMethod : std::uint8_t {
   receivedReportData_reportID,
 };
 
-/// Derive from this and override what you want, publicly and with `override`. What a class overrides is found at compile
-/// time when it is handed to setDelegate; a private override, an overload or another signature does not compile there.
+/// Derive from this and override what you want, publicly and with `override`. What a class
+/// overrides is found at compile time when it is handed to setDelegate; a private override, an
+/// overload or another signature does not compile there, nor does a class that overrides nothing at
+/// all.
+///
+/// Input that no delegate takes is written to the log at level 0.
 class WLHIDEventRouterClientDelegate {
  public:
   virtual ~WLHIDEventRouterClientDelegate() = default;
 
-  virtual void hidEventRouterClient_clientStatusChangedTo(const std::shared_ptr<WLHIDEventRouterClient>& client,
-                                                          WLHIDEventRouterClientStatus status);
-  virtual void hidEventRouterClient_handleError(const std::shared_ptr<WLHIDEventRouterClient>& client,
-                                                const std::shared_ptr<platform::NSError>& error);
+  /// The client's status has become another one.
+  virtual void hidEventRouterClient_clientStatusChangedTo(
+      const std::shared_ptr<WLHIDEventRouterClient>& client, WLHIDEventRouterClientStatus status);
+  /// The router answered the start request with `error`, unchanged here.
+  virtual void hidEventRouterClient_handleError(
+      const std::shared_ptr<WLHIDEventRouterClient>& client,
+      const std::shared_ptr<platform::NSError>& error);
   /// The members are platform::KQHIDDeviceElementValue, in descriptor order.
-  virtual void hidEventRouterClient_receivedElementValues(const std::shared_ptr<WLHIDEventRouterClient>& client,
-                                                          const std::shared_ptr<platform::NSArray>& elementValues);
-  /// The bytes as the device sent them, with the report ID in front where the device numbers its reports.
-  virtual void hidEventRouterClient_receivedReportData_reportID(const std::shared_ptr<WLHIDEventRouterClient>& client,
-                                                                const std::shared_ptr<platform::NSData>& data,
-                                                                std::uint32_t reportID);
+  virtual void hidEventRouterClient_receivedElementValues(
+      const std::shared_ptr<WLHIDEventRouterClient>& client,
+      const std::shared_ptr<platform::NSArray>& elementValues);
+  /// The bytes as the device sent them, with the report ID in front where the device numbers its
+  /// reports.
+  virtual void hidEventRouterClient_receivedReportData_reportID(
+      const std::shared_ptr<WLHIDEventRouterClient>& client,
+      const std::shared_ptr<platform::NSData>& data, std::uint32_t reportID);
+
+  /// For a delegate that only knows at run time what it takes, one that forwards to another for
+  /// instance: override this and it is asked before each call, on the calling thread; the overrides
+  /// found at compile time then don't count, and the object may be handed over by a pointer to any
+  /// of its base classes. Not called unless overridden.
+  [[nodiscard]] virtual bool respondsToSelector(WLHIDEventRouterClientDelegateMethod method) const;
 };

@@ -1,9 +1,9 @@
 // The two message protocols between a client object and the HID event router.
 //
-// Threading: a method runs on the queue of the connection that delivers it. A proxy may be used from any thread.
-// Ownership: arguments are shared, immutable objects; the receiver may keep them.
-// Errors: a start request is answered with an NSError or with null; the other messages have no answer.
-// Order: messages of one connection arrive in the order of sending.
+// Threading: a method runs on the queue of the connection that delivers it. A proxy may be used
+// from any thread. Ownership: arguments are shared, immutable objects; the receiver may keep them.
+// Errors: a start request is answered with an NSError or with null; the other messages have no
+// answer. Order: messages of one connection arrive in the order of sending.
 #pragma once
 
 #include <cstdint>
@@ -19,9 +19,11 @@
 
 /// The router's launchd label, Mach service name and file name inside the application bundle.
 inline constexpr std::string_view WLHIDEventRouterLabel = "com.quillmar.hideventrouter";
-/// The domain of the client's own error (code −1: the router is not installed) and of the router's (IOReturn codes).
+/// The domain of the client's own error (code −1: the router is not installed) and of the router's
+/// (IOReturn codes).
 inline constexpr std::string_view HIDEventRouterDomain = "HIDEventRouterDomain";
-/// kIOReturnNotPermitted, 0xE00002E2, sign-extended: the system refuses the router access to the device.
+/// kIOReturnNotPermitted, 0xE00002E2, sign-extended: the system refuses the router access to the
+/// device.
 inline constexpr std::int64_t WLHIDEventRouterNotPermitted = -536870174;
 
 /// What the router offers. The client is the sender.
@@ -32,10 +34,12 @@ class WLHIDEventRouterProtocol {
   static const platform::XPCProtocol& protocol();
   virtual ~WLHIDEventRouterProtocol() = default;
 
-  /// Opens the device with that registry entry ID and routes its input to this connection's client. `reply` is called
-  /// once: with null when routing has begun, else with the reason. The dictionaries may be null.
+  /// Opens the device with that registry entry ID and routes its input to this connection's client.
+  /// `reply` is called once: with null when routing has begun, else with the reason. The
+  /// dictionaries may be null.
   virtual void startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
-      std::uint64_t entryID, std::uint64_t deviceMode, const std::shared_ptr<platform::NSDictionary>& tagDictionary,
+      std::uint64_t entryID, std::uint64_t deviceMode,
+      const std::shared_ptr<platform::NSDictionary>& tagDictionary,
       const std::shared_ptr<platform::NSDictionary>& typeDictionary, StartReply reply) = 0;
   /// Ends the sending of input on this connection. One-way.
   virtual void stopRoutingService() = 0;
@@ -48,7 +52,8 @@ class WLHIDEventRouterClientProtocol {
   virtual ~WLHIDEventRouterClientProtocol() = default;
 
   /// One input report, as the device sent it (with its report ID byte where it has one).
-  virtual void receivedData_forReportID(const std::shared_ptr<platform::NSData>& data, std::uint32_t reportID) = 0;
+  virtual void receivedData_forReportID(const std::shared_ptr<platform::NSData>& data,
+                                        std::uint32_t reportID) = 0;
   /// The KQHIDDeviceElementValues of one report. On the wire an NSMutableArray.
   virtual void receivedElementValues(const std::shared_ptr<platform::NSArray>& elementValues) = 0;
 };

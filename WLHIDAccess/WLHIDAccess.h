@@ -1,0 +1,16 @@
+// All that an application includes: the client object with its delegate, the installation of the
+// router, and the framework's own version.
+//
+//   #include "WLHIDAccess/WLHIDAccess.h"
+//
+// Threading, Ownership, Errors, Order: see each header; the whole picture is in docs/threading.md.
+#pragma once
+
+#include "WLHIDAccess/KQPrivilegedHelperManager.h"
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
+
+/// The framework's version as a number: 1.0.
+extern "C" const double WLHIDAccessVersionNumber;
+/// The framework's version as what(1) and a reader of the binary find it; ends with a line feed.
+extern "C" const char WLHIDAccessVersionString[];

@@ -1,0 +1,43 @@
+// Writing a line of the client's log.
+//
+// Threading: any thread. Ownership: nothing is kept. Order: none.
+// Errors: none of its own.
+//
+// The logger's level is read afresh for each line, before tags, arguments or text of it are formed.
+#pragma once
+
+#include <memory>
+
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "platform/kit/KQLogger.h"
+#include "router-client/LogSites.h"
+
+namespace wlhid {
+
+[[nodiscard]] inline bool isWanted(const LogSite& site) {
+  return platform::KQLogger::logLevel() <= site.level;
+}
+
+/// For a site whose arguments cost something: after isWanted(site).
+template <class... Arguments>
+void send(const LogSite& site, const std::shared_ptr<platform::NSArray>& tags,
+          const Arguments&... arguments) {
+  platform::KQLogger::sharedLogger().logAtLevel_function_sourcePath_sourceLine_tags_message(
+      site.level, site.function, kLogSourcePath, site.line, tags, site.format, arguments...);
+}
+
+template <class... Arguments>
+void log(const LogSite& site, const WLHIDEventRouterClient& client, const Arguments&... arguments) {
+  if (isWanted(site)) send(site, client.logTags(), arguments...);
+}
+
+/// From a block, which holds the client weakly: without tags once it is gone.
+template <class... Arguments>
+void log(const LogSite& site, const std::weak_ptr<WLHIDEventRouterClient>& weakClient,
+         const Arguments&... arguments) {
+  if (!isWanted(site)) return;
+  const auto client = weakClient.lock();
+  send(site, client ? client->logTags() : nullptr, arguments...);
+}
+
+}  // namespace wlhid

@@ -1,0 +1,109 @@
+// The connection to the router: opening, closing, and what its end sets off.
+#include <utility>
+
+#include "WLHIDAccess/KQPrivilegedHelperManager.h"
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "platform/foundation/NSDate.h"
+#include "platform/foundation/NSNumber.h"
+#include "platform/foundation/NSURL.h"
+#include "platform/kit/KQHIDDeviceElementValue.h"
+#include "platform/kit/KQIOObject.h"
+#include "router-client/ClientLog.h"
+
+using namespace platform;
+
+namespace {
+
+constexpr std::int64_t kRouterNotInstalled = -1;
+
+void admitElementValues(NSXPCInterface& exportedInterface) {
+  exportedInterface.setClasses_forSelector_argumentIndex_ofReply(
+      {&NSMutableArray::classObject(), &KQHIDDeviceElementValue::classObject()},
+      "receivedElementValues:", 0,
+      /*ofReply=*/false);
+}
+
+/// What an error of the router may carry in its user info.
+void admitStartErrors(NSXPCInterface& remoteInterface) {
+  remoteInterface.setClasses_forSelector_argumentIndex_ofReply(
+      {&NSData::classObject(), &NSArray::classObject(), &NSNumber::classObject(),
+       &NSError::classObject(), &NSString::classObject(), &NSDictionary::classObject(),
+       &NSDate::classObject(), &NSURL::classObject(), &KQIOObject::classObject()},
+      "startRoutingServiceWithEntryID:deviceMode:tagDictionary:typeDictionary:reply:", 0,
+      /*ofReply=*/true);
+}
+
+}  // namespace
+
+/// An error when the router is not installed. Null does not promise a connection: a platform that
+/// can't make an interface or a connection gives none, silently.
+std::shared_ptr<NSError> WLHIDEventRouterClient::openConnection() {
+  wlhid::log(wlhid::site::openConnection, *this);
+  if (!KQPrivilegedHelperManager::isPriviledgedHelperInstalledWithLabel(
+          str(WLHIDEventRouterLabel))) {
+    return NSError::errorWithDomain_code_userInfo(str(HIDEventRouterDomain), kRouterNotInstalled,
+                                                  nullptr);
+  }
+  const auto remoteInterface =
+      NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterProtocol::protocol());
+  if (!remoteInterface) return nullptr;
+  const auto exportedInterface =
+      NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterClientProtocol::protocol());
+  if (!exportedInterface) return nullptr;
+  admitElementValues(*exportedInterface);
+  admitStartErrors(*remoteInterface);
+
+  const auto connection =
+      NSXPCConnection::initWithMachServiceName_options(str(WLHIDEventRouterLabel), /*options=*/0);
+  xpcConnectionToService.exchange(connection);
+  // From here on by the local pointer: another thread may close or replace what is stored.
+  if (connection) configureConnection(*connection, exportedInterface, remoteInterface);
+  return nullptr;
+}
+
+void WLHIDEventRouterClient::configureConnection(
+    NSXPCConnection& connection, const std::shared_ptr<NSXPCInterface>& exportedInterface,
+    const std::shared_ptr<NSXPCInterface>& remoteInterface) {
+  const Weak weakSelf = weak_from_this();
+  connection.setExportedInterface(exportedInterface);
+  connection.setExportedObject<WLHIDEventRouterClientProtocol>(weakSelf.lock());
+  connection.setInterruptionHandler([weakSelf] {
+    wlhid::log(wlhid::site::interruption, weakSelf);
+    if (const auto self = weakSelf.lock()) self->handleInterruption();
+  });
+  connection.setInvalidationHandler([weakSelf] {
+    wlhid::log(wlhid::site::invalidation, weakSelf);
+    if (const auto self = weakSelf.lock()) self->handleInvalidation();
+  });
+  connection.setRemoteObjectInterface(remoteInterface);
+  connection.resume();
+}
+
+void WLHIDEventRouterClient::closeConnection() {
+  wlhid::log(wlhid::site::closeConnection, *this);
+  const auto connection = xpcConnectionToService.load();
+  if (!connection) return;
+  connection->invalidate();
+  // Another thread may have stored a newer connection in the meantime, which must not be dropped
+  // without its invalidation.
+  xpcConnectionToService.clearIfHolding(connection);
+}
+
+/// The connection stays: an interrupted one is usable, and nothing is restarted on it while the
+/// router is still installed.
+void WLHIDEventRouterClient::handleInterruption() {
+  wlhid::log(wlhid::site::handleInterruption, *this);
+  stopListeningToService();
+  _installationStatusChanged(nullptr);
+  _updateConnection();
+}
+
+/// Also runs after the client's own invalidate; the close then finds nothing, and a client that was
+/// started again meanwhile gets its new connection here.
+void WLHIDEventRouterClient::handleInvalidation() {
+  wlhid::log(wlhid::site::handleInvalidation, *this);
+  closeConnection();
+  if (!started()) return;
+  _installationStatusChanged(nullptr);
+  _updateConnection();
+}

@@ -1,0 +1,53 @@
+// What the router delivers goes to the delegate, or to the log where no delegate takes it.
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "platform/kit/KQHIDDeviceElementValue.h"
+#include "router-client/ClientLog.h"
+
+using platform::KQHIDDeviceElementValue;
+using platform::NSArray;
+using platform::NSData;
+using platform::NSObject;
+
+void WLHIDEventRouterClient::receivedData_forReportID(const std::shared_ptr<NSData>& data,
+                                                      std::uint32_t reportID) {
+  if (_delegate.isPresentAndRespondsTo(
+          WLHIDEventRouterClientDelegateMethod::receivedReportData_reportID)) {
+    if (const auto delegate = _delegate.load()) {
+      delegate->hidEventRouterClient_receivedReportData_reportID(shared_from_this(), data,
+                                                                 reportID);
+    }
+    return;
+  }
+  wlhid::log(wlhid::site::receivedData, *this, reportID, data);
+}
+
+namespace {
+
+/// A member that is no element value is spoken to like nil: every number is 0 and there are no
+/// bytes.
+void logElementValue(const WLHIDEventRouterClient& client,
+                     const std::shared_ptr<NSObject>& member) {
+  if (!wlhid::isWanted(wlhid::site::receivedElementValues)) return;
+  const auto value = platform::objectCast<KQHIDDeviceElementValue>(member);
+  const platform::HIDElementValueRecord record =
+      value ? value->record() : platform::HIDElementValueRecord();
+  wlhid::send(wlhid::site::receivedElementValues, client.logTags(), record.reportID, record.usage,
+              record.usagePage, static_cast<std::uint32_t>(record.cookie), record.integerValue,
+              value ? value->bytesValue() : nullptr);
+}
+
+}  // namespace
+
+void WLHIDEventRouterClient::receivedElementValues(const std::shared_ptr<NSArray>& elementValues) {
+  if (_delegate.isPresentAndRespondsTo(
+          WLHIDEventRouterClientDelegateMethod::receivedElementValues)) {
+    if (const auto delegate = _delegate.load()) {
+      delegate->hidEventRouterClient_receivedElementValues(shared_from_this(), elementValues);
+    }
+    return;
+  }
+  const std::shared_ptr<NSArray> walked = elementValues;
+  if (!walked) return;
+  walked->enumerateObjects(
+      [this](const std::shared_ptr<NSObject>& member) { logElementValue(*this, member); });
+}

@@ -1,0 +1,207 @@
+// The object itself, its status model and the policy that decides about the connection.
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
+
+#include <utility>
+
+#include "router-client/ClientLog.h"
+
+using platform::NSArray;
+using platform::NSClass;
+using platform::NSDictionary;
+using platform::NSNotificationCenter;
+using platform::str;
+
+// ---------------------------------------------------------------------------------------------
+// Life and tags
+
+std::shared_ptr<WLHIDEventRouterClient>
+WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
+    std::uint64_t registryEntryID, std::uint64_t deviceMode,
+    const std::shared_ptr<NSDictionary>& tagDictionary,
+    const std::shared_ptr<NSDictionary>& typeDictionary) {
+  auto self = std::make_shared<WLHIDEventRouterClient>(Creation(), registryEntryID, deviceMode,
+                                                       tagDictionary, typeDictionary);
+  wlhid::log(wlhid::site::init, *self);
+  self->_eventRouterStatus = self->currentEventRouterStatus();
+  self->_clientStatus = WLHIDEventRouterClientStatusIdle;
+  NSNotificationCenter::defaultCenter()->addObserver_selector_name_object(
+      platform::notificationObserver(
+          self, "_installationStatusChanged:", &WLHIDEventRouterClient::_installationStatusChanged),
+      str(WLHIDEventRouterClientInstallationStatusChanged), /*object=*/nullptr);
+  return self;
+}
+
+WLHIDEventRouterClient::WLHIDEventRouterClient(Creation, std::uint64_t registryEntryID,
+                                               std::uint64_t deviceMode,
+                                               std::shared_ptr<NSDictionary> tagDictionary,
+                                               std::shared_ptr<NSDictionary> typeDictionary)
+    : _registryEntryID(registryEntryID),
+      _hidDeviceMode(deviceMode),
+      _tagsByKQHIDUsageCode(std::move(tagDictionary)),
+      _typeByKQHIDUsageCode(std::move(typeDictionary)) {}
+
+// No stop request: the router learns of the end by the connection's.
+WLHIDEventRouterClient::~WLHIDEventRouterClient() {
+  wlhid::log(wlhid::site::dealloc, *this);
+  closeConnection();
+  NSNotificationCenter::defaultCenter()->removeObserver_name_object(
+      this, str(WLHIDEventRouterClientInstallationStatusChanged), /*object=*/nullptr);
+}
+
+const NSClass& WLHIDEventRouterClient::classObject() {
+  static const NSClass object{"WLHIDEventRouterClient", &platform::NSObject::classObject()};
+  return object;
+}
+
+std::shared_ptr<NSArray> WLHIDEventRouterClient::Class::logTags() {
+  return NSArray::arrayWithObjects({str("WLHIDEventRouterClient")});
+}
+
+std::shared_ptr<NSArray> WLHIDEventRouterClient::logTags() const {
+  return Class::logTags();
+}
+
+// ------------------------------------------------------------------------------------------------
+// Properties
+
+std::uint64_t WLHIDEventRouterClient::registryEntryID() const {
+  return _registryEntryID;
+}
+std::uint64_t WLHIDEventRouterClient::hidDeviceMode() const {
+  return _hidDeviceMode;
+}
+WLHIDEventRouterStatus WLHIDEventRouterClient::eventRouterStatus() const {
+  return _eventRouterStatus;
+}
+WLHIDEventRouterClientStatus WLHIDEventRouterClient::clientStatus() const {
+  return _clientStatus;
+}
+bool WLHIDEventRouterClient::started() const {
+  return _started;
+}
+
+std::shared_ptr<WLHIDEventRouterClientDelegate> WLHIDEventRouterClient::delegate() const {
+  return _delegate.load();
+}
+void WLHIDEventRouterClient::setDelegate(std::nullptr_t) {
+  storeDelegate({}, {});
+}
+
+void WLHIDEventRouterClient::storeDelegate(std::weak_ptr<WLHIDEventRouterClientDelegate> delegate,
+                                           wlhid::DelegateMethods methods) {
+  _delegate.store(std::move(delegate), methods);
+}
+
+// Both setters announce themselves as a whole, log line and equal values included: an observer
+// hears did-change when everything that the change sets off is done.
+
+void WLHIDEventRouterClient::setStarted(bool newStarted) {
+  const auto self = weak_from_this().lock();
+  willChangeValueForKey("started");
+  storeStarted(newStarted);
+  didChangeValueForKey("started");
+}
+
+void WLHIDEventRouterClient::storeStarted(bool newStarted) {
+  wlhid::log(wlhid::site::setStarted, *this, newStarted);
+  if (_started.exchange(newStarted) == newStarted) return;
+  _updateConnection();
+}
+
+void WLHIDEventRouterClient::setClientStatus(WLHIDEventRouterClientStatus newClientStatus) {
+  const auto self = weak_from_this().lock();
+  willChangeValueForKey("clientStatus");
+  storeClientStatus(newClientStatus);
+  didChangeValueForKey("clientStatus");
+}
+
+void WLHIDEventRouterClient::storeClientStatus(WLHIDEventRouterClientStatus newClientStatus) {
+  wlhid::log(wlhid::site::setClientStatus, *this, newClientStatus);
+  if (_clientStatus.exchange(newClientStatus) == newClientStatus) return;
+  if (!_delegate.isPresentAndRespondsTo(
+          WLHIDEventRouterClientDelegateMethod::clientStatusChangedTo))
+    return;
+  if (const auto delegate = _delegate.load()) {
+    delegate->hidEventRouterClient_clientStatusChangedTo(shared_from_this(), newClientStatus);
+  }
+}
+
+// ------------------------------------------------------------------------- Router status and
+// connection policy
+
+WLHIDEventRouterStatus WLHIDEventRouterClient::currentEventRouterStatus() const {
+  wlhid::log(wlhid::site::currentEventRouterStatus, *this);
+  return isInstalled() ? WLHIDEventRouterStatusInstalled : WLHIDEventRouterStatusNotInstalled;
+}
+
+void WLHIDEventRouterClient::_installationStatusChanged(
+    const std::shared_ptr<platform::NSNotification>&) {
+  const auto self = weak_from_this().lock();
+  const WLHIDEventRouterStatus newStatus = currentEventRouterStatus();
+  wlhid::log(wlhid::site::installationStatusChanged, *this);
+  if (newStatus == _eventRouterStatus) return;
+  willChangeValueForKey("eventRouterStatus");
+  _eventRouterStatus = newStatus;
+  _updateConnection();
+  didChangeValueForKey("eventRouterStatus");
+}
+
+bool WLHIDEventRouterClient::isRouterInstalled() const {
+  return _eventRouterStatus == WLHIDEventRouterStatusInstalled;
+}
+
+bool WLHIDEventRouterClient::isConnectionPresent() const {
+  return xpcConnectionToService.ask([](const auto& connection) { return connection != nullptr; });
+}
+
+void WLHIDEventRouterClient::_updateConnection() {
+  wlhid::log(wlhid::site::updateConnection, *this, started());
+  while (applyConnectionPolicy()) continue;
+}
+
+/// The one place that decides:
+///
+///   started  router         connection  action
+///   no       any            present     stop request, close
+///   no       any            absent      nothing
+///   yes      installed      absent      open; unless that fails, status Opening and start request
+///   yes      installed      present     nothing: a session is running or pending
+///   yes      not installed  any         close if present; then status RouterUnavailable
+///
+/// Returns whether to apply it once more, because another thread came by while this one was opening
+/// (OpeningTurn.h).
+bool WLHIDEventRouterClient::applyConnectionPolicy() {
+  _openingTurn.visit();
+  if (!started()) {
+    if (isConnectionPresent()) stopAndClose();
+    return false;
+  }
+  if (!isRouterInstalled()) {
+    closeForWantOfRouter();
+    return false;
+  }
+  return !isConnectionPresent() && openAndStart();
+}
+
+void WLHIDEventRouterClient::stopAndClose() {
+  stopListeningToService();
+  closeConnection();
+}
+
+void WLHIDEventRouterClient::closeForWantOfRouter() {
+  if (isConnectionPresent()) closeConnection();
+  if (isConnectionPresent()) return;
+  setClientStatus(WLHIDEventRouterClientStatusRouterUnavailable);
+}
+
+bool WLHIDEventRouterClient::openAndStart() {
+  if (!_openingTurn.enter()) return false;
+  wlhid::OpeningTurn::Exit exit(_openingTurn);
+  // Another thread's stop, removal or opening that ended before the turn began left no note: look
+  // again.
+  if (started() && isRouterInstalled() && !isConnectionPresent() && openConnection() == nullptr) {
+    setClientStatus(WLHIDEventRouterClientStatusOpening);
+    startListeningToService();
+  }
+  return exit.leave();
+}
