@@ -1,0 +1,15 @@
+// The section search on arbitrary bytes: whatever it finds lies within them.
+#include <cstdlib>
+
+#include "helper-install/MachO.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::span image(data, size);
+  const auto found = findMachOSection(image, "__TEXT", "__info_plist");
+  if (!found) return 0;
+  const bool within = found->data() >= data && found->data() + found->size() <= data + size;
+  if (!within || found->empty()) std::abort();
+  std::uint8_t sum = 0;
+  for (const auto byte : *found) sum = static_cast<std::uint8_t>(sum + byte);
+  return sum == 256 ? 1 : 0;
+}
