@@ -1,0 +1,58 @@
+#include "platform/scripted/Describe.h"
+
+#include <type_traits>
+
+namespace platform {
+
+namespace {
+
+bool isBlank(char c) {
+  return c == ' ' || c == '\n' || c == '\t';
+}
+
+std::string describeValue(const XPCValue& value) {
+  return std::visit(
+      [](const auto& held) {
+        if constexpr (std::is_integral_v<std::decay_t<decltype(held)>>)
+          return std::to_string(held);
+        else
+          return describe(held);
+      },
+      value);
+}
+
+}  // namespace
+
+std::string describe(std::string_view text) {
+  std::string line;
+  for (const char c : text) {
+    if (!isBlank(c))
+      line += c;
+    else if (!line.empty() && line.back() != ' ')
+      line += ' ';
+  }
+  if (!line.empty() && line.back() == ' ') line.pop_back();
+  return line;
+}
+
+std::string describe(const std::shared_ptr<NSObject>& object) {
+  return object ? describe(std::string_view(object->description())) : "nil";
+}
+
+std::string describeInterface(const std::shared_ptr<NSXPCInterface>& interface) {
+  return interface ? std::string(interface->protocol().name) : "nil";
+}
+
+std::string describeValues(const XPCValues& values) {
+  std::string line;
+  for (std::size_t i = 0; i < values.count; ++i) line += " " + describeValue(values.values.at(i));
+  return line;
+}
+
+std::string describeClasses(const NSClassSet& classes) {
+  std::string line;
+  for (const NSClass* c : classes) line += (line.empty() ? "" : ", ") + std::string(c->name);
+  return "(" + line + ")";
+}
+
+}  // namespace platform

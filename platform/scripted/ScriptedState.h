@@ -1,0 +1,46 @@
+// What a scripted platform answers, shared by its providers. Private to this folder.
+//
+// Threading: any thread; the mutex covers the answers, never a call. Ownership: shared with the
+// providers. Errors, Order:
+//   none.
+#pragma once
+
+#include <deque>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+
+#include "platform/foundation/FoundationProvider.h"
+#include "platform/scripted/ScriptedPlatform.h"
+#include "platform/services/ServiceManagement.h"
+#include "platform/xpc/NSXPCConnection.h"
+
+namespace platform {
+
+struct ScriptedPlatform::State {
+  const std::shared_ptr<Trace> trace = std::make_shared<Trace>();
+
+  mutable std::mutex mutex;
+  std::shared_ptr<NSString> mainBundlePath = str("/Applications/Example.app");
+  std::map<std::string, std::vector<std::uint8_t>, std::less<>> files;
+  std::map<std::string, std::shared_ptr<NSObject>, std::less<>> propertyLists;
+  std::map<std::string, std::shared_ptr<NSDictionary>, std::less<>> jobs;
+  std::deque<std::shared_ptr<NSDictionary>> nextJobs;
+  OSStatus authorizationStatus = errAuthorizationSuccess;
+  std::size_t authorizations = 0;
+  OutcomeScript removal;
+  OutcomeScript bless;
+  std::set<std::string, std::less<>> refusedInterfaces;
+  bool refusesConnections = false;
+  std::vector<std::shared_ptr<ScriptedConnection>> connections;
+
+  void record(std::string line) const { trace->record(std::move(line)); }
+};
+
+std::shared_ptr<FoundationProvider> scriptedFoundation(
+    std::shared_ptr<ScriptedPlatform::State> state);
+std::shared_ptr<ServicesProvider> scriptedServices(std::shared_ptr<ScriptedPlatform::State> state);
+std::shared_ptr<XPCProvider> scriptedXPC(std::shared_ptr<ScriptedPlatform::State> state);
+
+}  // namespace platform

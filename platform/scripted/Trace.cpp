@@ -1,0 +1,41 @@
+#include "platform/scripted/Trace.h"
+
+#include <utility>
+
+namespace platform {
+
+void Trace::record(std::string line) {
+  const std::lock_guard lock(mutex_);
+  lines_.push_back({std::this_thread::get_id(), std::move(line)});
+}
+
+std::vector<std::string> Trace::lines() const {
+  const std::lock_guard lock(mutex_);
+  std::vector<std::string> texts;
+  texts.reserve(lines_.size());
+  for (const Line& line : lines_) texts.push_back(line.text);
+  return texts;
+}
+
+std::vector<std::string> Trace::linesOfThread(std::thread::id thread) const {
+  const std::lock_guard lock(mutex_);
+  std::vector<std::string> texts;
+  for (const Line& line : lines_) {
+    if (line.thread == thread) texts.push_back(line.text);
+  }
+  return texts;
+}
+
+std::vector<std::string> Trace::take() {
+  std::vector<Line> taken;
+  {
+    const std::lock_guard lock(mutex_);
+    taken.swap(lines_);
+  }
+  std::vector<std::string> texts;
+  texts.reserve(taken.size());
+  for (Line& line : taken) texts.push_back(std::move(line.text));
+  return texts;
+}
+
+}  // namespace platform

@@ -1,0 +1,35 @@
+// What happened, one line an event, in one order.
+//
+// Threading: any thread. Ownership: results are copies. Errors: none.
+// Order: lines stand in the order in which they were recorded; those of one thread in that thread's
+// own order.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace platform {
+
+class Trace {
+ public:
+  void record(std::string line);
+
+  [[nodiscard]] std::vector<std::string> lines() const;
+  /// Only what `thread` recorded.
+  [[nodiscard]] std::vector<std::string> linesOfThread(std::thread::id thread) const;
+  /// All lines, which are then forgotten.
+  std::vector<std::string> take();
+
+ private:
+  struct Line {
+    std::thread::id thread;
+    std::string text;
+  };
+
+  mutable std::mutex mutex_;
+  std::vector<Line> lines_;
+};
+
+}  // namespace platform
