@@ -1,9 +1,8 @@
 // Asking the person at the machine for leave to do something privileged.
 //
 // Threading: any thread; AuthorizationCreate blocks until the question is answered.
-// Ownership: an AuthorizationRef is never freed: it lives for the life of the process, as its callers rely on.
-// Errors: the platform's status codes, below.
-// Order: none.
+// Ownership: an AuthorizationRef is never freed: it lives for the life of the process, as its
+// callers rely on. Errors: the platform's status codes, below. Order: none.
 #pragma once
 
 #include <cstdint>
@@ -26,7 +25,8 @@ inline constexpr AuthorizationFlags kAuthorizationFlagInteractionAllowed = 1;
 inline constexpr AuthorizationFlags kAuthorizationFlagExtendRights = 2;
 inline constexpr AuthorizationFlags kAuthorizationFlagPreAuthorize = 16;
 
-/// `valueLength` counts bytes; `value` is not NUL-terminated for this purpose and may be null when the length is 0.
+/// `valueLength` counts bytes; `value` is not NUL-terminated for this purpose and may be null when
+/// the length is 0.
 struct AuthorizationItem {
   std::string_view name;
   std::size_t valueLength = 0;
@@ -45,14 +45,17 @@ struct Authorization;  // opaque
 using AuthorizationRef = Authorization*;
 
 /// `rights` is not null; `environment` may be. 0 and a reference, or a status and null.
-OSStatus AuthorizationCreate(const AuthorizationRights* rights, const AuthorizationEnvironment* environment,
-                             AuthorizationFlags flags, AuthorizationRef* returnAuthorization);
+OSStatus AuthorizationCreate(const AuthorizationRights* rights,
+                             const AuthorizationEnvironment* environment, AuthorizationFlags flags,
+                             AuthorizationRef* returnAuthorization);
 
-/// Who answers on a user's root. Receives the prompt (the platform's own sentence when the application gave none).
+/// Who answers on a user's root. Receives the prompt (the platform's own sentence when the
+/// application gave none).
 using AuthorizationAgent = std::function<OSStatus(std::string_view prompt)>;
 
-/// Replaces the agent; null puts back the default, which asks on the controlling terminal ("/dev/tty") and answers
-/// −60007 where there is none. On a system root polkit answers and no agent is asked.
+/// Replaces the agent; null puts back the default, which asks on the controlling terminal
+/// ("/dev/tty") and answers −60007 where there is none. On a system root polkit answers and no
+/// agent is asked.
 void setAuthorizationAgent(AuthorizationAgent agent);
 /// Agents for scripts: always the same answer.
 [[nodiscard]] AuthorizationAgent fixedAuthorizationAgent(OSStatus answer);

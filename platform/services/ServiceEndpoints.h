@@ -1,8 +1,10 @@
 // Reaching a named service: from its name to a connected stream socket.
 //
 // Threading: any thread. Ownership: the caller owns the descriptor. Order: none.
-// Errors: as Outcome. The peer's owner is checked (SO_PEERCRED on the connected socket: who made the endpoint) against
-//   root and the root directory's owner before a byte is sent; an endpoint of anybody else is Refused.
+// Errors: as Outcome. The peer's owner is checked (SO_PEERCRED on the connected socket: who made
+// the endpoint) against
+//   root and the root directory's owner before a byte is sent; an endpoint of anybody else is
+//   Refused.
 #pragma once
 
 #include <memory>
@@ -28,17 +30,19 @@ struct ServiceConnectResult {
 class ServiceEndpoints {
  public:
   virtual ~ServiceEndpoints() = default;
-  /// Connects, and on a user's root starts the job daemon first if none is running. Starts no job by itself: the daemon
-  /// does so when it sees the connection. May take as long as starting the daemon takes, so it is called on a connection's
-  /// own thread, never in a caller's.
+  /// Connects, and on a user's root starts the job daemon first if none is running. Starts no job
+  /// by itself: the daemon does so when it sees the connection. May take as long as starting the
+  /// daemon takes, so it is called on a connection's own thread, never in a caller's.
   virtual ServiceConnectResult connectToService(std::string_view service) = 0;
 };
 
-/// The process's endpoints: those of SystemRoot::current() until a test puts in others. Never destroyed.
+/// The process's endpoints: those of SystemRoot::current() until a test puts in others. Never
+/// destroyed.
 ProviderSlot<ServiceEndpoints>& serviceEndpoints();
 
-/// connect() and bind() for a socket path of any length: a Unix address holds 107 bytes, so the directory is opened and
-/// the address goes through its descriptor. Return the socket, or -1 with errno.
+/// connect() and bind() for a socket path of any length: a Unix address holds 107 bytes, so the
+/// directory is opened and the address goes through its descriptor. Return the socket, or -1 with
+/// errno.
 int connectUnixSocket(const std::string& path, int type);
 /// Listens with `backlog`; the socket file has mode `mode`. An existing socket file is replaced.
 int listenUnixSocket(const std::string& path, int type, int backlog, unsigned mode);

@@ -1,8 +1,9 @@
 // Privileged helper jobs: asking for, installing and removing them.
 //
-// Threading: any thread; each call is synchronous and may wait for the job daemon (bounded: 30 s) and for a person.
-// Ownership: results belong to the caller; an AuthorizationRef lives for the life of the process.
-// Errors: returned as NSError through `returnError` (null allowed), in "WLServiceManagementErrorDomain" with a
+// Threading: any thread; each call is synchronous and may wait for the job daemon (bounded: 30 s)
+// and for a person. Ownership: results belong to the caller; an AuthorizationRef lives for the life
+// of the process. Errors: returned as NSError through `returnError` (null allowed), in
+// "WLServiceManagementErrorDomain" with a
 //   localized description that names the file and the cause.
 // Order: none. A crash at any point of a bless leaves the old helper or the new one, whole.
 #pragma once
@@ -23,32 +24,41 @@ namespace platform {
 inline constexpr std::string_view kSMDomainSystemLaunchd = "kSMDomainSystemLaunchd";
 inline constexpr std::string_view WLServiceManagementErrorDomain = "WLServiceManagementErrorDomain";
 
-/// The job's dictionary ("Label", "ProgramArguments", "MachServices"), read afresh; null when the domain has no such job.
-std::shared_ptr<NSDictionary> SMJobCopyDictionary(std::string_view domain, const std::shared_ptr<NSString>& label);
+/// The job's dictionary ("Label", "ProgramArguments", "MachServices"), read afresh; null when the
+/// domain has no such job.
+std::shared_ptr<NSDictionary> SMJobCopyDictionary(std::string_view domain,
+                                                  const std::shared_ptr<NSString>& label);
 
-/// Removes the job: its endpoints, its process, its executable and its job file. With `wait` it returns after the job's
-/// process has gone.
-bool SMJobRemove(std::string_view domain, const std::shared_ptr<NSString>& label, const AuthorizationRef& authorization,
-                 bool wait, std::shared_ptr<NSError>* returnError);
+/// Removes the job: its endpoints, its process, its executable and its job file. With `wait` it
+/// returns after the job's process has gone.
+bool SMJobRemove(std::string_view domain, const std::shared_ptr<NSString>& label,
+                 const AuthorizationRef& authorization, bool wait,
+                 std::shared_ptr<NSError>* returnError);
 
-/// Copies the helper from the main bundle's "Contents/Library/LaunchServices/<label>" into place and submits the job that
-/// its embedded launchd property list describes.
-bool SMJobBless(std::string_view domain, const std::shared_ptr<NSString>& label, const AuthorizationRef& authorization,
-                std::shared_ptr<NSError>* returnError);
+/// Copies the helper from the main bundle's "Contents/Library/LaunchServices/<label>" into place
+/// and submits the job that its embedded launchd property list describes.
+bool SMJobBless(std::string_view domain, const std::shared_ptr<NSString>& label,
+                const AuthorizationRef& authorization, std::shared_ptr<NSError>* returnError);
 
 class ServicesProvider {
  public:
   virtual ~ServicesProvider() = default;
-  virtual std::shared_ptr<NSDictionary> jobCopyDictionary(std::string_view domain, const std::shared_ptr<NSString>& label) = 0;
-  virtual bool jobRemove(std::string_view domain, const std::shared_ptr<NSString>& label, const AuthorizationRef& authorization,
-                         bool wait, std::shared_ptr<NSError>* returnError) = 0;
-  virtual bool jobBless(std::string_view domain, const std::shared_ptr<NSString>& label, const AuthorizationRef& authorization,
+  virtual std::shared_ptr<NSDictionary> jobCopyDictionary(
+      std::string_view domain, const std::shared_ptr<NSString>& label) = 0;
+  virtual bool jobRemove(std::string_view domain, const std::shared_ptr<NSString>& label,
+                         const AuthorizationRef& authorization, bool wait,
+                         std::shared_ptr<NSError>* returnError) = 0;
+  virtual bool jobBless(std::string_view domain, const std::shared_ptr<NSString>& label,
+                        const AuthorizationRef& authorization,
                         std::shared_ptr<NSError>* returnError) = 0;
-  virtual OSStatus authorizationCreate(const AuthorizationRights* rights, const AuthorizationEnvironment* environment,
-                                       AuthorizationFlags flags, AuthorizationRef* returnAuthorization) = 0;
+  virtual OSStatus authorizationCreate(const AuthorizationRights* rights,
+                                       const AuthorizationEnvironment* environment,
+                                       AuthorizationFlags flags,
+                                       AuthorizationRef* returnAuthorization) = 0;
 };
 
-/// The process's services: those of SystemRoot::current() until a scripted platform stands in. Never destroyed.
+/// The process's services: those of SystemRoot::current() until a scripted platform stands in.
+/// Never destroyed.
 ProviderSlot<ServicesProvider>& servicesProvider();
 
 }  // namespace platform

@@ -1,7 +1,7 @@
 // The directory under which all absolute paths of the system's interface lie.
 //
-//   <root>/Library/LaunchDaemons/<label>.plist        the job: Label, ProgramArguments, MachServices
-//   <root>/Library/PrivilegedHelperTools/<label>      the installed executable
+//   <root>/Library/LaunchDaemons/<label>.plist        the job: Label, ProgramArguments,
+//   MachServices <root>/Library/PrivilegedHelperTools/<label>      the installed executable
 //   <root>/var/run/<service>.sock                     the endpoint of a service
 //   <root>/var/run/jobd.sock                          the job daemon's control endpoint
 //   <root>/var/log/system.log                         what jobs write
@@ -9,7 +9,8 @@
 //
 // Threading: SystemRoot is a value. current() and setCurrent() may be called from any thread.
 // Ownership, Order: none.
-// Errors: a root that cannot be determined (no HOME, no XDG directories) throws std::runtime_error naming what is missing.
+// Errors: a root that cannot be determined (no HOME, no XDG directories) throws std::runtime_error
+// naming what is missing.
 #pragma once
 
 #include <filesystem>
@@ -22,7 +23,8 @@ class SystemRoot {
   /// Made absolute; need not exist yet.
   explicit SystemRoot(std::filesystem::path directory);
 
-  /// setCurrent()'s root; else WLHID_ROOT (secure_getenv); else the user's own, "wlhid/root" under XDG_STATE_HOME or
+  /// setCurrent()'s root; else WLHID_ROOT (secure_getenv); else the user's own, "wlhid/root" under
+  /// XDG_STATE_HOME or
   /// ~/.local/state.
   static SystemRoot current();
   static void setCurrent(SystemRoot root);
@@ -38,8 +40,8 @@ class SystemRoot {
   [[nodiscard]] std::filesystem::path systemLog() const;
   [[nodiscard]] std::filesystem::path deviceSources() const;
 
-  /// Labels and service names become file names: 1 to 200 characters of letters, digits, ".", "-" and "_", not beginning
-  /// with ".".
+  /// Labels and service names become file names: 1 to 200 characters of letters, digits, ".", "-"
+  /// and "_", not beginning with ".".
   [[nodiscard]] static bool isValidLabel(std::string_view label);
 
  private:

@@ -1,0 +1,240 @@
+#include "platform/services/JobDaemon.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <vector>
+
+#include "platform/foundation/NSBundle.h"
+#include "platform/services/RootFiles.h"
+#include "platform/services/UnixSocket.h"
+
+namespace platform {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// A remove waits for its process, which may take its full grace of 5 s to say farewell.
+constexpr milliseconds replyPatience{30'000};
+constexpr milliseconds startPatience{15'000};
+constexpr int attempts = 3;
+
+std::string daemonProgram() {
+  if (const char* chosen = secure_getenv("WLHID_JOBD"); chosen != nullptr && *chosen == '/')
+    return chosen;
+  const auto bundle = NSBundle::mainBundle()->bundlePath();
+  if (!bundle)
+    throw ServiceError(ServiceErrorCode::DaemonUnavailable,
+                       "the main bundle is unknown, and so is its job daemon");
+  return bundle->UTF8String() + "/Contents/Helpers/wlhid-jobd";
+}
+
+/// Waits until `descriptor` can be read; false when `deadline` passes first.
+bool waitReadable(int descriptor, Clock::time_point deadline) {
+  for (;;) {
+    const auto left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now()).count();
+    if (left <= 0) return false;
+    pollfd entry{descriptor, POLLIN, 0};
+    const int ready = ::poll(&entry, 1, static_cast<int>(left));
+    if (ready > 0) return true;
+    if (ready < 0 && errno != EINTR) return false;
+  }
+}
+
+/// What the daemon says on its readiness pipe: nothing but a newline when it is ready, else the
+/// cause.
+std::string readiness(int pipe) {
+  const auto deadline = Clock::now() + startPatience;
+  std::string said;
+  while (said.find('\n') == std::string::npos) {
+    if (!waitReadable(pipe, deadline)) return "it did not become ready in time";
+    std::array<char, 512> buffer{};
+    const ssize_t got = ::read(pipe, buffer.data(), buffer.size());
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return said.empty() ? "it ended before it was ready" : said;
+    said.append(buffer.data(), static_cast<std::size_t>(got));
+    if (said.size() > 4096) break;
+  }
+  return said.substr(0, said.find('\n'));
+}
+
+class SpawnPlan {
+ public:
+  SpawnPlan() {
+    ::posix_spawn_file_actions_init(&actions_);
+    ::posix_spawnattr_init(&attributes_);
+  }
+  SpawnPlan(const SpawnPlan&) = delete;
+  SpawnPlan& operator=(const SpawnPlan&) = delete;
+  ~SpawnPlan() {
+    ::posix_spawn_file_actions_destroy(&actions_);
+    ::posix_spawnattr_destroy(&attributes_);
+  }
+
+  /// Standard streams on /dev/null, `readyPipe` as descriptor 3, nothing else of ours; default
+  /// signals.
+  void setUp(int readyPipe) {
+    ::posix_spawn_file_actions_addopen(&actions_, 0, "/dev/null", O_RDWR, 0);
+    ::posix_spawn_file_actions_adddup2(&actions_, 0, 1);
+    ::posix_spawn_file_actions_adddup2(&actions_, 0, 2);
+    ::posix_spawn_file_actions_adddup2(&actions_, readyPipe, 3);
+    ::posix_spawn_file_actions_addclosefrom_np(&actions_, 4);
+    sigset_t none;
+    sigset_t all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    ::posix_spawnattr_setsigmask(&attributes_, &none);
+    ::posix_spawnattr_setsigdefault(&attributes_, &all);
+    ::posix_spawnattr_setflags(&attributes_,
+                               POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
+  }
+
+  int run(pid_t& child, const std::string& program, char* const* arguments,
+          char* const* environment) {
+    return ::posix_spawn(&child, program.c_str(), &actions_, &attributes_, arguments, environment);
+  }
+
+ private:
+  posix_spawn_file_actions_t actions_{};
+  posix_spawnattr_t attributes_{};
+};
+
+/// The daemon gets no more of the environment than how to tell the time and where its user is at
+/// home.
+std::vector<std::string> daemonEnvironment() {
+  std::vector<std::string> environment{
+      "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"};
+  for (const char* name : {"HOME", "TZ", "LANG"}) {
+    if (const char* value = secure_getenv(name))
+      environment.push_back(std::string(name) + "=" + value);
+  }
+  return environment;
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+  std::vector<char*> result;
+  for (auto& text : texts) result.push_back(text.data());
+  result.push_back(nullptr);
+  return result;
+}
+
+/// Takes the child's end. One that has not done its work has hung or is no daemon at all, and is
+/// killed first.
+void reap(pid_t child, bool didItsWork) {
+  siginfo_t info{};
+  // An application that ignores SIGCHLD has no children to wait for; their numbers may already be
+  // somebody else's.
+  if (::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) != 0) return;
+  if (!didItsWork) ::kill(child, SIGKILL);
+  while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+  }
+}
+
+void checkOwner(const FileDescriptor& socket, const SystemRoot& root) {
+  const auto peer = peerCredentials(socket.get());
+  const auto owner = ownerOfRoot(root);
+  if (peer && (peer->user == 0 || (owner && peer->user == *owner))) return;
+  throw ServiceError(ServiceErrorCode::NotPermitted,
+                     "the job daemon of " + root.path().string() + " belongs to somebody else");
+}
+
+}  // namespace
+
+FileDescriptor JobDaemon::connect() const {
+  const auto rootDirectory = openRoot(root_);
+  if (!rootDirectory) return {};
+  const auto run = openDirectoryBelow(rootDirectory.get(), "var/run", false);
+  if (!run) return {};
+  auto socket = connectUnixSocketAt(run.get(), "jobd.sock", SOCK_STREAM);
+  if (socket) checkOwner(socket, root_);
+  return socket;
+}
+
+void JobDaemon::ensureRunning() const {
+  if (root_.isSystem()) {
+    throw ServiceError(ServiceErrorCode::NotSupported,
+                       "the system root's jobs belong to the system's own service manager");
+  }
+  if (!connect()) start();
+}
+
+void JobDaemon::start() const {
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw fileSystemError("cannot make a pipe", errno);
+  const FileDescriptor readEnd(ends[0]);
+  FileDescriptor writeEnd(ends[1]);
+
+  const std::string program = daemonProgram();
+  std::vector<std::string> arguments{program, "--root", root_.path().string(), "--ready-fd", "3"};
+  std::vector<std::string> environment = daemonEnvironment();
+  SpawnPlan plan;
+  plan.setUp(writeEnd.get());
+  pid_t child = -1;
+  const int error =
+      plan.run(child, program, pointers(arguments).data(), pointers(environment).data());
+  writeEnd.reset();
+  if (error != 0)
+    throw ServiceError(ServiceErrorCode::DaemonUnavailable,
+                       "cannot start " + program + ": " + errorText(error));
+  // The child is only the daemon's parent and ends at once.
+  const std::string cause = readiness(readEnd.get());
+  reap(child, cause.empty());
+  if (!cause.empty())
+    throw ServiceError(ServiceErrorCode::DaemonUnavailable,
+                       "the job daemon did not start: " + cause);
+}
+
+std::optional<ControlReply> JobDaemon::askOnce(const FileDescriptor& socket,
+                                               const ControlRequest& request,
+                                               int descriptor) const {
+  if (!sendFrame(socket.get(), encode(request), descriptor)) return std::nullopt;
+  const auto deadline = Clock::now() + replyPatience;
+  FrameReader reader;
+  for (;;) {
+    if (!waitReadable(socket.get(), deadline)) {
+      throw ServiceError(ServiceErrorCode::TimedOut, "the job daemon did not answer in time");
+    }
+    switch (reader.readFrom(socket.get())) {
+      case FrameReader::State::NeedMore:
+        continue;
+      case FrameReader::State::Ended:
+        return std::nullopt;
+      case FrameReader::State::Malformed:
+        throw ServiceError(ServiceErrorCode::Protocol, "the job daemon's reply is malformed");
+      case FrameReader::State::Complete:
+        break;
+    }
+    if (auto reply = decodeControlReply(reader.content())) return reply;
+    throw ServiceError(ServiceErrorCode::Protocol, "the job daemon's reply cannot be read");
+  }
+}
+
+ControlReply JobDaemon::ask(const ControlRequest& request, int descriptor) const {
+  // A daemon that had nothing left to keep may end just as it is asked; another one is started
+  // then.
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    ensureRunning();
+    const auto socket = connect();
+    if (!socket) continue;
+    if (auto reply = askOnce(socket, request, descriptor)) return std::move(*reply);
+  }
+  throw ServiceError(ServiceErrorCode::DaemonUnavailable,
+                     "the job daemon ended before it answered");
+}
+
+std::optional<ControlReply> JobDaemon::status() const {
+  const auto socket = connect();
+  if (!socket) return std::nullopt;
+  return askOnce(socket, ControlRequest{}, -1);
+}
+
+}  // namespace platform

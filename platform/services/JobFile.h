@@ -1,0 +1,46 @@
+// The file that describes a job: <root>/Library/LaunchDaemons/<label>.plist.
+//
+// Threading: pure functions, any thread. Ownership: values. Order: none.
+// Errors: a file that does not describe the job of its name gives nothing, and a reason.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/foundation/NSDictionary.h"
+
+namespace platform {
+
+struct JobDescription {
+  std::string label;
+  std::vector<std::string>
+      arguments;  ///< ProgramArguments; the first is the installed executable's absolute path
+  std::vector<std::string>
+      services;  ///< the names under MachServices that are true, in the file's order
+};
+
+/// The property list of a job file whose "Label" is `label`. `reason` may be null.
+[[nodiscard]] std::shared_ptr<NSDictionary> jobDictionary(std::span<const std::uint8_t> bytes,
+                                                          std::string_view label,
+                                                          std::string* reason);
+
+/// A job that can be kept: a label, 1 to 64 arguments with an absolute path first, 1 to 16 services
+/// with valid names.
+[[nodiscard]] std::optional<JobDescription> parseJobFile(std::span<const std::uint8_t> bytes,
+                                                         std::string_view label,
+                                                         std::string* reason);
+
+/// The names under "MachServices" of a job's dictionary or a helper's embedded list: 1 to 16 valid
+/// ones, none twice.
+[[nodiscard]] std::optional<std::vector<std::string>> machServices(const NSDictionary& job,
+                                                                   std::string* reason);
+
+/// The file's bytes, an XML property list.
+[[nodiscard]] std::vector<std::uint8_t> encodeJobFile(const JobDescription& job);
+
+}  // namespace platform

@@ -1,0 +1,151 @@
+#include "platform/services/ServiceEndpoints.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <optional>
+#include <vector>
+
+#include "platform/services/JobDaemon.h"
+#include "platform/services/JobFile.h"
+#include "platform/services/RootFiles.h"
+#include "platform/services/ServiceError.h"
+#include "platform/services/SystemRoot.h"
+#include "platform/services/UnixSocket.h"
+
+namespace platform {
+namespace {
+
+using Outcome = ServiceConnectResult::Outcome;
+
+ServiceConnectResult failure(Outcome outcome, std::string reason) {
+  return {outcome, -1, std::move(reason)};
+}
+
+bool endsWith(std::string_view text, std::string_view end) {
+  return text.size() > end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+/// The names in a directory. The descriptor is left as it is.
+std::vector<std::string> namesIn(int directory) {
+  std::vector<std::string> names;
+  const int own = ::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (own < 0) return names;
+  DIR* stream = ::fdopendir(own);
+  if (stream == nullptr) {
+    ::close(own);
+    return names;
+  }
+  while (const dirent* entry = ::readdir(stream))
+    names.emplace_back(entry->d_name);  // NOLINT(concurrency-mt-unsafe): own stream
+  ::closedir(stream);
+  return names;
+}
+
+bool jobOffers(int jobs, const std::string& fileName, std::string_view service) try {
+  const auto bytes = readFileIn(jobs, fileName, maximumJobFileBytes);
+  if (!bytes) return false;
+  const auto job = parseJobFile(
+      *bytes, fileName.substr(0, fileName.size() - std::string_view(".plist").size()), nullptr);
+  return job &&
+         std::find(job->services.begin(), job->services.end(), service) != job->services.end();
+} catch (const ServiceError&) {
+  return false;  // a job file that cannot be read offers nothing
+}
+
+/// Whether a job of the root offers the service. Most services are named as their job is, so that
+/// file is asked first.
+bool isOffered(const SystemRoot& root, std::string_view service) {
+  const auto rootDirectory = openRoot(root);
+  if (!rootDirectory) return false;
+  const auto jobs = openDirectoryBelow(rootDirectory.get(), "Library/LaunchDaemons", false);
+  if (!jobs) return false;
+  if (jobOffers(jobs.get(), std::string(service) + ".plist", service)) return true;
+  const auto names = namesIn(jobs.get());
+  return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+    return endsWith(name, ".plist") && jobOffers(jobs.get(), name, service);
+  });
+}
+
+ServiceConnectResult checkedEndpoint(const SystemRoot& root, FileDescriptor socket) {
+  const auto peer = peerCredentials(socket.get());
+  const auto owner = ownerOfRoot(root);
+  if (peer && (peer->user == 0 || (owner && peer->user == *owner)))
+    return {Outcome::Connected, socket.release(), {}};
+  return failure(Outcome::Refused, "the endpoint belongs to somebody else");
+}
+
+/// What a failed connect means. Nothing: nobody listens there, which starting the daemon may mend.
+std::optional<ServiceConnectResult> meaningOf(int error) {
+  switch (error) {
+    case ENOENT:
+    case ECONNREFUSED:
+      return std::nullopt;
+    case EAGAIN:
+      return failure(Outcome::TryAgain, "the endpoint's backlog is full");
+    case EMFILE:
+    case ENFILE:
+    case ENOBUFS:
+    case ENOMEM:
+      return failure(Outcome::TryAgain, errorText(error));
+    case EACCES:
+    case EPERM:
+    case ENOTSOCK:
+    case ELOOP:
+      return failure(Outcome::Refused, "the endpoint cannot be used: " + errorText(error));
+    default:
+      return failure(Outcome::UnknownName, "the endpoint cannot be reached: " + errorText(error));
+  }
+}
+
+FileDescriptor connectEndpoint(const SystemRoot& root, std::string_view service) {
+  const auto rootDirectory = openRoot(root);
+  const auto run =
+      rootDirectory ? openDirectoryBelow(rootDirectory.get(), "var/run", false) : FileDescriptor();
+  if (!run) {
+    errno = ENOENT;
+    return {};
+  }
+  return connectUnixSocketAt(run.get(), std::string(service) + ".sock",
+                             SOCK_STREAM | SOCK_NONBLOCK);
+}
+
+class RootEndpoints final : public ServiceEndpoints {
+ public:
+  ServiceConnectResult connectToService(std::string_view service) override try {
+    if (!SystemRoot::isValidLabel(service))
+      return failure(Outcome::UnknownName, "it is no valid service name");
+    return connectWithin(SystemRoot::current(), service);
+  } catch (const ServiceError& error) {
+    const bool refused = error.code() == ServiceErrorCode::NotPermitted;
+    return failure(refused ? Outcome::Refused : Outcome::UnknownName, error.what());
+  } catch (const std::exception& error) {
+    return failure(Outcome::UnknownName, error.what());
+  }
+
+ private:
+  static ServiceConnectResult connectWithin(const SystemRoot& root, std::string_view service) {
+    constexpr int attempts = 3;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+      if (auto socket = connectEndpoint(root, service))
+        return checkedEndpoint(root, std::move(socket));
+      if (auto known = meaningOf(errno)) return *known;
+      if (!isOffered(root, service)) return failure(Outcome::UnknownName, "no job offers it");
+      JobDaemon(root).ensureRunning();
+    }
+    return failure(Outcome::UnknownName,
+                   "its job is there, but the job daemon does not listen for it (see its log)");
+  }
+};
+
+}  // namespace
+
+ProviderSlot<ServiceEndpoints>& serviceEndpoints() {
+  static auto* const slot = new ProviderSlot<ServiceEndpoints>(std::make_shared<RootEndpoints>());
+  return *slot;
+}
+
+}  // namespace platform

@@ -1,0 +1,146 @@
+#include "platform/services/ServiceManagement.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <optional>
+
+#include "platform/foundation/NSBundle.h"
+#include "platform/services/Grant.h"
+#include "platform/services/JobDaemon.h"
+#include "platform/services/JobFile.h"
+#include "platform/services/RootFiles.h"
+#include "platform/services/ServiceError.h"
+#include "platform/services/SystemRoot.h"
+
+namespace platform {
+namespace {
+
+std::shared_ptr<NSError> errorObject(ServiceErrorCode code, const std::string& text) {
+  auto description = NSString::stringWithUTF8(text);
+  if (!description) description = str("unknown");
+  return NSError::errorWithDomain_code_userInfo(
+      str(WLServiceManagementErrorDomain), static_cast<std::int64_t>(code),
+      NSDictionary::dictionaryWithEntries({{str(NSLocalizedDescriptionKey), description}}));
+}
+
+std::string checkedLabel(std::string_view domain, const std::shared_ptr<NSString>& label) {
+  if (domain != kSMDomainSystemLaunchd)
+    throw ServiceError(ServiceErrorCode::InvalidArgument, "there is no such domain of jobs");
+  if (!label || !SystemRoot::isValidLabel(label->UTF8String())) {
+    throw ServiceError(ServiceErrorCode::InvalidArgument, "this is no valid label of a job");
+  }
+  return label->UTF8String();
+}
+
+void checkAuthorization(const AuthorizationRef& authorization) {
+  if (!isGranted(authorization))
+    throw ServiceError(ServiceErrorCode::NotPermitted, "there is no authorization for this");
+}
+
+void throwIfFailed(const ControlReply& reply) {
+  if (!reply.succeeded()) throw ServiceError(reply.code, reply.message);
+}
+
+FileDescriptor openBundledHelper(const std::string& label) {
+  const auto bundle = NSBundle::mainBundle()->bundlePath();
+  if (!bundle)
+    throw ServiceError(ServiceErrorCode::FileSystem,
+                       "the main bundle is unknown, and so is its helper");
+  const std::string path = bundle->UTF8String() + "/Contents/Library/LaunchServices/" + label;
+  FileDescriptor helper(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!helper) throw fileSystemError("cannot open the bundle's helper " + path, errno);
+  return helper;
+}
+
+std::shared_ptr<NSDictionary> readJobDictionary(const SystemRoot& root, const std::string& label) {
+  const auto rootDirectory = openRoot(root);
+  if (!rootDirectory) return nullptr;
+  const auto jobs = openDirectoryBelow(rootDirectory.get(), "Library/LaunchDaemons", false);
+  if (!jobs) return nullptr;
+  const auto bytes = readFileIn(jobs.get(), label + ".plist", maximumJobFileBytes);
+  return bytes ? jobDictionary(*bytes, label, nullptr) : nullptr;
+}
+
+/// Runs `body`; a failure becomes false and the error object.
+template <class Body>
+bool reporting(std::shared_ptr<NSError>* returnError, const Body& body) {
+  std::shared_ptr<NSError> error;
+  try {
+    body();
+  } catch (const ServiceError& failure) {
+    error = errorObject(failure.code(), failure.what());
+  } catch (const std::exception& failure) {
+    error = errorObject(ServiceErrorCode::DaemonUnavailable, failure.what());
+  }
+  const bool succeeded = error == nullptr;
+  if (returnError != nullptr) *returnError = std::move(error);
+  return succeeded;
+}
+
+class RootServices final : public ServicesProvider {
+ public:
+  std::shared_ptr<NSDictionary> jobCopyDictionary(std::string_view domain,
+                                                  const std::shared_ptr<NSString>& label) override {
+    try {
+      return readJobDictionary(SystemRoot::current(), checkedLabel(domain, label));
+    } catch (const std::exception&) {
+      return nullptr;  // a job that cannot be read is no job of the domain
+    }
+  }
+
+  bool jobRemove(std::string_view domain, const std::shared_ptr<NSString>& label,
+                 const AuthorizationRef& authorization, bool wait,
+                 std::shared_ptr<NSError>* returnError) override {
+    return reporting(returnError, [&] {
+      const ControlRequest request{ControlRequest::Operation::Remove, checkedLabel(domain, label),
+                                   wait};
+      checkAuthorization(authorization);
+      throwIfFailed(JobDaemon(SystemRoot::current()).ask(request, -1));
+    });
+  }
+
+  bool jobBless(std::string_view domain, const std::shared_ptr<NSString>& label,
+                const AuthorizationRef& authorization,
+                std::shared_ptr<NSError>* returnError) override {
+    return reporting(returnError, [&] {
+      const ControlRequest request{ControlRequest::Operation::Bless, checkedLabel(domain, label),
+                                   true};
+      checkAuthorization(authorization);
+      const auto helper = openBundledHelper(request.label);
+      throwIfFailed(JobDaemon(SystemRoot::current()).ask(request, helper.get()));
+    });
+  }
+
+  OSStatus authorizationCreate(const AuthorizationRights* rights,
+                               const AuthorizationEnvironment* environment,
+                               AuthorizationFlags flags,
+                               AuthorizationRef* returnAuthorization) override {
+    return createAuthorization(rights, environment, flags, returnAuthorization);
+  }
+};
+
+}  // namespace
+
+std::shared_ptr<NSDictionary> SMJobCopyDictionary(std::string_view domain,
+                                                  const std::shared_ptr<NSString>& label) {
+  return servicesProvider().load()->jobCopyDictionary(domain, label);
+}
+
+bool SMJobRemove(std::string_view domain, const std::shared_ptr<NSString>& label,
+                 const AuthorizationRef& authorization, bool wait,
+                 std::shared_ptr<NSError>* returnError) {
+  return servicesProvider().load()->jobRemove(domain, label, authorization, wait, returnError);
+}
+
+bool SMJobBless(std::string_view domain, const std::shared_ptr<NSString>& label,
+                const AuthorizationRef& authorization, std::shared_ptr<NSError>* returnError) {
+  return servicesProvider().load()->jobBless(domain, label, authorization, returnError);
+}
+
+ProviderSlot<ServicesProvider>& servicesProvider() {
+  static auto* const slot = new ProviderSlot<ServicesProvider>(std::make_shared<RootServices>());
+  return *slot;
+}
+
+}  // namespace platform

@@ -1,0 +1,105 @@
+#include "platform/services/SystemRoot.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+
+namespace platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct CurrentRoot {
+  std::mutex mutex;
+  std::optional<SystemRoot> root;
+};
+
+CurrentRoot& currentRoot() {
+  static auto* const slot = new CurrentRoot;  // outlives every static that may still ask
+  return *slot;
+}
+
+/// An environment variable that holds an absolute path. Relative ones are ignored, as the base
+/// directory rules ask.
+std::optional<fs::path> absolutePathFrom(const char* variable) {
+  const char* value = secure_getenv(variable);
+  if (value == nullptr || *value != '/') return std::nullopt;
+  return fs::path(value);
+}
+
+fs::path usersOwnRoot() {
+  if (const auto state = absolutePathFrom("XDG_STATE_HOME")) return *state / "wlhid/root";
+  if (const auto home = absolutePathFrom("HOME")) return *home / ".local/state/wlhid/root";
+  throw std::runtime_error(
+      "no system root: WLHID_ROOT, XDG_STATE_HOME and HOME are all unset or not absolute");
+}
+
+fs::path normalised(const fs::path& directory) {
+  fs::path path = fs::absolute(directory).lexically_normal();
+  if (!path.has_filename() && path.has_relative_path()) path = path.parent_path();
+  return path;
+}
+
+std::string_view checkedLabel(std::string_view label) {
+  if (!SystemRoot::isValidLabel(label))
+    throw std::invalid_argument("not a valid label or service name");
+  return label;
+}
+
+bool isLabelCharacter(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+         c == '-' || c == '_';
+}
+
+}  // namespace
+
+SystemRoot::SystemRoot(fs::path directory) : directory_(normalised(directory)) {}
+
+SystemRoot SystemRoot::current() {
+  {
+    const std::lock_guard lock(currentRoot().mutex);
+    if (currentRoot().root) return *currentRoot().root;
+  }
+  if (const char* chosen = secure_getenv("WLHID_ROOT"); chosen != nullptr && *chosen != '\0')
+    return SystemRoot(chosen);
+  return SystemRoot(usersOwnRoot());
+}
+
+void SystemRoot::setCurrent(SystemRoot root) {
+  const std::lock_guard lock(currentRoot().mutex);
+  currentRoot().root = std::move(root);
+}
+
+fs::path SystemRoot::jobFile(std::string_view label) const {
+  return directory_ / "Library/LaunchDaemons" / (std::string(checkedLabel(label)) + ".plist");
+}
+
+fs::path SystemRoot::helperTool(std::string_view label) const {
+  return directory_ / "Library/PrivilegedHelperTools" / checkedLabel(label);
+}
+
+fs::path SystemRoot::endpoint(std::string_view service) const {
+  return directory_ / "var/run" / (std::string(checkedLabel(service)) + ".sock");
+}
+
+fs::path SystemRoot::controlEndpoint() const {
+  return directory_ / "var/run/jobd.sock";
+}
+
+fs::path SystemRoot::systemLog() const {
+  return directory_ / "var/log/system.log";
+}
+
+fs::path SystemRoot::deviceSources() const {
+  return directory_ / "etc/hideventrouter";
+}
+
+bool SystemRoot::isValidLabel(std::string_view label) {
+  constexpr std::size_t longest = 200;  // leaves room in a file name for what is put around a label
+  return !label.empty() && label.size() <= longest && label.front() != '.' &&
+         std::all_of(label.begin(), label.end(), isLabelCharacter);
+}
+
+}  // namespace platform
