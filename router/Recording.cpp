@@ -87,6 +87,12 @@ std::string contentsOf(const std::filesystem::path& file) {
 
 }  // namespace
 
+bool isPrintableText(std::string_view text) {
+  const bool hasControl =
+      std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; });
+  return !hasControl && platform::isValidUTF8(text);
+}
+
 class RecordingParser {
  public:
   enum class Extent { HeaderOnly, Whole };
@@ -172,9 +178,7 @@ class RecordingParser {
 
   void takeText(std::string_view line, const char* what, std::string* out) const {
     const std::string_view text = trimmed(line);
-    // Names are printed: in logs and on terminals.
-    const bool isControl = std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; });
-    if (isControl || !platform::isValidUTF8(text)) fail(std::string("the ") + what + " is no printable text");
+    if (!isPrintableText(text)) fail(std::string("the ") + what + " is no printable text");
     *out = text;
   }
 

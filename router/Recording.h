@@ -33,6 +33,9 @@ namespace router {
 inline constexpr std::size_t kMaxRecordingBytes = std::size_t{64} << 20;
 inline constexpr std::size_t kMaxRecordingLineBytes = std::size_t{256} << 10;
 
+/// Whether `text` is UTF-8 without control characters: names are printed, in logs and on terminals.
+[[nodiscard]] bool isPrintableText(std::string_view text);
+
 class RecordingError : public std::runtime_error {
  public:
   explicit RecordingError(const std::string& text, std::error_code code = {})

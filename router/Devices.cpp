@@ -1,0 +1,26 @@
+#include "router/Devices.h"
+
+#include "router/ReplaySource.h"
+
+namespace router {
+
+std::vector<std::unique_ptr<DeviceSource>> deviceSources(const platform::SystemRoot& root) {
+  std::vector<std::unique_ptr<DeviceSource>> sources;
+  sources.push_back(std::make_unique<ReplaySource>(root.deviceSources()));
+  return sources;
+}
+
+std::vector<DeviceDescription> listDevices(const platform::SystemRoot& root,
+                                           std::vector<std::string>* returnProblems) {
+  std::vector<std::string> problems;
+  std::vector<DeviceDescription> devices;
+  for (const auto& source : deviceSources(root)) {
+    auto found = source->list(&problems);
+    devices.insert(devices.end(), std::make_move_iterator(found.begin()),
+                   std::make_move_iterator(found.end()));
+  }
+  if (returnProblems != nullptr) *returnProblems = std::move(problems);
+  return devices;
+}
+
+}  // namespace router

@@ -1,0 +1,123 @@
+// The devices that the router can route, and where they come from.
+//
+// A device source knows devices of one kind. There is one so far, the replay source: each of its
+// devices is a recording, configured by a property list <root>/etc/hideventrouter/<name>.plist:
+//
+//   Source     string   "replay"
+//   Recording  string   absolute path of a recording in the hid-recorder text format
+//   Speed      string or number, optional: "1" (the default) plays at the recorded pace, "2" at
+//   twice that, "max" as fast
+//              as the clients take it, without loss
+//   Repeat     boolean, optional: whether it begins again at its end; else the device then goes
+//   away Name       string, optional: instead of the name in the recording Device     integer,
+//   optional: which device of a recording that holds several; 0 by default
+//
+// Registry entry IDs follow from the source and the configuration, so every process that lists the
+// same root finds the same IDs; a device whose configuration changes is another device. Replayed
+// devices have IDs above 0x100000000.
+//
+// Threading: any thread. Ownership: values. Order: by file name.
+// Errors: a configuration that cannot be used is left out of a listing and reported as one line
+// "file: cause".
+//   DeviceError where a device cannot be added or opened.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "platform/services/SystemRoot.h"
+#include "router/StopSignal.h"
+
+namespace router {
+
+struct DeviceDescription {
+  std::uint64_t registryEntryID = 0;
+  std::string name;
+  std::uint32_t bus = 0;  ///< as the kernel numbers them: 3 USB, 5 Bluetooth, 0x18 I²C
+  std::uint32_t vendor = 0;
+  std::uint32_t product = 0;
+  std::string source;  ///< what it comes from, for people: "replay /path/of/recording"
+  friend bool operator==(const DeviceDescription&, const DeviceDescription&) = default;
+};
+
+class DeviceError : public std::runtime_error {
+ public:
+  explicit DeviceError(const std::string& text, std::error_code code = {})
+      : std::runtime_error(text), code_(code) {}
+  /// Why the system refused, where it did.
+  [[nodiscard]] const std::error_code& code() const { return code_; }
+
+ private:
+  std::error_code code_;
+};
+
+/// An open device. One thread at a time.
+class OpenDevice {
+ public:
+  enum class Next {
+    Report,   ///< there is one
+    Stopped,  ///< the signal was raised
+    Gone,     ///< the device has gone away; it gives no more reports
+  };
+
+  virtual ~OpenDevice() = default;
+  [[nodiscard]] virtual const std::vector<std::uint8_t>& reportDescriptor() const = 0;
+  /// Whether reports wait for their readers rather than come when they come.
+  [[nodiscard]] virtual bool waitsForReaders() const = 0;
+  /// Waits for the next report, whose bytes live until the next call.
+  virtual Next next(const StopSignal& stop, std::span<const std::uint8_t>* returnReport) = 0;
+};
+
+class DeviceSource {
+ public:
+  virtual ~DeviceSource() = default;
+  virtual std::vector<DeviceDescription> list(std::vector<std::string>* returnProblems) const = 0;
+  /// Null when the source has no such device; throws DeviceError when it has one that cannot be
+  /// opened.
+  [[nodiscard]] virtual std::unique_ptr<OpenDevice> open(std::uint64_t registryEntryID) const = 0;
+};
+
+/// The sources of a root.
+[[nodiscard]] std::vector<std::unique_ptr<DeviceSource>> deviceSources(
+    const platform::SystemRoot& root);
+
+/// Every device of every source. `returnProblems` may be null.
+[[nodiscard]] std::vector<DeviceDescription> listDevices(const platform::SystemRoot& root,
+                                                         std::vector<std::string>* returnProblems);
+
+/// How fast a recording is played.
+struct ReplaySpeed {
+  double factor = 1;     ///< 2 is twice as fast as recorded; of no meaning where `maximum`
+  bool maximum = false;  ///< as fast as it is taken
+
+  /// "max", or a decimal number from 0.001 to 1000.
+  static std::optional<ReplaySpeed> parse(std::string_view text);
+  [[nodiscard]] std::string text() const;
+  friend bool operator==(const ReplaySpeed&, const ReplaySpeed&) = default;
+};
+
+struct ReplayDevice {
+  std::string
+      configuration;  ///< the file's name without ".plist"; empty: made from the recording's name
+  std::filesystem::path recording;
+  ReplaySpeed speed;
+  bool repeat = false;
+  std::string name;          ///< empty: the one in the recording
+  std::uint32_t device = 0;  ///< of a recording that holds several
+};
+
+/// Writes the configuration and returns the ID that the device has from now on. A configuration of
+/// that name is replaced. Throws DeviceError, with nothing written, when the recording cannot be
+/// played or the name is none for a file.
+std::uint64_t addReplayDevice(const platform::SystemRoot& root, const ReplayDevice& device);
+
+}  // namespace router
