@@ -1,0 +1,183 @@
+#include "router/RoutedDevice.h"
+
+#include <algorithm>
+#include <thread>
+
+#include "platform/foundation/Format.h"
+#include "router/ReportDecoder.h"
+#include "router/RouterErrors.h"
+
+namespace router {
+
+namespace {
+
+constexpr std::chrono::milliseconds kHandOverGrace{250};
+
+}  // namespace
+
+/// The open device and its thread. Destruction stops the thread and waits for it.
+class RoutedDevice::Playback {
+ public:
+  explicit Playback(std::unique_ptr<OpenDevice> device)
+      : device_(std::move(device)),
+        decoder_(std::make_shared<const ReportDescriptor>(
+            ReportDescriptor::parse(device_->reportDescriptor()))) {}
+  Playback(const Playback&) = delete;
+  Playback& operator=(const Playback&) = delete;
+  ~Playback() {
+    stop_.raise();
+    if (thread_.joinable()) thread_.join();
+  }
+
+  [[nodiscard]] bool isRunning() const { return thread_.joinable(); }
+  void start(RoutedDevice* routed) {
+    thread_ = std::thread([this, routed] { run(routed); });
+  }
+
+ private:
+  void run(RoutedDevice* routed) {
+    try {
+      std::span<const std::uint8_t> report;
+      for (;;) {
+        const auto next = device_->next(stop_, &report);
+        if (next == OpenDevice::Next::Stopped) return;
+        if (next == OpenDevice::Next::Gone) break;
+        deliver(report, *routed->subscriptions());
+      }
+    } catch (const std::exception& error) {
+      routed->log_(platform::stringWithFormat("device 0x%llx: %s",
+                                              routed->description_.registryEntryID, error.what()));
+    }
+    routed->goneAway(this);
+  }
+
+  void deliver(std::span<const std::uint8_t> report, const Subscriptions& subscriptions) {
+    ReportInTransit transit(report, decoder_.reportID(report), decoder_.decode(report));
+    for (const auto& subscription : subscriptions) {
+      const bool othersWait = subscriptions.size() > 1;
+      if (device_->waitsForReaders() && !subscription->waitForReader(stop_, othersWait)) {
+        subscription->end();
+        subscription->sayFarewell();
+      }
+      subscription->deliver(&transit);
+    }
+  }
+
+  const std::unique_ptr<OpenDevice> device_;
+  ReportDecoder decoder_;
+  StopSignal stop_;
+  std::thread thread_;
+};
+
+RoutedDevice::RoutedDevice(DeviceDescription description, Opener open, RouterLog log)
+    : description_(std::move(description)),
+      open_(std::move(open)),
+      log_(std::move(log)),
+      subscriptions_(std::make_shared<const Subscriptions>()) {}
+
+RoutedDevice::~RoutedDevice() = default;
+
+std::shared_ptr<platform::NSError> RoutedDevice::admit(
+    const std::shared_ptr<Subscription>& subscription) {
+  if (auto error = takePlace(subscription)) return error;
+  auto error = prepare();
+  if (error != nullptr) remove(subscription);
+  return error;
+}
+
+bool RoutedDevice::isTakenFor(DeviceMode mode) const {
+  if (mode == DeviceMode::Exclusive) return !subscriptions_->empty();
+  return std::any_of(subscriptions_->begin(), subscriptions_->end(),
+                     [](const auto& other) { return other->mode() == DeviceMode::Exclusive; });
+}
+
+std::shared_ptr<platform::NSError> RoutedDevice::takePlace(
+    const std::shared_ptr<Subscription>& subscription) {
+  std::unique_lock lock(mutex_);
+  const bool isFree =
+      placeBecameFree_.wait_until(lock, std::chrono::steady_clock::now() + kHandOverGrace,
+                                  [&] { return isGone_ || !isTakenFor(subscription->mode()); });
+  if (isGone_) return goneError();
+  if (!isFree) {
+    return routerError(IOReturn::ExclusiveAccess,
+                       platform::stringWithFormat("the device \"%s\" is in use by another client",
+                                                  description_.name),
+                       description_.registryEntryID);
+  }
+  auto longer = std::make_shared<Subscriptions>(*subscriptions_);
+  longer->push_back(subscription);
+  subscriptions_ = std::move(longer);
+  return nullptr;
+}
+
+/// Opens the device unless it is open. Reading a file takes its time, so it happens outside the
+/// lock; of two that open at once one wins.
+std::shared_ptr<platform::NSError> RoutedDevice::prepare() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (playback_ != nullptr) return nullptr;
+  }
+  std::unique_ptr<Playback> opened;
+  try {
+    auto device = open_();
+    if (device == nullptr) return goneError();
+    opened = std::make_unique<Playback>(std::move(device));
+  } catch (const DeviceError& error) {
+    return routerError(ioReturnOf(error.code()), error.what(), description_.registryEntryID);
+  } catch (const std::exception& error) {
+    return routerError(IOReturn::IOError,
+                       std::string("the device's report descriptor: ") + error.what(),
+                       description_.registryEntryID);
+  }
+  const std::lock_guard lock(mutex_);
+  if (playback_ == nullptr) playback_.swap(opened);
+  return nullptr;
+}
+
+void RoutedDevice::begin(const std::shared_ptr<Subscription>& subscription) {
+  const std::lock_guard lock(mutex_);
+  if (std::find(subscriptions_->begin(), subscriptions_->end(), subscription) ==
+      subscriptions_->end())
+    return;
+  subscription->begin();
+  if (!playback_->isRunning()) playback_->start(this);
+}
+
+void RoutedDevice::remove(const std::shared_ptr<Subscription>& subscription) {
+  subscription->end();
+  std::unique_ptr<Playback> ended;  // destroyed, and its thread awaited, outside the lock
+  const std::lock_guard lock(mutex_);
+  auto shorter = std::make_shared<Subscriptions>(*subscriptions_);
+  std::erase(*shorter, subscription);
+  subscriptions_ = std::move(shorter);
+  if (subscriptions_->empty()) ended = std::move(playback_);
+  placeBecameFree_.notify_all();
+}
+
+std::shared_ptr<const RoutedDevice::Subscriptions> RoutedDevice::subscriptions() const {
+  const std::lock_guard lock(mutex_);
+  return subscriptions_;
+}
+
+void RoutedDevice::goneAway(const Playback* playback) {
+  std::shared_ptr<const Subscriptions> left;
+  {
+    const std::lock_guard lock(mutex_);
+    if (playback_.get() != playback) return;
+    isGone_ = true;
+    left = subscriptions_;
+    placeBecameFree_.notify_all();
+  }
+  log_(platform::stringWithFormat("device 0x%llx (%s) has gone away", description_.registryEntryID,
+                                  description_.name));
+  for (const auto& subscription : *left) subscription->sayFarewell();
+}
+
+std::shared_ptr<platform::NSError> RoutedDevice::goneError() const {
+  return routerError(
+      IOReturn::NoDevice,
+      platform::stringWithFormat("the device \"%s\" has gone away", description_.name),
+      description_.registryEntryID);
+}
+
+}  // namespace router

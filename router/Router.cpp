@@ -1,0 +1,379 @@
+#include "router/Router.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <thread>
+
+#include "platform/foundation/Format.h"
+#include "platform/foundation/NSDate.h"
+#include "platform/foundation/NSNumber.h"
+#include "platform/foundation/NSURL.h"
+#include "platform/kit/KQIOObject.h"
+#include "router/RouterStatus.h"
+#include "router/Session.h"
+
+#ifndef WLHID_ROUTER_VERSION
+#define WLHID_ROUTER_VERSION "0"
+#endif
+
+namespace router {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using platform::stringWithFormat;
+
+constexpr std::size_t kMaxSessions = 256;
+constexpr std::chrono::seconds kFarewellLimit{5};
+constexpr std::chrono::seconds kLossInterval{1};
+constexpr std::string_view kStartSelector =
+    "startRoutingServiceWithEntryID:deviceMode:tagDictionary:typeDictionary:reply:";
+
+/// Whether a client of that user may have input routed. A user's own root is that user's and
+/// root's; on a system root the rights of the endpoint decide.
+bool isAdmitted(const platform::SystemRoot& root, uid_t user) {
+  if (root.isSystem() || user == 0) return true;
+  struct stat status {};
+  return ::stat(root.path().c_str(), &status) == 0 && status.st_uid == user;
+}
+
+}  // namespace
+
+std::shared_ptr<platform::NSXPCInterface> routerInterface() {
+  using namespace platform;  // NOLINT: eleven class names
+  const NSClassSet all = {&NSData::classObject(),
+                          &NSArray::classObject(),
+                          &NSMutableArray::classObject(),
+                          &NSNumber::classObject(),
+                          &NSError::classObject(),
+                          &NSString::classObject(),
+                          &NSDate::classObject(),
+                          &NSURL::classObject(),
+                          &NSDictionary::classObject(),
+                          &KQIOObject::classObject(),
+                          &KQHIDDeviceElementValue::classObject()};
+  auto interface = NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterProtocol::protocol());
+  constexpr std::size_t kTagDictionary = 2;
+  constexpr std::size_t kTypeDictionary = 3;
+  for (const std::size_t argument : {kTagDictionary, kTypeDictionary}) {
+    interface->setClasses_forSelector_argumentIndex_ofReply(all, kStartSelector, argument, false);
+  }
+  return interface;
+}
+
+std::shared_ptr<platform::NSXPCInterface> routerClientInterface() {
+  return platform::NSXPCInterface::interfaceWithProtocol(
+      WLHIDEventRouterClientProtocol::protocol());
+}
+
+/// All that outlives a call: sessions and connections refer to it weakly.
+class Router::Core final : public platform::NSXPCListenerDelegate,
+                           public SessionOwner,
+                           public std::enable_shared_from_this<Core> {
+ public:
+  Core(platform::SystemRoot root, std::shared_ptr<platform::NSXPCListener> listener,
+       RouterOptions options)
+      : root_(std::move(root)), listener_(std::move(listener)), options_(std::move(options)) {
+    if (options_.sources == nullptr) {
+      options_.sources =
+          std::make_shared<const std::vector<std::unique_ptr<DeviceSource>>>(deviceSources(root_));
+    }
+  }
+
+  void resume();
+  void stop();
+  [[nodiscard]] int idleDescriptor() const { return idle_.descriptor(); }
+
+  bool listener_shouldAcceptNewConnection(
+      const std::shared_ptr<platform::NSXPCListener>& listener,
+      const std::shared_ptr<platform::NSXPCConnection>& connection) override;
+
+  std::shared_ptr<RoutedDevice> deviceWithID(std::uint64_t registryEntryID) override;
+  void sessionChanged() override;
+  void log(std::string_view line) override { options_.log(line); }
+
+ private:
+  bool keep(const std::shared_ptr<Session>& session);
+  void sessionEnded(const std::shared_ptr<Session>& session);
+  [[nodiscard]] std::vector<std::shared_ptr<Session>> sessions() const;
+  std::optional<DeviceDescription> describe(std::uint64_t registryEntryID);
+
+  void keepHouse();
+  bool waitForWork();
+  void noteIfIdle();
+  void reportLosses();
+  void writeStatus();
+
+  const platform::SystemRoot root_;
+  const std::shared_ptr<platform::NSXPCListener> listener_;
+  RouterOptions options_;
+  StopSignal idle_;
+  std::atomic<std::uint64_t> nextNumber_{1};
+
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  std::map<std::uint64_t, std::shared_ptr<Session>> sessions_;  // by number, so by age
+  std::map<std::uint64_t, std::shared_ptr<RoutedDevice>> devices_;
+  std::uint64_t lostByEnded_ = 0;  // by sessions that are over
+  Clock::time_point emptySince_ = Clock::now();
+  bool isClosed_ = false;  // no further connection
+  bool isStopped_ = false;
+  bool hasNews_ = true;  // for the status file
+
+  // Touched by the housekeeping thread only.
+  std::map<std::uint64_t, std::uint64_t> reportedLosses_;  // by session number
+  Clock::time_point lossesReportedAt_{};
+  bool statusFailed_ = false;
+  std::thread housekeeping_;
+};
+
+void Router::Core::resume() {
+  const auto devices = [this] {
+    std::vector<std::string> problems;
+    std::size_t count = 0;
+    for (const auto& source : *options_.sources) count += source->list(&problems).size();
+    for (const std::string& problem : problems) log("ignored: " + problem);
+    return count;
+  }();
+  log(stringWithFormat("router %s of %s, %zu devices", WLHID_ROUTER_VERSION, root_.path().string(),
+                       devices));
+  {
+    const std::lock_guard lock(mutex_);
+    emptySince_ = Clock::now();
+  }
+  housekeeping_ = std::thread([this] { keepHouse(); });
+  listener_->setDelegate(std::weak_ptr<platform::NSXPCListenerDelegate>(shared_from_this()));
+  listener_->resume();
+}
+
+void Router::Core::stop() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (std::exchange(isStopped_, true)) return;
+    isClosed_ = true;
+    changed_.notify_all();
+  }
+  listener_->invalidate();
+  for (const auto& session : sessions()) session->sayFarewell();
+  {
+    std::unique_lock lock(mutex_);
+    const bool ended = changed_.wait_until(lock, Clock::now() + kFarewellLimit,
+                                           [this] { return sessions_.empty(); });
+    if (!ended) {
+      const std::size_t left = sessions_.size();
+      lock.unlock();
+      log(stringWithFormat("%zu sessions did not end in time", left));
+    }
+  }
+  if (!housekeeping_.joinable()) return;
+  housekeeping_.join();
+  removeRouterStatus(root_, ::getpid());
+  log("router ends");
+}
+
+bool Router::Core::listener_shouldAcceptNewConnection(
+    const std::shared_ptr<platform::NSXPCListener>& /*listener*/,
+    const std::shared_ptr<platform::NSXPCConnection>& connection) {
+  const uid_t user = connection->effectiveUserIdentifier();
+  if (!isAdmitted(root_, user)) {
+    log(stringWithFormat("refused: process %d of user %u", connection->processIdentifier(), user));
+    return false;
+  }
+  const auto session =
+      std::make_shared<Session>(nextNumber_.fetch_add(1), connection, weak_from_this());
+  connection->setExportedInterface(routerInterface());
+  connection->setExportedObject<WLHIDEventRouterProtocol>(session);
+  connection->setRemoteObjectInterface(routerClientInterface());
+  // An accepted connection ends once, by invalidation; both are set so that no way to end can leave
+  // the session behind.
+  const auto ended = [core = weak_from_this(), session = std::weak_ptr<Session>(session)] {
+    const auto owner = core.lock();
+    const auto over = session.lock();
+    if (owner != nullptr && over != nullptr) owner->sessionEnded(over);
+  };
+  connection->setInterruptionHandler(ended);
+  connection->setInvalidationHandler(ended);
+  // Only now, for stop() may end from here on what is kept.
+  if (!keep(session)) return false;
+  log(session->title() + " begins");
+  connection->resume();
+  return true;
+}
+
+/// False while closing (the client is told farewell, comes again and meets the next router) and
+/// when there are too many.
+bool Router::Core::keep(const std::shared_ptr<Session>& session) {
+  std::unique_lock lock(mutex_);
+  if (isClosed_) return false;
+  if (sessions_.size() >= kMaxSessions) {
+    lock.unlock();
+    log(stringWithFormat("refused: more than %zu connections", kMaxSessions));
+    return false;
+  }
+  sessions_.emplace(session->number(), session);
+  hasNews_ = true;
+  changed_.notify_all();
+  return true;
+}
+
+void Router::Core::sessionEnded(const std::shared_ptr<Session>& session) {
+  session->end();
+  const std::uint64_t lost = session->lost();
+  const std::lock_guard lock(mutex_);
+  if (sessions_.erase(session->number()) == 0) return;
+  lostByEnded_ += lost;
+  if (sessions_.empty()) emptySince_ = Clock::now();
+  hasNews_ = true;
+  changed_.notify_all();
+}
+
+std::vector<std::shared_ptr<Session>> Router::Core::sessions() const {
+  const std::lock_guard lock(mutex_);
+  std::vector<std::shared_ptr<Session>> result;
+  for (const auto& [number, session] : sessions_) result.push_back(session);
+  return result;
+}
+
+void Router::Core::sessionChanged() {
+  const std::lock_guard lock(mutex_);
+  hasNews_ = true;
+  changed_.notify_all();
+}
+
+std::shared_ptr<RoutedDevice> Router::Core::deviceWithID(std::uint64_t registryEntryID) {
+  {
+    const std::lock_guard lock(mutex_);
+    const auto known = devices_.find(registryEntryID);
+    if (known != devices_.end()) return known->second;
+  }
+  // Listed afresh: a device may have been added since the router began.
+  const auto description = describe(registryEntryID);
+  if (!description) return nullptr;
+  auto device = std::make_shared<RoutedDevice>(
+      *description,
+      [sources = options_.sources, registryEntryID]() -> std::unique_ptr<OpenDevice> {
+        for (const auto& source : *sources) {
+          if (auto opened = source->open(registryEntryID)) return opened;
+        }
+        return nullptr;
+      },
+      options_.log);
+  const std::lock_guard lock(mutex_);
+  return devices_.emplace(registryEntryID, std::move(device)).first->second;
+}
+
+std::optional<DeviceDescription> Router::Core::describe(std::uint64_t registryEntryID) {
+  std::vector<std::string> problems;
+  for (const auto& source : *options_.sources) {
+    for (DeviceDescription& device : source->list(&problems)) {
+      if (device.registryEntryID == registryEntryID) return std::move(device);
+    }
+  }
+  for (const std::string& problem : problems) log("ignored: " + problem);
+  return std::nullopt;
+}
+
+/// The housekeeping thread: the status file, losses and idleness, so that no thread that serves a
+/// client waits for a disk.
+void Router::Core::keepHouse() {
+  while (waitForWork()) {
+    reportLosses();
+    noteIfIdle();
+    writeStatus();
+  }
+}
+
+/// Until something has changed, the next look at losses is due or the router may be idle. False
+/// once it is stopped and everybody has left.
+bool Router::Core::waitForWork() {
+  std::unique_lock lock(mutex_);
+  const auto isOver = [this] { return isStopped_ && sessions_.empty(); };
+  const auto until =
+      sessions_.empty() ? emptySince_ + options_.idleLimit : Clock::now() + kLossInterval;
+  if (idle_.isRaised()) {
+    changed_.wait(lock, [&] { return hasNews_ || isOver(); });
+  } else {
+    changed_.wait_until(lock, until, [&] { return hasNews_ || isOver(); });
+  }
+  return !isOver();
+}
+
+void Router::Core::noteIfIdle() {
+  {
+    const std::lock_guard lock(mutex_);
+    const bool isIdle = sessions_.empty() && Clock::now() >= emptySince_ + options_.idleLimit;
+    if (!isIdle || isClosed_) return;
+    isClosed_ = true;
+  }
+  log("nobody is connected");
+  idle_.raise();
+}
+
+/// One line a session that has lost reports since its last line, and at most one a second.
+void Router::Core::reportLosses() {
+  const auto now = Clock::now();
+  if (now < lossesReportedAt_ + kLossInterval) return;
+  std::map<std::uint64_t, std::shared_ptr<Session>> current;
+  {
+    const std::lock_guard lock(mutex_);
+    current = sessions_;
+  }
+  std::map<std::uint64_t, std::uint64_t> losses;
+  for (const auto& [number, session] : current) {
+    const std::uint64_t lost = session->lost();
+    losses[number] = lost;
+    if (lost == reportedLosses_[number]) continue;
+    log(stringWithFormat("%s is too slow: %llu more reports lost, %llu in all", session->title(),
+                         lost - reportedLosses_[number], lost));
+    lossesReportedAt_ = now;
+    const std::lock_guard lock(mutex_);
+    hasNews_ = true;
+  }
+  reportedLosses_ = std::move(losses);
+}
+
+void Router::Core::writeStatus() {
+  RouterStatus status;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!std::exchange(hasNews_, false)) return;
+    status.lost = lostByEnded_;
+  }
+  status.pid = ::getpid();
+  status.version = WLHID_ROUTER_VERSION;
+  for (const auto& session : sessions()) {
+    status.sessions.push_back(session->status());
+    status.lost += session->lost();
+  }
+  try {
+    writeRouterStatus(root_, status);
+    statusFailed_ = false;
+  } catch (const std::exception& error) {
+    if (!std::exchange(statusFailed_, true)) log(std::string("status: ") + error.what());
+  }
+}
+
+Router::Router(platform::SystemRoot root, std::shared_ptr<platform::NSXPCListener> listener,
+               RouterOptions options)
+    : core_(std::make_shared<Core>(std::move(root), std::move(listener), std::move(options))) {}
+
+Router::~Router() {
+  core_->stop();
+}
+
+void Router::resume() {
+  core_->resume();
+}
+void Router::stop() {
+  core_->stop();
+}
+int Router::idleDescriptor() const {
+  return core_->idleDescriptor();
+}
+
+}  // namespace router

@@ -1,0 +1,47 @@
+#include "router/RouterErrors.h"
+
+#include <vector>
+
+#include "platform/kit/KQIOObject.h"
+#include "router-client/WLHIDEventRouterProtocols.h"
+
+namespace router {
+
+namespace {
+
+using platform::NSDictionary;
+using platform::NSError;
+using platform::NSString;
+using platform::str;
+
+std::shared_ptr<NSError> errorWithEntries(IOReturn code, std::string_view description,
+                                          std::vector<NSDictionary::Entry> entries) {
+  // A description may hold a path or name that came from outside.
+  const auto text = NSString::stringWithUTF8(description);
+  entries.emplace_back(str(platform::NSLocalizedDescriptionKey),
+                       text ? text : str("the device cannot be opened"));
+  return NSError::errorWithDomain_code_userInfo(
+      str(HIDEventRouterDomain), static_cast<std::int64_t>(code),
+      NSDictionary::dictionaryWithEntries(std::move(entries)));
+}
+
+}  // namespace
+
+std::shared_ptr<NSError> routerError(IOReturn code, std::string_view description) {
+  return errorWithEntries(code, description, {});
+}
+
+std::shared_ptr<NSError> routerError(IOReturn code, std::string_view description,
+                                     std::uint64_t registryEntryID) {
+  const auto device =
+      platform::KQIOObject::objectWithRegistryEntryID_name(registryEntryID, nullptr);
+  return errorWithEntries(code, description, {{str(WLHIDDeviceKey), device}});
+}
+
+IOReturn ioReturnOf(const std::error_code& code) {
+  const bool isRefused =
+      code == std::errc::permission_denied || code == std::errc::operation_not_permitted;
+  return isRefused ? IOReturn::NotPermitted : IOReturn::IOError;
+}
+
+}  // namespace router

@@ -1,0 +1,161 @@
+#include "router/Session.h"
+
+#include <stdexcept>
+
+#include "platform/foundation/Format.h"
+#include "router/RouterErrors.h"
+
+namespace router {
+
+namespace {
+
+using platform::stringWithFormat;
+
+/// The client at the other end of a connection. Does not hold the connection, whose life is the
+/// session's business.
+class ClientSink final : public ReportSink {
+ public:
+  explicit ClientSink(const std::shared_ptr<platform::NSXPCConnection>& connection)
+      : connection_(connection),
+        // What fails to be sent fails because the connection ends, which the session learns anyway.
+        client_(connection->remoteObjectProxyWithErrorHandler<WLHIDEventRouterClientProtocol>(
+            [](const std::shared_ptr<platform::NSError>&) {})) {}
+
+  void send(const std::shared_ptr<platform::NSData>& report, std::uint32_t reportID,
+            const std::shared_ptr<platform::NSArray>& values) override {
+    const auto connection = connection_.lock();
+    if (connection == nullptr || client_ == nullptr) return;
+    connection->sendBatch([&] {
+      client_->receivedData_forReportID(report, reportID);
+      if (values != nullptr) client_->receivedElementValues(values);
+    });
+  }
+  [[nodiscard]] std::size_t unsentBytes() const override {
+    const auto connection = connection_.lock();
+    return connection == nullptr ? 0 : connection->unsentBytes();
+  }
+  bool waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit) override {
+    const auto connection = connection_.lock();
+    return connection == nullptr || connection->waitUntilUnsentBelow(bytes, limit);
+  }
+  void sayFarewell() override {
+    if (const auto connection = connection_.lock()) connection->invalidate();
+  }
+
+ private:
+  const std::weak_ptr<platform::NSXPCConnection> connection_;
+  const std::shared_ptr<WLHIDEventRouterClientProtocol> client_;
+};
+
+}  // namespace
+
+Session::Session(std::uint64_t number, std::shared_ptr<platform::NSXPCConnection> connection,
+                 std::weak_ptr<SessionOwner> owner)
+    : number_(number),
+      connection_(std::move(connection)),
+      pid_(connection_->processIdentifier()),
+      uid_(connection_->effectiveUserIdentifier()),
+      title_(stringWithFormat("session %llu (process %d, user %u)", number_, pid_, uid_)),
+      owner_(std::move(owner)) {}
+
+void Session::log(const std::string& text) const {
+  if (const auto owner = owner_.lock()) owner->log(title_ + ": " + text);
+}
+
+void Session::startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
+    std::uint64_t entryID, std::uint64_t deviceMode,
+    const std::shared_ptr<platform::NSDictionary>& tagDictionary,
+    const std::shared_ptr<platform::NSDictionary>& /*typeDictionary*/, StartReply reply) {
+  endRouting();
+  Routing routing;
+  const auto error = admit(entryID, deviceMode, tagDictionary, &routing);
+  if (error != nullptr) {
+    log("cannot route: " + error->description());
+  } else {
+    log(stringWithFormat("routes device 0x%llx (%s)%s", entryID, routing.device->description().name,
+                         deviceMode == static_cast<std::uint64_t>(DeviceMode::Exclusive)
+                             ? " for itself alone"
+                             : ""));
+    const std::lock_guard lock(mutex_);
+    routing_ = routing;
+  }
+  reply(error);
+  if (error == nullptr) routing.device->begin(routing.subscription);
+  if (const auto owner = owner_.lock()) owner->sessionChanged();
+}
+
+std::shared_ptr<platform::NSError> Session::admit(
+    std::uint64_t entryID, std::uint64_t deviceMode,
+    const std::shared_ptr<platform::NSDictionary>& tagDictionary, Routing* returnRouting) {
+  if (deviceMode > static_cast<std::uint64_t>(DeviceMode::Exclusive)) {
+    return routerError(IOReturn::BadArgument,
+                       stringWithFormat("there is no device mode %llu", deviceMode), entryID);
+  }
+  UsageFilter filter;
+  try {
+    filter = UsageFilter(tagDictionary);
+  } catch (const std::invalid_argument& error) {
+    return routerError(IOReturn::BadArgument, error.what(), entryID);
+  }
+  const auto owner = owner_.lock();
+  const auto device = owner == nullptr ? nullptr : owner->deviceWithID(entryID);
+  if (device == nullptr) {
+    return routerError(IOReturn::NoDevice,
+                       stringWithFormat("no device has the registry entry ID 0x%llx", entryID),
+                       entryID);
+  }
+  const auto subscription =
+      std::make_shared<Subscription>(std::make_shared<ClientSink>(connection_), std::move(filter),
+                                     static_cast<DeviceMode>(deviceMode));
+  if (auto error = device->admit(subscription)) return error;
+  *returnRouting = {device, subscription};
+  return nullptr;
+}
+
+void Session::stopRoutingService() {
+  if (currentRouting().device == nullptr) return;
+  log("stops");
+  endRouting();
+  if (const auto owner = owner_.lock()) owner->sessionChanged();
+}
+
+void Session::end() {
+  endRouting();
+  log("has ended");
+}
+
+Session::Routing Session::currentRouting() const {
+  const std::lock_guard lock(mutex_);
+  return routing_;
+}
+
+void Session::endRouting() {
+  const Routing ended = currentRouting();
+  if (ended.device == nullptr) return;
+  ended.device->remove(ended.subscription);
+  // Counted in the same moment as the routing ceases to be, so that the total never shrinks.
+  const std::lock_guard lock(mutex_);
+  lostBefore_ += ended.subscription->lost();
+  routing_ = {};
+}
+
+SessionStatus Session::status() const {
+  const Routing routing = currentRouting();
+  SessionStatus status;
+  status.pid = pid_;
+  status.uid = uid_;
+  if (routing.device == nullptr) return status;
+  status.device = routing.device->description().registryEntryID;
+  status.deviceName = routing.device->description().name;
+  status.exclusive = routing.subscription->mode() == DeviceMode::Exclusive;
+  status.delivered = routing.subscription->delivered();
+  status.lost = routing.subscription->lost();
+  return status;
+}
+
+std::uint64_t Session::lost() const {
+  const std::lock_guard lock(mutex_);
+  return lostBefore_ + (routing_.subscription == nullptr ? 0 : routing_.subscription->lost());
+}
+
+}  // namespace router

@@ -1,0 +1,63 @@
+#include "router/Subscription.h"
+
+namespace router {
+
+const std::shared_ptr<platform::NSData>& ReportInTransit::data() {
+  if (data_ == nullptr) data_ = platform::NSData::dataWithBytes(report_);
+  return data_;
+}
+
+const std::shared_ptr<platform::NSArray>& ReportInTransit::allValues() {
+  if (allValues_ == nullptr && !values_.empty()) allValues_ = platform::elementValueArray(values_);
+  return allValues_;
+}
+
+void Subscription::begin() {
+  const std::lock_guard lock(sending_);
+  isActive_ = true;
+}
+
+void Subscription::end() {
+  const std::lock_guard lock(sending_);
+  isActive_ = false;
+}
+
+bool Subscription::isActive() const {
+  const std::lock_guard lock(sending_);
+  return isActive_;
+}
+
+void Subscription::deliver(ReportInTransit* report) {
+  const std::lock_guard lock(sending_);
+  if (!isActive_) return;
+  if (sink_->unsentBytes() > kLossLimit) {
+    lost_.fetch_add(1, std::memory_order_relaxed);
+    return;
+  }
+  send(report);
+  delivered_.fetch_add(1, std::memory_order_relaxed);
+}
+
+void Subscription::send(ReportInTransit* report) {
+  if (filter_.wantsEverything()) {
+    sink_->send(report->data(), report->reportID(), report->allValues());
+    return;
+  }
+  const auto wanted = filter_.select(report->values(), &wanted_);
+  std::shared_ptr<platform::NSArray> values;
+  if (!wanted.empty()) values = platform::elementValueArray(wanted);
+  sink_->send(report->data(), report->reportID(), values);
+}
+
+bool Subscription::waitForReader(const StopSignal& stop, bool othersWait) {
+  constexpr std::chrono::milliseconds kGlance{
+      50};  // between looks at whether anybody still wants to wait
+  const auto stalled = std::chrono::steady_clock::now() + kStallLimit;
+  while (!sink_->waitUntilUnsentBelow(kWaitLimit, kGlance)) {
+    if (stop.isRaised() || !isActive()) return true;
+    if (othersWait && std::chrono::steady_clock::now() >= stalled) return false;
+  }
+  return true;
+}
+
+}  // namespace router

@@ -1,0 +1,74 @@
+#include "router/UsageFilter.h"
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "platform/foundation/NSNumber.h"
+#include "platform/foundation/NSString.h"
+
+namespace router {
+
+namespace {
+
+using platform::NSNumber;
+using platform::NSObject;
+using platform::NSString;
+
+std::optional<std::uint64_t> integerIn(const NSNumber& number) {
+  if (const auto* value = std::get_if<std::uint64_t>(&number.value())) return *value;
+  if (const auto* value = std::get_if<std::int64_t>(&number.value())) {
+    return *value < 0 ? std::nullopt : std::optional(static_cast<std::uint64_t>(*value));
+  }
+  return std::nullopt;
+}
+
+std::optional<std::uint64_t> integerIn(std::string_view text) {
+  const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
+  if (isHexadecimal) text.remove_prefix(2);
+  std::uint64_t value = 0;
+  const auto [end, error] =
+      std::from_chars(text.data(), text.data() + text.size(), value, isHexadecimal ? 16 : 10);
+  if (text.empty() || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+std::uint32_t usageIn(const std::shared_ptr<NSObject>& key) {
+  std::optional<std::uint64_t> value;
+  if (const auto number = platform::objectCast<NSNumber>(key)) value = integerIn(*number);
+  if (const auto text = platform::objectCast<NSString>(key)) value = integerIn(text->UTF8String());
+  if (!value || *value > std::numeric_limits<std::uint32_t>::max()) {
+    constexpr std::size_t kShown = 64;
+    throw std::invalid_argument("the tag dictionary's key " + key->description().substr(0, kShown) +
+                                " is no usage");
+  }
+  return static_cast<std::uint32_t>(*value);
+}
+
+}  // namespace
+
+UsageFilter::UsageFilter(const std::shared_ptr<platform::NSDictionary>& tagDictionary) {
+  if (tagDictionary == nullptr) return;
+  for (const auto& [key, tags] : tagDictionary->entries()) usages_.push_back(usageIn(key));
+  std::sort(usages_.begin(), usages_.end());
+}
+
+bool UsageFilter::wants(const platform::HIDElementValueRecord& value) const {
+  return wantsEverything() ||
+         std::binary_search(usages_.begin(), usages_.end(), value.usagePage << 16U | value.usage);
+}
+
+std::span<const platform::HIDElementValueRecord> UsageFilter::select(
+    std::span<const platform::HIDElementValueRecord> values,
+    std::vector<platform::HIDElementValueRecord>* buffer) const {
+  if (wantsEverything()) return values;
+  buffer->clear();
+  std::copy_if(values.begin(), values.end(), std::back_inserter(*buffer),
+               [this](const auto& value) { return wants(value); });
+  return *buffer;
+}
+
+}  // namespace router

@@ -1,0 +1,76 @@
+// The router's program: serves the endpoint that the job daemon (or systemd) hands it, until it is
+// told to end or nobody has been connected for a while. Exit status 0 in both cases, 1 when it was
+// handed no endpoint.
+#include <poll.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+#include <string>
+#include <system_error>
+
+#include "platform/foundation/NSString.h"
+#include "router-client/WLHIDEventRouterProtocols.h"
+#include "router/Router.h"
+
+namespace {
+
+/// SIGTERM and SIGINT come as reads from the descriptor; to be called before the first thread
+/// begins.
+int terminationDescriptor() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  sigaddset(&signals, SIGINT);
+  if (const int error = pthread_sigmask(SIG_BLOCK, &signals, nullptr); error != 0) {
+    throw std::system_error(error, std::generic_category(), "pthread_sigmask");
+  }
+  const int descriptor = ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+  if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "signalfd");
+  return descriptor;
+}
+
+void waitForEither(int first, int second) {
+  std::array<pollfd, 2> polls{pollfd{first, POLLIN, 0}, pollfd{second, POLLIN, 0}};
+  while (::poll(polls.data(), polls.size(), -1) < 0 && errno == EINTR) {
+  }
+}
+
+/// The process's threads end with it, so what was sent must be out before.
+void waitUntilConnectionsAreClosed() {
+  constexpr int kTries = 300;
+  for (int i = 0; i < kTries && platform::liveConnectionCount() > 0; ++i) ::poll(nullptr, 0, 10);
+}
+
+int serve() {
+  ::signal(SIGPIPE, SIG_IGN);  // a log that nobody reads any more must not end the router
+  const int terminated = terminationDescriptor();
+  const auto listener =
+      platform::NSXPCListener::initWithMachServiceName(platform::str(WLHIDEventRouterLabel));
+  if (listener == nullptr) {
+    std::cerr << "no endpoint was handed over for " << WLHIDEventRouterLabel << ": "
+              << std::generic_category().message(errno) << "\n";
+    return 1;
+  }
+  router::Router router(platform::SystemRoot::current(), listener);
+  router.resume();
+  waitForEither(terminated, router.idleDescriptor());
+  router.stop();
+  waitUntilConnectionsAreClosed();
+  return 0;
+}
+
+}  // namespace
+
+int main() {
+  try {
+    return serve();
+  } catch (const std::exception& error) {
+    std::cerr << "the router cannot run: " << error.what() << "\n";
+    return 1;
+  }
+}
