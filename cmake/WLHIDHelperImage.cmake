@@ -1,0 +1,23 @@
+# wlhid_helper_image(TARGET PROGRAM_TARGET LABEL L [VERSION V] [SERVICES S…] OUTPUT FILE)
+#
+# Makes TARGET build FILE, a helper image that carries the program of PROGRAM_TARGET under the label L. Without VERSION the
+# project's version, without SERVICES one service of the label's name.
+function(wlhid_helper_image target program)
+  cmake_parse_arguments(A "" "LABEL;VERSION;OUTPUT" "SERVICES" ${ARGN})
+  if(NOT A_LABEL OR NOT A_OUTPUT)
+    message(FATAL_ERROR "wlhid_helper_image(${target}): LABEL and OUTPUT are needed")
+  endif()
+  if(NOT A_VERSION)
+    set(A_VERSION "${PROJECT_VERSION}")
+  endif()
+  set(services)
+  foreach(service ${A_SERVICES})
+    list(APPEND services --service "${service}")
+  endforeach()
+  add_custom_command(OUTPUT "${A_OUTPUT}"
+    COMMAND wlhid-mkimage --label "${A_LABEL}" --version "${A_VERSION}" ${services}
+            --program "$<TARGET_FILE:${program}>" --output "${A_OUTPUT}"
+    DEPENDS wlhid-mkimage ${program}
+    COMMENT "Making the helper image ${A_LABEL} ${A_VERSION}" VERBATIM)
+  add_custom_target(${target} ALL DEPENDS "${A_OUTPUT}")
+endfunction()

@@ -1,0 +1,269 @@
+// wlhid-mkimage: makes a helper image, run at build time.
+//
+//   wlhid-mkimage --label L --version V [--service S]... --program ELF --output FILE
+//
+// The image is a thin 64-bit Mach-O executable with the sections __TEXT,__info_plist and
+// __TEXT,__launchd_plist and, as
+// __ELF,__program, the program that runs here. One file, so that a program and its version cannot
+// part.
+#include <elf.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+struct Options {
+  std::string label;
+  std::string version;
+  std::vector<std::string> services;
+  std::string program;
+  std::string output;
+};
+
+Options parseOptions(int argc, char** argv) {
+  Options options;
+  for (int i = 1; i + 1 < argc; i += 2) {
+    const std::string_view name = argv[i];
+    const std::string value = argv[i + 1];
+    if (name == "--label")
+      options.label = value;
+    else if (name == "--version")
+      options.version = value;
+    else if (name == "--service")
+      options.services.push_back(value);
+    else if (name == "--program")
+      options.program = value;
+    else if (name == "--output")
+      options.output = value;
+    else
+      throw std::runtime_error("unknown option " + std::string(name));
+  }
+  if (options.label.empty() || options.version.empty() || options.program.empty() ||
+      options.output.empty()) {
+    throw std::runtime_error("--label, --version, --program and --output are needed");
+  }
+  if (options.services.empty()) options.services.push_back(options.label);
+  return options;
+}
+
+std::string escaped(std::string_view text) {
+  std::string result;
+  for (const char c : text) {
+    if (c == '&')
+      result += "&amp;";
+    else if (c == '<')
+      result += "&lt;";
+    else if (c == '>')
+      result += "&gt;";
+    else
+      result += c;
+  }
+  return result;
+}
+
+std::string entry(std::string_view key, const std::string& value) {
+  return "\t<key>" + escaped(key) + "</key>\n\t" + value + "\n";
+}
+std::string text(std::string_view value) {
+  return "<string>" + escaped(value) + "</string>";
+}
+
+std::string document(const std::string& entries) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+         "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+         "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+         "<plist version=\"1.0\">\n<dict>\n" +
+         entries + "</dict>\n</plist>\n";
+}
+
+std::string infoPlist(const Options& options) {
+  return document(entry("CFBundleIdentifier", text(options.label)) +
+                  entry("CFBundleInfoDictionaryVersion", text("6.0")) +
+                  entry("CFBundleName", text(options.label)) +
+                  entry("CFBundleVersion", text(options.version)));
+}
+
+/// What the job is. Its program's path is added when it is installed: only then is it known.
+std::string launchdPlist(const Options& options) {
+  std::string services = "<dict>\n";
+  for (const auto& service : options.services)
+    services += "\t\t<key>" + escaped(service) + "</key>\n\t\t<true/>\n";
+  return document(entry("Label", text(options.label)) +
+                  entry("MachServices", services + "\t</dict>"));
+}
+
+Bytes readProgram(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  Bytes bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  if (!in.good() && !in.eof()) throw std::runtime_error("cannot read " + path);
+  if (bytes.size() < sizeof(Elf64_Ehdr) || std::memcmp(bytes.data(), ELFMAG, SELFMAG) != 0) {
+    throw std::runtime_error(path + " is no ELF program");
+  }
+  return bytes;
+}
+
+/// The image's processor, as near to the program's own as the format has one.
+struct Processor {
+  std::uint32_t type;
+  std::uint32_t subtype;
+};
+Processor processorOf(const Bytes& program) {
+  std::uint16_t machine = 0;
+  std::memcpy(&machine, program.data() + offsetof(Elf64_Ehdr, e_machine), sizeof machine);
+  if (machine == EM_AARCH64) return {0x0100000C, 0};
+  return {0x01000007, 3};
+}
+
+class ImageWriter {
+ public:
+  static constexpr std::uint64_t page = 0x4000;
+  static constexpr std::uint64_t base = 0x100000000;
+
+  struct Section {
+    const char* name;
+    const void* data;
+    std::uint64_t size;
+  };
+
+  explicit ImageWriter(const Processor& processor) {
+    put32(0xFEEDFACF);
+    put32(processor.type);
+    put32(processor.subtype);
+    put32(2);  // an executable
+    put32(0);  // count and size of commands: filled in by finish()
+    put32(0);
+    put32(1);  // without undefined symbols
+    put32(0);
+  }
+
+  /// Adds a segment. The first one starts at the file's first byte and so holds the header too.
+  void addSegment(const char* segment, const std::vector<Section>& sections,
+                  std::size_t headerSize) {
+    const bool isFirst = commands_++ == 0;
+    const std::uint64_t start = isFirst ? 0 : aligned(contentEnd());
+    std::uint64_t at = isFirst ? headerSize : start;
+    std::vector<std::uint64_t> offsets;
+    for (const auto& section : sections) {
+      at = (at + 15) / 16 * 16;
+      offsets.push_back(at);
+      append(at, section);
+      at += section.size;
+    }
+    putSegment(segment, start, at - start, sections, offsets);
+  }
+
+  void finish(std::ostream& out) {
+    set32(16, commands_);
+    set32(20, static_cast<std::uint32_t>(header_.size() - 32));
+    std::copy(header_.begin(), header_.end(), content_.begin());
+    out.write(reinterpret_cast<const char*>(content_.data()),
+              static_cast<std::streamsize>(content_.size()));
+  }
+
+  static std::size_t headerSizeFor(std::size_t segments, std::size_t sections) {
+    return 32 + 72 * segments + 80 * sections;
+  }
+
+ private:
+  static std::uint64_t aligned(std::uint64_t value) { return (value + page - 1) / page * page; }
+  std::uint64_t contentEnd() const { return content_.size(); }
+
+  void append(std::uint64_t at, const Section& section) {
+    content_.resize(at + section.size);
+    std::memcpy(content_.data() + at, section.data, section.size);
+  }
+
+  void putSegment(const char* segment, std::uint64_t start, std::uint64_t size,
+                  const std::vector<Section>& sections, const std::vector<std::uint64_t>& offsets) {
+    put32(0x19);
+    put32(static_cast<std::uint32_t>(72 + 80 * sections.size()));
+    putName(segment);
+    put64(base + start);
+    put64(aligned(size));
+    put64(start);
+    put64(size);
+    put32(5);  // may be read and run
+    put32(5);
+    put32(static_cast<std::uint32_t>(sections.size()));
+    put32(0);
+    for (std::size_t i = 0; i < sections.size(); ++i) putSection(segment, sections[i], offsets[i]);
+  }
+
+  void putSection(const char* segment, const Section& section, std::uint64_t offset) {
+    putName(section.name);
+    putName(segment);
+    put64(base + offset);
+    put64(section.size);
+    put32(static_cast<std::uint32_t>(offset));
+    put32(4);  // aligned to 2^4
+    for (int i = 0; i < 6; ++i) put32(0);
+  }
+
+  void putName(const char* name) {
+    std::array<char, 16> field{};
+    std::string_view(name).copy(field.data(), field.size());
+    header_.insert(header_.end(), field.begin(), field.end());
+  }
+  void put32(std::uint32_t value) {
+    for (int i = 0; i < 4; ++i) header_.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+  }
+  void put64(std::uint64_t value) {
+    put32(static_cast<std::uint32_t>(value));
+    put32(static_cast<std::uint32_t>(value >> 32));
+  }
+  void set32(std::size_t at, std::uint32_t value) {
+    for (int i = 0; i < 4; ++i)
+      header_[at + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(value >> (8 * i));
+  }
+
+  Bytes header_;
+  Bytes content_;
+  std::uint32_t commands_ = 0;
+};
+
+/// Written beside its place and renamed, so that an interrupted build leaves no half image.
+void writeImage(const Options& options) {
+  const Bytes program = readProgram(options.program);
+  const std::string info = infoPlist(options);
+  const std::string launchd = launchdPlist(options);
+  ImageWriter image(processorOf(program));
+  image.addSegment("__TEXT",
+                   {{"__info_plist", info.data(), info.size()},
+                    {"__launchd_plist", launchd.data(), launchd.size()}},
+                   ImageWriter::headerSizeFor(2, 3));
+  image.addSegment("__ELF", {{"__program", program.data(), program.size()}}, 0);
+
+  namespace fs = std::filesystem;
+  fs::create_directories(fs::absolute(options.output).parent_path());
+  const std::string partial = options.output + ".partial";
+  {
+    std::ofstream out(partial, std::ios::binary | std::ios::trunc);
+    image.finish(out);
+    if (!out.flush()) throw std::runtime_error("cannot write " + partial);
+  }
+  fs::permissions(partial, fs::perms(0755));
+  fs::rename(partial, options.output);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+  writeImage(parseOptions(argc, argv));
+  return 0;
+} catch (const std::exception& error) {
+  std::cerr << "wlhid-mkimage: " << error.what() << '\n';
+  return 1;
+}
