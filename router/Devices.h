@@ -120,4 +120,8 @@ struct ReplayDevice {
 /// played or the name is none for a file.
 std::uint64_t addReplayDevice(const platform::SystemRoot& root, const ReplayDevice& device);
 
+/// Removes the configuration of the replayed device with that ID; false when there is none. Whoever
+/// routes it goes on until it has been played. Throws DeviceError when the file cannot be removed.
+bool removeReplayDevice(const platform::SystemRoot& root, std::uint64_t registryEntryID);
+
 }  // namespace router

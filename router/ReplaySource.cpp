@@ -292,6 +292,15 @@ std::optional<std::uint64_t> ReplaySource::registryEntryIDOf(
   return std::nullopt;
 }
 
+std::optional<std::string> ReplaySource::configurationOf(std::uint64_t registryEntryID) const {
+  std::vector<std::string> problems;
+  for (const Configured& configured : configurations(&problems)) {
+    if (configured.description.registryEntryID == registryEntryID)
+      return configured.device.configuration;
+  }
+  return std::nullopt;
+}
+
 std::unique_ptr<OpenDevice> ReplaySource::open(std::uint64_t registryEntryID) const {
   std::vector<std::string> problems;
   for (const Configured& configured : configurations(&problems)) {
@@ -336,6 +345,16 @@ std::uint64_t addReplayDevice(const platform::SystemRoot& root, const ReplayDevi
   const auto id = ReplaySource(root.deviceSources()).registryEntryIDOf(added.configuration);
   if (!id) throw DeviceError(file.string() + ": was written, but cannot be read back");
   return *id;
+}
+
+bool removeReplayDevice(const platform::SystemRoot& root, std::uint64_t registryEntryID) {
+  const auto configuration = ReplaySource(root.deviceSources()).configurationOf(registryEntryID);
+  if (!configuration) return false;
+  const fs::path file = root.deviceSources() / (*configuration + std::string(kSuffix));
+  std::error_code error;
+  fs::remove(file, error);
+  if (error) throw DeviceError(file.string() + ": " + error.message(), error);
+  return true;
 }
 
 }  // namespace router

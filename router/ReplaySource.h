@@ -33,6 +33,8 @@ class ReplaySource final : public DeviceSource {
   /// The ID of the device that the file `configuration`.plist describes.
   [[nodiscard]] std::optional<std::uint64_t> registryEntryIDOf(
       const std::string& configuration) const;
+  /// The name of the file, without ".plist", that describes the device with that ID.
+  [[nodiscard]] std::optional<std::string> configurationOf(std::uint64_t registryEntryID) const;
 
  private:
   struct Configured;
