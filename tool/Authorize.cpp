@@ -23,7 +23,8 @@ const std::map<std::string, platform::OSStatus>& answers() {
 
 void addAuthorizationOptions(CLI::App& verb, std::string& prompt, std::string& answer) {
   verb.add_option("--prompt", prompt, "The text of the authorization question")->type_name("TEXT");
-  verb.add_option("--authorize", answer, "Answers the question: allow, deny or cancel (on a user's root)")
+  verb.add_option("--authorize", answer,
+                  "Answers the question: allow, deny or cancel (on a user's root)")
       ->type_name("ANSWER")
       ->check([](const std::string& value) {
         return answers().contains(value) ? std::string() : value + " is not allow, deny or cancel";
@@ -33,7 +34,8 @@ void addAuthorizationOptions(CLI::App& verb, std::string& prompt, std::string& a
 void applyAuthorizationAnswer(const std::string& answer) {
   if (answer.empty()) return;
   if (platform::SystemRoot::current().isSystem()) {
-    throw UsageFailure("--authorize is for a user's root; on the system's own the question is not ours to answer");
+    throw UsageFailure(
+        "--authorize is for a user's root; on the system's own the question is not ours to answer");
   }
   platform::setAuthorizationAgent(platform::fixedAuthorizationAgent(answers().at(answer)));
 }

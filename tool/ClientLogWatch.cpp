@@ -12,7 +12,8 @@ namespace {
 
 constexpr std::uint64_t kErrorLevel = 3;
 // The client's lines, as its log has them.
-constexpr std::string_view kInterruption = "WLHIDEventRouterClient: xpcConnectionToService experienced an interruption";
+constexpr std::string_view kInterruption =
+    "WLHIDEventRouterClient: xpcConnectionToService experienced an interruption";
 constexpr std::string_view kStartLost = "Error(S): %@";
 
 /// What the line means for a routing, or empty.
@@ -22,17 +23,21 @@ std::string meaningOf(const platform::KQLogEntry& entry) {
   return {};
 }
 
-void passOn(const platform::KQLogEntry& entry) { Output(STDERR_FILENO).write(platform::renderLogEntry(entry) + "\n"); }
+void passOn(const platform::KQLogEntry& entry) {
+  Output(STDERR_FILENO).write(platform::renderLogEntry(entry) + "\n");
+}
 
 }  // namespace
 
 ClientLogWatch::ClientLogWatch(Handler handler) : userLevel_(platform::KQLogger::logLevel()) {
-  auto sink = [handler = std::move(handler), userLevel = userLevel_](const platform::KQLogEntry& entry) {
+  auto sink = [handler = std::move(handler),
+               userLevel = userLevel_](const platform::KQLogEntry& entry) {
     if (entry.level >= userLevel) passOn(entry);
     const std::string meaning = meaningOf(entry);
     if (!meaning.empty()) handler(meaning);
   };
-  previous_ = platform::KQLogger::sharedLogger().setSink(std::make_shared<platform::KQLogSink>(std::move(sink)));
+  previous_ = platform::KQLogger::sharedLogger().setSink(
+      std::make_shared<platform::KQLogSink>(std::move(sink)));
   platform::KQLogger::setLogLevel(std::min(userLevel_, kErrorLevel));
 }
 

@@ -54,7 +54,9 @@ std::string describeError(const std::shared_ptr<platform::NSError>& error) {
   return words.empty() ? code : words + " (" + code + ")";
 }
 
-std::string describeErrno(int number) { return std::generic_category().message(number); }
+std::string describeErrno(int number) {
+  return std::generic_category().message(number);
+}
 
 void complain(std::string_view text) {
   const std::string line = "wlhid: " + oneLine(text) + "\n";

@@ -1,7 +1,9 @@
-// What the verbs of the command share: how a verb is added, how it fails, what the exit status means.
+// What the verbs of the command share: how a verb is added, how it fails, what the exit status
+// means.
 //
 // Threading: the main thread. Ownership: the parser owns the options of the verb that was chosen.
-// Errors: a verb throws Failure (exit status 1) or UsageFailure (exit status 2); main prints the text as one line
+// Errors: a verb throws Failure (exit status 1) or UsageFailure (exit status 2); main prints the
+// text as one line
 //   "wlhid: …" on standard error.
 // Order: none.
 #pragma once
@@ -54,7 +56,8 @@ void addRouteVerb(CLI::App& app, Action& chosen);
 [[nodiscard]] std::string describeErrno(int number);
 /// Writes "wlhid: text" as one line to standard error.
 void complain(std::string_view text);
-/// Writes all of `text` to standard output. Throws Failure when it cannot be written; a reader that has gone away is none.
+/// Writes all of `text` to standard output. Throws Failure when it cannot be written; a reader that
+/// has gone away is none.
 void print(std::string_view text);
 
 }  // namespace tool

@@ -15,7 +15,8 @@ namespace tool {
 
 namespace {
 
-void appendHexadecimal(std::string& out, std::span<const std::uint8_t> bytes, std::string_view separator) {
+void appendHexadecimal(std::string& out, std::span<const std::uint8_t> bytes,
+                       std::string_view separator) {
   constexpr std::string_view digits = "0123456789abcdef";
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     if (i != 0) out += separator;
@@ -55,14 +56,17 @@ class JsonLines final : public DeliveryLines {
 
   void appendError(std::string& out, const platform::NSError& error) override {
     nlohmann::ordered_json fields = {{"domain", text(error.domain())}, {"code", error.code()}};
-    const auto description = error.userInfo() ? error.userInfo()->objectForKey(platform::NSLocalizedDescriptionKey) : nullptr;
+    const auto description =
+        error.userInfo() ? error.userInfo()->objectForKey(platform::NSLocalizedDescriptionKey)
+                         : nullptr;
     if (description) fields["description"] = description->description();
     const nlohmann::ordered_json line = {{"error", fields}};
     out += line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
     out += '\n';
   }
 
-  void appendReport(std::string& out, std::span<const std::uint8_t> bytes, std::uint32_t reportID) override {
+  void appendReport(std::string& out, std::span<const std::uint8_t> bytes,
+                    std::uint32_t reportID) override {
     out += R"({"report":{"id":)";
     appendNumber(out, reportID);
     out += R"(,"data":")";
@@ -101,7 +105,8 @@ class JsonLines final : public DeliveryLines {
 
 class TextLines final : public DeliveryLines {
  public:
-  explicit TextLines(std::function<std::chrono::microseconds()> clock) : clock_(std::move(clock)), start_(clock_()) {}
+  explicit TextLines(std::function<std::chrono::microseconds()> clock)
+      : clock_(std::move(clock)), start_(clock_()) {}
 
   void appendStatus(std::string& out, WLHIDEventRouterClientStatus status) override {
     appendHead(out, "status");
@@ -111,7 +116,9 @@ class TextLines final : public DeliveryLines {
 
   void appendError(std::string& out, const platform::NSError& error) override {
     appendHead(out, "error");
-    const auto description = error.userInfo() ? error.userInfo()->objectForKey(platform::NSLocalizedDescriptionKey) : nullptr;
+    const auto description =
+        error.userInfo() ? error.userInfo()->objectForKey(platform::NSLocalizedDescriptionKey)
+                         : nullptr;
     if (description) out += oneLine(description->description()) + "  ";
     out += oneLine(text(error.domain()));
     out += ' ';
@@ -119,7 +126,8 @@ class TextLines final : public DeliveryLines {
     out += '\n';
   }
 
-  void appendReport(std::string& out, std::span<const std::uint8_t> bytes, std::uint32_t reportID) override {
+  void appendReport(std::string& out, std::span<const std::uint8_t> bytes,
+                    std::uint32_t reportID) override {
     appendHead(out, "report");
     std::array<char, 16> number;
     std::snprintf(number.data(), number.size(), "%3u  ", reportID);
@@ -133,7 +141,8 @@ class TextLines final : public DeliveryLines {
     out += "    ";
     const std::size_t before = out.size();
     forEachValue(elementValues, [&](const platform::HIDElementValueRecord& value) {
-      const bool keyIsUp = value.usagePage == kKeyboardPage && (value.usage == 0 || value.integerValue == 0);
+      const bool keyIsUp =
+          value.usagePage == kKeyboardPage && (value.usage == 0 || value.integerValue == 0);
       if (!keyIsUp) appendValue(out, value);
     });
     if (out.size() == before) out += " no key down";
@@ -165,7 +174,9 @@ class TextLines final : public DeliveryLines {
 
 }  // namespace
 
-std::unique_ptr<DeliveryLines> jsonDeliveryLines() { return std::make_unique<JsonLines>(); }
+std::unique_ptr<DeliveryLines> jsonDeliveryLines() {
+  return std::make_unique<JsonLines>();
+}
 
 std::unique_ptr<DeliveryLines> textDeliveryLines(std::function<std::chrono::microseconds()> clock) {
   return std::make_unique<TextLines>(std::move(clock));

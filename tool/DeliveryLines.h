@@ -20,17 +20,22 @@ class DeliveryLines {
   virtual ~DeliveryLines() = default;
   virtual void appendStatus(std::string& out, WLHIDEventRouterClientStatus status) = 0;
   virtual void appendError(std::string& out, const platform::NSError& error) = 0;
-  virtual void appendReport(std::string& out, std::span<const std::uint8_t> bytes, std::uint32_t reportID) = 0;
+  virtual void appendReport(std::string& out, std::span<const std::uint8_t> bytes,
+                            std::uint32_t reportID) = 0;
   virtual void appendElementValues(std::string& out, const platform::NSArray& elementValues) = 0;
 };
 
-/// One JSON object a line: {"status":4}, {"report":{"id":1,"data":"01ff"}}, {"elements":[{"reportID":1,"usagePage":1,
-/// "usage":48,"cookie":3,"integerValue":-5,"bytes":"fb"}]}, {"error":{"domain":"…","code":-1,"description":"…"}}.
+/// One JSON object a line:
+///   {"status":4}
+///   {"report":{"id":1,"data":"01ff"}}
+///   {"elements":[{"reportID":1,"usagePage":1,"usage":48,"cookie":3,"integerValue":-5,"bytes":"fb"}]}
+///   {"error":{"domain":"…","code":-1,"description":"…"}}
 [[nodiscard]] std::unique_ptr<DeliveryLines> jsonDeliveryLines();
 
-/// For people: seconds since `clock` first answered, what it is, and the values under their usages' names. Keys that are
-/// up are left out. `clock` counts from any point.
-[[nodiscard]] std::unique_ptr<DeliveryLines> textDeliveryLines(std::function<std::chrono::microseconds()> clock);
+/// For people: seconds since `clock` first answered, what it is, and the values under their usages'
+/// names. Keys that are up are left out. `clock` counts from any point.
+[[nodiscard]] std::unique_ptr<DeliveryLines> textDeliveryLines(
+    std::function<std::chrono::microseconds()> clock);
 
 /// "opening", "routing"; "status 7" for a number without a name.
 [[nodiscard]] std::string statusName(WLHIDEventRouterClientStatus status);

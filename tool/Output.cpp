@@ -9,7 +9,8 @@ namespace tool {
 
 namespace {
 
-/// Writes a part of the text and returns how much, waiting where the descriptor does not block. -1 with errno.
+/// Writes a part of the text and returns how much, waiting where the descriptor does not block. -1
+/// with errno.
 ssize_t writeSome(int descriptor, std::string_view text) {
   while (true) {
     const ssize_t written = ::write(descriptor, text.data(), text.size());
@@ -36,6 +37,10 @@ bool Output::write(std::string_view text) {
     }
   }
   return failure_ == 0;
+}
+
+void Output::finish() const {
+  const std::lock_guard lock(mutex_);
 }
 
 int Output::failure() const {

@@ -1,6 +1,7 @@
 // Whole lines to a descriptor.
 //
-// Threading: any thread; a call's text stays together. A write waits as long as the reader does, under the output's own
+// Threading: any thread; a call's text stays together. A write waits as long as the reader does,
+// under the output's own
 //   lock: nothing else is ever called under it.
 // Ownership: the descriptor stays the caller's.
 // Errors: the first failure is kept and ends the output: later writes do nothing and return false.
@@ -16,8 +17,11 @@ class Output {
  public:
   explicit Output(int descriptor) : descriptor_(descriptor) {}
 
-  /// Writes all of `text`, over interruptions and descriptors that do not block. False once the output has failed.
+  /// Writes all of `text`, over interruptions and descriptors that do not block. False once the
+  /// output has failed.
   bool write(std::string_view text);
+  /// Waits until no text is being written.
+  void finish() const;
   /// The errno of the first failure (EPIPE: the reader has gone away), or 0.
   [[nodiscard]] int failure() const;
 

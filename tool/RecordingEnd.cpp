@@ -28,9 +28,10 @@ LastDelivery lastDeliveryOf(const router::Recording& recording, const std::set<U
   if (reports == 0) throw Failure(fileName + ": holds no reports");
   router::ReportDecoder decoder(parseDescriptor(recording, fileName));
   const auto values = decoder.decode(recording.report(reports - 1));
-  const bool follow = std::ranges::any_of(values, [&](const platform::HIDElementValueRecord& value) {
-    return tags.empty() || tags.contains(UsageCode{value.usagePage} << 16 | value.usage);
-  });
+  const bool follow =
+      std::ranges::any_of(values, [&](const platform::HIDElementValueRecord& value) {
+        return tags.empty() || tags.contains(UsageCode{value.usagePage} << 16 | value.usage);
+      });
   return {reports, follow};
 }
 

@@ -19,13 +19,19 @@ int makeWakeDescriptor() {
 
 }  // namespace
 
-RouteSession::RouteSession(std::unique_ptr<DeliveryLines> lines, int outputDescriptor, std::optional<LastDelivery> last)
-    : lines_(std::move(lines)), output_(outputDescriptor), last_(last), wake_(makeWakeDescriptor()) {}
+RouteSession::RouteSession(std::unique_ptr<DeliveryLines> lines, int outputDescriptor,
+                           std::optional<LastDelivery> last)
+    : lines_(std::move(lines)),
+      output_(outputDescriptor),
+      last_(last),
+      wake_(makeWakeDescriptor()) {}
 
-RouteSession::~RouteSession() { ::close(wake_); }
+RouteSession::~RouteSession() {
+  ::close(wake_);
+}
 
-void RouteSession::hidEventRouterClient_clientStatusChangedTo(const std::shared_ptr<WLHIDEventRouterClient>& client,
-                                                              WLHIDEventRouterClientStatus status) {
+void RouteSession::hidEventRouterClient_clientStatusChangedTo(
+    const std::shared_ptr<WLHIDEventRouterClient>& client, WLHIDEventRouterClientStatus status) {
   if (ending_) return;
   std::string line;
   lines_->appendStatus(line, status);
@@ -35,8 +41,9 @@ void RouteSession::hidEventRouterClient_clientStatusChangedTo(const std::shared_
   }
 }
 
-void RouteSession::hidEventRouterClient_handleError(const std::shared_ptr<WLHIDEventRouterClient>& client,
-                                                    const std::shared_ptr<platform::NSError>& error) {
+void RouteSession::hidEventRouterClient_handleError(
+    const std::shared_ptr<WLHIDEventRouterClient>& client,
+    const std::shared_ptr<platform::NSError>& error) {
   if (ending_ || !error) return;
   std::string line;
   lines_->appendError(line, *error);
@@ -44,9 +51,9 @@ void RouteSession::hidEventRouterClient_handleError(const std::shared_ptr<WLHIDE
   end(client, {true, "the router refused: " + describeError(error)});
 }
 
-void RouteSession::hidEventRouterClient_receivedReportData_reportID(const std::shared_ptr<WLHIDEventRouterClient>& client,
-                                                                    const std::shared_ptr<platform::NSData>& data,
-                                                                    std::uint32_t reportID) {
+void RouteSession::hidEventRouterClient_receivedReportData_reportID(
+    const std::shared_ptr<WLHIDEventRouterClient>& client,
+    const std::shared_ptr<platform::NSData>& data, std::uint32_t reportID) {
   if (ending_) return;
   if (last_ && reports_ == last_->reports) return end(client, {});
   std::string line;
@@ -59,8 +66,9 @@ void RouteSession::hidEventRouterClient_receivedReportData_reportID(const std::s
   wake();
 }
 
-void RouteSession::hidEventRouterClient_receivedElementValues(const std::shared_ptr<WLHIDEventRouterClient>& client,
-                                                              const std::shared_ptr<platform::NSArray>& elementValues) {
+void RouteSession::hidEventRouterClient_receivedElementValues(
+    const std::shared_ptr<WLHIDEventRouterClient>& client,
+    const std::shared_ptr<platform::NSArray>& elementValues) {
   if (ending_) return;
   std::string line;
   lines_->appendElementValues(line, *elementValues);
@@ -68,7 +76,8 @@ void RouteSession::hidEventRouterClient_receivedElementValues(const std::shared_
   if (lastReportSeen_) end(client, {});
 }
 
-void RouteSession::print(const std::shared_ptr<WLHIDEventRouterClient>& client, const std::string& line) {
+void RouteSession::print(const std::shared_ptr<WLHIDEventRouterClient>& client,
+                         const std::string& line) {
   if (output_.write(line)) return;
   const int failure = output_.failure();
   // A reader that has seen enough closes its end; that is no failure of ours.
@@ -88,8 +97,14 @@ void RouteSession::end(const std::shared_ptr<WLHIDEventRouterClient>& client, Ro
 }
 
 RouteEnd RouteSession::howItEnded() const {
+  output_.finish();
   const std::lock_guard lock(mutex_);
   return end_;
+}
+
+void RouteSession::drainWake() const {
+  std::uint64_t count = 0;
+  [[maybe_unused]] const ssize_t taken = ::read(wake_, &count, sizeof count);
 }
 
 void RouteSession::wake() {

@@ -1,10 +1,12 @@
-// One client's routing as the command shows it: a delegate that prints what it is told and knows when it is over.
+// One client's routing as the command shows it: a delegate that prints what it is told and knows
+// when it is over.
 //
-// Threading: the delegate's methods run where the framework calls them; stop() may be called from any thread; the rest is
+// Threading: the delegate's methods run where the framework calls them; stop() may be called from
+// any thread; the rest is
 //   the main thread's, which waits for endDescriptor().
-// Ownership: the caller owns the session, and the client holds it weakly, so it must outlive the routing.
-// Errors: how it ended is in the end's message.
-// Order: lines are printed in the order of delivery. Nothing is printed once the routing is over.
+// Ownership: the caller owns the session, and the client holds it weakly, so it must outlive the
+// routing. Errors: how it ended is in the end's message. Order: lines are printed in the order of
+// delivery. Nothing is printed once the routing is over.
 #pragma once
 
 #include <atomic>
@@ -20,10 +22,12 @@
 
 namespace tool {
 
-/// After which delivery it is over: that of report number `reports`, or of the element values which follow it.
+/// After which delivery it is over: that of report number `reports`, or of the element values which
+/// follow it.
 struct LastDelivery {
   std::uint64_t reports = 0;
-  /// Whether element values follow that report. Nothing: not known; then they are waited for a moment.
+  /// Whether element values follow that report. Nothing: not known; then they are waited for a
+  /// moment.
   std::optional<bool> valuesFollow;
 };
 
@@ -34,27 +38,33 @@ struct RouteEnd {
 
 class RouteSession final : public WLHIDEventRouterClientDelegate {
  public:
-  RouteSession(std::unique_ptr<DeliveryLines> lines, int outputDescriptor, std::optional<LastDelivery> last);
+  RouteSession(std::unique_ptr<DeliveryLines> lines, int outputDescriptor,
+               std::optional<LastDelivery> last);
   ~RouteSession() override;
 
-  void hidEventRouterClient_clientStatusChangedTo(const std::shared_ptr<WLHIDEventRouterClient>& client,
-                                                  WLHIDEventRouterClientStatus status) override;
+  void hidEventRouterClient_clientStatusChangedTo(
+      const std::shared_ptr<WLHIDEventRouterClient>& client,
+      WLHIDEventRouterClientStatus status) override;
   void hidEventRouterClient_handleError(const std::shared_ptr<WLHIDEventRouterClient>& client,
                                         const std::shared_ptr<platform::NSError>& error) override;
-  void hidEventRouterClient_receivedElementValues(const std::shared_ptr<WLHIDEventRouterClient>& client,
-                                                  const std::shared_ptr<platform::NSArray>& elementValues) override;
-  void hidEventRouterClient_receivedReportData_reportID(const std::shared_ptr<WLHIDEventRouterClient>& client,
-                                                        const std::shared_ptr<platform::NSData>& data,
-                                                        std::uint32_t reportID) override;
+  void hidEventRouterClient_receivedElementValues(
+      const std::shared_ptr<WLHIDEventRouterClient>& client,
+      const std::shared_ptr<platform::NSArray>& elementValues) override;
+  void hidEventRouterClient_receivedReportData_reportID(
+      const std::shared_ptr<WLHIDEventRouterClient>& client,
+      const std::shared_ptr<platform::NSData>& data, std::uint32_t reportID) override;
 
-  /// Ends it, unless it has ended: nothing more is printed, then the client is stopped (null: there is none to stop).
+  /// Ends it, unless it has ended: nothing more is printed, then the client is stopped (null: there
+  /// is none to stop).
   void end(const std::shared_ptr<WLHIDEventRouterClient>& client, RouteEnd how);
   /// Readable when ended() or lastReportSeen() has become true.
   [[nodiscard]] int wakeDescriptor() const { return wake_; }
+  /// Makes it unreadable until the next of these.
+  void drainWake() const;
   [[nodiscard]] bool ended() const { return stopped_; }
   /// The last report has been printed, and its element values may follow.
   [[nodiscard]] bool lastReportSeen() const { return lastReportSeen_; }
-  /// How it ended; after ended().
+  /// How it ended; after ended(). Waits for a line that is being printed.
   [[nodiscard]] RouteEnd howItEnded() const;
   [[nodiscard]] std::uint64_t reports() const { return reports_; }
 

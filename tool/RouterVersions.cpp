@@ -24,17 +24,21 @@ std::string versionOf(const std::string& path) {
   const auto bytes = KQPrivilegedHelperManager::extractInfoPlistFromData(data);
   if (!bytes) return {};
   const auto list = objectCast<NSDictionary>(
-      platform::NSPropertyListSerialization::propertyListWithData_options_format_error(bytes, 0, nullptr, nullptr));
+      platform::NSPropertyListSerialization::propertyListWithData_options_format_error(
+          bytes, 0, nullptr, nullptr));
   const auto version = list ? list->objectForKey(kBundleVersionKey) : nullptr;
   return version ? version->description() : std::string();
 }
 
-RouterCopy copyAt(const std::string& path) { return {path, versionOf(path)}; }
+RouterCopy copyAt(const std::string& path) {
+  return {path, versionOf(path)};
+}
 
 std::string bundleCopyPath() {
   const auto bundle = platform::NSBundle::mainBundle()->bundlePath();
   if (!bundle) return {};
-  return bundle->UTF8String() + "/Contents/Library/LaunchServices/" + std::string(WLHIDEventRouterLabel);
+  return bundle->UTF8String() + "/Contents/Library/LaunchServices/" +
+         std::string(WLHIDEventRouterLabel);
 }
 
 std::string executableOf(const NSDictionary& job) {
@@ -56,7 +60,8 @@ std::vector<std::string> servicesOf(const NSDictionary& job) {
 RouterVersions readRouterVersions() {
   RouterVersions versions;
   versions.bundle = copyAt(bundleCopyPath());
-  const auto job = platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, platform::str(WLHIDEventRouterLabel));
+  const auto job = platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd,
+                                                 platform::str(WLHIDEventRouterLabel));
   if (!job) return versions;
   versions.installed = copyAt(executableOf(*job));
   versions.services = servicesOf(*job);

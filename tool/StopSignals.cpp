@@ -31,7 +31,9 @@ StopSignals::StopSignals() {
   if (descriptor_ < 0) throw Failure("cannot wait for signals: " + describeErrno(errno));
 }
 
-StopSignals::~StopSignals() { ::close(descriptor_); }
+StopSignals::~StopSignals() {
+  ::close(descriptor_);
+}
 
 void StopSignals::letTheNextOneEndTheProcess() {
   signalfd_siginfo taken{};

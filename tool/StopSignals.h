@@ -1,12 +1,14 @@
 // The signals that end a running command in order.
 //
-// Threading: made on the main thread before any other thread is, so that all threads inherit the blocked signals.
-// Ownership: owns its descriptor. Errors: Failure where the kernel refuses. Order: none.
+// Threading: made on the main thread before any other thread is, so that all threads inherit the
+// blocked signals. Ownership: owns its descriptor. Errors: Failure where the kernel refuses. Order:
+// none.
 #pragma once
 
 namespace tool {
 
-/// While it lives, SIGINT, SIGTERM and SIGHUP do not end the process but make a descriptor readable.
+/// While it lives, SIGINT, SIGTERM and SIGHUP do not end the process but make a descriptor
+/// readable.
 class StopSignals {
  public:
   StopSignals();

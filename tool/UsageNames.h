@@ -15,7 +15,8 @@ inline constexpr std::uint32_t kButtonPage = 0x09;
 inline constexpr std::uint32_t kConsumerPage = 0x0c;
 inline constexpr std::uint32_t kDigitizerPage = 0x0d;
 
-/// "X", "Button 3", "Left Shift"; "ff00/0021" (page and usage in hexadecimal) where there is no common name.
+/// "X", "Button 3", "Left Shift"; "ff00/0021" (page and usage in hexadecimal) where there is no
+/// common name.
 [[nodiscard]] std::string usageName(std::uint32_t usagePage, std::uint32_t usage);
 
 }  // namespace tool

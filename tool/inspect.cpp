@@ -9,7 +9,9 @@ namespace {
 
 int inspect(const std::string& path) {
   const auto list = KQPrivilegedHelperManager::extractInfoPlistFromData(readWholeFile(path));
-  if (!list) throw Failure(path + ": no embedded property list (section __TEXT,__info_plist of a Mach-O file)");
+  if (!list)
+    throw Failure(path +
+                  ": no embedded property list (section __TEXT,__info_plist of a Mach-O file)");
   print({reinterpret_cast<const char*>(list->bytes()), list->length()});
   return ExitDone;
 }
@@ -18,7 +20,8 @@ int inspect(const std::string& path) {
 
 void addInspectVerb(CLI::App& app, Action& chosen) {
   auto path = std::make_shared<std::string>();
-  CLI::App* verb = app.add_subcommand("inspect", "Prints the property list that is embedded in an executable");
+  CLI::App* verb =
+      app.add_subcommand("inspect", "Prints the property list that is embedded in an executable");
   verb->add_option("EXECUTABLE", *path, "A Mach-O file, thin or fat")->required();
   verb->footer(
       "The bytes are printed as they stand in the file.\n"

@@ -1,7 +1,7 @@
 // wlhid install: puts the router in place.
-#include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "tool/Authorize.h"
 #include "tool/Command.h"
+#include "tool/Installation.h"
 #include "tool/RouterVersions.h"
 
 namespace tool {
@@ -15,15 +15,9 @@ struct Options {
 
 int install(const Options& options) {
   applyAuthorizationAnswer(options.answer);
-  const auto prompt = options.prompt.empty() ? nullptr : platform::NSString::stringWithUTF8(options.prompt);
-  bool installed = false;
-  std::shared_ptr<platform::NSError> reason;
-  WLHIDEventRouterClient::installWithPrompt_completionHandler(
-      prompt, [&](bool success, const std::shared_ptr<platform::NSError>& error) {
-        installed = success;
-        reason = error;
-      });
-  if (!installed) throw Failure("the router was not installed: " + describeError(reason));
+  const auto prompt =
+      options.prompt.empty() ? nullptr : platform::NSString::stringWithUTF8(options.prompt);
+  installRouter(prompt);
   print("The router is installed, version " + readRouterVersions().bundle.version + ".\n");
   return ExitDone;
 }
@@ -32,10 +26,12 @@ int install(const Options& options) {
 
 void addInstallVerb(CLI::App& app, Action& chosen) {
   auto options = std::make_shared<Options>();
-  CLI::App* verb = app.add_subcommand("install", "Installs the router, or replaces an installed one");
+  CLI::App* verb =
+      app.add_subcommand("install", "Installs the router, or replaces an installed one");
   addAuthorizationOptions(*verb, options->prompt, options->answer);
   verb->footer(
-      "Asks for authorization on the terminal, then copies the router that lies beside this command.\n"
+      "Asks for authorization on the terminal, then copies the router that lies beside this "
+      "command.\n"
       "\n"
       "Example:\n"
       "  wlhid install --prompt \"The editor needs the event router for your foot switch.\"");

@@ -75,7 +75,8 @@ int run(int argc, const char* const* argv) {
 }  // namespace tool
 
 int main(int argc, char** argv) {
-  std::signal(SIGPIPE, SIG_IGN);  // a reader that has gone away is noticed where something is written
+  std::signal(SIGPIPE,
+              SIG_IGN);  // a reader that has gone away is noticed where something is written
   try {
     return tool::run(argc, argv);
   } catch (const std::exception& error) {

@@ -13,21 +13,24 @@ struct Options {
   std::string answer;
 };
 
-/// Why nothing was removed. The framework gives an error only where authorization failed; what else can be is seen from
-/// what was there before.
+/// Why nothing was removed. The framework gives an error only where authorization failed; what else
+/// can be is seen from what was there before.
 std::string explain(const RouterVersions& before, const std::shared_ptr<platform::NSError>& error) {
   if (error) return describeError(error);
   if (!before.installed) return "it is not installed";
   if (before.installed->version != before.bundle.version) {
-    return "the installed version is " + (before.installed->version.empty() ? "unknown" : before.installed->version) +
-           ", and this command removes its own, " + before.bundle.version + ", only (install it first)";
+    return "the installed version is " +
+           (before.installed->version.empty() ? "unknown" : before.installed->version) +
+           ", and this command removes its own, " + before.bundle.version +
+           ", only (install it first)";
   }
   return "the job could not be removed";
 }
 
 int uninstall(const Options& options) {
   applyAuthorizationAnswer(options.answer);
-  const auto prompt = options.prompt.empty() ? nullptr : platform::NSString::stringWithUTF8(options.prompt);
+  const auto prompt =
+      options.prompt.empty() ? nullptr : platform::NSString::stringWithUTF8(options.prompt);
   const RouterVersions before = readRouterVersions();
   bool removed = false;
   std::shared_ptr<platform::NSError> reason;

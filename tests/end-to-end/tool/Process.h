@@ -1,0 +1,79 @@
+// A child process with its standard streams in pipes, for tests that use a program as a person
+// does.
+//
+// Threading: the thread that started it. Ownership: the destructor kills what still runs and reaps
+// it. Errors: waits are bounded; one that runs out throws std::runtime_error with what had come so
+// far. Order: none.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace test {
+
+/// How long a test waits for anything before it gives up.
+inline constexpr std::chrono::seconds kPatience{60};
+
+struct ProcessOptions {
+  std::vector<std::pair<std::string, std::string>>
+      environment;  ///< in place of the variables of these names; "" unsets
+  std::optional<std::string> standardOutput;  ///< a path to write to, instead of a pipe
+};
+
+class Process {
+ public:
+  explicit Process(const std::vector<std::string>& command, const ProcessOptions& options = {});
+  ~Process();
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+
+  [[nodiscard]] pid_t pid() const { return pid_; }
+  /// Everything that has come so far.
+  [[nodiscard]] const std::string& output() const { return out_.text; }
+  [[nodiscard]] const std::string& errorOutput() const { return err_.text; }
+  [[nodiscard]] std::vector<std::string> outputLines() const;
+
+  /// Reads until standard output satisfies `enough`.
+  void waitForOutput(const std::function<bool(const std::string&)>& enough);
+  void waitForOutputContaining(std::string_view text);
+  /// Waits, without reading, until the pipe of standard output holds no further line.
+  void waitUntilOutputIsFull() const;
+  /// Closes the reading end of standard output.
+  void closeOutput();
+  void signal(int number) const;
+  /// Reads both streams to their end and reaps. The exit status, or 128 + the signal that ended it.
+  int wait();
+
+ private:
+  struct Stream {
+    int descriptor = -1;
+    std::string text;
+    void close();
+  };
+  bool readSome(std::chrono::steady_clock::time_point deadline);
+
+  pid_t pid_ = -1;
+  std::optional<int> status_;
+  Stream out_;
+  Stream err_;
+};
+
+struct Outcome {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+/// Runs a command to its end.
+[[nodiscard]] Outcome run(const std::vector<std::string>& command,
+                          const ProcessOptions& options = {});
+[[nodiscard]] std::vector<std::string> linesOf(const std::string& text);
+
+}  // namespace test

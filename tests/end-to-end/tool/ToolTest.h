@@ -1,0 +1,55 @@
+// The command on a system root of the test's own.
+//
+// Threading: the test's thread. Ownership: the directory and what runs in it go with the fixture.
+// Errors: as in Process.h. Order: none.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Process.h"
+
+namespace test {
+
+/// A path below the source tree or the tree that is being tested.
+[[nodiscard]] std::filesystem::path sourcePath(std::string_view relative);
+[[nodiscard]] std::filesystem::path builtPath(std::string_view relative);
+[[nodiscard]] std::string readFile(const std::filesystem::path& path);
+void writeFile(const std::filesystem::path& path, std::string_view text);
+/// One JSON document a line.
+[[nodiscard]] std::vector<nlohmann::json> jsonLines(const std::string& text);
+/// Processes one of whose arguments, or whose root in the environment, names `root`; without those
+/// that are about to be reaped.
+[[nodiscard]] std::vector<pid_t> processesOfRoot(const std::filesystem::path& root);
+
+class ToolTest : public testing::Test {
+ protected:
+  ToolTest();
+  /// Removes the router, and fails the test when a process of this root outlives it.
+  void TearDown() override;
+
+  /// The command with `arguments`, on this root.
+  [[nodiscard]] std::vector<std::string> wlhid(const std::vector<std::string>& arguments) const;
+  [[nodiscard]] ProcessOptions options() const;
+  [[nodiscard]] Outcome runTool(const std::vector<std::string>& arguments) const;
+
+  void install();
+  /// Sets a recording of the repository up as a device and returns its ID as printed.
+  std::string addDevice(std::string_view recording, const std::vector<std::string>& more = {});
+  /// Waits for the processes of this root to end.
+  void expectNoProcessLeft() const;
+
+  const std::filesystem::path directory;  ///< for the test's files; the parent of the root
+  std::filesystem::path root;
+};
+
+/// The outcome is a clean refusal: this exit status, nothing on standard output, one line "wlhid:
+/// …" that contains `text`.
+testing::AssertionResult isRefusal(const Outcome& outcome, int status, std::string_view text);
+
+}  // namespace test

@@ -1,0 +1,132 @@
+#include "tool/DeliveryLines.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <vector>
+
+#include "platform/foundation/NSArray.h"
+#include "platform/kit/KQHIDDeviceElementValue.h"
+
+namespace tool {
+namespace {
+
+using platform::HIDElementValueRecord;
+using platform::NSError;
+using platform::str;
+
+std::shared_ptr<platform::NSArray> values(const std::vector<HIDElementValueRecord>& records) {
+  return platform::elementValueArray(records);
+}
+
+std::shared_ptr<NSError> errorSaying(std::string_view description) {
+  return NSError::errorWithDomain_code_userInfo(
+      str("HIDEventRouterDomain"), -536870208,
+      platform::NSDictionary::dictionaryWithEntries(
+          {{str("NSLocalizedDescription"), str(description)}}));
+}
+
+constexpr std::array<std::uint8_t, 1> kMinusFive{0xfb};
+constexpr std::array<std::uint8_t, 9> kWide{1, 2, 3, 4, 5, 6, 7, 8, 9};
+
+TEST(JsonDeliveryLines, PutsOneObjectOnALine) {
+  const auto lines = jsonDeliveryLines();
+  std::string out;
+  lines->appendStatus(out, WLHIDEventRouterClientStatusRouting);
+  lines->appendReport(out, std::array<std::uint8_t, 2>{0x01, 0xff}, 1);
+  lines->appendElementValues(out, *values({{1, 1, 48, 3, -5, kMinusFive}}));
+  EXPECT_EQ(out,
+            "{\"status\":4}\n"
+            "{\"report\":{\"id\":1,\"data\":\"01ff\"}}\n"
+            "{\"elements\":[{\"reportID\":1,\"usagePage\":1,\"usage\":48,\"cookie\":3,"
+            "\"integerValue\":-5,"
+            "\"bytes\":\"fb\"}]}\n");
+}
+
+TEST(JsonDeliveryLines, KeepsNumbersAtTheirEnds) {
+  const auto lines = jsonDeliveryLines();
+  std::string out;
+  lines->appendElementValues(
+      out, *values({{0xffffffff, 0xffffffff, 0xffffffff, std::numeric_limits<std::uint64_t>::max(),
+                     std::numeric_limits<std::int64_t>::min(), kMinusFive},
+                    {0, 0, 0, 0, std::numeric_limits<std::int64_t>::max(), kWide}}));
+  const auto parsed = nlohmann::json::parse(out)["elements"];
+  EXPECT_EQ(parsed[0]["cookie"].get<std::uint64_t>(), std::numeric_limits<std::uint64_t>::max());
+  EXPECT_EQ(parsed[0]["integerValue"].get<std::int64_t>(),
+            std::numeric_limits<std::int64_t>::min());
+  EXPECT_EQ(parsed[0]["usagePage"].get<std::uint32_t>(), 0xffffffffU);
+  EXPECT_EQ(parsed[1]["bytes"], "010203040506070809");
+}
+
+TEST(JsonDeliveryLines, EmptyReportsAndArraysAreLinesToo) {
+  const auto lines = jsonDeliveryLines();
+  std::string out;
+  lines->appendReport(out, {}, 0);
+  lines->appendElementValues(out, *values({}));
+  EXPECT_EQ(out, "{\"report\":{\"id\":0,\"data\":\"\"}}\n{\"elements\":[]}\n");
+}
+
+TEST(JsonDeliveryLines, ErrorsCarryTheDescriptionWhereThereIsOne) {
+  const auto lines = jsonDeliveryLines();
+  std::string out;
+  lines->appendError(out, *errorSaying("no \"such\"\ndevice"));
+  lines->appendError(out, *NSError::errorWithDomain_code_userInfo(str("d"), -1, nullptr));
+  EXPECT_EQ(out,
+            "{\"error\":{\"domain\":\"HIDEventRouterDomain\",\"code\":-536870208,\"description\":"
+            "\"no \\\"such\\\"\\ndevice\"}}\n"
+            "{\"error\":{\"domain\":\"d\",\"code\":-1}}\n");
+}
+
+class TextDeliveryLinesTest : public testing::Test {
+ protected:
+  std::string out;
+  std::chrono::microseconds now{1000};
+  const std::unique_ptr<DeliveryLines> lines = textDeliveryLines([this] { return now; });
+};
+
+TEST_F(TextDeliveryLinesTest, AlignsWhatComes) {
+  lines->appendStatus(out, WLHIDEventRouterClientStatusOpening);
+  now += std::chrono::microseconds(1'500'000);
+  lines->appendReport(out, std::array<std::uint8_t, 3>{0x01, 0xff, 0x00}, 1);
+  lines->appendElementValues(out,
+                             *values({{1, 1, 48, 3, -5, kMinusFive}, {1, 9, 2, 1, 1, kMinusFive}}));
+  EXPECT_EQ(out,
+            "    0.000  status  opening\n"
+            "    1.500  report    1  01 ff 00\n"
+            "    1.500  values       X=-5 Button 2=1\n");
+}
+
+TEST_F(TextDeliveryLinesTest, LeavesKeysOutThatAreUp) {
+  lines->appendElementValues(out, *values({{0, 7, 0xe1, 2, 1, kMinusFive},
+                                           {0, 7, 0xe2, 3, 0, kMinusFive},
+                                           {0, 7, 0x04, 9, 4, kMinusFive},
+                                           {0, 7, 0, 10, 0, kMinusFive}}));
+  EXPECT_EQ(out, "    0.000  values       Left Shift=1 A=4\n");
+}
+
+TEST_F(TextDeliveryLinesTest, SaysWhenNoKeyIsDown) {
+  lines->appendElementValues(out, *values({{0, 7, 0xe1, 2, 0, kMinusFive}}));
+  EXPECT_EQ(out, "    0.000  values       no key down\n");
+}
+
+TEST_F(TextDeliveryLinesTest, ShowsTheBytesOfWideFields) {
+  lines->appendElementValues(out, *values({{0, 0xff00, 1, 1, 0, kWide}}));
+  EXPECT_EQ(out, "    0.000  values       ff00/0001=010203040506070809\n");
+}
+
+TEST_F(TextDeliveryLinesTest, KeepsAnErrorOnItsLine) {
+  lines->appendError(out, *errorSaying("gone\nfor good"));
+  EXPECT_EQ(out, "    0.000  error   gone?for good  HIDEventRouterDomain -536870208\n");
+}
+
+TEST(StatusName, NamesEveryStatusAndNumbersOthers) {
+  EXPECT_EQ(statusName(WLHIDEventRouterClientStatusIdle), "idle");
+  EXPECT_EQ(statusName(WLHIDEventRouterClientStatusRouterUnavailable), "router not installed");
+  EXPECT_EQ(statusName(WLHIDEventRouterClientStatusFailed), "failed");
+  EXPECT_EQ(statusName(static_cast<WLHIDEventRouterClientStatus>(7)), "status 7");
+}
+
+}  // namespace
+}  // namespace tool

@@ -1,0 +1,156 @@
+#include "tool/RouteSession.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+
+#include "platform/kit/KQHIDDeviceElementValue.h"
+
+namespace tool {
+namespace {
+
+/// A session whose lines go to a pipe. The client is null throughout: what the session does with
+/// one is the end-to-end tests' matter.
+class RouteSessionTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::signal(SIGPIPE, SIG_IGN);
+    ASSERT_EQ(::pipe2(ends_.data(), O_CLOEXEC | O_NONBLOCK), 0);
+  }
+  void TearDown() override {
+    closeReader();
+    ::close(ends_[1]);
+  }
+
+  std::unique_ptr<RouteSession> session(std::optional<LastDelivery> last) {
+    return std::make_unique<RouteSession>(jsonDeliveryLines(), ends_[1], last);
+  }
+  std::string printed() {
+    std::array<char, 4096> buffer;
+    const ssize_t count = ::read(ends_[0], buffer.data(), buffer.size());
+    return count > 0 ? std::string(buffer.data(), static_cast<std::size_t>(count)) : std::string();
+  }
+  void closeReader() {
+    if (ends_[0] >= 0) ::close(ends_[0]);
+    ends_[0] = -1;
+  }
+  static void report(RouteSession& session, std::uint8_t byte) {
+    session.hidEventRouterClient_receivedReportData_reportID(
+        nullptr, platform::NSData::dataWithBytes(std::array<std::uint8_t, 1>{byte}), 0);
+  }
+  static void values(RouteSession& session) {
+    session.hidEventRouterClient_receivedElementValues(nullptr, platform::elementValueArray({}));
+  }
+  static bool isAwake(const RouteSession& session) {
+    pollfd wake{session.wakeDescriptor(), POLLIN, 0};
+    return ::poll(&wake, 1, 0) == 1;
+  }
+
+ private:
+  std::array<int, 2> ends_{-1, -1};
+};
+
+constexpr const char* kReport7 = "{\"report\":{\"id\":0,\"data\":\"07\"}}\n";
+constexpr const char* kNoValues = "{\"elements\":[]}\n";
+
+TEST_F(RouteSessionTest, EndsAtTheLastReportWhereNoValuesFollow) {
+  const auto s = session(LastDelivery{2, false});
+  report(*s, 7);
+  EXPECT_FALSE(s->ended());
+  report(*s, 7);
+  EXPECT_TRUE(s->ended());
+  EXPECT_TRUE(isAwake(*s));
+  EXPECT_FALSE(s->howItEnded().failed);
+  EXPECT_EQ(printed(), std::string(kReport7) + kReport7);
+}
+
+TEST_F(RouteSessionTest, EndsAtTheValuesOfTheLastReport) {
+  const auto s = session(LastDelivery{1, true});
+  report(*s, 7);
+  EXPECT_FALSE(s->ended());
+  values(*s);
+  EXPECT_TRUE(s->ended());
+  EXPECT_EQ(printed(), std::string(kReport7) + kNoValues);
+}
+
+TEST_F(RouteSessionTest, EarlierValuesEndNothing) {
+  const auto s = session(LastDelivery{2, true});
+  report(*s, 7);
+  values(*s);
+  EXPECT_FALSE(s->ended());
+}
+
+TEST_F(RouteSessionTest, WhereItIsNotKnownWhetherValuesFollowTheNextReportEndsItUnprinted) {
+  const auto s = session(LastDelivery{1, std::nullopt});
+  report(*s, 7);
+  EXPECT_TRUE(s->lastReportSeen());
+  EXPECT_TRUE(isAwake(*s));
+  EXPECT_FALSE(s->ended());
+  report(*s, 8);
+  EXPECT_TRUE(s->ended());
+  EXPECT_EQ(printed(), kReport7);
+}
+
+TEST_F(RouteSessionTest, PrintsNothingOnceItHasEnded) {
+  const auto s = session(std::nullopt);
+  s->end(nullptr, {});
+  report(*s, 7);
+  values(*s);
+  s->hidEventRouterClient_clientStatusChangedTo(nullptr, WLHIDEventRouterClientStatusRouting);
+  s->hidEventRouterClient_handleError(
+      nullptr, platform::NSError::errorWithDomain_code_userInfo(platform::str("d"), 1, nullptr));
+  EXPECT_EQ(printed(), "");
+}
+
+TEST_F(RouteSessionTest, KeepsTheFirstEnd) {
+  const auto s = session(std::nullopt);
+  s->end(nullptr, {true, "first"});
+  s->end(nullptr, {false, ""});
+  EXPECT_TRUE(s->howItEnded().failed);
+  EXPECT_EQ(s->howItEnded().message, "first");
+}
+
+TEST_F(RouteSessionTest, ARefusalIsPrintedAndEndsItAsAFailure) {
+  const auto s = session(std::nullopt);
+  s->hidEventRouterClient_clientStatusChangedTo(nullptr, WLHIDEventRouterClientStatusFailed);
+  EXPECT_FALSE(s->ended());
+  s->hidEventRouterClient_handleError(
+      nullptr, platform::NSError::errorWithDomain_code_userInfo(platform::str("d"), -9, nullptr));
+  EXPECT_TRUE(s->ended());
+  EXPECT_TRUE(s->howItEnded().failed);
+  EXPECT_EQ(s->howItEnded().message, "the router refused: d -9");
+  EXPECT_EQ(printed(), "{\"status\":3}\n{\"error\":{\"domain\":\"d\",\"code\":-9}}\n");
+}
+
+TEST_F(RouteSessionTest, ARouterThatIsGoneEndsItAsAFailure) {
+  const auto s = session(std::nullopt);
+  s->hidEventRouterClient_clientStatusChangedTo(nullptr,
+                                                WLHIDEventRouterClientStatusRouterUnavailable);
+  EXPECT_TRUE(s->howItEnded().failed);
+  EXPECT_EQ(printed(), "{\"status\":1}\n");
+}
+
+TEST_F(RouteSessionTest, AReaderThatGoesAwayEndsItInOrder) {
+  const auto s = session(std::nullopt);
+  closeReader();
+  report(*s, 7);
+  EXPECT_TRUE(s->ended());
+  EXPECT_FALSE(s->howItEnded().failed);
+}
+
+TEST(RouteSessionOutput, ADiskThatIsFullIsAFailure) {
+  const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(full, 0);
+  RouteSession s(jsonDeliveryLines(), full, std::nullopt);
+  s.hidEventRouterClient_clientStatusChangedTo(nullptr, WLHIDEventRouterClientStatusOpening);
+  EXPECT_TRUE(s.howItEnded().failed);
+  EXPECT_EQ(s.howItEnded().message, "cannot write to standard output: No space left on device");
+  ::close(full);
+}
+
+}  // namespace
+}  // namespace tool

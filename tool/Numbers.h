@@ -1,0 +1,19 @@
+// Numbers as a person types them.
+//
+// Threading: any thread. Ownership: values. Errors: nothing for text that is no number or too
+// large. Order: none.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tool {
+
+/// Decimal, or hexadecimal behind "0x". No sign, no blanks.
+[[nodiscard]] std::optional<std::uint64_t> parseNumber(std::string_view text);
+/// "0x100000abc"
+[[nodiscard]] std::string hexadecimal(std::uint64_t number);
+
+}  // namespace tool

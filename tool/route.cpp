@@ -1,0 +1,243 @@
+// wlhid route: a device's input, live.
+#include <poll.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <set>
+
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "platform/foundation/NSNumber.h"
+#include "platform/services/Authorization.h"
+#include "platform/services/SystemRoot.h"
+#include "router/Devices.h"
+#include "router/Recording.h"
+#include "tool/ClientLogWatch.h"
+#include "tool/Command.h"
+#include "tool/DeviceNames.h"
+#include "tool/Installation.h"
+#include "tool/Numbers.h"
+#include "tool/RecordingEnd.h"
+#include "tool/RouteSession.h"
+#include "tool/ScratchRoot.h"
+#include "tool/StopSignals.h"
+
+namespace tool {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// How long the element values of the last report may take to follow it, where it is not known
+/// whether there are any.
+constexpr std::chrono::milliseconds kValuesGrace{250};
+
+struct Options {
+  std::string device;
+  std::string recording;
+  std::string speed = "1";
+  std::uint64_t count = 0;  // 0: without end
+  double seconds = 0;       // 0: without end
+  std::uint64_t mode = 0;
+  std::vector<std::string> tagTexts;
+  bool json = false;
+};
+
+/// "1:48", "0x1:0x30"
+UsageCode parseTag(const std::string& text) {
+  const std::size_t colon = text.find(':');
+  const auto page = parseNumber(text.substr(0, colon));
+  const auto usage =
+      colon == std::string::npos ? std::nullopt : parseNumber(text.substr(colon + 1));
+  if (!page || !usage || *page > 0xffff || *usage > 0xffff) {
+    throw UsageFailure("--tag: " + text + " is not PAGE:USAGE, two numbers up to 0xffff");
+  }
+  return *page << 16 | *usage;
+}
+
+std::set<UsageCode> parseTags(const std::vector<std::string>& texts) {
+  std::set<UsageCode> tags;
+  for (const std::string& text : texts) tags.insert(parseTag(text));
+  return tags;
+}
+
+router::ReplaySpeed parseSpeed(const std::string& text) {
+  const auto speed = router::ReplaySpeed::parse(text);
+  if (!speed)
+    throw UsageFailure("--speed: " + text + " is neither a number from 0.001 to 1000 nor max");
+  return *speed;
+}
+
+/// Null for no tags: the router then sends all values.
+std::shared_ptr<platform::NSDictionary> tagDictionary(const std::set<UsageCode>& tags) {
+  if (tags.empty()) return nullptr;
+  std::vector<platform::NSDictionary::Entry> entries;
+  for (const UsageCode tag : tags) {
+    entries.emplace_back(platform::NSNumber::numberWithUnsignedLongLong(tag),
+                         platform::NSNumber::numberWithBool(true));
+  }
+  return platform::NSDictionary::dictionaryWithEntries(std::move(entries));
+}
+
+std::unique_ptr<DeliveryLines> deliveryLines(bool json) {
+  if (json) return jsonDeliveryLines();
+  return textDeliveryLines([] {
+    return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch());
+  });
+}
+
+/// What ends the wait besides the session itself.
+class Deadline {
+ public:
+  explicit Deadline(double seconds) {
+    if (seconds > 0)
+      at_ = Clock::now() +
+            std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+  }
+  void noLaterThan(Clock::duration fromNow) { at_ = std::min(at_, Clock::now() + fromNow); }
+  [[nodiscard]] bool passed() const { return Clock::now() >= at_; }
+  /// For poll(): rounded up, -1 for ever.
+  [[nodiscard]] int milliseconds() const {
+    if (at_ == Clock::time_point::max()) return -1;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(at_ - Clock::now()).count();
+    return static_cast<int>(std::clamp<std::int64_t>(left, 0, 1'000'000));
+  }
+
+ private:
+  Clock::time_point at_ = Clock::time_point::max();
+};
+
+/// Waits until the session has ended, a signal has come or the time is up, and then ends it.
+void waitForEnd(RouteSession& session, const std::shared_ptr<WLHIDEventRouterClient>& client,
+                StopSignals& signals, Deadline deadline) {
+  bool waitingForValues = false;
+  while (!session.ended()) {
+    if (session.lastReportSeen() && !waitingForValues) {
+      waitingForValues = true;
+      deadline.noLaterThan(kValuesGrace);
+    }
+    std::array<pollfd, 2> events{pollfd{signals.descriptor(), POLLIN, 0},
+                                 pollfd{session.wakeDescriptor(), POLLIN, 0}};
+    ::poll(events.data(), events.size(), deadline.milliseconds());
+    const bool interrupted = events[0].revents != 0;
+    if (interrupted) signals.letTheNextOneEndTheProcess();
+    if (interrupted || deadline.passed()) session.end(client, {});
+    session.drainWake();
+  }
+}
+
+int routeDevice(std::uint64_t registryEntryID, const Options& options,
+                std::optional<LastDelivery> last, StopSignals& signals) {
+  const auto session =
+      std::make_shared<RouteSession>(deliveryLines(options.json), STDOUT_FILENO, last);
+  auto client =
+      WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
+          registryEntryID, options.mode, tagDictionary(parseTags(options.tagTexts)), nullptr);
+  client->setDelegate(session);
+  const ClientLogWatch watch(
+      [session, weakClient = std::weak_ptr(client)](const std::string& what) {
+        session->end(weakClient.lock(), {true, what});
+      });
+  client->setStarted(true);
+  waitForEnd(*session, client, signals, Deadline(options.seconds));
+  client->setDelegate(nullptr);
+  client.reset();
+  const RouteEnd end = session->howItEnded();
+  if (end.failed) throw Failure(end.message);
+  return ExitDone;
+}
+
+int routeInstalledDevice(const Options& options) {
+  std::optional<LastDelivery> last;
+  if (options.count != 0) last = LastDelivery{options.count, std::nullopt};
+  StopSignals signals;
+  if (!WLHIDEventRouterClient::isInstalled()) {
+    throw Failure(
+        "the router is not installed, or not in this command's version (install it with: wlhid "
+        "install)");
+  }
+  return routeDevice(registryEntryIDOf(options.device), options, last, signals);
+}
+
+LastDelivery earlier(LastDelivery last, std::uint64_t count) {
+  if (count == 0 || count >= last.reports) return last;
+  return {count, std::nullopt};
+}
+
+int routeRecording(const Options& options) {
+  const router::ReplaySpeed speed = parseSpeed(options.speed);
+  const auto file = std::filesystem::absolute(options.recording);
+  const LastDelivery last = earlier(
+      lastDeliveryOf(router::Recording::read(file), parseTags(options.tagTexts), options.recording),
+      options.count);
+  StopSignals signals;
+  const ScratchRoot scratch;
+  const platform::SystemRoot root(scratch.path());
+  platform::SystemRoot::setCurrent(root);
+  router::ReplayDevice device;
+  device.recording = file;
+  device.speed = speed;
+  const std::uint64_t id = router::addReplayDevice(root, device);
+  platform::setAuthorizationAgent(
+      platform::fixedAuthorizationAgent(platform::errAuthorizationSuccess));
+  installRouter(nullptr);
+  return routeDevice(id, options, last, signals);
+}
+
+/// What the parser cannot check option by option.
+void checkUsage(const Options& options) {
+  if (options.device.empty() == options.recording.empty()) {
+    throw UsageFailure("route needs either a DEVICE or --recording FILE");
+  }
+  if (!std::isfinite(options.seconds) || options.seconds < 0 || options.seconds > 1e9) {
+    throw UsageFailure("--seconds must be a number from 0 to 1000000000");
+  }
+  static_cast<void>(parseTags(options.tagTexts));
+}
+
+int route(const Options& options) {
+  checkUsage(options);
+  return options.recording.empty() ? routeInstalledDevice(options) : routeRecording(options);
+}
+
+}  // namespace
+
+void addRouteVerb(CLI::App& app, Action& chosen) {
+  auto options = std::make_shared<Options>();
+  CLI::App* verb = app.add_subcommand("route", "Prints a device's input as it comes, until Ctrl-C");
+  verb->add_option("DEVICE", options->device,
+                   "A registry entry ID (decimal or 0x…), or a name that only one device has");
+  CLI::Option* recording =
+      verb->add_option("--recording", options->recording,
+                       "Instead of a DEVICE: play this recording once, through a router\non a "
+                       "system root of this command's own")
+          ->type_name("FILE");
+  verb->add_option("--speed", options->speed,
+                   "Of --recording: 1 (as recorded, the default), a factor,\nor max (as fast as it "
+                   "is taken)")
+      ->type_name("SPEED")
+      ->needs(recording);
+  verb->add_option("--count", options->count, "End after N reports")
+      ->type_name("N")
+      ->check(CLI::PositiveNumber);
+  verb->add_option("--seconds", options->seconds, "End after S seconds")->type_name("S");
+  verb->add_option("--mode", options->mode,
+                   "0 shares the device with others (the default), 1 takes it alone")
+      ->type_name("MODE");
+  verb->add_option("--tag", options->tagTexts,
+                   "Ask for the element values of this usage only (may be repeated)")
+      ->type_name("PAGE:USAGE")
+      ->expected(1)
+      ->take_all();
+  verb->add_flag("--json", options->json, "Print one JSON object a line, one line a delivery");
+  verb->footer(
+      "Examples:\n"
+      "  wlhid route \"QEMU QEMU USB Mouse\" --count 10\n"
+      "  wlhid route 0x1a2b3c4d5 --tag 1:0x30 --tag 1:0x31 --json\n"
+      "  wlhid route --recording recordings/qemu-usb-mouse.hid --speed max --json");
+  verb->callback([options, &chosen] { chosen = [options] { return route(*options); }; });
+}
+
+}  // namespace tool
