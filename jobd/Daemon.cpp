@@ -1,0 +1,248 @@
+#include "jobd/Daemon.h"
+
+#include <sys/inotify.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+
+#include "platform/services/RootFiles.h"
+#include "platform/services/ServiceError.h"
+
+namespace jobd {
+namespace {
+
+using platform::ControlReply;
+using platform::ControlRequest;
+using platform::ServiceError;
+using platform::ServiceErrorCode;
+
+void drain(int descriptor) {
+  std::array<char, 4096> buffer{};
+  while (::read(descriptor, buffer.data(), buffer.size()) > 0) {
+  }
+}
+
+ControlReply failureReply(ServiceErrorCode code, const std::string& message) {
+  ControlReply reply;
+  reply.code = code;
+  reply.message = message;
+  reply.daemonProcessIdentifier = ::getpid();
+  return reply;
+}
+
+ControlReply successReply() {
+  return failureReply(ServiceErrorCode::None, {});
+}
+
+}  // namespace
+
+Daemon::Daemon(const platform::SystemRoot& root, RootDirectories directories,
+               std::chrono::milliseconds idleTime)
+    : root_(root),
+      directories_(std::move(directories)),
+      log_(platform::openDirectoryBelow(directories_.log.get(), ".", false)),
+      installer_(directories_, root),
+      surroundings_{loop_, log_, directories_, root.path().string()},
+      idleTime_(idleTime) {
+  watchSignals();
+  installer_.removeStagingFiles();
+  loadJobs();
+  server_ = std::make_unique<ControlServer>(
+      loop_, directories_.run.get(),
+      [this](const ControlRequest& request, platform::FileDescriptor descriptor,
+             const Reply& reply) { handle(request, std::move(descriptor), reply); },
+      [this] { considerIdleness(); });
+  watchRunDirectory();
+  considerIdleness();
+}
+
+void Daemon::watchSignals() {
+  sigset_t mask;
+  sigemptyset(&mask);
+  sigaddset(&mask, SIGTERM);
+  sigaddset(&mask, SIGINT);
+  sigaddset(&mask, SIGHUP);
+  ::sigprocmask(SIG_BLOCK, &mask, nullptr);
+  ::signal(SIGPIPE, SIG_IGN);
+  signals_.reset(::signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK));
+  if (!signals_) throw platform::fileSystemError("cannot take signals", errno);
+  signalWatch_ = loop_.watch(signals_.get(), EPOLLIN, [this] {
+    signalfd_siginfo info{};
+    while (::read(signals_.get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+      if (info.ssi_signo != SIGHUP) shutDown();
+    }
+  });
+}
+
+/// A daemon that cannot be reached any more, because its root was deleted or its endpoint replaced,
+/// must not stay behind.
+void Daemon::watchRunDirectory() {
+  changes_.reset(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  const std::string path = "/proc/self/fd/" + std::to_string(directories_.run.get());
+  if (!changes_ ||
+      ::inotify_add_watch(changes_.get(), path.c_str(),
+                          IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF) < 0) {
+    log_.note("cannot watch the run directory: " + platform::errorText(errno));
+    return;
+  }
+  changeWatch_ = loop_.watch(changes_.get(), EPOLLIN, [this] {
+    drain(changes_.get());
+    if (!isShuttingDown_ && !server_->isInPlace()) shutDown();
+  });
+}
+
+void Daemon::loadJobs() {
+  for (const auto& label : labelsOfJobFiles(directories_.jobs.get())) {
+    try {
+      loadJob(label);
+    } catch (const std::exception& error) {
+      log_.note("leaving out the job " + label + ": " + error.what());
+    }
+  }
+}
+
+void Daemon::loadJob(const std::string& label) {
+  const auto bytes = platform::readFileIn(directories_.jobs.get(), label + ".plist",
+                                          platform::maximumJobFileBytes);
+  if (!bytes) return;
+  std::string reason;
+  auto description = platform::parseJobFile(*bytes, label, &reason);
+  if (!description)
+    throw ServiceError(ServiceErrorCode::FileSystem, "its job file cannot be used: " + reason);
+  refuseTakenServices(*description);
+  auto job = std::make_unique<Job>(surroundings_, std::move(*description));
+  job->listen();
+  jobs_[label] = std::move(job);
+}
+
+void Daemon::handle(const ControlRequest& request, platform::FileDescriptor descriptor,
+                    const Reply& reply) try {
+  idleTimer_.end();
+  if (request.operation == ControlRequest::Operation::Status) {
+    replyWithStatus(reply);
+    return;
+  }
+  if (!platform::SystemRoot::isValidLabel(request.label)) {
+    throw ServiceError(ServiceErrorCode::InvalidArgument, "this is no valid label of a job");
+  }
+  if (isShuttingDown_ || departing_.contains(request.label)) {
+    throw ServiceError(ServiceErrorCode::Busy, request.label + " is just being removed");
+  }
+  if (request.operation == ControlRequest::Operation::Bless) {
+    bless(request.label, descriptor, reply);
+  } else {
+    remove(request.label, request.wait, reply);
+  }
+} catch (const ServiceError& error) {
+  reply(failureReply(error.code(), error.what()));
+} catch (const std::exception& error) {
+  reply(failureReply(ServiceErrorCode::FileSystem, error.what()));
+}
+
+void Daemon::bless(const std::string& label, const platform::FileDescriptor& helper,
+                   const Reply& reply) {
+  if (!helper) throw ServiceError(ServiceErrorCode::Protocol, "no helper came with the request");
+  auto description = installer_.install(helper.get(), label,
+                                        [this](const auto& job) { refuseTakenServices(job); });
+  log_.note("installed " + label);
+  adopt(std::move(description), reply);
+}
+
+/// Takes over a job that has just been put in place.
+void Daemon::adopt(platform::JobDescription description, const Reply& reply) {
+  const auto found = jobs_.find(description.label);
+  if (found != jobs_.end()) {
+    found->second->replaceWith(std::move(description), [reply] { reply(successReply()); });
+    return;
+  }
+  auto job = std::make_unique<Job>(surroundings_, description);
+  job->listen();
+  jobs_[description.label] = std::move(job);
+  reply(successReply());
+}
+
+void Daemon::remove(const std::string& label, bool wait, const Reply& reply) {
+  const auto found = jobs_.find(label);
+  const bool hadFiles = installer_.remove(label);
+  if (!hadFiles && found == jobs_.end())
+    throw ServiceError(ServiceErrorCode::NoSuchJob, "there is no job " + label);
+  log_.note("removed " + label);
+  if (found == jobs_.end()) {
+    reply(successReply());
+    return;
+  }
+  if (!wait) reply(successReply());
+  retire(found, [wait, reply] {
+    if (wait) reply(successReply());
+  });
+}
+
+void Daemon::retire(Jobs::iterator job, const std::function<void()>& gone) {
+  const std::string label = job->first;
+  departing_[label] = std::move(job->second);
+  jobs_.erase(job);
+  departing_.at(label)->retire([this, label, gone] {
+    // Called from within the job, which therefore goes a turn later.
+    departed_.push_back(std::move(departing_.at(label)));
+    departing_.erase(label);
+    sweep_ = loop_.after(std::chrono::milliseconds::zero(), [this] { departed_.clear(); });
+    gone();
+    considerIdleness();
+    if (isShuttingDown_) stopWhenEmpty();
+  });
+}
+
+void Daemon::replyWithStatus(const Reply& reply) const {
+  ControlReply status = successReply();
+  for (const auto& [label, job] : jobs_) status.jobs.push_back(job->status());
+  reply(status);
+}
+
+void Daemon::refuseTakenServices(const platform::JobDescription& description) const {
+  for (const auto& [label, job] : jobs_) {
+    if (label == description.label) continue;
+    for (const auto& service : job->description().services) {
+      if (std::find(description.services.begin(), description.services.end(), service) ==
+          description.services.end())
+        continue;
+      throw ServiceError(ServiceErrorCode::InvalidImage,
+                         "the service " + service + " belongs to the job " + label);
+    }
+  }
+}
+
+void Daemon::considerIdleness() {
+  const bool isIdle = jobs_.empty() && departing_.empty() && (!server_ || server_->isQuiet());
+  if (!isIdle || isShuttingDown_) {
+    idleTimer_.end();
+  } else if (!idleTimer_) {
+    idleTimer_ = loop_.after(idleTime_, [this] { endIfIdle(); });
+  }
+}
+
+void Daemon::endIfIdle() {
+  idleTimer_.end();
+  isShuttingDown_ = server_->closeIfUnused();
+  if (isShuttingDown_) loop_.stop();
+}
+
+void Daemon::shutDown() {
+  if (isShuttingDown_) {  // asked twice: somebody is in a hurry
+    for (const auto& [label, job] : departing_) job->kill();
+    return;
+  }
+  isShuttingDown_ = true;
+  server_->removeEndpoint();
+  while (!jobs_.empty()) retire(jobs_.begin(), [] {});
+  stopWhenEmpty();
+}
+
+void Daemon::stopWhenEmpty() {
+  if (jobs_.empty() && departing_.empty()) loop_.stop();
+}
+
+}  // namespace jobd

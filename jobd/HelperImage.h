@@ -1,0 +1,34 @@
+// A helper executable as it is installed: a Mach-O file that says which job it is and carries the
+// program of this machine.
+//
+//   __TEXT,__info_plist      CFBundleIdentifier (the job's label), CFBundleVersion
+//   __TEXT,__launchd_plist   Label (the same), MachServices
+//   __ELF,__program          an ELF executable for this machine
+//
+// Threading: pure functions. Ownership: HelperImage::program is a view into the bytes that were
+// parsed. Order: none. Errors: ServiceError (InvalidImage) that says what is missing or wrong.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace jobd {
+
+struct HelperImage {
+  std::string label;
+  std::string version;
+  std::vector<std::string> services;
+  std::span<const std::uint8_t> program;
+};
+
+/// Checks that the image is the helper `label`, whole.
+[[nodiscard]] HelperImage parseHelperImage(std::span<const std::uint8_t> image,
+                                           std::string_view label);
+
+/// The program alone, checked to be one of this machine.
+[[nodiscard]] std::span<const std::uint8_t> programOfImage(std::span<const std::uint8_t> image);
+
+}  // namespace jobd

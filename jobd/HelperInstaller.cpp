@@ -1,0 +1,161 @@
+#include "jobd/HelperInstaller.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <span>
+
+#include "jobd/HelperImage.h"
+#include "platform/services/RootFiles.h"
+#include "platform/services/ServiceError.h"
+
+namespace jobd {
+namespace {
+
+using platform::FileDescriptor;
+using platform::fileSystemError;
+
+// Labels cannot begin with a dot, so a staging file is never taken for a job or a helper.
+constexpr std::string_view stagingPrefix = ".staging.";
+constexpr std::string_view jobSuffix = ".plist";
+
+std::string stagingName(const std::string& name) {
+  return std::string(stagingPrefix) + name;
+}
+
+void writeAll(int file, std::span<const std::uint8_t> bytes, const std::string& name) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(file, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) throw fileSystemError("cannot write " + name, errno);
+    bytes = bytes.subspan(static_cast<std::size_t>(written));
+  }
+}
+
+/// A new file that nobody else has open, whole and on disk when this returns.
+void writeNewFile(int directory, const std::string& name, std::span<const std::uint8_t> bytes,
+                  mode_t mode) {
+  ::unlinkat(directory, name.c_str(), 0);
+  const FileDescriptor file(
+      ::openat(directory, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file) throw fileSystemError("cannot make " + name, errno);
+  writeAll(file.get(), bytes, name);
+  if (::fchmod(file.get(), mode) != 0 || ::fsync(file.get()) != 0)
+    throw fileSystemError("cannot finish " + name, errno);
+}
+
+void renameIn(int directory, const std::string& from, const std::string& to) {
+  if (::renameat(directory, from.c_str(), directory, to.c_str()) != 0)
+    throw fileSystemError("cannot put " + to + " in place", errno);
+}
+
+bool unlinkIn(int directory, const std::string& name) {
+  if (::unlinkat(directory, name.c_str(), 0) == 0) return true;
+  if (errno == ENOENT) return false;
+  throw fileSystemError("cannot remove " + name, errno);
+}
+
+void syncDirectory(int directory) {
+  if (::fsync(directory) != 0) throw fileSystemError("cannot bring a directory to disk", errno);
+}
+
+std::vector<std::string> namesIn(int directory) {
+  std::vector<std::string> names;
+  FileDescriptor own(::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  DIR* stream = own ? ::fdopendir(own.get()) : nullptr;
+  if (stream == nullptr) return names;
+  (void)own.release();
+  while (const dirent* entry = ::readdir(stream))
+    names.emplace_back(entry->d_name);  // NOLINT(concurrency-mt-unsafe): one thread
+  ::closedir(stream);
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+/// Removes what was staged when an installation fails on the way.
+class StagingGuard {
+ public:
+  StagingGuard(int directory, std::string name) : directory_(directory), name_(std::move(name)) {}
+  StagingGuard(const StagingGuard&) = delete;
+  StagingGuard& operator=(const StagingGuard&) = delete;
+  ~StagingGuard() {
+    if (!name_.empty()) ::unlinkat(directory_, name_.c_str(), 0);
+  }
+  void dismiss() { name_.clear(); }
+
+ private:
+  int directory_;
+  std::string name_;
+};
+
+}  // namespace
+
+void HelperInstaller::stageExecutable(const std::string& name,
+                                      const std::vector<std::uint8_t>& image) {
+  writeNewFile(directories_.tools.get(), name, image, 0755);
+}
+
+platform::JobDescription HelperInstaller::install(int descriptor, const std::string& label,
+                                                  const Approval& approve) {
+  // The bytes that are checked are the bytes that are written: the source may change under us, this
+  // copy cannot.
+  const auto image =
+      platform::readDescriptor(descriptor, "the helper", platform::maximumHelperBytes);
+  HelperImage helper = parseHelperImage(image, label);
+  platform::JobDescription job{
+      label, {root_.helperTool(label).string()}, std::move(helper.services)};
+  if (approve) approve(job);
+
+  const int tools = directories_.tools.get();
+  const int jobs = directories_.jobs.get();
+  const std::string jobFile = label + std::string(jobSuffix);
+  StagingGuard executableGuard(tools, stagingName(label));
+  stageExecutable(stagingName(label), image);
+  reached(InstallStep::ExecutableStaged);
+  StagingGuard jobGuard(jobs, stagingName(jobFile));
+  writeNewFile(jobs, stagingName(jobFile), platform::encodeJobFile(job), 0644);
+  reached(InstallStep::JobFileStaged);
+
+  renameIn(tools, stagingName(label), label);
+  executableGuard.dismiss();
+  syncDirectory(tools);
+  reached(InstallStep::ExecutableInPlace);
+  renameIn(jobs, stagingName(jobFile), jobFile);
+  jobGuard.dismiss();
+  reached(InstallStep::JobFileInPlace);
+  syncDirectory(jobs);
+  reached(InstallStep::Done);
+  return job;
+}
+
+bool HelperInstaller::remove(const std::string& label) {
+  const bool hadJob = unlinkIn(directories_.jobs.get(), label + std::string(jobSuffix));
+  if (hadJob) syncDirectory(directories_.jobs.get());
+  const bool hadExecutable = unlinkIn(directories_.tools.get(), label);
+  if (hadExecutable) syncDirectory(directories_.tools.get());
+  return hadJob || hadExecutable;
+}
+
+void HelperInstaller::removeStagingFiles() {
+  for (const int directory : {directories_.tools.get(), directories_.jobs.get()}) {
+    for (const auto& name : namesIn(directory)) {
+      if (name.starts_with(stagingPrefix)) ::unlinkat(directory, name.c_str(), 0);
+    }
+  }
+}
+
+std::vector<std::string> labelsOfJobFiles(int jobsDirectory) {
+  std::vector<std::string> labels;
+  for (const auto& name : namesIn(jobsDirectory)) {
+    if (!name.ends_with(jobSuffix)) continue;
+    std::string label = name.substr(0, name.size() - jobSuffix.size());
+    if (platform::SystemRoot::isValidLabel(label)) labels.push_back(std::move(label));
+  }
+  return labels;
+}
+
+}  // namespace jobd

@@ -1,0 +1,179 @@
+#include "jobd/Job.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+
+#include "jobd/HelperImage.h"
+#include "platform/services/RootFiles.h"
+#include "platform/services/ServiceError.h"
+#include "platform/services/UnixSocket.h"
+
+namespace jobd {
+namespace {
+
+constexpr int backlog = 128;
+constexpr unsigned endpointMode = 0600;  // the root's owner, who alone is served
+
+std::string endpointName(const std::string& service) {
+  return service + ".sock";
+}
+
+CrashThrottle::Duration since(EventLoop::Clock::time_point start) {
+  return std::chrono::duration_cast<CrashThrottle::Duration>(EventLoop::Clock::now() - start);
+}
+
+}  // namespace
+
+void Job::listen() {
+  openEndpoints();
+  awaitConnection();
+}
+
+/// Opens the endpoints that are missing and closes those that are no longer offered.
+void Job::openEndpoints() {
+  const auto& services = description_.services;
+  std::vector<ListeningSocket> endpoints;
+  for (const auto& service : services) {
+    const auto open = std::find_if(endpoints_.begin(), endpoints_.end(),
+                                   [&](const auto& each) { return each.service == service; });
+    if (open != endpoints_.end()) {
+      endpoints.push_back({service, std::move(open->socket)});
+      continue;
+    }
+    auto socket =
+        platform::listenUnixSocketAt(surroundings_.directories.run.get(), endpointName(service),
+                                     SOCK_STREAM, backlog, endpointMode);
+    if (!socket)
+      throw platform::fileSystemError("cannot listen on " + endpointName(service), errno);
+    endpoints.push_back({service, std::move(socket)});
+  }
+  for (const auto& old : endpoints_) {
+    if (old.socket) closeEndpoint(old);
+  }
+  endpoints_ = std::move(endpoints);
+}
+
+void Job::closeEndpoint(const ListeningSocket& endpoint) const {
+  ::unlinkat(surroundings_.directories.run.get(), endpointName(endpoint.service).c_str(), 0);
+}
+
+void Job::awaitConnection() {
+  heldBack_.end();
+  watches_.clear();
+  for (const auto& endpoint : endpoints_) {
+    watches_.push_back(
+        surroundings_.loop.watch(endpoint.socket.get(), EPOLLIN, [this] { start(); }));
+  }
+}
+
+void Job::start() {
+  watches_.clear();  // ends the watch that called; the loop keeps its handler until it returns
+  startedAt_ = EventLoop::Clock::now();
+  ++starts_;
+  try {
+    launch();
+  } catch (const std::exception& error) {
+    surroundings_.log.note("cannot start " + description_.label + ": " + error.what());
+    lastEnd_ = "could not be started";
+    holdBack(CrashThrottle::Duration::zero());
+  }
+}
+
+void Job::launch() {
+  const auto image = platform::readFileIn(surroundings_.directories.tools.get(), description_.label,
+                                          platform::maximumHelperBytes);
+  if (!image)
+    throw platform::ServiceError(platform::ServiceErrorCode::FileSystem,
+                                 "its executable is missing");
+  ProcessPlan plan;
+  plan.label = description_.label;
+  plan.arguments = description_.arguments;
+  plan.program = programOfImage(*image);
+  plan.sockets = &endpoints_;
+  plan.root = surroundings_.root;
+  process_ = std::make_unique<JobProcess>(surroundings_.loop, surroundings_.log, plan,
+                                          [this](const std::string& how) { processEnded(how); });
+}
+
+void Job::processEnded(const std::string& how) {
+  lastEnd_ = how;
+  surroundings_.log.note(description_.label + "[" + std::to_string(process_->identifier()) + "] " +
+                         how);
+  process_.reset();
+  graceTimer_.end();
+  if (isStopping()) {
+    finishStopping();
+  } else {
+    holdBack(since(startedAt_));
+  }
+}
+
+void Job::holdBack(CrashThrottle::Duration ran) {
+  const auto delay = throttle_.delayAfterRunOf(ran);
+  if (delay == CrashThrottle::Duration::zero()) {
+    awaitConnection();
+    return;
+  }
+  heldBackUntil_ = EventLoop::Clock::now() + delay;
+  heldBack_ = surroundings_.loop.after(delay, [this] { awaitConnection(); });
+}
+
+void Job::replaceWith(platform::JobDescription description, Gone done) {
+  description_ = std::move(description);
+  openEndpoints();
+  throttle_ = {};
+  stop(std::move(done));
+}
+
+void Job::retire(Gone gone) {
+  isRetired_ = true;
+  for (const auto& endpoint : endpoints_) closeEndpoint(endpoint);
+  watches_.clear();
+  endpoints_.clear();
+  stop(std::move(gone));
+}
+
+void Job::stop(Gone gone) {
+  watches_.clear();
+  heldBack_.end();
+  const bool isAsked = isStopping();
+  whenGone_.push_back(std::move(gone));
+  if (!process_) {
+    finishStopping();
+  } else if (!isAsked) {
+    process_->signal(SIGTERM);
+    graceTimer_ = surroundings_.loop.after(grace, [this] { kill(); });
+  }
+}
+
+void Job::kill() {
+  if (process_) process_->signal(SIGKILL);
+}
+
+void Job::finishStopping() {
+  const auto callbacks = std::exchange(whenGone_, {});
+  if (!isRetired_) awaitConnection();
+  for (const auto& gone : callbacks) gone();  // the last may destroy this job
+}
+
+platform::JobStatus Job::status() const {
+  platform::JobStatus status;
+  status.label = description_.label;
+  status.services = description_.services;
+  status.processIdentifier = process_ ? process_->identifier() : 0;
+  status.starts = starts_;
+  if (heldBack_) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(heldBackUntil_ -
+                                                                            EventLoop::Clock::now())
+                          .count();
+    status.heldBackMilliseconds = std::max<std::int64_t>(left, 1);
+  }
+  status.lastEnd = lastEnd_;
+  return status;
+}
+
+}  // namespace jobd

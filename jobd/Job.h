@@ -1,0 +1,87 @@
+// One job: its endpoints, its process, and when the one is started for the other.
+//
+//   Waiting    listens; the first connection starts the process
+//   Running    the process takes its connections itself
+//   HeldBack   it ended too soon after its start; connections wait in the backlog until the delay
+//   is over Stopping   it was asked to end, and is killed when it does not in time
+//
+// Threading: one thread. Ownership: owns the listening sockets and the process. Callbacks are held
+// until they ran, once. Errors: ServiceError from listen() and replaceWith(). A process that cannot
+// be started is a crash like any other. Order: callbacks run in the order of the calls, after the
+// process is gone.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "jobd/CrashThrottle.h"
+#include "jobd/EventLoop.h"
+#include "jobd/JobProcess.h"
+#include "jobd/RootDirectories.h"
+#include "jobd/SystemLog.h"
+#include "platform/services/Control.h"
+#include "platform/services/JobFile.h"
+
+namespace jobd {
+
+/// What all jobs of a daemon share.
+struct JobSurroundings {
+  EventLoop& loop;
+  SystemLog& log;
+  const RootDirectories& directories;
+  std::string root;
+};
+
+class Job {
+ public:
+  using Gone = std::function<void()>;
+  static constexpr std::chrono::milliseconds grace{5000};
+
+  Job(const JobSurroundings& surroundings, platform::JobDescription description)
+      : surroundings_(surroundings), description_(std::move(description)) {}
+  Job(const Job&) = delete;
+  Job& operator=(const Job&) = delete;
+
+  /// Opens the endpoints and waits for a connection.
+  void listen();
+  /// Goes on as another version of itself. Endpoints of both stay open throughout; the old process
+  /// is ended first, then `done` is called, and the next connection starts the new one.
+  void replaceWith(platform::JobDescription description, Gone done);
+  /// Takes away the endpoints and ends the process; `gone` is called when there is none any more.
+  void retire(Gone gone);
+  /// Ends the process now, without its farewell.
+  void kill();
+
+  [[nodiscard]] const platform::JobDescription& description() const { return description_; }
+  [[nodiscard]] platform::JobStatus status() const;
+
+ private:
+  [[nodiscard]] bool isStopping() const { return !whenGone_.empty(); }
+  void openEndpoints();
+  void closeEndpoint(const ListeningSocket& endpoint) const;
+  void awaitConnection();
+  void start();
+  void launch();
+  void processEnded(const std::string& how);
+  void holdBack(CrashThrottle::Duration ran);
+  void stop(Gone gone);
+  void finishStopping();
+
+  JobSurroundings surroundings_;
+  platform::JobDescription description_;
+  std::vector<ListeningSocket> endpoints_;
+  std::vector<EventLoop::Token> watches_;
+  std::unique_ptr<JobProcess> process_;
+  EventLoop::Clock::time_point startedAt_;
+  CrashThrottle throttle_;
+  EventLoop::Token heldBack_;
+  EventLoop::Clock::time_point heldBackUntil_;
+  EventLoop::Token graceTimer_;
+  std::vector<Gone> whenGone_;
+  bool isRetired_ = false;
+  std::int64_t starts_ = 0;
+  std::string lastEnd_;
+};
+
+}  // namespace jobd

@@ -1,0 +1,186 @@
+#include "jobd/JobProcess.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/pidfd.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/services/ServiceError.h"
+
+#ifndef MFD_EXEC
+#define MFD_EXEC 0x0010U
+#endif
+
+namespace jobd {
+namespace {
+
+using platform::FileDescriptor;
+using platform::fileSystemError;
+
+constexpr int firstPassedDescriptor = 3;  // where the socket hand-over protocol begins to count
+
+/// The program as an anonymous file that nobody can change any more.
+FileDescriptor sealedProgram(const std::string& name, std::span<const std::uint8_t> program) {
+  constexpr unsigned flags = MFD_CLOEXEC | MFD_ALLOW_SEALING;
+  FileDescriptor file(::memfd_create(name.c_str(), flags | MFD_EXEC));
+  if (!file && errno == EINVAL)
+    file.reset(::memfd_create(name.c_str(), flags));  // before Linux 6.3
+  if (!file) throw fileSystemError("cannot hold the program of " + name, errno);
+  while (!program.empty()) {
+    const ssize_t written = ::write(file.get(), program.data(), program.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) throw fileSystemError("cannot hold the program of " + name, errno);
+    program = program.subspan(static_cast<std::size_t>(written));
+  }
+  if (::fcntl(file.get(), F_ADD_SEALS, F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE) !=
+      0) {
+    throw fileSystemError("cannot seal the program of " + name, errno);
+  }
+  return file;
+}
+
+std::string socketNames(const std::vector<ListeningSocket>& sockets) {
+  std::string names;
+  for (const auto& socket : sockets) names += (names.empty() ? "" : ":") + socket.service;
+  return names;
+}
+
+/// All that a job is told by its environment.
+std::vector<std::string> jobEnvironment(const ProcessPlan& plan) {
+  std::vector<std::string> environment{
+      "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
+      "WLHID_ROOT=" + plan.root, "LISTEN_FDS=" + std::to_string(plan.sockets->size()),
+      "LISTEN_FDNAMES=" + socketNames(*plan.sockets), "LISTEN_PID=" + std::to_string(::getpid())};
+  for (const char* name : {"HOME", "TZ", "LANG"}) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread
+    if (const char* value = std::getenv(name))
+      environment.push_back(std::string(name) + "=" + value);
+  }
+  return environment;
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+  std::vector<char*> result;
+  for (auto& text : texts) result.push_back(text.data());
+  result.push_back(nullptr);
+  return result;
+}
+
+/// Lays out descriptors as the program expects them: streams, sockets, then the program itself, and
+/// no more. All of them go through numbers above the final ones first, so that none is overwritten
+/// before it has moved.
+int arrangeDescriptors(const ProcessPlan& plan, int program, int output) {
+  const int count = static_cast<int>(plan.sockets->size());
+  const int above = firstPassedDescriptor + count + 1;
+  const int programAbove = ::fcntl(program, F_DUPFD_CLOEXEC, above);
+  const int outputAbove = ::fcntl(output, F_DUPFD_CLOEXEC, above);
+  std::vector<int> socketsAbove;
+  for (const auto& each : *plan.sockets)
+    socketsAbove.push_back(::fcntl(each.socket.get(), F_DUPFD_CLOEXEC, above));
+  const int null = ::open("/dev/null", O_RDONLY);
+  ::dup2(null, 0);
+  ::dup2(outputAbove, 1);
+  ::dup2(outputAbove, 2);
+  for (int i = 0; i < count; ++i)
+    ::dup2(socketsAbove[static_cast<std::size_t>(i)], firstPassedDescriptor + i);
+  const int final = firstPassedDescriptor + count;
+  ::dup3(programAbove, final, O_CLOEXEC);
+  ::close_range(static_cast<unsigned>(final) + 1, ~0U, 0);
+  return final;
+}
+
+void restoreSignals() {
+  for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);
+  sigset_t none;
+  sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+/// Runs in the child. The daemon has one thread, so everything may be called here.
+[[noreturn]] void becomeJob(const ProcessPlan& plan, int program, int output, pid_t daemon) {
+  ::setsid();
+  // A daemon that is killed takes its jobs along: its successor could neither end nor replace them.
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (::getppid() != daemon) ::_exit(127);
+  restoreSignals();
+  std::vector<std::string> arguments = plan.arguments;
+  std::vector<std::string> environment = jobEnvironment(plan);
+  const int file = arrangeDescriptors(plan, program, output);
+  ::fexecve(file, pointers(arguments).data(), pointers(environment).data());
+  ::dprintf(2, "cannot run the program: %s\n", platform::errorText(errno).c_str());
+  ::_exit(127);
+}
+
+std::string describeEnd(const siginfo_t& info) {
+  if (info.si_code == CLD_EXITED) return "exited with status " + std::to_string(info.si_status);
+  return "ended by signal " + std::to_string(info.si_status);
+}
+
+}  // namespace
+
+JobProcess::JobProcess(EventLoop& loop, SystemLog& log, const ProcessPlan& plan, Ended ended)
+    : log_(log), label_(plan.label), ended_(std::move(ended)) {
+  const FileDescriptor program = sealedProgram(plan.label, plan.program);
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw fileSystemError("cannot make a pipe", errno);
+  output_.reset(ends[0]);
+  const FileDescriptor outputOfJob(ends[1]);
+  ::fcntl(output_.get(), F_SETFL, O_NONBLOCK);  // the daemon's end alone
+
+  const pid_t daemon = ::getpid();
+  identifier_ = ::fork();
+  if (identifier_ < 0) throw fileSystemError("cannot start " + label_, errno);
+  if (identifier_ == 0) becomeJob(plan, program.get(), outputOfJob.get(), daemon);
+  process_.reset(::pidfd_open(identifier_, 0));
+  if (!process_) {
+    const int error = errno;
+    ::kill(identifier_, SIGKILL);
+    ::waitpid(identifier_, nullptr, 0);
+    throw fileSystemError("cannot watch " + label_, error);
+  }
+  outputWatch_ = loop.watch(output_.get(), EPOLLIN, [this] { takeOutput(64 * 1024); });
+  endWatch_ = loop.watch(process_.get(), EPOLLIN, [this] { takeEnd(); });
+}
+
+void JobProcess::signal(int number) const {
+  ::pidfd_send_signal(process_.get(), number, nullptr, 0);
+}
+
+/// Takes what is there, `most` bytes at most, so that a job that writes without end does not hold
+/// up the others.
+void JobProcess::takeOutput(std::size_t most) {
+  std::array<char, 16 * 1024> buffer;
+  for (std::size_t taken = 0; taken < most;) {
+    const ssize_t got = ::read(output_.get(), buffer.data(), buffer.size());
+    if (got < 0 && errno == EINTR) continue;
+    if (got == 0) outputWatch_.end();
+    if (got <= 0) return;
+    taken += static_cast<std::size_t>(got);
+    lines_.feed({buffer.data(), static_cast<std::size_t>(got)},
+                [this](std::string_view line) { writeLine(line); });
+  }
+}
+
+void JobProcess::takeEnd() {
+  siginfo_t info{};
+  if (::waitid(P_PIDFD, static_cast<id_t>(process_.get()), &info, WEXITED | WNOHANG) != 0 ||
+      info.si_pid == 0)
+    return;
+  endWatch_.end();
+  // All that the pipe can hold, and no more: what the process left behind may still be writing.
+  takeOutput(1U << 20);
+  lines_.finish([this](std::string_view line) { writeLine(line); });
+  outputWatch_.end();
+  const Ended ended = std::move(ended_);
+  ended(describeEnd(info));  // may destroy this object
+}
+
+}  // namespace jobd

@@ -1,0 +1,66 @@
+// One run of a job's program.
+//
+// Threading: one thread. Ownership: the object owns the process's handle and the pipe of its
+// output. Dropping it does not
+//   end the process; the kernel ends it when the daemon does, so that a job never outlives who
+//   could end it.
+// Errors: ServiceError when it cannot be started. A program that cannot be run says so in the log
+// and ends at once. Order: what the process wrote is in the log before its end is reported, once.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "jobd/EventLoop.h"
+#include "jobd/LogText.h"
+#include "jobd/SystemLog.h"
+
+namespace jobd {
+
+struct ListeningSocket {
+  std::string service;
+  platform::FileDescriptor socket;
+};
+
+struct ProcessPlan {
+  std::string label;
+  std::vector<std::string> arguments;
+  std::span<const std::uint8_t> program;                  ///< an ELF executable
+  const std::vector<ListeningSocket>* sockets = nullptr;  ///< handed on as descriptors 3, 4, …
+  std::string root;
+};
+
+class JobProcess {
+ public:
+  /// `how`: "exited with status 1", "ended by signal 9".
+  using Ended = std::function<void(const std::string& how)>;
+
+  JobProcess(EventLoop& loop, SystemLog& log, const ProcessPlan& plan, Ended ended);
+
+  [[nodiscard]] pid_t identifier() const { return identifier_; }
+  /// The process itself, never another that got its number.
+  void signal(int number) const;
+
+ private:
+  void takeOutput(std::size_t most);
+  void takeEnd();
+  void writeLine(std::string_view line) { log_.write(label_, identifier_, line); }
+
+  SystemLog& log_;
+  std::string label_;
+  Ended ended_;
+  pid_t identifier_ = -1;
+  platform::FileDescriptor process_;
+  platform::FileDescriptor output_;
+  LineSplitter lines_;
+  EventLoop::Token outputWatch_;
+  EventLoop::Token endWatch_;
+};
+
+}  // namespace jobd

@@ -1,0 +1,38 @@
+// <root>/var/log/system.log: what jobs write, one line an entry.
+//
+// Threading: one thread. Ownership: the log keeps its directory open. Order: entries keep theirs.
+// Errors: none are raised. A log that cannot be written loses entries and nothing else: a job does
+// not fail for its log.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "platform/services/FileDescriptor.h"
+
+namespace jobd {
+
+class SystemLog {
+ public:
+  static constexpr std::uint64_t defaultLimit = 4U << 20;
+
+  /// Writes "system.log" in the open directory; a log that has grown past `limit` becomes
+  /// "system.log.0", in place of the one before, so that the disk holds at most twice the limit.
+  explicit SystemLog(platform::FileDescriptor directory, std::uint64_t limit = defaultLimit);
+
+  void write(std::string_view name, long process, std::string_view text);
+  /// An entry of the daemon's own.
+  void note(std::string_view text);
+
+ private:
+  bool prepare();
+  bool reopen();
+
+  platform::FileDescriptor directory_;
+  platform::FileDescriptor file_;
+  std::uint64_t limit_;
+  std::string host_;
+};
+
+}  // namespace jobd

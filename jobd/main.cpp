@@ -1,0 +1,124 @@
+// wlhid-jobd: the job daemon of one system root.
+//
+//   wlhid-jobd --root DIR [--foreground] [--idle-ms N] [--ready-fd N]
+//
+// Started on demand by the application side. Goes to the background unless told not to. On
+// --ready-fd it writes an empty line when all endpoints listen (its own or, where another daemon
+// serves the root already, that one's), else the cause of its failure, and closes it.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <cstdlib>
+#include <iostream>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "jobd/Daemon.h"
+#include "jobd/DaemonLock.h"
+
+namespace {
+
+struct Options {
+  std::string root;
+  bool isForeground = false;
+  int readyDescriptor = -1;
+  std::chrono::milliseconds idleTime = jobd::Daemon::defaultIdleTime;
+};
+
+int number(std::string_view name, std::string_view text) {
+  int value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size() || value < 0) {
+    throw std::runtime_error(std::string(name) + " needs a number");
+  }
+  return value;
+}
+
+Options parseOptions(int argc, char** argv) {
+  Options options;
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view name = argv[i];
+    if (name == "--foreground") {
+      options.isForeground = true;
+      continue;
+    }
+    if (++i == argc) throw std::runtime_error(std::string(name) + " is unknown or needs a value");
+    if (name == "--root")
+      options.root = argv[i];
+    else if (name == "--ready-fd")
+      options.readyDescriptor = number(name, argv[i]);
+    else if (name == "--idle-ms")
+      options.idleTime = std::chrono::milliseconds(number(name, argv[i]));
+    else
+      throw std::runtime_error("unknown option " + std::string(name));
+  }
+  if (options.root.empty() || options.root.front() != '/')
+    throw std::runtime_error("--root needs an absolute path");
+  return options;
+}
+
+/// Keeps the streams and the readiness pipe; nothing else that was open in whoever started this is
+/// ours.
+void closeInherited(int readyDescriptor) {
+  constexpr unsigned firstOther = 3;
+  const auto ready = static_cast<unsigned>(readyDescriptor);
+  if (readyDescriptor < static_cast<int>(firstOther)) {
+    ::close_range(firstOther, ~0U, 0);
+    return;
+  }
+  if (ready > firstOther) ::close_range(firstOther, ready - 1, 0);
+  ::close_range(ready + 1, ~0U, 0);
+  ::fcntl(readyDescriptor, F_SETFD, FD_CLOEXEC);
+}
+
+/// Leaves the process that started this to its own business: it only waits for the first of the
+/// two.
+void goToBackground() {
+  const pid_t child = ::fork();
+  if (child < 0) throw std::runtime_error("cannot go to the background");
+  if (child > 0) ::_exit(0);
+  ::setsid();
+}
+
+void report(int descriptor, const std::string& cause) {
+  if (descriptor < 0) return;
+  const std::string line = cause.substr(0, cause.find('\n')) + "\n";
+  [[maybe_unused]] const ssize_t written = ::write(descriptor, line.data(), line.size());
+  ::close(descriptor);
+}
+
+void serve(const Options& options) {
+  const platform::SystemRoot root(options.root);
+  auto directories = jobd::RootDirectories::open(root);
+  const auto lock = jobd::DaemonLock::acquire(directories.run.get());
+  if (!lock) {
+    report(options.readyDescriptor, {});
+    return;
+  }
+  jobd::Daemon daemon(root, std::move(directories), options.idleTime);
+  report(options.readyDescriptor, {});
+  daemon.run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  try {
+    options = parseOptions(argc, argv);
+    closeInherited(options.readyDescriptor);
+    ::umask(022);
+    if (::chdir("/") != 0) throw std::runtime_error("cannot leave the working directory");
+    if (!options.isForeground) goToBackground();
+    serve(options);
+    return 0;
+  } catch (const std::exception& error) {
+    std::cerr << "wlhid-jobd: " << error.what() << '\n';
+    report(options.readyDescriptor, error.what());
+    return 1;
+  }
+}
