@@ -1,12 +1,12 @@
 #include "tool/RouterVersions.h"
 
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
 #include "platform/services/ServiceManagement.h"
-#include "router-client/WLHIDEventRouterProtocols.h"
 
 namespace tool {
 

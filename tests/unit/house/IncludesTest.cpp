@@ -1,0 +1,106 @@
+// Which folder may include what: the arrows of docs/architecture.md, checked on every source file.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Rule {
+  std::string_view folder;
+  std::vector<std::string_view> mayInclude;  // beginnings of include paths
+};
+
+const std::vector<Rule>& rules() {
+  static const std::vector<Rule> all = {
+      {"platform/foundation/", {"platform/foundation/"}},
+      {"platform/kit/", {"platform/kit/", "platform/foundation/"}},
+      {"platform/services/", {"platform/services/", "platform/foundation/"}},
+      {"platform/xpc/",
+       {"platform/xpc/", "platform/kit/", "platform/foundation/",
+        "platform/services/ServiceEndpoints.h"}},
+      {"platform/scripted/", {"platform/"}},
+      // The client's public class names its private parts.
+      {"WLHIDAccess/", {"WLHIDAccess/", "platform/", "router-client/"}},
+      {"helper-install/", {"helper-install/", "WLHIDAccess/", "platform/"}},
+      {"router-client/", {"router-client/", "WLHIDAccess/", "platform/"}},
+      {"diagnostics/", {"diagnostics/", "WLHIDAccess/", "platform/"}},
+      {"jobd/", {"jobd/", "helper-install/MachO.h", "platform/"}},
+      {"router/", {"router/", "router-client/WLHIDEventRouterProtocols.h", "platform/"}},
+      {"tool/", {"tool/", "WLHIDAccess/", "platform/", "router/", "jobd/"}},
+      {"examples/", {"WLHIDAccess/", "platform/"}},
+  };
+  return all;
+}
+
+fs::path sourceDirectory() {
+  const char* directory = std::getenv("WLHID_SOURCE_DIR");
+  return directory != nullptr ? fs::path(directory) : fs::path();
+}
+
+std::vector<fs::path> sourcesOf(const fs::path& folder) {
+  std::vector<fs::path> found;
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    const std::string extension = entry.path().extension();
+    if (extension == ".h" || extension == ".cpp") found.push_back(entry.path());
+  }
+  return found;
+}
+
+/// The paths between quotes.
+std::vector<std::string> includesOf(const fs::path& file) {
+  constexpr std::string_view kBegin = "#include \"";
+  std::vector<std::string> found;
+  std::ifstream in(file);
+  for (std::string line; std::getline(in, line);) {
+    if (line.starts_with(kBegin))
+      found.push_back(line.substr(kBegin.size(), line.rfind('"') - kBegin.size()));
+  }
+  return found;
+}
+
+bool isAllowed(const Rule& rule, const std::string& include) {
+  return std::ranges::any_of(
+      rule.mayInclude, [&](std::string_view beginning) { return include.starts_with(beginning); });
+}
+
+TEST(Includes, FollowTheArrowsOfTheHouse) {
+  const fs::path source = sourceDirectory();
+  ASSERT_FALSE(source.empty()) << "WLHID_SOURCE_DIR is not set; run this test through ctest";
+  std::size_t checked = 0;
+  for (const Rule& rule : rules()) {
+    for (const fs::path& file : sourcesOf(source / rule.folder)) {
+      for (const std::string& include : includesOf(file)) {
+        EXPECT_TRUE(isAllowed(rule, include)) << file << " must not include " << include;
+        ++checked;
+      }
+    }
+  }
+  EXPECT_GT(checked, 100U) << "hardly anything was found to check";
+}
+
+TEST(Includes, AreWrittenFromTheRootOfTheRepository) {
+  const fs::path source = sourceDirectory();
+  ASSERT_FALSE(source.empty());
+  for (const Rule& rule : rules()) {
+    for (const fs::path& file : sourcesOf(source / rule.folder)) {
+      for (const std::string& include : includesOf(file))
+        EXPECT_TRUE(fs::exists(source / include)) << file << ": " << include;
+    }
+  }
+}
+
+TEST(Includes, ARuleRefusesWhatItDoesNotName) {
+  const Rule rule{"router/", {"router/", "platform/"}};
+  EXPECT_TRUE(isAllowed(rule, "router/Session.h"));
+  EXPECT_FALSE(isAllowed(rule, "router-client/Holder.h"));
+}
+
+}  // namespace
