@@ -9,12 +9,6 @@
 
 namespace router {
 
-namespace {
-
-constexpr std::chrono::milliseconds kHandOverGrace{250};
-
-}  // namespace
-
 /// The open device and its thread. Destruction stops the thread and waits for it.
 class RoutedDevice::Playback {
  public:
@@ -69,10 +63,12 @@ class RoutedDevice::Playback {
   std::thread thread_;
 };
 
-RoutedDevice::RoutedDevice(DeviceDescription description, Opener open, RouterLog log)
+RoutedDevice::RoutedDevice(DeviceDescription description, Opener open, RouterLog log,
+                           std::chrono::milliseconds handOverGrace)
     : description_(std::move(description)),
       open_(std::move(open)),
       log_(std::move(log)),
+      handOverGrace_(handOverGrace),
       subscriptions_(std::make_shared<const Subscriptions>()) {}
 
 RoutedDevice::~RoutedDevice() = default;

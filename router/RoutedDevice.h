@@ -27,7 +27,11 @@ class RoutedDevice {
   /// Null for a device that is not there any more; throws DeviceError.
   using Opener = std::function<std::unique_ptr<OpenDevice>()>;
 
-  RoutedDevice(DeviceDescription description, Opener open, RouterLog log);
+  /// How long admit() waits at most for a place.
+  static constexpr std::chrono::milliseconds kHandOverGrace{250};
+
+  RoutedDevice(DeviceDescription description, Opener open, RouterLog log,
+               std::chrono::milliseconds handOverGrace = kHandOverGrace);
   RoutedDevice(const RoutedDevice&) = delete;
   RoutedDevice& operator=(const RoutedDevice&) = delete;
   ~RoutedDevice();
@@ -60,6 +64,7 @@ class RoutedDevice {
   const DeviceDescription description_;
   const Opener open_;
   const RouterLog log_;
+  const std::chrono::milliseconds handOverGrace_;
 
   mutable std::mutex mutex_;
   std::condition_variable placeBecameFree_;

@@ -34,8 +34,8 @@ void Subscription::deliver(ReportInTransit* report) {
     lost_.fetch_add(1, std::memory_order_relaxed);
     return;
   }
-  send(report);
   delivered_.fetch_add(1, std::memory_order_relaxed);
+  send(report);
 }
 
 void Subscription::send(ReportInTransit* report) {

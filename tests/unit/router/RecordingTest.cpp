@@ -1,0 +1,188 @@
+#include "router/Recording.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include "HexBytes.h"
+
+namespace {
+
+using router::Recording;
+using router::RecordingError;
+
+std::vector<std::uint8_t> reportOf(const Recording& recording, std::size_t index) {
+  const auto span = recording.report(index);
+  return {span.begin(), span.end()};
+}
+
+void expectError(const std::string& text, const std::string& message) {
+  try {
+    Recording::parse(text, "a.hid");
+    FAIL() << "accepted: " << text;
+  } catch (const RecordingError& error) {
+    EXPECT_EQ(error.what(), message);
+    EXPECT_FALSE(error.code());
+  }
+}
+
+class RecordingFile : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = testing::TempDir() + "/recording.XXXXXX";
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    directory_ = pattern;
+  }
+  void TearDown() override { std::filesystem::remove_all(directory_); }
+
+  std::filesystem::path write(const std::string& text) const {
+    const auto path = directory_ / "a.hid";
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+  }
+  std::filesystem::path directory_;
+};
+
+TEST(Recording, ReadsEveryPartOfADevice) {
+  const Recording r = Recording::parse(
+      "# a comment\n"
+      "D: 0\n"
+      "R: 4 05 01 09 02\n"
+      "N: Some Maker Some Mouse\n"
+      "P: usb-0000:00:06.0-2/input0\n"
+      "I: 3 0627 00a1\n"
+      "\n"
+      "E: 000001.500000 3 00 ff 1b\n"
+      "E: 000001.511369 1 7F\n",
+      "a.hid");
+  EXPECT_EQ(r.header().name, "Some Maker Some Mouse");
+  EXPECT_EQ(r.header().physicalPath, "usb-0000:00:06.0-2/input0");
+  EXPECT_EQ(r.header().bus, 3U);
+  EXPECT_EQ(r.header().vendor, 0x627U);
+  EXPECT_EQ(r.header().product, 0xa1U);
+  EXPECT_EQ(r.header().reportDescriptor, bytes("05 01 09 02"));
+  ASSERT_EQ(r.reportCount(), 2U);
+  EXPECT_EQ(reportOf(r, 0), bytes("00 ff 1b"));
+  EXPECT_EQ(reportOf(r, 1), bytes("7f"));
+  EXPECT_EQ(r.time(0), std::chrono::microseconds(1500000));
+  EXPECT_EQ(r.time(1), std::chrono::microseconds(1511369));
+}
+
+TEST(Recording, KeepsTimesThatRestartOrAreMissing) {
+  const Recording r =
+      Recording::parse("R: 1 c0\nE: 000009.5 1 01\nE: 000000.000000 1 02\nE: 0 1 03\n", "a.hid");
+  EXPECT_EQ(r.time(0), std::chrono::microseconds(9500000));
+  EXPECT_EQ(r.time(1), std::chrono::microseconds(0));
+  EXPECT_EQ(r.time(2), std::chrono::microseconds(0));
+}
+
+TEST(Recording, EmptyReportsLineEndsOfOtherSystemsAndAMissingLastOneAreFine) {
+  const Recording r = Recording::parse("R: 0\r\nN: x\r\nE: 0.1 0\r\nE: 0.2 1 0a", "a.hid");
+  EXPECT_EQ(r.header().name, "x");
+  ASSERT_EQ(r.reportCount(), 2U);
+  EXPECT_TRUE(reportOf(r, 0).empty());
+  EXPECT_EQ(reportOf(r, 1), bytes("0a"));
+}
+
+TEST(Recording, OtherKindsOfLinesArePassedOver) {
+  EXPECT_EQ(Recording::parse("S: whatever\nR: 1 c0\nQ:\nE: 0.0 1 05\n", "a.hid").reportCount(), 1U);
+}
+
+TEST(Recording, TakesOneDeviceOutOfSeveral) {
+  const std::string text =
+      "D: 0\nR: 1 c0\nN: first\nD: 1\nR: 2 05 01\nN: second\n"
+      "D: 0\nE: 0.0 1 01\nD: 1\nE: 0.1 1 02\nE: 0.2 1 03\n";
+  const Recording first = Recording::parse(text, "a.hid");
+  EXPECT_EQ(first.header().name, "first");
+  EXPECT_EQ(first.reportCount(), 1U);
+  const Recording second = Recording::parse(text, "a.hid", 1);
+  EXPECT_EQ(second.header().name, "second");
+  ASSERT_EQ(second.reportCount(), 2U);
+  EXPECT_EQ(reportOf(second, 1), bytes("03"));
+  EXPECT_THROW(Recording::parse(text, "a.hid", 2), RecordingError);
+}
+
+TEST(Recording, SaysWhereAndWhyALineIsWrong) {
+  expectError("", "a.hid: has no report descriptor of device 0");
+  expectError("# only\n", "a.hid: has no report descriptor of device 0");
+  expectError("hello\n", "a.hid:1: is no line of a recording");
+  expectError("R: 1 c0\nE 0.0 1 01\n", "a.hid:2: is no line of a recording");
+  expectError("r: 1 c0\n", "a.hid:1: is no line of a recording");
+  expectError("D: x\n", "a.hid:1: the device number is none");
+  expectError("D: 4294967296\n", "a.hid:1: the device number is none");
+  expectError("D: 0 1\n", "a.hid:1: the device number is none");
+  expectError("R:\n", "a.hid:1: the number of bytes is missing");
+  expectError("R: -1 c0\n", "a.hid:1: the number of bytes is missing");
+  expectError("R: 2 c0\n", "a.hid:1: 2 bytes are announced, 1 are there");
+  expectError("R: 1 c0 c0\n", "a.hid:1: 1 bytes are announced, 2 are there");
+  expectError("R: 1 c00\n", "a.hid:1: 'c00' is no byte");
+  expectError("R: 1 \x1b[\n", "a.hid:1: '?[' is no byte");
+  expectError("R: 65536 c0\n", "a.hid:1: more than 65535 bytes are announced");
+  expectError("R: 1 c0\nR: 1 c0\n", "a.hid:2: a second report descriptor of the same device");
+  expectError("E: 0.0 1 01\n", "a.hid:1: a report before the report descriptor");
+  expectError("R: 1 c0\nE: 0.0 65537 01\n", "a.hid:2: more than 65536 bytes are announced");
+  expectError("R: 1 c0\nE: 0.0 99999999999999999999 01\n",
+              "a.hid:2: the number of bytes is missing");
+  expectError("R: 1 c0\nE: 1 1\n", "a.hid:2: 1 bytes are announced, 0 are there");
+  expectError("R: 1 c0\nE: soon 1 01\n", "a.hid:2: the time is no number of seconds");
+  expectError("R: 1 c0\nE: 0.1234567 1 01\n", "a.hid:2: the time is no number of seconds");
+  expectError("R: 1 c0\nE: -1.0 1 01\n", "a.hid:2: the time is no number of seconds");
+  expectError("R: 1 c0\nE: 1. 1 01\n", "a.hid:2: the time is no number of seconds");
+  expectError("R: 1 c0\nE: 99999999999.0 1 01\n", "a.hid:2: the time is no number of seconds");
+  expectError("I: 3 0627\n", "a.hid:1: bus, vendor and product must be three hexadecimal numbers");
+  expectError("I: 3 0627 100000000\n",
+              "a.hid:1: bus, vendor and product must be three hexadecimal numbers");
+  expectError("I: 3 0627 1 1\n", "a.hid:1: there is more than bus, vendor and product");
+  expectError("N: \xff\n", "a.hid:1: the name is no printable text");
+  expectError("N: a\x1b[2J\n", "a.hid:1: the name is no printable text");
+}
+
+TEST(Recording, LongLinesAreRefused) {
+  expectError("#" + std::string(router::kMaxRecordingLineBytes, 'x') + "\n",
+              "a.hid:1: the line is longer than 262144 bytes");
+}
+
+TEST_F(RecordingFile, IsReadFromDisk) {
+  const auto path = write("R: 1 c0\nN: on disk\nE: 0.0 1 05\n");
+  EXPECT_EQ(Recording::read(path).reportCount(), 1U);
+  EXPECT_EQ(Recording::readHeader(path).name, "on disk");
+}
+
+TEST_F(RecordingFile, ItsHeaderEndsAtTheFirstReport) {
+  EXPECT_EQ(Recording::readHeader(write("R: 1 c0\nN: x\nE: 0.0 nonsense\n")).name, "x");
+  EXPECT_THROW(Recording::readHeader(write("N: x\nE: 0.0 1 01\n")), RecordingError);
+}
+
+TEST_F(RecordingFile, AMissingFileIsAnErrorWithItsCode) {
+  try {
+    Recording::read(directory_ / "none.hid");
+    FAIL();
+  } catch (const RecordingError& error) {
+    EXPECT_EQ(error.code(), std::errc::no_such_file_or_directory);
+    EXPECT_EQ(error.what(),
+              (directory_ / "none.hid").string() + ": cannot be read: No such file or directory");
+  }
+}
+
+TEST_F(RecordingFile, WhatIsNoRegularFileIsRefusedAtOnce) {
+  const auto pipe = directory_ / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_THROW(Recording::read(pipe), RecordingError);
+  EXPECT_THROW(Recording::read(directory_), RecordingError);
+}
+
+TEST_F(RecordingFile, AHugeFileIsRefusedUnread) {
+  const auto path = write("");
+  std::filesystem::resize_file(path, router::kMaxRecordingBytes + 1);
+  try {
+    Recording::read(path);
+    FAIL();
+  } catch (const RecordingError& error) {
+    EXPECT_THAT(error.what(), testing::HasSubstr("larger than 67108864 bytes"));
+  }
+}
+
+}  // namespace

@@ -1,0 +1,312 @@
+#include "router/ReplaySource.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <fstream>
+
+#include "HexBytes.h"
+#include "platform/foundation/NSDictionary.h"
+#include "platform/foundation/NSNumber.h"
+#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/foundation/NSString.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using platform::NSDictionary;
+using platform::NSNumber;
+using platform::str;
+using router::DeviceDescription;
+using router::DeviceError;
+using router::OpenDevice;
+using router::Recording;
+using router::ReplayDevice;
+using router::ReplaySchedule;
+using router::ReplaySpeed;
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr const char* kMouse =
+    "R: 22 05 01 09 02 a1 01 09 30 15 81 25 7f 75 08 95 01 81 06 85 01 c0 00 00\n";
+constexpr const char* kRecording =
+    "R: 17 05 01 09 02 a1 01 09 30 15 81 25 7f 75 08 95 01 c0\n"
+    "N: A Mouse\nI: 3 0627 0001\n"
+    "E: 000000.000000 1 01\nE: 000000.000100 1 02\nE: 000000.000200 1 03\n";
+
+class ReplaySourceTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = testing::TempDir() + "/replay.XXXXXX";
+    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+    directory_ = pattern;
+    recording_ = write("mouse.hid", kRecording);
+  }
+  void TearDown() override { fs::remove_all(directory_); }
+
+  fs::path write(const fs::path& name, const std::string& text) const {
+    const fs::path path = directory_ / name;
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+  }
+  void configure(const std::string& name, std::vector<NSDictionary::Entry> entries) const {
+    const auto data = platform::NSPropertyListSerialization::dataWithPropertyList_format_error(
+        NSDictionary::dictionaryWithEntries(std::move(entries)),
+        platform::NSPropertyListFormat::XML, nullptr);
+    write("etc/hideventrouter/" + name, std::string(data->span().begin(), data->span().end()));
+  }
+  platform::SystemRoot root() const { return platform::SystemRoot(directory_); }
+  std::vector<DeviceDescription> list() {
+    problems_.clear();
+    return router::listDevices(root(), &problems_);
+  }
+  std::unique_ptr<OpenDevice> open(std::uint64_t id) const {
+    return router::deviceSources(root()).front()->open(id);
+  }
+
+  fs::path directory_;
+  fs::path recording_;
+  std::vector<std::string> problems_;
+};
+
+TEST_F(ReplaySourceTest, WithoutConfigurationThereAreNoDevices) {
+  EXPECT_THAT(list(), IsEmpty());
+  EXPECT_THAT(problems_, IsEmpty());
+  EXPECT_EQ(open(0x100000001), nullptr);
+}
+
+TEST_F(ReplaySourceTest, AnAddedDeviceIsListed) {
+  ReplayDevice device;
+  device.recording = recording_;
+  const std::uint64_t id = router::addReplayDevice(root(), device);
+  EXPECT_GE(id, 0x100000000U);
+  EXPECT_LE(id, 0x1ffffffffU);
+  EXPECT_THAT(list(), ElementsAre(DeviceDescription{id, "A Mouse", 3, 0x627, 1,
+                                                    "replay " + recording_.string()}));
+  EXPECT_THAT(problems_, IsEmpty());
+  EXPECT_TRUE(fs::exists(directory_ / "etc/hideventrouter/mouse.plist"));
+}
+
+TEST_F(ReplaySourceTest, AnIDFollowsFromTheConfiguration) {
+  ReplayDevice device;
+  device.recording = recording_;
+  device.configuration = "a";
+  const std::uint64_t first = router::addReplayDevice(root(), device);
+  EXPECT_EQ(router::addReplayDevice(root(), device), first);
+  device.configuration = "b";
+  const std::uint64_t second = router::addReplayDevice(root(), device);
+  EXPECT_NE(second, first);
+  EXPECT_EQ(list().size(), 2U);
+  device.speed.maximum = true;
+  const std::uint64_t changed = router::addReplayDevice(root(), device);
+  EXPECT_NE(changed, second);
+  ASSERT_EQ(list().size(), 2U);
+  EXPECT_EQ(list()[1].registryEntryID, changed);
+}
+
+TEST_F(ReplaySourceTest, ANameOfItsOwnGoesBeforeTheRecordings) {
+  ReplayDevice device;
+  device.recording = recording_;
+  device.name = "Left Mouse";
+  router::addReplayDevice(root(), device);
+  EXPECT_EQ(list()[0].name, "Left Mouse");
+}
+
+TEST_F(ReplaySourceTest, ConfigurationsWrittenByHandMayLeaveOutWhatHasADefault) {
+  configure("x.plist",
+            {{str("Source"), str("replay")}, {str("Recording"), str(recording_.string())}});
+  configure("y.plist", {{str("Source"), str("replay")},
+                        {str("Recording"), str(recording_.string())},
+                        {str("Speed"), NSNumber::numberWithDouble(2.5)},
+                        {str("Repeat"), NSNumber::numberWithBool(true)}});
+  EXPECT_EQ(list().size(), 2U);
+  EXPECT_THAT(problems_, IsEmpty());
+}
+
+TEST_F(ReplaySourceTest, AnUnusableConfigurationIsReportedAndTheOthersStay) {
+  const auto recording = std::pair(str("Recording"), str(recording_.string()));
+  const auto source = std::pair(str("Source"), str("replay"));
+  configure("good.plist", {source, recording});
+  configure("1.plist", {recording});
+  configure("2.plist", {{str("Source"), str("radio")}, recording});
+  configure("3.plist", {source});
+  configure("4.plist", {source, {str("Recording"), str("relative.hid")}});
+  configure("5.plist", {source, {str("Recording"), str((directory_ / "none.hid").string())}});
+  configure("6.plist", {source, recording, {str("Speed"), str("0")}});
+  configure("7.plist", {source, recording, {str("Repeat"), str("yes")}});
+  configure("8.plist", {source, recording, {str("Device"), NSNumber::numberWithLongLong(-1)}});
+  configure("9.plist", {source, recording, {str("Name"), NSNumber::numberWithBool(true)}});
+  write("etc/hideventrouter/broken.plist", "<plist");
+  write("etc/hideventrouter/.hidden.plist", "<plist");
+  write("etc/hideventrouter/notes.txt", "nothing");
+
+  EXPECT_EQ(list().size(), 1U);
+  const std::string directory = (directory_ / "etc/hideventrouter").string() + "/";
+  EXPECT_THAT(
+      problems_,
+      ElementsAre(directory + "1.plist: Source is not \"replay\"",
+                  directory + "2.plist: Source is not \"replay\"",
+                  directory + "3.plist: Recording is missing",
+                  directory + "4.plist: Recording is no absolute path",
+                  directory + "5.plist: " + (directory_ / "none.hid").string() +
+                      ": cannot be read: No such file or directory",
+                  directory + "6.plist: Speed is neither \"max\" nor a number from 0.001 to 1000",
+                  directory + "7.plist: Repeat is no boolean",
+                  directory + "8.plist: Device is no device number",
+                  directory + "9.plist: Name is no string",
+                  directory + "broken.plist: is no property list with a dictionary"));
+}
+
+TEST_F(ReplaySourceTest, WhatCannotBePlayedIsNotAdded) {
+  ReplayDevice device;
+  device.recording = directory_ / "none.hid";
+  EXPECT_THROW(router::addReplayDevice(root(), device), DeviceError);
+  device.recording = write("broken.hid", "R: 1 c0\nE: 0.0 1 01\n");
+  EXPECT_THROW(router::addReplayDevice(root(), device), DeviceError);
+  device.recording = write("two.hid", kMouse + std::string("E: 0.0 2 01\n"));
+  EXPECT_THROW(router::addReplayDevice(root(), device), DeviceError);
+  device.recording = recording_;
+  device.configuration = "../escape";
+  EXPECT_THROW(router::addReplayDevice(root(), device), DeviceError);
+  device.configuration = "fine";
+  device.name = "two\nlines";
+  EXPECT_THROW(router::addReplayDevice(root(), device), DeviceError);
+  device.name.clear();
+  device.device = 1;
+  EXPECT_THROW(router::addReplayDevice(root(), device), DeviceError);
+  EXPECT_FALSE(fs::exists(directory_ / "etc"));
+}
+
+TEST_F(ReplaySourceTest, PlaysEveryReportInOrderThenGoesAway) {
+  ReplayDevice device;
+  device.recording = recording_;
+  device.speed.maximum = true;
+  const auto opened = open(router::addReplayDevice(root(), device));
+  ASSERT_NE(opened, nullptr);
+  EXPECT_TRUE(opened->waitsForReaders());
+  EXPECT_EQ(opened->reportDescriptor().size(), 17U);
+  const router::StopSignal stop;
+  std::span<const std::uint8_t> report;
+  for (const std::uint8_t expected : {1, 2, 3}) {
+    ASSERT_EQ(opened->next(stop, &report), OpenDevice::Next::Report);
+    EXPECT_THAT(report, ElementsAre(expected));
+  }
+  EXPECT_EQ(opened->next(stop, &report), OpenDevice::Next::Gone);
+  EXPECT_EQ(opened->next(stop, &report), OpenDevice::Next::Gone);
+}
+
+TEST_F(ReplaySourceTest, RepeatBeginsAgain) {
+  ReplayDevice device;
+  device.recording = recording_;
+  device.repeat = true;
+  const auto opened = open(router::addReplayDevice(root(), device));
+  EXPECT_FALSE(opened->waitsForReaders());
+  const router::StopSignal stop;
+  std::span<const std::uint8_t> report;
+  for (const std::uint8_t expected : {1, 2, 3, 1, 2, 3, 1}) {
+    ASSERT_EQ(opened->next(stop, &report), OpenDevice::Next::Report);
+    EXPECT_THAT(report, ElementsAre(expected));
+  }
+}
+
+TEST_F(ReplaySourceTest, ARecordingWithoutReportsGoesAwayAtOnceEvenIfRepeated) {
+  ReplayDevice device;
+  device.recording = write("empty.hid", "R: 1 c0\n");
+  device.repeat = true;
+  EXPECT_THROW(router::addReplayDevice(root(), device),
+               DeviceError);  // c0: a collection ends that never began
+  device.recording = write("empty.hid", "R: 2 05 01\n");
+  const auto opened = open(router::addReplayDevice(root(), device));
+  const router::StopSignal stop;
+  std::span<const std::uint8_t> report;
+  EXPECT_EQ(opened->next(stop, &report), OpenDevice::Next::Gone);
+}
+
+TEST_F(ReplaySourceTest, AStopEndsAWaitOfAnyLength) {
+  ReplayDevice device;
+  device.recording = write("slow.hid", "R: 2 05 01\nE: 0.0 1 01\nE: 9999999.0 1 02\n");
+  const auto opened = open(router::addReplayDevice(root(), device));
+  router::StopSignal stop;
+  std::span<const std::uint8_t> report;
+  ASSERT_EQ(opened->next(stop, &report), OpenDevice::Next::Report);
+  std::thread stopper([&] { stop.raise(); });
+  EXPECT_EQ(opened->next(stop, &report), OpenDevice::Next::Stopped);
+  stopper.join();
+}
+
+TEST_F(ReplaySourceTest, ARecordingThatVanishedIsAnErrorWithItsCode) {
+  ReplayDevice device;
+  device.recording = write("gone.hid", kRecording);
+  const std::uint64_t id = router::addReplayDevice(root(), device);
+  fs::remove(device.recording);
+  EXPECT_EQ(open(id), nullptr);  // it is not even listed any more
+  write("gone.hid", "R: 2 05 01\nE: 0.0 1 01\nE: broken\n");
+  try {
+    open(id);
+    FAIL();
+  } catch (const DeviceError& error) {
+    EXPECT_THAT(error.what(), HasSubstr("gone.hid:3: the time is no number of seconds"));
+  }
+}
+
+ReplaySchedule schedule(const std::string& times, double speed) {
+  std::string text = "R: 2 05 01\n";
+  std::istringstream words(times);
+  for (std::string time; words >> time;) text += "E: " + time + " 1 00\n";
+  return {Recording::parse(text, "a.hid"), speed};
+}
+
+TEST(ReplaySchedule, FollowsTheRecordingsClockFromItsFirstReport) {
+  const auto s = schedule("100.5 100.51 102.0", 1);
+  EXPECT_EQ(s.due(0), microseconds(0));
+  EXPECT_EQ(s.due(1), milliseconds(10));
+  EXPECT_EQ(s.due(2), milliseconds(1500));
+  EXPECT_EQ(s.period(), milliseconds(1508));
+}
+
+TEST(ReplaySchedule, IsScaled) {
+  EXPECT_EQ(schedule("0.0 1.0", 4).due(1), milliseconds(250));
+  EXPECT_EQ(schedule("0.0 1.0", 0.5).due(1), milliseconds(2000));
+}
+
+TEST(ReplaySchedule, WhereTheClockSaysNothingTheUsualIntervalPasses) {
+  const auto untimed = schedule("0 0 0", 1);
+  EXPECT_EQ(untimed.due(1), milliseconds(8));
+  EXPECT_EQ(untimed.due(2), milliseconds(16));
+  EXPECT_EQ(untimed.period(), milliseconds(24));
+  const auto restarts = schedule("5.0 5.1 0.0 0.1", 1);
+  EXPECT_EQ(restarts.due(2), milliseconds(108));
+  EXPECT_EQ(restarts.due(3), milliseconds(208));
+  // Two reports of one moment in a recording that has times are of one moment.
+  EXPECT_EQ(schedule("5.0 5.0 5.1", 1).due(1), microseconds(0));
+}
+
+TEST(ReplaySchedule, ImpossibleTimesDoNotOverflow) {
+  std::string times;
+  for (int i = 0; i < 1000; ++i) times += "0.0 10000000000.0 ";
+  const auto s = schedule(times, 0.001);
+  EXPECT_GT(s.due(1999), std::chrono::hours(24 * 365 * 99));
+  EXPECT_GE(s.period(), s.due(1999));
+}
+
+TEST(ReplaySpeed, IsMaxOrANumber) {
+  EXPECT_EQ(ReplaySpeed::parse("max"), (ReplaySpeed{1, true}));
+  EXPECT_EQ(ReplaySpeed::parse("1"), (ReplaySpeed{1, false}));
+  EXPECT_EQ(ReplaySpeed::parse("0.25"), (ReplaySpeed{0.25, false}));
+  EXPECT_EQ(ReplaySpeed::parse("1000"), (ReplaySpeed{1000, false}));
+  for (const char* wrong :
+       {"", "0", "-1", "1001", "0.0001", "fast", "1x", "nan", "inf", "1e2", " 1"}) {
+    EXPECT_EQ(ReplaySpeed::parse(wrong), std::nullopt) << wrong;
+  }
+  for (const double factor : {0.001, 0.1, 1.0, 2.5, 1000.0}) {
+    EXPECT_EQ(ReplaySpeed::parse(ReplaySpeed{factor, false}.text()), (ReplaySpeed{factor, false}));
+  }
+  EXPECT_EQ((ReplaySpeed{1, true}.text()), "max");
+}
+
+}  // namespace

@@ -1,0 +1,475 @@
+#include "router/RoutedDevice.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <deque>
+#include <thread>
+
+#include "HexBytes.h"
+#include "platform/foundation/Format.h"
+#include "platform/foundation/NSNumber.h"
+#include "platform/foundation/NSString.h"
+#include "router/RouterErrors.h"
+
+namespace {
+
+using platform::KQHIDDeviceElementValue;
+using platform::NSArray;
+using platform::NSData;
+using platform::NSDictionary;
+using platform::NSNumber;
+using router::DeviceDescription;
+using router::DeviceError;
+using router::DeviceMode;
+using router::IOReturn;
+using router::OpenDevice;
+using router::ReportSink;
+using router::RoutedDevice;
+using router::StopSignal;
+using router::Subscription;
+using router::UsageFilter;
+using std::chrono::milliseconds;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr std::chrono::seconds kPatience{30};
+
+/// What a test feeds a device with. Outlives the device.
+class Feed {
+ public:
+  Feed() : descriptor_(::eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE)) {}
+  Feed(const Feed&) = delete;
+  Feed& operator=(const Feed&) = delete;
+  ~Feed() { ::close(descriptor_); }
+
+  void report(const std::string& hex) { push({OpenDevice::Next::Report, bytes(hex)}); }
+  void goAway() { push({OpenDevice::Next::Gone, {}}); }
+  void fail() { push({OpenDevice::Next::Stopped, {}}); }
+
+  struct Step {
+    OpenDevice::Next next;
+    std::vector<std::uint8_t> report;
+  };
+  /// Nothing once the signal is raised.
+  std::optional<Step> take(const StopSignal& stop) {
+    std::array<pollfd, 2> polls{pollfd{stop.descriptor(), POLLIN, 0},
+                                pollfd{descriptor_, POLLIN, 0}};
+    ::poll(polls.data(), polls.size(), -1);
+    if (stop.isRaised()) return std::nullopt;
+    std::uint64_t one = 0;
+    EXPECT_EQ(::read(descriptor_, &one, sizeof one), static_cast<ssize_t>(sizeof one));
+    const std::lock_guard lock(mutex_);
+    Step step = steps_.front();
+    steps_.pop_front();
+    return step;
+  }
+
+ private:
+  void push(Step step) {
+    {
+      const std::lock_guard lock(mutex_);
+      steps_.push_back(std::move(step));
+    }
+    const std::uint64_t one = 1;
+    EXPECT_EQ(::write(descriptor_, &one, sizeof one), static_cast<ssize_t>(sizeof one));
+  }
+
+  const int descriptor_;
+  std::mutex mutex_;
+  std::deque<Step> steps_;
+};
+
+class FedDevice final : public OpenDevice {
+ public:
+  FedDevice(Feed* feed, std::vector<std::uint8_t> descriptor, bool waits)
+      : feed_(feed), reportDescriptor_(std::move(descriptor)), waits_(waits) {}
+  [[nodiscard]] const std::vector<std::uint8_t>& reportDescriptor() const override {
+    return reportDescriptor_;
+  }
+  [[nodiscard]] bool waitsForReaders() const override { return waits_; }
+  Next next(const StopSignal& stop, std::span<const std::uint8_t>* returnReport) override {
+    auto step = feed_->take(stop);
+    if (!step) return Next::Stopped;
+    if (step->next == Next::Stopped) throw std::runtime_error("the cable is cut");
+    report_ = std::move(step->report);
+    *returnReport = report_;
+    return step->next;
+  }
+
+ private:
+  Feed* const feed_;
+  const std::vector<std::uint8_t> reportDescriptor_;
+  const bool waits_;
+  std::vector<std::uint8_t> report_;
+};
+
+/// A client that notes what comes, as "report 01: 9/1=1 9/2=0", and whose appetite the test sets.
+class NotingSink final : public ReportSink {
+ public:
+  void send(const std::shared_ptr<NSData>& report, std::uint32_t reportID,
+            const std::shared_ptr<NSArray>& values) override {
+    std::string line = "report " + std::to_string(reportID);
+    for (const std::uint8_t byte : report->span())
+      line += platform::stringWithFormat(" %02x", byte);
+    if (values != nullptr) {
+      line += ":";
+      values->enumerateObjects([&](const std::shared_ptr<platform::NSObject>& member) {
+        const auto value = platform::objectCast<KQHIDDeviceElementValue>(member);
+        line += platform::stringWithFormat(" %u/%u=%lld", value->hidUsagePage(), value->hidUsage(),
+                                           value->integerValue());
+      });
+    }
+    const std::lock_guard lock(mutex_);
+    lines_.push_back(line);
+    changed_.notify_all();
+  }
+  [[nodiscard]] std::size_t unsentBytes() const override {
+    const std::lock_guard lock(mutex_);
+    return unsent_;
+  }
+  bool waitUntilUnsentBelow(std::size_t bytes, milliseconds limit) override {
+    std::unique_lock lock(mutex_);
+    ++waits_;
+    changed_.notify_all();
+    return changed_.wait_for(lock, limit, [&] { return unsent_ < bytes; });
+  }
+  void sayFarewell() override {
+    const std::lock_guard lock(mutex_);
+    ++farewells_;
+    changed_.notify_all();
+  }
+
+  void setUnsent(std::size_t bytes) {
+    const std::lock_guard lock(mutex_);
+    unsent_ = bytes;
+    changed_.notify_all();
+  }
+  std::vector<std::string> linesOnceThereAre(std::size_t count) {
+    await([&] { return lines_.size() >= count; });
+    return lines();
+  }
+  std::vector<std::string> lines() {
+    const std::lock_guard lock(mutex_);
+    return lines_;
+  }
+  void awaitFarewell() {
+    await([&] { return farewells_ > 0; });
+  }
+  void awaitWaits(int count) {
+    await([&] { return waits_ >= count; });
+  }
+  int farewells() {
+    const std::lock_guard lock(mutex_);
+    return farewells_;
+  }
+
+ private:
+  template <class Condition>
+  void await(Condition condition) {
+    std::unique_lock lock(mutex_);
+    ASSERT_TRUE(changed_.wait_for(lock, kPatience, condition));
+  }
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<std::string> lines_;
+  std::size_t unsent_ = 0;
+  int farewells_ = 0;
+  int waits_ = 0;
+};
+
+struct Client {
+  explicit Client(DeviceMode mode = DeviceMode::Shared, UsageFilter filter = {})
+      : subscription(std::make_shared<Subscription>(sink, std::move(filter), mode)) {}
+  std::shared_ptr<NotingSink> sink = std::make_shared<NotingSink>();
+  std::shared_ptr<Subscription> subscription;
+};
+
+class RoutedDeviceTest : public testing::Test {
+ protected:
+  // Two buttons, six bits of padding, one byte of X; report 7.
+  static constexpr const char* kDescriptor =
+      "85 07 05 09 19 01 29 02 15 00 25 01 75 01 95 02 81 02 75 06 95 01 81 03"
+      "  05 01 09 30 15 81 25 7f 75 08 95 01 81 06";
+
+  std::unique_ptr<RoutedDevice> device(milliseconds grace = milliseconds(0)) {
+    return std::make_unique<RoutedDevice>(
+        DeviceDescription{0x100000001, "Mouse", 3, 1, 2, "test"},
+        [this]() -> std::unique_ptr<OpenDevice> {
+          ++opened_;
+          if (onOpen_) return onOpen_();
+          return std::make_unique<FedDevice>(&feed_, bytes(kDescriptor), waits_);
+        },
+        [this](std::string_view line) {
+          const std::lock_guard lock(logMutex_);
+          log_.emplace_back(line);
+        },
+        grace);
+  }
+  static void enter(RoutedDevice& device, const Client& client) {
+    ASSERT_EQ(device.admit(client.subscription), nullptr);
+    device.begin(client.subscription);
+  }
+  static std::int64_t refusal(RoutedDevice& device, const Client& client) {
+    const auto error = device.admit(client.subscription);
+    return error == nullptr ? 0 : error->code();
+  }
+  std::vector<std::string> log() {
+    const std::lock_guard lock(logMutex_);
+    return log_;
+  }
+
+  Feed feed_;
+  bool waits_ = false;
+  std::atomic<int> opened_{0};
+  std::function<std::unique_ptr<OpenDevice>()> onOpen_;
+  std::mutex logMutex_;
+  std::vector<std::string> log_;
+};
+
+TEST_F(RoutedDeviceTest, EveryClientGetsEachReportWithItsValues) {
+  const auto d = device();
+  Client a;
+  Client b;
+  enter(*d, a);
+  enter(*d, b);
+  feed_.report("07 02 ff");
+  feed_.report("07 01");  // too short for X
+  feed_.report("09 55");  // no such report
+  for (Client* client : {&a, &b}) {
+    EXPECT_THAT(client->sink->linesOnceThereAre(3),
+                ElementsAre("report 7 07 02 ff: 9/1=0 9/2=1 1/48=-1", "report 7 07 01: 9/1=1 9/2=0",
+                            "report 9 09 55"));
+    EXPECT_EQ(client->subscription->delivered(), 3U);
+    EXPECT_EQ(client->subscription->lost(), 0U);
+    d->remove(client->subscription);
+  }
+  EXPECT_EQ(opened_, 1);
+}
+
+TEST_F(RoutedDeviceTest, AFilterLimitsTheValuesButNotTheReports) {
+  const auto d = device();
+  const auto tags = NSDictionary::dictionaryWithEntries(
+      {{NSNumber::numberWithUnsignedLongLong(1 << 16 | 0x30), platform::str("x")}});
+  Client filtered(DeviceMode::Shared, UsageFilter(tags));
+  Client plain;
+  enter(*d, filtered);
+  enter(*d, plain);
+  feed_.report("07 02 05");
+  feed_.report("07 01");
+  EXPECT_THAT(filtered.sink->linesOnceThereAre(2),
+              ElementsAre("report 7 07 02 05: 1/48=5", "report 7 07 01"));
+  EXPECT_THAT(plain.sink->linesOnceThereAre(2),
+              ElementsAre("report 7 07 02 05: 9/1=0 9/2=1 1/48=5", "report 7 07 01: 9/1=1 9/2=0"));
+  d->remove(filtered.subscription);
+  d->remove(plain.subscription);
+}
+
+TEST_F(RoutedDeviceTest, NothingComesBeforeTheBeginningOrAfterTheEnd) {
+  const auto d = device();
+  Client early;
+  Client late;
+  // The one that waits has the first place: it is passed over before the other gets the report.
+  ASSERT_EQ(d->admit(late.subscription), nullptr);
+  enter(*d, early);
+  feed_.report("07 01");
+  early.sink->linesOnceThereAre(1);
+  d->begin(late.subscription);
+  feed_.report("07 02");
+  early.sink->linesOnceThereAre(2);
+  late.sink->linesOnceThereAre(1);
+  d->remove(early.subscription);
+  feed_.report("07 03");
+  EXPECT_THAT(late.sink->linesOnceThereAre(2),
+              ElementsAre("report 7 07 02: 9/1=0 9/2=1", "report 7 07 03: 9/1=1 9/2=1"));
+  EXPECT_EQ(early.sink->lines().size(), 2U);
+  d->remove(late.subscription);
+}
+
+TEST_F(RoutedDeviceTest, IsOpenedAnewEachTimeItsClientsGoFromNoneToOne) {
+  const auto d = device();
+  Client a;
+  Client b;
+  EXPECT_EQ(opened_, 0);
+  enter(*d, a);
+  enter(*d, b);
+  EXPECT_EQ(opened_, 1);
+  d->remove(a.subscription);
+  d->remove(b.subscription);
+  d->remove(b.subscription);  // has no place any more: nothing
+  enter(*d, a);
+  EXPECT_EQ(opened_, 2);
+  feed_.report("07 01");
+  a.sink->linesOnceThereAre(1);
+  EXPECT_THAT(b.sink->lines(), IsEmpty());
+  d->remove(a.subscription);
+}
+
+TEST_F(RoutedDeviceTest, AnExclusiveClientIsAlone) {
+  const auto d = device();
+  Client shared;
+  Client exclusive(DeviceMode::Exclusive);
+  Client second(DeviceMode::Exclusive);
+  enter(*d, shared);
+  EXPECT_EQ(refusal(*d, exclusive), -536870203);
+  d->remove(shared.subscription);
+  enter(*d, exclusive);
+  EXPECT_EQ(refusal(*d, shared), -536870203);
+  EXPECT_EQ(refusal(*d, second), -536870203);
+  const auto error = d->admit(shared.subscription);
+  EXPECT_EQ(error->domain()->UTF8String(), "HIDEventRouterDomain");
+  EXPECT_EQ(error->userInfo()->objectForKey(platform::NSLocalizedDescriptionKey)->description(),
+            "the device \"Mouse\" is in use by another client");
+  d->remove(exclusive.subscription);
+  enter(*d, shared);
+  d->remove(shared.subscription);
+}
+
+TEST_F(RoutedDeviceTest, AClientThatIsAboutToLeaveIsWaitedFor) {
+  const auto d = device(std::chrono::duration_cast<milliseconds>(kPatience));
+  Client leaving(DeviceMode::Exclusive);
+  Client coming(DeviceMode::Exclusive);
+  enter(*d, leaving);
+  std::thread other([&] { d->remove(leaving.subscription); });
+  EXPECT_EQ(refusal(*d, coming), 0);
+  other.join();
+  d->begin(coming.subscription);
+  feed_.report("07 01");
+  coming.sink->linesOnceThereAre(1);
+  d->remove(coming.subscription);
+}
+
+TEST_F(RoutedDeviceTest, WhenItGoesAwayEveryoneIsToldAndItStaysAway) {
+  const auto d = device();
+  Client a;
+  Client b;
+  Client placed;
+  enter(*d, a);
+  enter(*d, b);
+  ASSERT_EQ(d->admit(placed.subscription), nullptr);
+  feed_.report("07 01");
+  feed_.goAway();
+  for (Client* client : {&a, &b, &placed}) {
+    client->sink->awaitFarewell();
+    EXPECT_EQ(client->sink->farewells(), 1);
+  }
+  EXPECT_EQ(a.sink->lines().size(), 1U);
+  Client late;
+  EXPECT_EQ(refusal(*d, late), -536870208);
+  for (Client* client : {&a, &b, &placed}) d->remove(client->subscription);
+  EXPECT_EQ(refusal(*d, late), -536870208);
+  EXPECT_EQ(opened_, 1);
+  EXPECT_THAT(log(), ElementsAre("device 0x100000001 (Mouse) has gone away"));
+}
+
+TEST_F(RoutedDeviceTest, ADeviceThatFailsGoesAway) {
+  const auto d = device();
+  Client a;
+  enter(*d, a);
+  feed_.fail();
+  a.sink->awaitFarewell();
+  EXPECT_THAT(log(), ElementsAre("device 0x100000001: the cable is cut",
+                                 "device 0x100000001 (Mouse) has gone away"));
+  d->remove(a.subscription);
+}
+
+TEST_F(RoutedDeviceTest, WhatCannotBeOpenedIsAnsweredWithItsReasonAndMayBeTriedAgain) {
+  const auto d = device();
+  Client client(DeviceMode::Exclusive);
+  onOpen_ = []() -> std::unique_ptr<OpenDevice> {
+    throw DeviceError("a.hid: cannot be read", std::make_error_code(std::errc::permission_denied));
+  };
+  EXPECT_EQ(refusal(*d, client), -536870174);
+  onOpen_ = []() -> std::unique_ptr<OpenDevice> { throw DeviceError("a.hid:3: nonsense"); };
+  EXPECT_EQ(refusal(*d, client), -536870198);
+  onOpen_ = [] { return nullptr; };
+  EXPECT_EQ(refusal(*d, client), -536870208);
+  onOpen_ = [this] { return std::make_unique<FedDevice>(&feed_, bytes("c0"), false); };
+  const auto error = d->admit(client.subscription);
+  ASSERT_NE(error, nullptr);
+  EXPECT_EQ(error->code(), -536870198);
+  EXPECT_THAT(error->description(), HasSubstr("offset 0: a collection ends that was not begun"));
+  onOpen_ = nullptr;
+  enter(*d, client);
+  feed_.report("07 01");
+  client.sink->linesOnceThereAre(1);
+  d->remove(client.subscription);
+}
+
+TEST_F(RoutedDeviceTest, AReaderThatIsTooSlowLosesReportsThatAreCounted) {
+  const auto d = device();
+  Client slow;
+  Client quick;
+  enter(*d, slow);
+  enter(*d, quick);
+  feed_.report("07 01");
+  slow.sink->linesOnceThereAre(1);
+  quick.sink->linesOnceThereAre(1);
+  slow.sink->setUnsent(Subscription::kLossLimit + 1);
+  feed_.report("07 02");
+  feed_.report("07 03");
+  quick.sink->linesOnceThereAre(3);
+  // The quick one comes behind the slow one, so both losses are counted by now.
+  EXPECT_EQ(slow.subscription->lost(), 2U);
+  slow.sink->setUnsent(Subscription::kLossLimit);
+  feed_.report("07 00");
+  EXPECT_THAT(slow.sink->linesOnceThereAre(2),
+              ElementsAre("report 7 07 01: 9/1=1 9/2=0", "report 7 07 00: 9/1=0 9/2=0"));
+  quick.sink->linesOnceThereAre(4);
+  EXPECT_EQ(quick.subscription->lost(), 0U);
+  EXPECT_EQ(quick.subscription->delivered(), 4U);
+  EXPECT_EQ(slow.subscription->delivered(), 2U);
+  d->remove(slow.subscription);
+  d->remove(quick.subscription);
+}
+
+TEST_F(RoutedDeviceTest, ADeviceThatWaitsForItsReadersLosesNothing) {
+  waits_ = true;
+  const auto d = device();
+  Client client;
+  client.sink->setUnsent(Subscription::kLossLimit + 1);
+  enter(*d, client);
+  feed_.report("07 01");
+  feed_.report("07 02");
+  client.sink->awaitWaits(2);  // it has looked twice and still waits
+  EXPECT_THAT(client.sink->lines(), IsEmpty());
+  client.sink->setUnsent(0);
+  EXPECT_EQ(client.sink->linesOnceThereAre(2).size(), 2U);
+  EXPECT_EQ(client.subscription->lost(), 0U);
+  d->remove(client.subscription);
+}
+
+TEST_F(RoutedDeviceTest, AClientThatLeavesIsNotWaitedFor) {
+  waits_ = true;
+  const auto d = device();
+  Client stuck;
+  Client other;
+  stuck.sink->setUnsent(Subscription::kLossLimit + 1);
+  enter(*d, stuck);
+  enter(*d, other);
+  feed_.report("07 01");
+  stuck.sink->awaitWaits(1);
+  EXPECT_THAT(other.sink->lines(), IsEmpty());
+  d->remove(stuck.subscription);
+  other.sink->linesOnceThereAre(1);
+  EXPECT_THAT(stuck.sink->lines(), IsEmpty());
+  d->remove(other.subscription);
+}
+
+TEST_F(RoutedDeviceTest, ItMayBeDestroyedWhileItIsRead) {
+  Client client;
+  {
+    const auto d = device();
+    enter(*d, client);
+    feed_.report("07 01");
+    client.sink->linesOnceThereAre(1);
+  }
+  EXPECT_EQ(client.sink->farewells(), 0);
+}
+
+}  // namespace
