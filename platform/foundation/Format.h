@@ -25,6 +25,10 @@ FormatArgument formatArgument(const T& value) {
   using V = std::decay_t<T>;
   if constexpr (std::is_same_v<V, std::nullptr_t>) {
     return std::shared_ptr<NSObject>();
+  } else if constexpr (std::is_same_v<V, const char*> || std::is_same_v<V, char*>) {
+    const char* const text = value;
+    if (text == nullptr) return std::shared_ptr<NSObject>();
+    return std::string(text);
   } else if constexpr (std::is_convertible_v<V, std::string_view>) {
     return std::string(std::string_view(value));
   } else if constexpr (std::is_floating_point_v<V>) {

@@ -8,11 +8,12 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <span>
 #include <stdexcept>
+#include <utility>
 
 #include "platform/foundation/NSObject.h"
+#include "platform/foundation/TrailingStorage.h"
 
 namespace platform {
 
@@ -29,9 +30,15 @@ class NSData final : public NSObject {
   static const NSClass& classObject();
   /// Copies `bytes`.
   static std::shared_ptr<NSData> dataWithBytes(std::span<const std::uint8_t> bytes);
-  /// One allocation of `length` bytes, filled by `fill` (called once, with exactly that many bytes, before the object
-  /// can be seen by anybody else).
-  static std::shared_ptr<NSData> dataWithLength(std::size_t length, const std::function<void(std::span<std::uint8_t>)>& fill);
+  /// One allocation for the object and `length` bytes, filled by `fill`, a callable that takes a std::span<std::uint8_t>
+  /// (called once, with exactly that many uninitialised bytes, before the object can be seen by anybody else).
+  template <class Fill>
+  static std::shared_ptr<NSData> dataWithLength(std::size_t length, Fill&& fill) {
+    TrailingStorage storage{length};
+    auto data = std::allocate_shared<NSData>(TrailingAllocator<NSData>(storage), storage);
+    std::forward<Fill>(fill)(std::span(reinterpret_cast<std::uint8_t*>(storage.begin), length));
+    return data;
+  }
   /// The whole file, or null when it cannot be read, is no regular file, changes its size to smaller while it is read, or
   /// for a null path. Goes through the foundation provider (FoundationProvider.h), so a scripted platform can answer.
   static std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path);
@@ -50,9 +57,15 @@ class NSData final : public NSObject {
   /// "{length = 4, bytes = 0x01020304}"; more than 24 bytes are shortened to the first 16 and the last 8, in groups of
   /// four: "{length = 32, bytes = 0x00010203 04050607 08090a0b 0c0d0e0f ... 18191a1b 1c1d1e1f }".
   [[nodiscard]] std::string description() const override;
+  /// Stands unquoted inside a collection.
+  [[nodiscard]] std::string descriptionWithIndent(std::size_t indent) const override;
 
   /// A view on bytes that outlive this object, for a member of their owner only. Everybody else uses a factory.
   explicit NSData(std::span<const std::uint8_t> view) : bytes_(view.data()), length_(view.size()) {}
+
+  /// The bytes behind the object in its own block; for dataWithLength.
+  explicit NSData(const TrailingStorage& storage)
+      : bytes_(reinterpret_cast<const std::uint8_t*>(storage.begin)), length_(storage.size) {}
 
  private:
   const std::uint8_t* const bytes_;

@@ -4,6 +4,7 @@
 //   later value wins and keeps the earlier place.
 #pragma once
 
+#include <cstdint>
 #include <string_view>
 #include <utility>
 #include <vector>

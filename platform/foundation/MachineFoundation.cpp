@@ -1,0 +1,103 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <new>
+
+#include "platform/foundation/FoundationProvider.h"
+#include "platform/foundation/NSBundle.h"
+#include "platform/foundation/PropertyListCoding.h"
+#include "platform/foundation/StandardError.h"
+
+namespace platform {
+namespace {
+
+// No executable or property list of this system comes near; a sparse file of terabytes must not
+// become an allocation.
+constexpr off_t kLargestFile = off_t{1} << 30;
+
+class OpenFile {
+ public:
+  // Non-blocking, so that a FIFO in the file's place cannot hang the caller before it is seen for
+  // what it is.
+  explicit OpenFile(const char* path)
+      : descriptor_(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {}
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+  ~OpenFile() {
+    if (descriptor_ >= 0) ::close(descriptor_);
+  }
+
+  /// The size of a regular file of bounded size, or −1.
+  [[nodiscard]] off_t size() const {
+    struct stat status {};
+    if (descriptor_ < 0 || ::fstat(descriptor_, &status) != 0) return -1;
+    return S_ISREG(status.st_mode) && status.st_size <= kLargestFile ? status.st_size : -1;
+  }
+
+  [[nodiscard]] bool readWhole(std::span<std::uint8_t> room) const {
+    while (!room.empty()) {
+      const ssize_t got = ::read(descriptor_, room.data(), room.size());
+      if (got > 0) {
+        room = room.subspan(static_cast<std::size_t>(got));
+      } else if (got == 0 || errno != EINTR) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+ private:
+  const int descriptor_;
+};
+
+class MachineFoundation final : public FoundationProvider {
+ public:
+  std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path) override {
+    const std::string& name = path->UTF8String();
+    if (name.find('\0') != std::string::npos) return nullptr;
+    const OpenFile file(name.c_str());
+    const off_t size = file.size();
+    if (size < 0) return nullptr;
+    bool whole = false;
+    try {
+      auto data = NSData::dataWithLength(
+          static_cast<std::size_t>(size),
+          [&](std::span<std::uint8_t> room) { whole = file.readWhole(room); });
+      return whole ? data : nullptr;
+    } catch (const std::bad_alloc&) {
+      return nullptr;
+    }
+  }
+
+  std::shared_ptr<NSString> mainBundlePath() override {
+    std::error_code error;
+    const auto executable = std::filesystem::read_symlink("/proc/self/exe", error);
+    return error ? nullptr : NSString::stringWithUTF8(bundlePathForExecutable(executable.native()));
+  }
+
+  std::shared_ptr<NSObject> propertyListWithData(const std::shared_ptr<NSData>& data,
+                                                 NSPropertyListFormat* returnFormat,
+                                                 std::shared_ptr<NSError>* returnError) override {
+    return readPropertyList(*data, returnFormat, returnError);
+  }
+
+  std::shared_ptr<NSNotificationCenter> defaultCenter() override { return center_; }
+
+  void log(std::string_view text) override { writeLineToStandardError(text); }
+
+ private:
+  const std::shared_ptr<NSNotificationCenter> center_ = NSNotificationCenter::center();
+};
+
+}  // namespace
+
+std::shared_ptr<FoundationProvider> machineFoundationProvider() {
+  static const auto& provider =
+      *new std::shared_ptr<FoundationProvider>(std::make_shared<MachineFoundation>());
+  return provider;
+}
+
+}  // namespace platform

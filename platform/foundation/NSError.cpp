@@ -1,0 +1,58 @@
+#include "platform/foundation/NSError.h"
+
+#include <functional>
+
+namespace platform {
+namespace {
+
+/// No user info and an empty one say the same.
+const NSDictionary* contents(const std::shared_ptr<NSDictionary>& userInfo) {
+  return userInfo && userInfo->count() > 0 ? userInfo.get() : nullptr;
+}
+
+template <class T>
+bool bothNullOrEqual(const T* a, const T* b) {
+  return a == b || (a != nullptr && a->isEqual(b));
+}
+
+}  // namespace
+
+const NSClass& NSError::classObject() {
+  static const NSClass object{"NSError", &NSObject::classObject()};
+  return object;
+}
+
+std::shared_ptr<NSError> NSError::errorWithDomain_code_userInfo(
+    const std::shared_ptr<NSString>& domain, std::int64_t code,
+    const std::shared_ptr<NSDictionary>& userInfo) {
+  return std::make_shared<NSError>(domain, code, userInfo);
+}
+
+bool NSError::isEqual(const NSObject* other) const {
+  if (this == other) return true;
+  const auto* error = dynamic_cast<const NSError*>(other);
+  return error != nullptr && error->code_ == code_ &&
+         bothNullOrEqual(domain_.get(), error->domain_.get()) &&
+         bothNullOrEqual(contents(userInfo_), contents(error->userInfo_));
+}
+
+std::size_t NSError::hash() const {
+  return (domain_ ? domain_->hash() : 0) ^ std::hash<std::int64_t>{}(code_);
+}
+
+std::string NSError::description() const {
+  const NSDictionary* info = contents(userInfo_);
+  const auto reason =
+      info ? objectCast<NSString>(info->objectForKey(NSLocalizedDescriptionKey)) : nullptr;
+  std::string text = "Error Domain=" + descriptionOf(domain_) + " Code=" + std::to_string(code_) +
+                     " \"" + descriptionOf(reason) + "\"";
+  if (info == nullptr) return text;
+  std::string_view separator = " UserInfo={";
+  for (const auto& [key, value] : info->entries()) {
+    text.append(separator).append(key->description()).append("=").append(value->description());
+    separator = ", ";
+  }
+  return text + "}";
+}
+
+}  // namespace platform

@@ -1,0 +1,91 @@
+#include "platform/foundation/NSString.h"
+
+#include <cstring>
+
+#include "platform/foundation/Text.h"
+
+namespace platform {
+namespace {
+
+/// The number of bytes of the well-formed sequence at the start of `bytes`, or 0.
+std::size_t sequenceLength(std::string_view bytes) {
+  const auto at = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
+  const auto continues = [&](std::size_t i) { return i < bytes.size() && (at(i) & 0xC0) == 0x80; };
+  const unsigned lead = at(0);
+  if (lead < 0x80) return 1;
+  if (lead < 0xC2) return 0;
+  if (!continues(1)) return 0;
+  if (lead < 0xE0) return 2;
+  if (!continues(2)) return 0;
+  if (lead == 0xE0 && at(1) < 0xA0) return 0;
+  if (lead == 0xED && at(1) > 0x9F) return 0;
+  if (lead < 0xF0) return 3;
+  if (!continues(3)) return 0;
+  if (lead == 0xF0 && at(1) < 0x90) return 0;
+  if (lead == 0xF4 && at(1) > 0x8F) return 0;
+  return lead <= 0xF4 ? 4 : 0;
+}
+
+std::string_view withoutTrailingSlashes(std::string_view path) {
+  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+  return path;
+}
+
+}  // namespace
+
+bool isValidUTF8(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const std::size_t length = sequenceLength(bytes);
+    if (length == 0) return false;
+    bytes.remove_prefix(length);
+  }
+  return true;
+}
+
+const NSClass& NSString::classObject() {
+  static const NSClass object{"NSString", &NSObject::classObject()};
+  return object;
+}
+
+std::shared_ptr<NSString> NSString::stringWithUTF8String(const char* utf8) {
+  return utf8 == nullptr ? nullptr : stringWithUTF8(std::string_view(utf8, std::strlen(utf8)));
+}
+
+std::shared_ptr<NSString> NSString::stringWithUTF8(std::string_view utf8) {
+  if (!isValidUTF8(utf8)) return nullptr;
+  return std::make_shared<NSString>(Validated{}, std::string(utf8));
+}
+
+std::size_t NSString::length() const {
+  std::size_t units = 0;
+  for (const char c : text_) {
+    const auto byte = static_cast<unsigned char>(c);
+    if ((byte & 0xC0) != 0x80) ++units;
+    if (byte >= 0xF0) ++units;
+  }
+  return units;
+}
+
+std::shared_ptr<NSString> NSString::stringByAppendingPathComponent(
+    const std::shared_ptr<NSString>& component) const {
+  std::string path(withoutTrailingSlashes(text_));
+  std::string_view rest = component ? std::string_view(component->text_) : std::string_view();
+  if (!path.empty()) rest.remove_prefix(std::min(rest.find_first_not_of('/'), rest.size()));
+  if (!path.empty() && path.back() != '/' && !rest.empty()) path += '/';
+  path += withoutTrailingSlashes(rest);
+  return std::make_shared<NSString>(Validated{}, std::move(path));
+}
+
+bool NSString::isEqual(const NSObject* other) const {
+  if (this == other) return true;
+  const auto* string = dynamic_cast<const NSString*>(other);
+  return string != nullptr && string->text_ == text_;
+}
+
+std::size_t NSString::hash() const { return hashOfText(text_); }
+
+std::string NSString::descriptionWithIndent(std::size_t) const { return quotedWhereNeeded(text_); }
+
+std::shared_ptr<NSString> str(std::string_view literal) { return NSString::stringWithUTF8(literal); }
+
+}  // namespace platform

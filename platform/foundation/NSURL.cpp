@@ -1,0 +1,104 @@
+#include "platform/foundation/NSURL.h"
+
+#include <array>
+#include <cstdio>
+#include <optional>
+
+#include "platform/foundation/Text.h"
+
+namespace platform {
+namespace {
+
+constexpr std::string_view kScheme = "file:";
+
+bool isAllowedInPath(char c) {
+  if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
+  return std::string_view("-._~!$&'()*+,=:@/").find(c) != std::string_view::npos;
+}
+
+std::string percentEncoded(std::string_view path) {
+  std::string text;
+  for (const char c : path) {
+    if (isAllowedInPath(c)) {
+      text += c;
+      continue;
+    }
+    std::array<char, 4> escape{};
+    std::snprintf(escape.data(), escape.size(), "%%%02X", static_cast<unsigned char>(c));
+    text += escape.data();
+  }
+  return text;
+}
+
+int hexadecimalDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+std::optional<std::string> percentDecoded(std::string_view text) {
+  std::string bytes;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '%') {
+      bytes += text[i];
+      continue;
+    }
+    const int high = i + 2 < text.size() ? hexadecimalDigit(text[i + 1]) : -1;
+    const int low = i + 2 < text.size() ? hexadecimalDigit(text[i + 2]) : -1;
+    if (high < 0 || low < 0) return std::nullopt;
+    bytes += static_cast<char>(high * 16 + low);
+    i += 2;
+  }
+  return bytes;
+}
+
+bool hasFileScheme(std::string_view text) {
+  if (text.size() < kScheme.size()) return false;
+  for (std::size_t i = 0; i < kScheme.size(); ++i) {
+    const char c = text[i] >= 'A' && text[i] <= 'Z' ? static_cast<char>(text[i] + 32) : text[i];
+    if (c != kScheme[i]) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+const NSClass& NSURL::classObject() {
+  static const NSClass object{"NSURL", &NSObject::classObject()};
+  return object;
+}
+
+std::shared_ptr<NSURL> NSURL::URLWithString(const std::shared_ptr<NSString>& text) {
+  if (!text || text->UTF8String().empty()) return nullptr;
+  return std::make_shared<NSURL>(text);
+}
+
+std::shared_ptr<NSURL> NSURL::fileURLWithPath(const std::shared_ptr<NSString>& path) {
+  if (!path || path->UTF8String().empty()) return nullptr;
+  return URLWithString(str("file://" + percentEncoded(path->UTF8String())));
+}
+
+std::shared_ptr<NSString> NSURL::path() const {
+  std::string_view rest = text_->UTF8String();
+  if (!hasFileScheme(rest)) return nullptr;
+  rest.remove_prefix(kScheme.size());
+  if (rest.starts_with("//")) {
+    const auto slash = rest.find('/', 2);
+    rest.remove_prefix(slash == std::string_view::npos ? rest.size() : slash);
+  }
+  const auto decoded = percentDecoded(rest.substr(0, rest.find_first_of("?#")));
+  return decoded ? NSString::stringWithUTF8(*decoded) : nullptr;
+}
+
+bool NSURL::isEqual(const NSObject* other) const {
+  if (this == other) return true;
+  const auto* url = dynamic_cast<const NSURL*>(other);
+  return url != nullptr && url->text_->isEqual(text_.get());
+}
+
+std::size_t NSURL::hash() const { return hashOfText(text_->UTF8String()); }
+
+std::string NSURL::description() const { return text_->UTF8String(); }
+
+}  // namespace platform

@@ -1,0 +1,53 @@
+// Room for bytes behind an object, in the object's own shared allocation.
+//
+//   TrailingStorage storage{length};
+//   auto object = std::allocate_shared<T>(TrailingAllocator<T>(storage), storage);  // T's constructor sees storage.begin
+//
+// One block holds the reference counts, the object and the bytes: a report costs one malloc and one free.
+//
+// Threading: none of its own. Ownership: the storage lives and dies with the object's block, and is never initialised here;
+//   the TrailingStorage record itself is only read during allocate_shared. Errors: std::bad_alloc. Order: none.
+#pragma once
+
+#include <cstddef>
+#include <limits>
+#include <new>
+
+namespace platform {
+
+struct TrailingStorage {
+  std::size_t size = 0;
+  std::byte* begin = nullptr;  ///< set by the allocation; aligned for any object without extended alignment of up to 8
+};
+
+template <class T>
+class TrailingAllocator {
+ public:
+  using value_type = T;
+  static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+
+  explicit TrailingAllocator(TrailingStorage& storage) : storage_(&storage) {}
+  template <class U>
+  explicit(false) TrailingAllocator(const TrailingAllocator<U>& other) : storage_(other.storage_) {}
+
+  T* allocate(std::size_t count) {
+    constexpr std::size_t limit = std::numeric_limits<std::ptrdiff_t>::max();
+    if (count > limit / sizeof(T) || storage_->size > limit - count * sizeof(T)) throw std::bad_alloc();
+    auto* const block = static_cast<std::byte*>(::operator new(count * sizeof(T) + storage_->size));
+    storage_->begin = block + count * sizeof(T);
+    return reinterpret_cast<T*>(block);
+  }
+  void deallocate(T* block, std::size_t) noexcept { ::operator delete(block); }
+
+  template <class U>
+  bool operator==(const TrailingAllocator<U>&) const {
+    return true;
+  }
+
+ private:
+  template <class>
+  friend class TrailingAllocator;
+  TrailingStorage* storage_;  // dangles once the object is made; only allocate() looks at it
+};
+
+}  // namespace platform
