@@ -1,0 +1,159 @@
+#include "platform/kit/KQHIDDeviceElementValue.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <vector>
+
+#include "platform/foundation/Format.h"
+#include "platform/foundation/NSArray.h"
+#include "platform/foundation/TrailingStorage.h"
+
+namespace platform {
+namespace {
+
+class PackedElementValues;
+
+// A value inside an array's block. The pointers it hands out alias the array, which owns the block.
+class PackedElementValue final : public KQHIDDeviceElementValue {
+ public:
+  PackedElementValue(const HIDElementValueRecord& record, const PackedElementValues& owner)
+      : KQHIDDeviceElementValue(record), owner_(owner), bytes_(record.bytes) {}
+  std::shared_ptr<NSData> bytesValue() const override;
+
+ private:
+  const PackedElementValues& owner_;
+  mutable NSData bytes_;  // immutable itself; handed out through pointers that are not to const
+};
+
+// One block: the array, its values, then their bytes. A change (nobody on the delivery path makes
+// one) moves to a list of places, in which the block's own values stand by number: a pointer to
+// them here would keep the block alive for ever.
+class PackedElementValues final : public NSMutableArray,
+                                  public std::enable_shared_from_this<PackedElementValues> {
+ public:
+  struct Place {
+    std::size_t own = 0;
+    std::shared_ptr<NSObject> other;  // where set, instead of `own`
+  };
+
+  PackedElementValues(std::span<const HIDElementValueRecord> records,
+                      const TrailingStorage& storage)
+      : values_(reinterpret_cast<PackedElementValue*>(storage.begin)) {
+    auto* bytes = reinterpret_cast<std::uint8_t*>(storage.begin +
+                                                  records.size() * sizeof(PackedElementValue));
+    for (const HIDElementValueRecord& record : records) {
+      HIDElementValueRecord own = record;
+      own.bytes = {bytes, record.bytes.size()};
+      if (!record.bytes.empty()) std::memcpy(bytes, record.bytes.data(), record.bytes.size());
+      bytes += record.bytes.size();
+      ::new (static_cast<void*>(values_ + count_)) PackedElementValue(own, *this);
+      ++count_;
+    }
+  }
+  ~PackedElementValues() override { std::destroy_n(values_, count_); }
+
+  std::size_t count() const override { return places_ ? places_->size() : count_; }
+
+  std::shared_ptr<NSObject> objectAtIndex(std::size_t index) const override {
+    if (index >= count()) {
+      throw NSRangeException("index " + std::to_string(index) + " beyond an array of " +
+                             std::to_string(count()));
+    }
+    if (!places_) return own(index);
+    const Place& place = (*places_)[index];
+    return place.other ? place.other : own(place.own);
+  }
+
+  void addObject(const std::shared_ptr<NSObject>& object) override {
+    if (!object) throw std::invalid_argument("an array cannot hold null");
+    places().push_back({0, object});
+    ++mutations_;
+  }
+
+  void removeObjectAtIndex(std::size_t index) override {
+    const auto removed = objectAtIndex(index);
+    places().erase(places().begin() + static_cast<std::ptrdiff_t>(index));
+    ++mutations_;
+  }
+
+  std::shared_ptr<KQHIDDeviceElementValue> own(std::size_t index) const {
+    return {shared_from_this(), values_ + index};
+  }
+
+ protected:
+  std::size_t mutations() const override { return mutations_; }
+
+ private:
+  std::vector<Place>& places() {
+    if (!places_) {
+      places_ = std::make_unique<std::vector<Place>>(count_);
+      for (std::size_t i = 0; i < count_; ++i) (*places_)[i].own = i;
+    }
+    return *places_;
+  }
+
+  PackedElementValue* const values_;
+  std::size_t count_ = 0;
+  std::size_t mutations_ = 0;
+  std::unique_ptr<std::vector<Place>> places_;
+};
+
+std::shared_ptr<NSData> PackedElementValue::bytesValue() const {
+  return {owner_.shared_from_this(), &bytes_};
+}
+
+std::shared_ptr<PackedElementValues> packedElementValues(
+    std::span<const HIDElementValueRecord> records) {
+  static_assert(alignof(PackedElementValue) <= alignof(PackedElementValues));
+  static_assert(sizeof(PackedElementValues) % alignof(PackedElementValue) == 0);
+  TrailingStorage storage{records.size() * sizeof(PackedElementValue)};
+  for (const auto& record : records) {
+    if (record.bytes.size() > std::numeric_limits<std::ptrdiff_t>::max() - storage.size)
+      throw std::bad_alloc();
+    storage.size += record.bytes.size();
+  }
+  return std::allocate_shared<PackedElementValues>(TrailingAllocator<PackedElementValues>(storage),
+                                                   records, storage);
+}
+
+}  // namespace
+
+const NSClass& KQHIDDeviceElementValue::classObject() {
+  static const NSClass object{"KQHIDDeviceElementValue", &NSObject::classObject()};
+  return object;
+}
+
+std::shared_ptr<KQHIDDeviceElementValue> KQHIDDeviceElementValue::elementValue(
+    const HIDElementValueRecord& record) {
+  return packedElementValues({&record, 1})->own(0);
+}
+
+bool KQHIDDeviceElementValue::isEqual(const NSObject* other) const {
+  if (this == other) return true;
+  const auto* value = dynamic_cast<const KQHIDDeviceElementValue*>(other);
+  if (value == nullptr) return false;
+  const HIDElementValueRecord& theirs = value->record_;
+  return record_.reportID == theirs.reportID && record_.usagePage == theirs.usagePage &&
+         record_.usage == theirs.usage && record_.cookie == theirs.cookie &&
+         record_.integerValue == theirs.integerValue &&
+         std::ranges::equal(record_.bytes, theirs.bytes);
+}
+
+std::size_t KQHIDDeviceElementValue::hash() const {
+  return static_cast<std::size_t>(record_.cookie) * 31 +
+         static_cast<std::size_t>(record_.integerValue);
+}
+
+std::string KQHIDDeviceElementValue::description() const {
+  return stringWithFormat(
+      "<KQHIDDeviceElementValue report=%u usage=%u usagePage=%u cookie=%lu value=%ld>",
+      record_.reportID, record_.usage, record_.usagePage, record_.cookie, record_.integerValue);
+}
+
+std::shared_ptr<NSMutableArray> elementValueArray(std::span<const HIDElementValueRecord> records) {
+  return packedElementValues(records);
+}
+
+}  // namespace platform

@@ -1,0 +1,109 @@
+#include "platform/kit/KQLogger.h"
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <mutex>
+
+#include "platform/foundation/StandardError.h"
+
+namespace platform {
+namespace {
+
+constexpr std::uint64_t kDefaultLevel = 4;
+
+std::uint64_t levelFromEnvironment() {
+  const char* const text = ::secure_getenv("KQ_LOG_LEVEL");
+  if (text == nullptr) return kDefaultLevel;
+  std::uint64_t level = 0;
+  const char* const end = text + std::strlen(text);
+  const auto [stopped, error] = std::from_chars(text, end, level);
+  return error == std::errc() && stopped == end && stopped != text ? level : kDefaultLevel;
+}
+
+std::atomic<std::uint64_t>& currentLevel() {
+  static std::atomic<std::uint64_t> level{levelFromEnvironment()};
+  return level;
+}
+
+std::shared_ptr<KQLogSink> standardErrorSink() {
+  return std::make_shared<KQLogSink>(
+      [](const KQLogEntry& entry) { writeLineToStandardError(renderLogEntry(entry)); });
+}
+
+}  // namespace
+
+struct KQLogger::State {
+  mutable std::mutex mutex;
+  std::shared_ptr<KQLogSink> sink = standardErrorSink();
+  std::vector<std::shared_ptr<KQLogModule>> modules;
+};
+
+KQLogger::KQLogger() : state_(std::make_unique<State>()) {}
+
+KQLogger& KQLogger::sharedLogger() {
+  static auto& logger = *new KQLogger();
+  return logger;
+}
+
+std::uint64_t KQLogger::logLevel() {
+  return currentLevel().load(std::memory_order_relaxed);
+}
+void KQLogger::setLogLevel(std::uint64_t level) {
+  currentLevel().store(level, std::memory_order_relaxed);
+}
+
+void KQLogger::send(const KQLogEntry& entry) {
+  std::shared_ptr<KQLogSink> sink;
+  {
+    const std::lock_guard lock(state_->mutex);
+    sink = state_->sink;
+  }
+  try {
+    if (*sink) (*sink)(entry);
+  } catch (const std::exception&) {
+    // A line that cannot be written must not change what the program does.
+    return;
+  }
+}
+
+std::shared_ptr<KQLogSink> KQLogger::setSink(std::shared_ptr<KQLogSink> sink) {
+  if (!sink) sink = standardErrorSink();
+  const std::lock_guard lock(state_->mutex);
+  state_->sink.swap(sink);
+  return sink;
+}
+
+bool KQLogger::addModule(std::shared_ptr<KQLogModule> module) {
+  if (!module) return false;
+  const std::lock_guard lock(state_->mutex);
+  const bool known = std::ranges::any_of(state_->modules, [&](const auto& kept) {
+    return kept->identifier() && kept->identifier()->isEqual(module->identifier());
+  });
+  if (!known) state_->modules.push_back(std::move(module));
+  return !known;
+}
+
+std::vector<std::shared_ptr<KQLogModule>> KQLogger::modules() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->modules;
+}
+
+std::string renderLogEntry(const KQLogEntry& entry) {
+  std::string line = '<' + std::to_string(entry.level) + "> ";
+  line.append(entry.function).append(":").append(std::to_string(entry.sourceLine)).append(" ");
+  if (entry.tags && entry.tags->count() > 0) {
+    line += '[';
+    for (std::size_t i = 0; i < entry.tags->count(); ++i) {
+      if (i > 0) line += ", ";
+      line += entry.tags->objectAtIndex(i)->description();
+    }
+    line += "] ";
+  }
+  return line.append(entry.message);
+}
+
+}  // namespace platform
