@@ -16,6 +16,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "jobd/Daemon.h"
 #include "jobd/DaemonLock.h"
@@ -84,14 +85,16 @@ void goToBackground() {
   ::setsid();
 }
 
-void report(int descriptor, const std::string& cause) {
+/// Says once how the start went; the descriptor's number belongs to somebody else afterwards.
+void report(int& readyDescriptor, const std::string& cause) {
+  const int descriptor = std::exchange(readyDescriptor, -1);
   if (descriptor < 0) return;
   const std::string line = cause.substr(0, cause.find('\n')) + "\n";
   [[maybe_unused]] const ssize_t written = ::write(descriptor, line.data(), line.size());
   ::close(descriptor);
 }
 
-void serve(const Options& options) {
+void serve(Options& options) {
   const platform::SystemRoot root(options.root);
   auto directories = jobd::RootDirectories::open(root);
   const auto lock = jobd::DaemonLock::acquire(directories.run.get());

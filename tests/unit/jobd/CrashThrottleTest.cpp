@@ -1,0 +1,30 @@
+#include "jobd/CrashThrottle.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using jobd::CrashThrottle;
+using std::chrono::milliseconds;
+
+TEST(CrashThrottle, DelaysGrowToTheLongest) {
+  CrashThrottle throttle;
+  for (const int expected : {100, 200, 400, 800, 1600, 3200, 6400, 10000, 10000}) {
+    EXPECT_EQ(throttle.delayAfterRunOf(milliseconds(0)).count(), expected);
+  }
+}
+
+TEST(CrashThrottle, AGoodRunMakesAllForgotten) {
+  CrashThrottle throttle;
+  EXPECT_EQ(throttle.delayAfterRunOf(milliseconds(999)).count(), 100);
+  EXPECT_EQ(throttle.delayAfterRunOf(milliseconds(999)).count(), 200);
+  EXPECT_EQ(throttle.delayAfterRunOf(milliseconds(1000)).count(), 0);
+  EXPECT_EQ(throttle.delayAfterRunOf(milliseconds(999)).count(), 100);
+}
+
+TEST(CrashThrottle, GoodRunsAreNeverDelayed) {
+  CrashThrottle throttle;
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(throttle.delayAfterRunOf(milliseconds(60'000)).count(), 0);
+}
+
+}  // namespace

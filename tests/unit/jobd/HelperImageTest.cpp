@@ -1,0 +1,118 @@
+#include "jobd/HelperImage.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "helper-install/MachO.h"
+#include "platform/services/ServiceError.h"
+#include "tests/support/HelperImages.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testsupport::ImagePlan;
+using testsupport::TemporaryDirectory;
+
+std::vector<std::uint8_t> image(const ImagePlan& plan) {
+  const TemporaryDirectory directory;
+  const auto path = testsupport::makeImage(WLHID_MKIMAGE, plan, directory.path() / "image");
+  const std::string text = testsupport::readFile(path);
+  return {text.begin(), text.end()};
+}
+
+std::string refusal(std::span<const std::uint8_t> bytes, std::string_view label) {
+  try {
+    (void)jobd::parseHelperImage(bytes, label);
+    return "";
+  } catch (const platform::ServiceError& error) {
+    EXPECT_EQ(error.code(), platform::ServiceErrorCode::InvalidImage);
+    return error.what();
+  }
+}
+
+/// Overwrites the first place where `from` stands with `to`, of the same length.
+std::vector<std::uint8_t> patched(std::vector<std::uint8_t> bytes, std::string_view from,
+                                  std::string_view to) {
+  EXPECT_EQ(from.size(), to.size());
+  const auto at = std::search(bytes.begin(), bytes.end(), from.begin(), from.end());
+  EXPECT_NE(at, bytes.end());
+  if (at != bytes.end()) std::copy(to.begin(), to.end(), at);
+  return bytes;
+}
+
+TEST(HelperImage, IsWhatTheToolMade) {
+  ImagePlan plan{"com.x", "1.2.3", "/bin/true", {"com.x", "com.x.two"}};
+  const auto bytes = image(plan);
+  const auto helper = jobd::parseHelperImage(bytes, "com.x");
+  EXPECT_EQ(helper.label, "com.x");
+  EXPECT_EQ(helper.version, "1.2.3");
+  EXPECT_THAT(helper.services, ElementsAre("com.x", "com.x.two"));
+  const std::string program = testsupport::readFile("/bin/true");
+  EXPECT_EQ(std::string(helper.program.begin(), helper.program.end()), program);
+}
+
+TEST(HelperImage, VersionsMayHoldMarkup) {
+  EXPECT_EQ(jobd::parseHelperImage(image({"com.x", "1<2>&3", "/bin/true", {}}), "com.x").version,
+            "1<2>&3");
+}
+
+TEST(HelperImage, OfAnotherLabelIsRefused) {
+  const auto bytes = image({"com.x", "1", "/bin/true", {}});
+  EXPECT_EQ(refusal(bytes, "com.y"), "the helper's CFBundleIdentifier is \"com.x\", not \"com.y\"");
+}
+
+TEST(HelperImage, WithoutItsPartsIsRefused) {
+  const auto bytes = image({"com.x", "1", "/bin/true", {}});
+  EXPECT_THAT(refusal({}, "com.x"), HasSubstr("no section __TEXT,__info_plist"));
+  EXPECT_THAT(refusal(patched(bytes, "__info_plist", "__info_plisT"), "com.x"),
+              HasSubstr("no section __TEXT,__info_plist"));
+  EXPECT_THAT(refusal(patched(bytes, "__launchd_plist", "__launchd_plisT"), "com.x"),
+              HasSubstr("no section __TEXT,__launchd_plist"));
+  EXPECT_THAT(refusal(patched(bytes, "__program", "__prograM"), "com.x"),
+              HasSubstr("no section __ELF,__program"));
+  EXPECT_THAT(refusal(patched(bytes, "CFBundleVersion", "CFBundleVersioN"), "com.x"),
+              HasSubstr("no CFBundleVersion"));
+  EXPECT_THAT(refusal(patched(bytes, "MachServices", "MachServiceS"), "com.x"),
+              HasSubstr("no MachServices"));
+  EXPECT_THAT(refusal(patched(bytes, "<key>Label</key>", "<key>LabeL</key>"), "com.x"),
+              HasSubstr("Label is \"\""));
+  EXPECT_THAT(refusal(patched(bytes, "<plist", "<plisT"), "com.x"), HasSubstr("no property list"));
+}
+
+TEST(HelperImage, WithAProgramOfAnotherMachineIsRefused) {
+  auto bytes = image({"com.x", "1", "/bin/true", {}});
+  const auto program = findMachOSection(bytes, "__ELF", "__program");
+  ASSERT_TRUE(program);
+  auto* const header = bytes.data() + (program->data() - bytes.data());
+  header[18] ^= 0xFF;
+  EXPECT_THAT(refusal(bytes, "com.x"), HasSubstr("another kind of processor"));
+  header[18] ^= 0xFF;
+  header[4] = 1;
+  EXPECT_THAT(refusal(bytes, "com.x"), HasSubstr("no 64-bit ELF"));
+  header[4] = 2;
+  header[0] = 'x';
+  EXPECT_THAT(refusal(bytes, "com.x"), HasSubstr("no 64-bit ELF"));
+}
+
+TEST(HelperImage, CutShortAnywhereIsRefused) {
+  const auto bytes = image({"com.x", "1", "/bin/true", {}});
+  for (std::size_t length = 0; length < bytes.size(); length += length < 2000 ? 1 : 997) {
+    EXPECT_NE(refusal(std::span(bytes).first(length), "com.x"), "") << length;
+  }
+}
+
+TEST(HelperImage, ToolRefusesWhatIsNoProgram) {
+  const TemporaryDirectory directory;
+  testsupport::writeFile(directory.path() / "text", "#!/bin/sh\n");
+  EXPECT_EQ(testsupport::runProgram({WLHID_MKIMAGE, "--label", "com.x", "--version", "1",
+                                     "--program", (directory.path() / "text").string(), "--output",
+                                     (directory.path() / "o").string()}),
+            1);
+  EXPECT_FALSE(std::filesystem::exists(directory.path() / "o"));
+}
+
+}  // namespace

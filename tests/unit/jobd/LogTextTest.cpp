@@ -1,0 +1,97 @@
+#include "jobd/LogText.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace {
+
+using jobd::harmless;
+using jobd::LineSplitter;
+using testing::ElementsAre;
+
+std::vector<std::string> split(const std::vector<std::string>& pieces) {
+  LineSplitter splitter;
+  std::vector<std::string> lines;
+  const auto sink = [&](std::string_view line) { lines.emplace_back(line); };
+  for (const auto& piece : pieces) splitter.feed(piece, sink);
+  splitter.finish(sink);
+  return lines;
+}
+
+TEST(LogText, EntryHasTheClassicForm) {
+  std::tm time{};
+  time.tm_mon = 10;
+  time.tm_mday = 21;
+  time.tm_hour = 3;
+  time.tm_min = 12;
+  time.tm_sec = 45;
+  EXPECT_EQ(jobd::logEntry(time, "host", "com.quillmar.hideventrouter", 345, "text"),
+            "Nov 21 03:12:45 host com.quillmar.hideventrouter[345]: text\n");
+  time.tm_mon = 0;
+  time.tm_mday = 1;
+  EXPECT_EQ(jobd::logEntry(time, "h", "n", 1, ""), "Jan  1 03:12:45 h n[1]: \n");
+}
+
+TEST(LogText, ControlsCannotForgeAnEntry) {
+  EXPECT_EQ(harmless("plain \xC3\xA4\xE2\x82\xAC\xF0\x9F\x90\xB9"),
+            "plain \xC3\xA4\xE2\x82\xAC\xF0\x9F\x90\xB9");
+  EXPECT_EQ(harmless("a\tb"), "a b");
+  EXPECT_EQ(harmless("a\r\nb\x1b[31m\x7f"), "a\\x0d\\x0ab\\x1b[31m\\x7f");
+  EXPECT_EQ(harmless(std::string_view("\0", 1)), "\\x00");
+  EXPECT_EQ(harmless("\xC2\x85"), "\\xc2\\x85");
+  EXPECT_EQ(harmless("\xE2\x80\xA8\xE2\x80\xA9"), "\\xe2\\x80\\xa8\\xe2\\x80\\xa9");
+}
+
+TEST(LogText, WhatIsNotUTF8IsWrittenAsNumbers) {
+  EXPECT_EQ(harmless("\xFF"), "\\xff");
+  EXPECT_EQ(harmless("\xC0\x80"), "\\xc0\\x80");
+  EXPECT_EQ(harmless("\xE2\x82"), "\\xe2\\x82");
+  EXPECT_EQ(harmless("\xED\xA0\x80"), "\\xed\\xa0\\x80");
+  EXPECT_EQ(harmless("\xF4\x90\x80\x80"), "\\xf4\\x90\\x80\\x80");
+  EXPECT_EQ(harmless("\xE0\x80\x80x"), "\\xe0\\x80\\x80x");
+}
+
+TEST(LogText, LinesComeWholeHoweverTheyArrive) {
+  EXPECT_THAT(split({"one\ntwo\n"}), ElementsAre("one", "two"));
+  EXPECT_THAT(split({"o", "ne", "\nt", "wo"}), ElementsAre("one", "two"));
+  EXPECT_THAT(split({"\n\n"}), ElementsAre("", ""));
+  EXPECT_THAT(split({}), ElementsAre());
+}
+
+TEST(LogText, LongLinesGoOnInAFurtherEntry) {
+  const std::string longLine(2 * jobd::maximumEntryBytes + 5, 'x');
+  const auto lines = split({longLine + "\nnext\n"});
+  ASSERT_EQ(lines.size(), 4U);
+  EXPECT_EQ(lines[0].size(), jobd::maximumEntryBytes);
+  EXPECT_EQ(lines[0] + lines[1] + lines[2], longLine);
+  EXPECT_EQ(lines[3], "next");
+}
+
+TEST(LogText, ALineOfExactlyTheLimitIsOneEntry) {
+  const std::string exact(jobd::maximumEntryBytes, 'x');
+  EXPECT_THAT(split({exact + "\n"}), ElementsAre(exact));
+  EXPECT_THAT(split({exact}), ElementsAre(exact));
+}
+
+TEST(LogText, CharactersAreNotCutApart) {
+  std::string text(jobd::maximumEntryBytes - 1, 'x');
+  text += "\xF0\x9F\x90\xB9 end";
+  const auto lines = split({text});
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[0], std::string(jobd::maximumEntryBytes - 1, 'x'));
+  EXPECT_EQ(lines[1], "\xF0\x9F\x90\xB9 end");
+}
+
+TEST(LogText, AnEndlessLineOfContinuationBytesStillMoves) {
+  const std::string garbage(3 * jobd::maximumEntryBytes, '\x80');
+  std::size_t total = 0;
+  for (const auto& line : split({garbage})) {
+    EXPECT_FALSE(line.empty());
+    total += line.size();
+  }
+  EXPECT_EQ(total, garbage.size());
+}
+
+}  // namespace

@@ -1,0 +1,73 @@
+#include "jobd/SystemLog.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <regex>
+
+#include "tests/support/TemporaryDirectory.h"
+
+namespace {
+
+using jobd::SystemLog;
+using testsupport::readFile;
+using testsupport::TemporaryDirectory;
+
+platform::FileDescriptor open(const std::filesystem::path& path) {
+  return platform::FileDescriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+TEST(SystemLog, EntriesAreAppended) {
+  const TemporaryDirectory directory;
+  testsupport::writeFile(directory.path() / "system.log", "before\n");
+  SystemLog(open(directory.path())).write("com.x", 7, "one");
+  SystemLog(open(directory.path())).note("two");
+  const std::regex form(
+      "before\n[A-Z][a-z]{2} [ 0-9][0-9] [0-9:]{8} \\S+ com\\.x\\[7\\]: one\n"
+      "[A-Z][a-z]{2} [ 0-9][0-9] [0-9:]{8} \\S+ wlhid-jobd\\[[0-9]+\\]: two\n");
+  EXPECT_TRUE(std::regex_match(readFile(directory.path() / "system.log"), form))
+      << readFile(directory.path() / "system.log");
+}
+
+TEST(SystemLog, ItsSizeIsBounded) {
+  const TemporaryDirectory directory;
+  SystemLog log(open(directory.path()), 4096);
+  for (int i = 0; i < 1000; ++i) log.write("com.x", 1, "entry number " + std::to_string(i));
+  const std::string current = readFile(directory.path() / "system.log");
+  const std::string old = readFile(directory.path() / "system.log.0");
+  EXPECT_LT(current.size(), 4096U + 100U);
+  EXPECT_LT(old.size(), 4096U + 100U);
+  EXPECT_GE(old.size(), 4096U);
+  EXPECT_THAT(current, testing::HasSubstr("entry number 999\n"));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()),
+                          std::filesystem::directory_iterator()),
+            2);
+}
+
+TEST(SystemLog, ALogThatWasTakenAwayIsBegunAnew) {
+  const TemporaryDirectory directory;
+  SystemLog log(open(directory.path()));
+  log.write("com.x", 1, "one");
+  std::filesystem::remove(directory.path() / "system.log");
+  log.write("com.x", 1, "two");
+  EXPECT_THAT(readFile(directory.path() / "system.log"), testing::HasSubstr("two"));
+}
+
+TEST(SystemLog, LinksAndPipesInItsPlaceAreNotWritten) {
+  const TemporaryDirectory directory;
+  testsupport::writeFile(directory.path() / "victim", "untouched");
+  std::filesystem::create_symlink("victim", directory.path() / "system.log");
+  SystemLog log(open(directory.path()));
+  log.write("com.x", 1, "one");
+  EXPECT_EQ(readFile(directory.path() / "victim"), "untouched");
+  std::filesystem::remove(directory.path() / "system.log");
+  ASSERT_EQ(::mkfifo((directory.path() / "system.log").c_str(), 0600), 0);
+  log.write("com.x", 1, "two");
+  std::filesystem::remove(directory.path() / "system.log");
+  log.write("com.x", 1, "three");
+  EXPECT_THAT(readFile(directory.path() / "system.log"), testing::HasSubstr("three"));
+}
+
+}  // namespace

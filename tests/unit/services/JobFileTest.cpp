@@ -1,0 +1,97 @@
+#include "platform/services/JobFile.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/foundation/NSArray.h"
+
+namespace {
+
+using platform::JobDescription;
+using platform::parseJobFile;
+using testing::ElementsAre;
+
+std::span<const std::uint8_t> bytes(std::string_view text) {
+  return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
+std::string document(const std::string& entries) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?><plist version=\"1.0\"><dict>" + entries +
+         "</dict></plist>";
+}
+const std::string label = "<key>Label</key><string>com.x</string>";
+const std::string program =
+    "<key>ProgramArguments</key><array><string>/p/com.x</string><string>-v</string></array>";
+const std::string services = "<key>MachServices</key><dict><key>com.x</key><true/></dict>";
+
+/// Why a document is refused; empty when it is not.
+std::string refusal(const std::string& text) {
+  std::string reason;
+  return parseJobFile(bytes(text), "com.x", &reason) ? "" : reason;
+}
+
+TEST(JobFile, DescribesTheJob) {
+  const auto job = parseJobFile(bytes(document(label + program + services)), "com.x", nullptr);
+  ASSERT_TRUE(job);
+  EXPECT_EQ(job->label, "com.x");
+  EXPECT_THAT(job->arguments, ElementsAre("/p/com.x", "-v"));
+  EXPECT_THAT(job->services, ElementsAre("com.x"));
+}
+
+TEST(JobFile, WhatIsEncodedIsReadBack) {
+  const JobDescription job{"com.x", {"/root with <odd> & names/com.x"}, {"com.x", "com.x.second"}};
+  const auto read = parseJobFile(platform::encodeJobFile(job), "com.x", nullptr);
+  ASSERT_TRUE(read);
+  EXPECT_EQ(read->arguments, job.arguments);
+  EXPECT_EQ(read->services, job.services);
+}
+
+TEST(JobFile, OfAnotherLabelIsNoJob) {
+  EXPECT_EQ(refusal(document("<key>Label</key><string>com.y</string>" + program + services)),
+            "its Label is not \"com.x\"");
+  EXPECT_EQ(refusal(document(program + services)), "its Label is not \"com.x\"");
+  EXPECT_EQ(refusal(document("<key>Label</key><integer>3</integer>" + program + services)),
+            "its Label is not \"com.x\"");
+}
+
+TEST(JobFile, ThatIsNoPropertyListIsNoJob) {
+  EXPECT_EQ(refusal(""), "it is no property list with a dictionary");
+  EXPECT_EQ(refusal("garbage"), "it is no property list with a dictionary");
+  EXPECT_EQ(refusal("<plist version=\"1.0\"><array/></plist>"),
+            "it is no property list with a dictionary");
+}
+
+TEST(JobFile, NeedsAnAbsoluteProgram) {
+  EXPECT_EQ(refusal(document(label + services)), "it has no ProgramArguments");
+  EXPECT_EQ(refusal(document(label + services + "<key>ProgramArguments</key><array/>")),
+            "it has no ProgramArguments");
+  EXPECT_EQ(refusal(document(label + services +
+                             "<key>ProgramArguments</key><array><string>x</string></array>")),
+            "its program is no absolute path");
+  EXPECT_EQ(refusal(document(label + services +
+                             "<key>ProgramArguments</key><array><integer>1</integer></array>")),
+            "one of its ProgramArguments is no text");
+}
+
+TEST(JobFile, NeedsAValidServiceThatIsOffered) {
+  const auto with = [](const std::string& entries) {
+    return refusal(
+        document(label + program + "<key>MachServices</key><dict>" + entries + "</dict>"));
+  };
+  EXPECT_EQ(with(""), "it offers none of its MachServices");
+  EXPECT_EQ(with("<key>com.x</key><false/>"), "it offers none of its MachServices");
+  EXPECT_EQ(with("<key>../x</key><true/>"), "one of its MachServices has no valid name");
+  EXPECT_EQ(with("<key>jobd</key><true/>"), "the service name \"jobd\" is taken");
+  EXPECT_EQ(with("<key>com.x</key><dict/>"), "");
+  std::string many;
+  for (int i = 0; i < 17; ++i) many += "<key>s" + std::to_string(i) + "</key><true/>";
+  EXPECT_EQ(with(many), "it has too many MachServices");
+}
+
+TEST(JobFile, DictionaryNeedsTheLabelOnly) {
+  const auto dictionary = platform::jobDictionary(bytes(document(label)), "com.x", nullptr);
+  ASSERT_TRUE(dictionary);
+  EXPECT_EQ(dictionary->count(), 1U);
+}
+
+}  // namespace

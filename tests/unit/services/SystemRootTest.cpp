@@ -1,0 +1,83 @@
+#include "platform/services/SystemRoot.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <optional>
+#include <string>
+
+namespace {
+
+using platform::SystemRoot;
+
+/// Sets a variable, or unsets it for null, and puts it back.
+class Variable {
+ public:
+  Variable(const char* name, const char* value) : name_(name) {
+    if (const char* old = ::getenv(name)) old_ = old;
+    if (value == nullptr)
+      ::unsetenv(name);
+    else
+      ::setenv(name, value, 1);
+  }
+  Variable(const Variable&) = delete;
+  Variable& operator=(const Variable&) = delete;
+  ~Variable() {
+    if (old_)
+      ::setenv(name_, old_->c_str(), 1);
+    else
+      ::unsetenv(name_);
+  }
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+};
+
+TEST(SystemRoot, PathsLieBelowTheRoot) {
+  const SystemRoot root("/some/where");
+  EXPECT_EQ(root.jobFile("com.x"), "/some/where/Library/LaunchDaemons/com.x.plist");
+  EXPECT_EQ(root.helperTool("com.x"), "/some/where/Library/PrivilegedHelperTools/com.x");
+  EXPECT_EQ(root.endpoint("com.x"), "/some/where/var/run/com.x.sock");
+  EXPECT_EQ(root.controlEndpoint(), "/some/where/var/run/jobd.sock");
+  EXPECT_EQ(root.systemLog(), "/some/where/var/log/system.log");
+  EXPECT_EQ(root.deviceSources(), "/some/where/etc/hideventrouter");
+}
+
+TEST(SystemRoot, IsMadeAbsoluteAndPlain) {
+  EXPECT_EQ(SystemRoot("/a/./b//c/../d/").path(), "/a/b/d");
+  EXPECT_TRUE(SystemRoot("relative").path().is_absolute());
+  EXPECT_TRUE(SystemRoot("/").isSystem());
+  EXPECT_TRUE(SystemRoot("/a/..").isSystem());
+  EXPECT_TRUE(SystemRoot("//").isSystem());
+  EXPECT_FALSE(SystemRoot("/a").isSystem());
+  EXPECT_EQ(SystemRoot("/").jobFile("x"), "/Library/LaunchDaemons/x.plist");
+}
+
+TEST(SystemRoot, LabelsAreFileNames) {
+  EXPECT_TRUE(SystemRoot::isValidLabel("com.quillmar.hideventrouter"));
+  EXPECT_TRUE(SystemRoot::isValidLabel("a-b_C9"));
+  EXPECT_TRUE(SystemRoot::isValidLabel(std::string(200, 'a')));
+  for (const std::string bad :
+       {"", ".", "..", ".hidden", "a/b", "../a", "a b", "a\n", "\xC3\xA4", "a:b"}) {
+    EXPECT_FALSE(SystemRoot::isValidLabel(bad)) << bad;
+    EXPECT_THROW((void)SystemRoot("/r").jobFile(bad), std::invalid_argument) << bad;
+  }
+  EXPECT_FALSE(SystemRoot::isValidLabel(std::string(201, 'a')));
+  EXPECT_FALSE(SystemRoot::isValidLabel(std::string_view("a\0b", 3)));
+}
+
+TEST(SystemRoot, CurrentAsksTheEnvironmentInOrder) {
+  const Variable root("WLHID_ROOT", "/chosen");
+  const Variable state("XDG_STATE_HOME", "/state");
+  const Variable home("HOME", "/home/me");
+  EXPECT_EQ(SystemRoot::current().path(), "/chosen");
+  const Variable noRoot("WLHID_ROOT", nullptr);
+  EXPECT_EQ(SystemRoot::current().path(), "/state/wlhid/root");
+  const Variable relative("XDG_STATE_HOME", "not/absolute");
+  EXPECT_EQ(SystemRoot::current().path(), "/home/me/.local/state/wlhid/root");
+  const Variable noHome("HOME", nullptr);
+  EXPECT_THROW((void)SystemRoot::current(), std::runtime_error);
+}
+
+}  // namespace

@@ -1,0 +1,182 @@
+#include "platform/services/UnixSocket.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "platform/services/RootFiles.h"
+#include "platform/services/ServiceEndpoints.h"
+#include "platform/services/ServiceError.h"
+#include "platform/services/SystemRoot.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace {
+
+using testsupport::TemporaryDirectory;
+using platform::FileDescriptor;
+using Outcome = platform::ServiceConnectResult::Outcome;
+namespace fs = std::filesystem;
+
+bool areJoined(int listener, int client) {
+  const FileDescriptor server(::accept(listener, nullptr, nullptr));
+  char c = 0;
+  return server && ::send(client, "x", 1, 0) == 1 && ::recv(server.get(), &c, 1, 0) == 1 &&
+         c == 'x';
+}
+
+fs::path deepBelow(const fs::path& start) {
+  fs::path deep = start;
+  for (int i = 0; i < 20; ++i) deep /= "a-rather-long-name-of-a-directory";
+  fs::create_directories(deep);
+  return deep;
+}
+
+TEST(UnixSocket, PathsOfAnyLengthWork) {
+  const TemporaryDirectory directory;
+  const fs::path deep = deepBelow(directory.path());
+  ASSERT_GT(deep.string().size(), 107U);
+  for (const std::string& name : {std::string("short"), std::string(205, 'n')}) {
+    const std::string path = (deep / name).string();
+    const FileDescriptor listener(platform::listenUnixSocket(path, SOCK_STREAM, 8, 0600));
+    ASSERT_TRUE(listener) << errno;
+    const FileDescriptor client(platform::connectUnixSocket(path, SOCK_STREAM));
+    ASSERT_TRUE(client) << errno;
+    EXPECT_TRUE(areJoined(listener.get(), client.get()));
+  }
+}
+
+TEST(UnixSocket, FileHasTheModeAndNothingIsLeftBeside) {
+  const TemporaryDirectory directory;
+  const FileDescriptor listener(
+      platform::listenUnixSocket((directory.path() / "s").string(), SOCK_STREAM, 8, 0622));
+  struct stat status {};
+  ASSERT_EQ(::stat((directory.path() / "s").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0622U);
+  EXPECT_EQ(std::distance(fs::directory_iterator(directory.path()), fs::directory_iterator()), 1);
+}
+
+TEST(UnixSocket, ListeningTakesThePlaceOfWhatWasThere) {
+  const TemporaryDirectory directory;
+  const std::string path = (directory.path() / "s").string();
+  const FileDescriptor first(platform::listenUnixSocket(path, SOCK_STREAM, 8, 0600));
+  const FileDescriptor second(platform::listenUnixSocket(path, SOCK_STREAM, 8, 0600));
+  const FileDescriptor client(platform::connectUnixSocket(path, SOCK_STREAM));
+  ASSERT_TRUE(client);
+  EXPECT_TRUE(areJoined(second.get(), client.get()));
+}
+
+TEST(UnixSocket, ConnectSaysWhyNot) {
+  const TemporaryDirectory directory;
+  const auto failure = [](const fs::path& path) {
+    errno = 0;
+    EXPECT_EQ(platform::connectUnixSocket(path.string(), SOCK_STREAM), -1);
+    return errno;
+  };
+  EXPECT_EQ(failure(directory.path() / "none"), ENOENT);
+  EXPECT_EQ(failure(directory.path() / "none/below"), ENOENT);
+  testsupport::writeFile(directory.path() / "file", "");
+  EXPECT_EQ(failure(directory.path() / "file"), ENOTSOCK);
+  {
+    const FileDescriptor gone(
+        platform::listenUnixSocket((directory.path() / "dead").string(), SOCK_STREAM, 1, 0600));
+  }
+  EXPECT_EQ(failure(directory.path() / "dead"), ECONNREFUSED);
+}
+
+TEST(UnixSocket, LinksAreNotFollowed) {
+  const TemporaryDirectory directory;
+  const FileDescriptor listener(
+      platform::listenUnixSocket((directory.path() / "s").string(), SOCK_STREAM, 8, 0600));
+  fs::create_symlink("s", directory.path() / "link");
+  EXPECT_EQ(platform::connectUnixSocket((directory.path() / "link").string(), SOCK_STREAM), -1);
+  EXPECT_EQ(errno, ENOTSOCK);
+}
+
+TEST(UnixSocket, PeerIsWhoTheKernelSays) {
+  const TemporaryDirectory directory;
+  const std::string path = (directory.path() / "s").string();
+  const FileDescriptor listener(platform::listenUnixSocket(path, SOCK_STREAM, 8, 0600));
+  const FileDescriptor client(platform::connectUnixSocket(path, SOCK_STREAM));
+  const auto peer = platform::peerCredentials(client.get());
+  ASSERT_TRUE(peer);
+  EXPECT_EQ(peer->user, ::geteuid());
+  EXPECT_EQ(peer->process, ::getpid());
+}
+
+TEST(RootFiles, DirectoriesAreNotReachedThroughLinks) {
+  const TemporaryDirectory directory;
+  fs::create_directories(directory.path() / "real/below");
+  fs::create_symlink("real", directory.path() / "link");
+  const auto root = platform::openRoot(platform::SystemRoot(directory.path()));
+  EXPECT_TRUE(platform::openDirectoryBelow(root.get(), "real/below", false));
+  EXPECT_FALSE(platform::openDirectoryBelow(root.get(), "real/none", false));
+  EXPECT_THROW((void)platform::openDirectoryBelow(root.get(), "link/below", false),
+               platform::ServiceError);
+  EXPECT_THROW((void)platform::openDirectoryBelow(root.get(), "link/below", true),
+               platform::ServiceError);
+}
+
+TEST(RootFiles, OnlyRegularFilesOfABoundedSizeAreRead) {
+  const TemporaryDirectory directory;
+  const auto root = platform::openRoot(platform::SystemRoot(directory.path()));
+  testsupport::writeFile(directory.path() / "file", "12345");
+  fs::create_symlink("file", directory.path() / "link");
+  ASSERT_EQ(::mkfifo((directory.path() / "pipe").c_str(), 0600), 0);
+  EXPECT_EQ(platform::readFileIn(root.get(), "file", 5)->size(), 5U);
+  EXPECT_FALSE(platform::readFileIn(root.get(), "none", 5));
+  EXPECT_THROW((void)platform::readFileIn(root.get(), "file", 4), platform::ServiceError);
+  EXPECT_THROW((void)platform::readFileIn(root.get(), "link", 5), platform::ServiceError);
+  EXPECT_THROW((void)platform::readFileIn(root.get(), "pipe", 5), platform::ServiceError);
+}
+
+TEST(ServiceEndpoints, NamesWithoutAJobAreUnknown) {
+  const TemporaryDirectory directory;
+  platform::SystemRoot::setCurrent(platform::SystemRoot(directory.path() / "not-yet-there"));
+  for (const std::string_view name : {"com.nobody", "", "../x", ".x"}) {
+    const auto result = platform::serviceEndpoints().load()->connectToService(name);
+    EXPECT_EQ(result.outcome, Outcome::UnknownName) << name;
+    EXPECT_EQ(result.descriptor, -1);
+    EXPECT_FALSE(result.reason.empty());
+  }
+}
+
+TEST(ServiceEndpoints, ConnectsToAnEndpointOfTheRootsOwner) {
+  const TemporaryDirectory directory;
+  const platform::SystemRoot root(directory.path());
+  platform::SystemRoot::setCurrent(root);
+  fs::create_directories(directory.path() / "var/run");
+  const FileDescriptor listener(
+      platform::listenUnixSocket(root.endpoint("com.x").string(), SOCK_STREAM, 8, 0600));
+  const auto result = platform::serviceEndpoints().load()->connectToService("com.x");
+  ASSERT_EQ(result.outcome, Outcome::Connected) << result.reason;
+  const FileDescriptor client(result.descriptor);
+  EXPECT_NE(::fcntl(client.get(), F_GETFL) & O_NONBLOCK, 0);
+  EXPECT_NE(::fcntl(client.get(), F_GETFD) & FD_CLOEXEC, 0);
+  EXPECT_TRUE(areJoined(listener.get(), client.get()));
+}
+
+TEST(ServiceEndpoints, AFullBacklogIsAPassingShortage) {
+  const TemporaryDirectory directory;
+  const platform::SystemRoot root(directory.path());
+  platform::SystemRoot::setCurrent(root);
+  fs::create_directories(directory.path() / "var/run");
+  const FileDescriptor listener(
+      platform::listenUnixSocket(root.endpoint("com.x").string(), SOCK_STREAM, 0, 0600));
+  const FileDescriptor waiting(
+      platform::connectUnixSocket(root.endpoint("com.x").string(), SOCK_STREAM | SOCK_NONBLOCK));
+  EXPECT_EQ(platform::serviceEndpoints().load()->connectToService("com.x").outcome,
+            Outcome::TryAgain);
+}
+
+TEST(ServiceEndpoints, AFileInTheEndpointsPlaceIsRefused) {
+  const TemporaryDirectory directory;
+  platform::SystemRoot::setCurrent(platform::SystemRoot(directory.path()));
+  testsupport::writeFile(directory.path() / "var/run/com.x.sock", "");
+  EXPECT_EQ(platform::serviceEndpoints().load()->connectToService("com.x").outcome,
+            Outcome::Refused);
+}
+
+}  // namespace
