@@ -9,7 +9,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!found) return 0;
   const bool within = found->data() >= data && found->data() + found->size() <= data + size;
   if (!within || found->empty()) std::abort();
-  std::uint8_t sum = 0;
-  for (const auto byte : *found) sum = static_cast<std::uint8_t>(sum + byte);
-  return sum == 256 ? 1 : 0;
+  volatile std::uint8_t last = 0;  // every byte is read, so that a sanitizer sees each
+  for (const auto byte : *found) last = byte;
+  return 0;
 }
