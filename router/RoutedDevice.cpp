@@ -91,7 +91,7 @@ std::shared_ptr<platform::NSError> RoutedDevice::takePlace(
     const std::shared_ptr<Subscription>& subscription) {
   std::unique_lock lock(mutex_);
   const bool isFree =
-      placeBecameFree_.wait_until(lock, std::chrono::steady_clock::now() + kHandOverGrace,
+      placeBecameFree_.wait_until(lock, std::chrono::steady_clock::now() + handOverGrace_,
                                   [&] { return isGone_ || !isTakenFor(subscription->mode()); });
   if (isGone_) return goneError();
   if (!isFree) {

@@ -34,7 +34,7 @@ class RecordingFile : public testing::Test {
   void SetUp() override {
     std::string pattern = testing::TempDir() + "/recording.XXXXXX";
     ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    directory_ = pattern;
+    directory_ = std::filesystem::path(pattern).lexically_normal();
   }
   void TearDown() override { std::filesystem::remove_all(directory_); }
 

@@ -43,7 +43,7 @@ class ReplaySourceTest : public testing::Test {
   void SetUp() override {
     std::string pattern = testing::TempDir() + "/replay.XXXXXX";
     ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    directory_ = pattern;
+    directory_ = fs::path(pattern).lexically_normal();
     recording_ = write("mouse.hid", kRecording);
   }
   void TearDown() override { fs::remove_all(directory_); }

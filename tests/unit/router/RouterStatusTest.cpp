@@ -16,7 +16,7 @@ class RouterStatusTest : public testing::Test {
   void SetUp() override {
     std::string pattern = testing::TempDir() + "/status.XXXXXX";
     ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    directory_ = pattern;
+    directory_ = fs::path(pattern).lexically_normal();
   }
   void TearDown() override { fs::remove_all(directory_); }
   platform::SystemRoot root() const { return platform::SystemRoot(directory_); }

@@ -1,0 +1,297 @@
+// A router on a socket of its own, in this process, and clients that write down what reaches them.
+//
+// Threading: the test's thread drives; clients are called on their connections' queues. Every wait
+// is bounded. Ownership: the fixture puts its endpoints in place and takes them out again. Errors:
+// failed assertions. Order: a client's lines stand in the order in which things reached it.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <sys/inotify.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <thread>
+
+#include "platform/foundation/Format.h"
+#include "platform/foundation/NSDate.h"
+#include "platform/foundation/NSNumber.h"
+#include "platform/foundation/NSURL.h"
+#include "platform/kit/KQHIDDeviceElementValue.h"
+#include "platform/kit/KQIOObject.h"
+#include "platform/services/ServiceEndpoints.h"
+#include "platform/xpc/NSXPCConnection.h"
+#include "platform/xpc/NSXPCListener.h"
+#include "router-client/WLHIDEventRouterProtocols.h"
+#include "router/Router.h"
+#include "router/RouterStatus.h"
+
+namespace routertest {
+
+inline constexpr std::chrono::seconds kPatience{30};
+
+using Lines = std::vector<std::string>;
+
+/// Lines that several threads add to and one waits for.
+class LineLog {
+ public:
+  void add(std::string line) {
+    const std::lock_guard lock(mutex_);
+    lines_.push_back(std::move(line));
+    changed_.notify_all();
+  }
+  [[nodiscard]] Lines lines() const {
+    const std::lock_guard lock(mutex_);
+    return lines_;
+  }
+  [[nodiscard]] std::size_t count() const {
+    const std::lock_guard lock(mutex_);
+    return lines_.size();
+  }
+  /// The lines once there are that many; fails when they do not come.
+  Lines await(std::size_t count) {
+    std::unique_lock lock(mutex_);
+    const bool came = changed_.wait_for(lock, kPatience, [&] { return lines_.size() >= count; });
+    EXPECT_TRUE(came) << "only " << lines_.size() << " of " << count << " lines came";
+    return lines_;
+  }
+  /// Waits for a line that holds `part`.
+  void awaitLine(const std::string& part) {
+    std::unique_lock lock(mutex_);
+    const bool came = changed_.wait_for(lock, kPatience, [&] {
+      return std::any_of(lines_.begin(), lines_.end(), [&](const std::string& line) {
+        return line.find(part) != std::string::npos;
+      });
+    });
+    EXPECT_TRUE(came) << "no line with \"" << part
+                      << "\" came; the last: " << (lines_.empty() ? std::string() : lines_.back());
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  Lines lines_;
+};
+
+/// What a client exports: writes down each delivery, as "data 7 07 02 ff" and "values 9/1=0 9/2=1".
+class NotingReceiver final : public WLHIDEventRouterClientProtocol {
+ public:
+  explicit NotingReceiver(LineLog* log) : log_(log) {}
+
+  void receivedData_forReportID(const std::shared_ptr<platform::NSData>& data,
+                                std::uint32_t reportID) override {
+    waitWhileHeld();
+    if (isBrief_) return log_->add("data");
+    std::string line = "data " + std::to_string(reportID);
+    for (const std::uint8_t byte : data->span()) line += platform::stringWithFormat(" %02x", byte);
+    log_->add(line);
+  }
+  void receivedElementValues(const std::shared_ptr<platform::NSArray>& values) override {
+    waitWhileHeld();
+    if (isBrief_) return;
+    std::string line = "values";
+    values->enumerateObjects([&](const std::shared_ptr<platform::NSObject>& member) {
+      const auto value = platform::objectCast<platform::KQHIDDeviceElementValue>(member);
+      line += platform::stringWithFormat(" %u/%u=%lld", value->hidUsagePage(), value->hidUsage(),
+                                         value->integerValue());
+    });
+    log_->add(line);
+  }
+
+  /// Notes only that a report came.
+  void beBrief() { isBrief_ = true; }
+  /// Holds up the connection's queue until release().
+  void hold() {
+    const std::lock_guard lock(mutex_);
+    isHeld_ = true;
+  }
+  void release() {
+    const std::lock_guard lock(mutex_);
+    isHeld_ = false;
+    changed_.notify_all();
+  }
+
+ private:
+  void waitWhileHeld() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return !isHeld_; });
+  }
+  LineLog* const log_;
+  std::atomic<bool> isBrief_{false};
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool isHeld_ = false;
+};
+
+class Client {
+ public:
+  Client()
+      : connection_(platform::NSXPCConnection::initWithMachServiceName_options(
+            platform::str(WLHIDEventRouterLabel), 0)) {
+    auto exported =
+        platform::NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterClientProtocol::protocol());
+    exported->setClasses_forSelector_argumentIndex_ofReply(
+        {&platform::NSMutableArray::classObject(),
+         &platform::KQHIDDeviceElementValue::classObject()},
+        "receivedElementValues:", 0, false);
+    connection_->setExportedInterface(exported);
+    connection_->setExportedObject<WLHIDEventRouterClientProtocol>(receiver);
+    auto remote =
+        platform::NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterProtocol::protocol());
+    remote->setClasses_forSelector_argumentIndex_ofReply(
+        {&platform::NSData::classObject(), &platform::NSArray::classObject(),
+         &platform::NSNumber::classObject(), &platform::NSError::classObject(),
+         &platform::NSString::classObject(), &platform::NSDictionary::classObject(),
+         &platform::NSDate::classObject(), &platform::NSURL::classObject(),
+         &platform::KQIOObject::classObject()},
+        "startRoutingServiceWithEntryID:deviceMode:tagDictionary:typeDictionary:reply:", 0, true);
+    connection_->setRemoteObjectInterface(remote);
+    connection_->setInterruptionHandler([log = log] { log->add("interrupted"); });
+    connection_->setInvalidationHandler([log = log] { log->add("invalidated"); });
+    connection_->resume();
+    router_ = connection_->remoteObjectProxyWithErrorHandler<WLHIDEventRouterProtocol>(
+        [log = log](const std::shared_ptr<platform::NSError>& error) {
+          log->add("error " + std::to_string(error->code()));
+        });
+  }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+  ~Client() {
+    receiver->release();
+    connection_->invalidate();
+  }
+
+  /// The answer becomes the line "started" or "refused <code> <description>".
+  void start(
+      std::uint64_t device, std::uint64_t mode = 0,
+      const std::shared_ptr<platform::NSDictionary>& tags = platform::NSDictionary::dictionary()) {
+    router_->startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
+        device, mode, tags, platform::NSDictionary::dictionary(), [log = log](const auto& error) {
+          if (error == nullptr) return log->add("started");
+          const auto text = error->userInfo()->objectForKey(platform::NSLocalizedDescriptionKey);
+          log->add("refused " + std::to_string(error->code()) + " " +
+                   platform::descriptionOf(text));
+        });
+  }
+  void stop() { router_->stopRoutingService(); }
+  void leave() { connection_->invalidate(); }
+
+  const std::shared_ptr<LineLog> log = std::make_shared<LineLog>();
+  const std::shared_ptr<NotingReceiver> receiver = std::make_shared<NotingReceiver>(log.get());
+
+ private:
+  const std::shared_ptr<platform::NSXPCConnection> connection_;
+  std::shared_ptr<WLHIDEventRouterProtocol> router_;
+};
+
+/// Leads the router's name to one socket.
+class OneEndpoint final : public platform::ServiceEndpoints {
+ public:
+  explicit OneEndpoint(std::string path) : path_(std::move(path)) {}
+  platform::ServiceConnectResult connectToService(std::string_view service) override {
+    if (service != WLHIDEventRouterLabel) return {};
+    const int socket =
+        platform::connectUnixSocket(path_, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (socket < 0)
+      return {platform::ServiceConnectResult::Outcome::UnknownName, -1, "nobody listens"};
+    return {platform::ServiceConnectResult::Outcome::Connected, socket, {}};
+  }
+
+ private:
+  const std::string path_;
+};
+
+class RouterFixture : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = testing::TempDir() + "/router.XXXXXX";
+    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+    directory_ = std::filesystem::path(pattern).lexically_normal();
+    previous_ = platform::serviceEndpoints().exchange(
+        std::make_shared<OneEndpoint>((directory_ / "router.sock").string()));
+  }
+  void TearDown() override {
+    router_.reset();
+    platform::serviceEndpoints().exchange(previous_);
+    std::filesystem::remove_all(directory_);
+  }
+
+  [[nodiscard]] platform::SystemRoot root() const { return platform::SystemRoot(directory_); }
+  [[nodiscard]] int listen() const {
+    const int socket =
+        platform::listenUnixSocket((directory_ / "router.sock").string(),
+                                   SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 64, 0600);
+    EXPECT_GE(socket, 0);
+    return socket;
+  }
+  void startRouter(std::chrono::milliseconds idleLimit = std::chrono::hours(1)) {
+    router::RouterOptions options;
+    options.idleLimit = idleLimit;
+    options.log = [log = routerLog_](std::string_view line) { log->add(std::string(line)); };
+    router_ = std::make_unique<router::Router>(
+        root(), platform::NSXPCListener::initWithListeningDescriptor(listen()), options);
+    router_->resume();
+  }
+
+  /// A device that plays `text`, which may leave out the descriptor: then two buttons and X in
+  /// report 7.
+  std::uint64_t addDevice(const std::string& name, const std::string& text,
+                          const std::string& speed = "max", bool repeat = false) {
+    const auto path = directory_ / (name + ".hid");
+    std::ofstream(path) << (text.find("R:") == std::string::npos ? kDescriptor : "") << text;
+    return addRecording(name, path, speed, repeat);
+  }
+  std::uint64_t addRecording(const std::string& name, const std::filesystem::path& recording,
+                             const std::string& speed, bool repeat) {
+    router::ReplayDevice device;
+    device.configuration = name;
+    device.recording = recording;
+    device.speed = *router::ReplaySpeed::parse(speed);
+    device.repeat = repeat;
+    return router::addReplayDevice(root(), device);
+  }
+
+  /// Waits until the router's status is as wanted.
+  router::RouterStatus awaitStatus(
+      const std::function<bool(const router::RouterStatus&)>& isWanted) {
+    const auto directory = router::routerStatusFile(root()).parent_path();
+    std::filesystem::create_directories(directory);
+    const int watch = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    EXPECT_GE(::inotify_add_watch(watch, directory.c_str(), IN_MOVED_TO), 0);
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    std::optional<router::RouterStatus> status;
+    for (;;) {
+      status = router::readRouterStatus(root());
+      if ((status && isWanted(*status)) || std::chrono::steady_clock::now() >= deadline) break;
+      pollfd poll{watch, POLLIN, 0};
+      ::poll(&poll, 1, static_cast<int>(std::chrono::milliseconds(kPatience).count()));
+      std::array<char, 4096> events{};
+      while (::read(watch, events.data(), events.size()) > 0) {
+      }
+    }
+    ::close(watch);
+    EXPECT_TRUE(status && isWanted(*status)) << "the status did not become as wanted";
+    return status.value_or(router::RouterStatus());
+  }
+
+  static constexpr const char* kDescriptor =
+      "R: 38 85 07 05 09 19 01 29 02 15 00 25 01 75 01 95 02 81 02 75 06 95 01 81 03"
+      " 05 01 09 30 15 81 25 7f 75 08 95 01 81 06\nN: Mouse\nI: 3 0001 0002\n";
+
+  std::filesystem::path directory_;
+  std::shared_ptr<LineLog> routerLog_ = std::make_shared<LineLog>();
+  std::unique_ptr<router::Router> router_;
+
+ private:
+  std::shared_ptr<platform::ServiceEndpoints> previous_;
+};
+
+}  // namespace routertest

@@ -1,0 +1,309 @@
+// The router over real sockets: what a client sends, what it gets, and in which order.
+#include "RouterFixture.h"
+#include "router/Recording.h"
+#include "router/ReportDecoder.h"
+
+namespace {
+
+using platform::NSDictionary;
+using platform::NSNumber;
+using platform::str;
+using routertest::Client;
+using routertest::Lines;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class RouterTest : public routertest::RouterFixture {};
+
+const std::string kThreeReports =
+    "E: 0.0 3 07 02 ff\n"
+    "E: 0.1 2 07 01\n"
+    "E: 0.2 2 09 55\n";
+
+TEST_F(RouterTest, PlaysARecordingToItsEndAndSaysFarewell) {
+  const std::uint64_t id = addDevice("mouse", kThreeReports);
+  startRouter();
+  Client client;
+  client.start(id);
+  EXPECT_THAT(client.log->await(7),
+              ElementsAre("started", "data 7 07 02 ff", "values 9/1=0 9/2=1 1/48=-1",
+                          "data 7 07 01", "values 9/1=1 9/2=0", "data 9 09 55", "invalidated"));
+  Client again;
+  again.start(id);
+  EXPECT_THAT(again.log->await(1),
+              ElementsAre("refused -536870208 the device \"Mouse\" has gone away"));
+}
+
+TEST_F(RouterTest, RefusesWhatItCannotRoute) {
+  const std::uint64_t id = addDevice("mouse", kThreeReports);
+  startRouter();
+  Client client;
+  client.start(0x42);
+  client.start(id, 2);
+  client.start(id, 0, NSDictionary::dictionaryWithEntries({{str("left"), str("x")}}));
+  EXPECT_THAT(client.log->await(3),
+              ElementsAre("refused -536870208 no device has the registry entry ID 0x42",
+                          "refused -536870206 there is no device mode 2",
+                          "refused -536870206 the tag dictionary's key left is no usage"));
+  // None of it has touched the device.
+  client.start(id);
+  EXPECT_EQ(client.log->await(5)[3], "started");
+}
+
+TEST_F(RouterTest, ADeviceThatIsAddedLaterIsFound) {
+  startRouter();
+  Client client;
+  client.start(0x42);
+  client.log->await(1);
+  client.start(addDevice("late", kThreeReports));
+  EXPECT_EQ(client.log->await(2)[1], "started");
+}
+
+TEST_F(RouterTest, ARecordingThatCannotBePlayedIsAnsweredWithItsLine) {
+  const std::uint64_t id = addDevice("mouse", kThreeReports);
+  std::ofstream(directory_ / "mouse.hid", std::ios::app) << "E: 0.3 2 07\n";
+  startRouter();
+  Client client;
+  client.start(id);
+  EXPECT_THAT(client.log->await(1),
+              ElementsAre("refused -536870198 " + (directory_ / "mouse.hid").string() +
+                          ":7: 2 bytes are announced, 1 are there"));
+}
+
+TEST_F(RouterTest, NothingIsLostAtFullSpeed) {
+  for (const char* name : {"qemu-usb-kbd", "qemu-usb-mouse", "qemu-usb-tablet"}) {
+    SCOPED_TRACE(name);
+    const char* source = ::getenv("WLHID_SOURCE_DIR");
+    const auto path = std::filesystem::path(source == nullptr ? "." : source) / "recordings" /
+                      (std::string(name) + ".hid");
+    const router::Recording recording = router::Recording::read(path);
+    router::ReportDecoder decoder(std::make_shared<const router::ReportDescriptor>(
+        router::ReportDescriptor::parse(recording.header().reportDescriptor)));
+    Lines expected = {"started"};
+    for (std::size_t i = 0; i < recording.reportCount(); ++i) {
+      std::string data = "data 0";
+      for (const std::uint8_t byte : recording.report(i))
+        data += platform::stringWithFormat(" %02x", byte);
+      std::string values = "values";
+      for (const auto& v : decoder.decode(recording.report(i))) {
+        values += platform::stringWithFormat(" %u/%u=%lld", v.usagePage, v.usage, v.integerValue);
+      }
+      expected.push_back(data);
+      expected.push_back(values);
+    }
+    expected.emplace_back("invalidated");
+    const std::uint64_t id = addRecording(name, path, "max", false);
+    startRouter();
+    Client client;
+    client.start(id);
+    EXPECT_EQ(client.log->await(expected.size()), expected);
+    router_.reset();
+  }
+}
+
+std::string manyLargeReports(std::size_t count, std::size_t bytes) {
+  std::string text = "R: 2 05 01\n";
+  for (std::size_t i = 0; i < count; ++i) {
+    // All of one moment, but for the first: there are times, and they say "at once".
+    text += (i == 0 ? "E: 0.0 " : "E: 0.000001 ") + std::to_string(bytes);
+    for (std::size_t b = 0; b < bytes; ++b) text += " 5a";
+    text += "\n";
+  }
+  return text;
+}
+
+TEST_F(RouterTest, AtFullSpeedASlowClientIsWaitedFor) {
+  const std::uint64_t id = addDevice("large", manyLargeReports(400, 32768));
+  startRouter();
+  Client client;
+  client.receiver->beBrief();
+  client.receiver->hold();
+  client.start(id);
+  client.log->awaitLine("started");
+  Client quick;
+  quick.start(0x42);  // answered: the router is not held up by the client that is
+  quick.log->await(1);
+  client.receiver->release();
+  EXPECT_EQ(client.log->await(402).size(), 402U);
+  EXPECT_EQ(client.log->lines().back(), "invalidated");
+}
+
+TEST_F(RouterTest, AtItsOwnPaceADeviceLosesWhatASlowClientDoesNotTake) {
+  const std::uint64_t id = addDevice("large", manyLargeReports(50, 32768), "1000", true);
+  startRouter();
+  Client slow;
+  slow.receiver->beBrief();
+  slow.receiver->hold();
+  slow.start(id);
+  const auto status = awaitStatus([](const router::RouterStatus& s) { return s.lost > 0; });
+  ASSERT_EQ(status.sessions.size(), 1U);
+  EXPECT_EQ(status.sessions[0].device, id);
+  EXPECT_EQ(status.sessions[0].lost, status.lost);
+  EXPECT_GT(status.sessions[0].delivered, 0U);
+  routerLog_->awaitLine("is too slow: ");
+  slow.leave();
+  slow.receiver->release();
+  // A loss is not forgotten with the session that had it.
+  const auto after = awaitStatus([](const router::RouterStatus& s) { return s.sessions.empty(); });
+  EXPECT_GE(after.lost, status.lost);
+}
+
+TEST_F(RouterTest, ATagDictionaryLimitsTheValues) {
+  const std::uint64_t id = addDevice("mouse", kThreeReports);
+  startRouter();
+  Client client;
+  client.start(id, 0,
+               NSDictionary::dictionaryWithEntries(
+                   {{NSNumber::numberWithUnsignedLongLong(1 << 16 | 0x30), str("x")},
+                    {str("0x90002"), str("right")}}));
+  EXPECT_THAT(client.log->await(7),
+              ElementsAre("started", "data 7 07 02 ff", "values 9/2=1 1/48=-1", "data 7 07 01",
+                          "values 9/2=0", "data 9 09 55", "invalidated"));
+}
+
+TEST_F(RouterTest, StopEndsTheInputAndStartBeginsAnew) {
+  // The second report is a long time off.
+  const std::uint64_t id = addDevice("slow", "E: 0.0 2 07 01\nE: 100000.0 2 07 02\n", "1");
+  startRouter();
+  Client client;
+  client.start(id);
+  client.log->await(3);
+  client.stop();
+  client.stop();
+  client.start(id);
+  const Lines once = {"started", "data 7 07 01", "values 9/1=1 9/2=0"};
+  Lines twice = once;
+  twice.insert(twice.end(), once.begin(), once.end());
+  EXPECT_EQ(client.log->await(6), twice);
+}
+
+TEST_F(RouterTest, ASecondStartReplacesTheFirst) {
+  const std::uint64_t id = addDevice("slow", "E: 0.0 2 07 01\nE: 100000.0 2 07 02\n", "1");
+  const std::uint64_t other = addDevice("other", "E: 0.0 2 07 03\nE: 100000.0 2 07 02\n", "1");
+  startRouter();
+  Client client;
+  client.start(id, 1);
+  client.start(id, 1);
+  client.log->awaitLine("started");
+  client.start(other);
+  client.log->awaitLine("data 7 07 03");
+  // The first device is free again.
+  Client second;
+  second.start(id, 1);
+  EXPECT_THAT(second.log->await(3), ElementsAre("started", "data 7 07 01", "values 9/1=1 9/2=0"));
+  EXPECT_EQ(std::count(client.log->lines().begin(), client.log->lines().end(), "interrupted"), 0);
+}
+
+TEST_F(RouterTest, AnExclusiveDeviceIsOneClientsUntilItLeaves) {
+  const std::uint64_t id = addDevice("slow", "E: 0.0 2 07 01\nE: 100000.0 2 07 02\n", "1");
+  startRouter();
+  Client owner;
+  owner.start(id, 1);
+  owner.log->await(3);
+  Client other;
+  other.start(id, 0);
+  EXPECT_THAT(other.log->await(1),
+              ElementsAre("refused -536870203 the device \"Mouse\" is in use by another client"));
+  owner.leave();
+  routerLog_->awaitLine("has ended");
+  other.start(id, 0);
+  EXPECT_EQ(other.log->await(4)[1], "started");
+}
+
+TEST_F(RouterTest, ClientsShareADeviceAndEachIsToldWhenItGoes) {
+  const std::uint64_t id = addDevice("mouse", "E: 0.0 2 07 01\nE: 0.2 2 07 02\n", "1");
+  startRouter();
+  Client a;
+  Client b;
+  a.start(id);
+  b.start(id);
+  a.log->awaitLine("invalidated");
+  b.log->awaitLine("invalidated");
+  EXPECT_EQ(a.log->lines().front(), "started");
+  EXPECT_EQ(b.log->lines().front(), "started");
+}
+
+TEST_F(RouterTest, ARepeatedDeviceGoesRound) {
+  const std::uint64_t id = addDevice("round", "E: 0.0 2 07 01\nE: 0.001 2 07 02\n", "100", true);
+  startRouter();
+  Client client;
+  client.start(id);
+  const Lines lines = client.log->await(1 + 4 * 5);
+  for (std::size_t i = 0; i < 5; ++i) {
+    EXPECT_EQ(lines[1 + 4 * i], "data 7 07 01");
+    EXPECT_EQ(lines[3 + 4 * i], "data 7 07 02");
+  }
+}
+
+TEST_F(RouterTest, TheStatusTellsWhoRoutesWhat) {
+  const std::uint64_t id = addDevice("slow", "E: 0.0 2 07 01\nE: 100000.0 2 07 02\n", "1");
+  startRouter();
+  const auto empty = awaitStatus([](const router::RouterStatus&) { return true; });
+  EXPECT_EQ(empty.pid, ::getpid());
+  EXPECT_FALSE(empty.version.empty());
+  Client client;
+  client.start(id, 1);
+  const auto status = awaitStatus([](const router::RouterStatus& s) {
+    return s.sessions.size() == 1 && s.sessions[0].device.has_value();
+  });
+  EXPECT_EQ(status.sessions[0].pid, ::getpid());
+  EXPECT_EQ(status.sessions[0].uid, ::geteuid());
+  EXPECT_EQ(status.sessions[0].device, id);
+  EXPECT_EQ(status.sessions[0].deviceName, "Mouse");
+  EXPECT_TRUE(status.sessions[0].exclusive);
+  client.stop();
+  awaitStatus([](const router::RouterStatus& s) {
+    return s.sessions.size() == 1 && !s.sessions[0].device;
+  });
+  client.leave();
+  awaitStatus([](const router::RouterStatus& s) { return s.sessions.empty(); });
+  router_->stop();
+  EXPECT_EQ(router::readRouterStatus(root()), std::nullopt);
+}
+
+TEST_F(RouterTest, WhenItStopsItSaysFarewellToAll) {
+  const std::uint64_t id = addDevice("slow", "E: 0.0 2 07 01\nE: 100000.0 2 07 02\n", "1");
+  startRouter();
+  Client routing;
+  Client idle;
+  routing.start(id);
+  routing.log->await(3);
+  idle.start(0x42);
+  idle.log->await(1);
+  router_->stop();
+  EXPECT_EQ(routing.log->await(4)[3], "invalidated");
+  EXPECT_EQ(idle.log->await(2)[1], "invalidated");
+  router_->stop();
+}
+
+TEST_F(RouterTest, IsIdleOnceNobodyHasBeenConnectedForAWhile) {
+  startRouter(std::chrono::milliseconds(1));
+  pollfd idle{router_->idleDescriptor(), POLLIN, 0};
+  ASSERT_EQ(
+      ::poll(&idle, 1, static_cast<int>(std::chrono::milliseconds(routertest::kPatience).count())),
+      1);
+  // From now on it refuses, in good order, so that a client comes again and meets the next router.
+  Client client;
+  client.start(0x42);
+  EXPECT_EQ(client.log->await(2).back(), "invalidated");
+  EXPECT_THAT(client.log->lines().front(), HasSubstr("error 4099"));
+}
+
+TEST_F(RouterTest, ManyQuickStopsAndStartsSettle) {
+  const std::uint64_t id = addDevice("round", "E: 0.0 2 07 01\nE: 0.001 2 07 02\n", "1000", true);
+  startRouter();
+  for (int i = 0; i < 200; ++i) {
+    Client client;
+    client.receiver->beBrief();
+    client.start(id, i % 2);
+    if (i % 3 == 0) client.log->awaitLine("started");
+    if (i % 5 == 0) client.stop();
+  }
+  awaitStatus([](const router::RouterStatus& s) { return s.sessions.empty(); });
+  Client last;
+  last.receiver->beBrief();
+  last.start(id, 1);
+  EXPECT_EQ(last.log->await(2)[0], "started");
+}
+
+}  // namespace
