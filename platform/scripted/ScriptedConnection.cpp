@@ -143,6 +143,7 @@ void ScriptedConnection::send(const XPCProtocol& protocol, std::size_t method,
   const XPCMethod& sent = protocol.methods[method];
   record("send " + std::string(sent.selector) + describeValues(arguments));
   const std::lock_guard lock(mutex_);
+  if (discarded_) return;
   if (sent.hasReply) {
     pending_.push_back({std::move(reply), error});
   } else {
@@ -245,6 +246,20 @@ void ScriptedConnection::deliverInterruption() {
     if (held_ && !over_) handler = interruptionHandler_;
   }
   if (handler) handler();
+}
+
+void ScriptedConnection::discard() {
+  std::function<void()> interruption;
+  std::function<void()> invalidation;
+  std::deque<Request> requests;
+  std::shared_ptr<XPCErrorHandler> oneWayError;
+  const std::lock_guard lock(mutex_);
+  over_ = true;
+  discarded_ = true;
+  interruption.swap(interruptionHandler_);
+  invalidation.swap(invalidationHandler_);
+  requests.swap(pending_);
+  oneWayError.swap(lastOneWayError_);
 }
 
 bool ScriptedConnection::mayReportInvalidation() const {

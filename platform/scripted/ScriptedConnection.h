@@ -71,6 +71,9 @@ class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnectio
   /// connection. False when the handler did not run.
   bool deliverInvalidation();
 
+  /// Forgets every handler and request, calling none: the end of the script.
+  void discard();
+
  private:
   class Connection;
   class Sink;
@@ -110,6 +113,7 @@ class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnectio
   bool invalidated_ = false;
   bool held_ = true;
   bool over_ = false;
+  bool discarded_ = false;
 };
 
 }  // namespace platform

@@ -13,9 +13,9 @@
 // is installed would: no job, no file, no removal.
 //
 // Threading: scripting and asking, any thread. One ScriptedPlatform at a time in a process.
-// Ownership: what was in place comes back in the destructor. Objects made while it was in place may
-// outlive it; their calls
-//   into the platform then go to what came back.
+// Ownership: what was in place comes back in the destructor, and what is still pending is dropped
+//   there. Objects made while it was in place may outlive it; their calls into the platform then go
+//   to what came back.
 // Errors: std::out_of_range for a connection that was not made.
 // Order: see Trace.h.
 #pragma once

@@ -1,12 +1,25 @@
 #include "platform/scripted/Trace.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace platform {
 
 void Trace::record(std::string line) {
-  const std::lock_guard lock(mutex_);
-  lines_.push_back({std::this_thread::get_id(), std::move(line)});
+  {
+    const std::lock_guard lock(mutex_);
+    lines_.push_back({std::this_thread::get_id(), std::move(line)});
+  }
+  recorded_.notify_all();
+}
+
+bool Trace::waitFor(std::string_view line, std::size_t count, std::chrono::seconds limit) const {
+  std::unique_lock lock(mutex_);
+  return recorded_.wait_for(lock, limit, [&] {
+    return static_cast<std::size_t>(std::count_if(
+               lines_.begin(), lines_.end(),
+               [line](const Line& recorded) { return recorded.text == line; })) >= count;
+  });
 }
 
 std::vector<std::string> Trace::lines() const {

@@ -5,8 +5,12 @@
 // own order.
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -21,6 +25,10 @@ class Trace {
   [[nodiscard]] std::vector<std::string> linesOfThread(std::thread::id thread) const;
   /// All lines, which are then forgotten.
   std::vector<std::string> take();
+  /// Waits until `line` stands in the trace `count` times. False when that has not come to pass
+  /// within `limit`.
+  [[nodiscard]] bool waitFor(std::string_view line, std::size_t count = 1,
+                             std::chrono::seconds limit = std::chrono::seconds(30)) const;
 
  private:
   struct Line {
@@ -29,6 +37,7 @@ class Trace {
   };
 
   mutable std::mutex mutex_;
+  mutable std::condition_variable recorded_;
   std::vector<Line> lines_;
 };
 

@@ -1,0 +1,82 @@
+// A client on a scripted platform, with the router installed in the application's own version 7
+// unless a test says otherwise.
+//
+// Threading: the test's thread. Ownership: the fixture's. Errors, Order: none.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "WLHIDAccess/WLHIDAccess.h"
+#include "platform/foundation/NSNumber.h"
+#include "platform/scripted/ScriptedPlatform.h"
+#include "router-client/WLHIDEventRouterClient+Private.h"
+#include "tests/support/ClientTrace.h"
+
+namespace test {
+
+class ClientTest : public ::testing::Test {
+ protected:
+  ClientTest() {
+    platform_.setBundleCopy(kLabel, "7");
+    platform_.installHelper(kLabel, "7");
+  }
+
+  /// A client with observers of all three keys and a recording delegate; what creating it left in
+  /// the trace is dropped.
+  void makeClient() {
+    client_ = newClient();
+    for (const char* key : {"started", "eventRouterStatus", "clientStatus"}) {
+      observations_.push_back(platform_.observe(*client_, key));
+    }
+    delegate_ = std::make_shared<RecordingDelegate>(platform_.trace());
+    client_->setDelegate(delegate_);
+    platform_.trace().take();
+  }
+  /// As makeClient, started and answered, so at status 4 on connection 1.
+  void makeRoutingClient() {
+    makeClient();
+    client_->setStarted(true);
+    platform_.connection(1)->deliverReply(nullptr);
+    ASSERT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusRouting);
+    platform_.trace().take();
+  }
+  std::shared_ptr<WLHIDEventRouterClient> newClient() {
+    return WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
+        kEntryID, kDeviceMode, tags_, nullptr);
+  }
+  /// The last reference of the fixture's goes; what is left of the client is up to it.
+  void releaseClient() {
+    observations_.clear();
+    client_.reset();
+  }
+
+  Lines taken() { return platform_.trace().take(); }
+  platform::ScriptedConnection& connection1() { return *platform_.connection(1); }
+
+  void postStatusChange() {
+    platform::NSNotificationCenter::defaultCenter()->postNotificationName_object(
+        platform::str(WLHIDEventRouterClientInstallationStatusChanged), nullptr);
+  }
+  static std::string posted() {
+    return "defaultCenter postNotificationName:WLHIDEventRouterClientInstallationStatusChanged "
+           "object:nil";
+  }
+  static std::shared_ptr<platform::NSError> routerError(
+      std::int64_t code, std::string_view domain = HIDEventRouterDomain) {
+    return platform::NSError::errorWithDomain_code_userInfo(platform::str(domain), code, nullptr);
+  }
+
+  platform::ScriptedPlatform platform_;
+  const std::shared_ptr<platform::NSDictionary> tags_ =
+      platform::NSDictionary::dictionaryWithEntries(
+          {{platform::NSNumber::numberWithUnsignedLongLong(65536), platform::str("tag")}});
+  std::shared_ptr<WLHIDEventRouterClient> client_;
+  std::shared_ptr<RecordingDelegate> delegate_;
+  std::vector<platform::KeyValueObservation> observations_;
+};
+
+}  // namespace test

@@ -1,0 +1,186 @@
+// What several threads may do to one client at the same time.
+#include <atomic>
+#include <condition_variable>
+#include <future>
+#include <thread>
+
+#include "router-client/OpeningTurn.h"
+#include "tests/unit/router-client/ClientFixture.h"
+
+namespace test {
+namespace {
+
+using Private = WLHIDEventRouterClientPrivate;
+
+TEST(OpeningTurn, OneThreadAloneNeverNoticesIt) {
+  wlhid::OpeningTurn turn;
+  turn.visit();
+  ASSERT_TRUE(turn.enter());
+  turn.visit();
+  ASSERT_TRUE(turn.enter());
+  EXPECT_FALSE(turn.leave());
+  EXPECT_FALSE(turn.leave());
+}
+
+TEST(OpeningTurn, AVisitOfAnotherThreadIsNotedUntilTheOutermostEnd) {
+  wlhid::OpeningTurn turn;
+  ASSERT_TRUE(turn.enter());
+  ASSERT_TRUE(turn.enter());
+  std::thread([&turn] { turn.visit(); }).join();
+  EXPECT_FALSE(turn.leave());
+  EXPECT_TRUE(turn.leave());
+  ASSERT_TRUE(turn.enter());
+  EXPECT_FALSE(turn.leave());
+}
+
+TEST(OpeningTurn, AnotherThreadCannotEnterButLeavesANote) {
+  wlhid::OpeningTurn turn;
+  ASSERT_TRUE(turn.enter());
+  std::thread([&turn] { EXPECT_FALSE(turn.enter()); }).join();
+  EXPECT_TRUE(turn.leave());
+  std::thread([&turn] {
+    EXPECT_TRUE(turn.enter());
+    EXPECT_FALSE(turn.leave());
+  }).join();
+}
+
+TEST(OpeningTurn, AnExceptionGivesTheTurnBack) {
+  wlhid::OpeningTurn turn;
+  try {
+    ASSERT_TRUE(turn.enter());
+    const wlhid::OpeningTurn::Exit exit(turn);
+    throw std::runtime_error("from a delegate");
+  } catch (const std::runtime_error&) {
+  }
+  std::thread([&turn] {
+    EXPECT_TRUE(turn.enter());
+    (void)turn.leave();
+  }).join();
+}
+
+class ConcurrentClient : public ClientTest {
+ protected:
+  /// Runs `start` on a thread of its own and stops that thread at the log line `line`; then runs
+  /// `meanwhile` here, and lets the thread go on to its end.
+  void holdAtLogLine(int line, const std::function<void()>& start,
+                     const std::function<void()>& meanwhile) {
+    std::promise<void> reached;
+    std::promise<void> released;
+    std::atomic<bool> held{false};
+    const std::thread::id here = std::this_thread::get_id();
+    auto& logger = platform::KQLogger::sharedLogger();
+    const auto trace = &platform_.trace();
+    const auto previous = logger.setSink(
+        std::make_shared<platform::KQLogSink>([&, trace](const platform::KQLogEntry& entry) {
+          trace->record(platform::describeLogEntry(entry));
+          if (entry.sourceLine != line || std::this_thread::get_id() == here || held.exchange(true))
+            return;
+          reached.set_value();
+          released.get_future().wait();
+        }));
+    std::thread thread([&] {
+      threadID_ = std::this_thread::get_id();
+      start();
+    });
+    reached.get_future().wait();
+    meanwhile();
+    released.set_value();
+    thread.join();
+    logger.setSink(previous);
+  }
+
+  std::thread::id threadID_;
+};
+
+TEST_F(ConcurrentClient, AStopDuringTheOpenIsCarriedOutByTheOpener) {
+  makeClient();
+  holdAtLogLine(
+      194, [this] { client_->setStarted(true); }, [this] { client_->setStarted(false); });
+  EXPECT_TRUE(sameTrace(sequence({"will change started", setStarted(true), update(true),
+                                  openAndStart(1), stopRequest(1), close(1), "did change started"}),
+                        platform_.trace().linesOfThread(threadID_)));
+  EXPECT_TRUE(
+      sameTrace({"will change started", setStarted(false), update(false), "did change started"},
+                platform_.trace().linesOfThread(std::this_thread::get_id())));
+  EXPECT_EQ(Private::xpcConnectionToService(*client_), nullptr);
+}
+
+TEST_F(ConcurrentClient, AStopBeforeTheOpenBeginsIsSeen) {
+  makeClient();
+  holdAtLogLine(
+      126, [this] { client_->setStarted(true); }, [this] { client_->setStarted(false); });
+  EXPECT_EQ(platform_.connectionCount(), 0U);
+}
+
+TEST_F(ConcurrentClient, AStopAfterTheConnectionIsStoredClosesIt) {
+  makeClient();
+  holdAtLogLine(
+      178, [this] { client_->setStarted(true); }, [this] { client_->setStarted(false); });
+  EXPECT_EQ(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_TRUE(connection1().isInvalidated());
+  EXPECT_EQ(connection1().pendingRequests(), 0U);
+}
+
+TEST_F(ConcurrentClient, ASecondThreadDoesNotOpenASecondConnection) {
+  makeClient();
+  holdAtLogLine(
+      194, [this] { client_->setStarted(true); }, [this] { Private::_updateConnection(*client_); });
+  EXPECT_EQ(platform_.connectionCount(), 1U);
+  EXPECT_EQ(connection1().pendingRequests(), 1U);
+}
+
+TEST_F(ConcurrentClient, ARemovalDuringTheOpenClosesAgain) {
+  makeClient();
+  holdAtLogLine(
+      269, [this] { client_->setStarted(true); },
+      [this] {
+        platform_.uninstallHelper(kLabel);
+        postStatusChange();
+      });
+  EXPECT_EQ(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusRouterUnavailable);
+}
+
+TEST_F(ConcurrentClient, ARestartDuringTheOpenEndsConnected) {
+  makeClient();
+  holdAtLogLine(
+      178, [this] { client_->setStarted(true); },
+      [this] {
+        client_->setStarted(false);
+        client_->setStarted(true);
+      });
+  ASSERT_NE(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_EQ(platform_.connectionCount(), 2U);
+  EXPECT_EQ(platform_.connection(2)->pendingRequests(), 1U);
+}
+
+TEST_F(ConcurrentClient, AnythingFromAnyThreadIsFreeOfRaces) {
+  makeClient();
+  platform_.setLogLevel(4);
+  const auto other = std::make_shared<RecordingDelegate>(platform_.trace());
+  std::vector<std::thread> threads;
+  const auto repeat = [&threads](const std::function<void(int)>& action) {
+    threads.emplace_back([action] {
+      for (int i = 0; i < 300; ++i) action(i);
+    });
+  };
+  repeat([this](int i) { client_->setStarted(i % 2 == 0); });
+  repeat([this](int i) { client_->setStarted(i % 3 == 0); });
+  repeat([this](int) { postStatusChange(); });
+  repeat([this, &other](int i) { client_->setDelegate(i % 2 == 0 ? other : delegate_); });
+  repeat(
+      [this](int) { client_->receivedData_forReportID(platform::NSData::dataWithBytes({}), 1); });
+  repeat([this](int) { (void)client_->clientStatus(); });
+  for (std::thread& thread : threads) thread.join();
+  client_->setStarted(true);
+  client_->setStarted(false);
+  EXPECT_EQ(Private::xpcConnectionToService(*client_), nullptr);
+  for (std::size_t i = 1; i <= platform_.connectionCount(); ++i) {
+    const auto connection = platform_.connection(i);
+    EXPECT_TRUE(connection->isInvalidated() || !connection->isHeld()) << i;
+    while (connection->pendingRequests() > 0) connection->deliverError(nullptr);
+  }
+}
+
+}  // namespace
+}  // namespace test
