@@ -1,9 +1,9 @@
 // Checking, installing and removing a privileged helper.
 //
 // Threading: any thread. Every function is synchronous; bless and remove block while the
-// authorization question is open. Ownership: nothing is kept between calls. Each bless or remove
-// leaves one authorization reference allocated for the life
-//   of the process.
+//   authorization question is open.
+// Ownership: nothing is kept between calls. Each bless or remove leaves one authorization reference
+//   allocated for the life of the process.
 // Errors: a false result, with an error where one is known; see each function.
 // Order: none.
 #pragma once

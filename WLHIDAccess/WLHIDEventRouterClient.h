@@ -1,23 +1,23 @@
 // One client object receives the input of one HID device, by way of the HID event router.
 //
-//   auto client =
-//   WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(id, 0,
-//   {}, {}); client->setDelegate(delegate);   // held weakly client->setStarted(true);        //
-//   statuses, errors and input come to the delegate client->setStarted(false);       // stop
-//   request, then the connection is closed
+//   using Client = WLHIDEventRouterClient;
+//   auto client = Client::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
+//       id, /*deviceMode=*/0, /*tagDictionary=*/nullptr, /*typeDictionary=*/nullptr);
+//   client->setDelegate(delegate);  // held weakly
+//   client->setStarted(true);       // statuses, errors and input come to the delegate
+//   client->setStarted(false);      // stop request, then the connection is closed
 //
 // Threading: any thread. setStarted runs on the caller's thread and calls the delegate there;
-// everything that comes from
-//   the router arrives on the connection's queue. No lock is held while the delegate or an observer
-//   runs.
+//   everything that comes from the router arrives on the connection's queue. No lock is held while
+//   the delegate or an observer runs.
 // Ownership: the application owns the client. The client holds its delegate weakly. A pending start
-// request keeps the
-//   client alive until it is answered. Releasing the last reference closes the connection.
+//   request keeps the client alive until it is answered. Releasing the last reference closes the
+//   connection.
 // Errors: the router's errors go to hidEventRouterClient_handleError, unchanged; everything else is
-// logged through KQLogger. Order: see WLHIDEventRouterClientDelegate.h. Changes of "started",
-// "eventRouterStatus" and "clientStatus" are announced by
-//   key-value observing, will-change before and did-change after everything that the change sets
-//   off.
+//   logged through KQLogger.
+// Order: see WLHIDEventRouterClientDelegate.h. Changes of "started", "eventRouterStatus" and
+//   "clientStatus" are announced by key-value observing, will-change before and did-change after
+//   everything that the change sets off.
 #pragma once
 
 #include <atomic>

@@ -1,12 +1,12 @@
 // The object that a client tells about its status and hands its device's input to.
 //
 // Threading: input and errors arrive on the connection's queue; a status change on whichever thread
-// made it. Two calls of
-//   one connection never overlap. A slow delegate delays that connection's further input, and
-//   nothing else.
+//   made it. Two calls of one connection never overlap. A slow delegate delays that connection's
+//   further input, and nothing else.
 // Ownership: a client holds its delegate weakly. Data and arrays are shared, immutable objects that
-// a delegate may keep. Errors: a delegate must not throw on the connection's queue. Order: on a
-// failed start: status 3 first, then the error.
+//   a delegate may keep.
+// Errors: a delegate must not throw on the connection's queue.
+// Order: on a failed start: status 3 first, then the error.
 #pragma once
 
 #include <cstdint>

@@ -19,7 +19,7 @@ namespace {
 constexpr std::string_view kCFBundleVersionKey = "CFBundleVersion";
 constexpr std::string_view kBlessHelperRight = "com.apple.ServiceManagement.blesshelper";
 
-// ------------------------------------------------------------------------------------------- The
+// ---- The
 // presence check
 
 /// Where the application carries its own copy of the helper.
@@ -65,8 +65,7 @@ bool haveSameVersion(const std::shared_ptr<NSData>& installedInfo,
   return installedVersion && bundleCopyVersion && installedVersion->isEqual(bundleCopyVersion);
 }
 
-// ----------------------------------------------------------------------------------------------
-// Authorization
+// ---- Authorization
 
 /// Asks for the right to bless, with the application's prompt or, without one, with the system's
 /// own text. The reference is never freed.

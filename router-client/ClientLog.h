@@ -1,6 +1,8 @@
 // Writing a line of the client's log.
 //
-// Threading: any thread. Ownership: nothing is kept. Order: none.
+// Threading: any thread.
+// Ownership: nothing is kept.
+// Order: none.
 // Errors: none of its own.
 //
 // The logger's level is read afresh for each line, before tags, arguments or text of it are formed.

@@ -1,11 +1,11 @@
 // Which optional methods a delegate class implements, found when the program is compiled.
 //
-// Threading: compile time. Ownership, Order: none.
+// Threading: compile time.
+// Ownership, Order: none.
 // Errors: a program that gets a method wrong does not compile. Naming &D::method makes a private or
-// protected override and
-//   an ambiguous overload errors by themselves; another signature, which would hide the method
-//   instead of overriding it, and a class that overrides nothing, which is a misspelled one as a
-//   rule, are refused with a sentence.
+//   protected override and an ambiguous overload errors by themselves; another signature, which
+//   would hide the method instead of overriding it, and a class that overrides nothing, which is a
+//   misspelled one as a rule, are refused with a sentence.
 #pragma once
 
 #include <cstdint>

@@ -1,8 +1,10 @@
 // The client's weak reference to its delegate, and what that delegate implements.
 //
 // Threading: any thread. Each question looks at the reference as it is at that moment. Nothing is
-// called under the lock. Ownership: weak. Errors: none. Order: of a store and a question on two
-// threads either may come first.
+//   called under the lock.
+// Ownership: weak.
+// Errors: none.
+// Order: of a store and a question on two threads either may come first.
 #pragma once
 
 #include <atomic>

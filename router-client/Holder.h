@@ -1,11 +1,11 @@
 // A place for one pointer that several threads load and replace.
 //
 // Threading: any thread. The lock covers one copy or one swap of the pointer, a few nanoseconds; it
-// spins, since a mutex
-//   costs as much as the whole rest of a delivery. Nothing is called and nothing is destroyed under
-//   it.
+//   spins, since a mutex costs as much as the whole rest of a delivery. Nothing is called and
+//   nothing is destroyed under it.
 // Ownership: the holder shares what it holds. A value that was replaced is destroyed after unlock.
-// Errors: none. Order: loads and exchanges of one holder have one order that all threads see.
+// Errors: none.
+// Order: loads and exchanges of one holder have one order that all threads see.
 #pragma once
 
 #include <atomic>

@@ -8,9 +8,10 @@
 // One thread alone never notices: it may enter again inside its own turn (a delegate that starts or
 // stops the client from its status callback does), and its own visits leave no note.
 //
-// Threading: any thread. No lock is held during a turn. Ownership, Errors: none.
+// Threading: any thread. No lock is held during a turn.
+// Ownership, Errors: none.
 // Order: a note left during a turn is seen at its end. A visit that finds no turn happens before
-// the next turn begins.
+//   the next turn begins.
 #pragma once
 
 #include <mutex>

@@ -11,8 +11,7 @@ using platform::NSDictionary;
 using platform::NSNotificationCenter;
 using platform::str;
 
-// ---------------------------------------------------------------------------------------------
-// Life and tags
+// ---- Life and tags
 
 std::shared_ptr<WLHIDEventRouterClient>
 WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
@@ -61,8 +60,7 @@ std::shared_ptr<NSArray> WLHIDEventRouterClient::logTags() const {
   return Class::logTags();
 }
 
-// ------------------------------------------------------------------------------------------------
-// Properties
+// ---- Properties
 
 std::uint64_t WLHIDEventRouterClient::registryEntryID() const {
   return _registryEntryID;
@@ -126,8 +124,7 @@ void WLHIDEventRouterClient::storeClientStatus(WLHIDEventRouterClientStatus newC
   }
 }
 
-// ------------------------------------------------------------------------- Router status and
-// connection policy
+// ---- Router status and connection policy
 
 WLHIDEventRouterStatus WLHIDEventRouterClient::currentEventRouterStatus() const {
   wlhid::log(wlhid::site::currentEventRouterStatus, *this);

@@ -1,9 +1,11 @@
 // The two message protocols between a client object and the HID event router.
 //
 // Threading: a method runs on the queue of the connection that delivers it. A proxy may be used
-// from any thread. Ownership: arguments are shared, immutable objects; the receiver may keep them.
+//   from any thread.
+// Ownership: arguments are shared, immutable objects; the receiver may keep them.
 // Errors: a start request is answered with an NSError or with null; the other messages have no
-// answer. Order: messages of one connection arrive in the order of sending.
+//   answer.
+// Order: messages of one connection arrive in the order of sending.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,9 @@
 // The smallest executable file that carries an information property list, for scripted helpers.
 //
-// Threading: pure functions. Ownership: the caller's. Errors: none. Order: none.
+// Threading: pure functions.
+// Ownership: the caller's.
+// Errors: none.
+// Order: none.
 #pragma once
 
 #include <cstdint>

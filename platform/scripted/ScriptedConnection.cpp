@@ -75,7 +75,7 @@ void ScriptedConnection::record(const std::string& what) {
   trace_->record("connection " + std::to_string(number_) + " " + what);
 }
 
-// ------------------------------------------------------------------------------- What is done to
+// ---- What is done to
 // the connection
 
 void ScriptedConnection::setExportedInterface(const std::shared_ptr<NSXPCInterface>& interface) {
@@ -151,8 +151,7 @@ void ScriptedConnection::send(const XPCProtocol& protocol, std::size_t method,
   }
 }
 
-// -------------------------------------------------------------------------------------------------
-// State
+// ---- State
 
 bool ScriptedConnection::isResumed() const {
   const std::lock_guard lock(mutex_);
@@ -179,7 +178,7 @@ std::shared_ptr<void> ScriptedConnection::exportedObject() const {
   return exported_.object.lock();
 }
 
-// ------------------------------------------------------------------------------------------- The
+// ---- The
 // queue's events
 
 ScriptedConnection::Request ScriptedConnection::takeOldestRequest() {

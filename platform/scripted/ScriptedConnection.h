@@ -6,11 +6,11 @@
 // invalidate.
 //
 // Threading: any thread; the deliver… functions are the queue, so one of them at a time. No lock is
-// held while they call. Ownership: the platform keeps this object for the test; the NSXPCConnection
-// that the code under test holds is another one,
-//   whose release is recorded. Handlers are held until they are replaced, until the invalidation
-//   handler has run or until the connection is dropped; a request's reply and error handler until
-//   one of them has run.
+//   held while they call.
+// Ownership: the platform keeps this object for the test; the NSXPCConnection that the code under
+//   test holds is another one, whose release is recorded. Handlers are held until they are
+//   replaced, until the invalidation handler has run or until the connection is dropped; a
+//   request's reply and error handler until one of them has run.
 // Errors: std::out_of_range for a request that is not there.
 // Order: a request's end comes before the end of the connection that causes it.
 #pragma once

@@ -64,7 +64,7 @@ void ScriptedPlatform::setLogLevel(std::uint64_t level) {
   KQLogger::setLogLevel(level);
 }
 
-// --------------------------------------------------------------------------------------- Files,
+// ---- Files,
 // property lists
 
 void ScriptedPlatform::setMainBundlePath(std::shared_ptr<NSString> path) {
@@ -88,7 +88,7 @@ void ScriptedPlatform::setPropertyList(std::string bytes, std::shared_ptr<NSObje
   state_->propertyLists.insert_or_assign(std::move(bytes), std::move(result));
 }
 
-// ------------------------------------------------------------------------------------- Jobs and
+// ---- Jobs and
 // authorization
 
 void ScriptedPlatform::setJob(std::string label, std::shared_ptr<NSDictionary> job) {
@@ -141,8 +141,7 @@ void ScriptedPlatform::setBundleCopy(const std::string& label, std::string_view 
   setFile(std::move(path), helperImageWithInfoPlist(infoPlistWithVersion(version)));
 }
 
-// ------------------------------------------------------------------------------------------------
-// Connections
+// ---- Connections
 
 void ScriptedPlatform::refuseInterface(std::string protocolName) {
   const std::lock_guard lock(state_->mutex);

@@ -1,10 +1,11 @@
 // A whole platform that a test scripts and whose calls it records.
 //
-//   platform::ScriptedPlatform platform;                     // in place from here to the end of
-//   the scope platform.installHelper("com.quillmar.hideventrouter", "7"); auto client =
-//   WLHIDEventRouterClient::init…; client->setStarted(true);
+//   platform::ScriptedPlatform platform;  // in place from here to the end of the scope
+//   platform.installHelper("com.quillmar.hideventrouter", "7");
+//   auto client = WLHIDEventRouterClient::init...;
+//   client->setStarted(true);
 //   platform.connection(1)->deliverReply(nullptr);
-//   EXPECT_EQ(platform.trace().take(), …);
+//   EXPECT_EQ(platform.trace().take(), ...);
 //
 // It takes the places of the foundation's, the services' and the connection layer's providers, and
 // of the logger's sink and level. Everything that runs through them is answered as scripted and

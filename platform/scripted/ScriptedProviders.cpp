@@ -12,8 +12,7 @@ namespace {
 
 using StatePointer = std::shared_ptr<ScriptedPlatform::State>;
 
-// -------------------------------------------------------------------------------------------------
-// Foundation
+// ---- Foundation
 
 class RecordingCenter final : public NSNotificationCenter {
  public:
@@ -97,8 +96,7 @@ class ScriptedFoundation final : public FoundationProvider {
   const std::shared_ptr<NSNotificationCenter> center_;
 };
 
-// ---------------------------------------------------------------------------------------------------
-// Services
+// ---- Services
 
 std::string describeItem(const AuthorizationItem& item) {
   std::string line =
@@ -195,8 +193,7 @@ class ScriptedServices final : public ServicesProvider {
   const StatePointer state_;
 };
 
-// -----------------------------------------------------------------------------------------------
-// Connections
+// ---- Connections
 
 class RecordingInterface final : public NSXPCInterface {
  public:

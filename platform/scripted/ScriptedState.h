@@ -1,8 +1,8 @@
 // What a scripted platform answers, shared by its providers. Private to this folder.
 //
-// Threading: any thread; the mutex covers the answers, never a call. Ownership: shared with the
-// providers. Errors, Order:
-//   none.
+// Threading: any thread; the mutex covers the answers, never a call.
+// Ownership: shared with the providers.
+// Errors, Order: none.
 #pragma once
 
 #include <deque>

@@ -1,8 +1,10 @@
 // What happened, one line an event, in one order.
 //
-// Threading: any thread. Ownership: results are copies. Errors: none.
+// Threading: any thread.
+// Ownership: results are copies.
+// Errors: none.
 // Order: lines stand in the order in which they were recorded; those of one thread in that thread's
-// own order.
+//   own order.
 #pragma once
 
 #include <chrono>

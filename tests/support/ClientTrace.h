@@ -18,8 +18,7 @@ inline const std::string kLabel = "com.quillmar.hideventrouter";
 inline constexpr std::uint64_t kEntryID = 4294968000;  // more than 32 bits
 inline constexpr std::uint64_t kDeviceMode = 1;
 
-// -------------------------------------------------------------------------------------------------
-// Log lines
+// ---- Log lines
 
 inline std::string logLine(int level, const std::string& function, int line,
                            const std::string& message,
@@ -77,7 +76,7 @@ inline std::string stopError(const std::string& error,
   return logLine(3, "stopListeningToService]_block_invoke", 302, "Error(ST): " + error, tags);
 }
 
-// ------------------------------------------------------------------------------------------- Steps
+// ---- Steps
 // of a client
 
 inline Lines installedCheck(const std::string& installedVersion = "7",
@@ -180,8 +179,7 @@ inline Lines openAndStart(int number) {
   return sequence({opening(number), becomes(2), startRequest(number)});
 }
 
-// ---------------------------------------------------------------------------------------------------
-// Delegates
+// ---- Delegates
 
 /// Takes everything and writes it down.
 class RecordingDelegate : public WLHIDEventRouterClientDelegate {

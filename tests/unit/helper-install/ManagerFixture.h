@@ -1,7 +1,9 @@
 // The helper manager on a scripted platform: version 7 in the application's bundle, version 7
 // installed.
 //
-// Threading: the test's thread. Ownership: the fixture's. Errors, Order: none.
+// Threading: the test's thread.
+// Ownership: the fixture's.
+// Errors, Order: none.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,7 +1,9 @@
 // A client on a scripted platform, with the router installed in the application's own version 7
 // unless a test says otherwise.
 //
-// Threading: the test's thread. Ownership: the fixture's. Errors, Order: none.
+// Threading: the test's thread.
+// Ownership: the fixture's.
+// Errors, Order: none.
 #pragma once
 
 #include <gtest/gtest.h>
