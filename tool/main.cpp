@@ -44,6 +44,17 @@ std::string helpHint(const CLI::App& app) {
   return " (see " + command + " --help)";
 }
 
+/// What is wrong with the command line. The parser misses a verb before it looks at what stands in
+/// its place.
+std::string explain(const CLI::App& app, const CLI::ParseError& error) {
+  const auto rest = app.remaining();
+  if (app.get_subcommands().empty() && !rest.empty())
+    return "there is no verb \"" + rest.front() + "\"";
+  if (app.get_subcommands().empty() && error.get_name() == "RequiredError")
+    return "a verb is required";
+  return error.what();
+}
+
 int runChosen(const std::string& root, const Action& chosen) {
   if (!root.empty()) platform::SystemRoot::setCurrent(platform::SystemRoot(root));
   return chosen();
@@ -63,7 +74,7 @@ int run(int argc, const char* const* argv) {
     print(text.str());
     return ExitDone;
   } catch (const CLI::ParseError& error) {
-    complain(error.what() + helpHint(app));
+    complain(explain(app, error) + helpHint(app));
     return ExitWrongUsage;
   } catch (const UsageFailure& error) {
     complain(error.what() + helpHint(app));

@@ -37,7 +37,7 @@ constexpr std::chrono::milliseconds kValuesGrace{250};
 struct Options {
   std::string device;
   std::string recording;
-  std::string speed = "1";
+  std::string speed;        // empty: as recorded
   std::uint64_t count = 0;  // 0: without end
   double seconds = 0;       // 0: without end
   std::uint64_t mode = 0;
@@ -64,6 +64,7 @@ std::set<UsageCode> parseTags(const std::vector<std::string>& texts) {
 }
 
 router::ReplaySpeed parseSpeed(const std::string& text) {
+  if (text.empty()) return {};
   const auto speed = router::ReplaySpeed::parse(text);
   if (!speed)
     throw UsageFailure("--speed: " + text + " is neither a number from 0.001 to 1000 nor max");
@@ -191,6 +192,10 @@ void checkUsage(const Options& options) {
   if (options.device.empty() == options.recording.empty()) {
     throw UsageFailure("route needs either a DEVICE or --recording FILE");
   }
+  if (!options.speed.empty() && options.recording.empty()) {
+    throw UsageFailure("--speed is for --recording; a device that was added has its own");
+  }
+  static_cast<void>(parseSpeed(options.speed));
   if (!std::isfinite(options.seconds) || options.seconds < 0 || options.seconds > 1e9) {
     throw UsageFailure("--seconds must be a number from 0 to 1000000000");
   }
@@ -209,19 +214,20 @@ void addRouteVerb(CLI::App& app, Action& chosen) {
   CLI::App* verb = app.add_subcommand("route", "Prints a device's input as it comes, until Ctrl-C");
   verb->add_option("DEVICE", options->device,
                    "A registry entry ID (decimal or 0x…), or a name that only one device has");
-  CLI::Option* recording =
-      verb->add_option("--recording", options->recording,
-                       "Instead of a DEVICE: play this recording once, through a router\non a "
-                       "system root of this command's own")
-          ->type_name("FILE");
+  verb->add_option("--recording", options->recording,
+                   "Instead of a DEVICE: play this recording once, through a router\non a "
+                   "system root of this command's own")
+      ->type_name("FILE");
   verb->add_option("--speed", options->speed,
                    "Of --recording: 1 (as recorded, the default), a factor,\nor max (as fast as it "
                    "is taken)")
-      ->type_name("SPEED")
-      ->needs(recording);
+      ->type_name("SPEED");
   verb->add_option("--count", options->count, "End after N reports")
       ->type_name("N")
-      ->check(CLI::PositiveNumber);
+      ->check([](const std::string& text) {
+        return text.find_first_not_of("0") == std::string::npos ? "must be positive"
+                                                                : std::string();
+      });
   verb->add_option("--seconds", options->seconds, "End after S seconds")->type_name("S");
   verb->add_option("--mode", options->mode,
                    "0 shares the device with others (the default), 1 takes it alone")
