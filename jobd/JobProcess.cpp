@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/pidfd.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
@@ -14,6 +13,10 @@
 #include <cstring>
 
 #include "platform/services/ServiceError.h"
+
+extern "C" {
+#include <sys/pidfd.h>  // some versions of the C library forgot to say that these are C functions
+}
 
 #ifndef MFD_EXEC
 #define MFD_EXEC 0x0010U

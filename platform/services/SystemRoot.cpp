@@ -72,6 +72,11 @@ void SystemRoot::setCurrent(SystemRoot root) {
   currentRoot().root = std::move(root);
 }
 
+void SystemRoot::resetCurrent() {
+  const std::lock_guard lock(currentRoot().mutex);
+  currentRoot().root.reset();
+}
+
 fs::path SystemRoot::jobFile(std::string_view label) const {
   return directory_ / "Library/LaunchDaemons" / (std::string(checkedLabel(label)) + ".plist");
 }

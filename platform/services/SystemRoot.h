@@ -28,6 +28,8 @@ class SystemRoot {
   /// ~/.local/state.
   static SystemRoot current();
   static void setCurrent(SystemRoot root);
+  /// Back to what the environment says.
+  static void resetCurrent();
 
   [[nodiscard]] const std::filesystem::path& path() const { return directory_; }
   /// Whether this is "/": jobs then belong to systemd and the authorization to polkit.

@@ -68,6 +68,7 @@ TEST(SystemRoot, LabelsAreFileNames) {
 }
 
 TEST(SystemRoot, CurrentAsksTheEnvironmentInOrder) {
+  SystemRoot::resetCurrent();
   const Variable root("WLHID_ROOT", "/chosen");
   const Variable state("XDG_STATE_HOME", "/state");
   const Variable home("HOME", "/home/me");
@@ -78,6 +79,14 @@ TEST(SystemRoot, CurrentAsksTheEnvironmentInOrder) {
   EXPECT_EQ(SystemRoot::current().path(), "/home/me/.local/state/wlhid/root");
   const Variable noHome("HOME", nullptr);
   EXPECT_THROW((void)SystemRoot::current(), std::runtime_error);
+}
+
+TEST(SystemRoot, TheOneThatWasSetGoesBeforeTheEnvironment) {
+  const Variable root("WLHID_ROOT", "/chosen");
+  SystemRoot::setCurrent(SystemRoot("/set"));
+  EXPECT_EQ(SystemRoot::current().path(), "/set");
+  SystemRoot::resetCurrent();
+  EXPECT_EQ(SystemRoot::current().path(), "/chosen");
 }
 
 }  // namespace

@@ -15,8 +15,8 @@
 
 namespace {
 
-using testsupport::TemporaryDirectory;
 using platform::FileDescriptor;
+using testsupport::TemporaryDirectory;
 using Outcome = platform::ServiceConnectResult::Outcome;
 namespace fs = std::filesystem;
 

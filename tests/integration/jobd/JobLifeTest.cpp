@@ -1,0 +1,324 @@
+// A job from its installation to its removal, with real processes.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <regex>
+
+#include "platform/foundation/NSArray.h"
+#include "platform/services/UnixSocket.h"
+#include "tests/integration/jobd/SuiteFixture.h"
+
+namespace {
+
+using namespace jobdtest;
+using platform::ServiceErrorCode;
+using testing::HasSubstr;
+using Outcome = platform::ServiceConnectResult::Outcome;
+namespace fs = std::filesystem;
+
+class JobLife : public JobdSuite {};
+
+platform::AuthorizationRef authorization() {
+  const platform::AuthorizationItem item{"com.apple.ServiceManagement.blesshelper", 0, nullptr, 0};
+  const platform::AuthorizationRights rights{1, &item};
+  platform::AuthorizationRef reference = nullptr;
+  EXPECT_EQ(platform::AuthorizationCreate(&rights, nullptr, 19, &reference), 0);
+  return reference;
+}
+
+TEST_F(JobLife, BlessConnectRemoveAsAnApplicationDoes) {
+  const auto label = platform::str(echoLabel);
+  EXPECT_EQ(platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, label), nullptr);
+  std::shared_ptr<platform::NSError> error;
+  ASSERT_TRUE(
+      platform::SMJobBless(platform::kSMDomainSystemLaunchd, label, authorization(), &error))
+      << platform::descriptionOf(error);
+  EXPECT_EQ(error, nullptr);
+
+  const auto job = platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, label);
+  ASSERT_TRUE(job);
+  const auto arguments =
+      platform::objectCast<platform::NSArray>(job->objectForKey("ProgramArguments"));
+  ASSERT_TRUE(arguments);
+  EXPECT_EQ(arguments->objectAtIndex(0)->description(), root.helperTool(echoLabel).string());
+  EXPECT_EQ(this->job().processIdentifier, 0) << "nothing is started before somebody connects";
+
+  Client client = connect();
+  EXPECT_EQ(client.ask("echo hello"), "hello");
+  const Process helper = client.process();
+  ASSERT_TRUE(
+      platform::SMJobRemove(platform::kSMDomainSystemLaunchd, label, authorization(), true, &error))
+      << platform::descriptionOf(error);
+  EXPECT_FALSE(helper.isThere()) << "the reply came before the process had gone";
+  EXPECT_EQ(client.receive(), "bye");
+  EXPECT_EQ(client.receive(), "end of stream");
+  EXPECT_EQ(platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, label), nullptr);
+  EXPECT_FALSE(fs::exists(root.helperTool(echoLabel)));
+  EXPECT_FALSE(fs::exists(root.endpoint(echoLabel)));
+  EXPECT_EQ(connectResult().outcome, Outcome::UnknownName);
+
+  EXPECT_FALSE(platform::SMJobRemove(platform::kSMDomainSystemLaunchd, label, authorization(), true,
+                                     &error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), static_cast<std::int64_t>(ServiceErrorCode::NoSuchJob));
+}
+
+TEST_F(JobLife, WrongArgumentsAreAnsweredWithoutAskingAnybody) {
+  std::shared_ptr<platform::NSError> error;
+  EXPECT_FALSE(platform::SMJobBless("kSMDomainUserLaunchd", platform::str(echoLabel),
+                                    authorization(), &error));
+  EXPECT_EQ(error->code(), static_cast<std::int64_t>(ServiceErrorCode::InvalidArgument));
+  EXPECT_FALSE(
+      platform::SMJobBless(platform::kSMDomainSystemLaunchd, nullptr, authorization(), &error));
+  EXPECT_FALSE(platform::SMJobBless(platform::kSMDomainSystemLaunchd, platform::str("../x"),
+                                    authorization(), &error));
+  EXPECT_FALSE(platform::SMJobBless(platform::kSMDomainSystemLaunchd,
+                                    platform::str("com.not.in.bundle"), authorization(), &error));
+  EXPECT_THAT(error->description(), HasSubstr("Contents/Library/LaunchServices/com.not.in.bundle"));
+  EXPECT_EQ(platform::SMJobCopyDictionary("elsewhere", platform::str(echoLabel)), nullptr);
+  EXPECT_EQ(platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, nullptr), nullptr);
+  EXPECT_FALSE(daemon().status()) << "a daemon was started for nothing";
+}
+
+TEST_F(JobLife, TheHelperGetsItsSocketsAndNothingElse) {
+  // What the application has open, and left open across an exec, is none of the daemon's or the
+  // helper's business.
+  const platform::FileDescriptor secret(::open("/etc/passwd", O_RDONLY));
+  ::setenv("WLHID_TEST_SECRET", "1", 1);
+  ASSERT_TRUE(bless(image({echoLabel, "1.0", ECHO_HELPER, {echoLabel, "com.quillmar.second"}}))
+                  .succeeded());
+  Client client = connect();
+  EXPECT_THAT(client.ask("fds"),
+              testing::MatchesRegex("0=/dev/null 1=pipe:.[0-9]+. 2=pipe:.[0-9]+. 3=socket:.[0-9]+. "
+                                    "4=socket:.[0-9]+. 5=anon_inode:.signalfd. 6=socket:.[0-9]+."));
+  const std::string environment = client.ask("env");
+  EXPECT_THAT(environment, HasSubstr("WLHID_ROOT=" + root.path().string() + "|"));
+  EXPECT_THAT(
+      environment,
+      HasSubstr("LISTEN_FDS=2|LISTEN_FDNAMES=com.quillmar.echo:com.quillmar.second|LISTEN_PID="));
+  EXPECT_THAT(environment, testing::Not(HasSubstr("SECRET")));
+  EXPECT_THAT(client.ask("exe"), testing::StartsWith("/memfd:com.quillmar.echo"));
+  Client second = connect("com.quillmar.second");
+  EXPECT_EQ(second.ask("service"), "com.quillmar.second");
+  EXPECT_EQ(client.ask("service"), echoLabel);
+  EXPECT_EQ(second.process().identifier(), client.process().identifier());
+
+  const fs::path open = "/proc/" + std::to_string(daemonProcess().identifier()) + "/fd";
+  for (const auto& entry : fs::directory_iterator(open)) {
+    std::error_code ignored;
+    EXPECT_NE(fs::read_symlink(entry.path(), ignored), "/etc/passwd");
+  }
+  ::unsetenv("WLHID_TEST_SECRET");
+}
+
+TEST_F(JobLife, NoChildStaysWithTheApplication) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD);
+}
+
+TEST_F(JobLife, WhatEndsIsStartedAgainByTheNextConnection) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  Client first = connect();
+  const Process before = first.process();
+  first.send("abort");
+  EXPECT_EQ(first.receive(), "end of stream");
+  EXPECT_TRUE(before.hasGone());
+  Client second = connect();
+  EXPECT_EQ(second.ask("echo again"), "again");
+  EXPECT_NE(second.process().identifier(), before.identifier());
+  EXPECT_EQ(job().starts, 2);
+  EXPECT_EQ(job().lastEnd, "ended by signal 9");
+}
+
+TEST_F(JobLife, AJobThatKeepsCrashingIsHeldBackAndItsClientsWait) {
+  ASSERT_TRUE(bless(image({echoLabel, "1.0", CRASH_HELPER, {}})).succeeded());
+  Client waiting = connect();
+  waiting.send("echo at last");
+  ASSERT_TRUE(eventually([&] { return job().starts >= 3 && job().heldBackMilliseconds > 0; }));
+  const auto held = job();
+  EXPECT_LE(held.heldBackMilliseconds, 100 << (held.starts - 1));
+  EXPECT_EQ(held.lastEnd, "exited with status 3");
+  EXPECT_THAT(log(), HasSubstr("]: no device, giving up\n"));
+
+  // A better version serves who has waited all the while.
+  ASSERT_TRUE(bless(echoImage("1.1")).succeeded());
+  EXPECT_EQ(waiting.receive(), "at last");
+}
+
+TEST_F(JobLife, AnExecutableThatWentMissingIsACrashToo) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  fs::remove(root.helperTool(echoLabel));
+  Client waiting = connect();
+  ASSERT_TRUE(eventually([&] { return job().starts >= 2; }));
+  EXPECT_THAT(log(), HasSubstr("cannot start com.quillmar.echo: its executable is missing\n"));
+  testsupport::writeFile(root.helperTool(echoLabel), "no image");
+  ASSERT_TRUE(
+      eventually([&] { return log().find("no section __ELF,__program") != std::string::npos; }));
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  EXPECT_EQ(waiting.ask("echo here"), "here");
+}
+
+TEST_F(JobLife, ANewVersionReplacesTheRunningOne) {
+  ASSERT_TRUE(bless(echoImage("1.0")).succeeded());
+  Client old = connect();
+  const Process oldProcess = old.process();
+  const auto newImage = image({echoLabel, "2.0", ECHO_HELPER, {"com.quillmar.second", echoLabel}});
+  ASSERT_TRUE(bless(newImage).succeeded());
+  EXPECT_FALSE(oldProcess.isThere());
+  EXPECT_EQ(old.receive(), "bye");
+  EXPECT_EQ(testsupport::readFile(root.helperTool(echoLabel)), testsupport::readFile(newImage));
+  EXPECT_EQ(connect().ask("echo new"), "new");
+  EXPECT_EQ(connect("com.quillmar.second").ask("service"), "com.quillmar.second");
+
+  ASSERT_TRUE(bless(echoImage("3.0")).succeeded());
+  EXPECT_FALSE(fs::exists(root.endpoint("com.quillmar.second")))
+      << "an endpoint that is offered no more";
+  EXPECT_EQ(connectResult("com.quillmar.second").outcome, Outcome::UnknownName);
+}
+
+TEST_F(JobLife, AHelperThatDoesNotListenToReasonIsKilled) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  Client client = connect();
+  const Process helper = client.process();
+  client.ask("deaf");
+  ASSERT_TRUE(remove().succeeded());
+  EXPECT_FALSE(helper.isThere());
+  EXPECT_EQ(client.receive(), "end of stream") << "killed without a farewell";
+}
+
+TEST_F(JobLife, RemovalNeedNotWait) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  Client client = connect();
+  const Process helper = client.process();
+  client.ask("deaf");
+  ASSERT_TRUE(remove(echoLabel, false).succeeded());
+  EXPECT_TRUE(helper.isThere());
+  EXPECT_EQ(bless(echoImage()).code, ServiceErrorCode::Busy) << "two of the same would run at once";
+  EXPECT_TRUE(helper.hasGone());
+  ASSERT_TRUE(eventually([&] { return bless(echoImage()).succeeded(); }));
+}
+
+TEST_F(JobLife, WhatIsNoHelperIsRefusedAndChangesNothing) {
+  ASSERT_TRUE(bless(echoImage("1.0")).succeeded());
+  Client client = connect();
+  const std::string installed = testsupport::readFile(root.helperTool(echoLabel));
+  EXPECT_EQ(bless(ECHO_HELPER).code, ServiceErrorCode::InvalidImage);
+  EXPECT_EQ(bless("/dev/null").code, ServiceErrorCode::FileSystem);
+  EXPECT_EQ(bless(temporary.path()).code, ServiceErrorCode::FileSystem);
+  EXPECT_EQ(bless(image({"com.other", "1.0", ECHO_HELPER, {}})).code,
+            ServiceErrorCode::InvalidImage);
+  const auto taken = bless(image({"com.other", "1.0", ECHO_HELPER, {echoLabel}}), "com.other");
+  EXPECT_EQ(taken.code, ServiceErrorCode::InvalidImage);
+  EXPECT_EQ(taken.message, "the service com.quillmar.echo belongs to the job com.quillmar.echo");
+  EXPECT_EQ(testsupport::readFile(root.helperTool(echoLabel)), installed);
+  EXPECT_EQ(client.ask("echo undisturbed"), "undisturbed");
+  EXPECT_FALSE(fs::exists(root.jobFile("com.other")));
+}
+
+TEST_F(JobLife, WhatTheHelperWritesIsLoggedOneLineAnEntry) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  Client client = connect();
+  EXPECT_EQ(client.ask("log plain words"), "ok");
+  EXPECT_EQ(client.ask("log \x1b[2Jred\rherring \xFF"), "ok");
+  const std::string pid = client.ask("pid");
+  client.send("abort");
+  ASSERT_TRUE(eventually([&] { return log().find("ended by signal 9") != std::string::npos; }));
+  const std::regex entry(
+      "[A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} \\S+ "
+      "(com\\.quillmar\\.echo|wlhid-jobd)\\[[0-9]+\\]: .*");
+  std::istringstream lines(log());
+  for (std::string line; std::getline(lines, line);)
+    EXPECT_TRUE(std::regex_match(line, entry)) << line;
+  EXPECT_THAT(log(), HasSubstr(" com.quillmar.echo[" + pid + "]: plain words\n"));
+  EXPECT_THAT(log(), HasSubstr(" com.quillmar.echo[" + pid + "]: \\x1b[2Jred\\x0dherring \\xff\n"));
+  EXPECT_THAT(log(), HasSubstr("]: com.quillmar.echo[" + pid + "] ended by signal 9\n"));
+}
+
+TEST_F(JobLife, AFloodOfOutputFillsNoDisk) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  Client client = connect();
+  EXPECT_EQ(client.ask("flood 200000"), "ok");
+  const auto total = [&] {
+    std::uintmax_t bytes = 0;
+    for (const auto& entry : fs::directory_iterator(root.systemLog().parent_path()))
+      bytes += entry.file_size();
+    return bytes;
+  };
+  ASSERT_TRUE(
+      eventually([&] { return log().find("line 199999 of a flood") != std::string::npos; }));
+  EXPECT_LT(total(), (9U << 20));
+}
+
+TEST_F(JobLife, AKilledDaemonTakesItsJobsAlongAndIsReplaced) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  Client client = connect();
+  const Process helper = client.process();
+  const Process first = daemonProcess();
+  first.signal(SIGKILL);
+  EXPECT_TRUE(first.hasGone());
+  EXPECT_TRUE(helper.hasGone());
+  EXPECT_EQ(client.receive(), "end of stream");
+  // The endpoint's file is still there, with nobody behind it.
+  EXPECT_TRUE(fs::exists(root.endpoint(echoLabel)));
+  Client again = connect();
+  EXPECT_EQ(again.ask("echo back"), "back");
+  EXPECT_NE(daemonProcess().identifier(), first.identifier());
+}
+
+TEST_F(JobLife, ADaemonThatIsToldToEndsItsJobsInGoodOrder) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  Client client = connect();
+  const Process helper = client.process();
+  const Process process = daemonProcess();
+  process.signal(SIGTERM);
+  EXPECT_EQ(client.receive(), "bye");
+  EXPECT_TRUE(process.hasGone());
+  EXPECT_FALSE(helper.isThere());
+  EXPECT_FALSE(daemon().status());
+  EXPECT_EQ(connect().ask("echo still installed"), "still installed");
+}
+
+TEST_F(JobLife, WithoutJobsTheDaemonEndsByItself) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  const Process process = daemonProcess();
+  ASSERT_TRUE(remove().succeeded());
+  EXPECT_TRUE(process.hasGone());
+  EXPECT_FALSE(fs::exists(root.controlEndpoint()));
+  ASSERT_TRUE(bless(echoImage()).succeeded()) << "and another one comes when it is needed";
+}
+
+TEST_F(JobLife, ManyClientsAreServedByOneProcess) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  std::vector<Client> clients;
+  for (int i = 0; i < 50; ++i) clients.push_back(connect());
+  for (std::size_t i = 0; i < clients.size(); ++i)
+    EXPECT_EQ(clients[i].ask("echo " + std::to_string(i)), std::to_string(i));
+  EXPECT_EQ(job().starts, 1);
+}
+
+class DeepRoot : public JobdSuite {
+ protected:
+  DeepRoot() : JobdSuite(deepPath()) {}
+  static std::string deepPath() {
+    std::string path;
+    for (int i = 0; i < 12; ++i) path += "a-directory-with-quite-a-long-name/";
+    return path + "root";
+  }
+};
+
+TEST_F(DeepRoot, NoPathIsTooLongForASocket) {
+  ASSERT_GT(root.endpoint(echoLabel).string().size(), 107U);
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  EXPECT_EQ(connect().ask("echo deep"), "deep");
+  const std::string longLabel = "com." + std::string(190, 'x');
+  ASSERT_TRUE(bless(image({longLabel, "1.0", ECHO_HELPER, {}}), longLabel).succeeded());
+  EXPECT_EQ(connect(longLabel).ask("service"), longLabel);
+  ASSERT_TRUE(remove(longLabel).succeeded());
+  ASSERT_TRUE(remove().succeeded());
+}
+
+}  // namespace

@@ -1,0 +1,212 @@
+// The daemon and its root: who starts it, on which roots it serves, and what it makes of damaged
+// ones.
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <set>
+
+#include "platform/services/JobFile.h"
+#include "platform/services/ServiceError.h"
+#include "platform/services/UnixSocket.h"
+#include "tests/integration/jobd/SuiteFixture.h"
+
+namespace {
+
+using namespace jobdtest;
+using platform::FileDescriptor;
+using platform::ServiceError;
+using platform::ServiceErrorCode;
+using testing::HasSubstr;
+using Outcome = platform::ServiceConnectResult::Outcome;
+namespace fs = std::filesystem;
+
+class Root : public JobdSuite {
+ protected:
+  /// What ensureRunning throws.
+  [[nodiscard]] ServiceError refusal() const {
+    try {
+      daemon().ensureRunning();
+    } catch (const ServiceError& error) {
+      return error;
+    }
+    return {ServiceErrorCode::None, "it was started"};
+  }
+};
+
+TEST_F(Root, ManyWhoStartItAtOnceGetOneDaemon) {
+  std::array<int, 2> results{};
+  ASSERT_EQ(::pipe(results.data()), 0);
+  constexpr int count = 12;
+  for (int i = 0; i < count; ++i) {
+    if (::fork() != 0) continue;
+    std::int64_t identifier = -1;
+    try {
+      daemon().ensureRunning();
+      const auto status = daemon().status();
+      if (status) identifier = status->daemonProcessIdentifier;
+    } catch (const std::exception&) {
+    }
+    ::_exit(::write(results[1], &identifier, sizeof identifier) == sizeof identifier ? 0 : 1);
+  }
+  std::set<std::int64_t> identifiers;
+  for (int i = 0; i < count; ++i) {
+    std::int64_t identifier = 0;
+    ASSERT_EQ(::read(results[0], &identifier, sizeof identifier),
+              static_cast<ssize_t>(sizeof identifier));
+    identifiers.insert(identifier);
+  }
+  while (::wait(nullptr) > 0) {
+  }
+  ::close(results[0]);
+  ::close(results[1]);
+  EXPECT_EQ(identifiers.size(), 1U);
+  EXPECT_GT(*identifiers.begin(), 0);
+}
+
+TEST_F(Root, AProgramThatIsMissingIsNamed) {
+  ::setenv("WLHID_JOBD", "/nowhere/wlhid-jobd", 1);
+  const auto error = refusal();
+  EXPECT_EQ(error.code(), ServiceErrorCode::DaemonUnavailable);
+  EXPECT_STREQ(error.what(), "cannot start /nowhere/wlhid-jobd: No such file or directory");
+}
+
+TEST_F(Root, AProgramThatIsNoDaemonIsNoticed) {
+  ::setenv("WLHID_JOBD", BARE_DAEMON, 1);
+  EXPECT_THAT(refusal().what(), HasSubstr("it ended before it was ready"));
+}
+
+TEST_F(Root, TheDaemonsOwnReasonReachesTheApplication) {
+  testsupport::writeFile(root.path(), "a file where the root should be");
+  EXPECT_EQ(refusal().code(), ServiceErrorCode::FileSystem);
+  fs::remove(root.path());
+  fs::create_directories(root.path());
+  ::chmod(root.path().c_str(), 0777);
+  const auto error = refusal();
+  EXPECT_EQ(error.code(), ServiceErrorCode::DaemonUnavailable);
+  EXPECT_THAT(error.what(), HasSubstr("can be written by others"));
+}
+
+TEST_F(Root, ARootOfSomebodyElseIsNotServed) {
+  if (::geteuid() != 0) return;  // only the superuser can give a directory away
+  fs::create_directories(root.path());
+  ASSERT_EQ(::chown(root.path().c_str(), 12345, 12345), 0);
+  EXPECT_THAT(refusal().what(), HasSubstr("belongs to user 12345, not to user 0"));
+}
+
+TEST_F(Root, TheSystemRootIsNotServed) {
+  try {
+    platform::JobDaemon(platform::SystemRoot("/")).ensureRunning();
+    ADD_FAILURE() << "served";
+  } catch (const ServiceError& error) {
+    EXPECT_EQ(error.code(), ServiceErrorCode::NotSupported);
+  }
+}
+
+TEST_F(Root, DamagedJobFilesAreLeftOutAndNoted) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  const Process first = daemonProcess();
+  first.signal(SIGTERM);
+  ASSERT_TRUE(first.hasGone());
+  const auto good = testsupport::readFile(root.jobFile(echoLabel));
+  testsupport::writeFile(root.jobFile("com.garbage"), "garbage");
+  testsupport::writeFile(root.jobFile("com.empty"), "");
+  testsupport::writeFile(root.jobFile("com.renamed"), good);
+  testsupport::writeFile(root.jobFile("com.large"),
+                         std::string(platform::maximumControlBytes, ' '));
+  fs::create_symlink(root.jobFile(echoLabel), root.jobFile("com.link"));
+  ASSERT_EQ(::mkfifo(root.jobFile("com.pipe").c_str(), 0600), 0);
+  fs::create_directories(root.jobFile("com.directory"));
+  testsupport::writeFile(root.jobFile("com.quillmar.echo").parent_path() / "bad name.plist", good);
+  const auto thief = platform::encodeJobFile({"com.thief", {"/x"}, {echoLabel}});
+  testsupport::writeFile(root.jobFile("com.zthief"), "");
+  testsupport::writeFile(root.jobFile("com.thief"),
+                         {reinterpret_cast<const char*>(thief.data()), thief.size()});
+
+  EXPECT_EQ(connect().ask("echo served"), "served");
+  const auto status = daemon().status();
+  ASSERT_TRUE(status);
+  for (const char* label : {"com.garbage", "com.empty", "com.renamed", "com.large", "com.link",
+                            "com.pipe", "com.directory"}) {
+    EXPECT_THAT(log(), HasSubstr(std::string("leaving out the job ") + label + ": "));
+    EXPECT_EQ(platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, platform::str(label)),
+              nullptr)
+        << label;
+  }
+  EXPECT_TRUE(remove("com.garbage").succeeded()) << "what cannot be kept can still be removed";
+  EXPECT_FALSE(fs::exists(root.jobFile("com.garbage")));
+}
+
+TEST_F(Root, AJobOfAnUnservedServiceIsUnknown) {
+  // A job file put there by hand while the daemon runs: nobody listens for it.
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  const auto file = platform::encodeJobFile({"com.byhand", {"/x"}, {"com.byhand"}});
+  testsupport::writeFile(root.jobFile("com.byhand"),
+                         {reinterpret_cast<const char*>(file.data()), file.size()});
+  const auto result = connectResult("com.byhand");
+  EXPECT_EQ(result.outcome, Outcome::UnknownName);
+  EXPECT_THAT(result.reason, HasSubstr("does not listen for it"));
+}
+
+TEST_F(Root, DirectoriesThatAreLinksAreNotUsed) {
+  fs::create_directories(temporary.path() / "elsewhere");
+  fs::create_directories(root.path() / "Library");
+  fs::create_symlink(temporary.path() / "elsewhere", root.path() / "Library/PrivilegedHelperTools");
+  EXPECT_THAT(refusal().what(), HasSubstr("PrivilegedHelperTools"));
+  EXPECT_TRUE(fs::is_empty(temporary.path() / "elsewhere"));
+}
+
+TEST_F(Root, ADeletedRootEndsItsDaemonAndItsJobs) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  Client client = connect();
+  const Process helper = client.process();
+  const Process process = daemonProcess();
+  fs::remove_all(root.path());
+  EXPECT_TRUE(process.hasGone());
+  EXPECT_TRUE(helper.hasGone());
+}
+
+TEST_F(Root, StagingFilesOfACrashAreCleared) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  const Process first = daemonProcess();
+  first.signal(SIGKILL);
+  ASSERT_TRUE(first.hasGone());
+  const auto stray =
+      root.helperTool(echoLabel).parent_path() / (std::string(".staging.") + echoLabel);
+  testsupport::writeFile(stray, "half");
+  EXPECT_EQ(connect().ask("echo x"), "x");
+  EXPECT_FALSE(fs::exists(stray));
+}
+
+TEST_F(Root, AnEndpointOfSomebodyElseIsRefused) {
+  if (::geteuid() != 0) return;  // only the superuser can act as two users
+  fs::create_directories(root.path() / "var/run");
+  for (auto path = root.path() / "var/run"; path != temporary.path().parent_path();
+       path = path.parent_path()) {
+    ::chmod(path.c_str(), 0777);
+  }
+  std::array<int, 2> ready{};
+  ASSERT_EQ(::pipe(ready.data()), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (::setuid(12345) != 0) ::_exit(1);
+    const FileDescriptor listener(
+        platform::listenUnixSocket(root.endpoint(echoLabel).string(), SOCK_STREAM, 8, 0666));
+    const char said = listener ? 'y' : 'n';
+    if (::write(ready[1], &said, 1) != 1) ::_exit(2);
+    ::pause();
+  }
+  char said = 0;
+  ASSERT_EQ(::read(ready[0], &said, 1), 1);
+  EXPECT_EQ(said, 'y');
+  EXPECT_EQ(connectResult().outcome, Outcome::Refused);
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
+  ::close(ready[0]);
+  ::close(ready[1]);
+}
+
+}  // namespace
