@@ -27,6 +27,13 @@ class RoutedDevice::Playback {
   void start(RoutedDevice* routed) {
     thread_ = std::thread([this, routed] { run(routed); });
   }
+  /// Lets the client take what was sent to it before its connection ends, for a closing connection
+  /// waits for a short while only. On the device's thread.
+  void finish(const std::shared_ptr<Subscription>& subscription, const Subscriptions& all) {
+    const bool isPatient = device_->waitsForReaders() && all.size() == 1;
+    subscription->waitForReader(stop_, 1, isPatient);
+    subscription->sayFarewell();
+  }
 
  private:
   void run(RoutedDevice* routed) {
@@ -48,13 +55,17 @@ class RoutedDevice::Playback {
   void deliver(std::span<const std::uint8_t> report, const Subscriptions& subscriptions) {
     ReportInTransit transit(report, decoder_.reportID(report), decoder_.decode(report));
     for (const auto& subscription : subscriptions) {
-      const bool othersWait = subscriptions.size() > 1;
-      if (device_->waitsForReaders() && !subscription->waitForReader(stop_, othersWait)) {
-        subscription->end();
-        subscription->sayFarewell();
-      }
+      if (device_->waitsForReaders()) waitFor(subscription, subscriptions);
       subscription->deliver(&transit);
     }
+  }
+
+  /// A client that stops reading may hold up itself for ever, but not others.
+  void waitFor(const std::shared_ptr<Subscription>& subscription, const Subscriptions& all) {
+    const bool isAlone = all.size() == 1;
+    if (subscription->waitForReader(stop_, Subscription::kWaitLimit, isAlone)) return;
+    subscription->end();
+    subscription->sayFarewell();
   }
 
   const std::unique_ptr<OpenDevice> device_;
@@ -155,7 +166,7 @@ std::shared_ptr<const RoutedDevice::Subscriptions> RoutedDevice::subscriptions()
   return subscriptions_;
 }
 
-void RoutedDevice::goneAway(const Playback* playback) {
+void RoutedDevice::goneAway(Playback* playback) {
   std::shared_ptr<const Subscriptions> left;
   {
     const std::lock_guard lock(mutex_);
@@ -166,7 +177,7 @@ void RoutedDevice::goneAway(const Playback* playback) {
   }
   log_(platform::stringWithFormat("device 0x%llx (%s) has gone away", description_.registryEntryID,
                                   description_.name));
-  for (const auto& subscription : *left) subscription->sayFarewell();
+  for (const auto& subscription : *left) playback->finish(subscription, *left);
 }
 
 std::shared_ptr<platform::NSError> RoutedDevice::goneError() const {

@@ -58,7 +58,7 @@ class RoutedDevice {
   std::shared_ptr<platform::NSError> prepare();
   [[nodiscard]] std::shared_ptr<const Subscriptions> subscriptions() const;
   /// Does nothing for a playback that was given up in the meantime.
-  void goneAway(const Playback* playback);
+  void goneAway(Playback* playback);
   [[nodiscard]] std::shared_ptr<platform::NSError> goneError() const;
 
   const DeviceDescription description_;

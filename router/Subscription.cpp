@@ -49,13 +49,13 @@ void Subscription::send(ReportInTransit* report) {
   sink_->send(report->data(), report->reportID(), values);
 }
 
-bool Subscription::waitForReader(const StopSignal& stop, bool othersWait) {
+bool Subscription::waitForReader(const StopSignal& stop, std::size_t bytes, bool patiently) {
   constexpr std::chrono::milliseconds kGlance{
       50};  // between looks at whether anybody still wants to wait
   const auto stalled = std::chrono::steady_clock::now() + kStallLimit;
-  while (!sink_->waitUntilUnsentBelow(kWaitLimit, kGlance)) {
+  while (!sink_->waitUntilUnsentBelow(bytes, kGlance)) {
     if (stop.isRaised() || !isActive()) return true;
-    if (othersWait && std::chrono::steady_clock::now() >= stalled) return false;
+    if (!patiently && std::chrono::steady_clock::now() >= stalled) return false;
   }
   return true;
 }

@@ -69,8 +69,7 @@ class Subscription {
   static constexpr std::size_t kLossLimit = std::size_t{4} << 20;
   /// A device that waits for its readers keeps a client's backlog below this.
   static constexpr std::size_t kWaitLimit = std::size_t{1} << 20;
-  /// How long such a device waits for one client while others wait with it; then that client's
-  /// connection ends.
+  /// How long a client may hold up others; then its connection ends.
   static constexpr std::chrono::seconds kStallLimit{30};
 
   Subscription(std::shared_ptr<ReportSink> sink, UsageFilter filter, DeviceMode mode)
@@ -87,9 +86,9 @@ class Subscription {
   [[nodiscard]] bool isActive() const;
 
   void deliver(ReportInTransit* report);
-  /// Waits until the client has taken enough. False when it stalled for kStallLimit while
-  /// `othersWait`.
-  bool waitForReader(const StopSignal& stop, bool othersWait);
+  /// Waits until fewer than `bytes` are unsent, the client has left or `stop` is raised. False when
+  /// the client stalled for kStallLimit; with `patiently` that limit does not hold.
+  bool waitForReader(const StopSignal& stop, std::size_t bytes, bool patiently);
   void sayFarewell() { sink_->sayFarewell(); }
 
  private:

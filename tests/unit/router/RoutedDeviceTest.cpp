@@ -367,6 +367,24 @@ TEST_F(RoutedDeviceTest, WhenItGoesAwayEveryoneIsToldAndItStaysAway) {
   EXPECT_THAT(log(), ElementsAre("device 0x100000001 (Mouse) has gone away"));
 }
 
+TEST_F(RoutedDeviceTest, WhatWasSentIsTakenBeforeTheFarewell) {
+  for (const bool waits : {false, true}) {
+    waits_ = waits;
+    const auto d = device();
+    Client client;
+    enter(*d, client);
+    feed_.report("07 01");
+    client.sink->linesOnceThereAre(1);
+    client.sink->setUnsent(1);
+    feed_.goAway();
+    client.sink->awaitWaits(waits ? 3 : 2);
+    EXPECT_EQ(client.sink->farewells(), 0);
+    client.sink->setUnsent(0);
+    client.sink->awaitFarewell();
+    d->remove(client.subscription);
+  }
+}
+
 TEST_F(RoutedDeviceTest, ADeviceThatFailsGoesAway) {
   const auto d = device();
   Client a;
