@@ -122,7 +122,6 @@ TEST_F(Root, DamagedJobFilesAreLeftOutAndNoted) {
   fs::create_directories(root.jobFile("com.directory"));
   testsupport::writeFile(root.jobFile("com.quillmar.echo").parent_path() / "bad name.plist", good);
   const auto thief = platform::encodeJobFile({"com.thief", {"/x"}, {echoLabel}});
-  testsupport::writeFile(root.jobFile("com.zthief"), "");
   testsupport::writeFile(root.jobFile("com.thief"),
                          {reinterpret_cast<const char*>(thief.data()), thief.size()});
 
@@ -136,6 +135,8 @@ TEST_F(Root, DamagedJobFilesAreLeftOutAndNoted) {
               nullptr)
         << label;
   }
+  EXPECT_THAT(log(), HasSubstr("leaving out the job com.thief: the service com.quillmar.echo "
+                               "belongs to the job com.quillmar.echo"));
   EXPECT_TRUE(remove("com.garbage").succeeded()) << "what cannot be kept can still be removed";
   EXPECT_FALSE(fs::exists(root.jobFile("com.garbage")));
 }
