@@ -1,7 +1,9 @@
-// A protocol together with the classes that a connection may decode for each of its object arguments.
+// A protocol together with the classes that a connection may decode for each of its object
+// arguments.
 //
 // Threading: set up by one thread before it is given to a connection; read-only from then on.
-// Ownership: shared. Errors: std::invalid_argument for a selector or index that the protocol lacks. Order: none.
+// Ownership: shared. Errors: std::invalid_argument for a selector or index that the protocol lacks.
+// Order: none.
 #pragma once
 
 #include <initializer_list>
@@ -20,13 +22,21 @@ class NSXPCInterface {
   static std::shared_ptr<NSXPCInterface> interfaceWithProtocol(const XPCProtocol& protocol);
 
   virtual ~NSXPCInterface() = default;
-  /// Replaces the whole set for one argument of a message, or of its reply. An object is admitted when its class is one of
-  /// the set or derives from one; the same holds for everything inside it.
-  virtual void setClasses_forSelector_argumentIndex_ofReply(const NSClassSet& classes, std::string_view selector,
-                                                            std::size_t argumentIndex, bool ofReply);
+  /// Replaces the whole set for one argument of a message, or of its reply. An object is admitted
+  /// when its class is one of the set or derives from one; the same holds for everything inside it.
+  virtual void setClasses_forSelector_argumentIndex_ofReply(const NSClassSet& classes,
+                                                            std::string_view selector,
+                                                            std::size_t argumentIndex,
+                                                            bool ofReply);
   [[nodiscard]] const XPCProtocol& protocol() const { return protocol_; }
-  /// The set in force: the declared class (for collections and errors with the property-list classes inside) unless set.
-  [[nodiscard]] const NSClassSet& classesForMethod(std::size_t method, std::size_t argumentIndex, bool ofReply) const;
+  /// The set in force: the declared class (for collections and errors with the property-list
+  /// classes inside) unless set.
+  [[nodiscard]] const NSClassSet& classesForMethod(std::size_t method, std::size_t argumentIndex,
+                                                   bool ofReply) const;
+
+  /// The same for all arguments, in order.
+  [[nodiscard]] std::span<const NSClassSet> classesForMethod(std::size_t method,
+                                                             bool ofReply) const;
 
   explicit NSXPCInterface(const XPCProtocol& protocol);
 

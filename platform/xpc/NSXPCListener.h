@@ -1,7 +1,8 @@
 // The service's end: accepts connections to a named endpoint.
 //
-// Threading: resume and invalidate may be called from any thread; the delegate is asked on the listener's own thread.
-// Ownership: the delegate is held weakly. A connection that the delegate accepts is the delegate's to keep: it ends quietly
+// Threading: resume and invalidate may be called from any thread; the delegate is asked on the
+// listener's own thread. Ownership: the delegate is held weakly. A connection that the delegate
+// accepts is the delegate's to keep: it ends quietly
 //   when nobody holds it.
 // Errors: a factory returns null, with a reason in errno, when there is no such descriptor.
 // Order: connections are offered in the order in which the kernel hands them out.
@@ -20,16 +21,19 @@ class NSXPCListener;
 class NSXPCListenerDelegate {
  public:
   virtual ~NSXPCListenerDelegate() = default;
-  /// Configure and resume the connection and return true, or return false to refuse it (it is then invalidated, which the
-  /// peer sees as a farewell).
-  virtual bool listener_shouldAcceptNewConnection(const std::shared_ptr<NSXPCListener>& listener,
-                                                  const std::shared_ptr<NSXPCConnection>& connection) = 0;
+  /// Configure and resume the connection and return true, or return false to refuse it (it is then
+  /// invalidated, which the peer sees as a farewell).
+  virtual bool listener_shouldAcceptNewConnection(
+      const std::shared_ptr<NSXPCListener>& listener,
+      const std::shared_ptr<NSXPCConnection>& connection) = 0;
 };
 
 class NSXPCListener {
  public:
-  /// The descriptor that this process was handed for `service` (LISTEN_PID, LISTEN_FDS, LISTEN_FDNAMES).
-  static std::shared_ptr<NSXPCListener> initWithMachServiceName(const std::shared_ptr<NSString>& service);
+  /// The descriptor that this process was handed for `service` (LISTEN_PID, LISTEN_FDS,
+  /// LISTEN_FDNAMES).
+  static std::shared_ptr<NSXPCListener> initWithMachServiceName(
+      const std::shared_ptr<NSString>& service);
   /// Takes a listening Unix stream socket over.
   static std::shared_ptr<NSXPCListener> initWithListeningDescriptor(int descriptor);
 
@@ -40,7 +44,8 @@ class NSXPCListener {
   virtual void invalidate() = 0;
 };
 
-/// Connections of this process that have not wholly ended yet: threads and descriptors of the layer. For tests and status.
+/// Connections of this process that have not wholly ended yet: threads and descriptors of the
+/// layer. For tests and status.
 [[nodiscard]] std::size_t liveConnectionCount();
 
 }  // namespace platform

@@ -1,14 +1,17 @@
-// How a message protocol is described to the connection layer: its methods, their argument types, how to call them on an
-// object and how to make a proxy.
+// How a message protocol is described to the connection layer: its methods, their argument types,
+// how to call them on an object and how to make a proxy.
 //
-// A protocol is an abstract C++ class with one static function, protocol(), that returns its XPCProtocol. Methods are
-// pure virtual, return void and take std::uint32_t, std::uint64_t or std::shared_ptr to a platform class; a method with a
-// reply takes as last argument an XPCReply<…>, a callable that the receiver calls at most once.
+// A protocol is an abstract C++ class with one static function, protocol(), that returns its
+// XPCProtocol. Methods are pure virtual, return void and take std::uint32_t, std::uint64_t or
+// std::shared_ptr to a platform class; a method with a reply takes as last argument an XPCReply<…>,
+// a callable that the receiver calls at most once.
 //
 // Threading: descriptions are immutable. A proxy may be used from any thread.
-// Ownership: a proxy holds its connection's sending end, not the connection object; sending on a connection that is gone
+// Ownership: a proxy holds its connection's sending end, not the connection object; sending on a
+// connection that is gone
 //   calls the error handler.
-// Errors: see NSXPCConnection.h. Order: messages sent through proxies of one connection arrive in the order of sending.
+// Errors: see NSXPCConnection.h. Order: messages sent through proxies of one connection arrive in
+// the order of sending.
 #pragma once
 
 #include <array>
@@ -28,7 +31,8 @@ enum class XPCArgumentKind : std::uint8_t { UInt32, UInt64, Object };
 
 struct XPCArgument {
   XPCArgumentKind kind = XPCArgumentKind::Object;
-  const NSClass* declaredClass = nullptr;  ///< for objects: the class that is admitted unless an allow-list says otherwise
+  const NSClass* declaredClass =
+      nullptr;  ///< for objects: the class that is admitted unless an allow-list says otherwise
 };
 
 inline constexpr std::size_t kXPCMaxArguments = 6;
@@ -49,8 +53,12 @@ struct XPCValues {
   void append(XPCValue value) { values.at(count++) = std::move(value); }
 };
 
-/// What a receiver calls to answer. Copyable; the first call sends, later ones do nothing. When the last copy goes unused
-/// the sender is told (its error handler runs).
+/// The last parameter of a method that has a reply.
+template <class... Arguments>
+using XPCReply = std::function<void(Arguments...)>;
+
+/// What a receiver calls to answer. Copyable; the first call sends, later ones do nothing. When the
+/// last copy goes unused the sender is told (its error handler runs).
 using XPCReplySender = std::function<void(const XPCValues&)>;
 /// What a sender is called back with.
 using XPCReplyHandler = std::function<void(const XPCValues&)>;
@@ -60,16 +68,18 @@ using XPCErrorHandler = std::function<void(const std::shared_ptr<NSError>&)>;
 class XPCMessageSink {
  public:
   virtual ~XPCMessageSink() = default;
-  /// `method` is the index in the protocol's methods. `reply` is empty for a method without a reply. Never blocks and
-  /// never calls `reply` or the error handler before it returns.
+  /// `method` is the index in the protocol's methods. `reply` is empty for a method without a
+  /// reply. Never blocks and never calls `reply` or the error handler before it returns.
   virtual void send(std::size_t method, const XPCValues& arguments, XPCReplyHandler reply) = 0;
 };
 
 struct XPCProtocol {
   std::string_view name;
   std::span<const XPCMethod> methods;
-  /// Calls method number `method` on `object`, which points to the protocol's own C++ class (not to NSObject).
-  void (*invoke)(void* object, std::size_t method, const XPCValues& arguments, const XPCReplySender& reply) = nullptr;
+  /// Calls method number `method` on `object`, which points to the protocol's own C++ class (not to
+  /// NSObject).
+  void (*invoke)(void* object, std::size_t method, const XPCValues& arguments,
+                 const XPCReplySender& reply) = nullptr;
   /// A proxy: points to the protocol's own C++ class.
   std::shared_ptr<void> (*makeProxy)(std::shared_ptr<XPCMessageSink> sink) = nullptr;
 

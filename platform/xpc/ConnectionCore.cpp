@@ -1,0 +1,356 @@
+#include "platform/xpc/ConnectionCore.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/foundation/NSDictionary.h"
+#include "platform/foundation/NSLog.h"
+#include "platform/xpc/Hello.h"
+#include "platform/xpc/QueueThread.h"
+
+namespace platform::xpc {
+namespace {
+
+std::atomic<std::size_t> liveConnections{0};
+
+/// A batch larger than what a socket takes at once gains nothing by waiting.
+constexpr std::size_t kBatchFlushSize = std::size_t{256} << 10;
+
+std::string nameOf(const SharedTable& table) {
+  return table ? std::string(table->protocol().name) : std::string();
+}
+
+}  // namespace
+
+std::shared_ptr<NSError> connectionError(bool posix, std::int64_t code, const std::string& what) {
+  const auto userInfo = NSDictionary::dictionaryWithEntries(
+      {{str("NSDebugDescription"), NSString::stringWithUTF8(what)}});
+  return NSError::errorWithDomain_code_userInfo(
+      str(posix ? NSPOSIXErrorDomain : NSCocoaErrorDomain), code, userInfo);
+}
+
+std::shared_ptr<ConnectionCore> ConnectionCore::toService(std::string service) {
+  return std::make_shared<ConnectionCore>(std::move(service), -1);
+}
+
+std::shared_ptr<ConnectionCore> ConnectionCore::accepted(int socket) {
+  return std::make_shared<ConnectionCore>(std::string(), socket);
+}
+
+ConnectionCore::ConnectionCore(std::string service, int acceptedSocket)
+    : service_(std::move(service)), accepted_(acceptedSocket >= 0), socket_(acceptedSocket) {
+  if (!accepted_) return;
+  peer_ = peerOfSocket(socket_);
+  countsAsLive_ = true;
+  liveConnections.fetch_add(1);
+}
+
+ConnectionCore::~ConnectionCore() {
+  if (socket_ >= 0) ::close(socket_);
+  if (wake_ >= 0) ::close(wake_);
+  if (peer_.process >= 0) ::close(peer_.process);
+  if (countsAsLive_) liveConnections.fetch_sub(1);
+}
+
+std::size_t ConnectionCore::liveCount() {
+  return liveConnections.load();
+}
+
+// -------------------------------------------------------------------------------------------------------------------
+// Configuration
+
+void ConnectionCore::setExportedTable(SharedTable table) {
+  const std::lock_guard lock(mutex_);
+  exportedTable_.swap(table);
+  exportedVersion_.fetch_add(1, std::memory_order_release);
+}
+
+void ConnectionCore::setExportedObject(XPCExportedObject object) {
+  const std::lock_guard lock(mutex_);
+  std::swap(exportedObject_, object);
+  exportedVersion_.fetch_add(1, std::memory_order_release);
+}
+
+void ConnectionCore::setRemoteTable(SharedTable table) {
+  const std::lock_guard lock(mutex_);
+  remoteTable_.swap(table);
+}
+
+SharedTable ConnectionCore::remoteTable() const {
+  const std::lock_guard lock(mutex_);
+  return remoteTable_;
+}
+
+void ConnectionCore::replaceHandler(SharedHandler& slot, std::function<void()> handler) {
+  auto shared = handler ? std::make_shared<std::function<void()>>(std::move(handler)) : nullptr;
+  const std::lock_guard lock(mutex_);
+  if (!reported_ && !abandoned_) slot.swap(shared);
+}
+
+void ConnectionCore::setInterruptionHandler(std::function<void()> handler) {
+  replaceHandler(interruptionHandler_, std::move(handler));
+}
+
+void ConnectionCore::setInvalidationHandler(std::function<void()> handler) {
+  replaceHandler(invalidationHandler_, std::move(handler));
+}
+
+// -------------------------------------------------------------------------------------------------------------------
+// Beginning and ending
+
+void ConnectionCore::resume() {
+  Released released;
+  std::unique_lock lock(mutex_);
+  if (resumed_ || isOverLocked()) return;
+  resumed_ = true;
+  resumedEntry_.enter(exportedObject_.object);
+  if (accepted_) {
+    openStreamLocked();
+    flushLocked(released);
+  }
+  pokeLocked();
+  const bool starved = !threadRuns_;
+  lock.unlock();
+  if (starved) log("no thread or descriptor is to be had; the next call tries again");
+}
+
+void ConnectionCore::invalidate() {
+  Released released;
+  const std::lock_guard lock(mutex_);
+  if (invalidated_ || abandoned_ || reported_) return;
+  invalidated_ = true;
+  endStreamLocallyLocked(released);
+  pokeLocked();
+}
+
+void ConnectionCore::abandon() {
+  Released released;
+  SharedHandler interruption;
+  SharedHandler invalidation;
+  const std::lock_guard lock(mutex_);
+  if (invalidated_ || abandoned_) return;
+  abandoned_ = true;
+  interruption.swap(interruptionHandler_);
+  invalidation.swap(invalidationHandler_);
+  endStreamLocallyLocked(released);
+  const bool nothingToDo = socket_ < 0 && pending_.empty() && backlog_.empty() && failures_.empty();
+  if (!threadRuns_ && nothingToDo) {
+    ended_ = true;
+  } else {
+    pokeLocked();
+  }
+}
+
+/// The farewell goes out at once where the socket takes it, so that even a process that exits right
+/// after is understood.
+void ConnectionCore::endStreamLocallyLocked(Released& released) {
+  stopDelivering_.store(true, std::memory_order_relaxed);
+  if (socket_ < 0 || farewellSent_) return;
+  if (!streamOpen_) openStreamLocked();
+  WireWriter farewell;
+  farewell.beginFrame(FrameKind::Farewell, 0);
+  farewell.finishFrame();
+  backlog_.append(farewell.bytes(), false, nullptr);
+  farewellSent_ = true;
+  flushLocked(released);
+}
+
+void ConnectionCore::openStreamLocked() {
+  WireWriter hello;
+  writeHello(hello, {kWireVersion, nameOf(exportedTable_), nameOf(remoteTable_)});
+  backlog_.prepend(hello.bytes());
+  streamOpen_ = true;
+  ++stream_;
+}
+
+// -------------------------------------------------------------------------------------------------------------------
+// Sending
+
+void ConnectionCore::send(const SharedTable& remote, std::size_t method, const XPCValues& arguments,
+                          XPCReplyHandler reply, const SharedErrorHandler& errorHandler) {
+  const bool request = remote->methods()[method].hasReply;
+  const std::uint64_t id = request ? nextRequest_.fetch_add(1, std::memory_order_relaxed) : 0;
+  WireWriter frame;
+  try {
+    frame.beginFrame(request ? FrameKind::Request : FrameKind::Message, method);
+    if (request) frame.u64(id);
+    encodeValues(frame, arguments);
+    frame.finishFrame();
+  } catch (const EncodingError& error) {
+    NSLogString("a message was not sent: " + std::string(error.what()));
+    const std::lock_guard lock(mutex_);
+    return failLocked(
+        {std::move(reply), errorHandler, connectionError(true, error.code(), error.what())});
+  }
+  bool dropsBegin = false;
+  Released released;
+  {
+    const std::lock_guard lock(mutex_);
+    if (isOverLocked()) {
+      return failLocked(
+          {std::move(reply), errorHandler, makeError(NSXPCConnectionInvalid, "is invalid")});
+    }
+    if (fitsLocked(frame.size())) {
+      if (request) pending_.emplace(id, Pending{remote, method, std::move(reply), errorHandler});
+      return enqueueLocked(frame.bytes(), !request, errorHandler, released);
+    }
+    dropsBegin = noteDropLocked();
+    failLocked({std::move(reply), errorHandler,
+                connectionError(true, ENOBUFS, "the peer does not read; the message was dropped")});
+  }
+  if (dropsBegin) log("the peer does not read; messages are being dropped");
+}
+
+void ConnectionCore::answer(std::uint64_t stream, std::uint64_t id,
+                            const std::vector<ArgumentRule>& rules, const XPCValues* values) {
+  WireWriter frame;
+  frame.beginFrame(values ? FrameKind::Reply : FrameKind::ReplyDropped, 0);
+  frame.u64(id);
+  if (values != nullptr) {
+    try {
+      if (values->count != rules.size())
+        throw EncodingError(EINVAL, "wrong number of values in a reply");
+      encodeValues(frame, *values);
+    } catch (const EncodingError& error) {
+      NSLogString("a reply was not sent: " + std::string(error.what()));
+      return answer(stream, id, rules, nullptr);
+    }
+  }
+  frame.finishFrame();
+  Released released;
+  const std::lock_guard lock(mutex_);
+  if (stream != stream_ || !streamOpen_ || isOverLocked() || replyOverflow_) return;
+  if (fitsLocked(frame.size())) return enqueueLocked(frame.bytes(), false, nullptr, released);
+  static_cast<void>(noteDropLocked());
+  replyOverflow_ = true;
+  pokeLocked();
+}
+
+bool ConnectionCore::noteDropLocked() {
+  ++dropped_;
+  return !std::exchange(dropping_, true);
+}
+
+void ConnectionCore::enqueueLocked(std::span<const std::uint8_t> frame, bool oneWay,
+                                   const SharedErrorHandler& errorHandler, Released& released) {
+  if (streamOpen_ && backlog_.empty() && batchDepth_ == 0 && !writeBroken_) {
+    const std::ptrdiff_t written = writeLocked(frame);
+    if (written == static_cast<std::ptrdiff_t>(frame.size())) return;
+    backlog_.append(frame.subspan(static_cast<std::size_t>(written)), oneWay, errorHandler);
+    return pokeLocked();
+  }
+  const bool first = backlog_.empty();
+  backlog_.append(frame, oneWay, errorHandler);
+  if (batchDepth_ > 0 && backlog_.size() >= kBatchFlushSize) flushLocked(released);
+  if (batchDepth_ == 0 && first && resumed_) pokeLocked();
+}
+
+/// How many bytes the socket took.
+std::ptrdiff_t ConnectionCore::writeLocked(std::span<const std::uint8_t> bytes) {
+  for (;;) {
+    const ssize_t written =
+        ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (written >= 0) return written;
+    if (errno == EINTR) continue;
+    if (errno != EAGAIN && errno != ENOBUFS) writeBroken_ = true;
+    return 0;
+  }
+}
+
+void ConnectionCore::flushLocked(Released& released) {
+  while (streamOpen_ && !writeBroken_ && !backlog_.empty()) {
+    const std::ptrdiff_t written = writeLocked(backlog_.bytes());
+    if (written == 0) break;
+    backlog_.written(static_cast<std::size_t>(written), released);
+  }
+  if (backlog_.empty()) dropping_ = false;
+  if (unsentWaiters_ > 0) unsentChanged_.notify_all();
+}
+
+void ConnectionCore::beginBatch() {
+  const std::lock_guard lock(mutex_);
+  ++batchDepth_;
+}
+
+void ConnectionCore::endBatch() {
+  Released released;
+  const std::lock_guard lock(mutex_);
+  if (--batchDepth_ > 0) return;
+  flushLocked(released);
+  if (!backlog_.empty() && resumed_) pokeLocked();
+}
+
+std::size_t ConnectionCore::unsentBytes() const {
+  const std::lock_guard lock(mutex_);
+  return backlog_.size();
+}
+
+bool ConnectionCore::waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit) {
+  const std::size_t below = std::max<std::size_t>(bytes, 1);
+  const auto deadline =
+      Clock::now() + std::clamp<std::chrono::milliseconds>(limit, std::chrono::milliseconds{0},
+                                                           std::chrono::hours{24});
+  std::unique_lock lock(mutex_);
+  if (threadRuns_ && queueThread_ == std::this_thread::get_id()) {
+    lock.unlock();
+    return waitOnQueueThread(below, deadline);
+  }
+  ++unsentWaiters_;
+  const bool reached =
+      unsentChanged_.wait_until(lock, deadline, [&] { return backlog_.size() < below; });
+  --unsentWaiters_;
+  return reached;
+}
+
+std::uint64_t ConnectionCore::messagesDropped() const {
+  const std::lock_guard lock(mutex_);
+  return dropped_;
+}
+
+PeerIdentity ConnectionCore::peer() const {
+  const std::lock_guard lock(mutex_);
+  return peer_;
+}
+
+// -------------------------------------------------------------------------------------------------------------------
+// The queue thread's attention
+
+void ConnectionCore::failLocked(Failure failure) {
+  failures_.push_back(std::move(failure));
+  pokeLocked();
+}
+
+void ConnectionCore::pokeLocked() {
+  if (!threadRuns_ && !startThreadLocked()) return;
+  if (!attention_.exchange(true)) ::eventfd_write(wake_, 1);
+}
+
+/// Without a thread or descriptor to be had the work stays queued, and the next call tries again.
+bool ConnectionCore::startThreadLocked() {
+  if (wake_ < 0) wake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (wake_ < 0) return false;
+  attention_.store(false);
+  threadRuns_ = startDetachedThread("xpc connection", [core = shared_from_this()]() mutable {
+    core->run();
+    core.reset();
+    liveConnections.fetch_sub(1);
+  });
+  if (threadRuns_ && !countsAsLive_) {
+    countsAsLive_ = true;
+    liveConnections.fetch_add(1);
+  }
+  return threadRuns_;
+}
+
+/// The count itself falls when the thread has let go of everything.
+void ConnectionCore::releaseTokenLocked() {
+  threadRuns_ = false;
+  countsAsLive_ = false;
+  queueThread_ = {};
+}
+
+}  // namespace platform::xpc

@@ -1,0 +1,220 @@
+// One connection: its socket, its queue thread and what is pending. NSXPCConnection is a handle on
+// it.
+//
+// ConnectionCore.cpp     what other threads call: configuration, sending, ending
+// ConnectionQueue.cpp    the queue thread: which step comes next, connecting, reading, ends and
+// reports ConnectionDelivery.cpp the queue thread: from a frame to the call it stands for
+//
+// Threading: as NSXPCConnection.h. mutex_ covers plain state and non-blocking system calls, never a
+// call-out nor the
+//   destruction of anything that a caller gave. Members below "queue thread" belong to that thread
+//   alone.
+// Ownership: the handle and the running queue thread hold the core; proxies do too, reply senders
+// only weakly. The core
+//   never holds its handle.
+// Errors, Order: as NSXPCConnection.h.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/xpc/InterfaceTable.h"
+#include "platform/xpc/NSXPCConnection.h"
+#include "platform/xpc/PeerIdentity.h"
+#include "platform/xpc/ReceiveBuffer.h"
+#include "platform/xpc/SendBacklog.h"
+#include "platform/xpc/StaleReports.h"
+#include "platform/xpc/Wire.h"
+
+namespace platform::xpc {
+
+using SharedHandler = std::shared_ptr<std::function<void()>>;
+using SharedTable = std::shared_ptr<const InterfaceTable>;
+
+class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
+ public:
+  static std::shared_ptr<ConnectionCore> toService(std::string service);
+  /// Takes the connected socket over.
+  static std::shared_ptr<ConnectionCore> accepted(int socket);
+  ConnectionCore(std::string service, int acceptedSocket);
+  ConnectionCore(const ConnectionCore&) = delete;
+  ConnectionCore& operator=(const ConnectionCore&) = delete;
+  ~ConnectionCore();
+
+  void setExportedTable(SharedTable table);
+  void setExportedObject(XPCExportedObject object);
+  void setRemoteTable(SharedTable table);
+  [[nodiscard]] SharedTable remoteTable() const;
+  void setInterruptionHandler(std::function<void()> handler);
+  void setInvalidationHandler(std::function<void()> handler);
+
+  void resume();
+  void invalidate();
+  /// The handle is gone: end quietly, unless an invalidation is under way already.
+  void abandon();
+
+  void send(const SharedTable& remote, std::size_t method, const XPCValues& arguments,
+            XPCReplyHandler reply, const SharedErrorHandler& errorHandler);
+  /// Answers request `id` of stream number `stream`; with null, says that it will not be answered.
+  void answer(std::uint64_t stream, std::uint64_t id, const std::vector<ArgumentRule>& rules,
+              const XPCValues* values);
+
+  void beginBatch();
+  void endBatch();
+  [[nodiscard]] std::size_t unsentBytes() const;
+  bool waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit);
+  [[nodiscard]] std::uint64_t messagesDropped() const;
+  [[nodiscard]] PeerIdentity peer() const;
+
+  /// Connections whose thread runs or whose socket is open.
+  static std::size_t liveCount();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  struct Pending {
+    SharedTable table;
+    std::size_t method = 0;
+    XPCReplyHandler reply;
+    SharedErrorHandler errorHandler;
+  };
+  /// An error handler that is due. The reply is carried along so that both are released together,
+  /// on the queue.
+  struct Failure {
+    XPCReplyHandler reply;
+    SharedErrorHandler errorHandler;
+    std::shared_ptr<NSError> error;
+  };
+  using Released = std::vector<SharedErrorHandler>;
+
+  enum class Step { Again, FinishLocally, Connect, Serve, Sleep, Exit };
+  enum class StreamEnd { No, Farewell, Breach, Lost };
+
+  // Any thread. "Locked" in a name: the caller holds mutex_.
+  void replaceHandler(SharedHandler& slot, std::function<void()> handler);
+  void enqueueLocked(std::span<const std::uint8_t> frame, bool oneWay,
+                     const SharedErrorHandler& errorHandler, Released& released);
+  void flushLocked(Released& released);
+  std::ptrdiff_t writeLocked(std::span<const std::uint8_t> bytes);
+  void openStreamLocked();
+  void endStreamLocallyLocked(Released& released);
+  void failLocked(Failure failure);
+  void pokeLocked();
+  bool startThreadLocked();
+  void releaseTokenLocked();
+  [[nodiscard]] bool isOverLocked() const { return invalidated_ || abandoned_ || ended_; }
+  [[nodiscard]] bool fitsLocked(std::size_t bytes) const {
+    return bytes <= kXPCUnsentLimit - std::min(backlog_.size(), kXPCUnsentLimit);
+  }
+  bool noteDropLocked();
+  bool waitOnQueueThread(std::size_t bytes, Clock::time_point deadline);
+
+  // Queue thread: ConnectionQueue.cpp
+  void run();
+  Step nextStep();
+  void runFailures();
+  void connect();
+  void adoptSocket(int socket);
+  void serve();
+  void deliverOrBreach();
+  bool readOnce();
+  void flush();
+  [[nodiscard]] bool wait(int timeoutMilliseconds, bool withSocket);
+  void drainWake();
+  void pause(std::chrono::milliseconds duration);
+  bool endsByOwnHand() const;
+  void endStream();
+  void failEverythingPending(std::int64_t code, const char* what, bool keepUnsent);
+  void reportInterruption();
+  void reportInvalidation();
+  void finishLocally();
+  void connectToFlush();
+  void linger();
+  void discardInput();
+  void closeSocket();
+  [[nodiscard]] std::shared_ptr<NSError> makeError(std::int64_t code, const char* what) const;
+  void log(const std::string& text) const;
+
+  // Queue thread: ConnectionDelivery.cpp
+  bool deliverFrames();
+  bool handleFrame(const FrameHeader& header, std::span<const std::uint8_t> body);
+  bool handleHello(std::span<const std::uint8_t> body);
+  bool handleCall(const FrameHeader& header, std::span<const std::uint8_t> body);
+  void invoke(std::size_t method, std::uint64_t id, const MethodRules& rules);
+  bool handleReply(std::span<const std::uint8_t> body);
+  bool handleReplyDropped(std::span<const std::uint8_t> body);
+  bool takePending(std::uint64_t id, Pending& pending);
+  void answerDropped(std::uint64_t id);
+  void refreshExported();
+  void dropForWantOfObject(std::size_t method, std::uint64_t id);
+  bool breach(std::string_view what);
+  template <class Call>
+  void guarded(const char* what, const Call& call) const;
+
+  const std::string service_;  ///< empty for an accepted connection
+  const bool accepted_;
+
+  mutable std::mutex mutex_;
+  std::condition_variable unsentChanged_;
+  std::size_t unsentWaiters_ = 0;
+  SharedTable exportedTable_;
+  SharedTable remoteTable_;
+  XPCExportedObject exportedObject_;
+  SharedHandler interruptionHandler_;
+  SharedHandler invalidationHandler_;
+  bool resumed_ = false;
+  bool invalidated_ = false;  ///< by our own hand
+  bool abandoned_ = false;
+  bool ended_ = false;  ///< no stream now nor ever again
+  bool farewellSent_ = false;
+  bool reported_ = false;  ///< handlers are gone for good
+  bool threadRuns_ = false;
+  bool countsAsLive_ = false;
+  std::thread::id queueThread_;
+  int socket_ = -1;
+  int wake_ = -1;
+  bool streamOpen_ = false;     ///< our hello is in the stream or at the front of the backlog
+  bool writeBroken_ = false;    ///< the peer takes nothing any more; why, the reading end learns
+  bool replyOverflow_ = false;  ///< the peer asks but does not read the answers
+  bool dropping_ = false;
+  std::uint64_t stream_ = 0;
+  std::size_t batchDepth_ = 0;
+  SendBacklog backlog_;
+  std::map<std::uint64_t, Pending> pending_;
+  std::vector<Failure> failures_;
+  PeerIdentity peer_;
+  std::uint64_t dropped_ = 0;
+
+  std::atomic<std::uint64_t> nextRequest_{1};
+  std::atomic<std::uint64_t> exportedVersion_{0};
+  std::atomic<bool> attention_{false};
+  std::atomic<bool> stopDelivering_{false};
+
+  // queue thread
+  ReceiveBuffer buffer_;
+  std::size_t frontFrameSize_ = 0;
+  bool helloSeen_ = false;
+  StreamEnd streamEnd_ = StreamEnd::No;
+  XPCValues values_;
+  SharedTable exported_;
+  XPCExportedObject object_;
+  std::uint64_t seenVersion_ = 0;
+  bool missedObjectLogged_ = false;
+  unsigned connectAttempts_ = 0;
+  Clock::time_point connectStarted_;
+  ResumedConnection resumedEntry_;
+};
+
+/// An NSError of NSCocoaErrorDomain or, with `posix`, NSPOSIXErrorDomain that says `what` under
+/// NSDebugDescription.
+std::shared_ptr<NSError> connectionError(bool posix, std::int64_t code, const std::string& what);
+
+}  // namespace platform::xpc

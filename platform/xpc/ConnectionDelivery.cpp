@@ -1,0 +1,243 @@
+#include "platform/xpc/ConnectionCore.h"
+#include "platform/xpc/Guarded.h"
+#include "platform/xpc/Hello.h"
+
+namespace platform::xpc {
+namespace {
+
+/// What a reply sender holds: answers once, or says at its end that no answer will come.
+class ReplyTicket {
+ public:
+  ReplyTicket(std::weak_ptr<ConnectionCore> core, SharedTable table, std::size_t method,
+              std::uint64_t stream, std::uint64_t id)
+      : core_(std::move(core)),
+        table_(std::move(table)),
+        method_(method),
+        stream_(stream),
+        id_(id) {}
+  ReplyTicket(const ReplyTicket&) = delete;
+  ReplyTicket& operator=(const ReplyTicket&) = delete;
+  ~ReplyTicket() {
+    if (!used_.exchange(true)) send(nullptr);
+  }
+  void answer(const XPCValues& values) {
+    if (!used_.exchange(true)) send(&values);
+  }
+
+ private:
+  void send(const XPCValues* values) {
+    if (const auto core = core_.lock())
+      core->answer(stream_, id_, table_->methods()[method_].reply, values);
+  }
+
+  const std::weak_ptr<ConnectionCore> core_;
+  const SharedTable table_;
+  const std::size_t method_;
+  const std::uint64_t stream_;
+  const std::uint64_t id_;
+  std::atomic<bool> used_{false};
+};
+
+const char* headerFault(HeaderVerdict verdict) {
+  switch (verdict) {
+    case HeaderVerdict::TooLong:
+      return "a frame of more than 16 MiB";
+    case HeaderVerdict::UnknownKind:
+      return "a frame of unknown kind";
+    case HeaderVerdict::ReservedNotZero:
+      return "a frame whose reserved byte is not zero";
+    case HeaderVerdict::Valid:
+      break;
+  }
+  return "";
+}
+
+}  // namespace
+
+bool ConnectionCore::breach(std::string_view what) {
+  log("breach: " + std::string(what));
+  streamEnd_ = StreamEnd::Breach;
+  return false;
+}
+
+/// Whether the stream goes on.
+bool ConnectionCore::deliverFrames() {
+  while (!stopDelivering_.load(std::memory_order_relaxed)) {
+    const auto unread = buffer_.unread();
+    frontFrameSize_ = 0;
+    if (unread.size() < kFrameHeaderSize) return true;
+    FrameHeader header;
+    const HeaderVerdict verdict = readFrameHeader(unread.data(), header);
+    if (verdict != HeaderVerdict::Valid) return breach(headerFault(verdict));
+    const std::size_t size = kFrameHeaderSize + header.length;
+    if (unread.size() < size) {
+      frontFrameSize_ = size;
+      return true;
+    }
+    if (!handleFrame(header, unread.subspan(kFrameHeaderSize, header.length))) return false;
+    buffer_.consume(size);
+  }
+  return false;
+}
+
+bool ConnectionCore::handleFrame(const FrameHeader& header, std::span<const std::uint8_t> body) {
+  if (header.kind == FrameKind::Message && helloSeen_) return handleCall(header, body);
+  if (!helloSeen_ && header.kind != FrameKind::Hello) return breach("the first frame is no hello");
+  if (header.kind == FrameKind::Request) return handleCall(header, body);
+  if (header.method != 0) return breach("a method number where none belongs");
+  switch (header.kind) {
+    case FrameKind::Hello:
+      return handleHello(body);
+    case FrameKind::Reply:
+      return handleReply(body);
+    case FrameKind::ReplyDropped:
+      return handleReplyDropped(body);
+    case FrameKind::Farewell:
+      break;
+    case FrameKind::Message:
+    case FrameKind::Request:
+      return handleCall(header, body);
+  }
+  if (!body.empty()) return breach("a farewell with a body");
+  streamEnd_ = StreamEnd::Farewell;
+  return false;
+}
+
+bool ConnectionCore::handleHello(std::span<const std::uint8_t> body) {
+  if (helloSeen_) return breach("a second hello");
+  helloSeen_ = true;
+  const auto theirs = readHello(body);
+  if (!theirs) return breach("a hello that is none");
+  Hello ours;
+  {
+    const std::lock_guard lock(mutex_);
+    if (exportedTable_) ours.exported = exportedTable_->protocol().name;
+    if (remoteTable_) ours.remote = remoteTable_->protocol().name;
+  }
+  const std::string why = mismatch(ours, *theirs);
+  return why.empty() || breach(why);
+}
+
+// -------------------------------------------------------------------------------------------------------------------
+// Calls
+
+void ConnectionCore::refreshExported() {
+  if (exportedVersion_.load(std::memory_order_acquire) == seenVersion_) return;
+  SharedTable table;
+  XPCExportedObject object;
+  {
+    const std::lock_guard lock(mutex_);
+    table = exportedTable_;
+    object = exportedObject_;
+    seenVersion_ = exportedVersion_.load(std::memory_order_relaxed);
+  }
+  exported_.swap(table);
+  std::swap(object_, object);
+}
+
+bool ConnectionCore::handleCall(const FrameHeader& header, std::span<const std::uint8_t> body) {
+  refreshExported();
+  WireReader reader(body);
+  const std::uint64_t id = header.kind == FrameKind::Request ? reader.u64() : 0;
+  if (header.kind == FrameKind::Request && id == 0) return breach("a request without an ID");
+  if (!exported_) return dropForWantOfObject(header.method, id), true;
+  if (header.method >= exported_->methods().size())
+    return breach("a method that the protocol lacks");
+  const MethodRules& rules = exported_->methods()[header.method];
+  if (rules.hasReply != (header.kind == FrameKind::Request))
+    return breach("a message and a request mistaken for each other");
+  const ValuesResult result = decodeValues(reader, rules.arguments, values_);
+  if (result.verdict == DecodeVerdict::Accepted) {
+    invoke(header.method, id, rules);
+  } else if (result.verdict == DecodeVerdict::Refused) {
+    log(std::string(exported_->protocol().methods[header.method].selector) +
+        " dropped: " + std::string(result.reason) + " is not admitted in argument " +
+        std::to_string(result.argument));
+    answerDropped(id);
+  }
+  clearValues(values_);
+  return result.verdict != DecodeVerdict::Malformed || breach(result.reason);
+}
+
+void ConnectionCore::invoke(std::size_t method, std::uint64_t id, const MethodRules& rules) {
+  static const XPCReplySender none;
+  const std::shared_ptr<void> object = object_.object.lock();
+  const XPCProtocol& protocol = exported_->protocol();
+  if (!object || object_.protocol != &protocol) return dropForWantOfObject(method, id);
+  if (!rules.hasReply) {
+    return guarded("an exported method",
+                   [&] { protocol.invoke(object.get(), method, values_, none); });
+  }
+  const auto ticket =
+      std::make_shared<ReplyTicket>(weak_from_this(), exported_, method, stream_, id);
+  guarded("an exported method", [&] {
+    protocol.invoke(object.get(), method, values_,
+                    [ticket](const XPCValues& values) { ticket->answer(values); });
+  });
+}
+
+void ConnectionCore::dropForWantOfObject(std::size_t method, std::uint64_t id) {
+  if (!std::exchange(missedObjectLogged_, true)) {
+    log("message " + std::to_string(method) +
+        " and any further one dropped: there is no exported object");
+  }
+  answerDropped(id);
+}
+
+/// IDs begin with 1: there is nothing to answer to a one-way message.
+void ConnectionCore::answerDropped(std::uint64_t id) {
+  if (id != 0) answer(stream_, id, {}, nullptr);
+}
+
+// -------------------------------------------------------------------------------------------------------------------
+// Replies
+
+bool ConnectionCore::takePending(std::uint64_t id, Pending& pending) {
+  const std::lock_guard lock(mutex_);
+  const auto found = pending_.find(id);
+  if (found == pending_.end()) return false;
+  pending = std::move(found->second);
+  pending_.erase(found);
+  return true;
+}
+
+bool ConnectionCore::handleReply(std::span<const std::uint8_t> body) {
+  WireReader reader(body);
+  const std::uint64_t id = reader.u64();
+  Pending pending;
+  if (!takePending(id, pending)) return breach("a reply that nobody waits for");
+  XPCValues values;
+  const auto& rules = pending.table->methods()[pending.method];
+  const ValuesResult result = decodeValues(reader, rules.reply, values);
+  if (result.verdict == DecodeVerdict::Accepted) {
+    if (pending.reply) guarded("a reply", [&] { pending.reply(values); });
+    return true;
+  }
+  if (result.verdict == DecodeVerdict::Refused) {
+    log("a reply to " + std::string(pending.table->protocol().methods[pending.method].selector) +
+        " refused: " + std::string(result.reason) + " is not admitted");
+  }
+  if (pending.errorHandler && *pending.errorHandler) {
+    const auto error =
+        makeError(NSXPCConnectionReplyInvalid, "received a reply that is not admitted");
+    guarded("an error handler", [&] { (*pending.errorHandler)(error); });
+  }
+  return result.verdict == DecodeVerdict::Refused || breach(result.reason);
+}
+
+bool ConnectionCore::handleReplyDropped(std::span<const std::uint8_t> body) {
+  WireReader reader(body);
+  const std::uint64_t id = reader.u64();
+  Pending pending;
+  if (reader.failed() || reader.remaining() != 0)
+    return breach("a malformed frame about a dropped reply");
+  if (!takePending(id, pending)) return breach("news of a reply that nobody waits for");
+  if (pending.errorHandler && *pending.errorHandler) {
+    const auto error = makeError(NSXPCConnectionReplyInvalid,
+                                 "will not bring a reply: the peer dropped it unanswered");
+    guarded("an error handler", [&] { (*pending.errorHandler)(error); });
+  }
+  return true;
+}
+
+}  // namespace platform::xpc

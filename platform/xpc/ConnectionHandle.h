@@ -1,0 +1,41 @@
+// What an application holds of a connection: when it goes, the connection ends.
+//
+// Threading, Errors, Order: as NSXPCConnection.h. Ownership: the handle holds the core, never the
+// other way round.
+#pragma once
+
+#include "platform/xpc/ConnectionCore.h"
+
+namespace platform::xpc {
+
+class ConnectionHandle final : public NSXPCConnection {
+ public:
+  explicit ConnectionHandle(std::shared_ptr<ConnectionCore> core);
+  ConnectionHandle(const ConnectionHandle&) = delete;
+  ConnectionHandle& operator=(const ConnectionHandle&) = delete;
+  ~ConnectionHandle() override;
+
+  void setExportedInterface(std::shared_ptr<NSXPCInterface> interface) override;
+  void setRemoteObjectInterface(std::shared_ptr<NSXPCInterface> interface) override;
+  void setInterruptionHandler(std::function<void()> handler) override;
+  void setInvalidationHandler(std::function<void()> handler) override;
+  void resume() override;
+  void invalidate() override;
+  [[nodiscard]] uid_t effectiveUserIdentifier() const override;
+  [[nodiscard]] pid_t processIdentifier() const override;
+  [[nodiscard]] int processDescriptor() const override;
+  [[nodiscard]] std::size_t unsentBytes() const override;
+  bool waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit) override;
+  [[nodiscard]] std::uint64_t messagesDropped() const override;
+  void sendBatch(const std::function<void()>& body) override;
+
+ protected:
+  void setExportedObject(XPCExportedObject object) override;
+  std::shared_ptr<void> remoteObjectProxy(const XPCProtocol& protocol,
+                                          XPCErrorHandler handler) override;
+
+ private:
+  const std::shared_ptr<ConnectionCore> core_;
+};
+
+}  // namespace platform::xpc

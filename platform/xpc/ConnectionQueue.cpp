@@ -1,0 +1,398 @@
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "platform/foundation/NSLog.h"
+#include "platform/services/ServiceEndpoints.h"
+#include "platform/xpc/ConnectionCore.h"
+#include "platform/xpc/Guarded.h"
+#include "platform/xpc/Pacing.h"
+
+namespace platform::xpc {
+namespace {
+
+constexpr std::chrono::seconds kLongestLinger{2};
+constexpr int kTrimAfterMilliseconds = 1000;
+constexpr int kForever = -1;
+
+int millisecondsUntil(std::chrono::steady_clock::time_point deadline) {
+  const auto left =
+      std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+  return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 1'000'000));
+}
+
+}  // namespace
+
+// -------------------------------------------------------------------------------------------------------------------
+// What comes next
+
+void ConnectionCore::run() {
+  {
+    const std::lock_guard lock(mutex_);
+    queueThread_ = std::this_thread::get_id();
+  }
+  for (;;) {
+    attention_.store(
+        false);  // before the state is looked at, so that a later change wakes the thread again
+    runFailures();
+    switch (nextStep()) {
+      case Step::Again:
+        break;
+      case Step::FinishLocally:
+        finishLocally();
+        break;
+      case Step::Connect:
+        connect();
+        break;
+      case Step::Serve:
+        serve();
+        break;
+      case Step::Sleep:
+        static_cast<void>(wait(kForever, false));
+        break;
+      case Step::Exit:
+        return;
+    }
+  }
+}
+
+ConnectionCore::Step ConnectionCore::nextStep() {
+  const std::lock_guard lock(mutex_);
+  if (!failures_.empty()) return Step::Again;
+  if ((invalidated_ || abandoned_) && !ended_) return Step::FinishLocally;
+  if (ended_ || !resumed_) {
+    releaseTokenLocked();
+    return Step::Exit;
+  }
+  if (socket_ >= 0) return Step::Serve;
+  return backlog_.empty() ? Step::Sleep : Step::Connect;
+}
+
+void ConnectionCore::runFailures() {
+  for (;;) {
+    std::vector<Failure> due;
+    {
+      const std::lock_guard lock(mutex_);
+      due.swap(failures_);
+    }
+    if (due.empty()) return;
+    for (Failure& failure : due) {
+      if (failure.errorHandler && *failure.errorHandler) {
+        guarded("an error handler", [&] { (*failure.errorHandler)(failure.error); });
+      }
+      failure = {};
+    }
+  }
+}
+
+/// Sleeps until the thread is wanted, the socket (if looked at) has news, or the time is over;
+/// false then.
+bool ConnectionCore::wait(int timeoutMilliseconds, bool withSocket) {
+  std::array<pollfd, 2> watched{{{wake_, POLLIN, 0}, {-1, POLLIN, 0}}};
+  if (withSocket) {
+    const std::lock_guard lock(mutex_);
+    watched[1].fd = socket_;
+    if (!backlog_.empty() && !writeBroken_ && batchDepth_ == 0) watched[1].events |= POLLOUT;
+  }
+  if (::poll(watched.data(), watched.size(), timeoutMilliseconds) == 0) return false;
+  if (watched[0].revents != 0) drainWake();
+  if ((watched[1].revents & POLLOUT) != 0) flush();
+  return true;
+}
+
+void ConnectionCore::drainWake() {
+  eventfd_t count = 0;
+  ::eventfd_read(wake_, &count);
+}
+
+void ConnectionCore::flush() {
+  Released released;
+  const std::lock_guard lock(mutex_);
+  if (batchDepth_ == 0) flushLocked(released);
+}
+
+// -------------------------------------------------------------------------------------------------------------------
+// The stream
+
+void ConnectionCore::connect() {
+  if (connectAttempts_ == 0) connectStarted_ = Clock::now();
+  ServiceConnectResult result;
+  guarded("connecting", [&] { result = serviceEndpoints().load()->connectToService(service_); });
+  if (result.outcome == ServiceConnectResult::Outcome::Connected) {
+    connectAttempts_ = 0;
+    return adoptSocket(result.descriptor);
+  }
+  if (result.outcome == ServiceConnectResult::Outcome::TryAgain) {
+    return pause(pauseBeforeAttempt(++connectAttempts_));
+  }
+  log("no connection: " + (result.reason.empty() ? std::string("unknown name") : result.reason));
+  streamEnd_ = StreamEnd::Breach;
+  endStream();
+}
+
+void ConnectionCore::adoptSocket(int socket) {
+  Released released;
+  const std::lock_guard lock(mutex_);
+  socket_ = socket;
+  peer_ = peerOfSocket(socket);
+  writeBroken_ = false;
+  helloSeen_ = false;
+  streamEnd_ = StreamEnd::No;
+  openStreamLocked();
+  flushLocked(released);
+}
+
+void ConnectionCore::serve() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (replyOverflow_) streamEnd_ = StreamEnd::Breach;
+  }
+  if (streamEnd_ == StreamEnd::Breach) log("breach: the peer asks but does not read the answers");
+  while (streamEnd_ == StreamEnd::No) {
+    if (readOnce()) {
+      deliverOrBreach();
+    } else if (streamEnd_ == StreamEnd::No && !attention_.load(std::memory_order_relaxed)) {
+      if (!wait(buffer_.holdsIdleMemory() ? kTrimAfterMilliseconds : kForever, true))
+        buffer_.trim();
+    }
+    if (streamEnd_ == StreamEnd::No && attention_.load(std::memory_order_relaxed)) return;
+  }
+  if (!stopDelivering_.load(std::memory_order_relaxed)) endStream();
+}
+
+/// What a frame asks of memory and does not get ends its own connection only.
+void ConnectionCore::deliverOrBreach() {
+  try {
+    deliverFrames();
+  } catch (const std::exception& exception) {
+    breach(exception.what());
+  }
+}
+
+/// Whether there is something new in the buffer. Reading comes before waiting: a busy connection
+/// never asks twice.
+bool ConnectionCore::readOnce() {
+  const auto room = buffer_.room(frontFrameSize_);
+  const ssize_t count = ::recv(socket_, room.data(), room.size(), MSG_DONTWAIT);
+  if (count > 0) {
+    buffer_.filled(static_cast<std::size_t>(count));
+    return true;
+  }
+  if (count < 0 && errno == EINTR) return false;
+  if (count < 0 && (errno == EAGAIN || errno == ENOMEM)) {
+    const std::lock_guard lock(mutex_);
+    if (writeBroken_) streamEnd_ = StreamEnd::Lost;
+    return false;
+  }
+  streamEnd_ = StreamEnd::Lost;
+  return false;
+}
+
+void ConnectionCore::closeSocket() {
+  int socket = -1;
+  int process = -1;
+  {
+    const std::lock_guard lock(mutex_);
+    socket = std::exchange(socket_, -1);
+    process = std::exchange(peer_.process, -1);
+    peer_ = {};
+    streamOpen_ = false;
+    if (unsentWaiters_ > 0) unsentChanged_.notify_all();
+  }
+  if (socket >= 0) ::close(socket);
+  if (process >= 0) ::close(process);
+  buffer_.clear();
+  frontFrameSize_ = 0;
+}
+
+// -------------------------------------------------------------------------------------------------------------------
+// Ends that the peer made, or its absence
+
+bool ConnectionCore::endsByOwnHand() const {
+  const std::lock_guard lock(mutex_);
+  return invalidated_ || abandoned_;
+}
+
+void ConnectionCore::endStream() {
+  const bool interrupted = streamEnd_ == StreamEnd::Lost && !accepted_;
+  streamEnd_ = StreamEnd::No;
+  connectAttempts_ = 0;
+  closeSocket();
+  if (!interrupted) {
+    const std::lock_guard lock(mutex_);
+    ended_ = true;
+  }
+  failEverythingPending(interrupted ? NSXPCConnectionInterrupted : NSXPCConnectionInvalid,
+                        interrupted ? "was interrupted" : "was invalidated", /*keepUnsent=*/false);
+  runFailures();
+  if (!accepted_) pause(pauseAfterEnd(service_, Clock::now() - connectStarted_));
+  interrupted ? reportInterruption() : reportInvalidation();
+}
+
+/// Error handlers of requests in the order of sending, then those of one-way messages that never
+/// left.
+void ConnectionCore::failEverythingPending(std::int64_t code, const char* what, bool keepUnsent) {
+  std::map<std::uint64_t, Pending> pending;
+  std::deque<SendBacklog::Entry> unsent;
+  {
+    const std::lock_guard lock(mutex_);
+    pending.swap(pending_);
+    if (!keepUnsent) unsent = backlog_.takeAll();
+    dropped_ += unsent.size();
+    if (unsentWaiters_ > 0) unsentChanged_.notify_all();
+  }
+  const auto error = makeError(code, what);
+  const auto fail = [&](SharedErrorHandler& handler) {
+    if (handler && *handler) guarded("an error handler", [&] { (*handler)(error); });
+    handler.reset();
+  };
+  for (auto& [id, request] : pending) {
+    fail(request.errorHandler);
+    request.reply = nullptr;
+  }
+  for (auto& message : unsent) {
+    if (message.oneWay) fail(message.errorHandler);
+  }
+}
+
+/// Waits on the queue, error handlers aside, until the time is over or the connection is ended
+/// here.
+void ConnectionCore::pause(std::chrono::milliseconds duration) {
+  if (duration.count() == 0) return;
+  const auto deadline = Clock::now() + duration;
+  while (Clock::now() < deadline && !endsByOwnHand()) {
+    static_cast<void>(wait(millisecondsUntil(deadline), false));
+    attention_.store(false);
+    runFailures();
+  }
+}
+
+void ConnectionCore::reportInterruption() {
+  SharedHandler handler;
+  {
+    const std::lock_guard lock(mutex_);
+    if (invalidated_ || abandoned_) return;
+    handler = interruptionHandler_;
+  }
+  if (handler) guarded("the interruption handler", *handler);
+}
+
+void ConnectionCore::reportInvalidation() {
+  SharedHandler interruption;
+  SharedHandler invalidation;
+  bool byOwnHand = false;
+  {
+    const std::lock_guard lock(mutex_);
+    reported_ = true;
+    byOwnHand = invalidated_;
+    interruption.swap(interruptionHandler_);
+    invalidation.swap(invalidationHandler_);
+  }
+  const bool stale = byOwnHand && resumedEntry_.isSuperseded();
+  if (invalidation && !stale) guarded("the invalidation handler", *invalidation);
+  resumedEntry_.leave();
+}
+
+// -------------------------------------------------------------------------------------------------------------------
+// Ends by our own hand
+
+void ConnectionCore::finishLocally() {
+  connectToFlush();
+  bool connected = false;
+  {
+    Released released;
+    const std::lock_guard lock(mutex_);
+    connected = socket_ >= 0;
+    endStreamLocallyLocked(released);
+  }
+  failEverythingPending(NSXPCConnectionInvalid, "was invalidated", /*keepUnsent=*/connected);
+  runFailures();
+  reportInvalidation();
+  linger();
+  closeSocket();
+  const std::lock_guard lock(mutex_);
+  ended_ = true;
+}
+
+/// What was sent before invalidate reaches the peer even if no stream stood yet.
+void ConnectionCore::connectToFlush() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (abandoned_ || accepted_ || !resumed_ || socket_ >= 0 || backlog_.empty()) return;
+  }
+  ServiceConnectResult result;
+  guarded("connecting", [&] { result = serviceEndpoints().load()->connectToService(service_); });
+  if (result.outcome == ServiceConnectResult::Outcome::Connected) adoptSocket(result.descriptor);
+}
+
+/// Gives a peer that is slow, but reads, the time to take what was sent.
+void ConnectionCore::linger() {
+  const auto deadline = Clock::now() + kLongestLinger;
+  std::deque<SendBacklog::Entry> lost;
+  for (;;) {
+    Released released;
+    {
+      const std::lock_guard lock(mutex_);
+      if (socket_ < 0) return;
+      flushLocked(released);
+      const bool over = writeBroken_ || Clock::now() >= deadline;
+      if (over) lost = backlog_.takeAll();
+      if (over || backlog_.empty()) break;
+    }
+    pollfd watched{socket_, POLLIN | POLLOUT, 0};
+    if (::poll(&watched, 1, millisecondsUntil(deadline)) > 0 && (watched.revents & POLLIN) != 0)
+      discardInput();
+  }
+  if (!lost.empty()) {
+    const std::lock_guard lock(mutex_);
+    dropped_ += lost.size();
+    if (unsentWaiters_ > 0) unsentChanged_.notify_all();
+  }
+  if (!lost.empty())
+    log(std::to_string(lost.size()) + " messages sent before the end were not taken by the peer");
+  ::shutdown(socket_, SHUT_WR);
+}
+
+/// A peer that writes before it reads must not keep us from handing over what it shall read.
+void ConnectionCore::discardInput() {
+  const auto room = buffer_.room(0);
+  const ssize_t count = ::recv(socket_, room.data(), room.size(), MSG_DONTWAIT);
+  if (count > 0) return;
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  const std::lock_guard lock(mutex_);
+  writeBroken_ = true;
+}
+
+bool ConnectionCore::waitOnQueueThread(std::size_t bytes, Clock::time_point deadline) {
+  for (;;) {
+    Released released;
+    {
+      const std::lock_guard lock(mutex_);
+      flushLocked(released);
+      if (backlog_.size() < bytes) return true;
+      if (socket_ < 0 || writeBroken_) return false;
+    }
+    if (Clock::now() >= deadline) return false;
+    pollfd watched{socket_, POLLOUT, 0};
+    ::poll(&watched, 1, millisecondsUntil(deadline));
+  }
+}
+
+// -------------------------------------------------------------------------------------------------------------------
+
+std::shared_ptr<NSError> ConnectionCore::makeError(std::int64_t code, const char* what) const {
+  const std::string whom =
+      accepted_ ? std::string("the connection") : "the connection to service " + service_;
+  return connectionError(false, code, whom + " " + what);
+}
+
+void ConnectionCore::log(const std::string& text) const {
+  NSLogString((accepted_ ? std::string("accepted connection") : "connection to " + service_) +
+              ": " + text);
+}
+
+}  // namespace platform::xpc

@@ -1,0 +1,57 @@
+// An interface made ready for the wire: for each method and argument which tags may stand there.
+//
+// Threading: immutable after creation. Ownership: shared by a connection's queue and its proxies;
+// keeps the interface. Errors: as ObjectCoder.h. Order: arguments stand in declaration order.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/xpc/NSXPCInterface.h"
+#include "platform/xpc/ObjectCoder.h"
+
+namespace platform::xpc {
+
+struct ArgumentRule {
+  XPCArgumentKind kind = XPCArgumentKind::Object;
+  TagSet outermost = 0;
+  TagSet inside = 0;
+};
+
+struct MethodRules {
+  bool hasReply = false;
+  std::vector<ArgumentRule> arguments;
+  std::vector<ArgumentRule> reply;
+};
+
+class InterfaceTable {
+ public:
+  explicit InterfaceTable(std::shared_ptr<NSXPCInterface> interface);
+
+  [[nodiscard]] const XPCProtocol& protocol() const { return interface_->protocol(); }
+  [[nodiscard]] const std::vector<MethodRules>& methods() const { return methods_; }
+
+ private:
+  std::shared_ptr<NSXPCInterface> interface_;
+  std::vector<MethodRules> methods_;
+};
+
+/// Appends the values. Throws EncodingError.
+void encodeValues(WireWriter& writer, const XPCValues& values);
+
+struct ValuesResult {
+  DecodeVerdict verdict = DecodeVerdict::Accepted;
+  std::size_t argument = 0;  ///< where it failed
+  std::string_view reason = {};
+};
+
+/// Reads exactly the values that `rules` name, to the end of the bytes, into `values`, which must
+/// be empty.
+ValuesResult decodeValues(WireReader& reader, const std::vector<ArgumentRule>& rules,
+                          XPCValues& values);
+
+/// Drops the objects but keeps the storage.
+void clearValues(XPCValues& values);
+
+}  // namespace platform::xpc

@@ -1,0 +1,156 @@
+#include "platform/xpc/NSXPCListener.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <mutex>
+
+#include "platform/foundation/NSLog.h"
+#include "platform/xpc/ConnectionHandle.h"
+#include "platform/xpc/Pacing.h"
+#include "platform/xpc/PassedDescriptors.h"
+#include "platform/xpc/QueueThread.h"
+
+namespace platform {
+namespace {
+
+/// What the listener's thread needs; the thread may outlive the listener for as long as the
+/// delegate is being asked.
+class ListenerCore {
+ public:
+  ListenerCore(int socket, int wake) : socket_(socket), wake_(wake) {}
+  ListenerCore(const ListenerCore&) = delete;
+  ListenerCore& operator=(const ListenerCore&) = delete;
+  ~ListenerCore() {
+    ::close(socket_);
+    ::close(wake_);
+  }
+
+  void setDelegate(std::weak_ptr<NSXPCListenerDelegate> delegate) {
+    const std::lock_guard lock(mutex_);
+    delegate_.swap(delegate);
+  }
+  void stop() {
+    stopped_.store(true);
+    ::eventfd_write(wake_, 1);
+  }
+  void run(const std::weak_ptr<NSXPCListener>& listener) {
+    unsigned shortages = 0;
+    while (!stopped_.load()) {
+      const int connected = ::accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+      if (connected >= 0) {
+        shortages = 0;
+        offer(listener, connected);
+      } else if (errno == EAGAIN) {
+        waitFor(true, -1);
+      } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+        // The connection stays in the queue and the socket readable: waiting for it would not wait.
+        if (shortages == 0)
+          NSLogString("a listener is out of descriptors or memory; connections wait");
+        waitFor(false, static_cast<int>(xpc::pauseBeforeAttempt(++shortages).count()));
+      } else if (errno != EINTR && errno != ECONNABORTED && errno != EPROTO) {
+        return NSLogString("a listener's socket has failed; no further connection is accepted");
+      }
+    }
+  }
+
+ private:
+  void waitFor(bool connection, int milliseconds) {
+    pollfd watched[2] = {{wake_, POLLIN, 0}, {connection ? socket_ : -1, POLLIN, 0}};
+    ::poll(watched, 2, milliseconds);
+  }
+  void offer(const std::weak_ptr<NSXPCListener>& weakListener, int connected) {
+    const auto connection =
+        std::make_shared<xpc::ConnectionHandle>(xpc::ConnectionCore::accepted(connected));
+    const auto listener = weakListener.lock();
+    if (!listener || stopped_.load() || !ask(listener, connection)) connection->invalidate();
+  }
+  bool ask(const std::shared_ptr<NSXPCListener>& listener,
+           const std::shared_ptr<NSXPCConnection>& connection) {
+    std::shared_ptr<NSXPCListenerDelegate> delegate;
+    {
+      const std::lock_guard lock(mutex_);
+      delegate = delegate_.lock();
+    }
+    try {
+      return delegate && delegate->listener_shouldAcceptNewConnection(listener, connection);
+    } catch (const std::exception& exception) {
+      NSLogString("a listener's delegate threw: " + std::string(exception.what()));
+    } catch (...) {
+      NSLogString("a listener's delegate threw");
+    }
+    return false;
+  }
+
+  const int socket_;
+  const int wake_;
+  std::atomic<bool> stopped_{false};
+  std::mutex mutex_;
+  std::weak_ptr<NSXPCListenerDelegate> delegate_;
+};
+
+class SocketListener final : public NSXPCListener,
+                             public std::enable_shared_from_this<SocketListener> {
+ public:
+  explicit SocketListener(std::shared_ptr<ListenerCore> core) : core_(std::move(core)) {}
+  SocketListener(const SocketListener&) = delete;
+  SocketListener& operator=(const SocketListener&) = delete;
+  ~SocketListener() override { core_->stop(); }
+
+  void setDelegate(std::weak_ptr<NSXPCListenerDelegate> delegate) override {
+    core_->setDelegate(std::move(delegate));
+  }
+  void resume() override {
+    if (started_.exchange(true)) return;
+    if (!xpc::startDetachedThread("xpc listener",
+                                  [core = core_, self = weak_from_this()] { core->run(self); })) {
+      started_.store(false);
+      NSLogString("a listener could not start its thread; resume it again");
+    }
+  }
+  void invalidate() override { core_->stop(); }
+
+ private:
+  const std::shared_ptr<ListenerCore> core_;
+  std::atomic<bool> started_{false};
+};
+
+/// Owns `descriptor` also when it fails.
+std::shared_ptr<NSXPCListener> listenerOn(int descriptor) {
+  const int wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (wake < 0) {
+    const int error = errno;
+    ::close(descriptor);
+    errno = error;
+    return nullptr;
+  }
+  return std::make_shared<SocketListener>(std::make_shared<ListenerCore>(descriptor, wake));
+}
+
+}  // namespace
+
+std::shared_ptr<NSXPCListener> NSXPCListener::initWithMachServiceName(
+    const std::shared_ptr<NSString>& service) {
+  if (!service) {
+    errno = ENOENT;
+    return nullptr;
+  }
+  const int descriptor = xpc::takePassedDescriptor(service->UTF8String());
+  return descriptor < 0 ? nullptr : listenerOn(descriptor);
+}
+
+std::shared_ptr<NSXPCListener> NSXPCListener::initWithListeningDescriptor(int descriptor) {
+  if (!xpc::isListeningStreamSocket(descriptor) || !xpc::prepareDescriptor(descriptor))
+    return nullptr;
+  return listenerOn(descriptor);
+}
+
+std::size_t liveConnectionCount() {
+  return xpc::ConnectionCore::liveCount();
+}
+
+}  // namespace platform

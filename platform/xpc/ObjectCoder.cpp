@@ -1,0 +1,506 @@
+#include "platform/xpc/ObjectCoder.h"
+
+#include <cerrno>
+#include <vector>
+
+#include "platform/foundation/NSArray.h"
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSDate.h"
+#include "platform/foundation/NSDictionary.h"
+#include "platform/foundation/NSError.h"
+#include "platform/foundation/NSNumber.h"
+#include "platform/foundation/NSString.h"
+#include "platform/foundation/NSURL.h"
+#include "platform/kit/KQHIDDeviceElementValue.h"
+#include "platform/kit/KQIOObject.h"
+
+namespace platform::xpc {
+namespace {
+
+/// The class that a tag stands for; null for nil.
+const NSClass* classOfTag(ObjectTag tag) {
+  switch (tag) {
+    case ObjectTag::Nil:
+      return nullptr;
+    case ObjectTag::Data:
+      return &NSData::classObject();
+    case ObjectTag::String:
+      return &NSString::classObject();
+    case ObjectTag::Boolean:
+    case ObjectTag::Signed:
+    case ObjectTag::Unsigned:
+    case ObjectTag::Double:
+      return &NSNumber::classObject();
+    case ObjectTag::Date:
+      return &NSDate::classObject();
+    case ObjectTag::URL:
+      return &NSURL::classObject();
+    case ObjectTag::Array:
+      return &NSArray::classObject();
+    case ObjectTag::MutableArray:
+    case ObjectTag::ElementValueList:
+      return &NSMutableArray::classObject();
+    case ObjectTag::Dictionary:
+      return &NSDictionary::classObject();
+    case ObjectTag::Error:
+      return &NSError::classObject();
+    case ObjectTag::ElementValue:
+      return &KQHIDDeviceElementValue::classObject();
+    case ObjectTag::IOObject:
+      return &KQIOObject::classObject();
+  }
+  return nullptr;
+}
+
+// ---------------------------------------------------------------------------------------------------------------
+// Encoding
+
+class Encoder {
+ public:
+  Encoder(WireWriter& writer, ObjectBudget& budget) : writer_(writer), budget_(budget) {}
+
+  void object(const std::shared_ptr<NSObject>& object) {
+    if (object == nullptr) return tag(ObjectTag::Nil);
+    checkSize();
+    const NSClass& c = object->isa();
+    if (&c == &NSData::classObject()) return data(static_cast<const NSData&>(*object));
+    spend(1);
+    encodeByClass(c, *object);
+  }
+
+ private:
+  /// A subclass travels as the nearest class that has an encoding.
+  void encodeByClass(const NSClass& c, const NSObject& o) {
+    for (const NSClass* known = &c; known != nullptr; known = known->superclass) {
+      if (known == &NSString::classObject())
+        return text(ObjectTag::String, static_cast<const NSString&>(o));
+      if (known == &NSNumber::classObject()) return number(static_cast<const NSNumber&>(o));
+      if (known == &NSMutableArray::classObject())
+        return mutableArray(static_cast<const NSArray&>(o));
+      if (known == &NSArray::classObject())
+        return array(ObjectTag::Array, static_cast<const NSArray&>(o));
+      if (known == &NSDictionary::classObject())
+        return dictionary(static_cast<const NSDictionary&>(o));
+      if (known == &NSError::classObject()) return error(static_cast<const NSError&>(o));
+      if (known == &NSDate::classObject()) return date(static_cast<const NSDate&>(o));
+      if (known == &NSURL::classObject()) return url(static_cast<const NSURL&>(o));
+      if (known == &KQHIDDeviceElementValue::classObject()) return elementValue(o);
+      if (known == &KQIOObject::classObject()) return ioObject(static_cast<const KQIOObject&>(o));
+    }
+    throw EncodingError(EINVAL, "an object of class " + std::string(c.name) + " has no encoding");
+  }
+
+  void tag(ObjectTag value) { writer_.u8(static_cast<std::uint8_t>(value)); }
+
+  void data(const NSData& value) {
+    spend(1);
+    tag(ObjectTag::Data);
+    block(value.span());
+  }
+  void block(std::span<const std::uint8_t> bytes) {
+    if (bytes.size() > kMaxFrameBody) throwTooLarge();
+    writer_.block(bytes);
+  }
+  void text(ObjectTag t, const NSString& value) {
+    tag(t);
+    const std::string& utf8 = value.UTF8String();
+    block({reinterpret_cast<const std::uint8_t*>(utf8.data()), utf8.size()});
+  }
+  void number(const NSNumber& number) {
+    const auto& value = number.value();
+    if (const auto* boolean = std::get_if<bool>(&value)) {
+      tag(ObjectTag::Boolean);
+      writer_.u8(*boolean ? 1 : 0);
+    } else if (const auto* signedValue = std::get_if<std::int64_t>(&value)) {
+      tag(ObjectTag::Signed);
+      writer_.u64(static_cast<std::uint64_t>(*signedValue));
+    } else if (const auto* unsignedValue = std::get_if<std::uint64_t>(&value)) {
+      tag(ObjectTag::Unsigned);
+      writer_.u64(*unsignedValue);
+    } else {
+      tag(ObjectTag::Double);
+      writer_.number(std::get<double>(value));
+    }
+  }
+  void date(const NSDate& value) {
+    tag(ObjectTag::Date);
+    writer_.number(value.timeIntervalSinceReferenceDate());
+  }
+  void url(const NSURL& value) {
+    if (!value.absoluteString() || value.absoluteString()->UTF8String().empty()) {
+      throw EncodingError(EINVAL, "an empty URL has no encoding");
+    }
+    text(ObjectTag::URL, *value.absoluteString());
+  }
+  void elementValue(const NSObject& value) {
+    tag(ObjectTag::ElementValue);
+    record(static_cast<const KQHIDDeviceElementValue&>(value).record());
+  }
+  void record(const HIDElementValueRecord& value) {
+    writer_.u32(value.reportID);
+    writer_.u32(value.usagePage);
+    writer_.u32(value.usage);
+    writer_.u64(value.cookie);
+    writer_.u64(static_cast<std::uint64_t>(value.integerValue));
+    block(value.bytes);
+  }
+  void ioObject(const KQIOObject& value) {
+    tag(ObjectTag::IOObject);
+    writer_.u64(value.registryEntryID());
+    optionalText(value.name());
+  }
+  void optionalText(const std::shared_ptr<NSString>& value) {
+    if (value == nullptr) return tag(ObjectTag::Nil);
+    spend(1);
+    text(ObjectTag::String, *value);
+  }
+
+  /// An array made only of element values has a form of its own, without a tag a member.
+  void mutableArray(const NSArray& value) {
+    const std::size_t count = value.count();
+    std::vector<std::shared_ptr<NSObject>> members;
+    members.reserve(count);
+    bool onlyElementValues = count > 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      members.push_back(value.objectAtIndex(i));
+      onlyElementValues = onlyElementValues &&
+                          members.back()->isKindOfClass(KQHIDDeviceElementValue::classObject());
+    }
+    if (!onlyElementValues) return sequence(ObjectTag::MutableArray, members);
+    enter();
+    spend(count);
+    tag(ObjectTag::ElementValueList);
+    writer_.size(count);
+    for (const auto& member : members) {
+      checkSize();
+      record(static_cast<const KQHIDDeviceElementValue&>(*member).record());
+    }
+    leave();
+  }
+  void array(ObjectTag t, const NSArray& value) {
+    std::vector<std::shared_ptr<NSObject>> members;
+    const std::size_t count = value.count();
+    members.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) members.push_back(value.objectAtIndex(i));
+    sequence(t, members);
+  }
+  void sequence(ObjectTag t, const std::vector<std::shared_ptr<NSObject>>& members) {
+    enter();
+    tag(t);
+    writer_.size(members.size());
+    for (const auto& member : members) object(member);
+    leave();
+  }
+  void dictionary(const NSDictionary& value) {
+    if (value.count() > kMaxDictionaryEntries)
+      throw EncodingError(EMSGSIZE, "a dictionary has more than 4096 entries");
+    enter();
+    tag(ObjectTag::Dictionary);
+    writer_.size(value.count());
+    for (const auto& [key, object_] : value.entries()) {
+      object(key);
+      object(object_);
+    }
+    leave();
+  }
+  void error(const NSError& value) {
+    enter();
+    tag(ObjectTag::Error);
+    writer_.u64(static_cast<std::uint64_t>(value.code()));
+    optionalText(value.domain());
+    object(value.userInfo());
+    leave();
+  }
+
+  void enter() {
+    if (++depth_ > kMaxObjectDepth)
+      throw EncodingError(EINVAL, "collections nest more than 64 deep");
+  }
+  void leave() { --depth_; }
+  void spend(std::size_t objects) {
+    if (objects > budget_.objects)
+      throw EncodingError(EMSGSIZE, "a message holds more than 262144 objects");
+    budget_.objects -= objects;
+  }
+  void checkSize() const {
+    if (writer_.size() > kMaxFrameSize) throwTooLarge();
+  }
+  [[noreturn]] static void throwTooLarge() {
+    throw EncodingError(EMSGSIZE, "a message is larger than 16 MiB");
+  }
+
+  WireWriter& writer_;
+  ObjectBudget& budget_;
+  std::size_t depth_ = 0;
+};
+
+// ---------------------------------------------------------------------------------------------------------------
+// Decoding
+
+class Decoder {
+ public:
+  Decoder(WireReader& reader, TagSet inside, ObjectBudget& budget)
+      : reader_(reader), inside_(inside), budget_(budget) {}
+
+  DecodeResult outermost(TagSet admitted) {
+    std::shared_ptr<NSObject> object;
+    if (value(admitted, Nullable::Yes, object))
+      return {DecodeVerdict::Accepted, std::move(object), {}};
+    return {verdict_, nullptr, reason_};
+  }
+
+ private:
+  enum class Nullable { No, Yes };
+  using Object = std::shared_ptr<NSObject>;
+
+  /// Each of these returns whether it succeeded; a failure has set verdict_ and reason_.
+  bool value(TagSet admitted, Nullable nullable, Object& result) {
+    const std::uint8_t tag = reader_.u8();
+    if (reader_.failed()) return truncated();
+    if (tag >= kObjectTagCount) return refused("an unknown class");
+    const auto known = static_cast<ObjectTag>(tag);
+    if (known == ObjectTag::Nil)
+      return nullable == Nullable::Yes || malformed("nil inside a collection");
+    if ((admitted & tagBit(known)) == 0) return refused(classOfTag(known)->name);
+    if (!spend(1)) return false;
+    return body(known, result);
+  }
+
+  bool body(ObjectTag tag, Object& result) {
+    switch (tag) {
+      case ObjectTag::Data:
+        return data(result);
+      case ObjectTag::String:
+        return string(result);
+      case ObjectTag::Boolean:
+        return boolean(result);
+      case ObjectTag::Signed:
+        return fixed(result,
+                     NSNumber::numberWithLongLong(static_cast<std::int64_t>(reader_.u64())));
+      case ObjectTag::Unsigned:
+        return fixed(result, NSNumber::numberWithUnsignedLongLong(reader_.u64()));
+      case ObjectTag::Double:
+        return fixed(result, NSNumber::numberWithDouble(reader_.number()));
+      case ObjectTag::Date:
+        return fixed(result, NSDate::dateWithTimeIntervalSinceReferenceDate(reader_.number()));
+      case ObjectTag::URL:
+        return url(result);
+      case ObjectTag::ElementValue:
+        return elementValue(result);
+      case ObjectTag::IOObject:
+        return ioObject(result);
+      case ObjectTag::Array:
+      case ObjectTag::MutableArray:
+      case ObjectTag::Dictionary:
+      case ObjectTag::Error:
+      case ObjectTag::ElementValueList:
+        return collection(tag, result);
+      case ObjectTag::Nil:
+        break;
+    }
+    return malformed("nil");
+  }
+
+  bool collection(ObjectTag tag, Object& result) {
+    if (depth_ == kMaxObjectDepth) return malformed("collections nest more than 64 deep");
+    ++depth_;
+    bool done = false;
+    if (tag == ObjectTag::Dictionary) {
+      done = dictionary(result);
+    } else if (tag == ObjectTag::Error) {
+      done = error(result);
+    } else if (tag == ObjectTag::ElementValueList) {
+      done = elementValueList(result);
+    } else {
+      done = array(tag, result);
+    }
+    --depth_;
+    return done;
+  }
+
+  bool data(Object& result) {
+    const auto bytes = reader_.block();
+    if (reader_.failed()) return truncated();
+    result = NSData::dataWithBytes(bytes);
+    return true;
+  }
+  bool text(std::shared_ptr<NSString>& result) {
+    const auto bytes = reader_.block();
+    if (reader_.failed()) return truncated();
+    result = NSString::stringWithUTF8({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    return result != nullptr || malformed("text that is not UTF-8");
+  }
+  bool string(Object& result) {
+    std::shared_ptr<NSString> value;
+    if (!text(value)) return false;
+    result = std::move(value);
+    return true;
+  }
+  bool boolean(Object& result) {
+    const std::uint8_t value = reader_.u8();
+    if (value > 1) return malformed("a boolean other than 0 and 1");
+    return fixed(result, NSNumber::numberWithBool(value == 1));
+  }
+  bool fixed(Object& result, Object value) {
+    if (reader_.failed()) return truncated();
+    result = std::move(value);
+    return true;
+  }
+  bool url(Object& result) {
+    std::shared_ptr<NSString> value;
+    if (!text(value)) return false;
+    result = NSURL::URLWithString(value);
+    return result != nullptr || malformed("an empty URL");
+  }
+
+  HIDElementValueRecord record() {
+    HIDElementValueRecord value;
+    value.reportID = reader_.u32();
+    value.usagePage = reader_.u32();
+    value.usage = reader_.u32();
+    value.cookie = reader_.u64();
+    value.integerValue = static_cast<std::int64_t>(reader_.u64());
+    value.bytes = reader_.block();
+    return value;
+  }
+  bool elementValue(Object& result) {
+    const HIDElementValueRecord value = record();
+    if (reader_.failed()) return truncated();
+    result = KQHIDDeviceElementValue::elementValue(value);
+    return true;
+  }
+  bool elementValueList(Object& result) {
+    if ((inside_ & tagBit(ObjectTag::ElementValue)) == 0) return refused("KQHIDDeviceElementValue");
+    std::size_t count = 0;
+    if (!memberCount(kElementValueMinimum, count)) return false;
+    if (count == 0) return malformed("an empty element value list");
+    if (!spend(count)) return false;
+    std::array<HIDElementValueRecord, 32> few;
+    std::vector<HIDElementValueRecord> many(count > few.size() ? count : 0);
+    const std::span<HIDElementValueRecord> records(count > few.size() ? many.data() : few.data(),
+                                                   count);
+    for (HIDElementValueRecord& each : records) each = record();
+    if (reader_.failed()) return truncated();
+    result = elementValueArray(records);
+    return true;
+  }
+  bool ioObject(Object& result) {
+    const std::uint64_t entryID = reader_.u64();
+    std::shared_ptr<NSString> name;
+    if (!optionalText(name)) return false;
+    result = KQIOObject::objectWithRegistryEntryID_name(entryID, std::move(name));
+    return true;
+  }
+  /// Part of the record that holds it, hence admitted with it.
+  bool optionalText(std::shared_ptr<NSString>& result) {
+    const std::uint8_t tag = reader_.u8();
+    if (reader_.failed()) return truncated();
+    if (tag == static_cast<std::uint8_t>(ObjectTag::Nil)) return true;
+    if (tag != static_cast<std::uint8_t>(ObjectTag::String))
+      return malformed("neither nil nor a string");
+    return spend(1) && text(result);
+  }
+
+  bool array(ObjectTag tag, Object& result) {
+    std::size_t count = 0;
+    if (!memberCount(1, count)) return false;
+    std::vector<Object> members;
+    members.reserve(count);
+    bool onlyElementValues = count > 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      Object member;
+      if (!value(inside_, Nullable::No, member)) return false;
+      onlyElementValues =
+          onlyElementValues && &member->isa() == &KQHIDDeviceElementValue::classObject();
+      members.push_back(std::move(member));
+    }
+    if (tag == ObjectTag::Array) {
+      result = NSArray::arrayWithObjects(std::move(members));
+      return true;
+    }
+    if (onlyElementValues) return malformed("element values outside an element value list");
+    result = NSMutableArray::arrayWithObjects(std::move(members));
+    return true;
+  }
+
+  bool dictionary(Object& result) {
+    std::size_t count = 0;
+    if (!memberCount(2, count)) return false;
+    if (count > kMaxDictionaryEntries) return malformed("a dictionary of more than 4096 entries");
+    std::vector<NSDictionary::Entry> entries(count);
+    for (auto& [key, object] : entries) {
+      if (!value(inside_, Nullable::No, key) || !value(inside_, Nullable::No, object)) return false;
+    }
+    const auto dictionary = NSDictionary::dictionaryWithEntries(std::move(entries));
+    if (dictionary->count() != count) return malformed("a key that stands twice in a dictionary");
+    result = dictionary;
+    return true;
+  }
+
+  bool error(Object& result) {
+    const auto code = static_cast<std::int64_t>(reader_.u64());
+    std::shared_ptr<NSString> domain;
+    if (!optionalText(domain)) return false;
+    Object userInfo;
+    if (!value(inside_ | tagBit(ObjectTag::Dictionary), Nullable::Yes, userInfo)) return false;
+    if (userInfo != nullptr && &userInfo->isa() != &NSDictionary::classObject()) {
+      return malformed("a user info that is no dictionary");
+    }
+    result = NSError::errorWithDomain_code_userInfo(
+        domain, code, std::static_pointer_cast<NSDictionary>(userInfo));
+    return true;
+  }
+
+  /// A count that the bytes that are left, `minimum` a member, and the frame's budget can bear.
+  bool memberCount(std::size_t minimum, std::size_t& count) {
+    count = reader_.size();
+    if (reader_.failed()) return truncated();
+    if (count > reader_.remaining() / minimum) return malformed("more members than bytes");
+    return count <= budget_.objects || overBudget();
+  }
+  bool spend(std::size_t objects) {
+    if (objects > budget_.objects) return overBudget();
+    budget_.objects -= objects;
+    return true;
+  }
+
+  bool overBudget() { return malformed("more than 262144 objects"); }
+  bool truncated() { return malformed("truncated, or a size in its long form without need"); }
+  bool malformed(std::string_view reason) { return fail(DecodeVerdict::Malformed, reason); }
+  bool refused(std::string_view className) { return fail(DecodeVerdict::Refused, className); }
+  bool fail(DecodeVerdict verdict, std::string_view reason) {
+    verdict_ = verdict;
+    reason_ = reason;
+    return false;
+  }
+
+  WireReader& reader_;
+  const TagSet inside_;
+  ObjectBudget& budget_;
+  std::size_t depth_ = 0;
+  DecodeVerdict verdict_ = DecodeVerdict::Accepted;
+  std::string_view reason_;
+};
+
+}  // namespace
+
+TagSet tagsOfClass(const NSClass& admitted) {
+  TagSet tags = 0;
+  for (std::uint8_t tag = 1; tag < kObjectTagCount; ++tag) {
+    const NSClass* const c = classOfTag(static_cast<ObjectTag>(tag));
+    if (c->isSubclassOfClass(admitted)) tags |= tagBit(static_cast<ObjectTag>(tag));
+  }
+  return tags;
+}
+
+void encodeObject(WireWriter& writer, const std::shared_ptr<NSObject>& object,
+                  ObjectBudget& budget) {
+  Encoder(writer, budget).object(object);
+}
+
+DecodeResult decodeObject(WireReader& reader, TagSet outermost, TagSet inside,
+                          ObjectBudget& budget) {
+  return Decoder(reader, inside, budget).outermost(outermost);
+}
+
+}  // namespace platform::xpc

@@ -1,0 +1,27 @@
+// How long to hold back the report that a connection ended, so that a client that reopens at once
+// cannot spin.
+//
+// A client whose connections to one service keep ending within a second, and not by its own hand,
+// hears of the first end at once, of the next after 1 ms, then after 2, 4 … 1,000 ms. A connection
+// that lasted longer starts the count afresh.
+//
+// Threading: any thread. Ownership, Errors, Order: none.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace platform::xpc {
+
+inline constexpr std::chrono::milliseconds kLongestPause{1000};
+inline constexpr std::chrono::milliseconds kShortLife{1000};
+
+/// 0 for attempt 0, then 1, 2, 4 … kLongestPause.
+[[nodiscard]] std::chrono::milliseconds pauseBeforeAttempt(unsigned attempt);
+
+/// Notes that a connection to `service` ended after `life` and returns the pause that its report
+/// takes.
+[[nodiscard]] std::chrono::milliseconds pauseAfterEnd(const std::string& service,
+                                                      std::chrono::steady_clock::duration life);
+
+}  // namespace platform::xpc

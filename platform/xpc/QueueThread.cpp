@@ -1,0 +1,53 @@
+#include "platform/xpc/QueueThread.h"
+
+#include <pthread.h>
+
+#include <csignal>
+#include <memory>
+
+namespace platform::xpc {
+namespace {
+
+/// Enough for a delegate that does real work; address space only until it is used.
+constexpr std::size_t kStackSize = std::size_t{512} << 10;
+
+struct Start {
+  const char* name;
+  std::function<void()> body;
+};
+
+void* run(void* argument) {
+  const std::unique_ptr<Start> start(static_cast<Start*>(argument));
+  ::pthread_setname_np(::pthread_self(), start->name);
+  start->body();
+  return nullptr;
+}
+
+int createDetached(Start& start) {
+  pthread_attr_t attributes;
+  ::pthread_attr_init(&attributes);
+  ::pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  ::pthread_attr_setstacksize(&attributes, kStackSize);
+  sigset_t all;
+  sigset_t before;
+  ::sigfillset(&all);
+  for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS})
+    ::sigdelset(&all, fault);
+  ::pthread_sigmask(SIG_SETMASK, &all, &before);
+  pthread_t thread{};
+  const int error = ::pthread_create(&thread, &attributes, &run, &start);
+  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  ::pthread_attr_destroy(&attributes);
+  return error;
+}
+
+}  // namespace
+
+bool startDetachedThread(const char* name, std::function<void()> body) {
+  auto start = std::make_unique<Start>(Start{name, std::move(body)});
+  if (createDetached(*start) != 0) return false;
+  static_cast<void>(start.release());  // the thread's now
+  return true;
+}
+
+}  // namespace platform::xpc

@@ -1,0 +1,55 @@
+// What a connection could not write yet: bytes in one piece, so that one write takes them all, and
+// for each message that somebody wants to hear about where it ends.
+//
+// Threading: guarded by its connection's lock. Ownership: the bytes are its own; error handlers are
+// shared with the proxy. Errors: none. Order: first in, first out.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "platform/xpc/XPCProtocol.h"
+
+namespace platform::xpc {
+
+using SharedErrorHandler = std::shared_ptr<XPCErrorHandler>;
+
+class SendBacklog {
+ public:
+  /// What is known of a message whose last byte is not written yet.
+  struct Entry {
+    std::uint64_t end = 0;  ///< position in the stream behind its last byte
+    bool oneWay = false;    ///< requests are remembered elsewhere
+    SharedErrorHandler errorHandler;
+  };
+
+  [[nodiscard]] std::size_t size() const { return bytes_.size() - head_; }
+  [[nodiscard]] bool empty() const { return size() == 0; }
+  [[nodiscard]] std::span<const std::uint8_t> bytes() const {
+    return {bytes_.data() + head_, size()};
+  }
+
+  /// `frame` may be the rest of one whose beginning is written already.
+  void append(std::span<const std::uint8_t> frame, bool oneWay, SharedErrorHandler errorHandler);
+  /// In front of everything: for the hello of a new stream.
+  void prepend(std::span<const std::uint8_t> frame);
+  /// The first `count` bytes are written. Handlers that are not needed any more go to `released`,
+  /// so that the caller can let go of them without its lock.
+  void written(std::size_t count, std::vector<SharedErrorHandler>& released);
+  /// Empties it and returns the messages that were not written whole.
+  std::deque<Entry> takeAll();
+
+ private:
+  static constexpr std::size_t kKeptCapacity = std::size_t{64} << 10;
+
+  std::vector<std::uint8_t> bytes_;
+  std::size_t head_ = 0;
+  std::uint64_t position_ = 0;  ///< in the stream, of the first unwritten byte
+  std::deque<Entry> entries_;
+};
+
+}  // namespace platform::xpc

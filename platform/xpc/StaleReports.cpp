@@ -1,0 +1,56 @@
+#include "platform/xpc/StaleReports.h"
+
+#include <map>
+#include <mutex>
+#include <set>
+
+namespace platform::xpc {
+namespace {
+
+struct Registry {
+  std::mutex mutex;
+  std::uint64_t lastTicket = 0;
+  /// By identity of the object: a weak pointer keeps the identity even when the object is gone.
+  std::map<std::weak_ptr<void>, std::set<std::uint64_t>, std::owner_less<>> tickets;
+};
+
+Registry& registry() {
+  static auto* const one = new Registry;  // connections may outlive static destruction
+  return *one;
+}
+
+bool isEmpty(const std::weak_ptr<void>& object) {
+  const std::weak_ptr<void> none;
+  return !object.owner_before(none) && !none.owner_before(object);
+}
+
+}  // namespace
+
+void ResumedConnection::enter(const std::weak_ptr<void>& object) {
+  if (isEmpty(object)) return;
+  Registry& r = registry();
+  const std::lock_guard lock(r.mutex);
+  object_ = object;
+  ticket_ = ++r.lastTicket;
+  r.tickets[object_].insert(ticket_);
+}
+
+bool ResumedConnection::isSuperseded() const {
+  if (ticket_ == 0) return false;
+  Registry& r = registry();
+  const std::lock_guard lock(r.mutex);
+  const auto found = r.tickets.find(object_);
+  return found != r.tickets.end() && *found->second.rbegin() > ticket_;
+}
+
+void ResumedConnection::leave() {
+  if (ticket_ == 0) return;
+  Registry& r = registry();
+  const std::lock_guard lock(r.mutex);
+  const auto found = r.tickets.find(object_);
+  found->second.erase(ticket_);
+  if (found->second.empty()) r.tickets.erase(found);
+  ticket_ = 0;
+}
+
+}  // namespace platform::xpc

@@ -1,0 +1,34 @@
+// Which connections of one exported object have been resumed, and in what order.
+//
+// The handlers of a connection carry no identity: when an object has invalidated a connection and
+// resumed another one meanwhile, the report about the first would be taken for one about the
+// second. Such a report is stale and is dropped.
+//
+// Threading: any thread; no call-out. Ownership: an entry lives from the resume to leave(); the
+// object is only named, never kept. Errors: none. Order: a later ticket is a newer connection.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+namespace platform::xpc {
+
+class ResumedConnection {
+ public:
+  ResumedConnection() = default;
+  ResumedConnection(const ResumedConnection&) = delete;
+  ResumedConnection& operator=(const ResumedConnection&) = delete;
+  ~ResumedConnection() { leave(); }
+
+  /// Enters a connection that exports `object`. Nothing happens for an empty object.
+  void enter(const std::weak_ptr<void>& object);
+  /// Whether a newer connection of the same object is entered.
+  [[nodiscard]] bool isSuperseded() const;
+  void leave();
+
+ private:
+  std::weak_ptr<void> object_;
+  std::uint64_t ticket_ = 0;
+};
+
+}  // namespace platform::xpc

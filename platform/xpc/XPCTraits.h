@@ -1,0 +1,256 @@
+// Derives a protocol's description from its C++ class, so that a protocol is declared in a few
+// lines:
+//
+//   using Methods = XPCMethodList<Greeter, &Greeter::greet, &Greeter::stop>;
+//
+//   class GreeterProxy final : public Greeter, XPCProxy<Methods> {
+//    public:
+//     using XPCProxy::XPCProxy;
+//     void greet(const std::shared_ptr<NSString>& name, XPCReply<const std::shared_ptr<NSString>&>
+//     reply) override {
+//       message<&Greeter::greet>(name, std::move(reply));
+//     }
+//     void stop() override { message<&Greeter::stop>(); }
+//   };
+//
+//   const XPCProtocol& Greeter::protocol() {
+//     return xpcProtocol<Methods, GreeterProxy>("Greeter", {"greet:reply:", "stop"});
+//   }
+//
+// Threading: the descriptions are constant. Ownership: nothing is owned. Errors: a parameter type
+// that cannot travel is a
+//   compile error; an object of another class than the parameter's arrives as null. Order: none.
+#pragma once
+
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+#include "platform/xpc/XPCProtocol.h"
+
+namespace platform {
+
+namespace xpc_detail {
+
+template <class T>
+struct ObjectPointer : std::false_type {};
+template <class T>
+struct ObjectPointer<std::shared_ptr<T>> : std::bool_constant<std::is_base_of_v<NSObject, T>> {
+  using Class = T;
+};
+
+template <class T>
+concept Travels =
+    std::is_same_v<T, std::uint32_t> || std::is_same_v<T, std::uint64_t> || ObjectPointer<T>::value;
+
+template <Travels T>
+XPCArgument describeArgument() {
+  if constexpr (std::is_same_v<T, std::uint32_t>) {
+    return {XPCArgumentKind::UInt32, nullptr};
+  } else if constexpr (std::is_same_v<T, std::uint64_t>) {
+    return {XPCArgumentKind::UInt64, nullptr};
+  } else {
+    return {XPCArgumentKind::Object, &ObjectPointer<T>::Class::classObject()};
+  }
+}
+
+/// The value as a `T`; zero or null when it is something else.
+template <Travels T>
+T take(const XPCValue& value) {
+  if constexpr (ObjectPointer<T>::value) {
+    const auto* object = std::get_if<std::shared_ptr<NSObject>>(&value);
+    using Class = typename ObjectPointer<T>::Class;
+    if (object == nullptr || *object == nullptr || !(*object)->isKindOfClass(Class::classObject()))
+      return nullptr;
+    return std::static_pointer_cast<Class>(*object);
+  } else {
+    const auto* number = std::get_if<T>(&value);
+    return number == nullptr ? T{} : *number;
+  }
+}
+
+template <class... T>
+struct Types {
+  static constexpr std::size_t count = sizeof...(T);
+  static_assert(count <= kXPCMaxArguments);
+
+  static std::array<XPCArgument, count> describe() { return {describeArgument<T>()...}; }
+
+  static XPCValues pack(const T&... arguments) {
+    XPCValues values;
+    (values.append(XPCValue(arguments)), ...);
+    return values;
+  }
+
+  template <class Callable>
+  static void call(Callable&& callable, const XPCValues& values) {
+    [&]<std::size_t... I>(std::index_sequence<I...>) {
+      callable(take<T>(values.values[I])...);
+    }
+    (std::index_sequence_for<T...>{});
+  }
+};
+
+template <class T>
+struct ReplyCallable : std::false_type {};
+template <class... A>
+struct ReplyCallable<std::function<void(A...)>> : std::true_type {
+  using Values = Types<std::remove_cvref_t<A>...>;
+};
+
+/// Splits a parameter list into what travels and the reply, which may only stand last.
+template <class Before, class... Rest>
+struct Split;
+template <class... Before>
+struct Split<Types<Before...>> {
+  using Arguments = Types<Before...>;
+  using Reply = void;
+};
+template <class... Before, class Next, class... Rest>
+struct Split<Types<Before...>, Next, Rest...> : Split<Types<Before..., Next>, Rest...> {};
+template <class... Before, class Last>
+requires ReplyCallable<Last>::value struct Split<Types<Before...>, Last> {
+  using Arguments = Types<Before...>;
+  using Reply = Last;
+};
+
+template <class M>
+struct MethodTraits;
+template <class P, class... A>
+struct MethodTraits<void (P::*)(A...)> {
+  using Class = P;
+  using Parts = Split<Types<>, std::remove_cvref_t<A>...>;
+  using Arguments = typename Parts::Arguments;
+  using Reply = typename Parts::Reply;
+  static constexpr bool hasReply = !std::is_void_v<Reply>;
+};
+
+template <auto Method>
+using TraitsOf = MethodTraits<decltype(Method)>;
+
+template <class Reply>
+struct ReplyValues {
+  using Type = typename ReplyCallable<Reply>::Values;
+};
+template <>
+struct ReplyValues<void> {
+  using Type = Types<>;
+};
+template <auto Method>
+using ReplyTypes = typename ReplyValues<typename TraitsOf<Method>::Reply>::Type;
+
+/// Calls one method with the values that arrived.
+template <auto Method>
+void invokeMethod(void* object, const XPCValues& values, const XPCReplySender& reply) {
+  using Traits = TraitsOf<Method>;
+  auto& target = *static_cast<typename Traits::Class*>(object);
+  Traits::Arguments::call(
+      [&](auto&&... arguments) {
+        if constexpr (Traits::hasReply) {
+          (target.*Method)(std::move(arguments)..., [reply](auto&&... answer) {
+            if (reply) reply(ReplyTypes<Method>::pack(answer...));
+          });
+        } else {
+          (target.*Method)(std::move(arguments)...);
+        }
+      },
+      values);
+}
+
+template <auto Method>
+std::span<const XPCArgument> argumentsOf() {
+  static const auto described = TraitsOf<Method>::Arguments::describe();
+  return described;
+}
+
+template <auto Method>
+std::span<const XPCArgument> replyArgumentsOf() {
+  static const auto described = ReplyTypes<Method>::describe();
+  return described;
+}
+
+template <auto A, auto B>
+inline constexpr bool sameMethod =
+    std::is_same_v<std::integral_constant<decltype(A), A>, std::integral_constant<decltype(B), B>>;
+
+}  // namespace xpc_detail
+
+/// The methods of protocol class `P`, in the order in which they are numbered.
+template <class P, auto... Methods>
+struct XPCMethodList {
+  using Class = P;
+  static constexpr std::size_t count = sizeof...(Methods);
+
+  template <auto Method>
+  static constexpr std::size_t indexOf() {
+    static_assert((xpc_detail::sameMethod<Method, Methods> || ...), "no method of this protocol");
+    std::size_t index = 0;
+    std::size_t found = count;
+    ((found = xpc_detail::sameMethod<Method, Methods> ? index : found, ++index), ...);
+    return found;
+  }
+
+  static std::array<XPCMethod, count> describe(
+      const std::array<std::string_view, count>& selectors) {
+    std::size_t index = 0;
+    return {XPCMethod{selectors[index++], xpc_detail::argumentsOf<Methods>(),
+                      xpc_detail::TraitsOf<Methods>::hasReply,
+                      xpc_detail::replyArgumentsOf<Methods>()}...};
+  }
+
+  static void invoke(void* object, std::size_t method, const XPCValues& arguments,
+                     const XPCReplySender& reply) {
+    using Invoker = void (*)(void*, const XPCValues&, const XPCReplySender&);
+    static constexpr std::array<Invoker, count> invokers = {&xpc_detail::invokeMethod<Methods>...};
+    if (method < count) invokers[method](object, arguments, reply);
+  }
+};
+
+/// What a proxy class derives from (beside its protocol class).
+template <class Methods>
+class XPCProxy {
+ public:
+  explicit XPCProxy(std::shared_ptr<XPCMessageSink> sink) : sink_(std::move(sink)) {}
+
+ protected:
+  template <auto Method, class... A>
+  void message(A&&... arguments) const {
+    if constexpr (xpc_detail::TraitsOf<Method>::hasReply) {
+      request<Method>(std::forward_as_tuple(std::forward<A>(arguments)...),
+                      std::make_index_sequence<sizeof...(A) - 1>{});
+    } else {
+      sink_->send(Methods::template indexOf<Method>(),
+                  xpc_detail::TraitsOf<Method>::Arguments::pack(arguments...), {});
+    }
+  }
+
+ private:
+  template <auto Method, class Tuple, std::size_t... I>
+  void request(Tuple&& all, std::index_sequence<I...>) const {
+    using Traits = xpc_detail::TraitsOf<Method>;
+    typename Traits::Reply reply = std::get<sizeof...(I)>(std::forward<Tuple>(all));
+    sink_->send(Methods::template indexOf<Method>(), Traits::Arguments::pack(std::get<I>(all)...),
+                [reply = std::move(reply)](const XPCValues& values) {
+                  if (reply) xpc_detail::ReplyTypes<Method>::call(reply, values);
+                });
+  }
+
+  std::shared_ptr<XPCMessageSink> sink_;
+};
+
+/// The description of a protocol: one a combination of `Methods` and `Proxy`, made at the first
+/// call, never destroyed.
+template <class Methods, class Proxy>
+const XPCProtocol& xpcProtocol(std::string_view name,
+                               const std::array<std::string_view, Methods::count>& selectors) {
+  static const auto methods = Methods::describe(selectors);
+  static const XPCProtocol protocol{
+      name, methods, &Methods::invoke,
+      [](std::shared_ptr<XPCMessageSink> sink) -> std::shared_ptr<void> {
+        std::shared_ptr<typename Methods::Class> proxy = std::make_shared<Proxy>(std::move(sink));
+        return proxy;
+      }};
+  return protocol;
+}
+
+}  // namespace platform
