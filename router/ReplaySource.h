@@ -11,6 +11,7 @@ namespace router {
 /// When each report of a recording is due, counted from the first. A recording's clock says it,
 /// except that where the clock says nothing (it restarts, the recording has no times at all, or it
 /// begins again) kUntimedInterval passes.
+/// Nothing is due later than a century.
 class ReplaySchedule {
  public:
   static constexpr std::chrono::microseconds kUntimedInterval{8000};

@@ -113,7 +113,7 @@ std::string manyLargeReports(std::size_t count, std::size_t bytes) {
 }
 
 TEST_F(RouterTest, AtFullSpeedASlowClientIsWaitedFor) {
-  const std::uint64_t id = addDevice("large", manyLargeReports(400, 32768));
+  const std::uint64_t id = addDevice("large", manyLargeReports(200, 32768));
   startRouter();
   Client client;
   client.receiver->beBrief();
@@ -124,7 +124,7 @@ TEST_F(RouterTest, AtFullSpeedASlowClientIsWaitedFor) {
   quick.start(0x42);  // answered: the router is not held up by the client that is
   quick.log->await(1);
   client.receiver->release();
-  EXPECT_EQ(client.log->await(402).size(), 402U);
+  EXPECT_EQ(client.log->await(202).size(), 202U);
   EXPECT_EQ(client.log->lines().back(), "invalidated");
 }
 
@@ -191,7 +191,7 @@ TEST_F(RouterTest, ASecondStartReplacesTheFirst) {
   Client second;
   second.start(id, 1);
   EXPECT_THAT(second.log->await(3), ElementsAre("started", "data 7 07 01", "values 9/1=1 9/2=0"));
-  EXPECT_EQ(std::count(client.log->lines().begin(), client.log->lines().end(), "interrupted"), 0);
+  EXPECT_THAT(client.log->lines(), testing::Not(testing::Contains("interrupted")));
 }
 
 TEST_F(RouterTest, AnExclusiveDeviceIsOneClientsUntilItLeaves) {
