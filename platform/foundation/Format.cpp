@@ -1,6 +1,7 @@
 #include "platform/foundation/Format.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <limits>
 #include <vector>
@@ -119,7 +120,7 @@ class Renderer {
         return appendDouble(conversion, argument);
       case 'p':
         if (const auto* pointer = std::get_if<const void*>(&argument)) {
-          return appendPrinted(conversion, "p", *pointer);
+          return appendText(conversion, pointerText(*pointer));
         }
         return appendText(conversion, naturalText(argument));
       default:
@@ -212,10 +213,16 @@ class Renderer {
       return std::to_string(*natural);
     if (const auto* real = std::get_if<double>(&argument)) return shortestText(*real);
     const void* const pointer = std::get<const void*>(argument);
-    if (pointer == nullptr) return "(null)";
-    char buffer[32];
-    std::snprintf(buffer, sizeof buffer, "%p", pointer);
-    return buffer;
+    return pointer == nullptr ? "(null)" : pointerText(pointer);
+  }
+
+  // Not by "%p" of the library, which writes null as "(nil)" here and otherwise elsewhere.
+  static std::string pointerText(const void* pointer) {
+    std::array<char, 2 * sizeof(std::uintptr_t)> digits{};
+    char* const end = std::to_chars(digits.data(), digits.data() + digits.size(),
+                                          reinterpret_cast<std::uintptr_t>(pointer), 16)
+                                .ptr;
+    return "0x" + std::string(digits.data(), end);
   }
 
   const std::string_view format_;

@@ -86,7 +86,7 @@ void KeyValueObservable::didChangeValueForKey(std::string_view key) {
 
 void KeyValueObservable::notify(const KeyValueChange& change) {
   for (const auto& registration : observers_->forKey(change.key)) {
-    if (registration->active.load()) registration->observer(change);
+    if (registration->observer && registration->active.load()) registration->observer(change);
   }
 }
 

@@ -98,7 +98,9 @@ std::size_t NSArray::hash() const {
   return hash;
 }
 
-std::string NSArray::description() const { return descriptionWithIndent(0); }
+std::string NSArray::description() const {
+  return descriptionWithIndent(0);
+}
 
 std::string NSArray::descriptionWithIndent(std::size_t indent) const {
   const std::string outer(indent * 4, ' ');
@@ -115,7 +117,9 @@ const NSClass& NSMutableArray::classObject() {
   return object;
 }
 
-std::shared_ptr<NSMutableArray> NSMutableArray::array() { return arrayWithObjects({}); }
+std::shared_ptr<NSMutableArray> NSMutableArray::array() {
+  return arrayWithObjects({});
+}
 
 std::shared_ptr<NSMutableArray> NSMutableArray::arrayWithObjects(Objects objects) {
   return std::make_shared<ConcreteMutableArray>(withoutNull(std::move(objects)));

@@ -77,6 +77,8 @@ std::string NSData::description() const {
   return text + '}';
 }
 
-std::string NSData::descriptionWithIndent(std::size_t) const { return description(); }
+std::string NSData::descriptionWithIndent(std::size_t) const {
+  return description();
+}
 
 }  // namespace platform

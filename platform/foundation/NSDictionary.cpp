@@ -13,7 +13,8 @@ namespace {
 using Entries = std::vector<NSDictionary::Entry>;
 using Buckets = std::vector<std::uint32_t>;
 
-/// The bucket where the search for a hash starts; hashes of small numbers differ in few bits only, hence the mixing.
+/// The bucket where the search for a hash starts; hashes of small numbers differ in few bits only,
+/// hence the mixing.
 std::size_t firstBucket(std::size_t hash, std::size_t bucketCount) {
   constexpr std::uint64_t kGoldenRatio = 0x9E3779B97F4A7C15;
   return static_cast<std::size_t>((hash * kGoldenRatio) >> 32) & (bucketCount - 1);
@@ -45,7 +46,9 @@ const NSClass& NSDictionary::classObject() {
   return object;
 }
 
-std::shared_ptr<NSDictionary> NSDictionary::dictionary() { return dictionaryWithEntries({}); }
+std::shared_ptr<NSDictionary> NSDictionary::dictionary() {
+  return dictionaryWithEntries({});
+}
 
 std::shared_ptr<NSDictionary> NSDictionary::dictionaryWithEntries(Entries given) {
   if (given.size() > std::numeric_limits<std::uint32_t>::max() / 4) {
@@ -99,7 +102,9 @@ std::size_t NSDictionary::hash() const {
   return sum;
 }
 
-std::string NSDictionary::description() const { return descriptionWithIndent(0); }
+std::string NSDictionary::description() const {
+  return descriptionWithIndent(0);
+}
 
 std::string NSDictionary::descriptionWithIndent(std::size_t indent) const {
   const std::string outer(indent * 4, ' ');

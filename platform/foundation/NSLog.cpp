@@ -4,6 +4,8 @@
 
 namespace platform {
 
-void NSLogString(std::string_view text) { foundationProvider().load()->log(text); }
+void NSLogString(std::string_view text) {
+  foundationProvider().load()->log(text);
+}
 
 }  // namespace platform

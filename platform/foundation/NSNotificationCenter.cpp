@@ -53,7 +53,7 @@ class ProcessNotificationCenter final : public NSNotificationCenter {
     if (!name) return;
     const auto notification = std::make_shared<NSNotification>(name, object);
     for (const auto& registration : registrationsFor(*name, object.get())) {
-      if (registration->removed.load()) continue;
+      if (!registration->observer.call || registration->removed.load()) continue;
       if (const auto observer = registration->observer.lifetime.lock())
         registration->observer.call(notification);
     }

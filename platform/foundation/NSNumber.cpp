@@ -13,8 +13,8 @@ namespace {
 constexpr double kTwoTo63 = 0x1p63;
 constexpr double kTwoTo64 = 0x1p64;
 
-/// A value in one form only, so that equal numbers have equal forms: a whole number that fits is one of the integers (the
-/// unsigned only above the signed range); any other is a double.
+/// A value in one form only, so that equal numbers have equal forms: a whole number that fits is
+/// one of the integers (the unsigned only above the signed range); any other is a double.
 using Canonical = std::variant<std::int64_t, std::uint64_t, double>;
 
 Canonical canonical(std::uint64_t value) {
@@ -33,9 +33,12 @@ Canonical canonical(const NSNumber::Value& value) {
   return std::visit(
       [](auto v) -> Canonical {
         using V = decltype(v);
-        if constexpr (std::is_same_v<V, bool>) return static_cast<std::int64_t>(v);
-        else if constexpr (std::is_same_v<V, std::int64_t>) return v;
-        else return canonical(v);
+        if constexpr (std::is_same_v<V, bool>)
+          return static_cast<std::int64_t>(v);
+        else if constexpr (std::is_same_v<V, std::int64_t>)
+          return v;
+        else
+          return canonical(v);
       },
       value);
 }

@@ -19,7 +19,9 @@ const NSClass& NSObject::classObject() {
   return object;
 }
 
-std::size_t NSObject::hash() const { return std::hash<const void*>{}(this); }
+std::size_t NSObject::hash() const {
+  return std::hash<const void*>{}(this);
+}
 
 std::string NSObject::description() const {
   return stringWithFormat("<%s: %p>", className(), static_cast<const void*>(this));

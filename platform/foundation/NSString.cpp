@@ -82,10 +82,16 @@ bool NSString::isEqual(const NSObject* other) const {
   return string != nullptr && string->text_ == text_;
 }
 
-std::size_t NSString::hash() const { return hashOfText(text_); }
+std::size_t NSString::hash() const {
+  return hashOfText(text_);
+}
 
-std::string NSString::descriptionWithIndent(std::size_t) const { return quotedWhereNeeded(text_); }
+std::string NSString::descriptionWithIndent(std::size_t) const {
+  return quotedWhereNeeded(text_);
+}
 
-std::shared_ptr<NSString> str(std::string_view literal) { return NSString::stringWithUTF8(literal); }
+std::shared_ptr<NSString> str(std::string_view literal) {
+  return NSString::stringWithUTF8(literal);
+}
 
 }  // namespace platform

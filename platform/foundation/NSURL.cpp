@@ -97,8 +97,12 @@ bool NSURL::isEqual(const NSObject* other) const {
   return url != nullptr && url->text_->isEqual(text_.get());
 }
 
-std::size_t NSURL::hash() const { return hashOfText(text_->UTF8String()); }
+std::size_t NSURL::hash() const {
+  return hashOfText(text_->UTF8String());
+}
 
-std::string NSURL::description() const { return text_->UTF8String(); }
+std::string NSURL::description() const {
+  return text_->UTF8String();
+}
 
 }  // namespace platform

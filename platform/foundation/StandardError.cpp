@@ -16,7 +16,7 @@ void writeLineToStandardError(std::string_view line) {
     const ssize_t written = ::write(STDERR_FILENO, rest.data(), rest.size());
     if (written > 0) {
       rest.remove_prefix(static_cast<std::size_t>(written));
-    } else if (written < 0 && errno != EINTR) {
+    } else if (written == 0 || errno != EINTR) {
       break;
     }
   }

@@ -11,8 +11,12 @@ namespace {
 
 constexpr char32_t kFirstSupplementary = 0x10000;
 
-bool isHighSurrogate(unsigned unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-bool isLowSurrogate(unsigned unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+bool isHighSurrogate(unsigned unit) {
+  return unit >= 0xD800 && unit <= 0xDBFF;
+}
+bool isLowSurrogate(unsigned unit) {
+  return unit >= 0xDC00 && unit <= 0xDFFF;
+}
 
 bool isBareCharacter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
@@ -129,7 +133,9 @@ std::string quotedWhereNeeded(std::string_view text) {
   return quoted + '"';
 }
 
-std::size_t hashOfText(std::string_view text) { return std::hash<std::string_view>{}(text); }
+std::size_t hashOfText(std::string_view text) {
+  return std::hash<std::string_view>{}(text);
+}
 
 std::string shortestText(double value) {
   // Plain digits for magnitudes that "%.17g" would write plainly, else an exponent.

@@ -68,7 +68,7 @@ class PackedElementValues final : public NSMutableArray,
 
   void addObject(const std::shared_ptr<NSObject>& object) override {
     if (!object) throw std::invalid_argument("an array cannot hold null");
-    places().push_back({0, object});
+    places().push_back(placeOf(object));
     ++mutations_;
   }
 
@@ -86,6 +86,17 @@ class PackedElementValues final : public NSMutableArray,
   std::size_t mutations() const override { return mutations_; }
 
  private:
+  Place placeOf(const std::shared_ptr<NSObject>& object) const {
+    const auto self = shared_from_this();
+    if (self.owner_before(object) || object.owner_before(self)) return {0, object};
+    if (const auto* value = dynamic_cast<const PackedElementValue*>(object.get())) {
+      return {static_cast<std::size_t>(value - values_), nullptr};
+    }
+    const auto* data = dynamic_cast<const NSData*>(object.get());
+    if (data == nullptr) throw std::invalid_argument("an array cannot hold itself");
+    return {0, NSData::dataWithBytes(data->span())};
+  }
+
   std::vector<Place>& places() {
     if (!places_) {
       places_ = std::make_unique<std::vector<Place>>(count_);

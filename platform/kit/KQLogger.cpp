@@ -64,7 +64,7 @@ void KQLogger::send(const KQLogEntry& entry) {
   }
   try {
     if (*sink) (*sink)(entry);
-  } catch (const std::exception&) {
+  } catch (...) {
     // A line that cannot be written must not change what the program does.
     return;
   }

@@ -1,0 +1,223 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <numeric>
+
+#include "platform/foundation/NSArray.h"
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSDate.h"
+#include "platform/foundation/NSDictionary.h"
+#include "platform/foundation/NSError.h"
+#include "platform/foundation/NSNumber.h"
+#include "platform/foundation/NSURL.h"
+
+namespace platform {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+std::shared_ptr<NSData> counting(std::size_t length) {
+  Bytes bytes(length);
+  std::iota(bytes.begin(), bytes.end(), std::uint8_t{0});
+  return NSData::dataWithBytes(bytes);
+}
+
+// --- objects and classes
+
+TEST(NSObject, HasIdentityAndSaysWhereItIs) {
+  const auto a = std::make_shared<NSObject>();
+  const auto b = std::make_shared<NSObject>();
+  EXPECT_TRUE(a->isEqual(a));
+  EXPECT_FALSE(a->isEqual(b));
+  EXPECT_FALSE(a->isEqual(nullptr));
+  EXPECT_EQ(a->hash(), a->hash());
+  EXPECT_TRUE(a->description().starts_with("<NSObject: 0x")) << a->description();
+  EXPECT_TRUE(a->descriptionWithIndent(1).starts_with("\"<NSObject: 0x"));
+}
+
+TEST(NSObject, NilDescribesItselfAsNull) {
+  EXPECT_EQ(descriptionOf(nullptr), "(null)");
+}
+
+TEST(NSClass, FollowsTheChainOfSuperclasses) {
+  const auto array = NSMutableArray::array();
+  EXPECT_EQ(array->className(), "NSMutableArray");
+  EXPECT_TRUE(array->isKindOfClass(NSMutableArray::classObject()));
+  EXPECT_TRUE(array->isKindOfClass(NSArray::classObject()));
+  EXPECT_TRUE(array->isKindOfClass(NSObject::classObject()));
+  EXPECT_FALSE(array->isKindOfClass(NSString::classObject()));
+  EXPECT_FALSE(NSArray::arrayWithObjects({})->isKindOfClass(NSMutableArray::classObject()));
+}
+
+TEST(ObjectCast, IsNullForAnotherClassAndForNull) {
+  const std::shared_ptr<NSObject> text = str("a");
+  EXPECT_NE(objectCast<NSString>(text), nullptr);
+  EXPECT_EQ(objectCast<NSNumber>(text), nullptr);
+  EXPECT_EQ(objectCast<NSNumber>(nullptr), nullptr);
+}
+
+// --- data
+
+TEST(NSData, CopiesItsBytes) {
+  Bytes bytes{1, 2, 3};
+  const auto data = NSData::dataWithBytes(bytes);
+  bytes[0] = 9;
+  ASSERT_EQ(data->length(), 3U);
+  EXPECT_EQ(data->bytes()[0], 1);
+  EXPECT_EQ(data->span().size(), 3U);
+}
+
+TEST(NSData, HasNoBytesWhenEmpty) {
+  const auto data = NSData::dataWithBytes({});
+  EXPECT_EQ(data->bytes(), nullptr);
+  EXPECT_EQ(data->length(), 0U);
+  EXPECT_TRUE(data->isEqual(NSData::dataWithBytes({})));
+  EXPECT_EQ(data->description(), "{length = 0, bytes = 0x}");
+}
+
+TEST(NSData, FillsItsOwnBlock) {
+  const auto data = NSData::dataWithLength(5, [](std::span<std::uint8_t> room) {
+    ASSERT_EQ(room.size(), 5U);
+    std::iota(room.begin(), room.end(), std::uint8_t{1});
+  });
+  EXPECT_TRUE(data->isEqual(NSData::dataWithBytes(Bytes{1, 2, 3, 4, 5})));
+}
+
+TEST(NSData, WhatItsFillerThrowsLeavesNothingBehind) {
+  EXPECT_THROW((void)NSData::dataWithLength(64, [](auto) { throw std::runtime_error("no"); }),
+               std::runtime_error);
+}
+
+TEST(NSData, ALengthBeyondMemoryThrowsBeforeItAllocates) {
+  EXPECT_THROW((void)NSData::dataWithLength(SIZE_MAX, [](auto) {}), std::bad_alloc);
+  EXPECT_THROW((void)NSData::dataWithLength(std::size_t{1} << 63, [](auto) {}), std::bad_alloc);
+}
+
+TEST(NSData, ComparesContents) {
+  EXPECT_TRUE(counting(40)->isEqual(counting(40)));
+  EXPECT_EQ(counting(40)->hash(), counting(40)->hash());
+  EXPECT_FALSE(counting(40)->isEqual(counting(41)));
+  EXPECT_FALSE(counting(2)->isEqual(NSData::dataWithBytes(Bytes{0, 2})));
+  EXPECT_FALSE(counting(0)->isEqual(str("")));
+}
+
+TEST(NSData, TakesSubrangesWithinItsBounds) {
+  const auto data = counting(8);
+  EXPECT_TRUE(data->subdataWithRange(2, 3)->isEqual(NSData::dataWithBytes(Bytes{2, 3, 4})));
+  EXPECT_EQ(data->subdataWithRange(8, 0)->length(), 0U);
+  EXPECT_THROW((void)data->subdataWithRange(9, 0), NSRangeException);
+  EXPECT_THROW((void)data->subdataWithRange(7, 2), NSRangeException);
+  EXPECT_THROW((void)data->subdataWithRange(1, SIZE_MAX), NSRangeException);
+}
+
+TEST(NSData, DescribesItselfWholeUpTo24Bytes) {
+  EXPECT_EQ(NSData::dataWithBytes(Bytes{1, 2, 3, 4})->description(),
+            "{length = 4, bytes = 0x01020304}");
+  EXPECT_EQ(counting(24)->description(),
+            "{length = 24, bytes = 0x000102030405060708090a0b0c0d0e0f1011121314151617}");
+  EXPECT_EQ(counting(25)->description(),
+            "{length = 25, bytes = 0x00010203 04050607 08090a0b 0c0d0e0f ... 11121314 15161718 }");
+  EXPECT_EQ(counting(32)->descriptionWithIndent(2),
+            "{length = 32, bytes = 0x00010203 04050607 08090a0b 0c0d0e0f ... 18191a1b 1c1d1e1f }");
+}
+
+// --- dates
+
+std::string described(double seconds) {
+  return NSDate::dateWithTimeIntervalSinceReferenceDate(seconds)->description();
+}
+
+TEST(NSDate, DescribesItselfInUTC) {
+  EXPECT_EQ(described(0), "2001-01-01 00:00:00 +0000");
+  EXPECT_EQ(described(-0.5), "2000-12-31 23:59:59 +0000");
+  EXPECT_EQ(described(816926499), "2026-11-21 04:01:39 +0000");
+  EXPECT_EQ(described(-978307200), "1970-01-01 00:00:00 +0000");
+  EXPECT_EQ(described(5140886400 - 86400), "2163-11-28 00:00:00 +0000");
+}
+
+TEST(NSDate, DescribesATimeFarOffWithoutACalendar) {
+  EXPECT_EQ(described(1e300), "1e+300 s since 2001-01-01 00:00:00 +0000");
+  EXPECT_NE(described(std::numeric_limits<double>::quiet_NaN()).find("nan"), std::string::npos);
+}
+
+TEST(NSDate, ComparesSeconds) {
+  const auto date = NSDate::dateWithTimeIntervalSinceReferenceDate(1.5);
+  EXPECT_TRUE(date->isEqual(NSDate::dateWithTimeIntervalSinceReferenceDate(1.5)));
+  EXPECT_EQ(date->hash(), NSDate::dateWithTimeIntervalSinceReferenceDate(1.5)->hash());
+  EXPECT_EQ(NSDate(0.0).hash(), NSDate(-0.0).hash());
+  EXPECT_FALSE(date->isEqual(NSDate::dateWithTimeIntervalSinceReferenceDate(1.25)));
+  EXPECT_FALSE(date->isEqual(NSNumber::numberWithDouble(1.5)));
+}
+
+// --- URLs
+
+TEST(NSURL, KeepsItsText) {
+  const auto url = NSURL::URLWithString(str("https://example.org/a b"));
+  EXPECT_EQ(url->absoluteString()->UTF8String(), "https://example.org/a b");
+  EXPECT_EQ(url->description(), "https://example.org/a b");
+  EXPECT_EQ(url->path(), nullptr);
+  EXPECT_TRUE(url->isEqual(NSURL::URLWithString(str("https://example.org/a b"))));
+  EXPECT_EQ(url->hash(), NSURL::URLWithString(str("https://example.org/a b"))->hash());
+  EXPECT_FALSE(url->isEqual(str("https://example.org/a b")));
+}
+
+TEST(NSURL, IsNullForNothing) {
+  EXPECT_EQ(NSURL::URLWithString(nullptr), nullptr);
+  EXPECT_EQ(NSURL::URLWithString(str("")), nullptr);
+  EXPECT_EQ(NSURL::fileURLWithPath(nullptr), nullptr);
+  EXPECT_EQ(NSURL::fileURLWithPath(str("")), nullptr);
+}
+
+TEST(NSURL, EncodesAndDecodesThePathOfAFile) {
+  const auto url = NSURL::fileURLWithPath(str("/var/log/a b%ä#?;.log"));
+  EXPECT_EQ(url->absoluteString()->UTF8String(), "file:///var/log/a%20b%25%C3%A4%23%3F%3B.log");
+  EXPECT_EQ(url->path()->UTF8String(), "/var/log/a b%ä#?;.log");
+}
+
+TEST(NSURL, ReadsFileURLsOfOthers) {
+  const auto path = [](std::string_view text) { return NSURL::URLWithString(str(text))->path(); };
+  EXPECT_EQ(path("FILE:///a%2fb")->UTF8String(), "/a/b");
+  EXPECT_EQ(path("file:/a")->UTF8String(), "/a");
+  EXPECT_EQ(path("file://host/a?query#fragment")->UTF8String(), "/a");
+  EXPECT_EQ(path("file://host")->UTF8String(), "");
+  EXPECT_EQ(path("file:///a%2"), nullptr);
+  EXPECT_EQ(path("file:///a%zz"), nullptr);
+  EXPECT_EQ(path("file:///%ff"), nullptr);
+  EXPECT_EQ(path("fil"), nullptr);
+}
+
+// --- errors
+
+std::shared_ptr<NSError> errorWith(std::int64_t code, std::vector<NSDictionary::Entry> info) {
+  return NSError::errorWithDomain_code_userInfo(
+      str("D"), code, NSDictionary::dictionaryWithEntries(std::move(info)));
+}
+
+TEST(NSError, DescribesItself) {
+  EXPECT_EQ(NSError::errorWithDomain_code_userInfo(str("HIDEventRouterDomain"), -1, nullptr)
+                ->description(),
+            "Error Domain=HIDEventRouterDomain Code=-1 \"(null)\"");
+  EXPECT_EQ(errorWith(-536870174, {})->description(), "Error Domain=D Code=-536870174 \"(null)\"");
+  EXPECT_EQ(errorWith(5, {{str(NSLocalizedDescriptionKey), str("no luck")},
+                          {str("n"), NSNumber::numberWithBool(true)}})
+                ->description(),
+            "Error Domain=D Code=5 \"no luck\" UserInfo={NSLocalizedDescription=no luck, n=1}");
+  EXPECT_EQ(NSError::errorWithDomain_code_userInfo(nullptr, 0, nullptr)->description(),
+            "Error Domain=(null) Code=0 \"(null)\"");
+}
+
+TEST(NSError, ComparesDomainCodeAndUserInfo) {
+  const auto plain = NSError::errorWithDomain_code_userInfo(str("D"), 5, nullptr);
+  EXPECT_EQ(plain->userInfo(), nullptr);
+  EXPECT_TRUE(plain->isEqual(errorWith(5, {})));
+  EXPECT_EQ(plain->hash(), errorWith(5, {})->hash());
+  EXPECT_FALSE(plain->isEqual(errorWith(6, {})));
+  EXPECT_FALSE(plain->isEqual(errorWith(5, {{str("a"), str("b")}})));
+  EXPECT_FALSE(errorWith(5, {{str("a"), str("b")}})->isEqual(plain));
+  EXPECT_FALSE(plain->isEqual(NSError::errorWithDomain_code_userInfo(str("E"), 5, nullptr)));
+  EXPECT_FALSE(plain->isEqual(NSError::errorWithDomain_code_userInfo(nullptr, 5, nullptr)));
+  EXPECT_FALSE(NSError::errorWithDomain_code_userInfo(nullptr, 5, nullptr)->isEqual(plain));
+}
+
+}  // namespace
+}  // namespace platform
