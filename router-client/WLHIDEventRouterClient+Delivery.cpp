@@ -46,7 +46,9 @@ void WLHIDEventRouterClient::receivedElementValues(const std::shared_ptr<NSArray
     }
     return;
   }
-  const std::shared_ptr<NSArray> walked = elementValues;
+  // Ours for the walk: a log sink may make the caller drop its reference.
+  const std::shared_ptr<NSArray> walked =
+      elementValues;  // NOLINT(performance-unnecessary-copy-initialization)
   if (!walked) return;
   walked->enumerateObjects(
       [this](const std::shared_ptr<NSObject>& member) { logElementValue(*this, member); });

@@ -49,7 +49,7 @@ class ScriptedFoundation final : public FoundationProvider {
       : state_(std::move(state)), center_(std::make_shared<RecordingCenter>(state_->trace)) {}
 
   std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path) override {
-    const auto data = file(path);
+    auto data = file(path);
     state_->record("dataWithContentsOfFile:" + describe(path) + " -> " + (data ? "data" : "nil"));
     return data;
   }
@@ -65,7 +65,7 @@ class ScriptedFoundation final : public FoundationProvider {
   std::shared_ptr<NSObject> propertyListWithData(const std::shared_ptr<NSData>& data,
                                                  NSPropertyListFormat* returnFormat,
                                                  std::shared_ptr<NSError>* returnError) override {
-    const auto result = propertyList(data, returnFormat, returnError);
+    auto result = propertyList(data, returnFormat, returnError);
     state_->record("propertyListWithData: -> " + describe(result));
     return result;
   }
@@ -115,59 +115,65 @@ std::string describeItems(const AuthorizationItemSet* items) {
   return "{" + line + "}";
 }
 
-/// References are handles that nobody looks behind: the first is number 1.
-AuthorizationRef authorizationNumber(std::size_t number) {
-  return reinterpret_cast<AuthorizationRef>(number);
-}
-std::string describeAuthorization(const AuthorizationRef& authorization) {
-  return std::to_string(reinterpret_cast<std::size_t>(authorization));
-}
-
 class ScriptedServices final : public ServicesProvider {
  public:
   explicit ScriptedServices(StatePointer state) : state_(std::move(state)) {}
 
   std::shared_ptr<NSDictionary> jobCopyDictionary(std::string_view domain,
                                                   const std::shared_ptr<NSString>& label) override {
-    const auto found = job(label);
-    state_->record("SMJobCopyDictionary(" + std::string(domain) + ", " + describe(label) + ") -> " +
-                   (found ? "job" : "nil"));
+    auto found = job(label);
+    state_->record("SMJobCopyDictionary(" + std::string(domain) + ", " + platform::describe(label) +
+                   ") -> " + (found ? "job" : "nil"));
     return found;
   }
   bool jobRemove(std::string_view domain, const std::shared_ptr<NSString>& label,
                  const AuthorizationRef& authorization, bool wait,
                  std::shared_ptr<NSError>* returnError) override {
-    state_->record("SMJobRemove(" + std::string(domain) + ", " + describe(label) +
-                   ", authorization " + describeAuthorization(authorization) +
+    state_->record("SMJobRemove(" + std::string(domain) + ", " + platform::describe(label) +
+                   ", authorization " + describe(authorization) +
                    ", wait=" + (wait ? "true" : "false") + ")");
     return play(&ScriptedPlatform::State::removal, returnError);
   }
   bool jobBless(std::string_view domain, const std::shared_ptr<NSString>& label,
                 const AuthorizationRef& authorization,
                 std::shared_ptr<NSError>* returnError) override {
-    state_->record("SMJobBless(" + std::string(domain) + ", " + describe(label) +
-                   ", authorization " + describeAuthorization(authorization) + ")");
+    state_->record("SMJobBless(" + std::string(domain) + ", " + platform::describe(label) +
+                   ", authorization " + describe(authorization) + ")");
     return play(&ScriptedPlatform::State::bless, returnError);
   }
   OSStatus authorizationCreate(const AuthorizationRights* rights,
                                const AuthorizationEnvironment* environment,
                                AuthorizationFlags flags,
                                AuthorizationRef* returnAuthorization) override {
+    AuthorizationRef authorization = nullptr;
     OSStatus status = errAuthorizationSuccess;
-    std::size_t number = 0;
     {
       const std::lock_guard lock(state_->mutex);
       status = state_->authorizationStatus;
-      if (status == errAuthorizationSuccess) number = ++state_->authorizations;
+      if (status == errAuthorizationSuccess) authorization = newAuthorization();
     }
     state_->record("AuthorizationCreate(rights=" + describeItems(rights) +
                    ", environment=" + describeItems(environment) +
                    ", flags=" + std::to_string(flags) + ") -> " + std::to_string(status));
-    if (returnAuthorization != nullptr) *returnAuthorization = authorizationNumber(number);
+    if (returnAuthorization != nullptr) *returnAuthorization = authorization;
     return status;
   }
 
  private:
+  /// References are handles that nobody looks behind; traces print which one it is, from 1.
+  AuthorizationRef newAuthorization() const {
+    return reinterpret_cast<AuthorizationRef>(&state_->authorizations.emplace_back());
+  }
+  std::string describe(const AuthorizationRef& authorization) const {
+    const std::lock_guard lock(state_->mutex);
+    std::size_t number = 0;
+    for (char& handle : state_->authorizations) {
+      ++number;
+      if (reinterpret_cast<AuthorizationRef>(&handle) == authorization)
+        return std::to_string(number);
+    }
+    return authorization == nullptr ? "null" : "unknown";
+  }
   std::shared_ptr<NSDictionary> job(const std::shared_ptr<NSString>& label) const {
     const std::lock_guard lock(state_->mutex);
     if (!state_->nextJobs.empty()) {

@@ -28,7 +28,7 @@ struct ScriptedPlatform::State {
   std::map<std::string, std::shared_ptr<NSDictionary>, std::less<>> jobs;
   std::deque<std::shared_ptr<NSDictionary>> nextJobs;
   OSStatus authorizationStatus = errAuthorizationSuccess;
-  std::size_t authorizations = 0;
+  std::deque<char> authorizations;  // only their addresses count, and a deque never moves them
   OutcomeScript removal;
   OutcomeScript bless;
   std::set<std::string, std::less<>> refusedInterfaces;

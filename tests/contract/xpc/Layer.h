@@ -1,0 +1,41 @@
+// A connection layer with a peer that a test commands: the real one with a router in this process,
+// or the scripted one.
+//
+// Threading: commands come from the test's thread; what they set off runs on the connection's
+// queue, in both layers a thread
+//   of its own.
+// Ownership: the test holds the connections, the layer its peers. Errors: none. Order: commands
+// take effect in order.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/foundation/NSError.h"
+#include "platform/xpc/NSXPCConnection.h"
+
+namespace test {
+
+class Layer {
+ public:
+  virtual ~Layer() = default;
+
+  /// To the router's service, which is there. Not resumed.
+  [[nodiscard]] virtual std::shared_ptr<platform::NSXPCConnection> makeConnection() = 0;
+  /// Waits until a start request has arrived that has no answer yet.
+  [[nodiscard]] virtual bool waitForRequest() = 0;
+  virtual void peerReplies(std::shared_ptr<platform::NSError> error) = 0;
+  virtual void peerDropsReply() = 0;
+  /// By the newest connection, with an empty report.
+  virtual void peerSendsReport(std::uint32_t reportID) = 0;
+  virtual void peerSaysFarewell() = 0;
+  virtual void peerCrashes() = 0;
+  /// Lets happen what the code under test has set off by itself: invalidate, or dropping a
+  /// connection.
+  virtual void settle() = 0;
+};
+
+[[nodiscard]] std::unique_ptr<Layer> realLayer();
+[[nodiscard]] std::unique_ptr<Layer> scriptedLayer();
+
+}  // namespace test

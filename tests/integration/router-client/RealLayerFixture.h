@@ -1,0 +1,69 @@
+// A client on the real connection layer, with a router in this process; files and jobs are
+// scripted.
+//
+// Threading: the test's thread, and the queues of the connections. Ownership: the fixture's.
+// Errors, Order: none.
+#pragma once
+
+#include <atomic>
+#include <thread>
+
+#include "platform/foundation/NSNumber.h"
+#include "platform/xpc/NSXPCConnection.h"
+#include "tests/integration/router-client/RouterHarness.h"
+#include "tests/support/ClientTrace.h"
+
+namespace test {
+
+class RealLayerTest : public ::testing::Test {
+ protected:
+  RealLayerTest() {
+    platform::xpcProvider().exchange(realConnections_);
+    platform_.setBundleCopy(kLabel, "7");
+    platform_.installHelper(kLabel, "7");
+  }
+  ~RealLayerTest() override {
+    client_.reset();
+    harness_.router().releaseSessions();
+    EXPECT_TRUE(waitUntilNoConnectionIsLeft());
+  }
+
+  std::shared_ptr<WLHIDEventRouterClient> newClient() {
+    return WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
+        kEntryID, kDeviceMode, tags_, nullptr);
+  }
+  void makeClient() {
+    client_ = newClient();
+    delegate_ = std::make_shared<RecordingDelegate>(platform_.trace());
+    delegate_->onStatus = [this](const auto&, WLHIDEventRouterClientStatus) {
+      lastStatusThread_ = std::this_thread::get_id();
+    };
+    client_->setDelegate(delegate_);
+    platform_.trace().take();
+  }
+  void makeRoutingClient() {
+    makeClient();
+    client_->setStarted(true);
+    ASSERT_TRUE(trace().waitFor("delegate clientStatusChangedTo 4"));
+    queue_ = lastStatusThread_;
+    trace().take();
+  }
+
+  platform::Trace& trace() { return platform_.trace(); }
+  TestRouter& router() { return harness_.router(); }
+  Lines here() { return trace().linesOfThread(std::this_thread::get_id()); }
+  Lines onQueue() { return trace().linesOfThread(queue_); }
+
+  const std::shared_ptr<platform::XPCProvider> realConnections_ = platform::xpcProvider().load();
+  platform::ScriptedPlatform platform_;
+  RouterHarness harness_;
+  const std::shared_ptr<platform::NSDictionary> tags_ =
+      platform::NSDictionary::dictionaryWithEntries(
+          {{platform::NSNumber::numberWithUnsignedLongLong(65536), platform::str("tag")}});
+  std::shared_ptr<WLHIDEventRouterClient> client_;
+  std::shared_ptr<RecordingDelegate> delegate_;
+  std::atomic<std::thread::id> lastStatusThread_{std::thread::id()};
+  std::thread::id queue_;
+};
+
+}  // namespace test
