@@ -6,6 +6,7 @@
 #include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
 #include "platform/foundation/NSString.h"
+#include "platform/services/ServiceError.h"
 #include "platform/services/SystemRoot.h"
 
 namespace platform {
@@ -47,6 +48,11 @@ std::optional<std::vector<std::string>> programArguments(const NSDictionary& job
     return refuse(reason, "its program is no absolute path");
   }
   return arguments;
+}
+
+ServiceError unwritable(const JobDescription& job) {
+  return {ServiceErrorCode::InvalidArgument,
+          "a path or argument of the job " + job.label + " cannot be written to its job file"};
 }
 
 }  // namespace
@@ -96,8 +102,11 @@ std::optional<std::vector<std::string>> machServices(const NSDictionary& job, st
 
 std::vector<std::uint8_t> encodeJobFile(const JobDescription& job) {
   std::vector<std::shared_ptr<NSObject>> arguments;
-  for (const auto& argument : job.arguments)
-    arguments.push_back(NSString::stringWithUTF8(argument));
+  for (const auto& argument : job.arguments) {
+    auto text = NSString::stringWithUTF8(argument);
+    if (!text) throw unwritable(job);
+    arguments.push_back(std::move(text));
+  }
   std::vector<NSDictionary::Entry> services;
   for (const auto& service : job.services)
     services.emplace_back(str(service), NSNumber::numberWithBool(true));
@@ -107,6 +116,7 @@ std::vector<std::uint8_t> encodeJobFile(const JobDescription& job) {
        {str("MachServices"), NSDictionary::dictionaryWithEntries(std::move(services))}});
   const auto data = NSPropertyListSerialization::dataWithPropertyList_format_error(
       dictionary, NSPropertyListFormat::XML, nullptr);
+  if (!data) throw unwritable(job);
   return {data->span().begin(), data->span().end()};
 }
 

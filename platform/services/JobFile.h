@@ -40,7 +40,8 @@ struct JobDescription {
 [[nodiscard]] std::optional<std::vector<std::string>> machServices(const NSDictionary& job,
                                                                    std::string* reason);
 
-/// The file's bytes, an XML property list.
+/// The file's bytes, an XML property list. Throws ServiceError for text that such a list cannot
+/// hold.
 [[nodiscard]] std::vector<std::uint8_t> encodeJobFile(const JobDescription& job);
 
 }  // namespace platform

@@ -5,7 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <regex>
+#include <sstream>
 
 #include "platform/foundation/NSArray.h"
 #include "platform/services/UnixSocket.h"
@@ -227,12 +227,12 @@ TEST_F(JobLife, WhatTheHelperWritesIsLoggedOneLineAnEntry) {
   const std::string pid = client.ask("pid");
   client.send("abort");
   ASSERT_TRUE(eventually([&] { return log().find("ended by signal 9") != std::string::npos; }));
-  const std::regex entry(
-      "[A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} \\S+ "
-      "(com\\.quillmar\\.echo|wlhid-jobd)\\[[0-9]+\\]: .*");
   std::istringstream lines(log());
-  for (std::string line; std::getline(lines, line);)
-    EXPECT_TRUE(std::regex_match(line, entry)) << line;
+  for (std::string line; std::getline(lines, line);) {
+    EXPECT_THAT(line, testing::MatchesRegex(
+                          "[A-Z][a-z][a-z] [ 0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9] [^ ]+ "
+                          "(com\\.quillmar\\.echo|wlhid-jobd)\\[[0-9]+\\]: .*"));
+  }
   EXPECT_THAT(log(), HasSubstr(" com.quillmar.echo[" + pid + "]: plain words\n"));
   EXPECT_THAT(log(), HasSubstr(" com.quillmar.echo[" + pid + "]: \\x1b[2Jred\\x0dherring \\xff\n"));
   EXPECT_THAT(log(), HasSubstr("]: com.quillmar.echo[" + pid + "] ended by signal 9\n"));
