@@ -1,0 +1,303 @@
+#include "bench/Router.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "platform/foundation/NSString.h"
+#include "platform/services/ServiceEndpoints.h"
+#include "platform/xpc/NSXPCListener.h"
+#include "router-client/WLHIDEventRouterProtocols.h"
+
+extern char** environ;
+
+namespace bench {
+namespace {
+
+constexpr int kLayerDescriptor = 3;
+constexpr int kBareDescriptor = 4;
+constexpr std::uint64_t kPace = 125'000;  // nanoseconds between reports at 8 kHz
+constexpr std::size_t kMostUnsent = std::size_t{1} << 20;
+
+void sleepUntil(std::uint64_t nanoseconds) {
+  const timespec when{static_cast<time_t>(nanoseconds / 1'000'000'000),
+                      static_cast<long>(nanoseconds % 1'000'000'000)};
+  while (::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &when, nullptr) == EINTR) {
+  }
+}
+
+std::shared_ptr<platform::NSData> stampedReport() {
+  return platform::NSData::dataWithLength(kReportBytes, [](std::span<std::uint8_t> room) {
+    std::memset(room.data(), 0x5A, room.size());
+    const std::uint64_t now = monotonicNanoseconds();
+    std::memcpy(room.data(), &now, sizeof now);
+  });
+}
+
+std::shared_ptr<platform::NSData> plainReport() {
+  return platform::NSData::dataWithLength(kReportBytes, [](std::span<std::uint8_t> room) {
+    std::memset(room.data(), 0x5A, room.size());
+  });
+}
+
+class BenchSession;
+
+// Reports of a ping-pong go out when the other connection of the same client sends a stop request.
+std::mutex pingPongMutex;
+std::weak_ptr<BenchSession> pingPong;
+
+class BenchSession final : public WLHIDEventRouterProtocol,
+                           public std::enable_shared_from_this<BenchSession> {
+ public:
+  explicit BenchSession(std::shared_ptr<platform::NSXPCConnection> connection)
+      : connection_(std::move(connection)) {}
+
+  void begin() {
+    auto remote =
+        platform::NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterClientProtocol::protocol());
+    connection_->setExportedInterface(
+        platform::NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterProtocol::protocol()));
+    connection_->setExportedObject<WLHIDEventRouterProtocol>(shared_from_this());
+    connection_->setRemoteObjectInterface(remote);
+    // The session holds itself until its connection has ended.
+    connection_->setInvalidationHandler([self = shared_from_this()] { self->connection_.reset(); });
+    client_ = connection_->remoteObjectProxyWithErrorHandler<WLHIDEventRouterClientProtocol>({});
+    connection_->resume();
+  }
+
+  void startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
+      std::uint64_t entryID, std::uint64_t, const std::shared_ptr<platform::NSDictionary>&,
+      const std::shared_ptr<platform::NSDictionary>&, StartReply reply) override {
+    reply(nullptr);
+    const Job job = Job::decode(entryID);
+    if (job.kind == Kind::PingPong) {
+      const std::lock_guard lock(pingPongMutex);
+      pingPong = shared_from_this();
+    } else if (job.kind != Kind::Nothing) {
+      std::thread([self = shared_from_this(), connection = connection_, job] {
+        self->send(job, *connection);
+      }).detach();
+    }
+  }
+
+  void stopRoutingService() override {
+    std::shared_ptr<BenchSession> other;
+    {
+      const std::lock_guard lock(pingPongMutex);
+      other = pingPong.lock();
+    }
+    if (other && other.get() != this) other->client_->receivedData_forReportID(plainReport(), 1);
+  }
+
+ private:
+  void send(const Job& job, platform::NSXPCConnection& connection) const {
+    if (job.kind == Kind::Paced) return sendPaced(job);
+    for (std::uint32_t sent = 0; sent < job.count;) {
+      if (job.batch == 1) {
+        client_->receivedData_forReportID(plainReport(), 1);
+      } else {
+        connection.sendBatch([&] {
+          for (unsigned i = 0; i < job.batch; ++i)
+            client_->receivedData_forReportID(plainReport(), 1);
+        });
+      }
+      sent += job.batch;
+      if (sent % 64 == 0 && connection.unsentBytes() > kMostUnsent) {
+        connection.waitUntilUnsentBelow(kMostUnsent / 2, std::chrono::milliseconds(10'000));
+      }
+    }
+  }
+
+  void sendPaced(const Job& job) const {
+    std::uint64_t due = monotonicNanoseconds();
+    for (std::uint32_t i = 0; i < job.count; ++i) {
+      sleepUntil(due += kPace);
+      client_->receivedData_forReportID(stampedReport(), 1);
+    }
+  }
+
+  std::shared_ptr<platform::NSXPCConnection> connection_;
+  std::shared_ptr<WLHIDEventRouterClientProtocol> client_;
+};
+
+class BenchListener final : public platform::NSXPCListenerDelegate {
+ public:
+  bool listener_shouldAcceptNewConnection(
+      const std::shared_ptr<platform::NSXPCListener>&,
+      const std::shared_ptr<platform::NSXPCConnection>& connection) override {
+    std::make_shared<BenchSession>(connection)->begin();
+    return true;
+  }
+};
+
+// --- the bare baseline
+// -------------------------------------------------------------------------------------------------
+
+bool writeWhole(int socket, const std::uint8_t* bytes, std::size_t length) {
+  while (length > 0) {
+    const ssize_t sent = ::send(socket, bytes, length, MSG_NOSIGNAL);
+    if (sent <= 0) return false;
+    bytes += sent;
+    length -= static_cast<std::size_t>(sent);
+  }
+  return true;
+}
+
+void serveBareStream(int socket, const Job& job) {
+  const std::vector<std::uint8_t> frames(kReportFrameBytes * job.batch, 0x5A);
+  for (std::uint32_t sent = 0; sent < job.count; sent += job.batch) {
+    if (!writeWhole(socket, frames.data(), frames.size())) return;
+  }
+}
+
+void serveBarePaced(int socket, const Job& job) {
+  std::array<std::uint8_t, kReportFrameBytes> frame{};
+  std::uint64_t due = monotonicNanoseconds();
+  for (std::uint32_t i = 0; i < job.count; ++i) {
+    sleepUntil(due += kPace);
+    const std::uint64_t now = monotonicNanoseconds();
+    std::memcpy(frame.data(), &now, sizeof now);
+    if (!writeWhole(socket, frame.data(), frame.size())) return;
+  }
+}
+
+void serveBarePingPong(int socket) {
+  std::array<std::uint8_t, kReportFrameBytes> frame{};
+  std::array<std::uint8_t, kEmptyFrameBytes> ping{};
+  while (::recv(socket, ping.data(), ping.size(), MSG_WAITALL) ==
+         static_cast<ssize_t>(ping.size())) {
+    if (!writeWhole(socket, frame.data(), frame.size())) return;
+  }
+}
+
+void serveBare(int socket) {
+  std::uint64_t encoded = 0;
+  if (::recv(socket, &encoded, sizeof encoded, MSG_WAITALL) == sizeof encoded) {
+    const Job job = Job::decode(encoded);
+    switch (job.kind) {
+      case Kind::Stream:
+        serveBareStream(socket, job);
+        break;
+      case Kind::Paced:
+        serveBarePaced(socket, job);
+        break;
+      case Kind::PingPong:
+        serveBarePingPong(socket);
+        break;
+      case Kind::Nothing:
+        break;
+    }
+  }
+  ::close(socket);
+}
+
+int listenAt(const std::string& path) {
+  const int socket = platform::listenUnixSocket(path, SOCK_STREAM, /*backlog=*/4096, /*mode=*/0600);
+  if (socket < 0)
+    throw std::runtime_error("cannot listen at " + path + ": " + std::strerror(errno));
+  return socket;
+}
+
+pid_t startRole(int layer, int bare) {
+  posix_spawn_file_actions_t actions;
+  ::posix_spawn_file_actions_init(&actions);
+  ::posix_spawn_file_actions_adddup2(&actions, layer, kLayerDescriptor);
+  ::posix_spawn_file_actions_adddup2(&actions, bare, kBareDescriptor);
+  std::string program = "/proc/self/exe";
+  std::string role = "--role=router";
+  std::array<char*, 3> arguments = {program.data(), role.data(), nullptr};
+  pid_t process = -1;
+  const int error =
+      ::posix_spawn(&process, program.c_str(), &actions, nullptr, arguments.data(), environ);
+  ::posix_spawn_file_actions_destroy(&actions);
+  if (error != 0)
+    throw std::runtime_error(std::string("cannot start the router process: ") +
+                             std::strerror(error));
+  return process;
+}
+
+}  // namespace
+
+std::uint64_t monotonicNanoseconds() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000 +
+         static_cast<std::uint64_t>(now.tv_nsec);
+}
+
+RouterProcess::RouterProcess() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "wlhid-bench-XXXXXX").string();
+  if (::mkdtemp(pattern.data()) == nullptr)
+    throw std::runtime_error("cannot make a temporary directory");
+  directory_ = pattern;
+  endpoint_ = directory_ + "/layer.sock";
+  bareEndpoint_ = directory_ + "/bare.sock";
+  // Moved up, so that placing one at 3 cannot overwrite the other.
+  const int layerSocket = listenAt(endpoint_);
+  const int bareSocket = listenAt(bareEndpoint_);
+  const int layer = ::fcntl(layerSocket, F_DUPFD_CLOEXEC, 10);
+  const int bare = ::fcntl(bareSocket, F_DUPFD_CLOEXEC, 10);
+  ::close(layerSocket);
+  ::close(bareSocket);
+  process_ = startRole(layer, bare);
+  ::close(layer);
+  ::close(bare);
+}
+
+RouterProcess::~RouterProcess() {
+  ::kill(process_, SIGKILL);
+  ::waitpid(process_, nullptr, 0);
+  std::error_code ignored;
+  std::filesystem::remove_all(directory_, ignored);
+}
+
+int RouterProcess::connectBare(const Job& job) const {
+  const int socket = platform::connectUnixSocket(bareEndpoint_, SOCK_STREAM);
+  if (socket < 0)
+    throw std::runtime_error(std::string("cannot connect the bare socket: ") +
+                             std::strerror(errno));
+  ::fcntl(socket, F_SETFL, ::fcntl(socket, F_GETFL) & ~O_NONBLOCK);
+  const std::uint64_t encoded = job.encode();
+  if (::send(socket, &encoded, sizeof encoded, MSG_NOSIGNAL) != sizeof encoded) {
+    throw std::runtime_error("the bare socket takes nothing");
+  }
+  return socket;
+}
+
+double RouterProcess::processorSeconds() const {
+  clockid_t clock{};
+  timespec spent{};
+  if (::clock_getcpuclockid(process_, &clock) != 0 || ::clock_gettime(clock, &spent) != 0) {
+    throw std::runtime_error("cannot read the router process's processor time");
+  }
+  return static_cast<double>(spent.tv_sec) + static_cast<double>(spent.tv_nsec) / 1e9;
+}
+
+int runRouterRole() {
+  const auto listener = platform::NSXPCListener::initWithListeningDescriptor(kLayerDescriptor);
+  if (!listener) return 1;
+  const auto delegate = std::make_shared<BenchListener>();
+  listener->setDelegate(delegate);
+  listener->resume();
+  ::fcntl(kBareDescriptor, F_SETFL, ::fcntl(kBareDescriptor, F_GETFL) & ~O_NONBLOCK);
+  for (;;) {
+    const int socket = ::accept4(kBareDescriptor, nullptr, nullptr, SOCK_CLOEXEC);
+    if (socket >= 0) std::thread(serveBare, socket).detach();
+  }
+}
+
+}  // namespace bench
