@@ -136,7 +136,8 @@ void ConnectionCore::abandon() {
   abandoned_ = true;
   interruption.swap(interruptionHandler_);
   invalidation.swap(invalidationHandler_);
-  endStreamLocallyLocked(released);
+  stopDelivering_.store(true, std::memory_order_relaxed);
+  flushLocked(released);
   const bool nothingToDo = socket_ < 0 && pending_.empty() && backlog_.empty() && failures_.empty();
   if (!threadRuns_ && nothingToDo) {
     ended_ = true;

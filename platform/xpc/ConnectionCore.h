@@ -1,17 +1,15 @@
 // One connection: its socket, its queue thread and what is pending. NSXPCConnection is a handle on
 // it.
 //
-// ConnectionCore.cpp     what other threads call: configuration, sending, ending
-// ConnectionQueue.cpp    the queue thread: which step comes next, connecting, reading, ends and
-// reports ConnectionDelivery.cpp the queue thread: from a frame to the call it stands for
+//   ConnectionCore.cpp      what other threads call: configuration, sending, ending
+//   ConnectionQueue.cpp     the queue thread: the next step, connecting, reading, ends and reports
+//   ConnectionDelivery.cpp  the queue thread: from a frame to the call that it stands for
 //
 // Threading: as NSXPCConnection.h. mutex_ covers plain state and non-blocking system calls, never a
-// call-out nor the
-//   destruction of anything that a caller gave. Members below "queue thread" belong to that thread
-//   alone.
+//   call-out nor the destruction of anything that a caller gave. Members below "queue thread"
+//   belong to that thread alone.
 // Ownership: the handle and the running queue thread hold the core; proxies do too, reply senders
-// only weakly. The core
-//   never holds its handle.
+//   only weakly. The core never holds its handle.
 // Errors, Order: as NSXPCConnection.h.
 #pragma once
 

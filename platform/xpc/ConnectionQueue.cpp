@@ -307,7 +307,7 @@ void ConnectionCore::finishLocally() {
     Released released;
     const std::lock_guard lock(mutex_);
     connected = socket_ >= 0;
-    endStreamLocallyLocked(released);
+    if (invalidated_) endStreamLocallyLocked(released);
   }
   failEverythingPending(NSXPCConnectionInvalid, "was invalidated", /*keepUnsent=*/connected);
   runFailures();

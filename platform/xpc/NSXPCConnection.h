@@ -1,33 +1,30 @@
 // A connection to a named service, or one that a listener accepted.
 //
 // States: inactive (made, not resumed), live, interrupted (live, without a stream until the next
-// message), invalid (for
-//   good). Interruption means that the peer's process ended or crashed: the connection object stays
-//   usable. Invalidation means that this connection is over: local invalidate, an unknown name, the
-//   peer's farewell, a breach of the protocol.
-// Threading: every method may be called from any thread and none waits. Everything that the
-// connection calls (exported
-//   methods, replies, error handlers, both handlers) runs on its one private serial queue, which is
-//   the thread that reads the socket: one at a time, in order, and never inside the caller's
-//   resume, invalidate or send. No lock is held then.
+//   message), invalid (for good). Interruption means that the peer ended without a word, as a
+//   process that crashes does: the connection object stays usable. Invalidation means that this
+//   connection is over: local invalidate, an unknown name, the peer's farewell, a breach of the
+//   protocol. A connection that a listener accepted cannot be made again, so it knows no
+//   interruption: it ends by invalidation.
+// Threading: every method may be called from any thread and none waits, but for
+//   waitUntilUnsentBelow. Everything that the connection calls (exported methods, replies, error
+//   handlers, both handlers) runs on its one private serial queue, which is the thread that reads
+//   the socket: one at a time, in order, and never inside the caller's resume, invalidate or send.
+//   No lock is held then.
 // Ownership: the exported object is held weakly, strongly only while one delivery runs. Handlers
-// are held until they are
-//   replaced or the invalidation handler has run. Dropping the last reference without invalidate
-//   ends the connection quietly: pending requests get their error handlers, no handler runs. A
-//   connection that a listener accepted cannot be made again, so it knows no interruption: it ends
-//   by invalidation.
+//   are held until they are replaced or the invalidation handler has run. Dropping the last
+//   reference without invalidate ends the connection quietly: pending requests get their error
+//   handlers, no handler runs, the peer sees the stream end without a farewell.
 // Errors: domain NSCocoaErrorDomain; 4097 interrupted, 4099 invalid, 4101 reply not admitted or
-// dropped unanswered. A
-//   message that could not even be queued: domain NSPOSIXErrorDomain; EINVAL an argument that has
-//   no encoding, EMSGSIZE larger than a frame may be, ENOBUFS the peer does not read and the
-//   backlog is full. For a message with a reply exactly one of reply and error handler runs, once.
-//   A handler or exported method that throws costs one log line, nothing else.
+//   dropped unanswered. A message that could not even be queued: domain NSPOSIXErrorDomain; EINVAL
+//   an argument that has no encoding, EMSGSIZE larger than a frame may be, ENOBUFS the peer does
+//   not read and the backlog is full. For a message with a reply exactly one of reply and error
+//   handler runs, once. A handler or exported method that throws costs one log line, nothing else.
 // Order: what was sent before invalidate reaches the peer, in order, if it takes it within 2 s.
-// Error handlers of pending
-//   requests run before the interruption or invalidation handler; the invalidation handler runs
-//   once, last, also when the connection was never resumed. A report about a connection that was
-//   invalidated locally is dropped when a newer connection of the same exported object has been
-//   resumed meanwhile: its receiver could not tell them apart.
+//   Error handlers of pending requests run before the interruption or invalidation handler; the
+//   invalidation handler runs once, last, also when the connection was never resumed. A report
+//   about a connection that was invalidated locally is dropped when a newer connection of the same
+//   exported object has been resumed meanwhile: its receiver could not tell them apart.
 #pragma once
 
 #include <sys/types.h>

@@ -1,9 +1,9 @@
 // The service's end: accepts connections to a named endpoint.
 //
 // Threading: resume and invalidate may be called from any thread; the delegate is asked on the
-// listener's own thread. Ownership: the delegate is held weakly. A connection that the delegate
-// accepts is the delegate's to keep: it ends quietly
-//   when nobody holds it.
+//   listener's own thread.
+// Ownership: the delegate is held weakly. A connection that the delegate accepts is the delegate's
+//   to keep: it ends quietly when nobody holds it.
 // Errors: a factory returns null, with a reason in errno, when there is no such descriptor.
 // Order: connections are offered in the order in which the kernel hands them out.
 #pragma once

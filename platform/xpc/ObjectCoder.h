@@ -1,10 +1,9 @@
 // Objects to bytes and back, one way to write each object.
 //
-// Threading: functions of their arguments. An array that another thread changes meanwhile is the
-// caller's mistake. Ownership: decoded objects own their bytes; nothing of the input is kept.
+// Threading: functions of their arguments; nobody may change an array while it is encoded.
+// Ownership: decoded objects own their bytes; nothing of the input is kept.
 // Errors: encoding throws EncodingError; decoding returns a verdict and creates no object of a
-// class that is not admitted,
-//   nor anything that lies behind one.
+//   class that is not admitted, nor anything that lies behind one.
 // Order: members keep theirs.
 #pragma once
 

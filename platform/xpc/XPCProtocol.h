@@ -4,14 +4,13 @@
 // A protocol is an abstract C++ class with one static function, protocol(), that returns its
 // XPCProtocol. Methods are pure virtual, return void and take std::uint32_t, std::uint64_t or
 // std::shared_ptr to a platform class; a method with a reply takes as last argument an XPCReply<…>,
-// a callable that the receiver calls at most once.
+// a callable that the receiver calls at most once. XPCTraits.h derives the description from that.
 //
 // Threading: descriptions are immutable. A proxy may be used from any thread.
 // Ownership: a proxy holds its connection's sending end, not the connection object; sending on a
-// connection that is gone
-//   calls the error handler.
-// Errors: see NSXPCConnection.h. Order: messages sent through proxies of one connection arrive in
-// the order of sending.
+//   connection that is gone calls the error handler.
+// Errors: see NSXPCConnection.h.
+// Order: messages sent through proxies of one connection arrive in the order of sending.
 #pragma once
 
 #include <array>

@@ -27,7 +27,10 @@ class RealLayer final : public Layer {
         platform::NSData::dataWithBytes({}), reportID);
   }
   void peerSaysFarewell() override { harness_.router().invalidateSessions(); }
-  void peerCrashes() override { harness_.router().dropSessions(); }
+  void peerCrashes() override {
+    harness_.router().dropSessions();
+    harness_.router().takeHeldReplies();  // a process that is gone owes no answer
+  }
   void settle() override {}
 
  private:
