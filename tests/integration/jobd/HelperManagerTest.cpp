@@ -1,0 +1,79 @@
+// The helper manager on a real root: what counts as installed, and what installing and removing
+// make of it.
+#include <gtest/gtest.h>
+
+#include "WLHIDAccess/KQPrivilegedHelperManager.h"
+#include "tests/integration/jobd/SuiteFixture.h"
+
+namespace {
+
+using namespace jobdtest;
+using Manager = KQPrivilegedHelperManager;
+
+class HelperManager : public JobdSuite {
+ protected:
+  static bool isInstalled() {
+    return Manager::isPriviledgedHelperInstalledWithLabel(platform::str(echoLabel));
+  }
+  static bool install(std::shared_ptr<platform::NSError>* error) {
+    return Manager::blessPriviledgedXCPHelperWithLabel_prompt_returnError(
+        platform::str(echoLabel), platform::str("May it?"), error);
+  }
+  static bool uninstall(std::shared_ptr<platform::NSError>* error) {
+    return Manager::removePriviledgedXCPHelperWithLabel_prompt_returnError(platform::str(echoLabel),
+                                                                           nullptr, error);
+  }
+};
+
+TEST_F(HelperManager, InstallsAndRemoves) {
+  std::shared_ptr<platform::NSError> error;
+  EXPECT_FALSE(isInstalled());
+  ASSERT_TRUE(install(&error)) << platform::descriptionOf(error);
+  EXPECT_TRUE(isInstalled());
+  Client client = connect();
+  const Process helper = client.process();
+  ASSERT_TRUE(install(&error)) << "again, over itself: " << platform::descriptionOf(error);
+  EXPECT_TRUE(isInstalled());
+  EXPECT_FALSE(helper.isThere());
+  ASSERT_TRUE(uninstall(&error));
+  EXPECT_EQ(error, nullptr);
+  EXPECT_FALSE(isInstalled());
+  EXPECT_FALSE(uninstall(&error));
+  EXPECT_EQ(error, nullptr);
+}
+
+TEST_F(HelperManager, AnotherVersionCountsAsNotInstalledAndIsReplaced) {
+  for (const std::string version : {"0.9", "1.0.0", "2.0"}) {
+    ASSERT_TRUE(bless(echoImage(version)).succeeded());
+    EXPECT_FALSE(isInstalled()) << version;
+    std::shared_ptr<platform::NSError> error;
+    EXPECT_FALSE(uninstall(&error)) << "another version's job is left in place";
+    EXPECT_EQ(error, nullptr);
+    EXPECT_TRUE(std::filesystem::exists(root.helperTool(echoLabel)));
+  }
+  std::shared_ptr<platform::NSError> error;
+  ASSERT_TRUE(install(&error)) << platform::descriptionOf(error);
+  EXPECT_TRUE(isInstalled());
+}
+
+TEST_F(HelperManager, ADeniedAuthorizationChangesNothing) {
+  for (const auto status : {platform::errAuthorizationDenied, platform::errAuthorizationCanceled}) {
+    platform::setAuthorizationAgent(platform::fixedAuthorizationAgent(status));
+    std::shared_ptr<platform::NSError> error;
+    EXPECT_FALSE(install(&error));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain()->UTF8String(), platform::NSOSStatusErrorDomain);
+    EXPECT_EQ(error->code(), status);
+  }
+  EXPECT_FALSE(std::filesystem::exists(root.path()));
+}
+
+TEST_F(HelperManager, AnExecutableThatWasDeletedIsNotInstalled) {
+  ASSERT_TRUE(install(nullptr));
+  std::filesystem::remove(root.helperTool(echoLabel));
+  EXPECT_FALSE(isInstalled());
+  ASSERT_TRUE(install(nullptr));
+  EXPECT_TRUE(isInstalled());
+}
+
+}  // namespace
