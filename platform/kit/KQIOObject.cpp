@@ -25,7 +25,7 @@ std::size_t KQIOObject::hash() const {
 }
 
 std::string KQIOObject::description() const {
-  const std::string id = stringWithFormat("%#lx", registryEntryID_);
+  const std::string id = stringWithFormat("0x%lx", registryEntryID_);
   return "<KQIOObject " + id + (name_ ? " " + name_->UTF8String() : std::string()) + ">";
 }
 

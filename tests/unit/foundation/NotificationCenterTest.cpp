@@ -16,7 +16,8 @@ class Listener {
   Listener(Trace& trace, std::string name) : trace_(trace), name_(std::move(name)) {}
   void heard(const std::shared_ptr<NSNotification>& note) {
     trace_.push_back(name_ + " " + note->name()->UTF8String());
-    if (then) then();
+    const auto action = then;  // which may replace `then`
+    if (action) action();
   }
   std::function<void()> then;
 
