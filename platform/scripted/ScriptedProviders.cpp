@@ -270,10 +270,8 @@ class ScriptedXPC final : public XPCProvider {
     const auto object = connection.exportedObject();
     if (!object) return false;
     for (const auto& other : copyConnections(state)) {
-      const bool newer = other->number() > connection.number() && other->isHeld();
-      if (newer && other->isResumed() && !other->isInvalidated() &&
-          other->exportedObject() == object)
-        return true;
+      const bool newer = other->number() > connection.number() && other->isResumed();
+      if (newer && other->exportedObject() == object) return true;
     }
     return false;
   }

@@ -22,6 +22,15 @@ bool Trace::waitFor(std::string_view line, std::size_t count, std::chrono::secon
   });
 }
 
+bool Trace::waitForPrefix(std::string_view prefix, std::chrono::seconds limit) const {
+  std::unique_lock lock(mutex_);
+  return recorded_.wait_for(lock, limit, [&] {
+    return std::any_of(lines_.begin(), lines_.end(), [prefix](const Line& recorded) {
+      return recorded.text.starts_with(prefix);
+    });
+  });
+}
+
 std::vector<std::string> Trace::lines() const {
   const std::lock_guard lock(mutex_);
   std::vector<std::string> texts;

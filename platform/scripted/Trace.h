@@ -31,6 +31,9 @@ class Trace {
   /// within `limit`.
   [[nodiscard]] bool waitFor(std::string_view line, std::size_t count = 1,
                              std::chrono::seconds limit = std::chrono::seconds(30)) const;
+  /// As waitFor, for a line that begins with `prefix`.
+  [[nodiscard]] bool waitForPrefix(std::string_view prefix,
+                                   std::chrono::seconds limit = std::chrono::seconds(30)) const;
 
  private:
   struct Line {

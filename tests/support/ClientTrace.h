@@ -5,8 +5,11 @@
 // Threading, Ownership, Errors, Order: see the classes.
 #pragma once
 
+#include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "WLHIDAccess/WLHIDAccess.h"
 #include "platform/scripted/Trace.h"
@@ -181,7 +184,8 @@ inline Lines openAndStart(int number) {
 
 // ---- Delegates
 
-/// Takes everything and writes it down.
+/// Takes everything, keeps the last of each kind, then writes it down: who waits for the line may
+/// look.
 class RecordingDelegate : public WLHIDEventRouterClientDelegate {
  public:
   explicit RecordingDelegate(platform::Trace& trace) : trace_(trace) {}
@@ -189,31 +193,33 @@ class RecordingDelegate : public WLHIDEventRouterClientDelegate {
   void hidEventRouterClient_clientStatusChangedTo(
       const std::shared_ptr<WLHIDEventRouterClient>& client,
       WLHIDEventRouterClientStatus status) override {
+    lastStatusThread = std::this_thread::get_id();
     trace_.record("delegate clientStatusChangedTo " +
                   std::to_string(static_cast<std::uint64_t>(status)));
     if (onStatus) onStatus(client, status);
   }
   void hidEventRouterClient_handleError(const std::shared_ptr<WLHIDEventRouterClient>&,
                                         const std::shared_ptr<platform::NSError>& error) override {
-    trace_.record("delegate handleError " + error->description());
     lastError = error;
+    trace_.record("delegate handleError " + error->description());
   }
   void hidEventRouterClient_receivedElementValues(
       const std::shared_ptr<WLHIDEventRouterClient>&,
       const std::shared_ptr<platform::NSArray>& elementValues) override {
-    trace_.record("delegate receivedElementValues " + std::to_string(elementValues->count()));
     lastElementValues = elementValues;
+    trace_.record("delegate receivedElementValues " + std::to_string(elementValues->count()));
   }
   void hidEventRouterClient_receivedReportData_reportID(
       const std::shared_ptr<WLHIDEventRouterClient>&, const std::shared_ptr<platform::NSData>& data,
       std::uint32_t reportID) override {
+    lastData = data;
     trace_.record("delegate receivedReportData " + data->description() + " " +
                   std::to_string(reportID));
-    lastData = data;
   }
 
   std::function<void(const std::shared_ptr<WLHIDEventRouterClient>&, WLHIDEventRouterClientStatus)>
       onStatus;
+  std::atomic<std::thread::id> lastStatusThread{std::thread::id()};
   std::shared_ptr<platform::NSError> lastError;
   std::shared_ptr<platform::NSArray> lastElementValues;
   std::shared_ptr<platform::NSData> lastData;

@@ -29,6 +29,10 @@ class ClientOnRealLayer : public RealLayerTest {
   static Lines changesTo(int value) {
     return status(value, "delegate clientStatusChangedTo " + std::to_string(value));
   }
+  /// The start request's error handler; what the error says behind its code is the layer's affair.
+  static std::string failedStart(int code) {
+    return startError("Error Domain=NSCocoaErrorDomain Code=" + std::to_string(code));
+  }
   static Lines openAndStart() {
     return sequence({called("openConnection", 194), check(true), changesTo(2),
                      called("startListeningToService", 269)});
@@ -47,7 +51,7 @@ TEST_F(ClientOnRealLayer, StartsAndIsAnswered) {
   makeClient();
   client_->setStarted(true);
   ASSERT_TRUE(trace().waitFor("delegate clientStatusChangedTo 4"));
-  queue_ = lastStatusThread_;
+  queue_ = delegate_->lastStatusThread;
   EXPECT_NE(queue_, std::this_thread::get_id());
   EXPECT_TRUE(sameTrace(sequence({setStarted(true), update(true), openAndStart()}), here()));
   EXPECT_TRUE(sameTrace(sequence({openReply("(null)"), changesTo(4)}), onQueue()));
@@ -78,7 +82,7 @@ TEST_F(ClientOnRealLayer, ARefusedStartFailsWithTheHint) {
   client_->setStarted(true);
   const std::string text = "Error Domain=HIDEventRouterDomain Code=-536870174 \"(null)\"";
   ASSERT_TRUE(trace().waitFor("delegate handleError " + text));
-  queue_ = lastStatusThread_;
+  queue_ = delegate_->lastStatusThread;
   EXPECT_TRUE(sameTrace(sequence({openReply(text), notPermittedHint(text), changesTo(3),
                                   "delegate handleError " + text}),
                         onQueue()));
@@ -104,7 +108,7 @@ TEST_F(ClientOnRealLayer, AnErrorThatCarriesAnotherClassIsNotAdmitted) {
   router().setAnswer(routerError(-9, NSDictionary::dictionaryWithEntries({{str("value"), value}})));
   makeClient();
   client_->setStarted(true);
-  ASSERT_TRUE(trace().waitFor(startError("Error Domain=NSCocoaErrorDomain Code=4101 \"(null)\"")));
+  ASSERT_TRUE(trace().waitForPrefix(failedStart(4101)));
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusOpening);
   EXPECT_EQ(delegate_->lastError, nullptr);
 }
@@ -154,9 +158,9 @@ TEST_F(ClientOnRealLayer, AFarewellOfTheRouterIsFollowedByANewConnection) {
       sequence({invalidation(), called("handleInvalidation", 255), called("closeConnection", 239),
                 reread(true), update(true), openAndStart()}),
       onQueue()));
-  EXPECT_NE(lastStatusThread_.load(), queue_);
+  EXPECT_NE(delegate_->lastStatusThread.load(), queue_);
   EXPECT_TRUE(sameTrace(sequence({openReply("(null)"), changesTo(4)}),
-                        trace().linesOfThread(lastStatusThread_)));
+                        trace().linesOfThread(delegate_->lastStatusThread)));
 }
 
 TEST_F(ClientOnRealLayer, AFarewellOfARemovedRouterMakesItUnavailable) {
@@ -205,7 +209,7 @@ TEST_F(ClientOnRealLayer, ACrashWhileTheStartIsPendingEndsInTheErrorHandlerFirst
   ASSERT_TRUE(trace().waitFor(update(true)));
   const Lines lines = trace().take();
   ASSERT_GE(lines.size(), 2U);
-  EXPECT_EQ(lines[0], startError("Error Domain=NSCocoaErrorDomain Code=4097 \"(null)\""));
+  EXPECT_TRUE(lines[0].starts_with(failedStart(4097))) << lines[0];
   EXPECT_EQ(lines[1], interruption());
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusOpening);
 }
@@ -216,7 +220,7 @@ TEST_F(ClientOnRealLayer, AReplyThatTheRouterDropsIsAnError) {
   client_->setStarted(true);
   ASSERT_TRUE(router().waitForHeldReply());
   router().takeHeldReplies();
-  ASSERT_TRUE(trace().waitFor(startError("Error Domain=NSCocoaErrorDomain Code=4101 \"(null)\"")));
+  ASSERT_TRUE(trace().waitForPrefix(failedStart(4101)));
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusOpening);
 }
 
@@ -242,7 +246,7 @@ TEST_F(ClientOnRealLayer, ReleaseWithTheStartPendingWaitsForTheReply) {
   EXPECT_TRUE(sameTrace({}, here()));
   for (const auto& reply : router().takeHeldReplies()) reply(nullptr);
   ASSERT_TRUE(trace().waitFor(invalidation("no tags")));
-  queue_ = lastStatusThread_;
+  queue_ = delegate_->lastStatusThread;
   EXPECT_TRUE(sameTrace(
       sequence({openReply("(null)"), changesTo(4), dealloc(), called("closeConnection", 239),
                 removeObserver(), invalidation("no tags")}),
@@ -272,8 +276,10 @@ TEST_F(ClientOnRealLayer, AReplyThatArrivesAfterTheStopIsAnErrorInstead) {
   const auto position = [&lines](const std::string& line) {
     return std::find(lines.begin(), lines.end(), line);
   };
-  const auto failed = position(startError("Error Domain=NSCocoaErrorDomain Code=4099 \"(null)\""));
-  ASSERT_NE(failed, lines.end());
+  const auto failed = std::find_if(lines.begin(), lines.end(), [](const std::string& line) {
+    return line.starts_with(failedStart(4099));
+  });
+  ASSERT_NE(failed, lines.end()) << traceDiff({}, lines);
   EXPECT_LT(failed, position(invalidation()));
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusOpening);
 }

@@ -1,11 +1,12 @@
 // A client on the real connection layer, with a router in this process; files and jobs are
 // scripted.
 //
-// Threading: the test's thread, and the queues of the connections. Ownership: the fixture's.
-// Errors, Order: none.
+// Threading: the test's thread, and the queues of the connections.
+// Ownership: the fixture's.
+// Errors,
+// Order: none.
 #pragma once
 
-#include <atomic>
 #include <thread>
 
 #include "platform/foundation/NSNumber.h"
@@ -35,9 +36,6 @@ class RealLayerTest : public ::testing::Test {
   void makeClient() {
     client_ = newClient();
     delegate_ = std::make_shared<RecordingDelegate>(platform_.trace());
-    delegate_->onStatus = [this](const auto&, WLHIDEventRouterClientStatus) {
-      lastStatusThread_ = std::this_thread::get_id();
-    };
     client_->setDelegate(delegate_);
     platform_.trace().take();
   }
@@ -45,7 +43,7 @@ class RealLayerTest : public ::testing::Test {
     makeClient();
     client_->setStarted(true);
     ASSERT_TRUE(trace().waitFor("delegate clientStatusChangedTo 4"));
-    queue_ = lastStatusThread_;
+    queue_ = delegate_->lastStatusThread;
     trace().take();
   }
 
@@ -62,7 +60,6 @@ class RealLayerTest : public ::testing::Test {
           {{platform::NSNumber::numberWithUnsignedLongLong(65536), platform::str("tag")}});
   std::shared_ptr<WLHIDEventRouterClient> client_;
   std::shared_ptr<RecordingDelegate> delegate_;
-  std::atomic<std::thread::id> lastStatusThread_{std::thread::id()};
   std::thread::id queue_;
 };
 

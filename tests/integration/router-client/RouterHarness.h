@@ -220,6 +220,10 @@ class RouterHarness {
   RouterHarness& operator=(const RouterHarness&) = delete;
 
   [[nodiscard]] TestRouter& router() { return *router_; }
+  /// Another one than the router, held weakly.
+  void setListenerDelegate(const std::shared_ptr<platform::NSXPCListenerDelegate>& delegate) {
+    listener_->setDelegate(delegate);
+  }
 
  private:
   ScratchDirectory directory_;
