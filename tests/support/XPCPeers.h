@@ -1,0 +1,428 @@
+// Two ends of the connection layer in one process, for tests: a protocol that both ends speak, an
+// object that records what reaches it, a service whose endpoint is a socket in a directory of the
+// test's own, and a peer that speaks plain bytes.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <filesystem>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/foundation/FoundationProvider.h"
+#include "platform/foundation/NSArray.h"
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSError.h"
+#include "platform/foundation/NSNumber.h"
+#include "platform/foundation/NSString.h"
+#include "platform/services/ServiceEndpoints.h"
+#include "platform/xpc/NSXPCConnection.h"
+#include "platform/xpc/NSXPCListener.h"
+#include "platform/xpc/XPCTraits.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace testsupport {
+
+inline constexpr std::chrono::seconds kPatience{60};
+
+using Lines = std::vector<std::string>;
+
+/// What happened, in order; a test waits for it.
+class EventLog {
+ public:
+  void add(std::string line) {
+    const std::lock_guard lock(mutex_);
+    lines_.push_back(std::move(line));
+    threads_.insert(std::this_thread::get_id());
+    changed_.notify_all();
+  }
+  [[nodiscard]] Lines lines() const {
+    const std::lock_guard lock(mutex_);
+    return lines_;
+  }
+  [[nodiscard]] std::set<std::thread::id> threads() const {
+    const std::lock_guard lock(mutex_);
+    return threads_;
+  }
+  [[nodiscard]] std::size_t count(const std::string& line) const {
+    const std::lock_guard lock(mutex_);
+    return static_cast<std::size_t>(std::count(lines_.begin(), lines_.end(), line));
+  }
+  [[nodiscard]] bool waitFor(const std::string& line, std::size_t times = 1) {
+    return wait([&] {
+      return static_cast<std::size_t>(std::count(lines_.begin(), lines_.end(), line)) >= times;
+    });
+  }
+  [[nodiscard]] bool waitForLines(std::size_t count) {
+    return wait([&] { return lines_.size() >= count; });
+  }
+
+ private:
+  template <class Condition>
+  bool wait(const Condition& condition) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, kPatience, condition);
+  }
+
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  Lines lines_;
+  std::set<std::thread::id> threads_;
+};
+
+/// What both ends export.
+class Talk {
+ public:
+  static const platform::XPCProtocol& protocol();
+  virtual ~Talk() = default;
+  virtual void note(std::uint64_t number) = 0;
+  virtual void data_tag(const std::shared_ptr<platform::NSData>& data, std::uint32_t tag) = 0;
+  virtual void list(const std::shared_ptr<platform::NSArray>& list) = 0;
+  virtual void echo_reply(const std::shared_ptr<platform::NSString>& text,
+                          platform::XPCReply<const std::shared_ptr<platform::NSString>&> reply) = 0;
+  /// Answered when the receiving end's test says so.
+  virtual void ask(platform::XPCReply<const std::shared_ptr<platform::NSError>&> reply) = 0;
+};
+
+using TalkMethods = platform::XPCMethodList<Talk, &Talk::note, &Talk::data_tag, &Talk::list,
+                                            &Talk::echo_reply, &Talk::ask>;
+
+class TalkProxy final : public Talk, platform::XPCProxy<TalkMethods> {
+ public:
+  using XPCProxy::XPCProxy;
+  void note(std::uint64_t number) override { message<&Talk::note>(number); }
+  void data_tag(const std::shared_ptr<platform::NSData>& data, std::uint32_t tag) override {
+    message<&Talk::data_tag>(data, tag);
+  }
+  void list(const std::shared_ptr<platform::NSArray>& list) override { message<&Talk::list>(list); }
+  void echo_reply(const std::shared_ptr<platform::NSString>& text,
+                  platform::XPCReply<const std::shared_ptr<platform::NSString>&> reply) override {
+    message<&Talk::echo_reply>(text, std::move(reply));
+  }
+  void ask(platform::XPCReply<const std::shared_ptr<platform::NSError>&> reply) override {
+    message<&Talk::ask>(std::move(reply));
+  }
+};
+
+inline const platform::XPCProtocol& Talk::protocol() {
+  return platform::xpcProtocol<TalkMethods, TalkProxy>(
+      "Talk", {"note:", "data:tag:", "list:", "echo:reply:", "ask:"});
+}
+
+using AskReply = platform::XPCReply<const std::shared_ptr<platform::NSError>&>;
+
+/// Records what arrives; holds the answers to ask().
+class Talker final : public Talk {
+ public:
+  explicit Talker(EventLog& log) : log_(log) {}
+
+  void note(std::uint64_t number) override {
+    log_.add("note " + std::to_string(number));
+    if (onNote) onNote(number);
+  }
+  void data_tag(const std::shared_ptr<platform::NSData>& data, std::uint32_t tag) override {
+    log_.add("data " + std::to_string(data ? data->length() : 0) + " " + std::to_string(tag));
+  }
+  void list(const std::shared_ptr<platform::NSArray>& list) override {
+    log_.add("list " + (list ? std::to_string(list->count()) : std::string("nil")));
+  }
+  void echo_reply(const std::shared_ptr<platform::NSString>& text,
+                  platform::XPCReply<const std::shared_ptr<platform::NSString>&> reply) override {
+    reply(text);
+  }
+  void ask(AskReply reply) override {
+    {
+      const std::lock_guard lock(mutex_);
+      held_.push_back(std::move(reply));
+    }
+    log_.add("asked");
+  }
+  std::vector<AskReply> takeHeld() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(held_, {});
+  }
+
+  std::function<void(std::uint64_t)> onNote;  ///< set before anything can arrive
+
+ private:
+  EventLog& log_;
+  std::mutex mutex_;
+  std::vector<AskReply> held_;
+};
+
+/// Collects the platform's log lines of the test's process.
+class LogCapture final {
+ public:
+  LogCapture() : provider_(std::make_shared<Provider>()) {
+    previous_ = platform::foundationProvider().exchange(provider_);
+  }
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+  ~LogCapture() { platform::foundationProvider().exchange(previous_); }
+
+  [[nodiscard]] Lines lines() const { return provider_->log_.lines(); }
+  [[nodiscard]] std::size_t linesWith(const std::string& part) const {
+    const Lines all = lines();
+    return static_cast<std::size_t>(std::count_if(
+        all.begin(), all.end(),
+        [&](const std::string& line) { return line.find(part) != std::string::npos; }));
+  }
+
+ private:
+  struct Provider final : platform::FoundationProvider {
+    std::shared_ptr<platform::NSData> dataWithContentsOfFile(
+        const std::shared_ptr<platform::NSString>& path) override {
+      return machine_->dataWithContentsOfFile(path);
+    }
+    std::shared_ptr<platform::NSString> mainBundlePath() override {
+      return machine_->mainBundlePath();
+    }
+    std::shared_ptr<platform::NSObject> propertyListWithData(
+        const std::shared_ptr<platform::NSData>& data, platform::NSPropertyListFormat* format,
+        std::shared_ptr<platform::NSError>* error) override {
+      return machine_->propertyListWithData(data, format, error);
+    }
+    std::shared_ptr<platform::NSNotificationCenter> defaultCenter() override {
+      return machine_->defaultCenter();
+    }
+    void log(std::string_view text) override { log_.add(std::string(text)); }
+
+    std::shared_ptr<platform::FoundationProvider> machine_ = platform::machineFoundationProvider();
+    EventLog log_;
+  };
+
+  std::shared_ptr<Provider> provider_;
+  std::shared_ptr<platform::FoundationProvider> previous_;
+};
+
+inline constexpr const char* kService = "com.quillmar.test";
+
+/// Connects kService to a socket path and counts how often it was asked.
+class OneEndpoint final : public platform::ServiceEndpoints {
+ public:
+  explicit OneEndpoint(std::string path) : path_(std::move(path)) {}
+  platform::ServiceConnectResult connectToService(std::string_view service) override {
+    using Outcome = platform::ServiceConnectResult::Outcome;
+    asked.fetch_add(1);
+    if (refusals.load() > 0 && refusals.fetch_sub(1) > 0) return {Outcome::TryAgain, -1, "busy"};
+    if (service != kService) return {Outcome::UnknownName, -1, "no such service"};
+    const int descriptor =
+        platform::connectUnixSocket(path_, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (descriptor < 0) return {Outcome::UnknownName, -1, "the endpoint is gone"};
+    return {Outcome::Connected, descriptor, ""};
+  }
+
+  std::atomic<int> asked{0};
+  std::atomic<int> refusals{0};
+
+ private:
+  const std::string path_;
+};
+
+[[nodiscard]] inline bool waitUntilNoConnectionIsLeft() {
+  const auto limit = std::chrono::steady_clock::now() + kPatience;
+  while (platform::liveConnectionCount() != 0) {  // there is no event to wait for
+    if (std::chrono::steady_clock::now() > limit) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+/// One end of a connection: the handle, the object that it exports and what happened to both.
+struct End {
+  EventLog log;
+  std::shared_ptr<Talker> talker = std::make_shared<Talker>(log);
+  std::shared_ptr<platform::NSXPCConnection> connection;
+
+  void configure(std::shared_ptr<platform::NSXPCConnection> made) {
+    connection = std::move(made);
+    connection->setExportedInterface(
+        platform::NSXPCInterface::interfaceWithProtocol(Talk::protocol()));
+    connection->setRemoteObjectInterface(
+        platform::NSXPCInterface::interfaceWithProtocol(Talk::protocol()));
+    connection->setExportedObject<Talk>(talker);
+    connection->setInterruptionHandler([this] { log.add("interruption"); });
+    connection->setInvalidationHandler([this] { log.add("invalidation"); });
+  }
+  [[nodiscard]] std::shared_ptr<Talk> proxy() {
+    return connection->remoteObjectProxyWithErrorHandler<Talk>(
+        [this](const std::shared_ptr<platform::NSError>& error) {
+          log.add("error " + std::to_string(error->code()));
+        });
+  }
+  void ask() {
+    proxy()->ask([this](const std::shared_ptr<platform::NSError>& error) {
+      log.add("reply " + (error ? std::to_string(error->code()) : std::string("nil")));
+    });
+  }
+};
+
+/// A listening service in this process that accepts into fresh ends.
+class Service final : public platform::NSXPCListenerDelegate,
+                      public std::enable_shared_from_this<Service> {
+ public:
+  static std::shared_ptr<Service> listen(const std::string& path) {
+    auto service = std::make_shared<Service>();
+    const int descriptor = platform::listenUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC, 128, 0600);
+    if (descriptor < 0) throw std::runtime_error("no endpoint at " + path);
+    service->listener_ = platform::NSXPCListener::initWithListeningDescriptor(descriptor);
+    service->listener_->setDelegate(service);
+    service->listener_->resume();
+    return service;
+  }
+  bool listener_shouldAcceptNewConnection(
+      const std::shared_ptr<platform::NSXPCListener>&,
+      const std::shared_ptr<platform::NSXPCConnection>& connection) override {
+    if (refuses.load()) return false;
+    auto end = std::make_shared<End>();
+    if (prepare) prepare(*end);
+    end->configure(connection);
+    connection->resume();
+    const std::lock_guard lock(mutex_);
+    ends_.push_back(std::move(end));
+    changed_.notify_all();
+    return true;
+  }
+  /// The `index`th connection that was accepted.
+  [[nodiscard]] std::shared_ptr<End> end(std::size_t index = 0) {
+    std::unique_lock lock(mutex_);
+    if (!changed_.wait_for(lock, kPatience, [&] { return ends_.size() > index; })) return nullptr;
+    return ends_[index];
+  }
+  [[nodiscard]] std::size_t accepted() {
+    const std::lock_guard lock(mutex_);
+    return ends_.size();
+  }
+  void stop() {
+    if (listener_) listener_->invalidate();
+    listener_.reset();
+    const std::lock_guard lock(mutex_);
+    for (const auto& end : ends_) {
+      end->talker->takeHeld();
+      end->connection.reset();
+    }
+  }
+
+  std::atomic<bool> refuses{false};
+  std::function<void(End&)> prepare;  ///< set before anybody connects
+
+ private:
+  std::shared_ptr<platform::NSXPCListener> listener_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<std::shared_ptr<End>> ends_;
+};
+
+/// A client end and a service end over a real socket. What is left at the end of a test fails it.
+class XPCTest : public ::testing::Test {
+ protected:
+  XPCTest()
+      : path_((directory_.path() / "service.sock").string()),
+        endpoint_(std::make_shared<OneEndpoint>(path_)),
+        service_(Service::listen(path_)) {
+    previous_ = platform::serviceEndpoints().exchange(endpoint_);
+    client_.configure(
+        platform::NSXPCConnection::initWithMachServiceName_options(platform::str(kService), 0));
+  }
+  ~XPCTest() override {
+    client_.talker->takeHeld();
+    client_.connection.reset();
+    service_->stop();
+    EXPECT_TRUE(waitUntilNoConnectionIsLeft());
+    platform::serviceEndpoints().exchange(previous_);
+  }
+  /// Connects by a first message and waits until it has arrived.
+  std::shared_ptr<End> connect(std::uint64_t first = 0, std::size_t index = 0) {
+    client_.connection->resume();
+    client_.proxy()->note(first);
+    auto end = service_->end(index);
+    EXPECT_TRUE(end && end->log.waitFor("note " + std::to_string(first)));
+    return end;
+  }
+
+  TemporaryDirectory directory_;
+  const std::string path_;
+  LogCapture logged_;
+  std::shared_ptr<OneEndpoint> endpoint_;
+  std::shared_ptr<Service> service_;
+  End client_;
+
+ private:
+  std::shared_ptr<platform::ServiceEndpoints> previous_;
+};
+
+using Bytes = std::vector<std::uint8_t>;
+
+/// A peer that knows nothing of the layer: a socket and bytes.
+class RawPeer {
+ public:
+  explicit RawPeer(int descriptor) : descriptor_(descriptor) {}
+  RawPeer(const RawPeer&) = delete;
+  RawPeer& operator=(const RawPeer&) = delete;
+  ~RawPeer() { close(); }
+
+  static int connectTo(const std::string& path) {
+    return platform::connectUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC);
+  }
+  bool send(const Bytes& bytes) {
+    std::size_t sent = 0;
+    while (sent < bytes.size()) {
+      const ssize_t n = ::send(descriptor_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+      if (n <= 0) return false;
+      sent += static_cast<std::size_t>(n);
+    }
+    return true;
+  }
+  /// Exactly `count` bytes; fewer when the stream ends or nothing comes for the patience.
+  Bytes receive(std::size_t count) {
+    Bytes bytes(count);
+    std::size_t got = 0;
+    while (got < count) {
+      pollfd watched{descriptor_, POLLIN, 0};
+      if (::poll(&watched, 1, static_cast<int>(std::chrono::milliseconds(kPatience).count())) <= 0)
+        break;
+      const ssize_t n = ::recv(descriptor_, bytes.data() + got, count - got, 0);
+      if (n <= 0) break;
+      got += static_cast<std::size_t>(n);
+    }
+    bytes.resize(got);
+    return bytes;
+  }
+  /// A whole frame, header included; empty at the end of the stream.
+  Bytes receiveFrame() {
+    Bytes frame = receive(8);
+    if (frame.size() < 8) return {};
+    const std::size_t length =
+        frame[0] | (frame[1] << 8U) | (frame[2] << 16U) | (std::size_t{frame[3]} << 24U);
+    const Bytes body = receive(length);
+    frame.insert(frame.end(), body.begin(), body.end());
+    return frame;
+  }
+  /// Reads until the peer closes; whether it did.
+  bool waitForEnd() {
+    while (!receive(1).empty()) {
+    }
+    char byte = 0;
+    return ::recv(descriptor_, &byte, 1, MSG_DONTWAIT) <= 0 && errno != EAGAIN;
+  }
+  void shutdownReading() { ::shutdown(descriptor_, SHUT_RD); }
+  void close() {
+    if (descriptor_ >= 0) ::close(descriptor_);
+    descriptor_ = -1;
+  }
+
+ private:
+  int descriptor_;
+};
+
+}  // namespace testsupport
