@@ -333,12 +333,14 @@ void ConnectionCore::connectToFlush() {
 void ConnectionCore::linger() {
   const auto deadline = Clock::now() + kLongestLinger;
   std::deque<SendBacklog::Entry> lost;
+  bool peerEnded = false;
   for (;;) {
     Released released;
     {
       const std::lock_guard lock(mutex_);
       if (socket_ < 0) return;
       flushLocked(released);
+      peerEnded = writeBroken_;
       const bool over = writeBroken_ || Clock::now() >= deadline;
       if (over) lost = backlog_.takeAll();
       if (over || backlog_.empty()) break;
@@ -352,7 +354,8 @@ void ConnectionCore::linger() {
     dropped_ += lost.size();
     if (unsentWaiters_ > 0) unsentChanged_.notify_all();
   }
-  if (!lost.empty())
+  // To a peer that has ended as well nobody can hand anything over, and nobody expects it.
+  if (!lost.empty() && !peerEnded)
     log(std::to_string(lost.size()) + " messages sent before the end were not taken by the peer");
   ::shutdown(socket_, SHUT_WR);
 }
