@@ -21,7 +21,9 @@ class DelegateReference {
 
   /// Null once the delegate is gone.
   [[nodiscard]] std::shared_ptr<WLHIDEventRouterClientDelegate> load() const {
-    return delegate_.load().lock();
+    // Locked in place: a copy of the weak reference would cost two atomic counts more, for each
+    // report.
+    return delegate_.ask([](const Weak& delegate) { return delegate.lock(); });
   }
 
   /// Whether there is a delegate and it implements `method`: two questions, each of the reference
