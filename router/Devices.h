@@ -18,8 +18,7 @@
 //
 // Threading: any thread. Ownership: values. Order: by file name.
 // Errors: a configuration that cannot be used is left out of a listing and reported as one line
-// "file: cause".
-//   DeviceError where a device cannot be added or opened.
+//   "file: cause". DeviceError where a device cannot be added or opened.
 #pragma once
 
 #include <chrono>

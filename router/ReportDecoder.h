@@ -11,8 +11,8 @@
 // All that does not depend on a report's bits is worked out once: decoding writes values into
 // records that are there already, and allocates nothing.
 //
-// Threading: one thread at a time. Ownership: shares the descriptor. Errors: none; any bytes are a
-// report. Order: that of the descriptor.
+// Threading: one thread at a time. Ownership: shares the descriptor. Order: that of the descriptor.
+// Errors: none; any bytes are a report.
 #pragma once
 
 #include <array>

@@ -15,10 +15,10 @@
 // item. The last usage serves the surplus fields of a variable item. Of a delimited set of
 // alternative usages the first is taken.
 //
-// Threading: immutable after parsing. Ownership: a value; elements point into it. Order: that of
-// the descriptor. Errors: parse() throws ReportDescriptorError, which names the offset of the item
-// and the cause. Long items and items
-//   with a reserved tag are skipped, as their definition asks.
+// Threading: immutable after parsing. Ownership: a value; elements point into it.
+// Order: that of the descriptor.
+// Errors: parse() throws ReportDescriptorError, which names the offset of the item and the cause.
+//   Long items and items with a reserved tag are skipped, as their definition asks.
 #pragma once
 
 #include <cstddef>

@@ -4,9 +4,10 @@
 // the number goes from none to one it is opened anew. When it goes away its clients' connections
 // are ended in good order, and it stays away for as long as this object lives.
 //
-// Threading: any thread but the device's own. Ownership: shares the subscriptions from admit() to
-// remove(). Errors: admit() returns the error with which the client is answered. Order: a
-// subscription gets nothing before begin() and nothing after remove().
+// Threading: any thread but the device's own.
+// Ownership: shares the subscriptions from admit() to remove().
+// Errors: admit() returns the error with which the client is answered.
+// Order: a subscription gets nothing before begin() and nothing after remove().
 #pragma once
 
 #include <condition_variable>

@@ -1,9 +1,11 @@
 // The HID event router: serves WLHIDEventRouterProtocol on a listener and sends its clients the
 // input of their devices.
 //
-// Threading: any thread. Ownership: holds the listener and, until their connections end, the
-// sessions. Errors: the constructor throws std::system_error. What goes wrong later is answered to
-// the client or logged. Order: stop() ends every session behind what was sent to it.
+// Threading: any thread.
+// Ownership: holds the listener and, until their connections end, the sessions.
+// Errors: the constructor throws std::system_error. What goes wrong later is answered to the client
+//   or logged.
+// Order: stop() ends every session behind what was sent to it.
 #pragma once
 
 #include <chrono>

@@ -4,11 +4,10 @@
 // routing, quietly.
 //
 // Threading: the two requests and the end of the connection come on the connection's queue, one at
-// a time; the rest may be
-//   called from any thread. Ownership: holds its connection; the router holds the session until the
-//   connection has ended.
-// Errors: answered to the client. Order: a start request is answered before the first report is
-// sent.
+//   a time; the rest may be called from any thread.
+// Ownership: holds its connection; the router holds the session until the connection has ended.
+// Errors: answered to the client.
+// Order: a start request is answered before the first report is sent.
 #pragma once
 
 #include <cstdint>

@@ -1,8 +1,9 @@
 // A request to stop that a waiting thread notices at once, by itself or together with a descriptor
 // that it polls.
 //
-// Threading: any thread. Ownership: owns one descriptor. Errors: the constructor throws
-// std::system_error. Order: what happened before raise() is visible to who sees it raised.
+// Threading: any thread. Ownership: owns one descriptor.
+// Errors: the constructor throws std::system_error.
+// Order: what happened before raise() is visible to who sees it raised.
 #pragma once
 
 #include <atomic>

@@ -1,8 +1,9 @@
 // One client's share in the reports of a device, and the way by which they reach it.
 //
 // Threading: deliver() runs on the device's thread, the rest on any. When end() has returned
-// nothing more is sent. Ownership: shares its sink. Errors: none. Order: a client sees a report,
-// then its values; reports keep their order.
+//   nothing more is sent.
+// Ownership: shares its sink. Errors: none.
+// Order: a client sees a report, then its values; reports keep their order.
 #pragma once
 
 #include <atomic>
