@@ -352,6 +352,7 @@ void ConnectionCore::releaseTokenLocked() {
   threadRuns_ = false;
   countsAsLive_ = false;
   queueThread_ = {};
+  ::close(std::exchange(wake_, -1));  // an ended connection that somebody keeps costs no descriptor
 }
 
 }  // namespace platform::xpc

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -33,7 +34,7 @@
 
 namespace testsupport {
 
-inline constexpr std::chrono::seconds kPatience{60};
+inline constexpr std::chrono::seconds kPatience{20};
 
 using Lines = std::vector<std::string>;
 
@@ -61,6 +62,12 @@ class EventLog {
   [[nodiscard]] bool waitFor(const std::string& line, std::size_t times = 1) {
     return wait([&] {
       return static_cast<std::size_t>(std::count(lines_.begin(), lines_.end(), line)) >= times;
+    });
+  }
+  [[nodiscard]] bool waitForEither(const std::string& one, const std::string& other) {
+    return wait([&] {
+      return std::any_of(lines_.begin(), lines_.end(),
+                         [&](const std::string& line) { return line == one || line == other; });
     });
   }
   [[nodiscard]] bool waitForLines(std::size_t count) {
@@ -205,17 +212,23 @@ class LogCapture final {
   std::shared_ptr<platform::FoundationProvider> previous_;
 };
 
-inline constexpr const char* kService = "com.quillmar.test";
+/// How often connections to one name ended is remembered by the layer, so each test has a name of
+/// its own.
+inline std::string freshServiceName() {
+  static std::atomic<int> number{0};
+  return "com.quillmar.test" + std::to_string(number.fetch_add(1));
+}
 
-/// Connects kService to a socket path and counts how often it was asked.
+/// Connects one name to a socket path and counts how often it was asked.
 class OneEndpoint final : public platform::ServiceEndpoints {
  public:
-  explicit OneEndpoint(std::string path) : path_(std::move(path)) {}
+  OneEndpoint(std::string name, std::string path)
+      : name_(std::move(name)), path_(std::move(path)) {}
   platform::ServiceConnectResult connectToService(std::string_view service) override {
     using Outcome = platform::ServiceConnectResult::Outcome;
     asked.fetch_add(1);
     if (refusals.load() > 0 && refusals.fetch_sub(1) > 0) return {Outcome::TryAgain, -1, "busy"};
-    if (service != kService) return {Outcome::UnknownName, -1, "no such service"};
+    if (service != name_) return {Outcome::UnknownName, -1, "no such service"};
     const int descriptor =
         platform::connectUnixSocket(path_, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (descriptor < 0) return {Outcome::UnknownName, -1, "the endpoint is gone"};
@@ -226,6 +239,7 @@ class OneEndpoint final : public platform::ServiceEndpoints {
   std::atomic<int> refusals{0};
 
  private:
+  const std::string name_;
   const std::string path_;
 };
 
@@ -303,6 +317,8 @@ class Service final : public platform::NSXPCListenerDelegate,
     const std::lock_guard lock(mutex_);
     return ends_.size();
   }
+  void stopListening() { listener_->invalidate(); }
+  void forgetDelegate() { listener_->setDelegate({}); }
   void stop() {
     if (listener_) listener_->invalidate();
     listener_.reset();
@@ -328,11 +344,10 @@ class XPCTest : public ::testing::Test {
  protected:
   XPCTest()
       : path_((directory_.path() / "service.sock").string()),
-        endpoint_(std::make_shared<OneEndpoint>(path_)),
+        endpoint_(std::make_shared<OneEndpoint>(name_, path_)),
         service_(Service::listen(path_)) {
     previous_ = platform::serviceEndpoints().exchange(endpoint_);
-    client_.configure(
-        platform::NSXPCConnection::initWithMachServiceName_options(platform::str(kService), 0));
+    client_.configure(makeConnection());
   }
   ~XPCTest() override {
     client_.talker->takeHeld();
@@ -340,6 +355,9 @@ class XPCTest : public ::testing::Test {
     service_->stop();
     EXPECT_TRUE(waitUntilNoConnectionIsLeft());
     platform::serviceEndpoints().exchange(previous_);
+  }
+  [[nodiscard]] std::shared_ptr<platform::NSXPCConnection> makeConnection() const {
+    return platform::NSXPCConnection::initWithMachServiceName_options(platform::str(name_), 0);
   }
   /// Connects by a first message and waits until it has arrived.
   std::shared_ptr<End> connect(std::uint64_t first = 0, std::size_t index = 0) {
@@ -351,6 +369,7 @@ class XPCTest : public ::testing::Test {
   }
 
   TemporaryDirectory directory_;
+  const std::string name_ = freshServiceName();
   const std::string path_;
   LogCapture logged_;
   std::shared_ptr<OneEndpoint> endpoint_;
@@ -373,6 +392,9 @@ class RawPeer {
 
   static int connectTo(const std::string& path) {
     return platform::connectUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC);
+  }
+  bool connect(const sockaddr_un& address) {
+    return ::connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
   }
   bool send(const Bytes& bytes) {
     std::size_t sent = 0;

@@ -1,0 +1,145 @@
+// The service's end: whom it accepts, what it was handed, what it does when descriptors run out.
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "tests/support/XPCPeers.h"
+
+using namespace platform;
+using namespace testsupport;
+
+namespace {
+
+class Listener : public XPCTest {};
+
+/// What a starter hands over: variables and descriptors from 3 on, put back afterwards.
+class Handed : public ::testing::Test {
+ protected:
+  Handed() { socket_ = listenUnixSocket((directory_.path() / "s").string(), SOCK_STREAM, 4, 0600); }
+  ~Handed() override {
+    ::close(socket_);
+    for (const char* name : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"}) ::unsetenv(name);
+  }
+  void set(const std::string& process, const std::string& count, const std::string& names) {
+    ::setenv("LISTEN_PID", process.c_str(), 1);
+    ::setenv("LISTEN_FDS", count.c_str(), 1);
+    ::setenv("LISTEN_FDNAMES", names.c_str(), 1);
+  }
+  static int failure(const char* service) {
+    errno = 0;
+    const auto listener = NSXPCListener::initWithMachServiceName(str(service));
+    return listener ? 0 : errno;
+  }
+  static std::string self() { return std::to_string(::getpid()); }
+
+  TemporaryDirectory directory_;
+  int socket_ = -1;
+};
+
+}  // namespace
+
+TEST_F(Listener, ARefusedConnectionIsAnInvalidationAtItsPeer) {
+  service_->refuses = true;
+  client_.connection->resume();
+  client_.ask();
+  ASSERT_TRUE(client_.log.waitFor("invalidation"));
+  EXPECT_EQ(client_.log.lines(), Lines({"error 4099", "invalidation"}));
+}
+
+TEST_F(Listener, KnowsItsCallerFromTheKernel) {
+  const auto end = connect();
+  EXPECT_EQ(end->connection->effectiveUserIdentifier(), ::geteuid());
+  EXPECT_EQ(end->connection->processIdentifier(), ::getpid());
+}
+
+TEST_F(Listener, OffersNothingAfterInvalidateButWhatItAcceptedLivesOn) {
+  const auto end = connect();
+  service_->stopListening();
+  client_.proxy()->note(1);
+  EXPECT_TRUE(end->log.waitFor("note 1"));
+}
+
+TEST_F(Listener, WithoutADelegateEveryConnectionIsRefused) {
+  service_->forgetDelegate();
+  client_.connection->resume();
+  client_.ask();
+  EXPECT_TRUE(client_.log.waitFor("invalidation"));
+}
+
+TEST_F(Listener, OutlivesAShortageOfDescriptors) {
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  client_.connection->resume();
+  RawPeer waiting(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const int lowest = ::fcntl(0, F_DUPFD_CLOEXEC, 0);
+  ::close(lowest);
+  rlimit tight = before;
+  tight.rlim_cur = static_cast<rlim_t>(lowest);
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path_.copy(address.sun_path, sizeof address.sun_path - 1);
+  const bool connected = waiting.connect(address);
+  // The listener meets the shortage now or after the limit is lifted; either way the connection is
+  // accepted in the end.
+  while (connected && logged_.linesWith("out of descriptors") == 0) std::this_thread::yield();
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+  ASSERT_TRUE(connected);
+  EXPECT_NE(service_->end(), nullptr);
+}
+
+TEST_F(Handed, NothingWasHandedOver) {
+  EXPECT_EQ(failure("a"), ENOENT);
+  errno = 0;
+  EXPECT_EQ(NSXPCListener::initWithMachServiceName(nullptr), nullptr);
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(Handed, ToAnotherProcess) {
+  set("1", "1", "a");
+  EXPECT_EQ(failure("a"), ENOENT);
+}
+
+TEST_F(Handed, UnderAnotherName) {
+  set(self(), "1", "b");
+  EXPECT_EQ(failure("a"), ENOENT);
+}
+
+TEST_F(Handed, NonsenseIsRefused) {
+  for (const char* count : {"-1", "x", "1x", "99999999999999999999", "2000", ""}) {
+    set(self(), count, "a");
+    EXPECT_EQ(failure("a"), EINVAL) << count;
+  }
+  set(self(), "2", "a");
+  EXPECT_EQ(failure("a"), EINVAL);
+  set("12x", "1", "a");
+  EXPECT_EQ(failure("a"), ENOENT);
+}
+
+TEST_F(Handed, SomethingThatIsNoListeningSocketIsRefused) {
+  int pair[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+  EXPECT_EQ(NSXPCListener::initWithListeningDescriptor(pair[0]), nullptr);
+  EXPECT_EQ(errno, EOPNOTSUPP);
+  EXPECT_EQ(NSXPCListener::initWithListeningDescriptor(-1), nullptr);
+  EXPECT_EQ(errno, EBADF);
+  ::close(pair[0]);
+  ::close(pair[1]);
+}
+
+TEST_F(Handed, TheNamedDescriptorIsTakenOnceAndIsCloseOnExec) {
+  // Descriptors begin at 3, whatever this process has there: ours goes behind as many others as
+  // need be.
+  const int place = ::fcntl(socket_, F_DUPFD, 40);
+  ASSERT_GE(place, 40);
+  std::string names;
+  for (int i = 3; i < place; ++i) names += "other" + std::to_string(i) + ":";
+  set(self(), std::to_string(place - 3 + 1), names + "mine");
+  auto listener = NSXPCListener::initWithMachServiceName(str("mine"));
+  ASSERT_NE(listener, nullptr);
+  EXPECT_EQ(::fcntl(place, F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(failure("mine"), EBUSY);
+}

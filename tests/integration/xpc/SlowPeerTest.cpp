@@ -1,0 +1,138 @@
+// A peer that reads slowly or not at all costs its own connection only, and what is lost is
+// counted.
+#include <cerrno>
+#include <future>
+
+#include "tests/support/XPCPeers.h"
+
+using namespace platform;
+using namespace testsupport;
+
+namespace {
+
+/// The service's end of the first connection stands still in its first note until the gate opens.
+class SlowPeer : public XPCTest {
+ protected:
+  SlowPeer() {
+    service_->prepare = [this](End& end) {
+      if (std::exchange(first_, false)) {
+        end.talker->onNote = [opened = opened_](std::uint64_t) { opened.wait(); };
+      }
+    };
+  }
+  ~SlowPeer() override { open(); }
+  void open() {
+    if (!std::exchange(isOpen_, true)) gate_.set_value();
+  }
+  std::shared_ptr<End> connectToSlow() {
+    client_.connection->resume();
+    client_.proxy()->note(0);
+    auto end = service_->end();
+    EXPECT_TRUE(end && end->log.waitFor("note 0"));
+    return end;
+  }
+  static std::shared_ptr<NSData> block(std::size_t size) {
+    return NSData::dataWithLength(size, [](std::span<std::uint8_t> bytes) {
+      std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
+    });
+  }
+
+  std::promise<void> gate_;
+  std::shared_future<void> opened_ = gate_.get_future().share();
+  bool first_ = true;
+  bool isOpen_ = false;
+};
+
+}  // namespace
+
+TEST_F(SlowPeer, DoesNotHoldUpAnother) {
+  connectToSlow();
+  const auto data = block(4096);
+  const auto proxy = client_.proxy();
+  for (std::uint32_t i = 0; i < 1000; ++i) proxy->data_tag(data, i);
+  EXPECT_GT(client_.connection->unsentBytes(), 0U);
+  End quick;
+  quick.configure(makeConnection());
+  quick.connection->resume();
+  quick.proxy()->note(1);
+  const auto end = service_->end(1);
+  ASSERT_TRUE(end && end->log.waitFor("note 1"));
+  quick.connection.reset();
+}
+
+TEST_F(SlowPeer, WhatWaitedArrivesInOrder) {
+  const auto end = connectToSlow();
+  const auto data = block(4096);
+  const auto proxy = client_.proxy();
+  for (std::uint32_t i = 0; i < 2000; ++i) proxy->data_tag(data, i);
+  EXPECT_FALSE(client_.connection->waitUntilUnsentBelow(1, std::chrono::milliseconds(0)));
+  open();
+  EXPECT_TRUE(client_.connection->waitUntilUnsentBelow(1, kPatience));
+  ASSERT_TRUE(end->log.waitForLines(2001));
+  const Lines lines = end->log.lines();
+  for (std::size_t i = 0; i < 2000; ++i) ASSERT_EQ(lines[i + 1], "data 4096 " + std::to_string(i));
+  EXPECT_EQ(client_.connection->messagesDropped(), 0U);
+}
+
+TEST_F(SlowPeer, TheBacklogHasABoundAndWhatIsDroppedIsCountedAndReported) {
+  const auto end = connectToSlow();
+  const auto data = block(1 << 20);
+  const auto proxy = client_.proxy();
+  for (std::uint32_t i = 0; i < 40; ++i) proxy->data_tag(data, i);
+  const std::uint64_t dropped = client_.connection->messagesDropped();
+  EXPECT_GT(dropped, 0U);
+  EXPECT_LT(dropped, 40U);
+  EXPECT_LE(client_.connection->unsentBytes(), kXPCUnsentLimit);
+  ASSERT_TRUE(client_.log.waitFor("error " + std::to_string(ENOBUFS), dropped));
+  client_.proxy()->echo_reply(str(std::string(2 << 20, 'x')), [](const std::shared_ptr<NSString>&) {
+    ADD_FAILURE() << "a request that was dropped was answered";
+  });
+  ASSERT_TRUE(client_.log.waitFor("error " + std::to_string(ENOBUFS), dropped + 1));
+  EXPECT_EQ(client_.connection->messagesDropped(), dropped + 1);
+  EXPECT_EQ(logged_.linesWith("messages are being dropped"), 1U);
+  open();
+  ASSERT_TRUE(client_.connection->waitUntilUnsentBelow(1, kPatience));
+  ASSERT_TRUE(end->log.waitForLines(1 + 40 - dropped));
+  client_.proxy()->note(9);
+  EXPECT_TRUE(end->log.waitFor("note 9"));
+}
+
+TEST_F(SlowPeer, WaitingOnTheQueueItselfFlushesThere) {
+  const auto end = connectToSlow();
+  const auto data = block(4096);
+  std::promise<bool> waited;
+  client_.talker->onNote = [&](std::uint64_t) {
+    const auto proxy = client_.proxy();
+    for (std::uint32_t i = 0; i < 1000; ++i) proxy->data_tag(data, i);
+    open();
+    waited.set_value(client_.connection->waitUntilUnsentBelow(1, kPatience));
+  };
+  end->proxy()->note(1);
+  EXPECT_TRUE(waited.get_future().get());
+  EXPECT_TRUE(end->log.waitFor("data 4096 999"));
+}
+
+TEST_F(SlowPeer, AWaitEndsWithTheConnection) {
+  const auto end = connectToSlow();
+  const auto proxy = client_.proxy();
+  const auto data = block(4096);
+  for (std::uint32_t i = 0; i < 1000; ++i) proxy->data_tag(data, i);
+  std::thread waiter(
+      [this] { EXPECT_TRUE(client_.connection->waitUntilUnsentBelow(1, kPatience)); });
+  end->connection.reset();
+  open();
+  waiter.join();
+}
+
+TEST_F(SlowPeer, OneWayMessagesThatNeverLeftFailWhenTheStreamEnds) {
+  const auto end = connectToSlow();
+  const auto proxy = client_.proxy();
+  const auto data = block(4096);
+  for (std::uint32_t i = 0; i < 1000; ++i) proxy->data_tag(data, i);
+  end->connection->invalidate();
+  open();
+  ASSERT_TRUE(client_.log.waitFor("invalidation"));
+  EXPECT_GT(client_.log.count("error 4099"), 0U);
+  EXPECT_EQ(client_.log.count("error 4099"), client_.connection->messagesDropped());
+  EXPECT_EQ(client_.log.lines().back(), "invalidation");
+}

@@ -1,0 +1,149 @@
+// Quick stop and start, against a small client that knows no better than to believe every report.
+#include <random>
+
+#include "tests/support/XPCPeers.h"
+
+using namespace platform;
+using namespace testsupport;
+
+namespace {
+
+/// Holds at most one connection, opens one when it is started and has none, and closes what it
+/// holds at each report.
+class Believer final : public Talk, public std::enable_shared_from_this<Believer> {
+ public:
+  explicit Believer(std::string service) : service_(std::move(service)) {}
+
+  void setStarted(bool started) {
+    started_ = started;
+    update();
+  }
+  [[nodiscard]] bool isOpen() { return current() != nullptr; }
+  [[nodiscard]] std::shared_ptr<NSXPCConnection> current() {
+    const std::lock_guard lock(mutex_);
+    return connection_;
+  }
+  void close() {
+    if (const auto old = exchange(nullptr)) old->invalidate();
+  }
+
+  std::atomic<int> opened{0};
+  std::atomic<int> reports{0};
+  std::atomic<int> answers{0};
+
+ private:
+  void note(std::uint64_t) override {}
+  void data_tag(const std::shared_ptr<NSData>&, std::uint32_t) override {}
+  void list(const std::shared_ptr<NSArray>&) override {}
+  void echo_reply(const std::shared_ptr<NSString>&,
+                  XPCReply<const std::shared_ptr<NSString>&>) override {}
+  void ask(AskReply) override {}
+
+  std::shared_ptr<NSXPCConnection> exchange(std::shared_ptr<NSXPCConnection> next) {
+    const std::lock_guard lock(mutex_);
+    connection_.swap(next);
+    return next;
+  }
+  void update() {
+    if (started_ && !isOpen()) open();
+    if (!started_) close();
+  }
+  void open() {
+    opened.fetch_add(1);
+    const auto made = NSXPCConnection::initWithMachServiceName_options(str(service_), 0);
+    exchange(made);
+    const std::weak_ptr<Believer> self = weak_from_this();
+    made->setExportedInterface(NSXPCInterface::interfaceWithProtocol(Talk::protocol()));
+    made->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol(Talk::protocol()));
+    made->setExportedObject<Talk>(shared_from_this());
+    made->setInvalidationHandler([self] {
+      if (const auto believer = self.lock()) believer->handleInvalidation();
+    });
+    made->resume();
+    made->remoteObjectProxyWithErrorHandler<Talk>({})->echo_reply(
+        str("x"), [self](const std::shared_ptr<NSString>&) {
+          if (const auto believer = self.lock()) believer->answers.fetch_add(1);
+        });
+  }
+  void handleInvalidation() {
+    reports.fetch_add(1);
+    close();
+    if (started_) update();
+  }
+
+  const std::string service_;
+  std::atomic<bool> started_{false};
+  std::mutex mutex_;
+  std::shared_ptr<NSXPCConnection> connection_;
+};
+
+class StaleReport : public XPCTest {
+ protected:
+  void SetUp() override {
+    service_->prepare = [](End&) {};
+  }
+  /// Whether no connection is opened any more: the count stands still while a whole round trip
+  /// passes.
+  bool settles(Believer& believer) {
+    const auto limit = std::chrono::steady_clock::now() + kPatience;
+    while (std::chrono::steady_clock::now() < limit) {
+      const int before = believer.opened;
+      const auto connection = believer.current();
+      if (!connection) return true;
+      EventLog log;
+      const auto proxy = connection->remoteObjectProxyWithErrorHandler<Talk>(
+          [&](const std::shared_ptr<NSError>&) { log.add("error"); });
+      if (!proxy) continue;
+      proxy->echo_reply(str("y"), [&](const std::shared_ptr<NSString>&) { log.add("answer"); });
+      if (!log.waitForLines(1)) return false;
+      if (log.lines()[0] == "answer" && believer.opened == before &&
+          believer.current() == connection)
+        return true;
+    }
+    return false;
+  }
+};
+
+}  // namespace
+
+TEST_F(StaleReport, DoesNotReachTheHolderOfANewerConnection) {
+  const auto believer = std::make_shared<Believer>(name_);
+  believer->setStarted(true);
+  for (int i = 0; i < 100; ++i) {
+    believer->setStarted(false);
+    believer->setStarted(true);
+  }
+  EXPECT_TRUE(settles(*believer));
+  EXPECT_TRUE(believer->isOpen());
+  believer->setStarted(false);
+}
+
+TEST_F(StaleReport, ALocalInvalidationIsReportedWhenNoNewerConnectionStands) {
+  const auto believer = std::make_shared<Believer>(name_);
+  believer->setStarted(true);
+  believer->setStarted(false);
+  while (believer->reports == 0) std::this_thread::yield();
+  EXPECT_FALSE(believer->isOpen());
+}
+
+TEST_F(StaleReport, TenThousandRandomTogglesEndInTheStateLastAskedFor) {
+  const auto believer = std::make_shared<Believer>(name_);
+  std::mt19937 random(1);
+  for (const bool last : {true, false}) {
+    int toggles = 0;
+    for (int i = 0; i < 5000; ++i) {
+      const bool started = random() % 2 == 0;
+      believer->setStarted(started);
+      ++toggles;
+      if (random() % 64 == 0) std::this_thread::yield();
+    }
+    believer->setStarted(last);
+    EXPECT_TRUE(settles(*believer));
+    EXPECT_EQ(believer->isOpen(), last);
+    EXPECT_LE(believer->opened, 4 * toggles);
+  }
+  believer->setStarted(false);
+  service_->stop();
+  ASSERT_TRUE(waitUntilNoConnectionIsLeft());
+  EXPECT_FALSE(believer->isOpen());
+}
