@@ -136,6 +136,7 @@ TEST(KeyValueObserving, CapturesLiveAsLongAsTheToken) {
 
 TEST(KeyValueObserving, WhatACaptureDoesWhileItIsDestroyedMeetsNoLock) {
   struct AtEnd {
+    explicit AtEnd(Model& changed) : model(changed) {}
     Model& model;
     ~AtEnd() { model.change("b"); }
   };
