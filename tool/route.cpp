@@ -37,9 +37,11 @@ constexpr std::chrono::milliseconds kValuesGrace{250};
 struct Options {
   std::string device;
   std::string recording;
-  std::string speed;        // empty: as recorded
+  std::string speed;  // empty: as recorded
+  std::string countText;
   std::uint64_t count = 0;  // 0: without end
   double seconds = 0;       // 0: without end
+  std::string modeText = "0";
   std::uint64_t mode = 0;
   std::vector<std::string> tagTexts;
   bool json = false;
@@ -187,8 +189,19 @@ int routeRecording(const Options& options) {
   return routeDevice(id, options, last, signals);
 }
 
-/// What the parser cannot check option by option.
-void checkUsage(const Options& options) {
+/// A number as it was typed. The parser's own conversion lets signs and overflow pass.
+std::uint64_t parseOption(const std::string& name, const std::string& text,
+                          std::uint64_t smallest) {
+  const auto number = parseNumber(text);
+  if (!number || *number < smallest) {
+    throw UsageFailure(name + ": " + text + " is no whole number from " + std::to_string(smallest) +
+                       " on");
+  }
+  return *number;
+}
+
+/// Reads what the parser leaves as text, and checks what it cannot check option by option.
+void checkUsage(Options& options) {
   if (options.device.empty() == options.recording.empty()) {
     throw UsageFailure("route needs either a DEVICE or --recording FILE");
   }
@@ -200,9 +213,11 @@ void checkUsage(const Options& options) {
     throw UsageFailure("--seconds must be a number from 0 to 1000000000");
   }
   static_cast<void>(parseTags(options.tagTexts));
+  if (!options.countText.empty()) options.count = parseOption("--count", options.countText, 1);
+  options.mode = parseOption("--mode", options.modeText, 0);
 }
 
-int route(const Options& options) {
+int route(Options options) {
   checkUsage(options);
   return options.recording.empty() ? routeInstalledDevice(options) : routeRecording(options);
 }
@@ -222,14 +237,9 @@ void addRouteVerb(CLI::App& app, Action& chosen) {
                    "Of --recording: 1 (as recorded, the default), a factor,\nor max (as fast as it "
                    "is taken)")
       ->type_name("SPEED");
-  verb->add_option("--count", options->count, "End after N reports")
-      ->type_name("N")
-      ->check([](const std::string& text) {
-        return text.find_first_not_of("0") == std::string::npos ? "must be positive"
-                                                                : std::string();
-      });
+  verb->add_option("--count", options->countText, "End after N reports")->type_name("N");
   verb->add_option("--seconds", options->seconds, "End after S seconds")->type_name("S");
-  verb->add_option("--mode", options->mode,
+  verb->add_option("--mode", options->modeText,
                    "0 shares the device with others (the default), 1 takes it alone")
       ->type_name("MODE");
   verb->add_option("--tag", options->tagTexts,

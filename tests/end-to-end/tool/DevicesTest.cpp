@@ -75,7 +75,7 @@ TEST_F(DevicesTest, WhatIsNoRecordingIsRefusedAndNothingIsSetUp) {
   for (const char* name : {"text", "empty", "cut", "binary", "missing"}) {
     EXPECT_TRUE(isRefusal(add(directory / name), 1, name));
   }
-  EXPECT_TRUE(isRefusal(add(directory), 1, "directory"));
+  EXPECT_TRUE(isRefusal(add(directory), 1, directory.string()));
   writeFile(directory / "huge", "x");
   fs::resize_file(directory / "huge", std::uintmax_t{1} << 40);
   EXPECT_TRUE(isRefusal(add(directory / "huge"), 1, "huge"));

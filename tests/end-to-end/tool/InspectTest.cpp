@@ -44,13 +44,18 @@ TEST_F(InspectTest, AFileWithoutAListIsRefused) {
   EXPECT_TRUE(isRefusal(inspect(builtPath("wlhid")), 1, reason));
 }
 
-TEST_F(InspectTest, ATruncatedExecutableIsRefusedAtEveryLength) {
+TEST_F(InspectTest, ATruncatedExecutableGivesItsListWholeOrNot) {
   const std::string whole = readFile(routerImage());
-  for (std::size_t length = 0; length < 1024; length += 61) {
+  const std::string list = inspect(routerImage()).out;
+  const std::size_t end = whole.find(list) + list.size();
+  for (std::size_t length = 0; length < end; length += 97) {
     EXPECT_TRUE(
         isRefusal(inspect(file("cut", whole.substr(0, length))), 1, "no embedded property list"))
         << length;
   }
+  EXPECT_TRUE(
+      isRefusal(inspect(file("cut", whole.substr(0, end - 1))), 1, "no embedded property list"));
+  EXPECT_EQ(inspect(file("cut", whole.substr(0, end))).out, list);
 }
 
 TEST_F(InspectTest, WhatIsNoReadableFileIsRefusedWithTheReason) {

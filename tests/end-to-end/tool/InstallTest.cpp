@@ -60,6 +60,13 @@ TEST_F(InstallTest, InstallsAndRemoves) {
   EXPECT_EQ(runTool({"status"}).status, 1);
 }
 
+TEST_F(InstallTest, TheJobDaemonEndsByItselfOnceItHasNothingToKeep) {
+  install();
+  EXPECT_EQ(jobDaemons().size(), 1U);
+  ASSERT_EQ(runTool({"uninstall", "--authorize", "allow"}).status, 0);
+  expectNoProcessLeft();
+}
+
 TEST_F(InstallTest, InstallingTwiceIsFine) {
   install();
   install();

@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <sched.h>
 #include <spawn.h>
-#include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,6 +12,8 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
@@ -160,16 +161,20 @@ void Process::waitForOutputContaining(std::string_view text) {
       [text](const std::string& output) { return output.find(text) != std::string::npos; });
 }
 
-void Process::waitUntilOutputIsFull() const {
-  constexpr int kLongestLine = 8192;
-  const int capacity = ::fcntl(out_.descriptor, F_GETPIPE_SZ);
+void Process::waitUntilWritingIsStuck() const {
+  const std::string stuck = std::to_string(SYS_write) + " 0x1 ";
+  const std::filesystem::path tasks =
+      std::filesystem::path("/proc") / std::to_string(pid_) / "task";
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  for (int waiting = 0; waiting < capacity - kLongestLine; ::sched_yield()) {
-    if (::ioctl(out_.descriptor, FIONREAD, &waiting) != 0)
-      throw std::system_error(errno, std::generic_category(), "ioctl");
-    if (std::chrono::steady_clock::now() > deadline)
-      throw std::runtime_error("standard output did not fill up in time");
+  while (std::chrono::steady_clock::now() < deadline) {
+    for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+      std::ifstream in(task.path() / "syscall");
+      std::string call;
+      if (std::getline(in, call) && call.starts_with(stuck)) return;
+    }
+    ::sched_yield();
   }
+  throw std::runtime_error("the program did not get stuck in writing");
 }
 
 void Process::closeOutput() {

@@ -43,8 +43,8 @@ class Process {
   /// Reads until standard output satisfies `enough`.
   void waitForOutput(const std::function<bool(const std::string&)>& enough);
   void waitForOutputContaining(std::string_view text);
-  /// Waits, without reading, until the pipe of standard output holds no further line.
-  void waitUntilOutputIsFull() const;
+  /// Waits, without reading, until the program is stuck in writing to standard output.
+  void waitUntilWritingIsStuck() const;
   /// Closes the reading end of standard output.
   void closeOutput();
   void signal(int number) const;

@@ -4,6 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -95,9 +96,20 @@ ToolTest::ToolTest() : directory(makeTemporaryDirectory()), root(directory / "ro
 
 void ToolTest::TearDown() {
   static_cast<void>(runTool({"uninstall", "--authorize", "allow"}));
+  for (const pid_t daemon : jobDaemons())
+    ::kill(daemon, SIGTERM);  // it would wait a while for further work
   expectNoProcessLeft();
   std::error_code ignored;
   fs::remove_all(directory, ignored);
+}
+
+std::vector<pid_t> ToolTest::jobDaemons() const {
+  std::vector<pid_t> found;
+  for (const pid_t pid : processesOfRoot(root)) {
+    const std::string command = readFile(fs::path("/proc") / std::to_string(pid) / "cmdline");
+    if (command.find("wlhid-jobd") != std::string::npos) found.push_back(pid);
+  }
+  return found;
 }
 
 void ToolTest::expectNoProcessLeft() const {

@@ -41,6 +41,7 @@ class ToolTest : public testing::Test {
   void install();
   /// Sets a recording of the repository up as a device and returns its ID as printed.
   std::string addDevice(std::string_view recording, const std::vector<std::string>& more = {});
+  [[nodiscard]] std::vector<pid_t> jobDaemons() const;
   /// Waits for the processes of this root to end.
   void expectNoProcessLeft() const;
 
