@@ -103,6 +103,12 @@ class JsonLines final : public DeliveryLines {
   }
 };
 
+/// Whether it is a key or a button that is not pressed. A device sends all of them every time.
+bool isUp(const platform::HIDElementValueRecord& value) {
+  if (value.usagePage == kButtonPage) return value.integerValue == 0;
+  return value.usagePage == kKeyboardPage && (value.usage == 0 || value.integerValue == 0);
+}
+
 class TextLines final : public DeliveryLines {
  public:
   explicit TextLines(std::function<std::chrono::microseconds()> clock)
@@ -141,11 +147,9 @@ class TextLines final : public DeliveryLines {
     out += "    ";
     const std::size_t before = out.size();
     forEachValue(elementValues, [&](const platform::HIDElementValueRecord& value) {
-      const bool keyIsUp =
-          value.usagePage == kKeyboardPage && (value.usage == 0 || value.integerValue == 0);
-      if (!keyIsUp) appendValue(out, value);
+      if (!isUp(value)) appendValue(out, value);
     });
-    if (out.size() == before) out += " no key down";
+    if (out.size() == before) out += " nothing pressed";
     out += '\n';
   }
 

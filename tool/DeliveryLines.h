@@ -33,7 +33,7 @@ class DeliveryLines {
 [[nodiscard]] std::unique_ptr<DeliveryLines> jsonDeliveryLines();
 
 /// For people: seconds since `clock` first answered, what it is, and the values under their usages'
-/// names. Keys that are up are left out. `clock` counts from any point.
+/// names. Keys and buttons that are up are left out. `clock` counts from any point.
 [[nodiscard]] std::unique_ptr<DeliveryLines> textDeliveryLines(
     std::function<std::chrono::microseconds()> clock);
 

@@ -98,17 +98,18 @@ TEST_F(TextDeliveryLinesTest, AlignsWhatComes) {
             "    1.500  values       X=-5 Button 2=1\n");
 }
 
-TEST_F(TextDeliveryLinesTest, LeavesKeysOutThatAreUp) {
+TEST_F(TextDeliveryLinesTest, LeavesKeysAndButtonsOutThatAreUp) {
   lines->appendElementValues(out, *values({{0, 7, 0xe1, 2, 1, kMinusFive},
                                            {0, 7, 0xe2, 3, 0, kMinusFive},
                                            {0, 7, 0x04, 9, 4, kMinusFive},
+                                           {0, 9, 1, 4, 0, kMinusFive},
                                            {0, 7, 0, 10, 0, kMinusFive}}));
   EXPECT_EQ(out, "    0.000  values       Left Shift=1 A=4\n");
 }
 
-TEST_F(TextDeliveryLinesTest, SaysWhenNoKeyIsDown) {
+TEST_F(TextDeliveryLinesTest, SaysWhenNothingIsPressed) {
   lines->appendElementValues(out, *values({{0, 7, 0xe1, 2, 0, kMinusFive}}));
-  EXPECT_EQ(out, "    0.000  values       no key down\n");
+  EXPECT_EQ(out, "    0.000  values       nothing pressed\n");
 }
 
 TEST_F(TextDeliveryLinesTest, ShowsTheBytesOfWideFields) {
