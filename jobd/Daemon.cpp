@@ -66,8 +66,10 @@ void Daemon::watchSignals() {
   sigaddset(&mask, SIGTERM);
   sigaddset(&mask, SIGINT);
   sigaddset(&mask, SIGHUP);
-  ::sigprocmask(SIG_BLOCK, &mask, nullptr);
-  ::signal(SIGPIPE, SIG_IGN);
+  ::pthread_sigmask(SIG_BLOCK, &mask, nullptr);
+  struct sigaction ignore {};
+  ignore.sa_handler = SIG_IGN;
+  ::sigaction(SIGPIPE, &ignore, nullptr);
   signals_.reset(::signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK));
   if (!signals_) throw platform::fileSystemError("cannot take signals", errno);
   signalWatch_ = loop_.watch(signals_.get(), EPOLLIN, [this] {
@@ -206,11 +208,11 @@ void Daemon::refuseTakenServices(const platform::JobDescription& description) co
   for (const auto& [label, job] : jobs_) {
     if (label == description.label) continue;
     for (const auto& service : job->description().services) {
-      if (std::find(description.services.begin(), description.services.end(), service) ==
-          description.services.end())
-        continue;
-      throw ServiceError(ServiceErrorCode::InvalidImage,
-                         "the service " + service + " belongs to the job " + label);
+      const auto& wanted = description.services;
+      if (std::find(wanted.begin(), wanted.end(), service) == wanted.end()) continue;
+      std::string cause = "the service ";
+      cause.append(service).append(" belongs to the job ").append(label);
+      throw ServiceError(ServiceErrorCode::InvalidImage, cause);
     }
   }
 }

@@ -1,11 +1,9 @@
 #include "jobd/HelperInstaller.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <span>
 
@@ -61,19 +59,6 @@ bool unlinkIn(int directory, const std::string& name) {
 
 void syncDirectory(int directory) {
   if (::fsync(directory) != 0) throw fileSystemError("cannot bring a directory to disk", errno);
-}
-
-std::vector<std::string> namesIn(int directory) {
-  std::vector<std::string> names;
-  FileDescriptor own(::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  DIR* stream = own ? ::fdopendir(own.get()) : nullptr;
-  if (stream == nullptr) return names;
-  (void)own.release();
-  while (const dirent* entry = ::readdir(stream))
-    names.emplace_back(entry->d_name);  // NOLINT(concurrency-mt-unsafe): one thread
-  ::closedir(stream);
-  std::sort(names.begin(), names.end());
-  return names;
 }
 
 /// Removes what was staged when an installation fails on the way.
@@ -142,7 +127,7 @@ bool HelperInstaller::remove(const std::string& label) {
 
 void HelperInstaller::removeStagingFiles() {
   for (const int directory : {directories_.tools.get(), directories_.jobs.get()}) {
-    for (const auto& name : namesIn(directory)) {
+    for (const auto& name : platform::namesIn(directory)) {
       if (name.starts_with(stagingPrefix)) ::unlinkat(directory, name.c_str(), 0);
     }
   }
@@ -150,7 +135,7 @@ void HelperInstaller::removeStagingFiles() {
 
 std::vector<std::string> labelsOfJobFiles(int jobsDirectory) {
   std::vector<std::string> labels;
-  for (const auto& name : namesIn(jobsDirectory)) {
+  for (const auto& name : platform::namesIn(jobsDirectory)) {
     if (!name.ends_with(jobSuffix)) continue;
     std::string label = name.substr(0, name.size() - jobSuffix.size());
     if (platform::SystemRoot::isValidLabel(label)) labels.push_back(std::move(label));

@@ -72,6 +72,7 @@ std::vector<std::string> jobEnvironment(const ProcessPlan& plan) {
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> result;
+  result.reserve(texts.size() + 1);
   for (auto& text : texts) result.push_back(text.data());
   result.push_back(nullptr);
   return result;
@@ -101,10 +102,12 @@ int arrangeDescriptors(const ProcessPlan& plan, int program, int output) {
 }
 
 void restoreSignals() {
-  for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);
+  struct sigaction byDefault {};
+  byDefault.sa_handler = SIG_DFL;
+  for (int number = 1; number < NSIG; ++number) ::sigaction(number, &byDefault, nullptr);
   sigset_t none;
   sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
 /// Runs in the child. The daemon has one thread, so everything may be called here.
@@ -149,7 +152,7 @@ JobProcess::JobProcess(EventLoop& loop, SystemLog& log, const ProcessPlan& plan,
     ::waitpid(identifier_, nullptr, 0);
     throw fileSystemError("cannot watch " + label_, error);
   }
-  outputWatch_ = loop.watch(output_.get(), EPOLLIN, [this] { takeOutput(64 * 1024); });
+  outputWatch_ = loop.watch(output_.get(), EPOLLIN, [this] { takeOutput(std::size_t{64} * 1024); });
   endWatch_ = loop.watch(process_.get(), EPOLLIN, [this] { takeEnd(); });
 }
 
@@ -160,7 +163,7 @@ void JobProcess::signal(int number) const {
 /// Takes what is there, `most` bytes at most, so that a job that writes without end does not hold
 /// up the others.
 void JobProcess::takeOutput(std::size_t most) {
-  std::array<char, 16 * 1024> buffer;
+  std::array<char, 16384> buffer;
   for (std::size_t taken = 0; taken < most;) {
     const ssize_t got = ::read(output_.get(), buffer.data(), buffer.size());
     if (got < 0 && errno == EINTR) continue;

@@ -22,7 +22,7 @@
 
 namespace platform {
 
-inline constexpr std::size_t maximumControlBytes = 256 * 1024;
+inline constexpr std::size_t maximumControlBytes = std::size_t{256} * 1024;
 
 struct ControlRequest {
   enum class Operation { Bless, Remove, Status };

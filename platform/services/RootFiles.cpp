@@ -1,8 +1,10 @@
 #include "platform/services/RootFiles.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "platform/services/ServiceError.h"
@@ -83,6 +85,22 @@ std::vector<std::uint8_t> readDescriptor(int descriptor, const std::string& name
     have += static_cast<std::size_t>(got);
   }
   return bytes;
+}
+
+std::vector<std::string> namesIn(int directory) {
+  std::vector<std::string> names;
+  FileDescriptor own(::openat(directory, ".", directoryFlags));
+  DIR* stream = own ? ::fdopendir(own.get()) : nullptr;
+  if (stream == nullptr) return names;
+  (void)own.release();  // the stream closes it
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): safe as long as each thread reads a stream of its own
+  while (const dirent* entry = ::readdir(stream)) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") names.emplace_back(name);
+  }
+  ::closedir(stream);
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 std::optional<uid_t> ownerOfRoot(const SystemRoot& root) {

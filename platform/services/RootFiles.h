@@ -18,9 +18,9 @@
 namespace platform {
 
 /// The largest job file that is read.
-inline constexpr std::size_t maximumJobFileBytes = 64 * 1024;
+inline constexpr std::size_t maximumJobFileBytes = std::size_t{64} * 1024;
 /// The largest helper executable that is read or installed.
-inline constexpr std::size_t maximumHelperBytes = 256 * 1024 * 1024;
+inline constexpr std::size_t maximumHelperBytes = std::size_t{256} * 1024 * 1024;
 
 /// The root itself. Its own path is the caller's word, and may go through links. Empty when there
 /// is none.
@@ -41,6 +41,9 @@ inline constexpr std::size_t maximumHelperBytes = 256 * 1024 * 1024;
 /// is for messages.
 [[nodiscard]] std::vector<std::uint8_t> readDescriptor(int descriptor, const std::string& name,
                                                        std::size_t maximumBytes);
+
+/// The names in an open directory, sorted, without "." and "..". The descriptor is left as it is.
+[[nodiscard]] std::vector<std::string> namesIn(int directory);
 
 /// The owner of the root's directory; empty when there is none.
 [[nodiscard]] std::optional<uid_t> ownerOfRoot(const SystemRoot& root);

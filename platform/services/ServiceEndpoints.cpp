@@ -1,7 +1,5 @@
 #include "platform/services/ServiceEndpoints.h"
 
-#include <dirent.h>
-#include <fcntl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -27,22 +25,6 @@ ServiceConnectResult failure(Outcome outcome, std::string reason) {
 
 bool endsWith(std::string_view text, std::string_view end) {
   return text.size() > end.size() && text.substr(text.size() - end.size()) == end;
-}
-
-/// The names in a directory. The descriptor is left as it is.
-std::vector<std::string> namesIn(int directory) {
-  std::vector<std::string> names;
-  const int own = ::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (own < 0) return names;
-  DIR* stream = ::fdopendir(own);
-  if (stream == nullptr) {
-    ::close(own);
-    return names;
-  }
-  while (const dirent* entry = ::readdir(stream))
-    names.emplace_back(entry->d_name);  // NOLINT(concurrency-mt-unsafe): own stream
-  ::closedir(stream);
-  return names;
 }
 
 bool jobOffers(int jobs, const std::string& fileName, std::string_view service) try {

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 namespace platform {
 namespace {
@@ -55,7 +56,9 @@ bool isLabelCharacter(char c) {
 
 }  // namespace
 
-SystemRoot::SystemRoot(fs::path directory) : directory_(normalised(directory)) {}
+SystemRoot::SystemRoot(fs::path directory) : directory_(std::move(directory)) {
+  directory_ = normalised(directory_);
+}
 
 SystemRoot SystemRoot::current() {
   {
