@@ -227,6 +227,8 @@ TEST_F(ClientOnRealLayer, AReplyThatTheRouterDropsIsAnError) {
 TEST_F(ClientOnRealLayer, ReleaseWhileRoutingClosesAndLeavesTheHandlerHarmless) {
   makeRoutingClient();
   const auto session = onlySession();
+  ASSERT_TRUE(waitUntilOnlyOursHolds());
+  trace().take();
   client_.reset();
   EXPECT_TRUE(
       sameTrace(sequence({dealloc(), called("closeConnection", 239), removeObserver()}), here()));

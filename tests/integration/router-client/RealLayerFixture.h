@@ -47,6 +47,16 @@ class RealLayerTest : public ::testing::Test {
     trace().take();
   }
 
+  /// The queue holds the client while it delivers; from here on it is the test's alone.
+  [[nodiscard]] bool waitUntilOnlyOursHolds() const {
+    const auto limit = std::chrono::steady_clock::now() + kPatience;
+    while (client_.use_count() != 1) {
+      if (std::chrono::steady_clock::now() > limit) return false;
+      std::this_thread::yield();
+    }
+    return true;
+  }
+
   platform::Trace& trace() { return platform_.trace(); }
   TestRouter& router() { return harness_.router(); }
   Lines here() { return trace().linesOfThread(std::this_thread::get_id()); }
