@@ -1,7 +1,7 @@
 // Numbers as a person types them.
 //
-// Threading: any thread. Ownership: values. Errors: nothing for text that is no number or too
-// large. Order: none.
+// Threading: any thread. Ownership: values. Order: none.
+// Errors: nothing for text that is no number or too large.
 #pragma once
 
 #include <cstdint>

@@ -1,8 +1,7 @@
 // Whole lines to a descriptor.
 //
 // Threading: any thread; a call's text stays together. A write waits as long as the reader does,
-// under the output's own
-//   lock: nothing else is ever called under it.
+//   under the output's own lock: nothing else is ever called under it.
 // Ownership: the descriptor stays the caller's.
 // Errors: the first failure is kept and ends the output: later writes do nothing and return false.
 // Order: texts of one thread are written in order.

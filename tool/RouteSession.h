@@ -1,12 +1,12 @@
 // One client's routing as the command shows it: a delegate that prints what it is told and knows
 // when it is over.
 //
-// Threading: the delegate's methods run where the framework calls them; stop() may be called from
-// any thread; the rest is
-//   the main thread's, which waits for endDescriptor().
+// Threading: the delegate's methods run where the framework calls them; end() may be called from
+//   any thread; the rest is the main thread's, which waits for wakeDescriptor().
 // Ownership: the caller owns the session, and the client holds it weakly, so it must outlive the
-// routing. Errors: how it ended is in the end's message. Order: lines are printed in the order of
-// delivery. Nothing is printed once the routing is over.
+//   routing.
+// Errors: how it ended is in the end's message.
+// Order: lines are printed in the order of delivery. Nothing is printed once the routing is over.
 #pragma once
 
 #include <atomic>

@@ -3,8 +3,9 @@
 // A second process keeps watch over it: when the command ends, however it ends, that process takes
 // the router and its jobs away and removes the directory.
 //
-// Threading: made before the process has a second thread. Ownership: owns the directory and
-// everything in it. Errors: Failure where the directory or the watching process cannot be made.
+// Threading: made before the process has a second thread.
+// Ownership: owns the directory and everything in it.
+// Errors: Failure where the directory or the watching process cannot be made.
 // Order: none.
 #pragma once
 

@@ -1,8 +1,8 @@
 // The signals that end a running command in order.
 //
 // Threading: made on the main thread before any other thread is, so that all threads inherit the
-// blocked signals. Ownership: owns its descriptor. Errors: Failure where the kernel refuses. Order:
-// none.
+//   blocked signals.
+// Ownership: owns its descriptor. Errors: Failure where the kernel refuses. Order: none.
 #pragma once
 
 namespace tool {
