@@ -347,8 +347,9 @@ void Router::Core::writeStatus() {
   status.pid = ::getpid();
   status.version = WLHID_ROUTER_VERSION;
   for (const auto& session : sessions()) {
-    status.sessions.push_back(session->status());
-    status.lost += session->lost();
+    std::uint64_t lostInAll = 0;
+    status.sessions.push_back(session->status(&lostInAll));
+    status.lost += lostInAll;
   }
   try {
     writeRouterStatus(root_, status);

@@ -139,17 +139,25 @@ void Session::endRouting() {
   routing_ = {};
 }
 
-SessionStatus Session::status() const {
-  const Routing routing = currentRouting();
+SessionStatus Session::status(std::uint64_t* returnLostInAll) const {
+  Routing routing;
+  std::uint64_t lostBefore = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    routing = routing_;
+    lostBefore = lostBefore_;
+  }
   SessionStatus status;
   status.pid = pid_;
   status.uid = uid_;
+  if (returnLostInAll != nullptr) *returnLostInAll = lostBefore;
   if (routing.device == nullptr) return status;
   status.device = routing.device->description().registryEntryID;
   status.deviceName = routing.device->description().name;
   status.exclusive = routing.subscription->mode() == DeviceMode::Exclusive;
   status.delivered = routing.subscription->delivered();
   status.lost = routing.subscription->lost();
+  if (returnLostInAll != nullptr) *returnLostInAll += status.lost;
   return status;
 }
 

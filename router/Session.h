@@ -50,7 +50,9 @@ class Session final : public WLHIDEventRouterProtocol {
   /// Ends the connection in good order.
   void sayFarewell() { connection_->invalidate(); }
 
-  [[nodiscard]] SessionStatus status() const;
+  /// What the session does now and, where asked for, what it lost in all: both from one reading of
+  /// the counts, so that they agree while losses grow.
+  [[nodiscard]] SessionStatus status(std::uint64_t* returnLostInAll = nullptr) const;
   /// Reports lost to this client, also by routings that are over.
   [[nodiscard]] std::uint64_t lost() const;
   [[nodiscard]] std::uint64_t number() const { return number_; }
