@@ -220,8 +220,8 @@ class Renderer {
   static std::string pointerText(const void* pointer) {
     std::array<char, 2 * sizeof(std::uintptr_t)> digits{};
     char* const end = std::to_chars(digits.data(), digits.data() + digits.size(),
-                                          reinterpret_cast<std::uintptr_t>(pointer), 16)
-                                .ptr;
+                                    reinterpret_cast<std::uintptr_t>(pointer), 16)
+                          .ptr;
     return "0x" + std::string(digits.data(), end);
   }
 

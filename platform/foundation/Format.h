@@ -1,8 +1,9 @@
 // printf-style rendering with objects.
 //
-// Threading: any thread. Ownership: arguments are held for the call. Order: arguments are taken left to right.
-// Errors: none are raised. A conversion without an argument prints "(missing)"; one whose argument is of another kind
-//   prints the argument in its own natural form rather than guess at bits.
+// Threading: any thread. Ownership: arguments are held for the call. Order: arguments are taken
+//   left to right.
+// Errors: none are raised. A conversion without an argument prints "(missing)"; one whose argument
+//   is of another kind prints the argument in its own natural form rather than guess at bits.
 #pragma once
 
 #include <array>
@@ -18,7 +19,8 @@
 
 namespace platform {
 
-using FormatArgument = std::variant<std::int64_t, std::uint64_t, double, const void*, std::string, std::shared_ptr<NSObject>>;
+using FormatArgument = std::variant<std::int64_t, std::uint64_t, double, const void*, std::string,
+                                    std::shared_ptr<NSObject>>;
 
 template <class T>
 FormatArgument formatArgument(const T& value) {
@@ -36,8 +38,10 @@ FormatArgument formatArgument(const T& value) {
   } else if constexpr (std::is_enum_v<V>) {
     return formatArgument(static_cast<std::underlying_type_t<V>>(value));
   } else if constexpr (std::is_integral_v<V>) {
-    if constexpr (std::is_signed_v<V>) return static_cast<std::int64_t>(value);
-    else return static_cast<std::uint64_t>(value);
+    if constexpr (std::is_signed_v<V>)
+      return static_cast<std::int64_t>(value);
+    else
+      return static_cast<std::uint64_t>(value);
   } else if constexpr (std::is_pointer_v<V>) {
     return static_cast<const void*>(value);
   } else {
@@ -45,9 +49,11 @@ FormatArgument formatArgument(const T& value) {
   }
 }
 
-/// Renders `format` with %d %i %u %x %X %o %c %f %e %g %s %p %@ %%, flags, width, precision and the length modifiers
-/// (hh h l ll q z t j). As in C, an unmodified %u, %d or %x takes 32 bits of its argument: 4294967297 prints as 1.
-[[nodiscard]] std::string renderFormat(std::string_view format, std::span<const FormatArgument> arguments);
+/// Renders `format` with %d %i %u %x %X %o %c %f %e %g %s %p %@ %%, flags, width, precision and the
+/// length modifiers (hh h l ll q z t j). As in C, an unmodified %u, %d or %x takes 32 bits of its
+/// argument: 4294967297 prints as 1.
+[[nodiscard]] std::string renderFormat(std::string_view format,
+                                       std::span<const FormatArgument> arguments);
 
 template <class... Args>
 [[nodiscard]] std::string stringWithFormat(std::string_view format, const Args&... args) {

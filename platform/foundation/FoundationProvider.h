@@ -1,6 +1,8 @@
-// What the foundation asks of the machine, as one small interface, so that a scripted platform can stand in for it.
+// What the foundation asks of the machine, as one small interface, so that a scripted platform can
+// stand in for it.
 //
-// Threading: a provider is called from any thread. Ownership: see ProviderSlot.h. Errors: as the public functions say.
+// Threading: a provider is called from any thread. Ownership: see ProviderSlot.h. Errors: as the
+//   public functions say.
 // Order: none.
 #pragma once
 

@@ -1,12 +1,14 @@
 // Key-value observing: being told before and after a named value of an object changes.
 //
-// Threading: any thread. Observers run synchronously on the thread that makes the change; no lock is held then, so an
-//   observer may register, end its own observation, or change the object again.
-// Ownership: an observation lasts as long as its token. The object does not keep its observers' captures beyond that, and
-//   the token does not keep the object. After the token's destructor has returned no call of that observer begins; one that
-//   had begun on another thread may still be running.
+// Threading: any thread. Observers run synchronously on the thread that makes the change; no lock
+//   is held then, so an observer may register, end its own observation, or change the object again.
+// Ownership: an observation lasts as long as its token. The object does not keep its observers'
+//   captures beyond that, and the token does not keep the object. After the token's destructor has
+//   returned no further call of that observer is taken up; one that another thread had taken up may
+//   still run.
 // Errors: none.
-// Order: observers of one key are called in order of registration, will-change and did-change alike.
+// Order: observers of one key are called in order of registration, will-change and did-change
+//   alike.
 #pragma once
 
 #include <functional>

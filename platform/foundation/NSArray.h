@@ -1,9 +1,12 @@
 // Ordered collections.
 //
-// Threading: NSArray is immutable. NSMutableArray is not synchronised: one thread at a time, unless nobody mutates it.
-// Ownership: an array holds its members strongly. A subclass may hold its members inside its own allocation and hand out
-//   pointers that alias the array (the connection layer's element value arrays do).
-// Errors: NSRangeException for an index out of range; NSGenericException when a mutable array changes while it is walked.
+// Threading: NSArray is immutable. NSMutableArray is not synchronised: one thread at a time, unless
+//   nobody mutates it.
+// Ownership: an array holds its members strongly. A subclass may hold its members inside its own
+//   allocation and hand out pointers that alias the array (the connection layer's element value
+//   arrays do).
+// Errors: NSRangeException for an index out of range; NSGenericException when a mutable array
+//   changes while it is walked.
 // Order: enumeration goes from index 0 upward.
 #pragma once
 
@@ -32,7 +35,8 @@ class NSArray : public NSObject {
   /// Throws NSRangeException.
   [[nodiscard]] virtual std::shared_ptr<NSObject> objectAtIndex(std::size_t index) const = 0;
 
-  /// Calls `body` for each member in order. Throws NSGenericException after a call during which the array changed.
+  /// Calls `body` for each member in order. Throws NSGenericException after a call during which the
+  /// array changed.
   void enumerateObjects(const std::function<void(const std::shared_ptr<NSObject>&)>& body) const;
 
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }
@@ -53,7 +57,8 @@ class NSMutableArray : public NSArray {
  public:
   static const NSClass& classObject();
   static std::shared_ptr<NSMutableArray> array();
-  static std::shared_ptr<NSMutableArray> arrayWithObjects(std::vector<std::shared_ptr<NSObject>> objects);
+  static std::shared_ptr<NSMutableArray> arrayWithObjects(
+      std::vector<std::shared_ptr<NSObject>> objects);
 
   /// Throws std::invalid_argument for null.
   virtual void addObject(const std::shared_ptr<NSObject>& object) = 0;

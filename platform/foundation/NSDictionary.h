@@ -1,7 +1,7 @@
 // Immutable maps from object to object.
 //
-// Threading, Ownership, Errors, Order: as in NSObject.h. Enumeration goes in order of insertion; of two equal keys the
-//   later value wins and keeps the earlier place.
+// Threading, Ownership, Errors, Order: as in NSObject.h. Enumeration goes in order of insertion; of
+//   two equal keys the later value wins and keeps the earlier place.
 #pragma once
 
 #include <cstdint>
@@ -42,7 +42,8 @@ class NSDictionary final : public NSObject {
 
  private:
   const std::vector<Entry> entries_;
-  const std::vector<std::uint32_t> buckets_;  // open addressing: index into entries_ plus one, 0 where free
+  const std::vector<std::uint32_t>
+      buckets_;  // open addressing: index into entries_ plus one, 0 where free
 };
 
 }  // namespace platform

@@ -21,8 +21,9 @@ class NSError final : public NSObject {
  public:
   static const NSClass& classObject();
   /// `userInfo` may be null.
-  static std::shared_ptr<NSError> errorWithDomain_code_userInfo(const std::shared_ptr<NSString>& domain, std::int64_t code,
-                                                               const std::shared_ptr<NSDictionary>& userInfo);
+  static std::shared_ptr<NSError> errorWithDomain_code_userInfo(
+      const std::shared_ptr<NSString>& domain, std::int64_t code,
+      const std::shared_ptr<NSDictionary>& userInfo);
 
   [[nodiscard]] const std::shared_ptr<NSString>& domain() const { return domain_; }
   [[nodiscard]] std::int64_t code() const { return code_; }
@@ -33,11 +34,12 @@ class NSError final : public NSObject {
   using NSObject::isEqual;
   [[nodiscard]] bool isEqual(const NSObject* other) const override;
   [[nodiscard]] std::size_t hash() const override;
-  /// `Error Domain=D Code=-1 "(null)"`, with the localized description in the quotes where there is one, and
-  /// ` UserInfo={key=value, key=value}` behind where the user info has entries.
+  /// `Error Domain=D Code=-1 "(null)"`, with the localized description in the quotes where there is
+  /// one, and ` UserInfo={key=value, key=value}` behind where the user info has entries.
   [[nodiscard]] std::string description() const override;
 
-  NSError(std::shared_ptr<NSString> domain, std::int64_t code, std::shared_ptr<NSDictionary> userInfo)
+  NSError(std::shared_ptr<NSString> domain, std::int64_t code,
+          std::shared_ptr<NSDictionary> userInfo)
       : domain_(std::move(domain)), code_(code), userInfo_(std::move(userInfo)) {}
 
  private:

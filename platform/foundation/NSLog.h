@@ -1,7 +1,7 @@
 // The platform's plain diagnostic line.
 //
-// Threading: any thread; a line is written whole. Ownership, Errors, Order: nothing is kept, nothing fails, lines of one
-//   thread keep their order.
+// Threading: any thread; a line is written whole. Ownership, Errors, Order: nothing is kept,
+//   nothing fails, lines of one thread keep their order.
 #pragma once
 
 #include "platform/foundation/Format.h"

@@ -1,11 +1,12 @@
 // Notifications by name within one process.
 //
-// Threading: any thread. A notification is delivered synchronously on the thread that posts it. No lock is held while an
-//   observer runs, so an observer may add, remove and post.
+// Threading: any thread. A notification is delivered synchronously on the thread that posts it. No
+//   lock is held while an observer runs, so an observer may add, remove and post.
 // Ownership: the center holds observers weakly. While one is being notified it is held strongly.
 // Errors: an exception of an observer leaves the post; the observers behind it are then not called.
-// Order: observers of one notification are called in the order in which they were added. An observer that is removed, or
-//   whose destruction has begun, before its turn comes is not called; one that is added during the post is not called by it.
+// Order: observers of one notification are called in the order in which they were added. An
+//   observer that is removed, or whose destruction has begun, before its turn comes is not called;
+//   one that is added during the post is not called by it.
 #pragma once
 
 #include <functional>
@@ -46,18 +47,23 @@ class NSNotificationCenter {
   virtual ~NSNotificationCenter() = default;
 
   /// Null `name` or `object`: any.
-  virtual void addObserver_selector_name_object(NSNotificationObserver observer, const std::shared_ptr<NSString>& name,
+  virtual void addObserver_selector_name_object(NSNotificationObserver observer,
+                                                const std::shared_ptr<NSString>& name,
                                                 const std::shared_ptr<NSObject>& object) = 0;
-  /// Removes every registration of `identity` for that name and object (null: any). Safe in the observer's destructor.
-  virtual void removeObserver_name_object(const void* identity, const std::shared_ptr<NSString>& name,
+  /// Removes every registration of `identity` for that name and object (null: any). Safe in the
+  /// observer's destructor.
+  virtual void removeObserver_name_object(const void* identity,
+                                          const std::shared_ptr<NSString>& name,
                                           const std::shared_ptr<NSObject>& object) = 0;
-  virtual void postNotificationName_object(const std::shared_ptr<NSString>& name, const std::shared_ptr<NSObject>& object) = 0;
+  virtual void postNotificationName_object(const std::shared_ptr<NSString>& name,
+                                           const std::shared_ptr<NSObject>& object) = 0;
 };
 
 /// A registration that sends `method` to `observer`.
 template <class T>
-NSNotificationObserver notificationObserver(const std::shared_ptr<T>& observer, std::string_view selector,
-                                            void (T::*method)(const std::shared_ptr<NSNotification>&)) {
+NSNotificationObserver notificationObserver(
+    const std::shared_ptr<T>& observer, std::string_view selector,
+    void (T::*method)(const std::shared_ptr<NSNotification>&)) {
   T* raw = observer.get();
   return {raw, std::weak_ptr<void>(observer), selector,
           [raw, method](const std::shared_ptr<NSNotification>& note) { (raw->*method)(note); }};

@@ -10,8 +10,9 @@
 
 namespace platform {
 
-/// A boolean, a signed or unsigned 64-bit integer or a double. Equality is by numeric value across all four kinds
-/// (exact: 2^63 is not equal to the double nearest to 2^63 + 1 unless they are the same number).
+/// A boolean, a signed or unsigned 64-bit integer or a double. Equality is by numeric value across
+/// all four kinds (exact: 2^63 is not equal to the double nearest to 2^63 + 1 unless they are the
+/// same number).
 class NSNumber final : public NSObject {
  public:
   using Value = std::variant<bool, std::int64_t, std::uint64_t, double>;
@@ -33,7 +34,8 @@ class NSNumber final : public NSObject {
   using NSObject::isEqual;
   [[nodiscard]] bool isEqual(const NSObject* other) const override;
   [[nodiscard]] std::size_t hash() const override;
-  /// Booleans print as 1 and 0; doubles as the shortest text that reads back the same ("%.17g" at most).
+  /// Booleans print as 1 and 0; doubles as the shortest text that reads back the same ("%.17g" at
+  /// most).
   [[nodiscard]] std::string description() const override;
 
   explicit NSNumber(Value value) : value_(value) {}

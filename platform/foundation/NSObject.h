@@ -1,7 +1,7 @@
 // The root of the platform's object model: class identity, equality, hash and description.
 //
-// Threading: every class of this folder whose name lacks "Mutable" is immutable after creation and may be used from any
-//   thread without further care.
+// Threading: every class of this folder whose name lacks "Mutable" is immutable after creation and
+//   may be used from any thread without further care.
 // Ownership: objects live in std::shared_ptr. A null pointer is nil.
 // Errors: none.
 // Order: none.
@@ -14,7 +14,8 @@
 
 namespace platform {
 
-/// What a class is called and what it derives from. One constant object a class, compared by address.
+/// What a class is called and what it derives from. One constant object a class, compared by
+/// address.
 struct NSClass {
   std::string_view name;
   const NSClass* superclass = nullptr;
@@ -39,7 +40,9 @@ class NSObject {
 
   /// Value equality where the class has a value, identity otherwise. Null is equal to nothing.
   [[nodiscard]] virtual bool isEqual(const NSObject* other) const { return this == other; }
-  [[nodiscard]] bool isEqual(const std::shared_ptr<NSObject>& other) const { return isEqual(other.get()); }
+  [[nodiscard]] bool isEqual(const std::shared_ptr<NSObject>& other) const {
+    return isEqual(other.get());
+  }
 
   /// Equal objects have equal hashes.
   [[nodiscard]] virtual std::size_t hash() const;
@@ -47,8 +50,8 @@ class NSObject {
   /// The text that "%@" prints, UTF-8. For a plain object "<NSObject: 0x…>".
   [[nodiscard]] virtual std::string description() const;
 
-  /// The text of this object inside the description of a collection: strings are quoted there where needed, and nested
-  /// collections are indented. `indent` counts levels of four blanks.
+  /// The text of this object inside the description of a collection: strings are quoted there where
+  /// needed, and nested collections are indented. `indent` counts levels of four blanks.
   [[nodiscard]] virtual std::string descriptionWithIndent(std::size_t indent) const;
 };
 

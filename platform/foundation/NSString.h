@@ -11,7 +11,8 @@
 
 namespace platform {
 
-/// Text, held as valid UTF-8 (an embedded NUL is a character). Equality is by code units: no normalisation.
+/// Text, held as valid UTF-8 (an embedded NUL is a character). Equality is by code units: no
+/// normalisation.
 class NSString final : public NSObject {
  public:
   static const NSClass& classObject();
@@ -24,7 +25,8 @@ class NSString final : public NSObject {
   /// In UTF-16 code units.
   [[nodiscard]] std::size_t length() const;
   /// Joins with exactly one "/", as a path component.
-  [[nodiscard]] std::shared_ptr<NSString> stringByAppendingPathComponent(const std::shared_ptr<NSString>& component) const;
+  [[nodiscard]] std::shared_ptr<NSString> stringByAppendingPathComponent(
+      const std::shared_ptr<NSString>& component) const;
 
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }
   using NSObject::isEqual;

@@ -2,7 +2,8 @@
 // NSPropertyListSerialization.
 //
 // Threading: pure functions. Ownership: the caller's.
-// Errors: a PropertyListFault that says what is wrong; nothing that is read or written is lost silently.
+// Errors: a PropertyListFault that says what is wrong; nothing that is read or written is lost
+//   silently.
 // Order: dictionaries keep their order both ways.
 #pragma once
 
@@ -23,8 +24,8 @@ namespace platform {
 /// Containers within containers.
 inline constexpr std::size_t kPropertyListDepth = 512;
 inline constexpr std::size_t kPropertyListBytes = std::size_t{64} << 20;
-/// Objects, each counted as often as it is referred to: a binary list of a few hundred bytes can stand for 2^64, and whoever
-/// walks the result would walk them all.
+/// Objects, each counted as often as it is referred to: a binary list of a few hundred bytes can
+/// stand for 2^64, and whoever walks the result would walk them all.
 inline constexpr std::size_t kPropertyListObjects = std::size_t{1} << 20;
 
 /// Why something is no property list, or cannot become one; `what()` completes a sentence.
@@ -36,13 +37,15 @@ class PropertyListFault : public std::runtime_error {
 [[nodiscard]] bool isBinaryPropertyList(std::span<const std::uint8_t> bytes);
 
 /// Neither returns null.
-[[nodiscard]] std::shared_ptr<NSObject> objectFromBinaryPropertyList(std::span<const std::uint8_t> bytes);
+[[nodiscard]] std::shared_ptr<NSObject> objectFromBinaryPropertyList(
+    std::span<const std::uint8_t> bytes);
 [[nodiscard]] std::shared_ptr<NSObject> objectFromXMLPropertyList(std::string_view text);
 
 [[nodiscard]] std::string binaryPropertyList(const NSObject& root);
 [[nodiscard]] std::string XMLPropertyList(const NSObject& root);
 
-/// Throws where `text` has outgrown kPropertyListBytes: what could not be read again is not written.
+/// Throws where `text` has outgrown kPropertyListBytes: what could not be read again is not
+/// written.
 void checkPropertyListSize(const std::string& text);
 
 /// Whether a property list can hold the date: the years 0 to 9999.

@@ -1,8 +1,10 @@
-// A place that holds the provider of one part of the platform: the real one until somebody puts in another.
+// A place that holds the provider of one part of the platform: the real one until somebody puts in
+// another.
 //
-// Threading: any thread. The lock covers one load or one exchange; a provider's functions never run under it, and the
-//   provider that was replaced is destroyed after unlock.
-// Ownership: the slot and every caller in flight share the provider, so one that is replaced lives until its last call ends.
+// Threading: any thread. The lock covers one load or one exchange; a provider's functions never run
+//   under it, and the provider that was replaced is destroyed after unlock.
+// Ownership: the slot and every caller in flight share the provider, so one that is replaced lives
+//   until its last call ends.
 // Errors, Order: none.
 #pragma once
 

@@ -20,8 +20,8 @@ void appendUTF8(std::string& text, char32_t codePoint);
 [[nodiscard]] std::optional<std::string> UTF8FromUTF16BigEndian(std::string_view bytes);
 [[nodiscard]] std::string UTF16BigEndianFromUTF8(std::string_view validUTF8);
 
-/// A string as a collection's description shows it: letters and digits alone stand bare, anything else is quoted, with
-/// characters outside ASCII as \U and four hexadecimal digits a UTF-16 unit.
+/// A string as a collection's description shows it: letters and digits alone stand bare, anything
+/// else is quoted, with characters outside ASCII as \U and four hexadecimal digits a UTF-16 unit.
 [[nodiscard]] std::string quotedWhereNeeded(std::string_view validUTF8);
 
 /// Equal text has an equal hash, whatever object holds it.

@@ -1,12 +1,16 @@
 // Room for bytes behind an object, in the object's own shared allocation.
 //
 //   TrailingStorage storage{length};
-//   auto object = std::allocate_shared<T>(TrailingAllocator<T>(storage), storage);  // T's constructor sees storage.begin
+//   auto object = std::allocate_shared<T>(TrailingAllocator<T>(storage), storage);
 //
-// One block holds the reference counts, the object and the bytes: a report costs one malloc and one free.
+// T's constructor sees storage.begin.
 //
-// Threading: none of its own. Ownership: the storage lives and dies with the object's block, and is never initialised here;
-//   the TrailingStorage record itself is only read during allocate_shared. Errors: std::bad_alloc. Order: none.
+// One block holds the reference counts, the object and the bytes: a report costs one malloc and one
+// free.
+//
+// Threading: none of its own. Ownership: the storage lives and dies with the object's block, and is
+//   never initialised here; the TrailingStorage record itself is only read during allocate_shared.
+//   Errors: std::bad_alloc. Order: none.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +21,8 @@ namespace platform {
 
 struct TrailingStorage {
   std::size_t size = 0;
-  std::byte* begin = nullptr;  ///< set by the allocation; aligned for any object without extended alignment of up to 8
+  /// Set by the allocation; aligned for any object that needs an alignment of at most 8.
+  std::byte* begin = nullptr;
 };
 
 template <class T>
@@ -32,7 +37,8 @@ class TrailingAllocator {
 
   T* allocate(std::size_t count) {
     constexpr std::size_t limit = std::numeric_limits<std::ptrdiff_t>::max();
-    if (count > limit / sizeof(T) || storage_->size > limit - count * sizeof(T)) throw std::bad_alloc();
+    if (count > limit / sizeof(T) || storage_->size > limit - count * sizeof(T))
+      throw std::bad_alloc();
     auto* const block = static_cast<std::byte*>(::operator new(count * sizeof(T) + storage_->size));
     storage_->begin = block + count * sizeof(T);
     return reinterpret_cast<T*>(block);

@@ -1,7 +1,8 @@
 // One HID element's value in one report.
 //
-// Threading: immutable after creation. Ownership: as in NSObject.h; inside a delivered array all values share the array's
-//   one allocation, and a pointer to a value keeps that allocation alive. Errors, Order: none.
+// Threading: immutable after creation. Ownership: as in NSObject.h; inside a delivered array all
+//   values share the array's one allocation, and a pointer to a value keeps that allocation alive.
+//   Errors, Order: none.
 #pragma once
 
 #include <cstdint>
@@ -12,13 +13,15 @@
 
 namespace platform {
 
-/// The plain numbers of a value; `bytes` is the field as it stands in the report, little-endian, unused high bits zero.
+/// The plain numbers of a value; `bytes` is the field as it stands in the report, little-endian,
+/// unused high bits zero.
 struct HIDElementValueRecord {
   std::uint32_t reportID = 0;
   std::uint32_t usagePage = 0;
   std::uint32_t usage = 0;
-  std::uint64_t cookie = 0;         ///< 1-based index of the element over the whole descriptor
-  std::int64_t integerValue = 0;    ///< sign-extended where the logical minimum is negative; 0 for fields wider than 64 bits
+  std::uint64_t cookie = 0;  ///< 1-based index of the element over the whole descriptor
+  /// Sign-extended where the logical minimum is negative; 0 for fields wider than 64 bits.
+  std::int64_t integerValue = 0;
   std::span<const std::uint8_t> bytes;
 };
 
@@ -50,8 +53,10 @@ class KQHIDDeviceElementValue : public NSObject {
   const HIDElementValueRecord record_;
 };
 
-/// An NSMutableArray (its class is exactly that) of element values in one allocation: the values and their bytes lie in
-/// the array's own block and every pointer handed out aliases it. `records` are copied.
-[[nodiscard]] std::shared_ptr<class NSMutableArray> elementValueArray(std::span<const HIDElementValueRecord> records);
+/// An NSMutableArray (its class is exactly that) of element values in one allocation: the values
+/// and their bytes lie in the array's own block and every pointer handed out aliases it. `records`
+/// are copied.
+[[nodiscard]] std::shared_ptr<class NSMutableArray> elementValueArray(
+    std::span<const HIDElementValueRecord> records);
 
 }  // namespace platform

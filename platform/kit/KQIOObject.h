@@ -14,7 +14,8 @@ class KQIOObject final : public NSObject {
  public:
   static const NSClass& classObject();
   /// `name` may be null.
-  static std::shared_ptr<KQIOObject> objectWithRegistryEntryID_name(std::uint64_t registryEntryID, std::shared_ptr<NSString> name);
+  static std::shared_ptr<KQIOObject> objectWithRegistryEntryID_name(std::uint64_t registryEntryID,
+                                                                    std::shared_ptr<NSString> name);
 
   [[nodiscard]] std::uint64_t registryEntryID() const { return registryEntryID_; }
   [[nodiscard]] const std::shared_ptr<NSString>& name() const { return name_; }

@@ -1,7 +1,9 @@
 // Log modules: parts of a program that supply files for a diagnostic report.
 //
-// Threading: a module is asked on the thread that assembles the report; handlers may be called at once on that thread.
-// Ownership: the logger owns modules; whoever asks owns the files. Errors: handed to the handler. Order: none.
+// Threading: a module is asked on the thread that assembles the report; handlers may be called at
+//   once on that thread.
+// Ownership: the logger owns modules; whoever asks owns the files. Errors: handed to the handler.
+//   Order: none.
 #pragma once
 
 #include <functional>
@@ -36,10 +38,10 @@ class KQLogModule : public NSObject {
 
 class KQLogFile : public NSObject {
  public:
-  /// (error or null, URL or null, data or null, flag): either a file that is there or the bytes themselves. The flag says
-  /// whether the file at the URL may be removed once it has been read.
-  using ResultHandler =
-      std::function<void(std::shared_ptr<NSError>, std::shared_ptr<NSURL>, std::shared_ptr<NSData>, bool)>;
+  /// (error or null, URL or null, data or null, flag): either a file that is there or the bytes
+  /// themselves. The flag says whether the file at the URL may be removed once it has been read.
+  using ResultHandler = std::function<void(std::shared_ptr<NSError>, std::shared_ptr<NSURL>,
+                                           std::shared_ptr<NSData>, bool)>;
   using Source = std::function<void(const std::shared_ptr<KQLogFile>&, const ResultHandler&)>;
 
   static const NSClass& classObject();
@@ -48,7 +50,9 @@ class KQLogFile : public NSObject {
       std::shared_ptr<NSString> categoryName, Source source);
 
   [[nodiscard]] const std::shared_ptr<NSString>& name() const { return name_; }
-  [[nodiscard]] const std::shared_ptr<NSString>& localizedDescription() const { return localizedDescription_; }
+  [[nodiscard]] const std::shared_ptr<NSString>& localizedDescription() const {
+    return localizedDescription_;
+  }
   [[nodiscard]] const std::shared_ptr<NSString>& categoryName() const { return categoryName_; }
   [[nodiscard]] const Source& source() const { return source_; }
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }
@@ -66,7 +70,8 @@ class KQLogFile : public NSObject {
 /// A module that supplies files.
 class KQLogModuleFileProvider {
  public:
-  using FilesHandler = std::function<void(std::shared_ptr<NSError>, std::vector<std::shared_ptr<KQLogFile>>)>;
+  using FilesHandler =
+      std::function<void(std::shared_ptr<NSError>, std::vector<std::shared_ptr<KQLogFile>>)>;
   virtual void provideFilesWithCompletionHandler(const FilesHandler& handler) = 0;
 
  protected:

@@ -1,9 +1,12 @@
-// The shared logger: levelled lines with a fixed site and tags, and the modules that supply files for a diagnostic report.
+// The shared logger: levelled lines with a fixed site and tags, and the modules that supply files
+// for a diagnostic report.
 //
 // Threading: any thread. No lock is held while a sink or a module runs.
-// Ownership: the logger keeps its modules and its sink; both are shared, so one that is replaced lives until its last call.
+// Ownership: the logger keeps its modules and its sink; both are shared, so one that is replaced
+//   lives until its last call.
 // Errors: a sink must not throw; what it throws is dropped.
-// Order: lines of one thread reach the sink in order; lines of several threads in some order, each whole.
+// Order: lines of one thread reach the sink in order; lines of several threads in some order, each
+//   whole.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +22,8 @@
 
 namespace platform {
 
-/// An object that says under which tags it logs. Both methods are optional: null where not implemented.
+/// An object that says under which tags it logs. Both methods are optional: null where not
+/// implemented.
 class KQLogTagging {
  public:
   [[nodiscard]] virtual std::shared_ptr<NSArray> logTags() const { return nullptr; }
@@ -46,22 +50,24 @@ class KQLogger {
   /// Never destroyed.
   static KQLogger& sharedLogger();
 
-  /// Lines of a level below this are not wanted: 0 lets everything through. Starts as the number in the environment
-  /// variable KQ_LOG_LEVEL (not read in a set-user-ID process), 4 where there is none or it is no number.
+  /// Lines of a level below this are not wanted: 0 lets everything through. Starts as the number in
+  /// the environment variable KQ_LOG_LEVEL (not read in a set-user-ID process), 4 where there is
+  /// none or it is no number.
   static std::uint64_t logLevel();
   static void setLogLevel(std::uint64_t level);
 
-  /// Sends one line to the sink, whatever the current level: the caller has asked logLevel() before it formed anything.
+  /// Sends one line to the sink, whatever the current level: the caller has asked logLevel() before
+  /// it formed anything.
   template <class... Args>
-  void logAtLevel_function_sourcePath_sourceLine_tags_message(std::uint64_t level, std::string_view function,
-                                                              std::string_view sourcePath, int sourceLine,
-                                                              const std::shared_ptr<NSArray>& tags, std::string_view format,
-                                                              const Args&... args) {
+  void logAtLevel_function_sourcePath_sourceLine_tags_message(
+      std::uint64_t level, std::string_view function, std::string_view sourcePath, int sourceLine,
+      const std::shared_ptr<NSArray>& tags, std::string_view format, const Args&... args) {
     const std::string message = stringWithFormat(format, args...);
     send({level, function, sourcePath, sourceLine, tags, message, format});
   }
 
-  /// Replaces the sink; null puts back the default (one line on standard error). Returns the previous one.
+  /// Replaces the sink; null puts back the default (one line on standard error). Returns the
+  /// previous one.
   std::shared_ptr<KQLogSink> setSink(std::shared_ptr<KQLogSink> sink);
 
   /// Keeps `module`. False, and nothing kept, when one with the same identifier is there.

@@ -209,9 +209,9 @@ TEST(HostileBinary, ACountBeyondTheDataAllocatesNothing) {
   EXPECT_EQ(read(binaryOf({"\xDF\x13\x40" + std::string(7, '\0')})).object, nullptr);
 }
 
-TEST(HostileBinary, TwoHundredThousandKeysAreReadInTime) {
+TEST(HostileBinary, FiftyThousandKeysAreReadInTime) {
   std::vector<NSDictionary::Entry> entries;
-  for (int i = 0; i < 200'000; ++i) entries.emplace_back(str(std::to_string(i)), integer(i));
+  for (int i = 0; i < 50'000; ++i) entries.emplace_back(str(std::to_string(i)), integer(i));
   const auto object = dictionary(std::move(entries));
   EXPECT_TRUE(read(written(object, NSPropertyListFormat::Binary)).object->isEqual(object));
 }
