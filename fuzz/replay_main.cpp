@@ -1,5 +1,6 @@
-// Replays a fuzz target's corpus as an ordinary test: every file named, or every file below a directory named, is fed
-// once. Exit status 1 if there was nothing to feed, since a replay of nothing would prove nothing.
+// Replays a fuzz target's corpus as an ordinary test: every file named, or every file below a
+// directory named, is fed once. Exit status 1 if there was nothing to feed, since a replay of
+// nothing would prove nothing.
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -14,7 +15,8 @@ namespace {
 
 void replayFile(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
-  const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  const std::vector<char> bytes((std::istreambuf_iterator<char>(in)),
+                                std::istreambuf_iterator<char>());
   LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
 }
 

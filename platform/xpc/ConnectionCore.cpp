@@ -141,6 +141,7 @@ void ConnectionCore::abandon() {
   const bool nothingToDo = socket_ < 0 && pending_.empty() && backlog_.empty() && failures_.empty();
   if (!threadRuns_ && nothingToDo) {
     ended_ = true;
+    resumedEntry_.leave();
   } else {
     pokeLocked();
   }
