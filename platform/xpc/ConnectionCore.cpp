@@ -20,6 +20,15 @@ std::atomic<std::size_t> liveConnections{0};
 /// A batch larger than what a socket takes at once gains nothing by waiting.
 constexpr std::size_t kBatchFlushSize = std::size_t{256} << 10;
 
+constexpr const char* kDropsBegin = "the peer does not read; messages are being dropped";
+
+/// The batches that this thread has open, the last one first; one a connection at most.
+thread_local SendBatch* innermostBatch = nullptr;
+
+std::shared_ptr<NSError> droppedError() {
+  return connectionError(true, ENOBUFS, "the peer does not read; the message was dropped");
+}
+
 std::string nameOf(const SharedTable& table) {
   return table ? std::string(table->protocol().name) : std::string();
 }
@@ -119,6 +128,7 @@ void ConnectionCore::resume() {
 }
 
 void ConnectionCore::invalidate() {
+  if (SendBatch* const batch = openBatch()) commit(*batch);
   Released released;
   const std::lock_guard lock(mutex_);
   if (invalidated_ || abandoned_ || reported_) return;
@@ -138,6 +148,7 @@ void ConnectionCore::abandon() {
   invalidation.swap(invalidationHandler_);
   stopDelivering_.store(true, std::memory_order_relaxed);
   flushLocked(released);
+  if (socket_ >= 0) ::shutdown(socket_, SHUT_RD);
   const bool nothingToDo = socket_ < 0 && pending_.empty() && backlog_.empty() && failures_.empty();
   if (!threadRuns_ && nothingToDo) {
     ended_ = true;
@@ -159,6 +170,7 @@ void ConnectionCore::endStreamLocallyLocked(Released& released) {
   backlog_.append(farewell.bytes(), false, nullptr);
   farewellSent_ = true;
   flushLocked(released);
+  ::shutdown(socket_, SHUT_RD);  // wakes the queue wherever it waits
 }
 
 void ConnectionCore::openStreamLocked() {
@@ -175,6 +187,10 @@ void ConnectionCore::openStreamLocked() {
 void ConnectionCore::send(const SharedTable& remote, std::size_t method, const XPCValues& arguments,
                           XPCReplyHandler reply, const SharedErrorHandler& errorHandler) {
   const bool request = remote->methods()[method].hasReply;
+  if (SendBatch* const batch = openBatch()) {
+    if (!request) return sendInBatch(*batch, method, arguments, errorHandler);
+    commit(*batch);
+  }
   const std::uint64_t id = request ? nextRequest_.fetch_add(1, std::memory_order_relaxed) : 0;
   WireWriter frame;
   try {
@@ -183,13 +199,9 @@ void ConnectionCore::send(const SharedTable& remote, std::size_t method, const X
     encodeValues(frame, arguments);
     frame.finishFrame();
   } catch (const EncodingError& error) {
-    NSLogString("a message was not sent: " + std::string(error.what()));
-    const std::lock_guard lock(mutex_);
-    return failLocked(
-        {std::move(reply), errorHandler, connectionError(true, error.code(), error.what())});
+    return failUnencodable(error, std::move(reply), errorHandler);
   }
   bool dropsBegin = false;
-  Released released;
   {
     const std::lock_guard lock(mutex_);
     if (isOverLocked()) {
@@ -198,14 +210,112 @@ void ConnectionCore::send(const SharedTable& remote, std::size_t method, const X
     }
     if (fitsLocked(frame.size())) {
       if (request) pending_.emplace(id, Pending{remote, method, std::move(reply), errorHandler});
-      return enqueueLocked(frame.bytes(), !request, errorHandler, released);
+      return enqueueLocked(frame.bytes(), !request, errorHandler);
     }
     dropsBegin = noteDropLocked();
-    failLocked({std::move(reply), errorHandler,
-                connectionError(true, ENOBUFS, "the peer does not read; the message was dropped")});
+    failLocked({std::move(reply), errorHandler, droppedError()});
   }
-  if (dropsBegin) log("the peer does not read; messages are being dropped");
+  if (dropsBegin) log(kDropsBegin);
 }
+
+void ConnectionCore::failUnencodable(const EncodingError& error, XPCReplyHandler reply,
+                                     const SharedErrorHandler& errorHandler) {
+  NSLogString("a message was not sent: " + std::string(error.what()));
+  const std::lock_guard lock(mutex_);
+  failLocked({std::move(reply), errorHandler, connectionError(true, error.code(), error.what())});
+}
+
+// -------------------------------------------------------------------------------------------------
+// Batches
+
+std::unique_ptr<SendBatch> ConnectionCore::beginBatch() {
+  if (openBatch() != nullptr) return nullptr;
+  std::unique_ptr<SendBatch> batch;
+  {
+    const std::lock_guard lock(mutex_);
+    batch = std::move(spareBatch_);
+  }
+  if (!batch) batch = std::make_unique<SendBatch>();
+  batch->core = this;
+  batch->outer = std::exchange(innermostBatch, batch.get());
+  return batch;
+}
+
+void ConnectionCore::endBatch(std::unique_ptr<SendBatch> batch) {
+  if (!batch) return;
+  innermostBatch = batch->outer;
+  const bool keep = batch->frames.size() <= SendBatch::kKeptSize;
+  commit(*batch);
+  if (!keep) return;
+  const std::lock_guard lock(mutex_);
+  spareBatch_.swap(batch);
+}
+
+SendBatch* ConnectionCore::openBatch() const {
+  SendBatch* batch = innermostBatch;
+  while (batch != nullptr && batch->core != this) batch = batch->outer;
+  return batch;
+}
+
+void ConnectionCore::sendInBatch(SendBatch& batch, std::size_t method, const XPCValues& arguments,
+                                 const SharedErrorHandler& errorHandler) {
+  const std::size_t before = batch.frames.size();
+  try {
+    batch.frames.beginFrame(FrameKind::Message, method);
+    encodeValues(batch.frames, arguments);
+    batch.frames.finishFrame();
+  } catch (const EncodingError& error) {
+    batch.frames.truncate(before);
+    return failUnencodable(error, {}, errorHandler);
+  } catch (...) {
+    batch.frames.truncate(before);
+    throw;
+  }
+  batch.messages.push_back({batch.frames.size(), errorHandler});
+  if (batch.frames.size() >= kBatchFlushSize) commit(batch);
+}
+
+void ConnectionCore::commit(SendBatch& batch) {
+  if (batch.messages.empty()) return;
+  bool dropsBegin = false;
+  {
+    const std::lock_guard lock(mutex_);
+    const std::uint64_t droppedBefore = dropped_;
+    const bool wasDropping = dropping_;
+    enqueueBatchLocked(batch);
+    dropsBegin = dropped_ != droppedBefore && !wasDropping;
+  }
+  batch.clear();
+  if (dropsBegin) log(kDropsBegin);
+}
+
+void ConnectionCore::enqueueBatchLocked(SendBatch& batch) {
+  const auto bytes = batch.frames.bytes();
+  const bool over = isOverLocked();
+  std::size_t written = 0;
+  if (!over && streamOpen_ && backlog_.empty() && !writeBroken_) {
+    written = static_cast<std::size_t>(writeLocked(bytes));
+    if (written == bytes.size()) return;
+  }
+  std::size_t start = 0;
+  for (auto& message : batch.messages) {
+    const std::size_t from = std::max(start, written);
+    start = message.end;
+    if (message.end <= written) continue;
+    if (over) {
+      failLocked({{}, message.errorHandler, makeError(NSXPCConnectionInvalid, "is invalid")});
+    } else if (fitsLocked(message.end - from)) {
+      backlog_.append(bytes.subspan(from, message.end - from), true, message.errorHandler);
+    } else {
+      static_cast<void>(noteDropLocked());
+      failLocked({{}, message.errorHandler, droppedError()});
+    }
+  }
+  if (resumed_ && !backlog_.empty()) pokeLocked();
+}
+
+// -------------------------------------------------------------------------------------------------
+// Answers and the socket
 
 void ConnectionCore::answer(std::uint64_t stream, std::uint64_t id,
                             const std::vector<ArgumentRule>& rules, const XPCValues* values) {
@@ -226,7 +336,7 @@ void ConnectionCore::answer(std::uint64_t stream, std::uint64_t id,
   Released released;
   const std::lock_guard lock(mutex_);
   if (stream != stream_ || !streamOpen_ || isOverLocked() || replyOverflow_) return;
-  if (fitsLocked(frame.size())) return enqueueLocked(frame.bytes(), false, nullptr, released);
+  if (fitsLocked(frame.size())) return enqueueLocked(frame.bytes(), false, nullptr);
   static_cast<void>(noteDropLocked());
   replyOverflow_ = true;
   pokeLocked();
@@ -238,17 +348,15 @@ bool ConnectionCore::noteDropLocked() {
 }
 
 void ConnectionCore::enqueueLocked(std::span<const std::uint8_t> frame, bool oneWay,
-                                   const SharedErrorHandler& errorHandler, Released& released) {
-  if (streamOpen_ && backlog_.empty() && batchDepth_ == 0 && !writeBroken_) {
-    const std::ptrdiff_t written = writeLocked(frame);
-    if (written == static_cast<std::ptrdiff_t>(frame.size())) return;
-    backlog_.append(frame.subspan(static_cast<std::size_t>(written)), oneWay, errorHandler);
-    return pokeLocked();
-  }
+                                   const SharedErrorHandler& errorHandler) {
+  std::size_t written = 0;
   const bool first = backlog_.empty();
-  backlog_.append(frame, oneWay, errorHandler);
-  if (batchDepth_ > 0 && backlog_.size() >= kBatchFlushSize) flushLocked(released);
-  if (batchDepth_ == 0 && first && resumed_) pokeLocked();
+  if (streamOpen_ && first && !writeBroken_) {
+    written = static_cast<std::size_t>(writeLocked(frame));
+    if (written == frame.size()) return;
+  }
+  backlog_.append(frame.subspan(written), oneWay, errorHandler);
+  if (first && resumed_) pokeLocked();
 }
 
 /// How many bytes the socket took.
@@ -271,19 +379,6 @@ void ConnectionCore::flushLocked(Released& released) {
   }
   if (backlog_.empty()) dropping_ = false;
   if (unsentWaiters_ > 0) unsentChanged_.notify_all();
-}
-
-void ConnectionCore::beginBatch() {
-  const std::lock_guard lock(mutex_);
-  ++batchDepth_;
-}
-
-void ConnectionCore::endBatch() {
-  Released released;
-  const std::lock_guard lock(mutex_);
-  if (--batchDepth_ > 0) return;
-  flushLocked(released);
-  if (!backlog_.empty() && resumed_) pokeLocked();
 }
 
 std::size_t ConnectionCore::unsentBytes() const {
