@@ -29,6 +29,7 @@
 #include "platform/xpc/PeerIdentity.h"
 #include "platform/xpc/ReceiveBuffer.h"
 #include "platform/xpc/SendBacklog.h"
+#include "platform/xpc/SendBatch.h"
 #include "platform/xpc/StaleReports.h"
 #include "platform/xpc/Wire.h"
 
@@ -65,8 +66,10 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void answer(std::uint64_t stream, std::uint64_t id, const std::vector<ArgumentRule>& rules,
               const XPCValues* values);
 
-  void beginBatch();
-  void endBatch();
+  /// What this thread sends until endBatch goes out together. Null when the thread's batch is open
+  /// already.
+  std::unique_ptr<SendBatch> beginBatch();
+  void endBatch(std::unique_ptr<SendBatch> batch);
   [[nodiscard]] std::size_t unsentBytes() const;
   bool waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit);
   [[nodiscard]] std::uint64_t messagesDropped() const;
@@ -99,7 +102,15 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   // Any thread. "Locked" in a name: the caller holds mutex_.
   void replaceHandler(SharedHandler& slot, std::function<void()> handler);
   void enqueueLocked(std::span<const std::uint8_t> frame, bool oneWay,
-                     const SharedErrorHandler& errorHandler, Released& released);
+                     const SharedErrorHandler& errorHandler);
+  void sendInBatch(SendBatch& batch, std::size_t method, const XPCValues& arguments,
+                   const SharedErrorHandler& errorHandler);
+  /// The batch that this thread has open on this connection, or null.
+  [[nodiscard]] SendBatch* openBatch() const;
+  void commit(SendBatch& batch);
+  void enqueueBatchLocked(SendBatch& batch);
+  void failUnencodable(const EncodingError& error, XPCReplyHandler reply,
+                       const SharedErrorHandler& errorHandler);
   void flushLocked(Released& released);
   std::ptrdiff_t writeLocked(std::span<const std::uint8_t> bytes);
   void openStreamLocked();
@@ -124,6 +135,8 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void serve();
   void deliverOrBreach();
   bool readOnce();
+  [[nodiscard]] bool hasBacklog() const;
+  void letReadsWait();
   void flush();
   [[nodiscard]] bool wait(int timeoutMilliseconds, bool withSocket);
   void drainWake();
@@ -136,7 +149,6 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void finishLocally();
   void connectToFlush();
   void linger();
-  void discardInput();
   void closeSocket();
   [[nodiscard]] std::shared_ptr<NSError> makeError(std::int64_t code, const char* what) const;
   void log(const std::string& text) const;
@@ -184,8 +196,8 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   bool replyOverflow_ = false;  ///< the peer asks but does not read the answers
   bool dropping_ = false;
   std::uint64_t stream_ = 0;
-  std::size_t batchDepth_ = 0;
   SendBacklog backlog_;
+  std::unique_ptr<SendBatch> spareBatch_;
   std::map<std::uint64_t, Pending> pending_;
   std::vector<Failure> failures_;
   PeerIdentity peer_;
@@ -200,6 +212,8 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   ReceiveBuffer buffer_;
   std::size_t frontFrameSize_ = 0;
   bool helloSeen_ = false;
+  bool readsMayWait_ = false;
+  bool expectsMore_ = false;  ///< the last read brought something
   StreamEnd streamEnd_ = StreamEnd::No;
   XPCValues values_;
   SharedTable exported_;

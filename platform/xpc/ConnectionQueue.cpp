@@ -1,6 +1,8 @@
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
@@ -18,6 +20,7 @@ namespace {
 constexpr std::chrono::seconds kLongestLinger{2};
 constexpr int kTrimAfterMilliseconds = 1000;
 constexpr int kForever = -1;
+constexpr suseconds_t kReadWaitMicroseconds = 1000;
 
 int millisecondsUntil(std::chrono::steady_clock::time_point deadline) {
   const auto left =
@@ -96,7 +99,7 @@ bool ConnectionCore::wait(int timeoutMilliseconds, bool withSocket) {
   if (withSocket) {
     const std::lock_guard lock(mutex_);
     watched[1].fd = socket_;
-    if (!backlog_.empty() && !writeBroken_ && batchDepth_ == 0) watched[1].events |= POLLOUT;
+    if (!backlog_.empty() && !writeBroken_) watched[1].events |= POLLOUT;
   }
   if (::poll(watched.data(), watched.size(), timeoutMilliseconds) == 0) return false;
   if (watched[0].revents != 0) drainWake();
@@ -112,7 +115,7 @@ void ConnectionCore::drainWake() {
 void ConnectionCore::flush() {
   Released released;
   const std::lock_guard lock(mutex_);
-  if (batchDepth_ == 0) flushLocked(released);
+  flushLocked(released);
 }
 
 // -------------------------------------------------------------------------------------------------------------------
@@ -151,6 +154,7 @@ void ConnectionCore::serve() {
     const std::lock_guard lock(mutex_);
     if (replyOverflow_) streamEnd_ = StreamEnd::Breach;
   }
+  if (!readsMayWait_) letReadsWait();
   if (streamEnd_ == StreamEnd::Breach) log("breach: the peer asks but does not read the answers");
   while (streamEnd_ == StreamEnd::No) {
     if (readOnce()) {
@@ -173,13 +177,16 @@ void ConnectionCore::deliverOrBreach() {
   }
 }
 
-/// Whether there is something new in the buffer. Reading comes before waiting: a busy connection
-/// never asks twice.
+/// Whether there is something new in the buffer. Where one message came, the next is near: then the
+/// read itself waits for it, for a moment, which spares a busy connection the poll. A local end
+/// wakes it at once; anything else that wants the thread waits for that moment.
 bool ConnectionCore::readOnce() {
+  const bool waits = std::exchange(expectsMore_, false) && readsMayWait_ && !hasBacklog();
   const auto room = buffer_.room(frontFrameSize_);
-  const ssize_t count = ::recv(socket_, room.data(), room.size(), MSG_DONTWAIT);
+  const ssize_t count = ::recv(socket_, room.data(), room.size(), waits ? 0 : MSG_DONTWAIT);
   if (count > 0) {
     buffer_.filled(static_cast<std::size_t>(count));
+    expectsMore_ = true;
     return true;
   }
   if (count < 0 && errno == EINTR) return false;
@@ -190,6 +197,21 @@ bool ConnectionCore::readOnce() {
   }
   streamEnd_ = StreamEnd::Lost;
   return false;
+}
+
+bool ConnectionCore::hasBacklog() const {
+  const std::lock_guard lock(mutex_);
+  return !backlog_.empty() || !failures_.empty();
+}
+
+/// The moment for which a read may wait. The socket blocks for reading only; writing says each time
+/// that it must not.
+void ConnectionCore::letReadsWait() {
+  const int flags = ::fcntl(socket_, F_GETFL);
+  const timeval moment{0, kReadWaitMicroseconds};
+  if (flags < 0 || ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &moment, sizeof moment) != 0)
+    return;
+  readsMayWait_ = ::fcntl(socket_, F_SETFL, flags & ~O_NONBLOCK) == 0;
 }
 
 void ConnectionCore::closeSocket() {
@@ -207,6 +229,7 @@ void ConnectionCore::closeSocket() {
   if (process >= 0) ::close(process);
   buffer_.clear();
   frontFrameSize_ = 0;
+  readsMayWait_ = false;
 }
 
 // -------------------------------------------------------------------------------------------------------------------
@@ -345,9 +368,8 @@ void ConnectionCore::linger() {
       if (over) lost = backlog_.takeAll();
       if (over || backlog_.empty()) break;
     }
-    pollfd watched{socket_, POLLIN | POLLOUT, 0};
-    if (::poll(&watched, 1, millisecondsUntil(deadline)) > 0 && (watched.revents & POLLIN) != 0)
-      discardInput();
+    pollfd watched{socket_, POLLOUT, 0};
+    ::poll(&watched, 1, millisecondsUntil(deadline));
   }
   if (!lost.empty()) {
     const std::lock_guard lock(mutex_);
@@ -358,16 +380,6 @@ void ConnectionCore::linger() {
   if (!lost.empty() && !peerEnded)
     log(std::to_string(lost.size()) + " messages sent before the end were not taken by the peer");
   ::shutdown(socket_, SHUT_WR);
-}
-
-/// A peer that writes before it reads must not keep us from handing over what it shall read.
-void ConnectionCore::discardInput() {
-  const auto room = buffer_.room(0);
-  const ssize_t count = ::recv(socket_, room.data(), room.size(), MSG_DONTWAIT);
-  if (count > 0) return;
-  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  const std::lock_guard lock(mutex_);
-  writeBroken_ = true;
 }
 
 bool ConnectionCore::waitOnQueueThread(std::size_t bytes, Clock::time_point deadline) {

@@ -49,7 +49,7 @@ void encodeValues(WireWriter& writer, const XPCValues& values) {
       encodeObject(writer, *std::get_if<std::shared_ptr<NSObject>>(&value), budget);
     }
   }
-  if (writer.size() > kMaxFrameSize)
+  if (writer.frameSize() > kMaxFrameSize)
     throw EncodingError(EMSGSIZE, "a message is larger than 16 MiB");
 }
 

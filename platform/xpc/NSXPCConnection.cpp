@@ -29,13 +29,14 @@ SharedTable tableOf(std::shared_ptr<NSXPCInterface> interface) {
 
 class Batch {
  public:
-  explicit Batch(ConnectionCore& core) : core_(core) { core_.beginBatch(); }
+  explicit Batch(ConnectionCore& core) : core_(core), batch_(core.beginBatch()) {}
   Batch(const Batch&) = delete;
   Batch& operator=(const Batch&) = delete;
-  ~Batch() { core_.endBatch(); }
+  ~Batch() { core_.endBatch(std::move(batch_)); }
 
  private:
   ConnectionCore& core_;
+  std::unique_ptr<SendBatch> batch_;
 };
 
 class SocketXPCProvider final : public XPCProvider {

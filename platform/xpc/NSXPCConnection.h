@@ -105,8 +105,8 @@ class NSXPCConnection {
   /// Messages that were sent here and thrown away, since the connection was made: the backlog had
   /// reached kXPCUnsentLimit, or the stream ended before they were written.
   [[nodiscard]] virtual std::uint64_t messagesDropped() const { return 0; }
-  /// Everything sent on this connection while `body` runs (in the caller's thread, at once) goes
-  /// out in one write.
+  /// What the calling thread sends on this connection while `body` runs (in that thread, at once)
+  /// goes out together, in one write where the socket takes it.
   virtual void sendBatch(const std::function<void()>& body) { body(); }
 
  protected:

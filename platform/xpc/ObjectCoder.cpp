@@ -223,7 +223,7 @@ class Encoder {
     budget_.objects -= objects;
   }
   void checkSize() const {
-    if (writer_.size() > kMaxFrameSize) throwTooLarge();
+    if (writer_.frameSize() > kMaxFrameSize) throwTooLarge();
   }
   [[noreturn]] static void throwTooLarge() {
     throw EncodingError(EMSGSIZE, "a message is larger than 16 MiB");

@@ -80,16 +80,23 @@ class WireWriter {
     block({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
   }
 
-  /// Opens a frame; finishFrame() puts its length in. One frame a writer.
+  /// Of the frame that was opened last, header included.
+  [[nodiscard]] std::size_t frameSize() const { return size_ - frameStart_; }
+  /// Forgets what lies behind the first `size` bytes.
+  void truncate(std::size_t size) { size_ = size; }
+
+  /// Opens a frame behind whatever there is; finishFrame() puts its length in.
   void beginFrame(FrameKind kind, std::size_t method) {
+    frameStart_ = size_;
     u32(0);
     u8(static_cast<std::uint8_t>(kind));
     u8(0);
     u16(static_cast<std::uint16_t>(method));
   }
   void finishFrame() {
-    const auto length = static_cast<std::uint32_t>(size_ - kFrameHeaderSize);
-    for (std::size_t i = 0; i < 4; ++i) data_[i] = static_cast<std::uint8_t>(length >> (8 * i));
+    const auto length = static_cast<std::uint32_t>(frameSize() - kFrameHeaderSize);
+    for (std::size_t i = 0; i < 4; ++i)
+      data_[frameStart_ + i] = static_cast<std::uint8_t>(length >> (8 * i));
   }
 
  private:
@@ -118,6 +125,7 @@ class WireWriter {
   std::unique_ptr<std::uint8_t[]> heap_;
   std::uint8_t* data_ = inline_.data();
   std::size_t size_ = 0;
+  std::size_t frameStart_ = 0;
   std::size_t capacity_ = inline_.size();
 };
 

@@ -82,6 +82,11 @@ struct XPCProtocol {
   /// A proxy: points to the protocol's own C++ class.
   std::shared_ptr<void> (*makeProxy)(std::shared_ptr<XPCMessageSink> sink) = nullptr;
 
+  /// As invoke, but takes the objects out of `arguments` instead of sharing them: two atomic counts
+  /// fewer for each. May be null.
+  void (*invokeTaking)(void* object, std::size_t method, XPCValues& arguments,
+                       const XPCReplySender& reply) = nullptr;
+
   /// The index of a selector; throws std::invalid_argument when the protocol has none such.
   [[nodiscard]] std::size_t indexOfSelector(std::string_view selector) const;
 };

@@ -54,15 +54,22 @@ XPCArgument describeArgument() {
   }
 }
 
-/// The value as a `T`; zero or null when it is something else.
-template <Travels T>
-T take(const XPCValue& value) {
+/// Asks the class object first and walks upwards only for a subclass.
+inline bool isOfClass(const NSObject& object, const NSClass& wanted) {
+  const NSClass& c = object.isa();
+  return &c == &wanted || c.isSubclassOfClass(wanted);
+}
+
+/// The value as a `T`; zero or null when it is something else. An object leaves a value that is not
+/// const.
+template <Travels T, class Value>
+T take(Value& value) {
   if constexpr (ObjectPointer<T>::value) {
-    const auto* object = std::get_if<std::shared_ptr<NSObject>>(&value);
+    auto* const object = std::get_if<std::shared_ptr<NSObject>>(&value);
     using Class = typename ObjectPointer<T>::Class;
-    if (object == nullptr || *object == nullptr || !(*object)->isKindOfClass(Class::classObject()))
+    if (object == nullptr || *object == nullptr || !isOfClass(**object, Class::classObject()))
       return nullptr;
-    return std::static_pointer_cast<Class>(*object);
+    return std::static_pointer_cast<Class>(std::move(*object));
   } else {
     const auto* number = std::get_if<T>(&value);
     return number == nullptr ? T{} : *number;
@@ -82,8 +89,8 @@ struct Types {
     return values;
   }
 
-  template <class Callable>
-  static void call(Callable&& callable, const XPCValues& values) {
+  template <class Callable, class Values>
+  static void call(Callable&& callable, Values& values) {
     [&]<std::size_t... I>(std::index_sequence<I...>) {
       callable(take<T>(values.values[I])...);
     }
@@ -140,8 +147,8 @@ template <auto Method>
 using ReplyTypes = typename ReplyValues<typename TraitsOf<Method>::Reply>::Type;
 
 /// Calls one method with the values that arrived.
-template <auto Method>
-void invokeMethod(void* object, const XPCValues& values, const XPCReplySender& reply) {
+template <auto Method, class Values>
+void invokeMethod(void* object, Values& values, const XPCReplySender& reply) {
   using Traits = TraitsOf<Method>;
   auto& target = *static_cast<typename Traits::Class*>(object);
   Traits::Arguments::call(
@@ -198,10 +205,12 @@ struct XPCMethodList {
                       xpc_detail::replyArgumentsOf<Methods>()}...};
   }
 
-  static void invoke(void* object, std::size_t method, const XPCValues& arguments,
+  template <class Values>
+  static void invoke(void* object, std::size_t method, Values& arguments,
                      const XPCReplySender& reply) {
-    using Invoker = void (*)(void*, const XPCValues&, const XPCReplySender&);
-    static constexpr std::array<Invoker, count> invokers = {&xpc_detail::invokeMethod<Methods>...};
+    using Invoker = void (*)(void*, Values&, const XPCReplySender&);
+    static constexpr std::array<Invoker, count> invokers = {
+        &xpc_detail::invokeMethod<Methods, Values>...};
     if (method < count) invokers[method](object, arguments, reply);
   }
 };
@@ -245,11 +254,12 @@ const XPCProtocol& xpcProtocol(std::string_view name,
                                const std::array<std::string_view, Methods::count>& selectors) {
   static const auto methods = Methods::describe(selectors);
   static const XPCProtocol protocol{
-      name, methods, &Methods::invoke,
+      name, methods, &Methods::template invoke<const XPCValues>,
       [](std::shared_ptr<XPCMessageSink> sink) -> std::shared_ptr<void> {
         std::shared_ptr<typename Methods::Class> proxy = std::make_shared<Proxy>(std::move(sink));
         return proxy;
-      }};
+      },
+      &Methods::template invoke<XPCValues>};
   return protocol;
 }
 
