@@ -8,7 +8,10 @@
 #include <exception>
 #include <mutex>
 
+#include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/StandardError.h"
+#include "platform/kit/KQHIDDeviceElementValue.h"
+#include "platform/kit/RecentLogLines.h"
 
 namespace platform {
 namespace {
@@ -34,12 +37,53 @@ std::shared_ptr<KQLogSink> standardErrorSink() {
       [](const KQLogEntry& entry) { writeLineToStandardError(renderLogEntry(entry)); });
 }
 
+/// How deep a collection is looked through for input; anything deeper counts as input.
+constexpr int kMaximumNesting = 8;
+
+bool showsInput(const NSObject* object, int nesting);
+
+bool anyShowsInput(const NSArray& array, int nesting) {
+  for (std::size_t i = 0; i < array.count(); ++i) {
+    if (showsInput(array.objectAtIndex(i).get(), nesting)) return true;
+  }
+  return false;
+}
+
+bool anyShowsInput(const NSDictionary& dictionary, int nesting) {
+  return std::ranges::any_of(dictionary.entries(), [&](const NSDictionary::Entry& entry) {
+    return showsInput(entry.first.get(), nesting) || showsInput(entry.second.get(), nesting);
+  });
+}
+
+/// Whether an object's description can show what a device sent.
+bool showsInput(const NSObject* object, int nesting) {
+  if (object == nullptr) return false;
+  if (nesting > kMaximumNesting) return true;
+  if (const auto* array = dynamic_cast<const NSArray*>(object))
+    return anyShowsInput(*array, nesting + 1);
+  if (const auto* dictionary = dynamic_cast<const NSDictionary*>(object))
+    return anyShowsInput(*dictionary, nesting + 1);
+  if (const auto* error = dynamic_cast<const NSError*>(object))
+    return showsInput(error->userInfo().get(), nesting + 1);
+  return dynamic_cast<const NSData*>(object) != nullptr ||
+         dynamic_cast<const KQHIDDeviceElementValue*>(object) != nullptr;
+}
+
+bool showsInput(std::span<const FormatArgument> arguments) {
+  return std::ranges::any_of(arguments, [](const FormatArgument& argument) {
+    const auto* object = std::get_if<std::shared_ptr<NSObject>>(&argument);
+    return object != nullptr && showsInput(object->get(), 0);
+  });
+}
+
 }  // namespace
 
 struct KQLogger::State {
   mutable std::mutex mutex;
   std::shared_ptr<KQLogSink> sink = standardErrorSink();
-  std::vector<std::shared_ptr<KQLogModule>> modules;
+  std::shared_ptr<RecentLogLines> recentLines = std::make_shared<RecentLogLines>();
+  std::vector<std::shared_ptr<KQLogModule>> modules{
+      std::make_shared<RecentLogLinesModule>(recentLines)};
 };
 
 KQLogger::KQLogger() : state_(std::make_unique<State>()) {}
@@ -54,6 +98,18 @@ std::uint64_t KQLogger::logLevel() {
 }
 void KQLogger::setLogLevel(std::uint64_t level) {
   currentLevel().store(level, std::memory_order_relaxed);
+}
+
+RecentLogLines& KQLogger::recentLines() {
+  return *state_->recentLines;
+}
+
+void KQLogger::formatAndSend(KQLogEntry entry, std::span<const FormatArgument> arguments) {
+  const std::string message = renderFormat(entry.format, arguments);
+  entry.message = message;
+  entry.showsInput = showsInput(arguments);
+  state_->recentLines->add(entry);
+  send(entry);
 }
 
 void KQLogger::send(const KQLogEntry& entry) {

@@ -1,5 +1,5 @@
-// The shared logger: levelled lines with a fixed site and tags, and the modules that supply files
-// for a diagnostic report.
+// The shared logger: levelled lines with a fixed site and tags, the last of which it remembers, and
+// the modules that supply files for a diagnostic report.
 //
 // Threading: any thread. No lock is held while a sink or a module runs.
 // Ownership: the logger keeps its modules and its sink; both are shared, so one that is replaced
@@ -9,9 +9,11 @@
 //   whole.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,9 +43,12 @@ struct KQLogEntry {
   std::shared_ptr<NSArray> tags;  ///< null: none
   std::string_view message;       ///< rendered
   std::string_view format;        ///< as written at the site
+  bool showsInput = false;        ///< data or element values are among the arguments
 };
 
 using KQLogSink = std::function<void(const KQLogEntry&)>;
+
+class RecentLogLines;
 
 class KQLogger {
  public:
@@ -62,13 +67,23 @@ class KQLogger {
   void logAtLevel_function_sourcePath_sourceLine_tags_message(
       std::uint64_t level, std::string_view function, std::string_view sourcePath, int sourceLine,
       const std::shared_ptr<NSArray>& tags, std::string_view format, const Args&... args) {
-    const std::string message = stringWithFormat(format, args...);
-    send({level, function, sourcePath, sourceLine, tags, message, format});
+    const std::array<FormatArgument, sizeof...(Args)> arguments{formatArgument(args)...};
+    formatAndSend({.level = level,
+                   .function = function,
+                   .sourcePath = sourcePath,
+                   .sourceLine = sourceLine,
+                   .tags = tags,
+                   .message = {},
+                   .format = format},
+                  arguments);
   }
 
   /// Replaces the sink; null puts back the default (one line on standard error). Returns the
   /// previous one.
   std::shared_ptr<KQLogSink> setSink(std::shared_ptr<KQLogSink> sink);
+
+  /// What was sent last, whatever the sink made of it.
+  [[nodiscard]] RecentLogLines& recentLines();
 
   /// Keeps `module`. False, and nothing kept, when one with the same identifier is there.
   bool addModule(std::shared_ptr<KQLogModule> module);
@@ -76,6 +91,7 @@ class KQLogger {
 
  private:
   KQLogger();
+  void formatAndSend(KQLogEntry entry, std::span<const FormatArgument> arguments);
   void send(const KQLogEntry& entry);
   struct State;
   const std::unique_ptr<State> state_;

@@ -1,0 +1,69 @@
+// The last lines of the shared logger, kept for a diagnostic report.
+//
+// Only what was sent to the logger is kept: a line below the log level was never formed and costs
+// nothing here either. Input of devices is not kept unless somebody asks for it: of a line that
+// shows data or element values, the format stands in place of the message.
+//
+// Threading: any thread. Nobody else's code runs under the lock.
+// Ownership: lines are values.
+// Errors: a line for which there is no memory is lost, and counted.
+// Order: oldest first. Lines of one thread keep their order.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/kit/KQLogModule.h"
+#include "platform/kit/KQLogger.h"
+
+namespace platform {
+
+class RecentLogLines {
+ public:
+  static constexpr std::size_t kMaximumLines = 1000;
+  static constexpr std::size_t kMaximumBytes = std::size_t{256} * 1024;
+  /// A longer line is cut, so that one line cannot push out all others.
+  static constexpr std::size_t kMaximumLineBytes = std::size_t{4} * 1024;
+
+  struct Contents {
+    std::vector<std::string> lines;  ///< without line feeds
+    std::uint64_t dropped = 0;       ///< how many older ones there were
+  };
+
+  /// "2026-11-21T07:13:42.123456Z <level> function:line [tags] message", control characters and
+  /// bytes that are not UTF-8 as "\xNN".
+  void add(const KQLogEntry& entry) noexcept;
+  [[nodiscard]] Contents contents() const;
+  /// Whether lines that show a device's input are kept whole from now on. False at first.
+  void setKeepsInput(bool keeps) { keepsInput_.store(keeps, std::memory_order_relaxed); }
+
+ private:
+  void keep(std::string line);
+
+  std::atomic<bool> keepsInput_ = false;
+  mutable std::mutex mutex_;
+  std::deque<std::string> lines_;
+  std::size_t bytes_ = 0;
+  std::uint64_t dropped_ = 0;
+};
+
+/// Identifier and file name of the module below.
+inline constexpr std::string_view kRecentLogLinesIdentifier = "KQRecentLogLines";
+inline constexpr std::string_view kRecentLogLinesFile = "recent.log";
+
+/// Offers the lines as one text file. The shared logger has one from the start.
+class RecentLogLinesModule final : public KQLogModule, public KQLogModuleFileProvider {
+ public:
+  explicit RecentLogLinesModule(std::shared_ptr<const RecentLogLines> lines);
+  void provideFilesWithCompletionHandler(const FilesHandler& handler) override;
+
+ private:
+  const std::shared_ptr<const RecentLogLines> lines_;
+};
+
+}  // namespace platform

@@ -1,0 +1,201 @@
+#include "platform/kit/RecentLogLines.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "platform/kit/KQHIDDeviceElementValue.h"
+
+namespace platform {
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
+
+KQLogEntry entry(std::string_view message) {
+  return {.level = 3,
+          .function = "-[Thing go:]",
+          .sourcePath = "Thing",
+          .sourceLine = 42,
+          .tags = nullptr,
+          .message = message,
+          .format = "%@"};
+}
+
+std::shared_ptr<NSData> bytes(std::string_view text) {
+  return NSData::dataWithBytes({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+}
+
+TEST(RecentLogLines, KeepTimeSiteAndMessage) {
+  RecentLogLines lines;
+  lines.add(entry("first"));
+  lines.add(entry("second"));
+  const auto contents = lines.contents();
+  ASSERT_EQ(contents.lines.size(), 2U);
+  EXPECT_EQ(contents.dropped, 0U);
+  EXPECT_THAT(contents.lines[0],
+              MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6}Z "
+                           "<3> -\\[Thing go:\\]:42 first"));
+  EXPECT_THAT(contents.lines[1], EndsWith(" second"));
+}
+
+TEST(RecentLogLines, DropTheOldestPastTheirNumberAndCountThem) {
+  RecentLogLines lines;
+  for (std::size_t i = 0; i < RecentLogLines::kMaximumLines; ++i) lines.add(entry("x"));
+  EXPECT_EQ(lines.contents().dropped, 0U);
+  lines.add(entry("y"));
+  lines.add(entry("z"));
+  const auto contents = lines.contents();
+  EXPECT_EQ(contents.lines.size(), RecentLogLines::kMaximumLines);
+  EXPECT_EQ(contents.dropped, 2U);
+  EXPECT_THAT(contents.lines.back(), EndsWith(" z"));
+  EXPECT_THAT(contents.lines.front(), EndsWith(" x"));
+}
+
+TEST(RecentLogLines, StayWithinTheirBytes) {
+  RecentLogLines lines;
+  const std::string text(3000, 'x');
+  for (int i = 0; i < 500; ++i) lines.add(entry(text));
+  const auto contents = lines.contents();
+  std::size_t size = 0;
+  for (const std::string& line : contents.lines) size += line.size();
+  EXPECT_LE(size, RecentLogLines::kMaximumBytes);
+  EXPECT_GT(size, RecentLogLines::kMaximumBytes - 3200);
+  EXPECT_EQ(contents.lines.size() + contents.dropped, 500U);
+}
+
+TEST(RecentLogLines, CutALongLineBetweenCharacters) {
+  RecentLogLines lines;
+  std::string text;
+  while (text.size() < (std::size_t{1} << 20)) text += "é€";
+  lines.add(entry(text));
+  const std::string line = lines.contents().lines.at(0);
+  EXPECT_LT(line.size(), RecentLogLines::kMaximumLineBytes + 100);
+  EXPECT_TRUE(isValidUTF8(line));
+  EXPECT_THAT(line, EndsWith(" bytes more)"));
+}
+
+TEST(RecentLogLines, AreEachOneLine) {
+  RecentLogLines lines;
+  lines.add(entry("a\nb\x1b[31m\x7f"));
+  lines.add(entry("bad \xff"));
+  EXPECT_THAT(lines.contents().lines.at(0), EndsWith(" a\\x0ab\\x1b[31m\\x7f"));
+  EXPECT_THAT(lines.contents().lines.at(1), EndsWith(" bad \\xff"));
+}
+
+TEST(RecentLogLines, LeaveInputOutUnlessAskedToKeepIt) {
+  RecentLogLines lines;
+  KQLogEntry input = entry("Received: {length = 4, bytes = 0x4d41524b}");
+  input.format = "Received: %@";
+  input.showsInput = true;
+  lines.add(input);
+  EXPECT_THAT(lines.contents().lines.back(), EndsWith(" Received: %@ (input left out)"));
+  lines.setKeepsInput(true);
+  lines.add(input);
+  EXPECT_THAT(lines.contents().lines.back(), EndsWith("0x4d41524b}"));
+  lines.setKeepsInput(false);
+  lines.add(input);
+  EXPECT_THAT(lines.contents().lines.back(), Not(HasSubstr("4d41524b")));
+}
+
+TEST(RecentLogLines, OfSeveralThreadsAreAllCounted) {
+  RecentLogLines lines;
+  const auto work = [&lines] {
+    for (int i = 0; i < 2000; ++i) lines.add(entry("x"));
+  };
+  std::thread first(work);
+  std::thread second(work);
+  for (int i = 0; i < 100; ++i)
+    EXPECT_LE(lines.contents().lines.size(), RecentLogLines::kMaximumLines);
+  first.join();
+  second.join();
+  const auto contents = lines.contents();
+  EXPECT_EQ(contents.lines.size() + contents.dropped, 4000U);
+}
+
+// ---- Through the shared logger
+
+class SharedRecentLogLines : public testing::Test {
+ protected:
+  SharedRecentLogLines() {
+    KQLogger::sharedLogger().setSink(std::make_shared<KQLogSink>(
+        [this](const KQLogEntry& sent) { shown.push_back(sent.showsInput); }));
+  }
+  ~SharedRecentLogLines() override { KQLogger::sharedLogger().setSink(nullptr); }
+
+  template <class... Args>
+  static std::string log(std::string_view format, const Args&... args) {
+    KQLogger::sharedLogger().logAtLevel_function_sourcePath_sourceLine_tags_message(
+        0, "f", "p", 1, nullptr, format, args...);
+    return KQLogger::sharedLogger().recentLines().contents().lines.back();
+  }
+
+  std::vector<bool> shown;
+};
+
+TEST_F(SharedRecentLogLines, KnowDataAndElementValuesForInput) {
+  const auto value = KQHIDDeviceElementValue::elementValue(HIDElementValueRecord());
+  const auto array = NSArray::arrayWithObjects({str("a"), bytes("MARK")});
+  const auto dictionary = NSDictionary::dictionaryWithEntries({{str("key"), array}});
+  const auto error = NSError::errorWithDomain_code_userInfo(str("D"), 5, dictionary);
+  EXPECT_THAT(log("Received for %u: %@", 3U, bytes("MARK")),
+              EndsWith(" Received for %u: %@ (input left out)"));
+  EXPECT_THAT(log("value %@", std::static_pointer_cast<NSObject>(value)),
+              EndsWith(" value %@ (input left out)"));
+  EXPECT_THAT(log("array %@", array), EndsWith(" array %@ (input left out)"));
+  EXPECT_THAT(log("error %@", error), EndsWith(" error %@ (input left out)"));
+  EXPECT_EQ(shown, std::vector<bool>(4, true));
+}
+
+TEST_F(SharedRecentLogLines, KeepEverythingElse) {
+  const auto error = NSError::errorWithDomain_code_userInfo(str("D"), 5, nullptr);
+  EXPECT_THAT(log("error %@, %d, %@, %@", error, 7, str("text"), nullptr),
+              EndsWith(" error Error Domain=D Code=5 \"(null)\", 7, text, (null)"));
+  EXPECT_EQ(shown, std::vector<bool>(1, false));
+}
+
+TEST_F(SharedRecentLogLines, CountWhatIsNestedTooDeepAsInput) {
+  std::shared_ptr<NSArray> array = NSArray::arrayWithObjects({str("a")});
+  for (int i = 0; i < 20; ++i) array = NSArray::arrayWithObjects({array});
+  EXPECT_THAT(log("%@", array), EndsWith(" %@ (input left out)"));
+}
+
+TEST_F(SharedRecentLogLines, AreKeptBeforeTheSinkRunsAndMayBeReadThere) {
+  std::vector<std::string> seen;
+  KQLogger::sharedLogger().setSink(std::make_shared<KQLogSink>([&](const KQLogEntry&) {
+    seen.push_back(KQLogger::sharedLogger().recentLines().contents().lines.back());
+    throw 5;
+  }));
+  log("from %s", "here");
+  ASSERT_EQ(seen.size(), 1U);
+  EXPECT_THAT(seen[0], EndsWith(" <0> f:1 from here"));
+}
+
+TEST_F(SharedRecentLogLines, AreOfferedByAModuleThatIsThereFromTheStart) {
+  log("for the report");
+  const auto modules = KQLogger::sharedLogger().modules();
+  ASSERT_FALSE(modules.empty());
+  EXPECT_EQ(modules[0]->identifier()->UTF8String(), kRecentLogLinesIdentifier);
+  auto* const provider = dynamic_cast<KQLogModuleFileProvider*>(modules[0].get());
+  ASSERT_NE(provider, nullptr);
+  std::vector<std::shared_ptr<KQLogFile>> files;
+  provider->provideFilesWithCompletionHandler([&](const auto& error, const auto& offered) {
+    EXPECT_EQ(error, nullptr);
+    files = offered;
+  });
+  ASSERT_EQ(files.size(), 1U);
+  EXPECT_EQ(files[0]->name()->UTF8String(), "recent.log");
+  std::string text;
+  files[0]->source()(files[0], [&](const auto& error, const auto& url, const auto& data, bool) {
+    EXPECT_EQ(error, nullptr);
+    EXPECT_EQ(url, nullptr);
+    text.assign(reinterpret_cast<const char*>(data->bytes()), data->length());
+  });
+  EXPECT_THAT(text, EndsWith(" <0> f:1 for the report\n"));
+}
+
+}  // namespace
+}  // namespace platform
