@@ -6,6 +6,9 @@
 // Order: none.
 #pragma once
 
+#include <functional>
+#include <string_view>
+
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSNotificationCenter.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
@@ -18,6 +21,11 @@ class FoundationProvider {
  public:
   virtual ~FoundationProvider() = default;
   virtual std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path) = 0;
+  /// Hands a regular file's bytes to `take` piece by piece until it returns false or the file ends.
+  /// 0, or the errno of what failed; pieces may have been handed out by then. A provider that does
+  /// not say otherwise hands out what dataWithContentsOfFile gives, or fails with ENOENT.
+  virtual int readFile(const std::shared_ptr<NSString>& path,
+                       const std::function<bool(std::string_view piece)>& take);
   virtual std::shared_ptr<NSString> mainBundlePath() = 0;
   virtual std::shared_ptr<NSObject> propertyListWithData(const std::shared_ptr<NSData>& data,
                                                          NSPropertyListFormat* returnFormat,

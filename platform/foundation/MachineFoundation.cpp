@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <memory>
 #include <new>
 
 #include "platform/foundation/FoundationProvider.h"
@@ -18,16 +19,30 @@ namespace {
 // become an allocation.
 constexpr off_t kLargestFile = off_t{1} << 30;
 
+// Large enough for few system calls, small enough to stay in the processor's cache until it has
+// been looked at.
+constexpr std::size_t kPiece = std::size_t{256} * 1024;
+
 class OpenFile {
  public:
   // Non-blocking, so that a FIFO in the file's place cannot hang the caller before it is seen for
   // what it is.
   explicit OpenFile(const char* path)
-      : descriptor_(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {}
+      : descriptor_(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)),
+        openError_(descriptor_ < 0 ? errno : 0) {}
   OpenFile(const OpenFile&) = delete;
   OpenFile& operator=(const OpenFile&) = delete;
   ~OpenFile() {
     if (descriptor_ >= 0) ::close(descriptor_);
+  }
+
+  /// 0 for a regular file that is open, else the errno that says why it is none.
+  [[nodiscard]] int fault() const {
+    struct stat status {};
+    if (descriptor_ < 0) return openError_;
+    if (::fstat(descriptor_, &status) != 0) return errno;
+    if (S_ISDIR(status.st_mode)) return EISDIR;
+    return S_ISREG(status.st_mode) ? 0 : ENOTSUP;
   }
 
   /// The size of a regular file of bounded size, or −1.
@@ -35,6 +50,15 @@ class OpenFile {
     struct stat status {};
     if (descriptor_ < 0 || ::fstat(descriptor_, &status) != 0) return -1;
     return S_ISREG(status.st_mode) && status.st_size <= kLargestFile ? status.st_size : -1;
+  }
+
+  /// Like read(2), but not to be interrupted.
+  [[nodiscard]] ssize_t read(std::span<char> room) const {
+    ssize_t got = 0;
+    do {
+      got = ::read(descriptor_, room.data(), room.size());
+    } while (got < 0 && errno == EINTR);
+    return got;
   }
 
   [[nodiscard]] bool readWhole(std::span<std::uint8_t> room) const {
@@ -51,6 +75,7 @@ class OpenFile {
 
  private:
   const int descriptor_;
+  const int openError_;
 };
 
 class MachineFoundation final : public FoundationProvider {
@@ -69,6 +94,20 @@ class MachineFoundation final : public FoundationProvider {
       return whole ? data : nullptr;
     } catch (const std::bad_alloc&) {
       return nullptr;
+    }
+  }
+
+  int readFile(const std::shared_ptr<NSString>& path,
+               const std::function<bool(std::string_view)>& take) override {
+    const std::string& name = path->UTF8String();
+    if (name.find('\0') != std::string::npos) return ENOENT;
+    const OpenFile file(name.c_str());
+    if (const int fault = file.fault(); fault != 0) return fault;
+    const std::unique_ptr<char[]> room(new char[kPiece]);
+    for (;;) {
+      const ssize_t got = file.read({room.get(), kPiece});
+      if (got < 0) return errno;
+      if (got == 0 || !take({room.get(), static_cast<std::size_t>(got)})) return 0;
     }
   }
 

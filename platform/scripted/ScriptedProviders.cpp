@@ -1,5 +1,6 @@
 // The three providers of a scripted platform: each records the call, then answers it from the
 // script.
+#include <cerrno>
 #include <cstring>
 #include <utility>
 
@@ -52,6 +53,14 @@ class ScriptedFoundation final : public FoundationProvider {
     auto data = file(path);
     state_->record("dataWithContentsOfFile:" + describe(path) + " -> " + (data ? "data" : "nil"));
     return data;
+  }
+  int readFile(const std::shared_ptr<NSString>& path,
+               const std::function<bool(std::string_view)>& take) override {
+    const auto data = file(path);
+    state_->record("readFile:" + describe(path) + " -> " + (data ? "bytes" : "no such file"));
+    if (!data) return ENOENT;
+    if (data->length() > 0) take({reinterpret_cast<const char*>(data->bytes()), data->length()});
+    return 0;
   }
   std::shared_ptr<NSString> mainBundlePath() override {
     std::shared_ptr<NSString> path;

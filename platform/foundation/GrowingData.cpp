@@ -1,0 +1,108 @@
+#include "platform/foundation/GrowingData.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <utility>
+
+namespace platform {
+namespace {
+
+constexpr std::size_t kFirstCapacity = std::size_t{256} * 1024;
+constexpr std::size_t kManyBytes = std::size_t{1024} * 1024;
+
+std::size_t pageSize() {
+  static const auto size = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  return size;
+}
+
+std::size_t wholePages(std::size_t size) {
+  return (size + pageSize() - 1) / pageSize() * pageSize();
+}
+
+/// A mapping of `newSize` bytes that begins with the old one's; null when there is no room. Pages
+/// cost memory only once they are written.
+char* resized(char* begin, std::size_t oldSize, std::size_t newSize) {
+  void* const mapping = begin == nullptr
+                            ? ::mmap(nullptr, newSize, PROT_READ | PROT_WRITE,
+                                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)
+                            : ::mremap(begin, oldSize, newSize, MREMAP_MAYMOVE);
+  if (mapping == MAP_FAILED) return nullptr;
+  // Fewer page faults where the system has large pages to give; a refusal changes nothing.
+  ::madvise(mapping, newSize, MADV_HUGEPAGE);
+  return static_cast<char*>(mapping);
+}
+
+/// Owns the pages for as long as the data is referred to.
+struct MappedData {
+  MappedData(char* begin, std::size_t size, std::size_t capacity)
+      : mapping(begin),
+        mappedSize(capacity),
+        data(std::span(reinterpret_cast<const std::uint8_t*>(begin), size)) {}
+  MappedData(const MappedData&) = delete;
+  MappedData& operator=(const MappedData&) = delete;
+  ~MappedData() { ::munmap(mapping, mappedSize); }
+
+  char* const mapping;
+  const std::size_t mappedSize;
+  NSData data;
+};
+
+}  // namespace
+
+GrowingData::~GrowingData() {
+  if (begin_ != nullptr) ::munmap(begin_, capacity_);
+}
+
+void GrowingData::reserve(std::size_t needed) {
+  if (needed <= capacity_) return;
+  const std::size_t generous = wholePages(std::max({needed, kFirstCapacity, capacity_ * 2}));
+  for (const std::size_t capacity : {generous, wholePages(needed)}) {
+    char* const begin = resized(begin_, capacity_, capacity);
+    if (begin == nullptr) continue;
+    begin_ = begin;
+    capacity_ = capacity;
+    return;
+  }
+  throw std::bad_alloc();
+}
+
+void GrowingData::append(std::string_view bytes) {
+  if (bytes.empty()) return;
+  if (bytes.size() > std::numeric_limits<std::ptrdiff_t>::max() - size_) throw std::bad_alloc();
+  reserve(size_ + bytes.size());
+  std::memcpy(begin_ + size_, bytes.data(), bytes.size());
+  size_ += bytes.size();
+}
+
+void GrowingData::truncate(std::size_t size) {
+  if (size >= size_) return;
+  const std::size_t kept = wholePages(size);
+  const std::size_t used = wholePages(size_);
+  if (used - kept >= kManyBytes) ::madvise(begin_ + kept, used - kept, MADV_DONTNEED);
+  size_ = size;
+}
+
+void GrowingData::trim() {
+  const std::size_t used = wholePages(size_);
+  if (used == capacity_) return;
+  ::munmap(begin_ + used, capacity_ - used);
+  capacity_ = used;
+}
+
+std::shared_ptr<NSData> GrowingData::takeData() {
+  if (size_ == 0) return NSData::dataWithBytes({});
+  trim();
+  const auto owner = std::make_shared<MappedData>(begin_, size_, capacity_);
+  begin_ = nullptr;
+  size_ = 0;
+  capacity_ = 0;
+  return {owner, &owner->data};
+}
+
+}  // namespace platform

@@ -1,0 +1,53 @@
+#include "platform/foundation/UTF8Validator.h"
+
+#include <array>
+#include <cstring>
+
+namespace platform {
+namespace {
+
+constexpr std::size_t kBlock = 64;
+
+bool isASCIIBlock(const char* block) {
+  std::array<std::uint64_t, kBlock / sizeof(std::uint64_t)> words{};
+  std::memcpy(words.data(), block, kBlock);
+  std::uint64_t all = 0;
+  for (const std::uint64_t word : words) all |= word;
+  return (all & 0x8080808080808080U) == 0;
+}
+
+/// Nearly all of a log is ASCII, and this is then all that is done with it.
+const char* skipASCII(const char* at, const char* end) {
+  while (static_cast<std::size_t>(end - at) >= kBlock && isASCIIBlock(at)) at += kBlock;
+  while (at != end && static_cast<std::uint8_t>(*at) < 0x80) ++at;
+  return at;
+}
+
+}  // namespace
+
+bool UTF8Validator::acceptLeadByte(std::uint8_t byte) {
+  lowest_ = byte == 0xE0 ? 0xA0 : byte == 0xF0 ? 0x90 : 0x80;
+  highest_ = byte == 0xED ? 0x9F : byte == 0xF4 ? 0x8F : 0xBF;
+  if (byte < 0xC2 || byte > 0xF4) return false;
+  missing_ = byte < 0xE0 ? 1 : byte < 0xF0 ? 2 : 3;
+  return true;
+}
+
+bool UTF8Validator::accept(std::string_view piece) {
+  const char* const end = piece.data() + piece.size();
+  for (const char* at = piece.data(); at != end && missing_ >= 0; ++at) {
+    if (missing_ == 0) {
+      at = skipASCII(at, end);
+      if (at == end) break;
+      if (!acceptLeadByte(static_cast<std::uint8_t>(*at))) missing_ = -1;
+      continue;
+    }
+    const auto byte = static_cast<std::uint8_t>(*at);
+    missing_ = byte >= lowest_ && byte <= highest_ ? missing_ - 1 : -1;
+    lowest_ = 0x80;
+    highest_ = 0xBF;
+  }
+  return missing_ >= 0;
+}
+
+}  // namespace platform
