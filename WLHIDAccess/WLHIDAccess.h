@@ -1,5 +1,5 @@
 // All that an application includes: the client object with its delegate, the installation of the
-// router, and the framework's own version.
+// router, the log module for diagnostic reports, and the framework's own version.
 //
 //   #include "WLHIDAccess/WLHIDAccess.h"
 //
@@ -9,6 +9,7 @@
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
+#include "WLHIDAccess/WLHIDEventRouterLogFileProvider.h"
 
 /// The framework's version as a number: 1.0.
 extern "C" const double WLHIDAccessVersionNumber;

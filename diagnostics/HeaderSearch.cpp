@@ -1,0 +1,122 @@
+#include "diagnostics/HeaderSearch.h"
+
+#include <array>
+#include <utility>
+
+#include "diagnostics/HeaderPattern.h"
+
+namespace diagnostics {
+namespace {
+
+constexpr CompiledPattern pattern = compilePattern(headerPattern);
+
+/// Bit i of an entry: whether step i takes the character. Bytes outside ASCII have no bit: what
+/// their character is must be found out first.
+using StepBits = std::uint32_t;
+static_assert(pattern.count <= 32);
+
+constexpr auto stepsOfByte = [] {
+  std::array<StepBits, 256> table{};
+  for (std::size_t c = 0; c < 128; ++c)
+    for (std::size_t i = 0; i < pattern.count; ++i)
+      if (pattern.steps[i].characters.ascii[c]) table[c] |= StepBits{1} << i;
+  return table;
+}();
+
+/// Where a search stands.
+struct Walk {
+  const unsigned char* at;
+  const unsigned char* const end;
+  std::size_t step;
+  std::size_t taken;
+};
+
+enum class Taking : std::uint8_t { yes, no, cutShort };
+
+struct Character {
+  char32_t codePoint = 0;
+  std::size_t length = 0;  ///< in bytes; more than there are, where it is cut short
+};
+
+/// The character outside ASCII that starts at `at`, of valid UTF-8.
+Character foreignCharacterAt(const unsigned char* at, const unsigned char* end) {
+  Character c;
+  c.length = *at >= 0xF0 ? 4 : *at >= 0xE0 ? 3 : 2;
+  if (static_cast<std::size_t>(end - at) < c.length) return c;
+  c.codePoint = *at & (0x7FU >> c.length);
+  for (std::size_t i = 1; i < c.length; ++i) c.codePoint = c.codePoint << 6 | (at[i] & 0x3FU);
+  return c;
+}
+
+/// Takes the character at the walk's place, of which the table says nothing, if `set` has it.
+Taking takeForeign(Walk& walk, std::uint8_t set) {
+  if (*walk.at < 0x80) return Taking::no;
+  const Character c = foreignCharacterAt(walk.at, walk.end);
+  if (static_cast<std::size_t>(walk.end - walk.at) < c.length) return Taking::cutShort;
+  if ((set & foreignCharacter(c.codePoint)) == 0) return Taking::no;
+  walk.at += c.length;
+  return Taking::yes;
+}
+
+template <std::size_t step>
+Taking take(Walk& walk) {
+  if (walk.at == walk.end) return Taking::cutShort;
+  if ((stepsOfByte[*walk.at] & StepBits{1} << step) == 0)
+    return takeForeign(walk, pattern.steps[step].characters.foreign);
+  ++walk.at;
+  return Taking::yes;
+}
+
+/// Whether the walk goes on behind the step; if not, `answer` says why.
+template <std::size_t step>
+bool pass(Walk& walk, HeaderSearch::Answer& answer) {
+  if (walk.step != step) return true;  // an earlier call has passed it
+  constexpr const PatternStep& limits = pattern.steps[step];
+  while (walk.taken < limits.most) {
+    const Taking taking = take<step>(walk);
+    if (taking == Taking::cutShort) {
+      answer = HeaderSearch::Answer::open;
+      return false;
+    }
+    if (taking == Taking::no) break;
+    ++walk.taken;
+  }
+  if (walk.taken < limits.least) {
+    answer = HeaderSearch::Answer::notFound;
+    return false;
+  }
+  walk.step = step + 1;
+  walk.taken = 0;
+  return true;
+}
+
+/// One piece of code a step, in a row, so that the sets and limits are constants in it.
+template <std::size_t... steps>
+HeaderSearch::Answer walkOn(Walk& walk, std::index_sequence<steps...> /*all*/) {
+  HeaderSearch::Answer answer = HeaderSearch::Answer::found;
+  static_cast<void>((pass<steps>(walk, answer) && ...));
+  return answer;
+}
+
+Walk walkFrom(std::string_view line, std::size_t offset, std::size_t step, std::size_t taken) {
+  const auto* const begin = reinterpret_cast<const unsigned char*>(line.data());
+  return {begin + offset, begin + line.size(), step, taken};
+}
+
+}  // namespace
+
+HeaderSearch::Answer HeaderSearch::advance(std::string_view line) {
+  Walk walk = walkFrom(line, offset_, step_, taken_);
+  const Answer answer = walkOn(walk, std::make_index_sequence<pattern.count>());
+  offset_ = line.size() - static_cast<std::size_t>(walk.end - walk.at);
+  step_ = walk.step;
+  taken_ = walk.taken;
+  return answer;
+}
+
+bool isHeader(std::string_view line) {
+  Walk walk = walkFrom(line, 0, 0, 0);
+  return walkOn(walk, std::make_index_sequence<pattern.count>()) == HeaderSearch::Answer::found;
+}
+
+}  // namespace diagnostics

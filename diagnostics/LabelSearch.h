@@ -1,0 +1,14 @@
+// Finding the router's label in a text.
+//
+// Threading: a pure function, any thread. Ownership, Errors, Order: none.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace diagnostics {
+
+/// Where the router's label next begins at or behind `start`; npos where it does not.
+[[nodiscard]] std::size_t findRouterLabel(std::string_view text, std::size_t start);
+
+}  // namespace diagnostics

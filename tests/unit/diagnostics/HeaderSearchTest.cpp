@@ -1,0 +1,215 @@
+#include "diagnostics/HeaderSearch.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "diagnostics/HeaderPattern.h"
+#include "platform/foundation/NSString.h"
+#include "platform/foundation/Text.h"
+#include "tests/support/HeaderOracle.h"
+
+namespace diagnostics {
+namespace {
+
+using testsupport::HeaderOracle;
+
+constexpr std::string_view usual = "Nov 21 03:12:45 host com.quillmar.hideventrouter[345]: text";
+
+std::string utf8(char32_t c) {
+  std::string text;
+  platform::appendUTF8(text, c);
+  return text;
+}
+
+TEST(HeaderPattern, StandsInTheCodeToTheLetter) {
+  EXPECT_EQ(headerPattern.size(), 168U);
+  EXPECT_EQ(headerPattern, HeaderOracle::pattern);
+}
+
+TEST(HeaderPattern, IsTakenApartIntoItsSteps) {
+  constexpr CompiledPattern pattern = compilePattern(headerPattern);
+  ASSERT_EQ(pattern.count, 18U);
+  const auto& month = pattern.steps[0];
+  EXPECT_EQ(month.least, 3U);
+  EXPECT_EQ(month.most, 3U);
+  const auto& host = pattern.steps[10];
+  EXPECT_EQ(host.least, 1U);
+  EXPECT_EQ(host.most, PatternStep::unlimited);
+  EXPECT_TRUE(host.characters.ascii['\0']);
+  EXPECT_FALSE(host.characters.ascii['\r']);
+  EXPECT_EQ(pattern.steps[16].least, 0U);
+}
+
+TEST(HeaderSearch, TheUsualLineIsAHeader) {
+  EXPECT_TRUE(isHeader(usual));
+  EXPECT_TRUE(isHeader("nov  1 3:1:4 h p[1](com.example.job[7])  Restart 2.0:"));
+}
+
+TEST(HeaderSearch, AProcessNameWithADigitMakesNoHeader) {
+  EXPECT_FALSE(isHeader("Nov 21 03:12:45 host router2[345]: text"));
+}
+
+TEST(HeaderSearch, NothingMayStandBeforeTheMonth) {
+  EXPECT_FALSE(isHeader(" " + std::string(usual)));
+  EXPECT_FALSE(isHeader("\xEF\xBB\xBF" + std::string(usual)));
+  EXPECT_FALSE(isHeader("\t"));
+  EXPECT_FALSE(isHeader(""));
+}
+
+TEST(HeaderSearch, EveryLineCutShortOrWithOneCharacterLessAnswersAsICU) {
+  HeaderOracle oracle;
+  for (std::size_t i = 0; i <= usual.size(); ++i) {
+    const auto start = usual.substr(0, i);
+    EXPECT_EQ(isHeader(start), oracle.isHeader(start)) << start;
+    auto without = std::string(usual);
+    if (i < without.size()) without.erase(i, 1);
+    EXPECT_EQ(isHeader(without), oracle.isHeader(without)) << without;
+    auto twice = std::string(usual);
+    if (i < twice.size()) twice.insert(i, 1, twice[i]);
+    EXPECT_EQ(isHeader(twice), oracle.isHeader(twice)) << twice;
+  }
+}
+
+/// Places of the usual line, one for each kind of set: a month's letter, a blank, a digit, a colon,
+/// the host, the process, its number, what lies before the last colon.
+struct Place {
+  std::string_view before;
+  std::string_view behind;
+};
+
+constexpr Place places[] = {
+    {"No", " 21 03:12:45 host p[3]: t"},  {"Nov", "21 03:12:45 host p[3]: t"},
+    {"Nov 2", " 03:12:45 host p[3]: t"},  {"Nov 21 03", "12:45 host p[3]: t"},
+    {"Nov 21 03:12:45 h", " p[3]: t"},    {"Nov 21 03:12:45 host ", "[3]: t"},
+    {"Nov 21 03:12:45 host p[", "]: t"},  {"Nov 21 03:12:45 host p[3]", ": t"},
+    {"Nov 21 03:12:45 host p[3] x", "t"},
+};
+
+TEST(HeaderSearch, EveryCharacterAtEveryKindOfPlaceAnswersAsICU) {
+  HeaderOracle oracle;
+  std::size_t found = 0;
+  for (const auto& [before, behind] : places) {
+    for (char32_t c = 0; c <= 0x10FFFF; ++c) {
+      if (c >= 0xD800 && c <= 0xDFFF) continue;
+      const std::string line = std::string(before) + utf8(c) + std::string(behind);
+      const bool answer = isHeader(line);
+      found += answer ? 1 : 0;
+      ASSERT_EQ(answer, oracle.isHeader(line)) << "U+" << std::hex << std::uint32_t{c};
+    }
+  }
+  EXPECT_GT(found, 1000000U);  // nearly any character may stand in a host's name
+}
+
+/// Characters on which engines are known to differ, beside the pattern's own.
+std::vector<std::string> hostileAlphabet() {
+  std::vector<std::string> characters;
+  for (const char c : std::string_view("AZaznovksSK019:[]().-_ \t\v\f\r/\\@'\x1C\x1F\x7F"))
+    characters.emplace_back(1, c);
+  characters.emplace_back(1, '\0');
+  for (const char32_t c :
+       {0x80,   0x85,   0xA0,   0xDF,   0x130,  0x131,  0x17F,  0x1E9E,  0x1680,
+        0x180E, 0x2000, 0x200A, 0x200B, 0x200D, 0x2028, 0x2029, 0x202F,  0x205F,
+        0x2060, 0x212A, 0x3000, 0xFEFF, 0xFF21, 0x660,  0xFF11, 0x1D7CE, 0x10FFFF})
+    characters.push_back(utf8(c));
+  return characters;
+}
+
+/// The usual line's parts, so that many lines get far into the pattern.
+std::string randomLine(std::mt19937& random, const std::vector<std::string>& alphabet) {
+  static const std::vector<std::vector<std::string>> parts = {{"Nov", "nov", "ſep", "oKt", "No"},
+                                                              {" ", "  ", "\u00A0", "\r\t"},
+                                                              {"1", "21", "211", ""},
+                                                              {" ", "\u3000", ""},
+                                                              {"03", "3"},
+                                                              {":"},
+                                                              {"12", "2"},
+                                                              {":", ";"},
+                                                              {"45"},
+                                                              {" ", "\v", "\u0085"},
+                                                              {"host", "h\u200Bo", "\u180E", "é€😀"},
+                                                              {" ", "\f"},
+                                                              {"com.x-y_z", "kſ.K", "p2"},
+                                                              {"["},
+                                                              {"345", "0", ""},
+                                                              {"]"},
+                                                              {"", " (a[7]) \u2028.", "ſK", "-"},
+                                                              {":", ""},
+                                                              {"text", ""}};
+  std::string line;
+  for (const auto& choices : parts) {
+    const bool usualOne = random() % 4 != 0;
+    line += choices[usualOne ? 0 : random() % choices.size()];
+    if (random() % 24 == 0) line += alphabet[random() % alphabet.size()];
+  }
+  return line;
+}
+
+TEST(HeaderSearch, RandomLinesOfAHostileAlphabetAnswerAsICU) {
+  HeaderOracle oracle;
+  std::mt19937 random(20);
+  const auto alphabet = hostileAlphabet();
+  std::size_t headers = 0;
+  for (int round = 0; round < 200000; ++round) {
+    const std::string line = randomLine(random, alphabet);
+    const bool answer = isHeader(line);
+    headers += answer ? 1 : 0;
+    ASSERT_EQ(answer, oracle.isHeader(line)) << line;
+  }
+  EXPECT_GT(headers, 20000U);
+  EXPECT_LT(headers, 180000U);
+}
+
+TEST(HeaderSearch, RandomMutationsOfTheUsualLineAnswerAsICU) {
+  HeaderOracle oracle;
+  std::mt19937 random(21);
+  const auto alphabet = hostileAlphabet();
+  for (int round = 0; round < 200000; ++round) {
+    std::string line(usual);
+    for (auto changes = random() % 3 + 1; changes > 0; --changes) {
+      const std::size_t at = random() % 48;
+      line.replace(at, random() % 2, alphabet[random() % alphabet.size()]);
+      if (!platform::isValidUTF8(line)) line = usual;
+    }
+    ASSERT_EQ(isHeader(line), oracle.isHeader(line)) << line;
+  }
+}
+
+TEST(HeaderSearch, ALineThatArrivesInPiecesAnswersAsWhole) {
+  std::mt19937 random(22);
+  const auto alphabet = hostileAlphabet();
+  for (int round = 0; round < 50000; ++round) {
+    const std::string line = randomLine(random, alphabet);
+    HeaderSearch search;
+    auto answer = HeaderSearch::Answer::open;
+    for (std::size_t length = 0; answer == HeaderSearch::Answer::open && length <= line.size();
+         length += 1 + random() % 3)
+      answer = search.advance(std::string_view(line).substr(0, length));
+    if (answer == HeaderSearch::Answer::open) answer = search.advance(line);
+    ASSERT_EQ(answer == HeaderSearch::Answer::found, isHeader(line)) << line;
+  }
+}
+
+TEST(HeaderSearch, AHostNameOfFiveMegabytesOnWhichICUGivesUpIsAHostName) {
+  const std::string host(5 * 1024 * 1024, 'h');
+  const std::string header = "Nov 21 03:12:45 " + host + " p[1]: text";
+  HeaderOracle oracle;
+  EXPECT_EQ(oracle.isHeader(header), std::nullopt);
+  EXPECT_TRUE(isHeader(header));
+  EXPECT_FALSE(isHeader("Nov 21 03:12:45 " + host));
+  EXPECT_FALSE(isHeader("Nov 21 03:12:45 " + host + " p1[1]: text"));
+}
+
+TEST(HeaderSearch, LongRunsElsewhereAreNoMatterEither) {
+  const std::string letters(5 * 1024 * 1024, 'p');
+  const std::string digits(5 * 1024 * 1024, '1');
+  const std::string blanks(5 * 1024 * 1024, ' ');
+  EXPECT_TRUE(isHeader("Nov 21 03:12:45 host " + letters + "[" + digits + "]" + blanks + ":"));
+  EXPECT_FALSE(isHeader("Nov 21 03:12:45 host " + letters + "[" + digits + "]" + blanks + "-:"));
+  EXPECT_FALSE(isHeader("Nov" + blanks + "21 03:12:45 host p[1]:"));
+}
+
+}  // namespace
+}  // namespace diagnostics
