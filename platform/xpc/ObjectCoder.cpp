@@ -17,6 +17,13 @@
 namespace platform::xpc {
 namespace {
 
+/// What may be a dictionary's key. A key is hashed and compared: for anything that has members of
+/// its own a peer could choose keys for which that takes minutes.
+constexpr TagSet kKeyTags = tagBit(ObjectTag::Data) | tagBit(ObjectTag::String) |
+                            tagBit(ObjectTag::Boolean) | tagBit(ObjectTag::Signed) |
+                            tagBit(ObjectTag::Unsigned) | tagBit(ObjectTag::Double) |
+                            tagBit(ObjectTag::Date) | tagBit(ObjectTag::URL);
+
 /// The class that a tag stands for; null for nil.
 const NSClass* classOfTag(ObjectTag tag) {
   switch (tag) {
@@ -194,6 +201,7 @@ class Encoder {
   void dictionary(const NSDictionary& value) {
     if (value.count() > kMaxDictionaryEntries)
       throw EncodingError(EMSGSIZE, "a dictionary has more than 4096 entries");
+    for (const auto& entry : value.entries()) checkKey(*entry.first);
     enter();
     tag(ObjectTag::Dictionary);
     writer_.size(value.count());
@@ -202,6 +210,16 @@ class Encoder {
       object(object_);
     }
     leave();
+  }
+  static void checkKey(const NSObject& key) {
+    const NSClass& c = key.isa();
+    for (const NSClass* known :
+         {&NSString::classObject(), &NSNumber::classObject(), &NSData::classObject(),
+          &NSDate::classObject(), &NSURL::classObject()}) {
+      if (c.isSubclassOfClass(*known)) return;
+    }
+    throw EncodingError(EINVAL, "an object of class " + std::string(c.name) +
+                                    " cannot be the key of a dictionary that is sent");
   }
   void error(const NSError& value) {
     enter();
@@ -429,7 +447,8 @@ class Decoder {
     if (count > kMaxDictionaryEntries) return malformed("a dictionary of more than 4096 entries");
     std::vector<NSDictionary::Entry> entries(count);
     for (auto& [key, object] : entries) {
-      if (!value(inside_, Nullable::No, key) || !value(inside_, Nullable::No, object)) return false;
+      if (!value(inside_ & kKeyTags, Nullable::No, key)) return false;
+      if (!value(inside_, Nullable::No, object)) return false;
     }
     const auto dictionary = NSDictionary::dictionaryWithEntries(std::move(entries));
     if (dictionary->count() != count) return malformed("a key that stands twice in a dictionary");

@@ -210,8 +210,36 @@ TEST(ObjectCoder, ADictionaryHasAtMost4096Entries) {
       entries.emplace_back(NSNumber::numberWithLongLong(i), str("v"));
     return NSDictionary::dictionaryWithEntries(std::move(entries));
   };
+  EXPECT_EQ(decode(encode(dictionary(4095))).verdict, DecodeVerdict::Accepted);
   EXPECT_EQ(decode(encode(dictionary(4096))).verdict, DecodeVerdict::Accepted);
   EXPECT_EQ(encodingFailure(dictionary(4097)), EMSGSIZE);
+}
+
+TEST(ObjectCoder, AKeyIsASimpleValue) {
+  const auto yes = NSNumber::numberWithBool(true);
+  const std::vector<Object> keys = {str("k"), yes, data({1}),
+                                    NSDate::dateWithTimeIntervalSinceReferenceDate(1),
+                                    NSURL::URLWithString(str("a:b"))};
+  for (const Object& key : keys) {
+    const Bytes bytes = encode(NSDictionary::dictionaryWithEntries({{key, yes}}));
+    EXPECT_EQ(decode(bytes).verdict, DecodeVerdict::Accepted);
+  }
+  const std::vector<Object> others = {
+      NSArray::arrayWithObjects({}),
+      NSMutableArray::array(),
+      NSDictionary::dictionary(),
+      NSError::errorWithDomain_code_userInfo(str("D"), 1, nullptr),
+      KQIOObject::objectWithRegistryEntryID_name(1, nullptr),
+      KQHIDDeviceElementValue::elementValue(record(1, 1, 1, 1, 1, {}))};
+  for (const Object& key : others) {
+    EXPECT_EQ(encodingFailure(NSDictionary::dictionaryWithEntries({{key, yes}})), EINVAL);
+    Bytes bytes{11, 1};
+    const Bytes encoded = encode(key);
+    bytes.insert(bytes.end(), encoded.begin(), encoded.end());
+    bytes.insert(bytes.end(), {3, 1});
+    EXPECT_EQ(decode(bytes).verdict, DecodeVerdict::Refused);
+    EXPECT_EQ(decode(bytes).reason, key->isa().name);
+  }
 }
 
 TEST(ObjectCoder, ACountIsComparedWithTheBytesThatAreLeftBeforeAnythingIsReserved) {
