@@ -45,5 +45,6 @@ void measureDelivery(Report& report);
 void measureLatency(Report& report);
 void measurePresence(Report& report);
 void measureClients(Report& report);
+void measureLog(Report& report);
 
 }  // namespace bench

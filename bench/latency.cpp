@@ -1,5 +1,6 @@
 // One-way latency: half a ping-pong, and from the stamp in a report that is sent at 8 kHz to the
-// delegate. Against bare sockets with frames of the same sizes.
+// delegate. Against bare sockets with frames of the same sizes, the two processes on a processor
+// each.
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 
 #include "bench/Bench.h"
 #include "bench/Client.h"
+#include "bench/Processors.h"
 
 namespace bench {
 namespace {
@@ -165,7 +167,10 @@ void addRatio(Report& report, const std::string& group, Layer layer, Bare bare) 
 }  // namespace
 
 void measureLatency(Report& report) {
+  const TwoProcessors processors;
+  processors.useSecond();
   const RouterProcess router;
+  processors.useFirst();
   const BenchPlatform platform(router.endpoint());
   addRatio(
       report, "latency.pingpong",

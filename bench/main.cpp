@@ -70,7 +70,8 @@ void measure(const Options& options, bench::Report& report) {
   } sections[] = {{"delivery", bench::measureDelivery},
                   {"latency", bench::measureLatency},
                   {"presence", bench::measurePresence},
-                  {"clients", bench::measureClients}};
+                  {"clients", bench::measureClients},
+                  {"log", bench::measureLog}};
   for (const auto& [prefix, section] : sections) {
     if (options.only.empty() || std::string_view(prefix).starts_with(options.only)) section(report);
   }

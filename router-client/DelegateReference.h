@@ -8,6 +8,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 
 #include "router-client/DelegateMethods.h"
@@ -21,9 +22,7 @@ class DelegateReference {
 
   /// Null once the delegate is gone.
   [[nodiscard]] std::shared_ptr<WLHIDEventRouterClientDelegate> load() const {
-    // Locked in place: a copy of the weak reference would cost two atomic counts more, for each
-    // report.
-    return delegate_.ask([](const Weak& delegate) { return delegate.lock(); });
+    return current().lock();
   }
 
   /// Whether there is a delegate and it implements `method`: two questions, each of the reference
@@ -35,9 +34,10 @@ class DelegateReference {
  private:
   using Weak = std::weak_ptr<WLHIDEventRouterClientDelegate>;
 
-  [[nodiscard]] bool isPresent() const {
-    return delegate_.ask([](const Weak& delegate) { return !delegate.expired(); });
-  }
+  /// The reference as it is now, in this thread's own copy: a thread that asks again and again, as
+  /// each report makes it do, takes the lock only after a store.
+  [[nodiscard]] const Weak& current() const;
+  [[nodiscard]] bool isPresent() const { return !current().expired(); }
   [[nodiscard]] bool respondsTo(WLHIDEventRouterClientDelegateMethod method) const {
     const DelegateMethods methods = methods_.load();
     return methods.answersItself() ? askDelegate(method) : methods.contains(method);
@@ -45,6 +45,7 @@ class DelegateReference {
   [[nodiscard]] bool askDelegate(WLHIDEventRouterClientDelegateMethod method) const;
 
   Holder<Weak> delegate_;
+  std::atomic<std::uint64_t> version_{0};  ///< of delegate_; no two references share one but 0
   std::atomic<DelegateMethods> methods_{DelegateMethods()};
 };
 

@@ -186,6 +186,19 @@ void ConnectionCore::openStreamLocked() {
 
 void ConnectionCore::send(const SharedTable& remote, std::size_t method, const XPCValues& arguments,
                           XPCReplyHandler reply, const SharedErrorHandler& errorHandler) {
+  sendAny(remote, method, arguments, std::move(reply), errorHandler);
+}
+
+void ConnectionCore::sendMessage(const SharedTable& remote, std::size_t method,
+                                 std::span<const XPCArgumentRef> arguments,
+                                 const SharedErrorHandler& errorHandler) {
+  sendAny(remote, method, arguments, {}, errorHandler);
+}
+
+template <class Arguments>
+void ConnectionCore::sendAny(const SharedTable& remote, std::size_t method,
+                             const Arguments& arguments, XPCReplyHandler reply,
+                             const SharedErrorHandler& errorHandler) {
   const bool request = remote->methods()[method].hasReply;
   if (SendBatch* const batch = openBatch()) {
     if (!request) return sendInBatch(*batch, method, arguments, errorHandler);
@@ -257,7 +270,8 @@ SendBatch* ConnectionCore::openBatch() const {
   return batch;
 }
 
-void ConnectionCore::sendInBatch(SendBatch& batch, std::size_t method, const XPCValues& arguments,
+template <class Arguments>
+void ConnectionCore::sendInBatch(SendBatch& batch, std::size_t method, const Arguments& arguments,
                                  const SharedErrorHandler& errorHandler) {
   const std::size_t before = batch.frames.size();
   try {

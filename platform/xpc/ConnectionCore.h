@@ -62,6 +62,10 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
 
   void send(const SharedTable& remote, std::size_t method, const XPCValues& arguments,
             XPCReplyHandler reply, const SharedErrorHandler& errorHandler);
+  /// A message of a method that has no reply.
+  void sendMessage(const SharedTable& remote, std::size_t method,
+                   std::span<const XPCArgumentRef> arguments,
+                   const SharedErrorHandler& errorHandler);
   /// Answers request `id` of stream number `stream`; with null, says that it will not be answered.
   void answer(std::uint64_t stream, std::uint64_t id, const std::vector<ArgumentRule>& rules,
               const XPCValues* values);
@@ -103,7 +107,11 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void replaceHandler(SharedHandler& slot, std::function<void()> handler);
   void enqueueLocked(std::span<const std::uint8_t> frame, bool oneWay,
                      const SharedErrorHandler& errorHandler);
-  void sendInBatch(SendBatch& batch, std::size_t method, const XPCValues& arguments,
+  template <class Arguments>
+  void sendAny(const SharedTable& remote, std::size_t method, const Arguments& arguments,
+               XPCReplyHandler reply, const SharedErrorHandler& errorHandler);
+  template <class Arguments>
+  void sendInBatch(SendBatch& batch, std::size_t method, const Arguments& arguments,
                    const SharedErrorHandler& errorHandler);
   /// The batch that this thread has open on this connection, or null.
   [[nodiscard]] SendBatch* openBatch() const;

@@ -25,6 +25,11 @@ std::vector<ArgumentRule> rules(const NSXPCInterface& interface, std::size_t met
   return result;
 }
 
+void checkFrameSize(const WireWriter& writer) {
+  if (writer.frameSize() > kMaxFrameSize)
+    throw EncodingError(EMSGSIZE, "a message is larger than 16 MiB");
+}
+
 }  // namespace
 
 InterfaceTable::InterfaceTable(std::shared_ptr<NSXPCInterface> interface)
@@ -49,8 +54,21 @@ void encodeValues(WireWriter& writer, const XPCValues& values) {
       encodeObject(writer, *std::get_if<std::shared_ptr<NSObject>>(&value), budget);
     }
   }
-  if (writer.frameSize() > kMaxFrameSize)
-    throw EncodingError(EMSGSIZE, "a message is larger than 16 MiB");
+  checkFrameSize(writer);
+}
+
+void encodeValues(WireWriter& writer, std::span<const XPCArgumentRef> arguments) {
+  ObjectBudget budget;
+  for (const XPCArgumentRef& argument : arguments) {
+    if (argument.kind() == XPCArgumentKind::Object) {
+      encodeObject(writer, argument.object(), budget);
+    } else if (argument.kind() == XPCArgumentKind::UInt64) {
+      writer.u64(argument.number());
+    } else {
+      writer.u32(static_cast<std::uint32_t>(argument.number()));
+    }
+  }
+  checkFrameSize(writer);
 }
 
 ValuesResult decodeValues(WireReader& reader, const std::vector<ArgumentRule>& rules,

@@ -39,6 +39,7 @@ class InterfaceTable {
 
 /// Appends the values. Throws EncodingError.
 void encodeValues(WireWriter& writer, const XPCValues& values);
+void encodeValues(WireWriter& writer, std::span<const XPCArgumentRef> arguments);
 
 struct ValuesResult {
   DecodeVerdict verdict = DecodeVerdict::Accepted;

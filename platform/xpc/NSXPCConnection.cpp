@@ -16,6 +16,9 @@ class ProxySink final : public XPCMessageSink {
   void send(std::size_t method, const XPCValues& arguments, XPCReplyHandler reply) override {
     core_->send(remote_, method, arguments, std::move(reply), handler_);
   }
+  void sendMessage(std::size_t method, std::span<const XPCArgumentRef> arguments) override {
+    core_->sendMessage(remote_, method, arguments, handler_);
+  }
 
  private:
   const std::shared_ptr<ConnectionCore> core_;

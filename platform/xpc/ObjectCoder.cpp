@@ -66,7 +66,7 @@ class Encoder {
  public:
   Encoder(WireWriter& writer, ObjectBudget& budget) : writer_(writer), budget_(budget) {}
 
-  void object(const std::shared_ptr<NSObject>& object) {
+  void object(const NSObject* object) {
     if (object == nullptr) return tag(ObjectTag::Nil);
     checkSize();
     const NSClass& c = object->isa();
@@ -195,7 +195,7 @@ class Encoder {
     enter();
     tag(t);
     writer_.size(members.size());
-    for (const auto& member : members) object(member);
+    for (const auto& member : members) object(member.get());
     leave();
   }
   void dictionary(const NSDictionary& value) {
@@ -206,8 +206,8 @@ class Encoder {
     tag(ObjectTag::Dictionary);
     writer_.size(value.count());
     for (const auto& [key, object_] : value.entries()) {
-      object(key);
-      object(object_);
+      object(key.get());
+      object(object_.get());
     }
     leave();
   }
@@ -226,7 +226,7 @@ class Encoder {
     tag(ObjectTag::Error);
     writer_.u64(static_cast<std::uint64_t>(value.code()));
     optionalText(value.domain());
-    object(value.userInfo());
+    object(value.userInfo().get());
     leave();
   }
 
@@ -512,8 +512,7 @@ TagSet tagsOfClass(const NSClass& admitted) {
   return tags;
 }
 
-void encodeObject(WireWriter& writer, const std::shared_ptr<NSObject>& object,
-                  ObjectBudget& budget) {
+void encodeObject(WireWriter& writer, const NSObject* object, ObjectBudget& budget) {
   Encoder(writer, budget).object(object);
 }
 

@@ -73,8 +73,11 @@ struct ObjectBudget {
 };
 
 /// Appends `object`, which may be null.
-void encodeObject(WireWriter& writer, const std::shared_ptr<NSObject>& object,
-                  ObjectBudget& budget);
+void encodeObject(WireWriter& writer, const NSObject* object, ObjectBudget& budget);
+inline void encodeObject(WireWriter& writer, const std::shared_ptr<NSObject>& object,
+                         ObjectBudget& budget) {
+  encodeObject(writer, object.get(), budget);
+}
 
 enum class DecodeVerdict { Accepted, Refused, Malformed };
 

@@ -52,6 +52,38 @@ struct XPCValues {
   void append(XPCValue value) { values.at(count++) = std::move(value); }
 };
 
+/// One argument where its sender has it, for the length of a call: nothing is shared nor copied
+/// unless somebody asks for the value.
+class XPCArgumentRef {
+ public:
+  XPCArgumentRef(std::uint32_t number) : kind_(XPCArgumentKind::UInt32), number_(number) {}
+  XPCArgumentRef(std::uint64_t number) : kind_(XPCArgumentKind::UInt64), number_(number) {}
+  template <class T>
+  XPCArgumentRef(const std::shared_ptr<T>& object)
+      : kind_(XPCArgumentKind::Object), object_(object.get()), owner_(&object), share_(&share<T>) {}
+
+  [[nodiscard]] XPCArgumentKind kind() const { return kind_; }
+  [[nodiscard]] std::uint64_t number() const { return number_; }
+  [[nodiscard]] const NSObject* object() const { return object_; }
+  [[nodiscard]] XPCValue value() const {
+    if (kind_ == XPCArgumentKind::Object) return share_(owner_);
+    if (kind_ == XPCArgumentKind::UInt64) return number_;
+    return static_cast<std::uint32_t>(number_);
+  }
+
+ private:
+  template <class T>
+  static std::shared_ptr<NSObject> share(const void* owner) {
+    return *static_cast<const std::shared_ptr<T>*>(owner);
+  }
+
+  XPCArgumentKind kind_;
+  std::uint64_t number_ = 0;
+  const NSObject* object_ = nullptr;
+  const void* owner_ = nullptr;
+  std::shared_ptr<NSObject> (*share_)(const void* owner) = nullptr;
+};
+
 /// The last parameter of a method that has a reply.
 template <class... Arguments>
 using XPCReply = std::function<void(Arguments...)>;
@@ -70,6 +102,13 @@ class XPCMessageSink {
   /// `method` is the index in the protocol's methods. `reply` is empty for a method without a
   /// reply. Never blocks and never calls `reply` or the error handler before it returns.
   virtual void send(std::size_t method, const XPCValues& arguments, XPCReplyHandler reply) = 0;
+  /// As send, without a reply and for a sink that needs the arguments no longer than the call
+  /// takes.
+  virtual void sendMessage(std::size_t method, std::span<const XPCArgumentRef> arguments) {
+    XPCValues values;
+    for (const XPCArgumentRef& argument : arguments) values.append(argument.value());
+    send(method, values, {});
+  }
 };
 
 struct XPCProtocol {

@@ -89,6 +89,10 @@ struct Types {
     return values;
   }
 
+  static std::array<XPCArgumentRef, count> refer(const T&... arguments) {
+    return {XPCArgumentRef(arguments)...};
+  }
+
   template <class Callable, class Values>
   static void call(Callable&& callable, Values& values) {
     [&]<std::size_t... I>(std::index_sequence<I...>) {
@@ -228,8 +232,8 @@ class XPCProxy {
       request<Method>(std::forward_as_tuple(std::forward<A>(arguments)...),
                       std::make_index_sequence<sizeof...(A) - 1>{});
     } else {
-      sink_->send(Methods::template indexOf<Method>(),
-                  xpc_detail::TraitsOf<Method>::Arguments::pack(arguments...), {});
+      sink_->sendMessage(Methods::template indexOf<Method>(),
+                         xpc_detail::TraitsOf<Method>::Arguments::refer(arguments...));
     }
   }
 

@@ -1,0 +1,28 @@
+// A system log of any size for measurements: the same one each time.
+//
+// Threading: one thread. Ownership: the file goes with the object.
+// Errors: std::runtime_error where there is no room for it or it cannot be written.
+// Order: none.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+
+namespace bench {
+
+class SystemLog {
+ public:
+  /// Below `root`, where the platform looks for it. Of a thousand entries `keptPerMille` are the
+  /// router's, in no regular order; one entry in ten has continuation lines.
+  SystemLog(const std::filesystem::path& root, std::size_t bytes, unsigned keptPerMille);
+  SystemLog(const SystemLog&) = delete;
+  SystemLog& operator=(const SystemLog&) = delete;
+  ~SystemLog();
+
+  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+}  // namespace bench
