@@ -1,4 +1,4 @@
-// Prints what one device sends, until Enter is pressed: client REGISTRY_ENTRY_ID
+// Prints the reports of the device with the given registry entry ID, until Enter is pressed.
 #include <cstdlib>
 #include <iostream>
 
@@ -6,33 +6,23 @@
 
 using Client = std::shared_ptr<WLHIDEventRouterClient>;
 
-// Called on the connection's queue (a status also on the thread that starts or stops).
-class Printer final : public WLHIDEventRouterClientDelegate {
+class Printer final : public WLHIDEventRouterClientDelegate {  // called on the connection's queue
  public:
-  void hidEventRouterClient_clientStatusChangedTo(const Client&,
-                                                  WLHIDEventRouterClientStatus status) override {
-    std::cout << "status " << static_cast<std::uint64_t>(status) << std::endl;
-  }
   void hidEventRouterClient_handleError(const Client&,
                                         const std::shared_ptr<platform::NSError>& error) override {
-    std::cout << error->description() << std::endl;
+    std::cerr << error->description() << std::endl;
   }
   void hidEventRouterClient_receivedReportData_reportID(
-      const Client&, const std::shared_ptr<platform::NSData>& data,
-      std::uint32_t reportID) override {
-    std::cout << "report " << reportID << " " << data->description() << std::endl;
+      const Client&, const std::shared_ptr<platform::NSData>& data, std::uint32_t id) override {
+    std::cout << "report " << id << ": " << data->description() << std::endl;
   }
 };
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::cerr << "usage: client REGISTRY_ENTRY_ID\n";
-    return 2;
-  }
   const auto printer = std::make_shared<Printer>();  // ours to keep: the client holds it weakly
   const auto client =
       WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
-          std::strtoull(argv[1], nullptr, 0), /*deviceMode=*/0, nullptr, nullptr);
+          std::strtoull(argc > 1 ? argv[1] : "0", nullptr, 0), /*deviceMode=*/0, nullptr, nullptr);
   client->setDelegate(printer);
   client->setStarted(true);
   std::cin.get();
