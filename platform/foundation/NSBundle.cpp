@@ -11,8 +11,9 @@ constexpr std::string_view kApplicationSuffix = ".app";
 }  // namespace
 
 std::shared_ptr<NSBundle> NSBundle::mainBundle() {
-  static const auto bundle = std::make_shared<NSBundle>();
-  return bundle;
+  // Never destroyed: connections' threads ask for it while the process ends.
+  static const auto* const bundle = new auto(std::make_shared<NSBundle>());
+  return *bundle;
 }
 
 std::shared_ptr<NSString> NSBundle::bundlePath() const {

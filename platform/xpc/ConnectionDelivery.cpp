@@ -160,7 +160,7 @@ bool ConnectionCore::handleCall(const FrameHeader& header, std::span<const std::
 }
 
 void ConnectionCore::invoke(std::size_t method, std::uint64_t id, const MethodRules& rules) {
-  static const XPCReplySender none;
+  const XPCReplySender none;
   const std::shared_ptr<void> object = object_.object.lock();
   const XPCProtocol& protocol = exported_->protocol();
   if (!object || object_.protocol != &protocol) return dropForWantOfObject(method, id);
