@@ -79,13 +79,26 @@ std::vector<nlohmann::json> jsonLines(const std::string& text) {
   return lines;
 }
 
+namespace {
+
+/// Empty for a process that ends meanwhile: the kernel then refuses even what was open.
+std::string readProcessFile(const fs::path& path) {
+  try {
+    return readFile(path);
+  } catch (const std::ios_base::failure&) {
+    return {};
+  }
+}
+
+}  // namespace
+
 std::vector<pid_t> processesOfRoot(const fs::path& root) {
   std::vector<pid_t> found;
   for (const auto& entry : fs::directory_iterator("/proc")) {
     const std::string name = entry.path().filename();
     if (name.find_first_not_of("0123456789") != std::string::npos) continue;
-    const bool ours = mentions(readFile(entry.path() / "cmdline"), root) ||
-                      mentions(readFile(entry.path() / "environ"), root);
+    const bool ours = mentions(readProcessFile(entry.path() / "cmdline"), root) ||
+                      mentions(readProcessFile(entry.path() / "environ"), root);
     const pid_t pid = static_cast<pid_t>(std::stol(name));
     if (ours && pid != ::getpid() && !isZombie(entry.path())) found.push_back(pid);
   }
@@ -106,7 +119,8 @@ void ToolTest::TearDown() {
 std::vector<pid_t> ToolTest::jobDaemons() const {
   std::vector<pid_t> found;
   for (const pid_t pid : processesOfRoot(root)) {
-    const std::string command = readFile(fs::path("/proc") / std::to_string(pid) / "cmdline");
+    const std::string command =
+        readProcessFile(fs::path("/proc") / std::to_string(pid) / "cmdline");
     if (command.find("wlhid-jobd") != std::string::npos) found.push_back(pid);
   }
   return found;
@@ -117,7 +131,7 @@ void ToolTest::expectNoProcessLeft() const {
   for (const pid_t pid : processesOfRoot(directory)) {
     EXPECT_TRUE(waitForEnd(pid, deadline))
         << "left running: " << pid << " "
-        << readFile(fs::path("/proc") / std::to_string(pid) / "cmdline");
+        << readProcessFile(fs::path("/proc") / std::to_string(pid) / "cmdline");
   }
 }
 
