@@ -20,7 +20,6 @@
 #include <thread>
 #include <vector>
 
-#include "platform/foundation/FoundationProvider.h"
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
@@ -30,6 +29,7 @@
 #include "platform/xpc/NSXPCConnection.h"
 #include "platform/xpc/NSXPCListener.h"
 #include "platform/xpc/XPCTraits.h"
+#include "tests/support/LogSink.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace testsupport {
@@ -170,14 +170,7 @@ class Talker final : public Talk {
 /// Collects the platform's log lines of the test's process.
 class LogCapture final {
  public:
-  LogCapture() : provider_(std::make_shared<Provider>()) {
-    previous_ = platform::foundationProvider().exchange(provider_);
-  }
-  LogCapture(const LogCapture&) = delete;
-  LogCapture& operator=(const LogCapture&) = delete;
-  ~LogCapture() { platform::foundationProvider().exchange(previous_); }
-
-  [[nodiscard]] Lines lines() const { return provider_->log_.lines(); }
+  [[nodiscard]] Lines lines() const { return log_->lines(); }
   [[nodiscard]] std::size_t linesWith(const std::string& part) const {
     const Lines all = lines();
     return static_cast<std::size_t>(std::count_if(
@@ -186,30 +179,8 @@ class LogCapture final {
   }
 
  private:
-  struct Provider final : platform::FoundationProvider {
-    std::shared_ptr<platform::NSData> dataWithContentsOfFile(
-        const std::shared_ptr<platform::NSString>& path) override {
-      return machine_->dataWithContentsOfFile(path);
-    }
-    std::shared_ptr<platform::NSString> mainBundlePath() override {
-      return machine_->mainBundlePath();
-    }
-    std::shared_ptr<platform::NSObject> propertyListWithData(
-        const std::shared_ptr<platform::NSData>& data, platform::NSPropertyListFormat* format,
-        std::shared_ptr<platform::NSError>* error) override {
-      return machine_->propertyListWithData(data, format, error);
-    }
-    std::shared_ptr<platform::NSNotificationCenter> defaultCenter() override {
-      return machine_->defaultCenter();
-    }
-    void log(std::string_view text) override { log_.add(std::string(text)); }
-
-    std::shared_ptr<platform::FoundationProvider> machine_ = platform::machineFoundationProvider();
-    EventLog log_;
-  };
-
-  std::shared_ptr<Provider> provider_;
-  std::shared_ptr<platform::FoundationProvider> previous_;
+  std::shared_ptr<EventLog> log_ = std::make_shared<EventLog>();
+  LogSink sink_{[log = log_](std::string_view text) { log->add(std::string(text)); }};
 };
 
 /// How often connections to one name ended is remembered by the layer, so each test has a name of

@@ -33,9 +33,18 @@ bool mentions(const std::string& zeroSeparated, const std::string& text) {
   return zeroSeparated.find(text) != std::string::npos;
 }
 
+/// Empty for a process that ends meanwhile: the kernel then refuses even what was open.
+std::string readProcessFile(const fs::path& path) {
+  try {
+    return readFile(path);
+  } catch (const std::ios_base::failure&) {
+    return {};
+  }
+}
+
 /// Whether the process has ended and only waits for its parent.
 bool isZombie(const fs::path& process) {
-  const std::string stat = readFile(process / "stat");
+  const std::string stat = readProcessFile(process / "stat");
   const std::size_t end = stat.rfind(')');
   return end == std::string::npos || stat.size() < end + 3 || stat[end + 2] == 'Z';
 }
@@ -78,19 +87,6 @@ std::vector<nlohmann::json> jsonLines(const std::string& text) {
   for (const std::string& line : linesOf(text)) lines.push_back(nlohmann::json::parse(line));
   return lines;
 }
-
-namespace {
-
-/// Empty for a process that ends meanwhile: the kernel then refuses even what was open.
-std::string readProcessFile(const fs::path& path) {
-  try {
-    return readFile(path);
-  } catch (const std::ios_base::failure&) {
-    return {};
-  }
-}
-
-}  // namespace
 
 std::vector<pid_t> processesOfRoot(const fs::path& root) {
   std::vector<pid_t> found;

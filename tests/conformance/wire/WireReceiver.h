@@ -1,0 +1,25 @@
+// The connection layer as a receiver of any bytes: a real connection on one end of a socket pair,
+// the bytes on the other, and what came of them in the words of WireJudge.h.
+//
+// Threading: one observation at a time in a process, for it takes the platform's log. Ownership:
+// values. Errors: std::runtime_error when the connection does not end within 20 s of the stream's
+// end. Order: events as they happened.
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "tests/conformance/wire/WireMessages.h"
+
+namespace conformance {
+
+struct Observation {
+  std::vector<std::string> events;
+  std::vector<std::string> answers;
+};
+
+/// Sends the prelude and `bytes`, ends the stream and waits until the connection has ended.
+[[nodiscard]] Observation observe(Receiver receiver, std::span<const std::uint8_t> bytes);
+
+}  // namespace conformance

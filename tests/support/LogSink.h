@@ -1,0 +1,52 @@
+// Takes the platform's log lines of the test's process.
+//
+// Threading: the sink is called on whichever thread logs. Ownership: the platform keeps the sink
+// until this object goes. Errors: none. Order: lines of one thread in their order.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "platform/foundation/FoundationProvider.h"
+
+namespace testsupport {
+
+class LogSink final {
+ public:
+  explicit LogSink(std::function<void(std::string_view)> sink)
+      : previous_(
+            platform::foundationProvider().exchange(std::make_shared<Provider>(std::move(sink)))) {}
+  LogSink(const LogSink&) = delete;
+  LogSink& operator=(const LogSink&) = delete;
+  ~LogSink() { platform::foundationProvider().exchange(previous_); }
+
+ private:
+  struct Provider final : platform::FoundationProvider {
+    explicit Provider(std::function<void(std::string_view)> sink) : sink_(std::move(sink)) {}
+    std::shared_ptr<platform::NSData> dataWithContentsOfFile(
+        const std::shared_ptr<platform::NSString>& path) override {
+      return machine_->dataWithContentsOfFile(path);
+    }
+    std::shared_ptr<platform::NSString> mainBundlePath() override {
+      return machine_->mainBundlePath();
+    }
+    std::shared_ptr<platform::NSObject> propertyListWithData(
+        const std::shared_ptr<platform::NSData>& data, platform::NSPropertyListFormat* format,
+        std::shared_ptr<platform::NSError>* error) override {
+      return machine_->propertyListWithData(data, format, error);
+    }
+    std::shared_ptr<platform::NSNotificationCenter> defaultCenter() override {
+      return machine_->defaultCenter();
+    }
+    void log(std::string_view text) override { sink_(text); }
+
+    std::shared_ptr<platform::FoundationProvider> machine_ = platform::machineFoundationProvider();
+    std::function<void(std::string_view)> sink_;
+  };
+
+  std::shared_ptr<platform::FoundationProvider> previous_;
+};
+
+}  // namespace testsupport
