@@ -29,7 +29,7 @@ class HeaderSearch {
   std::size_t taken_ = 0;   ///< characters for that step
 };
 
-/// Whether the whole line begins an entry.
-[[nodiscard]] bool isHeader(std::string_view line);
+/// Whether the first line of the text, up to its line feed or whole, begins an entry.
+[[nodiscard]] bool beginsWithHeader(std::string_view text);
 
 }  // namespace diagnostics

@@ -37,10 +37,11 @@ class LogFilter {
 
  private:
   using Answer = HeaderSearch::Answer;
+  class Labels;
 
   void acceptWholeLines(std::string_view lines);
-  std::size_t skipEntries(std::string_view lines, std::size_t start);
-  std::size_t keepEntries(std::string_view lines, std::size_t start);
+  std::size_t skipEntries(std::string_view lines, std::size_t start, Labels& labels);
+  std::size_t keepEntries(std::string_view lines, std::size_t start, Labels& labels);
 
   void beginLine();
   void continueLine(std::string_view part);
@@ -48,15 +49,13 @@ class LogFilter {
   void lookForLabel(std::string_view part);
   [[nodiscard]] bool mayBeKept() const;
   [[nodiscard]] std::string_view storedLine() const;
-  void appendLines(std::string_view lines);
 
-  platform::GrowingData excerpt_;
+  platform::GrowingData excerpt_;  ///< the kept lines, each with a line feed behind it
   bool keep_ = false;  ///< whether the entry is kept to which the last whole line belongs
 
   // The line that has begun and not ended. As long as it may be kept it lies at the excerpt's end.
   bool lineIsOpen_ = false;
-  std::size_t sizeBefore_ = 0;  ///< the excerpt's size without the line
-  std::size_t lineStart_ = 0;   ///< where in the excerpt the line begins
+  std::size_t lineStart_ = 0;
   HeaderSearch search_;
   Answer answer_ = Answer::open;
   bool namesRouter_ = false;  ///< not looked for in a line that begins no entry

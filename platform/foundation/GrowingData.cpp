@@ -13,7 +13,14 @@
 namespace platform {
 namespace {
 
+// A mapping costs memory only where it was written to, so there is room to be generous: hardly any
+// result is moved more than once.
 constexpr std::size_t kFirstCapacity = std::size_t{256} * 1024;
+constexpr std::size_t kSecondCapacity = std::size_t{64} * 1024 * 1024;
+constexpr std::size_t kGrowth = 16;
+// Mappings from the second on begin where a large page can begin. Both their first use and their
+// moving are then many times cheaper.
+constexpr std::size_t kLargePage = std::size_t{2} * 1024 * 1024;
 constexpr std::size_t kManyBytes = std::size_t{1024} * 1024;
 
 std::size_t pageSize() {
@@ -25,17 +32,41 @@ std::size_t wholePages(std::size_t size) {
   return (size + pageSize() - 1) / pageSize() * pageSize();
 }
 
-/// A mapping of `newSize` bytes that begins with the old one's; null when there is no room. Pages
-/// cost memory only once they are written.
+std::size_t capacityBehind(std::size_t capacity) {
+  if (capacity < kFirstCapacity) return kFirstCapacity;
+  return std::max(kSecondCapacity, capacity * kGrowth);
+}
+
+/// New pages, or null.
+char* mapped(std::size_t size) {
+  void* const mapping = ::mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  return mapping == MAP_FAILED ? nullptr : static_cast<char*>(mapping);
+}
+
+/// New pages that begin where a large one can begin, or null.
+char* mappedForLargePages(std::size_t size) {
+  char* const wide = mapped(size + kLargePage);
+  if (wide == nullptr) return nullptr;
+  const std::size_t before = -reinterpret_cast<std::uintptr_t>(wide) % kLargePage;
+  if (before > 0) ::munmap(wide, before);
+  ::munmap(wide + before + size, kLargePage - before);
+  ::madvise(wide + before, size, MADV_HUGEPAGE);  // a refusal changes nothing
+  return wide + before;
+}
+
+/// A mapping of `newSize` bytes that begins with the old one's; null when there is no room, and the
+/// old one is then as it was.
 char* resized(char* begin, std::size_t oldSize, std::size_t newSize) {
-  void* const mapping = begin == nullptr
-                            ? ::mmap(nullptr, newSize, PROT_READ | PROT_WRITE,
-                                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)
-                            : ::mremap(begin, oldSize, newSize, MREMAP_MAYMOVE);
-  if (mapping == MAP_FAILED) return nullptr;
-  // Fewer page faults where the system has large pages to give; a refusal changes nothing.
-  ::madvise(mapping, newSize, MADV_HUGEPAGE);
-  return static_cast<char*>(mapping);
+  char* const place = newSize < kSecondCapacity ? mapped(newSize) : mappedForLargePages(newSize);
+  if (place == nullptr || begin == nullptr) return place;
+  // The pages themselves move into the new place, which the system unmaps for them first.
+  if (::mremap(begin, oldSize, newSize, MREMAP_MAYMOVE | MREMAP_FIXED, place) != MAP_FAILED) {
+    ::madvise(place, newSize, MADV_HUGEPAGE);
+    return place;
+  }
+  ::munmap(place, newSize);
+  return nullptr;
 }
 
 /// Owns the pages for as long as the data is referred to.
@@ -61,7 +92,7 @@ GrowingData::~GrowingData() {
 
 void GrowingData::reserve(std::size_t needed) {
   if (needed <= capacity_) return;
-  const std::size_t generous = wholePages(std::max({needed, kFirstCapacity, capacity_ * 2}));
+  const std::size_t generous = wholePages(std::max(needed, capacityBehind(capacity_)));
   for (const std::size_t capacity : {generous, wholePages(needed)}) {
     char* const begin = resized(begin_, capacity_, capacity);
     if (begin == nullptr) continue;

@@ -44,32 +44,43 @@ TEST(HeaderPattern, IsTakenApartIntoItsSteps) {
 }
 
 TEST(HeaderSearch, TheUsualLineIsAHeader) {
-  EXPECT_TRUE(isHeader(usual));
-  EXPECT_TRUE(isHeader("nov  1 3:1:4 h p[1](com.example.job[7])  Restart 2.0:"));
+  EXPECT_TRUE(beginsWithHeader(usual));
+  EXPECT_TRUE(beginsWithHeader("nov  1 3:1:4 h p[1](com.example.job[7])  Restart 2.0:"));
 }
 
 TEST(HeaderSearch, AProcessNameWithADigitMakesNoHeader) {
-  EXPECT_FALSE(isHeader("Nov 21 03:12:45 host router2[345]: text"));
+  EXPECT_FALSE(beginsWithHeader("Nov 21 03:12:45 host router2[345]: text"));
 }
 
 TEST(HeaderSearch, NothingMayStandBeforeTheMonth) {
-  EXPECT_FALSE(isHeader(" " + std::string(usual)));
-  EXPECT_FALSE(isHeader("\xEF\xBB\xBF" + std::string(usual)));
-  EXPECT_FALSE(isHeader("\t"));
-  EXPECT_FALSE(isHeader(""));
+  EXPECT_FALSE(beginsWithHeader(" " + std::string(usual)));
+  EXPECT_FALSE(beginsWithHeader("\xEF\xBB\xBF" + std::string(usual)));
+  EXPECT_FALSE(beginsWithHeader("\t"));
+  EXPECT_FALSE(beginsWithHeader(""));
+}
+
+TEST(HeaderSearch, TheLineFeedEndsTheLine) {
+  EXPECT_TRUE(beginsWithHeader(std::string(usual) + "\nnext"));
+  for (std::size_t i = 0; i < usual.find(": "); ++i) {
+    auto broken = std::string(usual);
+    broken.insert(i, 1, '\n');
+    EXPECT_FALSE(beginsWithHeader(broken)) << i;
+    broken.erase(i + 1, 1);
+    EXPECT_FALSE(beginsWithHeader(broken)) << i;
+  }
 }
 
 TEST(HeaderSearch, EveryLineCutShortOrWithOneCharacterLessAnswersAsICU) {
   HeaderOracle oracle;
   for (std::size_t i = 0; i <= usual.size(); ++i) {
     const auto start = usual.substr(0, i);
-    EXPECT_EQ(isHeader(start), oracle.isHeader(start)) << start;
+    EXPECT_EQ(beginsWithHeader(start), oracle.isHeader(start)) << start;
     auto without = std::string(usual);
     if (i < without.size()) without.erase(i, 1);
-    EXPECT_EQ(isHeader(without), oracle.isHeader(without)) << without;
+    EXPECT_EQ(beginsWithHeader(without), oracle.isHeader(without)) << without;
     auto twice = std::string(usual);
     if (i < twice.size()) twice.insert(i, 1, twice[i]);
-    EXPECT_EQ(isHeader(twice), oracle.isHeader(twice)) << twice;
+    EXPECT_EQ(beginsWithHeader(twice), oracle.isHeader(twice)) << twice;
   }
 }
 
@@ -93,9 +104,9 @@ TEST(HeaderSearch, EveryCharacterAtEveryKindOfPlaceAnswersAsICU) {
   std::size_t found = 0;
   for (const auto& [before, behind] : places) {
     for (char32_t c = 0; c <= 0x10FFFF; ++c) {
-      if (c >= 0xD800 && c <= 0xDFFF) continue;
+      if ((c >= 0xD800 && c <= 0xDFFF) || c == '\n') continue;  // no line has a line feed
       const std::string line = std::string(before) + utf8(c) + std::string(behind);
-      const bool answer = isHeader(line);
+      const bool answer = beginsWithHeader(line);
       found += answer ? 1 : 0;
       ASSERT_EQ(answer, oracle.isHeader(line)) << "U+" << std::hex << std::uint32_t{c};
     }
@@ -154,7 +165,7 @@ TEST(HeaderSearch, RandomLinesOfAHostileAlphabetAnswerAsICU) {
   std::size_t headers = 0;
   for (int round = 0; round < 200000; ++round) {
     const std::string line = randomLine(random, alphabet);
-    const bool answer = isHeader(line);
+    const bool answer = beginsWithHeader(line);
     headers += answer ? 1 : 0;
     ASSERT_EQ(answer, oracle.isHeader(line)) << line;
   }
@@ -173,7 +184,7 @@ TEST(HeaderSearch, RandomMutationsOfTheUsualLineAnswerAsICU) {
       line.replace(at, random() % 2, alphabet[random() % alphabet.size()]);
       if (!platform::isValidUTF8(line)) line = usual;
     }
-    ASSERT_EQ(isHeader(line), oracle.isHeader(line)) << line;
+    ASSERT_EQ(beginsWithHeader(line), oracle.isHeader(line)) << line;
   }
 }
 
@@ -188,7 +199,7 @@ TEST(HeaderSearch, ALineThatArrivesInPiecesAnswersAsWhole) {
          length += 1 + random() % 3)
       answer = search.advance(std::string_view(line).substr(0, length));
     if (answer == HeaderSearch::Answer::open) answer = search.advance(line);
-    ASSERT_EQ(answer == HeaderSearch::Answer::found, isHeader(line)) << line;
+    ASSERT_EQ(answer == HeaderSearch::Answer::found, beginsWithHeader(line)) << line;
   }
 }
 
@@ -197,18 +208,20 @@ TEST(HeaderSearch, AHostNameOfFiveMegabytesOnWhichICUGivesUpIsAHostName) {
   const std::string header = "Nov 21 03:12:45 " + host + " p[1]: text";
   HeaderOracle oracle;
   EXPECT_EQ(oracle.isHeader(header), std::nullopt);
-  EXPECT_TRUE(isHeader(header));
-  EXPECT_FALSE(isHeader("Nov 21 03:12:45 " + host));
-  EXPECT_FALSE(isHeader("Nov 21 03:12:45 " + host + " p1[1]: text"));
+  EXPECT_TRUE(beginsWithHeader(header));
+  EXPECT_FALSE(beginsWithHeader("Nov 21 03:12:45 " + host));
+  EXPECT_FALSE(beginsWithHeader("Nov 21 03:12:45 " + host + " p1[1]: text"));
 }
 
 TEST(HeaderSearch, LongRunsElsewhereAreNoMatterEither) {
   const std::string letters(5 * 1024 * 1024, 'p');
   const std::string digits(5 * 1024 * 1024, '1');
   const std::string blanks(5 * 1024 * 1024, ' ');
-  EXPECT_TRUE(isHeader("Nov 21 03:12:45 host " + letters + "[" + digits + "]" + blanks + ":"));
-  EXPECT_FALSE(isHeader("Nov 21 03:12:45 host " + letters + "[" + digits + "]" + blanks + "-:"));
-  EXPECT_FALSE(isHeader("Nov" + blanks + "21 03:12:45 host p[1]:"));
+  EXPECT_TRUE(
+      beginsWithHeader("Nov 21 03:12:45 host " + letters + "[" + digits + "]" + blanks + ":"));
+  EXPECT_FALSE(
+      beginsWithHeader("Nov 21 03:12:45 host " + letters + "[" + digits + "]" + blanks + "-:"));
+  EXPECT_FALSE(beginsWithHeader("Nov" + blanks + "21 03:12:45 host p[1]:"));
 }
 
 }  // namespace
