@@ -32,11 +32,11 @@ class Writer {
     text += " workstation ";
     text += draw(1000) < keptPerMille_ ? "com.quillmar.hideventrouter" : processes[draw(5)];
     text += '[' + std::to_string(100 + draw(30000)) + "]: ";
-    appendWords(text, 3 + draw(14));
+    appendWords(text, 5 + draw(16));
     if (draw(10) == 0) {
       for (auto lines = 1 + draw(3); lines > 0; --lines) {
         text += '\t';
-        appendWords(text, 2 + draw(8));
+        appendWords(text, 4 + draw(10));
       }
     }
   }

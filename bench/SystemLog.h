@@ -13,7 +13,8 @@ namespace bench {
 class SystemLog {
  public:
   /// Below `root`, where the platform looks for it. Of a thousand entries `keptPerMille` are the
-  /// router's, in no regular order; one entry in ten has continuation lines.
+  /// router's, in no regular order. An entry has 150 bytes on average, and one in ten has
+  /// continuation lines.
   SystemLog(const std::filesystem::path& root, std::size_t bytes, unsigned keptPerMille);
   SystemLog(const SystemLog&) = delete;
   SystemLog& operator=(const SystemLog&) = delete;
