@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -117,13 +116,8 @@ WireMessage parseTitle(const std::string& line) {
   return message;
 }
 
-std::filesystem::path sourceDirectory() {
-  const char* const root = std::getenv("WLHID_SOURCE_DIR");
-  return root != nullptr ? root : ".";
-}
-
 std::vector<WireMessage> readAll() {
-  const auto folder = sourceDirectory() / "tests/conformance/wire/messages";
+  const std::filesystem::path folder(WLHID_SOURCE_DIR "/tests/conformance/wire/messages");
   std::set<std::filesystem::path> files;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) files.insert(entry.path());
   std::vector<WireMessage> all;

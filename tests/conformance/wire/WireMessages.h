@@ -42,7 +42,7 @@ struct WireMessage {
 [[nodiscard]] std::vector<WireMessage> parseWireMessages(const std::string& text,
                                                          const std::string& where);
 
-/// All messages of the set. Its folder is found through WLHID_SOURCE_DIR.
+/// All messages of the set, from the source tree that this was built from.
 [[nodiscard]] const std::vector<WireMessage>& wireMessages();
 
 /// What stands in the stream before the message; empty for the receivers that have heard nothing.
