@@ -54,7 +54,7 @@ void RouteSession::hidEventRouterClient_handleError(
 void RouteSession::hidEventRouterClient_receivedReportData_reportID(
     const std::shared_ptr<WLHIDEventRouterClient>& client,
     const std::shared_ptr<platform::NSData>& data, std::uint32_t reportID) {
-  if (ending_) return;
+  if (ending_ || !data) return;  // nothing keeps a router from sending nil
   if (last_ && reports_ == last_->reports) return end(client, {});
   std::string line;
   lines_->appendReport(line, data->span(), reportID);
@@ -69,7 +69,7 @@ void RouteSession::hidEventRouterClient_receivedReportData_reportID(
 void RouteSession::hidEventRouterClient_receivedElementValues(
     const std::shared_ptr<WLHIDEventRouterClient>& client,
     const std::shared_ptr<platform::NSArray>& elementValues) {
-  if (ending_) return;
+  if (ending_ || !elementValues) return;
   std::string line;
   lines_->appendElementValues(line, *elementValues);
   print(client, line);

@@ -106,6 +106,16 @@ TEST_F(RouteSessionTest, PrintsNothingOnceItHasEnded) {
   EXPECT_EQ(printed(), "");
 }
 
+TEST_F(RouteSessionTest, NilFromARouterIsPassedOver) {
+  const auto s = session(LastDelivery{1, false});
+  s->hidEventRouterClient_receivedReportData_reportID(nullptr, nullptr, 0);
+  s->hidEventRouterClient_receivedElementValues(nullptr, nullptr);
+  EXPECT_EQ(printed(), "");
+  EXPECT_FALSE(s->ended());
+  report(*s, 7);
+  EXPECT_EQ(printed(), kReport7);
+}
+
 TEST_F(RouteSessionTest, KeepsTheFirstEnd) {
   const auto s = session(std::nullopt);
   s->end(nullptr, {true, "first"});
