@@ -32,9 +32,18 @@ const InterfaceTable& clientTable() {
   return *table;
 }
 
+/// Admits every class wherever the start request and its reply carry objects.
 const InterfaceTable& routerTable() {
-  static const auto* const table =
-      new InterfaceTable(std::make_shared<NSXPCInterface>(WLHIDEventRouterProtocol::protocol()));
+  static const auto* const table = [] {
+    constexpr std::string_view kStart =
+        "startRoutingServiceWithEntryID:deviceMode:tagDictionary:typeDictionary:reply:";
+    const NSClassSet all = {&NSObject::classObject()};
+    auto interface = std::make_shared<NSXPCInterface>(WLHIDEventRouterProtocol::protocol());
+    for (const std::size_t argument : {2U, 3U})
+      interface->setClasses_forSelector_argumentIndex_ofReply(all, kStart, argument, false);
+    interface->setClasses_forSelector_argumentIndex_ofReply(all, kStart, 0, true);
+    return new InterfaceTable(std::move(interface));
+  }();
   return *table;
 }
 
