@@ -97,6 +97,27 @@ TEST_F(SlowPeer, TheBacklogHasABoundAndWhatIsDroppedIsCountedAndReported) {
   EXPECT_TRUE(end->log.waitFor("note 9"));
 }
 
+TEST_F(SlowPeer, TheBacklogTakesItsLimitToTheByte) {
+  constexpr std::size_t kAroundTheBlock = 18;  // header, tag, long size, the second argument
+  const auto frameOf = [&](std::size_t size) { return block(size - kAroundTheBlock); };
+  const std::size_t half = kXPCUnsentLimit / 2;
+  const std::size_t quarter = kXPCUnsentLimit / 4;
+  for (const std::size_t last : {quarter - 1, quarter, quarter + 1}) {
+    End end;
+    end.configure(makeConnection());  // not resumed, so that nothing leaves
+    const auto proxy = end.proxy();
+    proxy->data_tag(frameOf(half), 0);
+    proxy->data_tag(frameOf(quarter), 0);
+    ASSERT_EQ(end.connection->unsentBytes(), half + quarter);
+    proxy->data_tag(frameOf(last), 0);
+    const bool fits = last <= quarter;
+    EXPECT_EQ(end.connection->messagesDropped(), fits ? 0U : 1U) << last;
+    EXPECT_EQ(end.connection->unsentBytes(), half + quarter + (fits ? last : 0)) << last;
+    end.connection.reset();
+  }
+  EXPECT_TRUE(waitUntilNoConnectionIsLeft());
+}
+
 TEST_F(SlowPeer, WaitingOnTheQueueItselfFlushesThere) {
   const auto end = connectToSlow();
   const auto data = block(4096);

@@ -1,5 +1,6 @@
 #include <cerrno>
 
+#include "platform/xpc/InterfaceTable.h"
 #include "tests/unit/xpc/CoderSupport.h"
 
 using namespace platform;
@@ -189,8 +190,29 @@ TEST(ObjectCoder, ACollectionThatHoldsItselfIsRefusedByTheEncoder) {
   array->removeObjectAtIndex(0);
 }
 
+TEST(ObjectCoder, AFrameIsFilledToItsLastByte) {
+  constexpr std::size_t kAroundTheBlock = 6;  // tag and long size
+  for (const std::size_t body : {kMaxFrameBody - 1, kMaxFrameBody, kMaxFrameBody + 1}) {
+    WireWriter writer;
+    writer.beginFrame(FrameKind::Message, 0);
+    platform::XPCValues values;
+    values.append(platform::XPCValue(
+        Object(NSData::dataWithLength(body - kAroundTheBlock, [](std::span<std::uint8_t>) {}))));
+    int failure = 0;
+    try {
+      encodeValues(writer, values);
+    } catch (const EncodingError& error) {
+      failure = error.code();
+    }
+    EXPECT_EQ(failure, body <= kMaxFrameBody ? 0 : EMSGSIZE) << body;
+  }
+}
+
 TEST(ObjectCoder, TheNumberOfObjectsIsBounded) {
-  std::vector<Object> members(kMaxObjectsPerFrame - 1, NSNumber::numberWithBool(true));
+  std::vector<Object> members(kMaxObjectsPerFrame - 2, NSNumber::numberWithBool(true));
+  const Bytes belowLimit = encode(NSArray::arrayWithObjects(members));
+  EXPECT_EQ(decode(belowLimit).verdict, DecodeVerdict::Accepted);
+  members.push_back(members.front());
   const Bytes atLimit = encode(NSArray::arrayWithObjects(members));
   EXPECT_EQ(decode(atLimit).verdict, DecodeVerdict::Accepted);
   members.push_back(members.front());
