@@ -45,6 +45,9 @@ void addUninstallVerb(CLI::App& app, Action& chosen);
 void addInspectVerb(CLI::App& app, Action& chosen);
 void addDevicesVerb(CLI::App& app, Action& chosen);
 void addRouteVerb(CLI::App& app, Action& chosen);
+void addLogVerb(CLI::App& app, Action& chosen);
+void addReportVerb(CLI::App& app, Action& chosen);
+void addDoctorVerb(CLI::App& app, Action& chosen);
 
 /// The same text as one printable line: control characters and bytes that are not UTF-8 become "?".
 [[nodiscard]] std::string oneLine(std::string_view text);

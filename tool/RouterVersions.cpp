@@ -6,7 +6,12 @@
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/services/JobFile.h"
+#include "platform/services/RootFiles.h"
 #include "platform/services/ServiceManagement.h"
+#include "platform/services/SystemRoot.h"
+#include "tool/Command.h"
+#include "tool/Files.h"
 
 namespace tool {
 
@@ -16,22 +21,43 @@ using platform::NSArray;
 using platform::NSDictionary;
 using platform::NSString;
 using platform::objectCast;
+using platform::SystemRoot;
 
 constexpr std::string_view kBundleVersionKey = "CFBundleVersion";
 
-std::string versionOf(const std::string& path) {
-  const auto data = platform::NSData::dataWithContentsOfFile(NSString::stringWithUTF8(path));
-  const auto bytes = KQPrivilegedHelperManager::extractInfoPlistFromData(data);
-  if (!bytes) return {};
-  const auto list = objectCast<NSDictionary>(
-      platform::NSPropertyListSerialization::propertyListWithData_options_format_error(
-          bytes, 0, nullptr, nullptr));
-  const auto version = list ? list->objectForKey(kBundleVersionKey) : nullptr;
-  return version ? version->description() : std::string();
+RouterCopy incomplete(const std::string& path, CopyState state, std::string problem) {
+  return {path, {}, state, std::move(problem), nullptr};
 }
 
-RouterCopy copyAt(const std::string& path) {
-  return {path, versionOf(path)};
+/// Why the file gives no bytes.
+std::string whyUnreadable(const std::string& path) {
+  try {
+    static_cast<void>(readWholeFile(path));
+  } catch (const Failure& failure) {
+    return failure.what();
+  }
+  return path + ": cannot be read";
+}
+
+/// As the presence check reads it: the file, its section, the list in it, the version.
+RouterCopy copyAt(const std::string& path, const std::string& whyNoPath) {
+  if (path.empty()) return incomplete(path, CopyState::NoPath, whyNoPath);
+  const auto data = platform::NSData::dataWithContentsOfFile(NSString::stringWithUTF8(path));
+  if (!data) return incomplete(path, CopyState::Unreadable, whyUnreadable(path));
+  const auto bytes = KQPrivilegedHelperManager::extractInfoPlistFromData(data);
+  if (!bytes)
+    return incomplete(path, CopyState::NoEmbeddedList, path + ": has no embedded property list");
+  const auto list =
+      platform::NSPropertyListSerialization::propertyListWithData_options_format_error(
+          bytes, 0, nullptr, nullptr);
+  if (!list)
+    return incomplete(path, CopyState::BadList, path + ": its embedded property list is damaged");
+  const auto dictionary = objectCast<NSDictionary>(list);
+  const auto version = dictionary ? dictionary->objectForKey(kBundleVersionKey) : nullptr;
+  if (!version)
+    return incomplete(path, CopyState::NoVersion,
+                      path + ": its embedded property list has no version");
+  return {path, version->description(), CopyState::Complete, {}, version};
 }
 
 std::string bundleCopyPath() {
@@ -44,7 +70,31 @@ std::string bundleCopyPath() {
 std::string executableOf(const NSDictionary& job) {
   const auto arguments = objectCast<NSArray>(job.objectForKey("ProgramArguments"));
   if (!arguments || arguments->count() == 0) return {};
-  return arguments->objectAtIndex(0)->description();
+  const auto path = objectCast<NSString>(arguments->objectAtIndex(0));
+  return path ? path->UTF8String() : std::string();
+}
+
+std::string whyNoJob(const SystemRoot& root) {
+  const std::string file = root.jobFile(WLHIDEventRouterLabel).string();
+  const auto directory = platform::openRoot(root);
+  if (!directory) return "there is no system root " + root.path().string();
+  const auto jobs = platform::openDirectoryBelow(directory.get(), "Library/LaunchDaemons", false);
+  const auto bytes =
+      jobs ? platform::readFileIn(jobs.get(), std::string(WLHIDEventRouterLabel) + ".plist",
+                                  platform::maximumJobFileBytes)
+           : std::nullopt;
+  if (!bytes) return "there is no job file " + file;
+  std::string reason = "it cannot be read";
+  static_cast<void>(platform::jobDictionary(*bytes, WLHIDEventRouterLabel, &reason));
+  return file + ": " + reason;
+}
+
+std::string jobProblem() {
+  try {
+    return whyNoJob(SystemRoot::current());
+  } catch (const std::exception& error) {
+    return error.what();
+  }
 }
 
 std::vector<std::string> servicesOf(const NSDictionary& job) {
@@ -59,11 +109,14 @@ std::vector<std::string> servicesOf(const NSDictionary& job) {
 
 RouterVersions readRouterVersions() {
   RouterVersions versions;
-  versions.bundle = copyAt(bundleCopyPath());
+  versions.bundle = copyAt(bundleCopyPath(), "it is not known where this program lies");
   const auto job = platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd,
                                                  platform::str(WLHIDEventRouterLabel));
-  if (!job) return versions;
-  versions.installed = copyAt(executableOf(*job));
+  if (!job) {
+    versions.jobProblem = jobProblem();
+    return versions;
+  }
+  versions.installed = copyAt(executableOf(*job), "the job names no executable");
   versions.services = servicesOf(*job);
   return versions;
 }

@@ -32,6 +32,9 @@ void describe(CLI::App& app, std::string& root, Action& chosen) {
   addInspectVerb(app, chosen);
   addDevicesVerb(app, chosen);
   addRouteVerb(app, chosen);
+  addLogVerb(app, chosen);
+  addReportVerb(app, chosen);
+  addDoctorVerb(app, chosen);
 }
 
 /// The usage that helps most: that of the verb which was begun.
@@ -86,8 +89,10 @@ int run(int argc, const char* const* argv) {
 }  // namespace tool
 
 int main(int argc, char** argv) {
-  std::signal(SIGPIPE,
-              SIG_IGN);  // a reader that has gone away is noticed where something is written
+  // A reader that has gone away and a file that may not grow are noticed where something is
+  // written.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
   try {
     return tool::run(argc, argv);
   } catch (const std::exception& error) {

@@ -4,12 +4,11 @@
 #include <optional>
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
-#include "platform/services/JobDaemon.h"
 #include "platform/services/SystemRoot.h"
-#include "router/RouterStatus.h"
 #include "tool/Command.h"
+#include "tool/Inventory.h"
+#include "tool/InventoryJson.h"
 #include "tool/Numbers.h"
-#include "tool/RouterVersions.h"
 
 namespace tool {
 
@@ -25,78 +24,29 @@ struct Status {
   std::optional<platform::ControlReply> jobs;  // of a daemon that runs
 };
 
-/// Nothing also where the daemon is there and does not answer: the status is a question, and no
-/// answer is one.
-std::optional<platform::ControlReply> askJobDaemon(const platform::SystemRoot& root) {
-  try {
-    return platform::JobDaemon(root).status();
-  } catch (const platform::ServiceError& error) {
-    complain(std::string("the job daemon cannot be asked: ") + error.what());
-    return std::nullopt;
-  }
-}
-
 Status readStatus() {
-  Status status{platform::SystemRoot::current(),
-                WLHIDEventRouterClient::isInstalled(),
-                readRouterVersions(),
-                {},
-                {}};
-  status.router = router::readRouterStatus(status.root);
-  if (status.router && !router::isRunning(*status.router)) status.router.reset();
-  status.jobs = askJobDaemon(status.root);
+  const platform::SystemRoot root = platform::SystemRoot::current();
+  Status status{
+      root, WLHIDEventRouterClient::isInstalled(), readRouterVersions(), runningRouter(root), {}};
+  // A daemon that is there and does not answer is worth a line; the status is a question, and the
+  // rest of the answer stands.
+  JobDaemonState daemon = askJobDaemon(root);
+  if (daemon.asked && !daemon.problem.empty()) complain(daemon.problem);
+  status.jobs = std::move(daemon.reply);
   return status;
 }
 
-ordered_json jsonOf(const RouterCopy& copy) {
-  return {{"path", copy.path},
-          {"version", copy.version.empty() ? ordered_json() : ordered_json(copy.version)}};
-}
-
-ordered_json jsonOf(const router::SessionStatus& session) {
-  return {{"pid", session.pid},
-          {"uid", session.uid},
-          {"registryEntryID", session.device ? ordered_json(*session.device) : ordered_json()},
-          {"deviceName", session.deviceName},
-          {"exclusive", session.exclusive},
-          {"delivered", session.delivered},
-          {"lost", session.lost}};
-}
-
-ordered_json jsonOf(const router::RouterStatus& router) {
-  ordered_json sessions = ordered_json::array();
-  for (const auto& session : router.sessions) sessions.push_back(jsonOf(session));
-  return {{"pid", router.pid},
-          {"version", router.version},
-          {"lost", router.lost},
-          {"sessions", sessions}};
-}
-
-ordered_json jsonOf(const platform::ControlReply& reply) {
-  ordered_json jobs = ordered_json::array();
-  for (const auto& job : reply.jobs) {
-    jobs.push_back(
-        {{"label", job.label},
-         {"services", job.services},
-         {"pid", job.processIdentifier == 0 ? ordered_json() : ordered_json(job.processIdentifier)},
-         {"starts", job.starts},
-         {"heldBackMilliseconds", job.heldBackMilliseconds},
-         {"lastEnd", job.lastEnd}});
-  }
-  return {{"pid", reply.daemonProcessIdentifier}, {"jobs", jobs}};
-}
-
 std::string asJson(const Status& status) {
-  const ordered_json document = {
+  const Redactor nothing = Redactor::lettingEverythingThrough();
+  const auto& installed = status.versions.installed;
+  return dumped({
       {"root", status.root.path().string()},
       {"installed", status.installed},
-      {"bundleCopy", jsonOf(status.versions.bundle)},
-      {"installedCopy",
-       status.versions.installed ? jsonOf(*status.versions.installed) : ordered_json()},
-      {"router", status.router ? jsonOf(*status.router) : ordered_json()},
-      {"jobDaemon", status.jobs ? jsonOf(*status.jobs) : ordered_json()},
-  };
-  return document.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+      {"bundleCopy", jsonOf(status.versions.bundle, nothing)},
+      {"installedCopy", installed ? jsonOf(*installed, nothing) : ordered_json()},
+      {"router", status.router ? jsonOf(*status.router, nothing) : ordered_json()},
+      {"jobDaemon", status.jobs ? jsonOf(*status.jobs, nothing) : ordered_json()},
+  });
 }
 
 std::string versionText(const RouterCopy& copy) {

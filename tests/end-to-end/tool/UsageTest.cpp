@@ -5,8 +5,9 @@ namespace test {
 namespace {
 
 const std::vector<std::vector<std::string>> kVerbs{
-    {"status"},  {"install"},        {"uninstall"},         {"inspect"},
-    {"devices"}, {"devices", "add"}, {"devices", "remove"}, {"route"}};
+    {"status"},         {"install"},           {"uninstall"}, {"inspect"}, {"devices"},
+    {"devices", "add"}, {"devices", "remove"}, {"route"},     {"log"},     {"report"},
+    {"doctor"}};
 
 class UsageTest : public ToolTest {};
 
@@ -14,8 +15,8 @@ TEST_F(UsageTest, HelpNamesEveryVerb) {
   const Outcome outcome = runTool({"--help"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.err, "");
-  for (const char* verb :
-       {"status", "install", "uninstall", "inspect", "devices", "route", "--root", "--version"}) {
+  for (const char* verb : {"status", "install", "uninstall", "inspect", "devices", "route", "log",
+                           "report", "doctor", "--root", "--version"}) {
     EXPECT_NE(outcome.out.find(verb), std::string::npos) << verb;
   }
 }

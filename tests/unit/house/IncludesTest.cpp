@@ -34,7 +34,7 @@ const std::vector<Rule>& rules() {
       {"diagnostics/", {"diagnostics/", "WLHIDAccess/", "platform/"}},
       {"jobd/", {"jobd/", "helper-install/MachO.h", "platform/"}},
       {"router/", {"router/", "router-client/WLHIDEventRouterProtocols.h", "platform/"}},
-      {"tool/", {"tool/", "WLHIDAccess/", "platform/", "router/", "jobd/"}},
+      {"tool/", {"tool/", "WLHIDAccess/", "platform/", "router/", "jobd/", "diagnostics/"}},
       {"examples/", {"WLHIDAccess/", "platform/"}},
   };
   return all;

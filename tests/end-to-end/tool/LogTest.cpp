@@ -1,0 +1,113 @@
+// wlhid log.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Situations.h"
+
+namespace test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kLog =
+    "lost line\n"
+    "Nov 21 03:12:45 host kernel[0]: something else\n"
+    "Nov 21 03:12:46 host com.quillmar.hideventrouter[345]: first\n"
+    "  goes on\n"
+    "\n"
+    "Nov 21 03:12:47 host other[1]: not com.quillmar. hideventrouter\n"
+    "Nov 21 03:12:48 host launcher[2]: starts com.quillmar.hideventrouter\n";
+constexpr std::string_view kExcerpt =
+    "Nov 21 03:12:46 host com.quillmar.hideventrouter[345]: first\n"
+    "  goes on\n"
+    "\n"
+    "Nov 21 03:12:48 host launcher[2]: starts com.quillmar.hideventrouter\n";
+
+class LogTest : public SituationTest {};
+
+TEST_F(LogTest, PrintsTheExcerptOfTheRootsLog) {
+  writeFile(systemLog(), kLog);
+  const Outcome outcome = runTool({"log"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.out, kExcerpt);
+}
+
+TEST_F(LogTest, PrintsTheExcerptOfAnyFile) {
+  writeFile(directory / "other log", kLog);
+  const Outcome outcome = runTool({"log", directory / "other log"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(outcome.out, kExcerpt);
+}
+
+TEST_F(LogTest, SavesTheExcerptWholeOrNotAtAll) {
+  writeFile(systemLog(), kLog);
+  const Outcome outcome = runTool({"log", "-o", directory / "out.log"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(readFile(directory / "out.log"), kExcerpt);
+  EXPECT_EQ(fs::status(directory / "out.log").permissions(), fs::perms(0600));
+
+  fs::remove(systemLog());
+  EXPECT_EQ(runTool({"log", "-o", directory / "out.log"}).status, 1);
+  EXPECT_EQ(readFile(directory / "out.log"), kExcerpt);
+}
+
+TEST_F(LogTest, PrintsWhatTheRouterOfThisRootHasWritten) {
+  install();
+  addDevice("qemu-usb-kbd.hid");
+  ASSERT_EQ(runTool({"route", "QEMU QEMU USB Keyboard", "--count", "1"}).status, 0);
+  const Outcome outcome = runTool({"log"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_NE(outcome.out.find("routes device"), std::string::npos) << outcome.out;
+}
+
+TEST_F(LogTest, NothingOfTheRoutersIsNothing) {
+  writeFile(systemLog(), "Nov 21 03:12:45 host kernel[0]: something else\n");
+  const Outcome outcome = runTool({"log"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.out + outcome.err, "");
+}
+
+TEST_F(LogTest, ALogThatIsNotThereIsAFailure) {
+  EXPECT_TRUE(isRefusal(runTool({"log"}), 1, "the system log: "));
+  EXPECT_TRUE(isRefusal(runTool({"log", directory / "none"}), 1, "none: "));
+}
+
+TEST_F(LogTest, ALogThatCannotBeReadIsAFailure) {
+  writeFile(systemLog(), kLog);
+  ASSERT_EQ(::chmod(systemLog().c_str(), 0), 0);
+  ASSERT_EQ(::chmod(directory.c_str(), 0755), 0);
+  EXPECT_TRUE(isRefusal(runToolAsNobody({"log"}), 1, "NSCocoaErrorDomain 257"));
+  EXPECT_TRUE(isRefusal(runTool({"log", directory}), 1, directory.string()));
+  writeFile(directory / "latin", std::string(kLog) + "\xff\n");
+  EXPECT_TRUE(isRefusal(runTool({"log", directory / "latin"}), 1, "NSCocoaErrorDomain 261"));
+}
+
+TEST_F(LogTest, AFullDiskIsAFailureAndLeavesTheOldFile) {
+  std::string longLog;
+  while (longLog.size() < 200'000)
+    longLog += "Nov 21 03:12:46 host com.quillmar.hideventrouter[345]: first\n";
+  writeFile(directory / "log", longLog);
+  const std::string tool = builtPath("wlhid");
+  if (canMount()) {
+    const Outcome outcome = runOnFullDisk("'" + tool + "' log '" + (directory / "log").string() +
+                                          "' -o '" + (directory / "disk/out").string() + "'");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err,
+              "wlhid: " + (directory / "disk/out").string() + ": No space left on device\n");
+    EXPECT_EQ(outcome.out, "filling\nout\nold\n");
+  }
+  // A bound on the size of files is as good as a full disk, and anybody may set one.
+  fs::create_directory(directory / "bounded");
+  writeFile(directory / "bounded/out", "old\n");
+  EXPECT_TRUE(isRefusal(run({"prlimit", "--fsize=65536", tool, "log", directory / "log", "-o",
+                             directory / "bounded/out"},
+                            options()),
+                        1, "out: File too large"));
+  EXPECT_EQ(readFile(directory / "bounded/out"), "old\n");
+  EXPECT_EQ(std::distance(fs::directory_iterator(directory / "bounded"), {}), 1);
+}
+
+}  // namespace
+}  // namespace test

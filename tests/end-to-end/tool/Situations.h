@@ -1,0 +1,55 @@
+// The states in which a person calls for help, made on a test's own root.
+//
+// Threading: the test's thread. Ownership: the fixture's. Errors: as in Process.h. Order: none.
+#pragma once
+
+#include "ToolTest.h"
+
+namespace test {
+
+class SituationTest : public ToolTest {
+ protected:
+  [[nodiscard]] std::filesystem::path helperTool() const {
+    return root / "Library/PrivilegedHelperTools/com.quillmar.hideventrouter";
+  }
+  [[nodiscard]] std::filesystem::path systemLog() const { return root / "var/log/system.log"; }
+
+  /// The installed router becomes one of version 0.9.
+  void makeOutdated() {
+    std::string other = readFile(helperTool());
+    const std::size_t at = other.find("<string>1.0</string>");
+    ASSERT_NE(at, std::string::npos);
+    other.replace(at, 20, "<string>0.9</string>");
+    writeFile(directory / "other", other);
+    std::filesystem::rename(directory / "other", helperTool());
+  }
+
+  /// Runs the command as somebody without rights to what this test has made: a superuser may read
+  /// every file.
+  [[nodiscard]] Outcome runToolAsNobody(const std::vector<std::string>& arguments) const {
+    std::vector<std::string> command = wlhid(arguments);
+    if (::geteuid() == 0)
+      command.insert(command.begin(),
+                     {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
+    return run(command, options());
+  }
+
+  /// Whether this process may mount a file system of its own.
+  [[nodiscard]] static bool canMount() {
+    return run({"unshare", "-rm", "true"}).status == 0 &&
+           run({"unshare", "-rm", "mount", "-t", "tmpfs", "tmpfs", "/tmp"}).status == 0;
+  }
+  /// Runs the command, quoted for a shell, where `directory`/disk is a file system of 64 KiB that
+  /// is nearly full. Its output is followed by the names of the files that are left there.
+  [[nodiscard]] Outcome runOnFullDisk(const std::string& quoted) const {
+    const std::string disk = directory / "disk";
+    std::filesystem::create_directories(disk);
+    return run({"unshare", "-rm", "sh", "-c",
+                "mount -t tmpfs -o size=64k tmpfs '" + disk + "' && echo old > '" + disk +
+                    "/out' && head -c 61440 /dev/zero > '" + disk + "/filling'; " + quoted +
+                    "; status=$?; ls -A '" + disk + "'; cat '" + disk + "/out'; exit $status"},
+               options());
+  }
+};
+
+}  // namespace test

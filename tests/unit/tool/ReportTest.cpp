@@ -1,0 +1,249 @@
+// The report with modules that behave in every way that modules can.
+#include "tool/Report.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "platform/kit/KQLogger.h"
+#include "platform/kit/RecentLogLines.h"
+#include "tests/support/ArchiveReader.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace tool {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::KQLogFile;
+using platform::KQLogger;
+using platform::NSData;
+using platform::NSURL;
+using platform::str;
+using testsupport::writeFile;
+
+using Files = std::vector<std::shared_ptr<KQLogFile>>;
+
+/// One module for all tests, since modules stay with the logger: it offers what a test has set.
+class Module final : public platform::KQLogModule, public platform::KQLogModuleFileProvider {
+ public:
+  static Files& offered() {
+    static Files files;
+    return files;
+  }
+  Module() : KQLogModule(str("../test"), str("Test")) {}
+  void provideFilesWithCompletionHandler(const FilesHandler& handler) override {
+    handler(nullptr, offered());
+  }
+};
+
+/// One that always fails.
+class FailingModule final : public platform::KQLogModule, public platform::KQLogModuleFileProvider {
+ public:
+  FailingModule() : KQLogModule(str("failing"), str("Failing")) {}
+  void provideFilesWithCompletionHandler(const FilesHandler& /*handler*/) override {
+    throw std::runtime_error("serial MARKFAIL and /home/MARKPATH/x");
+  }
+};
+
+std::shared_ptr<KQLogFile> fileOf(const std::string& name, KQLogFile::Source source) {
+  return KQLogFile::initWithName_localizedDescription_categoryName_source(
+      str(name), str("What " + name + " is"), str("Test"), std::move(source));
+}
+
+std::shared_ptr<KQLogFile> dataFile(const std::string& name, const std::string& text) {
+  return fileOf(name, [text](const auto&, const auto& handler) {
+    handler(
+        nullptr, nullptr,
+        NSData::dataWithBytes({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}),
+        false);
+  });
+}
+
+std::shared_ptr<KQLogFile> placeFile(const std::string& name, const fs::path& path, bool remove) {
+  return fileOf(name, [path, remove](const auto&, const auto& handler) {
+    handler(nullptr, NSURL::fileURLWithPath(str(path.native())), nullptr, remove);
+  });
+}
+
+struct Written {
+  std::map<std::string, std::string> files;
+  nlohmann::json manifest;
+};
+
+class ReportTest : public testing::Test {
+ protected:
+  ReportTest() {
+    KQLogger::sharedLogger().addModule(std::make_shared<Module>());
+    KQLogger::sharedLogger().addModule(std::make_shared<FailingModule>());
+    platform::SystemRoot::setCurrent(root_);
+  }
+  ~ReportTest() override {
+    Module::offered().clear();
+    platform::SystemRoot::resetCurrent();
+  }
+
+  [[nodiscard]] Written report(bool withInput) const {
+    const fs::path path = directory_.path() / "out.zip";
+    NewFile file(path);
+    ReportArchive archive(file);
+    const ReportResult result = writeReport({root_, withInput, std::nullopt, {}}, archive);
+    archive.finish();
+    file.keep();
+    Written written{testsupport::readArchive(path), nlohmann::json::parse(result.manifest)};
+    EXPECT_EQ(written.files["wlhid-report/manifest.json"], result.manifest);
+    return written;
+  }
+  static std::string module(const Written& written, const std::string& name) {
+    const auto at = written.files.find("wlhid-report/modules/_.._test/" + name);
+    return at != written.files.end() ? at->second : "(not there)";
+  }
+  static std::string problemOf(const Written& written, const std::string& part) {
+    for (const auto& missing : written.manifest["missing"]) {
+      if (missing["part"] == part) return missing["problem"];
+    }
+    return "(nothing missing)";
+  }
+
+  const testsupport::TemporaryDirectory directory_;
+  const platform::SystemRoot root_ = platform::SystemRoot(directory_.path() / "root");
+};
+
+TEST_F(ReportTest, TheManifestNamesEveryFileWithItsSize) {
+  Module::offered() = {dataFile("a.log", "words\n")};
+  const Written written = report(false);
+  const auto& manifest = written.manifest;
+  EXPECT_EQ(manifest["format"], 1);
+  EXPECT_EQ(manifest["withInput"], false);
+  EXPECT_EQ(manifest["tool"].get<std::string>().substr(0, 6), "wlhid ");
+  EXPECT_FALSE(manifest["system"]["kernel"].get<std::string>().empty());
+  std::size_t named = 1;  // the manifest itself
+  for (const auto& file : manifest["files"]) {
+    const auto at = written.files.find("wlhid-report/" + file["name"].get<std::string>());
+    ASSERT_NE(at, written.files.end()) << file;
+    EXPECT_EQ(file["bytes"], at->second.size());
+    ++named;
+  }
+  EXPECT_EQ(named, written.files.size());
+  for (const char* name : {"doctor.txt", "presence.json", "jobs.json", "devices.json",
+                           "modules/KQRecentLogLines/recent.log"})
+    EXPECT_TRUE(written.files.contains("wlhid-report/" + std::string(name))) << name;
+}
+
+TEST_F(ReportTest, AModuleThatFailsIsNamedAndLosesNoOther) {
+  Module::offered() = {
+      dataFile("before.log", "before\n"),
+      fileOf("throws.log", [](const auto&, const auto&) { throw std::runtime_error("no"); }),
+      fileOf("nothing.log",
+             [](const auto&, const auto& handler) { handler(nullptr, nullptr, nullptr, false); }),
+      nullptr,
+      placeFile("gone.log", directory_.path() / "gone", false),
+      placeFile("directory.log", directory_.path(), false),
+      dataFile("behind.log", "behind\n"),
+  };
+  const Written written = report(false);
+  EXPECT_EQ(module(written, "before.log"), "before\n");
+  EXPECT_EQ(module(written, "behind.log"), "behind\n");
+  EXPECT_EQ(problemOf(written, "module failing"), "failed: serial [removed] and /home/[removed]");
+  EXPECT_EQ(problemOf(written, "module ../test, file throws.log"), "failed: no");
+  EXPECT_EQ(problemOf(written, "module ../test, file nothing.log"), "gave neither data nor a file");
+  EXPECT_EQ(problemOf(written, "module ../test, file "), "has no source");
+  EXPECT_TRUE(
+      problemOf(written, "module ../test, file gone.log").ends_with("No such file or directory"));
+  EXPECT_TRUE(
+      problemOf(written, "module ../test, file directory.log").ends_with("not a regular file"));
+}
+
+TEST_F(ReportTest, NamesAreHarmlessAndUnlike) {
+  Module::offered() = {dataFile("../../etc/passwd", "1"),
+                       dataFile("..", "2"),
+                       dataFile("", "3"),
+                       dataFile("same", "4"),
+                       dataFile("same", "5"),
+                       dataFile("\x1b[31m\n", "6"),
+                       dataFile(std::string(5000, 'x'), "7")};
+  const Written written = report(true);
+  std::string contents;
+  for (const auto& [name, content] : written.files) {
+    EXPECT_EQ(("/" + name + "/").find("/../"), std::string::npos) << name;
+    EXPECT_LT(name.size(), 200U);
+    EXPECT_EQ(name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                     "0123456789._-/"),
+              std::string::npos)
+        << name;
+    if (name.find("/modules/_.._test/") != std::string::npos) contents += content;
+  }
+  std::ranges::sort(contents);
+  EXPECT_EQ(contents, "1234567");
+}
+
+TEST_F(ReportTest, FilesAreStreamedAndRemovedWhereTheModuleSaysSo) {
+  const fs::path kept = directory_.path() / "kept.log";
+  const fs::path removed = directory_.path() / "removed.log";
+  std::string text;
+  while (text.size() < (std::size_t{8} << 20)) text += "one line of words\n";
+  writeFile(kept, text);
+  writeFile(removed, "words\n");
+  Module::offered() = {placeFile("kept.log", kept, false), placeFile("removed.log", removed, true)};
+  const Written written = report(false);
+  EXPECT_EQ(module(written, "kept.log"), text);
+  EXPECT_EQ(module(written, "removed.log"), "words\n");
+  EXPECT_TRUE(fs::exists(kept));
+  EXPECT_FALSE(fs::exists(removed));
+}
+
+TEST_F(ReportTest, WhatIsNoTextIsLeftOutUnlessInputIsWanted) {
+  const std::string binary = std::string("text\n") + '\0' + "MARK";
+  Module::offered() = {dataFile("binary", binary)};
+  EXPECT_EQ(module(report(false), "binary"), "text\n(the rest is no text, and is left out)\n");
+  EXPECT_EQ(module(report(true), "binary"), binary);
+}
+
+TEST_F(ReportTest, InputOfTheFrameworksOwnLogIsThereOnlyWhenItIsKept) {
+  auto& lines = KQLogger::sharedLogger().recentLines();
+  KQLogger::sharedLogger().setSink(std::make_shared<platform::KQLogSink>());
+  const auto log = [] {
+    const std::array<std::uint8_t, 4> bytes{0x4d, 0x41, 0x52, 0x4b};
+    KQLogger::sharedLogger().logAtLevel_function_sourcePath_sourceLine_tags_message(
+        0, "-[C receivedData:]", "C", 314, nullptr, "Received for reportID %u: %@", 7U,
+        NSData::dataWithBytes(bytes));
+  };
+  const std::string name = "wlhid-report/modules/KQRecentLogLines/recent.log";
+  log();
+  EXPECT_EQ(report(true).files[name].find("4d41524b"), std::string::npos);
+  lines.setKeepsInput(true);
+  log();
+  lines.setKeepsInput(false);
+  EXPECT_NE(report(true).files[name].find("4d41524b"), std::string::npos);
+  const std::string redacted = report(false).files[name];
+  EXPECT_EQ(redacted.find("4d41524b"), std::string::npos) << redacted;
+  EXPECT_NE(redacted.find("-[C receivedData:]:314 Received for reportID"), std::string::npos)
+      << redacted;
+  KQLogger::sharedLogger().setSink(nullptr);
+}
+
+TEST_F(ReportTest, SaysWhatItIsDoing) {
+  std::vector<std::string> steps;
+  NewFile file(directory_.path() / "out.zip");
+  ReportArchive archive(file);
+  static_cast<void>(writeReport(
+      {root_, false, std::nullopt, [&](std::string_view what) { steps.emplace_back(what); }},
+      archive));
+  EXPECT_LE(steps.size(), static_cast<std::size_t>(reportSteps()));
+  ASSERT_GE(steps.size(), 4U);
+  EXPECT_EQ(steps.front(), "Looking at router, jobs and devices");
+  EXPECT_EQ(steps.back(), "Writing the manifest");
+}
+
+TEST_F(ReportTest, AnArchiveThatIsGivenUpLeavesNothing) {
+  {
+    NewFile file(directory_.path() / "out.zip");
+    ReportArchive archive(file);
+    archive.begin("a");
+    archive.write(std::string(1 << 20, 'x'));
+  }
+  EXPECT_TRUE(fs::is_empty(directory_.path()));
+}
+
+}  // namespace
+}  // namespace tool

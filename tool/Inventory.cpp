@@ -1,0 +1,169 @@
+#include "tool/Inventory.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <limits>
+
+#include "platform/foundation/NSBundle.h"
+#include "platform/services/FileDescriptor.h"
+#include "platform/services/RootFiles.h"
+#include "tool/Command.h"
+
+namespace tool {
+
+namespace {
+
+using platform::SystemRoot;
+
+std::string withCause(const std::string& what, int error) {
+  return what + ": " + describeErrno(error);
+}
+
+/// The program that would be started as the root's job daemon.
+std::string jobDaemonProgram() {
+  const char* const named = ::secure_getenv("WLHID_JOBD");
+  if (named != nullptr && *named != '\0') return named;
+  const auto bundle = platform::NSBundle::mainBundle()->bundlePath();
+  return bundle ? bundle->UTF8String() + "/Contents/Helpers/wlhid-jobd" : std::string();
+}
+
+std::string whyNotStartable() {
+  const std::string program = jobDaemonProgram();
+  if (program.empty()) return "it is not known where the job daemon's program lies";
+  return ::access(program.c_str(), X_OK) == 0
+             ? std::string()
+             : withCause("the job daemon's program " + program, errno);
+}
+
+/// Clients connect to endpoints of root's and of the root's owner only.
+std::string endpointProblem(const Endpoint& endpoint, std::optional<uid_t> ownerOfRoot) {
+  if (!S_ISSOCK(endpoint.mode)) return endpoint.path + ": not a socket";
+  if (endpoint.owner == 0 || (ownerOfRoot && endpoint.owner == *ownerOfRoot)) return {};
+  return endpoint.path + ": belongs to user " + std::to_string(endpoint.owner) +
+         ", neither to root nor to the owner of the system root";
+}
+
+Endpoint endpointOf(const SystemRoot& root, const std::string& service,
+                    std::optional<uid_t> ownerOfRoot) {
+  Endpoint endpoint;
+  endpoint.service = service;
+  if (!SystemRoot::isValidLabel(service)) {
+    endpoint.problem = "\"" + oneLine(service) + "\" is no valid name of a service";
+    return endpoint;
+  }
+  endpoint.path = root.endpoint(service);
+  struct stat status {};
+  if (::lstat(endpoint.path.c_str(), &status) != 0) {
+    if (errno != ENOENT) endpoint.problem = withCause(endpoint.path, errno);
+    return endpoint;
+  }
+  endpoint.exists = true;
+  endpoint.owner = status.st_uid;
+  endpoint.mode = status.st_mode;
+  endpoint.problem = endpointProblem(endpoint, ownerOfRoot);
+  return endpoint;
+}
+
+std::optional<uid_t> ownerOrNobody(const SystemRoot& root) {
+  try {
+    return platform::ownerOfRoot(root);
+  } catch (const std::exception&) {
+    return std::nullopt;
+  }
+}
+
+/// The directory itself, or the nearest one above it that is there.
+std::filesystem::path nearestExisting(std::filesystem::path directory) {
+  std::error_code ignored;
+  while (directory.has_relative_path() && !std::filesystem::exists(directory, ignored))
+    directory = directory.parent_path();
+  return directory;
+}
+
+}  // namespace
+
+std::optional<router::RouterStatus> runningRouter(const SystemRoot& root) {
+  auto status = router::readRouterStatus(root);
+  if (status && !router::isRunning(*status)) status.reset();
+  return status;
+}
+
+JobDaemonState askJobDaemon(const SystemRoot& root) {
+  try {
+    auto reply = platform::JobDaemon(root).status();
+    if (reply) return {true, std::move(reply), {}};
+    return {false, std::nullopt, root.isSystem() ? std::string() : whyNotStartable()};
+  } catch (const std::exception& error) {
+    return {true, std::nullopt, std::string("the job daemon cannot be asked: ") + error.what()};
+  }
+}
+
+std::vector<Endpoint> endpointsOf(const SystemRoot& root,
+                                  const std::vector<std::string>& services) {
+  const auto owner = ownerOrNobody(root);
+  std::vector<Endpoint> endpoints;
+  for (const std::string& service : services) endpoints.push_back(endpointOf(root, service, owner));
+  return endpoints;
+}
+
+DeviceList devicesOf(const SystemRoot& root) {
+  DeviceList list;
+  try {
+    list.devices = router::listDevices(root, &list.problems);
+  } catch (const std::exception& error) {
+    list.problems.emplace_back(error.what());
+  }
+  return list;
+}
+
+LogState logOf(const SystemRoot& root) {
+  LogState log;
+  log.path = root.systemLog();
+  const platform::FileDescriptor file(
+      ::open(log.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  log.exists = static_cast<bool>(file) || errno != ENOENT;
+  if (!file) {
+    if (log.exists) log.problem = withCause(log.path, errno);
+    return log;
+  }
+  struct stat status {};
+  if (::fstat(file.get(), &status) != 0) {
+    log.problem = withCause(log.path, errno);
+  } else if (!S_ISREG(status.st_mode)) {
+    log.problem = log.path + ": not a regular file";
+  } else {
+    log.bytes = static_cast<std::uint64_t>(status.st_size);
+  }
+  return log;
+}
+
+DiskState diskOf(const SystemRoot& root) {
+  struct statvfs status {};
+  const std::string directory = nearestExisting(root.path());
+  if (::statvfs(directory.c_str(), &status) != 0) return {0, 0, withCause(directory, errno)};
+  const bool counted = status.f_files != 0;
+  return {static_cast<std::uint64_t>(status.f_bavail) * status.f_frsize,
+          counted ? status.f_favail : std::numeric_limits<std::uint64_t>::max(),
+          {}};
+}
+
+Inventory takeInventory(const SystemRoot& root) {
+  PresenceCheck presence = checkPresence();
+  auto endpoints = endpointsOf(root, presence.versions.services);
+  return {root,
+          std::move(presence),
+          runningRouter(root),
+          askJobDaemon(root),
+          std::move(endpoints),
+          devicesOf(root),
+          logOf(root),
+          diskOf(root)};
+}
+
+}  // namespace tool

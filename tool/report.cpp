@@ -1,0 +1,84 @@
+// wlhid report: what a person attaches to a report of something that does not work.
+#include <optional>
+
+#include "platform/kit/KQLogger.h"
+#include "platform/kit/RecentLogLines.h"
+#include "tool/Command.h"
+#include "tool/DeviceNames.h"
+#include "tool/NewFile.h"
+#include "tool/Report.h"
+#include "tool/StopCleanup.h"
+#include "tool/Terminal.h"
+
+namespace tool {
+
+namespace {
+
+struct Options {
+  std::string output;
+  std::string device;
+  bool withInput = false;
+  bool json = false;
+};
+
+std::string summaryOf(const ReportResult& result, const Options& options) {
+  std::string text = oneLine(options.output) + ": " + std::to_string(result.parts.size() + 1) +
+                     " files, " +
+                     (options.withInput ? "with input and serial numbers: mind who gets it\n"
+                                        : "without input and serial numbers\n");
+  for (const MissingPart& part : result.missing)
+    text += "Missing: " + part.part + ": " + part.problem + "\n";
+  return text;
+}
+
+ReportResult writeReportTo(const Options& options) {
+  std::optional<std::uint64_t> device;
+  if (!options.device.empty()) device = registryEntryIDOf(options.device);
+  StopSignals signals;
+  NewFile file(options.output);
+  const StopCleanup cleanUp(signals, [&file] { file.discard(); });
+  ReportArchive archive(file);
+  Progress progress(reportSteps());
+  ReportResult result = writeReport({platform::SystemRoot::current(), options.withInput, device,
+                                     [&progress](std::string_view what) { progress.step(what); }},
+                                    archive);
+  archive.finish();
+  file.keep();
+  return result;
+}
+
+int report(const Options& options) {
+  platform::KQLogger::sharedLogger().recentLines().setKeepsInput(options.withInput);
+  const ReportResult result = writeReportTo(options);
+  print(options.json ? result.manifest : summaryOf(result, options));
+  return ExitDone;
+}
+
+}  // namespace
+
+void addReportVerb(CLI::App& app, Action& chosen) {
+  auto options = std::make_shared<Options>();
+  CLI::App* verb =
+      app.add_subcommand("report", "Writes what helps to find out why something does not work");
+  verb->add_option("OUT", options->output, "The zip archive to write, whole or not at all")
+      ->required()
+      ->check([](const std::string& value) { return value.empty() ? "is empty" : std::string(); });
+  verb->add_option(
+          "--try", options->device,
+          "Also routes this device until its first input comes, for 10 s at most,\nand puts "
+          "in how far it came. This starts the router")
+      ->type_name("DEVICE");
+  verb->add_flag("--with-input", options->withInput,
+                 "Put in what devices sent, serial numbers and paths as they are");
+  verb->add_flag("--json", options->json, "Print the archive's manifest");
+  verb->footer(
+      "Without --with-input, nothing that a device sent and no serial number goes in: numbers,\n"
+      "names of files and the like are removed from logs and errors. Look before you send it.\n"
+      "\n"
+      "Examples:\n"
+      "  wlhid report report.zip\n"
+      "  wlhid report report.zip --try \"QEMU QEMU USB Mouse\"");
+  verb->callback([options, &chosen] { chosen = [options] { return report(*options); }; });
+}
+
+}  // namespace tool
