@@ -21,42 +21,38 @@ const char* findPlainly(const char* at, const char* end) {
 
 #if defined(__SSE2__)
 
-// Two of the label's characters are looked for first, at 64 places at once. The first is rare in
-// logs, and hardly anything has both at this distance; which is the length of a vector, so that
-// what was loaded to look for one serves to look for the other.
+// Two neighbours in the label are looked for first, at 64 places at once. They hardly ever stand
+// together in other texts, so nearly every place is passed over without a second look.
+constexpr std::size_t probed = 3;
+static_assert(routerLabel.substr(probed, 2) == ".q" && probed + 1 < routerLabel.size());
+
 constexpr std::size_t vectorBytes = sizeof(__m128i);
-constexpr std::size_t firstProbe = 4;
-constexpr std::size_t secondProbe = firstProbe + vectorBytes;
 constexpr std::size_t blockBytes = 4 * vectorBytes;
-static_assert(routerLabel[firstProbe] == 'q' && secondProbe < routerLabel.size());
 // Where a label can begin that ends within the text, the probes read nothing behind it.
 constexpr std::size_t neededBytes = blockBytes + routerLabel.size() - 1;
-static_assert(firstProbe + blockBytes + vectorBytes <= neededBytes);
 
-__m128i load(const char* at) {
-  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+/// The bytes are set at which both probes fit a label that begins at `at` or up to 15 behind.
+__m128i hitsAt(const char* at) {
+  const auto* const first = reinterpret_cast<const __m128i*>(at + probed);
+  const auto* const second = reinterpret_cast<const __m128i*>(at + probed + 1);
+  return _mm_and_si128(
+      _mm_cmpeq_epi8(_mm_loadu_si128(first), _mm_set1_epi8(routerLabel[probed])),
+      _mm_cmpeq_epi8(_mm_loadu_si128(second), _mm_set1_epi8(routerLabel[probed + 1])));
+}
+
+std::uint64_t bits(__m128i hits) {
+  return static_cast<std::uint32_t>(_mm_movemask_epi8(hits));
 }
 
 /// Bit i is set where both probes fit a label that begins at `at` + i.
 std::uint64_t probe(const char* at) {
-  const __m128i first = _mm_set1_epi8(routerLabel[firstProbe]);
-  const __m128i second = _mm_set1_epi8(routerLabel[secondProbe]);
-  const char* const from = at + firstProbe;
-  const __m128i v0 = load(from);
-  const __m128i v1 = load(from + vectorBytes);
-  const __m128i v2 = load(from + 2 * vectorBytes);
-  const __m128i v3 = load(from + 3 * vectorBytes);
-  const __m128i v4 = load(from + 4 * vectorBytes);
-  const __m128i h0 = _mm_and_si128(_mm_cmpeq_epi8(v0, first), _mm_cmpeq_epi8(v1, second));
-  const __m128i h1 = _mm_and_si128(_mm_cmpeq_epi8(v1, first), _mm_cmpeq_epi8(v2, second));
-  const __m128i h2 = _mm_and_si128(_mm_cmpeq_epi8(v2, first), _mm_cmpeq_epi8(v3, second));
-  const __m128i h3 = _mm_and_si128(_mm_cmpeq_epi8(v3, first), _mm_cmpeq_epi8(v4, second));
+  const __m128i h0 = hitsAt(at);
+  const __m128i h1 = hitsAt(at + vectorBytes);
+  const __m128i h2 = hitsAt(at + 2 * vectorBytes);
+  const __m128i h3 = hitsAt(at + 3 * vectorBytes);
   const __m128i any = _mm_or_si128(_mm_or_si128(h0, h1), _mm_or_si128(h2, h3));
-  if (_mm_movemask_epi8(any) == 0) [[likely]]
+  if (bits(any) == 0) [[likely]]
     return 0;
-  const auto bits = [](__m128i hits) {
-    return std::uint64_t{static_cast<std::uint32_t>(_mm_movemask_epi8(hits))};
-  };
   return bits(h0) | bits(h1) << 16 | bits(h2) << 32 | bits(h3) << 48;
 }
 

@@ -22,20 +22,30 @@ std::size_t startOfLine(std::string_view text, std::size_t position) {
 
 }  // namespace
 
-/// The places of the label in a text, looked for once each.
-class LogFilter::Labels {
+/// The lines of a text that hold the label, one after another, each looked for once.
+class LogFilter::NamedLines {
  public:
-  explicit Labels(std::string_view text) : text_(text), next_(findRouterLabel(text, 0)) {}
+  explicit NamedLines(std::string_view lines) : lines_(lines) { lookFrom(0); }
 
-  /// At or behind `from`, which never falls; npos where there is none.
-  std::size_t next(std::size_t from) {
-    if (next_ < from) next_ = findRouterLabel(text_, from);
-    return next_;
+  /// Goes on to the first one that begins at or behind `lineStart`, the beginning of a line, which
+  /// never falls.
+  void advanceTo(std::size_t lineStart) {
+    if (start_ < lineStart) lookFrom(lineStart);
   }
+  /// Where it begins; npos where there is none.
+  [[nodiscard]] std::size_t start() const { return start_; }
+  /// Where the next line begins.
+  [[nodiscard]] std::size_t end() const { return lines_.find('\n', label_) + 1; }
 
  private:
-  const std::string_view text_;
-  std::size_t next_;
+  void lookFrom(std::size_t lineStart) {
+    label_ = findRouterLabel(lines_, lineStart);
+    start_ = label_ == npos ? npos : startOfLine(lines_, label_);
+  }
+
+  const std::string_view lines_;
+  std::size_t label_ = npos;
+  std::size_t start_ = npos;
 };
 
 // ---- Pieces
@@ -65,35 +75,38 @@ std::shared_ptr<platform::NSData> LogFilter::finish() {
 // ---- Lines that are there as a whole, each with its line feed
 
 void LogFilter::acceptWholeLines(std::string_view lines) {
-  Labels labels(lines);
+  NamedLines named(lines);
   std::size_t start = 0;
   while (start < lines.size())
-    start = keep_ ? keepEntries(lines, start, labels) : skipEntries(lines, start, labels);
+    start = keep_ ? keepEntries(lines, start, named) : skipEntries(lines, start, named);
 }
 
 /// Up to the line that begins the next entry to be kept. While nothing is kept only a line with the
-/// label can begin something, so the label is looked for first, and the other lines are not looked
-/// at.
-std::size_t LogFilter::skipEntries(std::string_view lines, std::size_t start, Labels& labels) {
-  const std::size_t label = labels.next(start);
-  if (label == npos) return lines.size();
-  const std::size_t lineStart = startOfLine(lines, label);
-  keep_ = beginsWithHeader(lines.substr(lineStart));
-  return keep_ ? lineStart : lines.find('\n', label) + 1;
+/// label can begin something, so no other is looked at.
+std::size_t LogFilter::skipEntries(std::string_view lines, std::size_t start, NamedLines& named) {
+  named.advanceTo(start);
+  if (named.start() == npos) return lines.size();
+  keep_ = beginsWithHeader(lines.substr(named.start()));
+  return keep_ ? named.start() : named.end();
 }
 
 /// Up to the line that begins the next entry not to be kept. While entries are kept a line with the
 /// label changes nothing, header or not.
-std::size_t LogFilter::keepEntries(std::string_view lines, std::size_t start, Labels& labels) {
-  std::size_t lineStart = start;
-  while (keep_ && lineStart < lines.size()) {
-    const std::size_t lineEnd = lines.find('\n', lineStart);
-    const bool named = labels.next(lineStart) < lineEnd;
-    keep_ = named || !beginsWithHeader(lines.substr(lineStart));
-    if (keep_) lineStart = lineEnd + 1;
+std::size_t LogFilter::keepEntries(std::string_view lines, std::size_t start, NamedLines& named) {
+  std::size_t at = start;
+  while (at < lines.size()) {
+    named.advanceTo(at);
+    if (named.start() == at) {
+      at = named.end();
+    } else if (!beginsWithHeader(lines.substr(at))) {
+      at = lines.find('\n', at) + 1;
+    } else {
+      keep_ = false;
+      break;
+    }
   }
-  excerpt_.append(lines.substr(start, lineStart - start));
-  return lineStart;
+  excerpt_.append(lines.substr(start, at - start));
+  return at;
 }
 
 // ---- The line at a piece's border

@@ -37,11 +37,11 @@ class LogFilter {
 
  private:
   using Answer = HeaderSearch::Answer;
-  class Labels;
+  class NamedLines;
 
   void acceptWholeLines(std::string_view lines);
-  std::size_t skipEntries(std::string_view lines, std::size_t start, Labels& labels);
-  std::size_t keepEntries(std::string_view lines, std::size_t start, Labels& labels);
+  std::size_t skipEntries(std::string_view lines, std::size_t start, NamedLines& named);
+  std::size_t keepEntries(std::string_view lines, std::size_t start, NamedLines& named);
 
   void beginLine();
   void continueLine(std::string_view part);
