@@ -8,8 +8,21 @@
 namespace platform::xpc {
 namespace {
 
-/// Enough for a delegate that does real work; address space only until it is used.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define WLHID_FRAMES_ARE_LARGE 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define WLHID_FRAMES_ARE_LARGE 1
+#endif
+#endif
+
+/// Enough for a delegate that does real work; address space only until it is used. A sanitizer
+/// makes stack frames several times as large.
+#ifdef WLHID_FRAMES_ARE_LARGE
+constexpr std::size_t kStackSize = std::size_t{4} << 20;
+#else
 constexpr std::size_t kStackSize = std::size_t{512} << 10;
+#endif
 
 struct Start {
   const char* name;
