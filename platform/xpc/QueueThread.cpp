@@ -31,12 +31,18 @@ struct Start {
 
 void* run(void* argument) {
   const std::unique_ptr<Start> start(static_cast<Start*>(argument));
-  ::pthread_setname_np(::pthread_self(), start->name);
+  nameThisThread(start->name);
   start->body();
   return nullptr;
 }
 
-int createDetached(Start& start) {
+}  // namespace
+
+void nameThisThread(const char* name) {
+  ::pthread_setname_np(::pthread_self(), name);
+}
+
+bool startDetachedThread(void* (*entry)(void*), void* context) {
   pthread_attr_t attributes;
   ::pthread_attr_init(&attributes);
   ::pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
@@ -48,17 +54,15 @@ int createDetached(Start& start) {
     ::sigdelset(&all, fault);
   ::pthread_sigmask(SIG_SETMASK, &all, &before);
   pthread_t thread{};
-  const int error = ::pthread_create(&thread, &attributes, &run, &start);
+  const int error = ::pthread_create(&thread, &attributes, entry, context);
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
   ::pthread_attr_destroy(&attributes);
-  return error;
+  return error == 0;
 }
-
-}  // namespace
 
 bool startDetachedThread(const char* name, std::function<void()> body) {
   auto start = std::make_unique<Start>(Start{name, std::move(body)});
-  if (createDetached(*start) != 0) return false;
+  if (!startDetachedThread(&run, start.get())) return false;
   static_cast<void>(start.release());  // the thread's now
   return true;
 }
