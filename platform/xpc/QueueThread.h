@@ -12,4 +12,8 @@ namespace platform::xpc {
 /// its own are not.
 bool startDetachedThread(const char* name, std::function<void()> body);
 
+/// The same without memory of its own: the thread calls `entry` with `context` and has no name yet.
+bool startDetachedThread(void* (*entry)(void*), void* context);
+void nameThisThread(const char* name);
+
 }  // namespace platform::xpc
