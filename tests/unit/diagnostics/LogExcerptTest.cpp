@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -123,6 +124,27 @@ TEST(LogExcerpt, ALineLongerThanAnyPieceIsKeptOrDroppedWhole) {
     EXPECT_EQ(excerptInPieces(ours + "\n" + host, length), ours + "\n" + host);
     EXPECT_EQ(excerptInPieces(host + "com.quillmar.hideventrouter", length), "");
   }
+}
+
+/// The most memory that this process has had, in MiB.
+double peakMemory() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);)
+    if (line.starts_with("VmHWM:")) return std::stod(line.substr(6)) / 1024;
+  ADD_FAILURE() << "the system does not say";
+  return 0;
+}
+
+TEST(LogExcerpt, ALineOfAGigabyteThatCannotBeKeptTakesNoMemory) {
+  const std::string piece(1024 * 1024, 'x');
+  const double before = peakMemory();
+  for (const auto& start : {std::string(), other + "\n", std::string("Nov 21 03:12:45 host x1")}) {
+    LogFilter filter;
+    filter.accept(start);
+    for (int i = 0; i < 1024; ++i) filter.accept(piece);
+    EXPECT_EQ(filter.finish()->length(), 0U);
+  }
+  EXPECT_LT(peakMemory(), before + 64);
 }
 
 /// A log of entries, continuation lines and things that are nearly one or the other.

@@ -1,0 +1,211 @@
+#include "platform/foundation/TextFile.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <new>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/foundation/FoundationProvider.h"
+#include "platform/foundation/GrowingData.h"
+#include "platform/foundation/UTF8Validator.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace platform {
+namespace {
+
+using testsupport::TemporaryDirectory;
+using testsupport::writeFile;
+
+// ---- UTF8Validator
+
+bool isValidInPieces(std::string_view text, std::size_t length) {
+  UTF8Validator validator;
+  bool valid = true;
+  for (std::size_t at = 0; at < text.size(); at += length)
+    valid = validator.accept(text.substr(at, length)) && valid;
+  EXPECT_EQ(validator.accept({}), valid) << "what was refused stays refused";
+  return valid && validator.isComplete();
+}
+
+TEST(UTF8Validator, AnswersForEveryPairAndTripleOfBytesAtABorderAsForTheWhole) {
+  const std::string around(200, 'a');
+  for (unsigned first = 0x7F; first < 0x100; ++first) {
+    for (unsigned second = 0; second < 0x100; second += second < 0x7F ? 0x7F : 1) {
+      for (const unsigned third : {0x00U, 0x41U, 0x7FU, 0x80U, 0xBFU, 0xC0U, 0xFFU}) {
+        const std::string bytes = {static_cast<char>(first), static_cast<char>(second),
+                                   static_cast<char>(third), '\x80'};
+        for (std::size_t size = 1; size <= 4; ++size) {
+          const auto part = bytes.substr(0, size);
+          const bool expected = isValidUTF8(part);
+          ASSERT_EQ(isValidInPieces(part, 1), expected) << testing::PrintToString(part);
+          ASSERT_EQ(isValidInPieces(around + part, 201), expected) << testing::PrintToString(part);
+        }
+      }
+    }
+  }
+}
+
+TEST(UTF8Validator, AnswersAsForTheWholeOnRandomText) {
+  std::mt19937 random(11);
+  const std::vector<std::string> parts = {std::string(130, 'x'),
+                                          "a",
+                                          "é",
+                                          "€",
+                                          "😀",
+                                          "\xEF\xBF\xBF",
+                                          "\xF4\x8F\xBF\xBF",
+                                          "\xC0",
+                                          "\x80",
+                                          "\xED\xA0\x80",
+                                          "\xE0\x80\x80",
+                                          "\xF0\x82"};
+  std::size_t valid = 0;
+  for (int round = 0; round < 20000; ++round) {
+    std::string text;
+    const std::size_t choices = round % 2 == 0 ? 7 : parts.size();
+    for (auto count = random() % 8; count > 0; --count) text += parts[random() % choices];
+    const bool expected = isValidUTF8(text);
+    valid += expected ? 1 : 0;
+    ASSERT_EQ(isValidInPieces(text, 1 + random() % 140), expected) << testing::PrintToString(text);
+  }
+  EXPECT_GT(valid, 10000U);
+  EXPECT_LT(valid, 19000U);
+}
+
+// ---- GrowingData
+
+std::string contents(const NSData& data) {
+  return {reinterpret_cast<const char*>(data.bytes()), data.length()};
+}
+
+TEST(GrowingData, BecomesDataWithAllThatWasAppended) {
+  GrowingData data;
+  std::string expected;
+  // Past the sizes at which the pages move, with pieces that lie across every border.
+  while (expected.size() < std::size_t{70} * 1024 * 1024) {
+    const std::string piece(1 + expected.size() % 1000003,
+                            static_cast<char>('a' + expected.size() % 26));
+    data.append(piece);
+    expected += piece;
+  }
+  EXPECT_EQ(data.size(), expected.size());
+  EXPECT_TRUE(data.view() == expected);
+  const auto result = data.takeData();
+  EXPECT_TRUE(contents(*result) == expected);
+  EXPECT_EQ(result->className(), "NSData");
+  EXPECT_EQ(data.size(), 0U);
+}
+
+TEST(GrowingData, IsEmptyAgainAfterItWasTaken) {
+  GrowingData data;
+  data.append("one");
+  const auto one = data.takeData();
+  EXPECT_EQ(data.takeData()->length(), 0U);
+  data.append("two");
+  const auto two = data.takeData();
+  EXPECT_EQ(contents(*one), "one");
+  EXPECT_EQ(contents(*two), "two");
+}
+
+TEST(GrowingData, TruncatesAndGoesOnBehindWhatIsLeft) {
+  GrowingData data;
+  const std::string large(std::size_t{8} * 1024 * 1024, 'x');
+  data.append("abc");
+  data.append(large);
+  data.truncate(large.size() + 3);
+  EXPECT_EQ(data.size(), large.size() + 3);
+  data.truncate(2);
+  data.append("d");
+  data.append(large);
+  EXPECT_EQ(data.size(), large.size() + 3);
+  EXPECT_TRUE(data.view() == "abd" + large);
+  data.truncate(0);
+  EXPECT_EQ(data.takeData()->length(), 0U);
+}
+
+TEST(GrowingData, KeepsWhatItHasWhenThereIsNoMoreMemory) {
+  GrowingData data;
+  data.append("kept");
+  const std::string_view impossible(data.view().data(), std::size_t{1} << 62);
+  EXPECT_THROW(data.append(impossible), std::bad_alloc);
+  EXPECT_EQ(contents(*data.takeData()), "kept");
+}
+
+// ---- Files
+
+std::shared_ptr<NSURL> fileURL(const std::filesystem::path& path) {
+  return NSURL::fileURLWithPath(NSString::stringWithUTF8(path.string()));
+}
+
+TEST(TextFile, IsHandedOutWholeAndInOrder) {
+  const TemporaryDirectory directory;
+  const auto path = directory.path() / "text";
+  std::string expected;
+  for (int i = 0; expected.size() < 1000000; ++i) expected += "líne " + std::to_string(i) + "\n";
+  writeFile(path, expected);
+  std::string text;
+  EXPECT_EQ(readUTF8TextFile(fileURL(path), [&](std::string_view piece) { text += piece; }),
+            nullptr);
+  EXPECT_TRUE(text == expected);
+}
+
+TEST(TextFile, ErrorsSayWhichFileAndWhy) {
+  const auto error = readUTF8TextFile(NSURL::fileURLWithPath(str("/missing/file")),
+                                      [](std::string_view) { FAIL() << "there is nothing"; });
+  ASSERT_NE(error, nullptr);
+  EXPECT_EQ(error->domain()->UTF8String(), NSCocoaErrorDomain);
+  EXPECT_EQ(error->code(), NSFileReadNoSuchFileError);
+  EXPECT_EQ(descriptionOf(error->userInfo()->objectForKey(NSFilePathErrorKey)), "/missing/file");
+  EXPECT_EQ(descriptionOf(error->userInfo()->objectForKey(NSLocalizedDescriptionKey)),
+            "Cannot read /missing/file: No such file or directory");
+  const auto underlying =
+      objectCast<NSError>(error->userInfo()->objectForKey(NSUnderlyingErrorKey));
+  ASSERT_NE(underlying, nullptr);
+  EXPECT_EQ(underlying->domain()->UTF8String(), NSPOSIXErrorDomain);
+  EXPECT_EQ(underlying->code(), ENOENT);
+}
+
+TEST(TextFile, APathWithNULIsNoFile) {
+  const auto error =
+      readUTF8TextFile(NSURL::fileURLWithPath(NSString::stringWithUTF8({"/etc/hosts\0x", 12})),
+                       [](std::string_view) { FAIL() << "there is nothing"; });
+  ASSERT_NE(error, nullptr);
+  EXPECT_EQ(error->code(), NSFileReadNoSuchFileError);
+}
+
+/// A provider that knows nothing of pieces.
+class WholeFiles final : public FoundationProvider {
+ public:
+  std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path) override {
+    if (path->UTF8String() != "/there") return nullptr;
+    const std::string text = "text";
+    return NSData::dataWithBytes({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+  }
+  std::shared_ptr<NSString> mainBundlePath() override { return nullptr; }
+  std::shared_ptr<NSObject> propertyListWithData(const std::shared_ptr<NSData>&,
+                                                 NSPropertyListFormat*,
+                                                 std::shared_ptr<NSError>*) override {
+    return nullptr;
+  }
+  std::shared_ptr<NSNotificationCenter> defaultCenter() override { return nullptr; }
+  void log(std::string_view) override {}
+};
+
+TEST(TextFile, ComesFromTheProviderInPlace) {
+  const auto machine = foundationProvider().exchange(std::make_shared<WholeFiles>());
+  std::string text;
+  const auto take = [&](std::string_view piece) { text += piece; };
+  const auto there = readUTF8TextFile(NSURL::fileURLWithPath(str("/there")), take);
+  const auto missing = readUTF8TextFile(NSURL::fileURLWithPath(str("/missing")), take);
+  foundationProvider().exchange(machine);
+  EXPECT_EQ(there, nullptr);
+  EXPECT_EQ(text, "text");
+  ASSERT_NE(missing, nullptr);
+  EXPECT_EQ(missing->code(), NSFileReadNoSuchFileError);
+}
+
+}  // namespace
+}  // namespace platform
