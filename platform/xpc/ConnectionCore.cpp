@@ -46,8 +46,10 @@ std::shared_ptr<ConnectionCore> ConnectionCore::toService(std::string service) {
   return std::make_shared<ConnectionCore>(std::move(service), -1);
 }
 
-std::shared_ptr<ConnectionCore> ConnectionCore::accepted(int socket) {
-  return std::make_shared<ConnectionCore>(std::string(), socket);
+std::shared_ptr<ConnectionCore> ConnectionCore::accepted(int socket, int wake) {
+  auto core = std::make_shared<ConnectionCore>(std::string(), socket);
+  core->wake_ = wake;
+  return core;
 }
 
 ConnectionCore::ConnectionCore(std::string service, int acceptedSocket)

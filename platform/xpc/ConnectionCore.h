@@ -41,8 +41,9 @@ using SharedTable = std::shared_ptr<const InterfaceTable>;
 class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
  public:
   static std::shared_ptr<ConnectionCore> toService(std::string service);
-  /// Takes the connected socket over.
-  static std::shared_ptr<ConnectionCore> accepted(int socket);
+  /// Takes the connected socket over, and an event descriptor to be woken by: without one (-1) the
+  /// connection makes its own when it is resumed, and stands still where none is to be had.
+  static std::shared_ptr<ConnectionCore> accepted(int socket, int wake = -1);
   ConnectionCore(std::string service, int acceptedSocket);
   ConnectionCore(const ConnectionCore&) = delete;
   ConnectionCore& operator=(const ConnectionCore&) = delete;

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <mutex>
+#include <utility>
 
 #include "platform/foundation/NSLog.h"
 #include "platform/xpc/ConnectionHandle.h"
@@ -28,6 +29,7 @@ class ListenerCore {
   ~ListenerCore() {
     ::close(socket_);
     ::close(wake_);
+    if (nextWake_ >= 0) ::close(nextWake_);
   }
 
   void setDelegate(std::weak_ptr<NSXPCListenerDelegate> delegate) {
@@ -41,7 +43,7 @@ class ListenerCore {
   void run(const std::weak_ptr<NSXPCListener>& listener) {
     unsigned shortages = 0;
     while (!stopped_.load()) {
-      const int connected = ::accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+      const int connected = acceptOne();
       if (connected >= 0) {
         shortages = 0;
         offer(listener, connected);
@@ -59,13 +61,21 @@ class ListenerCore {
   }
 
  private:
+  /// What a connection needs besides its socket is there before the socket is: one that was
+  /// accepted and could not be woken would stand still for ever, one in the kernel's queue waits
+  /// its turn.
+  int acceptOne() {
+    if (nextWake_ < 0) nextWake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (nextWake_ < 0) return -1;
+    return ::accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+  }
   void waitFor(bool connection, int milliseconds) {
     pollfd watched[2] = {{wake_, POLLIN, 0}, {connection ? socket_ : -1, POLLIN, 0}};
     ::poll(watched, 2, milliseconds);
   }
   void offer(const std::weak_ptr<NSXPCListener>& weakListener, int connected) {
-    const auto connection =
-        std::make_shared<xpc::ConnectionHandle>(xpc::ConnectionCore::accepted(connected));
+    const auto connection = std::make_shared<xpc::ConnectionHandle>(
+        xpc::ConnectionCore::accepted(connected, std::exchange(nextWake_, -1)));
     const auto listener = weakListener.lock();
     if (!listener || stopped_.load() || !ask(listener, connection)) connection->invalidate();
   }
@@ -88,6 +98,7 @@ class ListenerCore {
 
   const int socket_;
   const int wake_;
+  int nextWake_ = -1;  ///< the next connection's; the thread's alone
   std::atomic<bool> stopped_{false};
   std::mutex mutex_;
   std::weak_ptr<NSXPCListenerDelegate> delegate_;

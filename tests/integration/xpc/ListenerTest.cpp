@@ -91,6 +91,31 @@ TEST_F(Listener, OutlivesAShortageOfDescriptors) {
   EXPECT_NE(service_->end(), nullptr);
 }
 
+TEST_F(Listener, AConnectionThatGetsTheLastDescriptorIsServedAllTheSame) {
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  RawPeer last(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const int lowest = ::fcntl(0, F_DUPFD_CLOEXEC, 0);
+  ::close(lowest);
+  rlimit tight = before;
+  tight.rlim_cur = static_cast<rlim_t>(lowest) + 1;
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path_.copy(address.sun_path, sizeof address.sun_path - 1);
+  const bool connected = last.connect(address);
+  const bool sent = connected && last.send({0, 0, 0, 0, 99, 0, 0, 0});
+  // Accepted now, or where even the listener's own need takes the last one, after the shortage.
+  while (sent && service_->accepted() == 0 && logged_.linesWith("out of descriptors") == 0)
+    std::this_thread::yield();
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+  ASSERT_TRUE(sent);
+  const auto end = service_->end();
+  ASSERT_NE(end, nullptr);
+  EXPECT_TRUE(end->log.waitFor("invalidation"));
+  EXPECT_TRUE(last.waitForEnd());
+}
+
 TEST_F(Handed, NothingWasHandedOver) {
   EXPECT_EQ(failure("a"), ENOENT);
   errno = 0;
