@@ -14,7 +14,7 @@ class Printer final : public WLHIDEventRouterClientDelegate {  // called on the 
   }
   void hidEventRouterClient_receivedReportData_reportID(
       const Client&, const std::shared_ptr<platform::NSData>& data, std::uint32_t id) override {
-    std::cout << "report " << id << ": " << data->description() << std::endl;
+    std::cout << platform::stringWithFormat("report %u: %@", id, data) << std::endl;
   }
 };
 
