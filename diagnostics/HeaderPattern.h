@@ -161,7 +161,8 @@ class Reader {
       next();
       const char last = next();
       if (last < first) malformed("a range runs backwards");
-      for (int c = first; c <= last; ++c) set.add(static_cast<char>(c));
+      for (char c = first; c < last; ++c) set.add(c);
+      set.add(last);
     } else if (std::string_view("^$.|?*+{}[]()-").find(first) != std::string_view::npos) {
       malformed("this part of the notation is not known");
     } else {

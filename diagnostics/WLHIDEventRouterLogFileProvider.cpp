@@ -22,7 +22,7 @@ diagnostics::LogExcerpt systemLogExcerpt() {
     auto info =
         NSDictionary::dictionaryWithEntries({{str(NSLocalizedDescriptionKey), str(noRoot.what())}});
     auto error = NSError::errorWithDomain_code_userInfo(str(NSCocoaErrorDomain),
-                                                        NSFileReadNoSuchFileError, std::move(info));
+                                                        NSFileReadNoSuchFileError, info);
     return {std::move(error), NSData::dataWithBytes({})};
   }
 }
