@@ -108,6 +108,7 @@ std::vector<Endpoint> endpointsOf(const SystemRoot& root,
                                   const std::vector<std::string>& services) {
   const auto owner = ownerOrNobody(root);
   std::vector<Endpoint> endpoints;
+  endpoints.reserve(services.size());
   for (const std::string& service : services) endpoints.push_back(endpointOf(root, service, owner));
   return endpoints;
 }

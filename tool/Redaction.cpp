@@ -355,8 +355,15 @@ Redactor::Redactor(Knowledge knowledge) : active_(true), knowledge_(std::move(kn
 
 std::string Redactor::withoutSecrets(std::string line) const {
   for (const std::string& secret : knowledge_.secrets) {
-    for (std::size_t at = line.find(secret); at != std::string::npos; at = line.find(secret, at))
-      line.replace(at, secret.size(), 1, kGone);
+    std::size_t at = line.find(secret);
+    if (at == std::string::npos) continue;
+    std::string rest;
+    std::size_t done = 0;
+    for (; at != std::string::npos; at = line.find(secret, done)) {
+      rest.append(line, done, at - done).append(1, kGone);
+      done = at + secret.size();
+    }
+    line = rest.append(line, done);
   }
   return line;
 }
@@ -392,9 +399,14 @@ std::string Redactor::logLine(std::string_view line) const {
 
 std::string Redactor::name(std::string_view name) const {
   if (!active_) return std::string(name);
-  std::string result = redacted(name.substr(0, kMaximumNameBytes), true);
-  if (name.size() > kMaximumNameBytes) result += "…";
-  return result;
+  // Redacted before it is cut: half a secret would not be known.
+  constexpr std::size_t kLookedAt = 16 * kMaximumNameBytes;
+  std::string result = redacted(name.substr(0, kLookedAt), true);
+  if (result.size() <= kMaximumNameBytes && name.size() <= kLookedAt) return result;
+  std::size_t end = std::min(result.size(), kMaximumNameBytes);
+  while (end > 0 && end < result.size() && (static_cast<unsigned char>(result[end]) & 0xc0) == 0x80)
+    --end;
+  return result.substr(0, end) + "…";
 }
 
 std::string Redactor::version(std::string_view version) const {

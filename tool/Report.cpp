@@ -350,9 +350,13 @@ class ReportWriter {
 
 }  // namespace
 
-int reportSteps() {
-  constexpr int kBesidesModules = 3;
-  return kBesidesModules + static_cast<int>(platform::KQLogger::sharedLogger().modules().size());
+int reportSteps(const ReportRequest& request) {
+  int steps = 2;  // the inventory, the manifest
+  if (request.deviceToTry) ++steps;
+  for (const auto& module : platform::KQLogger::sharedLogger().modules()) {
+    if (dynamic_cast<platform::KQLogModuleFileProvider*>(module.get()) != nullptr) ++steps;
+  }
+  return steps;
 }
 
 ReportResult writeReport(const ReportRequest& request, ReportArchive& archive) {

@@ -56,8 +56,8 @@ struct ReportResult {
   std::string manifest;  ///< as it stands in the archive
 };
 
-/// How often onStep is called at most, with the modules that there are now.
-[[nodiscard]] int reportSteps();
+/// How often onStep will be called, with the modules that there are now.
+[[nodiscard]] int reportSteps(const ReportRequest& request);
 /// Writes all parts, not the archive's end.
 [[nodiscard]] ReportResult writeReport(const ReportRequest& request, ReportArchive& archive);
 

@@ -23,13 +23,13 @@ void ReportArchive::Deleter::operator()(struct archive* archive) const {
 
 long long ReportArchive::writeToFile(struct archive* /*archive*/, void* self, const void* bytes,
                                      std::size_t size) {
+  // The library is never told of a failure: it would not free what it had begun to compress. Every
+  // call of it is followed by a look at failure_.
   auto* const report = static_cast<ReportArchive*>(self);
-  if (report->failure_) return -1;
   try {
-    report->file_.write({static_cast<const std::uint8_t*>(bytes), size});
+    if (!report->failure_) report->file_.write({static_cast<const std::uint8_t*>(bytes), size});
   } catch (...) {
-    report->failure_ = std::current_exception();  // no exception may cross the library
-    return -1;
+    report->failure_ = std::current_exception();
   }
   return static_cast<long long>(size);
 }
@@ -64,7 +64,7 @@ void ReportArchive::begin(const std::string& name) {
 void ReportArchive::write(std::span<const std::uint8_t> bytes) {
   while (!bytes.empty()) {
     const la_ssize_t count = archive_write_data(archive_.get(), bytes.data(), bytes.size());
-    if (count <= 0) fail();
+    if (count <= 0 || failure_) fail();
     written_ += static_cast<std::uint64_t>(count);
     bytes = bytes.subspan(static_cast<std::size_t>(count));
   }

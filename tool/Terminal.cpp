@@ -16,7 +16,7 @@ constexpr std::size_t kUsualColumns = 80;
 constexpr std::string_view kClearLine = "\r\x1b[K";
 
 bool isTerminalWithMovement(int descriptor) {
-  const char* const kind = std::getenv("TERM");
+  const char* const kind = ::secure_getenv("TERM");
   return ::isatty(descriptor) == 1 && kind != nullptr && *kind != '\0' &&
          std::string_view(kind) != "dumb";
 }
@@ -36,7 +36,7 @@ bool isSecondControlCharacter(std::string_view text, std::size_t at) {
 }  // namespace
 
 bool showsColours(int descriptor) {
-  const char* const unwanted = std::getenv("NO_COLOR");
+  const char* const unwanted = ::secure_getenv("NO_COLOR");
   return (unwanted == nullptr || *unwanted == '\0') && isTerminalWithMovement(descriptor);
 }
 

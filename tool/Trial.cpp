@@ -24,10 +24,16 @@ class Course {
     change([&](TrialResult& result) { result.statuses.push_back(status); });
     if (status == WLHIDEventRouterClientStatusRouterUnavailable)
       end("the router is not installed, or not current");
-    if (status == WLHIDEventRouterClientStatusFailed) end("the router refuses");
   }
+  /// The reason comes behind the status that it explains.
   void error(const std::string& text) {
-    change([&](TrialResult& result) { result.errors.push_back(text); });
+    bool refused = false;
+    change([&](TrialResult& result) {
+      result.errors.push_back(text);
+      refused =
+          !result.statuses.empty() && result.statuses.back() == WLHIDEventRouterClientStatusFailed;
+    });
+    if (refused) end("the router refuses");
   }
   void input() {
     change([](TrialResult& result) { ++result.deliveries; });
@@ -79,28 +85,28 @@ class Delegate final : public WLHIDEventRouterClientDelegate {
   const std::shared_ptr<Course> course_;
 };
 
-/// While it lives, every line is logged, and the course hears of input and of a lost connection.
+/// While it lives, every line is logged, and the course hears of input.
+///
+/// The sink stays: a line that was let through at the lower level may reach it when the level is
+/// back already, and must not be shown then either.
 class EverythingLogged {
  public:
   explicit EverythingLogged(const std::shared_ptr<Course>& course)
       : userLevel_(KQLogger::logLevel()) {
-    auto sink = [course, level = userLevel_](const KQLogEntry& entry) {
-      if (entry.level >= level) Output(STDERR_FILENO).write(platform::renderLogEntry(entry) + "\n");
-      if (entry.showsInput) course->input();
-    };
-    previous_ = KQLogger::sharedLogger().setSink(std::make_shared<KQLogSink>(std::move(sink)));
+    KQLogger::sharedLogger().setSink(
+        std::make_shared<KQLogSink>([course, level = userLevel_](const KQLogEntry& entry) {
+          if (entry.level >= level)
+            Output(STDERR_FILENO).write(platform::renderLogEntry(entry) + "\n");
+          if (entry.showsInput) course->input();
+        }));
     KQLogger::setLogLevel(0);
   }
-  ~EverythingLogged() {
-    KQLogger::setLogLevel(userLevel_);
-    KQLogger::sharedLogger().setSink(previous_);
-  }
+  ~EverythingLogged() { KQLogger::setLogLevel(userLevel_); }
   EverythingLogged(const EverythingLogged&) = delete;
   EverythingLogged& operator=(const EverythingLogged&) = delete;
 
  private:
   const std::uint64_t userLevel_;
-  std::shared_ptr<KQLogSink> previous_;
 };
 
 }  // namespace

@@ -1,7 +1,8 @@
 // Routing a device for a moment, to see how far it comes.
 //
 // Everything that the framework logs meanwhile reaches the shared logger's recent lines, whatever
-// the log level; on standard error stands only what the user's level admits.
+// the log level; on standard error stands only what the user's level admits. The shared logger's
+// sink is replaced for good, so this is for a command that has no other.
 //
 // Threading: the main thread, which waits; the framework calls on its own. Ownership: values.
 // Errors: how it went is the result. Order: statuses and errors as they came.

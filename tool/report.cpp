@@ -32,16 +32,15 @@ std::string summaryOf(const ReportResult& result, const Options& options) {
 }
 
 ReportResult writeReportTo(const Options& options) {
-  std::optional<std::uint64_t> device;
-  if (!options.device.empty()) device = registryEntryIDOf(options.device);
+  ReportRequest request{platform::SystemRoot::current(), options.withInput, std::nullopt, {}};
+  if (!options.device.empty()) request.deviceToTry = registryEntryIDOf(options.device);
   StopSignals signals;
   NewFile file(options.output);
   const StopCleanup cleanUp(signals, [&file] { file.discard(); });
   ReportArchive archive(file);
-  Progress progress(reportSteps());
-  ReportResult result = writeReport({platform::SystemRoot::current(), options.withInput, device,
-                                     [&progress](std::string_view what) { progress.step(what); }},
-                                    archive);
+  Progress progress(reportSteps(request));
+  request.onStep = [&progress](std::string_view what) { progress.step(what); };
+  ReportResult result = writeReport(request, archive);
   archive.finish();
   file.keep();
   return result;

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "platform/foundation/NSString.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tool {
@@ -116,6 +117,15 @@ TEST(Redaction, NamesKeepTheirDigits) {
   EXPECT_EQ(redactor().name("Pad QWERTZ7 serial AB12"), "Pad [removed] serial [removed]");
   const std::string longName = redactor().name(std::string(1 << 20, 'x'));
   EXPECT_LE(longName.size(), Redactor::kMaximumNameBytes + 3);
+  const std::string accents = redactor().name("x" + [] {
+    std::string text;
+    while (text.size() < 1000) text += "é";
+    return text;
+  }());
+  EXPECT_TRUE(platform::isValidUTF8(accents));
+  const std::string cut =
+      redactor().name(std::string(Redactor::kMaximumNameBytes - 3, 'x') + " QWERTZ");
+  EXPECT_EQ(cut.find("QW"), std::string::npos) << cut;
 }
 
 TEST(Redaction, ControlCharactersGo) {
