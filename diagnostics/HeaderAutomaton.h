@@ -34,7 +34,7 @@ class HeaderAutomaton {
     const char* at = text.data();
     const char* const end = at + text.size();
     std::uint64_t state = 0;
-    constexpr std::ptrdiff_t stride = 8;
+    constexpr std::ptrdiff_t stride = 16;
     while (end - at >= stride && (state & mask) < ends) {
       for (std::ptrdiff_t i = 0; i < stride; ++i) state = next(state, at[i]);
       at += stride;

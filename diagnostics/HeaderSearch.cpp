@@ -1,6 +1,7 @@
 #include "diagnostics/HeaderSearch.h"
 
 #include <array>
+#include <cstring>
 #include <utility>
 
 #include "diagnostics/HeaderAutomaton.h"
@@ -112,7 +113,7 @@ constexpr StepBits bits(std::size_t step) {
   return StepBits{1} << step;
 }
 
-/// Which steps take each character of a time as nearly all headers have it: "Nov 21 03:12:45 ", the
+/// Which steps take each character of a time as nearly all headers have it, "Nov 21 03:12:45 ", the
 /// day perhaps with a blank in front. A line that passes has come to the host, there is no other
 /// way to read it; of one that does not nothing is known.
 constexpr std::array<StepBits, 16> usualSteps = {
@@ -121,16 +122,64 @@ constexpr std::array<StepBits, 16> usualSteps = {
     bits(4),           bits(4), bits(5),           // hours, colon
     bits(6),           bits(6), bits(7),           // minutes, colon
     bits(8),           bits(8), bits(9)};          // seconds, blank
+
+/// What each of them may be, for all 16 to be looked at together: with the bits of `fold` set, one
+/// of `span` characters more than `lowest`, or else `instead`.
+struct UsualTime {
+  using Bytes = std::array<std::uint8_t, usualSteps.size()>;
+  Bytes fold{};
+  Bytes lowest{};
+  Bytes span{};
+  Bytes instead{};
+
+  [[nodiscard]] constexpr bool takes(std::size_t i, unsigned c) const {
+    const unsigned above = ((c | fold[i]) - lowest[i]) & 0xFFU;
+    return above <= span[i] || c == instead[i];
+  }
+};
+
+constexpr UsualTime usualTime = [] {
+  constexpr std::string_view shape = "aaa 99 99:99:99 ";
+  static_assert(shape.size() == usualSteps.size());
+  UsualTime time;
+  for (std::size_t i = 0; i < shape.size(); ++i) {
+    const bool letter = shape[i] == 'a';
+    time.fold[i] = letter ? 0x20 : 0;
+    time.lowest[i] = static_cast<std::uint8_t>(shape[i] == '9' ? '0' : shape[i]);
+    time.span[i] = letter ? 25 : shape[i] == '9' ? 9 : 0;
+    time.instead[i] = time.lowest[i];
+  }
+  time.instead[4] = ' ';
+  return time;
+}();
+
+/// Takes nothing that the steps do not take.
+constexpr bool isUsualTimeSound() {
+  for (std::size_t i = 0; i < usualSteps.size(); ++i)
+    for (unsigned c = 0; c < 256; ++c)
+      if (usualTime.takes(i, c) && (stepsOfByte[c] & usualSteps[i]) == 0) return false;
+  return true;
+}
+static_assert(isUsualTimeSound());
+
 constexpr std::size_t hostStep = 10;
 
 constexpr HeaderAutomaton fromHost(pattern, hostStep);
 
 bool hasUsualTime(std::string_view text) {
-  if (text.size() < usualSteps.size()) return false;
-  bool fits = true;
-  for (std::size_t i = 0; i < usualSteps.size(); ++i)
-    fits &= (stepsOfByte[static_cast<unsigned char>(text[i])] & usualSteps[i]) != 0;
-  return fits;
+  using Vector = std::uint8_t __attribute__((vector_size(16)));
+  const auto load = [](const void* from) {
+    Vector vector;
+    std::memcpy(&vector, from, sizeof vector);
+    return vector;
+  };
+  if (text.size() < sizeof(Vector)) return false;
+  const Vector c = load(text.data());
+  const Vector above = (c | load(usualTime.fold.data())) - load(usualTime.lowest.data());
+  const auto taken = (above <= load(usualTime.span.data())) | (c == load(usualTime.instead.data()));
+  std::array<std::uint64_t, 2> halves;
+  std::memcpy(halves.data(), &taken, sizeof taken);
+  return (halves[0] & halves[1]) == ~std::uint64_t{0};
 }
 
 }  // namespace

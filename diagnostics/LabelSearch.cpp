@@ -21,18 +21,52 @@ const char* findPlainly(const char* at, const char* end) {
 
 #if defined(__SSE2__)
 
-// Two neighbours in the label are looked for first, at 64 places at once. They hardly ever stand
+// Two neighbours in the label are looked for first, at many places at once. They hardly ever stand
 // together in other texts, so nearly every place is passed over without a second look.
 constexpr std::size_t probed = 3;
 static_assert(routerLabel.substr(probed, 2) == ".q" && probed + 1 < routerLabel.size());
 
-constexpr std::size_t vectorBytes = sizeof(__m128i);
-constexpr std::size_t blockBytes = 4 * vectorBytes;
-// Where a label can begin that ends within the text, the probes read nothing behind it.
-constexpr std::size_t neededBytes = blockBytes + routerLabel.size() - 1;
+constexpr std::size_t stepBytes = 64;
+constexpr std::size_t blockBytes = 4 * stepBytes;
+
+/// Whether the text holds what the probes read for labels that begin in the next `size` bytes: no
+/// more than such labels hold themselves.
+bool hasRoom(const char* at, const char* end, std::size_t size) {
+  return static_cast<std::size_t>(end - at) >= size + routerLabel.size() - 1;
+}
+
+struct Narrow {
+  using Bytes = std::uint8_t __attribute__((vector_size(16)));
+  using Words = std::uint64_t __attribute__((vector_size(16)));
+};
+struct Wide {
+  using Bytes = std::uint8_t __attribute__((vector_size(32)));
+  using Words = std::uint64_t __attribute__((vector_size(32)));
+};
+
+/// Whether both probes fit a label that begins anywhere in the block. One text for all processors,
+/// with vectors of the width of theirs; it becomes part of a function that is for them.
+template <class Width>
+[[gnu::always_inline]] inline bool mayHoldLabel(const char* block) {
+  using Vector = typename Width::Bytes;
+  using Words = typename Width::Words;
+  Words any{};
+  for (std::size_t i = 0; i < blockBytes; i += sizeof(Vector)) {
+    Vector first;
+    Vector second;
+    std::memcpy(&first, block + i + probed, sizeof first);
+    std::memcpy(&second, block + i + probed + 1, sizeof second);
+    const auto hits = (first == static_cast<std::uint8_t>(routerLabel[probed])) &
+                      (second == static_cast<std::uint8_t>(routerLabel[probed + 1]));
+    any |= reinterpret_cast<Words>(hits);
+  }
+  std::uint64_t word = 0;
+  for (std::size_t i = 0; i < sizeof any / sizeof word; ++i) word |= any[i];
+  return word != 0;
+}
 
 /// The bytes are set at which both probes fit a label that begins at `at` or up to 15 behind.
-__m128i hitsAt(const char* at) {
+__m128i hitsOf16(const char* at) {
   const auto* const first = reinterpret_cast<const __m128i*>(at + probed);
   const auto* const second = reinterpret_cast<const __m128i*>(at + probed + 1);
   return _mm_and_si128(
@@ -45,14 +79,12 @@ std::uint64_t bits(__m128i hits) {
 }
 
 /// Bit i is set where both probes fit a label that begins at `at` + i.
-std::uint64_t probe(const char* at) {
-  const __m128i h0 = hitsAt(at);
-  const __m128i h1 = hitsAt(at + vectorBytes);
-  const __m128i h2 = hitsAt(at + 2 * vectorBytes);
-  const __m128i h3 = hitsAt(at + 3 * vectorBytes);
-  const __m128i any = _mm_or_si128(_mm_or_si128(h0, h1), _mm_or_si128(h2, h3));
-  if (bits(any) == 0) [[likely]]
-    return 0;
+std::uint64_t hitsOf64(const char* at) {
+  const __m128i h0 = hitsOf16(at);
+  const __m128i h1 = hitsOf16(at + 16);
+  const __m128i h2 = hitsOf16(at + 32);
+  const __m128i h3 = hitsOf16(at + 48);
+  if (bits(_mm_or_si128(_mm_or_si128(h0, h1), _mm_or_si128(h2, h3))) == 0) return 0;
   return bits(h0) | bits(h1) << 16 | bits(h2) << 32 | bits(h3) << 48;
 }
 
@@ -66,12 +98,32 @@ bool isLabel(const char* at) {
   return hasWord<0>(at) && hasWord<8>(at) && hasWord<16>(at) && hasWord<routerLabel.size() - 8>(at);
 }
 
+/// The next block that may hold a label, or where there is no room for one.
+template <class Width>
+[[gnu::always_inline]] inline const char* skipBlocks(const char* at, const char* end) {
+  while (hasRoom(at, end, blockBytes) && !mayHoldLabel<Width>(at)) at += blockBytes;
+  return at;
+}
+
+[[gnu::target("avx2")]] const char* skipBlocksWidely(const char* at, const char* end) {
+  return skipBlocks<Wide>(at, end);
+}
+
+const char* skip(const char* at, const char* end) {
+  return __builtin_cpu_supports("avx2") != 0 ? skipBlocksWidely(at, end)
+                                             : skipBlocks<Narrow>(at, end);
+}
+
 const char* find(const char* at, const char* end) {
-  for (; static_cast<std::size_t>(end - at) >= neededBytes; at += blockBytes) {
-    for (std::uint64_t hits = probe(at); hits != 0; hits &= hits - 1) {
-      const char* const place = at + std::countr_zero(hits);
-      if (isLabel(place)) return place;
+  while (hasRoom(at, end, stepBytes)) {
+    // Where labels are frequent the next one is near, and a look at whole blocks would be wasted.
+    for (int steps = 0; steps < 8 && hasRoom(at, end, stepBytes); ++steps, at += stepBytes) {
+      for (std::uint64_t hits = hitsOf64(at); hits != 0; hits &= hits - 1) {
+        const char* const place = at + std::countr_zero(hits);
+        if (isLabel(place)) return place;
+      }
     }
+    at = skip(at, end);
   }
   return findPlainly(at, end);
 }

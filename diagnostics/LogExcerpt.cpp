@@ -35,7 +35,9 @@ class LogFilter::NamedLines {
   /// Where it begins; npos where there is none.
   [[nodiscard]] std::size_t start() const { return start_; }
   /// Where the next line begins.
-  [[nodiscard]] std::size_t end() const { return lines_.find('\n', label_) + 1; }
+  [[nodiscard]] std::size_t end() const {
+    return lines_.find('\n', label_ + routerLabel.size()) + 1;
+  }
 
  private:
   void lookFrom(std::size_t lineStart) {
