@@ -31,7 +31,7 @@ bool feed(std::string_view log, std::size_t pieceLength, diagnostics::LogFilter&
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   // ICU's stack has room for the lines of this length.
-  if (size < 2 || size > 64 * 1024) return 0;
+  if (size < 2 || size > std::size_t{64} * 1024) return 0;
   const std::size_t more = data[1] % 2 == 0 ? 0 : std::size_t{data[1]} * 256;
   const std::size_t pieceLength = 1 + data[0] + more;
   const std::string_view log(reinterpret_cast<const char*>(data) + 2, size - 2);
