@@ -1,12 +1,15 @@
 #include "router/AtomicFile.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 namespace router {
@@ -17,10 +20,24 @@ namespace {
   throw std::system_error(error, std::generic_category(), file.string() + ": cannot be written");
 }
 
+/// What the names of all temporaries of `file` begin with; the writer's process and a number
+/// follow.
+std::string temporaryPrefix(const std::filesystem::path& file) {
+  return "." + file.filename().string() + ".";
+}
+
 std::filesystem::path temporaryName(const std::filesystem::path& file) {
   static std::atomic<unsigned> counter{0};
-  return file.parent_path() / ("." + file.filename().string() + "." + std::to_string(::getpid()) +
-                               "." + std::to_string(counter.fetch_add(1)));
+  return file.parent_path() / (temporaryPrefix(file) + std::to_string(::getpid()) + "." +
+                               std::to_string(counter.fetch_add(1)));
+}
+
+/// Whether the process whose number `text` begins with is no more.
+bool isOfDeadProcess(std::string_view text) {
+  pid_t process = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), process);
+  const bool isNumber = error == std::errc() && end != text.data() + text.size() && *end == '.';
+  return isNumber && process > 0 && ::kill(process, 0) != 0 && errno == ESRCH;
 }
 
 /// 0, or the error. Closes `fd`.
@@ -52,6 +69,17 @@ void writeFileAtomically(const std::filesystem::path& file, std::span<const std:
   if (error == 0) return;
   ::unlink(temporary.c_str());
   fail(file, error);
+}
+
+void removeAbandonedWrites(const std::filesystem::path& file) {
+  const std::string prefix = temporaryPrefix(file);
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(file.parent_path(), error), end;
+       !error && entry != end; entry.increment(error)) {
+    const std::string name = entry->path().filename().string();
+    if (name.starts_with(prefix) && isOfDeadProcess(std::string_view(name).substr(prefix.size())))
+      ::unlink(entry->path().c_str());
+  }
 }
 
 }  // namespace router

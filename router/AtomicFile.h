@@ -14,4 +14,7 @@ namespace router {
 /// place is replaced, not followed.
 void writeFileAtomically(const std::filesystem::path& file, std::span<const std::uint8_t> content);
 
+/// Removes what writers of `file` that were killed on the way have left beside it. Never fails.
+void removeAbandonedWrites(const std::filesystem::path& file);
+
 }  // namespace router

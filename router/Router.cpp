@@ -14,6 +14,7 @@
 #include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/kit/KQIOObject.h"
+#include "router/AtomicFile.h"
 #include "router/RouterStatus.h"
 #include "router/Session.h"
 
@@ -142,6 +143,7 @@ void Router::Core::resume() {
   }();
   log(stringWithFormat("router %s of %s, %zu devices", WLHID_ROUTER_VERSION, root_.path().string(),
                        devices));
+  removeAbandonedWrites(routerStatusFile(root_));
   {
     const std::lock_guard lock(mutex_);
     emptySince_ = Clock::now();

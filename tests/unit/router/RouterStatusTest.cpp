@@ -2,9 +2,13 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
+#include <vector>
+
+#include "router/AtomicFile.h"
 
 namespace {
 
@@ -85,6 +89,28 @@ TEST_F(RouterStatusTest, LeavesNoTemporaryFilesAndFollowsNoLink) {
   EXPECT_EQ(text, "untouched");
   EXPECT_EQ(std::distance(fs::directory_iterator(directory_ / "var/run"), fs::directory_iterator()),
             1);
+}
+
+TEST_F(RouterStatusTest, WhatKilledWritersLeftIsRemovedAndNothingElse) {
+  const fs::path file = router::routerStatusFile(root());
+  fs::create_directories(file.parent_path());
+  const pid_t dead = ::fork();
+  if (dead == 0) ::_exit(0);
+  ASSERT_EQ(::waitpid(dead, nullptr, 0), dead);
+  const auto beside = [&](const std::string& text) {
+    const fs::path path = file.parent_path() / ("." + file.filename().string() + text);
+    std::ofstream(path) << "half";
+    return path;
+  };
+  const fs::path left = beside("." + std::to_string(dead) + ".7");
+  const std::vector<fs::path> others{beside("." + std::to_string(::getpid()) + ".0"), beside(".x"),
+                                     beside("." + std::to_string(dead)),
+                                     file.parent_path() / "other"};
+  std::ofstream(others.back()) << "other";
+  router::removeAbandonedWrites(file);
+  EXPECT_FALSE(fs::exists(left));
+  for (const fs::path& other : others) EXPECT_TRUE(fs::exists(other)) << other;
+  router::removeAbandonedWrites(directory_ / "missing/file");
 }
 
 }  // namespace
