@@ -9,6 +9,7 @@
 #pragma once
 
 #include <memory>
+#include <new>
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "platform/kit/KQLogger.h"
@@ -18,6 +19,15 @@ namespace wlhid {
 
 [[nodiscard]] inline bool isWanted(const LogSite& site) {
   return platform::KQLogger::logLevel() <= site.level;
+}
+
+/// A line that memory lacks for is left out: what the line is about goes on.
+template <class Line>
+void unlessMemoryIsShort(const Line& line) {
+  try {
+    line();
+  } catch (const std::bad_alloc&) {
+  }
 }
 
 /// For a site whose arguments cost something: after isWanted(site).
@@ -30,7 +40,8 @@ void send(const LogSite& site, const std::shared_ptr<platform::NSArray>& tags,
 
 template <class... Arguments>
 void log(const LogSite& site, const WLHIDEventRouterClient& client, const Arguments&... arguments) {
-  if (isWanted(site)) send(site, client.logTags(), arguments...);
+  if (!isWanted(site)) return;
+  unlessMemoryIsShort([&] { send(site, client.logTags(), arguments...); });
 }
 
 /// From a block, which holds the client weakly: without tags once it is gone.
@@ -39,7 +50,7 @@ void log(const LogSite& site, const std::weak_ptr<WLHIDEventRouterClient>& weakC
          const Arguments&... arguments) {
   if (!isWanted(site)) return;
   const auto client = weakClient.lock();
-  send(site, client ? client->logTags() : nullptr, arguments...);
+  unlessMemoryIsShort([&] { send(site, client ? client->logTags() : nullptr, arguments...); });
 }
 
 }  // namespace wlhid

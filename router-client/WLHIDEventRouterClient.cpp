@@ -43,8 +43,11 @@ WLHIDEventRouterClient::WLHIDEventRouterClient(Creation, std::uint64_t registryE
 WLHIDEventRouterClient::~WLHIDEventRouterClient() {
   wlhid::log(wlhid::site::dealloc, *this);
   closeConnection();
-  NSNotificationCenter::defaultCenter()->removeObserver_name_object(
-      this, str(WLHIDEventRouterClientInstallationStatusChanged), /*object=*/nullptr);
+  // Where memory is short the registration stays for the center to clear away: it is a weak one.
+  wlhid::unlessMemoryIsShort([this] {
+    NSNotificationCenter::defaultCenter()->removeObserver_name_object(
+        this, str(WLHIDEventRouterClientInstallationStatusChanged), /*object=*/nullptr);
+  });
 }
 
 const NSClass& WLHIDEventRouterClient::classObject() {
@@ -180,8 +183,14 @@ bool WLHIDEventRouterClient::applyConnectionPolicy() {
   return !isConnectionPresent() && openAndStart();
 }
 
+/// Closes even where the stop request cannot be made for want of memory.
 void WLHIDEventRouterClient::stopAndClose() {
-  stopListeningToService();
+  try {
+    stopListeningToService();
+  } catch (...) {
+    closeConnection();
+    throw;
+  }
   closeConnection();
 }
 

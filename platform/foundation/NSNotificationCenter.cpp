@@ -65,6 +65,7 @@ class ProcessNotificationCenter final : public NSNotificationCenter {
   void takeIf(Registrations& taken, Predicate predicate) {
     const auto keep = std::stable_partition(registrations_.begin(), registrations_.end(),
                                             [&](const auto& r) { return !predicate(*r); });
+    taken.reserve(static_cast<std::size_t>(registrations_.end() - keep));  // or nothing is taken
     for (auto place = keep; place != registrations_.end(); ++place) {
       (*place)->removed.store(true);
       taken.push_back(std::move(*place));

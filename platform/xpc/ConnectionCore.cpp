@@ -6,9 +6,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <new>
 
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSLog.h"
+#include "platform/xpc/Guarded.h"
 #include "platform/xpc/Hello.h"
 #include "platform/xpc/QueueThread.h"
 
@@ -135,7 +137,11 @@ void ConnectionCore::invalidate() {
   const std::lock_guard lock(mutex_);
   if (invalidated_ || abandoned_ || reported_) return;
   invalidated_ = true;
-  endStreamLocallyLocked(released);
+  try {
+    endStreamLocallyLocked(released);
+  } catch (const std::bad_alloc&) {
+    if (socket_ >= 0) ::shutdown(socket_, SHUT_RD);  // the queue says the farewell then
+  }
   pokeLocked();
 }
 
@@ -298,7 +304,11 @@ void ConnectionCore::commit(SendBatch& batch) {
     const std::lock_guard lock(mutex_);
     const std::uint64_t droppedBefore = dropped_;
     const bool wasDropping = dropping_;
-    enqueueBatchLocked(batch);
+    try {
+      enqueueBatchLocked(batch);
+    } catch (const std::bad_alloc&) {  // also where a destructor commits
+      breakWritingLocked();
+    }
     dropsBegin = dropped_ != droppedBefore && !wasDropping;
   }
   batch.clear();
@@ -358,6 +368,13 @@ void ConnectionCore::answer(std::uint64_t stream, std::uint64_t id,
   pokeLocked();
 }
 
+void ConnectionCore::endForWantOfAnswer(std::uint64_t stream) {
+  const std::lock_guard lock(mutex_);
+  if (stream != stream_ || isOverLocked()) return;
+  replyOverflow_ = true;
+  pokeLocked();
+}
+
 bool ConnectionCore::noteDropLocked() {
   ++dropped_;
   return !std::exchange(dropping_, true);
@@ -371,8 +388,19 @@ void ConnectionCore::enqueueLocked(std::span<const std::uint8_t> frame, bool one
     written = static_cast<std::size_t>(writeLocked(frame));
     if (written == frame.size()) return;
   }
-  backlog_.append(frame.subspan(written), oneWay, errorHandler);
+  try {
+    backlog_.append(frame.subspan(written), oneWay, errorHandler);
+  } catch (const std::bad_alloc&) {
+    if (written > 0) breakWritingLocked();
+    throw;
+  }
   if (first && resumed_) pokeLocked();
+}
+
+/// What was sent cannot be completed: nothing may follow it, and the stream ends.
+void ConnectionCore::breakWritingLocked() {
+  writeBroken_ = true;
+  if (socket_ >= 0) ::shutdown(socket_, SHUT_RDWR);
 }
 
 /// How many bytes the socket took.
@@ -447,16 +475,29 @@ bool ConnectionCore::startThreadLocked() {
   if (wake_ < 0) wake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (wake_ < 0) return false;
   attention_.store(false);
-  threadRuns_ = startDetachedThread("xpc connection", [core = shared_from_this()]() mutable {
-    core->run();
-    core.reset();
-    liveConnections.fetch_sub(1);
-  });
+  keptForThread_ = shared_from_this();
+  threadRuns_ = startDetachedThread(&ConnectionCore::threadMain, this);
+  if (!threadRuns_) keptForThread_.reset();  // the caller's reference remains
   if (threadRuns_ && !countsAsLive_) {
     countsAsLive_ = true;
     liveConnections.fetch_add(1);
   }
   return threadRuns_;
+}
+
+/// Without memory of its own, so that a connection can end where there is none.
+void* ConnectionCore::threadMain(void* started) {
+  nameThisThread("xpc connection");
+  std::shared_ptr<ConnectionCore> core;
+  {
+    auto* const self = static_cast<ConnectionCore*>(started);
+    const std::lock_guard lock(self->mutex_);
+    core.swap(self->keptForThread_);
+  }
+  core->run();
+  core.reset();
+  liveConnections.fetch_sub(1);
+  return nullptr;
 }
 
 /// The count itself falls when the thread has let go of everything.

@@ -16,7 +16,6 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -70,6 +69,8 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   /// Answers request `id` of stream number `stream`; with null, says that it will not be answered.
   void answer(std::uint64_t stream, std::uint64_t id, const std::vector<ArgumentRule>& rules,
               const XPCValues* values);
+  /// An answer that memory lacked for: the peer, which waits for it, sees the stream end instead.
+  void endForWantOfAnswer(std::uint64_t stream);
 
   /// What this thread sends until endBatch goes out together. Null when the thread's batch is open
   /// already.
@@ -99,6 +100,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
     SharedErrorHandler errorHandler;
     std::shared_ptr<NSError> error;
   };
+  using PendingRequests = std::map<std::uint64_t, Pending>;
   using Released = std::vector<SharedErrorHandler>;
 
   enum class Step { Again, FinishLocally, Connect, Serve, Sleep, Exit };
@@ -117,6 +119,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   /// The batch that this thread has open on this connection, or null.
   [[nodiscard]] SendBatch* openBatch() const;
   void commit(SendBatch& batch);
+  void breakWritingLocked();
   void enqueueBatchLocked(SendBatch& batch);
   void failUnencodable(const EncodingError& error, XPCReplyHandler reply,
                        const SharedErrorHandler& errorHandler);
@@ -127,6 +130,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void failLocked(Failure failure);
   void pokeLocked();
   bool startThreadLocked();
+  static void* threadMain(void* core);
   void releaseTokenLocked();
   [[nodiscard]] bool isOverLocked() const { return invalidated_ || abandoned_ || ended_; }
   [[nodiscard]] bool fitsLocked(std::size_t bytes) const {
@@ -160,7 +164,9 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void linger();
   void closeSocket();
   [[nodiscard]] std::shared_ptr<NSError> makeError(std::int64_t code, const char* what) const;
-  void log(const std::string& text) const;
+  template <class... Parts>
+  void log(const Parts&... parts) const;
+  void logText(const std::string& text) const;
 
   // Queue thread: ConnectionDelivery.cpp
   bool deliverFrames();
@@ -170,7 +176,8 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void invoke(std::size_t method, std::uint64_t id, const MethodRules& rules);
   bool handleReply(std::span<const std::uint8_t> body);
   bool handleReplyDropped(std::span<const std::uint8_t> body);
-  bool takePending(std::uint64_t id, Pending& pending);
+  /// Empty where nobody waits for that request.
+  [[nodiscard]] PendingRequests::node_type takePending(std::uint64_t id);
   void answerDropped(std::uint64_t id);
   void refreshExported();
   void dropForWantOfObject(std::size_t method, std::uint64_t id);
@@ -196,18 +203,19 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   bool farewellSent_ = false;
   bool reported_ = false;  ///< handlers are gone for good
   bool threadRuns_ = false;
+  std::shared_ptr<ConnectionCore> keptForThread_;  ///< until the new thread has taken it
   bool countsAsLive_ = false;
   std::thread::id queueThread_;
   int socket_ = -1;
   int wake_ = -1;
   bool streamOpen_ = false;     ///< our hello is in the stream or at the front of the backlog
   bool writeBroken_ = false;    ///< the peer takes nothing any more; why, the reading end learns
-  bool replyOverflow_ = false;  ///< the peer asks but does not read the answers
+  bool replyOverflow_ = false;  ///< the peer asks but cannot be given the answers
   bool dropping_ = false;
   std::uint64_t stream_ = 0;
   SendBacklog backlog_;
   std::unique_ptr<SendBatch> spareBatch_;
-  std::map<std::uint64_t, Pending> pending_;
+  PendingRequests pending_;
   std::vector<Failure> failures_;
   PeerIdentity peer_;
   std::uint64_t dropped_ = 0;

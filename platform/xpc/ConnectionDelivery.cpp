@@ -18,7 +18,12 @@ class ReplyTicket {
   ReplyTicket(const ReplyTicket&) = delete;
   ReplyTicket& operator=(const ReplyTicket&) = delete;
   ~ReplyTicket() {
-    if (!used_.exchange(true)) send(nullptr);
+    if (used_.exchange(true)) return;
+    try {
+      send(nullptr);
+    } catch (const std::bad_alloc&) {
+      if (const auto core = core_.lock()) core->endForWantOfAnswer(stream_);
+    }
   }
   void answer(const XPCValues& values) {
     if (!used_.exchange(true)) send(&values);
@@ -55,8 +60,8 @@ const char* headerFault(HeaderVerdict verdict) {
 }  // namespace
 
 bool ConnectionCore::breach(std::string_view what) {
-  log("breach: " + std::string(what));
   streamEnd_ = StreamEnd::Breach;
+  log("breach: ", what);
   return false;
 }
 
@@ -150,9 +155,8 @@ bool ConnectionCore::handleCall(const FrameHeader& header, std::span<const std::
   if (result.verdict == DecodeVerdict::Accepted) {
     invoke(header.method, id, rules);
   } else if (result.verdict == DecodeVerdict::Refused) {
-    log(std::string(exported_->protocol().methods[header.method].selector) +
-        " dropped: " + std::string(result.reason) + " is not admitted in argument " +
-        std::to_string(result.argument));
+    log(exported_->protocol().methods[header.method].selector, " dropped: ", result.reason,
+        " is not admitted in argument ", std::to_string(result.argument));
     answerDropped(id);
   }
   clearValues(values_);
@@ -183,7 +187,7 @@ void ConnectionCore::invoke(std::size_t method, std::uint64_t id, const MethodRu
 
 void ConnectionCore::dropForWantOfObject(std::size_t method, std::uint64_t id) {
   if (!std::exchange(missedObjectLogged_, true)) {
-    log("message " + std::to_string(method) +
+    log("message ", std::to_string(method),
         " and any further one dropped: there is no exported object");
   }
   answerDropped(id);
@@ -197,34 +201,37 @@ void ConnectionCore::answerDropped(std::uint64_t id) {
 // -------------------------------------------------------------------------------------------------------------------
 // Replies
 
-bool ConnectionCore::takePending(std::uint64_t id, Pending& pending) {
+ConnectionCore::PendingRequests::node_type ConnectionCore::takePending(std::uint64_t id) {
   const std::lock_guard lock(mutex_);
-  const auto found = pending_.find(id);
-  if (found == pending_.end()) return false;
-  pending = std::move(found->second);
-  pending_.erase(found);
-  return true;
+  return pending_.extract(id);
 }
 
 bool ConnectionCore::handleReply(std::span<const std::uint8_t> body) {
   WireReader reader(body);
-  const std::uint64_t id = reader.u64();
-  Pending pending;
-  if (!takePending(id, pending)) return breach("a reply that nobody waits for");
+  auto request = takePending(reader.u64());
+  if (request.empty()) return breach("a reply that nobody waits for");
+  Pending& pending = request.mapped();
   XPCValues values;
-  const auto& rules = pending.table->methods()[pending.method];
-  const ValuesResult result = decodeValues(reader, rules.reply, values);
+  ValuesResult result;
+  try {
+    result = decodeValues(reader, pending.table->methods()[pending.method].reply, values);
+  } catch (const std::bad_alloc&) {  // the request is still pending, and fails with the stream
+    const std::lock_guard lock(mutex_);
+    pending_.insert(std::move(request));
+    throw;
+  }
   if (result.verdict == DecodeVerdict::Accepted) {
     if (pending.reply) guarded("a reply", [&] { pending.reply(values); });
     return true;
   }
   if (result.verdict == DecodeVerdict::Refused) {
-    log("a reply to " + std::string(pending.table->protocol().methods[pending.method].selector) +
-        " refused: " + std::string(result.reason) + " is not admitted");
+    log("a reply to ", pending.table->protocol().methods[pending.method].selector,
+        " refused: ", result.reason, " is not admitted");
   }
   if (pending.errorHandler && *pending.errorHandler) {
-    const auto error =
-        makeError(NSXPCConnectionReplyInvalid, "received a reply that is not admitted");
+    const auto error = patiently([this] {
+      return makeError(NSXPCConnectionReplyInvalid, "received a reply that is not admitted");
+    });
     guarded("an error handler", [&] { (*pending.errorHandler)(error); });
   }
   return result.verdict == DecodeVerdict::Refused || breach(result.reason);
@@ -233,13 +240,16 @@ bool ConnectionCore::handleReply(std::span<const std::uint8_t> body) {
 bool ConnectionCore::handleReplyDropped(std::span<const std::uint8_t> body) {
   WireReader reader(body);
   const std::uint64_t id = reader.u64();
-  Pending pending;
   if (reader.failed() || reader.remaining() != 0)
     return breach("a malformed frame about a dropped reply");
-  if (!takePending(id, pending)) return breach("news of a reply that nobody waits for");
+  const auto request = takePending(id);
+  if (request.empty()) return breach("news of a reply that nobody waits for");
+  const Pending& pending = request.mapped();
   if (pending.errorHandler && *pending.errorHandler) {
-    const auto error = makeError(NSXPCConnectionReplyInvalid,
-                                 "will not bring a reply: the peer dropped it unanswered");
+    const auto error = patiently([this] {
+      return makeError(NSXPCConnectionReplyInvalid,
+                       "will not bring a reply: the peer dropped it unanswered");
+    });
     guarded("an error handler", [&] { (*pending.errorHandler)(error); });
   }
   return true;

@@ -124,6 +124,7 @@ void ConnectionCore::flush() {
 void ConnectionCore::connect() {
   if (connectAttempts_ == 0) connectStarted_ = Clock::now();
   ServiceConnectResult result;
+  result.outcome = ServiceConnectResult::Outcome::TryAgain;  // if it throws, memory being short
   guarded("connecting", [&] { result = serviceEndpoints().load()->connectToService(service_); });
   if (result.outcome == ServiceConnectResult::Outcome::Connected) {
     connectAttempts_ = 0;
@@ -132,21 +133,25 @@ void ConnectionCore::connect() {
   if (result.outcome == ServiceConnectResult::Outcome::TryAgain) {
     return pause(pauseBeforeAttempt(++connectAttempts_));
   }
-  log("no connection: " + (result.reason.empty() ? std::string("unknown name") : result.reason));
+  log("no connection: ", result.reason.empty() ? "unknown name" : result.reason.c_str());
   streamEnd_ = StreamEnd::Breach;
   endStream();
 }
 
 void ConnectionCore::adoptSocket(int socket) {
-  Released released;
-  const std::lock_guard lock(mutex_);
-  socket_ = socket;
-  peer_ = peerOfSocket(socket);
-  writeBroken_ = false;
-  helloSeen_ = false;
-  streamEnd_ = StreamEnd::No;
-  openStreamLocked();
-  flushLocked(released);
+  {
+    const std::lock_guard lock(mutex_);
+    socket_ = socket;
+    peer_ = peerOfSocket(socket);
+    writeBroken_ = false;
+    helloSeen_ = false;
+    streamEnd_ = StreamEnd::No;
+  }
+  patiently([this] {
+    const std::lock_guard lock(mutex_);
+    if (!streamOpen_) openStreamLocked();
+  });
+  flush();
 }
 
 void ConnectionCore::serve() {
@@ -155,7 +160,7 @@ void ConnectionCore::serve() {
     if (replyOverflow_) streamEnd_ = StreamEnd::Breach;
   }
   if (!readsMayWait_) letReadsWait();
-  if (streamEnd_ == StreamEnd::Breach) log("breach: the peer asks but does not read the answers");
+  if (streamEnd_ == StreamEnd::Breach) log("breach: the peer asks but cannot be given the answers");
   while (streamEnd_ == StreamEnd::No) {
     if (readOnce()) {
       deliverOrBreach();
@@ -182,7 +187,7 @@ void ConnectionCore::deliverOrBreach() {
 /// wakes it at once; anything else that wants the thread waits for that moment.
 bool ConnectionCore::readOnce() {
   const bool waits = std::exchange(expectsMore_, false) && readsMayWait_ && !hasBacklog();
-  const auto room = buffer_.room(frontFrameSize_);
+  const auto room = patiently([this] { return buffer_.room(frontFrameSize_); });
   const ssize_t count = ::recv(socket_, room.data(), room.size(), waits ? 0 : MSG_DONTWAIT);
   if (count > 0) {
     buffer_.filled(static_cast<std::size_t>(count));
@@ -260,7 +265,7 @@ void ConnectionCore::endStream() {
 /// left.
 void ConnectionCore::failEverythingPending(std::int64_t code, const char* what, bool keepUnsent) {
   std::map<std::uint64_t, Pending> pending;
-  std::deque<SendBacklog::Entry> unsent;
+  std::vector<SendBacklog::Entry> unsent;
   {
     const std::lock_guard lock(mutex_);
     pending.swap(pending_);
@@ -268,7 +273,7 @@ void ConnectionCore::failEverythingPending(std::int64_t code, const char* what, 
     dropped_ += unsent.size();
     if (unsentWaiters_ > 0) unsentChanged_.notify_all();
   }
-  const auto error = makeError(code, what);
+  const auto error = patiently([&] { return makeError(code, what); });
   const auto fail = [&](SharedErrorHandler& handler) {
     if (handler && *handler) guarded("an error handler", [&] { (*handler)(error); });
     handler.reset();
@@ -326,12 +331,12 @@ void ConnectionCore::reportInvalidation() {
 void ConnectionCore::finishLocally() {
   connectToFlush();
   bool connected = false;
-  {
+  patiently([&] {
     Released released;
     const std::lock_guard lock(mutex_);
     connected = socket_ >= 0;
     if (invalidated_) endStreamLocallyLocked(released);
-  }
+  });
   failEverythingPending(NSXPCConnectionInvalid, "was invalidated", /*keepUnsent=*/connected);
   runFailures();
   reportInvalidation();
@@ -355,7 +360,7 @@ void ConnectionCore::connectToFlush() {
 /// Gives a peer that is slow, but reads, the time to take what was sent.
 void ConnectionCore::linger() {
   const auto deadline = Clock::now() + kLongestLinger;
-  std::deque<SendBacklog::Entry> lost;
+  std::vector<SendBacklog::Entry> lost;
   bool peerEnded = false;
   for (;;) {
     Released released;
@@ -378,7 +383,7 @@ void ConnectionCore::linger() {
   }
   // To a peer that has ended as well nobody can hand anything over, and nobody expects it.
   if (!lost.empty() && !peerEnded)
-    log(std::to_string(lost.size()) + " messages sent before the end were not taken by the peer");
+    log(std::to_string(lost.size()), " messages sent before the end were not taken by the peer");
   ::shutdown(socket_, SHUT_WR);
 }
 
@@ -405,7 +410,7 @@ std::shared_ptr<NSError> ConnectionCore::makeError(std::int64_t code, const char
   return connectionError(false, code, whom + " " + what);
 }
 
-void ConnectionCore::log(const std::string& text) const {
+void ConnectionCore::logText(const std::string& text) const {
   NSLogString((accepted_ ? std::string("accepted connection") : "connection to " + service_) +
               ": " + text);
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <new>
 
 namespace platform::xpc {
 namespace {
@@ -43,9 +44,19 @@ std::chrono::milliseconds pauseAfterEnd(const std::string& service,
     s.byService.erase(service);
     return std::chrono::milliseconds{0};
   }
-  auto& streak = s.byService[service];
-  streak.last = now;
-  return pauseBeforeAttempt(streak.shortLives++);
+  try {
+    auto& streak = s.byService[service];
+    streak.last = now;
+    return pauseBeforeAttempt(streak.shortLives++);
+  } catch (const std::bad_alloc&) {
+    return kLongestPause;  // whoever is short of memory is in no hurry
+  }
+}
+
+void forgetShortLives() {
+  Streaks& s = streaks();
+  const std::lock_guard lock(s.mutex);
+  s.byService.clear();
 }
 
 }  // namespace platform::xpc

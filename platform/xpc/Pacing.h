@@ -24,4 +24,7 @@ inline constexpr std::chrono::milliseconds kShortLife{1000};
 [[nodiscard]] std::chrono::milliseconds pauseAfterEnd(const std::string& service,
                                                       std::chrono::steady_clock::duration life);
 
+/// Starts every count afresh: for programs that want ends reported at once, however many.
+void forgetShortLives();
+
 }  // namespace platform::xpc

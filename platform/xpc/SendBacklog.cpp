@@ -1,6 +1,22 @@
 #include "platform/xpc/SendBacklog.h"
 
+#include <new>
+#include <utility>
+
 namespace platform::xpc {
+namespace {
+
+/// False where memory is short: the handler then stays where it is until the next time.
+bool keep(SharedErrorHandler& handler, std::vector<SharedErrorHandler>& released) {
+  try {
+    released.push_back(std::move(handler));
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
+}  // namespace
 
 void SendBacklog::append(std::span<const std::uint8_t> frame, bool oneWay,
                          SharedErrorHandler errorHandler) {
@@ -8,8 +24,18 @@ void SendBacklog::append(std::span<const std::uint8_t> frame, bool oneWay,
     bytes_.erase(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(head_));
     head_ = 0;
   }
-  bytes_.insert(bytes_.end(), frame.begin(), frame.end());
-  entries_.push_back({position_ + size(), oneWay, std::move(errorHandler)});
+  if (firstEntry_ > 0 && firstEntry_ >= entries_.size() / 2) {
+    entries_.erase(entries_.begin(), entries_.begin() + static_cast<std::ptrdiff_t>(firstEntry_));
+    firstEntry_ = 0;
+  }
+  // Bytes without an entry, or the other way round, must not remain when memory runs out.
+  entries_.push_back({position_ + size() + frame.size(), oneWay, std::move(errorHandler)});
+  try {
+    bytes_.insert(bytes_.end(), frame.begin(), frame.end());
+  } catch (...) {
+    entries_.pop_back();
+    throw;
+  }
 }
 
 void SendBacklog::prepend(std::span<const std::uint8_t> frame) {
@@ -20,9 +46,13 @@ void SendBacklog::prepend(std::span<const std::uint8_t> frame) {
 void SendBacklog::written(std::size_t count, std::vector<SharedErrorHandler>& released) {
   head_ += count;
   position_ += count;
-  while (!entries_.empty() && entries_.front().end <= position_) {
-    if (entries_.front().errorHandler) released.push_back(std::move(entries_.front().errorHandler));
-    entries_.pop_front();
+  for (; firstEntry_ < entries_.size() && entries_[firstEntry_].end <= position_; ++firstEntry_) {
+    SharedErrorHandler& handler = entries_[firstEntry_].errorHandler;
+    if (handler && !keep(handler, released)) break;
+  }
+  if (firstEntry_ == entries_.size()) {
+    entries_.clear();
+    firstEntry_ = 0;
   }
   if (!empty()) return;
   bytes_.clear();
@@ -30,12 +60,12 @@ void SendBacklog::written(std::size_t count, std::vector<SharedErrorHandler>& re
   if (bytes_.capacity() > kKeptCapacity) std::vector<std::uint8_t>().swap(bytes_);
 }
 
-std::deque<SendBacklog::Entry> SendBacklog::takeAll() {
+std::vector<SendBacklog::Entry> SendBacklog::takeAll() {
   std::vector<std::uint8_t>().swap(bytes_);
   head_ = 0;
-  std::deque<Entry> entries;
-  entries.swap(entries_);
-  return entries;
+  entries_.erase(entries_.begin(), entries_.begin() + static_cast<std::ptrdiff_t>(firstEntry_));
+  firstEntry_ = 0;
+  return std::exchange(entries_, {});
 }
 
 }  // namespace platform::xpc

@@ -2,12 +2,12 @@
 // for each message that somebody wants to hear about where it ends.
 //
 // Threading: guarded by its connection's lock. Ownership: the bytes are its own; error handlers are
-// shared with the proxy. Errors: none. Order: first in, first out.
+// shared with the proxy. Errors: std::bad_alloc from append and prepend, which then have changed
+// nothing. Order: first in, first out.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <span>
 #include <vector>
@@ -41,7 +41,7 @@ class SendBacklog {
   /// so that the caller can let go of them without its lock.
   void written(std::size_t count, std::vector<SharedErrorHandler>& released);
   /// Empties it and returns the messages that were not written whole.
-  std::deque<Entry> takeAll();
+  std::vector<Entry> takeAll();
 
  private:
   static constexpr std::size_t kKeptCapacity = std::size_t{64} << 10;
@@ -49,7 +49,10 @@ class SendBacklog {
   std::vector<std::uint8_t> bytes_;
   std::size_t head_ = 0;
   std::uint64_t position_ = 0;  ///< in the stream, of the first unwritten byte
-  std::deque<Entry> entries_;
+  // A vector with a beginning that moves: unlike a deque it needs no memory while it is empty, so
+  // that a connection can end where there is none.
+  std::vector<Entry> entries_;
+  std::size_t firstEntry_ = 0;
 };
 
 }  // namespace platform::xpc

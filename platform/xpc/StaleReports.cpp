@@ -30,9 +30,12 @@ void ResumedConnection::enter(const std::weak_ptr<void>& object) {
   if (isEmpty(object)) return;
   Registry& r = registry();
   const std::lock_guard lock(r.mutex);
+  // A set is put in place whole, and the ticket is ours once it stands there: memory may run out.
+  std::set<std::uint64_t> entry{r.lastTicket + 1};
+  const auto [place, isNew] = r.tickets.try_emplace(object);
+  isNew ? place->second.swap(entry) : place->second.merge(entry);
   object_ = object;
   ticket_ = ++r.lastTicket;
-  r.tickets[object_].insert(ticket_);
 }
 
 bool ResumedConnection::isSuperseded() const {

@@ -282,5 +282,5 @@ TEST_F(HostileClient, ThatAsksWithoutReadingTheAnswersIsEnded) {
   }
   const auto end = service_->end();
   ASSERT_TRUE(end && end->log.waitFor("invalidation"));
-  EXPECT_EQ(logged_.linesWith("asks but does not read"), 1U);
+  EXPECT_EQ(logged_.linesWith("asks but cannot be given the answers"), 1U);
 }
