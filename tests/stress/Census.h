@@ -1,0 +1,38 @@
+// What a process holds: a count before and one after tell whether something stayed behind.
+//
+// Threading: any thread. Ownership: values. Errors: a process that is not there holds nothing.
+// Order: none.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace stress {
+
+struct Census {
+  std::uint64_t descriptors = 0;
+  std::uint64_t threads = 0;
+  std::uint64_t residentKiB = 0;
+
+  static Census of(pid_t process);
+  /// "12 descriptors, 3 threads, 4096 KiB"
+  [[nodiscard]] std::string text() const;
+  /// Takes each count of `other` that is smaller.
+  void lower(const Census& other);
+};
+
+/// Processes one of whose arguments, or whose root in the environment, names `root`; without those
+/// that only wait to be reaped. Sorted.
+[[nodiscard]] std::vector<pid_t> processesOfRoot(const std::filesystem::path& root);
+/// Everything below `directory`, relative to it and sorted.
+[[nodiscard]] std::vector<std::string> filesBelow(const std::filesystem::path& directory);
+
+/// Whether the program is built with a sanitizer, whose own memory makes resident sizes say
+/// nothing.
+[[nodiscard]] bool isSanitized();
+
+}  // namespace stress

@@ -1,0 +1,13 @@
+// A router that never gets far: it dies at its start, or, with DIES_ON_CONNECTION, as soon as
+// somebody has connected.
+#include <sys/socket.h>
+
+#include <cstdlib>
+
+int main() {
+#ifdef DIES_ON_CONNECTION
+  constexpr int kFirstPassedDescriptor = 3;
+  static_cast<void>(::accept(kFirstPassedDescriptor, nullptr, nullptr));
+#endif
+  std::abort();
+}

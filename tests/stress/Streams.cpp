@@ -1,0 +1,242 @@
+// Streams of input: many fast devices at once, and a delegate that is far too slow for its own.
+#include <poll.h>
+#include <sys/resource.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <optional>
+#include <vector>
+
+#include "platform/xpc/NSXPCListener.h"
+#include "router/RouterStatus.h"
+#include "tests/stress/Census.h"
+#include "tests/stress/NumberedReports.h"
+#include "tests/stress/Stress.h"
+#include "tests/stress/System.h"
+
+namespace stress {
+namespace {
+
+using std::chrono::seconds;
+
+double processorSeconds(pid_t process) {
+  clockid_t clock{};
+  timespec spent{};
+  if (::clock_getcpuclockid(process, &clock) != 0 || ::clock_gettime(clock, &spent) != 0) return 0;
+  return static_cast<double>(spent.tv_sec) + static_cast<double>(spent.tv_nsec) / 1e9;
+}
+
+double percentile(const std::vector<double>& sorted, double share) {
+  if (sorted.empty()) return 0;
+  return sorted[static_cast<std::size_t>(share * static_cast<double>(sorted.size() - 1))];
+}
+
+struct Stream {
+  Stream(const System& system, const Numbered& reports, Checker::Burden burden = {})
+      : numbered(reports), checker(std::make_shared<Checker>(reports, std::move(burden))) {
+    const std::string name = "numbered" + std::to_string(reports.device);
+    id = system.addText(name, reports.text(), "1", /*repeat=*/false);
+  }
+  void start() {
+    client =
+        WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
+            id, 0, nullptr, nullptr);
+    client->setDelegate(checker);
+    client->setStarted(true);
+  }
+  /// The device's end closes the connection; a client that asks again is told that it is gone.
+  [[nodiscard]] bool waitForEnd(seconds limit) const {
+    return checker->waitUntil([](const Checker::Counts& counts) { return counts.errors > 0; },
+                              limit);
+  }
+  void stop() {
+    client->setStarted(false);
+    client.reset();
+  }
+
+  Numbered numbered;
+  std::shared_ptr<Checker> checker;
+  std::uint64_t id = 0;
+  std::shared_ptr<WLHIDEventRouterClient> client;
+};
+
+void demandAll(const Stream& stream, Findings& findings) {
+  const Checker::Counts counts = stream.checker->counts();
+  const std::string whose = "device " + std::to_string(stream.numbered.device) + ", ";
+  findings.demandEqual(whose + "reports", counts.reports, stream.numbered.count);
+  findings.demandEqual(whose + "arrays of values", counts.valueArrays, stream.numbered.count);
+  findings.demandEqual(whose + "reports missing", counts.missing, 0);
+  findings.demandEqual(whose + "wrong", counts.wrong, 0);
+}
+
+// ---- Many fast devices
+
+void fastDevices(const Work& work, Findings& findings) {
+  constexpr std::uint32_t kDevices = 8;
+  constexpr std::uint32_t kRate = 8000;
+  const std::uint64_t length = work.times(60, 3);
+  const System system;
+  std::vector<Stream> streams;
+  for (std::uint32_t device = 0; device < kDevices; ++device) {
+    streams.emplace_back(system, Numbered{device, static_cast<std::uint32_t>(kRate * length), 2,
+                                          1'000'000 / kRate, false});
+  }
+  system.install();
+  const double spentBefore = processorSeconds(::getpid());
+  const auto began = std::chrono::steady_clock::now();
+  for (Stream& stream : streams) stream.start();
+  for (const Stream& stream : streams)
+    findings.demand(stream.waitForEnd(seconds(length) * 10 + kPatience), "a stream ends");
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
+  const double routerSpent = processorSeconds(system.router());
+  const double spent = processorSeconds(::getpid()) - spentBefore;
+  for (Stream& stream : streams) stream.stop();
+
+  std::uint64_t delivered = 0;
+  for (const Stream& stream : streams) {
+    demandAll(stream, findings);
+    delivered += stream.checker->counts().reports;
+  }
+  const auto hasCountedAll = [&] {
+    const auto status = router::readRouterStatus(system.root());
+    return status && status->sessions.empty();
+  };
+  findings.demand(eventually(hasCountedAll), "the router's sessions end");
+  const auto status = router::readRouterStatus(system.root());
+  findings.demandEqual("reports lost, as the router counts", status ? status->lost : 1, 0);
+  findings.figure("fast devices, reports sent", std::uint64_t{kDevices} * kRate * length);
+  findings.figure("fast devices, reports delivered", delivered);
+  findings.figure("fast devices, seconds", took.count());
+  findings.figure("fast devices, router's processor seconds", routerSpent);
+  findings.figure("fast devices, application's processor seconds", spent);
+}
+
+// ---- A slow delegate
+
+constexpr std::uint32_t kSlowRate = 1000;
+constexpr std::uint32_t kOthers = 4;
+
+std::vector<Stream> otherClients(const System& system, std::uint32_t first, std::uint64_t length) {
+  std::vector<Stream> others;
+  for (std::uint32_t i = 0; i < kOthers; ++i) {
+    others.emplace_back(system, Numbered{first + i, static_cast<std::uint32_t>(kSlowRate * length),
+                                         2, 1'000'000 / kSlowRate, false});
+  }
+  return others;
+}
+
+/// Lets the others run to their end; returns their reports' lateness, sorted.
+std::vector<double> runOthers(std::vector<Stream>& others, std::uint64_t length,
+                              Findings& findings) {
+  std::vector<double> lateness;
+  for (Stream& stream : others) stream.start();
+  for (Stream& stream : others) {
+    findings.demand(stream.waitForEnd(seconds(length) * 10 + kPatience), "another stream ends");
+    stream.stop();
+    demandAll(stream, findings);
+    const auto late = stream.checker->lateness();
+    lateness.insert(lateness.end(), late.begin(), late.end());
+  }
+  std::sort(lateness.begin(), lateness.end());
+  return lateness;
+}
+
+/// The counts of the one session that routes `device`, as they stand now: the router writes them
+/// down when a session comes or goes, so one does.
+std::optional<router::SessionStatus> countsNow(const System& system, std::uint64_t device) {
+  const auto visitor =
+      WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
+          /*registryEntryID=*/1, 0, nullptr, nullptr);
+  visitor->setStarted(true);
+  static_cast<void>(
+      eventually([&] { return visitor->clientStatus() == WLHIDEventRouterClientStatusFailed; }));
+  visitor->setStarted(false);
+  const auto status = router::readRouterStatus(system.root());
+  if (!status) return std::nullopt;
+  for (const auto& session : status->sessions) {
+    if (session.device == device) return session;
+  }
+  return std::nullopt;
+}
+
+void slowDelegate(const Work& work, Findings& findings) {
+  const std::uint64_t length = work.times(60, 10);
+  const System system;
+  std::atomic<bool> isSlow{true};
+  std::atomic<std::uint64_t> slowCalls{0};
+  Stream slow(system,
+              Numbered{100, static_cast<std::uint32_t>(kSlowRate * length), 16,
+                       1'000'000 / kSlowRate, /*stays=*/true},
+              [&] {
+                if (!isSlow) return;
+                ++slowCalls;
+                ::poll(nullptr, 0, 100);  // what the delegate does with a report
+              });
+  std::vector<Stream> alone = otherClients(system, 0, length);
+  std::vector<Stream> beside = otherClients(system, 50, length);
+  system.install();
+
+  const std::vector<double> latenessAlone = runOthers(alone, length, findings);
+  const pid_t router = system.router();
+  const std::uint64_t routerBefore = Census::of(router).residentKiB;
+  const std::uint64_t ownBefore = Census::of(::getpid()).residentKiB;
+  slow.start();
+  findings.demand(
+      slow.checker->waitUntil([](const auto& counts) { return counts.isRouting; }, kPatience),
+      "the slow client starts");
+  const std::vector<double> latenessBeside = runOthers(beside, length, findings);
+
+  // The device has sent all when what it has handed over and what it has lost add up.
+  std::optional<router::SessionStatus> counted;
+  findings.demand(eventually([&] {
+                    counted = countsNow(system, slow.id);
+                    return counted && counted->delivered + counted->lost == slow.numbered.count;
+                  }),
+                  "delivered and lost add up to what was sent");
+  if (!counted) return;
+  const std::uint64_t routerGrew = Census::of(router).residentKiB - routerBefore;
+  const std::uint64_t ownGrew = Census::of(::getpid()).residentKiB - ownBefore;
+  isSlow = false;  // what has been handed over and still waits is taken now
+  const std::uint64_t delivered = counted->delivered;
+  findings.demand(
+      slow.checker->waitUntil([=](const auto& counts) { return counts.valueArrays >= delivered; },
+                              kPatience),
+      "the slow client takes what was handed over");
+  const Checker::Counts counts = slow.checker->counts();
+  findings.demandEqual("slow delegate, reports received", counts.reports, delivered);
+  findings.demandEqual("slow delegate, received and lost", counts.reports + counted->lost,
+                       slow.numbered.count);
+  findings.demandEqual("slow delegate, wrong", counts.wrong, 0);
+  findings.demand(counted->lost > 0, "a delegate that is so slow loses reports");
+  if (!isSanitized()) {
+    findings.demand(routerGrew < 32 * 1024 && ownGrew < 32 * 1024, "memory is bounded");
+  }
+  slow.stop();
+
+  findings.figure("slow delegate, reports sent", std::uint64_t{slow.numbered.count});
+  findings.figure("slow delegate, reports received", counts.reports);
+  findings.figure("slow delegate, reports counted as lost", counted->lost);
+  findings.figure("slow delegate, slow calls", slowCalls.load());
+  findings.figure("slow delegate, router grew, KiB", routerGrew);
+  findings.figure("slow delegate, application grew, KiB", ownGrew);
+  findings.figure("others alone, lateness p50, us", percentile(latenessAlone, 0.50));
+  findings.figure("others alone, lateness p99, us", percentile(latenessAlone, 0.99));
+  findings.figure("others beside it, lateness p50, us", percentile(latenessBeside, 0.50));
+  findings.figure("others beside it, lateness p99, us", percentile(latenessBeside, 0.99));
+}
+
+void stream(const Work& work, Findings& findings) {
+  fastDevices(work, findings);
+  slowDelegate(work, findings);
+  findings.demand(eventually([] { return platform::liveConnectionCount() == 0; }),
+                  "no connection is left");
+}
+
+}  // namespace
+}  // namespace stress
+
+int main(int argc, char** argv) {
+  return stress::run(argc, argv, stress::stream);
+}

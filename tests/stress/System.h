@@ -1,0 +1,110 @@
+// A whole system: a root of its own with a real job daemon and the real router, which an
+// application in this process installs and uses.
+//
+// Threading: one thread makes and ends it; the questions may be asked from any.
+// Ownership: the directory, and every process that runs in it, goes with the object.
+// Errors: std::runtime_error where the system cannot be set up.
+// Order: none.
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/foundation/FoundationProvider.h"
+#include "platform/kit/KQLogger.h"
+#include "platform/services/Control.h"
+#include "platform/services/FileDescriptor.h"
+#include "platform/services/SystemRoot.h"
+#include "router/Devices.h"
+
+namespace stress {
+
+/// A process by a handle that stays its own.
+class Process {
+ public:
+  explicit Process(pid_t identifier);
+  [[nodiscard]] pid_t identifier() const { return identifier_; }
+  void kill() const;
+  [[nodiscard]] bool waitForEnd() const;
+
+ private:
+  pid_t identifier_;
+  platform::FileDescriptor handle_;
+};
+
+class System {
+ public:
+  /// In a new temporary directory.
+  System();
+  System(const System&) = delete;
+  System& operator=(const System&) = delete;
+  ~System();
+
+  [[nodiscard]] const platform::SystemRoot& root() const { return root_; }
+  [[nodiscard]] const std::filesystem::path& directory() const { return directory_; }
+
+  /// As an application does it. Throw where it fails.
+  void install() const;
+  void uninstall() const;
+  /// Puts another image in place of the installed router.
+  void bless(const std::filesystem::path& image) const;
+
+  /// One of the repository's recordings, played round and round.
+  [[nodiscard]] std::uint64_t addRecording(const std::string& name, double speed) const;
+  /// A recording with this text.
+  [[nodiscard]] std::uint64_t addText(const std::string& name, std::string_view text,
+                                      const std::string& speed, bool repeat) const;
+
+  [[nodiscard]] pid_t daemon() const;
+  /// The router's job as the daemon sees it.
+  [[nodiscard]] platform::JobStatus job() const;
+  /// The router's process, which is waited for; -1 where there comes none.
+  [[nodiscard]] pid_t router() const;
+
+ private:
+  std::filesystem::path directory_;
+  platform::SystemRoot root_;
+};
+
+/// Where a recording of the repository lies.
+[[nodiscard]] std::filesystem::path recordingPath(const std::string& name);
+
+/// Counts lines of the logs instead of printing them, for as long as it lives.
+class LogCounts {
+ public:
+  /// Lines of a lower level are not sent. Those that are sent are also kept by the logger: where
+  /// allocations are counted there should be none, which level 4 makes sure.
+  explicit LogCounts(std::uint64_t level = 2);
+  LogCounts(const LogCounts&) = delete;
+  LogCounts& operator=(const LogCounts&) = delete;
+  ~LogCounts();
+
+  [[nodiscard]] std::uint64_t interruptions() const { return counts_->interruptions; }
+  [[nodiscard]] std::uint64_t invalidations() const { return counts_->invalidations; }
+  [[nodiscard]] std::uint64_t startErrors() const { return counts_->startErrors; }
+  /// Lines of NSLog.
+  [[nodiscard]] std::uint64_t systemLines() const { return counts_->systemLines; }
+
+ private:
+  struct Counts {
+    std::atomic<std::uint64_t> interruptions{0};
+    std::atomic<std::uint64_t> invalidations{0};
+    std::atomic<std::uint64_t> startErrors{0};
+    std::atomic<std::uint64_t> systemLines{0};
+    void note(const platform::KQLogEntry& entry);
+  };
+  class Foundation;
+
+  const std::shared_ptr<Counts> counts_ = std::make_shared<Counts>();
+  std::shared_ptr<platform::FoundationProvider> foundation_;
+  std::shared_ptr<platform::KQLogSink> sink_;
+  std::uint64_t level_ = 0;
+};
+
+}  // namespace stress

@@ -1,0 +1,37 @@
+// The real connection layer with a watch on it: every start request, every handler and every
+// connection that a client holds is counted, and what must not be is demanded.
+//
+//   - a start request that went out is settled once: by its reply or by its error handler
+//   - a client holds one connection at most that it has not invalidated
+//   - the invalidation handler is the last thing that a connection's queue calls, and runs once
+//
+// Threading: any thread. Ownership: put in place by install(), for the rest of the process.
+// Errors: a broken promise is a finding. Order: none.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "tests/stress/Stress.h"
+
+namespace stress {
+
+struct ConnectionCounts {
+  std::atomic<std::uint64_t> made{0};
+  std::atomic<std::uint64_t> startsSent{0};
+  std::atomic<std::uint64_t> startsAnswered{0};
+  std::atomic<std::uint64_t> startsFailed{0};
+  std::atomic<std::uint64_t> interruptions{0};
+  std::atomic<std::uint64_t> invalidations{0};
+
+  [[nodiscard]] std::uint64_t startsSettled() const { return startsAnswered + startsFailed; }
+};
+
+/// Both must live for the rest of the process.
+void watchConnections(ConnectionCounts& counts, Findings& findings);
+
+/// For a delegate: whether the calling queue has run its connection's invalidation handler already.
+[[nodiscard]] bool isAfterInvalidation();
+
+}  // namespace stress
