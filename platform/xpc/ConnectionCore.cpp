@@ -12,7 +12,6 @@
 #include "platform/foundation/NSLog.h"
 #include "platform/xpc/Guarded.h"
 #include "platform/xpc/Hello.h"
-#include "platform/xpc/QueueThread.h"
 
 namespace platform::xpc {
 namespace {
@@ -48,10 +47,16 @@ std::shared_ptr<ConnectionCore> ConnectionCore::toService(std::string service) {
   return std::make_shared<ConnectionCore>(std::move(service), -1);
 }
 
-std::shared_ptr<ConnectionCore> ConnectionCore::accepted(int socket, int wake) {
+std::shared_ptr<ConnectionCore> ConnectionCore::accepted(int socket, int wake,
+                                                         PreparedThread thread) try {
   auto core = std::make_shared<ConnectionCore>(std::string(), socket);
   core->wake_ = wake;
+  core->thread_ = std::move(thread);
   return core;
+} catch (...) {
+  ::close(socket);
+  if (wake >= 0) ::close(wake);
+  throw;
 }
 
 ConnectionCore::ConnectionCore(std::string service, int acceptedSocket)
@@ -476,7 +481,12 @@ bool ConnectionCore::startThreadLocked() {
   if (wake_ < 0) return false;
   attention_.store(false);
   keptForThread_ = shared_from_this();
-  threadRuns_ = startDetachedThread(&ConnectionCore::threadMain, this);
+  threadRuns_ = bool(thread_);
+  if (thread_) {
+    thread_.begin(&ConnectionCore::threadMain, this);
+  } else {
+    threadRuns_ = startDetachedThread(&ConnectionCore::threadMain, this);
+  }
   if (!threadRuns_) keptForThread_.reset();  // the caller's reference remains
   if (threadRuns_ && !countsAsLive_) {
     countsAsLive_ = true;

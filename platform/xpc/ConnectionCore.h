@@ -26,6 +26,7 @@
 #include "platform/xpc/InterfaceTable.h"
 #include "platform/xpc/NSXPCConnection.h"
 #include "platform/xpc/PeerIdentity.h"
+#include "platform/xpc/QueueThread.h"
 #include "platform/xpc/ReceiveBuffer.h"
 #include "platform/xpc/SendBacklog.h"
 #include "platform/xpc/SendBatch.h"
@@ -40,9 +41,11 @@ using SharedTable = std::shared_ptr<const InterfaceTable>;
 class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
  public:
   static std::shared_ptr<ConnectionCore> toService(std::string service);
-  /// Takes the connected socket over, and an event descriptor to be woken by: without one (-1) the
-  /// connection makes its own when it is resumed, and stands still where none is to be had.
-  static std::shared_ptr<ConnectionCore> accepted(int socket, int wake = -1);
+  /// Takes the connected socket over, and an event descriptor to be woken by, also where it throws.
+  /// Without one (-1), or without a thread, the connection makes its own when it is resumed, and
+  /// stands still where none is to be had.
+  static std::shared_ptr<ConnectionCore> accepted(int socket, int wake = -1,
+                                                  PreparedThread thread = {});
   ConnectionCore(std::string service, int acceptedSocket);
   ConnectionCore(const ConnectionCore&) = delete;
   ConnectionCore& operator=(const ConnectionCore&) = delete;
@@ -203,6 +206,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   bool farewellSent_ = false;
   bool reported_ = false;  ///< handlers are gone for good
   bool threadRuns_ = false;
+  PreparedThread thread_;                          ///< until it is begun
   std::shared_ptr<ConnectionCore> keptForThread_;  ///< until the new thread has taken it
   bool countsAsLive_ = false;
   std::thread::id queueThread_;

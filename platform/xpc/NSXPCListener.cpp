@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "platform/foundation/NSLog.h"
@@ -46,13 +47,13 @@ class ListenerCore {
       const int connected = acceptOne();
       if (connected >= 0) {
         shortages = 0;
-        offer(listener, connected);
+        offerOrClose(listener, connected);
       } else if (errno == EAGAIN) {
         waitFor(true, -1);
       } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
         // The connection stays in the queue and the socket readable: waiting for it would not wait.
         if (shortages == 0)
-          NSLogString("a listener is out of descriptors or memory; connections wait");
+          NSLogString("a listener is out of descriptors, threads or memory; connections wait");
         waitFor(false, static_cast<int>(xpc::pauseBeforeAttempt(++shortages).count()));
       } else if (errno != EINTR && errno != ECONNABORTED && errno != EPROTO) {
         return NSLogString("a listener's socket has failed; no further connection is accepted");
@@ -62,20 +63,32 @@ class ListenerCore {
 
  private:
   /// What a connection needs besides its socket is there before the socket is: one that was
-  /// accepted and could not be woken would stand still for ever, one in the kernel's queue waits
-  /// its turn.
+  /// accepted and could not be woken, or had no thread, would stand still for ever, one in the
+  /// kernel's queue waits its turn.
   int acceptOne() {
     if (nextWake_ < 0) nextWake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (nextWake_ < 0) return -1;
+    if (!nextThread_) nextThread_ = xpc::PreparedThread::make();
+    if (!nextThread_) {
+      errno = ENOMEM;
+      return -1;
+    }
     return ::accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
   }
   void waitFor(bool connection, int milliseconds) {
     pollfd watched[2] = {{wake_, POLLIN, 0}, {connection ? socket_ : -1, POLLIN, 0}};
     ::poll(watched, 2, milliseconds);
   }
+  /// For want of memory one connection is lost, not the listener.
+  void offerOrClose(const std::weak_ptr<NSXPCListener>& listener, int connected) {
+    try {
+      offer(listener, connected);
+    } catch (const std::bad_alloc&) {
+    }
+  }
   void offer(const std::weak_ptr<NSXPCListener>& weakListener, int connected) {
-    const auto connection = std::make_shared<xpc::ConnectionHandle>(
-        xpc::ConnectionCore::accepted(connected, std::exchange(nextWake_, -1)));
+    const auto connection = std::make_shared<xpc::ConnectionHandle>(xpc::ConnectionCore::accepted(
+        connected, std::exchange(nextWake_, -1), std::move(nextThread_)));
     const auto listener = weakListener.lock();
     if (!listener || stopped_.load() || !ask(listener, connection)) connection->invalidate();
   }
@@ -98,7 +111,8 @@ class ListenerCore {
 
   const int socket_;
   const int wake_;
-  int nextWake_ = -1;  ///< the next connection's; the thread's alone
+  int nextWake_ = -1;  ///< the next connection's, as is the next; the listener thread's alone
+  xpc::PreparedThread nextThread_;
   std::atomic<bool> stopped_{false};
   std::mutex mutex_;
   std::weak_ptr<NSXPCListenerDelegate> delegate_;

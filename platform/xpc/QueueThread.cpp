@@ -2,8 +2,10 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <csignal>
-#include <memory>
+#include <exception>
+#include <utility>
 
 namespace platform::xpc {
 namespace {
@@ -65,6 +67,62 @@ bool startDetachedThread(const char* name, std::function<void()> body) {
   if (!startDetachedThread(&run, start.get())) return false;
   static_cast<void>(start.release());  // the thread's now
   return true;
+}
+
+// -------------------------------------------------------------------------------------------------------------------
+
+struct PreparedThread::Task {
+  using Entry = void* (*)(void*);
+
+  std::shared_ptr<Task> keptForThread;  ///< until the thread has taken it
+  std::atomic<bool> decided{false};
+  Entry entry = nullptr;  ///< null: there is nothing to do
+  void* context = nullptr;
+
+  void decide(Entry toCall, void* with) noexcept {
+    entry = toCall;
+    context = with;
+    decided.store(true);
+    decided.notify_one();
+  }
+};
+
+PreparedThread PreparedThread::make() noexcept {
+  PreparedThread thread;
+  try {
+    thread.task_ = std::make_shared<Task>();
+  } catch (const std::exception&) {
+    return {};
+  }
+  Task* const task = thread.task_.get();
+  task->keptForThread = thread.task_;
+  if (startDetachedThread(&PreparedThread::waitForTask, task)) return thread;
+  task->keptForThread.reset();
+  thread.task_.reset();
+  return thread;
+}
+
+void* PreparedThread::waitForTask(void* started) {
+  std::shared_ptr<Task> task = std::move(static_cast<Task*>(started)->keptForThread);
+  task->decided.wait(false);
+  const Task::Entry entry = task->entry;
+  void* const context = task->context;
+  task.reset();
+  return entry == nullptr ? nullptr : entry(context);
+}
+
+void PreparedThread::begin(void* (*entry)(void*), void* context) noexcept {
+  task_->decide(entry, context);
+  task_.reset();
+}
+
+PreparedThread& PreparedThread::operator=(PreparedThread&& other) noexcept {
+  std::swap(task_, other.task_);
+  return *this;
+}
+
+PreparedThread::~PreparedThread() {
+  if (task_) task_->decide(nullptr, nullptr);
 }
 
 }  // namespace platform::xpc

@@ -10,6 +10,7 @@
 
 #include "platform/services/JobFile.h"
 #include "platform/xpc/NSXPCListener.h"
+#include "router/RouterStatus.h"
 #include "tests/stress/Census.h"
 #include "tests/stress/FaultyCalls.h"
 #include "tests/stress/Stress.h"
@@ -129,6 +130,11 @@ void Session::recover(const WatchedClient& watched) {
   demand(watched.startAndReceive(), "after the fault one more try brings input");
   if (reports == 0) ++totals_.recoveries;
   watched.client->setStarted(false);
+  demand(eventually([&] {
+           const auto status = router::readRouterStatus(system_->root());
+           return status && status->sessions.empty();
+         }),
+         "a session stays in the router");
   system_->uninstall();
 }
 

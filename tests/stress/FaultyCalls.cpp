@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/epoll.h>
@@ -337,5 +338,11 @@ WRAP(int, posix_spawn,
   if (const auto fault = due("posix_spawn", bit(Fault::WouldBlock) | bit(Fault::NoDescriptors)))
     return errorOf(*fault);
   return __real_posix_spawn(process, path, actions, attributes, arguments, environment);
+}
+WRAP(int, pthread_create,
+     (pthread_t * thread, const pthread_attr_t* attributes, void* (*entry)(void*),
+      void* argument)) {
+  if (due("pthread_create", bit(Fault::WouldBlock))) return EAGAIN;
+  return __real_pthread_create(thread, attributes, entry, argument);
 }
 // NOLINTEND(bugprone-reserved-identifier, cert-dcl37-c)
