@@ -4,11 +4,12 @@
 
 namespace platform {
 
-int FoundationProvider::readFile(const std::shared_ptr<NSString>& path,
-                                 const std::function<bool(std::string_view piece)>& take) {
+int FoundationProvider::readFile(const std::shared_ptr<NSString>& path, const PieceHandler& look,
+                                 const PieceHandler& take) {
   const auto data = dataWithContentsOfFile(path);
   if (!data) return ENOENT;
-  if (data->length() > 0) take({reinterpret_cast<const char*>(data->bytes()), data->length()});
+  const std::string_view piece(reinterpret_cast<const char*>(data->bytes()), data->length());
+  if (!piece.empty() && look(piece)) take(piece);
   return 0;
 }
 

@@ -21,11 +21,14 @@ class FoundationProvider {
  public:
   virtual ~FoundationProvider() = default;
   virtual std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path) = 0;
-  /// Hands a regular file's bytes to `take` piece by piece until it returns false or the file ends.
-  /// 0, or the errno of what failed; pieces may have been handed out by then. A provider that does
-  /// not say otherwise hands out what dataWithContentsOfFile gives, or fails with ENOENT.
-  virtual int readFile(const std::shared_ptr<NSString>& path,
-                       const std::function<bool(std::string_view piece)>& take);
+  /// Hands a regular file's bytes piece by piece to `look` and then to `take`, until either returns
+  /// false or the file ends. Each is called for one piece after another, but `look` perhaps on
+  /// another thread, for pieces that `take` has yet to get, and must not throw. 0, or the errno of
+  /// what failed; pieces may have been handed out by then. A provider that does not say otherwise
+  /// hands out what dataWithContentsOfFile gives, or fails with ENOENT.
+  using PieceHandler = std::function<bool(std::string_view piece)>;
+  virtual int readFile(const std::shared_ptr<NSString>& path, const PieceHandler& look,
+                       const PieceHandler& take);
   virtual std::shared_ptr<NSString> mainBundlePath() = 0;
   virtual std::shared_ptr<NSObject> propertyListWithData(const std::shared_ptr<NSData>& data,
                                                          NSPropertyListFormat* returnFormat,

@@ -3,13 +3,16 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <exception>
 #include <filesystem>
 #include <memory>
 #include <new>
+#include <thread>
 
 #include "platform/foundation/FoundationProvider.h"
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/PropertyListCoding.h"
+#include "platform/foundation/ReadAhead.h"
 #include "platform/foundation/StandardError.h"
 
 namespace platform {
@@ -22,6 +25,11 @@ constexpr off_t kLargestFile = off_t{1} << 30;
 // Large enough for few system calls, small enough to stay in the processor's cache until it has
 // been looked at.
 constexpr std::size_t kPiece = std::size_t{256} * 1024;
+
+// From here on a second thread that reads ahead is worth its making.
+constexpr off_t kWorthReadingAhead = off_t{4} << 20;
+
+using PieceHandler = FoundationProvider::PieceHandler;
 
 class OpenFile {
  public:
@@ -43,6 +51,12 @@ class OpenFile {
     if (::fstat(descriptor_, &status) != 0) return errno;
     if (S_ISDIR(status.st_mode)) return EISDIR;
     return S_ISREG(status.st_mode) ? 0 : ENOTSUP;
+  }
+
+  [[nodiscard]] bool isWorthReadingAhead() const {
+    struct stat status {};
+    return ::fstat(descriptor_, &status) == 0 && status.st_size >= kWorthReadingAhead &&
+           std::thread::hardware_concurrency() > 1;
   }
 
   /// The size of a regular file of bounded size, or −1.
@@ -78,6 +92,34 @@ class OpenFile {
   const int openError_;
 };
 
+/// Null where it is not worth it or not to be had.
+std::unique_ptr<ReadAhead> readerAheadOf(const OpenFile& file, const PieceHandler& look) {
+  if (!file.isWorthReadingAhead()) return nullptr;
+  try {
+    return std::make_unique<ReadAhead>([&file](std::span<char> room) { return file.read(room); },
+                                       look);
+  } catch (const std::exception&) {
+    return nullptr;
+  }
+}
+
+int takeAll(ReadAhead& reader, const PieceHandler& take) {
+  for (;;) {
+    const ReadAhead::Piece piece = reader.next();
+    if (piece.bytes.empty() || !take(piece.bytes)) return piece.error;
+  }
+}
+
+int takeAll(const OpenFile& file, const PieceHandler& look, const PieceHandler& take) {
+  const std::unique_ptr<char[]> room(new char[kPiece]);
+  for (;;) {
+    const ssize_t got = file.read({room.get(), kPiece});
+    if (got < 0) return errno;
+    const std::string_view piece(room.get(), static_cast<std::size_t>(got));
+    if (got == 0 || !look(piece) || !take(piece)) return 0;
+  }
+}
+
 class MachineFoundation final : public FoundationProvider {
  public:
   std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path) override {
@@ -97,18 +139,14 @@ class MachineFoundation final : public FoundationProvider {
     }
   }
 
-  int readFile(const std::shared_ptr<NSString>& path,
-               const std::function<bool(std::string_view)>& take) override {
+  int readFile(const std::shared_ptr<NSString>& path, const PieceHandler& look,
+               const PieceHandler& take) override {
     const std::string& name = path->UTF8String();
     if (name.find('\0') != std::string::npos) return ENOENT;
     const OpenFile file(name.c_str());
     if (const int fault = file.fault(); fault != 0) return fault;
-    const std::unique_ptr<char[]> room(new char[kPiece]);
-    for (;;) {
-      const ssize_t got = file.read({room.get(), kPiece});
-      if (got < 0) return errno;
-      if (got == 0 || !take({room.get(), static_cast<std::size_t>(got)})) return 0;
-    }
+    if (const auto reader = readerAheadOf(file, look)) return takeAll(*reader, take);
+    return takeAll(file, look, take);
   }
 
   std::shared_ptr<NSString> mainBundlePath() override {

@@ -49,11 +49,12 @@ std::shared_ptr<NSError> readUTF8TextFile(const std::shared_ptr<NSURL>& url,
   if (!path) return readError(NSFileReadUnknownError, nullptr, "not the URL of a file");
   UTF8Validator validator;
   bool isUTF8 = true;
-  const int failure = foundationProvider().load()->readFile(path, [&](std::string_view piece) {
-    isUTF8 = validator.accept(piece);
-    if (isUTF8) take(piece);
-    return isUTF8;
-  });
+  const int failure = foundationProvider().load()->readFile(
+      path, [&](std::string_view piece) { return isUTF8 = validator.accept(piece); },
+      [&](std::string_view piece) {
+        take(piece);
+        return true;
+      });
   if (failure != 0) {
     return readError(codeOf(failure), path, systemText(failure), systemError(failure));
   }

@@ -54,12 +54,13 @@ class ScriptedFoundation final : public FoundationProvider {
     state_->record("dataWithContentsOfFile:" + describe(path) + " -> " + (data ? "data" : "nil"));
     return data;
   }
-  int readFile(const std::shared_ptr<NSString>& path,
-               const std::function<bool(std::string_view)>& take) override {
+  int readFile(const std::shared_ptr<NSString>& path, const PieceHandler& look,
+               const PieceHandler& take) override {
     const auto data = file(path);
     state_->record("readFile:" + describe(path) + " -> " + (data ? "bytes" : "no such file"));
     if (!data) return ENOENT;
-    if (data->length() > 0) take({reinterpret_cast<const char*>(data->bytes()), data->length()});
+    const std::string_view piece(reinterpret_cast<const char*>(data->bytes()), data->length());
+    if (!piece.empty() && look(piece)) take(piece);
     return 0;
   }
   std::shared_ptr<NSString> mainBundlePath() override {

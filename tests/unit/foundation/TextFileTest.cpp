@@ -152,6 +152,42 @@ TEST(TextFile, IsHandedOutWholeAndInOrder) {
   EXPECT_TRUE(text == expected);
 }
 
+/// Large enough to be read ahead.
+std::string longText() {
+  std::string text;
+  for (int i = 0; text.size() < 10'000'000; ++i) text += "líne " + std::to_string(i) + "\n";
+  return text;
+}
+
+TEST(TextFile, OfManyPiecesIsHandedOutWholeAndInOrder) {
+  const TemporaryDirectory directory;
+  const auto path = directory.path() / "text";
+  const std::string expected = longText();
+  writeFile(path, expected);
+  std::string text;
+  EXPECT_EQ(readUTF8TextFile(fileURL(path), [&](std::string_view piece) { text += piece; }),
+            nullptr);
+  EXPECT_TRUE(text == expected);
+}
+
+TEST(TextFile, ThatEndsBadlyIsAnErrorHoweverMuchWasGoodBefore) {
+  const TemporaryDirectory directory;
+  const auto path = directory.path() / "text";
+  for (const std::string end : {"\xFF", "\xC3"}) {
+    writeFile(path, longText() + end);
+    const auto error = readUTF8TextFile(fileURL(path), [](std::string_view) {});
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->code(), NSFileReadInapplicableStringEncodingError);
+  }
+}
+
+TEST(TextFile, LetsOutWhatItsTakerThrows) {
+  const TemporaryDirectory directory;
+  const auto path = directory.path() / "text";
+  writeFile(path, longText());
+  EXPECT_THROW((void)readUTF8TextFile(fileURL(path), [](std::string_view) { throw 1; }), int);
+}
+
 TEST(TextFile, ErrorsSayWhichFileAndWhy) {
   const auto error = readUTF8TextFile(NSURL::fileURLWithPath(str("/missing/file")),
                                       [](std::string_view) { FAIL() << "there is nothing"; });
