@@ -85,7 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto object = read(NSData::dataWithBytes({data, size}), &format);
   // A few hundred bytes can stand for a million objects: that is allowed, and slow enough under a
   // sanitizer to leave no time for anything else.
-  if (!object || objectsIn(*object) > 20'000) return 0;
+  if (!object || objectsIn(*object) > 4'000) return 0;
   (void)object->hash();
   (void)object->description();
   checkRoundTrip(object, format, NSPropertyListFormat::XML);
