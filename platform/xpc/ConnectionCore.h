@@ -161,7 +161,13 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void endStream();
   void failEverythingPending(std::int64_t code, const char* what, bool keepUnsent);
   void reportInterruption();
+  struct Handlers {
+    SharedHandler interruption;  ///< taken along to be released
+    SharedHandler invalidation;
+    bool endedHere = false;
+  };
   void reportInvalidation();
+  bool takeHandlers(Handlers& handlers);
   void finishLocally();
   void connectToFlush();
   void linger();

@@ -310,19 +310,23 @@ void ConnectionCore::reportInterruption() {
 }
 
 void ConnectionCore::reportInvalidation() {
-  SharedHandler interruption;
-  SharedHandler invalidation;
-  bool byOwnHand = false;
-  {
-    const std::lock_guard lock(mutex_);
-    reported_ = true;
-    byOwnHand = invalidated_;
-    interruption.swap(interruptionHandler_);
-    invalidation.swap(invalidationHandler_);
-  }
-  const bool stale = byOwnHand && resumedEntry_.isSuperseded();
-  if (invalidation && !stale) guarded("the invalidation handler", *invalidation);
+  Handlers handlers;
+  while (!takeHandlers(handlers)) runFailures();
+  const bool stale = handlers.endedHere && resumedEntry_.isSuperseded();
+  if (handlers.invalidation && !stale) guarded("the invalidation handler", *handlers.invalidation);
   resumedEntry_.leave();
+}
+
+/// Not while something waits that failed: the invalidation handler is called behind the error
+/// handlers of everything that was sent before it.
+bool ConnectionCore::takeHandlers(Handlers& handlers) {
+  const std::lock_guard lock(mutex_);
+  if (!failures_.empty()) return false;
+  reported_ = true;
+  handlers.endedHere = invalidated_;
+  handlers.interruption.swap(interruptionHandler_);
+  handlers.invalidation.swap(invalidationHandler_);
+  return true;
 }
 
 // -------------------------------------------------------------------------------------------------------------------
@@ -338,7 +342,6 @@ void ConnectionCore::finishLocally() {
     if (invalidated_) endStreamLocallyLocked(released);
   });
   failEverythingPending(NSXPCConnectionInvalid, "was invalidated", /*keepUnsent=*/connected);
-  runFailures();
   reportInvalidation();
   linger();
   closeSocket();

@@ -11,12 +11,17 @@ namespace {
 
 using platform::NSXPCConnection;
 
-/// A queue is one thread, which serves one connection and ends with it.
+/// A queue is one thread, which serves one connection and ends with it: when its invalidation
+/// handler began, and whether it is over.
+thread_local std::uint64_t invalidatedAt = 0;
 thread_local bool afterInvalidation = false;
 
 struct Watch {
+  Watch(ConnectionCounts& into, Findings& from) : counts(into), findings(from) {}
+
   ConnectionCounts& counts;
   Findings& findings;
+  std::atomic<std::uint64_t> clock{0};
   std::mutex mutex;
   /// By identity of the exported object, which may be gone.
   std::map<std::weak_ptr<void>, int, std::owner_less<>> held;
@@ -27,6 +32,7 @@ class Ticket {
  public:
   explicit Ticket(Watch& watch) : watch_(watch) {}
   void send() { sent_ = true; }
+  void hasBeenSent() { sentAt_ = ++watch_.clock; }
   void answered() { settle(watch_.counts.startsAnswered); }
   void failed() {
     if (sent_) settle(watch_.counts.startsFailed);
@@ -35,12 +41,16 @@ class Ticket {
  private:
   void settle(std::atomic<std::uint64_t>& count) {
     watch_.findings.demand(!settled_.exchange(true), "a start request is settled once");
-    watch_.findings.demand(!afterInvalidation, "nothing is settled after the invalidation handler");
+    // What is sent to a connection that has ended can only be settled behind its end.
+    const bool wasSentBefore = sentAt_ != 0 && sentAt_ < invalidatedAt;
+    watch_.findings.demand(!afterInvalidation || !wasSentBefore,
+                           "nothing sent before it is settled after the invalidation handler");
     count.fetch_add(1);
   }
 
   Watch& watch_;
   std::atomic<bool> sent_{false};
+  std::atomic<std::uint64_t> sentAt_{0};
   std::atomic<bool> settled_{false};
 };
 
@@ -63,6 +73,7 @@ class WatchedProxy final : public WLHIDEventRouterProtocol {
           ticket->answered();
           reply(error);
         });
+    ticket_->hasBeenSent();
   }
   void stopRoutingService() override { proxy_->stopRoutingService(); }
 
@@ -99,6 +110,7 @@ class WatchedConnection final : public NSXPCConnection {
     connection_->setInvalidationHandler([&watch = watch_, handler = std::move(handler)] {
       watch.counts.invalidations.fetch_add(1);
       watch.findings.demand(!afterInvalidation, "an invalidation handler runs once");
+      invalidatedAt = ++watch.clock;
       handler();
       afterInvalidation = true;
     });
@@ -182,7 +194,7 @@ class WatchedLayer final : public platform::XPCProvider {
 }  // namespace
 
 void watchConnections(ConnectionCounts& counts, Findings& findings) {
-  auto* const watch = new Watch{counts, findings, {}, {}};  // connections may outlive everything
+  auto* const watch = new Watch(counts, findings);  // connections may outlive everything
   const auto layer = platform::xpcProvider().load();
   platform::xpcProvider().exchange(std::make_shared<WatchedLayer>(layer, *watch));
 }
