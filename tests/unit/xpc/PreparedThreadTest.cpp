@@ -53,7 +53,7 @@ TEST(PreparedThread, EndsUnbegunWithItsOwner) {
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
   while (threadsOfThisProcess() > before && std::chrono::steady_clock::now() < deadline)
     std::this_thread::yield();
-  EXPECT_EQ(threadsOfThisProcess(), before);
+  EXPECT_LE(threadsOfThisProcess(), before);  // one of before may have ended meanwhile
 }
 
 }  // namespace
