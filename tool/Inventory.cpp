@@ -80,9 +80,11 @@ std::optional<uid_t> ownerOrNobody(const SystemRoot& root) {
 
 /// The directory itself, or the nearest one above it that is there.
 std::filesystem::path nearestExisting(std::filesystem::path directory) {
-  std::error_code ignored;
-  while (directory.has_relative_path() && !std::filesystem::exists(directory, ignored))
-    directory = directory.parent_path();
+  const auto isMissing = [](const std::filesystem::path& path) {
+    std::error_code ignored;  // what cannot be looked at is not missing
+    return std::filesystem::status(path, ignored).type() == std::filesystem::file_type::not_found;
+  };
+  while (directory.has_relative_path() && isMissing(directory)) directory = directory.parent_path();
   return directory;
 }
 
