@@ -28,13 +28,16 @@ class RealLayer final : public Layer {
   }
   void peerSaysFarewell() override { harness_.router().invalidateSessions(); }
   void peerCrashes() override {
+    // A process that is gone owes no answer, not even the news that there will be none, which a
+    // reply released before its connection would send.
+    unanswered_ = harness_.router().takeHeldReplies();
     harness_.router().dropSessions();
-    harness_.router().takeHeldReplies();  // a process that is gone owes no answer
   }
   void settle() override {}
 
  private:
   RouterHarness harness_;
+  std::vector<WLHIDEventRouterProtocol::StartReply> unanswered_;
 };
 
 }  // namespace
