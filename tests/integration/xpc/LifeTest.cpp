@@ -284,7 +284,7 @@ TEST_F(Life, NoDescriptorOrThreadStaysBehind) {
     client_.connection.reset();
   }
   ASSERT_TRUE(waitUntilNoConnectionIsLeft());
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_LE(openDescriptors(), before);  // an earlier test's listener may have been closing then
 }
 
 TEST_F(LifeWithAProcess, ACrashFailsWhatIsPendingThenInterruptsAndTheNextMessageConnectsAgain) {
