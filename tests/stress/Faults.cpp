@@ -223,7 +223,7 @@ void fail(const Work& work, Findings& findings) {
   // Every one in a long run; in a shorter one those of a stride, from a point that moves on.
   const std::uint64_t whole = 1000;
   const std::uint64_t stride =
-      whole / std::max<std::uint64_t>(work.times(whole, isSanitized() ? 50 : 200), 1);
+      whole / std::max<std::uint64_t>(work.times(whole, isSanitized() ? 20 : 200), 1);
   for (const Role role : {Role::Application, Role::Daemon, Role::Router}) {
     for (std::size_t fault = 0; fault < kFaultNames.size(); ++fault) {
       const std::uint64_t calls = session.run(role, static_cast<Fault>(fault), 0);
