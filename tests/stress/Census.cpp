@@ -70,7 +70,7 @@ bool names(const std::string& block, const std::string& root) {
 }  // namespace
 
 Census Census::of(pid_t process) {
-  return {entries(proc(process) / "fd"), entries(proc(process) / "task"),
+  return {entries(proc(process) / "fd"), statusNumber(process, "Threads:"),
           statusNumber(process, "VmRSS:")};
 }
 
