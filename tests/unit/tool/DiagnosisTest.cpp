@@ -26,8 +26,8 @@ TEST(Diagnosis, ADiskWithRoomPasses) {
 }
 
 TEST(Diagnosis, ADiskWithoutBytesOrWithoutFilesIsFull) {
-  for (const DiskState& disk :
-       {DiskState{(std::uint64_t{1} << 20) - 1, 100, {}}, DiskState{std::uint64_t{5} << 20, 15, {}}}) {
+  for (const DiskState& disk : {DiskState{(std::uint64_t{1} << 20) - 1, 100, {}},
+                                DiskState{std::uint64_t{5} << 20, 15, {}}}) {
     const Check check = diskCheckOf(disk);
     EXPECT_EQ(check.state, Check::State::Failed);
     EXPECT_TRUE(check.found.starts_with("full: ")) << check.found;
