@@ -422,7 +422,7 @@ std::ptrdiff_t ConnectionCore::writeLocked(std::span<const std::uint8_t> bytes) 
 
 void ConnectionCore::flushLocked(Released& released) {
   while (streamOpen_ && !writeBroken_ && !backlog_.empty()) {
-    const std::ptrdiff_t written = writeLocked(backlog_.bytes());
+    const std::ptrdiff_t written = writeLocked(backlog_.front());
     if (written == 0) break;
     backlog_.written(static_cast<std::size_t>(written), released);
   }

@@ -20,10 +20,6 @@ bool keep(SharedErrorHandler& handler, std::vector<SharedErrorHandler>& released
 
 void SendBacklog::append(std::span<const std::uint8_t> frame, bool oneWay,
                          SharedErrorHandler errorHandler) {
-  if (head_ > 0 && head_ >= bytes_.size() / 2) {  // each byte moves at most once for one that left
-    bytes_.erase(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(head_));
-    head_ = 0;
-  }
   if (firstEntry_ > 0 && firstEntry_ >= entries_.size() / 2) {
     entries_.erase(entries_.begin(), entries_.begin() + static_cast<std::ptrdiff_t>(firstEntry_));
     firstEntry_ = 0;
@@ -31,7 +27,7 @@ void SendBacklog::append(std::span<const std::uint8_t> frame, bool oneWay,
   // Bytes without an entry, or the other way round, must not remain when memory runs out.
   entries_.push_back({position_ + size() + frame.size(), oneWay, std::move(errorHandler)});
   try {
-    bytes_.insert(bytes_.end(), frame.begin(), frame.end());
+    bytes_.append(frame);
   } catch (...) {
     entries_.pop_back();
     throw;
@@ -39,30 +35,25 @@ void SendBacklog::append(std::span<const std::uint8_t> frame, bool oneWay,
 }
 
 void SendBacklog::prepend(std::span<const std::uint8_t> frame) {
-  bytes_.insert(bytes_.begin() + static_cast<std::ptrdiff_t>(head_), frame.begin(), frame.end());
+  bytes_.prepend(frame);
   for (Entry& entry : entries_) entry.end += frame.size();
 }
 
 void SendBacklog::written(std::size_t count, std::vector<SharedErrorHandler>& released) {
-  head_ += count;
+  bytes_.drop(count);
   position_ += count;
   for (; firstEntry_ < entries_.size() && entries_[firstEntry_].end <= position_; ++firstEntry_) {
     SharedErrorHandler& handler = entries_[firstEntry_].errorHandler;
     if (handler && !keep(handler, released)) break;
   }
-  if (firstEntry_ == entries_.size()) {
-    entries_.clear();
-    firstEntry_ = 0;
-  }
-  if (!empty()) return;
-  bytes_.clear();
-  head_ = 0;
-  if (bytes_.capacity() > kKeptCapacity) std::vector<std::uint8_t>().swap(bytes_);
+  if (firstEntry_ < entries_.size()) return;
+  firstEntry_ = 0;
+  entries_.clear();
+  if (entries_.capacity() > kKeptEntries) std::vector<Entry>().swap(entries_);
 }
 
 std::vector<SendBacklog::Entry> SendBacklog::takeAll() {
-  std::vector<std::uint8_t>().swap(bytes_);
-  head_ = 0;
+  bytes_.clear();
   entries_.erase(entries_.begin(), entries_.begin() + static_cast<std::ptrdiff_t>(firstEntry_));
   firstEntry_ = 0;
   return std::exchange(entries_, {});

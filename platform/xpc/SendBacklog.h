@@ -1,5 +1,5 @@
-// What a connection could not write yet: bytes in one piece, so that one write takes them all, and
-// for each message that somebody wants to hear about where it ends.
+// What a connection could not write yet: the bytes, and for each message that somebody wants to
+// hear about where it ends.
 //
 // Threading: guarded by its connection's lock. Ownership: the bytes are its own; error handlers are
 // shared with the proxy. Errors: std::bad_alloc from append and prepend, which then have changed
@@ -12,6 +12,7 @@
 #include <span>
 #include <vector>
 
+#include "platform/xpc/ByteQueue.h"
 #include "platform/xpc/XPCProtocol.h"
 
 namespace platform::xpc {
@@ -27,11 +28,10 @@ class SendBacklog {
     SharedErrorHandler errorHandler;
   };
 
-  [[nodiscard]] std::size_t size() const { return bytes_.size() - head_; }
-  [[nodiscard]] bool empty() const { return size() == 0; }
-  [[nodiscard]] std::span<const std::uint8_t> bytes() const {
-    return {bytes_.data() + head_, size()};
-  }
+  [[nodiscard]] std::size_t size() const { return bytes_.size(); }
+  [[nodiscard]] bool empty() const { return bytes_.empty(); }
+  /// What to write next: the first bytes, as many as stand in one piece.
+  [[nodiscard]] std::span<const std::uint8_t> front() const { return bytes_.front(); }
 
   /// `frame` may be the rest of one whose beginning is written already.
   void append(std::span<const std::uint8_t> frame, bool oneWay, SharedErrorHandler errorHandler);
@@ -44,10 +44,9 @@ class SendBacklog {
   std::vector<Entry> takeAll();
 
  private:
-  static constexpr std::size_t kKeptCapacity = std::size_t{64} << 10;
+  static constexpr std::size_t kKeptEntries = 1024;
 
-  std::vector<std::uint8_t> bytes_;
-  std::size_t head_ = 0;
+  ByteQueue bytes_;
   std::uint64_t position_ = 0;  ///< in the stream, of the first unwritten byte
   // A vector with a beginning that moves: unlike a deque it needs no memory while it is empty, so
   // that a connection can end where there is none.

@@ -1,11 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <numeric>
+#include <random>
 
+#include "platform/xpc/ByteQueue.h"
 #include "platform/xpc/ReceiveBuffer.h"
 #include "platform/xpc/SendBacklog.h"
 
+using platform::xpc::ByteQueue;
 using platform::xpc::ReceiveBuffer;
 using platform::xpc::SendBacklog;
 using platform::xpc::SharedErrorHandler;
@@ -35,7 +39,81 @@ Bytes unread(const ReceiveBuffer& buffer) {
   return {buffer.unread().begin(), buffer.unread().end()};
 }
 
+Bytes takeAll(ByteQueue& queue) {
+  Bytes all;
+  while (!queue.empty()) {
+    all.insert(all.end(), queue.front().begin(), queue.front().end());
+    queue.drop(queue.front().size());
+  }
+  return all;
+}
+
 }  // namespace
+
+TEST(ByteQueue, AnswersAsOneBlockOfBytesDoes) {
+  std::mt19937 random(20261121);
+  const auto below = [&](std::size_t limit) { return random() % limit; };
+  for (int round = 0; round < 200; ++round) {
+    ByteQueue queue;
+    Bytes model;
+    for (int step = 0; step < 100; ++step) {
+      const Bytes bytes = counting(below(3) == 0 ? below(200'000) : below(100));
+      switch (below(8)) {
+        case 0:
+          queue.prepend(bytes);
+          model.insert(model.begin(), bytes.begin(), bytes.end());
+          break;
+        case 1:
+        case 2:
+        case 3: {
+          const std::size_t count = below(3) == 0 ? model.size() : below(model.size() + 1);
+          queue.drop(count);
+          model.erase(model.begin(), model.begin() + static_cast<std::ptrdiff_t>(count));
+          break;
+        }
+        default:
+          queue.append(bytes);
+          model.insert(model.end(), bytes.begin(), bytes.end());
+      }
+      ASSERT_EQ(queue.size(), model.size());
+      ASSERT_EQ(queue.empty(), queue.front().empty());
+      ASSERT_TRUE(std::equal(queue.front().begin(), queue.front().end(), model.begin()));
+    }
+    ASSERT_EQ(takeAll(queue), model);
+  }
+}
+
+TEST(ByteQueue, ItsMemoryFollowsWhatItHolds) {
+  constexpr std::size_t limit = std::size_t{4} << 20;
+  ByteQueue queue;
+  const Bytes message = counting(700);
+  for (int i = 0; i < 100'000; ++i) {
+    queue.append(message);
+    while (queue.size() > limit) queue.drop(701);
+    ASSERT_LE(queue.capacity(), queue.size() + 2 * ByteQueue::kPieceLimit);
+  }
+  queue.drop(queue.size());
+  EXPECT_LE(queue.capacity(), ByteQueue::kPieceLimit);
+  queue.append(message);
+  queue.clear();
+  EXPECT_EQ(queue.capacity(), 0U);
+  EXPECT_TRUE(queue.empty());
+}
+
+TEST(ByteQueue, AFewBytesTakeLittle) {
+  ByteQueue queue;
+  queue.prepend(counting(100));
+  EXPECT_LE(queue.capacity(), 512U);
+}
+
+TEST(ByteQueue, WhatRanEmptyIsUsedAgain) {
+  ByteQueue queue;
+  queue.append(counting(ByteQueue::kPieceLimit));
+  queue.drop(ByteQueue::kPieceLimit);
+  const std::size_t kept = queue.capacity();
+  queue.append(counting(ByteQueue::kPieceLimit));
+  EXPECT_EQ(queue.capacity(), kept);
+}
 
 TEST(ReceiveBuffer, UnreadBytesMoveToTheFrontAndStay) {
   ReceiveBuffer buffer;
@@ -100,8 +178,10 @@ TEST(SendBacklog, APrependedHelloStandsFirstAndMovesTheEnds) {
   std::vector<SharedErrorHandler> released;
   backlog.append(Bytes{5, 6}, true, nullptr);
   backlog.prepend(Bytes{1, 2, 3});
-  EXPECT_EQ(Bytes(backlog.bytes().begin(), backlog.bytes().end()), Bytes({1, 2, 3, 5, 6}));
-  backlog.written(4, released);
+  EXPECT_EQ(Bytes(backlog.front().begin(), backlog.front().end()), Bytes({1, 2, 3}));
+  backlog.written(3, released);
+  EXPECT_EQ(Bytes(backlog.front().begin(), backlog.front().end()), Bytes({5, 6}));
+  backlog.written(1, released);
   EXPECT_EQ(backlog.takeAll().size(), 1U);
 }
 
@@ -114,13 +194,16 @@ TEST(SendBacklog, BytesComeOutInOrderWhateverTheSizesOfTheWrites) {
     const Bytes message(i % 37 + 1, static_cast<std::uint8_t>(i));
     in.insert(in.end(), message.begin(), message.end());
     backlog.append(message, true, nullptr);
-    const std::size_t take = std::min<std::size_t>(backlog.size(), i % 23);
-    out.insert(out.end(), backlog.bytes().begin(),
-               backlog.bytes().begin() + static_cast<std::ptrdiff_t>(take));
+    const std::size_t take = std::min<std::size_t>(backlog.front().size(), i % 23);
+    out.insert(out.end(), backlog.front().begin(),
+               backlog.front().begin() + static_cast<std::ptrdiff_t>(take));
     backlog.written(take, released);
   }
-  out.insert(out.end(), backlog.bytes().begin(), backlog.bytes().end());
-  backlog.written(backlog.size(), released);
+  while (!backlog.empty()) {
+    const auto front = backlog.front();
+    out.insert(out.end(), front.begin(), front.end());
+    backlog.written(front.size(), released);
+  }
   EXPECT_EQ(in, out);
   EXPECT_TRUE(backlog.takeAll().empty());
 }
