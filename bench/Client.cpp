@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "platform/foundation/ForwardingFoundationProvider.h"
 #include "platform/scripted/HelperImage.h"
 #include "platform/xpc/NSXPCListener.h"
 
@@ -38,26 +39,15 @@ class InstalledServices final : public platform::ServicesProvider {
   }
 };
 
-class ImageFoundation final : public platform::FoundationProvider {
+class ImageFoundation final : public platform::ForwardingFoundationProvider {
  public:
   std::shared_ptr<platform::NSData> dataWithContentsOfFile(
       const std::shared_ptr<platform::NSString>&) override {
     return image_;
   }
   std::shared_ptr<platform::NSString> mainBundlePath() override { return platform::str("/bundle"); }
-  std::shared_ptr<platform::NSObject> propertyListWithData(
-      const std::shared_ptr<platform::NSData>& data, platform::NSPropertyListFormat* returnFormat,
-      std::shared_ptr<platform::NSError>* returnError) override {
-    return machine_->propertyListWithData(data, returnFormat, returnError);
-  }
-  std::shared_ptr<platform::NSNotificationCenter> defaultCenter() override {
-    return machine_->defaultCenter();
-  }
-  void log(std::string_view text) override { machine_->log(text); }
 
  private:
-  const std::shared_ptr<platform::FoundationProvider> machine_ =
-      platform::machineFoundationProvider();
   const std::shared_ptr<platform::NSData> image_ = platform::NSData::dataWithBytes(
       platform::helperImageWithInfoPlist(platform::infoPlistWithVersion("1")));
 };

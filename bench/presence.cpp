@@ -14,7 +14,7 @@
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
 #include "bench/Bench.h"
 #include "bench/Router.h"
-#include "platform/foundation/FoundationProvider.h"
+#include "platform/foundation/ForwardingFoundationProvider.h"
 #include "platform/services/JobFile.h"
 #include "platform/services/SystemRoot.h"
 
@@ -27,29 +27,15 @@ constexpr const char* label = "com.quillmar.hideventrouter";
 constexpr int rounds = 301;
 
 /// The machine's foundation, with a main bundle of our choosing.
-class BundleAt final : public platform::FoundationProvider {
+class BundleAt final : public platform::ForwardingFoundationProvider {
  public:
   explicit BundleAt(const fs::path& bundle)
       : bundle_(platform::NSString::stringWithUTF8(bundle.string())) {}
 
   std::shared_ptr<platform::NSString> mainBundlePath() override { return bundle_; }
-  std::shared_ptr<platform::NSData> dataWithContentsOfFile(
-      const std::shared_ptr<platform::NSString>& path) override {
-    return machine_->dataWithContentsOfFile(path);
-  }
-  std::shared_ptr<platform::NSObject> propertyListWithData(
-      const std::shared_ptr<platform::NSData>& data, platform::NSPropertyListFormat* returnFormat,
-      std::shared_ptr<platform::NSError>* returnError) override {
-    return machine_->propertyListWithData(data, returnFormat, returnError);
-  }
-  std::shared_ptr<platform::NSNotificationCenter> defaultCenter() override {
-    return machine_->defaultCenter();
-  }
-  void log(std::string_view text) override { machine_->log(text); }
 
  private:
   std::shared_ptr<platform::NSString> bundle_;
-  std::shared_ptr<platform::FoundationProvider> machine_ = platform::machineFoundationProvider();
 };
 
 /// A root in which the router is installed, and a bundle that holds the same version.

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "platform/foundation/ForwardingFoundationProvider.h"
 #include "platform/scripted/HelperImage.h"
 #include "platform/services/ServiceManagement.h"
 #include "platform/xpc/Pacing.h"
@@ -61,26 +62,16 @@ class FlagServices final : public platform::ServicesProvider {
   std::atomic<bool> installed_{true};
 };
 
-class ImageFoundation final : public platform::FoundationProvider {
+class ImageFoundation final : public platform::ForwardingFoundationProvider {
  public:
   std::shared_ptr<platform::NSData> dataWithContentsOfFile(
       const std::shared_ptr<platform::NSString>&) override {
     return image_;
   }
   std::shared_ptr<platform::NSString> mainBundlePath() override { return platform::str("/bundle"); }
-  std::shared_ptr<platform::NSObject> propertyListWithData(
-      const std::shared_ptr<platform::NSData>& data, platform::NSPropertyListFormat* returnFormat,
-      std::shared_ptr<platform::NSError>* returnError) override {
-    return machine_->propertyListWithData(data, returnFormat, returnError);
-  }
-  std::shared_ptr<platform::NSNotificationCenter> defaultCenter() override {
-    return machine_->defaultCenter();
-  }
   void log(std::string_view) override {}
 
  private:
-  const std::shared_ptr<platform::FoundationProvider> machine_ =
-      platform::machineFoundationProvider();
   const std::shared_ptr<platform::NSData> image_ = platform::NSData::dataWithBytes(
       platform::helperImageWithInfoPlist(platform::infoPlistWithVersion("1")));
 };

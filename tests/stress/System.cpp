@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "platform/foundation/ForwardingFoundationProvider.h"
 #include "platform/services/Authorization.h"
 #include "platform/services/JobDaemon.h"
 #include "tests/stress/Stress.h"
@@ -144,33 +145,17 @@ void LogCounts::Counts::note(const platform::KQLogEntry& entry) {
 }
 
 /// The machine's foundation, but for its log.
-class LogCounts::Foundation final : public platform::FoundationProvider {
+class LogCounts::Foundation final : public platform::ForwardingFoundationProvider {
  public:
   Foundation(std::shared_ptr<platform::FoundationProvider> machine, std::shared_ptr<Counts> counts)
-      : machine_(std::move(machine)), counts_(std::move(counts)) {}
+      : ForwardingFoundationProvider(std::move(machine)), counts_(std::move(counts)) {}
 
-  std::shared_ptr<platform::NSData> dataWithContentsOfFile(
-      const std::shared_ptr<platform::NSString>& path) override {
-    return machine_->dataWithContentsOfFile(path);
-  }
-  std::shared_ptr<platform::NSString> mainBundlePath() override {
-    return machine_->mainBundlePath();
-  }
-  std::shared_ptr<platform::NSObject> propertyListWithData(
-      const std::shared_ptr<platform::NSData>& data, platform::NSPropertyListFormat* returnFormat,
-      std::shared_ptr<platform::NSError>* returnError) override {
-    return machine_->propertyListWithData(data, returnFormat, returnError);
-  }
-  std::shared_ptr<platform::NSNotificationCenter> defaultCenter() override {
-    return machine_->defaultCenter();
-  }
   void log(std::string_view text) override {
     counts_->systemLines.fetch_add(1);
-    if (prints_) machine_->log(text);
+    if (prints_) ForwardingFoundationProvider::log(text);
   }
 
  private:
-  const std::shared_ptr<platform::FoundationProvider> machine_;
   const std::shared_ptr<Counts> counts_;
   const bool prints_ = ::getenv("WLHID_STRESS_LOG") != nullptr;
 };

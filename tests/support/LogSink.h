@@ -9,7 +9,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/foundation/FoundationProvider.h"
+#include "platform/foundation/ForwardingFoundationProvider.h"
 
 namespace testsupport {
 
@@ -23,26 +23,10 @@ class LogSink final {
   ~LogSink() { platform::foundationProvider().exchange(previous_); }
 
  private:
-  struct Provider final : platform::FoundationProvider {
+  struct Provider final : platform::ForwardingFoundationProvider {
     explicit Provider(std::function<void(std::string_view)> sink) : sink_(std::move(sink)) {}
-    std::shared_ptr<platform::NSData> dataWithContentsOfFile(
-        const std::shared_ptr<platform::NSString>& path) override {
-      return machine_->dataWithContentsOfFile(path);
-    }
-    std::shared_ptr<platform::NSString> mainBundlePath() override {
-      return machine_->mainBundlePath();
-    }
-    std::shared_ptr<platform::NSObject> propertyListWithData(
-        const std::shared_ptr<platform::NSData>& data, platform::NSPropertyListFormat* format,
-        std::shared_ptr<platform::NSError>* error) override {
-      return machine_->propertyListWithData(data, format, error);
-    }
-    std::shared_ptr<platform::NSNotificationCenter> defaultCenter() override {
-      return machine_->defaultCenter();
-    }
     void log(std::string_view text) override { sink_(text); }
 
-    std::shared_ptr<platform::FoundationProvider> machine_ = platform::machineFoundationProvider();
     std::function<void(std::string_view)> sink_;
   };
 

@@ -1,0 +1,39 @@
+// Another foundation's answers, for a provider that changes one of them and leaves the rest.
+//
+// Threading, Errors, Order: as the provider behind it. Ownership: keeps that provider.
+#pragma once
+
+#include <memory>
+#include <utility>
+
+#include "platform/foundation/FoundationProvider.h"
+
+namespace platform {
+
+class ForwardingFoundationProvider : public FoundationProvider {
+ public:
+  explicit ForwardingFoundationProvider(
+      std::shared_ptr<FoundationProvider> next = machineFoundationProvider())
+      : next_(std::move(next)) {}
+
+  std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path) override {
+    return next_->dataWithContentsOfFile(path);
+  }
+  int readFile(const std::shared_ptr<NSString>& path, const PieceHandler& look,
+               const PieceHandler& take) override {
+    return next_->readFile(path, look, take);
+  }
+  std::shared_ptr<NSString> mainBundlePath() override { return next_->mainBundlePath(); }
+  std::shared_ptr<NSObject> propertyListWithData(const std::shared_ptr<NSData>& data,
+                                                 NSPropertyListFormat* returnFormat,
+                                                 std::shared_ptr<NSError>* returnError) override {
+    return next_->propertyListWithData(data, returnFormat, returnError);
+  }
+  std::shared_ptr<NSNotificationCenter> defaultCenter() override { return next_->defaultCenter(); }
+  void log(std::string_view text) override { next_->log(text); }
+
+ private:
+  const std::shared_ptr<FoundationProvider> next_;
+};
+
+}  // namespace platform
