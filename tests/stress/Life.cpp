@@ -183,11 +183,12 @@ void killRouterOnce(const System& system, const WatchedClient& watched,
 
   // Either the connection stood, and is interrupted, or it still waited to be accepted, and the
   // next router does that.
+  constexpr std::chrono::milliseconds kGlance{50};  // the interruption may still be on its way
   const auto isServedByAnother = [&] {
     return watched.client->clientStatus() == WLHIDEventRouterClientStatusRouting &&
            system.job().processIdentifier > 0 &&
            system.job().processIdentifier != router.identifier() &&
-           watched.listener->waitForInput();
+           watched.listener->waitForInput(1, kGlance);
   };
   const auto isInterrupted = [&] { return counts.interruptions > interruptions; };
   findings.demand(eventually([&] { return isInterrupted() || isServedByAnother(); }),

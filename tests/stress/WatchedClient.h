@@ -66,9 +66,10 @@ class Listener final : public WLHIDEventRouterClientDelegate {
     return waitUntil([=](const Heard& heard) { return heard.routings >= routings; });
   }
   /// Until `more` reports have come from now on.
-  [[nodiscard]] bool waitForInput(std::uint64_t more = 1) const {
+  [[nodiscard]] bool waitForInput(std::uint64_t more = 1,
+                                  std::chrono::microseconds limit = kPatience) const {
     const std::uint64_t before = heard().reports;
-    return waitUntil([=](const Heard& heard) { return heard.reports >= before + more; });
+    return waitUntil([=](const Heard& heard) { return heard.reports >= before + more; }, limit);
   }
 
  private:
