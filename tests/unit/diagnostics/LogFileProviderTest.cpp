@@ -10,6 +10,7 @@
 #include "platform/kit/KQLogger.h"
 #include "platform/scripted/ScriptedPlatform.h"
 #include "platform/services/SystemRoot.h"
+#include "tests/support/ScopedVariable.h"
 #include "tests/support/TemporaryDirectory.h"
 
 using namespace platform;
@@ -146,6 +147,19 @@ TEST(LogFileProvider, ReadsTheFileAgainForEachRequest) {
   EXPECT_EQ(one.url, nullptr);
   EXPECT_FALSE(one.flag);
   EXPECT_EQ(text(two.data), entry + entry);
+}
+
+TEST(LogFileProvider, WithoutASystemRootTheAnswerSaysWhy) {
+  const testsupport::ScopedVariable root("WLHID_ROOT", nullptr);
+  const testsupport::ScopedVariable state("XDG_STATE_HOME", "relative");
+  const testsupport::ScopedVariable home("HOME", nullptr);
+  const auto answer = ask(providedFile(*WLHIDEventRouterLogFileProvider::init()));
+  ASSERT_NE(answer.error, nullptr);
+  EXPECT_EQ(answer.error->domain()->UTF8String(), "NSCocoaErrorDomain");
+  EXPECT_EQ(answer.error->code(), 260);
+  EXPECT_NE(descriptionOf(answer.error).find("no system root"), std::string::npos);
+  ASSERT_NE(answer.data, nullptr);
+  EXPECT_EQ(answer.data->length(), 0U);
 }
 
 TEST(LogFileProvider, TheSourceNeedsNeitherTheModuleNorTheFile) {

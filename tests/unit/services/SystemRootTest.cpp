@@ -1,38 +1,15 @@
 #include "platform/services/SystemRoot.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-#include <optional>
 #include <string>
+
+#include "tests/support/ScopedVariable.h"
 
 namespace {
 
 using platform::SystemRoot;
-
-/// Sets a variable, or unsets it for null, and puts it back.
-class Variable {
- public:
-  Variable(const char* name, const char* value) : name_(name) {
-    if (const char* old = ::getenv(name)) old_ = old;
-    if (value == nullptr)
-      ::unsetenv(name);
-    else
-      ::setenv(name, value, 1);
-  }
-  Variable(const Variable&) = delete;
-  Variable& operator=(const Variable&) = delete;
-  ~Variable() {
-    if (old_)
-      ::setenv(name_, old_->c_str(), 1);
-    else
-      ::unsetenv(name_);
-  }
-
- private:
-  const char* name_;
-  std::optional<std::string> old_;
-};
+using Variable = testsupport::ScopedVariable;
 
 TEST(SystemRoot, PathsLieBelowTheRoot) {
   const SystemRoot root("/some/where");
