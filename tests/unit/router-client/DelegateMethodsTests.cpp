@@ -118,6 +118,23 @@ TEST_F(DelegateMethods, ADelegateThatAnswersItselfIsAskedBeforeEachCall) {
   EXPECT_EQ(taken().size(), 0U);  // taken, by the base's empty body
 }
 
+TEST_F(DelegateMethods, WhatADelegateTakesWithoutABodyOfItsOwnIsTakenByTheEmptyOne) {
+  makeClient();
+  const auto delegate = std::make_shared<Forwarding>();
+  for (const Method method : {Method::clientStatusChangedTo, Method::handleError,
+                              Method::receivedElementValues, Method::receivedReportData_reportID})
+    delegate->wanted.add(method);
+  client_->setDelegate(delegate);
+  failStart();
+  EXPECT_EQ(delegate->asked,
+            (std::vector<Method>{Method::clientStatusChangedTo, Method::clientStatusChangedTo,
+                                 Method::handleError}));
+  taken();
+  client_->receivedData_forReportID(platform::NSData::dataWithBytes({}), 1);
+  client_->receivedElementValues(platform::NSArray::arrayWithObjects({}));
+  EXPECT_EQ(taken(), std::vector<std::string>{});
+}
+
 TEST_F(DelegateMethods, TheNewDelegatesMethodsReplaceTheOldOnes) {
   makeClient();
   const auto delegate = std::make_shared<TakesErrors>();
