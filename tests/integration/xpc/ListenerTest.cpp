@@ -69,6 +69,32 @@ TEST_F(Listener, WithoutADelegateEveryConnectionIsRefused) {
   EXPECT_TRUE(client_.log.waitFor("invalidation"));
 }
 
+TEST_F(Listener, ADelegateThatThrowsRefusesThatConnection) {
+  int asked = 0;
+  service_->prepare = [&asked](End&) {
+    switch (asked++) {
+      case 0:
+        throw std::runtime_error("no room");
+      case 1:
+        throw 1;
+      default:
+        break;
+    }
+  };
+  for (int i = 0; i < 2; ++i) {
+    End refused;
+    refused.configure(makeConnection());
+    refused.connection->resume();
+    refused.ask();
+    ASSERT_TRUE(refused.log.waitFor("invalidation"));
+    EXPECT_EQ(refused.log.lines(), Lines({"error 4099", "invalidation"}));
+    refused.connection.reset();
+  }
+  EXPECT_NE(connect(), nullptr);
+  EXPECT_EQ(logged_.linesWith("a listener's delegate threw: no room"), 1U);
+  EXPECT_EQ(logged_.linesWith("a listener's delegate threw"), 2U);
+}
+
 TEST_F(Listener, OutlivesAShortageOfDescriptors) {
   rlimit before{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);

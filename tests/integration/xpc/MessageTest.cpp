@@ -3,6 +3,7 @@
 #include <future>
 #include <map>
 
+#include "platform/foundation/NSDictionary.h"
 #include "tests/support/XPCPeers.h"
 
 using namespace platform;
@@ -200,6 +201,37 @@ TEST_F(Message, ABatchThatThrowsGoesOutAllTheSame) {
   }),
                std::runtime_error);
   EXPECT_TRUE(end->log.waitFor("note 1"));
+}
+
+TEST_F(Message, WhatABatchCannotEncodeFailsAndTheRestGoesOut) {
+  const auto end = connect(0);
+  const auto array = NSMutableArray::array();
+  array->addObject(array);
+  client_.connection->sendBatch([&] {
+    client_.proxy()->note(1);
+    client_.proxy()->list(array);
+    client_.proxy()->note(2);
+  });
+  array->removeObjectAtIndex(0);
+  ASSERT_TRUE(client_.log.waitFor("error " + std::to_string(EINVAL)));
+  ASSERT_TRUE(end->log.waitFor("note 2"));
+  EXPECT_EQ(end->log.lines(), notes(0, 3));
+}
+
+TEST_F(Message, AReplyWithoutAnEncodingIsDroppedAndTheConnectionLives) {
+  const auto end = connect();
+  client_.ask();
+  ASSERT_TRUE(end->log.waitFor("asked"));
+  const auto array = NSMutableArray::array();
+  array->addObject(array);
+  const auto info = NSDictionary::dictionaryWithEntries({{str("loop"), array}});
+  end->talker->takeHeld().at(0)(NSError::errorWithDomain_code_userInfo(str("Test"), 1, info));
+  array->removeObjectAtIndex(0);
+  ASSERT_TRUE(client_.log.waitFor("error 4101"));
+  EXPECT_EQ(client_.log.lines(), Lines({"error 4101"}));
+  EXPECT_EQ(logged_.linesWith("a reply was not sent"), 1U);
+  client_.proxy()->note(3);
+  EXPECT_TRUE(end->log.waitFor("note 3"));
 }
 
 TEST_F(Message, LargeDataComesThroughWhole) {

@@ -118,6 +118,31 @@ TEST_F(SlowPeer, TheBacklogTakesItsLimitToTheByte) {
   }
 }
 
+TEST_F(SlowPeer, WhatOfABatchDoesNotFitIsDroppedMessageByMessage) {
+  End end;
+  end.configure(makeConnection());  // not resumed, so that nothing leaves
+  const auto proxy = end.proxy();
+  const std::size_t half = kXPCUnsentLimit / 2;
+  const auto data = block(half - 100);
+  end.connection->sendBatch([&] {
+    proxy->data_tag(data, 0);
+    proxy->data_tag(data, 1);
+    proxy->data_tag(data, 2);  // one too many
+    proxy->note(3);
+  });
+  EXPECT_EQ(end.connection->messagesDropped(), 1U);
+  EXPECT_GT(end.connection->unsentBytes(), 2 * half - 200);
+  EXPECT_LE(end.connection->unsentBytes(), kXPCUnsentLimit);
+  EXPECT_EQ(logged_.linesWith("messages are being dropped"), 1U);
+  end.connection->resume();
+  const auto service = service_->end();
+  ASSERT_TRUE(service && service->log.waitFor("note 3"));
+  const std::string size = std::to_string(half - 100);
+  EXPECT_EQ(service->log.lines(), Lines({"data " + size + " 0", "data " + size + " 1", "note 3"}));
+  ASSERT_TRUE(end.log.waitFor("error " + std::to_string(ENOBUFS)));
+  end.connection.reset();
+}
+
 TEST_F(SlowPeer, WaitingOnTheQueueItselfFlushesThere) {
   const auto end = connectToSlow();
   const auto data = block(4096);
