@@ -8,9 +8,14 @@ namespace platform {
 void Trace::record(std::string line) {
   {
     const std::lock_guard lock(mutex_);
-    lines_.push_back({std::this_thread::get_id(), std::move(line)});
+    lines_.push_back({std::this_thread::get_id(), line});
   }
   recorded_.notify_all();
+  if (watcher_) watcher_(line);
+}
+
+void Trace::setWatcher(Watcher watcher) {
+  watcher_ = std::move(watcher);
 }
 
 bool Trace::waitFor(std::string_view line, std::size_t count, std::chrono::seconds limit) const {

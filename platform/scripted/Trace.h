@@ -10,6 +10,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -21,6 +22,10 @@ namespace platform {
 class Trace {
  public:
   void record(std::string line);
+  /// Called with each line behind its recording, on the thread that recorded it and with no lock
+  /// held, so that a test can hold that thread there. Null for none. Set while nothing is recorded.
+  using Watcher = std::function<void(const std::string& line)>;
+  void setWatcher(Watcher watcher);
 
   [[nodiscard]] std::vector<std::string> lines() const;
   /// Only what `thread` recorded.
@@ -44,6 +49,7 @@ class Trace {
   mutable std::mutex mutex_;
   mutable std::condition_variable recorded_;
   std::vector<Line> lines_;
+  Watcher watcher_;
 };
 
 }  // namespace platform

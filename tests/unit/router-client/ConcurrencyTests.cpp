@@ -64,32 +64,55 @@ class ConcurrentClient : public ClientTest {
   /// `meanwhile` here, and lets the thread go on to its end.
   void holdAtLogLine(int line, const std::function<void()>& start,
                      const std::function<void()>& meanwhile) {
-    std::promise<void> reached;
-    std::promise<void> released;
-    std::atomic<bool> held{false};
-    const std::thread::id here = std::this_thread::get_id();
+    Hold hold;
     auto& logger = platform::KQLogger::sharedLogger();
     const auto trace = &platform_.trace();
     const auto previous = logger.setSink(
         std::make_shared<platform::KQLogSink>([&, trace](const platform::KQLogEntry& entry) {
           trace->record(platform::describeLogEntry(entry));
-          if (entry.sourceLine != line || std::this_thread::get_id() == here || held.exchange(true))
-            return;
-          reached.set_value();
-          released.get_future().wait();
+          if (entry.sourceLine == line) hold.stopHere();
         }));
+    runHeld(hold, start, meanwhile);
+    logger.setSink(previous);
+  }
+  /// The same at the call of the platform that `line` of the trace stands for.
+  void holdAtTraceLine(const std::string& line, const std::function<void()>& start,
+                       const std::function<void()>& meanwhile) {
+    Hold hold;
+    platform_.trace().setWatcher([&](const std::string& recorded) {
+      if (recorded == line) hold.stopHere();
+    });
+    runHeld(hold, start, meanwhile);
+    platform_.trace().setWatcher(nullptr);
+  }
+
+  std::thread::id threadID_;
+
+ private:
+  /// Where another thread than the test's own stops, once.
+  struct Hold {
+    void stopHere() {
+      if (std::this_thread::get_id() == home || isOver.exchange(true)) return;
+      reached.set_value();
+      released.get_future().wait();
+    }
+    const std::thread::id home = std::this_thread::get_id();
+    std::atomic<bool> isOver{false};
+    std::promise<void> reached;
+    std::promise<void> released;
+  };
+
+  void runHeld(Hold& hold, const std::function<void()>& start,
+               const std::function<void()>& meanwhile) {
     std::thread thread([&] {
       threadID_ = std::this_thread::get_id();
       start();
     });
-    reached.get_future().wait();
+    hold.reached.get_future().wait();
     meanwhile();
-    released.set_value();
+    hold.released.set_value();
     thread.join();
-    logger.setSink(previous);
   }
-
-  std::thread::id threadID_;
 };
 
 TEST_F(ConcurrentClient, AStopDuringTheOpenIsCarriedOutByTheOpener) {
@@ -152,6 +175,22 @@ TEST_F(ConcurrentClient, ARestartDuringTheOpenEndsConnected) {
   ASSERT_NE(Private::xpcConnectionToService(*client_), nullptr);
   EXPECT_EQ(platform_.connectionCount(), 2U);
   EXPECT_EQ(platform_.connection(2)->pendingRequests(), 1U);
+}
+
+TEST_F(ConcurrentClient, AConnectionThatIsStoredDuringACloseIsKept) {
+  makeClient();
+  client_->setStarted(true);
+  holdAtTraceLine(
+      "connection 1 invalidate", [this] { client_->setStarted(false); },
+      [this] {
+        client_->setStarted(true);  // finds the connection that is being closed
+        client_->setStarted(false);
+        client_->setStarted(true);
+      });
+  EXPECT_EQ(platform_.connectionCount(), 2U);
+  EXPECT_NE(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_TRUE(platform_.connection(2)->isHeld());
+  EXPECT_FALSE(platform_.connection(2)->isInvalidated());
 }
 
 TEST_F(ConcurrentClient, AnythingFromAnyThreadIsFreeOfRaces) {
