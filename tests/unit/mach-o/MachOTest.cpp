@@ -214,7 +214,8 @@ TEST(MachO, ASixteenCharacterNameNeedsNoNul) {
 
 TEST(MachO, SectionRangeBeyondTheEndHasNothing) {
   for (const std::uint64_t size :
-       {std::uint64_t{plist.size() + 1}, ~std::uint64_t{0}, ~std::uint64_t{0} - 0x3FF}) {
+       {std::uint64_t{plist.size() + 1}, ~std::uint64_t{0}, ~std::uint64_t{0} - 0x3FF,
+        (std::uint64_t{1} << 32U) + plist.size()}) {
     EXPECT_EQ(infoPlist(thin(magic64, {{0x19, {match(size)}}}, plist)), "nothing") << size;
   }
   EXPECT_EQ(infoPlist(thin(magic64, {{0x19, {match(1, 0xFFFFFFFF)}}}, plist)), "nothing");
@@ -231,6 +232,13 @@ TEST(MachO, RepeatedCommandOfSizeZeroIsDecidedOnce) {
             "nothing");
   stuck.sections = {match()};
   EXPECT_EQ(infoPlist(thin(magic64, {stuck}, plist, 0x400, 0xFFFFFFFF)), plist);
+}
+
+TEST(MachO, ARepeatedCommandUsesUpNothingOfTheSlicesBehindIt) {
+  Command stuck{0x19, {{"__text", "__TEXT", 4, 0x100}}};
+  stuck.writeZeroSize = true;
+  const Buffer repeating = thin(magic64, {stuck}, "code", 0x400, 0xFFFFFFFF);
+  EXPECT_EQ(infoPlist(fat({{cpuX86, repeating}, {cpuX86_64, thinWithPlist(plist)}})), plist);
 }
 
 TEST(MachO, SlicesThatContainThemselvesEnd) {
