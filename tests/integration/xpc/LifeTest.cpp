@@ -301,6 +301,35 @@ TEST_F(Life, NoDescriptorOrThreadStaysBehind) {
   EXPECT_EQ(same, 2);
 }
 
+TEST_F(Life, AnAnswerToARequestOfAnEarlierStreamAnswersNoneOfTheNext) {
+  const auto error = [](std::int64_t code) {
+    return NSError::errorWithDomain_code_userInfo(str("Test"), code, nullptr);
+  };
+  const auto first = connect();
+  first->ask();
+  ASSERT_TRUE(client_.log.waitFor("asked"));
+  const auto late = client_.talker->takeHeld();
+  first->connection.reset();
+  ASSERT_TRUE(client_.log.waitFor("interruption"));
+  const auto second = connect(1, 1);
+  second->ask();  // with the number that the first stream's request had
+  ASSERT_TRUE(client_.log.waitFor("asked", 2));
+  late.at(0)(error(7));
+  client_.talker->takeHeld().at(0)(error(8));
+  ASSERT_TRUE(second->log.waitFor("reply 8"));
+  EXPECT_EQ(second->log.lines(), Lines({"note 1", "reply 8"}));
+}
+
+TEST_F(Life, InvalidateAfterTheEndStartsNothing) {
+  const auto end = connect();
+  end->connection->invalidate();
+  ASSERT_TRUE(client_.log.waitFor("invalidation"));
+  ASSERT_TRUE(waitUntilNoConnectionIsLeft());
+  client_.connection->invalidate();
+  EXPECT_EQ(liveConnectionCount(), 0U);
+  EXPECT_EQ(client_.log.count("invalidation"), 1U);
+}
+
 TEST_F(LifeWithAProcess, ACrashFailsWhatIsPendingThenInterruptsAndTheNextMessageConnectsAgain) {
   client_.ask();
   client_.ask();
