@@ -320,6 +320,24 @@ TEST_F(Life, AnAnswerToARequestOfAnEarlierStreamAnswersNoneOfTheNext) {
   EXPECT_EQ(second->log.lines(), Lines({"note 1", "reply 8"}));
 }
 
+TEST_F(Life, AFailureThatAnErrorHandlerBringsAboutComesBeforeTheReportToo) {
+  const auto endless = NSMutableArray::array();
+  endless->addObject(endless);
+  const auto end = connect();
+  const auto proxy = client_.connection->remoteObjectProxyWithErrorHandler<Talk>(
+      [&](const std::shared_ptr<NSError>& error) {
+        client_.log.add("error " + std::to_string(error->code()));
+        client_.proxy()->list(endless);
+      });
+  proxy->ask({});
+  ASSERT_TRUE(end->log.waitFor("asked"));
+  end->connection.reset();
+  ASSERT_TRUE(client_.log.waitFor("interruption"));
+  EXPECT_EQ(client_.log.lines(),
+            Lines({"error 4097", "error " + std::to_string(EINVAL), "interruption"}));
+  endless->removeObjectAtIndex(0);
+}
+
 TEST_F(Life, InvalidateAfterTheEndStartsNothing) {
   const auto end = connect();
   end->connection->invalidate();
