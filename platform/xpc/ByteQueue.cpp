@@ -24,7 +24,9 @@ std::span<const std::uint8_t> ByteQueue::front() const {
 
 std::size_t ByteQueue::capacity() const {
   std::size_t sum = 0;
-  for (const Piece& piece : pieces_) sum += piece.capacity;
+  for (const Piece& piece : pieces_) {
+    if (piece.bytes) sum += piece.capacity;
+  }
   return sum;
 }
 
@@ -74,7 +76,6 @@ void ByteQueue::drop(std::size_t count) {
     if (piece.size() > 0) return;
     if (first_ + 1 == pieces_.size()) break;  // kept, for what comes next
     piece.bytes.reset();
-    piece.capacity = 0;
     ++first_;
   }
   forgetDropped();
