@@ -35,7 +35,7 @@ struct ScriptedPlatform::State {
   bool refusesConnections = false;
   std::vector<std::shared_ptr<ScriptedConnection>> connections;
 
-  void record(std::string line) const { trace->record(std::move(line)); }
+  void record(const std::string& line) const { trace->record(line); }
 };
 
 std::shared_ptr<FoundationProvider> scriptedFoundation(

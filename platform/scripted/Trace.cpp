@@ -5,7 +5,7 @@
 
 namespace platform {
 
-void Trace::record(std::string line) {
+void Trace::record(const std::string& line) {
   {
     const std::lock_guard lock(mutex_);
     lines_.push_back({std::this_thread::get_id(), line});

@@ -21,7 +21,7 @@ namespace platform {
 
 class Trace {
  public:
-  void record(std::string line);
+  void record(const std::string& line);
   /// Called with each line behind its recording, on the thread that recorded it and with no lock
   /// held, so that a test can hold that thread there. Null for none. Set while nothing is recorded.
   using Watcher = std::function<void(const std::string& line)>;

@@ -82,6 +82,8 @@ class NSXPCConnection {
   /// Null when no remote interface is set or it is not of `P`. The error handler may be called more
   /// than once over the life of the proxy: once for each message that fails.
   template <class P>
+  // The check does not see the move in a call that depends on P.
+  // NOLINTNEXTLINE(performance-unnecessary-value-param)
   std::shared_ptr<P> remoteObjectProxyWithErrorHandler(XPCErrorHandler handler) {
     return std::static_pointer_cast<P>(remoteObjectProxy(P::protocol(), std::move(handler)));
   }
