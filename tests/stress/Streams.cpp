@@ -129,11 +129,35 @@ std::vector<Stream> otherClients(const System& system, std::uint32_t first, std:
   return others;
 }
 
-/// Lets the others run to their end; returns their reports' lateness, sorted.
-std::vector<double> runOthers(std::vector<Stream>& others, std::uint64_t length,
-                              Findings& findings) {
-  std::vector<double> lateness;
-  for (Stream& stream : others) stream.start();
+void startAndWait(Stream& stream, Findings& findings) {
+  stream.start();
+  findings.demand(
+      stream.checker->waitUntil([](const auto& counts) { return counts.isRouting; }, kPatience),
+      "a client starts");
+}
+
+struct Memory {
+  static Memory now(const System& system) {
+    return {Census::of(system.router()).residentKiB, Census::of(::getpid()).residentKiB};
+  }
+  std::uint64_t routerKiB = 0;
+  std::uint64_t ownKiB = 0;
+};
+
+/// What the others saw, and what was resident when all five recordings were open and when the fifth
+/// had sent all: in between nothing is opened.
+struct Beside {
+  std::vector<double> lateness;  ///< of the others' reports, sorted
+  Memory before;
+  Memory after;
+};
+
+/// Lets the others run to their end.
+Beside runOthers(const System& system, std::vector<Stream>& others, std::uint64_t length,
+                 Findings& findings) {
+  for (Stream& stream : others) startAndWait(stream, findings);
+  Beside beside{{}, Memory::now(system), {}};
+  std::vector<double>& lateness = beside.lateness;
   for (Stream& stream : others) {
     findings.demand(stream.waitForEnd(seconds(length) * 10 + kPatience), "another stream ends");
     stream.stop();
@@ -142,26 +166,7 @@ std::vector<double> runOthers(std::vector<Stream>& others, std::uint64_t length,
     lateness.insert(lateness.end(), late.begin(), late.end());
   }
   std::sort(lateness.begin(), lateness.end());
-  return lateness;
-}
-
-void startAndWait(Stream& stream, Findings& findings) {
-  stream.start();
-  findings.demand(
-      stream.checker->waitUntil([](const auto& counts) { return counts.isRouting; }, kPatience),
-      "the fifth client starts");
-}
-
-/// What the others saw, and what was resident when they had ended and the fifth had sent all.
-struct Beside {
-  std::vector<double> lateness;
-  std::uint64_t routerKiB = 0;
-  std::uint64_t ownKiB = 0;
-};
-
-void noteMemory(const System& system, Beside& beside) {
-  beside.routerKiB = Census::of(system.router()).residentKiB;
-  beside.ownKiB = Census::of(::getpid()).residentKiB;
+  return beside;
 }
 
 /// The others beside a fifth client whose delegate is as quick as theirs: what a slow one is
@@ -170,26 +175,28 @@ void noteMemory(const System& system, Beside& beside) {
 Beside runBesideAQuickOne(const System& system, Stream& quick, std::vector<Stream>& others,
                           std::uint64_t length, Findings& findings) {
   startAndWait(quick, findings);
-  Beside beside{runOthers(others, length, findings)};
+  Beside beside = runOthers(system, others, length, findings);
   const std::uint64_t count = quick.numbered.count;
   findings.demand(quick.checker->waitUntil(
                       [=](const auto& counts) { return counts.valueArrays >= count; }, kPatience),
                   "a quick fifth client receives all");
-  noteMemory(system, beside);
+  beside.after = Memory::now(system);
   quick.stop();
   return beside;
+}
+
+std::uint64_t grown(std::uint64_t before, std::uint64_t after) {
+  return after > before ? after - before : 0;
 }
 
 void print(const std::string& whom, const Beside& beside, Findings& findings) {
   const std::string head = "others beside " + whom;
   findings.figure(head + ", lateness p50, us", percentile(beside.lateness, 0.50));
   findings.figure(head + ", lateness p99, us", percentile(beside.lateness, 0.99));
-  findings.figure(head + ", router's memory, KiB", beside.routerKiB);
-  findings.figure(head + ", application's memory, KiB", beside.ownKiB);
-}
-
-std::uint64_t moreOf(std::uint64_t one, std::uint64_t other) {
-  return one > other ? one - other : 0;
+  findings.figure(head + ", router grew, KiB",
+                  grown(beside.before.routerKiB, beside.after.routerKiB));
+  findings.figure(head + ", application grew, KiB",
+                  grown(beside.before.ownKiB, beside.after.ownKiB));
 }
 
 /// The counts of the one session that routes `device`, as they stand now: the router writes them
@@ -234,7 +241,7 @@ void slowDelegate(const Work& work, Findings& findings) {
   const Beside quickFirst = runBesideAQuickOne(system, quick, first, length, findings);
   const Beside quickSecond = runBesideAQuickOne(system, quickAgain, second, length, findings);
   startAndWait(slow, findings);
-  Beside slowFifth{runOthers(beside, length, findings)};
+  Beside slowFifth = runOthers(system, beside, length, findings);
 
   // The device has sent all when what it has handed over and what it has lost add up.
   std::optional<router::SessionStatus> counted;
@@ -244,7 +251,7 @@ void slowDelegate(const Work& work, Findings& findings) {
                   }),
                   "delivered and lost add up to what was sent");
   if (!counted) return;
-  noteMemory(system, slowFifth);
+  slowFifth.after = Memory::now(system);
   isSlow = false;  // what has been handed over and still waits is taken now
   const std::uint64_t delivered = counted->delivered;
   findings.demand(
@@ -259,8 +266,8 @@ void slowDelegate(const Work& work, Findings& findings) {
   findings.demand(counted->lost > 0, "a delegate that is so slow loses reports");
   slow.stop();
   if (!isSanitized()) {
-    findings.demand(moreOf(slowFifth.routerKiB, quickSecond.routerKiB) < kGrowthLimit &&
-                        moreOf(slowFifth.ownKiB, quickSecond.ownKiB) < kGrowthLimit,
+    findings.demand(grown(slowFifth.before.routerKiB, slowFifth.after.routerKiB) < kGrowthLimit &&
+                        grown(slowFifth.before.ownKiB, slowFifth.after.ownKiB) < kGrowthLimit,
                     "a slow delegate costs no more memory than its backlog");
   }
 
