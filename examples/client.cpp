@@ -3,11 +3,21 @@
 #include <iostream>
 
 #include "WLHIDAccess/WLHIDAccess.h"
+#include "platform/foundation/NSBundle.h"
 
 using Client = std::shared_ptr<WLHIDEventRouterClient>;
 
 class Printer final : public WLHIDEventRouterClientDelegate {  // called on the connection's queue
  public:
+  void hidEventRouterClient_clientStatusChangedTo(const Client&,
+                                                  WLHIDEventRouterClientStatus status) override {
+    std::cerr << "status " << static_cast<int>(status) << std::endl;  // 2 opening, 4 routing
+    if (status != WLHIDEventRouterClientStatusRouterUnavailable) return;
+    std::cerr << platform::stringWithFormat(
+        "There is no router, or not the one in %@/Contents/Library/LaunchServices. Install it "
+        "(wlhid install); wlhid doctor finds what else is missing.\n",
+        platform::NSBundle::mainBundle()->bundlePath());
+  }
   void hidEventRouterClient_handleError(const Client&,
                                         const std::shared_ptr<platform::NSError>& error) override {
     std::cerr << error->description() << std::endl;
@@ -19,10 +29,13 @@ class Printer final : public WLHIDEventRouterClientDelegate {  // called on the 
 };
 
 int main(int argc, char** argv) {
+  const std::uint64_t id = argc == 2 ? std::strtoull(argv[1], nullptr, 0) : 0;
+  if (id == 0) return std::cerr << "usage: client ID (wlhid devices lists them)\n", 2;
+  platform::KQLogger::setLogLevel(3);                // what becomes of the connection, in words
   const auto printer = std::make_shared<Printer>();  // ours to keep: the client holds it weakly
   const auto client =
       WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
-          std::strtoull(argc > 1 ? argv[1] : "0", nullptr, 0), /*deviceMode=*/0, nullptr, nullptr);
+          id, /*deviceMode=*/0, /*tagDictionary=*/nullptr, /*typeDictionary=*/nullptr);
   client->setDelegate(printer);
   client->setStarted(true);
   std::cin.get();
