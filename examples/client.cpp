@@ -29,13 +29,11 @@ class Printer final : public WLHIDEventRouterClientDelegate {  // called on the 
 };
 
 int main(int argc, char** argv) {
-  const std::uint64_t id = argc == 2 ? std::strtoull(argv[1], nullptr, 0) : 0;
-  if (id == 0) return std::cerr << "usage: client ID (wlhid devices lists them)\n", 2;
   platform::KQLogger::setLogLevel(3);                // what becomes of the connection, in words
   const auto printer = std::make_shared<Printer>();  // ours to keep: the client holds it weakly
   const auto client =
       WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
-          id, /*deviceMode=*/0, /*tagDictionary=*/nullptr, /*typeDictionary=*/nullptr);
+          std::strtoull(argc > 1 ? argv[1] : "0", nullptr, 0), /*deviceMode=*/0, nullptr, nullptr);
   client->setDelegate(printer);
   client->setStarted(true);
   std::cin.get();
