@@ -11,6 +11,9 @@
 // Ownership: the handle and the running queue thread hold the core; proxies do too, reply senders
 //   only weakly. The core never holds its handle.
 // Errors, Order: as NSXPCConnection.h.
+// Forks: in a child every call from outside returns before it touches the lock, which a thread that
+//   the child lacks may hold; ends let go of the descriptors. A queue thread that forks itself, in
+//   a handler, ends in the child as soon as the handler returns (InForkedChild).
 #pragma once
 
 #include <atomic>
@@ -23,6 +26,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/foundation/ForkMark.h"
 #include "platform/xpc/InterfaceTable.h"
 #include "platform/xpc/NSXPCConnection.h"
 #include "platform/xpc/PeerIdentity.h"
@@ -88,6 +92,8 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   static std::size_t liveCount();
 
  private:
+  /// Thrown on the queue thread, through everything, where a handler returned in a child.
+  struct InForkedChild {};
   using Clock = std::chrono::steady_clock;
 
   struct Pending {
@@ -138,6 +144,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   bool startThreadLocked();
   static void* threadMain(void* core);
   void releaseTokenLocked();
+  void letGoOfInherited();
   [[nodiscard]] bool isOverLocked() const { return invalidated_ || abandoned_ || ended_; }
   [[nodiscard]] bool fitsLocked(std::size_t bytes) const {
     return bytes <= kXPCUnsentLimit - std::min(backlog_.size(), kXPCUnsentLimit);
@@ -203,6 +210,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
 
   const std::string service_;  ///< empty for an accepted connection
   const bool accepted_;
+  const ForkMark mark_;
 
   mutable std::mutex mutex_;
   std::condition_variable unsentChanged_;

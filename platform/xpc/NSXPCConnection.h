@@ -28,6 +28,9 @@
 //   about a connection that was invalidated locally is dropped when another connection of the same
 //   exported object has been resumed since and stands: its receiver could not tell them apart.
 //   Connections of one object that were live at the same time are each reported.
+// Forks: in a child of the process that made it a connection is inert: it sends, calls and waits
+// for
+//   nothing, and its end closes the child's copies of its descriptors.
 #pragma once
 
 #include <sys/types.h>

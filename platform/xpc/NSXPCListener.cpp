@@ -11,6 +11,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/foundation/ForkMark.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/xpc/ConnectionHandle.h"
 #include "platform/xpc/Pacing.h"
@@ -28,22 +29,28 @@ class ListenerCore {
   ListenerCore(const ListenerCore&) = delete;
   ListenerCore& operator=(const ListenerCore&) = delete;
   ~ListenerCore() {
-    ::close(socket_);
-    ::close(wake_);
+    closeDescriptors();
     if (nextWake_ >= 0) ::close(nextWake_);
   }
 
   void setDelegate(std::weak_ptr<NSXPCListenerDelegate> delegate) {
+    if (isInherited()) return;
     const std::lock_guard lock(mutex_);
     delegate_.swap(delegate);
   }
   void stop() {
-    stopped_.store(true);
-    ::eventfd_write(wake_, 1);
+    const bool first = !stopped_.exchange(true);
+    if (!isInherited()) {
+      ::eventfd_write(wake_, 1);
+    } else if (first) {
+      closeDescriptors();
+    }
   }
+  /// A process that came by the listener through fork() leaves its parent's connections alone.
+  [[nodiscard]] bool isInherited() const { return mark_.isInherited(); }
   void run(const std::weak_ptr<NSXPCListener>& listener) {
     unsigned shortages = 0;
-    while (!stopped_.load()) {
+    while (!stopped_.load() && !isInherited()) {
       const int connected = acceptOne();
       if (connected >= 0) {
         shortages = 0;
@@ -62,6 +69,11 @@ class ListenerCore {
   }
 
  private:
+  void closeDescriptors() {
+    for (int* const descriptor : {&socket_, &wake_}) {
+      if (*descriptor >= 0) ::close(std::exchange(*descriptor, -1));
+    }
+  }
   /// What a connection needs besides its socket is there before the socket is: one that was
   /// accepted and could not be woken, or had no thread, would stand still for ever, one in the
   /// kernel's queue waits its turn.
@@ -109,10 +121,11 @@ class ListenerCore {
     return false;
   }
 
-  const int socket_;
-  const int wake_;
+  int socket_;
+  int wake_;
   int nextWake_ = -1;  ///< the next connection's, as is the next; the listener thread's alone
   xpc::PreparedThread nextThread_;
+  const ForkMark mark_;
   std::atomic<bool> stopped_{false};
   std::mutex mutex_;
   std::weak_ptr<NSXPCListenerDelegate> delegate_;
@@ -130,7 +143,7 @@ class SocketListener final : public NSXPCListener,
     core_->setDelegate(std::move(delegate));
   }
   void resume() override {
-    if (started_.exchange(true)) return;
+    if (core_->isInherited() || started_.exchange(true)) return;
     if (!xpc::startDetachedThread("xpc listener",
                                   [core = core_, self = weak_from_this()] { core->run(self); })) {
       started_.store(false);

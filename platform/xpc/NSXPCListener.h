@@ -6,6 +6,7 @@
 //   to keep: it ends quietly when nobody holds it.
 // Errors: a factory returns null, with a reason in errno, when there is no such descriptor.
 // Order: connections are offered in the order in which the kernel hands them out.
+// Forks: in a child of the process that made it a listener accepts nothing.
 #pragma once
 
 #include <functional>
