@@ -1,8 +1,10 @@
 // An application with a service and two clients in it that forks, and looks whether all goes on
 // once its child has ended. The argument says what the child does. Ends with 0 when all goes on.
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
 
@@ -14,6 +16,15 @@ using namespace testsupport;
 namespace {
 
 constexpr unsigned kLongestChild = 30;  // seconds; a child that hangs is ended by SIGALRM
+
+/// Queue threads have all signals blocked, and so has a child that one of them makes.
+void limitTime() {
+  sigset_t alarms;
+  ::sigemptyset(&alarms);
+  ::sigaddset(&alarms, SIGALRM);
+  ::pthread_sigmask(SIG_UNBLOCK, &alarms, nullptr);
+  ::alarm(kLongestChild);
+}
 
 /// Ends of which one is destroyed by exit(), the other by a return from main.
 struct Ends {
@@ -84,7 +95,7 @@ void release(Ends& ends) {
 
 /// What the child does; true: it returns from main then.
 bool behave(const std::string& what, Ends& ends) {
-  ::alarm(kLongestChild);
+  limitTime();
   if (what == "returns") return true;
   if (what == "exits") std::exit(0);
   if (what == "executes") ::execl("/bin/true", "true", static_cast<char*>(nullptr));
@@ -109,7 +120,7 @@ bool forkInABatch(const Ends& ends) {
   ends.kept.connection->sendBatch([&] {
     ends.keptProxy->note(500);
     child = ::fork();
-    if (child == 0) ::alarm(kLongestChild);
+    if (child == 0) limitTime();
   });
   if (child == 0) ::_exit(0);
   if (!endsWell(child)) return false;
@@ -125,7 +136,7 @@ bool forkInAHandler(const Ends& ends) {
     if (number != 600) return;
     const pid_t child = ::fork();
     if (child == 0) {
-      ::alarm(kLongestChild);
+      limitTime();
       return;
     }
     endedWell = endsWell(child);
@@ -145,7 +156,7 @@ bool forkInTheListener(const Ends& ends, const std::string& name) {
   ends.service->prepare = [&](End&) {
     const pid_t child = ::fork();
     if (child == 0) {
-      ::alarm(kLongestChild);
+      limitTime();
       return;
     }
     endedWell = endsWell(child);
@@ -170,7 +181,7 @@ bool forkInAHurry(const Ends& ends) {
   for (int i = 0; i < 100 && well; ++i) {
     const pid_t child = ::fork();
     if (child == 0) {
-      ::alarm(kLongestChild);
+      limitTime();
       ends.keptProxy->note(0);
       ends.kept.connection->invalidate();
       ends.kept.connection.reset();
