@@ -12,6 +12,7 @@
 
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSLog.h"
+#include "platform/foundation/PrintableText.h"
 #include "platform/xpc/Guarded.h"
 #include "platform/xpc/Hello.h"
 
@@ -89,6 +90,12 @@ ConnectionCore::~ConnectionCore() {
   if (countsAsLive_) liveConnections.fetch_sub(1);
 }
 
+void ConnectionCore::setPlace(std::unique_ptr<Admissions::Place> place) {
+  const std::lock_guard lock(mutex_);
+  backlog_.chargeTo(place->unsent());
+  place_ = std::move(place);
+}
+
 std::size_t ConnectionCore::liveCount() {
   return liveConnections.load();
 }
@@ -147,6 +154,7 @@ void ConnectionCore::resume() {
   if (resumed_ || isOverLocked()) return;
   resumed_ = true;
   resumedEntry_.enter(exportedObject_.object);
+  if (place_) helloDeadline_ = Clock::now() + place_->helloWithin();
   if (accepted_) {
     openStreamLocked();
     flushLocked(released);
@@ -281,7 +289,7 @@ void ConnectionCore::sendAny(const SharedTable& remote, std::size_t method,
 
 void ConnectionCore::failUnencodable(const EncodingError& error, XPCReplyHandler reply,
                                      const SharedErrorHandler& errorHandler) {
-  NSLogString("a message was not sent: " + std::string(error.what()));
+  NSLogString(printableLine("a message was not sent: " + std::string(error.what())));
   const std::lock_guard lock(mutex_);
   failLocked(reply, errorHandler, connectionError(true, error.code(), error.what()));
 }
@@ -399,7 +407,7 @@ void ConnectionCore::answer(std::uint64_t stream, std::uint64_t id,
         throw EncodingError(EINVAL, "wrong number of values in a reply");
       encodeValues(frame, *values);
     } catch (const EncodingError& error) {
-      NSLogString("a reply was not sent: " + std::string(error.what()));
+      NSLogString(printableLine("a reply was not sent: " + std::string(error.what())));
       return answer(stream, id, rules, nullptr);
     }
   }
@@ -475,6 +483,12 @@ std::size_t ConnectionCore::unsentBytes() const {
   if (mark_.isInherited()) return 0;
   const std::lock_guard lock(mutex_);
   return backlog_.size();
+}
+
+std::size_t ConnectionCore::unsentBytesOfUser() const {
+  if (mark_.isInherited()) return 0;
+  const std::lock_guard lock(mutex_);
+  return place_ ? place_->unsent()->taken() : backlog_.size();
 }
 
 bool ConnectionCore::waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit) {

@@ -13,6 +13,7 @@
 
 #include "platform/foundation/ForkMark.h"
 #include "platform/foundation/NSLog.h"
+#include "platform/foundation/PrintableText.h"
 #include "platform/xpc/ConnectionHandle.h"
 #include "platform/xpc/Pacing.h"
 #include "platform/xpc/PassedDescriptors.h"
@@ -33,6 +34,10 @@ class ListenerCore {
     if (nextWake_ >= 0) ::close(nextWake_);
   }
 
+  /// For what the thread finds when it starts.
+  void setLimits(const NSXPCListenerLimits& limits) {
+    admissions_ = std::make_shared<xpc::Admissions>(limits);
+  }
   void setDelegate(std::weak_ptr<NSXPCListenerDelegate> delegate) {
     if (isInherited()) return;
     const std::lock_guard lock(mutex_);
@@ -99,10 +104,24 @@ class ListenerCore {
     }
   }
   void offer(const std::weak_ptr<NSXPCListener>& weakListener, int connected) {
-    const auto connection = std::make_shared<xpc::ConnectionHandle>(xpc::ConnectionCore::accepted(
-        connected, std::exchange(nextWake_, -1), std::move(nextThread_)));
+    const auto core = xpc::ConnectionCore::accepted(connected, std::exchange(nextWake_, -1),
+                                                    std::move(nextThread_));
+    const auto connection = std::make_shared<xpc::ConnectionHandle>(core);
     const auto listener = weakListener.lock();
-    if (!listener || stopped_.load() || !ask(listener, connection)) connection->invalidate();
+    const bool isWanted = admit(core) && listener && !stopped_.load();
+    if (!isWanted || !ask(listener, connection)) connection->invalidate();
+  }
+  bool admit(const std::shared_ptr<xpc::ConnectionCore>& core) {
+    const auto peer = core->peer();
+    auto answer = admissions_->admit(peer.user, core);
+    if (const auto ended = answer.ended.lock()) ended->invalidate();
+    if (!answer.place) {
+      if (*answer.refusal != 0)
+        NSLog("refused: process %d of user %u: %s", peer.processID, peer.user, answer.refusal);
+      return false;
+    }
+    core->setPlace(std::move(answer.place));
+    return true;
   }
   bool ask(const std::shared_ptr<NSXPCListener>& listener,
            const std::shared_ptr<NSXPCConnection>& connection) {
@@ -114,7 +133,7 @@ class ListenerCore {
     try {
       return delegate && delegate->listener_shouldAcceptNewConnection(listener, connection);
     } catch (const std::exception& exception) {
-      NSLogString("a listener's delegate threw: " + std::string(exception.what()));
+      NSLogString(printableLine("a listener's delegate threw: " + std::string(exception.what())));
     } catch (...) {
       NSLogString("a listener's delegate threw");
     }
@@ -126,6 +145,8 @@ class ListenerCore {
   int nextWake_ = -1;  ///< the next connection's, as is the next; the listener thread's alone
   xpc::PreparedThread nextThread_;
   const ForkMark mark_;
+  std::shared_ptr<xpc::Admissions> admissions_ =
+      std::make_shared<xpc::Admissions>(NSXPCListenerLimits());
   std::atomic<bool> stopped_{false};
   std::mutex mutex_;
   std::weak_ptr<NSXPCListenerDelegate> delegate_;
@@ -141,6 +162,9 @@ class SocketListener final : public NSXPCListener,
 
   void setDelegate(std::weak_ptr<NSXPCListenerDelegate> delegate) override {
     core_->setDelegate(std::move(delegate));
+  }
+  void setLimits(const NSXPCListenerLimits& limits) override {
+    if (!started_.load()) core_->setLimits(limits);
   }
   void resume() override {
     if (core_->isInherited() || started_.exchange(true)) return;
