@@ -94,7 +94,7 @@ void Job::launch() {
   plan.arguments = description_.arguments;
   plan.program = programOfImage(*image);
   plan.sockets = &endpoints_;
-  plan.root = surroundings_.root;
+  plan.root = surroundings_.directories.root.get();
   process_ = std::make_unique<JobProcess>(surroundings_.loop, surroundings_.log, plan,
                                           [this](const std::string& how) { processEnded(how); });
 }

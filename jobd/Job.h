@@ -30,7 +30,6 @@ struct JobSurroundings {
   EventLoop& loop;
   SystemLog& log;
   const RootDirectories& directories;
-  std::string root;
 };
 
 class Job {
