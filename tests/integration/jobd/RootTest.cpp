@@ -139,6 +139,7 @@ TEST_F(Root, TheDaemonItselfRefusesALinkHoweverItIsStarted) {
 TEST_F(Root, WhatIsPutInItsPlaceLaterGetsNothing) {
   ASSERT_TRUE(bless(echoImage()).succeeded());
   Client client = connect();
+  EXPECT_EQ(client.ask("echo it runs"), "it runs");
   const fs::path planted = temporary.path() / "planted";
   const fs::path away = temporary.path() / "away";
   fs::create_directories(planted);
@@ -237,6 +238,57 @@ TEST_F(Root, AJobOfAnUnservedServiceIsUnknown) {
   const auto result = connectResult("com.byhand");
   EXPECT_EQ(result.outcome, Outcome::UnknownName);
   EXPECT_THAT(result.reason, HasSubstr("does not listen for it"));
+}
+
+TEST_F(Root, AJobThatNamesAnotherProgramThanIsRunIsNoJob) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  const Process first = daemonProcess();
+  first.signal(SIGTERM);
+  ASSERT_TRUE(first.hasGone());
+  const fs::path other = temporary.path() / "other";
+  fs::copy_file(root.helperTool(echoLabel), other);
+  for (const fs::path& named : {other, fs::path("/nowhere/at/all")}) {
+    const auto file = platform::encodeJobFile({echoLabel, {named.string()}, {echoLabel}});
+    testsupport::writeFile(root.jobFile(echoLabel),
+                           {reinterpret_cast<const char*>(file.data()), file.size()});
+    EXPECT_EQ(
+        platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, platform::str(echoLabel)),
+        nullptr)
+        << named;
+    EXPECT_EQ(connectResult().outcome, Outcome::UnknownName) << named;
+    EXPECT_THAT(log(), HasSubstr("leaving out the job com.quillmar.echo: it names the "
+                                 "program " +
+                                 named.string() + ", which is not the helper that is run for it"));
+    const Process daemon = daemonProcess();
+    daemon.signal(SIGTERM);
+    ASSERT_TRUE(daemon.hasGone());
+  }
+  ASSERT_TRUE(bless(echoImage()).succeeded()) << "installing it again mends it";
+  EXPECT_EQ(connect().ask("echo x"), "x");
+}
+
+TEST_F(Root, AJobWhoseProgramBecameAnotherIsNotStarted) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  const fs::path away = temporary.path() / "away";
+  fs::rename(root.path(), away);
+  testsupport::writeFile(root.helperTool(echoLabel), "what an application would read");
+  const platform::SystemRoot moved(away);
+  const FileDescriptor client(
+      platform::connectUnixSocket(moved.endpoint(echoLabel).string(), SOCK_STREAM));
+  ASSERT_TRUE(client);
+  const platform::JobDaemon daemon(moved);
+  std::string end;
+  EXPECT_TRUE(eventually([&] {
+    const auto status = daemon.status();
+    if (status && !status->jobs.empty()) end = status->jobs.front().lastEnd;
+    return !end.empty();
+  }));
+  EXPECT_THAT(end, HasSubstr("could not be started: it names the program " +
+                             root.helperTool(echoLabel).string()));
+  EXPECT_THAT(testsupport::readFile(moved.systemLog()),
+              HasSubstr("cannot start com.quillmar.echo: it names the program"));
+  fs::remove_all(root.path());
+  fs::rename(away, root.path());
 }
 
 TEST_F(Root, DirectoriesThatAreLinksAreNotUsed) {
