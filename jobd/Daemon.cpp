@@ -43,7 +43,7 @@ Daemon::Daemon(const platform::SystemRoot& root, RootDirectories directories,
       directories_(std::move(directories)),
       log_(platform::openDirectoryBelow(directories_.log.get(), ".", false)),
       installer_(directories_, root),
-      surroundings_{loop_, log_, directories_, root.path().string()},
+      surroundings_{loop_, log_, directories_},
       idleTime_(idleTime) {
   watchSignals();
   installer_.removeStagingFiles();

@@ -8,6 +8,7 @@
 #include <csignal>
 
 #include "jobd/HelperImage.h"
+#include "platform/services/InstalledJob.h"
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
 #include "platform/services/UnixSocket.h"
@@ -29,8 +30,17 @@ CrashThrottle::Duration since(EventLoop::Clock::time_point start) {
 }  // namespace
 
 void Job::listen() {
+  refuseAnotherProgram();
   openEndpoints();
   awaitConnection();
+}
+
+/// What an application reads as the job's executable must be what is run.
+void Job::refuseAnotherProgram() const {
+  const std::string problem = platform::whyNotTheHelper(
+      description_.arguments.front(), surroundings_.directories.tools.get(), description_.label);
+  if (!problem.empty())
+    throw platform::ServiceError(platform::ServiceErrorCode::InvalidImage, problem);
 }
 
 /// Opens the endpoints that are missing and closes those that are no longer offered.
@@ -78,12 +88,13 @@ void Job::start() {
     launch();
   } catch (const std::exception& error) {
     surroundings_.log.note("cannot start " + description_.label + ": " + error.what());
-    lastEnd_ = "could not be started";
+    lastEnd_ = std::string("could not be started: ") + error.what();
     holdBack(CrashThrottle::Duration::zero());
   }
 }
 
 void Job::launch() {
+  refuseAnotherProgram();
   const auto image = platform::readFileIn(surroundings_.directories.tools.get(), description_.label,
                                           platform::maximumHelperBytes);
   if (!image)
@@ -94,7 +105,7 @@ void Job::launch() {
   plan.arguments = description_.arguments;
   plan.program = programOfImage(*image);
   plan.sockets = &endpoints_;
-  plan.root = surroundings_.root;
+  plan.root = surroundings_.directories.root.get();
   process_ = std::make_unique<JobProcess>(surroundings_.loop, surroundings_.log, plan,
                                           [this](const std::string& how) { processEnded(how); });
 }

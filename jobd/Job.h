@@ -30,7 +30,6 @@ struct JobSurroundings {
   EventLoop& loop;
   SystemLog& log;
   const RootDirectories& directories;
-  std::string root;
 };
 
 class Job {
@@ -43,7 +42,8 @@ class Job {
   Job(const Job&) = delete;
   Job& operator=(const Job&) = delete;
 
-  /// Opens the endpoints and waits for a connection.
+  /// Opens the endpoints and waits for a connection. Throws when the job names another program than
+  /// the helper of its label, as each start does too.
   void listen();
   /// Goes on as another version of itself. Endpoints of both stay open throughout; the old process
   /// is ended first, then `done` is called, and the next connection starts the new one.
@@ -58,6 +58,7 @@ class Job {
 
  private:
   [[nodiscard]] bool isStopping() const { return !whenGone_.empty(); }
+  void refuseAnotherProgram() const;
   void openEndpoints();
   void closeEndpoint(const ListeningSocket& endpoint) const;
   void awaitConnection();

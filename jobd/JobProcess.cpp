@@ -9,10 +9,10 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "platform/services/ServiceError.h"
+#include "platform/services/SystemRoot.h"
 
 extern "C" {
 #include <sys/pidfd.h>  // some versions of the C library forgot to say that these are C functions
@@ -50,24 +50,19 @@ FileDescriptor sealedProgram(const std::string& name, std::span<const std::uint8
   return file;
 }
 
-std::string socketNames(const std::vector<ListeningSocket>& sockets) {
+std::string descriptorNames(const std::vector<ListeningSocket>& sockets) {
   std::string names;
-  for (const auto& socket : sockets) names += (names.empty() ? "" : ":") + socket.service;
-  return names;
+  for (const auto& socket : sockets) names += socket.service + ":";
+  return names.append(platform::rootDescriptorName);
 }
 
-/// All that a job is told by its environment.
+/// All that a job is told by its environment: the socket hand-over protocol. Nothing comes from the
+/// daemon's own.
 std::vector<std::string> jobEnvironment(const ProcessPlan& plan) {
-  std::vector<std::string> environment{
-      "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
-      "WLHID_ROOT=" + plan.root, "LISTEN_FDS=" + std::to_string(plan.sockets->size()),
-      "LISTEN_FDNAMES=" + socketNames(*plan.sockets), "LISTEN_PID=" + std::to_string(::getpid())};
-  for (const char* name : {"HOME", "TZ", "LANG"}) {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread
-    if (const char* value = std::getenv(name))
-      environment.push_back(std::string(name) + "=" + value);
-  }
-  return environment;
+  return {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
+          "LISTEN_FDS=" + std::to_string(plan.sockets->size() + 1),
+          "LISTEN_FDNAMES=" + descriptorNames(*plan.sockets),
+          "LISTEN_PID=" + std::to_string(::getpid())};
 }
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
@@ -78,24 +73,25 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   return result;
 }
 
-/// Lays out descriptors as the program expects them: streams, sockets, then the program itself, and
-/// no more. All of them go through numbers above the final ones first, so that none is overwritten
-/// before it has moved.
+/// Lays out descriptors as the program expects them: streams, sockets, the root, then the program
+/// itself, and no more. All of them go through numbers above the final ones first, so that none is
+/// overwritten before it has moved.
 int arrangeDescriptors(const ProcessPlan& plan, int program, int output) {
-  const int count = static_cast<int>(plan.sockets->size());
-  const int above = firstPassedDescriptor + count + 1;
+  std::vector<int> handedOn;
+  for (const auto& each : *plan.sockets) handedOn.push_back(each.socket.get());
+  handedOn.push_back(plan.root);
+  const int count = static_cast<int>(handedOn.size());
+  const int final = firstPassedDescriptor + count;
+  const int above = final + 1;
   const int programAbove = ::fcntl(program, F_DUPFD_CLOEXEC, above);
   const int outputAbove = ::fcntl(output, F_DUPFD_CLOEXEC, above);
-  std::vector<int> socketsAbove;
-  for (const auto& each : *plan.sockets)
-    socketsAbove.push_back(::fcntl(each.socket.get(), F_DUPFD_CLOEXEC, above));
+  for (int& each : handedOn) each = ::fcntl(each, F_DUPFD_CLOEXEC, above);
   const int null = ::open("/dev/null", O_RDONLY);
   ::dup2(null, 0);
   ::dup2(outputAbove, 1);
   ::dup2(outputAbove, 2);
   for (int i = 0; i < count; ++i)
-    ::dup2(socketsAbove[static_cast<std::size_t>(i)], firstPassedDescriptor + i);
-  const int final = firstPassedDescriptor + count;
+    ::dup2(handedOn[static_cast<std::size_t>(i)], firstPassedDescriptor + i);
   ::dup3(programAbove, final, O_CLOEXEC);
   ::close_range(static_cast<unsigned>(final) + 1, ~0U, 0);
   return final;

@@ -33,7 +33,7 @@ struct ProcessPlan {
   std::vector<std::string> arguments;
   std::span<const std::uint8_t> program;                  ///< an ELF executable
   const std::vector<ListeningSocket>* sockets = nullptr;  ///< handed on as descriptors 3, 4, …
-  std::string root;
+  int root = -1;  ///< the system root's directory, handed on behind the sockets
 };
 
 class JobProcess {

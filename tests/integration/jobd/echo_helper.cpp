@@ -106,6 +106,7 @@ void takeSockets(Helper& helper) {
   for (int i = 0; i < std::atoi(count); ++i) {
     std::string name;
     std::getline(list, name, ':');
+    if (name == ".root") continue;  // the system root's directory
     helper.listeners.push_back({3 + i, POLLIN, 0});
     helper.names.push_back(name);
   }

@@ -12,6 +12,7 @@
 #include "platform/services/ServiceError.h"
 #include "tests/support/HelperImages.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/unit/jobd/FileOperations.h"
 
 namespace {
 
@@ -93,6 +94,28 @@ TEST_F(HelperInstallerTest, PutsExecutableAndJobFileInPlace) {
   EXPECT_EQ(read->arguments, job.arguments);
   EXPECT_EQ(read->services, job.services);
   EXPECT_THAT(strays(), testing::IsEmpty());
+}
+
+TEST_F(HelperInstallerTest, EverythingIsOnDiskBeforeItHasItsName) {
+  install(oldImage);
+  fileoperations::record();
+  install(newImage);
+  const std::string tool = label;
+  const std::string job = tool + ".plist";
+  EXPECT_THAT(fileoperations::recorded(),
+              testing::ElementsAre(
+                  "write .staging." + tool, "mode .staging." + tool, "sync .staging." + tool,
+                  "write .staging." + job, "mode .staging." + job, "sync .staging." + job,
+                  "rename .staging." + tool + " " + tool, "sync PrivilegedHelperTools",
+                  "rename .staging." + job + " " + job, "sync LaunchDaemons"));
+}
+
+TEST_F(HelperInstallerTest, ARemovalIsOnDiskJobFileFirst) {
+  install(newImage);
+  fileoperations::record();
+  EXPECT_TRUE(HelperInstaller(directories, root).remove(label));
+  EXPECT_THAT(fileoperations::recorded(),
+              testing::ElementsAre("sync LaunchDaemons", "sync PrivilegedHelperTools"));
 }
 
 TEST_F(HelperInstallerTest, TakesTheWholeFileWhateverTheDescriptorsOffset) {
