@@ -1,7 +1,9 @@
 #include "jobd/Daemon.h"
 
+#include <poll.h>
 #include <sys/inotify.h>
 #include <sys/signalfd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +14,11 @@
 
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
+#include "platform/services/UnixSocket.h"
+
+extern "C" {
+#include <sys/pidfd.h>  // some versions of the C library forgot to say that these are C functions
+}
 
 namespace jobd {
 namespace {
@@ -25,6 +32,20 @@ void drain(int descriptor) {
   std::array<char, 4096> buffer{};
   while (::read(descriptor, buffer.data(), buffer.size()) > 0) {
   }
+}
+
+/// Who listens on a socket file; nobody when its maker has gone. A job may hold a socket for a moment
+/// longer than the daemon that made it, which does not count: the kernel is ending it.
+std::optional<std::string> livingListener(int directory, const std::string& name) {
+  const auto socket = platform::connectUnixSocketAt(directory, name, SOCK_STREAM | SOCK_NONBLOCK);
+  if (!socket) return errno == EAGAIN ? std::optional<std::string>("somebody") : std::nullopt;
+  const auto listener = platform::peerCredentials(socket.get());
+  if (!listener) return std::nullopt;
+  const platform::FileDescriptor process(::pidfd_open(listener->process, 0));
+  pollfd ended{process.get(), POLLIN, 0};
+  const bool isAlive = process && ::poll(&ended, 1, 0) == 0;
+  if (!isAlive) return std::nullopt;
+  return "process " + std::to_string(listener->process);
 }
 
 std::string nameOf(const platform::PeerCredentials& caller) {
@@ -114,7 +135,8 @@ void Daemon::loadJob(const std::string& label) {
   auto description = platform::parseJobFile(*bytes, label, &reason);
   if (!description)
     throw ServiceError(ServiceErrorCode::FileSystem, "its job file cannot be used: " + reason);
-  refuseTakenServices(*description);
+  refuseTakenNames(*description);
+  refuseLiveEndpoints(*description);
   auto job = std::make_unique<Job>(surroundings_, std::move(*description));
   job->listen();
   jobs_[label] = std::move(job);
@@ -154,8 +176,10 @@ void Daemon::handle(const ControlRequest& request, platform::FileDescriptor desc
 void Daemon::bless(const std::string& label, const platform::FileDescriptor& helper,
                    const Reply& reply) {
   if (!helper) throw ServiceError(ServiceErrorCode::Protocol, "no helper came with the request");
-  auto description = installer_.install(helper.get(), label,
-                                        [this](const auto& job) { refuseTakenServices(job); });
+  auto description = installer_.install(helper.get(), label, [this](const auto& job) {
+    refuseTakenNames(job);
+    refuseLiveEndpoints(job);
+  });
   log_.note("installed " + label);
   adopt(std::move(description), reply);
 }
@@ -210,16 +234,42 @@ void Daemon::replyWithStatus(const Reply& reply) const {
   reply(status);
 }
 
-void Daemon::refuseTakenServices(const platform::JobDescription& description) const {
+/// A name, label or service, belongs to the job that holds it, and a service that is called as a
+/// job is to that job.
+void Daemon::refuseTakenNames(const platform::JobDescription& description) const {
+  const auto refuse = [](const std::string& name, const std::string& owner) {
+    throw ServiceError(ServiceErrorCode::InvalidImage,
+                       "the service " + name + " belongs to the job " + owner);
+  };
+  std::vector<std::string> wanted = description.services;
+  for (const auto& service : wanted) {
+    if (service != description.label && isLabelOfJob(service)) refuse(service, service);
+  }
+  wanted.push_back(description.label);
   for (const auto& [label, job] : jobs_) {
     if (label == description.label) continue;
     for (const auto& service : job->description().services) {
-      const auto& wanted = description.services;
-      if (std::find(wanted.begin(), wanted.end(), service) == wanted.end()) continue;
-      std::string cause = "the service ";
-      cause.append(service).append(" belongs to the job ").append(label);
-      throw ServiceError(ServiceErrorCode::InvalidImage, cause);
+      if (std::find(wanted.begin(), wanted.end(), service) != wanted.end()) refuse(service, label);
     }
+  }
+}
+
+bool Daemon::isLabelOfJob(const std::string& name) const {
+  if (jobs_.contains(name)) return true;
+  const auto labels = labelsOfJobFiles(directories_.jobs.get());
+  return std::find(labels.begin(), labels.end(), name) != labels.end();
+}
+
+/// Nobody else's socket is replaced either: the job's own are open already, and what a daemon that
+/// was killed left behind has no living owner.
+void Daemon::refuseLiveEndpoints(const platform::JobDescription& description) const {
+  const auto own = jobs_.find(description.label);
+  for (const auto& service : description.services) {
+    if (own != jobs_.end() && own->second->offers(service)) continue;
+    const auto listener = livingListener(directories_.run.get(), service + ".sock");
+    if (!listener) continue;
+    throw ServiceError(ServiceErrorCode::Busy,
+                       *listener + " listens on the service " + service + "; end it first");
   }
 }
 

@@ -56,7 +56,9 @@ class Daemon {
   void remove(const std::string& label, bool wait, const Reply& reply);
   void retire(Jobs::iterator job, const std::function<void()>& gone);
   void replyWithStatus(const Reply& reply) const;
-  void refuseTakenServices(const platform::JobDescription& description) const;
+  void refuseTakenNames(const platform::JobDescription& description) const;
+  void refuseLiveEndpoints(const platform::JobDescription& description) const;
+  [[nodiscard]] bool isLabelOfJob(const std::string& name) const;
   void considerIdleness();
   void endIfIdle();
   void shutDown();

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <iterator>
 
 #include "jobd/HelperImage.h"
 #include "platform/services/RootFiles.h"
@@ -29,32 +30,47 @@ CrashThrottle::Duration since(EventLoop::Clock::time_point start) {
 }  // namespace
 
 void Job::listen() {
-  openEndpoints();
+  openEndpoints(description_.services);
   awaitConnection();
 }
 
-/// Opens the endpoints that are missing and closes those that are no longer offered.
-void Job::openEndpoints() {
-  const auto& services = description_.services;
-  std::vector<ListeningSocket> endpoints;
+bool Job::offers(const std::string& service) const {
+  return std::any_of(endpoints_.begin(), endpoints_.end(),
+                     [&](const auto& each) { return each.service == service; });
+}
+
+/// All of them or, with an exception, none.
+std::vector<ListeningSocket> Job::openMissing(const std::vector<std::string>& services) const {
+  std::vector<ListeningSocket> opened;
   for (const auto& service : services) {
-    const auto open = std::find_if(endpoints_.begin(), endpoints_.end(),
-                                   [&](const auto& each) { return each.service == service; });
-    if (open != endpoints_.end()) {
-      endpoints.push_back({service, std::move(open->socket)});
-      continue;
-    }
+    if (offers(service)) continue;
     auto socket =
         platform::listenUnixSocketAt(surroundings_.directories.run.get(), endpointName(service),
                                      SOCK_STREAM, backlog, endpointMode);
-    if (!socket)
-      throw platform::fileSystemError("cannot listen on " + endpointName(service), errno);
-    endpoints.push_back({service, std::move(socket)});
+    if (socket) {
+      opened.push_back({service, std::move(socket)});
+      continue;
+    }
+    const int error = errno;
+    for (const auto& each : opened) closeEndpoint(each);
+    throw platform::fileSystemError("cannot listen on " + endpointName(service), error);
   }
-  for (const auto& old : endpoints_) {
-    if (old.socket) closeEndpoint(old);
+  return opened;
+}
+
+/// Opens the endpoints that are missing and closes those that are no longer offered.
+void Job::openEndpoints(const std::vector<std::string>& services) {
+  auto open = openMissing(services);
+  std::move(endpoints_.begin(), endpoints_.end(), std::back_inserter(open));
+  endpoints_.clear();
+  for (const auto& service : services) {
+    const auto found = std::find_if(open.begin(), open.end(),
+                                    [&](const auto& each) { return each.service == service; });
+    endpoints_.push_back({service, std::move(found->socket)});
   }
-  endpoints_ = std::move(endpoints);
+  for (const auto& left : open) {
+    if (left.socket) closeEndpoint(left);
+  }
 }
 
 void Job::closeEndpoint(const ListeningSocket& endpoint) const {
@@ -123,8 +139,8 @@ void Job::holdBack(CrashThrottle::Duration ran) {
 }
 
 void Job::replaceWith(platform::JobDescription description, Gone done) {
+  openEndpoints(description.services);
   description_ = std::move(description);
-  openEndpoints();
   throttle_ = {};
   stop(std::move(done));
 }

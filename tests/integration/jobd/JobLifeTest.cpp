@@ -136,7 +136,7 @@ TEST_F(JobLife, TheHelperGetsItsSocketsAndNothingElse) {
   // helper's business.
   const platform::FileDescriptor secret(::open("/etc/passwd", O_RDONLY));
   ::setenv("WLHID_TEST_SECRET", "1", 1);
-  ASSERT_TRUE(bless(image({echoLabel, "1.0", ECHO_HELPER, {echoLabel, "com.quillmar.second"}}))
+  ASSERT_TRUE(bless(image({echoLabel, "1.0", ECHO_HELPER, {echoLabel, "com.quillmar.echo.second"}}))
                   .succeeded());
   Client client = connect();
   EXPECT_THAT(client.ask("fds"),
@@ -146,11 +146,12 @@ TEST_F(JobLife, TheHelperGetsItsSocketsAndNothingElse) {
   EXPECT_THAT(environment, HasSubstr("WLHID_ROOT=" + root.path().string() + "|"));
   EXPECT_THAT(
       environment,
-      HasSubstr("LISTEN_FDS=2|LISTEN_FDNAMES=com.quillmar.echo:com.quillmar.second|LISTEN_PID="));
+      HasSubstr(
+          "LISTEN_FDS=2|LISTEN_FDNAMES=com.quillmar.echo:com.quillmar.echo.second|LISTEN_PID="));
   EXPECT_THAT(environment, testing::Not(HasSubstr("SECRET")));
   EXPECT_THAT(client.ask("exe"), testing::StartsWith("/memfd:com.quillmar.echo"));
-  Client second = connect("com.quillmar.second");
-  EXPECT_EQ(second.ask("service"), "com.quillmar.second");
+  Client second = connect("com.quillmar.echo.second");
+  EXPECT_EQ(second.ask("service"), "com.quillmar.echo.second");
   EXPECT_EQ(client.ask("service"), echoLabel);
   EXPECT_EQ(second.process().identifier(), client.process().identifier());
 
@@ -216,18 +217,19 @@ TEST_F(JobLife, ANewVersionReplacesTheRunningOne) {
   ASSERT_TRUE(bless(echoImage("1.0")).succeeded());
   Client old = connect();
   const Process oldProcess = old.process();
-  const auto newImage = image({echoLabel, "2.0", ECHO_HELPER, {"com.quillmar.second", echoLabel}});
+  const auto newImage =
+      image({echoLabel, "2.0", ECHO_HELPER, {"com.quillmar.echo.second", echoLabel}});
   ASSERT_TRUE(bless(newImage).succeeded());
   EXPECT_FALSE(oldProcess.isThere());
   EXPECT_EQ(old.receive(), "bye");
   EXPECT_EQ(testsupport::readFile(root.helperTool(echoLabel)), testsupport::readFile(newImage));
   EXPECT_EQ(connect().ask("echo new"), "new");
-  EXPECT_EQ(connect("com.quillmar.second").ask("service"), "com.quillmar.second");
+  EXPECT_EQ(connect("com.quillmar.echo.second").ask("service"), "com.quillmar.echo.second");
 
   ASSERT_TRUE(bless(echoImage("3.0")).succeeded());
-  EXPECT_FALSE(fs::exists(root.endpoint("com.quillmar.second")))
+  EXPECT_FALSE(fs::exists(root.endpoint("com.quillmar.echo.second")))
       << "an endpoint that is offered no more";
-  EXPECT_EQ(connectResult("com.quillmar.second").outcome, Outcome::UnknownName);
+  EXPECT_EQ(connectResult("com.quillmar.echo.second").outcome, Outcome::UnknownName);
 }
 
 TEST_F(JobLife, AHelperThatDoesNotListenToReasonIsKilled) {
@@ -261,12 +263,73 @@ TEST_F(JobLife, WhatIsNoHelperIsRefusedAndChangesNothing) {
   EXPECT_EQ(bless(temporary.path()).code, ServiceErrorCode::FileSystem);
   EXPECT_EQ(bless(image({"com.other", "1.0", ECHO_HELPER, {}})).code,
             ServiceErrorCode::InvalidImage);
-  const auto taken = bless(image({"com.other", "1.0", ECHO_HELPER, {echoLabel}}), "com.other");
-  EXPECT_EQ(taken.code, ServiceErrorCode::InvalidImage);
-  EXPECT_EQ(taken.message, "the service com.quillmar.echo belongs to the job com.quillmar.echo");
   EXPECT_EQ(testsupport::readFile(root.helperTool(echoLabel)), installed);
   EXPECT_EQ(client.ask("echo undisturbed"), "undisturbed");
   EXPECT_FALSE(fs::exists(root.jobFile("com.other")));
+}
+
+TEST_F(JobLife, AForeignHelperGetsNeitherNameNorSocketOfAnother) {
+  ASSERT_TRUE(bless(echoImage("1.0")).succeeded());
+  Client client = connect();
+  const auto other = bless(image({"com.other", "1.0", ECHO_HELPER, {echoLabel}}), "com.other");
+  EXPECT_EQ(other.code, ServiceErrorCode::InvalidImage);
+  EXPECT_EQ(other.message,
+            "the helper's job cannot be kept: the service com.quillmar.echo is not its own: it may "
+            "offer com.other and names below that");
+  // A label above the other's makes its name one that may be offered, but it is held already.
+  const auto above = bless(image({"com.quillmar", "1.0", ECHO_HELPER, {"com.quillmar", echoLabel}}),
+                           "com.quillmar");
+  EXPECT_EQ(above.code, ServiceErrorCode::InvalidImage);
+  EXPECT_EQ(above.message, "the service com.quillmar.echo belongs to the job com.quillmar.echo");
+  EXPECT_FALSE(fs::exists(root.jobFile("com.other")));
+  EXPECT_FALSE(fs::exists(root.jobFile("com.quillmar")));
+  EXPECT_EQ(client.ask("echo undisturbed"), "undisturbed");
+  EXPECT_EQ(connect().ask("pid"), client.ask("pid"));
+}
+
+TEST_F(JobLife, ANameThatAnotherJobOffersIsNoLabel) {
+  const std::string below = "com.quillmar.echo.below";
+  ASSERT_TRUE(bless(image({echoLabel, "1.0", ECHO_HELPER, {echoLabel, below}})).succeeded());
+  Client client = connect(below);
+  const auto refused = bless(image({below, "1.0", ECHO_HELPER, {below + ".further"}}), below);
+  EXPECT_EQ(refused.code, ServiceErrorCode::InvalidImage);
+  EXPECT_EQ(refused.message,
+            "the service com.quillmar.echo.below belongs to the job "
+            "com.quillmar.echo");
+  EXPECT_EQ(client.ask("service"), below);
+  // Once it is offered no more, it is free.
+  ASSERT_TRUE(bless(echoImage("1.1")).succeeded());
+  EXPECT_TRUE(bless(image({below, "1.0", ECHO_HELPER, {}}), below).succeeded());
+  const auto back = bless(image({echoLabel, "1.2", ECHO_HELPER, {echoLabel, below}}));
+  EXPECT_EQ(back.code, ServiceErrorCode::InvalidImage) << "its old name is another's now";
+}
+
+TEST_F(JobLife, ASocketThatSomebodyListensOnIsNotReplaced) {
+  ASSERT_TRUE(bless(echoImage("1.0")).succeeded());
+  const std::string taken = "com.quillmar.echo.taken";
+  const std::string installed = testsupport::readFile(root.helperTool(echoLabel));
+  platform::FileDescriptor listener(
+      platform::listenUnixSocket(root.endpoint(taken).string(), SOCK_STREAM, 8, 0600));
+  ASSERT_TRUE(listener);
+  Client client = connect();
+  const auto image2 = image({echoLabel, "2.0", ECHO_HELPER, {echoLabel, taken}});
+  const auto refused = bless(image2);
+  EXPECT_EQ(refused.code, ServiceErrorCode::Busy);
+  EXPECT_EQ(refused.message, "process " + std::to_string(::getpid()) +
+                                 " listens on the service com.quillmar.echo.taken; end it first");
+  EXPECT_EQ(testsupport::readFile(root.helperTool(echoLabel)), installed);
+  EXPECT_EQ(client.ask("echo undisturbed"), "undisturbed");
+  listener.reset();
+  EXPECT_TRUE(bless(image2).succeeded()) << "a dead socket is replaced";
+  EXPECT_EQ(connect(taken).ask("service"), taken);
+}
+
+TEST_F(JobLife, AnUpdateThatCannotListenLeavesTheOldEndpointsOpen) {
+  ASSERT_TRUE(bless(echoImage("1.0")).succeeded());
+  const std::string blocked = "com.quillmar.echo.blocked";
+  fs::create_directories(root.endpoint(blocked) / "not empty");
+  EXPECT_FALSE(bless(image({echoLabel, "2.0", ECHO_HELPER, {blocked, echoLabel}})).succeeded());
+  EXPECT_EQ(connect().ask("echo still there"), "still there");
 }
 
 TEST_F(JobLife, WhatTheHelperWritesIsLoggedOneLineAnEntry) {
