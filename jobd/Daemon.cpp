@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <iterator>
+#include <sstream>
 
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
@@ -34,8 +36,19 @@ void drain(int descriptor) {
   }
 }
 
-/// Who listens on a socket file; nobody when its maker has gone. A job may hold a socket for a moment
-/// longer than the daemon that made it, which does not count: the kernel is ending it.
+std::string joined(const std::vector<std::string>& words) {
+  std::string text;
+  for (const auto& word : words) text += (text.empty() ? "" : " ") + word;
+  return text;
+}
+
+std::vector<std::string> separated(const std::string& text) {
+  std::istringstream words(text);
+  return {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
+}
+
+/// Who listens on a socket file; nobody when its maker has gone. A job may hold a socket for a
+/// moment longer than the daemon that made it, which does not count: the kernel is ending it.
 std::optional<std::string> livingListener(int directory, const std::string& name) {
   const auto socket = platform::connectUnixSocketAt(directory, name, SOCK_STREAM | SOCK_NONBLOCK);
   if (!socket) return errno == EAGAIN ? std::optional<std::string>("somebody") : std::nullopt;
@@ -155,33 +168,74 @@ void Daemon::authorize(const platform::PeerCredentials& caller, const std::strin
 void Daemon::handle(const ControlRequest& request, platform::FileDescriptor descriptor,
                     const Reply& reply) try {
   idleTimer_.end();
-  if (request.operation == ControlRequest::Operation::Status) {
+  if (request.operation == ControlRequest::Operation::Status)
     replyWithStatus(reply);
-    return;
-  }
-  if (isShuttingDown_ || departing_.contains(request.label)) {
-    throw ServiceError(ServiceErrorCode::Busy, request.label + " is just being removed");
-  }
-  if (request.operation == ControlRequest::Operation::Bless) {
-    bless(request.label, descriptor, reply);
-  } else {
-    remove(request.label, request.wait, reply);
-  }
+  else
+    changeJob(request, std::move(descriptor), reply);
 } catch (const ServiceError& error) {
   reply(controlReply(error.code(), error.what()));
 } catch (const std::exception& error) {
   reply(controlReply(ServiceErrorCode::FileSystem, error.what()));
 }
 
-void Daemon::bless(const std::string& label, const platform::FileDescriptor& helper,
-                   const Reply& reply) {
+void Daemon::changeJob(const ControlRequest& request, platform::FileDescriptor descriptor,
+                       const Reply& reply) {
+  if (isShuttingDown_ || departing_.contains(request.label))
+    throw ServiceError(ServiceErrorCode::Busy, request.label + " is just being removed; try again");
+  const auto copy = copies_.find(request.label);
+  if (copy != copies_.end()) {
+    if (copy->second.task->isGivenUp())
+      throw ServiceError(ServiceErrorCode::Busy,
+                         "an installation of " + request.label + " hangs; try again later");
+    copy->second.waiting.push_back({request, std::move(descriptor), reply});
+  } else if (request.operation == ControlRequest::Operation::Bless) {
+    bless(request.label, std::move(descriptor), reply);
+  } else {
+    remove(request.label, request.wait, reply);
+  }
+}
+
+void Daemon::bless(const std::string& label, platform::FileDescriptor helper, const Reply& reply) {
   if (!helper) throw ServiceError(ServiceErrorCode::Protocol, "no helper came with the request");
-  auto description = installer_.install(helper.get(), label, [this](const auto& job) {
+  if (copies_.size() >= maximumCopies)
+    throw ServiceError(ServiceErrorCode::Busy, "too much is being installed; try again");
+  const int tools = directories_.tools.get();
+  ChildTask::Plan plan;
+  plan.name = "the copy of " + label;
+  plan.descriptors = {tools, helper.get()};
+  plan.work = [tools, source = helper.get(), label] {
+    return joined(stageHelper(tools, source, label));
+  };
+  copies_[label].task = std::make_unique<ChildTask>(
+      loop_, plan, [this, label, reply](const auto& copied) { finishBless(label, copied, reply); },
+      [this, label] { copyEnded(label); });
+}
+
+void Daemon::finishBless(const std::string& label, const ChildTask::Outcome& copied,
+                         const Reply& reply) try {
+  if (copied.code != ServiceErrorCode::None) throw ServiceError(copied.code, copied.text);
+  if (isShuttingDown_)
+    throw ServiceError(ServiceErrorCode::Busy, "the job daemon is ending; try again");
+  auto description = installer_.putInPlace(label, separated(copied.text), [this](const auto& job) {
     refuseTakenNames(job);
     refuseLiveEndpoints(job);
   });
   log_.note("installed " + label);
   adopt(std::move(description), reply);
+} catch (const ServiceError& error) {
+  reply(controlReply(error.code(), error.what()));
+} catch (const std::exception& error) {
+  reply(controlReply(ServiceErrorCode::FileSystem, error.what()));
+}
+
+void Daemon::copyEnded(const std::string& label) {
+  auto copy = copies_.extract(label);
+  // Called from within the task, which therefore goes a turn later.
+  endedCopies_.push_back(std::move(copy.mapped().task));
+  copySweep_ = loop_.after(std::chrono::milliseconds::zero(), [this] { endedCopies_.clear(); });
+  discardStagedHelper(directories_.tools.get(), label);  // there is one if it was given up
+  for (auto& each : copy.mapped().waiting)
+    handle(each.request, std::move(each.descriptor), each.reply);
 }
 
 /// Takes over a job that has just been put in place.

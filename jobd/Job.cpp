@@ -8,8 +8,6 @@
 #include <csignal>
 #include <iterator>
 
-#include "jobd/HelperImage.h"
-#include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
 #include "platform/services/UnixSocket.h"
 
@@ -100,15 +98,10 @@ void Job::start() {
 }
 
 void Job::launch() {
-  const auto image = platform::readFileIn(surroundings_.directories.tools.get(), description_.label,
-                                          platform::maximumHelperBytes);
-  if (!image)
-    throw platform::ServiceError(platform::ServiceErrorCode::FileSystem,
-                                 "its executable is missing");
   ProcessPlan plan;
   plan.label = description_.label;
   plan.arguments = description_.arguments;
-  plan.program = programOfImage(*image);
+  plan.tools = surroundings_.directories.tools.get();
   plan.sockets = &endpoints_;
   plan.root = surroundings_.root;
   process_ = std::make_unique<JobProcess>(surroundings_.loop, surroundings_.log, plan,

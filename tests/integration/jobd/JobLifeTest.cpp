@@ -1,11 +1,14 @@
 // A job from its installation to its removal, with real processes.
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/fanotify.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <sstream>
+#include <thread>
 
 #include "platform/foundation/NSArray.h"
 #include "platform/services/UnixSocket.h"
@@ -148,7 +151,8 @@ TEST_F(JobLife, TheHelperGetsItsSocketsAndNothingElse) {
       environment,
       HasSubstr(
           "LISTEN_FDS=2|LISTEN_FDNAMES=com.quillmar.echo:com.quillmar.echo.second|LISTEN_PID="));
-  EXPECT_THAT(environment, testing::Not(HasSubstr("SECRET")));
+  for (const char* name : {"SECRET", "HOME=", "TZ=", "LANG="})
+    EXPECT_THAT(environment, testing::Not(HasSubstr(name)));
   EXPECT_THAT(client.ask("exe"), testing::StartsWith("/memfd:com.quillmar.echo"));
   Client second = connect("com.quillmar.echo.second");
   EXPECT_EQ(second.ask("service"), "com.quillmar.echo.second");
@@ -161,6 +165,69 @@ TEST_F(JobLife, TheHelperGetsItsSocketsAndNothingElse) {
     EXPECT_NE(fs::read_symlink(entry.path(), ignored), "/etc/passwd");
   }
   ::unsetenv("WLHID_TEST_SECRET");
+}
+
+TEST_F(JobLife, TheHelperLeavesNoCoreAndGainsNoRights) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  EXPECT_EQ(connect().ask("limits"), "core 0 of 0, no_new_privs 1");
+}
+
+TEST_F(JobLife, ASparseHelperCostsTheDaemonNoMemory) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  const auto peakKilobytes = [&] {
+    const auto status =
+        testsupport::readFile("/proc/" + std::to_string(daemonProcess().identifier()) + "/status");
+    const auto peak = status.find("VmHWM:");
+    return peak == std::string::npos ? 0UL : std::stoul(status.substr(peak + 6));
+  };
+  const auto before = peakKilobytes();
+  ASSERT_GT(before, 0U);
+  const auto image = echoImage("2.0");
+  fs::resize_file(image, 60U << 20);  // all but its beginning is a hole
+  ASSERT_TRUE(bless(image).succeeded());
+  EXPECT_EQ(connect().ask("echo runs"), "runs");
+  EXPECT_LT(peakKilobytes(), before + 20U * 1024);
+  fs::resize_file(image, 65U << 20);
+  const auto tooLarge = bless(image);
+  EXPECT_EQ(tooLarge.code, ServiceErrorCode::FileSystem);
+  EXPECT_EQ(tooLarge.message, "the helper is larger than 67108864 bytes");
+}
+
+TEST_F(JobLife, AHelperWhoseReadIsNeverAnsweredHoldsUpNobody) {
+  // A guard that answers no read of the image, as a file system that hangs would; only the
+  // superuser may set one up.
+  const auto image = echoImage("6.6");
+  const platform::FileDescriptor guard(
+      ::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC, O_RDONLY | O_LARGEFILE));
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  if (!guard ||
+      ::fanotify_mark(guard.get(), FAN_MARK_ADD, FAN_ACCESS_PERM, AT_FDCWD, image.c_str()) != 0)
+    GTEST_SKIP() << "needs the superuser";
+  std::thread hung([&] { EXPECT_FALSE(bless(image).succeeded()); });
+  pollfd asked{guard.get(), POLLIN, 0};
+  EXPECT_EQ(::poll(&asked, 1, patienceMilliseconds), 1);
+  EXPECT_EQ(connect().ask("echo served"), "served");
+  EXPECT_TRUE(daemon().status());
+  const std::string other = "com.quillmar.other";
+  EXPECT_TRUE(bless(this->image({other, "1.0", ECHO_HELPER, {}}), other).succeeded());
+  const Process process = daemonProcess();
+  process.signal(SIGTERM);
+  EXPECT_TRUE(process.hasGone());
+  hung.join();
+}
+
+TEST_F(JobLife, InstallationsOfOneJobTakeTurns) {
+  const auto one = echoImage("1.0");
+  const auto two = echoImage("2.0");
+  std::vector<std::thread> installers;
+  for (int i = 0; i < 4; ++i) {
+    installers.emplace_back([&, i] {
+      const auto reply = bless(i % 2 == 0 ? one : two);
+      EXPECT_TRUE(reply.succeeded()) << reply.message;
+    });
+  }
+  for (auto& each : installers) each.join();
+  EXPECT_EQ(connect().ask("echo whole"), "whole");
 }
 
 TEST_F(JobLife, NoChildStaysWithTheApplication) {
