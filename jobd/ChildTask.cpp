@@ -94,8 +94,8 @@ ChildTask::~ChildTask() {
 void ChildTask::giveUp() {
   ::pidfd_send_signal(process_.get(), SIGKILL, nullptr, 0);
   const auto done = std::exchange(done_, nullptr);
-  done({ServiceErrorCode::TimedOut,
-        name_ + " took too long: a file that it reads does not answer"});
+  done(
+      {ServiceErrorCode::TimedOut, name_ + " took too long: a file that it reads does not answer"});
 }
 
 ChildTask::Outcome ChildTask::readOutcome() const {

@@ -30,6 +30,8 @@ using platform::ControlRequest;
 using platform::ServiceError;
 using platform::ServiceErrorCode;
 
+constexpr std::chrono::milliseconds leftOutInterval{1000};  // an entry a second says enough
+
 void drain(int descriptor) {
   std::array<char, 4096> buffer{};
   while (::read(descriptor, buffer.data(), buffer.size()) > 0) {
@@ -80,6 +82,9 @@ Daemon::Daemon(const platform::SystemRoot& root, RootDirectories directories,
       surroundings_{loop_, log_, directories_, root.path().string()},
       idleTime_(idleTime) {
   watchSignals();
+  log_.whenLeavingOut([this] {
+    leftOutTimer_ = loop_.after(leftOutInterval, [this] { log_.sayWhatWasLeftOut(); });
+  });
   installer_.removeStagingFiles();
   loadJobs();
   server_ = std::make_unique<ControlServer>(
@@ -354,7 +359,9 @@ void Daemon::shutDown() {
 }
 
 void Daemon::stopWhenEmpty() {
-  if (jobs_.empty() && departing_.empty()) loop_.stop();
+  if (!jobs_.empty() || !departing_.empty()) return;
+  log_.sayWhatWasLeftOut();
+  loop_.stop();
 }
 
 }  // namespace jobd

@@ -102,6 +102,7 @@ class Daemon {
   EventLoop::Token idleTimer_;
   EventLoop::Token sweep_;
   EventLoop::Token copySweep_;
+  EventLoop::Token leftOutTimer_;
   std::unique_ptr<ControlServer> server_;
 };
 

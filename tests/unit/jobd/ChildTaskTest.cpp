@@ -24,7 +24,7 @@ struct TaskRun {
 
 /// Runs the work until its child is gone, and counts turns of the loop meanwhile.
 TaskRun run(ChildTask::Work work, std::chrono::milliseconds patience = 30'000ms,
-        std::vector<int> descriptors = {}) {
+            std::vector<int> descriptors = {}) {
   jobd::EventLoop loop;
   TaskRun result;
   jobd::EventLoop::Token tick;
@@ -51,8 +51,7 @@ TEST(ChildTask, HandsOverResultsAndErrors) {
                        }).outcome;
   EXPECT_EQ(refused.code, ServiceErrorCode::InvalidImage);
   EXPECT_EQ(refused.text, "no image");
-  const auto failed =
-      run([]() -> std::string { throw std::runtime_error("no memory"); }).outcome;
+  const auto failed = run([]() -> std::string { throw std::runtime_error("no memory"); }).outcome;
   EXPECT_EQ(failed.code, ServiceErrorCode::FileSystem);
   EXPECT_EQ(failed.text, "no memory");
 }
@@ -81,9 +80,9 @@ TEST(ChildTask, TheChildHasNothingOpenThatItWasNotGiven) {
   const auto open = [](int descriptor) {
     return ::fcntl(descriptor, F_GETFD) >= 0 ? std::string("open ") : std::string("closed ");
   };
-  const auto outcome = run(
-      [&] { return open(one.get()) + open(secret.get()) + open(other.get()); }, 30'000ms,
-      {other.get(), one.get()}).outcome;
+  const auto outcome = run([&] { return open(one.get()) + open(secret.get()) + open(other.get()); },
+                           30'000ms, {other.get(), one.get()})
+                           .outcome;
   EXPECT_EQ(outcome.text, "open closed open ");
 }
 
@@ -92,14 +91,13 @@ TEST(ChildTask, AChildDiesWithItsTask) {
   std::array<int, 2> life{};
   ASSERT_EQ(::pipe2(life.data(), O_CLOEXEC), 0);
   {
-    const ChildTask task(
-        loop,
-        ChildTask::Plan{"the work",
-                        {life[1]},
-                        []() -> std::string {
-                          for (;;) ::pause();
-                        }},
-        nullptr, nullptr);
+    const ChildTask task(loop,
+                         ChildTask::Plan{"the work",
+                                         {life[1]},
+                                         []() -> std::string {
+                                           for (;;) ::pause();
+                                         }},
+                         nullptr, nullptr);
     ::close(life[1]);
   }
   char c = 0;
