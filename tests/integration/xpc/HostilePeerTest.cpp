@@ -287,7 +287,7 @@ class HostileClient : public XPCTest {};
 
 Bytes hello() {
   Bytes bytes{16, 0, 0, 0,   1,   0,   0,   0, 'W', 'L', 'H', 'X',
-              1,  0, 4, 'T', 'a', 'l', 'k', 4, 'T', 'a', 'l', 'k'};
+              2,  0, 4, 'T', 'a', 'l', 'k', 4, 'T', 'a', 'l', 'k'};
   return bytes;
 }
 
