@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
 
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
@@ -26,16 +27,12 @@ void drain(int descriptor) {
   }
 }
 
-ControlReply failureReply(ServiceErrorCode code, const std::string& message) {
-  ControlReply reply;
-  reply.code = code;
-  reply.message = message;
-  reply.daemonProcessIdentifier = ::getpid();
-  return reply;
-}
-
-ControlReply successReply() {
-  return failureReply(ServiceErrorCode::None, {});
+std::string nameOf(const platform::PeerCredentials& caller) {
+  const std::string process = std::to_string(caller.process);
+  std::error_code error;
+  const auto program = std::filesystem::read_symlink("/proc/" + process + "/exe", error);
+  return "process " + process + " (" + (error ? "unknown" : program.string()) + ") of user " +
+         std::to_string(caller.user);
 }
 
 }  // namespace
@@ -53,6 +50,8 @@ Daemon::Daemon(const platform::SystemRoot& root, RootDirectories directories,
   loadJobs();
   server_ = std::make_unique<ControlServer>(
       loop_, directories_.run.get(),
+      [this](const platform::PeerCredentials& caller, const std::string& label,
+             const auto& decided) { authorize(caller, label, decided); },
       [this](const ControlRequest& request, platform::FileDescriptor descriptor,
              const Reply& reply) { handle(request, std::move(descriptor), reply); },
       [this] { considerIdleness(); });
@@ -121,15 +120,22 @@ void Daemon::loadJob(const std::string& label) {
   jobs_[label] = std::move(job);
 }
 
+/// On a user's root the caller is who would be asked: its owner, or the superuser. That the owner
+/// was asked is the application's word; the log says whose.
+void Daemon::authorize(const platform::PeerCredentials& caller, const std::string& label,
+                       const std::function<void(bool)>& decided) {
+  const bool mayChange = caller.user == 0 || caller.user == ::geteuid();
+  log_.note("leave to change " + label + (mayChange ? " given to " : " refused to ") +
+            nameOf(caller));
+  decided(mayChange);
+}
+
 void Daemon::handle(const ControlRequest& request, platform::FileDescriptor descriptor,
                     const Reply& reply) try {
   idleTimer_.end();
   if (request.operation == ControlRequest::Operation::Status) {
     replyWithStatus(reply);
     return;
-  }
-  if (!platform::SystemRoot::isValidLabel(request.label)) {
-    throw ServiceError(ServiceErrorCode::InvalidArgument, "this is no valid label of a job");
   }
   if (isShuttingDown_ || departing_.contains(request.label)) {
     throw ServiceError(ServiceErrorCode::Busy, request.label + " is just being removed");
@@ -140,9 +146,9 @@ void Daemon::handle(const ControlRequest& request, platform::FileDescriptor desc
     remove(request.label, request.wait, reply);
   }
 } catch (const ServiceError& error) {
-  reply(failureReply(error.code(), error.what()));
+  reply(controlReply(error.code(), error.what()));
 } catch (const std::exception& error) {
-  reply(failureReply(ServiceErrorCode::FileSystem, error.what()));
+  reply(controlReply(ServiceErrorCode::FileSystem, error.what()));
 }
 
 void Daemon::bless(const std::string& label, const platform::FileDescriptor& helper,
@@ -158,13 +164,13 @@ void Daemon::bless(const std::string& label, const platform::FileDescriptor& hel
 void Daemon::adopt(platform::JobDescription description, const Reply& reply) {
   const auto found = jobs_.find(description.label);
   if (found != jobs_.end()) {
-    found->second->replaceWith(std::move(description), [reply] { reply(successReply()); });
+    found->second->replaceWith(std::move(description), [reply] { reply(controlReply()); });
     return;
   }
   auto job = std::make_unique<Job>(surroundings_, description);
   job->listen();
   jobs_[description.label] = std::move(job);
-  reply(successReply());
+  reply(controlReply());
 }
 
 void Daemon::remove(const std::string& label, bool wait, const Reply& reply) {
@@ -174,12 +180,12 @@ void Daemon::remove(const std::string& label, bool wait, const Reply& reply) {
     throw ServiceError(ServiceErrorCode::NoSuchJob, "there is no job " + label);
   log_.note("removed " + label);
   if (found == jobs_.end()) {
-    reply(successReply());
+    reply(controlReply());
     return;
   }
-  if (!wait) reply(successReply());
+  if (!wait) reply(controlReply());
   retire(found, [wait, reply] {
-    if (wait) reply(successReply());
+    if (wait) reply(controlReply());
   });
 }
 
@@ -199,7 +205,7 @@ void Daemon::retire(Jobs::iterator job, const std::function<void()>& gone) {
 }
 
 void Daemon::replyWithStatus(const Reply& reply) const {
-  ControlReply status = successReply();
+  ControlReply status = controlReply();
   for (const auto& [label, job] : jobs_) status.jobs.push_back(job->status());
   reply(status);
 }

@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "jobd/LogText.h"
+#include "platform/foundation/PrintableText.h"
 
 namespace jobd {
 namespace {
@@ -18,7 +19,7 @@ constexpr const char* oldFileName = "system.log.0";
 std::string hostName() {
   std::array<char, 256> name{};
   if (::gethostname(name.data(), name.size() - 1) != 0 || name[0] == '\0') return "localhost";
-  std::string host = harmless(name.data());
+  std::string host = platform::printableLine(name.data());
   for (char& c : host) {
     if (c == ' ') c = '_';  // the host is one word of an entry
   }

@@ -194,17 +194,16 @@ void JobDaemon::start() const {
                        "the job daemon did not start: " + cause);
 }
 
-std::optional<ControlReply> JobDaemon::askOnce(const FileDescriptor& socket,
-                                               const ControlRequest& request,
-                                               int descriptor) const {
-  if (!sendFrame(socket.get(), encode(request), descriptor)) return std::nullopt;
+std::optional<ControlReply> ControlConnection::tryAsk(const ControlRequest& request,
+                                                      int descriptor) {
+  if (!sendFrame(socket_.get(), encode(request), descriptor)) return std::nullopt;
   const auto deadline = Clock::now() + replyPatience;
   FrameReader reader;
   for (;;) {
-    if (!waitReadable(socket.get(), deadline)) {
+    if (!waitReadable(socket_.get(), deadline)) {
       throw ServiceError(ServiceErrorCode::TimedOut, "the job daemon did not answer in time");
     }
-    switch (reader.readFrom(socket.get())) {
+    switch (reader.readFrom(socket_.get())) {
       case FrameReader::State::NeedMore:
         continue;
       case FrameReader::State::Ended:
@@ -219,23 +218,42 @@ std::optional<ControlReply> JobDaemon::askOnce(const FileDescriptor& socket,
   }
 }
 
-ControlReply JobDaemon::ask(const ControlRequest& request, int descriptor) const {
+ControlReply ControlConnection::ask(const ControlRequest& request, int descriptor) {
+  if (auto reply = tryAsk(request, descriptor)) return std::move(*reply);
+  throw ServiceError(ServiceErrorCode::DaemonUnavailable,
+                     "the job daemon ended the connection before it answered; try again");
+}
+
+std::pair<ControlConnection, ControlReply> JobDaemon::openWith(const ControlRequest& request,
+                                                               int descriptor) const {
   // A daemon that had nothing left to keep may end just as it is asked; another one is started
   // then.
   for (int attempt = 0; attempt < attempts; ++attempt) {
     ensureRunning();
-    const auto socket = connect();
+    auto socket = connect();
     if (!socket) continue;
-    if (auto reply = askOnce(socket, request, descriptor)) return std::move(*reply);
+    ControlConnection connection(std::move(socket));
+    if (auto reply = connection.tryAsk(request, descriptor))
+      return {std::move(connection), std::move(*reply)};
   }
   throw ServiceError(ServiceErrorCode::DaemonUnavailable,
                      "the job daemon ended before it answered");
 }
 
+ControlReply JobDaemon::ask(const ControlRequest& request, int descriptor) const {
+  return openWith(request, descriptor).second;
+}
+
+ControlConnection JobDaemon::authorize(const std::string& label) const {
+  auto [connection, reply] = openWith({ControlRequest::Operation::Authorize, label, true}, -1);
+  if (!reply.succeeded()) throw ServiceError(reply.code, reply.message);
+  return std::move(connection);
+}
+
 std::optional<ControlReply> JobDaemon::status() const {
-  const auto socket = connect();
+  auto socket = connect();
   if (!socket) return std::nullopt;
-  return askOnce(socket, ControlRequest{}, -1);
+  return ControlConnection(std::move(socket)).tryAsk(ControlRequest{}, -1);
 }
 
 }  // namespace platform

@@ -7,7 +7,6 @@
 
 #include "platform/foundation/NSBundle.h"
 #include "platform/services/Grant.h"
-#include "platform/services/JobDaemon.h"
 #include "platform/services/JobFile.h"
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
@@ -31,11 +30,6 @@ std::string checkedLabel(std::string_view domain, const std::shared_ptr<NSString
     throw ServiceError(ServiceErrorCode::InvalidArgument, "this is no valid label of a job");
   }
   return label->UTF8String();
-}
-
-void checkAuthorization(const AuthorizationRef& authorization) {
-  if (!isGranted(authorization))
-    throw ServiceError(ServiceErrorCode::NotPermitted, "there is no authorization for this");
 }
 
 void throwIfFailed(const ControlReply& reply) {
@@ -96,7 +90,7 @@ class RootServices final : public ServicesProvider {
       const ControlRequest request{ControlRequest::Operation::Remove, checkedLabel(domain, label),
                                    wait};
       checkAuthorization(authorization);
-      throwIfFailed(JobDaemon(SystemRoot::current()).ask(request, -1));
+      throwIfFailed(askWithAuthorization(authorization, request, -1));
     });
   }
 
@@ -108,7 +102,7 @@ class RootServices final : public ServicesProvider {
                                    true};
       checkAuthorization(authorization);
       const auto helper = openBundledHelper(request.label);
-      throwIfFailed(JobDaemon(SystemRoot::current()).ask(request, helper.get()));
+      throwIfFailed(askWithAuthorization(authorization, request, helper.get()));
     });
   }
 

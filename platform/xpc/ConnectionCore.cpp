@@ -5,6 +5,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <new>
 
@@ -43,6 +45,18 @@ std::shared_ptr<NSError> connectionError(bool posix, std::int64_t code, const st
       str(posix ? NSPOSIXErrorDomain : NSCocoaErrorDomain), code, userInfo);
 }
 
+const std::shared_ptr<NSError>& spareError(std::int64_t code) {
+  const auto make = [](std::int64_t number) {
+    return NSError::errorWithDomain_code_userInfo(str(NSCocoaErrorDomain), number, nullptr);
+  };
+  static const auto* const errors = new std::array<std::shared_ptr<NSError>, 3>{
+      make(NSXPCConnectionInterrupted), make(NSXPCConnectionInvalid),
+      make(NSXPCConnectionReplyInvalid)};
+  const auto found = std::find_if(errors->begin(), errors->end(),
+                                  [code](const auto& error) { return error->code() == code; });
+  return found == errors->end() ? errors->front() : *found;
+}
+
 std::shared_ptr<ConnectionCore> ConnectionCore::toService(std::string service) {
   return std::make_shared<ConnectionCore>(std::move(service), -1);
 }
@@ -61,6 +75,7 @@ std::shared_ptr<ConnectionCore> ConnectionCore::accepted(int socket, int wake,
 
 ConnectionCore::ConnectionCore(std::string service, int acceptedSocket)
     : service_(std::move(service)), accepted_(acceptedSocket >= 0), socket_(acceptedSocket) {
+  static_cast<void>(spareError(NSXPCConnectionInvalid));  // makes them all
   if (!accepted_) return;
   peer_ = peerOfSocket(socket_);
   countsAsLive_ = true;
@@ -142,6 +157,7 @@ void ConnectionCore::invalidate() {
   const std::lock_guard lock(mutex_);
   if (invalidated_ || abandoned_ || reported_) return;
   invalidated_ = true;
+  resumedEntry_.close(exportedObject_.object);
   try {
     endStreamLocallyLocked(released);
   } catch (const std::bad_alloc&) {
@@ -231,15 +247,14 @@ void ConnectionCore::sendAny(const SharedTable& remote, std::size_t method,
   {
     const std::lock_guard lock(mutex_);
     if (isOverLocked()) {
-      return failLocked(
-          {std::move(reply), errorHandler, makeError(NSXPCConnectionInvalid, "is invalid")});
+      return failLocked(reply, errorHandler, makeError(NSXPCConnectionInvalid, "is invalid"));
     }
     if (fitsLocked(frame.size())) {
       if (request) pending_.emplace(id, Pending{remote, method, std::move(reply), errorHandler});
       return enqueueLocked(frame.bytes(), !request, errorHandler);
     }
     dropsBegin = noteDropLocked();
-    failLocked({std::move(reply), errorHandler, droppedError()});
+    failLocked(reply, errorHandler, droppedError());
   }
   if (dropsBegin) log(kDropsBegin);
 }
@@ -248,7 +263,7 @@ void ConnectionCore::failUnencodable(const EncodingError& error, XPCReplyHandler
                                      const SharedErrorHandler& errorHandler) {
   NSLogString("a message was not sent: " + std::string(error.what()));
   const std::lock_guard lock(mutex_);
-  failLocked({std::move(reply), errorHandler, connectionError(true, error.code(), error.what())});
+  failLocked(reply, errorHandler, connectionError(true, error.code(), error.what()));
 }
 
 // -------------------------------------------------------------------------------------------------
@@ -328,18 +343,19 @@ void ConnectionCore::enqueueBatchLocked(SendBatch& batch) {
     written = static_cast<std::size_t>(writeLocked(bytes));
     if (written == bytes.size()) return;
   }
+  XPCReplyHandler noReply;
   std::size_t start = 0;
   for (auto& message : batch.messages) {
     const std::size_t from = std::max(start, written);
     start = message.end;
     if (message.end <= written) continue;
     if (over) {
-      failLocked({{}, message.errorHandler, makeError(NSXPCConnectionInvalid, "is invalid")});
+      failLocked(noReply, message.errorHandler, makeError(NSXPCConnectionInvalid, "is invalid"));
     } else if (fitsLocked(message.end - from)) {
       backlog_.append(bytes.subspan(from, message.end - from), true, message.errorHandler);
     } else {
       static_cast<void>(noteDropLocked());
-      failLocked({{}, message.errorHandler, droppedError()});
+      failLocked(noReply, message.errorHandler, droppedError());
     }
   }
   if (resumed_ && !backlog_.empty()) pokeLocked();
@@ -465,8 +481,10 @@ PeerIdentity ConnectionCore::peer() const {
 // -------------------------------------------------------------------------------------------------------------------
 // The queue thread's attention
 
-void ConnectionCore::failLocked(Failure failure) {
-  failures_.push_back(std::move(failure));
+void ConnectionCore::failLocked(XPCReplyHandler& reply, const SharedErrorHandler& errorHandler,
+                                std::shared_ptr<NSError> error) {
+  if (!errorHandler || !*errorHandler) return;
+  failures_.push_back({std::move(reply), errorHandler, std::move(error)});
   pokeLocked();
 }
 

@@ -130,7 +130,10 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   std::ptrdiff_t writeLocked(std::span<const std::uint8_t> bytes);
   void openStreamLocked();
   void endStreamLocallyLocked(Released& released);
-  void failLocked(Failure failure);
+  /// Where nobody wants to hear of it the reply stays with the caller, who lets go of it under no
+  /// lock.
+  void failLocked(XPCReplyHandler& reply, const SharedErrorHandler& errorHandler,
+                  std::shared_ptr<NSError> error);
   void pokeLocked();
   bool startThreadLocked();
   static void* threadMain(void* core);
@@ -147,7 +150,9 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   Step nextStep();
   void runFailures();
   void connect();
-  void adoptSocket(int socket);
+  /// False where no memory is to be had for the hello.
+  [[nodiscard]] bool adoptSocket(int socket);
+  void giveUpConnecting(const std::string& why);
   void serve();
   void deliverOrBreach();
   bool readOnce();
@@ -164,7 +169,6 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   struct Handlers {
     SharedHandler interruption;  ///< taken along to be released
     SharedHandler invalidation;
-    bool endedHere = false;
   };
   void reportInvalidation();
   bool takeHandlers(Handlers& handlers);
@@ -173,6 +177,9 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void linger();
   void closeSocket();
   [[nodiscard]] std::shared_ptr<NSError> makeError(std::int64_t code, const char* what) const;
+  /// The same, but where memory is short one that was made before, which lacks the words.
+  [[nodiscard]] std::shared_ptr<NSError> makeErrorAnyway(std::int64_t code, const char* what) const;
+  [[nodiscard]] std::chrono::milliseconds pauseBeforeReport() const;
   template <class... Parts>
   void log(const Parts&... parts) const;
   void logText(const std::string& text) const;
@@ -255,5 +262,9 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
 /// An NSError of NSCocoaErrorDomain or, with `posix`, NSPOSIXErrorDomain that says `what` under
 /// NSDebugDescription.
 std::shared_ptr<NSError> connectionError(bool posix, std::int64_t code, const std::string& what);
+
+/// One of the connection's codes without words, made when the first connection was: for when there
+/// is no memory.
+const std::shared_ptr<NSError>& spareError(std::int64_t code);
 
 }  // namespace platform::xpc

@@ -229,9 +229,8 @@ bool ConnectionCore::handleReply(std::span<const std::uint8_t> body) {
         " refused: ", result.reason, " is not admitted");
   }
   if (pending.errorHandler && *pending.errorHandler) {
-    const auto error = patiently([this] {
-      return makeError(NSXPCConnectionReplyInvalid, "received a reply that is not admitted");
-    });
+    const auto error =
+        makeErrorAnyway(NSXPCConnectionReplyInvalid, "received a reply that is not admitted");
     guarded("an error handler", [&] { (*pending.errorHandler)(error); });
   }
   return result.verdict == DecodeVerdict::Refused || breach(result.reason);
@@ -246,10 +245,8 @@ bool ConnectionCore::handleReplyDropped(std::span<const std::uint8_t> body) {
   if (request.empty()) return breach("news of a reply that nobody waits for");
   const Pending& pending = request.mapped();
   if (pending.errorHandler && *pending.errorHandler) {
-    const auto error = patiently([this] {
-      return makeError(NSXPCConnectionReplyInvalid,
-                       "will not bring a reply: the peer dropped it unanswered");
-    });
+    const auto error = makeErrorAnyway(NSXPCConnectionReplyInvalid,
+                                       "will not bring a reply: the peer dropped it unanswered");
     guarded("an error handler", [&] { (*pending.errorHandler)(error); });
   }
   return true;

@@ -19,12 +19,15 @@
 //   dropped unanswered. A message that could not even be queued: domain NSPOSIXErrorDomain; EINVAL
 //   an argument that has no encoding, EMSGSIZE larger than a frame may be, ENOBUFS the peer does
 //   not read and the backlog is full. For a message with a reply exactly one of reply and error
-//   handler runs, once. A handler or exported method that throws costs one log line, nothing else.
+//   handler runs, once. A shortage (memory, descriptors, a service too busy to let anybody in) is
+//   waited out for some seconds; then the connection is over, as by any other invalidation. A
+//   handler or exported method that throws costs one log line, nothing else.
 // Order: what was sent before invalidate reaches the peer, in order, if it takes it within 2 s.
 //   Error handlers of pending requests run before the interruption or invalidation handler; the
 //   invalidation handler runs once, last, also when the connection was never resumed. A report
-//   about a connection that was invalidated locally is dropped when a newer connection of the same
-//   exported object has been resumed meanwhile: its receiver could not tell them apart.
+//   about a connection that was invalidated locally is dropped when another connection of the same
+//   exported object has been resumed since and stands: its receiver could not tell them apart.
+//   Connections of one object that were live at the same time are each reported.
 #pragma once
 
 #include <sys/types.h>

@@ -38,12 +38,20 @@ void ResumedConnection::enter(const std::weak_ptr<void>& object) {
   ticket_ = ++r.lastTicket;
 }
 
+void ResumedConnection::close(const std::weak_ptr<void>& object) {
+  if (isEmpty(object_)) object_ = object;
+  if (isEmpty(object_)) return;
+  Registry& r = registry();
+  const std::lock_guard lock(r.mutex);
+  lastBeforeClose_ = r.lastTicket;
+}
+
 bool ResumedConnection::isSuperseded() const {
-  if (ticket_ == 0) return false;
+  if (!lastBeforeClose_) return false;
   Registry& r = registry();
   const std::lock_guard lock(r.mutex);
   const auto found = r.tickets.find(object_);
-  return found != r.tickets.end() && *found->second.rbegin() > ticket_;
+  return found != r.tickets.end() && *found->second.rbegin() > *lastBeforeClose_;
 }
 
 void ResumedConnection::leave() {

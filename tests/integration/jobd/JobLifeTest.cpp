@@ -66,6 +66,54 @@ TEST_F(JobLife, BlessConnectRemoveAsAnApplicationDoes) {
   EXPECT_EQ(error->code(), static_cast<std::int64_t>(ServiceErrorCode::NoSuchJob));
 }
 
+TEST_F(JobLife, OneAuthorizationChangesOneJob) {
+  for (const std::string label : {"com.one", "com.two", "com.three"})
+    ASSERT_TRUE(bless(image({label, "1.0", ECHO_HELPER, {}}), label).succeeded());
+  const auto reference = authorization();
+  std::shared_ptr<platform::NSError> error;
+  const auto removes = [&](std::string_view label) {
+    return platform::SMJobRemove(platform::kSMDomainSystemLaunchd, platform::str(label), reference,
+                                 true, &error);
+  };
+  EXPECT_TRUE(removes("com.one")) << platform::descriptionOf(error);
+  for (const char* label : {"com.two", "com.three", "com.one"}) {
+    EXPECT_FALSE(removes(label));
+    ASSERT_TRUE(error);
+    EXPECT_NE(error->code(), static_cast<std::int64_t>(ServiceErrorCode::NoSuchJob));
+  }
+  EXPECT_TRUE(fs::exists(root.helperTool("com.two")));
+  EXPECT_TRUE(fs::exists(root.helperTool("com.three")));
+}
+
+TEST_F(JobLife, OneAuthorizationIsEnoughToReplaceAJobButNotTwice) {
+  const auto label = platform::str(echoLabel);
+  std::shared_ptr<platform::NSError> error;
+  const auto reference = authorization();
+  const auto blesses = [&] {
+    return platform::SMJobBless(platform::kSMDomainSystemLaunchd, label, reference, &error);
+  };
+  EXPECT_FALSE(
+      platform::SMJobRemove(platform::kSMDomainSystemLaunchd, label, reference, true, &error));
+  EXPECT_EQ(error->code(), static_cast<std::int64_t>(ServiceErrorCode::NoSuchJob));
+  EXPECT_TRUE(blesses()) << "a removal that failed does not stop the bless after it";
+  EXPECT_FALSE(blesses());
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), static_cast<std::int64_t>(ServiceErrorCode::NotPermitted));
+  EXPECT_EQ(connect().ask("echo in place"), "in place");
+}
+
+TEST_F(JobLife, AuthorizationsThatAreNotUsedUpHoldNoConnections) {
+  const auto label = platform::str(echoLabel);
+  const auto count = [] {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+  };
+  const auto before = count();
+  for (int i = 0; i < 30; ++i)
+    EXPECT_FALSE(platform::SMJobRemove(platform::kSMDomainSystemLaunchd, label, authorization(),
+                                       true, nullptr));
+  EXPECT_LE(count(), before + 4);
+}
+
 TEST_F(JobLife, WrongArgumentsAreAnsweredWithoutAskingAnybody) {
   std::shared_ptr<platform::NSError> error;
   EXPECT_FALSE(platform::SMJobBless("kSMDomainUserLaunchd", platform::str(echoLabel),
