@@ -94,14 +94,6 @@ void writeFileAtomically(int directory, const std::string& name,
   static_cast<void>(replace(directory, name, content, false));
 }
 
-void writeFileAtomically(const std::filesystem::path& file, std::span<const std::uint8_t> content) {
-  std::filesystem::create_directories(file.parent_path());
-  const FileDescriptor directory(
-      ::open(file.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!directory) fail(file.string(), errno);
-  writeFileAtomically(directory.get(), file.filename().string(), content);
-}
-
 FileDescriptor writeHeldFile(int directory, const std::string& name,
                              std::span<const std::uint8_t> content) {
   return replace(directory, name, content, true);

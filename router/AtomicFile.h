@@ -8,7 +8,6 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <span>
 #include <string>
 
@@ -19,9 +18,6 @@ namespace router {
 /// The file gets mode 0644 (less the umask); a symbolic link in its place is replaced.
 void writeFileAtomically(int directory, const std::string& name,
                          std::span<const std::uint8_t> content);
-
-/// The same by path, which is followed but for its last name; makes missing directories.
-void writeFileAtomically(const std::filesystem::path& file, std::span<const std::uint8_t> content);
 
 /// The same, and from the moment that it has its name the file is held for as long as what is
 /// returned stays open: not beyond the life of the process, therefore, however that ends.

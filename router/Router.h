@@ -16,6 +16,7 @@
 #include "platform/services/SystemRoot.h"
 #include "platform/xpc/NSXPCListener.h"
 #include "router/Devices.h"
+#include "router/RouterLimits.h"
 #include "router/RouterLog.h"
 
 namespace router {
@@ -24,6 +25,7 @@ struct RouterOptions {
   RouterLog log = logToStandardError;
   /// How long nobody must have been connected until the router is idle.
   std::chrono::milliseconds idleLimit{5000};
+  RouterLimits limits;
   /// Null: those of the root.
   std::shared_ptr<const std::vector<std::unique_ptr<DeviceSource>>> sources;
 };

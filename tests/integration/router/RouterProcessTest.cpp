@@ -158,6 +158,10 @@ TEST_F(RouterProcessTest, WhatIsPutInTheRootsPlaceGetsNothing) {
   testsupport::writeFile(planted / "etc/hideventrouter/stolen.plist",
                          "<plist version=\"1.0\"><dict><key>Source</key><string>replay</string>"
                          "<key>Recording</key><string>/etc/passwd</string></dict></plist>");
+  fs::rename(away / "router.sock", planted / "router.sock");  // the client still has the path
+  Client second;
+  second.start(2);  // looks at the devices again
+  second.log->await(1);
   ::kill(process_, SIGTERM);
   EXPECT_EQ(exitStatus(), 0);
   EXPECT_FALSE(fs::exists(planted / "var"));

@@ -1,7 +1,7 @@
 // The router over real sockets: what a client sends, what it gets, and in which order.
 #include "RouterFixture.h"
-#include "router/Recording.h"
 #include "router/ReportDecoder.h"
+#include "tests/support/WholeRecording.h"
 
 namespace {
 
@@ -28,10 +28,23 @@ TEST_F(RouterTest, PlaysARecordingToItsEndAndSaysFarewell) {
   EXPECT_THAT(client.log->await(7),
               ElementsAre("started", "data 7 07 02 ff", "values 9/1=0 9/2=1 1/48=-1",
                           "data 7 07 01", "values 9/1=1 9/2=0", "data 9 09 55", "invalidated"));
+  // What a client does whose connection ended: it asks again, and is told that this was all.
   Client again;
   again.start(id);
   EXPECT_THAT(again.log->await(1),
-              ElementsAre("refused -536870208 the device \"Mouse\" has gone away"));
+              ElementsAre("refused -536870169 the recording \"Mouse\" has been played to its end"));
+  // Whoever asks for it now hears it from its beginning.
+  again.start(id);
+  EXPECT_THAT(again.log->await(4)[2], "data 7 07 02 ff");
+}
+
+TEST_F(RouterTest, ARecordingWithoutReportsEndsAtOnce) {
+  const std::uint64_t id = addDevice("silent", "# no reports\n", "1", true);
+  startRouter();
+  Client client;
+  client.start(id);
+  client.log->awaitLine("invalidated");
+  routerLog_->awaitLine("has been played to its end");
 }
 
 TEST_F(RouterTest, RefusesWhatItCannotRoute) {
@@ -76,16 +89,16 @@ TEST_F(RouterTest, NothingIsLostAtFullSpeed) {
     const char* source = ::getenv("WLHID_SOURCE_DIR");
     const auto path = std::filesystem::path(source == nullptr ? "." : source) / "recordings" /
                       (std::string(name) + ".hid");
-    const router::Recording recording = router::Recording::read(path);
+    const test::WholeRecording recording = test::readRecording(path);
     router::ReportDecoder decoder(std::make_shared<const router::ReportDescriptor>(
-        router::ReportDescriptor::parse(recording.header().reportDescriptor)));
+        router::ReportDescriptor::parse(recording.header.reportDescriptor)));
     Lines expected = {"started"};
-    for (std::size_t i = 0; i < recording.reportCount(); ++i) {
+    for (std::size_t i = 0; i < recording.reports.size(); ++i) {
       std::string data = "data 0";
-      for (const std::uint8_t byte : recording.report(i))
+      for (const std::uint8_t byte : recording.reports[i])
         data += platform::stringWithFormat(" %02x", byte);
       std::string values = "values";
-      for (const auto& v : decoder.decode(recording.report(i))) {
+      for (const auto& v : decoder.decode(recording.reports[i])) {
         values += platform::stringWithFormat(" %u/%u=%lld", v.usagePage, v.usage, v.integerValue);
       }
       expected.push_back(data);

@@ -11,6 +11,8 @@
 #include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
 #include "platform/foundation/NSString.h"
+#include "router/Replay.h"
+#include "tests/support/WholeRecording.h"
 
 namespace {
 
@@ -21,7 +23,6 @@ using platform::str;
 using router::DeviceDescription;
 using router::DeviceError;
 using router::OpenDevice;
-using router::Recording;
 using router::ReplayDevice;
 using router::ReplaySchedule;
 using router::ReplaySpeed;
@@ -128,6 +129,50 @@ TEST_F(ReplaySourceTest, ConfigurationsWrittenByHandMayLeaveOutWhatHasADefault) 
   EXPECT_THAT(problems_, IsEmpty());
 }
 
+TEST_F(ReplaySourceTest, LinksInPlaceOfFilesAreNotFollowed) {
+  const auto source = std::pair(str("Source"), str("replay"));
+  const auto recordedIn = [&](const fs::path& file) {
+    return std::vector<NSDictionary::Entry>{source, {str("Recording"), str(file.string())}};
+  };
+  fs::create_directories(directory_ / "real");
+  fs::copy_file(recording_, directory_ / "real/r.hid");
+  fs::create_symlink(recording_, directory_ / "link.hid");
+  fs::create_directory_symlink(directory_ / "real", directory_ / "behind");
+  configure("a.plist", recordedIn(recording_));
+  fs::copy_file(directory_ / "etc/hideventrouter/a.plist", directory_ / "elsewhere");
+  fs::create_symlink(directory_ / "elsewhere", directory_ / "etc/hideventrouter/b.plist");
+  configure("c.plist", recordedIn(directory_ / "link.hid"));
+  configure("d.plist", recordedIn(directory_ / "behind/r.hid"));
+  ASSERT_EQ(list().size(), 1U);
+  ASSERT_EQ(problems_.size(), 3U);
+  EXPECT_THAT(problems_[0], HasSubstr("b.plist: is a symbolic link, which is not followed"));
+  EXPECT_THAT(problems_[1], HasSubstr("link.hid: is a symbolic link, which is not followed"));
+  EXPECT_THAT(problems_[2],
+              HasSubstr("lies behind the symbolic link " + (directory_ / "behind").string()));
+}
+
+TEST_F(ReplaySourceTest, ALinkThatIsAddedMeansWhatItLeadsTo) {
+  fs::create_symlink(recording_, directory_ / "link.hid");
+  ReplayDevice device;
+  device.recording = directory_ / "link.hid";
+  router::addReplayDevice(root(), device);
+  ASSERT_EQ(list().size(), 1U);
+  EXPECT_EQ(list()[0].source, "replay " + fs::canonical(recording_).string());
+}
+
+TEST_F(ReplaySourceTest, ADirectoryOfConfigurationsThatIsALinkIsNotUsed) {
+  const fs::path elsewhere = directory_ / "elsewhere";
+  fs::create_directories(elsewhere);
+  fs::create_directories(directory_ / "etc");
+  fs::create_directory_symlink(elsewhere, directory_ / "etc/hideventrouter");
+  ReplayDevice device;
+  device.recording = recording_;
+  EXPECT_THROW(router::addReplayDevice(root(), device), DeviceError);
+  EXPECT_TRUE(fs::is_empty(elsewhere));
+  EXPECT_THAT(list(), IsEmpty());
+  EXPECT_THAT(problems_, ElementsAre(HasSubstr("cannot open the directory hideventrouter")));
+}
+
 TEST_F(ReplaySourceTest, AnUnusableConfigurationIsReportedAndTheOthersStay) {
   const auto recording = std::pair(str("Recording"), str(recording_.string()));
   const auto source = std::pair(str("Source"), str("replay"));
@@ -174,15 +219,12 @@ TEST_F(ReplaySourceTest, WhatCannotBePlayedIsNotAdded) {
   device.configuration = "../escape";
   EXPECT_THROW(router::addReplayDevice(root(), device), DeviceError);
   device.configuration = "fine";
-  device.name = "two\nlines";
-  EXPECT_THROW(router::addReplayDevice(root(), device), DeviceError);
-  device.name.clear();
   device.device = 1;
   EXPECT_THROW(router::addReplayDevice(root(), device), DeviceError);
   EXPECT_FALSE(fs::exists(directory_ / "etc"));
 }
 
-TEST_F(ReplaySourceTest, PlaysEveryReportInOrderThenGoesAway) {
+TEST_F(ReplaySourceTest, PlaysEveryReportInOrderThenEnds) {
   ReplayDevice device;
   device.recording = recording_;
   device.speed.maximum = true;
@@ -196,8 +238,8 @@ TEST_F(ReplaySourceTest, PlaysEveryReportInOrderThenGoesAway) {
     ASSERT_EQ(opened->next(stop, &report), OpenDevice::Next::Report);
     EXPECT_THAT(report, ElementsAre(expected));
   }
-  EXPECT_EQ(opened->next(stop, &report), OpenDevice::Next::Gone);
-  EXPECT_EQ(opened->next(stop, &report), OpenDevice::Next::Gone);
+  EXPECT_EQ(opened->next(stop, &report), OpenDevice::Next::Ended);
+  EXPECT_EQ(opened->next(stop, &report), OpenDevice::Next::Ended);
 }
 
 TEST_F(ReplaySourceTest, RepeatBeginsAgain) {
@@ -214,7 +256,7 @@ TEST_F(ReplaySourceTest, RepeatBeginsAgain) {
   }
 }
 
-TEST_F(ReplaySourceTest, ARecordingWithoutReportsGoesAwayAtOnceEvenIfRepeated) {
+TEST_F(ReplaySourceTest, ARecordingWithoutReportsEndsAtOnceEvenIfRepeated) {
   ReplayDevice device;
   device.recording = write("empty.hid", "R: 1 c0\n");
   device.repeat = true;
@@ -224,7 +266,7 @@ TEST_F(ReplaySourceTest, ARecordingWithoutReportsGoesAwayAtOnceEvenIfRepeated) {
   const auto opened = open(router::addReplayDevice(root(), device));
   const router::StopSignal stop;
   std::span<const std::uint8_t> report;
-  EXPECT_EQ(opened->next(stop, &report), OpenDevice::Next::Gone);
+  EXPECT_EQ(opened->next(stop, &report), OpenDevice::Next::Ended);
 }
 
 TEST_F(ReplaySourceTest, AStopEndsAWaitOfAnyLength) {
@@ -254,44 +296,48 @@ TEST_F(ReplaySourceTest, ARecordingThatVanishedIsAnErrorWithItsCode) {
   }
 }
 
-ReplaySchedule schedule(const std::string& times, double speed) {
+/// When each report is due, and at the end how long a pass takes.
+std::vector<std::chrono::nanoseconds> schedule(const std::string& times, double speed) {
   std::string text = "R: 2 05 01\n";
   std::istringstream words(times);
   for (std::string time; words >> time;) text += "E: " + time + " 1 00\n";
-  return {Recording::parse(text, "a.hid"), speed};
+  router::RecordingReader reader = test::readerOf(text, "a.hid");
+  ReplaySchedule schedule(router::readSummary(reader).hasTimes, speed);
+  std::vector<std::chrono::nanoseconds> due;
+  for (const auto time : test::parseRecording(text, "a.hid").times)
+    due.push_back(schedule.due(time));
+  due.push_back(schedule.beginAgain());
+  EXPECT_EQ(schedule.due(std::chrono::hours(1)).count(), 0) << "the next pass begins anew";
+  return due;
 }
 
 TEST(ReplaySchedule, FollowsTheRecordingsClockFromItsFirstReport) {
-  const auto s = schedule("100.5 100.51 102.0", 1);
-  EXPECT_EQ(s.due(0), microseconds(0));
-  EXPECT_EQ(s.due(1), milliseconds(10));
-  EXPECT_EQ(s.due(2), milliseconds(1500));
-  EXPECT_EQ(s.period(), milliseconds(1508));
+  EXPECT_THAT(
+      schedule("100.5 100.51 102.0", 1),
+      ElementsAre(microseconds(0), milliseconds(10), milliseconds(1500), milliseconds(1508)));
 }
 
 TEST(ReplaySchedule, IsScaled) {
-  EXPECT_EQ(schedule("0.0 1.0", 4).due(1), milliseconds(250));
-  EXPECT_EQ(schedule("0.0 1.0", 0.5).due(1), milliseconds(2000));
+  EXPECT_EQ(schedule("0.0 1.0", 4)[1], milliseconds(250));
+  EXPECT_EQ(schedule("0.0 1.0", 0.5)[1], milliseconds(2000));
 }
 
 TEST(ReplaySchedule, WhereTheClockSaysNothingTheUsualIntervalPasses) {
-  const auto untimed = schedule("0 0 0", 1);
-  EXPECT_EQ(untimed.due(1), milliseconds(8));
-  EXPECT_EQ(untimed.due(2), milliseconds(16));
-  EXPECT_EQ(untimed.period(), milliseconds(24));
+  EXPECT_THAT(schedule("0 0 0", 1),
+              ElementsAre(milliseconds(0), milliseconds(8), milliseconds(16), milliseconds(24)));
   const auto restarts = schedule("5.0 5.1 0.0 0.1", 1);
-  EXPECT_EQ(restarts.due(2), milliseconds(108));
-  EXPECT_EQ(restarts.due(3), milliseconds(208));
+  EXPECT_EQ(restarts[2], milliseconds(108));
+  EXPECT_EQ(restarts[3], milliseconds(208));
   // Two reports of one moment in a recording that has times are of one moment.
-  EXPECT_EQ(schedule("5.0 5.0 5.1", 1).due(1), microseconds(0));
+  EXPECT_EQ(schedule("5.0 5.0 5.1", 1)[1], microseconds(0));
 }
 
 TEST(ReplaySchedule, ImpossibleTimesDoNotOverflow) {
   std::string times;
   for (int i = 0; i < 1000; ++i) times += "0.0 10000000000.0 ";
   const auto s = schedule(times, 0.001);
-  EXPECT_GT(s.due(1999), std::chrono::hours(24 * 365 * 99));
-  EXPECT_GE(s.period(), s.due(1999));
+  EXPECT_GT(s[1999], std::chrono::hours(24 * 365 * 99));
+  EXPECT_GE(s[2000], s[1999]);
 }
 
 TEST(ReplaySpeed, IsMaxOrANumber) {
