@@ -140,8 +140,7 @@ OpenFile DeviceFiles::openRecording(const fs::path& file) {
 std::size_t readFile(int descriptor, std::span<char> buffer) {
   std::size_t filled = 0;
   while (filled < buffer.size()) {
-    const ssize_t count =
-        ::read(descriptor, buffer.data() + filled, buffer.size() - filled);
+    const ssize_t count = ::read(descriptor, buffer.data() + filled, buffer.size() - filled);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) fail("cannot be read", errno);
     if (count == 0) break;

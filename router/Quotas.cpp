@@ -5,11 +5,12 @@ namespace router {
 TurnQuota::TurnQuota(const RouterLimits& limits)
     : rateOfUser_(limits.startsOfUser), patience_(limits.startPatience), all_(limits.starts) {}
 
-std::optional<TokenBucket::Clock::duration> TurnQuota::reserve(
-    uid_t user, TokenBucket::Clock::time_point now) {
+std::optional<TokenBucket::Clock::duration> TurnQuota::reserve(uid_t user,
+                                                               TokenBucket::Clock::time_point now) {
   const std::lock_guard lock(mutex_);
   // Who has not asked for a while is as good as new.
-  std::erase_if(users_, [&](const auto& each) { return each.first != user && each.second.isFull(now); });
+  std::erase_if(users_,
+                [&](const auto& each) { return each.first != user && each.second.isFull(now); });
   TokenBucket& own = users_.try_emplace(user, rateOfUser_).first->second;
   const auto ofUser = own.reserve(now, patience_);
   if (!ofUser) return std::nullopt;
@@ -30,7 +31,8 @@ bool LineBudget::admits(TokenBucket::Clock::time_point now) {
 bool LineQuota::admits(uid_t user, TokenBucket::Clock::time_point now,
                        std::uint64_t* returnLeftOut) {
   const std::lock_guard lock(mutex_);
-  std::erase_if(users_, [&](const auto& each) { return each.first != user && each.second.isUnused(now); });
+  std::erase_if(users_,
+                [&](const auto& each) { return each.first != user && each.second.isUnused(now); });
   LineBudget& budget = users_.try_emplace(user, rate_).first->second;
   if (!budget.admits(now)) return false;
   *returnLeftOut = budget.takeLeftOut();

@@ -24,7 +24,8 @@ class TurnQuota {
  public:
   explicit TurnQuota(const RouterLimits& limits);
   /// How long a request of that user has to wait for its turn. Nothing where that is too long.
-  std::optional<TokenBucket::Clock::duration> reserve(uid_t user, TokenBucket::Clock::time_point now);
+  std::optional<TokenBucket::Clock::duration> reserve(uid_t user,
+                                                      TokenBucket::Clock::time_point now);
 
  private:
   const Rate rateOfUser_;

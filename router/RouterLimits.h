@@ -37,19 +37,20 @@ struct RouterLimits {
   Rate logLinesOfUser{512, 16};   ///< the same, for clients that connect again and again
 
   // Reports that were sent and not taken yet lie in the router's memory.
-  std::size_t backlogOfClient = std::size_t{4} << 20;  ///< else one client that does not read grows it
-  std::size_t backlogOfUser = std::size_t{16} << 20;   ///< the same, for a user's clients together
-  std::size_t backlog = std::size_t{64} << 20;         ///< the same, for all clients together
+  std::size_t backlogOfClient = std::size_t{4}
+                                << 20;  ///< else one client that does not read grows it
+  std::size_t backlogOfUser = std::size_t{16} << 20;  ///< the same, for a user's clients together
+  std::size_t backlog = std::size_t{64} << 20;        ///< the same, for all clients together
   /// Of a client that its device waits for; less would make the fast ones wait for the thread.
   std::size_t backlogWaitedFor = std::size_t{1} << 20;
   /// How long one client may hold up the others of such a device; then its connection ends.
   std::chrono::seconds stall{30};
 
   std::size_t usagesOfFilter = 65536;  ///< else a tag dictionary fills memory for a whole session
-  std::size_t devices = 1024;  ///< else devices that came and went stay in memory for ever
+  std::size_t devices = 1024;          ///< else devices that came and went stay in memory for ever
 
   // Configurations and recordings.
-  std::size_t configurations = 1024;                    ///< else a listing has no end
+  std::size_t configurations = 1024;                       ///< else a listing has no end
   std::size_t configurationBytes = std::size_t{64} << 10;  ///< else one file fills memory
   /// A file that changed less than this before it was read is read again: a further change might
   /// bear the same time.
