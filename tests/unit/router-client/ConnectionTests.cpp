@@ -111,8 +111,8 @@ TEST_F(ClientConnection, InvalidationWhileStoppedClosesAndStopsThere) {
   Private::openConnection(*client_);
   taken();
   connection1().deliverInvalidation();
-  EXPECT_TRUE(
-      sameTrace(sequence({invalidation(), called("handleInvalidation", 255), closing(1)}), taken()));
+  EXPECT_TRUE(sameTrace(sequence({invalidation(), called("handleInvalidation", 255), closing(1)}),
+                        taken()));
 }
 
 TEST_F(ClientConnection, InterruptionTakesItsThreeStepsWhateverStartedIs) {

@@ -342,8 +342,8 @@ TEST_F(ClientScenario, ReleaseWithTheStartRequestPendingAndItsFailure) {
   taken();
   releaseClient();
   connection1().deliverError(routerError(4097, platform::NSCocoaErrorDomain));
-  EXPECT_TRUE(sameTrace(sequence({startError(kInterrupted), dealloc(), closing(1), removeObserver()}),
-                        taken()));
+  EXPECT_TRUE(sameTrace(
+      sequence({startError(kInterrupted), dealloc(), closing(1), removeObserver()}), taken()));
 }
 
 TEST_F(ClientScenario, AReplyThatArrivesAfterTheStop) {
