@@ -1,18 +1,11 @@
 #include "platform/foundation/NSError.h"
 
-#include <functional>
-
 namespace platform {
 namespace {
 
 /// No user info and an empty one say the same.
 const NSDictionary* contents(const std::shared_ptr<NSDictionary>& userInfo) {
   return userInfo && userInfo->count() > 0 ? userInfo.get() : nullptr;
-}
-
-template <class T>
-bool bothNullOrEqual(const T* a, const T* b) {
-  return a == b || (a != nullptr && a->isEqual(b));
 }
 
 }  // namespace
@@ -28,16 +21,11 @@ std::shared_ptr<NSError> NSError::errorWithDomain_code_userInfo(
   return std::make_shared<NSError>(domain, code, userInfo);
 }
 
-bool NSError::isEqual(const NSObject* other) const {
-  if (this == other) return true;
-  const auto* error = dynamic_cast<const NSError*>(other);
-  return error != nullptr && error->code_ == code_ &&
-         bothNullOrEqual(domain_.get(), error->domain_.get()) &&
-         bothNullOrEqual(contents(userInfo_), contents(error->userInfo_));
-}
-
-std::size_t NSError::hash() const {
-  return (domain_ ? domain_->hash() : 0) ^ std::hash<std::int64_t>{}(code_);
+std::strong_ordering NSError::compareValue(const NSObject& other) const {
+  const auto& error = static_cast<const NSError&>(other);
+  if (code_ != error.code_) return code_ <=> error.code_;
+  const auto domains = compare(domain_.get(), error.domain_.get());
+  return domains != 0 ? domains : compare(contents(userInfo_), contents(error.userInfo_));
 }
 
 std::string NSError::description() const {

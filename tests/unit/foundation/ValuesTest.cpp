@@ -30,7 +30,6 @@ TEST(NSObject, HasIdentityAndSaysWhereItIs) {
   EXPECT_TRUE(a->isEqual(a));
   EXPECT_FALSE(a->isEqual(b));
   EXPECT_FALSE(a->isEqual(nullptr));
-  EXPECT_EQ(a->hash(), a->hash());
   EXPECT_TRUE(a->description().starts_with("<NSObject: 0x")) << a->description();
   EXPECT_TRUE(a->descriptionWithIndent(1).starts_with("\"<NSObject: 0x"));
 }
@@ -95,7 +94,6 @@ TEST(NSData, ALengthBeyondMemoryThrowsBeforeItAllocates) {
 
 TEST(NSData, ComparesContents) {
   EXPECT_TRUE(counting(40)->isEqual(counting(40)));
-  EXPECT_EQ(counting(40)->hash(), counting(40)->hash());
   EXPECT_FALSE(counting(40)->isEqual(counting(41)));
   EXPECT_FALSE(counting(2)->isEqual(NSData::dataWithBytes(Bytes{0, 2})));
   EXPECT_FALSE(counting(0)->isEqual(str("")));
@@ -143,8 +141,10 @@ TEST(NSDate, DescribesATimeFarOffWithoutACalendar) {
 TEST(NSDate, ComparesSeconds) {
   const auto date = NSDate::dateWithTimeIntervalSinceReferenceDate(1.5);
   EXPECT_TRUE(date->isEqual(NSDate::dateWithTimeIntervalSinceReferenceDate(1.5)));
-  EXPECT_EQ(date->hash(), NSDate::dateWithTimeIntervalSinceReferenceDate(1.5)->hash());
-  EXPECT_EQ(NSDate(0.0).hash(), NSDate(-0.0).hash());
+  EXPECT_TRUE(NSDate(0.0).isEqual(NSDate::dateWithTimeIntervalSinceReferenceDate(-0.0)));
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_TRUE(NSDate(nan).isEqual(NSDate::dateWithTimeIntervalSinceReferenceDate(-nan)));
+  EXPECT_FALSE(NSDate(nan).isEqual(date));
   EXPECT_FALSE(date->isEqual(NSDate::dateWithTimeIntervalSinceReferenceDate(1.25)));
   EXPECT_FALSE(date->isEqual(NSNumber::numberWithDouble(1.5)));
 }
@@ -157,7 +157,6 @@ TEST(NSURL, KeepsItsText) {
   EXPECT_EQ(url->description(), "https://example.org/a b");
   EXPECT_EQ(url->path(), nullptr);
   EXPECT_TRUE(url->isEqual(NSURL::URLWithString(str("https://example.org/a b"))));
-  EXPECT_EQ(url->hash(), NSURL::URLWithString(str("https://example.org/a b"))->hash());
   EXPECT_FALSE(url->isEqual(str("https://example.org/a b")));
 }
 
@@ -210,7 +209,6 @@ TEST(NSError, ComparesDomainCodeAndUserInfo) {
   const auto plain = NSError::errorWithDomain_code_userInfo(str("D"), 5, nullptr);
   EXPECT_EQ(plain->userInfo(), nullptr);
   EXPECT_TRUE(plain->isEqual(errorWith(5, {})));
-  EXPECT_EQ(plain->hash(), errorWith(5, {})->hash());
   EXPECT_FALSE(plain->isEqual(errorWith(6, {})));
   EXPECT_FALSE(plain->isEqual(errorWith(5, {{str("a"), str("b")}})));
   EXPECT_FALSE(errorWith(5, {{str("a"), str("b")}})->isEqual(plain));
