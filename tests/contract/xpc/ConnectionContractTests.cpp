@@ -4,6 +4,9 @@
 #include <future>
 #include <thread>
 
+#include "platform/foundation/NSDictionary.h"
+#include "platform/kit/KQHIDDeviceElementValue.h"
+#include "platform/kit/KQIOObject.h"
 #include "platform/scripted/Trace.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "tests/contract/xpc/Layer.h"
@@ -252,6 +255,49 @@ TEST_P(ConnectionContract, WithoutAFittingRemoteInterfaceThereIsNoProxy) {
 TEST_P(ConnectionContract, AnInactiveConnectionReportsItsInvalidationToo) {
   const auto connection = makeConnection();
   connection->invalidate();
+  layer_->settle();
+  expectEvents({"invalidation"});
+}
+
+TEST_P(ConnectionContract, WhatIsNotAdmittedIsNotDeliveredAndTheConnectionLives) {
+  const auto connection = makeConnection();
+  const auto interface =
+      NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterClientProtocol::protocol());
+  interface->setClasses_forSelector_argumentIndex_ofReply(
+      {&NSMutableArray::classObject(), &KQHIDDeviceElementValue::classObject()},
+      "receivedElementValues:", 0, /*ofReply=*/false);
+  connection->setExportedInterface(interface);
+  connection->resume();
+  request(*connection);
+  ASSERT_TRUE(layer_->waitForRequest());
+  layer_->peerReplies(nullptr);
+  ASSERT_TRUE(events_.waitFor("reply (null)"));
+  events_.take();
+  layer_->peerSendsElementValues(NSMutableArray::arrayWithObjects({str("no element value")}));
+  layer_->peerSendsElementValues(NSArray::arrayWithObjects({}));
+  layer_->peerSendsReport(1);
+  layer_->peerSendsElementValues(
+      NSMutableArray::arrayWithObjects({KQHIDDeviceElementValue::elementValue({})}));
+  expectEvents({"report 1", "values"});
+}
+
+TEST_P(ConnectionContract, AnAnswerThatIsNotAdmittedIsAnErrorAndTheConnectionLives) {
+  const auto connection = makePending();
+  layer_->peerReplies(NSError::errorWithDomain_code_userInfo(
+      str("D"), 8,
+      NSDictionary::dictionaryWithEntries(
+          {{str("key"), KQIOObject::objectWithRegistryEntryID_name(1, nullptr)}})));
+  EXPECT_TRUE(events_.waitFor("error 4101"));
+  layer_->peerSendsReport(1);
+  expectEvents({"error 4101", "report 1"});
+}
+
+TEST_P(ConnectionContract, NothingIsDeliveredAfterInvalidate) {
+  const auto connection = makeLive();
+  connection->invalidate();
+  layer_->peerSendsReport(1);
+  layer_->settle();
+  EXPECT_TRUE(events_.waitFor("invalidation"));
   layer_->settle();
   expectEvents({"invalidation"});
 }
