@@ -24,10 +24,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <stdexcept>
-#include <string>
 #include <string_view>
-#include <typeinfo>
 
 #include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
 #include "platform/foundation/KeyValueObserving.h"
@@ -38,7 +35,6 @@
 #include "platform/foundation/NSString.h"
 #include "platform/kit/KQLogger.h"
 #include "platform/xpc/NSXPCConnection.h"
-#include "router-client/DelegateReference.h"
 #include "router-client/Holder.h"
 #include "router-client/OpeningTurn.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
@@ -87,13 +83,8 @@ class WLHIDEventRouterClient final : public platform::NSObject,
 
   /// Null once the delegate is gone.
   [[nodiscard]] std::shared_ptr<WLHIDEventRouterClientDelegate> delegate() const;
-  /// Stores a weak reference, and which methods `D` implements. `D` must be the object's own class,
-  /// for a base class doesn't know what is overridden below it: std::invalid_argument otherwise,
-  /// with nothing stored. A delegate that overrides respondsToSelector may be handed over by any of
-  /// its classes that know so.
-  template <class D>
-  void setDelegate(const std::shared_ptr<D>& delegate);
-  void setDelegate(std::nullptr_t);
+  /// Stores a weak reference and does nothing else. Null for no delegate.
+  void setDelegate(const std::shared_ptr<WLHIDEventRouterClientDelegate>& delegate);
 
   /// The tags under which a client logs: "WLHIDEventRouterClient".
   [[nodiscard]] std::shared_ptr<platform::NSArray> logTags() const override;
@@ -127,10 +118,13 @@ class WLHIDEventRouterClient final : public platform::NSObject,
   [[nodiscard]] WLHIDEventRouterStatus currentEventRouterStatus() const;
   void _installationStatusChanged(const std::shared_ptr<platform::NSNotification>& notification);
   void _updateConnection();
+  void settleConnection();
   [[nodiscard]] bool applyConnectionPolicy();
+  template <class Action>
+  [[nodiscard]] bool inOpeningTurn(const Action& action);
   [[nodiscard]] bool openAndStart();
+  [[nodiscard]] bool closeForWantOfRouter();
   void stopAndClose();
-  void closeForWantOfRouter();
   [[nodiscard]] bool isRouterInstalled() const;
   [[nodiscard]] bool isConnectionPresent() const;
   void storeStarted(bool newStarted);
@@ -151,8 +145,10 @@ class WLHIDEventRouterClient final : public platform::NSObject,
   void handleStartFailure(const Weak& weakSelf, const std::shared_ptr<platform::NSError>& error);
   void stopListeningToService();
 
-  void storeDelegate(std::weak_ptr<WLHIDEventRouterClientDelegate> delegate,
-                     wlhid::DelegateMethods methods);
+  // What no delegate takes: said by the delegate's own methods too.
+  friend class WLHIDEventRouterClientDelegate;
+  void logReport(const std::shared_ptr<platform::NSData>& data, std::uint32_t reportID) const;
+  void logElementValues(const std::shared_ptr<platform::NSArray>& elementValues) const;
 
   // Destroyed from the last to the first: the delegate's reference, the dictionaries, then the
   // connection.
@@ -165,22 +161,5 @@ class WLHIDEventRouterClient final : public platform::NSObject,
   std::atomic<WLHIDEventRouterStatus> _eventRouterStatus{WLHIDEventRouterStatusNotInstalled};
   std::atomic<WLHIDEventRouterClientStatus> _clientStatus{WLHIDEventRouterClientStatusIdle};
   wlhid::OpeningTurn _openingTurn;
-  wlhid::DelegateReference _delegate;
+  wlhid::Holder<std::weak_ptr<WLHIDEventRouterClientDelegate>> _delegate;
 };
-
-template <class D>
-void WLHIDEventRouterClient::setDelegate(const std::shared_ptr<D>& delegate) {
-  constexpr wlhid::DelegateMethods methods = wlhid::delegateMethodsOf<D>();
-  static_assert(!methods.empty(), "this delegate class overrides none of the delegate's methods: "
-                                  "is a name misspelled, or is the pointer "
-                                  "one to a base class?");
-  if (delegate != nullptr && !methods.answersItself()) {
-    const D& object = *delegate;
-    if (typeid(object) != typeid(D)) {
-      throw std::invalid_argument(std::string("setDelegate was given a ") + typeid(object).name() +
-                                  " by a pointer to its base class " + typeid(D).name() +
-                                  ", which does not know what it overrides");
-    }
-  }
-  storeDelegate(delegate, methods);
-}

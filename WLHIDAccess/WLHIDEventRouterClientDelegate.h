@@ -33,20 +33,14 @@ enum class WLHIDEventRouterClientStatus : std::uint64_t {
 using enum WLHIDEventRouterStatus;
 using enum WLHIDEventRouterClientStatus;
 
-/// The four optional methods, for respondsToSelector.
-enum class WLHIDEventRouterClientDelegateMethod : std::uint8_t {
-  clientStatusChangedTo,
-  handleError,
-  receivedElementValues,
-  receivedReportData_reportID,
-};
-
-/// Derive from this and override what you want, publicly and with `override`. What a class
-/// overrides is found at compile time when it is handed to setDelegate; a private override, an
-/// overload or another signature does not compile there, nor does a class that overrides nothing at
-/// all.
+/// Derive from this and override what you want, with `override`, which catches a misspelled name.
+/// Any pointer to the object will do for setDelegate, and a class that overrides nothing is a
+/// delegate too.
 ///
-/// Input that no delegate takes is written to the log at level 0.
+/// A method that is not overridden does what the client does without a delegate: input is written
+/// to the log at level 0, status changes and errors are passed over. An override that does not want
+/// a certain call hands it to this class's method, and with that to the same end; one that forwards
+/// to another delegate does so by calling it.
 class WLHIDEventRouterClientDelegate {
  public:
   virtual ~WLHIDEventRouterClientDelegate() = default;
@@ -67,10 +61,4 @@ class WLHIDEventRouterClientDelegate {
   virtual void hidEventRouterClient_receivedReportData_reportID(
       const std::shared_ptr<WLHIDEventRouterClient>& client,
       const std::shared_ptr<platform::NSData>& data, std::uint32_t reportID);
-
-  /// For a delegate that only knows at run time what it takes, one that forwards to another for
-  /// instance: override this and it is asked before each call, on the calling thread; the overrides
-  /// found at compile time then don't count, and the object may be handed over by a pointer to any
-  /// of its base classes. Not called unless overridden.
-  [[nodiscard]] virtual bool respondsToSelector(WLHIDEventRouterClientDelegateMethod method) const;
 };

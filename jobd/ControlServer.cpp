@@ -4,30 +4,38 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "platform/services/ServiceError.h"
+#include "platform/services/SystemRoot.h"
 #include "platform/services/UnixSocket.h"
 
 namespace jobd {
 namespace {
 
+using platform::ServiceErrorCode;
+
 constexpr const char* endpointName = "jobd.sock";
 
 /// The daemon runs as the root's owner; only that user and the superuser are served.
-bool mayAsk(int socket) {
-  const auto peer = platform::peerCredentials(socket);
-  return peer && (peer->user == 0 || peer->user == ::geteuid());
+std::optional<platform::PeerCredentials> admissibleCaller(int socket) {
+  const auto caller = platform::peerCredentials(socket);
+  if (!caller || (caller->user != 0 && caller->user != ::geteuid())) return std::nullopt;
+  return caller;
 }
 
 }  // namespace
 
-ControlServer::ControlServer(EventLoop& loop, int runDirectory, Handler handler,
-                             std::function<void()> quiet)
+ControlServer::ControlServer(EventLoop& loop, int runDirectory, Authority authority,
+                             Handler handler, std::function<void()> quiet,
+                             const ControlLimits& limits)
     : loop_(loop),
       runDirectory_(runDirectory),
+      authority_(std::move(authority)),
       handler_(std::move(handler)),
-      quiet_(std::move(quiet)) {
+      quiet_(std::move(quiet)),
+      limits_(limits) {
   listen();
 }
 
@@ -70,16 +78,49 @@ void ControlServer::acceptAll() {
       if (errno == EINTR || errno == ECONNABORTED) continue;
       return;
     }
-    if (connections_.size() < maximumConnections && mayAsk(socket.get())) admit(std::move(socket));
+    const auto caller = admissibleCaller(socket.get());
+    if (caller && makeRoomFor(caller->user)) admit(std::move(socket), *caller);
   }
 }
 
-void ControlServer::admit(platform::FileDescriptor socket) {
+bool ControlServer::makeRoomFor(uid_t user) {
+  std::map<uid_t, std::size_t> counts;
+  for (const auto& [id, connection] : connections_) ++counts[connection.caller.user];
+  if (counts[user] >= limits_.connectionsOfAUser) return dropIdleOf(user);
+  if (connections_.size() < limits_.connections) return true;
+  const auto most =
+      std::max_element(counts.begin(), counts.end(),
+                       [](const auto& a, const auto& b) { return a.second < b.second; });
+  return dropIdleOf(most->first);
+}
+
+/// Drops the user's oldest connection that sends nothing, one with a leave only where there is no
+/// other. False when all of them wait for their answers.
+bool ControlServer::dropIdleOf(uid_t user) {
+  const Connections::value_type* idle = nullptr;
+  for (const auto& each : connections_) {
+    if (each.second.caller.user != user || !each.second.watch) continue;
+    if (idle == nullptr || (idle->second.leave && !each.second.leave)) idle = &each;
+  }
+  if (idle == nullptr) return false;
+  connections_.erase(idle->first);
+  return true;
+}
+
+void ControlServer::admit(platform::FileDescriptor socket,
+                          const platform::PeerCredentials& caller) {
   const std::uint64_t id = nextId_++;
   Connection& connection = connections_[id];
+  connection.caller = caller;
   connection.socket = std::move(socket);
+  awaitRequest(id, limits_.requestPatience);
+}
+
+void ControlServer::awaitRequest(std::uint64_t id, std::chrono::milliseconds patience) {
+  Connection& connection = connections_.at(id);
+  connection.reader = {};
   connection.watch = loop_.watch(connection.socket.get(), EPOLLIN, [this, id] { readRequest(id); });
-  connection.patience = loop_.after(requestPatience, [this, id] { drop(id); });
+  connection.patience = loop_.after(patience, [this, id] { drop(id); });
 }
 
 void ControlServer::readRequest(std::uint64_t id) {
@@ -106,20 +147,68 @@ void ControlServer::dispatch(std::uint64_t id, Connection& connection) {
     drop(id);
     return;
   }
+  using Operation = platform::ControlRequest::Operation;
+  if (request->operation == Operation::Authorize) {
+    authorize(id, request->label);
+    return;
+  }
+  if (request->operation != Operation::Status &&
+      !(connection.leave && connection.leave->use(*request))) {
+    connection.leave.reset();
+    answer(id, controlReply(ServiceErrorCode::NotPermitted,
+                            "there is no authorization for this change, or it has been used up"));
+    return;
+  }
   handler_(*request, connection.reader.takeDescriptor(),
-           [this, id](const platform::ControlReply& reply) {
-             const auto found = connections_.find(id);
-             if (found == connections_.end()) return;
-             // Never waits: a reply fits the socket's buffer, and a caller that does not take it
-             // loses it.
-             platform::sendFrame(found->second.socket.get(), encode(reply), -1);
-             drop(id);
-           });
+           [this, id](const platform::ControlReply& reply) { answer(id, reply); });
+}
+
+/// Leave is given once a connection: whoever wants more of it must ask the authority anew.
+void ControlServer::authorize(std::uint64_t id, const std::string& label) {
+  if (!platform::SystemRoot::isValidLabel(label)) {
+    answer(id, controlReply(ServiceErrorCode::InvalidArgument, "this is no valid label of a job"));
+    return;
+  }
+  Connection& connection = connections_.at(id);
+  if (connection.leave) {
+    connection.leave.reset();
+    answer(id, controlReply(ServiceErrorCode::NotPermitted,
+                            "this connection has had its authorization"));
+    return;
+  }
+  authority_(connection.caller, label, [this, id, label](bool mayChange) {
+    const auto found = connections_.find(id);
+    if (found == connections_.end()) return;
+    if (mayChange) found->second.leave.emplace(label);
+    answer(id, mayChange ? controlReply()
+                         : controlReply(ServiceErrorCode::NotPermitted,
+                                        "the caller may not change the job " + label));
+  });
+}
+
+/// Never waits: a reply fits the socket's buffer, and a caller that does not take it loses it.
+void ControlServer::answer(std::uint64_t id, const platform::ControlReply& reply) {
+  const auto found = connections_.find(id);
+  if (found == connections_.end()) return;
+  const Connection& connection = found->second;
+  const bool goesOn = connection.leave && !connection.leave->isUsedUp();
+  if (platform::sendFrame(connection.socket.get(), encode(reply), -1) && goesOn)
+    awaitRequest(id, limits_.leaveLifetime);
+  else
+    drop(id);
 }
 
 void ControlServer::drop(std::uint64_t id) {
   connections_.erase(id);
   if (connections_.empty() && quiet_) quiet_();
+}
+
+platform::ControlReply controlReply(platform::ServiceErrorCode code, const std::string& message) {
+  platform::ControlReply reply;
+  reply.code = code;
+  reply.message = message;
+  reply.daemonProcessIdentifier = ::getpid();
+  return reply;
 }
 
 }  // namespace jobd

@@ -12,15 +12,12 @@
 
 namespace jobd {
 
-/// The longest text of one entry, in bytes before it is made harmless. Longer lines go on in a
+/// The longest text of one entry, in bytes before it is made printable. Longer lines go on in a
 /// further entry.
 inline constexpr std::size_t maximumEntryBytes = 2048;
 
-/// Text that cannot end a line, move a cursor or break a reader: control characters, line and
-/// paragraph separators and bytes that are not UTF-8 become "\xNN". A tab becomes a blank.
-[[nodiscard]] std::string harmless(std::string_view text);
-
-/// "Nov 21 03:12:45 host name[345]: text\n"; a day below 10 is preceded by two blanks in all.
+/// "Nov 21 03:12:45 host name[345]: text\n", the text made one printable line; a day below 10 is
+/// preceded by two blanks in all.
 [[nodiscard]] std::string logEntry(const std::tm& time, std::string_view host,
                                    std::string_view name, long process, std::string_view text);
 

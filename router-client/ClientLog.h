@@ -10,6 +10,7 @@
 
 #include <memory>
 #include <new>
+#include <type_traits>
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "platform/kit/KQLogger.h"
@@ -30,12 +31,22 @@ void unlessMemoryIsShort(const Line& line) {
   }
 }
 
-/// For a site whose arguments cost something: after isWanted(site).
+/// A function among the arguments is asked for what the line says, which nobody reads for a line
+/// that is not wanted.
+template <class Argument>
+[[nodiscard]] decltype(auto) said(const Argument& argument) {
+  if constexpr (std::is_invocable_v<const Argument&>)
+    return argument();
+  else
+    return (argument);
+}
+
+/// After isWanted(site).
 template <class... Arguments>
 void send(const LogSite& site, const std::shared_ptr<platform::NSArray>& tags,
           const Arguments&... arguments) {
   platform::KQLogger::sharedLogger().logAtLevel_function_sourcePath_sourceLine_tags_message(
-      site.level, site.function, kLogSourcePath, site.line, tags, site.format, arguments...);
+      site.level, site.function, kLogSourcePath, site.line, tags, site.format, said(arguments)...);
 }
 
 template <class... Arguments>

@@ -1,5 +1,7 @@
 #include "router-client/OpeningTurn.h"
 
+#include <utility>
+
 namespace wlhid {
 
 void OpeningTurn::visit() {

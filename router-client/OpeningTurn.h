@@ -1,9 +1,10 @@
-// Who is opening the connection at the moment.
+// Who is opening the connection at the moment, or closing it for want of a router.
 //
-// Two threads that both find no connection would open two and send two start requests; and a thread
-// that stops while another is opening finds nothing to close yet. So one thread at a time opens,
-// and whoever applies the policy meanwhile leaves a note, upon which the opener applies the policy
-// once more. Nobody waits.
+// Two threads that both find no connection would open two and send two start requests; a thread
+// that stops while another is opening finds nothing to close yet; and one that says that there is
+// no router must not do so while another opens a connection to a new one. So one thread at a time
+// does these things, and whoever applies the policy meanwhile leaves a note, upon which that thread
+// applies the policy once more. Nobody waits.
 //
 // One thread alone never notices: it may enter again inside its own turn (a delegate that starts or
 // stops the client from its status callback does), and its own visits leave no note.
@@ -16,7 +17,6 @@
 
 #include <mutex>
 #include <thread>
-#include <utility>
 
 namespace wlhid {
 
@@ -28,22 +28,6 @@ class OpeningTurn {
   [[nodiscard]] bool enter();
   /// Gives the turn back. True at the end of the outermost turn if somebody left a note.
   [[nodiscard]] bool leave();
-
-  /// Leaves once: when told to, or, without an answer, when an exception passes.
-  class Exit {
-   public:
-    explicit Exit(OpeningTurn& turn) : turn_(&turn) {}
-    ~Exit() {
-      if (turn_ != nullptr) (void)turn_->leave();
-    }
-    Exit(const Exit&) = delete;
-    Exit& operator=(const Exit&) = delete;
-
-    [[nodiscard]] bool leave() { return std::exchange(turn_, nullptr)->leave(); }
-
-   private:
-    OpeningTurn* turn_;
-  };
 
  private:
   [[nodiscard]] bool isElsewhere() const {

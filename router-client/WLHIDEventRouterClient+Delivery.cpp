@@ -10,14 +10,23 @@ using platform::NSObject;
 
 void WLHIDEventRouterClient::receivedData_forReportID(const std::shared_ptr<NSData>& data,
                                                       std::uint32_t reportID) {
-  if (_delegate.isPresentAndRespondsTo(
-          WLHIDEventRouterClientDelegateMethod::receivedReportData_reportID)) {
-    if (const auto delegate = _delegate.load()) {
-      delegate->hidEventRouterClient_receivedReportData_reportID(shared_from_this(), data,
-                                                                 reportID);
-    }
-    return;
+  if (const auto delegate = this->delegate()) {
+    delegate->hidEventRouterClient_receivedReportData_reportID(shared_from_this(), data, reportID);
+  } else {
+    logReport(data, reportID);
   }
+}
+
+void WLHIDEventRouterClient::receivedElementValues(const std::shared_ptr<NSArray>& elementValues) {
+  if (const auto delegate = this->delegate()) {
+    delegate->hidEventRouterClient_receivedElementValues(shared_from_this(), elementValues);
+  } else {
+    logElementValues(elementValues);
+  }
+}
+
+void WLHIDEventRouterClient::logReport(const std::shared_ptr<NSData>& data,
+                                       std::uint32_t reportID) const {
   wlhid::log(wlhid::site::receivedData, *this, reportID, data);
 }
 
@@ -38,14 +47,7 @@ void logElementValue(const WLHIDEventRouterClient& client,
 
 }  // namespace
 
-void WLHIDEventRouterClient::receivedElementValues(const std::shared_ptr<NSArray>& elementValues) {
-  if (_delegate.isPresentAndRespondsTo(
-          WLHIDEventRouterClientDelegateMethod::receivedElementValues)) {
-    if (const auto delegate = _delegate.load()) {
-      delegate->hidEventRouterClient_receivedElementValues(shared_from_this(), elementValues);
-    }
-    return;
-  }
+void WLHIDEventRouterClient::logElementValues(const std::shared_ptr<NSArray>& elementValues) const {
   // Ours for the walk: a log sink may make the caller drop its reference.
   const std::shared_ptr<NSArray> walked =
       elementValues;  // NOLINT(performance-unnecessary-copy-initialization)

@@ -54,8 +54,7 @@ void WLHIDEventRouterClient::handleStartFailure(const Weak& weakSelf,
   if (error->code() == WLHIDEventRouterNotPermitted)
     wlhid::log(wlhid::site::startNotPermitted, weakSelf, error);
   setClientStatus(WLHIDEventRouterClientStatusFailed);
-  if (!_delegate.isPresentAndRespondsTo(WLHIDEventRouterClientDelegateMethod::handleError)) return;
-  if (const auto delegate = _delegate.load())
+  if (const auto delegate = this->delegate())
     delegate->hidEventRouterClient_handleError(shared_from_this(), error);
 }
 

@@ -82,15 +82,11 @@ bool WLHIDEventRouterClient::started() const {
 }
 
 std::shared_ptr<WLHIDEventRouterClientDelegate> WLHIDEventRouterClient::delegate() const {
-  return _delegate.load();
+  return _delegate.ask([](const auto& reference) { return reference.lock(); });
 }
-void WLHIDEventRouterClient::setDelegate(std::nullptr_t) {
-  storeDelegate({}, {});
-}
-
-void WLHIDEventRouterClient::storeDelegate(std::weak_ptr<WLHIDEventRouterClientDelegate> delegate,
-                                           wlhid::DelegateMethods methods) {
-  _delegate.store(std::move(delegate), methods);
+void WLHIDEventRouterClient::setDelegate(
+    const std::shared_ptr<WLHIDEventRouterClientDelegate>& delegate) {
+  _delegate.exchange(delegate);
 }
 
 // Both setters announce themselves as a whole, log line and equal values included: an observer
@@ -119,12 +115,8 @@ void WLHIDEventRouterClient::setClientStatus(WLHIDEventRouterClientStatus newCli
 void WLHIDEventRouterClient::storeClientStatus(WLHIDEventRouterClientStatus newClientStatus) {
   wlhid::log(wlhid::site::setClientStatus, *this, newClientStatus);
   if (_clientStatus.exchange(newClientStatus) == newClientStatus) return;
-  if (!_delegate.isPresentAndRespondsTo(
-          WLHIDEventRouterClientDelegateMethod::clientStatusChangedTo))
-    return;
-  if (const auto delegate = _delegate.load()) {
+  if (const auto delegate = this->delegate())
     delegate->hidEventRouterClient_clientStatusChangedTo(shared_from_this(), newClientStatus);
-  }
 }
 
 // ---- Router status and connection policy
@@ -155,7 +147,11 @@ bool WLHIDEventRouterClient::isConnectionPresent() const {
 }
 
 void WLHIDEventRouterClient::_updateConnection() {
-  wlhid::log(wlhid::site::updateConnection, *this, started());
+  wlhid::log(wlhid::site::updateConnection, *this, [this] { return started(); });
+  settleConnection();
+}
+
+void WLHIDEventRouterClient::settleConnection() {
   while (applyConnectionPolicy()) continue;
 }
 
@@ -168,18 +164,15 @@ void WLHIDEventRouterClient::_updateConnection() {
 ///   yes      installed      present     nothing: a session is running or pending
 ///   yes      not installed  any         close if present; then status RouterUnavailable
 ///
-/// Returns whether to apply it once more, because another thread came by while this one was opening
-/// (OpeningTurn.h).
+/// Returns whether to apply it once more, because another thread came by while this one had the
+/// turn (OpeningTurn.h).
 bool WLHIDEventRouterClient::applyConnectionPolicy() {
   _openingTurn.visit();
   if (!started()) {
     if (isConnectionPresent()) stopAndClose();
     return false;
   }
-  if (!isRouterInstalled()) {
-    closeForWantOfRouter();
-    return false;
-  }
+  if (!isRouterInstalled()) return closeForWantOfRouter();
   return !isConnectionPresent() && openAndStart();
 }
 
@@ -194,20 +187,38 @@ void WLHIDEventRouterClient::stopAndClose() {
   closeConnection();
 }
 
-void WLHIDEventRouterClient::closeForWantOfRouter() {
-  if (isConnectionPresent()) closeConnection();
-  if (isConnectionPresent()) return;
-  setClientStatus(WLHIDEventRouterClientStatusRouterUnavailable);
+/// Runs `action` with the turn; another thread that has it is left a note instead. Returns whether
+/// to apply the policy once more.
+template <class Action>
+bool WLHIDEventRouterClient::inOpeningTurn(const Action& action) {
+  if (!_openingTurn.enter()) return false;
+  try {
+    action();
+  } catch (...) {
+    // From a delegate, as a rule. Whoever left a note relies on us all the same.
+    if (_openingTurn.leave()) settleConnection();
+    throw;
+  }
+  return _openingTurn.leave();
+}
+
+// In a turn, look again: what another thread finished before it began left no note.
+
+/// With the turn, so that no other thread opens a connection between the look and the status, which
+/// would then deny it.
+bool WLHIDEventRouterClient::closeForWantOfRouter() {
+  return inOpeningTurn([this] {
+    if (!started() || isRouterInstalled()) return;
+    if (isConnectionPresent()) closeConnection();
+    if (!isConnectionPresent()) setClientStatus(WLHIDEventRouterClientStatusRouterUnavailable);
+  });
 }
 
 bool WLHIDEventRouterClient::openAndStart() {
-  if (!_openingTurn.enter()) return false;
-  wlhid::OpeningTurn::Exit exit(_openingTurn);
-  // Another thread's stop, removal or opening that ended before the turn began left no note: look
-  // again.
-  if (started() && isRouterInstalled() && !isConnectionPresent() && openConnection() == nullptr) {
+  return inOpeningTurn([this] {
+    if (!started() || !isRouterInstalled() || isConnectionPresent()) return;
+    if (openConnection() != nullptr) return;
     setClientStatus(WLHIDEventRouterClientStatusOpening);
     startListeningToService();
-  }
-  return exit.leave();
+  });
 }

@@ -1,6 +1,8 @@
 #include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
 
-// The bodies do nothing: a client asks whether a method is overridden before it calls it.
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
+
+// Reached when a delegate takes no such call: here happens what happens without a delegate.
 
 void WLHIDEventRouterClientDelegate::hidEventRouterClient_clientStatusChangedTo(
     const std::shared_ptr<WLHIDEventRouterClient>&, WLHIDEventRouterClientStatus) {}
@@ -9,13 +11,13 @@ void WLHIDEventRouterClientDelegate::hidEventRouterClient_handleError(
     const std::shared_ptr<WLHIDEventRouterClient>&, const std::shared_ptr<platform::NSError>&) {}
 
 void WLHIDEventRouterClientDelegate::hidEventRouterClient_receivedElementValues(
-    const std::shared_ptr<WLHIDEventRouterClient>&, const std::shared_ptr<platform::NSArray>&) {}
+    const std::shared_ptr<WLHIDEventRouterClient>& client,
+    const std::shared_ptr<platform::NSArray>& elementValues) {
+  if (client) client->logElementValues(elementValues);
+}
 
 void WLHIDEventRouterClientDelegate::hidEventRouterClient_receivedReportData_reportID(
-    const std::shared_ptr<WLHIDEventRouterClient>&, const std::shared_ptr<platform::NSData>&,
-    std::uint32_t) {}
-
-bool WLHIDEventRouterClientDelegate::respondsToSelector(
-    WLHIDEventRouterClientDelegateMethod) const {
-  return false;
+    const std::shared_ptr<WLHIDEventRouterClient>& client,
+    const std::shared_ptr<platform::NSData>& data, std::uint32_t reportID) {
+  if (client) client->logReport(data, reportID);
 }

@@ -14,7 +14,7 @@
 #include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/kit/KQIOObject.h"
-#include "router/AtomicFile.h"
+#include "platform/services/RootFiles.h"
 #include "router/RouterStatus.h"
 #include "router/Session.h"
 
@@ -40,7 +40,13 @@ constexpr std::string_view kStartSelector =
 bool isAdmitted(const platform::SystemRoot& root, uid_t user) {
   if (root.isSystem() || user == 0) return true;
   struct stat status {};
-  return ::stat(root.path().c_str(), &status) == 0 && status.st_uid == user;
+  return ::fstat(root.directory(), &status) == 0 && status.st_uid == user;
+}
+
+/// The root, open: for as long as the router lives it is that directory.
+platform::SystemRoot opened(const platform::SystemRoot& root) {
+  if (root.directory() >= 0) return root;
+  return {platform::openOwnRoot(root), root.path()};
 }
 
 }  // namespace
@@ -77,9 +83,9 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
                            public SessionOwner,
                            public std::enable_shared_from_this<Core> {
  public:
-  Core(platform::SystemRoot root, std::shared_ptr<platform::NSXPCListener> listener,
+  Core(const platform::SystemRoot& root, std::shared_ptr<platform::NSXPCListener> listener,
        RouterOptions options)
-      : root_(std::move(root)), listener_(std::move(listener)), options_(std::move(options)) {
+      : root_(opened(root)), listener_(std::move(listener)), options_(std::move(options)) {
     if (options_.sources == nullptr) {
       options_.sources =
           std::make_shared<const std::vector<std::unique_ptr<DeviceSource>>>(deviceSources(root_));
@@ -129,6 +135,7 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
   // Touched by the housekeeping thread only.
   std::map<std::uint64_t, std::uint64_t> reportedLosses_;  // by session number
   Clock::time_point lossesReportedAt_{};
+  RouterStatusFile statusFile_{root_};
   bool statusFailed_ = false;
   std::thread housekeeping_;
 };
@@ -143,7 +150,6 @@ void Router::Core::resume() {
   }();
   log(stringWithFormat("router %s of %s, %zu devices", WLHID_ROUTER_VERSION, root_.path().string(),
                        devices));
-  removeAbandonedWrites(routerStatusFile(root_));
   {
     const std::lock_guard lock(mutex_);
     emptySince_ = Clock::now();
@@ -174,7 +180,7 @@ void Router::Core::stop() {
   }
   if (!housekeeping_.joinable()) return;
   housekeeping_.join();
-  removeRouterStatus(root_, ::getpid());
+  statusFile_.remove();
   log("router ends");
 }
 
@@ -354,16 +360,16 @@ void Router::Core::writeStatus() {
     status.lost += lostInAll;
   }
   try {
-    writeRouterStatus(root_, status);
+    statusFile_.write(status);
     statusFailed_ = false;
   } catch (const std::exception& error) {
     if (!std::exchange(statusFailed_, true)) log(std::string("status: ") + error.what());
   }
 }
 
-Router::Router(platform::SystemRoot root, std::shared_ptr<platform::NSXPCListener> listener,
+Router::Router(const platform::SystemRoot& root, std::shared_ptr<platform::NSXPCListener> listener,
                RouterOptions options)
-    : core_(std::make_shared<Core>(std::move(root), std::move(listener), std::move(options))) {}
+    : core_(std::make_shared<Core>(root, std::move(listener), std::move(options))) {}
 
 Router::~Router() {
   core_->stop();

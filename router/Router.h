@@ -3,7 +3,8 @@
 //
 // Threading: any thread.
 // Ownership: holds the listener and, until their connections end, the sessions.
-// Errors: the constructor throws std::system_error. What goes wrong later is answered to the client
+// Errors: the constructor throws std::system_error and ServiceError. What goes wrong later is
+// answered to the client
 //   or logged.
 // Order: stop() ends every session behind what was sent to it.
 #pragma once
@@ -29,7 +30,8 @@ struct RouterOptions {
 
 class Router {
  public:
-  Router(platform::SystemRoot root, std::shared_ptr<platform::NSXPCListener> listener,
+  /// The root is opened, unless it is open already, and must be this user's own.
+  Router(const platform::SystemRoot& root, std::shared_ptr<platform::NSXPCListener> listener,
          RouterOptions options = {});
   Router(const Router&) = delete;
   Router& operator=(const Router&) = delete;

@@ -40,12 +40,16 @@ as_root() {
   fi
 }
 
+# Package lists may be missing, as container images have them, or too old; only an attempt tells.
 apt_install() {
   local apt=(env DEBIAN_FRONTEND=noninteractive apt-get -q -o Dpkg::Use-Pty=0)
-  if ! apt-cache show "$@" >/dev/null 2>&1; then
-    as_root "${apt[@]}" update
+  local install=(install -y --no-install-recommends "$@")
+  if "${apt[@]}" --simulate "${install[@]}" >/dev/null 2>&1 && as_root "${apt[@]}" "${install[@]}"; then
+    return 0
   fi
-  as_root "${apt[@]}" install -y --no-install-recommends "$@"
+  say "Fetching the package lists first."
+  as_root "${apt[@]}" update || return 1
+  as_root "${apt[@]}" "${install[@]}"
 }
 
 need_packages() { # need_packages WHY PACKAGE…

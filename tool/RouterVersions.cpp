@@ -6,8 +6,7 @@
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
-#include "platform/services/JobFile.h"
-#include "platform/services/RootFiles.h"
+#include "platform/services/InstalledJob.h"
 #include "platform/services/ServiceManagement.h"
 #include "platform/services/SystemRoot.h"
 #include "tool/Command.h"
@@ -75,18 +74,9 @@ std::string executableOf(const NSDictionary& job) {
 }
 
 std::string whyNoJob(const SystemRoot& root) {
-  const std::string file = root.jobFile(WLHIDEventRouterLabel).string();
-  const auto directory = platform::openRoot(root);
-  if (!directory) return "there is no system root " + root.path().string();
-  const auto jobs = platform::openDirectoryBelow(directory.get(), "Library/LaunchDaemons", false);
-  const auto bytes =
-      jobs ? platform::readFileIn(jobs.get(), std::string(WLHIDEventRouterLabel) + ".plist",
-                                  platform::maximumJobFileBytes)
-           : std::nullopt;
-  if (!bytes) return "there is no job file " + file;
-  std::string reason = "it cannot be read";
-  static_cast<void>(platform::jobDictionary(*bytes, WLHIDEventRouterLabel, &reason));
-  return file + ": " + reason;
+  std::string reason = "there is one now";
+  static_cast<void>(platform::installedJob(root, std::string(WLHIDEventRouterLabel), &reason));
+  return reason;
 }
 
 std::string jobProblem() {

@@ -1,5 +1,6 @@
 // wlhid status: is the router installed and current, does it run, what does it route, what was
 // lost.
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -55,6 +56,11 @@ std::string versionText(const RouterCopy& copy) {
 
 std::string installationText(const Status& status) {
   const auto& installed = status.versions.installed;
+  std::error_code unknown;
+  if (!installed && std::filesystem::exists(status.root.jobFile(WLHIDEventRouterLabel), unknown)) {
+    return "not installed, for the job cannot be kept (replace it with: wlhid install): " +
+           status.versions.jobProblem;
+  }
   if (!installed) return "not installed (install it with: wlhid install)";
   if (status.installed) return "installed, " + versionText(*installed);
   return "not current: installed is " + versionText(*installed) +

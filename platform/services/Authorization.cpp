@@ -1,15 +1,19 @@
 #include "platform/services/Authorization.h"
 
 #include <fcntl.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 #include "platform/foundation/NSLog.h"
 #include "platform/foundation/NSString.h"
+#include "platform/foundation/PrintableText.h"
 #include "platform/services/FileDescriptor.h"
 #include "platform/services/Grant.h"
 #include "platform/services/ServiceManagement.h"
@@ -21,6 +25,7 @@ namespace {
 constexpr std::string_view blessRight = "com.apple.ServiceManagement.blesshelper";
 constexpr std::string_view ownPrompt = "An application wants to install or remove a helper.";
 constexpr std::size_t longestPrompt = 4096;
+constexpr std::size_t longestEcho = 20;
 
 struct AgentSlot {
   std::mutex mutex;
@@ -58,13 +63,6 @@ bool areAllKnown(const AuthorizationRights& rights) {
   return rights.count > 0;
 }
 
-/// A terminal acts upon control characters; somebody else's prompt must not be able to.
-std::string withoutControls(std::string_view text) {
-  std::string result;
-  for (const char c : text) result += static_cast<unsigned char>(c) < 0x20 || c == 0x7F ? ' ' : c;
-  return result;
-}
-
 bool writeAll(int descriptor, std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = ::write(descriptor, text.data(), text.size());
@@ -88,19 +86,60 @@ bool readLine(int descriptor, std::string& line) {
   }
 }
 
-OSStatus statusOfAnswer(const std::string& answer) {
-  if (answer == "y" || answer == "Y" || answer == "yes") return errAuthorizationSuccess;
-  if (answer == "c" || answer == "C") return errAuthorizationCanceled;
+/// What an answer means; nothing when it means nothing. No word is no leave.
+std::optional<OSStatus> statusOfAnswer(std::string answer) {
+  std::erase_if(answer, [](char c) { return c == ' ' || c == '\t' || c == '\r'; });
+  std::transform(answer.begin(), answer.end(), answer.begin(), [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  });
+  if (answer == "y" || answer == "yes") return errAuthorizationSuccess;
+  if (answer.empty() || answer == "n" || answer == "no") return errAuthorizationDenied;
+  if (answer == "c" || answer == "cancel") return errAuthorizationCanceled;
+  return std::nullopt;
+}
+
+std::string ownProgram() {
+  std::error_code error;
+  const auto path = std::filesystem::read_symlink("/proc/self/exe", error);
+  return (error ? std::string("unknown") : printableLine(path.string())) + " (process " +
+         std::to_string(::getpid()) + ")";
+}
+
+/// What the person is asked. The prompt is the application's word and is marked as such; it is one
+/// line, so that it cannot look like one of ours.
+std::string question(std::string_view prompt) {
+  std::string text =
+      "A program asks for leave to install, replace or remove a privileged helper.\n";
+  text += "  program   " + ownProgram() + "\n";
+  text += "  below     " + printableLine(SystemRoot::current().path().string()) + "\n";
+  if (prompt != ownPrompt) {
+    std::string words(prompt);
+    std::replace(words.begin(), words.end(), '\n', ' ');
+    text += "  it says   " + printableLine(words) + "\n";
+  }
+  return text + "Allow it? y: yes, n or Enter: no, c: cancel > ";
+}
+
+OSStatus takeAnswer(int terminal) {
+  constexpr int attempts = 3;
+  for (int attempt = 1;; ++attempt) {
+    std::string answer;
+    if (!readLine(terminal, answer)) return errAuthorizationCanceled;
+    if (const auto status = statusOfAnswer(answer)) return *status;
+    if (attempt == attempts) break;
+    writeAll(terminal, "\"" + printableLine(answer, longestEcho) +
+                           "\" is no answer. y: yes, n or Enter: no, c: cancel > ");
+  }
+  writeAll(terminal, "That is taken as no.\n");
   return errAuthorizationDenied;
 }
 
 OSStatus askOnTerminal(std::string_view prompt) {
   const FileDescriptor terminal(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
   if (!terminal) return errAuthorizationInteractionNotAllowed;
-  if (!writeAll(terminal.get(), withoutControls(prompt) + "\nAllow? [y/N/c] "))
-    return errAuthorizationInteractionNotAllowed;
-  std::string answer;
-  return readLine(terminal.get(), answer) ? statusOfAnswer(answer) : errAuthorizationCanceled;
+  ::tcflush(terminal.get(), TCIFLUSH);  // what was typed before the question does not answer it
+  if (!writeAll(terminal.get(), question(prompt))) return errAuthorizationInteractionNotAllowed;
+  return takeAnswer(terminal.get());
 }
 
 /// The system root's jobs are given to an authority of the system, which is asked elsewhere; no
@@ -119,38 +158,6 @@ OSStatus askAgent(std::string_view prompt) {
 
 }  // namespace
 
-// Kept for good, and reachable, so that a leak checker sees what is meant.
-struct Authorization {
-  const Authorization* previous;
-};
-
-namespace {
-
-struct Grants {
-  std::mutex mutex;
-  const Authorization* last = nullptr;
-};
-Grants& grants() {
-  static auto* const all = new Grants;
-  return *all;
-}
-
-AuthorizationRef newGrant() {
-  auto* const grant = new Authorization{nullptr};
-  const std::lock_guard lock(grants().mutex);
-  grant->previous = std::exchange(grants().last, grant);
-  return grant;
-}
-
-}  // namespace
-
-bool isGranted(const AuthorizationRef& authorization) {
-  const std::lock_guard lock(grants().mutex);
-  const Authorization* grant = grants().last;
-  while (grant != nullptr && grant != authorization) grant = grant->previous;
-  return grant != nullptr;
-}
-
 OSStatus createAuthorization(const AuthorizationRights* rights,
                              const AuthorizationEnvironment* environment, AuthorizationFlags flags,
                              AuthorizationRef* returnAuthorization) {
@@ -161,7 +168,7 @@ OSStatus createAuthorization(const AuthorizationRights* rights,
   const OSStatus status =
       SystemRoot::current().isSystem() ? refuseOnSystemRoot() : askAgent(promptIn(environment));
   if (status == errAuthorizationSuccess && returnAuthorization != nullptr)
-    *returnAuthorization = newGrant();
+    *returnAuthorization = newAuthorization();
   return status;
 }
 

@@ -59,7 +59,8 @@ using AuthorizationAgent = std::function<OSStatus(std::string_view prompt)>;
 void setAuthorizationAgent(AuthorizationAgent agent);
 /// Agents for scripts: always the same answer.
 [[nodiscard]] AuthorizationAgent fixedAuthorizationAgent(OSStatus answer);
-/// Asks on the controlling terminal: the prompt, then "Allow? [y/N/c] ".
+/// Asks on the controlling terminal. Names the program that asks, the root and the prompt as the
+/// program's own words; asks again, twice, when the answer is none.
 [[nodiscard]] AuthorizationAgent terminalAuthorizationAgent();
 
 }  // namespace platform

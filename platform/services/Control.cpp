@@ -18,8 +18,11 @@ namespace {
 using Object = std::shared_ptr<NSObject>;
 using Operation = ControlRequest::Operation;
 
-constexpr std::array<std::pair<Operation, std::string_view>, 3> operationNames{
-    {{Operation::Bless, "bless"}, {Operation::Remove, "remove"}, {Operation::Status, "status"}}};
+constexpr std::array<std::pair<Operation, std::string_view>, 4> operationNames{
+    {{Operation::Authorize, "authorize"},
+     {Operation::Bless, "bless"},
+     {Operation::Remove, "remove"},
+     {Operation::Status, "status"}}};
 
 /// Text of unknown origin: what is not UTF-8 is dropped rather than the message.
 Object textObject(const std::string& text) {

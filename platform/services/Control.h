@@ -1,9 +1,11 @@
 // What an application and the job daemon say to each other.
 //
-// One request and one reply a connection, each a frame: its length as four bytes, little-endian,
-// then a binary property list of that length. A bless carries the helper's executable as an open
-// descriptor beside the frame's first byte: which file is installed is decided by whoever opened
-// it, and no path crosses the border between the two.
+// Requests and replies in turn, each a frame: its length as four bytes, little-endian, then a
+// binary property list of that length. Who only asks for the status, asks once. Who wants to change
+// a job asks for leave first (Authorize), which the daemon gives for this connection and this job:
+// one removal, then one bless, soon. Without it, a removal or a bless is refused. A bless carries
+// the helper's executable as an open descriptor beside the frame's first byte: which file is
+// installed is decided by whoever opened it, and no path crosses the border between the two.
 //
 // Threading: values; a FrameReader belongs to one thread. Ownership: values own their content.
 // Errors: a message that cannot be decoded gives nothing. Lengths are checked before anything is
@@ -25,7 +27,7 @@ namespace platform {
 inline constexpr std::size_t maximumControlBytes = std::size_t{256} * 1024;
 
 struct ControlRequest {
-  enum class Operation { Bless, Remove, Status };
+  enum class Operation { Authorize, Bless, Remove, Status };
   Operation operation = Operation::Status;
   std::string label;  ///< empty for Status
   bool wait = true;   ///< Remove: whether the reply comes after the process has gone
@@ -38,7 +40,8 @@ struct JobStatus {
   std::int64_t processIdentifier = 0;     ///< 0 while it does not run
   std::int64_t starts = 0;                ///< since the daemon came up
   std::int64_t heldBackMilliseconds = 0;  ///< how long it is still held back after it crashed
-  std::string lastEnd;  ///< "exited with status 1", "ended by signal 9"; empty before the first end
+  std::string lastEnd;  ///< "exited with status 1", "ended by signal 9", "could not be started: …";
+                        ///< empty before the first end
 };
 
 struct ControlReply {

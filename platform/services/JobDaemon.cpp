@@ -108,18 +108,6 @@ class SpawnPlan {
   posix_spawnattr_t attributes_{};
 };
 
-/// The daemon gets no more of the environment than how to tell the time and where its user is at
-/// home.
-std::vector<std::string> daemonEnvironment() {
-  std::vector<std::string> environment{
-      "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"};
-  for (const char* name : {"HOME", "TZ", "LANG"}) {
-    if (const char* value = secure_getenv(name))
-      environment.push_back(std::string(name) + "=" + value);
-  }
-  return environment;
-}
-
 std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> result;
   result.reserve(texts.size() + 1);
@@ -142,8 +130,7 @@ void reap(pid_t child, bool didItsWork) {
 
 void checkOwner(const FileDescriptor& socket, const SystemRoot& root) {
   const auto peer = peerCredentials(socket.get());
-  const auto owner = ownerOfRoot(root);
-  if (peer && (peer->user == 0 || (owner && peer->user == *owner))) return;
+  if (peer && isTrustedUser(peer->user)) return;
   throw ServiceError(ServiceErrorCode::NotPermitted,
                      "the job daemon of " + root.path().string() + " belongs to somebody else");
 }
@@ -176,7 +163,7 @@ void JobDaemon::start() const {
 
   const std::string program = daemonProgram();
   std::vector<std::string> arguments{program, "--root", root_.path().string(), "--ready-fd", "3"};
-  std::vector<std::string> environment = daemonEnvironment();
+  std::vector<std::string> environment;  // it takes nothing from there
   SpawnPlan plan;
   plan.setUp(writeEnd.get());
   pid_t child = -1;
@@ -194,17 +181,16 @@ void JobDaemon::start() const {
                        "the job daemon did not start: " + cause);
 }
 
-std::optional<ControlReply> JobDaemon::askOnce(const FileDescriptor& socket,
-                                               const ControlRequest& request,
-                                               int descriptor) const {
-  if (!sendFrame(socket.get(), encode(request), descriptor)) return std::nullopt;
+std::optional<ControlReply> ControlConnection::tryAsk(const ControlRequest& request,
+                                                      int descriptor) {
+  if (!sendFrame(socket_.get(), encode(request), descriptor)) return std::nullopt;
   const auto deadline = Clock::now() + replyPatience;
   FrameReader reader;
   for (;;) {
-    if (!waitReadable(socket.get(), deadline)) {
+    if (!waitReadable(socket_.get(), deadline)) {
       throw ServiceError(ServiceErrorCode::TimedOut, "the job daemon did not answer in time");
     }
-    switch (reader.readFrom(socket.get())) {
+    switch (reader.readFrom(socket_.get())) {
       case FrameReader::State::NeedMore:
         continue;
       case FrameReader::State::Ended:
@@ -219,23 +205,42 @@ std::optional<ControlReply> JobDaemon::askOnce(const FileDescriptor& socket,
   }
 }
 
-ControlReply JobDaemon::ask(const ControlRequest& request, int descriptor) const {
+ControlReply ControlConnection::ask(const ControlRequest& request, int descriptor) {
+  if (auto reply = tryAsk(request, descriptor)) return std::move(*reply);
+  throw ServiceError(ServiceErrorCode::DaemonUnavailable,
+                     "the job daemon ended the connection before it answered; try again");
+}
+
+std::pair<ControlConnection, ControlReply> JobDaemon::openWith(const ControlRequest& request,
+                                                               int descriptor) const {
   // A daemon that had nothing left to keep may end just as it is asked; another one is started
   // then.
   for (int attempt = 0; attempt < attempts; ++attempt) {
     ensureRunning();
-    const auto socket = connect();
+    auto socket = connect();
     if (!socket) continue;
-    if (auto reply = askOnce(socket, request, descriptor)) return std::move(*reply);
+    ControlConnection connection(std::move(socket));
+    if (auto reply = connection.tryAsk(request, descriptor))
+      return {std::move(connection), std::move(*reply)};
   }
   throw ServiceError(ServiceErrorCode::DaemonUnavailable,
                      "the job daemon ended before it answered");
 }
 
+ControlReply JobDaemon::ask(const ControlRequest& request, int descriptor) const {
+  return openWith(request, descriptor).second;
+}
+
+ControlConnection JobDaemon::authorize(const std::string& label) const {
+  auto [connection, reply] = openWith({ControlRequest::Operation::Authorize, label, true}, -1);
+  if (!reply.succeeded()) throw ServiceError(reply.code, reply.message);
+  return std::move(connection);
+}
+
 std::optional<ControlReply> JobDaemon::status() const {
-  const auto socket = connect();
+  auto socket = connect();
   if (!socket) return std::nullopt;
-  return askOnce(socket, ControlRequest{}, -1);
+  return ControlConnection(std::move(socket)).tryAsk(ControlRequest{}, -1);
 }
 
 }  // namespace platform

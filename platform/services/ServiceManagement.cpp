@@ -7,7 +7,7 @@
 
 #include "platform/foundation/NSBundle.h"
 #include "platform/services/Grant.h"
-#include "platform/services/JobDaemon.h"
+#include "platform/services/InstalledJob.h"
 #include "platform/services/JobFile.h"
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
@@ -33,11 +33,6 @@ std::string checkedLabel(std::string_view domain, const std::shared_ptr<NSString
   return label->UTF8String();
 }
 
-void checkAuthorization(const AuthorizationRef& authorization) {
-  if (!isGranted(authorization))
-    throw ServiceError(ServiceErrorCode::NotPermitted, "there is no authorization for this");
-}
-
 void throwIfFailed(const ControlReply& reply) {
   if (!reply.succeeded()) throw ServiceError(reply.code, reply.message);
 }
@@ -51,15 +46,6 @@ FileDescriptor openBundledHelper(const std::string& label) {
   FileDescriptor helper(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!helper) throw fileSystemError("cannot open the bundle's helper " + path, errno);
   return helper;
-}
-
-std::shared_ptr<NSDictionary> readJobDictionary(const SystemRoot& root, const std::string& label) {
-  const auto rootDirectory = openRoot(root);
-  if (!rootDirectory) return nullptr;
-  const auto jobs = openDirectoryBelow(rootDirectory.get(), "Library/LaunchDaemons", false);
-  if (!jobs) return nullptr;
-  const auto bytes = readFileIn(jobs.get(), label + ".plist", maximumJobFileBytes);
-  return bytes ? jobDictionary(*bytes, label, nullptr) : nullptr;
 }
 
 /// Runs `body`; a failure becomes false and the error object.
@@ -83,7 +69,7 @@ class RootServices final : public ServicesProvider {
   std::shared_ptr<NSDictionary> jobCopyDictionary(std::string_view domain,
                                                   const std::shared_ptr<NSString>& label) override {
     try {
-      return readJobDictionary(SystemRoot::current(), checkedLabel(domain, label));
+      return installedJob(SystemRoot::current(), checkedLabel(domain, label), nullptr);
     } catch (const std::exception&) {
       return nullptr;  // a job that cannot be read is no job of the domain
     }
@@ -96,7 +82,7 @@ class RootServices final : public ServicesProvider {
       const ControlRequest request{ControlRequest::Operation::Remove, checkedLabel(domain, label),
                                    wait};
       checkAuthorization(authorization);
-      throwIfFailed(JobDaemon(SystemRoot::current()).ask(request, -1));
+      throwIfFailed(askWithAuthorization(authorization, request, -1));
     });
   }
 
@@ -108,7 +94,7 @@ class RootServices final : public ServicesProvider {
                                    true};
       checkAuthorization(authorization);
       const auto helper = openBundledHelper(request.label);
-      throwIfFailed(JobDaemon(SystemRoot::current()).ask(request, helper.get()));
+      throwIfFailed(askWithAuthorization(authorization, request, helper.get()));
     });
   }
 

@@ -11,6 +11,9 @@
 // Ownership: the handle and the running queue thread hold the core; proxies do too, reply senders
 //   only weakly. The core never holds its handle.
 // Errors, Order: as NSXPCConnection.h.
+// Forks: in a child every call from outside returns before it touches the lock, which a thread that
+//   the child lacks may hold; ends let go of the descriptors. A queue thread that forks itself, in
+//   a handler, ends in the child as soon as the handler returns (InForkedChild).
 #pragma once
 
 #include <atomic>
@@ -19,10 +22,13 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "platform/foundation/ForkMark.h"
+#include "platform/xpc/Admissions.h"
 #include "platform/xpc/InterfaceTable.h"
 #include "platform/xpc/NSXPCConnection.h"
 #include "platform/xpc/PeerIdentity.h"
@@ -47,6 +53,8 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   static std::shared_ptr<ConnectionCore> accepted(int socket, int wake = -1,
                                                   PreparedThread thread = {});
   ConnectionCore(std::string service, int acceptedSocket);
+  /// Before it is resumed. The place is given back when the stream has ended.
+  void setPlace(std::unique_ptr<Admissions::Place> place);
   ConnectionCore(const ConnectionCore&) = delete;
   ConnectionCore& operator=(const ConnectionCore&) = delete;
   ~ConnectionCore();
@@ -80,6 +88,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   std::unique_ptr<SendBatch> beginBatch();
   void endBatch(std::unique_ptr<SendBatch> batch);
   [[nodiscard]] std::size_t unsentBytes() const;
+  [[nodiscard]] std::size_t unsentBytesOfUser() const;
   bool waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit);
   [[nodiscard]] std::uint64_t messagesDropped() const;
   [[nodiscard]] PeerIdentity peer() const;
@@ -88,6 +97,8 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   static std::size_t liveCount();
 
  private:
+  /// Thrown on the queue thread, through everything, where a handler returned in a child.
+  struct InForkedChild {};
   using Clock = std::chrono::steady_clock;
 
   struct Pending {
@@ -130,14 +141,19 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   std::ptrdiff_t writeLocked(std::span<const std::uint8_t> bytes);
   void openStreamLocked();
   void endStreamLocallyLocked(Released& released);
-  void failLocked(Failure failure);
+  /// Where nobody wants to hear of it the reply stays with the caller, who lets go of it under no
+  /// lock.
+  void failLocked(XPCReplyHandler& reply, const SharedErrorHandler& errorHandler,
+                  std::shared_ptr<NSError> error);
   void pokeLocked();
   bool startThreadLocked();
   static void* threadMain(void* core);
   void releaseTokenLocked();
+  void letGoOfInherited();
   [[nodiscard]] bool isOverLocked() const { return invalidated_ || abandoned_ || ended_; }
   [[nodiscard]] bool fitsLocked(std::size_t bytes) const {
-    return bytes <= kXPCUnsentLimit - std::min(backlog_.size(), kXPCUnsentLimit);
+    return bytes <= kXPCUnsentLimit - std::min(backlog_.size(), kXPCUnsentLimit) &&
+           backlog_.mayTake(bytes);
   }
   bool noteDropLocked();
   bool waitOnQueueThread(std::size_t bytes, Clock::time_point deadline);
@@ -147,8 +163,13 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   Step nextStep();
   void runFailures();
   void connect();
-  void adoptSocket(int socket);
+  /// False where no memory is to be had for the hello.
+  [[nodiscard]] bool adoptSocket(int socket);
+  void giveUpConnecting(const std::string& why);
   void serve();
+  /// Until when it may wait for input, in milliseconds from now.
+  [[nodiscard]] int idleTimeout() const;
+  [[nodiscard]] bool isHelloOverdue() const;
   void deliverOrBreach();
   bool readOnce();
   [[nodiscard]] bool hasBacklog() const;
@@ -164,7 +185,6 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   struct Handlers {
     SharedHandler interruption;  ///< taken along to be released
     SharedHandler invalidation;
-    bool endedHere = false;
   };
   void reportInvalidation();
   bool takeHandlers(Handlers& handlers);
@@ -173,6 +193,9 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void linger();
   void closeSocket();
   [[nodiscard]] std::shared_ptr<NSError> makeError(std::int64_t code, const char* what) const;
+  /// The same, but where memory is short one that was made before, which lacks the words.
+  [[nodiscard]] std::shared_ptr<NSError> makeErrorAnyway(std::int64_t code, const char* what) const;
+  [[nodiscard]] std::chrono::milliseconds pauseBeforeReport() const;
   template <class... Parts>
   void log(const Parts&... parts) const;
   void logText(const std::string& text) const;
@@ -190,12 +213,14 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void answerDropped(std::uint64_t id);
   void refreshExported();
   void dropForWantOfObject(std::size_t method, std::uint64_t id);
+  void reportMissedSinceGone();
   bool breach(std::string_view what);
   template <class Call>
   void guarded(const char* what, const Call& call) const;
 
   const std::string service_;  ///< empty for an accepted connection
   const bool accepted_;
+  const ForkMark mark_;
 
   mutable std::mutex mutex_;
   std::condition_variable unsentChanged_;
@@ -229,6 +254,9 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   std::vector<Failure> failures_;
   PeerIdentity peer_;
   std::uint64_t dropped_ = 0;
+  std::unique_ptr<Admissions::Place> place_;  ///< null for a connection to a service
+  /// Until when the peer may be silent; set at resume, for the queue thread.
+  std::optional<Clock::time_point> helloDeadline_;
 
   std::atomic<std::uint64_t> nextRequest_{1};
   std::atomic<std::uint64_t> exportedVersion_{0};
@@ -247,6 +275,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   XPCExportedObject object_;
   std::uint64_t seenVersion_ = 0;
   bool missedObjectLogged_ = false;
+  std::uint64_t missedSinceGone_ = 0;  ///< messages for an object that is there no more
   unsigned connectAttempts_ = 0;
   Clock::time_point connectStarted_;
   ResumedConnection resumedEntry_;
@@ -255,5 +284,9 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
 /// An NSError of NSCocoaErrorDomain or, with `posix`, NSPOSIXErrorDomain that says `what` under
 /// NSDebugDescription.
 std::shared_ptr<NSError> connectionError(bool posix, std::int64_t code, const std::string& what);
+
+/// One of the connection's codes without words, made when the first connection was: for when there
+/// is no memory.
+const std::shared_ptr<NSError>& spareError(std::int64_t code);
 
 }  // namespace platform::xpc

@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "platform/foundation/NSLog.h"
+#include "platform/foundation/PrintableText.h"
 #include "platform/services/ServiceEndpoints.h"
 #include "platform/xpc/ConnectionCore.h"
 #include "platform/xpc/Guarded.h"
@@ -124,21 +125,28 @@ void ConnectionCore::flush() {
 void ConnectionCore::connect() {
   if (connectAttempts_ == 0) connectStarted_ = Clock::now();
   ServiceConnectResult result;
-  result.outcome = ServiceConnectResult::Outcome::TryAgain;  // if it throws, memory being short
+  result.outcome = ServiceConnectResult::Outcome::TryAgain;  // if it throws
+  result.reason = "out of memory";
   guarded("connecting", [&] { result = serviceEndpoints().load()->connectToService(service_); });
   if (result.outcome == ServiceConnectResult::Outcome::Connected) {
     connectAttempts_ = 0;
-    return adoptSocket(result.descriptor);
+    if (!adoptSocket(result.descriptor)) giveUpConnecting("out of memory");
+    return;
   }
-  if (result.outcome == ServiceConnectResult::Outcome::TryAgain) {
-    return pause(pauseBeforeAttempt(++connectAttempts_));
+  if (result.outcome == ServiceConnectResult::Outcome::TryAgain &&
+      ++connectAttempts_ < attemptsWhileShort.load()) {
+    return pause(pauseBeforeAttempt(connectAttempts_));
   }
-  log("no connection: ", result.reason.empty() ? "unknown name" : result.reason.c_str());
+  giveUpConnecting(result.reason.empty() ? "unknown name" : result.reason);
+}
+
+void ConnectionCore::giveUpConnecting(const std::string& why) {
+  log("no connection: ", why);
   streamEnd_ = StreamEnd::Breach;
   endStream();
 }
 
-void ConnectionCore::adoptSocket(int socket) {
+bool ConnectionCore::adoptSocket(int socket) {
   {
     const std::lock_guard lock(mutex_);
     socket_ = socket;
@@ -147,11 +155,12 @@ void ConnectionCore::adoptSocket(int socket) {
     helloSeen_ = false;
     streamEnd_ = StreamEnd::No;
   }
-  patiently([this] {
+  const bool greets = patiently([this] {
     const std::lock_guard lock(mutex_);
     if (!streamOpen_) openStreamLocked();
   });
-  flush();
+  if (greets) flush();
+  return greets;
 }
 
 void ConnectionCore::serve() {
@@ -165,12 +174,22 @@ void ConnectionCore::serve() {
     if (readOnce()) {
       deliverOrBreach();
     } else if (streamEnd_ == StreamEnd::No && !attention_.load(std::memory_order_relaxed)) {
-      if (!wait(buffer_.holdsIdleMemory() ? kTrimAfterMilliseconds : kForever, true))
-        buffer_.trim();
+      if (!wait(idleTimeout(), true)) buffer_.trim();
     }
+    if (isHelloOverdue()) breach("no hello in time");
     if (streamEnd_ == StreamEnd::No && attention_.load(std::memory_order_relaxed)) return;
   }
   if (!stopDelivering_.load(std::memory_order_relaxed)) endStream();
+}
+
+int ConnectionCore::idleTimeout() const {
+  if (!helloSeen_ && helloDeadline_) return millisecondsUntil(*helloDeadline_);
+  return buffer_.holdsIdleMemory() ? kTrimAfterMilliseconds : kForever;
+}
+
+bool ConnectionCore::isHelloOverdue() const {
+  return !helloSeen_ && helloDeadline_ && streamEnd_ == StreamEnd::No &&
+         Clock::now() >= *helloDeadline_;
 }
 
 /// What a frame asks of memory and does not get ends its own connection only.
@@ -187,7 +206,9 @@ void ConnectionCore::deliverOrBreach() {
 /// wakes it at once; anything else that wants the thread waits for that moment.
 bool ConnectionCore::readOnce() {
   const bool waits = std::exchange(expectsMore_, false) && readsMayWait_ && !hasBacklog();
-  const auto room = patiently([this] { return buffer_.room(frontFrameSize_); });
+  std::span<std::uint8_t> room;
+  if (!patiently([&] { room = buffer_.room(frontFrameSize_); }))
+    return breach("no memory for what it sends");
   const ssize_t count = ::recv(socket_, room.data(), room.size(), waits ? 0 : MSG_DONTWAIT);
   if (count > 0) {
     buffer_.filled(static_cast<std::size_t>(count));
@@ -222,8 +243,10 @@ void ConnectionCore::letReadsWait() {
 void ConnectionCore::closeSocket() {
   int socket = -1;
   int process = -1;
+  std::unique_ptr<Admissions::Place> place;
   {
     const std::lock_guard lock(mutex_);
+    place.swap(place_);
     socket = std::exchange(socket_, -1);
     process = std::exchange(peer_.process, -1);
     peer_ = {};
@@ -249,6 +272,7 @@ void ConnectionCore::endStream() {
   const bool interrupted = streamEnd_ == StreamEnd::Lost && !accepted_;
   streamEnd_ = StreamEnd::No;
   connectAttempts_ = 0;
+  reportMissedSinceGone();
   closeSocket();
   if (!interrupted) {
     const std::lock_guard lock(mutex_);
@@ -257,7 +281,7 @@ void ConnectionCore::endStream() {
   failEverythingPending(interrupted ? NSXPCConnectionInterrupted : NSXPCConnectionInvalid,
                         interrupted ? "was interrupted" : "was invalidated", /*keepUnsent=*/false);
   runFailures();
-  if (!accepted_) pause(pauseAfterEnd(service_, Clock::now() - connectStarted_));
+  if (!accepted_) pause(pauseBeforeReport());
   interrupted ? reportInterruption() : reportInvalidation();
 }
 
@@ -273,7 +297,7 @@ void ConnectionCore::failEverythingPending(std::int64_t code, const char* what, 
     dropped_ += unsent.size();
     if (unsentWaiters_ > 0) unsentChanged_.notify_all();
   }
-  const auto error = patiently([&] { return makeError(code, what); });
+  const auto error = makeErrorAnyway(code, what);
   const auto fail = [&](SharedErrorHandler& handler) {
     if (handler && *handler) guarded("an error handler", [&] { (*handler)(error); });
     handler.reset();
@@ -285,6 +309,17 @@ void ConnectionCore::failEverythingPending(std::int64_t code, const char* what, 
   for (auto& message : unsent) {
     if (message.oneWay) fail(message.errorHandler);
   }
+}
+
+/// A connection that exports nothing is its own client: it can only be interrupted.
+std::chrono::milliseconds ConnectionCore::pauseBeforeReport() const {
+  std::weak_ptr<void> client;
+  {
+    const std::lock_guard lock(mutex_);
+    client = exportedObject_.object;
+  }
+  if (client.expired()) client = std::const_pointer_cast<ConnectionCore>(shared_from_this());
+  return pauseAfterEnd(client, service_, Clock::now() - connectStarted_);
 }
 
 /// Waits on the queue, error handlers aside, until the time is over or the connection is ended
@@ -312,7 +347,7 @@ void ConnectionCore::reportInterruption() {
 void ConnectionCore::reportInvalidation() {
   Handlers handlers;
   while (!takeHandlers(handlers)) runFailures();
-  const bool stale = handlers.endedHere && resumedEntry_.isSuperseded();
+  const bool stale = resumedEntry_.isSuperseded();
   if (handlers.invalidation && !stale) guarded("the invalidation handler", *handlers.invalidation);
   resumedEntry_.leave();
 }
@@ -323,7 +358,6 @@ bool ConnectionCore::takeHandlers(Handlers& handlers) {
   const std::lock_guard lock(mutex_);
   if (!failures_.empty()) return false;
   reported_ = true;
-  handlers.endedHere = invalidated_;
   handlers.interruption.swap(interruptionHandler_);
   handlers.invalidation.swap(invalidationHandler_);
   return true;
@@ -335,12 +369,13 @@ bool ConnectionCore::takeHandlers(Handlers& handlers) {
 void ConnectionCore::finishLocally() {
   connectToFlush();
   bool connected = false;
-  patiently([&] {
+  const bool saidFarewell = patiently([&] {
     Released released;
     const std::lock_guard lock(mutex_);
     connected = socket_ >= 0;
     if (invalidated_) endStreamLocallyLocked(released);
   });
+  if (!saidFarewell) log("ends without a farewell: out of memory");
   failEverythingPending(NSXPCConnectionInvalid, "was invalidated", /*keepUnsent=*/connected);
   reportInvalidation();
   linger();
@@ -357,7 +392,8 @@ void ConnectionCore::connectToFlush() {
   }
   ServiceConnectResult result;
   guarded("connecting", [&] { result = serviceEndpoints().load()->connectToService(service_); });
-  if (result.outcome == ServiceConnectResult::Outcome::Connected) adoptSocket(result.descriptor);
+  if (result.outcome == ServiceConnectResult::Outcome::Connected)
+    static_cast<void>(adoptSocket(result.descriptor));  // without a hello the farewell fails too
 }
 
 /// Gives a peer that is slow, but reads, the time to take what was sent.
@@ -413,9 +449,17 @@ std::shared_ptr<NSError> ConnectionCore::makeError(std::int64_t code, const char
   return connectionError(false, code, whom + " " + what);
 }
 
+std::shared_ptr<NSError> ConnectionCore::makeErrorAnyway(std::int64_t code, const char* what) const
+    try {
+  return makeError(code, what);
+} catch (const std::bad_alloc&) {
+  return spareError(code);
+}
+
 void ConnectionCore::logText(const std::string& text) const {
-  NSLogString((accepted_ ? std::string("accepted connection") : "connection to " + service_) +
-              ": " + text);
+  NSLogString(
+      printableLine((accepted_ ? std::string("accepted connection") : "connection to " + service_) +
+                    ": " + text));
 }
 
 }  // namespace platform::xpc

@@ -5,11 +5,13 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <chrono>
 #include <exception>
 #include <new>
 #include <string>
 
 #include "platform/xpc/ConnectionCore.h"
+#include "platform/xpc/Pacing.h"
 
 namespace platform::xpc {
 
@@ -22,6 +24,7 @@ void ConnectionCore::guarded(const char* what, const Call& call) const {
   } catch (...) {
     log(what, " threw");
   }
+  if (mark_.isInherited()) throw InForkedChild();
 }
 
 /// One line. Where memory is short there is none.
@@ -35,17 +38,21 @@ void ConnectionCore::log(const Parts&... parts) const {
   }
 }
 
-/// What must be done sooner or later, however short memory is: tried until there is enough.
+/// Tries again what memory is short for, for some seconds; whether it was done.
 template <class Action>
-auto patiently(const Action& action) -> decltype(action()) {
-  constexpr int kLongestWait = 100;
-  for (int wait = 0;; wait = std::min(wait * 2 + 1, kLongestWait)) {
+[[nodiscard]] bool patiently(const Action& action) {
+  constexpr std::chrono::milliseconds kLongestWait{100};
+  const unsigned attempts = attemptsWhileShort.load();
+  for (unsigned attempt = 1; attempt <= attempts; ++attempt) {
     try {
-      return action();
+      action();
+      return true;
     } catch (const std::bad_alloc&) {
-      ::poll(nullptr, 0, wait);
+      const auto wait = std::min(pauseBeforeAttempt(attempt), kLongestWait);
+      ::poll(nullptr, 0, static_cast<int>(wait.count()));
     }
   }
+  return false;
 }
 
 }  // namespace platform::xpc

@@ -1,5 +1,7 @@
 #include "platform/xpc/Pacing.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <map>
 #include <mutex>
@@ -13,17 +15,30 @@ struct Streaks {
     unsigned shortLives = 0;
     std::chrono::steady_clock::time_point last;
   };
+  struct Key {
+    std::weak_ptr<void> client;
+    std::string service;
+    bool operator<(const Key& other) const {
+      if (client.owner_before(other.client)) return true;
+      return !other.client.owner_before(client) && service < other.service;
+    }
+  };
   std::mutex mutex;
-  std::map<std::string, Streak, std::less<>> byService;
+  std::map<Key, Streak> byClient;
 };
 
+/// Never destroyed: connections may outlive static destruction.
 Streaks& streaks() {
-  static auto* const one = new Streaks;  // connections may outlive static destruction
+  static auto* const one = new Streaks;
+  // So that a child of this process finds it whole and unlocked.
+  static const int guarded = ::pthread_atfork(
+      [] { one->mutex.lock(); }, [] { one->mutex.unlock(); }, [] { one->mutex.unlock(); });
+  static_cast<void>(guarded);
   return *one;
 }
 
-/// Names whose last short life is long ago say nothing any more; without this, names never asked
-/// for again would pile up.
+/// A client whose last short life is long ago, or that is gone, says nothing any more; without
+/// this, such ones would pile up.
 constexpr std::chrono::seconds kForgottenAfter{10};
 
 }  // namespace
@@ -33,19 +48,22 @@ std::chrono::milliseconds pauseBeforeAttempt(unsigned attempt) {
   return std::min(kLongestPause, std::chrono::milliseconds{1LL << std::min(attempt - 1, 10U)});
 }
 
-std::chrono::milliseconds pauseAfterEnd(const std::string& service,
+std::chrono::milliseconds pauseAfterEnd(const std::weak_ptr<void>& client,
+                                        const std::string& service,
                                         std::chrono::steady_clock::duration life) {
   Streaks& s = streaks();
   const auto now = std::chrono::steady_clock::now();
   const std::lock_guard lock(s.mutex);
-  std::erase_if(s.byService,
-                [now](const auto& entry) { return now - entry.second.last > kForgottenAfter; });
-  if (life >= kShortLife) {
-    s.byService.erase(service);
-    return std::chrono::milliseconds{0};
-  }
+  std::erase_if(s.byClient, [now](const auto& entry) {
+    return entry.first.client.expired() || now - entry.second.last > kForgottenAfter;
+  });
   try {
-    auto& streak = s.byService[service];
+    const Streaks::Key key{client, service};
+    if (life >= kShortLife) {
+      s.byClient.erase(key);
+      return std::chrono::milliseconds{0};
+    }
+    auto& streak = s.byClient[key];
     streak.last = now;
     return pauseBeforeAttempt(streak.shortLives++);
   } catch (const std::bad_alloc&) {
@@ -56,7 +74,7 @@ std::chrono::milliseconds pauseAfterEnd(const std::string& service,
 void forgetShortLives() {
   Streaks& s = streaks();
   const std::lock_guard lock(s.mutex);
-  s.byService.clear();
+  s.byClient.clear();
 }
 
 }  // namespace platform::xpc

@@ -84,9 +84,9 @@ void System::uninstall() const {
 void System::bless(const fs::path& image) const {
   const platform::FileDescriptor file(::open(image.c_str(), O_RDONLY | O_CLOEXEC));
   if (!file) throw std::runtime_error("cannot read " + image.string());
-  const auto reply = platform::JobDaemon(root_).ask(
-      {platform::ControlRequest::Operation::Bless, std::string(WLHIDEventRouterLabel), true},
-      file.get());
+  const std::string label(WLHIDEventRouterLabel);
+  const auto reply = platform::JobDaemon(root_).authorize(label).ask(
+      {platform::ControlRequest::Operation::Bless, label, true}, file.get());
   if (!reply.succeeded()) throw std::runtime_error("bless: " + reply.message);
 }
 

@@ -1,6 +1,7 @@
 // What the client relies on in a connection, asked of the real layer and of the scripted one alike.
 #include <gtest/gtest.h>
 
+#include <future>
 #include <thread>
 
 #include "platform/scripted/Trace.h"
@@ -44,6 +45,14 @@ class ConnectionContract : public ::testing::TestWithParam<LayerKind> {
     connection->setRemoteObjectInterface(
         NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterProtocol::protocol()));
     return connection;
+  }
+  /// For a handler to hold: the future is ready when the layer has let go of the handler, which it
+  /// does once the report is decided, be it made or dropped.
+  static std::pair<std::shared_ptr<void>, std::future<void>> releaseNote() {
+    auto released = std::make_shared<std::promise<void>>();
+    auto future = released->get_future();
+    return {std::shared_ptr<void>(nullptr, [released](void*) { released->set_value(); }),
+            std::move(future)};
   }
   std::shared_ptr<WLHIDEventRouterProtocol> proxy(NSXPCConnection& connection) {
     return connection.remoteObjectProxyWithErrorHandler<WLHIDEventRouterProtocol>(
@@ -254,6 +263,9 @@ TEST_P(ConnectionContract, AStaleReportDoesNotReachTheHolderOfANewerConnection) 
   ASSERT_TRUE(layer_->waitForRequest());
   layer_->peerReplies(nullptr);
   EXPECT_TRUE(events_.waitFor("reply (null)"));
+  auto [held, released] = releaseNote();
+  first->setInvalidationHandler(
+      [this, held = std::exchange(held, nullptr)] { events_.record("first invalidation"); });
   // From a reply, so that the report about the first cannot come before the second is resumed.
   std::shared_ptr<NSXPCConnection> second;
   request(*first, [&] {
@@ -266,6 +278,8 @@ TEST_P(ConnectionContract, AStaleReportDoesNotReachTheHolderOfANewerConnection) 
   layer_->peerReplies(nullptr);
   EXPECT_TRUE(events_.waitFor("resumed"));
   layer_->settle();
+  // Only then may the second end: what it supersedes would be nothing stale any more.
+  ASSERT_EQ(released.wait_for(std::chrono::seconds(60)), std::future_status::ready);
   second->invalidate();
   layer_->settle();
   expectEvents({"reply (null)", "reply (null)", "resumed", "second invalidation"});

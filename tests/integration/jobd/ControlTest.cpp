@@ -100,13 +100,29 @@ TEST_F(Control, HalfAFrameHoldsUpNobody) {
   expectService();
 }
 
-TEST_F(Control, TooManyConnectionsAreTurnedAway) {
-  std::vector<FileDescriptor> held;
-  for (int i = 0; i < 32; ++i) held.push_back(rawConnection());
-  EXPECT_TRUE(isDropped(rawConnection()));
-  held.clear();
-  ASSERT_TRUE(eventually([&] { return daemon().status().has_value(); }));
+TEST_F(Control, IdleConnectionsKeepNobodyOut) {
+  std::vector<FileDescriptor> idle;
+  for (int i = 0; i < 40; ++i) idle.push_back(rawConnection());
   expectService();
+  EXPECT_TRUE(bless(echoImage("1.1")).succeeded());
+  EXPECT_TRUE(isDropped(idle.front()));
+}
+
+TEST_F(Control, AChangeSentStraightToTheSocketIsRefused) {
+  const std::string installed = testsupport::readFile(root.helperTool(echoLabel));
+  const FileDescriptor image(::open(echoImage("6.6").c_str(), O_RDONLY | O_CLOEXEC));
+  const auto blessed =
+      daemon().ask({ControlRequest::Operation::Bless, echoLabel, true}, image.get());
+  EXPECT_EQ(blessed.code, ServiceErrorCode::NotPermitted) << blessed.message;
+  const auto removed = daemon().ask({ControlRequest::Operation::Remove, echoLabel, true}, -1);
+  EXPECT_EQ(removed.code, ServiceErrorCode::NotPermitted) << removed.message;
+  EXPECT_EQ(testsupport::readFile(root.helperTool(echoLabel)), installed);
+  expectService();
+}
+
+TEST_F(Control, TheLogSaysWhoWasGivenLeave) {
+  EXPECT_THAT(log(), HasSubstr("leave to change com.quillmar.echo given to process " +
+                               std::to_string(::getpid()) + " ("));
 }
 
 TEST_F(Control, StalledConnectionsAreGivenUp) {
@@ -129,7 +145,7 @@ TEST_F(Control, DescriptorsNobodyAskedForAreClosed) {
 }
 
 TEST_F(Control, ABlessWithoutADescriptorIsRefused) {
-  const auto reply = daemon().ask({ControlRequest::Operation::Bless, echoLabel, true}, -1);
+  const auto reply = change({ControlRequest::Operation::Bless, echoLabel, true}, -1);
   EXPECT_EQ(reply.code, ServiceErrorCode::Protocol);
   expectService();
 }

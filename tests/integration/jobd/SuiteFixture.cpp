@@ -87,15 +87,27 @@ void JobdSuite::TearDown() {
   ADD_FAILURE() << "the job daemon did not end when told to";
 }
 
+platform::ControlReply JobdSuite::change(const platform::ControlRequest& request,
+                                         int descriptor) const {
+  try {
+    return daemon().authorize(request.label).ask(request, descriptor);
+  } catch (const platform::ServiceError& error) {
+    platform::ControlReply reply;
+    reply.code = error.code();
+    reply.message = error.what();
+    return reply;
+  }
+}
+
 platform::ControlReply JobdSuite::bless(const std::filesystem::path& image,
                                         const std::string& label) const {
   const FileDescriptor file(::open(image.c_str(), O_RDONLY | O_CLOEXEC));
   EXPECT_TRUE(file) << image;
-  return daemon().ask({platform::ControlRequest::Operation::Bless, label, true}, file.get());
+  return change({platform::ControlRequest::Operation::Bless, label, true}, file.get());
 }
 
 platform::ControlReply JobdSuite::remove(const std::string& label, bool wait) const {
-  return daemon().ask({platform::ControlRequest::Operation::Remove, label, wait}, -1);
+  return change({platform::ControlRequest::Operation::Remove, label, wait}, -1);
 }
 
 Process JobdSuite::daemonProcess() const {

@@ -64,6 +64,9 @@ class JobdSuite : public testing::Test {
   void TearDown() override;
 
   [[nodiscard]] platform::JobDaemon daemon() const { return platform::JobDaemon(root); }
+  /// With leave for it, as an application that was authorized has.
+  [[nodiscard]] platform::ControlReply change(const platform::ControlRequest& request,
+                                              int descriptor) const;
   [[nodiscard]] platform::ControlReply bless(const std::filesystem::path& image,
                                              const std::string& label = echoLabel) const;
   [[nodiscard]] platform::ControlReply remove(const std::string& label = echoLabel,

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <future>
 
+#include "platform/xpc/Pacing.h"
 #include "tests/support/XPCPeers.h"
 
 using namespace platform;
@@ -134,6 +135,17 @@ TEST_F(Life, APassingShortageIsWaitedOut) {
   endpoint_->refusals = 5;
   const auto end = connect(4);
   EXPECT_EQ(endpoint_->asked, 6);
+}
+
+TEST_F(Life, AShortageThatDoesNotPassIsAnInvalidation) {
+  const unsigned before = xpc::attemptsWhileShort.exchange(3);
+  endpoint_->refusals = 1'000'000;
+  client_.connection->resume();
+  client_.ask();
+  EXPECT_TRUE(client_.log.waitFor("invalidation"));
+  EXPECT_EQ(client_.log.lines(), Lines({"error 4099", "invalidation"}));
+  EXPECT_EQ(endpoint_->asked, 3);
+  xpc::attemptsWhileShort = before;
 }
 
 TEST_F(Life, InvalidateEndsTheWaitForAShortage) {
@@ -338,6 +350,37 @@ TEST_F(Life, AFailureThatAnErrorHandlerBringsAboutComesBeforeTheReportToo) {
   endless->removeObjectAtIndex(0);
 }
 
+TEST_F(Life, WhatIsSentBeforeTheReportIsDueFailsAheadOfItAndTheRestBehindIt) {
+  const auto end = connect();
+  // From the last error handler ahead of the report, and, once the report's turn has come, from
+  // another thread: by then nothing can come before it any more.
+  std::promise<void> turn;
+  std::promise<void> sent;
+  client_.connection->setInvalidationHandler([&] {
+    turn.set_value();
+    sent.get_future().wait();
+    client_.log.add("invalidation");
+  });
+  const auto proxy = client_.connection->remoteObjectProxyWithErrorHandler<Talk>(
+      [&](const std::shared_ptr<NSError>&) {
+        client_.log.add("pending fails");
+        client_.ask();
+      });
+  proxy->ask({});
+  ASSERT_TRUE(end->log.waitFor("asked"));
+  std::thread late([&] {
+    turn.get_future().wait();
+    client_.ask();
+    client_.log.add("sent");
+    sent.set_value();
+  });
+  end->connection->invalidate();
+  ASSERT_TRUE(client_.log.waitFor("error 4099", 2));
+  late.join();
+  EXPECT_EQ(client_.log.lines(),
+            Lines({"pending fails", "error 4099", "sent", "invalidation", "error 4099"}));
+}
+
 TEST_F(Life, InvalidateAfterTheEndStartsNothing) {
   const auto end = connect();
   end->connection->invalidate();
@@ -346,6 +389,20 @@ TEST_F(Life, InvalidateAfterTheEndStartsNothing) {
   client_.connection->invalidate();
   EXPECT_EQ(liveConnectionCount(), 0U);
   EXPECT_EQ(client_.log.count("invalidation"), 1U);
+}
+
+TEST_F(Life, ASendAfterTheEndStartsNothingWhereNobodyWantsToHearOfIt) {
+  const auto end = connect();
+  end->connection->invalidate();
+  ASSERT_TRUE(client_.log.waitFor("invalidation"));
+  ASSERT_TRUE(waitUntilNoConnectionIsLeft());
+  const auto proxy = client_.connection->remoteObjectProxyWithErrorHandler<Talk>({});
+  const auto held = std::make_shared<int>(0);
+  proxy->note(1);
+  proxy->ask([held](const std::shared_ptr<NSError>&) {});
+  client_.connection->sendBatch([&] { proxy->note(2); });
+  EXPECT_EQ(liveConnectionCount(), 0U);
+  EXPECT_EQ(held.use_count(), 1);
 }
 
 TEST_F(LifeWithAProcess, ACrashFailsWhatIsPendingThenInterruptsAndTheNextMessageConnectsAgain) {
@@ -389,6 +446,7 @@ TEST_F(Life, ConnectionsThatKeepEndingAtOnceAreReportedAllTheSame) {
   service_->refuses = true;
   for (int i = 0; i < 8; ++i) {
     End end;
+    end.talker = client_.talker;
     end.configure(makeConnection());
     end.connection->resume();
     end.ask();
@@ -402,6 +460,7 @@ TEST_F(Life, InvalidateEndsThePauseBeforeAReport) {
   service_->refuses = true;
   for (int i = 0; i < 100; ++i) {  // a minute and a half of pauses, were they waited out
     End end;
+    end.talker = client_.talker;  // one client, whose connections end
     end.configure(makeConnection());
     end.connection->resume();
     end.ask();

@@ -125,6 +125,23 @@ TEST_F(StaleReport, DoesNotReachTheHolderOfANewerConnection) {
   believer->setStarted(false);
 }
 
+TEST_F(StaleReport, OfTwoLiveConnectionsOfOneObjectEachIsReported) {
+  End newer;
+  newer.talker = client_.talker;
+  newer.configure(makeConnection());
+  connect(0, 0);
+  newer.connection->resume();
+  newer.proxy()->note(1);
+  const auto end = service_->end(1);
+  ASSERT_TRUE(end && end->log.waitFor("note 1"));
+  client_.connection->invalidate();
+  EXPECT_TRUE(client_.log.waitFor("invalidation"));
+  EXPECT_EQ(newer.log.count("invalidation"), 0U);
+  newer.connection->invalidate();
+  EXPECT_TRUE(newer.log.waitFor("invalidation"));
+  newer.connection.reset();
+}
+
 TEST_F(StaleReport, ALocalInvalidationIsReportedWhenNoNewerConnectionStands) {
   const auto believer = std::make_shared<Believer>(name_);
   believer->setStarted(true);

@@ -44,20 +44,6 @@ TEST(OpeningTurn, AnotherThreadCannotEnterButLeavesANote) {
   }).join();
 }
 
-TEST(OpeningTurn, AnExceptionGivesTheTurnBack) {
-  wlhid::OpeningTurn turn;
-  try {
-    ASSERT_TRUE(turn.enter());
-    const wlhid::OpeningTurn::Exit exit(turn);
-    throw std::runtime_error("from a delegate");
-  } catch (const std::runtime_error&) {
-  }
-  std::thread([&turn] {
-    EXPECT_TRUE(turn.enter());
-    (void)turn.leave();
-  }).join();
-}
-
 class ConcurrentClient : public ClientTest {
  protected:
   /// Runs `start` on a thread of its own and stops that thread at the log line `line`; then runs
@@ -162,6 +148,80 @@ TEST_F(ConcurrentClient, ARemovalDuringTheOpenClosesAgain) {
       });
   EXPECT_EQ(Private::xpcConnectionToService(*client_), nullptr);
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusRouterUnavailable);
+}
+
+TEST_F(ConcurrentClient, AnOpenThatThrowsStillCarriesOutWhatOthersAskedForMeanwhile) {
+  makeClient();
+  delegate_->onStatus = [](const auto&, WLHIDEventRouterClientStatus) {
+    throw std::runtime_error("from a delegate");
+  };
+  holdAtLogLine(
+      194, [this] { EXPECT_THROW(client_->setStarted(true), std::runtime_error); },
+      [this] { client_->setStarted(false); });
+  EXPECT_EQ(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_TRUE(connection1().isInvalidated());
+  // And the turn was given back.
+  delegate_->onStatus = nullptr;
+  client_->setStarted(true);
+  EXPECT_EQ(platform_.connectionCount(), 2U);
+}
+
+TEST_F(ConcurrentClient, AReinstallationWhileARemovalClosesTheConnectionEndsConnected) {
+  makeRoutingClient();
+  holdAtTraceLine(
+      "connection 1 invalidate",
+      [this] {
+        platform_.uninstallHelper(kLabel);
+        postStatusChange();
+      },
+      [this] {
+        platform_.installHelper(kLabel, "7");
+        postStatusChange();
+      });
+  EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusOpening);
+  ASSERT_EQ(platform_.connectionCount(), 2U);
+  EXPECT_EQ(Private::xpcConnectionToService(*client_) == nullptr, false);
+  EXPECT_EQ(platform_.connection(2)->pendingRequests(), 1U);
+}
+
+TEST_F(ConcurrentClient, TheStatusNeverSaysRouterUnavailableBesideALiveConnection) {
+  makeRoutingClient();
+  bool liar = false;
+  delegate_->onStatus = [&](const auto& client, WLHIDEventRouterClientStatus status) {
+    if (status == WLHIDEventRouterClientStatusRouterUnavailable)
+      liar = liar || Private::xpcConnectionToService(*client) != nullptr;
+  };
+  holdAtLogLine(
+      178,  // the removal is about to say so
+      [this] {
+        platform_.uninstallHelper(kLabel);
+        postStatusChange();
+      },
+      [this] {
+        platform_.installHelper(kLabel, "7");
+        postStatusChange();
+      });
+  EXPECT_FALSE(liar);
+  EXPECT_NE(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusOpening);
+}
+
+TEST_F(ConcurrentClient, AReconnectWhileARemovalClosesTheOldConnectionIsNotDenied) {
+  makeRoutingClient();
+  holdAtTraceLine(
+      "connection 1 invalidate",
+      [this] {
+        platform_.uninstallHelper(kLabel);
+        postStatusChange();
+      },
+      [this] {
+        client_->setStarted(false);
+        platform_.installHelper(kLabel, "7");
+        postStatusChange();
+        client_->setStarted(true);
+      });
+  EXPECT_NE(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusOpening);
 }
 
 TEST_F(ConcurrentClient, ARestartDuringTheOpenEndsConnected) {

@@ -1,4 +1,5 @@
 // The status model and the policy: what each event does to status and connection.
+#include "router-client/ClientLog.h"
 #include "tests/unit/router-client/ClientFixture.h"
 
 namespace test {
@@ -162,6 +163,22 @@ TEST_F(StatusModel, ADelegateWithoutTheMethodIsNotCalled) {
   connection1().deliverReply(routerError(-5));
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusFailed);
   EXPECT_EQ(delegate->errors, 1);
+}
+
+TEST_F(StatusModel, WhatALineSaysIsReadOnlyWhenTheLineIsWanted) {
+  makeClient();
+  int reads = 0;
+  const auto argument = [&reads] {
+    ++reads;
+    return true;
+  };
+  platform_.setLogLevel(1);
+  wlhid::log(wlhid::site::updateConnection, *client_, argument);
+  EXPECT_EQ(reads, 0);
+  platform_.setLogLevel(0);
+  wlhid::log(wlhid::site::updateConnection, *client_, argument);
+  EXPECT_EQ(reads, 1);
+  EXPECT_TRUE(sameTrace({update(true)}, taken()));
 }
 
 }  // namespace

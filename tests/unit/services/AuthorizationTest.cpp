@@ -1,15 +1,19 @@
 #include "platform/services/Authorization.h"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "platform/services/Grant.h"
+#include "platform/services/ServiceError.h"
 #include "platform/services/ServiceManagement.h"
 #include "platform/services/SystemRoot.h"
 
@@ -71,11 +75,11 @@ TEST_F(AuthorizationTest, EachReferenceIsItsOwnAndStays) {
   ask(right, nullptr, allFlags, &first);
   ask(right, nullptr, allFlags, &second);
   EXPECT_NE(first, second);
-  EXPECT_TRUE(isGranted(first));
-  EXPECT_TRUE(isGranted(second));
-  EXPECT_FALSE(isGranted(nullptr));
+  EXPECT_NO_THROW(checkAuthorization(first));
+  EXPECT_NO_THROW(checkAuthorization(second));
+  EXPECT_THROW(checkAuthorization(nullptr), ServiceError);
   int other = 0;
-  EXPECT_FALSE(isGranted(reinterpret_cast<AuthorizationRef>(&other)));
+  EXPECT_THROW(checkAuthorization(reinterpret_cast<AuthorizationRef>(&other)), ServiceError);
 }
 
 TEST_F(AuthorizationTest, WithoutInteractionNobodyIsAsked) {
@@ -112,27 +116,34 @@ TEST_F(AuthorizationTest, WithoutAnAuthorizationNothingIsChanged) {
   EXPECT_FALSE(SMJobRemove(kSMDomainSystemLaunchd, str("com.x"), nullptr, true, nullptr));
 }
 
-/// Runs the terminal's agent in a child whose controlling terminal is ours to type on. Gives status
-/// and screen.
+/// Runs the terminal's agent in a child whose controlling terminal is ours to type on, a line for
+/// each question. Gives status and screen.
 struct TerminalRun {
   int status = 0;
   std::string screen;
 };
-TerminalRun runOnTerminal(std::string_view typed) {
+TerminalRun runOnTerminal(const std::vector<std::string>& typed,
+                          std::string_view prompt = "May it?") {
   int master = -1;
   const pid_t child = ::forkpty(&master, nullptr, nullptr, nullptr);
   if (child == 0) {
-    const OSStatus status = terminalAuthorizationAgent()("May \x1b[2J it?");
+    const OSStatus status = terminalAuthorizationAgent()(prompt);
     ::_exit(status == 0 ? 10 : -status % 100);
   }
   TerminalRun run;
   std::array<char, 256> buffer{};
-  while (run.screen.find("[y/N/c] ") == std::string::npos) {
-    const ssize_t got = ::read(master, buffer.data(), buffer.size());
-    if (got <= 0) break;
-    run.screen.append(buffer.data(), static_cast<std::size_t>(got));
+  const auto showUntil = [&](std::string_view end) {
+    while (!run.screen.ends_with(end)) {
+      const ssize_t got = ::read(master, buffer.data(), buffer.size());
+      if (got <= 0) return;
+      run.screen.append(buffer.data(), static_cast<std::size_t>(got));
+    }
+  };
+  for (const auto& line : typed) {
+    showUntil(" > ");
+    EXPECT_EQ(::write(master, line.data(), line.size()), static_cast<ssize_t>(line.size()));
   }
-  EXPECT_EQ(::write(master, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+  showUntil("no end");
   int status = 0;
   ::waitpid(child, &status, 0);
   ::close(master);
@@ -140,14 +151,44 @@ TerminalRun runOnTerminal(std::string_view typed) {
   return run;
 }
 
-TEST_F(AuthorizationTest, TerminalAsksAndTakesTheAnswer) {
-  const TerminalRun allowed = runOnTerminal("y\n");
-  EXPECT_EQ(allowed.status, 10);
-  EXPECT_EQ(allowed.screen, "May  [2J it?\r\nAllow? [y/N/c] ");
-  EXPECT_EQ(runOnTerminal("n\n").status, 5);
-  EXPECT_EQ(runOnTerminal("\n").status, 5);
-  EXPECT_EQ(runOnTerminal("c\n").status, 6);
-  EXPECT_EQ(runOnTerminal("\x04").status, 6);  // end of input
+TEST_F(AuthorizationTest, TerminalNamesWhoAsksForWhatAndWhere) {
+  const TerminalRun run = runOnTerminal({"y\n"});
+  EXPECT_EQ(run.status, 10);
+  EXPECT_THAT(
+      run.screen,
+      testing::StartsWith("A program asks for leave to install, replace or remove a "
+                          "privileged helper.\r\n  program   " +
+                          std::filesystem::read_symlink("/proc/self/exe").string() + " (process "));
+  EXPECT_THAT(run.screen, testing::HasSubstr("\r\n  below     /nowhere/of/a/user\r\n"));
+  EXPECT_THAT(run.screen, testing::HasSubstr("\r\n  it says   May it?\r\n"));
+  EXPECT_THAT(run.screen, testing::HasSubstr("Allow it? y: yes, n or Enter: no, c: cancel > "));
+}
+
+TEST_F(AuthorizationTest, TerminalTakesTheAnswer) {
+  for (const char* yes : {"y\n", "Y\n", "yes\n", " Yes \n"})
+    EXPECT_EQ(runOnTerminal({yes}).status, 10) << yes;
+  for (const char* no : {"n\n", "No\n", "\n"}) EXPECT_EQ(runOnTerminal({no}).status, 5) << no;
+  for (const char* cancel : {"c\n", "cancel\n", "\x04"})
+    EXPECT_EQ(runOnTerminal({cancel}).status, 6) << cancel;
+}
+
+TEST_F(AuthorizationTest, TerminalAsksAgainAfterATypoAndThenTakesItAsNo) {
+  const TerminalRun run = runOnTerminal({"t\n", "yy\n", "y\n"});
+  EXPECT_EQ(run.status, 10);
+  EXPECT_THAT(run.screen,
+              testing::HasSubstr("\"t\" is no answer. y: yes, n or Enter: no, c: cancel > "));
+  const TerminalRun never = runOnTerminal({"t\n", "t\n", "t\n"});
+  EXPECT_EQ(never.status, 5);
+  EXPECT_THAT(never.screen, testing::HasSubstr("That is taken as no.\r\n"));
+}
+
+TEST_F(AuthorizationTest, APromptCannotSteerTheTerminalOrLookLikeTheQuestion) {
+  const TerminalRun run = runOnTerminal({"n\n"},
+                                        "May \x1b[2J\xC2\x9B"
+                                        "31m it\xE2\x80\xAE?\nAllow it? y: yes > ");
+  EXPECT_THAT(run.screen,
+              testing::HasSubstr("  it says   May \\x1b[2J\\x9b31m it\\u202e? Allow it?"));
+  EXPECT_EQ(run.screen.find('\x1b'), std::string::npos);
 }
 
 TEST_F(AuthorizationTest, WithoutATerminalInteractionIsNotAllowed) {

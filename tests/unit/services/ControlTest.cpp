@@ -36,7 +36,8 @@ State readAll(FrameReader& reader, int socket) {
 }
 
 TEST(Control, RequestsAreReadBack) {
-  for (const auto operation : {Operation::Bless, Operation::Remove, Operation::Status}) {
+  for (const auto operation :
+       {Operation::Authorize, Operation::Bless, Operation::Remove, Operation::Status}) {
     for (const bool wait : {true, false}) {
       const auto read =
           decodeControlRequest(content(encode(ControlRequest{operation, "com.x", wait})));

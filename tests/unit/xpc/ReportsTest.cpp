@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <new>
 
+#include "platform/xpc/Guarded.h"
 #include "platform/xpc/Pacing.h"
 #include "platform/xpc/StaleReports.h"
 
@@ -9,24 +11,44 @@ using namespace platform::xpc;
 using std::chrono::milliseconds;
 
 TEST(Pacing, TheFirstReportIsPromptAndTheNextOnesWaitTwiceAsLongEach) {
-  const std::string service = "pacing.doubling";
-  EXPECT_EQ(pauseAfterEnd(service, milliseconds(1)), milliseconds(0));
+  const auto client = std::make_shared<int>(0);
+  EXPECT_EQ(pauseAfterEnd(client, "service", milliseconds(1)), milliseconds(0));
   for (const int expected : {1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1000, 1000, 1000}) {
-    EXPECT_EQ(pauseAfterEnd(service, milliseconds(1)), milliseconds(expected));
+    EXPECT_EQ(pauseAfterEnd(client, "service", milliseconds(1)), milliseconds(expected));
   }
 }
 
 TEST(Pacing, AConnectionThatLastedStartsAfresh) {
-  const std::string service = "pacing.afresh";
-  EXPECT_EQ(pauseAfterEnd(service, milliseconds(999)), milliseconds(0));
-  EXPECT_EQ(pauseAfterEnd(service, milliseconds(999)), milliseconds(1));
-  EXPECT_EQ(pauseAfterEnd(service, milliseconds(1000)), milliseconds(0));
-  EXPECT_EQ(pauseAfterEnd(service, milliseconds(999)), milliseconds(0));
+  const auto client = std::make_shared<int>(0);
+  EXPECT_EQ(pauseAfterEnd(client, "service", milliseconds(999)), milliseconds(0));
+  EXPECT_EQ(pauseAfterEnd(client, "service", milliseconds(999)), milliseconds(1));
+  EXPECT_EQ(pauseAfterEnd(client, "service", milliseconds(1000)), milliseconds(0));
+  EXPECT_EQ(pauseAfterEnd(client, "service", milliseconds(999)), milliseconds(0));
 }
 
 TEST(Pacing, ServicesAreCountedApart) {
-  EXPECT_EQ(pauseAfterEnd("pacing.one", milliseconds(1)), milliseconds(0));
-  EXPECT_EQ(pauseAfterEnd("pacing.two", milliseconds(1)), milliseconds(0));
+  const auto client = std::make_shared<int>(0);
+  EXPECT_EQ(pauseAfterEnd(client, "one", milliseconds(1)), milliseconds(0));
+  EXPECT_EQ(pauseAfterEnd(client, "two", milliseconds(1)), milliseconds(0));
+  EXPECT_EQ(pauseAfterEnd(client, "one", milliseconds(1)), milliseconds(1));
+}
+
+TEST(Pacing, ClientsOfAServiceAreCountedApart) {
+  const auto crashing = std::make_shared<int>(0);
+  const auto other = std::make_shared<int>(0);
+  for (int i = 0; i < 20; ++i)
+    static_cast<void>(pauseAfterEnd(crashing, "service", milliseconds(1)));
+  EXPECT_EQ(pauseAfterEnd(other, "service", milliseconds(1)), milliseconds(0));
+  EXPECT_EQ(pauseAfterEnd(crashing, "service", milliseconds(1)), milliseconds(1000));
+}
+
+TEST(Pacing, AClientThatIsGoneIsForgotten) {
+  auto client = std::make_shared<int>(0);
+  const std::weak_ptr<int> weak = client;
+  static_cast<void>(pauseAfterEnd(client, "service", milliseconds(1)));
+  client.reset();
+  static_cast<void>(pauseAfterEnd(std::make_shared<int>(0), "service", milliseconds(1)));
+  EXPECT_EQ(weak.use_count(), 0);
 }
 
 TEST(Pacing, HugeAttemptNumbersDoNotOverflow) {
@@ -34,13 +56,34 @@ TEST(Pacing, HugeAttemptNumbersDoNotOverflow) {
   EXPECT_EQ(pauseBeforeAttempt(~0U), milliseconds(1000));
 }
 
-TEST(StaleReports, ANewerConnectionOfTheSameObjectSupersedes) {
+TEST(Patience, EndsWhereMemoryStaysShort) {
+  const unsigned before = attemptsWhileShort.exchange(4);
+  unsigned asked = 0;
+  EXPECT_FALSE(patiently([&] {
+    ++asked;
+    throw std::bad_alloc();
+  }));
+  EXPECT_EQ(asked, 4U);
+  attemptsWhileShort = before;
+}
+
+TEST(Patience, LastsWhileAShortagePasses) {
+  unsigned asked = 0;
+  EXPECT_TRUE(patiently([&] {
+    if (++asked < 3) throw std::bad_alloc();
+  }));
+  EXPECT_EQ(asked, 3U);
+}
+
+TEST(StaleReports, AConnectionThatIsMadeAfterAnInvalidationSupersedes) {
   const auto object = std::make_shared<int>(1);
   const auto other = std::make_shared<int>(1);
   ResumedConnection first;
   ResumedConnection foreign;
   first.enter(object);
   foreign.enter(other);
+  first.close(object);
+  foreign.close(other);
   EXPECT_FALSE(first.isSuperseded());
   {
     ResumedConnection second;
@@ -52,12 +95,36 @@ TEST(StaleReports, ANewerConnectionOfTheSameObjectSupersedes) {
   EXPECT_FALSE(first.isSuperseded());
 }
 
+TEST(StaleReports, ConnectionsThatLiveSideBySideDoNotSupersedeEachOther) {
+  const auto object = std::make_shared<int>(1);
+  ResumedConnection older;
+  ResumedConnection newer;
+  older.enter(object);
+  newer.enter(object);
+  EXPECT_FALSE(older.isSuperseded());
+  older.close(object);
+  EXPECT_FALSE(older.isSuperseded());
+  newer.close(object);
+  EXPECT_FALSE(newer.isSuperseded());
+}
+
+TEST(StaleReports, AConnectionThatWasNeverResumedCanBeSuperseded) {
+  const auto object = std::make_shared<int>(1);
+  ResumedConnection first;
+  ResumedConnection second;
+  first.close(object);
+  EXPECT_FALSE(first.isSuperseded());
+  second.enter(object);
+  EXPECT_TRUE(first.isSuperseded());
+}
+
 TEST(StaleReports, IdentityIsTheObjectNotThePointer) {
   const auto object = std::make_shared<std::pair<int, int>>();
   const std::shared_ptr<int> part(object, &object->second);
   ResumedConnection first;
   ResumedConnection second;
   first.enter(object);
+  first.close(object);
   second.enter(part);
   EXPECT_TRUE(first.isSuperseded());
 }
@@ -66,6 +133,7 @@ TEST(StaleReports, WithoutAnObjectNothingIsSuperseded) {
   ResumedConnection first;
   ResumedConnection second;
   first.enter({});
+  first.close({});
   second.enter({});
   EXPECT_FALSE(first.isSuperseded());
 }
@@ -75,6 +143,7 @@ TEST(StaleReports, TheEndOfTheObjectChangesNothing) {
   ResumedConnection first;
   ResumedConnection second;
   first.enter(object);
+  first.close(object);
   second.enter(object);
   object.reset();
   EXPECT_TRUE(first.isSuperseded());

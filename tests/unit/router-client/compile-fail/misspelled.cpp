@@ -1,8 +1,8 @@
-// A misspelled method leaves a delegate that overrides nothing.
+// `override` catches a misspelled method.
 #include "tests/unit/router-client/compile-fail/Common.h"
 
 class Delegate final : public WLHIDEventRouterClientDelegate {
  public:
-  void hidEventRouterClient_handlesError(const ClientPointer&, const ErrorPointer&) {}
+  void hidEventRouterClient_handlesError(const ClientPointer&, const ErrorPointer&) override {}
 };
 template void use<Delegate>(WLHIDEventRouterClient&);

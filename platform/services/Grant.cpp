@@ -1,0 +1,97 @@
+#include "platform/services/Grant.h"
+
+#include <algorithm>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <utility>
+
+#include "platform/services/JobDaemon.h"
+#include "platform/services/ServiceError.h"
+#include "platform/services/SystemRoot.h"
+
+namespace platform {
+
+// Kept for good, and reachable, so that a leak checker sees what is meant.
+struct Authorization {
+  Authorization* previous = nullptr;
+  bool isUsed = false;                          ///< leave has been asked for
+  std::optional<ControlConnection> connection;  ///< after a removal, for the bless that may follow
+};
+
+namespace {
+
+// A removal need not be followed by a bless, so its connection may stay open for nothing.
+constexpr std::size_t mostOpen = 4;
+
+struct Authorizations {
+  std::mutex mutex;
+  Authorization* last = nullptr;
+  std::deque<Authorization*> open;  ///< those with a connection, the oldest first
+};
+Authorizations& authorizations() {
+  static auto* const all = new Authorizations;
+  return *all;
+}
+
+/// The reference as one that was given out. Needs the lock.
+Authorization& known(const AuthorizationRef& authorization) {
+  Authorization* each = authorizations().last;
+  while (each != nullptr && each != authorization) each = each->previous;
+  if (each == nullptr)
+    throw ServiceError(ServiceErrorCode::NotPermitted, "there is no authorization for this");
+  return *each;
+}
+
+/// The connection of a reference that was used before; nothing for a fresh one, which is a used one
+/// from now on.
+std::optional<ControlConnection> takeConnection(const AuthorizationRef& authorization) {
+  const std::lock_guard lock(authorizations().mutex);
+  Authorization& each = known(authorization);
+  if (!std::exchange(each.isUsed, true)) return std::nullopt;
+  if (!each.connection) {
+    throw ServiceError(ServiceErrorCode::NotPermitted,
+                       "this authorization has been used up; ask for a new one");
+  }
+  std::erase(authorizations().open, &each);
+  return std::exchange(each.connection, std::nullopt);
+}
+
+void keepConnection(const AuthorizationRef& authorization, ControlConnection connection) {
+  std::optional<ControlConnection> oldest;  // goes after the lock
+  const std::lock_guard lock(authorizations().mutex);
+  auto& open = authorizations().open;
+  if (open.size() == mostOpen) {
+    oldest = std::exchange(open.front()->connection, std::nullopt);
+    open.pop_front();
+  }
+  known(authorization).connection = std::move(connection);
+  open.push_back(authorization);
+}
+
+}  // namespace
+
+AuthorizationRef newAuthorization() {
+  auto* const authorization = new Authorization;
+  const std::lock_guard lock(authorizations().mutex);
+  authorization->previous = std::exchange(authorizations().last, authorization);
+  return authorization;
+}
+
+void checkAuthorization(const AuthorizationRef& authorization) {
+  const std::lock_guard lock(authorizations().mutex);
+  (void)known(authorization);
+}
+
+ControlReply askWithAuthorization(const AuthorizationRef& authorization,
+                                  const ControlRequest& request, int descriptor) {
+  auto connection = takeConnection(authorization);
+  if (!connection) connection = JobDaemon(SystemRoot::current()).authorize(request.label);
+  ControlReply reply = connection->ask(request, descriptor);
+  // A removal that failed does not stop the bless after it.
+  if (request.operation == ControlRequest::Operation::Remove)
+    keepConnection(authorization, std::move(*connection));
+  return reply;
+}
+
+}  // namespace platform
