@@ -46,8 +46,9 @@ TEST_F(DeviceFilesTest, NamesAreSortedAndBounded) {
   EXPECT_THAT(files().configurations(3, &problems_), ElementsAre("a", "b", "c"));
   EXPECT_THAT(problems_, IsEmpty());
   EXPECT_EQ(files().configurations(2, &problems_).size(), 2U);
-  EXPECT_THAT(problems_, ElementsAre(directory_.string() +
-                                     ": holds more than 2 configurations; the others are left out"));
+  EXPECT_THAT(problems_,
+              ElementsAre(directory_.string() +
+                          ": holds more than 2 configurations; the others are left out"));
 }
 
 TEST_F(DeviceFilesTest, CreatingReplacesNothing) {
