@@ -6,10 +6,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <iterator>
 
-#include "jobd/HelperImage.h"
 #include "platform/services/InstalledJob.h"
-#include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
 #include "platform/services/UnixSocket.h"
 
@@ -31,7 +30,7 @@ CrashThrottle::Duration since(EventLoop::Clock::time_point start) {
 
 void Job::listen() {
   refuseAnotherProgram();
-  openEndpoints();
+  openEndpoints(description_.services);
   awaitConnection();
 }
 
@@ -43,28 +42,43 @@ void Job::refuseAnotherProgram() const {
     throw platform::ServiceError(platform::ServiceErrorCode::InvalidImage, problem);
 }
 
-/// Opens the endpoints that are missing and closes those that are no longer offered.
-void Job::openEndpoints() {
-  const auto& services = description_.services;
-  std::vector<ListeningSocket> endpoints;
+bool Job::offers(const std::string& service) const {
+  return std::any_of(endpoints_.begin(), endpoints_.end(),
+                     [&](const auto& each) { return each.service == service; });
+}
+
+/// All of them or, with an exception, none.
+std::vector<ListeningSocket> Job::openMissing(const std::vector<std::string>& services) const {
+  std::vector<ListeningSocket> opened;
   for (const auto& service : services) {
-    const auto open = std::find_if(endpoints_.begin(), endpoints_.end(),
-                                   [&](const auto& each) { return each.service == service; });
-    if (open != endpoints_.end()) {
-      endpoints.push_back({service, std::move(open->socket)});
-      continue;
-    }
+    if (offers(service)) continue;
     auto socket =
         platform::listenUnixSocketAt(surroundings_.directories.run.get(), endpointName(service),
                                      SOCK_STREAM, backlog, endpointMode);
-    if (!socket)
-      throw platform::fileSystemError("cannot listen on " + endpointName(service), errno);
-    endpoints.push_back({service, std::move(socket)});
+    if (socket) {
+      opened.push_back({service, std::move(socket)});
+      continue;
+    }
+    const int error = errno;
+    for (const auto& each : opened) closeEndpoint(each);
+    throw platform::fileSystemError("cannot listen on " + endpointName(service), error);
   }
-  for (const auto& old : endpoints_) {
-    if (old.socket) closeEndpoint(old);
+  return opened;
+}
+
+/// Opens the endpoints that are missing and closes those that are no longer offered.
+void Job::openEndpoints(const std::vector<std::string>& services) {
+  auto open = openMissing(services);
+  std::move(endpoints_.begin(), endpoints_.end(), std::back_inserter(open));
+  endpoints_.clear();
+  for (const auto& service : services) {
+    const auto found = std::find_if(open.begin(), open.end(),
+                                    [&](const auto& each) { return each.service == service; });
+    endpoints_.push_back({service, std::move(found->socket)});
   }
-  endpoints_ = std::move(endpoints);
+  for (const auto& left : open) {
+    if (left.socket) closeEndpoint(left);
+  }
 }
 
 void Job::closeEndpoint(const ListeningSocket& endpoint) const {
@@ -95,15 +109,10 @@ void Job::start() {
 
 void Job::launch() {
   refuseAnotherProgram();
-  const auto image = platform::readFileIn(surroundings_.directories.tools.get(), description_.label,
-                                          platform::maximumHelperBytes);
-  if (!image)
-    throw platform::ServiceError(platform::ServiceErrorCode::FileSystem,
-                                 "its executable is missing");
   ProcessPlan plan;
   plan.label = description_.label;
   plan.arguments = description_.arguments;
-  plan.program = programOfImage(*image);
+  plan.tools = surroundings_.directories.tools.get();
   plan.sockets = &endpoints_;
   plan.root = surroundings_.directories.root.get();
   process_ = std::make_unique<JobProcess>(surroundings_.loop, surroundings_.log, plan,
@@ -134,8 +143,8 @@ void Job::holdBack(CrashThrottle::Duration ran) {
 }
 
 void Job::replaceWith(platform::JobDescription description, Gone done) {
+  openEndpoints(description.services);
   description_ = std::move(description);
-  openEndpoints();
   throttle_ = {};
   stop(std::move(done));
 }

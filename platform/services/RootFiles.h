@@ -20,7 +20,7 @@ namespace platform {
 /// The largest job file that is read.
 inline constexpr std::size_t maximumJobFileBytes = std::size_t{64} * 1024;
 /// The largest helper executable that is read or installed.
-inline constexpr std::size_t maximumHelperBytes = std::size_t{256} * 1024 * 1024;
+inline constexpr std::size_t maximumHelperBytes = std::size_t{64} * 1024 * 1024;
 
 /// The root itself, for who uses it; empty when there is none. It is reached from "/" one directory
 /// at a time, through no symbolic link. It and every directory above it belong to the superuser or

@@ -223,10 +223,24 @@ TEST_F(Root, DamagedJobFilesAreLeftOutAndNoted) {
               nullptr)
         << label;
   }
-  EXPECT_THAT(log(), HasSubstr("leaving out the job com.thief: the service com.quillmar.echo "
-                               "belongs to the job com.quillmar.echo"));
+  EXPECT_THAT(log(), HasSubstr("leaving out the job com.thief: its job file cannot be used: the "
+                               "service com.quillmar.echo is not its own"));
   EXPECT_TRUE(remove("com.garbage").succeeded()) << "what cannot be kept can still be removed";
   EXPECT_FALSE(fs::exists(root.jobFile("com.garbage")));
+}
+
+TEST_F(Root, ANameBelongsToTheJobThatIsCalledSoWhateverIsLoadedFirst) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  const Process first = daemonProcess();
+  first.signal(SIGTERM);
+  ASSERT_TRUE(first.hasGone());
+  const auto early = platform::encodeJobFile({"com.quillmar", {"/x"}, {"com.quillmar", echoLabel}});
+  testsupport::writeFile(root.jobFile("com.quillmar"),
+                         {reinterpret_cast<const char*>(early.data()), early.size()});
+  EXPECT_EQ(connect().ask("echo mine"), "mine");
+  EXPECT_THAT(log(), HasSubstr("leaving out the job com.quillmar: the service com.quillmar.echo "
+                               "belongs to the job com.quillmar.echo"));
+  EXPECT_EQ(job("com.quillmar").label, "");
 }
 
 TEST_F(Root, AJobOfAnUnservedServiceIsUnknown) {

@@ -33,9 +33,9 @@ class HelperInstallerTest : public testing::Test {
         directories(RootDirectories::open(root)),
         oldImage(testsupport::makeImage(WLHID_MKIMAGE, {label, "1.0", "/bin/true", {}},
                                         temporary.path() / "old")),
-        newImage(testsupport::makeImage(WLHID_MKIMAGE,
-                                        {label, "2.0", "/bin/false", {label, "com.second"}},
-                                        temporary.path() / "new")) {}
+        newImage(testsupport::makeImage(
+            WLHID_MKIMAGE, {label, "2.0", "/bin/false", {label, "com.quillmar.echo.second"}},
+            temporary.path() / "new")) {}
 
   platform::JobDescription install(const fs::path& image) {
     const FileDescriptor file(::open(image.c_str(), O_RDONLY | O_CLOEXEC));
@@ -82,7 +82,7 @@ class HelperInstallerTest : public testing::Test {
 TEST_F(HelperInstallerTest, PutsExecutableAndJobFileInPlace) {
   const auto job = install(newImage);
   EXPECT_EQ(job.arguments, std::vector<std::string>{root.helperTool(label).string()});
-  EXPECT_THAT(job.services, testing::ElementsAre(label, "com.second"));
+  EXPECT_THAT(job.services, testing::ElementsAre(label, "com.quillmar.echo.second"));
   EXPECT_EQ(installedTool(), readFile(newImage));
   struct stat status {};
   ::stat(root.helperTool(label).c_str(), &status);
