@@ -327,6 +327,7 @@ class Parser {
     field.bitSize = globals_.reportSize;
     field.count = globals_.reportCount;
     field.usagePage = globals_.usagePage;
+    if (type == ReportType::Input && !field.constant) countValues(item);
     setLogicalRange(item, &field);
     field.bitOffset = reserveBits(item, type);
     field.firstCookie = elementCount_ + 1;
@@ -336,6 +337,21 @@ class Parser {
                                range.last);
     }
     fields.push_back(std::move(field));
+  }
+
+  /// What the field adds to each report that carries it.
+  void countValues(const Item& item) {
+    std::uint32_t& ofReport = reportValues_[globals_.reportID];
+    if (globals_.reportCount > RouterLimits::kReportValues - ofReport) {
+      fail(item, "a report has more than " + std::to_string(RouterLimits::kReportValues) +
+                     " element values");
+    }
+    if (globals_.reportCount > RouterLimits::kValues - valueCount_) {
+      fail(item, "all reports together have more than " + std::to_string(RouterLimits::kValues) +
+                     " element values");
+    }
+    ofReport += globals_.reportCount;
+    valueCount_ += globals_.reportCount;
   }
 
   /// Devices write 0…255 as 15 00 25 ff: the maximum is a signed number only beside a negative
@@ -373,6 +389,8 @@ class Parser {
   std::vector<Globals> stack_;
   std::size_t collectionDepth_ = 0;
   std::uint32_t elementCount_ = 0;
+  std::uint32_t valueCount_ = 0;  // of Input items
+  std::array<std::uint32_t, 256> reportValues_{};
   bool usesReportIDs_ = false;
   std::array<std::array<std::uint32_t, 256>, 3> reportBits_{};
 };

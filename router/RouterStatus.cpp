@@ -12,6 +12,7 @@
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/foundation/PrintableText.h"
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
@@ -36,18 +37,13 @@ NSDictionary::Entry number(std::string_view key, std::uint64_t value) {
   return {str(key), NSNumber::numberWithUnsignedLongLong(value)};
 }
 
-std::shared_ptr<NSString> printable(const std::string& text) {
-  auto string = NSString::stringWithUTF8(text);
-  return string != nullptr ? string : str("?");
-}
-
 std::shared_ptr<NSObject> objectOf(const SessionStatus& session) {
   std::vector<NSDictionary::Entry> entries{
       number("PID", static_cast<std::uint64_t>(session.pid)), number("UID", session.uid),
       number("Delivered", session.delivered), number("Lost", session.lost)};
   if (session.device) {
     entries.push_back(number("Device", *session.device));
-    entries.emplace_back(str("DeviceName"), printable(session.deviceName));
+    entries.emplace_back(str("DeviceName"), str(platform::printableLine(session.deviceName)));
     entries.emplace_back(str("Exclusive"), NSNumber::numberWithBool(session.exclusive));
   }
   return NSDictionary::dictionaryWithEntries(std::move(entries));
@@ -58,7 +54,7 @@ std::shared_ptr<NSObject> objectOf(const RouterStatus& status) {
   for (const SessionStatus& session : status.sessions) sessions.push_back(objectOf(session));
   return NSDictionary::dictionaryWithEntries(
       {number("PID", static_cast<std::uint64_t>(status.pid)),
-       {str("Version"), printable(status.version)},
+       {str("Version"), str(platform::printableLine(status.version))},
        number("Lost", status.lost),
        {str("Sessions"), NSArray::arrayWithObjects(std::move(sessions))}});
 }

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <sstream>
 #include <thread>
 
@@ -262,6 +263,21 @@ TEST_F(JobLife, AJobThatKeepsCrashingIsHeldBackAndItsClientsWait) {
   // A better version serves who has waited all the while.
   ASSERT_TRUE(bless(echoImage("1.1")).succeeded());
   EXPECT_EQ(waiting.receive(), "at last");
+}
+
+TEST_F(JobLife, AReplacedJobIsTreatedLenientlyAgain) {
+  ASSERT_TRUE(bless(image({echoLabel, "1.0", CRASH_HELPER, {}})).succeeded());
+  const Client waiting = connect();
+  ASSERT_TRUE(eventually([&] { return job().heldBackMilliseconds > 100; }));
+  ASSERT_TRUE(bless(image({echoLabel, "1.1", CRASH_HELPER, {}})).succeeded());
+  const auto starts = job().starts;
+  std::int64_t longest = 0;
+  ASSERT_TRUE(eventually([&] {
+    const auto now = job();
+    if (now.starts <= starts + 20) longest = std::max(longest, now.heldBackMilliseconds);
+    return now.starts >= starts + 3;
+  }));
+  EXPECT_LE(longest, 40);  // the lenient delay, of which this is what was left
 }
 
 TEST_F(JobLife, AnExecutableThatWentMissingIsACrashToo) {

@@ -99,6 +99,22 @@ TEST_F(RouterProcessTest, ServesTheSocketThatItIsHandedUntilItIsTerminated) {
   EXPECT_THAT(log(), testing::Not(testing::HasSubstr("07 01")));
 }
 
+TEST_F(RouterProcessTest, ALogLineIsOneLineWhateverStandsInIt) {
+  const std::string name = "a\x1b[2J\nforged: \u202e";
+  std::filesystem::create_directories(directory_ / "etc/hideventrouter");
+  std::ofstream(directory_ / "etc/hideventrouter" / (name + ".plist")) << "nothing";
+  const int listener = listen();
+  spawn(listener);
+  ::close(listener);
+  Client client;
+  client.start(0x42);
+  client.log->await(1);
+  EXPECT_THAT(log(),
+              testing::HasSubstr("a\\x1b[2J\\x0aforged: \\u202e.plist: is no property list"));
+  EXPECT_THAT(log(), testing::Not(testing::HasSubstr("\x1b")));
+  EXPECT_THAT(log(), testing::Not(testing::HasSubstr("\nforged")));
+}
+
 TEST_F(RouterProcessTest, WithoutASocketItSaysSoAndFails) {
   spawn(-1);
   EXPECT_EQ(exitStatus(), 1);

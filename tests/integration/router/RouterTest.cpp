@@ -20,6 +20,17 @@ const std::string kThreeReports =
     "E: 0.1 2 07 01\n"
     "E: 0.2 2 09 55\n";
 
+std::string manyLargeReports(std::size_t count, std::size_t bytes) {
+  std::string text = "R: 2 05 01\n";
+  for (std::size_t i = 0; i < count; ++i) {
+    // All of one moment, but for the first: there are times, and they say "at once".
+    text += (i == 0 ? "E: 0.0 " : "E: 0.000001 ") + std::to_string(bytes);
+    for (std::size_t b = 0; b < bytes; ++b) text += " 5a";
+    text += "\n";
+  }
+  return text;
+}
+
 TEST_F(RouterTest, PlaysARecordingToItsEndAndSaysFarewell) {
   const std::uint64_t id = addDevice("mouse", kThreeReports);
   startRouter();
@@ -61,6 +72,130 @@ TEST_F(RouterTest, RefusesWhatItCannotRoute) {
   // None of it has touched the device.
   client.start(id);
   EXPECT_EQ(client.log->await(5)[3], "started");
+}
+
+TEST_F(RouterTest, RequestsForAnUnknownDeviceReadNoRecording) {
+  addDevice("long", "#" + std::string(200'000, 'x') + "\n" + kThreeReports);
+  router::RouterLimits limits;
+  limits.settling = std::chrono::milliseconds(0);
+  startRouter(std::chrono::hours(1), limits);
+  const int watch = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+  ASSERT_GE(::inotify_add_watch(watch, (directory_ / "long.hid").c_str(), IN_OPEN), 0);
+  Client client;
+  for (int i = 0; i < 200; ++i) client.start(0x42);
+  client.log->await(200);
+  inotify_event event{};
+  EXPECT_LT(::read(watch, &event, sizeof event), 0) << "it was opened";
+  ::close(watch);
+}
+
+TEST_F(RouterTest, OneClientCannotFillTheLog) {
+  router::RouterLimits limits;
+  limits.logLinesOfSession = {5, 0.001};
+  startRouter(std::chrono::hours(1), limits);
+  {
+    Client client;
+    for (int i = 0; i < 500; ++i) client.start(0x42);
+    client.log->await(500);
+  }
+  routerLog_->awaitLine("has ended");
+  const Lines lines = routerLog_->lines();
+  EXPECT_LT(lines.size(), 20U);
+  EXPECT_THAT(lines, testing::Contains(HasSubstr("495 lines about it were left out")));
+}
+
+TEST_F(RouterTest, AUsersClientsTogetherCannotFillTheLog) {
+  router::RouterLimits limits;
+  limits.logLinesOfUser = {10, 0.001};
+  startRouter(std::chrono::hours(1), limits);
+  for (int i = 0; i < 50; ++i) {
+    Client client;
+    client.start(0x42);
+    client.log->await(1);
+  }
+  awaitStatus([](const router::RouterStatus& s) { return s.sessions.empty(); });
+  EXPECT_LT(routerLog_->count(), 20U);
+}
+
+TEST_F(RouterTest, TooManyStartRequestsAreRefused) {
+  router::RouterLimits limits;
+  limits.startsOfUser = {3, 0.001};
+  limits.startPatience = std::chrono::milliseconds(0);
+  startRouter(std::chrono::hours(1), limits);
+  Client client;
+  for (int i = 0; i < 5; ++i) client.start(0x42);
+  const Lines lines = client.log->await(5);
+  EXPECT_THAT(lines[2], HasSubstr("no device has the registry entry ID 0x42"));
+  for (const std::size_t i : {3U, 4U}) {
+    EXPECT_EQ(lines[i],
+              "refused -536870187 too many start requests come from this user; ask again later");
+  }
+}
+
+TEST_F(RouterTest, ARequestThatComesTooSoonWaitsForItsTurn) {
+  router::RouterLimits limits;
+  limits.startsOfUser = {1, 100};
+  startRouter(std::chrono::hours(1), limits);
+  Client client;
+  for (int i = 0; i < 20; ++i) client.start(0x42);
+  for (const std::string& line : client.log->await(20)) EXPECT_THAT(line, HasSubstr("0x42"));
+}
+
+TEST_F(RouterTest, AUserHasSoManyConnectionsAtMost) {
+  router::RouterLimits limits;
+  limits.sessionsOfUser = 2;
+  startRouter(std::chrono::hours(1), limits);
+  Client first;
+  Client second;
+  first.start(0x42);
+  second.start(0x42);
+  first.log->await(1);
+  second.log->await(1);
+  Client third;
+  third.start(0x42);
+  third.log->awaitLine("invalidated");
+  routerLog_->awaitLine("has more than 2 connections");
+  first.leave();
+  awaitStatus([](const router::RouterStatus& s) { return s.sessions.size() == 1; });
+  Client fourth;
+  fourth.start(0x42);
+  EXPECT_THAT(fourth.log->await(1)[0], HasSubstr("0x42"));
+}
+
+TEST_F(RouterTest, ClientsThatDoNotReadAreBoundedTogether) {
+  const std::uint64_t id = addDevice("large", manyLargeReports(50, 4096), "1000", true);
+  router::RouterLimits limits;
+  limits.backlogOfUser = std::size_t{256} << 10;
+  startRouter(std::chrono::hours(1), limits);
+  std::vector<std::unique_ptr<Client>> slow;
+  for (int i = 0; i < 4; ++i) {
+    slow.push_back(std::make_unique<Client>());
+    slow.back()->receiver->beBrief();
+    slow.back()->receiver->hold();
+    slow.back()->start(id);
+  }
+  Client quick;
+  quick.receiver->beBrief();
+  quick.start(id);
+  // Each of them alone could have 4 MiB.
+  const auto status = awaitStatus([](const router::RouterStatus& s) {
+    return std::count_if(s.sessions.begin(), s.sessions.end(),
+                         [](const auto& each) { return each.lost > 100; }) == 4;
+  });
+  EXPECT_EQ(status.sessions.back().lost, 0U) << "the quick one loses nothing";
+}
+
+TEST_F(RouterTest, WhatIsWrongWithAConfigurationIsLoggedOnce) {
+  addDevice("mouse", kThreeReports);
+  std::filesystem::remove(directory_ / "mouse.hid");
+  startRouter();
+  Client client;
+  for (int i = 0; i < 20; ++i) client.start(0x42);
+  client.log->await(20);
+  const Lines lines = routerLog_->lines();
+  EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                          [](const std::string& line) { return line.starts_with("ignored: "); }),
+            1);
 }
 
 TEST_F(RouterTest, ADeviceThatIsAddedLaterIsFound) {
@@ -112,17 +247,6 @@ TEST_F(RouterTest, NothingIsLostAtFullSpeed) {
     EXPECT_EQ(client.log->await(expected.size()), expected);
     router_.reset();
   }
-}
-
-std::string manyLargeReports(std::size_t count, std::size_t bytes) {
-  std::string text = "R: 2 05 01\n";
-  for (std::size_t i = 0; i < count; ++i) {
-    // All of one moment, but for the first: there are times, and they say "at once".
-    text += (i == 0 ? "E: 0.0 " : "E: 0.000001 ") + std::to_string(bytes);
-    for (std::size_t b = 0; b < bytes; ++b) text += " 5a";
-    text += "\n";
-  }
-  return text;
 }
 
 TEST_F(RouterTest, AtFullSpeedASlowClientIsWaitedFor) {

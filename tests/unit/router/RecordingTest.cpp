@@ -145,6 +145,77 @@ TEST(Recording, SaysWhereAndWhyALineIsWrong) {
   expectError("I: 3 0627 1 1\n", "a.hid:1: there is more than bus, vendor and product");
 }
 
+TEST(Recording, AForeignFormatIsNamed) {
+  const auto refusal = [](const std::string& format) {
+    return "a.hid: is " + format + "; " + std::string(kFormat);
+  };
+  expectError("\x1f\x8b\x08", refusal("compressed with gzip (gunzip unpacks it)"));
+  expectError("{\"report\":1}\n", refusal("JSON"));
+  expectError("\n  [1]\n", refusal("JSON"));
+  expectError("\xef\xbb\xbf{}", refusal("JSON"));
+  expectError(std::string("\xff\xfeR\0", 4), refusal("text in UTF-16"));
+  expectError(std::string("\xfe\xff\0R", 4), refusal("text in UTF-16"));
+}
+
+TEST(Recording, AByteOrderMarkIsPassedOver) {
+  EXPECT_EQ(parseRecording("\xef\xbb\xbfR: 1 c0\nE: 0.0 1 05\n", "a.hid").reports.size(), 1U);
+  EXPECT_EQ(parseRecording("\xef\xbb\xbf# comment\nR: 1 c0\n", "a.hid").reports.size(), 0U);
+}
+
+TEST(Recording, NamesAreMadePrintableAndCut) {
+  const auto name = [](const std::string& text) {
+    return parseRecording("R: 1 c0\nN: " + text + "\nP: " + text + "\n", "a.hid").header;
+  };
+  EXPECT_EQ(name("a\x1b[2J\xff").name, "a\\x1b[2J\\xff");
+  EXPECT_EQ(name("a\x1b[2J\xff").physicalPath, "a\\x1b[2J\\xff");
+  const std::string longest(128, 'x');
+  EXPECT_EQ(name(longest).name, longest);
+  EXPECT_EQ(name(std::string(100'000, 'x')).name, std::string(127, 'x') + "…");
+}
+
+TEST(Recording, LinesMayLieAnywhereInWhatIsReadAtATime) {
+  // Longer and longer comments move the lines behind them over every border of a piece.
+  for (std::size_t length = 16300; length < 16420; ++length) {
+    const auto r = parseRecording(
+        "#" + std::string(length, 'x') + "\nR: 2 05 01\nE: 0.1 1 05\nE: 0.2 2 06 07\n", "a.hid");
+    ASSERT_EQ(r.reports.size(), 2U) << length;
+    ASSERT_EQ(r.reports[1], bytes("06 07")) << length;
+  }
+}
+
+TEST(Recording, TheLongestReportFitsALine) {
+  std::string line = "R: 1 c0\nE: 0.0 65536";
+  for (int i = 0; i < 65536; ++i) line += " 5a";
+  EXPECT_EQ(parseRecording(line, "a.hid").reports[0].size(), 65536U);
+}
+
+TEST(Recording, IsSummedUpInOnePass) {
+  const auto summary = [](const std::string& reports) {
+    const std::string text = "R: 1 c0\nN: x\n" + reports;
+    router::RecordingReader reader = test::readerOf(text, "a.hid");
+    return router::readSummary(reader);
+  };
+  EXPECT_EQ(summary("").reports, 0U);
+  EXPECT_EQ(summary("").header.name, "x");
+  EXPECT_FALSE(summary("E: 5.0 0\nE: 5.0 0\n").hasTimes);
+  EXPECT_TRUE(summary("E: 5.0 0\nE: 5.0 0\nE: 4.0 0\n").hasTimes);
+  EXPECT_EQ(summary("E: 5.0 0\nE: 5.0 0\n").reports, 2U);
+  EXPECT_THROW(summary("E: 5.0 0\nE: x\n"), RecordingError);
+}
+
+TEST(Recording, TooMuchTextIsRefusedAlsoWhereItsLengthWasNotKnown) {
+  std::size_t given = 0;
+  router::RecordingReader reader(
+      [&](std::span<char> buffer) {
+        std::fill(buffer.begin(), buffer.end(), '\n');
+        given += buffer.size();
+        return buffer.size();
+      },
+      "endless");
+  EXPECT_THROW(static_cast<void>(reader.header()), RecordingError);
+  EXPECT_LT(given, router::RouterLimits::kRecordingBytes + (1U << 20));
+}
+
 TEST(Recording, LongLinesAreRefused) {
   expectError("#" + std::string(router::RouterLimits::kRecordingLineBytes, 'x') + "\n",
               "a.hid:1: the line is longer than 262144 bytes");

@@ -2,7 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <stdlib.h>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 #include <fstream>
 
@@ -279,6 +282,152 @@ TEST_F(ReplaySourceTest, AStopEndsAWaitOfAnyLength) {
   std::thread stopper([&] { stop.raise(); });
   EXPECT_EQ(opened->next(stop, &report), OpenDevice::Next::Stopped);
   stopper.join();
+}
+
+/// How many times a file has been opened since it was last asked.
+class OpenCount {
+ public:
+  explicit OpenCount(const fs::path& file) : watch_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    EXPECT_GE(::inotify_add_watch(watch_, file.c_str(), IN_OPEN), 0);
+  }
+  OpenCount(const OpenCount&) = delete;
+  OpenCount& operator=(const OpenCount&) = delete;
+  ~OpenCount() { ::close(watch_); }
+  std::size_t take() {
+    std::size_t count = 0;
+    inotify_event event{};
+    while (::read(watch_, &event, sizeof event) > 0) ++count;
+    return count;
+  }
+
+ private:
+  const int watch_;
+};
+
+TEST_F(ReplaySourceTest, AFileIsReadAgainOnlyWhenItHasChanged) {
+  ReplayDevice device;
+  device.recording = recording_;
+  const std::uint64_t id = router::addReplayDevice(root(), device);
+  router::RouterLimits limits;
+  limits.settling = milliseconds(0);
+  const auto sources = router::deviceSources(root(), limits);
+  EXPECT_EQ(sources.front()->list(&problems_).size(), 1U);
+  OpenCount recording(recording_);
+  OpenCount configuration(root().deviceSources() / "mouse.plist");
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_EQ(sources.front()->list(&problems_)[0].registryEntryID, id);
+    EXPECT_EQ(sources.front()->open(0x42), nullptr);
+  }
+  EXPECT_EQ(recording.take(), 0U);
+  EXPECT_EQ(configuration.take(), 0U);
+  // A recording that is opened is read through once, to check it.
+  EXPECT_NE(sources.front()->open(id), nullptr);
+  std::string text = kRecording;
+  text.replace(text.find("A Mouse"), 7, "B Mouse");  // of the same length
+  write("mouse.hid", text);
+  EXPECT_EQ(sources.front()->list(&problems_)[0].name, "B Mouse");
+  fs::remove(recording_);
+  EXPECT_THAT(sources.front()->list(&problems_), IsEmpty());
+  EXPECT_EQ(problems_.size(), 1U);
+  write("mouse.hid", text);
+  EXPECT_EQ(sources.front()->list(&problems_).size(), 1U);
+}
+
+TEST_F(ReplaySourceTest, AFileThatHasJustChangedIsReadAgain) {
+  // A further change could bear the same time, so what was read is not relied on.
+  ReplayDevice device;
+  device.recording = recording_;
+  router::addReplayDevice(root(), device);
+  router::RouterLimits limits;
+  limits.settling = std::chrono::hours(1);
+  const auto sources = router::deviceSources(root(), limits);
+  EXPECT_EQ(sources.front()->list(&problems_).size(), 1U);
+  OpenCount recording(recording_);
+  EXPECT_EQ(sources.front()->list(&problems_).size(), 1U);
+  EXPECT_EQ(recording.take(), 1U);
+}
+
+TEST_F(ReplaySourceTest, ALongRecordingTakesNoMoreMemoryThanAShortOne) {
+  std::string text = kRecording;
+  for (int i = 0; i < 60'000; ++i) text += "E: 000001.000000 1 7f\n";
+  ReplayDevice device;
+  device.recording = write("long.hid", text);
+  device.speed.maximum = true;
+  const auto id = router::addReplayDevice(root(), device);
+  const auto inUse = [] {
+    const auto info = ::mallinfo2();
+    return info.uordblks + info.hblkhd;
+  };
+  const auto sources = router::deviceSources(root());
+  const std::size_t before = inUse();
+  const auto opened = sources.front()->open(id);
+  const router::StopSignal stop;
+  std::span<const std::uint8_t> report;
+  std::size_t reports = 0;
+  std::size_t most = 0;
+  while (opened->next(stop, &report) == OpenDevice::Next::Report) {
+    if (++reports % 1000 == 0) most = std::max(most, inUse());
+  }
+  EXPECT_EQ(reports, 60'003U);
+  EXPECT_LT(most, before + (std::size_t{128} << 10));
+}
+
+TEST_F(ReplaySourceTest, AddingReplacesNoOtherDevice) {
+  ReplayDevice device;
+  device.recording = recording_;
+  const auto first = router::addReplayDevice(root(), device);
+  EXPECT_EQ(router::addReplayDevice(root(), device), first);
+  device.recording = write("elsewhere/mouse.hid", kRecording);
+  const auto second = router::addReplayDevice(root(), device);
+  EXPECT_NE(second, first);
+  device.repeat = true;
+  EXPECT_NE(router::addReplayDevice(root(), device), second);
+  EXPECT_EQ(list().size(), 3U);
+  device.recording = write("\u043c\u044b\u0448\u044c.hid", kRecording);
+  router::addReplayDevice(root(), device);
+  device.recording = write("\u0434\u043e\u043c.hid", kRecording);
+  router::addReplayDevice(root(), device);
+  EXPECT_EQ(list().size(), 5U);
+  EXPECT_THAT(problems_, IsEmpty());
+}
+
+TEST_F(ReplaySourceTest, TheNameOfAFileMayBeOfAnyLengthAndKind) {
+  ReplayDevice device;
+  for (const std::string& name :
+       {std::string(240, 'x') + ".hid", std::string(".hid"), std::string("a b.hid")}) {
+    device.recording = write(name, kRecording);
+    EXPECT_NO_THROW(router::addReplayDevice(root(), device)) << name;
+  }
+  EXPECT_EQ(list().size(), 3U);
+}
+
+TEST_F(ReplaySourceTest, EveryConfigurationIsKnownAlsoWhereNoDeviceComesOfIt) {
+  ReplayDevice device;
+  device.recording = recording_;
+  device.name = "Left";
+  const auto id = router::addReplayDevice(root(), device);
+  write("etc/hideventrouter/broken.plist", "<plist");
+  fs::remove(recording_);
+  EXPECT_THAT(list(), IsEmpty());
+  const auto configured = router::configuredReplayDevices(root());
+  ASSERT_EQ(configured.size(), 2U);
+  EXPECT_EQ(configured[0].configuration, "broken");
+  EXPECT_FALSE(configured[0].device.has_value());
+  EXPECT_EQ(configured[1].configuration, "mouse");
+  EXPECT_EQ(configured[1].description.registryEntryID, id);
+  EXPECT_EQ(configured[1].description.name, "Left");
+  EXPECT_EQ(configured[1].problem, problems_[1]);
+  EXPECT_TRUE(router::removeReplayDevice(root(), "broken"));
+  EXPECT_TRUE(router::removeReplayDevice(root(), "mouse"));
+  EXPECT_FALSE(router::removeReplayDevice(root(), "mouse"));
+  EXPECT_THAT(router::configuredReplayDevices(root()), IsEmpty());
+}
+
+TEST_F(ReplaySourceTest, AHugeConfigurationIsNotRead) {
+  write("etc/hideventrouter/huge.plist", "");
+  fs::resize_file(directory_ / "etc/hideventrouter/huge.plist", 65537);
+  EXPECT_THAT(list(), IsEmpty());
+  EXPECT_THAT(problems_, ElementsAre(HasSubstr("huge.plist: is larger than 65536 bytes")));
 }
 
 TEST_F(ReplaySourceTest, ARecordingThatVanishedIsAnErrorWithItsCode) {

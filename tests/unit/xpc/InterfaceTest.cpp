@@ -104,6 +104,33 @@ TEST(Interface, ASetReplacesTheDefault) {
   EXPECT_EQ(verdict(rules, one(value)), xpc::DecodeVerdict::Refused);
 }
 
+TEST(Interface, AnArrayInsideTheElementValuesIsNotAdmitted) {
+  const auto made = interface(WLHIDEventRouterClientProtocol::protocol());
+  made->setClasses_forSelector_argumentIndex_ofReply(
+      {&NSMutableArray::classObject(), &KQHIDDeviceElementValue::classObject()},
+      "receivedElementValues:", 0, false);
+  const xpc::InterfaceTable table(made);
+  const auto& rules = table.methods()[1].arguments;
+  const auto value = KQHIDDeviceElementValue::elementValue({});
+  const auto array = [](std::vector<Object> members) {
+    return NSMutableArray::arrayWithObjects(std::move(members));
+  };
+  for (const Object& inside : {Object(array({value})), Object(array({}))}) {
+    EXPECT_EQ(verdict(rules, one(array({inside}))), xpc::DecodeVerdict::Refused);
+    EXPECT_EQ(verdict(rules, one(array({value, inside}))), xpc::DecodeVerdict::Refused);
+    EXPECT_EQ(verdict(rules, one(array({array({inside})}))), xpc::DecodeVerdict::Refused);
+  }
+  EXPECT_EQ(verdict(rules, one(array({value, value}))), xpc::DecodeVerdict::Accepted);
+}
+
+TEST(Interface, WhatAnArraysMembersAreHoldsWithoutASetToo) {
+  const xpc::InterfaceTable table(interface(WLHIDEventRouterClientProtocol::protocol()));
+  const auto& rules = table.methods()[1].arguments;
+  EXPECT_EQ(verdict(rules, one(NSArray::arrayWithObjects({}))), xpc::DecodeVerdict::Accepted);
+  EXPECT_EQ(verdict(rules, one(NSArray::arrayWithObjects({str("x")}))),
+            xpc::DecodeVerdict::Refused);
+}
+
 TEST(Interface, AStartRepliesSetAdmitsItsNineClassesAndNoOthers) {
   const auto made = interface(WLHIDEventRouterProtocol::protocol());
   made->setClasses_forSelector_argumentIndex_ofReply(
