@@ -78,8 +78,8 @@ void giveUpRights() {
   ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
 }
 
-/// All that a job is told by its environment: the socket hand-over protocol. Nothing comes from the
-/// daemon's own.
+/// All that a job is told by its environment: the socket hand-over protocol. Nothing of the
+/// daemon's own is handed on.
 std::vector<std::string> jobEnvironment(const ProcessPlan& plan) {
   return {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
           "LISTEN_FDS=" + std::to_string(plan.sockets->size() + 1),
@@ -95,9 +95,9 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   return result;
 }
 
-/// Lays out descriptors as the program expects them: streams, sockets, the root, then the
-/// directory of the images, and no more. All of them go through numbers above the final ones first,
-/// so that none is overwritten before it has moved.
+/// Lays out descriptors as the program expects them: streams, sockets, the root, then the directory
+/// of the images, and no more. All of them go through numbers above the final ones first, so that
+/// none is overwritten before it has moved.
 int arrangeDescriptors(const ProcessPlan& plan, int output) {
   std::vector<int> handedOn;
   for (const auto& each : *plan.sockets) handedOn.push_back(each.socket.get());
