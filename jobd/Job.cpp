@@ -12,212 +12,212 @@
 #include "jobd/HelperImage.h"
 #include "platform/services/InstalledJob.h"
 #include "platform/services/RootFiles.h"
-=======
+    =======
 >>>>>>> w-jobs
 #include "platform/services/ServiceError.h"
 #include "platform/services/UnixSocket.h"
 
-namespace jobd {
-namespace {
+    namespace jobd {
+  namespace {
 
-constexpr int backlog = 128;
-constexpr unsigned endpointMode = 0600;  // the root's owner, who alone is served
+  constexpr int backlog = 128;
+  constexpr unsigned endpointMode = 0600;  // the root's owner, who alone is served
 
-std::string endpointName(const std::string& service) {
-  return service + ".sock";
-}
+  std::string endpointName(const std::string& service) {
+    return service + ".sock";
+  }
 
-CrashThrottle::Duration since(EventLoop::Clock::time_point start) {
-  return std::chrono::duration_cast<CrashThrottle::Duration>(EventLoop::Clock::now() - start);
-}
+  CrashThrottle::Duration since(EventLoop::Clock::time_point start) {
+    return std::chrono::duration_cast<CrashThrottle::Duration>(EventLoop::Clock::now() - start);
+  }
 
-}  // namespace
+  }  // namespace
 
-void Job::listen() {
+  void Job::listen() {
 <<<<<<< HEAD
-  refuseAnotherProgram();
-  openEndpoints();
-  awaitConnection();
-}
-
-/// What an application reads as the job's executable must be what is run.
-void Job::refuseAnotherProgram() const {
-  const std::string problem = platform::whyNotTheHelper(
-      description_.arguments.front(), surroundings_.directories.tools.get(), description_.label);
-  if (!problem.empty())
-    throw platform::ServiceError(platform::ServiceErrorCode::InvalidImage, problem);
-}
-
-/// Opens the endpoints that are missing and closes those that are no longer offered.
-void Job::openEndpoints() {
-  const auto& services = description_.services;
-  std::vector<ListeningSocket> endpoints;
-=======
-  openEndpoints(description_.services);
-  awaitConnection();
-}
-
-bool Job::offers(const std::string& service) const {
-  return std::any_of(endpoints_.begin(), endpoints_.end(),
-                     [&](const auto& each) { return each.service == service; });
-}
-
-/// All of them or, with an exception, none.
-std::vector<ListeningSocket> Job::openMissing(const std::vector<std::string>& services) const {
-  std::vector<ListeningSocket> opened;
->>>>>>> w-jobs
-  for (const auto& service : services) {
-    if (offers(service)) continue;
-    auto socket =
-        platform::listenUnixSocketAt(surroundings_.directories.run.get(), endpointName(service),
-                                     SOCK_STREAM, backlog, endpointMode);
-    if (socket) {
-      opened.push_back({service, std::move(socket)});
-      continue;
-    }
-    const int error = errno;
-    for (const auto& each : opened) closeEndpoint(each);
-    throw platform::fileSystemError("cannot listen on " + endpointName(service), error);
-  }
-  return opened;
-}
-
-/// Opens the endpoints that are missing and closes those that are no longer offered.
-void Job::openEndpoints(const std::vector<std::string>& services) {
-  auto open = openMissing(services);
-  std::move(endpoints_.begin(), endpoints_.end(), std::back_inserter(open));
-  endpoints_.clear();
-  for (const auto& service : services) {
-    const auto found = std::find_if(open.begin(), open.end(),
-                                    [&](const auto& each) { return each.service == service; });
-    endpoints_.push_back({service, std::move(found->socket)});
-  }
-  for (const auto& left : open) {
-    if (left.socket) closeEndpoint(left);
-  }
-}
-
-void Job::closeEndpoint(const ListeningSocket& endpoint) const {
-  ::unlinkat(surroundings_.directories.run.get(), endpointName(endpoint.service).c_str(), 0);
-}
-
-void Job::awaitConnection() {
-  heldBack_.end();
-  watches_.clear();
-  for (const auto& endpoint : endpoints_) {
-    watches_.push_back(
-        surroundings_.loop.watch(endpoint.socket.get(), EPOLLIN, [this] { start(); }));
-  }
-}
-
-void Job::start() {
-  watches_.clear();  // ends the watch that called; the loop keeps its handler until it returns
-  startedAt_ = EventLoop::Clock::now();
-  ++starts_;
-  try {
-    launch();
-  } catch (const std::exception& error) {
-    surroundings_.log.note("cannot start " + description_.label + ": " + error.what());
-    lastEnd_ = std::string("could not be started: ") + error.what();
-    holdBack(CrashThrottle::Duration::zero());
-  }
-}
-
-void Job::launch() {
-<<<<<<< HEAD
-  refuseAnotherProgram();
-  const auto image = platform::readFileIn(surroundings_.directories.tools.get(), description_.label,
-                                          platform::maximumHelperBytes);
-  if (!image)
-    throw platform::ServiceError(platform::ServiceErrorCode::FileSystem,
-                                 "its executable is missing");
-=======
->>>>>>> w-jobs
-  ProcessPlan plan;
-  plan.label = description_.label;
-  plan.arguments = description_.arguments;
-  plan.tools = surroundings_.directories.tools.get();
-  plan.sockets = &endpoints_;
-  plan.root = surroundings_.directories.root.get();
-  process_ = std::make_unique<JobProcess>(surroundings_.loop, surroundings_.log, plan,
-                                          [this](const std::string& how) { processEnded(how); });
-}
-
-void Job::processEnded(const std::string& how) {
-  lastEnd_ = how;
-  surroundings_.log.note(description_.label + "[" + std::to_string(process_->identifier()) + "] " +
-                         how);
-  process_.reset();
-  graceTimer_.end();
-  if (isStopping()) {
-    finishStopping();
-  } else {
-    holdBack(since(startedAt_));
-  }
-}
-
-void Job::holdBack(CrashThrottle::Duration ran) {
-  const auto delay = throttle_.delayAfterRunOf(ran);
-  if (delay == CrashThrottle::Duration::zero()) {
+    refuseAnotherProgram();
+    openEndpoints();
     awaitConnection();
-    return;
   }
-  heldBackUntil_ = EventLoop::Clock::now() + delay;
-  heldBack_ = surroundings_.loop.after(delay, [this] { awaitConnection(); });
-}
 
-void Job::replaceWith(platform::JobDescription description, Gone done) {
-  openEndpoints(description.services);
-  description_ = std::move(description);
-  throttle_ = {};
-  stop(std::move(done));
-}
-
-void Job::retire(Gone gone) {
-  isRetired_ = true;
-  for (const auto& endpoint : endpoints_) closeEndpoint(endpoint);
-  watches_.clear();
-  endpoints_.clear();
-  stop(std::move(gone));
-}
-
-void Job::stop(Gone gone) {
-  watches_.clear();
-  heldBack_.end();
-  const bool isAsked = isStopping();
-  whenGone_.push_back(std::move(gone));
-  if (!process_) {
-    finishStopping();
-  } else if (!isAsked) {
-    process_->signal(SIGTERM);
-    graceTimer_ = surroundings_.loop.after(grace, [this] { kill(); });
+  /// What an application reads as the job's executable must be what is run.
+  void Job::refuseAnotherProgram() const {
+    const std::string problem = platform::whyNotTheHelper(
+        description_.arguments.front(), surroundings_.directories.tools.get(), description_.label);
+    if (!problem.empty())
+      throw platform::ServiceError(platform::ServiceErrorCode::InvalidImage, problem);
   }
-}
 
-void Job::kill() {
-  if (process_) process_->signal(SIGKILL);
-}
-
-void Job::finishStopping() {
-  const auto callbacks = std::exchange(whenGone_, {});
-  if (!isRetired_) awaitConnection();
-  for (const auto& gone : callbacks) gone();  // the last may destroy this job
-}
-
-platform::JobStatus Job::status() const {
-  platform::JobStatus status;
-  status.label = description_.label;
-  status.services = description_.services;
-  status.processIdentifier = process_ ? process_->identifier() : 0;
-  status.starts = starts_;
-  if (heldBack_) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(heldBackUntil_ -
-                                                                            EventLoop::Clock::now())
-                          .count();
-    status.heldBackMilliseconds = std::max<std::int64_t>(left, 1);
+  /// Opens the endpoints that are missing and closes those that are no longer offered.
+  void Job::openEndpoints() {
+    const auto& services = description_.services;
+    std::vector<ListeningSocket> endpoints;
+=======
+    openEndpoints(description_.services);
+    awaitConnection();
   }
-  status.lastEnd = lastEnd_;
-  return status;
-}
+
+  bool Job::offers(const std::string& service) const {
+    return std::any_of(endpoints_.begin(), endpoints_.end(),
+                       [&](const auto& each) { return each.service == service; });
+  }
+
+  /// All of them or, with an exception, none.
+  std::vector<ListeningSocket> Job::openMissing(const std::vector<std::string>& services) const {
+    std::vector<ListeningSocket> opened;
+>>>>>>> w-jobs
+    for (const auto& service : services) {
+      if (offers(service)) continue;
+      auto socket =
+          platform::listenUnixSocketAt(surroundings_.directories.run.get(), endpointName(service),
+                                       SOCK_STREAM, backlog, endpointMode);
+      if (socket) {
+        opened.push_back({service, std::move(socket)});
+        continue;
+      }
+      const int error = errno;
+      for (const auto& each : opened) closeEndpoint(each);
+      throw platform::fileSystemError("cannot listen on " + endpointName(service), error);
+    }
+    return opened;
+  }
+
+  /// Opens the endpoints that are missing and closes those that are no longer offered.
+  void Job::openEndpoints(const std::vector<std::string>& services) {
+    auto open = openMissing(services);
+    std::move(endpoints_.begin(), endpoints_.end(), std::back_inserter(open));
+    endpoints_.clear();
+    for (const auto& service : services) {
+      const auto found = std::find_if(open.begin(), open.end(),
+                                      [&](const auto& each) { return each.service == service; });
+      endpoints_.push_back({service, std::move(found->socket)});
+    }
+    for (const auto& left : open) {
+      if (left.socket) closeEndpoint(left);
+    }
+  }
+
+  void Job::closeEndpoint(const ListeningSocket& endpoint) const {
+    ::unlinkat(surroundings_.directories.run.get(), endpointName(endpoint.service).c_str(), 0);
+  }
+
+  void Job::awaitConnection() {
+    heldBack_.end();
+    watches_.clear();
+    for (const auto& endpoint : endpoints_) {
+      watches_.push_back(
+          surroundings_.loop.watch(endpoint.socket.get(), EPOLLIN, [this] { start(); }));
+    }
+  }
+
+  void Job::start() {
+    watches_.clear();  // ends the watch that called; the loop keeps its handler until it returns
+    startedAt_ = EventLoop::Clock::now();
+    ++starts_;
+    try {
+      launch();
+    } catch (const std::exception& error) {
+      surroundings_.log.note("cannot start " + description_.label + ": " + error.what());
+      lastEnd_ = std::string("could not be started: ") + error.what();
+      holdBack(CrashThrottle::Duration::zero());
+    }
+  }
+
+  void Job::launch() {
+<<<<<<< HEAD
+    refuseAnotherProgram();
+    const auto image = platform::readFileIn(surroundings_.directories.tools.get(),
+                                            description_.label, platform::maximumHelperBytes);
+    if (!image)
+      throw platform::ServiceError(platform::ServiceErrorCode::FileSystem,
+                                   "its executable is missing");
+=======
+>>>>>>> w-jobs
+    ProcessPlan plan;
+    plan.label = description_.label;
+    plan.arguments = description_.arguments;
+    plan.tools = surroundings_.directories.tools.get();
+    plan.sockets = &endpoints_;
+    plan.root = surroundings_.directories.root.get();
+    process_ = std::make_unique<JobProcess>(surroundings_.loop, surroundings_.log, plan,
+                                            [this](const std::string& how) { processEnded(how); });
+  }
+
+  void Job::processEnded(const std::string& how) {
+    lastEnd_ = how;
+    surroundings_.log.note(description_.label + "[" + std::to_string(process_->identifier()) +
+                           "] " + how);
+    process_.reset();
+    graceTimer_.end();
+    if (isStopping()) {
+      finishStopping();
+    } else {
+      holdBack(since(startedAt_));
+    }
+  }
+
+  void Job::holdBack(CrashThrottle::Duration ran) {
+    const auto delay = throttle_.delayAfterRunOf(ran);
+    if (delay == CrashThrottle::Duration::zero()) {
+      awaitConnection();
+      return;
+    }
+    heldBackUntil_ = EventLoop::Clock::now() + delay;
+    heldBack_ = surroundings_.loop.after(delay, [this] { awaitConnection(); });
+  }
+
+  void Job::replaceWith(platform::JobDescription description, Gone done) {
+    openEndpoints(description.services);
+    description_ = std::move(description);
+    throttle_ = {};
+    stop(std::move(done));
+  }
+
+  void Job::retire(Gone gone) {
+    isRetired_ = true;
+    for (const auto& endpoint : endpoints_) closeEndpoint(endpoint);
+    watches_.clear();
+    endpoints_.clear();
+    stop(std::move(gone));
+  }
+
+  void Job::stop(Gone gone) {
+    watches_.clear();
+    heldBack_.end();
+    const bool isAsked = isStopping();
+    whenGone_.push_back(std::move(gone));
+    if (!process_) {
+      finishStopping();
+    } else if (!isAsked) {
+      process_->signal(SIGTERM);
+      graceTimer_ = surroundings_.loop.after(grace, [this] { kill(); });
+    }
+  }
+
+  void Job::kill() {
+    if (process_) process_->signal(SIGKILL);
+  }
+
+  void Job::finishStopping() {
+    const auto callbacks = std::exchange(whenGone_, {});
+    if (!isRetired_) awaitConnection();
+    for (const auto& gone : callbacks) gone();  // the last may destroy this job
+  }
+
+  platform::JobStatus Job::status() const {
+    platform::JobStatus status;
+    status.label = description_.label;
+    status.services = description_.services;
+    status.processIdentifier = process_ ? process_->identifier() : 0;
+    status.starts = starts_;
+    if (heldBack_) {
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                            heldBackUntil_ - EventLoop::Clock::now())
+                            .count();
+      status.heldBackMilliseconds = std::max<std::int64_t>(left, 1);
+    }
+    status.lastEnd = lastEnd_;
+    return status;
+  }
 
 }  // namespace jobd

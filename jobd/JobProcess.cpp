@@ -12,7 +12,7 @@
 #include <cstdio>
 <<<<<<< HEAD
 #include <cstring>
-=======
+    =======
 >>>>>>> w-jobs
 
 #include "jobd/HelperImage.h"
@@ -20,7 +20,7 @@
 #include "platform/services/ServiceError.h"
 #include "platform/services/SystemRoot.h"
 
-extern "C" {
+    extern "C" {
 #include <sys/pidfd.h>  // some versions of the C library forgot to say that these are C functions
 }
 
@@ -66,9 +66,10 @@ std::string descriptorNames(const std::vector<ListeningSocket>& sockets) {
 /// All that a job is told by its environment: the socket hand-over protocol. Nothing comes from the
 /// daemon's own.
 std::vector<std::string> jobEnvironment(const ProcessPlan& plan) {
-  return {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
-          "LISTEN_FDS=" + std::to_string(plan.sockets->size() + 1),
-          "LISTEN_FDNAMES=" + descriptorNames(*plan.sockets),
+  return {
+    "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
+        "LISTEN_FDS=" + std::to_string(plan.sockets->size() + 1),
+        "LISTEN_FDNAMES=" + descriptorNames(*plan.sockets),
 =======
 /// The program of the image `name` in the open directory.
 FileDescriptor loadProgram(int directory, const std::string& name) {
@@ -96,7 +97,8 @@ std::vector<std::string> jobEnvironment(const ProcessPlan& plan) {
           "WLHID_ROOT=" + plan.root, "LISTEN_FDS=" + std::to_string(plan.sockets->size()),
           "LISTEN_FDNAMES=" + socketNames(*plan.sockets),
 >>>>>>> w-jobs
-          "LISTEN_PID=" + std::to_string(::getpid())};
+        "LISTEN_PID=" + std::to_string(::getpid())
+  };
 }
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {

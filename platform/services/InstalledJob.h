@@ -1,5 +1,5 @@
-// A root's job as everybody has to see it: the daemon that runs it and the application that asks for
-// it.
+// A root's job as everybody has to see it: the daemon that runs it and the application that asks
+// for it.
 //
 // A job's file names a program, which an application reads to learn what is installed; the daemon
 // runs the helper of the job's label. A job whose file names any other file would make the one say
