@@ -58,6 +58,9 @@ class Test:
         self.reached = set()  # the sources that are compiled into it or into what it starts
         self.seconds = 0.0
 
+    def breadth(self):
+        return sum(name.startswith(PRODUCT) for name in self.reached)
+
 
 class Build:
     def __init__(self, tree, folder):
@@ -186,9 +189,9 @@ class Campaign:
         return {each for each in self.tree.files if os.path.dirname(each) == os.path.dirname(name)}
 
     def nearest(self, tests, sources):
-        """The quickest kinds first, then those into which the fewest other sources go."""
+        """The quickest kinds first, then those into which the fewest other sources of the product go."""
         reached = [t for t in tests if t.reached & sources]
-        reached.sort(key=lambda t: (LABELS.index(t.label), len(t.reached), t.seconds))
+        reached.sort(key=lambda t: (LABELS.index(t.label), t.breadth(), t.seconds))
         return reached[: self.options.programs]
 
     def measured(self, tests, state):
