@@ -8,12 +8,7 @@
 #include <csignal>
 #include <iterator>
 
-<<<<<<< HEAD
-#include "jobd/HelperImage.h"
 #include "platform/services/InstalledJob.h"
-#include "platform/services/RootFiles.h"
-=======
->>>>>>> w-jobs
 #include "platform/services/ServiceError.h"
 #include "platform/services/UnixSocket.h"
 
@@ -34,9 +29,8 @@ CrashThrottle::Duration since(EventLoop::Clock::time_point start) {
 }  // namespace
 
 void Job::listen() {
-<<<<<<< HEAD
   refuseAnotherProgram();
-  openEndpoints();
+  openEndpoints(description_.services);
   awaitConnection();
 }
 
@@ -48,15 +42,6 @@ void Job::refuseAnotherProgram() const {
     throw platform::ServiceError(platform::ServiceErrorCode::InvalidImage, problem);
 }
 
-/// Opens the endpoints that are missing and closes those that are no longer offered.
-void Job::openEndpoints() {
-  const auto& services = description_.services;
-  std::vector<ListeningSocket> endpoints;
-=======
-  openEndpoints(description_.services);
-  awaitConnection();
-}
-
 bool Job::offers(const std::string& service) const {
   return std::any_of(endpoints_.begin(), endpoints_.end(),
                      [&](const auto& each) { return each.service == service; });
@@ -65,7 +50,6 @@ bool Job::offers(const std::string& service) const {
 /// All of them or, with an exception, none.
 std::vector<ListeningSocket> Job::openMissing(const std::vector<std::string>& services) const {
   std::vector<ListeningSocket> opened;
->>>>>>> w-jobs
   for (const auto& service : services) {
     if (offers(service)) continue;
     auto socket =
@@ -124,15 +108,7 @@ void Job::start() {
 }
 
 void Job::launch() {
-<<<<<<< HEAD
   refuseAnotherProgram();
-  const auto image = platform::readFileIn(surroundings_.directories.tools.get(), description_.label,
-                                          platform::maximumHelperBytes);
-  if (!image)
-    throw platform::ServiceError(platform::ServiceErrorCode::FileSystem,
-                                 "its executable is missing");
-=======
->>>>>>> w-jobs
   ProcessPlan plan;
   plan.label = description_.label;
   plan.arguments = description_.arguments;

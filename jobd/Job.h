@@ -61,14 +61,10 @@ class Job {
 
  private:
   [[nodiscard]] bool isStopping() const { return !whenGone_.empty(); }
-<<<<<<< HEAD
   void refuseAnotherProgram() const;
-  void openEndpoints();
-=======
   void openEndpoints(const std::vector<std::string>& services);
   [[nodiscard]] std::vector<ListeningSocket> openMissing(
       const std::vector<std::string>& services) const;
->>>>>>> w-jobs
   void closeEndpoint(const ListeningSocket& endpoint) const;
   void awaitConnection();
   void start();

@@ -10,10 +10,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-<<<<<<< HEAD
-#include <cstring>
-=======
->>>>>>> w-jobs
 
 #include "jobd/HelperImage.h"
 #include "jobd/MappedFile.h"
@@ -62,14 +58,6 @@ std::string descriptorNames(const std::vector<ListeningSocket>& sockets) {
   return names.append(platform::rootDescriptorName);
 }
 
-<<<<<<< HEAD
-/// All that a job is told by its environment: the socket hand-over protocol. Nothing comes from the
-/// daemon's own.
-std::vector<std::string> jobEnvironment(const ProcessPlan& plan) {
-  return {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
-          "LISTEN_FDS=" + std::to_string(plan.sockets->size() + 1),
-          "LISTEN_FDNAMES=" + descriptorNames(*plan.sockets),
-=======
 /// The program of the image `name` in the open directory.
 FileDescriptor loadProgram(int directory, const std::string& name) {
   const FileDescriptor file(
@@ -90,12 +78,12 @@ void giveUpRights() {
   ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
 }
 
-/// All that a job is told by its environment. Nothing of the daemon's own is handed on.
+/// All that a job is told by its environment: the socket hand-over protocol. Nothing of the
+/// daemon's own is handed on.
 std::vector<std::string> jobEnvironment(const ProcessPlan& plan) {
   return {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
-          "WLHID_ROOT=" + plan.root, "LISTEN_FDS=" + std::to_string(plan.sockets->size()),
-          "LISTEN_FDNAMES=" + socketNames(*plan.sockets),
->>>>>>> w-jobs
+          "LISTEN_FDS=" + std::to_string(plan.sockets->size() + 1),
+          "LISTEN_FDNAMES=" + descriptorNames(*plan.sockets),
           "LISTEN_PID=" + std::to_string(::getpid())};
 }
 
@@ -107,27 +95,17 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   return result;
 }
 
-<<<<<<< HEAD
-/// Lays out descriptors as the program expects them: streams, sockets, the root, then the program
-/// itself, and no more. All of them go through numbers above the final ones first, so that none is
-/// overwritten before it has moved.
-int arrangeDescriptors(const ProcessPlan& plan, int program, int output) {
+/// Lays out descriptors as the program expects them: streams, sockets, the root, then the directory
+/// of the images, and no more. All of them go through numbers above the final ones first, so that
+/// none is overwritten before it has moved.
+int arrangeDescriptors(const ProcessPlan& plan, int output) {
   std::vector<int> handedOn;
   for (const auto& each : *plan.sockets) handedOn.push_back(each.socket.get());
   handedOn.push_back(plan.root);
   const int count = static_cast<int>(handedOn.size());
   const int final = firstPassedDescriptor + count;
   const int above = final + 1;
-  const int programAbove = ::fcntl(program, F_DUPFD_CLOEXEC, above);
-=======
-/// Lays out descriptors as the program expects them: streams, sockets, then the directory of the
-/// images, and no more. All of them go through numbers above the final ones first, so that none is
-/// overwritten before it has moved.
-int arrangeDescriptors(const ProcessPlan& plan, int output) {
-  const int count = static_cast<int>(plan.sockets->size());
-  const int above = firstPassedDescriptor + count + 1;
   const int toolsAbove = ::fcntl(plan.tools, F_DUPFD_CLOEXEC, above);
->>>>>>> w-jobs
   const int outputAbove = ::fcntl(output, F_DUPFD_CLOEXEC, above);
   for (int& each : handedOn) each = ::fcntl(each, F_DUPFD_CLOEXEC, above);
   const int null = ::open("/dev/null", O_RDONLY);
@@ -135,14 +113,8 @@ int arrangeDescriptors(const ProcessPlan& plan, int output) {
   ::dup2(outputAbove, 1);
   ::dup2(outputAbove, 2);
   for (int i = 0; i < count; ++i)
-<<<<<<< HEAD
     ::dup2(handedOn[static_cast<std::size_t>(i)], firstPassedDescriptor + i);
-  ::dup3(programAbove, final, O_CLOEXEC);
-=======
-    ::dup2(socketsAbove[static_cast<std::size_t>(i)], firstPassedDescriptor + i);
-  const int final = firstPassedDescriptor + count;
   ::dup3(toolsAbove, final, O_CLOEXEC);
->>>>>>> w-jobs
   ::close_range(static_cast<unsigned>(final) + 1, ~0U, 0);
   return final;
 }

@@ -1,5 +1,7 @@
 #include "platform/foundation/NSError.h"
 
+#include "platform/foundation/ErrorTexts.h"
+
 namespace platform {
 namespace {
 
@@ -28,12 +30,25 @@ std::strong_ordering NSError::compareValue(const NSObject& other) const {
   return domains != 0 ? domains : compare(contents(userInfo_), contents(error.userInfo_));
 }
 
-std::string NSError::description() const {
+/// The user info's sentence or the known one; null where there is neither.
+std::shared_ptr<NSString> NSError::words() const {
   const NSDictionary* info = contents(userInfo_);
-  const auto reason =
-      info ? objectCast<NSString>(info->objectForKey(NSLocalizedDescriptionKey)) : nullptr;
+  auto own = info ? objectCast<NSString>(info->objectForKey(NSLocalizedDescriptionKey)) : nullptr;
+  if (own || !domain_) return own;
+  const auto known = textOfError(domain_->UTF8String(), code_);
+  return known ? NSString::stringWithUTF8(*known) : nullptr;
+}
+
+std::shared_ptr<NSString> NSError::localizedDescription() const {
+  if (auto known = words()) return known;
+  return str("The operation failed, and no more is known than its error: " +
+             descriptionOf(domain_) + " " + std::to_string(code_) + ".");
+}
+
+std::string NSError::description() const {
   std::string text = "Error Domain=" + descriptionOf(domain_) + " Code=" + std::to_string(code_) +
-                     " \"" + descriptionOf(reason) + "\"";
+                     " \"" + descriptionOf(words()) + "\"";
+  const NSDictionary* info = contents(userInfo_);
   if (info == nullptr) return text;
   std::string_view separator = " UserInfo={";
   for (const auto& [key, value] : info->entries()) {

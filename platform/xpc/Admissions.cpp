@@ -35,8 +35,8 @@ Admissions::Answer Admissions::admit(uid_t user, std::weak_ptr<ConnectionCore> c
     const auto oldest = bySame ? oldestSilentLocked(isOfUser) : oldestSilentLocked(isAny);
     if (oldest == entries_.end()) {
       if (!std::exchange(isRefusing_, true)) {
-        answer.refusal = userIsAtLimit ? "its user has too many connections"
-                                       : "there are too many connections";
+        answer.refusal =
+            userIsAtLimit ? "its user has too many connections" : "there are too many connections";
       }
       return answer;
     }

@@ -52,7 +52,7 @@ class Admissions : public std::enable_shared_from_this<Admissions> {
     std::unique_ptr<Place> place;  ///< null: refused
     /// A connection without a hello that has to go for this one; the caller ends it.
     std::weak_ptr<ConnectionCore> ended;
-    const char* refusal = "";      ///< where refused for the first time since somebody was let in
+    const char* refusal = "";  ///< where refused for the first time since somebody was let in
   };
   [[nodiscard]] Answer admit(uid_t user, std::weak_ptr<ConnectionCore> connection);
 

@@ -400,9 +400,8 @@ void wrongClasses(Field& field, std::uint64_t times) {
     peer->receiveFrame();
     std::uint64_t id = 0;
     for (std::uint64_t i = 0; i < times; ++i) {
-      for (const char* const object :
-           {"01 00", "02 00", "03 01", "09 00", "0a 00", "10", "0c 01 00 00 00 00 00 00 00 00 00",
-            "0b 01 0e 01 00 00 00 00 00 00 00 00 03 01"}) {
+      for (const char* const object : {"01 00", "02 00", "03 01", "09 00", "0a 00", "10",
+                                       "0c 01 00 00 00 00 00 00 00 00 00", "0b 01 10 03 01"}) {
         peer->send(startRequest(++id, bytesOfNotation(object)));
         const Bytes answer = peer->receiveFrame();
         field.findings().demand(answer == frame(5, 0, littleEndian(id, 8)),

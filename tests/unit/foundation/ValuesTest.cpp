@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include <array>
 #include <numeric>
 
@@ -193,9 +195,9 @@ std::shared_ptr<NSError> errorWith(std::int64_t code, std::vector<NSDictionary::
 }
 
 TEST(NSError, DescribesItself) {
-  EXPECT_EQ(NSError::errorWithDomain_code_userInfo(str("HIDEventRouterDomain"), -1, nullptr)
+  EXPECT_EQ(NSError::errorWithDomain_code_userInfo(str("HIDEventRouterDomain"), -7, nullptr)
                 ->description(),
-            "Error Domain=HIDEventRouterDomain Code=-1 \"(null)\"");
+            "Error Domain=HIDEventRouterDomain Code=-7 \"(null)\"");
   EXPECT_EQ(errorWith(-536870174, {})->description(), "Error Domain=D Code=-536870174 \"(null)\"");
   EXPECT_EQ(errorWith(5, {{str(NSLocalizedDescriptionKey), str("no luck")},
                           {str("n"), NSNumber::numberWithBool(true)}})
@@ -203,6 +205,41 @@ TEST(NSError, DescribesItself) {
             "Error Domain=D Code=5 \"no luck\" UserInfo={NSLocalizedDescription=no luck, n=1}");
   EXPECT_EQ(NSError::errorWithDomain_code_userInfo(nullptr, 0, nullptr)->description(),
             "Error Domain=(null) Code=0 \"(null)\"");
+}
+
+TEST(NSError, HasWordsForTheCodesOfThisSystem) {
+  const std::vector<std::pair<std::string, std::vector<std::int64_t>>> domains{
+      {"NSOSStatusErrorDomain", {-60005, -60006, -60007}},
+      {"NSCocoaErrorDomain", {4097, 4099, 4101}},
+      {"HIDEventRouterDomain", {-1, -536870208, -536870206, -536870203, -536870198, -536870174}},
+      {"WLServiceManagementErrorDomain", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}},
+      {"NSPOSIXErrorDomain", {ENOMEM, EMSGSIZE, ENOBUFS}}};
+  for (const auto& [domain, codes] : domains) {
+    for (const auto code : codes) {
+      const auto error = NSError::errorWithDomain_code_userInfo(str(domain), code, nullptr);
+      EXPECT_EQ(error->userInfo(), nullptr);
+      const std::string words = error->localizedDescription()->UTF8String();
+      EXPECT_FALSE(words.starts_with("The operation failed")) << words;
+      EXPECT_EQ(error->description(),
+                "Error Domain=" + domain + " Code=" + std::to_string(code) + " \"" + words + "\"");
+    }
+  }
+}
+
+TEST(NSError, WordsOfItsOwnComeFirstAndAreNeverMissing) {
+  const auto own = NSError::errorWithDomain_code_userInfo(
+      str("NSCocoaErrorDomain"), 4097,
+      NSDictionary::dictionaryWithEntries({{str(NSLocalizedDescriptionKey), str("no luck")}}));
+  EXPECT_EQ(own->localizedDescription()->UTF8String(), "no luck");
+  EXPECT_EQ(errorWith(5, {})->localizedDescription()->UTF8String(),
+            "The operation failed, and no more is known than its error: D 5.");
+  EXPECT_EQ(NSError::errorWithDomain_code_userInfo(nullptr, 0, nullptr)
+                ->localizedDescription()
+                ->UTF8String(),
+            "The operation failed, and no more is known than its error: (null) 0.");
+  EXPECT_EQ(
+      NSError::errorWithDomain_code_userInfo(str("NSPOSIXErrorDomain"), -1, nullptr)->description(),
+      "Error Domain=NSPOSIXErrorDomain Code=-1 \"(null)\"");
 }
 
 TEST(NSError, ComparesDomainCodeAndUserInfo) {

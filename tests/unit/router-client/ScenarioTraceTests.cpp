@@ -1,5 +1,6 @@
 // Whole scenarios, each as the full ordered trace that it leaves: log lines, platform calls,
 // observed changes, delegate calls.
+#include "tests/support/ErrorText.h"
 #include "tests/unit/router-client/ClientFixture.h"
 
 namespace test {
@@ -9,9 +10,8 @@ using platform::str;
 
 class ClientScenario : public ClientTest {
  protected:
-  static inline const std::string kInterrupted =
-      "Error Domain=NSCocoaErrorDomain Code=4097 \"(null)\"";
-  static inline const std::string kInvalid = "Error Domain=NSCocoaErrorDomain Code=4099 \"(null)\"";
+  static inline const std::string kInterrupted = testsupport::errorText("NSCocoaErrorDomain", 4097);
+  static inline const std::string kInvalid = testsupport::errorText("NSCocoaErrorDomain", 4099);
 
   static Lines starting(std::initializer_list<Piece> pieces) {
     return sequence({"will change started", setStarted(true), update(true), sequence(pieces),
@@ -110,7 +110,7 @@ TEST_P(ClientScenarioAtLevel, StartReplyNotPermitted) {
   taken();
   platform_.setLogLevel(GetParam().level);
   connection1().deliverReply(routerError(-536870174));
-  const std::string text = "Error Domain=HIDEventRouterDomain Code=-536870174 \"(null)\"";
+  const std::string text = testsupport::errorText("HIDEventRouterDomain", -536870174);
   Lines expected;
   if (GetParam().reply) expected.push_back(openReply(text));
   if (GetParam().hint) expected.push_back(notPermittedHint(text));

@@ -28,7 +28,8 @@ class AdmissionsTest : public ::testing::Test {
     cores_.push_back(ConnectionCore::toService("any"));
     auto answer = admissions_->admit(user, cores_.back());
     const auto went = std::find(cores_.begin(), cores_.end(), answer.ended.lock());
-    if (ended != nullptr) *ended = went == cores_.end() ? -1 : static_cast<int>(went - cores_.begin());
+    if (ended != nullptr)
+      *ended = went == cores_.end() ? -1 : static_cast<int>(went - cores_.begin());
     places_.push_back(std::move(answer.place));
     refusal_ = answer.refusal;
     return places_.back() ? static_cast<int>(places_.size()) - 1 : -1;

@@ -1,4 +1,8 @@
 #include "platform/xpc/InterfaceTable.h"
+
+#include <algorithm>
+#include <array>
+
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "tests/unit/xpc/CoderSupport.h"
 
@@ -121,6 +125,23 @@ TEST(Interface, AnArrayInsideTheElementValuesIsNotAdmitted) {
     EXPECT_EQ(verdict(rules, one(array({array({inside})}))), xpc::DecodeVerdict::Refused);
   }
   EXPECT_EQ(verdict(rules, one(array({value, value}))), xpc::DecodeVerdict::Accepted);
+}
+
+TEST(Interface, ArgumentsAreWrittenAlikeWhereTheirSenderHasThem) {
+  const std::shared_ptr<NSString> text = str("text");
+  const std::uint32_t small = 0x01020304;
+  const std::uint64_t large = 0x1112131415161718;
+  XPCValues values;
+  values.append(small);
+  values.append(large);
+  values.append(Object(text));
+  xpc::WireWriter one;
+  xpc::encodeValues(one, values);
+  const std::array<XPCArgumentRef, 3> arguments{small, large, text};
+  xpc::WireWriter other;
+  xpc::encodeValues(other, arguments);
+  EXPECT_TRUE(std::ranges::equal(one.bytes(), other.bytes()));
+  EXPECT_EQ(other.size(), 4U + 8U + 6U);
 }
 
 TEST(Interface, WhatAnArraysMembersAreHoldsWithoutASetToo) {
