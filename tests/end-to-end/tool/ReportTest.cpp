@@ -56,6 +56,11 @@ TEST_F(ReportTest, TellsOfARouterThatRuns) {
   const std::string id = addDevice("qemu-usb-mouse.hid", {"--repeat"});
   Process route(wlhid({"route", id, "--json"}), options());
   route.waitForOutputContaining("\"report\"");
+  // The router brings its status to disk beside its work, so reports may be ahead of it.
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (runTool({"status", "--json"}).out.find("\"deviceName\": \"QEMU") == std::string::npos) {
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline) << runTool({"status", "--json"}).out;
+  }
   const Archive archive = report();
   route.signal(SIGINT);
   EXPECT_EQ(route.wait(), 0);

@@ -50,7 +50,8 @@ TEST_F(Root, ManyWhoStartItAtOnceGetOneDaemon) {
       daemon().ensureRunning();
       const auto status = daemon().status();
       if (status) identifier = status->daemonProcessIdentifier;
-    } catch (const std::exception&) {
+    } catch (const std::exception& error) {
+      ::dprintf(2, "cannot start it: %s\n", error.what());
     }
     ::_exit(::write(results[1], &identifier, sizeof identifier) == sizeof identifier ? 0 : 1);
   }
