@@ -175,6 +175,7 @@ bool DeviceFiles::createConfiguration(const std::string& name,
 }
 
 bool DeviceFiles::removeConfiguration(const std::string& name) const {
+  if (name.find('/') != std::string::npos) return false;
   const FileDescriptor opened = directory();
   if (!opened || ::unlinkat(opened.get(), fileNameOf(name).c_str(), 0) == 0)
     return static_cast<bool>(opened);

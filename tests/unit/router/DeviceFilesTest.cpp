@@ -21,9 +21,11 @@ class DeviceFilesTest : public testing::Test {
   void SetUp() override {
     std::string pattern = testing::TempDir() + "/files.XXXXXX";
     ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    directory_ = fs::path(pattern).lexically_normal();
+    root_ = fs::path(pattern).lexically_normal();
+    directory_ = root_ / "etc/hideventrouter";
+    fs::create_directories(directory_);
   }
-  void TearDown() override { fs::remove_all(directory_); }
+  void TearDown() override { fs::remove_all(root_); }
   void write(const std::string& name, const std::string& text) const {
     std::ofstream(directory_ / name, std::ios::binary) << text;
   }
@@ -32,10 +34,11 @@ class DeviceFilesTest : public testing::Test {
     const router::OpenFile file = files().openConfiguration(name);
     return {buffer.data(), router::readFile(file.descriptor.get(), buffer)};
   }
-  [[nodiscard]] DeviceFiles files() const { return DeviceFiles(directory_); }
+  [[nodiscard]] DeviceFiles files() const { return DeviceFiles(platform::SystemRoot(root_)); }
   static std::span<const std::uint8_t> bytes(std::string_view text) {
     return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
   }
+  fs::path root_;
   fs::path directory_;
   std::vector<std::string> problems_;
 };
@@ -61,10 +64,10 @@ TEST_F(DeviceFilesTest, CreatingReplacesNothing) {
 }
 
 TEST_F(DeviceFilesTest, RemovingReachesNoOtherDirectory) {
-  EXPECT_TRUE(files().createConfiguration("x", bytes("")));
-  const DeviceFiles below(directory_ / "below");
-  fs::create_directory(directory_ / "below");
-  EXPECT_FALSE(below.removeConfiguration("../x"));
+  write("../x.plist", "");
+  write("x.plist", "");
+  EXPECT_FALSE(files().removeConfiguration("../x"));
+  EXPECT_TRUE(fs::exists(root_ / "etc/x.plist"));
   EXPECT_TRUE(files().removeConfiguration("x"));
   EXPECT_FALSE(files().removeConfiguration("x"));
 }
