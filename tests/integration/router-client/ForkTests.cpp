@@ -31,7 +31,8 @@ class ClientInAChild : public RealLayerTest {
     const auto sessions = router().routing();
     ASSERT_EQ(sessions.size(), 1U);
     sessions[0]->client->receivedData_forReportID(report(), reportID);
-    EXPECT_TRUE(trace().waitFor("delegate receivedReportData {length = 1, bytes = 0x01} " + std::to_string(reportID)));
+    EXPECT_TRUE(trace().waitFor("delegate receivedReportData {length = 1, bytes = 0x01} " +
+                                std::to_string(reportID)));
     const std::lock_guard lock(sessions[0]->mutex);
     EXPECT_EQ(sessions[0]->stops, 0);
   }
