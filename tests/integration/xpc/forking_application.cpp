@@ -34,6 +34,17 @@ struct Ends {
   std::shared_ptr<Service> service;
 };
 
+/// What the service does with a note and with a new connection, from when it is set.
+std::atomic<const std::function<void(std::uint64_t)>*> onNote{nullptr};
+std::atomic<const std::function<void()>*> onConnection{nullptr};
+
+void prepare(End& end) {
+  end.talker->onNote = [](std::uint64_t number) {
+    if (const auto* const hook = onNote.load()) (*hook)(number);
+  };
+  if (const auto* const hook = onConnection.load()) (*hook)();
+}
+
 int failure(const std::string& what) {
   std::cerr << what << '\n';
   return 1;
@@ -132,7 +143,7 @@ bool forkInABatch(const Ends& ends) {
 /// The child is made on a connection's own queue, and its handler returns.
 bool forkInAHandler(const Ends& ends) {
   std::atomic<bool> endedWell{false};
-  ends.service->end(0)->talker->onNote = [&](std::uint64_t number) {
+  const std::function<void(std::uint64_t)> fork = [&](std::uint64_t number) {
     if (number != 600) return;
     const pid_t child = ::fork();
     if (child == 0) {
@@ -142,18 +153,22 @@ bool forkInAHandler(const Ends& ends) {
     endedWell = endsWell(child);
     ends.local.log.add("note by the handler");
   };
+  onNote = &fork;
   // More than one frame in one read, so that there would be something to go on with.
   ends.kept.connection->sendBatch([&] {
     for (std::uint64_t i = 600; i < 700; ++i) ends.keptProxy->note(i);
   });
-  return ends.local.log.waitFor("note by the handler") && endedWell;
+  const bool heard = ends.local.log.waitFor("note by the handler") &&
+                     ends.service->end(0)->log.waitFor("note 699");
+  onNote = nullptr;
+  return heard && endedWell;
 }
 
 /// The child is made on the listener's thread.
 bool forkInTheListener(const Ends& ends, const std::string& name) {
   std::atomic<bool> endedWell{false};
   EventLog log;
-  ends.service->prepare = [&](End&) {
+  const std::function<void()> fork = [&] {
     const pid_t child = ::fork();
     if (child == 0) {
       limitTime();
@@ -162,9 +177,10 @@ bool forkInTheListener(const Ends& ends, const std::string& name) {
     endedWell = endsWell(child);
     log.add("forked");
   };
+  onConnection = &fork;
   End third;
   if (!connects(third, *ends.service, 2, name) || !log.waitFor("forked")) return false;
-  ends.service->prepare = nullptr;
+  onConnection = nullptr;
   return endedWell && goesOn(third, ends.service->end(2), 700);
 }
 
@@ -215,6 +231,7 @@ int main(int argc, char** argv) {
   static End kept;
   End local;
   Ends ends{kept, local, nullptr, Service::listen(path)};
+  ends.service->prepare = prepare;
   if (!connects(kept, *ends.service, 0, name) || !connects(local, *ends.service, 1, name))
     return failure("no connection");
   ends.keptProxy = kept.proxy();
