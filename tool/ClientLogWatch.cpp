@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "tool/Command.h"
 #include "tool/Output.h"
 
 namespace tool {
@@ -24,7 +25,7 @@ std::string meaningOf(const platform::KQLogEntry& entry) {
 }
 
 void passOn(const platform::KQLogEntry& entry) {
-  Output(STDERR_FILENO).write(platform::renderLogEntry(entry) + "\n");
+  Output(STDERR_FILENO).write(oneLine(platform::renderLogEntry(entry)) + "\n");
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "tool/Command.h"
+#include "tool/Invocation.h"
 
 namespace tool {
 
@@ -33,11 +34,13 @@ RouteSession::~RouteSession() {
 void RouteSession::hidEventRouterClient_clientStatusChangedTo(
     const std::shared_ptr<WLHIDEventRouterClient>& client, WLHIDEventRouterClientStatus status) {
   if (ending_) return;
+  if (status != WLHIDEventRouterClientStatusOpening) answered_ = true;
   std::string line;
   lines_->appendStatus(line, status);
   print(client, line);
   if (status == WLHIDEventRouterClientStatusRouterUnavailable) {
-    end(client, {true, "the router is not installed any more (install it with: wlhid install)"});
+    end(client, {true, "the router is not installed any more (install it with: " +
+                           commandLine({"install"}) + ")"});
   }
 }
 

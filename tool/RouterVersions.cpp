@@ -1,5 +1,8 @@
 #include "tool/RouterVersions.h"
 
+#include <algorithm>
+#include <filesystem>
+
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "platform/foundation/NSArray.h"
@@ -12,6 +15,7 @@
 #include "platform/services/SystemRoot.h"
 #include "tool/Command.h"
 #include "tool/Files.h"
+#include "tool/Numbers.h"
 
 namespace tool {
 
@@ -74,6 +78,37 @@ std::string executableOf(const NSDictionary& job) {
   return path ? path->UTF8String() : std::string();
 }
 
+bool isBelow(const std::filesystem::path& path, const std::filesystem::path& directory) {
+  const auto [end, rest] = std::ranges::mismatch(directory, path);
+  static_cast<void>(rest);
+  return end == directory.end();
+}
+
+/// By the names as they are written, or by the places that they lead to.
+bool isOnRoot(const std::filesystem::path& path, const std::filesystem::path& root) {
+  std::error_code ignored;
+  return isBelow(path.lexically_normal(), root) ||
+         isBelow(std::filesystem::weakly_canonical(path, ignored),
+                 std::filesystem::weakly_canonical(root, ignored));
+}
+
+RouterCopy installedCopyAt(const std::string& path) {
+  RouterCopy copy = copyAt(path, "the job names no executable");
+  const auto root = SystemRoot::current().path();
+  if (path.empty() || isOnRoot(path, root)) return copy;
+  copy.isOutsideRoot = true;
+  copy.problem = "the job names " + path + ", which lies outside the system root " + root.string();
+  return copy;
+}
+
+/// The number in front of the first dot, which is taken off with it; nothing where it is none.
+std::optional<std::uint64_t> takeNumber(std::string_view& version) {
+  const std::size_t dot = std::min(version.find('.'), version.size());
+  const auto number = parseNumber(version.substr(0, dot));
+  version.remove_prefix(std::min(dot + 1, version.size()));
+  return number;
+}
+
 std::string whyNoJob(const SystemRoot& root) {
   const std::string file = root.jobFile(WLHIDEventRouterLabel).string();
   const auto directory = platform::openRoot(root);
@@ -116,9 +151,29 @@ RouterVersions readRouterVersions() {
     versions.jobProblem = jobProblem();
     return versions;
   }
-  versions.installed = copyAt(executableOf(*job), "the job names no executable");
+  versions.installed = installedCopyAt(executableOf(*job));
   versions.services = servicesOf(*job);
   return versions;
+}
+
+bool isNewer(std::string_view a, std::string_view b) {
+  while (!a.empty() || !b.empty()) {
+    const auto first = a.empty() ? 0 : takeNumber(a);
+    const auto second = b.empty() ? 0 : takeNumber(b);
+    if (!first || !second) return false;
+    if (*first != *second) return *first > *second;
+  }
+  return false;
+}
+
+bool isDowngrade(const RouterVersions& versions) {
+  return versions.installed && isNewer(versions.installed->version, versions.bundle.version);
+}
+
+std::vector<std::string> installArguments(const RouterVersions& versions) {
+  std::vector<std::string> arguments{"install"};
+  if (isDowngrade(versions)) arguments.emplace_back("--force");
+  return arguments;
 }
 
 }  // namespace tool

@@ -8,6 +8,7 @@
 #include "tool/Command.h"
 #include "tool/Inventory.h"
 #include "tool/InventoryJson.h"
+#include "tool/Invocation.h"
 #include "tool/Numbers.h"
 
 namespace tool {
@@ -55,10 +56,13 @@ std::string versionText(const RouterCopy& copy) {
 
 std::string installationText(const Status& status) {
   const auto& installed = status.versions.installed;
-  if (!installed) return "not installed (install it with: wlhid install)";
+  if (!installed) return "not installed (install it with: " + commandLine({"install"}) + ")";
+  if (installed->isOutsideRoot)
+    return "not usable: " + installed->problem +
+           " (put it right with: " + commandLine({"install"}) + ")";
   if (status.installed) return "installed, " + versionText(*installed);
   return "not current: installed is " + versionText(*installed) +
-         " (replace it with: wlhid install)";
+         " (replace it with: " + commandLine(installArguments(status.versions)) + ")";
 }
 
 std::string line(std::string_view name, const std::string& value) {

@@ -71,6 +71,19 @@ TEST_F(ClientLogWatchTest, PrintsOnlyWhatTheUsersLevelAdmits) {
       << printed;
 }
 
+TEST_F(ClientLogWatchTest, PrintsNothingThatATerminalObeys) {
+  KQLogger::setLogLevel(4);
+  testing::internal::CaptureStderr();
+  {
+    const ClientLogWatch watch(hear);
+    log(4, "%s", "\x1b[2J\nforged line\u202e");
+  }
+  const std::string printed = testing::internal::GetCapturedStderr();
+  EXPECT_NE(printed.find("\\x1b[2J"), std::string::npos) << printed;
+  EXPECT_EQ(printed.find('\x1b'), std::string::npos);
+  EXPECT_EQ(printed.find('\n'), printed.size() - 1);
+}
+
 TEST_F(ClientLogWatchTest, HearsNothingOnceItIsGone) {
   KQLogger::setLogLevel(4);
   { const ClientLogWatch watch(hear); }
