@@ -18,6 +18,8 @@
 // Order: see WLHIDEventRouterClientDelegate.h. Changes of "started", "eventRouterStatus" and
 //   "clientStatus" are announced by key-value observing, will-change before and did-change after
 //   everything that the change sets off.
+// Forks: a client belongs to the process that made it. In a child it does nothing: it can be
+//   released, and a new one made.
 #pragma once
 
 #include <atomic>
@@ -27,6 +29,7 @@
 #include <string_view>
 
 #include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
+#include "platform/foundation/ForkMark.h"
 #include "platform/foundation/KeyValueObserving.h"
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSDictionary.h"
@@ -161,5 +164,6 @@ class WLHIDEventRouterClient final : public platform::NSObject,
   std::atomic<WLHIDEventRouterStatus> _eventRouterStatus{WLHIDEventRouterStatusNotInstalled};
   std::atomic<WLHIDEventRouterClientStatus> _clientStatus{WLHIDEventRouterClientStatusIdle};
   wlhid::OpeningTurn _openingTurn;
+  const platform::ForkMark _forkMark;
   wlhid::Holder<std::weak_ptr<WLHIDEventRouterClientDelegate>> _delegate;
 };

@@ -3,11 +3,21 @@
 #include <iostream>
 
 #include "WLHIDAccess/WLHIDAccess.h"
+#include "platform/foundation/NSBundle.h"
 
 using Client = std::shared_ptr<WLHIDEventRouterClient>;
 
 class Printer final : public WLHIDEventRouterClientDelegate {  // called on the connection's queue
  public:
+  void hidEventRouterClient_clientStatusChangedTo(const Client&,
+                                                  WLHIDEventRouterClientStatus status) override {
+    std::cerr << "status " << static_cast<int>(status) << std::endl;  // 2 opening, 4 routing
+    if (status != WLHIDEventRouterClientStatusRouterUnavailable) return;
+    std::cerr << platform::stringWithFormat(
+        "There is no router, or not the one in %@/Contents/Library/LaunchServices. Install it "
+        "(wlhid install); wlhid doctor finds what else is missing.\n",
+        platform::NSBundle::mainBundle()->bundlePath());
+  }
   void hidEventRouterClient_handleError(const Client&,
                                         const std::shared_ptr<platform::NSError>& error) override {
     std::cerr << error->description() << std::endl;
@@ -19,6 +29,7 @@ class Printer final : public WLHIDEventRouterClientDelegate {  // called on the 
 };
 
 int main(int argc, char** argv) {
+  platform::KQLogger::setLogLevel(3);                // what becomes of the connection, in words
   const auto printer = std::make_shared<Printer>();  // ours to keep: the client holds it weakly
   const auto client =
       WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(

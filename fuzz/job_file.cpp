@@ -20,7 +20,9 @@ void checkJob(std::span<const std::uint8_t> bytes) {
   require(!job->arguments.empty() && job->arguments.size() <= 64 &&
           job->arguments.front().starts_with("/"));
   require(!job->services.empty() && job->services.size() <= 16);
-  for (const auto& service : job->services) require(platform::SystemRoot::isValidLabel(service));
+  for (const auto& service : job->services) {
+    require(platform::SystemRoot::isValidLabel(service) && platform::mayOffer("com.x", service));
+  }
   // What is written for it is understood the same. Some text fits a binary list only.
   try {
     const auto again = platform::parseJobFile(platform::encodeJobFile(*job), "com.x", nullptr);

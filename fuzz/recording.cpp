@@ -1,10 +1,12 @@
 // Any text is a recording or a RecordingError of one line; the reports of a recording lie within it
 // and have due times that never fall.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <span>
 #include <string_view>
 
-#include "router/ReplaySource.h"
+#include "router/Replay.h"
 
 namespace {
 
@@ -12,17 +14,35 @@ void require(bool condition) {
   if (!condition) std::abort();
 }
 
-void check(const router::Recording& recording, std::size_t textLength) {
-  const router::ReplaySchedule schedule(recording, 0.001);
+router::RecordingReader readerOf(std::string_view text, std::uint32_t device) {
+  return {[rest = text](std::span<char> buffer) mutable {
+            const std::size_t count = std::min(buffer.size(), rest.size());
+            std::copy_n(rest.begin(), count, buffer.begin());
+            rest.remove_prefix(count);
+            return count;
+          },
+          "input", device};
+}
+
+void check(std::string_view text, std::uint32_t device) {
+  router::RecordingReader first = readerOf(text, device);
+  const router::RecordingSummary summary = router::readSummary(first);
+  router::ReplaySchedule schedule(summary.hasTimes, 0.001);
+  router::RecordingReader reader = readerOf(text, device);
   std::size_t length = 0;
   unsigned sum = 0;
-  for (std::size_t i = 0; i < recording.reportCount(); ++i) {
-    for (const std::uint8_t byte : recording.report(i)) sum += byte;  // every byte can be read
-    length += recording.report(i).size();
-    require(schedule.due(i) >= schedule.due(i == 0 ? 0 : i - 1));
-    require(schedule.due(i) <= schedule.period());  // equal only where both are at the bound
+  std::size_t reports = 0;
+  std::chrono::nanoseconds last{};
+  for (router::RecordedReport report; reader.next(&report); ++reports) {
+    for (const std::uint8_t byte : report.bytes) sum += byte;  // every byte can be read
+    length += report.bytes.size();
+    const auto due = schedule.due(report.time);
+    require(due >= last);
+    last = due;
   }
-  require(length <= textLength && sum <= 255 * length);
+  require(reports == summary.reports);
+  require(last <= schedule.beginAgain());  // equal only where both are at the bound
+  require(length <= text.size() && sum <= 255 * length);
 }
 
 }  // namespace
@@ -31,7 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view text(reinterpret_cast<const char*>(data), size);
   for (const std::uint32_t device : {0U, 1U}) {
     try {
-      check(router::Recording::parse(text, "input", device), size);
+      check(text, device);
     } catch (const router::RecordingError& error) {
       const std::string_view what = error.what();
       require(what.starts_with("input:") && what.find('\n') == std::string_view::npos);

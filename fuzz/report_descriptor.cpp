@@ -6,6 +6,7 @@
 #include <span>
 
 #include "router/ReportDecoder.h"
+#include "router/RouterLimits.h"
 
 namespace {
 
@@ -44,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   try {
     const auto descriptor =
         std::make_shared<const ReportDescriptor>(ReportDescriptor::parse(input.first(length)));
-    require(descriptor->elementCount() <= router::kMaxElements);
+    require(descriptor->elementCount() <= router::RouterLimits::kElements);
     ReportDecoder decoder(descriptor);
     std::uint64_t last = 0;
     for (const auto& value : decoder.decode(report)) {

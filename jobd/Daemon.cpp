@@ -1,7 +1,9 @@
 #include "jobd/Daemon.h"
 
+#include <poll.h>
 #include <sys/inotify.h>
 #include <sys/signalfd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,9 +11,16 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <iterator>
+#include <sstream>
 
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
+#include "platform/services/UnixSocket.h"
+
+extern "C" {
+#include <sys/pidfd.h>  // some versions of the C library forgot to say that these are C functions
+}
 
 namespace jobd {
 namespace {
@@ -21,10 +30,37 @@ using platform::ControlRequest;
 using platform::ServiceError;
 using platform::ServiceErrorCode;
 
+constexpr std::chrono::milliseconds leftOutInterval{1000};  // an entry a second says enough
+
 void drain(int descriptor) {
   std::array<char, 4096> buffer{};
   while (::read(descriptor, buffer.data(), buffer.size()) > 0) {
   }
+}
+
+std::string joined(const std::vector<std::string>& words) {
+  std::string text;
+  for (const auto& word : words) text += (text.empty() ? "" : " ") + word;
+  return text;
+}
+
+std::vector<std::string> separated(const std::string& text) {
+  std::istringstream words(text);
+  return {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
+}
+
+/// Who listens on a socket file; nobody when its maker has gone. A job may hold a socket for a
+/// moment longer than the daemon that made it, which does not count: the kernel is ending it.
+std::optional<std::string> livingListener(int directory, const std::string& name) {
+  const auto socket = platform::connectUnixSocketAt(directory, name, SOCK_STREAM | SOCK_NONBLOCK);
+  if (!socket) return errno == EAGAIN ? std::optional<std::string>("somebody") : std::nullopt;
+  const auto listener = platform::peerCredentials(socket.get());
+  if (!listener) return std::nullopt;
+  const platform::FileDescriptor process(::pidfd_open(listener->process, 0));
+  pollfd ended{process.get(), POLLIN, 0};
+  const bool isAlive = process && ::poll(&ended, 1, 0) == 0;
+  if (!isAlive) return std::nullopt;
+  return "process " + std::to_string(listener->process);
 }
 
 std::string nameOf(const platform::PeerCredentials& caller) {
@@ -43,9 +79,12 @@ Daemon::Daemon(const platform::SystemRoot& root, RootDirectories directories,
       directories_(std::move(directories)),
       log_(platform::openDirectoryBelow(directories_.log.get(), ".", false)),
       installer_(directories_, root),
-      surroundings_{loop_, log_, directories_, root.path().string()},
+      surroundings_{loop_, log_, directories_},
       idleTime_(idleTime) {
   watchSignals();
+  log_.whenLeavingOut([this] {
+    leftOutTimer_ = loop_.after(leftOutInterval, [this] { log_.sayWhatWasLeftOut(); });
+  });
   installer_.removeStagingFiles();
   loadJobs();
   server_ = std::make_unique<ControlServer>(
@@ -114,7 +153,8 @@ void Daemon::loadJob(const std::string& label) {
   auto description = platform::parseJobFile(*bytes, label, &reason);
   if (!description)
     throw ServiceError(ServiceErrorCode::FileSystem, "its job file cannot be used: " + reason);
-  refuseTakenServices(*description);
+  refuseTakenNames(*description);
+  refuseLiveEndpoints(*description);
   auto job = std::make_unique<Job>(surroundings_, std::move(*description));
   job->listen();
   jobs_[label] = std::move(job);
@@ -133,31 +173,74 @@ void Daemon::authorize(const platform::PeerCredentials& caller, const std::strin
 void Daemon::handle(const ControlRequest& request, platform::FileDescriptor descriptor,
                     const Reply& reply) try {
   idleTimer_.end();
-  if (request.operation == ControlRequest::Operation::Status) {
+  if (request.operation == ControlRequest::Operation::Status)
     replyWithStatus(reply);
-    return;
-  }
-  if (isShuttingDown_ || departing_.contains(request.label)) {
-    throw ServiceError(ServiceErrorCode::Busy, request.label + " is just being removed");
-  }
-  if (request.operation == ControlRequest::Operation::Bless) {
-    bless(request.label, descriptor, reply);
-  } else {
-    remove(request.label, request.wait, reply);
-  }
+  else
+    changeJob(request, std::move(descriptor), reply);
 } catch (const ServiceError& error) {
   reply(controlReply(error.code(), error.what()));
 } catch (const std::exception& error) {
   reply(controlReply(ServiceErrorCode::FileSystem, error.what()));
 }
 
-void Daemon::bless(const std::string& label, const platform::FileDescriptor& helper,
-                   const Reply& reply) {
+void Daemon::changeJob(const ControlRequest& request, platform::FileDescriptor descriptor,
+                       const Reply& reply) {
+  if (isShuttingDown_ || departing_.contains(request.label))
+    throw ServiceError(ServiceErrorCode::Busy, request.label + " is just being removed; try again");
+  const auto copy = copies_.find(request.label);
+  if (copy != copies_.end()) {
+    if (copy->second.task->isGivenUp())
+      throw ServiceError(ServiceErrorCode::Busy,
+                         "an installation of " + request.label + " hangs; try again later");
+    copy->second.waiting.push_back({request, std::move(descriptor), reply});
+  } else if (request.operation == ControlRequest::Operation::Bless) {
+    bless(request.label, std::move(descriptor), reply);
+  } else {
+    remove(request.label, request.wait, reply);
+  }
+}
+
+void Daemon::bless(const std::string& label, platform::FileDescriptor helper, const Reply& reply) {
   if (!helper) throw ServiceError(ServiceErrorCode::Protocol, "no helper came with the request");
-  auto description = installer_.install(helper.get(), label,
-                                        [this](const auto& job) { refuseTakenServices(job); });
+  if (copies_.size() >= maximumCopies)
+    throw ServiceError(ServiceErrorCode::Busy, "too much is being installed; try again");
+  const int tools = directories_.tools.get();
+  ChildTask::Plan plan;
+  plan.name = "the copy of " + label;
+  plan.descriptors = {tools, helper.get()};
+  plan.work = [tools, source = helper.get(), label] {
+    return joined(stageHelper(tools, source, label));
+  };
+  copies_[label].task = std::make_unique<ChildTask>(
+      loop_, plan, [this, label, reply](const auto& copied) { finishBless(label, copied, reply); },
+      [this, label] { copyEnded(label); });
+}
+
+void Daemon::finishBless(const std::string& label, const ChildTask::Outcome& copied,
+                         const Reply& reply) try {
+  if (copied.code != ServiceErrorCode::None) throw ServiceError(copied.code, copied.text);
+  if (isShuttingDown_)
+    throw ServiceError(ServiceErrorCode::Busy, "the job daemon is ending; try again");
+  auto description = installer_.putInPlace(label, separated(copied.text), [this](const auto& job) {
+    refuseTakenNames(job);
+    refuseLiveEndpoints(job);
+  });
   log_.note("installed " + label);
   adopt(std::move(description), reply);
+} catch (const ServiceError& error) {
+  reply(controlReply(error.code(), error.what()));
+} catch (const std::exception& error) {
+  reply(controlReply(ServiceErrorCode::FileSystem, error.what()));
+}
+
+void Daemon::copyEnded(const std::string& label) {
+  auto copy = copies_.extract(label);
+  // Called from within the task, which therefore goes a turn later.
+  endedCopies_.push_back(std::move(copy.mapped().task));
+  copySweep_ = loop_.after(std::chrono::milliseconds::zero(), [this] { endedCopies_.clear(); });
+  discardStagedHelper(directories_.tools.get(), label);  // there is one if it was given up
+  for (auto& each : copy.mapped().waiting)
+    handle(each.request, std::move(each.descriptor), each.reply);
 }
 
 /// Takes over a job that has just been put in place.
@@ -210,16 +293,42 @@ void Daemon::replyWithStatus(const Reply& reply) const {
   reply(status);
 }
 
-void Daemon::refuseTakenServices(const platform::JobDescription& description) const {
+/// A name, label or service, belongs to the job that holds it, and a service that is called as a
+/// job is to that job.
+void Daemon::refuseTakenNames(const platform::JobDescription& description) const {
+  const auto refuse = [](const std::string& name, const std::string& owner) {
+    throw ServiceError(ServiceErrorCode::InvalidImage,
+                       "the service " + name + " belongs to the job " + owner);
+  };
+  std::vector<std::string> wanted = description.services;
+  for (const auto& service : wanted) {
+    if (service != description.label && isLabelOfJob(service)) refuse(service, service);
+  }
+  wanted.push_back(description.label);
   for (const auto& [label, job] : jobs_) {
     if (label == description.label) continue;
     for (const auto& service : job->description().services) {
-      const auto& wanted = description.services;
-      if (std::find(wanted.begin(), wanted.end(), service) == wanted.end()) continue;
-      std::string cause = "the service ";
-      cause.append(service).append(" belongs to the job ").append(label);
-      throw ServiceError(ServiceErrorCode::InvalidImage, cause);
+      if (std::find(wanted.begin(), wanted.end(), service) != wanted.end()) refuse(service, label);
     }
+  }
+}
+
+bool Daemon::isLabelOfJob(const std::string& name) const {
+  if (jobs_.contains(name)) return true;
+  const auto labels = labelsOfJobFiles(directories_.jobs.get());
+  return std::find(labels.begin(), labels.end(), name) != labels.end();
+}
+
+/// Nobody else's socket is replaced either: the job's own are open already, and what a daemon that
+/// was killed left behind has no living owner.
+void Daemon::refuseLiveEndpoints(const platform::JobDescription& description) const {
+  const auto own = jobs_.find(description.label);
+  for (const auto& service : description.services) {
+    if (own != jobs_.end() && own->second->offers(service)) continue;
+    const auto listener = livingListener(directories_.run.get(), service + ".sock");
+    if (!listener) continue;
+    throw ServiceError(ServiceErrorCode::Busy,
+                       *listener + " listens on the service " + service + "; end it first");
   }
 }
 
@@ -250,7 +359,9 @@ void Daemon::shutDown() {
 }
 
 void Daemon::stopWhenEmpty() {
-  if (jobs_.empty() && departing_.empty()) loop_.stop();
+  if (!jobs_.empty() || !departing_.empty()) return;
+  log_.sayWhatWasLeftOut();
+  loop_.stop();
 }
 
 }  // namespace jobd

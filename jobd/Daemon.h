@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "jobd/ChildTask.h"
 #include "jobd/ControlServer.h"
 #include "jobd/EventLoop.h"
 #include "jobd/HelperInstaller.h"
@@ -51,12 +52,16 @@ class Daemon {
                  const std::function<void(bool)>& decided);
   void handle(const platform::ControlRequest& request, platform::FileDescriptor descriptor,
               const Reply& reply);
-  void bless(const std::string& label, const platform::FileDescriptor& helper, const Reply& reply);
+  void bless(const std::string& label, platform::FileDescriptor helper, const Reply& reply);
+  void finishBless(const std::string& label, const ChildTask::Outcome& copied, const Reply& reply);
+  void copyEnded(const std::string& label);
   void adopt(platform::JobDescription description, const Reply& reply);
   void remove(const std::string& label, bool wait, const Reply& reply);
   void retire(Jobs::iterator job, const std::function<void()>& gone);
   void replyWithStatus(const Reply& reply) const;
-  void refuseTakenServices(const platform::JobDescription& description) const;
+  void refuseTakenNames(const platform::JobDescription& description) const;
+  void refuseLiveEndpoints(const platform::JobDescription& description) const;
+  [[nodiscard]] bool isLabelOfJob(const std::string& name) const;
   void considerIdleness();
   void endIfIdle();
   void shutDown();
@@ -69,9 +74,26 @@ class Daemon {
   HelperInstaller installer_;
   JobSurroundings surroundings_;
   std::chrono::milliseconds idleTime_;
+  /// A request for a job whose executable is being copied waits for its turn.
+  struct Waiting {
+    platform::ControlRequest request;
+    platform::FileDescriptor descriptor;
+    Reply reply;
+  };
+  struct Copy {
+    std::unique_ptr<ChildTask> task;
+    std::vector<Waiting> waiting;
+  };
+  static constexpr std::size_t maximumCopies = 4;  ///< at a time, those that hang included
+
+  void changeJob(const platform::ControlRequest& request, platform::FileDescriptor descriptor,
+                 const Reply& reply);
+
   Jobs jobs_;
   Jobs departing_;  ///< removed, their processes not yet gone
   std::vector<std::unique_ptr<Job>> departed_;
+  std::map<std::string, Copy> copies_;  ///< by label
+  std::vector<std::unique_ptr<ChildTask>> endedCopies_;
   bool isShuttingDown_ = false;
   platform::FileDescriptor signals_;
   platform::FileDescriptor changes_;
@@ -79,6 +101,8 @@ class Daemon {
   EventLoop::Token changeWatch_;
   EventLoop::Token idleTimer_;
   EventLoop::Token sweep_;
+  EventLoop::Token copySweep_;
+  EventLoop::Token leftOutTimer_;
   std::unique_ptr<ControlServer> server_;
 };
 

@@ -9,6 +9,7 @@
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
 #include "platform/foundation/NSString.h"
+#include "platform/foundation/PrintableText.h"
 #include "platform/services/JobFile.h"
 #include "platform/services/ServiceError.h"
 
@@ -58,8 +59,8 @@ std::string textFor(const NSDictionary& dictionary, std::string_view key) {
 
 void expectLabel(const std::string& found, std::string_view key, std::string_view label) {
   if (found != label)
-    refuse("the helper's " + std::string(key) + " is \"" + found + "\", not \"" +
-           std::string(label) + "\"");
+    refuse("the helper's " + std::string(key) + " is \"" + platform::printableLine(found, 200) +
+           "\", not \"" + std::string(label) + "\"");
 }
 
 }  // namespace
@@ -88,7 +89,7 @@ HelperImage parseHelperImage(std::span<const std::uint8_t> image, std::string_vi
   const auto launchd = propertyList(image, "__launchd_plist");
   expectLabel(textFor(*launchd, "Label"), "Label", label);
   std::string reason;
-  auto services = platform::machServices(*launchd, &reason);
+  auto services = platform::machServices(*launchd, label, &reason);
   if (!services) refuse("the helper's job cannot be kept: " + reason);
   helper.services = std::move(*services);
   helper.program = programOfImage(image);

@@ -8,6 +8,7 @@
 #include <span>
 
 #include "jobd/HelperImage.h"
+#include "jobd/MappedFile.h"
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
 
@@ -16,6 +17,8 @@ namespace {
 
 using platform::FileDescriptor;
 using platform::fileSystemError;
+using platform::ServiceError;
+using platform::ServiceErrorCode;
 
 // Labels cannot begin with a dot, so a staging file is never taken for a job or a helper.
 constexpr std::string_view stagingPrefix = ".staging.";
@@ -34,16 +37,44 @@ void writeAll(int file, std::span<const std::uint8_t> bytes, const std::string& 
   }
 }
 
-/// A new file that nobody else has open, whole and on disk when this returns.
-void writeNewFile(int directory, const std::string& name, std::span<const std::uint8_t> bytes,
-                  mode_t mode) {
+/// A new file that nobody else has open.
+FileDescriptor makeFile(int directory, const std::string& name) {
   ::unlinkat(directory, name.c_str(), 0);
-  const FileDescriptor file(
+  FileDescriptor file(
       ::openat(directory, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!file) throw fileSystemError("cannot make " + name, errno);
-  writeAll(file.get(), bytes, name);
-  if (::fchmod(file.get(), mode) != 0 || ::fsync(file.get()) != 0)
+  return file;
+}
+
+/// The file is whole and on disk when this returns.
+void finishFile(int file, const std::string& name, mode_t mode) {
+  if (::fchmod(file, mode) != 0 || ::fsync(file) != 0)
     throw fileSystemError("cannot finish " + name, errno);
+}
+
+void checkIsRegular(int source) {
+  struct stat status {};
+  if (::fstat(source, &status) != 0) throw fileSystemError("cannot examine the helper", errno);
+  if (!S_ISREG(status.st_mode))
+    throw ServiceError(ServiceErrorCode::FileSystem, "the helper is no regular file");
+}
+
+/// Copies from the first byte, whatever the source's offset, in pieces.
+void copyHelper(int source, int copy, const std::string& name) {
+  std::vector<std::uint8_t> piece(std::size_t{256} * 1024);
+  for (std::size_t total = 0;;) {
+    const ssize_t got = ::pread(source, piece.data(), piece.size(), static_cast<off_t>(total));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) throw fileSystemError("cannot read the helper", errno);
+    if (got == 0) return;
+    total += static_cast<std::size_t>(got);
+    if (total > platform::maximumHelperBytes) {
+      throw ServiceError(
+          ServiceErrorCode::FileSystem,
+          "the helper is larger than " + std::to_string(platform::maximumHelperBytes) + " bytes");
+    }
+    writeAll(copy, std::span(piece).first(static_cast<std::size_t>(got)), name);
+  }
 }
 
 void renameIn(int directory, const std::string& from, const std::string& to) {
@@ -79,30 +110,42 @@ class StagingGuard {
 
 }  // namespace
 
-void HelperInstaller::stageExecutable(const std::string& name,
-                                      const std::vector<std::uint8_t>& image) {
-  writeNewFile(directories_.tools.get(), name, image, 0755);
+std::vector<std::string> stageHelper(int toolsDirectory, int source, const std::string& label) {
+  checkIsRegular(source);
+  const std::string name = stagingName(label);
+  StagingGuard guard(toolsDirectory, name);
+  const FileDescriptor copy = makeFile(toolsDirectory, name);
+  copyHelper(source, copy.get(), name);
+  const MappedFile image(copy.get(), name);
+  HelperImage helper = parseHelperImage(image.bytes(), label);
+  finishFile(copy.get(), name, 0755);
+  guard.dismiss();
+  return std::move(helper.services);
+}
+
+void discardStagedHelper(int toolsDirectory, const std::string& label) {
+  ::unlinkat(toolsDirectory, stagingName(label).c_str(), 0);
 }
 
 platform::JobDescription HelperInstaller::install(int descriptor, const std::string& label,
                                                   const Approval& approve) {
-  // The bytes that are checked are the bytes that are written: the source may change under us, this
-  // copy cannot.
-  const auto image =
-      platform::readDescriptor(descriptor, "the helper", platform::maximumHelperBytes);
-  HelperImage helper = parseHelperImage(image, label);
-  platform::JobDescription job{
-      label, {root_.helperTool(label).string()}, std::move(helper.services)};
-  if (approve) approve(job);
+  return putInPlace(label, stageHelper(directories_.tools.get(), descriptor, label), approve);
+}
 
+platform::JobDescription HelperInstaller::putInPlace(const std::string& label,
+                                                     std::vector<std::string> services,
+                                                     const Approval& approve) {
   const int tools = directories_.tools.get();
   const int jobs = directories_.jobs.get();
   const std::string jobFile = label + std::string(jobSuffix);
   StagingGuard executableGuard(tools, stagingName(label));
-  stageExecutable(stagingName(label), image);
   reached(InstallStep::ExecutableStaged);
+  platform::JobDescription job{label, {root_.helperTool(label).string()}, std::move(services)};
+  if (approve) approve(job);
   StagingGuard jobGuard(jobs, stagingName(jobFile));
-  writeNewFile(jobs, stagingName(jobFile), platform::encodeJobFile(job), 0644);
+  const FileDescriptor file = makeFile(jobs, stagingName(jobFile));
+  writeAll(file.get(), platform::encodeJobFile(job), stagingName(jobFile));
+  finishFile(file.get(), stagingName(jobFile), 0644);
   reached(InstallStep::JobFileStaged);
 
   renameIn(tools, stagingName(label), label);

@@ -15,6 +15,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "jobd/RootDirectories.h"
 #include "platform/services/JobFile.h"
@@ -30,6 +31,16 @@ enum class InstallStep {
   Done,  ///< both directories are on disk
 };
 
+/// Copies the helper that `source` has open to a staging file in the directory of executables, on
+/// disk, and checks the copy: the source may change under us, the copy cannot. Gives the services
+/// that its job offers. May take as long as reading the source takes; holds a small part of it
+/// only.
+[[nodiscard]] std::vector<std::string> stageHelper(int toolsDirectory, int source,
+                                                   const std::string& label);
+
+/// Takes away what stageHelper made, whole or not.
+void discardStagedHelper(int toolsDirectory, const std::string& label);
+
 class HelperInstaller {
  public:
   using StepObserver = std::function<void(InstallStep)>;
@@ -42,8 +53,11 @@ class HelperInstaller {
   /// Asked with the checked job before anything is put in place; may throw to refuse it.
   using Approval = std::function<void(const platform::JobDescription&)>;
 
-  /// Installs the helper that `descriptor` has open as job `label`. Gives the job as its file
-  /// describes it.
+  /// Puts the staged executable of job `label` in place and writes its job file. Gives the job as
+  /// its file describes it.
+  platform::JobDescription putInPlace(const std::string& label, std::vector<std::string> services,
+                                      const Approval& approve);
+  /// Stages and puts in place.
   platform::JobDescription install(int descriptor, const std::string& label,
                                    const Approval& approve);
 
@@ -54,7 +68,6 @@ class HelperInstaller {
   void removeStagingFiles();
 
  private:
-  void stageExecutable(const std::string& name, const std::vector<std::uint8_t>& image);
   void reached(InstallStep step) const {
     if (stepDone_) stepDone_(step);
   }

@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <iterator>
 
-#include "jobd/HelperImage.h"
-#include "platform/services/RootFiles.h"
+#include "platform/services/InstalledJob.h"
 #include "platform/services/ServiceError.h"
 #include "platform/services/UnixSocket.h"
 
@@ -29,32 +29,56 @@ CrashThrottle::Duration since(EventLoop::Clock::time_point start) {
 }  // namespace
 
 void Job::listen() {
-  openEndpoints();
+  refuseAnotherProgram();
+  openEndpoints(description_.services);
   awaitConnection();
 }
 
-/// Opens the endpoints that are missing and closes those that are no longer offered.
-void Job::openEndpoints() {
-  const auto& services = description_.services;
-  std::vector<ListeningSocket> endpoints;
+/// What an application reads as the job's executable must be what is run.
+void Job::refuseAnotherProgram() const {
+  const std::string problem = platform::whyNotTheHelper(
+      description_.arguments.front(), surroundings_.directories.tools.get(), description_.label);
+  if (!problem.empty())
+    throw platform::ServiceError(platform::ServiceErrorCode::InvalidImage, problem);
+}
+
+bool Job::offers(const std::string& service) const {
+  return std::any_of(endpoints_.begin(), endpoints_.end(),
+                     [&](const auto& each) { return each.service == service; });
+}
+
+/// All of them or, with an exception, none.
+std::vector<ListeningSocket> Job::openMissing(const std::vector<std::string>& services) const {
+  std::vector<ListeningSocket> opened;
   for (const auto& service : services) {
-    const auto open = std::find_if(endpoints_.begin(), endpoints_.end(),
-                                   [&](const auto& each) { return each.service == service; });
-    if (open != endpoints_.end()) {
-      endpoints.push_back({service, std::move(open->socket)});
-      continue;
-    }
+    if (offers(service)) continue;
     auto socket =
         platform::listenUnixSocketAt(surroundings_.directories.run.get(), endpointName(service),
                                      SOCK_STREAM, backlog, endpointMode);
-    if (!socket)
-      throw platform::fileSystemError("cannot listen on " + endpointName(service), errno);
-    endpoints.push_back({service, std::move(socket)});
+    if (socket) {
+      opened.push_back({service, std::move(socket)});
+      continue;
+    }
+    const int error = errno;
+    for (const auto& each : opened) closeEndpoint(each);
+    throw platform::fileSystemError("cannot listen on " + endpointName(service), error);
   }
-  for (const auto& old : endpoints_) {
-    if (old.socket) closeEndpoint(old);
+  return opened;
+}
+
+/// Opens the endpoints that are missing and closes those that are no longer offered.
+void Job::openEndpoints(const std::vector<std::string>& services) {
+  auto open = openMissing(services);
+  std::move(endpoints_.begin(), endpoints_.end(), std::back_inserter(open));
+  endpoints_.clear();
+  for (const auto& service : services) {
+    const auto found = std::find_if(open.begin(), open.end(),
+                                    [&](const auto& each) { return each.service == service; });
+    endpoints_.push_back({service, std::move(found->socket)});
   }
-  endpoints_ = std::move(endpoints);
+  for (const auto& left : open) {
+    if (left.socket) closeEndpoint(left);
+  }
 }
 
 void Job::closeEndpoint(const ListeningSocket& endpoint) const {
@@ -78,23 +102,19 @@ void Job::start() {
     launch();
   } catch (const std::exception& error) {
     surroundings_.log.note("cannot start " + description_.label + ": " + error.what());
-    lastEnd_ = "could not be started";
+    lastEnd_ = std::string("could not be started: ") + error.what();
     holdBack(CrashThrottle::Duration::zero());
   }
 }
 
 void Job::launch() {
-  const auto image = platform::readFileIn(surroundings_.directories.tools.get(), description_.label,
-                                          platform::maximumHelperBytes);
-  if (!image)
-    throw platform::ServiceError(platform::ServiceErrorCode::FileSystem,
-                                 "its executable is missing");
+  refuseAnotherProgram();
   ProcessPlan plan;
   plan.label = description_.label;
   plan.arguments = description_.arguments;
-  plan.program = programOfImage(*image);
+  plan.tools = surroundings_.directories.tools.get();
   plan.sockets = &endpoints_;
-  plan.root = surroundings_.root;
+  plan.root = surroundings_.directories.root.get();
   process_ = std::make_unique<JobProcess>(surroundings_.loop, surroundings_.log, plan,
                                           [this](const std::string& how) { processEnded(how); });
 }
@@ -123,8 +143,8 @@ void Job::holdBack(CrashThrottle::Duration ran) {
 }
 
 void Job::replaceWith(platform::JobDescription description, Gone done) {
+  openEndpoints(description.services);
   description_ = std::move(description);
-  openEndpoints();
   throttle_ = {};
   stop(std::move(done));
 }

@@ -30,7 +30,6 @@ struct JobSurroundings {
   EventLoop& loop;
   SystemLog& log;
   const RootDirectories& directories;
-  std::string root;
 };
 
 class Job {
@@ -43,10 +42,12 @@ class Job {
   Job(const Job&) = delete;
   Job& operator=(const Job&) = delete;
 
-  /// Opens the endpoints and waits for a connection.
+  /// Opens the endpoints and waits for a connection. Throws when the job names another program than
+  /// the helper of its label, as each start does too.
   void listen();
-  /// Goes on as another version of itself. Endpoints of both stay open throughout; the old process
-  /// is ended first, then `done` is called, and the next connection starts the new one.
+  /// Goes on as another version of itself, or as it was when an endpoint cannot be opened.
+  /// Endpoints of both stay open throughout; the old process is ended first, then `done` is called,
+  /// and the next connection starts the new one.
   void replaceWith(platform::JobDescription description, Gone done);
   /// Takes away the endpoints and ends the process; `gone` is called when there is none any more.
   void retire(Gone gone);
@@ -54,11 +55,16 @@ class Job {
   void kill();
 
   [[nodiscard]] const platform::JobDescription& description() const { return description_; }
+  /// Whether it holds the service's endpoint.
+  [[nodiscard]] bool offers(const std::string& service) const;
   [[nodiscard]] platform::JobStatus status() const;
 
  private:
   [[nodiscard]] bool isStopping() const { return !whenGone_.empty(); }
-  void openEndpoints();
+  void refuseAnotherProgram() const;
+  void openEndpoints(const std::vector<std::string>& services);
+  [[nodiscard]] std::vector<ListeningSocket> openMissing(
+      const std::vector<std::string>& services) const;
   void closeEndpoint(const ListeningSocket& endpoint) const;
   void awaitConnection();
   void start();

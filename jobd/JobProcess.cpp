@@ -3,16 +3,18 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
+#include "jobd/HelperImage.h"
+#include "jobd/MappedFile.h"
 #include "platform/services/ServiceError.h"
+#include "platform/services/SystemRoot.h"
 
 extern "C" {
 #include <sys/pidfd.h>  // some versions of the C library forgot to say that these are C functions
@@ -50,24 +52,39 @@ FileDescriptor sealedProgram(const std::string& name, std::span<const std::uint8
   return file;
 }
 
-std::string socketNames(const std::vector<ListeningSocket>& sockets) {
+std::string descriptorNames(const std::vector<ListeningSocket>& sockets) {
   std::string names;
-  for (const auto& socket : sockets) names += (names.empty() ? "" : ":") + socket.service;
-  return names;
+  for (const auto& socket : sockets) names += socket.service + ":";
+  return names.append(platform::rootDescriptorName);
 }
 
-/// All that a job is told by its environment.
+/// The program of the image `name` in the open directory.
+FileDescriptor loadProgram(int directory, const std::string& name) {
+  const FileDescriptor file(
+      ::openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!file && errno == ENOENT)
+    throw platform::ServiceError(platform::ServiceErrorCode::FileSystem,
+                                 "its executable is missing");
+  if (!file) throw fileSystemError("its executable cannot be opened", errno);
+  const MappedFile image(file.get(), "its executable");
+  return sealedProgram(name, programOfImage(image.bytes()));
+}
+
+/// What a job does not need and could do harm with: a core that holds what was typed, and rights
+/// from executables that give some.
+void giveUpRights() {
+  const rlimit none{0, 0};
+  ::setrlimit(RLIMIT_CORE, &none);
+  ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+}
+
+/// All that a job is told by its environment: the socket hand-over protocol. Nothing of the
+/// daemon's own is handed on.
 std::vector<std::string> jobEnvironment(const ProcessPlan& plan) {
-  std::vector<std::string> environment{
-      "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
-      "WLHID_ROOT=" + plan.root, "LISTEN_FDS=" + std::to_string(plan.sockets->size()),
-      "LISTEN_FDNAMES=" + socketNames(*plan.sockets), "LISTEN_PID=" + std::to_string(::getpid())};
-  for (const char* name : {"HOME", "TZ", "LANG"}) {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread
-    if (const char* value = std::getenv(name))
-      environment.push_back(std::string(name) + "=" + value);
-  }
-  return environment;
+  return {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
+          "LISTEN_FDS=" + std::to_string(plan.sockets->size() + 1),
+          "LISTEN_FDNAMES=" + descriptorNames(*plan.sockets),
+          "LISTEN_PID=" + std::to_string(::getpid())};
 }
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
@@ -78,25 +95,26 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   return result;
 }
 
-/// Lays out descriptors as the program expects them: streams, sockets, then the program itself, and
-/// no more. All of them go through numbers above the final ones first, so that none is overwritten
-/// before it has moved.
-int arrangeDescriptors(const ProcessPlan& plan, int program, int output) {
-  const int count = static_cast<int>(plan.sockets->size());
-  const int above = firstPassedDescriptor + count + 1;
-  const int programAbove = ::fcntl(program, F_DUPFD_CLOEXEC, above);
+/// Lays out descriptors as the program expects them: streams, sockets, the root, then the directory
+/// of the images, and no more. All of them go through numbers above the final ones first, so that
+/// none is overwritten before it has moved.
+int arrangeDescriptors(const ProcessPlan& plan, int output) {
+  std::vector<int> handedOn;
+  for (const auto& each : *plan.sockets) handedOn.push_back(each.socket.get());
+  handedOn.push_back(plan.root);
+  const int count = static_cast<int>(handedOn.size());
+  const int final = firstPassedDescriptor + count;
+  const int above = final + 1;
+  const int toolsAbove = ::fcntl(plan.tools, F_DUPFD_CLOEXEC, above);
   const int outputAbove = ::fcntl(output, F_DUPFD_CLOEXEC, above);
-  std::vector<int> socketsAbove;
-  for (const auto& each : *plan.sockets)
-    socketsAbove.push_back(::fcntl(each.socket.get(), F_DUPFD_CLOEXEC, above));
+  for (int& each : handedOn) each = ::fcntl(each, F_DUPFD_CLOEXEC, above);
   const int null = ::open("/dev/null", O_RDONLY);
   ::dup2(null, 0);
   ::dup2(outputAbove, 1);
   ::dup2(outputAbove, 2);
   for (int i = 0; i < count; ++i)
-    ::dup2(socketsAbove[static_cast<std::size_t>(i)], firstPassedDescriptor + i);
-  const int final = firstPassedDescriptor + count;
-  ::dup3(programAbove, final, O_CLOEXEC);
+    ::dup2(handedOn[static_cast<std::size_t>(i)], firstPassedDescriptor + i);
+  ::dup3(toolsAbove, final, O_CLOEXEC);
   ::close_range(static_cast<unsigned>(final) + 1, ~0U, 0);
   return final;
 }
@@ -110,18 +128,29 @@ void restoreSignals() {
   ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
-/// Runs in the child. The daemon has one thread, so everything may be called here.
-[[noreturn]] void becomeJob(const ProcessPlan& plan, int program, int output, pid_t daemon) {
+void run(const ProcessPlan& plan, int tools) {
+  std::vector<std::string> arguments = plan.arguments;
+  std::vector<std::string> environment = jobEnvironment(plan);
+  const FileDescriptor program = loadProgram(tools, plan.label);
+  restoreSignals();
+  ::fexecve(program.get(), pointers(arguments).data(), pointers(environment).data());
+  throw fileSystemError("cannot run the program", errno);
+}
+
+/// Runs in the child. The daemon has one thread, so everything may be called here. The image is
+/// read here too: the daemon waits for no file.
+[[noreturn]] void becomeJob(const ProcessPlan& plan, int output, pid_t daemon) {
   ::setsid();
   // A daemon that is killed takes its jobs along: its successor could neither end nor replace them.
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != daemon) ::_exit(127);
-  restoreSignals();
-  std::vector<std::string> arguments = plan.arguments;
-  std::vector<std::string> environment = jobEnvironment(plan);
-  const int file = arrangeDescriptors(plan, program, output);
-  ::fexecve(file, pointers(arguments).data(), pointers(environment).data());
-  ::dprintf(2, "cannot run the program: %s\n", platform::errorText(errno).c_str());
+  giveUpRights();
+  const int tools = arrangeDescriptors(plan, output);
+  try {
+    run(plan, tools);
+  } catch (const std::exception& error) {
+    ::dprintf(2, "cannot start %s: %s\n", plan.label.c_str(), error.what());
+  }
   ::_exit(127);
 }
 
@@ -134,7 +163,6 @@ std::string describeEnd(const siginfo_t& info) {
 
 JobProcess::JobProcess(EventLoop& loop, SystemLog& log, const ProcessPlan& plan, Ended ended)
     : log_(log), label_(plan.label), ended_(std::move(ended)) {
-  const FileDescriptor program = sealedProgram(plan.label, plan.program);
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw fileSystemError("cannot make a pipe", errno);
   output_.reset(ends[0]);
@@ -144,7 +172,7 @@ JobProcess::JobProcess(EventLoop& loop, SystemLog& log, const ProcessPlan& plan,
   const pid_t daemon = ::getpid();
   identifier_ = ::fork();
   if (identifier_ < 0) throw fileSystemError("cannot start " + label_, errno);
-  if (identifier_ == 0) becomeJob(plan, program.get(), outputOfJob.get(), daemon);
+  if (identifier_ == 0) becomeJob(plan, outputOfJob.get(), daemon);
   process_.reset(::pidfd_open(identifier_, 0));
   if (!process_) {
     const int error = errno;

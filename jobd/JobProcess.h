@@ -4,8 +4,9 @@
 // output. Dropping it does not
 //   end the process; the kernel ends it when the daemon does, so that a job never outlives who
 //   could end it.
-// Errors: ServiceError when it cannot be started. A program that cannot be run says so in the log
-// and ends at once. Order: what the process wrote is in the log before its end is reported, once.
+// Errors: ServiceError when there can be no process. One whose image is missing or none says so in
+// the log and ends at once. Order: what the process wrote is in the log before its end is reported,
+// once.
 #pragma once
 
 #include <sys/types.h>
@@ -31,9 +32,9 @@ struct ListeningSocket {
 struct ProcessPlan {
   std::string label;
   std::vector<std::string> arguments;
-  std::span<const std::uint8_t> program;                  ///< an ELF executable
+  int tools = -1;  ///< the directory where the image lies, under its label
   const std::vector<ListeningSocket>* sockets = nullptr;  ///< handed on as descriptors 3, 4, …
-  std::string root;
+  int root = -1;  ///< the system root's directory, handed on behind the sockets
 };
 
 class JobProcess {

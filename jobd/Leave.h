@@ -14,9 +14,9 @@ namespace jobd {
 
 /// Decides whether the caller, as the kernel names it, may change the job. Answers when it knows,
 /// at once or later, once: on a root of the system a person is asked meanwhile.
-using Authority = std::function<void(const platform::PeerCredentials& caller,
-                                     const std::string& label,
-                                     const std::function<void(bool mayChange)>& decided)>;
+using Authority =
+    std::function<void(const platform::PeerCredentials& caller, const std::string& label,
+                       const std::function<void(bool mayChange)>& decided)>;
 
 /// What one authorization covers: a removal of one job and then a bless of the same, each once.
 class Leave {

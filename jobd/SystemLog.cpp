@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <ctime>
+#include <utility>
 
 #include "jobd/LogText.h"
 #include "platform/foundation/PrintableText.h"
@@ -14,6 +16,7 @@ namespace jobd {
 namespace {
 
 constexpr const char* fileName = "system.log";
+constexpr std::string_view ownName = "wlhid-jobd";
 constexpr const char* oldFileName = "system.log.0";
 
 std::string hostName() {
@@ -26,23 +29,58 @@ std::string hostName() {
   return host;
 }
 
+/// How long the entry can become, without making it: an escape has four characters for a byte.
+std::size_t largestEntryOf(std::string_view text) {
+  constexpr std::size_t beginning = 64;
+  const auto escapable = std::count_if(text.begin(), text.end(), [](char c) {
+    return static_cast<signed char>(c) < 0x20 || c == 0x7F;  // beyond ASCII too
+  });
+  return beginning + text.size() + 3 * static_cast<std::size_t>(escapable);
+}
+
 }  // namespace
 
 SystemLog::SystemLog(platform::FileDescriptor directory, std::uint64_t limit)
     : directory_(std::move(directory)), limit_(limit), host_(hostName()) {}
 
 void SystemLog::write(std::string_view name, long process, std::string_view text) {
-  if (!prepare()) return;
-  const std::time_t now = std::time(nullptr);
-  std::tm local{};
-  ::localtime_r(&now, &local);
-  const std::string entry = logEntry(local, host_, name, process, text);
-  // One write on an appending descriptor: entries of several writers do not mix.
-  [[maybe_unused]] const ssize_t written = ::write(file_.get(), entry.data(), entry.size());
+  if (mayWrite(name, largestEntryOf(text))) append(entry(name, process, text));
 }
 
 void SystemLog::note(std::string_view text) {
-  write("wlhid-jobd", ::getpid(), text);
+  write(ownName, ::getpid(), text);
+}
+
+std::string SystemLog::entry(std::string_view name, long process, std::string_view text) const {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  ::localtime_r(&now, &local);
+  return logEntry(local, host_, name, process, text);
+}
+
+bool SystemLog::mayWrite(std::string_view name, std::size_t bytes) {
+  const auto now = LogBudget::Clock::now();
+  const auto budget = budgets_.try_emplace(std::string(name), now).first;
+  if (budget->second.take(bytes, now)) return true;
+  if (!std::exchange(isLeavingOut_, true) && leavingOut_) leavingOut_();
+  return false;
+}
+
+void SystemLog::sayWhatWasLeftOut() {
+  isLeavingOut_ = false;
+  for (auto& [name, budget] : budgets_) {
+    if (budget.leftOut() == 0) continue;
+    append(entry(ownName, ::getpid(),
+                 std::to_string(budget.leftOut()) + " lines of " + name +
+                     " were left out: it writes too much at a time"));
+    budget.forgetLeftOut();
+  }
+}
+
+/// One write on an appending descriptor: entries of several writers do not mix.
+void SystemLog::append(const std::string& entry) {
+  if (!prepare()) return;
+  [[maybe_unused]] const ssize_t written = ::write(file_.get(), entry.data(), entry.size());
 }
 
 /// Whether there is a log to write to. One that was removed or has grown too long is begun anew.

@@ -6,9 +6,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 
+#include "jobd/LogBudget.h"
 #include "platform/services/FileDescriptor.h"
 
 namespace jobd {
@@ -21,11 +24,21 @@ class SystemLog {
   /// "system.log.0", in place of the one before, so that the disk holds at most twice the limit.
   explicit SystemLog(platform::FileDescriptor directory, std::uint64_t limit = defaultLimit);
 
+  /// An entry, unless the writer of that name has written too much of late.
   void write(std::string_view name, long process, std::string_view text);
   /// An entry of the daemon's own.
   void note(std::string_view text);
 
+  /// Called with the first entry that is left out; whoever is told has sayWhatWasLeftOut called
+  /// some time later.
+  void whenLeavingOut(std::function<void()> handler) { leavingOut_ = std::move(handler); }
+  /// One entry for each writer of whom something was left out since the last time.
+  void sayWhatWasLeftOut();
+
  private:
+  bool mayWrite(std::string_view name, std::size_t bytes);
+  void append(const std::string& entry);
+  [[nodiscard]] std::string entry(std::string_view name, long process, std::string_view text) const;
   bool prepare();
   bool reopen();
 
@@ -33,6 +46,9 @@ class SystemLog {
   platform::FileDescriptor file_;
   std::uint64_t limit_;
   std::string host_;
+  std::map<std::string, LogBudget, std::less<>> budgets_;  ///< by writer
+  std::function<void()> leavingOut_;
+  bool isLeavingOut_ = false;
 };
 
 }  // namespace jobd

@@ -41,6 +41,7 @@ WLHIDEventRouterClient::WLHIDEventRouterClient(Creation, std::uint64_t registryE
 
 // No stop request: the router learns of the end by the connection's.
 WLHIDEventRouterClient::~WLHIDEventRouterClient() {
+  if (_forkMark.isInherited()) return;  // its locks may be held by threads that the child lacks
   wlhid::log(wlhid::site::dealloc, *this);
   closeConnection();
   // Where memory is short the registration stays for the center to clear away: it is a weak one.
@@ -93,6 +94,7 @@ void WLHIDEventRouterClient::setDelegate(
 // hears did-change when everything that the change sets off is done.
 
 void WLHIDEventRouterClient::setStarted(bool newStarted) {
+  if (_forkMark.isInherited()) return;
   const auto self = weak_from_this().lock();
   willChangeValueForKey("started");
   storeStarted(newStarted);
@@ -128,6 +130,7 @@ WLHIDEventRouterStatus WLHIDEventRouterClient::currentEventRouterStatus() const 
 
 void WLHIDEventRouterClient::_installationStatusChanged(
     const std::shared_ptr<platform::NSNotification>&) {
+  if (_forkMark.isInherited()) return;
   const auto self = weak_from_this().lock();
   const WLHIDEventRouterStatus newStatus = currentEventRouterStatus();
   wlhid::log(wlhid::site::installationStatusChanged, *this);

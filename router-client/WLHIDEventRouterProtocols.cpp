@@ -1,6 +1,11 @@
 #include "router-client/WLHIDEventRouterProtocols.h"
 
+#include "platform/kit/KQHIDDeviceElementValue.h"
 #include "platform/xpc/XPCTraits.h"
+
+template <>
+struct platform::XPCMembers<&WLHIDEventRouterClientProtocol::receivedElementValues, 0>
+    : platform::XPCMembersAre<platform::KQHIDDeviceElementValue> {};
 
 namespace {
 

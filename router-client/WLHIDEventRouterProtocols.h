@@ -56,6 +56,6 @@ class WLHIDEventRouterClientProtocol {
   /// One input report, as the device sent it (with its report ID byte where it has one).
   virtual void receivedData_forReportID(const std::shared_ptr<platform::NSData>& data,
                                         std::uint32_t reportID) = 0;
-  /// The KQHIDDeviceElementValues of one report. On the wire an NSMutableArray.
+  /// The KQHIDDeviceElementValues of one report, and nothing else. On the wire an NSMutableArray.
   virtual void receivedElementValues(const std::shared_ptr<platform::NSArray>& elementValues) = 0;
 };

@@ -4,9 +4,10 @@
 
 namespace router {
 
-std::vector<std::unique_ptr<DeviceSource>> deviceSources(const platform::SystemRoot& root) {
+std::vector<std::unique_ptr<DeviceSource>> deviceSources(const platform::SystemRoot& root,
+                                                         const RouterLimits& limits) {
   std::vector<std::unique_ptr<DeviceSource>> sources;
-  sources.push_back(std::make_unique<ReplaySource>(root.deviceSources()));
+  sources.push_back(std::make_unique<ReplaySource>(root, limits));
   return sources;
 }
 

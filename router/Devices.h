@@ -6,11 +6,11 @@
 //   Source     string   "replay"
 //   Recording  string   absolute path of a recording in the hid-recorder text format
 //   Speed      string or number, optional: "1" (the default) plays at the recorded pace, "2" at
-//   twice that, "max" as fast
-//              as the clients take it, without loss
-//   Repeat     boolean, optional: whether it begins again at its end; else the device then goes
-//   away Name       string, optional: instead of the name in the recording Device     integer,
-//   optional: which device of a recording that holds several; 0 by default
+//              twice that, "max" as fast as the clients take it, without loss
+//   Repeat     boolean, optional: whether it begins again at its end; else its clients' sessions
+//              end there, and the next client hears it from its beginning
+//   Name       string, optional: instead of the name in the recording
+//   Device     integer, optional: which device of a recording that holds several; 0 by default
 //
 // Registry entry IDs follow from the source and the configuration, so every process that lists the
 // same root finds the same IDs; a device whose configuration changes is another device. Replayed
@@ -34,6 +34,7 @@
 #include <vector>
 
 #include "platform/services/SystemRoot.h"
+#include "router/RouterLimits.h"
 #include "router/StopSignal.h"
 
 namespace router {
@@ -65,7 +66,8 @@ class OpenDevice {
   enum class Next {
     Report,   ///< there is one
     Stopped,  ///< the signal was raised
-    Gone,     ///< the device has gone away; it gives no more reports
+    Ended,    ///< a recording has been played to its end; the device can be opened again
+    Gone,     ///< the device has gone away for good
   };
 
   virtual ~OpenDevice() = default;
@@ -87,7 +89,7 @@ class DeviceSource {
 
 /// The sources of a root.
 [[nodiscard]] std::vector<std::unique_ptr<DeviceSource>> deviceSources(
-    const platform::SystemRoot& root);
+    const platform::SystemRoot& root, const RouterLimits& limits = {});
 
 /// Every device of every source. `returnProblems` may be null.
 [[nodiscard]] std::vector<DeviceDescription> listDevices(const platform::SystemRoot& root,
@@ -105,22 +107,35 @@ struct ReplaySpeed {
 };
 
 struct ReplayDevice {
-  std::string
-      configuration;  ///< the file's name without ".plist"; empty: made from the recording's name
+  /// The file's name without ".plist"; empty: made from the recording's name.
+  std::string configuration;
   std::filesystem::path recording;
   ReplaySpeed speed;
   bool repeat = false;
   std::string name;          ///< empty: the one in the recording
   std::uint32_t device = 0;  ///< of a recording that holds several
+  friend bool operator==(const ReplayDevice&, const ReplayDevice&) = default;
 };
 
-/// Writes the configuration and returns the ID that the device has from now on. A configuration of
-/// that name is replaced. Throws DeviceError, with nothing written, when the recording cannot be
-/// played or the name is none for a file.
+/// Writes the configuration and returns the ID that the device has from now on. A configuration
+/// that the device names is replaced; one whose name is made from the recording's never is: the
+/// device gets another name, or, where there is the very same device already, is that one. Throws
+/// DeviceError, with nothing written, when the recording cannot be played or the name is none for a
+/// file.
 std::uint64_t addReplayDevice(const platform::SystemRoot& root, const ReplayDevice& device);
 
-/// Removes the configuration of the replayed device with that ID; false when there is none. Whoever
-/// routes it goes on until it has been played. Throws DeviceError when the file cannot be removed.
-bool removeReplayDevice(const platform::SystemRoot& root, std::uint64_t registryEntryID);
+/// A configuration file, whether or not a device comes of it.
+struct ConfiguredDevice {
+  std::string configuration;           ///< the file's name without ".plist"
+  std::optional<ReplayDevice> device;  ///< nothing where the file says none
+  DeviceDescription description;       ///< with what is known of it; its ID where it has one
+  std::string problem;                 ///< why no device is listed, as in a listing; else empty
+};
+[[nodiscard]] std::vector<ConfiguredDevice> configuredReplayDevices(
+    const platform::SystemRoot& root);
+
+/// Removes the configuration of that name; false when there is none. Whoever routes its device goes
+/// on until it has been played. Throws DeviceError when the file cannot be removed.
+bool removeReplayDevice(const platform::SystemRoot& root, const std::string& configuration);
 
 }  // namespace router

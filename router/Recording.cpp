@@ -1,21 +1,22 @@
 #include "router/Recording.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <limits>
-#include <optional>
+#include <utility>
 
-#include "platform/foundation/NSString.h"
-#include "router/ReportDescriptor.h"
+#include "platform/foundation/PrintableText.h"
+#include "router/RouterLimits.h"
 
 namespace router {
 
 namespace {
+
+constexpr std::size_t kChunk = 16384;
+constexpr std::string_view kFormat =
+    "a recording is text in the hid-recorder format (R:, N:, I:, E:)";
 
 /// The next word of `line`, which is shortened by it; empty at the end.
 std::string_view takeWord(std::string_view* line) {
@@ -41,244 +42,267 @@ std::optional<std::uint64_t> number(std::string_view word, int base) {
   return value;
 }
 
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  [[nodiscard]] int get() const { return fd_; }
-
- private:
-  int fd_;
-};
-
-[[noreturn]] void failToRead(const std::filesystem::path& file, int error) {
-  const std::error_code code(error, std::generic_category());
-  throw RecordingError(file.string() + ": cannot be read: " + code.message(), code);
+int digit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
 }
 
-/// The whole regular file. O_NONBLOCK, so that a pipe in its place cannot hold up the caller.
-std::string contentsOf(const std::filesystem::path& file) {
-  const Descriptor fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (fd.get() < 0) failToRead(file, errno);
-  struct stat status {};
-  if (::fstat(fd.get(), &status) != 0) failToRead(file, errno);
-  if (!S_ISREG(status.st_mode)) throw RecordingError(file.string() + ": is no regular file");
-  const auto size = static_cast<std::uint64_t>(status.st_size);
-  if (size > kMaxRecordingBytes) {
-    throw RecordingError(file.string() + ": is larger than " + std::to_string(kMaxRecordingBytes) +
-                         " bytes");
+/// The word at `*at` as a hexadecimal number of one or two digits, and `*at` behind it; else a
+/// negative one, and `*at` as it was. Most of a recording is such words.
+int takeByte(std::string_view line, std::size_t* at) {
+  const auto isEnd = [&](std::size_t i) {
+    return i >= line.size() || line[i] == ' ' || line[i] == '\t';
+  };
+  const int first = digit(line[*at]);
+  if (isEnd(*at + 1)) {
+    *at += first < 0 ? 0 : 1;
+    return first;
   }
-  std::string text(size, '\0');
-  std::size_t filled = 0;
-  while (filled < text.size()) {
-    const ssize_t count = ::read(fd.get(), text.data() + filled, text.size() - filled);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) failToRead(file, errno);
-    if (count == 0) break;
-    filled += static_cast<std::size_t>(count);
-  }
-  text.resize(filled);
-  return text;
+  const int second = digit(line[*at + 1]);
+  if (first < 0 || second < 0 || !isEnd(*at + 2)) return -1;
+  *at += 2;
+  return first * 16 + second;
+}
+
+/// What a file is whose first bytes are `text`, where it is known and no recording.
+std::string_view foreignFormat(std::string_view text) {
+  if (text.starts_with("\x1f\x8b")) return "compressed with gzip (gunzip unpacks it)";
+  if (text.starts_with("\xff\xfe") || text.starts_with("\xfe\xff")) return "text in UTF-16";
+  const std::size_t begin = std::min(text.find_first_not_of(" \t\r\n"), text.size());
+  if (text.substr(begin).starts_with('{') || text.substr(begin).starts_with('[')) return "JSON";
+  return {};
 }
 
 }  // namespace
 
-bool isPrintableText(std::string_view text) {
-  const bool hasControl =
-      std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; });
-  return !hasControl && platform::isValidUTF8(text);
+RecordingReader::RecordingReader(Source source, std::string fileName, std::uint32_t device)
+    : source_(std::move(source)), fileName_(std::move(fileName)), device_(device) {}
+
+void RecordingReader::fail(const std::string& cause) const {
+  throw RecordingError(fileName_ + ":" + std::to_string(lineNumber_) + ": " + cause);
 }
 
-class RecordingParser {
- public:
-  enum class Extent { HeaderOnly, Whole };
+const RecordingHeader& RecordingReader::header() {
+  findReport();
+  if (!hasDescriptor_) {
+    throw RecordingError(fileName_ + ": has no report descriptor of device " +
+                         std::to_string(device_));
+  }
+  return header_;
+}
 
-  RecordingParser(const std::string& fileName, std::uint32_t device, Extent extent)
-      : fileName_(fileName), device_(device), extent_(extent) {}
+bool RecordingReader::next(RecordedReport* returnReport) {
+  static_cast<void>(header());
+  if (!findReport()) return false;
+  takeReport(*found_, returnReport);
+  found_.reset();
+  return true;
+}
 
-  Recording parse(std::string_view text) {
-    if (text.size() > kMaxRecordingBytes) {
-      throw RecordingError(fileName_ + ": is larger than " + std::to_string(kMaxRecordingBytes) +
-                           " bytes");
-    }
-    while (!text.empty() && !done_) {
-      const std::size_t length = std::min(text.find('\n'), text.size());
+/// Reads on to the device's next report, unless it stands there; false at the end.
+bool RecordingReader::findReport() {
+  std::string_view line;
+  while (!found_ && nextLine(&line)) {
+    if (takeLine(line)) found_ = trimmed(line).substr(2);
+  }
+  return found_.has_value();
+}
+
+bool RecordingReader::nextLine(std::string_view* returnLine) {
+  std::size_t searched = 0;  // of the line, without success
+  for (;;) {
+    const std::string_view ahead(buffer_.data() + begin_, end_ - begin_);
+    const std::size_t length = std::min(ahead.find('\n', searched), ahead.size());
+    if (length > RouterLimits::kRecordingLineBytes) {
       ++lineNumber_;
-      takeLine(text.substr(0, length));
-      text.remove_prefix(std::min(length + 1, text.size()));
+      fail("the line is longer than " + std::to_string(RouterLimits::kRecordingLineBytes) +
+           " bytes");
     }
-    if (!hasDescriptor_) {
-      throw RecordingError(fileName_ + ": has no report descriptor of device " +
-                           std::to_string(device_));
+    if (length < ahead.size() || (isAtEnd_ && !ahead.empty())) {
+      ++lineNumber_;
+      begin_ += std::min(length + 1, ahead.size());
+      *returnLine = ahead.substr(0, length);
+      return true;
     }
-    return std::move(recording_);
+    searched = ahead.size();
+    if (!fill()) return false;
   }
-
- private:
-  [[noreturn]] void fail(const std::string& cause) const {
-    throw RecordingError(fileName_ + ":" + std::to_string(lineNumber_) + ": " + cause);
-  }
-
-  void takeLine(std::string_view line) {
-    if (line.size() > kMaxRecordingLineBytes) {
-      fail("the line is longer than " + std::to_string(kMaxRecordingLineBytes) + " bytes");
-    }
-    line = trimmed(line);
-    if (line.empty() || line.front() == '#') return;
-    if (line.size() < 2 || line[0] < 'A' || line[0] > 'Z' || line[1] != ':')
-      fail("is no line of a recording");
-    const char kind = line[0];
-    line.remove_prefix(2);
-    if (kind == 'D') {
-      takeDevice(line);
-    } else if (currentDevice_ == device_) {
-      takeDeviceLine(kind, line);
-    }
-  }
-
-  void takeDeviceLine(char kind, std::string_view line) {
-    switch (kind) {
-      case 'R':
-        takeDescriptor(line);
-        break;
-      case 'N':
-        takeText(line, "name", &recording_.header_.name);
-        break;
-      case 'P':
-        takeText(line, "physical path", &recording_.header_.physicalPath);
-        break;
-      case 'I':
-        takeIdentity(line);
-        break;
-      case 'E':
-        takeReport(line);
-        break;
-      default:
-        break;
-    }
-  }
-
-  void takeDevice(std::string_view line) {
-    const auto device = number(takeWord(&line), 10);
-    if (!device || *device > std::numeric_limits<std::uint32_t>::max() || !trimmed(line).empty()) {
-      fail("the device number is none");
-    }
-    currentDevice_ = static_cast<std::uint32_t>(*device);
-  }
-
-  void takeDescriptor(std::string_view line) {
-    if (hasDescriptor_) fail("a second report descriptor of the same device");
-    appendBytes(line, kMaxDescriptorBytes, &recording_.header_.reportDescriptor);
-    hasDescriptor_ = true;
-  }
-
-  void takeText(std::string_view line, const char* what, std::string* out) const {
-    const std::string_view text = trimmed(line);
-    if (!isPrintableText(text)) fail(std::string("the ") + what + " is no printable text");
-    *out = text;
-  }
-
-  void takeIdentity(std::string_view line) {
-    for (std::uint32_t* part :
-         {&recording_.header_.bus, &recording_.header_.vendor, &recording_.header_.product}) {
-      const auto value = number(takeWord(&line), 16);
-      if (!value || *value > std::numeric_limits<std::uint32_t>::max()) {
-        fail("bus, vendor and product must be three hexadecimal numbers");
-      }
-      *part = static_cast<std::uint32_t>(*value);
-    }
-    if (!trimmed(line).empty()) fail("there is more than bus, vendor and product");
-  }
-
-  void takeReport(std::string_view line) {
-    if (!hasDescriptor_) fail("a report before the report descriptor");
-    if (extent_ == Extent::HeaderOnly) {
-      done_ = true;
-      return;
-    }
-    Recording::Report report;
-    report.time = time(takeWord(&line));
-    report.offset = static_cast<std::uint32_t>(recording_.bytes_.size());
-    report.length = appendBytes(line, kMaxReportBytes, &recording_.bytes_);
-    recording_.reports_.push_back(report);
-  }
-
-  /// "12.000345": whole seconds and up to six decimals.
-  [[nodiscard]] std::chrono::microseconds time(std::string_view word) const {
-    constexpr std::uint64_t kMaxSeconds = 10'000'000'000;
-    constexpr std::size_t kDecimals = 6;
-    const std::size_t point = std::min(word.find('.'), word.size());
-    const auto seconds = number(word.substr(0, point), 10);
-    std::optional<std::uint64_t> fraction = 0;
-    if (point < word.size()) {
-      const std::string_view digits = word.substr(point + 1);
-      fraction = digits.size() <= kDecimals ? number(digits, 10) : std::nullopt;
-      for (std::size_t i = digits.size(); fraction && i < kDecimals; ++i) *fraction *= 10;
-    }
-    if (!seconds || *seconds > kMaxSeconds || !fraction) fail("the time is no number of seconds");
-    return std::chrono::seconds(*seconds) + std::chrono::microseconds(*fraction);
-  }
-
-  /// "3 01 ff 7f": a count and so many bytes. Returns the count.
-  std::uint32_t appendBytes(std::string_view line, std::size_t limit,
-                            std::vector<std::uint8_t>* out) const {
-    const auto count = number(takeWord(&line), 10);
-    if (!count) fail("the number of bytes is missing");
-    if (*count > limit) fail("more than " + std::to_string(limit) + " bytes are announced");
-    std::uint64_t found = 0;
-    for (std::string_view word = takeWord(&line); !word.empty(); word = takeWord(&line)) {
-      const auto byte = word.size() <= 2 ? number(word, 16) : std::nullopt;
-      if (!byte) fail("'" + printable(word) + "' is no byte");
-      if (++found <= *count) out->push_back(static_cast<std::uint8_t>(*byte));
-    }
-    if (found != *count) {
-      fail(std::to_string(*count) + " bytes are announced, " + std::to_string(found) +
-           " are there");
-    }
-    return static_cast<std::uint32_t>(*count);
-  }
-
-  static std::string printable(std::string_view word) {
-    constexpr std::size_t kShown = 16;
-    std::string text(word.substr(0, kShown));
-    for (char& c : text) {
-      if (c < ' ' || c > '~') c = '?';
-    }
-    return text;
-  }
-
-  const std::string& fileName_;
-  const std::uint32_t device_;
-  const Extent extent_;
-  std::uint32_t currentDevice_ = 0;
-  std::size_t lineNumber_ = 0;
-  bool hasDescriptor_ = false;
-  bool done_ = false;
-  Recording recording_;
-};
-
-Recording Recording::parse(std::string_view text, const std::string& fileName,
-                           std::uint32_t device) {
-  return RecordingParser(fileName, device, RecordingParser::Extent::Whole).parse(text);
 }
 
-Recording Recording::read(const std::filesystem::path& file, std::uint32_t device) {
-  return parse(contentsOf(file), file.string(), device);
+/// Reads on behind what is there; false at the end of the text and of what was read of it.
+bool RecordingReader::fill() {
+  if (isAtEnd_) return false;
+  std::copy(buffer_.begin() + static_cast<std::ptrdiff_t>(begin_),
+            buffer_.begin() + static_cast<std::ptrdiff_t>(end_), buffer_.begin());
+  end_ -= std::exchange(begin_, 0);
+  buffer_.resize(end_ + kChunk);
+  std::size_t count = 0;
+  try {
+    count = source_(std::span(buffer_).subspan(end_));
+  } catch (const FileError& error) {
+    throw RecordingError(fileName_ + ": " + error.what(), error.code());
+  }
+  isAtEnd_ = count < kChunk;
+  end_ += count;
+  const bool isBeginning = std::exchange(read_, read_ + count) == 0;
+  if (read_ > RouterLimits::kRecordingBytes) {
+    throw RecordingError(fileName_ + ": is larger than " +
+                         std::to_string(RouterLimits::kRecordingBytes) + " bytes");
+  }
+  if (isBeginning) takeBeginning();
+  return true;
 }
 
-Recording::Header Recording::readHeader(const std::filesystem::path& file, std::uint32_t device) {
-  const std::string fileName = file.string();
-  RecordingParser parser(fileName, device, RecordingParser::Extent::HeaderOnly);
-  return parser.parse(contentsOf(file)).header();
+void RecordingReader::takeBeginning() {
+  constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
+  const std::string_view text(buffer_.data(), end_);
+  if (text.starts_with(kByteOrderMark)) begin_ = kByteOrderMark.size();
+  const std::string_view foreign = foreignFormat(text.substr(begin_));
+  if (foreign.empty()) return;
+  throw RecordingError(fileName_ + ": is " + std::string(foreign) + "; " + std::string(kFormat));
 }
 
-std::span<const std::uint8_t> Recording::report(std::size_t index) const {
-  const Report& report = reports_[index];
-  return std::span(bytes_).subspan(report.offset, report.length);
+bool RecordingReader::takeLine(std::string_view line) {
+  line = trimmed(line);
+  if (line.empty() || line.front() == '#') return false;
+  if (line.size() < 2 || line[0] < 'A' || line[0] > 'Z' || line[1] != ':') {
+    fail("is no line of a recording; " + std::string(kFormat));
+  }
+  const char kind = line[0];
+  line.remove_prefix(2);
+  if (kind == 'D') {
+    takeDevice(line);
+  } else if (currentDevice_ == device_) {
+    if (kind == 'E' && !hasDescriptor_) fail("a report before the report descriptor");
+    if (kind == 'E') return true;
+    takeDeviceLine(kind, line);
+  }
+  return false;
+}
+
+void RecordingReader::takeDevice(std::string_view line) {
+  const auto device = number(takeWord(&line), 10);
+  if (!device || *device > std::numeric_limits<std::uint32_t>::max() || !trimmed(line).empty()) {
+    fail("the device number is none");
+  }
+  currentDevice_ = static_cast<std::uint32_t>(*device);
+}
+
+void RecordingReader::takeDeviceLine(char kind, std::string_view line) {
+  switch (kind) {
+    case 'R':
+      takeDescriptor(line);
+      break;
+    case 'N':
+      header_.name = platform::printableLine(trimmed(line), RouterLimits::kNameCharacters);
+      break;
+    case 'P':
+      header_.physicalPath = platform::printableLine(trimmed(line), RouterLimits::kNameCharacters);
+      break;
+    case 'I':
+      takeIdentity(line);
+      break;
+    default:
+      break;
+  }
+}
+
+void RecordingReader::takeDescriptor(std::string_view line) {
+  if (hasDescriptor_) fail("a second report descriptor of the same device");
+  takeBytes(line, RouterLimits::kDescriptorBytes, &header_.reportDescriptor);
+  hasDescriptor_ = true;
+}
+
+void RecordingReader::takeIdentity(std::string_view line) {
+  for (std::uint32_t* part : {&header_.bus, &header_.vendor, &header_.product}) {
+    const auto value = number(takeWord(&line), 16);
+    if (!value || *value > std::numeric_limits<std::uint32_t>::max()) {
+      fail("bus, vendor and product must be three hexadecimal numbers");
+    }
+    *part = static_cast<std::uint32_t>(*value);
+  }
+  if (!trimmed(line).empty()) fail("there is more than bus, vendor and product");
+}
+
+void RecordingReader::takeReport(std::string_view line, RecordedReport* returnReport) {
+  returnReport->time = time(takeWord(&line));
+  takeBytes(line, RouterLimits::kReportBytes, &report_);
+  returnReport->bytes = report_;
+}
+
+/// "12.000345": whole seconds and up to six decimals.
+std::chrono::microseconds RecordingReader::time(std::string_view word) const {
+  constexpr std::uint64_t kMaxSeconds = 10'000'000'000;
+  constexpr std::size_t kDecimals = 6;
+  const std::size_t point = std::min(word.find('.'), word.size());
+  const auto seconds = number(word.substr(0, point), 10);
+  std::optional<std::uint64_t> fraction = 0;
+  if (point < word.size()) {
+    const std::string_view digits = word.substr(point + 1);
+    fraction = digits.size() <= kDecimals ? number(digits, 10) : std::nullopt;
+    for (std::size_t i = digits.size(); fraction && i < kDecimals; ++i) *fraction *= 10;
+  }
+  if (!seconds || *seconds > kMaxSeconds || !fraction) fail("the time is no number of seconds");
+  return std::chrono::seconds(*seconds) + std::chrono::microseconds(*fraction);
+}
+
+/// "3 01 ff 7f": a count and so many bytes.
+void RecordingReader::takeBytes(std::string_view line, std::size_t limit,
+                                std::vector<std::uint8_t>* out) const {
+  constexpr std::size_t kShown = 16;
+  const auto count = number(takeWord(&line), 10);
+  if (!count) fail("the number of bytes is missing");
+  if (*count > limit) fail("more than " + std::to_string(limit) + " bytes are announced");
+  out->clear();
+  std::uint64_t found = 0;
+  for (std::size_t at = 0; (at = line.find_first_not_of(" \t", at)) < line.size(); ++found) {
+    const int byte = takeByte(line, &at);
+    if (byte < 0) {
+      line.remove_prefix(at);
+      fail("'" + platform::printableLine(takeWord(&line), kShown) + "' is no byte");
+    }
+    if (found < *count) out->push_back(static_cast<std::uint8_t>(byte));
+  }
+  if (found != *count) {
+    fail(std::to_string(*count) + " bytes are announced, " + std::to_string(found) + " are there");
+  }
+}
+
+RecordingSummary readSummary(RecordingReader& reader) {
+  RecordingSummary summary;
+  summary.header = reader.header();
+  RecordedReport report;
+  std::chrono::microseconds first{};
+  for (; reader.next(&report); ++summary.reports) {
+    if (summary.reports == 0) first = report.time;
+    summary.hasTimes = summary.hasTimes || report.time != first;
+  }
+  return summary;
+}
+
+RecordingFile::RecordingFile(const std::filesystem::path& path, std::uint32_t device)
+    : name_(path.string()), device_(device) {
+  try {
+    OpenFile file = DeviceFiles::openRecording(path);
+    descriptor_ = std::move(file.descriptor);
+    stamp_ = file.stamp;
+  } catch (const FileError& error) {
+    throw RecordingError(name_ + ": " + error.what(), error.code());
+  }
+  if (static_cast<std::uint64_t>(stamp_.size) > RouterLimits::kRecordingBytes) {
+    throw RecordingError(name_ + ": is larger than " +
+                         std::to_string(RouterLimits::kRecordingBytes) + " bytes");
+  }
+}
+
+RecordingReader RecordingFile::read() const {
+  ::lseek(descriptor_.get(), 0, SEEK_SET);
+  return {[descriptor = descriptor_.get()](std::span<char> buffer) {
+            return readFile(descriptor, buffer);
+          },
+          name_, device_};
 }
 
 }  // namespace router

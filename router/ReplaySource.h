@@ -1,47 +1,46 @@
 // Devices that are recordings. See Devices.h for their configuration.
 //
+// What the files say is kept, and a file is read again only when its stamp (device, inode, size,
+// times) is another: a request costs a look at each file's stamp.
+//
 // Threading, Ownership, Errors, Order: as in Devices.h.
 #pragma once
 
+#include <map>
+#include <mutex>
+
+#include "router/DeviceFiles.h"
 #include "router/Devices.h"
-#include "router/Recording.h"
+#include "router/RouterLimits.h"
 
 namespace router {
 
-/// When each report of a recording is due, counted from the first. A recording's clock says it,
-/// except that where the clock says nothing (it restarts, the recording has no times at all, or it
-/// begins again) kUntimedInterval passes.
-/// Nothing is due later than a century.
-class ReplaySchedule {
- public:
-  static constexpr std::chrono::microseconds kUntimedInterval{8000};
-
-  ReplaySchedule(const Recording& recording, double speed);
-  [[nodiscard]] std::chrono::nanoseconds due(std::size_t index) const { return due_[index]; }
-  /// From one beginning to the next.
-  [[nodiscard]] std::chrono::nanoseconds period() const { return period_; }
-
- private:
-  std::vector<std::chrono::nanoseconds> due_;
-  std::chrono::nanoseconds period_{};
-};
-
 class ReplaySource final : public DeviceSource {
  public:
-  explicit ReplaySource(std::filesystem::path directory) : directory_(std::move(directory)) {}
+  explicit ReplaySource(platform::SystemRoot root, const RouterLimits& limits = {})
+      : files_(std::move(root)), limits_(limits) {}
   std::vector<DeviceDescription> list(std::vector<std::string>* returnProblems) const override;
   [[nodiscard]] std::unique_ptr<OpenDevice> open(std::uint64_t registryEntryID) const override;
-  /// The ID of the device that the file `configuration`.plist describes.
-  [[nodiscard]] std::optional<std::uint64_t> registryEntryIDOf(
-      const std::string& configuration) const;
-  /// The name of the file, without ".plist", that describes the device with that ID.
-  [[nodiscard]] std::optional<std::string> configurationOf(std::uint64_t registryEntryID) const;
+
+  /// Every configuration, also those of which no device is listed.
+  [[nodiscard]] std::vector<ConfiguredDevice> configured() const;
 
  private:
-  struct Configured;
-  std::vector<Configured> configurations(std::vector<std::string>* returnProblems) const;
+  struct Entry;
+  using Entries = std::map<std::string, std::shared_ptr<const Entry>>;  // by configuration
 
-  std::filesystem::path directory_;
+  /// What the files say now. The entries are never changed, only replaced.
+  Entries refreshed(std::vector<std::string>* problems) const;
+  [[nodiscard]] std::shared_ptr<const Entry> current(
+      const std::string& name, const std::shared_ptr<const Entry>& known) const;
+  void readConfiguration(Entry* entry) const;
+  void readRecording(Entry* entry) const;
+  void keepSummary(const Entry& entry, const FileStamp& stamp, bool hasTimes) const;
+
+  const DeviceFiles files_;
+  const RouterLimits limits_;
+  mutable std::mutex mutex_;
+  mutable Entries entries_;
 };
 
 }  // namespace router

@@ -4,11 +4,13 @@
 #include <array>
 #include <utility>
 
+#include "router/RouterLimits.h"
+
 namespace router {
 
 namespace {
 
-constexpr std::uint32_t kMaxReportBits = kMaxReportBytes * 8;
+constexpr std::uint32_t kMaxReportBits = RouterLimits::kReportBytes * 8;
 constexpr std::uint8_t kLongItemPrefix = 0xfe;
 
 enum class ItemType : std::uint8_t { Main = 0, Global = 1, Local = 2, Reserved = 3 };
@@ -197,7 +199,8 @@ class Parser {
         addField(item, ReportType::Feature);
         break;
       case MainTag::Collection:
-        if (collectionDepth_ == kMaxCollectionDepth) fail(item, "collections are nested too deep");
+        if (collectionDepth_ == RouterLimits::kCollectionDepth)
+          fail(item, "collections are nested too deep");
         ++collectionDepth_;
         break;
       case MainTag::EndCollection:
@@ -231,7 +234,8 @@ class Parser {
         setReportID(item);
         break;
       case GlobalTag::Push:
-        if (stack_.size() == kMaxGlobalStackDepth) fail(item, "values are pushed too deep");
+        if (stack_.size() == RouterLimits::kGlobalStackDepth)
+          fail(item, "values are pushed too deep");
         stack_.push_back(globals_);
         break;
       case GlobalTag::Pop:
@@ -312,8 +316,8 @@ class Parser {
 
   void addField(const Item& item, ReportType type) {
     if (globals_.reportCount == 0 || globals_.reportSize == 0) return;
-    if (globals_.reportCount > kMaxElements - elementCount_) {
-      fail(item, "more than " + std::to_string(kMaxElements) + " elements");
+    if (globals_.reportCount > RouterLimits::kElements - elementCount_) {
+      fail(item, "more than " + std::to_string(RouterLimits::kElements) + " elements");
     }
     ReportField field;
     field.type = type;
@@ -323,6 +327,7 @@ class Parser {
     field.bitSize = globals_.reportSize;
     field.count = globals_.reportCount;
     field.usagePage = globals_.usagePage;
+    if (type == ReportType::Input && !field.constant) countValues(item);
     setLogicalRange(item, &field);
     field.bitOffset = reserveBits(item, type);
     field.firstCookie = elementCount_ + 1;
@@ -332,6 +337,21 @@ class Parser {
                                range.last);
     }
     fields.push_back(std::move(field));
+  }
+
+  /// What the field adds to each report that carries it.
+  void countValues(const Item& item) {
+    std::uint32_t& ofReport = reportValues_[globals_.reportID];
+    if (globals_.reportCount > RouterLimits::kReportValues - ofReport) {
+      fail(item, "a report has more than " + std::to_string(RouterLimits::kReportValues) +
+                     " element values");
+    }
+    if (globals_.reportCount > RouterLimits::kValues - valueCount_) {
+      fail(item, "all reports together have more than " + std::to_string(RouterLimits::kValues) +
+                     " element values");
+    }
+    ofReport += globals_.reportCount;
+    valueCount_ += globals_.reportCount;
   }
 
   /// Devices write 0…255 as 15 00 25 ff: the maximum is a signed number only beside a negative
@@ -352,7 +372,8 @@ class Parser {
     const std::uint64_t needed = std::uint64_t{globals_.reportSize} * globals_.reportCount;
     // Eight bits are kept for an ID byte that a later item may ask for.
     if (needed > kMaxReportBits - 8 - used) {
-      fail(item, "a report is larger than " + std::to_string(kMaxReportBytes) + " bytes");
+      fail(item,
+           "a report is larger than " + std::to_string(RouterLimits::kReportBytes) + " bytes");
     }
     return std::exchange(used, used + static_cast<std::uint32_t>(needed));
   }
@@ -368,6 +389,8 @@ class Parser {
   std::vector<Globals> stack_;
   std::size_t collectionDepth_ = 0;
   std::uint32_t elementCount_ = 0;
+  std::uint32_t valueCount_ = 0;  // of Input items
+  std::array<std::uint32_t, 256> reportValues_{};
   bool usesReportIDs_ = false;
   std::array<std::array<std::uint32_t, 256>, 3> reportBits_{};
 };
@@ -418,10 +441,10 @@ ReportDescriptor::ReportDescriptor(std::vector<ReportField> fields, bool usesRep
     : fields_(std::move(fields)), usesReportIDs_(usesReportIDs), elementCount_(elementCount) {}
 
 ReportDescriptor ReportDescriptor::parse(std::span<const std::uint8_t> bytes) {
-  if (bytes.size() > kMaxDescriptorBytes) {
-    throw ReportDescriptorError(
-        kMaxDescriptorBytes,
-        "the descriptor is longer than " + std::to_string(kMaxDescriptorBytes) + " bytes");
+  if (bytes.size() > RouterLimits::kDescriptorBytes) {
+    throw ReportDescriptorError(RouterLimits::kDescriptorBytes,
+                                "the descriptor is longer than " +
+                                    std::to_string(RouterLimits::kDescriptorBytes) + " bytes");
   }
   Parser parser(bytes);
   parser.run();

@@ -31,15 +31,6 @@
 
 namespace router {
 
-/// What a descriptor may demand at most. Real devices stay far below; a hostile one gets an error,
-/// not memory.
-inline constexpr std::size_t kMaxDescriptorBytes = 65535;
-inline constexpr std::size_t kMaxCollectionDepth = 64;
-inline constexpr std::size_t kMaxGlobalStackDepth = 64;
-inline constexpr std::uint32_t kMaxElements = 65536;
-/// With the report ID byte.
-inline constexpr std::uint32_t kMaxReportBytes = 65536;
-
 class ReportDescriptorError : public std::runtime_error {
  public:
   ReportDescriptorError(std::size_t offset, const std::string& cause);

@@ -1,7 +1,9 @@
 #include "router/RoutedDevice.h"
 
 #include <algorithm>
+#include <atomic>
 #include <thread>
+#include <utility>
 
 #include "platform/foundation/Format.h"
 #include "router/ReportDecoder.h"
@@ -31,39 +33,61 @@ class RoutedDevice::Playback {
   /// waits for a short while only. On the device's thread.
   void finish(const std::shared_ptr<Subscription>& subscription, const Subscriptions& all) {
     const bool isPatient = device_->waitsForReaders() && all.size() == 1;
-    subscription->waitForReader(stop_, 1, isPatient);
-    subscription->sayFarewell();
+    subscription->waitUntilTaken(stop_, isPatient);
   }
+  /// Whether nothing is left to do but to destroy it.
+  [[nodiscard]] bool isOver() const { return isOver_.load(std::memory_order_acquire); }
 
  private:
   void run(RoutedDevice* routed) {
+    switch (play(routed)) {
+      case OpenDevice::Next::Ended:
+        routed->hasEnded(this, true);
+        break;
+      case OpenDevice::Next::Gone:
+        routed->goneAway(this);
+        break;
+      case OpenDevice::Next::Report:  // it failed
+        routed->hasEnded(this, false);
+        break;
+      case OpenDevice::Next::Stopped:
+        break;
+    }
+    isOver_.store(true, std::memory_order_release);
+  }
+
+  /// What came behind the last report; a report where that was a failure.
+  OpenDevice::Next play(RoutedDevice* routed) {
     try {
       std::span<const std::uint8_t> report;
       for (;;) {
         const auto next = device_->next(stop_, &report);
-        if (next == OpenDevice::Next::Stopped) return;
-        if (next == OpenDevice::Next::Gone) break;
+        if (next != OpenDevice::Next::Report) return next;
         deliver(report, *routed->subscriptions());
       }
     } catch (const std::exception& error) {
       routed->log_(platform::stringWithFormat("device 0x%llx: %s",
                                               routed->description_.registryEntryID, error.what()));
+      return OpenDevice::Next::Report;
     }
-    routed->goneAway(this);
   }
 
   void deliver(std::span<const std::uint8_t> report, const Subscriptions& subscriptions) {
     ReportInTransit transit(report, decoder_.reportID(report), decoder_.decode(report));
     for (const auto& subscription : subscriptions) {
-      if (device_->waitsForReaders()) waitFor(subscription, subscriptions);
-      subscription->deliver(&transit);
+      if (!device_->waitsForReaders()) {
+        subscription->deliver(&transit);
+      } else {
+        waitFor(subscription, subscriptions);
+        subscription->deliverWithoutLoss(&transit);
+      }
     }
   }
 
   /// A client that stops reading may hold up itself for ever, but not others.
   void waitFor(const std::shared_ptr<Subscription>& subscription, const Subscriptions& all) {
     const bool isAlone = all.size() == 1;
-    if (subscription->waitForReader(stop_, Subscription::kWaitLimit, isAlone)) return;
+    if (subscription->waitForRoom(stop_, isAlone)) return;
     subscription->end();
     subscription->sayFarewell();
   }
@@ -71,6 +95,7 @@ class RoutedDevice::Playback {
   const std::unique_ptr<OpenDevice> device_;
   ReportDecoder decoder_;
   StopSignal stop_;
+  std::atomic<bool> isOver_{false};
   std::thread thread_;
 };
 
@@ -82,7 +107,14 @@ RoutedDevice::RoutedDevice(DeviceDescription description, Opener open, RouterLog
       handOverGrace_(handOverGrace),
       subscriptions_(std::make_shared<const Subscriptions>()) {}
 
-RoutedDevice::~RoutedDevice() = default;
+RoutedDevice::~RoutedDevice() {
+  // A playback that finds itself taken out has nobody left to tell.
+  std::unique_ptr<Playback> playing;
+  std::vector<std::unique_ptr<Playback>> ended;
+  const std::lock_guard lock(mutex_);
+  playing = std::move(playback_);
+  ended = std::move(endedPlaybacks_);
+}
 
 std::shared_ptr<platform::NSError> RoutedDevice::admit(
     const std::shared_ptr<Subscription>& subscription) {
@@ -152,8 +184,11 @@ void RoutedDevice::begin(const std::shared_ptr<Subscription>& subscription) {
 
 void RoutedDevice::remove(const std::shared_ptr<Subscription>& subscription) {
   subscription->end();
-  std::unique_ptr<Playback> ended;  // destroyed, and its thread awaited, outside the lock
+  // Destroyed, and their threads awaited, outside the lock.
+  std::unique_ptr<Playback> ended;
+  std::vector<std::unique_ptr<Playback>> over;
   const std::lock_guard lock(mutex_);
+  over = takeOverPlaybacks();
   auto shorter = std::make_shared<Subscriptions>(*subscriptions_);
   std::erase(*shorter, subscription);
   subscriptions_ = std::move(shorter);
@@ -177,7 +212,40 @@ void RoutedDevice::goneAway(Playback* playback) {
   }
   log_(platform::stringWithFormat("device 0x%llx (%s) has gone away", description_.registryEntryID,
                                   description_.name));
-  for (const auto& subscription : *left) playback->finish(subscription, *left);
+  for (const auto& subscription : *left) {
+    playback->finish(subscription, *left);
+    subscription->sayFarewell();
+  }
+}
+
+void RoutedDevice::hasEnded(Playback* playback, bool isPlayedToItsEnd) {
+  std::shared_ptr<const Subscriptions> left;
+  {
+    const std::lock_guard lock(mutex_);
+    if (playback_.get() != playback) return;
+    endedPlaybacks_.push_back(std::move(playback_));
+    left = std::exchange(subscriptions_, std::make_shared<const Subscriptions>());
+    placeBecameFree_.notify_all();
+  }
+  if (isPlayedToItsEnd) {
+    log_(platform::stringWithFormat("device 0x%llx (%s): the recording has been played to its end",
+                                    description_.registryEntryID, description_.name));
+  }
+  for (const auto& subscription : *left) {
+    playback->finish(subscription, *left);
+    // Who came too late to hear any of it, or has left, shall hear it when it comes again.
+    if (isPlayedToItsEnd && subscription->isActive()) subscription->noteRecordingEnded();
+    subscription->sayFarewell();
+  }
+}
+
+std::vector<std::unique_ptr<RoutedDevice::Playback>> RoutedDevice::takeOverPlaybacks() {
+  const auto over = std::partition(endedPlaybacks_.begin(), endedPlaybacks_.end(),
+                                   [](const auto& playback) { return !playback->isOver(); });
+  std::vector<std::unique_ptr<Playback>> result(std::make_move_iterator(over),
+                                                std::make_move_iterator(endedPlaybacks_.end()));
+  endedPlaybacks_.erase(over, endedPlaybacks_.end());
+  return result;
 }
 
 std::shared_ptr<platform::NSError> RoutedDevice::goneError() const {

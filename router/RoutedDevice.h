@@ -2,7 +2,9 @@
 //
 // While at least one client does, the device is open and a thread of its own reads it; each time
 // the number goes from none to one it is opened anew. When it goes away its clients' connections
-// are ended in good order, and it stays away for as long as this object lives.
+// are ended in good order, and it stays away for as long as this object lives. When it fails, or is
+// a recording and has been played to its end, they are ended likewise, and the next client finds it
+// as a new one; whoever is slow to take the end of it holds up nobody.
 //
 // Threading: any thread but the device's own.
 // Ownership: shares the subscriptions from admit() to remove().
@@ -58,8 +60,11 @@ class RoutedDevice {
   [[nodiscard]] bool isTakenFor(DeviceMode mode) const;
   std::shared_ptr<platform::NSError> prepare();
   [[nodiscard]] std::shared_ptr<const Subscriptions> subscriptions() const;
-  /// Does nothing for a playback that was given up in the meantime.
+  /// Both do nothing for a playback that was given up in the meantime.
   void goneAway(Playback* playback);
+  void hasEnded(Playback* playback, bool isPlayedToItsEnd);
+  /// Those whose threads are about to return, to be destroyed without the lock.
+  std::vector<std::unique_ptr<Playback>> takeOverPlaybacks();
   [[nodiscard]] std::shared_ptr<platform::NSError> goneError() const;
 
   const DeviceDescription description_;
@@ -72,6 +77,8 @@ class RoutedDevice {
   std::shared_ptr<const Subscriptions>
       subscriptions_;  // replaced, never changed: the device's thread walks it unlocked
   std::unique_ptr<Playback> playback_;  // there while the device is open
+  // Have ended; their clients take the rest.
+  std::vector<std::unique_ptr<Playback>> endedPlaybacks_;
   bool isGone_ = false;
 };
 

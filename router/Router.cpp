@@ -3,18 +3,23 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <deque>
 #include <map>
 #include <mutex>
+#include <set>
 #include <thread>
+#include <utility>
 
 #include "platform/foundation/Format.h"
 #include "platform/foundation/NSDate.h"
 #include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/kit/KQIOObject.h"
-#include "router/AtomicFile.h"
+#include "platform/services/RootFiles.h"
+#include "router/Quotas.h"
 #include "router/RouterStatus.h"
 #include "router/Session.h"
 
@@ -29,7 +34,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using platform::stringWithFormat;
 
-constexpr std::size_t kMaxSessions = 256;
 constexpr std::chrono::seconds kFarewellLimit{5};
 constexpr std::chrono::seconds kLossInterval{1};
 constexpr std::string_view kStartSelector =
@@ -40,7 +44,13 @@ constexpr std::string_view kStartSelector =
 bool isAdmitted(const platform::SystemRoot& root, uid_t user) {
   if (root.isSystem() || user == 0) return true;
   struct stat status {};
-  return ::stat(root.path().c_str(), &status) == 0 && status.st_uid == user;
+  return ::fstat(root.directory(), &status) == 0 && status.st_uid == user;
+}
+
+/// The root, open: for as long as the router lives it is that directory.
+platform::SystemRoot opened(const platform::SystemRoot& root) {
+  if (root.directory() >= 0) return root;
+  return {platform::openOwnRoot(root), root.path()};
 }
 
 }  // namespace
@@ -77,12 +87,17 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
                            public SessionOwner,
                            public std::enable_shared_from_this<Core> {
  public:
-  Core(platform::SystemRoot root, std::shared_ptr<platform::NSXPCListener> listener,
+  Core(const platform::SystemRoot& root, std::shared_ptr<platform::NSXPCListener> listener,
        RouterOptions options)
-      : root_(std::move(root)), listener_(std::move(listener)), options_(std::move(options)) {
+      : root_(opened(root)),
+        listener_(std::move(listener)),
+        options_(std::move(options)),
+        backlog_(std::make_shared<Backlog>(options_.limits)),
+        turns_(options_.limits),
+        lines_(options_.limits) {
     if (options_.sources == nullptr) {
-      options_.sources =
-          std::make_shared<const std::vector<std::unique_ptr<DeviceSource>>>(deviceSources(root_));
+      options_.sources = std::make_shared<const std::vector<std::unique_ptr<DeviceSource>>>(
+          deviceSources(root_, options_.limits));
     }
   }
 
@@ -94,15 +109,28 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
       const std::shared_ptr<platform::NSXPCListener>& listener,
       const std::shared_ptr<platform::NSXPCConnection>& connection) override;
 
+  bool awaitTurn(uid_t user) override;
   std::shared_ptr<RoutedDevice> deviceWithID(std::uint64_t registryEntryID) override;
+  void noteRecordingEnded(pid_t process, std::uint64_t registryEntryID) override;
+  bool takeRecordingEnded(pid_t process, std::uint64_t registryEntryID) override;
   void sessionChanged() override;
-  void log(std::string_view line) override { options_.log(line); }
+  void log(uid_t user, std::string_view line) override;
 
  private:
+  /// Who has heard a recording to its end and is to be told.
+  struct EndedRecording {
+    pid_t process = -1;
+    std::uint64_t device = 0;
+    Clock::time_point at;
+  };
+
   bool keep(const std::shared_ptr<Session>& session);
   void sessionEnded(const std::shared_ptr<Session>& session);
   [[nodiscard]] std::vector<std::shared_ptr<Session>> sessions() const;
   std::optional<DeviceDescription> describe(std::uint64_t registryEntryID);
+  std::vector<std::shared_ptr<RoutedDevice>> takeUnusedDevices();
+  std::size_t listSources(const std::function<void(DeviceDescription)>& take);
+  void logLeftOut();
 
   void keepHouse();
   bool waitForWork();
@@ -113,13 +141,19 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
   const platform::SystemRoot root_;
   const std::shared_ptr<platform::NSXPCListener> listener_;
   RouterOptions options_;
+  const std::shared_ptr<Backlog> backlog_;
+  TurnQuota turns_;
+  LineQuota lines_;
   StopSignal idle_;
+  StopSignal stopping_;
   std::atomic<std::uint64_t> nextNumber_{1};
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::map<std::uint64_t, std::shared_ptr<Session>> sessions_;  // by number, so by age
   std::map<std::uint64_t, std::shared_ptr<RoutedDevice>> devices_;
+  std::set<std::string> problems_;  // that have been logged
+  std::deque<EndedRecording> endedRecordings_;
   std::uint64_t lostByEnded_ = 0;  // by sessions that are over
   Clock::time_point emptySince_ = Clock::now();
   bool isClosed_ = false;  // no further connection
@@ -129,21 +163,15 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
   // Touched by the housekeeping thread only.
   std::map<std::uint64_t, std::uint64_t> reportedLosses_;  // by session number
   Clock::time_point lossesReportedAt_{};
+  RouterStatusFile statusFile_{root_};
   bool statusFailed_ = false;
   std::thread housekeeping_;
 };
 
 void Router::Core::resume() {
-  const auto devices = [this] {
-    std::vector<std::string> problems;
-    std::size_t count = 0;
-    for (const auto& source : *options_.sources) count += source->list(&problems).size();
-    for (const std::string& problem : problems) log("ignored: " + problem);
-    return count;
-  }();
-  log(stringWithFormat("router %s of %s, %zu devices", WLHID_ROUTER_VERSION, root_.path().string(),
-                       devices));
-  removeAbandonedWrites(routerStatusFile(root_));
+  const std::size_t devices = listSources([](const DeviceDescription&) {});
+  options_.log(stringWithFormat("router %s of %s, %zu devices", WLHID_ROUTER_VERSION,
+                                root_.path().string(), devices));
   {
     const std::lock_guard lock(mutex_);
     emptySince_ = Clock::now();
@@ -160,6 +188,7 @@ void Router::Core::stop() {
     isClosed_ = true;
     changed_.notify_all();
   }
+  stopping_.raise();
   listener_->invalidate();
   for (const auto& session : sessions()) session->sayFarewell();
   {
@@ -169,13 +198,14 @@ void Router::Core::stop() {
     if (!ended) {
       const std::size_t left = sessions_.size();
       lock.unlock();
-      log(stringWithFormat("%zu sessions did not end in time", left));
+      options_.log(stringWithFormat("%zu sessions did not end in time", left));
     }
   }
   if (!housekeeping_.joinable()) return;
   housekeeping_.join();
-  removeRouterStatus(root_, ::getpid());
-  log("router ends");
+  statusFile_.remove();
+  logLeftOut();
+  options_.log("router ends");
 }
 
 bool Router::Core::listener_shouldAcceptNewConnection(
@@ -183,11 +213,12 @@ bool Router::Core::listener_shouldAcceptNewConnection(
     const std::shared_ptr<platform::NSXPCConnection>& connection) {
   const uid_t user = connection->effectiveUserIdentifier();
   if (!isAdmitted(root_, user)) {
-    log(stringWithFormat("refused: process %d of user %u", connection->processIdentifier(), user));
+    log(user,
+        stringWithFormat("refused: process %d of user %u", connection->processIdentifier(), user));
     return false;
   }
   const auto session =
-      std::make_shared<Session>(nextNumber_.fetch_add(1), connection, weak_from_this());
+      std::make_shared<Session>(nextNumber_.fetch_add(1), connection, weak_from_this(), backlog_);
   connection->setExportedInterface(routerInterface());
   connection->setExportedObject<WLHIDEventRouterProtocol>(session);
   connection->setRemoteObjectInterface(routerClientInterface());
@@ -202,7 +233,7 @@ bool Router::Core::listener_shouldAcceptNewConnection(
   connection->setInvalidationHandler(ended);
   // Only now, for stop() may end from here on what is kept.
   if (!keep(session)) return false;
-  log(session->title() + " begins");
+  log(user, session->title() + " begins");
   connection->resume();
   return true;
 }
@@ -212,9 +243,16 @@ bool Router::Core::listener_shouldAcceptNewConnection(
 bool Router::Core::keep(const std::shared_ptr<Session>& session) {
   std::unique_lock lock(mutex_);
   if (isClosed_) return false;
-  if (sessions_.size() >= kMaxSessions) {
+  const RouterLimits& limits = options_.limits;
+  const auto ofUser = static_cast<std::size_t>(
+      std::count_if(sessions_.begin(), sessions_.end(),
+                    [&](const auto& each) { return each.second->user() == session->user(); }));
+  if (sessions_.size() >= limits.sessions || ofUser >= limits.sessionsOfUser) {
+    const bool isUsers = ofUser >= limits.sessionsOfUser;
     lock.unlock();
-    log(stringWithFormat("refused: more than %zu connections", kMaxSessions));
+    log(session->user(),
+        stringWithFormat("refused: user %u has more than %zu connections", session->user(),
+                         isUsers ? limits.sessionsOfUser : limits.sessions));
     return false;
   }
   sessions_.emplace(session->number(), session);
@@ -256,6 +294,7 @@ std::shared_ptr<RoutedDevice> Router::Core::deviceWithID(std::uint64_t registryE
   // Listed afresh: a device may have been added since the router began.
   const auto description = describe(registryEntryID);
   if (!description) return nullptr;
+  const auto unused = takeUnusedDevices();
   auto device = std::make_shared<RoutedDevice>(
       *description,
       [sources = options_.sources, registryEntryID]() -> std::unique_ptr<OpenDevice> {
@@ -269,22 +308,93 @@ std::shared_ptr<RoutedDevice> Router::Core::deviceWithID(std::uint64_t registryE
   return devices_.emplace(registryEntryID, std::move(device)).first->second;
 }
 
+/// To be destroyed without the lock.
+std::vector<std::shared_ptr<RoutedDevice>> Router::Core::takeUnusedDevices() {
+  const std::lock_guard lock(mutex_);
+  std::vector<std::shared_ptr<RoutedDevice>> unused;
+  if (devices_.size() < options_.limits.devices) return unused;
+  for (auto device = devices_.begin(); device != devices_.end();) {
+    const bool isUnused = device->second.use_count() == 1;
+    if (isUnused) unused.push_back(std::move(device->second));
+    device = isUnused ? devices_.erase(device) : std::next(device);
+  }
+  return unused;
+}
+
 std::optional<DeviceDescription> Router::Core::describe(std::uint64_t registryEntryID) {
+  std::optional<DeviceDescription> found;
+  listSources([&](DeviceDescription device) {
+    if (device.registryEntryID == registryEntryID) found = std::move(device);
+  });
+  return found;
+}
+
+/// How many devices there are. Logs each problem when it comes up, not each time that it is met.
+std::size_t Router::Core::listSources(const std::function<void(DeviceDescription)>& take) {
   std::vector<std::string> problems;
+  std::size_t count = 0;
   for (const auto& source : *options_.sources) {
     for (DeviceDescription& device : source->list(&problems)) {
-      if (device.registryEntryID == registryEntryID) return std::move(device);
+      take(std::move(device));
+      ++count;
     }
   }
-  for (const std::string& problem : problems) log("ignored: " + problem);
-  return std::nullopt;
+  std::set<std::string> known(problems.begin(), problems.end());
+  {
+    const std::lock_guard lock(mutex_);
+    known.swap(problems_);
+  }
+  for (const std::string& problem : problems) {
+    if (!known.contains(problem)) options_.log("ignored: " + problem);
+  }
+  return count;
+}
+
+bool Router::Core::awaitTurn(uid_t user) {
+  const auto now = Clock::now();
+  const auto wait = turns_.reserve(user, now);
+  return wait && (*wait <= Clock::duration::zero() || !stopping_.waitUntil(now + *wait));
+}
+
+void Router::Core::noteRecordingEnded(pid_t process, std::uint64_t registryEntryID) {
+  const std::lock_guard lock(mutex_);
+  if (endedRecordings_.size() >= options_.limits.sessions) endedRecordings_.pop_front();
+  endedRecordings_.push_back({process, registryEntryID, Clock::now()});
+}
+
+bool Router::Core::takeRecordingEnded(pid_t process, std::uint64_t registryEntryID) {
+  const std::lock_guard lock(mutex_);
+  const auto known = Clock::now() - options_.limits.endIsRemembered;
+  std::erase_if(endedRecordings_, [&](const EndedRecording& each) { return each.at < known; });
+  const auto ended = std::find_if(
+      endedRecordings_.begin(), endedRecordings_.end(), [&](const EndedRecording& each) {
+        return each.process == process && each.device == registryEntryID;
+      });
+  if (ended == endedRecordings_.end()) return false;
+  endedRecordings_.erase(ended);
+  return true;
+}
+
+void Router::Core::log(uid_t user, std::string_view line) {
+  std::uint64_t leftOut = 0;
+  if (!lines_.admits(user, Clock::now(), &leftOut)) return;
+  if (leftOut > 0)
+    options_.log(stringWithFormat("%llu lines about user %u were left out", leftOut, user));
+  options_.log(line);
+}
+
+void Router::Core::logLeftOut() {
+  for (const auto& [user, lines] : lines_.takeLeftOut(Clock::now()))
+    options_.log(stringWithFormat("%llu lines about user %u were left out", lines, user));
 }
 
 /// The housekeeping thread: the status file, losses and idleness, so that no thread that serves a
 /// client waits for a disk.
 void Router::Core::keepHouse() {
   while (waitForWork()) {
+    for (const auto& session : sessions()) session->measureBacklog();
     reportLosses();
+    logLeftOut();
     noteIfIdle();
     writeStatus();
   }
@@ -312,7 +422,7 @@ void Router::Core::noteIfIdle() {
     if (!isIdle || isClosed_) return;
     isClosed_ = true;
   }
-  log("nobody is connected");
+  options_.log("nobody is connected");
   idle_.raise();
 }
 
@@ -330,8 +440,8 @@ void Router::Core::reportLosses() {
     const std::uint64_t lost = session->lost();
     losses[number] = lost;
     if (lost == reportedLosses_[number]) continue;
-    log(stringWithFormat("%s is too slow: %llu more reports lost, %llu in all", session->title(),
-                         lost - reportedLosses_[number], lost));
+    log(session->user(), stringWithFormat("%s is too slow: %llu more reports lost, %llu in all",
+                                          session->title(), lost - reportedLosses_[number], lost));
     lossesReportedAt_ = now;
     const std::lock_guard lock(mutex_);
     hasNews_ = true;
@@ -354,16 +464,16 @@ void Router::Core::writeStatus() {
     status.lost += lostInAll;
   }
   try {
-    writeRouterStatus(root_, status);
+    statusFile_.write(status);
     statusFailed_ = false;
   } catch (const std::exception& error) {
-    if (!std::exchange(statusFailed_, true)) log(std::string("status: ") + error.what());
+    if (!std::exchange(statusFailed_, true)) options_.log(std::string("status: ") + error.what());
   }
 }
 
-Router::Router(platform::SystemRoot root, std::shared_ptr<platform::NSXPCListener> listener,
+Router::Router(const platform::SystemRoot& root, std::shared_ptr<platform::NSXPCListener> listener,
                RouterOptions options)
-    : core_(std::make_shared<Core>(std::move(root), std::move(listener), std::move(options))) {}
+    : core_(std::make_shared<Core>(root, std::move(listener), std::move(options))) {}
 
 Router::~Router() {
   core_->stop();

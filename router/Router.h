@@ -3,7 +3,8 @@
 //
 // Threading: any thread.
 // Ownership: holds the listener and, until their connections end, the sessions.
-// Errors: the constructor throws std::system_error. What goes wrong later is answered to the client
+// Errors: the constructor throws std::system_error and ServiceError. What goes wrong later is
+// answered to the client
 //   or logged.
 // Order: stop() ends every session behind what was sent to it.
 #pragma once
@@ -15,6 +16,7 @@
 #include "platform/services/SystemRoot.h"
 #include "platform/xpc/NSXPCListener.h"
 #include "router/Devices.h"
+#include "router/RouterLimits.h"
 #include "router/RouterLog.h"
 
 namespace router {
@@ -23,13 +25,15 @@ struct RouterOptions {
   RouterLog log = logToStandardError;
   /// How long nobody must have been connected until the router is idle.
   std::chrono::milliseconds idleLimit{5000};
+  RouterLimits limits;
   /// Null: those of the root.
   std::shared_ptr<const std::vector<std::unique_ptr<DeviceSource>>> sources;
 };
 
 class Router {
  public:
-  Router(platform::SystemRoot root, std::shared_ptr<platform::NSXPCListener> listener,
+  /// The root is opened, unless it is open already, and must be this user's own.
+  Router(const platform::SystemRoot& root, std::shared_ptr<platform::NSXPCListener> listener,
          RouterOptions options = {});
   Router(const Router&) = delete;
   Router& operator=(const Router&) = delete;

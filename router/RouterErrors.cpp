@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "platform/foundation/PrintableText.h"
 #include "platform/kit/KQIOObject.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
 
@@ -17,9 +18,8 @@ using platform::str;
 std::shared_ptr<NSError> errorWithEntries(IOReturn code, std::string_view description,
                                           std::vector<NSDictionary::Entry> entries) {
   // A description may hold a path or name that came from outside.
-  const auto text = NSString::stringWithUTF8(description);
   entries.emplace_back(str(platform::NSLocalizedDescriptionKey),
-                       text ? text : str("the device cannot be opened"));
+                       str(platform::printableLine(description)));
   return NSError::errorWithDomain_code_userInfo(
       str(HIDEventRouterDomain), static_cast<std::int64_t>(code),
       NSDictionary::dictionaryWithEntries(std::move(entries)));

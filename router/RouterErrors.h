@@ -20,7 +20,9 @@ enum class IOReturn : std::int64_t {
   BadArgument = -536870206,      ///< 0xE00002C2
   ExclusiveAccess = -536870203,  ///< 0xE00002C5
   IOError = -536870198,          ///< 0xE00002CA
+  Busy = -536870187,             ///< 0xE00002D5: too many requests
   NotPermitted = -536870174,     ///< 0xE00002E2
+  Underrun = -536870169,         ///< 0xE00002E7: a recording has been played to its end
 };
 
 inline constexpr std::string_view WLHIDDeviceKey = "WLHIDDevice";

@@ -5,15 +5,13 @@
 #include <cerrno>
 #include <string>
 
+#include "platform/foundation/PrintableText.h"
+
 namespace router {
 
 void logToStandardError(std::string_view line) {
-  std::string text(line);
-  // Names of devices and files come from outside; a line stays one line.
-  for (char& c : text) {
-    if (static_cast<unsigned char>(c) < ' ' || c == 0x7f) c = '?';
-  }
-  text += '\n';
+  // Names of devices and files come from outside.
+  const std::string text = platform::printableLine(line) + '\n';
   std::string_view rest = text;
   while (!rest.empty()) {
     const ssize_t count = ::write(STDERR_FILENO, rest.data(), rest.size());

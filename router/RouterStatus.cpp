@@ -1,14 +1,20 @@
 #include "router/RouterStatus.h"
 
-#include <signal.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <limits>
+#include <utility>
 
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/foundation/PrintableText.h"
+#include "platform/services/RootFiles.h"
+#include "platform/services/ServiceError.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "router/AtomicFile.h"
 
@@ -16,6 +22,7 @@ namespace router {
 
 namespace {
 
+using platform::FileDescriptor;
 using platform::NSArray;
 using platform::NSDictionary;
 using platform::NSNumber;
@@ -30,18 +37,13 @@ NSDictionary::Entry number(std::string_view key, std::uint64_t value) {
   return {str(key), NSNumber::numberWithUnsignedLongLong(value)};
 }
 
-std::shared_ptr<NSString> printable(const std::string& text) {
-  auto string = NSString::stringWithUTF8(text);
-  return string != nullptr ? string : str("?");
-}
-
 std::shared_ptr<NSObject> objectOf(const SessionStatus& session) {
   std::vector<NSDictionary::Entry> entries{
       number("PID", static_cast<std::uint64_t>(session.pid)), number("UID", session.uid),
       number("Delivered", session.delivered), number("Lost", session.lost)};
   if (session.device) {
     entries.push_back(number("Device", *session.device));
-    entries.emplace_back(str("DeviceName"), printable(session.deviceName));
+    entries.emplace_back(str("DeviceName"), str(platform::printableLine(session.deviceName)));
     entries.emplace_back(str("Exclusive"), NSNumber::numberWithBool(session.exclusive));
   }
   return NSDictionary::dictionaryWithEntries(std::move(entries));
@@ -52,7 +54,7 @@ std::shared_ptr<NSObject> objectOf(const RouterStatus& status) {
   for (const SessionStatus& session : status.sessions) sessions.push_back(objectOf(session));
   return NSDictionary::dictionaryWithEntries(
       {number("PID", static_cast<std::uint64_t>(status.pid)),
-       {str("Version"), printable(status.version)},
+       {str("Version"), str(platform::printableLine(status.version))},
        number("Lost", status.lost),
        {str("Sessions"), NSArray::arrayWithObjects(std::move(sessions))}});
 }
@@ -88,26 +90,57 @@ SessionStatus sessionIn(const NSDictionary& dictionary) {
   return session;
 }
 
-}  // namespace
+constexpr std::string_view kRunDirectory = "var/run";
+constexpr std::size_t kMaxStatusBytes = std::size_t{64} << 20;
 
-std::filesystem::path routerStatusFile(const platform::SystemRoot& root) {
-  return root.path() / "var/run" / (std::string(WLHIDEventRouterLabel) + ".status.plist");
+std::string fileName() {
+  return std::string(WLHIDEventRouterLabel) + ".status.plist";
 }
 
-std::optional<RouterStatus> readRouterStatus(const platform::SystemRoot& root) {
-  const auto path = NSString::stringWithUTF8(routerStatusFile(root).string());
-  const auto data = platform::NSData::dataWithContentsOfFile(path);
-  if (data == nullptr) return std::nullopt;
-  const auto list = objectCast<NSDictionary>(
-      NSPropertyListSerialization::propertyListWithData_options_format_error(data, 0, nullptr,
-                                                                             nullptr));
-  if (list == nullptr) return std::nullopt;
+FileDescriptor runDirectory(const platform::SystemRoot& root, bool create) {
+  const auto directory = platform::openRoot(root);
+  return directory ? platform::openDirectoryBelow(directory.get(), kRunDirectory, create)
+                   : FileDescriptor();
+}
+
+FileDescriptor openFile(int directory) {
+  return FileDescriptor(
+      ::openat(directory, fileName().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+}
+
+/// Whether the open file is the one that has the name.
+bool isInPlace(int file, int directory) {
+  struct stat own {};
+  struct stat named {};
+  return ::fstat(file, &own) == 0 &&
+         ::fstatat(directory, fileName().c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+         own.st_dev == named.st_dev && own.st_ino == named.st_ino;
+}
+
+struct SettledFile {
+  FileDescriptor file;
+  bool isHeld = false;
+};
+
+/// One that is neither held nor in place has been replaced since it was opened, by a router that
+/// lives; then the next is looked at, unless somebody replaces them without end.
+SettledFile openSettledFile(int directory) {
+  constexpr int kMostTries = 100;
+  SettledFile settled;
+  for (int i = 0; i < kMostTries; ++i) {
+    settled.file = openFile(directory);
+    settled.isHeld = settled.file && isHeld(settled.file.get());
+    if (!settled.file || settled.isHeld || isInPlace(settled.file.get(), directory)) break;
+  }
+  return settled;
+}
+
+RouterStatus statusIn(const NSDictionary& list) {
   RouterStatus status;
-  status.pid = processIn(*list);
-  if (status.pid <= 0) return std::nullopt;
-  status.version = textIn(*list, "Version");
-  status.lost = numberIn(*list, "Lost").value_or(0);
-  if (const auto sessions = objectCast<NSArray>(list->objectForKey("Sessions"))) {
+  status.pid = processIn(list);
+  status.version = textIn(list, "Version");
+  status.lost = numberIn(list, "Lost").value_or(0);
+  if (const auto sessions = objectCast<NSArray>(list.objectForKey("Sessions"))) {
     sessions->enumerateObjects([&](const std::shared_ptr<NSObject>& member) {
       if (const auto session = objectCast<NSDictionary>(member))
         status.sessions.push_back(sessionIn(*session));
@@ -116,21 +149,57 @@ std::optional<RouterStatus> readRouterStatus(const platform::SystemRoot& root) {
   return status;
 }
 
-bool isRunning(const RouterStatus& status) {
-  return status.pid > 0 && (::kill(status.pid, 0) == 0 || errno == EPERM);
+std::optional<RouterStatus> read(const SettledFile& settled) {
+  const auto bytes = platform::readDescriptor(settled.file.get(), fileName(), kMaxStatusBytes);
+  const auto list = objectCast<NSDictionary>(
+      NSPropertyListSerialization::propertyListWithData_options_format_error(
+          platform::NSData::dataWithBytes(bytes), 0, nullptr, nullptr));
+  if (list == nullptr) return std::nullopt;
+  RouterStatus status = statusIn(*list);
+  if (status.pid <= 0) return std::nullopt;
+  status.isRunning = settled.isHeld;
+  return status;
 }
 
-void writeRouterStatus(const platform::SystemRoot& root, const RouterStatus& status) {
+}  // namespace
+
+std::filesystem::path routerStatusFile(const platform::SystemRoot& root) {
+  return root.path() / kRunDirectory / fileName();
+}
+
+std::optional<RouterStatus> readRouterStatus(const platform::SystemRoot& root) try {
+  const FileDescriptor directory = runDirectory(root, false);
+  if (!directory) return std::nullopt;
+  const SettledFile settled = openSettledFile(directory.get());
+  return settled.file ? read(settled) : std::nullopt;
+} catch (const platform::ServiceError&) {
+  return std::nullopt;
+}
+
+RouterStatusFile::RouterStatusFile(platform::SystemRoot root) : root_(std::move(root)) {
+  try {
+    if (const FileDescriptor directory = runDirectory(root_, false))
+      removeAbandonedWrites(directory.get(), fileName());
+  } catch (const platform::ServiceError&) {
+    return;  // write() will say why
+  }
+}
+
+void RouterStatusFile::write(const RouterStatus& status) {
   const auto data = NSPropertyListSerialization::dataWithPropertyList_format_error(
       objectOf(status), NSPropertyListFormat::XML, nullptr);
-  writeFileAtomically(routerStatusFile(root), data->span());
+  const FileDescriptor directory = runDirectory(root_, true);
+  if (!directory) throw platform::fileSystemError("cannot write " + fileName(), ENOENT);
+  file_ = writeHeldFile(directory.get(), fileName(), data->span());
 }
 
-void removeRouterStatus(const platform::SystemRoot& root, pid_t pid) {
-  const auto status = readRouterStatus(root);
-  if (!status || status->pid != pid) return;
-  std::error_code ignored;
-  std::filesystem::remove(routerStatusFile(root), ignored);
+void RouterStatusFile::remove() try {
+  const FileDescriptor directory = runDirectory(root_, false);
+  if (directory && file_ && isInPlace(file_.get(), directory.get()))
+    ::unlinkat(directory.get(), fileName().c_str(), 0);
+  file_.reset();
+} catch (const platform::ServiceError&) {
+  file_.reset();  // the root has gone, and the file with it
 }
 
 }  // namespace router

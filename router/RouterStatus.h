@@ -15,9 +15,13 @@
 //
 // It is rewritten when a session comes, goes or changes, and at most once a second while losses
 // grow; the counts are those of that moment. The router removes it when it ends; one that was
-// killed leaves it behind, which isRunning tells.
+// killed leaves it behind. So that nobody takes that for a router's word, the router holds a write
+// lock of the open file description (F_OFD_SETLK, the whole file) on each file that it puts there:
+// the kernel lets go of it with the process, and a process number that somebody else has by now
+// means nothing.
 //
-// Threading: any thread. Ownership: values. Order: sessions by age.
+// Threading: any thread; a RouterStatusFile one at a time. Ownership: values; a RouterStatusFile
+// holds its file. Order: sessions by age.
 // Errors: see each function.
 #pragma once
 
@@ -49,17 +53,30 @@ struct RouterStatus {
   std::string version;
   std::uint64_t lost = 0;
   std::vector<SessionStatus> sessions;
+  bool isRunning = false;  ///< when it was read: whether the router that wrote it lives
   friend bool operator==(const RouterStatus&, const RouterStatus&) = default;
 };
 
+/// For people; it is reached through the root's directory.
 [[nodiscard]] std::filesystem::path routerStatusFile(const platform::SystemRoot& root);
-/// Nothing where there is no such file, or one that is none of a router's.
+/// Nothing where there is no such file, or one that is none of a router's, or no root to be
+/// trusted.
 [[nodiscard]] std::optional<RouterStatus> readRouterStatus(const platform::SystemRoot& root);
-/// Whether the process that wrote the status still lives.
-[[nodiscard]] bool isRunning(const RouterStatus& status);
-/// Throws std::system_error.
-void writeRouterStatus(const platform::SystemRoot& root, const RouterStatus& status);
-/// Removes the file if it is that process's.
-void removeRouterStatus(const platform::SystemRoot& root, pid_t pid);
+
+/// The file as its router keeps it.
+class RouterStatusFile {
+ public:
+  /// Clears away what writers that were killed have left.
+  explicit RouterStatusFile(platform::SystemRoot root);
+
+  /// Throws std::system_error or ServiceError.
+  void write(const RouterStatus& status);
+  /// Removes it, unless another router's has taken its place.
+  void remove();
+
+ private:
+  platform::SystemRoot root_;
+  platform::FileDescriptor file_;  // the latest, held
+};
 
 }  // namespace router

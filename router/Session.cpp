@@ -15,8 +15,10 @@ using platform::stringWithFormat;
 /// session's business.
 class ClientSink final : public ReportSink {
  public:
-  explicit ClientSink(const std::shared_ptr<platform::NSXPCConnection>& connection)
+  ClientSink(const std::shared_ptr<platform::NSXPCConnection>& connection,
+             std::function<void()> recordingEnded)
       : connection_(connection),
+        recordingEnded_(std::move(recordingEnded)),
         // What fails to be sent fails because the connection ends, which the session learns anyway.
         client_(connection->remoteObjectProxyWithErrorHandler<WLHIDEventRouterClientProtocol>(
             [](const std::shared_ptr<platform::NSError>&) {})) {}
@@ -38,28 +40,39 @@ class ClientSink final : public ReportSink {
     const auto connection = connection_.lock();
     return connection == nullptr || connection->waitUntilUnsentBelow(bytes, limit);
   }
+  void noteRecordingEnded() override { recordingEnded_(); }
   void sayFarewell() override {
     if (const auto connection = connection_.lock()) connection->invalidate();
   }
 
  private:
   const std::weak_ptr<platform::NSXPCConnection> connection_;
+  const std::function<void()> recordingEnded_;
   const std::shared_ptr<WLHIDEventRouterClientProtocol> client_;
 };
 
 }  // namespace
 
 Session::Session(std::uint64_t number, std::shared_ptr<platform::NSXPCConnection> connection,
-                 std::weak_ptr<SessionOwner> owner)
+                 std::weak_ptr<SessionOwner> owner, const std::shared_ptr<Backlog>& backlog)
     : number_(number),
       connection_(std::move(connection)),
       pid_(connection_->processIdentifier()),
       uid_(connection_->effectiveUserIdentifier()),
       title_(stringWithFormat("session %llu (process %d, user %u)", number_, pid_, uid_)),
-      owner_(std::move(owner)) {}
+      owner_(std::move(owner)),
+      backlog_(backlog->share(uid_)),
+      lines_(backlog_->limits().logLinesOfSession) {}
 
-void Session::log(const std::string& text) const {
-  if (const auto owner = owner_.lock()) owner->log(title_ + ": " + text);
+void Session::log(const std::string& text) {
+  if (!lines_.admits(TokenBucket::Clock::now())) return;
+  if (const std::uint64_t leftOut = lines_.takeLeftOut())
+    logUnlimited(stringWithFormat("%llu lines about it were left out", leftOut));
+  logUnlimited(text);
+}
+
+void Session::logUnlimited(const std::string& text) const {
+  if (const auto owner = owner_.lock()) owner->log(uid_, title_ + ": " + text);
 }
 
 void Session::startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
@@ -87,26 +100,41 @@ void Session::startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictio
 std::shared_ptr<platform::NSError> Session::admit(
     std::uint64_t entryID, std::uint64_t deviceMode,
     const std::shared_ptr<platform::NSDictionary>& tagDictionary, Routing* returnRouting) {
+  const auto owner = owner_.lock();
+  if (owner == nullptr || !owner->awaitTurn(uid_)) {
+    return routerError(IOReturn::Busy,
+                       "too many start requests come from this user; ask again later", entryID);
+  }
   if (deviceMode > static_cast<std::uint64_t>(DeviceMode::Exclusive)) {
     return routerError(IOReturn::BadArgument,
                        stringWithFormat("there is no device mode %llu", deviceMode), entryID);
   }
   UsageFilter filter;
   try {
-    filter = UsageFilter(tagDictionary);
+    filter = UsageFilter(tagDictionary, backlog_->limits().usagesOfFilter);
   } catch (const std::invalid_argument& error) {
     return routerError(IOReturn::BadArgument, error.what(), entryID);
   }
-  const auto owner = owner_.lock();
-  const auto device = owner == nullptr ? nullptr : owner->deviceWithID(entryID);
+  const auto device = owner->deviceWithID(entryID);
   if (device == nullptr) {
     return routerError(IOReturn::NoDevice,
                        stringWithFormat("no device has the registry entry ID 0x%llx", entryID),
                        entryID);
   }
-  const auto subscription =
-      std::make_shared<Subscription>(std::make_shared<ClientSink>(connection_), std::move(filter),
-                                     static_cast<DeviceMode>(deviceMode));
+  // A client whose connection ends asks again by itself. It is told then that it has heard all, and
+  // hears it once more only when it asks once more.
+  if (owner->takeRecordingEnded(pid_, entryID)) {
+    return routerError(IOReturn::Underrun,
+                       stringWithFormat("the recording \"%s\" has been played to its end",
+                                        device->description().name),
+                       entryID);
+  }
+  const auto sink =
+      std::make_shared<ClientSink>(connection_, [owner = owner_, process = pid_, entryID] {
+        if (const auto router = owner.lock()) router->noteRecordingEnded(process, entryID);
+      });
+  const auto subscription = std::make_shared<Subscription>(
+      sink, std::move(filter), static_cast<DeviceMode>(deviceMode), backlog_);
   if (auto error = device->admit(subscription)) return error;
   *returnRouting = {device, subscription};
   return nullptr;
@@ -121,7 +149,9 @@ void Session::stopRoutingService() {
 
 void Session::end() {
   endRouting();
-  log("has ended");
+  if (const std::uint64_t leftOut = lines_.takeLeftOut())
+    logUnlimited(stringWithFormat("%llu lines about it were left out", leftOut));
+  logUnlimited("has ended");
 }
 
 Session::Routing Session::currentRouting() const {

@@ -19,6 +19,7 @@
 
 #include "platform/xpc/NSXPCConnection.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
+#include "router/Quotas.h"
 #include "router/RoutedDevice.h"
 #include "router/RouterStatus.h"
 
@@ -28,16 +29,23 @@ namespace router {
 class SessionOwner {
  public:
   virtual ~SessionOwner() = default;
+  /// Waits until it is that user's turn for a start request. False where there are too many.
+  virtual bool awaitTurn(uid_t user) = 0;
   /// Null when no source has such a device.
   virtual std::shared_ptr<RoutedDevice> deviceWithID(std::uint64_t registryEntryID) = 0;
+  /// A client of that process has heard the recording to its end.
+  virtual void noteRecordingEnded(pid_t process, std::uint64_t registryEntryID) = 0;
+  /// Whether one has, and has not been told so. It counts as told from then on.
+  virtual bool takeRecordingEnded(pid_t process, std::uint64_t registryEntryID) = 0;
   virtual void sessionChanged() = 0;
-  virtual void log(std::string_view line) = 0;
+  /// May leave out lines about a user of whom there are too many, and then says so.
+  virtual void log(uid_t user, std::string_view line) = 0;
 };
 
 class Session final : public WLHIDEventRouterProtocol {
  public:
   Session(std::uint64_t number, std::shared_ptr<platform::NSXPCConnection> connection,
-          std::weak_ptr<SessionOwner> owner);
+          std::weak_ptr<SessionOwner> owner, const std::shared_ptr<Backlog>& backlog);
 
   void startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
       std::uint64_t entryID, std::uint64_t deviceMode,
@@ -49,6 +57,8 @@ class Session final : public WLHIDEventRouterProtocol {
   void end();
   /// Ends the connection in good order.
   void sayFarewell() { connection_->invalidate(); }
+  /// Brings what the client has unsent up to date, also where nothing is sent to it any more.
+  void measureBacklog() { static_cast<void>(backlog_->admits(connection_->unsentBytes())); }
 
   /// What the session does now and, where asked for, what it lost in all: both from one reading of
   /// the counts, so that they agree while losses grow.
@@ -58,6 +68,7 @@ class Session final : public WLHIDEventRouterProtocol {
   [[nodiscard]] std::uint64_t number() const { return number_; }
   /// "session 3 (process 123, user 1000)"
   [[nodiscard]] const std::string& title() const { return title_; }
+  [[nodiscard]] uid_t user() const { return uid_; }
 
  private:
   struct Routing {
@@ -70,7 +81,9 @@ class Session final : public WLHIDEventRouterProtocol {
       const std::shared_ptr<platform::NSDictionary>& tagDictionary, Routing* returnRouting);
   [[nodiscard]] Routing currentRouting() const;
   void endRouting();
-  void log(const std::string& text) const;
+  /// Leaves out what is too much of one session, and says so when it ends or writes again.
+  void log(const std::string& text);
+  void logUnlimited(const std::string& text) const;
 
   const std::uint64_t number_;
   const std::shared_ptr<platform::NSXPCConnection> connection_;
@@ -79,6 +92,8 @@ class Session final : public WLHIDEventRouterProtocol {
   const uid_t uid_;
   const std::string title_;
   const std::weak_ptr<SessionOwner> owner_;
+  const std::shared_ptr<Backlog::Share> backlog_;
+  LineBudget lines_;          // on the connection's queue
   mutable std::mutex mutex_;  // of the two below, which are changed on the connection's queue only
   Routing routing_;
   std::uint64_t lostBefore_ = 0;

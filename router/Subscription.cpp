@@ -30,15 +30,20 @@ bool Subscription::isActive() const {
 void Subscription::deliver(ReportInTransit* report) {
   const std::lock_guard lock(sending_);
   if (!isActive_) return;
-  if (sink_->unsentBytes() > kLossLimit) {
+  if (!backlog_->admits(sink_->unsentBytes())) {
     lost_.fetch_add(1, std::memory_order_relaxed);
     return;
   }
-  delivered_.fetch_add(1, std::memory_order_relaxed);
   send(report);
 }
 
+void Subscription::deliverWithoutLoss(ReportInTransit* report) {
+  const std::lock_guard lock(sending_);
+  if (isActive_) send(report);
+}
+
 void Subscription::send(ReportInTransit* report) {
+  delivered_.fetch_add(1, std::memory_order_relaxed);
   if (filter_.wantsEverything()) {
     sink_->send(report->data(), report->reportID(), report->allValues());
     return;
@@ -49,10 +54,10 @@ void Subscription::send(ReportInTransit* report) {
   sink_->send(report->data(), report->reportID(), values);
 }
 
-bool Subscription::waitForReader(const StopSignal& stop, std::size_t bytes, bool patiently) {
-  constexpr std::chrono::milliseconds kGlance{
-      50};  // between looks at whether anybody still wants to wait
-  const auto stalled = std::chrono::steady_clock::now() + kStallLimit;
+bool Subscription::wait(const StopSignal& stop, std::size_t bytes, bool patiently) {
+  // Between looks at whether anybody still wants to wait.
+  constexpr std::chrono::milliseconds kGlance{50};
+  const auto stalled = std::chrono::steady_clock::now() + backlog_->limits().stall;
   while (!sink_->waitUntilUnsentBelow(bytes, kGlance)) {
     if (stop.isRaised() || !isActive()) return true;
     if (!patiently && std::chrono::steady_clock::now() >= stalled) return false;

@@ -17,6 +17,7 @@
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSData.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
+#include "router/Backlog.h"
 #include "router/StopSignal.h"
 #include "router/UsageFilter.h"
 
@@ -33,6 +34,9 @@ class ReportSink {
   [[nodiscard]] virtual std::size_t unsentBytes() const = 0;
   /// Waits for fewer than `bytes` to be unsent, at most for `limit`; whether they are.
   virtual bool waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit) = 0;
+  /// The recording that was sent has been played to its end: who asks for it again at once, as a
+  /// client does whose connection ends, is told so. Comes before the farewell.
+  virtual void noteRecordingEnded() {}
   /// Ends the connection behind what was sent. Never waits.
   virtual void sayFarewell() = 0;
 };
@@ -65,16 +69,12 @@ enum class DeviceMode : std::uint64_t {
 
 class Subscription {
  public:
-  /// A device that sends when it sends does not wait for a client with this much unsent: the report
-  /// is lost to it.
-  static constexpr std::size_t kLossLimit = std::size_t{4} << 20;
-  /// A device that waits for its readers keeps a client's backlog below this.
-  static constexpr std::size_t kWaitLimit = std::size_t{1} << 20;
-  /// How long a client may hold up others; then its connection ends.
-  static constexpr std::chrono::seconds kStallLimit{30};
-
-  Subscription(std::shared_ptr<ReportSink> sink, UsageFilter filter, DeviceMode mode)
-      : sink_(std::move(sink)), filter_(std::move(filter)), mode_(mode) {}
+  Subscription(std::shared_ptr<ReportSink> sink, UsageFilter filter, DeviceMode mode,
+               std::shared_ptr<Backlog::Share> backlog)
+      : sink_(std::move(sink)),
+        filter_(std::move(filter)),
+        mode_(mode),
+        backlog_(std::move(backlog)) {}
 
   [[nodiscard]] DeviceMode mode() const { return mode_; }
   [[nodiscard]] std::uint64_t delivered() const {
@@ -86,18 +86,27 @@ class Subscription {
   void end();
   [[nodiscard]] bool isActive() const;
 
+  /// The report is lost to a client that has too much unsent already.
   void deliver(ReportInTransit* report);
-  /// Waits until fewer than `bytes` are unsent, the client has left or `stop` is raised. False when
-  /// the client stalled for kStallLimit; with `patiently` that limit does not hold.
-  bool waitForReader(const StopSignal& stop, std::size_t bytes, bool patiently);
+  /// The report is for a client that was waited for.
+  void deliverWithoutLoss(ReportInTransit* report);
+  /// Wait until the client has room for further reports, or has taken all; until it has left or
+  /// `stop` is raised. False when it stalled; with `patiently` it may take any time.
+  bool waitForRoom(const StopSignal& stop, bool patiently) {
+    return wait(stop, backlog_->waitLimit(), patiently);
+  }
+  bool waitUntilTaken(const StopSignal& stop, bool patiently) { return wait(stop, 1, patiently); }
+  void noteRecordingEnded() { sink_->noteRecordingEnded(); }
   void sayFarewell() { sink_->sayFarewell(); }
 
  private:
+  bool wait(const StopSignal& stop, std::size_t bytes, bool patiently);
   void send(ReportInTransit* report);
 
   const std::shared_ptr<ReportSink> sink_;
   const UsageFilter filter_;
   const DeviceMode mode_;
+  const std::shared_ptr<Backlog::Share> backlog_;
   // Held while one report is handed to the sink, which never waits and never calls back, so that
   // end() can promise that nothing follows it.
   mutable std::mutex sending_;

@@ -50,8 +50,13 @@ std::uint32_t usageIn(const std::shared_ptr<NSObject>& key) {
 
 }  // namespace
 
-UsageFilter::UsageFilter(const std::shared_ptr<platform::NSDictionary>& tagDictionary) {
+UsageFilter::UsageFilter(const std::shared_ptr<platform::NSDictionary>& tagDictionary,
+                         std::size_t limit) {
   if (tagDictionary == nullptr) return;
+  if (tagDictionary->entries().size() > limit) {
+    throw std::invalid_argument("the tag dictionary names more than " + std::to_string(limit) +
+                                " usages");
+  }
   for (const auto& [key, tags] : tagDictionary->entries()) usages_.push_back(usageIn(key));
   std::sort(usages_.begin(), usages_.end());
 }

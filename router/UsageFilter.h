@@ -8,7 +8,7 @@
 // << 16` is named too, so a client that wants to see such a key come up names that as well.
 //
 // Threading: immutable. Ownership: a value. Order: values keep theirs.
-// Errors: std::invalid_argument, naming the key that is no usage.
+// Errors: std::invalid_argument, naming the key that is no usage, or the bound.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +18,7 @@
 
 #include "platform/foundation/NSDictionary.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
+#include "router/RouterLimits.h"
 
 namespace router {
 
@@ -25,7 +26,9 @@ class UsageFilter {
  public:
   /// Wants everything.
   UsageFilter() = default;
-  explicit UsageFilter(const std::shared_ptr<platform::NSDictionary>& tagDictionary);
+  /// Of at most `limit` usages.
+  explicit UsageFilter(const std::shared_ptr<platform::NSDictionary>& tagDictionary,
+                       std::size_t limit = RouterLimits().usagesOfFilter);
 
   [[nodiscard]] bool wantsEverything() const { return usages_.empty(); }
   [[nodiscard]] bool wants(const platform::HIDElementValueRecord& value) const;

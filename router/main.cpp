@@ -1,6 +1,12 @@
 // The router's program: serves the endpoint that the job daemon (or systemd) hands it, until it is
 // told to end or nobody has been connected for a while. Exit status 0 in both cases, 1 when it was
-// handed no endpoint.
+// handed no endpoint or no root.
+//
+//   com.quillmar.hideventrouter [--root DIR]
+//
+// Its root is the directory that it is handed beside the endpoint, under the name ".root"; --root
+// is for who starts it by hand, or by a service manager that hands over sockets only. But for that
+// hand-over (LISTEN_PID, LISTEN_FDS, LISTEN_FDNAMES) it takes nothing from the environment.
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
@@ -9,11 +15,17 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "platform/foundation/NSString.h"
+#include "platform/services/RootFiles.h"
+#include "platform/xpc/PassedDescriptors.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "router/Router.h"
 
@@ -46,7 +58,31 @@ void waitUntilConnectionsAreClosed() {
   for (int i = 0; i < kTries && platform::liveConnectionCount() > 0; ++i) ::poll(nullptr, 0, 10);
 }
 
-int serve() {
+/// What the kernel calls it, for people.
+std::filesystem::path pathOf(int directory) {
+  std::error_code unknown;
+  return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(directory), unknown);
+}
+
+platform::SystemRoot handedOverRoot(platform::FileDescriptor directory) {
+  const std::filesystem::path path = pathOf(directory.get());
+  platform::checkIsOwn(directory.get(), "the system root " + path.string());
+  return {std::move(directory), path};
+}
+
+platform::SystemRoot systemRoot(int argc, char** argv) {
+  const bool isNamed = argc == 3 && std::string_view(argv[1]) == "--root" && *argv[2] == '/';
+  if (argc > 1 && !isNamed)
+    throw std::runtime_error("its only option is --root, with an absolute path");
+  platform::FileDescriptor directory(
+      platform::xpc::takePassedDirectory(platform::rootDescriptorName));
+  if (directory) return handedOverRoot(std::move(directory));
+  if (!isNamed) throw std::runtime_error("no system root was handed over, and --root names none");
+  const platform::SystemRoot named(argv[2]);
+  return {platform::openOwnRoot(named), named.path()};
+}
+
+int serve(const platform::SystemRoot& root) {
   ::signal(SIGPIPE, SIG_IGN);  // a log that nobody reads any more must not end the router
   const int terminated = terminationDescriptor();
   const auto listener =
@@ -56,7 +92,7 @@ int serve() {
               << std::generic_category().message(errno) << "\n";
     return 1;
   }
-  router::Router router(platform::SystemRoot::current(), listener);
+  router::Router router(root, listener);
   router.resume();
   waitForEither(terminated, router.idleDescriptor());
   router.stop();
@@ -66,9 +102,9 @@ int serve() {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
   try {
-    return serve();
+    return serve(systemRoot(argc, argv));
   } catch (const std::exception& error) {
     std::cerr << "the router cannot run: " << error.what() << "\n";
     return 1;

@@ -66,6 +66,12 @@ class JsonLines final : public DeliveryLines {
     out += '\n';
   }
 
+  void appendEnd(std::string& out, const std::string& reason) override {
+    const nlohmann::ordered_json line = {{"ended", reason}};
+    out += line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    out += '\n';
+  }
+
   void appendReport(std::string& out, std::span<const std::uint8_t> bytes,
                     std::uint32_t reportID) override {
     out += R"({"report":{"id":)";
@@ -185,6 +191,11 @@ class TextLines final : public DeliveryLines {
     out += ' ';
     appendNumber(out, error.code());
     out += '\n';
+  }
+
+  void appendEnd(std::string& out, const std::string& reason) override {
+    appendHead(out, "ended");
+    out += oneLine(reason) + "\n";
   }
 
   void appendReport(std::string& out, std::span<const std::uint8_t> bytes,

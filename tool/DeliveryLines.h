@@ -23,6 +23,8 @@ class DeliveryLines {
   virtual void appendReport(std::string& out, std::span<const std::uint8_t> bytes,
                             std::uint32_t reportID) = 0;
   virtual void appendElementValues(std::string& out, const platform::NSArray& elementValues) = 0;
+  /// That nothing more comes, for a reason that is no failure.
+  virtual void appendEnd(std::string& out, const std::string& reason) = 0;
 };
 
 /// One JSON object a line:
@@ -30,6 +32,7 @@ class DeliveryLines {
 ///   {"report":{"id":1,"data":"01ff"}}
 ///   {"elements":[{"reportID":1,"usagePage":1,"usage":48,"cookie":3,"integerValue":-5,"bytes":"fb"}]}
 ///   {"error":{"domain":"…","code":-1,"description":"…"}}
+///   {"ended":"…"}
 [[nodiscard]] std::unique_ptr<DeliveryLines> jsonDeliveryLines();
 
 /// For people: seconds since `clock` first answered, what it is, and the values under their usages'

@@ -67,8 +67,7 @@ Check installedCopyCheck(const RouterVersions& versions) {
   const std::string name = "installed copy";
   if (!versions.installed) return notAsked(name, "there is no job");
   const RouterCopy& copy = *versions.installed;
-  if (copy.state != CopyState::Complete || copy.isOutsideRoot)
-    return replaceable(name, copy.problem, versions);
+  if (copy.state != CopyState::Complete) return replaceable(name, copy.problem, versions);
   return passed(name, "version " + copy.version + ", " + copy.path);
 }
 
@@ -105,9 +104,11 @@ Check routerCheck(const Inventory& inventory) {
                           " sessions, reports lost: " + std::to_string(running.lost));
 }
 
-bool endedBadly(const platform::JobStatus& job) {
-  return job.processIdentifier == 0 && !job.lastEnd.empty() &&
-         job.lastEnd != "exited with status 0";
+/// A router that has come up says so itself; one that is only just started may end as the last did.
+bool endedBadly(const platform::JobStatus& job,
+                const std::optional<router::RouterStatus>& running) {
+  const bool isUp = running && running->pid == job.processIdentifier;
+  return !isUp && !job.lastEnd.empty() && job.lastEnd != "exited with status 0";
 }
 
 Check badEndCheck(const platform::JobStatus& job) {
@@ -128,7 +129,8 @@ Check jobDaemonProblem(const JobDaemonState& daemon) {
 }
 
 /// The daemon, and jobs that ended badly.
-void addJobChecks(std::vector<Check>& checks, const JobDaemonState& daemon) {
+void addJobChecks(std::vector<Check>& checks, const Inventory& inventory) {
+  const JobDaemonState& daemon = inventory.jobDaemon;
   const std::string name = "job daemon";
   if (daemon.isForOthers) {
     checks.push_back(notAsked(name, "this user may not ask it"));
@@ -140,7 +142,7 @@ void addJobChecks(std::vector<Check>& checks, const JobDaemonState& daemon) {
     checks.push_back(
         passed(name, "process " + std::to_string(daemon.reply->daemonProcessIdentifier)));
     for (const auto& job : daemon.reply->jobs) {
-      if (endedBadly(job)) checks.push_back(badEndCheck(job));
+      if (endedBadly(job, inventory.router)) checks.push_back(badEndCheck(job));
     }
   }
 }
@@ -260,7 +262,7 @@ Diagnosis diagnose(const Inventory& inventory) {
   });
   if (presence.installed == explained) checks.push_back(presenceCheck(presence));
   checks.push_back(routerCheck(inventory));
-  addJobChecks(checks, inventory.jobDaemon);
+  addJobChecks(checks, inventory);
   addEndpointChecks(checks, inventory);
   addDeviceChecks(checks, inventory.devices);
   checks.push_back(logCheck(inventory.log));

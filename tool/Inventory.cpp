@@ -61,16 +61,15 @@ pid_t processAtControlEndpoint(const SystemRoot& root) try {
   return -1;
 }
 
-/// Clients connect to endpoints of root's and of the root's owner only.
-std::string endpointProblem(const Endpoint& endpoint, std::optional<uid_t> ownerOfRoot) {
+/// Clients connect to endpoints of root's and of their own user's only.
+std::string endpointProblem(const Endpoint& endpoint) {
   if (!S_ISSOCK(endpoint.mode)) return endpoint.path + ": not a socket";
-  if (endpoint.owner == 0 || (ownerOfRoot && endpoint.owner == *ownerOfRoot)) return {};
+  if (platform::isTrustedUser(endpoint.owner)) return {};
   return endpoint.path + ": belongs to user " + std::to_string(endpoint.owner) +
-         ", neither to root nor to the owner of the system root";
+         ", neither to root nor to this user";
 }
 
-Endpoint endpointOf(const SystemRoot& root, const std::string& service,
-                    std::optional<uid_t> ownerOfRoot) {
+Endpoint endpointOf(const SystemRoot& root, const std::string& service) {
   Endpoint endpoint;
   endpoint.service = service;
   if (!SystemRoot::isValidLabel(service)) {
@@ -87,16 +86,8 @@ Endpoint endpointOf(const SystemRoot& root, const std::string& service,
   endpoint.owner = status.st_uid;
   endpoint.mode = status.st_mode;
   endpoint.mayConnect = mayConnectTo(endpoint.path);
-  endpoint.problem = endpointProblem(endpoint, ownerOfRoot);
+  endpoint.problem = endpointProblem(endpoint);
   return endpoint;
-}
-
-std::optional<uid_t> ownerOrNobody(const SystemRoot& root) {
-  try {
-    return platform::ownerOfRoot(root);
-  } catch (const std::exception&) {
-    return std::nullopt;
-  }
 }
 
 /// The directory itself, or the nearest one above it that is there.
@@ -113,7 +104,7 @@ std::filesystem::path nearestExisting(std::filesystem::path directory) {
 
 std::optional<router::RouterStatus> runningRouter(const SystemRoot& root) {
   auto status = router::readRouterStatus(root);
-  if (status && !router::isRunning(*status)) status.reset();
+  if (status && !status->isRunning) status.reset();
   return status;
 }
 
@@ -138,10 +129,9 @@ JobDaemonState askJobDaemon(const SystemRoot& root) {
 
 std::vector<Endpoint> endpointsOf(const SystemRoot& root,
                                   const std::vector<std::string>& services) {
-  const auto owner = ownerOrNobody(root);
   std::vector<Endpoint> endpoints;
   endpoints.reserve(services.size());
-  for (const std::string& service : services) endpoints.push_back(endpointOf(root, service, owner));
+  for (const std::string& service : services) endpoints.push_back(endpointOf(root, service));
   return endpoints;
 }
 

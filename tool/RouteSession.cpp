@@ -4,7 +4,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
+#include "platform/foundation/NSDictionary.h"
+#include "router-client/WLHIDEventRouterProtocols.h"
+#include "router/RouterErrors.h"
 #include "tool/Command.h"
 #include "tool/Invocation.h"
 
@@ -18,10 +22,23 @@ int makeWakeDescriptor() {
   return descriptor;
 }
 
+/// Whether the router says that the client has heard a recording to its end.
+bool isEndOfRecording(const platform::NSError& error) {
+  return error.domain() && error.domain()->UTF8String() == HIDEventRouterDomain &&
+         error.code() == static_cast<std::int64_t>(router::IOReturn::Underrun);
+}
+
+std::string descriptionOf(const platform::NSError& error) {
+  const auto text = error.userInfo()
+                        ? error.userInfo()->objectForKey(platform::NSLocalizedDescriptionKey)
+                        : nullptr;
+  return text ? text->description() : "the recording has been played to its end";
+}
+
 }  // namespace
 
 RouteSession::RouteSession(std::unique_ptr<DeliveryLines> lines, int outputDescriptor,
-                           std::optional<LastDelivery> last)
+                           std::optional<std::uint64_t> last)
     : lines_(std::move(lines)),
       output_(outputDescriptor),
       last_(last),
@@ -37,18 +54,41 @@ void RouteSession::hidEventRouterClient_clientStatusChangedTo(
   if (status != WLHIDEventRouterClientStatusOpening) answered_ = true;
   std::string line;
   lines_->appendStatus(line, status);
-  print(client, line);
+  line = takeDueStatus(line, status);
+  if (!line.empty()) print(client, line);
   if (status == WLHIDEventRouterClientStatusRouterUnavailable) {
     end(client, {true, "the router is not installed any more (install it with: " +
                            commandLine({"install"}) + ")"});
   }
 }
 
+std::string RouteSession::takeDueStatus(const std::string& line,
+                                        WLHIDEventRouterClientStatus status) {
+  const std::lock_guard lock(mutex_);
+  heldBack_ += line;
+  const bool mayBeTheEnd =
+      status == WLHIDEventRouterClientStatusOpening || status == WLHIDEventRouterClientStatusFailed;
+  if (wasRouted_ && mayBeTheEnd) return {};
+  wasRouted_ = wasRouted_ || status == WLHIDEventRouterClientStatusRouting;
+  return std::exchange(heldBack_, {});
+}
+
+std::string RouteSession::takeHeldBack() {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(heldBack_, {});
+}
+
 void RouteSession::hidEventRouterClient_handleError(
     const std::shared_ptr<WLHIDEventRouterClient>& client,
     const std::shared_ptr<platform::NSError>& error) {
   if (ending_ || !error) return;
-  std::string line;
+  std::string line = takeHeldBack();
+  if (isEndOfRecording(*error)) {
+    line.clear();
+    lines_->appendEnd(line, descriptionOf(*error));
+    print(client, line);
+    return end(client, {});
+  }
   lines_->appendError(line, *error);
   print(client, line);
   end(client, {true, "the router refused: " + describeError(error)});
@@ -58,13 +98,12 @@ void RouteSession::hidEventRouterClient_receivedReportData_reportID(
     const std::shared_ptr<WLHIDEventRouterClient>& client,
     const std::shared_ptr<platform::NSData>& data, std::uint32_t reportID) {
   if (ending_ || !data) return;  // nothing keeps a router from sending nil
-  if (last_ && reports_ == last_->reports) return end(client, {});
+  if (last_ && reports_ == *last_) return end(client, {});
   std::string line;
   lines_->appendReport(line, data->span(), reportID);
   print(client, line);
   ++reports_;
-  if (!last_ || reports_ != last_->reports) return;
-  if (last_->valuesFollow == false) return end(client, {});
+  if (!last_ || reports_ != *last_) return;
   lastReportSeen_ = true;
   wake();
 }

@@ -22,15 +22,6 @@
 
 namespace tool {
 
-/// After which delivery it is over: that of report number `reports`, or of the element values which
-/// follow it.
-struct LastDelivery {
-  std::uint64_t reports = 0;
-  /// Whether element values follow that report. Nothing: not known; then they are waited for a
-  /// moment.
-  std::optional<bool> valuesFollow;
-};
-
 struct RouteEnd {
   bool failed = false;
   std::string message;  ///< why it failed
@@ -38,8 +29,10 @@ struct RouteEnd {
 
 class RouteSession final : public WLHIDEventRouterClientDelegate {
  public:
+  /// It is over with report number `last`, or with the element values that follow it, which the
+  /// caller waits for a moment.
   RouteSession(std::unique_ptr<DeliveryLines> lines, int outputDescriptor,
-               std::optional<LastDelivery> last);
+               std::optional<std::uint64_t> last);
   ~RouteSession() override;
 
   void hidEventRouterClient_clientStatusChangedTo(
@@ -72,11 +65,14 @@ class RouteSession final : public WLHIDEventRouterClientDelegate {
 
  private:
   void print(const std::shared_ptr<WLHIDEventRouterClient>& client, const std::string& line);
+  /// What is to be printed now: nothing, or what was held back and the line.
+  std::string takeDueStatus(const std::string& line, WLHIDEventRouterClientStatus status);
+  std::string takeHeldBack();
   void wake();
 
   const std::unique_ptr<DeliveryLines> lines_;
   Output output_;
-  const std::optional<LastDelivery> last_;
+  const std::optional<std::uint64_t> last_;
   const int wake_;
   std::atomic<std::uint64_t> reports_ = 0;
   std::atomic<bool> answered_ = false;
@@ -85,6 +81,10 @@ class RouteSession final : public WLHIDEventRouterClientDelegate {
   std::atomic<bool> stopped_ = false;
   mutable std::mutex mutex_;
   RouteEnd end_;
+  // Statuses since the connection of a device that was routed ended: printed once it is known that
+  // this was not the end of a recording.
+  std::string heldBack_;
+  bool wasRouted_ = false;
 };
 
 }  // namespace tool

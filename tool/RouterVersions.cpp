@@ -1,7 +1,6 @@
 #include "tool/RouterVersions.h"
 
 #include <algorithm>
-#include <filesystem>
 
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
@@ -9,8 +8,7 @@
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
-#include "platform/services/JobFile.h"
-#include "platform/services/RootFiles.h"
+#include "platform/services/InstalledJob.h"
 #include "platform/services/ServiceManagement.h"
 #include "platform/services/SystemRoot.h"
 #include "tool/Command.h"
@@ -78,29 +76,6 @@ std::string executableOf(const NSDictionary& job) {
   return path ? path->UTF8String() : std::string();
 }
 
-bool isBelow(const std::filesystem::path& path, const std::filesystem::path& directory) {
-  const auto [end, rest] = std::ranges::mismatch(directory, path);
-  static_cast<void>(rest);
-  return end == directory.end();
-}
-
-/// By the names as they are written, or by the places that they lead to.
-bool isOnRoot(const std::filesystem::path& path, const std::filesystem::path& root) {
-  std::error_code ignored;
-  return isBelow(path.lexically_normal(), root) ||
-         isBelow(std::filesystem::weakly_canonical(path, ignored),
-                 std::filesystem::weakly_canonical(root, ignored));
-}
-
-RouterCopy installedCopyAt(const std::string& path) {
-  RouterCopy copy = copyAt(path, "the job names no executable");
-  const auto root = SystemRoot::current().path();
-  if (path.empty() || isOnRoot(path, root)) return copy;
-  copy.isOutsideRoot = true;
-  copy.problem = "the job names " + path + ", which lies outside the system root " + root.string();
-  return copy;
-}
-
 /// The number in front of the first dot, which is taken off with it; nothing where it is none.
 std::optional<std::uint64_t> takeNumber(std::string_view& version) {
   const std::size_t dot = std::min(version.find('.'), version.size());
@@ -110,18 +85,9 @@ std::optional<std::uint64_t> takeNumber(std::string_view& version) {
 }
 
 std::string whyNoJob(const SystemRoot& root) {
-  const std::string file = root.jobFile(WLHIDEventRouterLabel).string();
-  const auto directory = platform::openRoot(root);
-  if (!directory) return "there is no system root " + root.path().string();
-  const auto jobs = platform::openDirectoryBelow(directory.get(), "Library/LaunchDaemons", false);
-  const auto bytes =
-      jobs ? platform::readFileIn(jobs.get(), std::string(WLHIDEventRouterLabel) + ".plist",
-                                  platform::maximumJobFileBytes)
-           : std::nullopt;
-  if (!bytes) return "there is no job file " + file;
-  std::string reason = "it cannot be read";
-  static_cast<void>(platform::jobDictionary(*bytes, WLHIDEventRouterLabel, &reason));
-  return file + ": " + reason;
+  std::string reason = "there is one now";
+  static_cast<void>(platform::installedJob(root, std::string(WLHIDEventRouterLabel), &reason));
+  return reason;
 }
 
 std::string jobProblem() {
@@ -151,7 +117,7 @@ RouterVersions readRouterVersions() {
     versions.jobProblem = jobProblem();
     return versions;
   }
-  versions.installed = installedCopyAt(executableOf(*job));
+  versions.installed = copyAt(executableOf(*job), "the job names no executable");
   versions.services = servicesOf(*job);
   return versions;
 }

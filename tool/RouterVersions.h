@@ -30,9 +30,6 @@ struct RouterCopy {
   CopyState state = CopyState::NoPath;
   std::string problem;                               ///< why it is not complete; empty when it is
   std::shared_ptr<platform::NSObject> versionValue;  ///< as it stands in the list, or null
-  /// Of an installed copy: the job names a file that does not lie on the system root, of which the
-  /// job daemon runs none. `problem` says so.
-  bool isOutsideRoot = false;
 };
 
 struct RouterVersions {

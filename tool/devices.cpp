@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "platform/foundation/PrintableText.h"
 #include "platform/services/SystemRoot.h"
 #include "router/Devices.h"
 #include "tool/Command.h"
@@ -37,29 +38,51 @@ std::string asJson(const std::vector<DeviceDescription>& devices) {
   return list.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
+/// A name as a column of a table takes it.
+std::string nameColumn(const DeviceDescription& device) {
+  constexpr std::size_t kWidest = 40;
+  return platform::printableLine(device.name, kWidest);
+}
+
+std::size_t characters(std::string_view text) {
+  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+    return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U;
+  }));
+}
+
 std::string padded(std::string text, std::size_t width) {
-  if (text.size() < width) text.append(width - text.size(), ' ');
+  const std::size_t length = characters(text);
+  if (length < width) text.append(width - length, ' ');
   return text;
 }
 
 std::string asTable(const std::vector<DeviceDescription>& devices) {
   std::size_t width = std::string_view("NAME").size();
   for (const DeviceDescription& device : devices)
-    width = std::max(width, oneLine(device.name).size());
+    width = std::max(width, characters(nameColumn(device)));
   std::string table = padded("REGISTRY ENTRY ID", 20) + padded("NAME", width + 2) +
                       padded("BUS:VENDOR:PRODUCT", 20) + "SOURCE\n";
   for (const DeviceDescription& device : devices) {
     table += padded(hexadecimal(device.registryEntryID), 20) +
-             padded(oneLine(device.name), width + 2) + padded(identity(device), 20) +
-             oneLine(device.source) + "\n";
+             padded(nameColumn(device), width + 2) + padded(identity(device), 20) +
+             platform::printableLine(device.source) + "\n";
   }
   return table;
+}
+
+/// What to type to be rid of the configuration that has the problem; empty where none has it.
+std::string removalOf(const std::string& problem) {
+  for (const auto& configured : router::configuredReplayDevices(SystemRoot::current())) {
+    if (configured.problem == problem)
+      return " (wlhid devices remove " + configured.configuration + " takes it away)";
+  }
+  return {};
 }
 
 int list(bool json) {
   std::vector<std::string> problems;
   const auto devices = router::listDevices(SystemRoot::current(), &problems);
-  for (const std::string& problem : problems) complain(problem);
+  for (const std::string& problem : problems) complain(problem + removalOf(problem));
   if (json) {
     print(asJson(devices));
   } else if (devices.empty()) {
@@ -82,6 +105,11 @@ int add(const AddOptions& options) {
   if (!speed)
     throw UsageFailure("--speed: " + options.speed +
                        " is neither a number from 0.001 to 1000 nor max");
+  if (options.recording == "-") {
+    throw UsageFailure(
+        "a device is played from its file, so standard input cannot become one; save it first "
+        "(wlhid route --recording - plays it at once)");
+  }
   router::ReplayDevice device;
   device.recording = std::filesystem::absolute(options.recording);
   device.speed = *speed;
@@ -92,9 +120,9 @@ int add(const AddOptions& options) {
 }
 
 int remove(const std::string& text) {
-  const std::uint64_t id = registryEntryIDOf(text);
-  if (!router::removeReplayDevice(SystemRoot::current(), id)) {
-    throw Failure("no recorded device has the ID " + hexadecimal(id));
+  const std::string configuration = configurationOf(text);
+  if (!router::removeReplayDevice(SystemRoot::current(), configuration)) {
+    throw Failure("the device \"" + text + "\" has been removed by somebody else");
   }
   return ExitDone;
 }
@@ -109,7 +137,8 @@ void addAddVerb(CLI::App& devices, Action& chosen) {
                    "1 (as recorded, the default), a factor, or max (as fast as it is taken)")
       ->type_name("SPEED");
   verb->add_flag("--repeat", options->repeat,
-                 "Begin again at the end; otherwise the device goes away then");
+                 "Begin again at the end; otherwise the session ends there, and the\nnext one "
+                 "hears the recording from its beginning");
   verb->add_option("--name", options->name, "Instead of the name in the recording")
       ->type_name("NAME");
   verb->footer("Example:\n  wlhid devices add recordings/qemu-usb-mouse.hid --speed 2 --repeat");
@@ -120,7 +149,9 @@ void addRemoveVerb(CLI::App& devices, Action& chosen) {
   auto device = std::make_shared<std::string>();
   CLI::App* verb = devices.add_subcommand("remove", "Takes a recorded device away");
   verb->add_option("DEVICE", *device,
-                   "A registry entry ID (decimal or 0x…), or a name that only one device has")
+                   std::string(kDeviceHelp) +
+                       ". Where no device comes\nof a configuration, its file's name without "
+                       ".plist does it")
       ->required();
   verb->footer("Example:\n  wlhid devices remove 0x1a2b3c4d5");
   verb->callback([device, &chosen] { chosen = [device] { return remove(*device); }; });

@@ -7,21 +7,22 @@
 #include <chrono>
 #include <cmath>
 #include <filesystem>
+#include <fstream>
 #include <set>
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "platform/foundation/NSNumber.h"
 #include "platform/services/Authorization.h"
 #include "platform/services/SystemRoot.h"
+#include "router/DeviceFiles.h"
 #include "router/Devices.h"
-#include "router/Recording.h"
+#include "router/RouterLimits.h"
 #include "tool/ClientLogWatch.h"
 #include "tool/Command.h"
 #include "tool/DeviceNames.h"
 #include "tool/Installation.h"
 #include "tool/Invocation.h"
 #include "tool/Numbers.h"
-#include "tool/RecordingEnd.h"
 #include "tool/RouteSession.h"
 #include "tool/RouteSummary.h"
 #include "tool/ScratchRoot.h"
@@ -38,6 +39,9 @@ using Clock = std::chrono::steady_clock;
 /// How long the element values of the last report may take to follow it, where it is not known
 /// whether there are any.
 constexpr std::chrono::milliseconds kValuesGrace{250};
+
+/// A usage as the router's tag dictionary names it: page << 16 | usage.
+using UsageCode = std::uint64_t;
 
 struct Options {
   std::string device;
@@ -178,8 +182,9 @@ std::string nameOfDevice(std::uint64_t registryEntryID) {
   return {};
 }
 
-int routeDevice(std::uint64_t registryEntryID, const Options& options,
-                std::optional<LastDelivery> last, StopSignals& signals) {
+int routeDevice(std::uint64_t registryEntryID, const Options& options, StopSignals& signals) {
+  std::optional<std::uint64_t> last;
+  if (options.count != 0) last = options.count;
   const auto session =
       std::make_shared<RouteSession>(deliveryLines(options.json), STDOUT_FILENO, last);
   auto client =
@@ -207,40 +212,61 @@ int routeDevice(std::uint64_t registryEntryID, const Options& options,
 }
 
 int routeInstalledDevice(const Options& options) {
-  std::optional<LastDelivery> last;
-  if (options.count != 0) last = LastDelivery{options.count, std::nullopt};
   StopSignals signals;
   if (!WLHIDEventRouterClient::isInstalled()) {
     throw Failure(
         "the router is not installed, or not in this command's version (install it with: " +
         commandLine({"install"}) + ")");
   }
-  return routeDevice(registryEntryIDOf(options.device), options, last, signals);
+  return routeDevice(registryEntryIDOf(options.device), options, signals);
 }
 
-LastDelivery earlier(LastDelivery last, std::uint64_t count) {
-  if (count == 0 || count >= last.reports) return last;
-  return {count, std::nullopt};
+/// Standard input as a file, for a recording is read again and again.
+std::filesystem::path keepStandardInput(const std::filesystem::path& directory) {
+  const std::filesystem::path path = directory / "standard-input.hid";
+  std::ofstream file(path, std::ios::binary);
+  std::array<char, 65536> buffer{};
+  std::size_t length = 0;
+  while (const std::size_t count = router::readFile(STDIN_FILENO, buffer)) {
+    length += count;
+    if (length > router::RouterLimits::kRecordingBytes) {
+      throw Failure("standard input: is larger than " +
+                    std::to_string(router::RouterLimits::kRecordingBytes) + " bytes");
+    }
+    file.write(buffer.data(), static_cast<std::streamsize>(count));
+  }
+  if (!file.flush()) throw Failure("cannot write " + path.string());
+  return path;
+}
+
+/// The same error, which calls the file what the person called it.
+[[noreturn]] void failAs(const std::string& name, const std::filesystem::path& path,
+                         const std::string& error) {
+  const std::string file = path.string();
+  throw Failure(error.starts_with(file) ? name + error.substr(file.size()) : error);
 }
 
 int routeRecording(const Options& options) {
-  const router::ReplaySpeed speed = parseSpeed(options.speed);
-  const auto file = std::filesystem::absolute(options.recording);
-  const LastDelivery last = earlier(
-      lastDeliveryOf(router::Recording::read(file), parseTags(options.tagTexts), options.recording),
-      options.count);
+  router::ReplayDevice device;
+  device.speed = parseSpeed(options.speed);
   StopSignals signals;
   const ScratchRoot scratch;
   const platform::SystemRoot root(scratch.path());
   platform::SystemRoot::setCurrent(root);
-  router::ReplayDevice device;
-  device.recording = file;
-  device.speed = speed;
-  const std::uint64_t id = router::addReplayDevice(root, device);
+  const bool isStandardInput = options.recording == "-";
+  device.recording = isStandardInput ? keepStandardInput(scratch.path())
+                                     : std::filesystem::absolute(options.recording);
+  std::uint64_t id = 0;
+  try {
+    id = router::addReplayDevice(root, device);
+  } catch (const router::DeviceError& error) {
+    if (!isStandardInput) throw;
+    failAs("standard input", device.recording, error.what());
+  }
   platform::setAuthorizationAgent(
       platform::fixedAuthorizationAgent(platform::errAuthorizationSuccess));
   installRouter(nullptr);
-  return routeDevice(id, options, last, signals);
+  return routeDevice(id, options, signals);
 }
 
 /// A number as it was typed. The parser's own conversion lets signs and overflow pass.
@@ -281,11 +307,10 @@ int route(Options options) {
 void addRouteVerb(CLI::App& app, Action& chosen) {
   auto options = std::make_shared<Options>();
   CLI::App* verb = app.add_subcommand("route", "Prints a device's input as it comes, until Ctrl-C");
-  verb->add_option("DEVICE", options->device,
-                   "A registry entry ID (decimal or 0x…), or a name that only one device has");
+  verb->add_option("DEVICE", options->device, kDeviceHelp);
   verb->add_option("--recording", options->recording,
-                   "Instead of a DEVICE: play this recording once, through a router\non a "
-                   "system root of this command's own")
+                   "Instead of a DEVICE: play this recording (- for standard input) once,\nthrough "
+                   "a router on a system root of this command's own")
       ->type_name("FILE");
   verb->add_option("--speed", options->speed,
                    "Of --recording: 1 (as recorded, the default), a factor,\nor max (as fast as it "
@@ -311,7 +336,8 @@ void addRouteVerb(CLI::App& app, Action& chosen) {
       "Examples:\n"
       "  wlhid route \"QEMU QEMU USB Mouse\" --count 10\n"
       "  wlhid route 0x1a2b3c4d5 --tag 1:0x30 --tag 1:0x31 --json\n"
-      "  wlhid route --recording recordings/qemu-usb-mouse.hid --speed max --json");
+      "  wlhid route --recording recordings/qemu-usb-mouse.hid --speed max --json\n"
+      "  gunzip -c recording.hid.gz | wlhid route --recording -");
   verb->callback([options, &chosen] { chosen = [options] { return route(*options); }; });
 }
 

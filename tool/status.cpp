@@ -1,5 +1,6 @@
 // wlhid status: is the router installed and current, does it run, what does it route, what was
 // lost.
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -56,10 +57,12 @@ std::string versionText(const RouterCopy& copy) {
 
 std::string installationText(const Status& status) {
   const auto& installed = status.versions.installed;
+  std::error_code unknown;
+  if (!installed && std::filesystem::exists(status.root.jobFile(WLHIDEventRouterLabel), unknown)) {
+    return "not installed, for the job cannot be kept (replace it with: " +
+           commandLine({"install"}) + "): " + status.versions.jobProblem;
+  }
   if (!installed) return "not installed (install it with: " + commandLine({"install"}) + ")";
-  if (installed->isOutsideRoot)
-    return "not usable: " + installed->problem +
-           " (put it right with: " + commandLine({"install"}) + ")";
   if (status.installed) return "installed, " + versionText(*installed);
   return "not current: installed is " + versionText(*installed) +
          " (replace it with: " + commandLine(installArguments(status.versions)) + ")";

@@ -82,20 +82,14 @@ void NSArray::enumerateObjects(
   }
 }
 
-bool NSArray::isEqual(const NSObject* other) const {
-  if (this == other) return true;
-  const auto* array = dynamic_cast<const NSArray*>(other);
-  if (array == nullptr || array->count() != count()) return false;
+std::strong_ordering NSArray::compareValue(const NSObject& other) const {
+  const auto& array = static_cast<const NSArray&>(other);
+  if (count() != array.count()) return count() <=> array.count();
   for (std::size_t i = 0; i < count(); ++i) {
-    if (!objectAtIndex(i)->isEqual(array->objectAtIndex(i))) return false;
+    const auto order = compare(objectAtIndex(i).get(), array.objectAtIndex(i).get());
+    if (order != 0) return order;
   }
-  return true;
-}
-
-std::size_t NSArray::hash() const {
-  std::size_t hash = count();
-  for (std::size_t i = 0; i < count(); ++i) hash = hash * 31 + objectAtIndex(i)->hash();
-  return hash;
+  return std::strong_ordering::equal;
 }
 
 std::string NSArray::description() const {

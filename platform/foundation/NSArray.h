@@ -40,10 +40,6 @@ class NSArray : public NSObject {
   void enumerateObjects(const std::function<void(const std::shared_ptr<NSObject>&)>& body) const;
 
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }
-  using NSObject::isEqual;
-  /// Same count and equal members at each index.
-  [[nodiscard]] bool isEqual(const NSObject* other) const override;
-  [[nodiscard]] std::size_t hash() const override;
   /// "(\n    1,\n    abc\n)"
   [[nodiscard]] std::string description() const override;
   [[nodiscard]] std::string descriptionWithIndent(std::size_t indent) const override;
@@ -51,6 +47,10 @@ class NSArray : public NSObject {
  protected:
   /// Counts changes; always 0 for an immutable array.
   [[nodiscard]] virtual std::size_t mutations() const { return 0; }
+
+  [[nodiscard]] const NSClass& valueClass() const override { return NSArray::classObject(); }
+  /// Arrays of any class are equal when they have the same count and equal members at each index.
+  [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
 };
 
 class NSMutableArray : public NSArray {

@@ -5,7 +5,6 @@
 
 #include "platform/foundation/FoundationProvider.h"
 #include "platform/foundation/NSString.h"
-#include "platform/foundation/Text.h"
 
 namespace platform {
 namespace {
@@ -54,15 +53,11 @@ std::shared_ptr<NSData> NSData::subdataWithRange(std::size_t location, std::size
   return dataWithBytes(span().subspan(location, length));
 }
 
-bool NSData::isEqual(const NSObject* other) const {
-  if (this == other) return true;
-  const auto* data = dynamic_cast<const NSData*>(other);
-  return data != nullptr && std::ranges::equal(span(), data->span());
-}
-
-std::size_t NSData::hash() const {
-  if (length_ == 0) return hashOfText({});
-  return hashOfText({reinterpret_cast<const char*>(bytes_), length_});
+std::strong_ordering NSData::compareValue(const NSObject& other) const {
+  const auto& data = static_cast<const NSData&>(other);
+  if (length_ != data.length_) return length_ <=> data.length_;
+  return length_ == 0 ? std::strong_ordering::equal
+                      : std::memcmp(bytes_, data.bytes_, length_) <=> 0;
 }
 
 std::string NSData::description() const {

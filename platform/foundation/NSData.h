@@ -56,9 +56,6 @@ class NSData final : public NSObject {
                                                          std::size_t length) const;
 
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }
-  using NSObject::isEqual;
-  [[nodiscard]] bool isEqual(const NSObject* other) const override;
-  [[nodiscard]] std::size_t hash() const override;
   /// "{length = 4, bytes = 0x01020304}"; more than 24 bytes are shortened to the first 16 and the
   /// last 8, in groups of four: "{length = 32, bytes = 0x00010203 04050607 08090a0b 0c0d0e0f ...
   /// 18191a1b 1c1d1e1f }".
@@ -73,6 +70,10 @@ class NSData final : public NSObject {
   /// The bytes behind the object in its own block; for dataWithLength.
   explicit NSData(const TrailingStorage& storage)
       : bytes_(reinterpret_cast<const std::uint8_t*>(storage.begin)), length_(storage.size) {}
+
+ protected:
+  /// The shorter before the longer.
+  [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
 
  private:
   const std::uint8_t* const bytes_;

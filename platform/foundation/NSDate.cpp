@@ -2,9 +2,9 @@
 
 #include <chrono>
 #include <cmath>
-#include <functional>
 
 #include "platform/foundation/Format.h"
+#include "platform/foundation/NSNumber.h"
 
 namespace platform {
 namespace {
@@ -23,14 +23,8 @@ std::shared_ptr<NSDate> NSDate::dateWithTimeIntervalSinceReferenceDate(double se
   return std::make_shared<NSDate>(seconds);
 }
 
-bool NSDate::isEqual(const NSObject* other) const {
-  if (this == other) return true;
-  const auto* date = dynamic_cast<const NSDate*>(other);
-  return date != nullptr && date->seconds_ == seconds_;
-}
-
-std::size_t NSDate::hash() const {
-  return std::hash<double>{}(seconds_);
+std::strong_ordering NSDate::compareValue(const NSObject& other) const {
+  return orderOfNumbers(seconds_, static_cast<const NSDate&>(other).seconds_);
 }
 
 std::string NSDate::description() const {

@@ -16,13 +16,14 @@ class NSDate final : public NSObject {
   [[nodiscard]] double timeIntervalSinceReferenceDate() const { return seconds_; }
 
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }
-  using NSObject::isEqual;
-  [[nodiscard]] bool isEqual(const NSObject* other) const override;
-  [[nodiscard]] std::size_t hash() const override;
   /// "2026-11-21 04:01:39 +0000"
   [[nodiscard]] std::string description() const override;
 
   explicit NSDate(double seconds) : seconds_(seconds) {}
+
+ protected:
+  /// Every NaN is the same.
+  [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
 
  private:
   const double seconds_;

@@ -1,42 +1,61 @@
 #include "platform/foundation/NSDictionary.h"
 
-#include <bit>
+#include <algorithm>
 #include <limits>
+#include <numeric>
 #include <stdexcept>
 
 #include "platform/foundation/NSString.h"
-#include "platform/foundation/Text.h"
 
 namespace platform {
 namespace {
 
 using Entries = std::vector<NSDictionary::Entry>;
-using Buckets = std::vector<std::uint32_t>;
+using Indices = std::vector<std::uint32_t>;
 
-/// The bucket where the search for a hash starts; hashes of small numbers differ in few bits only,
-/// hence the mixing.
-std::size_t firstBucket(std::size_t hash, std::size_t bucketCount) {
-  constexpr std::uint64_t kGoldenRatio = 0x9E3779B97F4A7C15;
-  return static_cast<std::size_t>((hash * kGoldenRatio) >> 32) & (bucketCount - 1);
+void checkEntries(const Entries& entries) {
+  if (entries.size() > std::numeric_limits<std::uint32_t>::max())
+    throw std::length_error("too many entries for a dictionary");
+  for (const auto& [key, value] : entries)
+    if (!key || !value) throw std::invalid_argument("a dictionary cannot hold null");
 }
 
-/// The bucket that holds the entry for which `matches` is true, or the free one where it would go.
-template <class Matches>
-std::size_t findBucket(const Entries& entries, const Buckets& buckets, std::size_t hash,
-                       const Matches& matches) {
-  std::size_t bucket = firstBucket(hash, buckets.size());
-  while (buckets[bucket] != 0 && !matches(*entries[buckets[bucket] - 1].first)) {
-    bucket = (bucket + 1) & (buckets.size() - 1);
+/// Equal keys stay in order of insertion.
+Indices indicesByKey(const Entries& entries) {
+  Indices indices(entries.size());
+  std::iota(indices.begin(), indices.end(), 0U);
+  std::stable_sort(indices.begin(), indices.end(), [&](std::uint32_t a, std::uint32_t b) {
+    return NSObject::compare(entries[a].first.get(), entries[b].first.get()) < 0;
+  });
+  return indices;
+}
+
+/// Leaves the first of equal keys in `byKey`, with the value of the last; the other entries lose
+/// their keys.
+void mergeEqualKeys(Entries& entries, Indices& byKey) {
+  std::size_t kept = 0;
+  for (const std::uint32_t each : byKey) {
+    if (kept > 0 && entries[byKey[kept - 1]].first->isEqual(entries[each].first)) {
+      entries[byKey[kept - 1]].second = std::move(entries[each].second);
+      entries[each].first = nullptr;
+    } else {
+      byKey[kept++] = each;
+    }
   }
-  return bucket;
+  byKey.resize(kept);
 }
 
-template <class Matches>
-std::shared_ptr<NSObject> find(const Entries& entries, const Buckets& buckets, std::size_t hash,
-                               const Matches& matches) {
-  if (entries.empty()) return nullptr;
-  const std::uint32_t entry = buckets[findBucket(entries, buckets, hash, matches)];
-  return entry == 0 ? nullptr : entries[entry - 1].second;
+/// Closes the gaps that mergeEqualKeys left.
+void dropMergedEntries(Entries& entries, Indices& byKey) {
+  Indices places(entries.size());
+  std::uint32_t next = 0;
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    if (!entries[i].first) continue;
+    if (i != next) entries[next] = std::move(entries[i]);
+    places[i] = next++;
+  }
+  entries.resize(next);
+  for (std::uint32_t& each : byKey) each = places[each];
 }
 
 }  // namespace
@@ -50,56 +69,38 @@ std::shared_ptr<NSDictionary> NSDictionary::dictionary() {
   return dictionaryWithEntries({});
 }
 
-std::shared_ptr<NSDictionary> NSDictionary::dictionaryWithEntries(Entries given) {
-  if (given.size() > std::numeric_limits<std::uint32_t>::max() / 4) {
-    throw std::length_error("too many entries for a dictionary");
-  }
-  Entries entries;
-  entries.reserve(given.size());
-  Buckets buckets(given.empty() ? 0 : std::bit_ceil(given.size() * 2));
-  for (Entry& entry : given) {
-    if (!entry.first || !entry.second) {
-      throw std::invalid_argument("a dictionary cannot hold null");
-    }
-    const auto equal = [&](const NSObject& key) { return entry.first->isEqual(&key); };
-    std::uint32_t& bucket = buckets[findBucket(entries, buckets, entry.first->hash(), equal)];
-    if (bucket != 0) {
-      entries[bucket - 1].second = std::move(entry.second);
-    } else {
-      entries.push_back(std::move(entry));
-      bucket = static_cast<std::uint32_t>(entries.size());
-    }
-  }
-  return std::make_shared<NSDictionary>(std::move(entries), std::move(buckets));
+std::shared_ptr<NSDictionary> NSDictionary::dictionaryWithEntries(Entries entries) {
+  checkEntries(entries);
+  Indices byKey = indicesByKey(entries);
+  mergeEqualKeys(entries, byKey);
+  if (byKey.size() < entries.size()) dropMergedEntries(entries, byKey);
+  return std::make_shared<NSDictionary>(std::move(entries), std::move(byKey));
 }
 
 std::shared_ptr<NSObject> NSDictionary::objectForKey(const NSObject& key) const {
-  return find(entries_, buckets_, key.hash(),
-              [&](const NSObject& candidate) { return key.isEqual(&candidate); });
+  const auto found = std::lower_bound(byKey_.begin(), byKey_.end(), &key,
+                                      [&](std::uint32_t index, const NSObject* wanted) {
+                                        return compare(entries_[index].first.get(), wanted) < 0;
+                                      });
+  if (found == byKey_.end() || !key.isEqual(entries_[*found].first)) return nullptr;
+  return entries_[*found].second;
 }
 
 std::shared_ptr<NSObject> NSDictionary::objectForKey(std::string_view key) const {
-  return find(entries_, buckets_, hashOfText(key), [&](const NSObject& candidate) {
-    const auto* string = dynamic_cast<const NSString*>(&candidate);
-    return string != nullptr && string->UTF8String() == key;
-  });
+  return objectForKey(NSString(NSString::Validated{}, std::string(key)));
 }
 
-bool NSDictionary::isEqual(const NSObject* other) const {
-  if (this == other) return true;
-  const auto* dictionary = dynamic_cast<const NSDictionary*>(other);
-  if (dictionary == nullptr || dictionary->count() != count()) return false;
-  for (const auto& [key, value] : entries_) {
-    const auto theirs = dictionary->objectForKey(*key);
-    if (!theirs || !value->isEqual(theirs)) return false;
+std::strong_ordering NSDictionary::compareValue(const NSObject& other) const {
+  const auto& dictionary = static_cast<const NSDictionary&>(other);
+  if (count() != dictionary.count()) return count() <=> dictionary.count();
+  for (std::size_t i = 0; i < count(); ++i) {
+    const auto& [key, value] = inOrderOfKeys(i);
+    const auto& [theirKey, theirValue] = dictionary.inOrderOfKeys(i);
+    const auto keys = compare(key.get(), theirKey.get());
+    const auto order = keys != 0 ? keys : compare(value.get(), theirValue.get());
+    if (order != 0) return order;
   }
-  return true;
-}
-
-std::size_t NSDictionary::hash() const {
-  std::size_t sum = count();  // the order of entries does not matter to equality
-  for (const auto& [key, value] : entries_) sum += key->hash() * 31 + value->hash();
-  return sum;
+  return std::strong_ordering::equal;
 }
 
 std::string NSDictionary::description() const {

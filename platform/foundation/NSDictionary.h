@@ -1,7 +1,8 @@
 // Immutable maps from object to object.
 //
-// Threading, Ownership, Errors, Order: as in NSObject.h. Enumeration goes in order of insertion; of
-//   two equal keys the later value wins and keeps the earlier place.
+// Threading, Ownership, Errors: as in NSObject.h. A key must not change while it is one.
+// Order: enumeration goes in order of insertion; of two equal keys the later value wins and keeps
+//   the earlier place.
 #pragma once
 
 #include <cstdint>
@@ -24,26 +25,29 @@ class NSDictionary final : public NSObject {
 
   [[nodiscard]] std::size_t count() const { return entries_.size(); }
   [[nodiscard]] const std::vector<Entry>& entries() const { return entries_; }
-  /// The value of an equal key, or null. Constant time on average.
+  /// The value of an equal key, or null. Takes a number of comparisons that is logarithmic in
+  /// count(), whatever keys somebody chose.
   [[nodiscard]] std::shared_ptr<NSObject> objectForKey(const NSObject& key) const;
   [[nodiscard]] std::shared_ptr<NSObject> objectForKey(std::string_view key) const;
 
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }
-  using NSObject::isEqual;
-  [[nodiscard]] bool isEqual(const NSObject* other) const override;
-  [[nodiscard]] std::size_t hash() const override;
   /// "{\n    key = value;\n}"
   [[nodiscard]] std::string description() const override;
   [[nodiscard]] std::string descriptionWithIndent(std::size_t indent) const override;
 
   /// Use the factories: keys are unique and nothing is null.
-  NSDictionary(std::vector<Entry> entries, std::vector<std::uint32_t> buckets)
-      : entries_(std::move(entries)), buckets_(std::move(buckets)) {}
+  NSDictionary(std::vector<Entry> entries, std::vector<std::uint32_t> byKey)
+      : entries_(std::move(entries)), byKey_(std::move(byKey)) {}
+
+ protected:
+  /// Dictionaries are equal when they have the same count and equal values at equal keys.
+  [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
 
  private:
+  [[nodiscard]] const Entry& inOrderOfKeys(std::size_t i) const { return entries_[byKey_[i]]; }
+
   const std::vector<Entry> entries_;
-  const std::vector<std::uint32_t>
-      buckets_;  // open addressing: index into entries_ plus one, 0 where free
+  const std::vector<std::uint32_t> byKey_;  // the indices of entries_ in ascending order of keys
 };
 
 }  // namespace platform

@@ -1,6 +1,6 @@
 #include "platform/foundation/NSError.h"
 
-#include <functional>
+#include "platform/foundation/ErrorTexts.h"
 
 namespace platform {
 namespace {
@@ -8,11 +8,6 @@ namespace {
 /// No user info and an empty one say the same.
 const NSDictionary* contents(const std::shared_ptr<NSDictionary>& userInfo) {
   return userInfo && userInfo->count() > 0 ? userInfo.get() : nullptr;
-}
-
-template <class T>
-bool bothNullOrEqual(const T* a, const T* b) {
-  return a == b || (a != nullptr && a->isEqual(b));
 }
 
 }  // namespace
@@ -28,24 +23,32 @@ std::shared_ptr<NSError> NSError::errorWithDomain_code_userInfo(
   return std::make_shared<NSError>(domain, code, userInfo);
 }
 
-bool NSError::isEqual(const NSObject* other) const {
-  if (this == other) return true;
-  const auto* error = dynamic_cast<const NSError*>(other);
-  return error != nullptr && error->code_ == code_ &&
-         bothNullOrEqual(domain_.get(), error->domain_.get()) &&
-         bothNullOrEqual(contents(userInfo_), contents(error->userInfo_));
+std::strong_ordering NSError::compareValue(const NSObject& other) const {
+  const auto& error = static_cast<const NSError&>(other);
+  if (code_ != error.code_) return code_ <=> error.code_;
+  const auto domains = compare(domain_.get(), error.domain_.get());
+  return domains != 0 ? domains : compare(contents(userInfo_), contents(error.userInfo_));
 }
 
-std::size_t NSError::hash() const {
-  return (domain_ ? domain_->hash() : 0) ^ std::hash<std::int64_t>{}(code_);
+/// The user info's sentence or the known one; null where there is neither.
+std::shared_ptr<NSString> NSError::words() const {
+  const NSDictionary* info = contents(userInfo_);
+  auto own = info ? objectCast<NSString>(info->objectForKey(NSLocalizedDescriptionKey)) : nullptr;
+  if (own || !domain_) return own;
+  const auto known = textOfError(domain_->UTF8String(), code_);
+  return known ? NSString::stringWithUTF8(*known) : nullptr;
+}
+
+std::shared_ptr<NSString> NSError::localizedDescription() const {
+  if (auto known = words()) return known;
+  return str("The operation failed, and no more is known than its error: " +
+             descriptionOf(domain_) + " " + std::to_string(code_) + ".");
 }
 
 std::string NSError::description() const {
-  const NSDictionary* info = contents(userInfo_);
-  const auto reason =
-      info ? objectCast<NSString>(info->objectForKey(NSLocalizedDescriptionKey)) : nullptr;
   std::string text = "Error Domain=" + descriptionOf(domain_) + " Code=" + std::to_string(code_) +
-                     " \"" + descriptionOf(reason) + "\"";
+                     " \"" + descriptionOf(words()) + "\"";
+  const NSDictionary* info = contents(userInfo_);
   if (info == nullptr) return text;
   std::string_view separator = " UserInfo={";
   for (const auto& [key, value] : info->entries()) {

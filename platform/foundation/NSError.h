@@ -31,18 +31,25 @@ class NSError final : public NSObject {
   [[nodiscard]] const std::shared_ptr<NSDictionary>& userInfo() const { return userInfo_; }
 
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }
-  using NSObject::isEqual;
-  [[nodiscard]] bool isEqual(const NSObject* other) const override;
-  [[nodiscard]] std::size_t hash() const override;
-  /// `Error Domain=D Code=-1 "(null)"`, with the localized description in the quotes where there is
-  /// one, and ` UserInfo={key=value, key=value}` behind where the user info has entries.
+  /// A sentence for people: the user info's, else the one that is known for domain and code, else
+  /// one that names the two. Never null.
+  [[nodiscard]] std::shared_ptr<NSString> localizedDescription() const;
+  /// `Error Domain=D Code=-1 "…"`, with the user info's sentence or the known one in the quotes,
+  /// "(null)" where there is neither, and ` UserInfo={key=value, key=value}` behind where the user
+  /// info has entries.
   [[nodiscard]] std::string description() const override;
 
   NSError(std::shared_ptr<NSString> domain, std::int64_t code,
           std::shared_ptr<NSDictionary> userInfo)
       : domain_(std::move(domain)), code_(code), userInfo_(std::move(userInfo)) {}
 
+ protected:
+  /// No user info and an empty one are the same.
+  [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
+
  private:
+  [[nodiscard]] std::shared_ptr<NSString> words() const;
+
   const std::shared_ptr<NSString> domain_;
   const std::int64_t code_;
   const std::shared_ptr<NSDictionary> userInfo_;

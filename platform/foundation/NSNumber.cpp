@@ -1,7 +1,6 @@
 #include "platform/foundation/NSNumber.h"
 
 #include <cmath>
-#include <functional>
 #include <limits>
 #include <type_traits>
 
@@ -41,11 +40,6 @@ Canonical canonical(const NSNumber::Value& value) {
           return canonical(v);
       },
       value);
-}
-
-bool isNotANumber(const Canonical& value) {
-  const auto* real = std::get_if<double>(&value);
-  return real != nullptr && std::isnan(*real);
 }
 
 template <class Integer>
@@ -101,19 +95,15 @@ double NSNumber::doubleValue() const {
   return std::visit([](auto v) { return static_cast<double>(v); }, value_);
 }
 
-bool NSNumber::isEqual(const NSObject* other) const {
-  if (this == other) return true;
-  const auto* number = dynamic_cast<const NSNumber*>(other);
-  if (number == nullptr) return false;
+std::strong_ordering NSNumber::compareValue(const NSObject& other) const {
   const Canonical mine = canonical(value_);
-  const Canonical theirs = canonical(number->value_);
-  return mine == theirs || (isNotANumber(mine) && isNotANumber(theirs));
-}
-
-std::size_t NSNumber::hash() const {
-  const Canonical value = canonical(value_);
-  if (isNotANumber(value)) return 0;  // every NaN is equal here, whatever its bits
-  return std::hash<Canonical>{}(value);
+  const Canonical theirs = canonical(static_cast<const NSNumber&>(other).value_);
+  if (mine.index() != theirs.index()) return mine.index() <=> theirs.index();
+  if (const auto* real = std::get_if<double>(&mine))
+    return orderOfNumbers(*real, std::get<double>(theirs));
+  if (const auto* integer = std::get_if<std::int64_t>(&mine))
+    return *integer <=> std::get<std::int64_t>(theirs);
+  return std::get<std::uint64_t>(mine) <=> std::get<std::uint64_t>(theirs);
 }
 
 std::string NSNumber::description() const {
@@ -121,6 +111,12 @@ std::string NSNumber::description() const {
   if (const auto* integer = std::get_if<std::int64_t>(&value_)) return std::to_string(*integer);
   if (const auto* integer = std::get_if<std::uint64_t>(&value_)) return std::to_string(*integer);
   return shortestText(std::get<double>(value_));
+}
+
+std::strong_ordering orderOfNumbers(double a, double b) {
+  if (std::isnan(a) || std::isnan(b)) return std::isnan(a) <=> std::isnan(b);
+  if (a == b) return std::strong_ordering::equal;
+  return a < b ? std::strong_ordering::less : std::strong_ordering::greater;
 }
 
 }  // namespace platform

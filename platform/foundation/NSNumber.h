@@ -31,17 +31,21 @@ class NSNumber final : public NSObject {
   [[nodiscard]] double doubleValue() const;
 
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }
-  using NSObject::isEqual;
-  [[nodiscard]] bool isEqual(const NSObject* other) const override;
-  [[nodiscard]] std::size_t hash() const override;
   /// Booleans print as 1 and 0; doubles as the shortest text that reads back the same ("%.17g" at
   /// most).
   [[nodiscard]] std::string description() const override;
 
   explicit NSNumber(Value value) : value_(value) {}
 
+ protected:
+  /// By kind, then by value: not the order of the numbers.
+  [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
+
  private:
   const Value value_;
 };
+
+/// An order in which 0 and -0 are the same, and every NaN is the same and behind all else.
+[[nodiscard]] std::strong_ordering orderOfNumbers(double a, double b);
 
 }  // namespace platform

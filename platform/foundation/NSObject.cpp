@@ -1,7 +1,5 @@
 #include "platform/foundation/NSObject.h"
 
-#include <functional>
-
 #include "platform/foundation/Format.h"
 #include "platform/foundation/Text.h"
 
@@ -19,8 +17,17 @@ const NSClass& NSObject::classObject() {
   return object;
 }
 
-std::size_t NSObject::hash() const {
-  return std::hash<const void*>{}(this);
+std::strong_ordering NSObject::compare(const NSObject* a, const NSObject* b) {
+  if (a == b) return std::strong_ordering::equal;
+  if (a == nullptr || b == nullptr) return (a != nullptr) <=> (b != nullptr);
+  const NSClass* const classOfA = &a->valueClass();
+  const NSClass* const classOfB = &b->valueClass();
+  if (classOfA != classOfB) return std::compare_three_way{}(classOfA, classOfB);
+  return a->compareValue(*b);
+}
+
+std::strong_ordering NSObject::compareValue(const NSObject& other) const {
+  return std::compare_three_way{}(this, &other);
 }
 
 std::string NSObject::description() const {

@@ -1,4 +1,4 @@
-// The root of the platform's object model: class identity, equality, hash and description.
+// The root of the platform's object model: class identity, order, equality and description.
 //
 // Threading: every class of this folder whose name lacks "Mutable" is immutable after creation and
 //   may be used from any thread without further care.
@@ -7,6 +7,7 @@
 // Order: none.
 #pragma once
 
+#include <compare>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -38,14 +39,16 @@ class NSObject {
   [[nodiscard]] std::string_view className() const { return isa().name; }
   [[nodiscard]] bool isKindOfClass(const NSClass& c) const { return isa().isSubclassOfClass(c); }
 
+  /// Orders any two objects, null before everything: by value where their class has one, else by
+  /// where they are. Collections find their members with it: unlike a hash, it can't be made to
+  /// collide. Between classes the order holds for this process only.
+  [[nodiscard]] static std::strong_ordering compare(const NSObject* a, const NSObject* b);
+
   /// Value equality where the class has a value, identity otherwise. Null is equal to nothing.
-  [[nodiscard]] virtual bool isEqual(const NSObject* other) const { return this == other; }
+  [[nodiscard]] bool isEqual(const NSObject* other) const { return compare(this, other) == 0; }
   [[nodiscard]] bool isEqual(const std::shared_ptr<NSObject>& other) const {
     return isEqual(other.get());
   }
-
-  /// Equal objects have equal hashes.
-  [[nodiscard]] virtual std::size_t hash() const;
 
   /// The text that "%@" prints, UTF-8. For a plain object "<NSObject: 0x…>".
   [[nodiscard]] virtual std::string description() const;
@@ -53,6 +56,12 @@ class NSObject {
   /// The text of this object inside the description of a collection: strings are quoted there where
   /// needed, and nested collections are indented. `indent` counts levels of four blanks.
   [[nodiscard]] virtual std::string descriptionWithIndent(std::size_t indent) const;
+
+ protected:
+  /// The class whose values this object's compare with: that of arrays for a mutable array.
+  [[nodiscard]] virtual const NSClass& valueClass() const { return isa(); }
+  /// For compare(); `other` has the same value class.
+  [[nodiscard]] virtual std::strong_ordering compareValue(const NSObject& other) const;
 };
 
 /// The object as a `T`, or null if it is none (or null itself).

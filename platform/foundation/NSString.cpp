@@ -76,14 +76,8 @@ std::shared_ptr<NSString> NSString::stringByAppendingPathComponent(
   return std::make_shared<NSString>(Validated{}, std::move(path));
 }
 
-bool NSString::isEqual(const NSObject* other) const {
-  if (this == other) return true;
-  const auto* string = dynamic_cast<const NSString*>(other);
-  return string != nullptr && string->text_ == text_;
-}
-
-std::size_t NSString::hash() const {
-  return hashOfText(text_);
+std::strong_ordering NSString::compareValue(const NSObject& other) const {
+  return text_ <=> static_cast<const NSString&>(other).text_;
 }
 
 std::string NSString::descriptionWithIndent(std::size_t) const {

@@ -29,15 +29,15 @@ class NSString final : public NSObject {
       const std::shared_ptr<NSString>& component) const;
 
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }
-  using NSObject::isEqual;
-  [[nodiscard]] bool isEqual(const NSObject* other) const override;
-  [[nodiscard]] std::size_t hash() const override;
   [[nodiscard]] std::string description() const override { return text_; }
   [[nodiscard]] std::string descriptionWithIndent(std::size_t indent) const override;
 
   /// Use the factories: the text must be valid UTF-8.
   struct Validated {};
   NSString(Validated, std::string text) : text_(std::move(text)) {}
+
+ protected:
+  [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
 
  private:
   const std::string text_;

@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <optional>
 
-#include "platform/foundation/Text.h"
-
 namespace platform {
 namespace {
 
@@ -91,14 +89,8 @@ std::shared_ptr<NSString> NSURL::path() const {
   return decoded ? NSString::stringWithUTF8(*decoded) : nullptr;
 }
 
-bool NSURL::isEqual(const NSObject* other) const {
-  if (this == other) return true;
-  const auto* url = dynamic_cast<const NSURL*>(other);
-  return url != nullptr && url->text_->isEqual(text_.get());
-}
-
-std::size_t NSURL::hash() const {
-  return hashOfText(text_->UTF8String());
+std::strong_ordering NSURL::compareValue(const NSObject& other) const {
+  return compare(text_.get(), static_cast<const NSURL&>(other).text_.get());
 }
 
 std::string NSURL::description() const {

@@ -22,12 +22,12 @@ class NSURL final : public NSObject {
   [[nodiscard]] std::shared_ptr<NSString> path() const;
 
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }
-  using NSObject::isEqual;
-  [[nodiscard]] bool isEqual(const NSObject* other) const override;
-  [[nodiscard]] std::size_t hash() const override;
   [[nodiscard]] std::string description() const override;
 
   explicit NSURL(std::shared_ptr<NSString> text) : text_(std::move(text)) {}
+
+ protected:
+  [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
 
  private:
   const std::shared_ptr<NSString> text_;

@@ -133,10 +133,6 @@ std::string quotedWhereNeeded(std::string_view text) {
   return quoted + '"';
 }
 
-std::size_t hashOfText(std::string_view text) {
-  return std::hash<std::string_view>{}(text);
-}
-
 std::string shortestText(double value) {
   // Plain digits for magnitudes that "%.17g" would write plainly, else an exponent.
   const double magnitude = std::fabs(value);

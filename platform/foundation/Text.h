@@ -24,9 +24,6 @@ void appendUTF8(std::string& text, char32_t codePoint);
 /// else is quoted, with characters outside ASCII as \U and four hexadecimal digits a UTF-16 unit.
 [[nodiscard]] std::string quotedWhereNeeded(std::string_view validUTF8);
 
-/// Equal text has an equal hash, whatever object holds it.
-[[nodiscard]] std::size_t hashOfText(std::string_view text);
-
 /// The shortest decimal text that reads back as the same number.
 [[nodiscard]] std::string shortestText(double value);
 

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <tuple>
 #include <vector>
 
 #include "platform/foundation/Format.h"
@@ -141,20 +142,15 @@ std::shared_ptr<KQHIDDeviceElementValue> KQHIDDeviceElementValue::elementValue(
   return packedElementValues({&record, 1})->own(0);
 }
 
-bool KQHIDDeviceElementValue::isEqual(const NSObject* other) const {
-  if (this == other) return true;
-  const auto* value = dynamic_cast<const KQHIDDeviceElementValue*>(other);
-  if (value == nullptr) return false;
-  const HIDElementValueRecord& theirs = value->record_;
-  return record_.reportID == theirs.reportID && record_.usagePage == theirs.usagePage &&
-         record_.usage == theirs.usage && record_.cookie == theirs.cookie &&
-         record_.integerValue == theirs.integerValue &&
-         std::ranges::equal(record_.bytes, theirs.bytes);
-}
-
-std::size_t KQHIDDeviceElementValue::hash() const {
-  return static_cast<std::size_t>(record_.cookie) * 31 +
-         static_cast<std::size_t>(record_.integerValue);
+std::strong_ordering KQHIDDeviceElementValue::compareValue(const NSObject& other) const {
+  const auto numbers = [](const HIDElementValueRecord& r) {
+    return std::tuple(r.reportID, r.usagePage, r.usage, r.cookie, r.integerValue);
+  };
+  const HIDElementValueRecord& theirs = static_cast<const KQHIDDeviceElementValue&>(other).record_;
+  const auto order = numbers(record_) <=> numbers(theirs);
+  if (order != 0) return order;
+  return std::lexicographical_compare_three_way(record_.bytes.begin(), record_.bytes.end(),
+                                                theirs.bytes.begin(), theirs.bytes.end());
 }
 
 std::string KQHIDDeviceElementValue::description() const {

@@ -41,12 +41,10 @@ class KQHIDDeviceElementValue : public NSObject {
   [[nodiscard]] const HIDElementValueRecord& record() const { return record_; }
 
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }
-  using NSObject::isEqual;
-  [[nodiscard]] bool isEqual(const NSObject* other) const override;
-  [[nodiscard]] std::size_t hash() const override;
   [[nodiscard]] std::string description() const override;
 
  protected:
+  [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
   explicit KQHIDDeviceElementValue(const HIDElementValueRecord& record) : record_(record) {}
 
  private:

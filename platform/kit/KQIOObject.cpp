@@ -14,14 +14,11 @@ std::shared_ptr<KQIOObject> KQIOObject::objectWithRegistryEntryID_name(
   return std::make_shared<KQIOObject>(registryEntryID, std::move(name));
 }
 
-bool KQIOObject::isEqual(const NSObject* other) const {
-  const auto* object = dynamic_cast<const KQIOObject*>(other);
-  if (object == nullptr || object->registryEntryID_ != registryEntryID_) return false;
-  return name_ ? name_->isEqual(object->name_) : object->name_ == nullptr;
-}
-
-std::size_t KQIOObject::hash() const {
-  return static_cast<std::size_t>(registryEntryID_);
+std::strong_ordering KQIOObject::compareValue(const NSObject& other) const {
+  const auto& object = static_cast<const KQIOObject&>(other);
+  if (registryEntryID_ != object.registryEntryID_)
+    return registryEntryID_ <=> object.registryEntryID_;
+  return compare(name_.get(), object.name_.get());
 }
 
 std::string KQIOObject::description() const {

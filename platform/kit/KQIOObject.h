@@ -21,14 +21,14 @@ class KQIOObject final : public NSObject {
   [[nodiscard]] const std::shared_ptr<NSString>& name() const { return name_; }
 
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }
-  using NSObject::isEqual;
-  [[nodiscard]] bool isEqual(const NSObject* other) const override;
-  [[nodiscard]] std::size_t hash() const override;
   /// "<KQIOObject 0x100000abc name>"
   [[nodiscard]] std::string description() const override;
 
   KQIOObject(std::uint64_t registryEntryID, std::shared_ptr<NSString> name)
       : registryEntryID_(registryEntryID), name_(std::move(name)) {}
+
+ protected:
+  [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
 
  private:
   const std::uint64_t registryEntryID_;

@@ -6,9 +6,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <iterator>
 #include <mutex>
 
+#include "platform/foundation/NSData.h"
 #include "platform/foundation/NSDictionary.h"
+#include "platform/foundation/PrintableText.h"
 #include "platform/foundation/StandardError.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "platform/kit/RecentLogLines.h"
@@ -32,9 +35,21 @@ std::atomic<std::uint64_t>& currentLevel() {
   return level;
 }
 
+#ifdef WLHID_LOG_INPUT
+constexpr bool kWritesInput = true;
+#else
+constexpr bool kWritesInput = false;
+#endif
+constexpr std::size_t kLongestLine = 4000;
+
+void writeToStandardError(const KQLogEntry& entry) {
+  KQLogEntry shown = entry;
+  if (!kWritesInput && entry.showsInput) shown.message = entry.messageWithoutInput;
+  writeLineToStandardError(printableLine(renderLogEntry(shown), kLongestLine));
+}
+
 std::shared_ptr<KQLogSink> standardErrorSink() {
-  return std::make_shared<KQLogSink>(
-      [](const KQLogEntry& entry) { writeLineToStandardError(renderLogEntry(entry)); });
+  return std::make_shared<KQLogSink>(&writeToStandardError);
 }
 
 /// How deep a collection is looked through for input; anything deeper counts as input.
@@ -69,11 +84,26 @@ bool showsInput(const NSObject* object, int nesting) {
          dynamic_cast<const KQHIDDeviceElementValue*>(object) != nullptr;
 }
 
-bool showsInput(std::span<const FormatArgument> arguments) {
-  return std::ranges::any_of(arguments, [](const FormatArgument& argument) {
-    const auto* object = std::get_if<std::shared_ptr<NSObject>>(&argument);
-    return object != nullptr && showsInput(object->get(), 0);
-  });
+bool showsInput(const FormatArgument& argument) {
+  const auto* object = std::get_if<std::shared_ptr<NSObject>>(&argument);
+  return object != nullptr && showsInput(object->get(), 0);
+}
+
+/// What stands for an argument of a line that shows input. The numbers beside the data tell which
+/// key it was as well as the data does.
+FormatArgument withoutInput(const FormatArgument& argument) {
+  const auto* object = std::get_if<std::shared_ptr<NSObject>>(&argument);
+  if (object == nullptr) return std::string("(left out)");
+  if (!showsInput(argument)) return argument;
+  if (const auto* data = dynamic_cast<const NSData*>(object->get()))
+    return stringWithFormat("{length = %zu}", data->length());
+  return std::string("(input left out)");
+}
+
+std::string renderWithoutInput(std::string_view format, std::span<const FormatArgument> arguments) {
+  std::vector<FormatArgument> shown;
+  std::ranges::transform(arguments, std::back_inserter(shown), &withoutInput);
+  return renderFormat(format, shown);
 }
 
 }  // namespace
@@ -107,7 +137,10 @@ RecentLogLines& KQLogger::recentLines() {
 void KQLogger::formatAndSend(KQLogEntry entry, std::span<const FormatArgument> arguments) {
   const std::string message = renderFormat(entry.format, arguments);
   entry.message = message;
-  entry.showsInput = showsInput(arguments);
+  entry.showsInput =
+      std::ranges::any_of(arguments, [](const auto& argument) { return showsInput(argument); });
+  const std::string other = entry.showsInput ? renderWithoutInput(entry.format, arguments) : "";
+  entry.messageWithoutInput = entry.showsInput ? std::string_view(other) : entry.message;
   state_->recentLines->add(entry);
   send(entry);
 }

@@ -44,6 +44,9 @@ struct KQLogEntry {
   std::string_view message;       ///< rendered
   std::string_view format;        ///< as written at the site
   bool showsInput = false;        ///< data or element values are among the arguments
+  /// The message without anything that a device sent: of data the length, of numbers beside it
+  /// nothing.
+  std::string_view messageWithoutInput{};
 };
 
 using KQLogSink = std::function<void(const KQLogEntry&)>;
@@ -78,8 +81,9 @@ class KQLogger {
                   arguments);
   }
 
-  /// Replaces the sink; null puts back the default (one line on standard error). Returns the
-  /// previous one.
+  /// Replaces the sink; null puts back the default, one line on standard error, without input of
+  /// devices unless the build asked for it (the option WLHID_LOG_INPUT, for debugging). A sink of
+  /// the application gets each message whole. Returns the previous sink.
   std::shared_ptr<KQLogSink> setSink(std::shared_ptr<KQLogSink> sink);
 
   /// What was sent last, whatever the sink made of it.
@@ -97,7 +101,8 @@ class KQLogger {
   const std::unique_ptr<State> state_;
 };
 
-/// The default sink's line, without line feed: "<level> <function>:<line> [tags] message".
+/// The whole entry on one line, without line feed: "<level> <function>:<line> [tags] message". The
+/// default sink's line is this with unprintable characters escaped.
 [[nodiscard]] std::string renderLogEntry(const KQLogEntry& entry);
 
 }  // namespace platform

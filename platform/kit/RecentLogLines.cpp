@@ -4,6 +4,7 @@
 #include <ctime>
 
 #include "platform/foundation/Format.h"
+#include "platform/foundation/PrintableText.h"
 
 namespace platform {
 namespace {
@@ -31,24 +32,9 @@ std::string_view beginningOf(std::string_view text, std::size_t limit) {
   return text.substr(0, limit);
 }
 
-std::string harmless(std::string_view text) {
-  const bool utf8 = isValidUTF8(text);
-  std::string line;
-  line.reserve(text.size());
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7f || (byte >= 0x80 && !utf8)) {
-      line += stringWithFormat("\\x%02x", static_cast<unsigned>(byte));
-    } else {
-      line += c;
-    }
-  }
-  return line;
-}
-
 std::string cutLine(const std::string& text) {
   const std::string_view beginning = beginningOf(text, RecentLogLines::kMaximumLineBytes);
-  std::string line = harmless(beginning);
+  std::string line = printableLine(beginning, beginning.size());
   if (beginning.size() < text.size())
     line += stringWithFormat("… (%zu bytes more)", text.size() - beginning.size());
   return line;

@@ -35,8 +35,7 @@ class RecentLogLines {
     std::uint64_t dropped = 0;       ///< how many older ones there were
   };
 
-  /// "2026-11-21T07:13:42.123456Z <level> function:line [tags] message", control characters and
-  /// bytes that are not UTF-8 as "\xNN".
+  /// "2026-11-21T07:13:42.123456Z <level> function:line [tags] message", as a printable line.
   void add(const KQLogEntry& entry) noexcept;
   [[nodiscard]] Contents contents() const;
   /// Whether lines that show a device's input are kept whole from now on. False at first.

@@ -43,10 +43,11 @@ std::string describeInterface(const std::shared_ptr<NSXPCInterface>& interface) 
   return interface ? std::string(interface->protocol().name) : "nil";
 }
 
-std::string describeValues(const XPCValues& values) {
-  std::string line;
-  for (std::size_t i = 0; i < values.count; ++i) line += " " + describeValue(values.values.at(i));
-  return line;
+std::vector<std::string> describeValues(const XPCValues& values) {
+  std::vector<std::string> texts;
+  for (std::size_t i = 0; i < values.count; ++i)
+    texts.push_back(describeValue(values.values.at(i)));
+  return texts;
 }
 
 std::string describeClasses(const NSClassSet& classes) {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/foundation/NSObject.h"
 #include "platform/xpc/NSXPCInterface.h"
@@ -20,8 +21,7 @@ namespace platform {
 [[nodiscard]] std::string describe(std::string_view text);
 /// The protocol's name, or "nil".
 [[nodiscard]] std::string describeInterface(const std::shared_ptr<NSXPCInterface>& interface);
-/// Each value behind a blank.
-[[nodiscard]] std::string describeValues(const XPCValues& values);
+[[nodiscard]] std::vector<std::string> describeValues(const XPCValues& values);
 /// "(A, B)"
 [[nodiscard]] std::string describeClasses(const NSClassSet& classes);
 

@@ -4,8 +4,43 @@
 #include <utility>
 
 #include "platform/scripted/Describe.h"
+#include "platform/xpc/InterfaceTable.h"
 
 namespace platform {
+namespace {
+
+/// Whether the real layer would let `values` through: they are written as it writes them and read
+/// back with what `interface` admits.
+bool areAdmitted(const std::shared_ptr<NSXPCInterface>& interface, std::size_t method, bool ofReply,
+                 const XPCValues& values) {
+  const xpc::InterfaceTable table(interface);
+  const xpc::MethodRules& rules = table.methods().at(method);
+  xpc::WireWriter writer;
+  try {
+    xpc::encodeValues(writer, values);
+  } catch (const xpc::EncodingError&) {
+    return false;
+  }
+  xpc::WireReader reader(writer.bytes());
+  XPCValues read;
+  const auto result = xpc::decodeValues(reader, ofReply ? rules.reply : rules.arguments, read);
+  return result.verdict == xpc::DecodeVerdict::Accepted;
+}
+
+void recordMessage(Trace& trace, int number, std::string_view selector,
+                   std::vector<std::string> arguments) {
+  std::string object = "connection " + std::to_string(number);
+  std::string text = object + " send " + std::string(selector);
+  for (const std::string& argument : arguments) text += " " + argument;
+  trace.record({TraceKind::Message, std::move(object), std::string(selector), std::move(arguments),
+                std::move(text)});
+}
+
+std::shared_ptr<NSError> cocoaError(std::int64_t code) {
+  return NSError::errorWithDomain_code_userInfo(str(NSCocoaErrorDomain), code, nullptr);
+}
+
+}  // namespace
 
 /// The NSXPCConnection itself: hands everything on and records its own end.
 class ScriptedConnection::Connection final : public NSXPCConnection {
@@ -14,7 +49,7 @@ class ScriptedConnection::Connection final : public NSXPCConnection {
   ~Connection() override { script_->dropped(); }
 
   void setExportedInterface(std::shared_ptr<NSXPCInterface> interface) override {
-    script_->setExportedInterface(interface);
+    script_->setExportedInterface(std::move(interface));
   }
   void setRemoteObjectInterface(std::shared_ptr<NSXPCInterface> interface) override {
     script_->setRemoteObjectInterface(std::move(interface));
@@ -71,26 +106,31 @@ std::shared_ptr<NSXPCConnection> ScriptedConnection::makeConnection() {
   return std::make_shared<Connection>(shared_from_this());
 }
 
-void ScriptedConnection::record(const std::string& what) {
-  trace_->record("connection " + std::to_string(number_) + " " + what);
+void ScriptedConnection::record(std::string name, std::vector<std::string> arguments) {
+  std::string object = "connection " + std::to_string(number_);
+  std::string text = object + " " + name;
+  for (const std::string& argument : arguments) text += argument;
+  trace_->record({TraceKind::Connection, std::move(object), std::move(name), std::move(arguments),
+                  std::move(text)});
 }
 
-// ---- What is done to
-// the connection
+// ---- What is done to the connection
 
-void ScriptedConnection::setExportedInterface(const std::shared_ptr<NSXPCInterface>& interface) {
-  record("setExportedInterface:" + describeInterface(interface));
+void ScriptedConnection::setExportedInterface(std::shared_ptr<NSXPCInterface> interface) {
+  record("setExportedInterface:", {describeInterface(interface)});
+  const std::lock_guard lock(mutex_);
+  exportedInterface_.swap(interface);
 }
 
 void ScriptedConnection::setRemoteObjectInterface(std::shared_ptr<NSXPCInterface> interface) {
-  record("setRemoteObjectInterface:" + describeInterface(interface));
+  record("setRemoteObjectInterface:", {describeInterface(interface)});
   const std::lock_guard lock(mutex_);
   remoteInterface_.swap(interface);
 }
 
 void ScriptedConnection::setExportedObject(XPCExportedObject object) {
-  record("setExportedObject:" +
-         std::string(object.object.expired() ? "nil" : object.protocol->name));
+  record("setExportedObject:",
+         {object.object.expired() ? "nil" : std::string(object.protocol->name)});
   const std::lock_guard lock(mutex_);
   std::swap(exported_, object);
 }
@@ -141,11 +181,11 @@ void ScriptedConnection::send(const XPCProtocol& protocol, std::size_t method,
                               const XPCValues& arguments, XPCReplyHandler reply,
                               const std::shared_ptr<XPCErrorHandler>& error) {
   const XPCMethod& sent = protocol.methods[method];
-  record("send " + std::string(sent.selector) + describeValues(arguments));
+  recordMessage(*trace_, number_, sent.selector, describeValues(arguments));
   const std::lock_guard lock(mutex_);
   if (discarded_) return;
   if (sent.hasReply) {
-    pending_.push_back({std::move(reply), error});
+    pending_.push_back({method, std::move(reply), error});
   } else {
     lastOneWayError_ = error;
   }
@@ -163,6 +203,11 @@ bool ScriptedConnection::isInvalidated() const {
   return invalidated_;
 }
 
+bool ScriptedConnection::isLive() const {
+  const std::lock_guard lock(mutex_);
+  return resumed_ && !invalidated_ && held_ && !over_;
+}
+
 bool ScriptedConnection::isHeld() const {
   const std::lock_guard lock(mutex_);
   return held_;
@@ -178,8 +223,7 @@ std::shared_ptr<void> ScriptedConnection::exportedObject() const {
   return exported_.object.lock();
 }
 
-// ---- The
-// queue's events
+// ---- The queue's events
 
 ScriptedConnection::Request ScriptedConnection::takeOldestRequest() {
   const std::lock_guard lock(mutex_);
@@ -191,15 +235,26 @@ ScriptedConnection::Request ScriptedConnection::takeOldestRequest() {
   return request;
 }
 
-void ScriptedConnection::deliverReply(const XPCValues& values) {
+bool ScriptedConnection::deliverReply(const XPCValues& values, Timing timing) {
+  if (timing == Timing::InOrder && !isLive()) return false;
   const Request request = takeOldestRequest();
+  std::shared_ptr<NSXPCInterface> interface;
+  {
+    const std::lock_guard lock(mutex_);
+    interface = remoteInterface_;
+  }
+  if (!areAdmitted(interface, request.method, /*ofReply=*/true, values)) {
+    if (*request.error) (*request.error)(cocoaError(NSXPCConnectionReplyInvalid));
+    return false;
+  }
   if (request.reply) request.reply(values);
+  return true;
 }
 
-void ScriptedConnection::deliverReply(const std::shared_ptr<NSError>& error) {
+bool ScriptedConnection::deliverReply(const std::shared_ptr<NSError>& error, Timing timing) {
   XPCValues values;
   values.append(std::shared_ptr<NSObject>(error));
-  deliverReply(values);
+  return deliverReply(values, timing);
 }
 
 void ScriptedConnection::deliverError(const std::shared_ptr<NSError>& error) {
@@ -219,32 +274,39 @@ void ScriptedConnection::deliverOneWayError(const std::shared_ptr<NSError>& erro
   if (*handler) (*handler)(error);
 }
 
-bool ScriptedConnection::deliverMessage(std::string_view selector, const XPCValues& arguments) {
+bool ScriptedConnection::deliverMessage(std::string_view selector, const XPCValues& arguments,
+                                        Timing timing) {
+  if (timing == Timing::InOrder && !isLive()) return false;
   XPCExportedObject exported;
+  std::shared_ptr<NSXPCInterface> interface;
   {
     const std::lock_guard lock(mutex_);
     exported = exported_;
+    interface = exportedInterface_;
   }
   const std::shared_ptr<void> object = exported.object.lock();
-  if (!object) return false;
-  exported.protocol->invoke(object.get(), exported.protocol->indexOfSelector(selector), arguments,
-                            nullptr);
+  if (!object || !interface || &interface->protocol() != exported.protocol) return false;
+  const std::size_t method = exported.protocol->indexOfSelector(selector);
+  if (!areAdmitted(interface, method, /*ofReply=*/false, arguments)) return false;
+  exported.protocol->invoke(object.get(), method, arguments, nullptr);
   return true;
 }
 
 void ScriptedConnection::failPendingRequests(std::int64_t code) {
-  const auto error = NSError::errorWithDomain_code_userInfo(str(NSCocoaErrorDomain), code, nullptr);
+  const auto error = cocoaError(code);
   for (std::size_t left = pendingRequests(); left > 0; --left) deliverError(error);
 }
 
-void ScriptedConnection::deliverInterruption() {
+bool ScriptedConnection::deliverInterruption(Timing timing) {
+  if (timing == Timing::InOrder && !isLive()) return false;
   failPendingRequests(NSXPCConnectionInterrupted);
   std::function<void()> handler;
   {
     const std::lock_guard lock(mutex_);
-    if (held_ && !over_) handler = interruptionHandler_;
+    handler = interruptionHandler_;
   }
   if (handler) handler();
+  return handler != nullptr;
 }
 
 void ScriptedConnection::discard() {
@@ -261,19 +323,19 @@ void ScriptedConnection::discard() {
   oneWayError.swap(lastOneWayError_);
 }
 
-bool ScriptedConnection::mayReportInvalidation() const {
+bool ScriptedConnection::mayReportInvalidation(Timing timing) const {
   bool invalidated = false;
   {
     const std::lock_guard lock(mutex_);
     if (over_ || (!held_ && !invalidated_)) return false;
     invalidated = invalidated_;
   }
-  return !(invalidated && isSuperseded_(*this));
+  return timing == Timing::Late || !invalidated || !isSuperseded_(*this);
 }
 
-bool ScriptedConnection::deliverInvalidation() {
+bool ScriptedConnection::deliverInvalidation(Timing timing) {
   failPendingRequests(NSXPCConnectionInvalid);
-  const bool report = mayReportInvalidation();
+  const bool report = mayReportInvalidation(timing);
   std::function<void()> interruption;
   std::function<void()> invalidation;
   {

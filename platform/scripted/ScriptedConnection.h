@@ -5,6 +5,11 @@
 // real connection, no handler, reply or delivery ever runs inside the caller's resume, send or
 // invalidate.
 //
+// What a real connection does not let through, this one does not either: nothing is delivered
+// before resume, nor after invalidate or the connection's release; an argument that the interface's
+// classes do not admit drops its message, or makes its reply an error (4101). A queue may, however,
+// have begun something just before that, and a test may want to see what comes of it: Timing::Late.
+//
 // Threading: any thread; the deliver… functions are the queue, so one of them at a time. No lock is
 //   held while they call.
 // Ownership: the platform keeps this object for the test; the NSXPCConnection that the code under
@@ -22,6 +27,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSString.h"
@@ -53,23 +59,31 @@ class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnectio
   /// The exported object, null once it is gone.
   [[nodiscard]] std::shared_ptr<void> exportedObject() const;
 
-  /// The oldest pending request is answered.
-  void deliverReply(const XPCValues& values);
+  enum class Timing {
+    InOrder,  ///< only what a connection in this state lets through
+    Late,     ///< as if the queue had begun it when the connection still let it through
+  };
+
+  /// The oldest pending request is answered. False when the answer did not come through: the
+  /// connection is over, with the request still pending, or the answer is not admitted.
+  bool deliverReply(const XPCValues& values, Timing timing = Timing::InOrder);
   /// The oldest pending request is answered with `error`, or with null.
-  void deliverReply(const std::shared_ptr<NSError>& error);
+  bool deliverReply(const std::shared_ptr<NSError>& error, Timing timing = Timing::InOrder);
   /// The oldest pending request fails.
   void deliverError(const std::shared_ptr<NSError>& error);
   /// The error handler of the last one-way message runs.
   void deliverOneWayError(const std::shared_ptr<NSError>& error);
-  /// The peer sends a message. False when the exported object is gone.
-  bool deliverMessage(std::string_view selector, const XPCValues& arguments);
-  /// Pending requests fail (4097), then the interruption handler runs.
-  void deliverInterruption();
+  /// The peer sends a message. False when it did not reach the exported object.
+  bool deliverMessage(std::string_view selector, const XPCValues& arguments,
+                      Timing timing = Timing::InOrder);
+  /// Pending requests fail (4097), then the interruption handler runs. False, and nothing of this,
+  /// when the connection is over. Late, the handler runs as long as it is kept.
+  bool deliverInterruption(Timing timing = Timing::InOrder);
   /// Pending requests fail (4099), then the invalidation handler runs, once in the connection's
   /// life, and both handlers are dropped. No handler runs for a connection that was dropped without
   /// invalidate, nor for one that was invalidated and whose exported object has a newer, resumed
-  /// connection. False when the handler did not run.
-  bool deliverInvalidation();
+  /// connection, unless the report is late. False when the handler did not run.
+  bool deliverInvalidation(Timing timing = Timing::InOrder);
 
   /// Forgets every handler and request, calling none: the end of the script.
   void discard();
@@ -78,12 +92,13 @@ class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnectio
   class Connection;
   class Sink;
   struct Request {
+    std::size_t method = 0;
     XPCReplyHandler reply;
     std::shared_ptr<XPCErrorHandler> error;
   };
 
-  void record(const std::string& what);
-  void setExportedInterface(const std::shared_ptr<NSXPCInterface>& interface);
+  void record(std::string name, std::vector<std::string> arguments = {});
+  void setExportedInterface(std::shared_ptr<NSXPCInterface> interface);
   void setRemoteObjectInterface(std::shared_ptr<NSXPCInterface> interface);
   void setExportedObject(XPCExportedObject object);
   void setHandler(std::function<void()>& place, std::function<void()> handler,
@@ -96,13 +111,15 @@ class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnectio
             XPCReplyHandler reply, const std::shared_ptr<XPCErrorHandler>& error);
   Request takeOldestRequest();
   void failPendingRequests(std::int64_t code);
-  bool mayReportInvalidation() const;
+  bool isLive() const;
+  bool mayReportInvalidation(Timing timing) const;
 
   const int number_;
   const std::shared_ptr<Trace> trace_;
   const SupersededQuestion isSuperseded_;
 
   mutable std::mutex mutex_;
+  std::shared_ptr<NSXPCInterface> exportedInterface_;
   std::shared_ptr<NSXPCInterface> remoteInterface_;
   XPCExportedObject exported_;
   std::function<void()> interruptionHandler_;

@@ -41,7 +41,12 @@ ScriptedPlatform::ScriptedPlatform() : state_(std::make_shared<State>()) {
   KQLogger::setLogLevel(0);
   previousSink_ = KQLogger::sharedLogger().setSink(
       std::make_shared<KQLogSink>([trace = state_->trace](const KQLogEntry& entry) {
-        trace->record(describeLogEntry(entry));
+        trace->record({TraceKind::Log,
+                       std::string(entry.sourcePath),
+                       std::string(entry.function),
+                       {std::to_string(entry.level), std::to_string(entry.sourceLine),
+                        std::string(entry.message)},
+                       describeLogEntry(entry)});
       }));
 }
 
@@ -64,8 +69,7 @@ void ScriptedPlatform::setLogLevel(std::uint64_t level) {
   KQLogger::setLogLevel(level);
 }
 
-// ---- Files,
-// property lists
+// ---- Files, property lists
 
 void ScriptedPlatform::setMainBundlePath(std::shared_ptr<NSString> path) {
   const std::lock_guard lock(state_->mutex);
@@ -88,8 +92,13 @@ void ScriptedPlatform::setPropertyList(std::string bytes, std::shared_ptr<NSObje
   state_->propertyLists.insert_or_assign(std::move(bytes), std::move(result));
 }
 
-// ---- Jobs and
-// authorization
+void ScriptedPlatform::removePropertyList(std::string_view bytes) {
+  const std::lock_guard lock(state_->mutex);
+  if (const auto list = state_->propertyLists.find(bytes); list != state_->propertyLists.end())
+    state_->propertyLists.erase(list);
+}
+
+// ---- Jobs and authorization
 
 void ScriptedPlatform::setJob(std::string label, std::shared_ptr<NSDictionary> job) {
   const std::lock_guard lock(state_->mutex);
@@ -143,14 +152,17 @@ void ScriptedPlatform::setBundleCopy(const std::string& label, std::string_view 
 
 // ---- Connections
 
-void ScriptedPlatform::refuseInterface(std::string protocolName) {
+void ScriptedPlatform::refuseInterface(const std::string& protocolName, bool refuse) {
   const std::lock_guard lock(state_->mutex);
-  state_->refusedInterfaces.insert(std::move(protocolName));
+  if (refuse)
+    state_->refusedInterfaces.insert(protocolName);
+  else
+    state_->refusedInterfaces.erase(protocolName);
 }
 
-void ScriptedPlatform::refuseConnections() {
+void ScriptedPlatform::refuseConnections(bool refuse) {
   const std::lock_guard lock(state_->mutex);
-  state_->refusesConnections = true;
+  state_->refusesConnections = refuse;
 }
 
 std::size_t ScriptedPlatform::connectionCount() const {
@@ -168,7 +180,12 @@ std::shared_ptr<ScriptedConnection> ScriptedPlatform::connection(std::size_t num
 
 KeyValueObservation ScriptedPlatform::observe(KeyValueObservable& object, std::string_view key) {
   return object.addObserver_forKey(key, [trace = state_->trace](const KeyValueChange& change) {
-    trace->record((change.prior ? "will change " : "did change ") + std::string(change.key));
+    const std::string what = change.prior ? "will change" : "did change";
+    trace->record({TraceKind::Change,
+                   std::string(change.key),
+                   what,
+                   {},
+                   what + " " + std::string(change.key)});
   });
 }
 

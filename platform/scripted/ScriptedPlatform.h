@@ -1,11 +1,20 @@
 // A whole platform that a test scripts and whose calls it records.
 //
 //   platform::ScriptedPlatform platform;  // in place from here to the end of the scope
+//   platform.setBundleCopy("com.quillmar.hideventrouter", "7");
 //   platform.installHelper("com.quillmar.hideventrouter", "7");
-//   auto client = WLHIDEventRouterClient::init...;
+//   const auto client =
+//       WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
+//           1, 0, nullptr, nullptr);
 //   client->setStarted(true);
 //   platform.connection(1)->deliverReply(nullptr);
-//   EXPECT_EQ(platform.trace().take(), ...);
+//   EXPECT_EQ(client->clientStatus(), WLHIDEventRouterClientStatusRouting);
+//   const auto sent = platform.trace().events(platform::TraceKind::Message);
+//   ASSERT_EQ(sent.size(), 1U);
+//   EXPECT_EQ(sent[0].arguments, (std::vector<std::string>{"1", "0", "nil", "nil"}));
+//
+// docs/testing-your-application.md shows the test of an application; testkit/ has a delegate that
+// records and the lines that a client leaves.
 //
 // It takes the places of the foundation's, the services' and the connection layer's providers, and
 // of the logger's sink and level. Everything that runs through them is answered as scripted and
@@ -70,6 +79,8 @@ class ScriptedPlatform {
   void removeFile(std::string_view path);
   /// What parsing exactly these bytes gives, null included. Other bytes are parsed in earnest.
   void setPropertyList(std::string bytes, std::shared_ptr<NSObject> result);
+  /// These bytes are parsed in earnest again.
+  void removePropertyList(std::string_view bytes);
 
   // Jobs and authorization.
 
@@ -83,7 +94,8 @@ class ScriptedPlatform {
   void setRemoval(OutcomeScript script);
   void setBless(OutcomeScript script);
 
-  /// A job with `installedVersion` at /Library/PrivilegedHelperTools/<label>.
+  /// A job with `installedVersion` at /Library/PrivilegedHelperTools/<label>. It counts as
+  /// installed where the main bundle's own copy has the same version: see setBundleCopy.
   void installHelper(const std::string& label, std::string_view installedVersion);
   void uninstallHelper(const std::string& label);
   /// The main bundle's own copy of the helper.
@@ -93,10 +105,10 @@ class ScriptedPlatform {
 
   // Connections.
 
-  /// From now on no interface is made of the protocol with that name.
-  void refuseInterface(std::string protocolName);
-  /// From now on no connection is made.
-  void refuseConnections();
+  /// From now on no interface is made of the protocol with that name; with false one is again.
+  void refuseInterface(const std::string& protocolName, bool refuse = true);
+  /// From now on no connection is made; with false they are again.
+  void refuseConnections(bool refuse = true);
   [[nodiscard]] std::size_t connectionCount() const;
   /// The first is number 1.
   [[nodiscard]] std::shared_ptr<ScriptedConnection> connection(std::size_t number) const;

@@ -22,24 +22,31 @@ class RecordingCenter final : public NSNotificationCenter {
   void addObserver_selector_name_object(NSNotificationObserver observer,
                                         const std::shared_ptr<NSString>& name,
                                         const std::shared_ptr<NSObject>& object) override {
-    trace_->record("defaultCenter addObserver:selector:" + std::string(observer.selector) +
-                   " name:" + describe(name) + " object:" + describe(object));
+    record("addObserver:selector:name:object:",
+           {std::string(observer.selector), describe(name), describe(object)},
+           "addObserver:selector:" + std::string(observer.selector) + " name:" + describe(name) +
+               " object:" + describe(object));
     center_->addObserver_selector_name_object(std::move(observer), name, object);
   }
   void removeObserver_name_object(const void* identity, const std::shared_ptr<NSString>& name,
                                   const std::shared_ptr<NSObject>& object) override {
-    trace_->record("defaultCenter removeObserver: name:" + describe(name) +
-                   " object:" + describe(object));
+    record("removeObserver:name:object:", {describe(name), describe(object)},
+           "removeObserver: name:" + describe(name) + " object:" + describe(object));
     center_->removeObserver_name_object(identity, name, object);
   }
   void postNotificationName_object(const std::shared_ptr<NSString>& name,
                                    const std::shared_ptr<NSObject>& object) override {
-    trace_->record("defaultCenter postNotificationName:" + describe(name) +
-                   " object:" + describe(object));
+    record("postNotificationName:object:", {describe(name), describe(object)},
+           "postNotificationName:" + describe(name) + " object:" + describe(object));
     center_->postNotificationName_object(name, object);
   }
 
  private:
+  void record(std::string name, std::vector<std::string> arguments, const std::string& text) {
+    trace_->record({TraceKind::Notification, "defaultCenter", std::move(name), std::move(arguments),
+                    "defaultCenter " + text});
+  }
+
   const std::shared_ptr<Trace> trace_;
   const std::shared_ptr<NSNotificationCenter> center_ = NSNotificationCenter::center();
 };
@@ -51,13 +58,15 @@ class ScriptedFoundation final : public FoundationProvider {
 
   std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path) override {
     auto data = file(path);
-    state_->record("dataWithContentsOfFile:" + describe(path) + " -> " + (data ? "data" : "nil"));
+    state_->record("foundation", "dataWithContentsOfFile:", {describe(path)},
+                   "dataWithContentsOfFile:" + describe(path) + " -> " + (data ? "data" : "nil"));
     return data;
   }
   int readFile(const std::shared_ptr<NSString>& path, const PieceHandler& look,
                const PieceHandler& take) override {
     const auto data = file(path);
-    state_->record("readFile:" + describe(path) + " -> " + (data ? "bytes" : "no such file"));
+    state_->record("foundation", "readFile:", {describe(path)},
+                   "readFile:" + describe(path) + " -> " + (data ? "bytes" : "no such file"));
     if (!data) return ENOENT;
     const std::string_view piece(reinterpret_cast<const char*>(data->bytes()), data->length());
     if (!piece.empty() && look(piece)) take(piece);
@@ -69,18 +78,22 @@ class ScriptedFoundation final : public FoundationProvider {
       const std::lock_guard lock(state_->mutex);
       path = state_->mainBundlePath;
     }
-    state_->record("mainBundle bundlePath -> " + describe(path));
+    state_->record("mainBundle", "bundlePath", {}, "mainBundle bundlePath -> " + describe(path));
     return path;
   }
   std::shared_ptr<NSObject> propertyListWithData(const std::shared_ptr<NSData>& data,
                                                  NSPropertyListFormat* returnFormat,
                                                  std::shared_ptr<NSError>* returnError) override {
     auto result = propertyList(data, returnFormat, returnError);
-    state_->record("propertyListWithData: -> " + describe(result));
+    state_->record("foundation", "propertyListWithData:", {},
+                   "propertyListWithData: -> " + describe(result));
     return result;
   }
   std::shared_ptr<NSNotificationCenter> defaultCenter() override { return center_; }
-  void log(std::string_view text) override { state_->record("NSLog " + std::string(text)); }
+  void log(std::string_view text) override {
+    state_->trace->record(
+        {TraceKind::Log, "NSLog", "", {std::string(text)}, "NSLog " + std::string(text)});
+  }
 
  private:
   std::shared_ptr<NSData> file(const std::shared_ptr<NSString>& path) const {
@@ -132,23 +145,30 @@ class ScriptedServices final : public ServicesProvider {
   std::shared_ptr<NSDictionary> jobCopyDictionary(std::string_view domain,
                                                   const std::shared_ptr<NSString>& label) override {
     auto found = job(label);
-    state_->record("SMJobCopyDictionary(" + std::string(domain) + ", " + platform::describe(label) +
-                   ") -> " + (found ? "job" : "nil"));
+    state_->record("services", "SMJobCopyDictionary",
+                   {std::string(domain), platform::describe(label)},
+                   "SMJobCopyDictionary(" + std::string(domain) + ", " + platform::describe(label) +
+                       ") -> " + (found ? "job" : "nil"));
     return found;
   }
   bool jobRemove(std::string_view domain, const std::shared_ptr<NSString>& label,
                  const AuthorizationRef& authorization, bool wait,
                  std::shared_ptr<NSError>* returnError) override {
-    state_->record("SMJobRemove(" + std::string(domain) + ", " + platform::describe(label) +
-                   ", authorization " + describe(authorization) +
-                   ", wait=" + (wait ? "true" : "false") + ")");
+    state_->record("services", "SMJobRemove",
+                   {std::string(domain), platform::describe(label), describe(authorization),
+                    wait ? "true" : "false"},
+                   "SMJobRemove(" + std::string(domain) + ", " + platform::describe(label) +
+                       ", authorization " + describe(authorization) +
+                       ", wait=" + (wait ? "true" : "false") + ")");
     return play(&ScriptedPlatform::State::removal, returnError);
   }
   bool jobBless(std::string_view domain, const std::shared_ptr<NSString>& label,
                 const AuthorizationRef& authorization,
                 std::shared_ptr<NSError>* returnError) override {
-    state_->record("SMJobBless(" + std::string(domain) + ", " + platform::describe(label) +
-                   ", authorization " + describe(authorization) + ")");
+    state_->record("services", "SMJobBless",
+                   {std::string(domain), platform::describe(label), describe(authorization)},
+                   "SMJobBless(" + std::string(domain) + ", " + platform::describe(label) +
+                       ", authorization " + describe(authorization) + ")");
     return play(&ScriptedPlatform::State::bless, returnError);
   }
   OSStatus authorizationCreate(const AuthorizationRights* rights,
@@ -162,9 +182,11 @@ class ScriptedServices final : public ServicesProvider {
       status = state_->authorizationStatus;
       if (status == errAuthorizationSuccess) authorization = newAuthorization();
     }
-    state_->record("AuthorizationCreate(rights=" + describeItems(rights) +
-                   ", environment=" + describeItems(environment) +
-                   ", flags=" + std::to_string(flags) + ") -> " + std::to_string(status));
+    state_->record("services", "AuthorizationCreate",
+                   {describeItems(rights), describeItems(environment), std::to_string(flags)},
+                   "AuthorizationCreate(rights=" + describeItems(rights) +
+                       ", environment=" + describeItems(environment) +
+                       ", flags=" + std::to_string(flags) + ") -> " + std::to_string(status));
     if (returnAuthorization != nullptr) *returnAuthorization = authorization;
     return status;
   }
@@ -220,10 +242,15 @@ class RecordingInterface final : public NSXPCInterface {
                                                     std::string_view selector,
                                                     std::size_t argumentIndex,
                                                     bool ofReply) override {
-    trace_->record(
-        "interface " + std::string(protocol().name) + " setClasses:" + describeClasses(classes) +
-        " forSelector:" + std::string(selector) +
-        " argumentIndex:" + std::to_string(argumentIndex) + " ofReply:" + (ofReply ? "YES" : "NO"));
+    trace_->record({TraceKind::Call,
+                    "interface " + std::string(protocol().name),
+                    "setClasses:forSelector:argumentIndex:ofReply:",
+                    {describeClasses(classes), std::string(selector), std::to_string(argumentIndex),
+                     ofReply ? "YES" : "NO"},
+                    "interface " + std::string(protocol().name) + " setClasses:" +
+                        describeClasses(classes) + " forSelector:" + std::string(selector) +
+                        " argumentIndex:" + std::to_string(argumentIndex) +
+                        " ofReply:" + (ofReply ? "YES" : "NO")});
     NSXPCInterface::setClasses_forSelector_argumentIndex_ofReply(classes, selector, argumentIndex,
                                                                  ofReply);
   }
@@ -238,17 +265,23 @@ class ScriptedXPC final : public XPCProvider {
 
   std::shared_ptr<NSXPCInterface> interfaceWithProtocol(const XPCProtocol& protocol) override {
     const bool refused = isRefused(protocol.name);
-    state_->record("interfaceWithProtocol:" + std::string(protocol.name) +
-                   (refused ? " -> nil" : ""));
+    state_->record(
+        "NSXPCInterface", "interfaceWithProtocol:", {std::string(protocol.name)},
+        "interfaceWithProtocol:" + std::string(protocol.name) + (refused ? " -> nil" : ""));
     if (refused) return nullptr;
     return std::make_shared<RecordingInterface>(protocol, state_->trace);
   }
   std::shared_ptr<NSXPCConnection> connection(const std::shared_ptr<NSString>& name,
                                               NSXPCConnectionOptions options) override {
     const auto script = nextConnection();
-    state_->record((script ? "connection " + std::to_string(script->number()) : "no connection") +
-                   " initWithMachServiceName:" + describe(name) +
-                   " options:" + std::to_string(options));
+    const std::string object =
+        script ? "connection " + std::to_string(script->number()) : "no connection";
+    state_->trace->record({TraceKind::Connection,
+                           object,
+                           "initWithMachServiceName:options:",
+                           {describe(name), std::to_string(options)},
+                           object + " initWithMachServiceName:" + describe(name) +
+                               " options:" + std::to_string(options)});
     return script ? script->makeConnection() : nullptr;
   }
 

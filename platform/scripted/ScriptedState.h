@@ -35,7 +35,12 @@ struct ScriptedPlatform::State {
   bool refusesConnections = false;
   std::vector<std::shared_ptr<ScriptedConnection>> connections;
 
-  void record(const std::string& line) const { trace->record(line); }
+  /// A call of the platform.
+  void record(std::string object, std::string name, std::vector<std::string> arguments,
+              std::string text) const {
+    trace->record({TraceKind::Call, std::move(object), std::move(name), std::move(arguments),
+                   std::move(text)});
+  }
 };
 
 std::shared_ptr<FoundationProvider> scriptedFoundation(

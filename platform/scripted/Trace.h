@@ -1,4 +1,4 @@
-// What happened, one line an event, in one order.
+// What happened, in one order: each event as a value and as a line of text.
 //
 // Threading: any thread.
 // Ownership: results are copies.
@@ -10,6 +10,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -19,8 +20,29 @@
 
 namespace platform {
 
+enum class TraceKind : std::uint8_t {
+  Call,          ///< of the platform: files, property lists, jobs, authorization, interfaces
+  Connection,    ///< a connection was made, set up, resumed, invalidated, released
+  Message,       ///< a message was sent on a connection; `name` is its selector
+  Notification,  ///< of the default notification center
+  Log,           ///< a line of NSLog or of the logger
+  Change,        ///< of an observed property
+  Delegate,      ///< a delegate was called
+  Note,          ///< anything that a test writes down itself
+};
+
+struct TraceEvent {
+  TraceKind kind = TraceKind::Note;
+  std::string object;                  ///< who was called or spoke: "connection 1"
+  std::string name;                    ///< what: a selector, a function, a property
+  std::vector<std::string> arguments;  ///< as the text shows them
+  std::string text;                    ///< the whole on one line
+};
+
 class Trace {
  public:
+  void record(TraceEvent event);
+  /// A note.
   void record(const std::string& line);
   /// Called with each line behind its recording, on the thread that recorded it and with no lock
   /// held, so that a test can hold that thread there. Null for none. Set while nothing is recorded.
@@ -28,6 +50,8 @@ class Trace {
   void setWatcher(Watcher watcher);
 
   [[nodiscard]] std::vector<std::string> lines() const;
+  [[nodiscard]] std::vector<TraceEvent> events() const;
+  [[nodiscard]] std::vector<TraceEvent> events(TraceKind kind) const;
   /// Only what `thread` recorded.
   [[nodiscard]] std::vector<std::string> linesOfThread(std::thread::id thread) const;
   /// All lines, which are then forgotten.
@@ -43,7 +67,7 @@ class Trace {
  private:
   struct Line {
     std::thread::id thread;
-    std::string text;
+    TraceEvent event;
   };
 
   mutable std::mutex mutex_;

@@ -40,7 +40,8 @@ struct JobStatus {
   std::int64_t processIdentifier = 0;     ///< 0 while it does not run
   std::int64_t starts = 0;                ///< since the daemon came up
   std::int64_t heldBackMilliseconds = 0;  ///< how long it is still held back after it crashed
-  std::string lastEnd;  ///< "exited with status 1", "ended by signal 9"; empty before the first end
+  std::string lastEnd;  ///< "exited with status 1", "ended by signal 9", "could not be started: …";
+                        ///< empty before the first end
 };
 
 struct ControlReply {

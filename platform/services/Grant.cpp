@@ -15,7 +15,7 @@ namespace platform {
 // Kept for good, and reachable, so that a leak checker sees what is meant.
 struct Authorization {
   Authorization* previous = nullptr;
-  bool isUsed = false;                         ///< leave has been asked for
+  bool isUsed = false;                          ///< leave has been asked for
   std::optional<ControlConnection> connection;  ///< after a removal, for the bless that may follow
 };
 

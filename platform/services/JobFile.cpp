@@ -79,12 +79,17 @@ std::optional<JobDescription> parseJobFile(std::span<const std::uint8_t> bytes,
   if (!dictionary) return std::nullopt;
   auto arguments = programArguments(*dictionary, reason);
   if (!arguments) return std::nullopt;
-  auto services = machServices(*dictionary, reason);
+  auto services = machServices(*dictionary, label, reason);
   if (!services) return std::nullopt;
   return JobDescription{std::string(label), std::move(*arguments), std::move(*services)};
 }
 
-std::optional<std::vector<std::string>> machServices(const NSDictionary& job, std::string* reason) {
+bool mayOffer(std::string_view label, std::string_view service) {
+  return service == label || (service.starts_with(label) && service[label.size()] == '.');
+}
+
+std::optional<std::vector<std::string>> machServices(const NSDictionary& job,
+                                                     std::string_view label, std::string* reason) {
   const auto dictionary = objectCast<NSDictionary>(job.objectForKey("MachServices"));
   if (!dictionary) return refuse(reason, "it has no MachServices");
   std::vector<std::string> services;
@@ -93,6 +98,9 @@ std::optional<std::vector<std::string>> machServices(const NSDictionary& job, st
     if (!name || !SystemRoot::isValidLabel(*name))
       return refuse(reason, "one of its MachServices has no valid name");
     if (*name == "jobd") return refuse(reason, "the service name \"jobd\" is taken");
+    if (!mayOffer(label, *name))
+      return refuse(reason, "the service " + *name + " is not its own: it may offer " +
+                                std::string(label) + " and names below that");
     if (isOffered(value)) services.push_back(*name);
   }
   if (services.empty()) return refuse(reason, "it offers none of its MachServices");

@@ -30,14 +30,19 @@ struct JobDescription {
                                                           std::string* reason);
 
 /// A job that can be kept: a label, 1 to 64 arguments with an absolute path first, 1 to 16 services
-/// with valid names.
+/// that it may offer.
 [[nodiscard]] std::optional<JobDescription> parseJobFile(std::span<const std::uint8_t> bytes,
                                                          std::string_view label,
                                                          std::string* reason);
 
+/// Whether a job may offer a service: its own label, or a name below it ("com.x.control" for
+/// "com.x"). Any other name is somebody else's.
+[[nodiscard]] bool mayOffer(std::string_view label, std::string_view service);
+
 /// The names under "MachServices" of a job's dictionary or a helper's embedded list: 1 to 16 valid
-/// ones, none twice.
+/// ones that the job may offer, none twice.
 [[nodiscard]] std::optional<std::vector<std::string>> machServices(const NSDictionary& job,
+                                                                   std::string_view label,
                                                                    std::string* reason);
 
 /// The file's bytes, an XML property list. Throws ServiceError for text that such a list cannot

@@ -3,9 +3,13 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
+#include <filesystem>
 
 #include "platform/services/ServiceError.h"
 
@@ -24,6 +28,88 @@ FileDescriptor openOneDirectory(int parent, const std::string& name, bool create
   return directory;
 }
 
+constexpr mode_t writableByOthers = S_IWGRP | S_IWOTH;
+
+std::string nameOf(const SystemRoot& root) {
+  return "the system root " + root.path().string();
+}
+
+std::string nameOf(uid_t user) {
+  return user == 0 ? "root" : "user " + std::to_string(user);
+}
+
+struct stat statusOf(int directory, const std::string& name) {
+  struct stat status {};
+  if (::fstat(directory, &status) != 0) throw fileSystemError("cannot examine " + name, errno);
+  return status;
+}
+
+ServiceError foreign(const std::string& name, uid_t owner) {
+  return {ServiceErrorCode::NotPermitted,
+          name + " belongs to " + nameOf(owner) + ", and this is " + nameOf(::geteuid()) +
+              ": run this as " + nameOf(owner) + ", or choose a root of your own with --root DIR"};
+}
+
+ServiceError writable(const std::string& name, mode_t mode) {
+  std::array<char, 8> octal{};
+  std::snprintf(octal.data(), octal.size(), "%04o", mode & 07777U);
+  return {ServiceErrorCode::NotPermitted,
+          name + " can be written by others (mode " + octal.data() +
+              "), who could decide what is run: take that away with chmod go-w, or choose another "
+              "root with --root DIR"};
+}
+
+/// A directory on the way to a root, or the root: nobody but those who are trusted decides what it
+/// holds, or, for one above the root, what becomes of the next on the way.
+void checkIsTrusted(int directory, const std::string& name, bool isRoot) {
+  const struct stat status = statusOf(directory, name);
+  if (S_ISLNK(status.st_mode)) {
+    throw ServiceError(ServiceErrorCode::NotPermitted,
+                       name +
+                           " is a symbolic link, which is not followed: name the directory that "
+                           "it points to, with --root DIR");
+  }
+  if (!S_ISDIR(status.st_mode))
+    throw ServiceError(ServiceErrorCode::FileSystem, name + " is no directory");
+  if (!isTrustedUser(status.st_uid)) throw foreign(name, status.st_uid);
+  const bool isHarmless = !isRoot && (status.st_mode & S_ISVTX) != 0;
+  if ((status.st_mode & writableByOthers) != 0 && !isHarmless) throw writable(name, status.st_mode);
+}
+
+/// The next directory on the way, not looked into yet and not followed if it is a link.
+FileDescriptor openNext(int parent, const std::string& name, const std::string& path, bool create) {
+  if (create && ::mkdirat(parent, name.c_str(), 0755) != 0 && errno != EEXIST)
+    throw fileSystemError("cannot make the directory " + path, errno);
+  FileDescriptor next(::openat(parent, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  if (!next && (create || errno != ENOENT))
+    throw fileSystemError("cannot open the directory " + path, errno);
+  return next;
+}
+
+FileDescriptor reopened(int directory, const std::string& name) {
+  FileDescriptor own(::openat(directory, ".", directoryFlags));
+  if (!own) throw fileSystemError("cannot open " + name, errno);
+  return own;
+}
+
+FileDescriptor walkTo(const SystemRoot& root, bool create) {
+  const std::string name = nameOf(root);
+  FileDescriptor current(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  std::filesystem::path path = "/";
+  for (const auto& component : root.path().relative_path()) {
+    checkIsTrusted(current.get(), "the directory " + path.string() + " above " + name, false);
+    path /= component;
+    current = openNext(current.get(), component.string(), path.string(), create);
+    if (!current) return current;
+  }
+  checkIsTrusted(current.get(), name, true);
+  return reopened(current.get(), name);
+}
+
+FileDescriptor openKeptOrWalk(const SystemRoot& root, bool create) {
+  return root.directory() >= 0 ? reopened(root.directory(), nameOf(root)) : walkTo(root, create);
+}
+
 std::size_t checkedSize(int descriptor, const std::string& name, std::size_t maximumBytes) {
   struct stat status {};
   if (::fstat(descriptor, &status) != 0) throw fileSystemError("cannot examine " + name, errno);
@@ -38,11 +124,24 @@ std::size_t checkedSize(int descriptor, const std::string& name, std::size_t max
 
 }  // namespace
 
+bool isTrustedUser(uid_t user) {
+  return user == 0 || user == ::geteuid();
+}
+
 FileDescriptor openRoot(const SystemRoot& root) {
-  FileDescriptor directory(::open(root.path().c_str(), directoryFlags));
-  if (!directory && errno != ENOENT)
-    throw fileSystemError("cannot open the system root " + root.path().string(), errno);
+  return openKeptOrWalk(root, false);
+}
+
+FileDescriptor openOwnRoot(const SystemRoot& root) {
+  auto directory = openKeptOrWalk(root, true);
+  checkIsOwn(directory.get(), nameOf(root));
   return directory;
+}
+
+void checkIsOwn(int directory, const std::string& name) {
+  const struct stat status = statusOf(directory, name);
+  if (status.st_uid != ::geteuid()) throw foreign(name, status.st_uid);
+  if ((status.st_mode & writableByOthers) != 0) throw writable(name, status.st_mode);
 }
 
 FileDescriptor openDirectoryBelow(int directory, std::string_view relativePath, bool create) {
@@ -101,12 +200,6 @@ std::vector<std::string> namesIn(int directory) {
   ::closedir(stream);
   std::sort(names.begin(), names.end());
   return names;
-}
-
-std::optional<uid_t> ownerOfRoot(const SystemRoot& root) {
-  struct stat status {};
-  if (::stat(root.path().c_str(), &status) != 0) return std::nullopt;
-  return status.st_uid;
 }
 
 }  // namespace platform

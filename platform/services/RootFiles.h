@@ -20,11 +20,22 @@ namespace platform {
 /// The largest job file that is read.
 inline constexpr std::size_t maximumJobFileBytes = std::size_t{64} * 1024;
 /// The largest helper executable that is read or installed.
-inline constexpr std::size_t maximumHelperBytes = std::size_t{256} * 1024 * 1024;
+inline constexpr std::size_t maximumHelperBytes = std::size_t{64} * 1024 * 1024;
 
-/// The root itself. Its own path is the caller's word, and may go through links. Empty when there
-/// is none.
+/// The root itself, for who uses it; empty when there is none. It is reached from "/" one directory
+/// at a time, through no symbolic link. It and every directory above it belong to the superuser or
+/// to the effective user and can be written by nobody else (in a sticky directory above it, others
+/// can do no harm): what is below it is theirs, and nobody can put another root in its place. Else
+/// NotPermitted, naming the directory, the cause and the cure.
 [[nodiscard]] FileDescriptor openRoot(const SystemRoot& root);
+
+/// The same for who keeps the root and writes in it: it must be the effective user's own, and what
+/// is missing of it is made.
+[[nodiscard]] FileDescriptor openOwnRoot(const SystemRoot& root);
+
+/// Throws NotPermitted unless an open directory belongs to the effective user and can be written by
+/// nobody else. `name` is for the message.
+void checkIsOwn(int directory, const std::string& name);
 
 /// A directory below an open one, each component opened without following a link; empty when a
 /// component is missing and not to be made. Directories that are made have mode 0755.
@@ -45,7 +56,7 @@ inline constexpr std::size_t maximumHelperBytes = std::size_t{256} * 1024 * 1024
 /// The names in an open directory, sorted, without "." and "..". The descriptor is left as it is.
 [[nodiscard]] std::vector<std::string> namesIn(int directory);
 
-/// The owner of the root's directory; empty when there is none.
-[[nodiscard]] std::optional<uid_t> ownerOfRoot(const SystemRoot& root);
+/// Whether what belongs to that user may be relied on: it is the effective user or the superuser.
+[[nodiscard]] bool isTrustedUser(uid_t user);
 
 }  // namespace platform

@@ -52,11 +52,9 @@ bool isOffered(const SystemRoot& root, std::string_view service) {
   });
 }
 
-ServiceConnectResult checkedEndpoint(const SystemRoot& root, FileDescriptor socket) {
+ServiceConnectResult checkedEndpoint(FileDescriptor socket) {
   const auto peer = peerCredentials(socket.get());
-  const auto owner = ownerOfRoot(root);
-  if (peer && (peer->user == 0 || (owner && peer->user == *owner)))
-    return {Outcome::Connected, socket.release(), {}};
+  if (peer && isTrustedUser(peer->user)) return {Outcome::Connected, socket.release(), {}};
   return failure(Outcome::Refused, "the endpoint belongs to somebody else");
 }
 
@@ -112,8 +110,7 @@ class RootEndpoints final : public ServiceEndpoints {
   static ServiceConnectResult connectWithin(const SystemRoot& root, std::string_view service) {
     constexpr int attempts = 3;
     for (int attempt = 0; attempt < attempts; ++attempt) {
-      if (auto socket = connectEndpoint(root, service))
-        return checkedEndpoint(root, std::move(socket));
+      if (auto socket = connectEndpoint(root, service)) return checkedEndpoint(std::move(socket));
       if (auto known = meaningOf(errno)) return *known;
       if (!isOffered(root, service)) return failure(Outcome::UnknownName, "no job offers it");
       JobDaemon(root).ensureRunning();

@@ -1,10 +1,9 @@
 // Reaching a named service: from its name to a connected stream socket.
 //
 // Threading: any thread. Ownership: the caller owns the descriptor. Order: none.
-// Errors: as Outcome. The peer's owner is checked (SO_PEERCRED on the connected socket: who made
-// the endpoint) against
-//   root and the root directory's owner before a byte is sent; an endpoint of anybody else is
-//   Refused.
+// Errors: as Outcome. Before a byte is sent, the root's directory and those above it are checked
+// (openRoot in RootFiles.h), and so is who listens (SO_PEERCRED on the connected socket): the
+// effective user or the superuser. A root or an endpoint of anybody else is Refused.
 #pragma once
 
 #include <memory>

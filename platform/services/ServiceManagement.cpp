@@ -7,6 +7,7 @@
 
 #include "platform/foundation/NSBundle.h"
 #include "platform/services/Grant.h"
+#include "platform/services/InstalledJob.h"
 #include "platform/services/JobFile.h"
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
@@ -47,15 +48,6 @@ FileDescriptor openBundledHelper(const std::string& label) {
   return helper;
 }
 
-std::shared_ptr<NSDictionary> readJobDictionary(const SystemRoot& root, const std::string& label) {
-  const auto rootDirectory = openRoot(root);
-  if (!rootDirectory) return nullptr;
-  const auto jobs = openDirectoryBelow(rootDirectory.get(), "Library/LaunchDaemons", false);
-  if (!jobs) return nullptr;
-  const auto bytes = readFileIn(jobs.get(), label + ".plist", maximumJobFileBytes);
-  return bytes ? jobDictionary(*bytes, label, nullptr) : nullptr;
-}
-
 /// Runs `body`; a failure becomes false and the error object.
 template <class Body>
 bool reporting(std::shared_ptr<NSError>* returnError, const Body& body) {
@@ -77,7 +69,7 @@ class RootServices final : public ServicesProvider {
   std::shared_ptr<NSDictionary> jobCopyDictionary(std::string_view domain,
                                                   const std::shared_ptr<NSString>& label) override {
     try {
-      return readJobDictionary(SystemRoot::current(), checkedLabel(domain, label));
+      return installedJob(SystemRoot::current(), checkedLabel(domain, label), nullptr);
     } catch (const std::exception&) {
       return nullptr;  // a job that cannot be read is no job of the domain
     }

@@ -25,7 +25,7 @@ inline constexpr std::string_view kSMDomainSystemLaunchd = "kSMDomainSystemLaunc
 inline constexpr std::string_view WLServiceManagementErrorDomain = "WLServiceManagementErrorDomain";
 
 /// The job's dictionary ("Label", "ProgramArguments", "MachServices"), read afresh; null when the
-/// domain has no such job.
+/// domain has no such job, or its file names another program than the helper that is run for it.
 std::shared_ptr<NSDictionary> SMJobCopyDictionary(std::string_view domain,
                                                   const std::shared_ptr<NSString>& label);
 

@@ -56,9 +56,11 @@ bool isLabelCharacter(char c) {
 
 }  // namespace
 
-SystemRoot::SystemRoot(fs::path directory) : directory_(std::move(directory)) {
-  directory_ = normalised(directory_);
-}
+SystemRoot::SystemRoot(fs::path directory) : path_(normalised(directory)) {}
+
+SystemRoot::SystemRoot(FileDescriptor directory, fs::path path)
+    : path_(std::move(path)),
+      directory_(std::make_shared<const FileDescriptor>(std::move(directory))) {}
 
 SystemRoot SystemRoot::current() {
   {
@@ -81,27 +83,27 @@ void SystemRoot::resetCurrent() {
 }
 
 fs::path SystemRoot::jobFile(std::string_view label) const {
-  return directory_ / "Library/LaunchDaemons" / (std::string(checkedLabel(label)) + ".plist");
+  return path_ / "Library/LaunchDaemons" / (std::string(checkedLabel(label)) + ".plist");
 }
 
 fs::path SystemRoot::helperTool(std::string_view label) const {
-  return directory_ / "Library/PrivilegedHelperTools" / checkedLabel(label);
+  return path_ / "Library/PrivilegedHelperTools" / checkedLabel(label);
 }
 
 fs::path SystemRoot::endpoint(std::string_view service) const {
-  return directory_ / "var/run" / (std::string(checkedLabel(service)) + ".sock");
+  return path_ / "var/run" / (std::string(checkedLabel(service)) + ".sock");
 }
 
 fs::path SystemRoot::controlEndpoint() const {
-  return directory_ / "var/run/jobd.sock";
+  return path_ / "var/run/jobd.sock";
 }
 
 fs::path SystemRoot::systemLog() const {
-  return directory_ / "var/log/system.log";
+  return path_ / "var/log/system.log";
 }
 
 fs::path SystemRoot::deviceSources() const {
-  return directory_ / "etc/hideventrouter";
+  return path_ / "etc/hideventrouter";
 }
 
 bool SystemRoot::isValidLabel(std::string_view label) {

@@ -7,21 +7,33 @@
 //   <root>/var/log/system.log                         what jobs write
 //   <root>/etc/hideventrouter/*.plist                 device sources of the reference router
 //
+// A root is named by its path until it is opened (RootFiles.h); from then on it is the directory
+// that was opened, whatever comes to stand at that path.
+//
 // Threading: SystemRoot is a value. current() and setCurrent() may be called from any thread.
-// Ownership, Order: none.
+// Ownership: copies of an opened root share its descriptor. Order: none.
 // Errors: a root that cannot be determined (no HOME, no XDG directories) throws std::runtime_error
 // naming what is missing.
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <string_view>
 
+#include "platform/services/FileDescriptor.h"
+
 namespace platform {
+
+/// What a job's starter calls the root's directory, which it hands over open beside the job's
+/// sockets (LISTEN_FDNAMES). No service can have this name.
+inline constexpr std::string_view rootDescriptorName = ".root";
 
 class SystemRoot {
  public:
   /// Made absolute; need not exist yet.
   explicit SystemRoot(std::filesystem::path directory);
+  /// The root that is open as `directory`. Its path is for people.
+  SystemRoot(FileDescriptor directory, std::filesystem::path path);
 
   /// setCurrent()'s root; else WLHID_ROOT (secure_getenv); else the user's own, "wlhid/root" under
   /// XDG_STATE_HOME or
@@ -31,9 +43,11 @@ class SystemRoot {
   /// Back to what the environment says.
   static void resetCurrent();
 
-  [[nodiscard]] const std::filesystem::path& path() const { return directory_; }
+  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+  /// -1 unless it was opened.
+  [[nodiscard]] int directory() const { return directory_ ? directory_->get() : -1; }
   /// Whether this is "/": jobs then belong to systemd and the authorization to polkit.
-  [[nodiscard]] bool isSystem() const { return directory_ == "/"; }
+  [[nodiscard]] bool isSystem() const { return path_ == "/"; }
 
   [[nodiscard]] std::filesystem::path jobFile(std::string_view label) const;
   [[nodiscard]] std::filesystem::path helperTool(std::string_view label) const;
@@ -47,7 +61,8 @@ class SystemRoot {
   [[nodiscard]] static bool isValidLabel(std::string_view label);
 
  private:
-  std::filesystem::path directory_;
+  std::filesystem::path path_;
+  std::shared_ptr<const FileDescriptor> directory_;
 };
 
 }  // namespace platform

@@ -12,6 +12,7 @@
 
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSLog.h"
+#include "platform/foundation/PrintableText.h"
 #include "platform/xpc/Guarded.h"
 #include "platform/xpc/Hello.h"
 
@@ -89,6 +90,12 @@ ConnectionCore::~ConnectionCore() {
   if (countsAsLive_) liveConnections.fetch_sub(1);
 }
 
+void ConnectionCore::setPlace(std::unique_ptr<Admissions::Place> place) {
+  const std::lock_guard lock(mutex_);
+  backlog_.chargeTo(place->unsent());
+  place_ = std::move(place);
+}
+
 std::size_t ConnectionCore::liveCount() {
   return liveConnections.load();
 }
@@ -97,28 +104,33 @@ std::size_t ConnectionCore::liveCount() {
 // Configuration
 
 void ConnectionCore::setExportedTable(SharedTable table) {
+  if (mark_.isInherited()) return;
   const std::lock_guard lock(mutex_);
   exportedTable_.swap(table);
   exportedVersion_.fetch_add(1, std::memory_order_release);
 }
 
 void ConnectionCore::setExportedObject(XPCExportedObject object) {
+  if (mark_.isInherited()) return;
   const std::lock_guard lock(mutex_);
   std::swap(exportedObject_, object);
   exportedVersion_.fetch_add(1, std::memory_order_release);
 }
 
 void ConnectionCore::setRemoteTable(SharedTable table) {
+  if (mark_.isInherited()) return;
   const std::lock_guard lock(mutex_);
   remoteTable_.swap(table);
 }
 
 SharedTable ConnectionCore::remoteTable() const {
+  if (mark_.isInherited()) return nullptr;
   const std::lock_guard lock(mutex_);
   return remoteTable_;
 }
 
 void ConnectionCore::replaceHandler(SharedHandler& slot, std::function<void()> handler) {
+  if (mark_.isInherited()) return;
   auto shared = handler ? std::make_shared<std::function<void()>>(std::move(handler)) : nullptr;
   const std::lock_guard lock(mutex_);
   if (!reported_ && !abandoned_) slot.swap(shared);
@@ -136,11 +148,13 @@ void ConnectionCore::setInvalidationHandler(std::function<void()> handler) {
 // Beginning and ending
 
 void ConnectionCore::resume() {
+  if (mark_.isInherited()) return;
   Released released;
   std::unique_lock lock(mutex_);
   if (resumed_ || isOverLocked()) return;
   resumed_ = true;
   resumedEntry_.enter(exportedObject_.object);
+  if (place_) helloDeadline_ = Clock::now() + place_->helloWithin();
   if (accepted_) {
     openStreamLocked();
     flushLocked(released);
@@ -152,6 +166,7 @@ void ConnectionCore::resume() {
 }
 
 void ConnectionCore::invalidate() {
+  if (mark_.isInherited()) return letGoOfInherited();
   if (SendBatch* const batch = openBatch()) commit(*batch);
   Released released;
   const std::lock_guard lock(mutex_);
@@ -167,6 +182,7 @@ void ConnectionCore::invalidate() {
 }
 
 void ConnectionCore::abandon() {
+  if (mark_.isInherited()) return letGoOfInherited();
   Released released;
   SharedHandler interruption;
   SharedHandler invalidation;
@@ -185,6 +201,17 @@ void ConnectionCore::abandon() {
   } else {
     pokeLocked();
   }
+}
+
+/// Once, and not while a thread that this process lacks held the lock in the moment of the fork:
+/// then they stay until the process ends or becomes another program.
+void ConnectionCore::letGoOfInherited() {
+  const std::unique_lock lock(mutex_, std::try_to_lock);
+  if (!lock) return;
+  for (int* const descriptor : {&socket_, &wake_, &peer_.process}) {
+    if (*descriptor >= 0) ::close(std::exchange(*descriptor, -1));
+  }
+  if (std::exchange(countsAsLive_, false)) liveConnections.fetch_sub(1);
 }
 
 /// The farewell goes out at once where the socket takes it, so that even a process that exits right
@@ -228,6 +255,7 @@ template <class Arguments>
 void ConnectionCore::sendAny(const SharedTable& remote, std::size_t method,
                              const Arguments& arguments, XPCReplyHandler reply,
                              const SharedErrorHandler& errorHandler) {
+  if (mark_.isInherited()) return;
   const bool request = remote->methods()[method].hasReply;
   if (SendBatch* const batch = openBatch()) {
     if (!request) return sendInBatch(*batch, method, arguments, errorHandler);
@@ -261,7 +289,7 @@ void ConnectionCore::sendAny(const SharedTable& remote, std::size_t method,
 
 void ConnectionCore::failUnencodable(const EncodingError& error, XPCReplyHandler reply,
                                      const SharedErrorHandler& errorHandler) {
-  NSLogString("a message was not sent: " + std::string(error.what()));
+  NSLogString(printableLine("a message was not sent: " + std::string(error.what())));
   const std::lock_guard lock(mutex_);
   failLocked(reply, errorHandler, connectionError(true, error.code(), error.what()));
 }
@@ -270,6 +298,7 @@ void ConnectionCore::failUnencodable(const EncodingError& error, XPCReplyHandler
 // Batches
 
 std::unique_ptr<SendBatch> ConnectionCore::beginBatch() {
+  if (mark_.isInherited()) return nullptr;
   if (openBatch() != nullptr) return nullptr;
   std::unique_ptr<SendBatch> batch;
   {
@@ -285,6 +314,7 @@ std::unique_ptr<SendBatch> ConnectionCore::beginBatch() {
 void ConnectionCore::endBatch(std::unique_ptr<SendBatch> batch) {
   if (!batch) return;
   innermostBatch = batch->outer;
+  if (mark_.isInherited()) return;
   const bool keep = batch->frames.size() <= SendBatch::kKeptSize;
   commit(*batch);
   if (!keep) return;
@@ -318,6 +348,7 @@ void ConnectionCore::sendInBatch(SendBatch& batch, std::size_t method, const Arg
 }
 
 void ConnectionCore::commit(SendBatch& batch) {
+  if (mark_.isInherited()) return;
   if (batch.messages.empty()) return;
   bool dropsBegin = false;
   {
@@ -366,6 +397,7 @@ void ConnectionCore::enqueueBatchLocked(SendBatch& batch) {
 
 void ConnectionCore::answer(std::uint64_t stream, std::uint64_t id,
                             const std::vector<ArgumentRule>& rules, const XPCValues* values) {
+  if (mark_.isInherited()) return;
   WireWriter frame;
   frame.beginFrame(values ? FrameKind::Reply : FrameKind::ReplyDropped, 0);
   frame.u64(id);
@@ -375,7 +407,7 @@ void ConnectionCore::answer(std::uint64_t stream, std::uint64_t id,
         throw EncodingError(EINVAL, "wrong number of values in a reply");
       encodeValues(frame, *values);
     } catch (const EncodingError& error) {
-      NSLogString("a reply was not sent: " + std::string(error.what()));
+      NSLogString(printableLine("a reply was not sent: " + std::string(error.what())));
       return answer(stream, id, rules, nullptr);
     }
   }
@@ -390,6 +422,7 @@ void ConnectionCore::answer(std::uint64_t stream, std::uint64_t id,
 }
 
 void ConnectionCore::endForWantOfAnswer(std::uint64_t stream) {
+  if (mark_.isInherited()) return;
   const std::lock_guard lock(mutex_);
   if (stream != stream_ || isOverLocked()) return;
   replyOverflow_ = true;
@@ -447,11 +480,19 @@ void ConnectionCore::flushLocked(Released& released) {
 }
 
 std::size_t ConnectionCore::unsentBytes() const {
+  if (mark_.isInherited()) return 0;
   const std::lock_guard lock(mutex_);
   return backlog_.size();
 }
 
+std::size_t ConnectionCore::unsentBytesOfUser() const {
+  if (mark_.isInherited()) return 0;
+  const std::lock_guard lock(mutex_);
+  return place_ ? place_->unsent()->taken() : backlog_.size();
+}
+
 bool ConnectionCore::waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit) {
+  if (mark_.isInherited()) return true;
   const std::size_t below = std::max<std::size_t>(bytes, 1);
   const auto deadline =
       Clock::now() + std::clamp<std::chrono::milliseconds>(limit, std::chrono::milliseconds{0},
@@ -469,11 +510,13 @@ bool ConnectionCore::waitUntilUnsentBelow(std::size_t bytes, std::chrono::millis
 }
 
 std::uint64_t ConnectionCore::messagesDropped() const {
+  if (mark_.isInherited()) return 0;
   const std::lock_guard lock(mutex_);
   return dropped_;
 }
 
 PeerIdentity ConnectionCore::peer() const {
+  if (mark_.isInherited()) return {};
   const std::lock_guard lock(mutex_);
   return peer_;
 }
@@ -522,7 +565,12 @@ void* ConnectionCore::threadMain(void* started) {
     const std::lock_guard lock(self->mutex_);
     core.swap(self->keptForThread_);
   }
-  core->run();
+  try {
+    core->run();
+  } catch (const InForkedChild&) {
+    core->letGoOfInherited();
+    return nullptr;
+  }
   core.reset();
   liveConnections.fetch_sub(1);
   return nullptr;

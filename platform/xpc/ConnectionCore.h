@@ -11,6 +11,9 @@
 // Ownership: the handle and the running queue thread hold the core; proxies do too, reply senders
 //   only weakly. The core never holds its handle.
 // Errors, Order: as NSXPCConnection.h.
+// Forks: in a child every call from outside returns before it touches the lock, which a thread that
+//   the child lacks may hold; ends let go of the descriptors. A queue thread that forks itself, in
+//   a handler, ends in the child as soon as the handler returns (InForkedChild).
 #pragma once
 
 #include <atomic>
@@ -19,10 +22,13 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "platform/foundation/ForkMark.h"
+#include "platform/xpc/Admissions.h"
 #include "platform/xpc/InterfaceTable.h"
 #include "platform/xpc/NSXPCConnection.h"
 #include "platform/xpc/PeerIdentity.h"
@@ -47,6 +53,8 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   static std::shared_ptr<ConnectionCore> accepted(int socket, int wake = -1,
                                                   PreparedThread thread = {});
   ConnectionCore(std::string service, int acceptedSocket);
+  /// Before it is resumed. The place is given back when the stream has ended.
+  void setPlace(std::unique_ptr<Admissions::Place> place);
   ConnectionCore(const ConnectionCore&) = delete;
   ConnectionCore& operator=(const ConnectionCore&) = delete;
   ~ConnectionCore();
@@ -80,6 +88,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   std::unique_ptr<SendBatch> beginBatch();
   void endBatch(std::unique_ptr<SendBatch> batch);
   [[nodiscard]] std::size_t unsentBytes() const;
+  [[nodiscard]] std::size_t unsentBytesOfUser() const;
   bool waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit);
   [[nodiscard]] std::uint64_t messagesDropped() const;
   [[nodiscard]] PeerIdentity peer() const;
@@ -88,6 +97,8 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   static std::size_t liveCount();
 
  private:
+  /// Thrown on the queue thread, through everything, where a handler returned in a child.
+  struct InForkedChild {};
   using Clock = std::chrono::steady_clock;
 
   struct Pending {
@@ -138,9 +149,11 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   bool startThreadLocked();
   static void* threadMain(void* core);
   void releaseTokenLocked();
+  void letGoOfInherited();
   [[nodiscard]] bool isOverLocked() const { return invalidated_ || abandoned_ || ended_; }
   [[nodiscard]] bool fitsLocked(std::size_t bytes) const {
-    return bytes <= kXPCUnsentLimit - std::min(backlog_.size(), kXPCUnsentLimit);
+    return bytes <= kXPCUnsentLimit - std::min(backlog_.size(), kXPCUnsentLimit) &&
+           backlog_.mayTake(bytes);
   }
   bool noteDropLocked();
   bool waitOnQueueThread(std::size_t bytes, Clock::time_point deadline);
@@ -154,6 +167,9 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   [[nodiscard]] bool adoptSocket(int socket);
   void giveUpConnecting(const std::string& why);
   void serve();
+  /// Until when it may wait for input, in milliseconds from now.
+  [[nodiscard]] int idleTimeout() const;
+  [[nodiscard]] bool isHelloOverdue() const;
   void deliverOrBreach();
   bool readOnce();
   [[nodiscard]] bool hasBacklog() const;
@@ -197,12 +213,14 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void answerDropped(std::uint64_t id);
   void refreshExported();
   void dropForWantOfObject(std::size_t method, std::uint64_t id);
+  void reportMissedSinceGone();
   bool breach(std::string_view what);
   template <class Call>
   void guarded(const char* what, const Call& call) const;
 
   const std::string service_;  ///< empty for an accepted connection
   const bool accepted_;
+  const ForkMark mark_;
 
   mutable std::mutex mutex_;
   std::condition_variable unsentChanged_;
@@ -236,6 +254,9 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   std::vector<Failure> failures_;
   PeerIdentity peer_;
   std::uint64_t dropped_ = 0;
+  std::unique_ptr<Admissions::Place> place_;  ///< null for a connection to a service
+  /// Until when the peer may be silent; set at resume, for the queue thread.
+  std::optional<Clock::time_point> helloDeadline_;
 
   std::atomic<std::uint64_t> nextRequest_{1};
   std::atomic<std::uint64_t> exportedVersion_{0};
@@ -254,6 +275,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   XPCExportedObject object_;
   std::uint64_t seenVersion_ = 0;
   bool missedObjectLogged_ = false;
+  std::uint64_t missedSinceGone_ = 0;  ///< messages for an object that is there no more
   unsigned connectAttempts_ = 0;
   Clock::time_point connectStarted_;
   ResumedConnection resumedEntry_;

@@ -120,6 +120,7 @@ bool ConnectionCore::handleHello(std::span<const std::uint8_t> body) {
     if (remoteTable_) ours.remote = remoteTable_->protocol().name;
   }
   const std::string why = mismatch(ours, *theirs);
+  if (why.empty() && place_) place_->saidHello();
   return why.empty() || breach(why);
 }
 
@@ -185,12 +186,25 @@ void ConnectionCore::invoke(std::size_t method, std::uint64_t id, const MethodRu
   });
 }
 
+/// An owner that lets go of the object and of the connection does so in that order, or in the midst
+/// of a delivery: messages in between are nothing to speak of. Where the connection ends in another
+/// way they are.
 void ConnectionCore::dropForWantOfObject(std::size_t method, std::uint64_t id) {
-  if (!std::exchange(missedObjectLogged_, true)) {
+  const std::weak_ptr<void> none;
+  const bool isGone = object_.object.owner_before(none) || none.owner_before(object_.object);
+  if (exported_ && isGone && object_.protocol == &exported_->protocol()) {
+    ++missedSinceGone_;
+  } else if (!std::exchange(missedObjectLogged_, true)) {
     log("message ", std::to_string(method),
         " and any further one dropped: there is no exported object");
   }
   answerDropped(id);
+}
+
+void ConnectionCore::reportMissedSinceGone() {
+  const std::uint64_t missed = std::exchange(missedSinceGone_, 0);
+  if (missed == 0 || endsByOwnHand()) return;
+  log(std::to_string(missed), " messages dropped: the exported object is gone");
 }
 
 /// IDs begin with 1: there is nothing to answer to a one-way message.

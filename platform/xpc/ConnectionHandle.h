@@ -25,6 +25,7 @@ class ConnectionHandle final : public NSXPCConnection {
   [[nodiscard]] pid_t processIdentifier() const override;
   [[nodiscard]] int processDescriptor() const override;
   [[nodiscard]] std::size_t unsentBytes() const override;
+  [[nodiscard]] std::size_t unsentBytesOfUser() const override;
   bool waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit) override;
   [[nodiscard]] std::uint64_t messagesDropped() const override;
   void sendBatch(const std::function<void()>& body) override;

@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "platform/foundation/NSLog.h"
+#include "platform/foundation/PrintableText.h"
 #include "platform/services/ServiceEndpoints.h"
 #include "platform/xpc/ConnectionCore.h"
 #include "platform/xpc/Guarded.h"
@@ -173,12 +174,22 @@ void ConnectionCore::serve() {
     if (readOnce()) {
       deliverOrBreach();
     } else if (streamEnd_ == StreamEnd::No && !attention_.load(std::memory_order_relaxed)) {
-      if (!wait(buffer_.holdsIdleMemory() ? kTrimAfterMilliseconds : kForever, true))
-        buffer_.trim();
+      if (!wait(idleTimeout(), true)) buffer_.trim();
     }
+    if (isHelloOverdue()) breach("no hello in time");
     if (streamEnd_ == StreamEnd::No && attention_.load(std::memory_order_relaxed)) return;
   }
   if (!stopDelivering_.load(std::memory_order_relaxed)) endStream();
+}
+
+int ConnectionCore::idleTimeout() const {
+  if (!helloSeen_ && helloDeadline_) return millisecondsUntil(*helloDeadline_);
+  return buffer_.holdsIdleMemory() ? kTrimAfterMilliseconds : kForever;
+}
+
+bool ConnectionCore::isHelloOverdue() const {
+  return !helloSeen_ && helloDeadline_ && streamEnd_ == StreamEnd::No &&
+         Clock::now() >= *helloDeadline_;
 }
 
 /// What a frame asks of memory and does not get ends its own connection only.
@@ -232,8 +243,10 @@ void ConnectionCore::letReadsWait() {
 void ConnectionCore::closeSocket() {
   int socket = -1;
   int process = -1;
+  std::unique_ptr<Admissions::Place> place;
   {
     const std::lock_guard lock(mutex_);
+    place.swap(place_);
     socket = std::exchange(socket_, -1);
     process = std::exchange(peer_.process, -1);
     peer_ = {};
@@ -259,6 +272,7 @@ void ConnectionCore::endStream() {
   const bool interrupted = streamEnd_ == StreamEnd::Lost && !accepted_;
   streamEnd_ = StreamEnd::No;
   connectAttempts_ = 0;
+  reportMissedSinceGone();
   closeSocket();
   if (!interrupted) {
     const std::lock_guard lock(mutex_);
@@ -443,8 +457,9 @@ std::shared_ptr<NSError> ConnectionCore::makeErrorAnyway(std::int64_t code, cons
 }
 
 void ConnectionCore::logText(const std::string& text) const {
-  NSLogString((accepted_ ? std::string("accepted connection") : "connection to " + service_) +
-              ": " + text);
+  NSLogString(
+      printableLine((accepted_ ? std::string("accepted connection") : "connection to " + service_) +
+                    ": " + text));
 }
 
 }  // namespace platform::xpc

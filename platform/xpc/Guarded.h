@@ -24,6 +24,7 @@ void ConnectionCore::guarded(const char* what, const Call& call) const {
   } catch (...) {
     log(what, " threw");
   }
+  if (mark_.isInherited()) throw InForkedChild();
 }
 
 /// One line. Where memory is short there is none.

@@ -12,7 +12,7 @@
 namespace platform::xpc {
 
 inline constexpr std::string_view kHelloMagic = "WLHX";
-inline constexpr std::uint16_t kWireVersion = 1;
+inline constexpr std::uint16_t kWireVersion = 2;
 inline constexpr std::size_t kMaxProtocolName = 254;
 
 struct Hello {

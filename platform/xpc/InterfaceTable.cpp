@@ -11,6 +11,7 @@ ArgumentRule rule(const XPCArgument& argument, const NSClassSet& classes) {
   for (const NSClass* admitted : classes) result.inside |= tagsOfClass(*admitted);
   // What is admitted inside need not be what the method takes.
   result.outermost = result.inside & tagsOfClass(*argument.declaredClass);
+  if (argument.memberClass != nullptr) result.inside &= tagsOfClass(*argument.memberClass);
   return result;
 }
 
@@ -43,7 +44,6 @@ InterfaceTable::InterfaceTable(std::shared_ptr<NSXPCInterface> interface)
 }
 
 void encodeValues(WireWriter& writer, const XPCValues& values) {
-  ObjectBudget budget;
   for (std::size_t i = 0; i < values.count; ++i) {
     const XPCValue& value = values.values[i];
     if (const auto* small = std::get_if<std::uint32_t>(&value)) {
@@ -51,17 +51,16 @@ void encodeValues(WireWriter& writer, const XPCValues& values) {
     } else if (const auto* large = std::get_if<std::uint64_t>(&value)) {
       writer.u64(*large);
     } else {
-      encodeObject(writer, *std::get_if<std::shared_ptr<NSObject>>(&value), budget);
+      encodeObject(writer, *std::get_if<std::shared_ptr<NSObject>>(&value));
     }
   }
   checkFrameSize(writer);
 }
 
 void encodeValues(WireWriter& writer, std::span<const XPCArgumentRef> arguments) {
-  ObjectBudget budget;
   for (const XPCArgumentRef& argument : arguments) {
     if (argument.kind() == XPCArgumentKind::Object) {
-      encodeObject(writer, argument.object(), budget);
+      encodeObject(writer, argument.object());
     } else if (argument.kind() == XPCArgumentKind::UInt64) {
       writer.u64(argument.number());
     } else {
@@ -73,7 +72,6 @@ void encodeValues(WireWriter& writer, std::span<const XPCArgumentRef> arguments)
 
 ValuesResult decodeValues(WireReader& reader, const std::vector<ArgumentRule>& rules,
                           XPCValues& values) {
-  ObjectBudget budget;
   for (std::size_t i = 0; i < rules.size(); ++i) {
     const ArgumentRule& rule = rules[i];
     XPCValue& value = values.values[i];
@@ -82,7 +80,7 @@ ValuesResult decodeValues(WireReader& reader, const std::vector<ArgumentRule>& r
     } else if (rule.kind == XPCArgumentKind::UInt64) {
       value.emplace<std::uint64_t>(reader.u64());
     } else {
-      DecodeResult result = decodeObject(reader, rule.outermost, rule.inside, budget);
+      DecodeResult result = decodeObject(reader, rule.outermost, rule.inside);
       if (result.verdict != DecodeVerdict::Accepted) return {result.verdict, i, result.reason};
       value.emplace<std::shared_ptr<NSObject>>(std::move(result.object));
     }

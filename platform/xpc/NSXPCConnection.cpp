@@ -94,6 +94,9 @@ int ConnectionHandle::processDescriptor() const {
 std::size_t ConnectionHandle::unsentBytes() const {
   return core_->unsentBytes();
 }
+std::size_t ConnectionHandle::unsentBytesOfUser() const {
+  return core_->unsentBytesOfUser();
+}
 bool ConnectionHandle::waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit) {
   return core_->waitUntilUnsentBelow(bytes, limit);
 }

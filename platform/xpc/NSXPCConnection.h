@@ -14,7 +14,9 @@
 // Ownership: the exported object is held weakly, strongly only while one delivery runs. Handlers
 //   are held until they are replaced or the invalidation handler has run. Dropping the last
 //   reference without invalidate ends the connection quietly: pending requests get their error
-//   handlers, no handler runs, the peer sees the stream end without a farewell.
+//   handlers, no handler runs, the peer sees the stream end without a farewell. Messages for an
+//   exported object that has gone are dropped; how many is logged unless this end ends the
+//   connection.
 // Errors: domain NSCocoaErrorDomain; 4097 interrupted, 4099 invalid, 4101 reply not admitted or
 //   dropped unanswered. A message that could not even be queued: domain NSPOSIXErrorDomain; EINVAL
 //   an argument that has no encoding, EMSGSIZE larger than a frame may be, ENOBUFS the peer does
@@ -28,6 +30,9 @@
 //   about a connection that was invalidated locally is dropped when another connection of the same
 //   exported object has been resumed since and stands: its receiver could not tell them apart.
 //   Connections of one object that were live at the same time are each reported.
+// Forks: in a child of the process that made it a connection is inert: it sends, calls and waits
+// for
+//   nothing, and its end closes the child's copies of its descriptors.
 #pragma once
 
 #include <sys/types.h>
@@ -102,13 +107,17 @@ class NSXPCConnection {
   /// Bytes of messages that wait here because the peer's socket is full. They are flushed as soon
   /// as it takes more.
   [[nodiscard]] virtual std::size_t unsentBytes() const { return 0; }
+  /// The same of all connections of the peer's user that the same listener let in, this one
+  /// included: what NSXPCListenerLimits::unsentBytesOfUser bounds. Of a connection to a service its
+  /// own.
+  [[nodiscard]] virtual std::size_t unsentBytesOfUser() const { return unsentBytes(); }
   /// Waits until fewer than `bytes` wait unsent (at least 1 is assumed), at most for `limit`;
   /// whether they are. A connection that has ended has none.
   virtual bool waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit) {
     return bytes > 0 || limit.count() >= 0;
   }
   /// Messages that were sent here and thrown away, since the connection was made: the backlog had
-  /// reached kXPCUnsentLimit, or the stream ended before they were written.
+  /// reached kXPCUnsentLimit or the user's limit, or the stream ended before they were written.
   [[nodiscard]] virtual std::uint64_t messagesDropped() const { return 0; }
   /// What the calling thread sends on this connection while `body` runs (in that thread, at once)
   /// goes out together, in one write where the socket takes it.

@@ -24,6 +24,7 @@ class NSXPCInterface {
   virtual ~NSXPCInterface() = default;
   /// Replaces the whole set for one argument of a message, or of its reply. An object is admitted
   /// when its class is one of the set or derives from one; the same holds for everything inside it.
+  /// Where the protocol says what an array's members are, they must be that as well.
   virtual void setClasses_forSelector_argumentIndex_ofReply(const NSClassSet& classes,
                                                             std::string_view selector,
                                                             std::size_t argumentIndex,

@@ -11,7 +11,9 @@
 #include <new>
 #include <utility>
 
+#include "platform/foundation/ForkMark.h"
 #include "platform/foundation/NSLog.h"
+#include "platform/foundation/PrintableText.h"
 #include "platform/xpc/ConnectionHandle.h"
 #include "platform/xpc/Pacing.h"
 #include "platform/xpc/PassedDescriptors.h"
@@ -28,22 +30,32 @@ class ListenerCore {
   ListenerCore(const ListenerCore&) = delete;
   ListenerCore& operator=(const ListenerCore&) = delete;
   ~ListenerCore() {
-    ::close(socket_);
-    ::close(wake_);
+    closeDescriptors();
     if (nextWake_ >= 0) ::close(nextWake_);
   }
 
+  /// For what the thread finds when it starts.
+  void setLimits(const NSXPCListenerLimits& limits) {
+    admissions_ = std::make_shared<xpc::Admissions>(limits);
+  }
   void setDelegate(std::weak_ptr<NSXPCListenerDelegate> delegate) {
+    if (isInherited()) return;
     const std::lock_guard lock(mutex_);
     delegate_.swap(delegate);
   }
   void stop() {
-    stopped_.store(true);
-    ::eventfd_write(wake_, 1);
+    const bool first = !stopped_.exchange(true);
+    if (!isInherited()) {
+      ::eventfd_write(wake_, 1);
+    } else if (first) {
+      closeDescriptors();
+    }
   }
+  /// A process that came by the listener through fork() leaves its parent's connections alone.
+  [[nodiscard]] bool isInherited() const { return mark_.isInherited(); }
   void run(const std::weak_ptr<NSXPCListener>& listener) {
     unsigned shortages = 0;
-    while (!stopped_.load()) {
+    while (!stopped_.load() && !isInherited()) {
       const int connected = acceptOne();
       if (connected >= 0) {
         shortages = 0;
@@ -62,6 +74,11 @@ class ListenerCore {
   }
 
  private:
+  void closeDescriptors() {
+    for (int* const descriptor : {&socket_, &wake_}) {
+      if (*descriptor >= 0) ::close(std::exchange(*descriptor, -1));
+    }
+  }
   /// What a connection needs besides its socket is there before the socket is: one that was
   /// accepted and could not be woken, or had no thread, would stand still for ever, one in the
   /// kernel's queue waits its turn.
@@ -87,10 +104,24 @@ class ListenerCore {
     }
   }
   void offer(const std::weak_ptr<NSXPCListener>& weakListener, int connected) {
-    const auto connection = std::make_shared<xpc::ConnectionHandle>(xpc::ConnectionCore::accepted(
-        connected, std::exchange(nextWake_, -1), std::move(nextThread_)));
+    const auto core = xpc::ConnectionCore::accepted(connected, std::exchange(nextWake_, -1),
+                                                    std::move(nextThread_));
+    const auto connection = std::make_shared<xpc::ConnectionHandle>(core);
     const auto listener = weakListener.lock();
-    if (!listener || stopped_.load() || !ask(listener, connection)) connection->invalidate();
+    const bool isWanted = admit(core) && listener && !stopped_.load();
+    if (!isWanted || !ask(listener, connection)) connection->invalidate();
+  }
+  bool admit(const std::shared_ptr<xpc::ConnectionCore>& core) {
+    const auto peer = core->peer();
+    auto answer = admissions_->admit(peer.user, core);
+    if (const auto ended = answer.ended.lock()) ended->invalidate();
+    if (!answer.place) {
+      if (*answer.refusal != 0)
+        NSLog("refused: process %d of user %u: %s", peer.processID, peer.user, answer.refusal);
+      return false;
+    }
+    core->setPlace(std::move(answer.place));
+    return true;
   }
   bool ask(const std::shared_ptr<NSXPCListener>& listener,
            const std::shared_ptr<NSXPCConnection>& connection) {
@@ -102,17 +133,20 @@ class ListenerCore {
     try {
       return delegate && delegate->listener_shouldAcceptNewConnection(listener, connection);
     } catch (const std::exception& exception) {
-      NSLogString("a listener's delegate threw: " + std::string(exception.what()));
+      NSLogString(printableLine("a listener's delegate threw: " + std::string(exception.what())));
     } catch (...) {
       NSLogString("a listener's delegate threw");
     }
     return false;
   }
 
-  const int socket_;
-  const int wake_;
+  int socket_;
+  int wake_;
   int nextWake_ = -1;  ///< the next connection's, as is the next; the listener thread's alone
   xpc::PreparedThread nextThread_;
+  const ForkMark mark_;
+  std::shared_ptr<xpc::Admissions> admissions_ =
+      std::make_shared<xpc::Admissions>(NSXPCListenerLimits());
   std::atomic<bool> stopped_{false};
   std::mutex mutex_;
   std::weak_ptr<NSXPCListenerDelegate> delegate_;
@@ -129,8 +163,11 @@ class SocketListener final : public NSXPCListener,
   void setDelegate(std::weak_ptr<NSXPCListenerDelegate> delegate) override {
     core_->setDelegate(std::move(delegate));
   }
+  void setLimits(const NSXPCListenerLimits& limits) override {
+    if (!started_.load()) core_->setLimits(limits);
+  }
   void resume() override {
-    if (started_.exchange(true)) return;
+    if (core_->isInherited() || started_.exchange(true)) return;
     if (!xpc::startDetachedThread("xpc listener",
                                   [core = core_, self = weak_from_this()] { core->run(self); })) {
       started_.store(false);

@@ -1,6 +1,10 @@
 #include "platform/xpc/ObjectCoder.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <compare>
+#include <cstring>
 #include <vector>
 
 #include "platform/foundation/NSArray.h"
@@ -17,12 +21,13 @@
 namespace platform::xpc {
 namespace {
 
-/// What may be a dictionary's key. A key is hashed and compared: for anything that has members of
-/// its own a peer could choose keys for which that takes minutes.
-constexpr TagSet kKeyTags = tagBit(ObjectTag::Data) | tagBit(ObjectTag::String) |
-                            tagBit(ObjectTag::Boolean) | tagBit(ObjectTag::Signed) |
-                            tagBit(ObjectTag::Unsigned) | tagBit(ObjectTag::Double) |
-                            tagBit(ObjectTag::Date) | tagBit(ObjectTag::URL);
+using Bytes = std::span<const std::uint8_t>;
+
+std::strong_ordering compareBytes(Bytes a, Bytes b) {
+  const std::size_t common = std::min(a.size(), b.size());
+  const int order = common == 0 ? 0 : std::memcmp(a.data(), b.data(), common);
+  return order != 0 ? order <=> 0 : a.size() <=> b.size();
+}
 
 /// The class that a tag stands for; null for nil.
 const NSClass* classOfTag(ObjectTag tag) {
@@ -64,14 +69,13 @@ const NSClass* classOfTag(ObjectTag tag) {
 
 class Encoder {
  public:
-  Encoder(WireWriter& writer, ObjectBudget& budget) : writer_(writer), budget_(budget) {}
+  explicit Encoder(WireWriter& writer) : writer_(writer) {}
 
   void object(const NSObject* object) {
     if (object == nullptr) return tag(ObjectTag::Nil);
     checkSize();
     const NSClass& c = object->isa();
     if (&c == &NSData::classObject()) return data(static_cast<const NSData&>(*object));
-    spend(1);
     encodeByClass(c, *object);
   }
 
@@ -100,7 +104,6 @@ class Encoder {
   void tag(ObjectTag value) { writer_.u8(static_cast<std::uint8_t>(value)); }
 
   void data(const NSData& value) {
-    spend(1);
     tag(ObjectTag::Data);
     block(value.span());
   }
@@ -158,7 +161,6 @@ class Encoder {
   }
   void optionalText(const std::shared_ptr<NSString>& value) {
     if (value == nullptr) return tag(ObjectTag::Nil);
-    spend(1);
     text(ObjectTag::String, *value);
   }
 
@@ -175,7 +177,6 @@ class Encoder {
     }
     if (!onlyElementValues) return sequence(ObjectTag::MutableArray, members);
     enter();
-    spend(count);
     tag(ObjectTag::ElementValueList);
     writer_.size(count);
     for (const auto& member : members) {
@@ -198,28 +199,50 @@ class Encoder {
     for (const auto& member : members) object(member.get());
     leave();
   }
+  /// Where an entry that is written stands in the writer.
+  struct WrittenEntry {
+    std::size_t key = 0;
+    std::size_t value = 0;
+    std::size_t end = 0;
+  };
   void dictionary(const NSDictionary& value) {
-    if (value.count() > kMaxDictionaryEntries)
-      throw EncodingError(EMSGSIZE, "a dictionary has more than 4096 entries");
-    for (const auto& entry : value.entries()) checkKey(*entry.first);
     enter();
     tag(ObjectTag::Dictionary);
     writer_.size(value.count());
+    std::vector<WrittenEntry> written;
+    written.reserve(value.count());
     for (const auto& [key, object_] : value.entries()) {
+      WrittenEntry& entry = written.emplace_back();
+      entry.key = writer_.size();
       object(key.get());
+      entry.value = writer_.size();
       object(object_.get());
+      entry.end = writer_.size();
     }
+    sortByKey(written);
     leave();
   }
-  static void checkKey(const NSObject& key) {
-    const NSClass& c = key.isa();
-    for (const NSClass* known :
-         {&NSString::classObject(), &NSNumber::classObject(), &NSData::classObject(),
-          &NSDate::classObject(), &NSURL::classObject()}) {
-      if (c.isSubclassOfClass(*known)) return;
-    }
-    throw EncodingError(EINVAL, "an object of class " + std::string(c.name) +
-                                    " cannot be the key of a dictionary that is sent");
+  void sortByKey(std::vector<WrittenEntry>& written) {
+    const auto order = [bytes = writer_.bytes()](const WrittenEntry& a, const WrittenEntry& b) {
+      return compareBytes(bytes.subspan(a.key, a.value - a.key),
+                          bytes.subspan(b.key, b.value - b.key));
+    };
+    const auto before = [&](const auto& a, const auto& b) { return order(a, b) < 0; };
+    const auto notBefore = [&](const auto& a, const auto& b) { return order(a, b) >= 0; };
+    if (std::adjacent_find(written.begin(), written.end(), notBefore) == written.end()) return;
+    const std::size_t start = written.front().key;
+    std::sort(written.begin(), written.end(), before);
+    if (std::adjacent_find(written.begin(), written.end(), notBefore) != written.end())
+      throw EncodingError(EINVAL, "two keys of a dictionary have become the same");
+    rewrite(start, written);
+  }
+  /// Puts the entries, which stand at `start` in another order, into the order of `written`.
+  void rewrite(std::size_t start, const std::vector<WrittenEntry>& written) {
+    const Bytes region = writer_.bytes().subspan(start);
+    const std::vector<std::uint8_t> copy(region.begin(), region.end());
+    writer_.truncate(start);
+    for (const WrittenEntry& each : written)
+      writer_.raw(Bytes(copy).subspan(each.key - start, each.end - each.key));
   }
   void error(const NSError& value) {
     enter();
@@ -235,11 +258,6 @@ class Encoder {
       throw EncodingError(EINVAL, "collections nest more than 64 deep");
   }
   void leave() { --depth_; }
-  void spend(std::size_t objects) {
-    if (objects > budget_.objects)
-      throw EncodingError(EMSGSIZE, "a message holds more than 262144 objects");
-    budget_.objects -= objects;
-  }
   void checkSize() const {
     if (writer_.frameSize() > kMaxFrameSize) throwTooLarge();
   }
@@ -248,7 +266,6 @@ class Encoder {
   }
 
   WireWriter& writer_;
-  ObjectBudget& budget_;
   std::size_t depth_ = 0;
 };
 
@@ -257,8 +274,7 @@ class Encoder {
 
 class Decoder {
  public:
-  Decoder(WireReader& reader, TagSet inside, ObjectBudget& budget)
-      : reader_(reader), inside_(inside), budget_(budget) {}
+  Decoder(WireReader& reader, TagSet inside) : reader_(reader), inside_(inside) {}
 
   DecodeResult outermost(TagSet admitted) {
     std::shared_ptr<NSObject> object;
@@ -270,6 +286,9 @@ class Decoder {
  private:
   enum class Nullable { No, Yes };
   using Object = std::shared_ptr<NSObject>;
+  /// Room is made at once for so many members; for more only as they come, since collections inside
+  /// one another can each claim all bytes that are left.
+  static constexpr std::size_t kTrustedCount = 256;
 
   /// Each of these returns whether it succeeded; a failure has set verdict_ and reason_.
   bool value(TagSet admitted, Nullable nullable, Object& result) {
@@ -280,7 +299,6 @@ class Decoder {
     if (known == ObjectTag::Nil)
       return nullable == Nullable::Yes || malformed("nil inside a collection");
     if ((admitted & tagBit(known)) == 0) return refused(classOfTag(known)->name);
-    if (!spend(1)) return false;
     return body(known, result);
   }
 
@@ -392,7 +410,6 @@ class Decoder {
     std::size_t count = 0;
     if (!memberCount(kElementValueMinimum, count)) return false;
     if (count == 0) return malformed("an empty element value list");
-    if (!spend(count)) return false;
     std::array<HIDElementValueRecord, 32> few;
     std::vector<HIDElementValueRecord> many(count > few.size() ? count : 0);
     const std::span<HIDElementValueRecord> records(count > few.size() ? many.data() : few.data(),
@@ -416,14 +433,14 @@ class Decoder {
     if (tag == static_cast<std::uint8_t>(ObjectTag::Nil)) return true;
     if (tag != static_cast<std::uint8_t>(ObjectTag::String))
       return malformed("neither nil nor a string");
-    return spend(1) && text(result);
+    return text(result);
   }
 
   bool array(ObjectTag tag, Object& result) {
     std::size_t count = 0;
     if (!memberCount(1, count)) return false;
     std::vector<Object> members;
-    members.reserve(count);
+    members.reserve(std::min(count, kTrustedCount));
     bool onlyElementValues = count > 0;
     for (std::size_t i = 0; i < count; ++i) {
       Object member;
@@ -441,20 +458,34 @@ class Decoder {
     return true;
   }
 
+  /// Keys in ascending order need no search for one that stands twice while they are read; those
+  /// that are equal though their bytes are not show when the dictionary is made.
   bool dictionary(Object& result) {
     std::size_t count = 0;
     if (!memberCount(2, count)) return false;
-    if (count > kMaxDictionaryEntries) return malformed("a dictionary of more than 4096 entries");
-    std::vector<NSDictionary::Entry> entries(count);
-    for (auto& [key, object] : entries) {
-      if (!value(inside_ & kKeyTags, Nullable::No, key)) return false;
+    std::vector<NSDictionary::Entry> entries;
+    entries.reserve(std::min(count, kTrustedCount));
+    Bytes previous;
+    for (std::size_t i = 0; i < count; ++i) {
+      auto& [key, object] = entries.emplace_back();
+      const std::uint8_t* const start = reader_.position();
+      if (!value(inside_, Nullable::No, key)) return false;
+      const Bytes bytes(start, reader_.position());
+      if (!inOrder(previous, bytes)) return false;
+      previous = bytes;
       if (!value(inside_, Nullable::No, object)) return false;
     }
     const auto dictionary = NSDictionary::dictionaryWithEntries(std::move(entries));
-    if (dictionary->count() != count) return malformed("a key that stands twice in a dictionary");
+    if (dictionary->count() != count) return keyTwice();
     result = dictionary;
     return true;
   }
+  bool inOrder(Bytes previous, Bytes key) {
+    const auto order = compareBytes(previous, key);
+    if (order == 0) return keyTwice();
+    return order < 0 || malformed("keys of a dictionary that are not in ascending order");
+  }
+  bool keyTwice() { return malformed("a key that stands twice in a dictionary"); }
 
   bool error(Object& result) {
     const auto code = static_cast<std::int64_t>(reader_.u64());
@@ -470,20 +501,13 @@ class Decoder {
     return true;
   }
 
-  /// A count that the bytes that are left, `minimum` a member, and the frame's budget can bear.
+  /// A count that the bytes that are left, `minimum` a member, can bear.
   bool memberCount(std::size_t minimum, std::size_t& count) {
     count = reader_.size();
     if (reader_.failed()) return truncated();
-    if (count > reader_.remaining() / minimum) return malformed("more members than bytes");
-    return count <= budget_.objects || overBudget();
-  }
-  bool spend(std::size_t objects) {
-    if (objects > budget_.objects) return overBudget();
-    budget_.objects -= objects;
-    return true;
+    return count <= reader_.remaining() / minimum || malformed("more members than bytes");
   }
 
-  bool overBudget() { return malformed("more than 262144 objects"); }
   bool truncated() { return malformed("truncated, or a size in its long form without need"); }
   bool malformed(std::string_view reason) { return fail(DecodeVerdict::Malformed, reason); }
   bool refused(std::string_view className) { return fail(DecodeVerdict::Refused, className); }
@@ -495,7 +519,6 @@ class Decoder {
 
   WireReader& reader_;
   const TagSet inside_;
-  ObjectBudget& budget_;
   std::size_t depth_ = 0;
   DecodeVerdict verdict_ = DecodeVerdict::Accepted;
   std::string_view reason_;
@@ -512,13 +535,12 @@ TagSet tagsOfClass(const NSClass& admitted) {
   return tags;
 }
 
-void encodeObject(WireWriter& writer, const NSObject* object, ObjectBudget& budget) {
-  Encoder(writer, budget).object(object);
+void encodeObject(WireWriter& writer, const NSObject* object) {
+  Encoder(writer).object(object);
 }
 
-DecodeResult decodeObject(WireReader& reader, TagSet outermost, TagSet inside,
-                          ObjectBudget& budget) {
-  return Decoder(reader, inside, budget).outermost(outermost);
+DecodeResult decodeObject(WireReader& reader, TagSet outermost, TagSet inside) {
+  return Decoder(reader, inside).outermost(outermost);
 }
 
 }  // namespace platform::xpc

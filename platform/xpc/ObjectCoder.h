@@ -4,7 +4,7 @@
 // Ownership: decoded objects own their bytes; nothing of the input is kept.
 // Errors: encoding throws EncodingError; decoding returns a verdict and creates no object of a
 //   class that is not admitted, nor anything that lies behind one.
-// Order: members keep theirs.
+// Order: members keep theirs; a dictionary's entries travel in the order of their keys' bytes.
 #pragma once
 
 #include <cstdint>
@@ -41,11 +41,6 @@ enum class ObjectTag : std::uint8_t {
 inline constexpr std::uint8_t kObjectTagCount = 16;
 
 inline constexpr std::size_t kMaxObjectDepth = 64;
-/// Small objects cost several times their encoded size in memory, hence a bound of their own beside
-/// the frame's size.
-inline constexpr std::size_t kMaxObjectsPerFrame = std::size_t{1} << 18;
-/// Keeps a dictionary whose keys were chosen to collide from taking seconds.
-inline constexpr std::size_t kMaxDictionaryEntries = 4096;
 /// What one element value takes at least: three 32-bit and two 64-bit numbers and the size of its
 /// bytes.
 inline constexpr std::size_t kElementValueMinimum = 29;
@@ -67,16 +62,10 @@ class EncodingError : public std::runtime_error {
   int code_;
 };
 
-/// What a frame may still hold, over all of its arguments.
-struct ObjectBudget {
-  std::size_t objects = kMaxObjectsPerFrame;
-};
-
 /// Appends `object`, which may be null.
-void encodeObject(WireWriter& writer, const NSObject* object, ObjectBudget& budget);
-inline void encodeObject(WireWriter& writer, const std::shared_ptr<NSObject>& object,
-                         ObjectBudget& budget) {
-  encodeObject(writer, object.get(), budget);
+void encodeObject(WireWriter& writer, const NSObject* object);
+inline void encodeObject(WireWriter& writer, const std::shared_ptr<NSObject>& object) {
+  encodeObject(writer, object.get());
 }
 
 enum class DecodeVerdict { Accepted, Refused, Malformed };
@@ -89,7 +78,6 @@ struct DecodeResult {
 
 /// Reads one object. `outermost` is what the object itself may be, `inside` what may stand anywhere
 /// within it.
-DecodeResult decodeObject(WireReader& reader, TagSet outermost, TagSet inside,
-                          ObjectBudget& budget);
+DecodeResult decodeObject(WireReader& reader, TagSet outermost, TagSet inside);
 
 }  // namespace platform::xpc

@@ -1,5 +1,7 @@
 #include "platform/xpc/Pacing.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <map>
 #include <mutex>
@@ -25,8 +27,13 @@ struct Streaks {
   std::map<Key, Streak> byClient;
 };
 
+/// Never destroyed: connections may outlive static destruction.
 Streaks& streaks() {
-  static auto* const one = new Streaks;  // connections may outlive static destruction
+  static auto* const one = new Streaks;
+  // So that a child of this process finds it whole and unlocked.
+  static const int guarded = ::pthread_atfork(
+      [] { one->mutex.lock(); }, [] { one->mutex.unlock(); }, [] { one->mutex.unlock(); });
+  static_cast<void>(guarded);
   return *one;
 }
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -99,6 +100,15 @@ int takePassedDescriptor(std::string_view service) {
   const int descriptor = findDescriptor(service);
   if (descriptor < 0 || !isListeningStreamSocket(descriptor) || !prepareDescriptor(descriptor))
     return -1;
+  return handOut(descriptor) ? descriptor : failWith(EBUSY);
+}
+
+int takePassedDirectory(std::string_view name) {
+  const int descriptor = findDescriptor(name);
+  struct stat status {};
+  if (descriptor < 0 || ::fstat(descriptor, &status) != 0) return -1;
+  if (!S_ISDIR(status.st_mode)) return failWith(ENOTDIR);
+  if (::fcntl(descriptor, F_SETFD, FD_CLOEXEC) != 0) return -1;
   return handOut(descriptor) ? descriptor : failWith(EBUSY);
 }
 

@@ -18,6 +18,20 @@ bool keep(SharedErrorHandler& handler, std::vector<SharedErrorHandler>& released
 
 }  // namespace
 
+void SendBacklog::chargeTo(std::shared_ptr<UnsentBudget> budget) {
+  if (budget_) budget_->giveBack(charged_);
+  budget_ = std::move(budget);
+  charged_ = 0;
+  settleCharge();
+}
+
+void SendBacklog::settleCharge() {
+  if (!budget_) return;
+  if (size() > charged_) budget_->take(size() - charged_);
+  if (size() < charged_) budget_->giveBack(charged_ - size());
+  charged_ = size();
+}
+
 void SendBacklog::append(std::span<const std::uint8_t> frame, bool oneWay,
                          SharedErrorHandler errorHandler) {
   if (firstEntry_ > 0 && firstEntry_ >= entries_.size() / 2) {
@@ -32,16 +46,19 @@ void SendBacklog::append(std::span<const std::uint8_t> frame, bool oneWay,
     entries_.pop_back();
     throw;
   }
+  settleCharge();
 }
 
 void SendBacklog::prepend(std::span<const std::uint8_t> frame) {
   bytes_.prepend(frame);
   for (Entry& entry : entries_) entry.end += frame.size();
+  settleCharge();
 }
 
 void SendBacklog::written(std::size_t count, std::vector<SharedErrorHandler>& released) {
   bytes_.drop(count);
   position_ += count;
+  settleCharge();
   for (; firstEntry_ < entries_.size() && entries_[firstEntry_].end <= position_; ++firstEntry_) {
     SharedErrorHandler& handler = entries_[firstEntry_].errorHandler;
     if (handler && !keep(handler, released)) break;
@@ -54,6 +71,7 @@ void SendBacklog::written(std::size_t count, std::vector<SharedErrorHandler>& re
 
 std::vector<SendBacklog::Entry> SendBacklog::takeAll() {
   bytes_.clear();
+  settleCharge();
   entries_.erase(entries_.begin(), entries_.begin() + static_cast<std::ptrdiff_t>(firstEntry_));
   firstEntry_ = 0;
   return std::exchange(entries_, {});

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/xpc/ByteQueue.h"
+#include "platform/xpc/UnsentBudget.h"
 #include "platform/xpc/XPCProtocol.h"
 
 namespace platform::xpc {
@@ -21,6 +22,17 @@ using SharedErrorHandler = std::shared_ptr<XPCErrorHandler>;
 
 class SendBacklog {
  public:
+  SendBacklog() = default;
+  SendBacklog(const SendBacklog&) = delete;
+  SendBacklog& operator=(const SendBacklog&) = delete;
+  ~SendBacklog() { chargeTo(nullptr); }
+
+  /// From now on what it holds is taken from `budget`.
+  void chargeTo(std::shared_ptr<UnsentBudget> budget);
+  /// Whether the budget allows so many more; always where it is empty.
+  [[nodiscard]] bool mayTake(std::size_t bytes) const {
+    return !budget_ || empty() || budget_->allows(bytes);
+  }
   /// What is known of a message whose last byte is not written yet.
   struct Entry {
     std::uint64_t end = 0;  ///< position in the stream behind its last byte
@@ -46,12 +58,17 @@ class SendBacklog {
  private:
   static constexpr std::size_t kKeptEntries = 1024;
 
+  /// After each change.
+  void settleCharge();
+
   ByteQueue bytes_;
   std::uint64_t position_ = 0;  ///< in the stream, of the first unwritten byte
   // A vector with a beginning that moves: unlike a deque it needs no memory while it is empty, so
   // that a connection can end where there is none.
   std::vector<Entry> entries_;
   std::size_t firstEntry_ = 0;
+  std::shared_ptr<UnsentBudget> budget_;
+  std::size_t charged_ = 0;
 };
 
 }  // namespace platform::xpc

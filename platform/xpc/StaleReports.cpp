@@ -1,5 +1,7 @@
 #include "platform/xpc/StaleReports.h"
 
+#include <pthread.h>
+
 #include <map>
 #include <mutex>
 #include <set>
@@ -14,8 +16,13 @@ struct Registry {
   std::map<std::weak_ptr<void>, std::set<std::uint64_t>, std::owner_less<>> tickets;
 };
 
+/// Never destroyed: connections may outlive static destruction.
 Registry& registry() {
-  static auto* const one = new Registry;  // connections may outlive static destruction
+  static auto* const one = new Registry;
+  // So that a child of this process finds it whole and unlocked.
+  static const int guarded = ::pthread_atfork(
+      [] { one->mutex.lock(); }, [] { one->mutex.unlock(); }, [] { one->mutex.unlock(); });
+  static_cast<void>(guarded);
   return *one;
 }
 
@@ -55,7 +62,7 @@ bool ResumedConnection::isSuperseded() const {
 }
 
 void ResumedConnection::leave() {
-  if (ticket_ == 0) return;
+  if (ticket_ == 0 || mark_.isInherited()) return;
   Registry& r = registry();
   const std::lock_guard lock(r.mutex);
   const auto found = r.tickets.find(object_);

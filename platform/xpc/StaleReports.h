@@ -14,6 +14,8 @@
 #include <memory>
 #include <optional>
 
+#include "platform/foundation/ForkMark.h"
+
 namespace platform::xpc {
 
 class ResumedConnection {
@@ -35,6 +37,7 @@ class ResumedConnection {
   std::weak_ptr<void> object_;
   std::uint64_t ticket_ = 0;
   std::optional<std::uint64_t> lastBeforeClose_;
+  ForkMark mark_;  ///< in a child, what the parent entered stays: it is older than anything
 };
 
 }  // namespace platform::xpc

@@ -137,6 +137,8 @@ class WireReader {
 
   [[nodiscard]] std::size_t remaining() const { return static_cast<std::size_t>(end_ - next_); }
   [[nodiscard]] bool failed() const { return failed_; }
+  /// Where the next byte is read.
+  [[nodiscard]] const std::uint8_t* position() const { return next_; }
 
   std::uint8_t u8() { return little<std::uint8_t>(); }
   std::uint16_t u16() { return little<std::uint16_t>(); }

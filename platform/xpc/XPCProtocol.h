@@ -32,6 +32,9 @@ struct XPCArgument {
   XPCArgumentKind kind = XPCArgumentKind::Object;
   const NSClass* declaredClass =
       nullptr;  ///< for objects: the class that is admitted unless an allow-list says otherwise
+  /// For arrays: what their members are; no allow-list admits others. Null where the protocol does
+  /// not say.
+  const NSClass* memberClass = nullptr;
 };
 
 inline constexpr std::size_t kXPCMaxArguments = 6;

@@ -30,6 +30,20 @@
 
 namespace platform {
 
+/// What the members of an array that is argument number `Index` of a method are. A protocol says it
+/// beside its list of methods:
+///
+///   template <>
+///   struct XPCMembers<&Greeter::greetAll, 0> : XPCMembersAre<NSString> {};
+template <auto Method, std::size_t Index>
+struct XPCMembers {
+  static const NSClass* memberClass() { return nullptr; }
+};
+template <class T>
+struct XPCMembersAre {
+  static const NSClass* memberClass() { return &T::classObject(); }
+};
+
 namespace xpc_detail {
 
 template <class T>
@@ -46,9 +60,9 @@ concept Travels =
 template <Travels T>
 XPCArgument describeArgument() {
   if constexpr (std::is_same_v<T, std::uint32_t>) {
-    return {XPCArgumentKind::UInt32, nullptr};
+    return {XPCArgumentKind::UInt32};
   } else if constexpr (std::is_same_v<T, std::uint64_t>) {
-    return {XPCArgumentKind::UInt64, nullptr};
+    return {XPCArgumentKind::UInt64};
   } else {
     return {XPCArgumentKind::Object, &ObjectPointer<T>::Class::classObject()};
   }
@@ -168,9 +182,17 @@ void invokeMethod(void* object, Values& values, const XPCReplySender& reply) {
       values);
 }
 
+template <auto Method, std::size_t... I>
+auto describeArguments(std::index_sequence<I...>) {
+  auto described = TraitsOf<Method>::Arguments::describe();
+  ((described[I].memberClass = XPCMembers<Method, I>::memberClass()), ...);
+  return described;
+}
+
 template <auto Method>
 std::span<const XPCArgument> argumentsOf() {
-  static const auto described = TraitsOf<Method>::Arguments::describe();
+  static const auto described =
+      describeArguments<Method>(std::make_index_sequence<TraitsOf<Method>::Arguments::count>{});
   return described;
 }
 

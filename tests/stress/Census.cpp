@@ -62,7 +62,7 @@ bool isZombie(pid_t process) {
 bool names(const std::string& block, const std::string& root) {
   std::istringstream in(block);
   for (std::string text; std::getline(in, text, '\0');) {
-    if (text == root || text == "WLHID_ROOT=" + root) return true;
+    if (text == root || text.starts_with(root + "/")) return true;
   }
   return false;
 }
@@ -94,9 +94,8 @@ std::vector<pid_t> processesOfRoot(const fs::path& root) {
     pid_t process = 0;
     const auto [stop, problem] = std::from_chars(name.data(), name.data() + name.size(), process);
     if (problem != std::errc() || stop != name.data() + name.size()) continue;
-    const bool isOfRoot = names(contents(entry->path() / "cmdline"), root) ||
-                          names(contents(entry->path() / "environ"), root);
-    if (isOfRoot && !isZombie(process)) found.push_back(process);
+    if (names(contents(entry->path() / "cmdline"), root) && !isZombie(process))
+      found.push_back(process);
   }
   std::sort(found.begin(), found.end());
   return found;

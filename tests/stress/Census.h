@@ -25,8 +25,8 @@ struct Census {
   void lower(const Census& other);
 };
 
-/// Processes one of whose arguments, or whose root in the environment, names `root`; without those
-/// that only wait to be reaped. Sorted.
+/// Processes one of whose arguments names `root` or something below it; without those that only
+/// wait to be reaped. Sorted.
 [[nodiscard]] std::vector<pid_t> processesOfRoot(const std::filesystem::path& root);
 /// Everything below `directory`, relative to it and sorted.
 [[nodiscard]] std::vector<std::string> filesBelow(const std::filesystem::path& directory);

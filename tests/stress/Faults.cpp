@@ -185,20 +185,20 @@ std::uint64_t Session::run(Role role, Fault fault, std::uint64_t failing) {
   return calls;
 }
 
-/// A sandbox of HOME, which the plan's file lies in.
-class Home {
+/// Where systems are made, and the plan's file above them.
+class Ground {
  public:
-  Home() {
+  Ground() {
     std::string pattern = (fs::temp_directory_path() / "wlhid-stress-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr)
       throw std::runtime_error("cannot make a temporary directory");
     path_ = pattern;
-    ::setenv("HOME", path_.c_str(), 1);
+    ::setenv("TMPDIR", path_.c_str(), 1);
     ::setenv("WLHID_JOBD", WLHID_FAULTY_DAEMON, 1);
   }
-  Home(const Home&) = delete;
-  Home& operator=(const Home&) = delete;
-  ~Home() {
+  Ground(const Ground&) = delete;
+  Ground& operator=(const Ground&) = delete;
+  ~Ground() {
     std::error_code ignored;
     fs::remove_all(path_, ignored);
   }
@@ -210,8 +210,8 @@ class Home {
 
 void fail(const Work& work, Findings& findings) {
   static ConnectionCounts counts;
-  const Home home;
-  FaultPlan plan(home.path());
+  const Ground ground;
+  FaultPlan plan(ground.path());
   const LogCounts logs;
   watchConnections(counts, findings);
   Totals totals;

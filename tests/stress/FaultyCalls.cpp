@@ -17,7 +17,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
-#include <cstdlib>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -32,12 +31,20 @@ namespace {
 
 constexpr std::uint64_t kNever = UINT64_MAX;
 
-/// The board of this process, or null. Looked for once; with system calls of its own, since it is
-/// asked from within others.
-FaultBoard* findBoard() {
-  const char* const home = ::secure_getenv("HOME");
-  if (home == nullptr) return nullptr;
-  const std::string path = std::string(home) + "/faults";
+// Here, system calls are made without the library's functions, since this is asked from within
+// them.
+
+std::string ownArguments() {
+  std::string text(4096, '\0');
+  const int file =
+      static_cast<int>(::syscall(SYS_openat, AT_FDCWD, "/proc/self/cmdline", O_RDONLY, 0));
+  const long got = file < 0 ? 0 : ::syscall(SYS_read, file, text.data(), text.size());
+  if (file >= 0) ::syscall(SYS_close, file);
+  text.resize(static_cast<std::size_t>(std::max(got, 0L)));
+  return text;
+}
+
+FaultBoard* boardAt(const std::string& path) {
   const int file = static_cast<int>(
       ::syscall(SYS_openat, AT_FDCWD, path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW, 0));
   if (file < 0) return nullptr;
@@ -45,6 +52,22 @@ FaultBoard* findBoard() {
       ::mmap(nullptr, sizeof(FaultBoard), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
   ::syscall(SYS_close, file);
   return memory == MAP_FAILED ? nullptr : static_cast<FaultBoard*>(memory);
+}
+
+/// The board of this process, or null: the file that lies beside one of its arguments, or above.
+FaultBoard* findBoard() {
+  const std::string arguments = ownArguments();
+  for (std::size_t begin = 0; begin < arguments.size();) {
+    const std::size_t end = std::min(arguments.find('\0', begin), arguments.size());
+    std::string path = arguments.substr(begin, end - begin);
+    begin = end + 1;
+    if (!path.starts_with('/')) continue;
+    for (auto slash = path.rfind('/'); slash != std::string::npos; slash = path.rfind('/')) {
+      path.resize(slash);
+      if (FaultBoard* const found = boardAt(path + "/faults")) return found;
+    }
+  }
+  return nullptr;
 }
 
 /// Set by the plan in its own process, which knows the board before it is found.
@@ -143,8 +166,8 @@ std::size_t sizeOf(const msghdr& message) {
 
 // ---- The plan
 
-FaultPlan::FaultPlan(const std::filesystem::path& home) {
-  const std::string path = home / "faults";
+FaultPlan::FaultPlan(const std::filesystem::path& directory) {
+  const std::string path = directory / "faults";
   const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (file < 0 || ::ftruncate(file, sizeof(FaultBoard)) != 0)
     throw std::runtime_error("cannot make " + path);

@@ -2,9 +2,9 @@
 //
 // FaultyCalls.cpp is linked into a program together with --wrap=… for each call in it (see
 // CMakeLists.txt), so that the program's calls, and those of the project's libraries in it, go
-// through here. Which call fails stands in a file, "faults" in the directory that HOME names, which
-// every process of a system maps: HOME is one of the few variables that the job daemon and its jobs
-// are given. A program that finds no such file makes its calls as ever.
+// through here. Which call fails stands in a file, "faults", which every process of a system maps:
+// it lies in a directory above the system's root, and the job daemon and its jobs have the root in
+// their arguments. A program that finds no such file makes its calls as ever.
 //
 // Calls are counted by kind of fault: the n-th call that could fail in that way does. Each program
 // has a role, and only the role that is chosen counts and fails.
@@ -52,8 +52,8 @@ struct FaultBoard {
 
 class FaultPlan {
  public:
-  /// Makes the file in `home` and maps it.
-  explicit FaultPlan(const std::filesystem::path& home);
+  /// Makes the file in `directory` and maps it.
+  explicit FaultPlan(const std::filesystem::path& directory);
   FaultPlan(const FaultPlan&) = delete;
   FaultPlan& operator=(const FaultPlan&) = delete;
   ~FaultPlan();

@@ -401,7 +401,7 @@ void wrongClasses(Field& field, std::uint64_t times) {
     std::uint64_t id = 0;
     for (std::uint64_t i = 0; i < times; ++i) {
       for (const char* const object : {"01 00", "02 00", "03 01", "09 00", "0a 00", "10",
-                                       "0c 01 00 00 00 00 00 00 00 00 00", "0b 01 09 00 03 01"}) {
+                                       "0c 01 00 00 00 00 00 00 00 00 00", "0b 01 10 03 01"}) {
         peer->send(startRequest(++id, bytesOfNotation(object)));
         const Bytes answer = peer->receiveFrame();
         field.findings().demand(answer == frame(5, 0, littleEndian(id, 8)),
@@ -468,30 +468,31 @@ void neverReads(Field& field) {
   });
 }
 
-/// Keys that all fall into one bucket of a dictionary, and keys that were made to be slow to
-/// compare.
-void collidingKeys(Field& field, std::uint64_t frames) {
-  field.attack("colliding keys", [&](const auto& meanwhile) {
-    // The inverse of the dictionary's multiplier: multiples of it differ in their lowest bits only
-    // once multiplied.
-    constexpr std::uint64_t kMultiplier = 0x9E3779B97F4A7C15;
-    std::uint64_t inverse = kMultiplier;
-    for (int i = 0; i < 6; ++i) inverse *= 2 - kMultiplier * inverse;
+/// Many keys that differ in their last bytes only, each an array.
+void slowKeys(Field& field, std::uint64_t frames) {
+  field.attack("slow keys", [&](const auto& meanwhile) {
+    constexpr std::uint64_t kKeys = 50'000;
     Bytes tags{11, 0xFF};
-    tags = tags + littleEndian(4096, 4);
-    for (std::uint64_t i = 0; i < 4096; ++i)
-      tags = tags + Bytes{4} + littleEndian(inverse * i, 8) + Bytes{3, 1};
+    tags = tags + littleEndian(kKeys, 4);
+    for (std::uint64_t i = 0; i < kKeys; ++i) {
+      Bytes key{9, 1, 1, 100};
+      key.resize(key.size() + 92, 0x78);
+      for (int shift = 56; shift >= 0; shift -= 8)
+        key.push_back(static_cast<std::uint8_t>(i >> shift));
+      key.insert(key.end(), {3, 1});
+      tags.insert(tags.end(), key.begin(), key.end());
+    }
     const auto peer = field.peer();
     peer->send(clientHello());
     peer->receiveFrame();
     for (std::uint64_t id = 1; id <= frames; ++id) {
       peer->send(startRequest(id, tags));
       field.findings().demand(peer->receiveFrame() == frame(4, 0, littleEndian(id, 8) + Bytes{0}),
-                              "a dictionary of colliding keys is taken");
+                              "a dictionary of slow keys is taken");
       peer->receiveFrame();
     }
     meanwhile();
-    field.findings().figure("hostile clients, dictionaries of 4096 colliding keys", frames);
+    field.findings().figure("hostile clients, dictionaries of 50,000 arrays as keys", frames);
   });
 }
 
@@ -680,7 +681,7 @@ void all(const stress::Work& work, stress::Findings& findings) {
   wrongClasses(field, work.times(10'000, 100));
   halfFrames(field, work.times(2'000, 300));
   aByteAtATime(field, work.times(1'000, 50));
-  collidingKeys(field, work.times(100, 3));
+  slowKeys(field, work.times(100, 3));
   churn(field, work.times(100'000, 2'000));
   wrongAnswers(field);
   neverReplies(field, work.times(100'000, 2'000));

@@ -162,7 +162,7 @@ struct RouterKills {
 /// Whether the client's one session stands in the router without routing anything.
 bool hasIdleSession(const System& system) {
   const auto status = router::readRouterStatus(system.root());
-  return status && router::isRunning(*status) && status->sessions.size() == 1 &&
+  return status && status->isRunning && status->sessions.size() == 1 &&
          !status->sessions.front().device && status->sessions.front().pid == ::getpid();
 }
 

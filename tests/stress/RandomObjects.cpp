@@ -112,23 +112,27 @@ RandomObjects::Object RandomObjects::chain(std::size_t depth) {
   for (std::size_t left = depth; left > 0; --left) {
     std::vector<Object> members;
     if (inner != nullptr) members.push_back(inner);
-    switch (below(3)) {
+    switch (below(4)) {
       case 0:
         inner = NSArray::arrayWithObjects(std::move(members));
         break;
       case 1:
         inner = NSMutableArray::arrayWithObjects(std::move(members));
         break;
+      case 2:
+        inner = inner == nullptr ? NSDictionary::dictionary()
+                                 : NSDictionary::dictionaryWithEntries({{inner, leaf()}});
+        break;
       default:
         inner = inner == nullptr ? NSDictionary::dictionary()
-                                 : NSDictionary::dictionaryWithEntries({{leaf(true), inner}});
+                                 : NSDictionary::dictionaryWithEntries({{leaf(), inner}});
     }
   }
   return inner;
 }
 
 RandomObjects::Object RandomObjects::any(std::size_t depth) {
-  return depth < kUsualDepth && below(3) == 0 ? collection(depth + 1) : leaf(false);
+  return depth < kUsualDepth && below(3) == 0 ? collection(depth + 1) : leaf();
 }
 
 RandomObjects::Object RandomObjects::number() {
@@ -144,8 +148,8 @@ RandomObjects::Object RandomObjects::number() {
   }
 }
 
-RandomObjects::Object RandomObjects::leaf(bool asKey) {
-  switch (below(asKey ? 5 : 7)) {
+RandomObjects::Object RandomObjects::leaf() {
+  switch (below(7)) {
     case 0:
       return str(text());
     case 1:
@@ -154,10 +158,8 @@ RandomObjects::Object RandomObjects::leaf(bool asKey) {
       return NSData::dataWithLength(length(), [&](std::span<std::uint8_t> bytes) {
         for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random_());
       });
-    case 3: {
-      const double seconds = real();  // no NaN: such a date does not equal itself
-      return NSDate::dateWithTimeIntervalSinceReferenceDate(std::isnan(seconds) ? 0.0 : seconds);
-    }
+    case 3:
+      return NSDate::dateWithTimeIntervalSinceReferenceDate(real());
     case 4:
       return NSURL::URLWithString(str("x" + text()));
     case 5:
@@ -201,7 +203,7 @@ RandomObjects::Object RandomObjects::dictionary(std::size_t depth) {
   std::vector<NSDictionary::Entry> entries;
   for (std::size_t left = below(8); left > 0 && budget_ > 0; --left) {
     --budget_;
-    Object key = leaf(true);  // one that stands here already replaces its value
+    Object key = any(depth);  // one that stands here already replaces its value
     entries.emplace_back(std::move(key), any(depth));
   }
   return NSDictionary::dictionaryWithEntries(std::move(entries));

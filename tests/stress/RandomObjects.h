@@ -31,7 +31,7 @@ class RandomObjects {
   std::string text();
   Object chain(std::size_t depth);
   Object any(std::size_t depth);
-  Object leaf(bool asKey);
+  Object leaf();
   Object number();
   Object collection(std::size_t depth);
   Object array(std::size_t depth);

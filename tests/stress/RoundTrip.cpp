@@ -21,14 +21,12 @@ constexpr std::uint64_t kSeed = 20261121;  // the same graphs at each run
 struct Tally {
   std::uint64_t graphs = 0;
   std::uint64_t bytes = 0;
-  std::uint64_t objects = 0;
   std::uint64_t changedAccepted = 0;
   std::uint64_t changedRefused = 0;
 
   Tally& operator+=(const Tally& other) {
     graphs += other.graphs;
     bytes += other.bytes;
-    objects += other.objects;
     changedAccepted += other.changedAccepted;
     changedRefused += other.changedRefused;
     return *this;
@@ -37,9 +35,9 @@ struct Tally {
 
 using Bytes = std::vector<std::uint8_t>;
 
-Bytes encode(const std::shared_ptr<NSObject>& object, ObjectBudget& budget) {
+Bytes encode(const std::shared_ptr<NSObject>& object) {
   WireWriter writer;
-  encodeObject(writer, object, budget);
+  encodeObject(writer, object);
   return {writer.bytes().begin(), writer.bytes().end()};
 }
 
@@ -48,9 +46,9 @@ struct Decoded {
   std::size_t taken = 0;
 };
 
-Decoded decode(const Bytes& bytes, ObjectBudget& budget) {
+Decoded decode(const Bytes& bytes) {
   WireReader reader(bytes);
-  Decoded decoded{decodeObject(reader, kEverything, kEverything, budget)};
+  Decoded decoded{decodeObject(reader, kEverything, kEverything)};
   decoded.taken = bytes.size() - reader.remaining();
   return decoded;
 }
@@ -73,19 +71,14 @@ class Worker {
  private:
   void oneGraph() {
     const auto graph = objects_.graph();
-    ObjectBudget spent;
-    const Bytes bytes = encode(graph, spent);
-    ObjectBudget budget;
-    const Decoded decoded = decode(bytes, budget);
+    const Bytes bytes = encode(graph);
+    const Decoded decoded = decode(bytes);
     require(decoded.result.verdict == DecodeVerdict::Accepted, "what was encoded is not accepted");
     require(decoded.taken == bytes.size(), "bytes are left over");
     require(areEqual(graph, decoded.result.object), "what comes back is not equal");
-    require(budget.objects == spent.objects, "the two directions count objects differently");
-    ObjectBudget again;
-    require(encode(decoded.result.object, again) == bytes, "what comes back encodes differently");
+    require(encode(decoded.result.object) == bytes, "what comes back encodes differently");
     ++tally_.graphs;
     tally_.bytes += bytes.size();
-    tally_.objects += kMaxObjectsPerFrame - spent.objects;
     oneChange(bytes);
   }
   /// A flipped bit, a byte of another value, or a piece that stands twice.
@@ -105,16 +98,14 @@ class Worker {
         bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(at), piece.begin(), piece.end());
       }
     }
-    ObjectBudget budget;
-    const Decoded decoded = decode(bytes, budget);
+    const Decoded decoded = decode(bytes);
     if (decoded.result.verdict != DecodeVerdict::Accepted) {
       require(decoded.result.object == nullptr, "a refusal leaves an object behind");
       ++tally_.changedRefused;
       return;
     }
     bytes.resize(decoded.taken);
-    ObjectBudget again;
-    require(encode(decoded.result.object, again) == bytes, "what is accepted encodes differently");
+    require(encode(decoded.result.object) == bytes, "what is accepted encodes differently");
     ++tally_.changedAccepted;
   }
   void require(bool condition, const char* why) {
@@ -147,7 +138,6 @@ void roundTrips(const stress::Work& work, stress::Findings& findings) {
   findings.figure("round trips, random object graphs that came back equal", tally.graphs);
   findings.figure("round trips, first seed and number of seeds",
                   std::to_string(kSeed) + ", " + std::to_string(workers));
-  findings.figure("round trips, objects", tally.objects);
   findings.figure("round trips, bytes", tally.bytes);
   findings.figure("round trips, changed copies accepted (and the same when encoded again)",
                   tally.changedAccepted);

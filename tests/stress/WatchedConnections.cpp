@@ -11,9 +11,11 @@ namespace {
 
 using platform::NSXPCConnection;
 
-/// A queue is one thread, which serves one connection and ends with it: when its invalidation
-/// handler began, and whether it is over.
-thread_local std::uint64_t invalidatedAt = 0;
+/// A queue is one thread, which serves one connection and ends with it: when it last came back from
+/// a call; that moment as it was when the invalidation handler began, up to which all that was sent
+/// must be settled ahead of it; whether that handler is over.
+thread_local std::uint64_t lastCallAt = 0;
+thread_local std::uint64_t mustBeSettled = 0;
 thread_local bool afterInvalidation = false;
 
 struct Watch {
@@ -41,8 +43,11 @@ class Ticket {
  private:
   void settle(std::atomic<std::uint64_t>& count) {
     watch_.findings.demand(!settled_.exchange(true), "a start request is settled once");
-    // What is sent to a connection that has ended can only be settled behind its end.
-    const bool wasSentBefore = sentAt_ != 0 && sentAt_ < invalidatedAt;
+    // What is sent to a connection that has ended can only be settled behind its end. The end is
+    // not the moment in which the handler begins: between the layer's decision to call it and its
+    // first line another thread may send. So what counts is what was sent before the queue came
+    // back from its last call, which is before the decision.
+    const bool wasSentBefore = sentAt_ != 0 && sentAt_ < mustBeSettled;
     watch_.findings.demand(!afterInvalidation || !wasSentBefore,
                            "nothing sent before it is settled after the invalidation handler");
     count.fetch_add(1);
@@ -69,9 +74,10 @@ class WatchedProxy final : public WLHIDEventRouterProtocol {
     ticket_->send();
     proxy_->startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
         entryID, deviceMode, tags, types,
-        [ticket = ticket_, reply = std::move(reply)](const auto& error) {
+        [ticket = ticket_, &watch = watch_, reply = std::move(reply)](const auto& error) {
           ticket->answered();
           reply(error);
+          lastCallAt = ++watch.clock;
         });
     ticket_->hasBeenSent();
   }
@@ -104,13 +110,14 @@ class WatchedConnection final : public NSXPCConnection {
       watch.counts.interruptions.fetch_add(1);
       watch.findings.demand(!afterInvalidation, "no interruption follows an invalidation");
       handler();
+      lastCallAt = ++watch.clock;
     });
   }
   void setInvalidationHandler(std::function<void()> handler) override {
     connection_->setInvalidationHandler([&watch = watch_, handler = std::move(handler)] {
       watch.counts.invalidations.fetch_add(1);
       watch.findings.demand(!afterInvalidation, "an invalidation handler runs once");
-      invalidatedAt = ++watch.clock;
+      mustBeSettled = lastCallAt;
       handler();
       afterInvalidation = true;
     });
@@ -140,9 +147,10 @@ class WatchedConnection final : public NSXPCConnection {
                                           platform::XPCErrorHandler handler) override {
     const auto ticket = std::make_shared<Ticket>(watch_);
     auto proxy = connection_->remoteObjectProxyWithErrorHandler<WLHIDEventRouterProtocol>(
-        [ticket, handler = std::move(handler)](const auto& error) {
+        [ticket, &watch = watch_, handler = std::move(handler)](const auto& error) {
           ticket->failed();
           handler(error);
+          lastCallAt = ++watch.clock;
         });
     if (!proxy) return nullptr;
     const std::shared_ptr<WLHIDEventRouterProtocol> watched =

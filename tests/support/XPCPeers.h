@@ -256,11 +256,18 @@ struct End {
 class Service final : public platform::NSXPCListenerDelegate,
                       public std::enable_shared_from_this<Service> {
  public:
-  static std::shared_ptr<Service> listen(const std::string& path) {
-    auto service = std::make_shared<Service>();
-    const int descriptor = platform::listenUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC, 128, 0600);
+  static std::shared_ptr<Service> listen(const std::string& path,
+                                         const platform::NSXPCListenerLimits& limits = {}) {
+    const int descriptor = platform::listenUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC, 512, 0600);
     if (descriptor < 0) throw std::runtime_error("no endpoint at " + path);
+    return serve(descriptor, limits);
+  }
+  /// Takes a listening socket over, at which peers may wait already.
+  static std::shared_ptr<Service> serve(int descriptor,
+                                        const platform::NSXPCListenerLimits& limits) {
+    auto service = std::make_shared<Service>();
     service->listener_ = platform::NSXPCListener::initWithListeningDescriptor(descriptor);
+    service->listener_->setLimits(limits);
     service->listener_->setDelegate(service);
     service->listener_->resume();
     return service;

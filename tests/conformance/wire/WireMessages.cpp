@@ -53,12 +53,14 @@ class Notation {
     next_ = end;
   }
   void counter(Bytes& bytes, std::uint64_t index) {
-    if (text_.substr(next_, 2) != "#u") fail("neither #u8, #u16, #u32 nor #u64");
+    const std::string_view kind = text_.substr(next_, 2);
+    if (kind != "#u" && kind != "#b") fail("neither #u nor #b and a width");
     next_ += 2;
     const std::uint64_t bits = number(2, 10);
     if (bits != 8 && bits != 16 && bits != 32 && bits != 64) fail("a counter of odd width");
     for (std::uint64_t shift = 0; shift < bits; shift += 8)
-      bytes.push_back(static_cast<std::uint8_t>(index >> shift));
+      bytes.push_back(
+          static_cast<std::uint8_t>(index >> (kind == "#u" ? shift : bits - 8 - shift)));
   }
   std::uint64_t number(std::size_t mostDigits, int base) {
     const auto digits = text_.substr(next_, mostDigits);

@@ -34,7 +34,8 @@ struct WireMessage {
 };
 
 /// Bytes of a text such as "0f 02 (00 #u32)*3": "(…)*N" repeats, "#u8", "#u16", "#u32" and "#u64"
-/// write the number of the innermost repetition, counted from 0. Throws std::runtime_error, also
+/// write the number of the innermost repetition, counted from 0, "#b8" and so on write it with its
+/// highest byte first. Throws std::runtime_error, also
 /// for more than 32 MiB.
 [[nodiscard]] Bytes bytesOfNotation(std::string_view text);
 

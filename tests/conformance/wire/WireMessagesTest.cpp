@@ -13,12 +13,13 @@ TEST(WireMessages, HexRepetitionsAndCountersBecomeBytes) {
   EXPECT_EQ(bytesOfNotation("(01 02)*2 03"), Bytes({1, 2, 1, 2, 3}));
   EXPECT_EQ(bytesOfNotation("((01)*2 #u8)*2"), Bytes({1, 1, 0, 1, 1, 1}));
   EXPECT_EQ(bytesOfNotation("(#u16)*3"), Bytes({0, 0, 1, 0, 2, 0}));
+  EXPECT_EQ(bytesOfNotation("(#b16)*3"), Bytes({0, 0, 0, 1, 0, 2}));
   EXPECT_EQ(bytesOfNotation("(07)*0"), Bytes());
 }
 
 TEST(WireMessages, WhatIsNotInTheNotationIsAnError) {
-  for (const char* const wrong : {"0", "0g", "(00", "(00)", "(00)*", "00)*2", "#u12", "#x8", "zz",
-                                  "(00 00)*99999999", "((00)*9999999)*9"})
+  for (const char* const wrong : {"0", "0g", "(00", "(00)", "(00)*", "00)*2", "#u12", "#b12", "#x8",
+                                  "zz", "(00 00)*99999999", "((00)*9999999)*9"})
     EXPECT_THROW(static_cast<void>(bytesOfNotation(wrong)), std::runtime_error) << wrong;
 }
 

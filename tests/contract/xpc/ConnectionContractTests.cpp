@@ -1,8 +1,12 @@
 // What the client relies on in a connection, asked of the real layer and of the scripted one alike.
 #include <gtest/gtest.h>
 
+#include <future>
 #include <thread>
 
+#include "platform/foundation/NSDictionary.h"
+#include "platform/kit/KQHIDDeviceElementValue.h"
+#include "platform/kit/KQIOObject.h"
 #include "platform/scripted/Trace.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "tests/contract/xpc/Layer.h"
@@ -44,6 +48,14 @@ class ConnectionContract : public ::testing::TestWithParam<LayerKind> {
     connection->setRemoteObjectInterface(
         NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterProtocol::protocol()));
     return connection;
+  }
+  /// For a handler to hold: the future is ready when the layer has let go of the handler, which it
+  /// does once the report is decided, be it made or dropped.
+  static std::pair<std::shared_ptr<void>, std::future<void>> releaseNote() {
+    auto released = std::make_shared<std::promise<void>>();
+    auto future = released->get_future();
+    return {std::shared_ptr<void>(nullptr, [released](void*) { released->set_value(); }),
+            std::move(future)};
   }
   std::shared_ptr<WLHIDEventRouterProtocol> proxy(NSXPCConnection& connection) {
     return connection.remoteObjectProxyWithErrorHandler<WLHIDEventRouterProtocol>(
@@ -247,6 +259,49 @@ TEST_P(ConnectionContract, AnInactiveConnectionReportsItsInvalidationToo) {
   expectEvents({"invalidation"});
 }
 
+TEST_P(ConnectionContract, WhatIsNotAdmittedIsNotDeliveredAndTheConnectionLives) {
+  const auto connection = makeConnection();
+  const auto interface =
+      NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterClientProtocol::protocol());
+  interface->setClasses_forSelector_argumentIndex_ofReply(
+      {&NSMutableArray::classObject(), &KQHIDDeviceElementValue::classObject()},
+      "receivedElementValues:", 0, /*ofReply=*/false);
+  connection->setExportedInterface(interface);
+  connection->resume();
+  request(*connection);
+  ASSERT_TRUE(layer_->waitForRequest());
+  layer_->peerReplies(nullptr);
+  ASSERT_TRUE(events_.waitFor("reply (null)"));
+  events_.take();
+  layer_->peerSendsElementValues(NSMutableArray::arrayWithObjects({str("no element value")}));
+  layer_->peerSendsElementValues(NSArray::arrayWithObjects({}));
+  layer_->peerSendsReport(1);
+  layer_->peerSendsElementValues(
+      NSMutableArray::arrayWithObjects({KQHIDDeviceElementValue::elementValue({})}));
+  expectEvents({"report 1", "values"});
+}
+
+TEST_P(ConnectionContract, AnAnswerThatIsNotAdmittedIsAnErrorAndTheConnectionLives) {
+  const auto connection = makePending();
+  layer_->peerReplies(NSError::errorWithDomain_code_userInfo(
+      str("D"), 8,
+      NSDictionary::dictionaryWithEntries(
+          {{str("key"), KQIOObject::objectWithRegistryEntryID_name(1, nullptr)}})));
+  EXPECT_TRUE(events_.waitFor("error 4101"));
+  layer_->peerSendsReport(1);
+  expectEvents({"error 4101", "report 1"});
+}
+
+TEST_P(ConnectionContract, NothingIsDeliveredAfterInvalidate) {
+  const auto connection = makeLive();
+  connection->invalidate();
+  layer_->peerSendsReport(1);
+  layer_->settle();
+  EXPECT_TRUE(events_.waitFor("invalidation"));
+  layer_->settle();
+  expectEvents({"invalidation"});
+}
+
 TEST_P(ConnectionContract, AStaleReportDoesNotReachTheHolderOfANewerConnection) {
   const auto first = makeConnection("first ");
   first->resume();
@@ -254,6 +309,9 @@ TEST_P(ConnectionContract, AStaleReportDoesNotReachTheHolderOfANewerConnection) 
   ASSERT_TRUE(layer_->waitForRequest());
   layer_->peerReplies(nullptr);
   EXPECT_TRUE(events_.waitFor("reply (null)"));
+  auto [held, released] = releaseNote();
+  first->setInvalidationHandler(
+      [this, held = std::exchange(held, nullptr)] { events_.record("first invalidation"); });
   // From a reply, so that the report about the first cannot come before the second is resumed.
   std::shared_ptr<NSXPCConnection> second;
   request(*first, [&] {
@@ -266,6 +324,8 @@ TEST_P(ConnectionContract, AStaleReportDoesNotReachTheHolderOfANewerConnection) 
   layer_->peerReplies(nullptr);
   EXPECT_TRUE(events_.waitFor("resumed"));
   layer_->settle();
+  // Only then may the second end: what it supersedes would be nothing stale any more.
+  ASSERT_EQ(released.wait_for(std::chrono::seconds(60)), std::future_status::ready);
   second->invalidate();
   layer_->settle();
   expectEvents({"reply (null)", "reply (null)", "resumed", "second invalidation"});

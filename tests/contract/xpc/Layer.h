@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSError.h"
 #include "platform/xpc/NSXPCConnection.h"
 
@@ -28,6 +29,8 @@ class Layer {
   virtual void peerDropsReply() = 0;
   /// By the newest connection, with an empty report.
   virtual void peerSendsReport(std::uint32_t reportID) = 0;
+  /// By the newest connection.
+  virtual void peerSendsElementValues(std::shared_ptr<platform::NSArray> values) = 0;
   virtual void peerSaysFarewell() = 0;
   virtual void peerCrashes() = 0;
   /// Lets happen what the code under test has set off by itself: invalidate, or dropping a

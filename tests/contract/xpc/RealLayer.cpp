@@ -26,6 +26,9 @@ class RealLayer final : public Layer {
     harness_.router().sessions().back()->client->receivedData_forReportID(
         platform::NSData::dataWithBytes({}), reportID);
   }
+  void peerSendsElementValues(std::shared_ptr<platform::NSArray> values) override {
+    harness_.router().sessions().back()->client->receivedElementValues(values);
+  }
   void peerSaysFarewell() override { harness_.router().invalidateSessions(); }
   void peerCrashes() override {
     // A process that is gone owes no answer, not even the news that there will be none, which a

@@ -69,6 +69,12 @@ class ScriptedLayer final : public Layer {
       script->deliverMessage("receivedData:forReportID:", values);
     });
   }
+  void peerSendsElementValues(std::shared_ptr<NSArray> list) override {
+    XPCValues values;
+    values.append(std::shared_ptr<NSObject>(std::move(list)));
+    queue_.post(
+        [script = newest(), values] { script->deliverMessage("receivedElementValues:", values); });
+  }
   void peerSaysFarewell() override {
     queue_.post([script = newest()] { script->deliverInvalidation(); });
   }

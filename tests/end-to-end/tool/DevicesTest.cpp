@@ -60,6 +60,74 @@ TEST_F(DevicesTest, ADeviceCanBeRemovedByIDOrName) {
   EXPECT_EQ(devices().size(), 0U);
 }
 
+TEST_F(DevicesTest, ADeviceOfAnotherRecordingWithTheSameNameIsNotReplaced) {
+  writeFile(directory / "a/m.hid", "R: 2 05 01\nN: First\n");
+  writeFile(directory / "b/m.hid", "R: 2 05 01\nN: Second\n");
+  writeFile(directory / "b/\u043c\u044b\u0448\u044c.hid", "R: 2 05 01\nN: Third\n");
+  writeFile(directory / "b/\u0434\u043e\u043c.hid", "R: 2 05 01\nN: Fourth\n");
+  const Outcome first = add(directory / "a/m.hid");
+  for (const char* other :
+       {"b/m.hid", "b/\u043c\u044b\u0448\u044c.hid", "b/\u0434\u043e\u043c.hid"})
+    EXPECT_NE(add(directory / other).out, first.out);
+  EXPECT_EQ(devices().size(), 4U);
+  // The very same device is no further one.
+  EXPECT_EQ(add(directory / "a/m.hid").out, first.out);
+  EXPECT_EQ(devices().size(), 4U);
+  EXPECT_EQ(runTool({"devices", "add", directory / "a/m.hid", "--speed", "2"}).status, 0);
+  EXPECT_EQ(devices().size(), 5U);
+}
+
+TEST_F(DevicesTest, ADeviceWhoseRecordingIsGoneCanBeRemoved) {
+  for (const char* name : {"one", "two", "three"}) {
+    writeFile(directory / (name + std::string(".hid")), "R: 2 05 01\nN: Mouse\n");
+  }
+  const std::string id = add(directory / "one.hid").out;
+  EXPECT_EQ(add(directory / "two.hid").status, 0);
+  EXPECT_EQ(runTool({"devices", "add", directory / "three.hid", "--name", "Third"}).status, 0);
+  for (const char* name : {"one", "two", "three"})
+    fs::remove(directory / (name + std::string(".hid")));
+  const Outcome listed = runTool({"devices", "--json"});
+  EXPECT_NE(listed.err.find("(wlhid devices remove two takes it away)"), std::string::npos)
+      << listed.err;
+  EXPECT_EQ(runTool({"devices", "remove", id.substr(0, id.find('\n'))}).status, 0);
+  EXPECT_EQ(runTool({"devices", "remove", "two"}).status, 0);
+  EXPECT_EQ(runTool({"devices", "remove", "Third"}).status, 0);
+  EXPECT_EQ(runTool({"devices", "--json"}).err, "");
+}
+
+TEST_F(DevicesTest, ALongNameIsCut) {
+  writeFile(directory / "long.hid", "R: 2 05 01\nN: " + std::string(100'000, 'x') + "\n");
+  EXPECT_EQ(add(directory / "long.hid").status, 0);
+  EXPECT_LT(runTool({"devices", "--json"}).out.size(), 1000U);
+  for (const std::string& line : linesOf(runTool({"devices"}).out))
+    EXPECT_LT(line.size(), 120 + directory.string().size());
+}
+
+TEST_F(DevicesTest, ANameWithEscapeSequencesIsShownAndNotObeyed) {
+  writeFile(directory / "loud.hid", "R: 2 05 01\nN: a\x1b[2Jb\u202ec\n");
+  EXPECT_EQ(add(directory / "loud.hid").status, 0);
+  EXPECT_EQ(devices()[0]["name"], "a\\x1b[2Jb\\u202ec");
+}
+
+TEST_F(DevicesTest, ADeviceThatIsCalledANumberCanBeSaid) {
+  writeFile(directory / "twelve.hid", "R: 2 05 01\nN: 12\n");
+  writeFile(directory / "other.hid", "R: 2 05 01\nN: Other\n");
+  const std::string other = add(directory / "other.hid").out;
+  for (const char* text : {"12", "name:12"}) {
+    EXPECT_EQ(add(directory / "twelve.hid").status, 0);
+    EXPECT_EQ(devices().size(), 2U);
+    EXPECT_TRUE(isRefusal(runTool({"devices", "remove", "id:12"}), 1, "id:12"));
+    EXPECT_EQ(runTool({"devices", "remove", text}).status, 0);
+    EXPECT_EQ(devices().size(), 1U);
+  }
+  EXPECT_EQ(runTool({"devices", "remove", "id:" + other.substr(0, other.find('\n'))}).status, 0);
+  EXPECT_EQ(devices().size(), 0U);
+}
+
+TEST_F(DevicesTest, StandardInputBecomesNoDevice) {
+  EXPECT_TRUE(isRefusal(runTool({"devices", "add", "-"}), 2, "route --recording -"));
+}
+
 TEST_F(DevicesTest, RemovingWhatIsNotThereIsRefused) {
   EXPECT_TRUE(isRefusal(runTool({"devices", "remove", "0x17"}), 1, "0x17"));
   EXPECT_TRUE(isRefusal(runTool({"devices", "remove", "No Such Mouse"}), 1, "No Such Mouse"));

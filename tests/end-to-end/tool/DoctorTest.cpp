@@ -166,6 +166,22 @@ TEST_F(DoctorTest, WithADamagedJobFile) {
   expectAdviceHelps("job");
 }
 
+TEST_F(DoctorTest, WithAJobThatNamesAnotherProgramThanIsRun) {
+  install();
+  const fs::path job = root / "Library/LaunchDaemons/com.quillmar.hideventrouter.plist";
+  const fs::path copy = directory / "copy";
+  fs::copy_file(helperTool(), copy);
+  std::string text = readFile(job);
+  text.replace(text.find(helperTool().string()), helperTool().string().size(), copy.string());
+  writeFile(job, text);
+  EXPECT_TRUE(failures(doctor())["job"].starts_with(job.string() + ": it names the program " +
+                                                    copy.string() + ", which is not the helper"));
+  const Outcome status = runTool({"status"});
+  EXPECT_EQ(status.status, 1);
+  EXPECT_NE(status.out.find("it names the program " + copy.string()), std::string::npos)
+      << status.out;
+}
+
 TEST_F(DoctorTest, WithALogThatCannotBeRead) {
   install();
   fs::create_directories(systemLog().parent_path());

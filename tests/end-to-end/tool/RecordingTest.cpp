@@ -79,8 +79,8 @@ TEST_F(RecordingTest, DeliversEveryReportOnceInOrder) {
       if (lines[i].contains("report")) delivered.push_back(lines[i]["report"]["data"]);
     }
     EXPECT_EQ(delivered, recordedReports(ownRecording(name))) << name;
-    EXPECT_TRUE(lines.back().contains("elements")) << lines.back();
-    EXPECT_EQ(lines.size(), 2 + 2 * delivered.size())
+    EXPECT_TRUE(lines.back().contains("ended")) << lines.back();
+    EXPECT_EQ(lines.size(), 3 + 2 * delivered.size())
         << "a report without its values, or something besides";
   }
 }
@@ -160,12 +160,35 @@ TEST_F(RecordingTest, TheCountMayEndItEarlier) {
 
 TEST_F(RecordingTest, WhatCannotBePlayedIsRefused) {
   writeFile(directory / "text", "only text\n");
-  writeFile(directory / "silent", "R: 3 05 01 c0\nN: Silent\nI: 3 0001 0002\n");
+  writeFile(directory / "packed.gz", "\x1f\x8b\x08");
+  writeFile(directory / "values.jsonl", "{\"report\":1}\n");
   EXPECT_TRUE(isRefusal(play(directory / "missing"), 1, "missing"));
   EXPECT_TRUE(isRefusal(play(directory), 1, directory.string()));
   EXPECT_TRUE(isRefusal(play(directory / "text"), 1, "text"));
-  EXPECT_TRUE(isRefusal(play(directory / "silent"), 1, "silent"));
-  EXPECT_EQ(std::distance(fs::directory_iterator(directory), {}), 2) << "a root was left behind";
+  EXPECT_TRUE(isRefusal(play(directory / "packed.gz"), 1, "gzip"));
+  EXPECT_TRUE(isRefusal(play(directory / "values.jsonl"), 1, "JSON"));
+  EXPECT_EQ(std::distance(fs::directory_iterator(directory), {}), 3) << "a root was left behind";
+}
+
+TEST_F(RecordingTest, WithoutReportsItEndsAtOnce) {
+  writeFile(directory / "silent", "R: 2 05 01\nN: Silent\nI: 3 0001 0002\n");
+  const Outcome outcome = play(directory / "silent", {"--json"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_TRUE(jsonLines(outcome.out).back().contains("ended")) << outcome.out;
+}
+
+TEST_F(RecordingTest, MayComeFromStandardInput) {
+  const std::string command = builtPath("wlhid").string() + " --root " + root.string() +
+                              " route --recording - --speed max --json";
+  const Outcome outcome =
+      run({"sh", "-c", "cat '" + ownRecording("qemu-usb-kbd.hid").string() + "' | " + command},
+          options());
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(jsonLines(outcome.out).size(),
+            3 + 2 * recordedReports(ownRecording("qemu-usb-kbd.hid")).size());
+  const Outcome wrong = run({"sh", "-c", "echo nonsense | " + command}, options());
+  EXPECT_TRUE(isRefusal(wrong, 1, "wlhid: standard input:1: is no line of a recording"));
+  expectNothingLeft();
 }
 
 TEST_F(RecordingTest, WithoutAPlaceForItsRootItIsRefused) {

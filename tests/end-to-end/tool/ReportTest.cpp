@@ -1,10 +1,12 @@
 // wlhid report: what is in it, what is not, and that there is never half of one.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
 
 #include "Situations.h"
+#include "platform/services/FileDescriptor.h"
 #include "tests/support/ArchiveReader.h"
 
 namespace test {
@@ -293,6 +295,15 @@ class MarkedReportTest : public ReportTest {
                   "<integer>1</integer><key>Device</key><integer>5</integer>"
                   "<key>DeviceName</key><string>Pad serial " +
                   mark("QZR0002") + "</string></dict></array></dict></plist>\n");
+    holdStatus();
+  }
+  /// As a router that lives does.
+  void holdStatus() {
+    heldStatus.reset(::open((root / "var/run/com.quillmar.hideventrouter.status.plist").c_str(),
+                            O_RDWR | O_CLOEXEC));
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    ASSERT_EQ(::fcntl(heldStatus.get(), F_OFD_SETLK, &lock), 0);
   }
   /// The marks that stand anywhere in the archive.
   [[nodiscard]] std::vector<std::string> found(const Archive& archive) const {
@@ -305,6 +316,7 @@ class MarkedReportTest : public ReportTest {
     return result;
   }
 
+  platform::FileDescriptor heldStatus;
   std::vector<std::string> marks;
   std::string log;
 };

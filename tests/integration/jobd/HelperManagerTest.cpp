@@ -1,6 +1,8 @@
 // The helper manager on a real root: what counts as installed, and what installing and removing
 // make of it.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
 #include "tests/integration/jobd/SuiteFixture.h"
@@ -64,7 +66,26 @@ TEST_F(HelperManager, ADeniedAuthorizationChangesNothing) {
     ASSERT_TRUE(error);
     EXPECT_EQ(error->domain()->UTF8String(), platform::NSOSStatusErrorDomain);
     EXPECT_EQ(error->code(), status);
+    EXPECT_EQ(error->userInfo(), nullptr);
+    EXPECT_THAT(error->description(), testing::HasSubstr("so nothing was changed"));
   }
+  EXPECT_FALSE(std::filesystem::exists(root.path()));
+}
+
+TEST_F(HelperManager, WithoutATerminalThePersonIsToldWhatIsMissing) {
+  platform::setAuthorizationAgent(nullptr);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::setsid();
+    std::shared_ptr<platform::NSError> error;
+    const bool isInstalled = install(&error);
+    const bool hasWords =
+        error && error->description().find("this program has no terminal") != std::string::npos;
+    ::_exit(!isInstalled && hasWords && error->userInfo() == nullptr ? 42 : 1);
+  }
+  int end = 0;
+  ::waitpid(child, &end, 0);
+  EXPECT_EQ(WEXITSTATUS(end), 42);
   EXPECT_FALSE(std::filesystem::exists(root.path()));
 }
 

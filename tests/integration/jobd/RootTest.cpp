@@ -7,12 +7,14 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstdlib>
 #include <set>
 
 #include "platform/services/JobFile.h"
 #include "platform/services/ServiceError.h"
 #include "platform/services/UnixSocket.h"
 #include "tests/integration/jobd/SuiteFixture.h"
+#include "tests/support/OtherUser.h"
 
 namespace {
 
@@ -83,18 +85,104 @@ TEST_F(Root, TheDaemonsOwnReasonReachesTheApplication) {
   testsupport::writeFile(root.path(), "a file where the root should be");
   EXPECT_EQ(refusal().code(), ServiceErrorCode::FileSystem);
   fs::remove(root.path());
-  fs::create_directories(root.path());
-  ::chmod(root.path().c_str(), 0777);
+  fs::create_directories(root.path() / "Library");
+  ::chmod((root.path() / "Library").c_str(), 0777);
   const auto error = refusal();
   EXPECT_EQ(error.code(), ServiceErrorCode::DaemonUnavailable);
-  EXPECT_THAT(error.what(), HasSubstr("can be written by others"));
+  EXPECT_THAT(error.what(), HasSubstr("did not start: Library can be written by others"));
 }
 
 TEST_F(Root, ARootOfSomebodyElseIsNotServed) {
   if (::geteuid() != 0) return;  // only the superuser can give a directory away
   fs::create_directories(root.path());
   ASSERT_EQ(::chown(root.path().c_str(), 12345, 12345), 0);
-  EXPECT_THAT(refusal().what(), HasSubstr("belongs to user 12345, not to user 0"));
+  EXPECT_THAT(refusal().what(), HasSubstr("belongs to user 12345, and this is root"));
+}
+
+TEST_F(Root, ASuperusersRootInAUsersHomeIsRefusedBeforeAnythingIsMade) {
+  if (::geteuid() != 0) return;  // only the superuser has a home to trespass on
+  const fs::path home = temporary.path() / "home";
+  fs::create_directories(home);
+  ASSERT_EQ(::chown(home.c_str(), 12345, 12345), 0);
+  const platform::JobDaemon inHome(platform::SystemRoot(home / ".local/state/wlhid/root"));
+  try {
+    inHome.ensureRunning();
+    ADD_FAILURE() << "served";
+  } catch (const ServiceError& error) {
+    EXPECT_EQ(error.code(), ServiceErrorCode::NotPermitted);
+    EXPECT_THAT(error.what(), HasSubstr("the directory " + home.string() + " above"));
+    EXPECT_THAT(error.what(), HasSubstr("run this as user 12345"));
+  }
+  EXPECT_TRUE(fs::is_empty(home));
+}
+
+TEST_F(Root, ALinkInItsPlaceGetsNothingInstalledBelowItsTarget) {
+  const fs::path target = temporary.path() / "target";
+  fs::create_directories(target);
+  fs::create_directory_symlink(target, root.path());
+  EXPECT_THAT(refusal().what(), HasSubstr("is a symbolic link"));
+  EXPECT_TRUE(fs::is_empty(target));
+}
+
+TEST_F(Root, TheDaemonItselfRefusesALinkHoweverItIsStarted) {
+  const fs::path target = temporary.path() / "target";
+  fs::create_directories(target);
+  fs::create_directory_symlink(target, root.path());
+  const std::string command = std::string(WLHID_JOBD_PROGRAM) + " --foreground --root " +
+                              root.path().string() + " >" + (temporary.path() / "said").string() +
+                              " 2>&1";
+  EXPECT_NE(std::system(command.c_str()), 0);  // NOLINT(concurrency-mt-unsafe): one thread
+  EXPECT_THAT(testsupport::readFile(temporary.path() / "said"), HasSubstr("is a symbolic link"));
+  EXPECT_TRUE(fs::is_empty(target));
+}
+
+TEST_F(Root, WhatIsPutInItsPlaceLaterGetsNothing) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  Client client = connect();
+  EXPECT_EQ(client.ask("echo it runs"), "it runs");
+  const fs::path planted = temporary.path() / "planted";
+  const fs::path away = temporary.path() / "away";
+  fs::create_directories(planted);
+  fs::rename(root.path(), away);
+  fs::create_directory_symlink(planted, root.path());
+  EXPECT_EQ(client.ask("log written after the swap"), "ok");
+  EXPECT_TRUE(eventually([&] {
+    return testsupport::readFile(away / "var/log/system.log").find("after the swap") !=
+           std::string::npos;
+  }));
+  EXPECT_EQ(connectResult().outcome, Outcome::Refused) << "the link is no root";
+  EXPECT_TRUE(fs::is_empty(planted));
+  fs::remove(root.path());
+  fs::rename(away, root.path());
+}
+
+TEST_F(Root, ARootThatOthersCanWriteIsRefusedBeforeADaemonIsStarted) {
+  fs::create_directories(root.path());
+  ::chmod(root.path().c_str(), 0777);
+  EXPECT_EQ(refusal().code(), ServiceErrorCode::NotPermitted);
+  EXPECT_TRUE(fs::is_empty(root.path()));
+  EXPECT_EQ(connectResult().outcome, Outcome::Refused);
+}
+
+TEST_F(Root, AServicesEndpointIsForItsOwnerAlone) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  for (const auto& endpoint : {root.endpoint(echoLabel), root.controlEndpoint()}) {
+    struct stat status {};
+    ASSERT_EQ(::lstat(endpoint.c_str(), &status), 0) << endpoint;
+    EXPECT_TRUE(S_ISSOCK(status.st_mode)) << endpoint;
+    EXPECT_EQ(status.st_mode & 07777U, 0600U) << endpoint;
+    EXPECT_EQ(status.st_uid, ::geteuid()) << endpoint;
+  }
+  if (!testsupport::isSuperuser()) return;  // only the superuser can act as somebody else
+  ::chmod(temporary.path().c_str(), 0755);
+  EXPECT_EQ(testsupport::asUser(testsupport::otherUser,
+                                [&] {
+                                  const auto result = connectResult();
+                                  return std::to_string(static_cast<int>(result.outcome)) + " " +
+                                         result.reason;
+                                }),
+            std::to_string(static_cast<int>(Outcome::Refused)) +
+                " the endpoint cannot be used: Permission denied");
 }
 
 TEST_F(Root, TheSystemRootIsNotServed) {
@@ -135,10 +223,24 @@ TEST_F(Root, DamagedJobFilesAreLeftOutAndNoted) {
               nullptr)
         << label;
   }
-  EXPECT_THAT(log(), HasSubstr("leaving out the job com.thief: the service com.quillmar.echo "
-                               "belongs to the job com.quillmar.echo"));
+  EXPECT_THAT(log(), HasSubstr("leaving out the job com.thief: its job file cannot be used: the "
+                               "service com.quillmar.echo is not its own"));
   EXPECT_TRUE(remove("com.garbage").succeeded()) << "what cannot be kept can still be removed";
   EXPECT_FALSE(fs::exists(root.jobFile("com.garbage")));
+}
+
+TEST_F(Root, ANameBelongsToTheJobThatIsCalledSoWhateverIsLoadedFirst) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  const Process first = daemonProcess();
+  first.signal(SIGTERM);
+  ASSERT_TRUE(first.hasGone());
+  const auto early = platform::encodeJobFile({"com.quillmar", {"/x"}, {"com.quillmar", echoLabel}});
+  testsupport::writeFile(root.jobFile("com.quillmar"),
+                         {reinterpret_cast<const char*>(early.data()), early.size()});
+  EXPECT_EQ(connect().ask("echo mine"), "mine");
+  EXPECT_THAT(log(), HasSubstr("leaving out the job com.quillmar: the service com.quillmar.echo "
+                               "belongs to the job com.quillmar.echo"));
+  EXPECT_EQ(job("com.quillmar").label, "");
 }
 
 TEST_F(Root, AJobOfAnUnservedServiceIsUnknown) {
@@ -150,6 +252,57 @@ TEST_F(Root, AJobOfAnUnservedServiceIsUnknown) {
   const auto result = connectResult("com.byhand");
   EXPECT_EQ(result.outcome, Outcome::UnknownName);
   EXPECT_THAT(result.reason, HasSubstr("does not listen for it"));
+}
+
+TEST_F(Root, AJobThatNamesAnotherProgramThanIsRunIsNoJob) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  const Process first = daemonProcess();
+  first.signal(SIGTERM);
+  ASSERT_TRUE(first.hasGone());
+  const fs::path other = temporary.path() / "other";
+  fs::copy_file(root.helperTool(echoLabel), other);
+  for (const fs::path& named : {other, fs::path("/nowhere/at/all")}) {
+    const auto file = platform::encodeJobFile({echoLabel, {named.string()}, {echoLabel}});
+    testsupport::writeFile(root.jobFile(echoLabel),
+                           {reinterpret_cast<const char*>(file.data()), file.size()});
+    EXPECT_EQ(
+        platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, platform::str(echoLabel)),
+        nullptr)
+        << named;
+    EXPECT_EQ(connectResult().outcome, Outcome::UnknownName) << named;
+    EXPECT_THAT(log(), HasSubstr("leaving out the job com.quillmar.echo: it names the "
+                                 "program " +
+                                 named.string() + ", which is not the helper that is run for it"));
+    const Process daemon = daemonProcess();
+    daemon.signal(SIGTERM);
+    ASSERT_TRUE(daemon.hasGone());
+  }
+  ASSERT_TRUE(bless(echoImage()).succeeded()) << "installing it again mends it";
+  EXPECT_EQ(connect().ask("echo x"), "x");
+}
+
+TEST_F(Root, AJobWhoseProgramBecameAnotherIsNotStarted) {
+  ASSERT_TRUE(bless(echoImage()).succeeded());
+  const fs::path away = temporary.path() / "away";
+  fs::rename(root.path(), away);
+  testsupport::writeFile(root.helperTool(echoLabel), "what an application would read");
+  const platform::SystemRoot moved(away);
+  const FileDescriptor client(
+      platform::connectUnixSocket(moved.endpoint(echoLabel).string(), SOCK_STREAM));
+  ASSERT_TRUE(client);
+  const platform::JobDaemon daemon(moved);
+  std::string end;
+  EXPECT_TRUE(eventually([&] {
+    const auto status = daemon.status();
+    if (status && !status->jobs.empty()) end = status->jobs.front().lastEnd;
+    return !end.empty();
+  }));
+  EXPECT_THAT(end, HasSubstr("could not be started: it names the program " +
+                             root.helperTool(echoLabel).string()));
+  EXPECT_THAT(testsupport::readFile(moved.systemLog()),
+              HasSubstr("cannot start com.quillmar.echo: it names the program"));
+  fs::remove_all(root.path());
+  fs::rename(away, root.path());
 }
 
 TEST_F(Root, DirectoriesThatAreLinksAreNotUsed) {
@@ -190,10 +343,8 @@ TEST_F(Root, StagingFilesOfACrashAreCleared) {
 TEST_F(Root, AnEndpointOfSomebodyElseIsRefused) {
   if (::geteuid() != 0) return;  // only the superuser can act as two users
   fs::create_directories(root.path() / "var/run");
-  for (auto path = root.path() / "var/run"; path != temporary.path().parent_path();
-       path = path.parent_path()) {
-    ::chmod(path.c_str(), 0777);
-  }
+  ::chmod(temporary.path().c_str(), 0755);
+  ::chmod((root.path() / "var/run").c_str(), 0777);
   std::array<int, 2> ready{};
   ASSERT_EQ(::pipe(ready.data()), 0);
   const pid_t child = ::fork();

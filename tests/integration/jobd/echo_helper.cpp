@@ -5,12 +5,14 @@
 //   env           its environment, one line     abort        ends by a signal
 //   fds           its open descriptors          deaf         ignores SIGTERM from now on
 //   exe           what it runs from             flood N      N lines on standard output, then "ok"
-//   service       the service connected to
+//   service       the service connected to        limits       what it may not do
 //
 // On SIGTERM it says "bye" on each connection and ends in good order.
 #include <dirent.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -67,6 +69,13 @@ std::string ownExecutable() {
   return ::readlink("/proc/self/exe", target.data(), target.size() - 1) < 0 ? "?" : target.data();
 }
 
+std::string limits() {
+  rlimit core{1, 1};
+  ::getrlimit(RLIMIT_CORE, &core);
+  return "core " + std::to_string(core.rlim_cur) + " of " + std::to_string(core.rlim_max) +
+         ", no_new_privs " + std::to_string(::prctl(PR_GET_NO_NEW_PRIVS, 0, 0, 0, 0));
+}
+
 std::string flood(int lines) {
   for (int i = 0; i < lines; ++i) std::cout << "line " << i << " of a flood\n";
   std::cout.flush();
@@ -88,6 +97,7 @@ std::string answer(const Peer& peer, const std::string& line) {
   if (verb == "fds") return openDescriptors();
   if (verb == "exe") return ownExecutable();
   if (verb == "service") return peer.service;
+  if (verb == "limits") return limits();
   if (verb == "log") return logLine(rest);
   if (verb == "flood") return flood(std::atoi(rest.c_str()));
   if (verb == "exit") ::_exit(std::atoi(rest.c_str()));
@@ -106,6 +116,7 @@ void takeSockets(Helper& helper) {
   for (int i = 0; i < std::atoi(count); ++i) {
     std::string name;
     std::getline(list, name, ':');
+    if (name == ".root") continue;  // the system root's directory
     helper.listeners.push_back({3 + i, POLLIN, 0});
     helper.names.push_back(name);
   }

@@ -4,6 +4,7 @@
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "platform/kit/KQIOObject.h"
 #include "tests/integration/router-client/RealLayerFixture.h"
+#include "tests/support/ErrorText.h"
 
 namespace test {
 namespace {
@@ -80,7 +81,7 @@ TEST_F(ClientOnRealLayer, ARefusedStartFailsWithTheHint) {
   router().setAnswer(routerError(-536870174));
   makeClient();
   client_->setStarted(true);
-  const std::string text = "Error Domain=HIDEventRouterDomain Code=-536870174 \"(null)\"";
+  const std::string text = testsupport::errorText("HIDEventRouterDomain", -536870174);
   ASSERT_TRUE(trace().waitFor("delegate handleError " + text));
   queue_ = delegate_->lastStatusThread;
   EXPECT_TRUE(sameTrace(sequence({openReply(text), notPermittedHint(text), changesTo(3),

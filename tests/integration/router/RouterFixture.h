@@ -232,9 +232,11 @@ class RouterFixture : public testing::Test {
     EXPECT_GE(socket, 0);
     return socket;
   }
-  void startRouter(std::chrono::milliseconds idleLimit = std::chrono::hours(1)) {
+  void startRouter(std::chrono::milliseconds idleLimit = std::chrono::hours(1),
+                   const router::RouterLimits& limits = {}) {
     router::RouterOptions options;
     options.idleLimit = idleLimit;
+    options.limits = limits;
     options.log = [log = routerLog_](std::string_view line) { log->add(std::string(line)); };
     router_ = std::make_unique<router::Router>(
         root(), platform::NSXPCListener::initWithListeningDescriptor(listen()), options);

@@ -3,33 +3,57 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include "RouterFixture.h"
+#include "platform/services/FileDescriptor.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace {
 
+namespace fs = std::filesystem;
 using routertest::Client;
 using testing::ElementsAre;
 
 class RouterProcessTest : public routertest::RouterFixture {
  protected:
-  /// The child sets LISTEN_PID to itself, which only it knows, so a shell does it and becomes the
-  /// router.
+  /// As the job daemon does: the socket as descriptor 3, the root's directory behind it. The child
+  /// sets LISTEN_PID to itself, which only it knows, so a shell does it and becomes the router.
   void spawn(int listener) {
+    const platform::FileDescriptor rootDirectory(
+        ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    std::vector<std::pair<std::string, int>> handedOn;
+    if (listener >= 0) handedOn.emplace_back("com.quillmar.hideventrouter", listener);
+    handedOn.emplace_back(".root", rootDirectory.get());
+    spawnWith(handedOn, {});
+  }
+  void spawnWith(const std::vector<std::pair<std::string, int>>& handedOn,
+                 const std::vector<std::string>& options) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    if (listener >= 0) posix_spawn_file_actions_adddup2(&actions, listener, 3);
-    posix_spawn_file_actions_addopen(&actions, 2, (directory_ / "log").c_str(),
-                                     O_WRONLY | O_CREAT | O_APPEND, 0600);
-    const std::string command = "LISTEN_PID=$$ exec \"$0\"";
-    const std::string fds = "LISTEN_FDS=" + std::to_string(listener >= 0 ? 1 : 0);
-    const std::string rootVariable = "WLHID_ROOT=" + directory_.string();
-    const std::string names = "LISTEN_FDNAMES=com.quillmar.hideventrouter";
-    std::array<const char*, 5> arguments{"sh", "-c", command.c_str(), WLHID_ROUTER_PROGRAM,
-                                         nullptr};
-    std::array<const char*, 4> environment{fds.c_str(), names.c_str(), rootVariable.c_str(),
-                                           nullptr};
+    constexpr int kFirst = 3;
+    constexpr int kAbove = 100;  // no number is overwritten before it has moved
+    std::string names = "LISTEN_FDNAMES=";
+    const int count = static_cast<int>(handedOn.size());
+    for (int i = 0; i < count; ++i) {
+      const auto& [name, descriptor] = handedOn[static_cast<std::size_t>(i)];
+      names += (i == 0 ? "" : ":") + name;
+      posix_spawn_file_actions_adddup2(&actions, descriptor, kAbove + i);
+    }
+    for (int i = 0; i < count; ++i)
+      posix_spawn_file_actions_adddup2(&actions, kAbove + i, kFirst + i);
+    posix_spawn_file_actions_addclosefrom_np(&actions, kFirst + count);
+    posix_spawn_file_actions_addopen(&actions, 2, logFile().c_str(), O_WRONLY | O_CREAT | O_APPEND,
+                                     0600);
+    std::string command = "LISTEN_PID=$$ exec \"$0\" \"$@\"";
+    const std::string fds = "LISTEN_FDS=" + std::to_string(count);
+    // Would lead elsewhere, if it were asked.
+    const std::string misleading = "WLHID_ROOT=" + (directory_ / "misleading").string();
+    std::vector<const char*> arguments{"sh", "-c", command.c_str(), WLHID_ROUTER_PROGRAM};
+    for (const auto& option : options) arguments.push_back(option.c_str());
+    arguments.push_back(nullptr);
+    std::array<const char*, 4> environment{fds.c_str(), names.c_str(), misleading.c_str(), nullptr};
     ASSERT_EQ(
         ::posix_spawn(&process_, "/bin/sh", &actions, nullptr, const_cast<char**>(arguments.data()),
                       const_cast<char**>(environment.data())),
@@ -49,10 +73,12 @@ class RouterProcessTest : public routertest::RouterFixture {
     }
     RouterFixture::TearDown();
   }
+  fs::path logFile() const { return outside_.path() / "log"; }
   std::string log() const {
-    std::ifstream in(directory_ / "log");
+    std::ifstream in(logFile());
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
   }
+  testsupport::TemporaryDirectory outside_;
   pid_t process_ = -1;
 };
 
@@ -73,11 +99,92 @@ TEST_F(RouterProcessTest, ServesTheSocketThatItIsHandedUntilItIsTerminated) {
   EXPECT_THAT(log(), testing::Not(testing::HasSubstr("07 01")));
 }
 
+TEST_F(RouterProcessTest, ALogLineIsOneLineWhateverStandsInIt) {
+  const std::string name = "a\x1b[2J\nforged: \u202e";
+  std::filesystem::create_directories(directory_ / "etc/hideventrouter");
+  std::ofstream(directory_ / "etc/hideventrouter" / (name + ".plist")) << "nothing";
+  const int listener = listen();
+  spawn(listener);
+  ::close(listener);
+  Client client;
+  client.start(0x42);
+  client.log->await(1);
+  EXPECT_THAT(log(),
+              testing::HasSubstr("a\\x1b[2J\\x0aforged: \\u202e.plist: is no property list"));
+  EXPECT_THAT(log(), testing::Not(testing::HasSubstr("\x1b")));
+  EXPECT_THAT(log(), testing::Not(testing::HasSubstr("\nforged")));
+}
+
 TEST_F(RouterProcessTest, WithoutASocketItSaysSoAndFails) {
   spawn(-1);
   EXPECT_EQ(exitStatus(), 1);
   EXPECT_THAT(log(),
               testing::HasSubstr("no endpoint was handed over for com.quillmar.hideventrouter"));
+}
+
+TEST_F(RouterProcessTest, WithoutARootItSaysSoAndFails) {
+  const int listener = listen();
+  spawnWith({{"com.quillmar.hideventrouter", listener}}, {});
+  EXPECT_EQ(exitStatus(), 1);
+  EXPECT_THAT(log(), testing::HasSubstr("no system root was handed over"));
+  EXPECT_FALSE(fs::exists(directory_ / "misleading"));
+  spawnWith({{"com.quillmar.hideventrouter", listener}, {".root", listener}}, {});
+  EXPECT_EQ(exitStatus(), 1) << "a socket is no root";
+  ::close(listener);
+}
+
+TEST_F(RouterProcessTest, ARootMayBeNamedWhereNoneIsHandedOver) {
+  const int listener = listen();
+  spawnWith({{"com.quillmar.hideventrouter", listener}}, {"--root", directory_.string()});
+  Client client;
+  client.start(addDevice("slow", "E: 0.0 2 07 01\nE: 100000.0 2 07 02\n", "1"));
+  client.log->await(3);
+  EXPECT_TRUE(awaitStatus([](const auto& status) { return status.isRunning; }).isRunning);
+  ::kill(process_, SIGTERM);
+  EXPECT_EQ(exitStatus(), 0);
+  fs::create_directory_symlink(directory_, outside_.path() / "link");
+  spawnWith({{"com.quillmar.hideventrouter", listener}},
+            {"--root", (outside_.path() / "link").string()});
+  EXPECT_EQ(exitStatus(), 1);
+  EXPECT_THAT(log(), testing::HasSubstr("is a symbolic link"));
+  ::close(listener);
+}
+
+TEST_F(RouterProcessTest, ARootThatOthersCanWriteIsRefused) {
+  ::chmod(directory_.c_str(), 0777);
+  const int listener = listen();
+  spawn(listener);
+  ::close(listener);
+  EXPECT_EQ(exitStatus(), 1);
+  EXPECT_THAT(log(), testing::HasSubstr("can be written by others"));
+}
+
+TEST_F(RouterProcessTest, WhatIsPutInTheRootsPlaceGetsNothing) {
+  const fs::path planted = outside_.path() / "planted";
+  const fs::path away = outside_.path() / "away";
+  fs::create_directories(planted);
+  const int listener = listen();
+  spawn(listener);
+  ::close(listener);
+  Client first;
+  first.start(1);
+  first.log->await(1);  // the router runs
+  fs::rename(directory_, away);
+  fs::create_directory_symlink(planted, directory_);
+  testsupport::writeFile(planted / "etc/hideventrouter/stolen.plist",
+                         "<plist version=\"1.0\"><dict><key>Source</key><string>replay</string>"
+                         "<key>Recording</key><string>/etc/passwd</string></dict></plist>");
+  fs::rename(away / "router.sock", planted / "router.sock");  // the client still has the path
+  Client second;
+  second.start(2);  // looks at the devices again
+  second.log->await(1);
+  ::kill(process_, SIGTERM);
+  EXPECT_EQ(exitStatus(), 0);
+  EXPECT_FALSE(fs::exists(planted / "var"));
+  EXPECT_TRUE(fs::exists(away / "var/run"));
+  EXPECT_THAT(log(), testing::Not(testing::HasSubstr("passwd")));
+  fs::remove(directory_);
+  fs::rename(away, directory_);
 }
 
 TEST_F(RouterProcessTest, ARouterThatIsKilledInterruptsItsClients) {
@@ -88,9 +195,13 @@ TEST_F(RouterProcessTest, ARouterThatIsKilledInterruptsItsClients) {
   Client client;
   client.start(id);
   client.log->await(3);
+  awaitStatus([](const auto& status) { return status.isRunning; });
   ::kill(process_, SIGKILL);
   exitStatus();
   EXPECT_EQ(client.log->await(4)[3], "interrupted");
+  const auto left = router::readRouterStatus(root());
+  ASSERT_TRUE(left.has_value());
+  EXPECT_FALSE(left->isRunning);
 }
 
 }  // namespace

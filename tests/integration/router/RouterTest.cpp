@@ -1,7 +1,7 @@
 // The router over real sockets: what a client sends, what it gets, and in which order.
 #include "RouterFixture.h"
-#include "router/Recording.h"
 #include "router/ReportDecoder.h"
+#include "tests/support/WholeRecording.h"
 
 namespace {
 
@@ -20,6 +20,17 @@ const std::string kThreeReports =
     "E: 0.1 2 07 01\n"
     "E: 0.2 2 09 55\n";
 
+std::string manyLargeReports(std::size_t count, std::size_t bytes) {
+  std::string text = "R: 2 05 01\n";
+  for (std::size_t i = 0; i < count; ++i) {
+    // All of one moment, but for the first: there are times, and they say "at once".
+    text += (i == 0 ? "E: 0.0 " : "E: 0.000001 ") + std::to_string(bytes);
+    for (std::size_t b = 0; b < bytes; ++b) text += " 5a";
+    text += "\n";
+  }
+  return text;
+}
+
 TEST_F(RouterTest, PlaysARecordingToItsEndAndSaysFarewell) {
   const std::uint64_t id = addDevice("mouse", kThreeReports);
   startRouter();
@@ -28,10 +39,23 @@ TEST_F(RouterTest, PlaysARecordingToItsEndAndSaysFarewell) {
   EXPECT_THAT(client.log->await(7),
               ElementsAre("started", "data 7 07 02 ff", "values 9/1=0 9/2=1 1/48=-1",
                           "data 7 07 01", "values 9/1=1 9/2=0", "data 9 09 55", "invalidated"));
+  // What a client does whose connection ended: it asks again, and is told that this was all.
   Client again;
   again.start(id);
   EXPECT_THAT(again.log->await(1),
-              ElementsAre("refused -536870208 the device \"Mouse\" has gone away"));
+              ElementsAre("refused -536870169 the recording \"Mouse\" has been played to its end"));
+  // Whoever asks for it now hears it from its beginning.
+  again.start(id);
+  EXPECT_THAT(again.log->await(4)[2], "data 7 07 02 ff");
+}
+
+TEST_F(RouterTest, ARecordingWithoutReportsEndsAtOnce) {
+  const std::uint64_t id = addDevice("silent", "# no reports\n", "1", true);
+  startRouter();
+  Client client;
+  client.start(id);
+  client.log->awaitLine("invalidated");
+  routerLog_->awaitLine("has been played to its end");
 }
 
 TEST_F(RouterTest, RefusesWhatItCannotRoute) {
@@ -48,6 +72,130 @@ TEST_F(RouterTest, RefusesWhatItCannotRoute) {
   // None of it has touched the device.
   client.start(id);
   EXPECT_EQ(client.log->await(5)[3], "started");
+}
+
+TEST_F(RouterTest, RequestsForAnUnknownDeviceReadNoRecording) {
+  addDevice("long", "#" + std::string(200'000, 'x') + "\n" + kThreeReports);
+  router::RouterLimits limits;
+  limits.settling = std::chrono::milliseconds(0);
+  startRouter(std::chrono::hours(1), limits);
+  const int watch = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+  ASSERT_GE(::inotify_add_watch(watch, (directory_ / "long.hid").c_str(), IN_OPEN), 0);
+  Client client;
+  for (int i = 0; i < 200; ++i) client.start(0x42);
+  client.log->await(200);
+  inotify_event event{};
+  EXPECT_LT(::read(watch, &event, sizeof event), 0) << "it was opened";
+  ::close(watch);
+}
+
+TEST_F(RouterTest, OneClientCannotFillTheLog) {
+  router::RouterLimits limits;
+  limits.logLinesOfSession = {5, 0.001};
+  startRouter(std::chrono::hours(1), limits);
+  {
+    Client client;
+    for (int i = 0; i < 500; ++i) client.start(0x42);
+    client.log->await(500);
+  }
+  routerLog_->awaitLine("has ended");
+  const Lines lines = routerLog_->lines();
+  EXPECT_LT(lines.size(), 20U);
+  EXPECT_THAT(lines, testing::Contains(HasSubstr("495 lines about it were left out")));
+}
+
+TEST_F(RouterTest, AUsersClientsTogetherCannotFillTheLog) {
+  router::RouterLimits limits;
+  limits.logLinesOfUser = {10, 0.001};
+  startRouter(std::chrono::hours(1), limits);
+  for (int i = 0; i < 50; ++i) {
+    Client client;
+    client.start(0x42);
+    client.log->await(1);
+  }
+  awaitStatus([](const router::RouterStatus& s) { return s.sessions.empty(); });
+  EXPECT_LT(routerLog_->count(), 20U);
+}
+
+TEST_F(RouterTest, TooManyStartRequestsAreRefused) {
+  router::RouterLimits limits;
+  limits.startsOfUser = {3, 0.001};
+  limits.startPatience = std::chrono::milliseconds(0);
+  startRouter(std::chrono::hours(1), limits);
+  Client client;
+  for (int i = 0; i < 5; ++i) client.start(0x42);
+  const Lines lines = client.log->await(5);
+  EXPECT_THAT(lines[2], HasSubstr("no device has the registry entry ID 0x42"));
+  for (const std::size_t i : {3U, 4U}) {
+    EXPECT_EQ(lines[i],
+              "refused -536870187 too many start requests come from this user; ask again later");
+  }
+}
+
+TEST_F(RouterTest, ARequestThatComesTooSoonWaitsForItsTurn) {
+  router::RouterLimits limits;
+  limits.startsOfUser = {1, 100};
+  startRouter(std::chrono::hours(1), limits);
+  Client client;
+  for (int i = 0; i < 20; ++i) client.start(0x42);
+  for (const std::string& line : client.log->await(20)) EXPECT_THAT(line, HasSubstr("0x42"));
+}
+
+TEST_F(RouterTest, AUserHasSoManyConnectionsAtMost) {
+  router::RouterLimits limits;
+  limits.sessionsOfUser = 2;
+  startRouter(std::chrono::hours(1), limits);
+  Client first;
+  Client second;
+  first.start(0x42);
+  second.start(0x42);
+  first.log->await(1);
+  second.log->await(1);
+  Client third;
+  third.start(0x42);
+  third.log->awaitLine("invalidated");
+  routerLog_->awaitLine("has more than 2 connections");
+  first.leave();
+  awaitStatus([](const router::RouterStatus& s) { return s.sessions.size() == 1; });
+  Client fourth;
+  fourth.start(0x42);
+  EXPECT_THAT(fourth.log->await(1)[0], HasSubstr("0x42"));
+}
+
+TEST_F(RouterTest, ClientsThatDoNotReadAreBoundedTogether) {
+  const std::uint64_t id = addDevice("large", manyLargeReports(50, 4096), "1000", true);
+  router::RouterLimits limits;
+  limits.backlogOfUser = std::size_t{256} << 10;
+  startRouter(std::chrono::hours(1), limits);
+  std::vector<std::unique_ptr<Client>> slow;
+  for (int i = 0; i < 4; ++i) {
+    slow.push_back(std::make_unique<Client>());
+    slow.back()->receiver->beBrief();
+    slow.back()->receiver->hold();
+    slow.back()->start(id);
+  }
+  Client quick;
+  quick.receiver->beBrief();
+  quick.start(id);
+  // Each of them alone could have 4 MiB.
+  const auto status = awaitStatus([](const router::RouterStatus& s) {
+    return std::count_if(s.sessions.begin(), s.sessions.end(),
+                         [](const auto& each) { return each.lost > 100; }) == 4;
+  });
+  EXPECT_EQ(status.sessions.back().lost, 0U) << "the quick one loses nothing";
+}
+
+TEST_F(RouterTest, WhatIsWrongWithAConfigurationIsLoggedOnce) {
+  addDevice("mouse", kThreeReports);
+  std::filesystem::remove(directory_ / "mouse.hid");
+  startRouter();
+  Client client;
+  for (int i = 0; i < 20; ++i) client.start(0x42);
+  client.log->await(20);
+  const Lines lines = routerLog_->lines();
+  EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                          [](const std::string& line) { return line.starts_with("ignored: "); }),
+            1);
 }
 
 TEST_F(RouterTest, ADeviceThatIsAddedLaterIsFound) {
@@ -76,16 +224,16 @@ TEST_F(RouterTest, NothingIsLostAtFullSpeed) {
     const char* source = ::getenv("WLHID_SOURCE_DIR");
     const auto path = std::filesystem::path(source == nullptr ? "." : source) / "recordings" /
                       (std::string(name) + ".hid");
-    const router::Recording recording = router::Recording::read(path);
+    const test::WholeRecording recording = test::readRecording(path);
     router::ReportDecoder decoder(std::make_shared<const router::ReportDescriptor>(
-        router::ReportDescriptor::parse(recording.header().reportDescriptor)));
+        router::ReportDescriptor::parse(recording.header.reportDescriptor)));
     Lines expected = {"started"};
-    for (std::size_t i = 0; i < recording.reportCount(); ++i) {
+    for (std::size_t i = 0; i < recording.reports.size(); ++i) {
       std::string data = "data 0";
-      for (const std::uint8_t byte : recording.report(i))
+      for (const std::uint8_t byte : recording.reports[i])
         data += platform::stringWithFormat(" %02x", byte);
       std::string values = "values";
-      for (const auto& v : decoder.decode(recording.report(i))) {
+      for (const auto& v : decoder.decode(recording.reports[i])) {
         values += platform::stringWithFormat(" %u/%u=%lld", v.usagePage, v.usage, v.integerValue);
       }
       expected.push_back(data);
@@ -99,17 +247,6 @@ TEST_F(RouterTest, NothingIsLostAtFullSpeed) {
     EXPECT_EQ(client.log->await(expected.size()), expected);
     router_.reset();
   }
-}
-
-std::string manyLargeReports(std::size_t count, std::size_t bytes) {
-  std::string text = "R: 2 05 01\n";
-  for (std::size_t i = 0; i < count; ++i) {
-    // All of one moment, but for the first: there are times, and they say "at once".
-    text += (i == 0 ? "E: 0.0 " : "E: 0.000001 ") + std::to_string(bytes);
-    for (std::size_t b = 0; b < bytes; ++b) text += " 5a";
-    text += "\n";
-  }
-  return text;
 }
 
 TEST_F(RouterTest, AtFullSpeedASlowClientIsWaitedFor) {

@@ -3,6 +3,7 @@
 #include <random>
 
 #include "platform/kit/KQHIDDeviceElementValue.h"
+#include "platform/xpc/Hello.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "tests/support/WireDocument.h"
 #include "tests/support/XPCPeers.h"
@@ -196,6 +197,44 @@ TEST_F(HostileService, AStreamThatEndsAnywhereWithoutAFarewellIsAnInterruption) 
   EXPECT_EQ(receiver_->log.lines().size(), 1U);
 }
 
+TEST_F(HostileService, TheRestOfAHalfFrameDoesNotMeetTheNextStream) {
+  const Bytes report = example("received-data");
+  for (const std::size_t length :
+       {std::size_t{3}, std::size_t{8}, std::size_t{12}, report.size() - 1}) {
+    renew();
+    connect();
+    peer_->receiveFrame();
+    ASSERT_EQ(peer_->receiveFrame(), example("stop-message"));
+    ASSERT_TRUE(
+        peer_->send(example("hello-router") +
+                    Bytes(report.begin(), report.begin() + static_cast<std::ptrdiff_t>(length))));
+    peer_->close();
+    ASSERT_TRUE(log_->waitFor("interruption")) << length;
+    proxy()->stopRoutingService();
+    accept();
+    ASSERT_TRUE(peer_->send(example("hello-router") + report + example("farewell")));
+    ASSERT_TRUE(log_->waitFor("invalidation")) << length;
+    EXPECT_EQ(log_->lines(), Lines({"interruption", "invalidation"}));
+    finish();
+  }
+  EXPECT_EQ(receiver_->log.lines().size(), 4U);
+  EXPECT_EQ(logged_.lines(), Lines());
+}
+
+TEST_F(HostileService, NamesInAHelloAreEscapedInTheLog) {
+  connect();
+  xpc::WireWriter hello;
+  xpc::writeHello(hello, {xpc::kWireVersion, "\x1b[2J\nforged entry\xc2\x9b\xe2\x80\xae", ""});
+  ASSERT_TRUE(peer_->send(Bytes(hello.bytes().begin(), hello.bytes().end())));
+  ASSERT_TRUE(log_->waitFor("invalidation"));
+  ASSERT_EQ(logged_.lines().size(), 1U);
+  const std::string line = logged_.lines()[0];
+  EXPECT_EQ(line.find_first_of("\x1b\n"), line.npos);
+  EXPECT_EQ(line.find("\xc2\x9b"), line.npos);
+  EXPECT_EQ(line.find("\xe2\x80\xae"), line.npos);
+  EXPECT_NE(line.find("\\x1b[2J"), line.npos);
+}
+
 TEST_F(HostileService, BytesThatComeSinglyAreAFrameAllTheSame) {
   connect();
   for (const std::uint8_t byte : example("hello-router") + example("received-data"))
@@ -248,7 +287,7 @@ class HostileClient : public XPCTest {};
 
 Bytes hello() {
   Bytes bytes{16, 0, 0, 0,   1,   0,   0,   0, 'W', 'L', 'H', 'X',
-              1,  0, 4, 'T', 'a', 'l', 'k', 4, 'T', 'a', 'l', 'k'};
+              2,  0, 4, 'T', 'a', 'l', 'k', 4, 'T', 'a', 'l', 'k'};
   return bytes;
 }
 

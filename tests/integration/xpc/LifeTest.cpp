@@ -350,6 +350,37 @@ TEST_F(Life, AFailureThatAnErrorHandlerBringsAboutComesBeforeTheReportToo) {
   endless->removeObjectAtIndex(0);
 }
 
+TEST_F(Life, WhatIsSentBeforeTheReportIsDueFailsAheadOfItAndTheRestBehindIt) {
+  const auto end = connect();
+  // From the last error handler ahead of the report, and, once the report's turn has come, from
+  // another thread: by then nothing can come before it any more.
+  std::promise<void> turn;
+  std::promise<void> sent;
+  client_.connection->setInvalidationHandler([&] {
+    turn.set_value();
+    sent.get_future().wait();
+    client_.log.add("invalidation");
+  });
+  const auto proxy = client_.connection->remoteObjectProxyWithErrorHandler<Talk>(
+      [&](const std::shared_ptr<NSError>&) {
+        client_.log.add("pending fails");
+        client_.ask();
+      });
+  proxy->ask({});
+  ASSERT_TRUE(end->log.waitFor("asked"));
+  std::thread late([&] {
+    turn.get_future().wait();
+    client_.ask();
+    client_.log.add("sent");
+    sent.set_value();
+  });
+  end->connection->invalidate();
+  ASSERT_TRUE(client_.log.waitFor("error 4099", 2));
+  late.join();
+  EXPECT_EQ(client_.log.lines(),
+            Lines({"pending fails", "error 4099", "sent", "invalidation", "error 4099"}));
+}
+
 TEST_F(Life, InvalidateAfterTheEndStartsNothing) {
   const auto end = connect();
   end->connection->invalidate();

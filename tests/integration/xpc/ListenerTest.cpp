@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "platform/xpc/Hello.h"
 #include "tests/support/XPCPeers.h"
 
 using namespace platform;
@@ -14,6 +15,36 @@ using namespace testsupport;
 namespace {
 
 class Listener : public XPCTest {};
+
+/// A service whose listener has other limits.
+class Limited : public XPCTest {
+ protected:
+  Limited() {
+    limits_.helloWithin = std::chrono::hours{1};
+    service_->stop();
+  }
+  void serve() { service_ = Service::listen(path_, limits_); }
+
+  static Bytes helloFrame(const std::string& exported = "") {
+    xpc::WireWriter hello;
+    xpc::writeHello(hello, {xpc::kWireVersion, exported, exported});
+    return {hello.bytes().begin(), hello.bytes().end()};
+  }
+  static Bytes noteFrame(std::uint64_t number) {
+    xpc::WireWriter note;
+    note.beginFrame(xpc::FrameKind::Message, 0);
+    note.u64(number);
+    note.finishFrame();
+    return {note.bytes().begin(), note.bytes().end()};
+  }
+
+  NSXPCListenerLimits limits_;
+};
+
+Bytes operator+(Bytes first, const Bytes& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
 
 /// What a starter hands over: variables and descriptors from 3 on, put back afterwards.
 class Handed : public ::testing::Test {
@@ -140,6 +171,116 @@ TEST_F(Listener, AConnectionThatGetsTheLastDescriptorIsServedAllTheSame) {
   ASSERT_NE(end, nullptr);
   EXPECT_TRUE(end->log.waitFor("invalidation"));
   EXPECT_TRUE(last.waitForEnd());
+}
+
+TEST_F(Limited, WhoSaysNoHelloInTimeIsClosedAndWhoDoesIsNot) {
+  const int socket = listenUnixSocket(path_, SOCK_STREAM | SOCK_CLOEXEC, 16, 0600);
+  ASSERT_GE(socket, 0);
+  RawPeer silent(RawPeer::connectTo(path_));
+  RawPeer halting(RawPeer::connectTo(path_));
+  RawPeer polite(RawPeer::connectTo(path_));
+  const Bytes hello = helloFrame();
+  ASSERT_TRUE(halting.send(Bytes(hello.begin(), hello.begin() + 10)));
+  ASSERT_TRUE(polite.send(hello));
+  limits_.helloWithin = std::chrono::milliseconds{0};  // so what counts is what lies there already
+  service_ = Service::serve(socket, limits_);
+  for (RawPeer* peer : {&silent, &halting}) {
+    EXPECT_EQ(peer->receiveFrame().size(), helloFrame("Talk").size());
+    EXPECT_TRUE(peer->waitForEnd());
+  }
+  for (std::size_t i = 0; i < 2; ++i)
+    EXPECT_TRUE(service_->end(i)->log.waitFor("invalidation")) << i;
+  EXPECT_EQ(logged_.linesWith("no hello in time"), 2U);
+  ASSERT_TRUE(polite.send(noteFrame(5)));
+  EXPECT_TRUE(service_->end(2)->log.waitFor("note 5"));
+}
+
+TEST_F(Limited, ConnectionsThatSayNothingKeepNobodyOut) {
+  limits_.withoutHelloOfUser = 4;
+  limits_.connections = limits_.connectionsOfUser = 6;
+  serve();
+  const auto before = connect();
+  std::vector<std::unique_ptr<RawPeer>> silent;
+  for (int i = 0; i < 256; ++i)
+    silent.push_back(std::make_unique<RawPeer>(RawPeer::connectTo(path_)));
+  EXPECT_TRUE(silent[0]->waitForEnd());
+  End other;
+  other.configure(makeConnection());
+  other.connection->resume();
+  other.proxy()->echo_reply(str("in"),
+                            [&](const std::shared_ptr<NSString>&) { other.log.add("let in"); });
+  EXPECT_TRUE(other.log.waitFor("let in"));
+  for (std::size_t i = 0; i < 252; ++i) EXPECT_TRUE(silent[i]->waitForEnd()) << i;
+  client_.proxy()->note(1);
+  EXPECT_TRUE(before->log.waitFor("note 1"));
+  other.connection.reset();
+}
+
+TEST_F(Limited, MoreConnectionsThanAUserMayHaveAreRefusedInOrderUntilOneEnds) {
+  limits_.connectionsOfUser = 2;
+  serve();
+  connect();
+  End second;
+  second.configure(makeConnection());
+  second.connection->resume();
+  second.proxy()->note(1);
+  ASSERT_TRUE(service_->end(1)->log.waitFor("note 1"));
+  for (int i = 0; i < 3; ++i) {
+    End refused;
+    refused.configure(makeConnection());
+    refused.connection->resume();
+    refused.ask();
+    ASSERT_TRUE(refused.log.waitFor("invalidation"));
+    EXPECT_EQ(refused.log.lines(), Lines({"error 4099", "invalidation"}));
+    refused.connection.reset();
+  }
+  EXPECT_EQ(logged_.linesWith("its user has too many connections"), 1U);
+  EXPECT_EQ(service_->accepted(), 2U);
+  client_.connection->invalidate();
+  ASSERT_TRUE(service_->end(0)->log.waitFor("invalidation"));
+  End third;
+  third.configure(makeConnection());
+  third.connection->resume();
+  third.proxy()->note(3);
+  EXPECT_TRUE(service_->end(2)->log.waitFor("note 3"));
+  third.connection.reset();
+  second.connection.reset();
+}
+
+TEST_F(Limited, WhatAUsersConnectionsKeepUnsentIsBoundedTogether) {
+  constexpr std::size_t kBlock = std::size_t{64} << 10;
+  limits_.unsentBytesOfUser = std::size_t{1} << 20;
+  serve();
+  std::vector<std::unique_ptr<RawPeer>> deaf;
+  for (int i = 0; i < 4; ++i) {
+    deaf.push_back(std::make_unique<RawPeer>(RawPeer::connectTo(path_)));
+    ASSERT_TRUE(deaf.back()->send(helloFrame() + noteFrame(0)));
+  }
+  std::uint64_t dropped = 0;
+  for (std::size_t i = 0; i < deaf.size(); ++i) {
+    const auto end = service_->end(i);
+    ASSERT_TRUE(end && end->log.waitFor("note 0"));
+    const auto proxy = end->proxy();
+    const auto data = NSData::dataWithLength(kBlock, [](std::span<std::uint8_t> bytes) {
+      std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
+    });
+    for (std::uint32_t n = 0; n < 100; ++n) proxy->data_tag(data, n);
+    dropped += end->connection->messagesDropped();
+  }
+  EXPECT_GT(dropped, 0U);
+  const auto one = service_->end(0)->connection;
+  EXPECT_GT(one->unsentBytesOfUser(), limits_.unsentBytesOfUser / 2);
+  EXPECT_LE(one->unsentBytesOfUser(), limits_.unsentBytesOfUser + deaf.size() * (kBlock + 64));
+  const auto reader = connect(9, deaf.size());  // one that reads goes without nothing
+  for (std::uint32_t n = 0; n < 10; ++n) {
+    reader->proxy()->data_tag(NSData::dataWithLength(100, [](auto) {}), n);
+    ASSERT_TRUE(client_.log.waitFor("data 100 " + std::to_string(n)));
+  }
+  EXPECT_EQ(reader->connection->messagesDropped(), 0U);
+  deaf.clear();
+  for (std::size_t i = 0; i < 4; ++i)
+    ASSERT_TRUE(service_->end(i)->log.waitFor("invalidation")) << i;
+  EXPECT_EQ(reader->connection->unsentBytesOfUser(), 0U);
 }
 
 TEST_F(Handed, NothingWasHandedOver) {

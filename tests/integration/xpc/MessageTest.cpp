@@ -183,6 +183,81 @@ TEST_F(Message, AnotherExportedObjectMayTakeThePlaceOfOne) {
   EXPECT_TRUE(second.waitFor("note 1"));
 }
 
+TEST_F(Message, AnotherExportedObjectTakesWhatComesAfterADelivery) {
+  const auto end = connect();
+  end->proxy()->note(1);
+  ASSERT_TRUE(client_.log.waitFor("note 1"));
+  EventLog second;
+  const auto replacement = std::make_shared<Talker>(second);
+  client_.connection->setExportedObject<Talk>(replacement);
+  end->proxy()->note(2);
+  EXPECT_TRUE(second.waitFor("note 2"));
+  EXPECT_EQ(client_.log.lines(), Lines({"note 1"}));
+}
+
+TEST_F(Message, ForAnObjectThatGoesWithItsConnectionIsDroppedInSilence) {
+  const auto end = connect();
+  client_.talker = std::make_shared<Talker>(client_.log);  // the exported one is gone
+  end->proxy()->note(1);
+  end->ask();
+  ASSERT_TRUE(end->log.waitFor("error 4101"));
+  client_.connection->invalidate();
+  ASSERT_TRUE(client_.log.waitFor("invalidation"));
+  EXPECT_EQ(logged_.lines(), Lines());
+}
+
+TEST_F(Message, ForAnObjectThatIsGoneIsReportedWhenTheConnectionIsEndedByItsPeer) {
+  const auto end = connect();
+  client_.talker = std::make_shared<Talker>(client_.log);
+  end->proxy()->note(1);
+  end->ask();
+  ASSERT_TRUE(end->log.waitFor("error 4101"));
+  end->connection->invalidate();
+  ASSERT_TRUE(client_.log.waitFor("invalidation"));
+  EXPECT_EQ(logged_.linesWith("2 messages dropped: the exported object is gone"), 1U);
+  EXPECT_EQ(logged_.lines().size(), 1U);
+}
+
+TEST_F(Message, ForNoObjectIsReportedAtOnceAndOnce) {
+  client_.connection->setExportedObject<Talk>(nullptr);
+  const auto end = connect();
+  end->proxy()->note(1);
+  end->ask();
+  ASSERT_TRUE(end->log.waitFor("error 4101"));
+  EXPECT_EQ(logged_.linesWith("there is no exported object"), 1U);
+}
+
+TEST_F(Message, BatchesOfTwoConnectionsMayBeOpenOneInsideTheOther) {
+  const auto end = connect(0);
+  End other;
+  other.configure(makeConnection());
+  other.connection->resume();
+  other.proxy()->note(0);
+  const auto otherEnd = service_->end(1);
+  ASSERT_TRUE(otherEnd && otherEnd->log.waitFor("note 0"));
+  const auto outer = client_.proxy();
+  const auto inner = other.proxy();
+  client_.connection->sendBatch([&] {
+    outer->note(1);
+    other.connection->sendBatch([&] {
+      inner->note(1);
+      outer->note(2);
+      client_.connection->sendBatch([&] { outer->note(3); });
+      inner->note(2);
+      EXPECT_EQ(otherEnd->log.lines(), notes(0, 1));
+    });
+    EXPECT_TRUE(otherEnd->log.waitFor("note 2"));
+    EXPECT_EQ(end->log.lines(), notes(0, 1));
+    outer->note(4);
+    inner->note(3);  // outside its own batch: at once
+    EXPECT_TRUE(otherEnd->log.waitFor("note 3"));
+  });
+  ASSERT_TRUE(end->log.waitFor("note 4"));
+  EXPECT_EQ(end->log.lines(), notes(0, 5));
+  EXPECT_EQ(otherEnd->log.lines(), notes(0, 4));
+  other.connection.reset();
+}
+
 TEST_F(Message, ABatchArrivesWholeAndInOrder) {
   const auto end = connect(0);
   const auto proxy = client_.proxy();

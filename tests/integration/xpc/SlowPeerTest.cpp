@@ -143,6 +143,30 @@ TEST_F(SlowPeer, WhatOfABatchDoesNotFitIsDroppedMessageByMessage) {
   end.connection.reset();
 }
 
+TEST_F(SlowPeer, ABatchLargerThanTheSocketTakesArrivesInOrder) {
+  const auto end = connectToSlow();
+  const auto data = block(5000);  // so that the socket is full in the midst of a message
+  const auto proxy = client_.proxy();
+  std::uint32_t sent = 0;
+  const auto sendBatch = [&](std::uint32_t count) {
+    client_.connection->sendBatch([&] {
+      for (const std::uint32_t last = sent + count; sent < last; ++sent)
+        proxy->data_tag(data, sent);
+    });
+  };
+  sendBatch(500);  // the first meets an empty socket
+  EXPECT_GT(client_.connection->unsentBytes(), 0U);
+  sendBatch(500);  // the next ones a full one
+  sendBatch(1);
+  proxy->data_tag(data, sent++);
+  open();
+  ASSERT_TRUE(end->log.waitForLines(1 + sent));
+  const Lines lines = end->log.lines();
+  for (std::uint32_t i = 0; i < sent; ++i)
+    ASSERT_EQ(lines[i + 1], "data 5000 " + std::to_string(i));
+  EXPECT_EQ(client_.connection->messagesDropped(), 0U);
+}
+
 TEST_F(SlowPeer, WaitingOnTheQueueItselfFlushesThere) {
   const auto end = connectToSlow();
   const auto data = block(4096);

@@ -35,11 +35,9 @@ TEST(NSArray, RefusesNull) {
 
 TEST(NSArray, ComparesMembersWhateverItsClass) {
   EXPECT_TRUE(sample()->isEqual(sample()));
-  EXPECT_EQ(sample()->hash(), sample()->hash());
   const auto changeable = NSMutableArray::arrayWithObjects({integer(1), str("abc"), str("a b")});
   EXPECT_TRUE(sample()->isEqual(changeable));
   EXPECT_TRUE(changeable->isEqual(sample()));
-  EXPECT_EQ(sample()->hash(), changeable->hash());
   changeable->removeObjectAtIndex(2);
   EXPECT_FALSE(sample()->isEqual(changeable));
   EXPECT_FALSE(sample()->isEqual(NSArray::arrayWithObjects({str("abc"), integer(1), str("a b")})));
@@ -125,6 +123,68 @@ TEST(NSDictionary, FindsEachOfManyKeys) {
   }
 }
 
+/// Counts how often keys are compared.
+class CountingKey final : public NSObject {
+ public:
+  explicit CountingKey(int value) : value_(value) {}
+  static const NSClass& classObject() {
+    static const NSClass object{"CountingKey", &NSObject::classObject()};
+    return object;
+  }
+  [[nodiscard]] const NSClass& isa() const override { return classObject(); }
+  static inline std::size_t comparisons = 0;
+
+ protected:
+  [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override {
+    ++comparisons;
+    return value_ <=> static_cast<const CountingKey&>(other).value_;
+  }
+
+ private:
+  const int value_;
+};
+
+TEST(NSDictionary, FindsAKeyWithFewComparisonsWhateverTheKeysAre) {
+  constexpr int kCount = 1 << 14;
+  std::vector<NSDictionary::Entry> entries;
+  for (int i = 0; i < kCount; ++i)
+    entries.emplace_back(std::make_shared<CountingKey>(i * 7919 % kCount), integer(i));
+  CountingKey::comparisons = 0;
+  const auto dictionary = NSDictionary::dictionaryWithEntries(std::move(entries));
+  EXPECT_LE(CountingKey::comparisons, 16U * kCount);
+  for (const int key : {0, 1, kCount / 3, kCount - 1}) {
+    CountingKey::comparisons = 0;
+    EXPECT_NE(dictionary->objectForKey(CountingKey(key)), nullptr);
+    EXPECT_LE(CountingKey::comparisons, 16U);
+  }
+  EXPECT_EQ(dictionary->objectForKey(CountingKey(kCount)), nullptr);
+  EXPECT_EQ(dictionary->objectForKey(CountingKey(-1)), nullptr);
+}
+
+TEST(NSDictionary, KeysMayBeOfAnyClass) {
+  const auto key = NSArray::arrayWithObjects({str("a"), integer(1)});
+  const auto dictionary = NSDictionary::dictionaryWithEntries(
+      {{key, str("array")},
+       {NSDictionary::dictionaryWithEntries({{key, integer(2)}}), str("dictionary")}});
+  EXPECT_TRUE(dictionary->objectForKey(*NSMutableArray::arrayWithObjects({str("a"), integer(1)}))
+                  ->isEqual(str("array")));
+  EXPECT_TRUE(dictionary->objectForKey(*NSDictionary::dictionaryWithEntries({{key, integer(2)}}))
+                  ->isEqual(str("dictionary")));
+  EXPECT_EQ(dictionary->objectForKey(*NSArray::arrayWithObjects({str("a")})), nullptr);
+}
+
+TEST(NSDictionary, OfManyEqualKeysEachFirstPlaceStays) {
+  std::vector<NSDictionary::Entry> entries;
+  for (std::int64_t i = 0; i < 100; ++i) entries.emplace_back(integer(i * 3 % 10), integer(i));
+  const auto dictionary = NSDictionary::dictionaryWithEntries(entries);
+  ASSERT_EQ(dictionary->count(), 10U);
+  for (std::int64_t i = 0; i < 10; ++i) {
+    EXPECT_TRUE(
+        dictionary->entries()[static_cast<std::size_t>(i)].first->isEqual(integer(i * 3 % 10)));
+    EXPECT_TRUE(dictionary->objectForKey(*integer(i * 3 % 10))->isEqual(integer(90 + i)));
+  }
+}
+
 TEST(NSDictionary, OfTwoEqualKeysTheLaterValueWinsInTheEarlierPlace) {
   const auto dictionary = NSDictionary::dictionaryWithEntries(
       {{str("a"), integer(1)}, {str("b"), integer(2)}, {str("a"), integer(3)}});
@@ -146,12 +206,15 @@ TEST(NSDictionary, ComparesEntriesWhateverTheirOrder) {
   const auto ba =
       NSDictionary::dictionaryWithEntries({{str("b"), integer(2)}, {str("a"), integer(1)}});
   EXPECT_TRUE(ab->isEqual(ba));
-  EXPECT_EQ(ab->hash(), ba->hash());
   EXPECT_FALSE(ab->isEqual(
       NSDictionary::dictionaryWithEntries({{str("a"), integer(1)}, {str("b"), integer(3)}})));
   EXPECT_FALSE(ab->isEqual(
       NSDictionary::dictionaryWithEntries({{str("a"), integer(1)}, {str("c"), integer(2)}})));
   EXPECT_FALSE(ab->isEqual(NSDictionary::dictionary()));
+  const auto abc = NSDictionary::dictionaryWithEntries(
+      {{str("a"), integer(1)}, {str("b"), integer(2)}, {str("c"), integer(3)}});
+  EXPECT_FALSE(ab->isEqual(abc));
+  EXPECT_FALSE(abc->isEqual(ab));
   EXPECT_FALSE(ab->isEqual(nullptr));
 }
 
@@ -162,6 +225,56 @@ TEST(NSDictionary, DescribesItselfInTheOrderOfInsertion) {
   EXPECT_EQ(dictionary->description(),
             "{\n    b = 1;\n    a =     {\n        \"x y\" = 2;\n    };\n    c =     (\n    );\n}");
   EXPECT_EQ(NSDictionary::dictionary()->description(), "{\n}");
+}
+
+TEST(Order, IsTotalAndAgreesWithEquality) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const auto real = [](double value) { return NSNumber::numberWithDouble(value); };
+  const auto pair = [](auto key, auto value) {
+    return NSDictionary::dictionaryWithEntries({{key, value}});
+  };
+  const std::vector<std::shared_ptr<NSObject>> all = {
+      nullptr,
+      str("a"),
+      str("b"),
+      str(""),
+      integer(1),
+      NSNumber::numberWithBool(true),
+      real(1),
+      integer(-1),
+      real(0.5),
+      real(nan),
+      real(-0.0),
+      integer(0),
+      NSNumber::numberWithUnsignedLongLong(~0ULL),
+      real(0x1p64),
+      real(std::numeric_limits<double>::infinity()),
+      sample(),
+      NSMutableArray::arrayWithObjects({integer(1), str("abc"), str("a b")}),
+      NSArray::arrayWithObjects({}),
+      NSArray::arrayWithObjects({integer(2)}),
+      NSDictionary::dictionary(),
+      pair(str("a"), integer(1)),
+      pair(str("a"), integer(2)),
+      pair(str("b"), integer(1)),
+      pair(sample(), integer(1)),
+      std::make_shared<NSObject>(),
+      std::make_shared<NSObject>()};
+  const auto order = [](const auto& a, const auto& b) {
+    return NSObject::compare(a.get(), b.get());
+  };
+  for (const auto& a : all) {
+    EXPECT_TRUE(order(a, a) == 0);
+    for (const auto& b : all) {
+      EXPECT_TRUE(order(a, b) == 0 ? order(b, a) == 0 : (order(a, b) < 0) == (order(b, a) > 0));
+      if (a != nullptr) {
+        EXPECT_EQ(a->isEqual(b), order(a, b) == 0);
+      }
+      for (const auto& c : all) {
+        EXPECT_TRUE(order(a, b) > 0 || order(b, c) > 0 || order(a, c) <= 0);
+      }
+    }
+  }
 }
 
 }  // namespace

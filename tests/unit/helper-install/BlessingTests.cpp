@@ -1,5 +1,6 @@
 // Installing and removing a helper: what is asked of the platform, in which order, and what each
 // outcome means.
+#include "tests/support/ErrorText.h"
 #include "tests/unit/helper-install/ManagerFixture.h"
 
 namespace test {
@@ -48,7 +49,7 @@ class Blessing : public ManagerTest {
   static std::string removalLine(const std::string& error) {
     return "NSLog Error removing pre-existing copy of helper: " + error;
   }
-  static inline const std::string kError12 = "Error Domain=NSPOSIXErrorDomain Code=12 \"(null)\"";
+  static inline const std::string kError12 = testsupport::errorText("NSPOSIXErrorDomain", 12);
 
   Error error_;
 };

@@ -35,6 +35,8 @@ const std::vector<Rule>& rules() {
       {"jobd/", {"jobd/", "helper-install/MachO.h", "platform/"}},
       {"router/", {"router/", "router-client/WLHIDEventRouterProtocols.h", "platform/"}},
       {"tool/", {"tool/", "WLHIDAccess/", "platform/", "router/", "jobd/", "diagnostics/"}},
+      {"testkit/",
+       {"testkit/", "WLHIDAccess/", "platform/", "router-client/WLHIDEventRouterProtocols.h"}},
       {"examples/", {"WLHIDAccess/", "platform/"}},
   };
   return all;

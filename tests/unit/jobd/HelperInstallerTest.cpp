@@ -12,6 +12,7 @@
 #include "platform/services/ServiceError.h"
 #include "tests/support/HelperImages.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/unit/jobd/FileOperations.h"
 
 namespace {
 
@@ -32,9 +33,9 @@ class HelperInstallerTest : public testing::Test {
         directories(RootDirectories::open(root)),
         oldImage(testsupport::makeImage(WLHID_MKIMAGE, {label, "1.0", "/bin/true", {}},
                                         temporary.path() / "old")),
-        newImage(testsupport::makeImage(WLHID_MKIMAGE,
-                                        {label, "2.0", "/bin/false", {label, "com.second"}},
-                                        temporary.path() / "new")) {}
+        newImage(testsupport::makeImage(
+            WLHID_MKIMAGE, {label, "2.0", "/bin/false", {label, "com.quillmar.echo.second"}},
+            temporary.path() / "new")) {}
 
   platform::JobDescription install(const fs::path& image) {
     const FileDescriptor file(::open(image.c_str(), O_RDONLY | O_CLOEXEC));
@@ -81,7 +82,7 @@ class HelperInstallerTest : public testing::Test {
 TEST_F(HelperInstallerTest, PutsExecutableAndJobFileInPlace) {
   const auto job = install(newImage);
   EXPECT_EQ(job.arguments, std::vector<std::string>{root.helperTool(label).string()});
-  EXPECT_THAT(job.services, testing::ElementsAre(label, "com.second"));
+  EXPECT_THAT(job.services, testing::ElementsAre(label, "com.quillmar.echo.second"));
   EXPECT_EQ(installedTool(), readFile(newImage));
   struct stat status {};
   ::stat(root.helperTool(label).c_str(), &status);
@@ -93,6 +94,28 @@ TEST_F(HelperInstallerTest, PutsExecutableAndJobFileInPlace) {
   EXPECT_EQ(read->arguments, job.arguments);
   EXPECT_EQ(read->services, job.services);
   EXPECT_THAT(strays(), testing::IsEmpty());
+}
+
+TEST_F(HelperInstallerTest, EverythingIsOnDiskBeforeItHasItsName) {
+  install(oldImage);
+  fileoperations::record();
+  install(newImage);
+  const std::string tool = label;
+  const std::string job = tool + ".plist";
+  EXPECT_THAT(fileoperations::recorded(),
+              testing::ElementsAre(
+                  "write .staging." + tool, "mode .staging." + tool, "sync .staging." + tool,
+                  "write .staging." + job, "mode .staging." + job, "sync .staging." + job,
+                  "rename .staging." + tool + " " + tool, "sync PrivilegedHelperTools",
+                  "rename .staging." + job + " " + job, "sync LaunchDaemons"));
+}
+
+TEST_F(HelperInstallerTest, ARemovalIsOnDiskJobFileFirst) {
+  install(newImage);
+  fileoperations::record();
+  EXPECT_TRUE(HelperInstaller(directories, root).remove(label));
+  EXPECT_THAT(fileoperations::recorded(),
+              testing::ElementsAre("sync LaunchDaemons", "sync PrivilegedHelperTools"));
 }
 
 TEST_F(HelperInstallerTest, TakesTheWholeFileWhateverTheDescriptorsOffset) {

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+
 #include "tests/support/TemporaryDirectory.h"
 
 namespace {
@@ -41,6 +43,31 @@ TEST(SystemLog, ItsSizeIsBounded) {
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()),
                           std::filesystem::directory_iterator()),
             2);
+}
+
+TEST(SystemLog, OneWriterCannotPushOutTheOthers) {
+  const TemporaryDirectory directory;
+  SystemLog log(open(directory.path()));
+  int told = 0;
+  log.whenLeavingOut([&] { ++told; });
+  const std::string line(1000, 'x');
+  for (int i = 0; i < 2000; ++i) log.write("com.loud", 1, line);
+  log.write("com.quiet", 2, "said once");
+  EXPECT_EQ(told, 1);
+  EXPECT_FALSE(std::filesystem::exists(directory.path() / "system.log.0"));
+  std::string all = readFile(directory.path() / "system.log");
+  EXPECT_LT(all.size(), 2U * jobd::LogBudget::capacity);
+  EXPECT_THAT(all, testing::HasSubstr("com.quiet[2]: said once\n"));
+
+  log.sayWhatWasLeftOut();
+  log.sayWhatWasLeftOut();
+  all = readFile(directory.path() / "system.log");
+  const auto written = static_cast<std::uint64_t>(std::count(all.begin(), all.end(), '\n')) - 2;
+  EXPECT_THAT(all, testing::EndsWith("]: " + std::to_string(2000 - written) +
+                                     " lines of com.loud were left out: it writes too much at a "
+                                     "time\n"));
+  log.write("com.loud", 1, std::string(jobd::LogBudget::capacity, 'x'));
+  EXPECT_EQ(told, 2) << "told again after it was said";
 }
 
 TEST(SystemLog, ALogThatWasTakenAwayIsBegunAnew) {

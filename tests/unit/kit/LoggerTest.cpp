@@ -5,6 +5,8 @@
 #include <thread>
 #include <vector>
 
+#include "platform/foundation/NSData.h"
+#include "platform/kit/KQHIDDeviceElementValue.h"
 #include "platform/kit/KQLogger.h"
 
 namespace platform {
@@ -91,6 +93,45 @@ TEST_F(LoggerTest, WritesToStandardErrorByDefault) {
   testing::internal::CaptureStderr();
   log("%d", 5);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "<3> -[Thing go:]:42 [Thing] 5\n");
+}
+
+TEST_F(LoggerTest, ByDefaultInputIsReplacedByItsLength) {
+  const std::uint8_t field[] = {0x1c, 0x1d};
+  const auto data = NSData::dataWithBytes(field);
+  const auto value = KQHIDDeviceElementValue::elementValue({5, 7, 28, 3, 1, field});
+  KQLogger::sharedLogger().setSink(nullptr);
+  testing::internal::CaptureStderr();
+  log("Received for reportID %u: %@", 28U, data);
+  log("usage=%u, integerValue=%ld, bytes=%@ of %@", 28U, 1L, data, str("a device"));
+  log("%@ and %@", value, tags({data}));
+  const std::string start = "<3> -[Thing go:]:42 [Thing] ";
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            start + "Received for reportID (left out): {length = 2}\n" + start +
+                "usage=(left out), integerValue=(left out), bytes={length = 2} of a device\n" +
+                start + "(input left out) and (input left out)\n");
+}
+
+TEST_F(LoggerTest, AnInstalledSinkGetsInputWholeAndTheOtherFormBesideIt) {
+  const std::uint8_t field[] = {0x1c};
+  std::vector<std::string> messages;
+  KQLogger::sharedLogger().setSink(sink([&](const KQLogEntry& entry) {
+    messages.emplace_back(entry.message);
+    messages.emplace_back(entry.messageWithoutInput);
+  }));
+  log("Received for reportID %u: %@", 3U, NSData::dataWithBytes(field));
+  log("status %d", 4);
+  EXPECT_EQ(messages,
+            (std::vector<std::string>{"Received for reportID 3: {length = 1, bytes = 0x1c}",
+                                      "Received for reportID (left out): {length = 1}", "status 4",
+                                      "status 4"}));
+}
+
+TEST_F(LoggerTest, ByDefaultALineIsOneLineWithoutControlCharacters) {
+  KQLogger::sharedLogger().setSink(nullptr);
+  testing::internal::CaptureStderr();
+  log("%@", str("a\x1b[2Jb\nc"));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "<3> -[Thing go:]:42 [Thing] a\\x1b[2Jb\\x0ac\n");
 }
 
 TEST_F(LoggerTest, ReturnsTheSinkThatItReplaces) {

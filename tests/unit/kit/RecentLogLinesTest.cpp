@@ -82,8 +82,10 @@ TEST(RecentLogLines, AreEachOneLine) {
   RecentLogLines lines;
   lines.add(entry("a\nb\x1b[31m\x7f"));
   lines.add(entry("bad \xff"));
+  lines.add(entry("\u202egnp.\u2028x"));
   EXPECT_THAT(lines.contents().lines.at(0), EndsWith(" a\\x0ab\\x1b[31m\\x7f"));
   EXPECT_THAT(lines.contents().lines.at(1), EndsWith(" bad \\xff"));
+  EXPECT_THAT(lines.contents().lines.at(2), EndsWith(" \\u202egnp.\\u2028x"));
 }
 
 TEST(RecentLogLines, LeaveInputOutUnlessAskedToKeepIt) {

@@ -105,9 +105,10 @@ TEST_F(ConcurrentClient, AStopDuringTheOpenIsCarriedOutByTheOpener) {
   makeClient();
   holdAtLogLine(
       194, [this] { client_->setStarted(true); }, [this] { client_->setStarted(false); });
-  EXPECT_TRUE(sameTrace(sequence({"will change started", setStarted(true), update(true),
-                                  openAndStart(1), stopRequest(1), close(1), "did change started"}),
-                        platform_.trace().linesOfThread(threadID_)));
+  EXPECT_TRUE(
+      sameTrace(sequence({"will change started", setStarted(true), update(true), openAndStart(1),
+                          stopRequest(1), closing(1), "did change started"}),
+                platform_.trace().linesOfThread(threadID_)));
   EXPECT_TRUE(
       sameTrace({"will change started", setStarted(false), update(false), "did change started"},
                 platform_.trace().linesOfThread(std::this_thread::get_id())));

@@ -93,7 +93,7 @@ TEST_F(ClientConnection, HandlersOfAClientThatIsGoneLogWithoutTagsAndMessageNoth
   const auto held = Private::xpcConnectionToService(*client_);
   releaseClient();
   taken();
-  connection1().deliverInterruption();
+  connection1().deliverInterruption(platform::ScriptedConnection::Timing::Late);
   EXPECT_TRUE(sameTrace({interruption("no tags")}, taken()));
   EXPECT_TRUE(connection1().deliverInvalidation());
   EXPECT_TRUE(sameTrace({invalidation("no tags")}, taken()));
@@ -111,8 +111,8 @@ TEST_F(ClientConnection, InvalidationWhileStoppedClosesAndStopsThere) {
   Private::openConnection(*client_);
   taken();
   connection1().deliverInvalidation();
-  EXPECT_TRUE(
-      sameTrace(sequence({invalidation(), called("handleInvalidation", 255), close(1)}), taken()));
+  EXPECT_TRUE(sameTrace(sequence({invalidation(), called("handleInvalidation", 255), closing(1)}),
+                        taken()));
 }
 
 TEST_F(ClientConnection, InterruptionTakesItsThreeStepsWhateverStartedIs) {
@@ -123,7 +123,7 @@ TEST_F(ClientConnection, InterruptionTakesItsThreeStepsWhateverStartedIs) {
   // Not started, so the policy that the interruption applies stops and closes.
   EXPECT_TRUE(sameTrace(
       sequence({interruption(), called("handleInterruption", 246), stopRequest(1), currentStatus(),
-                check(true), statusChanged(), update(false), stopRequest(1), close(1)}),
+                check(true), statusChanged(), update(false), stopRequest(1), closing(1)}),
       taken()));
 }
 

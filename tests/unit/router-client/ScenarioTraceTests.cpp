@@ -1,5 +1,6 @@
 // Whole scenarios, each as the full ordered trace that it leaves: log lines, platform calls,
 // observed changes, delegate calls.
+#include "tests/support/ErrorText.h"
 #include "tests/unit/router-client/ClientFixture.h"
 
 namespace test {
@@ -9,9 +10,8 @@ using platform::str;
 
 class ClientScenario : public ClientTest {
  protected:
-  static inline const std::string kInterrupted =
-      "Error Domain=NSCocoaErrorDomain Code=4097 \"(null)\"";
-  static inline const std::string kInvalid = "Error Domain=NSCocoaErrorDomain Code=4099 \"(null)\"";
+  static inline const std::string kInterrupted = testsupport::errorText("NSCocoaErrorDomain", 4097);
+  static inline const std::string kInvalid = testsupport::errorText("NSCocoaErrorDomain", 4099);
 
   static Lines starting(std::initializer_list<Piece> pieces) {
     return sequence({"will change started", setStarted(true), update(true), sequence(pieces),
@@ -19,7 +19,7 @@ class ClientScenario : public ClientTest {
   }
   static Lines stopping(int connection) {
     return sequence({"will change started", setStarted(false), update(false),
-                     stopRequest(connection), close(connection), "did change started"});
+                     stopRequest(connection), closing(connection), "did change started"});
   }
   /// The status is read again and found as it was.
   static Lines rereadUnchanged(bool installed) {
@@ -110,7 +110,7 @@ TEST_P(ClientScenarioAtLevel, StartReplyNotPermitted) {
   taken();
   platform_.setLogLevel(GetParam().level);
   connection1().deliverReply(routerError(-536870174));
-  const std::string text = "Error Domain=HIDEventRouterDomain Code=-536870174 \"(null)\"";
+  const std::string text = testsupport::errorText("HIDEventRouterDomain", -536870174);
   Lines expected;
   if (GetParam().reply) expected.push_back(openReply(text));
   if (GetParam().hint) expected.push_back(notPermittedHint(text));
@@ -174,7 +174,7 @@ TEST_F(ClientScenario, StopWhileRoutingAndTheInvalidationThatFollows) {
 TEST_F(ClientScenario, InvalidationWhileStartedWithTheRouterStillThere) {
   makeRoutingClient();
   connection1().deliverInvalidation();
-  EXPECT_TRUE(sameTrace(sequence({invalidation(), called("handleInvalidation", 255), close(1),
+  EXPECT_TRUE(sameTrace(sequence({invalidation(), called("handleInvalidation", 255), closing(1),
                                   rereadUnchanged(true), update(true), openAndStart(2)}),
                         taken()));
 }
@@ -184,7 +184,7 @@ TEST_F(ClientScenario, InvalidationWhileStartedWithTheRouterGone) {
   platform_.uninstallHelper(kLabel);
   connection1().deliverInvalidation();
   EXPECT_TRUE(sameTrace(
-      sequence({invalidation(), called("handleInvalidation", 255), close(1),
+      sequence({invalidation(), called("handleInvalidation", 255), closing(1),
                 rereadChanged(false, {update(true), becomes(1)}), update(true), staysAt(1)}),
       taken()));
 }
@@ -203,7 +203,7 @@ TEST_F(ClientScenario, InterruptionWithTheRouterGone) {
   platform_.uninstallHelper(kLabel);
   connection1().deliverInterruption();
   EXPECT_TRUE(sameTrace(sequence({interruption(), called("handleInterruption", 246), stopRequest(1),
-                                  rereadChanged(false, {update(true), close(1), becomes(1)}),
+                                  rereadChanged(false, {update(true), closing(1), becomes(1)}),
                                   update(true), staysAt(1)}),
                         taken()));
 }
@@ -226,7 +226,7 @@ TEST_F(ClientScenario, InvalidationWhileTheStartRequestIsPending) {
   taken();
   connection1().deliverInvalidation();
   EXPECT_TRUE(sameTrace(
-      sequence({startError(kInvalid), invalidation(), called("handleInvalidation", 255), close(1),
+      sequence({startError(kInvalid), invalidation(), called("handleInvalidation", 255), closing(1),
                 rereadUnchanged(true), update(true), opening(2), staysAt(2), startRequest(2)}),
       taken()));
 }
@@ -242,7 +242,7 @@ TEST_F(ClientScenario, UninstallWhileRouting) {
                                   "SMJobRemove(kSMDomainSystemLaunchd, "
                                   "com.quillmar.hideventrouter, authorization 1, wait=true)",
                                   "handler 1 (null)", posted(),
-                                  rereadChanged(false, {update(true), close(1), becomes(1)})}),
+                                  rereadChanged(false, {update(true), closing(1), becomes(1)})}),
                         taken()));
 }
 
@@ -311,7 +311,7 @@ TEST_F(ClientScenario, AnObserverThatStopsTheClientBeforeTheStatusIsStored) {
 TEST_F(ClientScenario, ReleaseWhileRouting) {
   makeRoutingClient();
   releaseClient();
-  EXPECT_TRUE(sameTrace(sequence({dealloc(), close(1), removeObserver()}), taken()));
+  EXPECT_TRUE(sameTrace(sequence({dealloc(), closing(1), removeObserver()}), taken()));
   EXPECT_TRUE(connection1().deliverInvalidation());
   EXPECT_TRUE(sameTrace({invalidation("no tags")}, taken()));
 }
@@ -332,7 +332,7 @@ TEST_F(ClientScenario, ReleaseWithTheStartRequestPending) {
   connection1().deliverReply(nullptr);
   EXPECT_TRUE(sameTrace(
       sequence({openReply("(null)"), setClientStatus(4), "delegate clientStatusChangedTo 4",
-                dealloc(), close(1), removeObserver()}),
+                dealloc(), closing(1), removeObserver()}),
       taken()));
 }
 
@@ -342,8 +342,8 @@ TEST_F(ClientScenario, ReleaseWithTheStartRequestPendingAndItsFailure) {
   taken();
   releaseClient();
   connection1().deliverError(routerError(4097, platform::NSCocoaErrorDomain));
-  EXPECT_TRUE(sameTrace(sequence({startError(kInterrupted), dealloc(), close(1), removeObserver()}),
-                        taken()));
+  EXPECT_TRUE(sameTrace(
+      sequence({startError(kInterrupted), dealloc(), closing(1), removeObserver()}), taken()));
 }
 
 TEST_F(ClientScenario, AReplyThatArrivesAfterTheStop) {
@@ -351,7 +351,7 @@ TEST_F(ClientScenario, AReplyThatArrivesAfterTheStop) {
   client_->setStarted(true);
   client_->setStarted(false);
   taken();
-  connection1().deliverReply(nullptr);
+  connection1().deliverReply(nullptr, platform::ScriptedConnection::Timing::Late);
   EXPECT_TRUE(sameTrace(sequence({openReply("(null)"), becomes(4)}), taken()));
   EXPECT_FALSE(client_->started());
 }

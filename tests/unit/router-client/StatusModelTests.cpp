@@ -117,7 +117,7 @@ TEST_F(StatusModel, RemovalWhileRoutingClosesWithoutAStopRequest) {
   platform_.uninstallHelper(kLabel);
   postStatusChange();
   EXPECT_TRUE(sameTrace(sequence({posted(), currentStatus(), check(false), statusChanged(),
-                                  "will change eventRouterStatus", update(true), close(1),
+                                  "will change eventRouterStatus", update(true), closing(1),
                                   becomes(1), "did change eventRouterStatus"}),
                         taken()));
 }

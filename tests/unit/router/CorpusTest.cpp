@@ -11,15 +11,15 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "router/Recording.h"
 #include "router/ReportDecoder.h"
+#include "tests/support/WholeRecording.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using router::Recording;
 using router::ReportDecoder;
 using router::ReportDescriptor;
+using test::WholeRecording;
 
 fs::path sourceDirectory() {
   const char* directory = std::getenv("WLHID_SOURCE_DIR");  // NOLINT(concurrency-mt-unsafe)
@@ -30,9 +30,9 @@ fs::path collection() {
   return sourceDirectory() / ".." / "shared";
 }
 
-std::shared_ptr<const ReportDescriptor> descriptorOf(const Recording& recording) {
+std::shared_ptr<const ReportDescriptor> descriptorOf(const WholeRecording& recording) {
   return std::make_shared<const ReportDescriptor>(
-      ReportDescriptor::parse(recording.header().reportDescriptor));
+      ReportDescriptor::parse(recording.header.reportDescriptor));
 }
 
 /// The lines of a text file, through gzip where it is compressed.
@@ -71,13 +71,13 @@ void expectReport(const nlohmann::json& expected, std::span<const std::uint8_t> 
 }
 
 std::size_t compareRecording(const fs::path& hid, const fs::path& oracle) {
-  const Recording recording = Recording::read(hid);
+  const WholeRecording recording = test::readRecording(hid);
   ReportDecoder decoder(descriptorOf(recording));
   const std::vector<std::string> lines = linesOf(oracle);
-  EXPECT_EQ(lines.size(), recording.reportCount()) << hid;
-  for (std::size_t i = 0; i < std::min(lines.size(), recording.reportCount()); ++i) {
+  EXPECT_EQ(lines.size(), recording.reports.size()) << hid;
+  for (std::size_t i = 0; i < std::min(lines.size(), recording.reports.size()); ++i) {
     SCOPED_TRACE(hid.filename().string() + ", report " + std::to_string(i));
-    expectReport(nlohmann::json::parse(lines[i]), recording.report(i), &decoder);
+    expectReport(nlohmann::json::parse(lines[i]), recording.reports[i], &decoder);
     if (testing::Test::HasFatalFailure()) break;
   }
   return lines.size();
@@ -135,23 +135,25 @@ TEST(Corpus, TheRepositorysRecordingsYieldAllTheirFields) {
                                      {"qemu-usb-tablet.hid", 738, 6, 7, 1}};
   for (const OwnRecording& own : recordings) {
     SCOPED_TRACE(own.file);
-    const Recording recording = Recording::read(sourceDirectory() / "recordings" / own.file);
-    EXPECT_EQ(recording.header().vendor, 0x627U);
-    EXPECT_EQ(recording.header().product, own.product);
-    ASSERT_EQ(recording.reportCount(), own.reports);
+    const WholeRecording recording =
+        test::readRecording(sourceDirectory() / "recordings" / own.file);
+    EXPECT_EQ(recording.header.vendor, 0x627U);
+    EXPECT_EQ(recording.header.product, own.product);
+    ASSERT_EQ(recording.reports.size(), own.reports);
     ReportDecoder decoder(descriptorOf(recording));
     EXPECT_EQ(decoder.descriptor().elementCount(), own.elements);
-    for (std::size_t i = 0; i < recording.reportCount(); ++i) {
-      ASSERT_EQ(decoder.decode(recording.report(i)).size(), own.valuesPerReport);
+    for (std::size_t i = 0; i < recording.reports.size(); ++i) {
+      ASSERT_EQ(decoder.decode(recording.reports[i]).size(), own.valuesPerReport);
     }
   }
 }
 
 TEST(Corpus, TheRepositorysTabletMovesAsItsBytesSay) {
-  const Recording recording = Recording::read(sourceDirectory() / "recordings/qemu-usb-tablet.hid");
+  const WholeRecording recording =
+      test::readRecording(sourceDirectory() / "recordings/qemu-usb-tablet.hid");
   ReportDecoder decoder(descriptorOf(recording));
-  for (std::size_t i = 0; i < recording.reportCount(); ++i) {
-    const auto report = recording.report(i);
+  for (std::size_t i = 0; i < recording.reports.size(); ++i) {
+    const auto& report = recording.reports[i];
     const auto values = decoder.decode(report);
     ASSERT_EQ(values.size(), 6U);
     ASSERT_EQ(values[0].integerValue, report[0] & 1);

@@ -8,20 +8,26 @@
 #include <fstream>
 
 #include "HexBytes.h"
+#include "router/RouterLimits.h"
+#include "tests/support/WholeRecording.h"
 
 namespace {
 
-using router::Recording;
 using router::RecordingError;
+using test::parseRecording;
+using test::readRecording;
+using test::WholeRecording;
 
-std::vector<std::uint8_t> reportOf(const Recording& recording, std::size_t index) {
-  const auto span = recording.report(index);
-  return {span.begin(), span.end()};
+constexpr const char* kFormat = "a recording is text in the hid-recorder format (R:, N:, I:, E:)";
+
+router::RecordingHeader headerOf(const std::filesystem::path& path) {
+  const router::RecordingFile file(path, 0);
+  return file.read().header();
 }
 
 void expectError(const std::string& text, const std::string& message) {
   try {
-    Recording::parse(text, "a.hid");
+    parseRecording(text, "a.hid");
     FAIL() << "accepted: " << text;
   } catch (const RecordingError& error) {
     EXPECT_EQ(error.what(), message);
@@ -47,7 +53,7 @@ class RecordingFile : public testing::Test {
 };
 
 TEST(Recording, ReadsEveryPartOfADevice) {
-  const Recording r = Recording::parse(
+  const WholeRecording r = parseRecording(
       "# a comment\n"
       "D: 0\n"
       "R: 4 05 01 09 02\n"
@@ -58,59 +64,60 @@ TEST(Recording, ReadsEveryPartOfADevice) {
       "E: 000001.500000 3 00 ff 1b\n"
       "E: 000001.511369 1 7F\n",
       "a.hid");
-  EXPECT_EQ(r.header().name, "Some Maker Some Mouse");
-  EXPECT_EQ(r.header().physicalPath, "usb-0000:00:06.0-2/input0");
-  EXPECT_EQ(r.header().bus, 3U);
-  EXPECT_EQ(r.header().vendor, 0x627U);
-  EXPECT_EQ(r.header().product, 0xa1U);
-  EXPECT_EQ(r.header().reportDescriptor, bytes("05 01 09 02"));
-  ASSERT_EQ(r.reportCount(), 2U);
-  EXPECT_EQ(reportOf(r, 0), bytes("00 ff 1b"));
-  EXPECT_EQ(reportOf(r, 1), bytes("7f"));
-  EXPECT_EQ(r.time(0), std::chrono::microseconds(1500000));
-  EXPECT_EQ(r.time(1), std::chrono::microseconds(1511369));
+  EXPECT_EQ(r.header.name, "Some Maker Some Mouse");
+  EXPECT_EQ(r.header.physicalPath, "usb-0000:00:06.0-2/input0");
+  EXPECT_EQ(r.header.bus, 3U);
+  EXPECT_EQ(r.header.vendor, 0x627U);
+  EXPECT_EQ(r.header.product, 0xa1U);
+  EXPECT_EQ(r.header.reportDescriptor, bytes("05 01 09 02"));
+  ASSERT_EQ(r.reports.size(), 2U);
+  EXPECT_EQ(r.reports[0], bytes("00 ff 1b"));
+  EXPECT_EQ(r.reports[1], bytes("7f"));
+  EXPECT_EQ(r.times[0], std::chrono::microseconds(1500000));
+  EXPECT_EQ(r.times[1], std::chrono::microseconds(1511369));
 }
 
 TEST(Recording, KeepsTimesThatRestartOrAreMissing) {
-  const Recording r =
-      Recording::parse("R: 1 c0\nE: 000009.5 1 01\nE: 000000.000000 1 02\nE: 0 1 03\n", "a.hid");
-  EXPECT_EQ(r.time(0), std::chrono::microseconds(9500000));
-  EXPECT_EQ(r.time(1), std::chrono::microseconds(0));
-  EXPECT_EQ(r.time(2), std::chrono::microseconds(0));
+  const WholeRecording r =
+      parseRecording("R: 1 c0\nE: 000009.5 1 01\nE: 000000.000000 1 02\nE: 0 1 03\n", "a.hid");
+  EXPECT_EQ(r.times[0], std::chrono::microseconds(9500000));
+  EXPECT_EQ(r.times[1], std::chrono::microseconds(0));
+  EXPECT_EQ(r.times[2], std::chrono::microseconds(0));
 }
 
 TEST(Recording, EmptyReportsLineEndsOfOtherSystemsAndAMissingLastOneAreFine) {
-  const Recording r = Recording::parse("R: 0\r\nN: x\r\nE: 0.1 0\r\nE: 0.2 1 0a", "a.hid");
-  EXPECT_EQ(r.header().name, "x");
-  ASSERT_EQ(r.reportCount(), 2U);
-  EXPECT_TRUE(reportOf(r, 0).empty());
-  EXPECT_EQ(reportOf(r, 1), bytes("0a"));
+  const WholeRecording r = parseRecording("R: 0\r\nN: x\r\nE: 0.1 0\r\nE: 0.2 1 0a", "a.hid");
+  EXPECT_EQ(r.header.name, "x");
+  ASSERT_EQ(r.reports.size(), 2U);
+  EXPECT_TRUE(r.reports[0].empty());
+  EXPECT_EQ(r.reports[1], bytes("0a"));
 }
 
 TEST(Recording, OtherKindsOfLinesArePassedOver) {
-  EXPECT_EQ(Recording::parse("S: whatever\nR: 1 c0\nQ:\nE: 0.0 1 05\n", "a.hid").reportCount(), 1U);
+  EXPECT_EQ(parseRecording("S: whatever\nR: 1 c0\nQ:\nE: 0.0 1 05\n", "a.hid").reports.size(), 1U);
 }
 
 TEST(Recording, TakesOneDeviceOutOfSeveral) {
   const std::string text =
       "D: 0\nR: 1 c0\nN: first\nD: 1\nR: 2 05 01\nN: second\n"
       "D: 0\nE: 0.0 1 01\nD: 1\nE: 0.1 1 02\nE: 0.2 1 03\n";
-  const Recording first = Recording::parse(text, "a.hid");
-  EXPECT_EQ(first.header().name, "first");
-  EXPECT_EQ(first.reportCount(), 1U);
-  const Recording second = Recording::parse(text, "a.hid", 1);
-  EXPECT_EQ(second.header().name, "second");
-  ASSERT_EQ(second.reportCount(), 2U);
-  EXPECT_EQ(reportOf(second, 1), bytes("03"));
-  EXPECT_THROW(Recording::parse(text, "a.hid", 2), RecordingError);
+  const WholeRecording first = parseRecording(text, "a.hid");
+  EXPECT_EQ(first.header.name, "first");
+  EXPECT_EQ(first.reports.size(), 1U);
+  const WholeRecording second = parseRecording(text, "a.hid", 1);
+  EXPECT_EQ(second.header.name, "second");
+  ASSERT_EQ(second.reports.size(), 2U);
+  EXPECT_EQ(second.reports[1], bytes("03"));
+  EXPECT_THROW(parseRecording(text, "a.hid", 2), RecordingError);
 }
 
 TEST(Recording, SaysWhereAndWhyALineIsWrong) {
   expectError("", "a.hid: has no report descriptor of device 0");
   expectError("# only\n", "a.hid: has no report descriptor of device 0");
-  expectError("hello\n", "a.hid:1: is no line of a recording");
-  expectError("R: 1 c0\nE 0.0 1 01\n", "a.hid:2: is no line of a recording");
-  expectError("r: 1 c0\n", "a.hid:1: is no line of a recording");
+  expectError("hello\n", "a.hid:1: is no line of a recording; " + std::string(kFormat));
+  expectError("R: 1 c0\nE 0.0 1 01\n",
+              "a.hid:2: is no line of a recording; " + std::string(kFormat));
+  expectError("r: 1 c0\n", "a.hid:1: is no line of a recording; " + std::string(kFormat));
   expectError("D: x\n", "a.hid:1: the device number is none");
   expectError("D: 4294967296\n", "a.hid:1: the device number is none");
   expectError("D: 0 1\n", "a.hid:1: the device number is none");
@@ -119,7 +126,7 @@ TEST(Recording, SaysWhereAndWhyALineIsWrong) {
   expectError("R: 2 c0\n", "a.hid:1: 2 bytes are announced, 1 are there");
   expectError("R: 1 c0 c0\n", "a.hid:1: 1 bytes are announced, 2 are there");
   expectError("R: 1 c00\n", "a.hid:1: 'c00' is no byte");
-  expectError("R: 1 \x1b[\n", "a.hid:1: '?[' is no byte");
+  expectError("R: 1 \x1b[\n", "a.hid:1: '\\x1b[' is no byte");
   expectError("R: 65536 c0\n", "a.hid:1: more than 65535 bytes are announced");
   expectError("R: 1 c0\nR: 1 c0\n", "a.hid:2: a second report descriptor of the same device");
   expectError("E: 0.0 1 01\n", "a.hid:1: a report before the report descriptor");
@@ -136,29 +143,98 @@ TEST(Recording, SaysWhereAndWhyALineIsWrong) {
   expectError("I: 3 0627 100000000\n",
               "a.hid:1: bus, vendor and product must be three hexadecimal numbers");
   expectError("I: 3 0627 1 1\n", "a.hid:1: there is more than bus, vendor and product");
-  expectError("N: \xff\n", "a.hid:1: the name is no printable text");
-  expectError("N: a\x1b[2J\n", "a.hid:1: the name is no printable text");
+}
+
+TEST(Recording, AForeignFormatIsNamed) {
+  const auto refusal = [](const std::string& format) {
+    return "a.hid: is " + format + "; " + std::string(kFormat);
+  };
+  expectError("\x1f\x8b\x08", refusal("compressed with gzip (gunzip unpacks it)"));
+  expectError("{\"report\":1}\n", refusal("JSON"));
+  expectError("\n  [1]\n", refusal("JSON"));
+  expectError("\xef\xbb\xbf{}", refusal("JSON"));
+  expectError(std::string("\xff\xfeR\0", 4), refusal("text in UTF-16"));
+  expectError(std::string("\xfe\xff\0R", 4), refusal("text in UTF-16"));
+}
+
+TEST(Recording, AByteOrderMarkIsPassedOver) {
+  EXPECT_EQ(parseRecording("\xef\xbb\xbfR: 1 c0\nE: 0.0 1 05\n", "a.hid").reports.size(), 1U);
+  EXPECT_EQ(parseRecording("\xef\xbb\xbf# comment\nR: 1 c0\n", "a.hid").reports.size(), 0U);
+}
+
+TEST(Recording, NamesAreMadePrintableAndCut) {
+  const auto name = [](const std::string& text) {
+    return parseRecording("R: 1 c0\nN: " + text + "\nP: " + text + "\n", "a.hid").header;
+  };
+  EXPECT_EQ(name("a\x1b[2J\xff").name, "a\\x1b[2J\\xff");
+  EXPECT_EQ(name("a\x1b[2J\xff").physicalPath, "a\\x1b[2J\\xff");
+  const std::string longest(128, 'x');
+  EXPECT_EQ(name(longest).name, longest);
+  EXPECT_EQ(name(std::string(100'000, 'x')).name, std::string(127, 'x') + "…");
+}
+
+TEST(Recording, LinesMayLieAnywhereInWhatIsReadAtATime) {
+  // Longer and longer comments move the lines behind them over every border of a piece.
+  for (std::size_t length = 16300; length < 16420; ++length) {
+    const auto r = parseRecording(
+        "#" + std::string(length, 'x') + "\nR: 2 05 01\nE: 0.1 1 05\nE: 0.2 2 06 07\n", "a.hid");
+    ASSERT_EQ(r.reports.size(), 2U) << length;
+    ASSERT_EQ(r.reports[1], bytes("06 07")) << length;
+  }
+}
+
+TEST(Recording, TheLongestReportFitsALine) {
+  std::string line = "R: 1 c0\nE: 0.0 65536";
+  for (int i = 0; i < 65536; ++i) line += " 5a";
+  EXPECT_EQ(parseRecording(line, "a.hid").reports[0].size(), 65536U);
+}
+
+TEST(Recording, IsSummedUpInOnePass) {
+  const auto summary = [](const std::string& reports) {
+    const std::string text = "R: 1 c0\nN: x\n" + reports;
+    router::RecordingReader reader = test::readerOf(text, "a.hid");
+    return router::readSummary(reader);
+  };
+  EXPECT_EQ(summary("").reports, 0U);
+  EXPECT_EQ(summary("").header.name, "x");
+  EXPECT_FALSE(summary("E: 5.0 0\nE: 5.0 0\n").hasTimes);
+  EXPECT_TRUE(summary("E: 5.0 0\nE: 5.0 0\nE: 4.0 0\n").hasTimes);
+  EXPECT_EQ(summary("E: 5.0 0\nE: 5.0 0\n").reports, 2U);
+  EXPECT_THROW(summary("E: 5.0 0\nE: x\n"), RecordingError);
+}
+
+TEST(Recording, TooMuchTextIsRefusedAlsoWhereItsLengthWasNotKnown) {
+  std::size_t given = 0;
+  router::RecordingReader reader(
+      [&](std::span<char> buffer) {
+        std::fill(buffer.begin(), buffer.end(), '\n');
+        given += buffer.size();
+        return buffer.size();
+      },
+      "endless");
+  EXPECT_THROW(static_cast<void>(reader.header()), RecordingError);
+  EXPECT_LT(given, router::RouterLimits::kRecordingBytes + (1U << 20));
 }
 
 TEST(Recording, LongLinesAreRefused) {
-  expectError("#" + std::string(router::kMaxRecordingLineBytes, 'x') + "\n",
+  expectError("#" + std::string(router::RouterLimits::kRecordingLineBytes, 'x') + "\n",
               "a.hid:1: the line is longer than 262144 bytes");
 }
 
 TEST_F(RecordingFile, IsReadFromDisk) {
   const auto path = write("R: 1 c0\nN: on disk\nE: 0.0 1 05\n");
-  EXPECT_EQ(Recording::read(path).reportCount(), 1U);
-  EXPECT_EQ(Recording::readHeader(path).name, "on disk");
+  EXPECT_EQ(readRecording(path).reports.size(), 1U);
+  EXPECT_EQ(headerOf(path).name, "on disk");
 }
 
 TEST_F(RecordingFile, ItsHeaderEndsAtTheFirstReport) {
-  EXPECT_EQ(Recording::readHeader(write("R: 1 c0\nN: x\nE: 0.0 nonsense\n")).name, "x");
-  EXPECT_THROW(Recording::readHeader(write("N: x\nE: 0.0 1 01\n")), RecordingError);
+  EXPECT_EQ(headerOf(write("R: 1 c0\nN: x\nE: 0.0 nonsense\n")).name, "x");
+  EXPECT_THROW(headerOf(write("N: x\nE: 0.0 1 01\n")), RecordingError);
 }
 
 TEST_F(RecordingFile, AMissingFileIsAnErrorWithItsCode) {
   try {
-    Recording::read(directory_ / "none.hid");
+    readRecording(directory_ / "none.hid");
     FAIL();
   } catch (const RecordingError& error) {
     EXPECT_EQ(error.code(), std::errc::no_such_file_or_directory);
@@ -170,15 +246,15 @@ TEST_F(RecordingFile, AMissingFileIsAnErrorWithItsCode) {
 TEST_F(RecordingFile, WhatIsNoRegularFileIsRefusedAtOnce) {
   const auto pipe = directory_ / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  EXPECT_THROW(Recording::read(pipe), RecordingError);
-  EXPECT_THROW(Recording::read(directory_), RecordingError);
+  EXPECT_THROW(readRecording(pipe), RecordingError);
+  EXPECT_THROW(readRecording(directory_), RecordingError);
 }
 
 TEST_F(RecordingFile, AHugeFileIsRefusedUnread) {
   const auto path = write("");
-  std::filesystem::resize_file(path, router::kMaxRecordingBytes + 1);
+  std::filesystem::resize_file(path, router::RouterLimits::kRecordingBytes + 1);
   try {
-    Recording::read(path);
+    readRecording(path);
     FAIL();
   } catch (const RecordingError& error) {
     EXPECT_THAT(error.what(), testing::HasSubstr("larger than 67108864 bytes"));

@@ -101,6 +101,41 @@ TEST(ReportDecoder, AnArraySlotCarriesItsValueAndTheUsageItSelects) {
   EXPECT_EQ(decode(d, bytes("00 00 00"))[1], (Value{0, 7, 0, 2, 0, {0}}));
 }
 
+TEST(ReportDecoder, FieldsOfOtherTypesTakeNoRoomInAReport) {
+  // Output and Feature fields between two Input ones, and padding.
+  EXPECT_EQ(decode("05 01 09 30 75 08 95 01 81 02 91 02 b1 02 81 03 09 31 81 02", "11 22 33"),
+            (std::vector<Value>{{0, 1, 0x30, 1, 0x11, {0x11}}, {0, 1, 0x31, 5, 0x33, {0x33}}}));
+}
+
+TEST(ReportDecoder, AnArraySlotIsSignedWhereItsMinimumIsNegative) {
+  EXPECT_EQ(decode("05 07 15 fe 25 02 19 10 29 14 75 08 95 02 81 00", "fe 03"),
+            (std::vector<Value>{{0, 7, 0x10, 1, -2, {0xfe}}, {0, 7, 0, 2, 3, {3}}}));
+}
+
+TEST(ReportDecoder, TheBytesOfAFieldHoldNothingOfItsNeighbours) {
+  // Three fields of 3 bits in two bytes: 0b111, 0b000, 0b111.
+  EXPECT_EQ(decode("05 01 09 30 15 00 25 07 75 03 95 03 81 02", "c7 01"),
+            (std::vector<Value>{
+                {0, 1, 0x30, 1, 7, {7}}, {0, 1, 0x30, 2, 0, {0}}, {0, 1, 0x30, 3, 7, {7}}}));
+}
+
+TEST(ReportDecoder, ReportsOfDifferentLayoutsDoNotDisturbEachOther) {
+  // Report 1: two fields of 4 bits, report 2: one of 12. Their bytes are made in the same place.
+  ReportDecoder d =
+      decoder("05 01 15 00 25 0f 85 01 09 30 75 04 95 02 81 02 85 02 09 31 75 0c 95 01 81 02");
+  EXPECT_EQ(decode(d, bytes("01 21")),
+            (std::vector<Value>{{1, 1, 0x30, 1, 1, {1}}, {1, 1, 0x30, 2, 2, {2}}}));
+  EXPECT_EQ(decode(d, bytes("02 bc 0a")),
+            (std::vector<Value>{{2, 1, 0x31, 3, 0xabc, {0xbc, 0x0a}}}));
+  EXPECT_EQ(decode(d, bytes("01 43")),
+            (std::vector<Value>{{1, 1, 0x30, 1, 3, {3}}, {1, 1, 0x30, 2, 4, {4}}}));
+}
+
+TEST(ReportDecoder, TheHighestReportIDIsOne) {
+  EXPECT_EQ(decode("05 01 09 30 85 ff 75 08 95 01 81 02", "ff 05"),
+            (std::vector<Value>{{255, 1, 0x30, 1, 5, {5}}}));
+}
+
 TEST(ReportDecoder, AnArraySlotTooWideForAnIntegerSelectsNothing) {
   const auto values =
       decode("05 07 15 00 25 7f 19 04 29 50 75 48 95 01 81 00", "00 00 00 00 00 00 00 00 00");

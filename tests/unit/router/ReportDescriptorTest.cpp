@@ -173,6 +173,106 @@ TEST(ReportDescriptor, PopRestoresWhatPushSaved) {
   EXPECT_EQ(outer.reportID, 3U);
 }
 
+TEST(ReportDescriptor, SeveralRangesAreUsedOneBehindTheOther) {
+  // 4…6 and e0…e1 of the keyboard's page, then one of another; each range takes its own two ends.
+  const auto field = parse(
+                         "05 07 19 04 29 06 19 e0 29 e1 1b 30 00 01 00 2b 31 00 01 00"
+                         "  75 01 95 07 81 02")
+                         .fields()[0];
+  EXPECT_EQ(field.usages.count(), 7U);
+  std::vector<Usage> usages;
+  for (std::uint32_t i = 0; i < field.count; ++i) usages.push_back(field.usageOfField(i));
+  EXPECT_THAT(usages, testing::ElementsAre(Usage{7, 4}, Usage{7, 5}, Usage{7, 6}, Usage{7, 0xe0},
+                                           Usage{7, 0xe1}, Usage{1, 0x30}, Usage{1, 0x31}));
+  EXPECT_FALSE(field.usages.at(7).has_value());
+}
+
+TEST(ReportDescriptor, AnArraySelectsFromSeveralRanges) {
+  const auto field =
+      parse("05 07 15 01 25 05 19 04 29 06 19 e0 29 e1 75 08 95 01 81 00").fields()[0];
+  EXPECT_EQ(field.usageOfSelection(3), (Usage{7, 6}));
+  EXPECT_EQ(field.usageOfSelection(4), (Usage{7, 0xe0}));
+  EXPECT_EQ(field.usageOfSelection(5), (Usage{7, 0xe1}));
+}
+
+TEST(ReportDescriptor, EveryPopRestoresWhatItsOwnPushSaved) {
+  const auto descriptor = parse(
+      "05 01 75 08 95 01 a4"         // page 1, eight bits
+      "  05 09 75 04 95 02 a4"       // page 9, four bits
+      "    05 0c 75 02 95 04 81 02"  // page 12, two bits
+      "  b4 81 02 b4 81 02");
+  ASSERT_EQ(descriptor.fields().size(), 3U);
+  const std::vector<std::array<std::uint32_t, 3>> expected = {{0x0c, 2, 4}, {9, 4, 2}, {1, 8, 1}};
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    const ReportField& field = descriptor.fields()[i];
+    EXPECT_EQ((std::array<std::uint32_t, 3>{field.usagePage, field.bitSize, field.count}),
+              expected[i]);
+  }
+}
+
+TEST(ReportDescriptor, WhatWasPoppedIsNotThereAnyMore) {
+  expectError("a4 b4 b4", 2, "not pushed");
+  expectError("a4 a4 b4 b4 b4", 4, "not pushed");
+  EXPECT_NO_THROW(parse("a4 b4 a4 b4"));
+  // What was popped makes room.
+  EXPECT_NO_THROW(parse(repeated("a4 ", 64) + "b4 a4"));
+  expectError(repeated("a4 ", 64) + "b4 a4 a4", 66, "pushed too deep");
+}
+
+TEST(ReportDescriptor, PushAndPopLeaveUsagesAlone) {
+  const auto field = parse("05 09 75 08 95 01 a4 09 05 b4 81 02").fields()[0];
+  EXPECT_EQ(field.usageOfField(0), (Usage{9, 5}));
+}
+
+TEST(ReportDescriptor, ACollectionThatEndsMakesRoomAndTakesItsUsagesAlong) {
+  EXPECT_NO_THROW(parse(repeated("a1 01 ", 64) + "c0 a1 01" + repeated(" c0", 64)));
+  const auto field = parse("05 01 a1 01 09 07 c0 75 08 95 01 81 02").fields()[0];
+  EXPECT_TRUE(field.usages.empty());
+}
+
+TEST(ReportDescriptor, ADelimiterSetGivesOneUsageAndTheNextSetAnother) {
+  const auto field =
+      parse("05 0c a9 01 09 e9 09 ea a9 00 a9 01 09 cd 09 ce a9 00 75 01 95 02 81 02").fields()[0];
+  EXPECT_EQ(field.usages.count(), 2U);
+  EXPECT_EQ(field.usageOfField(1), (Usage{0x0c, 0xcd}));
+}
+
+TEST(ReportDescriptor, ARangeMayHoldOneUsageAndEndAtTheLast) {
+  EXPECT_EQ(parse("05 09 19 05 29 05 75 01 95 01 81 02").fields()[0].usages.count(), 1U);
+  const auto whole = parse("05 09 19 00 2a ff ff 75 01 95 01 81 02").fields()[0];
+  EXPECT_EQ(whole.usages.count(), 65536U);
+  EXPECT_EQ(whole.usages.at(65535), (Usage{9, 0xffff}));
+  EXPECT_EQ(whole.usages.atOrLast(65536), (Usage{9, 0xffff}));
+}
+
+TEST(ReportDescriptor, NumbersAreSignedByTheirOwnLength) {
+  // A minimum of two bytes, and one of no bytes at all, which is 0.
+  EXPECT_EQ(parse("16 ff 00 26 ff 00 75 10 95 01 81 02").fields()[0].logicalMinimum, 255);
+  EXPECT_EQ(parse("15 81 14 25 7f 75 08 95 01 81 02").fields()[0].logicalMinimum, 0);
+  EXPECT_EQ(parse("17 80 00 00 00 26 ff 00 75 10 95 01 81 02").fields()[0].logicalMinimum, 128);
+  // A maximum of four bytes beside a negative minimum, and of two.
+  EXPECT_EQ(parse("15 ff 27 fe ff ff ff 75 20 95 01 81 03").fields()[0].logicalMaximum, -2);
+  EXPECT_EQ(parse("15 ff 26 fe ff 75 20 95 01 81 03").fields()[0].logicalMaximum, -2);
+}
+
+TEST(ReportDescriptor, EveryBitOfAnItemMeansItsOwn) {
+  // Absolute, relative, with wrap and null: variable. Constant and array at once is constant.
+  const auto field = parse("75 08 95 01 82 46 01").fields()[0];
+  EXPECT_TRUE(field.variable);
+  EXPECT_FALSE(field.constant);
+  const auto padding = parse("75 08 95 01 81 01").fields()[0];
+  EXPECT_TRUE(padding.constant);
+  EXPECT_FALSE(padding.variable);
+}
+
+TEST(ReportDescriptor, ReportIDsMakeRoomInEveryReportOfEveryType) {
+  // The first field is laid before the first ID.
+  const auto descriptor = parse("75 08 95 01 81 02 85 ff 81 02 91 02 b1 02");
+  for (const ReportField& field : descriptor.fields()) EXPECT_EQ(field.bitOffset, 8U);
+  EXPECT_EQ(descriptor.fields()[0].reportID, 0U);
+  EXPECT_EQ(descriptor.fields()[1].reportID, 255U);
+}
+
 TEST(ReportDescriptor, LongAndReservedItemsAreSkipped) {
   // A long item of two bytes whose data would be an end of collection; a reserved main, global,
   // local and type.
@@ -232,20 +332,34 @@ TEST(ReportDescriptor, WholePagesAreRanges) {
 TEST(ReportDescriptor, AcceptsWhatIsJustWithinItsBounds) {
   EXPECT_NO_THROW(parse(repeated("a1 01 ", 64) + repeated("c0 ", 64)));
   EXPECT_NO_THROW(parse(repeated("a4 ", 64)));
-  EXPECT_EQ(parse("75 01 97 00 00 01 00 81 02").elementCount(), 65536U);
+  EXPECT_EQ(parse("75 01 97 00 00 01 00 91 02").elementCount(), 65536U);
   // 65,535 bytes behind the ID.
-  EXPECT_NO_THROW(parse("85 01 75 08 96 ff ff 81 02"));
+  EXPECT_NO_THROW(parse("85 01 75 08 96 ff ff 91 02"));
+  EXPECT_EQ(ReportDescriptor::parse(std::vector<std::uint8_t>(65535, 0xc4)).elementCount(), 0U);
+}
+
+TEST(ReportDescriptor, AReportYieldsSoManyValuesAtMost) {
+  // 4,096 values in two items beside any amount of padding; then one more.
+  const std::string just = "75 01 96 ff 0f 81 02 95 01 81 02 96 00 20 81 03 91 02 b1 02";
+  EXPECT_EQ(parse(just).elementCount(), 4096U + 3 * 8192);
+  expectError(just + " 95 01 81 02", 22, "more than 4096 element values");
+  expectError("75 01 96 01 10 81 02", 5, "more than 4096 element values");
+  expectError("75 01 96 01 10 81 00", 5, "more than 4096 element values");
+  // Each report has its own; all together have a bound, too.
+  const std::string two = "75 01 96 00 10 85 01 81 02 85 02 81 02";
+  EXPECT_EQ(parse(two).elementCount(), 8192U);
+  expectError(two + " 95 01 85 03 81 02", 17, "more than 8192 element values");
 }
 
 TEST(ReportDescriptor, RefusesWhatExceedsItsBounds) {
   expectError(repeated("a1 01 ", 65), 128, "nested too deep");
   expectError(repeated("a4 ", 65), 64, "pushed too deep");
-  expectError("75 01 97 01 00 01 00 81 02", 7, "more than 65536 elements");
+  expectError("75 01 97 01 00 01 00 91 02", 7, "more than 65536 elements");
   expectError("75 01 97 ff ff ff ff 81 02", 7, "more than 65536 elements");
-  expectError("75 01 96 00 ff 81 02 b1 02", 7, "more than 65536 elements");
-  expectError("75 08 97 00 00 01 00 81 02", 7, "larger than 65536 bytes");
-  expectError("77 ff ff ff ff 97 00 00 01 00 81 02", 10, "larger than 65536 bytes");
-  expectError("75 20 96 00 30 81 02 96 00 20 81 02", 10, "larger than 65536 bytes");
+  expectError("75 01 96 00 ff 91 02 b1 02", 7, "more than 65536 elements");
+  expectError("75 08 97 00 00 01 00 91 02", 7, "larger than 65536 bytes");
+  expectError("77 ff ff ff ff 97 00 00 01 00 91 02", 10, "larger than 65536 bytes");
+  expectError("75 20 96 00 30 91 02 96 00 20 91 02", 10, "larger than 65536 bytes");
   const std::vector<std::uint8_t> tooLong(65536, 0x75 - 1);
   EXPECT_THROW(ReportDescriptor::parse(tooLong), ReportDescriptorError);
 }

@@ -23,6 +23,7 @@ using platform::NSArray;
 using platform::NSData;
 using platform::NSDictionary;
 using platform::NSNumber;
+using router::Backlog;
 using router::DeviceDescription;
 using router::DeviceError;
 using router::DeviceMode;
@@ -30,6 +31,7 @@ using router::IOReturn;
 using router::OpenDevice;
 using router::ReportSink;
 using router::RoutedDevice;
+using router::RouterLimits;
 using router::StopSignal;
 using router::Subscription;
 using router::UsageFilter;
@@ -39,6 +41,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 constexpr std::chrono::seconds kPatience{30};
+const std::size_t kLossLimit = RouterLimits().backlogOfClient;
 
 /// What a test feeds a device with. Outlives the device.
 class Feed {
@@ -50,6 +53,7 @@ class Feed {
 
   void report(const std::string& hex) { push({OpenDevice::Next::Report, bytes(hex)}); }
   void goAway() { push({OpenDevice::Next::Gone, {}}); }
+  void end() { push({OpenDevice::Next::Ended, {}}); }
   void fail() { push({OpenDevice::Next::Stopped, {}}); }
 
   struct Step {
@@ -139,6 +143,15 @@ class NotingSink final : public ReportSink {
     changed_.notify_all();
     return changed_.wait_for(lock, limit, [&] { return unsent_ < bytes; });
   }
+  void noteRecordingEnded() override {
+    const std::lock_guard lock(mutex_);
+    EXPECT_EQ(farewells_, 0);
+    ++endings_;
+  }
+  int endings() {
+    const std::lock_guard lock(mutex_);
+    return endings_;
+  }
   void sayFarewell() override {
     const std::lock_guard lock(mutex_);
     ++farewells_;
@@ -180,12 +193,18 @@ class NotingSink final : public ReportSink {
   std::vector<std::string> lines_;
   std::size_t unsent_ = 0;
   int farewells_ = 0;
+  int endings_ = 0;
   int waits_ = 0;
 };
 
 struct Client {
-  explicit Client(DeviceMode mode = DeviceMode::Shared, UsageFilter filter = {})
-      : subscription(std::make_shared<Subscription>(sink, std::move(filter), mode)) {}
+  explicit Client(DeviceMode mode = DeviceMode::Shared, UsageFilter filter = {},
+                  const std::shared_ptr<Backlog>& backlog = unboundBacklog())
+      : subscription(
+            std::make_shared<Subscription>(sink, std::move(filter), mode, backlog->share(1000))) {}
+  static std::shared_ptr<Backlog> unboundBacklog() {
+    return std::make_shared<Backlog>(RouterLimits());
+  }
   std::shared_ptr<NotingSink> sink = std::make_shared<NotingSink>();
   std::shared_ptr<Subscription> subscription;
 };
@@ -385,15 +404,102 @@ TEST_F(RoutedDeviceTest, WhatWasSentIsTakenBeforeTheFarewell) {
   }
 }
 
-TEST_F(RoutedDeviceTest, ADeviceThatFailsGoesAway) {
+TEST_F(RoutedDeviceTest, ADeviceThatFailsMayBeTriedAgain) {
   const auto d = device();
   Client a;
   enter(*d, a);
   feed_.fail();
   a.sink->awaitFarewell();
-  EXPECT_THAT(log(), ElementsAre("device 0x100000001: the cable is cut",
-                                 "device 0x100000001 (Mouse) has gone away"));
+  EXPECT_EQ(a.sink->endings(), 0);
+  EXPECT_THAT(log(), ElementsAre("device 0x100000001: the cable is cut"));
   d->remove(a.subscription);
+  Client b;
+  enter(*d, b);
+  feed_.report("07 01");
+  b.sink->linesOnceThereAre(1);
+  EXPECT_EQ(opened_, 2);
+  d->remove(b.subscription);
+}
+
+TEST_F(RoutedDeviceTest, ARecordingThatHasEndedIsHeardFromItsBeginningByTheNext) {
+  const auto d = device();
+  Client a;
+  Client placed;
+  enter(*d, a);
+  ASSERT_EQ(d->admit(placed.subscription), nullptr);
+  feed_.report("07 01");
+  a.sink->linesOnceThereAre(1);
+  feed_.end();
+  placed.sink->awaitFarewell();
+  EXPECT_EQ(a.sink->endings(), 1);
+  EXPECT_EQ(a.sink->farewells(), 1);
+  // It has heard nothing, so it may come again and hear all.
+  EXPECT_EQ(placed.sink->endings(), 0);
+  EXPECT_THAT(log(), ElementsAre("device 0x100000001 (Mouse): the recording has been played to its "
+                                 "end"));
+  Client next(DeviceMode::Exclusive);  // nobody has a place any more
+  enter(*d, next);
+  EXPECT_EQ(opened_, 2);
+  feed_.report("07 02");
+  next.sink->linesOnceThereAre(1);
+  EXPECT_EQ(a.sink->lines().size(), 1U);
+  d->remove(a.subscription);
+  d->remove(placed.subscription);
+  feed_.report("07 03");
+  next.sink->linesOnceThereAre(2);
+  d->remove(next.subscription);
+}
+
+TEST_F(RoutedDeviceTest, WhoTakesTheEndOfARecordingSlowlyHoldsUpNobody) {
+  waits_ = true;
+  const auto d = device();
+  Client slow;
+  enter(*d, slow);
+  feed_.report("07 01");
+  slow.sink->linesOnceThereAre(1);
+  slow.sink->setUnsent(1);
+  feed_.end();
+  slow.sink->awaitWaits(3);
+  Client next(DeviceMode::Exclusive);
+  enter(*d, next);
+  feed_.report("07 02");
+  next.sink->linesOnceThereAre(1);
+  EXPECT_EQ(slow.sink->farewells(), 0);
+  slow.sink->setUnsent(0);
+  slow.sink->awaitFarewell();
+  EXPECT_EQ(slow.sink->endings(), 1);
+  d->remove(next.subscription);
+}
+
+TEST_F(RoutedDeviceTest, WhoLeavesDuringTheEndIsNotTold) {
+  const auto d = device();
+  Client leaving;
+  Client other;
+  enter(*d, leaving);
+  enter(*d, other);
+  feed_.report("07 01");
+  other.sink->linesOnceThereAre(1);
+  leaving.sink->setUnsent(1);
+  feed_.end();
+  leaving.sink->awaitWaits(2);
+  d->remove(leaving.subscription);
+  other.sink->awaitFarewell();
+  EXPECT_EQ(leaving.sink->endings(), 0);
+  EXPECT_EQ(other.sink->endings(), 1);
+}
+
+TEST_F(RoutedDeviceTest, ItMayBeDestroyedWhileSomebodyTakesTheEnd) {
+  Client slow;
+  {
+    const auto d = device();
+    enter(*d, slow);
+    feed_.report("07 01");
+    slow.sink->linesOnceThereAre(1);
+    slow.sink->setUnsent(1);
+    feed_.end();
+    slow.sink->awaitWaits(2);
+  }
+  EXPECT_EQ(slow.sink->farewells(), 1);
 }
 
 TEST_F(RoutedDeviceTest, WhatCannotBeOpenedIsAnsweredWithItsReasonAndMayBeTriedAgain) {
@@ -428,13 +534,13 @@ TEST_F(RoutedDeviceTest, AReaderThatIsTooSlowLosesReportsThatAreCounted) {
   feed_.report("07 01");
   slow.sink->linesOnceThereAre(1);
   quick.sink->linesOnceThereAre(1);
-  slow.sink->setUnsent(Subscription::kLossLimit + 1);
+  slow.sink->setUnsent(kLossLimit + 1);
   feed_.report("07 02");
   feed_.report("07 03");
   quick.sink->linesOnceThereAre(3);
   // The quick one comes behind the slow one, so both losses are counted by now.
   EXPECT_EQ(slow.subscription->lost(), 2U);
-  slow.sink->setUnsent(Subscription::kLossLimit);
+  slow.sink->setUnsent(kLossLimit);
   feed_.report("07 00");
   EXPECT_THAT(slow.sink->linesOnceThereAre(2),
               ElementsAre("report 7 07 01: 9/1=1 9/2=0", "report 7 07 00: 9/1=0 9/2=0"));
@@ -450,7 +556,7 @@ TEST_F(RoutedDeviceTest, ADeviceThatWaitsForItsReadersLosesNothing) {
   waits_ = true;
   const auto d = device();
   Client client;
-  client.sink->setUnsent(Subscription::kLossLimit + 1);
+  client.sink->setUnsent(kLossLimit + 1);
   enter(*d, client);
   feed_.report("07 01");
   feed_.report("07 02");
@@ -467,7 +573,7 @@ TEST_F(RoutedDeviceTest, AClientThatLeavesIsNotWaitedFor) {
   const auto d = device();
   Client stuck;
   Client other;
-  stuck.sink->setUnsent(Subscription::kLossLimit + 1);
+  stuck.sink->setUnsent(kLossLimit + 1);
   enter(*d, stuck);
   enter(*d, other);
   feed_.report("07 01");

@@ -1,19 +1,25 @@
 #include "router/RouterStatus.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <fstream>
+#include <thread>
 #include <vector>
 
-#include "router/AtomicFile.h"
+#include "platform/services/RootFiles.h"
+#include "platform/services/ServiceError.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using router::RouterStatus;
+using router::RouterStatusFile;
 
 class RouterStatusTest : public testing::Test {
  protected:
@@ -34,16 +40,71 @@ TEST_F(RouterStatusTest, ReadsWhatWasWritten) {
   status.lost = 0x123456789abcdef0;
   status.sessions.push_back({42, 1000, std::nullopt, "", false, 0, 0});
   status.sessions.push_back({43, 0, 0x1ffffffff, "Maus <&> Ü", true, 5000000000, 7});
-  router::writeRouterStatus(root(), status);
+  status.isRunning = true;
+  RouterStatusFile file(root());
+  file.write(status);
   EXPECT_EQ(router::readRouterStatus(root()), status);
-  EXPECT_TRUE(router::isRunning(status));
   EXPECT_EQ(router::routerStatusFile(root()),
             directory_ / "var/run/com.quillmar.hideventrouter.status.plist");
 }
 
 TEST_F(RouterStatusTest, IsNothingWhereThereIsNone) {
   EXPECT_EQ(router::readRouterStatus(root()), std::nullopt);
-  EXPECT_FALSE(router::isRunning(RouterStatus()));
+  EXPECT_EQ(router::readRouterStatus(platform::SystemRoot(directory_ / "none")), std::nullopt);
+}
+
+TEST_F(RouterStatusTest, WhatADeadRouterLeftIsNotRunningWhoeverHasItsNumberNow) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    RouterStatusFile file(root());
+    RouterStatus status;
+    status.pid = ::getppid();  // a process that lives, as if it had got the number
+    file.write(status);
+    ::_exit(0);  // without a farewell
+  }
+  int end = 0;
+  ASSERT_EQ(::waitpid(child, &end, 0), child);
+  ASSERT_EQ(end, 0);
+  const auto status = router::readRouterStatus(root());
+  ASSERT_TRUE(status.has_value());
+  EXPECT_EQ(status->pid, ::getpid());
+  EXPECT_FALSE(status->isRunning);
+}
+
+TEST_F(RouterStatusTest, WhoOnlyReadsTheFileCannotHoldIt) {
+  {
+    RouterStatusFile file(root());
+    RouterStatus status;
+    status.pid = ::getpid();
+    file.write(status);
+  }
+  const platform::FileDescriptor reader(
+      ::open(router::routerStatusFile(root()).c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_TRUE(reader);
+  ASSERT_EQ(::flock(reader.get(), LOCK_EX | LOCK_NB), 0);
+  struct flock lock {};
+  lock.l_type = F_RDLCK;
+  ASSERT_EQ(::fcntl(reader.get(), F_OFD_SETLK, &lock), 0);
+  EXPECT_FALSE(router::readRouterStatus(root())->isRunning);
+}
+
+TEST_F(RouterStatusTest, ALivingRoutersIsRunningAtEveryMomentOfARewrite) {
+  RouterStatusFile file(root());
+  RouterStatus status;
+  status.pid = ::getpid();
+  file.write(status);
+  std::atomic<bool> isOver{false};
+  std::thread writer([&] {
+    for (int i = 0; i < 500; ++i) file.write(status);
+    isOver = true;
+  });
+  int wrong = 0;
+  while (!isOver) {
+    const auto read = router::readRouterStatus(root());
+    if (!read || !read->isRunning) ++wrong;
+  }
+  writer.join();
+  EXPECT_EQ(wrong, 0);
 }
 
 TEST_F(RouterStatusTest, ForeignContentIsNoStatus) {
@@ -65,14 +126,39 @@ TEST_F(RouterStatusTest, ForeignContentIsNoStatus) {
   EXPECT_EQ(status->sessions.size(), 1U);
 }
 
-TEST_F(RouterStatusTest, IsRemovedByItsOwnProcessOnly) {
+TEST_F(RouterStatusTest, IsRemovedByWhoWroteItOnly) {
   RouterStatus status;
   status.pid = ::getpid();
-  router::writeRouterStatus(root(), status);
-  router::removeRouterStatus(root(), status.pid + 1);
+  RouterStatusFile first(root());
+  first.write(status);
+  RouterStatusFile second(root());
+  second.write(status);
+  first.remove();
   EXPECT_TRUE(router::readRouterStatus(root()).has_value());
-  router::removeRouterStatus(root(), status.pid);
+  second.remove();
   EXPECT_FALSE(fs::exists(router::routerStatusFile(root())));
+  second.remove();
+}
+
+TEST_F(RouterStatusTest, StaysInTheDirectoryThatWasOpened) {
+  const platform::SystemRoot opened(platform::openOwnRoot(root()), directory_);
+  RouterStatusFile file(opened);
+  RouterStatus status;
+  status.pid = ::getpid();
+  const fs::path away = directory_.string() + ".away";
+  const fs::path planted = directory_.string() + ".planted";
+  fs::create_directories(planted);
+  fs::rename(directory_, away);
+  fs::create_directory_symlink(planted, directory_);
+  file.write(status);
+  EXPECT_TRUE(fs::is_empty(planted));
+  EXPECT_TRUE(fs::exists(router::routerStatusFile(platform::SystemRoot(away))));
+  EXPECT_EQ(router::readRouterStatus(root()), std::nullopt) << "a link is no root";
+  file.remove();
+  EXPECT_FALSE(fs::exists(router::routerStatusFile(platform::SystemRoot(away))));
+  fs::remove(directory_);
+  fs::remove_all(planted);
+  fs::rename(away, directory_);
 }
 
 TEST_F(RouterStatusTest, LeavesNoTemporaryFilesAndFollowsNoLink) {
@@ -82,13 +168,29 @@ TEST_F(RouterStatusTest, LeavesNoTemporaryFilesAndFollowsNoLink) {
   fs::create_symlink(victim, router::routerStatusFile(root()));
   RouterStatus status;
   status.pid = 1;
-  router::writeRouterStatus(root(), status);
+  RouterStatusFile file(root());
+  file.write(status);
   EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(router::routerStatusFile(root()))));
   std::string text;
   std::ifstream(victim) >> text;
   EXPECT_EQ(text, "untouched");
   EXPECT_EQ(std::distance(fs::directory_iterator(directory_ / "var/run"), fs::directory_iterator()),
             1);
+}
+
+TEST_F(RouterStatusTest, DirectoriesThatAreLinksAreNotUsed) {
+  const fs::path victim = directory_ / "victim";
+  fs::create_directories(victim);
+  fs::create_directories(directory_ / "var");
+  fs::create_directory_symlink(victim, directory_ / "var/run");
+  RouterStatusFile file(root());
+  RouterStatus status;
+  status.pid = ::getpid();
+  EXPECT_THROW(file.write(status), platform::ServiceError);
+  EXPECT_TRUE(fs::is_empty(victim));
+  std::ofstream(victim / router::routerStatusFile(root()).filename())
+      << "<plist version=\"1.0\"><dict><key>PID</key><integer>5</integer></dict></plist>";
+  EXPECT_EQ(router::readRouterStatus(root()), std::nullopt);
 }
 
 TEST_F(RouterStatusTest, WhatKilledWritersLeftIsRemovedAndNothingElse) {
@@ -107,10 +209,10 @@ TEST_F(RouterStatusTest, WhatKilledWritersLeftIsRemovedAndNothingElse) {
                                      beside("." + std::to_string(dead)),
                                      file.parent_path() / "other"};
   std::ofstream(others.back()) << "other";
-  router::removeAbandonedWrites(file);
+  const RouterStatusFile clearing(root());
   EXPECT_FALSE(fs::exists(left));
   for (const fs::path& other : others) EXPECT_TRUE(fs::exists(other)) << other;
-  router::removeAbandonedWrites(directory_ / "missing/file");
+  const RouterStatusFile nothingToClear(platform::SystemRoot(directory_ / "missing"));
 }
 
 }  // namespace

@@ -77,6 +77,29 @@ TEST(UsageFilter, OtherKeysAreRefusedByName) {
   }
 }
 
+TEST(UsageFilter, AnEmptySlotPassesOnlyWhereItIsNamed) {
+  EXPECT_FALSE(filterFor({usage(7, 4)}).wants(value(7, 0)));
+  EXPECT_TRUE(filterFor({usage(7, 4), usage(7, 0)}).wants(value(7, 0)));
+  EXPECT_FALSE(filterFor({usage(7, 0)}).wants(value(8, 0)));
+}
+
+TEST(UsageFilter, TheLargestUsageIsOne) {
+  EXPECT_TRUE(filterFor({str("4294967295")}).wants(value(0xffff, 0xffff)));
+  EXPECT_TRUE(filterFor({NSNumber::numberWithLongLong(65537)}).wants(value(1, 1)));
+}
+
+TEST(UsageFilter, NamesSoManyUsagesAtMost) {
+  const auto tags = NSDictionary::dictionaryWithEntries(
+      {{usage(1, 1), str("a")}, {usage(1, 2), str("b")}, {usage(1, 3), str("c")}});
+  EXPECT_TRUE(UsageFilter(tags, 3).wants(value(1, 3)));
+  try {
+    const UsageFilter filter(tags, 2);
+    FAIL();
+  } catch (const std::invalid_argument& error) {
+    EXPECT_STREQ(error.what(), "the tag dictionary names more than 2 usages");
+  }
+}
+
 TEST(UsageFilter, SelectsInOrder) {
   const std::vector<HIDElementValueRecord> values = {value(9, 1), value(9, 2), value(1, 0x30),
                                                      value(9, 2)};

@@ -84,8 +84,21 @@ TEST(JobFile, NeedsAValidServiceThatIsOffered) {
   EXPECT_EQ(with("<key>jobd</key><true/>"), "the service name \"jobd\" is taken");
   EXPECT_EQ(with("<key>com.x</key><dict/>"), "");
   std::string many;
-  for (int i = 0; i < 17; ++i) many += "<key>s" + std::to_string(i) + "</key><true/>";
+  for (int i = 0; i < 17; ++i) many += "<key>com.x.s" + std::to_string(i) + "</key><true/>";
   EXPECT_EQ(with(many), "it has too many MachServices");
+}
+
+TEST(JobFile, ServicesAreItsOwn) {
+  for (const std::string own : {"com.x", "com.x.y", "com.x.y.z"})
+    EXPECT_TRUE(platform::mayOffer("com.x", own)) << own;
+  for (const std::string foreign : {"com.xy", "com", "com.y", "com.x-y", "x", ""}) {
+    EXPECT_FALSE(platform::mayOffer("com.x", foreign)) << foreign;
+    if (foreign.empty()) continue;
+    EXPECT_EQ(
+        refusal(document(label + program + "<key>MachServices</key><dict><key>com.x</key>" +
+                         "<true/><key>" + foreign + "</key><true/></dict>")),
+        "the service " + foreign + " is not its own: it may offer com.x and names below that");
+  }
 }
 
 TEST(JobFile, DictionaryNeedsTheLabelOnly) {

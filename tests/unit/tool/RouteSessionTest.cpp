@@ -9,6 +9,7 @@
 #include <csignal>
 
 #include "platform/kit/KQHIDDeviceElementValue.h"
+#include "router/RouterErrors.h"
 
 namespace tool {
 namespace {
@@ -26,7 +27,7 @@ class RouteSessionTest : public testing::Test {
     ::close(ends_[1]);
   }
 
-  std::unique_ptr<RouteSession> session(std::optional<LastDelivery> last) {
+  std::unique_ptr<RouteSession> session(std::optional<std::uint64_t> last) {
     return std::make_unique<RouteSession>(jsonDeliveryLines(), ends_[1], last);
   }
   std::string printed() {
@@ -57,19 +58,8 @@ class RouteSessionTest : public testing::Test {
 constexpr const char* kReport7 = "{\"report\":{\"id\":0,\"data\":\"07\"}}\n";
 constexpr const char* kNoValues = "{\"elements\":[]}\n";
 
-TEST_F(RouteSessionTest, EndsAtTheLastReportWhereNoValuesFollow) {
-  const auto s = session(LastDelivery{2, false});
-  report(*s, 7);
-  EXPECT_FALSE(s->ended());
-  report(*s, 7);
-  EXPECT_TRUE(s->ended());
-  EXPECT_TRUE(isAwake(*s));
-  EXPECT_FALSE(s->howItEnded().failed);
-  EXPECT_EQ(printed(), std::string(kReport7) + kReport7);
-}
-
 TEST_F(RouteSessionTest, EndsAtTheValuesOfTheLastReport) {
-  const auto s = session(LastDelivery{1, true});
+  const auto s = session(1);
   report(*s, 7);
   EXPECT_FALSE(s->ended());
   values(*s);
@@ -78,14 +68,14 @@ TEST_F(RouteSessionTest, EndsAtTheValuesOfTheLastReport) {
 }
 
 TEST_F(RouteSessionTest, EarlierValuesEndNothing) {
-  const auto s = session(LastDelivery{2, true});
+  const auto s = session(2);
   report(*s, 7);
   values(*s);
   EXPECT_FALSE(s->ended());
 }
 
 TEST_F(RouteSessionTest, WhereItIsNotKnownWhetherValuesFollowTheNextReportEndsItUnprinted) {
-  const auto s = session(LastDelivery{1, std::nullopt});
+  const auto s = session(1);
   report(*s, 7);
   EXPECT_TRUE(s->lastReportSeen());
   EXPECT_TRUE(isAwake(*s));
@@ -107,7 +97,7 @@ TEST_F(RouteSessionTest, PrintsNothingOnceItHasEnded) {
 }
 
 TEST_F(RouteSessionTest, NilFromARouterIsPassedOver) {
-  const auto s = session(LastDelivery{1, false});
+  const auto s = session(1);
   s->hidEventRouterClient_receivedReportData_reportID(nullptr, nullptr, 0);
   s->hidEventRouterClient_receivedElementValues(nullptr, nullptr);
   EXPECT_EQ(printed(), "");
@@ -134,6 +124,38 @@ TEST_F(RouteSessionTest, ARefusalIsPrintedAndEndsItAsAFailure) {
   EXPECT_TRUE(s->howItEnded().failed);
   EXPECT_EQ(s->howItEnded().message, "the router refused: d -9");
   EXPECT_EQ(printed(), "{\"status\":3}\n{\"error\":{\"domain\":\"d\",\"code\":-9}}\n");
+}
+
+TEST_F(RouteSessionTest, ARecordingThatHasEndedEndsItInOrder) {
+  const auto s = session(std::nullopt);
+  s->hidEventRouterClient_clientStatusChangedTo(nullptr, WLHIDEventRouterClientStatusOpening);
+  s->hidEventRouterClient_clientStatusChangedTo(nullptr, WLHIDEventRouterClientStatusRouting);
+  report(*s, 7);
+  // The client has asked again, and is told.
+  s->hidEventRouterClient_clientStatusChangedTo(nullptr, WLHIDEventRouterClientStatusOpening);
+  s->hidEventRouterClient_clientStatusChangedTo(nullptr, WLHIDEventRouterClientStatusFailed);
+  s->hidEventRouterClient_handleError(
+      nullptr, router::routerError(router::IOReturn::Underrun, "it is over"));
+  EXPECT_TRUE(s->ended());
+  EXPECT_FALSE(s->howItEnded().failed);
+  EXPECT_EQ(printed(), std::string("{\"status\":2}\n{\"status\":4}\n") + kReport7 +
+                           "{\"ended\":\"it is over\"}\n");
+}
+
+TEST_F(RouteSessionTest, WhatWasHeldBackIsPrintedWhereItWasNoEnd) {
+  const auto s = session(std::nullopt);
+  s->hidEventRouterClient_clientStatusChangedTo(nullptr, WLHIDEventRouterClientStatusRouting);
+  s->hidEventRouterClient_clientStatusChangedTo(nullptr, WLHIDEventRouterClientStatusOpening);
+  EXPECT_EQ(printed(), "{\"status\":4}\n");
+  s->hidEventRouterClient_clientStatusChangedTo(nullptr, WLHIDEventRouterClientStatusRouting);
+  EXPECT_EQ(printed(), "{\"status\":2}\n{\"status\":4}\n");
+  s->hidEventRouterClient_clientStatusChangedTo(nullptr, WLHIDEventRouterClientStatusFailed);
+  s->hidEventRouterClient_handleError(
+      nullptr,
+      platform::NSError::errorWithDomain_code_userInfo(
+          platform::str("d"), static_cast<std::int64_t>(router::IOReturn::Underrun), nullptr));
+  EXPECT_TRUE(s->howItEnded().failed) << "the code alone, in another domain, says nothing";
+  EXPECT_EQ(printed(), "{\"status\":3}\n{\"error\":{\"domain\":\"d\",\"code\":-536870169}}\n");
 }
 
 TEST_F(RouteSessionTest, ARouterThatIsGoneEndsItAsAFailure) {

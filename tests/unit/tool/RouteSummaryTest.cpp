@@ -38,9 +38,13 @@ class LossCountTest : public testing::Test {
       status.sessions.emplace_back();
       status.sessions.back().pid = pid;
     }
-    std::filesystem::create_directories(::router::routerStatusFile(root).parent_path());
-    ::router::writeRouterStatus(root, status);
+    file->write(status);
   }
+  void SetUp() override {
+    std::filesystem::create_directories(::router::routerStatusFile(root).parent_path());
+    file.emplace(root);
+  }
+  mutable std::optional<::router::RouterStatusFile> file;
   const testsupport::TemporaryDirectory directory;
   const platform::SystemRoot root{directory.path()};
 };

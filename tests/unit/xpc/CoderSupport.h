@@ -31,8 +31,7 @@ inline constexpr TagSet kEverything = ~TagSet{0};
 
 inline Bytes encode(const Object& object) {
   WireWriter writer;
-  ObjectBudget budget;
-  encodeObject(writer, object, budget);
+  encodeObject(writer, object);
   return {writer.bytes().begin(), writer.bytes().end()};
 }
 
@@ -48,8 +47,7 @@ inline Decoded decode(const Bytes& bytes, TagSet outermost = kEverything,
   // A heap block of exactly that size, so that the sanitizer sees a read beyond it.
   const Bytes exact(bytes);
   WireReader reader(exact);
-  ObjectBudget budget;
-  DecodeResult result = decodeObject(reader, outermost, inside, budget);
+  DecodeResult result = decodeObject(reader, outermost, inside);
   return {result.verdict, std::move(result.object), std::string(result.reason), reader.remaining()};
 }
 
@@ -75,7 +73,8 @@ inline std::vector<Object> samples() {
   const auto nested = NSDictionary::dictionaryWithEntries(
       {{str("a"), NSArray::arrayWithObjects({NSNumber::numberWithLongLong(-1), data({7})})},
        {NSNumber::numberWithUnsignedLongLong(~0ULL),
-        NSDate::dateWithTimeIntervalSinceReferenceDate(-0.0)}});
+        NSDate::dateWithTimeIntervalSinceReferenceDate(-0.0)},
+       {NSArray::arrayWithObjects({str("b"), NSMutableArray::array()}), str("c")}});
   return {nullptr,
           data({}),
           data({1, 2, 3}),

@@ -123,5 +123,5 @@ TEST(HelloFrame, NamesThatBothEndsGiveMustAgree) {
             "the peer exports Other, not Router");
   EXPECT_EQ(mismatch(ours, {kWireVersion, "Router", "Other"}),
             "the peer expects Other, not Client");
-  EXPECT_EQ(mismatch(ours, {2, "", ""}), "the peer speaks version 2");
+  EXPECT_EQ(mismatch(ours, {1, "", ""}), "the peer speaks version 1");
 }

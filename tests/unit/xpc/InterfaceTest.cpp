@@ -1,4 +1,8 @@
 #include "platform/xpc/InterfaceTable.h"
+
+#include <algorithm>
+#include <array>
+
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "tests/unit/xpc/CoderSupport.h"
 
@@ -102,6 +106,50 @@ TEST(Interface, ASetReplacesTheDefault) {
   EXPECT_EQ(verdict(rules, one(NSMutableArray::arrayWithObjects({value, str("x")}))),
             xpc::DecodeVerdict::Refused);
   EXPECT_EQ(verdict(rules, one(value)), xpc::DecodeVerdict::Refused);
+}
+
+TEST(Interface, AnArrayInsideTheElementValuesIsNotAdmitted) {
+  const auto made = interface(WLHIDEventRouterClientProtocol::protocol());
+  made->setClasses_forSelector_argumentIndex_ofReply(
+      {&NSMutableArray::classObject(), &KQHIDDeviceElementValue::classObject()},
+      "receivedElementValues:", 0, false);
+  const xpc::InterfaceTable table(made);
+  const auto& rules = table.methods()[1].arguments;
+  const auto value = KQHIDDeviceElementValue::elementValue({});
+  const auto array = [](std::vector<Object> members) {
+    return NSMutableArray::arrayWithObjects(std::move(members));
+  };
+  for (const Object& inside : {Object(array({value})), Object(array({}))}) {
+    EXPECT_EQ(verdict(rules, one(array({inside}))), xpc::DecodeVerdict::Refused);
+    EXPECT_EQ(verdict(rules, one(array({value, inside}))), xpc::DecodeVerdict::Refused);
+    EXPECT_EQ(verdict(rules, one(array({array({inside})}))), xpc::DecodeVerdict::Refused);
+  }
+  EXPECT_EQ(verdict(rules, one(array({value, value}))), xpc::DecodeVerdict::Accepted);
+}
+
+TEST(Interface, ArgumentsAreWrittenAlikeWhereTheirSenderHasThem) {
+  const std::shared_ptr<NSString> text = str("text");
+  const std::uint32_t small = 0x01020304;
+  const std::uint64_t large = 0x1112131415161718;
+  XPCValues values;
+  values.append(small);
+  values.append(large);
+  values.append(Object(text));
+  xpc::WireWriter one;
+  xpc::encodeValues(one, values);
+  const std::array<XPCArgumentRef, 3> arguments{small, large, text};
+  xpc::WireWriter other;
+  xpc::encodeValues(other, arguments);
+  EXPECT_TRUE(std::ranges::equal(one.bytes(), other.bytes()));
+  EXPECT_EQ(other.size(), 4U + 8U + 6U);
+}
+
+TEST(Interface, WhatAnArraysMembersAreHoldsWithoutASetToo) {
+  const xpc::InterfaceTable table(interface(WLHIDEventRouterClientProtocol::protocol()));
+  const auto& rules = table.methods()[1].arguments;
+  EXPECT_EQ(verdict(rules, one(NSArray::arrayWithObjects({}))), xpc::DecodeVerdict::Accepted);
+  EXPECT_EQ(verdict(rules, one(NSArray::arrayWithObjects({str("x")}))),
+            xpc::DecodeVerdict::Refused);
 }
 
 TEST(Interface, AStartRepliesSetAdmitsItsNineClassesAndNoOthers) {

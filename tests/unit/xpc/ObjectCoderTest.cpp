@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 
 #include "platform/xpc/InterfaceTable.h"
@@ -208,60 +209,116 @@ TEST(ObjectCoder, AFrameIsFilledToItsLastByte) {
   }
 }
 
-TEST(ObjectCoder, TheNumberOfObjectsIsBounded) {
-  std::vector<Object> members(kMaxObjectsPerFrame - 2, NSNumber::numberWithBool(true));
-  const Bytes belowLimit = encode(NSArray::arrayWithObjects(members));
-  EXPECT_EQ(decode(belowLimit).verdict, DecodeVerdict::Accepted);
-  members.push_back(members.front());
-  const Bytes atLimit = encode(NSArray::arrayWithObjects(members));
-  EXPECT_EQ(decode(atLimit).verdict, DecodeVerdict::Accepted);
-  members.push_back(members.front());
-  EXPECT_EQ(encodingFailure(NSArray::arrayWithObjects(members)), EMSGSIZE);
-  Bytes beyond(atLimit);
-  beyond.insert(beyond.end(), {3, 1});
-  beyond[2] = static_cast<std::uint8_t>(kMaxObjectsPerFrame & 0xFF);
-  beyond[3] = static_cast<std::uint8_t>((kMaxObjectsPerFrame >> 8U) & 0xFF);
-  beyond[4] = static_cast<std::uint8_t>((kMaxObjectsPerFrame >> 16U) & 0xFF);
-  EXPECT_EQ(decode(beyond).reason, "more than 262144 objects");
-}
-
-TEST(ObjectCoder, ADictionaryHasAtMost4096Entries) {
-  const auto dictionary = [](std::int64_t count) {
-    std::vector<NSDictionary::Entry> entries;
-    for (std::int64_t i = 0; i < count; ++i)
-      entries.emplace_back(NSNumber::numberWithLongLong(i), str("v"));
-    return NSDictionary::dictionaryWithEntries(std::move(entries));
+TEST(ObjectCoder, ADictionaryFillsAFrameToItsLastByte) {
+  std::vector<NSDictionary::Entry> entries;
+  for (std::int64_t i = 0; i < 20'000; ++i)
+    entries.emplace_back(NSNumber::numberWithLongLong(i), NSNumber::numberWithBool(true));
+  const auto with = [&](std::size_t bytes) {
+    auto all = entries;
+    all.emplace_back(str("k"), NSData::dataWithLength(bytes, [](std::span<std::uint8_t>) {}));
+    return NSDictionary::dictionaryWithEntries(std::move(all));
   };
-  EXPECT_EQ(decode(encode(dictionary(4095))).verdict, DecodeVerdict::Accepted);
-  EXPECT_EQ(decode(encode(dictionary(4096))).verdict, DecodeVerdict::Accepted);
-  EXPECT_EQ(encodingFailure(dictionary(4097)), EMSGSIZE);
+  constexpr std::size_t kEnough = 10'000'000;
+  const std::size_t around = encode(with(kEnough)).size() - kEnough;
+  for (const std::size_t body : {kMaxFrameBody - 1, kMaxFrameBody, kMaxFrameBody + 1}) {
+    const Object dictionary = with(body - around);
+    platform::XPCValues values;
+    values.append(platform::XPCValue(dictionary));
+    WireWriter writer;
+    writer.beginFrame(FrameKind::Message, 0);
+    if (body > kMaxFrameBody) {
+      EXPECT_THROW(encodeValues(writer, values), EncodingError);
+      continue;
+    }
+    encodeValues(writer, values);
+    ASSERT_EQ(writer.frameSize(), kFrameHeaderSize + body);
+    const auto bytes = writer.bytes().subspan(kFrameHeaderSize);
+    const Decoded decoded = decode({bytes.begin(), bytes.end()});
+    ASSERT_EQ(decoded.verdict, DecodeVerdict::Accepted) << decoded.reason;
+    EXPECT_TRUE(dictionary->isEqual(decoded.object));
+  }
 }
 
-TEST(ObjectCoder, AKeyIsASimpleValue) {
+TEST(ObjectCoder, AnyObjectThatIsAdmittedMayBeAKey) {
   const auto yes = NSNumber::numberWithBool(true);
-  const std::vector<Object> keys = {str("k"), yes, data({1}),
-                                    NSDate::dateWithTimeIntervalSinceReferenceDate(1),
-                                    NSURL::URLWithString(str("a:b"))};
-  for (const Object& key : keys) {
-    const Bytes bytes = encode(NSDictionary::dictionaryWithEntries({{key, yes}}));
-    EXPECT_EQ(decode(bytes).verdict, DecodeVerdict::Accepted);
+  for (const Object& key : samples()) {
+    if (key == nullptr) continue;
+    const auto dictionary = NSDictionary::dictionaryWithEntries({{key, yes}});
+    const Decoded decoded = decode(encode(dictionary));
+    ASSERT_EQ(decoded.verdict, DecodeVerdict::Accepted) << descriptionOf(key);
+    EXPECT_TRUE(dictionary->isEqual(decoded.object)) << descriptionOf(key);
+    const TagSet others = ~tagsOfClass(key->isa());
+    const Decoded refused = decode(encode(dictionary), kEverything, others);
+    EXPECT_EQ(refused.verdict, DecodeVerdict::Refused) << descriptionOf(key);
+    EXPECT_EQ(refused.reason, key->isa().name);
   }
-  const std::vector<Object> others = {
-      NSArray::arrayWithObjects({}),
-      NSMutableArray::array(),
-      NSDictionary::dictionary(),
-      NSError::errorWithDomain_code_userInfo(str("D"), 1, nullptr),
-      KQIOObject::objectWithRegistryEntryID_name(1, nullptr),
-      KQHIDDeviceElementValue::elementValue(record(1, 1, 1, 1, 1, {}))};
-  for (const Object& key : others) {
-    EXPECT_EQ(encodingFailure(NSDictionary::dictionaryWithEntries({{key, yes}})), EINVAL);
-    Bytes bytes{11, 1};
-    const Bytes encoded = encode(key);
-    bytes.insert(bytes.end(), encoded.begin(), encoded.end());
-    bytes.insert(bytes.end(), {3, 1});
-    EXPECT_EQ(decode(bytes).verdict, DecodeVerdict::Refused);
-    EXPECT_EQ(decode(bytes).reason, key->isa().name);
+}
+
+TEST(ObjectCoder, KeysNestLikeValues) {
+  const auto keys = [](std::size_t depth) {
+    auto dictionary = NSDictionary::dictionary();
+    for (std::size_t i = 1; i < depth; ++i)
+      dictionary = NSDictionary::dictionaryWithEntries({{dictionary, str("v")}});
+    return dictionary;
+  };
+  for (const std::size_t depth : {63U, 64U}) {
+    const Decoded decoded = decode(encode(keys(depth)));
+    ASSERT_EQ(decoded.verdict, DecodeVerdict::Accepted) << depth;
+    EXPECT_TRUE(keys(depth)->isEqual(decoded.object)) << depth;
   }
+  EXPECT_EQ(encodingFailure(keys(65)), EINVAL);
+  Bytes tooDeep;
+  for (int i = 0; i < 64; ++i) tooDeep.insert(tooDeep.end(), {11, 1});
+  tooDeep.insert(tooDeep.end(), {11, 0});
+  for (int i = 0; i < 64; ++i) tooDeep.insert(tooDeep.end(), {3, 1});
+  EXPECT_EQ(decode(tooDeep).reason, "collections nest more than 64 deep");
+}
+
+TEST(ObjectCoder, EntriesTravelInTheOrderOfTheirKeysBytes) {
+  const auto number = [](std::int64_t value) { return NSNumber::numberWithLongLong(value); };
+  const auto inner = [&](bool turned) -> Object {
+    const NSDictionary::Entry a{str("a"), number(1)};
+    const NSDictionary::Entry b{data({1}), number(2)};
+    return NSDictionary::dictionaryWithEntries(turned ? std::vector{b, a} : std::vector{a, b});
+  };
+  std::vector<NSDictionary::Entry> entries = {{inner(false), str("dictionary")},
+                                              {number(1), inner(false)},
+                                              {number(256), str("low first byte")},
+                                              {str("ab"), number(3)},
+                                              {str("b"), number(4)}};
+  const Bytes bytes = encode(NSDictionary::dictionaryWithEntries(entries));
+  std::reverse(entries.begin(), entries.end());
+  entries.back().first = inner(true);
+  entries[3].second = inner(true);
+  EXPECT_EQ(encode(NSDictionary::dictionaryWithEntries(entries)), bytes);
+  const auto keys = objectCast<NSDictionary>(decode(bytes).object)->entries();
+  ASSERT_EQ(keys.size(), 5U);
+  EXPECT_TRUE(keys[0].first->isEqual(str("b")));
+  EXPECT_TRUE(keys[1].first->isEqual(str("ab")));
+  EXPECT_TRUE(keys[2].first->isEqual(number(256)));
+  EXPECT_TRUE(keys[3].first->isEqual(number(1)));
+  EXPECT_TRUE(keys[4].first->isEqual(inner(true)));
+}
+
+TEST(ObjectCoder, KeysThatDoNotAscendAreMalformed) {
+  constexpr std::string_view kOrder = "keys of a dictionary that are not in ascending order";
+  constexpr std::string_view kTwice = "a key that stands twice in a dictionary";
+  EXPECT_EQ(decode({11, 2, 2, 1, 'b', 3, 1, 2, 1, 'a', 3, 1}).reason, kOrder);
+  EXPECT_EQ(decode({11, 2, 2, 1, 'a', 3, 1, 2, 1, 'a', 3, 1}).reason, kTwice);
+  EXPECT_EQ(decode({11, 3, 2, 1, 'a', 3, 1, 2, 1, 'b', 3, 1, 2, 1, 'a', 3, 1}).reason, kOrder);
+  // Nothing behind it is looked at, the value included.
+  EXPECT_EQ(decode({11, 2, 2, 1, 'b', 3, 1, 2, 1, 'a', 99, 9}).reason, kOrder);
+  // Equal, though their bytes are not.
+  EXPECT_EQ(decode({11, 2, 3, 0, 3, 1, 4, 0, 0, 0, 0, 0, 0, 0, 0, 3, 1}).reason, kTwice);
+  EXPECT_EQ(decode({11, 2, 9, 1, 3, 0, 3, 1, 10, 1, 3, 0, 3, 1}).reason, kTwice);
+}
+
+TEST(ObjectCoder, KeysThatHaveBecomeTheSameAreNotSent) {
+  const auto one = NSMutableArray::arrayWithObjects({str("a")});
+  const auto other = NSMutableArray::array();
+  const auto dictionary = NSDictionary::dictionaryWithEntries({{one, str("1")}, {other, str("2")}});
+  other->addObject(str("a"));
+  EXPECT_EQ(encodingFailure(dictionary), EINVAL);
 }
 
 TEST(ObjectCoder, ACountIsComparedWithTheBytesThatAreLeftBeforeAnythingIsReserved) {

@@ -47,6 +47,11 @@ std::map<std::string, Object> objects() {
       {"mutable-array-empty", NSMutableArray::array()},
       {"dictionary",
        NSDictionary::dictionaryWithEntries({{str("k"), NSNumber::numberWithBool(false)}})},
+      {"dictionary-sorted",
+       NSDictionary::dictionaryWithEntries(
+           {{NSArray::arrayWithObjects({str("a")}), NSNumber::numberWithBool(true)},
+            {str("aa"), NSNumber::numberWithBool(false)},
+            {str("b"), NSNumber::numberWithBool(true)}})},
       {"error", NSError::errorWithDomain_code_userInfo(str("D"), -1, nullptr)},
       {"error-user-info",
        NSError::errorWithDomain_code_userInfo(

@@ -1,0 +1,123 @@
+#include "jobd/ChildTask.h"
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <utility>
+
+extern "C" {
+#include <sys/pidfd.h>  // some versions of the C library forgot to say that these are C functions
+}
+
+namespace jobd {
+namespace {
+
+using platform::ServiceErrorCode;
+
+// A pipe takes this much at once, so the child never waits for the daemon to read.
+constexpr std::size_t longestResult = 4096;
+
+/// A child that hangs must not hold the daemon's lock, endpoints or callers.
+void closeAllBut(std::vector<int> kept) {
+  std::sort(kept.begin(), kept.end());
+  unsigned next = 3;
+  for (const int descriptor : kept) {
+    const auto number = static_cast<unsigned>(descriptor);
+    if (number > next) ::close_range(next, number - 1, 0);
+    next = std::max(next, number + 1);
+  }
+  ::close_range(next, ~0U, 0);
+}
+
+std::string resultOf(const ChildTask::Work& work) {
+  try {
+    return "0 " + work();
+  } catch (const platform::ServiceError& error) {
+    return std::to_string(static_cast<std::int64_t>(error.code())) + " " + error.what();
+  } catch (const std::exception& error) {
+    return std::to_string(static_cast<std::int64_t>(ServiceErrorCode::FileSystem)) + " " +
+           error.what();
+  }
+}
+
+/// Runs in the child. The daemon has one thread, so everything may be called here.
+[[noreturn]] void runInChild(const ChildTask::Plan& plan, int result, pid_t daemon) {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (::getppid() != daemon) ::_exit(1);
+  std::vector<int> kept = plan.descriptors;
+  kept.push_back(result);
+  closeAllBut(std::move(kept));
+  const std::string text = resultOf(plan.work).substr(0, longestResult);
+  const bool isWhole =
+      ::write(result, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+  ::_exit(isWhole ? 0 : 1);
+}
+
+}  // namespace
+
+ChildTask::ChildTask(EventLoop& loop, const Plan& plan, Done done, std::function<void()> gone)
+    : name_(plan.name), done_(std::move(done)), gone_(std::move(gone)) {
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+    throw platform::fileSystemError("cannot make a pipe", errno);
+  result_.reset(ends[0]);
+  const platform::FileDescriptor resultOfChild(ends[1]);
+  const pid_t daemon = ::getpid();
+  identifier_ = ::fork();
+  if (identifier_ < 0) throw platform::fileSystemError("cannot begin " + name_, errno);
+  if (identifier_ == 0) runInChild(plan, resultOfChild.get(), daemon);
+  process_.reset(::pidfd_open(identifier_, 0));
+  if (!process_) {
+    const int error = errno;
+    ::kill(identifier_, SIGKILL);
+    ::waitpid(identifier_, nullptr, 0);
+    throw platform::fileSystemError("cannot watch " + name_, error);
+  }
+  endWatch_ = loop.watch(process_.get(), EPOLLIN, [this] { takeEnd(); });
+  patience_ = loop.after(plan.patience, [this] { giveUp(); });
+}
+
+/// A child that hangs in the kernel may take its time to die, so nobody waits for it.
+ChildTask::~ChildTask() {
+  if (!process_) return;
+  ::pidfd_send_signal(process_.get(), SIGKILL, nullptr, 0);
+  ::waitpid(identifier_, nullptr, WNOHANG);
+}
+
+void ChildTask::giveUp() {
+  ::pidfd_send_signal(process_.get(), SIGKILL, nullptr, 0);
+  const auto done = std::exchange(done_, nullptr);
+  done(
+      {ServiceErrorCode::TimedOut, name_ + " took too long: a file that it reads does not answer"});
+}
+
+ChildTask::Outcome ChildTask::readOutcome() const {
+  std::array<char, longestResult> buffer{};
+  const ssize_t got = ::read(result_.get(), buffer.data(), buffer.size());
+  const std::string_view text(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+  std::int64_t code = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), code);
+  if (error != std::errc() || end == text.data() + text.size())
+    return {ServiceErrorCode::FileSystem, name_ + " failed: its process ended without a word"};
+  return {static_cast<ServiceErrorCode>(code),
+          std::string(text.substr(static_cast<std::size_t>(end - text.data()) + 1))};
+}
+
+void ChildTask::takeEnd() {
+  if (::waitpid(identifier_, nullptr, WNOHANG) != identifier_) return;
+  endWatch_.end();
+  patience_.end();
+  process_.reset();
+  if (const auto done = std::exchange(done_, nullptr)) done(readOutcome());
+  const auto gone = std::exchange(gone_, nullptr);
+  gone();  // may destroy this object
+}
+
+}  // namespace jobd

@@ -1,0 +1,53 @@
+// How much one writer may write to the log.
+//
+// Threading, Ownership, Errors, Order: a plain value.
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+namespace jobd {
+
+/// A store of bytes that fills up again with time. What does not fit is left out, and counted.
+///
+/// The log holds 4 MiB and as much of the past. With this much a job can say a lot at once, and
+/// still needs a quarter of an hour to push out what others wrote.
+class LogBudget {
+ public:
+  using Clock = std::chrono::steady_clock;
+  static constexpr std::size_t capacity = std::size_t{256} * 1024;
+  static constexpr std::size_t bytesPerMillisecond = 8;
+
+  explicit LogBudget(Clock::time_point now) : filledAt_(now) {}
+
+  /// Whether an entry of so many bytes may be written; it is counted as left out if not.
+  bool take(std::size_t bytes, Clock::time_point now) {
+    fill(now);
+    if (bytes > left_) {
+      ++leftOut_;
+      return false;
+    }
+    left_ -= bytes;
+    return true;
+  }
+
+  [[nodiscard]] std::uint64_t leftOut() const { return leftOut_; }
+  void forgetLeftOut() { leftOut_ = 0; }
+
+ private:
+  void fill(Clock::time_point now) {
+    const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(now - filledAt_);
+    filledAt_ += passed;  // what is less than a millisecond counts next time
+    const auto enough = static_cast<std::int64_t>(capacity / bytesPerMillisecond);
+    const auto counted = std::clamp<std::int64_t>(passed.count(), 0, enough);
+    left_ = std::min(capacity, left_ + static_cast<std::size_t>(counted) * bytesPerMillisecond);
+  }
+
+  std::size_t left_ = capacity;
+  Clock::time_point filledAt_;
+  std::uint64_t leftOut_ = 0;
+};
+
+}  // namespace jobd

@@ -1,0 +1,30 @@
+// A file's bytes without a copy of them in memory.
+//
+// Threading: any. Ownership: the mapping, not the descriptor. Order: none. Errors: ServiceError for
+// what is empty, too large for a helper or no regular file.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace jobd {
+
+class MappedFile {
+ public:
+  /// `name` is for messages.
+  MappedFile(int descriptor, const std::string& name);
+  MappedFile(const MappedFile&) = delete;
+  MappedFile& operator=(const MappedFile&) = delete;
+  ~MappedFile();
+
+  [[nodiscard]] std::span<const std::uint8_t> bytes() const {
+    return {static_cast<const std::uint8_t*>(address_), size_};
+  }
+
+ private:
+  void* address_ = nullptr;
+  std::size_t size_ = 0;
+};
+
+}  // namespace jobd

@@ -1,0 +1,45 @@
+#include "router/Backlog.h"
+
+#include <algorithm>
+
+namespace router {
+
+std::shared_ptr<Backlog::Share> Backlog::share(uid_t user) {
+  return std::make_shared<Share>(shared_from_this(), user);
+}
+
+Backlog::Share::Share(std::shared_ptr<Backlog> backlog, uid_t user)
+    : backlog_(std::move(backlog)), user_(user) {
+  const std::lock_guard lock(backlog_->mutex_);
+  ++backlog_->all_.shares;
+  ++backlog_->users_[user_].shares;
+}
+
+Backlog::Share::~Share() {
+  const std::lock_guard lock(backlog_->mutex_);
+  const auto own = backlog_->users_.find(user_);
+  for (Sum* sum : {&backlog_->all_, &own->second}) {
+    sum->bytes -= bytes_;
+    --sum->shares;
+  }
+  if (own->second.shares == 0) backlog_->users_.erase(own);
+}
+
+bool Backlog::Share::admits(std::size_t unsent) {
+  const RouterLimits& limits = backlog_->limits_;
+  const std::lock_guard lock(backlog_->mutex_);
+  Sum& own = backlog_->users_[user_];
+  for (Sum* sum : {&backlog_->all_, &own}) sum->bytes += unsent - bytes_;
+  bytes_ = unsent;
+  return unsent <= limits.backlogOfClient && !own.isExceededBy(unsent, limits.backlogOfUser) &&
+         !backlog_->all_.isExceededBy(unsent, limits.backlog);
+}
+
+std::size_t Backlog::Share::waitLimit() const {
+  const RouterLimits& limits = backlog_->limits_;
+  const std::lock_guard lock(backlog_->mutex_);
+  return std::min({limits.backlogWaitedFor, limits.backlogOfUser / backlog_->users_[user_].shares,
+                   limits.backlog / backlog_->all_.shares});
+}
+
+}  // namespace router

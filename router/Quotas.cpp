@@ -1,0 +1,59 @@
+#include "router/Quotas.h"
+
+namespace router {
+
+TurnQuota::TurnQuota(const RouterLimits& limits)
+    : rateOfUser_(limits.startsOfUser), patience_(limits.startPatience), all_(limits.starts) {}
+
+std::optional<TokenBucket::Clock::duration> TurnQuota::reserve(uid_t user,
+                                                               TokenBucket::Clock::time_point now) {
+  const std::lock_guard lock(mutex_);
+  // Who has not asked for a while is as good as new.
+  std::erase_if(users_,
+                [&](const auto& each) { return each.first != user && each.second.isFull(now); });
+  TokenBucket& own = users_.try_emplace(user, rateOfUser_).first->second;
+  const auto ofUser = own.reserve(now, patience_);
+  if (!ofUser) return std::nullopt;
+  const auto ofAll = all_.reserve(now, patience_);
+  if (!ofAll) {
+    own.giveBack();
+    return std::nullopt;
+  }
+  return std::max(*ofUser, *ofAll);
+}
+
+bool LineBudget::admits(TokenBucket::Clock::time_point now) {
+  const bool isAdmitted = bucket_.take(now);
+  if (!isAdmitted) ++leftOut_;
+  return isAdmitted;
+}
+
+bool LineQuota::admits(uid_t user, TokenBucket::Clock::time_point now,
+                       std::uint64_t* returnLeftOut) {
+  const std::lock_guard lock(mutex_);
+  std::erase_if(users_,
+                [&](const auto& each) { return each.first != user && each.second.isUnused(now); });
+  LineBudget& budget = users_.try_emplace(user, rate_).first->second;
+  if (!budget.admits(now)) return false;
+  *returnLeftOut = budget.takeLeftOut();
+  return true;
+}
+
+std::vector<LineQuota::LeftOut> LineQuota::takeLeftOut(TokenBucket::Clock::time_point now) {
+  const std::lock_guard lock(mutex_);
+  std::vector<LeftOut> result;
+  for (auto& [user, budget] : users_) {
+    const std::uint64_t lines = budget.takeLeftOut();
+    if (lines == 0) continue;
+    // One place for the line that tells of them; where there is none, they stay untold for now.
+    if (budget.admits(now)) {
+      result.push_back({user, lines});
+    } else {
+      static_cast<void>(budget.takeLeftOut());
+      budget.leaveOut(lines);
+    }
+  }
+  return result;
+}
+
+}  // namespace router

@@ -1,0 +1,54 @@
+// So many at once, and then so many a second.
+//
+// Threading: one thread at a time. Ownership: a value. Errors: none.
+// Order: the times that it is given do not fall; one that does counts as the latest before it.
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <optional>
+
+#include "router/RouterLimits.h"
+
+namespace router {
+
+class TokenBucket {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  explicit TokenBucket(Rate rate) : rate_(rate), tokens_(rate.burst) {}
+
+  /// Takes a place and says how long it is until its turn, zero where it is now. Nothing, and no
+  /// place taken, where that would be longer than `patience`.
+  std::optional<Clock::duration> reserve(Clock::time_point now, Clock::duration patience) {
+    refill(now);
+    const double missing = std::max(0.0, 1 - tokens_);
+    const std::chrono::duration<double> wait(missing / rate_.perSecond);
+    if (wait > patience) return std::nullopt;
+    tokens_ -= 1;
+    return std::chrono::ceil<Clock::duration>(wait);
+  }
+  bool take(Clock::time_point now) { return reserve(now, Clock::duration::zero()).has_value(); }
+  void giveBack() { tokens_ += 1; }
+  /// Whether it is as a new one is.
+  [[nodiscard]] bool isFull(Clock::time_point now) const {
+    TokenBucket later = *this;
+    later.refill(now);
+    return later.tokens_ >= rate_.burst;
+  }
+
+ private:
+  void refill(Clock::time_point now) {
+    if (last_ && now > *last_) {
+      const std::chrono::duration<double> passed = now - *last_;
+      tokens_ = std::min(rate_.burst, tokens_ + passed.count() * rate_.perSecond);
+    }
+    last_ = last_ ? std::max(*last_, now) : now;
+  }
+
+  Rate rate_;
+  double tokens_;
+  std::optional<Clock::time_point> last_;
+};
+
+}  // namespace router

@@ -1,0 +1,35 @@
+// The router as a test plays it on a scripted platform.
+//
+//   testkit::installRouter(platform);
+//   client->setStarted(true);
+//   testkit::sendReport(*platform.connection(1), {0x01, 0xff}, 1);
+//
+// Threading: as ScriptedConnection.h: these functions are the connection's queue.
+// Ownership, Order: none.
+// Errors: false where a connection in this state would not let the message through, or where the
+//   client's interface does not admit it.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <vector>
+
+#include "platform/foundation/NSObject.h"
+#include "platform/scripted/ScriptedPlatform.h"
+
+namespace testkit {
+
+/// The router counts as installed from now on, for clients that are told or made afterwards.
+void installRouter(platform::ScriptedPlatform& platform);
+
+using Timing = platform::ScriptedConnection::Timing;
+
+bool sendReport(platform::ScriptedConnection& connection, std::initializer_list<std::uint8_t> bytes,
+                std::uint32_t reportID, Timing timing = Timing::InOrder);
+/// `values` are KQHIDDeviceElementValues, or what else a test wants to see refused.
+bool sendElementValues(platform::ScriptedConnection& connection,
+                       std::vector<std::shared_ptr<platform::NSObject>> values,
+                       Timing timing = Timing::InOrder);
+
+}  // namespace testkit

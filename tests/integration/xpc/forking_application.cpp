@@ -1,0 +1,235 @@
+// An application with a service and two clients in it that forks, and looks whether all goes on
+// once its child has ended. The argument says what the child does. Ends with 0 when all goes on.
+#include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+
+#include "tests/support/XPCPeers.h"
+
+using namespace platform;
+using namespace testsupport;
+
+namespace {
+
+constexpr unsigned kLongestChild = 30;  // seconds; a child that hangs is ended by SIGALRM
+
+/// Queue threads have all signals blocked, and so has a child that one of them makes.
+void limitTime() {
+  sigset_t alarms;
+  ::sigemptyset(&alarms);
+  ::sigaddset(&alarms, SIGALRM);
+  ::pthread_sigmask(SIG_UNBLOCK, &alarms, nullptr);
+  ::alarm(kLongestChild);
+}
+
+/// Ends of which one is destroyed by exit(), the other by a return from main.
+struct Ends {
+  End& kept;
+  End& local;
+  std::shared_ptr<Talk> keptProxy;
+  std::shared_ptr<Service> service;
+};
+
+int failure(const std::string& what) {
+  std::cerr << what << '\n';
+  return 1;
+}
+
+bool endsWell(pid_t child) {
+  int status = 0;
+  if (::waitpid(child, &status, 0) != child) return false;
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return true;
+  std::cerr << "the child ended with status " << status << '\n';
+  return false;
+}
+
+std::shared_ptr<NSXPCConnection> connectionTo(const std::string& name) {
+  return NSXPCConnection::initWithMachServiceName_options(str(name), 0);
+}
+
+bool connects(End& end, Service& service, std::size_t index, const std::string& name) {
+  end.configure(connectionTo(name));
+  end.connection->resume();
+  end.proxy()->note(index);
+  const auto accepted = service.end(index);
+  return accepted && accepted->log.waitFor("note " + std::to_string(index));
+}
+
+/// Messages pass both ways, and nothing else was heard.
+bool goesOn(End& end, const std::shared_ptr<End>& accepted, std::uint64_t number) {
+  const std::string line = "note " + std::to_string(number);
+  end.proxy()->note(number);
+  accepted->proxy()->note(number);
+  if (!accepted->log.waitFor(line) || !end.log.waitFor(line)) return false;
+  for (const EventLog* log : {&end.log, &accepted->log}) {
+    for (const std::string& heard : log->lines()) {
+      if (heard.starts_with("note ")) continue;
+      std::cerr << "the parent heard: " << heard << '\n';
+      return false;
+    }
+  }
+  return true;
+}
+
+void send(const Ends& ends) {
+  ends.keptProxy->note(1000);
+  ends.keptProxy->ask([](const std::shared_ptr<NSError>&) {});
+  if (ends.local.connection->remoteObjectProxyWithErrorHandler<Talk>({})) ::_exit(3);
+  if (ends.local.connection->unsentBytes() != 0) ::_exit(4);
+  if (!ends.local.connection->waitUntilUnsentBelow(1, kPatience)) ::_exit(5);
+  ends.local.connection->setExportedObject<Talk>(ends.kept.talker);
+  ends.local.connection->setInvalidationHandler([] {});
+}
+
+void release(Ends& ends) {
+  ends.kept.connection.reset();
+  ends.local.connection.reset();
+  ends.service->stop();
+  ends.service.reset();
+  if (liveConnectionCount() != 0) ::_exit(6);
+}
+
+/// What the child does; true: it returns from main then.
+bool behave(const std::string& what, Ends& ends) {
+  limitTime();
+  if (what == "returns") return true;
+  if (what == "exits") std::exit(0);
+  if (what == "executes") ::execl("/bin/true", "true", static_cast<char*>(nullptr));
+  if (what == "releases") release(ends);
+  if (what == "sends") send(ends);
+  if (what == "resumes") {
+    ends.kept.connection->resume();
+    ends.service->stopListening();
+  }
+  if (what == "invalidates") {
+    ends.kept.connection->invalidate();
+    ends.local.connection->invalidate();
+    ends.service->end(0)->connection->invalidate();
+    ends.kept.connection->invalidate();
+  }
+  ::_exit(what == "executes" ? 127 : 0);
+}
+
+/// The child is made in the midst of a batch, and ends behind it.
+bool forkInABatch(const Ends& ends) {
+  pid_t child = -1;
+  ends.kept.connection->sendBatch([&] {
+    ends.keptProxy->note(500);
+    child = ::fork();
+    if (child == 0) limitTime();
+  });
+  if (child == 0) ::_exit(0);
+  if (!endsWell(child)) return false;
+  ends.keptProxy->note(501);
+  const auto& log = ends.service->end(0)->log;
+  return ends.service->end(0)->log.waitFor("note 501") && log.count("note 500") == 1;
+}
+
+/// The child is made on a connection's own queue, and its handler returns.
+bool forkInAHandler(const Ends& ends) {
+  std::atomic<bool> endedWell{false};
+  ends.service->end(0)->talker->onNote = [&](std::uint64_t number) {
+    if (number != 600) return;
+    const pid_t child = ::fork();
+    if (child == 0) {
+      limitTime();
+      return;
+    }
+    endedWell = endsWell(child);
+    ends.local.log.add("note by the handler");
+  };
+  // More than one frame in one read, so that there would be something to go on with.
+  ends.kept.connection->sendBatch([&] {
+    for (std::uint64_t i = 600; i < 700; ++i) ends.keptProxy->note(i);
+  });
+  return ends.local.log.waitFor("note by the handler") && endedWell;
+}
+
+/// The child is made on the listener's thread.
+bool forkInTheListener(const Ends& ends, const std::string& name) {
+  std::atomic<bool> endedWell{false};
+  EventLog log;
+  ends.service->prepare = [&](End&) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      limitTime();
+      return;
+    }
+    endedWell = endsWell(child);
+    log.add("forked");
+  };
+  End third;
+  if (!connects(third, *ends.service, 2, name) || !log.waitFor("forked")) return false;
+  ends.service->prepare = nullptr;
+  return endedWell && goesOn(third, ends.service->end(2), 700);
+}
+
+/// Another thread sends all the time, so that many a child is made while it holds a lock.
+bool forkInAHurry(const Ends& ends) {
+  std::atomic<bool> isOver{false};
+  std::thread sender([&] {
+    for (std::uint64_t i = 10'000; !isOver; ++i) {
+      ends.keptProxy->note(i);
+      static_cast<void>(ends.kept.connection->waitUntilUnsentBelow(1 << 20, kPatience));
+    }
+  });
+  bool well = true;
+  for (int i = 0; i < 100 && well; ++i) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      limitTime();
+      ends.keptProxy->note(0);
+      ends.kept.connection->invalidate();
+      ends.kept.connection.reset();
+      ::_exit(0);
+    }
+    well = endsWell(child);
+  }
+  isOver = true;
+  sender.join();
+  return well;
+}
+
+bool forks(const std::string& what, Ends& ends, const std::string& name, bool* isChild) {
+  if (what == "batches") return forkInABatch(ends);
+  if (what == "handles") return forkInAHandler(ends);
+  if (what == "accepts") return forkInTheListener(ends, name);
+  if (what == "hurries") return forkInAHurry(ends);
+  const pid_t child = ::fork();
+  *isChild = child == 0 && behave(what, ends);
+  return *isChild || endsWell(child);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) return 2;
+  auto* const directory = new TemporaryDirectory;  // a child must not clear it away
+  const std::string path = (directory->path() / "service.sock").string();
+  const std::string name = freshServiceName();
+  const auto previous = serviceEndpoints().exchange(std::make_shared<OneEndpoint>(name, path));
+  static End kept;
+  End local;
+  Ends ends{kept, local, nullptr, Service::listen(path)};
+  if (!connects(kept, *ends.service, 0, name) || !connects(local, *ends.service, 1, name))
+    return failure("no connection");
+  ends.keptProxy = kept.proxy();
+  bool isChild = false;
+  const bool well = forks(argv[1], ends, name, &isChild);
+  if (isChild) return 0;
+  bool goOn = goesOn(kept, ends.service->end(0), 800) && goesOn(local, ends.service->end(1), 801);
+  const std::size_t accepted = ends.service->accepted();
+  End another;
+  goOn = connects(another, *ends.service, accepted, name) && goOn;
+  for (End* end : {&kept, &local, &another}) end->connection.reset();
+  ends.service->stop();
+  const bool gone = waitUntilNoConnectionIsLeft();
+  delete directory;
+  if (!well) return failure("the child did not end well");
+  if (!goOn) return failure("the parent's connections do not go on");
+  return gone ? 0 : failure("connections stay");
+}

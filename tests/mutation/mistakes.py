@@ -1,0 +1,185 @@
+"""The mechanical mistakes that can be made in a C++ source, found without a compiler.
+
+A mistake that does not compile costs a moment, one that changes nothing that a program does wastes a run of the tests;
+so what is found leans towards what compiles and matters, and need not be complete.
+"""
+
+import re
+from dataclasses import dataclass
+
+
+@dataclass(frozen=True)
+class Mistake:
+    kind: str
+    start: int  # of the replaced piece in the file's text
+    end: int
+    new: str
+
+    def line_of(self, text):
+        return text.count("\n", 0, self.start) + 1
+
+    def made_in(self, text):
+        return text[: self.start] + self.new + text[self.end :]
+
+
+_LITERAL = re.compile(
+    r"""//[^\n]* | /\*.*?\*/
+      | R"(?P<mark>[^()\s\\]*)\(.*?\)(?P=mark)"
+      | "(?:\\.|[^"\\\n])*"
+      | (?<![0-9A-Fa-f])'(?:\\.|[^'\\\n])+'
+      | ^[ \t]*\#(?:\\\n|[^\n])*""",
+    re.VERBOSE | re.DOTALL | re.MULTILINE,
+)
+_LOGGING = re.compile(
+    r"(?:\w+::)*(?:[\w:]+(?:->|\.))*(?:NSLog\w*|log|logLine|logText|logError|logCheck|logAtLevel\w*|trace_?)\s*\("
+)
+_LOCK = re.compile(r"\bstd::(?:lock_guard|unique_lock|scoped_lock|shared_lock)\b")
+_COMPARISON = re.compile(r"(?<= )(<=|>=|==|!=|<|>)(?= )")
+_TURNED = {
+    "<": ("<=", ">="), "<=": ("<", ">"), ">": (">=", "<="), ">=": (">", "<"), "==": ("!=",), "!=": ("==",),
+}
+_NUMBER = re.compile(r"(?<![\w.'])(?P<digits>0x[0-9A-Fa-f']+|\d[\d']*)(?P<suffix>[uUlLzZ]*)(?![\w.'])")
+_CONDITION = re.compile(r"\b(?:if|while) (?=\()")
+_CALL = re.compile(r"[\w>]\(")
+_PARAMETER = re.compile(r"^(?:const\s+)?[\w:<>,*&\s]+[\s&*]+\w+(?:\s*=.*)?$", re.DOTALL)
+# What cannot be left out, or whose absence only a compiler sees.
+_STAYS = re.compile(
+    r"^(?:return|break|continue|case|default|else|do|goto|using|namespace|struct|class|enum|union|template|typedef|friend"
+    r"|public|private|protected|extern|static_assert|co_\w+|\[\[|virtual|explicit|inline|static|constexpr)\b"
+)
+_EFFECT = re.compile(r"[=(]|\+\+|--")
+
+
+def masked(text):
+    """The text with comments, literals' contents and preprocessor lines made blank, character by character."""
+
+    def blank(match):
+        found = match.group(0)
+        if found[0] in "\"'R" and len(found) >= 2:
+            return '"' + re.sub(r"[^\n]", "_", found[1:-1]) + '"'
+        return re.sub(r"[^\n]", " ", found)
+
+    code = _LITERAL.sub(blank, text)
+    code = re.sub(r"\bstatic_assert\s*\([^;]*;", lambda m: re.sub(r"[^\n]", " ", m.group(0)), code)
+    for start, end in reversed(list(_statements(code))):
+        piece = code[start:end]
+        if _LOGGING.match(piece) or _LOCK.search(piece):
+            code = code[:start] + re.sub(r"[^\n]", " ", piece) + code[end:]
+    return code
+
+
+def _statements(code):
+    """Where statements that end with a semicolon and hold no braces begin and end, inside functions only."""
+    scopes, depth, start = [], 0, 0
+    for at, c in enumerate(code):
+        if c in "([":
+            depth += 1
+        elif c in ")]":
+            depth -= 1
+        elif c == "{":
+            head = code[start:at]
+            is_type = re.search(r"\b(?:namespace|struct|class|enum|union)\b[^()]*$", head)
+            scopes.append((is_type is None, depth))
+            depth, start = 0, at + 1
+        elif c == "}":
+            depth = scopes.pop()[1] if scopes else 0
+            start = at + 1
+        elif c == ";" and depth == 0:
+            piece = code[start:at]
+            begin = start + len(piece) - len(piece.lstrip())
+            if piece.strip() and scopes and scopes[-1][0]:
+                yield begin, at + 1
+            start = at + 1
+
+
+def _closing(code, opening):
+    depth = 0
+    for at in range(opening, len(code)):
+        if code[at] in "([{":
+            depth += 1
+        elif code[at] in ")]}":
+            depth -= 1
+            if depth == 0:
+                return at
+    return -1
+
+
+def _parts(code, start, end):
+    """Where the pieces between top-level commas begin and end."""
+    depth, begin, angles = 0, start, 0
+    for at in range(start, end):
+        c = code[at]
+        if c in "([{":
+            depth += 1
+        elif c in ")]}":
+            depth -= 1
+        elif c == "<" and code[at - 1] != " ":
+            angles += 1
+        elif c == ">" and angles and code[at - 1] != "-":
+            angles -= 1
+        elif c == "," and depth == 0 and angles == 0:
+            yield begin, at
+            begin = at + 1
+    yield begin, end
+
+
+def _comparisons(code):
+    for match in _COMPARISON.finditer(code):
+        for other in _TURNED[match.group(1)]:
+            yield Mistake("a comparison turned", match.start(), match.end(), other)
+
+
+def _dropped(code):
+    for start, end in _statements(code):
+        piece = code[start:end]
+        if _STAYS.match(piece) or not _EFFECT.search(piece) or re.search(r"=\s*(?:default|delete|0)\s*;$", piece):
+            continue
+        yield Mistake("a statement dropped", start, end, ";")
+
+
+def _constants(code):
+    for match in _NUMBER.finditer(code):
+        digits, suffix = match.group("digits"), match.group("suffix")
+        value = int(digits.replace("'", ""), 0 if digits.startswith("0x") else 10)
+        for moved in (value + 1, value - 1):
+            if moved >= 0:
+                new = hex(moved) if digits.startswith("0x") else str(moved)
+                yield Mistake("a constant moved by one", match.start(), match.end(), new + suffix)
+
+
+def _swapped(code):
+    for match in _CALL.finditer(code):
+        opening = match.end() - 1
+        closing = _closing(code, opening)
+        if closing < 0:
+            continue
+        parts = list(_parts(code, opening + 1, closing))
+        for (a, a_end), (b, b_end) in zip(parts, parts[1:]):
+            one, other = code[a:a_end].strip(), code[b:b_end].strip()
+            if not one or not other or one == other or _PARAMETER.match(one) or _PARAMETER.match(other):
+                continue
+            yield Mistake("two arguments swapped", a, b_end, (a, a_end, b, b_end))
+
+
+def _negated(code):
+    for match in _CONDITION.finditer(code):
+        opening = match.end()
+        closing = _closing(code, opening)
+        condition = code[opening + 1 : closing]
+        if closing < 0 or ";" in condition or re.search(r"[^=!<>]=[^=]", condition):
+            continue
+        yield Mistake("a condition negated", opening, closing + 1, None)
+
+
+def mistakes_in(text):
+    """Every mistake, in the order of kinds and places."""
+    code = masked(text)
+    found = [*_comparisons(code), *_dropped(code), *_constants(code)]
+    for swap in _swapped(code):
+        a, a_end, b, b_end = swap.new
+        new = text[b:b_end].strip() + ", " + text[a:a_end].strip()
+        found.append(Mistake(swap.kind, swap.start, swap.end, new))
+    for negation in _negated(code):
+        new = "(!" + text[negation.start : negation.end] + ")"
+        found.append(Mistake(negation.kind, negation.start, negation.end, new))
+    return found

@@ -1,0 +1,16 @@
+// How an error without user info describes itself.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/foundation/NSError.h"
+
+namespace testsupport {
+
+inline std::string errorText(std::string_view domain, std::int64_t code) {
+  return platform::NSError::errorWithDomain_code_userInfo(platform::str(domain), code, nullptr)
+      ->description();
+}
+
+}  // namespace testsupport

@@ -1,0 +1,108 @@
+#include "jobd/ChildTask.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <filesystem>
+#include <optional>
+
+namespace {
+
+using namespace std::chrono_literals;
+using jobd::ChildTask;
+using platform::ServiceError;
+using platform::ServiceErrorCode;
+
+struct TaskRun {
+  ChildTask::Outcome outcome;
+  int turnsMeanwhile = 0;
+};
+
+/// Runs the work until its child is gone, and counts turns of the loop meanwhile.
+TaskRun run(ChildTask::Work work, std::chrono::milliseconds patience = 30'000ms,
+            std::vector<int> descriptors = {}) {
+  jobd::EventLoop loop;
+  TaskRun result;
+  jobd::EventLoop::Token tick;
+  std::function<void()> turn = [&] {
+    ++result.turnsMeanwhile;
+    tick = loop.after(1ms, turn);
+  };
+  turn();
+  std::optional<ChildTask> task;
+  task.emplace(
+      loop, ChildTask::Plan{"the work", std::move(descriptors), std::move(work), patience},
+      [&](const auto& outcome) { result.outcome = outcome; }, [&] { loop.stop(); });
+  loop.run();
+  return result;
+}
+
+TEST(ChildTask, HandsOverResultsAndErrors) {
+  const auto good = run([] { return std::string("one two"); }).outcome;
+  EXPECT_EQ(good.code, ServiceErrorCode::None);
+  EXPECT_EQ(good.text, "one two");
+  EXPECT_EQ(run([] { return std::string(); }).outcome.code, ServiceErrorCode::None);
+  const auto refused = run([]() -> std::string {
+                         throw ServiceError(ServiceErrorCode::InvalidImage, "no image");
+                       }).outcome;
+  EXPECT_EQ(refused.code, ServiceErrorCode::InvalidImage);
+  EXPECT_EQ(refused.text, "no image");
+  const auto failed = run([]() -> std::string { throw std::runtime_error("no memory"); }).outcome;
+  EXPECT_EQ(failed.code, ServiceErrorCode::FileSystem);
+  EXPECT_EQ(failed.text, "no memory");
+}
+
+TEST(ChildTask, WorkThatNeverEndsIsGivenUpAndHoldsUpNobody) {
+  const TaskRun hung = run(
+      []() -> std::string {
+        for (;;) ::pause();
+      },
+      20ms);
+  EXPECT_EQ(hung.outcome.code, ServiceErrorCode::TimedOut);
+  EXPECT_EQ(hung.outcome.text, "the work took too long: a file that it reads does not answer");
+  EXPECT_GT(hung.turnsMeanwhile, 1);
+}
+
+TEST(ChildTask, AChildThatDiesIsAFailure) {
+  const auto outcome = run([]() -> std::string { ::_exit(0); }).outcome;
+  EXPECT_EQ(outcome.code, ServiceErrorCode::FileSystem);
+  EXPECT_THAT(outcome.text, testing::HasSubstr("ended without a word"));
+}
+
+TEST(ChildTask, TheChildHasNothingOpenThatItWasNotGiven) {
+  const platform::FileDescriptor one(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const platform::FileDescriptor secret(::open("/dev/zero", O_RDONLY | O_CLOEXEC));
+  const platform::FileDescriptor other(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const auto open = [](int descriptor) {
+    return ::fcntl(descriptor, F_GETFD) >= 0 ? std::string("open ") : std::string("closed ");
+  };
+  const auto outcome = run([&] { return open(one.get()) + open(secret.get()) + open(other.get()); },
+                           30'000ms, {other.get(), one.get()})
+                           .outcome;
+  EXPECT_EQ(outcome.text, "open closed open ");
+}
+
+TEST(ChildTask, AChildDiesWithItsTask) {
+  jobd::EventLoop loop;
+  std::array<int, 2> life{};
+  ASSERT_EQ(::pipe2(life.data(), O_CLOEXEC), 0);
+  {
+    const ChildTask task(loop,
+                         ChildTask::Plan{"the work",
+                                         {life[1]},
+                                         []() -> std::string {
+                                           for (;;) ::pause();
+                                         }},
+                         nullptr, nullptr);
+    ::close(life[1]);
+  }
+  char c = 0;
+  EXPECT_EQ(::read(life[0], &c, 1), 0);  // comes when the child has gone
+  ::close(life[0]);
+}
+
+}  // namespace

@@ -1,0 +1,9 @@
+// The example at the top of ScriptedPlatform.h, as it stands there.
+#include <gtest/gtest.h>
+
+#include "WLHIDAccess/WLHIDAccess.h"
+#include "platform/scripted/ScriptedPlatform.h"
+
+TEST(ScriptedPlatform, TheExampleInItsHeaderRuns) {
+#include "HeaderExample.inc"
+}

@@ -1,0 +1,163 @@
+// Which directory is taken for a root: never one that somebody else could have put there.
+#include "platform/services/RootFiles.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <functional>
+
+#include "platform/services/ServiceError.h"
+#include "tests/support/OtherUser.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace {
+
+using platform::FileDescriptor;
+using platform::ServiceError;
+using platform::ServiceErrorCode;
+using platform::SystemRoot;
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+/// What an open says: "opened", "none", or the cause of its refusal.
+std::string outcome(const std::function<FileDescriptor()>& open) try {
+  return open() ? "opened" : "none";
+} catch (const ServiceError& error) {
+  if (error.code() == ServiceErrorCode::NotPermitted) return error.what();
+  return std::string("not a refusal: ") + error.what();
+}
+std::string used(const fs::path& root) {
+  return outcome([&] { return platform::openRoot(SystemRoot(root)); });
+}
+std::string kept(const fs::path& root) {
+  return outcome([&] { return platform::openOwnRoot(SystemRoot(root)); });
+}
+
+class RootDirectory : public testing::Test {
+ protected:
+  RootDirectory() { ::chmod(directory_.c_str(), 0755); }
+  [[nodiscard]] fs::path made(const std::string& name, mode_t mode = 0755) const {
+    fs::path path = directory_ / name;
+    fs::create_directories(path);
+    ::chmod(path.c_str(), mode);
+    return path;
+  }
+  [[nodiscard]] static std::size_t entriesOf(const fs::path& directory) {
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator(directory), fs::directory_iterator()));
+  }
+  testsupport::TemporaryDirectory temporary_;
+  fs::path directory_ = temporary_.path();
+};
+
+TEST_F(RootDirectory, IsMadeForWhoKeepsItAndForNobodyElse) {
+  const fs::path root = directory_ / "a/b/root";
+  EXPECT_EQ(used(root), "none");
+  EXPECT_FALSE(fs::exists(directory_ / "a"));
+  EXPECT_EQ(kept(root), "opened");
+  struct stat status {};
+  ASSERT_EQ(::stat((directory_ / "a").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0755U);
+  EXPECT_EQ(used(root), "opened");
+}
+
+TEST_F(RootDirectory, ALinkInItsPlaceIsNotFollowed) {
+  const fs::path target = made("target");
+  fs::create_directory_symlink(target, directory_ / "root");
+  EXPECT_THAT(used(directory_ / "root"), HasSubstr("/root is a symbolic link"));
+  EXPECT_THAT(kept(directory_ / "root"), HasSubstr("--root DIR"));
+  EXPECT_TRUE(fs::is_empty(target));
+}
+
+TEST_F(RootDirectory, ALinkAboveItIsNotFollowed) {
+  const fs::path target = made("target/root").parent_path();
+  fs::create_directory_symlink(target, directory_ / "link");
+  EXPECT_THAT(used(directory_ / "link/root"), HasSubstr("/link above the system root"));
+  EXPECT_THAT(kept(directory_ / "link/new"), HasSubstr("is a symbolic link"));
+  EXPECT_EQ(entriesOf(target), 1U);
+}
+
+TEST_F(RootDirectory, ADirectoryAboveItThatOthersCanWriteIsNamedWithTheCure) {
+  const fs::path root = made("shared/root");
+  for (const mode_t mode : {0775, 0757, 0777}) {
+    ::chmod((directory_ / "shared").c_str(), mode);
+    for (const std::string& said : {used(root), kept(root)}) {
+      EXPECT_THAT(said, HasSubstr("the directory " + (directory_ / "shared").string() +
+                                  " above the system root " + root.string()));
+      EXPECT_THAT(said, HasSubstr("can be written by others"));
+      EXPECT_THAT(said, HasSubstr("chmod go-w"));
+    }
+  }
+  EXPECT_THAT(kept(directory_ / "shared/new"), HasSubstr("can be written by others"));
+  EXPECT_EQ(entriesOf(directory_ / "shared"), 1U);
+  ::chmod((directory_ / "shared").c_str(), 01777);
+  EXPECT_EQ(used(root), "opened") << "in a sticky directory nobody else can take it away";
+  EXPECT_EQ(kept(root), "opened");
+}
+
+TEST_F(RootDirectory, ARootThatOthersCanWriteIsRefusedStickyOrNot) {
+  for (const mode_t mode : {0775, 0757, 01777}) {
+    const fs::path root = made("root", mode);
+    EXPECT_THAT(used(root), HasSubstr("can be written by others"));
+    EXPECT_THAT(kept(root), HasSubstr("can be written by others"));
+  }
+}
+
+TEST_F(RootDirectory, AFileInItsPlaceOrAboveItIsNoDirectory) {
+  testsupport::writeFile(directory_ / "file", "x");
+  EXPECT_THAT(used(directory_ / "file"), HasSubstr("is no directory"));
+  EXPECT_THAT(kept(directory_ / "file/root"), HasSubstr("is no directory"));
+}
+
+TEST_F(RootDirectory, OfAnotherUserIsRefusedAndWhoseItIsIsSaid) {
+  if (!testsupport::isSuperuser()) {  // the superuser's are there for all to use, but not to keep
+    EXPECT_EQ(used("/usr"), "opened");
+    EXPECT_THAT(kept("/usr"), HasSubstr("the system root /usr belongs to root, and this is user"));
+    return;
+  }
+  const fs::path root = made("root");
+  ASSERT_EQ(::chown(root.c_str(), testsupport::otherUser, testsupport::otherUser), 0);
+  for (const std::string& said : {used(root), kept(root)}) {
+    EXPECT_THAT(said, HasSubstr("the system root " + root.string() +
+                                " belongs to user 12345, and this is root: run this as user 12345, "
+                                "or choose a root of your own with --root DIR"));
+  }
+}
+
+TEST_F(RootDirectory, BelowADirectoryOfAnotherUserIsRefusedAndNothingIsMade) {
+  if (!testsupport::isSuperuser()) return;  // an ordinary user can have no directory there
+  const fs::path home = made("home");
+  ASSERT_EQ(::chown(home.c_str(), testsupport::otherUser, testsupport::otherUser), 0);
+  const fs::path root = home / ".local/state/wlhid/root";
+  for (const std::string& said : {used(root), kept(root)}) {
+    EXPECT_THAT(said, HasSubstr("the directory " + home.string() + " above the system root " +
+                                root.string() + " belongs to user 12345, and this is root"));
+  }
+  EXPECT_TRUE(fs::is_empty(home));
+}
+
+TEST_F(RootDirectory, OfTheSuperuserIsUsedByAllAndKeptByNobodyElse) {
+  if (!testsupport::isSuperuser()) return;  // see OfAnotherUserIsRefusedAndWhoseItIsIsSaid
+  const fs::path root = made("root");
+  using testsupport::asUser;
+  EXPECT_EQ(asUser(testsupport::otherUser, [&] { return used(root); }), "opened");
+  EXPECT_THAT(asUser(testsupport::otherUser, [&] { return kept(root); }),
+              HasSubstr("belongs to root, and this is user 12345"));
+}
+
+TEST_F(RootDirectory, OnceOpenedStaysWhatItWas) {
+  const fs::path path = made("root");
+  testsupport::writeFile(path / "which", "the first");
+  const SystemRoot root(platform::openRoot(SystemRoot(path)), path);
+  fs::rename(path, directory_ / "away");
+  testsupport::writeFile(path / "which", "another");
+  const auto again = platform::openRoot(root);
+  const auto text = platform::readFileIn(again.get(), "which", 100);
+  ASSERT_TRUE(text);
+  EXPECT_EQ(std::string(text->begin(), text->end()), "the first");
+  EXPECT_EQ(root.path(), path);
+}
+
+}  // namespace

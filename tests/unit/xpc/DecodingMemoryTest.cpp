@@ -1,0 +1,116 @@
+// How much memory decoding asks for. The operators below count for the whole program.
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+#include "tests/unit/xpc/CoderSupport.h"
+
+namespace {
+
+std::atomic<std::size_t> inUse{0};
+std::atomic<std::size_t> highest{0};
+
+void* counted(std::size_t size) {
+  void* const memory = std::malloc(size == 0 ? 1 : size);
+  if (memory == nullptr) throw std::bad_alloc();
+  const std::size_t now = inUse += malloc_usable_size(memory);
+  std::size_t before = highest;
+  while (before < now && !highest.compare_exchange_weak(before, now)) {
+  }
+  return memory;
+}
+void returned(void* memory) {
+  inUse -= malloc_usable_size(memory);
+  std::free(memory);
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  return counted(size);
+}
+void* operator new[](std::size_t size) {
+  return counted(size);
+}
+void operator delete(void* memory) noexcept {
+  returned(memory);
+}
+void operator delete[](void* memory) noexcept {
+  returned(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+  returned(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+  returned(memory);
+}
+
+namespace {
+
+using namespace codertest;
+
+/// What decoding these bytes takes at its height, beyond what was in use.
+std::size_t memoryOf(const Bytes& bytes, std::string& reason) {
+  WireReader reader(bytes);
+  const std::size_t before = inUse;
+  highest = before;
+  const DecodeResult result = decodeObject(reader, kEverything, kEverything);
+  const std::size_t taken = highest - before;
+  reason = result.reason;
+  return taken;
+}
+
+/// An array of `count` times the same member.
+Bytes arrayOf(std::uint32_t count, const Bytes& member) {
+  Bytes bytes{9, 0xFF};
+  for (int shift = 0; shift < 32; shift += 8)
+    bytes.push_back(static_cast<std::uint8_t>(count >> shift));
+  for (std::uint32_t i = 0; i < count; ++i) bytes.insert(bytes.end(), member.begin(), member.end());
+  return bytes;
+}
+
+}  // namespace
+
+TEST(DecodingMemory, AClaimedCountTakesNoneBeforeItsMembersAreThere) {
+  // Each of 64 arrays claims nearly all the bytes behind it.
+  Bytes bytes;
+  for (int i = 0; i < 64; ++i) bytes.insert(bytes.end(), {9, 0xFF, 0, 0, 0xF0, 0});
+  bytes.push_back(16);
+  bytes.resize(kMaxFrameBody, 0);
+  std::string reason;
+  EXPECT_LT(memoryOf(bytes, reason), std::size_t{1} << 20);
+  EXPECT_EQ(reason, "an unknown class");
+}
+
+TEST(DecodingMemory, FollowsTheBytesThatAreRead) {
+  const std::vector<Bytes> smallest = {{1, 0},
+                                       {1, 1, 7},
+                                       {2, 0},
+                                       {2, 1, 'a'},
+                                       {3, 1},
+                                       {9, 0},
+                                       {9, 1, 3, 1},
+                                       {9, 1, 9, 0},
+                                       {10, 0},
+                                       {10, 1, 3, 1},
+                                       {10, 1, 9, 1, 3, 1},
+                                       {11, 0},
+                                       {8, 1, 'a'},
+                                       {11, 1, 3, 1, 3, 1},
+                                       {4, 0, 0, 0, 0, 0, 0, 0, 0},
+                                       {12, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0},
+                                       {14, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0}};
+  // Just more than a power of two: the room for members has been doubled for a few.
+  constexpr std::uint32_t kMembers = 33'000;
+  for (const Bytes& member : smallest) {
+    const Bytes bytes = arrayOf(kMembers, member);
+    std::string reason;
+    const std::size_t taken = memoryOf(bytes, reason);
+    EXPECT_EQ(reason, "");
+    EXPECT_LE(taken, 64 * bytes.size()) << "tag " << int{member[0]};
+  }
+}
