@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "tool/Command.h"
 #include "tool/Output.h"
 
 namespace tool {
@@ -23,8 +24,9 @@ std::string meaningOf(const platform::KQLogEntry& entry) {
   return {};
 }
 
-void passOn(const platform::KQLogEntry& entry) {
-  Output(STDERR_FILENO).write(platform::renderLogEntry(entry) + "\n");
+void passOn(const platform::KQLogEntry& entry, std::uint64_t userLevel) {
+  if (entry.level < userLevel) return;
+  Output(STDERR_FILENO).write(oneLine(platform::renderLogEntry(entry)) + "\n");
 }
 
 }  // namespace
@@ -32,18 +34,20 @@ void passOn(const platform::KQLogEntry& entry) {
 ClientLogWatch::ClientLogWatch(Handler handler) : userLevel_(platform::KQLogger::logLevel()) {
   auto sink = [handler = std::move(handler),
                userLevel = userLevel_](const platform::KQLogEntry& entry) {
-    if (entry.level >= userLevel) passOn(entry);
+    passOn(entry, userLevel);
     const std::string meaning = meaningOf(entry);
     if (!meaning.empty()) handler(meaning);
   };
-  previous_ = platform::KQLogger::sharedLogger().setSink(
+  platform::KQLogger::sharedLogger().setSink(
       std::make_shared<platform::KQLogSink>(std::move(sink)));
   platform::KQLogger::setLogLevel(std::min(userLevel_, kErrorLevel));
 }
 
 ClientLogWatch::~ClientLogWatch() {
   platform::KQLogger::setLogLevel(userLevel_);
-  platform::KQLogger::sharedLogger().setSink(previous_);
+  // A line that was let through at the lower level may come only now, and is not shown then either.
+  platform::KQLogger::sharedLogger().setSink(std::make_shared<platform::KQLogSink>(
+      [userLevel = userLevel_](const platform::KQLogEntry& entry) { passOn(entry, userLevel); }));
 }
 
 }  // namespace tool

@@ -19,7 +19,7 @@ namespace tool {
 
 /// While it lives, the shared logger lets errors through, the handler hears of those that end a
 /// routing, and lines that the user's own level admits go to standard error as they would without a
-/// watch.
+/// watch; the sink that sees to the latter stays.
 class ClientLogWatch {
  public:
   using Handler = std::function<void(const std::string& what)>;
@@ -31,7 +31,6 @@ class ClientLogWatch {
 
  private:
   const std::uint64_t userLevel_;
-  std::shared_ptr<platform::KQLogSink> previous_;
 };
 
 }  // namespace tool

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "platform/foundation/PrintableText.h"
 #include "platform/services/Authorization.h"
 #include "tool/Output.h"
 
@@ -36,13 +37,8 @@ std::string localizedDescription(const platform::NSError& error) {
 }  // namespace
 
 std::string oneLine(std::string_view text) {
-  std::string line(text);
-  const bool utf8 = platform::isValidUTF8(text);
-  for (char& c : line) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7f || (byte >= 0x80 && !utf8)) c = '?';
-  }
-  return line;
+  constexpr std::size_t kLongest = 8000;  // two paths and what is said of them
+  return platform::printableLine(text, kLongest);
 }
 
 std::string describeError(const std::shared_ptr<platform::NSError>& error) {

@@ -49,7 +49,7 @@ void addLogVerb(CLI::App& app, Action& chosen);
 void addReportVerb(CLI::App& app, Action& chosen);
 void addDoctorVerb(CLI::App& app, Action& chosen);
 
-/// The same text as one printable line: control characters and bytes that are not UTF-8 become "?".
+/// One printable line, with room for the longest path.
 [[nodiscard]] std::string oneLine(std::string_view text);
 /// An error in a person's words: its description and, behind it, domain and code.
 [[nodiscard]] std::string describeError(const std::shared_ptr<platform::NSError>& error);

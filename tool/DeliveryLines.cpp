@@ -6,6 +6,7 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <string_view>
+#include <vector>
 
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "tool/Command.h"
@@ -61,7 +62,7 @@ class JsonLines final : public DeliveryLines {
                          : nullptr;
     if (description) fields["description"] = description->description();
     const nlohmann::ordered_json line = {{"error", fields}};
-    out += line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    out += line.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
     out += '\n';
   }
 
@@ -115,10 +116,64 @@ bool isUp(const platform::HIDElementValueRecord& value) {
   return value.usagePage == kKeyboardPage && (value.usage == 0 || value.integerValue == 0);
 }
 
+constexpr std::size_t kIndent = 24;  // where bytes and values begin
+/// From this many on, vendor-defined values are counted instead of shown: their bytes stand in the
+/// report, and nobody knows their meaning.
+constexpr std::size_t kLongRun = 4;
+
+bool isVendorDefined(const platform::HIDElementValueRecord& value) {
+  return value.usagePage >= 0xff00 && value.usagePage <= 0xffff;
+}
+
+std::string shownValue(const platform::HIDElementValueRecord& value) {
+  std::string shown = usageName(value.usagePage, value.usage) + "=";
+  if (value.bytes.size() > sizeof value.integerValue) {
+    appendHexadecimal(shown, value.bytes, "");
+  } else {
+    appendNumber(shown, value.integerValue);
+  }
+  return shown;
+}
+
+using Records = std::vector<platform::HIDElementValueRecord>;
+
+/// How many vendor-defined values of one page follow each other from `at` on.
+std::size_t vendorRun(const Records& records, std::size_t at) {
+  std::size_t end = at;
+  while (end < records.size() && isVendorDefined(records[end]) &&
+         records[end].usagePage == records[at].usagePage)
+    ++end;
+  return end - at;
+}
+
+/// What is shown of the values, piece by piece; a piece is never broken.
+std::vector<std::string> shownValues(const Records& records) {
+  std::vector<std::string> pieces;
+  for (std::size_t at = 0; at < records.size();) {
+    const std::size_t run = vendorRun(records, at);
+    if (run >= kLongRun) {
+      const std::string name = usageName(records[at].usagePage, records[at].usage);
+      pieces.push_back(name.substr(0, name.find('/')) + "=(" + std::to_string(run) +
+                       " vendor-defined values)");
+      at += run;
+    } else {
+      if (!isUp(records[at])) pieces.push_back(shownValue(records[at]));
+      ++at;
+    }
+  }
+  return pieces;
+}
+
+std::vector<std::string> shownBytes(std::span<const std::uint8_t> bytes) {
+  std::vector<std::string> pieces(bytes.size());
+  for (std::size_t i = 0; i < bytes.size(); ++i) appendHexadecimal(pieces[i], {&bytes[i], 1}, "");
+  return pieces;
+}
+
 class TextLines final : public DeliveryLines {
  public:
-  explicit TextLines(std::function<std::chrono::microseconds()> clock)
-      : clock_(std::move(clock)), start_(clock_()) {}
+  TextLines(std::function<std::chrono::microseconds()> clock, std::function<std::size_t()> columns)
+      : clock_(std::move(clock)), columns_(std::move(columns)), start_(clock_()) {}
 
   void appendStatus(std::string& out, WLHIDEventRouterClientStatus status) override {
     appendHead(out, "status");
@@ -147,21 +202,19 @@ class TextLines final : public DeliveryLines {
                     std::uint32_t reportID) override {
     appendHead(out, "report");
     std::array<char, 16> number;
-    std::snprintf(number.data(), number.size(), "%3u  ", reportID);
+    std::snprintf(number.data(), number.size(), "%3u ", reportID);
     out += number.data();
-    appendHexadecimal(out, bytes, " ");
-    out += '\n';
+    appendPieces(out, shownBytes(bytes));
   }
 
   void appendElementValues(std::string& out, const platform::NSArray& elementValues) override {
     appendHead(out, "values");
     out += "    ";
-    const std::size_t before = out.size();
-    forEachValue(elementValues, [&](const platform::HIDElementValueRecord& value) {
-      if (!isUp(value)) appendValue(out, value);
-    });
-    if (out.size() == before) out += " nothing pressed";
-    out += '\n';
+    Records records;
+    forEachValue(elementValues, [&](const auto& value) { records.push_back(value); });
+    auto pieces = shownValues(records);
+    if (pieces.empty()) pieces.emplace_back("nothing pressed");
+    appendPieces(out, pieces);
   }
 
  private:
@@ -172,18 +225,26 @@ class TextLines final : public DeliveryLines {
     out += head.data();
   }
 
-  static void appendValue(std::string& out, const platform::HIDElementValueRecord& value) {
-    out += ' ';
-    out += usageName(value.usagePage, value.usage);
-    out += '=';
-    if (value.bytes.size() > sizeof value.integerValue) {
-      appendHexadecimal(out, value.bytes, "");
-    } else {
-      appendNumber(out, value.integerValue);
+  /// Ends the line with the pieces, a blank before each, and goes on below where they don't fit.
+  void appendPieces(std::string& out, const std::vector<std::string>& pieces) const {
+    const std::size_t columns = columns_();
+    std::size_t column = kIndent - 1;
+    for (const std::string& piece : pieces) {
+      const bool fits = columns == 0 || column + 1 + piece.size() <= columns;
+      if (!fits && column > kIndent) {
+        out += '\n';
+        out.append(kIndent - 1, ' ');
+        column = kIndent - 1;
+      }
+      out += ' ';
+      out += piece;
+      column += 1 + piece.size();
     }
+    out += '\n';
   }
 
   const std::function<std::chrono::microseconds()> clock_;
+  const std::function<std::size_t()> columns_;
   const std::chrono::microseconds start_;
 };
 
@@ -193,8 +254,9 @@ std::unique_ptr<DeliveryLines> jsonDeliveryLines() {
   return std::make_unique<JsonLines>();
 }
 
-std::unique_ptr<DeliveryLines> textDeliveryLines(std::function<std::chrono::microseconds()> clock) {
-  return std::make_unique<TextLines>(std::move(clock));
+std::unique_ptr<DeliveryLines> textDeliveryLines(std::function<std::chrono::microseconds()> clock,
+                                                 std::function<std::size_t()> columns) {
+  return std::make_unique<TextLines>(std::move(clock), std::move(columns));
 }
 
 std::string statusName(WLHIDEventRouterClientStatus status) {

@@ -36,9 +36,11 @@ class DeliveryLines {
 [[nodiscard]] std::unique_ptr<DeliveryLines> jsonDeliveryLines();
 
 /// For people: seconds since `clock` first answered, what it is, and the values under their usages'
-/// names. Keys and buttons that are up are left out. `clock` counts from any point.
+/// names. Keys and buttons that are up are left out, and longer runs of vendor-defined values are
+/// counted. `clock` counts from any point; `columns` tells how wide a line may be, 0 for any width:
+/// what is longer goes on below.
 [[nodiscard]] std::unique_ptr<DeliveryLines> textDeliveryLines(
-    std::function<std::chrono::microseconds()> clock);
+    std::function<std::chrono::microseconds()> clock, std::function<std::size_t()> columns);
 
 /// "opening", "routing"; "status 7" for a number without a name.
 [[nodiscard]] std::string statusName(WLHIDEventRouterClientStatus status);

@@ -16,8 +16,9 @@ struct Check {
   enum class State { Passed, Failed, NotAsked };
   std::string name;
   State state = State::NotAsked;
-  std::string found;   ///< one clause
-  std::string remedy;  ///< what to do; empty unless it failed
+  std::string found;    ///< one clause
+  std::string remedy;   ///< what to do; empty unless it failed
+  std::string command;  ///< the part of it that can be given to a shell as it stands, or empty
 };
 
 struct Diagnosis {

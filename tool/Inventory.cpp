@@ -1,6 +1,7 @@
 #include "tool/Inventory.h"
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include "platform/foundation/NSBundle.h"
 #include "platform/services/FileDescriptor.h"
 #include "platform/services/RootFiles.h"
+#include "platform/services/UnixSocket.h"
 #include "tool/Command.h"
 
 namespace tool {
@@ -41,6 +43,24 @@ std::string whyNotStartable() {
              : withCause("the job daemon's program " + program, errno);
 }
 
+bool mayConnectTo(const std::string& endpoint) {
+  return ::faccessat(AT_FDCWD, endpoint.c_str(), W_OK, AT_EACCESS) == 0;
+}
+
+/// Who listens at the daemon's endpoint, whether it answers or not; -1 where nobody does.
+pid_t processAtControlEndpoint(const SystemRoot& root) try {
+  const auto directory = platform::openRoot(root);
+  const auto run = directory ? platform::openDirectoryBelow(directory.get(), "var/run", false)
+                             : platform::FileDescriptor();
+  if (!run) return -1;
+  const auto socket = platform::connectUnixSocketAt(
+      run.get(), root.controlEndpoint().filename().string(), SOCK_STREAM | SOCK_NONBLOCK);
+  const auto peer = socket ? platform::peerCredentials(socket.get()) : std::nullopt;
+  return peer ? peer->process : -1;
+} catch (const std::exception&) {
+  return -1;
+}
+
 /// Clients connect to endpoints of root's and of their own user's only.
 std::string endpointProblem(const Endpoint& endpoint) {
   if (!S_ISSOCK(endpoint.mode)) return endpoint.path + ": not a socket";
@@ -65,6 +85,7 @@ Endpoint endpointOf(const SystemRoot& root, const std::string& service) {
   endpoint.exists = true;
   endpoint.owner = status.st_uid;
   endpoint.mode = status.st_mode;
+  endpoint.mayConnect = mayConnectTo(endpoint.path);
   endpoint.problem = endpointProblem(endpoint);
   return endpoint;
 }
@@ -88,13 +109,22 @@ std::optional<router::RouterStatus> runningRouter(const SystemRoot& root) {
 }
 
 JobDaemonState askJobDaemon(const SystemRoot& root) {
+  JobDaemonState daemon;
   try {
-    auto reply = platform::JobDaemon(root).status();
-    if (reply) return {true, std::move(reply), {}};
-    return {false, std::nullopt, root.isSystem() ? std::string() : whyNotStartable()};
+    daemon.reply = platform::JobDaemon(root).status();
+    daemon.asked = daemon.reply.has_value();
+    std::error_code ignored;
+    daemon.isForOthers = !daemon.asked &&
+                         std::filesystem::exists(root.controlEndpoint(), ignored) &&
+                         !mayConnectTo(root.controlEndpoint());
+    if (!daemon.asked && !daemon.isForOthers && !root.isSystem())
+      daemon.problem = whyNotStartable();
   } catch (const std::exception& error) {
-    return {true, std::nullopt, std::string("the job daemon cannot be asked: ") + error.what()};
+    daemon.asked = true;
+    daemon.problem = std::string("the job daemon cannot be asked: ") + error.what();
+    daemon.process = processAtControlEndpoint(root);
   }
+  return daemon;
 }
 
 std::vector<Endpoint> endpointsOf(const SystemRoot& root,
@@ -120,12 +150,17 @@ LogState logOf(const SystemRoot& root) {
   log.path = root.systemLog();
   const platform::FileDescriptor file(
       ::open(log.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  log.exists = static_cast<bool>(file) || errno != ENOENT;
+  const int error = file ? 0 : errno;
+  log.exists = error != ENOENT;
+  struct stat status {};
+  if (::stat(log.path.c_str(), &status) == 0) {
+    log.isFile = S_ISREG(status.st_mode);
+    log.owner = status.st_uid;
+  }
   if (!file) {
-    if (log.exists) log.problem = withCause(log.path, errno);
+    if (log.exists) log.problem = withCause(log.path, error);
     return log;
   }
-  struct stat status {};
   if (::fstat(file.get(), &status) != 0) {
     log.problem = withCause(log.path, errno);
   } else if (!S_ISREG(status.st_mode)) {
@@ -134,6 +169,20 @@ LogState logOf(const SystemRoot& root) {
     log.bytes = static_cast<std::uint64_t>(status.st_size);
   }
   return log;
+}
+
+RootState stateOf(const SystemRoot& root) {
+  RootState state;
+  state.path = root.path();
+  struct stat status {};
+  if (::stat(state.path.c_str(), &status) == 0) {
+    state.exists = true;
+    state.owner = status.st_uid;
+    if (!S_ISDIR(status.st_mode)) state.problem = state.path + ": " + describeErrno(ENOTDIR);
+  } else if (errno != ENOENT) {
+    state.problem = withCause(state.path, errno);
+  }
+  return state;
 }
 
 DiskState diskOf(const SystemRoot& root) {
@@ -150,6 +199,7 @@ Inventory takeInventory(const SystemRoot& root) {
   PresenceCheck presence = checkPresence();
   auto endpoints = endpointsOf(root, presence.versions.services);
   return {root,
+          stateOf(root),
           std::move(presence),
           runningRouter(root),
           askJobDaemon(root),

@@ -28,6 +28,7 @@ struct Endpoint {
   bool exists = false;
   uid_t owner = static_cast<uid_t>(-1);
   mode_t mode = 0;
+  bool mayConnect = false;  ///< the file's mode lets this user
   std::string
       problem;  ///< why no client would connect to it; empty where nothing speaks against it
 };
@@ -36,6 +37,15 @@ struct JobDaemonState {
   bool asked = false;                           ///< one runs, or seems to
   std::optional<platform::ControlReply> reply;  ///< of a daemon that runs
   std::string problem;                          ///< why it cannot be asked, or could not be started
+  bool isForOthers = false;                     ///< its endpoint is there, and not for this user
+  pid_t process = -1;                           ///< who holds its endpoint, where it has a problem
+};
+
+struct RootState {
+  std::string path;
+  bool exists = false;
+  uid_t owner = static_cast<uid_t>(-1);
+  std::string problem;  ///< why it cannot be looked at
 };
 
 struct DiskState {
@@ -47,6 +57,8 @@ struct DiskState {
 struct LogState {
   std::string path;
   bool exists = false;
+  bool isFile = false;
+  uid_t owner = static_cast<uid_t>(-1);
   std::uint64_t bytes = 0;
   std::string problem;  ///< why it cannot be read
 };
@@ -63,11 +75,13 @@ struct DeviceList {
                                                 const std::vector<std::string>& services);
 [[nodiscard]] DeviceList devicesOf(const platform::SystemRoot& root);
 [[nodiscard]] LogState logOf(const platform::SystemRoot& root);
+[[nodiscard]] RootState stateOf(const platform::SystemRoot& root);
 /// Of the file system that the root lies on, or would.
 [[nodiscard]] DiskState diskOf(const platform::SystemRoot& root);
 
 struct Inventory {
   platform::SystemRoot root;
+  RootState rootState;
   PresenceCheck presence;
   std::optional<router::RouterStatus> router;
   JobDaemonState jobDaemon;

@@ -50,7 +50,8 @@ ordered_json jsonOf(const Check& check, const Redactor& redactor) {
   return {{"name", redactor.text(check.name)},
           {"state", textOf(check.state)},
           {"found", redactor.text(check.found)},
-          {"remedy", textOrNull(check.remedy)}};
+          {"remedy", textOrNull(redactor.text(check.remedy))},
+          {"command", textOrNull(redactor.text(check.command))}};
 }
 
 }  // namespace
@@ -118,7 +119,7 @@ ordered_json jsonOf(const Diagnosis& diagnosis, const Redactor& redactor) {
 }
 
 std::string dumped(const ordered_json& document) {
-  return document.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+  return document.dump(2, ' ', true, ordered_json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace tool

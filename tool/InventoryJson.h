@@ -25,7 +25,8 @@ namespace tool {
 [[nodiscard]] nlohmann::ordered_json jsonOf(const DeviceList& devices, const Redactor& redactor);
 [[nodiscard]] nlohmann::ordered_json jsonOf(const Diagnosis& diagnosis, const Redactor& redactor);
 
-/// Indented, with a line feed at the end; bytes that are not UTF-8 become U+FFFD.
+/// Indented, with a line feed at the end. All that is not printable ASCII is escaped, so nothing
+/// in it acts on a terminal; bytes that are not UTF-8 become U+FFFD.
 [[nodiscard]] std::string dumped(const nlohmann::ordered_json& document);
 
 }  // namespace tool

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <fstream>
 
+#include "platform/foundation/PrintableText.h"
 #include "tool/Command.h"
 #include "tool/Numbers.h"
 
@@ -368,8 +369,18 @@ std::string Redactor::withoutSecrets(std::string line) const {
   return line;
 }
 
+namespace {
+
+/// A line that ends as other systems' lines do has no more to it than one of ours.
+std::string printable(std::string_view line) {
+  if (line.ends_with('\r')) line.remove_suffix(1);
+  return platform::printableText(line);
+}
+
+}  // namespace
+
 std::string Redactor::redacted(std::string_view line, bool digitsStay) const {
-  const std::string harmless = withoutSecrets(oneLine(line));
+  const std::string harmless = withoutSecrets(printable(line));
   auto words = wordsOf(harmless);
   markWhatGoes(words, digitsStay, knowledge_.registryEntryIDs);
   std::string result;
@@ -394,7 +405,8 @@ std::string Redactor::text(std::string_view line) const {
 std::string Redactor::logLine(std::string_view line) const {
   if (!active_) return std::string(line);
   const std::size_t header = std::max(endOfSystemLogHeader(line), endOfRecentLineHeader(line));
-  return withMarks(withoutSecrets(oneLine(line.substr(0, header)))) + text(line.substr(header));
+  return withMarks(withoutSecrets(platform::printableText(line.substr(0, header)))) +
+         text(line.substr(header));
 }
 
 std::string Redactor::name(std::string_view name) const {

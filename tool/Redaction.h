@@ -42,7 +42,7 @@ class Redactor {
 
   /// Whether anything is removed at all.
   [[nodiscard]] bool isActive() const { return active_; }
-  /// One line of free text. Control characters and bytes that are not UTF-8 become "?".
+  /// One line of free text, made printable.
   [[nodiscard]] std::string text(std::string_view line) const;
   /// One line of a log: what precedes the free text (time, host, process; or time, level, site,
   /// tags) stays as it is.

@@ -188,6 +188,7 @@ class ReportWriter {
     for (Check& check : diagnosis.checks) {
       check.name = redactor_.text(check.name);
       check.found = redactor_.text(check.found);
+      check.remedy = redactor_.text(check.remedy);
     }
     return linesOf(diagnosis, /*colours=*/false);
   }

@@ -10,6 +10,7 @@
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "router/RouterErrors.h"
 #include "tool/Command.h"
+#include "tool/Invocation.h"
 
 namespace tool {
 
@@ -50,12 +51,14 @@ RouteSession::~RouteSession() {
 void RouteSession::hidEventRouterClient_clientStatusChangedTo(
     const std::shared_ptr<WLHIDEventRouterClient>& client, WLHIDEventRouterClientStatus status) {
   if (ending_) return;
+  if (status != WLHIDEventRouterClientStatusOpening) answered_ = true;
   std::string line;
   lines_->appendStatus(line, status);
   line = takeDueStatus(line, status);
   if (!line.empty()) print(client, line);
   if (status == WLHIDEventRouterClientStatusRouterUnavailable) {
-    end(client, {true, "the router is not installed any more (install it with: wlhid install)"});
+    end(client, {true, "the router is not installed any more (install it with: " +
+                           commandLine({"install"}) + ")"});
   }
 }
 

@@ -55,6 +55,8 @@ class RouteSession final : public WLHIDEventRouterClientDelegate {
   /// Makes it unreadable until the next of these.
   void drainWake() const;
   [[nodiscard]] bool ended() const { return stopped_; }
+  /// The router has answered the start, one way or the other.
+  [[nodiscard]] bool answered() const { return answered_; }
   /// The last report has been printed, and its element values may follow.
   [[nodiscard]] bool lastReportSeen() const { return lastReportSeen_; }
   /// How it ended; after ended(). Waits for a line that is being printed.
@@ -73,6 +75,7 @@ class RouteSession final : public WLHIDEventRouterClientDelegate {
   const std::optional<std::uint64_t> last_;
   const int wake_;
   std::atomic<std::uint64_t> reports_ = 0;
+  std::atomic<bool> answered_ = false;
   std::atomic<bool> lastReportSeen_ = false;
   std::atomic<bool> ending_ = false;
   std::atomic<bool> stopped_ = false;

@@ -1,5 +1,7 @@
 #include "tool/RouterVersions.h"
 
+#include <algorithm>
+
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "platform/foundation/NSArray.h"
@@ -11,6 +13,7 @@
 #include "platform/services/SystemRoot.h"
 #include "tool/Command.h"
 #include "tool/Files.h"
+#include "tool/Numbers.h"
 
 namespace tool {
 
@@ -73,6 +76,14 @@ std::string executableOf(const NSDictionary& job) {
   return path ? path->UTF8String() : std::string();
 }
 
+/// The number in front of the first dot, which is taken off with it; nothing where it is none.
+std::optional<std::uint64_t> takeNumber(std::string_view& version) {
+  const std::size_t dot = std::min(version.find('.'), version.size());
+  const auto number = parseNumber(version.substr(0, dot));
+  version.remove_prefix(std::min(dot + 1, version.size()));
+  return number;
+}
+
 std::string whyNoJob(const SystemRoot& root) {
   std::string reason = "there is one now";
   static_cast<void>(platform::installedJob(root, std::string(WLHIDEventRouterLabel), &reason));
@@ -109,6 +120,26 @@ RouterVersions readRouterVersions() {
   versions.installed = copyAt(executableOf(*job), "the job names no executable");
   versions.services = servicesOf(*job);
   return versions;
+}
+
+bool isNewer(std::string_view a, std::string_view b) {
+  while (!a.empty() || !b.empty()) {
+    const auto first = a.empty() ? 0 : takeNumber(a);
+    const auto second = b.empty() ? 0 : takeNumber(b);
+    if (!first || !second) return false;
+    if (*first != *second) return *first > *second;
+  }
+  return false;
+}
+
+bool isDowngrade(const RouterVersions& versions) {
+  return versions.installed && isNewer(versions.installed->version, versions.bundle.version);
+}
+
+std::vector<std::string> installArguments(const RouterVersions& versions) {
+  std::vector<std::string> arguments{"install"};
+  if (isDowngrade(versions)) arguments.emplace_back("--force");
+  return arguments;
 }
 
 }  // namespace tool

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/foundation/NSObject.h"
@@ -40,5 +41,12 @@ struct RouterVersions {
 
 /// Read afresh.
 [[nodiscard]] RouterVersions readRouterVersions();
+/// Whether version `a` comes after `b`: number by number ("1.10" after "1.9"). Versions that are
+/// not made of numbers are never newer.
+[[nodiscard]] bool isNewer(std::string_view a, std::string_view b);
+/// Whether an install would put an older version in the place of a newer one.
+[[nodiscard]] bool isDowngrade(const RouterVersions& versions);
+/// What `install` must be called with to put the own copy in place.
+[[nodiscard]] std::vector<std::string> installArguments(const RouterVersions& versions);
 
 }  // namespace tool

@@ -8,12 +8,12 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <string>
+#include <thread>
 
-#include "WLHIDAccess/WLHIDEventRouterClient.h"
-#include "platform/services/Authorization.h"
 #include "platform/services/JobDaemon.h"
 #include "platform/services/SystemRoot.h"
 #include "tool/Command.h"
@@ -23,6 +23,7 @@ namespace tool {
 namespace {
 
 constexpr int kDaemonPatience = 10'000;  // milliseconds
+constexpr std::chrono::milliseconds kPause{10};
 
 std::filesystem::path temporaryDirectory() {
   for (const char* name : {"XDG_RUNTIME_DIR", "TMPDIR"}) {
@@ -32,11 +33,10 @@ std::filesystem::path temporaryDirectory() {
   return "/tmp";
 }
 
-std::filesystem::path makeDirectory() {
+/// Empty, with errno, where it cannot be made.
+std::string makeDirectory() {
   std::string name = temporaryDirectory() / "wlhid-XXXXXX";
-  if (::mkdtemp(name.data()) == nullptr)
-    throw Failure("cannot make " + name + ": " + describeErrno(errno));
-  return name;
+  return ::mkdtemp(name.data()) == nullptr ? std::string() : name;
 }
 
 void waitForEndOfFile(int descriptor) {
@@ -44,6 +44,18 @@ void waitForEndOfFile(int descriptor) {
   while (true) {
     const ssize_t count = ::read(descriptor, &byte, 1);
     if (count == 0 || (count < 0 && errno != EINTR)) return;
+  }
+}
+
+/// Up to the end of file, or what came before a failure.
+std::string readAll(int descriptor) {
+  std::string text;
+  std::array<char, 4096> buffer{};
+  while (true) {
+    const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return text;
+    text.append(buffer.data(), static_cast<std::size_t>(count));
   }
 }
 
@@ -63,57 +75,108 @@ pid_t jobDaemonOf(const platform::SystemRoot& root) {
   }
 }
 
-/// Ends the daemon, which would otherwise wait a while for further work, and waits until it has
-/// gone.
+/// The daemon is there before the command can ask for anything. The command never starts one then,
+/// so none is just coming up, unknown to anybody, when the command is killed.
+void startJobDaemon(const platform::SystemRoot& root) {
+  try {
+    platform::JobDaemon(root).ensureRunning();
+  } catch (const std::exception&) {
+    // The installation will say why.
+  }
+}
+
+bool waitForEnd(int process, int milliseconds) {
+  pollfd ended{process, POLLIN, 0};
+  int ready = 0;
+  do {
+    ready = ::poll(&ended, 1, milliseconds);
+  } while (ready < 0 && errno == EINTR);
+  return ready > 0;
+}
+
+/// Ends the daemon, which takes its jobs along, and waits until it has gone.
 void endJobDaemon(pid_t pid) {
   if (pid <= 0) return;
   const int process = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
   if (process < 0) return;
-  ::syscall(SYS_pidfd_send_signal, process, SIGTERM, nullptr, 0);
-  pollfd ended{process, POLLIN, 0};
-  ::poll(&ended, 1, kDaemonPatience);
+  for (const int number : {SIGTERM, SIGKILL}) {
+    ::syscall(SYS_pidfd_send_signal, process, number, nullptr, 0);
+    if (waitForEnd(process, kDaemonPatience)) break;
+  }
   ::close(process);
 }
 
-void removeEverything(const std::filesystem::path& directory) {
-  const platform::SystemRoot root(directory);
-  platform::SystemRoot::setCurrent(root);
-  platform::setAuthorizationAgent(
-      platform::fixedAuthorizationAgent(platform::errAuthorizationSuccess));
-  const pid_t daemon = jobDaemonOf(root);
-  if (WLHIDEventRouterClient::isInstalled()) {
-    WLHIDEventRouterClient::uninstallWithPrompt_completionHandler(nullptr, nullptr);
+/// A job that was killed with its daemon may still write while it goes.
+void removeDirectory(const std::filesystem::path& directory) {
+  constexpr int kTries = 200;
+  for (int i = 0; i < kTries; ++i) {
+    std::error_code error;
+    std::filesystem::remove_all(directory, error);
+    if (!std::filesystem::exists(directory, error) && !error) return;
+    std::this_thread::sleep_for(kPause);
   }
-  endJobDaemon(daemon);
-  std::error_code ignored;
-  std::filesystem::remove_all(directory, ignored);
 }
 
-/// The watching process: it outlives whatever ends the command, and cleans up.
-[[noreturn]] void watch(int lifeOfCommand, const std::filesystem::path& root) {
+void report(int descriptor, const std::string& text) {
+  static_cast<void>(!::write(descriptor, text.data(), text.size()));
+  ::close(descriptor);
+}
+
+/// The watching process: it makes the root, outlives whatever ends the command, and cleans up. It
+/// answers with the root's path, or with "!" and why there is none.
+[[noreturn]] void watch(int lifeOfCommand, int answer) {
   detachFromTerminal();
+  const std::string path = makeDirectory();
+  if (path.empty()) {
+    report(answer, "!cannot make a directory in " + temporaryDirectory().string() + ": " +
+                       describeErrno(errno));
+    ::_exit(1);
+  }
+  const platform::SystemRoot root(path);
+  startJobDaemon(root);
+  report(answer, path);
   waitForEndOfFile(lifeOfCommand);
-  removeEverything(root);
+  endJobDaemon(jobDaemonOf(root));
+  removeDirectory(path);
   ::_exit(0);
+}
+
+std::array<int, 2> makePipe() {
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0)
+    throw Failure("cannot make a pipe: " + describeErrno(errno));
+  return ends;
 }
 
 }  // namespace
 
-ScratchRoot::ScratchRoot() : path_(makeDirectory()) {
-  std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0)
-    throw Failure("cannot make a pipe: " + describeErrno(errno));
+ScratchRoot::ScratchRoot() {
+  const auto life = makePipe();
+  const auto answer = makePipe();
   watcher_ = ::fork();
   if (watcher_ < 0) throw Failure("cannot start a process: " + describeErrno(errno));
   if (watcher_ == 0) {
-    ::close(ends[1]);
-    watch(ends[0], path_);
+    ::close(life[1]);
+    ::close(answer[0]);
+    watch(life[0], answer[1]);
   }
-  ::close(ends[0]);
-  life_ = ends[1];
+  ::close(life[0]);
+  ::close(answer[1]);
+  life_ = life[1];
+  const std::string said = readAll(answer[0]);
+  ::close(answer[0]);
+  if (said.empty() || said.front() == '!') {
+    end();
+    throw Failure(said.empty() ? "the process that would clean up has ended" : said.substr(1));
+  }
+  path_ = said;
 }
 
 ScratchRoot::~ScratchRoot() {
+  end();
+}
+
+void ScratchRoot::end() const {
   ::close(life_);
   while (::waitpid(watcher_, nullptr, 0) < 0 && errno == EINTR) {
   }

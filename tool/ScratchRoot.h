@@ -1,7 +1,7 @@
 // A system root that lives as long as one command.
 //
-// A second process keeps watch over it: when the command ends, however it ends, that process takes
-// the router and its jobs away and removes the directory.
+// A second process makes it and keeps watch over it: when the command ends, however and whenever it
+// ends, that process ends the jobs and removes the directory.
 //
 // Threading: made before the process has a second thread.
 // Ownership: owns the directory and everything in it.
@@ -27,6 +27,8 @@ class ScratchRoot {
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
 
  private:
+  void end() const;
+
   std::filesystem::path path_;
   int life_ = -1;  // its end tells the watching process that the command is over
   pid_t watcher_ = -1;

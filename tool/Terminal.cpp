@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "platform/foundation/PrintableText.h"
+#include "tool/Command.h"
 #include "tool/Output.h"
 
 namespace tool {
@@ -21,18 +23,6 @@ bool isTerminalWithMovement(int descriptor) {
          std::string_view(kind) != "dumb";
 }
 
-std::size_t columnsOf(int descriptor) {
-  winsize size{};
-  if (::ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kUsualColumns;
-  return size.ws_col;
-}
-
-/// U+0080 to U+009F, which some terminals obey.
-bool isSecondControlCharacter(std::string_view text, std::size_t at) {
-  return text[at] == '\xc2' && at + 1 < text.size() &&
-         static_cast<unsigned char>(text[at + 1]) < 0xa0;
-}
-
 }  // namespace
 
 bool showsColours(int descriptor) {
@@ -40,21 +30,18 @@ bool showsColours(int descriptor) {
   return (unwanted == nullptr || *unwanted == '\0') && isTerminalWithMovement(descriptor);
 }
 
-std::string safeForTerminal(std::string_view text) {
-  std::string safe;
-  safe.reserve(text.size());
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const auto byte = static_cast<unsigned char>(text[at]);
-    if (isSecondControlCharacter(text, at)) {
-      safe += '?';
-      ++at;
-    } else if ((byte < 0x20 && byte != '\n' && byte != '\t') || byte == 0x7f) {
-      safe += '?';
-    } else {
-      safe += text[at];
-    }
-  }
-  return safe;
+std::size_t columnsOfTerminal(int descriptor) {
+  if (::isatty(descriptor) != 1) return 0;
+  winsize size{};
+  if (::ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kUsualColumns;
+  return size.ws_col;
+}
+
+void printBytes(std::string_view bytes) {
+  if (::isatty(STDOUT_FILENO) != 1) return print(bytes);
+  std::string text = platform::printableText(bytes);
+  if (!text.empty() && text.back() != '\n') text += '\n';
+  print(text);
 }
 
 Progress::Progress(int steps) : steps_(steps), shown_(isTerminalWithMovement(STDERR_FILENO)) {}
@@ -67,9 +54,9 @@ void Progress::step(std::string_view what) {
   ++done_;
   if (!shown_) return;
   std::string line = "[" + std::to_string(std::min(done_, steps_)) + "/" + std::to_string(steps_) +
-                     "] " + std::string(what);
+                     "] " + platform::printableLine(what);
   // In the last column a terminal would begin a new line.
-  line.resize(std::min(line.size(), columnsOf(STDERR_FILENO) - 1));
+  line = platform::printableLine(line, columnsOfTerminal(STDERR_FILENO) - 1);
   Output(STDERR_FILENO).write(std::string(kClearLine) + line);
 }
 

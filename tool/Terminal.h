@@ -1,9 +1,11 @@
 // What a command may do on the terminal that it writes to.
 //
 // Threading: any thread; a Progress belongs to one. Ownership: descriptors stay the caller's.
-// Errors: none; a terminal that cannot be written to shows nothing. Order: none.
+// Errors: of printBytes those of print; else none: a terminal that cannot be written to shows
+//   nothing. Order: none.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -11,8 +13,11 @@ namespace tool {
 
 /// Whether colours are wanted there: a terminal that has them, and NO_COLOR is not set.
 [[nodiscard]] bool showsColours(int descriptor);
-/// The text with every control character but line feed and tab as "?", also those beyond ASCII.
-[[nodiscard]] std::string safeForTerminal(std::string_view text);
+/// The columns of the terminal there, as wide as it is now; 0 where there is none.
+[[nodiscard]] std::size_t columnsOfTerminal(int descriptor);
+/// Bytes to standard output: as they are where it is a file or a pipe; a terminal gets them
+/// printable, with a line feed at the end.
+void printBytes(std::string_view bytes);
 
 /// One line on standard error that says what is being done, on a terminal only; it is gone when the
 /// object is.

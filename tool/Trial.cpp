@@ -96,7 +96,7 @@ class EverythingLogged {
     KQLogger::sharedLogger().setSink(
         std::make_shared<KQLogSink>([course, level = userLevel_](const KQLogEntry& entry) {
           if (entry.level >= level)
-            Output(STDERR_FILENO).write(platform::renderLogEntry(entry) + "\n");
+            Output(STDERR_FILENO).write(oneLine(platform::renderLogEntry(entry)) + "\n");
           if (entry.showsInput) course->input();
         }));
     KQLogger::setLogLevel(0);

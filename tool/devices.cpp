@@ -35,7 +35,7 @@ std::string asJson(const std::vector<DeviceDescription>& devices) {
                     {"product", device.product},
                     {"source", device.source}});
   }
-  return list.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  return list.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
 /// A name as a column of a table takes it.

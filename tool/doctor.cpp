@@ -28,7 +28,8 @@ void addDoctorVerb(CLI::App& app, Action& chosen) {
       "doctor", "Checks everything that routing needs, and says what to do about what is missing");
   verb->add_flag("--json", *json, "Print one JSON object");
   verb->footer(
-      "The first line is the verdict. Nothing is started and nothing is changed.\n"
+      "The first line is the verdict. Nothing is started and nothing is changed. A command behind\n"
+      "\"->\" can be given to a shell as it stands.\n"
       "Exit status: 0 everything is in order, 1 something is not.\n"
       "\n"
       "Example:\n"

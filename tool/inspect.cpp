@@ -2,6 +2,7 @@
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
 #include "tool/Command.h"
 #include "tool/Files.h"
+#include "tool/Terminal.h"
 
 namespace tool {
 
@@ -12,7 +13,7 @@ int inspect(const std::string& path) {
   if (!list)
     throw Failure(path +
                   ": no embedded property list (section __TEXT,__info_plist of a Mach-O file)");
-  print({reinterpret_cast<const char*>(list->bytes()), list->length()});
+  printBytes({reinterpret_cast<const char*>(list->bytes()), list->length()});
   return ExitDone;
 }
 
@@ -24,7 +25,7 @@ void addInspectVerb(CLI::App& app, Action& chosen) {
       app.add_subcommand("inspect", "Prints the property list that is embedded in an executable");
   verb->add_option("EXECUTABLE", *path, "A Mach-O file, thin or fat")->required();
   verb->footer(
-      "The bytes are printed as they stand in the file.\n"
+      "A file or a pipe gets the bytes as they stand in the executable.\n"
       "\n"
       "Example:\n"
       "  wlhid inspect build/Contents/Library/LaunchServices/com.quillmar.hideventrouter");

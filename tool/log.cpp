@@ -1,12 +1,13 @@
 // wlhid log: the router's own entries of a log.
-#include <unistd.h>
-
 #include <algorithm>
+#include <filesystem>
 #include <optional>
 
 #include "WLHIDAccess/WLHIDEventRouterLogFileProvider.h"
 #include "diagnostics/LogExcerpt.h"
+#include "platform/services/SystemRoot.h"
 #include "tool/Command.h"
+#include "tool/Inventory.h"
 #include "tool/LogModules.h"
 #include "tool/NewFile.h"
 #include "tool/StopCleanup.h"
@@ -24,10 +25,11 @@ struct Options {
 };
 
 Excerpt excerptOfFile(const std::string& path) {
-  const auto text = platform::NSString::stringWithUTF8(path);
-  if (!text) throw Failure("the file's name is not UTF-8");
+  // The URL of a file names it from the root of the file system on.
+  const auto text = platform::NSString::stringWithUTF8(std::filesystem::absolute(path).string());
+  if (!text) throw Failure(path + ": the file's name is not UTF-8");
   const auto excerpt = diagnostics::readLogExcerpt(platform::NSURL::fileURLWithPath(text));
-  if (excerpt.error) throw Failure(path + ": " + describeError(excerpt.error));
+  if (excerpt.error) throw Failure(describeError(excerpt.error));
   return excerpt.data;
 }
 
@@ -56,18 +58,26 @@ void save(const Excerpt& excerpt, const std::string& path) {
   file.keep();
 }
 
-/// A terminal gets a line feed at the end and nothing that it would obey.
-void show(const Excerpt& excerpt) {
-  if (::isatty(STDOUT_FILENO) != 1) return print(textOf(excerpt));
-  std::string text = safeForTerminal(textOf(excerpt));
-  if (!text.empty() && text.back() != '\n') text += '\n';
-  print(text);
+/// Whether the root's log is still to be begun.
+bool nothingIsLoggedYet() {
+  const LogState log = logOf(platform::SystemRoot::current());
+  return !log.exists || (log.problem.empty() && log.bytes == 0);
+}
+
+std::string nothingLogged() {
+  return "nothing has been logged yet on the system root " +
+         platform::SystemRoot::current().path().string() + " (a job's first line begins its log)";
 }
 
 int log(const Options& options) {
+  if (options.file.empty() && nothingIsLoggedYet()) {
+    if (!options.output.empty()) throw Failure(nothingLogged());
+    complain(nothingLogged());
+    return ExitDone;
+  }
   const Excerpt excerpt = options.file.empty() ? excerptOfSystemLog() : excerptOfFile(options.file);
   if (options.output.empty()) {
-    show(excerpt);
+    printBytes(textOf(excerpt));
   } else {
     save(excerpt, options.output);
   }
@@ -89,7 +99,8 @@ void addLogVerb(CLI::App& app, Action& chosen) {
       ->type_name("OUT")
       ->check(isNotEmpty);
   verb->footer(
-      "An entry is printed whole, lines of it that continue the first included.\n"
+      "An entry is printed whole, lines of it that continue the first included. A terminal gets\n"
+      "what it would obey as visible escapes; a file or a pipe gets every byte as it is logged.\n"
       "\n"
       "Examples:\n"
       "  wlhid log\n"

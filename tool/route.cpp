@@ -1,5 +1,6 @@
 // wlhid route: a device's input, live.
 #include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -20,10 +21,14 @@
 #include "tool/Command.h"
 #include "tool/DeviceNames.h"
 #include "tool/Installation.h"
+#include "tool/Invocation.h"
 #include "tool/Numbers.h"
 #include "tool/RouteSession.h"
+#include "tool/RouteSummary.h"
 #include "tool/ScratchRoot.h"
+#include "tool/StartWatch.h"
 #include "tool/StopSignals.h"
+#include "tool/Terminal.h"
 
 namespace tool {
 
@@ -90,9 +95,12 @@ std::shared_ptr<platform::NSDictionary> tagDictionary(const std::set<UsageCode>&
 
 std::unique_ptr<DeliveryLines> deliveryLines(bool json) {
   if (json) return jsonDeliveryLines();
-  return textDeliveryLines([] {
-    return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch());
-  });
+  return textDeliveryLines(
+      [] {
+        return std::chrono::duration_cast<std::chrono::microseconds>(
+            Clock::now().time_since_epoch());
+      },
+      [] { return columnsOfTerminal(STDOUT_FILENO); });
 }
 
 /// What ends the wait besides the session itself.
@@ -116,9 +124,33 @@ class Deadline {
   Clock::time_point at_ = Clock::time_point::max();
 };
 
+/// While the router has not answered the start, asks from time to time whether it ever will.
+class UnansweredStart {
+ public:
+  /// `advice` is put behind the reason.
+  explicit UnansweredStart(std::string advice)
+      : advice_(std::move(advice)), watch_(platform::SystemRoot::current()) {}
+  /// For poll(), like Deadline's.
+  [[nodiscard]] int milliseconds(const RouteSession& session, int otherwise) const {
+    constexpr int interval = static_cast<int>(StartWatch::kInterval.count());
+    if (session.answered()) return otherwise;
+    return otherwise < 0 ? interval : std::min(interval, otherwise);
+  }
+  void endIfInVain(RouteSession& session, const std::shared_ptr<WLHIDEventRouterClient>& client) {
+    if (session.answered() || session.ended() || Clock::now() < next_) return;
+    if (const auto problem = watch_.ask()) session.end(client, {true, *problem + advice_});
+    next_ = Clock::now() + StartWatch::kInterval;
+  }
+
+ private:
+  const std::string advice_;
+  StartWatch watch_;
+  Clock::time_point next_ = Clock::now() + StartWatch::kInterval;
+};
+
 /// Waits until the session has ended, a signal has come or the time is up, and then ends it.
 void waitForEnd(RouteSession& session, const std::shared_ptr<WLHIDEventRouterClient>& client,
-                StopSignals& signals, Deadline deadline) {
+                StopSignals& signals, Deadline deadline, UnansweredStart start) {
   bool waitingForValues = false;
   while (!session.ended()) {
     if (session.lastReportSeen() && !waitingForValues) {
@@ -127,12 +159,27 @@ void waitForEnd(RouteSession& session, const std::shared_ptr<WLHIDEventRouterCli
     }
     std::array<pollfd, 2> events{pollfd{signals.descriptor(), POLLIN, 0},
                                  pollfd{session.wakeDescriptor(), POLLIN, 0}};
-    ::poll(events.data(), events.size(), deadline.milliseconds());
+    ::poll(events.data(), events.size(), start.milliseconds(session, deadline.milliseconds()));
     const bool interrupted = events[0].revents != 0;
     if (interrupted) signals.letTheNextOneEndTheProcess();
     if (interrupted || deadline.passed()) session.end(client, {});
     session.drainWake();
+    start.endIfInVain(session, client);
   }
+}
+
+/// On the root that is to stay; a recording's own root is gone with the command.
+std::string adviceFor(const Options& options) {
+  if (!options.recording.empty()) return {};
+  return " (see why: " + commandLine({"log"}) + "; what else is wrong: " + commandLine({"doctor"}) +
+         ")";
+}
+
+std::string nameOfDevice(std::uint64_t registryEntryID) {
+  for (const auto& device : router::listDevices(platform::SystemRoot::current(), nullptr)) {
+    if (device.registryEntryID == registryEntryID) return device.name;
+  }
+  return {};
 }
 
 int routeDevice(std::uint64_t registryEntryID, const Options& options, StopSignals& signals) {
@@ -148,11 +195,18 @@ int routeDevice(std::uint64_t registryEntryID, const Options& options, StopSigna
       [session, weakClient = std::weak_ptr(client)](const std::string& what) {
         session->end(weakClient.lock(), {true, what});
       });
+  const LossCount lossCount(platform::SystemRoot::current());
+  if (!options.json) print(routeHeader(nameOfDevice(registryEntryID), registryEntryID));
+  const auto begin = Clock::now();
   client->setStarted(true);
-  waitForEnd(*session, client, signals, Deadline(options.seconds));
+  waitForEnd(*session, client, signals, Deadline(options.seconds),
+             UnansweredStart(adviceFor(options)));
+  const auto time = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
+  signals.letTheNextOneEndTheProcess();
   client->setDelegate(nullptr);
   client.reset();
   const RouteEnd end = session->howItEnded();
+  if (!options.json) print(routeSummary(session->reports(), time, lossCount.take()));
   if (end.failed) throw Failure(end.message);
   return ExitDone;
 }
@@ -161,8 +215,8 @@ int routeInstalledDevice(const Options& options) {
   StopSignals signals;
   if (!WLHIDEventRouterClient::isInstalled()) {
     throw Failure(
-        "the router is not installed, or not in this command's version (install it with: wlhid "
-        "install)");
+        "the router is not installed, or not in this command's version (install it with: " +
+        commandLine({"install"}) + ")");
   }
   return routeDevice(registryEntryIDOf(options.device), options, signals);
 }
@@ -239,7 +293,7 @@ void checkUsage(Options& options) {
     throw UsageFailure("--seconds must be a number from 0 to 1000000000");
   }
   static_cast<void>(parseTags(options.tagTexts));
-  if (!options.countText.empty()) options.count = parseOption("--count", options.countText, 1);
+  if (!options.countText.empty()) options.count = parseOption("--count", options.countText, 0);
   options.mode = parseOption("--mode", options.modeText, 0);
 }
 
@@ -262,8 +316,10 @@ void addRouteVerb(CLI::App& app, Action& chosen) {
                    "Of --recording: 1 (as recorded, the default), a factor,\nor max (as fast as it "
                    "is taken)")
       ->type_name("SPEED");
-  verb->add_option("--count", options->countText, "End after N reports")->type_name("N");
-  verb->add_option("--seconds", options->seconds, "End after S seconds")->type_name("S");
+  verb->add_option("--count", options->countText, "End after N reports (0, the default: never)")
+      ->type_name("N");
+  verb->add_option("--seconds", options->seconds, "End after S seconds (0, the default: never)")
+      ->type_name("S");
   verb->add_option("--mode", options->modeText,
                    "0 shares the device with others (the default), 1 takes it alone")
       ->type_name("MODE");
@@ -274,6 +330,9 @@ void addRouteVerb(CLI::App& app, Action& chosen) {
       ->take_all();
   verb->add_flag("--json", options->json, "Print one JSON object a line, one line a delivery");
   verb->footer(
+      "A terminal's width is kept: longer lines go on below. Vendor-defined values are counted\n"
+      "where there are many. The last line says how many reports came and were lost.\n"
+      "\n"
       "Examples:\n"
       "  wlhid route \"QEMU QEMU USB Mouse\" --count 10\n"
       "  wlhid route 0x1a2b3c4d5 --tag 1:0x30 --tag 1:0x31 --json\n"

@@ -9,6 +9,7 @@
 #include "tool/Command.h"
 #include "tool/Inventory.h"
 #include "tool/InventoryJson.h"
+#include "tool/Invocation.h"
 #include "tool/Numbers.h"
 
 namespace tool {
@@ -58,13 +59,13 @@ std::string installationText(const Status& status) {
   const auto& installed = status.versions.installed;
   std::error_code unknown;
   if (!installed && std::filesystem::exists(status.root.jobFile(WLHIDEventRouterLabel), unknown)) {
-    return "not installed, for the job cannot be kept (replace it with: wlhid install): " +
-           status.versions.jobProblem;
+    return "not installed, for the job cannot be kept (replace it with: " +
+           commandLine({"install"}) + "): " + status.versions.jobProblem;
   }
-  if (!installed) return "not installed (install it with: wlhid install)";
+  if (!installed) return "not installed (install it with: " + commandLine({"install"}) + ")";
   if (status.installed) return "installed, " + versionText(*installed);
   return "not current: installed is " + versionText(*installed) +
-         " (replace it with: wlhid install)";
+         " (replace it with: " + commandLine(installArguments(status.versions)) + ")";
 }
 
 std::string line(std::string_view name, const std::string& value) {

@@ -2,6 +2,7 @@
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "tool/Authorize.h"
 #include "tool/Command.h"
+#include "tool/Invocation.h"
 #include "tool/RouterVersions.h"
 
 namespace tool {
@@ -13,25 +14,25 @@ struct Options {
   std::string answer;
 };
 
-/// Why nothing was removed. The framework gives an error only where authorization failed; what else
-/// can be is seen from what was there before.
-std::string explain(const RouterVersions& before, const std::shared_ptr<platform::NSError>& error) {
-  if (error) return describeError(error);
-  if (!before.installed) return "it is not installed";
-  if (before.installed->version != before.bundle.version) {
-    return "the installed version is " +
-           (before.installed->version.empty() ? "unknown" : before.installed->version) +
-           ", and this command removes its own, " + before.bundle.version +
-           ", only (install it first)";
-  }
-  return "the job could not be removed";
+/// Why there is nothing to remove, or nothing that the framework would remove; empty where there
+/// is. The framework asks for authorization first and looks then.
+std::string whyNothingToRemove(const RouterVersions& there) {
+  if (WLHIDEventRouterClient::isInstalled()) return {};
+  if (!there.installed) return "it is not installed";
+  const RouterCopy& installed = *there.installed;
+  if (installed.state != CopyState::Complete)
+    return installed.problem + " (" + commandLine({"install"}) + " puts it right first)";
+  return "the installed version is " + installed.version + ", and this command removes its own, " +
+         there.bundle.version +
+         ", only (install it first: " + commandLine(installArguments(there)) + ")";
 }
 
 int uninstall(const Options& options) {
   applyAuthorizationAnswer(options.answer);
   const auto prompt =
       options.prompt.empty() ? nullptr : platform::NSString::stringWithUTF8(options.prompt);
-  const RouterVersions before = readRouterVersions();
+  const std::string nothing = whyNothingToRemove(readRouterVersions());
+  if (!nothing.empty()) throw Failure("the router was not removed: " + nothing);
   bool removed = false;
   std::shared_ptr<platform::NSError> reason;
   WLHIDEventRouterClient::uninstallWithPrompt_completionHandler(
@@ -39,7 +40,12 @@ int uninstall(const Options& options) {
         removed = success;
         reason = error;
       });
-  if (!removed) throw Failure("the router was not removed: " + explain(before, reason));
+  if (!removed) {
+    throw Failure("the router was not removed: " +
+                  (reason
+                       ? describeError(reason)
+                       : "the job could not be removed (see why: " + commandLine({"log"}) + ")"));
+  }
   print("The router is removed.\n");
   return ExitDone;
 }
@@ -51,7 +57,8 @@ void addUninstallVerb(CLI::App& app, Action& chosen) {
   CLI::App* verb = app.add_subcommand("uninstall", "Removes the router");
   addAuthorizationOptions(*verb, options->prompt, options->answer);
   verb->footer(
-      "Clients that route at that time are told, and end.\n"
+      "Asks for authorization on the terminal, where there is something to remove. Clients that\n"
+      "route at that time are told, and end.\n"
       "\n"
       "Example:\n"
       "  wlhid uninstall --prompt \"Remove the event router?\"");

@@ -31,6 +31,19 @@ TEST_F(InspectTest, PrintsTheListAsItStandsInTheFile) {
       << "not the file's own bytes";
 }
 
+TEST_F(InspectTest, ATerminalGetsNothingThatItObeys) {
+  std::string image = readFile(routerImage());
+  const std::size_t at = image.find("<plist");
+  ASSERT_NE(at, std::string::npos);
+  image.replace(at, 6, "\x1b[2J\x7f\r");
+  const fs::path hostile = file("hostile", image);
+  const Outcome shown = runToolOnTerminal({"inspect", hostile});
+  EXPECT_EQ(shown.status, 0) << shown.out;
+  EXPECT_TRUE(isHarmless(shown.out));
+  EXPECT_NE(shown.out.find("\\x1b[2J\\x7f\\x0d"), std::string::npos) << shown.out;
+  EXPECT_NE(inspect(hostile).out.find("\x1b[2J\x7f\r"), std::string::npos) << "not byte for byte";
+}
+
 TEST_F(InspectTest, NeedsNoRoot) {
   EXPECT_EQ(inspect(routerImage()).status, 0);
   EXPECT_FALSE(fs::exists(root));

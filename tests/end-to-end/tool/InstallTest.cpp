@@ -3,20 +3,17 @@
 
 #include <csignal>
 
-#include "ToolTest.h"
+#include "Situations.h"
 
 namespace test {
 namespace {
 
 namespace fs = std::filesystem;
 
-class InstallTest : public ToolTest {
+class InstallTest : public SituationTest {
  protected:
   [[nodiscard]] nlohmann::json status() const {
     return nlohmann::json::parse(runTool({"status", "--json"}).out);
-  }
-  [[nodiscard]] fs::path helperTool() const {
-    return root / "Library/PrivilegedHelperTools/com.quillmar.hideventrouter";
   }
   [[nodiscard]] fs::path jobFile() const {
     return root / "Library/LaunchDaemons/com.quillmar.hideventrouter.plist";
@@ -95,19 +92,54 @@ TEST_F(InstallTest, RemovingWhatIsNotThereSaysSo) {
   EXPECT_TRUE(isRefusal(runTool({"uninstall", "--authorize", "allow"}), 1, "it is not installed"));
 }
 
+TEST_F(InstallTest, RemovingAsksNothingWhereNothingWouldBeRemoved) {
+  EXPECT_TRUE(isRefusal(runTool({"uninstall"}), 1, "it is not installed"));
+  install();
+  becomeVersion("0.9");
+  EXPECT_TRUE(isRefusal(runTool({"uninstall"}), 1, "the installed version is 0.9"));
+  fs::remove(helperTool());
+  EXPECT_TRUE(isRefusal(runTool({"uninstall"}), 1, "No such file or directory"));
+}
+
+TEST_F(InstallTest, ANewerRouterIsReplacedByForceOnly) {
+  install();
+  becomeVersion("2.0");
+  const Outcome refused = runTool({"install", "--authorize", "allow"});
+  EXPECT_TRUE(isRefusal(refused, 1, "version 2.0 is installed, and 1.0"));
+  EXPECT_NE(refused.err.find("--force"), std::string::npos) << refused.err;
+  EXPECT_EQ(status()["installedCopy"]["version"], "2.0");
+  EXPECT_NE(runTool({"status"}).out.find("install --force"), std::string::npos);
+
+  const Outcome forced = runTool({"install", "--force", "--authorize", "allow"});
+  EXPECT_EQ(forced.status, 0) << forced.err;
+  EXPECT_TRUE(forced.out.starts_with("Replacing: version 2.0 is installed, and 1.0")) << forced.out;
+  EXPECT_EQ(status()["installedCopy"]["version"], "1.0");
+}
+
+TEST_F(InstallTest, AnExecutableOutsideTheRootIsNamedAsSuch) {
+  install();
+  std::string job = readFile(jobFile());
+  const std::string inside = helperTool().string();
+  const std::size_t at = job.find(inside);
+  ASSERT_NE(at, std::string::npos);
+  job.replace(at, inside.size(), (directory / "elsewhere").string());
+  writeFile(jobFile(), job);
+  const std::string outside = "it names the program " + (directory / "elsewhere").string() +
+                              ", which is not the helper that is run for it";
+  EXPECT_NE(runTool({"status"}).out.find(outside), std::string::npos) << runTool({"status"}).out;
+  EXPECT_NE(runTool({"doctor"}).out.find(outside), std::string::npos) << runTool({"doctor"}).out;
+  EXPECT_EQ(runTool({"doctor"}).out.find("No such file"), std::string::npos);
+  install();
+  EXPECT_EQ(runTool({"doctor"}).status, 0);
+}
+
 TEST_F(InstallTest, ARouterOfAnotherVersionIsNotCurrent) {
   install();
-  std::string other = readFile(helperTool());
-  const std::size_t at = other.find("<string>1.0</string>");
-  ASSERT_NE(at, std::string::npos);
-  other.replace(at, 20, "<string>0.9</string>");
-  writeFile(directory / "other", other);
-  fs::rename(directory / "other", helperTool());
-
+  becomeVersion("0.9");
   const Outcome outcome = runTool({"status"});
   EXPECT_EQ(outcome.status, 1);
   EXPECT_NE(outcome.out.find("0.9"), std::string::npos) << outcome.out;
-  EXPECT_TRUE(isRefusal(runTool({"route", "1"}), 1, "wlhid install"));
+  EXPECT_TRUE(isRefusal(runTool({"route", "1"}), 1, root.string() + " install"));
   EXPECT_TRUE(
       isRefusal(runTool({"uninstall", "--authorize", "allow"}), 1, "the installed version is 0.9"));
 

@@ -40,6 +40,50 @@ TEST_F(LogTest, PrintsTheExcerptOfAnyFile) {
   EXPECT_EQ(outcome.out, kExcerpt);
 }
 
+TEST_F(LogTest, PrintsTheExcerptOfAFileBelowTheWorkingDirectory) {
+  writeFile(directory / "old/system.log.0", kLog);
+  const std::string go = "cd " + inQuotes(directory.string()) + " && exec ";
+  const std::string tool = inQuotes(builtPath("wlhid").string());
+  const Outcome shown = run({"sh", "-c", go + tool + " log old/system.log.0"}, options());
+  EXPECT_EQ(shown.status, 0) << shown.err;
+  EXPECT_EQ(shown.out, kExcerpt);
+  const Outcome saved =
+      run({"sh", "-c", go + tool + " log old/system.log.0 -o router.log"}, options());
+  EXPECT_EQ(saved.status, 0) << saved.err;
+  EXPECT_EQ(readFile(directory / "router.log"), kExcerpt);
+  EXPECT_TRUE(isRefusal(run({"sh", "-c", go + tool + " log old/none"}, options()), 1,
+                        (directory / "old/none").string() + ": No such file"));
+}
+
+TEST_F(LogTest, OnAFreshRootNothingHasBeenLoggedYet) {
+  const std::string note = "wlhid: nothing has been logged yet on the system root " + root.string();
+  for (int i = 0; i < 2; ++i) {
+    const Outcome outcome = runTool({"log"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_TRUE(outcome.err.starts_with(note)) << outcome.err;
+    EXPECT_EQ(linesOf(outcome.err).size(), 1U);
+    EXPECT_TRUE(isRefusal(runTool({"log", "-o", directory / "out.log"}), 1, "nothing has been"));
+    EXPECT_FALSE(fs::exists(directory / "out.log"));
+    writeFile(systemLog(), "");
+  }
+}
+
+TEST_F(LogTest, ATerminalGetsNothingThatItObeysAndAFileEveryByte) {
+  const std::string hostile =
+      "Nov 21 03:12:46 host com.quillmar.hideventrouter[345]: \x1b[2J\x1b]0;title\a\x7f\u009b31m"
+      "\u202etxt\u2066\u200b\r\n  goes \u2028 on\n";
+  writeFile(systemLog(), hostile);
+  const Outcome shown = runToolOnTerminal({"log"});
+  EXPECT_EQ(shown.status, 0);
+  EXPECT_TRUE(isHarmless(shown.out));
+  EXPECT_EQ(linesOf(shown.out).size(), 2U) << shown.out;
+  EXPECT_NE(shown.out.find("\\x1b[2J"), std::string::npos) << shown.out;
+  EXPECT_EQ(runTool({"log"}).out, hostile);
+  ASSERT_EQ(runTool({"log", "-o", directory / "out.log"}).status, 0);
+  EXPECT_EQ(readFile(directory / "out.log"), hostile);
+}
+
 TEST_F(LogTest, SavesTheExcerptWholeOrNotAtAll) {
   writeFile(systemLog(), kLog);
   const Outcome outcome = runTool({"log", "-o", directory / "out.log"});
@@ -70,7 +114,6 @@ TEST_F(LogTest, NothingOfTheRoutersIsNothing) {
 }
 
 TEST_F(LogTest, ALogThatIsNotThereIsAFailure) {
-  EXPECT_TRUE(isRefusal(runTool({"log"}), 1, "the system log: "));
   EXPECT_TRUE(isRefusal(runTool({"log", directory / "none"}), 1, "none: "));
 }
 

@@ -1,7 +1,11 @@
 // wlhid route --recording: a recording, played once through a router of the command's own.
+#include <sched.h>
+
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
+#include <stdexcept>
 
 #include "ToolTest.h"
 
@@ -45,6 +49,18 @@ class RecordingTest : public ToolTest {
   void expectNothingLeft() {
     expectNoProcessLeft();
     EXPECT_TRUE(fs::is_empty(directory)) << fs::directory_iterator(directory)->path();
+  }
+  /// Waits until `relative` is there below the command's own root, or the command has ended.
+  void waitForTemporary(const std::string& relative, pid_t process) const {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (::kill(process, 0) == 0) {
+      for (const auto& entry : fs::directory_iterator(directory)) {
+        if (fs::exists(entry.path() / relative)) return;
+      }
+      if (std::chrono::steady_clock::now() > deadline)
+        throw std::runtime_error(relative + " did not come about in time");
+      ::sched_yield();
+    }
   }
   static fs::path ownRecording(std::string_view name) { return sourcePath("recordings") / name; }
 };
@@ -93,6 +109,37 @@ TEST_F(RecordingTest, KeepsNothingBehindWhenKilled) {
   process.signal(SIGKILL);
   EXPECT_EQ(process.wait(), 128 + SIGKILL);
   expectNothingLeft();
+}
+
+/// Killed at every moment of its life: as soon as it runs, and as soon as each of the things is
+/// there that it makes. WLHID_ROUNDS says how often.
+TEST_F(RecordingTest, KeepsNothingBehindWheneverItIsKilled) {
+  const char* const wanted = std::getenv("WLHID_ROUNDS");
+  const int rounds = wanted != nullptr ? std::atoi(wanted) : 2;
+  const std::vector<std::string> moments{
+      "",
+      "var",
+      "var/run/jobd.lock",
+      "var/run/jobd.sock",
+      "etc/hideventrouter",
+      "Library/PrivilegedHelperTools/com.quillmar.hideventrouter",
+      "Library/LaunchDaemons/com.quillmar.hideventrouter.plist",
+      "var/run/com.quillmar.hideventrouter.sock",
+      "var/run/com.quillmar.hideventrouter.status.plist"};
+  for (const int number : {SIGKILL, SIGQUIT}) {
+    for (int i = 0; i < rounds; ++i) {
+      for (std::size_t moment = 0; moment <= moments.size(); ++moment) {
+        Process process({"prlimit", "--core=0", builtPath("wlhid"), "route", "--recording",
+                         ownRecording("qemu-usb-kbd.hid"), "--json", "--speed", "0.01"},
+                        options());
+        if (moment < moments.size()) waitForTemporary(moments[moment], process.pid());
+        process.signal(number);
+        EXPECT_EQ(process.wait(), 128 + number);
+        expectNothingLeft();
+        if (HasFailure()) return;
+      }
+    }
+  }
 }
 
 TEST_F(RecordingTest, KeepsNothingBehindWhenTheReaderGoesAway) {

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <csignal>
 
-#include "ToolTest.h"
+#include "Situations.h"
 
 namespace test {
 namespace {
@@ -48,7 +48,7 @@ bool blocksInterrupts(pid_t pid) {
   return (std::stoull(status.substr(at + 7), nullptr, 16) & (1U << (SIGINT - 1))) != 0;
 }
 
-class RouteTest : public ToolTest {
+class RouteTest : public SituationTest {
  protected:
   [[nodiscard]] Process start(const std::vector<std::string>& arguments) const {
     std::vector<std::string> all{"route"};
@@ -74,7 +74,7 @@ class RouteTest : public ToolTest {
 
 TEST_F(RouteTest, WithoutARouterItSaysWhatToDo) {
   const std::string id = addDevice("qemu-usb-kbd.hid");
-  EXPECT_TRUE(isRefusal(route({id}), 1, "wlhid install"));
+  EXPECT_TRUE(isRefusal(route({id}), 1, root.string() + " install"));
 }
 
 TEST_F(RouteTest, AnUnknownNameIsRefused) {
@@ -127,12 +127,44 @@ TEST_F(RouteTest, ShowsPeopleWhatTheKeyboardSent) {
   const Outcome outcome = route({"QEMU QEMU USB Keyboard", "--count", "2"});
   EXPECT_EQ(outcome.status, 0) << outcome.err;
   const auto lines = linesOf(outcome.out);
-  ASSERT_EQ(lines.size(), 6U) << outcome.out;
-  EXPECT_EQ(lines[0].substr(11), "status  opening");
-  EXPECT_EQ(lines[1].substr(11), "status  routing");
-  EXPECT_EQ(lines[2].substr(11), "report    0  02 00 00 00 00 00 00 00");
-  EXPECT_EQ(lines[3].substr(11), "values       Left Shift=1");
-  EXPECT_EQ(lines[5].substr(11), "values       Left Shift=1 T=23");
+  ASSERT_EQ(lines.size(), 9U) << outcome.out;
+  EXPECT_TRUE(lines[0].starts_with("QEMU QEMU USB Keyboard (0x")) << lines[0];
+  EXPECT_EQ(lines[1].substr(2), "SECONDS  WHAT     ID  BYTES, OR VALUES BY NAME");
+  EXPECT_EQ(lines[2].substr(11), "status  opening");
+  EXPECT_EQ(lines[3].substr(11), "status  routing");
+  EXPECT_EQ(lines[4].substr(11), "report    0  02 00 00 00 00 00 00 00");
+  EXPECT_EQ(lines[5].substr(11), "values       Left Shift=1");
+  EXPECT_EQ(lines[7].substr(11), "values       Left Shift=1 T=23");
+  EXPECT_TRUE(lines[8].starts_with("2 reports in ")) << lines[8];
+  EXPECT_TRUE(lines[8].ends_with(" a second; none lost")) << lines[8];
+}
+
+TEST_F(RouteTest, KeepsToTheWidthOfTheTerminal) {
+  install();
+  addDevice("qemu-usb-kbd.hid");
+  const Outcome outcome =
+      runToolOnTerminal({"route", "QEMU QEMU USB Keyboard", "--count", "1"}, 40);
+  EXPECT_EQ(outcome.status, 0) << outcome.out;
+  EXPECT_NE(outcome.out.find("report    0  02 00 00 00 00\n" + std::string(24, ' ') + "00 00 00\n"),
+            std::string::npos)
+      << outcome.out;
+}
+
+TEST_F(RouteTest, ARouterThatDiesAtItsStartEndsItWithTheReason) {
+  install();
+  const std::string id = addDevice("qemu-usb-mouse.hid");
+  breakProgram();
+  const Outcome outcome = route({id, "--json"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(linesOf(outcome.err).size(), 1U) << outcome.err;
+  EXPECT_NE(outcome.err.find("the router does not come up: it ended by signal 11, again and again"),
+            std::string::npos)
+      << outcome.err;
+  EXPECT_NE(outcome.err.find("--root " + root.string() + " doctor"), std::string::npos)
+      << outcome.err;
+  const Outcome doctor = runTool({"doctor"});
+  EXPECT_EQ(doctor.status, 1);
+  EXPECT_NE(doctor.out.find("it ended by signal 11"), std::string::npos) << doctor.out;
 }
 
 TEST_F(RouteTest, TagsLimitTheValues) {

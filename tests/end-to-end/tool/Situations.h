@@ -14,14 +14,26 @@ class SituationTest : public ToolTest {
   }
   [[nodiscard]] std::filesystem::path systemLog() const { return root / "var/log/system.log"; }
 
-  /// The installed router becomes one of version 0.9.
-  void makeOutdated() {
+  /// The installed router becomes one of another version, which has three bytes.
+  void becomeVersion(std::string_view version) {
     std::string other = readFile(helperTool());
     const std::size_t at = other.find("<string>1.0</string>");
     ASSERT_NE(at, std::string::npos);
-    other.replace(at, 20, "<string>0.9</string>");
-    writeFile(directory / "other", other);
-    std::filesystem::rename(directory / "other", helperTool());
+    other.replace(at + 8, 3, version);
+    replaceHelperTool(other);
+  }
+  void makeOutdated() { becomeVersion("0.9"); }
+
+  /// The installed router becomes one whose program is killed by its first instruction.
+  void breakProgram() {
+    std::string other = readFile(helperTool());
+    const std::size_t program = other.find(
+        "\x7f"
+        "ELF");
+    ASSERT_NE(program, std::string::npos);
+    constexpr std::size_t entryInHeader = 24;
+    other.replace(program + entryInHeader, 8, std::string(8, '\0'));
+    replaceHelperTool(other);
   }
 
   /// Runs the command as somebody without rights to what this test has made: a superuser may read
@@ -49,6 +61,13 @@ class SituationTest : public ToolTest {
                     "/out' && head -c 61440 /dev/zero > '" + disk + "/filling'; " + quoted +
                     "; status=$?; ls -A '" + disk + "'; cat '" + disk + "/out'; exit $status"},
                options());
+  }
+
+ private:
+  void replaceHelperTool(const std::string& image) const {
+    writeFile(directory / "other", image);
+    std::filesystem::permissions(directory / "other", std::filesystem::perms(0755));
+    std::filesystem::rename(directory / "other", helperTool());
   }
 };
 

@@ -147,6 +147,15 @@ Outcome ToolTest::runTool(const std::vector<std::string>& arguments) const {
   return run(wlhid(arguments), options());
 }
 
+Outcome ToolTest::runToolOnTerminal(const std::vector<std::string>& arguments, int columns) const {
+  std::string line = "stty -opost cols " + std::to_string(columns) + ";";
+  for (const std::string& word : wlhid(arguments)) line += " " + inQuotes(word);
+  ProcessOptions terminal = options();
+  terminal.environment.emplace_back("TERM", "xterm");
+  terminal.environment.emplace_back("NO_COLOR", "1");
+  return run({"script", "-qefc", line, "/dev/null"}, terminal);
+}
+
 void ToolTest::install() {
   const Outcome outcome = runTool({"install", "--authorize", "allow"});
   ASSERT_EQ(outcome.status, 0) << outcome.err;
@@ -158,6 +167,29 @@ std::string ToolTest::addDevice(std::string_view recording, const std::vector<st
   const Outcome outcome = runTool(arguments);
   EXPECT_EQ(outcome.status, 0) << outcome.err;
   return outcome.out.substr(0, outcome.out.find('\n'));
+}
+
+std::string inQuotes(std::string_view word) {
+  std::string text = "'";
+  for (const char c : word) text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return text + "'";
+}
+
+testing::AssertionResult isHarmless(std::string_view text) {
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    const auto next = static_cast<unsigned char>(at + 1 < text.size() ? text[at + 1] : 0);
+    const auto third = static_cast<unsigned char>(at + 2 < text.size() ? text[at + 2] : 0);
+    const bool control = (byte < 0x20 && byte != '\n' && byte != '\t') || byte == 0x7f;
+    const bool secondControl = byte == 0xc2 && next < 0xa0;
+    const bool format =
+        byte == 0xe2 &&
+        ((next == 0x80 && ((third >= 0x8b && third <= 0x8f) || (third >= 0xa8 && third <= 0xae))) ||
+         (next == 0x81 && third >= 0xa0 && third <= 0xaf));
+    if (control || secondControl || format)
+      return testing::AssertionFailure() << "byte " << int{byte} << " at " << at << " of " << text;
+  }
+  return testing::AssertionSuccess();
 }
 
 testing::AssertionResult isRefusal(const Outcome& outcome, int status, std::string_view text) {

@@ -37,6 +37,10 @@ class ToolTest : public testing::Test {
   [[nodiscard]] std::vector<std::string> wlhid(const std::vector<std::string>& arguments) const;
   [[nodiscard]] ProcessOptions options() const;
   [[nodiscard]] Outcome runTool(const std::vector<std::string>& arguments) const;
+  /// The same on a terminal of its own: what reaches it, standard error included, with "\n" as the
+  /// end of a line.
+  [[nodiscard]] Outcome runToolOnTerminal(const std::vector<std::string>& arguments,
+                                          int columns = 80) const;
 
   void install();
   /// Sets a recording of the repository up as a device and returns its ID as printed.
@@ -49,6 +53,10 @@ class ToolTest : public testing::Test {
   std::filesystem::path root;
 };
 
+/// A word of a shell's command line.
+[[nodiscard]] std::string inQuotes(std::string_view word);
+/// Nothing but line feeds and tabs in it is anything that a terminal acts upon or does not show.
+testing::AssertionResult isHarmless(std::string_view text);
 /// The outcome is a clean refusal: this exit status, nothing on standard output, one line "wlhid:
 /// …" that contains `text`.
 testing::AssertionResult isRefusal(const Outcome& outcome, int status, std::string_view text);

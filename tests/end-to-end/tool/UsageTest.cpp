@@ -4,10 +4,18 @@
 namespace test {
 namespace {
 
-const std::vector<std::vector<std::string>> kVerbs{
-    {"status"},         {"install"},           {"uninstall"}, {"inspect"}, {"devices"},
-    {"devices", "add"}, {"devices", "remove"}, {"route"},     {"log"},     {"report"},
-    {"doctor"}};
+const std::vector<std::vector<std::string>> kVerbs{{"status"},
+                                                   {"install"},
+                                                   {"uninstall"},
+                                                   {"inspect"},
+                                                   {"devices"},
+                                                   {"devices", "add"},
+                                                   {"devices", "remove"},
+                                                   {"route"},
+                                                   {"log"},
+                                                   {"report"},
+                                                   {"doctor"},
+                                                   {"help"}};
 
 class UsageTest : public ToolTest {};
 
@@ -50,7 +58,6 @@ TEST_F(UsageTest, WrongUsageIsOneLineAndExitStatus2) {
   EXPECT_TRUE(isRefusal(runTool({"route"}), 2, "DEVICE"));
   EXPECT_TRUE(isRefusal(runTool({"route", "1", "--recording", recording}), 2, "DEVICE"));
   EXPECT_TRUE(isRefusal(runTool({"route", "1", "--speed", "max"}), 2, "--recording"));
-  EXPECT_TRUE(isRefusal(runTool({"route", "1", "--count", "0"}), 2, "--count"));
   EXPECT_TRUE(isRefusal(runTool({"route", "1", "--count", "-3"}), 2, "--count"));
   EXPECT_TRUE(isRefusal(runTool({"route", "1", "--count", "99999999999999999999"}), 2, "--count"));
   EXPECT_TRUE(isRefusal(runTool({"route", "1", "--seconds", "nan"}), 2, "--seconds"));
@@ -68,6 +75,35 @@ TEST_F(UsageTest, WrongUsagePointsToTheHelpOfItsVerb) {
   EXPECT_NE(runTool({"devices", "add"}).err.find("(see wlhid devices add --help)"),
             std::string::npos);
   EXPECT_NE(runTool({}).err.find("(see wlhid --help)"), std::string::npos);
+}
+
+TEST_F(UsageTest, HelpOfAVerbIsThatOfTheOption) {
+  EXPECT_EQ(runTool({"help"}).out, runTool({"--help"}).out);
+  for (const std::vector<std::string>& verb : kVerbs) {
+    std::vector<std::string> before{"help"};
+    std::vector<std::string> behind(verb);
+    before.insert(before.end(), verb.begin(), verb.end());
+    behind.emplace_back("--help");
+    const Outcome outcome = runTool(before);
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(outcome.out, runTool(behind).out);
+  }
+}
+
+TEST_F(UsageTest, AMistypedVerbGetsASuggestion) {
+  EXPECT_TRUE(
+      isRefusal(runTool({"stauts"}), 2, "there is no verb \"stauts\"; did you mean \"status\"?"));
+  EXPECT_TRUE(isRefusal(runTool({"help", "devcies"}), 2, "did you mean \"devices\"?"));
+  EXPECT_TRUE(isRefusal(runTool({"help", "devices", "ad"}), 2, "did you mean \"add\"?"));
+  EXPECT_TRUE(isRefusal(runTool({"fly"}), 2, "there is no verb \"fly\" (see"));
+}
+
+TEST_F(UsageTest, NoCountAndNoTimeMeanWithoutEnd) {
+  for (const char* option : {"--count", "--seconds"}) {
+    EXPECT_TRUE(isRefusal(runTool({"route", "1", option, "0"}), 1, "not installed")) << option;
+    const std::string help = runTool({"route", "--help"}).out;
+    EXPECT_NE(help.find("(0, the default: never)", help.find(option)), std::string::npos) << help;
+  }
 }
 
 TEST_F(UsageTest, TheRootMayFollowTheVerb) {
@@ -95,7 +131,7 @@ TEST_F(UsageTest, AFullDiskIsAFailure) {
 
 TEST_F(UsageTest, AnArgumentWithControlCharactersStaysOnTheLine) {
   const Outcome outcome = runTool({"inspect", "/no/such\nfile\x1b[31m"});
-  EXPECT_TRUE(isRefusal(outcome, 1, "/no/such?file?[31m: No such file or directory"));
+  EXPECT_TRUE(isRefusal(outcome, 1, "/no/such\\x0afile\\x1b[31m: No such file or directory"));
 }
 
 }  // namespace

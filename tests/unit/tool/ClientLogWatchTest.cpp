@@ -71,6 +71,31 @@ TEST_F(ClientLogWatchTest, PrintsOnlyWhatTheUsersLevelAdmits) {
       << printed;
 }
 
+TEST_F(ClientLogWatchTest, PrintsNothingThatATerminalObeys) {
+  KQLogger::setLogLevel(4);
+  testing::internal::CaptureStderr();
+  {
+    const ClientLogWatch watch(hear);
+    log(4, "%s", "\x1b[2J\nforged line\u202e");
+  }
+  const std::string printed = testing::internal::GetCapturedStderr();
+  EXPECT_NE(printed.find("\\x1b[2J"), std::string::npos) << printed;
+  EXPECT_EQ(printed.find('\x1b'), std::string::npos);
+  EXPECT_EQ(printed.find('\n'), printed.size() - 1);
+}
+
+TEST_F(ClientLogWatchTest, ALateLineIsShownOnlyAtTheUsersLevel) {
+  KQLogger::setLogLevel(4);
+  { const ClientLogWatch watch(hear); }
+  KQLogger::setLogLevel(3);  // as when the line was let through while the watch was there
+  testing::internal::CaptureStderr();
+  log(3, "late");
+  log(4, "the user's");
+  const std::string printed = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(printed.find("late"), std::string::npos) << printed;
+  EXPECT_NE(printed.find("the user's"), std::string::npos) << printed;
+}
+
 TEST_F(ClientLogWatchTest, HearsNothingOnceItIsGone) {
   KQLogger::setLogLevel(4);
   { const ClientLogWatch watch(hear); }

@@ -8,9 +8,15 @@ namespace tool {
 namespace {
 
 TEST(OneLine, NeutralisesWhatATerminalWouldActOn) {
-  EXPECT_EQ(oneLine("a\nb\tc\x1b[31m\x7f"), "a?b?c?[31m?");
-  EXPECT_EQ(oneLine("naïve"), "naïve");
-  EXPECT_EQ(oneLine("bad\xff"), "bad?");
+  EXPECT_EQ(oneLine("a\nb\tc\x1b[31m\x7f"), "a\\x0ab c\\x1b[31m\\x7f");
+  EXPECT_EQ(oneLine("na\u00efve \u202etxt"), "na\u00efve \\u202etxt");
+  EXPECT_EQ(oneLine("bad\xff"), "bad\\xff");
+}
+
+TEST(OneLine, HasRoomForTwoOfTheLongestPaths) {
+  const std::string paths(8000, 'x');
+  EXPECT_EQ(oneLine(paths), paths);
+  EXPECT_LT(oneLine(paths + "y").size(), 8010U);
 }
 
 TEST(DescribeError, SaysInWordsWhatAuthorizationAnswered) {

@@ -60,6 +60,14 @@ TEST(JsonDeliveryLines, KeepsNumbersAtTheirEnds) {
   EXPECT_EQ(parsed[1]["bytes"], "010203040506070809");
 }
 
+TEST(JsonDeliveryLines, EscapesWhatATerminalWouldObey) {
+  const auto lines = jsonDeliveryLines();
+  std::string out;
+  lines->appendError(out, *errorSaying("\x1b[2J\x7f\u009b\u202e\u2066\u200b"));
+  EXPECT_NE(out.find("\"\\u001b[2J\\u007f\\u009b\\u202e\\u2066\\u200b\""), std::string::npos)
+      << out;
+}
+
 TEST(JsonDeliveryLines, EmptyReportsAndArraysAreLinesToo) {
   const auto lines = jsonDeliveryLines();
   std::string out;
@@ -83,8 +91,54 @@ class TextDeliveryLinesTest : public testing::Test {
  protected:
   std::string out;
   std::chrono::microseconds now{1000};
-  const std::unique_ptr<DeliveryLines> lines = textDeliveryLines([this] { return now; });
+  std::size_t columns = 0;
+  const std::unique_ptr<DeliveryLines> lines =
+      textDeliveryLines([this] { return now; }, [this] { return columns; });
 };
+
+TEST_F(TextDeliveryLinesTest, KeepsToTheTerminalsWidthAsItIsNow) {
+  columns = 34;
+  lines->appendReport(out, std::array<std::uint8_t, 6>{1, 2, 3, 4, 5, 6}, 1);
+  lines->appendElementValues(
+      out, *values({{1, 1, 48, 3, 5, kMinusFive}, {1, 1, 49, 1, -100, kMinusFive}}));
+  columns = 3;
+  lines->appendReport(out, std::array<std::uint8_t, 2>{1, 2}, 1);
+  EXPECT_EQ(out,
+            "    0.000  report    1  01 02 03\n"
+            "                        04 05 06\n"
+            "    0.000  values       X=5 Y=-100\n"
+            "    0.000  report    1  01\n"
+            "                        02\n");
+}
+
+TEST_F(TextDeliveryLinesTest, NeverBreaksAValue) {
+  columns = 33;
+  lines->appendElementValues(
+      out, *values({{0, 7, 0xe1, 2, 1, kMinusFive}, {0, 7, 4, 9, 4, kMinusFive}}));
+  EXPECT_EQ(out,
+            "    0.000  values       Left Shift=1\n"
+            "                        A=4\n");
+}
+
+TEST_F(TextDeliveryLinesTest, CountsRunsOfVendorDefinedValues) {
+  lines->appendElementValues(out, *values({{1, 1, 48, 3, 5, kMinusFive},
+                                           {1, 0xff00, 1, 3, 1, kMinusFive},
+                                           {1, 0xff00, 2, 3, 2, kMinusFive},
+                                           {1, 0xff00, 3, 3, 0, kMinusFive},
+                                           {1, 0xff00, 4, 3, 0, kMinusFive},
+                                           {1, 0xff01, 1, 3, 7, kMinusFive},
+                                           {1, 0xff01, 2, 3, 8, kMinusFive},
+                                           {1, 1, 49, 3, 6, kMinusFive}}));
+  EXPECT_EQ(
+      out,
+      "    0.000  values       X=5 ff00=(4 vendor-defined values) ff01/0001=7 ff01/0002=8 Y=6\n");
+}
+
+TEST_F(TextDeliveryLinesTest, MakesAnErrorsWordsPrintable) {
+  lines->appendError(out, *errorSaying("\x1b[2Jgone\u202e\u009b31m"));
+  EXPECT_EQ(out,
+            "    0.000  error   \\x1b[2Jgone\\u202e\\x9b31m  HIDEventRouterDomain -536870208\n");
+}
 
 TEST_F(TextDeliveryLinesTest, AlignsWhatComes) {
   lines->appendStatus(out, WLHIDEventRouterClientStatusOpening);
@@ -119,7 +173,7 @@ TEST_F(TextDeliveryLinesTest, ShowsTheBytesOfWideFields) {
 
 TEST_F(TextDeliveryLinesTest, KeepsAnErrorOnItsLine) {
   lines->appendError(out, *errorSaying("gone\nfor good"));
-  EXPECT_EQ(out, "    0.000  error   gone?for good  HIDEventRouterDomain -536870208\n");
+  EXPECT_EQ(out, "    0.000  error   gone\\x0afor good  HIDEventRouterDomain -536870208\n");
 }
 
 TEST(StatusName, NamesEveryStatusAndNumbersOthers) {

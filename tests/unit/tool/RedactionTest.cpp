@@ -129,7 +129,7 @@ TEST(Redaction, NamesKeepTheirDigits) {
 }
 
 TEST(Redaction, ControlCharactersGo) {
-  EXPECT_EQ(text("a\x1b[31mb\x01"), "a?[[removed]?");
+  EXPECT_EQ(text("a\x1b[31mb\x01"), "a\\[removed][[removed]\\[removed]");
 }
 
 TEST(Redaction, AVersionStaysOnlyWhereItIsOne) {
@@ -159,7 +159,7 @@ std::string inPieces(std::string_view whole, std::size_t size) {
 
 TEST(RedactedLines, AreTheSameHoweverTheyCome) {
   const std::string whole = "serial ABC\n\nkey 30\r\nlast QWERTZ";
-  const std::string expected = "serial [removed]\n\nkey [removed]?\nlast [removed]";
+  const std::string expected = "serial [removed]\n\nkey [removed]\nlast [removed]";
   for (const std::size_t size : {1, 2, 3, 7, 100}) EXPECT_EQ(inPieces(whole, size), expected);
   EXPECT_EQ(inPieces("", 1), "");
   EXPECT_EQ(inPieces("a\n", 1), "a\n");

@@ -1,0 +1,84 @@
+// The header and the last line of a routing, and what the router lost.
+#include "tool/RouteSummary.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "router/RouterStatus.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace tool {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(RouteHeader, NamesTheDeviceInPrintableText) {
+  EXPECT_TRUE(
+      routeHeader("Mouse\x1b[2J\n", 0x17).starts_with("Mouse\\x1b[2J\\x0a (0x17); Ctrl-C ends it"));
+  EXPECT_TRUE(routeHeader("", 0x17).starts_with("Device 0x17; "));
+}
+
+TEST(RouteSummary, TellsReportsRateAndLosses) {
+  EXPECT_EQ(routeSummary(8, 500ms, Losses{0, true}),
+            "8 reports in 0.50 s, 16.0 a second; none lost\n");
+  EXPECT_EQ(routeSummary(1, 500ms, Losses{3, false}), "1 report in 0.50 s; 3 lost\n");
+  EXPECT_EQ(routeSummary(0, 0s, std::nullopt), "0 reports in 0.00 s\n");
+  EXPECT_EQ(routeSummary(2, 1s, Losses{3, true}),
+            "2 reports in 1.00 s, 2.0 a second; 3 lost, by all that were routing\n");
+}
+
+class LossCountTest : public testing::Test {
+ protected:
+  void write(std::uint64_t lost, std::vector<pid_t> sessions = {},
+             pid_t router = ::getpid()) const {
+    ::router::RouterStatus status;
+    status.pid = router;
+    status.lost = lost;
+    for (const pid_t pid : sessions) {
+      status.sessions.emplace_back();
+      status.sessions.back().pid = pid;
+    }
+    file->write(status);
+  }
+  void SetUp() override {
+    std::filesystem::create_directories(::router::routerStatusFile(root).parent_path());
+    file.emplace(root);
+  }
+  mutable std::optional<::router::RouterStatusFile> file;
+  const testsupport::TemporaryDirectory directory;
+  const platform::SystemRoot root{directory.path()};
+};
+
+TEST_F(LossCountTest, CountsWhatWasLostMeanwhile) {
+  write(5);
+  const LossCount count(root);
+  write(7);
+  ASSERT_TRUE(count.take());
+  EXPECT_EQ(count.take()->reports, 2U);
+  EXPECT_FALSE(count.take()->ofOthersToo);
+}
+
+TEST_F(LossCountTest, SaysWhereOthersWereRouting) {
+  const LossCount count(root);
+  write(7, {1});
+  ASSERT_TRUE(count.take());
+  EXPECT_EQ(count.take()->reports, 7U);
+  EXPECT_TRUE(count.take()->ofOthersToo);
+}
+
+TEST_F(LossCountTest, IsNothingWithoutTheRoutersWord) {
+  const LossCount count(root);
+  EXPECT_FALSE(count.take()) << "no router";
+  write(7, {::getpid()});
+  EXPECT_FALSE(count.take()) << "it has not noticed the end";
+}
+
+TEST_F(LossCountTest, IsNothingWhereAnotherRouterHasTakenOver) {
+  write(5);
+  const LossCount count(root);
+  write(7, {}, ::getppid());
+  EXPECT_FALSE(count.take());
+}
+
+}  // namespace
+}  // namespace tool
