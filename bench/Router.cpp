@@ -291,6 +291,9 @@ int runRouterRole() {
   const auto listener = platform::NSXPCListener::initWithListeningDescriptor(kLayerDescriptor);
   if (!listener) return 1;
   const auto delegate = std::make_shared<BenchListener>();
+  platform::NSXPCListenerLimits limits;  // one user's thousand clients are what is measured
+  limits.connectionsOfUser = limits.connections = 10'000;
+  listener->setLimits(limits);
   listener->setDelegate(delegate);
   listener->resume();
   ::fcntl(kBareDescriptor, F_SETFL, ::fcntl(kBareDescriptor, F_GETFL) & ~O_NONBLOCK);

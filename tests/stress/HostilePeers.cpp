@@ -113,6 +113,14 @@ class Session final : public WLHIDEventRouterProtocol {
   const std::shared_ptr<NSXPCConnection> connection_;
 };
 
+/// Room for the crowds of this program, which are all of one user and in part never say hello.
+platform::NSXPCListenerLimits roomForCrowds() {
+  platform::NSXPCListenerLimits limits;
+  limits.helloWithin = std::chrono::hours(1);
+  limits.withoutHelloOfUser = limits.connectionsOfUser = limits.connections = 100'000;
+  return limits;
+}
+
 class Router final : public NSXPCListenerDelegate, public std::enable_shared_from_this<Router> {
  public:
   static std::shared_ptr<Router> listen(const std::string& path) {
@@ -122,6 +130,7 @@ class Router final : public NSXPCListenerDelegate, public std::enable_shared_fro
         listenUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, kBacklog, 0600);
     if (descriptor < 0) throw std::runtime_error("no endpoint at " + path);
     router->listener_ = NSXPCListener::initWithListeningDescriptor(descriptor);
+    router->listener_->setLimits(roomForCrowds());
     router->listener_->setDelegate(router);
     router->listener_->resume();
     return router;

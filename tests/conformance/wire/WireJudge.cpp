@@ -6,6 +6,8 @@
 #include <map>
 #include <set>
 
+#include "platform/foundation/PrintableText.h"
+
 namespace conformance {
 namespace {
 
@@ -390,10 +392,11 @@ class Judge {
     }
     if (version != 2) throw Breach{"the peer speaks version " + std::to_string(version)};
     if (!expected_.empty() && !theirs.empty() && expected_ != theirs)
-      throw Breach{"the peer exports " + theirs + ", not " + expected_};
+      throw Breach{"the peer exports " + shown(theirs) + ", not " + expected_};
     if (!exported_.empty() && !wanted.empty() && exported_ != wanted)
-      throw Breach{"the peer expects " + wanted + ", not " + exported_};
+      throw Breach{"the peer expects " + shown(wanted) + ", not " + exported_};
   }
+  static std::string shown(const std::string& name) { return platform::printableLine(name); }
   static std::string name(Cursor& cursor) {
     const View bytes = cursor.block();
     if (bytes.size() > kLongestName || !isText(bytes)) throw Breach{};
