@@ -205,6 +205,11 @@ std::optional<ControlReply> ControlConnection::tryAsk(const ControlRequest& requ
   }
 }
 
+bool ControlConnection::hasEnded() const {
+  pollfd entry{socket_.get(), POLLIN, 0};
+  return ::poll(&entry, 1, 0) > 0;  // it says nothing without being asked
+}
+
 ControlReply ControlConnection::ask(const ControlRequest& request, int descriptor) {
   if (auto reply = tryAsk(request, descriptor)) return std::move(*reply);
   throw ServiceError(ServiceErrorCode::DaemonUnavailable,
