@@ -47,6 +47,29 @@ std::string resultOf(const ChildTask::Work& work) {
   }
 }
 
+/// A write may move less than all.
+bool writeAll(int pipe, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = ::write(pipe, text.data(), text.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return false;
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+/// What a child that has ended wrote.
+std::string readAll(int pipe) {
+  std::string text;
+  std::array<char, longestResult> buffer{};
+  for (;;) {
+    const ssize_t got = ::read(pipe, buffer.data(), buffer.size());
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return text;
+    text.append(buffer.data(), static_cast<std::size_t>(got));
+  }
+}
+
 /// Runs in the child. The daemon has one thread, so everything may be called here.
 [[noreturn]] void runInChild(const ChildTask::Plan& plan, int result, pid_t daemon) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -55,9 +78,7 @@ std::string resultOf(const ChildTask::Work& work) {
   kept.push_back(result);
   closeAllBut(std::move(kept));
   const std::string text = resultOf(plan.work).substr(0, longestResult);
-  const bool isWhole =
-      ::write(result, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-  ::_exit(isWhole ? 0 : 1);
+  ::_exit(writeAll(result, text) ? 0 : 1);
 }
 
 }  // namespace
@@ -98,24 +119,25 @@ void ChildTask::giveUp() {
       {ServiceErrorCode::TimedOut, name_ + " took too long: a file that it reads does not answer"});
 }
 
-ChildTask::Outcome ChildTask::readOutcome() const {
-  std::array<char, longestResult> buffer{};
-  const ssize_t got = ::read(result_.get(), buffer.data(), buffer.size());
-  const std::string_view text(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+/// A child that did not end well may have written half of its result, which is none.
+ChildTask::Outcome ChildTask::readOutcome(int status) const {
+  const bool endedWell = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  const std::string text = endedWell ? readAll(result_.get()) : std::string();
   std::int64_t code = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), code);
   if (error != std::errc() || end == text.data() + text.size())
     return {ServiceErrorCode::FileSystem, name_ + " failed: its process ended without a word"};
   return {static_cast<ServiceErrorCode>(code),
-          std::string(text.substr(static_cast<std::size_t>(end - text.data()) + 1))};
+          text.substr(static_cast<std::size_t>(end - text.data()) + 1)};
 }
 
 void ChildTask::takeEnd() {
-  if (::waitpid(identifier_, nullptr, WNOHANG) != identifier_) return;
+  int status = 0;
+  if (::waitpid(identifier_, &status, WNOHANG) != identifier_) return;
   endWatch_.end();
   patience_.end();
   process_.reset();
-  if (const auto done = std::exchange(done_, nullptr)) done(readOutcome());
+  if (const auto done = std::exchange(done_, nullptr)) done(readOutcome(status));
   const auto gone = std::exchange(gone_, nullptr);
   gone();  // may destroy this object
 }

@@ -47,7 +47,7 @@ class ChildTask {
  private:
   void giveUp();
   void takeEnd();
-  [[nodiscard]] Outcome readOutcome() const;
+  [[nodiscard]] Outcome readOutcome(int status) const;
 
   std::string name_;
   Done done_;

@@ -1,6 +1,7 @@
 #include "jobd/ControlServer.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
@@ -83,19 +84,50 @@ void ControlServer::acceptAll() {
   }
 }
 
-bool ControlServer::makeRoomFor(uid_t user) {
+std::map<uid_t, std::size_t> ControlServer::connectionCounts() const {
   std::map<uid_t, std::size_t> counts;
   for (const auto& [id, connection] : connections_) ++counts[connection.caller.user];
+  return counts;
+}
+
+bool ControlServer::hasRoomFor(uid_t user) const {
+  return connections_.size() < limits_.connections &&
+         connectionCounts()[user] < limits_.connectionsOfAUser;
+}
+
+bool ControlServer::makeRoomFor(uid_t user) {
+  if (hasRoomFor(user)) return true;
+  takeWhatHasCome();
+  if (hasRoomFor(user)) return true;
+  auto counts = connectionCounts();
   if (counts[user] >= limits_.connectionsOfAUser) return dropIdleOf(user);
-  if (connections_.size() < limits_.connections) return true;
   const auto most =
       std::max_element(counts.begin(), counts.end(),
                        [](const auto& a, const auto& b) { return a.second < b.second; });
   return dropIdleOf(most->first);
 }
 
-/// Drops the user's oldest connection that sends nothing, one with a leave only where there is no
-/// other. False when all of them wait for their answers.
+/// Requests that lie in their sockets unread, and ends of connections. Nobody who has asked already
+/// is to be taken for idle.
+void ControlServer::takeWhatHasCome() {
+  std::vector<std::uint64_t> ids;
+  for (const auto& [id, connection] : connections_) ids.push_back(id);
+  for (const auto id : ids) takeWhatHasCome(id);
+}
+
+/// At most one request, so that nobody who sends one after the other is served alone.
+void ControlServer::takeWhatHasCome(std::uint64_t id) {
+  for (;;) {
+    const auto found = connections_.find(id);
+    if (found == connections_.end() || !found->second.watch) return;
+    pollfd entry{found->second.socket.get(), POLLIN, 0};
+    if (::poll(&entry, 1, 0) <= 0) return;
+    if (readRequest(id) != platform::FrameReader::State::NeedMore) return;
+  }
+}
+
+/// Drops the user's oldest connection that has not sent its whole request, one with a leave only
+/// where there is no other. False when all of them wait for their answers.
 bool ControlServer::dropIdleOf(uid_t user) {
   const Connections::value_type* idle = nullptr;
   for (const auto& each : connections_) {
@@ -123,20 +155,16 @@ void ControlServer::awaitRequest(std::uint64_t id, std::chrono::milliseconds pat
   connection.patience = loop_.after(patience, [this, id] { drop(id); });
 }
 
-void ControlServer::readRequest(std::uint64_t id) {
+platform::FrameReader::State ControlServer::readRequest(std::uint64_t id) {
+  using State = platform::FrameReader::State;
   const auto found = connections_.find(id);
-  if (found == connections_.end()) return;
-  switch (found->second.reader.readFrom(found->second.socket.get())) {
-    case platform::FrameReader::State::NeedMore:
-      return;
-    case platform::FrameReader::State::Complete:
-      dispatch(id, found->second);
-      return;
-    case platform::FrameReader::State::Ended:
-    case platform::FrameReader::State::Malformed:
-      drop(id);
-      return;
-  }
+  if (found == connections_.end()) return State::Ended;
+  const State state = found->second.reader.readFrom(found->second.socket.get());
+  if (state == State::Complete)
+    dispatch(id, found->second);
+  else if (state != State::NeedMore)
+    drop(id);
+  return state;
 }
 
 void ControlServer::dispatch(std::uint64_t id, Connection& connection) {

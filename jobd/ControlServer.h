@@ -23,8 +23,8 @@
 
 namespace jobd {
 
-/// How much callers may ask for at a time. When there are too many connections, the one that has
-/// been waiting longest without a request makes room, so that idle ones keep nobody out.
+/// How much callers may ask for at a time. When there are too many connections, the oldest that has
+/// not sent its whole request makes room, so that idle ones keep nobody out.
 struct ControlLimits {
   std::size_t connections = 64;
   std::size_t connectionsOfAUser = 16;
@@ -66,10 +66,14 @@ class ControlServer {
   void listen();
   void acceptAll();
   bool makeRoomFor(uid_t user);
+  [[nodiscard]] std::map<uid_t, std::size_t> connectionCounts() const;
+  [[nodiscard]] bool hasRoomFor(uid_t user) const;
+  void takeWhatHasCome();
+  void takeWhatHasCome(std::uint64_t id);
   bool dropIdleOf(uid_t user);
   void admit(platform::FileDescriptor socket, const platform::PeerCredentials& caller);
   void awaitRequest(std::uint64_t id, std::chrono::milliseconds patience);
-  void readRequest(std::uint64_t id);
+  platform::FrameReader::State readRequest(std::uint64_t id);
   void dispatch(std::uint64_t id, Connection& connection);
   void authorize(std::uint64_t id, const std::string& label);
   void answer(std::uint64_t id, const platform::ControlReply& reply);

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "platform/services/JobDaemon.h"
 #include "platform/services/ServiceError.h"
@@ -43,6 +44,18 @@ Authorization& known(const AuthorizationRef& authorization) {
   return *each;
 }
 
+/// Takes those out that the daemon has hung up on: their leave has run out. Needs the lock.
+std::vector<ControlConnection> takeEnded() {
+  std::vector<ControlConnection> ended;
+  std::erase_if(authorizations().open, [&](Authorization* each) {
+    if (!each->connection->hasEnded()) return false;
+    ended.push_back(std::move(*each->connection));
+    each->connection.reset();
+    return true;
+  });
+  return ended;
+}
+
 /// The connection of a reference that was used before; nothing for a fresh one, which is a used one
 /// from now on.
 std::optional<ControlConnection> takeConnection(const AuthorizationRef& authorization) {
@@ -58,11 +71,13 @@ std::optional<ControlConnection> takeConnection(const AuthorizationRef& authoriz
 }
 
 void keepConnection(const AuthorizationRef& authorization, ControlConnection connection) {
-  std::optional<ControlConnection> oldest;  // goes after the lock
+  std::vector<ControlConnection> ended;  // go after the lock
   const std::lock_guard lock(authorizations().mutex);
   auto& open = authorizations().open;
+  ended = takeEnded();
   if (open.size() == mostOpen) {
-    oldest = std::exchange(open.front()->connection, std::nullopt);
+    ended.push_back(std::move(*open.front()->connection));
+    open.front()->connection.reset();
     open.pop_front();
   }
   known(authorization).connection = std::move(connection);
@@ -73,8 +88,10 @@ void keepConnection(const AuthorizationRef& authorization, ControlConnection con
 
 AuthorizationRef newAuthorization() {
   auto* const authorization = new Authorization;
+  std::vector<ControlConnection> ended;  // go after the lock
   const std::lock_guard lock(authorizations().mutex);
   authorization->previous = std::exchange(authorizations().last, authorization);
+  ended = takeEnded();
   return authorization;
 }
 

@@ -205,6 +205,11 @@ std::optional<ControlReply> ControlConnection::tryAsk(const ControlRequest& requ
   }
 }
 
+bool ControlConnection::hasEnded() const {
+  pollfd entry{socket_.get(), POLLIN, 0};
+  return ::poll(&entry, 1, 0) > 0;  // it says nothing without being asked
+}
+
 ControlReply ControlConnection::ask(const ControlRequest& request, int descriptor) {
   if (auto reply = tryAsk(request, descriptor)) return std::move(*reply);
   throw ServiceError(ServiceErrorCode::DaemonUnavailable,
@@ -214,7 +219,7 @@ ControlReply ControlConnection::ask(const ControlRequest& request, int descripto
 std::pair<ControlConnection, ControlReply> JobDaemon::openWith(const ControlRequest& request,
                                                                int descriptor) const {
   // A daemon that had nothing left to keep may end just as it is asked; another one is started
-  // then.
+  // then. One with many callers hangs up on one that it has not heard yet.
   for (int attempt = 0; attempt < attempts; ++attempt) {
     ensureRunning();
     auto socket = connect();
@@ -238,9 +243,14 @@ ControlConnection JobDaemon::authorize(const std::string& label) const {
 }
 
 std::optional<ControlReply> JobDaemon::status() const {
-  auto socket = connect();
-  if (!socket) return std::nullopt;
-  return ControlConnection(std::move(socket)).tryAsk(ControlRequest{}, -1);
+  // A daemon with many callers hangs up on one that it has not heard yet.
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    auto socket = connect();
+    if (!socket) return std::nullopt;
+    if (auto reply = ControlConnection(std::move(socket)).tryAsk(ControlRequest{}, -1))
+      return reply;
+  }
+  return std::nullopt;
 }
 
 }  // namespace platform

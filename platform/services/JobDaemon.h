@@ -21,6 +21,8 @@ class ControlConnection {
   [[nodiscard]] std::optional<ControlReply> tryAsk(const ControlRequest& request, int descriptor);
   /// The same; throws DaemonUnavailable for a daemon that hung up.
   [[nodiscard]] ControlReply ask(const ControlRequest& request, int descriptor);
+  /// Whether the daemon has hung up. To be asked while no reply is awaited.
+  [[nodiscard]] bool hasEnded() const;
 
  private:
   FileDescriptor socket_;

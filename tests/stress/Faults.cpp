@@ -8,6 +8,7 @@
 #include <iterator>
 #include <map>
 
+#include "platform/services/Grant.h"
 #include "platform/services/JobFile.h"
 #include "platform/xpc/NSXPCListener.h"
 #include "router/RouterStatus.h"
@@ -62,6 +63,14 @@ class Session {
   const System* system_ = nullptr;
   std::uint64_t device_ = 0;
 };
+
+/// A removal keeps its connection to the daemon for the bless that may follow. The next
+/// authorization closes it where that daemon has gone; without that, what a session leaves would
+/// depend on how many of its removals stood alone.
+Census ownCensus() {
+  static_cast<void>(platform::newAuthorization());
+  return Census::of(::getpid());
+}
 
 /// The executable is there whole, or not at all; so is the job file.
 void Session::demandOldOrNew(const char* when) {
@@ -149,7 +158,7 @@ std::uint64_t Session::run(Role role, Fault fault, std::uint64_t failing) {
   title_ = std::string(kRoleNames.at(static_cast<std::size_t>(role))) + " " +
            std::string(kFaultNames.at(static_cast<std::size_t>(fault))) + " " +
            std::to_string(failing) + ": ";
-  const Census before = Census::of(::getpid());
+  const Census before = ownCensus();
   std::uint64_t calls = 0;
   {
     const System system;
@@ -173,7 +182,7 @@ std::uint64_t Session::run(Role role, Fault fault, std::uint64_t failing) {
   }
   demand(eventually([] { return platform::liveConnectionCount() == 0; }), "connections stay");
   demand(counts_.startsSettled() == counts_.startsSent, "a start request was not settled once");
-  Census after;
+  Census after = ownCensus();
   // The first session makes what is made once.
   const bool isAsBefore = eventually([&] {
     after = Census::of(::getpid());

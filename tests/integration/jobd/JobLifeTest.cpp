@@ -118,6 +118,24 @@ TEST_F(JobLife, AuthorizationsThatAreNotUsedUpHoldNoConnections) {
   EXPECT_LE(count(), before + 4);
 }
 
+TEST_F(JobLife, AnAuthorizationWhoseDaemonHungUpHoldsNoConnection) {
+  const auto count = [] {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+  };
+  static_cast<void>(authorization());
+  const auto before = count();
+  EXPECT_FALSE(platform::SMJobRemove(platform::kSMDomainSystemLaunchd, platform::str(echoLabel),
+                                     authorization(), true, nullptr));
+  EXPECT_EQ(count(), before + 1) << "for the bless that may follow";
+  {
+    const Process process = daemonProcess();
+    process.signal(SIGTERM);
+    ASSERT_TRUE(process.hasGone());
+  }
+  static_cast<void>(authorization());
+  EXPECT_EQ(count(), before);
+}
+
 TEST_F(JobLife, WrongArgumentsAreAnsweredWithoutAskingAnybody) {
   std::shared_ptr<platform::NSError> error;
   EXPECT_FALSE(platform::SMJobBless("kSMDomainUserLaunchd", platform::str(echoLabel),

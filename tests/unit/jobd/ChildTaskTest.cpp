@@ -6,9 +6,12 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <optional>
+
+#include "tests/unit/jobd/FileOperations.h"
 
 namespace {
 
@@ -69,6 +72,27 @@ TEST(ChildTask, WorkThatNeverEndsIsGivenUpAndHoldsUpNobody) {
 
 TEST(ChildTask, AChildThatDiesIsAFailure) {
   const auto outcome = run([]() -> std::string { ::_exit(0); }).outcome;
+  EXPECT_EQ(outcome.code, ServiceErrorCode::FileSystem);
+  EXPECT_THAT(outcome.text, testing::HasSubstr("ended without a word"));
+}
+
+TEST(ChildTask, AResultThatMovesInPiecesArrivesWhole) {
+  const auto result = [] {
+    fileoperations::limitWrites({3, -EINTR, 2});
+    return std::string("com.example.helper com.example.helper.more");
+  };
+  fileoperations::limitReads({1, -EINTR, 5});
+  const auto outcome = run(result).outcome;
+  fileoperations::limitReads({});
+  EXPECT_EQ(outcome.code, ServiceErrorCode::None);
+  EXPECT_EQ(outcome.text, "com.example.helper com.example.helper.more");
+}
+
+TEST(ChildTask, HalfAResultIsNone) {
+  const auto outcome = run([] {
+                         fileoperations::limitWrites({13, -EIO});
+                         return std::string("com.example.helper");
+                       }).outcome;
   EXPECT_EQ(outcome.code, ServiceErrorCode::FileSystem);
   EXPECT_THAT(outcome.text, testing::HasSubstr("ended without a word"));
 }

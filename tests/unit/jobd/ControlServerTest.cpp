@@ -31,7 +31,7 @@ constexpr int patienceMilliseconds = 30'000;
 /// A server on a thread of its own; all that it is given is used on that thread only.
 class ServedEndpoint {
  public:
-  explicit ServedEndpoint(const jobd::ControlLimits& limits = {})
+  explicit ServedEndpoint(const jobd::ControlLimits& limits = {}, bool beginsAtOnce = true)
       : directory_(::open(temporary_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
         stop_(::eventfd(0, EFD_CLOEXEC)),
         server_(
@@ -44,8 +44,12 @@ class ServedEndpoint {
               reply(jobd::controlReply());
             },
             nullptr, limits),
-        stopWatch_(loop_.watch(stop_.get(), EPOLLIN, [this] { loop_.stop(); })),
-        thread_([this] { loop_.run(); }) {}
+        stopWatch_(loop_.watch(stop_.get(), EPOLLIN, [this] { loop_.stop(); })) {
+    if (beginsAtOnce) begin();
+  }
+  void begin() {
+    thread_ = std::thread([this] { loop_.run(); });
+  }
 
   /// What got through to the handler, in order. Ends the server.
   std::vector<std::string> end() {
@@ -94,6 +98,12 @@ bool isDropped(const FileDescriptor& socket) {
   pollfd entry{socket.get(), POLLIN, 0};
   char c = 0;
   return ::poll(&entry, 1, patienceMilliseconds) == 1 && ::recv(socket.get(), &c, 1, 0) <= 0;
+}
+
+bool isAnswered(const FileDescriptor& socket) {
+  pollfd entry{socket.get(), POLLIN, 0};
+  char c = 0;
+  return ::poll(&entry, 1, patienceMilliseconds) == 1 && ::recv(socket.get(), &c, 1, 0) == 1;
 }
 
 TEST(ControlServer, LeaveCoversOneRemovalAndOneBlessOfOneJob) {
@@ -199,6 +209,27 @@ TEST(ControlServer, AnIdleConnectionMakesRoomTheOldestFirst) {
   pollfd entry{younger.get(), POLLIN, 0};
   EXPECT_EQ(::poll(&entry, 1, 0), 0);
   EXPECT_EQ(ask(withLeave, Operation::Bless, "com.a"), ServiceErrorCode::None);
+}
+
+TEST(ControlServer, WhoeverHasSentARequestIsAnsweredBeforeThereIsRoomForANewcomer) {
+  jobd::ControlLimits limits;
+  limits.connectionsOfAUser = 2;
+  limits.requestPatience = std::chrono::milliseconds(patienceMilliseconds);
+  ServedEndpoint endpoint(limits, /*beginsAtOnce=*/false);
+  const auto request = encode(ControlRequest{});
+  const auto half = endpoint.connect();
+  ASSERT_TRUE(platform::sendFrame(half.get(), std::span(request).first(7), -1));
+  std::vector<FileDescriptor> whole;
+  for (int i = 0; i < 4; ++i) {
+    whole.push_back(endpoint.connect());
+    ASSERT_TRUE(platform::sendFrame(whole.back().get(), request, -1));
+  }
+  const auto younger = endpoint.connect();
+  const auto youngest = endpoint.connect();
+  endpoint.begin();
+  for (const auto& socket : whole) EXPECT_TRUE(isAnswered(socket));
+  EXPECT_TRUE(isDropped(half));
+  EXPECT_EQ(endpoint.end().size(), whole.size());
 }
 
 TEST(ControlServer, AllUsersTogetherHaveALimitToo) {

@@ -4,11 +4,27 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
+#include <utility>
 
 namespace {
 
 bool isRecording = false;
+
+std::vector<ssize_t> writeLimits;
+std::vector<ssize_t> readLimits;
+
+/// How many of `size` bytes the next call may move; -1 and errno where it fails.
+ssize_t allowed(std::vector<ssize_t>& limits, size_t size) {
+  if (limits.empty()) return static_cast<ssize_t>(size);
+  const ssize_t limit = limits.front();
+  limits.erase(limits.begin());
+  if (limit >= 0) return std::min(limit, static_cast<ssize_t>(size));
+  errno = static_cast<int>(-limit);
+  return -1;
+}
 
 std::vector<std::string>& operations() {
   static std::vector<std::string> list;
@@ -42,6 +58,14 @@ std::vector<std::string> recorded() {
   return operations();
 }
 
+void limitWrites(std::vector<ssize_t> limits) {
+  writeLimits = std::move(limits);
+}
+
+void limitReads(std::vector<ssize_t> limits) {
+  readLimits = std::move(limits);
+}
+
 }  // namespace fileoperations
 
 // The linker prefers these to the system library's.
@@ -49,7 +73,13 @@ extern "C" {
 
 ssize_t write(int descriptor, const void* bytes, size_t size) {
   if (isRecording) note("write " + nameOf(descriptor));
-  return ::syscall(SYS_write, descriptor, bytes, size);
+  const ssize_t most = allowed(writeLimits, size);
+  return most < 0 ? -1 : ::syscall(SYS_write, descriptor, bytes, most);
+}
+
+ssize_t read(int descriptor, void* bytes, size_t size) {
+  const ssize_t most = allowed(readLimits, size);
+  return most < 0 ? -1 : ::syscall(SYS_read, descriptor, bytes, most);
 }
 
 int fchmod(int descriptor, mode_t mode) noexcept {
