@@ -1,7 +1,5 @@
 #include "router/Backlog.h"
 
-#include <algorithm>
-
 namespace router {
 
 std::shared_ptr<Backlog::Share> Backlog::share(uid_t user) {
@@ -25,21 +23,14 @@ Backlog::Share::~Share() {
   if (own->second.shares == 0) backlog_->users_.erase(own);
 }
 
-bool Backlog::Share::admits(std::size_t unsent) {
+std::size_t Backlog::Share::limit(std::size_t unsent, std::size_t most) {
   const RouterLimits& limits = backlog_->limits_;
   const std::lock_guard lock(backlog_->mutex_);
   Sum& own = backlog_->users_[user_];
   for (Sum* sum : {&backlog_->all_, &own}) sum->bytes += unsent - bytes_;
   bytes_ = unsent;
-  return unsent <= limits.backlogOfClient && !own.isExceededBy(unsent, limits.backlogOfUser) &&
-         !backlog_->all_.isExceededBy(unsent, limits.backlog);
-}
-
-std::size_t Backlog::Share::waitLimit() const {
-  const RouterLimits& limits = backlog_->limits_;
-  const std::lock_guard lock(backlog_->mutex_);
-  return std::min({limits.backlogWaitedFor, limits.backlogOfUser / backlog_->users_[user_].shares,
-                   limits.backlog / backlog_->all_.shares});
+  return backlog_->all_.limit(own.limit(most, limits.backlogOfUser, limits.sessionsOfUser),
+                              limits.backlog, limits.sessions);
 }
 
 }  // namespace router

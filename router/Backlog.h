@@ -1,5 +1,11 @@
 // What clients have been sent and have not taken yet, which lies in the router's memory: by client,
-// by user and in all. A report that would make it more than its bound is lost to the slowest.
+// by user and in all.
+//
+// What was sent can't be taken back, so the bounds hold only if room is kept for those who come
+// later: half of a bound is for whoever needs it, the other half in equal parts for as many clients
+// as there can be. Once the first half is gone, a client may have no more than its part. Whoever
+// reads stays below that and loses nothing; together they exceed the bound by a report each at
+// most.
 //
 // Threading: any thread. Ownership: a share counts for as long as it lives, and keeps the backlog.
 // Errors, Order: none.
@@ -7,6 +13,7 @@
 
 #include <sys/types.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <map>
 #include <memory>
@@ -28,9 +35,11 @@ class Backlog : public std::enable_shared_from_this<Backlog> {
   struct Sum {
     std::size_t bytes = 0;
     std::size_t shares = 0;
-    /// Whether a share of so many bytes is above its part while all have more than `bound`.
-    [[nodiscard]] bool isExceededBy(std::size_t share, std::size_t bound) const {
-      return bytes > bound && share > bound / shares;
+    /// What one of at most `clients` may have: `most`, or its part where the half that is for all
+    /// is gone.
+    [[nodiscard]] std::size_t limit(std::size_t most, std::size_t bound,
+                                    std::size_t clients) const {
+      return bytes <= bound / 2 ? most : std::min(most, bound / 2 / clients);
     }
   };
 
@@ -48,15 +57,17 @@ class Backlog::Share {
   Share& operator=(const Share&) = delete;
   ~Share();
 
-  /// The client has so many bytes now. Whether it may have a further report: not when it alone has
-  /// too much, nor when all of its user, or all in all, have too much and it has more than its part
-  /// of that.
-  bool admits(std::size_t unsent);
-  /// What a client that is waited for may have. All of a user's together stay within their bound.
-  [[nodiscard]] std::size_t waitLimit() const;
+  /// The client has so many bytes now. Whether it may have a further report.
+  bool admits(std::size_t unsent) { return unsent <= limit(unsent, limits().backlogOfClient); }
+  /// The same for a client that is waited for: what it may have.
+  [[nodiscard]] std::size_t waitLimit(std::size_t unsent) {
+    return limit(unsent, limits().backlogWaitedFor);
+  }
   [[nodiscard]] const RouterLimits& limits() const { return backlog_->limits_; }
 
  private:
+  std::size_t limit(std::size_t unsent, std::size_t most);
+
   const std::shared_ptr<Backlog> backlog_;
   const uid_t user_;
   std::size_t bytes_ = 0;  // under the backlog's lock

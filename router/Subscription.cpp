@@ -1,5 +1,7 @@
 #include "router/Subscription.h"
 
+#include <algorithm>
+
 namespace router {
 
 const std::shared_ptr<platform::NSData>& ReportInTransit::data() {
@@ -54,11 +56,17 @@ void Subscription::send(ReportInTransit* report) {
   sink_->send(report->data(), report->reportID(), values);
 }
 
-bool Subscription::wait(const StopSignal& stop, std::size_t bytes, bool patiently) {
+std::size_t Subscription::awaitedBytes(Until until) const {
+  if (until == Until::Taken) return 1;
+  // A client that has taken everything has room in any case.
+  return std::max<std::size_t>(backlog_->waitLimit(sink_->unsentBytes()), 1);
+}
+
+bool Subscription::wait(const StopSignal& stop, Until until, bool patiently) {
   // Between looks at whether anybody still wants to wait.
   constexpr std::chrono::milliseconds kGlance{50};
   const auto stalled = std::chrono::steady_clock::now() + backlog_->limits().stall;
-  while (!sink_->waitUntilUnsentBelow(bytes, kGlance)) {
+  while (!sink_->waitUntilUnsentBelow(awaitedBytes(until), kGlance)) {
     if (stop.isRaised() || !isActive()) return true;
     if (!patiently && std::chrono::steady_clock::now() >= stalled) return false;
   }

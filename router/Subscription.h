@@ -93,14 +93,19 @@ class Subscription {
   /// Wait until the client has room for further reports, or has taken all; until it has left or
   /// `stop` is raised. False when it stalled; with `patiently` it may take any time.
   bool waitForRoom(const StopSignal& stop, bool patiently) {
-    return wait(stop, backlog_->waitLimit(), patiently);
+    return wait(stop, Until::Room, patiently);
   }
-  bool waitUntilTaken(const StopSignal& stop, bool patiently) { return wait(stop, 1, patiently); }
+  bool waitUntilTaken(const StopSignal& stop, bool patiently) {
+    return wait(stop, Until::Taken, patiently);
+  }
   void noteRecordingEnded() { sink_->noteRecordingEnded(); }
   void sayFarewell() { sink_->sayFarewell(); }
 
  private:
-  bool wait(const StopSignal& stop, std::size_t bytes, bool patiently);
+  enum class Until { Room, Taken };
+  bool wait(const StopSignal& stop, Until until, bool patiently);
+  /// Fewer bytes unsent than this end the wait. What others have taken changes it.
+  [[nodiscard]] std::size_t awaitedBytes(Until until) const;
   void send(ReportInTransit* report);
 
   const std::shared_ptr<ReportSink> sink_;

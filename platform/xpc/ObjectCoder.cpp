@@ -272,6 +272,24 @@ class Encoder {
 // ---------------------------------------------------------------------------------------------------------------
 // Decoding
 
+/// Immutable objects that take two bytes on the wire, one of each: made anew for each place where
+/// one stands, they would let a peer claim many times the memory that it sends. Never destroyed,
+/// for a connection's thread may decode while the process ends.
+struct SharedObjects {
+  using Object = const std::shared_ptr<NSObject>;
+  static const SharedObjects& instance() {
+    static const SharedObjects& objects = *new SharedObjects;
+    return objects;
+  }
+
+  Object no = NSNumber::numberWithBool(false);
+  Object yes = NSNumber::numberWithBool(true);
+  Object emptyData = NSData::dataWithBytes({});
+  Object emptyString = NSString::stringWithUTF8({});
+  Object emptyArray = NSArray::arrayWithObjects({});
+  Object emptyDictionary = NSDictionary::dictionary();
+};
+
 class Decoder {
  public:
   Decoder(WireReader& reader, TagSet inside) : reader_(reader), inside_(inside) {}
@@ -289,6 +307,13 @@ class Decoder {
   /// Room is made at once for so many members; for more only as they come, since collections inside
   /// one another can each claim all bytes that are left.
   static constexpr std::size_t kTrustedCount = 256;
+
+  /// Doubles the room when it is used up, but never makes more than `count` need.
+  template <class T>
+  static void makeRoom(std::vector<T>& members, std::size_t count) {
+    if (members.size() < members.capacity()) return;
+    members.reserve(std::min(count, std::max(kTrustedCount, 2 * members.size())));
+  }
 
   /// Each of these returns whether it succeeded; a failure has set verdict_ and reason_.
   bool value(TagSet admitted, Nullable nullable, Object& result) {
@@ -357,7 +382,7 @@ class Decoder {
   bool data(Object& result) {
     const auto bytes = reader_.block();
     if (reader_.failed()) return truncated();
-    result = NSData::dataWithBytes(bytes);
+    result = bytes.empty() ? shared_.emptyData : NSData::dataWithBytes(bytes);
     return true;
   }
   bool text(std::shared_ptr<NSString>& result) {
@@ -369,13 +394,13 @@ class Decoder {
   bool string(Object& result) {
     std::shared_ptr<NSString> value;
     if (!text(value)) return false;
-    result = std::move(value);
+    result = value->UTF8String().empty() ? shared_.emptyString : std::move(value);
     return true;
   }
   bool boolean(Object& result) {
     const std::uint8_t value = reader_.u8();
     if (value > 1) return malformed("a boolean other than 0 and 1");
-    return fixed(result, NSNumber::numberWithBool(value == 1));
+    return fixed(result, value == 1 ? shared_.yes : shared_.no);
   }
   bool fixed(Object& result, Object value) {
     if (reader_.failed()) return truncated();
@@ -440,17 +465,17 @@ class Decoder {
     std::size_t count = 0;
     if (!memberCount(1, count)) return false;
     std::vector<Object> members;
-    members.reserve(std::min(count, kTrustedCount));
     bool onlyElementValues = count > 0;
     for (std::size_t i = 0; i < count; ++i) {
       Object member;
       if (!value(inside_, Nullable::No, member)) return false;
       onlyElementValues =
           onlyElementValues && &member->isa() == &KQHIDDeviceElementValue::classObject();
+      makeRoom(members, count);
       members.push_back(std::move(member));
     }
     if (tag == ObjectTag::Array) {
-      result = NSArray::arrayWithObjects(std::move(members));
+      result = count == 0 ? shared_.emptyArray : NSArray::arrayWithObjects(std::move(members));
       return true;
     }
     if (onlyElementValues) return malformed("element values outside an element value list");
@@ -463,10 +488,14 @@ class Decoder {
   bool dictionary(Object& result) {
     std::size_t count = 0;
     if (!memberCount(2, count)) return false;
+    if (count == 0) {
+      result = shared_.emptyDictionary;
+      return true;
+    }
     std::vector<NSDictionary::Entry> entries;
-    entries.reserve(std::min(count, kTrustedCount));
     Bytes previous;
     for (std::size_t i = 0; i < count; ++i) {
+      makeRoom(entries, count);
       auto& [key, object] = entries.emplace_back();
       const std::uint8_t* const start = reader_.position();
       if (!value(inside_, Nullable::No, key)) return false;
@@ -519,6 +548,7 @@ class Decoder {
 
   WireReader& reader_;
   const TagSet inside_;
+  const SharedObjects& shared_ = SharedObjects::instance();
   std::size_t depth_ = 0;
   DecodeVerdict verdict_ = DecodeVerdict::Accepted;
   std::string_view reason_;

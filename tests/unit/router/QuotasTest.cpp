@@ -113,6 +113,8 @@ RouterLimits backlogs(std::size_t client, std::size_t user, std::size_t all) {
   limits.backlogOfUser = user;
   limits.backlog = all;
   limits.backlogWaitedFor = 25;
+  limits.sessionsOfUser = 5;
+  limits.sessions = 10;
   return limits;
 }
 
@@ -128,50 +130,74 @@ TEST(Backlog, AUsersClientsTogetherLoseAtTheSlowest) {
   const auto backlog = std::make_shared<Backlog>(backlogs(40, 100, 1000));
   const auto a = backlog->share(1);
   const auto b = backlog->share(1);
-  const auto c = backlog->share(1);
   const auto quick = backlog->share(1);
   const auto other = backlog->share(2);
   EXPECT_TRUE(a->admits(40));
-  EXPECT_TRUE(b->admits(40));
-  EXPECT_TRUE(c->admits(20));
-  EXPECT_TRUE(quick->admits(0));
-  // 101 in all, the part of each is 25.
-  EXPECT_TRUE(quick->admits(1)) << "it is not the slow one";
-  EXPECT_TRUE(c->admits(20));
+  // Half of the bound is gone; the part of each of five is 10.
+  EXPECT_FALSE(b->admits(11));
   EXPECT_FALSE(a->admits(40));
-  EXPECT_FALSE(b->admits(40));
+  EXPECT_TRUE(quick->admits(10)) << "it is not the slow one";
   EXPECT_TRUE(other->admits(40)) << "another user's loss it is not";
   // What is taken makes room for those who wait.
-  EXPECT_TRUE(c->admits(19));
+  EXPECT_TRUE(b->admits(0));
   EXPECT_TRUE(a->admits(40));
 }
 
-TEST(Backlog, AllUsersTogetherHaveABound) {
-  const auto backlog = std::make_shared<Backlog>(backlogs(40, 50, 60));
-  const auto a = backlog->share(1);
-  const auto b = backlog->share(2);
-  EXPECT_TRUE(a->admits(40));
-  EXPECT_TRUE(b->admits(20));
-  EXPECT_TRUE(b->admits(21)) << "less than its part of 30";
-  EXPECT_FALSE(a->admits(40));
+/// A client that takes nothing and is sent what it may have, a byte each time.
+std::size_t fill(Backlog::Share* share) {
+  std::size_t unsent = 0;
+  while (share->admits(unsent)) ++unsent;
+  return unsent;
+}
+
+TEST(Backlog, ClientsThatComeOneAfterAnotherStayWithinTheirUsersBound) {
+  const auto backlog = std::make_shared<Backlog>(backlogs(80, 100, 1000));
+  std::vector<std::shared_ptr<Backlog::Share>> shares;
+  std::size_t together = 0;
+  for (int i = 0; i < 5; ++i) {
+    shares.push_back(backlog->share(1));
+    const std::size_t own = fill(shares.back().get());
+    EXPECT_GT(own, 10U) << "its part is kept for each";
+    together += own;
+  }
+  EXPECT_LE(together, 100U + 5U) << "a report each beyond the bound";
+}
+
+TEST(Backlog, UsersThatComeOneAfterAnotherStayWithinTheBoundOfAll) {
+  const auto backlog = std::make_shared<Backlog>(backlogs(80, 100, 100));
+  std::vector<std::shared_ptr<Backlog::Share>> shares;
+  std::size_t together = 0;
+  for (uid_t user = 0; user < 10; ++user) {
+    shares.push_back(backlog->share(user));
+    together += fill(shares.back().get());
+  }
+  EXPECT_LE(together, 100U + 10U);
 }
 
 TEST(Backlog, AClientThatLeavesTakesItsShareAlong) {
   const auto backlog = std::make_shared<Backlog>(backlogs(40, 50, 1000));
   auto a = backlog->share(1);
   const auto b = backlog->share(1);
-  EXPECT_TRUE(a->admits(40));
-  EXPECT_FALSE(b->admits(40));
+  EXPECT_TRUE(a->admits(20));
+  EXPECT_FALSE(b->admits(20));
   a.reset();
-  EXPECT_TRUE(b->admits(40));
+  EXPECT_TRUE(b->admits(20));
 }
 
 TEST(Backlog, ManyThatAreWaitedForStayWithinTheirUsersBound) {
   const auto backlog = std::make_shared<Backlog>(backlogs(40, 100, 1000));
-  std::vector<std::shared_ptr<Backlog::Share>> shares = {backlog->share(1)};
-  EXPECT_EQ(shares[0]->waitLimit(), 25U);
-  while (shares.size() < 10) shares.push_back(backlog->share(1));
-  EXPECT_EQ(shares[0]->waitLimit(), 10U);
+  std::vector<std::shared_ptr<Backlog::Share>> shares;
+  std::size_t together = 0;
+  for (int i = 0; i < 5; ++i) {
+    shares.push_back(backlog->share(1));
+    std::size_t unsent = 0;
+    while (unsent < shares.back()->waitLimit(unsent)) ++unsent;
+    together += unsent;
+    EXPECT_GE(unsent, i == 0 ? 25U : 10U) << "alone it has what serves it best, else its part";
+  }
+  EXPECT_LE(together, 100U + 5U);
+  for (const auto& share : shares) static_cast<void>(share->waitLimit(0));
+  EXPECT_EQ(shares[0]->waitLimit(0), 25U) << "there is room again";
 }
 
 }  // namespace

@@ -64,12 +64,29 @@ std::size_t memoryOf(const Bytes& bytes, std::string& reason) {
   return taken;
 }
 
+void expectModestMemory(const Bytes& bytes, std::size_t factor) {
+  std::string reason;
+  const std::size_t taken = memoryOf(bytes, reason);
+  EXPECT_EQ(reason, "");
+  // A little for what is there from then on: the first decoding makes it.
+  EXPECT_LE(taken, factor * bytes.size() + 1024) << "with members of tag " << int{bytes[6]};
+}
+
 /// An array of `count` times the same member.
 Bytes arrayOf(std::uint32_t count, const Bytes& member) {
   Bytes bytes{9, 0xFF};
   for (int shift = 0; shift < 32; shift += 8)
     bytes.push_back(static_cast<std::uint8_t>(count >> shift));
   for (std::uint32_t i = 0; i < count; ++i) bytes.insert(bytes.end(), member.begin(), member.end());
+  return bytes;
+}
+
+/// As many collections inside one another as an array may hold, innermost `leaf`.
+Bytes nested(const Bytes& begin, const Bytes& leaf) {
+  Bytes bytes;
+  for (std::size_t i = 0; i < kMaxObjectDepth - 2; ++i)
+    bytes.insert(bytes.end(), begin.begin(), begin.end());
+  bytes.insert(bytes.end(), leaf.begin(), leaf.end());
   return bytes;
 }
 
@@ -87,6 +104,9 @@ TEST(DecodingMemory, AClaimedCountTakesNoneBeforeItsMembersAreThere) {
 }
 
 TEST(DecodingMemory, FollowsTheBytesThatAreRead) {
+  // Dictionaries of one entry take most, above all with an empty array that can change, which must
+  // be an object of its own.
+  constexpr std::size_t kFactor = 48;
   const std::vector<Bytes> smallest = {{1, 0},
                                        {1, 1, 7},
                                        {2, 0},
@@ -103,14 +123,24 @@ TEST(DecodingMemory, FollowsTheBytesThatAreRead) {
                                        {11, 1, 3, 1, 3, 1},
                                        {4, 0, 0, 0, 0, 0, 0, 0, 0},
                                        {12, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0},
-                                       {14, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0}};
+                                       {14, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0},
+                                       {10, 1, 2, 1, 'a'},
+                                       {10, 1, 10, 0},
+                                       {11, 1, 10, 0, 10, 0},
+                                       {11, 1, 8, 1, 'a', 8, 1, 'a'}};
   // Just more than a power of two: the room for members has been doubled for a few.
   constexpr std::uint32_t kMembers = 33'000;
-  for (const Bytes& member : smallest) {
-    const Bytes bytes = arrayOf(kMembers, member);
-    std::string reason;
-    const std::size_t taken = memoryOf(bytes, reason);
-    EXPECT_EQ(reason, "");
-    EXPECT_LE(taken, 64 * bytes.size()) << "tag " << int{member[0]};
+  for (const Bytes& member : smallest) expectModestMemory(arrayOf(kMembers, member), kFactor);
+  // The same for members of many bytes.
+  constexpr std::uint32_t kChains = 520;
+  for (const Bytes& chain :
+       {nested({9, 1}, {3, 1}), nested({10, 1}, {10, 0}), nested({11, 1, 3, 1}, {11, 0}),
+        nested({11, 1, 10, 0}, {10, 0}), nested({11, 1, 8, 1, 'a'}, {8, 1, 'a'})}) {
+    expectModestMemory(arrayOf(kChains, chain), kFactor);
   }
+}
+
+TEST(DecodingMemory, WhatHasOneValueAndDoesNotChangeCostsAPointer) {
+  for (const Bytes& member : {Bytes{1, 0}, {2, 0}, {3, 0}, {3, 1}, {9, 0}, {11, 0}})
+    expectModestMemory(arrayOf(33'000, member), 16);
 }

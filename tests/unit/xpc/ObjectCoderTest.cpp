@@ -41,6 +41,18 @@ class NSDataHolder final : public NSObject {
 
 }  // namespace
 
+TEST(ObjectCoder, WhatDoesNotChangeAndHasOneValueIsOneObject) {
+  for (const Bytes& member : {Bytes{1, 0}, {2, 0}, {3, 0}, {3, 1}, {9, 0}, {11, 0}}) {
+    const Object first = decode(member).object;
+    EXPECT_EQ(first, decode(member).object);
+    EXPECT_EQ(encode(first), member);
+  }
+  const auto changed = platform::objectCast<platform::NSMutableArray>(decode({10, 0}).object);
+  const auto other = platform::objectCast<platform::NSMutableArray>(decode({10, 0}).object);
+  changed->addObject(platform::str("a"));
+  EXPECT_EQ(other->count(), 0U);
+}
+
 TEST(ObjectCoder, EveryKindComesBackEqualAndEncodesToTheSameBytes) {
   for (const Object& sample : samples()) {
     const Bytes bytes = encode(sample);
