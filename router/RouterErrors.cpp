@@ -44,4 +44,9 @@ IOReturn ioReturnOf(const std::error_code& code) {
   return isRefused ? IOReturn::NotPermitted : IOReturn::IOError;
 }
 
+bool isEndOfRecording(const platform::NSError& error) {
+  return error.domain() && error.domain()->UTF8String() == HIDEventRouterDomain &&
+         error.code() == static_cast<std::int64_t>(IOReturn::Underrun);
+}
+
 }  // namespace router

@@ -34,5 +34,7 @@ inline constexpr std::string_view WLHIDDeviceKey = "WLHIDDevice";
                                                              std::uint64_t registryEntryID);
 /// What a refusal of the system is called: NotPermitted where rights are missing, else IOError.
 [[nodiscard]] IOReturn ioReturnOf(const std::error_code& code);
+/// Whether a router says so that its client has heard a recording to its end.
+[[nodiscard]] bool isEndOfRecording(const platform::NSError& error);
 
 }  // namespace router

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "platform/foundation/NSDictionary.h"
-#include "router-client/WLHIDEventRouterProtocols.h"
 #include "router/RouterErrors.h"
 #include "tool/Command.h"
 #include "tool/Invocation.h"
@@ -20,12 +19,6 @@ int makeWakeDescriptor() {
   const int descriptor = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (descriptor < 0) throw Failure("cannot wait for events: " + describeErrno(errno));
   return descriptor;
-}
-
-/// Whether the router says that the client has heard a recording to its end.
-bool isEndOfRecording(const platform::NSError& error) {
-  return error.domain() && error.domain()->UTF8String() == HIDEventRouterDomain &&
-         error.code() == static_cast<std::int64_t>(router::IOReturn::Underrun);
 }
 
 std::string descriptionOf(const platform::NSError& error) {
@@ -83,7 +76,7 @@ void RouteSession::hidEventRouterClient_handleError(
     const std::shared_ptr<platform::NSError>& error) {
   if (ending_ || !error) return;
   std::string line = takeHeldBack();
-  if (isEndOfRecording(*error)) {
+  if (router::isEndOfRecording(*error)) {
     line.clear();
     lines_->appendEnd(line, descriptionOf(*error));
     print(client, line);
