@@ -371,10 +371,12 @@ std::string Redactor::withoutSecrets(std::string line) const {
 
 namespace {
 
+constexpr std::size_t kAsLongAsItIs = std::string::npos;
+
 /// A line that ends as other systems' lines do has no more to it than one of ours.
 std::string printable(std::string_view line) {
   if (line.ends_with('\r')) line.remove_suffix(1);
-  return platform::printableText(line);
+  return platform::printableLine(line, kAsLongAsItIs);
 }
 
 }  // namespace
@@ -405,7 +407,7 @@ std::string Redactor::text(std::string_view line) const {
 std::string Redactor::logLine(std::string_view line) const {
   if (!active_) return std::string(line);
   const std::size_t header = std::max(endOfSystemLogHeader(line), endOfRecentLineHeader(line));
-  return withMarks(withoutSecrets(platform::printableText(line.substr(0, header)))) +
+  return withMarks(withoutSecrets(platform::printableLine(line.substr(0, header), kAsLongAsItIs))) +
          text(line.substr(header));
 }
 
