@@ -27,7 +27,7 @@ fs::path sourceDirectory() {
 }
 
 fs::path collection() {
-  return sourceDirectory() / ".." / "shared";
+  return fs::weakly_canonical(sourceDirectory() / ".." / "shared");  // links are not followed below
 }
 
 std::shared_ptr<const ReportDescriptor> descriptorOf(const WholeRecording& recording) {
