@@ -16,6 +16,16 @@ namespace {
 
 class Listener : public XPCTest {};
 
+/// The connection asks once, is told that it is invalid, and ends.
+void expectRefusal(const std::shared_ptr<NSXPCConnection>& connection) {
+  End refused;
+  refused.configure(connection);
+  refused.connection->resume();
+  refused.ask();
+  ASSERT_TRUE(refused.log.waitFor("invalidation"));
+  EXPECT_EQ(refused.log.lines(), Lines({"error 4099", "invalidation"}));
+}
+
 /// A service whose listener has other limits.
 class Limited : public XPCTest {
  protected:
@@ -112,15 +122,7 @@ TEST_F(Listener, ADelegateThatThrowsRefusesThatConnection) {
         break;
     }
   };
-  for (int i = 0; i < 2; ++i) {
-    End refused;
-    refused.configure(makeConnection());
-    refused.connection->resume();
-    refused.ask();
-    ASSERT_TRUE(refused.log.waitFor("invalidation"));
-    EXPECT_EQ(refused.log.lines(), Lines({"error 4099", "invalidation"}));
-    refused.connection.reset();
-  }
+  for (int i = 0; i < 2; ++i) expectRefusal(makeConnection());
   EXPECT_NE(connect(), nullptr);
   EXPECT_EQ(logged_.linesWith("a listener's delegate threw: no room"), 1U);
   EXPECT_EQ(logged_.linesWith("a listener's delegate threw"), 2U);
@@ -225,15 +227,7 @@ TEST_F(Limited, MoreConnectionsThanAUserMayHaveAreRefusedInOrderUntilOneEnds) {
   second.connection->resume();
   second.proxy()->note(1);
   ASSERT_TRUE(service_->end(1)->log.waitFor("note 1"));
-  for (int i = 0; i < 3; ++i) {
-    End refused;
-    refused.configure(makeConnection());
-    refused.connection->resume();
-    refused.ask();
-    ASSERT_TRUE(refused.log.waitFor("invalidation"));
-    EXPECT_EQ(refused.log.lines(), Lines({"error 4099", "invalidation"}));
-    refused.connection.reset();
-  }
+  for (int i = 0; i < 3; ++i) expectRefusal(makeConnection());
   EXPECT_EQ(logged_.linesWith("its user has too many connections"), 1U);
   EXPECT_EQ(service_->accepted(), 2U);
   client_.connection->invalidate();
