@@ -46,6 +46,15 @@ TEST(OpeningTurn, AnotherThreadCannotEnterButLeavesANote) {
 
 class ConcurrentClient : public ClientTest {
  protected:
+  void removeRouter() {
+    platform_.uninstallHelper(kLabel);
+    postStatusChange();
+  }
+  void putRouterBack() {
+    platform_.installHelper(kLabel, "7");
+    postStatusChange();
+  }
+
   /// Runs `start` on a thread of its own and stops that thread at the log line `line`; then runs
   /// `meanwhile` here, and lets the thread go on to its end.
   void holdAtLogLine(int line, const std::function<void()>& start,
@@ -142,11 +151,7 @@ TEST_F(ConcurrentClient, ASecondThreadDoesNotOpenASecondConnection) {
 TEST_F(ConcurrentClient, ARemovalDuringTheOpenClosesAgain) {
   makeClient();
   holdAtLogLine(
-      269, [this] { client_->setStarted(true); },
-      [this] {
-        platform_.uninstallHelper(kLabel);
-        postStatusChange();
-      });
+      269, [this] { client_->setStarted(true); }, [this] { removeRouter(); });
   EXPECT_EQ(Private::xpcConnectionToService(*client_), nullptr);
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusRouterUnavailable);
 }
@@ -170,15 +175,7 @@ TEST_F(ConcurrentClient, AnOpenThatThrowsStillCarriesOutWhatOthersAskedForMeanwh
 TEST_F(ConcurrentClient, AReinstallationWhileARemovalClosesTheConnectionEndsConnected) {
   makeRoutingClient();
   holdAtTraceLine(
-      "connection 1 invalidate",
-      [this] {
-        platform_.uninstallHelper(kLabel);
-        postStatusChange();
-      },
-      [this] {
-        platform_.installHelper(kLabel, "7");
-        postStatusChange();
-      });
+      "connection 1 invalidate", [this] { removeRouter(); }, [this] { putRouterBack(); });
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusOpening);
   ASSERT_EQ(platform_.connectionCount(), 2U);
   EXPECT_EQ(Private::xpcConnectionToService(*client_) == nullptr, false);
@@ -194,14 +191,7 @@ TEST_F(ConcurrentClient, TheStatusNeverSaysRouterUnavailableBesideALiveConnectio
   };
   holdAtLogLine(
       178,  // the removal is about to say so
-      [this] {
-        platform_.uninstallHelper(kLabel);
-        postStatusChange();
-      },
-      [this] {
-        platform_.installHelper(kLabel, "7");
-        postStatusChange();
-      });
+      [this] { removeRouter(); }, [this] { putRouterBack(); });
   EXPECT_FALSE(liar);
   EXPECT_NE(Private::xpcConnectionToService(*client_), nullptr);
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusOpening);
@@ -210,15 +200,10 @@ TEST_F(ConcurrentClient, TheStatusNeverSaysRouterUnavailableBesideALiveConnectio
 TEST_F(ConcurrentClient, AReconnectWhileARemovalClosesTheOldConnectionIsNotDenied) {
   makeRoutingClient();
   holdAtTraceLine(
-      "connection 1 invalidate",
-      [this] {
-        platform_.uninstallHelper(kLabel);
-        postStatusChange();
-      },
+      "connection 1 invalidate", [this] { removeRouter(); },
       [this] {
         client_->setStarted(false);
-        platform_.installHelper(kLabel, "7");
-        postStatusChange();
+        putRouterBack();
         client_->setStarted(true);
       });
   EXPECT_NE(Private::xpcConnectionToService(*client_), nullptr);
