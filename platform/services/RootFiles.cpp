@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <mutex>
 
 #include "platform/services/ServiceError.h"
 
@@ -106,8 +107,49 @@ FileDescriptor walkTo(const SystemRoot& root, bool create) {
   return reopened(current.get(), name);
 }
 
-FileDescriptor openKeptOrWalk(const SystemRoot& root, bool create) {
-  return root.directory() >= 0 ? reopened(root.directory(), nameOf(root)) : walkTo(root, create);
+/// The root that the process reached last, by what would show that it is another one now, or open
+/// to others. The way to it need not be walked again to reach the same directory.
+class LastRoot {
+ public:
+  void remember(const std::filesystem::path& path, int directory) {
+    struct stat status {};
+    if (::fstat(directory, &status) != 0) return;
+    const std::lock_guard lock(mutex_);
+    path_ = path;
+    user_ = ::geteuid();
+    status_ = status;
+  }
+  [[nodiscard]] FileDescriptor open(const std::filesystem::path& path) {
+    const std::lock_guard lock(mutex_);
+    if (path_ != path || user_ != ::geteuid()) return {};
+    FileDescriptor directory(::open(path.c_str(), directoryFlags | O_NOFOLLOW));
+    struct stat status {};
+    if (!directory || ::fstat(directory.get(), &status) != 0 || !isTheSame(status)) return {};
+    return directory;
+  }
+  static LastRoot& ofTheProcess() {
+    static auto* const one = new LastRoot;  // outlives every static that may still ask
+    return *one;
+  }
+
+ private:
+  [[nodiscard]] bool isTheSame(const struct stat& status) const {
+    return status.st_dev == status_.st_dev && status.st_ino == status_.st_ino &&
+           status.st_uid == status_.st_uid && status.st_mode == status_.st_mode;
+  }
+
+  std::mutex mutex_;
+  std::filesystem::path path_;
+  uid_t user_ = 0;
+  struct stat status_ {};
+};
+
+FileDescriptor reach(const SystemRoot& root, bool create) {
+  if (root.directory() >= 0) return reopened(root.directory(), nameOf(root));
+  if (auto known = LastRoot::ofTheProcess().open(root.path())) return known;
+  auto walked = walkTo(root, create);
+  if (walked) LastRoot::ofTheProcess().remember(root.path(), walked.get());
+  return walked;
 }
 
 std::size_t checkedSize(int descriptor, const std::string& name, std::size_t maximumBytes) {
@@ -129,11 +171,11 @@ bool isTrustedUser(uid_t user) {
 }
 
 FileDescriptor openRoot(const SystemRoot& root) {
-  return openKeptOrWalk(root, false);
+  return reach(root, false);
 }
 
 FileDescriptor openOwnRoot(const SystemRoot& root) {
-  auto directory = openKeptOrWalk(root, true);
+  auto directory = reach(root, true);
   checkIsOwn(directory.get(), nameOf(root));
   return directory;
 }

@@ -26,7 +26,9 @@ inline constexpr std::size_t maximumHelperBytes = std::size_t{64} * 1024 * 1024;
 /// at a time, through no symbolic link. It and every directory above it belong to the superuser or
 /// to the effective user and can be written by nobody else (in a sticky directory above it, others
 /// can do no harm): what is below it is theirs, and nobody can put another root in its place. Else
-/// NotPermitted, naming the directory, the cause and the cure.
+/// NotPermitted, naming the directory, the cause and the cure. The way to a root that was reached
+/// before is not walked again as long as the very same directory is there, as closed as it was:
+/// who asks often whether a job is installed pays for the way once.
 [[nodiscard]] FileDescriptor openRoot(const SystemRoot& root);
 
 /// The same for who keeps the root and writes in it: it must be the effective user's own, and what

@@ -147,6 +147,40 @@ TEST_F(RootDirectory, OfTheSuperuserIsUsedByAllAndKeptByNobodyElse) {
               HasSubstr("belongs to root, and this is user 12345"));
 }
 
+TEST_F(RootDirectory, ThatWasReachedBeforeIsLookedAtAnewWhenItChanged) {
+  const fs::path root = made("root");
+  ASSERT_EQ(used(root), "opened");
+  ::chmod(root.c_str(), 0777);
+  EXPECT_THAT(used(root), HasSubstr("can be written by others (mode 0777)"));
+  ::chmod(root.c_str(), 0755);
+  ASSERT_EQ(used(root), "opened");
+  fs::rename(root, directory_ / "away");
+  fs::create_directory_symlink(directory_ / "away", root);
+  EXPECT_THAT(used(root), HasSubstr("is a symbolic link"));
+  fs::remove(root);
+  EXPECT_EQ(used(root), "none");
+}
+
+TEST_F(RootDirectory, ThatWasReachedBeforeIsWalkedToAgainWhenAnotherIsInItsPlace) {
+  const fs::path way = made("way");
+  const fs::path root = made("way/root");
+  ASSERT_EQ(used(root), "opened");
+  fs::rename(root, directory_ / "away");
+  ::chmod(way.c_str(), 0777);
+  ASSERT_EQ(made("way/root"), root);
+  EXPECT_THAT(used(root), HasSubstr("way above the system root"));
+}
+
+TEST_F(RootDirectory, ThatWasReachedByOneUserIsWalkedToAgainByAnother) {
+  if (!testsupport::isSuperuser()) return;  // see OfAnotherUserIsRefusedAndWhoseItIsIsSaid
+  const fs::path way = made("way");
+  const fs::path root = made("way/root");
+  ASSERT_EQ(used(root), "opened");
+  ::chmod(way.c_str(), 0777);
+  EXPECT_THAT(testsupport::asUser(testsupport::otherUser, [&] { return used(root); }),
+              HasSubstr("way above the system root"));
+}
+
 TEST_F(RootDirectory, OnceOpenedStaysWhatItWas) {
   const fs::path path = made("root");
   testsupport::writeFile(path / "which", "the first");
