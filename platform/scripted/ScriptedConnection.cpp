@@ -98,9 +98,8 @@ class ScriptedConnection::Sink final : public XPCMessageSink {
   const std::shared_ptr<XPCErrorHandler> error_;
 };
 
-ScriptedConnection::ScriptedConnection(int number, std::shared_ptr<Trace> trace,
-                                       SupersededQuestion isSuperseded)
-    : number_(number), trace_(std::move(trace)), isSuperseded_(std::move(isSuperseded)) {}
+ScriptedConnection::ScriptedConnection(int number, std::shared_ptr<Trace> trace)
+    : number_(number), trace_(std::move(trace)) {}
 
 std::shared_ptr<NSXPCConnection> ScriptedConnection::makeConnection() {
   return std::make_shared<Connection>(shared_from_this());
@@ -145,13 +144,13 @@ void ScriptedConnection::setHandler(std::function<void()>& place, std::function<
 void ScriptedConnection::resume() {
   record("resume");
   const std::lock_guard lock(mutex_);
-  resumed_ = true;
+  if (!std::exchange(resumed_, true)) entry_.enter(exported_.object);
 }
 
 void ScriptedConnection::invalidate() {
   record("invalidate");
   const std::lock_guard lock(mutex_);
-  invalidated_ = true;
+  if (!std::exchange(invalidated_, true)) entry_.close(exported_.object);
 }
 
 void ScriptedConnection::dropped() {
@@ -161,6 +160,7 @@ void ScriptedConnection::dropped() {
   const std::lock_guard lock(mutex_);
   held_ = false;
   if (invalidated_) return;
+  entry_.leave();
   // Ended quietly: no handler will run any more.
   interruption.swap(interruptionHandler_);
   invalidation.swap(invalidationHandler_);
@@ -216,11 +216,6 @@ bool ScriptedConnection::isHeld() const {
 std::size_t ScriptedConnection::pendingRequests() const {
   const std::lock_guard lock(mutex_);
   return pending_.size();
-}
-
-std::shared_ptr<void> ScriptedConnection::exportedObject() const {
-  const std::lock_guard lock(mutex_);
-  return exported_.object.lock();
 }
 
 // ---- The queue's events
@@ -317,6 +312,7 @@ void ScriptedConnection::discard() {
   const std::lock_guard lock(mutex_);
   over_ = true;
   discarded_ = true;
+  entry_.leave();
   interruption.swap(interruptionHandler_);
   invalidation.swap(invalidationHandler_);
   requests.swap(pending_);
@@ -324,13 +320,14 @@ void ScriptedConnection::discard() {
 }
 
 bool ScriptedConnection::mayReportInvalidation(Timing timing) const {
-  bool invalidated = false;
-  {
-    const std::lock_guard lock(mutex_);
-    if (over_ || (!held_ && !invalidated_)) return false;
-    invalidated = invalidated_;
-  }
-  return timing == Timing::Late || !invalidated || !isSuperseded_(*this);
+  const std::lock_guard lock(mutex_);
+  if (over_ || (!held_ && !invalidated_)) return false;
+  return timing == Timing::Late || !entry_.isSuperseded();
+}
+
+void ScriptedConnection::leave() {
+  const std::lock_guard lock(mutex_);
+  entry_.leave();
 }
 
 bool ScriptedConnection::deliverInvalidation(Timing timing) {
@@ -344,9 +341,10 @@ bool ScriptedConnection::deliverInvalidation(Timing timing) {
     interruption.swap(interruptionHandler_);
     invalidation.swap(invalidationHandler_);
   }
-  if (!report || !invalidation) return false;
-  invalidation();
-  return true;
+  const bool reports = report && invalidation;
+  if (reports) invalidation();
+  leave();
+  return reports;
 }
 
 }  // namespace platform

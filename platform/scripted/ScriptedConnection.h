@@ -33,17 +33,14 @@
 #include "platform/foundation/NSString.h"
 #include "platform/scripted/Trace.h"
 #include "platform/xpc/NSXPCConnection.h"
+#include "platform/xpc/StaleReports.h"
 #include "platform/xpc/XPCProtocol.h"
 
 namespace platform {
 
 class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnection> {
  public:
-  /// `isSuperseded` says whether a newer connection of the same exported object has been resumed
-  /// since.
-  using SupersededQuestion = std::function<bool(const ScriptedConnection&)>;
-
-  ScriptedConnection(int number, std::shared_ptr<Trace> trace, SupersededQuestion isSuperseded);
+  ScriptedConnection(int number, std::shared_ptr<Trace> trace);
 
   /// What the code under test holds.
   [[nodiscard]] std::shared_ptr<NSXPCConnection> makeConnection();
@@ -56,8 +53,6 @@ class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnectio
   [[nodiscard]] bool isHeld() const;
   /// Requests with a reply that have had neither reply nor error.
   [[nodiscard]] std::size_t pendingRequests() const;
-  /// The exported object, null once it is gone.
-  [[nodiscard]] std::shared_ptr<void> exportedObject() const;
 
   enum class Timing {
     InOrder,  ///< only what a connection in this state lets through
@@ -81,8 +76,8 @@ class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnectio
   bool deliverInterruption(Timing timing = Timing::InOrder);
   /// Pending requests fail (4099), then the invalidation handler runs, once in the connection's
   /// life, and both handlers are dropped. No handler runs for a connection that was dropped without
-  /// invalidate, nor for one that was invalidated and whose exported object has a newer, resumed
-  /// connection, unless the report is late. False when the handler did not run.
+  /// invalidate, nor for one that was invalidated and whose exported object has resumed another one
+  /// since, unless the report is late. False when the handler did not run.
   bool deliverInvalidation(Timing timing = Timing::InOrder);
 
   /// Forgets every handler and request, calling none: the end of the script.
@@ -113,10 +108,10 @@ class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnectio
   void failPendingRequests(std::int64_t code);
   bool isLive() const;
   bool mayReportInvalidation(Timing timing) const;
+  void leave();
 
   const int number_;
   const std::shared_ptr<Trace> trace_;
-  const SupersededQuestion isSuperseded_;
 
   mutable std::mutex mutex_;
   std::shared_ptr<NSXPCInterface> exportedInterface_;
@@ -124,6 +119,7 @@ class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnectio
   XPCExportedObject exported_;
   std::function<void()> interruptionHandler_;
   std::function<void()> invalidationHandler_;
+  xpc::ResumedConnection entry_;
   std::deque<Request> pending_;
   std::shared_ptr<XPCErrorHandler> lastOneWayError_;
   bool resumed_ = false;

@@ -291,34 +291,12 @@ class ScriptedXPC final : public XPCProvider {
     return state_->refusedInterfaces.contains(protocol);
   }
   std::shared_ptr<ScriptedConnection> nextConnection() {
-    const std::weak_ptr<ScriptedPlatform::State> weakState = state_;
-    const auto isSuperseded = [weakState](const ScriptedConnection& connection) {
-      const auto state = weakState.lock();
-      return state && hasNewerResumed(*state, connection);
-    };
     const std::lock_guard lock(state_->mutex);
     if (state_->refusesConnections) return nullptr;
     const int number = static_cast<int>(state_->connections.size()) + 1;
-    state_->connections.push_back(
-        std::make_shared<ScriptedConnection>(number, state_->trace, isSuperseded));
+    state_->connections.push_back(std::make_shared<ScriptedConnection>(number, state_->trace));
     return state_->connections.back();
   }
-  static std::vector<std::shared_ptr<ScriptedConnection>> copyConnections(
-      const ScriptedPlatform::State& state) {
-    const std::lock_guard lock(state.mutex);
-    return state.connections;
-  }
-  static bool hasNewerResumed(const ScriptedPlatform::State& state,
-                              const ScriptedConnection& connection) {
-    const auto object = connection.exportedObject();
-    if (!object) return false;
-    for (const auto& other : copyConnections(state)) {
-      const bool newer = other->number() > connection.number() && other->isResumed();
-      if (newer && other->exportedObject() == object) return true;
-    }
-    return false;
-  }
-
   const StatePointer state_;
 };
 

@@ -331,6 +331,25 @@ TEST_P(ConnectionContract, AStaleReportDoesNotReachTheHolderOfANewerConnection) 
   expectEvents({"reply (null)", "reply (null)", "resumed", "second invalidation"});
 }
 
+TEST_P(ConnectionContract, OfTwoLiveConnectionsOfOneObjectEachReportsItsEnd) {
+  std::vector<std::shared_ptr<NSXPCConnection>> connections;
+  for (const char* prefix : {"older ", "newer "}) {
+    connections.push_back(makeConnection(prefix));
+    connections.back()->resume();
+    request(*connections.back());
+    ASSERT_TRUE(layer_->waitForRequest());
+    layer_->peerReplies(nullptr);
+    EXPECT_TRUE(events_.waitFor("reply (null)"));
+    events_.take();
+  }
+  connections.front()->invalidate();
+  layer_->settle();
+  EXPECT_TRUE(events_.waitFor("older invalidation"));
+  layer_->peerSaysFarewell();
+  EXPECT_TRUE(events_.waitFor("newer invalidation"));
+  expectEvents({"older invalidation", "newer invalidation"});
+}
+
 INSTANTIATE_TEST_SUITE_P(Layers, ConnectionContract,
                          ::testing::Values(LayerKind{"real", &realLayer},
                                            LayerKind{"scripted", &scriptedLayer}),

@@ -31,6 +31,7 @@ class Layer {
   virtual void peerSendsReport(std::uint32_t reportID) = 0;
   /// By the newest connection.
   virtual void peerSendsElementValues(std::shared_ptr<platform::NSArray> values) = 0;
+  /// On all connections.
   virtual void peerSaysFarewell() = 0;
   virtual void peerCrashes() = 0;
   /// Lets happen what the code under test has set off by itself: invalidate, or dropping a

@@ -76,7 +76,8 @@ class ScriptedLayer final : public Layer {
         [script = newest(), values] { script->deliverMessage("receivedElementValues:", values); });
   }
   void peerSaysFarewell() override {
-    queue_.post([script = newest()] { script->deliverInvalidation(); });
+    for (std::size_t number = 1; number <= platform_.connectionCount(); ++number)
+      queue_.post([script = platform_.connection(number)] { script->deliverInvalidation(); });
   }
   void peerCrashes() override {
     queue_.post([script = newest()] { script->deliverInterruption(); });
