@@ -1,6 +1,5 @@
 // wlhid log: the router's own entries of a log.
 #include <algorithm>
-#include <filesystem>
 #include <optional>
 
 #include "WLHIDAccess/WLHIDEventRouterLogFileProvider.h"
@@ -25,8 +24,7 @@ struct Options {
 };
 
 Excerpt excerptOfFile(const std::string& path) {
-  // The URL of a file names it from the root of the file system on.
-  const auto text = platform::NSString::stringWithUTF8(std::filesystem::absolute(path).string());
+  const auto text = platform::NSString::stringWithUTF8(path);
   if (!text) throw Failure(path + ": the file's name is not UTF-8");
   const auto excerpt = diagnostics::readLogExcerpt(platform::NSURL::fileURLWithPath(text));
   if (excerpt.error) throw Failure(describeError(excerpt.error));

@@ -2,7 +2,9 @@
 
 #include <array>
 #include <cstdio>
+#include <filesystem>
 #include <optional>
+#include <system_error>
 
 namespace platform {
 namespace {
@@ -74,7 +76,10 @@ std::shared_ptr<NSURL> NSURL::URLWithString(const std::shared_ptr<NSString>& tex
 
 std::shared_ptr<NSURL> NSURL::fileURLWithPath(const std::shared_ptr<NSString>& path) {
   if (!path || path->UTF8String().empty()) return nullptr;
-  return URLWithString(str("file://" + percentEncoded(path->UTF8String())));
+  std::error_code nowhere;
+  const auto absolute = std::filesystem::absolute(path->UTF8String(), nowhere);
+  if (nowhere) return nullptr;
+  return URLWithString(NSString::stringWithUTF8("file://" + percentEncoded(absolute.string())));
 }
 
 std::shared_ptr<NSString> NSURL::path() const {

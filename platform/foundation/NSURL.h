@@ -13,8 +13,8 @@ class NSURL final : public NSObject {
   static const NSClass& classObject();
   /// Null for a null or empty string. The text is kept as it is.
   static std::shared_ptr<NSURL> URLWithString(const std::shared_ptr<NSString>& text);
-  /// "file://" and the path, percent-encoded where a path character is not allowed in a URL;
-  /// null for a null or empty path.
+  /// "file://" and the path, percent-encoded where a path character is not allowed in a URL. A
+  /// relative path counts from the working directory of now. Null for a null or empty path.
   static std::shared_ptr<NSURL> fileURLWithPath(const std::shared_ptr<NSString>& path);
 
   [[nodiscard]] const std::shared_ptr<NSString>& absoluteString() const { return text_; }

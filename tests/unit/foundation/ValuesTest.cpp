@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include <array>
+#include <filesystem>
 #include <numeric>
 
 #include "platform/foundation/NSArray.h"
@@ -173,6 +174,11 @@ TEST(NSURL, EncodesAndDecodesThePathOfAFile) {
   const auto url = NSURL::fileURLWithPath(str("/var/log/a b%ä#?;.log"));
   EXPECT_EQ(url->absoluteString()->UTF8String(), "file:///var/log/a%20b%25%C3%A4%23%3F%3B.log");
   EXPECT_EQ(url->path()->UTF8String(), "/var/log/a b%ä#?;.log");
+}
+
+TEST(NSURL, ARelativePathCountsFromTheWorkingDirectory) {
+  const auto here = std::filesystem::current_path() / "a b";
+  EXPECT_EQ(NSURL::fileURLWithPath(str("a b"))->path()->UTF8String(), here.string());
 }
 
 TEST(NSURL, ReadsFileURLsOfOthers) {
