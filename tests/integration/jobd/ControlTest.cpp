@@ -176,9 +176,9 @@ TEST_F(Control, SomebodyElseIsNotServed) {
   ASSERT_EQ(::stat(root.controlEndpoint().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777U, 0600U);
   if (::geteuid() != 0) return;
-  for (auto path = root.controlEndpoint(); path != path.root_path(); path = path.parent_path()) {
-    ::chmod(path.c_str(), path == temporary.path().parent_path() ? 01777 : 0777);
-  }
+  const auto above = temporary.path().parent_path();
+  for (auto path = root.controlEndpoint(); path != above; path = path.parent_path())
+    ::chmod(path.c_str(), 0777);
   const pid_t child = ::fork();
   if (child == 0) {
     if (::setuid(12345) != 0) ::_exit(1);
