@@ -167,6 +167,7 @@ class Campaign:
         self.tree = Tree(options.source, self.out / "tree")
         self.build = Build(self.tree, self.out / "build")
         self.scratch = tempfile.mkdtemp(prefix="wlhid-mutation-")
+        os.chmod(self.scratch, 0o755)  # tests that act as another user work below it
 
     # --- which tests
 
