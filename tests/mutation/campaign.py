@@ -58,6 +58,9 @@ class Test:
         self.reached = set()  # the sources that are compiled into it or into what it starts
         self.seconds = 0.0
 
+    def folder(self):
+        return os.path.basename(os.path.dirname(self.command[0]))
+
     def breadth(self):
         return sum(name.startswith(PRODUCT) for name in self.reached)
 
@@ -190,9 +193,11 @@ class Campaign:
         return {each for each in self.tree.files if os.path.dirname(each) == os.path.dirname(name)}
 
     def nearest(self, tests, sources):
-        """The quickest kinds first, then those into which the fewest other sources of the product go."""
+        """Those first that lie in a folder of the same name; then the quickest kinds, and of these the ones into which
+        the fewest other sources of the product go."""
+        folders = {os.path.basename(os.path.dirname(each)) for each in sources}
         reached = [t for t in tests if t.reached & sources]
-        reached.sort(key=lambda t: (LABELS.index(t.label), t.breadth(), t.seconds))
+        reached.sort(key=lambda t: (t.folder() not in folders, LABELS.index(t.label), t.breadth(), t.seconds))
         return reached[: self.options.programs]
 
     def measured(self, tests, state):
