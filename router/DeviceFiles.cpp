@@ -159,17 +159,7 @@ void DeviceFiles::writeConfiguration(const std::string& name,
 
 bool DeviceFiles::createConfiguration(const std::string& name,
                                       std::span<const std::uint8_t> content) const try {
-  // Written under a hidden name, which no listing shows, and linked: that fails where the name is
-  // taken, also by somebody who adds a device at the same moment.
-  const FileDescriptor opened = ownDirectory();
-  const std::string file = fileNameOf(name);
-  const std::string hidden = "." + name + "." + std::to_string(::getpid()) + std::string(kSuffix);
-  writeFileAtomically(opened.get(), hidden, content);
-  const bool linked = ::linkat(opened.get(), hidden.c_str(), opened.get(), file.c_str(), 0) == 0;
-  const int cause = errno;
-  ::unlinkat(opened.get(), hidden.c_str(), 0);
-  if (!linked && cause != EEXIST) fail("cannot be made", cause);
-  return linked;
+  return createFileAtomically(ownDirectory().get(), fileNameOf(name), content);
 } catch (const std::system_error& error) {
   throw FileError(error.what(), error.code());
 }
