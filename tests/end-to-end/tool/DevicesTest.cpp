@@ -132,6 +132,24 @@ TEST_F(DevicesTest, TwoThatAreAddedAtOnceAreTwo) {
   EXPECT_EQ(recordings().size(), 4U);
 }
 
+TEST_F(DevicesTest, WhatAnOlderVersionConfiguredCanBePutRightAsTheMessageSays) {
+  writeFile(directory / "m.hid", "R: 2 05 01\nN: Mouse\n");
+  writeFile(root / "etc/hideventrouter/-old one.plist",
+            "<plist version=\"1.0\"><dict><key>Source</key><string>replay</string>"
+            "<key>Recording</key><string>" +
+                (directory / "m.hid").string() + "</string></dict></plist>");
+  const std::string problem = runTool({"devices"}).err;
+  EXPECT_NE(problem.find("remove this device and add its recording again ("), std::string::npos)
+      << problem;
+  const std::size_t begin = problem.rfind('(') + 1;
+  const std::string advised = problem.substr(begin, problem.rfind(" takes it away") - begin);
+  const Outcome removed = run({"sh", "-c", advised}, options());
+  EXPECT_EQ(removed.status, 0) << advised << ": " << removed.err;
+  EXPECT_EQ(runTool({"devices"}).err, "");
+  EXPECT_EQ(add(directory / "m.hid").status, 0);
+  EXPECT_EQ(devices().size(), 1U);
+}
+
 TEST_F(DevicesTest, RemovingTakesTheCopyAlong) {
   const std::string first = addDevice("qemu-usb-kbd.hid");
   const std::string second = addDevice("qemu-usb-mouse.hid");
