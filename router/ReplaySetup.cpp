@@ -150,7 +150,7 @@ void replaceConfiguration(const SystemRoot& root, ReplayDevice device, FileDraft
 std::string createConfiguration(const DeviceFiles& files, ReplayDevice device,
                                 const std::string& base, FileDraft* draft) {
   for (std::size_t number = 1;; ++number) {
-    const std::string name = numbered(base, number);
+    std::string name = numbered(base, number);
     device.recording = name + std::string(kRecordingSuffix);
     if (!draft->take(device.recording)) continue;
     const auto content = replayConfigurationData(device);
