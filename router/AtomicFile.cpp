@@ -44,18 +44,6 @@ bool isOfDeadProcess(std::string_view text) {
   return isNumber && process > 0 && ::kill(process, 0) != 0 && errno == ESRCH;
 }
 
-/// 0, or the error.
-int writeAndSync(int file, std::span<const std::uint8_t> content) {
-  while (!content.empty()) {
-    const ssize_t count = ::write(file, content.data(), content.size());
-    if (count >= 0)
-      content = content.subspan(static_cast<std::size_t>(count));
-    else if (errno != EINTR)
-      return errno;
-  }
-  return ::fsync(file) == 0 ? 0 : errno;
-}
-
 /// A lock of the open file, not of the process: it goes with the last descriptor, and other
 /// descriptors of the file that this process opens and closes leave it alone.
 struct flock wholeFile(short type) {
@@ -65,38 +53,78 @@ struct flock wholeFile(short type) {
   return lock;
 }
 
-/// 0, or the error.
-int hold(int file) {
+void hold(int file, const std::string& name) {
   struct flock lock = wholeFile(F_WRLCK);
-  return ::fcntl(file, F_OFD_SETLK, &lock) == 0 ? 0 : errno;
-}
-
-FileDescriptor replace(int directory, const std::string& name,
-                       std::span<const std::uint8_t> content, bool isHeld) {
-  const std::string temporary = temporaryName(name);
-  ::unlinkat(directory, temporary.c_str(), 0);  // left by a process of the same number that died
-  FileDescriptor file(::openat(directory, temporary.c_str(),
-                               O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
-  if (!file) fail(name, errno);
-  int error = writeAndSync(file.get(), content);
-  if (error == 0 && isHeld) error = hold(file.get());
-  if (error == 0 && ::renameat(directory, temporary.c_str(), directory, name.c_str()) != 0)
-    error = errno;
-  if (error == 0) return file;
-  ::unlinkat(directory, temporary.c_str(), 0);
-  fail(name, error);
+  if (::fcntl(file, F_OFD_SETLK, &lock) != 0) fail(name, errno);
 }
 
 }  // namespace
 
+FileDraft::FileDraft(int directory, std::string name, mode_t mode)
+    : directory_(::fcntl(directory, F_DUPFD_CLOEXEC, 0)),
+      name_(std::move(name)),
+      hidden_(temporaryName(name_)) {
+  // One may be left by a process of the same number that died.
+  ::unlinkat(directory_.get(), hidden_.c_str(), 0);
+  constexpr int kFlags = O_RDWR | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+  file_.reset(::openat(directory_.get(), hidden_.c_str(), kFlags, mode));
+  if (!file_) fail(name_, errno);
+}
+
+FileDraft::~FileDraft() {
+  ::unlinkat(directory_.get(), hidden_.c_str(), 0);  // it is gone where the file was renamed
+}
+
+void FileDraft::append(std::span<const std::uint8_t> content) {
+  while (!content.empty()) {
+    const ssize_t count = ::write(file_.get(), content.data(), content.size());
+    if (count >= 0)
+      content = content.subspan(static_cast<std::size_t>(count));
+    else if (errno != EINTR)
+      fail(name_, errno);
+  }
+}
+
+void FileDraft::sync() const {
+  if (::fsync(file_.get()) != 0) fail(name_, errno);
+}
+
+void FileDraft::replace(const std::string& name) {
+  sync();
+  if (::renameat(directory_.get(), hidden_.c_str(), directory_.get(), name.c_str()) != 0)
+    fail(name, errno);
+}
+
+bool FileDraft::take(const std::string& name) {
+  sync();
+  // Unlike a renaming, a link fails where the name is taken.
+  if (::linkat(directory_.get(), hidden_.c_str(), directory_.get(), name.c_str(), 0) == 0)
+    return true;
+  if (errno == EEXIST) return false;
+  fail(name, errno);
+}
+
 void writeFileAtomically(int directory, const std::string& name,
                          std::span<const std::uint8_t> content) {
-  static_cast<void>(replace(directory, name, content, false));
+  FileDraft draft(directory, name);
+  draft.append(content);
+  draft.replace(name);
+}
+
+bool createFileAtomically(int directory, const std::string& name,
+                          std::span<const std::uint8_t> content) {
+  FileDraft draft(directory, name);
+  draft.append(content);
+  return draft.take(name);
 }
 
 FileDescriptor writeHeldFile(int directory, const std::string& name,
                              std::span<const std::uint8_t> content) {
-  return replace(directory, name, content, true);
+  FileDraft draft(directory, name);
+  draft.append(content);
+  hold(draft.descriptor(), name);
+  draft.replace(name);
+  return draft.release();
 }
 
 bool isHeld(int file) {

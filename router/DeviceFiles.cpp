@@ -4,12 +4,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <ctime>
 
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
-#include "router/AtomicFile.h"
 
 namespace router {
 
@@ -19,7 +19,10 @@ namespace fs = std::filesystem;
 using platform::FileDescriptor;
 
 constexpr std::string_view kSuffix = ".plist";
-constexpr std::string_view kDirectory = "etc/hideventrouter";
+constexpr std::string_view kConfigurations = "etc/hideventrouter";
+constexpr std::string_view kRecordings = "etc/hideventrouter/recordings";
+/// What the hidden names of drafts are made of.
+constexpr const char* kDraft = "recording";
 
 std::int64_t nanoseconds(const timespec& time) {
   return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
@@ -42,38 +45,29 @@ std::optional<FileStamp> stampOf(int directory, const std::string& name) {
   return FileStamp::of(status);
 }
 
-OpenFile openRegularFile(int directory, const std::string& name) {
-  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-  OpenFile opened;
-  opened.descriptor.reset(::openat(directory, name.c_str(), kFlags));
-  const int cause = errno;
-  if (!opened.descriptor && isLink(directory, name))
-    throw FileError("is a symbolic link, which is not followed");
-  if (!opened.descriptor) fail("cannot be read", cause);
+constexpr int kOpenFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+OpenFile requireRegular(FileDescriptor descriptor) {
   struct stat status {};
-  if (::fstat(opened.descriptor.get(), &status) != 0) fail("cannot be read", errno);
+  if (::fstat(descriptor.get(), &status) != 0) fail("cannot be read", errno);
   if (!S_ISREG(status.st_mode)) throw FileError("is no regular file");
-  opened.stamp = FileStamp::of(status);
-  return opened;
+  return {std::move(descriptor), FileStamp::of(status), status.st_mode};
 }
 
-/// The directory that the file lies in.
-FileDescriptor openParent(const fs::path& file) {
-  FileDescriptor parent(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
-  fs::path reached = "/";
-  for (const auto& component : file.parent_path().relative_path()) {
-    reached /= component;
-    FileDescriptor next(
-        ::openat(parent.get(), component.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    const int cause = errno;
-    if (!next && isLink(parent.get(), component.string())) {
-      throw FileError("lies behind the symbolic link " + reached.string() +
-                      ", which is not followed");
-    }
-    if (!next) fail("cannot be read", cause);
-    parent = std::move(next);
-  }
-  return parent;
+OpenFile openRegularFile(int directory, const std::string& name) {
+  FileDescriptor file(::openat(directory, name.c_str(), kOpenFlags | O_NOFOLLOW));
+  const int cause = errno;
+  if (!file && isLink(directory, name))
+    throw FileError("is a symbolic link, which is not followed");
+  if (!file) fail("cannot be read", cause);
+  return requireRegular(std::move(file));
+}
+
+/// False where there is none.
+bool removeFile(int directory, const std::string& name) {
+  if (::unlinkat(directory, name.c_str(), 0) == 0) return true;
+  if (errno == ENOENT) return false;
+  fail("cannot be removed", errno);
 }
 
 bool isConfiguration(const std::string& fileName) {
@@ -98,23 +92,23 @@ bool FileStamp::isOlderThan(std::chrono::milliseconds age) const {
 }
 
 /// Empty where there is none.
-FileDescriptor DeviceFiles::directory() const try {
+FileDescriptor DeviceFiles::directory(std::string_view path) const try {
   const FileDescriptor root = platform::openRoot(root_);
-  return root ? platform::openDirectoryBelow(root.get(), kDirectory, false) : FileDescriptor();
+  return root ? platform::openDirectoryBelow(root.get(), path, false) : FileDescriptor();
 } catch (const platform::ServiceError& error) {
   throw FileError(error.what());
 }
 
 /// Made where it is missing.
-FileDescriptor DeviceFiles::ownDirectory() const try {
-  return platform::openDirectoryBelow(platform::openOwnRoot(root_).get(), kDirectory, true);
+FileDescriptor DeviceFiles::ownDirectory(std::string_view path) const try {
+  return platform::openDirectoryBelow(platform::openOwnRoot(root_).get(), path, true);
 } catch (const platform::ServiceError& error) {
   throw FileError(error.what());
 }
 
 std::vector<std::string> DeviceFiles::configurations(std::size_t limit,
                                                      std::vector<std::string>* problems) const try {
-  const FileDescriptor opened = directory();
+  const FileDescriptor opened = directory(kConfigurations);
   std::vector<std::string> names;
   if (!opened) return names;
   for (const std::string& name : platform::namesIn(opened.get())) {
@@ -138,59 +132,78 @@ std::string DeviceFiles::configurationPath(const std::string& name) const {
 }
 
 std::optional<FileStamp> DeviceFiles::configurationStamp(const std::string& name) const try {
-  const FileDescriptor opened = directory();
+  const FileDescriptor opened = directory(kConfigurations);
   return opened ? stampOf(opened.get(), fileNameOf(name)) : std::nullopt;
 } catch (const FileError&) {
   return std::nullopt;  // opening it will say why
 }
 
 OpenFile DeviceFiles::openConfiguration(const std::string& name) const {
-  const FileDescriptor opened = directory();
+  const FileDescriptor opened = directory(kConfigurations);
   if (!opened) fail("cannot be read", ENOENT);
   return openRegularFile(opened.get(), fileNameOf(name));
 }
 
 void DeviceFiles::writeConfiguration(const std::string& name,
                                      std::span<const std::uint8_t> content) const try {
-  writeFileAtomically(ownDirectory().get(), fileNameOf(name), content);
+  writeFileAtomically(ownDirectory(kConfigurations).get(), fileNameOf(name), content);
 } catch (const std::system_error& error) {
   throw FileError(error.what(), error.code());
 }
 
 bool DeviceFiles::createConfiguration(const std::string& name,
                                       std::span<const std::uint8_t> content) const try {
-  // Written under a hidden name, which no listing shows, and linked: that fails where the name is
-  // taken, also by somebody who adds a device at the same moment.
-  const FileDescriptor opened = ownDirectory();
-  const std::string file = fileNameOf(name);
-  const std::string hidden = "." + name + "." + std::to_string(::getpid()) + std::string(kSuffix);
-  writeFileAtomically(opened.get(), hidden, content);
-  const bool linked = ::linkat(opened.get(), hidden.c_str(), opened.get(), file.c_str(), 0) == 0;
-  const int cause = errno;
-  ::unlinkat(opened.get(), hidden.c_str(), 0);
-  if (!linked && cause != EEXIST) fail("cannot be made", cause);
-  return linked;
+  return createFileAtomically(ownDirectory(kConfigurations).get(), fileNameOf(name), content);
 } catch (const std::system_error& error) {
   throw FileError(error.what(), error.code());
 }
 
 bool DeviceFiles::removeConfiguration(const std::string& name) const {
   if (name.find('/') != std::string::npos) return false;
-  const FileDescriptor opened = directory();
-  if (!opened || ::unlinkat(opened.get(), fileNameOf(name).c_str(), 0) == 0)
-    return static_cast<bool>(opened);
-  if (errno == ENOENT) return false;
-  fail("cannot be removed", errno);
+  const FileDescriptor opened = directory(kConfigurations);
+  return opened && removeFile(opened.get(), fileNameOf(name));
 }
 
-std::optional<FileStamp> DeviceFiles::recordingStamp(const fs::path& file) try {
-  return stampOf(openParent(file).get(), file.filename().string());
+bool DeviceFiles::isRecordingName(std::string_view name) {
+  return platform::SystemRoot::isValidLabel(name);
+}
+
+std::string DeviceFiles::recordingPath(const std::string& name) const {
+  const fs::path path = root_.path() / kRecordings;
+  return (name.empty() ? path : path / name).string();
+}
+
+std::optional<FileStamp> DeviceFiles::recordingStamp(const std::string& name) const try {
+  if (!isRecordingName(name)) return std::nullopt;
+  const FileDescriptor opened = directory(kRecordings);
+  return opened ? stampOf(opened.get(), name) : std::nullopt;
 } catch (const FileError&) {
   return std::nullopt;  // opening it will say why
 }
 
-OpenFile DeviceFiles::openRecording(const fs::path& file) {
-  return openRegularFile(openParent(file).get(), file.filename().string());
+OpenFile DeviceFiles::openRecording(const std::string& name) const {
+  if (!isRecordingName(name)) throw FileError("is no name of a recording");
+  const FileDescriptor opened = directory(kRecordings);
+  if (!opened) fail("cannot be read", ENOENT);
+  return openRegularFile(opened.get(), name);
+}
+
+FileDraft DeviceFiles::draftRecording(mode_t mode) const {
+  const FileDescriptor opened = ownDirectory(kRecordings);
+  removeAbandonedWrites(opened.get(), kDraft);
+  return {opened.get(), kDraft, mode};
+}
+
+bool DeviceFiles::removeRecording(const std::string& name) const {
+  if (!isRecordingName(name)) return false;
+  const FileDescriptor opened = directory(kRecordings);
+  return opened && removeFile(opened.get(), name);
+}
+
+OpenFile openFile(const fs::path& path) {
+  FileDescriptor file(::open(path.c_str(), kOpenFlags));
+  if (!file) fail("cannot be read", errno);
+  return requireRegular(std::move(file));
 }
 
 std::size_t readFile(int descriptor, std::span<char> buffer) {
@@ -203,6 +216,21 @@ std::size_t readFile(int descriptor, std::span<char> buffer) {
     filled += static_cast<std::size_t>(count);
   }
   return filled;
+}
+
+bool haveSameContent(int one, int other) {
+  std::vector<char> first(std::size_t{64} << 10);
+  std::vector<char> second(first.size());
+  ::lseek(one, 0, SEEK_SET);
+  ::lseek(other, 0, SEEK_SET);
+  for (std::size_t length = first.size(); length == first.size();) {
+    length = readFile(one, first);
+    if (readFile(other, second) != length ||
+        !std::equal(first.begin(), first.begin() + static_cast<std::ptrdiff_t>(length),
+                    second.begin()))
+      return false;
+  }
+  return true;
 }
 
 }  // namespace router

@@ -1,10 +1,11 @@
-// The files that devices are made of: configurations, which lie in one directory of the system
-// root, and recordings, which lie where their configuration says. Nothing else in the router opens
-// one.
+// The files that devices are made of, all of them in one directory of the system root:
 //
-// Both are reached one directory at a time, and through no symbolic link: configurations from the
-// root's directory, recordings from "/". So a configuration means the file that its writer named,
-// not one that somebody has put a link to in its place.
+//   <root>/etc/hideventrouter/NAME.plist            a configuration
+//   <root>/etc/hideventrouter/recordings/NAME.hid   the recording that it plays
+//
+// Nothing else in the router opens one. They are reached from the root's open directory, one
+// directory at a time and through no symbolic link, so none of them can mean a file elsewhere on
+// the machine.
 //
 // Threading: any thread. Ownership: an opened file is the caller's.
 // Errors: FileError, whose text is the cause without the file's name. Only regular files are
@@ -21,11 +22,13 @@
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
 #include "platform/services/FileDescriptor.h"
 #include "platform/services/SystemRoot.h"
+#include "router/AtomicFile.h"
 
 namespace router {
 
@@ -57,6 +60,7 @@ struct FileStamp {
 struct OpenFile {
   platform::FileDescriptor descriptor;
   FileStamp stamp;
+  mode_t mode = 0;
 };
 
 class DeviceFiles {
@@ -80,18 +84,31 @@ class DeviceFiles {
   /// False where there is none.
   [[nodiscard]] bool removeConfiguration(const std::string& name) const;
 
-  /// `file` is absolute, here and below.
-  [[nodiscard]] static std::optional<FileStamp> recordingStamp(const std::filesystem::path& file);
-  [[nodiscard]] static OpenFile openRecording(const std::filesystem::path& file);
+  /// Whether a recording may be called that: nothing but a file's name, and not a draft's.
+  [[nodiscard]] static bool isRecordingName(std::string_view name);
+  /// For people; without a name that of the directory.
+  [[nodiscard]] std::string recordingPath(const std::string& name = {}) const;
+  /// Nothing where there is no such file.
+  [[nodiscard]] std::optional<FileStamp> recordingStamp(const std::string& name) const;
+  [[nodiscard]] OpenFile openRecording(const std::string& name) const;
+  /// A new recording, which has no name yet. Drafts of processes that were killed are removed.
+  [[nodiscard]] FileDraft draftRecording(mode_t mode) const;
+  /// False where there is none.
+  bool removeRecording(const std::string& name) const;
 
  private:
-  [[nodiscard]] platform::FileDescriptor directory() const;
-  [[nodiscard]] platform::FileDescriptor ownDirectory() const;
+  [[nodiscard]] platform::FileDescriptor directory(std::string_view path) const;
+  [[nodiscard]] platform::FileDescriptor ownDirectory(std::string_view path) const;
 
   platform::SystemRoot root_;
 };
 
+/// A person's own file, wherever it lies and whatever links lead to it.
+[[nodiscard]] OpenFile openFile(const std::filesystem::path& path);
+
 /// Fills as much of `buffer` as the file has; less only at its end.
 [[nodiscard]] std::size_t readFile(int descriptor, std::span<char> buffer);
+/// Of two open files, from their first bytes.
+[[nodiscard]] bool haveSameContent(int one, int other);
 
 }  // namespace router

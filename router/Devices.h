@@ -4,7 +4,9 @@
 // devices is a recording, configured by a property list <root>/etc/hideventrouter/<name>.plist:
 //
 //   Source     string   "replay"
-//   Recording  string   absolute path of a recording in the hid-recorder text format
+//   Recording  string   name of a recording in the hid-recorder text format, a file in the
+//   directory
+//              "recordings" beside the configuration
 //   Speed      string or number, optional: "1" (the default) plays at the recorded pace, "2" at
 //              twice that, "max" as fast as the clients take it, without loss
 //   Repeat     boolean, optional: whether it begins again at its end; else its clients' sessions
@@ -15,6 +17,9 @@
 // Registry entry IDs follow from the source and the configuration, so every process that lists the
 // same root finds the same IDs; a device whose configuration changes is another device. Replayed
 // devices have IDs above 0x100000000.
+//
+// Adding a device copies its recording into the root. What becomes of the file that was added does
+// not matter from then on, and the router opens nothing outside the root.
 //
 // Threading: any thread. Ownership: values. Order: by file name.
 // Errors: a configuration that cannot be used is left out of a listing and reported as one line
@@ -45,7 +50,7 @@ struct DeviceDescription {
   std::uint32_t bus = 0;  ///< as the kernel numbers them: 3 USB, 5 Bluetooth, 0x18 I²C
   std::uint32_t vendor = 0;
   std::uint32_t product = 0;
-  std::string source;  ///< what it comes from, for people: "replay /path/of/recording"
+  std::string source;  ///< what it comes from, for people: "replay NAME.hid"
   friend bool operator==(const DeviceDescription&, const DeviceDescription&) = default;
 };
 
@@ -109,6 +114,7 @@ struct ReplaySpeed {
 struct ReplayDevice {
   /// The file's name without ".plist"; empty: made from the recording's name.
   std::string configuration;
+  /// What is added: a file, wherever it lies. Of a configuration: the name of its copy.
   std::filesystem::path recording;
   ReplaySpeed speed;
   bool repeat = false;
@@ -117,11 +123,11 @@ struct ReplayDevice {
   friend bool operator==(const ReplayDevice&, const ReplayDevice&) = default;
 };
 
-/// Writes the configuration and returns the ID that the device has from now on. A configuration
-/// that the device names is replaced; one whose name is made from the recording's never is: the
-/// device gets another name, or, where there is the very same device already, is that one. Throws
-/// DeviceError, with nothing written, when the recording cannot be played or the name is none for a
-/// file.
+/// Copies the recording, writes the configuration and returns the ID that the device has from now
+/// on. A configuration that the device names is replaced, and so is its copy; one whose name is
+/// made from the recording's never is: the device gets another name, or, where the same settings
+/// play a recording of that name and content already, is that one. Throws DeviceError, with nothing
+/// left behind, when the recording cannot be played or copied or the name is none for a file.
 std::uint64_t addReplayDevice(const platform::SystemRoot& root, const ReplayDevice& device);
 
 /// A configuration file, whether or not a device comes of it.
@@ -134,8 +140,9 @@ struct ConfiguredDevice {
 [[nodiscard]] std::vector<ConfiguredDevice> configuredReplayDevices(
     const platform::SystemRoot& root);
 
-/// Removes the configuration of that name; false when there is none. Whoever routes its device goes
-/// on until it has been played. Throws DeviceError when the file cannot be removed.
+/// Removes the configuration of that name, and then the copy that it plays, unless another one does
+/// too; false when there is none. Whoever routes its device goes on until it has been played.
+/// Throws DeviceError when a file cannot be removed; a copy that is left then is in nobody's way.
 bool removeReplayDevice(const platform::SystemRoot& root, const std::string& configuration);
 
 }  // namespace router

@@ -282,25 +282,27 @@ RecordingSummary readSummary(RecordingReader& reader) {
   return summary;
 }
 
-RecordingFile::RecordingFile(const std::filesystem::path& path, std::uint32_t device)
-    : name_(path.string()), device_(device) {
-  try {
-    OpenFile file = DeviceFiles::openRecording(path);
-    descriptor_ = std::move(file.descriptor);
-    stamp_ = file.stamp;
-  } catch (const FileError& error) {
-    throw RecordingError(name_ + ": " + error.what(), error.code());
-  }
-  if (static_cast<std::uint64_t>(stamp_.size) > RouterLimits::kRecordingBytes) {
+RecordingFile::RecordingFile(OpenFile file, std::string name, std::uint32_t device)
+    : name_(std::move(name)), device_(device), file_(std::move(file)) {
+  if (static_cast<std::uint64_t>(file_.stamp.size) > RouterLimits::kRecordingBytes) {
     throw RecordingError(name_ + ": is larger than " +
                          std::to_string(RouterLimits::kRecordingBytes) + " bytes");
   }
 }
 
-RecordingReader RecordingFile::read() const {
-  ::lseek(descriptor_.get(), 0, SEEK_SET);
-  return {[descriptor = descriptor_.get()](std::span<char> buffer) {
-            return readFile(descriptor, buffer);
+RecordingFile RecordingFile::at(const std::filesystem::path& path, std::uint32_t device) try {
+  return {openFile(path), path.string(), device};
+} catch (const FileError& error) {
+  throw RecordingError(path.string() + ": " + error.what(), error.code());
+}
+
+RecordingReader RecordingFile::read(Copy copy) const {
+  const int descriptor = file_.descriptor.get();
+  ::lseek(descriptor, 0, SEEK_SET);
+  return {[descriptor, copy = std::move(copy)](std::span<char> buffer) {
+            const std::size_t count = readFile(descriptor, buffer);
+            if (copy) copy(buffer.first(count));
+            return count;
           },
           name_, device_};
 }

@@ -121,16 +121,23 @@ struct RecordingSummary {
 /// An opened recording, with one reader at a time.
 class RecordingFile {
  public:
-  RecordingFile(const std::filesystem::path& path, std::uint32_t device);
-  [[nodiscard]] const FileStamp& stamp() const { return stamp_; }
+  /// Takes what a reader takes, as it does.
+  using Copy = std::function<void(std::span<const char>)>;
+
+  /// `name` is for errors.
+  RecordingFile(OpenFile file, std::string name, std::uint32_t device);
+  /// A person's own file: see openFile().
+  static RecordingFile at(const std::filesystem::path& path, std::uint32_t device);
+
+  [[nodiscard]] const FileStamp& stamp() const { return file_.stamp; }
+  [[nodiscard]] mode_t mode() const { return file_.mode; }
   /// A reader that begins at the beginning. It must not outlive the file.
-  [[nodiscard]] RecordingReader read() const;
+  [[nodiscard]] RecordingReader read(Copy copy = {}) const;
 
  private:
   const std::string name_;
   const std::uint32_t device_;
-  platform::FileDescriptor descriptor_;
-  FileStamp stamp_;
+  OpenFile file_;
 };
 
 }  // namespace router

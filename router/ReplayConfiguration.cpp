@@ -42,6 +42,20 @@ std::shared_ptr<NSString> stringFor(const NSDictionary& dictionary, std::string_
   return text;
 }
 
+std::string recordingIn(const NSDictionary& dictionary) {
+  const auto recording = stringFor(dictionary, "Recording");
+  if (recording == nullptr) throw DeviceError("Recording is missing");
+  std::string name = recording->UTF8String();
+  if (name.find('/') != std::string::npos) {
+    throw DeviceError(
+        "Recording is a path, as older versions wrote it, but only copies inside the system root "
+        "are played: remove this device and add its recording again");
+  }
+  if (!DeviceFiles::isRecordingName(name))
+    throw DeviceError("Recording is no name of a file in the directory recordings");
+  return name;
+}
+
 ReplaySpeed speedIn(const NSDictionary& dictionary) {
   const auto object = dictionary.objectForKey("Speed");
   if (object == nullptr) return {};
@@ -82,10 +96,7 @@ ReplayDevice deviceIn(const std::string& configuration, const NSDictionary& dict
     throw DeviceError("Source is not \"replay\"");
   ReplayDevice device;
   device.configuration = configuration;
-  const auto recording = stringFor(dictionary, "Recording");
-  if (recording == nullptr) throw DeviceError("Recording is missing");
-  device.recording = recording->UTF8String();
-  if (!device.recording.is_absolute()) throw DeviceError("Recording is no absolute path");
+  device.recording = recordingIn(dictionary);
   device.speed = speedIn(dictionary);
   device.repeat = repeatIn(dictionary);
   device.device = deviceNumberIn(dictionary);

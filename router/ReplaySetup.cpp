@@ -1,5 +1,7 @@
 // Replayed devices are set up and taken away here. See Devices.h.
-#include <algorithm>
+#include <functional>
+#include <optional>
+#include <system_error>
 
 #include "platform/foundation/NSString.h"
 #include "platform/foundation/PrintableText.h"
@@ -13,10 +15,14 @@ namespace router {
 namespace {
 
 namespace fs = std::filesystem;
+using platform::SystemRoot;
+
+/// What the names of configurations and recordings may have before a number.
+constexpr std::size_t kLongestBase = 100;
+constexpr std::string_view kRecordingSuffix = ".hid";
 
 /// A file name made of the recording's, of what such a name may hold.
 std::string configurationNameFor(const fs::path& recording) {
-  constexpr std::size_t kLongest = 100;
   std::string name;
   for (const char c : recording.stem().string()) {
     const bool isPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
@@ -25,92 +31,208 @@ std::string configurationNameFor(const fs::path& recording) {
     // What has no place in the name leaves one "_", however long it is.
     if (isPlain || !name.ends_with('_')) name += isPlain ? c : '_';
   }
-  return name.substr(0, kLongest);
+  return name.substr(0, kLongestBase);
 }
 
-/// Where the file lies by its own name: what whoever adds it means by links is settled now.
-fs::path withoutLinks(const fs::path& file) {
-  std::error_code missing;
-  const fs::path settled = fs::canonical(file, missing);
-  return missing ? fs::absolute(file).lexically_normal() : settled;
+/// The first is the base itself.
+std::string numbered(const std::string& base, std::size_t number) {
+  return number == 1 ? base : base + "-" + std::to_string(number);
 }
 
-void requirePlayable(const ReplayDevice& device) {
+/// Whether that is one of the names that a base gives.
+bool isNumbered(const std::string& name, const std::string& base) {
+  if (!name.starts_with(base)) return false;
+  const std::string_view rest = std::string_view(name).substr(base.size());
+  return rest.empty() || (rest.size() > 1 && rest.front() == '-' &&
+                          rest.find_first_not_of("0123456789", 1) == std::string_view::npos);
+}
+
+void requirePlayable(RecordingReader reader, const fs::path& file) {
   try {
-    const RecordingFile file(device.recording, device.device);
-    RecordingReader reader = file.read();
     ReportDescriptor::parse(readSummary(reader).header.reportDescriptor);
-  } catch (const RecordingError& error) {
-    throw DeviceError(error.what(), error.code());
   } catch (const ReportDescriptorError& error) {
-    throw DeviceError(device.recording.string() + ": report descriptor, " + error.what());
+    throw DeviceError(file.string() + ": report descriptor, " + error.what());
   }
 }
 
-bool isSame(ReplayDevice a, const ReplayDevice& b) {
+/// Checks what is copied, not the file before or after: it may change meanwhile.
+void copyPlayable(const RecordingFile& file, const fs::path& path, const DeviceFiles& files,
+                  FileDraft* draft) {
+  try {
+    requirePlayable(file.read([&](std::span<const char> bytes) {
+      draft->append({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
+    }),
+                    path);
+  } catch (const std::system_error& error) {
+    throw DeviceError(path.string() + ": cannot be copied into " + files.recordingPath() + ": " +
+                          error.code().message(),
+                      error.code());
+  }
+}
+
+bool hasSameSettings(ReplayDevice a, const ReplayDevice& b) {
   a.configuration = b.configuration;
+  a.recording = b.recording;
   return a == b;
+}
+
+bool isCopy(const DeviceFiles& files, const std::string& name, const FileDraft& draft) try {
+  return haveSameContent(files.openRecording(name).descriptor.get(), draft.descriptor());
+} catch (const FileError&) {
+  return false;
+}
+
+std::optional<ReplayDevice> configuredDevice(const SystemRoot& root, const std::string& name) {
+  for (const ConfiguredDevice& each : configuredReplayDevices(root)) {
+    if (each.configuration == name) return each.device;
+  }
+  return std::nullopt;
+}
+
+/// Unless it is another one by now, or a configuration plays it.
+void removeUnused(const SystemRoot& root, const std::string& recording, const FileStamp& stamp) {
+  const DeviceFiles files(root);
+  for (const ConfiguredDevice& each : configuredReplayDevices(root)) {
+    if (each.device && each.device->recording == recording) return;
+  }
+  try {
+    if (files.recordingStamp(recording) == stamp) files.removeRecording(recording);
+  } catch (const FileError& error) {
+    throw DeviceError(files.recordingPath(recording) + ": " + error.what(), error.code());
+  }
+}
+
+/// Whether a configuration was written. The copy that it would have named goes with it.
+bool configureCopy(const DeviceFiles& files, const std::string& recording,
+                   const std::function<bool()>& write) {
+  const auto takeBack = [&] {
+    try {
+      files.removeRecording(recording);
+    } catch (const FileError&) {
+      // Nothing names it: it is in nobody's way.
+    }
+  };
+  try {
+    if (write()) return true;
+  } catch (...) {
+    takeBack();
+    throw;
+  }
+  takeBack();
+  return false;
+}
+
+/// What the configuration said before stays whole until it says something else: the copy gets a
+/// name that is free.
+void replaceConfiguration(const SystemRoot& root, ReplayDevice device, FileDraft* draft) {
+  const DeviceFiles files(root);
+  const auto write = [&] {
+    files.writeConfiguration(device.configuration, replayConfigurationData(device)->span());
+    return true;
+  };
+  const auto before = configuredDevice(root, device.configuration);
+  if (before && isCopy(files, before->recording, *draft)) {
+    device.recording = before->recording;
+    write();
+    return;
+  }
+  const auto stamp = before ? files.recordingStamp(before->recording) : std::nullopt;
+  const std::string base = device.configuration.substr(0, kLongestBase);
+  std::size_t number = 1;
+  do {
+    device.recording = numbered(base, number++) + std::string(kRecordingSuffix);
+  } while (!draft->take(device.recording));
+  configureCopy(files, device.recording, write);
+  if (stamp) removeUnused(root, before->recording, *stamp);
+}
+
+/// The name of a configuration that was free for it and its copy.
+std::string createConfiguration(const DeviceFiles& files, ReplayDevice device,
+                                const std::string& base, FileDraft* draft) {
+  for (std::size_t number = 1;; ++number) {
+    std::string name = numbered(base, number);
+    device.recording = name + std::string(kRecordingSuffix);
+    if (!draft->take(device.recording)) continue;
+    const auto content = replayConfigurationData(device);
+    const bool isCreated = configureCopy(
+        files, device.recording, [&] { return files.createConfiguration(name, content->span()); });
+    if (isCreated) return name;
+  }
 }
 
 /// The name of the configuration that was written: the one that the device asks for; else of one
 /// that says the same already; else one that was free.
-std::string configure(const platform::SystemRoot& root, ReplayDevice device) {
+std::string configure(const SystemRoot& root, const ReplayDevice& device, FileDraft* draft) {
   const DeviceFiles files(root);
   if (!device.configuration.empty()) {
-    files.writeConfiguration(device.configuration, replayConfigurationData(device)->span());
+    replaceConfiguration(root, device, draft);
     return device.configuration;
   }
-  for (const ConfiguredDevice& other : configuredReplayDevices(root)) {
-    if (other.device && isSame(*other.device, device)) return other.configuration;
-  }
   const std::string base = configurationNameFor(device.recording);
-  const auto content = replayConfigurationData(device);
-  std::string name = base;
-  for (std::size_t i = 2; !files.createConfiguration(name, content->span()); ++i) {
-    name = base + "-" + std::to_string(i);
+  for (const ConfiguredDevice& other : configuredReplayDevices(root)) {
+    if (other.device && isNumbered(other.configuration, base) &&
+        hasSameSettings(*other.device, device) && isCopy(files, other.device->recording, *draft))
+      return other.configuration;
   }
-  return name;
+  return createConfiguration(files, device, base, draft);
+}
+
+std::uint64_t registryEntryIDOf(const SystemRoot& root, const std::string& configuration) {
+  for (const ConfiguredDevice& each : configuredReplayDevices(root)) {
+    if (each.configuration == configuration && each.problem.empty())
+      return each.description.registryEntryID;
+  }
+  throw DeviceError(configuration + ".plist: was written, but cannot be read back");
+}
+
+/// Copies the recording and configures it.
+std::uint64_t setUp(const SystemRoot& root, const ReplayDevice& device, const RecordingFile& file) {
+  const DeviceFiles files(root);
+  try {
+    // Others may read the copy where the file's mode lets them read that.
+    FileDraft draft = files.draftRecording(0600U | (file.mode() & 0044U));
+    copyPlayable(file, device.recording, files, &draft);
+    return registryEntryIDOf(root, configure(root, device, &draft));
+  } catch (const FileError& error) {
+    throw DeviceError(root.deviceSources().string() + ": " + error.what(), error.code());
+  } catch (const std::system_error& error) {
+    throw DeviceError(root.deviceSources().string() + ": " + error.what(), error.code());
+  }
 }
 
 }  // namespace
 
-std::uint64_t addReplayDevice(const platform::SystemRoot& root, const ReplayDevice& device) {
+std::uint64_t addReplayDevice(const SystemRoot& root, const ReplayDevice& device) {
   ReplayDevice added = device;
-  added.recording = withoutLinks(device.recording);
   added.name = platform::printableLine(device.name, RouterLimits::kNameCharacters);
-  if (!added.configuration.empty() && !platform::SystemRoot::isValidLabel(added.configuration)) {
+  if (!added.configuration.empty() && !SystemRoot::isValidLabel(added.configuration)) {
     throw DeviceError("'" + added.configuration + "' is no name for a device's configuration");
   }
-  if (!platform::isValidUTF8(added.recording.string())) {
-    throw DeviceError(platform::printableLine(added.recording.string()) +
-                      ": the path is not UTF-8, and cannot be written into a configuration");
-  }
-  requirePlayable(added);
   try {
-    const std::string name = configure(root, added);
-    for (const ConfiguredDevice& configured : configuredReplayDevices(root)) {
-      if (configured.configuration == name && configured.problem.empty())
-        return configured.description.registryEntryID;
-    }
-    throw DeviceError(name + ".plist: was written, but cannot be read back");
-  } catch (const FileError& error) {
-    throw DeviceError(
-        DeviceFiles(root).configurationPath(added.configuration) + ": " + error.what(),
-        error.code());
+    const RecordingFile file = RecordingFile::at(added.recording, added.device);
+    requirePlayable(file.read(), added.recording);  // before anything is made for it
+    return setUp(root, added, file);
+  } catch (const RecordingError& error) {
+    throw DeviceError(error.what(), error.code());
   }
 }
 
-std::vector<ConfiguredDevice> configuredReplayDevices(const platform::SystemRoot& root) {
+std::vector<ConfiguredDevice> configuredReplayDevices(const SystemRoot& root) {
   return ReplaySource(root).configured();
 }
 
-bool removeReplayDevice(const platform::SystemRoot& root, const std::string& configuration) {
+bool removeReplayDevice(const SystemRoot& root, const std::string& configuration) {
   const DeviceFiles files(root);
+  const auto device = configuredDevice(root, configuration);
+  // As long as it is there, nobody else's copy can get its name.
+  const auto copy = device ? files.recordingStamp(device->recording) : std::nullopt;
   try {
-    return files.removeConfiguration(configuration);
+    if (!files.removeConfiguration(configuration)) return false;
   } catch (const FileError& error) {
     throw DeviceError(files.configurationPath(configuration) + ": " + error.what(), error.code());
   }
+  if (copy) removeUnused(root, device->recording, *copy);
+  return true;
 }
 
 }  // namespace router

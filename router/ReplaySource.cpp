@@ -29,8 +29,8 @@ std::shared_ptr<const ReplaySource::Entry> ReplaySource::current(
   const auto configurationStamp = files_.configurationStamp(name);
   const bool isKnown = known != nullptr && known->isSettled && configurationStamp &&
                        known->configurationStamp == configurationStamp;
-  if (isKnown && (!known->device ||
-                  DeviceFiles::recordingStamp(known->device->recording) == known->recordingStamp))
+  if (isKnown &&
+      (!known->device || files_.recordingStamp(known->device->recording) == known->recordingStamp))
     return known;
   auto entry = std::make_shared<Entry>();
   entry->configuration = name;
@@ -51,6 +51,15 @@ std::shared_ptr<const ReplaySource::Entry> ReplaySource::current(
   return entry;
 }
 
+RecordingFile ReplaySource::openRecording(const ReplayDevice& device) const {
+  const std::string path = files_.recordingPath(device.recording);
+  try {
+    return {files_.openRecording(device.recording), path, device.device};
+  } catch (const FileError& error) {
+    throw RecordingError(path + ": " + error.what(), error.code());
+  }
+}
+
 void ReplaySource::readConfiguration(Entry* entry) const {
   try {
     const OpenFile file = files_.openConfiguration(entry->configuration);
@@ -65,8 +74,8 @@ void ReplaySource::readConfiguration(Entry* entry) const {
 }
 
 void ReplaySource::readRecording(Entry* entry) const {
-  entry->recordingStamp = DeviceFiles::recordingStamp(entry->device->recording);
-  const RecordingFile file(entry->device->recording, entry->device->device);
+  entry->recordingStamp = files_.recordingStamp(entry->device->recording);
+  const RecordingFile file = openRecording(*entry->device);
   entry->recordingStamp = file.stamp();
   RecordingReader reader = file.read();
   const RecordingHeader& header = reader.header();
@@ -120,7 +129,7 @@ std::unique_ptr<OpenDevice> ReplaySource::open(std::uint64_t registryEntryID) co
     const bool isIt = entry->device && entry->description.registryEntryID == registryEntryID;
     if (!isIt || !entry->problem.empty()) continue;
     try {
-      RecordingFile file(entry->device->recording, entry->device->device);
+      RecordingFile file = openRecording(*entry->device);
       bool hasTimes = entry->hasTimes;
       if (entry->checkedStamp != file.stamp()) {
         RecordingReader reader = file.read();

@@ -11,6 +11,7 @@
 
 #include "router/DeviceFiles.h"
 #include "router/Devices.h"
+#include "router/Recording.h"
 #include "router/RouterLimits.h"
 
 namespace router {
@@ -33,6 +34,7 @@ class ReplaySource final : public DeviceSource {
   Entries refreshed(std::vector<std::string>* problems) const;
   [[nodiscard]] std::shared_ptr<const Entry> current(
       const std::string& name, const std::shared_ptr<const Entry>& known) const;
+  [[nodiscard]] RecordingFile openRecording(const ReplayDevice& device) const;
   void readConfiguration(Entry* entry) const;
   void readRecording(Entry* entry) const;
   void keepSummary(const Entry& entry, const FileStamp& stamp, bool hasTimes) const;

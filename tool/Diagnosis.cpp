@@ -186,7 +186,9 @@ void addEndpointChecks(std::vector<Check>& checks, const Inventory& inventory) {
 void addDeviceChecks(std::vector<Check>& checks, const DeviceList& list) {
   checks.push_back(passed("devices", std::to_string(list.devices.size()) + " can be routed"));
   for (const std::string& problem : list.problems)
-    checks.push_back(failed("devices", problem, "put the file right, or remove it"));
+    checks.push_back(failed("devices", problem,
+                            "put the file right, or remove the device as its list says",
+                            commandLine({"devices"})));
 }
 
 Check logCheck(const LogState& log) {

@@ -32,7 +32,7 @@ ordered_json jsonOf(const PresenceStep& step, const Redactor& redactor) {
           {"found", textOrNull(redactor.text(step.found))}};
 }
 
-/// "replay /path/of/recording": what kind it is, and the rest by the redactor's rules.
+/// "replay NAME.hid": what kind it is, and the rest by the redactor's rules.
 std::string sourceOf(const router::DeviceDescription& device, const Redactor& redactor) {
   return redactor.text(device.source);
 }

@@ -14,6 +14,7 @@
 
 #include "platform/foundation/Format.h"
 #include "platform/kit/KQLogger.h"
+#include "router/DeviceFiles.h"
 #include "tool/Command.h"
 #include "tool/InventoryJson.h"
 #include "tool/LogModules.h"
@@ -46,7 +47,7 @@ std::string safeComponent(const std::string& name) {
   return safe;
 }
 
-/// "replay /path/of/recording" gives the path.
+/// "replay NAME.hid" gives the name.
 std::string recordingOf(const router::DeviceDescription& device) {
   constexpr std::string_view kKind = "replay ";
   return device.source.starts_with(kKind) ? device.source.substr(kKind.size()) : std::string();
@@ -59,10 +60,8 @@ Redactor redactorFor(const ReportRequest& request, const Inventory& inventory) {
   knowledge.secrets = uniqueStringsOfDevices(kHIDDevices);
   for (const auto& device : inventory.devices.devices) {
     knowledge.registryEntryIDs.insert(device.registryEntryID);
-    const std::filesystem::path recording(recordingOf(device));
-    if (recording.empty()) continue;
-    knowledge.secrets.push_back(recording);
-    knowledge.secrets.push_back(recording.filename());
+    const std::string recording = recordingOf(device);
+    if (!recording.empty()) knowledge.secrets.push_back(recording);
   }
   return Redactor(std::move(knowledge));
 }
@@ -108,6 +107,7 @@ class SourceFile {
       problem = path + ": not a regular file";
     }
   }
+  explicit SourceFile(platform::FileDescriptor file) : file_(std::move(file)) {}
   /// The next bytes, as many as fit; nothing at the end and where reading fails.
   std::span<const std::uint8_t> next(std::string& problem) {
     while (true) {
@@ -286,16 +286,25 @@ class ReportWriter {
 
   void writeRecordings(const DeviceList& devices) {
     for (const auto& device : devices.devices) {
-      const std::string path = recordingOf(device);
-      if (path.empty()) continue;
-      std::string problem;
-      SourceFile source(path, problem);
-      if (problem.empty()) {
-        writePart("recordings/" + hexadecimal(device.registryEntryID) + ".hid",
-                  oneLine(device.name), "Input", [&] { writeStream(source, problem); });
-      }
+      const std::string recording = recordingOf(device);
+      if (recording.empty()) continue;
+      const std::string problem = writeRecording(device, recording);
       if (!problem.empty()) miss("the recording of " + device.name, problem);
     }
+  }
+  /// What is wrong with it.
+  std::string writeRecording(const router::DeviceDescription& device,
+                             const std::string& recording) {
+    const router::DeviceFiles files(request_.root);
+    std::string problem;
+    try {
+      SourceFile source(files.openRecording(recording).descriptor);
+      writePart("recordings/" + hexadecimal(device.registryEntryID) + ".hid", oneLine(device.name),
+                "Input", [&] { writeStream(source, problem); });
+    } catch (const router::FileError& error) {
+      problem = files.recordingPath(recording) + ": " + error.what();
+    }
+    return problem;
   }
 
   void writeManifest(const Inventory& inventory, const Diagnosis& diagnosis) {

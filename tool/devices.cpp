@@ -9,6 +9,7 @@
 #include "router/Devices.h"
 #include "tool/Command.h"
 #include "tool/DeviceNames.h"
+#include "tool/Invocation.h"
 #include "tool/Numbers.h"
 
 namespace tool {
@@ -70,11 +71,17 @@ std::string asTable(const std::vector<DeviceDescription>& devices) {
   return table;
 }
 
+/// A configuration's name as an argument that is no option.
+std::string typed(const std::string& configuration) {
+  return (configuration.starts_with('-') ? "name:" : "") + configuration;
+}
+
 /// What to type to be rid of the configuration that has the problem; empty where none has it.
 std::string removalOf(const std::string& problem) {
   for (const auto& configured : router::configuredReplayDevices(SystemRoot::current())) {
     if (configured.problem == problem)
-      return " (wlhid devices remove " + configured.configuration + " takes it away)";
+      return " (" + commandLine({"devices", "remove", typed(configured.configuration)}) +
+             " takes it away)";
   }
   return {};
 }
@@ -107,7 +114,7 @@ int add(const AddOptions& options) {
                        " is neither a number from 0.001 to 1000 nor max");
   if (options.recording == "-") {
     throw UsageFailure(
-        "a device is played from its file, so standard input cannot become one; save it first "
+        "a device is called after its file, so standard input cannot become one; save it first "
         "(wlhid route --recording - plays it at once)");
   }
   router::ReplayDevice device;
@@ -130,7 +137,7 @@ int remove(const std::string& text) {
 void addAddVerb(CLI::App& devices, Action& chosen) {
   auto options = std::make_shared<AddOptions>();
   CLI::App* verb = devices.add_subcommand(
-      "add", "Sets a recording up as a device and prints its registry entry ID");
+      "add", "Sets a copy of a recording up as a device and prints its registry entry ID");
   verb->add_option("FILE", options->recording, "A recording in the hid-recorder text format")
       ->required();
   verb->add_option("--speed", options->speed,

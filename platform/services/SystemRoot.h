@@ -6,6 +6,7 @@
 //   <root>/var/run/jobd.sock                          the job daemon's control endpoint
 //   <root>/var/log/system.log                         what jobs write
 //   <root>/etc/hideventrouter/*.plist                 device sources of the reference router
+//   <root>/etc/hideventrouter/recordings/*            what they play
 //
 // A root is named by its path until it is opened (RootFiles.h); from then on it is the directory
 // that was opened, whatever comes to stand at that path.

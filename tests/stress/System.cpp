@@ -106,7 +106,9 @@ std::uint64_t System::addText(const std::string& name, std::string_view text,
       .write(text.data(), static_cast<std::streamsize>(text.size()));
   device.speed = router::ReplaySpeed::parse(speed).value();
   device.repeat = repeat;
-  return router::addReplayDevice(root_, device);
+  const std::uint64_t id = router::addReplayDevice(root_, device);
+  fs::remove(device.recording);  // the root has a copy
+  return id;
 }
 
 pid_t System::daemon() const {

@@ -50,7 +50,7 @@ inline WholeRecording parseRecording(std::string_view text, const std::string& f
 }
 
 inline WholeRecording readRecording(const std::filesystem::path& file, std::uint32_t device = 0) {
-  const router::RecordingFile opened(file, device);
+  const router::RecordingFile opened = router::RecordingFile::at(file, device);
   router::RecordingReader reader = opened.read();
   return readWhole(reader);
 }

@@ -1,14 +1,20 @@
 // wlhid devices.
 #include <sys/stat.h>
+#include <unistd.h>
 
-#include "ToolTest.h"
+#include <algorithm>
+
+#include <memory>
+#include <set>
+
+#include "Situations.h"
 
 namespace test {
 namespace {
 
 namespace fs = std::filesystem;
 
-class DevicesTest : public ToolTest {
+class DevicesTest : public SituationTest {
  protected:
   [[nodiscard]] nlohmann::json devices() const {
     const Outcome outcome = runTool({"devices", "--json"});
@@ -17,6 +23,26 @@ class DevicesTest : public ToolTest {
   }
   [[nodiscard]] Outcome add(const fs::path& file) const {
     return runTool({"devices", "add", file});
+  }
+  /// The names of the copies.
+  [[nodiscard]] std::vector<std::string> recordings() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(root / "etc/hideventrouter/recordings"))
+      names.push_back(entry.path().filename());
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+  /// Adds a file where the root is a file system of its own with such an option. Its output is
+  /// followed by the names of the files that are left there.
+  [[nodiscard]] Outcome addOn(const std::string& option, const fs::path& disk,
+                              const std::string& file) const {
+    fs::create_directories(disk);
+    return run({"unshare", "-rm", "sh", "-c",
+                "mount -t tmpfs -o mode=755," + option + " tmpfs '" + disk.string() + "'; '" +
+                    builtPath("wlhid").string() + "' --root '" + disk.string() + "' devices add '" +
+                    (directory / file).string() + "'; status=$?; find '" + disk.string() +
+                    "' -type f; exit $status"},
+               options());
   }
 };
 
@@ -47,8 +73,7 @@ TEST_F(DevicesTest, ARelativePathIsOfTheCommandsOwnDirectory) {
   for (const std::string& argument : wlhid({"devices", "add", "k.hid"}))
     command.push_back(argument);
   EXPECT_EQ(run(command, options()).status, 0);
-  EXPECT_NE(devices()[0]["source"].get<std::string>().find((directory / "k.hid").string()),
-            std::string::npos);
+  EXPECT_EQ(devices()[0]["source"], "replay k.hid");
 }
 
 TEST_F(DevicesTest, ADeviceCanBeRemovedByIDOrName) {
@@ -77,6 +102,103 @@ TEST_F(DevicesTest, ADeviceOfAnotherRecordingWithTheSameNameIsNotReplaced) {
   EXPECT_EQ(devices().size(), 5U);
 }
 
+TEST_F(DevicesTest, ARecordingIsPlayedFromItsCopy) {
+  fs::copy_file(sourcePath("recordings/qemu-usb-kbd.hid"), directory / "k.hid");
+  fs::create_symlink(directory / "k.hid", directory / "link.hid");
+  install();
+  std::string id = add(directory / "link.hid").out;
+  id.pop_back();
+  const auto play = [&] { return runTool({"route", id, "--count", "3", "--json"}); };
+  const Outcome first = play();
+  EXPECT_EQ(first.status, 0) << first.err;
+  writeFile(directory / "k.hid", "R: 2 05 01\nN: Another\n");
+  EXPECT_EQ(play().out, first.out);
+  fs::remove(directory / "k.hid");
+  EXPECT_EQ(play().out, first.out);
+  EXPECT_EQ(devices()[0]["name"], "QEMU QEMU USB Keyboard");
+}
+
+TEST_F(DevicesTest, TwoThatAreAddedAtOnceAreTwo) {
+  std::vector<std::unique_ptr<Process>> adding;
+  for (const char* name : {"a", "b", "c", "d"}) {
+    writeFile(directory / name / "m.hid", "R: 2 05 01\nN: Of " + std::string(name) + "\n");
+    adding.push_back(std::make_unique<Process>(
+        wlhid({"devices", "add", directory / name / "m.hid"}), options()));
+  }
+  for (const auto& process : adding) EXPECT_EQ(process->wait(), 0) << process->errorOutput();
+  std::set<std::string> names;
+  for (const auto& device : devices()) names.insert(device["name"]);
+  EXPECT_EQ(names, (std::set<std::string>{"Of a", "Of b", "Of c", "Of d"}));
+  EXPECT_EQ(recordings().size(), 4U);
+}
+
+TEST_F(DevicesTest, WhatAnOlderVersionConfiguredCanBePutRightAsTheMessageSays) {
+  writeFile(directory / "m.hid", "R: 2 05 01\nN: Mouse\n");
+  writeFile(root / "etc/hideventrouter/-old one.plist",
+            "<plist version=\"1.0\"><dict><key>Source</key><string>replay</string>"
+            "<key>Recording</key><string>" +
+                (directory / "m.hid").string() + "</string></dict></plist>");
+  const std::string problem = runTool({"devices"}).err;
+  EXPECT_NE(problem.find("remove this device and add its recording again ("), std::string::npos)
+      << problem;
+  const std::size_t begin = problem.rfind('(') + 1;
+  const std::string advised = problem.substr(begin, problem.rfind(" takes it away") - begin);
+  const Outcome removed = run({"sh", "-c", advised}, options());
+  EXPECT_EQ(removed.status, 0) << advised << ": " << removed.err;
+  EXPECT_EQ(runTool({"devices"}).err, "");
+  EXPECT_EQ(add(directory / "m.hid").status, 0);
+  EXPECT_EQ(devices().size(), 1U);
+}
+
+TEST_F(DevicesTest, RemovingTakesTheCopyAlong) {
+  const std::string first = addDevice("qemu-usb-kbd.hid");
+  const std::string second = addDevice("qemu-usb-mouse.hid");
+  EXPECT_EQ(runTool({"devices", "remove", first}).status, 0);
+  EXPECT_EQ(recordings(), std::vector<std::string>{"qemu-usb-mouse.hid"});
+  fs::remove(root / "etc/hideventrouter/recordings/qemu-usb-mouse.hid");
+  EXPECT_EQ(runTool({"devices", "remove", second}).status, 0);
+  EXPECT_EQ(runTool({"devices", "--json"}).out, "[]\n");
+  EXPECT_TRUE(fs::exists(sourcePath("recordings/qemu-usb-mouse.hid")));
+}
+
+TEST_F(DevicesTest, AFullDiskLeavesNothing) {
+  if (!canMount()) GTEST_SKIP() << "nothing may be mounted here";
+  writeFile(directory / "large.hid", "R: 2 05 01\n#" + std::string(100'000, 'x') + "\n");
+  writeFile(directory / "small.hid", "R: 2 05 01\n");
+  const fs::path full = directory / "disk";
+  const Outcome large = addOn("size=64k", full, "large.hid");
+  EXPECT_EQ(large.status, 1);
+  EXPECT_EQ(large.err, "wlhid: " + (directory / "large.hid").string() + ": cannot be copied into " +
+                           (full / "etc/hideventrouter/recordings").string() +
+                           ": No space left on device\n");
+  EXPECT_EQ(large.out, "");
+  // Room for the root, two directories in it, the recordings' and the copy: not for a
+  // configuration.
+  const Outcome small = addOn("nr_inodes=6", full, "small.hid");
+  EXPECT_EQ(small.status, 1);
+  EXPECT_NE(small.err.find("small.plist: cannot be written: No space left on device"),
+            std::string::npos)
+      << small.err;
+  EXPECT_EQ(small.out, "");
+}
+
+TEST_F(DevicesTest, ARootThatCannotBeWrittenIsRefused) {
+  addDevice("qemu-usb-kbd.hid");
+  writeFile(directory / "m.hid", "R: 2 05 01\n");
+  fs::permissions(directory, fs::perms(0755));
+  const Outcome outcome = runToolAsNobody({"devices", "add", directory / "m.hid"});
+  if (::geteuid() == 0) {
+    EXPECT_TRUE(isRefusal(outcome, 1, "belongs to root")) << outcome.err;
+  }
+  fs::permissions(root / "etc/hideventrouter/recordings", fs::perms(0555));
+  if (::geteuid() != 0) {
+    EXPECT_TRUE(isRefusal(add(directory / "m.hid"), 1, "Permission denied"));
+  }
+  fs::permissions(root / "etc/hideventrouter/recordings", fs::perms(0755));
+  EXPECT_EQ(recordings(), std::vector<std::string>{"qemu-usb-kbd.hid"});
+  EXPECT_EQ(devices().size(), 1U);
+}
+
 TEST_F(DevicesTest, ADeviceWhoseRecordingIsGoneCanBeRemoved) {
   for (const char* name : {"one", "two", "three"}) {
     writeFile(directory / (name + std::string(".hid")), "R: 2 05 01\nN: Mouse\n");
@@ -85,10 +207,9 @@ TEST_F(DevicesTest, ADeviceWhoseRecordingIsGoneCanBeRemoved) {
   EXPECT_EQ(add(directory / "two.hid").status, 0);
   EXPECT_EQ(runTool({"devices", "add", directory / "three.hid", "--name", "Third"}).status, 0);
   for (const char* name : {"one", "two", "three"})
-    fs::remove(directory / (name + std::string(".hid")));
+    fs::remove(root / "etc/hideventrouter/recordings" / (name + std::string(".hid")));
   const Outcome listed = runTool({"devices", "--json"});
-  EXPECT_NE(listed.err.find("(wlhid devices remove two takes it away)"), std::string::npos)
-      << listed.err;
+  EXPECT_NE(listed.err.find("devices remove two takes it away)"), std::string::npos) << listed.err;
   EXPECT_EQ(runTool({"devices", "remove", id.substr(0, id.find('\n'))}).status, 0);
   EXPECT_EQ(runTool({"devices", "remove", "two"}).status, 0);
   EXPECT_EQ(runTool({"devices", "remove", "Third"}).status, 0);

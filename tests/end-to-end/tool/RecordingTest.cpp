@@ -85,6 +85,15 @@ TEST_F(RecordingTest, DeliversEveryReportOnceInOrder) {
   }
 }
 
+TEST_F(RecordingTest, MayBeReachedThroughLinks) {
+  fs::create_directory_symlink(sourcePath("recordings"), directory / "behind");
+  fs::create_symlink(directory / "behind/qemu-usb-kbd.hid", directory / "link");
+  const std::vector<std::string> options{"--speed", "max", "--json", "--count", "3"};
+  const Outcome linked = play(directory / "link", options);
+  EXPECT_EQ(linked.status, 0) << linked.err;
+  EXPECT_EQ(linked.out, play(ownRecording("qemu-usb-kbd.hid"), options).out);
+}
+
 TEST_F(RecordingTest, KeepsNothingBehind) {
   EXPECT_EQ(play(ownRecording("qemu-usb-kbd.hid"), {"--speed", "max", "--json"}).status, 0);
   expectNothingLeft();

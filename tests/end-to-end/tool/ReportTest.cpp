@@ -258,26 +258,26 @@ class MarkedReportTest : public ReportTest {
     log += "Nov 21 03:12:46 host com.quillmar.hideventrouter[345]: " + text + "\n";
   }
 
-  /// Recordings with marked input, in marked directories, of devices with marked serial numbers.
+  /// Recordings with marked input and marked names, of devices with marked serial numbers.
   void plantDevices() {
     for (int i = 0; i < kOfEach; ++i) {
       const std::string name = "QZP" + number(i);
       const std::string bytes = "QZI" + number(i);
-      const fs::path file = directory / "recordings" / mark(name) / "device.hid";
+      const std::string file = mark(name) + ".hid";
       std::string text = readFile(sourcePath("recordings/qemu-usb-kbd.hid"));
       text.replace(text.find("N: "), 3, "U: " + mark("QZU" + number(i)) + "\nN: ");
       text.replace(text.find("N: QEMU"), 7,
                    "N: Pad " + number(i) + " serial " + mark("QZN" + number(i)) + ", QEMU");
       text += "E: 000009.000000 7 " + mark(hex(bytes, " ")) + "\n";
-      writeFile(file, text);
+      writeFile(root / "etc/hideventrouter/recordings" / file, text);
       plist(file, i);
     }
   }
-  void plist(const fs::path& recording, int i) const {
+  void plist(const std::string& recording, int i) const {
     writeFile(root / "etc/hideventrouter" / ("device" + std::to_string(i) + ".plist"),
               "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
               "<key>Source</key><string>replay</string><key>Recording</key><string>" +
-                  recording.string() + "</string></dict></plist>\n");
+                  recording + "</string></dict></plist>\n");
   }
   void plantLog() {
     for (int i = 0; i < kOfEach; ++i) {

@@ -261,6 +261,11 @@ class RouterFixture : public testing::Test {
     return router::addReplayDevice(root(), device);
   }
 
+  /// The copy that such a device plays.
+  [[nodiscard]] std::filesystem::path copyOf(const std::string& name) const {
+    return directory_ / "etc/hideventrouter/recordings" / (name + ".hid");
+  }
+
   /// Waits until the router's status is as wanted.
   router::RouterStatus awaitStatus(
       const std::function<bool(const router::RouterStatus&)>& isWanted) {

@@ -80,7 +80,7 @@ TEST_F(RouterTest, RequestsForAnUnknownDeviceReadNoRecording) {
   limits.settling = std::chrono::milliseconds(0);
   startRouter(std::chrono::hours(1), limits);
   const int watch = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-  ASSERT_GE(::inotify_add_watch(watch, (directory_ / "long.hid").c_str(), IN_OPEN), 0);
+  ASSERT_GE(::inotify_add_watch(watch, copyOf("long").c_str(), IN_OPEN), 0);
   Client client;
   for (int i = 0; i < 200; ++i) client.start(0x42);
   client.log->await(200);
@@ -192,9 +192,33 @@ TEST_F(RouterTest, ClientsThatDoNotReadAreBoundedTogether) {
               ElementsAre("started", "data", "data", "data", "data", "data", "invalidated"));
 }
 
+TEST_F(RouterTest, RecordingsBehindALinkAreNotPlayed) {
+  const std::uint64_t id = addDevice("mouse", kThreeReports);
+  const auto recordings = copyOf("mouse").parent_path();
+  std::filesystem::rename(recordings, directory_ / "elsewhere");
+  std::filesystem::create_directory_symlink(directory_ / "elsewhere", recordings);
+  startRouter();
+  Client client;
+  client.start(id);
+  EXPECT_THAT(client.log->await(1)[0], HasSubstr("no device has the registry entry ID"));
+  EXPECT_THAT(routerLog_->lines(),
+              testing::Contains(HasSubstr("cannot open the directory recordings")));
+}
+
+TEST_F(RouterTest, ADevicePlaysOnWhenItIsRemoved) {
+  const std::uint64_t id = addDevice("mouse", kThreeReports, "1", true);
+  startRouter();
+  Client client;
+  client.start(id);
+  client.log->await(3);
+  EXPECT_TRUE(router::removeReplayDevice(root(), "mouse"));
+  EXPECT_FALSE(std::filesystem::exists(copyOf("mouse")));
+  client.log->await(20);
+}
+
 TEST_F(RouterTest, WhatIsWrongWithAConfigurationIsLoggedOnce) {
   addDevice("mouse", kThreeReports);
-  std::filesystem::remove(directory_ / "mouse.hid");
+  std::filesystem::remove(copyOf("mouse"));
   startRouter();
   Client client;
   for (int i = 0; i < 20; ++i) client.start(0x42);
@@ -216,13 +240,12 @@ TEST_F(RouterTest, ADeviceThatIsAddedLaterIsFound) {
 
 TEST_F(RouterTest, ARecordingThatCannotBePlayedIsAnsweredWithItsLine) {
   const std::uint64_t id = addDevice("mouse", kThreeReports);
-  std::ofstream(directory_ / "mouse.hid", std::ios::app) << "E: 0.3 2 07\n";
+  std::ofstream(copyOf("mouse"), std::ios::app) << "E: 0.3 2 07\n";
   startRouter();
   Client client;
   client.start(id);
-  EXPECT_THAT(client.log->await(1),
-              ElementsAre("refused -536870198 " + (directory_ / "mouse.hid").string() +
-                          ":7: 2 bytes are announced, 1 are there"));
+  EXPECT_THAT(client.log->await(1), ElementsAre("refused -536870198 " + copyOf("mouse").string() +
+                                                ":7: 2 bytes are announced, 1 are there"));
 }
 
 TEST_F(RouterTest, NothingIsLostAtFullSpeed) {

@@ -72,6 +72,41 @@ TEST_F(DeviceFilesTest, RemovingReachesNoOtherDirectory) {
   EXPECT_FALSE(files().removeConfiguration("x"));
 }
 
+TEST_F(DeviceFilesTest, ARecordingLiesInOneDirectory) {
+  fs::create_directories(directory_ / "recordings/deeper");
+  write("beside.hid", "");
+  write("recordings/.hidden", "");
+  write("recordings/deeper/r.hid", "");
+  write("recordings/r.hid", "");
+  for (const std::string& name :
+       {std::string("../beside.hid"), std::string("deeper/r.hid"), std::string(".hidden"),
+        std::string(".."), std::string("."), std::string(), (directory_ / "beside.hid").string()}) {
+    EXPECT_THROW(static_cast<void>(files().openRecording(name)), FileError) << name;
+    EXPECT_EQ(files().recordingStamp(name), std::nullopt) << name;
+    EXPECT_FALSE(files().removeRecording(name)) << name;
+  }
+  EXPECT_EQ(files().recordingStamp("r.hid"), files().openRecording("r.hid").stamp);
+  EXPECT_TRUE(files().removeRecording("r.hid"));
+  EXPECT_FALSE(files().removeRecording("r.hid"));
+  EXPECT_TRUE(fs::exists(directory_ / "beside.hid"));
+}
+
+TEST_F(DeviceFilesTest, FilesAreComparedFromTheirBeginning) {
+  const std::string text(100'000, 'x');
+  write("a", text);
+  write("b", text);
+  write("c", text + "y");
+  write("d", std::string(99'999, 'x') + "y");
+  const auto open = [this](const char* name) { return router::openFile(directory_ / name); };
+  const router::OpenFile a = open("a");
+  for (int i = 0; i < 2; ++i)
+    EXPECT_TRUE(router::haveSameContent(a.descriptor.get(), open("b").descriptor.get()));
+  for (const char* name : {"c", "d"}) {
+    EXPECT_FALSE(router::haveSameContent(a.descriptor.get(), open(name).descriptor.get()));
+    EXPECT_FALSE(router::haveSameContent(open(name).descriptor.get(), a.descriptor.get()));
+  }
+}
+
 TEST_F(DeviceFilesTest, AStampTellsAChangeThatKeepsSizeAndTime) {
   write("x.plist", "one");
   const auto before = files().configurationStamp("x");

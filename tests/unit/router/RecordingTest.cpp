@@ -21,7 +21,7 @@ using test::WholeRecording;
 constexpr const char* kFormat = "a recording is text in the hid-recorder format (R:, N:, I:, E:)";
 
 router::RecordingHeader headerOf(const std::filesystem::path& path) {
-  const router::RecordingFile file(path, 0);
+  const router::RecordingFile file = router::RecordingFile::at(path, 0);
   return file.read().header();
 }
 

@@ -3,16 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <stdlib.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
+#include <sstream>
+#include <thread>
 
-#include "HexBytes.h"
+#include "ReplayFixture.h"
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSNumber.h"
-#include "platform/foundation/NSPropertyListSerialization.h"
 #include "platform/foundation/NSString.h"
 #include "router/Replay.h"
 #include "tests/support/WholeRecording.h"
@@ -35,48 +35,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-constexpr const char* kMouse =
-    "R: 22 05 01 09 02 a1 01 09 30 15 81 25 7f 75 08 95 01 81 06 85 01 c0 00 00\n";
-constexpr const char* kRecording =
-    "R: 17 05 01 09 02 a1 01 09 30 15 81 25 7f 75 08 95 01 c0\n"
-    "N: A Mouse\nI: 3 0627 0001\n"
-    "E: 000000.000000 1 01\nE: 000000.000100 1 02\nE: 000000.000200 1 03\n";
-
-class ReplaySourceTest : public testing::Test {
- protected:
-  void SetUp() override {
-    std::string pattern = testing::TempDir() + "/replay.XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    directory_ = fs::path(pattern).lexically_normal();
-    recording_ = write("mouse.hid", kRecording);
-  }
-  void TearDown() override { fs::remove_all(directory_); }
-
-  fs::path write(const fs::path& name, const std::string& text) const {
-    const fs::path path = directory_ / name;
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << text;
-    return path;
-  }
-  void configure(const std::string& name, std::vector<NSDictionary::Entry> entries) const {
-    const auto data = platform::NSPropertyListSerialization::dataWithPropertyList_format_error(
-        NSDictionary::dictionaryWithEntries(std::move(entries)),
-        platform::NSPropertyListFormat::XML, nullptr);
-    write("etc/hideventrouter/" + name, std::string(data->span().begin(), data->span().end()));
-  }
-  platform::SystemRoot root() const { return platform::SystemRoot(directory_); }
-  std::vector<DeviceDescription> list() {
-    problems_.clear();
-    return router::listDevices(root(), &problems_);
-  }
-  std::unique_ptr<OpenDevice> open(std::uint64_t id) const {
-    return router::deviceSources(root()).front()->open(id);
-  }
-
-  fs::path directory_;
-  fs::path recording_;
-  std::vector<std::string> problems_;
-};
+using ReplaySourceTest = ReplayTest;
 
 TEST_F(ReplaySourceTest, WithoutConfigurationThereAreNoDevices) {
   EXPECT_THAT(list(), IsEmpty());
@@ -90,8 +49,8 @@ TEST_F(ReplaySourceTest, AnAddedDeviceIsListed) {
   const std::uint64_t id = router::addReplayDevice(root(), device);
   EXPECT_GE(id, 0x100000000U);
   EXPECT_LE(id, 0x1ffffffffU);
-  EXPECT_THAT(list(), ElementsAre(DeviceDescription{id, "A Mouse", 3, 0x627, 1,
-                                                    "replay " + recording_.string()}));
+  EXPECT_THAT(list(),
+              ElementsAre(DeviceDescription{id, "A Mouse", 3, 0x627, 1, "replay mouse.hid"}));
   EXPECT_THAT(problems_, IsEmpty());
   EXPECT_TRUE(fs::exists(directory_ / "etc/hideventrouter/mouse.plist"));
 }
@@ -122,10 +81,10 @@ TEST_F(ReplaySourceTest, ANameOfItsOwnGoesBeforeTheRecordings) {
 }
 
 TEST_F(ReplaySourceTest, ConfigurationsWrittenByHandMayLeaveOutWhatHasADefault) {
-  configure("x.plist",
-            {{str("Source"), str("replay")}, {str("Recording"), str(recording_.string())}});
+  writeCopy("m.hid", kRecording);
+  configureReplay("x", "m.hid");
   configure("y.plist", {{str("Source"), str("replay")},
-                        {str("Recording"), str(recording_.string())},
+                        {str("Recording"), str("m.hid")},
                         {str("Speed"), NSNumber::numberWithDouble(2.5)},
                         {str("Repeat"), NSNumber::numberWithBool(true)}});
   EXPECT_EQ(list().size(), 2U);
@@ -133,34 +92,76 @@ TEST_F(ReplaySourceTest, ConfigurationsWrittenByHandMayLeaveOutWhatHasADefault) 
 }
 
 TEST_F(ReplaySourceTest, LinksInPlaceOfFilesAreNotFollowed) {
-  const auto source = std::pair(str("Source"), str("replay"));
-  const auto recordedIn = [&](const fs::path& file) {
-    return std::vector<NSDictionary::Entry>{source, {str("Recording"), str(file.string())}};
-  };
-  fs::create_directories(directory_ / "real");
-  fs::copy_file(recording_, directory_ / "real/r.hid");
-  fs::create_symlink(recording_, directory_ / "link.hid");
-  fs::create_directory_symlink(directory_ / "real", directory_ / "behind");
-  configure("a.plist", recordedIn(recording_));
+  writeCopy("r.hid", kRecording);
+  fs::create_symlink(recording_, recordings() / "link.hid");
+  fs::create_symlink("r.hid", recordings() / "beside.hid");
+  configureReplay("a", "r.hid");
   fs::copy_file(directory_ / "etc/hideventrouter/a.plist", directory_ / "elsewhere");
   fs::create_symlink(directory_ / "elsewhere", directory_ / "etc/hideventrouter/b.plist");
-  configure("c.plist", recordedIn(directory_ / "link.hid"));
-  configure("d.plist", recordedIn(directory_ / "behind/r.hid"));
+  configureReplay("c", "link.hid");
+  configureReplay("d", "beside.hid");
   ASSERT_EQ(list().size(), 1U);
   ASSERT_EQ(problems_.size(), 3U);
   EXPECT_THAT(problems_[0], HasSubstr("b.plist: is a symbolic link, which is not followed"));
   EXPECT_THAT(problems_[1], HasSubstr("link.hid: is a symbolic link, which is not followed"));
-  EXPECT_THAT(problems_[2],
-              HasSubstr("lies behind the symbolic link " + (directory_ / "behind").string()));
+  EXPECT_THAT(problems_[2], HasSubstr("beside.hid: is a symbolic link, which is not followed"));
 }
 
-TEST_F(ReplaySourceTest, ALinkThatIsAddedMeansWhatItLeadsTo) {
-  fs::create_symlink(recording_, directory_ / "link.hid");
-  ReplayDevice device;
-  device.recording = directory_ / "link.hid";
-  router::addReplayDevice(root(), device);
-  ASSERT_EQ(list().size(), 1U);
-  EXPECT_EQ(list()[0].source, "replay " + fs::canonical(recording_).string());
+TEST_F(ReplaySourceTest, ARecordingLeadsNowhereElse) {
+  writeCopy("r.hid", kRecording);
+  writeCopy("deeper/r.hid", kRecording);
+  fs::copy_file(recording_, recordings().parent_path() / "beside.hid");
+  int number = 0;
+  for (const std::string& path :
+       {recording_.string(), std::string("../beside.hid"), std::string("deeper/r.hid"),
+        std::string("./r.hid"), std::string("r.hid/"), std::string("../recordings/r.hid"),
+        std::string("/"), std::string("recordings/r.hid")})
+    configureReplay("path" + std::to_string(number++), path);
+  EXPECT_THAT(list(), IsEmpty());
+  EXPECT_EQ(problems_.size(), 8U);
+  for (const std::string& problem : problems_)
+    EXPECT_THAT(problem, HasSubstr("remove this device and add its recording again"));
+}
+
+TEST_F(ReplaySourceTest, ARecordingHasTheNameOfAFile) {
+  writeCopy("r.hid", kRecording);
+  writeCopy(".hidden.hid", kRecording);
+  int number = 0;
+  for (const std::string& name :
+       {std::string(".."), std::string("."), std::string(), std::string(".hidden.hid"),
+        std::string("r.hid "), std::string("r\n.hid"), std::string(201, 'r')})
+    configureReplay("name" + std::to_string(number++), name);
+  EXPECT_THAT(list(), IsEmpty());
+  EXPECT_EQ(problems_.size(), 7U);
+  for (const std::string& problem : problems_)
+    EXPECT_THAT(problem, HasSubstr("Recording is no name of a file in the directory recordings"));
+}
+
+TEST_F(ReplaySourceTest, WhatIsNoRegularFileIsNoRecording) {
+  const auto id = add(recording_);
+  fs::remove(recordings() / "mouse.hid");
+  ASSERT_EQ(::mkfifo((recordings() / "mouse.hid").c_str(), 0600), 0);
+  EXPECT_THAT(list(), IsEmpty());
+  EXPECT_THAT(problems_, ElementsAre(HasSubstr("recordings/mouse.hid: is no regular file")));
+  EXPECT_EQ(open(id), nullptr);
+  fs::remove(recordings() / "mouse.hid");
+  fs::create_directory(recordings() / "mouse.hid");
+  EXPECT_THAT(list(), IsEmpty());
+  EXPECT_THAT(problems_, ElementsAre(HasSubstr("recordings/mouse.hid: is no regular file")));
+}
+
+TEST_F(ReplaySourceTest, ADirectoryOfRecordingsThatIsALinkIsNotUsed) {
+  add(recording_);
+  const fs::path elsewhere = directory_ / "elsewhere";
+  fs::rename(recordings(), elsewhere);
+  fs::create_directory_symlink(elsewhere, recordings());
+  EXPECT_THAT(list(), IsEmpty());
+  EXPECT_THAT(problems_, ElementsAre(HasSubstr("cannot open the directory recordings")));
+  EXPECT_THAT(refusalOf(write("other.hid", kRecording)),
+              HasSubstr("cannot open the directory recordings"));
+  EXPECT_EQ(std::distance(fs::directory_iterator(elsewhere), {}), 1);
+  EXPECT_TRUE(router::removeReplayDevice(root(), "mouse"));
+  EXPECT_TRUE(fs::exists(elsewhere / "mouse.hid"));
 }
 
 TEST_F(ReplaySourceTest, ADirectoryOfConfigurationsThatIsALinkIsNotUsed) {
@@ -177,14 +178,15 @@ TEST_F(ReplaySourceTest, ADirectoryOfConfigurationsThatIsALinkIsNotUsed) {
 }
 
 TEST_F(ReplaySourceTest, AnUnusableConfigurationIsReportedAndTheOthersStay) {
-  const auto recording = std::pair(str("Recording"), str(recording_.string()));
+  writeCopy("m.hid", kRecording);
+  const auto recording = std::pair(str("Recording"), str("m.hid"));
   const auto source = std::pair(str("Source"), str("replay"));
   configure("good.plist", {source, recording});
   configure("1.plist", {recording});
   configure("2.plist", {{str("Source"), str("radio")}, recording});
   configure("3.plist", {source});
-  configure("4.plist", {source, {str("Recording"), str("relative.hid")}});
-  configure("5.plist", {source, {str("Recording"), str((directory_ / "none.hid").string())}});
+  configure("4.plist", {source, {str("Recording"), str("a name.hid")}});
+  configure("5.plist", {source, {str("Recording"), str("none.hid")}});
   configure("6.plist", {source, recording, {str("Speed"), str("0")}});
   configure("7.plist", {source, recording, {str("Repeat"), str("yes")}});
   configure("8.plist", {source, recording, {str("Device"), NSNumber::numberWithLongLong(-1)}});
@@ -200,31 +202,14 @@ TEST_F(ReplaySourceTest, AnUnusableConfigurationIsReportedAndTheOthersStay) {
       ElementsAre(directory + "1.plist: Source is not \"replay\"",
                   directory + "2.plist: Source is not \"replay\"",
                   directory + "3.plist: Recording is missing",
-                  directory + "4.plist: Recording is no absolute path",
-                  directory + "5.plist: " + (directory_ / "none.hid").string() +
+                  directory + "4.plist: Recording is no name of a file in the directory recordings",
+                  directory + "5.plist: " + (recordings() / "none.hid").string() +
                       ": cannot be read: No such file or directory",
                   directory + "6.plist: Speed is neither \"max\" nor a number from 0.001 to 1000",
                   directory + "7.plist: Repeat is no boolean",
                   directory + "8.plist: Device is no device number",
                   directory + "9.plist: Name is no string",
                   directory + "broken.plist: is no property list with a dictionary"));
-}
-
-TEST_F(ReplaySourceTest, WhatCannotBePlayedIsNotAdded) {
-  ReplayDevice device;
-  device.recording = directory_ / "none.hid";
-  EXPECT_THROW(router::addReplayDevice(root(), device), DeviceError);
-  device.recording = write("broken.hid", "R: 1 c0\nE: 0.0 1 01\n");
-  EXPECT_THROW(router::addReplayDevice(root(), device), DeviceError);
-  device.recording = write("two.hid", kMouse + std::string("E: 0.0 2 01\n"));
-  EXPECT_THROW(router::addReplayDevice(root(), device), DeviceError);
-  device.recording = recording_;
-  device.configuration = "../escape";
-  EXPECT_THROW(router::addReplayDevice(root(), device), DeviceError);
-  device.configuration = "fine";
-  device.device = 1;
-  EXPECT_THROW(router::addReplayDevice(root(), device), DeviceError);
-  EXPECT_FALSE(fs::exists(directory_ / "etc"));
 }
 
 TEST_F(ReplaySourceTest, PlaysEveryReportInOrderThenEnds) {
@@ -312,7 +297,8 @@ TEST_F(ReplaySourceTest, AFileIsReadAgainOnlyWhenItHasChanged) {
   limits.settling = milliseconds(0);
   const auto sources = router::deviceSources(root(), limits);
   EXPECT_EQ(sources.front()->list(&problems_).size(), 1U);
-  OpenCount recording(recording_);
+  const fs::path copy = recordings() / "mouse.hid";
+  OpenCount recording(copy);
   OpenCount configuration(root().deviceSources() / "mouse.plist");
   for (int i = 0; i < 100; ++i) {
     EXPECT_EQ(sources.front()->list(&problems_)[0].registryEntryID, id);
@@ -324,12 +310,12 @@ TEST_F(ReplaySourceTest, AFileIsReadAgainOnlyWhenItHasChanged) {
   EXPECT_NE(sources.front()->open(id), nullptr);
   std::string text = kRecording;
   text.replace(text.find("A Mouse"), 7, "B Mouse");  // of the same length
-  write("mouse.hid", text);
+  write(copy, text);
   EXPECT_EQ(sources.front()->list(&problems_)[0].name, "B Mouse");
-  fs::remove(recording_);
+  fs::remove(copy);
   EXPECT_THAT(sources.front()->list(&problems_), IsEmpty());
   EXPECT_EQ(problems_.size(), 1U);
-  write("mouse.hid", text);
+  write(copy, text);
   EXPECT_EQ(sources.front()->list(&problems_).size(), 1U);
 }
 
@@ -342,7 +328,7 @@ TEST_F(ReplaySourceTest, AFileThatHasJustChangedIsReadAgain) {
   limits.settling = std::chrono::hours(1);
   const auto sources = router::deviceSources(root(), limits);
   EXPECT_EQ(sources.front()->list(&problems_).size(), 1U);
-  OpenCount recording(recording_);
+  OpenCount recording(recordings() / "mouse.hid");
   EXPECT_EQ(sources.front()->list(&problems_).size(), 1U);
   EXPECT_EQ(recording.take(), 1U);
 }
@@ -372,42 +358,13 @@ TEST_F(ReplaySourceTest, ALongRecordingTakesNoMoreMemoryThanAShortOne) {
   EXPECT_LT(most, before + (std::size_t{128} << 10));
 }
 
-TEST_F(ReplaySourceTest, AddingReplacesNoOtherDevice) {
-  ReplayDevice device;
-  device.recording = recording_;
-  const auto first = router::addReplayDevice(root(), device);
-  EXPECT_EQ(router::addReplayDevice(root(), device), first);
-  device.recording = write("elsewhere/mouse.hid", kRecording);
-  const auto second = router::addReplayDevice(root(), device);
-  EXPECT_NE(second, first);
-  device.repeat = true;
-  EXPECT_NE(router::addReplayDevice(root(), device), second);
-  EXPECT_EQ(list().size(), 3U);
-  device.recording = write("\u043c\u044b\u0448\u044c.hid", kRecording);
-  router::addReplayDevice(root(), device);
-  device.recording = write("\u0434\u043e\u043c.hid", kRecording);
-  router::addReplayDevice(root(), device);
-  EXPECT_EQ(list().size(), 5U);
-  EXPECT_THAT(problems_, IsEmpty());
-}
-
-TEST_F(ReplaySourceTest, TheNameOfAFileMayBeOfAnyLengthAndKind) {
-  ReplayDevice device;
-  for (const std::string& name :
-       {std::string(240, 'x') + ".hid", std::string(".hid"), std::string("a b.hid")}) {
-    device.recording = write(name, kRecording);
-    EXPECT_NO_THROW(router::addReplayDevice(root(), device)) << name;
-  }
-  EXPECT_EQ(list().size(), 3U);
-}
-
 TEST_F(ReplaySourceTest, EveryConfigurationIsKnownAlsoWhereNoDeviceComesOfIt) {
   ReplayDevice device;
   device.recording = recording_;
   device.name = "Left";
   const auto id = router::addReplayDevice(root(), device);
   write("etc/hideventrouter/broken.plist", "<plist");
-  fs::remove(recording_);
+  fs::remove(recordings() / "mouse.hid");
   EXPECT_THAT(list(), IsEmpty());
   const auto configured = router::configuredReplayDevices(root());
   ASSERT_EQ(configured.size(), 2U);
@@ -434,9 +391,9 @@ TEST_F(ReplaySourceTest, ARecordingThatVanishedIsAnErrorWithItsCode) {
   ReplayDevice device;
   device.recording = write("gone.hid", kRecording);
   const std::uint64_t id = router::addReplayDevice(root(), device);
-  fs::remove(device.recording);
+  fs::remove(recordings() / "gone.hid");
   EXPECT_EQ(open(id), nullptr);  // it is not even listed any more
-  write("gone.hid", "R: 2 05 01\nE: 0.0 1 01\nE: broken\n");
+  writeCopy("gone.hid", "R: 2 05 01\nE: 0.0 1 01\nE: broken\n");
   try {
     open(id);
     FAIL();

@@ -1,0 +1,98 @@
+// A root of the test's own, with recordings to add and copies of them in their place.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "platform/foundation/NSDictionary.h"
+#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/foundation/NSString.h"
+#include "router/Devices.h"
+
+inline constexpr const char* kRecording =
+    "R: 17 05 01 09 02 a1 01 09 30 15 81 25 7f 75 08 95 01 c0\n"
+    "N: A Mouse\nI: 3 0627 0001\n"
+    "E: 000000.000000 1 01\nE: 000000.000100 1 02\nE: 000000.000200 1 03\n";
+
+class ReplayTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = testing::TempDir() + "/replay.XXXXXX";
+    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+    directory_ = std::filesystem::path(pattern).lexically_normal();
+    recording_ = write("mouse.hid", kRecording);
+  }
+  void TearDown() override { std::filesystem::remove_all(directory_); }
+
+  std::filesystem::path write(const std::filesystem::path& name, const std::string& text) const {
+    const std::filesystem::path path = directory_ / name;
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+  }
+  void configure(const std::string& name,
+                 std::vector<platform::NSDictionary::Entry> entries) const {
+    const auto data = platform::NSPropertyListSerialization::dataWithPropertyList_format_error(
+        platform::NSDictionary::dictionaryWithEntries(std::move(entries)),
+        platform::NSPropertyListFormat::XML, nullptr);
+    write("etc/hideventrouter/" + name, std::string(data->span().begin(), data->span().end()));
+  }
+  /// As the router keeps them.
+  std::filesystem::path recordings() const { return directory_ / "etc/hideventrouter/recordings"; }
+  std::filesystem::path writeCopy(const std::string& name, const std::string& text) const {
+    return write(recordings() / name, text);
+  }
+  void configureReplay(const std::string& name, const std::string& recording) const {
+    configure(name + ".plist", {{platform::str("Source"), platform::str("replay")},
+                                {platform::str("Recording"), platform::str(recording)}});
+  }
+  std::uint64_t add(const std::filesystem::path& recording,
+                    const std::string& configuration = {}) const {
+    router::ReplayDevice device;
+    device.recording = recording;
+    device.configuration = configuration;
+    return router::addReplayDevice(root(), device);
+  }
+  /// What adding that device fails with.
+  std::string refusalOf(const std::filesystem::path& recording,
+                        const std::string& configuration = {}) const {
+    try {
+      add(recording, configuration);
+    } catch (const router::DeviceError& error) {
+      return error.what();
+    }
+    return "added";
+  }
+  std::vector<std::string> copies() const {
+    std::vector<std::string> names;
+    if (std::filesystem::exists(recordings())) {
+      for (const auto& entry : std::filesystem::directory_iterator(recordings()))
+        names.push_back(entry.path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+  static std::string contentOf(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  platform::SystemRoot root() const { return platform::SystemRoot(directory_); }
+  std::vector<router::DeviceDescription> list() {
+    problems_.clear();
+    return router::listDevices(root(), &problems_);
+  }
+  std::unique_ptr<router::OpenDevice> open(std::uint64_t id) const {
+    return router::deviceSources(root()).front()->open(id);
+  }
+
+  std::filesystem::path directory_;
+  std::filesystem::path recording_;
+  std::vector<std::string> problems_;
+};
