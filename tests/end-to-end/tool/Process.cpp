@@ -52,8 +52,9 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   return pointers;
 }
 
-/// Spawns in a session of its own, so that the child has no terminal, whatever the test was started
-/// from.
+/// Spawns in a session of its own and with every signal at its default, so that the child has no
+/// terminal and ignores nothing, whatever the test was started from: a shell lets what it starts in
+/// the background ignore SIGINT and SIGQUIT.
 pid_t spawn(std::vector<std::string> command, std::vector<std::string> environment, int out,
             const char* outPath, int err) {
   posix_spawn_file_actions_t actions;
@@ -67,7 +68,10 @@ pid_t spawn(std::vector<std::string> command, std::vector<std::string> environme
   posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+  sigset_t all;
+  sigfillset(&all);
+  posix_spawnattr_setsigdefault(&attributes, &all);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGDEF);
   pid_t pid = -1;
   const auto argv = pointersTo(command);
   const auto envp = pointersTo(environment);
