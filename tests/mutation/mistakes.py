@@ -83,8 +83,7 @@ def _statements(code):
             depth -= 1
         elif c == "{":
             head = code[start:at]
-            is_type = re.search(r"\b(?:namespace|struct|class|enum|union)\b[^()]*$", head)
-            scopes.append((is_type is None, depth))
+            scopes.append((not _opens_type(head), depth))
             depth, start = 0, at + 1
         elif c == "}":
             depth = scopes.pop()[1] if scopes else 0
@@ -151,8 +150,29 @@ def _dropped(code):
         yield Mistake("a statement dropped", start, end, ";")
 
 
+def _opens_type(head):
+    return re.search(r"\b(?:namespace|struct|class|enum|union)\b[^()]*$", head) is not None
+
+
+def _is_member_before_it_is_set(code, start, end):
+    """Whether the number is the zero that a member begins with."""
+    if code[start:end].strip("uUlLzZ") != "0" or not code[:start].endswith("= ") or code[end : end + 1] != ";":
+        return False
+    depth = 0
+    for at in range(start - 1, -1, -1):
+        if code[at] == "}":
+            depth += 1
+        elif code[at] == "{" and depth:
+            depth -= 1
+        elif code[at] == "{":
+            return _opens_type(code[max(code.rfind(c, 0, at) for c in ";{}") + 1 : at])
+    return False
+
+
 def _constants(code):
     for match in _NUMBER.finditer(code):
+        if _is_member_before_it_is_set(code, match.start(), match.end()):
+            continue
         digits, suffix = match.group("digits"), match.group("suffix")
         value = int(digits.replace("'", ""), 0 if digits.startswith("0x") else 10)
         for moved in (value + 1, value - 1):
