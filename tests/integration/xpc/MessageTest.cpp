@@ -1,4 +1,7 @@
 // Messages, requests and the queue that they run on.
+#include <pthread.h>
+
+#include <array>
 #include <cerrno>
 #include <fstream>
 #include <future>
@@ -63,6 +66,19 @@ TEST_F(Message, ArriveInTheOrderOfSendingOnOneThreadThatIsNotTheSenders) {
   EXPECT_EQ(end->log.lines(), notes(0, 5000));
   EXPECT_EQ(end->log.threads().size(), 1U);
   EXPECT_FALSE(end->log.threads().contains(std::this_thread::get_id()));
+}
+
+TEST_F(Message, AreTakenOnAThreadThatSaysWhatItIs) {
+  std::array<char, 16> name{};
+  service_->prepare = [&name](End& end) {
+    end.talker->onNote = [&name](std::uint64_t) {
+      ::pthread_getname_np(::pthread_self(), name.data(), name.size());
+    };
+  };
+  const auto end = connect();
+  end->connection->invalidate();
+  ASSERT_TRUE(end->log.waitFor("invalidation"));
+  EXPECT_STREQ(name.data(), "xpc connection");
 }
 
 TEST_F(Message, OfManyThreadsKeepEachThreadsOrder) {
