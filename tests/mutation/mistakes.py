@@ -37,6 +37,7 @@ _LOGGING = re.compile(
 _RETRY = re.compile(r"\berrno\s*[!=]=\s*EINTR\b")
 _SAVES_TIME = re.compile(r"(?:\.|->)(?:reserve|shrink_to_fit)\s*\(")
 _MOMENT = re.compile(r"\bnow\b|[Dd]eadline|\b(?:until|stalled)\b")
+_DURATION = re.compile(r"(?:(?:nano|micro|milli)?seconds|minutes|hours)(?: \w+)?[({]$|(?:[Mm]illis|[Mm]icros|S)econds\w* = $")
 _SYMMETRIC = re.compile(r"(?:std::)?(?:min|max|swap)(?:<[\w:]+>)?\($")
 _LOCK = re.compile(r"\bstd::(?:lock_guard|unique_lock|scoped_lock|shared_lock)\b")
 _COMPARISON = re.compile(r"(?<= )(<=|>=|==|!=|<|>)(?= )")
@@ -171,7 +172,7 @@ def _is_member_before_it_is_set(code, start, end):
 
 def _constants(code):
     for match in _NUMBER.finditer(code):
-        if _is_member_before_it_is_set(code, match.start(), match.end()):
+        if _is_member_before_it_is_set(code, match.start(), match.end()) or _DURATION.search(code[: match.start()][-60:]):
             continue
         digits, suffix = match.group("digits"), match.group("suffix")
         value = int(digits.replace("'", ""), 0 if digits.startswith("0x") else 10)
