@@ -33,11 +33,11 @@ std::shared_ptr<NSError> droppedError() {
   return connectionError(true, ENOBUFS, "the peer does not read; the message was dropped");
 }
 
+}  // namespace
+
 std::string nameOf(const SharedTable& table) {
   return table ? std::string(table->protocol().name) : std::string();
 }
-
-}  // namespace
 
 std::shared_ptr<NSError> connectionError(bool posix, std::int64_t code, const std::string& what) {
   const auto userInfo = NSDictionary::dictionaryWithEntries(

@@ -29,6 +29,7 @@
 
 #include "platform/foundation/ForkMark.h"
 #include "platform/xpc/Admissions.h"
+#include "platform/xpc/FrameReceiver.h"
 #include "platform/xpc/InterfaceTable.h"
 #include "platform/xpc/NSXPCConnection.h"
 #include "platform/xpc/PeerIdentity.h"
@@ -202,12 +203,12 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
 
   // Queue thread: ConnectionDelivery.cpp
   bool deliverFrames();
-  bool handleFrame(const FrameHeader& header, std::span<const std::uint8_t> body);
-  bool handleHello(std::span<const std::uint8_t> body);
-  bool handleCall(const FrameHeader& header, std::span<const std::uint8_t> body);
-  void invoke(std::size_t method, std::uint64_t id, const MethodRules& rules);
-  bool handleReply(std::span<const std::uint8_t> body);
-  bool handleReplyDropped(std::span<const std::uint8_t> body);
+  bool handleFrame(const Frame& frame);
+  bool handleHello();
+  bool handleCall(const Frame& frame);
+  void invoke(std::size_t method, std::uint64_t id);
+  bool handleReply(std::uint64_t id);
+  bool handleReplyDropped(std::uint64_t id);
   /// Empty where nobody waits for that request.
   [[nodiscard]] PendingRequests::node_type takePending(std::uint64_t id);
   void answerDropped(std::uint64_t id);
@@ -265,8 +266,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
 
   // queue thread
   ReceiveBuffer buffer_;
-  std::size_t frontFrameSize_ = 0;
-  bool helloSeen_ = false;
+  FrameReceiver receiver_;
   bool readsMayWait_ = false;
   bool expectsMore_ = false;  ///< the last read brought something
   StreamEnd streamEnd_ = StreamEnd::No;
@@ -280,6 +280,9 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   Clock::time_point connectStarted_;
   ResumedConnection resumedEntry_;
 };
+
+/// Empty for null.
+std::string nameOf(const SharedTable& table);
 
 /// An NSError of NSCocoaErrorDomain or, with `posix`, NSPOSIXErrorDomain that says `what` under
 /// NSDebugDescription.

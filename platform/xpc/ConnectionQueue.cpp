@@ -152,7 +152,6 @@ bool ConnectionCore::adoptSocket(int socket) {
     socket_ = socket;
     peer_ = peerOfSocket(socket);
     writeBroken_ = false;
-    helloSeen_ = false;
     streamEnd_ = StreamEnd::No;
   }
   const bool greets = patiently([this] {
@@ -183,12 +182,12 @@ void ConnectionCore::serve() {
 }
 
 int ConnectionCore::idleTimeout() const {
-  if (!helloSeen_ && helloDeadline_) return millisecondsUntil(*helloDeadline_);
+  if (!receiver_.sawHello() && helloDeadline_) return millisecondsUntil(*helloDeadline_);
   return buffer_.holdsIdleMemory() ? kTrimAfterMilliseconds : kForever;
 }
 
 bool ConnectionCore::isHelloOverdue() const {
-  return !helloSeen_ && helloDeadline_ && streamEnd_ == StreamEnd::No &&
+  return !receiver_.sawHello() && helloDeadline_ && streamEnd_ == StreamEnd::No &&
          Clock::now() >= *helloDeadline_;
 }
 
@@ -207,7 +206,7 @@ void ConnectionCore::deliverOrBreach() {
 bool ConnectionCore::readOnce() {
   const bool waits = std::exchange(expectsMore_, false) && readsMayWait_ && !hasBacklog();
   std::span<std::uint8_t> room;
-  if (!patiently([&] { room = buffer_.room(frontFrameSize_); }))
+  if (!patiently([&] { room = buffer_.room(receiver_.frameSize()); }))
     return breach("no memory for what it sends");
   const ssize_t count = ::recv(socket_, room.data(), room.size(), waits ? 0 : MSG_DONTWAIT);
   if (count > 0) {
@@ -256,7 +255,7 @@ void ConnectionCore::closeSocket() {
   if (socket >= 0) ::close(socket);
   if (process >= 0) ::close(process);
   buffer_.clear();
-  frontFrameSize_ = 0;
+  receiver_.reset();
   readsMayWait_ = false;
 }
 
