@@ -9,6 +9,7 @@
 
 #include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSString.h"
+#include "platform/foundation/PrintableText.h"
 
 namespace router {
 
@@ -42,7 +43,8 @@ std::uint32_t usageIn(const std::shared_ptr<NSObject>& key) {
   if (const auto text = platform::objectCast<NSString>(key)) value = integerIn(text->UTF8String());
   if (!value || *value > std::numeric_limits<std::uint32_t>::max()) {
     constexpr std::size_t kShown = 64;
-    throw std::invalid_argument("the tag dictionary's key " + key->description().substr(0, kShown) +
+    throw std::invalid_argument("the tag dictionary's key " +
+                                platform::printableLine(key->description(), kShown) +
                                 " is no usage");
   }
   return static_cast<std::uint32_t>(*value);

@@ -33,6 +33,11 @@ _LITERAL = re.compile(
 _LOGGING = re.compile(
     r"(?:\w+::)*(?:[\w:]+(?:->|\.))*(?:NSLog\w*|log|logLine|logText|logError|logCheck|logAtLevel\w*|trace_?)\s*\("
 )
+# What only fault injection sees, what only saves time, and a moment more or less.
+_RETRY = re.compile(r"\berrno\s*[!=]=\s*EINTR\b")
+_SAVES_TIME = re.compile(r"(?:\.|->)(?:reserve|shrink_to_fit)\s*\(")
+_MOMENT = re.compile(r"\bnow\b|[Dd]eadline|\b(?:limit|until|stalled)\b")
+_SYMMETRIC = re.compile(r"(?:std::)?(?:min|max)(?:<[\w:]+>)?\($")
 _LOCK = re.compile(r"\bstd::(?:lock_guard|unique_lock|scoped_lock|shared_lock)\b")
 _COMPARISON = re.compile(r"(?<= )(<=|>=|==|!=|<|>)(?= )")
 _TURNED = {
@@ -63,7 +68,7 @@ def masked(text):
     code = re.sub(r"\bstatic_assert\s*\([^;]*;", lambda m: re.sub(r"[^\n]", " ", m.group(0)), code)
     for start, end in reversed(list(_statements(code))):
         piece = code[start:end]
-        if _LOGGING.match(piece) or _LOCK.search(piece):
+        if _LOGGING.match(piece) or _LOCK.search(piece) or _SAVES_TIME.search(piece):
             code = code[:start] + re.sub(r"[^\n]", " ", piece) + code[end:]
     return code
 
@@ -78,8 +83,7 @@ def _statements(code):
             depth -= 1
         elif c == "{":
             head = code[start:at]
-            is_type = re.search(r"\b(?:namespace|struct|class|enum|union)\b[^()]*$", head)
-            scopes.append((is_type is None, depth))
+            scopes.append((not _opens_type(head), depth))
             depth, start = 0, at + 1
         elif c == "}":
             depth = scopes.pop()[1] if scopes else 0
@@ -123,9 +127,16 @@ def _parts(code, start, end):
     yield begin, end
 
 
+def _line_around(code, at):
+    return code[code.rfind("\n", 0, at) + 1 : code.find("\n", at)]
+
+
 def _comparisons(code):
     for match in _COMPARISON.finditer(code):
         for other in _TURNED[match.group(1)]:
+            is_tick = other.rstrip("=") == match.group(1).rstrip("=") and match.group(1) not in ("==", "!=")
+            if is_tick and _MOMENT.search(_line_around(code, match.start())):
+                continue
             yield Mistake("a comparison turned", match.start(), match.end(), other)
 
 
@@ -134,11 +145,34 @@ def _dropped(code):
         piece = code[start:end]
         if _STAYS.match(piece) or not _EFFECT.search(piece) or re.search(r"=\s*(?:default|delete|0)\s*;$", piece):
             continue
+        if _RETRY.search(piece):
+            continue
         yield Mistake("a statement dropped", start, end, ";")
+
+
+def _opens_type(head):
+    return re.search(r"\b(?:namespace|struct|class|enum|union)\b[^()]*$", head) is not None
+
+
+def _is_member_before_it_is_set(code, start, end):
+    """Whether the number is the zero that a member begins with."""
+    if code[start:end].strip("uUlLzZ") != "0" or not code[:start].endswith("= ") or code[end : end + 1] != ";":
+        return False
+    depth = 0
+    for at in range(start - 1, -1, -1):
+        if code[at] == "}":
+            depth += 1
+        elif code[at] == "{" and depth:
+            depth -= 1
+        elif code[at] == "{":
+            return _opens_type(code[max(code.rfind(c, 0, at) for c in ";{}") + 1 : at])
+    return False
 
 
 def _constants(code):
     for match in _NUMBER.finditer(code):
+        if _is_member_before_it_is_set(code, match.start(), match.end()):
+            continue
         digits, suffix = match.group("digits"), match.group("suffix")
         value = int(digits.replace("'", ""), 0 if digits.startswith("0x") else 10)
         for moved in (value + 1, value - 1):
@@ -149,6 +183,8 @@ def _constants(code):
 
 def _swapped(code):
     for match in _CALL.finditer(code):
+        if _SYMMETRIC.search(code[max(0, match.end() - 60) : match.end()]):
+            continue
         opening = match.end() - 1
         closing = _closing(code, opening)
         if closing < 0:

@@ -12,8 +12,8 @@
 
 namespace testsupport {
 
-/// Name and content of each file. Throws std::runtime_error for what is no whole archive, or holds
-/// a name twice.
+/// Name and content of each file. Throws std::runtime_error for what is no whole archive, holds a
+/// name twice, or a file that others than its owner may read.
 inline std::map<std::string, std::string> readArchive(const std::filesystem::path& path) {
   struct archive* const reader = archive_read_new();
   archive_read_support_format_zip(reader);
@@ -26,6 +26,7 @@ inline std::map<std::string, std::string> readArchive(const std::filesystem::pat
   while (problem.empty() && (result = archive_read_next_header(reader, &entry)) == ARCHIVE_OK) {
     const auto [at, isNew] = files.try_emplace(archive_entry_pathname(entry));
     if (!isNew) problem = "twice: " + at->first;
+    if (archive_entry_perm(entry) != 0600) problem = "for others too: " + at->first;
     std::array<char, 65536> buffer;
     la_ssize_t count = 0;
     while ((count = archive_read_data(reader, buffer.data(), buffer.size())) > 0)

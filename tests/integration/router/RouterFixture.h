@@ -74,6 +74,14 @@ class LineLog {
     EXPECT_TRUE(came) << "no line with \"" << part
                       << "\" came; the last: " << (lines_.empty() ? std::string() : lines_.back());
   }
+  /// Waits until the last line holds `part`.
+  void awaitLast(const std::string& part) {
+    std::unique_lock lock(mutex_);
+    const bool came = changed_.wait_for(lock, kPatience, [&] {
+      return !lines_.empty() && lines_.back().find(part) != std::string::npos;
+    });
+    EXPECT_TRUE(came) << "the last line is " << (lines_.empty() ? std::string() : lines_.back());
+  }
 
  private:
   mutable std::mutex mutex_;

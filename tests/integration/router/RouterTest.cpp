@@ -117,6 +117,19 @@ TEST_F(RouterTest, AUsersClientsTogetherCannotFillTheLog) {
   EXPECT_LT(routerLog_->count(), 20U);
 }
 
+TEST_F(RouterTest, WhatWasLeftOutOfTheLogIsToldThoughNobodyWritesAnyMore) {
+  router::RouterLimits limits;
+  limits.logLinesOfUser = {3, 2};
+  startRouter(std::chrono::hours(1), limits);
+  Client client;
+  for (int i = 1; i <= 20; ++i) {
+    client.start(0x42);
+    client.log->await(static_cast<std::size_t>(i));
+  }
+  // Where a later line of the user's tells of them, that line comes last.
+  routerLog_->awaitLast(" lines about user ");
+}
+
 TEST_F(RouterTest, TooManyStartRequestsAreRefused) {
   router::RouterLimits limits;
   limits.startsOfUser = {3, 0.001};

@@ -1,5 +1,6 @@
 // Messages, requests and the queue that they run on.
 #include <cerrno>
+#include <fstream>
 #include <future>
 #include <map>
 
@@ -19,7 +20,36 @@ Lines notes(std::uint64_t first, std::uint64_t end) {
   return lines;
 }
 
+/// What of the receive buffers is in memory, in KiB: they alone are mapped without huge pages.
+std::size_t residentBuffers() {
+  std::ifstream maps("/proc/self/smaps");
+  std::size_t resident = 0;
+  std::size_t ofMapping = 0;
+  for (std::string line; std::getline(maps, line);) {
+    if (line.starts_with("Rss:")) ofMapping = std::stoull(line.substr(4));
+    if (line.starts_with("VmFlags:") && line.find(" nh") != std::string::npos)
+      resident += ofMapping;
+  }
+  return resident;
+}
+
 }  // namespace
+
+TEST_F(Message, ALargeOneLeavesNoMemoryBehindInAnIdleConnection) {
+  const auto end = connect();
+  constexpr std::size_t kLarge = 60'000;
+  client_.proxy()->data_tag(
+      NSData::dataWithLength(
+          kLarge, [](auto bytes) { std::fill(bytes.begin(), bytes.end(), std::uint8_t{1}); }),
+      1);
+  ASSERT_TRUE(end->log.waitFor("data 60000 1"));
+  EXPECT_GE(residentBuffers(), kLarge / 1024);
+  const auto limit = std::chrono::steady_clock::now() + kPatience;
+  while (residentBuffers() >= kLarge / 1024) {  // there is no event to wait for
+    ASSERT_LT(std::chrono::steady_clock::now(), limit) << residentBuffers() << " KiB";
+    std::this_thread::yield();
+  }
+}
 
 TEST_F(Message, ArriveInTheOrderOfSendingOnOneThreadThatIsNotTheSenders) {
   const auto end = connect(0);

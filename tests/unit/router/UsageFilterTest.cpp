@@ -5,6 +5,7 @@
 
 #include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSString.h"
+#include "platform/foundation/PrintableText.h"
 
 namespace {
 
@@ -72,9 +73,26 @@ TEST(UsageFilter, OtherKeysAreRefusedByName) {
       filterFor({usage(1, 1), key});
       FAIL() << key->description();
     } catch (const std::invalid_argument& error) {
-      EXPECT_EQ(error.what(), "the tag dictionary's key " + key->description() + " is no usage");
+      EXPECT_EQ(error.what(), "the tag dictionary's key " +
+                                  platform::printableLine(key->description()) + " is no usage");
     }
   }
+}
+
+TEST(UsageFilter, OfALongKeyTheBeginningIsNamed) {
+  std::string letters;
+  for (int i = 0; i < 64; ++i) letters += "ä";  // two bytes each
+  const auto refusal = [](const std::string& key) {
+    try {
+      filterFor({platform::NSString::stringWithUTF8(key)});
+    } catch (const std::invalid_argument& error) {
+      return std::string(error.what());
+    }
+    return std::string("none");
+  };
+  EXPECT_EQ(refusal(letters), "the tag dictionary's key " + letters + " is no usage");
+  EXPECT_EQ(refusal("x" + letters),
+            "the tag dictionary's key x" + letters.substr(0, 124) + "… is no usage");
 }
 
 TEST(UsageFilter, AnEmptySlotPassesOnlyWhereItIsNamed) {
