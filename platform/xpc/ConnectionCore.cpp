@@ -15,19 +15,14 @@
 #include "platform/foundation/PrintableText.h"
 #include "platform/xpc/Guarded.h"
 #include "platform/xpc/Hello.h"
+#include "platform/xpc/SendBatch.h"
 
 namespace platform::xpc {
 namespace {
 
 std::atomic<std::size_t> liveConnections{0};
 
-/// A batch larger than what a socket takes at once gains nothing by waiting.
-constexpr std::size_t kBatchFlushSize = std::size_t{256} << 10;
-
 constexpr const char* kDropsBegin = "the peer does not read; messages are being dropped";
-
-/// The batches that this thread has open, the last one first; one a connection at most.
-thread_local SendBatch* innermostBatch = nullptr;
 
 std::shared_ptr<NSError> droppedError() {
   return connectionError(true, ENOBUFS, "the peer does not read; the message was dropped");
@@ -167,7 +162,6 @@ void ConnectionCore::resume() {
 
 void ConnectionCore::invalidate() {
   if (mark_.isInherited()) return letGoOfInherited();
-  if (SendBatch* const batch = openBatch()) commit(*batch);
   Released released;
   const std::lock_guard lock(mutex_);
   if (invalidated_ || abandoned_ || reported_) return;
@@ -257,10 +251,6 @@ void ConnectionCore::sendAny(const SharedTable& remote, std::size_t method,
                              const SharedErrorHandler& errorHandler) {
   if (mark_.isInherited()) return;
   const bool request = remote->methods()[method].hasReply;
-  if (SendBatch* const batch = openBatch()) {
-    if (!request) return sendInBatch(*batch, method, arguments, errorHandler);
-    commit(*batch);
-  }
   const std::uint64_t id = request ? nextRequest_.fetch_add(1, std::memory_order_relaxed) : 0;
   WireWriter frame;
   try {
@@ -294,62 +284,9 @@ void ConnectionCore::failUnencodable(const EncodingError& error, XPCReplyHandler
   failLocked(reply, errorHandler, connectionError(true, error.code(), error.what()));
 }
 
-// -------------------------------------------------------------------------------------------------
-// Batches
-
-std::unique_ptr<SendBatch> ConnectionCore::beginBatch() {
-  if (mark_.isInherited()) return nullptr;
-  if (openBatch() != nullptr) return nullptr;
-  std::unique_ptr<SendBatch> batch;
-  {
-    const std::lock_guard lock(mutex_);
-    batch = std::move(spareBatch_);
-  }
-  if (!batch) batch = std::make_unique<SendBatch>();
-  batch->core = this;
-  batch->outer = std::exchange(innermostBatch, batch.get());
-  return batch;
-}
-
-void ConnectionCore::endBatch(std::unique_ptr<SendBatch> batch) {
-  if (!batch) return;
-  innermostBatch = batch->outer;
+/// Nothing is thrown: where memory is short what the batch holds is lost with the stream.
+void ConnectionCore::sendTogether(const BatchedFrames& batch) {
   if (mark_.isInherited()) return;
-  const bool keep = batch->frames.size() <= SendBatch::kKeptSize;
-  commit(*batch);
-  if (!keep) return;
-  const std::lock_guard lock(mutex_);
-  spareBatch_.swap(batch);
-}
-
-SendBatch* ConnectionCore::openBatch() const {
-  SendBatch* batch = innermostBatch;
-  while (batch != nullptr && batch->core != this) batch = batch->outer;
-  return batch;
-}
-
-template <class Arguments>
-void ConnectionCore::sendInBatch(SendBatch& batch, std::size_t method, const Arguments& arguments,
-                                 const SharedErrorHandler& errorHandler) {
-  const std::size_t before = batch.frames.size();
-  try {
-    batch.frames.beginFrame(FrameKind::Message, method);
-    encodeValues(batch.frames, arguments);
-    batch.frames.finishFrame();
-  } catch (const EncodingError& error) {
-    batch.frames.truncate(before);
-    return failUnencodable(error, {}, errorHandler);
-  } catch (...) {
-    batch.frames.truncate(before);
-    throw;
-  }
-  batch.messages.push_back({batch.frames.size(), errorHandler});
-  if (batch.frames.size() >= kBatchFlushSize) commit(batch);
-}
-
-void ConnectionCore::commit(SendBatch& batch) {
-  if (mark_.isInherited()) return;
-  if (batch.messages.empty()) return;
   bool dropsBegin = false;
   {
     const std::lock_guard lock(mutex_);
@@ -357,16 +294,15 @@ void ConnectionCore::commit(SendBatch& batch) {
     const bool wasDropping = dropping_;
     try {
       enqueueBatchLocked(batch);
-    } catch (const std::bad_alloc&) {  // also where a destructor commits
+    } catch (const std::bad_alloc&) {
       breakWritingLocked();
     }
     dropsBegin = dropped_ != droppedBefore && !wasDropping;
   }
-  batch.clear();
   if (dropsBegin) log(kDropsBegin);
 }
 
-void ConnectionCore::enqueueBatchLocked(SendBatch& batch) {
+void ConnectionCore::enqueueBatchLocked(const BatchedFrames& batch) {
   const auto bytes = batch.frames.bytes();
   const bool over = isOverLocked();
   std::size_t written = 0;
@@ -376,7 +312,7 @@ void ConnectionCore::enqueueBatchLocked(SendBatch& batch) {
   }
   XPCReplyHandler noReply;
   std::size_t start = 0;
-  for (auto& message : batch.messages) {
+  for (const auto& message : batch.messages) {
     const std::size_t from = std::max(start, written);
     start = message.end;
     if (message.end <= written) continue;

@@ -45,6 +45,8 @@ namespace platform::xpc {
 using SharedHandler = std::shared_ptr<std::function<void()>>;
 using SharedTable = std::shared_ptr<const InterfaceTable>;
 
+struct BatchedFrames;
+
 class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
  public:
   static std::shared_ptr<ConnectionCore> toService(std::string service);
@@ -84,10 +86,11 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   /// An answer that memory lacked for: the peer, which waits for it, sees the stream end instead.
   void endForWantOfAnswer(std::uint64_t stream);
 
-  /// What this thread sends until endBatch goes out together. Null when the thread's batch is open
-  /// already.
-  std::unique_ptr<SendBatch> beginBatch();
-  void endBatch(std::unique_ptr<SendBatch> batch);
+  /// Messages that belong together.
+  void sendTogether(const BatchedFrames& batch);
+  /// For a message that has no encoding: tells its sender.
+  void failUnencodable(const EncodingError& error, XPCReplyHandler reply,
+                       const SharedErrorHandler& errorHandler);
   [[nodiscard]] std::size_t unsentBytes() const;
   [[nodiscard]] std::size_t unsentBytesOfUser() const;
   bool waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit);
@@ -128,16 +131,8 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   template <class Arguments>
   void sendAny(const SharedTable& remote, std::size_t method, const Arguments& arguments,
                XPCReplyHandler reply, const SharedErrorHandler& errorHandler);
-  template <class Arguments>
-  void sendInBatch(SendBatch& batch, std::size_t method, const Arguments& arguments,
-                   const SharedErrorHandler& errorHandler);
-  /// The batch that this thread has open on this connection, or null.
-  [[nodiscard]] SendBatch* openBatch() const;
-  void commit(SendBatch& batch);
   void breakWritingLocked();
-  void enqueueBatchLocked(SendBatch& batch);
-  void failUnencodable(const EncodingError& error, XPCReplyHandler reply,
-                       const SharedErrorHandler& errorHandler);
+  void enqueueBatchLocked(const BatchedFrames& batch);
   void flushLocked(Released& released);
   std::ptrdiff_t writeLocked(std::span<const std::uint8_t> bytes);
   void openStreamLocked();
@@ -250,7 +245,6 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   bool dropping_ = false;
   std::uint64_t stream_ = 0;
   SendBacklog backlog_;
-  std::unique_ptr<SendBatch> spareBatch_;
   PendingRequests pending_;
   std::vector<Failure> failures_;
   PeerIdentity peer_;
