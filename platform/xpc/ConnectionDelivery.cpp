@@ -136,13 +136,8 @@ void ConnectionCore::invoke(std::size_t method, std::uint64_t id) {
   const XPCProtocol& protocol = exported_->protocol();
   if (!object || object_.protocol != &protocol) return dropForWantOfObject(method, id);
   if (id == 0) {
-    return guarded("an exported method", [&] {
-      if (protocol.invokeTaking != nullptr) {
-        protocol.invokeTaking(object.get(), method, values_, none);
-      } else {
-        protocol.invoke(object.get(), method, values_, none);
-      }
-    });
+    return guarded("an exported method",
+                   [&] { protocol.invokeTaking(object.get(), method, values_, none); });
   }
   const auto ticket =
       std::make_shared<ReplyTicket>(weak_from_this(), exported_, method, stream_, id);

@@ -125,7 +125,7 @@ struct XPCProtocol {
   std::shared_ptr<void> (*makeProxy)(std::shared_ptr<XPCMessageSink> sink) = nullptr;
 
   /// As invoke, but takes the objects out of `arguments` instead of sharing them: two atomic counts
-  /// fewer for each. May be null.
+  /// fewer for each.
   void (*invokeTaking)(void* object, std::size_t method, XPCValues& arguments,
                        const XPCReplySender& reply) = nullptr;
 

@@ -3,6 +3,10 @@
 // Threading: the test's thread. Ownership: the fixture's. Errors: as in Process.h. Order: none.
 #pragma once
 
+#include <elf.h>
+
+#include <cstring>
+
 #include "ToolTest.h"
 
 namespace test {
@@ -24,15 +28,25 @@ class SituationTest : public ToolTest {
   }
   void makeOutdated() { becomeVersion("0.9"); }
 
-  /// The installed router becomes one whose program is killed by its first instruction.
+  /// The installed router becomes one whose program is killed by its first instruction: it begins
+  /// where nothing can be run, and no library that would catch that is loaded before.
   void breakProgram() {
     std::string other = readFile(helperTool());
     const std::size_t program = other.find(
         "\x7f"
         "ELF");
     ASSERT_NE(program, std::string::npos);
-    constexpr std::size_t entryInHeader = 24;
-    other.replace(program + entryInHeader, 8, std::string(8, '\0'));
+    Elf64_Ehdr header;
+    std::memcpy(&header, &other[program], sizeof header);
+    header.e_entry = 0;
+    std::memcpy(&other[program], &header, sizeof header);
+    for (std::size_t i = 0; i < header.e_phnum; ++i) {
+      Elf64_Phdr part;
+      char* const place = &other[program + header.e_phoff + i * sizeof part];
+      std::memcpy(&part, place, sizeof part);
+      if (part.p_type == PT_INTERP) part.p_type = PT_NULL;
+      std::memcpy(place, &part, sizeof part);
+    }
     replaceHelperTool(other);
   }
 

@@ -218,6 +218,7 @@ TEST_F(ReplaySetupTest, TheNameOfAFileMayBeOfAnyLengthAndKind) {
     EXPECT_NO_THROW(router::addReplayDevice(root(), device)) << name;
   }
   EXPECT_EQ(list().size(), 3U);
+  EXPECT_TRUE(fs::exists(directory_ / "etc/hideventrouter" / (std::string(100, 'x') + ".plist")));
 }
 
 }  // namespace

@@ -76,6 +76,8 @@ TEST(Control, TextThatIsNotUTF8DoesNotLoseTheReply) {
   const auto read = decodeControlReply(content(encode(reply)));
   ASSERT_TRUE(read);
   EXPECT_EQ(read->message, "cannot open !");
+  reply.message = std::string("a\0b\xFF", 4);
+  EXPECT_EQ(decodeControlReply(content(encode(reply)))->message, "ab");
 }
 
 TEST(Control, NonsenseIsNoMessage) {

@@ -3,11 +3,18 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <array>
+#include <csignal>
 #include <filesystem>
 #include <thread>
 
 #include "platform/services/ServiceEndpoints.h"
+#include "platform/services/ServiceError.h"
+#include "tests/support/OtherUser.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace {
@@ -47,6 +54,46 @@ TEST(JobDaemon, WhoeverIsHungUpOnAsksForTheStatusAgain) {
   daemon.join();
   ASSERT_TRUE(status);
   EXPECT_EQ(status->daemonProcessIdentifier, 42);
+}
+
+/// An endpoint at which another user's process listens.
+pid_t listenAsAnotherUser(const std::filesystem::path& path) {
+  const FileDescriptor bound(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.string().copy(address.sun_path, sizeof address.sun_path - 1);
+  std::array<int, 2> listens{};
+  if (::pipe(listens.data()) != 0 ||
+      ::bind(bound.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+    return -1;
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (::setuid(testsupport::otherUser) != 0 || ::listen(bound.get(), 8) != 0) ::_exit(1);
+    ::close(listens[1]);
+    for (;;) ::pause();
+  }
+  ::close(listens[1]);
+  char byte = 0;
+  const bool isReady = ::read(listens[0], &byte, 1) == 0;  // closed by the child
+  ::close(listens[0]);
+  return isReady ? child : -1;
+}
+
+TEST(JobDaemon, OfAnotherUserIsNotAsked) {
+  if (!testsupport::isSuperuser()) return;  // only the superuser can become another user
+  const testsupport::TemporaryDirectory temporary;
+  const platform::SystemRoot root(temporary.path() / "root");
+  std::filesystem::create_directories(root.controlEndpoint().parent_path());
+  const pid_t daemon = listenAsAnotherUser(root.controlEndpoint());
+  ASSERT_GT(daemon, 0);
+  try {
+    static_cast<void>(platform::JobDaemon(root).status());
+    ADD_FAILURE() << "it was asked";
+  } catch (const platform::ServiceError& error) {
+    EXPECT_EQ(error.code(), platform::ServiceErrorCode::NotPermitted) << error.what();
+  }
+  ::kill(daemon, SIGKILL);
+  ::waitpid(daemon, nullptr, 0);
 }
 
 }  // namespace

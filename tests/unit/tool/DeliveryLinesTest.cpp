@@ -171,6 +171,12 @@ TEST_F(TextDeliveryLinesTest, ShowsTheBytesOfWideFields) {
   EXPECT_EQ(out, "    0.000  values       ff00/0001=010203040506070809\n");
 }
 
+TEST_F(TextDeliveryLinesTest, OfAFieldThatFitsANumberTheNumberIsShown) {
+  static constexpr std::uint8_t kEight[] = {0xfe, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
+  lines->appendElementValues(out, *values({{0, 0xff00, 1, 1, -2, kEight}}));
+  EXPECT_EQ(out, "    0.000  values       ff00/0001=-2\n");
+}
+
 TEST_F(TextDeliveryLinesTest, KeepsAnErrorOnItsLine) {
   lines->appendError(out, *errorSaying("gone\nfor good"));
   EXPECT_EQ(out, "    0.000  error   gone\\x0afor good  HIDEventRouterDomain -536870208\n");

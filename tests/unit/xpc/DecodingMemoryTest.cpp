@@ -36,6 +36,17 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
   return counted(size);
 }
+// Also these: a sanitizer has its own.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept try {
+  return counted(size);
+} catch (const std::bad_alloc&) {
+  return nullptr;
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept try {
+  return counted(size);
+} catch (const std::bad_alloc&) {
+  return nullptr;
+}
 void operator delete(void* memory) noexcept {
   returned(memory);
 }
