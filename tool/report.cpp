@@ -5,8 +5,8 @@
 #include "platform/kit/RecentLogLines.h"
 #include "tool/Command.h"
 #include "tool/DeviceNames.h"
+#include "tool/DiagnosticReport.h"
 #include "tool/NewFile.h"
-#include "tool/Report.h"
 #include "tool/StopCleanup.h"
 #include "tool/Terminal.h"
 

@@ -33,11 +33,11 @@ _LITERAL = re.compile(
 _LOGGING = re.compile(
     r"(?:\w+::)*(?:[\w:]+(?:->|\.))*(?:NSLog\w*|log|logLine|logText|logError|logCheck|logAtLevel\w*|trace_?)\s*\("
 )
-# What only fault injection sees, what only saves time, and a moment more or less.
+# What only fault injection sees, what only saves time, a moment more or less, and what may stand in any order.
 _RETRY = re.compile(r"\berrno\s*[!=]=\s*EINTR\b")
 _SAVES_TIME = re.compile(r"(?:\.|->)(?:reserve|shrink_to_fit)\s*\(")
-_MOMENT = re.compile(r"\bnow\b|[Dd]eadline|\b(?:limit|until|stalled)\b")
-_SYMMETRIC = re.compile(r"(?:std::)?(?:min|max)(?:<[\w:]+>)?\($")
+_MOMENT = re.compile(r"\bnow\b|[Dd]eadline|\b(?:until|stalled)\b")
+_SYMMETRIC = re.compile(r"(?:std::)?(?:min|max|swap)(?:<[\w:]+>)?\($")
 _LOCK = re.compile(r"\bstd::(?:lock_guard|unique_lock|scoped_lock|shared_lock)\b")
 _COMPARISON = re.compile(r"(?<= )(<=|>=|==|!=|<|>)(?= )")
 _TURNED = {

@@ -162,8 +162,15 @@ TEST_F(DevicesTest, RemovingTakesTheCopyAlong) {
 }
 
 TEST_F(DevicesTest, AFullDiskLeavesNothing) {
-  if (!canMount()) GTEST_SKIP() << "nothing may be mounted here";
   writeFile(directory / "large.hid", "R: 2 05 01\n#" + std::string(100'000, 'x') + "\n");
+  // A bound on the size of files is as good as a full disk, and anybody may set one.
+  const Outcome bounded = run({"prlimit", "--fsize=65536", builtPath("wlhid"), "--root", root,
+                               "devices", "add", directory / "large.hid"},
+                              options());
+  EXPECT_TRUE(isRefusal(bounded, 1, "recordings: File too large")) << bounded.err;
+  EXPECT_TRUE(recordings().empty());
+  EXPECT_EQ(devices(), nlohmann::json::array());
+  if (!canMount()) return;
   writeFile(directory / "small.hid", "R: 2 05 01\n");
   const fs::path full = directory / "disk";
   const Outcome large = addOn("size=64k", full, "large.hid");

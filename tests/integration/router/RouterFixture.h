@@ -8,7 +8,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -33,6 +32,7 @@
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "router/Router.h"
 #include "router/RouterStatus.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace routertest {
 
@@ -220,16 +220,12 @@ class OneEndpoint final : public platform::ServiceEndpoints {
 class RouterFixture : public testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = testing::TempDir() + "/router.XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    directory_ = std::filesystem::path(pattern).lexically_normal();
     previous_ = platform::serviceEndpoints().exchange(
         std::make_shared<OneEndpoint>((directory_ / "router.sock").string()));
   }
   void TearDown() override {
     router_.reset();
     platform::serviceEndpoints().exchange(previous_);
-    std::filesystem::remove_all(directory_);
   }
 
   [[nodiscard]] platform::SystemRoot root() const { return platform::SystemRoot(directory_); }
@@ -301,7 +297,8 @@ class RouterFixture : public testing::Test {
       "R: 38 85 07 05 09 19 01 29 02 15 00 25 01 75 01 95 02 81 02 75 06 95 01 81 03"
       " 05 01 09 30 15 81 25 7f 75 08 95 01 81 06\nN: Mouse\nI: 3 0001 0002\n";
 
-  std::filesystem::path directory_;
+  const testsupport::TemporaryDirectory temporary_;
+  const std::filesystem::path& directory_ = temporary_.path();
   std::shared_ptr<LineLog> routerLog_ = std::make_shared<LineLog>();
   std::unique_ptr<router::Router> router_;
 

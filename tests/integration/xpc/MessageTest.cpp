@@ -23,16 +23,19 @@ Lines notes(std::uint64_t first, std::uint64_t end) {
   return lines;
 }
 
-/// What is in memory of everything that is mapped without huge pages, in KiB: stacks, and the
-/// receive buffers.
+/// What is in memory of the small mappings without huge pages, in KiB: stacks, and the receive
+/// buffers. Large ones are a sanitizer's own.
 std::size_t residentBuffers() {
   std::ifstream maps("/proc/self/smaps");
+  constexpr std::size_t kSmall = 4096;
   std::size_t resident = 0;
+  std::size_t size = 0;
   std::size_t ofMapping = 0;
   for (std::string line; std::getline(maps, line);) {
+    if (line.starts_with("Size:")) size = std::stoull(line.substr(5));
     if (line.starts_with("Rss:")) ofMapping = std::stoull(line.substr(4));
-    if (line.starts_with("VmFlags:") && line.find(" nh") != std::string::npos)
-      resident += ofMapping;
+    const bool isPlain = line.starts_with("VmFlags:") && line.find(" nh") != std::string::npos;
+    if (isPlain && size <= kSmall) resident += ofMapping;
   }
   return resident;
 }

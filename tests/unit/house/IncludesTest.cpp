@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -97,6 +99,24 @@ TEST(Includes, AreWrittenFromTheRootOfTheRepository) {
         EXPECT_TRUE(fs::exists(source / include)) << file << ": " << include;
     }
   }
+}
+
+std::string withoutCase(std::string text) {
+  std::ranges::transform(text, text.begin(), [](unsigned char c) { return std::tolower(c); });
+  return text;
+}
+
+TEST(Names, DifferInMoreThanCase) {
+  const fs::path source = sourceDirectory();
+  ASSERT_FALSE(source.empty());
+  std::map<std::string, fs::path> seen;
+  for (const Rule& rule : rules()) {
+    for (const auto& entry : fs::recursive_directory_iterator(source / rule.folder)) {
+      const auto [other, isNew] = seen.try_emplace(withoutCase(entry.path()), entry.path());
+      EXPECT_TRUE(isNew || other->second == entry.path()) << entry.path() << ", " << other->second;
+    }
+  }
+  EXPECT_GT(seen.size(), 100U) << "hardly anything was found to check";
 }
 
 TEST(Includes, ARuleRefusesWhatItDoesNotName) {

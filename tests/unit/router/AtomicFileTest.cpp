@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -14,6 +13,7 @@
 #include <system_error>
 
 #include "platform/services/RootFiles.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace {
 
@@ -24,13 +24,6 @@ using testing::IsEmpty;
 
 class AtomicFileTest : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = testing::TempDir() + "/draft.XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    path_ = fs::path(pattern).lexically_normal();
-    directory_.reset(::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  }
-  void TearDown() override { fs::remove_all(path_); }
   static std::span<const std::uint8_t> bytes(std::string_view text) {
     return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
   }
@@ -38,11 +31,12 @@ class AtomicFileTest : public testing::Test {
     return platform::namesIn(directory_.get());
   }
   [[nodiscard]] std::string content(const std::string& name) const {
-    std::ifstream in(path_ / name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
+    return testsupport::readFile(path_ / name);
   }
-  fs::path path_;
-  platform::FileDescriptor directory_;
+  const testsupport::TemporaryDirectory temporary_;
+  const fs::path& path_ = temporary_.path();
+  const platform::FileDescriptor directory_{
+      ::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
 };
 
 TEST_F(AtomicFileTest, ADraftIsHiddenAndGoesUnlessItGetsAName) {

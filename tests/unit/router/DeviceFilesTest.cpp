@@ -2,11 +2,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <array>
 #include <fstream>
+
+#include "tests/support/TemporaryDirectory.h"
 
 namespace {
 
@@ -18,14 +19,7 @@ using testing::IsEmpty;
 
 class DeviceFilesTest : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = testing::TempDir() + "/files.XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    root_ = fs::path(pattern).lexically_normal();
-    directory_ = root_ / "etc/hideventrouter";
-    fs::create_directories(directory_);
-  }
-  void TearDown() override { fs::remove_all(root_); }
+  DeviceFilesTest() { fs::create_directories(directory_); }
   void write(const std::string& name, const std::string& text) const {
     std::ofstream(directory_ / name, std::ios::binary) << text;
   }
@@ -38,8 +32,9 @@ class DeviceFilesTest : public testing::Test {
   static std::span<const std::uint8_t> bytes(std::string_view text) {
     return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
   }
-  fs::path root_;
-  fs::path directory_;
+  const testsupport::TemporaryDirectory temporary_;
+  const fs::path& root_ = temporary_.path();
+  const fs::path directory_ = root_ / "etc/hideventrouter";
   std::vector<std::string> problems_;
 };
 

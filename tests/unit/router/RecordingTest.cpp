@@ -9,6 +9,7 @@
 
 #include "HexBytes.h"
 #include "router/RouterLimits.h"
+#include "tests/support/TemporaryDirectory.h"
 #include "tests/support/WholeRecording.h"
 
 namespace {
@@ -37,19 +38,13 @@ void expectError(const std::string& text, const std::string& message) {
 
 class RecordingFile : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = testing::TempDir() + "/recording.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    directory_ = std::filesystem::path(pattern).lexically_normal();
-  }
-  void TearDown() override { std::filesystem::remove_all(directory_); }
-
   std::filesystem::path write(const std::string& text) const {
     const auto path = directory_ / "a.hid";
     std::ofstream(path, std::ios::binary) << text;
     return path;
   }
-  std::filesystem::path directory_;
+  const testsupport::TemporaryDirectory temporary_;
+  const std::filesystem::path& directory_ = temporary_.path();
 };
 
 TEST(Recording, ReadsEveryPartOfADevice) {

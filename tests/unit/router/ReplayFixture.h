@@ -2,7 +2,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -15,6 +14,7 @@
 #include "platform/foundation/NSPropertyListSerialization.h"
 #include "platform/foundation/NSString.h"
 #include "router/Devices.h"
+#include "tests/support/TemporaryDirectory.h"
 
 inline constexpr const char* kRecording =
     "R: 17 05 01 09 02 a1 01 09 30 15 81 25 7f 75 08 95 01 c0\n"
@@ -23,14 +23,6 @@ inline constexpr const char* kRecording =
 
 class ReplayTest : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = testing::TempDir() + "/replay.XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    directory_ = std::filesystem::path(pattern).lexically_normal();
-    recording_ = write("mouse.hid", kRecording);
-  }
-  void TearDown() override { std::filesystem::remove_all(directory_); }
-
   std::filesystem::path write(const std::filesystem::path& name, const std::string& text) const {
     const std::filesystem::path path = directory_ / name;
     std::filesystem::create_directories(path.parent_path());
@@ -92,7 +84,8 @@ class ReplayTest : public testing::Test {
     return router::deviceSources(root()).front()->open(id);
   }
 
-  std::filesystem::path directory_;
-  std::filesystem::path recording_;
+  const testsupport::TemporaryDirectory temporary_;
+  const std::filesystem::path& directory_ = temporary_.path();
+  const std::filesystem::path recording_ = write("mouse.hid", kRecording);
   std::vector<std::string> problems_;
 };

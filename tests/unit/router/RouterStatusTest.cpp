@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +13,7 @@
 
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace {
 
@@ -23,14 +23,9 @@ using router::RouterStatusFile;
 
 class RouterStatusTest : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = testing::TempDir() + "/status.XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    directory_ = fs::path(pattern).lexically_normal();
-  }
-  void TearDown() override { fs::remove_all(directory_); }
   platform::SystemRoot root() const { return platform::SystemRoot(directory_); }
-  fs::path directory_;
+  const testsupport::TemporaryDirectory temporary_;
+  const fs::path& directory_ = temporary_.path();
 };
 
 TEST_F(RouterStatusTest, ReadsWhatWasWritten) {

@@ -171,6 +171,27 @@ TEST(ServiceEndpoints, AFullBacklogIsAPassingShortage) {
             Outcome::TryAgain);
 }
 
+TEST(ServiceEndpoints, InARootThatOthersCanWriteNothingIsConnectedTo) {
+  const TemporaryDirectory directory;
+  const platform::SystemRoot root(directory.path() / "root");
+  platform::SystemRoot::setCurrent(root);
+  fs::create_directories(root.path() / "var/run");
+  const FileDescriptor listener(
+      platform::listenUnixSocket(root.endpoint("com.x").string(), SOCK_STREAM, 8, 0600));
+  ::chmod(root.path().c_str(), 0777);
+  const auto result = platform::serviceEndpoints().load()->connectToService("com.x");
+  EXPECT_EQ(result.outcome, Outcome::Refused);
+  EXPECT_NE(result.reason.find("can be written by others"), std::string::npos) << result.reason;
+}
+
+TEST(ServiceEndpoints, ADirectoryThatIsNoneMakesTheNameUnknown) {
+  const TemporaryDirectory directory;
+  platform::SystemRoot::setCurrent(platform::SystemRoot(directory.path()));
+  testsupport::writeFile(directory.path() / "var", "");
+  EXPECT_EQ(platform::serviceEndpoints().load()->connectToService("com.x").outcome,
+            Outcome::UnknownName);
+}
+
 TEST(ServiceEndpoints, AFileInTheEndpointsPlaceIsRefused) {
   const TemporaryDirectory directory;
   platform::SystemRoot::setCurrent(platform::SystemRoot(directory.path()));

@@ -1,4 +1,4 @@
-#include "tool/Report.h"
+#include "tool/DiagnosticReport.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
