@@ -23,8 +23,8 @@ class UTF8Validator {
   int missing_ = 0;  ///< bytes that the open character still needs; −1 once the text was refused
   // What the next of them may be. Only the byte behind the first one has bounds of its own: they
   // keep out overlong forms, surrogates and what lies beyond the last code point.
-  std::uint8_t lowest_ = 0x80;
-  std::uint8_t highest_ = 0xBF;
+  std::uint8_t lowest_ = 0;
+  std::uint8_t highest_ = 0;
 };
 
 }  // namespace platform

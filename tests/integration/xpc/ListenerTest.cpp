@@ -5,8 +5,11 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
+#include <iterator>
 
 #include "platform/xpc/Hello.h"
+#include "platform/xpc/PassedDescriptors.h"
 #include "tests/support/XPCPeers.h"
 
 using namespace platform;
@@ -94,6 +97,20 @@ TEST_F(Listener, KnowsItsCallerFromTheKernel) {
   const auto end = connect();
   EXPECT_EQ(end->connection->effectiveUserIdentifier(), ::geteuid());
   EXPECT_EQ(end->connection->processIdentifier(), ::getpid());
+}
+
+TEST_F(Listener, ResumedAgainItIsStartedOnceOnly) {
+  const auto threads = [] {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return std::distance(begin(tasks), end(tasks));
+  };
+  const std::string path = (directory_.path() / "again").string();
+  const auto listener = NSXPCListener::initWithListeningDescriptor(
+      listenUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC, 4, 0600));
+  listener->resume();
+  const auto before = threads();
+  listener->resume();
+  EXPECT_LE(threads(), before);
 }
 
 TEST_F(Listener, OffersNothingAfterInvalidateButWhatItAcceptedLivesOn) {
@@ -328,4 +345,19 @@ TEST_F(Handed, TheNamedDescriptorIsTakenOnceAndIsCloseOnExec) {
   ASSERT_NE(listener, nullptr);
   EXPECT_EQ(::fcntl(place, F_GETFD), FD_CLOEXEC);
   EXPECT_EQ(failure("mine"), EBUSY);
+}
+
+TEST_F(Handed, ADirectoryIsTakenOnceAndIsCloseOnExec) {
+  const int directory = ::open(directory_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int place = ::fcntl(directory, F_DUPFD, 60);  // not the place of the test above
+  ::close(directory);
+  ASSERT_GE(place, 60);
+  std::string names;
+  for (int i = 3; i < place; ++i) names += "other" + std::to_string(i) + ":";
+  set(self(), std::to_string(place - 3 + 1), names + "root");
+  EXPECT_EQ(xpc::takePassedDirectory("root"), place);
+  EXPECT_EQ(::fcntl(place, F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(xpc::takePassedDirectory("root"), -1);
+  EXPECT_EQ(errno, EBUSY);
+  ::close(place);
 }
