@@ -140,7 +140,7 @@ void ConnectionCore::invoke(std::size_t method, std::uint64_t id) {
                    [&] { protocol.invokeTaking(object.get(), method, values_, none); });
   }
   const auto ticket =
-      std::make_shared<ReplyTicket>(weak_from_this(), exported_, method, stream_, id);
+      std::make_shared<ReplyTicket>(weak_from_this(), exported_, method, outbox_.stream(), id);
   guarded("an exported method", [&] {
     protocol.invoke(object.get(), method, values_,
                     [ticket](const XPCValues& values) { ticket->answer(values); });
@@ -170,28 +170,28 @@ void ConnectionCore::reportMissedSinceGone() {
 
 /// IDs begin with 1: there is nothing to answer to a one-way message.
 void ConnectionCore::answerDropped(std::uint64_t id) {
-  if (id != 0) answer(stream_, id, {}, nullptr);
+  if (id != 0) answer(outbox_.stream(), id, {}, nullptr);
 }
 
 // -------------------------------------------------------------------------------------------------------------------
 // Replies
 
-ConnectionCore::PendingRequests::node_type ConnectionCore::takePending(std::uint64_t id) {
+PendingRequests::Requests::node_type ConnectionCore::takePending(std::uint64_t id) {
   const std::lock_guard lock(mutex_);
-  return pending_.extract(id);
+  return pending_.take(id);
 }
 
 bool ConnectionCore::handleReply(std::uint64_t id) {
   auto request = takePending(id);
   if (request.empty()) return breach("a reply that nobody waits for");
-  Pending& pending = request.mapped();
+  PendingRequests::Request& pending = request.mapped();
   XPCValues values;
   ValuesResult result;
   try {
     result = receiver_.decodeReply(pending.table->methods()[pending.method].reply, values);
   } catch (const std::bad_alloc&) {  // the request is still pending, and fails with the stream
     const std::lock_guard lock(mutex_);
-    pending_.insert(std::move(request));
+    pending_.putBack(std::move(request));
     throw;
   }
   if (result.verdict == DecodeVerdict::Accepted) {
@@ -213,7 +213,7 @@ bool ConnectionCore::handleReply(std::uint64_t id) {
 bool ConnectionCore::handleReplyDropped(std::uint64_t id) {
   const auto request = takePending(id);
   if (request.empty()) return breach("news of a reply that nobody waits for");
-  const Pending& pending = request.mapped();
+  const PendingRequests::Request& pending = request.mapped();
   if (pending.errorHandler && *pending.errorHandler) {
     const auto error = makeErrorAnyway(NSXPCConnectionReplyInvalid,
                                        "will not bring a reply: the peer dropped it unanswered");

@@ -5,31 +5,13 @@
 #pragma once
 
 #include <memory>
-#include <vector>
 
+#include "platform/xpc/BatchedFrames.h"
 #include "platform/xpc/NSXPCConnection.h"
-#include "platform/xpc/SendBacklog.h"
-#include "platform/xpc/Wire.h"
 
 namespace platform::xpc {
 
 class ConnectionCore;
-
-/// Encoded messages, one after the other, and where each ends.
-struct BatchedFrames {
-  struct Message {
-    std::size_t end = 0;  ///< in `frames`
-    SharedErrorHandler errorHandler;
-  };
-
-  WireWriter frames;
-  std::vector<Message> messages;
-
-  void clear() {
-    frames.truncate(0);
-    messages.clear();
-  }
-};
 
 class SendBatch final : public XPCMessageBatch, public std::enable_shared_from_this<SendBatch> {
  public:
