@@ -57,7 +57,8 @@ class Outbox {
   void put(std::span<const std::uint8_t> frame, bool oneWay,
            const SharedErrorHandler& errorHandler);
   /// Messages together. One that does not fit is dropped and its error handler goes to `refused`;
-  /// whether that has begun now. std::bad_alloc: what was not taken is lost, and the stream with it.
+  /// whether that has begun now. std::bad_alloc: what was not taken is lost, and the stream with
+  /// it.
   bool put(const BatchedFrames& batch, Handlers& refused);
   /// Writes what the socket takes of what waits.
   void flush(Handlers& released);

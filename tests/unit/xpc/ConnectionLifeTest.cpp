@@ -57,7 +57,8 @@ TEST(ConnectionLife, TakesWhatHasAPlaceInItsPhaseAndNothingElse) {
       ConnectionLife life = lifeIn(phase);
       const auto found = next.find(event);
       EXPECT_EQ(life.take(event), found != next.end()) << int(phase) << ' ' << i;
-      EXPECT_EQ(life.phase(), found == next.end() ? phase : found->second) << int(phase) << ' ' << i;
+      EXPECT_EQ(life.phase(), found == next.end() ? phase : found->second)
+          << int(phase) << ' ' << i;
     }
   }
 }

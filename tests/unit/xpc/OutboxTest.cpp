@@ -49,7 +49,8 @@ SharedErrorHandler anyHandler() {
 class OutboxTest : public testing::Test {
  protected:
   OutboxTest() {
-    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends_.data()), 0);
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends_.data()),
+              0);
   }
   ~OutboxTest() override {
     for (const int end : ends_) ::close(end);
@@ -228,8 +229,8 @@ TEST_F(OutboxTest, ABatchGoesOutAtOnceAndWhatIsLeftOfItWaits) {
     flush();
   }
   all = std::move(all) + arrived();
-  EXPECT_TRUE(std::equal(all.begin(), all.end(), large.frames.bytes().begin(),
-                         large.frames.bytes().end()));
+  EXPECT_TRUE(
+      std::equal(all.begin(), all.end(), large.frames.bytes().begin(), large.frames.bytes().end()));
   EXPECT_TRUE(refused.empty());
 }
 
