@@ -81,6 +81,41 @@ TEST(NSString, DescribesItselfPlainlyAndQuotedInsideACollection) {
   EXPECT_EQ(str("ä€😀")->descriptionWithIndent(0), R"("\U00e4\U20ac\Ud83d\Ude00")");
 }
 
+TEST(NSString, QuotesEveryASCIICharacter) {
+  constexpr std::string_view bare = "09AZaz";
+  constexpr std::string_view aroundBare = "/:@[`{";
+  for (const char c : bare) EXPECT_EQ(quotedWhereNeeded(std::string(1, c)), std::string(1, c));
+  for (const char c : aroundBare)
+    EXPECT_EQ(quotedWhereNeeded(std::string(1, c)), "\"" + std::string(1, c) + "\"");
+  EXPECT_EQ(quotedWhereNeeded("\a\b\t\n\v\f\r"), R"("\a\b\t\n\v\f\r")");
+  EXPECT_EQ(quotedWhereNeeded("\x01\x06\x0e\x1f \x7e\x7f"), R"("\001\006\016\037 ~\177")");
+  EXPECT_EQ(quotedWhereNeeded("\u0080"), R"("\U0080")");
+}
+
+TEST(Text, KeepsTheCharactersAtTheBordersOfEachForm) {
+  for (const char32_t c : {U'\x7F', U'\x80', U'\x7FF', U'\x800', U'\xD7FF', U'\xE000', U'\xFFFF',
+                           U'\x10000', U'\x10FFFF'}) {
+    std::string text;
+    appendUTF8(text, c);
+    std::size_t position = 0;
+    EXPECT_EQ(nextCodePoint(text, position), c);
+    EXPECT_EQ(position, text.size());
+    EXPECT_EQ(UTF8FromUTF16BigEndian(UTF16BigEndianFromUTF8(text)), text);
+  }
+  EXPECT_EQ(UTF8FromUTF16BigEndian("\xDC\x00"sv), std::nullopt);
+  EXPECT_EQ(UTF8FromUTF16BigEndian("\xDF\xFF"sv), std::nullopt);
+  EXPECT_EQ(UTF8FromUTF16BigEndian("\xD8\x00\xDB\xFF"sv), std::nullopt);
+  EXPECT_EQ(UTF8FromUTF16BigEndian("\xD8\x00\xE0\x00"sv), std::nullopt);
+}
+
+TEST(Text, WritesNumbersWithAnExponentWhereDigitsWouldBeMany) {
+  EXPECT_EQ(shortestText(0), "0");
+  EXPECT_EQ(shortestText(1e-4), "0.0001");
+  EXPECT_EQ(shortestText(9.9e-5), "9.9e-05");
+  EXPECT_EQ(shortestText(-1e16), "-10000000000000000");
+  EXPECT_EQ(shortestText(1e17), "1e+17");
+}
+
 TEST(Text, ConvertsToUTF16AndBack) {
   const std::string text = "a\u00E4\u20AC\U0001F600\U0010FFFF";
   const std::string units = UTF16BigEndianFromUTF8(text);

@@ -77,6 +77,17 @@ TEST(NSData, HasNoBytesWhenEmpty) {
   EXPECT_EQ(data->description(), "{length = 0, bytes = 0x}");
 }
 
+TEST(NSData, IsOrderedByLengthAndThenByItsBytes) {
+  const auto data = [](const Bytes& bytes) { return NSData::dataWithBytes(bytes); };
+  const auto isBefore = [](const auto& a, const auto& b) {
+    return NSObject::compare(a.get(), b.get()) < 0 && NSObject::compare(b.get(), a.get()) > 0;
+  };
+  EXPECT_TRUE(isBefore(data({}), data({0})));
+  EXPECT_TRUE(isBefore(data({9}), data({1, 2})));
+  EXPECT_TRUE(isBefore(data({1, 2}), data({1, 3})));
+  EXPECT_TRUE(isBefore(data({1, 2}), data({0x80, 0}))) << "bytes have no sign";
+}
+
 TEST(NSData, FillsItsOwnBlock) {
   const auto data = NSData::dataWithLength(5, [](std::span<std::uint8_t> room) {
     ASSERT_EQ(room.size(), 5U);

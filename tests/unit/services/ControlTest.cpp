@@ -49,6 +49,15 @@ TEST(Control, RequestsAreReadBack) {
   }
 }
 
+TEST(Control, CodesKeepTheirNumbers) {
+  using enum ServiceErrorCode;
+  const std::vector<ServiceErrorCode> codes{
+      None,         InvalidArgument, NoSuchJob,    InvalidImage, FileSystem, DaemonUnavailable,
+      NotPermitted, TimedOut,        NotSupported, Protocol,     Busy};
+  for (std::size_t i = 0; i < codes.size(); ++i)
+    EXPECT_EQ(static_cast<std::size_t>(codes[i]), i) << "an installed daemon knows no other";
+}
+
 TEST(Control, RepliesAreReadBack) {
   ControlReply reply;
   reply.code = ServiceErrorCode::InvalidImage;
