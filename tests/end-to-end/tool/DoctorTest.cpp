@@ -321,6 +321,10 @@ TEST_F(DoctorTest, WithoutTheJobDaemonsProgram) {
   const Outcome outcome = run(wlhid({"doctor", "--json"}), without);
   EXPECT_EQ(failures(nlohmann::json::parse(outcome.out))["job daemon"],
             "the job daemon's program /no/such/program: No such file or directory");
+  install();  // with the program as it is
+  const Outcome running = run(wlhid({"doctor", "--json"}), without);
+  EXPECT_FALSE(failures(nlohmann::json::parse(running.out)).contains("job daemon"))
+      << "it runs: what it was started from is no matter";
 }
 
 TEST_F(DoctorTest, OnAFullDisk) {

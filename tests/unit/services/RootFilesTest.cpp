@@ -181,6 +181,15 @@ TEST_F(RootDirectory, ThatWasReachedByOneUserIsWalkedToAgainByAnother) {
               HasSubstr("way above the system root"));
 }
 
+TEST_F(RootDirectory, SaysWhatCouldNotBeMadeInIt) {
+  const SystemRoot root(made("root"));
+  const FileDescriptor open = platform::openOwnRoot(root);
+  fs::remove(root.path());
+  const std::string why =
+      outcome([&] { return platform::openDirectoryBelow(open.get(), "etc/job", true); });
+  EXPECT_EQ(why, "not a refusal: cannot make the directory etc: No such file or directory");
+}
+
 TEST_F(RootDirectory, OnceOpenedStaysWhatItWas) {
   const fs::path path = made("root");
   testsupport::writeFile(path / "which", "the first");
