@@ -106,14 +106,15 @@ class BenchSession final : public WLHIDEventRouterProtocol,
  private:
   void send(const Job& job, platform::NSXPCConnection& connection) const {
     if (job.kind == Kind::Paced) return sendPaced(job);
+    const auto batch = connection.makeBatch();
+    const auto batched = batch->proxyWithErrorHandler<WLHIDEventRouterClientProtocol>({});
     for (std::uint32_t sent = 0; sent < job.count;) {
       if (job.batch == 1) {
         client_->receivedData_forReportID(plainReport(), 1);
       } else {
-        connection.sendBatch([&] {
-          for (unsigned i = 0; i < job.batch; ++i)
-            client_->receivedData_forReportID(plainReport(), 1);
-        });
+        for (unsigned i = 0; i < job.batch; ++i)
+          batched->receivedData_forReportID(plainReport(), 1);
+        batch->send();
       }
       sent += job.batch;
       if (sent % 64 == 0 && connection.unsentBytes() > kMostUnsent) {

@@ -1,11 +1,13 @@
-// Takes a stream apart as a connection does, against the client's protocol and the start request's
-// reply: headers, hello, arguments. Whatever is accepted must be written back as the same bytes.
+// Feeds a stream to a connection's frame receiver: headers, hello, calls of the two protocols,
+// replies to the start request. Whatever is accepted must be written back as the same bytes.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <span>
 
 #include "platform/foundation/NSArray.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
+#include "platform/xpc/FrameReceiver.h"
 #include "platform/xpc/Hello.h"
 #include "platform/xpc/InterfaceTable.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
@@ -47,13 +49,15 @@ const InterfaceTable& routerTable() {
   return *table;
 }
 
-void checkValues(Bytes bytes, const std::vector<ArgumentRule>& rules) {
-  WireReader reader(bytes);
-  XPCValues values;
-  if (decodeValues(reader, rules, values).verdict != DecodeVerdict::Accepted) return;
+bool areEqual(Bytes a, Bytes b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end());
+}
+
+void requireSameWritten(const ValuesResult& result, const XPCValues& values, Bytes encoded) {
+  if (result.verdict != DecodeVerdict::Accepted) return;
   WireWriter writer;
   encodeValues(writer, values);
-  require(std::equal(bytes.begin(), bytes.end(), writer.bytes().begin(), writer.bytes().end()));
+  require(areEqual(encoded, writer.bytes()));
 }
 
 void checkHello(Bytes body) {
@@ -61,33 +65,45 @@ void checkHello(Bytes body) {
   if (!hello || hello->version != kWireVersion) return;
   WireWriter writer;
   writeHello(writer, *hello);
-  const Bytes written = writer.bytes().subspan(kFrameHeaderSize);
-  require(std::equal(body.begin(), body.end(), written.begin(), written.end()));
+  require(areEqual(body, writer.bytes().subspan(kFrameHeaderSize)));
 }
 
-void checkFrame(const FrameHeader& header, Bytes body) {
-  if (header.kind == FrameKind::Hello) return checkHello(body);
-  const bool numbered = header.kind != FrameKind::Message && header.kind != FrameKind::Farewell;
-  if (numbered && body.size() < kRequestIDSize) return;
-  const Bytes rest = numbered ? body.subspan(kRequestIDSize) : body;
-  if (header.kind == FrameKind::Reply) return checkValues(rest, routerTable().methods()[0].reply);
-  if (header.kind == FrameKind::Request && header.method == 0)
-    return checkValues(rest, routerTable().methods()[0].arguments);
-  if (header.kind == FrameKind::Message && header.method < clientTable().methods().size()) {
-    checkValues(rest, clientTable().methods()[header.method].arguments);
+/// Messages are the router's, requests the client's.
+void checkFrame(const FrameReceiver& receiver) {
+  const Frame& frame = receiver.frame();
+  XPCValues values;
+  switch (frame.kind) {
+    case FrameKind::Hello:
+      return checkHello(frame.values);
+    case FrameKind::Message:
+      return requireSameWritten(receiver.decodeCall(clientTable(), values), values, frame.values);
+    case FrameKind::Request:
+      return requireSameWritten(receiver.decodeCall(routerTable(), values), values, frame.values);
+    case FrameKind::Reply:
+      return requireSameWritten(receiver.decodeReply(routerTable().methods()[0].reply, values),
+                                values, frame.values);
+    case FrameKind::ReplyDropped:
+    case FrameKind::Farewell:
+      return;
   }
+}
+
+/// So that a stream without a hello is looked at beyond its first frame.
+void greet(FrameReceiver& receiver) {
+  WireWriter hello;
+  writeHello(hello, {kWireVersion, "A", "B"});
+  require(receiver.next(hello.bytes()) == FrameReceiver::Outcome::Frame);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Bytes left(data, size);
-  while (left.size() >= kFrameHeaderSize) {
-    FrameHeader header;
-    if (readFrameHeader(left.data(), header) != HeaderVerdict::Valid) return 0;
-    if (left.size() - kFrameHeaderSize < header.length) return 0;
-    checkFrame(header, left.subspan(kFrameHeaderSize, header.length));
-    left = left.subspan(kFrameHeaderSize + header.length);
+  FrameReceiver receiver;
+  if (size <= 4 || data[4] != static_cast<std::uint8_t>(FrameKind::Hello)) greet(receiver);
+  while (receiver.next(left) == FrameReceiver::Outcome::Frame) {
+    checkFrame(receiver);
+    left = left.subspan(receiver.frameSize());
   }
   return 0;
 }

@@ -20,17 +20,15 @@ class ClientSink final : public ReportSink {
       : connection_(connection),
         recordingEnded_(std::move(recordingEnded)),
         // What fails to be sent fails because the connection ends, which the session learns anyway.
-        client_(connection->remoteObjectProxyWithErrorHandler<WLHIDEventRouterClientProtocol>(
+        batch_(connection->makeBatch()),
+        client_(batch_->proxyWithErrorHandler<WLHIDEventRouterClientProtocol>(
             [](const std::shared_ptr<platform::NSError>&) {})) {}
 
   void send(const std::shared_ptr<platform::NSData>& report, std::uint32_t reportID,
             const std::shared_ptr<platform::NSArray>& values) override {
-    const auto connection = connection_.lock();
-    if (connection == nullptr || client_ == nullptr) return;
-    connection->sendBatch([&] {
-      client_->receivedData_forReportID(report, reportID);
-      if (values != nullptr) client_->receivedElementValues(values);
-    });
+    client_->receivedData_forReportID(report, reportID);
+    if (values != nullptr) client_->receivedElementValues(values);
+    batch_->send();
   }
   [[nodiscard]] std::size_t unsentBytes() const override {
     const auto connection = connection_.lock();
@@ -48,6 +46,7 @@ class ClientSink final : public ReportSink {
  private:
   const std::weak_ptr<platform::NSXPCConnection> connection_;
   const std::function<void()> recordingEnded_;
+  const std::shared_ptr<platform::XPCMessageBatch> batch_;
   const std::shared_ptr<WLHIDEventRouterClientProtocol> client_;
 };
 

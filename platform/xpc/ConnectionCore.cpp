@@ -14,30 +14,23 @@
 #include "platform/foundation/NSLog.h"
 #include "platform/foundation/PrintableText.h"
 #include "platform/xpc/Guarded.h"
-#include "platform/xpc/Hello.h"
 
 namespace platform::xpc {
 namespace {
 
 std::atomic<std::size_t> liveConnections{0};
 
-/// A batch larger than what a socket takes at once gains nothing by waiting.
-constexpr std::size_t kBatchFlushSize = std::size_t{256} << 10;
-
 constexpr const char* kDropsBegin = "the peer does not read; messages are being dropped";
-
-/// The batches that this thread has open, the last one first; one a connection at most.
-thread_local SendBatch* innermostBatch = nullptr;
 
 std::shared_ptr<NSError> droppedError() {
   return connectionError(true, ENOBUFS, "the peer does not read; the message was dropped");
 }
 
+}  // namespace
+
 std::string nameOf(const SharedTable& table) {
   return table ? std::string(table->protocol().name) : std::string();
 }
-
-}  // namespace
 
 std::shared_ptr<NSError> connectionError(bool posix, std::int64_t code, const std::string& what) {
   const auto userInfo = NSDictionary::dictionaryWithEntries(
@@ -92,7 +85,7 @@ ConnectionCore::~ConnectionCore() {
 
 void ConnectionCore::setPlace(std::unique_ptr<Admissions::Place> place) {
   const std::lock_guard lock(mutex_);
-  backlog_.chargeTo(place->unsent());
+  outbox_.chargeTo(place->unsent());
   place_ = std::move(place);
 }
 
@@ -133,7 +126,7 @@ void ConnectionCore::replaceHandler(SharedHandler& slot, std::function<void()> h
   if (mark_.isInherited()) return;
   auto shared = handler ? std::make_shared<std::function<void()>>(std::move(handler)) : nullptr;
   const std::lock_guard lock(mutex_);
-  if (!reported_ && !abandoned_) slot.swap(shared);
+  if (life_.mayReport()) slot.swap(shared);
 }
 
 void ConnectionCore::setInterruptionHandler(std::function<void()> handler) {
@@ -149,15 +142,14 @@ void ConnectionCore::setInvalidationHandler(std::function<void()> handler) {
 
 void ConnectionCore::resume() {
   if (mark_.isInherited()) return;
-  Released released;
+  Handlers released;
   std::unique_lock lock(mutex_);
-  if (resumed_ || isOverLocked()) return;
-  resumed_ = true;
+  if (!life_.take(Event::Resume)) return;
   resumedEntry_.enter(exportedObject_.object);
   if (place_) helloDeadline_ = Clock::now() + place_->helloWithin();
   if (accepted_) {
     openStreamLocked();
-    flushLocked(released);
+    outbox_.flush(released);
   }
   pokeLocked();
   const bool starved = !threadRuns_;
@@ -167,11 +159,9 @@ void ConnectionCore::resume() {
 
 void ConnectionCore::invalidate() {
   if (mark_.isInherited()) return letGoOfInherited();
-  if (SendBatch* const batch = openBatch()) commit(*batch);
-  Released released;
+  Handlers released;
   const std::lock_guard lock(mutex_);
-  if (invalidated_ || abandoned_ || reported_) return;
-  invalidated_ = true;
+  if (!life_.take(Event::Invalidate)) return;
   resumedEntry_.close(exportedObject_.object);
   try {
     endStreamLocallyLocked(released);
@@ -183,20 +173,19 @@ void ConnectionCore::invalidate() {
 
 void ConnectionCore::abandon() {
   if (mark_.isInherited()) return letGoOfInherited();
-  Released released;
+  Handlers released;
   SharedHandler interruption;
   SharedHandler invalidation;
   const std::lock_guard lock(mutex_);
-  if (invalidated_ || abandoned_) return;
-  abandoned_ = true;
+  if (!life_.take(Event::Abandon)) return;
   interruption.swap(interruptionHandler_);
   invalidation.swap(invalidationHandler_);
   stopDelivering_.store(true, std::memory_order_relaxed);
-  flushLocked(released);
+  outbox_.flush(released);
   if (socket_ >= 0) ::shutdown(socket_, SHUT_RD);
-  const bool nothingToDo = socket_ < 0 && pending_.empty() && backlog_.empty() && failures_.empty();
+  const bool nothingToDo = socket_ < 0 && pending_.empty() && outbox_.empty();
   if (!threadRuns_ && nothingToDo) {
-    ended_ = true;
+    life_.take(Event::Report);
     resumedEntry_.leave();
   } else {
     pokeLocked();
@@ -214,27 +203,15 @@ void ConnectionCore::letGoOfInherited() {
   if (std::exchange(countsAsLive_, false)) liveConnections.fetch_sub(1);
 }
 
-/// The farewell goes out at once where the socket takes it, so that even a process that exits right
-/// after is understood.
-void ConnectionCore::endStreamLocallyLocked(Released& released) {
+void ConnectionCore::endStreamLocallyLocked(Handlers& released) {
   stopDelivering_.store(true, std::memory_order_relaxed);
-  if (socket_ < 0 || farewellSent_) return;
-  if (!streamOpen_) openStreamLocked();
-  WireWriter farewell;
-  farewell.beginFrame(FrameKind::Farewell, 0);
-  farewell.finishFrame();
-  backlog_.append(farewell.bytes(), false, nullptr);
-  farewellSent_ = true;
-  flushLocked(released);
-  ::shutdown(socket_, SHUT_RD);  // wakes the queue wherever it waits
+  if (socket_ < 0) return;
+  if (!outbox_.isOpen()) openStreamLocked();
+  if (outbox_.sayFarewell(released)) ::shutdown(socket_, SHUT_RD);  // wakes the queue
 }
 
 void ConnectionCore::openStreamLocked() {
-  WireWriter hello;
-  writeHello(hello, {kWireVersion, nameOf(exportedTable_), nameOf(remoteTable_)});
-  backlog_.prepend(hello.bytes());
-  streamOpen_ = true;
-  ++stream_;
+  outbox_.open(socket_, {kWireVersion, nameOf(exportedTable_), nameOf(remoteTable_)});
 }
 
 // -------------------------------------------------------------------------------------------------------------------
@@ -257,11 +234,7 @@ void ConnectionCore::sendAny(const SharedTable& remote, std::size_t method,
                              const SharedErrorHandler& errorHandler) {
   if (mark_.isInherited()) return;
   const bool request = remote->methods()[method].hasReply;
-  if (SendBatch* const batch = openBatch()) {
-    if (!request) return sendInBatch(*batch, method, arguments, errorHandler);
-    commit(*batch);
-  }
-  const std::uint64_t id = request ? nextRequest_.fetch_add(1, std::memory_order_relaxed) : 0;
+  const std::uint64_t id = request ? pending_.newID() : 0;
   WireWriter frame;
   try {
     frame.beginFrame(request ? FrameKind::Request : FrameKind::Message, method);
@@ -274,14 +247,14 @@ void ConnectionCore::sendAny(const SharedTable& remote, std::size_t method,
   bool dropsBegin = false;
   {
     const std::lock_guard lock(mutex_);
-    if (isOverLocked()) {
+    if (life_.hasEnded()) {
       return failLocked(reply, errorHandler, makeError(NSXPCConnectionInvalid, "is invalid"));
     }
-    if (fitsLocked(frame.size())) {
-      if (request) pending_.emplace(id, Pending{remote, method, std::move(reply), errorHandler});
-      return enqueueLocked(frame.bytes(), !request, errorHandler);
+    if (outbox_.fits(frame.size())) {
+      if (request) pending_.add(id, {remote, method, std::move(reply), errorHandler});
+      return putLocked(frame.bytes(), !request, errorHandler);
     }
-    dropsBegin = noteDropLocked();
+    dropsBegin = outbox_.drop();
     failLocked(reply, errorHandler, droppedError());
   }
   if (dropsBegin) log(kDropsBegin);
@@ -294,102 +267,34 @@ void ConnectionCore::failUnencodable(const EncodingError& error, XPCReplyHandler
   failLocked(reply, errorHandler, connectionError(true, error.code(), error.what()));
 }
 
-// -------------------------------------------------------------------------------------------------
-// Batches
-
-std::unique_ptr<SendBatch> ConnectionCore::beginBatch() {
-  if (mark_.isInherited()) return nullptr;
-  if (openBatch() != nullptr) return nullptr;
-  std::unique_ptr<SendBatch> batch;
-  {
-    const std::lock_guard lock(mutex_);
-    batch = std::move(spareBatch_);
-  }
-  if (!batch) batch = std::make_unique<SendBatch>();
-  batch->core = this;
-  batch->outer = std::exchange(innermostBatch, batch.get());
-  return batch;
-}
-
-void ConnectionCore::endBatch(std::unique_ptr<SendBatch> batch) {
-  if (!batch) return;
-  innermostBatch = batch->outer;
+/// Nothing is thrown: where memory is short what the batch holds is lost with the stream.
+void ConnectionCore::sendTogether(const BatchedFrames& batch) {
   if (mark_.isInherited()) return;
-  const bool keep = batch->frames.size() <= SendBatch::kKeptSize;
-  commit(*batch);
-  if (!keep) return;
-  const std::lock_guard lock(mutex_);
-  spareBatch_.swap(batch);
-}
-
-SendBatch* ConnectionCore::openBatch() const {
-  SendBatch* batch = innermostBatch;
-  while (batch != nullptr && batch->core != this) batch = batch->outer;
-  return batch;
-}
-
-template <class Arguments>
-void ConnectionCore::sendInBatch(SendBatch& batch, std::size_t method, const Arguments& arguments,
-                                 const SharedErrorHandler& errorHandler) {
-  const std::size_t before = batch.frames.size();
-  try {
-    batch.frames.beginFrame(FrameKind::Message, method);
-    encodeValues(batch.frames, arguments);
-    batch.frames.finishFrame();
-  } catch (const EncodingError& error) {
-    batch.frames.truncate(before);
-    return failUnencodable(error, {}, errorHandler);
-  } catch (...) {
-    batch.frames.truncate(before);
-    throw;
-  }
-  batch.messages.push_back({batch.frames.size(), errorHandler});
-  if (batch.frames.size() >= kBatchFlushSize) commit(batch);
-}
-
-void ConnectionCore::commit(SendBatch& batch) {
-  if (mark_.isInherited()) return;
-  if (batch.messages.empty()) return;
   bool dropsBegin = false;
   {
     const std::lock_guard lock(mutex_);
-    const std::uint64_t droppedBefore = dropped_;
-    const bool wasDropping = dropping_;
     try {
-      enqueueBatchLocked(batch);
-    } catch (const std::bad_alloc&) {  // also where a destructor commits
-      breakWritingLocked();
+      dropsBegin = putBatchLocked(batch);
+    } catch (const std::bad_alloc&) {
+      outbox_.breakOff();
     }
-    dropsBegin = dropped_ != droppedBefore && !wasDropping;
   }
-  batch.clear();
   if (dropsBegin) log(kDropsBegin);
 }
 
-void ConnectionCore::enqueueBatchLocked(SendBatch& batch) {
-  const auto bytes = batch.frames.bytes();
-  const bool over = isOverLocked();
-  std::size_t written = 0;
-  if (!over && streamOpen_ && backlog_.empty() && !writeBroken_) {
-    written = static_cast<std::size_t>(writeLocked(bytes));
-    if (written == bytes.size()) return;
-  }
+/// Whether messages begin to be dropped.
+bool ConnectionCore::putBatchLocked(const BatchedFrames& batch) {
   XPCReplyHandler noReply;
-  std::size_t start = 0;
-  for (auto& message : batch.messages) {
-    const std::size_t from = std::max(start, written);
-    start = message.end;
-    if (message.end <= written) continue;
-    if (over) {
+  if (life_.hasEnded()) {
+    for (const auto& message : batch.messages)
       failLocked(noReply, message.errorHandler, makeError(NSXPCConnectionInvalid, "is invalid"));
-    } else if (fitsLocked(message.end - from)) {
-      backlog_.append(bytes.subspan(from, message.end - from), true, message.errorHandler);
-    } else {
-      static_cast<void>(noteDropLocked());
-      failLocked(noReply, message.errorHandler, droppedError());
-    }
+    return false;
   }
-  if (resumed_ && !backlog_.empty()) pokeLocked();
+  Handlers refused;
+  const bool dropsBegin = outbox_.put(batch, refused);
+  for (const auto& handler : refused) failLocked(noReply, handler, droppedError());
+  if (life_.isActive() && !outbox_.empty()) pokeLocked();
+  return dropsBegin;
 }
 
 // -------------------------------------------------------------------------------------------------
@@ -412,83 +317,44 @@ void ConnectionCore::answer(std::uint64_t stream, std::uint64_t id,
     }
   }
   frame.finishFrame();
-  Released released;
   const std::lock_guard lock(mutex_);
-  if (stream != stream_ || !streamOpen_ || isOverLocked() || replyOverflow_) return;
-  if (fitsLocked(frame.size())) return enqueueLocked(frame.bytes(), false, nullptr);
-  static_cast<void>(noteDropLocked());
-  replyOverflow_ = true;
+  if (!awaitsAnswerLocked(stream)) return;
+  if (outbox_.fits(frame.size())) return putLocked(frame.bytes(), false, nullptr);
+  outbox_.drop();
+  outbox_.loseAnswer();
   pokeLocked();
 }
 
 void ConnectionCore::endForWantOfAnswer(std::uint64_t stream) {
   if (mark_.isInherited()) return;
   const std::lock_guard lock(mutex_);
-  if (stream != stream_ || isOverLocked()) return;
-  replyOverflow_ = true;
+  if (!awaitsAnswerLocked(stream)) return;
+  outbox_.loseAnswer();
   pokeLocked();
 }
 
-bool ConnectionCore::noteDropLocked() {
-  ++dropped_;
-  return !std::exchange(dropping_, true);
+bool ConnectionCore::awaitsAnswerLocked(std::uint64_t stream) const {
+  return stream == outbox_.stream() && outbox_.isOpen() && !life_.hasEnded() &&
+         !outbox_.hasLostAnswer();
 }
 
-void ConnectionCore::enqueueLocked(std::span<const std::uint8_t> frame, bool oneWay,
-                                   const SharedErrorHandler& errorHandler) {
-  std::size_t written = 0;
-  const bool first = backlog_.empty();
-  if (streamOpen_ && first && !writeBroken_) {
-    written = static_cast<std::size_t>(writeLocked(frame));
-    if (written == frame.size()) return;
-  }
-  try {
-    backlog_.append(frame.subspan(written), oneWay, errorHandler);
-  } catch (const std::bad_alloc&) {
-    if (written > 0) breakWritingLocked();
-    throw;
-  }
-  if (first && resumed_) pokeLocked();
-}
-
-/// What was sent cannot be completed: nothing may follow it, and the stream ends.
-void ConnectionCore::breakWritingLocked() {
-  writeBroken_ = true;
-  if (socket_ >= 0) ::shutdown(socket_, SHUT_RDWR);
-}
-
-/// How many bytes the socket took.
-std::ptrdiff_t ConnectionCore::writeLocked(std::span<const std::uint8_t> bytes) {
-  for (;;) {
-    const ssize_t written =
-        ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (written >= 0) return written;
-    if (errno == EINTR) continue;
-    if (errno != EAGAIN && errno != ENOBUFS) writeBroken_ = true;
-    return 0;
-  }
-}
-
-void ConnectionCore::flushLocked(Released& released) {
-  while (streamOpen_ && !writeBroken_ && !backlog_.empty()) {
-    const std::ptrdiff_t written = writeLocked(backlog_.front());
-    if (written == 0) break;
-    backlog_.written(static_cast<std::size_t>(written), released);
-  }
-  if (backlog_.empty()) dropping_ = false;
-  if (unsentWaiters_ > 0) unsentChanged_.notify_all();
+void ConnectionCore::putLocked(std::span<const std::uint8_t> frame, bool oneWay,
+                               const SharedErrorHandler& errorHandler) {
+  const bool waited = !outbox_.empty();
+  outbox_.put(frame, oneWay, errorHandler);
+  if (!waited && !outbox_.empty() && life_.isActive()) pokeLocked();
 }
 
 std::size_t ConnectionCore::unsentBytes() const {
   if (mark_.isInherited()) return 0;
   const std::lock_guard lock(mutex_);
-  return backlog_.size();
+  return outbox_.size();
 }
 
 std::size_t ConnectionCore::unsentBytesOfUser() const {
   if (mark_.isInherited()) return 0;
   const std::lock_guard lock(mutex_);
-  return place_ ? place_->unsent()->taken() : backlog_.size();
+  return place_ ? place_->unsent()->taken() : outbox_.size();
 }
 
 bool ConnectionCore::waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit) {
@@ -502,17 +368,13 @@ bool ConnectionCore::waitUntilUnsentBelow(std::size_t bytes, std::chrono::millis
     lock.unlock();
     return waitOnQueueThread(below, deadline);
   }
-  ++unsentWaiters_;
-  const bool reached =
-      unsentChanged_.wait_until(lock, deadline, [&] { return backlog_.size() < below; });
-  --unsentWaiters_;
-  return reached;
+  return outbox_.waitUntilBelow(lock, below, deadline);
 }
 
 std::uint64_t ConnectionCore::messagesDropped() const {
   if (mark_.isInherited()) return 0;
   const std::lock_guard lock(mutex_);
-  return dropped_;
+  return outbox_.dropped();
 }
 
 PeerIdentity ConnectionCore::peer() const {
@@ -526,9 +388,7 @@ PeerIdentity ConnectionCore::peer() const {
 
 void ConnectionCore::failLocked(XPCReplyHandler& reply, const SharedErrorHandler& errorHandler,
                                 std::shared_ptr<NSError> error) {
-  if (!errorHandler || !*errorHandler) return;
-  failures_.push_back({std::move(reply), errorHandler, std::move(error)});
-  pokeLocked();
+  if (pending_.fail(reply, errorHandler, std::move(error))) pokeLocked();
 }
 
 void ConnectionCore::pokeLocked() {

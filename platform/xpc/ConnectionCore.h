@@ -18,8 +18,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -29,20 +27,20 @@
 
 #include "platform/foundation/ForkMark.h"
 #include "platform/xpc/Admissions.h"
-#include "platform/xpc/InterfaceTable.h"
+#include "platform/xpc/ConnectionLife.h"
+#include "platform/xpc/FrameReceiver.h"
 #include "platform/xpc/NSXPCConnection.h"
+#include "platform/xpc/Outbox.h"
 #include "platform/xpc/PeerIdentity.h"
+#include "platform/xpc/PendingRequests.h"
 #include "platform/xpc/QueueThread.h"
 #include "platform/xpc/ReceiveBuffer.h"
-#include "platform/xpc/SendBacklog.h"
-#include "platform/xpc/SendBatch.h"
 #include "platform/xpc/StaleReports.h"
 #include "platform/xpc/Wire.h"
 
 namespace platform::xpc {
 
 using SharedHandler = std::shared_ptr<std::function<void()>>;
-using SharedTable = std::shared_ptr<const InterfaceTable>;
 
 class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
  public:
@@ -83,10 +81,11 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   /// An answer that memory lacked for: the peer, which waits for it, sees the stream end instead.
   void endForWantOfAnswer(std::uint64_t stream);
 
-  /// What this thread sends until endBatch goes out together. Null when the thread's batch is open
-  /// already.
-  std::unique_ptr<SendBatch> beginBatch();
-  void endBatch(std::unique_ptr<SendBatch> batch);
+  /// Messages that belong together.
+  void sendTogether(const BatchedFrames& batch);
+  /// For a message that has no encoding: tells its sender.
+  void failUnencodable(const EncodingError& error, XPCReplyHandler reply,
+                       const SharedErrorHandler& errorHandler);
   [[nodiscard]] std::size_t unsentBytes() const;
   [[nodiscard]] std::size_t unsentBytesOfUser() const;
   bool waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit);
@@ -101,48 +100,26 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   struct InForkedChild {};
   using Clock = std::chrono::steady_clock;
 
-  struct Pending {
-    SharedTable table;
-    std::size_t method = 0;
-    XPCReplyHandler reply;
-    SharedErrorHandler errorHandler;
-  };
-  /// An error handler that is due. The reply is carried along so that both are released together,
-  /// on the queue.
-  struct Failure {
-    XPCReplyHandler reply;
-    SharedErrorHandler errorHandler;
-    std::shared_ptr<NSError> error;
-  };
-  using PendingRequests = std::map<std::uint64_t, Pending>;
-  using Released = std::vector<SharedErrorHandler>;
+  using Phase = ConnectionLife::Phase;
+  using Event = ConnectionLife::Event;
+  using Handlers = Outbox::Handlers;
 
   enum class Step { Again, FinishLocally, Connect, Serve, Sleep, Exit };
   enum class StreamEnd { No, Farewell, Breach, Lost };
 
   // Any thread. "Locked" in a name: the caller holds mutex_.
   void replaceHandler(SharedHandler& slot, std::function<void()> handler);
-  void enqueueLocked(std::span<const std::uint8_t> frame, bool oneWay,
-                     const SharedErrorHandler& errorHandler);
+  void putLocked(std::span<const std::uint8_t> frame, bool oneWay,
+                 const SharedErrorHandler& errorHandler);
+  bool putBatchLocked(const BatchedFrames& batch);
+  /// Whether a request of stream number `stream` can still be answered.
+  [[nodiscard]] bool awaitsAnswerLocked(std::uint64_t stream) const;
   template <class Arguments>
   void sendAny(const SharedTable& remote, std::size_t method, const Arguments& arguments,
                XPCReplyHandler reply, const SharedErrorHandler& errorHandler);
-  template <class Arguments>
-  void sendInBatch(SendBatch& batch, std::size_t method, const Arguments& arguments,
-                   const SharedErrorHandler& errorHandler);
-  /// The batch that this thread has open on this connection, or null.
-  [[nodiscard]] SendBatch* openBatch() const;
-  void commit(SendBatch& batch);
-  void breakWritingLocked();
-  void enqueueBatchLocked(SendBatch& batch);
-  void failUnencodable(const EncodingError& error, XPCReplyHandler reply,
-                       const SharedErrorHandler& errorHandler);
-  void flushLocked(Released& released);
-  std::ptrdiff_t writeLocked(std::span<const std::uint8_t> bytes);
   void openStreamLocked();
-  void endStreamLocallyLocked(Released& released);
-  /// Where nobody wants to hear of it the reply stays with the caller, who lets go of it under no
-  /// lock.
+  void endStreamLocallyLocked(Handlers& released);
+  /// As PendingRequests::fail.
   void failLocked(XPCReplyHandler& reply, const SharedErrorHandler& errorHandler,
                   std::shared_ptr<NSError> error);
   void pokeLocked();
@@ -150,12 +127,6 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   static void* threadMain(void* core);
   void releaseTokenLocked();
   void letGoOfInherited();
-  [[nodiscard]] bool isOverLocked() const { return invalidated_ || abandoned_ || ended_; }
-  [[nodiscard]] bool fitsLocked(std::size_t bytes) const {
-    return bytes <= kXPCUnsentLimit - std::min(backlog_.size(), kXPCUnsentLimit) &&
-           backlog_.mayTake(bytes);
-  }
-  bool noteDropLocked();
   bool waitOnQueueThread(std::size_t bytes, Clock::time_point deadline);
 
   // Queue thread: ConnectionQueue.cpp
@@ -182,12 +153,12 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void endStream();
   void failEverythingPending(std::int64_t code, const char* what, bool keepUnsent);
   void reportInterruption();
-  struct Handlers {
+  struct EndHandlers {
     SharedHandler interruption;  ///< taken along to be released
     SharedHandler invalidation;
   };
   void reportInvalidation();
-  bool takeHandlers(Handlers& handlers);
+  bool takeEndHandlers(EndHandlers& handlers);
   void finishLocally();
   void connectToFlush();
   void linger();
@@ -202,14 +173,13 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
 
   // Queue thread: ConnectionDelivery.cpp
   bool deliverFrames();
-  bool handleFrame(const FrameHeader& header, std::span<const std::uint8_t> body);
-  bool handleHello(std::span<const std::uint8_t> body);
-  bool handleCall(const FrameHeader& header, std::span<const std::uint8_t> body);
-  void invoke(std::size_t method, std::uint64_t id, const MethodRules& rules);
-  bool handleReply(std::span<const std::uint8_t> body);
-  bool handleReplyDropped(std::span<const std::uint8_t> body);
-  /// Empty where nobody waits for that request.
-  [[nodiscard]] PendingRequests::node_type takePending(std::uint64_t id);
+  bool handleFrame(const Frame& frame);
+  bool handleHello();
+  bool handleCall(const Frame& frame);
+  void invoke(std::size_t method, std::uint64_t id);
+  bool handleReply(std::uint64_t id);
+  bool handleReplyDropped(std::uint64_t id);
+  [[nodiscard]] PendingRequests::Requests::node_type takePending(std::uint64_t id);
   void answerDropped(std::uint64_t id);
   void refreshExported();
   void dropForWantOfObject(std::size_t method, std::uint64_t id);
@@ -223,19 +193,12 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   const ForkMark mark_;
 
   mutable std::mutex mutex_;
-  std::condition_variable unsentChanged_;
-  std::size_t unsentWaiters_ = 0;
+  ConnectionLife life_;
   SharedTable exportedTable_;
   SharedTable remoteTable_;
   XPCExportedObject exportedObject_;
   SharedHandler interruptionHandler_;
   SharedHandler invalidationHandler_;
-  bool resumed_ = false;
-  bool invalidated_ = false;  ///< by our own hand
-  bool abandoned_ = false;
-  bool ended_ = false;  ///< no stream now nor ever again
-  bool farewellSent_ = false;
-  bool reported_ = false;  ///< handlers are gone for good
   bool threadRuns_ = false;
   PreparedThread thread_;                          ///< until it is begun
   std::shared_ptr<ConnectionCore> keptForThread_;  ///< until the new thread has taken it
@@ -243,30 +206,20 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   std::thread::id queueThread_;
   int socket_ = -1;
   int wake_ = -1;
-  bool streamOpen_ = false;     ///< our hello is in the stream or at the front of the backlog
-  bool writeBroken_ = false;    ///< the peer takes nothing any more; why, the reading end learns
-  bool replyOverflow_ = false;  ///< the peer asks but cannot be given the answers
-  bool dropping_ = false;
-  std::uint64_t stream_ = 0;
-  SendBacklog backlog_;
-  std::unique_ptr<SendBatch> spareBatch_;
+  Outbox outbox_;
   PendingRequests pending_;
-  std::vector<Failure> failures_;
   PeerIdentity peer_;
-  std::uint64_t dropped_ = 0;
   std::unique_ptr<Admissions::Place> place_;  ///< null for a connection to a service
   /// Until when the peer may be silent; set at resume, for the queue thread.
   std::optional<Clock::time_point> helloDeadline_;
 
-  std::atomic<std::uint64_t> nextRequest_{1};
   std::atomic<std::uint64_t> exportedVersion_{0};
   std::atomic<bool> attention_{false};
   std::atomic<bool> stopDelivering_{false};
 
   // queue thread
   ReceiveBuffer buffer_;
-  std::size_t frontFrameSize_ = 0;
-  bool helloSeen_ = false;
+  FrameReceiver receiver_;
   bool readsMayWait_ = false;
   bool expectsMore_ = false;  ///< the last read brought something
   StreamEnd streamEnd_ = StreamEnd::No;
@@ -280,6 +233,9 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   Clock::time_point connectStarted_;
   ResumedConnection resumedEntry_;
 };
+
+/// Empty for null.
+std::string nameOf(const SharedTable& table);
 
 /// An NSError of NSCocoaErrorDomain or, with `posix`, NSPOSIXErrorDomain that says `what` under
 /// NSDebugDescription.

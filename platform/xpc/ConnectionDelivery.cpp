@@ -43,20 +43,6 @@ class ReplyTicket {
   std::atomic<bool> used_{false};
 };
 
-const char* headerFault(HeaderVerdict verdict) {
-  switch (verdict) {
-    case HeaderVerdict::TooLong:
-      return "a frame of more than 16 MiB";
-    case HeaderVerdict::UnknownKind:
-      return "a frame of unknown kind";
-    case HeaderVerdict::ReservedNotZero:
-      return "a frame whose reserved byte is not zero";
-    case HeaderVerdict::Valid:
-      break;
-  }
-  return "";
-}
-
 }  // namespace
 
 bool ConnectionCore::breach(std::string_view what) {
@@ -68,58 +54,46 @@ bool ConnectionCore::breach(std::string_view what) {
 /// Whether the stream goes on.
 bool ConnectionCore::deliverFrames() {
   while (!stopDelivering_.load(std::memory_order_relaxed)) {
-    const auto unread = buffer_.unread();
-    frontFrameSize_ = 0;
-    if (unread.size() < kFrameHeaderSize) return true;
-    FrameHeader header;
-    const HeaderVerdict verdict = readFrameHeader(unread.data(), header);
-    if (verdict != HeaderVerdict::Valid) return breach(headerFault(verdict));
-    const std::size_t size = kFrameHeaderSize + header.length;
-    if (unread.size() < size) {
-      frontFrameSize_ = size;
-      return true;
+    switch (receiver_.next(buffer_.unread())) {
+      case FrameReceiver::Outcome::Incomplete:
+        return true;
+      case FrameReceiver::Outcome::Breach:
+        return breach(receiver_.reason());
+      case FrameReceiver::Outcome::Frame:
+        break;
     }
-    if (!handleFrame(header, unread.subspan(kFrameHeaderSize, header.length))) return false;
-    buffer_.consume(size);
+    if (!handleFrame(receiver_.frame())) return false;
+    buffer_.consume(receiver_.frameSize());
   }
   return false;
 }
 
-bool ConnectionCore::handleFrame(const FrameHeader& header, std::span<const std::uint8_t> body) {
-  if (header.kind == FrameKind::Message && helloSeen_) return handleCall(header, body);
-  if (!helloSeen_ && header.kind != FrameKind::Hello) return breach("the first frame is no hello");
-  if (header.kind == FrameKind::Request) return handleCall(header, body);
-  if (header.method != 0) return breach("a method number where none belongs");
-  switch (header.kind) {
-    case FrameKind::Hello:
-      return handleHello(body);
-    case FrameKind::Reply:
-      return handleReply(body);
-    case FrameKind::ReplyDropped:
-      return handleReplyDropped(body);
-    case FrameKind::Farewell:
-      break;
+bool ConnectionCore::handleFrame(const Frame& frame) {
+  switch (frame.kind) {
     case FrameKind::Message:
     case FrameKind::Request:
-      return handleCall(header, body);
+      return handleCall(frame);
+    case FrameKind::Hello:
+      return handleHello();
+    case FrameKind::Reply:
+      return handleReply(frame.id);
+    case FrameKind::ReplyDropped:
+      return handleReplyDropped(frame.id);
+    case FrameKind::Farewell:
+      break;
   }
-  if (!body.empty()) return breach("a farewell with a body");
   streamEnd_ = StreamEnd::Farewell;
   return false;
 }
 
-bool ConnectionCore::handleHello(std::span<const std::uint8_t> body) {
-  if (helloSeen_) return breach("a second hello");
-  helloSeen_ = true;
-  const auto theirs = readHello(body);
-  if (!theirs) return breach("a hello that is none");
+bool ConnectionCore::handleHello() {
   Hello ours;
   {
     const std::lock_guard lock(mutex_);
-    if (exportedTable_) ours.exported = exportedTable_->protocol().name;
-    if (remoteTable_) ours.remote = remoteTable_->protocol().name;
+    ours.exported = nameOf(exportedTable_);
+    ours.remote = nameOf(remoteTable_);
   }
-  const std::string why = mismatch(ours, *theirs);
+  const std::string why = receiver_.mismatchWith(ours);
   if (why.empty() && place_) place_->saidHello();
   return why.empty() || breach(why);
 }
@@ -141,40 +115,32 @@ void ConnectionCore::refreshExported() {
   std::swap(object_, object);
 }
 
-bool ConnectionCore::handleCall(const FrameHeader& header, std::span<const std::uint8_t> body) {
+bool ConnectionCore::handleCall(const Frame& frame) {
   refreshExported();
-  WireReader reader(body);
-  const std::uint64_t id = header.kind == FrameKind::Request ? reader.u64() : 0;
-  if (header.kind == FrameKind::Request && id == 0) return breach("a request without an ID");
-  if (!exported_) return dropForWantOfObject(header.method, id), true;
-  if (header.method >= exported_->methods().size())
-    return breach("a method that the protocol lacks");
-  const MethodRules& rules = exported_->methods()[header.method];
-  if (rules.hasReply != (header.kind == FrameKind::Request))
-    return breach("a message and a request mistaken for each other");
-  const ValuesResult result = decodeValues(reader, rules.arguments, values_);
+  if (!exported_) return dropForWantOfObject(frame.method, frame.id), true;
+  const ValuesResult result = receiver_.decodeCall(*exported_, values_);
   if (result.verdict == DecodeVerdict::Accepted) {
-    invoke(header.method, id, rules);
+    invoke(frame.method, frame.id);
   } else if (result.verdict == DecodeVerdict::Refused) {
-    log(exported_->protocol().methods[header.method].selector, " dropped: ", result.reason,
+    log(exported_->protocol().methods[frame.method].selector, " dropped: ", result.reason,
         " is not admitted in argument ", std::to_string(result.argument));
-    answerDropped(id);
+    answerDropped(frame.id);
   }
   clearValues(values_);
   return result.verdict != DecodeVerdict::Malformed || breach(result.reason);
 }
 
-void ConnectionCore::invoke(std::size_t method, std::uint64_t id, const MethodRules& rules) {
+void ConnectionCore::invoke(std::size_t method, std::uint64_t id) {
   const XPCReplySender none;
   const std::shared_ptr<void> object = object_.object.lock();
   const XPCProtocol& protocol = exported_->protocol();
   if (!object || object_.protocol != &protocol) return dropForWantOfObject(method, id);
-  if (!rules.hasReply) {
+  if (id == 0) {
     return guarded("an exported method",
                    [&] { protocol.invokeTaking(object.get(), method, values_, none); });
   }
   const auto ticket =
-      std::make_shared<ReplyTicket>(weak_from_this(), exported_, method, stream_, id);
+      std::make_shared<ReplyTicket>(weak_from_this(), exported_, method, outbox_.stream(), id);
   guarded("an exported method", [&] {
     protocol.invoke(object.get(), method, values_,
                     [ticket](const XPCValues& values) { ticket->answer(values); });
@@ -204,29 +170,28 @@ void ConnectionCore::reportMissedSinceGone() {
 
 /// IDs begin with 1: there is nothing to answer to a one-way message.
 void ConnectionCore::answerDropped(std::uint64_t id) {
-  if (id != 0) answer(stream_, id, {}, nullptr);
+  if (id != 0) answer(outbox_.stream(), id, {}, nullptr);
 }
 
 // -------------------------------------------------------------------------------------------------------------------
 // Replies
 
-ConnectionCore::PendingRequests::node_type ConnectionCore::takePending(std::uint64_t id) {
+PendingRequests::Requests::node_type ConnectionCore::takePending(std::uint64_t id) {
   const std::lock_guard lock(mutex_);
-  return pending_.extract(id);
+  return pending_.take(id);
 }
 
-bool ConnectionCore::handleReply(std::span<const std::uint8_t> body) {
-  WireReader reader(body);
-  auto request = takePending(reader.u64());
+bool ConnectionCore::handleReply(std::uint64_t id) {
+  auto request = takePending(id);
   if (request.empty()) return breach("a reply that nobody waits for");
-  Pending& pending = request.mapped();
+  PendingRequests::Request& pending = request.mapped();
   XPCValues values;
   ValuesResult result;
   try {
-    result = decodeValues(reader, pending.table->methods()[pending.method].reply, values);
+    result = receiver_.decodeReply(pending.table->methods()[pending.method].reply, values);
   } catch (const std::bad_alloc&) {  // the request is still pending, and fails with the stream
     const std::lock_guard lock(mutex_);
-    pending_.insert(std::move(request));
+    pending_.putBack(std::move(request));
     throw;
   }
   if (result.verdict == DecodeVerdict::Accepted) {
@@ -245,14 +210,10 @@ bool ConnectionCore::handleReply(std::span<const std::uint8_t> body) {
   return result.verdict == DecodeVerdict::Refused || breach(result.reason);
 }
 
-bool ConnectionCore::handleReplyDropped(std::span<const std::uint8_t> body) {
-  WireReader reader(body);
-  const std::uint64_t id = reader.u64();
-  if (reader.failed() || reader.remaining() != 0)
-    return breach("a malformed frame about a dropped reply");
+bool ConnectionCore::handleReplyDropped(std::uint64_t id) {
   const auto request = takePending(id);
   if (request.empty()) return breach("news of a reply that nobody waits for");
-  const Pending& pending = request.mapped();
+  const PendingRequests::Request& pending = request.mapped();
   if (pending.errorHandler && *pending.errorHandler) {
     const auto error = makeErrorAnyway(NSXPCConnectionReplyInvalid,
                                        "will not bring a reply: the peer dropped it unanswered");

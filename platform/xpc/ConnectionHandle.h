@@ -28,7 +28,7 @@ class ConnectionHandle final : public NSXPCConnection {
   [[nodiscard]] std::size_t unsentBytesOfUser() const override;
   bool waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit) override;
   [[nodiscard]] std::uint64_t messagesDropped() const override;
-  void sendBatch(const std::function<void()>& body) override;
+  [[nodiscard]] std::shared_ptr<XPCMessageBatch> makeBatch() override;
 
  protected:
   void setExportedObject(XPCExportedObject object) override;

@@ -66,25 +66,25 @@ void ConnectionCore::run() {
 
 ConnectionCore::Step ConnectionCore::nextStep() {
   const std::lock_guard lock(mutex_);
-  if (!failures_.empty()) return Step::Again;
-  if ((invalidated_ || abandoned_) && !ended_) return Step::FinishLocally;
-  if (ended_ || !resumed_) {
+  if (pending_.hasFailures()) return Step::Again;
+  if (life_.endsByOwnHand()) return Step::FinishLocally;
+  if (!life_.isActive()) {
     releaseTokenLocked();
     return Step::Exit;
   }
   if (socket_ >= 0) return Step::Serve;
-  return backlog_.empty() ? Step::Sleep : Step::Connect;
+  return outbox_.empty() ? Step::Sleep : Step::Connect;
 }
 
 void ConnectionCore::runFailures() {
   for (;;) {
-    std::vector<Failure> due;
+    std::vector<PendingRequests::Failure> due;
     {
       const std::lock_guard lock(mutex_);
-      due.swap(failures_);
+      due = pending_.takeFailures();
     }
     if (due.empty()) return;
-    for (Failure& failure : due) {
+    for (auto& failure : due) {
       if (failure.errorHandler && *failure.errorHandler) {
         guarded("an error handler", [&] { (*failure.errorHandler)(failure.error); });
       }
@@ -100,7 +100,7 @@ bool ConnectionCore::wait(int timeoutMilliseconds, bool withSocket) {
   if (withSocket) {
     const std::lock_guard lock(mutex_);
     watched[1].fd = socket_;
-    if (!backlog_.empty() && !writeBroken_) watched[1].events |= POLLOUT;
+    if (outbox_.wantsToWrite()) watched[1].events |= POLLOUT;
   }
   if (::poll(watched.data(), watched.size(), timeoutMilliseconds) == 0) return false;
   if (watched[0].revents != 0) drainWake();
@@ -114,9 +114,9 @@ void ConnectionCore::drainWake() {
 }
 
 void ConnectionCore::flush() {
-  Released released;
+  Handlers released;
   const std::lock_guard lock(mutex_);
-  flushLocked(released);
+  outbox_.flush(released);
 }
 
 // -------------------------------------------------------------------------------------------------------------------
@@ -151,13 +151,11 @@ bool ConnectionCore::adoptSocket(int socket) {
     const std::lock_guard lock(mutex_);
     socket_ = socket;
     peer_ = peerOfSocket(socket);
-    writeBroken_ = false;
-    helloSeen_ = false;
     streamEnd_ = StreamEnd::No;
   }
   const bool greets = patiently([this] {
     const std::lock_guard lock(mutex_);
-    if (!streamOpen_) openStreamLocked();
+    if (!outbox_.isOpen()) openStreamLocked();
   });
   if (greets) flush();
   return greets;
@@ -166,7 +164,7 @@ bool ConnectionCore::adoptSocket(int socket) {
 void ConnectionCore::serve() {
   {
     const std::lock_guard lock(mutex_);
-    if (replyOverflow_) streamEnd_ = StreamEnd::Breach;
+    if (outbox_.hasLostAnswer()) streamEnd_ = StreamEnd::Breach;
   }
   if (!readsMayWait_) letReadsWait();
   if (streamEnd_ == StreamEnd::Breach) log("breach: the peer asks but cannot be given the answers");
@@ -183,12 +181,12 @@ void ConnectionCore::serve() {
 }
 
 int ConnectionCore::idleTimeout() const {
-  if (!helloSeen_ && helloDeadline_) return millisecondsUntil(*helloDeadline_);
+  if (!receiver_.sawHello() && helloDeadline_) return millisecondsUntil(*helloDeadline_);
   return buffer_.holdsIdleMemory() ? kTrimAfterMilliseconds : kForever;
 }
 
 bool ConnectionCore::isHelloOverdue() const {
-  return !helloSeen_ && helloDeadline_ && streamEnd_ == StreamEnd::No &&
+  return !receiver_.sawHello() && helloDeadline_ && streamEnd_ == StreamEnd::No &&
          Clock::now() >= *helloDeadline_;
 }
 
@@ -207,7 +205,7 @@ void ConnectionCore::deliverOrBreach() {
 bool ConnectionCore::readOnce() {
   const bool waits = std::exchange(expectsMore_, false) && readsMayWait_ && !hasBacklog();
   std::span<std::uint8_t> room;
-  if (!patiently([&] { room = buffer_.room(frontFrameSize_); }))
+  if (!patiently([&] { room = buffer_.room(receiver_.frameSize()); }))
     return breach("no memory for what it sends");
   const ssize_t count = ::recv(socket_, room.data(), room.size(), waits ? 0 : MSG_DONTWAIT);
   if (count > 0) {
@@ -218,7 +216,7 @@ bool ConnectionCore::readOnce() {
   if (count < 0 && errno == EINTR) return false;
   if (count < 0 && (errno == EAGAIN || errno == ENOMEM)) {
     const std::lock_guard lock(mutex_);
-    if (writeBroken_) streamEnd_ = StreamEnd::Lost;
+    if (outbox_.isBroken()) streamEnd_ = StreamEnd::Lost;
     return false;
   }
   streamEnd_ = StreamEnd::Lost;
@@ -227,7 +225,7 @@ bool ConnectionCore::readOnce() {
 
 bool ConnectionCore::hasBacklog() const {
   const std::lock_guard lock(mutex_);
-  return !backlog_.empty() || !failures_.empty();
+  return !outbox_.empty() || pending_.hasFailures();
 }
 
 /// The moment for which a read may wait. The socket blocks for reading only; writing says each time
@@ -250,13 +248,12 @@ void ConnectionCore::closeSocket() {
     socket = std::exchange(socket_, -1);
     process = std::exchange(peer_.process, -1);
     peer_ = {};
-    streamOpen_ = false;
-    if (unsentWaiters_ > 0) unsentChanged_.notify_all();
+    outbox_.close();
   }
   if (socket >= 0) ::close(socket);
   if (process >= 0) ::close(process);
   buffer_.clear();
-  frontFrameSize_ = 0;
+  receiver_.reset();
   readsMayWait_ = false;
 }
 
@@ -265,7 +262,7 @@ void ConnectionCore::closeSocket() {
 
 bool ConnectionCore::endsByOwnHand() const {
   const std::lock_guard lock(mutex_);
-  return invalidated_ || abandoned_;
+  return life_.endsByOwnHand();
 }
 
 void ConnectionCore::endStream() {
@@ -276,7 +273,7 @@ void ConnectionCore::endStream() {
   closeSocket();
   if (!interrupted) {
     const std::lock_guard lock(mutex_);
-    ended_ = true;
+    life_.take(Event::Lose);
   }
   failEverythingPending(interrupted ? NSXPCConnectionInterrupted : NSXPCConnectionInvalid,
                         interrupted ? "was interrupted" : "was invalidated", /*keepUnsent=*/false);
@@ -288,14 +285,12 @@ void ConnectionCore::endStream() {
 /// Error handlers of requests in the order of sending, then those of one-way messages that never
 /// left.
 void ConnectionCore::failEverythingPending(std::int64_t code, const char* what, bool keepUnsent) {
-  std::map<std::uint64_t, Pending> pending;
+  PendingRequests::Requests pending;
   std::vector<SendBacklog::Entry> unsent;
   {
     const std::lock_guard lock(mutex_);
-    pending.swap(pending_);
-    if (!keepUnsent) unsent = backlog_.takeAll();
-    dropped_ += unsent.size();
-    if (unsentWaiters_ > 0) unsentChanged_.notify_all();
+    pending = pending_.takeAll();
+    if (!keepUnsent) unsent = outbox_.takeAll();
   }
   const auto error = makeErrorAnyway(code, what);
   const auto fail = [&](SharedErrorHandler& handler) {
@@ -338,15 +333,15 @@ void ConnectionCore::reportInterruption() {
   SharedHandler handler;
   {
     const std::lock_guard lock(mutex_);
-    if (invalidated_ || abandoned_) return;
+    if (life_.endsByOwnHand()) return;
     handler = interruptionHandler_;
   }
   if (handler) guarded("the interruption handler", *handler);
 }
 
 void ConnectionCore::reportInvalidation() {
-  Handlers handlers;
-  while (!takeHandlers(handlers)) runFailures();
+  EndHandlers handlers;
+  while (!takeEndHandlers(handlers)) runFailures();
   const bool stale = resumedEntry_.isSuperseded();
   if (handlers.invalidation && !stale) guarded("the invalidation handler", *handlers.invalidation);
   resumedEntry_.leave();
@@ -354,10 +349,10 @@ void ConnectionCore::reportInvalidation() {
 
 /// Not while something waits that failed: the invalidation handler is called behind the error
 /// handlers of everything that was sent before it.
-bool ConnectionCore::takeHandlers(Handlers& handlers) {
+bool ConnectionCore::takeEndHandlers(EndHandlers& handlers) {
   const std::lock_guard lock(mutex_);
-  if (!failures_.empty()) return false;
-  reported_ = true;
+  if (pending_.hasFailures()) return false;
+  life_.take(Event::Report);
   handlers.interruption.swap(interruptionHandler_);
   handlers.invalidation.swap(invalidationHandler_);
   return true;
@@ -370,25 +365,23 @@ void ConnectionCore::finishLocally() {
   connectToFlush();
   bool connected = false;
   const bool saidFarewell = patiently([&] {
-    Released released;
+    Handlers released;
     const std::lock_guard lock(mutex_);
     connected = socket_ >= 0;
-    if (invalidated_) endStreamLocallyLocked(released);
+    if (life_.phase() != Phase::Abandoned) endStreamLocallyLocked(released);
   });
   if (!saidFarewell) log("ends without a farewell: out of memory");
   failEverythingPending(NSXPCConnectionInvalid, "was invalidated", /*keepUnsent=*/connected);
   reportInvalidation();
   linger();
   closeSocket();
-  const std::lock_guard lock(mutex_);
-  ended_ = true;
 }
 
 /// What was sent before invalidate reaches the peer even if no stream stood yet.
 void ConnectionCore::connectToFlush() {
   {
     const std::lock_guard lock(mutex_);
-    if (abandoned_ || accepted_ || !resumed_ || socket_ >= 0 || backlog_.empty()) return;
+    if (life_.phase() != Phase::Invalidated || accepted_ || socket_ >= 0 || outbox_.empty()) return;
   }
   ServiceConnectResult result;
   guarded("connecting", [&] { result = serviceEndpoints().load()->connectToService(service_); });
@@ -402,23 +395,18 @@ void ConnectionCore::linger() {
   std::vector<SendBacklog::Entry> lost;
   bool peerEnded = false;
   for (;;) {
-    Released released;
+    Handlers released;
     {
       const std::lock_guard lock(mutex_);
       if (socket_ < 0) return;
-      flushLocked(released);
-      peerEnded = writeBroken_;
-      const bool over = writeBroken_ || Clock::now() >= deadline;
-      if (over) lost = backlog_.takeAll();
-      if (over || backlog_.empty()) break;
+      outbox_.flush(released);
+      peerEnded = outbox_.isBroken();
+      const bool over = peerEnded || Clock::now() >= deadline;
+      if (over) lost = outbox_.takeAll();
+      if (over || outbox_.empty()) break;
     }
     pollfd watched{socket_, POLLOUT, 0};
     ::poll(&watched, 1, millisecondsUntil(deadline));
-  }
-  if (!lost.empty()) {
-    const std::lock_guard lock(mutex_);
-    dropped_ += lost.size();
-    if (unsentWaiters_ > 0) unsentChanged_.notify_all();
   }
   // To a peer that has ended as well nobody can hand anything over, and nobody expects it.
   if (!lost.empty() && !peerEnded)
@@ -428,12 +416,12 @@ void ConnectionCore::linger() {
 
 bool ConnectionCore::waitOnQueueThread(std::size_t bytes, Clock::time_point deadline) {
   for (;;) {
-    Released released;
+    Handlers released;
     {
       const std::lock_guard lock(mutex_);
-      flushLocked(released);
-      if (backlog_.size() < bytes) return true;
-      if (socket_ < 0 || writeBroken_) return false;
+      outbox_.flush(released);
+      if (outbox_.size() < bytes) return true;
+      if (socket_ < 0 || outbox_.isBroken()) return false;
     }
     if (Clock::now() >= deadline) return false;
     pollfd watched{socket_, POLLOUT, 0};

@@ -1,6 +1,7 @@
 #include "platform/xpc/NSXPCConnection.h"
 
 #include "platform/xpc/ConnectionHandle.h"
+#include "platform/xpc/SendBatch.h"
 
 namespace platform {
 namespace xpc {
@@ -29,18 +30,6 @@ class ProxySink final : public XPCMessageSink {
 SharedTable tableOf(std::shared_ptr<NSXPCInterface> interface) {
   return interface ? std::make_shared<const InterfaceTable>(std::move(interface)) : nullptr;
 }
-
-class Batch {
- public:
-  explicit Batch(ConnectionCore& core) : core_(core), batch_(core.beginBatch()) {}
-  Batch(const Batch&) = delete;
-  Batch& operator=(const Batch&) = delete;
-  ~Batch() { core_.endBatch(std::move(batch_)); }
-
- private:
-  ConnectionCore& core_;
-  std::unique_ptr<SendBatch> batch_;
-};
 
 class SocketXPCProvider final : public XPCProvider {
  public:
@@ -103,9 +92,8 @@ bool ConnectionHandle::waitUntilUnsentBelow(std::size_t bytes, std::chrono::mill
 std::uint64_t ConnectionHandle::messagesDropped() const {
   return core_->messagesDropped();
 }
-void ConnectionHandle::sendBatch(const std::function<void()>& body) {
-  const Batch batch(*core_);
-  body();
+std::shared_ptr<XPCMessageBatch> ConnectionHandle::makeBatch() {
+  return std::make_shared<SendBatch>(core_);
 }
 
 void ConnectionHandle::setExportedObject(XPCExportedObject object) {

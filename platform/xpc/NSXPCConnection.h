@@ -66,6 +66,29 @@ struct XPCExportedObject {
   const XPCProtocol* protocol = nullptr;
 };
 
+/// Messages that are encoded when they are sent and go out together.
+///
+/// Threading: one thread at a time, its proxies included. Ownership: keeps the connection's inner
+/// part, as a proxy does, but not the connection. Order: they go out, in order, when send() is
+/// called; what the connection sends by itself meanwhile does not wait for them. What was not sent
+/// is forgotten with the batch.
+class XPCMessageBatch {
+ public:
+  virtual ~XPCMessageBatch() = default;
+  /// A proxy whose messages wait in the batch; as remoteObjectProxyWithErrorHandler otherwise. A
+  /// message that wants a reply cannot wait: it fails (NSPOSIXErrorDomain, EINVAL).
+  template <class P>
+  // NOLINTNEXTLINE(performance-unnecessary-value-param): moved in a call that depends on P
+  std::shared_ptr<P> proxyWithErrorHandler(XPCErrorHandler handler) {
+    return std::static_pointer_cast<P>(proxy(P::protocol(), std::move(handler)));
+  }
+  /// Hands over what waits, in one write if the socket takes it. The batch is empty then.
+  virtual void send() = 0;
+
+ protected:
+  virtual std::shared_ptr<void> proxy(const XPCProtocol& protocol, XPCErrorHandler handler) = 0;
+};
+
 class NSXPCConnection {
  public:
   /// Starts nothing and never fails for want of a service. Null only on a scripted platform that
@@ -119,9 +142,8 @@ class NSXPCConnection {
   /// Messages that were sent here and thrown away, since the connection was made: the backlog had
   /// reached kXPCUnsentLimit or the user's limit, or the stream ended before they were written.
   [[nodiscard]] virtual std::uint64_t messagesDropped() const { return 0; }
-  /// What the calling thread sends on this connection while `body` runs (in that thread, at once)
-  /// goes out together, in one write where the socket takes it.
-  virtual void sendBatch(const std::function<void()>& body) { body(); }
+  /// For messages that are to go out together. Null for a connection that knows no batches.
+  [[nodiscard]] virtual std::shared_ptr<XPCMessageBatch> makeBatch() { return nullptr; }
 
  protected:
   virtual void setExportedObject(XPCExportedObject object) = 0;

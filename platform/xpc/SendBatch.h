@@ -1,37 +1,33 @@
-// Messages that one thread sends on one connection while a batch is open: encoded in place, handed
-// over together.
+// Messages that are encoded in place and handed over together.
 //
-// Threading: belongs to the thread that opened it; other threads' messages do not wait for it.
-// Ownership: the connection keeps one batch that is not in use, for its buffer. Errors: none.
-// Order: the messages of the thread keep theirs; a request or the connection's end closes the batch
-// first.
+// Threading, Order: as XPCMessageBatch. Ownership: the batch and its proxies' sinks share what it
+//   holds. Errors: std::bad_alloc from a message, which then is not in the batch.
 #pragma once
 
-#include <vector>
+#include <memory>
 
-#include "platform/xpc/SendBacklog.h"
-#include "platform/xpc/Wire.h"
+#include "platform/xpc/BatchedFrames.h"
+#include "platform/xpc/NSXPCConnection.h"
 
 namespace platform::xpc {
 
 class ConnectionCore;
 
-struct SendBatch {
-  struct Message {
-    std::size_t end = 0;  ///< in `frames`
-    SharedErrorHandler errorHandler;
-  };
-  static constexpr std::size_t kKeptSize = std::size_t{64} << 10;
+class SendBatch final : public XPCMessageBatch, public std::enable_shared_from_this<SendBatch> {
+ public:
+  explicit SendBatch(std::shared_ptr<ConnectionCore> core) : core_(std::move(core)) {}
+  void send() override;
 
-  WireWriter frames;
-  std::vector<Message> messages;
-  const ConnectionCore* core = nullptr;
-  SendBatch* outer = nullptr;  ///< of another connection, open in the same thread
+ protected:
+  std::shared_ptr<void> proxy(const XPCProtocol& protocol, XPCErrorHandler handler) override;
 
-  void clear() {
-    frames.truncate(0);
-    messages.clear();
-  }
+ private:
+  class Sink;
+  template <class Arguments>
+  void add(std::size_t method, const Arguments& arguments, const SharedErrorHandler& errorHandler);
+
+  const std::shared_ptr<ConnectionCore> core_;
+  BatchedFrames waiting_;
 };
 
 }  // namespace platform::xpc

@@ -245,6 +245,16 @@ struct End {
           log.add("error " + std::to_string(error->code()));
         });
   }
+  /// And a proxy whose messages wait in it.
+  [[nodiscard]] std::pair<std::shared_ptr<platform::XPCMessageBatch>, std::shared_ptr<Talk>>
+  batch() {
+    auto made = connection->makeBatch();
+    auto batched =
+        made->proxyWithErrorHandler<Talk>([this](const std::shared_ptr<platform::NSError>& error) {
+          log.add("error " + std::to_string(error->code()));
+        });
+    return {std::move(made), std::move(batched)};
+  }
   void ask() {
     proxy()->ask([this](const std::shared_ptr<platform::NSError>& error) {
       log.add("reply " + (error ? std::to_string(error->code()) : std::string("nil")));

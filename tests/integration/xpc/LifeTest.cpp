@@ -211,10 +211,9 @@ TEST_F(Life, NothingIsDeliveredAfterInvalidate) {
     if (number == 1) client_.connection->invalidate();
   };
   const auto end = connect();
-  const auto proxy = end->proxy();
-  end->connection->sendBatch([&] {
-    for (std::uint64_t i = 0; i < 10; ++i) proxy->note(i);
-  });
+  const auto [batch, proxy] = end->batch();
+  for (std::uint64_t i = 0; i < 10; ++i) proxy->note(i);
+  batch->send();
   ASSERT_TRUE(client_.log.waitFor("invalidation"));
   EXPECT_EQ(client_.log.lines(), Lines({"note 0", "note 1", "invalidation"}));
 }
@@ -400,7 +399,9 @@ TEST_F(Life, ASendAfterTheEndStartsNothingWhereNobodyWantsToHearOfIt) {
   const auto held = std::make_shared<int>(0);
   proxy->note(1);
   proxy->ask([held](const std::shared_ptr<NSError>&) {});
-  client_.connection->sendBatch([&] { proxy->note(2); });
+  const auto batch = client_.connection->makeBatch();
+  batch->proxyWithErrorHandler<Talk>({})->note(2);
+  batch->send();
   EXPECT_EQ(liveConnectionCount(), 0U);
   EXPECT_EQ(held.use_count(), 1);
 }

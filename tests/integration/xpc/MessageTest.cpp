@@ -280,7 +280,24 @@ TEST_F(Message, ForNoObjectIsReportedAtOnceAndOnce) {
   EXPECT_EQ(logged_.linesWith("there is no exported object"), 1U);
 }
 
-TEST_F(Message, BatchesOfTwoConnectionsMayBeOpenOneInsideTheOther) {
+TEST_F(Message, ABatchArrivesWholeAndInOrderWhenItIsSent) {
+  const auto end = connect(0);
+  const auto [batch, proxy] = client_.batch();
+  for (std::uint64_t i = 2; i < 100; ++i) proxy->note(i);
+  client_.proxy()->note(1);  // not through the batch: at once
+  ASSERT_TRUE(end->log.waitFor("note 1"));
+  EXPECT_EQ(end->log.lines(), notes(0, 2));
+  batch->send();
+  ASSERT_TRUE(end->log.waitFor("note 99"));
+  batch->send();  // there is nothing in it any more
+  proxy->note(100);
+  batch->send();
+  ASSERT_TRUE(end->log.waitFor("note 100"));
+  EXPECT_EQ(end->log.lines(), notes(0, 101));
+  EXPECT_EQ(client_.connection->unsentBytes(), 0U);
+}
+
+TEST_F(Message, BatchesOfTwoConnectionsDoNotMeet) {
   const auto end = connect(0);
   End other;
   other.configure(makeConnection());
@@ -288,62 +305,60 @@ TEST_F(Message, BatchesOfTwoConnectionsMayBeOpenOneInsideTheOther) {
   other.proxy()->note(0);
   const auto otherEnd = service_->end(1);
   ASSERT_TRUE(otherEnd && otherEnd->log.waitFor("note 0"));
-  const auto outer = client_.proxy();
-  const auto inner = other.proxy();
-  client_.connection->sendBatch([&] {
-    outer->note(1);
-    other.connection->sendBatch([&] {
-      inner->note(1);
-      outer->note(2);
-      client_.connection->sendBatch([&] { outer->note(3); });
-      inner->note(2);
-      EXPECT_EQ(otherEnd->log.lines(), notes(0, 1));
-    });
-    EXPECT_TRUE(otherEnd->log.waitFor("note 2"));
-    EXPECT_EQ(end->log.lines(), notes(0, 1));
-    outer->note(4);
-    inner->note(3);  // outside its own batch: at once
-    EXPECT_TRUE(otherEnd->log.waitFor("note 3"));
-  });
-  ASSERT_TRUE(end->log.waitFor("note 4"));
+  const auto [one, first] = client_.batch();
+  const auto [two, second] = other.batch();
+  for (std::uint64_t i = 1; i < 5; ++i) {
+    first->note(i);
+    second->note(i);
+  }
+  two->send();
+  EXPECT_TRUE(otherEnd->log.waitFor("note 4"));
+  EXPECT_EQ(end->log.lines(), notes(0, 1));
+  one->send();
+  EXPECT_TRUE(end->log.waitFor("note 4"));
   EXPECT_EQ(end->log.lines(), notes(0, 5));
-  EXPECT_EQ(otherEnd->log.lines(), notes(0, 4));
+  EXPECT_EQ(otherEnd->log.lines(), notes(0, 5));
   other.connection.reset();
 }
 
-TEST_F(Message, ABatchArrivesWholeAndInOrder) {
+TEST_F(Message, WhatABatchDoesNotSendIsForgottenWithIt) {
   const auto end = connect(0);
-  const auto proxy = client_.proxy();
-  client_.connection->sendBatch([&] {
-    for (std::uint64_t i = 1; i < 100; ++i) proxy->note(i);
-    EXPECT_EQ(end->log.lines(), notes(0, 1));
-    client_.connection->sendBatch([&] { proxy->note(100); });
-    EXPECT_EQ(end->log.lines(), notes(0, 1));
-  });
-  ASSERT_TRUE(end->log.waitFor("note 100"));
-  EXPECT_EQ(end->log.lines(), notes(0, 101));
-  EXPECT_EQ(client_.connection->unsentBytes(), 0U);
+  client_.batch().second->note(7);
+  client_.proxy()->note(1);
+  ASSERT_TRUE(end->log.waitFor("note 1"));
+  EXPECT_EQ(end->log.lines(), notes(0, 2));
 }
 
-TEST_F(Message, ABatchThatThrowsGoesOutAllTheSame) {
+TEST_F(Message, ALargeBatchDoesNotWaitToBeSent) {
   const auto end = connect(0);
-  EXPECT_THROW(client_.connection->sendBatch([&] {
-    client_.proxy()->note(1);
-    throw std::runtime_error("stop");
-  }),
-               std::runtime_error);
-  EXPECT_TRUE(end->log.waitFor("note 1"));
+  const auto [batch, proxy] = client_.batch();
+  const auto data = NSData::dataWithBytes(std::vector<std::uint8_t>(300'000));
+  proxy->data_tag(data, 1);
+  EXPECT_TRUE(end->log.waitFor("data 300000 1"));
+}
+
+TEST_F(Message, ABatchTakesNoRequests) {
+  const auto end = connect(0);
+  const auto [batch, proxy] = client_.batch();
+  proxy->note(1);
+  proxy->ask([this](const std::shared_ptr<NSError>&) { client_.log.add("answered"); });
+  proxy->note(2);
+  batch->send();
+  ASSERT_TRUE(end->log.waitFor("note 2"));
+  ASSERT_TRUE(client_.log.waitFor("error " + std::to_string(EINVAL)));
+  EXPECT_EQ(end->log.lines(), notes(0, 3));
+  EXPECT_EQ(client_.log.count("answered"), 0U);
 }
 
 TEST_F(Message, WhatABatchCannotEncodeFailsAndTheRestGoesOut) {
   const auto end = connect(0);
   const auto array = NSMutableArray::array();
   array->addObject(array);
-  client_.connection->sendBatch([&] {
-    client_.proxy()->note(1);
-    client_.proxy()->list(array);
-    client_.proxy()->note(2);
-  });
+  const auto [batch, proxy] = client_.batch();
+  proxy->note(1);
+  proxy->list(array);
+  proxy->note(2);
+  batch->send();
   array->removeObjectAtIndex(0);
   ASSERT_TRUE(client_.log.waitFor("error " + std::to_string(EINVAL)));
   ASSERT_TRUE(end->log.waitFor("note 2"));

@@ -121,15 +121,14 @@ TEST_F(SlowPeer, TheBacklogTakesItsLimitToTheByte) {
 TEST_F(SlowPeer, WhatOfABatchDoesNotFitIsDroppedMessageByMessage) {
   End end;
   end.configure(makeConnection());  // not resumed, so that nothing leaves
-  const auto proxy = end.proxy();
+  const auto [batch, proxy] = end.batch();
   const std::size_t half = kXPCUnsentLimit / 2;
   const auto data = block(half - 100);
-  end.connection->sendBatch([&] {
-    proxy->data_tag(data, 0);
-    proxy->data_tag(data, 1);
-    proxy->data_tag(data, 2);  // one too many
-    proxy->note(3);
-  });
+  proxy->data_tag(data, 0);
+  proxy->data_tag(data, 1);
+  proxy->data_tag(data, 2);  // one too many
+  proxy->note(3);
+  batch->send();
   EXPECT_EQ(end.connection->messagesDropped(), 1U);
   EXPECT_GT(end.connection->unsentBytes(), 2 * half - 200);
   EXPECT_LE(end.connection->unsentBytes(), kXPCUnsentLimit);
@@ -149,10 +148,10 @@ TEST_F(SlowPeer, ABatchLargerThanTheSocketTakesArrivesInOrder) {
   const auto proxy = client_.proxy();
   std::uint32_t sent = 0;
   const auto sendBatch = [&](std::uint32_t count) {
-    client_.connection->sendBatch([&] {
-      for (const std::uint32_t last = sent + count; sent < last; ++sent)
-        proxy->data_tag(data, sent);
-    });
+    const auto [batch, batched] = client_.batch();
+    for (const std::uint32_t last = sent + count; sent < last; ++sent)
+      batched->data_tag(data, sent);
+    batch->send();
   };
   sendBatch(500);  // the first meets an empty socket
   EXPECT_GT(client_.connection->unsentBytes(), 0U);

@@ -125,19 +125,24 @@ bool behave(const std::string& what, Ends& ends) {
   ::_exit(what == "executes" ? 127 : 0);
 }
 
-/// The child is made in the midst of a batch, and ends behind it.
+/// The child is made in the midst of a batch, and sends its copy of it.
 bool forkInABatch(const Ends& ends) {
-  pid_t child = -1;
-  ends.kept.connection->sendBatch([&] {
-    ends.keptProxy->note(500);
-    child = ::fork();
-    if (child == 0) limitTime();
-  });
-  if (child == 0) ::_exit(0);
+  const auto batch = ends.kept.connection->makeBatch();
+  const auto batched = batch->proxyWithErrorHandler<Talk>({});
+  batched->note(500);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    limitTime();
+    batched->note(502);
+    batch->send();
+    ::_exit(0);
+  }
   if (!endsWell(child)) return false;
+  batch->send();
   ends.keptProxy->note(501);
   const auto& log = ends.service->end(0)->log;
-  return ends.service->end(0)->log.waitFor("note 501") && log.count("note 500") == 1;
+  return ends.service->end(0)->log.waitFor("note 501") && log.count("note 500") == 1 &&
+         log.count("note 502") == 0;
 }
 
 /// The child is made on a connection's own queue, and its handler returns.
@@ -155,9 +160,10 @@ bool forkInAHandler(const Ends& ends) {
   };
   onNote = &fork;
   // More than one frame in one read, so that there would be something to go on with.
-  ends.kept.connection->sendBatch([&] {
-    for (std::uint64_t i = 600; i < 700; ++i) ends.keptProxy->note(i);
-  });
+  const auto batch = ends.kept.connection->makeBatch();
+  const auto batched = batch->proxyWithErrorHandler<Talk>({});
+  for (std::uint64_t i = 600; i < 700; ++i) batched->note(i);
+  batch->send();
   const bool heard = ends.local.log.waitFor("note by the handler") &&
                      ends.service->end(0)->log.waitFor("note 699");
   onNote = nullptr;

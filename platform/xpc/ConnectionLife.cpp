@@ -1,0 +1,39 @@
+#include "platform/xpc/ConnectionLife.h"
+
+#include <array>
+
+namespace platform::xpc {
+namespace {
+
+using Phase = ConnectionLife::Phase;
+
+constexpr std::size_t indexOf(auto value) {
+  return static_cast<std::size_t>(value);
+}
+
+/// The phase that each event leads to; the phase itself if the event has no place in it.
+using Row = std::array<Phase, ConnectionLife::events>;
+constexpr std::array<Row, ConnectionLife::phases> transitions = [] {
+  using enum ConnectionLife::Phase;
+  return std::array<Row, ConnectionLife::phases>{{
+      // Resume, Invalidate, Abandon, Lose, Report
+      {Active, Cancelled, Abandoned, Fresh, Fresh},
+      {Active, Invalidated, Abandoned, Lost, Active},
+      {Cancelled, Cancelled, Cancelled, Cancelled, Over},
+      {Invalidated, Invalidated, Invalidated, Invalidated, Over},
+      {Abandoned, Abandoned, Abandoned, Abandoned, Over},
+      {Lost, Invalidated, Abandoned, Lost, Over},
+      {Over, Over, Over, Over, Over},
+  }};
+}();
+
+}  // namespace
+
+bool ConnectionLife::take(Event event) {
+  const Phase next = transitions[indexOf(phase_)][indexOf(event)];
+  const bool changes = next != phase_;
+  phase_ = next;
+  return changes;
+}
+
+}  // namespace platform::xpc

@@ -1,0 +1,13 @@
+#include "platform/xpc/PendingRequests.h"
+
+namespace platform::xpc {
+
+bool PendingRequests::fail(XPCReplyHandler& reply, const SharedErrorHandler& errorHandler,
+                           std::shared_ptr<NSError> error) {
+  if (!errorHandler || !*errorHandler) return false;
+  Failure& due = failures_.emplace_back();  // before anything leaves the caller's hands
+  due = {std::move(reply), errorHandler, std::move(error)};
+  return true;
+}
+
+}  // namespace platform::xpc
