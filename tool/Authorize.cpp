@@ -1,5 +1,6 @@
 #include "tool/Authorize.h"
 
+#include <CLI/CLI.hpp>
 #include <map>
 
 #include "platform/services/Authorization.h"

@@ -6,7 +6,6 @@
 // Order: none.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -14,6 +13,10 @@
 #include <string_view>
 
 #include "platform/foundation/NSError.h"
+
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace tool {
 

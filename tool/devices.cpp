@@ -1,4 +1,5 @@
 // wlhid devices: what can be routed, and recordings set up as devices.
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>

@@ -1,5 +1,6 @@
 // wlhid doctor: is everything in order, and if not, what to do.
 #include <unistd.h>
+#include <CLI/CLI.hpp>
 
 #include <nlohmann/json.hpp>
 

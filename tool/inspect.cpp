@@ -1,4 +1,6 @@
 // wlhid inspect: the property list inside an executable.
+#include <CLI/CLI.hpp>
+
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
 #include "tool/Command.h"
 #include "tool/Files.h"

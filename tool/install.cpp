@@ -1,4 +1,6 @@
 // wlhid install: puts the router in place.
+#include <CLI/CLI.hpp>
+
 #include "tool/Authorize.h"
 #include "tool/Command.h"
 #include "tool/Installation.h"

@@ -1,4 +1,5 @@
 // wlhid log: the router's own entries of a log.
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <optional>
 

@@ -1,4 +1,5 @@
 // The command `wlhid`: what an application can ask of the framework, for people and scripts.
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>

@@ -1,4 +1,5 @@
 // wlhid report: what a person attaches to a report of something that does not work.
+#include <CLI/CLI.hpp>
 #include <optional>
 
 #include "platform/kit/KQLogger.h"

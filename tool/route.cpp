@@ -1,6 +1,7 @@
 // wlhid route: a device's input, live.
 #include <poll.h>
 #include <unistd.h>
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <array>

@@ -1,5 +1,6 @@
 // wlhid status: is the router installed and current, does it run, what does it route, what was
 // lost.
+#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <optional>

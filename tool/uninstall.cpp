@@ -1,4 +1,6 @@
 // wlhid uninstall: takes the router away.
+#include <CLI/CLI.hpp>
+
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "tool/Authorize.h"
 #include "tool/Command.h"

@@ -455,6 +455,8 @@ TEST_F(Life, ConnectionsThatKeepEndingAtOnceAreReportedAllTheSame) {
     EXPECT_EQ(end.log.lines(), Lines({"error 4099", "invalidation"}));
     end.connection.reset();
   }
+  EXPECT_GT(xpc::pauseAfterEnd(client_.talker, name_, {}), std::chrono::milliseconds(0))
+      << "each end was counted";
 }
 
 TEST_F(Life, InvalidateEndsThePauseBeforeAReport) {
