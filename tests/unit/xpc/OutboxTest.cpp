@@ -147,6 +147,19 @@ TEST_F(OutboxTest, HasALimitThatWritingRaisesAgain) {
   EXPECT_TRUE(outbox_.fits(kXPCUnsentLimit));
 }
 
+TEST(Budget, GetsBackWhatAConnectionKeptWhenItGoes) {
+  const auto budget = std::make_shared<platform::xpc::UnsentBudget>(1000);
+  {
+    Outbox outbox;
+    outbox.chargeTo(budget);
+    outbox.put(Bytes(600), true, nullptr);
+    EXPECT_EQ(budget->taken(), 600U);
+    EXPECT_FALSE(outbox.fits(401));
+    EXPECT_TRUE(outbox.fits(400));
+  }
+  EXPECT_EQ(budget->taken(), 0U);
+}
+
 TEST_F(OutboxTest, SaysOnceThatDroppingBegins) {
   put({1});
   EXPECT_TRUE(outbox_.drop());

@@ -42,6 +42,19 @@ TEST(Pacing, ClientsOfAServiceAreCountedApart) {
   EXPECT_EQ(pauseAfterEnd(crashing, "service", milliseconds(1)), milliseconds(1000));
 }
 
+TEST(Pacing, EveryCountCanBeStartedAfresh) {
+  const auto client = std::make_shared<int>(0);
+  static_cast<void>(pauseAfterEnd(client, "service", milliseconds(1)));
+  forgetShortLives();
+  EXPECT_EQ(pauseAfterEnd(client, "service", milliseconds(1)), milliseconds(0));
+}
+
+TEST(Reports, ForEachCodeAnErrorIsKeptInReserve) {
+  for (const auto code : {platform::NSXPCConnectionInterrupted, platform::NSXPCConnectionInvalid,
+                          platform::NSXPCConnectionReplyInvalid})
+    EXPECT_EQ(spareError(code)->code(), code);
+}
+
 TEST(Pacing, AClientThatIsGoneIsForgotten) {
   auto client = std::make_shared<int>(0);
   const std::weak_ptr<int> weak = client;
