@@ -204,4 +204,62 @@ TEST_F(RouterProcessTest, ARouterThatIsKilledInterruptsItsClients) {
   EXPECT_FALSE(left->isRunning);
 }
 
+TEST_F(RouterProcessTest, AnInterruptFromTheKeyboardEndsItLikewise) {
+  const int listener = listen();
+  spawn(listener);
+  ::close(listener);
+  Client client;
+  client.start(0x42);
+  client.log->await(1);
+  ::kill(process_, SIGINT);
+  EXPECT_EQ(exitStatus(), 0);
+  EXPECT_EQ(client.log->await(2)[1], "invalidated");
+  EXPECT_THAT(log(), testing::HasSubstr(" of " + directory_.string() + ", 0 devices\n"));
+  EXPECT_THAT(log(), testing::EndsWith("router ends\n"));
+}
+
+TEST_F(RouterProcessTest, OtherOptionsAreRefusedBeforeAnythingIsServed) {
+  const int listener = listen();
+  const std::string root = directory_.string();
+  const std::vector<std::string> wrong[] = {
+      {"--root"}, {"--root", "relative"},   {"--root", ""},          {"--other", root},
+      {root},     {"--root", root, "more"}, {"more", "--root", root}};
+  for (const auto& options : wrong) {
+    fs::remove(logFile());
+    spawnWith({{"com.quillmar.hideventrouter", listener}}, options);
+    EXPECT_EQ(exitStatus(), 1);
+    EXPECT_EQ(log(), "the router cannot run: its only option is --root, with an absolute path\n");
+  }
+  ::close(listener);
+}
+
+TEST_F(RouterProcessTest, TheRootThatIsHandedOverGoesBeforeTheNamedOne) {
+  const int listener = listen();
+  const platform::FileDescriptor rootDirectory(
+      ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  spawnWith({{"com.quillmar.hideventrouter", listener}, {".root", rootDirectory.get()}},
+            {"--root", (outside_.path() / "named").string()});
+  ::close(listener);
+  awaitStatus([](const auto& status) { return status.isRunning; });
+  ::kill(process_, SIGTERM);
+  EXPECT_EQ(exitStatus(), 0);
+  EXPECT_FALSE(fs::exists(outside_.path() / "named"));
+}
+
+TEST_F(RouterProcessTest, ALogThatNobodyReadsDoesNotEndIt) {
+  ASSERT_EQ(::mkfifo(logFile().c_str(), 0600), 0);
+  platform::FileDescriptor reader(::open(logFile().c_str(), O_RDWR | O_CLOEXEC));
+  const int listener = listen();
+  spawn(listener);
+  ::close(listener);
+  Client client;
+  client.start(0x42);
+  client.log->await(1);
+  reader.reset();  // from now on a write to the log fails
+  client.start(0x43);
+  EXPECT_THAT(client.log->await(2)[1], testing::HasSubstr("0x43"));
+  ::kill(process_, SIGTERM);
+  EXPECT_EQ(exitStatus(), 0);
+}
+
 }  // namespace
