@@ -8,6 +8,7 @@
 
 #include "RouterFixture.h"
 #include "platform/services/FileDescriptor.h"
+#include "tests/support/OtherUser.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace {
@@ -29,7 +30,7 @@ class RouterProcessTest : public routertest::RouterFixture {
     spawnWith(handedOn, {});
   }
   void spawnWith(const std::vector<std::pair<std::string, int>>& handedOn,
-                 const std::vector<std::string>& options) {
+                 const std::vector<std::string>& options, const std::string& user = {}) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     constexpr int kFirst = 3;
@@ -46,7 +47,9 @@ class RouterProcessTest : public routertest::RouterFixture {
     posix_spawn_file_actions_addclosefrom_np(&actions, kFirst + count);
     posix_spawn_file_actions_addopen(&actions, 2, logFile().c_str(), O_WRONLY | O_CREAT | O_APPEND,
                                      0600);
-    std::string command = "LISTEN_PID=$$ exec \"$0\" \"$@\"";
+    std::string command = "LISTEN_PID=$$ exec ";
+    if (!user.empty()) command += "setpriv --reuid " + user + " --clear-groups ";
+    command += "\"$0\" \"$@\"";
     const std::string fds = "LISTEN_FDS=" + std::to_string(count);
     // Would lead elsewhere, if it were asked.
     const std::string misleading = "WLHID_ROOT=" + (directory_ / "misleading").string();
@@ -260,6 +263,42 @@ TEST_F(RouterProcessTest, ALogThatNobodyReadsDoesNotEndIt) {
   EXPECT_THAT(client.log->await(2)[1], testing::HasSubstr("0x43"));
   ::kill(process_, SIGTERM);
   EXPECT_EQ(exitStatus(), 0);
+}
+
+TEST_F(RouterProcessTest, AnotherUsersRouterServesThatUserAndTheSuperuser) {
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "only the superuser can act as another user";
+  const int listener = listen();
+  const std::string user = std::to_string(testsupport::otherUser);
+  ASSERT_EQ(::chown(directory_.c_str(), testsupport::otherUser, testsupport::otherUser), 0);
+  ASSERT_EQ(::chmod((directory_ / "router.sock").c_str(), 0666), 0);
+  const platform::FileDescriptor rootDirectory(
+      ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  spawnWith({{"com.quillmar.hideventrouter", listener}, {".root", rootDirectory.get()}}, {}, user);
+  ::close(listener);
+  Client superuser;
+  superuser.start(0x42);
+  EXPECT_THAT(superuser.log->await(1)[0], testing::HasSubstr("0x42"));
+  // The user's connection is there until the router ends.
+  std::string end;
+  std::thread own([&] {
+    end = testsupport::asUser(testsupport::otherUser, [this]() -> std::string {
+      const int socket = platform::connectUnixSocket((directory_ / "router.sock").string(),
+                                                     SOCK_STREAM | SOCK_CLOEXEC);
+      std::array<char, 256> farewell{};
+      if (socket < 0) return "not connected";
+      while (::read(socket, farewell.data(), farewell.size()) > 0) continue;
+      return "ended";
+    });
+  });
+  const auto deadline = std::chrono::steady_clock::now() + routertest::kPatience;
+  while (log().find(", user " + user + ") begins") == std::string::npos &&
+         log().find("refused") == std::string::npos && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::yield();
+  ::kill(process_, SIGTERM);
+  EXPECT_EQ(exitStatus(), 0);
+  own.join();
+  EXPECT_EQ(end, "ended");
+  EXPECT_THAT(log(), testing::HasSubstr(", user " + user + ") begins"));
 }
 
 }  // namespace
