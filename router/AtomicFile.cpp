@@ -47,9 +47,8 @@ bool isOfDeadProcess(std::string_view text) {
 /// A lock of the open file, not of the process: it goes with the last descriptor, and other
 /// descriptors of the file that this process opens and closes leave it alone.
 struct flock wholeFile(short type) {
-  struct flock lock {};
+  struct flock lock {};  // from the file's beginning, whatever its length
   lock.l_type = type;
-  lock.l_whence = SEEK_SET;
   return lock;
 }
 

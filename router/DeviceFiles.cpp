@@ -71,7 +71,7 @@ bool removeFile(int directory, const std::string& name) {
 }
 
 bool isConfiguration(const std::string& fileName) {
-  return fileName.size() > kSuffix.size() && fileName.front() != '.' && fileName.ends_with(kSuffix);
+  return !fileName.starts_with('.') && fileName.ends_with(kSuffix);
 }
 
 std::string fileNameOf(const std::string& configuration) {

@@ -9,8 +9,7 @@ std::optional<TokenBucket::Clock::duration> TurnQuota::reserve(uid_t user,
                                                                TokenBucket::Clock::time_point now) {
   const std::lock_guard lock(mutex_);
   // Who has not asked for a while is as good as new.
-  std::erase_if(users_,
-                [&](const auto& each) { return each.first != user && each.second.isFull(now); });
+  std::erase_if(users_, [&](const auto& each) { return each.second.isFull(now); });
   TokenBucket& own = users_.try_emplace(user, rateOfUser_).first->second;
   const auto ofUser = own.reserve(now, patience_);
   if (!ofUser) return std::nullopt;
@@ -31,8 +30,7 @@ bool LineBudget::admits(TokenBucket::Clock::time_point now) {
 bool LineQuota::admits(uid_t user, TokenBucket::Clock::time_point now,
                        std::uint64_t* returnLeftOut) {
   const std::lock_guard lock(mutex_);
-  std::erase_if(users_,
-                [&](const auto& each) { return each.first != user && each.second.isUnused(now); });
+  std::erase_if(users_, [&](const auto& each) { return each.second.isUnused(now); });
   LineBudget& budget = users_.try_emplace(user, rate_).first->second;
   if (!budget.admits(now)) return false;
   *returnLeftOut = budget.takeLeftOut();

@@ -28,17 +28,17 @@ std::string_view takeWord(std::string_view* line) {
 }
 
 std::string_view trimmed(std::string_view text) {
-  const std::size_t begin = std::min(text.find_first_not_of(" \t"), text.size());
   const std::size_t end = text.find_last_not_of(" \t\r");
-  return end == std::string_view::npos || end < begin ? std::string_view()
-                                                      : text.substr(begin, end - begin + 1);
+  if (end == std::string_view::npos) return {};
+  const std::size_t begin = text.find_first_not_of(" \t");
+  return text.substr(begin, end - begin + 1);
 }
 
 /// The whole of `word` as a number of that base.
 std::optional<std::uint64_t> number(std::string_view word, int base) {
   std::uint64_t value = 0;
   const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value, base);
-  if (word.empty() || error != std::errc() || end != word.data() + word.size()) return std::nullopt;
+  if (error != std::errc() || end != word.data() + word.size()) return std::nullopt;
   return value;
 }
 
@@ -111,10 +111,9 @@ bool RecordingReader::findReport() {
 }
 
 bool RecordingReader::nextLine(std::string_view* returnLine) {
-  std::size_t searched = 0;  // of the line, without success
   for (;;) {
     const std::string_view ahead(buffer_.data() + begin_, end_ - begin_);
-    const std::size_t length = std::min(ahead.find('\n', searched), ahead.size());
+    const std::size_t length = std::min(ahead.find('\n'), ahead.size());
     if (length > RouterLimits::kRecordingLineBytes) {
       ++lineNumber_;
       fail("the line is longer than " + std::to_string(RouterLimits::kRecordingLineBytes) +
@@ -126,7 +125,6 @@ bool RecordingReader::nextLine(std::string_view* returnLine) {
       *returnLine = ahead.substr(0, length);
       return true;
     }
-    searched = ahead.size();
     if (!fill()) return false;
   }
 }
@@ -167,7 +165,7 @@ void RecordingReader::takeBeginning() {
 bool RecordingReader::takeLine(std::string_view line) {
   line = trimmed(line);
   if (line.empty() || line.front() == '#') return false;
-  if (line.size() < 2 || line[0] < 'A' || line[0] > 'Z' || line[1] != ':') {
+  if (line[0] < 'A' || line[0] > 'Z' || line.substr(1, 1) != ":") {
     fail("is no line of a recording; " + std::string(kFormat));
   }
   const char kind = line[0];
@@ -256,17 +254,17 @@ void RecordingReader::takeBytes(std::string_view line, std::size_t limit,
   if (!count) fail("the number of bytes is missing");
   if (*count > limit) fail("more than " + std::to_string(limit) + " bytes are announced");
   out->clear();
-  std::uint64_t found = 0;
-  for (std::size_t at = 0; (at = line.find_first_not_of(" \t", at)) < line.size(); ++found) {
+  for (std::size_t at = 0; (at = line.find_first_not_of(" \t", at)) != std::string_view::npos;) {
     const int byte = takeByte(line, &at);
     if (byte < 0) {
       line.remove_prefix(at);
       fail("'" + platform::printableLine(takeWord(&line), kShown) + "' is no byte");
     }
-    if (found < *count) out->push_back(static_cast<std::uint8_t>(byte));
+    out->push_back(static_cast<std::uint8_t>(byte));
   }
-  if (found != *count) {
-    fail(std::to_string(*count) + " bytes are announced, " + std::to_string(found) + " are there");
+  if (out->size() != *count) {
+    fail(std::to_string(*count) + " bytes are announced, " + std::to_string(out->size()) +
+         " are there");
   }
 }
 

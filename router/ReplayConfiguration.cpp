@@ -120,7 +120,7 @@ std::optional<ReplaySpeed> ReplaySpeed::parse(std::string_view text) {
   double factor = 0;
   const auto [end, error] =
       std::from_chars(text.data(), text.data() + text.size(), factor, std::chars_format::fixed);
-  if (text.empty() || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
   if (!(factor >= kSlowest && factor <= kFastest)) return std::nullopt;
   return ReplaySpeed{factor, false};
 }

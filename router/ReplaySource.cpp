@@ -74,9 +74,9 @@ void ReplaySource::readConfiguration(Entry* entry) const {
 }
 
 void ReplaySource::readRecording(Entry* entry) const {
+  // Before it is opened: should it be replaced meanwhile, the next look at the stamp tells.
   entry->recordingStamp = files_.recordingStamp(entry->device->recording);
   const RecordingFile file = openRecording(*entry->device);
-  entry->recordingStamp = file.stamp();
   RecordingReader reader = file.read();
   const RecordingHeader& header = reader.header();
   if (entry->description.name.empty()) entry->description.name = header.name;
@@ -126,8 +126,7 @@ std::vector<ConfiguredDevice> ReplaySource::configured() const {
 std::unique_ptr<OpenDevice> ReplaySource::open(std::uint64_t registryEntryID) const {
   std::vector<std::string> problems;
   for (const auto& [name, entry] : refreshed(&problems)) {
-    const bool isIt = entry->device && entry->description.registryEntryID == registryEntryID;
-    if (!isIt || !entry->problem.empty()) continue;
+    if (entry->description.registryEntryID != registryEntryID || !entry->problem.empty()) continue;
     try {
       RecordingFile file = openRecording(*entry->device);
       bool hasTimes = entry->hasTimes;

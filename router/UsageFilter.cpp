@@ -33,7 +33,7 @@ std::optional<std::uint64_t> integerIn(std::string_view text) {
   std::uint64_t value = 0;
   const auto [end, error] =
       std::from_chars(text.data(), text.data() + text.size(), value, isHexadecimal ? 16 : 10);
-  if (text.empty() || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
   return value;
 }
 

@@ -181,13 +181,11 @@ class Client {
   void start(
       std::uint64_t device, std::uint64_t mode = 0,
       const std::shared_ptr<platform::NSDictionary>& tags = platform::NSDictionary::dictionary()) {
-    router_->startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
-        device, mode, tags, platform::NSDictionary::dictionary(), [log = log](const auto& error) {
-          if (error == nullptr) return log->add("started");
-          const auto text = error->userInfo()->objectForKey(platform::NSLocalizedDescriptionKey);
-          log->add("refused " + std::to_string(error->code()) + " " +
-                   platform::descriptionOf(text));
-        });
+    request(device, mode, tags, platform::NSDictionary::dictionary());
+  }
+  void startWith(std::uint64_t device, const std::shared_ptr<platform::NSDictionary>& tags,
+                 const std::shared_ptr<platform::NSDictionary>& types) {
+    request(device, 0, tags, types);
   }
   void stop() { router_->stopRoutingService(); }
   void leave() { connection_->invalidate(); }
@@ -196,6 +194,17 @@ class Client {
   const std::shared_ptr<NotingReceiver> receiver = std::make_shared<NotingReceiver>(log.get());
 
  private:
+  void request(std::uint64_t device, std::uint64_t mode,
+               const std::shared_ptr<platform::NSDictionary>& tags,
+               const std::shared_ptr<platform::NSDictionary>& types) {
+    router_->startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
+        device, mode, tags, types, [log = log](const auto& error) {
+          if (error == nullptr) return log->add("started");
+          const auto text = error->userInfo()->objectForKey(platform::NSLocalizedDescriptionKey);
+          log->add("refused " + std::to_string(error->code()) + " " +
+                   platform::descriptionOf(text));
+        });
+  }
   const std::shared_ptr<platform::NSXPCConnection> connection_;
   std::shared_ptr<WLHIDEventRouterProtocol> router_;
 };

@@ -8,6 +8,7 @@
 
 #include "RouterFixture.h"
 #include "platform/services/FileDescriptor.h"
+#include "tests/support/OtherUser.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace {
@@ -29,7 +30,7 @@ class RouterProcessTest : public routertest::RouterFixture {
     spawnWith(handedOn, {});
   }
   void spawnWith(const std::vector<std::pair<std::string, int>>& handedOn,
-                 const std::vector<std::string>& options) {
+                 const std::vector<std::string>& options, const std::string& user = {}) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     constexpr int kFirst = 3;
@@ -46,7 +47,9 @@ class RouterProcessTest : public routertest::RouterFixture {
     posix_spawn_file_actions_addclosefrom_np(&actions, kFirst + count);
     posix_spawn_file_actions_addopen(&actions, 2, logFile().c_str(), O_WRONLY | O_CREAT | O_APPEND,
                                      0600);
-    std::string command = "LISTEN_PID=$$ exec \"$0\" \"$@\"";
+    std::string command = "LISTEN_PID=$$ exec ";
+    if (!user.empty()) command += "setpriv --reuid " + user + " --clear-groups ";
+    command += "\"$0\" \"$@\"";
     const std::string fds = "LISTEN_FDS=" + std::to_string(count);
     // Would lead elsewhere, if it were asked.
     const std::string misleading = "WLHID_ROOT=" + (directory_ / "misleading").string();
@@ -202,6 +205,100 @@ TEST_F(RouterProcessTest, ARouterThatIsKilledInterruptsItsClients) {
   const auto left = router::readRouterStatus(root());
   ASSERT_TRUE(left.has_value());
   EXPECT_FALSE(left->isRunning);
+}
+
+TEST_F(RouterProcessTest, AnInterruptFromTheKeyboardEndsItLikewise) {
+  const int listener = listen();
+  spawn(listener);
+  ::close(listener);
+  Client client;
+  client.start(0x42);
+  client.log->await(1);
+  ::kill(process_, SIGINT);
+  EXPECT_EQ(exitStatus(), 0);
+  EXPECT_EQ(client.log->await(2)[1], "invalidated");
+  EXPECT_THAT(log(), testing::HasSubstr(" of " + directory_.string() + ", 0 devices\n"));
+  EXPECT_THAT(log(), testing::EndsWith("router ends\n"));
+}
+
+TEST_F(RouterProcessTest, OtherOptionsAreRefusedBeforeAnythingIsServed) {
+  const int listener = listen();
+  const std::string root = directory_.string();
+  const std::vector<std::string> wrong[] = {
+      {"--root"}, {"--root", "relative"},   {"--root", ""},          {"--other", root},
+      {root},     {"--root", root, "more"}, {"more", "--root", root}};
+  for (const auto& options : wrong) {
+    fs::remove(logFile());
+    spawnWith({{"com.quillmar.hideventrouter", listener}}, options);
+    EXPECT_EQ(exitStatus(), 1);
+    EXPECT_EQ(log(), "the router cannot run: its only option is --root, with an absolute path\n");
+  }
+  ::close(listener);
+}
+
+TEST_F(RouterProcessTest, TheRootThatIsHandedOverGoesBeforeTheNamedOne) {
+  const int listener = listen();
+  const platform::FileDescriptor rootDirectory(
+      ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  spawnWith({{"com.quillmar.hideventrouter", listener}, {".root", rootDirectory.get()}},
+            {"--root", (outside_.path() / "named").string()});
+  ::close(listener);
+  awaitStatus([](const auto& status) { return status.isRunning; });
+  ::kill(process_, SIGTERM);
+  EXPECT_EQ(exitStatus(), 0);
+  EXPECT_FALSE(fs::exists(outside_.path() / "named"));
+}
+
+TEST_F(RouterProcessTest, ALogThatNobodyReadsDoesNotEndIt) {
+  ASSERT_EQ(::mkfifo(logFile().c_str(), 0600), 0);
+  platform::FileDescriptor reader(::open(logFile().c_str(), O_RDWR | O_CLOEXEC));
+  const int listener = listen();
+  spawn(listener);
+  ::close(listener);
+  Client client;
+  client.start(0x42);
+  client.log->await(1);
+  reader.reset();  // from now on a write to the log fails
+  client.start(0x43);
+  EXPECT_THAT(client.log->await(2)[1], testing::HasSubstr("0x43"));
+  ::kill(process_, SIGTERM);
+  EXPECT_EQ(exitStatus(), 0);
+}
+
+TEST_F(RouterProcessTest, AnotherUsersRouterServesThatUserAndTheSuperuser) {
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "only the superuser can act as another user";
+  const int listener = listen();
+  const std::string user = std::to_string(testsupport::otherUser);
+  ASSERT_EQ(::chown(directory_.c_str(), testsupport::otherUser, testsupport::otherUser), 0);
+  ASSERT_EQ(::chmod((directory_ / "router.sock").c_str(), 0666), 0);
+  const platform::FileDescriptor rootDirectory(
+      ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  spawnWith({{"com.quillmar.hideventrouter", listener}, {".root", rootDirectory.get()}}, {}, user);
+  ::close(listener);
+  Client superuser;
+  superuser.start(0x42);
+  EXPECT_THAT(superuser.log->await(1)[0], testing::HasSubstr("0x42"));
+  // The user's connection is there until the router ends.
+  std::string end;
+  std::thread own([&] {
+    end = testsupport::asUser(testsupport::otherUser, [this]() -> std::string {
+      const int socket = platform::connectUnixSocket((directory_ / "router.sock").string(),
+                                                     SOCK_STREAM | SOCK_CLOEXEC);
+      std::array<char, 256> farewell{};
+      if (socket < 0) return "not connected";
+      while (::read(socket, farewell.data(), farewell.size()) > 0) continue;
+      return "ended";
+    });
+  });
+  const auto deadline = std::chrono::steady_clock::now() + routertest::kPatience;
+  while (log().find(", user " + user + ") begins") == std::string::npos &&
+         log().find("refused") == std::string::npos && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::yield();
+  ::kill(process_, SIGTERM);
+  EXPECT_EQ(exitStatus(), 0);
+  own.join();
+  EXPECT_EQ(end, "ended");
+  EXPECT_THAT(log(), testing::HasSubstr(", user " + user + ") begins"));
 }
 
 }  // namespace

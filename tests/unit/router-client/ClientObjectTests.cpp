@@ -123,6 +123,38 @@ TEST_F(ClientObject, TheMethodThatCallsOutKeepsTheClientAlive) {
   EXPECT_EQ(taken().back(), removeObserver().back());
 }
 
+TEST_F(ClientObject, AStatusIsAnnouncedToItsEndWhoeverReleasesTheClientMeanwhile) {
+  makeClient();
+  delegate_->onStatus = [this](const auto&, WLHIDEventRouterClientStatus) { client_.reset(); };
+  WLHIDEventRouterClient& client = *client_;
+  client.setClientStatus(WLHIDEventRouterClientStatusFailed);
+  EXPECT_EQ(client_, nullptr);
+  const Lines lines = taken();
+  const auto at = [&lines](const std::string& line) {
+    return std::find(lines.begin(), lines.end(), line) - lines.begin();
+  };
+  ASSERT_LT(at(dealloc()), std::ssize(lines));
+  EXPECT_LT(at("did change clientStatus"), at(dealloc()));
+}
+
+TEST_F(ClientObject, ARouterStatusIsAnnouncedToItsEndWhoeverReleasesTheClientMeanwhile) {
+  makeClient();
+  client_->setStarted(true);
+  connection1().deliverReply(nullptr);  // no request keeps it any more
+  taken();
+  delegate_->onStatus = [this](const auto&, WLHIDEventRouterClientStatus) { client_.reset(); };
+  platform_.uninstallHelper(kLabel);
+  WLHIDEventRouterClient& client = *client_;
+  WLHIDEventRouterClientPrivate::_installationStatusChanged(client);
+  EXPECT_EQ(client_, nullptr);
+  const Lines lines = taken();
+  const auto at = [&lines](const std::string& line) {
+    return std::find(lines.begin(), lines.end(), line) - lines.begin();
+  };
+  ASSERT_LT(at(dealloc()), std::ssize(lines));
+  EXPECT_LT(at("did change eventRouterStatus"), at(dealloc()));
+}
+
 TEST_F(ClientObject, VersionConstants) {
   EXPECT_EQ(WLHIDAccessVersionNumber, 1.0);
   EXPECT_STREQ(WLHIDAccessVersionString, "@(#)PROGRAM:WLHIDAccess  PROJECT:WLHIDAccess-1\n");

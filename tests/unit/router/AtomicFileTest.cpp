@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -14,6 +16,7 @@
 
 #include "platform/services/RootFiles.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/unit/jobd/FileOperations.h"
 
 namespace {
 
@@ -104,6 +107,130 @@ TEST_F(AtomicFileTest, ADraftThatCannotBeWrittenSaysWhyAndGoes) {
   ::setrlimit(RLIMIT_FSIZE, &before);
   std::signal(SIGXFSZ, handler);
   EXPECT_THAT(names(), IsEmpty());
+}
+
+TEST_F(AtomicFileTest, DraftsOfOneNameDoNotDisturbEachOther) {
+  FileDraft first(directory_.get(), "x");
+  FileDraft second(directory_.get(), "x");
+  first.append(bytes("one"));
+  second.append(bytes("two"));
+  second.replace("b");
+  first.replace("a");
+  EXPECT_EQ(content("a"), "one");
+  EXPECT_EQ(content("b"), "two");
+}
+
+/// The hidden name of the draft after the next, which is ".x.PROCESS.NUMBER".
+std::string hiddenNameAfter(const std::string& hidden) {
+  const std::size_t number = hidden.rfind('.') + 1;
+  return hidden.substr(0, number) + std::to_string(std::stoul(hidden.substr(number)) + 1);
+}
+
+TEST_F(AtomicFileTest, WhatAProcessOfTheSameNumberLeftIsInNobodysWay) {
+  std::string hidden;
+  {
+    const FileDraft draft(directory_.get(), "x");
+    hidden = names().at(0);
+  }
+  EXPECT_THAT(hidden, testing::StartsWith(".x." + std::to_string(::getpid()) + "."));
+  std::ofstream(path_ / hiddenNameAfter(hidden)) << "left behind";
+  FileDraft draft(directory_.get(), "x");
+  draft.append(bytes("new"));
+  draft.replace("x");
+  EXPECT_EQ(content("x"), "new");
+}
+
+TEST_F(AtomicFileTest, AFileIsOnTheDiskBeforeItHasItsName) {
+  FileDraft draft(directory_.get(), "x");
+  const std::string hidden = names().at(0);
+  draft.append(bytes("one"));
+  fileoperations::record();
+  EXPECT_TRUE(draft.take("y"));
+  EXPECT_THAT(fileoperations::recorded(), ElementsAre("sync " + hidden));
+  draft.append(bytes("two"));
+  fileoperations::record();
+  draft.replace("x");
+  EXPECT_THAT(fileoperations::recorded(), ElementsAre("sync " + hidden, "rename " + hidden + " x"));
+}
+
+TEST_F(AtomicFileTest, AWriteOfAPartGoesOn) {
+  FileDraft draft(directory_.get(), "x");
+  fileoperations::limitWrites({1, -EINTR, 2});
+  draft.append(bytes("parts"));
+  draft.replace("x");
+  EXPECT_EQ(content("x"), "parts");
+}
+
+TEST_F(AtomicFileTest, ANameThatCannotBeGivenIsAnErrorWithItsCause) {
+  std::filesystem::create_directories(path_ / "taken/in it");
+  FileDraft draft(directory_.get(), "x");
+  const auto refusal = [](const auto& give) -> std::pair<std::string, std::error_code> {
+    try {
+      give();
+    } catch (const std::system_error& error) {
+      return {error.what(), error.code()};
+    }
+    return {};
+  };
+  EXPECT_EQ(refusal([&] { draft.replace("taken"); }),
+            std::pair(std::string("taken: cannot be written: Is a directory"),
+                      std::make_error_code(std::errc::is_a_directory)));
+  EXPECT_EQ(refusal([&] { static_cast<void>(draft.take("none/y")); }),
+            std::pair(std::string("none/y: cannot be written: No such file or directory"),
+                      std::make_error_code(std::errc::no_such_file_or_directory)));
+}
+
+TEST_F(AtomicFileTest, ADirectoryThatIsNoneIsAnErrorWithItsCause) {
+  try {
+    const FileDraft draft(-1, "x");
+    ADD_FAILURE() << "it was made";
+  } catch (const std::system_error& error) {
+    EXPECT_STREQ(error.what(), "x: cannot be written: Bad file descriptor");
+  }
+}
+
+TEST_F(AtomicFileTest, AProgramThatIsStartedInheritsNothing) {
+  const auto inherited = [] {
+    std::vector<int> descriptors;
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+      const int descriptor = std::stoi(entry.path().filename());
+      const int flags = ::fcntl(descriptor, F_GETFD);
+      if (flags >= 0 && (flags & FD_CLOEXEC) == 0) descriptors.push_back(descriptor);
+    }
+    std::sort(descriptors.begin(), descriptors.end());
+    return descriptors;
+  };
+  const auto before = inherited();
+  const FileDraft draft(directory_.get(), "x");
+  EXPECT_EQ(inherited(), before);
+}
+
+TEST_F(AtomicFileTest, AHeldFileIsHeldUntilItIsClosed) {
+  const auto reading = [this] {
+    return platform::FileDescriptor(::open((path_ / "x").c_str(), O_RDONLY | O_CLOEXEC));
+  };
+  router::writeFileAtomically(directory_.get(), "x", bytes("free"));
+  EXPECT_FALSE(router::isHeld(reading().get()));
+  {
+    const auto held = router::writeHeldFile(directory_.get(), "x", bytes("held"));
+    EXPECT_EQ(content("x"), "held");
+    EXPECT_TRUE(router::isHeld(reading().get()));
+  }
+  EXPECT_FALSE(router::isHeld(reading().get()));
+  EXPECT_FALSE(router::isHeld(-1));
+}
+
+TEST_F(AtomicFileTest, OnlyTheDeadLeaveSomethingToRemove) {
+  // No process has a number below 2, and what has no number is nobody's.
+  for (const char* name : {".x.-2147483647.0", ".x.0.0", ".x.", ".x.a.0", ".x.1", ".x.2147483647",
+                           ".y.2147483647.0", "x.2147483647.0"})
+    std::ofstream(path_ / name) << "half";
+  const std::size_t before = names().size();
+  router::removeAbandonedWrites(directory_.get(), "x");
+  EXPECT_EQ(names().size(), before);
+  std::ofstream(path_ / ".x.2147483647.0") << "half";  // more than any process has
+  router::removeAbandonedWrites(directory_.get(), "x");
+  EXPECT_EQ(names().size(), before);
 }
 
 }  // namespace

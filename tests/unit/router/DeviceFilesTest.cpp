@@ -1,13 +1,17 @@
 #include "router/DeviceFiles.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <fstream>
 
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/unit/jobd/FileOperations.h"
 
 namespace {
 
@@ -128,6 +132,141 @@ TEST_F(DeviceFilesTest, OnlyRegularFilesAreOpened) {
   fs::create_directory(directory_ / "folder.plist");
   for (const char* name : {"pipe", "folder", "none"})
     EXPECT_THROW(static_cast<void>(files().openConfiguration(name)), FileError) << name;
+}
+
+/// What an action is refused with.
+template <class Action>
+std::pair<std::string, std::error_code> refusalOf(const Action& action) {
+  try {
+    action();
+  } catch (const FileError& error) {
+    return {error.what(), error.code()};
+  }
+  return {"not refused", {}};
+}
+
+std::pair<std::string, std::error_code> refusal(const std::string& what, std::errc error) {
+  return {what, std::make_error_code(error)};
+}
+
+TEST_F(DeviceFilesTest, NamesAreSortedAsTheyAreWithoutTheirSuffix) {
+  for (const char* name : {"a.plist", "a-b.plist", "a.b.plist"}) write(name, "");
+  EXPECT_THAT(files().configurations(3, &problems_), ElementsAre("a", "a-b", "a.b"));
+}
+
+TEST_F(DeviceFilesTest, AStampIsWhatTheSystemSays) {
+  write("x.plist", "four");
+  const std::string path = directory_ / "x.plist";
+  const std::array<timespec, 2> times{timespec{1, 0}, timespec{5, 7}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times.data(), 0), 0);
+  struct stat status {};
+  ASSERT_EQ(::stat(path.c_str(), &status), 0);
+  const auto stamp = files().configurationStamp("x");
+  ASSERT_TRUE(stamp.has_value());
+  EXPECT_EQ(stamp->device, status.st_dev);
+  EXPECT_EQ(stamp->inode, status.st_ino);
+  EXPECT_EQ(stamp->size, 4);
+  EXPECT_EQ(stamp->modified, 5'000'000'007);
+  EXPECT_EQ(stamp->changed,
+            status.st_ctim.tv_sec * std::int64_t{1'000'000'000} + status.st_ctim.tv_nsec);
+}
+
+TEST_F(DeviceFilesTest, AStampIsThatOfALinkItself) {
+  write("real", "x");
+  fs::create_symlink("real", directory_ / "link.plist");
+  struct stat link {};
+  ASSERT_EQ(::lstat((directory_ / "link.plist").c_str(), &link), 0);
+  EXPECT_EQ(files().configurationStamp("link")->inode, link.st_ino);
+}
+
+TEST_F(DeviceFilesTest, AnOpenFileKnowsItsMode) {
+  write("x.plist", "");
+  ASSERT_EQ(::chmod((directory_ / "x.plist").c_str(), 0640), 0);
+  EXPECT_EQ(files().openConfiguration("x").mode, S_IFREG | 0640U);
+  EXPECT_EQ(router::openFile(directory_ / "x.plist").mode, S_IFREG | 0640U);
+}
+
+TEST_F(DeviceFilesTest, WhatCannotBeOpenedSaysWhy) {
+  const auto open = [this](const char* name) {
+    return refusalOf([&] { static_cast<void>(files().openConfiguration(name)); });
+  };
+  const auto missing =
+      refusal("cannot be read: No such file or directory", std::errc::no_such_file_or_directory);
+  EXPECT_EQ(open("none"), missing);
+  fs::create_directory(directory_ / "folder.plist");
+  EXPECT_EQ(open("folder").first, "is no regular file");
+  fs::create_symlink("none", directory_ / "link.plist");
+  EXPECT_EQ(open("link").first, "is a symbolic link, which is not followed");
+  EXPECT_EQ(refusalOf([&] { static_cast<void>(files().openRecording("none.hid")); }), missing);
+  EXPECT_EQ(refusalOf([&] { static_cast<void>(router::openFile(directory_ / "none")); }), missing);
+  fs::remove_all(directory_);
+  EXPECT_EQ(open("none"), missing);
+}
+
+TEST_F(DeviceFilesTest, WhatCannotBeRemovedSaysWhy) {
+  fs::create_directories(directory_ / "recordings/r.hid");
+  fs::create_directory(directory_ / "x.plist");
+  const auto expected = refusal("cannot be removed: Is a directory", std::errc::is_a_directory);
+  EXPECT_EQ(refusalOf([&] { static_cast<void>(files().removeConfiguration("x")); }), expected);
+  EXPECT_EQ(refusalOf([&] { static_cast<void>(files().removeRecording("r.hid")); }), expected);
+}
+
+TEST_F(DeviceFilesTest, WhereThereIsNoDirectoryThereIsNothing) {
+  fs::remove_all(root_ / "etc");
+  EXPECT_THAT(files().configurations(10, &problems_), IsEmpty());
+  EXPECT_THAT(problems_, IsEmpty());
+  EXPECT_EQ(files().configurationStamp("x"), std::nullopt);
+  EXPECT_EQ(files().recordingStamp("x.hid"), std::nullopt);
+  EXPECT_FALSE(files().removeConfiguration("x"));
+  EXPECT_FALSE(files().removeRecording("x.hid"));
+  EXPECT_FALSE(fs::exists(root_ / "etc")) << "asking made it";
+  files().writeConfiguration("x", bytes("made"));
+  EXPECT_EQ(content("x"), "made");
+}
+
+TEST_F(DeviceFilesTest, PathsForPeople) {
+  EXPECT_EQ(files().configurationPath("x"), (directory_ / "x.plist").string());
+  EXPECT_EQ(files().recordingPath(), (directory_ / "recordings").string());
+  EXPECT_EQ(files().recordingPath("r.hid"), (directory_ / "recordings/r.hid").string());
+}
+
+TEST_F(DeviceFilesTest, AFileIsReadWhateverEarlierCallsFailedWith) {
+  write("x.plist", std::string(30, 'x'));
+  const router::OpenFile file = files().openConfiguration("x");
+  std::array<char, 64> buffer{};
+  fileoperations::limitReads({-EINTR, 1, -EINTR, 10});
+  EXPECT_EQ(router::readFile(file.descriptor.get(), buffer), 30U);
+  ASSERT_EQ(::lseek(file.descriptor.get(), 0, SEEK_SET), 0);
+  errno = EINTR;
+  EXPECT_EQ(router::readFile(file.descriptor.get(), buffer), 30U);
+  EXPECT_EQ(router::readFile(file.descriptor.get(), std::span(buffer).first(0)), 0U);
+}
+
+TEST_F(DeviceFilesTest, WhatCannotBeReadSaysWhy) {
+  const platform::FileDescriptor directory(
+      ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  std::array<char, 8> buffer{};
+  EXPECT_EQ(refusalOf([&] { static_cast<void>(router::readFile(directory.get(), buffer)); }),
+            refusal("cannot be read: Is a directory", std::errc::is_a_directory));
+}
+
+TEST_F(DeviceFilesTest, FilesAreComparedToTheirEndWhateverTheirLength) {
+  const std::string text(131'072, 'x');
+  write("whole", text);
+  write("same", text);
+  write("longer", text + "x");
+  write("empty", "");
+  const auto open = [this](const char* name) { return router::openFile(directory_ / name); };
+  const router::OpenFile whole = open("whole");
+  const router::OpenFile same = open("same");
+  for (int i = 0; i < 2; ++i)
+    EXPECT_TRUE(router::haveSameContent(whole.descriptor.get(), same.descriptor.get()));
+  for (const char* name : {"longer", "empty"}) {
+    EXPECT_FALSE(router::haveSameContent(whole.descriptor.get(), open(name).descriptor.get()));
+    EXPECT_FALSE(router::haveSameContent(open(name).descriptor.get(), whole.descriptor.get()));
+  }
+  EXPECT_TRUE(
+      router::haveSameContent(open("empty").descriptor.get(), open("empty").descriptor.get()));
 }
 
 }  // namespace

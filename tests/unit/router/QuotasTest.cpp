@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include "router/Backlog.h"
 
@@ -198,6 +199,131 @@ TEST(Backlog, ManyThatAreWaitedForStayWithinTheirUsersBound) {
   EXPECT_LE(together, 100U + 5U);
   for (const auto& share : shares) static_cast<void>(share->waitLimit(0));
   EXPECT_EQ(shares[0]->waitLimit(0), 25U) << "there is room again";
+}
+
+TEST(TokenBucket, IsFullAsANewOneIs) {
+  TokenBucket bucket(Rate{2, 2});
+  EXPECT_TRUE(bucket.isFull(kStart));
+  EXPECT_TRUE(bucket.take(kStart));
+  EXPECT_FALSE(bucket.isFull(kStart));
+  EXPECT_FALSE(bucket.isFull(kStart + milliseconds(499)));
+  EXPECT_TRUE(bucket.isFull(kStart + milliseconds(500)));
+  EXPECT_FALSE(bucket.isFull(kStart)) << "the question changes nothing";
+}
+
+TEST(TokenBucket, TimeThatGoesBackIsNotCountedTwice) {
+  TokenBucket bucket(Rate{1, 1});
+  EXPECT_TRUE(bucket.take(kStart + seconds(10)));
+  EXPECT_FALSE(bucket.take(kStart));
+  EXPECT_FALSE(bucket.take(kStart + seconds(10)));
+  EXPECT_TRUE(bucket.take(kStart + seconds(11)));
+}
+
+TEST(TokenBucket, APlaceThatIsGivenBackIsOne) {
+  TokenBucket bucket(Rate{1, 1});
+  EXPECT_TRUE(bucket.take(kStart));
+  bucket.giveBack();
+  EXPECT_TRUE(bucket.take(kStart));
+  EXPECT_FALSE(bucket.take(kStart));
+}
+
+TEST(TurnQuota, WhatAUserHasTakenIsRememberedWhoeverAsksInBetween) {
+  TurnQuota quota(turns({1, 1}, {100, 1}));
+  EXPECT_TRUE(quota.reserve(1, kStart));
+  EXPECT_TRUE(quota.reserve(2, kStart));
+  EXPECT_FALSE(quota.reserve(1, kStart));
+  EXPECT_FALSE(quota.reserve(2, kStart));
+}
+
+TEST(TurnQuota, WhatIsRefusedForTheSakeOfAllIsGivenBack) {
+  TurnQuota quota(turns({1, 0.001}, {1, 1}));
+  EXPECT_TRUE(quota.reserve(1, kStart));
+  EXPECT_FALSE(quota.reserve(2, kStart));
+  EXPECT_TRUE(quota.reserve(2, kStart + seconds(1)));
+}
+
+TEST(TurnQuota, TheLongerOfBothWaitsCounts) {
+  RouterLimits limits = turns({1, 10}, {2, 1});
+  limits.startPatience = seconds(1);
+  TurnQuota quota(limits);
+  EXPECT_EQ(quota.reserve(1, kStart), milliseconds(0));
+  EXPECT_EQ(quota.reserve(1, kStart), milliseconds(100)) << "the user's own";
+  EXPECT_EQ(quota.reserve(2, kStart), seconds(1)) << "that of all";
+  EXPECT_EQ(quota.reserve(2, kStart), std::nullopt) << "longer than anybody waits";
+}
+
+TEST(LineQuota, WhatAUserHasWrittenIsRememberedWhoeverWritesInBetween) {
+  RouterLimits limits;
+  limits.logLinesOfUser = {1, 1};
+  LineQuota quota(limits);
+  std::uint64_t leftOut = 0;
+  EXPECT_TRUE(quota.admits(1, kStart, &leftOut));
+  EXPECT_TRUE(quota.admits(2, kStart, &leftOut));
+  EXPECT_FALSE(quota.admits(1, kStart, &leftOut));
+  // Its bucket is full again, but what it lost is not told yet.
+  EXPECT_TRUE(quota.admits(2, kStart + seconds(5), &leftOut));
+  EXPECT_TRUE(quota.admits(1, kStart + seconds(5), &leftOut));
+  EXPECT_EQ(leftOut, 1U);
+}
+
+std::size_t memoryInUse() {
+  const auto info = ::mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+/// What as many users as a machine may have leave in memory, each of whom comes once.
+template <class Visit>
+std::size_t leftByUsers(const Visit& visit) {
+  const std::size_t before = memoryInUse();
+  for (uid_t user = 0; user < 20'000; ++user) visit(user, kStart + seconds(user));
+  const std::size_t after = memoryInUse();
+  return after > before ? after - before : 0;
+}
+
+TEST(Quotas, UsersThatDoNotComeAnyMoreTakeNoMemory) {
+  constexpr std::size_t kSmall = 100'000;
+  TurnQuota quota(turns({2, 10}, {100, 100}));
+  EXPECT_LT(leftByUsers([&](uid_t user, auto now) { EXPECT_TRUE(quota.reserve(user, now)); }),
+            kSmall);
+  RouterLimits limits;
+  limits.logLinesOfUser = {2, 10};
+  LineQuota lines(limits);
+  std::uint64_t leftOut = 0;
+  EXPECT_LT(
+      leftByUsers([&](uid_t user, auto now) { EXPECT_TRUE(lines.admits(user, now, &leftOut)); }),
+      kSmall);
+  const auto backlog = std::make_shared<Backlog>(backlogs(40, 1000, 1000));
+  EXPECT_LT(leftByUsers([&](uid_t user, auto) { EXPECT_TRUE(backlog->share(user)->admits(1)); }),
+            kSmall);
+}
+
+TEST(Backlog, HalfOfABoundIsForWhoeverNeedsIt) {
+  const auto backlog = std::make_shared<Backlog>(backlogs(40, 100, 1000));
+  const auto a = backlog->share(1);
+  const auto b = backlog->share(1);
+  EXPECT_TRUE(b->admits(10));
+  EXPECT_TRUE(a->admits(40)) << "exactly half";
+  EXPECT_FALSE(b->admits(11));
+  EXPECT_TRUE(b->admits(10)) << "its part of the other half";
+  // The same for all users together: half is 100, and a part is 10.
+  const auto all = std::make_shared<Backlog>(backlogs(90, 1000, 200));
+  const auto one = all->share(1);
+  const auto other = all->share(2);
+  EXPECT_TRUE(other->admits(10));
+  EXPECT_TRUE(one->admits(90)) << "exactly half";
+  EXPECT_FALSE(other->admits(11));
+  EXPECT_TRUE(other->admits(10));
+}
+
+TEST(Backlog, OneOfAUsersClientsThatLeavesTakesNothingElseAlong) {
+  const auto backlog = std::make_shared<Backlog>(backlogs(40, 50, 1000));
+  auto leaving = backlog->share(1);
+  const auto slow = backlog->share(1);
+  const auto other = backlog->share(1);
+  EXPECT_TRUE(slow->admits(20));
+  leaving.reset();
+  EXPECT_TRUE(other->admits(5));
+  EXPECT_FALSE(other->admits(6)) << "what the slow one has counts";
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "HexBytes.h"
+#include "platform/foundation/Format.h"
 #include "router/RouterLimits.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/WholeRecording.h"
@@ -202,7 +203,8 @@ TEST(Recording, TooMuchTextIsRefusedAlsoWhereItsLengthWasNotKnown) {
   std::size_t given = 0;
   router::RecordingReader reader(
       [&](std::span<char> buffer) {
-        std::fill(buffer.begin(), buffer.end(), '\n');
+        std::fill(buffer.begin(), buffer.end(), '#');
+        buffer.front() = '\n';
         given += buffer.size();
         return buffer.size();
       },
@@ -253,6 +255,172 @@ TEST_F(RecordingFile, AHugeFileIsRefusedUnread) {
     FAIL();
   } catch (const RecordingError& error) {
     EXPECT_THAT(error.what(), testing::HasSubstr("larger than 67108864 bytes"));
+  }
+}
+
+TEST(Recording, AByteHasOneOrTwoHexadecimalDigits) {
+  std::string line = "R: 512";
+  std::vector<std::uint8_t> expected;
+  for (unsigned byte = 0; byte < 256; ++byte) {
+    const std::string digits = platform::stringWithFormat("%x", byte);
+    const std::string capitals = platform::stringWithFormat("%02X", byte);
+    line += "\t" + digits + "  " + capitals;
+    expected.insert(expected.end(), 2, static_cast<std::uint8_t>(byte));
+  }
+  EXPECT_EQ(parseRecording(line, "a.hid").header.reportDescriptor, expected);
+  EXPECT_EQ(parseRecording("R: 2 c0 5\nE: 0 2 a b", "a.hid").reports[0], bytes("0a 0b"));
+}
+
+TEST(Recording, WhatIsNoByteIsShown) {
+  for (const std::string word : {"/", ":", "@", "G", "`", "g", "0g", "g0", "000", "0x"}) {
+    expectError("R: 1 " + word + "\n", "a.hid:1: '" + word + "' is no byte");
+    expectError("R: 2 c0 " + word + " c0\n", "a.hid:1: '" + word + "' is no byte");
+  }
+  const std::string sixteen(16, 'x');
+  expectError("R: 1 " + sixteen, "a.hid:1: '" + sixteen + "' is no byte");
+  expectError("R: 1 x" + sixteen, "a.hid:1: '" + std::string(15, 'x') + "…' is no byte");
+}
+
+TEST(Recording, ALineBeginsWithACapitalAndAColon) {
+  for (const std::string kind : {"A", "Z", "S"})
+    EXPECT_EQ(parseRecording(kind + ":\nR: 1 c0\n", "a.hid").reports.size(), 0U) << kind;
+  for (const std::string line : {"@:", "[:", "a:", "R", "R;", "RR:"})
+    expectError("\n#\n" + line, "a.hid:3: is no line of a recording; " + std::string(kFormat));
+}
+
+TEST(Recording, BlanksAroundALineDoNotMatter) {
+  const WholeRecording r =
+      parseRecording(" \t\n\t R:\t1  c0 \t\r\n\r\n  # x\n N: \t a b\t \n", "a.hid");
+  EXPECT_EQ(r.header.reportDescriptor, bytes("c0"));
+  EXPECT_EQ(r.header.name, "a b");
+}
+
+TEST(Recording, TimesAreSecondsAndUpToSixDecimals) {
+  const std::pair<const char*, std::int64_t> times[] = {{"000012.000345", 12'000'345},
+                                                        {"0", 0},
+                                                        {"7", 7'000'000},
+                                                        {"19.9", 19'900'000},
+                                                        {"1.000001", 1'000'001},
+                                                        {"1.00099", 1'000'990},
+                                                        {"10000000000.0", 10'000'000'000'000'000}};
+  for (const auto& [text, microseconds] : times) {
+    const auto r = parseRecording("R: 1 c0\nE: " + std::string(text) + " 0\n", "a.hid");
+    EXPECT_EQ(r.times[0].count(), microseconds) << text;
+  }
+  for (const char* wrong : {"10000000001.0", ".5", "1.x", "1.5.5", "0x1", "1.-5", ""})
+    expectError("R: 1 c0\nE: " + std::string(wrong) + "\n",
+                "a.hid:2: the time is no number of seconds");
+}
+
+TEST(Recording, NumbersMayBeAsLargeAsTheirThirtyTwoBits) {
+  const WholeRecording r = parseRecording(
+      "D: 4294967295\nR: 1 c0\nI: ffffffff FFFFFFFF ffffffff\nE: 0 0\n", "a.hid", 4294967295);
+  EXPECT_EQ(r.header.bus, 0xffffffffU);
+  EXPECT_EQ(r.header.vendor, 0xffffffffU);
+  EXPECT_EQ(r.header.product, 0xffffffffU);
+  EXPECT_EQ(r.reports.size(), 1U);
+  EXPECT_EQ(parseRecording("D: 19\nR: 1 c0\nE: 0 0\n", "a.hid", 19).reports.size(), 1U);
+}
+
+TEST(Recording, ARecordingOfOtherDevicesIsRefusedByTheNumberThatWasAskedFor) {
+  try {
+    parseRecording("R: 1 c0\n", "a.hid", 12);
+    FAIL() << "it was read";
+  } catch (const RecordingError& error) {
+    EXPECT_STREQ(error.what(), "a.hid: has no report descriptor of device 12");
+  }
+}
+
+TEST(Recording, ReportsAreGivenOnlyBehindADescriptor) {
+  const std::string text = "N: x\n";
+  router::RecordingReader reader = test::readerOf(text, "a.hid");
+  router::RecordedReport report;
+  EXPECT_THROW(reader.next(&report), RecordingError);
+}
+
+TEST(Recording, TheEndStaysTheEnd) {
+  const std::string text = "R: 1 c0\nE: 0 1 05\n";
+  router::RecordingReader reader = test::readerOf(text, "a.hid");
+  router::RecordedReport report;
+  EXPECT_TRUE(reader.next(&report));
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(reader.next(&report));
+}
+
+TEST(Recording, ALineMayBeAsLongAsItsBound) {
+  const std::string longest(router::RouterLimits::kRecordingLineBytes - 1, 'x');
+  const std::string text = "\n\n#" + longest + "\nR: 1 c0\n#" + longest;
+  EXPECT_EQ(parseRecording(text, "a.hid").header.reportDescriptor, bytes("c0"));
+  expectError("R: 1 c0\n\n#" + longest + "x", "a.hid:3: the line is longer than 262144 bytes");
+  expectError("\n\n\n#" + longest + "x\n", "a.hid:4: the line is longer than 262144 bytes");
+}
+
+/// A source of `size` bytes, which are a descriptor and comments.
+router::RecordingReader readerOfSize(std::size_t size) {
+  return {[left = size, isFirst = true](std::span<char> buffer) mutable {
+            const std::size_t count = std::min(left, buffer.size());
+            std::fill_n(buffer.begin(), count, 'x');
+            if (std::exchange(isFirst, false)) {
+              constexpr std::string_view kDescriptor = "R: 1 c0\n";
+              std::copy(kDescriptor.begin(), kDescriptor.end(), buffer.begin());
+              buffer[kDescriptor.size()] = '#';
+            } else if (count >= 2) {
+              buffer[0] = '\n';
+              buffer[1] = '#';
+            }
+            left -= count;
+            return count;
+          },
+          "large"};
+}
+
+TEST(Recording, MayBeAsLargeAsItsBound) {
+  router::RecordedReport report;
+  router::RecordingReader largest = readerOfSize(router::RouterLimits::kRecordingBytes);
+  EXPECT_FALSE(largest.next(&report));
+  router::RecordingReader larger = readerOfSize(router::RouterLimits::kRecordingBytes + 1);
+  try {
+    larger.next(&report);
+    FAIL() << "it was read";
+  } catch (const RecordingError& error) {
+    EXPECT_STREQ(error.what(), "large: is larger than 67108864 bytes");
+  }
+}
+
+TEST(Recording, ASourceThatFailsIsAnErrorWithItsCode) {
+  router::RecordingReader reader(
+      [](std::span<char>) -> std::size_t {
+        throw router::FileError("cannot be read: why", std::make_error_code(std::errc::io_error));
+      },
+      "a.hid");
+  try {
+    static_cast<void>(reader.header());
+    FAIL() << "it was read";
+  } catch (const RecordingError& error) {
+    EXPECT_STREQ(error.what(), "a.hid: cannot be read: why");
+    EXPECT_EQ(error.code(), std::errc::io_error);
+  }
+}
+
+TEST_F(RecordingFile, EveryReaderBeginsAtTheBeginningAndCopiesWhatItTakes) {
+  const std::string text = "R: 1 c0\nE: 0 1 05\n";
+  const router::RecordingFile file = router::RecordingFile::at(write(text), 0);
+  for (int i = 0; i < 2; ++i) {
+    std::string copied;
+    router::RecordingReader reader =
+        file.read([&](std::span<const char> part) { copied.append(part.data(), part.size()); });
+    EXPECT_EQ(router::readSummary(reader).reports, 1U);
+    EXPECT_EQ(copied, text);
+  }
+}
+
+TEST_F(RecordingFile, OfTheLargestSizeIsRead) {
+  const auto path = write("");
+  std::filesystem::resize_file(path, router::RouterLimits::kRecordingBytes);
+  try {
+    readRecording(path);
+    FAIL() << "zeros are no recording";
+  } catch (const RecordingError& error) {
+    EXPECT_EQ(error.what(), path.string() + ":1: the line is longer than 262144 bytes");
   }
 }
 

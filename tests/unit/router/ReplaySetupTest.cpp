@@ -221,4 +221,144 @@ TEST_F(ReplaySetupTest, TheNameOfAFileMayBeOfAnyLengthAndKind) {
   EXPECT_TRUE(fs::exists(directory_ / "etc/hideventrouter" / (std::string(100, 'x') + ".plist")));
 }
 
+TEST_F(ReplaySetupTest, ANameIsMadeOfWhatANameMayHold) {
+  const std::pair<const char*, const char*> names[] = {{"azAZ09-_.b.hid", "azAZ09-_.b"},
+                                                       {"a`b{c@d[e:f.hid", "a_b_c_d_e_f"},
+                                                       {"a  (1).hid", "a_1_"},
+                                                       {".a.hid", "_a"},
+                                                       {"..a.hid", "_.a"},
+                                                       {"_ _.hid", "__"}};
+  for (const auto& [file, name] : names) {
+    add(write(file, kRecording));
+    ASSERT_EQ(list().size(), 1U) << file;
+    EXPECT_TRUE(router::removeReplayDevice(root(), name)) << file;
+  }
+}
+
+TEST_F(ReplaySetupTest, OnlyANumberMakesANameOneOfTheSame) {
+  // The same settings and content under names that were not made of this recording's.
+  for (const char* name : {"mous", "mouse-", "mouse-x", "mouse-2x", "mouse2", "mouse.2", "other"}) {
+    writeCopy(std::string(name) + ".hid", kRecording);
+    configureReplay(name, std::string(name) + ".hid");
+  }
+  const std::size_t before = list().size();
+  const auto id = add(recording_);
+  EXPECT_EQ(list().size(), before + 1);
+  EXPECT_EQ(add(recording_), id);
+  EXPECT_TRUE(router::removeReplayDevice(root(), "mouse"));
+  writeCopy("mouse-29.hid", kRecording);
+  configureReplay("mouse-29", "mouse-29.hid");
+  add(recording_);
+  EXPECT_EQ(list().size(), before + 1) << "the one with a number plays it already";
+}
+
+TEST_F(ReplaySetupTest, ADeviceWithOtherSettingsIsAnother) {
+  std::vector<ReplayDevice> devices(5);
+  devices[1].speed = {2, false};
+  devices[2].speed.maximum = true;
+  devices[3].repeat = true;
+  devices[4].name = "Left";
+  std::set<std::uint64_t> ids;
+  for (int i = 0; i < 2; ++i) {
+    for (ReplayDevice& device : devices) {
+      device.recording = recording_;
+      ids.insert(router::addReplayDevice(root(), device));
+    }
+  }
+  EXPECT_EQ(ids.size(), devices.size());
+  EXPECT_EQ(list().size(), devices.size());
+}
+
+TEST_F(ReplaySetupTest, ALongNameIsTheSameNameWhenItIsAddedAgain) {
+  ReplayDevice device;
+  device.recording = recording_;
+  device.name = std::string(200, 'n') + "\n";
+  const auto id = router::addReplayDevice(root(), device);
+  EXPECT_EQ(router::addReplayDevice(root(), device), id);
+  ASSERT_EQ(list().size(), 1U);
+  EXPECT_EQ(list()[0].name, std::string(127, 'n') + "…");
+}
+
+TEST_F(ReplaySetupTest, AConfigurationMayHaveTheLongestName) {
+  const std::string longest(200, 'c');
+  add(recording_, longest);
+  EXPECT_THAT(copies(), ElementsAre(std::string(100, 'c') + ".hid"));
+  EXPECT_EQ(list().size(), 1U);
+  EXPECT_EQ(refusalOf(recording_, longest + "c"),
+            "'" + longest + "c' is no name for a device's configuration");
+}
+
+TEST_F(ReplaySetupTest, AConfigurationThatLostItsCopyKeepsItsName) {
+  add(recording_);
+  fs::remove(recordings() / "mouse.hid");
+  add(recording_);
+  EXPECT_THAT(copies(), ElementsAre("mouse-2.hid")) << "it was not played by the old one";
+  const auto configured = router::configuredReplayDevices(root());
+  ASSERT_EQ(configured.size(), 2U);
+  EXPECT_EQ(configured[0].configuration, "mouse");
+  EXPECT_FALSE(configured[0].problem.empty());
+  EXPECT_EQ(configured[1].configuration, "mouse-2");
+  // Where it is named it is whole again.
+  add(recording_, "mouse");
+  EXPECT_THAT(copies(), ElementsAre("mouse-2.hid", "mouse.hid"));
+  EXPECT_EQ(list().size(), 2U);
+}
+
+TEST_F(ReplaySetupTest, AnUnreadableConfigurationOfThatNameIsReplaced) {
+  write("etc/hideventrouter/a.plist", "nonsense");
+  add(recording_, "a");
+  EXPECT_EQ(list().size(), 1U);
+  EXPECT_THAT(problems_, IsEmpty());
+}
+
+TEST_F(ReplaySetupTest, WhyARecordingCannotBePlayedIsSaid) {
+  const fs::path broken = write("broken.hid", "R: 1 c0\nE: 0.0 1 01\n");
+  EXPECT_EQ(
+      refusalOf(broken),
+      broken.string() + ": report descriptor, offset 0: a collection ends that was not begun");
+  const fs::path two = write("two.hid", "R: 2 05 01\nE: 0.0 2 01\n");
+  EXPECT_EQ(refusalOf(two), two.string() + ":2: 2 bytes are announced, 1 are there");
+  EXPECT_EQ(refusalOf(recording_, "../escape"),
+            "'../escape' is no name for a device's configuration");
+  try {
+    add(directory_ / "none.hid");
+    ADD_FAILURE() << "it was added";
+  } catch (const DeviceError& error) {
+    EXPECT_EQ(error.code(), std::errc::no_such_file_or_directory);
+  }
+}
+
+TEST_F(ReplaySetupTest, WhatCannotBeRemovedIsNamed) {
+  const fs::path configuration = directory_ / "etc/hideventrouter/x.plist";
+  fs::create_directories(configuration);
+  const auto refusal = [this](const char* name) -> std::pair<std::string, std::error_code> {
+    try {
+      router::removeReplayDevice(root(), name);
+    } catch (const DeviceError& error) {
+      return {error.what(), error.code()};
+    }
+    return {"removed", {}};
+  };
+  const auto isDirectory = std::make_error_code(std::errc::is_a_directory);
+  EXPECT_EQ(refusal("x"),
+            std::pair(configuration.string() + ": cannot be removed: Is a directory", isDirectory));
+  fs::create_directories(recordings() / "r.hid");
+  configureReplay("y", "r.hid");
+  EXPECT_EQ(refusal("y"),
+            std::pair((recordings() / "r.hid").string() + ": cannot be removed: Is a directory",
+                      isDirectory));
+  EXPECT_FALSE(fs::exists(directory_ / "etc/hideventrouter/y.plist"));
+}
+
+TEST_F(ReplaySetupTest, ADeviceBeyondTheLastThatIsListedIsSaidToBe) {
+  for (int i = 0; i < 1024; ++i) write("etc/hideventrouter/c" + std::to_string(i) + ".plist", "");
+  EXPECT_EQ(refusalOf(recording_, "z"), "z.plist: was written, but cannot be read back");
+}
+
+TEST_F(ReplaySetupTest, ListingMayPassOverProblems) {
+  add(recording_);
+  write("etc/hideventrouter/broken.plist", "nonsense");
+  EXPECT_EQ(router::listDevices(root(), nullptr).size(), 1U);
+}
+
 }  // namespace

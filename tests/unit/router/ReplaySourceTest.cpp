@@ -7,7 +7,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <sstream>
 #include <thread>
 
 #include "ReplayFixture.h"
@@ -15,7 +14,6 @@
 #include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSString.h"
 #include "router/Replay.h"
-#include "tests/support/WholeRecording.h"
 
 namespace {
 
@@ -27,9 +25,6 @@ using router::DeviceDescription;
 using router::DeviceError;
 using router::OpenDevice;
 using router::ReplayDevice;
-using router::ReplaySchedule;
-using router::ReplaySpeed;
-using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -402,63 +397,135 @@ TEST_F(ReplaySourceTest, ARecordingThatVanishedIsAnErrorWithItsCode) {
   }
 }
 
-/// When each report is due, and at the end how long a pass takes.
-std::vector<std::chrono::nanoseconds> schedule(const std::string& times, double speed) {
-  std::string text = "R: 2 05 01\n";
-  std::istringstream words(times);
-  for (std::string time; words >> time;) text += "E: " + time + " 1 00\n";
-  router::RecordingReader reader = test::readerOf(text, "a.hid");
-  ReplaySchedule schedule(router::readSummary(reader).hasTimes, speed);
-  std::vector<std::chrono::nanoseconds> due;
-  for (const auto time : test::parseRecording(text, "a.hid").times)
-    due.push_back(schedule.due(time));
-  due.push_back(schedule.beginAgain());
-  EXPECT_EQ(schedule.due(std::chrono::hours(1)).count(), 0) << "the next pass begins anew";
-  return due;
-}
-
-TEST(ReplaySchedule, FollowsTheRecordingsClockFromItsFirstReport) {
-  EXPECT_THAT(
-      schedule("100.5 100.51 102.0", 1),
-      ElementsAre(microseconds(0), milliseconds(10), milliseconds(1500), milliseconds(1508)));
-}
-
-TEST(ReplaySchedule, IsScaled) {
-  EXPECT_EQ(schedule("0.0 1.0", 4)[1], milliseconds(250));
-  EXPECT_EQ(schedule("0.0 1.0", 0.5)[1], milliseconds(2000));
-}
-
-TEST(ReplaySchedule, WhereTheClockSaysNothingTheUsualIntervalPasses) {
-  EXPECT_THAT(schedule("0 0 0", 1),
-              ElementsAre(milliseconds(0), milliseconds(8), milliseconds(16), milliseconds(24)));
-  const auto restarts = schedule("5.0 5.1 0.0 0.1", 1);
-  EXPECT_EQ(restarts[2], milliseconds(108));
-  EXPECT_EQ(restarts[3], milliseconds(208));
-  // Two reports of one moment in a recording that has times are of one moment.
-  EXPECT_EQ(schedule("5.0 5.0 5.1", 1)[1], microseconds(0));
-}
-
-TEST(ReplaySchedule, ImpossibleTimesDoNotOverflow) {
-  std::string times;
-  for (int i = 0; i < 1000; ++i) times += "0.0 10000000000.0 ";
-  const auto s = schedule(times, 0.001);
-  EXPECT_GT(s[1999], std::chrono::hours(24 * 365 * 99));
-  EXPECT_GE(s[2000], s[1999]);
-}
-
-TEST(ReplaySpeed, IsMaxOrANumber) {
-  EXPECT_EQ(ReplaySpeed::parse("max"), (ReplaySpeed{1, true}));
-  EXPECT_EQ(ReplaySpeed::parse("1"), (ReplaySpeed{1, false}));
-  EXPECT_EQ(ReplaySpeed::parse("0.25"), (ReplaySpeed{0.25, false}));
-  EXPECT_EQ(ReplaySpeed::parse("1000"), (ReplaySpeed{1000, false}));
-  for (const char* wrong :
-       {"", "0", "-1", "1001", "0.0001", "fast", "1x", "nan", "inf", "1e2", " 1"}) {
-    EXPECT_EQ(ReplaySpeed::parse(wrong), std::nullopt) << wrong;
+TEST_F(ReplaySourceTest, OneThatIsUnusableIsReadAgainOnlyWhenItHasChanged) {
+  write("etc/hideventrouter/broken.plist", "<plist");
+  configureReplay("missing", "none.hid");
+  fs::create_directories(recordings() / "folder.hid");
+  configureReplay("folder", "folder.hid");
+  router::RouterLimits limits;
+  limits.settling = milliseconds(0);
+  const auto sources = router::deviceSources(root(), limits);
+  EXPECT_THAT(sources.front()->list(&problems_), IsEmpty());
+  const auto first = std::exchange(problems_, {});
+  EXPECT_EQ(first.size(), 3U);
+  const fs::path directory = root().deviceSources();
+  OpenCount broken(directory / "broken.plist");
+  OpenCount folder(directory / "folder.plist");
+  for (int i = 0; i < 10; ++i) {
+    problems_.clear();
+    EXPECT_THAT(sources.front()->list(&problems_), IsEmpty());
+    EXPECT_EQ(problems_, first);
   }
-  for (const double factor : {0.001, 0.1, 1.0, 2.5, 1000.0}) {
-    EXPECT_EQ(ReplaySpeed::parse(ReplaySpeed{factor, false}.text()), (ReplaySpeed{factor, false}));
+  EXPECT_EQ(broken.take(), 0U);
+  EXPECT_EQ(folder.take(), 0U);
+  // Whatever of it changes is noticed.
+  write("etc/hideventrouter/broken.plist", "nonsense");
+  configureReplay("missing", "other.hid");
+  fs::remove(recordings() / "folder.hid");
+  writeCopy("folder.hid", kRecording);
+  writeCopy("other.hid", kRecording);
+  problems_.clear();
+  EXPECT_EQ(sources.front()->list(&problems_).size(), 2U);
+  EXPECT_EQ(problems_.size(), 1U);
+  EXPECT_GE(broken.take(), 1U);
+}
+
+/// Bytes that this thread has read from files.
+std::size_t bytesRead() {
+  std::ifstream counts("/proc/thread-self/io");
+  std::string key;
+  std::size_t value = 0;
+  counts >> key >> value;
+  return key == "rchar:" ? value : 0;
+}
+
+class CheckedRecording : public ReplaySourceTest {
+ protected:
+  /// Reports of one moment, which at that speed would take an hour without their times.
+  std::uint64_t addOneMoment() {
+    std::string text = "R: 2 05 01\n";
+    for (int i = 0; i < kReports; ++i) text += "E: 5.0 1 01\n";
+    text += "E: 5.000001 1 02\n# " + std::string(kLength, 'x') + "\n";
+    ReplayDevice device;
+    device.recording = write("moment.hid", text);
+    device.speed.factor = 0.001;
+    return router::addReplayDevice(root(), device);
   }
-  EXPECT_EQ((ReplaySpeed{1, true}.text()), "max");
+  static std::size_t costOf(const router::DeviceSource& source, std::uint64_t id) {
+    const std::size_t before = bytesRead();
+    const auto opened = source.open(id);
+    const std::size_t cost = bytesRead() - before;
+    const router::StopSignal stop;
+    std::span<const std::uint8_t> report;
+    for (int i = 0; i < kReports; ++i)
+      EXPECT_EQ(opened->next(stop, &report), OpenDevice::Next::Report);
+    return cost;
+  }
+  static constexpr int kReports = 500;
+  static constexpr std::size_t kLength = 250'000;
+  router::RouterLimits limits_;
+};
+
+TEST_F(CheckedRecording, IsReadThroughOnceAndItsTimesAreKnownFromThenOn) {
+  const auto id = addOneMoment();
+  limits_.settling = milliseconds(0);
+  const auto sources = router::deviceSources(root(), limits_);
+  EXPECT_GT(costOf(*sources.front(), id), kLength);
+  for (int i = 0; i < 3; ++i) EXPECT_LT(costOf(*sources.front(), id), kLength);
+  // Also where the configuration was written anew and says the same.
+  const fs::path configuration = root().deviceSources() / "moment.plist";
+  write(configuration, contentOf(configuration));
+  EXPECT_LT(costOf(*sources.front(), id), kLength);
+  // Another recording is another matter.
+  const fs::path copy = recordings() / "moment.hid";
+  write(copy, contentOf(copy));
+  EXPECT_GT(costOf(*sources.front(), id), kLength);
+}
+
+TEST_F(CheckedRecording, IsCheckedAgainWhileItMayStillChangeUnnoticed) {
+  const auto id = addOneMoment();
+  limits_.settling = std::chrono::hours(1);
+  const auto sources = router::deviceSources(root(), limits_);
+  for (int i = 0; i < 2; ++i) EXPECT_GT(costOf(*sources.front(), id), kLength);
+}
+
+TEST_F(ReplaySourceTest, ABoundOnConfigurationsIsTheSources) {
+  writeCopy("m.hid", kRecording);
+  configureReplay("a", "m.hid");
+  configureReplay("b", "m.hid");
+  router::RouterLimits limits;
+  limits.configurations = 1;
+  EXPECT_EQ(router::deviceSources(root(), limits).front()->list(&problems_).size(), 1U);
+  EXPECT_THAT(problems_, ElementsAre(HasSubstr("holds more than 1 configurations")));
+  limits.configurationBytes = 10;
+  problems_.clear();
+  EXPECT_THAT(router::deviceSources(root(), limits).front()->list(&problems_), IsEmpty());
+  EXPECT_THAT(problems_, testing::Contains(HasSubstr("is larger than 10 bytes")));
+}
+
+TEST_F(ReplaySourceTest, ARepeatedRecordingPausesBeforeItBeginsAgain) {
+  ReplayDevice device;
+  device.recording = write("one.hid", "R: 2 05 01\nE: 0.0 1 01\n");
+  device.repeat = true;
+  device.speed.factor = 0.001;  // the usual interval takes seconds
+  const auto opened = open(router::addReplayDevice(root(), device));
+  router::StopSignal stop;
+  std::span<const std::uint8_t> report;
+  ASSERT_EQ(opened->next(stop, &report), OpenDevice::Next::Report);
+  std::thread stopper([&] { stop.raise(); });
+  EXPECT_EQ(opened->next(stop, &report), OpenDevice::Next::Stopped);
+  stopper.join();
+}
+
+TEST_F(ReplaySourceTest, AStoppedOneGivesNothingMoreAlsoAtFullSpeed) {
+  ReplayDevice device;
+  device.recording = recording_;
+  device.speed.maximum = true;
+  const auto opened = open(router::addReplayDevice(root(), device));
+  router::StopSignal stop;
+  stop.raise();
+  std::span<const std::uint8_t> report;
+  EXPECT_EQ(opened->next(stop, &report), OpenDevice::Next::Stopped);
 }
 
 }  // namespace

@@ -2,10 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <random>
 
 #include "HexBytes.h"
+#include "platform/foundation/Format.h"
 
 namespace {
 
@@ -243,6 +246,54 @@ TEST(ReportDecoder, AgreesWithAReaderOfSingleBitsOnRandomLayouts) {
     compared += expected.size();
   }
   EXPECT_GT(compared, 10000U);
+}
+
+TEST(ReportDecoder, AnArraySlotOfSixtyFourBitsStillSelects) {
+  const auto values =
+      decode("05 07 15 00 25 7f 19 04 29 50 75 40 95 01 81 00", "02 00 00 00 00 00 00 00");
+  ASSERT_EQ(values.size(), 1U);
+  EXPECT_EQ(values[0].usage, 6U);
+  EXPECT_EQ(values[0].integer, 2);
+}
+
+/// A report whose last byte is the last of its page, behind which nothing can be read.
+class ReportAtTheEndOfAPage {
+ public:
+  explicit ReportAtTheEndOfAPage(const std::vector<std::uint8_t>& report)
+      : page_(static_cast<std::size_t>(::sysconf(_SC_PAGESIZE))),
+        memory_(static_cast<std::uint8_t*>(::mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE,
+                                                  MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))),
+        report_(memory_ + page_ - report.size(), report.size()) {
+    EXPECT_EQ(::mprotect(memory_ + page_, page_, PROT_NONE), 0);
+    std::copy(report.begin(), report.end(), memory_ + page_ - report.size());
+  }
+  ReportAtTheEndOfAPage(const ReportAtTheEndOfAPage&) = delete;
+  ReportAtTheEndOfAPage& operator=(const ReportAtTheEndOfAPage&) = delete;
+  ~ReportAtTheEndOfAPage() { ::munmap(memory_, 2 * page_); }
+  [[nodiscard]] std::span<const std::uint8_t> bytes() const { return report_; }
+
+ private:
+  const std::size_t page_;
+  std::uint8_t* const memory_;
+  const std::span<const std::uint8_t> report_;
+};
+
+TEST(ReportDecoder, NothingIsReadBehindAReport) {
+  // Fields of every size up to 72 bits, from every bit of a byte on, each to the report's last bit.
+  for (unsigned size = 1; size <= 72; ++size) {
+    for (unsigned shift = 0; shift < 8; ++shift) {
+      const std::string padding =
+          shift == 0 ? "" : platform::stringWithFormat("75 %02x 95 01 81 03 ", shift);
+      ReportDecoder d = decoder(padding + platform::stringWithFormat("05 01 09 30 75 %02x", size) +
+                                " 95 01 81 02");
+      const ReportAtTheEndOfAPage report(std::vector<std::uint8_t>((shift + size + 7) / 8, 0xff));
+      const auto values = d.decode(report.bytes());
+      ASSERT_EQ(values.size(), 1U);
+      const std::uint64_t expected = size > 64 ? 0 : ~std::uint64_t{0} >> (64 - size);
+      ASSERT_EQ(static_cast<std::uint64_t>(values[0].integerValue), expected)
+          << size << " bits from bit " << shift;
+    }
+  }
 }
 
 }  // namespace

@@ -395,4 +395,97 @@ TEST(ReportDescriptor, PaddingNeedsNoLogicalRange) {
   EXPECT_NO_THROW(parse("15 05 25 04 75 08 95 01 81 03"));
 }
 
+/// The whole text of a refusal.
+std::string refusal(const std::string& hex) {
+  try {
+    parse(hex);
+  } catch (const ReportDescriptorError& error) {
+    return error.what();
+  }
+  return "accepted";
+}
+
+TEST(ReportDescriptor, ARefusalNamesTheNumbers) {
+  EXPECT_EQ(refusal("75 08 26 ff"),
+            "offset 2: the item is cut off: it needs 3 bytes, the descriptor has 2 more");
+  EXPECT_EQ(refusal("75 08 fe 03 10 01 02"),
+            "offset 2: the item is cut off: it needs 6 bytes, the descriptor has 5 more");
+  EXPECT_EQ(refusal("fe 00"),
+            "offset 0: the item is cut off: it needs 3 bytes, the descriptor has 2 more");
+  EXPECT_EQ(refusal("a1 01 a1 00"), "offset 4: 2 collections are left open");
+  EXPECT_EQ(refusal("15 05 25 04 75 08 95 01 81 02"),
+            "offset 8: the logical maximum 4 is below the minimum 5");
+  EXPECT_EQ(refusal("15 ff 25 fe 75 08 95 01 81 02"),
+            "offset 8: the logical maximum -2 is below the minimum -1");
+  EXPECT_EQ(refusal("a9 01 a9 01"), "offset 2: delimiters are nested");
+  EXPECT_EQ(refusal("a9 01 a9 00 a9 00"), "offset 4: a delimiter closes no set");
+}
+
+TEST(ReportDescriptor, ATooLongDescriptorIsRefusedBehindItsLastByte) {
+  try {
+    ReportDescriptor::parse(std::vector<std::uint8_t>(65536, 0xc4));
+    FAIL() << "accepted";
+  } catch (const ReportDescriptorError& error) {
+    EXPECT_EQ(error.offset(), 65535U);
+    EXPECT_STREQ(error.what(), "offset 65535: the descriptor is longer than 65535 bytes");
+  }
+}
+
+TEST(ReportDescriptor, ALongItemMayHoldNothingOrEndTheDescriptor) {
+  EXPECT_EQ(parse("fe 00 10 75 08 95 01 81 02").elementCount(), 1U);
+  EXPECT_EQ(parse("75 08 95 01 81 02 fe 01 10 c0").elementCount(), 1U);
+}
+
+TEST(ReportDescriptor, UsagesAndPagesMayBeTheLargestOfTheirSixteenBits) {
+  EXPECT_EQ(parse("06 ff ff 0a ff ff 75 08 95 01 81 02").fields()[0].usageOfField(0),
+            (Usage{0xffff, 0xffff}));
+  EXPECT_EQ(parse("05 01 0b ff ff fe ff 75 08 95 01 81 02").fields()[0].usageOfField(0),
+            (Usage{0xfffe, 0xffff}));
+  expectError("07 00 00 01 00", 0, "the usage page does not fit in 16 bits");
+}
+
+TEST(ReportDescriptor, OfAThreeByteNumberEveryBitCounts) {
+  // Reports of 0x0102 fields, and of 0x01020304 usages.
+  EXPECT_EQ(parse("75 01 96 02 01 81 02").fields()[0].count, 0x0102U);
+  EXPECT_EQ(parse("77 04 03 00 00 95 01 81 02").fields()[0].bitSize, 0x0304U);
+  EXPECT_EQ(parse("17 01 02 03 84 27 01 02 03 04 75 20 95 01 81 02").fields()[0].logicalMaximum,
+            0x04030201);
+}
+
+TEST(ReportDescriptor, AReportHasRoomForItsLastBitAndNoMore) {
+  EXPECT_NO_THROW(parse("75 01 97 00 ff 00 00 91 02 77 f8 00 07 00 95 01 91 02"));
+  expectError("75 01 97 00 ff 00 00 91 02 77 f9 00 07 00 95 01 91 02", 16,
+              "a report is larger than 65536 bytes");
+}
+
+TEST(ReportDescriptor, TheHighestReportIDsBitsAreItsOwn) {
+  // Fields of every type before the first ID, then those of report 255.
+  const auto descriptor = parse("75 08 95 01 81 02 91 02 b1 02 85 ff 81 02 91 02 b1 02");
+  ASSERT_EQ(descriptor.fields().size(), 6U);
+  for (const ReportField& field : descriptor.fields()) EXPECT_EQ(field.bitOffset, 8U);
+}
+
+TEST(ReportDescriptor, TheHighestReportIDsValuesAreCountedForIt) {
+  EXPECT_EQ(parse("75 01 96 00 10 85 ff 81 02 85 01 81 02").elementCount(), 8192U);
+  expectError("75 01 96 00 10 85 ff 81 02 95 01 81 02", 11, "more than 4096 element values");
+}
+
+TEST(ReportDescriptor, WhatSelectsNothingStaysOnThePageOfTheFirstUsage) {
+  const auto field =
+      parse("05 01 0b e9 00 0c 00 0b 30 00 0d 00 15 00 25 01 75 08 95 01 81 00").fields()[0];
+  EXPECT_EQ(field.noSelection(), (Usage{0x0c, 0}));
+  EXPECT_EQ(field.usageOfSelection(1), (Usage{0x0d, 0x30}));
+}
+
+TEST(ReportDescriptor, ElementsNameTheirFieldAndCookie) {
+  const auto descriptor = parse("75 04 95 02 81 02 75 08 95 03 91 02");
+  for (std::uint32_t cookie = 1; cookie <= 5; ++cookie) {
+    const auto element = descriptor.elementWithCookie(cookie);
+    ASSERT_TRUE(element.has_value());
+    EXPECT_EQ(element->cookie, cookie);
+    EXPECT_EQ(element->field, &descriptor.fields()[cookie <= 2 ? 0 : 1]);
+    EXPECT_EQ(element->index, cookie <= 2 ? cookie - 1 : cookie - 3);
+  }
+}
+
 }  // namespace

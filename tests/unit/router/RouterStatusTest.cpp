@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -208,6 +209,90 @@ TEST_F(RouterStatusTest, WhatKilledWritersLeftIsRemovedAndNothingElse) {
   EXPECT_FALSE(fs::exists(left));
   for (const fs::path& other : others) EXPECT_TRUE(fs::exists(other)) << other;
   const RouterStatusFile nothingToClear(platform::SystemRoot(directory_ / "missing"));
+}
+
+RouterStatus statusOf(const fs::path& file, const platform::SystemRoot& root,
+                      const std::string& content) {
+  fs::create_directories(file.parent_path());
+  std::ofstream(file) << "<plist version=\"1.0\"><dict>" << content << "</dict></plist>";
+  return router::readRouterStatus(root).value_or(RouterStatus());
+}
+
+TEST_F(RouterStatusTest, WhatAFileLeavesOutIsZero) {
+  const fs::path file = router::routerStatusFile(root());
+  const RouterStatus status = statusOf(
+      file, root(), "<key>PID</key><integer>1</integer><key>Sessions</key><array><dict/></array>");
+  EXPECT_EQ(status.pid, 1);
+  EXPECT_EQ(status.lost, 0U);
+  EXPECT_EQ(status.version, "");
+  EXPECT_FALSE(status.isRunning);
+  ASSERT_EQ(status.sessions.size(), 1U);
+  EXPECT_EQ(status.sessions[0], (router::SessionStatus{-1, 0, std::nullopt, "", false, 0, 0}));
+}
+
+TEST_F(RouterStatusTest, AProcessHasANumberThatProcessesHave) {
+  const fs::path file = router::routerStatusFile(root());
+  const auto pid = [&](const std::string& number) {
+    return statusOf(file, root(), "<key>PID</key><integer>" + number + "</integer>").pid;
+  };
+  EXPECT_EQ(pid("1"), 1);
+  EXPECT_EQ(pid("2147483647"), 2147483647);
+  EXPECT_EQ(pid("2147483648"), -1);
+  EXPECT_EQ(pid("0"), -1);
+}
+
+TEST_F(RouterStatusTest, ALinkInTheFilesPlaceIsNotRead) {
+  const fs::path file = router::routerStatusFile(root());
+  const fs::path elsewhere = directory_ / "elsewhere";
+  EXPECT_EQ(statusOf(elsewhere, root(), "<key>PID</key><integer>5</integer>").pid, -1);
+  fs::create_directories(file.parent_path());
+  fs::create_symlink(elsewhere, file);
+  EXPECT_EQ(router::readRouterStatus(root()), std::nullopt);
+}
+
+TEST_F(RouterStatusTest, APipeInTheFilesPlaceHoldsUpNobody) {
+  const fs::path file = router::routerStatusFile(root());
+  fs::create_directories(file.parent_path());
+  ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+  EXPECT_EQ(router::readRouterStatus(root()), std::nullopt);
+}
+
+TEST_F(RouterStatusTest, WithoutARootThereIsNowhereToWrite) {
+  RouterStatusFile file(platform::SystemRoot(directory_ / "missing"));
+  try {
+    file.write(RouterStatus());
+    ADD_FAILURE() << "it was written";
+  } catch (const platform::ServiceError& error) {
+    EXPECT_STREQ(
+        error.what(),
+        "cannot write com.quillmar.hideventrouter.status.plist: No such file or directory");
+  }
+  file.remove();
+}
+
+std::size_t openDescriptors() {
+  return static_cast<std::size_t>(
+      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
+}
+
+TEST_F(RouterStatusTest, WhatIsRemovedIsClosedToo) {
+  const std::size_t before = openDescriptors();
+  RouterStatusFile file(root());
+  RouterStatus status;
+  status.pid = ::getpid();
+  for (int i = 0; i < 3; ++i) file.write(status);
+  EXPECT_EQ(openDescriptors(), before + 1) << "the latest is held";
+  file.remove();
+  EXPECT_EQ(openDescriptors(), before);
+  // The same where the root has gone meanwhile.
+  file.write(status);
+  const fs::path away = directory_.string() + ".away";
+  fs::rename(directory_, away);
+  std::ofstream(directory_) << "no directory";
+  file.remove();
+  EXPECT_EQ(openDescriptors(), before);
+  fs::remove(directory_);
+  fs::rename(away, directory_);
 }
 
 }  // namespace

@@ -131,4 +131,21 @@ TEST(UsageFilter, SelectsInOrder) {
   EXPECT_EQ(UsageFilter().select(values, &buffer).data(), values.data());
 }
 
+TEST(UsageFilter, TheSmallestUsageIsOne) {
+  for (const std::shared_ptr<NSObject>& zero : std::vector<std::shared_ptr<NSObject>>{
+           str("0"), str("0x0"), NSNumber::numberWithLongLong(0)}) {
+    EXPECT_TRUE(filterFor({zero}).wants(value(0, 0)));
+    EXPECT_FALSE(filterFor({zero}).wants(value(0, 1)));
+  }
+}
+
+TEST(UsageFilter, AsManyUsagesAsItsBoundUnlessToldOtherwise) {
+  std::vector<NSDictionary::Entry> entries;
+  for (std::uint64_t i = 0; i < 65536; ++i) entries.emplace_back(usage(1, i), str("x"));
+  EXPECT_TRUE(UsageFilter(NSDictionary::dictionaryWithEntries(entries)).wants(value(1, 0xffff)));
+  entries.emplace_back(usage(2, 0), str("x"));
+  EXPECT_THROW(UsageFilter(NSDictionary::dictionaryWithEntries(std::move(entries))),
+               std::invalid_argument);
+}
+
 }  // namespace

@@ -1,0 +1,59 @@
+// The bounds as they are unless somebody sets others. Each is a promise: to honest clients, that
+// they are not refused, and to the machine, that nobody takes more.
+#include "router/RouterLimits.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using router::RouterLimits;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+void expectRate(const router::Rate& rate, double burst, double perSecond) {
+  EXPECT_EQ(rate.burst, burst);
+  EXPECT_EQ(rate.perSecond, perSecond);
+}
+
+TEST(RouterLimits, OfConnectionsRequestsAndLogLines) {
+  const RouterLimits limits;
+  EXPECT_EQ(limits.sessions, 256U);
+  EXPECT_EQ(limits.sessionsOfUser, 128U);
+  expectRate(limits.startsOfUser, 1000, 500);
+  expectRate(limits.starts, 2000, 1000);
+  EXPECT_EQ(limits.startPatience, seconds(1));
+  EXPECT_EQ(limits.endIsRemembered, std::chrono::minutes(10));
+  expectRate(limits.logLinesOfSession, 32, 1);
+  expectRate(limits.logLinesOfUser, 512, 16);
+}
+
+TEST(RouterLimits, OfWhatLiesInMemory) {
+  constexpr std::size_t kMebibyte = 1'048'576;
+  const RouterLimits limits;
+  EXPECT_EQ(limits.backlogOfClient, 4 * kMebibyte);
+  EXPECT_EQ(limits.backlogOfUser, 16 * kMebibyte);
+  EXPECT_EQ(limits.backlog, 64 * kMebibyte);
+  EXPECT_EQ(limits.backlogWaitedFor, kMebibyte);
+  EXPECT_EQ(limits.stall, seconds(30));
+  EXPECT_EQ(limits.usagesOfFilter, 65'536U);
+  EXPECT_EQ(limits.devices, 1024U);
+}
+
+TEST(RouterLimits, OfFilesAndDescriptors) {
+  const RouterLimits limits;
+  EXPECT_EQ(limits.configurations, 1024U);
+  EXPECT_EQ(limits.configurationBytes, 65'536U);
+  EXPECT_EQ(limits.settling, milliseconds(50));
+  EXPECT_EQ(RouterLimits::kRecordingBytes, 67'108'864U);
+  EXPECT_EQ(RouterLimits::kRecordingLineBytes, 262'144U);
+  EXPECT_EQ(RouterLimits::kNameCharacters, 128U);
+  EXPECT_EQ(RouterLimits::kDescriptorBytes, 65'535U);
+  EXPECT_EQ(RouterLimits::kCollectionDepth, 64U);
+  EXPECT_EQ(RouterLimits::kGlobalStackDepth, 64U);
+  EXPECT_EQ(RouterLimits::kElements, 65'536U);
+  EXPECT_EQ(RouterLimits::kReportBytes, 65'536U);
+  EXPECT_EQ(RouterLimits::kReportValues, 4096U);
+  EXPECT_EQ(RouterLimits::kValues, 8192U);
+}
+
+}  // namespace

@@ -1,0 +1,58 @@
+#include "router/RouterLog.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/services/FileDescriptor.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/unit/jobd/FileOperations.h"
+
+namespace {
+
+/// Standard error is a file for as long as this lives.
+class StandardErrorFile {
+ public:
+  StandardErrorFile() {
+    const platform::FileDescriptor file(
+        ::open(path().c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    ::dup2(file.get(), STDERR_FILENO);
+  }
+  StandardErrorFile(const StandardErrorFile&) = delete;
+  StandardErrorFile& operator=(const StandardErrorFile&) = delete;
+  ~StandardErrorFile() { ::dup2(before_.get(), STDERR_FILENO); }
+  [[nodiscard]] std::string text() const { return testsupport::readFile(path()); }
+
+ private:
+  [[nodiscard]] std::filesystem::path path() const { return directory_.path() / "log"; }
+  const testsupport::TemporaryDirectory directory_;
+  const platform::FileDescriptor before_{::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)};
+};
+
+TEST(RouterLog, WritesOneLineWhateverStandsInIt) {
+  const StandardErrorFile file;
+  router::logToStandardError("first");
+  router::logToStandardError("a\nb\x1b[2J");
+  router::logToStandardError("");
+  EXPECT_EQ(file.text(), "first\na\\x0ab\\x1b[2J\n\n");
+}
+
+TEST(RouterLog, GoesOnWhereAWriteWasInterruptedOrWroteAPart) {
+  const StandardErrorFile file;
+  fileoperations::limitWrites({-EINTR, 3, -EINTR, 1});
+  router::logToStandardError("a line");
+  EXPECT_EQ(file.text(), "a line\n");
+}
+
+TEST(RouterLog, GivesUpWhereNobodyReads) {
+  const StandardErrorFile file;
+  fileoperations::limitWrites({2, -EPIPE});
+  router::logToStandardError("a line");
+  EXPECT_EQ(file.text(), "a ");
+  router::logToStandardError("another");
+  EXPECT_EQ(file.text(), "a another\n");
+}
+
+}  // namespace
