@@ -80,6 +80,10 @@ TEST(XMLPropertyList, ReadsTheFormsThatMeanTheSame) {
   reads("<real>+infinity</real>", real(std::numeric_limits<double>::infinity()));
   reads("<real>nan</real>", real(std::numeric_limits<double>::quiet_NaN()));
   reads("<date>0001-12-30T00:00:00Z</date>", date(-63082540800));
+  reads("<date>0000-01-01T00:00:00Z</date>", date(-63145526400));
+  reads("<date>9999-12-31T23:59:59Z</date>", date(252423993599));
+  reads("<date>2001-01-01T01:02:03Z</date>", date(3723));
+  reads("<date>2004-02-29T00:00:00Z</date>", date(99705600));
   reads("<dict><key>a</key><true/><key>a</key><false/></dict>",
         dictionary({{str("a"), NSNumber::numberWithBool(false)}}));
 }
@@ -151,6 +155,13 @@ TEST(XMLPropertyList, RefusesWhatIsNoneAndSaysWhy) {
   refuses("<date>2026-02-29T00:00:00Z</date>", "a date that is none");
   refuses("<date>2026-11-21T24:00:00Z</date>", "a date that is none");
   refuses("<date>2026-11-21T00:00:00+</date>", "a date that is none");
+  for (const std::string date :
+       {"2026-00-21T00:00:00Z", "2026-13-21T00:00:00Z", "2026-11-00T00:00:00Z",
+        "2026-11-31T00:00:00Z", "2026-11-21T00:60:00Z", "2026-11-21T00:00:60Z",
+        "2026-11-21T00:00:00ZZ", "2026-11-21 00:00:00Z", "2026/11-21T00:00:00Z",
+        "2026-11-21T00:00:0:Z", "2026-11-21T00:00:/0Z", "-026-11-21T00:00:00Z"}) {
+    refuses("<date>" + date + "</date>", "a date that is none");
+  }
   refuses("<data>****</data>", "data that is not in its encoding");
   refuses("<data>AQI</data>", "data that is not in its encoding");
   refuses("<true>1</true>", "text in a boolean");
