@@ -64,6 +64,27 @@ TEST(NSNumber, EqualityIsExactWhereDoublesAreNot) {
   EXPECT_FALSE(integer(0)->isEqual(nullptr));
 }
 
+TEST(NSNumber, IsOrderedByKindAndThenByValue) {
+  const std::vector<Number> ascending{integer(kLowest),
+                                      real(-1),
+                                      flag(false),
+                                      natural(1),
+                                      integer(kHighest),
+                                      real(0x1p63),
+                                      natural(kHighestUnsigned),
+                                      real(-kInfinity),
+                                      real(-0x1p64),
+                                      real(-0.5),
+                                      real(0.5),
+                                      real(0x1p64),
+                                      real(kInfinity),
+                                      real(kNaN)};
+  for (std::size_t i = 1; i < ascending.size(); ++i) {
+    EXPECT_TRUE(NSObject::compare(ascending[i - 1].get(), ascending[i].get()) < 0) << i;
+    EXPECT_TRUE(NSObject::compare(ascending[i].get(), ascending[i - 1].get()) > 0) << i;
+  }
+}
+
 TEST(NSNumber, ConvertsIntegersByWrappingAndDoublesBySaturating) {
   EXPECT_EQ(natural(kHighestUnsigned)->longLongValue(), -1);
   EXPECT_EQ(integer(-1)->unsignedLongLongValue(), kHighestUnsigned);

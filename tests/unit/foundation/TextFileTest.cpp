@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <fstream>
 #include <new>
 #include <random>
 #include <string>
@@ -154,6 +155,29 @@ TEST(GrowingData, TruncatesAndGoesOnBehindWhatIsLeft) {
   EXPECT_TRUE(data.view() == "abd" + large);
   data.truncate(0);
   EXPECT_EQ(data.takeData()->length(), 0U);
+}
+
+/// In pages.
+std::size_t addressSpace() {
+  std::size_t pages = 0;
+  std::ifstream("/proc/self/statm") >> pages;
+  return pages;
+}
+
+TEST(GrowingData, GivesBackAllThatItMapped) {
+  const std::string large(std::size_t{33} * 1024 * 1024, 'x');
+  const auto grow = [&](bool take) {
+    GrowingData data;
+    data.append("first");
+    for (int i = 0; i < 2; ++i) data.append(large);
+    const auto taken = take ? data.takeData() : nullptr;
+    EXPECT_EQ(taken ? taken->length() : data.size(), 2 * large.size() + 5);
+  };
+  grow(true);
+  grow(false);
+  const std::size_t before = addressSpace();
+  for (int i = 0; i < 4; ++i) grow(i % 2 == 0);
+  EXPECT_EQ(addressSpace(), before);
 }
 
 TEST(GrowingData, KeepsWhatItHasWhenThereIsNoMoreMemory) {

@@ -166,6 +166,13 @@ TEST(NSDate, DescribesATimeFarOffWithoutACalendar) {
   EXPECT_NE(described(std::numeric_limits<double>::quiet_NaN()).find("nan"), std::string::npos);
 }
 
+TEST(NSDate, IsOrderedByTime) {
+  const NSDate earlier(-1.5);
+  const NSDate later(1.5);
+  EXPECT_TRUE(NSObject::compare(&earlier, &later) < 0);
+  EXPECT_TRUE(NSObject::compare(&later, &earlier) > 0);
+}
+
 TEST(NSDate, ComparesSeconds) {
   const auto date = NSDate::dateWithTimeIntervalSinceReferenceDate(1.5);
   EXPECT_TRUE(date->isEqual(NSDate::dateWithTimeIntervalSinceReferenceDate(1.5)));

@@ -104,8 +104,7 @@ TEST_F(AScriptedConnection, WritesDownAllThatIsDoneToIt) {
           "connection 1 setExportedInterface:nil", "connection 1 setExportedObject:nil",
           "connection 1 setInterruptionHandler:", "connection 1 setInvalidationHandler:",
           "connection 1 resume", "connection 1 remoteObjectProxyWithErrorHandler:",
-          "connection 1 send stopRoutingService",
-          "connection 1 remoteObjectProxyWithErrorHandler:",
+          "connection 1 send stopRoutingService", "connection 1 remoteObjectProxyWithErrorHandler:",
           "connection 1 send "
           "startRoutingServiceWithEntryID:deviceMode:tagDictionary:typeDictionary:reply: 1 2 nil "
           "nil",

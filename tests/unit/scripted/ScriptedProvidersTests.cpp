@@ -45,9 +45,9 @@ TEST_F(ScriptedProviders, AFileIsThereUntilItIsRemoved) {
   platform_.removeFile("/a");
   EXPECT_EQ(NSData::dataWithContentsOfFile(str("/a")), nullptr);
   EXPECT_EQ(foundationProvider().load()->dataWithContentsOfFile(nullptr), nullptr);
-  EXPECT_EQ(taken(), (Lines{"dataWithContentsOfFile:/a -> data", "dataWithContentsOfFile:/a -> data",
-                            "dataWithContentsOfFile:/a -> nil",
-                            "dataWithContentsOfFile:nil -> nil"}));
+  EXPECT_EQ(taken(),
+            (Lines{"dataWithContentsOfFile:/a -> data", "dataWithContentsOfFile:/a -> data",
+                   "dataWithContentsOfFile:/a -> nil", "dataWithContentsOfFile:nil -> nil"}));
 }
 
 TEST_F(ScriptedProviders, AFileIsReadAsOnePiece) {
@@ -110,8 +110,8 @@ TEST_F(ScriptedProviders, TheDefaultCenterPostsAndWritesDown) {
   };
   const auto listener = std::make_shared<Listener>();
   const auto center = NSNotificationCenter::defaultCenter();
-  center->addObserver_selector_name_object(
-      notificationObserver(listener, "hear:", &Listener::hear), str("N"), nullptr);
+  center->addObserver_selector_name_object(notificationObserver(listener, "hear:", &Listener::hear),
+                                           str("N"), nullptr);
   center->postNotificationName_object(str("N"), str("sender"));
   center->removeObserver_name_object(listener.get(), str("N"), nullptr);
   center->postNotificationName_object(str("N"), nullptr);
@@ -163,9 +163,9 @@ TEST_F(ScriptedProviders, AnInstalledHelperHasAJobAndAnImageUntilItIsUninstalled
   ASSERT_NE(job, nullptr);
   EXPECT_EQ(descriptionOf(job->objectForKey("Label")), "l");
   const std::string path = "/Library/PrivilegedHelperTools/l";
-  EXPECT_EQ(descriptionOf(objectCast<NSArray>(job->objectForKey("ProgramArguments"))
-                              ->objectAtIndex(0)),
-            path);
+  EXPECT_EQ(
+      descriptionOf(objectCast<NSArray>(job->objectForKey("ProgramArguments"))->objectAtIndex(0)),
+      path);
   const auto image = helperImageWithInfoPlist(infoPlistWithVersion("7"));
   EXPECT_EQ(textOf(NSData::dataWithContentsOfFile(str(path))),
             std::string(image.begin(), image.end()));
@@ -256,11 +256,11 @@ TEST_F(ScriptedProviders, ConnectionsAreNumberedFromOne) {
 TEST_F(ScriptedProviders, AnInterfaceTakesTheClassesThatAreWrittenDown) {
   const auto& protocol = WLHIDEventRouterClientProtocol::protocol();
   const auto interface = NSXPCInterface::interfaceWithProtocol(protocol);
-  interface->setClasses_forSelector_argumentIndex_ofReply(
-      {&NSNumber::classObject()}, "receivedElementValues:", 0, false);
-  EXPECT_EQ(interface->classesForMethod(protocol.indexOfSelector("receivedElementValues:"), 0,
-                                        false),
-            (NSClassSet{&NSNumber::classObject()}));
+  interface->setClasses_forSelector_argumentIndex_ofReply({&NSNumber::classObject()},
+                                                          "receivedElementValues:", 0, false);
+  EXPECT_EQ(
+      interface->classesForMethod(protocol.indexOfSelector("receivedElementValues:"), 0, false),
+      (NSClassSet{&NSNumber::classObject()}));
   platform_.refuseInterface("WLHIDEventRouterClientProtocol");
   EXPECT_EQ(NSXPCInterface::interfaceWithProtocol(protocol), nullptr);
   EXPECT_NE(NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterProtocol::protocol()), nullptr);
