@@ -274,6 +274,64 @@ TEST_F(ScriptedProviders, AnInterfaceTakesTheClassesThatAreWrittenDown) {
                             "interfaceWithProtocol:WLHIDEventRouterProtocol"}));
 }
 
+// ---- Events
+
+/// Kind, object, name and arguments on one line.
+std::string fieldsOf(const TraceEvent& event) {
+  std::string line = std::to_string(static_cast<int>(event.kind)) + " | " + event.object + " | " +
+                     event.name + " |";
+  for (const std::string& argument : event.arguments) line += " " + argument + ";";
+  return line;
+}
+
+TEST_F(ScriptedProviders, EveryQuestionIsAnEventWithItsObjectNameAndArguments) {
+  const auto nothing = [](std::string_view) { return true; };
+  AuthorizationRef authorization = nullptr;
+  (void)NSData::dataWithContentsOfFile(str("/a"));
+  (void)foundationProvider().load()->readFile(str("/b"), nothing, nothing);
+  (void)NSBundle::mainBundle()->bundlePath();
+  (void)NSPropertyListSerialization::propertyListWithData_options_format_error(
+      NSData::dataWithBytes({}), 0, nullptr, nullptr);
+  (void)SMJobCopyDictionary("d", str("l"));
+  (void)AuthorizationCreate(nullptr, nullptr, 3, &authorization);
+  (void)SMJobRemove("d", str("l"), authorization, true, nullptr);
+  (void)SMJobRemove("d", str("l"), authorization, false, nullptr);
+  (void)SMJobBless("d", str("l"), authorization, nullptr);
+  const auto interface =
+      NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterProtocol::protocol());
+  interface->setClasses_forSelector_argumentIndex_ofReply(
+      {&NSError::classObject()}, WLHIDEventRouterProtocol::protocol().methods[0].selector, 0, true);
+  const auto connection = NSXPCConnection::initWithMachServiceName_options(str("s"), 5);
+  connection->setRemoteObjectInterface(interface);
+  connection->resume();
+  NSNotificationCenter::defaultCenter()->postNotificationName_object(str("N"), nullptr);
+  NSNotificationCenter::defaultCenter()->removeObserver_name_object(nullptr, str("N"), nullptr);
+  NSLog("text");
+  KQLogger::sharedLogger().logAtLevel_function_sourcePath_sourceLine_tags_message(
+      2, "function", "path", 42, nullptr, "%d", 1);
+  Lines fields;
+  for (const TraceEvent& each : platform_.trace().events()) fields.push_back(fieldsOf(each));
+  EXPECT_EQ(
+      fields,
+      (Lines{"0 | foundation | dataWithContentsOfFile: | /a;", "0 | foundation | readFile: | /b;",
+             "0 | mainBundle | bundlePath |", "0 | foundation | propertyListWithData: |",
+             "0 | services | SMJobCopyDictionary | d; l;",
+             "0 | services | AuthorizationCreate | null; null; 3;",
+             "0 | services | SMJobRemove | d; l; 1; true;",
+             "0 | services | SMJobRemove | d; l; 1; false;", "0 | services | SMJobBless | d; l; 1;",
+             "0 | NSXPCInterface | interfaceWithProtocol: | WLHIDEventRouterProtocol;",
+             "0 | interface WLHIDEventRouterProtocol | "
+             "setClasses:forSelector:argumentIndex:ofReply: | (NSError); "
+             "startRoutingServiceWithEntryID:deviceMode:tagDictionary:typeDictionary:reply:; 0; "
+             "YES;",
+             "1 | connection 1 | initWithMachServiceName:options: | s; 5;",
+             "1 | connection 1 | setRemoteObjectInterface: | WLHIDEventRouterProtocol;",
+             "1 | connection 1 | resume |",
+             "3 | defaultCenter | postNotificationName:object: | N; nil;",
+             "3 | defaultCenter | removeObserver:name:object: | N; nil;", "4 | NSLog |  | text;",
+             "4 | path | function | 2; 42; 1;"}));
+}
+
 // ---- The platform as a whole
 
 TEST(ScriptedPlatformLife, PutsBackWhatWasThereBefore) {
