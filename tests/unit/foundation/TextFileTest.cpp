@@ -1,6 +1,7 @@
 #include "platform/foundation/TextFile.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <fstream>
@@ -157,11 +158,57 @@ TEST(GrowingData, TruncatesAndGoesOnBehindWhatIsLeft) {
   EXPECT_EQ(data.takeData()->length(), 0U);
 }
 
-/// In pages.
+/// In KiB.
+struct Memory {
+  std::size_t mapped = 0;
+  std::size_t resident = 0;
+};
+
+Memory memory() {
+  std::size_t mapped = 0;
+  std::size_t resident = 0;
+  std::ifstream("/proc/self/statm") >> mapped >> resident;
+  const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)) / 1024;
+  return {mapped * page, resident * page};
+}
+
 std::size_t addressSpace() {
-  std::size_t pages = 0;
-  std::ifstream("/proc/self/statm") >> pages;
-  return pages;
+  return memory().mapped;
+}
+
+TEST(GrowingData, ReservesMoreEachTimeAndKeepsNoMoreThanItNeeds) {
+  constexpr std::size_t kMiB = 1024;
+  const std::string large(std::size_t{65} * 1024 * 1024, 'x');
+  for (const bool isWarm : {false, true}) {  // the first time the allocator grows as well
+    GrowingData data;
+    const std::size_t before = addressSpace();
+    data.append("abc");
+    const std::size_t small = addressSpace() - before;
+    data.append(std::string_view(large).substr(0, std::size_t{256} * 1024 - 3));
+    const std::size_t full = addressSpace() - before;
+    data.append("d");
+    const std::size_t second = addressSpace() - before;
+    data.append(large);
+    const std::size_t third = addressSpace() - before;
+    const auto taken = data.takeData();
+    const std::size_t kept = addressSpace() - before;
+    if (!isWarm) continue;
+    EXPECT_EQ(small, 256U);
+    EXPECT_EQ(full, 256U);
+    EXPECT_EQ(second, 64 * kMiB);
+    EXPECT_EQ(third, 1024 * kMiB);
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    EXPECT_EQ(kept, (taken->length() + page - 1) / page * page / 1024);
+  }
+}
+
+TEST(GrowingData, GivesBackThePagesThatItTruncates) {
+  GrowingData data;
+  data.append(std::string(std::size_t{32} * 1024 * 1024, 'x'));
+  const std::size_t before = memory().resident;
+  data.truncate(5);
+  EXPECT_LT(memory().resident + std::size_t{24} * 1024, before);
+  EXPECT_EQ(data.view(), "xxxxx");
 }
 
 TEST(GrowingData, GivesBackAllThatItMapped) {
