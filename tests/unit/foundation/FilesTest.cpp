@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "platform/foundation/ForwardingFoundationProvider.h"
 #include "platform/foundation/FoundationProvider.h"
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSLog.h"
@@ -223,6 +224,59 @@ TEST(FoundationProvider, HandsOutAWholeFileAsOnePieceWhereItSaysNothingElse) {
   EXPECT_EQ(calls, "look text;take text;look text;");
   EXPECT_EQ(OneFile("").readFile(str("/there"), look(true), take), 0);
   EXPECT_EQ(calls, "look text;take text;look text;");
+}
+
+/// Answers everything with something of its own.
+class Answers final : public FoundationProvider {
+ public:
+  std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path) override {
+    calls += "data " + path->UTF8String() + ";";
+    return data;
+  }
+  int readFile(const std::shared_ptr<NSString>& path, const PieceHandler& look,
+               const PieceHandler& take) override {
+    calls += "read " + path->UTF8String() + ";";
+    look("looked");
+    take("taken");
+    return EIO;
+  }
+  std::shared_ptr<NSString> mainBundlePath() override { return str("/bundle"); }
+  std::shared_ptr<NSObject> propertyListWithData(const std::shared_ptr<NSData>& bytes,
+                                                 NSPropertyListFormat* returnFormat,
+                                                 std::shared_ptr<NSError>* returnError) override {
+    EXPECT_EQ(bytes, data);
+    *returnFormat = NSPropertyListFormat::Binary;
+    *returnError = NSError::errorWithDomain_code_userInfo(str("D"), 5, nullptr);
+    return str("list");
+  }
+  std::shared_ptr<NSNotificationCenter> defaultCenter() override { return center; }
+  void log(std::string_view text) override { calls += "log " + std::string(text) + ";"; }
+
+  const std::shared_ptr<NSData> data = NSData::dataWithBytes({});
+  const std::shared_ptr<NSNotificationCenter> center = NSNotificationCenter::center();
+  std::string calls;
+};
+
+TEST(ForwardingFoundationProvider, AnswersAsTheOneBehindIt) {
+  const auto behind = std::make_shared<Answers>();
+  ForwardingFoundationProvider provider(behind);
+  const auto saying = [&](const std::string& who) {
+    return [&, who](std::string_view piece) {
+      behind->calls += who + " " + std::string(piece) + ";";
+      return true;
+    };
+  };
+  EXPECT_EQ(provider.dataWithContentsOfFile(str("/a")), behind->data);
+  EXPECT_EQ(provider.readFile(str("/b"), saying("look"), saying("take")), EIO);
+  provider.log("text");
+  EXPECT_EQ(behind->calls, "data /a;read /b;look looked;take taken;log text;");
+  EXPECT_EQ(descriptionOf(provider.mainBundlePath()), "/bundle");
+  auto format = NSPropertyListFormat::XML;
+  std::shared_ptr<NSError> error;
+  EXPECT_EQ(descriptionOf(provider.propertyListWithData(behind->data, &format, &error)), "list");
+  EXPECT_EQ(format, NSPropertyListFormat::Binary);
+  EXPECT_EQ(error->code(), 5);
+  EXPECT_EQ(provider.defaultCenter(), behind->center);
 }
 
 TEST_F(FilesTest, APieceThatIsTurnedDownEndsTheReading) {
