@@ -12,13 +12,15 @@
 // makes U+017F (long s) and U+212A (Kelvin sign) equal to "s" and "k". A blank (\s) is what Unicode
 // calls White_Space.
 //
-// Threading, Ownership, Order: constants and pure functions. Errors: at compile time, see above.
+// Threading, Ownership, Order: constants and pure functions. Errors: at compile time, see above;
+// while a program runs, std::invalid_argument.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <stdexcept>
 #include <string_view>
 
 namespace diagnostics {
@@ -97,8 +99,10 @@ struct CompiledPattern {
 
 namespace pattern_detail {
 
-// Reached only while the program is compiled, where it is an error.
-inline void malformed(const char* /*why*/) {}
+// An error of the build for a pattern that is taken apart while the program is compiled.
+[[noreturn]] inline void malformed(const char* why) {
+  throw std::invalid_argument(why);
+}
 
 /// Reads the pattern from left to right.
 class Reader {

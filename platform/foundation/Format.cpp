@@ -16,9 +16,9 @@ constexpr int kWidestField = 4096;
 
 struct Conversion {
   std::string flags;
-  int width = -1;
-  int precision = -1;
-  int bits = 32;
+  int width = 0;
+  int precision = -1;  // where there is none
+  int bits = 0;
   char letter = '\0';
 };
 
@@ -52,38 +52,39 @@ class Renderer {
     }
   }
 
+  /// The character at hand; NUL, which means nothing in a conversion, at the end.
+  [[nodiscard]] char peek() const { return position_ < format_.size() ? format_[position_] : '\0'; }
+
   Conversion parseConversion() {
     Conversion conversion;
-    while (position_ < format_.size() &&
-           std::string_view("-+ #0'").find(format_[position_]) != std::string_view::npos) {
-      if (format_[position_] != '\'') conversion.flags += format_[position_];
-      ++position_;
+    for (; std::string_view("-+ #0'").find(peek()) != std::string_view::npos; ++position_) {
+      if (peek() != '\'') conversion.flags += peek();
     }
     conversion.width = parseNumber();
-    if (position_ < format_.size() && format_[position_] == '.') {
+    if (peek() == '.') {
       ++position_;
-      conversion.precision = std::max(0, parseNumber());
+      conversion.precision = parseNumber();
     }
     conversion.bits = parseLength();
-    if (position_ < format_.size() &&
-        std::string_view("diuxXocfFeEgGsp@%").find(format_[position_]) != std::string_view::npos) {
+    if (std::string_view("diuxXocfFeEgGsp@%").find(peek()) != std::string_view::npos) {
       conversion.letter = format_[position_++];
     }
     return conversion;
   }
 
+  /// 0 where there is none.
   int parseNumber() {
-    int number = -1;
-    while (position_ < format_.size() && format_[position_] >= '0' && format_[position_] <= '9') {
-      number = std::min(kWidestField, std::max(0, number) * 10 + (format_[position_++] - '0'));
+    int number = 0;
+    for (; peek() >= '0' && peek() <= '9'; ++position_) {
+      number = std::min(kWidestField, number * 10 + (peek() - '0'));
     }
     return number;
   }
 
   int parseLength() {
     int bits = 32;
-    for (; position_ < format_.size(); ++position_) {
-      switch (format_[position_]) {
+    for (;; ++position_) {
+      switch (peek()) {
         case 'h':
           bits = bits == 16 ? 8 : 16;
           break;
@@ -98,7 +99,6 @@ class Renderer {
           return bits;
       }
     }
-    return bits;
   }
 
   void append(const Conversion& conversion, const FormatArgument& argument) {
@@ -181,7 +181,7 @@ class Renderer {
       while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
       text = text.substr(0, end);
     }
-    const std::size_t width = conversion.width < 0 ? 0 : static_cast<std::size_t>(conversion.width);
+    const auto width = static_cast<std::size_t>(conversion.width);
     const std::string padding(width > text.size() ? width - text.size() : 0, ' ');
     const bool left = conversion.flags.find('-') != std::string::npos;
     text_.append(left ? text : padding).append(left ? padding : text);
@@ -190,7 +190,7 @@ class Renderer {
   template <class T>
   void appendPrinted(const Conversion& conversion, const std::string& letters, T value) {
     std::string format = "%" + conversion.flags;
-    if (conversion.width >= 0) format += std::to_string(conversion.width);
+    if (conversion.width > 0) format += std::to_string(conversion.width);
     if (conversion.precision >= 0) format += '.' + std::to_string(conversion.precision);
     format += letters;
     // The format is put together above from characters that were checked one by one.

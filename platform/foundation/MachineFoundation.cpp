@@ -37,7 +37,7 @@ class OpenFile {
   // what it is.
   explicit OpenFile(const char* path)
       : descriptor_(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)),
-        openError_(descriptor_ < 0 ? errno : 0) {}
+        openError_(errno) {}
   OpenFile(const OpenFile&) = delete;
   OpenFile& operator=(const OpenFile&) = delete;
   ~OpenFile() {
@@ -89,7 +89,7 @@ class OpenFile {
 
  private:
   const int descriptor_;
-  const int openError_;
+  const int openError_;  ///< says something only where there is no descriptor
 };
 
 /// Null where it is not worth it or not to be had.

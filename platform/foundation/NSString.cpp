@@ -3,28 +3,10 @@
 #include <cstring>
 
 #include "platform/foundation/Text.h"
+#include "platform/foundation/UTF8Validator.h"
 
 namespace platform {
 namespace {
-
-/// The number of bytes of the well-formed sequence at the start of `bytes`, or 0.
-std::size_t sequenceLength(std::string_view bytes) {
-  const auto at = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
-  const auto continues = [&](std::size_t i) { return i < bytes.size() && (at(i) & 0xC0) == 0x80; };
-  const unsigned lead = at(0);
-  if (lead < 0x80) return 1;
-  if (lead < 0xC2) return 0;
-  if (!continues(1)) return 0;
-  if (lead < 0xE0) return 2;
-  if (!continues(2)) return 0;
-  if (lead == 0xE0 && at(1) < 0xA0) return 0;
-  if (lead == 0xED && at(1) > 0x9F) return 0;
-  if (lead < 0xF0) return 3;
-  if (!continues(3)) return 0;
-  if (lead == 0xF0 && at(1) < 0x90) return 0;
-  if (lead == 0xF4 && at(1) > 0x8F) return 0;
-  return lead <= 0xF4 ? 4 : 0;
-}
 
 std::string_view withoutTrailingSlashes(std::string_view path) {
   while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
@@ -34,12 +16,8 @@ std::string_view withoutTrailingSlashes(std::string_view path) {
 }  // namespace
 
 bool isValidUTF8(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const std::size_t length = sequenceLength(bytes);
-    if (length == 0) return false;
-    bytes.remove_prefix(length);
-  }
-  return true;
+  UTF8Validator validator;
+  return validator.accept(bytes) && validator.isComplete();
 }
 
 const NSClass& NSString::classObject() {

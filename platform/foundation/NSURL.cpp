@@ -1,10 +1,11 @@
 #include "platform/foundation/NSURL.h"
 
-#include <array>
-#include <cstdio>
+#include <charconv>
 #include <filesystem>
 #include <optional>
 #include <system_error>
+
+#include "platform/foundation/Format.h"
 
 namespace platform {
 namespace {
@@ -23,18 +24,9 @@ std::string percentEncoded(std::string_view path) {
       text += c;
       continue;
     }
-    std::array<char, 4> escape{};
-    std::snprintf(escape.data(), escape.size(), "%%%02X", static_cast<unsigned char>(c));
-    text += escape.data();
+    text += stringWithFormat("%%%02X", static_cast<unsigned char>(c));
   }
   return text;
-}
-
-int hexadecimalDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
 }
 
 std::optional<std::string> percentDecoded(std::string_view text) {
@@ -44,10 +36,12 @@ std::optional<std::string> percentDecoded(std::string_view text) {
       bytes += text[i];
       continue;
     }
-    const int high = i + 2 < text.size() ? hexadecimalDigit(text[i + 1]) : -1;
-    const int low = i + 2 < text.size() ? hexadecimalDigit(text[i + 2]) : -1;
-    if (high < 0 || low < 0) return std::nullopt;
-    bytes += static_cast<char>(high * 16 + low);
+    const std::string_view digits = text.substr(i + 1, 2);
+    const char* const end = digits.data() + digits.size();
+    unsigned byte = 0;
+    if (std::from_chars(digits.data(), end, byte, 16).ptr != end || digits.size() != 2)
+      return std::nullopt;
+    bytes += static_cast<char>(byte);
     i += 2;
   }
   return bytes;

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 
+#include "platform/foundation/Format.h"
 #include "platform/foundation/Text.h"
 #include "platform/foundation/UTF8Validator.h"
 
@@ -32,18 +32,10 @@ bool isActedUpon(char32_t character) {
   return range != kActedUpon.end() && character >= range->first;
 }
 
-template <class Number>
-void appendEscape(std::string& result, const char* format, Number number) {
-  std::array<char, 16> escape{};
-  std::snprintf(escape.data(), escape.size(), format, static_cast<unsigned>(number));
-  result += escape.data();
-}
-
-void appendEscaped(std::string& result, char32_t character) {
-  if (character < 0xA0)
-    appendEscape(result, "\\x%02x", character);
-  else
-    appendEscape(result, character > 0xFFFF ? "\\U%08x" : "\\u%04x", character);
+std::string escaped(char32_t character) {
+  const auto number = static_cast<std::uint32_t>(character);
+  if (number < 0xA0) return stringWithFormat("\\x%02x", number);
+  return stringWithFormat(number > 0xFFFF ? "\\U%08x" : "\\u%04x", number);
 }
 
 /// The length of the UTF-8 sequence at the front of `text`; 0 if its first byte begins none.
@@ -64,10 +56,10 @@ void moveCharacter(std::string_view& text, std::string& result, const Keeps& kee
   text.remove_prefix(sequence.size());
   std::size_t position = 0;
   if (length == 0) {
-    appendEscape(result, "\\x%02x", static_cast<unsigned char>(sequence.front()));
+    result += stringWithFormat("\\x%02x", static_cast<unsigned char>(sequence.front()));
   } else if (const char32_t character = nextCodePoint(sequence, position);
              isActedUpon(character) && !keeps(character)) {
-    appendEscaped(result, character);
+    result += escaped(character);
   } else {
     result += sequence;
   }

@@ -3,8 +3,8 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
+
+#include "platform/foundation/Format.h"
 
 namespace platform {
 namespace {
@@ -41,18 +41,14 @@ void appendEscapedASCII(std::string& text, char c) {
   } else if (const auto at = controls.find(c); at != std::string_view::npos) {
     text += {'\\', names[at]};
   } else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) {
-    std::array<char, 8> octal{};
-    std::snprintf(octal.data(), octal.size(), "\\%03o", static_cast<unsigned>(c));
-    text += octal.data();
+    text += stringWithFormat("\\%03o", c);
   } else {
     text += c;
   }
 }
 
 void appendEscapedUnit(std::string& text, unsigned unit) {
-  std::array<char, 8> escape{};
-  std::snprintf(escape.data(), escape.size(), "\\U%04x", unit);
-  text += escape.data();
+  text += stringWithFormat("\\U%04x", unit);
 }
 
 }  // namespace

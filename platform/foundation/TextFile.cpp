@@ -2,10 +2,10 @@
 
 #include <cerrno>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
+#include "platform/foundation/ErrorTexts.h"
 #include "platform/foundation/FoundationProvider.h"
 #include "platform/foundation/UTF8Validator.h"
 
@@ -14,8 +14,7 @@ namespace {
 
 /// The system's words for an error, unless they are in an encoding that is not ours.
 std::string systemText(int number) {
-  std::string text = std::generic_category().message(number);
-  return isValidUTF8(text) ? text : "error " + std::to_string(number);
+  return textOfError(NSPOSIXErrorDomain, number).value_or("error " + std::to_string(number));
 }
 
 std::shared_ptr<NSError> systemError(int number) {

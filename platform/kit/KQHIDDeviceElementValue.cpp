@@ -89,13 +89,13 @@ class PackedElementValues final : public NSMutableArray,
  private:
   Place placeOf(const std::shared_ptr<NSObject>& object) const {
     const auto self = shared_from_this();
-    if (self.owner_before(object) || object.owner_before(self)) return {0, object};
+    if (self.owner_before(object) || object.owner_before(self)) return {.other = object};
     if (const auto* value = dynamic_cast<const PackedElementValue*>(object.get())) {
-      return {static_cast<std::size_t>(value - values_), nullptr};
+      return {.own = static_cast<std::size_t>(value - values_), .other = nullptr};
     }
     const auto* data = dynamic_cast<const NSData*>(object.get());
     if (data == nullptr) throw std::invalid_argument("an array cannot hold itself");
-    return {0, NSData::dataWithBytes(data->span())};
+    return {.other = NSData::dataWithBytes(data->span())};
   }
 
   std::vector<Place>& places() {

@@ -27,7 +27,7 @@ std::uint64_t levelFromEnvironment() {
   std::uint64_t level = 0;
   const char* const end = text + std::strlen(text);
   const auto [stopped, error] = std::from_chars(text, end, level);
-  return error == std::errc() && stopped == end && stopped != text ? level : kDefaultLevel;
+  return error == std::errc() && stopped == end ? level : kDefaultLevel;
 }
 
 std::atomic<std::uint64_t>& currentLevel() {

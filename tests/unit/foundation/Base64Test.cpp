@@ -28,6 +28,26 @@ TEST(Base64, SkipsBlanks) {
   EXPECT_EQ(bytesOfBase64("\n\tZ m\r\n8 =\n"), (Bytes{'f', 'o'}));
 }
 
+TEST(Base64, EveryCharacterIsASextetOrIsRefused) {
+  constexpr std::string_view alphabet =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  for (unsigned c = 0; c < 256; ++c) {
+    const auto character = static_cast<char>(c);
+    const std::size_t sextet = alphabet.find(character);
+    const bool is = sextet != std::string_view::npos;
+    const auto text = [&](std::string_view before, std::string_view behind) {
+      return std::string(before) + character + std::string(behind);
+    };
+    const auto whole = bytesOfBase64(text("", "AAA"));
+    ASSERT_EQ(whole.has_value(), is) << c;
+    EXPECT_EQ(bytesOfBase64(text("A", "==")).has_value(), is && sextet % 16 == 0) << c;
+    EXPECT_EQ(bytesOfBase64(text("AA", "=")).has_value(), c == '=' || (is && sextet % 4 == 0)) << c;
+    if (!is) continue;
+    EXPECT_EQ(*whole, (Bytes{static_cast<std::uint8_t>(sextet << 2), 0, 0})) << c;
+    EXPECT_EQ(base64(*whole), text("", "AAA"));
+  }
+}
+
 TEST(Base64, RefusesTextThatIsNone) {
   for (const char* text : {"Z", "Zg", "Zg=", "Zm8", "Zm9v=", "Zg===", "=",
                            "====", "Zg==Zg==", "Z*==", "Zh==", "Zm9=", "Zg=\x01="}) {

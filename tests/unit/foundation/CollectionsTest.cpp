@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <limits>
 
 #include "platform/foundation/NSArray.h"
@@ -25,6 +26,35 @@ TEST(NSArray, HoldsItsMembersInOrder) {
   EXPECT_TRUE(array->objectAtIndex(2)->isEqual(str("a b")));
   EXPECT_THROW((void)array->objectAtIndex(3), NSRangeException);
   EXPECT_THROW((void)array->objectAtIndex(SIZE_MAX), NSRangeException);
+}
+
+/// What is said of an index that is out of range.
+std::string complaint(const std::function<void()>& access) {
+  try {
+    access();
+  } catch (const NSRangeException& outside) {
+    return outside.what();
+  }
+  return "nothing";
+}
+
+TEST(NSArray, SaysWhichIndexIsBeyondIt) {
+  const auto changeable = NSMutableArray::arrayWithObjects({integer(1)});
+  EXPECT_EQ(complaint([] { (void)sample()->objectAtIndex(3); }), "index 3 beyond an array of 3");
+  EXPECT_EQ(complaint([&] { (void)changeable->objectAtIndex(5); }), "index 5 beyond an array of 1");
+  EXPECT_EQ(complaint([&] { changeable->removeObjectAtIndex(1); }), "index 1 beyond an array of 1");
+}
+
+TEST(NSArray, IsOrderedByCountAndThenByItsFirstDifference) {
+  const auto of = [](std::vector<std::shared_ptr<NSObject>> objects) {
+    return NSArray::arrayWithObjects(std::move(objects));
+  };
+  const auto isBefore = [](const auto& a, const auto& b) {
+    return NSObject::compare(a.get(), b.get()) < 0 && NSObject::compare(b.get(), a.get()) > 0;
+  };
+  EXPECT_TRUE(isBefore(of({integer(9)}), of({integer(1), integer(1)})));
+  EXPECT_TRUE(isBefore(of({integer(1), integer(9)}), of({integer(2), integer(1)})));
+  EXPECT_TRUE(isBefore(of({integer(1), integer(1)}), of({integer(1), integer(2)})));
 }
 
 TEST(NSArray, RefusesNull) {
@@ -216,6 +246,31 @@ TEST(NSDictionary, ComparesEntriesWhateverTheirOrder) {
   EXPECT_FALSE(ab->isEqual(abc));
   EXPECT_FALSE(abc->isEqual(ab));
   EXPECT_FALSE(ab->isEqual(nullptr));
+}
+
+TEST(NSDictionary, IsOrderedByCountThenByKeysThenByValues) {
+  const auto of = [](std::vector<NSDictionary::Entry> entries) {
+    return NSDictionary::dictionaryWithEntries(std::move(entries));
+  };
+  const auto isBefore = [](const auto& a, const auto& b) {
+    return NSObject::compare(a.get(), b.get()) < 0 && NSObject::compare(b.get(), a.get()) > 0;
+  };
+  EXPECT_TRUE(
+      isBefore(of({{str("z"), integer(9)}}), of({{str("a"), integer(1)}, {str("b"), integer(1)}})));
+  EXPECT_TRUE(isBefore(of({{str("a"), integer(9)}}), of({{str("b"), integer(1)}})));
+  EXPECT_TRUE(isBefore(of({{str("a"), integer(1)}}), of({{str("a"), integer(2)}})));
+}
+
+TEST(NSDictionary, KeepsOtherEntriesInPlaceWhereEqualKeysAreMerged) {
+  const auto dictionary = NSDictionary::dictionaryWithEntries({{str("b"), integer(1)},
+                                                               {str("b"), integer(2)},
+                                                               {str("d"), integer(3)},
+                                                               {str("a"), integer(4)},
+                                                               {str("d"), integer(5)},
+                                                               {str("c"), integer(6)}});
+  EXPECT_EQ(dictionary->description(), "{\n    b = 2;\n    d = 5;\n    a = 4;\n    c = 6;\n}");
+  for (const auto& [key, value] : dictionary->entries())
+    EXPECT_EQ(dictionary->objectForKey(*key), value);
 }
 
 TEST(NSDictionary, DescribesItselfInTheOrderOfInsertion) {

@@ -3,9 +3,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 
+#include "platform/foundation/ForwardingFoundationProvider.h"
 #include "platform/foundation/FoundationProvider.h"
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSLog.h"
@@ -132,6 +135,207 @@ TEST(StandardError, KeepsErrno) {
   writeLineToStandardError("");
   EXPECT_EQ(errno, EXDEV);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "\n");
+}
+
+/// Standard error is a pipe that nobody reads and that nobody waits for.
+class FullStandardError {
+ public:
+  FullStandardError() : before_(::dup(STDERR_FILENO)) {
+    EXPECT_EQ(::pipe2(ends_.data(), O_CLOEXEC | O_NONBLOCK), 0);
+    ::dup2(ends_[1], STDERR_FILENO);
+  }
+  FullStandardError(const FullStandardError&) = delete;
+  FullStandardError& operator=(const FullStandardError&) = delete;
+  ~FullStandardError() {
+    ::dup2(before_, STDERR_FILENO);
+    for (const int each : {before_, ends_[0], ends_[1]}) ::close(each);
+  }
+  [[nodiscard]] std::string readAll() const {
+    std::string text;
+    std::array<char, 4096> room{};
+    for (ssize_t got = 0; (got = ::read(ends_[0], room.data(), room.size())) > 0;)
+      text.append(room.data(), static_cast<std::size_t>(got));
+    return text;
+  }
+
+ private:
+  std::array<int, 2> ends_{};
+  const int before_;
+};
+
+TEST(StandardError, WritesWhatThereIsRoomForAndWaitsForNobody) {
+  std::string line;
+  while (line.size() < 1'000'000) line += std::to_string(line.size()) + " ";
+  std::string written;
+  int error = 0;
+  {
+    const FullStandardError pipe;
+    errno = EXDEV;
+    writeLineToStandardError(line);
+    error = errno;
+    written = pipe.readAll();
+  }
+  EXPECT_EQ(error, EXDEV);
+  EXPECT_GT(written.size(), 4000U);
+  EXPECT_LT(written.size(), line.size());
+  EXPECT_TRUE(line.starts_with(written));
+}
+
+/// Says only what there is to say.
+class OneFile : public FoundationProvider {
+ public:
+  explicit OneFile(std::string_view text) : text_(text) {}
+  std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path) override {
+    if (path->UTF8String() != "/there") return nullptr;
+    return NSData::dataWithBytes(
+        {reinterpret_cast<const std::uint8_t*>(text_.data()), text_.size()});
+  }
+  std::shared_ptr<NSString> mainBundlePath() override { return nullptr; }
+  std::shared_ptr<NSObject> propertyListWithData(const std::shared_ptr<NSData>&,
+                                                 NSPropertyListFormat*,
+                                                 std::shared_ptr<NSError>*) override {
+    return nullptr;
+  }
+  std::shared_ptr<NSNotificationCenter> defaultCenter() override { return nullptr; }
+  void log(std::string_view) override {}
+
+ private:
+  const std::string_view text_;
+};
+
+TEST(FoundationProvider, HandsOutAWholeFileAsOnePieceWhereItSaysNothingElse) {
+  std::string calls;
+  const auto look = [&](bool answer) {
+    return [&calls, answer](std::string_view piece) {
+      calls += "look " + std::string(piece) + ";";
+      return answer;
+    };
+  };
+  const auto take = [&](std::string_view piece) {
+    calls += "take " + std::string(piece) + ";";
+    return true;
+  };
+  OneFile provider("text");
+  EXPECT_EQ(provider.readFile(str("/missing"), look(true), take), ENOENT);
+  EXPECT_EQ(calls, "");
+  EXPECT_EQ(provider.readFile(str("/there"), look(true), take), 0);
+  EXPECT_EQ(calls, "look text;take text;");
+  EXPECT_EQ(provider.readFile(str("/there"), look(false), take), 0);
+  EXPECT_EQ(calls, "look text;take text;look text;");
+  EXPECT_EQ(OneFile("").readFile(str("/there"), look(true), take), 0);
+  EXPECT_EQ(calls, "look text;take text;look text;");
+}
+
+/// Answers everything with something of its own.
+class Answers final : public FoundationProvider {
+ public:
+  std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path) override {
+    calls += "data " + path->UTF8String() + ";";
+    return data;
+  }
+  int readFile(const std::shared_ptr<NSString>& path, const PieceHandler& look,
+               const PieceHandler& take) override {
+    calls += "read " + path->UTF8String() + ";";
+    look("looked");
+    take("taken");
+    return EIO;
+  }
+  std::shared_ptr<NSString> mainBundlePath() override { return str("/bundle"); }
+  std::shared_ptr<NSObject> propertyListWithData(const std::shared_ptr<NSData>& bytes,
+                                                 NSPropertyListFormat* returnFormat,
+                                                 std::shared_ptr<NSError>* returnError) override {
+    EXPECT_EQ(bytes, data);
+    *returnFormat = NSPropertyListFormat::Binary;
+    *returnError = NSError::errorWithDomain_code_userInfo(str("D"), 5, nullptr);
+    return str("list");
+  }
+  std::shared_ptr<NSNotificationCenter> defaultCenter() override { return center; }
+  void log(std::string_view text) override { calls += "log " + std::string(text) + ";"; }
+
+  const std::shared_ptr<NSData> data = NSData::dataWithBytes({});
+  const std::shared_ptr<NSNotificationCenter> center = NSNotificationCenter::center();
+  std::string calls;
+};
+
+TEST(ForwardingFoundationProvider, AnswersAsTheOneBehindIt) {
+  const auto behind = std::make_shared<Answers>();
+  ForwardingFoundationProvider provider(behind);
+  const auto saying = [&](const std::string& who) {
+    return [&, who](std::string_view piece) {
+      behind->calls += who + " " + std::string(piece) + ";";
+      return true;
+    };
+  };
+  EXPECT_EQ(provider.dataWithContentsOfFile(str("/a")), behind->data);
+  EXPECT_EQ(provider.readFile(str("/b"), saying("look"), saying("take")), EIO);
+  provider.log("text");
+  EXPECT_EQ(behind->calls, "data /a;read /b;look looked;take taken;log text;");
+  EXPECT_EQ(descriptionOf(provider.mainBundlePath()), "/bundle");
+  auto format = NSPropertyListFormat::XML;
+  std::shared_ptr<NSError> error;
+  EXPECT_EQ(descriptionOf(provider.propertyListWithData(behind->data, &format, &error)), "list");
+  EXPECT_EQ(format, NSPropertyListFormat::Binary);
+  EXPECT_EQ(error->code(), 5);
+  EXPECT_EQ(provider.defaultCenter(), behind->center);
+}
+
+TEST_F(FilesTest, APieceThatIsTurnedDownEndsTheReading) {
+  write("file", std::string(600'000, 'x'));
+  std::size_t looks = 0;
+  std::size_t takes = 0;
+  const auto read = [&](std::size_t mostLooks, std::size_t mostTakes) {
+    looks = takes = 0;
+    errno = EINTR;  // left over from something else
+    return machineFoundationProvider()->readFile(
+        str(path("file")), [&](std::string_view) { return ++looks < mostLooks; },
+        [&](std::string_view) { return ++takes < mostTakes; });
+  };
+  EXPECT_EQ(read(1, 9), 0);
+  EXPECT_EQ(std::pair(looks, takes), std::pair(std::size_t{1}, std::size_t{0}));
+  EXPECT_EQ(read(9, 1), 0);
+  EXPECT_EQ(std::pair(looks, takes), std::pair(std::size_t{1}, std::size_t{1}));
+  EXPECT_EQ(read(99, 99), 0);
+  EXPECT_EQ(looks, takes);
+}
+
+TEST_F(FilesTest, ReadingInPiecesSaysWhyThereIsNothingToRead) {
+  const auto fault = [&](const std::string& name) {
+    const auto none = [](std::string_view) {
+      ADD_FAILURE() << "there is nothing";
+      return false;
+    };
+    return machineFoundationProvider()->readFile(NSString::stringWithUTF8(name), none, none);
+  };
+  write("file", "x");
+  ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0);
+  EXPECT_EQ(fault(path("missing")), ENOENT);
+  EXPECT_EQ(fault(path("file/below")), ENOTDIR);
+  EXPECT_EQ(fault(path(".")), EISDIR);
+  EXPECT_EQ(fault(path("fifo")), ENOTSUP);
+  EXPECT_EQ(fault("/dev/null"), ENOTSUP);
+  EXPECT_EQ(fault(path("file") + std::string("\0z", 2)), ENOENT);
+  write("empty", "");
+  EXPECT_EQ(fault(path("empty")), 0);
+}
+
+TEST_F(FilesTest, ReadingLeavesNoDescriptorOpen) {
+  const auto open = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                         std::filesystem::directory_iterator());
+  };
+  write("file", std::string(5'000'000, 'x'));
+  const auto before = open();
+  EXPECT_NE(contents("file"), nullptr);
+  EXPECT_EQ(contents("."), nullptr);
+  const auto all = [](std::string_view) { return true; };
+  EXPECT_EQ(machineFoundationProvider()->readFile(str(path("file")), all, all), 0);
+  EXPECT_EQ(open(), before);
+}
+
+TEST_F(FilesTest, AFileOfMoreThanAGibibyteIsNull) {
+  write("file", "");
+  ASSERT_EQ(::truncate(path("file").c_str(), (off_t{1} << 30) + 1), 0);
+  EXPECT_EQ(contents("file"), nullptr);
 }
 
 class CountingFoundation final : public FoundationProvider {

@@ -43,6 +43,9 @@ TEST(Format, FlagsWidthAndPrecisionAreThoseOfC) {
             "[   3.142][1.234500e+03][0.0001][2]");
   EXPECT_EQ(stringWithFormat("[%5s][%-5s][%.2s]", "abc", "abc", "abc"), "[  abc][abc  ][ab]");
   EXPECT_EQ(stringWithFormat("[%'d]", 1234), "[1234]");
+  EXPECT_EQ(stringWithFormat("[%.d][%.0d][%10.4d][%-10d]", 0, 0, 9, 9),
+            "[][][      0009][9         ]");
+  EXPECT_EQ(stringWithFormat("%F %E %G", 0.5, 0.5, 1e-10), "0.500000 5.000000E-01 1E-10");
 }
 
 TEST(Format, AgreesWithTheLibraryOverFlagsAndWidths) {
@@ -74,6 +77,9 @@ TEST(Format, RendersObjectsByDescription) {
 TEST(Format, RendersPointers) {
   EXPECT_EQ(stringWithFormat("%p", reinterpret_cast<const void*>(0x1F)), "0x1f");
   EXPECT_EQ(stringWithFormat("%p", static_cast<const void*>(nullptr)), "0x0");
+  EXPECT_EQ(stringWithFormat("%p", reinterpret_cast<const void*>(UINTPTR_MAX)),
+            "0xffffffffffffffff");
+  EXPECT_EQ(stringWithFormat("%@", reinterpret_cast<const void*>(0x1F)), "0x1f");
   EXPECT_EQ(stringWithFormat("[%6p]", reinterpret_cast<const void*>(0x1F)), "[  0x1f]");
   EXPECT_EQ(stringWithFormat("%@", static_cast<const void*>(nullptr)), "(null)");
 }
@@ -82,6 +88,9 @@ TEST(Format, RendersCharactersAsUTF8) {
   EXPECT_EQ(stringWithFormat("%c%c", 'a', 0x20AC), "a€");
   EXPECT_EQ(stringWithFormat("%c", 0xD800), "\uFFFD");
   EXPECT_EQ(stringWithFormat("%c", -1), "\uFFFD");
+  EXPECT_EQ(stringWithFormat("%c|%c|%c|%c", 0xD7FF, 0xDFFF, 0xE000, 0x10FFFF),
+            "\uD7FF|\uFFFD|\uE000|\U0010FFFF");
+  EXPECT_EQ(stringWithFormat("%c", 0x110000), "\uFFFD");
 }
 
 TEST(Format, AnArgumentOfAnotherKindPrintsInItsOwnForm) {
@@ -103,6 +112,8 @@ TEST(Format, LeavesWhatIsNoConversionAsItIs) {
   EXPECT_EQ(stringWithFormat("%*d", 5), "%*d");
   EXPECT_EQ(stringWithFormat(""), "");
   EXPECT_EQ(stringWithFormat("%.%|%5%", 1), "%|%");
+  EXPECT_EQ(stringWithFormat(std::string_view("%d").substr(0, 1), 1), "%");
+  EXPECT_EQ(stringWithFormat(std::string_view("%\0d", 3), 1), std::string_view("%\0d", 3));
 }
 
 TEST(Format, AHostileWidthMakesNoHugeLine) {
@@ -114,6 +125,9 @@ TEST(Format, AHostileWidthMakesNoHugeLine) {
 
 TEST(Format, PrecisionNeverSplitsACharacter) {
   EXPECT_EQ(stringWithFormat("%.1s|%.2s|%.3s", "ä", "ä", "aää"), "|ä|aä");
+  EXPECT_EQ(stringWithFormat("[%.0s][%.s][%.2s][%.3s]", "ab", "ab", "\x80\x81\x82", "a€"),
+            "[][][][a]");
+  EXPECT_EQ(stringWithFormat("[%3.1s][%-3.1s]", "ab", "ab"), "[  a][a  ]");
 }
 
 TEST(Format, TakesBooleansAndEnumerators) {

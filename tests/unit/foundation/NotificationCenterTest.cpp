@@ -163,6 +163,57 @@ TEST_F(NotificationCenterTest, HoldsObserversWeaklyButStronglyWhileTheyAreNotifi
   EXPECT_EQ(trace_, Trace{"a N"});
 }
 
+TEST_F(NotificationCenterTest, LetsGoOfWhatADeadObserverWaitedForAtTheNextAddition) {
+  auto dead = listener("dead");
+  auto sender = std::make_shared<NSObject>();
+  const std::weak_ptr<NSObject> watched = sender;
+  add(dead, "N", sender);
+  const auto alive = listener("alive");
+  add(alive, "N");
+  sender.reset();
+  EXPECT_FALSE(watched.expired());
+  dead.reset();
+  add(alive, "M");
+  EXPECT_TRUE(watched.expired());
+  post("N");
+  post("M");
+  EXPECT_EQ(trace_, (Trace{"alive N", "alive M"}));
+}
+
+TEST_F(NotificationCenterTest, ANotificationCarriesItsNameAndItsObject) {
+  struct Hearer {
+    std::shared_ptr<NSNotification> note;
+    void heard(const std::shared_ptr<NSNotification>& heard) { note = heard; }
+  };
+  const auto hearer = std::make_shared<Hearer>();
+  const auto registration = notificationObserver(hearer, "heard:", &Hearer::heard);
+  EXPECT_EQ(registration.selector, "heard:");
+  center_->addObserver_selector_name_object(registration, nullptr, nullptr);
+  const auto sender = std::make_shared<NSObject>();
+  post("N", sender);
+  ASSERT_NE(hearer->note, nullptr);
+  EXPECT_EQ(hearer->note->name()->UTF8String(), "N");
+  EXPECT_EQ(hearer->note->object(), sender);
+}
+
+TEST_F(NotificationCenterTest, RemovingLeavesOtherNamesObjectsAndObservers) {
+  const auto a = listener("a");
+  const auto b = listener("b");
+  const auto one = std::make_shared<NSObject>();
+  const auto two = std::make_shared<NSObject>();
+  add(a, nullptr);
+  add(a, "N", one);
+  add(b, "N", one);
+  remove(a.get(), "M");
+  remove(a.get(), nullptr, two);
+  remove(a.get(), "N", two);
+  post("N", one);
+  EXPECT_EQ(trace_, (Trace{"a N", "a N", "b N"}));
+  remove(a.get(), nullptr, one);
+  post("N", one);
+  EXPECT_EQ(trace_, (Trace{"a N", "a N", "b N", "a N", "b N"}));
+}
+
 TEST_F(NotificationCenterTest, AnExceptionLeavesThePostAndTheCenterWhole) {
   const auto a = listener("a");
   const auto b = listener("b");

@@ -64,6 +64,27 @@ TEST(NSNumber, EqualityIsExactWhereDoublesAreNot) {
   EXPECT_FALSE(integer(0)->isEqual(nullptr));
 }
 
+TEST(NSNumber, IsOrderedByKindAndThenByValue) {
+  const std::vector<Number> ascending{integer(kLowest),
+                                      real(-1),
+                                      flag(false),
+                                      natural(1),
+                                      integer(kHighest),
+                                      real(0x1p63),
+                                      natural(kHighestUnsigned),
+                                      real(-kInfinity),
+                                      real(-0x1p64),
+                                      real(-0.5),
+                                      real(0.5),
+                                      real(0x1p64),
+                                      real(kInfinity),
+                                      real(kNaN)};
+  for (std::size_t i = 1; i < ascending.size(); ++i) {
+    EXPECT_TRUE(NSObject::compare(ascending[i - 1].get(), ascending[i].get()) < 0) << i;
+    EXPECT_TRUE(NSObject::compare(ascending[i].get(), ascending[i - 1].get()) > 0) << i;
+  }
+}
+
 TEST(NSNumber, ConvertsIntegersByWrappingAndDoublesBySaturating) {
   EXPECT_EQ(natural(kHighestUnsigned)->longLongValue(), -1);
   EXPECT_EQ(integer(-1)->unsignedLongLongValue(), kHighestUnsigned);
@@ -75,6 +96,15 @@ TEST(NSNumber, ConvertsIntegersByWrappingAndDoublesBySaturating) {
   EXPECT_EQ(real(-1e300)->longLongValue(), kLowest);
   EXPECT_EQ(real(-1)->unsignedLongLongValue(), 0U);
   EXPECT_EQ(real(kInfinity)->unsignedLongLongValue(), kHighestUnsigned);
+  EXPECT_EQ(real(0x1p64)->unsignedLongLongValue(), kHighestUnsigned);
+  EXPECT_EQ(real(0x1p64 - 2048)->unsignedLongLongValue(), kHighestUnsigned - 2047);
+  EXPECT_EQ(real(0x1p63)->unsignedLongLongValue(), std::uint64_t{1} << 63);
+  EXPECT_EQ(real(2.9)->unsignedLongLongValue(), 2U);
+  EXPECT_EQ(real(0x1p63 - 1024)->longLongValue(), kHighest - 1023);
+  EXPECT_EQ(real(-0x1p63)->longLongValue(), kLowest);
+  EXPECT_EQ(real(-0x1p63 + 1024)->longLongValue(), kLowest + 1024);
+  EXPECT_EQ(natural(kHighestUnsigned)->doubleValue(), 0x1p64);
+  EXPECT_EQ(real(-2.5)->doubleValue(), -2.5);
   EXPECT_EQ(real(kNaN)->longLongValue(), 0);
   EXPECT_EQ(real(kNaN)->unsignedLongLongValue(), 0U);
   EXPECT_EQ(integer(kLowest)->doubleValue(), -0x1p63);

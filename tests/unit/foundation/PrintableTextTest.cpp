@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <utility>
+
 #include "platform/foundation/Text.h"
 
 namespace {
@@ -53,6 +56,26 @@ TEST(PrintableText, TheRangesEndWhereTheyShould) {
   }
 }
 
+TEST(PrintableText, EveryRangeOfInvisibleCharactersBeginsAndEndsWhereItShould) {
+  constexpr std::pair<char32_t, char32_t> kRanges[] = {
+      {0xAD, 0xAD},       {0x600, 0x605},     {0x61C, 0x61C},     {0x6DD, 0x6DD},
+      {0x70F, 0x70F},     {0x890, 0x891},     {0x8E2, 0x8E2},     {0x180E, 0x180E},
+      {0x200B, 0x200F},   {0x2028, 0x202E},   {0x2060, 0x206F},   {0xFEFF, 0xFEFF},
+      {0xFFF9, 0xFFFB},   {0x110BD, 0x110BD}, {0x110CD, 0x110CD}, {0x13430, 0x1343F},
+      {0x1BCA0, 0x1BCA3}, {0x1D173, 0x1D17A}, {0xE0001, 0xE007F}};
+  for (const auto& [first, last] : kRanges) {
+    SCOPED_TRACE(static_cast<std::uint32_t>(first));
+    for (const char32_t shown : {first - 1, last + 1})
+      EXPECT_EQ(printableLine(character(shown)), character(shown));
+    for (const char32_t hidden : {first, last}) {
+      char escape[16];
+      std::snprintf(escape, sizeof escape, hidden < 0x10000 ? "\\u%04x" : "\\U%08x",
+                    static_cast<unsigned>(hidden));
+      EXPECT_EQ(printableLine(character(hidden)), escape);
+    }
+  }
+}
+
 TEST(PrintableText, BytesThatAreNotUTF8AreWrittenAsNumbers) {
   EXPECT_EQ(printableLine("\xFF"), "\\xff");
   EXPECT_EQ(printableLine("\xC0\x80"), "\\xc0\\x80");
@@ -71,6 +94,8 @@ TEST(PrintableText, ALongLineIsCutBetweenCharacters) {
   EXPECT_EQ(printableLine("ab", 1), "…");
   EXPECT_EQ(printableLine("ab", 0), "");
   EXPECT_EQ(printableLine(std::string(2000, 'x')), std::string(999, 'x') + "…");
+  EXPECT_EQ(printableLine(std::string(1000, 'x')), std::string(1000, 'x'));
+  EXPECT_EQ(printableLine("ab\tc", 3), "ab…");
 }
 
 }  // namespace

@@ -92,6 +92,15 @@ TEST(HostileXML, NestingHasABound) {
   EXPECT_EQ(readXML(repeated("<dict><key/>", 1'000'000)).object, nullptr);
 }
 
+TEST(HostileXML, NestingOfDictionariesHasTheSameBound) {
+  const auto nestedText = [](std::size_t depth) {
+    return repeated("<dict><key/>", depth - 1) + "<dict/>" + repeated("</dict>", depth - 1);
+  };
+  EXPECT_NE(readXML(nestedText(512)).object, nullptr);
+  EXPECT_EQ(readXML(nestedText(513)).error,
+            "NSCocoaErrorDomain 3840: Not a property list: nested too deeply");
+}
+
 TEST(HostileXML, SiblingsAreNoNesting) {
   const auto reading = readXML("<array>" + repeated("<dict /><array />", 5000) + "</array>");
   ASSERT_NE(reading.object, nullptr) << reading.error;
@@ -106,20 +115,6 @@ TEST(HostileXML, DeclarationsAmongElementsHideNoNesting) {
         readXML(repeated("<array>" + std::string(hidden), 200'000) + repeated("</array>", 200'000));
     EXPECT_EQ(reading.object, nullptr) << hidden;
   }
-}
-
-TEST(HostileXML, ObjectsHaveABound) {
-  const auto list = [](std::size_t count) {
-    return "<array>" + repeated("<true/>", count) + "</array>";
-  };
-  EXPECT_NE(readXML(list((1U << 20) - 1)).object, nullptr);
-  EXPECT_EQ(readXML(list(1U << 20)).error,
-            "NSCocoaErrorDomain 3840: Not a property list: too many objects");
-}
-
-TEST(HostileXML, MoreThan64MiBIsRefused) {
-  const auto reading = readXML("<string>" + std::string(std::size_t{64} << 20, 'x') + "</string>");
-  EXPECT_EQ(reading.error, "NSCocoaErrorDomain 3840: Not a property list: larger than 64 MiB");
 }
 
 TEST(HostileXML, ManyUnfinishedReferencesAreRefusedInLinearTime) {
@@ -176,6 +171,36 @@ TEST(HostileBinary, NestingHasABound) {
   EXPECT_EQ(read(chain(10'000)).object, nullptr);
 }
 
+TEST(HostileBinary, NestingOfDictionariesHasTheSameBound) {
+  const auto chainOfDictionaries = [](std::size_t length) {
+    std::vector<std::string> objects;
+    for (std::size_t i = 1; i < length; ++i)
+      objects.push_back("\xD1" + reference(length) + reference(i));
+    objects.emplace_back("\xD0");
+    objects.emplace_back("\x50");
+    return binaryOf(objects);
+  };
+  EXPECT_NE(read(chainOfDictionaries(512)).object, nullptr);
+  EXPECT_EQ(read(chainOfDictionaries(513)).error,
+            "NSCocoaErrorDomain 3840: Not a property list: nested too deeply");
+}
+
+// 256 containers above what is 256 high, or 257 above it.
+TEST(HostileBinary, WhatIsSharedMayReachTheBoundAndNoFurther) {
+  const auto list = [](std::size_t above) {
+    std::vector<std::string> objects{"\xA2" + reference(1000) + reference(1)};
+    for (std::size_t i = 1; i < above - 1; ++i) objects.push_back("\xA1" + reference(i + 1));
+    objects.push_back("\xA1" + reference(1000));
+    while (objects.size() < 1000) objects.emplace_back("\x09");
+    for (std::size_t i = 1000; i < 1255; ++i) objects.push_back("\xA1" + reference(i + 1));
+    objects.emplace_back("\xA0");
+    return binaryOf(objects);
+  };
+  EXPECT_NE(read(list(256)).object, nullptr);
+  EXPECT_EQ(read(list(257)).error,
+            "NSCocoaErrorDomain 3840: Not a property list: nested too deeply");
+}
+
 // The chain is first reached near the top, where it fits, and then again from further down, where
 // it does not.
 TEST(HostileBinary, SharingDoesNotGetAroundTheBoundOnNesting) {
@@ -200,6 +225,19 @@ TEST(HostileBinary, SharedReferencesCountAsOftenAsTheyAreMade) {
   EXPECT_EQ(read(doubling(64)).error,
             "NSCocoaErrorDomain 3840: Not a property list: too many objects");
   EXPECT_EQ(read(doubling(400)).error,
+            "NSCocoaErrorDomain 3840: Not a property list: too many objects");
+}
+
+// Nineteen doublings stand for 2^20 − 1 objects.
+TEST(HostileBinary, TheLastObjectThatFitsIsRead) {
+  const auto list = [](const std::string& root) {
+    std::vector<std::string> objects{root};
+    for (std::size_t i = 2; i <= 20; ++i) objects.push_back("\xA2" + reference(i) + reference(i));
+    objects.emplace_back("\x09");
+    return binaryOf(objects);
+  };
+  EXPECT_NE(read(list("\xA1" + reference(1))).object, nullptr);
+  EXPECT_EQ(read(list("\xA2" + reference(1) + reference(20))).error,
             "NSCocoaErrorDomain 3840: Not a property list: too many objects");
 }
 

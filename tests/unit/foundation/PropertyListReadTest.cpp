@@ -80,6 +80,35 @@ TEST(XMLPropertyList, ReadsTheFormsThatMeanTheSame) {
   reads("<real>+infinity</real>", real(std::numeric_limits<double>::infinity()));
   reads("<real>nan</real>", real(std::numeric_limits<double>::quiet_NaN()));
   reads("<date>0001-12-30T00:00:00Z</date>", date(-63082540800));
+  reads("<date>0000-01-01T00:00:00Z</date>", date(-63145526400));
+  reads("<date>9999-12-31T23:59:59Z</date>", date(252423993599));
+  reads("<date>2001-01-01T01:02:03Z</date>", date(3723));
+  reads("<date>2004-02-29T00:00:00Z</date>", date(99705600));
+  reads("<string>a<!-->b--></string>", str("a"));
+  reads("<string>a<?>b?>c</string>", str("ac"));
+  reads("<string>a<!----><!-- - -- --></string>", str("a"));
+  reads("<string>a<![CDATA[]]>b<![CDATA[]]]]></string>", str("ab]]"));
+  reads("<string a=\"'>'\" b='\">'>x</string>", str("x"));
+  reads("<string\ta='/'>x</string\n>", str("x"));
+  reads("<string\n/>", str(""));
+  reads("<string>></string>", str(">"));
+  reads("<string>&lt;&gt;&amp;</string>", str("<>&"));
+  reads("<string>&#9;&#10;&#13;&#x20;&#xD7FF;&#xE000;&#xFFFD;&#x10FFFF;</string>",
+        str("\t\n\r \uD7FF\uE000\uFFFD\U0010FFFF"));
+  reads("<string>\t \uD7FF\uE000\uFFFD\U00010000\U0010FFFF</string>",
+        str("\t \uD7FF\uE000\uFFFD\U00010000\U0010FFFF"));
+  reads("<integer>-0</integer>", integer(0));
+  reads("<integer>0X1f</integer>", integer(31));
+  reads("<integer>9223372036854775807</integer>",
+        integer(std::numeric_limits<std::int64_t>::max()));
+  reads("<integer>9223372036854775808</integer>", natural(std::uint64_t{1} << 63));
+  reads("<integer>0xFFFFFFFFFFFFFFFF</integer>",
+        natural(std::numeric_limits<std::uint64_t>::max()));
+  reads("<real> +1.5\n</real>", real(1.5));
+  reads("<true> \n</true>", NSNumber::numberWithBool(true));
+  reads("<false/>", NSNumber::numberWithBool(false));
+  reads("<dict> <key>a</key> <!-- b --> <true/> </dict>",
+        dictionary({{str("a"), NSNumber::numberWithBool(true)}}));
   reads("<dict><key>a</key><true/><key>a</key><false/></dict>",
         dictionary({{str("a"), NSNumber::numberWithBool(false)}}));
 }
@@ -135,6 +164,30 @@ TEST(XMLPropertyList, RefusesWhatIsNoneAndSaysWhy) {
   refuses("<string>&#x110000;</string>", "a reference to no character");
   refuses("<string>&#99999999999999999999;</string>", "a reference to no character");
   refuses("<string>&#-5;</string>", "a reference to no character");
+  refuses("<string>&#X41;</string>", "a reference to no character");
+  refuses("<string>&#x;</string>", "a reference to no character");
+  refuses("<string>&#x41g;</string>", "a reference to no character");
+  refuses("<string>&#xDFFF;</string>", "a reference to no character");
+  refuses("<string>&#xFFFE;</string>", "a reference to no character");
+  refuses("<string>&#xFFFF;</string>", "a reference to no character");
+  refuses("<string>&#31;</string>", "a reference to no character");
+  refuses("<string>&#11;</string>", "a reference to no character");
+  refuses("<string>&;</string>", "an entity that is not known");
+  refuses("<string>\uFFFE</string>", "a character that XML does not allow");
+  refuses("<string>\uFFFF</string>", "a character that XML does not allow");
+  refuses("<string>\x1F</string>", "a character that XML does not allow");
+  refuses("<string>\x0B</string>", "a character that XML does not allow");
+  refuses("<string>a", "an end that does not fit its beginning");
+  refuses("<array><string/>", "an end that does not fit its beginning");
+  refuses("<array a='>", "an end that is missing");
+  refuses("<string", "an element of an unknown kind");
+  refuses("<dict>text</dict>", "text between elements");
+  refuses("<dict><key>a</key>text</dict>", "text between elements");
+  refuses("<integer>+-1</integer>", "an integer that is none, or of more than 64 bits");
+  refuses("<integer>0x</integer>", "an integer that is none, or of more than 64 bits");
+  refuses("<integer>1F</integer>", "an integer that is none, or of more than 64 bits");
+  refuses("<real>+</real>", "a real that is none");
+  refuses("<real>1,5</real>", "a real that is none");
   refuses("<string>&#;</string>", "a reference to no character");
   refuses("<integer/>", "an integer that is none, or of more than 64 bits");
   refuses("<integer>12abc</integer>", "an integer that is none, or of more than 64 bits");
@@ -151,6 +204,13 @@ TEST(XMLPropertyList, RefusesWhatIsNoneAndSaysWhy) {
   refuses("<date>2026-02-29T00:00:00Z</date>", "a date that is none");
   refuses("<date>2026-11-21T24:00:00Z</date>", "a date that is none");
   refuses("<date>2026-11-21T00:00:00+</date>", "a date that is none");
+  for (const std::string date :
+       {"2026-00-21T00:00:00Z", "2026-13-21T00:00:00Z", "2026-11-00T00:00:00Z",
+        "2026-11-31T00:00:00Z", "2026-11-21T00:60:00Z", "2026-11-21T00:00:60Z",
+        "2026-11-21T00:00:00ZZ", "2026-11-21 00:00:00Z", "2026/11-21T00:00:00Z",
+        "2026-11-21T00:00:0:Z", "2026-11-21T00:00:/0Z", "-026-11-21T00:00:00Z"}) {
+    refuses("<date>" + date + "</date>", "a date that is none");
+  }
   refuses("<data>****</data>", "data that is not in its encoding");
   refuses("<data>AQI</data>", "data that is not in its encoding");
   refuses("<true>1</true>", "text in a boolean");
@@ -166,6 +226,26 @@ TEST(XMLPropertyList, RefusesADocumentTypeOfItsOwn) {
   EXPECT_EQ(reading.object, nullptr);
   EXPECT_EQ(reading.error,
             "NSCocoaErrorDomain 3840: Not a property list: a document type of its own");
+}
+
+TEST(XMLPropertyList, SaysWhereADocumentIsCutOffOrEmpty) {
+  const auto why = [](std::string_view bytes) {
+    return read(bytes).error.substr(
+        std::string_view("NSCocoaErrorDomain 3840: Not a property list: ").size());
+  };
+  EXPECT_EQ(why("<plist/>"), "nothing in it");
+  EXPECT_EQ(why("<plist> </plist>"), "nothing in it");
+  EXPECT_EQ(why("<plist>"), "an end that is missing");
+  EXPECT_EQ(why("<plist><true/>"), "an end that is missing");
+  EXPECT_EQ(why("<string>a"), "an end that is missing");
+  EXPECT_EQ(why("<array>"), "an end that is missing");
+  EXPECT_EQ(why("<array"), "an end that is missing");
+  EXPECT_EQ(why("<string a='>"), "an end that is missing");
+  EXPECT_EQ(why("<?xml"), "an end that is missing");
+  EXPECT_EQ(why("<!DOCTYPE plist"), "an end that is missing");
+  EXPECT_EQ(why("<!DOCTYPE plist><!-- a --> <?b?>"), "an end that is missing");
+  EXPECT_EQ(why("<string/>x"), "something behind its end");
+  EXPECT_EQ(why("\xEF\xBB\xBF\xEF\xBB\xBF<true/>"), "text between elements");
 }
 
 TEST(XMLPropertyList, RefusesWhatStandsBehindItsEnd) {
@@ -254,6 +334,9 @@ TEST(BinaryPropertyList, ReadsEveryWidth) {
       "abc"sv,
       str("abc"));
   reads("\x62\xD8\x3D\xDE\x00"sv, str("😀"));
+  reads("\x5F\x10\x00"sv, str(""));
+  reads("\x4F\x13\0\0\0\0\0\0\0\x01\x07"sv, dataOf("\7"));
+  reads("\x51\x7F", str("\x7F"));
   reads("\xA0", array({}));
   reads("\xD0", dictionary({}));
   reads("\x08", NSNumber::numberWithBool(false));
@@ -288,6 +371,12 @@ TEST(BinaryPropertyList, RefusesObjectsThatNoListHolds) {
   refuses("\x4F\x23\0"sv, "a count that is no integer");
   refuses("\x4F\x14\0"sv, "a count that is no integer");
   refuses("\x4F", "a count that is no integer");
+  refuses("\x4F\x10", "an object that runs past the data");
+  refuses("\x4F\x11\x00"sv, "an object that runs past the data");
+  refuses("\x07", "an object of an unknown kind");
+  refuses("\x0A", "an object of an unknown kind");
+  refuses("\x31\0\0"sv, "a date of an unknown width");
+  refuses("\x24\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0"sv, "a real of an unknown width");
   refuses("\x51\x80", "a string that is not in its encoding");
   refuses("\x61\xD8\x00"sv, "a string that is not in its encoding");
   refuses("\xA1\x01", "a reference to an object that is not there");
@@ -317,6 +406,67 @@ TEST(BinaryPropertyList, RefusesATrailerThatDoesNotFit) {
       "NSCocoaErrorDomain 3840: Not a property list: a reference to an object that is not there");
   EXPECT_EQ(read(kBinary.substr(0, 39)).error,
             "NSCocoaErrorDomain 3840: Not a property list: shorter than its trailer");
+}
+
+std::string number(std::size_t value, std::size_t width) {
+  std::string text;
+  for (std::size_t i = width; i-- > 0;) text += static_cast<char>(value >> (8 * i) & 0xFF);
+  return text;
+}
+
+/// The list [true, "a"] with offsets and references of those widths.
+std::string binaryOfWidths(std::size_t offsets, std::size_t references) {
+  const std::string objects =
+      "\xA2" + number(1, references) + number(2, references) + "\x09" + "\x51" + "a";
+  const std::size_t second = 9 + 2 * references;
+  return "bplist00" + objects + number(8, offsets) + number(second, offsets) +
+         number(second + 1, offsets) + std::string(6, '\0') + static_cast<char>(offsets) +
+         static_cast<char>(references) + number(3, 8) + number(0, 8) +
+         number(8 + objects.size(), 8);
+}
+
+TEST(BinaryPropertyList, OffsetsAndReferencesTakeOneToEightBytes) {
+  const auto expected = array({NSNumber::numberWithBool(true), str("a")});
+  for (std::size_t offsets = 1; offsets <= 8; ++offsets) {
+    for (std::size_t references = 1; references <= 8; ++references) {
+      const auto reading = read(binaryOfWidths(offsets, references));
+      ASSERT_NE(reading.object, nullptr) << offsets << ' ' << references << ' ' << reading.error;
+      EXPECT_TRUE(reading.object->isEqual(expected)) << offsets << ' ' << references;
+    }
+  }
+}
+
+TEST(BinaryPropertyList, ObjectsLieBetweenTheMagicAndTheTable) {
+  const auto withOffset = [](char offset) {
+    std::string bytes(kBinary);
+    bytes[bytes.size() - 32 - 5] = offset;  // of the top object
+    return read(bytes).error;
+  };
+  const std::string_view outside =
+      "NSCocoaErrorDomain 3840: Not a property list: an object outside the data";
+  EXPECT_EQ(withOffset(8), "");
+  EXPECT_EQ(withOffset(7), outside);
+  EXPECT_EQ(withOffset(0x15), outside);
+  EXPECT_EQ(withOffset(0x10), "") << "an integer";
+}
+
+TEST(BinaryPropertyList, TheShortestOnesAreToldFromWhatIsNone) {
+  const auto why = [](const std::string& bytes) {
+    return read(bytes).error.substr(
+        std::string_view("NSCocoaErrorDomain 3840: Not a property list: ").size());
+  };
+  EXPECT_EQ(why("bplist0"), "text between elements");
+  EXPECT_EQ(why("bplist01" + std::string(32, ' ')), "text between elements");
+  EXPECT_EQ(why("bplist00"), "shorter than its trailer");
+  EXPECT_EQ(why("bplist00" + std::string(31, '\0')), "shorter than its trailer");
+  EXPECT_EQ(why("bplist00" + std::string(32, '\0')), "a trailer that does not fit the data");
+  const auto trailer = [](std::size_t count, std::size_t table) {
+    return std::string(6, '\0') + "\x01\x01" + number(count, 8) + number(0, 8) + number(table, 8);
+  };
+  EXPECT_EQ(why("bplist00" + trailer(0, 8)), "a reference to an object that is not there");
+  EXPECT_EQ(why("bplist00" + trailer(1, 8)), "a trailer that does not fit the data");
+  EXPECT_EQ(why("bplist00\x08" + trailer(1, 8)), "an object outside the data");
+  EXPECT_EQ(why("bplist00\x08" + trailer(0, 10)), "a trailer that does not fit the data");
 }
 
 TEST(BinaryPropertyList, RefusesAKeyThatIsNoString) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <future>
 #include <string>
 
@@ -82,6 +83,26 @@ TEST(ReadAhead, EndsAheadOfAPieceThatIsRefused) {
   EXPECT_TRUE(outcome.text == Source::pieces(9));
   EXPECT_EQ(outcome.error, 0);
   EXPECT_EQ(looks, 10);
+}
+
+bool isBlocked(int signal) {
+  sigset_t blocked;
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+  return sigismember(&blocked, signal) == 1;
+}
+
+TEST(ReadAhead, LeavesSignalsToTheCaller) {
+  ASSERT_FALSE(isBlocked(SIGUSR1));
+  bool blockedThere = false;
+  ReadAhead reader(
+      [&](std::span<char>) {
+        blockedThere = isBlocked(SIGUSR1);
+        return ssize_t{0};
+      },
+      [](std::string_view) { return true; });
+  EXPECT_FALSE(isBlocked(SIGUSR1));
+  EXPECT_EQ(reader.next().bytes, "");
+  EXPECT_TRUE(blockedThere);
 }
 
 TEST(ReadAhead, ReadsAheadWhileAPieceIsHeldAndNoFurtherThanItHasRoom) {

@@ -1,13 +1,16 @@
 #include "platform/foundation/TextFile.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <fstream>
 #include <new>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "platform/foundation/ForwardingFoundationProvider.h"
 #include "platform/foundation/FoundationProvider.h"
 #include "platform/foundation/GrowingData.h"
 #include "platform/foundation/UTF8Validator.h"
@@ -20,6 +23,35 @@ using testsupport::TemporaryDirectory;
 using testsupport::writeFile;
 
 // ---- UTF8Validator
+
+/// The number of bytes of the well-formed sequence at the start of `bytes`, or 0.
+std::size_t sequenceLength(std::string_view bytes) {
+  const auto at = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
+  const auto continues = [&](std::size_t i) { return i < bytes.size() && (at(i) & 0xC0) == 0x80; };
+  const unsigned lead = at(0);
+  if (lead < 0x80) return 1;
+  if (lead < 0xC2) return 0;
+  if (!continues(1)) return 0;
+  if (lead < 0xE0) return 2;
+  if (!continues(2)) return 0;
+  if (lead == 0xE0 && at(1) < 0xA0) return 0;
+  if (lead == 0xED && at(1) > 0x9F) return 0;
+  if (lead < 0xF0) return 3;
+  if (!continues(3)) return 0;
+  if (lead == 0xF0 && at(1) < 0x90) return 0;
+  if (lead == 0xF4 && at(1) > 0x8F) return 0;
+  return lead <= 0xF4 ? 4 : 0;
+}
+
+/// As the standard has it, one character after another.
+bool isWellFormed(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const std::size_t length = sequenceLength(bytes);
+    if (length == 0) return false;
+    bytes.remove_prefix(length);
+  }
+  return true;
+}
 
 bool isValidInPieces(std::string_view text, std::size_t length) {
   UTF8Validator validator;
@@ -39,7 +71,7 @@ TEST(UTF8Validator, AnswersForEveryPairAndTripleOfBytesAtABorderAsForTheWhole) {
                                    static_cast<char>(third), '\x80'};
         for (std::size_t size = 1; size <= 4; ++size) {
           const auto part = bytes.substr(0, size);
-          const bool expected = isValidUTF8(part);
+          const bool expected = isWellFormed(part);
           ASSERT_EQ(isValidInPieces(part, 1), expected) << testing::PrintToString(part);
           ASSERT_EQ(isValidInPieces(around + part, 201), expected) << testing::PrintToString(part);
         }
@@ -67,7 +99,7 @@ TEST(UTF8Validator, AnswersAsForTheWholeOnRandomText) {
     std::string text;
     const std::size_t choices = round % 2 == 0 ? 7 : parts.size();
     for (auto count = random() % 8; count > 0; --count) text += parts[random() % choices];
-    const bool expected = isValidUTF8(text);
+    const bool expected = isWellFormed(text);
     valid += expected ? 1 : 0;
     ASSERT_EQ(isValidInPieces(text, 1 + random() % 140), expected) << testing::PrintToString(text);
   }
@@ -124,6 +156,75 @@ TEST(GrowingData, TruncatesAndGoesOnBehindWhatIsLeft) {
   EXPECT_TRUE(data.view() == "abd" + large);
   data.truncate(0);
   EXPECT_EQ(data.takeData()->length(), 0U);
+}
+
+/// In KiB.
+struct Memory {
+  std::size_t mapped = 0;
+  std::size_t resident = 0;
+};
+
+Memory memory() {
+  std::size_t mapped = 0;
+  std::size_t resident = 0;
+  std::ifstream("/proc/self/statm") >> mapped >> resident;
+  const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)) / 1024;
+  return {mapped * page, resident * page};
+}
+
+std::size_t addressSpace() {
+  return memory().mapped;
+}
+
+TEST(GrowingData, ReservesMoreEachTimeAndKeepsNoMoreThanItNeeds) {
+  constexpr std::size_t kMiB = 1024;
+  const std::string large(std::size_t{65} * 1024 * 1024, 'x');
+  for (const bool isWarm : {false, true}) {  // the first time the allocator grows as well
+    GrowingData data;
+    const std::size_t before = addressSpace();
+    data.append("abc");
+    const std::size_t small = addressSpace() - before;
+    data.append(std::string_view(large).substr(0, std::size_t{256} * 1024 - 3));
+    const std::size_t full = addressSpace() - before;
+    data.append("d");
+    const std::size_t second = addressSpace() - before;
+    data.append(large);
+    const std::size_t third = addressSpace() - before;
+    const auto taken = data.takeData();
+    const std::size_t kept = addressSpace() - before;
+    if (!isWarm) continue;
+    EXPECT_EQ(small, 256U);
+    EXPECT_EQ(full, 256U);
+    EXPECT_EQ(second, 64 * kMiB);
+    EXPECT_EQ(third, 1024 * kMiB);
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    EXPECT_EQ(kept, (taken->length() + page - 1) / page * page / 1024);
+  }
+}
+
+TEST(GrowingData, GivesBackThePagesThatItTruncates) {
+  GrowingData data;
+  data.append(std::string(std::size_t{32} * 1024 * 1024, 'x'));
+  const std::size_t before = memory().resident;
+  data.truncate(5);
+  EXPECT_LT(memory().resident + std::size_t{24} * 1024, before);
+  EXPECT_EQ(data.view(), "xxxxx");
+}
+
+TEST(GrowingData, GivesBackAllThatItMapped) {
+  const std::string large(std::size_t{33} * 1024 * 1024, 'x');
+  const auto grow = [&](bool take) {
+    GrowingData data;
+    data.append("first");
+    for (int i = 0; i < 2; ++i) data.append(large);
+    const auto taken = take ? data.takeData() : nullptr;
+    EXPECT_EQ(taken ? taken->length() : data.size(), 2 * large.size() + 5);
+  };
+  grow(true);
+  grow(false);
+  const std::size_t before = addressSpace();
+  for (int i = 0; i < 4; ++i) grow(i % 2 == 0);
+  EXPECT_EQ(addressSpace(), before);
 }
 
 TEST(GrowingData, KeepsWhatItHasWhenThereIsNoMoreMemory) {
@@ -229,6 +330,65 @@ class WholeFiles final : public FoundationProvider {
   std::shared_ptr<NSNotificationCenter> defaultCenter() override { return nullptr; }
   void log(std::string_view) override {}
 };
+
+/// A provider whose every file has the same fault.
+class FaultyFiles final : public ForwardingFoundationProvider {
+ public:
+  explicit FaultyFiles(int fault) : fault_(fault) {}
+  int readFile(const std::shared_ptr<NSString>&, const PieceHandler& look,
+               const PieceHandler&) override {
+    (void)look("\xFF");  // what is wrong with the text does not matter any more
+    return fault_;
+  }
+
+ private:
+  const int fault_;
+};
+
+TEST(TextFile, FaultsOfTheSystemHaveCodesOfTheirOwn) {
+  for (const auto& [fault, code] : std::vector<std::pair<int, std::int64_t>>{
+           {ENOENT, 260}, {EACCES, 257}, {EPERM, 257}, {EIO, 256}, {EISDIR, 256}}) {
+    const auto before = foundationProvider().exchange(std::make_shared<FaultyFiles>(fault));
+    const auto error = readUTF8TextFile(NSURL::fileURLWithPath(str("/f")), [](std::string_view) {});
+    foundationProvider().exchange(before);
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->code(), code);
+    const auto system =
+        NSError::errorWithDomain_code_userInfo(str("NSPOSIXErrorDomain"), fault, nullptr)
+            ->localizedDescription();
+    EXPECT_EQ(error->localizedDescription()->UTF8String(),
+              "Cannot read /f: " + system->UTF8String());
+    const auto underlying =
+        objectCast<NSError>(error->userInfo()->objectForKey("NSUnderlyingError"));
+    ASSERT_NE(underlying, nullptr);
+    EXPECT_EQ(underlying->code(), fault);
+    EXPECT_TRUE(underlying->localizedDescription()->isEqual(system));
+  }
+}
+
+TEST(TextFile, FaultsOfTheTextHaveNoUnderlyingError) {
+  const TemporaryDirectory directory;
+  const auto path = directory.path() / "text";
+  writeFile(path, "a\xC3");
+  const auto error = readUTF8TextFile(fileURL(path), [](std::string_view) {});
+  ASSERT_NE(error, nullptr);
+  EXPECT_EQ(error->code(), 261);
+  EXPECT_EQ(error->localizedDescription()->UTF8String(),
+            "Cannot read " + path.string() + ": the text is not UTF-8");
+  EXPECT_EQ(descriptionOf(error->userInfo()->objectForKey("NSFilePath")), path.string());
+  EXPECT_EQ(error->userInfo()->objectForKey("NSUnderlyingError"), nullptr);
+}
+
+TEST(TextFile, WithoutAPathTheErrorNamesNone) {
+  const auto error = readUTF8TextFile(NSURL::URLWithString(str("https://example.org/a")),
+                                      [](std::string_view) { FAIL() << "there is nothing"; });
+  ASSERT_NE(error, nullptr);
+  EXPECT_EQ(error->code(), 256);
+  EXPECT_EQ(error->localizedDescription()->UTF8String(),
+            "Cannot read the file: not the URL of a file");
+  EXPECT_EQ(error->userInfo()->count(), 1U);
+  EXPECT_NE(readUTF8TextFile(nullptr, [](std::string_view) {}), nullptr);
+}
 
 TEST(TextFile, ComesFromTheProviderInPlace) {
   const auto machine = foundationProvider().exchange(std::make_shared<WholeFiles>());

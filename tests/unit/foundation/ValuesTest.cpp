@@ -13,6 +13,7 @@
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSURL.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace platform {
 namespace {
@@ -122,6 +123,15 @@ TEST(NSData, TakesSubrangesWithinItsBounds) {
   EXPECT_THROW((void)data->subdataWithRange(1, SIZE_MAX), NSRangeException);
 }
 
+TEST(NSData, SaysWhichRangeExceedsIt) {
+  try {
+    (void)counting(8)->subdataWithRange(7, 2);
+    FAIL() << "the range does not lie within the data";
+  } catch (const NSRangeException& outside) {
+    EXPECT_STREQ(outside.what(), "range {7, 2} exceeds data of length 8");
+  }
+}
+
 TEST(NSData, DescribesItselfWholeUpTo24Bytes) {
   EXPECT_EQ(NSData::dataWithBytes(Bytes{1, 2, 3, 4})->description(),
             "{length = 4, bytes = 0x01020304}");
@@ -149,7 +159,18 @@ TEST(NSDate, DescribesItselfInUTC) {
 
 TEST(NSDate, DescribesATimeFarOffWithoutACalendar) {
   EXPECT_EQ(described(1e300), "1e+300 s since 2001-01-01 00:00:00 +0000");
+  EXPECT_EQ(described(316223999999), "12021-09-27 23:59:59 +0000");
+  EXPECT_EQ(described(316224000000), "3.16224e+11 s since 2001-01-01 00:00:00 +0000");
+  EXPECT_EQ(described(-316223999999), "-8020-04-06 00:00:01 +0000");
+  EXPECT_EQ(described(-316224000000), "-3.16224e+11 s since 2001-01-01 00:00:00 +0000");
   EXPECT_NE(described(std::numeric_limits<double>::quiet_NaN()).find("nan"), std::string::npos);
+}
+
+TEST(NSDate, IsOrderedByTime) {
+  const NSDate earlier(-1.5);
+  const NSDate later(1.5);
+  EXPECT_TRUE(NSObject::compare(&earlier, &later) < 0);
+  EXPECT_TRUE(NSObject::compare(&later, &earlier) > 0);
 }
 
 TEST(NSDate, ComparesSeconds) {
@@ -172,6 +193,13 @@ TEST(NSURL, KeepsItsText) {
   EXPECT_EQ(url->path(), nullptr);
   EXPECT_TRUE(url->isEqual(NSURL::URLWithString(str("https://example.org/a b"))));
   EXPECT_FALSE(url->isEqual(str("https://example.org/a b")));
+}
+
+TEST(NSURL, IsOrderedByItsText) {
+  const auto a = NSURL::URLWithString(str("a:"));
+  const auto b = NSURL::URLWithString(str("b:"));
+  EXPECT_TRUE(NSObject::compare(a.get(), b.get()) < 0);
+  EXPECT_TRUE(NSObject::compare(b.get(), a.get()) > 0);
 }
 
 TEST(NSURL, IsNullForNothing) {
@@ -202,6 +230,43 @@ TEST(NSURL, ReadsFileURLsOfOthers) {
   EXPECT_EQ(path("file:///a%zz"), nullptr);
   EXPECT_EQ(path("file:///%ff"), nullptr);
   EXPECT_EQ(path("fil"), nullptr);
+  EXPECT_EQ(path("file:")->UTF8String(), "");
+  EXPECT_EQ(path("file;/a"), nullptr);
+  EXPECT_EQ(path("/file:/a"), nullptr);
+}
+
+TEST(NSURL, DecodesEveryPairOfHexadecimalDigitsAndNoOther) {
+  const auto path = [](std::string_view text) { return NSURL::URLWithString(str(text))->path(); };
+  EXPECT_EQ(path("file:/%41%4a%4F%5a%5F%09%39")->UTF8String(), "/AJOZ_\t9");
+  EXPECT_EQ(path("file:/%7e")->UTF8String(), "/~") << "right at the end";
+  for (const char* const digits : {"%", "%4", "%4/", "%:1", "%@1", "%G1", "%`1", "%g1",
+                                   "%4:", "%4@", "%4G", "%4`", "%4g", "%+4", "%-4", "% 4", "%0x"}) {
+    EXPECT_EQ(path("file:/" + std::string(digits)), nullptr) << digits;
+  }
+}
+
+TEST(NSURL, EncodesWhateverMayNotStandInAPath) {
+  const std::string plain = "/azAZ09-._~!$&'()*+,=:@";
+  EXPECT_EQ(NSURL::fileURLWithPath(str(plain))->absoluteString()->UTF8String(), "file://" + plain);
+  for (const char c : std::string_view("\x01 \"#%;<>?[\\]^`{|}\x7F")) {
+    const std::string text = "/" + std::string(1, c);
+    const auto url = NSURL::fileURLWithPath(str(text));
+    EXPECT_EQ(url->absoluteString()->length(), std::string_view("file:///%xx").size()) << text;
+    EXPECT_EQ(url->path()->UTF8String(), text);
+  }
+}
+
+TEST(NSURL, IsNullForARelativePathWhereThereIsNoWorkingDirectory) {
+  const auto before = std::filesystem::current_path();
+  {
+    const testsupport::TemporaryDirectory directory;
+    std::filesystem::current_path(directory.path());
+  }
+  const auto relative = NSURL::fileURLWithPath(str("a"));
+  const auto absolute = NSURL::fileURLWithPath(str("/a"));
+  std::filesystem::current_path(before);
+  EXPECT_EQ(relative, nullptr);
+  EXPECT_NE(absolute, nullptr);
 }
 
 // --- errors
@@ -257,6 +322,44 @@ TEST(NSError, WordsOfItsOwnComeFirstAndAreNeverMissing) {
   EXPECT_EQ(
       NSError::errorWithDomain_code_userInfo(str("NSPOSIXErrorDomain"), -1, nullptr)->description(),
       "Error Domain=NSPOSIXErrorDomain Code=-1 \"(null)\"");
+}
+
+TEST(NSError, HasTheSystemsWordsForItsPositiveNumbersOnly) {
+  const auto described = [](std::int64_t code) {
+    return NSError::errorWithDomain_code_userInfo(str(NSPOSIXErrorDomain), code, nullptr)
+        ->description();
+  };
+  constexpr std::int64_t kLargest = std::numeric_limits<int>::max();
+  EXPECT_EQ(described(EPERM), "Error Domain=NSPOSIXErrorDomain Code=1 \"Operation not permitted\"");
+  EXPECT_EQ(described(kLargest),
+            "Error Domain=NSPOSIXErrorDomain Code=2147483647 \"Unknown error 2147483647\"");
+  EXPECT_EQ(described(0), "Error Domain=NSPOSIXErrorDomain Code=0 \"(null)\"");
+  EXPECT_EQ(described(kLargest + 1), "Error Domain=NSPOSIXErrorDomain Code=2147483648 \"(null)\"");
+}
+
+TEST(NSError, HasNoWordsForNumbersOfOtherDomains) {
+  for (const auto& [domain, code] : std::vector<std::pair<std::string_view, std::int64_t>>{
+           {NSCocoaErrorDomain, 1},
+           {NSCocoaErrorDomain, 4098},
+           {NSOSStatusErrorDomain, 4097},
+           {NSOSStatusErrorDomain, -60008},
+           {"HIDEventRouterDomain", -2},
+           {"WLServiceManagementErrorDomain", 0},
+           {"WLServiceManagementErrorDomain", 11}}) {
+    const auto error = NSError::errorWithDomain_code_userInfo(str(domain), code, nullptr);
+    EXPECT_TRUE(error->description().ends_with("\"(null)\"")) << error->description();
+  }
+}
+
+TEST(NSError, IsOrderedByCodeAndThenByDomain) {
+  const auto of = [](std::string_view domain, std::int64_t code) {
+    return NSError::errorWithDomain_code_userInfo(str(domain), code, nullptr);
+  };
+  const auto isBefore = [](const auto& a, const auto& b) {
+    return NSObject::compare(a.get(), b.get()) < 0 && NSObject::compare(b.get(), a.get()) > 0;
+  };
+  EXPECT_TRUE(isBefore(of("B", -1), of("A", 1)));
+  EXPECT_TRUE(isBefore(of("A", 1), of("B", 1)));
 }
 
 TEST(NSError, ComparesDomainCodeAndUserInfo) {

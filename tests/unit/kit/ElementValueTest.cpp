@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <new>
 #include <thread>
 #include <vector>
 
@@ -92,6 +94,35 @@ TEST(ElementValue, ComparesEveryField) {
   EXPECT_TRUE(differs([](auto& r) { r.bytes = kOne; }));
   EXPECT_FALSE(base->isEqual(str("a")));
   EXPECT_FALSE(base->isEqual(nullptr));
+}
+
+TEST(ElementValue, IsOrderedByReportThenUsageThenCookieThenValueThenBytes) {
+  const auto of = [](HIDElementValueRecord r) { return KQHIDDeviceElementValue::elementValue(r); };
+  const std::vector<HIDElementValueRecord> ascending{
+      {1, 1, 1, 1, 1, kOne}, {1, 1, 1, 1, 1, kTwo}, {1, 1, 1, 1, 2, {}}, {1, 1, 1, 2, 0, {}},
+      {1, 1, 2, 0, 0, {}},   {1, 2, 0, 0, 0, {}},   {2, 0, 0, 0, 0, {}}};
+  for (std::size_t i = 1; i < ascending.size(); ++i) {
+    const auto before = of(ascending[i - 1]);
+    const auto behind = of(ascending[i]);
+    EXPECT_TRUE(NSObject::compare(before.get(), behind.get()) < 0) << i;
+    EXPECT_TRUE(NSObject::compare(behind.get(), before.get()) > 0) << i;
+  }
+}
+
+TEST(ElementValueArray, SaysWhichIndexIsBeyondIt) {
+  const auto array = elementValueArray(three());
+  try {
+    (void)array->objectAtIndex(7);
+    FAIL() << "there are three";
+  } catch (const NSRangeException& beyond) {
+    EXPECT_STREQ(beyond.what(), "index 7 beyond an array of 3");
+  }
+}
+
+TEST(ElementValueArray, BytesBeyondMemoryThrowBeforeAnythingIsCopied) {
+  const std::span<const std::uint8_t> endless(kOne.data(), std::size_t{PTRDIFF_MAX});
+  const std::vector<HIDElementValueRecord> twice(2, record(1, endless));
+  EXPECT_THROW((void)elementValueArray(twice), std::bad_alloc);
 }
 
 TEST(ElementValueArray, IsAMutableArrayOfItsRecords) {

@@ -29,5 +29,14 @@ TEST(IOObject, ComparesEntryAndName) {
   EXPECT_FALSE(object(5, nullptr)->isEqual(nullptr));
 }
 
+TEST(IOObject, IsOrderedByEntryAndThenByName) {
+  const auto isBefore = [](const auto& a, const auto& b) {
+    return NSObject::compare(a.get(), b.get()) < 0 && NSObject::compare(b.get(), a.get()) > 0;
+  };
+  EXPECT_TRUE(isBefore(object(5, "z"), object(6, "a")));
+  EXPECT_TRUE(isBefore(object(5, "a"), object(5, "b")));
+  EXPECT_TRUE(isBefore(object(5, nullptr), object(5, "a")));
+}
+
 }  // namespace
 }  // namespace platform

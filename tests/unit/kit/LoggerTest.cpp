@@ -8,6 +8,7 @@
 #include "platform/foundation/NSData.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "platform/kit/KQLogger.h"
+#include "tests/support/ScopedVariable.h"
 
 namespace platform {
 namespace {
@@ -36,11 +37,24 @@ class LoggerTest : public testing::Test {
   ~LoggerTest() override { KQLogger::sharedLogger().setSink(nullptr); }
 };
 
-TEST(LogLevel, StartsAsTheEnvironmentSays) {
-  if (const char* const expected = std::getenv("WLHID_EXPECTED_LOG_LEVEL")) {
-    EXPECT_EQ(std::to_string(KQLogger::logLevel()), expected);
-  } else if (std::getenv("KQ_LOG_LEVEL") == nullptr) {
-    EXPECT_EQ(KQLogger::logLevel(), 4U);
+// The level is read once, at the first question: each case is a process of its own, which this
+// program starts again for it.
+TEST(LogLevelDeathTest, StartsAsTheEnvironmentSays) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const std::vector<std::pair<const char*, std::uint64_t>> cases{
+      {nullptr, 4},
+      {"0", 0},
+      {"7", 7},
+      {"18446744073709551615", UINT64_MAX},
+      {"18446744073709551616", 4},
+      {"-1", 4},
+      {"3x", 4},
+      {" 3", 4},
+      {"", 4}};
+  for (const auto& [given, expected] : cases) {
+    const testsupport::ScopedVariable variable("KQ_LOG_LEVEL", given);
+    EXPECT_EXIT(std::exit(KQLogger::logLevel() == expected ? 0 : 1), testing::ExitedWithCode(0), "")
+        << (given == nullptr ? "nothing" : given);
   }
 }
 
@@ -134,6 +148,19 @@ TEST_F(LoggerTest, ByDefaultALineIsOneLineWithoutControlCharacters) {
             "<3> -[Thing go:]:42 [Thing] a\\x1b[2Jb\\x0ac\n");
 }
 
+TEST_F(LoggerTest, ByDefaultALineHasAtMostFourThousandCharacters) {
+  KQLogger::sharedLogger().setSink(nullptr);
+  const std::size_t start = std::string_view("<3> -[Thing go:]:42 [Thing] ").size();
+  testing::internal::CaptureStderr();
+  log("%s", std::string(4000 - start, 'x'));
+  log("%s", std::string(4001 - start, 'y'));
+  const std::string written = testing::internal::GetCapturedStderr();
+  const std::size_t end = written.find('\n');
+  EXPECT_EQ(end, 4000U);
+  EXPECT_EQ(written.size() - end - 2, 3999 + std::string_view("…").size());
+  EXPECT_TRUE(written.ends_with("y…\n"));
+}
+
 TEST_F(LoggerTest, ReturnsTheSinkThatItReplaces) {
   const auto first = sink([](const KQLogEntry&) {});
   EXPECT_NE(KQLogger::sharedLogger().setSink(first), nullptr);
@@ -221,8 +248,10 @@ TEST_F(LoggerTest, KeepsOneModuleAnIdentifier) {
   EXPECT_FALSE(logger.addModule(std::make_shared<Module>(str("one"), str("Another"))));
   EXPECT_TRUE(logger.addModule(std::make_shared<Module>(str("two"), str("Two"))));
   EXPECT_FALSE(logger.addModule(nullptr));
+  EXPECT_TRUE(logger.addModule(std::make_shared<Module>(nullptr, str("Nameless"))));
+  EXPECT_TRUE(logger.addModule(std::make_shared<Module>(nullptr, str("Nameless"))));
   const auto modules = logger.modules();
-  ASSERT_EQ(modules.size(), before + 2);
+  ASSERT_EQ(modules.size(), before + 4);
   EXPECT_EQ(modules[before], module);
   EXPECT_TRUE(modules[before + 1]->name()->isEqual(str("Two")));
 }

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <ctime>
 #include <thread>
 
 #include "platform/kit/KQHIDDeviceElementValue.h"
@@ -76,6 +78,96 @@ TEST(RecentLogLines, CutALongLineBetweenCharacters) {
   EXPECT_LT(line.size(), RecentLogLines::kMaximumLineBytes + 100);
   EXPECT_TRUE(isValidUTF8(line));
   EXPECT_THAT(line, EndsWith(" bytes more)"));
+}
+
+TEST(RecentLogLines, CutALongLineAtEveryByteOfACharacter) {
+  for (std::size_t shift = 0; shift < 5; ++shift) {
+    RecentLogLines lines;
+    std::string text(shift, 'x');
+    while (text.size() < 2 * RecentLogLines::kMaximumLineBytes) text += "é€";
+    lines.add(entry(text));
+    EXPECT_THAT(lines.contents().lines.at(0), Not(HasSubstr("\\x"))) << shift;
+  }
+}
+
+constexpr std::size_t kTimeBytes = 28;  // with the blank behind it
+
+/// A message with which the rendered line has that many bytes, its time apart.
+std::string messageOfLine(std::size_t size) {
+  return std::string(size - renderLogEntry(entry("")).size(), 'x');
+}
+
+TEST(RecentLogLines, CutALineOfMoreThanItsBytesAndSayHowManyAreMissing) {
+  RecentLogLines lines;
+  const std::size_t most = 4096;
+  lines.add(entry(messageOfLine(most)));
+  lines.add(entry(messageOfLine(most + 1)));
+  lines.add(entry(messageOfLine(most + 20)));
+  const auto contents = lines.contents();
+  EXPECT_EQ(contents.lines.at(0).size(), kTimeBytes + most);
+  EXPECT_THAT(contents.lines.at(0), EndsWith("xxx"));
+  EXPECT_THAT(contents.lines.at(1), EndsWith("x… (1 bytes more)"));
+  EXPECT_THAT(contents.lines.at(2), EndsWith("x… (20 bytes more)"));
+}
+
+TEST(RecentLogLines, HoldExactlyTheirBytes) {
+  RecentLogLines lines;
+  const std::string message = messageOfLine(4096 - kTimeBytes);
+  for (std::size_t i = 0; i < 64; ++i) lines.add(entry(message));
+  EXPECT_EQ(lines.contents().dropped, 0U) << "256 KiB";
+  lines.add(entry(""));
+  EXPECT_EQ(lines.contents().dropped, 1U);
+  EXPECT_EQ(lines.contents().lines.size(), 64U);
+  for (std::size_t i = 0; i < 70; ++i) lines.add(entry(""));
+  EXPECT_EQ(lines.contents().dropped, 1U) << "what was dropped has made room";
+}
+
+TEST(RecentLogLines, HoldAThousandLines) {
+  RecentLogLines lines;
+  for (int i = 0; i < 1001; ++i) lines.add(entry("x"));
+  EXPECT_EQ(lines.contents().lines.size(), 1000U);
+}
+
+TEST(RecentLogLines, BeginWithTheTimeOfDay) {
+  const auto now = [] {
+    const std::time_t seconds = std::time(nullptr);
+    std::array<char, 32> text{};
+    std::strftime(text.data(), text.size(), "%FT%T", std::gmtime(&seconds));
+    return std::string(text.data());
+  };
+  RecentLogLines lines;
+  const std::string before = now();
+  lines.add(entry("x"));
+  const std::string after = now();
+  const std::string time = lines.contents().lines.at(0).substr(0, before.size());
+  EXPECT_LE(before, time);
+  EXPECT_LE(time, after);
+}
+
+TEST(RecentLogLines, AreOfferedWithTheNumberOfThoseThatWereDropped) {
+  const auto lines = std::make_shared<RecentLogLines>();
+  RecentLogLinesModule module(lines);
+  EXPECT_EQ(module.identifier()->UTF8String(), "KQRecentLogLines");
+  EXPECT_EQ(module.name()->UTF8String(), "Recent log lines");
+  const auto offered = [&] {
+    std::string text;
+    module.provideFilesWithCompletionHandler([&](const auto&, const auto& files) {
+      EXPECT_EQ(files.at(0)->localizedDescription()->UTF8String(),
+                "The last lines that this process logged");
+      EXPECT_EQ(files.at(0)->categoryName()->UTF8String(), "Log");
+      files.at(0)->source()(files.at(0), [&](auto, auto, const auto& data, bool flag) {
+        EXPECT_FALSE(flag);
+        text.assign(reinterpret_cast<const char*>(data->bytes()), data->length());
+      });
+    });
+    return text;
+  };
+  EXPECT_EQ(offered(), "");
+  for (int i = 0; i < 1000; ++i) lines->add(entry("x"));
+  EXPECT_THAT(offered(), Not(HasSubstr("dropped")));
+  lines->add(entry("x"));
+  EXPECT_TRUE(offered().starts_with("(1 older lines were dropped)\n")) << offered().substr(0, 40);
+  EXPECT_THAT(offered(), EndsWith(" x\n"));
 }
 
 TEST(RecentLogLines, AreEachOneLine) {
@@ -157,6 +249,40 @@ TEST_F(SharedRecentLogLines, KeepEverythingElse) {
   EXPECT_THAT(log("error %@, %d, %@, %@", error, 7, str("text"), nullptr),
               EndsWith(" error Error Domain=D Code=5 \"(null)\", 7, text, (null)"));
   EXPECT_EQ(shown, std::vector<bool>(1, false));
+}
+
+TEST_F(SharedRecentLogLines, LookEightContainersDeep) {
+  std::shared_ptr<NSObject> object = str("a");
+  for (int i = 0; i < 4; ++i) object = NSArray::arrayWithObjects({object});
+  for (int i = 0; i < 3; ++i) object = NSDictionary::dictionaryWithEntries({{str("k"), object}});
+  const auto info = NSDictionary::dictionaryWithEntries({{str("k"), object}});
+  log("%@", info);
+  log("%@", NSArray::arrayWithObjects({info}));
+  EXPECT_EQ(shown, (std::vector<bool>{false, true}));
+}
+
+TEST_F(SharedRecentLogLines, CountAnErrorAsOneContainer) {
+  std::shared_ptr<NSObject> object = str("a");
+  for (int i = 0; i < 6; ++i) object = NSArray::arrayWithObjects({object});
+  const auto info = NSDictionary::dictionaryWithEntries({{str("k"), object}});
+  const auto error = NSError::errorWithDomain_code_userInfo(str("D"), 5, info);
+  log("%@", error);
+  log("%@", NSArray::arrayWithObjects({error}));
+  EXPECT_EQ(shown, (std::vector<bool>{false, true}));
+}
+
+TEST_F(SharedRecentLogLines, FindNothingInAnErrorWithoutUserInfoHoweverDeepItIs) {
+  std::shared_ptr<NSObject> object = NSError::errorWithDomain_code_userInfo(str("D"), 5, nullptr);
+  for (int i = 0; i < 8; ++i) object = NSArray::arrayWithObjects({object});
+  log("%@", object);
+  EXPECT_EQ(shown, std::vector<bool>{false});
+}
+
+TEST_F(SharedRecentLogLines, KnowInputInAKeyToo) {
+  log("%@", NSDictionary::dictionaryWithEntries({{bytes("MARK"), str("value")}}));
+  log("%@", NSDictionary::dictionaryWithEntries({{str("key"), bytes("MARK")}}));
+  log("%@", NSDictionary::dictionaryWithEntries({{str("key"), str("value")}}));
+  EXPECT_EQ(shown, (std::vector<bool>{true, true, false}));
 }
 
 TEST_F(SharedRecentLogLines, CountWhatIsNestedTooDeepAsInput) {
