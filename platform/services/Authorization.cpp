@@ -56,7 +56,7 @@ std::string_view promptIn(const AuthorizationEnvironment* environment) {
 
 /// Leave is given for one right only, the one that the job daemon acts upon.
 bool areAllKnown(const AuthorizationRights& rights) {
-  if (rights.count > 0 && rights.items == nullptr) return false;
+  if (rights.items == nullptr) return false;
   for (std::uint32_t i = 0; i < rights.count; ++i) {
     if (rights.items[i].name != blessRight) return false;
   }
