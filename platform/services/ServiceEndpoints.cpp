@@ -23,10 +23,6 @@ ServiceConnectResult failure(Outcome outcome, std::string reason) {
   return {outcome, -1, std::move(reason)};
 }
 
-bool endsWith(std::string_view text, std::string_view end) {
-  return text.size() > end.size() && text.substr(text.size() - end.size()) == end;
-}
-
 bool jobOffers(int jobs, const std::string& fileName, std::string_view service) try {
   const auto bytes = readFileIn(jobs, fileName, maximumJobFileBytes);
   if (!bytes) return false;
@@ -48,7 +44,7 @@ bool isOffered(const SystemRoot& root, std::string_view service) {
   if (jobOffers(jobs.get(), std::string(service) + ".plist", service)) return true;
   const auto names = namesIn(jobs.get());
   return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
-    return endsWith(name, ".plist") && jobOffers(jobs.get(), name, service);
+    return name.ends_with(".plist") && jobOffers(jobs.get(), name, service);
   });
 }
 
