@@ -2,12 +2,14 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <vector>
 
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceEndpoints.h"
@@ -381,6 +383,39 @@ TEST(RootFiles, NamesAreSortedAndTheDirectoryIsLeftAsItIs) {
   EXPECT_EQ(platform::namesIn(open.get()), expected) << "as often as it is asked";
   EXPECT_EQ(descriptors(), before);
   EXPECT_TRUE(platform::namesIn(-1).empty());
+}
+
+TEST(ServiceEndpoints, DescriptorsThatAreUsedUpAreAPassingShortage) {
+  const TemporaryDirectory directory;
+  const platform::SystemRoot root(directory.path());
+  platform::SystemRoot::setCurrent(root);
+  fs::create_directories(directory.path() / "var/run");
+  const FileDescriptor listener(
+      platform::listenUnixSocket(root.endpoint("com.x").string(), SOCK_STREAM, 8, 0600));
+  const auto endpoints = platform::serviceEndpoints().load();
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  std::vector<FileDescriptor> all;
+  const rlimit few{100, before.rlim_max};
+  ::setrlimit(RLIMIT_NOFILE, &few);
+  while (all.empty() || all.back()) all.emplace_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  all.pop_back();
+  // Whichever step it is that finds none left.
+  std::vector<platform::ServiceConnectResult> results;
+  for (int left = 0; left < 8; ++left) {
+    results.push_back(endpoints->connectToService("com.x"));
+    if (results.back().outcome == Outcome::Connected) break;
+    all.pop_back();
+  }
+  ::setrlimit(RLIMIT_NOFILE, &before);
+  ASSERT_GE(results.size(), 3U);
+  EXPECT_EQ(results.back().outcome, Outcome::Connected);
+  ::close(results.back().descriptor);
+  results.pop_back();
+  for (const auto& each : results) {
+    EXPECT_EQ(each.outcome, Outcome::TryAgain);
+    EXPECT_NE(each.reason.find("Too many open files"), std::string::npos) << each.reason;
+  }
 }
 
 }  // namespace
