@@ -76,7 +76,7 @@ bool writeAll(int descriptor, std::string_view text) {
 /// One line, without its end; false when the input ended first.
 bool readLine(int descriptor, std::string& line) {
   constexpr std::size_t longest = 256;
-  char c = 0;
+  char c{};
   for (;;) {
     const ssize_t got = ::read(descriptor, &c, 1);
     if (got < 0 && errno == EINTR) continue;
