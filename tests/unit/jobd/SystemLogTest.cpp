@@ -3,7 +3,10 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -159,6 +162,31 @@ TEST(SystemLog, NobodyNeedBeToldOfWhatIsLeftOut) {
 TEST(SystemLog, WithoutADirectoryNothingIsWritten) {
   SystemLog log{platform::FileDescriptor()};
   EXPECT_NO_FATAL_FAILURE(log.note("lost"));
+}
+
+/// The host that an entry names where the machine is called so; nothing where that cannot be tried.
+std::string hostWhereItIs(const std::string& name) {
+  const TemporaryDirectory directory;
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (::unshare(CLONE_NEWUTS) == 0 && ::sethostname(name.data(), name.size()) == 0)
+      SystemLog(open(directory.path())).write("com.x", 1, "text");
+    ::_exit(0);
+  }
+  ::waitpid(child, nullptr, 0);
+  const std::string entry = readFile(directory.path() / "system.log");
+  if (entry.empty()) return entry;
+  const std::size_t afterTime = std::string("Nov 21 03:12:45 ").size();
+  return entry.substr(afterTime, entry.find(" com.x[") - afterTime);
+}
+
+TEST(SystemLog, TheHostIsOneWord) {
+  const std::string longest(64, 'h');  // as the system takes it
+  if (hostWhereItIs("x").empty()) GTEST_SKIP() << "needs the superuser";
+  EXPECT_EQ(hostWhereItIs("my host"), "my_host");
+  EXPECT_EQ(hostWhereItIs(""), "localhost");
+  EXPECT_EQ(hostWhereItIs(longest), longest);
+  EXPECT_EQ(hostWhereItIs("a\nb"), "a\\x0ab");
 }
 
 }  // namespace
