@@ -56,7 +56,7 @@ std::string_view promptIn(const AuthorizationEnvironment* environment) {
 
 /// Leave is given for one right only, the one that the job daemon acts upon.
 bool areAllKnown(const AuthorizationRights& rights) {
-  if (rights.count > 0 && rights.items == nullptr) return false;
+  if (rights.items == nullptr) return false;
   for (std::uint32_t i = 0; i < rights.count; ++i) {
     if (rights.items[i].name != blessRight) return false;
   }
@@ -76,7 +76,7 @@ bool writeAll(int descriptor, std::string_view text) {
 /// One line, without its end; false when the input ended first.
 bool readLine(int descriptor, std::string& line) {
   constexpr std::size_t longest = 256;
-  char c = 0;
+  char c{};
   for (;;) {
     const ssize_t got = ::read(descriptor, &c, 1);
     if (got < 0 && errno == EINTR) continue;

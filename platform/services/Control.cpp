@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ranges>
 
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSDictionary.h"
@@ -41,9 +42,9 @@ std::vector<std::uint8_t> frameOf(const std::shared_ptr<NSDictionary>& dictionar
       dictionary, NSPropertyListFormat::Binary, nullptr);
   const auto content = data->span();
   std::vector<std::uint8_t> frame(4 + content.size());
+  std::copy(content.begin(), content.end(), frame.begin() + 4);
   for (std::size_t i = 0; i < 4; ++i)
     frame[i] = static_cast<std::uint8_t>(content.size() >> (8 * i));
-  std::copy(content.begin(), content.end(), frame.begin() + 4);
   return frame;
 }
 
@@ -164,17 +165,14 @@ std::span<std::uint8_t> FrameReader::unfilled() {
 }
 
 FrameReader::State FrameReader::advance(std::size_t count) {
-  const bool lengthWasKnown = filled_ >= length_.size();
   filled_ += count;
-  if (!lengthWasKnown && filled_ == length_.size()) {
+  if (filled_ == length_.size()) {
     std::size_t size = 0;
-    for (std::size_t i = 0; i < length_.size(); ++i)
-      size |= static_cast<std::size_t>(length_[i]) << (8 * i);
+    for (const std::uint8_t byte : std::views::reverse(length_)) size = size << 8U | byte;
     if (size == 0 || size > maximumControlBytes) return State::Malformed;
     content_.resize(size);
   }
-  return filled_ >= length_.size() && filled_ == length_.size() + content_.size() ? State::Complete
-                                                                                  : State::NeedMore;
+  return filled_ == length_.size() + content_.size() ? State::Complete : State::NeedMore;
 }
 
 FrameReader::State FrameReader::readFrom(int socket) {

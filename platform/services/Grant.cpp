@@ -71,13 +71,11 @@ std::optional<ControlConnection> takeConnection(const AuthorizationRef& authoriz
 }
 
 void keepConnection(const AuthorizationRef& authorization, ControlConnection connection) {
-  std::vector<ControlConnection> ended;  // go after the lock
+  std::optional<ControlConnection> oldest;  // goes after the lock
   const std::lock_guard lock(authorizations().mutex);
   auto& open = authorizations().open;
-  ended = takeEnded();
   if (open.size() == mostOpen) {
-    ended.push_back(std::move(*open.front()->connection));
-    open.front()->connection.reset();
+    oldest = std::exchange(open.front()->connection, std::nullopt);
     open.pop_front();
   }
   known(authorization).connection = std::move(connection);

@@ -43,8 +43,7 @@ std::string whyNotTheHelper(const std::string& path, int tools, const std::strin
   struct stat named {};
   struct stat helper {};
   const bool isNamedThere = ::stat(path.c_str(), &named) == 0;
-  const bool isHelperThere =
-      tools >= 0 && ::fstatat(tools, label.c_str(), &helper, AT_SYMLINK_NOFOLLOW) == 0;
+  const bool isHelperThere = ::fstatat(tools, label.c_str(), &helper, AT_SYMLINK_NOFOLLOW) == 0;
   if (isNamedThere == isHelperThere && (!isHelperThere || areTheSame(named, helper))) return {};
   return "it names the program " + path +
          ", which is not the helper that is run for it (Library/PrivilegedHelperTools/" + label +

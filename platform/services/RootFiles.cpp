@@ -96,6 +96,7 @@ FileDescriptor reopened(int directory, const std::string& name) {
 FileDescriptor walkTo(const SystemRoot& root, bool create) {
   const std::string name = nameOf(root);
   FileDescriptor current(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!current) throw fileSystemError("cannot open the directory /", errno);
   std::filesystem::path path = "/";
   for (const auto& component : root.path().relative_path()) {
     checkIsTrusted(current.get(), "the directory " + path.string() + " above " + name, false);

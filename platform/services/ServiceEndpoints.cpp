@@ -23,10 +23,6 @@ ServiceConnectResult failure(Outcome outcome, std::string reason) {
   return {outcome, -1, std::move(reason)};
 }
 
-bool endsWith(std::string_view text, std::string_view end) {
-  return text.size() > end.size() && text.substr(text.size() - end.size()) == end;
-}
-
 bool jobOffers(int jobs, const std::string& fileName, std::string_view service) try {
   const auto bytes = readFileIn(jobs, fileName, maximumJobFileBytes);
   if (!bytes) return false;
@@ -48,7 +44,7 @@ bool isOffered(const SystemRoot& root, std::string_view service) {
   if (jobOffers(jobs.get(), std::string(service) + ".plist", service)) return true;
   const auto names = namesIn(jobs.get());
   return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
-    return endsWith(name, ".plist") && jobOffers(jobs.get(), name, service);
+    return name.ends_with(".plist") && jobOffers(jobs.get(), name, service);
   });
 }
 
@@ -58,19 +54,20 @@ ServiceConnectResult checkedEndpoint(FileDescriptor socket) {
   return failure(Outcome::Refused, "the endpoint belongs to somebody else");
 }
 
+/// Descriptors or memory are used up, in this process or in the system.
+bool isShortage(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+
 /// What a failed connect means. Nothing: nobody listens there, which starting the daemon may mend.
 std::optional<ServiceConnectResult> meaningOf(int error) {
+  if (isShortage(error)) return failure(Outcome::TryAgain, errorText(error));
   switch (error) {
     case ENOENT:
     case ECONNREFUSED:
       return std::nullopt;
     case EAGAIN:
       return failure(Outcome::TryAgain, "the endpoint's backlog is full");
-    case EMFILE:
-    case ENFILE:
-    case ENOBUFS:
-    case ENOMEM:
-      return failure(Outcome::TryAgain, errorText(error));
     case EACCES:
     case EPERM:
     case ENOTSOCK:
@@ -100,6 +97,7 @@ class RootEndpoints final : public ServiceEndpoints {
       return failure(Outcome::UnknownName, "it is no valid service name");
     return connectWithin(SystemRoot::current(), service);
   } catch (const ServiceError& error) {
+    if (isShortage(error.systemError())) return failure(Outcome::TryAgain, error.what());
     const bool refused = error.code() == ServiceErrorCode::NotPermitted;
     return failure(refused ? Outcome::Refused : Outcome::UnknownName, error.what());
   } catch (const std::exception& error) {

@@ -9,7 +9,7 @@ std::string errorText(int error) {
 }
 
 ServiceError fileSystemError(const std::string& what, int error) {
-  return {ServiceErrorCode::FileSystem, what + ": " + errorText(error)};
+  return {ServiceErrorCode::FileSystem, what + ": " + errorText(error), error};
 }
 
 }  // namespace platform

@@ -29,12 +29,15 @@ enum class ServiceErrorCode : std::int64_t {
 
 class ServiceError : public std::runtime_error {
  public:
-  ServiceError(ServiceErrorCode code, const std::string& text)
-      : std::runtime_error(text), code_(code) {}
+  ServiceError(ServiceErrorCode code, const std::string& text, int systemError = 0)
+      : std::runtime_error(text), code_(code), systemError_(systemError) {}
   [[nodiscard]] ServiceErrorCode code() const { return code_; }
+  /// The system's error number behind it, 0 where there is none.
+  [[nodiscard]] int systemError() const { return systemError_; }
 
  private:
   ServiceErrorCode code_;
+  int systemError_;
 };
 
 /// "cannot open X: No such file or directory", for the error number given.

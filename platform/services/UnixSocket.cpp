@@ -7,35 +7,23 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
 
 #include "platform/services/ServiceEndpoints.h"
 
 namespace platform {
 namespace {
 
-struct Address {
-  sockaddr_un value{};
-  socklen_t length = 0;
-};
-
-/// "/proc/self/fd/N" or "/proc/self/fd/N/name"; `name` is short.
-Address addressThrough(int descriptor, const char* name) {
-  Address address;
-  address.value.sun_family = AF_UNIX;
-  const int written = name == nullptr
-                          ? std::snprintf(address.value.sun_path, sizeof address.value.sun_path,
-                                          "/proc/self/fd/%d", descriptor)
-                          : std::snprintf(address.value.sun_path, sizeof address.value.sun_path,
-                                          "/proc/self/fd/%d/%s", descriptor, name);
-  address.length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) +
-                                          static_cast<std::size_t>(written) + 1);
+/// "/proc/self/fd/N" or "/proc/self/fd/N/name"; `name` is short. The path ends with the first NUL.
+sockaddr_un addressThrough(int descriptor, const std::string& name) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string path = "/proc/self/fd/" + std::to_string(descriptor) + name;
+  path.copy(address.sun_path, sizeof address.sun_path);
   return address;
 }
 
-const sockaddr* pointer(const Address& address) {
-  return reinterpret_cast<const sockaddr*>(&address.value);
+const sockaddr* pointer(const sockaddr_un& address) {
+  return reinterpret_cast<const sockaddr*>(&address);
 }
 
 /// A name that no other binder of this or another process uses at this time.
@@ -79,8 +67,8 @@ FileDescriptor connectUnixSocketAt(int directory, const std::string& name, int t
   }
   FileDescriptor socket(::socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
   if (!socket) return {};
-  const Address address = addressThrough(file.get(), nullptr);
-  if (::connect(socket.get(), pointer(address), address.length) != 0) return {};
+  const sockaddr_un address = addressThrough(file.get(), {});
+  if (::connect(socket.get(), pointer(address), sizeof address) != 0) return {};
   return socket;
 }
 
@@ -89,10 +77,10 @@ FileDescriptor listenUnixSocketAt(int directory, const std::string& name, int ty
   FileDescriptor socket(::socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
   if (!socket) return {};
   const std::string temporary = temporaryName();
-  const Address address = addressThrough(directory, temporary.c_str());
+  const sockaddr_un address = addressThrough(directory, "/" + temporary);
   ::unlinkat(directory, temporary.c_str(),
              0);  // left by a process of the same number that was killed here
-  if (::bind(socket.get(), pointer(address), address.length) != 0) return {};
+  if (::bind(socket.get(), pointer(address), sizeof address) != 0) return {};
   if (::fchmodat(directory, temporary.c_str(), mode, 0) != 0) return failed(directory, temporary);
   if (::listen(socket.get(), backlog) != 0) return failed(directory, temporary);
   if (::renameat(directory, temporary.c_str(), directory, name.c_str()) != 0)

@@ -122,7 +122,9 @@ TEST_F(Control, AChangeSentStraightToTheSocketIsRefused) {
 
 TEST_F(Control, TheLogSaysWhoWasGivenLeave) {
   EXPECT_THAT(log(), HasSubstr("leave to change com.quillmar.echo given to process " +
-                               std::to_string(::getpid()) + " ("));
+                               std::to_string(::getpid()) + " (" +
+                               std::filesystem::read_symlink("/proc/self/exe").string() +
+                               ") of user " + std::to_string(::geteuid()) + "\n"));
 }
 
 TEST_F(Control, StalledConnectionsAreGivenUp) {
@@ -147,6 +149,7 @@ TEST_F(Control, DescriptorsNobodyAskedForAreClosed) {
 TEST_F(Control, ABlessWithoutADescriptorIsRefused) {
   const auto reply = change({ControlRequest::Operation::Bless, echoLabel, true}, -1);
   EXPECT_EQ(reply.code, ServiceErrorCode::Protocol);
+  EXPECT_EQ(reply.message, "no helper came with the request");
   expectService();
 }
 
@@ -155,6 +158,7 @@ TEST_F(Control, LabelsThatAreNoneAreRefused) {
     EXPECT_EQ(remove(label).code, ServiceErrorCode::InvalidArgument) << label;
   }
   EXPECT_EQ(remove("com.nobody").code, ServiceErrorCode::NoSuchJob);
+  EXPECT_EQ(remove("com.nobody").message, "there is no job com.nobody");
   expectService();
 }
 

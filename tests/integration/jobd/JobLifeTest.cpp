@@ -347,7 +347,10 @@ TEST_F(JobLife, RemovalNeedNotWait) {
   client.ask("deaf");
   ASSERT_TRUE(remove(echoLabel, false).succeeded());
   EXPECT_TRUE(helper.isThere());
-  EXPECT_EQ(bless(echoImage()).code, ServiceErrorCode::Busy) << "two of the same would run at once";
+  const auto busy = bless(echoImage());
+  EXPECT_EQ(busy.code, ServiceErrorCode::Busy) << "two of the same would run at once";
+  EXPECT_EQ(busy.message, "com.quillmar.echo is just being removed; try again");
+  EXPECT_THAT(log(), HasSubstr("]: removed com.quillmar.echo\n"));
   EXPECT_TRUE(helper.hasGone());
   ASSERT_TRUE(eventually([&] { return bless(echoImage()).succeeded(); }));
 }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -126,6 +127,112 @@ TEST(ChildTask, AChildDiesWithItsTask) {
   }
   char c = 0;
   EXPECT_EQ(::read(life[0], &c, 1), 0);  // comes when the child has gone
+  ::close(life[0]);
+}
+
+TEST(ChildTask, AResultIsShort) {
+  EXPECT_EQ(run([] { return std::string(4094, 'x'); }).outcome.text, std::string(4094, 'x'));
+  EXPECT_EQ(run([] { return std::string(5000, 'x'); }).outcome.text, std::string(4094, 'x'));
+}
+
+TEST(ChildTask, AnErrorMayHaveNoWords) {
+  const auto outcome =
+      run([]() -> std::string { throw ServiceError(ServiceErrorCode::Busy, ""); }).outcome;
+  EXPECT_EQ(outcome.code, ServiceErrorCode::Busy);
+  EXPECT_EQ(outcome.text, "");
+}
+
+TEST(ChildTask, AChildThatFailsIsAFailureWhateverItWrote) {
+  for (const int status : {1, 42}) {
+    const auto outcome = run([status] {
+                           fileoperations::exitAfterWriting(status);
+                           return std::string("com.example.helper");
+                         }).outcome;
+    EXPECT_EQ(outcome.code, ServiceErrorCode::FileSystem);
+    EXPECT_EQ(outcome.text, "the work failed: its process ended without a word");
+  }
+}
+
+TEST(ChildTask, TheChildKeepsItsStreamsAndClosesBetweenWhatItWasGiven) {
+  std::vector<platform::FileDescriptor> many;
+  for (int i = 0; i < 12; ++i) many.emplace_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  // Two neighbours, two with one between, one twice, and the others around them.
+  const std::vector<int> given{many[8].get(), many[2].get(), many[3].get(), many[5].get(),
+                               many[5].get()};
+  const auto outcome = run(
+                           [&] {
+                             std::string open;
+                             for (int i = 0; i < 1024; ++i)
+                               if (::fcntl(i, F_GETFD) >= 0) open += std::to_string(i) + " ";
+                             return open;
+                           },
+                           30'000ms, given)
+                           .outcome;
+  std::string expected = "0 1 2 ";
+  for (const int i : {2, 3, 5, 8})
+    expected += std::to_string(many[static_cast<std::size_t>(i)].get()) + " ";
+  EXPECT_THAT(outcome.text, testing::MatchesRegex(expected + "[0-9]+ "));  // and the result's
+}
+
+TEST(ChildTask, IsGivenUpOnceItTookTooLong) {
+  jobd::EventLoop loop;
+  std::optional<ChildTask> task;
+  bool wasGivenUp = false;
+  int outcomes = 0;
+  task.emplace(
+      loop,
+      ChildTask::Plan{"the work",
+                      {},
+                      []() -> std::string {
+                        for (;;) ::pause();
+                      },
+                      10ms},
+      [&](const auto&) { ++outcomes; },
+      [&] {
+        wasGivenUp = task->isGivenUp();
+        loop.stop();
+      });
+  EXPECT_FALSE(task->isGivenUp());
+  loop.run();
+  EXPECT_TRUE(wasGivenUp);
+  EXPECT_EQ(outcomes, 1);
+}
+
+TEST(ChildTask, LeavesNoDescriptorAndNoChild) {
+  const auto open = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                         std::filesystem::directory_iterator());
+  };
+  while (::waitpid(-1, nullptr, 0) > 0) {  // what a task that was dropped left dying
+  }
+  const auto before = open();
+  (void)run([] { return std::string("x"); });
+  EXPECT_EQ(open(), before);
+  EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+}
+
+TEST(ChildTask, AChildDiesWithItsDaemon) {
+  std::array<int, 2> life{};
+  ASSERT_EQ(::pipe2(life.data(), O_CLOEXEC), 0);
+  const pid_t daemon = ::fork();
+  if (daemon == 0) {
+    jobd::EventLoop loop;
+    const ChildTask task(loop,
+                         ChildTask::Plan{"the work",
+                                         {life[1]},
+                                         [&]() -> std::string {
+                                           if (::write(life[1], "x", 1) != 1) ::_exit(1);
+                                           for (;;) ::pause();
+                                         }},
+                         nullptr, nullptr);
+    for (;;) ::pause();
+  }
+  ::close(life[1]);
+  char c = 0;
+  EXPECT_EQ(::read(life[0], &c, 1), 1);  // it is at work
+  ::kill(daemon, SIGKILL);
+  ::waitpid(daemon, nullptr, 0);
+  EXPECT_EQ(::read(life[0], &c, 1), 0);
   ::close(life[0]);
 }
 

@@ -7,12 +7,15 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <thread>
 #include <vector>
 
 #include "platform/services/JobDaemon.h"
+#include "platform/services/ServiceError.h"
 #include "platform/services/UnixSocket.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -242,6 +245,194 @@ TEST(ControlServer, AllUsersTogetherHaveALimitToo) {
   ControlConnection newcomer(endpoint.connect());
   EXPECT_EQ(ask(newcomer, Operation::Status, ""), ServiceErrorCode::None);
   EXPECT_TRUE(isDropped(oldest));
+}
+
+std::string refusal(ControlConnection& connection, Operation operation, const std::string& label) {
+  const auto reply = connection.tryAsk({operation, label, true}, -1);
+  return reply ? reply->message : "hung up";
+}
+
+TEST(ControlServer, ARefusalSaysWhy) {
+  ServedEndpoint endpoint;
+  ControlConnection without(endpoint.connect());
+  EXPECT_EQ(refusal(without, Operation::Bless, "com.a"),
+            "there is no authorization for this change, or it has been used up");
+  ControlConnection refused(endpoint.connect());
+  EXPECT_EQ(refusal(refused, Operation::Authorize, "com.no"),
+            "the caller may not change the job com.no");
+  ControlConnection invalid(endpoint.connect());
+  EXPECT_EQ(refusal(invalid, Operation::Authorize, "../a"), "this is no valid label of a job");
+  ControlConnection twice(endpoint.connect());
+  EXPECT_EQ(refusal(twice, Operation::Authorize, "com.a"), "");
+  EXPECT_EQ(refusal(twice, Operation::Authorize, "com.a"),
+            "this connection has had its authorization");
+  EXPECT_EQ(refusal(twice, Operation::Bless, "com.a"), "hung up");
+}
+
+TEST(ControlServer, EveryReplyNamesTheDaemon) {
+  ServedEndpoint endpoint;
+  ControlConnection connection(endpoint.connect());
+  const auto reply = connection.tryAsk({}, -1);
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(reply->daemonProcessIdentifier, ::getpid());
+  const auto failed = jobd::controlReply(ServiceErrorCode::Busy, "not now");
+  EXPECT_EQ(failed.code, ServiceErrorCode::Busy);
+  EXPECT_EQ(failed.message, "not now");
+}
+
+TEST(ControlServer, LimitsAreThoseThatCallersRelyOn) {
+  const jobd::ControlLimits limits;
+  EXPECT_EQ(limits.connections, 64U);
+  EXPECT_EQ(limits.connectionsOfAUser, 16U);
+  EXPECT_EQ(limits.requestPatience.count(), 5'000);
+  EXPECT_EQ(limits.leaveLifetime.count(), 10'000);
+}
+
+/// Whether the first of so many idle connections is dropped for the last.
+bool makesRoom(const jobd::ControlLimits& limits, std::size_t count) {
+  ServedEndpoint endpoint(limits);
+  std::vector<FileDescriptor> idle;
+  for (std::size_t i = 0; i + 1 < count; ++i) idle.push_back(endpoint.connect());
+  ControlConnection last(endpoint.connect());
+  EXPECT_EQ(ask(last, Operation::Status, ""), ServiceErrorCode::None);
+  pollfd entry{idle.front().get(), POLLIN, 0};
+  return ::poll(&entry, 1, 0) == 1;
+}
+
+TEST(ControlServer, SoManyConnectionsAreKept) {
+  jobd::ControlLimits limits;
+  limits.requestPatience = std::chrono::milliseconds(patienceMilliseconds);
+  limits.connectionsOfAUser = 4;
+  EXPECT_FALSE(makesRoom(limits, 4));
+  EXPECT_TRUE(makesRoom(limits, 5));
+  limits.connectionsOfAUser = 16;
+  limits.connections = 4;
+  EXPECT_FALSE(makesRoom(limits, 4));
+  EXPECT_TRUE(makesRoom(limits, 5));
+}
+
+TEST(ControlServer, AmongIdleConnectionsOneWithALeaveStaysLongest) {
+  jobd::ControlLimits limits;
+  limits.connectionsOfAUser = 2;
+  limits.requestPatience = std::chrono::milliseconds(patienceMilliseconds);
+  limits.leaveLifetime = std::chrono::milliseconds(patienceMilliseconds);
+  ServedEndpoint endpoint(limits);
+  const auto older = endpoint.connect();
+  const auto younger = endpoint.connect();
+  ControlConnection olderWithLeave(FileDescriptor(::dup(older.get())));
+  ControlConnection youngerWithLeave(FileDescriptor(::dup(younger.get())));
+  EXPECT_EQ(ask(olderWithLeave, Operation::Authorize, "com.a"), ServiceErrorCode::None);
+  EXPECT_EQ(ask(youngerWithLeave, Operation::Authorize, "com.a"), ServiceErrorCode::None);
+  ControlConnection newcomer(endpoint.connect());
+  EXPECT_EQ(ask(newcomer, Operation::Status, ""), ServiceErrorCode::None);
+  EXPECT_TRUE(isDropped(older)) << "where all have one, the oldest";
+  EXPECT_EQ(ask(youngerWithLeave, Operation::Bless, "com.a"), ServiceErrorCode::None);
+}
+
+/// A server that is turned by the test itself.
+class TurnedServer : public testing::Test {
+ protected:
+  [[nodiscard]] FileDescriptor connect() const {
+    return platform::connectUnixSocketAt(directory_.get(), "jobd.sock", SOCK_STREAM);
+  }
+  /// So many turns of the loop, each of which serves what has come before it looks at its timers.
+  void turn(int times = 10) {
+    jobd::EventLoop::Token next;
+    std::function<void()> count = [&] {
+      if (--times == 0)
+        loop_.stop();
+      else
+        next = loop_.after(0ms, count);
+    };
+    next = loop_.after(0ms, count);
+    loop_.run();
+  }
+  [[nodiscard]] std::filesystem::path path() const { return temporary_.path() / "jobd.sock"; }
+
+  testsupport::TemporaryDirectory temporary_;
+  FileDescriptor directory_{::open(temporary_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+  jobd::EventLoop loop_;
+  int quiet_ = 0;
+  bool hadDescriptor_ = false;
+  jobd::ControlServer server_{
+      loop_, directory_.get(), [](const auto&, const auto&, const auto& decided) { decided(true); },
+      [this](const ControlRequest&, FileDescriptor descriptor, const auto& reply) {
+        hadDescriptor_ = static_cast<bool>(descriptor);
+        reply(jobd::controlReply());
+      },
+      [this] { ++quiet_; }};
+};
+
+TEST_F(TurnedServer, SaysWhenTheLastHasGone) {
+  auto one = connect();
+  auto other = connect();
+  EXPECT_TRUE(server_.isQuiet()) << "nobody was accepted yet";
+  jobd::EventLoop::Token next;
+  next = loop_.after(0ms, [&] {
+    EXPECT_FALSE(server_.isQuiet());
+    one.reset();
+    next = loop_.after(0ms, [&] {
+      EXPECT_EQ(quiet_, 0) << "one is there yet";
+      other.reset();
+      next = loop_.after(0ms, [&] { loop_.stop(); });
+    });
+  });
+  loop_.run();
+  EXPECT_EQ(quiet_, 1);
+  EXPECT_TRUE(server_.isQuiet());
+}
+
+TEST_F(TurnedServer, HandsOnTheDescriptorOfARequest) {
+  const auto caller = connect();
+  ASSERT_TRUE(platform::sendFrame(caller.get(), encode(ControlRequest{}), directory_.get()));
+  turn();
+  EXPECT_TRUE(hadDescriptor_);
+}
+
+TEST_F(TurnedServer, IsOpenToItsOwnerAlone) {
+  struct stat status {};
+  ASSERT_EQ(::stat(path().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0600U);
+}
+
+TEST_F(TurnedServer, ClosesWhenNobodyIsThere) {
+  EXPECT_TRUE(server_.isInPlace());
+  EXPECT_TRUE(server_.closeIfUnused());
+  EXPECT_FALSE(server_.isInPlace());
+  EXPECT_FALSE(std::filesystem::exists(path()));
+}
+
+TEST_F(TurnedServer, StaysOpenForWhoeverConnectedBefore) {
+  const auto caller = connect();
+  ASSERT_TRUE(caller);
+  EXPECT_FALSE(server_.closeIfUnused());
+  EXPECT_TRUE(server_.isInPlace());
+  const auto another = connect();
+  ASSERT_TRUE(another);
+  for (const auto* each : {&caller, &another})
+    ASSERT_TRUE(platform::sendFrame(each->get(), encode(ControlRequest{}), -1));
+  turn();
+  EXPECT_TRUE(isAnswered(caller));
+  EXPECT_TRUE(isAnswered(another));
+}
+
+TEST_F(TurnedServer, AnothersEndpointInItsPlaceIsLeftAlone) {
+  const auto other =
+      platform::listenUnixSocketAt(directory_.get(), "jobd.sock", SOCK_STREAM, 8, 0600);
+  EXPECT_FALSE(server_.isInPlace());
+  server_.removeEndpoint();
+  EXPECT_TRUE(std::filesystem::exists(path()));
+}
+
+TEST_F(TurnedServer, AnEndpointThatCannotBeOpenedIsNamed) {
+  const FileDescriptor none;
+  try {
+    const jobd::ControlServer another(loop_, none.get(), nullptr, nullptr, nullptr);
+    ADD_FAILURE() << "opened";
+  } catch (const platform::ServiceError& error) {
+    EXPECT_EQ(error.code(), ServiceErrorCode::FileSystem);
+    EXPECT_THAT(error.what(), testing::StartsWith("cannot open the control endpoint: "));
+  }
 }
 
 }  // namespace

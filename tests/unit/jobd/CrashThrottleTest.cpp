@@ -34,4 +34,12 @@ TEST(CrashThrottle, GoodRunsAreNeverDelayed) {
   for (int i = 0; i < 3; ++i) EXPECT_EQ(throttle.delayAfterRunOf(milliseconds(60'000)).count(), 0);
 }
 
+TEST(CrashThrottle, FiguresAreThoseThatOthersRelyOn) {
+  EXPECT_EQ(CrashThrottle::goodRun.count(), 1000);
+  EXPECT_EQ(CrashThrottle::leniency, 25U);
+  EXPECT_EQ(CrashThrottle::lenient.count(), 40);
+  EXPECT_EQ(CrashThrottle::shortest.count(), 100);
+  EXPECT_EQ(CrashThrottle::longest.count(), 10'000);
+}
+
 }  // namespace

@@ -107,4 +107,113 @@ TEST(EventLoop, AnImpossibleWatchThrows) {
   EXPECT_THROW((void)loop.watch(-1, EPOLLIN, [] {}), std::system_error);
 }
 
+TEST(EventLoop, ATimerRunsOnce) {
+  EventLoop loop;
+  int runs = 0;
+  const auto timer = loop.after(milliseconds(0), [&] { ++runs; });
+  const auto stop = loop.after(milliseconds(20), [&] { loop.stop(); });
+  loop.run();
+  EXPECT_EQ(runs, 1);
+}
+
+TEST(EventLoop, ATimerMayEndOthersThatAreDueWithIt) {
+  EventLoop loop;
+  std::string ran;
+  EventLoop::Token second;
+  const auto first = loop.after(milliseconds(0), [&] {
+    ran += "1";
+    second.end();
+  });
+  second = loop.after(milliseconds(0), [&] { ran += "2"; });
+  const auto stop = loop.after(milliseconds(20), [&] { loop.stop(); });
+  loop.run();
+  EXPECT_EQ(ran, "1");
+}
+
+TEST(EventLoop, TimersOfOneMomentAreEndedOneByOne) {
+  EventLoop loop;
+  std::string ran;
+  std::vector<EventLoop::Token> timers;
+  for (int i = 0; i < 5; ++i)
+    timers.push_back(loop.after(milliseconds(0), [&ran, i] { ran += std::to_string(i); }));
+  timers[1].end();
+  timers[3].end();
+  const auto stop = loop.after(milliseconds(20), [&] { loop.stop(); });
+  loop.run();
+  EXPECT_EQ(ran, "024");
+}
+
+TEST(EventLoop, NothingOfATurnRunsAfterItWasStopped) {
+  EventLoop loop;
+  const Pipe one;
+  const Pipe two;
+  one.fill();
+  two.fill();
+  int runs = 0;
+  const auto stop = [&] {
+    ++runs;
+    loop.stop();
+  };
+  const auto first = loop.watch(one.out.get(), EPOLLIN, stop);
+  const auto second = loop.watch(two.out.get(), EPOLLIN, stop);
+  const auto timer = loop.after(milliseconds(0), stop);
+  loop.run();
+  EXPECT_EQ(runs, 1);
+}
+
+TEST(EventLoop, AnEndedWatchIsTakenOutOfTheKernelsToo) {
+  EventLoop loop;
+  const Pipe pipe;
+  for (int i = 0; i < 2; ++i) {
+    auto watch = loop.watch(pipe.out.get(), EPOLLIN, [] {});
+    EXPECT_TRUE(watch);
+    watch.end();
+    EXPECT_FALSE(watch);
+    watch.end();
+  }
+}
+
+TEST(EventLoop, TheFirstDescriptorOfAProcessCanBeWatchedToo) {
+  const platform::FileDescriptor kept(::fcntl(0, F_DUPFD_CLOEXEC, 3));
+  const Pipe pipe;
+  ASSERT_EQ(::dup2(pipe.out.get(), 0), 0);
+  EventLoop loop;
+  loop.watch(0, EPOLLIN, [] {}).end();
+  EXPECT_NO_THROW(loop.watch(0, EPOLLIN, [] {}).end());
+  if (kept) ::dup2(kept.get(), 0);
+}
+
+TEST(EventLoop, ATokenMovesWithItsWatch) {
+  EventLoop loop;
+  std::string ran;
+  auto first = loop.after(milliseconds(0), [&] { ran += "1"; });
+  auto second = loop.after(milliseconds(0), [&] { ran += "2"; });
+  first = std::move(second);  // ends the first
+  EXPECT_TRUE(first);
+  EventLoop::Token& same = first;
+  first = std::move(same);
+  EXPECT_TRUE(first);
+  const EventLoop::Token last(std::move(first));
+  EXPECT_TRUE(last);
+  const auto stop = loop.after(milliseconds(20), [&] { loop.stop(); });
+  loop.run();
+  EXPECT_EQ(ran, "2");
+}
+
+TEST(EventLoop, MoreThanATurnHoldsAreAllServed) {
+  EventLoop loop;
+  std::vector<Pipe> pipes(100);
+  std::vector<EventLoop::Token> watches;
+  std::size_t served = 0;
+  for (const auto& pipe : pipes) {
+    pipe.fill();
+    watches.push_back(loop.watch(pipe.out.get(), EPOLLIN, [&] {
+      pipe.empty();
+      if (++served == pipes.size()) loop.stop();
+    }));
+  }
+  loop.run();
+  EXPECT_EQ(served, pipes.size());
+}
+
 }  // namespace

@@ -15,6 +15,7 @@ bool isRecording = false;
 
 std::vector<ssize_t> writeLimits;
 std::vector<ssize_t> readLimits;
+int statusAfterWriting = -1;
 
 /// How many of `size` bytes the next call may move; -1 and errno where it fails.
 ssize_t allowed(std::vector<ssize_t>& limits, size_t size) {
@@ -66,6 +67,10 @@ void limitReads(std::vector<ssize_t> limits) {
   readLimits = std::move(limits);
 }
 
+void exitAfterWriting(int status) {
+  statusAfterWriting = status;
+}
+
 }  // namespace fileoperations
 
 // The linker prefers these to the system library's.
@@ -74,7 +79,9 @@ extern "C" {
 ssize_t write(int descriptor, const void* bytes, size_t size) {
   if (isRecording) note("write " + nameOf(descriptor));
   const ssize_t most = allowed(writeLimits, size);
-  return most < 0 ? -1 : ::syscall(SYS_write, descriptor, bytes, most);
+  const ssize_t written = most < 0 ? -1 : ::syscall(SYS_write, descriptor, bytes, most);
+  if (statusAfterWriting >= 0) ::_exit(statusAfterWriting);
+  return written;
 }
 
 ssize_t read(int descriptor, void* bytes, size_t size) {

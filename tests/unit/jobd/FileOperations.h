@@ -24,5 +24,7 @@ void record();
 void limitWrites(std::vector<ssize_t> limits);
 /// The same for reads.
 void limitReads(std::vector<ssize_t> limits);
+/// The process ends with this status once it has written something.
+void exitAfterWriting(int status);
 
 }  // namespace fileoperations

@@ -115,4 +115,36 @@ TEST(HelperImage, ToolRefusesWhatIsNoProgram) {
   EXPECT_FALSE(std::filesystem::exists(directory.path() / "o"));
 }
 
+TEST(HelperImage, AProgramNeedsAWholeHeader) {
+  const TemporaryDirectory directory;
+  const std::string header = testsupport::readFile("/bin/true").substr(0, 64);
+  for (const std::size_t size : {std::size_t{64}, std::size_t{63}}) {
+    auto bytes = image({"com.x", "1", "/bin/true", {}});
+    // The section's record names its size 40 bytes after its name.
+    const std::string_view name = "__program";
+    const auto at = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
+    ASSERT_NE(at, bytes.end());
+    const std::uint64_t length = size;
+    std::memcpy(&*at + 40, &length, sizeof length);
+    EXPECT_EQ(refusal(bytes, "com.x"), size == 64 ? "" : "the helper's program is too short");
+  }
+}
+
+TEST(HelperImage, AForeignLabelIsSaidInPart) {
+  const std::string label = "com." + std::string(196, 'x');
+  const auto bytes = image({label, "1", "/bin/true", {}});
+  EXPECT_EQ(refusal(bytes, "com.y"),
+            "the helper's CFBundleIdentifier is \"" + label + "\", not \"com.y\"");
+  const auto at = std::search(bytes.begin(), bytes.end(), label.begin(), label.end());
+  ASSERT_NE(at, bytes.end());
+  EXPECT_EQ(refusal(patched(bytes, label.substr(0, 3), "\nom"), "com.y").find('\n'),
+            std::string::npos);
+}
+
+TEST(HelperImage, TheProgramAloneCanBeTaken) {
+  const auto bytes = image({"com.x", "1", "/bin/true", {}});
+  EXPECT_EQ(jobd::programOfImage(bytes).size(), testsupport::readFile("/bin/true").size());
+  EXPECT_THROW((void)jobd::programOfImage({}), platform::ServiceError);
+}
+
 }  // namespace

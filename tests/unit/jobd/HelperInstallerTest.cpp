@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
 #include "tests/support/HelperImages.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -260,6 +261,190 @@ TEST(RootDirectories, ARootOfAnotherUserIsNotServed) {
   } catch (const ServiceError& error) {
     EXPECT_EQ(error.code(), platform::ServiceErrorCode::NotPermitted);
   }
+}
+
+/// What installing says, "installed" when it does.
+template <class Act>
+std::string outcome(const Act& act) try {
+  act();
+  return "installed";
+} catch (const ServiceError& error) {
+  return error.what();
+}
+
+TEST_F(HelperInstallerTest, TheJobFileIsForAllToReadAndItsOwnerToWrite) {
+  const mode_t mask = ::umask(077);
+  install(newImage);
+  ::umask(mask);
+  struct stat status {};
+  ASSERT_EQ(::stat(root.jobFile(label).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0644U);
+  ASSERT_EQ(::stat(root.helperTool(label).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0755U);
+}
+
+TEST_F(HelperInstallerTest, WhatIsInTheWayIsNamedAndNothingIsLeft) {
+  fs::create_directories(root.helperTool(label) / "x");
+  EXPECT_EQ(outcome([&] { install(newImage); }),
+            "cannot put com.quillmar.echo in place: Is a directory");
+  EXPECT_THAT(strays(), testing::IsEmpty());
+  fs::remove_all(root.helperTool(label));
+  fs::create_directories(root.jobFile(label) / "x");
+  EXPECT_EQ(outcome([&] { install(newImage); }),
+            "cannot put com.quillmar.echo.plist in place: Is a directory");
+  EXPECT_THAT(strays(), testing::IsEmpty());
+  EXPECT_EQ(outcome([&] { HelperInstaller(directories, root).remove(label); }),
+            "cannot remove com.quillmar.echo.plist: Is a directory");
+}
+
+TEST_F(HelperInstallerTest, AStagingFileThatCannotBeMadeIsNamed) {
+  const auto stray =
+      root.helperTool(label).parent_path() / (std::string(".staging.") + label) / "x";
+  fs::create_directories(stray);
+  EXPECT_EQ(outcome([&] { install(newImage); }),
+            "cannot make .staging.com.quillmar.echo: File exists");
+}
+
+TEST_F(HelperInstallerTest, WhatIsNoFileIsNoHelper) {
+  EXPECT_EQ(outcome([&] { install(temporary.path()); }), "the helper is no regular file");
+  EXPECT_EQ(outcome([&] { HelperInstaller(directories, root).install(-1, label, nullptr); }),
+            "cannot examine the helper: Bad file descriptor");
+  const FileDescriptor written(::open(newImage.c_str(), O_WRONLY | O_CLOEXEC));
+  EXPECT_EQ(
+      outcome([&] { HelperInstaller(directories, root).install(written.get(), label, nullptr); }),
+      "cannot read the helper: Bad file descriptor");
+  EXPECT_THAT(strays(), testing::IsEmpty());
+}
+
+TEST_F(HelperInstallerTest, ACopyThatMovesInPiecesIsWhole) {
+  fileoperations::limitWrites({1, -EINTR, 5, 4096});
+  install(newImage);
+  EXPECT_EQ(installedTool(), readFile(newImage));
+  fileoperations::limitWrites({10, -ENOSPC});
+  EXPECT_EQ(outcome([&] { install(oldImage); }),
+            "cannot write .staging.com.quillmar.echo: No space left on device");
+  EXPECT_EQ(installedTool(), readFile(newImage));
+  EXPECT_THAT(strays(), testing::IsEmpty());
+}
+
+TEST_F(HelperInstallerTest, AHelperLargerThanAPieceIsCopiedWhole) {
+  fs::resize_file(newImage, std::size_t{600} * 1024 + 1);
+  install(newImage);
+  EXPECT_EQ(installedTool(), readFile(newImage));
+}
+
+TEST_F(HelperInstallerTest, AHelperOfTheLargestSizeIsTakenAndNoLarger) {
+  fs::resize_file(newImage, platform::maximumHelperBytes);
+  EXPECT_EQ(outcome([&] { install(newImage); }), "installed");
+  fs::resize_file(newImage, platform::maximumHelperBytes + 1);
+  EXPECT_EQ(outcome([&] { install(newImage); }), "the helper is larger than 67108864 bytes");
+}
+
+TEST_F(HelperInstallerTest, AStagedHelperCanBeThrownAway) {
+  const FileDescriptor file(::open(newImage.c_str(), O_RDONLY | O_CLOEXEC));
+  EXPECT_THAT(jobd::stageHelper(directories.tools.get(), file.get(), label),
+              testing::ElementsAre(label, "com.quillmar.echo.second"));
+  EXPECT_THAT(strays(), testing::ElementsAre(std::string(".staging.") + label));
+  jobd::discardStagedHelper(directories.tools.get(), label);
+  EXPECT_THAT(strays(), testing::IsEmpty());
+}
+
+TEST_F(HelperInstallerTest, OnlyStagingFilesAreClearedAway) {
+  install(newImage);
+  for (const auto& place : {root.helperTool(label), root.jobFile(label)}) {
+    testsupport::writeFile(place.parent_path() / ".staging.x", "");
+    testsupport::writeFile(place.parent_path() / "staging.x", "");
+  }
+  HelperInstaller(directories, root).removeStagingFiles();
+  EXPECT_THAT(strays(), testing::ElementsAre("staging.x", "staging.x"));
+  EXPECT_EQ(installedTool(), readFile(newImage));
+}
+
+TEST_F(HelperInstallerTest, RemovesWhatIsThereOfTheTwo) {
+  install(newImage);
+  fs::remove(root.jobFile(label));
+  EXPECT_TRUE(HelperInstaller(directories, root).remove(label));
+  install(newImage);
+  fs::remove(root.helperTool(label));
+  EXPECT_TRUE(HelperInstaller(directories, root).remove(label));
+  EXPECT_FALSE(HelperInstaller(directories, root).remove(label));
+}
+
+TEST_F(HelperInstallerTest, LeavesNoDescriptorOpen) {
+  const auto open = [] {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+  };
+  const auto before = open();
+  install(newImage);
+  EXPECT_EQ(open(), before);
+}
+
+TEST_F(HelperInstallerTest, StepsAreReportedInTheirOrder) {
+  std::vector<InstallStep> steps;
+  HelperInstaller installer(directories, root);
+  installer.setStepObserver([&](InstallStep step) { steps.push_back(step); });
+  const FileDescriptor file(::open(newImage.c_str(), O_RDONLY | O_CLOEXEC));
+  installer.install(file.get(), label, nullptr);
+  EXPECT_THAT(steps, testing::ElementsAre(InstallStep::ExecutableStaged, InstallStep::JobFileStaged,
+                                          InstallStep::ExecutableInPlace,
+                                          InstallStep::JobFileInPlace, InstallStep::Done));
+}
+
+TEST_F(HelperInstallerTest, TheApprovedJobIsTheOneThatIsInstalled) {
+  std::string seen;
+  const FileDescriptor file(::open(newImage.c_str(), O_RDONLY | O_CLOEXEC));
+  const auto job =
+      HelperInstaller(directories, root)
+          .install(file.get(), label, [&](const platform::JobDescription& asked) {
+            seen = asked.label + " " + asked.arguments.front() + " " + asked.services.back();
+          });
+  EXPECT_EQ(job.label, label);
+  EXPECT_EQ(seen, std::string(label) + " " + root.helperTool(label).string() +
+                      " com.quillmar.echo.second");
+}
+
+TEST_F(HelperInstallerTest, LabelsAreThoseOfJobFilesWithValidNames) {
+  const auto jobs = root.jobFile(label).parent_path();
+  for (const char* name : {"com.a.plist", "com.b.txt", ".plist", "bad name.plist", "com.c.plist.x",
+                           ".staging.com.d.plist", "x.plist"})
+    testsupport::writeFile(jobs / name, "");
+  EXPECT_THAT(jobd::labelsOfJobFiles(directories.jobs.get()), testing::ElementsAre("com.a", "x"));
+}
+
+TEST(RootDirectories, AreMadeForTheirOwnerToWrite) {
+  const testsupport::TemporaryDirectory temporary;
+  const platform::SystemRoot root(temporary.path() / "root");
+  const mode_t mask = ::umask(0);
+  const auto directories = RootDirectories::open(root);
+  ::umask(mask);
+  const auto pathOf = [](const FileDescriptor& directory) {
+    return fs::read_symlink("/proc/self/fd/" + std::to_string(directory.get()));
+  };
+  EXPECT_EQ(pathOf(directories.root), root.path());
+  EXPECT_EQ(pathOf(directories.jobs), root.path() / "Library/LaunchDaemons");
+  EXPECT_EQ(pathOf(directories.tools), root.path() / "Library/PrivilegedHelperTools");
+  EXPECT_EQ(pathOf(directories.run), root.path() / "var/run");
+  EXPECT_EQ(pathOf(directories.log), root.path() / "var/log");
+  for (const auto& entry : fs::recursive_directory_iterator(root.path())) {
+    struct stat status {};
+    ASSERT_EQ(::stat(entry.path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0755U) << entry.path();
+  }
+}
+
+TEST(RootDirectories, WhichOfThemOthersCanWriteIsSaid) {
+  const testsupport::TemporaryDirectory temporary;
+  const platform::SystemRoot root(temporary.path() / "root");
+  (void)RootDirectories::open(root);
+  for (const std::string place : {"Library", "Library/LaunchDaemons",
+                                  "Library/PrivilegedHelperTools", "var", "var/run", "var/log"}) {
+    ASSERT_EQ(::chmod((root.path() / place).c_str(), 0757), 0);
+    EXPECT_THAT(outcome([&] { (void)RootDirectories::open(root); }),
+                testing::StartsWith(place + " can be written by others (mode 0757)"));
+    ASSERT_EQ(::chmod((root.path() / place).c_str(), 0755), 0);
+  }
+  EXPECT_EQ(outcome([] { (void)RootDirectories::open(platform::SystemRoot("/")); }),
+            "the system root's jobs belong to the system's own service manager");
 }
 
 }  // namespace

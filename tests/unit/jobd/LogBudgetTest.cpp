@@ -44,4 +44,16 @@ TEST(LogBudget, SmallStepsOfTimeAddUp) {
   EXPECT_TRUE(budget.take(perSecond, start + 1s));
 }
 
+TEST(LogBudget, FiguresAreThoseThatTheLogsSizeRestsOn) {
+  EXPECT_EQ(LogBudget::capacity, 262'144U);
+  EXPECT_EQ(LogBudget::bytesPerMillisecond, 8U);
+}
+
+TEST(LogBudget, AClockThatWentBackCostsNothing) {
+  LogBudget budget(start + 1h);
+  EXPECT_TRUE(budget.take(LogBudget::capacity - 5, start + 1h));
+  EXPECT_FALSE(budget.take(6, start));
+  EXPECT_TRUE(budget.take(5, start));
+}
+
 }  // namespace

@@ -97,4 +97,41 @@ TEST(LogText, AnEndlessLineOfContinuationBytesStillMoves) {
   EXPECT_EQ(total, garbage.size());
 }
 
+TEST(LogText, EveryMonthHasItsName) {
+  EXPECT_EQ(jobd::maximumEntryBytes, 2048U);
+  const std::vector<std::string> names{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  std::tm time{};
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    time.tm_mon = static_cast<int>(i);
+    EXPECT_EQ(jobd::logEntry(time, "h", "n", 1, "").substr(0, 4), names[i] + " ");
+  }
+}
+
+TEST(LogText, CharactersAreNotCutApartWhereverTheyBegin) {
+  for (std::size_t before = 1; before <= 4; ++before) {
+    const std::string plain(jobd::maximumEntryBytes - before, 'x');
+    const auto lines = split({plain + "\xF0\x9F\x90\xB9 end"});
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0], before == 4 ? plain + "\xF0\x9F\x90\xB9" : plain) << before;
+  }
+}
+
+TEST(LogText, OfContinuationBytesNoMoreAreHeldBackThanASequenceHas) {
+  const auto lines = split({std::string(jobd::maximumEntryBytes + 10, '\x80')});
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[0].size(), jobd::maximumEntryBytes - 3);
+}
+
+TEST(LogText, WhatWasFinishedIsForgotten) {
+  LineSplitter splitter;
+  std::vector<std::string> lines;
+  const auto sink = [&](std::string_view line) { lines.emplace_back(line); };
+  splitter.feed("half", sink);
+  splitter.finish(sink);
+  splitter.feed("whole\n", sink);
+  splitter.finish(sink);
+  EXPECT_THAT(lines, ElementsAre("half", "whole"));
+}
+
 }  // namespace

@@ -3,7 +3,10 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -92,6 +95,98 @@ TEST(SystemLog, LinksAndPipesInItsPlaceAreNotWritten) {
   std::filesystem::remove(directory.path() / "system.log");
   log.write("com.x", 1, "three");
   EXPECT_THAT(readFile(directory.path() / "system.log"), testing::HasSubstr("three"));
+}
+
+/// Whether a fresh log takes a first entry of that text.
+bool takes(const std::string& text) {
+  const TemporaryDirectory directory;
+  SystemLog log(open(directory.path()));
+  bool isLeftOut = false;
+  log.whenLeavingOut([&] { isLeftOut = true; });
+  log.write("com.x", 1, text);
+  EXPECT_EQ(isLeftOut, readFile(directory.path() / "system.log").empty());
+  return !isLeftOut;
+}
+
+TEST(SystemLog, WhatAnEntryMayBecomeIsCounted) {
+  constexpr std::size_t room = jobd::LogBudget::capacity - 64;
+  EXPECT_TRUE(takes(std::string(room, 'x')));
+  EXPECT_FALSE(takes(std::string(room + 1, 'x')));
+  for (const char plain : {' ', '~', '\x20'}) {
+    EXPECT_TRUE(takes(std::string(room, plain)));
+  }
+  for (const char escaped : {'\x01', '\x1F', '\x7F', '\x80', '\xFF'}) {
+    EXPECT_TRUE(takes(std::string(room / 4, escaped)));
+    EXPECT_FALSE(takes(std::string(room / 4 + 1, escaped)));
+  }
+}
+
+TEST(SystemLog, ALogOfItsLimitIsBegunAnewByTheNextEntry) {
+  const TemporaryDirectory directory;
+  EXPECT_EQ(SystemLog::defaultLimit, 4'194'304U);
+  testsupport::writeFile(directory.path() / "system.log", std::string(100, 'x'));
+  SystemLog under(open(directory.path()), 101);
+  under.write("com.x", 1, "opens it");  // whatever is there when it is opened is written to
+  EXPECT_FALSE(std::filesystem::exists(directory.path() / "system.log.0"));
+  const auto size = std::filesystem::file_size(directory.path() / "system.log");
+  SystemLog exact(open(directory.path()), size + 1);
+  exact.write("com.x", 1, "opens it");
+  std::filesystem::resize_file(directory.path() / "system.log", size);
+  exact.write("com.x", 1, "one byte is left");
+  EXPECT_FALSE(std::filesystem::exists(directory.path() / "system.log.0"));
+  std::filesystem::resize_file(directory.path() / "system.log", size + 1);
+  exact.write("com.x", 1, "none is left");
+  EXPECT_EQ(std::filesystem::file_size(directory.path() / "system.log.0"), size + 1);
+  EXPECT_THAT(readFile(directory.path() / "system.log"), testing::EndsWith("none is left\n"));
+}
+
+TEST(SystemLog, IsForAllToReadAndItsOwnerToWrite) {
+  const TemporaryDirectory directory;
+  const mode_t mask = ::umask(0);
+  SystemLog(open(directory.path())).note("one");
+  ::umask(mask);
+  struct stat status {};
+  ASSERT_EQ(::stat((directory.path() / "system.log").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0644U);
+}
+
+TEST(SystemLog, NobodyNeedBeToldOfWhatIsLeftOut) {
+  const TemporaryDirectory directory;
+  SystemLog log(open(directory.path()));
+  for (int i = 0; i < 2; ++i) log.write("com.x", 1, std::string(jobd::LogBudget::capacity, 'x'));
+  log.sayWhatWasLeftOut();
+  EXPECT_THAT(readFile(directory.path() / "system.log"),
+              testing::HasSubstr("2 lines of com.x were left out"));
+}
+
+TEST(SystemLog, WithoutADirectoryNothingIsWritten) {
+  SystemLog log{platform::FileDescriptor()};
+  EXPECT_NO_FATAL_FAILURE(log.note("lost"));
+}
+
+/// The host that an entry names where the machine is called so; nothing where that cannot be tried.
+std::string hostWhereItIs(const std::string& name) {
+  const TemporaryDirectory directory;
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (::unshare(CLONE_NEWUTS) == 0 && ::sethostname(name.data(), name.size()) == 0)
+      SystemLog(open(directory.path())).write("com.x", 1, "text");
+    ::_exit(0);
+  }
+  ::waitpid(child, nullptr, 0);
+  const std::string entry = readFile(directory.path() / "system.log");
+  if (entry.empty()) return entry;
+  const std::size_t afterTime = std::string("Nov 21 03:12:45 ").size();
+  return entry.substr(afterTime, entry.find(" com.x[") - afterTime);
+}
+
+TEST(SystemLog, TheHostIsOneWord) {
+  const std::string longest(64, 'h');  // as the system takes it
+  if (hostWhereItIs("x").empty()) GTEST_SKIP() << "needs the superuser";
+  EXPECT_EQ(hostWhereItIs("my host"), "my_host");
+  EXPECT_EQ(hostWhereItIs(""), "localhost");
+  EXPECT_EQ(hostWhereItIs(longest), longest);
+  EXPECT_EQ(hostWhereItIs("a\nb"), "a\\x0ab");
 }
 
 }  // namespace

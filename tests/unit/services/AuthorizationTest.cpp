@@ -202,4 +202,155 @@ TEST_F(AuthorizationTest, WithoutATerminalInteractionIsNotAllowed) {
   EXPECT_EQ(WEXITSTATUS(status), 10);
 }
 
+TEST_F(AuthorizationTest, NumbersAreThePlatforms) {
+  EXPECT_EQ(errAuthorizationSuccess, 0);
+  EXPECT_EQ(errAuthorizationDenied, -60005);
+  EXPECT_EQ(errAuthorizationCanceled, -60006);
+  EXPECT_EQ(errAuthorizationInteractionNotAllowed, -60007);
+  EXPECT_EQ(kAuthorizationFlagInteractionAllowed, 1U);
+  EXPECT_EQ(kAuthorizationFlagExtendRights, 2U);
+  EXPECT_EQ(kAuthorizationFlagPreAuthorize, 16U);
+}
+
+TEST_F(AuthorizationTest, OnlyTheFlagOfInteractionAllowsAQuestion) {
+  setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
+  AuthorizationRef reference = nullptr;
+  EXPECT_EQ(ask(right, nullptr, allFlags & ~kAuthorizationFlagInteractionAllowed, &reference),
+            errAuthorizationInteractionNotAllowed);
+  EXPECT_EQ(ask(right, nullptr, kAuthorizationFlagInteractionAllowed, &reference),
+            errAuthorizationSuccess);
+}
+
+TEST_F(AuthorizationTest, EveryRightThatIsAskedForMustBeKnown) {
+  setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
+  const std::array<AuthorizationItem, 3> items{
+      {{right, 0, nullptr, 0}, {right, 0, nullptr, 0}, {"system.privilege.admin", 0, nullptr, 0}}};
+  const auto statusFor = [&](std::uint32_t count, const AuthorizationItem* first) {
+    const AuthorizationRights rights{count, first};
+    AuthorizationRef reference = nullptr;
+    return AuthorizationCreate(&rights, nullptr, allFlags, &reference);
+  };
+  EXPECT_EQ(statusFor(2, items.data()), errAuthorizationSuccess) << "the third is not of the set";
+  EXPECT_EQ(statusFor(3, items.data()), errAuthorizationDenied);
+  EXPECT_EQ(statusFor(0, items.data()), errAuthorizationDenied);
+  EXPECT_EQ(statusFor(1, nullptr), errAuthorizationDenied);
+}
+
+TEST_F(AuthorizationTest, WithoutAPlaceForTheReferenceTheStatusAloneComesBack) {
+  setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
+  EXPECT_EQ(ask(right, nullptr, allFlags, nullptr), errAuthorizationSuccess);
+  EXPECT_EQ(ask("other", nullptr, allFlags, nullptr), errAuthorizationDenied);
+}
+
+TEST_F(AuthorizationTest, AReferenceFromBeforeDoesNotOutliveARefusal) {
+  setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
+  AuthorizationRef reference = nullptr;
+  ASSERT_EQ(ask(right, nullptr, allFlags, &reference), errAuthorizationSuccess);
+  ASSERT_NE(reference, nullptr);
+  EXPECT_EQ(ask("other", nullptr, allFlags, &reference), errAuthorizationDenied);
+  EXPECT_EQ(reference, nullptr);
+}
+
+/// What the agent hears when the environment has these items.
+std::string heardPrompt(const AuthorizationEnvironment& environment) {
+  std::string heard;
+  setAuthorizationAgent([&](std::string_view prompt) {
+    heard = prompt;
+    return errAuthorizationDenied;
+  });
+  const AuthorizationItem item{"com.apple.ServiceManagement.blesshelper", 0, nullptr, 0};
+  const AuthorizationRights rights{1, &item};
+  AuthorizationRef reference = nullptr;
+  AuthorizationCreate(&rights, &environment, allFlags, &reference);
+  return heard;
+}
+
+TEST_F(AuthorizationTest, ThePromptIsTheItemOfThatName) {
+  const std::string own = "An application wants to install or remove a helper.";
+  const std::array<AuthorizationItem, 2> items{{{"icon", 4, "/a/b", 0}, {"prompt", 3, "May", 0}}};
+  EXPECT_EQ(heardPrompt({2, items.data()}), "May");
+  EXPECT_EQ(heardPrompt({1, items.data()}), own) << "the second is not of the set";
+  EXPECT_EQ(heardPrompt({1, nullptr}), own);
+  const AuthorizationItem without{"prompt", 5, nullptr, 0};
+  EXPECT_EQ(heardPrompt({1, &without}), own);
+}
+
+TEST_F(AuthorizationTest, APromptIsTakenUpToItsLimit) {
+  const std::string words = std::string(4095, 'a') + "bc";
+  AuthorizationItem item{"prompt", 4096, words.data(), 0};
+  EXPECT_EQ(heardPrompt({1, &item}), words.substr(0, 4096));
+  item.valueLength = 4097;
+  EXPECT_EQ(heardPrompt({1, &item}), words.substr(0, 4096));
+}
+
+TEST_F(AuthorizationTest, TerminalSaysNothingForAProgramThatSaysNothing) {
+  const TerminalRun run =
+      runOnTerminal({"y\n"}, "An application wants to install or remove a helper.");
+  EXPECT_EQ(run.status, 10);
+  EXPECT_EQ(run.screen.find("it says"), std::string::npos);
+}
+
+TEST_F(AuthorizationTest, TerminalReadsSoMuchOfALineAndEchoesLess) {
+  const std::string blanks(255, ' ');
+  EXPECT_EQ(runOnTerminal({blanks + "y\n"}).status, 10);
+  EXPECT_EQ(runOnTerminal({blanks + " y\n"}).status, 5) << "what is beyond is not read";
+  EXPECT_EQ(runOnTerminal({"\ty\t\n"}).status, 10);
+  const TerminalRun run =
+      runOnTerminal({"abcdefghijklmnopqrst\n", "abcdefghijklmnopqrstu\n", "n\n"});
+  EXPECT_THAT(run.screen, testing::HasSubstr("\"abcdefghijklmnopqrst\" is no answer. "));
+  EXPECT_THAT(run.screen, testing::HasSubstr("\"abcdefghijklmnopqrs\u2026\" is no answer. "));
+}
+
+TEST_F(AuthorizationTest, AnswersAreTakenInAnyCase) {
+  EXPECT_EQ(runOnTerminal({"CANCEL\n"}).status, 6);
+  EXPECT_EQ(runOnTerminal({"YES\n"}).status, 10);
+}
+
+TEST_F(AuthorizationTest, WhatWasTypedBeforeTheQuestionDoesNotAnswerIt) {
+  std::array<int, 2> typed{};
+  ASSERT_EQ(::pipe2(typed.data(), O_CLOEXEC), 0);
+  int master = -1;
+  const pid_t child = ::forkpty(&master, nullptr, nullptr, nullptr);
+  if (child == 0) {
+    char c = 0;
+    if (::read(typed[0], &c, 1) != 1) ::_exit(1);
+    const OSStatus status = terminalAuthorizationAgent()("May it?");
+    ::_exit(status == 0 ? 10 : -status % 100);
+  }
+  EXPECT_EQ(::write(master, "y\n", 2), 2);
+  std::string screen;
+  std::array<char, 256> buffer{};
+  const auto show = [&](std::string_view end) {
+    while (!screen.ends_with(end)) {
+      const ssize_t got = ::read(master, buffer.data(), buffer.size());
+      if (got <= 0) return;
+      screen.append(buffer.data(), static_cast<std::size_t>(got));
+    }
+  };
+  show("y\r\n");  // it has reached the terminal
+  EXPECT_EQ(::write(typed[1], "x", 1), 1);
+  show(" > ");
+  EXPECT_EQ(::write(master, "n\n", 2), 2);
+  show("no end");
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  for (const int each : {master, typed[0], typed[1]}) ::close(each);
+  EXPECT_EQ(WEXITSTATUS(status), 5);
+}
+
+TEST_F(AuthorizationTest, WithoutAnAgentTheTerminalIsAsked) {
+  setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
+  setAuthorizationAgent(nullptr);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::setsid();  // there is none
+    AuthorizationRef reference = nullptr;
+    const OSStatus status = ask(right, nullptr, allFlags, &reference);
+    ::_exit(status == errAuthorizationInteractionNotAllowed ? 10 : 11);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(WEXITSTATUS(status), 10);
+}
+
 }  // namespace

@@ -8,6 +8,14 @@
 
 #include <array>
 #include <cstring>
+#include <filesystem>
+
+#include "platform/foundation/NSArray.h"
+#include "platform/foundation/NSDictionary.h"
+#include "platform/foundation/NSNumber.h"
+#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/foundation/NSString.h"
+#include "tests/unit/services/PiecewiseCalls.h"
 
 namespace {
 
@@ -161,6 +169,183 @@ TEST(Control, SendingToAClosedSocketFailsWithoutASignal) {
   auto [one, other] = socketPair();
   other.reset();
   EXPECT_FALSE(sendFrame(one.get(), encode(ControlRequest{}), -1));
+}
+
+std::ptrdiff_t openDescriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                       std::filesystem::directory_iterator());
+}
+
+std::vector<std::uint8_t> listOf(const std::vector<NSDictionary::Entry>& entries) {
+  const auto data = NSPropertyListSerialization::dataWithPropertyList_format_error(
+      NSDictionary::dictionaryWithEntries(entries), NSPropertyListFormat::Binary, nullptr);
+  return {data->span().begin(), data->span().end()};
+}
+
+TEST(Control, AFrameBeginsWithTheLengthOfItsContent) {
+  for (const std::size_t size : {std::size_t{10}, std::size_t{70'000}, std::size_t{17} << 20U}) {
+    ControlReply reply;
+    reply.message = std::string(size, 'x');
+    const auto frame = encode(reply);
+    std::uint32_t length = 0;
+    std::memcpy(&length, frame.data(), sizeof length);  // little-endian, as this machine is
+    EXPECT_EQ(length, frame.size() - 4);
+    EXPECT_EQ(decodeControlReply(content(frame))->message.size(), size);
+  }
+}
+
+TEST(Control, WhatAMessageDoesNotSayIsNothing) {
+  const auto reply = decodeControlReply(listOf({{str("code"), NSNumber::numberWithLongLong(3)}}));
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(reply->code, ServiceErrorCode::InvalidImage);
+  EXPECT_FALSE(reply->succeeded());
+  EXPECT_EQ(reply->message, "");
+  EXPECT_EQ(reply->daemonProcessIdentifier, 0);
+  EXPECT_TRUE(reply->jobs.empty());
+  const auto request = decodeControlRequest(listOf({{str("operation"), str("status")}}));
+  ASSERT_TRUE(request);
+  EXPECT_EQ(request->label, "");
+  EXPECT_TRUE(request->wait);
+}
+
+TEST(Control, WhatIsOfAnotherKindIsLeftOut) {
+  const auto number = NSNumber::numberWithLongLong(7);
+  const auto job = NSDictionary::dictionaryWithEntries(
+      {{str("label"), number},
+       {str("services"), NSArray::arrayWithObjects({number, str("com.x")})},
+       {str("pid"), str("text")}});
+  const auto reply =
+      decodeControlReply(listOf({{str("code"), NSNumber::numberWithLongLong(0)},
+                                 {str("message"), number},
+                                 {str("daemon"), str("text")},
+                                 {str("jobs"), NSArray::arrayWithObjects({str("no job"), job})}}));
+  ASSERT_TRUE(reply);
+  EXPECT_TRUE(reply->succeeded());
+  EXPECT_EQ(reply->message, "");
+  EXPECT_EQ(reply->daemonProcessIdentifier, 0);
+  ASSERT_EQ(reply->jobs.size(), 1U);
+  EXPECT_EQ(reply->jobs[0].label, "");
+  EXPECT_THAT(reply->jobs[0].services, testing::ElementsAre("com.x"));
+  EXPECT_EQ(reply->jobs[0].processIdentifier, 0);
+  EXPECT_EQ(reply->jobs[0].starts, 0);
+  EXPECT_FALSE(decodeControlReply(listOf({{str("code"), str("text")}})));
+  EXPECT_FALSE(decodeControlRequest(listOf({{str("operation"), str("other")}})));
+}
+
+TEST(Control, AFrameOfTheLargestSizeIsTaken) {
+  EXPECT_EQ(maximumControlBytes, 262144U);
+  auto [one, other] = socketPair();
+  const std::uint32_t length = maximumControlBytes;
+  ASSERT_EQ(::send(one.get(), &length, 4, 0), 4);
+  FrameReader reader;
+  EXPECT_EQ(reader.readFrom(other.get()), State::NeedMore);
+  const std::vector<std::uint8_t> piece(65536, 'x');
+  for (int i = 0; i < 4; ++i) {
+    ASSERT_EQ(::send(one.get(), piece.data(), piece.size(), 0), static_cast<ssize_t>(piece.size()));
+    State state = State::NeedMore;
+    for (int j = 0; j < 1000 && state == State::NeedMore; ++j) state = reader.readFrom(other.get());
+    EXPECT_EQ(state, i == 3 ? State::Complete : State::NeedMore);
+  }
+  EXPECT_EQ(reader.content().size(), maximumControlBytes);
+}
+
+TEST(Control, AnEndIsNotTakenForNothingToRead) {
+  auto [one, other] = socketPair();
+  FrameReader reader;
+  EXPECT_EQ(reader.readFrom(other.get()), State::NeedMore);
+  one.reset();
+  EXPECT_EQ(reader.readFrom(other.get()), State::Ended);
+  EXPECT_EQ(reader.readFrom(-1), State::Ended);
+}
+
+/// Sends one byte with so many descriptors beside it.
+void sendWith(int socket, const std::vector<int>& descriptors) {
+  char byte = 4;
+  iovec vector{&byte, 1};
+  alignas(cmsghdr) std::array<char, CMSG_SPACE(8 * sizeof(int))> control{};
+  msghdr message{};
+  message.msg_iov = &vector;
+  message.msg_iovlen = 1;
+  message.msg_control = control.data();
+  message.msg_controllen = CMSG_SPACE(descriptors.size() * sizeof(int));
+  cmsghdr* header = CMSG_FIRSTHDR(&message);
+  header->cmsg_level = SOL_SOCKET;
+  header->cmsg_type = SCM_RIGHTS;
+  header->cmsg_len = CMSG_LEN(descriptors.size() * sizeof(int));
+  std::memcpy(CMSG_DATA(header), descriptors.data(), descriptors.size() * sizeof(int));
+  ASSERT_EQ(::sendmsg(socket, &message, MSG_NOSIGNAL), 1);
+}
+
+TEST(Control, OneDescriptorIsKeptHoweverManyCome) {
+  const FileDescriptor null(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const FileDescriptor zero(::open("/dev/zero", O_RDONLY | O_CLOEXEC));
+  for (const std::size_t more : {0, 1, 2, 3, 5}) {
+    auto [one, other] = socketPair();
+    std::vector<int> sent{null.get()};
+    sent.insert(sent.end(), more, zero.get());
+    const auto before = openDescriptors();
+    sendWith(one.get(), sent);
+    FrameReader reader;
+    EXPECT_EQ(reader.readFrom(other.get()), State::NeedMore);
+    EXPECT_EQ(openDescriptors(), before + 1) << more;
+    const auto received = reader.takeDescriptor();
+    ASSERT_TRUE(received);
+    EXPECT_EQ(std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(received.get())),
+              "/dev/null");
+    EXPECT_FALSE(reader.takeDescriptor());
+  }
+}
+
+TEST(Control, ADescriptorStaysWhileTheRestOfTheFrameComes) {
+  auto [one, other] = socketPair();
+  const FileDescriptor null(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const auto frame = encode(ControlRequest{Operation::Bless, "com.x", true});
+  const auto before = openDescriptors();
+  piecewise::limitSends({1, 2, 10});
+  ASSERT_TRUE(sendFrame(one.get(), frame, null.get()));
+  FrameReader reader;
+  ASSERT_EQ(readAll(reader, other.get()), State::Complete);
+  EXPECT_EQ(openDescriptors(), before + 1) << "it is sent once";
+  EXPECT_TRUE(reader.takeDescriptor());
+  EXPECT_TRUE(decodeControlRequest(reader.content()));
+}
+
+TEST(Control, EachPieceIsSentOnce) {
+  auto [one, other] = socketPair();
+  const auto frame = encode(ControlRequest{Operation::Bless, "com.x", true});
+  piecewise::limitSends({3, 5});
+  ASSERT_TRUE(sendFrame(one.get(), frame, -1));
+  std::vector<std::uint8_t> got(frame.size() + 1);
+  EXPECT_EQ(::recv(other.get(), got.data(), got.size(), 0), static_cast<ssize_t>(frame.size()));
+  got.pop_back();
+  EXPECT_EQ(got, frame);
+}
+
+TEST(Control, WithoutADescriptorNoneIsSent) {
+  auto [one, other] = socketPair();
+  ASSERT_TRUE(sendFrame(one.get(), encode(ControlRequest{}), -1));
+  FrameReader reader;
+  ASSERT_EQ(readAll(reader, other.get()), State::Complete);
+  EXPECT_FALSE(reader.takeDescriptor());
+}
+
+TEST(Control, TheFirstDescriptorOfAProcessCanBeSentToo) {
+  const FileDescriptor kept(::fcntl(0, F_DUPFD_CLOEXEC, 3));
+  const FileDescriptor zero(::open("/dev/zero", O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(::dup2(zero.get(), 0), 0);
+  auto [one, other] = socketPair();
+  ASSERT_TRUE(sendFrame(one.get(), encode(ControlRequest{}), 0));
+  FrameReader reader;
+  ASSERT_EQ(readAll(reader, other.get()), State::Complete);
+  EXPECT_TRUE(reader.takeDescriptor());
+  if (kept) ::dup2(kept.get(), 0);
+}
+
+TEST(Control, WhatCannotAllBeSentFails) {
+  auto [one, other] = socketPair();
+  ControlReply reply;
+  reply.message = std::string(std::size_t{4} << 20U, 'x');
+  EXPECT_FALSE(sendFrame(one.get(), encode(reply), -1)) << "nobody reads it";
 }
 
 }  // namespace

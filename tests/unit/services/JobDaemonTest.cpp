@@ -96,4 +96,76 @@ TEST(JobDaemon, OfAnotherUserIsNotAsked) {
   ::waitpid(daemon, nullptr, 0);
 }
 
+/// What is heard of a daemon that hangs up on so many first.
+std::optional<platform::ControlReply> statusAfterHangUps(int hangUps) {
+  const testsupport::TemporaryDirectory temporary;
+  const platform::SystemRoot root(temporary.path() / "root");
+  std::filesystem::create_directories(root.controlEndpoint().parent_path());
+  const FileDescriptor endpoint(
+      platform::listenUnixSocket(root.controlEndpoint().string(), SOCK_STREAM, 8, 0600));
+  std::thread daemon([&] { serve(endpoint, hangUps); });
+  auto status = platform::JobDaemon(root).status();
+  ::shutdown(endpoint.get(), SHUT_RDWR);
+  daemon.join();
+  return status;
+}
+
+TEST(JobDaemon, TheStatusIsAskedForThreeTimesAtMost) {
+  EXPECT_TRUE(statusAfterHangUps(0));
+  EXPECT_FALSE(statusAfterHangUps(3));
+}
+
+TEST(JobDaemon, WithoutOneThereIsNoStatus) {
+  const testsupport::TemporaryDirectory temporary;
+  const platform::SystemRoot root(temporary.path() / "root");
+  EXPECT_FALSE(platform::JobDaemon(root).status());
+  std::filesystem::create_directories(root.path());
+  EXPECT_FALSE(platform::JobDaemon(root).status());
+  std::filesystem::create_directories(root.controlEndpoint().parent_path());
+  EXPECT_FALSE(platform::JobDaemon(root).status());
+}
+
+/// What asking throws when these bytes are the answer.
+platform::ServiceError failureOf(const std::vector<std::uint8_t>& answer) {
+  std::array<int, 2> ends{};
+  EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+  platform::ControlConnection connection{FileDescriptor(ends[0])};
+  const FileDescriptor daemon(ends[1]);
+  EXPECT_EQ(::send(daemon.get(), answer.data(), answer.size(), 0),
+            static_cast<ssize_t>(answer.size()));
+  ::shutdown(daemon.get(), SHUT_WR);
+  try {
+    static_cast<void>(connection.ask(platform::ControlRequest{}, -1));
+  } catch (const platform::ServiceError& error) {
+    return error;
+  }
+  return {platform::ServiceErrorCode::None, "it was read"};
+}
+
+TEST(ControlConnection, AnAnswerThatIsNoneIsNamed) {
+  using Code = platform::ServiceErrorCode;
+  EXPECT_EQ(failureOf(encode(platform::ControlReply{})).code(), Code::None);
+  for (const auto& malformed : {std::vector<std::uint8_t>{0, 0, 0, 0}, {0, 0, 0, 1}}) {
+    EXPECT_EQ(failureOf(malformed).code(), Code::Protocol);
+    EXPECT_STREQ(failureOf(malformed).what(), "the job daemon's reply is malformed");
+  }
+  EXPECT_EQ(failureOf({1, 0, 0, 0, 'x'}).code(), Code::Protocol);
+  EXPECT_STREQ(failureOf({1, 0, 0, 0, 'x'}).what(), "the job daemon's reply cannot be read");
+  for (const auto& cut : {std::vector<std::uint8_t>{}, {1, 0}, {2, 0, 0, 0, 'x'}}) {
+    EXPECT_EQ(failureOf(cut).code(), Code::DaemonUnavailable);
+    EXPECT_STREQ(failureOf(cut).what(),
+                 "the job daemon ended the connection before it answered; try again");
+  }
+}
+
+TEST(ControlConnection, HasEndedWhenTheDaemonHungUp) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+  platform::ControlConnection connection{FileDescriptor(ends[0])};
+  EXPECT_FALSE(connection.hasEnded());
+  ::close(ends[1]);
+  EXPECT_TRUE(connection.hasEnded());
+  EXPECT_FALSE(connection.tryAsk(platform::ControlRequest{}, -1)) << "it cannot even be sent";
+}
+
 }  // namespace

@@ -4,6 +4,10 @@
 #include <gtest/gtest.h>
 
 #include "platform/foundation/NSArray.h"
+#include "platform/foundation/NSNumber.h"
+#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/foundation/NSString.h"
+#include "platform/services/ServiceError.h"
 
 namespace {
 
@@ -105,6 +109,74 @@ TEST(JobFile, DictionaryNeedsTheLabelOnly) {
   const auto dictionary = platform::jobDictionary(bytes(document(label)), "com.x", nullptr);
   ASSERT_TRUE(dictionary);
   EXPECT_EQ(dictionary->count(), 1U);
+}
+
+std::string argumentsOf(std::size_t count) {
+  std::string array;
+  for (std::size_t i = 0; i < count; ++i) array += "<string>/p</string>";
+  return "<key>ProgramArguments</key><array>" + array + "</array>";
+}
+
+TEST(JobFile, HasSoManyArgumentsAndServicesAtMost) {
+  EXPECT_EQ(refusal(document(label + services + argumentsOf(64))), "");
+  EXPECT_EQ(refusal(document(label + services + argumentsOf(65))),
+            "it has too many ProgramArguments");
+  std::string many;
+  for (int i = 0; i < 16; ++i) many += "<key>com.x.s" + std::to_string(i) + "</key><true/>";
+  const std::string refused = "<key>com.x.off</key><false/>";  // does not count
+  EXPECT_EQ(refusal(document(label + program + "<key>MachServices</key><dict>" + many + refused +
+                             "</dict>")),
+            "");
+}
+
+TEST(JobFile, AnArgumentHoldsNoNul) {
+  using namespace platform;
+  const auto withArgument = [](std::string_view argument) {
+    const auto data = NSPropertyListSerialization::dataWithPropertyList_format_error(
+        NSDictionary::dictionaryWithEntries(
+            {{str("Label"), str("com.x")},
+             {str("ProgramArguments"), NSArray::arrayWithObjects({str("/p"), str(argument)})},
+             {str("MachServices"), NSDictionary::dictionaryWithEntries(
+                                       {{str("com.x"), NSNumber::numberWithBool(true)}})}}),
+        NSPropertyListFormat::Binary, nullptr);
+    std::string reason;
+    return parseJobFile(data->span(), "com.x", &reason) ? "" : reason;
+  };
+  EXPECT_EQ(withArgument("plain"), "");
+  EXPECT_EQ(withArgument(std::string_view("a\0b", 3)), "one of its ProgramArguments is no text");
+}
+
+TEST(JobFile, AnEmptyProgramIsNoPath) {
+  EXPECT_EQ(refusal(document(label + services +
+                             "<key>ProgramArguments</key><array><string></string></array>")),
+            "its program is no absolute path");
+}
+
+TEST(JobFile, WhyItIsNoneNeedNotBeAsked) {
+  for (const std::string& bad : {std::string(), document(""), document(label),
+                                 document(label + program), document(label + services)})
+    EXPECT_FALSE(parseJobFile(bytes(bad), "com.x", nullptr)) << bad;
+}
+
+TEST(JobFile, AServiceOfAnotherKindThanTrueOrOptionsIsNotOffered) {
+  EXPECT_EQ(refusal(document(label + program +
+                             "<key>MachServices</key><dict><key>com.x</key><string>yes</string>"
+                             "</dict>")),
+            "it offers none of its MachServices");
+  EXPECT_EQ(refusal(document(label + program)), "it has no MachServices");
+}
+
+TEST(JobFile, WhatAPropertyListCannotHoldIsNotWritten) {
+  for (const char* argument : {"\xFF", "\x01"}) {
+    try {
+      (void)platform::encodeJobFile({"com.x", {"/p", argument}, {"com.x"}});
+      ADD_FAILURE() << "written";
+    } catch (const platform::ServiceError& error) {
+      EXPECT_EQ(error.code(), platform::ServiceErrorCode::InvalidArgument);
+      EXPECT_STREQ(error.what(),
+                   "a path or argument of the job com.x cannot be written to its job file");
+    }
+  }
 }
 
 }  // namespace

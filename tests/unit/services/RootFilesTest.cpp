@@ -203,4 +203,79 @@ TEST_F(RootDirectory, OnceOpenedStaysWhatItWas) {
   EXPECT_EQ(root.path(), path);
 }
 
+TEST_F(RootDirectory, ThatWasReachedBeforeIsNotWalkedToAgain) {
+  const fs::path way = made("way");
+  const fs::path root = made("way/root");
+  ASSERT_EQ(used(root), "opened");
+  ::chmod(way.c_str(), 0777);
+  EXPECT_EQ(used(root), "opened") << "the very same directory, as closed as it was";
+  const fs::path other = made("way/other");
+  EXPECT_THAT(used(other), HasSubstr("way above the system root")) << "and no other";
+}
+
+TEST_F(RootDirectory, ThatWasReachedBeforeAndBelongsToAnotherNowIsRefused) {
+  if (!testsupport::isSuperuser()) return;  // only the superuser can give a directory away
+  const fs::path root = made("root");
+  ASSERT_EQ(used(root), "opened");
+  ASSERT_EQ(::chown(root.c_str(), testsupport::otherUser, testsupport::otherUser), 0);
+  EXPECT_THAT(used(root), HasSubstr("belongs to user 12345"));
+}
+
+TEST_F(RootDirectory, TheModeIsSaidAsChmodTakesIt) {
+  for (const auto& [mode, text] : {std::pair<mode_t, std::string>{0722, "(mode 0722)"},
+                                   {01777, "(mode 1777)"},
+                                   {04757, "(mode 4757)"}}) {
+    EXPECT_THAT(used(made("root", mode)), HasSubstr(text));
+  }
+}
+
+TEST_F(RootDirectory, WhatIsMadeCanBeWrittenByItsOwnerAlone) {
+  const mode_t mask = ::umask(0);
+  const FileDescriptor root = platform::openOwnRoot(SystemRoot(directory_ / "a/root"));
+  const FileDescriptor below = platform::openDirectoryBelow(root.get(), "b/c", true);
+  ::umask(mask);
+  EXPECT_TRUE(below);
+  for (const char* name : {"a", "a/root", "a/root/b", "a/root/b/c"}) {
+    struct stat status {};
+    ASSERT_EQ(::stat((directory_ / name).c_str(), &status), 0) << name;
+    EXPECT_EQ(status.st_mode & 07777U, 0755U) << name;
+  }
+  EXPECT_TRUE(platform::openDirectoryBelow(root.get(), "b/c", true)) << "it is there already";
+}
+
+TEST_F(RootDirectory, SaysWhatCouldNotBeOpenedBelowIt) {
+  const FileDescriptor root = platform::openOwnRoot(SystemRoot(made("root")));
+  testsupport::writeFile(directory_ / "root/file", "");
+  for (const bool create : {false, true}) {
+    EXPECT_EQ(outcome([&] { return platform::openDirectoryBelow(root.get(), "file/x", create); }),
+              "not a refusal: cannot open the directory file: Not a directory");
+  }
+  EXPECT_EQ(outcome([&] { return platform::openDirectoryBelow(root.get(), "none/x", false); }),
+            "none");
+}
+
+TEST_F(RootDirectory, BelowWhatIsNoDirectoryNothingIsMade) {
+  testsupport::writeFile(directory_ / "file", "");
+  EXPECT_EQ(used(directory_ / "file/root"),
+            "not a refusal: the directory " + (directory_ / "file").string() +
+                " above the system root " + (directory_ / "file/root").string() +
+                " is no directory");
+}
+
+TEST_F(RootDirectory, WhatIsNotOpenCannotBeExamined) {
+  EXPECT_EQ(outcome([] {
+              platform::checkIsOwn(-1, "it");
+              return FileDescriptor();
+            }),
+            "not a refusal: cannot examine it: Bad file descriptor");
+}
+
+TEST_F(RootDirectory, ALinkIsSaidToBeOneWithTheCure) {
+  fs::create_directory_symlink(made("target"), directory_ / "root");
+  EXPECT_EQ(used(directory_ / "root"),
+            "the system root " + (directory_ / "root").string() +
+                " is a symbolic link, which is not followed: name the directory that it points to, "
+                "with --root DIR");
+}
+
 }  // namespace

@@ -1,5 +1,6 @@
 #include "platform/services/SystemRoot.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -64,6 +65,46 @@ TEST(SystemRoot, TheOneThatWasSetGoesBeforeTheEnvironment) {
   EXPECT_EQ(SystemRoot::current().path(), "/set");
   SystemRoot::resetCurrent();
   EXPECT_EQ(SystemRoot::current().path(), "/chosen");
+}
+
+TEST(SystemRoot, LabelsHaveLettersDigitsAndThreeSigns) {
+  const std::string_view allowed =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-_";
+  for (int i = 0; i < 256; ++i) {
+    const char c = static_cast<char>(i);
+    EXPECT_EQ(SystemRoot::isValidLabel(std::string("x") + c), allowed.find(c) != allowed.npos) << i;
+  }
+}
+
+TEST(SystemRoot, AnEmptyVariableIsNoChoice) {
+  SystemRoot::resetCurrent();
+  const Variable root("WLHID_ROOT", "");
+  const Variable state("XDG_STATE_HOME", "/state");
+  EXPECT_EQ(SystemRoot::current().path(), "/state/wlhid/root");
+}
+
+TEST(SystemRoot, WithoutAnAbsoluteHomeThereIsNone) {
+  SystemRoot::resetCurrent();
+  const Variable root("WLHID_ROOT", nullptr);
+  const Variable state("XDG_STATE_HOME", nullptr);
+  const Variable home("HOME", "home/me");
+  try {
+    (void)SystemRoot::current();
+    ADD_FAILURE() << "there is one";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(),
+                 "no system root: WLHID_ROOT, XDG_STATE_HOME and HOME are all unset or not "
+                 "absolute");
+  }
+}
+
+TEST(SystemRoot, OfAPathIsNotOpenAndOfADescriptorIs) {
+  EXPECT_EQ(SystemRoot("/a").directory(), -1);
+  const int descriptor = ::open("/", O_PATH | O_CLOEXEC);
+  const SystemRoot root(platform::FileDescriptor(descriptor), "/as/told");
+  const SystemRoot copy = root;
+  EXPECT_EQ(copy.directory(), descriptor);
+  EXPECT_EQ(copy.path(), "/as/told");
 }
 
 }  // namespace
