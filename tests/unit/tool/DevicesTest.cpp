@@ -51,25 +51,25 @@ TEST_F(DevicesTest, WithoutAnyTheListSaysHowToAddOne) {
 }
 
 TEST_F(DevicesTest, TheListIsATable) {
-  const std::string id =
-      addText("R: 2 05 01\nN: Ma\u00fcs\nI: 3 0627 00a1\n").out.substr(0, 11);
-  EXPECT_EQ(devices().out,
-            "REGISTRY ENTRY ID   NAME  BUS:VENDOR:PRODUCT  SOURCE\n" + id +
-                "         Ma\u00fcs  0003:0627:00a1      replay m.hid\n");
+  const std::string id = addText("R: 2 05 01\nN: Ma\u00fcs\nI: 3 0627 00a1\n").out.substr(0, 11);
+  EXPECT_EQ(devices().out, "REGISTRY ENTRY ID   NAME  BUS:VENDOR:PRODUCT  SOURCE\n" + id +
+                               "         Ma\u00fcs  0003:0627:00a1      replay m.hid\n");
   EXPECT_EQ(addText("R: 2 05 01\nN: " + std::string(41, 'x') + "\nI: 12345 0627 00a1\n").status, 0);
   const std::string table = devices().out;
-  EXPECT_TRUE(table.starts_with("REGISTRY ENTRY ID   NAME" + std::string(38, ' ') + "BUS:")) << table;
+  EXPECT_TRUE(table.starts_with("REGISTRY ENTRY ID   NAME" + std::string(38, ' ') + "BUS:"))
+      << table;
   EXPECT_NE(table.find("  " + std::string(39, 'x') + "\u2026  "), std::string::npos) << table;
 }
 
 TEST_F(DevicesTest, TheListIsAnArrayForPrograms) {
   const std::string id = addText("R: 2 05 01\nN: Ma\u00fcs\nI: 3 0627 00a1\n").out;
-  EXPECT_EQ(listed(), (nlohmann::json{{{"registryEntryID", *parseNumber(id.substr(0, id.size() - 1))},
-                                       {"name", "Ma\u00fcs"},
-                                       {"bus", 3},
-                                       {"vendor", 0x627},
-                                       {"product", 0xa1},
-                                       {"source", "replay m.hid"}}}));
+  EXPECT_EQ(listed(),
+            (nlohmann::json{{{"registryEntryID", *parseNumber(id.substr(0, id.size() - 1))},
+                             {"name", "Ma\u00fcs"},
+                             {"bus", 3},
+                             {"vendor", 0x627},
+                             {"product", 0xa1},
+                             {"source", "replay m.hid"}}}));
   const std::string out = devices({"--json"}).out;
   EXPECT_TRUE(out.starts_with("[\n  {\n    \"registryEntryID\": ")) << out;
   EXPECT_NE(out.find("Ma\\u00fcs"), std::string::npos) << out;

@@ -80,8 +80,9 @@ TEST_F(InstallTest, AnOlderVersionIsReplacedWithoutAWordANewerOneByForce) {
   EXPECT_FALSE(asked());
   const Outcome forced = install({"--force"});
   EXPECT_EQ(forced.status, 0);
-  EXPECT_EQ(forced.out, "Replacing: version 2.0 is installed, and 1.0, which this command carries, "
-                        "is older.\nThe router is installed, version 1.0.\n");
+  EXPECT_EQ(forced.out,
+            "Replacing: version 2.0 is installed, and 1.0, which this command carries, "
+            "is older.\nThe router is installed, version 1.0.\n");
 }
 
 TEST_F(InstallTest, ThePromptIsTheQuestionsText) {
@@ -115,8 +116,8 @@ TEST_F(InstallTest, NothingIsAskedWhereNothingWouldBeRemoved) {
 TEST_F(InstallTest, ARemovalThatFailsSaysWhy) {
   platform_.installHelper(kLabel, "1.0");
   platform_.setRemoval([] {
-    return ScriptedOutcome{false, platform::NSError::errorWithDomain_code_userInfo(
-                                      platform::str("D"), 3, nullptr)};
+    return ScriptedOutcome{
+        false, platform::NSError::errorWithDomain_code_userInfo(platform::str("D"), 3, nullptr)};
   });
   const Outcome outcome = uninstall();
   EXPECT_EQ(outcome.status, 1);
@@ -133,7 +134,8 @@ TEST_F(InstallTest, TheCommandLineAnswersWithOneOfThreeWords) {
   const auto answer = [](const std::string& word) {
     static_cast<void>(install({"--authorize", word}));
     platform::AuthorizationRef reference = nullptr;
-    const platform::AuthorizationItem bless{"com.apple.ServiceManagement.blesshelper", 0, nullptr, 0};
+    const platform::AuthorizationItem bless{"com.apple.ServiceManagement.blesshelper", 0, nullptr,
+                                            0};
     const platform::AuthorizationRights rights{1, &bless};
     return machineServices->authorizationCreate(
         &rights, nullptr, platform::kAuthorizationFlagInteractionAllowed, &reference);

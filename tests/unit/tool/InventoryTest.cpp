@@ -104,7 +104,8 @@ TEST_F(InventoryTest, ADiskThatCountsNoFilesHasNoBound) {
 
 TEST_F(InventoryTest, ADiskThatCannotBeAskedSaysWhy) {
   const fs::path tooLong = directory_.path() / std::string(300, 'x');
-  EXPECT_EQ(diskOf(platform::SystemRoot(tooLong)).problem, tooLong.string() + ": File name too long");
+  EXPECT_EQ(diskOf(platform::SystemRoot(tooLong)).problem,
+            tooLong.string() + ": File name too long");
 }
 
 // ---- The log

@@ -54,14 +54,13 @@ TEST_F(RouteTest, WrongUsageIsRefusedOptionByOption) {
     EXPECT_TRUE(isRefusal(route({"1", "--seconds", seconds}), 2,
                           "--seconds must be a number from 0 to 1000000000"));
   }
-  EXPECT_TRUE(isRefusal(route({"1", "--count", "-3"}), 2,
-                        "--count: -3 is no whole number from 0 on"));
   EXPECT_TRUE(
-      isRefusal(route({"1", "--mode", "x"}), 2, "--mode: x is no whole number from 0 on"));
+      isRefusal(route({"1", "--count", "-3"}), 2, "--count: -3 is no whole number from 0 on"));
+  EXPECT_TRUE(isRefusal(route({"1", "--mode", "x"}), 2, "--mode: x is no whole number from 0 on"));
   for (const char* tag : {"1", "1:", ":1", "x:1", "1:x", "0x10000:1", "1:0x10000"}) {
-    EXPECT_TRUE(isRefusal(
-        route({"1", "--tag", tag}), 2,
-        "--tag: " + std::string(tag) + " is not PAGE:USAGE, two numbers up to 0xffff"));
+    EXPECT_TRUE(
+        isRefusal(route({"1", "--tag", tag}), 2,
+                  "--tag: " + std::string(tag) + " is not PAGE:USAGE, two numbers up to 0xffff"));
   }
   EXPECT_EQ(platform_.connectionCount(), 0U);
 }
@@ -81,10 +80,9 @@ TEST_F(RouteTest, AsksForTheDeviceInTheModeWithTheTags) {
   const Outcome outcome = routeWith(
       refuse, {"0x17", "--mode", "1", "--tag", "1:48", "--tag", "0xffff:0xffff", "--json"});
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.err,
-            "the router refused: it is gone (HIDEventRouterDomain -536870208)");
-  EXPECT_EQ(request(), (std::vector<std::string>{
-                           "23", "1", "{ 65584 = 1; 4294967295 = 1; }", "nil"}));
+  EXPECT_EQ(outcome.err, "the router refused: it is gone (HIDEventRouterDomain -536870208)");
+  EXPECT_EQ(request(),
+            (std::vector<std::string>{"23", "1", "{ 65584 = 1; 4294967295 = 1; }", "nil"}));
 }
 
 TEST_F(RouteTest, SharesTheDeviceAndAsksForAllValuesUnlessToldOtherwise) {
@@ -97,8 +95,9 @@ TEST_F(RouteTest, SharesTheDeviceAndAsksForAllValuesUnlessToldOtherwise) {
       {"23", "--count", "1", "--json"});
   EXPECT_EQ(outcome.status, 0) << outcome.err;
   EXPECT_EQ(outcome.err, "");
-  EXPECT_EQ(outcome.out, "{\"status\":2}\n{\"status\":4}\n"
-                         "{\"report\":{\"id\":0,\"data\":\"07\"}}\n{\"elements\":[]}\n");
+  EXPECT_EQ(outcome.out,
+            "{\"status\":2}\n{\"status\":4}\n"
+            "{\"report\":{\"id\":0,\"data\":\"07\"}}\n{\"elements\":[]}\n");
   EXPECT_EQ(request(), (std::vector<std::string>{"23", "0", "nil", "nil"}));
 }
 

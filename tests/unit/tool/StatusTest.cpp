@@ -46,9 +46,10 @@ TEST_F(StatusTest, OfANewRoot) {
   const Outcome outcome = status();
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.err, "");
-  EXPECT_EQ(outcome.out, "Router        not installed (install it with: wlhid install)\n"
-                         "Own copy      no version, " + kBundleCopy + "\n" + rootLine() +
-                             "Running       no\n");
+  EXPECT_EQ(outcome.out,
+            "Router        not installed (install it with: wlhid install)\n"
+            "Own copy      no version, " +
+                kBundleCopy + "\n" + rootLine() + "Running       no\n");
   EXPECT_FALSE(fs::exists(root_.path()));
 }
 
@@ -56,20 +57,26 @@ TEST_F(StatusTest, OfAnInstalledRouter) {
   installVersion("1.0");
   const Outcome outcome = status();
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.out, "Router        installed, version 1.0\n"
-                         "Own copy      version 1.0, " + kBundleCopy + "\n"
-                         "Installed     version 1.0, " + kInstalledCopy + "\n" + rootLine() +
-                             "Running       no; it starts when an application connects\n");
+  EXPECT_EQ(outcome.out,
+            "Router        installed, version 1.0\n"
+            "Own copy      version 1.0, " +
+                kBundleCopy +
+                "\n"
+                "Installed     version 1.0, " +
+                kInstalledCopy + "\n" + rootLine() +
+                "Running       no; it starts when an application connects\n");
 }
 
 TEST_F(StatusTest, OfAnotherVersion) {
   installVersion("0.9");
   EXPECT_EQ(status().status, 1);
-  EXPECT_TRUE(status().out.starts_with("Router        not current: installed is version 0.9 "
-                                       "(replace it with: wlhid install)\n"));
+  EXPECT_TRUE(
+      status().out.starts_with("Router        not current: installed is version 0.9 "
+                               "(replace it with: wlhid install)\n"));
   installVersion("2.0");
-  EXPECT_TRUE(status().out.starts_with("Router        not current: installed is version 2.0 "
-                                       "(replace it with: wlhid install --force)\n"));
+  EXPECT_TRUE(
+      status().out.starts_with("Router        not current: installed is version 2.0 "
+                               "(replace it with: wlhid install --force)\n"));
 }
 
 TEST_F(StatusTest, OfAJobFileThatIsNone) {
@@ -110,12 +117,12 @@ TEST_F(StatusTest, AsJson) {
   EXPECT_EQ(json["router"]["version"], "1.0");
   EXPECT_EQ(json["router"]["lost"], 9);
   EXPECT_EQ(json["router"]["sessions"][0], (nlohmann::json{{"pid", 5},
-                                                            {"uid", 1},
-                                                            {"registryEntryID", 0x1f},
-                                                            {"deviceName", "A Mouse 12"},
-                                                            {"exclusive", true},
-                                                            {"delivered", 1},
-                                                            {"lost", 2}}));
+                                                           {"uid", 1},
+                                                           {"registryEntryID", 0x1f},
+                                                           {"deviceName", "A Mouse 12"},
+                                                           {"exclusive", true},
+                                                           {"delivered", 1},
+                                                           {"lost", 2}}));
   EXPECT_EQ(json["router"]["sessions"][1]["registryEntryID"], nullptr);
 }
 
@@ -160,9 +167,10 @@ TEST_F(StatusTest, TellsOfAJobThatIsHeldBack) {
                 {"well", {}, 5, 1, 0, "ended by signal 9"}};
   const AnsweringDaemon daemon(root_.controlEndpoint(), platform::encode(reply), 2);
   const std::string out = status().out;
-  EXPECT_TRUE(out.ends_with("\nRunning       no; it starts when an application connects\n"
-                            "Held back     for another 1200 ms, since the router ended by signal "
-                            "11\n"))
+  EXPECT_TRUE(
+      out.ends_with("\nRunning       no; it starts when an application connects\n"
+                    "Held back     for another 1200 ms, since the router ended by signal "
+                    "11\n"))
       << out;
   const auto json = statusJson()["jobDaemon"];
   EXPECT_EQ(json["pid"], 4);
@@ -189,13 +197,13 @@ TEST_F(StatusTest, DoctorSaysTheSameToProgramsAndPeople) {
   const auto json = nlohmann::json::parse(run(addDoctorVerb, {"doctor", "--json"}).out);
   EXPECT_EQ(json["inOrder"], false);
   EXPECT_EQ(json["verdict"], text.out.substr(0, text.out.find('\n')));
-  EXPECT_EQ(json["checks"][0], (nlohmann::json{{"name", "system root"},
-                                               {"state", "passed"},
-                                               {"found", root_.path().string() +
-                                                             ": none yet; it is made by an "
-                                                             "install"},
-                                               {"remedy", nullptr},
-                                               {"command", nullptr}}));
+  EXPECT_EQ(json["checks"][0],
+            (nlohmann::json{{"name", "system root"},
+                            {"state", "passed"},
+                            {"found", root_.path().string() + ": none yet; it is made by an "
+                                                              "install"},
+                            {"remedy", nullptr},
+                            {"command", nullptr}}));
   EXPECT_EQ(json["checks"][1]["remedy"], "install the router: wlhid install");
   EXPECT_EQ(json["checks"][1]["command"], "wlhid install");
 }

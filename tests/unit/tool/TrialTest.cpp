@@ -79,9 +79,8 @@ TEST_F(TrialTest, ARefusalIsTheOutcomeWithItsReason) {
 }
 
 TEST_F(TrialTest, ItsPatienceEnds) {
-  const TrialResult result =
-      tryWith([](auto& connection) { connection.deliverReply(nullptr); },
-              std::chrono::milliseconds(20));
+  const TrialResult result = tryWith([](auto& connection) { connection.deliverReply(nullptr); },
+                                     std::chrono::milliseconds(20));
   EXPECT_EQ(result.outcome, "no input within 20 ms");
   EXPECT_EQ(result.deliveries, 0U);
 }

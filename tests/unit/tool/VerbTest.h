@@ -69,10 +69,10 @@ class VerbTest : public testing::Test {
                                             const std::string& text) {
     if (outcome.status == status && outcome.out.empty() && outcome.err == text)
       return testing::AssertionSuccess();
-    return testing::AssertionFailure() << "exit status " << outcome.status << ", not " << status
-                                       << "\n"
-                                       << outcome.out << outcome.err << "\ninstead of\n"
-                                       << text;
+    return testing::AssertionFailure()
+           << "exit status " << outcome.status << ", not " << status << "\n"
+           << outcome.out << outcome.err << "\ninstead of\n"
+           << text;
   }
   void installVersion(const std::string& installed, const std::string& own = "1.0") {
     platform_.setBundleCopy(kLabel, own);
