@@ -181,7 +181,7 @@ TEST_F(ReportTest, FilesAreStreamedAndRemovedWhereTheModuleSaysSo) {
   const fs::path kept = directory_.path() / "kept.log";
   const fs::path removed = directory_.path() / "removed.log";
   std::string text;
-  while (text.size() < (std::size_t{8} << 20)) text += "one line of words\n";
+  while (text.size() < (std::size_t{1} << 19)) text += "one line of words\n";
   writeFile(kept, text);
   writeFile(removed, "words\n");
   Module::offered() = {placeFile("kept.log", kept, false), placeFile("removed.log", removed, true)};
