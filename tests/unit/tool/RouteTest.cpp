@@ -5,11 +5,13 @@
 #include <csignal>
 
 #include "platform/foundation/NSNumber.h"
+#include "router/Devices.h"
 #include "router/RouterErrors.h"
 #include "router/RouterStatus.h"
 #include "testkit/RouterSide.h"
 #include "tests/support/ScopedVariable.h"
 #include "tests/unit/tool/PlayedRouter.h"
+#include "tests/unit/tool/PseudoTerminal.h"
 #include "tests/unit/tool/VerbTest.h"
 
 namespace tool {
@@ -186,6 +188,85 @@ TEST_F(RouteTest, AFileThatIsNoRecordingIsRefused) {
   EXPECT_TRUE(outcome.err.starts_with(file + ":1: ")) << outcome.err;
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory_.path()), {}), 1)
       << "its root has gone";
+}
+
+/// Plays recordings on roots of the command's own.
+class RouteRecordingTest : public RouteTest {
+ protected:
+  RouteRecordingTest() {
+    platform_.uninstallHelper(kLabel);
+    platform_.setBless([this] {
+      platform_.installHelper(kLabel, "1.0");
+      return platform::ScriptedOutcome{true, nullptr};
+    });
+    testsupport::writeFile(file_, "R: 2 05 01\nN: Mouse\n");
+  }
+  /// What the command has set up, once it routes.
+  Outcome play(const std::vector<std::string>& more) {
+    return routeWith(
+        [this](auto& connection) {
+          for (const auto& each :
+               router::configuredReplayDevices(platform::SystemRoot::current())) {
+            if (each.device) device_ = *each.device;
+            registryEntryID_ = each.description.registryEntryID;
+          }
+          connection.deliverReply(router::routerError(router::IOReturn::Underrun, "it is over"));
+        },
+        more);
+  }
+  void expectNothingLeft() const {
+    EXPECT_FALSE(std::filesystem::exists(platform::SystemRoot::current().path()));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory_.path()), {}), 1);
+  }
+
+  const testsupport::ScopedVariable runtime_{"XDG_RUNTIME_DIR", nullptr};
+  const testsupport::ScopedVariable temporary_{"TMPDIR", directory_.path().c_str()};
+  const testsupport::ScopedVariable jobd_{"WLHID_JOBD", "/no/such/program"};
+  const std::string file_ = directory_.path() / "f.hid";
+  router::ReplayDevice device_;
+  std::uint64_t registryEntryID_ = 0;
+};
+
+TEST_F(RouteRecordingTest, ItBecomesTheOnlyDeviceThere) {
+  const Outcome outcome = play({"--recording", file_, "--speed", "max", "--json"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_TRUE(outcome.out.ends_with("{\"ended\":\"it is over\"}\n")) << outcome.out;
+  EXPECT_TRUE(device_.speed.maximum);
+  EXPECT_EQ(device_.recording, "f.hid");
+  EXPECT_EQ(request().at(0), std::to_string(registryEntryID_));
+  expectNothingLeft();
+}
+
+TEST_F(RouteRecordingTest, ItIsPlayedAsRecordedUnlessToldOtherwise) {
+  EXPECT_EQ(play({"--recording", file_, "--json"}).status, 0);
+  EXPECT_EQ(device_.speed, router::ReplaySpeed());
+}
+
+TEST_F(RouteRecordingTest, ARefusalGivesNoAdviceOnARootThatIsGone) {
+  const Outcome outcome = routeWith(
+      [](auto& connection) {
+        accept(connection);
+        connection.deliverInterruption();
+      },
+      {"--recording", file_, "--json"});
+  EXPECT_TRUE(isRefusal({outcome.status, "", outcome.err}, 1, "the router ended unexpectedly"));
+}
+
+TEST_F(RouteRecordingTest, ItMayComeFromStandardInput) {
+  {
+    const int input = ::open(file_.c_str(), O_RDONLY | O_CLOEXEC);
+    const Redirected standardInput(STDIN_FILENO, input);
+    ::close(input);
+    const Outcome outcome = play({"--recording", "-", "--json"});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(device_.recording, "standard-input.hid");
+  }
+  testsupport::writeFile(file_, "no recording");
+  const int input = ::open(file_.c_str(), O_RDONLY | O_CLOEXEC);
+  const Redirected standardInput(STDIN_FILENO, input);
+  ::close(input);
+  const Outcome wrong = route({"--recording", "-"});
+  EXPECT_TRUE(wrong.err.starts_with("standard input:1: ")) << wrong.err;
 }
 
 }  // namespace
