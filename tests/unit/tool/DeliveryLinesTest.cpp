@@ -87,6 +87,34 @@ TEST(JsonDeliveryLines, ErrorsCarryTheDescriptionWhereThereIsOne) {
             "{\"error\":{\"domain\":\"d\",\"code\":-1}}\n");
 }
 
+TEST(JsonDeliveryLines, AnEndHasItsReason) {
+  const auto lines = jsonDeliveryLines();
+  std::string out;
+  lines->appendEnd(out, "it is \"over\"");
+  EXPECT_EQ(out, "{\"ended\":\"it is \\\"over\\\"\"}\n");
+}
+
+TEST(JsonDeliveryLines, SeparatesValuesAndPassesOverWhatIsNone) {
+  const auto lines = jsonDeliveryLines();
+  const auto two = values({{1, 2, 3, 4, 5, kMinusFive}, {6, 7, 8, 9, 10, kMinusFive}});
+  std::string out;
+  lines->appendElementValues(out,
+                             *platform::NSArray::arrayWithObjects(
+                                 {two->objectAtIndex(0), str("no value"), two->objectAtIndex(1)}));
+  EXPECT_EQ(out,
+            "{\"elements\":[{\"reportID\":1,\"usagePage\":2,\"usage\":3,\"cookie\":4,"
+            "\"integerValue\":5,\"bytes\":\"fb\"},"
+            "{\"reportID\":6,\"usagePage\":7,\"usage\":8,\"cookie\":9,\"integerValue\":10,"
+            "\"bytes\":\"fb\"}]}\n");
+}
+
+TEST(JsonDeliveryLines, AnErrorNeedHaveNoDomain) {
+  const auto lines = jsonDeliveryLines();
+  std::string out;
+  lines->appendError(out, *NSError::errorWithDomain_code_userInfo(nullptr, 2, nullptr));
+  EXPECT_EQ(out, "{\"error\":{\"domain\":\"(null)\",\"code\":2}}\n");
+}
+
 class TextDeliveryLinesTest : public testing::Test {
  protected:
   std::string out;
@@ -132,6 +160,55 @@ TEST_F(TextDeliveryLinesTest, CountsRunsOfVendorDefinedValues) {
   EXPECT_EQ(
       out,
       "    0.000  values       X=5 ff00=(4 vendor-defined values) ff01/0001=7 ff01/0002=8 Y=6\n");
+}
+
+TEST_F(TextDeliveryLinesTest, FillsTheTerminalToItsLastColumn) {
+  columns = 32;
+  lines->appendReport(out, std::array<std::uint8_t, 4>{1, 2, 3, 4}, 1);
+  columns = 31;
+  lines->appendReport(out, std::array<std::uint8_t, 4>{1, 2, 3, 4}, 1);
+  EXPECT_EQ(out,
+            "    0.000  report    1  01 02 03\n"
+            "                        04\n"
+            "    0.000  report    1  01 02\n"
+            "                        03 04\n");
+}
+
+TEST_F(TextDeliveryLinesTest, VendorDefinedPagesAreTheLastOf16Bits) {
+  const auto four = [](std::uint32_t page) {
+    std::vector<HIDElementValueRecord> records;
+    for (std::uint32_t usage = 1; usage <= 4; ++usage)
+      records.push_back({1, page, usage, 3, 1, kMinusFive});
+    return values(records);
+  };
+  for (const std::uint32_t page : {0xfeffU, 0xff00U, 0xffffU, 0x10000U})
+    lines->appendElementValues(out, *four(page));
+  EXPECT_EQ(out,
+            "    0.000  values       feff/0001=1 feff/0002=1 feff/0003=1 feff/0004=1\n"
+            "    0.000  values       ff00=(4 vendor-defined values)\n"
+            "    0.000  values       ffff=(4 vendor-defined values)\n"
+            "    0.000  values       00010000/0001=1 00010000/0002=1 00010000/0003=1 "
+            "00010000/0004=1\n");
+}
+
+TEST_F(TextDeliveryLinesTest, ThreeVendorDefinedValuesAreShown) {
+  lines->appendElementValues(out, *values({{1, 0xff00, 1, 3, 1, kMinusFive},
+                                           {1, 0xff00, 2, 3, 0, kMinusFive},
+                                           {1, 0xff00, 3, 3, 2, kMinusFive}}));
+  EXPECT_EQ(out, "    0.000  values       ff00/0001=1 ff00/0002=0 ff00/0003=2\n");
+}
+
+TEST_F(TextDeliveryLinesTest, WhatIsUpIsAKeyOrAButton) {
+  lines->appendElementValues(out, *values({{0, 7, 0, 10, 4, kMinusFive},
+                                           {0, 9, 0, 4, 1, kMinusFive},
+                                           {0, 1, 48, 4, 0, kMinusFive}}));
+  EXPECT_EQ(out, "    0.000  values       Button 0=1 X=0\n");
+}
+
+TEST_F(TextDeliveryLinesTest, AnEndHasItsReasonAndAnErrorNeedHaveNone) {
+  lines->appendEnd(out, "over\n");
+  lines->appendError(out, *NSError::errorWithDomain_code_userInfo(str("d"), -1, nullptr));
+  EXPECT_EQ(out, "    0.000  ended   over\\x0a\n    0.000  error   d -1\n");
 }
 
 TEST_F(TextDeliveryLinesTest, MakesAnErrorsWordsPrintable) {
@@ -185,6 +262,8 @@ TEST_F(TextDeliveryLinesTest, KeepsAnErrorOnItsLine) {
 TEST(StatusName, NamesEveryStatusAndNumbersOthers) {
   EXPECT_EQ(statusName(WLHIDEventRouterClientStatusIdle), "idle");
   EXPECT_EQ(statusName(WLHIDEventRouterClientStatusRouterUnavailable), "router not installed");
+  EXPECT_EQ(statusName(WLHIDEventRouterClientStatusOpening), "opening");
+  EXPECT_EQ(statusName(WLHIDEventRouterClientStatusRouting), "routing");
   EXPECT_EQ(statusName(WLHIDEventRouterClientStatusFailed), "failed");
   EXPECT_EQ(statusName(static_cast<WLHIDEventRouterClientStatus>(7)), "status 7");
 }

@@ -50,6 +50,37 @@ TEST(Redaction, OtherNumbersGo) {
             "process [removed], status [removed]");
 }
 
+TEST(Redaction, ANumberThatStaysIsShort) {
+  EXPECT_EQ(text("process 123456789012"), "process 123456789012");
+  EXPECT_EQ(text("process 1234567890123"), "process [removed]");
+  EXPECT_EQ(text("process -1.2. and process 1.2.."), "process -1.2. and process [removed]");
+  EXPECT_EQ(text("process .5 and process -"), "process [removed] and process -");
+  EXPECT_EQ(text("NSCocoaErrorDomain 260"), "NSCocoaErrorDomain 260");
+  EXPECT_EQ(text("12"), "[removed]");
+  EXPECT_EQ(text("12 ms"), "12 ms");
+}
+
+TEST(Redaction, ACodeThatStaysHasOneToEightDigits) {
+  EXPECT_EQ(text("error 0x1, code 0xABCDEF12, status 0xf"),
+            "error 0x1, code 0xABCDEF12, status 0xf");
+  EXPECT_EQ(text("error 0x, error 0x123456789, error 0x1g"),
+            "error [removed], error [removed], error [removed]");
+  EXPECT_EQ(text("level 0x12"), "level [removed]");
+}
+
+TEST(Redaction, RowsOfBytesBeginAndEndWithWhatIsNoOrdinaryWord) {
+  EXPECT_EQ(text("be ff fe be"), "be [removed] be");
+  EXPECT_EQ(text("ff"), "ff");
+  EXPECT_EQ(text("ff be"), "ff be");
+  EXPECT_EQ(text("abc def"), "abc def") << "three letters are no bytes";
+  EXPECT_EQ(text("abcd ef"), "[removed]");
+  EXPECT_EQ(text("abcd"), "abcd");
+  EXPECT_EQ(text("abcdefab"), "[removed]");
+  EXPECT_EQ(text("abcdefabc"), "abcdefabc") << "half a byte";
+  EXPECT_EQ(text("ff /home fe"), "ff /home fe");
+  EXPECT_EQ(text("ff word fe fd"), "ff word [removed]");
+}
+
 TEST(Redaction, BytesGoInAnyForm) {
   EXPECT_EQ(text("report 4d41524b2d30303031 came"), "report [removed] came");
   EXPECT_EQ(text("report 4d 41 52 4b came"), "report [removed] came");
@@ -72,6 +103,30 @@ TEST(Redaction, SerialNumbersGo) {
   EXPECT_EQ(text("serial-number-12 came"), "[removed] came");
 }
 
+TEST(Redaction, WhatAnnouncesASerialNumberStandsBesideIt) {
+  EXPECT_EQ(text("serial is ABC DEF"), "serial is [removed] DEF");
+  EXPECT_EQ(text("serial"), "serial");
+  EXPECT_EQ(text("serial number"), "serial number");
+  EXPECT_EQ(text("the number ABC"), "the number ABC");
+  EXPECT_EQ(text("N ABC"), "N ABC");
+  EXPECT_EQ(redactor().name("Pad serial12"), "Pad [removed]");
+}
+
+TEST(Redaction, OfSecretsTheLongerGoesFirst) {
+  Redactor::Knowledge knowledge;
+  knowledge.secrets = {"Disk", "My Disk here", "abc", "wxyz"};
+  const Redactor rules(knowledge);
+  EXPECT_EQ(rules.text("on My Disk here now"), "on [removed] now");
+  EXPECT_EQ(rules.text("Disk, then Disk"), "[removed], then [removed]");
+  EXPECT_EQ(rules.text("abc wxyz"), "abc [removed]") << "four bytes are enough";
+}
+
+TEST(Redaction, NeighboursThatAreRemovedBecomeOne) {
+  EXPECT_EQ(text("x1, y2: z3; a4 - b5"), "[removed]");
+  EXPECT_EQ(text("x1/y2"), "[removed]/[removed]");
+  EXPECT_EQ(text("x1 and y2 "), "[removed] and [removed] ");
+}
+
 TEST(Redaction, KnownSecretsGoWhereverTheyStand) {
   EXPECT_EQ(text("xQWERTZUIOPx and QWERTZ"), "[removed] and [removed]");
   EXPECT_EQ(text("playing /media/My Disk/kbd.hid now"), "playing [removed] now");
@@ -90,6 +145,17 @@ TEST(Redaction, OfPathsOnlyCommonComponentsStay) {
             "/opt/[removed]/Contents/Library/LaunchServices/com.quillmar.hideventrouter");
   EXPECT_EQ(text("dev(/dev/hidraw3)"), "dev(/dev/[removed])");
   EXPECT_EQ(redactor().path(""), "");
+  EXPECT_EQ(redactor().path("/home/u/wlhid/root"), "/home/[removed]/wlhid/root");
+  EXPECT_EQ(redactor().path("./x/y/var//log/"), "./[removed]/var//log/");
+  EXPECT_EQ(text("at /: /. a/home7 \"/home/x\"."), "at /: /. a/[removed] \"/home/[removed]\".");
+  EXPECT_EQ(text("is at /var/log."), "is at /var/log.");
+}
+
+TEST(Redaction, TheSystemsOwnRootIsShownAsItIs) {
+  Redactor::Knowledge knowledge;
+  knowledge.root = "/";
+  EXPECT_EQ(Redactor(knowledge).path("/var/log"), "/var/log");
+  EXPECT_EQ(Redactor(Redactor::Knowledge()).path("/var/log"), "/var/log");
 }
 
 TEST(Redaction, TheHeaderOfALogLineStays) {
@@ -110,6 +176,22 @@ TEST(Redaction, WhatOnlyLooksLikeAHeaderDoesNotStay) {
   EXPECT_EQ(redactor().logLine("Nov 1 03:12:45 host se7en[3]: text"),
             "Nov [removed] host [removed][[removed]]: text");
   EXPECT_EQ(redactor().logLine("  continued 7"), "  continued [removed]");
+  EXPECT_EQ(redactor().logLine("Nov 1 03:12:45 host a[3"), "Nov [removed] host a[[removed]");
+  EXPECT_EQ(redactor().logLine("Nov 1 03:12:45 host a[3x]: text"),
+            "Nov [removed] host a[[removed]]: text");
+  EXPECT_EQ(redactor().logLine("Nov 1 03:12:45 host a"), "Nov [removed] host a");
+  EXPECT_EQ(redactor().logLine("Nov 1 03:12:45"), "Nov [removed]");
+  EXPECT_EQ(redactor().logLine("2026-11-21 07:13:42.123456Z <0> f:1 x").substr(0, 9), "[removed]");
+  for (const char* line : {"2026-11-21T07:13:42.123456Z <0> f x", "2026-11-21T07:13:42.123456Z <0>",
+                           "2026-11-21T07:13:42.123456Z", "2026-11-21T07:13:42.123456Z <0> f:1"})
+    EXPECT_TRUE(redactor().logLine(line).starts_with("[removed]")) << line;
+}
+
+TEST(Redaction, TheTagsOfALogLineMayBeAnyAndNeedNotEnd) {
+  const std::string head = "2026-11-21T07:13:42.123456Z <0> f:1 ";
+  EXPECT_EQ(redactor().logLine(head + "[Tag 7] key 30"), head + "[Tag 7] key [removed]");
+  EXPECT_EQ(redactor().logLine(head + "[7 key"), head + "[[removed] key");
+  EXPECT_EQ(redactor().logLine(head), head);
 }
 
 TEST(Redaction, NamesKeepTheirDigits) {
@@ -126,6 +208,17 @@ TEST(Redaction, NamesKeepTheirDigits) {
   const std::string cut =
       redactor().name(std::string(Redactor::kMaximumNameBytes - 3, 'x') + " QWERTZ");
   EXPECT_EQ(cut.find("QW"), std::string::npos) << cut;
+}
+
+TEST(Redaction, ANameIsCutBehind200BytesAndNotWithinACharacter) {
+  EXPECT_EQ(redactor().name(std::string(200, 'x')), std::string(200, 'x'));
+  EXPECT_EQ(redactor().name(std::string(201, 'x')), std::string(200, 'x') + "\u2026");
+  EXPECT_EQ(redactor().name(std::string(199, 'x') + "\u00e9"), std::string(199, 'x') + "\u2026");
+  EXPECT_EQ(redactor().name(std::string(198, 'x') + "\u00e9"), std::string(198, 'x') + "\u00e9");
+  std::string secrets;
+  while (secrets.size() < 3200) secrets += "QWERTZ  ";
+  EXPECT_EQ(redactor().name(secrets), "[removed]  ") << "all of it has been looked at";
+  EXPECT_EQ(redactor().name(secrets + "x"), "[removed]  \u2026");
 }
 
 TEST(Redaction, ControlCharactersGo) {
@@ -174,6 +267,14 @@ TEST(RedactedLines, CutALongLineBetweenWords) {
   EXPECT_EQ(inPieces(std::string(1 << 20, 'x'), 4096), "(the rest of a long line is left out)");
 }
 
+TEST(RedactedLines, KeepALineOf16KiBWhole) {
+  const std::string longest = std::string(RedactedLines::kMaximumLineBytes - 5, 'x') + " word";
+  ASSERT_EQ(longest.size(), 16384U);
+  EXPECT_EQ(inPieces(longest, 4096), longest);
+  EXPECT_EQ(inPieces(longest + "s", 4096),
+            longest.substr(0, longest.size() - 4) + "(the rest of a long line is left out)");
+}
+
 TEST(RedactedLines, EndWhereTheTextDoes) {
   const std::string whole = std::string("one\ntw") + '\0' + "S\0N\0\nmore\n";
   for (const std::size_t size : {1, 3, 100})
@@ -189,8 +290,11 @@ TEST(UniqueStrings, AreThoseThatTheKernelLists) {
     std::ofstream(directory.path() / device / "device/uevent") << uevent;
   };
   add("hidraw0", "HID_ID=0003:0000:0000\nHID_NAME=A\nHID_UNIQ=AB:CD:EF\n");
-  add("hidraw1", "HID_UNIQ=\n");
+  add("hidraw1", "HID_UNIQ=\nUNIQ=\nXUNIQ=no\n");
   EXPECT_EQ(uniqueStringsOfDevices(directory.path()), std::vector<std::string>{"AB:CD:EF"});
+  std::filesystem::remove_all(directory.path() / "hidraw0");
+  add("hidraw2", "UNIQ=\"x\"\n");
+  EXPECT_EQ(uniqueStringsOfDevices(directory.path()), std::vector<std::string>{"\"x\""});
   EXPECT_TRUE(uniqueStringsOfDevices(directory.path() / "none").empty());
 }
 

@@ -175,13 +175,65 @@ TEST_F(ReportTest, NamesAreHarmlessAndUnlike) {
   }
   std::ranges::sort(contents);
   EXPECT_EQ(contents, "1234567");
+  EXPECT_EQ(module(written, "_.._.._etc_passwd"), "1");
+  EXPECT_EQ(module(written, "_.."), "2");
+  EXPECT_EQ(module(written, "_"), "3");
+  EXPECT_EQ(module(written, "same"), "4");
+  EXPECT_EQ(module(written, "same-2"), "5");
+  EXPECT_EQ(module(written, std::string(100, 'x')), "7");
+}
+
+TEST_F(ReportTest, AFileIsThereWhereverItsModuleSaysThatItIsNotWhole) {
+  const auto error = platform::NSError::errorWithDomain_code_userInfo(str("Domain"), 7, nullptr);
+  const auto half = [error](const std::string& name, const std::string& text) {
+    return fileOf(name, [error, text](const auto&, const auto& handler) {
+      handler(
+          error, nullptr,
+          NSData::dataWithBytes({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}),
+          false);
+    });
+  };
+  Module::offered() = {half("half", "a half\n"), half("none", ""), dataFile("empty", "")};
+  const Written written = report(false);
+  EXPECT_EQ(module(written, "half"), "a half\n");
+  EXPECT_EQ(problemOf(written, "module ../test, file half"), "Domain 7");
+  EXPECT_EQ(module(written, "none"), "(not there)");
+  EXPECT_EQ(module(written, "empty"), "");
+  EXPECT_EQ(problemOf(written, "module ../test, file empty"), "(nothing missing)");
+}
+
+TEST_F(ReportTest, APartHasItsModulesDescriptionAndCategory) {
+  Module::offered() = {dataFile("a.log", "words\n")};
+  const Written written = report(false);
+  for (const auto& file : written.manifest["files"]) {
+    if (file["name"] != "modules/_.._test/a.log") continue;
+    EXPECT_EQ(file["description"], "What a.log is");
+    EXPECT_EQ(file["category"], "Test");
+    return;
+  }
+  ADD_FAILURE() << written.manifest;
+}
+
+TEST_F(ReportTest, LongDataIsRedactedAcrossItsPieces) {
+  std::string text((std::size_t{1} << 16) - 3, 'x');
+  text[100] = '\n';
+  Module::offered() = {dataFile("long", text + "\nserial ABC\nlast")};
+  const std::string written = module(report(false), "long");
+  EXPECT_TRUE(written.ends_with("\nserial [removed]\nlast")) << written.size();
+  EXPECT_TRUE(written.starts_with(text.substr(0, 101)));
+}
+
+TEST_F(ReportTest, ATrialIsAStepOfItsOwn) {
+  const ReportRequest without{root_, false, std::nullopt, {}};
+  const ReportRequest with{root_, false, 5, {}};
+  EXPECT_EQ(reportSteps(with), reportSteps(without) + 1);
 }
 
 TEST_F(ReportTest, FilesAreStreamedAndRemovedWhereTheModuleSaysSo) {
   const fs::path kept = directory_.path() / "kept.log";
   const fs::path removed = directory_.path() / "removed.log";
   std::string text;
-  while (text.size() < (std::size_t{8} << 20)) text += "one line of words\n";
+  while (text.size() < (std::size_t{1} << 19)) text += "one line of words\n";
   writeFile(kept, text);
   writeFile(removed, "words\n");
   Module::offered() = {placeFile("kept.log", kept, false), placeFile("removed.log", removed, true)};

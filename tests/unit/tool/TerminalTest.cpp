@@ -7,6 +7,9 @@
 #include <array>
 #include <string>
 
+#include "tests/support/ScopedVariable.h"
+#include "tests/unit/tool/PseudoTerminal.h"
+
 namespace tool {
 namespace {
 
@@ -44,6 +47,63 @@ TEST(Terminal, ProgressIsSilentElsewhere) {
     progress.step("two");
   }
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+// ---- On a terminal
+
+class OnATerminal : public testing::Test {
+ protected:
+  const testsupport::ScopedVariable kind_{"TERM", "xterm"};
+  const testsupport::ScopedVariable colours_{"NO_COLOR", nullptr};
+  const PseudoTerminal terminal_;
+};
+
+TEST_F(OnATerminal, ColoursAreShownUnlessTheyAreUnwanted) {
+  EXPECT_TRUE(showsColours(terminal_.descriptor()));
+  {
+    const testsupport::ScopedVariable unwanted("NO_COLOR", "1");
+    EXPECT_FALSE(showsColours(terminal_.descriptor()));
+  }
+  {
+    const testsupport::ScopedVariable empty("NO_COLOR", "");
+    EXPECT_TRUE(showsColours(terminal_.descriptor()));
+  }
+  for (const char* none : {static_cast<const char*>(nullptr), "", "dumb"}) {
+    const testsupport::ScopedVariable kind("TERM", none);
+    EXPECT_FALSE(showsColours(terminal_.descriptor()));
+  }
+}
+
+TEST_F(OnATerminal, ColumnsAreThoseItHasNow) {
+  terminal_.setColumns(33);
+  EXPECT_EQ(columnsOfTerminal(terminal_.descriptor()), 33U);
+  terminal_.setColumns(0);
+  EXPECT_EQ(columnsOfTerminal(terminal_.descriptor()), 80U) << "it does not say";
+}
+
+TEST_F(OnATerminal, BytesBecomePrintableAndEndTheirLine) {
+  const Redirected output(STDOUT_FILENO, terminal_.descriptor());
+  printBytes("a\x1b\nb");
+  printBytes("c\n");
+  printBytes("");
+  EXPECT_EQ(terminal_.shown(), "a\\x1b\nb\nc\n");
+}
+
+TEST_F(OnATerminal, ProgressIsOneLineThatGoes) {
+  const Redirected output(STDERR_FILENO, terminal_.descriptor());
+  terminal_.setColumns(12);
+  {
+    Progress progress(2);
+    EXPECT_EQ(terminal_.shown(), "");
+    progress.step("one\x1b");
+    EXPECT_EQ(terminal_.shown(), "\r\x1b[K[1/2] one\\…");
+    progress.step("two");
+    progress.step("more");
+    EXPECT_EQ(terminal_.shown(), "\r\x1b[K[2/2] two\r\x1b[K[2/2] more");
+  }
+  EXPECT_EQ(terminal_.shown(), "\r\x1b[K");
+  { const Progress none(2); }
+  EXPECT_EQ(terminal_.shown(), "");
 }
 
 }  // namespace

@@ -1,0 +1,48 @@
+// A router that a test plays, beside a command that routes and waits.
+//
+// Threading: plays on a thread of its own, from the first start request on. Ownership: the platform
+// must outlive it. Errors: a test fails where no request comes. Order: the end waits until it has
+// been played.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "platform/scripted/ScriptedPlatform.h"
+
+namespace tool {
+
+class PlayedRouter {
+ public:
+  using Script = std::function<void(platform::ScriptedConnection&)>;
+
+  PlayedRouter(platform::ScriptedPlatform& platform, Script script)
+      : platform_(platform), thread_([this, script = std::move(script)] {
+          if (isAsked()) script(*platform_.connection(1));
+        }) {}
+  ~PlayedRouter() { thread_.join(); }
+  PlayedRouter(const PlayedRouter&) = delete;
+  PlayedRouter& operator=(const PlayedRouter&) = delete;
+
+ private:
+  /// The request stands in the trace a moment before it can be answered.
+  bool isAsked() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (platform_.connectionCount() == 0 || platform_.connection(1)->pendingRequests() == 0) {
+      std::this_thread::yield();
+      if (std::chrono::steady_clock::now() > deadline) {
+        ADD_FAILURE() << "no router has been asked";
+        return false;
+      }
+    }
+    return true;
+  }
+
+  platform::ScriptedPlatform& platform_;
+  std::thread thread_;
+};
+
+}  // namespace tool
