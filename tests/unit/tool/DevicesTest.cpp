@@ -118,6 +118,18 @@ TEST_F(DevicesTest, AProblemThatIsNoConfigurationsHasNoRemoval) {
   EXPECT_EQ(outcome.err.find("takes it away"), std::string::npos) << outcome.err;
 }
 
+TEST_F(DevicesTest, OneVerbAtATimeIsTaken) {
+  EXPECT_EQ(devices({"remove", "a", "add", "b"}).status, 2);
+  EXPECT_EQ(devices({"add"}).status, 2);
+  EXPECT_EQ(devices({"remove"}).status, 2);
+  EXPECT_EQ(devices({"fly"}).status, 2);
+}
+
+TEST_F(DevicesTest, AnOptionMayFollowTheVerbBelow) {
+  EXPECT_TRUE(isRefusal(devices({"remove", "a", "--json"}), 1,
+                        "no recorded device is \"a\" (wlhid devices lists them)"));
+}
+
 TEST_F(DevicesTest, RemoveTakesItAway) {
   const std::string id = addDevice("m.hid", "Mouse");
   EXPECT_TRUE(isRefusal(devices({"remove", "Mice"}), 1,
