@@ -101,6 +101,9 @@ TEST_F(DevicesTest, AddRefusesWhatItCannotTake) {
 
 TEST_F(DevicesTest, AProblemIsALineThatSaysHowToBeRidOfIt) {
   writeFile(root_.deviceSources() / "a b.plist", "no list");
+  EXPECT_NE(devices().err.find("a b.plist"), std::string::npos);
+  EXPECT_TRUE(devices().err.ends_with(" (wlhid devices remove 'a b' takes it away)\n"))
+      << devices().err;
   writeFile(root_.deviceSources() / "-c.plist", "no list");
   const Outcome outcome = devices();
   EXPECT_EQ(outcome.status, 0);
