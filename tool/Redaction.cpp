@@ -296,9 +296,9 @@ std::size_t endOfSystemLogHeader(std::string_view line) {
 
 /// Where the message of "2026-11-21T07:13:42.123456Z <3> function:42 [tags] message" begins, or 0.
 std::size_t endOfRecentLineHeader(std::string_view line) {
-  constexpr std::size_t kTimeBytes = 27;
-  if (line.size() < kTimeBytes + 5 || line.substr(kTimeBytes - 1, 3) != "Z <" || line[10] != 'T')
-    return 0;
+  constexpr std::size_t kTimeBytes = 26;  // without its Z
+  const std::string_view behindTime = line.substr(std::min(line.size(), kTimeBytes));
+  if (!behindTime.starts_with("Z <") || line[10] != 'T') return 0;
   std::size_t at = line.find("> ", kTimeBytes);
   while (at != std::string_view::npos) {
     at = line.find(':', at + 1);

@@ -101,6 +101,9 @@ TEST_F(DevicesTest, AddRefusesWhatItCannotTake) {
 
 TEST_F(DevicesTest, AProblemIsALineThatSaysHowToBeRidOfIt) {
   writeFile(root_.deviceSources() / "a b.plist", "no list");
+  EXPECT_NE(devices().err.find("a b.plist"), std::string::npos);
+  EXPECT_TRUE(devices().err.ends_with(" (wlhid devices remove 'a b' takes it away)\n"))
+      << devices().err;
   writeFile(root_.deviceSources() / "-c.plist", "no list");
   const Outcome outcome = devices();
   EXPECT_EQ(outcome.status, 0);
@@ -116,6 +119,18 @@ TEST_F(DevicesTest, AProblemThatIsNoConfigurationsHasNoRemoval) {
   const Outcome outcome = devices();
   EXPECT_NE(outcome.err.find("is no directory\n"), std::string::npos) << outcome.err;
   EXPECT_EQ(outcome.err.find("takes it away"), std::string::npos) << outcome.err;
+}
+
+TEST_F(DevicesTest, OneVerbAtATimeIsTaken) {
+  EXPECT_EQ(devices({"remove", "a", "add", "b"}).status, 2);
+  EXPECT_EQ(devices({"add"}).status, 2);
+  EXPECT_EQ(devices({"remove"}).status, 2);
+  EXPECT_EQ(devices({"fly"}).status, 2);
+}
+
+TEST_F(DevicesTest, AnOptionMayFollowTheVerbBelow) {
+  EXPECT_TRUE(isRefusal(devices({"remove", "a", "--json"}), 1,
+                        "no recorded device is \"a\" (wlhid devices lists them)"));
 }
 
 TEST_F(DevicesTest, RemoveTakesItAway) {

@@ -32,6 +32,7 @@ TEST_F(StartWatchTest, GivesUpWhenItHasEndedThreeTimesMeanwhile) {
 
 TEST_F(StartWatchTest, GivesUpAtOnceWhereItIsHeldBackForLong) {
   EXPECT_FALSE(watch.take(job(1, 0, 40)));
+  EXPECT_FALSE(watch.take(job(1, 0, 999)));
   EXPECT_TRUE(watch.take(job(1, 0, 1000)));
 }
 
