@@ -6,6 +6,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <CLI/CLI.hpp>
 
 #include <string>
 #include <thread>
