@@ -170,6 +170,9 @@ TEST_F(JobLife, TheHelperGetsItsSocketsAndNothingElse) {
               testing::MatchesRegex("PATH=[^|]*.LISTEN_FDS=3.LISTEN_FDNAMES=com.quillmar.echo:com."
                                     "quillmar.echo.second:.root.LISTEN_PID=[0-9]+.?"));
   EXPECT_THAT(client.ask("exe"), testing::StartsWith("/memfd:com.quillmar.echo"));
+  const std::string itself = "/proc/" + std::to_string(client.process().identifier());
+  EXPECT_EQ(testsupport::readFile(itself + "/cmdline"),
+            root.helperTool(echoLabel).string() + std::string(1, '\0'));
   Client second = connect("com.quillmar.echo.second");
   EXPECT_EQ(second.ask("service"), "com.quillmar.echo.second");
   EXPECT_EQ(client.ask("service"), echoLabel);
