@@ -5,8 +5,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
-#include <iterator>
 
 #include "platform/xpc/Hello.h"
 #include "platform/xpc/PassedDescriptors.h"
@@ -99,18 +97,17 @@ TEST_F(Listener, KnowsItsCallerFromTheKernel) {
   EXPECT_EQ(end->connection->processIdentifier(), ::getpid());
 }
 
-TEST_F(Listener, ResumedAgainItIsStartedOnceOnly) {
-  const auto threads = [] {
-    const std::filesystem::directory_iterator tasks("/proc/self/task");
-    return std::distance(begin(tasks), end(tasks));
-  };
-  const std::string path = (directory_.path() / "again").string();
+TEST_F(Listener, KeepsTheLimitsThatItWasResumedWith) {
+  const std::string path = (directory_.path() / "limited").string();
   const auto listener = NSXPCListener::initWithListeningDescriptor(
       listenUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC, 4, 0600));
+  listener->setDelegate(service_);
   listener->resume();
-  const auto before = threads();
-  listener->resume();
-  EXPECT_LE(threads(), before);
+  NSXPCListenerLimits nobody;
+  nobody.connections = 0;
+  listener->setLimits(nobody);
+  RawPeer peer(RawPeer::connectTo(path));
+  EXPECT_NE(service_->end(), nullptr) << "it was accepted";
 }
 
 TEST_F(Listener, OffersNothingAfterInvalidateButWhatItAcceptedLivesOn) {
