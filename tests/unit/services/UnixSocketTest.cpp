@@ -149,11 +149,22 @@ TEST(ServiceEndpoints, NamesWithoutAJobAreUnknown) {
   }
 }
 
+/// A root of the test's own, where services may listen.
+struct CurrentRoot {
+  CurrentRoot() {
+    platform::SystemRoot::setCurrent(here);
+    fs::create_directories(directory.path() / "var/run");
+  }
+  [[nodiscard]] fs::path endpoint(const std::string& service) const {
+    return here.endpoint(service);
+  }
+
+  TemporaryDirectory directory;
+  platform::SystemRoot here{directory.path()};
+};
+
 TEST(ServiceEndpoints, ConnectsToAnEndpointOfTheRootsOwner) {
-  const TemporaryDirectory directory;
-  const platform::SystemRoot root(directory.path());
-  platform::SystemRoot::setCurrent(root);
-  fs::create_directories(directory.path() / "var/run");
+  const CurrentRoot root;
   const FileDescriptor listener(
       platform::listenUnixSocket(root.endpoint("com.x").string(), SOCK_STREAM, 8, 0600));
   const auto result = platform::serviceEndpoints().load()->connectToService("com.x");
@@ -165,10 +176,7 @@ TEST(ServiceEndpoints, ConnectsToAnEndpointOfTheRootsOwner) {
 }
 
 TEST(ServiceEndpoints, AFullBacklogIsAPassingShortage) {
-  const TemporaryDirectory directory;
-  const platform::SystemRoot root(directory.path());
-  platform::SystemRoot::setCurrent(root);
-  fs::create_directories(directory.path() / "var/run");
+  const CurrentRoot root;
   const FileDescriptor listener(
       platform::listenUnixSocket(root.endpoint("com.x").string(), SOCK_STREAM, 0, 0600));
   const FileDescriptor waiting(
@@ -293,10 +301,7 @@ TEST(ServiceEndpoints, WithoutARootNothingIsKnown) {
 }
 
 TEST(ServiceEndpoints, AFailureSaysWhatItIs) {
-  const TemporaryDirectory directory;
-  const platform::SystemRoot root(directory.path());
-  platform::SystemRoot::setCurrent(root);
-  fs::create_directories(directory.path() / "var/run");
+  const CurrentRoot root;
   const auto result = [] { return platform::serviceEndpoints().load()->connectToService("com.x"); };
   {
     const FileDescriptor listener(
@@ -386,10 +391,7 @@ TEST(RootFiles, NamesAreSortedAndTheDirectoryIsLeftAsItIs) {
 }
 
 TEST(ServiceEndpoints, DescriptorsThatAreUsedUpAreAPassingShortage) {
-  const TemporaryDirectory directory;
-  const platform::SystemRoot root(directory.path());
-  platform::SystemRoot::setCurrent(root);
-  fs::create_directories(directory.path() / "var/run");
+  const CurrentRoot root;
   const FileDescriptor listener(
       platform::listenUnixSocket(root.endpoint("com.x").string(), SOCK_STREAM, 8, 0600));
   const auto endpoints = platform::serviceEndpoints().load();
