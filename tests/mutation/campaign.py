@@ -22,7 +22,7 @@ from pathlib import Path
 from mistakes import mistakes_in
 
 PRODUCT = ("WLHIDAccess", "diagnostics", "helper-install", "jobd", "platform", "router", "router-client", "tool")
-LABELS = ("unit", "fuzz", "contract", "conformance", "integration", "end-to-end")  # the quickest kinds first
+LABELS = ("unit", "fuzz", "contract", "conformance", "integration", "end-to-end", "stress")  # the quickest kinds first
 PR_SET_CHILD_SUBREAPER = 36
 
 
