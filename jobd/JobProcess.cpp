@@ -13,6 +13,7 @@
 
 #include "jobd/HelperImage.h"
 #include "jobd/MappedFile.h"
+#include "platform/services/NullTerminated.h"
 #include "platform/services/ServiceError.h"
 #include "platform/services/SystemRoot.h"
 
@@ -87,14 +88,6 @@ std::vector<std::string> jobEnvironment(const ProcessPlan& plan) {
           "LISTEN_PID=" + std::to_string(::getpid())};
 }
 
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  result.reserve(texts.size() + 1);
-  for (auto& text : texts) result.push_back(text.data());
-  result.push_back(nullptr);
-  return result;
-}
-
 /// Lays out descriptors as the program expects them: streams, sockets, the root, then the directory
 /// of the images, and no more. All of them go through numbers above the final ones first, so that
 /// none is overwritten before it has moved.
@@ -133,7 +126,8 @@ void run(const ProcessPlan& plan, int tools) {
   std::vector<std::string> environment = jobEnvironment(plan);
   const FileDescriptor program = loadProgram(tools, plan.label);
   restoreSignals();
-  ::fexecve(program.get(), pointers(arguments).data(), pointers(environment).data());
+  ::fexecve(program.get(), platform::nullTerminated(arguments).data(),
+            platform::nullTerminated(environment).data());
   throw fileSystemError("cannot run the program", errno);
 }
 

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/foundation/NSBundle.h"
+#include "platform/services/NullTerminated.h"
 #include "platform/services/RootFiles.h"
 #include "platform/services/UnixSocket.h"
 
@@ -108,14 +109,6 @@ class SpawnPlan {
   posix_spawnattr_t attributes_{};
 };
 
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  result.reserve(texts.size() + 1);
-  for (auto& text : texts) result.push_back(text.data());
-  result.push_back(nullptr);
-  return result;
-}
-
 /// Takes the child's end. One that has not done its work has hung or is no daemon at all, and is
 /// killed first.
 void reap(pid_t child, bool didItsWork) {
@@ -167,8 +160,8 @@ void JobDaemon::start() const {
   SpawnPlan plan;
   plan.setUp(writeEnd.get());
   pid_t child = -1;
-  const int error =
-      plan.run(child, program, pointers(arguments).data(), pointers(environment).data());
+  const int error = plan.run(child, program, platform::nullTerminated(arguments).data(),
+                             platform::nullTerminated(environment).data());
   writeEnd.reset();
   if (error != 0)
     throw ServiceError(ServiceErrorCode::DaemonUnavailable,
