@@ -12,16 +12,12 @@ using platform::NSDictionary;
 using platform::NSNumber;
 using platform::str;
 using routertest::Client;
+using routertest::kThreeReports;
 using routertest::Lines;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
 class RouterBookkeeping : public routertest::RouterFixture {};
-
-constexpr const char* kThreeReports =
-    "E: 0.0 3 07 02 ff\n"
-    "E: 0.1 2 07 01\n"
-    "E: 0.2 2 09 55\n";
 
 TEST_F(RouterBookkeeping, WhoOnlyConnectsIsInTheStatusToo) {
   startRouter();
@@ -141,9 +137,7 @@ TEST_F(RouterBookkeeping, TheEndOfARecordingIsForgottenAfterAWhile) {
 }
 
 TEST_F(RouterBookkeeping, OfTheEndsOfRecordingsTheLatestAreRemembered) {
-  std::vector<std::uint64_t> devices;
-  for (int i = 0; i < 3; ++i)
-    devices.push_back(addDevice("mouse" + std::to_string(i), kThreeReports));
+  const std::vector<std::uint64_t> devices = addMice(3);
   router::RouterLimits limits;
   limits.sessions = 2;
   startRouter(std::chrono::hours(1), limits);

@@ -40,6 +40,10 @@ inline constexpr std::chrono::seconds kPatience{30};
 
 using Lines = std::vector<std::string>;
 
+inline constexpr const char* kThreeReports = "E: 0.0 3 07 02 ff\n"
+                                             "E: 0.1 2 07 01\n"
+                                             "E: 0.2 2 09 55\n";
+
 /// Lines that several threads add to and one waits for.
 class LineLog {
  public:
@@ -263,6 +267,13 @@ class RouterFixture : public testing::Test {
     const auto path = directory_ / (name + ".hid");
     std::ofstream(path) << (text.find("R:") == std::string::npos ? kDescriptor : "") << text;
     return addRecording(name, path, speed, repeat);
+  }
+  /// So many devices of three reports each.
+  std::vector<std::uint64_t> addMice(int count) {
+    std::vector<std::uint64_t> ids;
+    for (int i = 0; i < count; ++i)
+      ids.push_back(addDevice("mouse" + std::to_string(i), kThreeReports));
+    return ids;
   }
   std::uint64_t addRecording(const std::string& name, const std::filesystem::path& recording,
                              const std::string& speed, bool repeat) {

@@ -63,6 +63,11 @@ class RouterProcessTest : public routertest::RouterFixture {
         0);
     posix_spawn_file_actions_destroy(&actions);
   }
+  /// With a listening socket that nobody else holds.
+  void spawnListening() {
+    const platform::FileDescriptor listener(listen());
+    spawn(listener.get());
+  }
   int exitStatus() {
     int status = 0;
     EXPECT_EQ(::waitpid(process_, &status, 0), process_);
@@ -87,9 +92,7 @@ class RouterProcessTest : public routertest::RouterFixture {
 
 TEST_F(RouterProcessTest, ServesTheSocketThatItIsHandedUntilItIsTerminated) {
   const std::uint64_t id = addDevice("slow", "E: 0.0 2 07 01\nE: 100000.0 2 07 02\n", "1");
-  const int listener = listen();
-  spawn(listener);
-  ::close(listener);
+  spawnListening();
   Client client;
   client.start(id);
   EXPECT_THAT(client.log->await(3), ElementsAre("started", "data 7 07 01", "values 9/1=1 9/2=0"));
@@ -106,9 +109,7 @@ TEST_F(RouterProcessTest, ALogLineIsOneLineWhateverStandsInIt) {
   const std::string name = "a\x1b[2J\nforged: \u202e";
   std::filesystem::create_directories(directory_ / "etc/hideventrouter");
   std::ofstream(directory_ / "etc/hideventrouter" / (name + ".plist")) << "nothing";
-  const int listener = listen();
-  spawn(listener);
-  ::close(listener);
+  spawnListening();
   Client client;
   client.start(0x42);
   client.log->await(1);
@@ -155,9 +156,7 @@ TEST_F(RouterProcessTest, ARootMayBeNamedWhereNoneIsHandedOver) {
 
 TEST_F(RouterProcessTest, ARootThatOthersCanWriteIsRefused) {
   ::chmod(directory_.c_str(), 0777);
-  const int listener = listen();
-  spawn(listener);
-  ::close(listener);
+  spawnListening();
   EXPECT_EQ(exitStatus(), 1);
   EXPECT_THAT(log(), testing::HasSubstr("can be written by others"));
 }
@@ -166,9 +165,7 @@ TEST_F(RouterProcessTest, WhatIsPutInTheRootsPlaceGetsNothing) {
   const fs::path planted = outside_.path() / "planted";
   const fs::path away = outside_.path() / "away";
   fs::create_directories(planted);
-  const int listener = listen();
-  spawn(listener);
-  ::close(listener);
+  spawnListening();
   Client first;
   first.start(1);
   first.log->await(1);  // the router runs
@@ -192,9 +189,7 @@ TEST_F(RouterProcessTest, WhatIsPutInTheRootsPlaceGetsNothing) {
 
 TEST_F(RouterProcessTest, ARouterThatIsKilledInterruptsItsClients) {
   const std::uint64_t id = addDevice("slow", "E: 0.0 2 07 01\nE: 100000.0 2 07 02\n", "1");
-  const int listener = listen();
-  spawn(listener);
-  ::close(listener);
+  spawnListening();
   Client client;
   client.start(id);
   client.log->await(3);
@@ -208,9 +203,7 @@ TEST_F(RouterProcessTest, ARouterThatIsKilledInterruptsItsClients) {
 }
 
 TEST_F(RouterProcessTest, AnInterruptFromTheKeyboardEndsItLikewise) {
-  const int listener = listen();
-  spawn(listener);
-  ::close(listener);
+  spawnListening();
   Client client;
   client.start(0x42);
   client.log->await(1);
@@ -252,9 +245,7 @@ TEST_F(RouterProcessTest, TheRootThatIsHandedOverGoesBeforeTheNamedOne) {
 TEST_F(RouterProcessTest, ALogThatNobodyReadsDoesNotEndIt) {
   ASSERT_EQ(::mkfifo(logFile().c_str(), 0600), 0);
   platform::FileDescriptor reader(::open(logFile().c_str(), O_RDWR | O_CLOEXEC));
-  const int listener = listen();
-  spawn(listener);
-  ::close(listener);
+  spawnListening();
   Client client;
   client.start(0x42);
   client.log->await(1);

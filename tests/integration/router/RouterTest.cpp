@@ -9,16 +9,12 @@ using platform::NSDictionary;
 using platform::NSNumber;
 using platform::str;
 using routertest::Client;
+using routertest::kThreeReports;
 using routertest::Lines;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
 class RouterTest : public routertest::RouterFixture {};
-
-const std::string kThreeReports =
-    "E: 0.0 3 07 02 ff\n"
-    "E: 0.1 2 07 01\n"
-    "E: 0.2 2 09 55\n";
 
 std::string manyLargeReports(std::size_t count, std::size_t bytes) {
   std::string text = "R: 2 05 01\n";
@@ -90,9 +86,7 @@ TEST_F(RouterTest, RequestsForAnUnknownDeviceReadNoRecording) {
 }
 
 TEST_F(RouterTest, DevicesThatNobodyUsesAreNotKeptForEver) {
-  std::vector<std::uint64_t> devices;
-  for (int i = 0; i < 8; ++i)
-    devices.push_back(addDevice("mouse" + std::to_string(i), kThreeReports));
+  const std::vector<std::uint64_t> devices = addMice(8);
   router::RouterLimits limits;
   limits.devices = 2;
   startRouter(std::chrono::hours(1), limits);

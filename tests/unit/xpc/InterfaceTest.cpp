@@ -34,6 +34,14 @@ XPCValues one(Object object) {
 
 }  // namespace
 
+std::shared_ptr<NSXPCInterface> elementValuesInterface() {
+  const auto made = interface(WLHIDEventRouterClientProtocol::protocol());
+  made->setClasses_forSelector_argumentIndex_ofReply(
+      {&NSMutableArray::classObject(), &KQHIDDeviceElementValue::classObject()},
+      "receivedElementValues:", 0, false);
+  return made;
+}
+
 TEST(Protocol, MethodsAreDescribedByTheirClass) {
   const XPCProtocol& router = WLHIDEventRouterProtocol::protocol();
   EXPECT_EQ(router.name, "WLHIDEventRouterProtocol");
@@ -92,11 +100,7 @@ TEST(Interface, TheOutermostObjectIsOfTheDeclaredClassWhateverTheSetSays) {
 }
 
 TEST(Interface, ASetReplacesTheDefault) {
-  const auto made = interface(WLHIDEventRouterClientProtocol::protocol());
-  made->setClasses_forSelector_argumentIndex_ofReply(
-      {&NSMutableArray::classObject(), &KQHIDDeviceElementValue::classObject()},
-      "receivedElementValues:", 0, false);
-  const xpc::InterfaceTable table(made);
+  const xpc::InterfaceTable table(elementValuesInterface());
   const auto& rules = table.methods()[1].arguments;
   const auto value = KQHIDDeviceElementValue::elementValue({});
   EXPECT_EQ(verdict(rules, one(NSMutableArray::arrayWithObjects({value}))),
@@ -109,11 +113,7 @@ TEST(Interface, ASetReplacesTheDefault) {
 }
 
 TEST(Interface, AnArrayInsideTheElementValuesIsNotAdmitted) {
-  const auto made = interface(WLHIDEventRouterClientProtocol::protocol());
-  made->setClasses_forSelector_argumentIndex_ofReply(
-      {&NSMutableArray::classObject(), &KQHIDDeviceElementValue::classObject()},
-      "receivedElementValues:", 0, false);
-  const xpc::InterfaceTable table(made);
+  const xpc::InterfaceTable table(elementValuesInterface());
   const auto& rules = table.methods()[1].arguments;
   const auto value = KQHIDDeviceElementValue::elementValue({});
   const auto array = [](std::vector<Object> members) {
