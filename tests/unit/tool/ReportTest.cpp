@@ -193,10 +193,12 @@ TEST_F(ReportTest, AFileIsThereWhereverItsModuleSaysThatItIsNotWhole) {
           false);
     });
   };
-  Module::offered() = {half("half", "a half\n"), half("none", ""), dataFile("empty", "")};
+  Module::offered() = {half("half", "a half\n"), half("byte", "\n"), half("none", ""),
+                       dataFile("empty", "")};
   const Written written = report(false);
   EXPECT_EQ(module(written, "half"), "a half\n");
   EXPECT_EQ(problemOf(written, "module ../test, file half"), "Domain 7");
+  EXPECT_EQ(module(written, "byte"), "\n");
   EXPECT_EQ(module(written, "none"), "(not there)");
   EXPECT_EQ(module(written, "empty"), "");
   EXPECT_EQ(problemOf(written, "module ../test, file empty"), "(nothing missing)");

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <chrono>
 #include <fstream>
@@ -7,6 +8,7 @@
 #include <thread>
 
 #include "platform/xpc/QueueThread.h"
+#include "tests/support/OtherUser.h"
 
 namespace platform::xpc {
 namespace {
@@ -73,6 +75,24 @@ TEST(PreparedThread, EndsUnbegunWithItsOwner) {
     last = now;
   }
   EXPECT_EQ(same, 2);
+}
+
+/// In a process that may not have another thread; a superuser's could not be kept from it.
+std::string withoutThreads(const std::function<std::string()>& act) {
+  return testsupport::asUser(testsupport::isSuperuser() ? testsupport::otherUser : ::getuid(), [&] {
+    const rlimit none{0, 0};
+    return ::setrlimit(RLIMIT_NPROC, &none) == 0 ? act() : std::string("no limit");
+  });
+}
+
+TEST(PreparedThread, IsEmptyWhereThereIsNoThreadToBeHad) {
+  EXPECT_EQ(withoutThreads([] { return PreparedThread::make() ? "a thread" : "empty"; }), "empty");
+}
+
+TEST(PreparedThread, AThreadThatIsNotToBeHadIsNotSaidToHaveStarted) {
+  EXPECT_EQ(
+      withoutThreads([] { return startDetachedThread("name", [] {}) ? "started" : "not started"; }),
+      "not started");
 }
 
 }  // namespace
