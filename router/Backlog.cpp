@@ -3,29 +3,27 @@
 namespace router {
 
 std::shared_ptr<Backlog::Share> Backlog::share(uid_t user) {
-  return std::make_shared<Share>(shared_from_this(), user);
+  const std::lock_guard lock(mutex_);
+  std::erase_if(users_, [](const auto& entry) { return entry.second.expired(); });
+  auto& known = users_[user];
+  auto ofUser = known.lock();
+  if (!ofUser) ofUser = std::make_shared<Sum>();
+  known = ofUser;
+  return std::make_shared<Share>(shared_from_this(), std::move(ofUser));
 }
 
-Backlog::Share::Share(std::shared_ptr<Backlog> backlog, uid_t user)
-    : backlog_(std::move(backlog)), user_(user) {
-  const std::lock_guard lock(backlog_->mutex_);
-  ++backlog_->users_[user_].shares;
-}
-
-Backlog::Share::~Share() {
-  const std::lock_guard lock(backlog_->mutex_);
-  const auto own = backlog_->users_.find(user_);
-  for (Sum* sum : {&backlog_->all_, &own->second}) sum->bytes -= bytes_;
-  if (--own->second.shares == 0) backlog_->users_.erase(own);
+/// Two threads may say at once what a client has: what counts is what the last of them said, and
+/// the sums agree with it.
+void Backlog::Share::count(std::size_t unsent) {
+  const std::size_t more = unsent - bytes_.exchange(unsent, std::memory_order_relaxed);
+  ofUser_->bytes.fetch_add(more, std::memory_order_relaxed);  // less is more, modulo 2^64
+  backlog_->all_.bytes.fetch_add(more, std::memory_order_relaxed);
 }
 
 std::size_t Backlog::Share::limit(std::size_t unsent, std::size_t most) {
   const RouterLimits& limits = backlog_->limits_;
-  const std::lock_guard lock(backlog_->mutex_);
-  Sum& own = backlog_->users_[user_];
-  for (Sum* sum : {&backlog_->all_, &own}) sum->bytes += unsent - bytes_;
-  bytes_ = unsent;
-  return backlog_->all_.limit(own.limit(most, limits.backlogOfUser, limits.sessionsOfUser),
+  count(unsent);
+  return backlog_->all_.limit(ofUser_->limit(most, limits.backlogOfUser, limits.sessionsOfUser),
                               limits.backlog, limits.sessions);
 }
 

@@ -14,6 +14,7 @@
 #include <sys/types.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <map>
 #include <memory>
@@ -33,29 +34,30 @@ class Backlog : public std::enable_shared_from_this<Backlog> {
 
  private:
   struct Sum {
-    std::size_t bytes = 0;
-    std::size_t shares = 0;
+    std::atomic<std::size_t> bytes{0};
     /// What one of at most `clients` may have: `most`, or its part where the half that is for all
     /// is gone.
     [[nodiscard]] std::size_t limit(std::size_t most, std::size_t bound,
                                     std::size_t clients) const {
-      return bytes <= bound / 2 ? most : std::min(most, bound / 2 / clients);
+      const bool isPlenty = bytes.load(std::memory_order_relaxed) <= bound / 2;
+      return isPlenty ? most : std::min(most, bound / 2 / clients);
     }
   };
 
   const RouterLimits limits_;
-  std::mutex mutex_;
   Sum all_;
-  std::map<uid_t, Sum> users_;
+  std::mutex mutex_;
+  std::map<uid_t, std::weak_ptr<Sum>> users_;
 };
 
 /// What one client has.
 class Backlog::Share {
  public:
-  Share(std::shared_ptr<Backlog> backlog, uid_t user);
+  Share(std::shared_ptr<Backlog> backlog, std::shared_ptr<Sum> ofUser)
+      : backlog_(std::move(backlog)), ofUser_(std::move(ofUser)) {}
   Share(const Share&) = delete;
   Share& operator=(const Share&) = delete;
-  ~Share();
+  ~Share() { count(0); }
 
   /// The client has so many bytes now. Whether it may have a further report.
   bool admits(std::size_t unsent) { return unsent <= limit(unsent, limits().backlogOfClient); }
@@ -67,10 +69,11 @@ class Backlog::Share {
 
  private:
   std::size_t limit(std::size_t unsent, std::size_t most);
+  void count(std::size_t unsent);
 
   const std::shared_ptr<Backlog> backlog_;
-  const uid_t user_;
-  std::size_t bytes_ = 0;  // under the backlog's lock
+  const std::shared_ptr<Sum> ofUser_;
+  std::atomic<std::size_t> bytes_{0};
 };
 
 }  // namespace router

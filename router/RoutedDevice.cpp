@@ -63,13 +63,25 @@ class RoutedDevice::Playback {
       for (;;) {
         const auto next = device_->next(stop_, &report);
         if (next != OpenDevice::Next::Report) return next;
-        deliver(report, *routed->subscriptions());
+        deliver(report, subscriptionsOf(*routed));
       }
     } catch (const std::exception& error) {
       routed->log_(platform::stringWithFormat("device 0x%llx: %s",
                                               routed->description_.registryEntryID, error.what()));
       return OpenDevice::Next::Report;
     }
+  }
+
+  /// As they are now, at the price of the lock only after they have changed. Whoever has left since
+  /// gets nothing more by its own doing.
+  const Subscriptions& subscriptionsOf(const RoutedDevice& routed) {
+    const auto version = routed.subscriptionsVersion_.load(std::memory_order_acquire);
+    if (subscriptions_ == nullptr || version != seenVersion_) {
+      const std::lock_guard lock(routed.mutex_);
+      subscriptions_ = routed.subscriptions_;
+      seenVersion_ = routed.subscriptionsVersion_.load(std::memory_order_relaxed);
+    }
+    return *subscriptions_;
   }
 
   void deliver(std::span<const std::uint8_t> report, const Subscriptions& subscriptions) {
@@ -96,6 +108,8 @@ class RoutedDevice::Playback {
   ReportDecoder decoder_;
   StopSignal stop_;
   std::atomic<bool> isOver_{false};
+  std::shared_ptr<const Subscriptions> subscriptions_;  // the device's thread's
+  std::uint64_t seenVersion_ = 0;
   std::thread thread_;
 };
 
@@ -145,7 +159,7 @@ std::shared_ptr<platform::NSError> RoutedDevice::takePlace(
   }
   auto longer = std::make_shared<Subscriptions>(*subscriptions_);
   longer->push_back(subscription);
-  subscriptions_ = std::move(longer);
+  setSubscriptionsLocked(std::move(longer));
   return nullptr;
 }
 
@@ -191,14 +205,14 @@ void RoutedDevice::remove(const std::shared_ptr<Subscription>& subscription) {
   over = takeOverPlaybacks();
   auto shorter = std::make_shared<Subscriptions>(*subscriptions_);
   std::erase(*shorter, subscription);
-  subscriptions_ = std::move(shorter);
+  setSubscriptionsLocked(std::move(shorter));
   if (subscriptions_->empty()) ended = std::move(playback_);
   placeBecameFree_.notify_all();
 }
 
-std::shared_ptr<const RoutedDevice::Subscriptions> RoutedDevice::subscriptions() const {
-  const std::lock_guard lock(mutex_);
-  return subscriptions_;
+void RoutedDevice::setSubscriptionsLocked(std::shared_ptr<const Subscriptions> subscriptions) {
+  subscriptions_ = std::move(subscriptions);
+  subscriptionsVersion_.fetch_add(1, std::memory_order_release);
 }
 
 void RoutedDevice::goneAway(Playback* playback) {
@@ -224,7 +238,8 @@ void RoutedDevice::hasEnded(Playback* playback, bool isPlayedToItsEnd) {
     const std::lock_guard lock(mutex_);
     if (playback_.get() != playback) return;
     endedPlaybacks_.push_back(std::move(playback_));
-    left = std::exchange(subscriptions_, std::make_shared<const Subscriptions>());
+    left = subscriptions_;
+    setSubscriptionsLocked(std::make_shared<const Subscriptions>());
     placeBecameFree_.notify_all();
   }
   if (isPlayedToItsEnd) {

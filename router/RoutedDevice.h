@@ -7,12 +7,14 @@
 // as a new one; whoever is slow to take the end of it holds up nobody.
 //
 // Threading: any thread but the device's own.
-// Ownership: shares the subscriptions from admit() to remove().
+// Ownership: shares the subscriptions from admit() to remove(), or to the report after it.
 // Errors: admit() returns the error with which the client is answered.
 // Order: a subscription gets nothing before begin() and nothing after remove().
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -59,7 +61,7 @@ class RoutedDevice {
   std::shared_ptr<platform::NSError> takePlace(const std::shared_ptr<Subscription>& subscription);
   [[nodiscard]] bool isTakenFor(DeviceMode mode) const;
   std::shared_ptr<platform::NSError> prepare();
-  [[nodiscard]] std::shared_ptr<const Subscriptions> subscriptions() const;
+  void setSubscriptionsLocked(std::shared_ptr<const Subscriptions> subscriptions);
   /// Both do nothing for a playback that was given up in the meantime.
   void goneAway(Playback* playback);
   void hasEnded(Playback* playback, bool isPlayedToItsEnd);
@@ -76,6 +78,7 @@ class RoutedDevice {
   std::condition_variable placeBecameFree_;
   std::shared_ptr<const Subscriptions>
       subscriptions_;  // replaced, never changed: the device's thread walks it unlocked
+  std::atomic<std::uint64_t> subscriptionsVersion_{0};  // grows with each replacement
   std::unique_ptr<Playback> playback_;  // there while the device is open
   // Have ended; their clients take the rest.
   std::vector<std::unique_ptr<Playback>> endedPlaybacks_;

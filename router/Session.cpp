@@ -148,6 +148,7 @@ void Session::stopRoutingService() {
 
 void Session::end() {
   endRouting();
+  measureBacklog();  // what it had unsent went with the connection
   if (const std::uint64_t leftOut = lines_.takeLeftOut())
     logUnlimited(stringWithFormat("%llu lines about it were left out", leftOut));
   logUnlimited("has ended");

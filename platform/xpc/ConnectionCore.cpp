@@ -346,9 +346,7 @@ void ConnectionCore::putLocked(std::span<const std::uint8_t> frame, bool oneWay,
 }
 
 std::size_t ConnectionCore::unsentBytes() const {
-  if (mark_.isInherited()) return 0;
-  const std::lock_guard lock(mutex_);
-  return outbox_.size();
+  return mark_.isInherited() ? 0 : outbox_.size();
 }
 
 std::size_t ConnectionCore::unsentBytesOfUser() const {

@@ -3,7 +3,7 @@
 // The stream of a connection begins with our hello and ends with our farewell. What is sent before
 // it stands waits; what is sent while nothing waits goes to the socket at once.
 //
-// Threading: guarded by its connection's lock. Nothing blocks and no handler is called.
+// Threading: guarded by its connection's lock, but for size(). Nothing blocks and no handler is called.
 // Ownership: the socket stays the connection's. Error handlers are shared with the proxy; those
 //   that are not needed any more are handed out, to be let go of without the lock.
 // Errors: std::bad_alloc, as each function says. A socket that takes nothing any more breaks the
@@ -32,6 +32,7 @@ class Outbox {
 
   /// From now on what waits is taken from `budget`.
   void chargeTo(std::shared_ptr<UnsentBudget> budget) { backlog_.chargeTo(std::move(budget)); }
+  /// Any thread, without the lock.
   [[nodiscard]] std::size_t size() const { return backlog_.size(); }
   [[nodiscard]] bool empty() const { return backlog_.empty(); }
   /// Whether writing would help: something waits, and the socket may take it.

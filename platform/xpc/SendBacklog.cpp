@@ -22,10 +22,11 @@ void SendBacklog::chargeTo(std::shared_ptr<UnsentBudget> budget) {
   if (budget_) budget_->giveBack(charged_);
   budget_ = std::move(budget);
   charged_ = 0;
-  settleCharge();
+  settle();
 }
 
-void SendBacklog::settleCharge() {
+void SendBacklog::settle() {
+  size_.store(bytes_.size(), std::memory_order_relaxed);
   if (!budget_) return;
   if (size() > charged_) budget_->take(size() - charged_);
   if (size() < charged_) budget_->giveBack(charged_ - size());
@@ -46,19 +47,19 @@ void SendBacklog::append(std::span<const std::uint8_t> frame, bool oneWay,
     entries_.pop_back();
     throw;
   }
-  settleCharge();
+  settle();
 }
 
 void SendBacklog::prepend(std::span<const std::uint8_t> frame) {
   bytes_.prepend(frame);
   for (Entry& entry : entries_) entry.end += frame.size();
-  settleCharge();
+  settle();
 }
 
 void SendBacklog::written(std::size_t count, std::vector<SharedErrorHandler>& released) {
   bytes_.drop(count);
   position_ += count;
-  settleCharge();
+  settle();
   for (; firstEntry_ < entries_.size() && entries_[firstEntry_].end <= position_; ++firstEntry_) {
     SharedErrorHandler& handler = entries_[firstEntry_].errorHandler;
     if (handler && !keep(handler, released)) break;
@@ -71,7 +72,7 @@ void SendBacklog::written(std::size_t count, std::vector<SharedErrorHandler>& re
 
 std::vector<SendBacklog::Entry> SendBacklog::takeAll() {
   bytes_.clear();
-  settleCharge();
+  settle();
   entries_.erase(entries_.begin(), entries_.begin() + static_cast<std::ptrdiff_t>(firstEntry_));
   firstEntry_ = 0;
   return std::exchange(entries_, {});

@@ -1,11 +1,12 @@
 // What a connection could not write yet: the bytes, and for each message that somebody wants to
 // hear about where it ends.
 //
-// Threading: guarded by its connection's lock. Ownership: the bytes are its own; error handlers are
+// Threading: guarded by its connection's lock, but for size(). Ownership: the bytes are its own; error handlers are
 // shared with the proxy. Errors: std::bad_alloc from append and prepend, which then have changed
 // nothing. Order: first in, first out.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -40,7 +41,8 @@ class SendBacklog {
     SharedErrorHandler errorHandler;
   };
 
-  [[nodiscard]] std::size_t size() const { return bytes_.size(); }
+  /// Any thread, without the lock.
+  [[nodiscard]] std::size_t size() const { return size_.load(std::memory_order_relaxed); }
   [[nodiscard]] bool empty() const { return bytes_.empty(); }
   /// What to write next: the first bytes, as many as stand in one piece.
   [[nodiscard]] std::span<const std::uint8_t> front() const { return bytes_.front(); }
@@ -58,10 +60,11 @@ class SendBacklog {
  private:
   static constexpr std::size_t kKeptEntries = 1024;
 
-  /// After each change.
-  void settleCharge();
+  /// After each change of bytes_.
+  void settle();
 
   ByteQueue bytes_;
+  std::atomic<std::size_t> size_{0};
   std::uint64_t position_ = 0;  ///< in the stream, of the first unwritten byte
   // A vector with a beginning that moves: unlike a deque it needs no memory while it is empty, so
   // that a connection can end where there is none.
