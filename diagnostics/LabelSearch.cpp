@@ -12,8 +12,6 @@
 namespace diagnostics {
 namespace {
 
-constexpr auto npos = std::string_view::npos;
-
 const char* findPlainly(const char* at, const char* end) {
   return static_cast<const char*>(
       ::memmem(at, static_cast<std::size_t>(end - at), routerLabel.data(), routerLabel.size()));
@@ -139,9 +137,9 @@ const char* find(const char* at, const char* end) {
 }  // namespace
 
 std::size_t findRouterLabel(std::string_view text, std::size_t start) {
-  if (start >= text.size()) return npos;
+  if (start >= text.size()) return std::string_view::npos;
   const char* const place = find(text.data() + start, text.data() + text.size());
-  return place == nullptr ? npos : static_cast<std::size_t>(place - text.data());
+  return place == nullptr ? std::string_view::npos : static_cast<std::size_t>(place - text.data());
 }
 
 }  // namespace diagnostics

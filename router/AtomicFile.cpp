@@ -20,7 +20,7 @@ namespace {
 
 using platform::FileDescriptor;
 
-[[noreturn]] void fail(const std::string& name, int error) {
+[[noreturn]] void failToWrite(const std::string& name, int error) {
   throw std::system_error(error, std::generic_category(), name + ": cannot be written");
 }
 
@@ -54,7 +54,7 @@ struct flock wholeFile(short type) {
 
 void hold(int file, const std::string& name) {
   struct flock lock = wholeFile(F_WRLCK);
-  if (::fcntl(file, F_OFD_SETLK, &lock) != 0) fail(name, errno);
+  if (::fcntl(file, F_OFD_SETLK, &lock) != 0) failToWrite(name, errno);
 }
 
 }  // namespace
@@ -67,7 +67,7 @@ FileDraft::FileDraft(int directory, std::string name, mode_t mode)
   ::unlinkat(directory_.get(), hidden_.c_str(), 0);
   constexpr int kFlags = O_RDWR | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   file_.reset(::openat(directory_.get(), hidden_.c_str(), kFlags, mode));
-  if (!file_) fail(name_, errno);
+  if (!file_) failToWrite(name_, errno);
 }
 
 FileDraft::~FileDraft() {
@@ -80,18 +80,18 @@ void FileDraft::append(std::span<const std::uint8_t> content) {
     if (count >= 0)
       content = content.subspan(static_cast<std::size_t>(count));
     else if (errno != EINTR)
-      fail(name_, errno);
+      failToWrite(name_, errno);
   }
 }
 
 void FileDraft::sync() const {
-  if (::fsync(file_.get()) != 0) fail(name_, errno);
+  if (::fsync(file_.get()) != 0) failToWrite(name_, errno);
 }
 
 void FileDraft::replace(const std::string& name) {
   sync();
   if (::renameat(directory_.get(), hidden_.c_str(), directory_.get(), name.c_str()) != 0)
-    fail(name, errno);
+    failToWrite(name, errno);
 }
 
 bool FileDraft::take(const std::string& name) {
@@ -100,7 +100,7 @@ bool FileDraft::take(const std::string& name) {
   if (::linkat(directory_.get(), hidden_.c_str(), directory_.get(), name.c_str(), 0) == 0)
     return true;
   if (errno == EEXIST) return false;
-  fail(name, errno);
+  failToWrite(name, errno);
 }
 
 void writeFileAtomically(int directory, const std::string& name,

@@ -35,7 +35,7 @@ std::string_view trimmed(std::string_view text) {
 }
 
 /// The whole of `word` as a number of that base.
-std::optional<std::uint64_t> number(std::string_view word, int base) {
+std::optional<std::uint64_t> parseNumber(std::string_view word, int base) {
   std::uint64_t value = 0;
   const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value, base);
   if (error != std::errc() || end != word.data() + word.size()) return std::nullopt;
@@ -181,7 +181,7 @@ bool RecordingReader::takeLine(std::string_view line) {
 }
 
 void RecordingReader::takeDevice(std::string_view line) {
-  const auto device = number(takeWord(&line), 10);
+  const auto device = parseNumber(takeWord(&line), 10);
   if (!device || *device > std::numeric_limits<std::uint32_t>::max() || !trimmed(line).empty()) {
     fail("the device number is none");
   }
@@ -215,7 +215,7 @@ void RecordingReader::takeDescriptor(std::string_view line) {
 
 void RecordingReader::takeIdentity(std::string_view line) {
   for (std::uint32_t* part : {&header_.bus, &header_.vendor, &header_.product}) {
-    const auto value = number(takeWord(&line), 16);
+    const auto value = parseNumber(takeWord(&line), 16);
     if (!value || *value > std::numeric_limits<std::uint32_t>::max()) {
       fail("bus, vendor and product must be three hexadecimal numbers");
     }
@@ -235,11 +235,11 @@ std::chrono::microseconds RecordingReader::time(std::string_view word) const {
   constexpr std::uint64_t kMaxSeconds = 10'000'000'000;
   constexpr std::size_t kDecimals = 6;
   const std::size_t point = std::min(word.find('.'), word.size());
-  const auto seconds = number(word.substr(0, point), 10);
+  const auto seconds = parseNumber(word.substr(0, point), 10);
   std::optional<std::uint64_t> fraction = 0;
   if (point < word.size()) {
     const std::string_view digits = word.substr(point + 1);
-    fraction = digits.size() <= kDecimals ? number(digits, 10) : std::nullopt;
+    fraction = digits.size() <= kDecimals ? parseNumber(digits, 10) : std::nullopt;
     for (std::size_t i = digits.size(); fraction && i < kDecimals; ++i) *fraction *= 10;
   }
   if (!seconds || *seconds > kMaxSeconds || !fraction) fail("the time is no number of seconds");
@@ -250,7 +250,7 @@ std::chrono::microseconds RecordingReader::time(std::string_view word) const {
 void RecordingReader::takeBytes(std::string_view line, std::size_t limit,
                                 std::vector<std::uint8_t>* out) const {
   constexpr std::size_t kShown = 16;
-  const auto count = number(takeWord(&line), 10);
+  const auto count = parseNumber(takeWord(&line), 10);
   if (!count) fail("the number of bytes is missing");
   if (*count > limit) fail("more than " + std::to_string(limit) + " bytes are announced");
   out->clear();

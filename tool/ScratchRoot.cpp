@@ -23,7 +23,7 @@ namespace tool {
 namespace {
 
 constexpr int kDaemonPatience = 10'000;  // milliseconds
-constexpr std::chrono::milliseconds kPause{10};
+constexpr std::chrono::milliseconds kPauseBetweenTries{10};
 
 std::filesystem::path temporaryDirectory() {
   for (const char* name : {"XDG_RUNTIME_DIR", "TMPDIR"}) {
@@ -113,7 +113,7 @@ void removeDirectory(const std::filesystem::path& directory) {
     std::error_code error;
     std::filesystem::remove_all(directory, error);
     if (!std::filesystem::exists(directory, error) && !error) return;
-    std::this_thread::sleep_for(kPause);
+    std::this_thread::sleep_for(kPauseBetweenTries);
   }
 }
 

@@ -10,7 +10,7 @@ namespace tool {
 
 namespace {
 
-struct Options {
+struct InstallOptions {
   std::string prompt;
   std::string answer;
   bool force = false;
@@ -27,7 +27,7 @@ void announceReplacement(const RouterVersions& there, bool force) {
   print(oneLine("Replacing: " + what + ".") + "\n");
 }
 
-int install(const Options& options) {
+int install(const InstallOptions& options) {
   applyAuthorizationAnswer(options.answer);
   const RouterVersions there = readRouterVersions();
   announceReplacement(there, options.force);
@@ -41,7 +41,7 @@ int install(const Options& options) {
 }  // namespace
 
 void addInstallVerb(CLI::App& app, Action& chosen) {
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<InstallOptions>();
   CLI::App* verb =
       app.add_subcommand("install", "Installs the router, or replaces an installed one");
   addAuthorizationOptions(*verb, options->prompt, options->answer);

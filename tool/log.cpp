@@ -19,7 +19,7 @@ namespace {
 
 using Excerpt = std::shared_ptr<platform::NSData>;
 
-struct Options {
+struct LogOptions {
   std::string file;
   std::string output;
 };
@@ -68,7 +68,7 @@ std::string nothingLogged() {
          platform::SystemRoot::current().path().string() + " (a job's first line begins its log)";
 }
 
-int log(const Options& options) {
+int log(const LogOptions& options) {
   if (options.file.empty() && nothingIsLoggedYet()) {
     if (!options.output.empty()) throw Failure(nothingLogged());
     complain(nothingLogged());
@@ -86,7 +86,7 @@ int log(const Options& options) {
 }  // namespace
 
 void addLogVerb(CLI::App& app, Action& chosen) {
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<LogOptions>();
   CLI::App* verb = app.add_subcommand("log", "Prints the router's own entries of a log");
   const auto isNotEmpty = [](const std::string& value) {
     return value.empty() ? "is empty" : std::string();

@@ -15,14 +15,14 @@ namespace tool {
 
 namespace {
 
-struct Options {
+struct ReportOptions {
   std::string output;
   std::string device;
   bool withInput = false;
   bool json = false;
 };
 
-std::string summaryOf(const ReportResult& result, const Options& options) {
+std::string summaryOf(const ReportResult& result, const ReportOptions& options) {
   std::string text = oneLine(options.output) + ": " + std::to_string(result.parts.size() + 1) +
                      " files, " +
                      (options.withInput ? "with input and serial numbers: mind who gets it\n"
@@ -32,7 +32,7 @@ std::string summaryOf(const ReportResult& result, const Options& options) {
   return text;
 }
 
-ReportResult writeReportTo(const Options& options) {
+ReportResult writeReportTo(const ReportOptions& options) {
   ReportRequest request{platform::SystemRoot::current(), options.withInput, std::nullopt, {}};
   if (!options.device.empty()) request.deviceToTry = registryEntryIDOf(options.device);
   StopSignals signals;
@@ -47,7 +47,7 @@ ReportResult writeReportTo(const Options& options) {
   return result;
 }
 
-int report(const Options& options) {
+int report(const ReportOptions& options) {
   platform::KQLogger::sharedLogger().recentLines().setKeepsInput(options.withInput);
   const ReportResult result = writeReportTo(options);
   print(options.json ? result.manifest : summaryOf(result, options));
@@ -57,7 +57,7 @@ int report(const Options& options) {
 }  // namespace
 
 void addReportVerb(CLI::App& app, Action& chosen) {
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<ReportOptions>();
   CLI::App* verb =
       app.add_subcommand("report", "Writes what helps to find out why something does not work");
   verb->add_option("OUT", options->output, "The zip archive to write, whole or not at all")

@@ -44,7 +44,7 @@ constexpr std::chrono::milliseconds kValuesGrace{250};
 /// A usage as the router's tag dictionary names it: page << 16 | usage.
 using UsageCode = std::uint64_t;
 
-struct Options {
+struct RouteOptions {
   std::string device;
   std::string recording;
   std::string speed;  // empty: as recorded
@@ -170,7 +170,7 @@ void waitForEnd(RouteSession& session, const std::shared_ptr<WLHIDEventRouterCli
 }
 
 /// On the root that is to stay; a recording's own root is gone with the command.
-std::string adviceFor(const Options& options) {
+std::string adviceFor(const RouteOptions& options) {
   if (!options.recording.empty()) return {};
   return " (see why: " + commandLine({"log"}) + "; what else is wrong: " + commandLine({"doctor"}) +
          ")";
@@ -183,7 +183,7 @@ std::string nameOfDevice(std::uint64_t registryEntryID) {
   return {};
 }
 
-int routeDevice(std::uint64_t registryEntryID, const Options& options, StopSignals& signals) {
+int routeDevice(std::uint64_t registryEntryID, const RouteOptions& options, StopSignals& signals) {
   std::optional<std::uint64_t> last;
   if (options.count != 0) last = options.count;
   const auto session =
@@ -212,7 +212,7 @@ int routeDevice(std::uint64_t registryEntryID, const Options& options, StopSigna
   return ExitDone;
 }
 
-int routeInstalledDevice(const Options& options) {
+int routeInstalledDevice(const RouteOptions& options) {
   StopSignals signals;
   if (!WLHIDEventRouterClient::isInstalled()) {
     throw Failure(
@@ -247,7 +247,7 @@ std::filesystem::path keepStandardInput(const std::filesystem::path& directory) 
   throw Failure(error.starts_with(file) ? name + error.substr(file.size()) : error);
 }
 
-int routeRecording(const Options& options) {
+int routeRecording(const RouteOptions& options) {
   router::ReplayDevice device;
   device.speed = parseSpeed(options.speed);
   StopSignals signals;
@@ -282,7 +282,7 @@ std::uint64_t parseOption(const std::string& name, const std::string& text,
 }
 
 /// Reads what the parser leaves as text, and checks what it cannot check option by option.
-void checkUsage(Options& options) {
+void checkUsage(RouteOptions& options) {
   if (options.device.empty() == options.recording.empty()) {
     throw UsageFailure("route needs either a DEVICE or --recording FILE");
   }
@@ -298,7 +298,7 @@ void checkUsage(Options& options) {
   options.mode = parseOption("--mode", options.modeText, 0);
 }
 
-int route(Options options) {
+int route(RouteOptions options) {
   checkUsage(options);
   return options.recording.empty() ? routeInstalledDevice(options) : routeRecording(options);
 }
@@ -306,7 +306,7 @@ int route(Options options) {
 }  // namespace
 
 void addRouteVerb(CLI::App& app, Action& chosen) {
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<RouteOptions>();
   CLI::App* verb = app.add_subcommand("route", "Prints a device's input as it comes, until Ctrl-C");
   verb->add_option("DEVICE", options->device, kDeviceHelp);
   verb->add_option("--recording", options->recording,

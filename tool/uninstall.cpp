@@ -11,7 +11,7 @@ namespace tool {
 
 namespace {
 
-struct Options {
+struct UninstallOptions {
   std::string prompt;
   std::string answer;
 };
@@ -29,7 +29,7 @@ std::string whyNothingToRemove(const RouterVersions& there) {
          ", only (install it first: " + commandLine(installArguments(there)) + ")";
 }
 
-int uninstall(const Options& options) {
+int uninstall(const UninstallOptions& options) {
   applyAuthorizationAnswer(options.answer);
   const auto prompt =
       options.prompt.empty() ? nullptr : platform::NSString::stringWithUTF8(options.prompt);
@@ -55,7 +55,7 @@ int uninstall(const Options& options) {
 }  // namespace
 
 void addUninstallVerb(CLI::App& app, Action& chosen) {
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<UninstallOptions>();
   CLI::App* verb = app.add_subcommand("uninstall", "Removes the router");
   addAuthorizationOptions(*verb, options->prompt, options->answer);
   verb->footer(

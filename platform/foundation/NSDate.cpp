@@ -1,6 +1,5 @@
 #include "platform/foundation/NSDate.h"
 
-#include <chrono>
 #include <cmath>
 
 #include "platform/foundation/Format.h"
@@ -9,7 +8,6 @@
 namespace platform {
 namespace {
 
-constexpr std::chrono::sys_days kReferenceDay = std::chrono::year(2001) / 1 / 1;
 constexpr double kSecondsOfTenThousandYears = 10000.0 * 366 * 86400;
 
 }  // namespace

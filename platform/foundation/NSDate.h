@@ -3,9 +3,13 @@
 // Threading, Ownership, Errors, Order: as in NSObject.h.
 #pragma once
 
+#include <chrono>
+
 #include "platform/foundation/NSObject.h"
 
 namespace platform {
+
+inline constexpr std::chrono::sys_days kReferenceDay = std::chrono::year(2001) / 1 / 1;
 
 /// Seconds since 2001-01-01 00:00:00 UTC.
 class NSDate final : public NSObject {

@@ -39,7 +39,7 @@ std::string escaped(char32_t character) {
 }
 
 /// The length of the UTF-8 sequence at the front of `text`; 0 if its first byte begins none.
-std::size_t sequenceLength(std::string_view text) {
+std::size_t characterLength(std::string_view text) {
   UTF8Validator validator;
   for (std::size_t length = 1; length <= text.size(); ++length) {
     if (!validator.accept(text.substr(length - 1, 1))) return 0;
@@ -51,7 +51,7 @@ std::size_t sequenceLength(std::string_view text) {
 /// Takes one character off the front of `text`, or one byte that belongs to none.
 template <class Keeps>
 void moveCharacter(std::string_view& text, std::string& result, const Keeps& keeps) {
-  const std::size_t length = sequenceLength(text);
+  const std::size_t length = characterLength(text);
   const std::string_view sequence = text.substr(0, std::max<std::size_t>(length, 1));
   text.remove_prefix(sequence.size());
   std::size_t position = 0;

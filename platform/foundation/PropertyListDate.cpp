@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "platform/foundation/Format.h"
+#include "platform/foundation/NSDate.h"
 #include "platform/foundation/PropertyListCoding.h"
 
 namespace platform {
@@ -10,7 +11,6 @@ namespace {
 using std::chrono::sys_days;
 using std::chrono::year;
 
-constexpr sys_days kReferenceDay = year(2001) / 1 / 1;
 constexpr std::string_view kPattern = "0000-00-00T00:00:00Z";
 
 constexpr double secondsToDay(sys_days day) {
