@@ -52,6 +52,9 @@ function(wlhid_executable name)
   target_link_libraries(${name} PRIVATE wlhid_flags ${A_DEPENDS})
 endfunction()
 
+# Tests are read more often by the compiler than by the processor: what is tested is optimised, they need not be.
+set(WLHID_TEST_OPTIONS "$<$<CONFIG:RelWithDebInfo>:-O1;-g1>")
+
 # The test framework's headers, read by the compiler once for all test programs.
 function(wlhid_precompile_test_headers name)
   if(NOT WLHID_FAST_BUILD)
@@ -61,6 +64,7 @@ function(wlhid_precompile_test_headers name)
     file(CONFIGURE OUTPUT "${CMAKE_BINARY_DIR}/test_headers.cpp" CONTENT "")
     add_library(wlhid_test_headers OBJECT "${CMAKE_BINARY_DIR}/test_headers.cpp")
     target_link_libraries(wlhid_test_headers PRIVATE wlhid_flags GTest::gmock)
+    target_compile_options(wlhid_test_headers PRIVATE "${WLHID_TEST_OPTIONS}")
     target_precompile_headers(wlhid_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> <filesystem> <fstream> <functional>
       <map> <optional> <random> <string> <vector>)
   endif()
@@ -71,6 +75,7 @@ function(wlhid_test name)
   cmake_parse_arguments(A "SERIAL" "TIMEOUT" "SOURCES;DEPENDS;LABELS" ${ARGN})
   add_executable(${name} ${A_SOURCES})
   target_link_libraries(${name} PRIVATE wlhid_flags ${A_DEPENDS} GTest::gmock GTest::gtest_main)
+  target_compile_options(${name} PRIVATE "${WLHID_TEST_OPTIONS}")
   wlhid_precompile_test_headers(${name})
   if(NOT A_TIMEOUT)
     set(A_TIMEOUT 300)

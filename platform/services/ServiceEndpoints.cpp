@@ -106,8 +106,7 @@ class RootEndpoints final : public ServiceEndpoints {
 
  private:
   static ServiceConnectResult connectWithin(const SystemRoot& root, std::string_view service) {
-    constexpr int attempts = 3;
-    for (int attempt = 0; attempt < attempts; ++attempt) {
+    for (int attempt = 0; attempt < 3; ++attempt) {
       if (auto socket = connectEndpoint(root, service)) return checkedEndpoint(std::move(socket));
       if (auto known = meaningOf(errno)) return *known;
       if (!isOffered(root, service)) return failure(Outcome::UnknownName, "no job offers it");
