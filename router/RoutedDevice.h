@@ -79,7 +79,7 @@ class RoutedDevice {
   std::shared_ptr<const Subscriptions>
       subscriptions_;  // replaced, never changed: the device's thread walks it unlocked
   std::atomic<std::uint64_t> subscriptionsVersion_{0};  // grows with each replacement
-  std::unique_ptr<Playback> playback_;  // there while the device is open
+  std::unique_ptr<Playback> playback_;                  // there while the device is open
   // Have ended; their clients take the rest.
   std::vector<std::unique_ptr<Playback>> endedPlaybacks_;
   bool isGone_ = false;

@@ -3,8 +3,9 @@
 // The stream of a connection begins with our hello and ends with our farewell. What is sent before
 // it stands waits; what is sent while nothing waits goes to the socket at once.
 //
-// Threading: guarded by its connection's lock, but for size(). Nothing blocks and no handler is called.
-// Ownership: the socket stays the connection's. Error handlers are shared with the proxy; those
+// Threading: guarded by its connection's lock, but for size(). Nothing blocks and no handler is
+// called. Ownership: the socket stays the connection's. Error handlers are shared with the proxy;
+// those
 //   that are not needed any more are handed out, to be let go of without the lock.
 // Errors: std::bad_alloc, as each function says. A socket that takes nothing any more breaks the
 //   outbox; why, the reading end of the connection learns.

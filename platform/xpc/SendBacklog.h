@@ -1,9 +1,9 @@
 // What a connection could not write yet: the bytes, and for each message that somebody wants to
 // hear about where it ends.
 //
-// Threading: guarded by its connection's lock, but for size(). Ownership: the bytes are its own; error handlers are
-// shared with the proxy. Errors: std::bad_alloc from append and prepend, which then have changed
-// nothing. Order: first in, first out.
+// Threading: guarded by its connection's lock, but for size(). Ownership: the bytes are its own;
+// error handlers are shared with the proxy. Errors: std::bad_alloc from append and prepend, which
+// then have changed nothing. Order: first in, first out.
 #pragma once
 
 #include <atomic>
