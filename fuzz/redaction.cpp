@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "tool/Redaction.h"
+#include "tool/report/Redaction.h"
 
 namespace {
 

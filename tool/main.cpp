@@ -1,7 +1,7 @@
 // The command `wlhid`: what an application can ask of the framework, for people and scripts.
 #include <csignal>
 
-#include "tool/CommandLine.h"
+#include "tool/command/CommandLine.h"
 
 int main(int argc, char** argv) {
   // A reader that has gone away and a file that may not grow are noticed where something is

@@ -1,4 +1,4 @@
-#include "tool/ClientLogWatch.h"
+#include "tool/routing/ClientLogWatch.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The command line as a whole: global options, help, and how each way of failing is told.
-#include "tool/CommandLine.h"
+#include "tool/command/CommandLine.h"
 
 #include <gmock/gmock.h>
 

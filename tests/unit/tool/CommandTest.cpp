@@ -1,4 +1,4 @@
-#include "tool/Command.h"
+#include "tool/command/Command.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tool/DeliveryLines.h"
+#include "tool/routing/DeliveryLines.h"
 
 #include <gtest/gtest.h>
 

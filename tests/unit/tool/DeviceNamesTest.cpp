@@ -1,8 +1,8 @@
-#include "tool/DeviceNames.h"
+#include "tool/routing/DeviceNames.h"
 
 #include <gtest/gtest.h>
 
-#include "tool/Command.h"
+#include "tool/command/Command.h"
 
 namespace tool {
 namespace {

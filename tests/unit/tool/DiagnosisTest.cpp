@@ -1,4 +1,4 @@
-#include "tool/Diagnosis.h"
+#include "tool/findings/Diagnosis.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

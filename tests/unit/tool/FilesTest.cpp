@@ -1,5 +1,5 @@
 // Reading a file that a person named, and writing whole lines to a descriptor.
-#include "tool/Files.h"
+#include "tool/files/Files.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -13,8 +13,8 @@
 #include <thread>
 
 #include "tests/support/TemporaryDirectory.h"
-#include "tool/Command.h"
-#include "tool/Output.h"
+#include "tool/command/Command.h"
+#include "tool/terminal/Output.h"
 
 namespace tool {
 namespace {

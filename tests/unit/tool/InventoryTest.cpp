@@ -1,5 +1,5 @@
 // What there is on a system root, and why a part of it cannot be told.
-#include "tool/Inventory.h"
+#include "tool/findings/Inventory.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

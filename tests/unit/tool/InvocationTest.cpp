@@ -1,5 +1,5 @@
 // Command lines that can be typed as they stand.
-#include "tool/Invocation.h"
+#include "tool/command/Invocation.h"
 
 #include <gtest/gtest.h>
 

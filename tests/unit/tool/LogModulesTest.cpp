@@ -1,4 +1,4 @@
-#include "tool/LogModules.h"
+#include "tool/report/LogModules.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tool/NewFile.h"
+#include "tool/files/NewFile.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 #include <filesystem>
 
 #include "tests/support/TemporaryDirectory.h"
-#include "tool/Command.h"
+#include "tool/command/Command.h"
 
 namespace tool {
 namespace {

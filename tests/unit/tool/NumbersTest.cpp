@@ -1,4 +1,4 @@
-#include "tool/Numbers.h"
+#include "tool/command/Numbers.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // Which step of the presence check says no.
-#include "tool/PresenceCheck.h"
+#include "tool/findings/PresenceCheck.h"
 
 #include <gtest/gtest.h>
 

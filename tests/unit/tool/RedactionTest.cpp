@@ -1,4 +1,4 @@
-#include "tool/Redaction.h"
+#include "tool/report/Redaction.h"
 
 #include <gtest/gtest.h>
 

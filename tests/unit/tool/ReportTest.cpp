@@ -1,5 +1,5 @@
 // The report with modules that behave in every way that modules can.
-#include "tool/DiagnosticReport.h"
+#include "tool/report/DiagnosticReport.h"
 
 #include <gtest/gtest.h>
 

@@ -11,7 +11,7 @@
 #include "tests/unit/tool/PlayedRouter.h"
 #include "tests/unit/tool/PseudoTerminal.h"
 #include "tests/unit/tool/VerbTest.h"
-#include "tool/InventoryJson.h"
+#include "tool/findings/InventoryJson.h"
 
 namespace tool {
 namespace {

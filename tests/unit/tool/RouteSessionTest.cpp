@@ -1,4 +1,4 @@
-#include "tool/RouteSession.h"
+#include "tool/routing/RouteSession.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

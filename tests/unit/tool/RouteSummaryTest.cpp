@@ -1,5 +1,5 @@
 // The header and the last line of a routing, and what the router lost.
-#include "tool/RouteSummary.h"
+#include "tool/routing/RouteSummary.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "tool/RouterVersions.h"
+#include "tool/findings/RouterVersions.h"
 
 #include <gtest/gtest.h>
 

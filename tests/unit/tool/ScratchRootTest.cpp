@@ -1,5 +1,5 @@
 // A root that goes with its command, however that ends.
-#include "tool/ScratchRoot.h"
+#include "tool/routing/ScratchRoot.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@
 #include "tests/support/OtherUser.h"
 #include "tests/support/ScopedVariable.h"
 #include "tests/support/TemporaryDirectory.h"
-#include "tool/Command.h"
+#include "tool/command/Command.h"
 
 namespace tool {
 namespace {

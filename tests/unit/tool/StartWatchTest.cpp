@@ -1,5 +1,5 @@
 // Whether a router that does not answer ever will.
-#include "tool/StartWatch.h"
+#include "tool/routing/StartWatch.h"
 
 #include <gtest/gtest.h>
 

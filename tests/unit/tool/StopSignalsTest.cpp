@@ -1,5 +1,5 @@
 // The signals that end a command, each in a process of its own.
-#include "tool/StopSignals.h"
+#include "tool/terminal/StopSignals.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 #include <functional>
 #include <string>
 
-#include "tool/StopCleanup.h"
+#include "tool/terminal/StopCleanup.h"
 
 namespace tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "tool/Suggestion.h"
+#include "tool/command/Suggestion.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tool/Terminal.h"
+#include "tool/terminal/Terminal.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // Routing a device for a moment, and how far it came.
-#include "tool/Trial.h"
+#include "tool/routing/Trial.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tool/UsageNames.h"
+#include "tool/routing/UsageNames.h"
 
 #include <gtest/gtest.h>
 

@@ -15,8 +15,8 @@
 #include "platform/scripted/ScriptedPlatform.h"
 #include "platform/services/SystemRoot.h"
 #include "tests/support/TemporaryDirectory.h"
-#include "tool/Command.h"
-#include "tool/Invocation.h"
+#include "tool/command/Command.h"
+#include "tool/command/Invocation.h"
 
 namespace tool {
 

@@ -1,0 +1,295 @@
+#include "tool/findings/Diagnosis.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "tool/command/Command.h"
+#include "tool/command/Invocation.h"
+
+namespace tool {
+
+namespace {
+
+/// Below this the log loses lines, and an install fails.
+constexpr std::uint64_t kFewBytes = std::uint64_t{1} << 20;
+constexpr std::uint64_t kFewFiles = 16;
+
+constexpr std::string_view kReinstallProgram =
+    "install this program again: the router that it carries is missing or damaged";
+
+Check passed(std::string name, std::string found) {
+  return {std::move(name), Check::State::Passed, std::move(found), {}, {}};
+}
+Check failed(std::string name, std::string found, std::string_view remedy,
+             const std::string& command = {}) {
+  std::string whole(remedy);
+  if (!command.empty()) whole += ": " + command;
+  return {std::move(name), Check::State::Failed, std::move(found), std::move(whole), command};
+}
+Check notAsked(std::string name, std::string why) {
+  return {std::move(name), Check::State::NotAsked, std::move(why), {}, {}};
+}
+
+Check replaceable(std::string name, std::string found, const RouterVersions& versions) {
+  return failed(std::move(name), std::move(found), "replace it by this program's",
+                commandLine(installArguments(versions)));
+}
+
+/// Endpoints are for the owner of the root alone.
+Check rootCheck(const RootState& root) {
+  const std::string name = "system root";
+  if (!root.problem.empty())
+    return failed(name, root.problem, "use a root of this user's own",
+                  commandLineOnOwnRoot({"install"}));
+  if (!root.exists) return passed(name, root.path + ": none yet; it is made by an install");
+  if (root.owner == ::geteuid()) return passed(name, root.path);
+  return failed(name,
+                root.path + " belongs to user " + std::to_string(root.owner) + ", and this user, " +
+                    std::to_string(::geteuid()) + ", may not connect to anything on it",
+                "install the router on this user's own root", commandLineOnOwnRoot({"install"}));
+}
+
+Check jobCheck(const RouterVersions& versions) {
+  if (!versions.installed)
+    return failed("job", versions.jobProblem, "install the router", commandLine({"install"}));
+  if (versions.installed->state == CopyState::NoPath)
+    return replaceable("job", versions.installed->problem, versions);
+  return passed("job", "there is one");
+}
+
+Check ownCopyCheck(const RouterCopy& copy) {
+  if (copy.state != CopyState::Complete) return failed("own copy", copy.problem, kReinstallProgram);
+  return passed("own copy", "version " + copy.version + ", " + copy.path);
+}
+
+Check installedCopyCheck(const RouterVersions& versions) {
+  const std::string name = "installed copy";
+  if (!versions.installed) return notAsked(name, "there is no job");
+  const RouterCopy& copy = *versions.installed;
+  if (copy.state != CopyState::Complete) return replaceable(name, copy.problem, versions);
+  return passed(name, "version " + copy.version + ", " + copy.path);
+}
+
+Check versionsCheck(const PresenceCheck& presence) {
+  const PresenceStep& step = presence.steps.back();
+  if (step.answer == Answer::NotAsked) return notAsked("versions", "there are not two");
+  if (step.answer == Answer::No) return replaceable("versions", step.found, presence.versions);
+  return passed("versions", step.found);
+}
+
+/// The steps say yes to everything, and the framework does not: something has changed in between.
+Check presenceCheck(const PresenceCheck& presence) {
+  const bool allSayYes = presence.steps.back().answer == Answer::Yes;
+  if (presence.installed) return passed("presence", "installed and current");
+  return failed("presence", "not installed, or not current",
+                allSayYes ? "ask again, it has changed meanwhile" : "see above",
+                allSayYes ? commandLine({"doctor"}) : std::string());
+}
+
+Check routerCheck(const Inventory& inventory) {
+  const std::string name = "running router";
+  if (!inventory.router) return passed(name, "none; it starts when an application connects");
+  const router::RouterStatus& running = *inventory.router;
+  const std::string found =
+      "process " + std::to_string(running.pid) + ", version " + running.version;
+  const auto& installed = inventory.presence.versions.installed;
+  if (installed && installed->state == CopyState::Complete &&
+      installed->version != running.version) {
+    return failed(name, found + ", while version " + installed->version + " is installed",
+                  "end it; the installed one starts when an application connects",
+                  "kill " + std::to_string(running.pid));
+  }
+  return passed(name, found + ", " + std::to_string(running.sessions.size()) +
+                          " sessions, reports lost: " + std::to_string(running.lost));
+}
+
+/// A router that has come up says so itself; one that is only just started may end as the last did.
+bool endedBadly(const platform::JobStatus& job,
+                const std::optional<router::RouterStatus>& running) {
+  const bool isUp = running && running->pid == job.processIdentifier;
+  return !isUp && !job.lastEnd.empty() && job.lastEnd != "exited with status 0";
+}
+
+Check badEndCheck(const platform::JobStatus& job) {
+  std::string found = "it " + job.lastEnd;
+  if (job.heldBackMilliseconds != 0)
+    found += ", and is held back for another " + std::to_string(job.heldBackMilliseconds) + " ms";
+  return failed("job " + job.label, found, "see why", commandLine({"log"}));
+}
+
+Check jobDaemonProblem(const JobDaemonState& daemon) {
+  const std::string name = "job daemon";
+  if (!daemon.asked)
+    return failed(name, daemon.problem, "install this program again: a part of it is missing");
+  if (daemon.process <= 0)
+    return failed(name, daemon.problem, "ask again", commandLine({"doctor"}));
+  return failed(name, daemon.problem, "end its process; another one starts when it is needed",
+                "kill -KILL " + std::to_string(daemon.process));
+}
+
+/// The daemon, and jobs that ended badly.
+void addJobChecks(std::vector<Check>& checks, const Inventory& inventory) {
+  const JobDaemonState& daemon = inventory.jobDaemon;
+  const std::string name = "job daemon";
+  if (daemon.isForOthers) {
+    checks.push_back(notAsked(name, "this user may not ask it"));
+  } else if (!daemon.problem.empty()) {
+    checks.push_back(jobDaemonProblem(daemon));
+  } else if (!daemon.reply) {
+    checks.push_back(passed(name, "none runs; it starts when it is needed"));
+  } else {
+    checks.push_back(
+        passed(name, "process " + std::to_string(daemon.reply->daemonProcessIdentifier)));
+    for (const auto& job : daemon.reply->jobs) {
+      if (endedBadly(job, inventory.router)) checks.push_back(badEndCheck(job));
+    }
+  }
+}
+
+bool isServed(const std::string& service, const JobDaemonState& daemon) {
+  return daemon.reply && std::ranges::any_of(daemon.reply->jobs, [&](const auto& job) {
+           return std::ranges::count(job.services, service) > 0;
+         });
+}
+
+/// A daemon that comes up makes its endpoints anew.
+std::string endDaemon(const JobDaemonState& daemon) {
+  return "kill " + std::to_string(daemon.reply->daemonProcessIdentifier);
+}
+
+Check endpointCheck(const Endpoint& endpoint, const JobDaemonState& daemon) {
+  const std::string name = "endpoint";
+  if (!endpoint.problem.empty() && !endpoint.exists)
+    return failed(name, endpoint.problem, "install the router again", commandLine({"install"}));
+  if (!endpoint.problem.empty()) {
+    const std::string path = shellWord(endpoint.path);
+    return failed(name, endpoint.problem, "find out who made it, and move it away",
+                  "mv -f " + path + " " + shellWord(endpoint.path + ".removed") +
+                      (daemon.reply ? " && " + endDaemon(daemon) : std::string()));
+  }
+  if (!endpoint.exists && isServed(endpoint.service, daemon))
+    return failed(name, endpoint.path + ": is gone, though the job daemon listens for it",
+                  "end the job daemon; it makes it anew when it comes up", endDaemon(daemon));
+  if (!endpoint.exists) return passed(name, "none; it is made when it is needed");
+  if (!endpoint.mayConnect && endpoint.owner == ::geteuid())
+    return failed(name, endpoint.path + ": nobody may connect to it", "let its owner connect",
+                  "chmod u+rw " + shellWord(endpoint.path));
+  return passed(name, endpoint.path);
+}
+
+void addEndpointChecks(std::vector<Check>& checks, const Inventory& inventory) {
+  for (const Endpoint& endpoint : inventory.endpoints)
+    checks.push_back(endpointCheck(endpoint, inventory.jobDaemon));
+}
+
+void addDeviceChecks(std::vector<Check>& checks, const DeviceList& list) {
+  checks.push_back(passed("devices", std::to_string(list.devices.size()) + " can be routed"));
+  for (const std::string& problem : list.problems)
+    checks.push_back(failed("devices", problem,
+                            "put the file right, or remove the device as its list says",
+                            commandLine({"devices"})));
+}
+
+Check logCheck(const LogState& log) {
+  const std::string name = "log";
+  if (!log.problem.empty() && log.isFile)
+    return failed(name, log.problem, "as user " + std::to_string(log.owner) + ", its owner",
+                  "chmod a+r " + shellWord(log.path));
+  if (!log.problem.empty() && log.owner == static_cast<uid_t>(-1))
+    return failed(name, log.problem, "let this user read it");
+  if (!log.problem.empty())
+    return failed(name, log.problem, "move it away",
+                  "mv -f " + shellWord(log.path) + " " + shellWord(log.path + ".removed"));
+  if (!log.exists) return passed(name, "none yet; it begins with the first line of a job");
+  return passed(name, log.path + ", " + std::to_string(log.bytes) + " bytes");
+}
+
+Check diskCheck(const DiskState& disk) {
+  const std::string name = "disk";
+  if (!disk.problem.empty()) return failed(name, disk.problem, "see to the file system");
+  if (disk.freeBytes >= kFewBytes && disk.freeFiles >= kFewFiles)
+    return passed(name, std::to_string(disk.freeBytes >> 20) + " MiB free");
+  return failed(name,
+                "full: " + std::to_string(disk.freeBytes) + " bytes free on the system root's",
+                "make room: nothing can be installed, and the log loses lines");
+}
+
+std::string verdictOf(const PresenceCheck& presence, const std::vector<Check>& checks) {
+  const auto failures = std::ranges::count(checks, Check::State::Failed, &Check::state);
+  if (failures == 0) return "The router is installed, current and in order.";
+  std::string verdict = presence.installed ? "The router is installed and current, but "
+                        : presence.versions.installed
+                            ? "The router is not installed in this program's version: "
+                            : "The router is not installed: ";
+  return verdict + std::to_string(failures) + " of " + std::to_string(checks.size()) +
+         (failures == 1 ? " checks fails." : " checks fail.");
+}
+
+std::string coloured(std::string_view text, std::string_view code, bool colours) {
+  if (!colours) return std::string(text);
+  return "\x1b[" + std::string(code) + "m" + std::string(text) + "\x1b[0m";
+}
+
+std::string mark(Check::State state, bool colours) {
+  switch (state) {
+    case Check::State::Passed:
+      return coloured("ok  ", "32", colours);
+    case Check::State::Failed:
+      return coloured("FAIL", "1;31", colours);
+    case Check::State::NotAsked:
+      break;
+  }
+  return "-   ";
+}
+
+std::string lineOf(const Check& check, bool colours) {
+  std::string name = oneLine(check.name);
+  if (name.size() < 15) name.resize(15, ' ');
+  std::string line = mark(check.state, colours) + "  " + name + " " + oneLine(check.found);
+  if (!check.remedy.empty()) line += " -> " + oneLine(check.remedy);
+  return line + "\n";
+}
+
+}  // namespace
+
+Diagnosis diagnose(const Inventory& inventory) {
+  const PresenceCheck& presence = inventory.presence;
+  std::vector<Check> checks{rootCheck(inventory.rootState), jobCheck(presence.versions),
+                            ownCopyCheck(presence.versions.bundle),
+                            installedCopyCheck(presence.versions), versionsCheck(presence)};
+  // Only where the checks above do not explain the answer.
+  const bool explained = std::ranges::any_of(checks.begin() + 1, checks.end(), [](const Check& c) {
+    return c.state == Check::State::Failed;
+  });
+  if (presence.installed == explained) checks.push_back(presenceCheck(presence));
+  checks.push_back(routerCheck(inventory));
+  addJobChecks(checks, inventory);
+  addEndpointChecks(checks, inventory);
+  addDeviceChecks(checks, inventory.devices);
+  checks.push_back(logCheck(inventory.log));
+  checks.push_back(diskCheck(inventory.disk));
+  const bool inOrder = std::ranges::count(checks, Check::State::Failed, &Check::state) == 0;
+  return {verdictOf(presence, checks), inOrder, std::move(checks)};
+}
+
+std::string_view textOf(Check::State state) {
+  switch (state) {
+    case Check::State::Passed:
+      return "passed";
+    case Check::State::Failed:
+      return "failed";
+    case Check::State::NotAsked:
+      break;
+  }
+  return "not asked";
+}
+
+std::string linesOf(const Diagnosis& diagnosis, bool colours) {
+  std::string text =
+      coloured(diagnosis.verdict, diagnosis.inOrder ? "1;32" : "1;31", colours) + "\n";
+  for (const Check& check : diagnosis.checks) text += lineOf(check, colours);
+  return text;
+}
+
+}  // namespace tool

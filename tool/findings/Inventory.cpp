@@ -1,0 +1,212 @@
+#include "tool/findings/Inventory.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <limits>
+
+#include "platform/foundation/NSBundle.h"
+#include "platform/services/FileDescriptor.h"
+#include "platform/services/RootFiles.h"
+#include "platform/services/UnixSocket.h"
+#include "tool/command/Command.h"
+
+namespace tool {
+
+namespace {
+
+using platform::SystemRoot;
+
+std::string withCause(const std::string& what, int error) {
+  return what + ": " + describeErrno(error);
+}
+
+/// The program that would be started as the root's job daemon.
+std::string jobDaemonProgram() {
+  const char* const named = ::secure_getenv("WLHID_JOBD");
+  if (named != nullptr && *named != '\0') return named;
+  const auto bundle = platform::NSBundle::mainBundle()->bundlePath();
+  return bundle ? bundle->UTF8String() + "/Contents/Helpers/wlhid-jobd" : std::string();
+}
+
+std::string whyNotStartable() {
+  const std::string program = jobDaemonProgram();
+  if (program.empty()) return "it is not known where the job daemon's program lies";
+  return ::access(program.c_str(), X_OK) == 0
+             ? std::string()
+             : withCause("the job daemon's program " + program, errno);
+}
+
+bool mayConnectTo(const std::string& endpoint) {
+  return ::faccessat(AT_FDCWD, endpoint.c_str(), W_OK, AT_EACCESS) == 0;
+}
+
+/// Who listens at the daemon's endpoint, whether it answers or not; -1 where nobody does.
+pid_t processAtControlEndpoint(const SystemRoot& root) try {
+  const auto directory = platform::openRoot(root);
+  const auto run = directory ? platform::openDirectoryBelow(directory.get(), "var/run", false)
+                             : platform::FileDescriptor();
+  if (!run) return -1;
+  const auto socket = platform::connectUnixSocketAt(
+      run.get(), root.controlEndpoint().filename().string(), SOCK_STREAM | SOCK_NONBLOCK);
+  const auto peer = socket ? platform::peerCredentials(socket.get()) : std::nullopt;
+  return peer ? peer->process : -1;
+} catch (const std::exception&) {
+  return -1;
+}
+
+/// Clients connect to endpoints of root's and of their own user's only.
+std::string endpointProblem(const Endpoint& endpoint) {
+  if (!S_ISSOCK(endpoint.mode)) return endpoint.path + ": not a socket";
+  if (platform::isTrustedUser(endpoint.owner)) return {};
+  return endpoint.path + ": belongs to user " + std::to_string(endpoint.owner) +
+         ", neither to root nor to this user";
+}
+
+Endpoint endpointOf(const SystemRoot& root, const std::string& service) {
+  Endpoint endpoint;
+  endpoint.service = service;
+  if (!SystemRoot::isValidLabel(service)) {
+    endpoint.problem = "\"" + oneLine(service) + "\" is no valid name of a service";
+    return endpoint;
+  }
+  endpoint.path = root.endpoint(service);
+  struct stat status {};
+  if (::lstat(endpoint.path.c_str(), &status) != 0) {
+    if (errno != ENOENT) endpoint.problem = withCause(endpoint.path, errno);
+    return endpoint;
+  }
+  endpoint.exists = true;
+  endpoint.owner = status.st_uid;
+  endpoint.mode = status.st_mode;
+  endpoint.mayConnect = mayConnectTo(endpoint.path);
+  endpoint.problem = endpointProblem(endpoint);
+  return endpoint;
+}
+
+/// The directory itself, or the nearest one above it that is there.
+std::filesystem::path nearestExisting(std::filesystem::path directory) {
+  const auto isMissing = [](const std::filesystem::path& path) {
+    std::error_code ignored;  // what cannot be looked at is not missing
+    return std::filesystem::status(path, ignored).type() == std::filesystem::file_type::not_found;
+  };
+  while (directory.has_relative_path() && isMissing(directory)) directory = directory.parent_path();
+  return directory;
+}
+
+}  // namespace
+
+std::optional<router::RouterStatus> runningRouter(const SystemRoot& root) {
+  auto status = router::readRouterStatus(root);
+  if (status && !status->isRunning) status.reset();
+  return status;
+}
+
+JobDaemonState askJobDaemon(const SystemRoot& root) {
+  JobDaemonState daemon;
+  try {
+    daemon.reply = platform::JobDaemon(root).status();
+    daemon.asked = daemon.reply.has_value();
+    std::error_code ignored;
+    daemon.isForOthers = !daemon.asked &&
+                         std::filesystem::exists(root.controlEndpoint(), ignored) &&
+                         !mayConnectTo(root.controlEndpoint());
+    if (!daemon.asked && !daemon.isForOthers && !root.isSystem())
+      daemon.problem = whyNotStartable();
+  } catch (const std::exception& error) {
+    daemon.asked = true;
+    daemon.problem = std::string("the job daemon cannot be asked: ") + error.what();
+    daemon.process = processAtControlEndpoint(root);
+  }
+  return daemon;
+}
+
+std::vector<Endpoint> endpointsOf(const SystemRoot& root,
+                                  const std::vector<std::string>& services) {
+  std::vector<Endpoint> endpoints;
+  endpoints.reserve(services.size());
+  for (const std::string& service : services) endpoints.push_back(endpointOf(root, service));
+  return endpoints;
+}
+
+DeviceList devicesOf(const SystemRoot& root) {
+  DeviceList list;
+  try {
+    list.devices = router::listDevices(root, &list.problems);
+  } catch (const std::exception& error) {
+    list.problems.emplace_back(error.what());
+  }
+  return list;
+}
+
+LogState logOf(const SystemRoot& root) {
+  LogState log;
+  log.path = root.systemLog();
+  const platform::FileDescriptor file(
+      ::open(log.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  const int error = file ? 0 : errno;
+  log.exists = error != ENOENT;
+  struct stat status {};
+  if (::stat(log.path.c_str(), &status) == 0) {
+    log.isFile = S_ISREG(status.st_mode);
+    log.owner = status.st_uid;
+  }
+  if (!file) {
+    if (log.exists) log.problem = withCause(log.path, error);
+    return log;
+  }
+  if (::fstat(file.get(), &status) != 0) {
+    log.problem = withCause(log.path, errno);
+  } else if (!S_ISREG(status.st_mode)) {
+    log.problem = log.path + ": not a regular file";
+  } else {
+    log.bytes = static_cast<std::uint64_t>(status.st_size);
+  }
+  return log;
+}
+
+RootState stateOf(const SystemRoot& root) {
+  RootState state;
+  state.path = root.path();
+  struct stat status {};
+  if (::stat(state.path.c_str(), &status) == 0) {
+    state.exists = true;
+    state.owner = status.st_uid;
+    if (!S_ISDIR(status.st_mode)) state.problem = state.path + ": " + describeErrno(ENOTDIR);
+  } else if (errno != ENOENT) {
+    state.problem = withCause(state.path, errno);
+  }
+  return state;
+}
+
+DiskState diskOf(const SystemRoot& root) {
+  struct statvfs status {};
+  const std::string directory = nearestExisting(root.path());
+  if (::statvfs(directory.c_str(), &status) != 0) return {0, 0, withCause(directory, errno)};
+  const bool counted = status.f_files != 0;
+  return {static_cast<std::uint64_t>(status.f_bavail) * status.f_frsize,
+          counted ? status.f_favail : std::numeric_limits<std::uint64_t>::max(),
+          {}};
+}
+
+Inventory takeInventory(const SystemRoot& root) {
+  PresenceCheck presence = checkPresence();
+  auto endpoints = endpointsOf(root, presence.versions.services);
+  return {root,
+          stateOf(root),
+          std::move(presence),
+          runningRouter(root),
+          askJobDaemon(root),
+          std::move(endpoints),
+          devicesOf(root),
+          logOf(root),
+          diskOf(root)};
+}
+
+}  // namespace tool

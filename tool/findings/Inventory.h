@@ -1,0 +1,96 @@
+// What there is on a system root: the router in its versions, jobs, endpoints, devices, the log.
+//
+// Threading: the main thread. Ownership: values.
+// Errors: a part that cannot be read is empty, and why is told beside it; no part stands in the way
+//   of another.
+// Order: none. Nothing is started and nothing is changed.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/services/JobDaemon.h"
+#include "platform/services/SystemRoot.h"
+#include "router/Devices.h"
+#include "router/RouterStatus.h"
+#include "tool/findings/PresenceCheck.h"
+
+namespace tool {
+
+/// The socket under which a service of the job is reached.
+struct Endpoint {
+  std::string service;
+  std::string path;
+  bool exists = false;
+  uid_t owner = static_cast<uid_t>(-1);
+  mode_t mode = 0;
+  bool mayConnect = false;  ///< the file's mode lets this user
+  std::string
+      problem;  ///< why no client would connect to it; empty where nothing speaks against it
+};
+
+struct JobDaemonState {
+  bool asked = false;                           ///< one runs, or seems to
+  std::optional<platform::ControlReply> reply;  ///< of a daemon that runs
+  std::string problem;                          ///< why it cannot be asked, or could not be started
+  bool isForOthers = false;                     ///< its endpoint is there, and not for this user
+  pid_t process = -1;                           ///< who holds its endpoint, where it has a problem
+};
+
+struct RootState {
+  std::string path;
+  bool exists = false;
+  uid_t owner = static_cast<uid_t>(-1);
+  std::string problem;  ///< why it cannot be looked at
+};
+
+struct DiskState {
+  std::uint64_t freeBytes = 0;
+  std::uint64_t freeFiles = 0;  ///< the largest number where the file system has no such bound
+  std::string problem;
+};
+
+struct LogState {
+  std::string path;
+  bool exists = false;
+  bool isFile = false;
+  uid_t owner = static_cast<uid_t>(-1);
+  std::uint64_t bytes = 0;
+  std::string problem;  ///< why it cannot be read
+};
+
+struct DeviceList {
+  std::vector<router::DeviceDescription> devices;
+  std::vector<std::string> problems;  ///< "file: cause" of each configuration that cannot be used
+};
+
+/// The router's own word, of a router that runs.
+[[nodiscard]] std::optional<router::RouterStatus> runningRouter(const platform::SystemRoot& root);
+[[nodiscard]] JobDaemonState askJobDaemon(const platform::SystemRoot& root);
+[[nodiscard]] std::vector<Endpoint> endpointsOf(const platform::SystemRoot& root,
+                                                const std::vector<std::string>& services);
+[[nodiscard]] DeviceList devicesOf(const platform::SystemRoot& root);
+[[nodiscard]] LogState logOf(const platform::SystemRoot& root);
+[[nodiscard]] RootState stateOf(const platform::SystemRoot& root);
+/// Of the file system that the root lies on, or would.
+[[nodiscard]] DiskState diskOf(const platform::SystemRoot& root);
+
+struct Inventory {
+  platform::SystemRoot root;
+  RootState rootState;
+  PresenceCheck presence;
+  std::optional<router::RouterStatus> router;
+  JobDaemonState jobDaemon;
+  std::vector<Endpoint> endpoints;
+  DeviceList devices;
+  LogState log;
+  DiskState disk;
+};
+
+[[nodiscard]] Inventory takeInventory(const platform::SystemRoot& root);
+
+}  // namespace tool

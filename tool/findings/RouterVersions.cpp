@@ -1,0 +1,145 @@
+#include "tool/findings/RouterVersions.h"
+
+#include <algorithm>
+
+#include "WLHIDAccess/KQPrivilegedHelperManager.h"
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "platform/foundation/NSArray.h"
+#include "platform/foundation/NSBundle.h"
+#include "platform/foundation/NSDictionary.h"
+#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/services/InstalledJob.h"
+#include "platform/services/ServiceManagement.h"
+#include "platform/services/SystemRoot.h"
+#include "tool/command/Command.h"
+#include "tool/files/Files.h"
+#include "tool/command/Numbers.h"
+
+namespace tool {
+
+namespace {
+
+using platform::NSArray;
+using platform::NSDictionary;
+using platform::NSString;
+using platform::objectCast;
+using platform::SystemRoot;
+
+constexpr std::string_view kBundleVersionKey = "CFBundleVersion";
+
+RouterCopy incomplete(const std::string& path, CopyState state, std::string problem) {
+  return {path, {}, state, std::move(problem), nullptr};
+}
+
+/// Why the file gives no bytes.
+std::string whyUnreadable(const std::string& path) {
+  try {
+    static_cast<void>(readWholeFile(path));
+  } catch (const Failure& failure) {
+    return failure.what();
+  }
+  return path + ": cannot be read";
+}
+
+/// As the presence check reads it: the file, its section, the list in it, the version.
+RouterCopy copyAt(const std::string& path, const std::string& whyNoPath) {
+  if (path.empty()) return incomplete(path, CopyState::NoPath, whyNoPath);
+  const auto data = platform::NSData::dataWithContentsOfFile(NSString::stringWithUTF8(path));
+  if (!data) return incomplete(path, CopyState::Unreadable, whyUnreadable(path));
+  const auto bytes = KQPrivilegedHelperManager::extractInfoPlistFromData(data);
+  if (!bytes)
+    return incomplete(path, CopyState::NoEmbeddedList, path + ": has no embedded property list");
+  const auto list =
+      platform::NSPropertyListSerialization::propertyListWithData_options_format_error(
+          bytes, 0, nullptr, nullptr);
+  if (!list)
+    return incomplete(path, CopyState::BadList, path + ": its embedded property list is damaged");
+  const auto dictionary = objectCast<NSDictionary>(list);
+  const auto version = dictionary ? dictionary->objectForKey(kBundleVersionKey) : nullptr;
+  if (!version)
+    return incomplete(path, CopyState::NoVersion,
+                      path + ": its embedded property list has no version");
+  return {path, version->description(), CopyState::Complete, {}, version};
+}
+
+std::string bundleCopyPath() {
+  const auto bundle = platform::NSBundle::mainBundle()->bundlePath();
+  if (!bundle) return {};
+  return bundle->UTF8String() + "/Contents/Library/LaunchServices/" +
+         std::string(WLHIDEventRouterLabel);
+}
+
+std::string executableOf(const NSDictionary& job) {
+  const auto arguments = objectCast<NSArray>(job.objectForKey("ProgramArguments"));
+  if (!arguments || arguments->count() == 0) return {};
+  const auto path = objectCast<NSString>(arguments->objectAtIndex(0));
+  return path ? path->UTF8String() : std::string();
+}
+
+/// The number in front of the first dot, which is taken off with it; nothing where it is none.
+std::optional<std::uint64_t> takeNumber(std::string_view& version) {
+  const std::size_t dot = std::min(version.find('.'), version.size());
+  const auto number = parseNumber(version.substr(0, dot));
+  version.remove_prefix(std::min(dot + 1, version.size()));
+  return number;
+}
+
+std::string whyNoJob(const SystemRoot& root) {
+  std::string reason = "there is one now";
+  static_cast<void>(platform::installedJob(root, std::string(WLHIDEventRouterLabel), &reason));
+  return reason;
+}
+
+std::string jobProblem() {
+  try {
+    return whyNoJob(SystemRoot::current());
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+}
+
+std::vector<std::string> servicesOf(const NSDictionary& job) {
+  std::vector<std::string> names;
+  const auto services = objectCast<NSDictionary>(job.objectForKey("MachServices"));
+  if (!services) return names;
+  for (const auto& [name, value] : services->entries()) names.push_back(name->description());
+  return names;
+}
+
+}  // namespace
+
+RouterVersions readRouterVersions() {
+  RouterVersions versions;
+  versions.bundle = copyAt(bundleCopyPath(), "it is not known where this program lies");
+  const auto job = platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd,
+                                                 platform::str(WLHIDEventRouterLabel));
+  if (!job) {
+    versions.jobProblem = jobProblem();
+    return versions;
+  }
+  versions.installed = copyAt(executableOf(*job), "the job names no executable");
+  versions.services = servicesOf(*job);
+  return versions;
+}
+
+bool isNewer(std::string_view a, std::string_view b) {
+  while (!a.empty() || !b.empty()) {
+    const auto first = a.empty() ? 0 : takeNumber(a);
+    const auto second = b.empty() ? 0 : takeNumber(b);
+    if (!first || !second) return false;
+    if (*first != *second) return *first > *second;
+  }
+  return false;
+}
+
+bool isDowngrade(const RouterVersions& versions) {
+  return versions.installed && isNewer(versions.installed->version, versions.bundle.version);
+}
+
+std::vector<std::string> installArguments(const RouterVersions& versions) {
+  std::vector<std::string> arguments{"install"};
+  if (isDowngrade(versions)) arguments.emplace_back("--force");
+  return arguments;
+}
+
+}  // namespace tool

@@ -1,0 +1,19 @@
+#include "tool/installing/Installation.h"
+
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "tool/command/Command.h"
+
+namespace tool {
+
+void installRouter(const std::shared_ptr<platform::NSString>& prompt) {
+  bool installed = false;
+  std::shared_ptr<platform::NSError> reason;
+  WLHIDEventRouterClient::installWithPrompt_completionHandler(
+      prompt, [&](bool success, const std::shared_ptr<platform::NSError>& error) {
+        installed = success;
+        reason = error;
+      });
+  if (!installed) throw Failure("the router was not installed: " + describeError(reason));
+}
+
+}  // namespace tool

@@ -1,0 +1,64 @@
+// A diagnostic report: what a person attaches when something does not work.
+//
+//   wlhid-report/doctor.txt              the verdict and its checks, for people
+//   wlhid-report/presence.json           versions, and each step of the presence check
+//   wlhid-report/jobs.json               jobs, endpoints and their owners, the router's sessions
+//   wlhid-report/devices.json            what can be routed
+//   wlhid-report/trial.json              where a device was tried: how far it came
+//   wlhid-report/modules/<id>/<file>     what the log modules offer: the excerpt of the system log,
+//                                        the last lines of the framework's own log
+//   wlhid-report/recordings/<id>.hid     with input only: the recordings that are set up as devices
+//   wlhid-report/manifest.json           the last: what is there, what is missing and why
+//
+// Without input, everything that others wrote goes through a Redactor (see Redaction.h).
+//
+// Threading: the main thread. Ownership: the archive is the caller's.
+// Errors: what cannot be had is named in the manifest and leaves the rest alone. Failure when the
+//   archive cannot be written.
+// Order: as above.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/services/SystemRoot.h"
+#include "tool/report/ReportArchive.h"
+
+namespace tool {
+
+struct ReportRequest {
+  platform::SystemRoot root;
+  bool withInput = false;
+  std::optional<std::uint64_t> deviceToTry;  ///< nothing: none is tried, and nothing is started
+  /// Called as each step begins; may be empty.
+  std::function<void(std::string_view what)> onStep;
+};
+
+struct ReportPart {
+  std::string name;
+  std::string description;
+  std::string category;
+  std::uint64_t bytes = 0;
+};
+
+struct MissingPart {
+  std::string part;
+  std::string problem;
+};
+
+struct ReportResult {
+  std::vector<ReportPart> parts;
+  std::vector<MissingPart> missing;
+  std::string manifest;  ///< as it stands in the archive
+};
+
+/// How often onStep will be called, with the modules that there are now.
+[[nodiscard]] int reportSteps(const ReportRequest& request);
+/// Writes all parts, not the archive's end.
+[[nodiscard]] ReportResult writeReport(const ReportRequest& request, ReportArchive& archive);
+
+}  // namespace tool

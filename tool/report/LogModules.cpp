@@ -1,0 +1,137 @@
+#include "tool/report/LogModules.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+
+#include "platform/kit/KQLogger.h"
+#include "tool/command/Command.h"
+
+namespace tool {
+
+namespace {
+
+using platform::KQLogFile;
+using platform::KQLogModuleFileProvider;
+
+/// The first answer to a question, whenever and from wherever it comes.
+template <class T>
+class FirstAnswer {
+ public:
+  void set(T value) {
+    {
+      const std::lock_guard lock(mutex_);
+      if (answer_) return;
+      answer_ = std::move(value);
+    }
+    arrived_.notify_all();
+  }
+  std::optional<T> wait(std::chrono::milliseconds patience) {
+    std::unique_lock lock(mutex_);
+    arrived_.wait_for(lock, patience, [this] { return answer_.has_value(); });
+    return answer_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable arrived_;
+  std::optional<T> answer_;
+};
+
+struct Files {
+  std::vector<std::shared_ptr<KQLogFile>> files{};
+  std::string problem{};
+};
+
+std::string problemOf(const std::shared_ptr<platform::NSError>& error) {
+  return error ? describeError(error) : std::string();
+}
+
+std::string noAnswer(std::chrono::milliseconds patience) {
+  return "gave no answer within " + std::to_string(patience.count()) + " ms";
+}
+
+/// Asks, and waits for the first answer. `ask` is given the place for it.
+template <class T, class Ask>
+T answerTo(const Ask& ask, std::chrono::milliseconds patience) {
+  // Shared with the handler, which may be kept and called when nobody waits any more.
+  const auto answer = std::make_shared<FirstAnswer<T>>();
+  std::string problem;
+  try {
+    ask(answer);
+  } catch (const std::exception& error) {
+    problem = std::string("failed: ") + error.what();
+  } catch (...) {
+    problem = "failed";
+  }
+  // One that has failed may have answered before.
+  T given = answer->wait(problem.empty() ? patience : std::chrono::milliseconds(0))
+                .value_or(T{.problem = noAnswer(patience)});
+  if (!problem.empty()) given.problem = problem;
+  return given;
+}
+
+Files filesOf(KQLogModuleFileProvider& provider, std::chrono::milliseconds patience) {
+  return answerTo<Files>(
+      [&](const auto& answer) {
+        provider.provideFilesWithCompletionHandler(
+            [answer](const std::shared_ptr<platform::NSError>& error,
+                     const std::vector<std::shared_ptr<KQLogFile>>& files) {
+              answer->set({files, problemOf(error)});
+            });
+      },
+      patience);
+}
+
+std::string pathOf(const std::shared_ptr<platform::NSURL>& url, std::string& problem) {
+  if (!url) return {};
+  const auto path = url->path();
+  if (!path) problem = "is at " + url->description() + ", which is no file";
+  return textOf(path);
+}
+
+ModuleContent contentOf(const std::shared_ptr<platform::NSError>& error,
+                        const std::shared_ptr<platform::NSURL>& url,
+                        const std::shared_ptr<platform::NSData>& data, bool removeFile) {
+  ModuleContent content;
+  content.problem = problemOf(error);
+  content.data = data;
+  content.path = pathOf(url, content.problem);
+  content.removePath = removeFile;
+  return content;
+}
+
+}  // namespace
+
+std::vector<ModuleFiles> askLogModules(std::chrono::milliseconds patience) {
+  std::vector<ModuleFiles> answers;
+  for (const auto& module : platform::KQLogger::sharedLogger().modules()) {
+    auto* const provider = dynamic_cast<KQLogModuleFileProvider*>(module.get());
+    if (provider == nullptr) continue;
+    Files files = filesOf(*provider, patience);
+    answers.push_back({textOf(module->identifier()), textOf(module->name()), std::move(files.files),
+                       std::move(files.problem)});
+  }
+  return answers;
+}
+
+ModuleContent readModuleFile(const std::shared_ptr<KQLogFile>& file,
+                             std::chrono::milliseconds patience) {
+  if (!file || !file->source()) return {nullptr, {}, false, "has no source"};
+  return answerTo<ModuleContent>(
+      [&](const auto& answer) {
+        file->source()(file,
+                       [answer](const std::shared_ptr<platform::NSError>& error,
+                                const std::shared_ptr<platform::NSURL>& url,
+                                const std::shared_ptr<platform::NSData>& data, bool removeFile) {
+                         answer->set(contentOf(error, url, data, removeFile));
+                       });
+      },
+      patience);
+}
+
+std::string textOf(const std::shared_ptr<platform::NSString>& string) {
+  return string ? string->UTF8String() : std::string();
+}
+
+}  // namespace tool

@@ -1,0 +1,53 @@
+#include "tool/routing/ClientLogWatch.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "tool/command/Command.h"
+#include "tool/terminal/Output.h"
+
+namespace tool {
+
+namespace {
+
+constexpr std::uint64_t kErrorLevel = 3;
+// The client's lines, as its log has them.
+constexpr std::string_view kInterruption =
+    "WLHIDEventRouterClient: xpcConnectionToService experienced an interruption";
+constexpr std::string_view kStartLost = "Error(S): %@";
+
+/// What the line means for a routing, or empty.
+std::string meaningOf(const platform::KQLogEntry& entry) {
+  if (entry.format == kInterruption) return "the router ended unexpectedly";
+  if (entry.format == kStartLost) return "the router gave no answer: " + std::string(entry.message);
+  return {};
+}
+
+void passOn(const platform::KQLogEntry& entry, std::uint64_t userLevel) {
+  if (entry.level < userLevel) return;
+  Output(STDERR_FILENO).write(oneLine(platform::renderLogEntry(entry)) + "\n");
+}
+
+}  // namespace
+
+ClientLogWatch::ClientLogWatch(Handler handler) : userLevel_(platform::KQLogger::logLevel()) {
+  auto sink = [handler = std::move(handler),
+               userLevel = userLevel_](const platform::KQLogEntry& entry) {
+    passOn(entry, userLevel);
+    const std::string meaning = meaningOf(entry);
+    if (!meaning.empty()) handler(meaning);
+  };
+  platform::KQLogger::sharedLogger().setSink(
+      std::make_shared<platform::KQLogSink>(std::move(sink)));
+  platform::KQLogger::setLogLevel(std::min(userLevel_, kErrorLevel));
+}
+
+ClientLogWatch::~ClientLogWatch() {
+  platform::KQLogger::setLogLevel(userLevel_);
+  // A line that was let through at the lower level may come only now, and is not shown then either.
+  platform::KQLogger::sharedLogger().setSink(std::make_shared<platform::KQLogSink>(
+      [userLevel = userLevel_](const platform::KQLogEntry& entry) { passOn(entry, userLevel); }));
+}
+
+}  // namespace tool

@@ -1,0 +1,74 @@
+#include "tool/routing/RouteSummary.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <thread>
+
+#include "tool/command/Command.h"
+#include "tool/findings/Inventory.h"
+#include "tool/command/Numbers.h"
+
+namespace tool {
+
+namespace {
+
+constexpr std::chrono::milliseconds kPatience{500};
+constexpr std::chrono::milliseconds kPause{10};
+
+std::string decimal(const char* format, double number) {
+  std::array<char, 64> text{};
+  std::snprintf(text.data(), text.size(), format, number);
+  return text.data();
+}
+
+bool hasSessionOfOurs(const router::RouterStatus& status) {
+  return std::ranges::count(status.sessions, ::getpid(), &router::SessionStatus::pid) > 0;
+}
+
+}  // namespace
+
+std::string routeHeader(const std::string& name, std::uint64_t registryEntryID) {
+  const std::string id = hexadecimal(registryEntryID);
+  return (name.empty() ? "Device " + id : oneLine(name) + " (" + id + ")") +
+         "; Ctrl-C ends it. Keys and buttons that are up are left out.\n"
+         "  SECONDS  WHAT     ID  BYTES, OR VALUES BY NAME\n";
+}
+
+LossCount::LossCount(platform::SystemRoot root) : root_(std::move(root)) {
+  const auto status = runningRouter(root_);
+  if (!status) return;
+  router_ = status->pid;
+  before_ = status->lost;
+}
+
+std::optional<Losses> LossCount::take() const {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  auto status = runningRouter(root_);
+  // No event tells that the router has written its word anew.
+  while (status && hasSessionOfOurs(*status) && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(kPause);
+    status = runningRouter(root_);
+  }
+  const bool isTheSame = status && (router_ == -1 || status->pid == router_);
+  if (!isTheSame || hasSessionOfOurs(*status)) return std::nullopt;
+  return Losses{status->lost - std::min(before_, status->lost), !status->sessions.empty()};
+}
+
+std::string routeSummary(std::uint64_t reports, std::chrono::microseconds time,
+                         const std::optional<Losses>& losses) {
+  const double seconds = static_cast<double>(time.count()) / 1e6;
+  std::string text = std::to_string(reports) + (reports == 1 ? " report" : " reports") + " in " +
+                     decimal("%.2f s", seconds);
+  if (reports > 1 && seconds > 0)
+    text += decimal(", %.1f a second", static_cast<double>(reports) / seconds);
+  if (losses) {
+    text += "; " + (losses->reports == 0 ? "none" : std::to_string(losses->reports)) + " lost";
+    if (losses->ofOthersToo && losses->reports != 0) text += ", by all that were routing";
+  }
+  return text + "\n";
+}
+
+}  // namespace tool

@@ -1,0 +1,28 @@
+#include "tool/routing/StartWatch.h"
+
+#include <algorithm>
+
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "tool/findings/Inventory.h"
+
+namespace tool {
+
+std::optional<std::string> StartWatch::ask() {
+  const JobDaemonState daemon = askJobDaemon(root_);
+  if (!daemon.problem.empty()) return daemon.problem;
+  if (!daemon.reply) return std::nullopt;
+  const auto job =
+      std::ranges::find(daemon.reply->jobs, WLHIDEventRouterLabel, &platform::JobStatus::label);
+  return job == daemon.reply->jobs.end() ? std::nullopt : take(*job);
+}
+
+std::optional<std::string> StartWatch::take(const platform::JobStatus& job) {
+  const auto ends = static_cast<std::uint64_t>(job.starts - (job.processIdentifier == 0 ? 0 : 1));
+  if (!endsBefore_) endsBefore_ = ends;
+  const std::uint64_t since = ends - std::min(*endsBefore_, ends);
+  const auto heldBack = static_cast<std::uint64_t>(job.heldBackMilliseconds);
+  if (since < kEnds && heldBack < kLongHoldBack) return std::nullopt;
+  return "the router does not come up: it " + job.lastEnd + ", again and again";
+}
+
+}  // namespace tool

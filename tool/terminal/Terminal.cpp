@@ -1,0 +1,63 @@
+#include "tool/terminal/Terminal.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "platform/foundation/PrintableText.h"
+#include "tool/command/Command.h"
+#include "tool/terminal/Output.h"
+
+namespace tool {
+
+namespace {
+
+constexpr std::size_t kUsualColumns = 80;
+constexpr std::string_view kClearLine = "\r\x1b[K";
+
+bool isTerminalWithMovement(int descriptor) {
+  const char* const kind = ::secure_getenv("TERM");
+  return ::isatty(descriptor) == 1 && kind != nullptr && *kind != '\0' &&
+         std::string_view(kind) != "dumb";
+}
+
+}  // namespace
+
+bool showsColours(int descriptor) {
+  const char* const unwanted = ::secure_getenv("NO_COLOR");
+  return (unwanted == nullptr || *unwanted == '\0') && isTerminalWithMovement(descriptor);
+}
+
+std::size_t columnsOfTerminal(int descriptor) {
+  if (::isatty(descriptor) != 1) return 0;
+  winsize size{};
+  if (::ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kUsualColumns;
+  return size.ws_col;
+}
+
+void printBytes(std::string_view bytes) {
+  if (::isatty(STDOUT_FILENO) != 1) return print(bytes);
+  std::string text = platform::printableText(bytes);
+  if (!text.empty() && text.back() != '\n') text += '\n';
+  print(text);
+}
+
+Progress::Progress(int steps) : steps_(steps), shown_(isTerminalWithMovement(STDERR_FILENO)) {}
+
+Progress::~Progress() {
+  if (shown_ && done_ > 0) Output(STDERR_FILENO).write(kClearLine);
+}
+
+void Progress::step(std::string_view what) {
+  ++done_;
+  if (!shown_) return;
+  std::string line = "[" + std::to_string(std::min(done_, steps_)) + "/" + std::to_string(steps_) +
+                     "] " + platform::printableLine(what);
+  // In the last column a terminal would begin a new line.
+  line = platform::printableLine(line, columnsOfTerminal(STDERR_FILENO) - 1);
+  Output(STDERR_FILENO).write(std::string(kClearLine) + line);
+}
+
+}  // namespace tool

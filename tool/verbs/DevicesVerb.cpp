@@ -1,0 +1,188 @@
+// wlhid devices: what can be routed, and recordings set up as devices.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "platform/foundation/PrintableText.h"
+#include "platform/services/SystemRoot.h"
+#include "router/Devices.h"
+#include "tool/command/Command.h"
+#include "tool/routing/DeviceNames.h"
+#include "tool/command/Invocation.h"
+#include "tool/command/Numbers.h"
+
+namespace tool {
+
+namespace {
+
+using platform::SystemRoot;
+using router::DeviceDescription;
+
+std::string identity(const DeviceDescription& device) {
+  std::array<char, 32> text;
+  std::snprintf(text.data(), text.size(), "%04x:%04x:%04x", device.bus & 0xffff,
+                device.vendor & 0xffff, device.product & 0xffff);
+  return text.data();
+}
+
+std::string asJson(const std::vector<DeviceDescription>& devices) {
+  auto list = nlohmann::ordered_json::array();
+  for (const DeviceDescription& device : devices) {
+    list.push_back({{"registryEntryID", device.registryEntryID},
+                    {"name", device.name},
+                    {"bus", device.bus},
+                    {"vendor", device.vendor},
+                    {"product", device.product},
+                    {"source", device.source}});
+  }
+  return list.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
+
+/// A name as a column of a table takes it.
+std::string nameColumn(const DeviceDescription& device) {
+  constexpr std::size_t kWidest = 40;
+  return platform::printableLine(device.name, kWidest);
+}
+
+std::size_t characters(std::string_view text) {
+  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+    return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U;
+  }));
+}
+
+std::string padded(std::string text, std::size_t width) {
+  const std::size_t length = characters(text);
+  if (length < width) text.append(width - length, ' ');
+  return text;
+}
+
+std::string asTable(const std::vector<DeviceDescription>& devices) {
+  std::size_t width = std::string_view("NAME").size();
+  for (const DeviceDescription& device : devices)
+    width = std::max(width, characters(nameColumn(device)));
+  std::string table = padded("REGISTRY ENTRY ID", 20) + padded("NAME", width + 2) +
+                      padded("BUS:VENDOR:PRODUCT", 20) + "SOURCE\n";
+  for (const DeviceDescription& device : devices) {
+    table += padded(hexadecimal(device.registryEntryID), 20) +
+             padded(nameColumn(device), width + 2) + padded(identity(device), 20) +
+             platform::printableLine(device.source) + "\n";
+  }
+  return table;
+}
+
+/// A configuration's name as an argument that is no option.
+std::string typed(const std::string& configuration) {
+  return (configuration.starts_with('-') ? "name:" : "") + configuration;
+}
+
+/// What to type to be rid of the configuration that has the problem; empty where none has it.
+std::string removalOf(const std::string& problem) {
+  for (const auto& configured : router::configuredReplayDevices(SystemRoot::current())) {
+    if (configured.problem == problem)
+      return " (" + commandLine({"devices", "remove", typed(configured.configuration)}) +
+             " takes it away)";
+  }
+  return {};
+}
+
+int list(bool json) {
+  std::vector<std::string> problems;
+  const auto devices = router::listDevices(SystemRoot::current(), &problems);
+  for (const std::string& problem : problems) complain(problem + removalOf(problem));
+  if (json) {
+    print(asJson(devices));
+  } else if (devices.empty()) {
+    print("No devices. A recording becomes one with: wlhid devices add FILE\n");
+  } else {
+    print(asTable(devices));
+  }
+  return ExitDone;
+}
+
+struct AddOptions {
+  std::string recording;
+  std::string speed = "1";
+  std::string name;
+  bool repeat = false;
+};
+
+int add(const AddOptions& options) {
+  const auto speed = router::ReplaySpeed::parse(options.speed);
+  if (!speed)
+    throw UsageFailure("--speed: " + options.speed +
+                       " is neither a number from 0.001 to 1000 nor max");
+  if (options.recording == "-") {
+    throw UsageFailure(
+        "a device is called after its file, so standard input cannot become one; save it first "
+        "(wlhid route --recording - plays it at once)");
+  }
+  router::ReplayDevice device;
+  device.recording = std::filesystem::absolute(options.recording);
+  device.speed = *speed;
+  device.repeat = options.repeat;
+  device.name = options.name;
+  print(hexadecimal(router::addReplayDevice(SystemRoot::current(), device)) + "\n");
+  return ExitDone;
+}
+
+int remove(const std::string& text) {
+  const std::string configuration = configurationOf(text);
+  if (!router::removeReplayDevice(SystemRoot::current(), configuration)) {
+    throw Failure("the device \"" + text + "\" has been removed by somebody else");
+  }
+  return ExitDone;
+}
+
+void addAddVerb(CLI::App& devices, Action& chosen) {
+  auto options = std::make_shared<AddOptions>();
+  CLI::App* verb = devices.add_subcommand(
+      "add", "Sets a copy of a recording up as a device and prints its registry entry ID");
+  verb->add_option("FILE", options->recording, "A recording in the hid-recorder text format")
+      ->required();
+  verb->add_option("--speed", options->speed,
+                   "1 (as recorded, the default), a factor, or max (as fast as it is taken)")
+      ->type_name("SPEED");
+  verb->add_flag("--repeat", options->repeat,
+                 "Begin again at the end; otherwise the session ends there, and the\nnext one "
+                 "hears the recording from its beginning");
+  verb->add_option("--name", options->name, "Instead of the name in the recording")
+      ->type_name("NAME");
+  verb->footer("Example:\n  wlhid devices add recordings/qemu-usb-mouse.hid --speed 2 --repeat");
+  verb->callback([options, &chosen] { chosen = [options] { return add(*options); }; });
+}
+
+void addRemoveVerb(CLI::App& devices, Action& chosen) {
+  auto device = std::make_shared<std::string>();
+  CLI::App* verb = devices.add_subcommand("remove", "Takes a recorded device away");
+  verb->add_option("DEVICE", *device,
+                   std::string(kDeviceHelp) +
+                       ". Where no device comes\nof a configuration, its file's name without "
+                       ".plist does it")
+      ->required();
+  verb->footer("Example:\n  wlhid devices remove 0x1a2b3c4d5");
+  verb->callback([device, &chosen] { chosen = [device] { return remove(*device); }; });
+}
+
+}  // namespace
+
+void addDevicesVerb(CLI::App& app, Action& chosen) {
+  auto json = std::make_shared<bool>(false);
+  CLI::App* verb = app.add_subcommand(
+      "devices", "Lists the devices that can be routed, adds and removes recorded ones");
+  verb->add_flag("--json", *json, "Print a JSON array");
+  verb->require_subcommand(0, 1);
+  verb->fallthrough();
+  addAddVerb(*verb, chosen);
+  addRemoveVerb(*verb, chosen);
+  verb->footer(
+      "Without a subcommand: lists them.\n"
+      "\n"
+      "Example:\n"
+      "  wlhid devices --json");
+  verb->preparse_callback(
+      [json, &chosen](std::size_t) { chosen = [json] { return list(*json); }; });
+}
+
+}  // namespace tool

@@ -1,0 +1,41 @@
+// wlhid doctor: is everything in order, and if not, what to do.
+#include <unistd.h>
+#include <CLI/CLI.hpp>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/services/SystemRoot.h"
+#include "tool/command/Command.h"
+#include "tool/findings/Diagnosis.h"
+#include "tool/findings/InventoryJson.h"
+#include "tool/terminal/Terminal.h"
+
+namespace tool {
+
+namespace {
+
+int examine(bool json) {
+  const Diagnosis diagnosis = diagnose(takeInventory(platform::SystemRoot::current()));
+  print(json ? dumped(jsonOf(diagnosis, Redactor::lettingEverythingThrough()))
+             : linesOf(diagnosis, showsColours(STDOUT_FILENO)));
+  return diagnosis.inOrder ? ExitDone : ExitNotSo;
+}
+
+}  // namespace
+
+void addDoctorVerb(CLI::App& app, Action& chosen) {
+  auto json = std::make_shared<bool>(false);
+  CLI::App* verb = app.add_subcommand(
+      "doctor", "Checks everything that routing needs, and says what to do about what is missing");
+  verb->add_flag("--json", *json, "Print one JSON object");
+  verb->footer(
+      "The first line is the verdict. Nothing is started and nothing is changed. A command behind\n"
+      "\"->\" can be given to a shell as it stands.\n"
+      "Exit status: 0 everything is in order, 1 something is not.\n"
+      "\n"
+      "Example:\n"
+      "  wlhid doctor");
+  verb->callback([json, &chosen] { chosen = [json] { return examine(*json); }; });
+}
+
+}  // namespace tool

@@ -1,0 +1,345 @@
+// wlhid route: a device's input, live.
+#include <poll.h>
+#include <unistd.h>
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "platform/foundation/NSNumber.h"
+#include "platform/services/Authorization.h"
+#include "platform/services/SystemRoot.h"
+#include "router/DeviceFiles.h"
+#include "router/Devices.h"
+#include "router/RouterLimits.h"
+#include "tool/routing/ClientLogWatch.h"
+#include "tool/command/Command.h"
+#include "tool/routing/DeviceNames.h"
+#include "tool/installing/Installation.h"
+#include "tool/command/Invocation.h"
+#include "tool/command/Numbers.h"
+#include "tool/routing/RouteSession.h"
+#include "tool/routing/RouteSummary.h"
+#include "tool/routing/ScratchRoot.h"
+#include "tool/routing/StartWatch.h"
+#include "tool/terminal/StopSignals.h"
+#include "tool/terminal/Terminal.h"
+
+namespace tool {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// How long the element values of the last report may take to follow it, where it is not known
+/// whether there are any.
+constexpr std::chrono::milliseconds kValuesGrace{250};
+
+/// A usage as the router's tag dictionary names it: page << 16 | usage.
+using UsageCode = std::uint64_t;
+
+struct RouteOptions {
+  std::string device;
+  std::string recording;
+  std::string speed;  // empty: as recorded
+  std::string countText;
+  std::uint64_t count = 0;  // 0: without end
+  double seconds = 0;       // 0: without end
+  std::string modeText = "0";
+  std::uint64_t mode = 0;
+  std::vector<std::string> tagTexts;
+  bool json = false;
+};
+
+/// "1:48", "0x1:0x30"
+UsageCode parseTag(const std::string& text) {
+  const std::size_t colon = text.find(':');
+  const auto page = parseNumber(text.substr(0, colon));
+  const auto usage =
+      colon == std::string::npos ? std::nullopt : parseNumber(text.substr(colon + 1));
+  if (!page || !usage || *page > 0xffff || *usage > 0xffff) {
+    throw UsageFailure("--tag: " + text + " is not PAGE:USAGE, two numbers up to 0xffff");
+  }
+  return *page << 16 | *usage;
+}
+
+std::set<UsageCode> parseTags(const std::vector<std::string>& texts) {
+  std::set<UsageCode> tags;
+  for (const std::string& text : texts) tags.insert(parseTag(text));
+  return tags;
+}
+
+router::ReplaySpeed parseSpeed(const std::string& text) {
+  if (text.empty()) return {};
+  const auto speed = router::ReplaySpeed::parse(text);
+  if (!speed)
+    throw UsageFailure("--speed: " + text + " is neither a number from 0.001 to 1000 nor max");
+  return *speed;
+}
+
+/// Null for no tags: the router then sends all values.
+std::shared_ptr<platform::NSDictionary> tagDictionary(const std::set<UsageCode>& tags) {
+  if (tags.empty()) return nullptr;
+  std::vector<platform::NSDictionary::Entry> entries;
+  for (const UsageCode tag : tags) {
+    entries.emplace_back(platform::NSNumber::numberWithUnsignedLongLong(tag),
+                         platform::NSNumber::numberWithBool(true));
+  }
+  return platform::NSDictionary::dictionaryWithEntries(std::move(entries));
+}
+
+std::unique_ptr<DeliveryLines> deliveryLines(bool json) {
+  if (json) return jsonDeliveryLines();
+  return textDeliveryLines(
+      [] {
+        return std::chrono::duration_cast<std::chrono::microseconds>(
+            Clock::now().time_since_epoch());
+      },
+      [] { return columnsOfTerminal(STDOUT_FILENO); });
+}
+
+/// What ends the wait besides the session itself.
+class Deadline {
+ public:
+  explicit Deadline(double seconds) {
+    if (seconds > 0)
+      at_ = Clock::now() +
+            std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+  }
+  void noLaterThan(Clock::duration fromNow) { at_ = std::min(at_, Clock::now() + fromNow); }
+  [[nodiscard]] bool passed() const { return Clock::now() >= at_; }
+  /// For poll(): rounded up, -1 for ever.
+  [[nodiscard]] int milliseconds() const {
+    if (at_ == Clock::time_point::max()) return -1;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(at_ - Clock::now()).count();
+    return static_cast<int>(std::clamp<std::int64_t>(left, 0, 1'000'000));
+  }
+
+ private:
+  Clock::time_point at_ = Clock::time_point::max();
+};
+
+/// While the router has not answered the start, asks from time to time whether it ever will.
+class UnansweredStart {
+ public:
+  /// `advice` is put behind the reason.
+  explicit UnansweredStart(std::string advice)
+      : advice_(std::move(advice)), watch_(platform::SystemRoot::current()) {}
+  /// For poll(), like Deadline's.
+  [[nodiscard]] int milliseconds(const RouteSession& session, int otherwise) const {
+    constexpr int interval = static_cast<int>(StartWatch::kInterval.count());
+    if (session.answered()) return otherwise;
+    return otherwise < 0 ? interval : std::min(interval, otherwise);
+  }
+  void endIfInVain(RouteSession& session, const std::shared_ptr<WLHIDEventRouterClient>& client) {
+    if (session.answered() || session.ended() || Clock::now() < next_) return;
+    if (const auto problem = watch_.ask()) session.end(client, {true, *problem + advice_});
+    next_ = Clock::now() + StartWatch::kInterval;
+  }
+
+ private:
+  const std::string advice_;
+  StartWatch watch_;
+  Clock::time_point next_ = Clock::now() + StartWatch::kInterval;
+};
+
+/// Waits until the session has ended, a signal has come or the time is up, and then ends it.
+void waitForEnd(RouteSession& session, const std::shared_ptr<WLHIDEventRouterClient>& client,
+                StopSignals& signals, Deadline deadline, UnansweredStart start) {
+  bool waitingForValues = false;
+  while (!session.ended()) {
+    if (session.lastReportSeen() && !waitingForValues) {
+      waitingForValues = true;
+      deadline.noLaterThan(kValuesGrace);
+    }
+    std::array<pollfd, 2> events{pollfd{signals.descriptor(), POLLIN, 0},
+                                 pollfd{session.wakeDescriptor(), POLLIN, 0}};
+    ::poll(events.data(), events.size(), start.milliseconds(session, deadline.milliseconds()));
+    const bool interrupted = events[0].revents != 0;
+    if (interrupted) signals.letTheNextOneEndTheProcess();
+    if (interrupted || deadline.passed()) session.end(client, {});
+    session.drainWake();
+    start.endIfInVain(session, client);
+  }
+}
+
+/// On the root that is to stay; a recording's own root is gone with the command.
+std::string adviceFor(const RouteOptions& options) {
+  if (!options.recording.empty()) return {};
+  return " (see why: " + commandLine({"log"}) + "; what else is wrong: " + commandLine({"doctor"}) +
+         ")";
+}
+
+std::string nameOfDevice(std::uint64_t registryEntryID) {
+  for (const auto& device : router::listDevices(platform::SystemRoot::current(), nullptr)) {
+    if (device.registryEntryID == registryEntryID) return device.name;
+  }
+  return {};
+}
+
+int routeDevice(std::uint64_t registryEntryID, const RouteOptions& options, StopSignals& signals) {
+  std::optional<std::uint64_t> last;
+  if (options.count != 0) last = options.count;
+  const auto session =
+      std::make_shared<RouteSession>(deliveryLines(options.json), STDOUT_FILENO, last);
+  auto client =
+      WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
+          registryEntryID, options.mode, tagDictionary(parseTags(options.tagTexts)), nullptr);
+  client->setDelegate(session);
+  const ClientLogWatch watch(
+      [session, weakClient = std::weak_ptr(client)](const std::string& what) {
+        session->end(weakClient.lock(), {true, what});
+      });
+  const LossCount lossCount(platform::SystemRoot::current());
+  if (!options.json) print(routeHeader(nameOfDevice(registryEntryID), registryEntryID));
+  const auto begin = Clock::now();
+  client->setStarted(true);
+  waitForEnd(*session, client, signals, Deadline(options.seconds),
+             UnansweredStart(adviceFor(options)));
+  const auto time = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
+  signals.letTheNextOneEndTheProcess();
+  client->setDelegate(nullptr);
+  client.reset();
+  const RouteEnd end = session->howItEnded();
+  if (!options.json) print(routeSummary(session->reports(), time, lossCount.take()));
+  if (end.failed) throw Failure(end.message);
+  return ExitDone;
+}
+
+int routeInstalledDevice(const RouteOptions& options) {
+  StopSignals signals;
+  if (!WLHIDEventRouterClient::isInstalled()) {
+    throw Failure(
+        "the router is not installed, or not in this command's version (install it with: " +
+        commandLine({"install"}) + ")");
+  }
+  return routeDevice(registryEntryIDOf(options.device), options, signals);
+}
+
+/// Standard input as a file, for a recording is read again and again.
+std::filesystem::path keepStandardInput(const std::filesystem::path& directory) {
+  const std::filesystem::path path = directory / "standard-input.hid";
+  std::ofstream file(path, std::ios::binary);
+  std::array<char, 65536> buffer{};
+  std::size_t length = 0;
+  while (const std::size_t count = router::readFile(STDIN_FILENO, buffer)) {
+    length += count;
+    if (length > router::RouterLimits::kRecordingBytes) {
+      throw Failure("standard input: is larger than " +
+                    std::to_string(router::RouterLimits::kRecordingBytes) + " bytes");
+    }
+    file.write(buffer.data(), static_cast<std::streamsize>(count));
+  }
+  if (!file.flush()) throw Failure("cannot write " + path.string());
+  return path;
+}
+
+/// The same error, which calls the file what the person called it.
+[[noreturn]] void failAs(const std::string& name, const std::filesystem::path& path,
+                         const std::string& error) {
+  const std::string file = path.string();
+  throw Failure(error.starts_with(file) ? name + error.substr(file.size()) : error);
+}
+
+int routeRecording(const RouteOptions& options) {
+  router::ReplayDevice device;
+  device.speed = parseSpeed(options.speed);
+  StopSignals signals;
+  const ScratchRoot scratch;
+  const platform::SystemRoot root(scratch.path());
+  platform::SystemRoot::setCurrent(root);
+  const bool isStandardInput = options.recording == "-";
+  device.recording = isStandardInput ? keepStandardInput(scratch.path())
+                                     : std::filesystem::absolute(options.recording);
+  std::uint64_t id = 0;
+  try {
+    id = router::addReplayDevice(root, device);
+  } catch (const router::DeviceError& error) {
+    if (!isStandardInput) throw;
+    failAs("standard input", device.recording, error.what());
+  }
+  platform::setAuthorizationAgent(
+      platform::fixedAuthorizationAgent(platform::errAuthorizationSuccess));
+  installRouter(nullptr);
+  return routeDevice(id, options, signals);
+}
+
+/// A number as it was typed. The parser's own conversion lets signs and overflow pass.
+std::uint64_t parseOption(const std::string& name, const std::string& text,
+                          std::uint64_t smallest) {
+  const auto number = parseNumber(text);
+  if (!number || *number < smallest) {
+    throw UsageFailure(name + ": " + text + " is no whole number from " + std::to_string(smallest) +
+                       " on");
+  }
+  return *number;
+}
+
+/// Reads what the parser leaves as text, and checks what it cannot check option by option.
+void checkUsage(RouteOptions& options) {
+  if (options.device.empty() == options.recording.empty()) {
+    throw UsageFailure("route needs either a DEVICE or --recording FILE");
+  }
+  if (!options.speed.empty() && options.recording.empty()) {
+    throw UsageFailure("--speed is for --recording; a device that was added has its own");
+  }
+  static_cast<void>(parseSpeed(options.speed));
+  if (!std::isfinite(options.seconds) || options.seconds < 0 || options.seconds > 1e9) {
+    throw UsageFailure("--seconds must be a number from 0 to 1000000000");
+  }
+  static_cast<void>(parseTags(options.tagTexts));
+  if (!options.countText.empty()) options.count = parseOption("--count", options.countText, 0);
+  options.mode = parseOption("--mode", options.modeText, 0);
+}
+
+int route(RouteOptions options) {
+  checkUsage(options);
+  return options.recording.empty() ? routeInstalledDevice(options) : routeRecording(options);
+}
+
+}  // namespace
+
+void addRouteVerb(CLI::App& app, Action& chosen) {
+  auto options = std::make_shared<RouteOptions>();
+  CLI::App* verb = app.add_subcommand("route", "Prints a device's input as it comes, until Ctrl-C");
+  verb->add_option("DEVICE", options->device, kDeviceHelp);
+  verb->add_option("--recording", options->recording,
+                   "Instead of a DEVICE: play this recording (- for standard input) once,\nthrough "
+                   "a router on a system root of this command's own")
+      ->type_name("FILE");
+  verb->add_option("--speed", options->speed,
+                   "Of --recording: 1 (as recorded, the default), a factor,\nor max (as fast as it "
+                   "is taken)")
+      ->type_name("SPEED");
+  verb->add_option("--count", options->countText, "End after N reports (0, the default: never)")
+      ->type_name("N");
+  verb->add_option("--seconds", options->seconds, "End after S seconds (0, the default: never)")
+      ->type_name("S");
+  verb->add_option("--mode", options->modeText,
+                   "0 shares the device with others (the default), 1 takes it alone")
+      ->type_name("MODE");
+  verb->add_option("--tag", options->tagTexts,
+                   "Ask for the element values of this usage only (may be repeated)")
+      ->type_name("PAGE:USAGE")
+      ->expected(1)
+      ->take_all();
+  verb->add_flag("--json", options->json, "Print one JSON object a line, one line a delivery");
+  verb->footer(
+      "A terminal's width is kept: longer lines go on below. Vendor-defined values are counted\n"
+      "where there are many. The last line says how many reports came and were lost.\n"
+      "\n"
+      "Examples:\n"
+      "  wlhid route \"QEMU QEMU USB Mouse\" --count 10\n"
+      "  wlhid route 0x1a2b3c4d5 --tag 1:0x30 --tag 1:0x31 --json\n"
+      "  wlhid route --recording recordings/qemu-usb-mouse.hid --speed max --json\n"
+      "  gunzip -c recording.hid.gz | wlhid route --recording -");
+  verb->callback([options, &chosen] { chosen = [options] { return route(*options); }; });
+}
+
+}  // namespace tool

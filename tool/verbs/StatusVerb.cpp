@@ -1,0 +1,148 @@
+// wlhid status: is the router installed and current, does it run, what does it route, what was
+// lost.
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "platform/services/SystemRoot.h"
+#include "tool/command/Command.h"
+#include "tool/findings/Inventory.h"
+#include "tool/findings/InventoryJson.h"
+#include "tool/command/Invocation.h"
+#include "tool/command/Numbers.h"
+
+namespace tool {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+struct Status {
+  platform::SystemRoot root;
+  bool installed = false;
+  RouterVersions versions;
+  std::optional<router::RouterStatus> router;  // of a router that runs
+  std::optional<platform::ControlReply> jobs;  // of a daemon that runs
+};
+
+Status readStatus() {
+  const platform::SystemRoot root = platform::SystemRoot::current();
+  Status status{
+      root, WLHIDEventRouterClient::isInstalled(), readRouterVersions(), runningRouter(root), {}};
+  // A daemon that is there and does not answer is worth a line; the status is a question, and the
+  // rest of the answer stands.
+  JobDaemonState daemon = askJobDaemon(root);
+  if (daemon.asked && !daemon.problem.empty()) complain(daemon.problem);
+  status.jobs = std::move(daemon.reply);
+  return status;
+}
+
+std::string asJson(const Status& status) {
+  const Redactor nothing = Redactor::lettingEverythingThrough();
+  const auto& installed = status.versions.installed;
+  return dumped({
+      {"root", status.root.path().string()},
+      {"installed", status.installed},
+      {"bundleCopy", jsonOf(status.versions.bundle, nothing)},
+      {"installedCopy", installed ? jsonOf(*installed, nothing) : ordered_json()},
+      {"router", status.router ? jsonOf(*status.router, nothing) : ordered_json()},
+      {"jobDaemon", status.jobs ? jsonOf(*status.jobs, nothing) : ordered_json()},
+  });
+}
+
+std::string versionText(const RouterCopy& copy) {
+  return copy.version.empty() ? "no version" : "version " + copy.version;
+}
+
+std::string installationText(const Status& status) {
+  const auto& installed = status.versions.installed;
+  std::error_code unknown;
+  if (!installed && std::filesystem::exists(status.root.jobFile(WLHIDEventRouterLabel), unknown)) {
+    return "not installed, for the job cannot be kept (replace it with: " +
+           commandLine({"install"}) + "): " + status.versions.jobProblem;
+  }
+  if (!installed) return "not installed (install it with: " + commandLine({"install"}) + ")";
+  if (status.installed) return "installed, " + versionText(*installed);
+  return "not current: installed is " + versionText(*installed) +
+         " (replace it with: " + commandLine(installArguments(status.versions)) + ")";
+}
+
+std::string line(std::string_view name, const std::string& value) {
+  std::string text(name);
+  text.resize(14, ' ');
+  return text + oneLine(value) + "\n";
+}
+
+std::string plural(std::uint64_t count, const std::string& noun) {
+  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+std::string sessionText(const router::SessionStatus& session) {
+  const std::string device =
+      session.device ? hexadecimal(*session.device) + " " + session.deviceName : "no device";
+  return device + (session.exclusive ? ", taken alone" : "") + ": " +
+         plural(session.delivered, "report") + " delivered, " + std::to_string(session.lost) +
+         " lost, for process " + std::to_string(session.pid);
+}
+
+std::string routerLines(const router::RouterStatus& router) {
+  std::string text =
+      line("Running", "process " + std::to_string(router.pid) + ", version " + router.version +
+                          ", " + plural(router.sessions.size(), "session") + ", " +
+                          plural(router.lost, "report") + " lost");
+  for (const auto& session : router.sessions) text += line("", sessionText(session));
+  return text;
+}
+
+/// What the daemon knows of jobs that do badly; nothing of those that do well.
+std::string troubleLines(const platform::ControlReply& reply) {
+  std::string text;
+  for (const auto& job : reply.jobs) {
+    if (job.heldBackMilliseconds == 0) continue;
+    text += line("Held back", "for another " + std::to_string(job.heldBackMilliseconds) +
+                                  " ms, since the router " + job.lastEnd);
+  }
+  return text;
+}
+
+std::string asText(const Status& status) {
+  std::string text = line("Router", installationText(status));
+  text +=
+      line("Own copy", versionText(status.versions.bundle) + ", " + status.versions.bundle.path);
+  if (status.versions.installed) {
+    text += line("Installed",
+                 versionText(*status.versions.installed) + ", " + status.versions.installed->path);
+  }
+  text += line("System root", status.root.path().string());
+  text += status.router ? routerLines(*status.router)
+                        : line("Running", status.versions.installed
+                                              ? "no; it starts when an application connects"
+                                              : "no");
+  if (status.jobs) text += troubleLines(*status.jobs);
+  return text;
+}
+
+int showStatus(bool json) {
+  const Status status = readStatus();
+  print(json ? asJson(status) : asText(status));
+  return status.installed ? ExitDone : ExitNotSo;
+}
+
+}  // namespace
+
+void addStatusVerb(CLI::App& app, Action& chosen) {
+  auto json = std::make_shared<bool>(false);
+  CLI::App* verb = app.add_subcommand(
+      "status", "Says whether the router is installed, runs, and what it has lost");
+  verb->add_flag("--json", *json, "Print one JSON object");
+  verb->footer(
+      "Exit status: 0 installed and current, 1 not.\n"
+      "\n"
+      "Example:\n"
+      "  wlhid status --json");
+  verb->callback([json, &chosen] { chosen = [json] { return showStatus(*json); }; });
+}
+
+}  // namespace tool
