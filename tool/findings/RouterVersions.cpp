@@ -12,8 +12,8 @@
 #include "platform/services/ServiceManagement.h"
 #include "platform/services/SystemRoot.h"
 #include "tool/command/Command.h"
-#include "tool/files/Files.h"
 #include "tool/command/Numbers.h"
+#include "tool/files/Files.h"
 
 namespace tool {
 

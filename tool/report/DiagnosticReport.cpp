@@ -16,9 +16,9 @@
 #include "platform/kit/KQLogger.h"
 #include "router/DeviceFiles.h"
 #include "tool/command/Command.h"
+#include "tool/command/Numbers.h"
 #include "tool/findings/InventoryJson.h"
 #include "tool/report/LogModules.h"
-#include "tool/command/Numbers.h"
 #include "tool/routing/Trial.h"
 
 namespace tool {

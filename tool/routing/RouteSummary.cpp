@@ -8,8 +8,8 @@
 #include <thread>
 
 #include "tool/command/Command.h"
-#include "tool/findings/Inventory.h"
 #include "tool/command/Numbers.h"
+#include "tool/findings/Inventory.h"
 
 namespace tool {
 

@@ -9,9 +9,9 @@
 #include "platform/services/SystemRoot.h"
 #include "router/Devices.h"
 #include "tool/command/Command.h"
-#include "tool/routing/DeviceNames.h"
 #include "tool/command/Invocation.h"
 #include "tool/command/Numbers.h"
+#include "tool/routing/DeviceNames.h"
 
 namespace tool {
 

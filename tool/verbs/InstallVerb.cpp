@@ -1,10 +1,10 @@
 // wlhid install: puts the router in place.
 #include <CLI/CLI.hpp>
 
-#include "tool/installing/Authorize.h"
 #include "tool/command/Command.h"
-#include "tool/installing/Installation.h"
 #include "tool/findings/RouterVersions.h"
+#include "tool/installing/Authorize.h"
+#include "tool/installing/Installation.h"
 
 namespace tool {
 

@@ -7,9 +7,9 @@
 #include "diagnostics/LogExcerpt.h"
 #include "platform/services/SystemRoot.h"
 #include "tool/command/Command.h"
+#include "tool/files/NewFile.h"
 #include "tool/findings/Inventory.h"
 #include "tool/report/LogModules.h"
-#include "tool/files/NewFile.h"
 #include "tool/terminal/StopCleanup.h"
 #include "tool/terminal/Terminal.h"
 

@@ -5,9 +5,9 @@
 #include "platform/kit/KQLogger.h"
 #include "platform/kit/RecentLogLines.h"
 #include "tool/command/Command.h"
-#include "tool/routing/DeviceNames.h"
-#include "tool/report/DiagnosticReport.h"
 #include "tool/files/NewFile.h"
+#include "tool/report/DiagnosticReport.h"
+#include "tool/routing/DeviceNames.h"
 #include "tool/terminal/StopCleanup.h"
 #include "tool/terminal/Terminal.h"
 

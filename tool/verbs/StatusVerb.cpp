@@ -8,10 +8,10 @@
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "platform/services/SystemRoot.h"
 #include "tool/command/Command.h"
-#include "tool/findings/Inventory.h"
-#include "tool/findings/InventoryJson.h"
 #include "tool/command/Invocation.h"
 #include "tool/command/Numbers.h"
+#include "tool/findings/Inventory.h"
+#include "tool/findings/InventoryJson.h"
 
 namespace tool {
 

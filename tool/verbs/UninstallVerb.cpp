@@ -2,10 +2,10 @@
 #include <CLI/CLI.hpp>
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
-#include "tool/installing/Authorize.h"
 #include "tool/command/Command.h"
 #include "tool/command/Invocation.h"
 #include "tool/findings/RouterVersions.h"
+#include "tool/installing/Authorize.h"
 
 namespace tool {
 

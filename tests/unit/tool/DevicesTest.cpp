@@ -5,8 +5,8 @@
 
 #include "router/Devices.h"
 #include "tests/unit/tool/VerbTest.h"
-#include "tool/routing/DeviceNames.h"
 #include "tool/command/Numbers.h"
+#include "tool/routing/DeviceNames.h"
 
 namespace tool {
 namespace {
