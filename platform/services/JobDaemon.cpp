@@ -140,12 +140,18 @@ FileDescriptor JobDaemon::connect() const {
   return socket;
 }
 
-void JobDaemon::ensureRunning() const {
+FileDescriptor JobDaemon::connectOrStart() const {
   if (root_.isSystem()) {
     throw ServiceError(ServiceErrorCode::NotSupported,
                        "the system root's jobs belong to the system's own service manager");
   }
-  if (!connect()) start();
+  if (auto socket = connect()) return socket;
+  start();
+  return connect();
+}
+
+void JobDaemon::ensureRunning() const {
+  static_cast<void>(connectOrStart());
 }
 
 void JobDaemon::start() const {
@@ -214,8 +220,7 @@ std::pair<ControlConnection, ControlReply> JobDaemon::openWith(const ControlRequ
   // A daemon that had nothing left to keep may end just as it is asked; another one is started
   // then. One with many callers hangs up on one that it has not heard yet.
   for (int attempt = 0; attempt < attempts; ++attempt) {
-    ensureRunning();
-    auto socket = connect();
+    auto socket = connectOrStart();
     if (!socket) continue;
     ControlConnection connection(std::move(socket));
     if (auto reply = connection.tryAsk(request, descriptor))

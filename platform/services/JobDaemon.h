@@ -49,7 +49,10 @@ class JobDaemon {
   [[nodiscard]] std::optional<ControlReply> status() const;
 
  private:
+  /// Empty when none is running.
   [[nodiscard]] FileDescriptor connect() const;
+  /// Empty when one that was started has ended again.
+  [[nodiscard]] FileDescriptor connectOrStart() const;
   /// A connection on which the daemon has answered the request.
   [[nodiscard]] std::pair<ControlConnection, ControlReply> openWith(const ControlRequest& request,
                                                                     int descriptor) const;

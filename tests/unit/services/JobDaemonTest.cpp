@@ -41,19 +41,43 @@ void serve(const FileDescriptor& endpoint, int hangUps) {
   }
 }
 
-TEST(JobDaemon, WhoeverIsHungUpOnAsksForTheStatusAgain) {
-  const testsupport::TemporaryDirectory temporary;
-  const platform::SystemRoot root(temporary.path() / "root");
-  std::filesystem::create_directories(root.controlEndpoint().parent_path());
-  const FileDescriptor endpoint(
-      platform::listenUnixSocket(root.controlEndpoint().string(), SOCK_STREAM, 8, 0600));
-  ASSERT_TRUE(endpoint);
-  std::thread daemon([&] { serve(endpoint, 2); });
-  const auto status = platform::JobDaemon(root).status();
-  ::shutdown(endpoint.get(), SHUT_RDWR);  // if it was not asked often enough
-  daemon.join();
+class AnsweringDaemon : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::filesystem::create_directories(root_.controlEndpoint().parent_path());
+    endpoint_.reset(
+        platform::listenUnixSocket(root_.controlEndpoint().string(), SOCK_STREAM, 8, 0600));
+    ASSERT_TRUE(endpoint_);
+  }
+  /// What `ask` returns while the daemon hangs up on so many and then answers one.
+  template <class Ask>
+  auto answered(int hangUps, const Ask& ask) {
+    struct Daemon {
+      int endpoint;
+      std::thread thread;
+      ~Daemon() {
+        ::shutdown(endpoint, SHUT_RDWR);  // if it was not asked often enough
+        thread.join();
+      }
+    };
+    const Daemon daemon{endpoint_.get(), std::thread([&] { serve(endpoint_, hangUps); })};
+    return ask();
+  }
+  const testsupport::TemporaryDirectory temporary_;
+  const platform::SystemRoot root_ = platform::SystemRoot(temporary_.path() / "root");
+  FileDescriptor endpoint_;
+};
+
+TEST_F(AnsweringDaemon, WhoeverIsHungUpOnAsksForTheStatusAgain) {
+  const auto status = answered(2, [&] { return platform::JobDaemon(root_).status(); });
   ASSERT_TRUE(status);
   EXPECT_EQ(status->daemonProcessIdentifier, 42);
+}
+
+TEST_F(AnsweringDaemon, ARequestConnectsOnce) {
+  const auto reply =
+      answered(0, [&] { return platform::JobDaemon(root_).ask(platform::ControlRequest{}, -1); });
+  EXPECT_EQ(reply.daemonProcessIdentifier, 42);
 }
 
 /// An endpoint at which another user's process listens.
