@@ -43,6 +43,7 @@ function(wlhid_library name)
   add_library(wlhid_${name} STATIC ${A_SOURCES})
   add_library(wlhid::${name} ALIAS wlhid_${name})
   target_link_libraries(wlhid_${name} PUBLIC wlhid_flags ${A_DEPENDS})
+  target_compile_options(wlhid_${name} PRIVATE ${WLHID_PRODUCT_WARNINGS})
   set_target_properties(wlhid_${name} PROPERTIES UNITY_BUILD "${WLHID_FAST_BUILD}" UNITY_BUILD_BATCH_SIZE 6)
 endfunction()
 
@@ -50,6 +51,7 @@ function(wlhid_executable name)
   cmake_parse_arguments(A "" "" "SOURCES;DEPENDS" ${ARGN})
   add_executable(${name} ${A_SOURCES})
   target_link_libraries(${name} PRIVATE wlhid_flags ${A_DEPENDS})
+  target_compile_options(${name} PRIVATE ${WLHID_PRODUCT_WARNINGS})
 endfunction()
 
 # Tests are read more often by the compiler than by the processor: what is tested is optimised, they need not be.
