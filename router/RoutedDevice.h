@@ -32,11 +32,9 @@ class RoutedDevice {
   /// Null for a device that is not there any more; throws DeviceError.
   using Opener = std::function<std::unique_ptr<OpenDevice>()>;
 
-  /// How long admit() waits at most for a place.
-  static constexpr std::chrono::milliseconds kHandOverGrace{250};
-
+  /// `handOverGrace` is how long admit() waits at most for a place.
   RoutedDevice(DeviceDescription description, Opener open, RouterLog log,
-               std::chrono::milliseconds handOverGrace = kHandOverGrace);
+               std::chrono::milliseconds handOverGrace);
   RoutedDevice(const RoutedDevice&) = delete;
   RoutedDevice& operator=(const RoutedDevice&) = delete;
   ~RoutedDevice();

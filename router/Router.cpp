@@ -303,7 +303,7 @@ std::shared_ptr<RoutedDevice> Router::Core::deviceWithID(std::uint64_t registryE
         }
         return nullptr;
       },
-      options_.log);
+      options_.log, options_.limits.handOverGrace);
   const std::lock_guard lock(mutex_);
   return devices_.emplace(registryEntryID, std::move(device)).first->second;
 }
