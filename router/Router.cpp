@@ -352,8 +352,8 @@ std::size_t Router::Core::listSources(const std::function<void(DeviceDescription
 
 bool Router::Core::awaitTurn(uid_t user) {
   const auto now = Clock::now();
-  const auto wait = turns_.reserve(user, now);
-  return wait && (*wait <= Clock::duration::zero() || !stopping_.waitUntil(now + *wait));
+  const auto turn = turns_.reserve(user, now);
+  return turn && (turn->due() <= now || !stopping_.waitUntil(turn->due()));
 }
 
 void Router::Core::noteRecordingEnded(pid_t process, std::uint64_t registryEntryID) {
