@@ -216,7 +216,9 @@ TEST_F(StartLineTest, ItsThreadWakesWhomAnothersLeavingMovesUp) {
   Call call;
   StartLine::Ticket ahead;
   StartLine::Ticket behind;
-  EXPECT_EQ(line_->askForTurn(1, now, [] {}, &ahead), Turn::Later);
+  EXPECT_EQ(line_->askForTurn(
+                1, now, [] {}, &ahead),
+            Turn::Later);
   EXPECT_EQ(line_->askForTurn(1, now, call.wake(), &behind), Turn::Later);
   ahead = {};
   EXPECT_TRUE(call.isMade());
