@@ -5,8 +5,7 @@ namespace router {
 TurnQuota::TurnQuota(const RouterLimits& limits)
     : rateOfUser_(limits.startsOfUser), patience_(limits.startPatience), all_(limits.starts) {}
 
-std::optional<TokenBucket::Clock::duration> TurnQuota::reserve(uid_t user,
-                                                               TokenBucket::Clock::time_point now) {
+std::optional<TurnQuota::Turn> TurnQuota::reserve(uid_t user, Time now) {
   const std::lock_guard lock(mutex_);
   // Who has not asked for a while is as good as new.
   std::erase_if(users_, [&](const auto& each) { return each.second.isFull(now); });
@@ -18,7 +17,14 @@ std::optional<TokenBucket::Clock::duration> TurnQuota::reserve(uid_t user,
     own.giveBack();
     return std::nullopt;
   }
-  return std::max(*ofUser, *ofAll);
+  return Turn{user, now + *ofUser, now + *ofAll};
+}
+
+void TurnQuota::giveBack(uid_t user) {
+  const std::lock_guard lock(mutex_);
+  all_.giveBack();
+  // Whoever is not known here has all turns there are.
+  if (const auto own = users_.find(user); own != users_.end()) own->second.giveBack();
 }
 
 bool LineBudget::admits(TokenBucket::Clock::time_point now) {

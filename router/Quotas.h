@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -22,10 +23,20 @@ namespace router {
 /// Turns by user and for all users together.
 class TurnQuota {
  public:
+  using Time = TokenBucket::Clock::time_point;
+  /// It has come when it is that user's turn among the requests of that user, and among all.
+  struct Turn {
+    uid_t user = 0;
+    Time ofUser;
+    Time ofAll;
+    [[nodiscard]] Time due() const { return std::max(ofUser, ofAll); }
+  };
+
   explicit TurnQuota(const RouterLimits& limits);
-  /// How long a request of that user has to wait for its turn. Nothing where that is too long.
-  std::optional<TokenBucket::Clock::duration> reserve(uid_t user,
-                                                      TokenBucket::Clock::time_point now);
+  /// A turn for a request of that user. Nothing where it is too far off.
+  std::optional<Turn> reserve(uid_t user, Time now);
+  /// The latest turn, of all and of that user, is not needed.
+  void giveBack(uid_t user);
 
  private:
   const Rate rateOfUser_;

@@ -113,12 +113,10 @@ class RoutedDevice::Playback {
   std::thread thread_;
 };
 
-RoutedDevice::RoutedDevice(DeviceDescription description, Opener open, RouterLog log,
-                           std::chrono::milliseconds handOverGrace)
+RoutedDevice::RoutedDevice(DeviceDescription description, Opener open, RouterLog log)
     : description_(std::move(description)),
       open_(std::move(open)),
       log_(std::move(log)),
-      handOverGrace_(handOverGrace),
       subscriptions_(std::make_shared<const Subscriptions>()) {}
 
 RoutedDevice::~RoutedDevice() {
@@ -144,23 +142,61 @@ bool RoutedDevice::isTakenFor(DeviceMode mode) const {
                      [](const auto& other) { return other->mode() == DeviceMode::Exclusive; });
 }
 
+bool RoutedDevice::waitsForPlace(const std::shared_ptr<Subscription>& subscription, Wake wake) {
+  const std::lock_guard lock(mutex_);
+  if (isGone_) return false;
+  if (isTakenFor(subscription->mode())) {
+    waiting_.push_back({subscription, std::move(wake)});
+    return true;
+  }
+  takePlaceLocked(subscription);
+  return false;
+}
+
 std::shared_ptr<platform::NSError> RoutedDevice::takePlace(
     const std::shared_ptr<Subscription>& subscription) {
-  std::unique_lock lock(mutex_);
-  const bool isFree =
-      placeBecameFree_.wait_until(lock, std::chrono::steady_clock::now() + handOverGrace_,
-                                  [&] { return isGone_ || !isTakenFor(subscription->mode()); });
+  const std::lock_guard lock(mutex_);
+  forgetWaitingLocked(subscription);
   if (isGone_) return goneError();
-  if (!isFree) {
+  if (hasPlaceLocked(subscription)) return nullptr;
+  if (isTakenFor(subscription->mode())) {
     return routerError(IOReturn::ExclusiveAccess,
                        platform::stringWithFormat("the device \"%s\" is in use by another client",
                                                   description_.name),
                        description_.registryEntryID);
   }
+  takePlaceLocked(subscription);
+  return nullptr;
+}
+
+void RoutedDevice::takePlaceLocked(const std::shared_ptr<Subscription>& subscription) {
   auto longer = std::make_shared<Subscriptions>(*subscriptions_);
   longer->push_back(subscription);
   setSubscriptionsLocked(std::move(longer));
-  return nullptr;
+}
+
+bool RoutedDevice::hasPlaceLocked(const std::shared_ptr<Subscription>& subscription) const {
+  return std::find(subscriptions_->begin(), subscriptions_->end(), subscription) !=
+         subscriptions_->end();
+}
+
+void RoutedDevice::forgetWaitingLocked(const std::shared_ptr<Subscription>& subscription) {
+  std::erase_if(waiting_, [&](const Waiting& each) { return each.subscription == subscription; });
+}
+
+std::vector<RoutedDevice::Wake> RoutedDevice::takeWakesLocked() {
+  std::vector<Wake> wakes;
+  for (auto each = waiting_.begin(); each != waiting_.end();) {
+    const bool waitsOn = !isGone_ && isTakenFor(each->subscription->mode());
+    if (waitsOn) {
+      ++each;
+      continue;
+    }
+    if (!isGone_) takePlaceLocked(each->subscription);
+    wakes.push_back(std::move(each->wake));
+    each = waiting_.erase(each);
+  }
+  return wakes;
 }
 
 /// Opens the device unless it is open. Reading a file takes its time, so it happens outside the
@@ -189,9 +225,7 @@ std::shared_ptr<platform::NSError> RoutedDevice::prepare() {
 
 void RoutedDevice::begin(const std::shared_ptr<Subscription>& subscription) {
   const std::lock_guard lock(mutex_);
-  if (std::find(subscriptions_->begin(), subscriptions_->end(), subscription) ==
-      subscriptions_->end())
-    return;
+  if (!hasPlaceLocked(subscription)) return;
   subscription->begin();
   if (!playback_->isRunning()) playback_->start(this);
 }
@@ -201,13 +235,18 @@ void RoutedDevice::remove(const std::shared_ptr<Subscription>& subscription) {
   // Destroyed, and their threads awaited, outside the lock.
   std::unique_ptr<Playback> ended;
   std::vector<std::unique_ptr<Playback>> over;
-  const std::lock_guard lock(mutex_);
-  over = takeOverPlaybacks();
-  auto shorter = std::make_shared<Subscriptions>(*subscriptions_);
-  std::erase(*shorter, subscription);
-  setSubscriptionsLocked(std::move(shorter));
-  if (subscriptions_->empty()) ended = std::move(playback_);
-  placeBecameFree_.notify_all();
+  std::vector<Wake> wakes;
+  {
+    const std::lock_guard lock(mutex_);
+    over = takeOverPlaybacks();
+    forgetWaitingLocked(subscription);
+    auto shorter = std::make_shared<Subscriptions>(*subscriptions_);
+    std::erase(*shorter, subscription);
+    setSubscriptionsLocked(std::move(shorter));
+    if (subscriptions_->empty()) ended = std::move(playback_);
+    wakes = takeWakesLocked();
+  }
+  for (const Wake& wake : wakes) wake();
 }
 
 void RoutedDevice::setSubscriptionsLocked(std::shared_ptr<const Subscriptions> subscriptions) {
@@ -217,13 +256,15 @@ void RoutedDevice::setSubscriptionsLocked(std::shared_ptr<const Subscriptions> s
 
 void RoutedDevice::goneAway(Playback* playback) {
   std::shared_ptr<const Subscriptions> left;
+  std::vector<Wake> wakes;
   {
     const std::lock_guard lock(mutex_);
     if (playback_.get() != playback) return;
     isGone_ = true;
     left = subscriptions_;
-    placeBecameFree_.notify_all();
+    wakes = takeWakesLocked();
   }
+  for (const Wake& wake : wakes) wake();
   log_(platform::stringWithFormat("device 0x%llx (%s) has gone away", description_.registryEntryID,
                                   description_.name));
   for (const auto& subscription : *left) {
@@ -234,14 +275,16 @@ void RoutedDevice::goneAway(Playback* playback) {
 
 void RoutedDevice::hasEnded(Playback* playback, bool isPlayedToItsEnd) {
   std::shared_ptr<const Subscriptions> left;
+  std::vector<Wake> wakes;
   {
     const std::lock_guard lock(mutex_);
     if (playback_.get() != playback) return;
     endedPlaybacks_.push_back(std::move(playback_));
     left = subscriptions_;
     setSubscriptionsLocked(std::make_shared<const Subscriptions>());
-    placeBecameFree_.notify_all();
+    wakes = takeWakesLocked();
   }
+  for (const Wake& wake : wakes) wake();
   if (isPlayedToItsEnd) {
     log_(platform::stringWithFormat("device 0x%llx (%s): the recording has been played to its end",
                                     description_.registryEntryID, description_.name));

@@ -7,13 +7,14 @@
 // as a new one; whoever is slow to take the end of it holds up nobody.
 //
 // Threading: any thread but the device's own.
-// Ownership: shares the subscriptions from admit() to remove(), or to the report after it.
+// Ownership: shares the subscriptions from waitsForPlace() or admit() to remove(), or to the report
+//   after it.
 // Errors: admit() returns the error with which the client is answered.
-// Order: a subscription gets nothing before begin() and nothing after remove().
+// Order: a subscription gets nothing before begin() and nothing after remove(). Places are given in
+//   the order in which they are waited for.
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -32,34 +33,45 @@ class RoutedDevice {
   /// Null for a device that is not there any more; throws DeviceError.
   using Opener = std::function<std::unique_ptr<OpenDevice>()>;
 
-  /// How long admit() waits at most for a place.
-  static constexpr std::chrono::milliseconds kHandOverGrace{250};
+  /// Called with no lock held, from any thread, the device's included. Must not wait, and must not
+  /// hold the device.
+  using Wake = std::function<void()>;
 
-  RoutedDevice(DeviceDescription description, Opener open, RouterLog log,
-               std::chrono::milliseconds handOverGrace = kHandOverGrace);
+  RoutedDevice(DeviceDescription description, Opener open, RouterLog log);
   RoutedDevice(const RoutedDevice&) = delete;
   RoutedDevice& operator=(const RoutedDevice&) = delete;
   ~RoutedDevice();
 
   [[nodiscard]] const DeviceDescription& description() const { return description_; }
 
-  /// Takes a place for the subscription and opens the device if it is not open. Null, or why there
-  /// is no place. A client that stops and starts again comes by a new connection, and the end of
-  /// the old one may be noticed later than the new start: for a moment, therefore, this waits for a
-  /// place to become free.
+  /// Takes a place for the subscription or, where others leave none, has it wait for one; true
+  /// then. `wake` is called once it has a place, or there will never be one, unless it is admitted
+  /// or removed before.
+  [[nodiscard]] bool waitsForPlace(const std::shared_ptr<Subscription>& subscription, Wake wake);
+  /// Takes a place for the subscription, unless it has one, and opens the device if it is not open.
+  /// Null, or why there is no place. In either case it waits no more.
   [[nodiscard]] std::shared_ptr<platform::NSError> admit(
       const std::shared_ptr<Subscription>& subscription);
   /// From now on the subscription, which was admitted, gets the reports.
   void begin(const std::shared_ptr<Subscription>& subscription);
-  /// Does nothing for a subscription that has no place.
+  /// Does nothing for a subscription that neither has a place nor waits for one.
   void remove(const std::shared_ptr<Subscription>& subscription);
 
  private:
   using Subscriptions = std::vector<std::shared_ptr<Subscription>>;
   class Playback;
+  struct Waiting {
+    std::shared_ptr<Subscription> subscription;
+    Wake wake;
+  };
 
   std::shared_ptr<platform::NSError> takePlace(const std::shared_ptr<Subscription>& subscription);
+  void takePlaceLocked(const std::shared_ptr<Subscription>& subscription);
+  [[nodiscard]] bool hasPlaceLocked(const std::shared_ptr<Subscription>& subscription) const;
   [[nodiscard]] bool isTakenFor(DeviceMode mode) const;
+  void forgetWaitingLocked(const std::shared_ptr<Subscription>& subscription);
+  /// Hands out what has become free. To be called without the lock.
+  [[nodiscard]] std::vector<Wake> takeWakesLocked();
   std::shared_ptr<platform::NSError> prepare();
   void setSubscriptionsLocked(std::shared_ptr<const Subscriptions> subscriptions);
   /// Both do nothing for a playback that was given up in the meantime.
@@ -72,10 +84,9 @@ class RoutedDevice {
   const DeviceDescription description_;
   const Opener open_;
   const RouterLog log_;
-  const std::chrono::milliseconds handOverGrace_;
 
   mutable std::mutex mutex_;
-  std::condition_variable placeBecameFree_;
+  std::vector<Waiting> waiting_;  // in the order in which they came
   std::shared_ptr<const Subscriptions>
       subscriptions_;  // replaced, never changed: the device's thread walks it unlocked
   std::atomic<std::uint64_t> subscriptionsVersion_{0};  // grows with each replacement

@@ -93,7 +93,7 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
         listener_(std::move(listener)),
         options_(std::move(options)),
         backlog_(std::make_shared<Backlog>(options_.limits)),
-        turns_(options_.limits),
+        startLine_(std::make_shared<StartLine>(options_.limits)),
         lines_(options_.limits) {
     if (options_.sources == nullptr) {
       options_.sources = std::make_shared<const std::vector<std::unique_ptr<DeviceSource>>>(
@@ -109,7 +109,7 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
       const std::shared_ptr<platform::NSXPCListener>& listener,
       const std::shared_ptr<platform::NSXPCConnection>& connection) override;
 
-  bool awaitTurn(uid_t user) override;
+  StartLine& startLine() override { return *startLine_; }
   std::shared_ptr<RoutedDevice> deviceWithID(std::uint64_t registryEntryID) override;
   void noteRecordingEnded(pid_t process, std::uint64_t registryEntryID) override;
   bool takeRecordingEnded(pid_t process, std::uint64_t registryEntryID) override;
@@ -142,10 +142,9 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
   const std::shared_ptr<platform::NSXPCListener> listener_;
   RouterOptions options_;
   const std::shared_ptr<Backlog> backlog_;
-  TurnQuota turns_;
+  const std::shared_ptr<StartLine> startLine_;
   LineQuota lines_;
   StopSignal idle_;
-  StopSignal stopping_;
   std::atomic<std::uint64_t> nextNumber_{1};
 
   mutable std::mutex mutex_;
@@ -176,6 +175,7 @@ void Router::Core::resume() {
     const std::lock_guard lock(mutex_);
     emptySince_ = Clock::now();
   }
+  startLine_->begin();
   housekeeping_ = std::thread([this] { keepHouse(); });
   listener_->setDelegate(std::weak_ptr<platform::NSXPCListenerDelegate>(shared_from_this()));
   listener_->resume();
@@ -188,7 +188,6 @@ void Router::Core::stop() {
     isClosed_ = true;
     changed_.notify_all();
   }
-  stopping_.raise();
   listener_->invalidate();
   for (const auto& session : sessions()) session->sayFarewell();
   {
@@ -201,6 +200,7 @@ void Router::Core::stop() {
       options_.log(stringWithFormat("%zu sessions did not end in time", left));
     }
   }
+  startLine_->end();
   if (!housekeeping_.joinable()) return;
   housekeeping_.join();
   statusFile_.remove();
@@ -348,12 +348,6 @@ std::size_t Router::Core::listSources(const std::function<void(DeviceDescription
     if (!known.contains(problem)) options_.log("ignored: " + problem);
   }
   return count;
-}
-
-bool Router::Core::awaitTurn(uid_t user) {
-  const auto now = Clock::now();
-  const auto wait = turns_.reserve(user, now);
-  return wait && (*wait <= Clock::duration::zero() || !stopping_.waitUntil(now + *wait));
 }
 
 void Router::Core::noteRecordingEnded(pid_t process, std::uint64_t registryEntryID) {

@@ -23,6 +23,7 @@ enum class IOReturn : std::int64_t {
   Busy = -536870187,             ///< 0xE00002D5: too many requests
   NotPermitted = -536870174,     ///< 0xE00002E2
   Underrun = -536870169,         ///< 0xE00002E7: a recording has been played to its end
+  Aborted = -536870165,          ///< 0xE00002EB: the client gave the request up while it waited
 };
 
 inline constexpr std::string_view WLHIDDeviceKey = "WLHIDDevice";

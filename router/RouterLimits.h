@@ -27,6 +27,10 @@ struct RouterLimits {
   Rate starts{2000, 1000};           ///< the same, for users who act together
   /// A request that exceeds its rate waits for its turn no longer than this; then it is refused.
   std::chrono::milliseconds startPatience{1000};
+  /// A client that stops and starts again comes by a new connection, and the end of the old one may
+  /// be noticed later than the new start: so long a start request waits for a place at a device
+  /// that others use.
+  std::chrono::milliseconds handOverGrace{250};
   /// A client that heard a recording to its end asks again when it has worked off what it was sent.
   /// One that has not by then gets the recording once more; remembered for ever, the answer would
   /// meet another process with the same number.

@@ -1,6 +1,7 @@
 #include "router/Session.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "platform/foundation/Format.h"
 #include "router/RouterErrors.h"
@@ -78,43 +79,106 @@ void Session::startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictio
     std::uint64_t entryID, std::uint64_t deviceMode,
     const std::shared_ptr<platform::NSDictionary>& tagDictionary,
     const std::shared_ptr<platform::NSDictionary>& /*typeDictionary*/, StartReply reply) {
+  giveUpStart("another start request came");
   endRouting();
-  Routing routing;
-  const auto error = admit(entryID, deviceMode, tagDictionary, &routing);
-  if (error != nullptr) {
-    log("cannot route: " + error->description());
-  } else {
-    log(stringWithFormat("routes device 0x%llx (%s)%s", entryID, routing.device->description().name,
-                         deviceMode == static_cast<std::uint64_t>(DeviceMode::Exclusive)
-                             ? " for itself alone"
-                             : ""));
-    const std::lock_guard lock(mutex_);
-    routing_ = routing;
-  }
-  reply(error);
-  if (error == nullptr) routing.device->begin(routing.subscription);
-  if (const auto owner = owner_.lock()) owner->sessionChanged();
+  ++latestStart_;
+  begin({entryID, deviceMode, tagDictionary, std::move(reply), {}, {}});
 }
 
-std::shared_ptr<platform::NSError> Session::admit(
-    std::uint64_t entryID, std::uint64_t deviceMode,
-    const std::shared_ptr<platform::NSDictionary>& tagDictionary, Routing* returnRouting) {
+void Session::begin(Start start) {
   const auto owner = owner_.lock();
-  if (owner == nullptr || !owner->awaitTurn(uid_)) {
-    return routerError(IOReturn::Busy,
-                       "too many start requests come from this user; ask again later", entryID);
+  const auto turn = owner == nullptr ? StartLine::Turn::Never
+                                     : owner->startLine().askForTurn(uid_, StartLine::Clock::now(),
+                                                                     wake(), &start.ticket);
+  switch (turn) {
+    case StartLine::Turn::Now:
+      return takeTurn(std::move(start));
+    case StartLine::Turn::Later:
+      waitingStart_ = std::move(start);
+      return;
+    case StartLine::Turn::Never:
+      return refuse(start,
+                    routerError(IOReturn::Busy,
+                                "too many start requests come from this user; ask again later",
+                                start.entryID));
   }
-  if (deviceMode > static_cast<std::uint64_t>(DeviceMode::Exclusive)) {
+}
+
+void Session::takeTurn(Start start) {
+  const auto owner = owner_.lock();
+  if (owner == nullptr) return;  // and with the router its connections
+  if (const auto error = prepare(*owner, &start)) return refuse(start, error);
+  if (!start.routing.device->waitsForPlace(start.routing.subscription, wake()))
+    return takePlace(std::move(start));
+  waitingStart_ = std::move(start);
+  const auto until = StartLine::Clock::now() + backlog_->limits().handOverGrace;
+  waitingStart_->ticket = owner->startLine().waitUntil(until, wake());
+}
+
+void Session::takePlace(Start start) {
+  const auto& [device, subscription] = start.routing;
+  if (const auto error = device->admit(subscription)) return refuse(start, error);
+  {
+    const std::lock_guard lock(mutex_);
+    routing_ = start.routing;
+  }
+  const bool isAlone = subscription->mode() == DeviceMode::Exclusive;
+  log(stringWithFormat("routes device 0x%llx (%s)%s", start.entryID, device->description().name,
+                       isAlone ? " for itself alone" : ""));
+  start.reply(nullptr);
+  device->begin(subscription);
+  noteChange();
+}
+
+std::function<void()> Session::wake() {
+  return
+      [connection = std::weak_ptr(connection_), session = weak_from_this(), number = latestStart_] {
+        const auto awake = connection.lock();
+        if (awake == nullptr) return;
+        awake->callOnQueue([session, number] {
+          if (const auto self = session.lock()) self->goOn(number);
+        });
+      };
+}
+
+void Session::goOn(std::uint64_t number) {
+  if (!waitingStart_ || number != latestStart_) return;
+  Start start = *std::exchange(waitingStart_, std::nullopt);
+  if (start.routing.device != nullptr) return takePlace(std::move(start));
+  start.ticket.useTurn();
+  takeTurn(std::move(start));
+}
+
+void Session::refuse(const Start& start, const std::shared_ptr<platform::NSError>& error) {
+  log("cannot route: " + error->description());
+  start.reply(error);
+}
+
+void Session::giveUpStart(const std::string& why) {
+  if (!waitingStart_) return;
+  Start start = *std::exchange(waitingStart_, std::nullopt);
+  // Before the answer: what was taken may be taken by whoever has heard of it.
+  start.ticket = {};
+  if (start.routing.device != nullptr) start.routing.device->remove(start.routing.subscription);
+  start.reply(
+      routerError(IOReturn::Aborted, "the start request was given up: " + why, start.entryID));
+}
+
+/// Checks the request and finds what it asks for. Null, or why it is refused.
+std::shared_ptr<platform::NSError> Session::prepare(SessionOwner& owner, Start* start) {
+  const std::uint64_t entryID = start->entryID;
+  if (start->deviceMode > static_cast<std::uint64_t>(DeviceMode::Exclusive)) {
     return routerError(IOReturn::BadArgument,
-                       stringWithFormat("there is no device mode %llu", deviceMode), entryID);
+                       stringWithFormat("there is no device mode %llu", start->deviceMode),
+                       entryID);
   }
   UsageFilter filter;
   try {
-    filter = UsageFilter(tagDictionary, backlog_->limits().usagesOfFilter);
+    filter = UsageFilter(start->tagDictionary, backlog_->limits().usagesOfFilter);
   } catch (const std::invalid_argument& error) {
     return routerError(IOReturn::BadArgument, error.what(), entryID);
   }
-  const auto device = owner->deviceWithID(entryID);
+  const auto device = owner.deviceWithID(entryID);
   if (device == nullptr) {
     return routerError(IOReturn::NoDevice,
                        stringWithFormat("no device has the registry entry ID 0x%llx", entryID),
@@ -122,7 +186,7 @@ std::shared_ptr<platform::NSError> Session::admit(
   }
   // A client whose connection ends asks again by itself. It is told then that it has heard all, and
   // hears it once more only when it asks once more.
-  if (owner->takeRecordingEnded(pid_, entryID)) {
+  if (owner.takeRecordingEnded(pid_, entryID)) {
     return routerError(IOReturn::Underrun,
                        stringWithFormat("the recording \"%s\" has been played to its end",
                                         device->description().name),
@@ -132,21 +196,21 @@ std::shared_ptr<platform::NSError> Session::admit(
       std::make_shared<ClientSink>(connection_, [owner = owner_, process = pid_, entryID] {
         if (const auto router = owner.lock()) router->noteRecordingEnded(process, entryID);
       });
-  const auto subscription = std::make_shared<Subscription>(
-      sink, std::move(filter), static_cast<DeviceMode>(deviceMode), backlog_);
-  if (auto error = device->admit(subscription)) return error;
-  *returnRouting = {device, subscription};
+  start->routing = {
+      device, std::make_shared<Subscription>(sink, std::move(filter),
+                                             static_cast<DeviceMode>(start->deviceMode), backlog_)};
   return nullptr;
 }
 
 void Session::stopRoutingService() {
-  if (currentRouting().device == nullptr) return;
+  if (!waitingStart_ && currentRouting().device == nullptr) return;
   log("stops");
+  giveUpStart("a stop request came");
   endRouting();
-  if (const auto owner = owner_.lock()) owner->sessionChanged();
 }
 
 void Session::end() {
+  giveUpStart("the connection has ended");
   endRouting();
   measureBacklog();  // what it had unsent went with the connection
   if (const std::uint64_t leftOut = lines_.takeLeftOut())
@@ -163,10 +227,17 @@ void Session::endRouting() {
   const Routing ended = currentRouting();
   if (ended.device == nullptr) return;
   ended.device->remove(ended.subscription);
-  // Counted in the same moment as the routing ceases to be, so that the total never shrinks.
-  const std::lock_guard lock(mutex_);
-  lostBefore_ += ended.subscription->lost();
-  routing_ = {};
+  {
+    // Counted in the same moment as the routing ceases to be, so that the total never shrinks.
+    const std::lock_guard lock(mutex_);
+    lostBefore_ += ended.subscription->lost();
+    routing_ = {};
+  }
+  noteChange();
+}
+
+void Session::noteChange() const {
+  if (const auto owner = owner_.lock()) owner->sessionChanged();
 }
 
 SessionStatus Session::status(std::uint64_t* returnLostInAll) const {

@@ -1,19 +1,23 @@
 // One client's connection, and what it has routed.
 //
 // A session routes one device at a time. A start request that comes while it does replaces the
-// routing, quietly.
+// routing, quietly. A start request may have to wait, for its turn or for a place at its device;
+// meanwhile the queue serves what else comes. Another start request, a stop request and the end of
+// the connection give up the one that waits: it is answered so, and has taken nothing.
 //
 // Threading: the two requests and the end of the connection come on the connection's queue, one at
-//   a time; the rest may be called from any thread.
+//   a time, and what ends a wait goes on there; the rest may be called from any thread.
 // Ownership: holds its connection; the router holds the session until the connection has ended.
-// Errors: answered to the client.
-// Order: a start request is answered before the first report is sent.
+// Errors: answered to the client. Each start request is answered once.
+// Order: a start request is answered before the first report is sent, and one that is given up
+//   before what replaces it.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -22,6 +26,7 @@
 #include "router/Quotas.h"
 #include "router/RoutedDevice.h"
 #include "router/RouterStatus.h"
+#include "router/StartLine.h"
 
 namespace router {
 
@@ -29,8 +34,8 @@ namespace router {
 class SessionOwner {
  public:
   virtual ~SessionOwner() = default;
-  /// Waits until it is that user's turn for a start request. False where there are too many.
-  virtual bool awaitTurn(uid_t user) = 0;
+  /// Where start requests wait.
+  virtual StartLine& startLine() = 0;
   /// Null when no source has such a device.
   virtual std::shared_ptr<RoutedDevice> deviceWithID(std::uint64_t registryEntryID) = 0;
   /// A client of that process has heard the recording to its end.
@@ -42,7 +47,8 @@ class SessionOwner {
   virtual void log(uid_t user, std::string_view line) = 0;
 };
 
-class Session final : public WLHIDEventRouterProtocol {
+class Session final : public WLHIDEventRouterProtocol,
+                      public std::enable_shared_from_this<Session> {
  public:
   Session(std::uint64_t number, std::shared_ptr<platform::NSXPCConnection> connection,
           std::weak_ptr<SessionOwner> owner, const std::shared_ptr<Backlog>& backlog);
@@ -76,11 +82,30 @@ class Session final : public WLHIDEventRouterProtocol {
     std::shared_ptr<Subscription> subscription;
   };
 
-  std::shared_ptr<platform::NSError> admit(
-      std::uint64_t entryID, std::uint64_t deviceMode,
-      const std::shared_ptr<platform::NSDictionary>& tagDictionary, Routing* returnRouting);
+  /// A start request until it is answered.
+  struct Start {
+    std::uint64_t entryID = 0;
+    std::uint64_t deviceMode = 0;
+    std::shared_ptr<platform::NSDictionary> tagDictionary;
+    StartReply reply;
+    Routing routing;           // none while it waits for its turn
+    StartLine::Ticket ticket;  // while it waits
+  };
+
+  /// In the order in which they come: each answers the request, or leaves it waiting for the next.
+  void begin(Start start);
+  void takeTurn(Start start);
+  void takePlace(Start start);
+  /// Has the start request that has begun last go on, on the queue, if it still waits then.
+  [[nodiscard]] std::function<void()> wake();
+  void goOn(std::uint64_t number);
+  void refuse(const Start& start, const std::shared_ptr<platform::NSError>& error);
+  void giveUpStart(const std::string& why);
+
+  std::shared_ptr<platform::NSError> prepare(SessionOwner& owner, Start* start);
   [[nodiscard]] Routing currentRouting() const;
   void endRouting();
+  void noteChange() const;
   /// Leaves out what is too much of one session, and says so when it ends or writes again.
   void log(const std::string& text);
   void logUnlimited(const std::string& text) const;
@@ -93,7 +118,9 @@ class Session final : public WLHIDEventRouterProtocol {
   const std::string title_;
   const std::weak_ptr<SessionOwner> owner_;
   const std::shared_ptr<Backlog::Share> backlog_;
-  LineBudget lines_;          // on the connection's queue
+  LineBudget lines_;                   // on the connection's queue
+  std::optional<Start> waitingStart_;  // likewise
+  std::uint64_t latestStart_ = 0;      // likewise
   mutable std::mutex mutex_;  // of the two below, which are changed on the connection's queue only
   Routing routing_;
   std::uint64_t lostBefore_ = 0;

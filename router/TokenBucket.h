@@ -29,7 +29,7 @@ class TokenBucket {
     return std::chrono::ceil<Clock::duration>(wait);
   }
   bool take(Clock::time_point now) { return reserve(now, Clock::duration::zero()).has_value(); }
-  void giveBack() { tokens_ += 1; }
+  void giveBack() { tokens_ = std::min(rate_.burst, tokens_ + 1); }
   /// Whether it is as a new one is.
   [[nodiscard]] bool isFull(Clock::time_point now) const {
     TokenBucket later = *this;

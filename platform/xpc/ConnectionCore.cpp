@@ -394,6 +394,14 @@ void ConnectionCore::pokeLocked() {
   if (!attention_.exchange(true)) ::eventfd_write(wake_, 1);
 }
 
+void ConnectionCore::callOnQueue(std::function<void()> action) {
+  if (mark_.isInherited()) return;
+  const std::lock_guard lock(mutex_);
+  if (life_.hasEnded()) return;
+  calls_.push_back(std::move(action));
+  if (life_.isActive()) pokeLocked();
+}
+
 /// Without a thread or descriptor to be had the work stays queued, and the next call tries again.
 bool ConnectionCore::startThreadLocked() {
   if (wake_ < 0) wake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);

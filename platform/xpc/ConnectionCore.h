@@ -90,6 +90,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   [[nodiscard]] std::size_t unsentBytesOfUser() const;
   bool waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit);
   [[nodiscard]] std::uint64_t messagesDropped() const;
+  void callOnQueue(std::function<void()> action);
   [[nodiscard]] PeerIdentity peer() const;
 
   /// Connections whose thread runs or whose socket is open.
@@ -103,6 +104,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   using Phase = ConnectionLife::Phase;
   using Event = ConnectionLife::Event;
   using Handlers = Outbox::Handlers;
+  using Calls = std::vector<std::function<void()>>;
 
   enum class Step { Again, FinishLocally, Connect, Serve, Sleep, Exit };
   enum class StreamEnd { No, Farewell, Breach, Lost };
@@ -133,6 +135,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void run();
   Step nextStep();
   void runFailures();
+  void runCalls();
   void connect();
   /// False where no memory is to be had for the hello.
   [[nodiscard]] bool adoptSocket(int socket);
@@ -156,6 +159,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   struct EndHandlers {
     SharedHandler interruption;  ///< taken along to be released
     SharedHandler invalidation;
+    Calls calls;  ///< likewise
   };
   void reportInvalidation();
   bool takeEndHandlers(EndHandlers& handlers);
@@ -208,6 +212,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   int wake_ = -1;
   Outbox outbox_;
   PendingRequests pending_;
+  Calls calls_;  ///< for the queue thread to make
   PeerIdentity peer_;
   std::unique_ptr<Admissions::Place> place_;  ///< null for a connection to a service
   /// Until when the peer may be silent; set at resume, for the queue thread.

@@ -28,6 +28,7 @@ class ConnectionHandle final : public NSXPCConnection {
   [[nodiscard]] std::size_t unsentBytesOfUser() const override;
   bool waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit) override;
   [[nodiscard]] std::uint64_t messagesDropped() const override;
+  void callOnQueue(std::function<void()> action) override;
   [[nodiscard]] std::shared_ptr<XPCMessageBatch> makeBatch() override;
 
  protected:

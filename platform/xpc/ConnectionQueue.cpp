@@ -43,6 +43,7 @@ void ConnectionCore::run() {
     attention_.store(
         false);  // before the state is looked at, so that a later change wakes the thread again
     runFailures();
+    runCalls();
     switch (nextStep()) {
       case Step::Again:
         break;
@@ -72,6 +73,7 @@ ConnectionCore::Step ConnectionCore::nextStep() {
     releaseTokenLocked();
     return Step::Exit;
   }
+  if (!calls_.empty()) return Step::Again;
   if (socket_ >= 0) return Step::Serve;
   return outbox_.empty() ? Step::Sleep : Step::Connect;
 }
@@ -90,6 +92,18 @@ void ConnectionCore::runFailures() {
       }
       failure = {};
     }
+  }
+}
+
+void ConnectionCore::runCalls() {
+  Calls due;
+  {
+    const std::lock_guard lock(mutex_);
+    if (life_.isActive()) due.swap(calls_);
+  }
+  for (auto& call : due) {
+    if (!stopDelivering_.load(std::memory_order_relaxed)) guarded("a call on the queue", call);
+    call = nullptr;
   }
 }
 
@@ -355,6 +369,7 @@ bool ConnectionCore::takeEndHandlers(EndHandlers& handlers) {
   life_.take(Event::Report);
   handlers.interruption.swap(interruptionHandler_);
   handlers.invalidation.swap(invalidationHandler_);
+  handlers.calls.swap(calls_);
   return true;
 }
 

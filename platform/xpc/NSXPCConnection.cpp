@@ -92,6 +92,9 @@ bool ConnectionHandle::waitUntilUnsentBelow(std::size_t bytes, std::chrono::mill
 std::uint64_t ConnectionHandle::messagesDropped() const {
   return core_->messagesDropped();
 }
+void ConnectionHandle::callOnQueue(std::function<void()> action) {
+  core_->callOnQueue(std::move(action));
+}
 std::shared_ptr<XPCMessageBatch> ConnectionHandle::makeBatch() {
   return std::make_shared<SendBatch>(core_);
 }

@@ -142,6 +142,10 @@ class NSXPCConnection {
   /// Messages that were sent here and thrown away, since the connection was made: the backlog had
   /// reached kXPCUnsentLimit or the user's limit, or the stream ended before they were written.
   [[nodiscard]] virtual std::uint64_t messagesDropped() const { return 0; }
+  /// Has `action` called on the connection's queue: once, between two deliveries, in the order of
+  /// these calls, and not inside this one. An end that comes before it drops it. A connection
+  /// without a queue of its own calls it here and now.
+  virtual void callOnQueue(std::function<void()> action) { action(); }
   /// For messages that are to go out together. Null for a connection that knows no batches.
   [[nodiscard]] virtual std::shared_ptr<XPCMessageBatch> makeBatch() { return nullptr; }
 

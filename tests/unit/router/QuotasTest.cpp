@@ -227,6 +227,25 @@ TEST(TokenBucket, APlaceThatIsGivenBackIsOne) {
   EXPECT_FALSE(bucket.take(kStart));
 }
 
+TEST(TokenBucket, APlaceThatIsGivenBackLateIsOneThatCameBackByItself) {
+  TokenBucket bucket(Rate{1, 1});
+  EXPECT_TRUE(bucket.take(kStart));
+  EXPECT_FALSE(bucket.reserve(kStart + seconds(5), seconds(-1)));
+  bucket.giveBack();
+  EXPECT_TRUE(bucket.take(kStart + seconds(5)));
+  EXPECT_FALSE(bucket.take(kStart + seconds(5)));
+}
+
+TEST(TurnQuota, WhatIsGivenBackIsThatUsersAndOfAll) {
+  TurnQuota quota(turns({1, 1}, {2, 1}));
+  EXPECT_TRUE(quota.reserve(1, kStart));
+  EXPECT_TRUE(quota.reserve(2, kStart));
+  quota.giveBack(1);
+  EXPECT_FALSE(quota.reserve(2, kStart));
+  EXPECT_TRUE(quota.reserve(1, kStart));
+  EXPECT_FALSE(quota.reserve(3, kStart));
+}
+
 TEST(TurnQuota, WhatAUserHasTakenIsRememberedWhoeverAsksInBetween) {
   TurnQuota quota(turns({1, 1}, {100, 1}));
   EXPECT_TRUE(quota.reserve(1, kStart));
@@ -246,10 +265,10 @@ TEST(TurnQuota, TheLongerOfBothWaitsCounts) {
   RouterLimits limits = turns({1, 10}, {2, 1});
   limits.startPatience = seconds(1);
   TurnQuota quota(limits);
-  EXPECT_EQ(quota.reserve(1, kStart), milliseconds(0));
-  EXPECT_EQ(quota.reserve(1, kStart), milliseconds(100)) << "the user's own";
-  EXPECT_EQ(quota.reserve(2, kStart), seconds(1)) << "that of all";
-  EXPECT_EQ(quota.reserve(2, kStart), std::nullopt) << "longer than anybody waits";
+  EXPECT_EQ(quota.reserve(1, kStart)->due(), kStart);
+  EXPECT_EQ(quota.reserve(1, kStart)->due(), kStart + milliseconds(100)) << "the user's own";
+  EXPECT_EQ(quota.reserve(2, kStart)->due(), kStart + seconds(1)) << "that of all";
+  EXPECT_FALSE(quota.reserve(2, kStart)) << "longer than anybody waits";
 }
 
 TEST(LineQuota, WhatAUserHasWrittenIsRememberedWhoeverWritesInBetween) {

@@ -218,7 +218,7 @@ class RoutedDeviceTest : public testing::Test {
       "85 07 05 09 19 01 29 02 15 00 25 01 75 01 95 02 81 02 75 06 95 01 81 03"
       "  05 01 09 30 15 81 25 7f 75 08 95 01 81 06";
 
-  std::unique_ptr<RoutedDevice> device(milliseconds grace = milliseconds(0)) {
+  std::unique_ptr<RoutedDevice> device() {
     return std::make_unique<RoutedDevice>(
         DeviceDescription{0x100000001, "Mouse", 3, 1, 2, "test"},
         [this]() -> std::unique_ptr<OpenDevice> {
@@ -229,8 +229,7 @@ class RoutedDeviceTest : public testing::Test {
         [this](std::string_view line) {
           const std::lock_guard lock(logMutex_);
           log_.emplace_back(line);
-        },
-        grace);
+        });
   }
   static void enter(RoutedDevice& device, const Client& client) {
     ASSERT_EQ(device.admit(client.subscription), nullptr);
@@ -239,6 +238,19 @@ class RoutedDeviceTest : public testing::Test {
   static std::int64_t refusal(RoutedDevice& device, const Client& client) {
     const auto error = device.admit(client.subscription);
     return error == nullptr ? 0 : error->code();
+  }
+  /// Whether the client has to wait for a place; `name` is noted when it is woken.
+  bool waits(RoutedDevice& device, const Client& client, const std::string& name) {
+    return device.waitsForPlace(client.subscription, [this, name] {
+      const std::lock_guard lock(logMutex_);
+      woken_.push_back(name);
+      wokenMore_.notify_all();
+    });
+  }
+  std::vector<std::string> wokenOnceThereAre(std::size_t count) {
+    std::unique_lock lock(logMutex_);
+    EXPECT_TRUE(wokenMore_.wait_for(lock, kPatience, [&] { return woken_.size() >= count; }));
+    return woken_;
   }
   std::vector<std::string> log() {
     const std::lock_guard lock(logMutex_);
@@ -251,6 +263,8 @@ class RoutedDeviceTest : public testing::Test {
   std::function<std::unique_ptr<OpenDevice>()> onOpen_;
   std::mutex logMutex_;
   std::vector<std::string> log_;
+  std::condition_variable wokenMore_;
+  std::vector<std::string> woken_;
 };
 
 }  // namespace routeddevicetest

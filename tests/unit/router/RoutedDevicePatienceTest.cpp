@@ -129,36 +129,6 @@ TEST_F(RoutedDevicePatience, ADeviceThatGoesAtItsOwnPaceWaitsForNobodyForLong) {
   }
 }
 
-TEST_F(RoutedDevicePatience, WhoWaitsForAPlaceIsToldAtOnceThatTheDeviceHasGone) {
-  const auto d = device(std::chrono::duration_cast<milliseconds>(kPatience));
-  Client owner(DeviceMode::Exclusive);
-  Client waiting;
-  enter(*d, owner);
-  std::thread other([this] { feed_.goAway(); });
-  const auto error = d->admit(waiting.subscription);
-  other.join();
-  ASSERT_NE(error, nullptr);
-  EXPECT_EQ(error->code(), -536870208);
-  EXPECT_EQ(error->userInfo()->objectForKey(platform::NSLocalizedDescriptionKey)->description(),
-            "the device \"Mouse\" has gone away");
-  d->remove(owner.subscription);
-}
-
-TEST_F(RoutedDevicePatience, WhoWaitsForAPlaceHasItWhenARecordingEnds) {
-  const auto d = device(std::chrono::duration_cast<milliseconds>(kPatience));
-  Client owner(DeviceMode::Exclusive);
-  Client waiting;
-  enter(*d, owner);
-  std::thread other([this] { feed_.end(); });
-  EXPECT_EQ(refusal(*d, waiting), 0);
-  other.join();
-  d->begin(waiting.subscription);
-  feed_.report("07 01");
-  waiting.sink->linesOnceThereAre(1);
-  EXPECT_EQ(opened_, 2);
-  d->remove(waiting.subscription);
-}
-
 TEST_F(RoutedDevicePatience, WhoHasNoPlaceDoesNotBegin) {
   const auto d = device();
   Client stranger;

@@ -105,20 +105,6 @@ TEST_F(RoutedDeviceTest, AnExclusiveClientIsAlone) {
   d->remove(shared.subscription);
 }
 
-TEST_F(RoutedDeviceTest, AClientThatIsAboutToLeaveIsWaitedFor) {
-  const auto d = device(std::chrono::duration_cast<milliseconds>(kPatience));
-  Client leaving(DeviceMode::Exclusive);
-  Client coming(DeviceMode::Exclusive);
-  enter(*d, leaving);
-  std::thread other([&] { d->remove(leaving.subscription); });
-  EXPECT_EQ(refusal(*d, coming), 0);
-  other.join();
-  d->begin(coming.subscription);
-  feed_.report("07 01");
-  coming.sink->linesOnceThereAre(1);
-  d->remove(coming.subscription);
-}
-
 TEST_F(RoutedDeviceTest, WhenItGoesAwayEveryoneIsToldAndItStaysAway) {
   const auto d = device();
   Client a;

@@ -24,7 +24,8 @@ TEST(RouterErrors, CodesAreThoseThatClientsKnow) {
                                                       {IOReturn::IOError, 0xE00002CA},
                                                       {IOReturn::Busy, 0xE00002D5},
                                                       {IOReturn::NotPermitted, 0xE00002E2},
-                                                      {IOReturn::Underrun, 0xE00002E7}};
+                                                      {IOReturn::Underrun, 0xE00002E7},
+                                                      {IOReturn::Aborted, 0xE00002EB}};
   for (const auto& [code, bits] : codes) {
     const std::int64_t expected = static_cast<std::int32_t>(bits);
     EXPECT_EQ(router::routerError(code, "x")->code(), expected) << std::hex << bits;

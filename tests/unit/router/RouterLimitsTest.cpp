@@ -22,6 +22,7 @@ TEST(RouterLimits, OfConnectionsRequestsAndLogLines) {
   expectRate(limits.startsOfUser, 1000, 500);
   expectRate(limits.starts, 2000, 1000);
   EXPECT_EQ(limits.startPatience, seconds(1));
+  EXPECT_EQ(limits.handOverGrace, milliseconds(250));
   EXPECT_EQ(limits.endIsRemembered, std::chrono::minutes(10));
   expectRate(limits.logLinesOfSession, 32, 1);
   expectRate(limits.logLinesOfUser, 512, 16);
