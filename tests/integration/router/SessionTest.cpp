@@ -18,7 +18,8 @@ using testing::HasSubstr;
 
 constexpr std::uint64_t kDevice = 0x100000001;
 constexpr const char* kStarted = "started";
-constexpr const char* kInUse = "refused -536870203 the device \"Mouse\" is in use by another client";
+constexpr const char* kInUse =
+    "refused -536870203 the device \"Mouse\" is in use by another client";
 constexpr const char* kStopped =
     "refused -536870165 the start request was given up: a stop request came";
 
