@@ -115,8 +115,8 @@ std::string NSNumber::description() const {
 
 std::strong_ordering orderOfNumbers(double a, double b) {
   if (std::isnan(a) || std::isnan(b)) return std::isnan(a) <=> std::isnan(b);
-  if (a == b) return std::strong_ordering::equal;
-  return a < b ? std::strong_ordering::less : std::strong_ordering::greater;
+  if (a < b) return std::strong_ordering::less;
+  return a > b ? std::strong_ordering::greater : std::strong_ordering::equal;
 }
 
 }  // namespace platform
