@@ -113,9 +113,7 @@ int arrangeDescriptors(const ProcessPlan& plan, int output) {
 }
 
 void restoreSignals() {
-  struct sigaction byDefault {};
-  byDefault.sa_handler = SIG_DFL;
-  for (int number = 1; number < NSIG; ++number) ::sigaction(number, &byDefault, nullptr);
+  for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);
   sigset_t none;
   sigemptyset(&none);
   ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
