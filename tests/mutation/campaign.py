@@ -131,7 +131,10 @@ class Build:
             if label not in LABELS or target not in targets:
                 continue
             program = next(line.strip() for line in self.ask_ninja("-t", "query", target)[2:3])
-            command = [str(self.folder / program)]
+            # The target's own name is that of its program where that lies in the build folder itself.
+            command = [str(self.folder / (target if program.endswith(".o") else program))]
+            if label == "stress":
+                command.append("short")
             if label == "fuzz":
                 command.append(str(self.tree.copy / "fuzz/corpus" / target.removeprefix("fuzz_")))
             environment = dict(pair.split("=", 1) for pair in properties.get("ENVIRONMENT", []))

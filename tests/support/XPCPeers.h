@@ -138,6 +138,7 @@ class Talker final : public Talk {
     if (onNote) onNote(number);
   }
   void data_tag(const std::shared_ptr<platform::NSData>& data, std::uint32_t tag) override {
+    if (onData) onData();
     log_.add("data " + std::to_string(data ? data->length() : 0) + " " + std::to_string(tag));
   }
   void list(const std::shared_ptr<platform::NSArray>& list) override {
@@ -159,7 +160,8 @@ class Talker final : public Talk {
     return std::exchange(held_, {});
   }
 
-  std::function<void(std::uint64_t)> onNote;  ///< set before anything can arrive
+  std::function<void(std::uint64_t)> onNote;  ///< set before anything can arrive, as is the next
+  std::function<void()> onData;
 
  private:
   EventLog& log_;

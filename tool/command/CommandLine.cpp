@@ -118,7 +118,7 @@ int runChosen(const std::string& program, const std::string& root, const Action&
 
 }  // namespace
 
-int runCommandLine(int argc, const char* const* argv) {
+int runCommandLine(int argc, const char* const* argv) try {
   CLI::App app;
   std::string root;
   Action chosen;
@@ -137,10 +137,10 @@ int runCommandLine(int argc, const char* const* argv) {
   } catch (const UsageFailure& error) {
     complain(error.what() + helpHint(app));
     return ExitWrongUsage;
-  } catch (const std::exception& error) {
-    complain(error.what());
-    return ExitNotSo;
   }
+} catch (const std::exception& error) {  // also of what a handler above could not print
+  complain(error.what());
+  return ExitNotSo;
 }
 
 }  // namespace tool

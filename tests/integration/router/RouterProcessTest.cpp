@@ -169,6 +169,7 @@ TEST_F(RouterProcessTest, WhatIsPutInTheRootsPlaceGetsNothing) {
   Client first;
   first.start(1);
   first.log->await(1);  // the router runs
+  awaitStatus([](const auto& status) { return status.isRunning; });
   fs::rename(directory_, away);
   fs::create_directory_symlink(planted, directory_);
   testsupport::writeFile(planted / "etc/hideventrouter/stolen.plist",

@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cerrno>
-#include <fstream>
 #include <future>
 #include <map>
 
@@ -23,43 +22,7 @@ Lines notes(std::uint64_t first, std::uint64_t end) {
   return lines;
 }
 
-/// What is in memory of the small mappings without huge pages, in KiB: stacks, and the receive
-/// buffers. Large ones are a sanitizer's own.
-std::size_t residentBuffers() {
-  std::ifstream maps("/proc/self/smaps");
-  constexpr std::size_t kSmall = 4096;
-  std::size_t resident = 0;
-  std::size_t size = 0;
-  std::size_t ofMapping = 0;
-  for (std::string line; std::getline(maps, line);) {
-    if (line.starts_with("Size:")) size = std::stoull(line.substr(5));
-    if (line.starts_with("Rss:")) ofMapping = std::stoull(line.substr(4));
-    const bool isPlain = line.starts_with("VmFlags:") && line.find(" nh") != std::string::npos;
-    if (isPlain && size <= kSmall) resident += ofMapping;
-  }
-  return resident;
-}
-
 }  // namespace
-
-TEST_F(Message, ALargeOneLeavesNoMemoryBehindInAnIdleConnection) {
-  constexpr std::size_t kMost = 50;  // of some 60 KiB
-  std::atomic<std::size_t> busy{0};
-  service_->prepare = [&busy](End& end) {
-    end.talker->onNote = [&busy](std::uint64_t) { busy = residentBuffers(); };
-  };
-  const auto end = connect();
-  const std::size_t before = residentBuffers();
-  const auto proxy = client_.proxy();
-  proxy->data_tag(NSData::dataWithBytes(std::vector<std::uint8_t>(60'000)), 1);
-  proxy->note(1);
-  ASSERT_TRUE(end->log.waitFor("data 60000 1"));
-  const auto limit = std::chrono::steady_clock::now() + kPatience;
-  while (busy < before + kMost || residentBuffers() >= before + kMost) {  // there is no event
-    ASSERT_LT(std::chrono::steady_clock::now(), limit) << busy << " and then " << residentBuffers();
-    std::this_thread::yield();
-  }
-}
 
 TEST_F(Message, ArriveInTheOrderOfSendingOnOneThreadThatIsNotTheSenders) {
   const auto end = connect(0);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <ctime>
 #include <thread>
 
@@ -129,8 +130,9 @@ TEST(RecentLogLines, HoldAThousandLines) {
 }
 
 TEST(RecentLogLines, BeginWithTheTimeOfDay) {
-  const auto now = [] {
-    const std::time_t seconds = std::time(nullptr);
+  const auto now = [] {  // not std::time, which may be a tick behind
+    const std::time_t seconds =
+        std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
     std::array<char, 32> text{};
     std::strftime(text.data(), text.size(), "%FT%T", std::gmtime(&seconds));
     return std::string(text.data());

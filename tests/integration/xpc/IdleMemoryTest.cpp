@@ -1,0 +1,47 @@
+// What a connection holds in memory when it has nothing to do. In a program of its own: the stacks
+// of other tests' threads would be measured too, and go when they like.
+#include <fstream>
+
+#include "tests/support/XPCPeers.h"
+
+using namespace platform;
+using namespace testsupport;
+
+namespace {
+
+class IdleMemory : public XPCTest {};
+
+/// What is in memory of the small mappings without huge pages, in KiB: stacks, and the receive
+/// buffers. Large ones are a sanitizer's own.
+std::size_t residentBuffers() {
+  std::ifstream maps("/proc/self/smaps");
+  constexpr std::size_t kSmall = 4096;
+  std::size_t resident = 0;
+  std::size_t size = 0;
+  std::size_t ofMapping = 0;
+  for (std::string line; std::getline(maps, line);) {
+    if (line.starts_with("Size:")) size = std::stoull(line.substr(5));
+    if (line.starts_with("Rss:")) ofMapping = std::stoull(line.substr(4));
+    const bool isPlain = line.starts_with("VmFlags:") && line.find(" nh") != std::string::npos;
+    if (isPlain && size <= kSmall) resident += ofMapping;
+  }
+  return resident;
+}
+
+}  // namespace
+
+TEST_F(IdleMemory, ALargeMessageLeavesNone) {
+  constexpr std::size_t kLetGo = 50;  // KiB at least, of some 60
+  std::atomic<std::size_t> busy{0};
+  service_->prepare = [&busy](End& end) {
+    end.talker->onData = [&busy] { busy = residentBuffers(); };
+  };
+  const auto end = connect();
+  client_.proxy()->data_tag(NSData::dataWithBytes(std::vector<std::uint8_t>(60'000)), 1);
+  ASSERT_TRUE(end->log.waitFor("data 60000 1"));
+  const auto limit = std::chrono::steady_clock::now() + kPatience;
+  while (residentBuffers() + kLetGo > busy) {  // there is no event
+    ASSERT_LT(std::chrono::steady_clock::now(), limit) << busy << ", now " << residentBuffers();
+    std::this_thread::yield();
+  }
+}
