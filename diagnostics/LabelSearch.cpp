@@ -8,8 +8,6 @@
 namespace diagnostics {
 namespace {
 
-constexpr auto npos = std::string_view::npos;
-
 /// A label that begins in a block may end this much behind it.
 constexpr std::size_t overhang = routerLabel.size() - 1;
 
