@@ -1,5 +1,5 @@
 #include "WLHIDAccess/WLHIDAccess.h"
 
-extern "C" const double WLHIDAccessVersionNumber = 1.0;
+extern "C" const double WLHIDAccessVersionNumber = WLHID_VERSION_NUMBER;
 extern "C" const char WLHIDAccessVersionString[] =
-    "@(#)PROGRAM:WLHIDAccess  PROJECT:WLHIDAccess-1\n";
+    "@(#)PROGRAM:WLHIDAccess  PROJECT:WLHIDAccess-" WLHID_VERSION_MAJOR "\n";

@@ -23,10 +23,6 @@
 #include "router/RouterStatus.h"
 #include "router/Session.h"
 
-#ifndef WLHID_ROUTER_VERSION
-#define WLHID_ROUTER_VERSION "0"
-#endif
-
 namespace router {
 
 namespace {
@@ -169,7 +165,7 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
 
 void Router::Core::resume() {
   const std::size_t devices = listSources([](const DeviceDescription&) {});
-  options_.log(stringWithFormat("router %s of %s, %zu devices", WLHID_ROUTER_VERSION,
+  options_.log(stringWithFormat("router %s of %s, %zu devices", WLHID_VERSION,
                                 root_.path().string(), devices));
   {
     const std::lock_guard lock(mutex_);
@@ -451,7 +447,7 @@ void Router::Core::writeStatus() {
     status.lost = lostByEnded_;
   }
   status.pid = ::getpid();
-  status.version = WLHID_ROUTER_VERSION;
+  status.version = WLHID_VERSION;
   for (const auto& session : sessions()) {
     std::uint64_t lostInAll = 0;
     status.sessions.push_back(session->status(&lostInAll));
