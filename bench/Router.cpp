@@ -20,13 +20,14 @@
 
 #include "platform/foundation/NSString.h"
 #include "platform/services/ServiceEndpoints.h"
-#include "platform/xpc/NSXPCListener.h"
-#include "router-client/WLHIDEventRouterProtocols.h"
+#include "tests/support/TestRouter.h"
 
 extern char** environ;
 
 namespace bench {
 namespace {
+
+using testsupport::RouterSession;
 
 constexpr int kLayerDescriptor = 3;
 constexpr int kBareDescriptor = 4;
@@ -54,94 +55,62 @@ std::shared_ptr<platform::NSData> plainReport() {
   });
 }
 
-class BenchSession;
+void sendPaced(const Job& job, WLHIDEventRouterClientProtocol& client) {
+  std::uint64_t due = monotonicNanoseconds();
+  for (std::uint32_t i = 0; i < job.count; ++i) {
+    sleepUntil(due += kPace);
+    client.receivedData_forReportID(stampedReport(), 1);
+  }
+}
+
+void sendStream(const Job& job, WLHIDEventRouterClientProtocol& client,
+                platform::NSXPCConnection& connection) {
+  const auto batch = connection.makeBatch();
+  const auto batched = batch->proxyWithErrorHandler<WLHIDEventRouterClientProtocol>({});
+  for (std::uint32_t sent = 0; sent < job.count;) {
+    if (job.batch == 1) {
+      client.receivedData_forReportID(plainReport(), 1);
+    } else {
+      for (unsigned i = 0; i < job.batch; ++i) batched->receivedData_forReportID(plainReport(), 1);
+      batch->send();
+    }
+    sent += job.batch;
+    if (sent % 64 == 0 && connection.unsentBytes() > kMostUnsent) {
+      connection.waitUntilUnsentBelow(kMostUnsent / 2, std::chrono::milliseconds(10'000));
+    }
+  }
+}
 
 // Reports of a ping-pong go out when the other connection of the same client sends a stop request.
 std::mutex pingPongMutex;
-std::weak_ptr<BenchSession> pingPong;
+std::weak_ptr<RouterSession> pingPong;
 
-class BenchSession final : public WLHIDEventRouterProtocol,
-                           public std::enable_shared_from_this<BenchSession> {
+class BenchSession final : public RouterSession {
  public:
-  explicit BenchSession(std::shared_ptr<platform::NSXPCConnection> connection)
-      : connection_(std::move(connection)) {}
-
-  void begin() {
-    auto remote =
-        platform::NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterClientProtocol::protocol());
-    connection_->setExportedInterface(
-        platform::NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterProtocol::protocol()));
-    connection_->setExportedObject<WLHIDEventRouterProtocol>(shared_from_this());
-    connection_->setRemoteObjectInterface(remote);
-    // The session holds itself until its connection has ended.
-    connection_->setInvalidationHandler([self = shared_from_this()] { self->connection_.reset(); });
-    client_ = connection_->remoteObjectProxyWithErrorHandler<WLHIDEventRouterClientProtocol>({});
-    connection_->resume();
-  }
-
-  void startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
-      std::uint64_t entryID, std::uint64_t, const std::shared_ptr<platform::NSDictionary>&,
-      const std::shared_ptr<platform::NSDictionary>&, StartReply reply) override {
-    reply(nullptr);
-    const Job job = Job::decode(entryID);
-    if (job.kind == Kind::PingPong) {
-      const std::lock_guard lock(pingPongMutex);
-      pingPong = shared_from_this();
-    } else if (job.kind != Kind::Nothing) {
-      std::thread([self = shared_from_this(), connection = connection_, job] {
-        self->send(job, *connection);
-      }).detach();
-    }
-  }
+  using RouterSession::RouterSession;
 
   void stopRoutingService() override {
-    std::shared_ptr<BenchSession> other;
+    std::shared_ptr<RouterSession> other;
     {
       const std::lock_guard lock(pingPongMutex);
       other = pingPong.lock();
     }
-    if (other && other.get() != this) other->client_->receivedData_forReportID(plainReport(), 1);
+    if (other && other.get() != this) other->client->receivedData_forReportID(plainReport(), 1);
   }
 
  private:
-  void send(const Job& job, platform::NSXPCConnection& connection) const {
-    if (job.kind == Kind::Paced) return sendPaced(job);
-    const auto batch = connection.makeBatch();
-    const auto batched = batch->proxyWithErrorHandler<WLHIDEventRouterClientProtocol>({});
-    for (std::uint32_t sent = 0; sent < job.count;) {
-      if (job.batch == 1) {
-        client_->receivedData_forReportID(plainReport(), 1);
-      } else {
-        for (unsigned i = 0; i < job.batch; ++i)
-          batched->receivedData_forReportID(plainReport(), 1);
-        batch->send();
-      }
-      sent += job.batch;
-      if (sent % 64 == 0 && connection.unsentBytes() > kMostUnsent) {
-        connection.waitUntilUnsentBelow(kMostUnsent / 2, std::chrono::milliseconds(10'000));
-      }
+  void answer(const testsupport::StartRequest& request, StartReply reply) override {
+    reply(nullptr);
+    const Job job = Job::decode(request.entryID);
+    if (job.kind == Kind::PingPong) {
+      const std::lock_guard lock(pingPongMutex);
+      pingPong = weak_from_this();
+    } else if (job.kind != Kind::Nothing) {
+      std::thread([self = shared_from_this(), job] {
+        if (job.kind == Kind::Paced) return sendPaced(job, *self->client);
+        sendStream(job, *self->client, *self->connection);
+      }).detach();
     }
-  }
-
-  void sendPaced(const Job& job) const {
-    std::uint64_t due = monotonicNanoseconds();
-    for (std::uint32_t i = 0; i < job.count; ++i) {
-      sleepUntil(due += kPace);
-      client_->receivedData_forReportID(stampedReport(), 1);
-    }
-  }
-
-  std::shared_ptr<platform::NSXPCConnection> connection_;
-  std::shared_ptr<WLHIDEventRouterClientProtocol> client_;
-};
-
-class BenchListener final : public platform::NSXPCListenerDelegate {
- public:
-  bool listener_shouldAcceptNewConnection(
-      const std::shared_ptr<platform::NSXPCListener>&,
-      const std::shared_ptr<platform::NSXPCConnection>& connection) override {
-    std::make_shared<BenchSession>(connection)->begin();
-    return true;
   }
 };
 
@@ -289,14 +258,12 @@ double RouterProcess::processorSeconds() const {
 }
 
 int runRouterRole() {
-  const auto listener = platform::NSXPCListener::initWithListeningDescriptor(kLayerDescriptor);
-  if (!listener) return 1;
-  const auto delegate = std::make_shared<BenchListener>();
   platform::NSXPCListenerLimits limits;  // one user's thousand clients are what is measured
   limits.connectionsOfUser = limits.connections = 10'000;
-  listener->setLimits(limits);
-  listener->setDelegate(delegate);
-  listener->resume();
+  const auto router = testsupport::TestRouter::serve(
+      kLayerDescriptor,
+      [](const auto& connection) { return std::make_shared<BenchSession>(connection); }, limits);
+  if (!router) return 1;
   ::fcntl(kBareDescriptor, F_SETFL, ::fcntl(kBareDescriptor, F_GETFL) & ~O_NONBLOCK);
   for (;;) {
     const int socket = ::accept4(kBareDescriptor, nullptr, nullptr, SOCK_CLOEXEC);

@@ -17,10 +17,10 @@
 #include "platform/foundation/NSURL.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "platform/kit/KQIOObject.h"
-#include "router-client/WLHIDEventRouterProtocols.h"
 #include "tests/conformance/wire/WireJudge.h"
 #include "tests/stress/Crowd.h"
 #include "tests/stress/Stress.h"
+#include "tests/support/TestRouter.h"
 #include "tests/support/XPCPeers.h"
 
 using namespace platform;
@@ -29,6 +29,8 @@ using conformance::wireMessages;
 using testsupport::Bytes;
 using testsupport::EventLog;
 using testsupport::RawPeer;
+using testsupport::RouterSession;
+using testsupport::TestRouter;
 
 namespace {
 
@@ -90,27 +92,18 @@ std::shared_ptr<NSXPCInterface> clientInterface() {
 }
 
 /// The router's end of one connection: answers each start and sends one report.
-class Session final : public WLHIDEventRouterProtocol {
+class Session final : public RouterSession {
  public:
-  explicit Session(std::shared_ptr<NSXPCConnection> made) : connection_(std::move(made)) {
-    connection_->setExportedInterface(routerInterface());
-    connection_->setRemoteObjectInterface(clientInterface());
+  explicit Session(std::shared_ptr<NSXPCConnection> accepted) : RouterSession(std::move(accepted)) {
+    connection->setExportedInterface(routerInterface());
   }
-  void startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
-      std::uint64_t, std::uint64_t, const std::shared_ptr<NSDictionary>&,
-      const std::shared_ptr<NSDictionary>&, StartReply reply) override {
-    reply(nullptr);
-    const std::uint8_t report[] = {1, 2, 3, 4};
-    connection_->remoteObjectProxyWithErrorHandler<WLHIDEventRouterClientProtocol>({})
-        ->receivedData_forReportID(NSData::dataWithBytes(report), 1);
-  }
-  void stopRoutingService() override { stops.fetch_add(1); }
-
-  [[nodiscard]] const std::shared_ptr<NSXPCConnection>& connection() const { return connection_; }
-  std::atomic<std::uint64_t> stops{0};
 
  private:
-  const std::shared_ptr<NSXPCConnection> connection_;
+  void answer(const testsupport::StartRequest&, StartReply reply) override {
+    reply(nullptr);
+    const std::uint8_t report[] = {1, 2, 3, 4};
+    client->receivedData_forReportID(NSData::dataWithBytes(report), 1);
+  }
 };
 
 /// Room for the crowds of this program, which are all of one user and in part never say hello.
@@ -121,62 +114,12 @@ platform::NSXPCListenerLimits roomForCrowds() {
   return limits;
 }
 
-class Router final : public NSXPCListenerDelegate, public std::enable_shared_from_this<Router> {
- public:
-  static std::shared_ptr<Router> listen(const std::string& path) {
-    constexpr int kBacklog = 4096;
-    auto router = std::make_shared<Router>();
-    const int descriptor =
-        listenUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, kBacklog, 0600);
-    if (descriptor < 0) throw std::runtime_error("no endpoint at " + path);
-    router->listener_ = NSXPCListener::initWithListeningDescriptor(descriptor);
-    router->listener_->setLimits(roomForCrowds());
-    router->listener_->setDelegate(router);
-    router->listener_->resume();
-    return router;
-  }
-  bool listener_shouldAcceptNewConnection(
-      const std::shared_ptr<NSXPCListener>&,
-      const std::shared_ptr<NSXPCConnection>& connection) override {
-    const auto session = std::make_shared<Session>(connection);
-    connection->setExportedObject<WLHIDEventRouterProtocol>(session);
-    connection->setInvalidationHandler([weak = weak_from_this(), key = session.get()] {
-      if (const auto router = weak.lock()) router->forget(key);
-    });
-    {
-      const std::lock_guard lock(mutex_);
-      sessions_[session.get()] = session;
-    }
-    accepted.fetch_add(1);
-    connection->resume();
-    return true;
-  }
-  [[nodiscard]] std::size_t sessions() const {
-    const std::lock_guard lock(mutex_);
-    return sessions_.size();
-  }
-  void stop() {
-    listener_->invalidate();
-    listener_.reset();
-    std::map<const Session*, std::shared_ptr<Session>> gone;
-    const std::lock_guard lock(mutex_);
-    gone.swap(sessions_);
-  }
-  std::atomic<std::uint64_t> accepted{0};
-
- private:
-  void forget(const Session* key) {
-    std::shared_ptr<Session> gone;
-    const std::lock_guard lock(mutex_);
-    if (const auto found = sessions_.find(key); found != sessions_.end()) {
-      gone.swap(found->second);
-      sessions_.erase(found);
-    }
-  }
-  std::shared_ptr<NSXPCListener> listener_;
-  mutable std::mutex mutex_;
-  std::map<const Session*, std::shared_ptr<Session>> sessions_;
-};
+std::shared_ptr<TestRouter> listenAt(const std::string& path) {
+  constexpr int kBacklog = 4096;
+  return TestRouter::listen(
+      path, kBacklog, [](const auto& connection) { return std::make_shared<Session>(connection); },
+      roomForCrowds());
+}
 
 /// A client's end whose delegate does what it is told with each report.
 class Client final : public WLHIDEventRouterClientProtocol {
@@ -290,7 +233,7 @@ class Field {
       : findings_(findings),
         path_(folder + "/router.sock"),
         hostilePath_(folder + "/hostile.sock"),
-        router_(Router::listen(path_)),
+        router_(listenAt(path_)),
         hostile_(listenUnixSocket(hostilePath_, SOCK_STREAM | SOCK_CLOEXEC, 64, 0600)) {
     previous_ = serviceEndpoints().exchange(std::make_shared<Endpoints>(path_, hostilePath_));
     beside_ = std::make_unique<Beside>("com.quillmar.good");
@@ -301,7 +244,8 @@ class Field {
   Field& operator=(const Field&) = delete;
   ~Field() {
     beside_.reset();
-    router_->stop();
+    router_->listener().invalidate();
+    router_->dropSessions();
     ::close(hostile_);
     findings_.demand(testsupport::waitUntilNoConnectionIsLeft(),
                      "no connection is left at the end");
@@ -318,9 +262,9 @@ class Field {
     noteMemory();
     findings_.figure("hostile peers, memory above the start, bytes, " + name,
                      std::uint64_t{std::exchange(mostHere_, 0)});
-    const bool gone = stress::eventually([&] { return router_->sessions() == 1; });
+    const bool gone = stress::eventually([&] { return router_->sessionCount() == 1; });
     findings_.demand(gone, name + ": what it left is gone, but for sessions: " +
-                               std::to_string(router_->sessions() - 1));
+                               std::to_string(router_->sessionCount() - 1));
     ::malloc_trim(0);  // what the allocator keeps of an attack that is over is not the next one's
     findings_.demand(beside_->goesOn() && beside_->isWhole(), name + ": and goes on afterwards");
     ++attacks_;
@@ -339,7 +283,7 @@ class Field {
   }
   [[nodiscard]] stress::Findings& findings() const { return findings_; }
   [[nodiscard]] const std::string& path() const { return path_; }
-  [[nodiscard]] Router& router() const { return *router_; }
+  [[nodiscard]] TestRouter& router() const { return *router_; }
   [[nodiscard]] std::size_t mostMemory() const { return most_; }
   void forgetMemory() { start_ = residentBytes(); }
   [[nodiscard]] std::size_t startMemory() const { return start_; }
@@ -369,7 +313,7 @@ class Field {
   stress::Findings& findings_;
   const std::string path_;
   const std::string hostilePath_;
-  const std::shared_ptr<Router> router_;
+  const std::shared_ptr<TestRouter> router_;
   const int hostile_;
   std::shared_ptr<ServiceEndpoints> previous_;
   std::unique_ptr<Beside> beside_;
@@ -437,8 +381,9 @@ void halfFrames(Field& field, std::size_t count) {
       const auto length = static_cast<std::ptrdiff_t>(random() % (whole.size() + 1));
       peers.back()->send(Bytes(whole.begin(), whole.begin() + length));
     }
-    field.findings().demand(stress::eventually([&] { return field.router().sessions() > count; }),
-                            "half frames: all are connected");
+    field.findings().demand(
+        stress::eventually([&] { return field.router().sessionCount() > count; }),
+        "half frames: all are connected");
     meanwhile();
     field.findings().figure("hostile clients, silent inside a frame at once", std::uint64_t{count});
   });
@@ -508,14 +453,14 @@ void slowKeys(Field& field, std::uint64_t frames) {
 /// Comes and goes, in the middle of whatever.
 void churn(Field& field, std::uint64_t times) {
   field.attack("churn", [&](const auto& meanwhile) {
-    const std::uint64_t before = field.router().accepted.load();
+    const std::uint64_t before = field.router().arrivals();
     for (std::uint64_t i = 0; i < times; ++i) {
       const auto peer = field.peer();
       if (i % 3 != 0) peer->send(clientHello());
       if (i % 3 == 2) peer->send(startRequest(1, {0}));
     }
     field.findings().demand(
-        stress::eventually([&] { return field.router().accepted.load() == before + times; }),
+        stress::eventually([&] { return field.router().arrivals() == before + times; }),
         "churn: every one of them was accepted");
     meanwhile();
     field.findings().figure("hostile clients, connections that came and went", times);
@@ -528,17 +473,17 @@ void crowd(Field& field, stress::Crowd& crowd, std::size_t wanted) {
   std::size_t memory = 0;
   field.attack("a crowd", [&](const auto& meanwhile) {
     const std::size_t before = residentBytes();
-    const std::size_t sessions = field.router().sessions();
+    const std::size_t sessions = field.router().sessionCount();
     connected = crowd.gather(field.path(), wanted);
     // Those that found no descriptor wait in the kernel's queue; what was served is served when
     // nothing more comes for some seconds.
     constexpr std::chrono::seconds kQuiet{3};
     std::size_t seen = 0;
     do {
-      seen = field.router().sessions();
+      seen = field.router().sessionCount();
     } while (seen - sessions < connected &&
-             stress::eventually([&] { return field.router().sessions() > seen; }, kQuiet));
-    held = field.router().sessions() - sessions;
+             stress::eventually([&] { return field.router().sessionCount() > seen; }, kQuiet));
+    held = field.router().sessionCount() - sessions;
     memory = residentBytes() - before;
     meanwhile();
     crowd.disperse();

@@ -1,34 +1,12 @@
 #include "tests/stress/RaceRouter.h"
 
-#include <stdlib.h>
-#include <sys/socket.h>
-
 #include <algorithm>
-#include <stdexcept>
 
 #include "platform/foundation/NSError.h"
+#include "tests/support/OneEndpoint.h"
 
 namespace stress {
 namespace {
-
-using platform::NSXPCInterface;
-using platform::ServiceConnectResult;
-
-/// Every name leads to one socket.
-class OneEndpoint final : public platform::ServiceEndpoints {
- public:
-  explicit OneEndpoint(std::string path) : path_(std::move(path)) {}
-  ServiceConnectResult connectToService(std::string_view) override {
-    using Outcome = ServiceConnectResult::Outcome;
-    const int socket =
-        platform::connectUnixSocket(path_, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK);
-    if (socket < 0) return {Outcome::TryAgain, -1, "the endpoint is busy"};
-    return {Outcome::Connected, socket, {}};
-  }
-
- private:
-  const std::string path_;
-};
 
 std::shared_ptr<platform::NSError> refusal(std::uint64_t drawn) {
   constexpr std::int64_t kNotPermitted = -536870174;
@@ -37,76 +15,45 @@ std::shared_ptr<platform::NSError> refusal(std::uint64_t drawn) {
       platform::str("NSOSStatusErrorDomain"), drawn % 2 == 0 ? kNotPermitted : kNoDevice, nullptr);
 }
 
-std::shared_ptr<platform::NSData> report() {
-  return platform::NSData::dataWithBytes(std::vector<std::uint8_t>{1, 2, 3});
+void deliver(const RouterSession& session, std::uint32_t reportID) {
+  session.client->receivedData_forReportID(
+      platform::NSData::dataWithBytes(std::vector<std::uint8_t>{1, 2, 3}), reportID);
 }
+
+class RaceSession final : public RouterSession {
+ public:
+  RaceSession(std::shared_ptr<platform::NSXPCConnection> accepted, std::weak_ptr<RaceRouter> router)
+      : RouterSession(std::move(accepted)), router_(std::move(router)) {}
+
+ private:
+  void answer(const testsupport::StartRequest&, StartReply reply) override {
+    if (const auto router = router_.lock()) router->answer(*this, std::move(reply));
+  }
+
+  const std::weak_ptr<RaceRouter> router_;
+};
 
 }  // namespace
 
-class RaceSession final : public WLHIDEventRouterProtocol,
-                          public std::enable_shared_from_this<RaceSession> {
- public:
-  RaceSession(std::weak_ptr<RaceRouter> router,
-              std::shared_ptr<platform::NSXPCConnection> connection)
-      : router_(std::move(router)), connection_(std::move(connection)) {}
-
-  /// All but the resume, behind which anything may come.
-  void prepare() {
-    connection_->setExportedInterface(
-        NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterProtocol::protocol()));
-    connection_->setExportedObject<WLHIDEventRouterProtocol>(shared_from_this());
-    connection_->setRemoteObjectInterface(
-        NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterClientProtocol::protocol()));
-    client_ = connection_->remoteObjectProxyWithErrorHandler<WLHIDEventRouterClientProtocol>({});
-    connection_->setInvalidationHandler([router = router_, self = weak_from_this()] {
-      if (const auto owner = router.lock()) owner->ended(self);
-    });
-  }
-  void resume() const { connection_->resume(); }
-
-  void startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
-      std::uint64_t, std::uint64_t, const std::shared_ptr<platform::NSDictionary>&,
-      const std::shared_ptr<platform::NSDictionary>&, StartReply reply) override {
-    if (const auto router = router_.lock()) router->answer(shared_from_this(), std::move(reply));
-  }
-  void stopRoutingService() override { isRouting_ = false; }
-
-  void setRouting() { isRouting_ = true; }
-  [[nodiscard]] bool isRouting() const { return isRouting_; }
-  void deliver(std::uint32_t reportID) const {
-    client_->receivedData_forReportID(report(), reportID);
-  }
-  void sayFarewell() const { connection_->invalidate(); }
-
- private:
-  const std::weak_ptr<RaceRouter> router_;
-  const std::shared_ptr<platform::NSXPCConnection> connection_;
-  std::shared_ptr<WLHIDEventRouterClientProtocol> client_;
-  std::atomic<bool> isRouting_{false};
-};
-
 std::shared_ptr<RaceRouter> RaceRouter::make() {
-  std::shared_ptr<RaceRouter> router(new RaceRouter);
-  std::string pattern = (std::filesystem::temp_directory_path() / "wlhid-stress-XXXXXX").string();
-  if (::mkdtemp(pattern.data()) == nullptr)
-    throw std::runtime_error("cannot make a temporary directory");
-  router->directory_ = pattern;
-  const std::string path = pattern + "/router.sock";
-  const int descriptor = platform::listenUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC, 128, 0600);
-  if (descriptor < 0) throw std::runtime_error("cannot listen at " + path);
-  router->listener_ = platform::NSXPCListener::initWithListeningDescriptor(descriptor);
-  router->listener_->setDelegate(std::weak_ptr<platform::NSXPCListenerDelegate>(router));
-  router->listener_->resume();
-  router->previousEndpoints_ =
-      platform::serviceEndpoints().exchange(std::make_shared<OneEndpoint>(path));
-  return router;
+  constexpr int kBacklog = 128;
+  std::shared_ptr<RaceRouter> race(new RaceRouter);
+  const std::string path = (race->directory_.path() / "router.sock").string();
+  race->router_ = TestRouter::listen(
+      path, kBacklog,
+      [weak = std::weak_ptr(race)](const auto& connection) -> std::shared_ptr<RouterSession> {
+        const auto owner = weak.lock();
+        if (!owner || owner->refusesNext()) return nullptr;
+        return std::make_shared<RaceSession>(connection, owner);
+      });
+  using Outcome = testsupport::OneEndpoint::Outcome;
+  race->previousEndpoints_ = platform::serviceEndpoints().exchange(
+      std::make_shared<testsupport::OneEndpoint>(WLHIDEventRouterLabel, path, Outcome::TryAgain));
+  return race;
 }
 
 RaceRouter::~RaceRouter() {
-  if (listener_) listener_->invalidate();
   if (previousEndpoints_) platform::serviceEndpoints().exchange(previousEndpoints_);
-  std::error_code ignored;
-  std::filesystem::remove_all(directory_, ignored);
 }
 
 std::uint64_t RaceRouter::draw() {
@@ -114,29 +61,17 @@ std::uint64_t RaceRouter::draw() {
   return random_();
 }
 
-bool RaceRouter::listener_shouldAcceptNewConnection(
-    const std::shared_ptr<platform::NSXPCListener>&,
-    const std::shared_ptr<platform::NSXPCConnection>& connection) {
-  accepted_.fetch_add(1);
+bool RaceRouter::refusesNext() {
   const Temper temper = temper_;
-  if (temper == Temper::Unfriendly || (temper == Temper::Moody && draw() % 50 == 0)) return false;
-  const auto self = shared_from_this();
-  const auto session = std::make_shared<RaceSession>(self, connection);
-  session->prepare();
-  {
-    const std::lock_guard lock(mutex_);
-    sessions_.push_back(session);
-  }
-  session->resume();
-  return true;
+  return temper == Temper::Unfriendly || (temper == Temper::Moody && draw() % 50 == 0);
 }
 
-void RaceRouter::answer(const std::shared_ptr<RaceSession>& session, StartReply reply) {
+void RaceRouter::answer(RouterSession& session, StartReply reply) {
   const std::uint64_t drawn = temper_ == Temper::Calm ? 0 : draw() % 16;
   if (drawn < 8) {
-    session->setRouting();
+    session.isRouting = true;
     reply(nullptr);
-    session->deliver(1);
+    stress::deliver(session, 1);
   } else if (drawn < 11) {
     reply(refusal(drawn));
   } else if (drawn < 14) {
@@ -146,19 +81,14 @@ void RaceRouter::answer(const std::shared_ptr<RaceSession>& session, StartReply 
   // Else it is dropped unanswered.
 }
 
-void RaceRouter::ended(const std::weak_ptr<RaceSession>& session) {
-  const auto over = session.lock();
-  const std::lock_guard lock(mutex_);
-  std::erase(sessions_, over);
+std::shared_ptr<RouterSession> RaceRouter::anyOne(Random& random) const {
+  const TestRouter::Sessions all = router_->sessions();
+  return all.empty() ? nullptr : all[random() % all.size()];
 }
 
-std::shared_ptr<RaceSession> RaceRouter::takeOne(Random& random) {
-  const std::lock_guard lock(mutex_);
-  if (sessions_.empty()) return nullptr;
-  const auto at = sessions_.begin() + static_cast<std::ptrdiff_t>(random() % sessions_.size());
-  auto session = *at;
-  sessions_.erase(at);
-  return session;
+std::shared_ptr<RouterSession> RaceRouter::takeOne(Random& random) {
+  const auto session = anyOne(random);
+  return session && router_->release(session) ? session : nullptr;
 }
 
 void RaceRouter::killOne(Random& random) {
@@ -167,16 +97,11 @@ void RaceRouter::killOne(Random& random) {
 }
 
 void RaceRouter::endOne(Random& random) {
-  if (const auto session = takeOne(random)) session->sayFarewell();
+  if (const auto session = takeOne(random)) session->connection->invalidate();
 }
 
 void RaceRouter::deliver(Random& random) {
-  std::shared_ptr<RaceSession> session;
-  {
-    const std::lock_guard lock(mutex_);
-    if (!sessions_.empty()) session = sessions_[random() % sessions_.size()];
-  }
-  if (session) session->deliver(2);
+  if (const auto session = anyOne(random)) stress::deliver(*session, 2);
 }
 
 void RaceRouter::settleOne(Random& random) {
@@ -203,24 +128,13 @@ void RaceRouter::settleAll() {
 }
 
 void RaceRouter::deliverToAll(std::uint32_t reportID) {
-  std::vector<std::shared_ptr<RaceSession>> all;
-  {
-    const std::lock_guard lock(mutex_);
-    all = sessions_;
-  }
-  for (const auto& session : all) session->deliver(reportID);
+  for (const auto& session : router_->sessions()) stress::deliver(*session, reportID);
 }
 
 std::size_t RaceRouter::routing() const {
-  const std::lock_guard lock(mutex_);
+  const TestRouter::Sessions all = router_->sessions();
   return static_cast<std::size_t>(
-      std::count_if(sessions_.begin(), sessions_.end(),
-                    [](const auto& session) { return session->isRouting(); }));
-}
-
-std::size_t RaceRouter::connections() const {
-  const std::lock_guard lock(mutex_);
-  return sessions_.size();
+      std::ranges::count_if(all, [](const auto& session) { return session->isRouting.load(); }));
 }
 
 }  // namespace stress

@@ -1,29 +1,27 @@
 // A router in this process, on a real endpoint, that does at random what routers do to clients.
 //
-// Threading: any thread. Ownership: keeps its sessions and the replies that it holds back.
+// Threading: any thread. Ownership: keeps the router and the replies that it holds back.
 // Errors: std::runtime_error when the endpoint cannot be made. Order: none.
 #pragma once
 
 #include <atomic>
-#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <random>
-#include <string>
 #include <vector>
 
 #include "platform/services/ServiceEndpoints.h"
-#include "platform/xpc/NSXPCListener.h"
-#include "router-client/WLHIDEventRouterProtocols.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/TestRouter.h"
 
 namespace stress {
 
 using Random = std::mt19937_64;
 
-class RaceSession;
+using testsupport::RouterSession;
+using testsupport::TestRouter;
 
-class RaceRouter final : public platform::NSXPCListenerDelegate,
-                         public std::enable_shared_from_this<RaceRouter> {
+class RaceRouter final {
  public:
   /// What it does with connections and start requests.
   enum class Temper {
@@ -35,12 +33,12 @@ class RaceRouter final : public platform::NSXPCListenerDelegate,
 
   /// Replaces the process's service endpoints for as long as it lives.
   static std::shared_ptr<RaceRouter> make();
-  ~RaceRouter() override;
+  RaceRouter(const RaceRouter&) = delete;
+  RaceRouter& operator=(const RaceRouter&) = delete;
+  ~RaceRouter();
 
   void setTemper(Temper temper) { temper_ = temper; }
-  bool listener_shouldAcceptNewConnection(
-      const std::shared_ptr<platform::NSXPCListener>& listener,
-      const std::shared_ptr<platform::NSXPCConnection>& connection) override;
+  void answer(RouterSession& session, StartReply reply);
 
   /// One session ends without a word, as by a crash.
   void killOne(Random& random);
@@ -54,27 +52,25 @@ class RaceRouter final : public platform::NSXPCListenerDelegate,
   void deliverToAll(std::uint32_t reportID);
   /// Sessions that route.
   [[nodiscard]] std::size_t routing() const;
-  [[nodiscard]] std::size_t connections() const;
-  [[nodiscard]] std::uint64_t accepted() const { return accepted_; }
+  [[nodiscard]] std::size_t connections() const { return router_->sessionCount(); }
+  /// Connections that were offered, be they taken or refused.
+  [[nodiscard]] std::uint64_t arrivals() const { return router_->arrivals(); }
   [[nodiscard]] std::uint64_t killed() const { return killed_; }
 
  private:
-  friend class RaceSession;
   RaceRouter() = default;
-  [[nodiscard]] std::shared_ptr<RaceSession> takeOne(Random& random);
-  void answer(const std::shared_ptr<RaceSession>& session, StartReply reply);
-  void ended(const std::weak_ptr<RaceSession>& session);
+  [[nodiscard]] std::shared_ptr<RouterSession> anyOne(Random& random) const;
+  [[nodiscard]] std::shared_ptr<RouterSession> takeOne(Random& random);
+  [[nodiscard]] bool refusesNext();
   [[nodiscard]] std::uint64_t draw();
 
-  std::filesystem::path directory_;
-  std::shared_ptr<platform::NSXPCListener> listener_;
+  const testsupport::TemporaryDirectory directory_;
+  std::shared_ptr<TestRouter> router_;
   std::shared_ptr<platform::ServiceEndpoints> previousEndpoints_;
   std::atomic<Temper> temper_{Temper::Calm};
-  std::atomic<std::uint64_t> accepted_{0};
   std::atomic<std::uint64_t> killed_{0};
-  mutable std::mutex mutex_;
+  std::mutex mutex_;
   Random random_{std::random_device{}()};
-  std::vector<std::shared_ptr<RaceSession>> sessions_;
   std::vector<StartReply> held_;
 };
 

@@ -373,7 +373,7 @@ void refuse(RaceRouter& router, const Work& work, Findings& findings) {
     const WatchedClient watched(1);
     watched.client->setStarted(true);
     watchForSpinning(
-        "a router that refuses", work, -1, [&] { return router.accepted(); }, findings);
+        "a router that refuses", work, -1, [&] { return router.arrivals(); }, findings);
     router.setTemper(RaceRouter::Temper::Calm);
     findings.demand(
         watched.listener->waitUntil([](const Heard& heard) { return heard.reports > 0; }),

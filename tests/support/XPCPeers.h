@@ -30,6 +30,7 @@
 #include "platform/xpc/NSXPCListener.h"
 #include "platform/xpc/XPCTraits.h"
 #include "tests/support/LogSink.h"
+#include "tests/support/OneEndpoint.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace testsupport {
@@ -191,30 +192,6 @@ inline std::string freshServiceName() {
   static std::atomic<int> number{0};
   return "com.quillmar.test" + std::to_string(number.fetch_add(1));
 }
-
-/// Connects one name to a socket path and counts how often it was asked.
-class OneEndpoint final : public platform::ServiceEndpoints {
- public:
-  OneEndpoint(std::string name, std::string path)
-      : name_(std::move(name)), path_(std::move(path)) {}
-  platform::ServiceConnectResult connectToService(std::string_view service) override {
-    using Outcome = platform::ServiceConnectResult::Outcome;
-    asked.fetch_add(1);
-    if (refusals.load() > 0 && refusals.fetch_sub(1) > 0) return {Outcome::TryAgain, -1, "busy"};
-    if (service != name_) return {Outcome::UnknownName, -1, "no such service"};
-    const int descriptor =
-        platform::connectUnixSocket(path_, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK);
-    if (descriptor < 0) return {Outcome::UnknownName, -1, "the endpoint is gone"};
-    return {Outcome::Connected, descriptor, ""};
-  }
-
-  std::atomic<int> asked{0};
-  std::atomic<int> refusals{0};
-
- private:
-  const std::string name_;
-  const std::string path_;
-};
 
 [[nodiscard]] inline bool waitUntilNoConnectionIsLeft() {
   const auto limit = std::chrono::steady_clock::now() + kPatience;

@@ -6,10 +6,10 @@ namespace {
 
 class RealLayer final : public Layer {
  public:
-  RealLayer() { harness_.router().setHoldReplies(true); }
+  RealLayer() { harness_.answers().setHoldReplies(true); }
   ~RealLayer() override {
-    harness_.router().takeHeldReplies();
-    harness_.router().releaseSessions();
+    harness_.answers().takeHeldReplies();
+    harness_.router().dropSessions();
     EXPECT_TRUE(waitUntilNoConnectionIsLeft());
   }
 
@@ -17,29 +17,34 @@ class RealLayer final : public Layer {
     return platform::NSXPCConnection::initWithMachServiceName_options(
         platform::str(WLHIDEventRouterLabel), 0);
   }
-  bool waitForRequest() override { return harness_.router().waitForHeldReply(); }
-  void peerReplies(std::shared_ptr<platform::NSError> error) override {
-    for (const auto& reply : harness_.router().takeHeldReplies()) reply(error);
+  bool waitForRequest() override {
+    if (!harness_.answers().waitForHeldReply()) return false;
+    newest_ = harness_.router().sessions().back();
+    return true;
   }
-  void peerDropsReply() override { harness_.router().takeHeldReplies(); }
+  void peerReplies(std::shared_ptr<platform::NSError> error) override {
+    for (const auto& reply : harness_.answers().takeHeldReplies()) reply(error);
+  }
+  void peerDropsReply() override { harness_.answers().takeHeldReplies(); }
   void peerSendsReport(std::uint32_t reportID) override {
-    harness_.router().sessions().back()->client->receivedData_forReportID(
-        platform::NSData::dataWithBytes({}), reportID);
+    if (const auto session = newest_.lock())
+      session->client->receivedData_forReportID(platform::NSData::dataWithBytes({}), reportID);
   }
   void peerSendsElementValues(std::shared_ptr<platform::NSArray> values) override {
-    harness_.router().sessions().back()->client->receivedElementValues(values);
+    if (const auto session = newest_.lock()) session->client->receivedElementValues(values);
   }
   void peerSaysFarewell() override { harness_.router().invalidateSessions(); }
   void peerCrashes() override {
     // A process that is gone owes no answer, not even the news that there will be none, which a
     // reply released before its connection would send.
-    unanswered_ = harness_.router().takeHeldReplies();
+    unanswered_ = harness_.answers().takeHeldReplies();
     harness_.router().dropSessions();
   }
   void settle() override {}
 
  private:
   RouterHarness harness_;
+  std::weak_ptr<RouterSession> newest_;  ///< gone with its connection
   std::vector<WLHIDEventRouterProtocol::StartReply> unanswered_;
 };
 

@@ -25,7 +25,7 @@ class RealLayerTest : public ::testing::Test {
   }
   ~RealLayerTest() override {
     client_.reset();
-    harness_.router().releaseSessions();
+    router().dropSessions();
     EXPECT_TRUE(waitUntilNoConnectionIsLeft());
   }
 
@@ -59,6 +59,13 @@ class RealLayerTest : public ::testing::Test {
 
   platform::Trace& trace() { return platform_.trace(); }
   TestRouter& router() { return harness_.router(); }
+  StartAnswers& answers() { return harness_.answers(); }
+  /// Sessions that have started and not ended.
+  TestRouter::Sessions routing() {
+    TestRouter::Sessions found = router().sessions();
+    std::erase_if(found, [](const auto& session) { return session->starts == 0; });
+    return found;
+  }
   Lines here() { return trace().linesOfThread(std::this_thread::get_id()); }
   Lines onQueue() { return trace().linesOfThread(queue_); }
 

@@ -1,49 +1,88 @@
 #include "tests/integration/router-client/RouterHarness.h"
 
-#include <sys/socket.h>
-
-#include <chrono>
-#include <stdexcept>
 #include <thread>
+#include <utility>
+
+#include "tests/support/OneEndpoint.h"
 
 namespace test {
+namespace {
 
-using platform::ServiceConnectResult;
+class AnsweredSession final : public RouterSession {
+ public:
+  AnsweredSession(std::shared_ptr<platform::NSXPCConnection> accepted,
+                  std::shared_ptr<StartAnswers> answers)
+      : RouterSession(std::move(accepted)), answers_(std::move(answers)) {}
 
-ServiceConnectResult TestEndpoints::connectToService(std::string_view service) {
-  using Outcome = ServiceConnectResult::Outcome;
-  if (service != WLHIDEventRouterLabel) return {Outcome::UnknownName, -1, "no such service"};
-  const int descriptor =
-      platform::connectUnixSocket(socketPath_, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK);
-  if (descriptor < 0) return {Outcome::UnknownName, -1, "the endpoint is gone"};
-  return {Outcome::Connected, descriptor, ""};
+ private:
+  void answer(const StartRequest& request, StartReply reply) override {
+    answers_->answer(request, std::move(reply));
+  }
+
+  const std::shared_ptr<StartAnswers> answers_;
+};
+
+}  // namespace
+
+void StartAnswers::setAnswer(std::shared_ptr<platform::NSError> error) {
+  const std::lock_guard lock(mutex_);
+  answer_.swap(error);
 }
 
-ScratchDirectory::ScratchDirectory() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "wlhid-test-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no scratch directory");
-  path_ = pattern;
+void StartAnswers::setHoldReplies(bool hold) {
+  const std::lock_guard lock(mutex_);
+  holdsReplies_ = hold;
 }
 
-ScratchDirectory::~ScratchDirectory() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
+bool StartAnswers::waitForHeldReply() {
+  std::unique_lock lock(mutex_);
+  return changed_.wait_for(lock, kPatience, [this] { return !heldReplies_.empty(); });
+}
+
+std::vector<StartAnswers::StartReply> StartAnswers::takeHeldReplies() {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(heldReplies_, {});
+}
+
+std::uint64_t StartAnswers::entryID() {
+  const std::lock_guard lock(mutex_);
+  return entryID_;
+}
+
+std::shared_ptr<platform::NSDictionary> StartAnswers::tags() {
+  const std::lock_guard lock(mutex_);
+  return tags_;
+}
+
+void StartAnswers::answer(const StartRequest& request, StartReply reply) {
+  std::shared_ptr<platform::NSError> answer;
+  {
+    const std::lock_guard lock(mutex_);
+    entryID_ = request.entryID;
+    tags_ = request.tags;
+    if (holdsReplies_) {
+      heldReplies_.push_back(std::move(reply));
+      return changed_.notify_all();
+    }
+    answer = answer_;
+  }
+  reply(answer);
 }
 
 RouterHarness::RouterHarness() {
+  constexpr int kBacklog = 64;
   const std::string path = (directory_.path() / "router.sock").string();
-  const int descriptor = platform::listenUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC, 64, 0600);
-  if (descriptor < 0) throw std::runtime_error("no endpoint at " + path);
-  listener_ = platform::NSXPCListener::initWithListeningDescriptor(descriptor);
-  listener_->setDelegate(router_);
-  listener_->resume();
-  previousEndpoints_ = platform::serviceEndpoints().exchange(std::make_shared<TestEndpoints>(path));
+  router_ = TestRouter::listen(path, kBacklog, [answers = answers_](const auto& connection) {
+    return std::make_shared<AnsweredSession>(connection, answers);
+  });
+  previousEndpoints_ = platform::serviceEndpoints().exchange(
+      std::make_shared<testsupport::OneEndpoint>(WLHIDEventRouterLabel, path));
 }
 
 RouterHarness::~RouterHarness() {
-  listener_->invalidate();
-  router_->takeHeldReplies();
-  router_->releaseSessions();
+  router_->listener().invalidate();
+  answers_->takeHeldReplies();
+  router_->dropSessions();
   platform::serviceEndpoints().exchange(previousEndpoints_);
 }
 

@@ -32,6 +32,7 @@
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "router/Router.h"
 #include "router/RouterStatus.h"
+#include "tests/support/OneEndpoint.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace routertest {
@@ -213,28 +214,11 @@ class Client {
   std::shared_ptr<WLHIDEventRouterProtocol> router_;
 };
 
-/// Leads the router's name to one socket.
-class OneEndpoint final : public platform::ServiceEndpoints {
- public:
-  explicit OneEndpoint(std::string path) : path_(std::move(path)) {}
-  platform::ServiceConnectResult connectToService(std::string_view service) override {
-    if (service != WLHIDEventRouterLabel) return {};
-    const int socket =
-        platform::connectUnixSocket(path_, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK);
-    if (socket < 0)
-      return {platform::ServiceConnectResult::Outcome::UnknownName, -1, "nobody listens"};
-    return {platform::ServiceConnectResult::Outcome::Connected, socket, {}};
-  }
-
- private:
-  const std::string path_;
-};
-
 class RouterFixture : public testing::Test {
  protected:
   void SetUp() override {
-    previous_ = platform::serviceEndpoints().exchange(
-        std::make_shared<OneEndpoint>((directory_ / "router.sock").string()));
+    previous_ = platform::serviceEndpoints().exchange(std::make_shared<testsupport::OneEndpoint>(
+        WLHIDEventRouterLabel, (directory_ / "router.sock").string()));
   }
   void TearDown() override {
     router_.reset();

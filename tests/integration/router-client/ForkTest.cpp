@@ -28,12 +28,11 @@ class ClientInAChild : public RealLayerTest {
   }
   /// A report reaches the delegate, and the session has heard nothing of an end.
   void expectInput(std::uint32_t reportID) {
-    const auto sessions = router().routing();
+    const auto sessions = routing();
     ASSERT_EQ(sessions.size(), 1U);
     sessions[0]->client->receivedData_forReportID(report(), reportID);
     EXPECT_TRUE(trace().waitFor("delegate receivedReportData {length = 1, bytes = 0x01} " +
                                 std::to_string(reportID)));
-    const std::lock_guard lock(sessions[0]->mutex);
     EXPECT_EQ(sessions[0]->stops, 0);
   }
 };
@@ -56,7 +55,7 @@ TEST_F(ClientInAChild, IsReleasedWithoutAnEffectOnItsParents) {
 
 TEST_F(ClientInAChild, EndsWhileInputComes) {
   makeRoutingClient();
-  const auto session = router().routing().at(0);
+  const auto session = routing().at(0);
   std::atomic<bool> isOver{false};
   std::thread input([&] {
     while (!isOver) {

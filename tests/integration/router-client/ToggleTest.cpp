@@ -13,14 +13,8 @@ class Toggles : public RealLayerTest {
   /// The client is wanted started: exactly one session is left, and what its router sends arrives.
   void expectOneLiveSession() {
     const auto arrived = [this] {
-      for (const auto& session : router().routing()) {
-        std::shared_ptr<WLHIDEventRouterClientProtocol> proxy;
-        {
-          const std::lock_guard lock(session->mutex);
-          proxy = session->client;
-        }
-        proxy->receivedData_forReportID(platform::NSData::dataWithBytes({}), 77);
-      }
+      for (const auto& session : routing())
+        session->client->receivedData_forReportID(platform::NSData::dataWithBytes({}), 77);
       return trace().waitFor("delegate receivedReportData {length = 0, bytes = 0x} 77", 1,
                              std::chrono::seconds(1));
     };
@@ -28,11 +22,11 @@ class Toggles : public RealLayerTest {
     for (int attempt = 0; attempt < kPatience.count() && !delivered; ++attempt)
       delivered = arrived();
     EXPECT_TRUE(delivered);
-    EXPECT_TRUE(waitFor([this] { return router().routing().size() == 1; }));
+    EXPECT_TRUE(waitFor([this] { return routing().size() == 1; }));
     EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusRouting);
   }
   void expectNoSession() {
-    EXPECT_TRUE(waitFor([this] { return router().routing().empty(); }));
+    EXPECT_TRUE(waitFor([this] { return routing().empty(); }));
     EXPECT_TRUE(waitUntilNoConnectionIsLeft());
   }
 
@@ -100,17 +94,17 @@ TEST_F(Toggles, WithARouterThatKeepsLeaving) {
 
 TEST_F(Toggles, ReleaseInEveryState) {
   for (int i = 0; i < 200; ++i) {
-    router().setHoldReplies(i % 3 == 0);
+    answers().setHoldReplies(i % 3 == 0);
     const auto client = newClient();
     const auto delegate = std::make_shared<RecordingDelegate>(trace());
     client->setDelegate(delegate);
     toggle(*client, i % 5, static_cast<unsigned>(i));
     if (i % 2 == 0) client->setStarted(true);
     if (i % 7 == 0) router().dropSessions();
-    router().takeHeldReplies();
+    answers().takeHeldReplies();
   }
-  router().releaseSessions();
-  router().takeHeldReplies();
+  router().dropSessions();
+  answers().takeHeldReplies();
   EXPECT_TRUE(waitUntilNoConnectionIsLeft());
 }
 

@@ -42,9 +42,9 @@ class ClientOnRealLayer : public RealLayerTest {
     return sequence({currentStatus(), check(installed), statusChanged()});
   }
   std::shared_ptr<RouterSession> onlySession() {
-    const auto routing = router().routing();
-    EXPECT_EQ(routing.size(), 1U);
-    return routing.at(0);
+    const auto sessions = routing();
+    EXPECT_EQ(sessions.size(), 1U);
+    return sessions.at(0);
   }
 };
 
@@ -56,9 +56,9 @@ TEST_F(ClientOnRealLayer, StartsAndIsAnswered) {
   EXPECT_NE(queue_, std::this_thread::get_id());
   EXPECT_TRUE(sameTrace(sequence({setStarted(true), update(true), openAndStart()}), here()));
   EXPECT_TRUE(sameTrace(sequence({openReply("(null)"), changesTo(4)}), onQueue()));
-  const auto session = onlySession();
-  EXPECT_EQ(session->entryID, kEntryID);
-  EXPECT_TRUE(session->tags->isEqual(tags_));
+  EXPECT_EQ(onlySession()->starts, 1);
+  EXPECT_EQ(answers().entryID(), kEntryID);
+  EXPECT_TRUE(answers().tags()->isEqual(tags_));
 }
 
 TEST_F(ClientOnRealLayer, StopsAndHearsOfItsOwnInvalidation) {
@@ -72,13 +72,13 @@ TEST_F(ClientOnRealLayer, StopsAndHearsOfItsOwnInvalidation) {
   EXPECT_TRUE(
       sameTrace({invalidation(), called("handleInvalidation", 255), called("closeConnection", 239)},
                 onQueue()));
-  ASSERT_TRUE(router().waitUntilEnded(session));
+  ASSERT_TRUE(router().waitUntilEnded(session, kPatience));
   EXPECT_EQ(session->stops, 1);
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusRouting);
 }
 
 TEST_F(ClientOnRealLayer, ARefusedStartFailsWithTheHint) {
-  router().setAnswer(routerError(-536870174));
+  answers().setAnswer(routerError(-536870174));
   makeClient();
   client_->setStarted(true);
   const std::string text = testsupport::errorText("HIDEventRouterDomain", -536870174);
@@ -97,7 +97,7 @@ TEST_F(ClientOnRealLayer, AnErrorArrivesWithAllThatItMayCarry) {
        KQIOObject::objectWithRegistryEntryID_name(kEntryID, str("Keyboard")), routerError(-3)});
   const auto error =
       routerError(-9, NSDictionary::dictionaryWithEntries({{str("details"), inner}}));
-  router().setAnswer(error);
+  answers().setAnswer(error);
   makeClient();
   client_->setStarted(true);
   ASSERT_TRUE(trace().waitFor("delegate handleError " + error->description()));
@@ -106,7 +106,8 @@ TEST_F(ClientOnRealLayer, AnErrorArrivesWithAllThatItMayCarry) {
 
 TEST_F(ClientOnRealLayer, AnErrorThatCarriesAnotherClassIsNotAdmitted) {
   const auto value = KQHIDDeviceElementValue::elementValue({1, 2, 3, 4, 5, {}});
-  router().setAnswer(routerError(-9, NSDictionary::dictionaryWithEntries({{str("value"), value}})));
+  answers().setAnswer(
+      routerError(-9, NSDictionary::dictionaryWithEntries({{str("value"), value}})));
   makeClient();
   client_->setStarted(true);
   ASSERT_TRUE(trace().waitForPrefix(failedStart(4101)));
@@ -201,10 +202,10 @@ TEST_F(ClientOnRealLayer, ARouterThatCrashesAndIsRemovedMakesItUnavailable) {
 }
 
 TEST_F(ClientOnRealLayer, ACrashWhileTheStartIsPendingEndsInTheErrorHandlerFirst) {
-  router().setHoldReplies(true);
+  answers().setHoldReplies(true);
   makeClient();
   client_->setStarted(true);
-  ASSERT_TRUE(router().waitForHeldReply());
+  ASSERT_TRUE(answers().waitForHeldReply());
   trace().take();
   router().dropSessions();
   ASSERT_TRUE(trace().waitFor(update(true)));
@@ -216,11 +217,11 @@ TEST_F(ClientOnRealLayer, ACrashWhileTheStartIsPendingEndsInTheErrorHandlerFirst
 }
 
 TEST_F(ClientOnRealLayer, AReplyThatTheRouterDropsIsAnError) {
-  router().setHoldReplies(true);
+  answers().setHoldReplies(true);
   makeClient();
   client_->setStarted(true);
-  ASSERT_TRUE(router().waitForHeldReply());
-  router().takeHeldReplies();
+  ASSERT_TRUE(answers().waitForHeldReply());
+  answers().takeHeldReplies();
   ASSERT_TRUE(trace().waitForPrefix(failedStart(4101)));
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusOpening);
 }
@@ -235,19 +236,19 @@ TEST_F(ClientOnRealLayer, ReleaseWhileRoutingClosesAndLeavesTheHandlerHarmless) 
       sameTrace(sequence({dealloc(), called("closeConnection", 239), removeObserver()}), here()));
   ASSERT_TRUE(trace().waitFor(invalidation("no tags")));
   EXPECT_TRUE(sameTrace({invalidation("no tags")}, onQueue()));
-  ASSERT_TRUE(router().waitUntilEnded(session));
+  ASSERT_TRUE(router().waitUntilEnded(session, kPatience));
   EXPECT_EQ(session->stops, 0);
 }
 
 TEST_F(ClientOnRealLayer, ReleaseWithTheStartPendingWaitsForTheReply) {
-  router().setHoldReplies(true);
+  answers().setHoldReplies(true);
   makeClient();
   client_->setStarted(true);
-  ASSERT_TRUE(router().waitForHeldReply());
+  ASSERT_TRUE(answers().waitForHeldReply());
   trace().take();
   client_.reset();
   EXPECT_TRUE(sameTrace({}, here()));
-  for (const auto& reply : router().takeHeldReplies()) reply(nullptr);
+  for (const auto& reply : answers().takeHeldReplies()) reply(nullptr);
   ASSERT_TRUE(trace().waitFor(invalidation("no tags")));
   queue_ = delegate_->lastStatusThread;
   EXPECT_TRUE(sameTrace(
@@ -257,24 +258,24 @@ TEST_F(ClientOnRealLayer, ReleaseWithTheStartPendingWaitsForTheReply) {
 }
 
 TEST_F(ClientOnRealLayer, ReleaseWithTheStartPendingAndTheRouterGone) {
-  router().setHoldReplies(true);
+  answers().setHoldReplies(true);
   makeClient();
   client_->setStarted(true);
-  ASSERT_TRUE(router().waitForHeldReply());
+  ASSERT_TRUE(answers().waitForHeldReply());
   client_.reset();
   router().invalidateSessions();
   ASSERT_TRUE(trace().waitFor(dealloc()));
 }
 
 TEST_F(ClientOnRealLayer, AReplyThatArrivesAfterTheStopIsAnErrorInstead) {
-  router().setHoldReplies(true);
+  answers().setHoldReplies(true);
   makeClient();
   client_->setStarted(true);
-  ASSERT_TRUE(router().waitForHeldReply());
+  ASSERT_TRUE(answers().waitForHeldReply());
   trace().take();
   client_->setStarted(false);
   ASSERT_TRUE(trace().waitFor(called("closeConnection", 239), 2));
-  for (const auto& reply : router().takeHeldReplies()) reply(nullptr);
+  for (const auto& reply : answers().takeHeldReplies()) reply(nullptr);
   const Lines lines = trace().take();
   const auto position = [&lines](const std::string& line) {
     return std::find(lines.begin(), lines.end(), line);

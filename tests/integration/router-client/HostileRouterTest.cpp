@@ -70,7 +70,7 @@ class HostileRouter : public RealLayerTest {};
 
 TEST_F(HostileRouter, AnAnswerThatIsNoErrorIsNotTakenForSuccess) {
   const auto listener = std::make_shared<LiarsListener>();
-  harness_.setListenerDelegate(listener);
+  router().listener().setDelegate(listener);
   makeClient();
   client_->setStarted(true);
   EXPECT_TRUE(trace().waitForPrefix(startError("Error Domain=NSCocoaErrorDomain Code=4101")));
