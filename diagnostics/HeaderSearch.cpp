@@ -1,205 +1,195 @@
 #include "diagnostics/HeaderSearch.h"
 
 #include <array>
-#include <cstring>
-#include <utility>
+#include <stdexcept>
 
-#include "diagnostics/HeaderAutomaton.h"
-#include "diagnostics/HeaderPattern.h"
+#include "platform/foundation/Text.h"
 
 namespace diagnostics {
 namespace {
 
-constexpr CompiledPattern pattern = compilePattern(headerPattern);
+// ---- The pattern's sets. No line has a line feed, so none of them has it.
 
-/// Bit i of an entry: whether step i takes the character. Bytes outside ASCII have no bit: what
-/// their character is must be found out first.
-using StepBits = std::uint32_t;
-static_assert(pattern.count <= 32);
+constexpr bool isLetter(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+constexpr bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+constexpr bool isBlank(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r' && c != '\n');
+}
+constexpr bool isNoBlank(char c) {
+  return !isBlank(c) && c != '\n';
+}
+constexpr bool isOfProcess(char c) {
+  return isLetter(c) || c == '.' || c == '-' || c == '_';
+}
+constexpr bool isOfRemark(char c) {
+  return isLetter(c) || isDigit(c) || isBlank(c) ||
+         std::string_view("()[].").find(c) != std::string_view::npos;
+}
+template <char only>
+constexpr bool is(char c) {
+  return c == only;
+}
 
-constexpr auto stepsOfByte = [] {
-  std::array<StepBits, 256> table{};
-  // A line feed is a blank, but no line has one.
-  for (std::size_t c = 0; c < 128; ++c)
-    for (std::size_t i = 0; i < pattern.count; ++i)
-      if (c != '\n' && pattern.steps[i].characters.ascii[c]) table[c] |= StepBits{1} << i;
-  return table;
-}();
+/// The character of ASCII that is in the same sets as one outside.
+char inASCII(char32_t c) {
+  if (c == 0x17F) return 's';
+  if (c == 0x212A) return 'k';
+  const bool blank = c == 0x85 || c == 0xA0 || c == 0x1680 || (c >= 0x2000 && c <= 0x200A) ||
+                     c == 0x2028 || c == 0x2029 || c == 0x202F || c == 0x205F || c == 0x3000;
+  return blank ? ' ' : '\0';
+}
 
-/// Where a search stands.
-struct Walk {
-  const unsigned char* at;
-  const unsigned char* const end;
-  std::size_t step;
-  std::size_t taken;
+constexpr bool isASCII(char c) {
+  return static_cast<unsigned char>(c) < 0x80;
+}
+
+/// How many bytes the character outside ASCII has that begins with this one.
+std::size_t lengthOfForeign(char first) {
+  const auto byte = static_cast<unsigned char>(first);
+  return byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : 2;
+}
+
+// ---- The pattern's parts, each an automaton that takes a character in one shift
+
+using Set = bool (*)(char c);
+
+constexpr bool nothing(char /*c*/) {
+  return false;
+}
+
+/// One character of a set, behind it any number of another.
+struct Place {
+  Set takes;
+  Set then = nothing;
+  bool optional = false;
 };
-
-enum class Taking : std::uint8_t { yes, no, cutShort };
-
-struct Character {
-  char32_t codePoint = 0;
-  std::size_t length = 0;  ///< in bytes; more than there are, where it is cut short
-};
-
-/// The character outside ASCII that starts at `at`, of valid UTF-8.
-Character foreignCharacterAt(const unsigned char* at, const unsigned char* end) {
-  Character c;
-  c.length = *at >= 0xF0 ? 4 : *at >= 0xE0 ? 3 : 2;
-  if (static_cast<std::size_t>(end - at) < c.length) return c;
-  c.codePoint = *at & (0x7FU >> c.length);
-  for (std::size_t i = 1; i < c.length; ++i) c.codePoint = c.codePoint << 6 | (at[i] & 0x3FU);
-  return c;
+constexpr Place atMostOne(Set set) {
+  return {set, nothing, true};
+}
+constexpr Place oneOrMore(Set set) {
+  return {set, set};
 }
 
-/// Takes the character at the walk's place, of which the table says nothing, if `set` has it.
-Taking takeForeign(Walk& walk, std::uint8_t set) {
-  if (*walk.at < 0x80) return Taking::no;
-  const Character c = foreignCharacterAt(walk.at, walk.end);
-  if (static_cast<std::size_t>(walk.end - walk.at) < c.length) return Taking::cutShort;
-  if ((set & foreignCharacter(c.codePoint)) == 0) return Taking::no;
-  walk.at += c.length;
-  return Taking::yes;
+/// A state says how many places are behind, as a multiple of six. A character's row holds, at the
+/// bit that the state numbers, the state that follows. Going on is then `row >> state`, without a
+/// branch: the lengths of host and process cannot be foreseen, and a wrong guess costs as much as
+/// thirty characters.
+using Row = std::uint64_t;
+using Rows = std::array<Row, 256>;
+constexpr std::size_t width = 6;  // a shift goes by the low six bits
+constexpr Row mask = 63;
+constexpr std::size_t mostPlaces = 64 / width - 3;
+// These three are left no more. A character outside ASCII has to be decoded first.
+constexpr Row passed = mostPlaces * width;
+constexpr Row refused = passed + width;
+constexpr Row foreign = refused + width;
+
+template <std::size_t count>
+consteval Row follower(const Place (&places)[count], std::size_t behind, char c) {
+  const bool stays = behind > 0 && places[behind - 1].then(c);
+  const bool goesOn = places[behind].takes(c);
+  const bool leavesOut = places[behind].optional && places[behind + 1].takes(c);
+  if (stays + goesOn + leavesOut > 1) throw std::logic_error("several ways to read a line");
+  if (!stays && !goesOn && !leavesOut) return refused;
+  const std::size_t next = behind + (goesOn ? 1 : leavesOut ? 2 : 0);
+  return next == count ? passed : next * width;
 }
 
-template <std::size_t step>
-Taking take(Walk& walk) {
-  if (walk.at == walk.end) return Taking::cutShort;
-  if ((stepsOfByte[*walk.at] & StepBits{1} << step) == 0)
-    return takeForeign(walk, pattern.steps[step].characters.foreign);
-  ++walk.at;
-  return Taking::yes;
-}
-
-/// Whether the walk goes on behind the step; if not, `answer` says why.
-template <std::size_t step>
-bool pass(Walk& walk, HeaderSearch::Answer& answer) {
-  if (walk.step != step) return true;  // an earlier call has passed it
-  constexpr const PatternStep& limits = pattern.steps[step];
-  while (walk.taken < limits.most) {
-    const Taking taking = take<step>(walk);
-    if (taking == Taking::cutShort) {
-      answer = HeaderSearch::Answer::open;
-      return false;
-    }
-    if (taking == Taking::no) break;
-    ++walk.taken;
+template <std::size_t count>
+consteval Rows automaton(const Place (&places)[count]) {
+  static_assert(count <= mostPlaces);
+  if (places[count - 1].then != nothing) throw std::logic_error("the part has no certain end");
+  Rows rows{};
+  for (std::size_t c = 0; c < rows.size(); ++c) {
+    for (std::size_t i = 0; i < count; ++i)
+      rows[c] |= (c < 128 ? follower(places, i, static_cast<char>(c)) : foreign) << (i * width);
+    for (const Row end : {passed, refused, foreign}) rows[c] |= end << end;
   }
-  if (walk.taken < limits.least) {
-    answer = HeaderSearch::Answer::notFound;
-    return false;
+  return rows;
+}
+
+constexpr std::array parts{
+    automaton({{isLetter}, {isLetter}, {isLetter}}),                                       // "Nov"
+    automaton({{isBlank}, atMostOne(isBlank), {isDigit}, atMostOne(isDigit), {isBlank}}),  // " 21 "
+    automaton({{isDigit}, atMostOne(isDigit), {is<':'>}}),                                 // "03:"
+    automaton({{isDigit}, atMostOne(isDigit), {is<':'>}}),                                 // "12:"
+    automaton({{isDigit}, atMostOne(isDigit), {isBlank}}),                                 // "45 "
+    // "host process[345] (remark):"
+    automaton({oneOrMore(isNoBlank),
+               {isBlank},
+               oneOrMore(isOfProcess),
+               {is<'['>},
+               oneOrMore(isDigit),
+               {is<']'>, isOfRemark},
+               {is<':'>}})};
+
+Row next(const Rows& rows, Row state, char c) {
+  return rows[static_cast<unsigned char>(c)] >> (state & mask);
+}
+
+bool isWithin(Row state) {
+  return (state & mask) < passed;
+}
+
+/// Where the part leads, passed, refused or foreign, or a state at the end of the text.
+Row walk(const Rows& rows, std::string_view text) {
+  constexpr std::size_t stride = 16;
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  Row state = 0;
+  for (; static_cast<std::size_t>(end - at) >= stride && isWithin(state); at += stride)
+    for (std::size_t i = 0; i < stride; ++i) state = next(rows, state, at[i]);
+  for (; at != end && isWithin(state); ++at) state = next(rows, state, *at);
+  return state & mask;
+}
+
+/// A time as nearly all headers have it, the day perhaps with a blank in front, is looked at as a
+/// whole. Of a text that does not begin with one nothing is known.
+constexpr std::string_view usualTime = "Nov 21 03:12:45 ";
+
+bool beginsWithUsualTime(std::string_view text) {
+  constexpr std::size_t day = 4;
+  if (text.size() < usualTime.size()) return false;
+  bool fits = isDigit(text[day]) || text[day] == ' ';
+  for (std::size_t i = 0; i < usualTime.size(); ++i) {
+    const char shape = usualTime[i];
+    const char c = text[i];
+    if (i != day) fits &= isLetter(shape) ? isLetter(c) : isDigit(shape) ? isDigit(c) : c == shape;
   }
-  walk.step = step + 1;
-  walk.taken = 0;
-  return true;
-}
-
-/// One piece of code a step, in a row, so that the sets and limits are constants in it.
-template <std::size_t... steps>
-[[gnu::always_inline]] inline HeaderSearch::Answer walkOn(Walk& walk,
-                                                          std::index_sequence<steps...> /*all*/) {
-  HeaderSearch::Answer answer = HeaderSearch::Answer::found;
-  static_cast<void>((pass<steps>(walk, answer) && ...));
-  return answer;
-}
-
-Walk walkFrom(std::string_view line, std::size_t offset, std::size_t step, std::size_t taken) {
-  const auto* const begin = reinterpret_cast<const unsigned char*>(line.data());
-  return {begin + offset, begin + line.size(), step, taken};
-}
-
-// ---- The usual header, in less time
-
-constexpr StepBits bits(std::size_t step) {
-  return StepBits{1} << step;
-}
-
-/// Which steps take each character of a time as nearly all headers have it, "Nov 21 03:12:45 ", the
-/// day perhaps with a blank in front. A line that passes has come to the host, there is no other
-/// way to read it; of one that does not nothing is known.
-constexpr std::array<StepBits, 16> usualSteps = {
-    bits(0),           bits(0), bits(0), bits(1),  // month, blank
-    bits(1) | bits(2), bits(2), bits(3),           // day, blank
-    bits(4),           bits(4), bits(5),           // hours, colon
-    bits(6),           bits(6), bits(7),           // minutes, colon
-    bits(8),           bits(8), bits(9)};          // seconds, blank
-
-/// What each of them may be, for all 16 to be looked at together: with the bits of `fold` set, one
-/// of `span` characters more than `lowest`, or else `instead`.
-struct UsualTime {
-  using Bytes = std::array<std::uint8_t, usualSteps.size()>;
-  Bytes fold{};
-  Bytes lowest{};
-  Bytes span{};
-  Bytes instead{};
-
-  [[nodiscard]] constexpr bool takes(std::size_t i, unsigned c) const {
-    const unsigned above = ((c | fold[i]) - lowest[i]) & 0xFFU;
-    return above <= span[i] || c == instead[i];
-  }
-};
-
-constexpr UsualTime usualTime = [] {
-  constexpr std::string_view shape = "aaa 99 99:99:99 ";
-  static_assert(shape.size() == usualSteps.size());
-  UsualTime time;
-  for (std::size_t i = 0; i < shape.size(); ++i) {
-    const bool letter = shape[i] == 'a';
-    time.fold[i] = letter ? 0x20 : 0;
-    time.lowest[i] = static_cast<std::uint8_t>(shape[i] == '9' ? '0' : shape[i]);
-    time.span[i] = letter ? 25 : shape[i] == '9' ? 9 : 0;
-    time.instead[i] = time.lowest[i];
-  }
-  time.instead[4] = ' ';
-  return time;
-}();
-
-/// Takes nothing that the steps do not take.
-constexpr bool isUsualTimeSound() {
-  for (std::size_t i = 0; i < usualSteps.size(); ++i)
-    for (unsigned c = 0; c < 256; ++c)
-      if (usualTime.takes(i, c) && (stepsOfByte[c] & usualSteps[i]) == 0) return false;
-  return true;
-}
-static_assert(isUsualTimeSound());
-
-constexpr std::size_t hostStep = 10;
-
-constexpr HeaderAutomaton fromHost(pattern, hostStep);
-
-bool hasUsualTime(std::string_view text) {
-  using Vector = std::uint8_t __attribute__((vector_size(16)));
-  const auto load = [](const void* from) {
-    Vector vector;
-    std::memcpy(&vector, from, sizeof vector);
-    return vector;
-  };
-  if (text.size() < sizeof(Vector)) return false;
-  const Vector c = load(text.data());
-  const Vector above = (c | load(usualTime.fold.data())) - load(usualTime.lowest.data());
-  const auto taken = (above <= load(usualTime.span.data())) | (c == load(usualTime.instead.data()));
-  std::array<std::uint64_t, 2> halves;
-  std::memcpy(halves.data(), &taken, sizeof taken);
-  return (halves[0] & halves[1]) == ~std::uint64_t{0};
+  return fits;
 }
 
 }  // namespace
 
 HeaderSearch::Answer HeaderSearch::advance(std::string_view line) {
-  Walk walk = walkFrom(line, offset_, step_, taken_);
-  const Answer answer = walkOn(walk, std::make_index_sequence<pattern.count>());
-  offset_ = line.size() - static_cast<std::size_t>(walk.end - walk.at);
-  step_ = walk.step;
-  taken_ = walk.taken;
-  return answer;
+  while (offset_ < line.size()) {
+    char c = line[offset_];
+    std::size_t behind = offset_ + 1;
+    if (!isASCII(c)) {
+      if (line.size() - offset_ < lengthOfForeign(c)) return Answer::open;
+      behind = offset_;
+      c = inASCII(platform::nextCodePoint(line, behind));
+    }
+    state_ = next(parts[part_], state_, c) & mask;
+    if (state_ == refused) return Answer::notFound;
+    offset_ = behind;
+    if (state_ != passed) continue;
+    state_ = 0;
+    if (++part_ == parts.size()) return Answer::found;
+  }
+  return Answer::open;
 }
 
 bool beginsWithHeader(std::string_view text) {
-  if (hasUsualTime(text)) {
-    const auto end = fromHost.run(text.substr(usualSteps.size()));
-    if (end != HeaderAutomaton::End::foreign) return end == HeaderAutomaton::End::found;
+  if (beginsWithUsualTime(text)) {
+    const Row end = walk(parts.back(), text.substr(usualTime.size()));
+    if (end != foreign) return end == passed;
   }
-  Walk walk = walkFrom(text, 0, 0, 0);
-  return walkOn(walk, std::make_index_sequence<pattern.count>()) == HeaderSearch::Answer::found;
+  return HeaderSearch().advance(text) == HeaderSearch::Answer::found;
 }
 
 }  // namespace diagnostics

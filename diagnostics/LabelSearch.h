@@ -8,6 +8,8 @@
 
 namespace diagnostics {
 
+inline constexpr auto npos = std::string_view::npos;
+
 /// Where the router's label next begins at or behind `start`; npos where it does not.
 [[nodiscard]] std::size_t findRouterLabel(std::string_view text, std::size_t start);
 

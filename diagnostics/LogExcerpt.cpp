@@ -11,8 +11,6 @@
 namespace diagnostics {
 namespace {
 
-constexpr auto npos = std::string_view::npos;
-
 /// Of the line in which `position` lies.
 std::size_t startOfLine(std::string_view text, std::size_t position) {
   const void* const feed = ::memrchr(text.data(), '\n', position);
