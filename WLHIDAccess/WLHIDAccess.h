@@ -1,5 +1,6 @@
-// All that an application includes: the client object with its delegate, the installation of the
-// router, the log module for diagnostic reports, and the framework's own version.
+// All that an application includes: the client object with its delegate and what comes to it, the
+// installation of the router and the notification of its changes, the shared logger, the log module
+// for diagnostic reports, and the framework's own version.
 //
 //   #include "WLHIDAccess/WLHIDAccess.h"
 //
@@ -9,7 +10,11 @@
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
+#include "WLHIDAccess/WLHIDEventRouterConstants.h"
 #include "WLHIDAccess/WLHIDEventRouterLogFileProvider.h"
+#include "platform/foundation/NSNotificationCenter.h"
+#include "platform/kit/KQHIDDeviceElementValue.h"
+#include "platform/kit/KQLogger.h"
 
 /// The framework's version as a number: 1.0.
 extern "C" const double WLHIDAccessVersionNumber;

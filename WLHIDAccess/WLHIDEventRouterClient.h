@@ -22,25 +22,19 @@
 //   released, and a new one made.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string_view>
 
 #include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
-#include "platform/foundation/ForkMark.h"
 #include "platform/foundation/KeyValueObserving.h"
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSError.h"
-#include "platform/foundation/NSNotificationCenter.h"
+#include "platform/foundation/NSObject.h"
 #include "platform/foundation/NSString.h"
-#include "platform/kit/KQLogger.h"
-#include "platform/xpc/NSXPCConnection.h"
-#include "router-client/Holder.h"
-#include "router-client/OpeningTurn.h"
-#include "router-client/WLHIDEventRouterProtocols.h"
+#include "platform/kit/KQLogTagging.h"
 
 /// Posted on the default notification center, object null, after each successful install or
 /// uninstall.
@@ -50,7 +44,6 @@ inline constexpr std::string_view WLHIDEventRouterClientInstallationStatusChange
 class WLHIDEventRouterClient final : public platform::NSObject,
                                      public platform::KeyValueObservable,
                                      public platform::KQLogTagging,
-                                     public WLHIDEventRouterClientProtocol,
                                      public std::enable_shared_from_this<WLHIDEventRouterClient> {
  public:
   using CompletionHandler =
@@ -99,71 +92,13 @@ class WLHIDEventRouterClient final : public platform::NSObject,
   static const platform::NSClass& classObject();
   [[nodiscard]] const platform::NSClass& isa() const override { return classObject(); }
 
-  // From the router, on the connection's queue. Not for applications to call.
-  void receivedData_forReportID(const std::shared_ptr<platform::NSData>& data,
-                                std::uint32_t reportID) override;
-  void receivedElementValues(const std::shared_ptr<platform::NSArray>& elementValues) override;
-
-  /// For the initialiser alone.
-  class Creation {
-    friend class WLHIDEventRouterClient;
-    Creation() = default;
-  };
-  WLHIDEventRouterClient(Creation, std::uint64_t registryEntryID, std::uint64_t deviceMode,
-                         std::shared_ptr<platform::NSDictionary> tagDictionary,
-                         std::shared_ptr<platform::NSDictionary> typeDictionary);
+  /// Everything that is no business of an application's: router-client/ has it.
+  class Implementation;
 
  private:
-  friend class WLHIDEventRouterClientPrivate;  // router-client/WLHIDEventRouterClient+Private.h
-  using Weak = std::weak_ptr<WLHIDEventRouterClient>;
+  WLHIDEventRouterClient(std::uint64_t registryEntryID, std::uint64_t deviceMode,
+                         const std::shared_ptr<platform::NSDictionary>& tagDictionary,
+                         const std::shared_ptr<platform::NSDictionary>& typeDictionary);
 
-  // The status model and the connection policy.
-  [[nodiscard]] WLHIDEventRouterStatus currentEventRouterStatus() const;
-  void _installationStatusChanged(const std::shared_ptr<platform::NSNotification>& notification);
-  void _updateConnection();
-  void settleConnection();
-  [[nodiscard]] bool applyConnectionPolicy();
-  template <class Action>
-  [[nodiscard]] bool inOpeningTurn(const Action& action);
-  [[nodiscard]] bool openAndStart();
-  [[nodiscard]] bool closeForWantOfRouter();
-  void stopAndClose();
-  [[nodiscard]] bool isRouterInstalled() const;
-  [[nodiscard]] bool isConnectionPresent() const;
-  void storeStarted(bool newStarted);
-  void storeClientStatus(WLHIDEventRouterClientStatus newClientStatus);
-
-  // The connection.
-  std::shared_ptr<platform::NSError> openConnection();
-  void configureConnection(platform::NSXPCConnection& connection,
-                           const std::shared_ptr<platform::NSXPCInterface>& exportedInterface,
-                           const std::shared_ptr<platform::NSXPCInterface>& remoteInterface);
-  void closeConnection();
-  void handleInterruption();
-  void handleInvalidation();
-
-  // The routing session.
-  void startListeningToService();
-  void handleStartReply(const Weak& weakSelf, const std::shared_ptr<platform::NSError>& error);
-  void handleStartFailure(const Weak& weakSelf, const std::shared_ptr<platform::NSError>& error);
-  void stopListeningToService();
-
-  // What no delegate takes: said by the delegate's own methods too.
-  friend class WLHIDEventRouterClientDelegate;
-  void logReport(const std::shared_ptr<platform::NSData>& data, std::uint32_t reportID) const;
-  void logElementValues(const std::shared_ptr<platform::NSArray>& elementValues) const;
-
-  // Destroyed from the last to the first: the delegate's reference, the dictionaries, then the
-  // connection.
-  wlhid::Holder<std::shared_ptr<platform::NSXPCConnection>> xpcConnectionToService;
-  const std::uint64_t _registryEntryID;
-  const std::uint64_t _hidDeviceMode;
-  const std::shared_ptr<platform::NSDictionary> _tagsByKQHIDUsageCode;
-  const std::shared_ptr<platform::NSDictionary> _typeByKQHIDUsageCode;
-  std::atomic<bool> _started{false};
-  std::atomic<WLHIDEventRouterStatus> _eventRouterStatus{WLHIDEventRouterStatusNotInstalled};
-  std::atomic<WLHIDEventRouterClientStatus> _clientStatus{WLHIDEventRouterClientStatusIdle};
-  wlhid::OpeningTurn _openingTurn;
-  const platform::ForkMark _forkMark;
-  wlhid::Holder<std::weak_ptr<WLHIDEventRouterClientDelegate>> _delegate;
+  const std::unique_ptr<Implementation> implementation_;
 };

@@ -2,15 +2,16 @@
 #include <utility>
 
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
-#include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "platform/foundation/NSDate.h"
 #include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "platform/kit/KQIOObject.h"
 #include "router-client/ClientLog.h"
+#include "router-client/WLHIDEventRouterClient+Implementation.h"
 
 using namespace platform;
+using Implementation = WLHIDEventRouterClient::Implementation;
 
 namespace {
 
@@ -37,8 +38,8 @@ void admitStartErrors(NSXPCInterface& remoteInterface) {
 
 /// An error when the router is not installed. Null does not promise a connection: a platform that
 /// can't make an interface or a connection gives none, silently.
-std::shared_ptr<NSError> WLHIDEventRouterClient::openConnection() {
-  wlhid::log(wlhid::site::openConnection, *this);
+std::shared_ptr<NSError> Implementation::openConnection() {
+  wlhid::log(wlhid::site::openConnection, client_);
   if (!KQPrivilegedHelperManager::isPriviledgedHelperInstalledWithLabel(
           str(WLHIDEventRouterLabel))) {
     return NSError::errorWithDomain_code_userInfo(str(HIDEventRouterDomain), kRouterNotInstalled,
@@ -61,26 +62,26 @@ std::shared_ptr<NSError> WLHIDEventRouterClient::openConnection() {
   return nullptr;
 }
 
-void WLHIDEventRouterClient::configureConnection(
-    NSXPCConnection& connection, const std::shared_ptr<NSXPCInterface>& exportedInterface,
-    const std::shared_ptr<NSXPCInterface>& remoteInterface) {
-  const Weak weakSelf = weak_from_this();
+void Implementation::configureConnection(NSXPCConnection& connection,
+                                         const std::shared_ptr<NSXPCInterface>& exportedInterface,
+                                         const std::shared_ptr<NSXPCInterface>& remoteInterface) {
+  const Weak weakClient = client_.weak_from_this();
   connection.setExportedInterface(exportedInterface);
-  connection.setExportedObject<WLHIDEventRouterClientProtocol>(weakSelf.lock());
-  connection.setInterruptionHandler([weakSelf] {
-    wlhid::log(wlhid::site::interruption, weakSelf);
-    if (const auto self = weakSelf.lock()) self->handleInterruption();
+  connection.setExportedObject<WLHIDEventRouterClientProtocol>(exported());
+  connection.setInterruptionHandler([weakClient] {
+    wlhid::log(wlhid::site::interruption, weakClient);
+    if (const auto client = weakClient.lock()) of(*client).handleInterruption();
   });
-  connection.setInvalidationHandler([weakSelf] {
-    wlhid::log(wlhid::site::invalidation, weakSelf);
-    if (const auto self = weakSelf.lock()) self->handleInvalidation();
+  connection.setInvalidationHandler([weakClient] {
+    wlhid::log(wlhid::site::invalidation, weakClient);
+    if (const auto client = weakClient.lock()) of(*client).handleInvalidation();
   });
   connection.setRemoteObjectInterface(remoteInterface);
   connection.resume();
 }
 
-void WLHIDEventRouterClient::closeConnection() {
-  wlhid::log(wlhid::site::closeConnection, *this);
+void Implementation::closeConnection() {
+  wlhid::log(wlhid::site::closeConnection, client_);
   const auto connection = xpcConnectionToService.load();
   if (!connection) return;
   connection->invalidate();
@@ -91,8 +92,8 @@ void WLHIDEventRouterClient::closeConnection() {
 
 /// The connection stays: an interrupted one is usable, and nothing is restarted on it while the
 /// router is still installed.
-void WLHIDEventRouterClient::handleInterruption() {
-  wlhid::log(wlhid::site::handleInterruption, *this);
+void Implementation::handleInterruption() {
+  wlhid::log(wlhid::site::handleInterruption, client_);
   stopListeningToService();
   _installationStatusChanged(nullptr);
   _updateConnection();
@@ -100,8 +101,8 @@ void WLHIDEventRouterClient::handleInterruption() {
 
 /// Also runs after the client's own invalidate; the close then finds nothing, and a client that was
 /// started again meanwhile gets its new connection here.
-void WLHIDEventRouterClient::handleInvalidation() {
-  wlhid::log(wlhid::site::handleInvalidation, *this);
+void Implementation::handleInvalidation() {
+  wlhid::log(wlhid::site::handleInvalidation, client_);
   closeConnection();
   if (!started()) return;
   _installationStatusChanged(nullptr);

@@ -1,33 +1,34 @@
 // What the router delivers goes to the delegate, or to the log where no delegate takes it.
-#include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "router-client/ClientLog.h"
+#include "router-client/WLHIDEventRouterClient+Implementation.h"
 
 using platform::KQHIDDeviceElementValue;
 using platform::NSArray;
 using platform::NSData;
 using platform::NSObject;
+using Implementation = WLHIDEventRouterClient::Implementation;
 
-void WLHIDEventRouterClient::receivedData_forReportID(const std::shared_ptr<NSData>& data,
-                                                      std::uint32_t reportID) {
+void Implementation::receivedData_forReportID(const std::shared_ptr<NSData>& data,
+                                              std::uint32_t reportID) {
   if (const auto delegate = this->delegate()) {
-    delegate->hidEventRouterClient_receivedReportData_reportID(shared_from_this(), data, reportID);
+    delegate->hidEventRouterClient_receivedReportData_reportID(client_.shared_from_this(), data,
+                                                               reportID);
   } else {
     logReport(data, reportID);
   }
 }
 
-void WLHIDEventRouterClient::receivedElementValues(const std::shared_ptr<NSArray>& elementValues) {
+void Implementation::receivedElementValues(const std::shared_ptr<NSArray>& elementValues) {
   if (const auto delegate = this->delegate()) {
-    delegate->hidEventRouterClient_receivedElementValues(shared_from_this(), elementValues);
+    delegate->hidEventRouterClient_receivedElementValues(client_.shared_from_this(), elementValues);
   } else {
     logElementValues(elementValues);
   }
 }
 
-void WLHIDEventRouterClient::logReport(const std::shared_ptr<NSData>& data,
-                                       std::uint32_t reportID) const {
-  wlhid::log(wlhid::site::receivedData, *this, reportID, data);
+void Implementation::logReport(const std::shared_ptr<NSData>& data, std::uint32_t reportID) const {
+  wlhid::log(wlhid::site::receivedData, client_, reportID, data);
 }
 
 namespace {
@@ -47,11 +48,11 @@ void logElementValue(const WLHIDEventRouterClient& client,
 
 }  // namespace
 
-void WLHIDEventRouterClient::logElementValues(const std::shared_ptr<NSArray>& elementValues) const {
+void Implementation::logElementValues(const std::shared_ptr<NSArray>& elementValues) const {
   // Ours for the walk: a log sink may make the caller drop its reference.
   const std::shared_ptr<NSArray> walked =
       elementValues;  // NOLINT(performance-unnecessary-copy-initialization)
   if (!walked) return;
   walked->enumerateObjects(
-      [this](const std::shared_ptr<NSObject>& member) { logElementValue(*this, member); });
+      [this](const std::shared_ptr<NSObject>& member) { logElementValue(client_, member); });
 }

@@ -1,6 +1,8 @@
 // The class's entry points for installing and removing the router.
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "WLHIDAccess/WLHIDEventRouterConstants.h"
+#include "platform/foundation/NSNotificationCenter.h"
 
 using platform::NSError;
 using platform::NSNotificationCenter;

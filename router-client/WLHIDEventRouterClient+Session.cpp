@@ -1,10 +1,11 @@
 // The routing session: the start and stop requests, and what comes back.
-#include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "router-client/ClientLog.h"
+#include "router-client/WLHIDEventRouterClient+Implementation.h"
 
 using platform::NSError;
 using platform::NSXPCConnection;
 using platform::XPCErrorHandler;
+using Implementation = WLHIDEventRouterClient::Implementation;
 
 namespace {
 
@@ -17,51 +18,51 @@ std::shared_ptr<WLHIDEventRouterProtocol> routerProxy(
 }
 
 XPCErrorHandler logError(const wlhid::LogSite& site,
-                         const std::weak_ptr<WLHIDEventRouterClient>& weakSelf) {
-  return [&site, weakSelf](const std::shared_ptr<NSError>& error) {
-    wlhid::log(site, weakSelf, error);
+                         const std::weak_ptr<WLHIDEventRouterClient>& weakClient) {
+  return [&site, weakClient](const std::shared_ptr<NSError>& error) {
+    wlhid::log(site, weakClient, error);
   };
 }
 
 }  // namespace
 
-void WLHIDEventRouterClient::startListeningToService() {
-  const Weak weakSelf = weak_from_this();
-  wlhid::log(wlhid::site::startListening, *this);
+void Implementation::startListeningToService() {
+  const Weak weakClient = client_.weak_from_this();
+  wlhid::log(wlhid::site::startListening, client_);
   const auto router =
-      routerProxy(xpcConnectionToService.load(), logError(wlhid::site::startError, weakSelf));
+      routerProxy(xpcConnectionToService.load(), logError(wlhid::site::startError, weakClient));
   if (!router) return;
   router->startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
       _registryEntryID, _hidDeviceMode, _tagsByKQHIDUsageCode, _typeByKQHIDUsageCode,
       // Strong on purpose: the answer to a pending request finds the client whose status it sets.
-      [self = weakSelf.lock(), weakSelf](const std::shared_ptr<NSError>& error) {
-        self->handleStartReply(weakSelf, error);
+      [self = exported(), weakClient](const std::shared_ptr<NSError>& error) {
+        self->handleStartReply(weakClient, error);
       });
 }
 
-void WLHIDEventRouterClient::handleStartReply(const Weak& weakSelf,
-                                              const std::shared_ptr<NSError>& error) {
-  wlhid::log(wlhid::site::startReply, weakSelf, error);
+void Implementation::handleStartReply(const Weak& weakClient,
+                                      const std::shared_ptr<NSError>& error) {
+  wlhid::log(wlhid::site::startReply, weakClient, error);
   if (error) {
-    handleStartFailure(weakSelf, error);
+    handleStartFailure(weakClient, error);
   } else {
     setClientStatus(WLHIDEventRouterClientStatusRouting);
   }
 }
 
-void WLHIDEventRouterClient::handleStartFailure(const Weak& weakSelf,
-                                                const std::shared_ptr<NSError>& error) {
+void Implementation::handleStartFailure(const Weak& weakClient,
+                                        const std::shared_ptr<NSError>& error) {
   if (error->code() == WLHIDEventRouterNotPermitted)
-    wlhid::log(wlhid::site::startNotPermitted, weakSelf, error);
+    wlhid::log(wlhid::site::startNotPermitted, weakClient, error);
   setClientStatus(WLHIDEventRouterClientStatusFailed);
   if (const auto delegate = this->delegate())
-    delegate->hidEventRouterClient_handleError(shared_from_this(), error);
+    delegate->hidEventRouterClient_handleError(client_.shared_from_this(), error);
 }
 
-void WLHIDEventRouterClient::stopListeningToService() {
-  const Weak weakSelf = weak_from_this();
-  wlhid::log(wlhid::site::stopListening, *this);
+void Implementation::stopListeningToService() {
+  const Weak weakClient = client_.weak_from_this();
+  wlhid::log(wlhid::site::stopListening, client_);
   const auto router =
-      routerProxy(xpcConnectionToService.load(), logError(wlhid::site::stopError, weakSelf));
+      routerProxy(xpcConnectionToService.load(), logError(wlhid::site::stopError, weakClient));
   if (router) router->stopRoutingService();
 }

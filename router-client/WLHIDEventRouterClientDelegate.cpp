@@ -1,6 +1,8 @@
 #include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
 
-#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "router-client/WLHIDEventRouterClient+Implementation.h"
+
+using Implementation = WLHIDEventRouterClient::Implementation;
 
 // Reached when a delegate takes no such call: here happens what happens without a delegate.
 
@@ -13,11 +15,11 @@ void WLHIDEventRouterClientDelegate::hidEventRouterClient_handleError(
 void WLHIDEventRouterClientDelegate::hidEventRouterClient_receivedElementValues(
     const std::shared_ptr<WLHIDEventRouterClient>& client,
     const std::shared_ptr<platform::NSArray>& elementValues) {
-  if (client) client->logElementValues(elementValues);
+  if (client) Implementation::of(*client).logElementValues(elementValues);
 }
 
 void WLHIDEventRouterClientDelegate::hidEventRouterClient_receivedReportData_reportID(
     const std::shared_ptr<WLHIDEventRouterClient>& client,
     const std::shared_ptr<platform::NSData>& data, std::uint32_t reportID) {
-  if (client) client->logReport(data, reportID);
+  if (client) Implementation::of(*client).logReport(data, reportID);
 }

@@ -11,22 +11,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <string_view>
 
+#include "WLHIDAccess/WLHIDEventRouterConstants.h"
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSError.h"
 #include "platform/xpc/XPCProtocol.h"
-
-/// The router's launchd label, Mach service name and file name inside the application bundle.
-inline constexpr std::string_view WLHIDEventRouterLabel = "com.quillmar.hideventrouter";
-/// The domain of the client's own error (code −1: the router is not installed) and of the router's
-/// (IOReturn codes).
-inline constexpr std::string_view HIDEventRouterDomain = "HIDEventRouterDomain";
-/// kIOReturnNotPermitted, 0xE00002E2, sign-extended: the system refuses the router access to the
-/// device.
-inline constexpr std::int64_t WLHIDEventRouterNotPermitted = -536870174;
 
 /// What the router offers. The client is the sender.
 class WLHIDEventRouterProtocol {

@@ -24,16 +24,6 @@
 
 namespace platform {
 
-/// An object that says under which tags it logs. Both methods are optional: null where not
-/// implemented.
-class KQLogTagging {
- public:
-  [[nodiscard]] virtual std::shared_ptr<NSArray> logTags() const { return nullptr; }
-
- protected:
-  ~KQLogTagging() = default;
-};
-
 /// One line as a sink receives it. The views live for the call.
 struct KQLogEntry {
   std::uint64_t level = 0;

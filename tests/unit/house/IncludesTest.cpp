@@ -29,8 +29,7 @@ const std::vector<Rule>& rules() {
        {"platform/xpc/", "platform/kit/", "platform/foundation/",
         "platform/services/ServiceEndpoints.h"}},
       {"platform/scripted/", {"platform/"}},
-      // The client's public class names its private parts.
-      {"WLHIDAccess/", {"WLHIDAccess/", "platform/", "router-client/"}},
+      {"WLHIDAccess/", {"WLHIDAccess/", "platform/"}},
       {"helper-install/", {"helper-install/", "WLHIDAccess/", "platform/"}},
       {"router-client/", {"router-client/", "WLHIDAccess/", "platform/"}},
       {"diagnostics/", {"diagnostics/", "WLHIDAccess/", "platform/"}},

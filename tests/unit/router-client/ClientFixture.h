@@ -15,10 +15,15 @@
 #include "WLHIDAccess/WLHIDAccess.h"
 #include "platform/foundation/NSNumber.h"
 #include "platform/scripted/ScriptedPlatform.h"
-#include "router-client/WLHIDEventRouterClient+Private.h"
+#include "router-client/WLHIDEventRouterClient+Implementation.h"
 #include "tests/support/ClientTrace.h"
 
 namespace test {
+
+/// For the steps that an application does not take itself.
+inline WLHIDEventRouterClient::Implementation& inside(const WLHIDEventRouterClient& client) {
+  return WLHIDEventRouterClient::Implementation::of(client);
+}
 
 class ClientTest : public ::testing::Test {
  protected:

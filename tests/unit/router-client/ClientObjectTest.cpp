@@ -145,7 +145,7 @@ TEST_F(ClientObject, ARouterStatusIsAnnouncedToItsEndWhoeverReleasesTheClientMea
   delegate_->onStatus = [this](const auto&, WLHIDEventRouterClientStatus) { client_.reset(); };
   platform_.uninstallHelper(kLabel);
   WLHIDEventRouterClient& client = *client_;
-  WLHIDEventRouterClientPrivate::_installationStatusChanged(client);
+  inside(client)._installationStatusChanged(nullptr);
   EXPECT_EQ(client_, nullptr);
   const Lines lines = taken();
   const auto at = [&lines](const std::string& line) {

@@ -10,8 +10,6 @@
 namespace test {
 namespace {
 
-using Private = WLHIDEventRouterClientPrivate;
-
 TEST(OpeningTurn, OneThreadAloneNeverNoticesIt) {
   wlhid::OpeningTurn turn;
   turn.visit();
@@ -121,7 +119,7 @@ TEST_F(ConcurrentClient, AStopDuringTheOpenIsCarriedOutByTheOpener) {
   EXPECT_TRUE(
       sameTrace({"will change started", setStarted(false), update(false), "did change started"},
                 platform_.trace().linesOfThread(std::this_thread::get_id())));
-  EXPECT_EQ(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_EQ(inside(*client_).connection(), nullptr);
 }
 
 TEST_F(ConcurrentClient, AStopBeforeTheOpenBeginsIsSeen) {
@@ -135,7 +133,7 @@ TEST_F(ConcurrentClient, AStopAfterTheConnectionIsStoredClosesIt) {
   makeClient();
   holdAtLogLine(
       178, [this] { client_->setStarted(true); }, [this] { client_->setStarted(false); });
-  EXPECT_EQ(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_EQ(inside(*client_).connection(), nullptr);
   EXPECT_TRUE(connection1().isInvalidated());
   EXPECT_EQ(connection1().pendingRequests(), 0U);
 }
@@ -143,7 +141,7 @@ TEST_F(ConcurrentClient, AStopAfterTheConnectionIsStoredClosesIt) {
 TEST_F(ConcurrentClient, ASecondThreadDoesNotOpenASecondConnection) {
   makeClient();
   holdAtLogLine(
-      194, [this] { client_->setStarted(true); }, [this] { Private::_updateConnection(*client_); });
+      194, [this] { client_->setStarted(true); }, [this] { inside(*client_)._updateConnection(); });
   EXPECT_EQ(platform_.connectionCount(), 1U);
   EXPECT_EQ(connection1().pendingRequests(), 1U);
 }
@@ -152,7 +150,7 @@ TEST_F(ConcurrentClient, ARemovalDuringTheOpenClosesAgain) {
   makeClient();
   holdAtLogLine(
       269, [this] { client_->setStarted(true); }, [this] { removeRouter(); });
-  EXPECT_EQ(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_EQ(inside(*client_).connection(), nullptr);
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusRouterUnavailable);
 }
 
@@ -164,7 +162,7 @@ TEST_F(ConcurrentClient, AnOpenThatThrowsStillCarriesOutWhatOthersAskedForMeanwh
   holdAtLogLine(
       194, [this] { EXPECT_THROW(client_->setStarted(true), std::runtime_error); },
       [this] { client_->setStarted(false); });
-  EXPECT_EQ(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_EQ(inside(*client_).connection(), nullptr);
   EXPECT_TRUE(connection1().isInvalidated());
   // And the turn was given back.
   delegate_->onStatus = nullptr;
@@ -178,7 +176,7 @@ TEST_F(ConcurrentClient, AReinstallationWhileARemovalClosesTheConnectionEndsConn
       "connection 1 invalidate", [this] { removeRouter(); }, [this] { putRouterBack(); });
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusOpening);
   ASSERT_EQ(platform_.connectionCount(), 2U);
-  EXPECT_EQ(Private::xpcConnectionToService(*client_) == nullptr, false);
+  EXPECT_EQ(inside(*client_).connection() == nullptr, false);
   EXPECT_EQ(platform_.connection(2)->pendingRequests(), 1U);
 }
 
@@ -187,13 +185,13 @@ TEST_F(ConcurrentClient, TheStatusNeverSaysRouterUnavailableBesideALiveConnectio
   bool liar = false;
   delegate_->onStatus = [&](const auto& client, WLHIDEventRouterClientStatus status) {
     if (status == WLHIDEventRouterClientStatusRouterUnavailable)
-      liar = liar || Private::xpcConnectionToService(*client) != nullptr;
+      liar = liar || inside(*client).connection() != nullptr;
   };
   holdAtLogLine(
       178,  // the removal is about to say so
       [this] { removeRouter(); }, [this] { putRouterBack(); });
   EXPECT_FALSE(liar);
-  EXPECT_NE(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_NE(inside(*client_).connection(), nullptr);
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusOpening);
 }
 
@@ -206,7 +204,7 @@ TEST_F(ConcurrentClient, AReconnectWhileARemovalClosesTheOldConnectionIsNotDenie
         putRouterBack();
         client_->setStarted(true);
       });
-  EXPECT_NE(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_NE(inside(*client_).connection(), nullptr);
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusOpening);
 }
 
@@ -218,7 +216,7 @@ TEST_F(ConcurrentClient, ARestartDuringTheOpenEndsConnected) {
         client_->setStarted(false);
         client_->setStarted(true);
       });
-  ASSERT_NE(Private::xpcConnectionToService(*client_), nullptr);
+  ASSERT_NE(inside(*client_).connection(), nullptr);
   EXPECT_EQ(platform_.connectionCount(), 2U);
   EXPECT_EQ(platform_.connection(2)->pendingRequests(), 1U);
 }
@@ -234,7 +232,7 @@ TEST_F(ConcurrentClient, AConnectionThatIsStoredDuringACloseIsKept) {
         client_->setStarted(true);
       });
   EXPECT_EQ(platform_.connectionCount(), 2U);
-  EXPECT_NE(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_NE(inside(*client_).connection(), nullptr);
   EXPECT_TRUE(platform_.connection(2)->isHeld());
   EXPECT_FALSE(platform_.connection(2)->isInvalidated());
 }
@@ -253,13 +251,14 @@ TEST_F(ConcurrentClient, AnythingFromAnyThreadIsFreeOfRaces) {
   repeat([this](int i) { client_->setStarted(i % 3 == 0); });
   repeat([this](int) { postStatusChange(); });
   repeat([this, &other](int i) { client_->setDelegate(i % 2 == 0 ? other : delegate_); });
-  repeat(
-      [this](int) { client_->receivedData_forReportID(platform::NSData::dataWithBytes({}), 1); });
+  repeat([this](int) {
+    inside(*client_).receivedData_forReportID(platform::NSData::dataWithBytes({}), 1);
+  });
   repeat([this](int) { (void)client_->clientStatus(); });
   for (std::thread& thread : threads) thread.join();
   client_->setStarted(true);
   client_->setStarted(false);
-  EXPECT_EQ(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_EQ(inside(*client_).connection(), nullptr);
   for (std::size_t i = 1; i <= platform_.connectionCount(); ++i) {
     const auto connection = platform_.connection(i);
     EXPECT_TRUE(connection->isInvalidated() || !connection->isHeld()) << i;

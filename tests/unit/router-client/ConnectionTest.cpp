@@ -4,27 +4,25 @@
 namespace test {
 namespace {
 
-using Private = WLHIDEventRouterClientPrivate;
-
 class ClientConnection : public ClientTest {};
 
 TEST_F(ClientConnection, OpenWhileNotInstalledGivesTheErrorAndLeavesTheConnection) {
   makeRoutingClient();
-  const auto before = Private::xpcConnectionToService(*client_);
+  const auto before = inside(*client_).connection();
   platform_.uninstallHelper(kLabel);
-  const auto error = Private::openConnection(*client_);
+  const auto error = inside(*client_).openConnection();
   ASSERT_NE(error, nullptr);
   EXPECT_EQ(error->domain()->UTF8String(), "HIDEventRouterDomain");
   EXPECT_EQ(error->code(), -1);
   EXPECT_EQ(error->userInfo(), nullptr);
-  EXPECT_EQ(Private::xpcConnectionToService(*client_), before);
+  EXPECT_EQ(inside(*client_).connection(), before);
   EXPECT_TRUE(sameTrace(sequence({called("openConnection", 194), check(false)}), taken()));
 }
 
 TEST_F(ClientConnection, OpenWithoutARemoteInterfaceGivesNothing) {
   makeClient();
   platform_.refuseInterface("WLHIDEventRouterProtocol");
-  EXPECT_EQ(Private::openConnection(*client_), nullptr);
+  EXPECT_EQ(inside(*client_).openConnection(), nullptr);
   EXPECT_TRUE(sameTrace(sequence({called("openConnection", 194), check(true),
                                   "interfaceWithProtocol:WLHIDEventRouterProtocol -> nil"}),
                         taken()));
@@ -33,19 +31,19 @@ TEST_F(ClientConnection, OpenWithoutARemoteInterfaceGivesNothing) {
 TEST_F(ClientConnection, OpenWithoutAnExportedInterfaceGivesNothing) {
   makeClient();
   platform_.refuseInterface("WLHIDEventRouterClientProtocol");
-  EXPECT_EQ(Private::openConnection(*client_), nullptr);
+  EXPECT_EQ(inside(*client_).openConnection(), nullptr);
   EXPECT_TRUE(sameTrace(sequence({called("openConnection", 194), check(true),
                                   "interfaceWithProtocol:WLHIDEventRouterProtocol",
                                   "interfaceWithProtocol:WLHIDEventRouterClientProtocol -> nil"}),
                         taken()));
-  EXPECT_EQ(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_EQ(inside(*client_).connection(), nullptr);
 }
 
 TEST_F(ClientConnection, AFailedCreationDropsWhatWasStored) {
   makeRoutingClient();
   platform_.refuseConnections();
-  EXPECT_EQ(Private::openConnection(*client_), nullptr);
-  EXPECT_EQ(Private::xpcConnectionToService(*client_), nullptr);
+  EXPECT_EQ(inside(*client_).openConnection(), nullptr);
+  EXPECT_EQ(inside(*client_).connection(), nullptr);
   EXPECT_TRUE(sameTrace(
       sequence({called("openConnection", 194), check(true), interfaces(),
                 "no connection initWithMachServiceName:com.quillmar.hideventrouter options:0",
@@ -67,9 +65,9 @@ TEST_F(ClientConnection, StartWithoutAConnectionGoesToOpeningAndSendsNothing) {
 
 TEST_F(ClientConnection, OpenReplacesAndReleasesWithoutInvalidating) {
   makeClient();
-  Private::openConnection(*client_);
+  inside(*client_).openConnection();
   taken();
-  EXPECT_EQ(Private::openConnection(*client_), nullptr);
+  EXPECT_EQ(inside(*client_).openConnection(), nullptr);
   Lines expected = opening(2);
   const auto made =
       std::find(expected.begin(), expected.end(),
@@ -82,15 +80,15 @@ TEST_F(ClientConnection, OpenReplacesAndReleasesWithoutInvalidating) {
 
 TEST_F(ClientConnection, CloseWithoutAConnectionOnlyLogs) {
   makeClient();
-  Private::closeConnection(*client_);
+  inside(*client_).closeConnection();
   EXPECT_TRUE(sameTrace(closeWithoutConnection(), taken()));
 }
 
 TEST_F(ClientConnection, HandlersOfAClientThatIsGoneLogWithoutTagsAndMessageNothing) {
   makeClient();
-  Private::openConnection(*client_);
+  inside(*client_).openConnection();
   // Held beyond the client's end, as the layer does while an event is on its way.
-  const auto held = Private::xpcConnectionToService(*client_);
+  const auto held = inside(*client_).connection();
   releaseClient();
   taken();
   connection1().deliverInterruption(platform::ScriptedConnection::Timing::Late);
@@ -108,7 +106,7 @@ TEST_F(ClientConnection, HandlersDoNotKeepTheClient) {
 
 TEST_F(ClientConnection, InvalidationWhileStoppedClosesAndStopsThere) {
   makeClient();
-  Private::openConnection(*client_);
+  inside(*client_).openConnection();
   taken();
   connection1().deliverInvalidation();
   EXPECT_TRUE(sameTrace(sequence({invalidation(), called("handleInvalidation", 255), closing(1)}),
@@ -117,7 +115,7 @@ TEST_F(ClientConnection, InvalidationWhileStoppedClosesAndStopsThere) {
 
 TEST_F(ClientConnection, InterruptionTakesItsThreeStepsWhateverStartedIs) {
   makeClient();
-  Private::openConnection(*client_);
+  inside(*client_).openConnection();
   taken();
   connection1().deliverInterruption();
   // Not started, so the policy that the interruption applies stops and closes.
@@ -129,7 +127,7 @@ TEST_F(ClientConnection, InterruptionTakesItsThreeStepsWhateverStartedIs) {
 
 TEST_F(ClientConnection, InterruptionWithoutAConnectionDoesNoHarm) {
   makeClient();
-  Private::handleInterruption(*client_);
+  inside(*client_).handleInterruption();
   EXPECT_TRUE(
       sameTrace(sequence({called("handleInterruption", 246), called("stopListeningToService", 300),
                           currentStatus(), check(true), statusChanged(), update(false)}),

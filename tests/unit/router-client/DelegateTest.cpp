@@ -102,10 +102,11 @@ class Delegates : public ClientTest {
     connection1().deliverReply(routerError(-1));
   }
   void sendReport(std::uint32_t reportID = 1) {
-    client_->receivedData_forReportID(platform::NSData::dataWithBytes({}), reportID);
+    inside(*client_).receivedData_forReportID(platform::NSData::dataWithBytes({}), reportID);
   }
   void sendElementValue() {
-    client_->receivedElementValues(platform::NSArray::arrayWithObjects({platform::str("none")}));
+    inside(*client_).receivedElementValues(
+        platform::NSArray::arrayWithObjects({platform::str("none")}));
   }
   static std::string reportLine(std::uint32_t reportID = 1) {
     return logLine(
@@ -264,7 +265,7 @@ TEST_F(Delegates, ACallThatIsHandedBackInsideAnotherIsTheOnlyOneThatIsNotTaken) 
     void hidEventRouterClient_receivedReportData_reportID(const ClientPointer& client,
                                                           const DataPointer& data,
                                                           std::uint32_t reportID) override {
-      if (client != other_) other_->receivedData_forReportID(data, 1);
+      if (client != other_) inside(*other_).receivedData_forReportID(data, 1);
       TakesEvenReports::hidEventRouterClient_receivedReportData_reportID(client, data, reportID);
     }
 

@@ -50,14 +50,14 @@ class Delivery : public ClientTest {
 TEST_F(Delivery, AReportReachesTheDelegateOnceAsTheSameObjectAndIsNotLogged) {
   makeRoutingClient();
   const auto data = bytes({1, 2, 3});
-  client_->receivedData_forReportID(data, 9);
+  inside(*client_).receivedData_forReportID(data, 9);
   EXPECT_TRUE(sameTrace({"delegate receivedReportData {length = 3, bytes = 0x010203} 9"}, taken()));
   EXPECT_EQ(delegate_->lastData, data);
 }
 
 TEST_F(Delivery, TheReportIDHasThirtyTwoBits) {
   makeRoutingClient();
-  client_->receivedData_forReportID(bytes({1}), 0xFFFFFFFF);
+  inside(*client_).receivedData_forReportID(bytes({1}), 0xFFFFFFFF);
   EXPECT_EQ(taken().back(), "delegate receivedReportData {length = 1, bytes = 0x01} 4294967295");
 }
 
@@ -65,11 +65,11 @@ TEST_F(Delivery, AReportThatNobodyTakesIsLoggedAtLevelZeroOnly) {
   makeRoutingClient();
   const auto delegate = std::make_shared<OnlyElementValues>();
   client_->setDelegate(delegate);
-  client_->receivedData_forReportID(bytes({0xab}), 0xFFFFFFFF);
+  inside(*client_).receivedData_forReportID(bytes({0xab}), 0xFFFFFFFF);
   EXPECT_TRUE(sameTrace(
       {reportLine("Received for reportID 4294967295: {length = 1, bytes = 0xab}")}, taken()));
   platform_.setLogLevel(1);
-  client_->receivedData_forReportID(bytes({0xab}), 1);
+  inside(*client_).receivedData_forReportID(bytes({0xab}), 1);
   EXPECT_TRUE(sameTrace({}, taken()));
   EXPECT_EQ(delegate->arrays, 0);
 }
@@ -79,13 +79,13 @@ TEST_F(Delivery, ElementValuesThatNobodyTakesAreLoggedAtLevelZeroOnly) {
   const auto delegate = std::make_shared<OnlyReports>();
   client_->setDelegate(delegate);
   const auto array = NSArray::arrayWithObjects({value(48, -1)});
-  client_->receivedElementValues(array);
+  inside(*client_).receivedElementValues(array);
   EXPECT_TRUE(sameTrace(
       {valueLine(
           "5: usage=48, usagePage=1, cookie=3, integerValue=-1, bytes={length = 1, bytes = 0x2a}")},
       taken()));
   platform_.setLogLevel(1);
-  client_->receivedElementValues(array);
+  inside(*client_).receivedElementValues(array);
   EXPECT_TRUE(sameTrace({}, taken()));
   EXPECT_EQ(delegate->reports, 0);
 }
@@ -93,21 +93,21 @@ TEST_F(Delivery, ElementValuesThatNobodyTakesAreLoggedAtLevelZeroOnly) {
 TEST_F(Delivery, ThreeElementValuesGiveThreeLinesInOrderAndNoneGivesNone) {
   client_ = newClient();
   taken();
-  client_->receivedElementValues(
+  inside(*client_).receivedElementValues(
       NSArray::arrayWithObjects({value(48, 1), value(49, 2), value(50, 3)}));
   const std::string tail = ", bytes={length = 1, bytes = 0x2a}";
   EXPECT_TRUE(sameTrace({valueLine("5: usage=48, usagePage=1, cookie=3, integerValue=1" + tail),
                          valueLine("5: usage=49, usagePage=1, cookie=3, integerValue=2" + tail),
                          valueLine("5: usage=50, usagePage=1, cookie=3, integerValue=3" + tail)},
                         taken()));
-  client_->receivedElementValues(NSArray::arrayWithObjects({}));
+  inside(*client_).receivedElementValues(NSArray::arrayWithObjects({}));
   EXPECT_TRUE(sameTrace({}, taken()));
 }
 
 TEST_F(Delivery, AnEmptyArrayIsHandedOnAsItIs) {
   makeRoutingClient();
   const auto array = NSMutableArray::array();
-  client_->receivedElementValues(array);
+  inside(*client_).receivedElementValues(array);
   EXPECT_EQ(delegate_->lastElementValues, array);
   EXPECT_TRUE(sameTrace({"delegate receivedElementValues 0"}, taken()));
 }
@@ -118,8 +118,8 @@ TEST_F(Delivery, InputIsDeliveredInAnyStatus) {
                             WLHIDEventRouterClientStatusFailed}) {
     client_->setClientStatus(status);
     taken();
-    client_->receivedData_forReportID(bytes({1}), 1);
-    client_->receivedElementValues(NSArray::arrayWithObjects({value(48, 1)}));
+    inside(*client_).receivedData_forReportID(bytes({1}), 1);
+    inside(*client_).receivedElementValues(NSArray::arrayWithObjects({value(48, 1)}));
     EXPECT_TRUE(sameTrace({"delegate receivedReportData {length = 1, bytes = 0x01} 1",
                            "delegate receivedElementValues 1"},
                           taken()));
@@ -129,19 +129,19 @@ TEST_F(Delivery, InputIsDeliveredInAnyStatus) {
 TEST_F(Delivery, OnceTheDelegateIsGoneInputIsLoggedOrDropped) {
   makeRoutingClient();
   delegate_.reset();
-  client_->receivedData_forReportID(bytes({1}), 1);
-  client_->receivedElementValues(NSArray::arrayWithObjects({value(48, 1)}));
+  inside(*client_).receivedData_forReportID(bytes({1}), 1);
+  inside(*client_).receivedElementValues(NSArray::arrayWithObjects({value(48, 1)}));
   EXPECT_EQ(taken().size(), 2U);
   platform_.setLogLevel(1);
-  client_->receivedData_forReportID(bytes({1}), 1);
-  client_->receivedElementValues(NSArray::arrayWithObjects({value(48, 1)}));
+  inside(*client_).receivedData_forReportID(bytes({1}), 1);
+  inside(*client_).receivedElementValues(NSArray::arrayWithObjects({value(48, 1)}));
   EXPECT_EQ(taken().size(), 0U);
 }
 
 TEST_F(Delivery, ACookieBeyondThirtyTwoBitsIsNarrowed) {
   client_ = newClient();
   taken();
-  client_->receivedElementValues(NSArray::arrayWithObjects({value(48, 1, 0x1'0000'0007)}));
+  inside(*client_).receivedElementValues(NSArray::arrayWithObjects({value(48, 1, 0x1'0000'0007)}));
   EXPECT_TRUE(sameTrace(
       {valueLine(
           "5: usage=48, usagePage=1, cookie=7, integerValue=1, bytes={length = 1, bytes = 0x2a}")},
@@ -151,14 +151,14 @@ TEST_F(Delivery, ACookieBeyondThirtyTwoBitsIsNarrowed) {
 TEST_F(Delivery, IntegersKeepAllSixtyFourBits) {
   client_ = newClient();
   taken();
-  client_->receivedElementValues(NSArray::arrayWithObjects({value(48, INT64_MIN)}));
+  inside(*client_).receivedElementValues(NSArray::arrayWithObjects({value(48, INT64_MIN)}));
   EXPECT_NE(taken().at(0).find("integerValue=-9223372036854775808"), std::string::npos);
 }
 
 TEST_F(Delivery, MembersThatAreNoElementValuesAreSpokenToLikeNil) {
   client_ = newClient();
   taken();
-  client_->receivedElementValues(NSArray::arrayWithObjects({platform::str("not a value")}));
+  inside(*client_).receivedElementValues(NSArray::arrayWithObjects({platform::str("not a value")}));
   EXPECT_TRUE(sameTrace(
       {valueLine("0: usage=0, usagePage=0, cookie=0, integerValue=0, bytes=(null)")}, taken()));
 }
@@ -166,8 +166,8 @@ TEST_F(Delivery, MembersThatAreNoElementValuesAreSpokenToLikeNil) {
 TEST_F(Delivery, NullIsWalkedAsNil) {
   client_ = newClient();
   taken();
-  client_->receivedElementValues(nullptr);
-  client_->receivedData_forReportID(nullptr, 1);
+  inside(*client_).receivedElementValues(nullptr);
+  inside(*client_).receivedData_forReportID(nullptr, 1);
   EXPECT_TRUE(sameTrace({reportLine("Received for reportID 1: (null)")}, taken()));
 }
 
@@ -180,7 +180,7 @@ TEST_F(Delivery, AnArrayThatChangesDuringTheWalkRaises) {
       logger.setSink(std::make_shared<platform::KQLogSink>([&](const platform::KQLogEntry&) {
         if (lines++ == 0) array->addObject(value(50, 3));
       }));
-  EXPECT_THROW(client_->receivedElementValues(array), platform::NSGenericException);
+  EXPECT_THROW(inside(*client_).receivedElementValues(array), platform::NSGenericException);
   logger.setSink(previous);
 }
 
@@ -193,14 +193,14 @@ TEST_F(Delivery, TheLevelIsReadForEachElementAndTheWalkRunsToTheEnd) {
         ++lines;
         platform::KQLogger::setLogLevel(1);
       }));
-  client_->receivedElementValues(NSArray::arrayWithObjects({value(48, 1), value(49, 2)}));
+  inside(*client_).receivedElementValues(NSArray::arrayWithObjects({value(48, 1), value(49, 2)}));
   logger.setSink(previous);
   EXPECT_EQ(lines, 1);
 }
 
 TEST_F(Delivery, NothingOfTheDictionariesFiltersInput) {
   makeRoutingClient();  // its tag dictionary names one usage
-  client_->receivedElementValues(NSArray::arrayWithObjects({value(99, 1)}));
+  inside(*client_).receivedElementValues(NSArray::arrayWithObjects({value(99, 1)}));
   EXPECT_TRUE(sameTrace({"delegate receivedElementValues 1"}, taken()));
 }
 

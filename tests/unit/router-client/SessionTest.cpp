@@ -5,8 +5,6 @@
 namespace test {
 namespace {
 
-using Private = WLHIDEventRouterClientPrivate;
-
 class RoutingSession : public ClientTest {
  protected:
   void startAndDropTrace() {
@@ -107,7 +105,7 @@ TEST_F(RoutingSession, ErrorLinesPassUpToLevelThree) {
     const auto connection = platform_.connection(platform_.connectionCount());
     connection->deliverError(routerError(1));
     EXPECT_EQ(taken().size(), level < 4 ? 1U : 0U) << level;
-    Private::stopListeningToService(*client_);
+    inside(*client_).stopListeningToService();
     taken();
     connection->deliverOneWayError(routerError(2));
     EXPECT_EQ(taken().size(), level < 4 ? 1U : 0U) << level;
@@ -126,7 +124,7 @@ TEST_F(RoutingSession, AFailedStopIsLoggedAndChangesNothing) {
 
 TEST_F(RoutingSession, ErrorHandlersOfAClientThatIsGoneLogWithoutTags) {
   makeRoutingClient();
-  Private::stopListeningToService(*client_);
+  inside(*client_).stopListeningToService();
   releaseClient();
   taken();
   connection1().deliverOneWayError(routerError(1));
@@ -136,15 +134,15 @@ TEST_F(RoutingSession, ErrorHandlersOfAClientThatIsGoneLogWithoutTags) {
 
 TEST_F(RoutingSession, StopNeverChangesTheStatus) {
   makeRoutingClient();
-  Private::stopListeningToService(*client_);
+  inside(*client_).stopListeningToService();
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusRouting);
   EXPECT_TRUE(sameTrace(stopRequest(1), taken()));
 }
 
 TEST_F(RoutingSession, WithoutAConnectionBothRequestsOnlyLog) {
   makeClient();
-  Private::startListeningToService(*client_);
-  Private::stopListeningToService(*client_);
+  inside(*client_).startListeningToService();
+  inside(*client_).stopListeningToService();
   EXPECT_TRUE(sameTrace(
       {called("startListeningToService", 269), called("stopListeningToService", 300)}, taken()));
   EXPECT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusIdle);

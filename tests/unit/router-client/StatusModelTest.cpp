@@ -5,8 +5,6 @@
 namespace test {
 namespace {
 
-using Private = WLHIDEventRouterClientPrivate;
-
 class StatusModel : public ClientTest {
  protected:
   static std::size_t delegateCalls(const Lines& lines) {
@@ -19,7 +17,7 @@ class StatusModel : public ClientTest {
 TEST_F(StatusModel, CurrentStatusIsComputedAfreshAndStoresNothing) {
   makeClient();
   platform_.uninstallHelper(kLabel);
-  EXPECT_EQ(Private::currentEventRouterStatus(*client_), WLHIDEventRouterStatusNotInstalled);
+  EXPECT_EQ(inside(*client_).currentEventRouterStatus(), WLHIDEventRouterStatusNotInstalled);
   EXPECT_EQ(client_->eventRouterStatus(), WLHIDEventRouterStatusInstalled);
   EXPECT_TRUE(sameTrace(sequence({currentStatus(), check(false)}), taken()));
 }
@@ -124,13 +122,13 @@ TEST_F(StatusModel, RemovalWhileRoutingClosesWithoutAStopRequest) {
 
 TEST_F(StatusModel, UpdateWithASessionUnderWayDoesNothing) {
   makeRoutingClient();
-  Private::_updateConnection(*client_);
+  inside(*client_)._updateConnection();
   EXPECT_TRUE(sameTrace({update(true)}, taken()));
 }
 
 TEST_F(StatusModel, UpdateWhileStoppedAndWithoutConnectionDoesNothing) {
   makeClient();
-  Private::_updateConnection(*client_);
+  inside(*client_)._updateConnection();
   EXPECT_TRUE(sameTrace({update(false)}, taken()));
 }
 
@@ -139,7 +137,7 @@ TEST_F(StatusModel, AFailedStartIsNotRetriedUntilStoppedAndStartedAgain) {
   client_->setStarted(true);
   connection1().deliverReply(routerError(-1));
   ASSERT_EQ(client_->clientStatus(), WLHIDEventRouterClientStatusFailed);
-  Private::_updateConnection(*client_);
+  inside(*client_)._updateConnection();
   EXPECT_EQ(connection1().pendingRequests(), 0U);
   client_->setStarted(false);
   client_->setStarted(true);
