@@ -44,7 +44,9 @@ class Report {
 void measureDelivery(Report& report);
 void measureLatency(Report& report);
 void measurePresence(Report& report);
+void measureProcessorTime(Report& report);
 void measureClients(Report& report);
+void measureRecordings(Report& report);
 void measureLog(Report& report);
 
 }  // namespace bench

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -31,7 +32,7 @@ using testsupport::RouterSession;
 
 constexpr int kLayerDescriptor = 3;
 constexpr int kBareDescriptor = 4;
-constexpr std::uint64_t kPace = 125'000;  // nanoseconds between reports at 8 kHz
+constexpr std::uint64_t kSecond = 1'000'000'000;  // nanoseconds
 constexpr std::size_t kMostUnsent = std::size_t{1} << 20;
 
 void sleepUntil(std::uint64_t nanoseconds) {
@@ -43,7 +44,7 @@ void sleepUntil(std::uint64_t nanoseconds) {
 
 std::shared_ptr<platform::NSData> stampedReport() {
   return platform::NSData::dataWithLength(kReportBytes, [](std::span<std::uint8_t> room) {
-    std::memset(room.data(), 0x5A, room.size());
+    std::memset(room.data(), kReportFiller, room.size());
     const std::uint64_t now = monotonicNanoseconds();
     std::memcpy(room.data(), &now, sizeof now);
   });
@@ -51,14 +52,14 @@ std::shared_ptr<platform::NSData> stampedReport() {
 
 std::shared_ptr<platform::NSData> plainReport() {
   return platform::NSData::dataWithLength(kReportBytes, [](std::span<std::uint8_t> room) {
-    std::memset(room.data(), 0x5A, room.size());
+    std::memset(room.data(), kReportFiller, room.size());
   });
 }
 
 void sendPaced(const Job& job, WLHIDEventRouterClientProtocol& client) {
   std::uint64_t due = monotonicNanoseconds();
   for (std::uint32_t i = 0; i < job.count; ++i) {
-    sleepUntil(due += kPace);
+    sleepUntil(due += kSecond / job.perSecond);
     client.receivedData_forReportID(stampedReport(), 1);
   }
 }
@@ -127,8 +128,17 @@ bool writeWhole(int socket, const std::uint8_t* bytes, std::size_t length) {
   return true;
 }
 
+/// Each says how long it is, so that a reader can take them apart.
+std::vector<std::uint8_t> bareFrames(std::size_t count) {
+  std::vector<std::uint8_t> frames(kReportFrameBytes * count, kReportFiller);
+  const std::uint32_t length = kReportFrameBytes;
+  for (std::size_t i = 0; i < count; ++i)
+    std::memcpy(frames.data() + i * kReportFrameBytes, &length, sizeof length);
+  return frames;
+}
+
 void serveBareStream(int socket, const Job& job) {
-  const std::vector<std::uint8_t> frames(kReportFrameBytes * job.batch, 0x5A);
+  const std::vector<std::uint8_t> frames = bareFrames(job.batch);
   for (std::uint32_t sent = 0; sent < job.count; sent += job.batch) {
     if (!writeWhole(socket, frames.data(), frames.size())) return;
   }
@@ -138,19 +148,29 @@ void serveBarePaced(int socket, const Job& job) {
   std::array<std::uint8_t, kReportFrameBytes> frame{};
   std::uint64_t due = monotonicNanoseconds();
   for (std::uint32_t i = 0; i < job.count; ++i) {
-    sleepUntil(due += kPace);
+    sleepUntil(due += kSecond / job.perSecond);
     const std::uint64_t now = monotonicNanoseconds();
     std::memcpy(frame.data(), &now, sizeof now);
     if (!writeWhole(socket, frame.data(), frame.size())) return;
   }
 }
 
+// Pongs go out on the socket that asked for them last, as the layer's do.
+std::atomic<int> barePong = -1;
+
+/// Says that it is ready, and keeps the socket open until its peer closes it.
 void serveBarePingPong(int socket) {
+  barePong = socket;
+  std::uint8_t byte = 0;
+  if (writeWhole(socket, &byte, sizeof byte)) (void)::recv(socket, &byte, sizeof byte, 0);
+}
+
+void serveBarePing(int socket) {
   std::array<std::uint8_t, kReportFrameBytes> frame{};
   std::array<std::uint8_t, kEmptyFrameBytes> ping{};
   while (::recv(socket, ping.data(), ping.size(), MSG_WAITALL) ==
          static_cast<ssize_t>(ping.size())) {
-    if (!writeWhole(socket, frame.data(), frame.size())) return;
+    if (!writeWhole(barePong, frame.data(), frame.size())) return;
   }
 }
 
@@ -167,6 +187,9 @@ void serveBare(int socket) {
         break;
       case Kind::PingPong:
         serveBarePingPong(socket);
+        break;
+      case Kind::Ping:
+        serveBarePing(socket);
         break;
       case Kind::Nothing:
         break;

@@ -20,23 +20,30 @@ inline constexpr std::size_t kReportBytes = 64;
 /// On the wire, as docs/wire-protocol.md has it: a header of 8, the data's tag and size, the bytes,
 /// the report ID.
 inline constexpr std::size_t kReportFrameBytes = 8 + 2 + kReportBytes + 4;
+/// Where the report's bytes begin in it, and what each of them is.
+inline constexpr std::size_t kReportOffset = 8 + 2;
+inline constexpr std::uint8_t kReportFiller = 0x5A;
 /// A message without arguments.
 inline constexpr std::size_t kEmptyFrameBytes = 8;
 
-enum class Kind : std::uint8_t { Nothing = 0, Stream = 1, PingPong = 2, Paced = 3 };
+enum class Kind : std::uint8_t { Nothing = 0, Stream = 1, PingPong = 2, Paced = 3, Ping = 4 };
 
-/// One session's work. `count` reports, `batch` of them at a time.
+/// One session's work. `count` reports, `batch` of them at a time, or `perSecond` where they are
+/// paced. Of a ping-pong the pongs come on the connection with that job, upon pings on another.
 struct Job {
   Kind kind = Kind::Nothing;
   std::uint8_t batch = 1;
   std::uint32_t count = 0;
+  std::uint16_t perSecond = 8000;
 
   [[nodiscard]] std::uint64_t encode() const {
-    return static_cast<std::uint64_t>(kind) << 40 | static_cast<std::uint64_t>(batch) << 32 | count;
+    return static_cast<std::uint64_t>(perSecond) << 48 | static_cast<std::uint64_t>(kind) << 40 |
+           static_cast<std::uint64_t>(batch) << 32 | count;
   }
   static Job decode(std::uint64_t encoded) {
     return {static_cast<Kind>(encoded >> 40 & 0xFF),
-            static_cast<std::uint8_t>(encoded >> 32 & 0xFF), static_cast<std::uint32_t>(encoded)};
+            static_cast<std::uint8_t>(encoded >> 32 & 0xFF), static_cast<std::uint32_t>(encoded),
+            static_cast<std::uint16_t>(encoded >> 48)};
   }
 };
 

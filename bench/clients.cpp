@@ -14,7 +14,7 @@
 
 #include "bench/Bench.h"
 #include "bench/Client.h"
-#include "bench/Clients.h"
+#include "bench/Roles.h"
 
 namespace bench {
 namespace {
@@ -90,18 +90,7 @@ int runClientsRole(const char* endpoint) {
 void measureClients(Report& report) {
   allowManyDescriptors();  // inherited by the router
   const RouterProcess router;
-  std::array<char, 4096> path{};
-  const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size() - 1);
-  if (length <= 0) throw std::runtime_error("cannot find the program itself");
-  const std::string command =
-      "'" + std::string(path.data()) + "' --role=clients '" + router.endpoint() + "'";
-  FILE* const pipe = ::popen(command.c_str(), "re");
-  if (pipe == nullptr) throw std::runtime_error("cannot start the clients' process");
-  double before = 0;
-  double half = 0;
-  double all = 0;
-  const int read = std::fscanf(pipe, "%lf %lf %lf", &before, &half, &all);
-  if (::pclose(pipe) != 0 || read != 3) throw std::runtime_error("the clients' process failed");
+  const auto [before, half, all] = roleFigures<3>("clients", router.endpoint());
   report.add({"clients1000",
               "kib_each",
               (all - before) / kClients,

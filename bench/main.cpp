@@ -13,7 +13,7 @@
 #include <string>
 
 #include "bench/Bench.h"
-#include "bench/Clients.h"
+#include "bench/Roles.h"
 #include "bench/Router.h"
 
 namespace {
@@ -70,7 +70,9 @@ void measure(const Options& options, bench::Report& report) {
   } sections[] = {{"delivery", bench::measureDelivery},
                   {"latency", bench::measureLatency},
                   {"presence", bench::measurePresence},
+                  {"cpu", bench::measureProcessorTime},
                   {"clients", bench::measureClients},
+                  {"recording", bench::measureRecordings},
                   {"log", bench::measureLog}};
   for (const auto& [prefix, section] : sections) {
     if (options.only.empty() || std::string_view(prefix).starts_with(options.only)) section(report);
@@ -83,6 +85,8 @@ int main(int argc, char** argv) {
   if (argc == 2 && std::strcmp(argv[1], "--role=router") == 0) return bench::runRouterRole();
   if (argc == 3 && std::strcmp(argv[1], "--role=clients") == 0)
     return bench::runClientsRole(argv[2]);
+  if (argc == 3 && std::strcmp(argv[1], "--role=recordings") == 0)
+    return bench::runRecordingsRole(argv[2]);
   const Options options = parse(argc, argv);
   if (!options.valid) {
     std::cerr << "wlhid-bench: usage: wlhid-bench [--only PREFIX] [--json FILE]\n";

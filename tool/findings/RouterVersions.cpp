@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
-#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "WLHIDAccess/WLHIDEventRouterConstants.h"
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSDictionary.h"

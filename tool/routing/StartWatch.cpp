@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "WLHIDAccess/WLHIDEventRouterConstants.h"
 #include "tool/findings/Inventory.h"
 
 namespace tool {

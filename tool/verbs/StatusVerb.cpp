@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "WLHIDAccess/WLHIDEventRouterConstants.h"
 #include "platform/services/SystemRoot.h"
 #include "tool/command/Command.h"
 #include "tool/command/Invocation.h"

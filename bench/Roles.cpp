@@ -1,0 +1,33 @@
+#include "bench/Roles.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+
+namespace bench {
+namespace {
+
+std::string ownProgram() {
+  std::array<char, 4096> path{};
+  const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size() - 1);
+  if (length <= 0) throw std::runtime_error("cannot find the program itself");
+  return path.data();
+}
+
+}  // namespace
+
+std::vector<double> runRole(const std::string& name, const std::string& argument,
+                            std::size_t count) {
+  const std::string command = "'" + ownProgram() + "' '--role=" + name + "' '" + argument + "'";
+  FILE* const pipe = ::popen(command.c_str(), "re");
+  if (pipe == nullptr) throw std::runtime_error("cannot start the process of the " + name);
+  std::vector<double> figures;
+  for (double figure = 0; std::fscanf(pipe, "%lf", &figure) == 1;) figures.push_back(figure);
+  if (::pclose(pipe) != 0 || figures.size() != count)
+    throw std::runtime_error("the process of the " + name + " failed");
+  return figures;
+}
+
+}  // namespace bench

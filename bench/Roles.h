@@ -1,0 +1,33 @@
+// Processes of their own for what is measured in memory, apart from the one that measured other
+// things before. The program starts itself again with --role=NAME ARGUMENT.
+//
+// Threading, Ownership: none. Errors: a role ends with status 1 and a line on standard error;
+// roleFigures then throws std::runtime_error.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// Prints resident KiB before, after half and after all clients, and exits.
+int runClientsRole(const char* endpoint);
+/// Prints resident KiB before and the most while all recordings are played.
+int runRecordingsRole(const char* root);
+
+/// Runs a role and returns the numbers that it printed, of which there must be `count`.
+[[nodiscard]] std::vector<double> runRole(const std::string& name, const std::string& argument,
+                                          std::size_t count);
+
+template <std::size_t Count>
+[[nodiscard]] std::array<double, Count> roleFigures(const std::string& name,
+                                                    const std::string& argument) {
+  const std::vector<double> figures = runRole(name, argument, Count);
+  std::array<double, Count> result{};
+  for (std::size_t i = 0; i < Count; ++i) result.at(i) = figures.at(i);
+  return result;
+}
+
+}  // namespace bench
