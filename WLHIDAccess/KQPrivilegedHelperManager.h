@@ -5,7 +5,6 @@
 // Ownership: nothing is kept between calls. Each bless or remove leaves one authorization reference
 //   allocated for the life of the process.
 // Errors: a false result, with an error where one is known; see each function.
-// Order: none.
 #pragma once
 
 #include <memory>

@@ -3,8 +3,9 @@
 // the time: what would be compared is its mood.
 //
 // Threading: speaks of the calling thread, and of the threads and processes that it starts
-// afterwards. Ownership: the destructor gives the thread its former processors back. Errors: with
-// one processor to be had, nothing is pinned. Order: none.
+//   afterwards.
+// Ownership: the destructor gives the thread its former processors back.
+// Errors: with one processor to be had, nothing is pinned.
 #pragma once
 
 #include <sched.h>

@@ -1,8 +1,8 @@
 // Processes of their own for what is measured in memory, apart from the one that measured other
 // things before. The program starts itself again with --role=NAME ARGUMENT.
 //
-// Threading, Ownership: none. Errors: a role ends with status 1 and a line on standard error;
-// roleFigures then throws std::runtime_error.
+// Errors: a role ends with status 1 and a line on standard error; roleFigures then throws
+//   std::runtime_error.
 #pragma once
 
 #include <array>

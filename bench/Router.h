@@ -5,8 +5,9 @@
 // connection layer, descriptor 4 for bare streams. What a session is to send stands in the start
 // request's entry ID (see Job).
 //
-// Threading: RouterProcess belongs to one thread. Ownership: it ends its process and removes its
-// sockets with itself. Errors: std::runtime_error. Order: none.
+// Threading: RouterProcess belongs to one thread.
+// Ownership: it ends its process and removes its sockets with itself.
+// Errors: std::runtime_error.
 #pragma once
 
 #include <sys/types.h>

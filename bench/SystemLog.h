@@ -1,8 +1,8 @@
 // A system log of any size for measurements: the same one each time.
 //
-// Threading: one thread. Ownership: the file goes with the object.
+// Threading: one thread.
+// Ownership: the file goes with the object.
 // Errors: std::runtime_error where there is no room for it or it cannot be written.
-// Order: none.
 #pragma once
 
 #include <cstddef>

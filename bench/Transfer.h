@@ -1,8 +1,9 @@
 // Carrying reports from the router's process to this one: through the layer to a delegate, and over
 // a bare stream socket.
 //
-// Threading: one thread. Ownership: each function ends what it began. Errors: std::runtime_error
-// where reports are missing or cut. Order: none.
+// Threading: one thread.
+// Ownership: each function ends what it began.
+// Errors: std::runtime_error where reports are missing or cut.
 #pragma once
 
 #include <vector>

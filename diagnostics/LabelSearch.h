@@ -1,6 +1,6 @@
 // Finding the router's label in a text.
 //
-// Threading: a pure function, any thread. Ownership, Errors, Order: none.
+// Threading: a pure function, any thread.
 #pragma once
 
 #include <cstddef>

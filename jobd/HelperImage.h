@@ -5,8 +5,9 @@
 //   __TEXT,__launchd_plist   Label (the same), MachServices
 //   __ELF,__program          an ELF executable for this machine
 //
-// Threading: pure functions. Ownership: HelperImage::program is a view into the bytes that were
-// parsed. Order: none. Errors: ServiceError (InvalidImage) that says what is missing or wrong.
+// Threading: pure functions.
+// Ownership: HelperImage::program is a view into the bytes that were parsed.
+// Errors: ServiceError (InvalidImage) that says what is missing or wrong.
 #pragma once
 
 #include <cstdint>

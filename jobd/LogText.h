@@ -1,6 +1,6 @@
 // Making what jobs write fit for a log that holds one entry a line.
 //
-// Threading: pure functions; a LineSplitter belongs to one thread. Ownership: values. Errors: none.
+// Threading: pure functions; a LineSplitter belongs to one thread.
 // Order: lines leave in the order in which their bytes came.
 #pragma once
 

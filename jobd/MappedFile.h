@@ -1,7 +1,8 @@
 // A file's bytes without a copy of them in memory.
 //
-// Threading: any. Ownership: the mapping, not the descriptor. Order: none. Errors: ServiceError for
-// what is empty, too large for a helper or no regular file.
+// Threading: any.
+// Ownership: the mapping, not the descriptor.
+// Errors: ServiceError for what is empty, too large for a helper or no regular file.
 #pragma once
 
 #include <cstdint>

@@ -1,10 +1,10 @@
 // The directories of a root that the daemon works in, open and checked.
 //
-// Threading: one thread. Ownership: the descriptors. Order: none.
+// Threading: one thread.
+// Ownership: the descriptors.
 // Errors: ServiceError when the root or one of its directories is a link, belongs to somebody else
-// or can be written by
-//   others. Whoever can write there decides what runs, so the daemon serves no root that is not
-//   wholly its own user's: it never runs with rights that the root's owner lacks.
+//   or can be written by others. Whoever can write there decides what runs, so the daemon serves no
+//   root that is not wholly its own user's: it never runs with rights that the root's owner lacks.
 #pragma once
 
 #include "platform/services/FileDescriptor.h"

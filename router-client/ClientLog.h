@@ -2,8 +2,6 @@
 //
 // Threading: any thread.
 // Ownership: nothing is kept.
-// Order: none.
-// Errors: none of its own.
 //
 // The logger's level is read afresh for each line, before tags, arguments or text of it are formed.
 #pragma once

@@ -3,7 +3,6 @@
 // Threading: any thread. The lock covers one copy or one swap of the pointer: nothing is called and
 //   nothing is destroyed under it.
 // Ownership: the holder shares what it holds. A value that was replaced is destroyed after unlock.
-// Errors: none.
 // Order: loads and exchanges of one holder have one order that all threads see.
 #pragma once
 

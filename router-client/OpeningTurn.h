@@ -10,7 +10,6 @@
 // stops the client from its status callback does), and its own visits leave no note.
 //
 // Threading: any thread. No lock is held during a turn.
-// Ownership, Errors: none.
 // Order: a note left during a turn is seen at its end. A visit that finds no turn happens before
 //   the next turn begins.
 #pragma once

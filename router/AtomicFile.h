@@ -2,8 +2,8 @@
 //
 // Files are reached by name in an open directory, and no link is followed.
 //
-// Threading: any thread, a draft one at a time; of two writers at once one wins. Ownership:
-//   descriptors belong to the caller. Order: none.
+// Threading: any thread, a draft one at a time; of two writers at once one wins.
+// Ownership: descriptors belong to the caller.
 // Errors: std::system_error that names the file.
 #pragma once
 

@@ -7,8 +7,8 @@
 // reads stays below that and loses nothing; together they exceed the bound by a report each at
 // most.
 //
-// Threading: any thread. Ownership: a share counts for as long as it lives, and keeps the backlog.
-// Errors, Order: none.
+// Threading: any thread.
+// Ownership: a share counts for as long as it lives, and keeps the backlog.
 #pragma once
 
 #include <sys/types.h>

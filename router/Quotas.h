@@ -1,8 +1,8 @@
 // What clients share and therefore have only so much of: turns for their start requests, and lines
 // of the log.
 //
-// Threading: any thread. No lock is held while anybody waits. Ownership: values.
-// Errors: none. Order: turns are given in the order of the requests.
+// Threading: any thread. No lock is held while anybody waits.
+// Order: turns are given in the order of the requests.
 #pragma once
 
 #include <sys/types.h>

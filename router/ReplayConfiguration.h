@@ -1,6 +1,6 @@
 // A replayed device as its configuration file says it. See Devices.h for the keys.
 //
-// Threading: any thread. Ownership: values. Order: none.
+// Threading: any thread.
 // Errors: DeviceError, the cause without the file's name.
 #pragma once
 

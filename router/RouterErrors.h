@@ -2,7 +2,8 @@
 // codes, a localized description and, where it concerns one, the device as a KQIOObject under
 // WLHIDDeviceKey.
 //
-// Threading: any thread. Ownership: the caller's. Errors, Order: none.
+// Threading: any thread.
+// Ownership: the caller's.
 #pragma once
 
 #include <cstdint>

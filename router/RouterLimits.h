@@ -4,7 +4,7 @@
 // of them; who exceeds one is refused with a reason or slowed down, and what is left out is counted
 // and said.
 //
-// Threading: values. Ownership, Errors, Order: none.
+// Threading: values.
 #pragma once
 
 #include <chrono>

@@ -1,7 +1,7 @@
 // What the router tells whoever keeps its log: plain one-line entries, never the content of a
 // report.
 //
-// Threading: a sink is called from any thread, with no lock held. Ownership, Errors: none.
+// Threading: a sink is called from any thread, with no lock held.
 // Order: each thread's own.
 #pragma once
 

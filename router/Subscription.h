@@ -2,7 +2,7 @@
 //
 // Threading: deliver() runs on the device's thread, the rest on any. When end() has returned
 //   nothing more is sent.
-// Ownership: shares its sink. Errors: none.
+// Ownership: shares its sink.
 // Order: a client sees a report, then its values; reports keep their order.
 #pragma once
 

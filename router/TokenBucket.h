@@ -1,6 +1,7 @@
 // So many at once, and then so many a second.
 //
-// Threading: one thread at a time. Ownership: a value. Errors: none.
+// Threading: one thread at a time.
+// Ownership: a value.
 // Order: the times that it is given do not fall; one that does counts as the latest before it.
 #pragma once
 

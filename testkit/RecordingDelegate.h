@@ -5,7 +5,6 @@
 // Threading: called as a delegate is. What it keeps stands before the trace's line does: who waits
 //   for the line may look.
 // Ownership: the trace must outlive it.
-// Errors: none.
 // Order: the trace's.
 #pragma once
 

@@ -5,7 +5,6 @@
 //   testkit::sendReport(*platform.connection(1), {0x01, 0xff}, 1);
 //
 // Threading: as ScriptedConnection.h: these functions are the connection's queue.
-// Ownership, Order: none.
 // Errors: false where a connection in this state would not let the message through, or where the
 //   client's interface does not admit it.
 #pragma once

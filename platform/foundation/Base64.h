@@ -1,7 +1,7 @@
 // Bytes as text of 64 characters (RFC 4648), as XML property lists carry them.
 //
-// Threading: pure functions. Ownership, Order: none. Errors: null for text that is not what the
-//   encoder would have written, blanks aside.
+// Threading: pure functions.
+// Errors: null for text that is not what the encoder would have written, blanks aside.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,7 @@
 // The words for errors that are made without any: what happened, why, what to do.
 //
-// Threading: any thread. Ownership: the texts last for ever. Errors, Order: none.
+// Threading: any thread.
+// Ownership: the texts last for ever.
 #pragma once
 
 #include <cstdint>

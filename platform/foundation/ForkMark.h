@@ -4,8 +4,8 @@
 // threads, and locks may be held by threads that it lacks. What such an object would write, shut
 // down or wait for is the parent's; all that is the child's own are the copies of the descriptors.
 //
-// Threading: any thread. Ownership, Order: none. Errors: none; std::bad_alloc where the first mark
-//   of a process cannot be registered.
+// Threading: any thread.
+// Errors: none; std::bad_alloc where the first mark of a process cannot be registered.
 #pragma once
 
 #include <atomic>

@@ -1,9 +1,9 @@
 // What the foundation asks of the machine, as one small interface, so that a scripted platform can
 // stand in for it.
 //
-// Threading: a provider is called from any thread. Ownership: see ProviderSlot.h. Errors: as the
-//   public functions say.
-// Order: none.
+// Threading: a provider is called from any thread.
+// Ownership: see ProviderSlot.h.
+// Errors: as the public functions say.
 #pragma once
 
 #include <functional>

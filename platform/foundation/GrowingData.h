@@ -4,7 +4,7 @@
 // behind them; so neither growing nor handing over ever needs the memory twice. Made for results of
 // megabytes; a few bytes are better kept in a std::string.
 //
-// Threading: a value of one thread. Order: none.
+// Threading: a value of one thread.
 // Ownership: takeData() hands the pages to the NSData, which gives them back with its last
 //   reference.
 // Errors: std::bad_alloc when the system has no more memory; what was there stays.

@@ -6,7 +6,6 @@
 //   captures beyond that, and the token does not keep the object. After the token's destructor has
 //   returned no further call of that observer is taken up; one that another thread had taken up may
 //   still run.
-// Errors: none.
 // Order: observers of one key are called in order of registration, will-change and did-change
 //   alike.
 #pragma once

@@ -1,8 +1,8 @@
 // The main bundle: where the running application lives.
 //
-// Threading: any thread. Ownership: the caller's. Errors: bundlePath is null where the executable's
-//   path is unknown.
-// Order: none.
+// Threading: any thread.
+// Ownership: the caller's.
+// Errors: bundlePath is null where the executable's path is unknown.
 #pragma once
 
 #include "platform/foundation/NSString.h"

@@ -3,8 +3,6 @@
 // Threading: every class of this folder whose name lacks "Mutable" is immutable after creation and
 //   may be used from any thread without further care.
 // Ownership: objects live in std::shared_ptr. A null pointer is nil.
-// Errors: none.
-// Order: none.
 #pragma once
 
 #include <compare>

@@ -5,7 +5,6 @@
 //   under it, and the provider that was replaced is destroyed after unlock.
 // Ownership: the slot and every caller in flight share the provider, so one that is replaced lives
 //   until its last call ends.
-// Errors, Order: none.
 #pragma once
 
 #include <memory>

@@ -1,6 +1,7 @@
 // Text in its encodings, and as descriptions of collections show it.
 //
-// Threading: pure functions. Ownership, Order: none. Errors: see each function.
+// Threading: pure functions.
+// Errors: see each function.
 #pragma once
 
 #include <cstdint>

@@ -8,9 +8,9 @@
 // One block holds the reference counts, the object and the bytes: a report costs one malloc and one
 // free.
 //
-// Threading: none of its own. Ownership: the storage lives and dies with the object's block, and is
-//   never initialised here; the TrailingStorage record itself is only read during allocate_shared.
-//   Errors: std::bad_alloc. Order: none.
+// Ownership: the storage lives and dies with the object's block, and is never initialised here; the
+//   TrailingStorage record itself is only read during allocate_shared.
+// Errors: std::bad_alloc.
 #pragma once
 
 #include <cstddef>

@@ -1,8 +1,8 @@
 // One HID element's value in one report.
 //
-// Threading: immutable after creation. Ownership: as in NSObject.h; inside a delivered array all
-//   values share the array's one allocation, and a pointer to a value keeps that allocation alive.
-//   Errors, Order: none.
+// Threading: immutable after creation.
+// Ownership: as in NSObject.h; inside a delivered array all values share the array's one
+//   allocation, and a pointer to a value keeps that allocation alive.
 #pragma once
 
 #include <cstdint>

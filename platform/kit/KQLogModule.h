@@ -2,8 +2,8 @@
 //
 // Threading: a module is asked on the thread that assembles the report; handlers may be called at
 //   once on that thread.
-// Ownership: the logger owns modules; whoever asks owns the files. Errors: handed to the handler.
-//   Order: none.
+// Ownership: the logger owns modules; whoever asks owns the files.
+// Errors: handed to the handler.
 #pragma once
 
 #include <functional>

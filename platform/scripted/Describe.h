@@ -1,7 +1,6 @@
 // How traces print what calls were given and what they answered: on one line each.
 //
 // Threading: pure functions.
-// Ownership, Errors, Order: none.
 #pragma once
 
 #include <cstdint>

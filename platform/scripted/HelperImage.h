@@ -2,8 +2,6 @@
 //
 // Threading: pure functions.
 // Ownership: the caller's.
-// Errors: none.
-// Order: none.
 #pragma once
 
 #include <cstdint>

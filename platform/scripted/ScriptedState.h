@@ -2,7 +2,6 @@
 //
 // Threading: any thread; the mutex covers the answers, never a call.
 // Ownership: shared with the providers.
-// Errors, Order: none.
 #pragma once
 
 #include <deque>

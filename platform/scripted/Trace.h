@@ -2,7 +2,6 @@
 //
 // Threading: any thread.
 // Ownership: results are copies.
-// Errors: none.
 // Order: lines stand in the order in which they were recorded; those of one thread in that thread's
 //   own order.
 #pragma once

@@ -2,7 +2,8 @@
 //
 // Threading: any thread; AuthorizationCreate blocks until the question is answered.
 // Ownership: an AuthorizationRef is never freed: it lives for the life of the process, as its
-// callers rely on. Errors: the platform's status codes, below. Order: none.
+//   callers rely on.
+// Errors: the platform's status codes, below.
 #pragma once
 
 #include <cstdint>

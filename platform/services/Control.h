@@ -7,9 +7,10 @@
 // the helper's executable as an open descriptor beside the frame's first byte: which file is
 // installed is decided by whoever opened it, and no path crosses the border between the two.
 //
-// Threading: values; a FrameReader belongs to one thread. Ownership: values own their content.
+// Threading: values; a FrameReader belongs to one thread.
+// Ownership: values own their content.
 // Errors: a message that cannot be decoded gives nothing. Lengths are checked before anything is
-// allocated for them. Order: none.
+//   allocated for them.
 #pragma once
 
 #include <array>

@@ -1,7 +1,7 @@
 // A descriptor that is closed when its owner goes.
 //
-// Threading: one thread at a time. Ownership: the object owns the descriptor; release() gives it
-// away. Errors, Order: none.
+// Threading: one thread at a time.
+// Ownership: the object owns the descriptor; release() gives it away.
 #pragma once
 
 #include <unistd.h>

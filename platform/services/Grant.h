@@ -5,10 +5,11 @@
 // and keeps account of what the leave covers.
 //
 // Threading: any thread; creating one blocks while its question is open, using one while the daemon
-// works. Ownership: a reference lives for the life of the process; the connection that its leave
-// belongs to is closed by the bless that uses it up, when many newer ones are open, or, after the
-// daemon has hung up, when the next authorization is made. Errors: the platform's status codes,
-// ServiceError. Order: none.
+//   works.
+// Ownership: a reference lives for the life of the process; the connection that its leave belongs
+//   to is closed by the bless that uses it up, when many newer ones are open, or, after the daemon
+//   has hung up, when the next authorization is made.
+// Errors: the platform's status codes, ServiceError.
 #pragma once
 
 #include "platform/services/Authorization.h"

@@ -5,7 +5,7 @@
 // runs the helper of the job's label. A job whose file names any other file would make the one say
 // what is not true of the other, so it counts as no job.
 //
-// Threading: any thread. Ownership: values. Order: none.
+// Threading: any thread.
 // Errors: ServiceError where files cannot be read; a job that is none gives nothing, and a reason.
 #pragma once
 

@@ -1,7 +1,7 @@
 // The job daemon of a root, as an application reaches it.
 //
-// Threading: any thread; calls wait for the daemon, at most 30 s. Ownership: values.
-// Errors: ServiceError. Order: none.
+// Threading: any thread; calls wait for the daemon, at most 30 s.
+// Errors: ServiceError.
 #pragma once
 
 #include <utility>

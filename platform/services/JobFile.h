@@ -1,6 +1,6 @@
 // The file that describes a job: <root>/Library/LaunchDaemons/<label>.plist.
 //
-// Threading: pure functions, any thread. Ownership: values. Order: none.
+// Threading: pure functions, any thread.
 // Errors: a file that does not describe the job of its name gives nothing, and a reason.
 #pragma once
 

@@ -1,6 +1,7 @@
 // Files and directories below a system root, reached without following a symbolic link.
 //
-// Threading: any thread. Ownership: descriptors belong to the caller. Order: none.
+// Threading: any thread.
+// Ownership: descriptors belong to the caller.
 // Errors: ServiceError (FileSystem, NotPermitted) naming the path and the cause.
 #pragma once
 

@@ -1,9 +1,10 @@
 // Reaching a named service: from its name to a connected stream socket.
 //
-// Threading: any thread. Ownership: the caller owns the descriptor. Order: none.
+// Threading: any thread.
+// Ownership: the caller owns the descriptor.
 // Errors: as Outcome. Before a byte is sent, the root's directory and those above it are checked
-// (openRoot in RootFiles.h), and so is who listens (SO_PEERCRED on the connected socket): the
-// effective user or the superuser. A root or an endpoint of anybody else is Refused.
+//   (openRoot in RootFiles.h), and so is who listens (SO_PEERCRED on the connected socket): the
+//   effective user or the superuser. A root or an endpoint of anybody else is Refused.
 #pragma once
 
 #include <memory>

@@ -1,9 +1,8 @@
 // What can go wrong between an application and its jobs.
 //
-// Threading: values. Ownership: none. Order: none.
+// Threading: values.
 // Errors: this is one. Thrown inside services/ and jobd/ and turned into an NSError or a reply at
-// their edges; the text is
-//   a sentence for people that names the file and the cause.
+//   their edges; the text is a sentence for people that names the file and the cause.
 #pragma once
 
 #include <cstdint>

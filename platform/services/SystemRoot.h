@@ -12,9 +12,9 @@
 // that was opened, whatever comes to stand at that path.
 //
 // Threading: SystemRoot is a value. current() and setCurrent() may be called from any thread.
-// Ownership: copies of an opened root share its descriptor. Order: none.
+// Ownership: copies of an opened root share its descriptor.
 // Errors: a root that cannot be determined (no HOME, no XDG directories) throws std::runtime_error
-// naming what is missing.
+//   naming what is missing.
 #pragma once
 
 #include <filesystem>

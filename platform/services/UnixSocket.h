@@ -4,8 +4,9 @@
 // its path, so the depth of its directory and the length of its name don't matter, and no symbolic
 // link is followed at the last component.
 //
-// Threading: any thread. Ownership: descriptors belong to the caller. Order: none. Errors: empty,
-// with errno.
+// Threading: any thread.
+// Ownership: descriptors belong to the caller.
+// Errors: empty, with errno.
 #pragma once
 
 #include <sys/types.h>

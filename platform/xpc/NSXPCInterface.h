@@ -2,8 +2,8 @@
 // arguments.
 //
 // Threading: set up by one thread before it is given to a connection; read-only from then on.
-// Ownership: shared. Errors: std::invalid_argument for a selector or index that the protocol lacks.
-// Order: none.
+// Ownership: shared.
+// Errors: std::invalid_argument for a selector or index that the protocol lacks.
 #pragma once
 
 #include <initializer_list>

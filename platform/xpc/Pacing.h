@@ -6,7 +6,8 @@
 // that lasted longer starts the count afresh. Clients are counted apart: what befalls one of them
 // keeps no report from another.
 //
-// Threading: any thread. Ownership: a client is only named, never kept. Errors, Order: none.
+// Threading: any thread.
+// Ownership: a client is only named, never kept.
 #pragma once
 
 #include <atomic>

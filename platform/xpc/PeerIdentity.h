@@ -1,8 +1,9 @@
 // Who is at the other end of a connected Unix socket, as the kernel noted it when the connection
 // was made.
 //
-// Threading: any thread. Ownership: `process` is the caller's to close. Errors: fields of -1.
-// Order: none.
+// Threading: any thread.
+// Ownership: `process` is the caller's to close.
+// Errors: fields of -1.
 #pragma once
 
 #include <sys/types.h>

@@ -1,8 +1,9 @@
 // Starts the detached threads of the layer.
 //
-// Threading: any thread. Ownership: the thread owns `body` and destroys it before it ends; a
-// prepared thread that is never begun ends with its owner. Errors: false, or an empty one, when the
-// system has no thread or memory to give. Order: none.
+// Threading: any thread.
+// Ownership: the thread owns `body` and destroys it before it ends; a prepared thread that is never
+//   begun ends with its owner.
+// Errors: false, or an empty one, when the system has no thread or memory to give.
 #pragma once
 
 #include <functional>

@@ -5,8 +5,8 @@
 // Such a report is stale and is dropped. Connections of one object that live side by side do not
 // make each other stale: what counts is what was resumed after the invalidation.
 //
-// Threading: any thread; no call-out. Ownership: an entry lives from the resume to leave(); the
-//   object is only named, never kept. Errors: none.
+// Threading: any thread; no call-out.
+// Ownership: an entry lives from the resume to leave(); the object is only named, never kept.
 // Order: a later ticket is a newer connection.
 #pragma once
 

@@ -1,9 +1,9 @@
 // The frame layer of the wire format (docs/wire-protocol.md): kinds, header, limits, and the two
 // ends of a byte sequence.
 //
-// Threading: values, no shared state. Ownership: a WireReader looks at bytes of somebody else; a
-// WireWriter owns its own. Errors: a WireReader that runs out of bytes fails for good and yields
-// zeros. Order: none.
+// Threading: values, no shared state.
+// Ownership: a WireReader looks at bytes of somebody else; a WireWriter owns its own.
+// Errors: a WireReader that runs out of bytes fails for good and yields zeros.
 #pragma once
 
 #include <algorithm>

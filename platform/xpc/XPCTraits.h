@@ -17,9 +17,10 @@
 //     return xpcProtocol<Methods, GreeterProxy>("Greeter", {"greet:reply:", "stop"});
 //   }
 //
-// Threading: the descriptions are constant. Ownership: nothing is owned. Errors: a parameter type
-// that cannot travel is a
-//   compile error; an object of another class than the parameter's arrives as null. Order: none.
+// Threading: the descriptions are constant.
+// Ownership: nothing is owned.
+// Errors: a parameter type that cannot travel is a compile error; an object of another class than
+//   the parameter's arrives as null.
 #pragma once
 
 #include <tuple>

@@ -2,7 +2,8 @@
 //
 // Link Allocations.cpp into a program and every allocation of it goes through here.
 //
-// Threading: any thread. Ownership: none. Errors: std::bad_alloc where a failure is due.
+// Threading: any thread.
+// Errors: std::bad_alloc where a failure is due.
 // Order: allocations are numbered in the order in which they begin.
 #pragma once
 

@@ -1,7 +1,7 @@
 // What a process holds: a count before and one after tell whether something stayed behind.
 //
-// Threading: any thread. Ownership: values. Errors: a process that is not there holds nothing.
-// Order: none.
+// Threading: any thread.
+// Errors: a process that is not there holds nothing.
 #pragma once
 
 #include <sys/types.h>

@@ -5,7 +5,8 @@
 // wrong element values.
 //
 // Threading: the checker is called on its connection's queue; its counts may be asked from any
-// thread. Ownership, Errors: none. Order: reports are expected in order, each before its values.
+//   thread.
+// Order: reports are expected in order, each before its values.
 #pragma once
 
 #include <chrono>

@@ -1,7 +1,8 @@
 // A router in this process, on a real endpoint, that does at random what routers do to clients.
 //
-// Threading: any thread. Ownership: keeps the router and the replies that it holds back.
-// Errors: std::runtime_error when the endpoint cannot be made. Order: none.
+// Threading: any thread.
+// Ownership: keeps the router and the replies that it holds back.
+// Errors: std::runtime_error when the endpoint cannot be made.
 #pragma once
 
 #include <atomic>

@@ -1,7 +1,8 @@
 // Random graphs of everything that crosses the wire.
 //
-// Threading: one thread at a time. Ownership: graphs are the caller's. Errors: none. Order: the
-// same seed makes the same graphs.
+// Threading: one thread at a time.
+// Ownership: graphs are the caller's.
+// Order: the same seed makes the same graphs.
 #pragma once
 
 #include <cstdint>

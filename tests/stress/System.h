@@ -4,7 +4,6 @@
 // Threading: one thread makes and ends it; the questions may be asked from any.
 // Ownership: the directory, and every process that runs in it, goes with the object.
 // Errors: std::runtime_error where the system cannot be set up.
-// Order: none.
 #pragma once
 
 #include <sys/types.h>

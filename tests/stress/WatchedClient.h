@@ -1,8 +1,8 @@
 // A client whose delegate counts what it is told, and lets others wait for it.
 //
-// Threading: any thread. Ownership: the delegate is shared with the client's user; the client holds
-// it weakly. Errors: waits are bounded by kPatience and say whether what they waited for came.
-// Order: none.
+// Threading: any thread.
+// Ownership: the delegate is shared with the client's user; the client holds it weakly.
+// Errors: waits are bounded by kPatience and say whether what they waited for came.
 #pragma once
 
 #include <condition_variable>

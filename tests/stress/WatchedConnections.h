@@ -5,8 +5,9 @@
 //   - a client holds one connection at most that it has not invalidated
 //   - the invalidation handler is the last thing that a connection's queue calls, and runs once
 //
-// Threading: any thread. Ownership: put in place by install(), for the rest of the process.
-// Errors: a broken promise is a finding. Order: none.
+// Threading: any thread.
+// Ownership: put in place by install(), for the rest of the process.
+// Errors: a broken promise is a finding.
 #pragma once
 
 #include <atomic>

@@ -1,7 +1,7 @@
 // The header pattern as ICU's regular expressions understand it, and the excerpt made from it in
 // the plainest way: the whole text, split, line by line.
 //
-// Threading: an oracle belongs to one thread. Ownership: none. Order: none.
+// Threading: an oracle belongs to one thread.
 // Errors: isHeader is empty where ICU gives up on a line; everything else that goes wrong throws.
 #pragma once
 

@@ -1,7 +1,8 @@
 // Takes the platform's log lines of the test's process.
 //
-// Threading: the sink is called on whichever thread logs. Ownership: the platform keeps the sink
-// until this object goes. Errors: none. Order: lines of one thread in their order.
+// Threading: the sink is called on whichever thread logs.
+// Ownership: the platform keeps the sink until this object goes.
+// Order: lines of one thread in their order.
 #pragma once
 
 #include <functional>

@@ -1,6 +1,7 @@
 // Leads one service's name to one socket.
 //
-// Threading: any thread. Ownership, Order: none. Errors: as the outcomes say.
+// Threading: any thread.
+// Errors: as the outcomes say.
 #pragma once
 
 #include <sys/socket.h>

@@ -1,7 +1,8 @@
 // An environment variable that is set, or for null unset, until the end of a scope.
 //
-// Threading: as setenv; nobody else may look at the environment meanwhile. Ownership: keeps a copy
-// of the old value; `name` must outlive it. Errors: none. Order: the last one made is undone first.
+// Threading: as setenv; nobody else may look at the environment meanwhile.
+// Ownership: keeps a copy of the old value; `name` must outlive it.
+// Order: the last one made is undone first.
 #pragma once
 
 #include <stdlib.h>

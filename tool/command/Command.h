@@ -1,9 +1,9 @@
 // What the verbs of the command share: how one is added, how it fails, what the exit status means.
 //
-// Threading: the main thread. Ownership: the parser owns the options of the verb that was chosen.
+// Threading: the main thread.
+// Ownership: the parser owns the options of the verb that was chosen.
 // Errors: a verb throws Failure (exit status 1) or UsageFailure (exit status 2); CommandLine.h
 //   prints the text as one line "wlhid: …" on standard error.
-// Order: none.
 #pragma once
 
 #include <functional>

@@ -1,7 +1,6 @@
 // How the person called this command, so that advice can be typed as it stands.
 //
-// Threading: set once, on the main thread, before anything else; read from any. Ownership: values.
-// Errors, Order: none.
+// Threading: set once, on the main thread, before anything else; read from any.
 #pragma once
 
 #include <string>

@@ -1,6 +1,6 @@
 // Numbers as a person types them.
 //
-// Threading: any thread. Ownership: values. Order: none.
+// Threading: any thread.
 // Errors: nothing for text that is no number or too large.
 #pragma once
 

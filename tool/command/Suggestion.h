@@ -1,6 +1,6 @@
 // What somebody meant who mistyped a word.
 //
-// Threading: any thread. Ownership: values. Errors, Order: none.
+// Threading: any thread.
 #pragma once
 
 #include <string>

@@ -1,6 +1,7 @@
 // Reading a file that a person named.
 //
-// Threading: any thread. Ownership: the result is the caller's. Order: none.
+// Threading: any thread.
+// Ownership: the result is the caller's.
 // Errors: Failure, "FILE: cause".
 #pragma once
 

@@ -1,6 +1,6 @@
 // What there is on a system root, as JSON.
 //
-// Threading: any thread. Ownership: values. Errors, Order: none.
+// Threading: any thread.
 //
 // Text of others goes through the redactor; with Redactor::lettingEverythingThrough() it stays.
 #pragma once

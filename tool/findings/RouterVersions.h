@@ -1,6 +1,6 @@
 // Which router the tool carries and which is installed.
 //
-// Threading: any thread. Ownership: values. Order: none.
+// Threading: any thread.
 // Errors: what cannot be read is empty, and the reason is told.
 #pragma once
 

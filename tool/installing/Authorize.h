@@ -1,7 +1,6 @@
 // Who answers the authorization question: the person at the terminal, or the command line.
 //
 // Threading: the main thread, before the framework is asked to install or remove.
-// Ownership, Order: none.
 // Errors: UsageFailure on a system root, where the answer is not the command line's to give.
 #pragma once
 

@@ -1,7 +1,8 @@
 // Installing the router through the framework.
 //
-// Threading: the main thread, which is blocked while the authorization question is open. Ownership:
-// nothing is kept. Errors: Failure, with the reason in words. Order: none.
+// Threading: the main thread, which is blocked while the authorization question is open.
+// Ownership: nothing is kept.
+// Errors: Failure, with the reason in words.
 #pragma once
 
 #include <memory>

@@ -12,7 +12,7 @@
 // their like, bytes in hexadecimal letters, and the strings that are known to be secret. A serial
 // number of letters alone that nothing announces cannot be told from a word and stays.
 //
-// Threading: immutable; any thread. Ownership: values. Errors: none.
+// Threading: immutable; any thread.
 // Order: none. What is removed stands as "[removed]"; neighbours become one.
 #pragma once
 

@@ -5,7 +5,6 @@
 // Threading: made and destroyed on the main thread; the handler runs wherever the framework logs.
 // Ownership: the watch holds the handler, and so does a line that is on its way while the watch
 //   goes.
-// Errors, Order: none.
 #pragma once
 
 #include <cstdint>

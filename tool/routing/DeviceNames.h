@@ -3,7 +3,7 @@
 // A name wins over an ID, so that a device that is called "12" can be said; "id:12" and "name:12"
 // say which of the two is meant, whatever there is.
 //
-// Threading: the main thread. Ownership: values. Order: none.
+// Threading: the main thread.
 // Errors: Failure where no device, or more than one, fits.
 #pragma once
 

@@ -6,7 +6,6 @@
 // Threading: made before the process has a second thread.
 // Ownership: owns the directory and everything in it.
 // Errors: Failure where the directory or the watching process cannot be made.
-// Order: none.
 #pragma once
 
 #include <sys/types.h>

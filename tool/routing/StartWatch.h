@@ -3,8 +3,8 @@
 // The client cannot tell: its connection waits in the endpoint until a router takes it. The job
 // daemon knows.
 //
-// Threading: one thread; a question waits for the daemon's answer. Ownership: values.
-// Errors: none. Order: ask from time to time while the start has not been answered.
+// Threading: one thread; a question waits for the daemon's answer.
+// Order: ask from time to time while the start has not been answered.
 #pragma once
 
 #include <chrono>

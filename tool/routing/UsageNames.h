@@ -1,6 +1,7 @@
 // What a HID usage is called, for people.
 //
-// Threading: any thread. Ownership: results are the caller's. Errors, Order: none.
+// Threading: any thread.
+// Ownership: results are the caller's.
 #pragma once
 
 #include <cstdint>

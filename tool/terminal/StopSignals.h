@@ -2,7 +2,8 @@
 //
 // Threading: made on the main thread before any other thread is, so that all threads inherit the
 //   blocked signals.
-// Ownership: owns its descriptor. Errors: Failure where the kernel refuses. Order: none.
+// Ownership: owns its descriptor.
+// Errors: Failure where the kernel refuses.
 #pragma once
 
 namespace tool {

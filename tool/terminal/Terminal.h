@@ -1,8 +1,9 @@
 // What a command may do on the terminal that it writes to.
 //
-// Threading: any thread; a Progress belongs to one. Ownership: descriptors stay the caller's.
+// Threading: any thread; a Progress belongs to one.
+// Ownership: descriptors stay the caller's.
 // Errors: of printBytes those of print; else none: a terminal that cannot be written to shows
-//   nothing. Order: none.
+//   nothing.
 #pragma once
 
 #include <cstddef>

@@ -4,7 +4,6 @@
 // Threading: commands come from the test's thread; what they set off runs on the connection's
 //   queue, in both layers a thread of its own.
 // Ownership: the test holds the connections, the layer its peers.
-// Errors: none.
 // Order: commands take effect in order.
 #pragma once
 

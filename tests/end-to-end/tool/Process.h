@@ -1,9 +1,9 @@
 // A child process with its standard streams in pipes, for tests that use a program as a person
 // does.
 //
-// Threading: the thread that started it. Ownership: the destructor kills what still runs and reaps
-// it. Errors: waits are bounded; one that runs out throws std::runtime_error with what had come so
-// far. Order: none.
+// Threading: the thread that started it.
+// Ownership: the destructor kills what still runs and reaps it.
+// Errors: waits are bounded; one that runs out throws std::runtime_error with what had come so far.
 #pragma once
 
 #include <sys/types.h>

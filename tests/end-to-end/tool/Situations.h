@@ -1,6 +1,8 @@
 // The states in which a person calls for help, made on a test's own root.
 //
-// Threading: the test's thread. Ownership: the fixture's. Errors: as in Process.h. Order: none.
+// Threading: the test's thread.
+// Ownership: the fixture's.
+// Errors: as in Process.h.
 #pragma once
 
 #include <elf.h>

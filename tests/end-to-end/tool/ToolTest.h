@@ -1,7 +1,8 @@
 // The command on a system root of the test's own.
 //
-// Threading: the test's thread. Ownership: the directory and what runs in it go with the fixture.
-// Errors: as in Process.h. Order: none.
+// Threading: the test's thread.
+// Ownership: the directory and what runs in it go with the fixture.
+// Errors: as in Process.h.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -3,8 +3,6 @@
 //
 // Threading: the test's thread, and the queues of the connections.
 // Ownership: the fixture's.
-// Errors,
-// Order: none.
 #pragma once
 
 #include <thread>

@@ -4,7 +4,6 @@
 // Threading: the harness may be asked from any thread.
 // Ownership: the harness keeps the router and the replies that are held back.
 // Errors: std::runtime_error when the endpoint can't be made.
-// Order: none.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -3,7 +3,6 @@
 //
 // Threading: the test's thread.
 // Ownership: the fixture's.
-// Errors, Order: none.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -2,7 +2,8 @@
 // that move less than they are asked to: FileOperations.cpp stands before the system's calls in the
 // program that it is linked into.
 //
-// Threading: one thread, as the installer has. Ownership: none. Errors: none. Order: as called.
+// Threading: one thread, as the installer has.
+// Order: as called.
 #pragma once
 
 #include <sys/types.h>

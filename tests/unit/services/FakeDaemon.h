@@ -1,7 +1,8 @@
 // A job daemon that answers as a test says and writes down what it was asked.
 //
 // Threading: answers on a thread of its own. What it was asked may be read once it was answered.
-// Ownership: ends with the object. Errors: none. Order: requests of all callers as they come.
+// Ownership: ends with the object.
+// Order: requests of all callers as they come.
 #pragma once
 
 #include <fcntl.h>

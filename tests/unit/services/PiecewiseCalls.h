@@ -1,7 +1,8 @@
 // Sends and reads that move less than they are asked to: PiecewiseCalls.cpp stands before the
 // system's calls in the program that it is linked into.
 //
-// Threading: one thread at a time. Ownership, Errors: none. Order: as called.
+// Threading: one thread at a time.
+// Order: as called.
 #pragma once
 
 #include <sys/types.h>

@@ -1,7 +1,8 @@
 // A terminal of a test's own, with what was written to it.
 //
-// Threading: one thread. Ownership: owns both ends. Errors: a test fails where there is none.
-// Order: none.
+// Threading: one thread.
+// Ownership: owns both ends.
+// Errors: a test fails where there is none.
 #pragma once
 
 #include <fcntl.h>

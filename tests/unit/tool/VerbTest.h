@@ -1,7 +1,8 @@
 // A verb of the command, called in this process on a scripted platform and a root of the test's
 // own.
 //
-// Threading: the test's thread. Ownership: the fixture's. Order: none.
+// Threading: the test's thread.
+// Ownership: the fixture's.
 // Errors: a verb's own are in the outcome, as the command would end with them.
 #pragma once
 

@@ -1,7 +1,5 @@
 // What the refused programs share. Each is a program that must not compile, and why, in its first
 // line.
-//
-// Threading, Ownership, Errors, Order: none.
 #pragma once
 
 #include "WLHIDAccess/WLHIDAccess.h"
