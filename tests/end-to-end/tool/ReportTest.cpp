@@ -95,7 +95,7 @@ TEST_F(ReportTest, TriesADeviceAndKeepsWhatTheFrameworkLogged) {
   const auto trial = json(archive, "trial.json");
   EXPECT_EQ(trial["outcome"], "input came");
   EXPECT_EQ(trial["statuses"], (std::vector<int>{2, 4}));
-  EXPECT_EQ(trial["errors"], nlohmann::json::array());
+  EXPECT_EQ(trial["errorCodes"], nlohmann::json::array());
   const std::string lines = archive.at("wlhid-report/modules/KQRecentLogLines/recent.log");
   EXPECT_NE(lines.find("-[WLHIDEventRouterClient openConnection]:194 called\n"), std::string::npos)
       << lines;
@@ -166,7 +166,7 @@ TEST_F(ReportTest, WithALogThatCannotBeRead) {
 }
 
 TEST_F(ReportTest, AFullDiskLeavesTheOldReport) {
-  std::string longLog;
+  std::string longLog;  // which goes in with input only
   for (std::uint64_t i = 1; longLog.size() < 3'000'000; ++i) {
     std::string word;  // words that do not compress well
     for (std::uint64_t rest = i * 0x9e3779b97f4a7c15ULL; rest != 0; rest /= 26)
@@ -176,8 +176,9 @@ TEST_F(ReportTest, AFullDiskLeavesTheOldReport) {
   writeFile(systemLog(), longLog);
   const std::string tool = builtPath("wlhid");
   if (canMount()) {
-    const Outcome outcome = runOnFullDisk("'" + tool + "' --root '" + root.string() + "' report '" +
-                                          (directory / "disk/out").string() + "'");
+    const Outcome outcome =
+        runOnFullDisk("'" + tool + "' --root '" + root.string() + "' report --with-input '" +
+                      (directory / "disk/out").string() + "'");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.err,
               "wlhid: " + (directory / "disk/out").string() + ": No space left on device\n");
@@ -185,7 +186,8 @@ TEST_F(ReportTest, AFullDiskLeavesTheOldReport) {
   }
   writeFile(out(), "old");
   std::vector<std::string> command{"prlimit", "--fsize=65536"};
-  for (const std::string& argument : wlhid({"report", out()})) command.push_back(argument);
+  for (const std::string& argument : wlhid({"report", out(), "--with-input"}))
+    command.push_back(argument);
   EXPECT_TRUE(isRefusal(run(command, options()), 1, "out.zip: File too large"));
   EXPECT_EQ(readFile(out()), "old");
   EXPECT_EQ(std::distance(fs::directory_iterator(out().parent_path()), {}), 1);
