@@ -5,6 +5,7 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <ctime>
@@ -115,10 +116,14 @@ std::string distribution() {
   return {};
 }
 
-ordered_json systemJson() {
+/// Without input of the kernel's release the numbers in front: who built it may have added
+/// anything.
+ordered_json systemJson(bool whole) {
   utsname name{};
   ::uname(&name);
-  return {{"kernel", std::string(name.sysname) + " " + name.release},
+  std::string release(name.release);
+  if (!whole) release.resize(std::min(release.find_first_not_of("0123456789."), release.size()));
+  return {{"kernel", std::string(name.sysname) + " " + release},
           {"machine", name.machine},
           {"distribution", distribution()}};
 }
@@ -387,7 +392,7 @@ class ReportWriter {
     return {{"format", kManifestFormat},
             {"created", utcTime()},
             {"tool", "wlhid " WLHID_VERSION},
-            {"system", systemJson()},
+            {"system", systemJson(request_.withInput)},
             {"systemRoot", request_.withInput || request_.root.isSystem()
                                ? request_.root.path().string()
                                : std::string(kPrivate)},
