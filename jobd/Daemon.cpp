@@ -27,6 +27,7 @@ namespace {
 
 using platform::ControlReply;
 using platform::ControlRequest;
+using platform::LogLine;
 using platform::ServiceError;
 using platform::ServiceErrorCode;
 
@@ -63,12 +64,11 @@ std::optional<std::string> livingListener(int directory, const std::string& name
   return "process " + std::to_string(listener->process);
 }
 
-std::string nameOf(const platform::PeerCredentials& caller) {
-  const std::string process = std::to_string(caller.process);
+std::string programOf(pid_t process) {
   std::error_code error;
-  const auto program = std::filesystem::read_symlink("/proc/" + process + "/exe", error);
-  return "process " + process + " (" + (error ? "unknown" : program.string()) + ") of user " +
-         std::to_string(caller.user);
+  const auto program =
+      std::filesystem::read_symlink("/proc/" + std::to_string(process) + "/exe", error);
+  return error ? "unknown" : program.string();
 }
 
 }  // namespace
@@ -126,7 +126,7 @@ void Daemon::watchRunDirectory() {
   if (!changes_ ||
       ::inotify_add_watch(changes_.get(), path.c_str(),
                           IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF) < 0) {
-    log_.note("cannot watch the run directory: " + platform::errorText(errno));
+    log_.note(LogLine::of<row::cannotWatch>(platform::errorText(errno)));
     return;
   }
   changeWatch_ = loop_.watch(changes_.get(), EPOLLIN, [this] {
@@ -140,7 +140,7 @@ void Daemon::loadJobs() {
     try {
       loadJob(label);
     } catch (const std::exception& error) {
-      log_.note("leaving out the job " + label + ": " + error.what());
+      log_.note(LogLine::of<row::leavesOut>(label, error.what()));
     }
   }
 }
@@ -165,8 +165,10 @@ void Daemon::loadJob(const std::string& label) {
 void Daemon::authorize(const platform::PeerCredentials& caller, const std::string& label,
                        const std::function<void(bool)>& decided) {
   const bool mayChange = caller.user == 0 || caller.user == ::geteuid();
-  log_.note("leave to change " + label + (mayChange ? " given to " : " refused to ") +
-            nameOf(caller));
+  const std::string program = programOf(caller.process);
+  log_.note(mayChange
+                ? LogLine::of<row::leaveGiven>(label, caller.process, program, caller.user)
+                : LogLine::of<row::leaveRefused>(label, caller.process, program, caller.user));
   decided(mayChange);
 }
 
@@ -225,7 +227,7 @@ void Daemon::finishBless(const std::string& label, const ChildTask::Outcome& cop
     refuseTakenNames(job);
     refuseLiveEndpoints(job);
   });
-  log_.note("installed " + label);
+  log_.note(LogLine::of<row::installed>(label));
   adopt(std::move(description), reply);
 } catch (const ServiceError& error) {
   reply(controlReply(error.code(), error.what()));
@@ -261,7 +263,7 @@ void Daemon::remove(const std::string& label, bool wait, const Reply& reply) {
   const bool hadFiles = installer_.remove(label);
   if (!hadFiles && found == jobs_.end())
     throw ServiceError(ServiceErrorCode::NoSuchJob, "there is no job " + label);
-  log_.note("removed " + label);
+  log_.note(LogLine::of<row::removed>(label));
   if (found == jobs_.end()) {
     reply(controlReply());
     return;

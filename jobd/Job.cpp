@@ -15,6 +15,8 @@
 namespace jobd {
 namespace {
 
+using platform::LogLine;
+
 constexpr int backlog = 128;
 constexpr unsigned endpointMode = 0600;  // the root's owner, who alone is served
 
@@ -101,8 +103,8 @@ void Job::start() {
   try {
     launch();
   } catch (const std::exception& error) {
-    surroundings_.log.note("cannot start " + description_.label + ": " + error.what());
-    lastEnd_ = std::string("could not be started: ") + error.what();
+    surroundings_.log.note(LogLine::of<row::cannotStart>(description_.label, error.what()));
+    lastEnd_ = LogLine::of<row::notStarted>(error.what()).text();
     holdBack(CrashThrottle::Duration::zero());
   }
 }
@@ -116,13 +118,15 @@ void Job::launch() {
   plan.sockets = &endpoints_;
   plan.root = surroundings_.directories.root.get();
   process_ = std::make_unique<JobProcess>(surroundings_.loop, surroundings_.log, plan,
-                                          [this](const std::string& how) { processEnded(how); });
+                                          [this](const JobEnd& end) { processEnded(end); });
 }
 
-void Job::processEnded(const std::string& how) {
-  lastEnd_ = how;
-  surroundings_.log.note(description_.label + "[" + std::to_string(process_->identifier()) + "] " +
-                         how);
+void Job::processEnded(const JobEnd& end) {
+  lastEnd_ = end.text();
+  const pid_t process = process_->identifier();
+  surroundings_.log.note(
+      end.isSignal ? LogLine::of<row::jobKilled>(description_.label, process, end.number)
+                   : LogLine::of<row::jobExited>(description_.label, process, end.number));
   process_.reset();
   graceTimer_.end();
   if (isStopping()) {

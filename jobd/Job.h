@@ -69,7 +69,7 @@ class Job {
   void awaitConnection();
   void start();
   void launch();
-  void processEnded(const std::string& how);
+  void processEnded(const JobEnd& end);
   void holdBack(CrashThrottle::Duration ran);
   void stop(Gone gone);
   void finishStopping();

@@ -9,10 +9,10 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 
 #include "jobd/HelperImage.h"
 #include "jobd/MappedFile.h"
+#include "platform/foundation/StandardError.h"
 #include "platform/services/NullTerminated.h"
 #include "platform/services/ServiceError.h"
 #include "platform/services/SystemRoot.h"
@@ -141,17 +141,18 @@ void run(const ProcessPlan& plan, int tools) {
   try {
     run(plan, tools);
   } catch (const std::exception& error) {
-    ::dprintf(2, "cannot start %s: %s\n", plan.label.c_str(), error.what());
+    platform::writeLineToStandardError(
+        platform::LogLine::of<row::cannotStart>(plan.label, error.what()));
   }
   ::_exit(127);
 }
 
-std::string describeEnd(const siginfo_t& info) {
-  if (info.si_code == CLD_EXITED) return "exited with status " + std::to_string(info.si_status);
-  return "ended by signal " + std::to_string(info.si_status);
-}
-
 }  // namespace
+
+std::string JobEnd::text() const {
+  using platform::LogLine;
+  return (isSignal ? LogLine::of<row::killed>(number) : LogLine::of<row::exited>(number)).text();
+}
 
 JobProcess::JobProcess(EventLoop& loop, SystemLog& log, const ProcessPlan& plan, Ended ended)
     : log_(log), label_(plan.label), ended_(std::move(ended)) {
@@ -180,6 +181,12 @@ void JobProcess::signal(int number) const {
   ::pidfd_send_signal(process_.get(), number, nullptr, 0);
 }
 
+/// A line that is written in pieces must not seem several: only the first begins as the job began.
+void JobProcess::writeLine(std::string_view line) {
+  if (!lines_.goesOn()) return log_.write(label_, identifier_, line);
+  log_.write(label_, identifier_, std::string(continuationMark).append(line));
+}
+
 /// Takes what is there, `most` bytes at most, so that a job that writes without end does not hold
 /// up the others.
 void JobProcess::takeOutput(std::size_t most) {
@@ -206,7 +213,7 @@ void JobProcess::takeEnd() {
   lines_.finish([this](std::string_view line) { writeLine(line); });
   outputWatch_.end();
   const Ended ended = std::move(ended_);
-  ended(describeEnd(info));  // may destroy this object
+  ended({info.si_code != CLD_EXITED, info.si_status});  // may destroy this object
 }
 
 }  // namespace jobd

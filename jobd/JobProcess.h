@@ -37,10 +37,18 @@ struct ProcessPlan {
   int root = -1;  ///< the system root's directory, handed on behind the sockets
 };
 
+/// How a job's process ended.
+struct JobEnd {
+  bool isSignal = false;
+  int number = 0;  ///< of the signal, or the exit status
+
+  /// "exited with status 1", "ended by signal 9"
+  [[nodiscard]] std::string text() const;
+};
+
 class JobProcess {
  public:
-  /// `how`: "exited with status 1", "ended by signal 9".
-  using Ended = std::function<void(const std::string& how)>;
+  using Ended = std::function<void(const JobEnd& end)>;
 
   JobProcess(EventLoop& loop, SystemLog& log, const ProcessPlan& plan, Ended ended);
 
@@ -51,7 +59,7 @@ class JobProcess {
  private:
   void takeOutput(std::size_t most);
   void takeEnd();
-  void writeLine(std::string_view line) { log_.write(label_, identifier_, line); }
+  void writeLine(std::string_view line);
 
   SystemLog& log_;
   std::string label_;

@@ -9,6 +9,8 @@
 namespace jobd {
 namespace {
 
+constexpr std::size_t maximumCharacters = maximumEntryBytes + continuationMark.size();
+
 /// Where to cut `text`, which is longer than one entry: not inside a sequence.
 std::size_t cutPosition(std::string_view text) {
   std::size_t at = maximumEntryBytes;
@@ -27,7 +29,7 @@ std::string logEntry(const std::tm& time, std::string_view host, std::string_vie
                 months.at(static_cast<std::size_t>(time.tm_mon) % 12), time.tm_mday, time.tm_hour,
                 time.tm_min, time.tm_sec);
   return stamp.data() + std::string(host) + " " + std::string(name) + "[" +
-         std::to_string(process) + "]: " + platform::printableLine(text, maximumEntryBytes) + "\n";
+         std::to_string(process) + "]: " + platform::printableLine(text, maximumCharacters) + "\n";
 }
 
 void LineSplitter::feed(std::string_view bytes, const Sink& sink) {
@@ -38,12 +40,12 @@ void LineSplitter::feed(std::string_view bytes, const Sink& sink) {
     const std::size_t length = end == std::string_view::npos ? left.size() : end;
     if (length > maximumEntryBytes) {
       const std::size_t cut = cutPosition(left);
-      sink(left.substr(0, cut));
+      giveTo(sink, left.substr(0, cut), false);
       left.remove_prefix(cut);
     } else if (end == std::string_view::npos) {
       break;
     } else {
-      sink(left.substr(0, end));
+      giveTo(sink, left.substr(0, end), true);
       left.remove_prefix(end + 1);
     }
   }
@@ -51,8 +53,14 @@ void LineSplitter::feed(std::string_view bytes, const Sink& sink) {
 }
 
 void LineSplitter::finish(const Sink& sink) {
-  if (!rest_.empty()) sink(rest_);
+  if (!rest_.empty()) giveTo(sink, rest_, true);
   rest_.clear();
+  goesOn_ = false;
+}
+
+void LineSplitter::giveTo(const Sink& sink, std::string_view piece, bool isLast) {
+  sink(piece);
+  goesOn_ = !isLast;
 }
 
 }  // namespace jobd

@@ -16,6 +16,9 @@ namespace jobd {
 /// further entry.
 inline constexpr std::size_t maximumEntryBytes = 2048;
 
+/// What such a further entry begins with: no line of anybody's table does.
+inline constexpr std::string_view continuationMark = "… ";
+
 /// "Nov 21 03:12:45 host name[345]: text\n", the text made one printable line; a day below 10 is
 /// preceded by two blanks in all.
 [[nodiscard]] std::string logEntry(const std::tm& time, std::string_view host,
@@ -30,9 +33,14 @@ class LineSplitter {
   void feed(std::string_view bytes, const Sink& sink);
   /// What is left without a line's end.
   void finish(const Sink& sink);
+  /// For the sink: whether what it is given goes on with the line of the call before.
+  [[nodiscard]] bool goesOn() const { return goesOn_; }
 
  private:
+  void giveTo(const Sink& sink, std::string_view piece, bool isLast);
+
   std::string rest_;
+  bool goesOn_ = false;
 };
 
 }  // namespace jobd

@@ -47,8 +47,8 @@ void SystemLog::write(std::string_view name, long process, std::string_view text
   if (mayWrite(name, largestEntryOf(text))) append(entry(name, process, text));
 }
 
-void SystemLog::note(std::string_view text) {
-  write(ownName, ::getpid(), text);
+void SystemLog::note(const platform::LogLine& line) {
+  write(ownName, ::getpid(), line);
 }
 
 std::string SystemLog::entry(std::string_view name, long process, std::string_view text) const {
@@ -71,8 +71,7 @@ void SystemLog::sayWhatWasLeftOut() {
   for (auto& [name, budget] : budgets_) {
     if (budget.leftOut() == 0) continue;
     append(entry(ownName, ::getpid(),
-                 std::to_string(budget.leftOut()) + " lines of " + name +
-                     " were left out: it writes too much at a time"));
+                 platform::LogLine::of<row::linesLeftOut>(budget.leftOut(), name)));
     budget.forgetLeftOut();
   }
 }

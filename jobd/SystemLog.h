@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "jobd/LogBudget.h"
+#include "jobd/LogTable.h"
 #include "platform/services/FileDescriptor.h"
 
 namespace jobd {
@@ -24,10 +25,10 @@ class SystemLog {
   /// "system.log.0", in place of the one before, so that the disk holds at most twice the limit.
   explicit SystemLog(platform::FileDescriptor directory, std::uint64_t limit = defaultLimit);
 
-  /// An entry, unless the writer of that name has written too much of late.
+  /// An entry with what a job wrote, unless the writer of that name has written too much of late.
   void write(std::string_view name, long process, std::string_view text);
-  /// An entry of the daemon's own.
-  void note(std::string_view text);
+  /// An entry of the daemon's own (jobd/LogTable.h).
+  void note(const platform::LogLine& line);
 
   /// Called with the first entry that is left out; whoever is told has sayWhatWasLeftOut called
   /// some time later.

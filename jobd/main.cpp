@@ -11,7 +11,6 @@
 
 #include <charconv>
 #include <cstdlib>
-#include <iostream>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -20,6 +19,7 @@
 
 #include "jobd/Daemon.h"
 #include "jobd/DaemonLock.h"
+#include "platform/foundation/StandardError.h"
 
 namespace {
 
@@ -120,7 +120,7 @@ int main(int argc, char** argv) {
     serve(options);
     return 0;
   } catch (const std::exception& error) {
-    std::cerr << "wlhid-jobd: " << error.what() << '\n';
+    platform::writeLineToStandardError(platform::LogLine::of<jobd::row::cannotRun>(error.what()));
     report(options.readyDescriptor, error.what());
     return 1;
   }

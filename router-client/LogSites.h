@@ -3,19 +3,31 @@
 // The numbers and texts are data that readers of logs rely on: they stay as they are when the code
 // around them moves.
 //
+// Arguments are private: a diagnostic report shows none of them, save for those of the sites that
+// say so beside their format.
+//
 // Threading, Ownership, Errors, Order: constants.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string_view>
 
 namespace wlhid {
+
+/// What a report shows of a site's arguments.
+enum class LogShows : std::uint8_t {
+  Nothing,
+  Number,  ///< the only argument: a truth value or a status
+  Code,    ///< the only argument is an error, or null: its code
+};
 
 struct LogSite {
   std::uint64_t level;
   int line;
   std::string_view function;
   std::string_view format;
+  LogShows shows = LogShows::Nothing;
 };
 
 inline constexpr std::string_view kLogSourcePath = "WLHIDEventRouterClient";
@@ -27,9 +39,9 @@ inline constexpr LogSite init                      {0,  73, "-[WLHIDEventRouterC
 inline constexpr LogSite dealloc                   {0,  90, "-[WLHIDEventRouterClient dealloc]", "called"};
 inline constexpr LogSite currentEventRouterStatus  {0, 100, "-[WLHIDEventRouterClient currentEventRouterStatus]", "called"};
 inline constexpr LogSite installationStatusChanged {0, 110, "-[WLHIDEventRouterClient _installationStatusChanged:]", "called"};
-inline constexpr LogSite updateConnection          {0, 126, "-[WLHIDEventRouterClient _updateConnection]", "called, started = %d"};
-inline constexpr LogSite setStarted                {0, 168, "-[WLHIDEventRouterClient setStarted:]", "called, newStarted = %d"};
-inline constexpr LogSite setClientStatus           {0, 178, "-[WLHIDEventRouterClient setClientStatus:]", "called, newClientStatus = %lu"};
+inline constexpr LogSite updateConnection          {0, 126, "-[WLHIDEventRouterClient _updateConnection]", "called, started = %d", LogShows::Number};
+inline constexpr LogSite setStarted                {0, 168, "-[WLHIDEventRouterClient setStarted:]", "called, newStarted = %d", LogShows::Number};
+inline constexpr LogSite setClientStatus           {0, 178, "-[WLHIDEventRouterClient setClientStatus:]", "called, newClientStatus = %lu", LogShows::Number};
 inline constexpr LogSite openConnection            {0, 194, "-[WLHIDEventRouterClient openConnection]", "called"};
 inline constexpr LogSite interruption              {3, 221, "-[WLHIDEventRouterClient openConnection]_block_invoke", "WLHIDEventRouterClient: xpcConnectionToService experienced an interruption"};
 inline constexpr LogSite invalidation              {2, 225, "-[WLHIDEventRouterClient openConnection]_block_invoke", "WLHIDEventRouterClient: xpcConnectionToService experienced an invalidation"};
@@ -37,14 +49,39 @@ inline constexpr LogSite closeConnection           {0, 239, "-[WLHIDEventRouterC
 inline constexpr LogSite handleInterruption        {0, 246, "-[WLHIDEventRouterClient handleInterruption]", "called"};
 inline constexpr LogSite handleInvalidation        {0, 255, "-[WLHIDEventRouterClient handleInvalidation]", "called"};
 inline constexpr LogSite startListening            {0, 269, "-[WLHIDEventRouterClient startListeningToService]", "called"};
-inline constexpr LogSite startError                {3, 271, "-[WLHIDEventRouterClient startListeningToService]_block_invoke", "Error(S): %@"};
-inline constexpr LogSite startReply                {0, 273, "-[WLHIDEventRouterClient startListeningToService]_block_invoke", "Open reply: %@"};
-inline constexpr LogSite startNotPermitted         {3, 283, "-[WLHIDEventRouterClient startListeningToService]_block_invoke", "Error %@ opening HID device - consider adding KQPermissionAccessibility.ensurePrivilegedHelperHIDAccess on 10.15+"};
+inline constexpr LogSite startError                {3, 271, "-[WLHIDEventRouterClient startListeningToService]_block_invoke", "Error(S): %@", LogShows::Code};
+inline constexpr LogSite startReply                {0, 273, "-[WLHIDEventRouterClient startListeningToService]_block_invoke", "Open reply: %@", LogShows::Code};
+inline constexpr LogSite startNotPermitted         {3, 283, "-[WLHIDEventRouterClient startListeningToService]_block_invoke", "Error %@ opening HID device - consider adding KQPermissionAccessibility.ensurePrivilegedHelperHIDAccess on 10.15+", LogShows::Code};
 inline constexpr LogSite stopListening             {0, 300, "-[WLHIDEventRouterClient stopListeningToService]", "called"};
-inline constexpr LogSite stopError                 {3, 302, "-[WLHIDEventRouterClient stopListeningToService]_block_invoke", "Error(ST): %@"};
+inline constexpr LogSite stopError                 {3, 302, "-[WLHIDEventRouterClient stopListeningToService]_block_invoke", "Error(ST): %@", LogShows::Code};
 inline constexpr LogSite receivedData              {0, 314, "-[WLHIDEventRouterClient receivedData:forReportID:]", "Received for reportID %u: %@"};
 inline constexpr LogSite receivedElementValues     {0, 328, "-[WLHIDEventRouterClient receivedElementValues:]", "Received HID report %u: usage=%u, usagePage=%u, cookie=%u, integerValue=%ld, bytes=%@"};
 // clang-format on
+
+/// All of the above.
+inline constexpr std::array kTable{
+    &init,
+    &dealloc,
+    &currentEventRouterStatus,
+    &installationStatusChanged,
+    &updateConnection,
+    &setStarted,
+    &setClientStatus,
+    &openConnection,
+    &interruption,
+    &invalidation,
+    &closeConnection,
+    &handleInterruption,
+    &handleInvalidation,
+    &startListening,
+    &startError,
+    &startReply,
+    &startNotPermitted,
+    &stopListening,
+    &stopError,
+    &receivedData,
+    &receivedElementValues,
+};
 
 }  // namespace site
 }  // namespace wlhid

@@ -66,8 +66,8 @@ class RoutedDevice::Playback {
         deliver(report, subscriptionsOf(*routed));
       }
     } catch (const std::exception& error) {
-      routed->log_(platform::stringWithFormat("device 0x%llx: %s",
-                                              routed->description_.registryEntryID, error.what()));
+      routed->log_(platform::LogLine::of<row::deviceFails>(routed->description_.registryEntryID,
+                                                           error.what()));
       return OpenDevice::Next::Report;
     }
   }
@@ -265,8 +265,7 @@ void RoutedDevice::goneAway(Playback* playback) {
     wakes = takeWakesLocked();
   }
   for (const Wake& wake : wakes) wake();
-  log_(platform::stringWithFormat("device 0x%llx (%s) has gone away", description_.registryEntryID,
-                                  description_.name));
+  log_(platform::LogLine::of<row::deviceGone>(description_.registryEntryID, description_.name));
   for (const auto& subscription : *left) {
     playback->finish(subscription, *left);
     subscription->sayFarewell();
@@ -286,8 +285,7 @@ void RoutedDevice::hasEnded(Playback* playback, bool isPlayedToItsEnd) {
   }
   for (const Wake& wake : wakes) wake();
   if (isPlayedToItsEnd) {
-    log_(platform::stringWithFormat("device 0x%llx (%s): the recording has been played to its end",
-                                    description_.registryEntryID, description_.name));
+    log_(platform::LogLine::of<row::devicePlayed>(description_.registryEntryID, description_.name));
   }
   for (const auto& subscription : *left) {
     playback->finish(subscription, *left);

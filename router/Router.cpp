@@ -13,7 +13,6 @@
 #include <thread>
 #include <utility>
 
-#include "platform/foundation/Format.h"
 #include "platform/foundation/NSDate.h"
 #include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSURL.h"
@@ -28,7 +27,7 @@ namespace router {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using platform::stringWithFormat;
+using platform::LogLine;
 
 constexpr std::chrono::seconds kFarewellLimit{5};
 constexpr std::chrono::seconds kLossInterval{1};
@@ -110,7 +109,7 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
   void noteRecordingEnded(pid_t process, std::uint64_t registryEntryID) override;
   bool takeRecordingEnded(pid_t process, std::uint64_t registryEntryID) override;
   void sessionChanged() override;
-  void log(uid_t user, std::string_view line) override;
+  void log(uid_t user, const platform::LogLine& line) override;
 
  private:
   /// Who has heard a recording to its end and is to be told.
@@ -165,8 +164,7 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
 
 void Router::Core::resume() {
   const std::size_t devices = listSources([](const DeviceDescription&) {});
-  options_.log(stringWithFormat("router %s of %s, %zu devices", WLHID_VERSION,
-                                root_.path().string(), devices));
+  options_.log(LogLine::of<row::begins>(WLHID_VERSION, root_.path().string(), devices));
   {
     const std::lock_guard lock(mutex_);
     emptySince_ = Clock::now();
@@ -193,7 +191,7 @@ void Router::Core::stop() {
     if (!ended) {
       const std::size_t left = sessions_.size();
       lock.unlock();
-      options_.log(stringWithFormat("%zu sessions did not end in time", left));
+      options_.log(LogLine::of<row::sessionsLeft>(left));
     }
   }
   startLine_->end();
@@ -201,7 +199,7 @@ void Router::Core::stop() {
   housekeeping_.join();
   statusFile_.remove();
   logLeftOut();
-  options_.log("router ends");
+  options_.log(LogLine::of<row::ends>());
 }
 
 bool Router::Core::listener_shouldAcceptNewConnection(
@@ -209,8 +207,7 @@ bool Router::Core::listener_shouldAcceptNewConnection(
     const std::shared_ptr<platform::NSXPCConnection>& connection) {
   const uid_t user = connection->effectiveUserIdentifier();
   if (!isAdmitted(root_, user)) {
-    log(user,
-        stringWithFormat("refused: process %d of user %u", connection->processIdentifier(), user));
+    log(user, LogLine::of<row::refused>(connection->processIdentifier(), user));
     return false;
   }
   const auto session =
@@ -229,7 +226,7 @@ bool Router::Core::listener_shouldAcceptNewConnection(
   connection->setInvalidationHandler(ended);
   // Only now, for stop() may end from here on what is kept.
   if (!keep(session)) return false;
-  log(user, session->title() + " begins");
+  log(user, LogLine::of<row::sessionBegins>(session->number(), session->process(), user));
   connection->resume();
   return true;
 }
@@ -246,9 +243,8 @@ bool Router::Core::keep(const std::shared_ptr<Session>& session) {
   if (sessions_.size() >= limits.sessions || ofUser >= limits.sessionsOfUser) {
     const bool isUsers = ofUser >= limits.sessionsOfUser;
     lock.unlock();
-    log(session->user(),
-        stringWithFormat("refused: user %u has more than %zu connections", session->user(),
-                         isUsers ? limits.sessionsOfUser : limits.sessions));
+    log(session->user(), LogLine::of<row::tooManyConnections>(
+                             session->user(), isUsers ? limits.sessionsOfUser : limits.sessions));
     return false;
   }
   sessions_.emplace(session->number(), session);
@@ -341,7 +337,7 @@ std::size_t Router::Core::listSources(const std::function<void(DeviceDescription
     known.swap(problems_);
   }
   for (const std::string& problem : problems) {
-    if (!known.contains(problem)) options_.log("ignored: " + problem);
+    if (!known.contains(problem)) options_.log(LogLine::of<row::ignored>(problem));
   }
   return count;
 }
@@ -365,17 +361,16 @@ bool Router::Core::takeRecordingEnded(pid_t process, std::uint64_t registryEntry
   return true;
 }
 
-void Router::Core::log(uid_t user, std::string_view line) {
+void Router::Core::log(uid_t user, const platform::LogLine& line) {
   std::uint64_t leftOut = 0;
   if (!lines_.admits(user, Clock::now(), &leftOut)) return;
-  if (leftOut > 0)
-    options_.log(stringWithFormat("%llu lines about user %u were left out", leftOut, user));
+  if (leftOut > 0) options_.log(LogLine::of<row::linesLeftOut>(leftOut, user));
   options_.log(line);
 }
 
 void Router::Core::logLeftOut() {
   for (const auto& [user, lines] : lines_.takeLeftOut(Clock::now()))
-    options_.log(stringWithFormat("%llu lines about user %u were left out", lines, user));
+    options_.log(LogLine::of<row::linesLeftOut>(lines, user));
 }
 
 /// The housekeeping thread: the status file, losses and idleness, so that no thread that serves a
@@ -412,7 +407,7 @@ void Router::Core::noteIfIdle() {
     if (!isIdle || isClosed_) return;
     isClosed_ = true;
   }
-  options_.log("nobody is connected");
+  options_.log(LogLine::of<row::idle>());
   idle_.raise();
 }
 
@@ -430,8 +425,9 @@ void Router::Core::reportLosses() {
     const std::uint64_t lost = session->lost();
     losses[number] = lost;
     if (lost == reportedLosses_[number]) continue;
-    log(session->user(), stringWithFormat("%s is too slow: %llu more reports lost, %llu in all",
-                                          session->title(), lost - reportedLosses_[number], lost));
+    log(session->user(),
+        LogLine::of<row::sessionTooSlow>(number, session->process(), session->user(),
+                                         lost - reportedLosses_[number], lost));
     lossesReportedAt_ = now;
     const std::lock_guard lock(mutex_);
     hasNews_ = true;
@@ -457,7 +453,7 @@ void Router::Core::writeStatus() {
     statusFile_.write(status);
     statusFailed_ = false;
   } catch (const std::exception& error) {
-    if (!std::exchange(statusFailed_, true)) options_.log(std::string("status: ") + error.what());
+    if (!std::exchange(statusFailed_, true)) options_.log(LogLine::of<row::noStatus>(error.what()));
   }
 }
 

@@ -4,14 +4,12 @@
 
 #include <cerrno>
 #include <string>
-
-#include "platform/foundation/PrintableText.h"
+#include <string_view>
 
 namespace router {
 
-void logToStandardError(std::string_view line) {
-  // Names of devices and files come from outside.
-  const std::string text = platform::printableLine(line) + '\n';
+void logToStandardError(const platform::LogLine& line) {
+  const std::string text = line.text() + '\n';
   std::string_view rest = text;
   while (!rest.empty()) {
     const ssize_t count = ::write(STDERR_FILENO, rest.data(), rest.size());

@@ -59,20 +59,22 @@ Session::Session(std::uint64_t number, std::shared_ptr<platform::NSXPCConnection
       connection_(std::move(connection)),
       pid_(connection_->processIdentifier()),
       uid_(connection_->effectiveUserIdentifier()),
-      title_(stringWithFormat("session %llu (process %d, user %u)", number_, pid_, uid_)),
       owner_(std::move(owner)),
       backlog_(backlog->share(uid_)),
       lines_(backlog_->limits().logLinesOfSession) {}
 
-void Session::log(const std::string& text) {
+template <const platform::LogTemplate& Row, class... Arguments>
+void Session::log(const Arguments&... arguments) {
   if (!lines_.admits(TokenBucket::Clock::now())) return;
   if (const std::uint64_t leftOut = lines_.takeLeftOut())
-    logUnlimited(stringWithFormat("%llu lines about it were left out", leftOut));
-  logUnlimited(text);
+    logUnlimited<row::sessionLinesLeftOut>(leftOut);
+  logUnlimited<Row>(arguments...);
 }
 
-void Session::logUnlimited(const std::string& text) const {
-  if (const auto owner = owner_.lock()) owner->log(uid_, title_ + ": " + text);
+template <const platform::LogTemplate& Row, class... Arguments>
+void Session::logUnlimited(const Arguments&... arguments) const {
+  if (const auto owner = owner_.lock())
+    owner->log(uid_, platform::LogLine::of<Row>(number_, pid_, uid_, arguments...));
 }
 
 void Session::startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
@@ -123,8 +125,11 @@ void Session::takePlace(Start start) {
     routing_ = start.routing;
   }
   const bool isAlone = subscription->mode() == DeviceMode::Exclusive;
-  log(stringWithFormat("routes device 0x%llx (%s)%s", start.entryID, device->description().name,
-                       isAlone ? " for itself alone" : ""));
+  const std::string& name = device->description().name;
+  if (isAlone)
+    log<row::sessionRoutesAlone>(start.entryID, name);
+  else
+    log<row::sessionRoutes>(start.entryID, name);
   start.reply(nullptr);
   device->begin(subscription);
   noteChange();
@@ -150,7 +155,9 @@ void Session::goOn(std::uint64_t number) {
 }
 
 void Session::refuse(const Start& start, const std::shared_ptr<platform::NSError>& error) {
-  log("cannot route: " + error->description());
+  // The code has a place of its own, behind the domain that all of them have.
+  const std::string description = error->description();
+  log<row::sessionCannotRoute>(error->code(), description.substr(description.find('"')));
   start.reply(error);
 }
 
@@ -204,7 +211,7 @@ std::shared_ptr<platform::NSError> Session::prepare(SessionOwner& owner, Start* 
 
 void Session::stopRoutingService() {
   if (!waitingStart_ && currentRouting().device == nullptr) return;
-  log("stops");
+  log<row::sessionStops>();
   giveUpStart("a stop request came");
   endRouting();
 }
@@ -214,8 +221,8 @@ void Session::end() {
   endRouting();
   measureBacklog();  // what it had unsent went with the connection
   if (const std::uint64_t leftOut = lines_.takeLeftOut())
-    logUnlimited(stringWithFormat("%llu lines about it were left out", leftOut));
-  logUnlimited("has ended");
+    logUnlimited<row::sessionLinesLeftOut>(leftOut);
+  logUnlimited<row::sessionEnds>();
 }
 
 Session::Routing Session::currentRouting() const {

@@ -19,7 +19,6 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "platform/xpc/NSXPCConnection.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
@@ -44,7 +43,7 @@ class SessionOwner {
   virtual bool takeRecordingEnded(pid_t process, std::uint64_t registryEntryID) = 0;
   virtual void sessionChanged() = 0;
   /// May leave out lines about a user of whom there are too many, and then says so.
-  virtual void log(uid_t user, std::string_view line) = 0;
+  virtual void log(uid_t user, const platform::LogLine& line) = 0;
 };
 
 class Session final : public WLHIDEventRouterProtocol,
@@ -72,8 +71,7 @@ class Session final : public WLHIDEventRouterProtocol,
   /// Reports lost to this client, also by routings that are over.
   [[nodiscard]] std::uint64_t lost() const;
   [[nodiscard]] std::uint64_t number() const { return number_; }
-  /// "session 3 (process 123, user 1000)"
-  [[nodiscard]] const std::string& title() const { return title_; }
+  [[nodiscard]] pid_t process() const { return pid_; }
   [[nodiscard]] uid_t user() const { return uid_; }
 
  private:
@@ -107,15 +105,17 @@ class Session final : public WLHIDEventRouterProtocol,
   void endRouting();
   void noteChange() const;
   /// Leaves out what is too much of one session, and says so when it ends or writes again.
-  void log(const std::string& text);
-  void logUnlimited(const std::string& text) const;
+  template <const platform::LogTemplate& Row, class... Arguments>
+  void log(const Arguments&... arguments);
+  /// Every row of a session's begins with the session.
+  template <const platform::LogTemplate& Row, class... Arguments>
+  void logUnlimited(const Arguments&... arguments) const;
 
   const std::uint64_t number_;
   const std::shared_ptr<platform::NSXPCConnection> connection_;
   // As of the beginning: a connection that has ended has no peer any more.
   const pid_t pid_;
   const uid_t uid_;
-  const std::string title_;
   const std::weak_ptr<SessionOwner> owner_;
   const std::shared_ptr<Backlog::Share> backlog_;
   LineBudget lines_;                   // on the connection's queue

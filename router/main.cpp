@@ -16,7 +16,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <iostream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -88,8 +87,8 @@ int serve(const platform::SystemRoot& root) {
   const auto listener =
       platform::NSXPCListener::initWithMachServiceName(platform::str(WLHIDEventRouterLabel));
   if (listener == nullptr) {
-    std::cerr << "no endpoint was handed over for " << WLHIDEventRouterLabel << ": "
-              << std::generic_category().message(errno) << "\n";
+    router::logToStandardError(platform::LogLine::of<router::row::noEndpoint>(
+        WLHIDEventRouterLabel, std::generic_category().message(errno)));
     return 1;
   }
   router::Router router(root, listener);
@@ -106,7 +105,7 @@ int main(int argc, char** argv) {
   try {
     return serve(systemRoot(argc, argv));
   } catch (const std::exception& error) {
-    std::cerr << "the router cannot run: " << error.what() << "\n";
+    router::logToStandardError(platform::LogLine::of<router::row::cannotRun>(error.what()));
     return 1;
   }
 }

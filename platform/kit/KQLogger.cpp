@@ -106,6 +106,18 @@ std::string renderWithoutInput(std::string_view format, std::span<const FormatAr
   return renderFormat(format, shown);
 }
 
+std::optional<std::int64_t> onlyNumber(std::span<const FormatArgument> arguments) {
+  if (arguments.size() != 1) return std::nullopt;
+  if (const auto* number = std::get_if<std::int64_t>(&arguments[0])) return *number;
+  if (const auto* number = std::get_if<std::uint64_t>(&arguments[0]))
+    return static_cast<std::int64_t>(*number);
+  const auto* object = std::get_if<std::shared_ptr<NSObject>>(&arguments[0]);
+  if (object == nullptr) return std::nullopt;
+  if (*object == nullptr) return 0;
+  const auto* error = dynamic_cast<const NSError*>(object->get());
+  return error != nullptr ? std::optional(error->code()) : std::nullopt;
+}
+
 }  // namespace
 
 struct KQLogger::State {
@@ -141,6 +153,7 @@ void KQLogger::formatAndSend(KQLogEntry entry, std::span<const FormatArgument> a
       std::ranges::any_of(arguments, [](const auto& argument) { return showsInput(argument); });
   const std::string other = entry.showsInput ? renderWithoutInput(entry.format, arguments) : "";
   entry.messageWithoutInput = entry.showsInput ? std::string_view(other) : entry.message;
+  entry.onlyNumber = onlyNumber(arguments);
   state_->recentLines->add(entry);
   send(entry);
 }

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -37,6 +38,8 @@ struct KQLogEntry {
   /// The message without anything that a device sent: of data the length, of numbers beside it
   /// nothing.
   std::string_view messageWithoutInput{};
+  /// The number among the arguments, where there is no other: of an error its code, of null 0.
+  std::optional<std::int64_t> onlyNumber{};
 };
 
 using KQLogSink = std::function<void(const KQLogEntry&)>;

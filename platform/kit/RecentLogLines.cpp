@@ -16,7 +16,7 @@ std::string timeText() {
   const auto seconds = static_cast<std::time_t>(micros / 1'000'000);
   std::tm parts{};
   ::gmtime_r(&seconds, &parts);
-  return stringWithFormat("%04d-%02d-%02dT%02d:%02d:%02d.%06dZ ", parts.tm_year + 1900,
+  return stringWithFormat("%04d-%02d-%02dT%02d:%02d:%02d.%06dZ", parts.tm_year + 1900,
                           parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min,
                           parts.tm_sec, static_cast<int>(micros % 1'000'000));
 }
@@ -64,28 +64,42 @@ std::shared_ptr<NSData> dataOf(const std::string& text) {
 void RecentLogLines::add(const KQLogEntry& entry) noexcept {
   try {
     const bool whole = !entry.showsInput || keepsInput_.load(std::memory_order_relaxed);
-    keep(timeText() + cutLine(whole ? renderLogEntry(entry) : withoutInput(entry)));
+    std::string time = timeText();
+    std::string text = time + " " + cutLine(whole ? renderLogEntry(entry) : withoutInput(entry));
+    const auto site = [](std::string_view part) {
+      return std::string(part.size() <= kMaximumSiteBytes ? part : std::string_view());
+    };
+    keep({std::move(time), std::move(text), site(entry.function), entry.sourceLine,
+          site(entry.format), entry.onlyNumber});
   } catch (...) {
     const std::lock_guard lock(mutex_);
     ++dropped_;
   }
 }
 
-void RecentLogLines::keep(std::string line) {
+void RecentLogLines::keep(Line line) {
   const std::lock_guard lock(mutex_);
-  const std::size_t size = line.size();
+  const std::size_t size = line.text.size();
   lines_.push_back(std::move(line));
   bytes_ += size;
   while (lines_.size() > kMaximumLines || bytes_ > kMaximumBytes) {
-    bytes_ -= lines_.front().size();
+    bytes_ -= lines_.front().text.size();
     lines_.pop_front();
     ++dropped_;
   }
 }
 
 RecentLogLines::Contents RecentLogLines::contents() const {
+  Contents contents;
   const std::lock_guard lock(mutex_);
-  return {{lines_.begin(), lines_.end()}, dropped_};
+  for (const Line& line : lines_) contents.lines.push_back(line.text);
+  contents.dropped = dropped_;
+  return contents;
+}
+
+std::vector<RecentLogLines::Line> RecentLogLines::lines() const {
+  const std::lock_guard lock(mutex_);
+  return {lines_.begin(), lines_.end()};
 }
 
 RecentLogLinesModule::RecentLogLinesModule(std::shared_ptr<const RecentLogLines> lines)

@@ -2,7 +2,8 @@
 //
 // Only what was sent to the logger is kept: a line below the log level was never formed and costs
 // nothing here either. Input of devices is not kept unless somebody asks for it: of a line that
-// shows data or element values, the format stands in place of the message.
+// shows data or element values, the format stands in place of the message. Beside the text of each
+// line stays where it comes from, so that a report can tell its literal text from its arguments.
 //
 // Threading: any thread. Nobody else's code runs under the lock.
 // Ownership: lines are values.
@@ -15,6 +16,7 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +32,17 @@ class RecentLogLines {
   /// A longer line is cut, so that one line cannot push out all others.
   static constexpr std::size_t kMaximumLineBytes = std::size_t{4} * 1024;
 
+  /// Of a function or a format that is longer nothing is kept.
+  static constexpr std::size_t kMaximumSiteBytes = 200;
+
+  struct Line {
+    std::string time;  ///< "2026-11-21T07:13:42.123456Z"
+    std::string text;  ///< the line as a person reads it, without line feed, its time in front
+    std::string function;
+    int sourceLine = 0;
+    std::string format;                      ///< as written at the site
+    std::optional<std::int64_t> onlyNumber;  ///< as in KQLogEntry
+  };
   struct Contents {
     std::vector<std::string> lines;  ///< without line feeds
     std::uint64_t dropped = 0;       ///< how many older ones there were
@@ -38,15 +51,17 @@ class RecentLogLines {
   /// "2026-11-21T07:13:42.123456Z <level> function:line [tags] message", as a printable line.
   void add(const KQLogEntry& entry) noexcept;
   [[nodiscard]] Contents contents() const;
+  /// The same lines with what is known of them.
+  [[nodiscard]] std::vector<Line> lines() const;
   /// Whether lines that show a device's input are kept whole from now on. False at first.
   void setKeepsInput(bool keeps) { keepsInput_.store(keeps, std::memory_order_relaxed); }
 
  private:
-  void keep(std::string line);
+  void keep(Line line);
 
   std::atomic<bool> keepsInput_ = false;
   mutable std::mutex mutex_;
-  std::deque<std::string> lines_;
+  std::deque<Line> lines_;
   std::size_t bytes_ = 0;
   std::uint64_t dropped_ = 0;
 };

@@ -10,11 +10,11 @@ namespace {
 
 using nlohmann::ordered_json;
 
-ordered_json jsonOf(const router::SessionStatus& session, const Redactor& redactor) {
+ordered_json jsonOf(const router::SessionStatus& session) {
   return {{"pid", session.pid},
           {"uid", session.uid},
           {"registryEntryID", session.device ? ordered_json(*session.device) : ordered_json()},
-          {"deviceName", redactor.name(session.deviceName)},
+          {"deviceName", session.deviceName},
           {"exclusive", session.exclusive},
           {"delivered", session.delivered},
           {"lost", session.lost}};
@@ -25,96 +25,86 @@ ordered_json textOrNull(const std::string& text) {
   return text.empty() ? ordered_json() : ordered_json(text);
 }
 
-ordered_json jsonOf(const PresenceStep& step, const Redactor& redactor) {
+ordered_json jsonOf(const PresenceStep& step) {
   return {{"name", step.name},
           {"question", step.question},
           {"answer", textOf(step.answer)},
-          {"found", textOrNull(redactor.text(step.found))}};
+          {"found", textOrNull(step.found)}};
 }
 
-/// "replay NAME.hid": what kind it is, and the rest by the redactor's rules.
-std::string sourceOf(const router::DeviceDescription& device, const Redactor& redactor) {
-  return redactor.text(device.source);
-}
-
-ordered_json jsonOf(const router::DeviceDescription& device, const Redactor& redactor) {
+ordered_json jsonOf(const router::DeviceDescription& device) {
   return {{"registryEntryID", device.registryEntryID},
-          {"name", redactor.name(device.name)},
+          {"name", device.name},
           {"bus", device.bus},
           {"vendor", device.vendor},
           {"product", device.product},
-          {"source", sourceOf(device, redactor)}};
+          {"source", device.source}};
 }
 
-ordered_json jsonOf(const Check& check, const Redactor& redactor) {
-  return {{"name", redactor.text(check.name)},
+ordered_json jsonOf(const Check& check) {
+  return {{"name", check.name},
           {"state", textOf(check.state)},
-          {"found", redactor.text(check.found)},
-          {"remedy", textOrNull(redactor.text(check.remedy))},
-          {"command", textOrNull(redactor.text(check.command))}};
+          {"found", check.found},
+          {"remedy", textOrNull(check.remedy)},
+          {"command", textOrNull(check.command)}};
 }
 
 }  // namespace
 
-ordered_json jsonOf(const RouterCopy& copy, const Redactor& redactor) {
-  return {{"path", redactor.path(copy.path)},
-          {"version", textOrNull(redactor.version(copy.version))}};
+ordered_json jsonOf(const RouterCopy& copy) {
+  return {{"path", copy.path}, {"version", textOrNull(copy.version)}};
 }
 
-ordered_json jsonOf(const router::RouterStatus& router, const Redactor& redactor) {
+ordered_json jsonOf(const router::RouterStatus& router) {
   ordered_json sessions = ordered_json::array();
-  for (const auto& session : router.sessions) sessions.push_back(jsonOf(session, redactor));
+  for (const auto& session : router.sessions) sessions.push_back(jsonOf(session));
   return {{"pid", router.pid},
-          {"version", redactor.version(router.version)},
+          {"version", router.version},
           {"lost", router.lost},
           {"sessions", sessions}};
 }
 
-ordered_json jsonOf(const platform::ControlReply& reply, const Redactor& redactor) {
+ordered_json jsonOf(const platform::ControlReply& reply) {
   ordered_json jobs = ordered_json::array();
   for (const auto& job : reply.jobs) {
-    ordered_json services = ordered_json::array();
-    for (const std::string& service : job.services) services.push_back(redactor.name(service));
     jobs.push_back(
-        {{"label", redactor.name(job.label)},
-         {"services", services},
+        {{"label", job.label},
+         {"services", job.services},
          {"pid", job.processIdentifier == 0 ? ordered_json() : ordered_json(job.processIdentifier)},
          {"starts", job.starts},
          {"heldBackMilliseconds", job.heldBackMilliseconds},
-         {"lastEnd", redactor.text(job.lastEnd)}});
+         {"lastEnd", job.lastEnd}});
   }
   return {{"pid", reply.daemonProcessIdentifier}, {"jobs", jobs}};
 }
 
-ordered_json jsonOf(const PresenceCheck& presence, const Redactor& redactor) {
+ordered_json jsonOf(const PresenceCheck& presence) {
   const auto& installed = presence.versions.installed;
   ordered_json steps = ordered_json::array();
-  for (const PresenceStep& step : presence.steps) steps.push_back(jsonOf(step, redactor));
+  for (const PresenceStep& step : presence.steps) steps.push_back(jsonOf(step));
   return {{"installed", presence.installed},
-          {"bundleCopy", jsonOf(presence.versions.bundle, redactor)},
-          {"installedCopy", installed ? jsonOf(*installed, redactor) : ordered_json()},
+          {"bundleCopy", jsonOf(presence.versions.bundle)},
+          {"installedCopy", installed ? jsonOf(*installed) : ordered_json()},
           {"steps", steps}};
 }
 
-ordered_json jsonOf(const Endpoint& endpoint, const Redactor& redactor) {
-  return {{"service", redactor.name(endpoint.service)},
-          {"path", redactor.path(endpoint.path)},
+ordered_json jsonOf(const Endpoint& endpoint) {
+  return {{"service", endpoint.service},
+          {"path", endpoint.path},
           {"exists", endpoint.exists},
           {"owner", endpoint.exists ? ordered_json(endpoint.owner) : ordered_json()},
-          {"problem", textOrNull(redactor.text(endpoint.problem))}};
+          {"problem", textOrNull(endpoint.problem)}};
 }
 
-ordered_json jsonOf(const DeviceList& devices, const Redactor& redactor) {
+ordered_json jsonOf(const DeviceList& devices) {
   ordered_json list = ordered_json::array();
-  for (const auto& device : devices.devices) list.push_back(jsonOf(device, redactor));
-  ordered_json problems = ordered_json::array();
-  for (const std::string& problem : devices.problems) problems.push_back(redactor.text(problem));
-  return {{"devices", list}, {"problems", problems}};
+  for (const auto& device : devices.devices) list.push_back(jsonOf(device));
+  return {{"devices", list}, {"problems", devices.problems}};
 }
 
-ordered_json jsonOf(const Diagnosis& diagnosis, const Redactor& redactor) {
+ordered_json jsonOf(const Diagnosis& diagnosis) {
   ordered_json checks = ordered_json::array();
-  for (const Check& check : diagnosis.checks) checks.push_back(jsonOf(check, redactor));
+  for (const Check& check : diagnosis.checks) checks.push_back(jsonOf(check));
   return {{"inOrder", diagnosis.inOrder}, {"verdict", diagnosis.verdict}, {"checks", checks}};
 }
 

@@ -5,6 +5,7 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <ctime>
@@ -14,11 +15,14 @@
 
 #include "platform/foundation/Format.h"
 #include "platform/kit/KQLogger.h"
+#include "platform/kit/RecentLogLines.h"
 #include "router/DeviceFiles.h"
 #include "tool/command/Command.h"
 #include "tool/command/Numbers.h"
 #include "tool/findings/InventoryJson.h"
 #include "tool/report/LogModules.h"
+#include "tool/report/ShownFindings.h"
+#include "tool/report/ShownLines.h"
 #include "tool/routing/Trial.h"
 
 namespace tool {
@@ -29,8 +33,7 @@ using nlohmann::ordered_json;
 using platform::stringWithFormat;
 
 constexpr std::string_view kFolder = "wlhid-report/";
-constexpr std::string_view kHIDDevices = "/sys/class/hidraw";
-constexpr int kManifestFormat = 1;
+constexpr int kManifestFormat = 2;
 constexpr std::size_t kMaximumComponentBytes = 100;
 constexpr std::size_t kChunkBytes = std::size_t{64} * 1024;
 
@@ -53,17 +56,44 @@ std::string recordingOf(const router::DeviceDescription& device) {
   return device.source.starts_with(kKind) ? device.source.substr(kKind.size()) : std::string();
 }
 
-Redactor redactorFor(const ReportRequest& request, const Inventory& inventory) {
-  if (request.withInput) return Redactor::lettingEverythingThrough();
-  Redactor::Knowledge knowledge;
-  knowledge.root = request.root.path();
-  knowledge.secrets = uniqueStringsOfDevices(kHIDDevices);
-  for (const auto& device : inventory.devices.devices) {
-    knowledge.registryEntryIDs.insert(device.registryEntryID);
-    const std::string recording = recordingOf(device);
-    if (!recording.empty()) knowledge.secrets.push_back(recording);
-  }
-  return Redactor(std::move(knowledge));
+/// How a file of a module is called, in the archive and in the manifest.
+struct PartName {
+  std::string module;
+  std::string file;
+  std::string description;
+  std::string category;
+};
+
+/// The files whose lines a report knows.
+constexpr std::string_view kRouterModule = "WLHIDEventRouter";
+constexpr std::string_view kRouterFile = "syslog-com.quillmar.hideventrouter.log";
+
+bool isRouterLog(const std::string& module, const std::string& file) {
+  return module == kRouterModule && file == kRouterFile;
+}
+bool isRecentLines(const std::string& module, const std::string& file) {
+  return module == platform::kRecentLogLinesIdentifier && file == platform::kRecentLogLinesFile;
+}
+
+/// Without input: what a module calls itself and its files may be anything, so only the names of
+/// those that are known stay, and others are counted.
+PartName shownPartName(const std::string& module, std::size_t moduleNumber, const std::string& file,
+                       std::size_t fileNumber) {
+  if (isRouterLog(module, file))
+    return {module, file, "What the router and the job daemon logged", "Log"};
+  if (isRecentLines(module, file))
+    return {module, file, "The last lines that the framework logged in this process", "Log"};
+  return {"module-" + std::to_string(moduleNumber), "file-" + std::to_string(fileNumber),
+          "The lengths of a file's lines", "Log"};
+}
+
+PartName wholePartName(const ModuleFiles& module, const platform::KQLogFile& file) {
+  return {module.identifier, textOf(file.name()), textOf(file.localizedDescription()),
+          textOf(file.categoryName())};
+}
+
+std::string nameOfPart(const std::string& module, const std::string& file) {
+  return "module " + module + ", file " + file;
 }
 
 std::string utcTime() {
@@ -86,10 +116,14 @@ std::string distribution() {
   return {};
 }
 
-ordered_json systemJson() {
+/// Without input of the kernel's release the numbers in front: who built it may have added
+/// anything.
+ordered_json systemJson(bool whole) {
   utsname name{};
   ::uname(&name);
-  return {{"kernel", std::string(name.sysname) + " " + name.release},
+  std::string release(name.release);
+  if (!whole) release.resize(std::min(release.find_first_not_of("0123456789."), release.size()));
+  return {{"kernel", std::string(name.sysname) + " " + release},
           {"machine", name.machine},
           {"distribution", distribution()}};
 }
@@ -136,7 +170,6 @@ class ReportWriter {
   ReportResult write() {
     step("Looking at router, jobs and devices");
     const Inventory inventory = takeInventory(request_.root);
-    redactor_ = redactorFor(request_, inventory);
     const Diagnosis diagnosis = diagnose(inventory);
     writeInventory(inventory, diagnosis);
     if (request_.deviceToTry) writeTrial(*request_.deviceToTry);
@@ -150,8 +183,9 @@ class ReportWriter {
   void step(const std::string& what) const {
     if (request_.onStep) request_.onStep(what);
   }
-  void miss(const std::string& part, const std::string& problem) {
-    result_.missing.push_back({redactor_.name(oneLine(part)), redactor_.text(oneLine(problem))});
+  void miss(const std::string& part, const std::string& problem, const std::string& shownPart,
+            std::optional<std::int64_t> code = {}) {
+    result_.missing.push_back({oneLine(part), oneLine(problem), shownPart, code});
   }
 
   /// The name under which a further file stands, unlike all others.
@@ -175,95 +209,111 @@ class ReportWriter {
   }
 
   void writeInventory(const Inventory& inventory, const Diagnosis& diagnosis) {
-    writeText("doctor.txt", "What is in order and what is not", redactedLines(diagnosis));
-    writeText("presence.json", "Versions, and each step of the presence check",
-              dumped(jsonOf(inventory.presence, redactor_)));
-    writeText("jobs.json", "Jobs, endpoints and their owners, the router's sessions",
-              dumped(jobsJson(inventory)));
-    writeText("devices.json", "What can be routed", dumped(jsonOf(inventory.devices, redactor_)));
-    if (!inventory.jobDaemon.problem.empty()) miss("the jobs", inventory.jobDaemon.problem);
+    const bool whole = request_.withInput;
+    writeText("doctor.txt", "What is in order and what is not",
+              whole ? linesOf(diagnosis, /*colours=*/false) : shownDiagnosis(diagnosis));
+    writeJson("presence.json", "Versions, and each step of the presence check",
+              whole ? jsonOf(inventory.presence) : shownPresence(inventory.presence));
+    writeJson("jobs.json", "Jobs, endpoints and their owners, the router's sessions",
+              whole ? jobsJson(inventory) : shownJobs(inventory, devices_));
+    writeJson("devices.json", "What can be routed",
+              whole ? jsonOf(inventory.devices) : shownDevices(inventory.devices, devices_));
+    writeJson("root.json", "The system root's directory, its log and its disk",
+              shownRoot(inventory));
+    if (!inventory.jobDaemon.problem.empty())
+      miss("the jobs", inventory.jobDaemon.problem, "the jobs");
   }
 
-  [[nodiscard]] std::string redactedLines(Diagnosis diagnosis) const {
-    for (Check& check : diagnosis.checks) {
-      check.name = redactor_.text(check.name);
-      check.found = redactor_.text(check.found);
-      check.remedy = redactor_.text(check.remedy);
-    }
-    return linesOf(diagnosis, /*colours=*/false);
+  void writeJson(const std::string& name, const std::string& description,
+                 const ordered_json& document) {
+    writeText(name, description, dumped(document));
   }
 
-  [[nodiscard]] ordered_json jobsJson(const Inventory& inventory) const {
+  [[nodiscard]] static ordered_json jobsJson(const Inventory& inventory) {
     ordered_json endpoints = ordered_json::array();
-    for (const Endpoint& endpoint : inventory.endpoints)
-      endpoints.push_back(jsonOf(endpoint, redactor_));
+    for (const Endpoint& endpoint : inventory.endpoints) endpoints.push_back(jsonOf(endpoint));
     const auto& jobs = inventory.jobDaemon.reply;
     const auto& router = inventory.router;
-    return {{"jobDaemon", jobs ? jsonOf(*jobs, redactor_) : ordered_json()},
+    return {{"jobDaemon", jobs ? jsonOf(*jobs) : ordered_json()},
             {"endpoints", endpoints},
-            {"router", router ? jsonOf(*router, redactor_) : ordered_json()}};
+            {"router", router ? jsonOf(*router) : ordered_json()}};
   }
 
   /// Before the modules are asked: what the framework logs in it is in their files.
   void writeTrial(std::uint64_t registryEntryID) {
     step("Routing the device for a moment");
     const TrialResult trial = tryDevice(registryEntryID);
-    ordered_json statuses = ordered_json::array();
-    for (const auto status : trial.statuses) statuses.push_back(static_cast<std::uint64_t>(status));
-    ordered_json errors = ordered_json::array();
-    for (const std::string& error : trial.errors) errors.push_back(redactor_.text(error));
-    writeText("trial.json", "How far routing a device came",
-              dumped({{"registryEntryID", trial.registryEntryID},
-                      {"outcome", trial.outcome},
-                      {"statuses", statuses},
-                      {"errors", errors},
-                      {"deliveries", trial.deliveries}}));
+    ordered_json document = shownTrial(trial, devices_);
+    if (request_.withInput) {
+      document["registryEntryID"] = trial.registryEntryID;
+      document["errors"] = trial.errors;
+    }
+    writeJson("trial.json", "How far routing a device came", document);
   }
 
   void writeModules() {
+    std::size_t number = 0;
     for (const ModuleFiles& module : askLogModules()) {
       step("Asking " + oneLine(module.name));
-      if (!module.problem.empty()) miss("module " + module.identifier, module.problem);
-      for (const auto& file : module.files) writeModuleFile(module, file);
+      ++number;
+      if (!module.problem.empty()) {
+        miss("module " + module.identifier, module.problem, "module-" + std::to_string(number),
+             module.code);
+      }
+      for (std::size_t i = 0; i < module.files.size(); ++i)
+        writeModuleFile(module, number, module.files[i], i + 1);
     }
   }
 
-  void writeModuleFile(const ModuleFiles& module,
-                       const std::shared_ptr<platform::KQLogFile>& file) {
-    const std::string name = file ? textOf(file->name()) : std::string();
-    const std::string part = "module " + module.identifier + ", file " + name;
+  void writeModuleFile(const ModuleFiles& module, std::size_t moduleNumber,
+                       const std::shared_ptr<platform::KQLogFile>& file, std::size_t fileNumber) {
+    const std::string fileName = file ? textOf(file->name()) : std::string();
+    const PartName shown = shownPartName(module.identifier, moduleNumber, fileName, fileNumber);
+    const auto missing = [&](const std::string& problem, std::optional<std::int64_t> code = {}) {
+      miss(nameOfPart(module.identifier, fileName), problem, nameOfPart(shown.module, shown.file),
+           code);
+    };
     ModuleContent content = readModuleFile(file);
-    if (!content.problem.empty()) miss(part, content.problem);
+    if (!content.problem.empty()) missing(content.problem, content.code);
     if (!content.path.empty()) {
-      writeModulePath(module, *file, content, part);
+      const std::string problem = writeModulePath(module, *file, content, shown);
+      if (!problem.empty()) missing(problem);
     } else if (content.data && (content.data->length() > 0 || content.problem.empty())) {
-      writeModulePart(module, *file, [&] { writeContent(content.data->span()); });
+      writeModulePart(module, *file, shown,
+                      [&] { writeContent(content.data->span(), module.identifier, fileName); });
     } else if (content.problem.empty()) {
-      miss(part, "gave neither data nor a file");
+      missing("gave neither data nor a file");
     }
   }
 
   template <class Write>
   void writeModulePart(const ModuleFiles& module, const platform::KQLogFile& file,
-                       const Write& write) {
-    const std::string name = "modules/" + safeComponent(redactor_.name(module.identifier)) + "/" +
-                             safeComponent(redactor_.name(textOf(file.name())));
-    writePart(name, redactor_.name(textOf(file.localizedDescription())),
-              redactor_.name(textOf(file.categoryName())), write);
+                       const PartName& shown, const Write& write) {
+    const PartName name = request_.withInput ? wholePartName(module, file) : shown;
+    writePart("modules/" + safeComponent(name.module) + "/" + safeComponent(name.file),
+              name.description, name.category, write);
   }
 
-  void writeModulePath(const ModuleFiles& module, const platform::KQLogFile& file,
-                       const ModuleContent& content, const std::string& part) {
+  /// What is wrong with it.
+  std::string writeModulePath(const ModuleFiles& module, const platform::KQLogFile& file,
+                              const ModuleContent& content, const PartName& shown) {
     std::string problem;
     SourceFile source(content.path, problem);
-    if (problem.empty()) writeModulePart(module, file, [&] { writeStream(source, problem); });
-    if (!problem.empty()) miss(part, problem);
+    if (problem.empty()) {
+      writeModulePart(module, file, shown,
+                      [&] { writeStream(source, ShownLines::Source::Unknown, problem); });
+    }
     if (content.removePath) ::unlink(content.path.c_str());
+    return problem;
   }
 
-  void writeContent(std::span<const std::uint8_t> bytes) {
-    if (!redactor_.isActive()) return archive_.write(bytes);
-    RedactedLines lines(redactor_);
+  void writeContent(std::span<const std::uint8_t> bytes, const std::string& module,
+                    const std::string& file) {
+    if (request_.withInput) return archive_.write(bytes);
+    if (isRecentLines(module, file)) return writeRecentLines();
+    ShownLines lines(
+        isRouterLog(module, file) ? ShownLines::Source::SystemLog : ShownLines::Source::Unknown,
+        devices_);
     while (!bytes.empty()) {
       const auto chunk = bytes.first(std::min(bytes.size(), kChunkBytes));
       archive_.write(lines.feed(asText(chunk)));
@@ -272,13 +322,21 @@ class ReportWriter {
     archive_.write(lines.finish());
   }
 
-  void writeStream(SourceFile& source, std::string& problem) {
-    RedactedLines lines(redactor_);
+  /// Not what the module made of them: where a line comes from is known here without reading it.
+  void writeRecentLines() {
+    const auto& recent = platform::KQLogger::sharedLogger().recentLines();
+    if (const std::uint64_t dropped = recent.contents().dropped; dropped > 0)
+      archive_.write(stringWithFormat("(%llu older lines were dropped)\n", dropped));
+    for (const auto& line : recent.lines()) archive_.write(shownRecentLine(line) + "\n");
+  }
+
+  void writeStream(SourceFile& source, ShownLines::Source kind, std::string& problem) {
+    ShownLines lines(kind, devices_);
     for (auto chunk = source.next(problem); !chunk.empty(); chunk = source.next(problem)) {
-      if (redactor_.isActive()) {
-        archive_.write(lines.feed(asText(chunk)));
-      } else {
+      if (request_.withInput) {
         archive_.write(chunk);
+      } else {
+        archive_.write(lines.feed(asText(chunk)));
       }
     }
     archive_.write(lines.finish());
@@ -289,7 +347,7 @@ class ReportWriter {
       const std::string recording = recordingOf(device);
       if (recording.empty()) continue;
       const std::string problem = writeRecording(device, recording);
-      if (!problem.empty()) miss("the recording of " + device.name, problem);
+      if (!problem.empty()) miss("the recording of " + device.name, problem, std::string(kPrivate));
     }
   }
   /// What is wrong with it.
@@ -300,7 +358,7 @@ class ReportWriter {
     try {
       SourceFile source(files.openRecording(recording).descriptor);
       writePart("recordings/" + hexadecimal(device.registryEntryID) + ".hid", oneLine(device.name),
-                "Input", [&] { writeStream(source, problem); });
+                "Input", [&] { writeStream(source, ShownLines::Source::Unknown, problem); });
     } catch (const router::FileError& error) {
       problem = files.recordingPath(recording) + ": " + error.what();
     }
@@ -325,13 +383,19 @@ class ReportWriter {
                        {"category", part.category}});
     }
     ordered_json missing = ordered_json::array();
-    for (const MissingPart& part : result_.missing)
-      missing.push_back({{"part", part.part}, {"problem", part.problem}});
+    for (const MissingPart& part : result_.missing) {
+      missing.push_back(
+          request_.withInput
+              ? ordered_json{{"part", part.part}, {"problem", part.problem}}
+              : ordered_json{{"part", part.shownPart}, {"code", shownCode(part.code)}});
+    }
     return {{"format", kManifestFormat},
             {"created", utcTime()},
             {"tool", "wlhid " WLHID_VERSION},
-            {"system", systemJson()},
-            {"systemRoot", redactor_.path(request_.root.path().native())},
+            {"system", systemJson(request_.withInput)},
+            {"systemRoot", request_.withInput || request_.root.isSystem()
+                               ? request_.root.path().string()
+                               : std::string(kPrivate)},
             {"withInput", request_.withInput},
             {"verdict", diagnosis.verdict},
             {"versions", versionsJson(inventory)},
@@ -342,7 +406,7 @@ class ReportWriter {
   /// Null where there is none.
   [[nodiscard]] ordered_json versionsJson(const Inventory& inventory) const {
     const auto version = [this](const std::string& text) {
-      return text.empty() ? ordered_json() : ordered_json(redactor_.version(text));
+      return request_.withInput && !text.empty() ? ordered_json(text) : shownVersionOrNull(text);
     };
     const RouterVersions& versions = inventory.presence.versions;
     return {
@@ -353,7 +417,7 @@ class ReportWriter {
 
   const ReportRequest& request_;
   ReportArchive& archive_;
-  Redactor redactor_ = Redactor::lettingEverythingThrough();
+  DeviceOrder devices_;
   std::set<std::string> names_{"manifest.json"};
   ReportResult result_;
 };

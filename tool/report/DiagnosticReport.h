@@ -4,13 +4,15 @@
 //   wlhid-report/presence.json           versions, and each step of the presence check
 //   wlhid-report/jobs.json               jobs, endpoints and their owners, the router's sessions
 //   wlhid-report/devices.json            what can be routed
+//   wlhid-report/root.json               the system root's directory, its log and its disk
 //   wlhid-report/trial.json              where a device was tried: how far it came
 //   wlhid-report/modules/<id>/<file>     what the log modules offer: the excerpt of the system log,
 //                                        the last lines of the framework's own log
 //   wlhid-report/recordings/<id>.hid     with input only: the recordings that are set up as devices
 //   wlhid-report/manifest.json           the last: what is there, what is missing and why
 //
-// Without input, everything that others wrote goes through a Redactor (see Redaction.h).
+// Without input there is nothing in it but literal text of this project and shown values (see
+// ShownLines.h and ShownFindings.h). With input everything is in it as it is.
 //
 // Threading: the main thread. Ownership: the archive is the caller's.
 // Errors: what cannot be had is named in the manifest and leaves the rest alone. Failure when the
@@ -48,6 +50,8 @@ struct ReportPart {
 struct MissingPart {
   std::string part;
   std::string problem;
+  std::string shownPart;               ///< its name in a report without input
+  std::optional<std::int64_t> code{};  ///< of the error, where there was one
 };
 
 struct ReportResult {

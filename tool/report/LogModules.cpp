@@ -41,7 +41,12 @@ class FirstAnswer {
 struct Files {
   std::vector<std::shared_ptr<KQLogFile>> files{};
   std::string problem{};
+  std::optional<std::int64_t> code{};
 };
+
+std::optional<std::int64_t> codeOf(const std::shared_ptr<platform::NSError>& error) {
+  return error ? std::optional(error->code()) : std::nullopt;
+}
 
 std::string problemOf(const std::shared_ptr<platform::NSError>& error) {
   return error ? describeError(error) : std::string();
@@ -77,7 +82,7 @@ Files filesOf(KQLogModuleFileProvider& provider, std::chrono::milliseconds patie
         provider.provideFilesWithCompletionHandler(
             [answer](const std::shared_ptr<platform::NSError>& error,
                      const std::vector<std::shared_ptr<KQLogFile>>& files) {
-              answer->set({files, problemOf(error)});
+              answer->set({files, problemOf(error), codeOf(error)});
             });
       },
       patience);
@@ -95,6 +100,7 @@ ModuleContent contentOf(const std::shared_ptr<platform::NSError>& error,
                         const std::shared_ptr<platform::NSData>& data, bool removeFile) {
   ModuleContent content;
   content.problem = problemOf(error);
+  content.code = codeOf(error);
   content.data = data;
   content.path = pathOf(url, content.problem);
   content.removePath = removeFile;
@@ -110,7 +116,7 @@ std::vector<ModuleFiles> askLogModules(std::chrono::milliseconds patience) {
     if (provider == nullptr) continue;
     Files files = filesOf(*provider, patience);
     answers.push_back({textOf(module->identifier()), textOf(module->name()), std::move(files.files),
-                       std::move(files.problem)});
+                       std::move(files.problem), files.code});
   }
   return answers;
 }

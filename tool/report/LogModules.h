@@ -10,7 +10,9 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,7 +26,8 @@ struct ModuleFiles {
   std::string identifier;
   std::string name;
   std::vector<std::shared_ptr<platform::KQLogFile>> files;
-  std::string problem;  ///< why there are none, or not all; empty when all is well
+  std::string problem;                 ///< why there are none, or not all; empty when all is well
+  std::optional<std::int64_t> code{};  ///< of the module's error, where it gave one
 };
 
 /// A file's content: data, or the path of a file that is there.
@@ -33,6 +36,7 @@ struct ModuleContent {
   std::string path{};                        ///< may be empty
   bool removePath = false;                   ///< the file at the path may go once it has been read
   std::string problem{};  ///< why it is not there, or not all of it; empty when all is well
+  std::optional<std::int64_t> code{};  ///< of the module's error, where it gave one
 };
 
 /// Of every module of the shared logger that has files.

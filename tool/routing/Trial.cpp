@@ -26,10 +26,11 @@ class Course {
       end("the router is not installed, or not current");
   }
   /// The reason comes behind the status that it explains.
-  void error(const std::string& text) {
+  void error(const std::string& text, std::int64_t code) {
     bool refused = false;
     change([&](TrialResult& result) {
       result.errors.push_back(text);
+      result.errorCodes.push_back(code);
       refused =
           !result.statuses.empty() && result.statuses.back() == WLHIDEventRouterClientStatusFailed;
     });
@@ -78,7 +79,7 @@ class Delegate final : public WLHIDEventRouterClientDelegate {
   }
   void hidEventRouterClient_handleError(const std::shared_ptr<WLHIDEventRouterClient>& /*client*/,
                                         const std::shared_ptr<platform::NSError>& error) override {
-    course_->error(describeError(error));
+    course_->error(describeError(error), error ? error->code() : 0);
   }
 
  private:

@@ -23,9 +23,10 @@ inline constexpr std::chrono::seconds kTrialPatience{10};
 struct TrialResult {
   std::uint64_t registryEntryID = 0;
   std::vector<WLHIDEventRouterClientStatus> statuses;
-  std::vector<std::string> errors;  ///< free text of the router's
-  std::uint64_t deliveries = 0;     ///< reports and element values that came before it was ended
-  std::string outcome;              ///< "input came", "no input within 10 s", …
+  std::vector<std::string> errors;         ///< free text of the router's
+  std::vector<std::int64_t> errorCodes{};  ///< of the same errors
+  std::uint64_t deliveries = 0;  ///< reports and element values that came before it was ended
+  std::string outcome;           ///< "input came", "no input within 10 s", …
 };
 
 /// Ends with the first input, with a failure, or when `patience` is used up. Starts the router if

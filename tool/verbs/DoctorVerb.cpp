@@ -16,8 +16,7 @@ namespace {
 
 int examine(bool json) {
   const Diagnosis diagnosis = diagnose(takeInventory(platform::SystemRoot::current()));
-  print(json ? dumped(jsonOf(diagnosis, Redactor::lettingEverythingThrough()))
-             : linesOf(diagnosis, showsColours(STDOUT_FILENO)));
+  print(json ? dumped(jsonOf(diagnosis)) : linesOf(diagnosis, showsColours(STDOUT_FILENO)));
   return diagnosis.inOrder ? ExitDone : ExitNotSo;
 }
 

@@ -72,8 +72,9 @@ void addReportVerb(CLI::App& app, Action& chosen) {
                  "Put in what devices sent, serial numbers and paths as they are");
   verb->add_flag("--json", options->json, "Print the archive's manifest");
   verb->footer(
-      "Without --with-input, nothing that a device sent and no serial number goes in: numbers,\n"
-      "names of files and the like are removed from logs and errors. Look before you send it.\n"
+      "Without --with-input, a report has no input, no serial numbers, no names and no paths: of\n"
+      "logs and findings it has this project's own words, counts and codes. Look before you send "
+      "it.\n"
       "\n"
       "Examples:\n"
       "  wlhid report report.zip\n"

@@ -41,15 +41,14 @@ Status readStatus() {
 }
 
 std::string asJson(const Status& status) {
-  const Redactor nothing = Redactor::lettingEverythingThrough();
   const auto& installed = status.versions.installed;
   return dumped({
       {"root", status.root.path().string()},
       {"installed", status.installed},
-      {"bundleCopy", jsonOf(status.versions.bundle, nothing)},
-      {"installedCopy", installed ? jsonOf(*installed, nothing) : ordered_json()},
-      {"router", status.router ? jsonOf(*status.router, nothing) : ordered_json()},
-      {"jobDaemon", status.jobs ? jsonOf(*status.jobs, nothing) : ordered_json()},
+      {"bundleCopy", jsonOf(status.versions.bundle)},
+      {"installedCopy", installed ? jsonOf(*installed) : ordered_json()},
+      {"router", status.router ? jsonOf(*status.router) : ordered_json()},
+      {"jobDaemon", status.jobs ? jsonOf(*status.jobs) : ordered_json()},
   });
 }
 

@@ -40,12 +40,11 @@ class ReportTest : public SituationTest {
         "wlhid-report/modules/WLHIDEventRouter/syslog-com.quillmar.hideventrouter.log");
     return at == archive.end() ? "(not there)" : at->second;
   }
-  /// The first step of the presence check that says no: "name: found".
+  /// The first step of the presence check that says no.
   [[nodiscard]] static std::string firstNo(const Archive& archive) {
     const auto presence = json(archive, "presence.json");
     for (const auto& step : presence["steps"]) {
-      if (step["answer"] == "no")
-        return step["name"].get<std::string>() + ": " + step["found"].get<std::string>();
+      if (step["answer"] == "no") return step["name"];
     }
     return "none";
   }
@@ -74,12 +73,17 @@ TEST_F(ReportTest, TellsOfARouterThatRuns) {
   EXPECT_EQ(firstNo(archive), "none");
   const auto jobs = json(archive, "jobs.json");
   EXPECT_EQ(jobs["jobDaemon"]["jobs"][0]["label"], "com.quillmar.hideventrouter");
-  EXPECT_EQ(jobs["endpoints"][0]["owner"], ::geteuid());
+  EXPECT_EQ(jobs["endpoints"][0]["owner"], ::geteuid() == 0 ? "root" : "this user");
   EXPECT_EQ(jobs["router"]["sessions"][0]["pid"], route.pid());
-  EXPECT_EQ(jobs["router"]["sessions"][0]["deviceName"], "QEMU QEMU USB Mouse");
+  EXPECT_EQ(jobs["router"]["sessions"][0]["device"], "device 1");
   const auto devices = json(archive, "devices.json");
-  EXPECT_EQ(devices["devices"][0]["registryEntryID"], std::stoull(id, nullptr, 16));
-  EXPECT_NE(excerpt(archive).find("routes device " + id), std::string::npos) << excerpt(archive);
+  EXPECT_EQ(devices["devices"][0]["device"], "device 1");
+  EXPECT_EQ(devices["devices"][0]["vendor"], 0x627);
+  EXPECT_NE(excerpt(archive).find("]: session 1 (process " + std::to_string(route.pid()) +
+                                  ", user <private>): routes device 1 (<private>)\n"),
+            std::string::npos)
+      << excerpt(archive);
+  EXPECT_EQ(excerpt(archive).find("<a line of"), std::string::npos) << excerpt(archive);
   EXPECT_TRUE(
       archive.at("wlhid-report/doctor.txt").starts_with("The router is installed, current"));
 }
@@ -91,14 +95,12 @@ TEST_F(ReportTest, TriesADeviceAndKeepsWhatTheFrameworkLogged) {
   const auto trial = json(archive, "trial.json");
   EXPECT_EQ(trial["outcome"], "input came");
   EXPECT_EQ(trial["statuses"], (std::vector<int>{2, 4}));
-  EXPECT_EQ(trial["errors"], nlohmann::json::array());
+  EXPECT_EQ(trial["errorCodes"], nlohmann::json::array());
   const std::string lines = archive.at("wlhid-report/modules/KQRecentLogLines/recent.log");
-  EXPECT_NE(lines.find("-[WLHIDEventRouterClient openConnection]:194 [WLHIDEventRouterClient] "
-                       "called\n"),
-            std::string::npos)
+  EXPECT_NE(lines.find("-[WLHIDEventRouterClient openConnection]:194 called\n"), std::string::npos)
       << lines;
-  EXPECT_NE(lines.find("Received for reportID %u: %@ (input left out)"), std::string::npos)
-      << lines;
+  EXPECT_NE(lines.find("Received for reportID <private>: <private>\n"), std::string::npos) << lines;
+  EXPECT_EQ(lines.find("<a line of"), std::string::npos) << lines;
   EXPECT_EQ(lines.find("bytes ="), std::string::npos) << lines;
 
   const Archive whole = report({"--try", id, "--with-input"});
@@ -114,16 +116,13 @@ TEST_F(ReportTest, ATrialThatFailsSaysWhy) {
   install();
   const auto refused = json(report({"--try", "5"}), "trial.json");
   EXPECT_EQ(refused["outcome"], "the router refuses");
-  ASSERT_EQ(refused["errors"].size(), 1U);
-  EXPECT_NE(refused["errors"][0].get<std::string>().find("HIDEventRouterDomain -536870208"),
-            std::string::npos)
-      << refused;
+  EXPECT_EQ(refused["errorCodes"], (nlohmann::json{-536870208}));
   EXPECT_TRUE(isRefusal(runTool({"report", out(), "--try", "no such"}), 1, "no such"));
 }
 
 TEST_F(ReportTest, WithoutARouter) {
   const Archive archive = report();
-  EXPECT_EQ(firstNo(archive).substr(0, 5), "job: ");
+  EXPECT_EQ(firstNo(archive), "job");
   EXPECT_EQ(json(archive, "manifest.json")["versions"]["installed"], nullptr);
   const auto missing = json(archive, "manifest.json")["missing"];
   ASSERT_EQ(missing.size(), 1U) << missing;
@@ -136,16 +135,16 @@ TEST_F(ReportTest, WithAnOutdatedRouter) {
   install();
   makeOutdated();
   const Archive archive = report();
-  EXPECT_EQ(firstNo(archive), "versionsEqual: version 0.9 is installed, this program carries 1.0");
+  EXPECT_EQ(firstNo(archive), "versionsEqual");
   EXPECT_EQ(json(archive, "manifest.json")["versions"]["installed"], "0.9");
 }
 
 TEST_F(ReportTest, WithTheExecutableDeleted) {
   install();
   fs::remove(helperTool());
-  EXPECT_EQ(firstNo(report()),
-            "installedCopy: <root>/Library/PrivilegedHelperTools/com.quillmar.hideventrouter: "
-            "No such file or directory");
+  const Archive archive = report();
+  EXPECT_EQ(firstNo(archive), "installedCopy");
+  EXPECT_EQ(json(archive, "presence.json")["installedCopy"]["state"], "unreadable");
 }
 
 TEST_F(ReportTest, WithALogThatCannotBeRead) {
@@ -167,7 +166,7 @@ TEST_F(ReportTest, WithALogThatCannotBeRead) {
 }
 
 TEST_F(ReportTest, AFullDiskLeavesTheOldReport) {
-  std::string longLog;
+  std::string longLog;  // which goes in with input only
   for (std::uint64_t i = 1; longLog.size() < 3'000'000; ++i) {
     std::string word;  // words that do not compress well
     for (std::uint64_t rest = i * 0x9e3779b97f4a7c15ULL; rest != 0; rest /= 26)
@@ -177,8 +176,9 @@ TEST_F(ReportTest, AFullDiskLeavesTheOldReport) {
   writeFile(systemLog(), longLog);
   const std::string tool = builtPath("wlhid");
   if (canMount()) {
-    const Outcome outcome = runOnFullDisk("'" + tool + "' --root '" + root.string() + "' report '" +
-                                          (directory / "disk/out").string() + "'");
+    const Outcome outcome =
+        runOnFullDisk("'" + tool + "' --root '" + root.string() + "' report --with-input '" +
+                      (directory / "disk/out").string() + "'");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.err,
               "wlhid: " + (directory / "disk/out").string() + ": No space left on device\n");
@@ -186,7 +186,8 @@ TEST_F(ReportTest, AFullDiskLeavesTheOldReport) {
   }
   writeFile(out(), "old");
   std::vector<std::string> command{"prlimit", "--fsize=65536"};
-  for (const std::string& argument : wlhid({"report", out()})) command.push_back(argument);
+  for (const std::string& argument : wlhid({"report", out(), "--with-input"}))
+    command.push_back(argument);
   EXPECT_TRUE(isRefusal(run(command, options()), 1, "out.zip: File too large"));
   EXPECT_EQ(readFile(out()), "old");
   EXPECT_EQ(std::distance(fs::directory_iterator(out().parent_path()), {}), 1);
@@ -343,8 +344,7 @@ TEST_F(MarkedReportTest, KeepsWhatHelpsAllTheSame) {
   EXPECT_EQ(json(archive, "devices.json")["devices"].size(), 100U);
   EXPECT_EQ(linesOf(excerpt(archive)).size(), 500U);
   EXPECT_EQ(linesOf(excerpt(archive)).at(0),
-            "Nov 21 03:12:46 host com.quillmar.hideventrouter[345]: opened a device, serial number "
-            "[removed]");
+            "<a line of " + std::to_string(log.find('\n')) + " bytes>");
 }
 
 }  // namespace

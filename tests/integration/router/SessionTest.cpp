@@ -66,7 +66,7 @@ class Owner final : public platform::NSXPCListenerDelegate,
   void noteRecordingEnded(pid_t, std::uint64_t) override {}
   bool takeRecordingEnded(pid_t, std::uint64_t) override { return false; }
   void sessionChanged() override { changes.fetch_add(1); }
-  void log(uid_t, std::string_view line) override { lines.add(std::string(line)); }
+  void log(uid_t, const platform::LogLine& line) override { lines.add(line.text()); }
 
   LineLog lines;
   std::atomic<int> changes{0};

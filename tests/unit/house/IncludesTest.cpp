@@ -36,11 +36,13 @@ const std::vector<Rule>& rules() {
       {"jobd/", {"jobd/", "helper-install/MachO.h", "platform/"}},
       {"router/", {"router/", "router-client/WLHIDEventRouterProtocols.h", "platform/"}},
       // What an application sees; and, since the command also sets a root up and looks into it, how
-      // devices are set up and named, and what the router says of itself.
+      // devices are set up and named, what the router says of itself, and the tables of the lines
+      // that are logged.
       {"tool/",
        {"tool/", "WLHIDAccess/", "platform/", "diagnostics/", "router/Devices.h",
         "router/DeviceFiles.h", "router/RouterErrors.h", "router/RouterLimits.h",
-        "router/RouterStatus.h"}},
+        "router/RouterStatus.h", "router/LogTable.h", "jobd/LogTable.h",
+        "router-client/LogSites.h"}},
       {"testkit/",
        {"testkit/", "WLHIDAccess/", "platform/", "router-client/WLHIDEventRouterProtocols.h"}},
       {"examples/", {"WLHIDAccess/", "platform/"}},

@@ -60,7 +60,7 @@ TEST(JobProcess, OthersHaveTheirTurnWhileAJobWritesWithoutEnd) {
   jobd::SystemLog log(open(directory, O_RDONLY | O_DIRECTORY));
   const jobd::ProcessPlan plan{
       label, {"sh", "-c", "echo ready; exec sleep 600"}, tools.get(), &noSockets, tools.get()};
-  const JobProcess job(loop, log, plan, [&](const std::string&) { loop.stop(); });
+  const JobProcess job(loop, log, plan, [&](const jobd::JobEnd&) { loop.stop(); });
 
   FileDescriptor output;
   int written = 0;
@@ -98,8 +98,8 @@ class ShellJob : public testing::Test {
     EventLoop loop;
     jobd::SystemLog log(open(at.path().string(), O_RDONLY | O_DIRECTORY));
     std::string end;
-    const JobProcess job(loop, log, plan, [&](const std::string& how) {
-      end = how;
+    const JobProcess job(loop, log, plan, [&](const jobd::JobEnd& how) {
+      end = how.text();
       loop.stop();
     });
     loop.run();
@@ -134,6 +134,12 @@ TEST_F(ShellJob, ItsEndIsSaidAsItWas) {
 TEST_F(ShellJob, WhatItWroteLastIsLoggedWithoutALinesEndToo) {
   run("echo one; echo two >&2; printf 'no end'");
   EXPECT_EQ(said(), "one\ntwo\nno end\n");
+}
+
+TEST_F(ShellJob, AnEntryThatGoesOnWithALineSaysSo) {
+  run("printf '%02048dsecond%02043dthird\nnext\n' 0 0");
+  EXPECT_EQ(said(),
+            std::string(2048, '0') + "\n… second" + std::string(2042, '0') + "\n… 0third\nnext\n");
 }
 
 TEST_F(ShellJob, MuchThatItWroteLastIsLogged) {

@@ -72,6 +72,23 @@ TEST(LogText, LongLinesGoOnInAFurtherEntry) {
   EXPECT_EQ(lines[3], "next");
 }
 
+TEST(LogText, ALineThatGoesOnIsKnown) {
+  LineSplitter splitter;
+  std::vector<bool> goesOn;
+  const auto sink = [&](std::string_view) { goesOn.push_back(splitter.goesOn()); };
+  const std::string longLine(2 * jobd::maximumEntryBytes + 5, 'x');
+  splitter.feed("one\n" + longLine + "\ntwo\n" + longLine, sink);
+  splitter.finish(sink);
+  splitter.feed("three\n", sink);
+  EXPECT_THAT(goesOn, ElementsAre(false, false, true, true, false, false, true, true, false));
+}
+
+TEST(LogText, AnEntryThatGoesOnIsNotCut) {
+  const std::string text =
+      std::string(jobd::continuationMark) + std::string(jobd::maximumEntryBytes, 'x');
+  EXPECT_EQ(entry(text), text + "\n");
+}
+
 TEST(LogText, ALineOfExactlyTheLimitIsOneEntry) {
   const std::string exact(jobd::maximumEntryBytes, 'x');
   EXPECT_THAT(split({exact + "\n"}), ElementsAre(exact));

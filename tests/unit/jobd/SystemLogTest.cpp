@@ -18,6 +18,12 @@ using jobd::SystemLog;
 using testsupport::readFile;
 using testsupport::TemporaryDirectory;
 
+// A note is a line of a table: no free text is one.
+static_assert(!std::is_invocable_v<decltype(&SystemLog::note), SystemLog&, std::string>);
+static_assert(!std::is_invocable_v<decltype(&SystemLog::note), SystemLog&, const char*>);
+
+const platform::LogLine kNote = platform::LogLine::of<jobd::row::installed>("two");
+
 platform::FileDescriptor open(const std::filesystem::path& path) {
   return platform::FileDescriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
@@ -26,11 +32,12 @@ TEST(SystemLog, EntriesAreAppended) {
   const TemporaryDirectory directory;
   testsupport::writeFile(directory.path() / "system.log", "before\n");
   SystemLog(open(directory.path())).write("com.x", 7, "one");
-  SystemLog(open(directory.path())).note("two");
-  EXPECT_THAT(readFile(directory.path() / "system.log"),
-              testing::MatchesRegex(
-                  "before\n[A-Z][a-z][a-z] [ 0-9][0-9] [0-9:]+ [^ ]+ com\\.x\\[7\\]: one\n"
-                  "[A-Z][a-z][a-z] [ 0-9][0-9] [0-9:]+ [^ ]+ wlhid-jobd\\[[0-9]+\\]: two\n"));
+  SystemLog(open(directory.path())).note(kNote);
+  EXPECT_THAT(
+      readFile(directory.path() / "system.log"),
+      testing::MatchesRegex(
+          "before\n[A-Z][a-z][a-z] [ 0-9][0-9] [0-9:]+ [^ ]+ com\\.x\\[7\\]: one\n"
+          "[A-Z][a-z][a-z] [ 0-9][0-9] [0-9:]+ [^ ]+ wlhid-jobd\\[[0-9]+\\]: installed two\n"));
 }
 
 TEST(SystemLog, ItsSizeIsBounded) {
@@ -143,7 +150,7 @@ TEST(SystemLog, ALogOfItsLimitIsBegunAnewByTheNextEntry) {
 TEST(SystemLog, IsForAllToReadAndItsOwnerToWrite) {
   const TemporaryDirectory directory;
   const mode_t mask = ::umask(0);
-  SystemLog(open(directory.path())).note("one");
+  SystemLog(open(directory.path())).note(kNote);
   ::umask(mask);
   struct stat status {};
   ASSERT_EQ(::stat((directory.path() / "system.log").c_str(), &status), 0);
@@ -161,7 +168,7 @@ TEST(SystemLog, NobodyNeedBeToldOfWhatIsLeftOut) {
 
 TEST(SystemLog, WithoutADirectoryNothingIsWritten) {
   SystemLog log{platform::FileDescriptor()};
-  EXPECT_NO_FATAL_FAILURE(log.note("lost"));
+  EXPECT_NO_FATAL_FAILURE(log.note(kNote));
 }
 
 /// The host that an entry names where the machine is called so; nothing where that cannot be tried.

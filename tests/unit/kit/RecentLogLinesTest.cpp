@@ -8,6 +8,8 @@
 #include <ctime>
 #include <thread>
 
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSError.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
 
 namespace platform {
@@ -43,6 +45,57 @@ TEST(RecentLogLines, KeepTimeSiteAndMessage) {
               MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6}Z "
                            "<3> -\\[Thing go:\\]:42 first"));
   EXPECT_THAT(contents.lines[1], EndsWith(" second"));
+}
+
+TEST(RecentLogLines, KnowWhereEachComesFrom) {
+  RecentLogLines lines;
+  KQLogEntry first = entry("first");
+  first.onlyNumber = 7;
+  lines.add(first);
+  const auto all = lines.lines();
+  ASSERT_EQ(all.size(), 1U);
+  EXPECT_EQ(all[0].function, "-[Thing go:]");
+  EXPECT_EQ(all[0].sourceLine, 42);
+  EXPECT_EQ(all[0].format, "%@");
+  EXPECT_EQ(all[0].onlyNumber, 7);
+  EXPECT_EQ(all[0].text, lines.contents().lines.at(0));
+  EXPECT_EQ(all[0].text.substr(0, all[0].time.size() + 1), all[0].time + " ");
+}
+
+TEST(RecentLogLines, OfALongSiteNothingIsKept) {
+  RecentLogLines lines;
+  const std::string longest(RecentLogLines::kMaximumSiteBytes, 'f');
+  const std::string longer = longest + "f";
+  KQLogEntry line = entry("x");
+  line.function = longest;
+  line.format = longer;
+  lines.add(line);
+  EXPECT_EQ(lines.lines().at(0).function, longest);
+  EXPECT_EQ(lines.lines().at(0).format, "");
+}
+
+/// What is kept of the number in a line with these arguments.
+template <class... Arguments>
+std::optional<std::int64_t> numberOf(std::string_view format, const Arguments&... arguments) {
+  auto& logger = KQLogger::sharedLogger();
+  const auto before = logger.setSink(std::make_shared<KQLogSink>());
+  logger.logAtLevel_function_sourcePath_sourceLine_tags_message(0, "f", "s", 1, nullptr, format,
+                                                                arguments...);
+  logger.setSink(before);
+  return logger.recentLines().lines().back().onlyNumber;
+}
+
+TEST(RecentLogLines, KeepTheNumberOfALineThatHasOneArgument) {
+  const auto error = NSError::errorWithDomain_code_userInfo(str("D"), -7, nullptr);
+  EXPECT_EQ(numberOf("%d", -3), -3);
+  EXPECT_EQ(numberOf("%lu", std::uint64_t{5}), 5);
+  EXPECT_EQ(numberOf("%@", error), -7);
+  EXPECT_EQ(numberOf("%@", nullptr), 0);
+  EXPECT_EQ(numberOf("none"), std::nullopt);
+  EXPECT_EQ(numberOf("%@", str("7")), std::nullopt);
+  EXPECT_EQ(numberOf("%s", "7"), std::nullopt);
+  EXPECT_EQ(numberOf("%@", bytes("\x07")), std::nullopt);
+  EXPECT_EQ(numberOf("%d %d", 1, 2), std::nullopt);
 }
 
 TEST(RecentLogLines, DropTheOldestPastTheirNumberAndCountThem) {

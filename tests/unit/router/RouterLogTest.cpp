@@ -12,6 +12,18 @@
 
 namespace {
 
+using platform::LogLine;
+
+// There is no way to log a free text.
+static_assert(!std::is_invocable_v<router::RouterLog, std::string>);
+static_assert(!std::is_invocable_v<router::RouterLog, const char*>);
+static_assert(!std::is_invocable_v<decltype(router::logToStandardError), std::string>);
+static_assert(!std::is_invocable_v<decltype(router::logToStandardError), const char*>);
+
+constexpr platform::LogTemplate kText{"it says {text}"};
+constexpr platform::LogTemplate kALine{"a line"};
+constexpr platform::LogTemplate kAnother{"another"};
+
 /// Standard error is a file for as long as this lives.
 class StandardErrorFile {
  public:
@@ -33,25 +45,25 @@ class StandardErrorFile {
 
 TEST(RouterLog, WritesOneLineWhateverStandsInIt) {
   const StandardErrorFile file;
-  router::logToStandardError("first");
-  router::logToStandardError("a\nb\x1b[2J");
-  router::logToStandardError("");
-  EXPECT_EQ(file.text(), "first\na\\x0ab\\x1b[2J\n\n");
+  router::logToStandardError(LogLine::of<kALine>());
+  router::logToStandardError(LogLine::of<kText>("a\nb\x1b[2J"));
+  router::logToStandardError(LogLine::of<kText>(""));
+  EXPECT_EQ(file.text(), "a line\nit says a\\x0ab\\x1b[2J\nit says \n");
 }
 
 TEST(RouterLog, GoesOnWhereAWriteWasInterruptedOrWroteAPart) {
   const StandardErrorFile file;
   fileoperations::limitWrites({-EINTR, 3, -EINTR, 1});
-  router::logToStandardError("a line");
+  router::logToStandardError(LogLine::of<kALine>());
   EXPECT_EQ(file.text(), "a line\n");
 }
 
 TEST(RouterLog, GivesUpWhereNobodyReads) {
   const StandardErrorFile file;
   fileoperations::limitWrites({2, -EPIPE});
-  router::logToStandardError("a line");
+  router::logToStandardError(LogLine::of<kALine>());
   EXPECT_EQ(file.text(), "a ");
-  router::logToStandardError("another");
+  router::logToStandardError(LogLine::of<kAnother>());
   EXPECT_EQ(file.text(), "a another\n");
 }
 

@@ -94,15 +94,32 @@ class ReportTest : public testing::Test {
     EXPECT_EQ(written.files["wlhid-report/manifest.json"], result.manifest);
     return written;
   }
+  /// With input.
   static std::string module(const Written& written, const std::string& name) {
-    const auto at = written.files.find("wlhid-report/modules/_.._test/" + name);
+    return contentOf(written, "_.._test/" + name);
+  }
+  static std::string contentOf(const Written& written, const std::string& name) {
+    const auto at = written.files.find("wlhid-report/modules/" + name);
     return at != written.files.end() ? at->second : "(not there)";
   }
-  static std::string problemOf(const Written& written, const std::string& part) {
+  static nlohmann::json missing(const Written& written, const std::string& part) {
     for (const auto& missing : written.manifest["missing"]) {
-      if (missing["part"] == part) return missing["problem"];
+      if (missing["part"] == part) return missing;
     }
-    return "(nothing missing)";
+    return {{"problem", "(nothing missing)"}};
+  }
+  static std::string problemOf(const Written& written, const std::string& part) {
+    return missing(written, part)["problem"];
+  }
+  /// The number under which the tests' module stands in a report without input.
+  static std::string moduleNumber() {
+    std::size_t number = 0;
+    for (const auto& module : KQLogger::sharedLogger().modules()) {
+      if (dynamic_cast<platform::KQLogModuleFileProvider*>(module.get()) == nullptr) continue;
+      ++number;
+      if (dynamic_cast<Module*>(module.get()) != nullptr) break;
+    }
+    return "module-" + std::to_string(number);
   }
 
   const testsupport::TemporaryDirectory directory_;
@@ -113,10 +130,13 @@ TEST_F(ReportTest, TheManifestNamesEveryFileWithItsSize) {
   Module::offered() = {dataFile("a.log", "words\n")};
   const Written written = report(false);
   const auto& manifest = written.manifest;
-  EXPECT_EQ(manifest["format"], 1);
+  EXPECT_EQ(manifest["format"], 2);
+  EXPECT_EQ(manifest["systemRoot"], "<private>");
   EXPECT_EQ(manifest["withInput"], false);
   EXPECT_EQ(manifest["tool"].get<std::string>().substr(0, 6), "wlhid ");
-  EXPECT_FALSE(manifest["system"]["kernel"].get<std::string>().empty());
+  const std::string kernel = manifest["system"]["kernel"];
+  EXPECT_TRUE(kernel.starts_with("Linux ")) << kernel;
+  EXPECT_EQ(kernel.find_first_not_of("0123456789.", 6), std::string::npos) << kernel;
   std::size_t named = 1;  // the manifest itself
   for (const auto& file : manifest["files"]) {
     const auto at = written.files.find("wlhid-report/" + file["name"].get<std::string>());
@@ -125,7 +145,7 @@ TEST_F(ReportTest, TheManifestNamesEveryFileWithItsSize) {
     ++named;
   }
   EXPECT_EQ(named, written.files.size());
-  for (const char* name : {"doctor.txt", "presence.json", "jobs.json", "devices.json",
+  for (const char* name : {"doctor.txt", "presence.json", "jobs.json", "devices.json", "root.json",
                            "modules/KQRecentLogLines/recent.log"})
     EXPECT_TRUE(written.files.contains("wlhid-report/" + std::string(name))) << name;
 }
@@ -141,10 +161,10 @@ TEST_F(ReportTest, AModuleThatFailsIsNamedAndLosesNoOther) {
       placeFile("directory.log", directory_.path(), false),
       dataFile("behind.log", "behind\n"),
   };
-  const Written written = report(false);
+  const Written written = report(true);
   EXPECT_EQ(module(written, "before.log"), "before\n");
   EXPECT_EQ(module(written, "behind.log"), "behind\n");
-  EXPECT_EQ(problemOf(written, "module failing"), "failed: serial [removed] and /home/[removed]");
+  EXPECT_EQ(problemOf(written, "module failing"), "failed: serial MARKFAIL and /home/MARKPATH/x");
   EXPECT_EQ(problemOf(written, "module ../test, file throws.log"), "failed: no");
   EXPECT_EQ(problemOf(written, "module ../test, file nothing.log"), "gave neither data nor a file");
   EXPECT_EQ(problemOf(written, "module ../test, file "), "has no source");
@@ -195,7 +215,7 @@ TEST_F(ReportTest, AFileIsThereWhereverItsModuleSaysThatItIsNotWhole) {
   };
   Module::offered() = {half("half", "a half\n"), half("byte", "\n"), half("none", ""),
                        dataFile("empty", "")};
-  const Written written = report(false);
+  const Written written = report(true);
   EXPECT_EQ(module(written, "half"), "a half\n");
   EXPECT_EQ(problemOf(written, "module ../test, file half"), "Domain 7");
   EXPECT_EQ(module(written, "byte"), "\n");
@@ -206,7 +226,7 @@ TEST_F(ReportTest, AFileIsThereWhereverItsModuleSaysThatItIsNotWhole) {
 
 TEST_F(ReportTest, APartHasItsModulesDescriptionAndCategory) {
   Module::offered() = {dataFile("a.log", "words\n")};
-  const Written written = report(false);
+  const Written written = report(true);
   for (const auto& file : written.manifest["files"]) {
     if (file["name"] != "modules/_.._test/a.log") continue;
     EXPECT_EQ(file["description"], "What a.log is");
@@ -216,13 +236,46 @@ TEST_F(ReportTest, APartHasItsModulesDescriptionAndCategory) {
   ADD_FAILURE() << written.manifest;
 }
 
-TEST_F(ReportTest, LongDataIsRedactedAcrossItsPieces) {
-  std::string text((std::size_t{1} << 16) - 3, 'x');
-  text[100] = '\n';
-  Module::offered() = {dataFile("long", text + "\nserial ABC\nlast")};
-  const std::string written = module(report(false), "long");
-  EXPECT_TRUE(written.ends_with("\nserial [removed]\nlast")) << written.size();
-  EXPECT_TRUE(written.starts_with(text.substr(0, 101)));
+TEST_F(ReportTest, OfOtherModulesNothingButLengthsIsThereWithoutInput) {
+  const std::string known = "Nov 21 03:12:46 h com.quillmar.hideventrouter[345]: router ends";
+  const fs::path place = directory_.path() / "MARKPLACE";
+  writeFile(place, "serial MARK\n");
+  Module::offered() = {dataFile("MARKNAME", "serial MARK\n" + known), nullptr,
+                       placeFile("MARKNAME", place, false)};
+  const Written written = report(false);
+  const std::string folder = moduleNumber() + "/";
+  EXPECT_EQ(contentOf(written, folder + "file-1"), "<a line of 11 bytes>\n<a line of 63 bytes>\n");
+  EXPECT_EQ(contentOf(written, folder + "file-3"), "<a line of 11 bytes>\n");
+  for (const auto& [name, content] : written.files)
+    EXPECT_EQ((name + content).find("MARK"), std::string::npos) << name << content;
+  EXPECT_EQ(
+      missing(written, "module " + moduleNumber() + ", file file-2"),
+      (nlohmann::json{{"part", "module " + moduleNumber() + ", file file-2"}, {"code", nullptr}}));
+}
+
+TEST_F(ReportTest, WithoutInputAPartThatIsMissingHasTheCodeOfItsError) {
+  const auto failing = [](std::int64_t code) {
+    return fileOf("x", [code](const auto&, const auto& handler) {
+      handler(platform::NSError::errorWithDomain_code_userInfo(str("MARK"), code, nullptr), nullptr,
+              nullptr, false);
+    });
+  };
+  Module::offered() = {failing(260), failing(4711220033)};
+  const Written written = report(false);
+  const std::string part = "module " + moduleNumber() + ", file file-";
+  EXPECT_EQ(missing(written, part + "1")["code"], 260);
+  EXPECT_EQ(missing(written, part + "2")["code"], "<private>");
+}
+
+TEST_F(ReportTest, TheRoutersLogIsKnownAcrossItsPieces) {
+  const std::string head = "Nov 21 03:12:46 h com.quillmar.hideventrouter[345]: ";
+  const std::string filler((std::size_t{1} << 16) - 100, 'x');
+  writeFile(root_.systemLog(), head + filler + "\n" + head + "nobody is connected\n" + head +
+                                   "serial code 4711220033\n");
+  EXPECT_EQ(contentOf(report(false), "WLHIDEventRouter/syslog-com.quillmar.hideventrouter.log"),
+            "<a line of " + std::to_string(head.size() + filler.size()) +
+                " bytes>\nNov 21 03:12:46 <private> com.quillmar.hideventrouter[345]: nobody is "
+                "connected\n<a line of 74 bytes>\n");
 }
 
 TEST_F(ReportTest, ATrialIsAStepOfItsOwn) {
@@ -239,17 +292,18 @@ TEST_F(ReportTest, FilesAreStreamedAndRemovedWhereTheModuleSaysSo) {
   writeFile(kept, text);
   writeFile(removed, "words\n");
   Module::offered() = {placeFile("kept.log", kept, false), placeFile("removed.log", removed, true)};
-  const Written written = report(false);
+  const Written written = report(true);
   EXPECT_EQ(module(written, "kept.log"), text);
   EXPECT_EQ(module(written, "removed.log"), "words\n");
   EXPECT_TRUE(fs::exists(kept));
   EXPECT_FALSE(fs::exists(removed));
 }
 
-TEST_F(ReportTest, WhatIsNoTextIsLeftOutUnlessInputIsWanted) {
+TEST_F(ReportTest, WhatIsNoTextIsThereOnlyWhenInputIsWanted) {
   const std::string binary = std::string("text\n") + '\0' + "MARK";
   Module::offered() = {dataFile("binary", binary)};
-  EXPECT_EQ(module(report(false), "binary"), "text\n(the rest is no text, and is left out)\n");
+  EXPECT_EQ(contentOf(report(false), moduleNumber() + "/file-1"),
+            "<a line of 4 bytes>\n<a line of 5 bytes>\n");
   EXPECT_EQ(module(report(true), "binary"), binary);
 }
 
@@ -259,8 +313,8 @@ TEST_F(ReportTest, InputOfTheFrameworksOwnLogIsThereOnlyWhenItIsKept) {
   const auto log = [] {
     const std::array<std::uint8_t, 4> bytes{0x4d, 0x41, 0x52, 0x4b};
     KQLogger::sharedLogger().logAtLevel_function_sourcePath_sourceLine_tags_message(
-        0, "-[C receivedData:]", "C", 314, nullptr, "Received for reportID %u: %@", 7U,
-        NSData::dataWithBytes(bytes));
+        0, "-[WLHIDEventRouterClient receivedData:forReportID:]", "C", 314, nullptr,
+        "Received for reportID %u: %@", 7U, NSData::dataWithBytes(bytes));
   };
   const std::string name = "wlhid-report/modules/KQRecentLogLines/recent.log";
   log();
@@ -269,10 +323,14 @@ TEST_F(ReportTest, InputOfTheFrameworksOwnLogIsThereOnlyWhenItIsKept) {
   log();
   lines.setKeepsInput(false);
   EXPECT_NE(report(true).files[name].find("4d41524b"), std::string::npos);
-  const std::string redacted = report(false).files[name];
-  EXPECT_EQ(redacted.find("4d41524b"), std::string::npos) << redacted;
-  EXPECT_NE(redacted.find("-[C receivedData:]:314 Received for reportID"), std::string::npos)
-      << redacted;
+  const std::string shown = report(false).files[name];
+  EXPECT_EQ(shown.find("4d41524b"), std::string::npos) << shown;
+  EXPECT_EQ(shown.find("reportID 7"), std::string::npos) << shown;
+  EXPECT_NE(
+      shown.find("-[WLHIDEventRouterClient receivedData:forReportID:]:314 Received for reportID "
+                 "<private>: <private>\n"),
+      std::string::npos)
+      << shown;
   KQLogger::sharedLogger().setSink(nullptr);
 }
 

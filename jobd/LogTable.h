@@ -1,0 +1,44 @@
+// Every line that the job daemon logs, one row a line. See platform/foundation/LogTemplate.h for
+// what the places mean.
+//
+// Paths and causes are texts, and users are private: a diagnostic report shows neither. Of labels
+// it shows the router's.
+//
+// Threading, Ownership, Errors, Order: constants.
+#pragma once
+
+#include <array>
+
+#include "platform/foundation/LogTemplate.h"
+
+namespace jobd::row {
+
+using platform::LogTemplate;
+
+// clang-format off
+inline constexpr LogTemplate cannotRun{"wlhid-jobd: {text}"};
+inline constexpr LogTemplate cannotWatch{"cannot watch the run directory: {text}"};
+inline constexpr LogTemplate leavesOut{"leaving out the job {label}: {text}"};
+inline constexpr LogTemplate leaveGiven{"leave to change {label} given to process {count} ({text}) of user {private}"};
+inline constexpr LogTemplate leaveRefused{"leave to change {label} refused to process {count} ({text}) of user {private}"};
+inline constexpr LogTemplate installed{"installed {label}"};
+inline constexpr LogTemplate removed{"removed {label}"};
+inline constexpr LogTemplate cannotStart{"cannot start {label}: {text}"};
+inline constexpr LogTemplate jobExited{"{label}[{count}] exited with status {count}"};
+inline constexpr LogTemplate jobKilled{"{label}[{count}] ended by signal {count}"};
+inline constexpr LogTemplate linesLeftOut{"{count} lines of {label} were left out: it writes too much at a time"};
+// clang-format on
+
+/// All of the above.
+inline constexpr std::array kTable{
+    &cannotRun, &cannotWatch, &leavesOut, &leaveGiven, &leaveRefused, &installed,
+    &removed,   &cannotStart, &jobExited, &jobKilled,  &linesLeftOut,
+};
+
+/// How the daemon's status names a job's last end, without the job: no line of the log.
+inline constexpr LogTemplate exited{"exited with status {count}"};
+inline constexpr LogTemplate killed{"ended by signal {count}"};
+inline constexpr LogTemplate notStarted{"could not be started: {text}"};
+inline constexpr std::array kEnds{&exited, &killed, &notStarted};
+
+}  // namespace jobd::row

@@ -1,0 +1,204 @@
+#include "tool/report/ShownFindings.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <nlohmann/json.hpp>
+
+namespace tool {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr std::uint32_t kLargestModelNumber = 0xFFFF;
+
+/// What Diagnosis.cpp calls its checks; that of a job has its label behind it.
+constexpr std::array<std::string_view, 12> kChecks{
+    "system root",    "job",        "own copy", "installed copy", "versions", "presence",
+    "running router", "job daemon", "endpoint", "devices",        "log",      "disk"};
+
+std::string shownName(std::string_view check) {
+  constexpr std::string_view kJob = "job ";
+  if (std::ranges::find(kChecks, check) != kChecks.end()) return std::string(check);
+  if (!check.starts_with(kJob)) return std::string(kPrivate);
+  return std::string(kJob) + shownLabel(check.substr(kJob.size()));
+}
+
+std::string_view shownState(CopyState state) {
+  switch (state) {
+    case CopyState::NoPath:
+      return "no path";
+    case CopyState::Unreadable:
+      return "unreadable";
+    case CopyState::NoEmbeddedList:
+      return "no embedded property list";
+    case CopyState::BadList:
+      return "damaged property list";
+    case CopyState::NoVersion:
+      return "no version";
+    case CopyState::Complete:
+      break;
+  }
+  return "complete";
+}
+
+ordered_json shownCopy(const RouterCopy& copy) {
+  return {{"state", shownState(copy.state)}, {"version", shownVersionOrNull(copy.version)}};
+}
+
+/// Null for nobody.
+ordered_json shownOwner(bool exists, uid_t owner) {
+  if (!exists) return {};
+  if (owner == 0) return "root";
+  return owner == ::geteuid() ? "this user" : "another user";
+}
+
+ordered_json shownModelNumber(std::uint32_t number) {
+  return number <= kLargestModelNumber ? ordered_json(number) : ordered_json(kPrivate);
+}
+
+ordered_json shownSession(const router::SessionStatus& session, DeviceOrder& devices) {
+  return {{"pid", shownCode(session.pid)},
+          {"device", session.device ? ordered_json(devices.nameOf(*session.device)) : nullptr},
+          {"exclusive", session.exclusive},
+          {"delivered", shownNumber(session.delivered)},
+          {"lost", shownNumber(session.lost)}};
+}
+
+ordered_json shownRouter(const router::RouterStatus& router, DeviceOrder& devices) {
+  ordered_json sessions = ordered_json::array();
+  for (const auto& session : router.sessions) sessions.push_back(shownSession(session, devices));
+  return {{"pid", shownCode(router.pid)},
+          {"version", shownVersionOrNull(router.version)},
+          {"lost", shownNumber(router.lost)},
+          {"sessions", sessions}};
+}
+
+ordered_json shownJob(const platform::JobStatus& job) {
+  ordered_json services = ordered_json::array();
+  for (const std::string& service : job.services) services.push_back(shownLabel(service));
+  return {{"label", shownLabel(job.label)},
+          {"services", services},
+          {"pid", job.processIdentifier == 0 ? nullptr : shownCode(job.processIdentifier)},
+          {"starts", shownCode(job.starts)},
+          {"heldBackMilliseconds", shownCode(job.heldBackMilliseconds)},
+          {"lastEnd", job.lastEnd.empty() ? ordered_json() : ordered_json(shownEnd(job.lastEnd))}};
+}
+
+ordered_json shownJobDaemon(const JobDaemonState& daemon) {
+  ordered_json jobs = ordered_json::array();
+  ordered_json process;
+  if (daemon.reply) {
+    process = shownCode(daemon.reply->daemonProcessIdentifier);
+    for (const auto& job : daemon.reply->jobs) jobs.push_back(shownJob(job));
+  }
+  return {{"asked", daemon.asked},
+          {"answered", daemon.reply.has_value()},
+          {"isForOthers", daemon.isForOthers},
+          {"hasProblem", !daemon.problem.empty()},
+          {"pid", process},
+          {"jobs", jobs}};
+}
+
+ordered_json shownEndpoint(const Endpoint& endpoint) {
+  return {{"service", shownLabel(endpoint.service)},
+          {"exists", endpoint.exists},
+          {"owner", shownOwner(endpoint.exists, endpoint.owner)},
+          {"isSocket", endpoint.exists && S_ISSOCK(endpoint.mode)},
+          {"mayConnect", endpoint.mayConnect},
+          {"hasProblem", !endpoint.problem.empty()}};
+}
+
+}  // namespace
+
+ordered_json shownNumber(std::uint64_t number) {
+  const bool fits = number <= std::uint64_t{std::numeric_limits<std::int64_t>::max()};
+  return fits && isShownNumber(static_cast<std::int64_t>(number)) ? ordered_json(number)
+                                                                  : ordered_json(kPrivate);
+}
+
+ordered_json shownCode(std::optional<std::int64_t> code) {
+  if (!code) return {};
+  return isShownCode(*code) ? ordered_json(*code) : ordered_json(kPrivate);
+}
+
+ordered_json shownVersionOrNull(const std::string& version) {
+  return version.empty() ? ordered_json() : ordered_json(shownVersion(version));
+}
+
+std::string shownDiagnosis(const Diagnosis& diagnosis) {
+  std::string text = diagnosis.verdict + "\n";
+  for (const Check& check : diagnosis.checks)
+    text += std::string(textOf(check.state)) + ": " + shownName(check.name) + "\n";
+  return text;
+}
+
+ordered_json shownPresence(const PresenceCheck& presence) {
+  const auto& installed = presence.versions.installed;
+  ordered_json steps = ordered_json::array();
+  for (const PresenceStep& step : presence.steps) {
+    steps.push_back(
+        {{"name", step.name}, {"question", step.question}, {"answer", textOf(step.answer)}});
+  }
+  return {{"installed", presence.installed},
+          {"bundleCopy", shownCopy(presence.versions.bundle)},
+          {"installedCopy", installed ? shownCopy(*installed) : ordered_json()},
+          {"steps", steps}};
+}
+
+ordered_json shownJobs(const Inventory& inventory, DeviceOrder& devices) {
+  ordered_json endpoints = ordered_json::array();
+  for (const Endpoint& endpoint : inventory.endpoints) endpoints.push_back(shownEndpoint(endpoint));
+  const auto& router = inventory.router;
+  return {{"jobDaemon", shownJobDaemon(inventory.jobDaemon)},
+          {"endpoints", endpoints},
+          {"router", router ? shownRouter(*router, devices) : ordered_json()}};
+}
+
+ordered_json shownDevices(const DeviceList& list, DeviceOrder& devices) {
+  ordered_json shown = ordered_json::array();
+  for (const auto& device : list.devices) {
+    shown.push_back({{"device", devices.nameOf(device.registryEntryID)},
+                     {"bus", shownModelNumber(device.bus)},
+                     {"vendor", shownModelNumber(device.vendor)},
+                     {"product", shownModelNumber(device.product)},
+                     {"isRecording", device.source.starts_with("replay ")}});
+  }
+  return {{"devices", shown}, {"configurationsWithProblems", list.problems.size()}};
+}
+
+ordered_json shownRoot(const Inventory& inventory) {
+  const RootState& root = inventory.rootState;
+  const LogState& log = inventory.log;
+  return {{"isSystem", inventory.root.isSystem()},
+          {"exists", root.exists},
+          {"owner", shownOwner(root.exists, root.owner)},
+          {"hasProblem", !root.problem.empty()},
+          {"log",
+           {{"exists", log.exists},
+            {"isFile", log.isFile},
+            {"owner", shownOwner(log.owner != static_cast<uid_t>(-1), log.owner)},
+            {"bytes", shownNumber(log.bytes)},
+            {"hasProblem", !log.problem.empty()}}},
+          {"disk",
+           {{"freeMiB", shownNumber(inventory.disk.freeBytes >> 20)},
+            {"hasProblem", !inventory.disk.problem.empty()}}}};
+}
+
+ordered_json shownTrial(const TrialResult& trial, DeviceOrder& devices) {
+  ordered_json statuses = ordered_json::array();
+  for (const auto status : trial.statuses) statuses.push_back(static_cast<std::uint64_t>(status));
+  ordered_json codes = ordered_json::array();
+  for (const std::int64_t code : trial.errorCodes) codes.push_back(shownCode(code));
+  return {{"device", devices.nameOf(trial.registryEntryID)},
+          {"outcome", trial.outcome},
+          {"statuses", statuses},
+          {"errorCodes", codes},
+          {"deliveries", shownNumber(trial.deliveries)}};
+}
+
+}  // namespace tool
