@@ -8,6 +8,8 @@
 #include "platform/foundation/NSPropertyListSerialization.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "platform/kit/KQIOObject.h"
+#include "platform/xpc/NSXPCConnection.h"
+#include "router-client/WLHIDEventRouterClient+Implementation.h"
 #include "testkit/ClientTrace.h"
 #include "testkit/RecordingDelegate.h"
 #include "testkit/RouterSide.h"
@@ -110,7 +112,8 @@ TEST_F(ScriptedKit, NothingComesThroughBeforeResume) {
       NSXPCConnection::initWithMachServiceName_options(str(WLHIDEventRouterLabel), 0);
   connection->setExportedInterface(
       NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterClientProtocol::protocol()));
-  connection->setExportedObject<WLHIDEventRouterClientProtocol>(client_);
+  connection->setExportedObject(std::shared_ptr<WLHIDEventRouterClientProtocol>(
+      client_, &WLHIDEventRouterClient::Implementation::of(*client_)));
   auto& router = *platform_.connection(1);
   EXPECT_FALSE(testkit::sendReport(router, {1}, 1));
   connection->resume();
