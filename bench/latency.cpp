@@ -12,6 +12,8 @@
 #include "bench/Bench.h"
 #include "bench/Client.h"
 #include "bench/Processors.h"
+#include "platform/xpc/NSXPCConnection.h"
+#include "router-client/WLHIDEventRouterProtocols.h"
 
 namespace bench {
 namespace {

@@ -8,6 +8,7 @@
 #include <iterator>
 #include <map>
 
+#include "WLHIDAccess/WLHIDEventRouterConstants.h"
 #include "platform/services/Grant.h"
 #include "platform/services/JobFile.h"
 #include "platform/xpc/NSXPCListener.h"

@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "WLHIDAccess/WLHIDEventRouterConstants.h"
 #include "platform/foundation/ForwardingFoundationProvider.h"
 #include "platform/services/Authorization.h"
 #include "platform/services/JobDaemon.h"
