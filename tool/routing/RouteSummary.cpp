@@ -15,7 +15,7 @@ namespace tool {
 
 namespace {
 
-constexpr std::chrono::milliseconds kPatience{500};
+constexpr std::chrono::milliseconds kPatience{2000};
 constexpr std::chrono::milliseconds kPause{10};
 
 std::string decimal(const char* format, double number) {
