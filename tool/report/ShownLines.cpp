@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "WLHIDAccess/WLHIDEventRouterConstants.h"
 #include "jobd/LogTable.h"
 #include "platform/foundation/LogTemplate.h"
 #include "router-client/LogSites.h"
