@@ -87,6 +87,12 @@ function(wlhid_test name)
     set(A_TIMEOUT 300)
   endif()
   add_test(NAME ${name} COMMAND ${name})
+  foreach(label ${A_LABELS})  # tests_unit builds what a run of the tests with that label needs
+    if(NOT TARGET tests_${label})
+      add_custom_target(tests_${label})
+    endif()
+    add_dependencies(tests_${label} ${name})
+  endforeach()
   set_tests_properties(${name} PROPERTIES TIMEOUT ${A_TIMEOUT} LABELS "${A_LABELS}" RUN_SERIAL "${A_SERIAL}"
     ENVIRONMENT "WLHID_SOURCE_DIR=${CMAKE_SOURCE_DIR};WLHID_BINARY_DIR=${CMAKE_BINARY_DIR}")
 endfunction()
