@@ -1,12 +1,9 @@
 #include "helper-install/MachO.h"
 
 #include <array>
-#include <bit>
+#include <concepts>
 #include <cstring>
 #include <vector>
-
-static_assert(std::endian::native == std::endian::little,
-              "thin images are read in the host's byte order, which must be little-endian");
 
 namespace {
 
@@ -33,8 +30,18 @@ T readAt(Bytes image, std::uint64_t offset) {
   return value;
 }
 
+/// The fields of a thin image, whatever processor reads them.
+template <std::unsigned_integral T>
+T readLittleEndian(Bytes image, std::uint64_t offset) {
+  const auto bytes = readAt<std::array<std::uint8_t, sizeof(T)>>(image, offset);
+  T value = 0;
+  for (std::size_t i = bytes.size(); i-- > 0;) value = static_cast<T>(value << 8 | bytes.at(i));
+  return value;
+}
+
+/// The fields of a fat header.
 std::uint32_t readBigEndian32(Bytes image, std::uint64_t offset) {
-  return __builtin_bswap32(readAt<std::uint32_t>(image, offset));
+  return __builtin_bswap32(readLittleEndian<std::uint32_t>(image, offset));
 }
 
 Bytes subrange(Bytes image, std::uint64_t offset, std::uint64_t size) {
@@ -122,7 +129,7 @@ class SectionSearch {
 
   /// Searches a thin image, or begins the walk over a fat one.
   std::optional<Bytes> enter(Bytes image, std::vector<FatWalk>& walks) try {
-    switch (readAt<std::uint32_t>(image, 0)) {
+    switch (readLittleEndian<std::uint32_t>(image, 0)) {
       case fatMagic:
       case fatMagicSwapped:
         walks.push_back({image, readBigEndian32(image, 4), 0});
@@ -153,11 +160,11 @@ class SectionSearch {
   }
 
   std::optional<Bytes> searchThin(Bytes image, std::uint64_t firstCommandAt) {
-    const auto count = readAt<std::uint32_t>(image, 16);
+    const auto count = readLittleEndian<std::uint32_t>(image, 16);
     std::uint64_t at = firstCommandAt;
     for (std::uint32_t k = 0; k < count && at < image.size() && takeStep(); ++k) {
-      const auto command = readAt<std::uint32_t>(image, at);
-      const auto distance = readAt<std::uint32_t>(image, at + 4);
+      const auto command = readLittleEndian<std::uint32_t>(image, at);
+      const auto distance = readLittleEndian<std::uint32_t>(image, at + 4);
       if (const auto* layout = segmentLayout(command)) {
         if (const auto found = searchSegment(image, at, *layout)) return found;
       }
@@ -170,14 +177,14 @@ class SectionSearch {
   }
 
   std::optional<Bytes> searchSegment(Bytes image, std::uint64_t at, const SegmentLayout& layout) {
-    const auto count = readAt<std::uint32_t>(image, at + layout.sectionCountAt);
+    const auto count = readLittleEndian<std::uint32_t>(image, at + layout.sectionCountAt);
     std::uint64_t record = at + layout.firstSectionAt;
     for (std::uint32_t i = 0; i < count && takeStep(); ++i, record += layout.sectionStride) {
-      const std::uint64_t size = layout.sizeIs64Bit
-                                     ? readAt<std::uint64_t>(image, record + layout.sizeAt)
-                                     : readAt<std::uint32_t>(image, record + layout.sizeAt);
+      const std::uint64_t size =
+          layout.sizeIs64Bit ? readLittleEndian<std::uint64_t>(image, record + layout.sizeAt)
+                             : readLittleEndian<std::uint32_t>(image, record + layout.sizeAt);
       if (size == 0) continue;
-      const auto offset = readAt<std::uint32_t>(image, record + layout.offsetAt);
+      const auto offset = readLittleEndian<std::uint32_t>(image, record + layout.offsetAt);
       if (offset == 0) continue;
       if (!section_.isAt(image, record) || !segment_.isAt(image, record + 16)) continue;
       return subrange(image, offset, size);

@@ -26,6 +26,8 @@ constexpr std::uint16_t thisMachine = EM_X86_64;
 constexpr std::uint16_t thisMachine = EM_AARCH64;
 #elif defined(__riscv)
 constexpr std::uint16_t thisMachine = EM_RISCV;
+#elif defined(__s390x__)
+constexpr std::uint16_t thisMachine = EM_S390;
 #else
 #error "name the ELF machine number of this processor"
 #endif
