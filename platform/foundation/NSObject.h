@@ -43,7 +43,9 @@ class NSObject {
   [[nodiscard]] static std::strong_ordering compare(const NSObject* a, const NSObject* b);
 
   /// Value equality where the class has a value, identity otherwise. Null is equal to nothing.
-  [[nodiscard]] bool isEqual(const NSObject* other) const { return compare(this, other) == 0; }
+  [[nodiscard]] bool isEqual(const NSObject* other) const {
+    return std::is_eq(compare(this, other));
+  }
   [[nodiscard]] bool isEqual(const std::shared_ptr<NSObject>& other) const {
     return isEqual(other.get());
   }

@@ -41,6 +41,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <utility>
 
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSString.h"
@@ -145,7 +146,10 @@ class NSXPCConnection {
   /// Has `action` called on the connection's queue: once, between two deliveries, in the order of
   /// these calls, and not inside this one. An end that comes before it drops it. A connection
   /// without a queue of its own calls it here and now.
-  virtual void callOnQueue(std::function<void()> action) { action(); }
+  virtual void callOnQueue(std::function<void()> action) {
+    const auto call = std::move(action);
+    call();
+  }
   /// For messages that are to go out together. Null for a connection that knows no batches.
   [[nodiscard]] virtual std::shared_ptr<XPCMessageBatch> makeBatch() { return nullptr; }
 
