@@ -154,7 +154,7 @@ void ConnectionCore::resume() {
   pokeLocked();
   const bool starved = !threadRuns_;
   lock.unlock();
-  if (starved) log("no thread or descriptor is to be had; the next call tries again");
+  if (starved) log("no thread or descriptor is available; the next call tries again");
 }
 
 void ConnectionCore::invalidate() {

@@ -156,8 +156,7 @@ void ConnectionCore::dropForWantOfObject(std::size_t method, std::uint64_t id) {
   if (exported_ && isGone && object_.protocol == &exported_->protocol()) {
     ++missedSinceGone_;
   } else if (!std::exchange(missedObjectLogged_, true)) {
-    log("message ", std::to_string(method),
-        " and any further one dropped: there is no exported object");
+    log("message ", std::to_string(method), " and further ones dropped: no object is exported");
   }
   answerDropped(id);
 }
@@ -183,7 +182,7 @@ PendingRequests::Requests::node_type ConnectionCore::takePending(std::uint64_t i
 
 bool ConnectionCore::handleReply(std::uint64_t id) {
   auto request = takePending(id);
-  if (request.empty()) return breach("a reply that nobody waits for");
+  if (request.empty()) return breach("a reply to a request that is not pending");
   PendingRequests::Request& pending = request.mapped();
   XPCValues values;
   ValuesResult result;
@@ -212,11 +211,11 @@ bool ConnectionCore::handleReply(std::uint64_t id) {
 
 bool ConnectionCore::handleReplyDropped(std::uint64_t id) {
   const auto request = takePending(id);
-  if (request.empty()) return breach("news of a reply that nobody waits for");
+  if (request.empty()) return breach("a reply-dropped frame for a request that is not pending");
   const PendingRequests::Request& pending = request.mapped();
   if (pending.errorHandler && *pending.errorHandler) {
-    const auto error = makeErrorAnyway(NSXPCConnectionReplyInvalid,
-                                       "will not bring a reply: the peer dropped it unanswered");
+    const auto error =
+        makeErrorAnyway(NSXPCConnectionReplyInvalid, "got no reply: the peer dropped the request");
     guarded("an error handler", [&] { (*pending.errorHandler)(error); });
   }
   return true;

@@ -181,7 +181,7 @@ void ConnectionCore::serve() {
     if (outbox_.hasLostAnswer()) streamEnd_ = StreamEnd::Breach;
   }
   if (!readsMayWait_) letReadsWait();
-  if (streamEnd_ == StreamEnd::Breach) log("breach: the peer asks but cannot be given the answers");
+  if (streamEnd_ == StreamEnd::Breach) log("breach: replies to the peer can no longer be queued");
   while (streamEnd_ == StreamEnd::No) {
     if (readOnce()) {
       deliverOrBreach();
@@ -220,7 +220,7 @@ bool ConnectionCore::readOnce() {
   const bool waits = std::exchange(expectsMore_, false) && readsMayWait_ && !hasBacklog();
   std::span<std::uint8_t> room;
   if (!patiently([&] { room = buffer_.room(receiver_.frameSize()); }))
-    return breach("no memory for what it sends");
+    return breach("out of memory for what the peer sends");
   const ssize_t count = ::recv(socket_, room.data(), room.size(), waits ? 0 : MSG_DONTWAIT);
   if (count > 0) {
     buffer_.filled(static_cast<std::size_t>(count));
@@ -425,7 +425,8 @@ void ConnectionCore::linger() {
   }
   // To a peer that has ended as well nobody can hand anything over, and nobody expects it.
   if (!lost.empty() && !peerEnded)
-    log(std::to_string(lost.size()), " messages sent before the end were not taken by the peer");
+    log(std::to_string(lost.size()),
+        " messages sent before the end were not delivered: the peer did not read them in time");
   ::shutdown(socket_, SHUT_WR);
 }
 

@@ -88,7 +88,7 @@ ValuesResult decodeValues(WireReader& reader, const std::vector<ArgumentRule>& r
     if (reader.failed()) return {DecodeVerdict::Malformed, i, "truncated"};
   }
   if (reader.remaining() != 0)
-    return {DecodeVerdict::Malformed, rules.size(), "bytes behind the last argument"};
+    return {DecodeVerdict::Malformed, rules.size(), "bytes after the last argument"};
   return {};
 }
 

@@ -233,7 +233,7 @@ class Encoder {
     const std::size_t start = written.front().key;
     std::sort(written.begin(), written.end(), before);
     if (std::adjacent_find(written.begin(), written.end(), notBefore) != written.end())
-      throw EncodingError(EINVAL, "two keys of a dictionary have become the same");
+      throw EncodingError(EINVAL, "two keys of a dictionary have become equal");
     rewrite(start, written);
   }
   /// Puts the entries, which stand at `start` in another order, into the order of `written`.
@@ -399,7 +399,7 @@ class Decoder {
   }
   bool boolean(Object& result) {
     const std::uint8_t value = reader_.u8();
-    if (value > 1) return malformed("a boolean other than 0 and 1");
+    if (value > 1) return malformed("a boolean other than 0 or 1");
     return fixed(result, value == 1 ? shared_.yes : shared_.no);
   }
   bool fixed(Object& result, Object value) {
@@ -512,9 +512,9 @@ class Decoder {
   bool inOrder(Bytes previous, Bytes key) {
     const auto order = compareBytes(previous, key);
     if (order == 0) return keyTwice();
-    return order < 0 || malformed("keys of a dictionary that are not in ascending order");
+    return order < 0 || malformed("dictionary keys not in ascending order");
   }
-  bool keyTwice() { return malformed("a key that stands twice in a dictionary"); }
+  bool keyTwice() { return malformed("a duplicate key in a dictionary"); }
 
   bool error(Object& result) {
     const auto code = static_cast<std::int64_t>(reader_.u64());
@@ -523,7 +523,7 @@ class Decoder {
     Object userInfo;
     if (!value(inside_ | tagBit(ObjectTag::Dictionary), Nullable::Yes, userInfo)) return false;
     if (userInfo != nullptr && &userInfo->isa() != &NSDictionary::classObject()) {
-      return malformed("a user info that is no dictionary");
+      return malformed("a user info that is not a dictionary");
     }
     result = NSError::errorWithDomain_code_userInfo(
         domain, code, std::static_pointer_cast<NSDictionary>(userInfo));
@@ -537,7 +537,7 @@ class Decoder {
     return count <= reader_.remaining() / minimum || malformed("more members than bytes");
   }
 
-  bool truncated() { return malformed("truncated, or a size in its long form without need"); }
+  bool truncated() { return malformed("truncated, or a size below 255 in its long form"); }
   bool malformed(std::string_view reason) { return fail(DecodeVerdict::Malformed, reason); }
   bool refused(std::string_view className) { return fail(DecodeVerdict::Refused, className); }
   bool fail(DecodeVerdict verdict, std::string_view reason) {

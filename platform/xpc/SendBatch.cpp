@@ -19,8 +19,9 @@ class SendBatch::Sink final : public XPCMessageSink {
 
   void send(std::size_t method, const XPCValues& arguments, XPCReplyHandler reply) override {
     if (!remote_->methods()[method].hasReply) return batch_->add(method, arguments, handler_);
-    batch_->core_->failUnencodable(EncodingError(EINVAL, "a batch takes no message with a reply"),
-                                   std::move(reply), handler_);
+    batch_->core_->failUnencodable(
+        EncodingError(EINVAL, "a batch cannot hold a message with a reply"), std::move(reply),
+        handler_);
   }
   void sendMessage(std::size_t method, std::span<const XPCArgumentRef> arguments) override {
     batch_->add(method, arguments, handler_);

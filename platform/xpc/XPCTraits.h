@@ -217,7 +217,8 @@ struct XPCMethodList {
 
   template <auto Method>
   static constexpr std::size_t indexOf() {
-    static_assert((xpc_detail::sameMethod<Method, Methods> || ...), "no method of this protocol");
+    static_assert((xpc_detail::sameMethod<Method, Methods> || ...),
+                  "not a method of this protocol");
     std::size_t index = 0;
     std::size_t found = count;
     ((found = xpc_detail::sameMethod<Method, Methods> ? index : found, ++index), ...);

@@ -51,7 +51,7 @@ class Cursor {
   }
   View block() { return take(size()); }
 
-  static constexpr const char* kCut = "truncated, or a size in its long form without need";
+  static constexpr const char* kCut = "truncated, or a size below 255 in its long form";
 
  private:
   View bytes_;
@@ -171,7 +171,7 @@ class ObjectReader {
     if (tag == 2) return "string " + text();
     if (tag == 3) {
       const auto flag = cursor_.number(1);
-      if (flag > 1) throw Breach{"a boolean other than 0 and 1"};
+      if (flag > 1) throw Breach{"a boolean other than 0 or 1"};
       return "number " + std::to_string(flag);
     }
     if (tag == 8) {
@@ -254,7 +254,7 @@ class ObjectReader {
     const std::string one = textOf(before);
     const std::string other = textOf(key);
     if (one == other) throw Breach{kTwice};
-    if (one > other) throw Breach{"keys of a dictionary that are not in ascending order"};
+    if (one > other) throw Breach{"dictionary keys not in ascending order"};
   }
   std::string error(unsigned depth) {
     std::string same = "error " + std::to_string(cursor_.number(8));
@@ -263,7 +263,7 @@ class ObjectReader {
     admitted.insert(11);
     last_ = 0;
     const std::string info = object(admitted, true, depth);
-    if (last_ != 0 && last_ != 11) throw Breach{"a user info that is no dictionary"};
+    if (last_ != 0 && last_ != 11) throw Breach{"a user info that is not a dictionary"};
     append(same, info == "dictionary" ? std::string() : info);
     return same;
   }
@@ -272,7 +272,7 @@ class ObjectReader {
     if (keys_ > 0) same += " " + std::to_string(part.size()) + ":" + part;
   }
 
-  static constexpr const char* kTwice = "a key that stands twice in a dictionary";
+  static constexpr const char* kTwice = "a duplicate key in a dictionary";
 
   Cursor& cursor_;
   const Tags& inside_;
@@ -293,7 +293,7 @@ void readValues(Cursor& cursor, const std::vector<Rule>& rules) {
       ObjectReader(cursor, rule.inside).object(rule.itself, true, 0);
     }
   }
-  if (cursor.left() > 0) throw Breach{"bytes behind the last argument"};
+  if (cursor.left() > 0) throw Breach{"bytes after the last argument"};
 }
 
 const std::vector<Method>& methodsOf(Receiver receiver) {
@@ -363,9 +363,9 @@ class Judge {
     return bytes.size();
   }
   void body(std::uint64_t kind, std::uint64_t method, View bytes) {
-    if (!greeted_ && kind != 1) throw Breach{"the first frame is no hello"};
+    if (!greeted_ && kind != 1) throw Breach{"the first frame is not a hello"};
     if (kind == 2 || kind == 3) return call(kind == 3, method, bytes);
-    if (method != 0) throw Breach{"a method number where none belongs"};
+    if (method != 0) throw Breach{"an unexpected method number"};
     if (kind == 1) return hello(bytes);
     if (kind == 4) return reply(bytes);
     if (kind == 5) return dropped(bytes);
@@ -388,7 +388,7 @@ class Judge {
         if (cursor.left() > 0) throw Breach{};
       }
     } catch (const Breach&) {
-      throw Breach{"a hello that is none"};
+      throw Breach{"a malformed hello"};
     }
     if (version != 2) throw Breach{"the peer speaks version " + std::to_string(version)};
     if (!expected_.empty() && !theirs.empty() && expected_ != theirs)
@@ -411,9 +411,9 @@ class Judge {
     }
     const auto& methods = methodsOf(receiver_);
     if (methods.empty()) return dropForWantOfObject(id);
-    if (method >= methods.size()) throw Breach{"a method that the protocol lacks"};
+    if (method >= methods.size()) throw Breach{"an unknown method"};
     if (methods[method].request != request)
-      throw Breach{"a message and a request mistaken for each other"};
+      throw Breach{"a message sent as a request, or a request as a message"};
     try {
       const std::size_t start = cursor.at();
       readValues(cursor, methods[method].arguments);
@@ -430,7 +430,7 @@ class Judge {
   void reply(View bytes) {
     Cursor cursor(bytes);
     if (bytes.size() < 8 || pending_.erase(cursor.number(8)) == 0)
-      throw Breach{"a reply that nobody waits for"};
+      throw Breach{"a reply to a request that is not pending"};
     try {
       const std::size_t start = cursor.at();
       readValues(cursor, {{0, {12}, kInStartErrors}});
@@ -444,9 +444,9 @@ class Judge {
     }
   }
   void dropped(View bytes) {
-    if (bytes.size() != 8) throw Breach{"a malformed frame about a dropped reply"};
+    if (bytes.size() != 8) throw Breach{"a malformed reply-dropped frame"};
     if (pending_.erase(Cursor(bytes).number(8)) == 0)
-      throw Breach{"news of a reply that nobody waits for"};
+      throw Breach{"a reply-dropped frame for a request that is not pending"};
     result_.events.push_back("error 4101");
   }
   void refuse(const Refusal& refusal) {

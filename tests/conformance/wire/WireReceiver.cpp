@@ -62,7 +62,7 @@ std::string eventOfLog(std::string_view line) {
   constexpr std::string_view kBreach = "accepted connection: breach: ";
   constexpr std::string_view kNotAdmitted = " is not admitted";
   if (line.starts_with(kBreach)) return "breach " + std::string(line.substr(kBreach.size()));
-  if (line.find("there is no exported object") != line.npos) return {};
+  if (line.find("no object is exported") != line.npos) return {};
   const auto end = line.find(kNotAdmitted);
   const auto start = line.rfind(": ", end);
   if (end == line.npos || start == line.npos) return "log " + std::string(line);

@@ -168,7 +168,7 @@ TEST_F(HostileService, AStreamThatDoesNotBeginWithAHelloIsABreach) {
   connect();
   ASSERT_TRUE(peer_->send(example("received-data")));
   ASSERT_TRUE(log_->waitFor("invalidation"));
-  EXPECT_EQ(logged_.linesWith("the first frame is no hello"), 1U);
+  EXPECT_EQ(logged_.linesWith("the first frame is not a hello"), 1U);
   EXPECT_TRUE(receiver_->log.lines().empty());
 }
 
@@ -321,5 +321,5 @@ TEST_F(HostileClient, ThatAsksWithoutReadingTheAnswersIsEnded) {
   }
   const auto end = service_->end();
   ASSERT_TRUE(end && end->log.waitFor("invalidation"));
-  EXPECT_EQ(logged_.linesWith("asks but cannot be given the answers"), 1U);
+  EXPECT_EQ(logged_.linesWith("replies to the peer can no longer be queued"), 1U);
 }

@@ -240,7 +240,7 @@ TEST_F(Message, ForNoObjectIsReportedAtOnceAndOnce) {
   end->proxy()->note(1);
   end->ask();
   ASSERT_TRUE(end->log.waitFor("error 4101"));
-  EXPECT_EQ(logged_.linesWith("there is no exported object"), 1U);
+  EXPECT_EQ(logged_.linesWith("no object is exported"), 1U);
 }
 
 TEST_F(Message, ABatchArrivesWholeAndInOrderWhenItIsSent) {

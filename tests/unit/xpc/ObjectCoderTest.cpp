@@ -313,8 +313,8 @@ TEST(ObjectCoder, EntriesTravelInTheOrderOfTheirKeysBytes) {
 }
 
 TEST(ObjectCoder, KeysThatDoNotAscendAreMalformed) {
-  constexpr std::string_view kOrder = "keys of a dictionary that are not in ascending order";
-  constexpr std::string_view kTwice = "a key that stands twice in a dictionary";
+  constexpr std::string_view kOrder = "dictionary keys not in ascending order";
+  constexpr std::string_view kTwice = "a duplicate key in a dictionary";
   EXPECT_EQ(decode({11, 2, 2, 1, 'b', 3, 1, 2, 1, 'a', 3, 1}).reason, kOrder);
   EXPECT_EQ(decode({11, 2, 2, 1, 'a', 3, 1, 2, 1, 'a', 3, 1}).reason, kTwice);
   EXPECT_EQ(decode({11, 3, 2, 1, 'a', 3, 1, 2, 1, 'b', 3, 1, 2, 1, 'a', 3, 1}).reason, kOrder);
