@@ -33,7 +33,7 @@ using testsupport::RouterSession;
 constexpr int kLayerDescriptor = 3;
 constexpr int kBareDescriptor = 4;
 constexpr std::uint64_t kSecond = 1'000'000'000;  // nanoseconds
-constexpr std::size_t kMostUnsent = std::size_t{1} << 20;
+constexpr std::size_t kMaxUnsent = std::size_t{1} << 20;
 
 void sleepUntil(std::uint64_t nanoseconds) {
   const timespec when{static_cast<time_t>(nanoseconds / 1'000'000'000),
@@ -76,8 +76,8 @@ void sendStream(const Job& job, WLHIDEventRouterClientProtocol& client,
       batch->send();
     }
     sent += job.batch;
-    if (sent % 64 == 0 && connection.unsentBytes() > kMostUnsent) {
-      connection.waitUntilUnsentBelow(kMostUnsent / 2, std::chrono::milliseconds(10'000));
+    if (sent % 64 == 0 && connection.unsentBytes() > kMaxUnsent) {
+      connection.waitUntilUnsentBelow(kMaxUnsent / 2, std::chrono::milliseconds(10'000));
     }
   }
 }

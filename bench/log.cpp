@@ -25,9 +25,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t logBytes = std::size_t{512} << 20;
-constexpr int rounds = 9;
-constexpr double bytesInMiB = 1024.0 * 1024.0;
+constexpr std::size_t kLogBytes = std::size_t{512} << 20;
+constexpr int kRounds = 9;
+constexpr double kBytesInMiB = 1024.0 * 1024.0;
 
 /// A system root of the benchmark's own, in place while the object lives.
 class Root {
@@ -123,7 +123,7 @@ Times measure(const SystemLog& log, bool withGrep) {
   std::vector<double> reads;
   std::vector<double> greps{0};
   volatile unsigned seen = readInChunks(log.path());  // the file is in the page cache from here on
-  for (int round = 0; round < rounds; ++round) {
+  for (int round = 0; round < kRounds; ++round) {
     reads.push_back(milliseconds([&] { seen = readInChunks(log.path()); }));
     excerpts.push_back(milliseconds([&] { seen = static_cast<unsigned>(excerpt()->length()); }));
     if (withGrep) greps.push_back(milliseconds([&] { runGrep(log.path()); }));
@@ -149,7 +149,7 @@ Peak peakOfThisProcess() {
   std::ofstream("/proc/self/clear_refs") << "5";  // the peak begins anew
   const double before = memory("VmRSS");
   const auto data = excerpt();
-  return {memory("VmHWM") - before, static_cast<double>(data->length()) / bytesInMiB};
+  return {memory("VmHWM") - before, static_cast<double>(data->length()) / kBytesInMiB};
 }
 
 /// In a process of its own, so that nothing of what was measured before is in the figure.
@@ -181,7 +181,7 @@ struct Row {
   bool withGrep;
 };
 
-constexpr Row rows[] = {
+constexpr Row kRows[] = {
     {"log.kept01", 1, 1.7, false}, {"log.kept1", 10, 1.7, true}, {"log.kept50", 500, 4.0, false}};
 
 }  // namespace
@@ -189,8 +189,8 @@ constexpr Row rows[] = {
 void measureLog(Report& report) {
   const Root root;
   Peak worst;
-  for (const Row& row : rows) {
-    const SystemLog log(root.path(), logBytes, row.keptPerMille);
+  for (const Row& row : kRows) {
+    const SystemLog log(root.path(), kLogBytes, row.keptPerMille);
     const Times times = measure(log, row.withGrep);
     report.add({row.group,
                 "ratio",

@@ -7,7 +7,7 @@ namespace platform::xpc {
 namespace {
 
 /// The least piece, bytes: most connections never have more unsent than their hello.
-constexpr std::size_t kLeastPiece = 512;
+constexpr std::size_t kMinPiece = 512;
 
 }  // namespace
 
@@ -49,7 +49,7 @@ void ByteQueue::makeRoomFor(std::size_t count) {
   try {
     while (room < count) {
       pieces_.emplace_back(
-          std::clamp(std::max(size_ + room, count - room), kLeastPiece, kPieceLimit));
+          std::clamp(std::max(size_ + room, count - room), kMinPiece, kPieceLimit));
       room += pieces_.back().capacity;
     }
   } catch (...) {

@@ -158,7 +158,7 @@ void ConnectionCore::resume() {
 }
 
 void ConnectionCore::invalidate() {
-  if (mark_.isInherited()) return letGoOfInherited();
+  if (mark_.isInherited()) return releaseInherited();
   Handlers released;
   const std::lock_guard lock(mutex_);
   if (!life_.take(Event::Invalidate)) return;
@@ -172,7 +172,7 @@ void ConnectionCore::invalidate() {
 }
 
 void ConnectionCore::abandon() {
-  if (mark_.isInherited()) return letGoOfInherited();
+  if (mark_.isInherited()) return releaseInherited();
   Handlers released;
   SharedHandler interruption;
   SharedHandler invalidation;
@@ -194,7 +194,7 @@ void ConnectionCore::abandon() {
 
 /// Once, and not while a thread that this process lacks held the lock in the moment of the fork:
 /// then they stay until the process ends or becomes another program.
-void ConnectionCore::letGoOfInherited() {
+void ConnectionCore::releaseInherited() {
   const std::unique_lock lock(mutex_, std::try_to_lock);
   if (!lock) return;
   for (int* const descriptor : {&socket_, &wake_, &peer_.process}) {
@@ -325,7 +325,7 @@ void ConnectionCore::answer(std::uint64_t stream, std::uint64_t id,
   pokeLocked();
 }
 
-void ConnectionCore::endForWantOfAnswer(std::uint64_t stream) {
+void ConnectionCore::endUnanswered(std::uint64_t stream) {
   if (mark_.isInherited()) return;
   const std::lock_guard lock(mutex_);
   if (!awaitsAnswerLocked(stream)) return;
@@ -434,7 +434,7 @@ void* ConnectionCore::threadMain(void* started) {
   try {
     core->run();
   } catch (const InForkedChild&) {
-    core->letGoOfInherited();
+    core->releaseInherited();
     return nullptr;
   }
   core.reset();

@@ -79,7 +79,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void answer(std::uint64_t stream, std::uint64_t id, const std::vector<ArgumentRule>& rules,
               const XPCValues* values);
   /// An answer that memory lacked for: the peer, which waits for it, sees the stream end instead.
-  void endForWantOfAnswer(std::uint64_t stream);
+  void endUnanswered(std::uint64_t stream);
 
   /// Messages that belong together.
   void sendTogether(const BatchedFrames& batch);
@@ -128,7 +128,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   bool startThreadLocked();
   static void* threadMain(void* core);
   void releaseTokenLocked();
-  void letGoOfInherited();
+  void releaseInherited();
   bool waitOnQueueThread(std::size_t bytes, Clock::time_point deadline);
 
   // Queue thread: ConnectionQueue.cpp
@@ -152,7 +152,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   [[nodiscard]] bool wait(int timeoutMilliseconds, bool withSocket);
   void drainWake();
   void pause(std::chrono::milliseconds duration);
-  bool endsByOwnHand() const;
+  bool endsLocally() const;
   void endStream();
   void failEverythingPending(std::int64_t code, const char* what, bool keepUnsent);
   void reportInterruption();
@@ -186,7 +186,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   [[nodiscard]] PendingRequests::Requests::node_type takePending(std::uint64_t id);
   void answerDropped(std::uint64_t id);
   void refreshExported();
-  void dropForWantOfObject(std::size_t method, std::uint64_t id);
+  void dropWithoutObject(std::size_t method, std::uint64_t id);
   void reportMissedSinceGone();
   bool breach(std::string_view what);
   template <class Call>

@@ -22,7 +22,7 @@ class ReplyTicket {
     try {
       send(nullptr);
     } catch (const std::bad_alloc&) {
-      if (const auto core = core_.lock()) core->endForWantOfAnswer(stream_);
+      if (const auto core = core_.lock()) core->endUnanswered(stream_);
     }
   }
   void answer(const XPCValues& values) {
@@ -117,7 +117,7 @@ void ConnectionCore::refreshExported() {
 
 bool ConnectionCore::handleCall(const Frame& frame) {
   refreshExported();
-  if (!exported_) return dropForWantOfObject(frame.method, frame.id), true;
+  if (!exported_) return dropWithoutObject(frame.method, frame.id), true;
   const ValuesResult result = receiver_.decodeCall(*exported_, values_);
   if (result.verdict == DecodeVerdict::Accepted) {
     invoke(frame.method, frame.id);
@@ -134,7 +134,7 @@ void ConnectionCore::invoke(std::size_t method, std::uint64_t id) {
   const XPCReplySender none;
   const std::shared_ptr<void> object = object_.object.lock();
   const XPCProtocol& protocol = exported_->protocol();
-  if (!object || object_.protocol != &protocol) return dropForWantOfObject(method, id);
+  if (!object || object_.protocol != &protocol) return dropWithoutObject(method, id);
   if (id == 0) {
     return guarded("an exported method",
                    [&] { protocol.invokeTaking(object.get(), method, values_, none); });
@@ -150,7 +150,7 @@ void ConnectionCore::invoke(std::size_t method, std::uint64_t id) {
 /// An owner that lets go of the object and of the connection does so in that order, or in the midst
 /// of a delivery: messages in between are nothing to speak of. Where the connection ends in another
 /// way they are.
-void ConnectionCore::dropForWantOfObject(std::size_t method, std::uint64_t id) {
+void ConnectionCore::dropWithoutObject(std::size_t method, std::uint64_t id) {
   const std::weak_ptr<void> none;
   const bool isGone = object_.object.owner_before(none) || none.owner_before(object_.object);
   if (exported_ && isGone && object_.protocol == &exported_->protocol()) {
@@ -163,7 +163,7 @@ void ConnectionCore::dropForWantOfObject(std::size_t method, std::uint64_t id) {
 
 void ConnectionCore::reportMissedSinceGone() {
   const std::uint64_t missed = std::exchange(missedSinceGone_, 0);
-  if (missed == 0 || endsByOwnHand()) return;
+  if (missed == 0 || endsLocally()) return;
   log(std::to_string(missed), " messages dropped: the exported object is gone");
 }
 

@@ -19,7 +19,7 @@ class ConnectionLife {
     Lost,         ///< ended for good by the peer, and that is still to be reported
     Over,         ///< reported; the handlers are gone for good
   };
-  static constexpr std::size_t phases = 7;
+  static constexpr std::size_t kPhaseCount = 7;
 
   enum class Event {
     Resume,
@@ -28,7 +28,7 @@ class ConnectionLife {
     Lose,    ///< the stream ended, and there can be no other
     Report,  ///< the invalidation handler is taken in order to be called, if there is one
   };
-  static constexpr std::size_t events = 5;
+  static constexpr std::size_t kEventCount = 5;
 
   /// Whether `event` has a place here, and therefore changed the phase.
   bool take(Event event);
@@ -38,7 +38,7 @@ class ConnectionLife {
   /// Whether it takes no message any more.
   [[nodiscard]] bool hasEnded() const { return phase_ != Phase::Fresh && !isActive(); }
   /// Whether what is left to do is what an end by our own hand asks for.
-  [[nodiscard]] bool endsByOwnHand() const {
+  [[nodiscard]] bool endsLocally() const {
     return phase_ == Phase::Cancelled || phase_ == Phase::Invalidated || phase_ == Phase::Abandoned;
   }
   /// Whether there is still somebody to be told of an end.

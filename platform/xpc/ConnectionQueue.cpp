@@ -68,7 +68,7 @@ void ConnectionCore::run() {
 ConnectionCore::Step ConnectionCore::nextStep() {
   const std::lock_guard lock(mutex_);
   if (pending_.hasFailures()) return Step::Again;
-  if (life_.endsByOwnHand()) return Step::FinishLocally;
+  if (life_.endsLocally()) return Step::FinishLocally;
   if (!life_.isActive()) {
     releaseTokenLocked();
     return Step::Exit;
@@ -167,7 +167,7 @@ bool ConnectionCore::adoptSocket(int socket) {
     peer_ = peerOfSocket(socket);
     streamEnd_ = StreamEnd::No;
   }
-  const bool greets = patiently([this] {
+  const bool greets = retryWhileShort([this] {
     const std::lock_guard lock(mutex_);
     if (!outbox_.isOpen()) openStreamLocked();
   });
@@ -219,7 +219,7 @@ void ConnectionCore::deliverOrBreach() {
 bool ConnectionCore::readOnce() {
   const bool waits = std::exchange(expectsMore_, false) && readsMayWait_ && !hasBacklog();
   std::span<std::uint8_t> room;
-  if (!patiently([&] { room = buffer_.room(receiver_.frameSize()); }))
+  if (!retryWhileShort([&] { room = buffer_.room(receiver_.frameSize()); }))
     return breach("out of memory for what the peer sends");
   const ssize_t count = ::recv(socket_, room.data(), room.size(), waits ? 0 : MSG_DONTWAIT);
   if (count > 0) {
@@ -274,9 +274,9 @@ void ConnectionCore::closeSocket() {
 // -------------------------------------------------------------------------------------------------------------------
 // Ends that the peer made, or its absence
 
-bool ConnectionCore::endsByOwnHand() const {
+bool ConnectionCore::endsLocally() const {
   const std::lock_guard lock(mutex_);
-  return life_.endsByOwnHand();
+  return life_.endsLocally();
 }
 
 void ConnectionCore::endStream() {
@@ -336,7 +336,7 @@ std::chrono::milliseconds ConnectionCore::pauseBeforeReport() const {
 void ConnectionCore::pause(std::chrono::milliseconds duration) {
   if (duration.count() == 0) return;
   const auto deadline = Clock::now() + duration;
-  while (Clock::now() < deadline && !endsByOwnHand()) {
+  while (Clock::now() < deadline && !endsLocally()) {
     static_cast<void>(wait(millisecondsUntil(deadline), false));
     attention_.store(false);
     runFailures();
@@ -347,7 +347,7 @@ void ConnectionCore::reportInterruption() {
   SharedHandler handler;
   {
     const std::lock_guard lock(mutex_);
-    if (life_.endsByOwnHand()) return;
+    if (life_.endsLocally()) return;
     handler = interruptionHandler_;
   }
   if (handler) guarded("the interruption handler", *handler);
@@ -379,7 +379,7 @@ bool ConnectionCore::takeEndHandlers(EndHandlers& handlers) {
 void ConnectionCore::finishLocally() {
   connectToFlush();
   bool connected = false;
-  const bool saidFarewell = patiently([&] {
+  const bool saidFarewell = retryWhileShort([&] {
     Handlers released;
     const std::lock_guard lock(mutex_);
     connected = socket_ >= 0;

@@ -40,7 +40,7 @@ void ConnectionCore::log(const Parts&... parts) const {
 
 /// Tries again what memory is short for, for some seconds; whether it was done.
 template <class Action>
-[[nodiscard]] bool patiently(const Action& action) {
+[[nodiscard]] bool retryWhileShort(const Action& action) {
   constexpr std::chrono::milliseconds kLongestWait{100};
   const unsigned attempts = attemptsWhileShort.load();
   for (unsigned attempt = 1; attempt <= attempts; ++attempt) {

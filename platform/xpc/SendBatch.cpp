@@ -8,7 +8,7 @@ namespace platform::xpc {
 namespace {
 
 /// More than a socket takes at once gains nothing by waiting.
-constexpr std::size_t kMostWaiting = std::size_t{256} << 10;
+constexpr std::size_t kMaxWaiting = std::size_t{256} << 10;
 
 }  // namespace
 
@@ -50,7 +50,7 @@ void SendBatch::add(std::size_t method, const Arguments& arguments,
     frames.truncate(before);
     throw;
   }
-  if (frames.size() >= kMostWaiting) send();
+  if (frames.size() >= kMaxWaiting) send();
 }
 
 void SendBatch::send() {

@@ -93,10 +93,10 @@ T take(Value& value) {
 
 template <class... T>
 struct Types {
-  static constexpr std::size_t count = sizeof...(T);
-  static_assert(count <= kXPCMaxArguments);
+  static constexpr std::size_t kCount = sizeof...(T);
+  static_assert(kCount <= kXPCMaxArguments);
 
-  static std::array<XPCArgument, count> describe() { return {describeArgument<T>()...}; }
+  static std::array<XPCArgument, kCount> describe() { return {describeArgument<T>()...}; }
 
   static XPCValues pack(const T&... arguments) {
     XPCValues values;
@@ -104,7 +104,7 @@ struct Types {
     return values;
   }
 
-  static std::array<XPCArgumentRef, count> refer(const T&... arguments) {
+  static std::array<XPCArgumentRef, kCount> refer(const T&... arguments) {
     return {XPCArgumentRef(arguments)...};
   }
 
@@ -148,7 +148,7 @@ struct MethodTraits<void (P::*)(A...)> {
   using Parts = Split<Types<>, std::remove_cvref_t<A>...>;
   using Arguments = typename Parts::Arguments;
   using Reply = typename Parts::Reply;
-  static constexpr bool hasReply = !std::is_void_v<Reply>;
+  static constexpr bool kHasReply = !std::is_void_v<Reply>;
 };
 
 template <auto Method>
@@ -172,7 +172,7 @@ void invokeMethod(void* object, Values& values, const XPCReplySender& reply) {
   auto& target = *static_cast<typename Traits::Class*>(object);
   Traits::Arguments::call(
       [&](auto&&... arguments) {
-        if constexpr (Traits::hasReply) {
+        if constexpr (Traits::kHasReply) {
           (target.*Method)(std::move(arguments)..., [reply](auto&&... answer) {
             if (reply) reply(ReplyTypes<Method>::pack(answer...));
           });
@@ -193,7 +193,7 @@ auto describeArguments(std::index_sequence<I...>) {
 template <auto Method>
 std::span<const XPCArgument> argumentsOf() {
   static const auto described =
-      describeArguments<Method>(std::make_index_sequence<TraitsOf<Method>::Arguments::count>{});
+      describeArguments<Method>(std::make_index_sequence<TraitsOf<Method>::Arguments::kCount>{});
   return described;
 }
 
@@ -204,7 +204,7 @@ std::span<const XPCArgument> replyArgumentsOf() {
 }
 
 template <auto A, auto B>
-inline constexpr bool sameMethod =
+inline constexpr bool kSameMethod =
     std::is_same_v<std::integral_constant<decltype(A), A>, std::integral_constant<decltype(B), B>>;
 
 }  // namespace xpc_detail
@@ -213,23 +213,23 @@ inline constexpr bool sameMethod =
 template <class P, auto... Methods>
 struct XPCMethodList {
   using Class = P;
-  static constexpr std::size_t count = sizeof...(Methods);
+  static constexpr std::size_t kCount = sizeof...(Methods);
 
   template <auto Method>
   static constexpr std::size_t indexOf() {
-    static_assert((xpc_detail::sameMethod<Method, Methods> || ...),
+    static_assert((xpc_detail::kSameMethod<Method, Methods> || ...),
                   "not a method of this protocol");
     std::size_t index = 0;
-    std::size_t found = count;
-    ((found = xpc_detail::sameMethod<Method, Methods> ? index : found, ++index), ...);
+    std::size_t found = kCount;
+    ((found = xpc_detail::kSameMethod<Method, Methods> ? index : found, ++index), ...);
     return found;
   }
 
-  static std::array<XPCMethod, count> describe(
-      const std::array<std::string_view, count>& selectors) {
+  static std::array<XPCMethod, kCount> describe(
+      const std::array<std::string_view, kCount>& selectors) {
     std::size_t index = 0;
     return {XPCMethod{selectors[index++], xpc_detail::argumentsOf<Methods>(),
-                      xpc_detail::TraitsOf<Methods>::hasReply,
+                      xpc_detail::TraitsOf<Methods>::kHasReply,
                       xpc_detail::replyArgumentsOf<Methods>()}...};
   }
 
@@ -237,9 +237,9 @@ struct XPCMethodList {
   static void invoke(void* object, std::size_t method, Values& arguments,
                      const XPCReplySender& reply) {
     using Invoker = void (*)(void*, Values&, const XPCReplySender&);
-    static constexpr std::array<Invoker, count> invokers = {
+    static constexpr std::array<Invoker, kCount> invokers = {
         &xpc_detail::invokeMethod<Methods, Values>...};
-    if (method < count) invokers[method](object, arguments, reply);
+    if (method < kCount) invokers[method](object, arguments, reply);
   }
 };
 
@@ -252,7 +252,7 @@ class XPCProxy {
  protected:
   template <auto Method, class... A>
   void message(A&&... arguments) const {
-    if constexpr (xpc_detail::TraitsOf<Method>::hasReply) {
+    if constexpr (xpc_detail::TraitsOf<Method>::kHasReply) {
       request<Method>(std::forward_as_tuple(std::forward<A>(arguments)...),
                       std::make_index_sequence<sizeof...(A) - 1>{});
     } else {
@@ -279,7 +279,7 @@ class XPCProxy {
 /// call, never destroyed.
 template <class Methods, class Proxy>
 const XPCProtocol& xpcProtocol(std::string_view name,
-                               const std::array<std::string_view, Methods::count>& selectors) {
+                               const std::array<std::string_view, Methods::kCount>& selectors) {
   static const auto methods = Methods::describe(selectors);
   static const XPCProtocol protocol{
       name, methods, &Methods::template invoke<const XPCValues>,

@@ -46,11 +46,11 @@ constexpr bool kSanitized = false;
 constexpr bool kSanitized = false;
 #endif
 
-constexpr std::uint64_t kRoundsBeside = 50;
+constexpr std::uint64_t kRoundsPerAttack = 50;
 constexpr std::size_t kMiB = std::size_t{1} << 20;
 /// The backlog's limit, the copy that its growth takes, and a frame on its way.
-constexpr std::size_t kMostMemory = 128 * kMiB;
-constexpr std::size_t kMostMemoryPerPeer = 64 << 10;
+constexpr std::size_t kMaxMemory = 128 * kMiB;
+constexpr std::size_t kMaxMemoryPerPeer = 64 << 10;
 constexpr std::string_view kStart =
     "startRoutingServiceWithEntryID:deviceMode:tagDictionary:typeDictionary:reply:";
 
@@ -167,16 +167,16 @@ class Client final : public WLHIDEventRouterClientProtocol {
 };
 
 /// The delivery that must go on.
-class Beside {
+class Bystander {
  public:
-  explicit Beside(const std::string& service) : client_(Client::of(service)) {
+  explicit Bystander(const std::string& service) : client_(Client::of(service)) {
     thread_ = std::jthread([this](const std::stop_token& stop) {
       while (!stop.stop_requested()) round();
     });
   }
   /// Whether so many further rounds are made.
   [[nodiscard]] bool goesOn() {
-    const std::uint64_t wanted = rounds_.load() + kRoundsBeside;
+    const std::uint64_t wanted = rounds_.load() + kRoundsPerAttack;
     return stress::eventually([&] { return rounds_.load() >= wanted; });
   }
   [[nodiscard]] std::uint64_t rounds() const { return rounds_.load(); }
@@ -236,14 +236,14 @@ class Field {
         router_(listenAt(path_)),
         hostile_(listenUnixSocket(hostilePath_, SOCK_STREAM | SOCK_CLOEXEC, 64, 0600)) {
     previous_ = serviceEndpoints().exchange(std::make_shared<Endpoints>(path_, hostilePath_));
-    beside_ = std::make_unique<Beside>("com.quillmar.good");
-    if (!beside_->goesOn()) throw std::runtime_error("the good client is not even served alone");
+    bystander_ = std::make_unique<Bystander>("com.quillmar.good");
+    if (!bystander_->goesOn()) throw std::runtime_error("the good client is not even served alone");
     start_ = residentBytes();
   }
   Field(const Field&) = delete;
   Field& operator=(const Field&) = delete;
   ~Field() {
-    beside_.reset();
+    bystander_.reset();
     router_->listener().invalidate();
     router_->dropSessions();
     ::close(hostile_);
@@ -256,7 +256,7 @@ class Field {
   template <class Attack>
   void attack(const std::string& name, const Attack& body) {
     body([&] {
-      findings_.demand(beside_->goesOn(), name + ": another client's delivery goes on");
+      findings_.demand(bystander_->goesOn(), name + ": another client's delivery goes on");
       noteMemory();
     });
     noteMemory();
@@ -266,7 +266,8 @@ class Field {
     findings_.demand(gone, name + ": what it left is gone, but for sessions: " +
                                std::to_string(router_->sessionCount() - 1));
     ::malloc_trim(0);  // what the allocator keeps of an attack that is over is not the next one's
-    findings_.demand(beside_->goesOn() && beside_->isWhole(), name + ": and goes on afterwards");
+    findings_.demand(bystander_->goesOn() && bystander_->isWhole(),
+                     name + ": and goes on afterwards");
     ++attacks_;
   }
   void noteMemory() {
@@ -288,7 +289,7 @@ class Field {
   void forgetMemory() { start_ = residentBytes(); }
   [[nodiscard]] std::size_t startMemory() const { return start_; }
   [[nodiscard]] std::uint64_t attacks() const { return attacks_; }
-  [[nodiscard]] std::uint64_t rounds() const { return beside_->rounds(); }
+  [[nodiscard]] std::uint64_t rounds() const { return bystander_->rounds(); }
 
  private:
   /// "…good…" is the layer's own router, any other name the hostile one.
@@ -316,7 +317,7 @@ class Field {
   const std::shared_ptr<TestRouter> router_;
   const int hostile_;
   std::shared_ptr<ServiceEndpoints> previous_;
-  std::unique_ptr<Beside> beside_;
+  std::unique_ptr<Bystander> bystander_;
   std::size_t start_ = 0;
   std::size_t most_ = 0;
   std::size_t mostHere_ = 0;
@@ -499,7 +500,7 @@ void crowd(Field& field, stress::Crowd& crowd, std::size_t wanted) {
   findings.figure("hostile crowd, memory a session, bytes",
                   std::uint64_t{memory / std::max<std::size_t>(held, 1)});
   findings.demandEqual("connected at once", connected, wanted);
-  findings.demand(kSanitized || memory <= held * kMostMemoryPerPeer,
+  findings.demand(kSanitized || memory <= held * kMaxMemoryPerPeer,
                   "a session costs at most 64 KiB");
   // Whoever comes afterwards is served like anybody.
   const auto late = Client::of("com.quillmar.good.late");
@@ -644,7 +645,7 @@ void all(const stress::Work& work, stress::Findings& findings) {
   readsNothing(field);
   findings.figure("hostile peers, most memory above the start, bytes",
                   std::uint64_t{field.mostMemory()});
-  findings.demand(kSanitized || field.mostMemory() <= kMostMemory,
+  findings.demand(kSanitized || field.mostMemory() <= kMaxMemory,
                   "memory stays within 128 MiB of the start");
   // A sanitizer bears some 8,000 threads.
   crowd(field, crowdOfPeers, kSanitized ? 2'000 : work.times(10'000, 2'000));

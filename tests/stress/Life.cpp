@@ -251,7 +251,7 @@ void killRouter(const System& system, std::uint64_t device, const ConnectionCoun
 // ---- Kills of the application
 
 /// The application that is killed: clients come and go, with and without a stop.
-[[noreturn]] void beApplication(char** arguments) {
+[[noreturn]] void runApplication(char** arguments) {
   platform::SystemRoot::setCurrent(platform::SystemRoot(arguments[2]));
   const std::uint64_t device = std::strtoull(arguments[3], nullptr, 10);
   Random random(std::strtoull(arguments[4], nullptr, 10));
@@ -350,6 +350,6 @@ void live(const Work& work, Findings& findings) {
 int main(int argc, char** argv) {
   // Large buffers go back to the system at once, so that resident sizes tell what is held.
   ::mallopt(M_MMAP_THRESHOLD, 1 << 20);
-  if (argc == 5 && std::string_view(argv[1]) == "--application") stress::beApplication(argv);
+  if (argc == 5 && std::string_view(argv[1]) == "--application") stress::runApplication(argv);
   return stress::run(argc, argv, stress::live);
 }

@@ -150,7 +150,7 @@ Held heldAfter(const Held& before) {
 }
 
 /// memory --lives ROOT DEVICE REPORT FIRST LAST STEP EVERY
-int beLives(char** arguments) {
+int runLives(char** arguments) {
   platform::SystemRoot::setCurrent(platform::SystemRoot(arguments[2]));
   Report& report = *sharedReport(static_cast<int>(number(arguments[4])));
   const std::uint64_t last = number(arguments[6]);
@@ -244,6 +244,6 @@ void tryAll(const Work& work, Findings& findings) {
 }  // namespace stress
 
 int main(int argc, char** argv) {
-  if (argc == 9 && std::string_view(argv[1]) == "--lives") return stress::beLives(argv);
+  if (argc == 9 && std::string_view(argv[1]) == "--lives") return stress::runLives(argv);
   return stress::run(argc, argv, stress::tryAll);
 }

@@ -339,8 +339,8 @@ double processorSeconds(pid_t process) {
 
 /// Bounds an order of magnitude above what is needed: a client that spins makes thousands of
 /// connections in that time and takes the whole of it.
-constexpr std::uint64_t kMostConnections = 150;
-constexpr double kMostProcessorShare = 0.3;
+constexpr std::uint64_t kMaxConnections = 150;
+constexpr double kMaxProcessorShare = 0.3;
 
 void watchForSpinning(const std::string& what, const Work& work, pid_t daemon,
                       const std::function<std::uint64_t()>& connections, Findings& findings) {
@@ -360,9 +360,9 @@ void watchForSpinning(const std::string& what, const Work& work, pid_t daemon,
     findings.figure(what + ", the daemon's share", (processorSeconds(daemon) - daemonBefore) /
                                                        static_cast<double>(length.count()));
   }
-  findings.demand(made <= kMostConnections, what + ": connections are bounded");
+  findings.demand(made <= kMaxConnections, what + ": connections are bounded");
   // A sanitizer's processor time says nothing of ours.
-  findings.demand(isSanitized() || share <= kMostProcessorShare,
+  findings.demand(isSanitized() || share <= kMaxProcessorShare,
                   what + ": processor time is bounded");
 }
 
@@ -399,7 +399,7 @@ void die(const std::string& what, const char* image, const Work& work, Findings&
       findings);
   const std::int64_t starts = system.job().starts - startsBefore;
   findings.figure(what + ", starts of the router", static_cast<std::uint64_t>(starts));
-  findings.demand(starts > 0 && starts <= static_cast<std::int64_t>(kMostConnections),
+  findings.demand(starts > 0 && starts <= static_cast<std::int64_t>(kMaxConnections),
                   what + ": starts of the router are bounded");
   system.install();
   watched.client->setStarted(false);

@@ -24,7 +24,7 @@ using namespace platform;
 
 namespace {
 
-constexpr std::size_t kMostMembers = 40;
+constexpr std::size_t kMaxMembers = 40;
 constexpr std::size_t kUsualDepth = 6;
 
 void appendUTF8(std::string& text, std::uint32_t character) {
@@ -41,7 +41,7 @@ void appendUTF8(std::string& text, std::uint32_t character) {
 }  // namespace
 
 RandomObjects::Object RandomObjects::graph() {
-  budget_ = kMostMembers;
+  budget_ = kMaxMembers;
   switch (below(64)) {
     case 0:
       return nullptr;

@@ -146,17 +146,17 @@ struct Memory {
 
 /// What the others saw, and what was resident when all five recordings were open and when the fifth
 /// had sent all: in between nothing is opened.
-struct Beside {
+struct OthersResult {
   std::vector<double> lateness;  ///< of the others' reports, sorted
   Memory before;
   Memory after;
 };
 
 /// Lets the others run to their end.
-Beside runOthers(const System& system, std::vector<Stream>& others, std::uint64_t length,
-                 Findings& findings) {
+OthersResult runOthers(const System& system, std::vector<Stream>& others, std::uint64_t length,
+                       Findings& findings) {
   for (Stream& stream : others) startAndWait(stream, findings);
-  Beside beside{{}, Memory::now(system), {}};
+  OthersResult beside{{}, Memory::now(system), {}};
   std::vector<double>& lateness = beside.lateness;
   for (Stream& stream : others) {
     findings.demand(stream.waitForEnd(seconds(length) * 10 + kPatience), "another stream ends");
@@ -172,10 +172,11 @@ Beside runOthers(const System& system, std::vector<Stream>& others, std::uint64_
 /// The others beside a fifth client whose delegate is as quick as theirs: what a slow one is
 /// compared with. Two such runs, both before it so that nothing of it is left in either, tell how
 /// much two runs differ anyway.
-Beside runBesideAQuickOne(const System& system, Stream& quick, std::vector<Stream>& others,
-                          std::uint64_t length, Findings& findings) {
+OthersResult runOthersWithQuickClient(const System& system, Stream& quick,
+                                      std::vector<Stream>& others, std::uint64_t length,
+                                      Findings& findings) {
   startAndWait(quick, findings);
-  Beside beside = runOthers(system, others, length, findings);
+  OthersResult beside = runOthers(system, others, length, findings);
   const std::uint64_t count = quick.numbered.count;
   findings.demand(quick.checker->waitUntil(
                       [=](const auto& counts) { return counts.valueArrays >= count; }, kPatience),
@@ -189,7 +190,7 @@ std::uint64_t grown(std::uint64_t before, std::uint64_t after) {
   return after > before ? after - before : 0;
 }
 
-void print(const std::string& whom, const Beside& beside, Findings& findings) {
+void print(const std::string& whom, const OthersResult& beside, Findings& findings) {
   const std::string head = "others beside " + whom;
   findings.figure(head + ", lateness p50, us", percentile(beside.lateness, 0.50));
   findings.figure(head + ", lateness p99, us", percentile(beside.lateness, 0.99));
@@ -238,10 +239,11 @@ void slowDelegate(const Work& work, Findings& findings) {
   std::vector<Stream> beside = otherClients(system, 20, length);
   system.install();
 
-  const Beside quickFirst = runBesideAQuickOne(system, quick, first, length, findings);
-  const Beside quickSecond = runBesideAQuickOne(system, quickAgain, second, length, findings);
+  const OthersResult quickFirst = runOthersWithQuickClient(system, quick, first, length, findings);
+  const OthersResult quickSecond =
+      runOthersWithQuickClient(system, quickAgain, second, length, findings);
   startAndWait(slow, findings);
-  Beside slowFifth = runOthers(system, beside, length, findings);
+  OthersResult slowFifth = runOthers(system, beside, length, findings);
 
   // The device has sent all when what it has handed over and what it has lost add up.
   std::optional<router::SessionStatus> counted;

@@ -11,7 +11,7 @@
 namespace stress {
 namespace {
 
-constexpr std::uint64_t kMostPrinted = 20;
+constexpr std::uint64_t kMaxPrinted = 20;
 
 double seconds(std::chrono::steady_clock::duration duration) {
   return std::chrono::duration<double>(duration).count();
@@ -48,7 +48,7 @@ void Findings::figure(std::string_view name, double value) {
 
 bool Findings::demand(bool holds, std::string_view text) {
   if (holds) return true;
-  if (failures_.fetch_add(1) >= kMostPrinted) return false;
+  if (failures_.fetch_add(1) >= kMaxPrinted) return false;
   const std::lock_guard lock(mutex_);
   std::printf("FAILED: %.*s\n", static_cast<int>(text.size()), text.data());
   std::fflush(stdout);

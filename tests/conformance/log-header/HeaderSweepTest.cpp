@@ -24,7 +24,7 @@ struct Place {
   std::string_view behind;
 };
 
-constexpr Place places[] = {
+constexpr Place kPlaces[] = {
     {"No", " 21 03:12:45 host p[3]: t"},  {"Nov", "21 03:12:45 host p[3]: t"},
     {"Nov 2", " 03:12:45 host p[3]: t"},  {"Nov 21 03", "12:45 host p[3]: t"},
     {"Nov 21 03:12:45 h", " p[3]: t"},    {"Nov 21 03:12:45 host ", "[3]: t"},
@@ -35,7 +35,7 @@ constexpr Place places[] = {
 TEST(HeaderSweep, EveryCharacterAtEveryKindOfPlaceAnswersAsICU) {
   testsupport::HeaderOracle oracle;
   std::size_t found = 0;
-  for (const auto& [before, behind] : places) {
+  for (const auto& [before, behind] : kPlaces) {
     for (char32_t c = 0; c <= 0x10FFFF; ++c) {
       if ((c >= 0xD800 && c <= 0xDFFF) || c == '\n') continue;  // no line has a line feed
       const std::string line = std::string(before) + utf8(c) + std::string(behind);

@@ -410,7 +410,7 @@ class Judge {
       if (id == 0) throw Breach{"a request without an ID"};
     }
     const auto& methods = methodsOf(receiver_);
-    if (methods.empty()) return dropForWantOfObject(id);
+    if (methods.empty()) return dropWithoutObject(id);
     if (method >= methods.size()) throw Breach{"an unknown method"};
     if (methods[method].request != request)
       throw Breach{"a message sent as a request, or a request as a message"};
@@ -424,7 +424,7 @@ class Judge {
       if (request) result_.answers.push_back("dropped " + std::to_string(id));
     }
   }
-  void dropForWantOfObject(std::uint64_t id) {
+  void dropWithoutObject(std::uint64_t id) {
     if (id != 0) result_.answers.push_back("dropped " + std::to_string(id));
   }
   void reply(View bytes) {

@@ -11,7 +11,7 @@
 namespace conformance {
 namespace {
 
-constexpr std::size_t kMostBytes = std::size_t{32} << 20;
+constexpr std::size_t kMaxBytes = std::size_t{32} << 20;
 
 class Notation {
  public:
@@ -34,7 +34,7 @@ class Notation {
       } else {
         bytes.push_back(static_cast<std::uint8_t>(number(2, 16)));
       }
-      if (bytes.size() > kMostBytes) fail("more than 32 MiB");
+      if (bytes.size() > kMaxBytes) fail("more than 32 MiB");
     }
   }
   void repetition(Bytes& bytes) {
@@ -45,7 +45,7 @@ class Notation {
     next_ += 2;
     const std::uint64_t times = number(8, 10);
     const std::size_t end = next_;
-    if (first.size() * times > kMostBytes) fail("more than 32 MiB");
+    if (first.size() * times > kMaxBytes) fail("more than 32 MiB");
     for (std::uint64_t i = 0; i < times; ++i) {
       next_ = start;
       sequence(bytes, i);

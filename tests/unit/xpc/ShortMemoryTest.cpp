@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr long never = -1;
-std::atomic<long> allocationsUntilFailure{never};
+constexpr long kNever = -1;
+std::atomic<long> allocationsUntilFailure{kNever};
 
 void* allocated(std::size_t size) {
   if (allocationsUntilFailure >= 0 && allocationsUntilFailure-- == 0) throw std::bad_alloc();
@@ -56,7 +56,7 @@ using platform::xpc::PendingRequests;
 using platform::xpc::SendBacklog;
 using platform::xpc::SharedErrorHandler;
 
-const std::vector<std::uint8_t> frame(100'000, 7);
+const std::vector<std::uint8_t> kFrame(100'000, 7);
 
 /// Whether `action` was done with its allocation number `failing` failing; if not, it threw.
 template <class Action>
@@ -68,7 +68,7 @@ bool isDone(long failing, const Action& action) {
     done = true;
   } catch (const std::bad_alloc&) {
   }
-  allocationsUntilFailure = never;
+  allocationsUntilFailure = kNever;
   return done;
 }
 
@@ -91,8 +91,8 @@ bool holdsNothing(SendBacklog& backlog) {
 
 TEST(ShortMemory, ABacklogTakesAMessageWholeOrNotAtAll) {
   failEachAllocation<SendBacklog>(
-      [](SendBacklog& backlog) { backlog.append(frame, true, nullptr); }, holdsNothing);
-  failEachAllocation<SendBacklog>([](SendBacklog& backlog) { backlog.prepend(frame); },
+      [](SendBacklog& backlog) { backlog.append(kFrame, true, nullptr); }, holdsNothing);
+  failEachAllocation<SendBacklog>([](SendBacklog& backlog) { backlog.prepend(kFrame); },
                                   holdsNothing);
 }
 
@@ -101,7 +101,8 @@ TEST(ShortMemory, AnOutboxTakesAMessageWholeOrNotAtAll) {
     return outbox.empty() && outbox.takeAll().empty() && !outbox.isBroken() && !outbox.isOpen() &&
            outbox.stream() == 0;
   };
-  failEachAllocation<Outbox>([](Outbox& outbox) { outbox.put(frame, true, nullptr); }, isUnchanged);
+  failEachAllocation<Outbox>([](Outbox& outbox) { outbox.put(kFrame, true, nullptr); },
+                             isUnchanged);
   failEachAllocation<Outbox>([](Outbox& outbox) { outbox.open(0, {}); }, isUnchanged);
 }
 
