@@ -6,7 +6,7 @@
 namespace platform::xpc {
 namespace {
 
-/// The least piece, bytes: most connections never have more unsent than their hello.
+/// The smallest piece, in bytes: most connections never have more unsent than their hello.
 constexpr std::size_t kMinPiece = 512;
 
 }  // namespace
@@ -74,7 +74,7 @@ void ByteQueue::drop(std::size_t count) {
     piece.begin += taken;
     count -= taken;
     if (piece.size() > 0) return;
-    if (first_ + 1 == pieces_.size()) break;  // kept, for what comes next
+    if (first_ + 1 == pieces_.size()) break;  // kept for what comes next
     piece.bytes.reset();
     ++first_;
   }

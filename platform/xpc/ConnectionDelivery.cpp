@@ -5,7 +5,7 @@
 namespace platform::xpc {
 namespace {
 
-/// What a reply sender holds: answers once, or says at its end that no answer will come.
+/// What a reply sender holds: answers once, or when destroyed reports that there will be no answer.
 class ReplyTicket {
  public:
   ReplyTicket(std::weak_ptr<ConnectionCore> core, SharedTable table, std::size_t method,
@@ -51,7 +51,7 @@ bool ConnectionCore::breach(std::string_view what) {
   return false;
 }
 
-/// Whether the stream goes on.
+/// Returns whether the stream continues.
 bool ConnectionCore::deliverFrames() {
   while (!stopDelivering_.load(std::memory_order_relaxed)) {
     switch (receiver_.next(buffer_.unread())) {
@@ -98,7 +98,7 @@ bool ConnectionCore::handleHello() {
   return why.empty() || breach(why);
 }
 
-// -------------------------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 // Calls
 
 void ConnectionCore::refreshExported() {
@@ -147,9 +147,9 @@ void ConnectionCore::invoke(std::size_t method, std::uint64_t id) {
   });
 }
 
-/// An owner that lets go of the object and of the connection does so in that order, or in the midst
-/// of a delivery: messages in between are nothing to speak of. Where the connection ends in another
-/// way they are.
+/// An owner that releases the object and the connection does so in that order, or during a
+/// delivery, so a few messages in between are normal. If the connection ends in another way, they
+/// are reported.
 void ConnectionCore::dropWithoutObject(std::size_t method, std::uint64_t id) {
   const std::weak_ptr<void> none;
   const bool isGone = object_.object.owner_before(none) || none.owner_before(object_.object);
@@ -167,12 +167,12 @@ void ConnectionCore::reportMissedSinceGone() {
   log(std::to_string(missed), " messages dropped: the exported object is gone");
 }
 
-/// IDs begin with 1: there is nothing to answer to a one-way message.
+/// IDs start at 1; 0 is a one-way message, which has no answer.
 void ConnectionCore::answerDropped(std::uint64_t id) {
   if (id != 0) answer(outbox_.stream(), id, {}, nullptr);
 }
 
-// -------------------------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 // Replies
 
 PendingRequests::Requests::node_type ConnectionCore::takePending(std::uint64_t id) {
@@ -188,7 +188,7 @@ bool ConnectionCore::handleReply(std::uint64_t id) {
   ValuesResult result;
   try {
     result = receiver_.decodeReply(pending.table->methods()[pending.method].reply, values);
-  } catch (const std::bad_alloc&) {  // the request is still pending, and fails with the stream
+  } catch (const std::bad_alloc&) {  // the request is still pending and fails with the stream
     const std::lock_guard lock(mutex_);
     pending_.putBack(std::move(request));
     throw;

@@ -11,7 +11,7 @@ constexpr std::size_t indexOf(auto value) {
   return static_cast<std::size_t>(value);
 }
 
-/// The phase that each event leads to; the phase itself if the event has no place in it.
+/// The phase that each event leads to; the same phase if the event is not valid in it.
 using Row = std::array<Phase, ConnectionLife::kEventCount>;
 constexpr std::array<Row, ConnectionLife::kPhaseCount> kTransitions = [] {
   using enum ConnectionLife::Phase;

@@ -29,7 +29,7 @@ std::strong_ordering compareBytes(Bytes a, Bytes b) {
   return order != 0 ? order <=> 0 : a.size() <=> b.size();
 }
 
-/// The class that a tag stands for; null for nil.
+/// The class of a tag; null for nil.
 const NSClass* classOfTag(ObjectTag tag) {
   switch (tag) {
     case ObjectTag::Nil:
@@ -64,7 +64,7 @@ const NSClass* classOfTag(ObjectTag tag) {
   return nullptr;
 }
 
-// ---------------------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 // Encoding
 
 class Encoder {
@@ -80,7 +80,7 @@ class Encoder {
   }
 
  private:
-  /// A subclass travels as the nearest class that has an encoding.
+  /// A subclass is sent as its nearest ancestor that has an encoding.
   void encodeByClass(const NSClass& c, const NSObject& o) {
     for (const NSClass* known = &c; known != nullptr; known = known->superclass) {
       if (known == &NSString::classObject())
@@ -164,7 +164,7 @@ class Encoder {
     text(ObjectTag::String, *value);
   }
 
-  /// An array made only of element values has a form of its own, without a tag a member.
+  /// An array of element values only has a form of its own, without a tag per member.
   void mutableArray(const NSArray& value) {
     const std::size_t count = value.count();
     std::vector<std::shared_ptr<NSObject>> members;
@@ -199,7 +199,7 @@ class Encoder {
     for (const auto& member : members) object(member.get());
     leave();
   }
-  /// Where an entry that is written stands in the writer.
+  /// The position of an entry in the writer.
   struct WrittenEntry {
     std::size_t key = 0;
     std::size_t value = 0;
@@ -236,7 +236,7 @@ class Encoder {
       throw EncodingError(EINVAL, "two keys of a dictionary have become equal");
     rewrite(start, written);
   }
-  /// Puts the entries, which stand at `start` in another order, into the order of `written`.
+  /// Rewrites the entries, which begin at `start` in another order, in the order of `written`.
   void rewrite(std::size_t start, const std::vector<WrittenEntry>& written) {
     const Bytes region = writer_.bytes().subspan(start);
     const std::vector<std::uint8_t> copy(region.begin(), region.end());
@@ -269,12 +269,12 @@ class Encoder {
   std::size_t depth_ = 0;
 };
 
-// ---------------------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 // Decoding
 
-/// Immutable objects that take two bytes on the wire, one of each: made anew for each place where
-/// one stands, they would let a peer claim many times the memory that it sends. Never destroyed,
-/// for a connection's thread may decode while the process ends.
+/// Immutable objects that take two bytes on the wire. They are shared, since a new one for each
+/// occurrence would let a peer claim many times the memory that it sends. Never destroyed, because
+/// a connection's thread may be decoding while the process exits.
 struct SharedObjects {
   using Object = const std::shared_ptr<NSObject>;
   static const SharedObjects& instance() {
@@ -304,11 +304,11 @@ class Decoder {
  private:
   enum class Nullable { No, Yes };
   using Object = std::shared_ptr<NSObject>;
-  /// Room is made at once for so many members; for more only as they come, since collections inside
-  /// one another can each claim all bytes that are left.
+  /// Room for this many members is reserved at once; more only as they arrive, since nested
+  /// collections can each claim all of the remaining bytes.
   static constexpr std::size_t kTrustedCount = 256;
 
-  /// Doubles the room when it is used up, but never makes more than `count` need.
+  /// Doubles the room when it is used up, but never beyond `count`.
   template <class T>
   static void makeRoom(std::vector<T>& members, std::size_t count) {
     if (members.size() < members.capacity()) return;
@@ -451,7 +451,7 @@ class Decoder {
     result = KQIOObject::objectWithRegistryEntryID_name(entryID, std::move(name));
     return true;
   }
-  /// Part of the record that holds it, hence admitted with it.
+  /// Part of the record that contains it, so admitted together with it.
   bool optionalText(std::shared_ptr<NSString>& result) {
     const std::uint8_t tag = reader_.u8();
     if (reader_.failed()) return truncated();
@@ -483,8 +483,8 @@ class Decoder {
     return true;
   }
 
-  /// Keys in ascending order need no search for one that stands twice while they are read; those
-  /// that are equal though their bytes are not show when the dictionary is made.
+  /// While keys arrive in ascending order no search for duplicates is needed; keys that are equal
+  /// although their bytes differ are found when the dictionary is created.
   bool dictionary(Object& result) {
     std::size_t count = 0;
     if (!memberCount(2, count)) return false;
@@ -530,7 +530,7 @@ class Decoder {
     return true;
   }
 
-  /// A count that the bytes that are left, `minimum` a member, can bear.
+  /// Reads a count and checks that the remaining bytes, at `minimum` a member, can hold it.
   bool memberCount(std::size_t minimum, std::size_t& count) {
     count = reader_.size();
     if (reader_.failed()) return truncated();

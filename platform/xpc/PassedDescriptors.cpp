@@ -46,7 +46,7 @@ int failWith(int error) {
   return -1;
 }
 
-/// The number of the descriptor that is called `service`, or -1 with errno.
+/// The number of the descriptor named `service`, or -1 with errno.
 int findDescriptor(std::string_view service) {
   const auto process = numberFromEnvironment("LISTEN_PID");
   const auto count = numberFromEnvironment("LISTEN_FDS");

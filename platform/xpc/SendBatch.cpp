@@ -7,7 +7,7 @@
 namespace platform::xpc {
 namespace {
 
-/// More than a socket takes at once gains nothing by waiting.
+/// Waiting gains nothing beyond what a socket takes at once.
 constexpr std::size_t kMaxWaiting = std::size_t{256} << 10;
 
 }  // namespace

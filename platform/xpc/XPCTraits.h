@@ -6,8 +6,8 @@
 //   class GreeterProxy final : public Greeter, XPCProxy<Methods> {
 //    public:
 //     using XPCProxy::XPCProxy;
-//     void greet(const std::shared_ptr<NSString>& name, XPCReply<const std::shared_ptr<NSString>&>
-//     reply) override {
+//     void greet(const std::shared_ptr<NSString>& name,
+//                XPCReply<const std::shared_ptr<NSString>&> reply) override {
 //       message<&Greeter::greet>(name, std::move(reply));
 //     }
 //     void stop() override { message<&Greeter::stop>(); }
@@ -18,8 +18,7 @@
 //   }
 //
 // Threading: the descriptions are constant.
-// Ownership: nothing is owned.
-// Errors: a parameter type that cannot travel is a compile error; an object of another class than
+// Errors: a parameter type that cannot be sent is a compile error; an object of a class other than
 //   the parameter's arrives as null.
 #pragma once
 
@@ -31,8 +30,8 @@
 
 namespace platform {
 
-/// What the members of an array that is argument number `Index` of a method are. A protocol says it
-/// beside its list of methods:
+/// The class of the members of an array that is argument number `Index` of a method. A protocol
+/// declares it next to its list of methods:
 ///
 ///   template <>
 ///   struct XPCMembers<&Greeter::greetAll, 0> : XPCMembersAre<NSString> {};
@@ -69,14 +68,14 @@ XPCArgument describeArgument() {
   }
 }
 
-/// Asks the class object first and walks upwards only for a subclass.
+/// Compares the classes first and walks up only for a subclass.
 inline bool isOfClass(const NSObject& object, const NSClass& wanted) {
   const NSClass& c = object.isa();
   return &c == &wanted || c.isSubclassOfClass(wanted);
 }
 
-/// The value as a `T`; zero or null when it is something else. An object leaves a value that is not
-/// const.
+/// The value as a `T`; zero or null if it is something else. An object is moved out of a value that
+/// is not const.
 template <Travels T, class Value>
 T take(Value& value) {
   if constexpr (ObjectPointer<T>::value) {
@@ -124,7 +123,7 @@ struct ReplyCallable<std::function<void(A...)>> : std::true_type {
   using Values = Types<std::remove_cvref_t<A>...>;
 };
 
-/// Splits a parameter list into what travels and the reply, which may only stand last.
+/// Splits a parameter list into the arguments and the reply, which may only come last.
 template <class Before, class... Rest>
 struct Split;
 template <class... Before>
@@ -209,7 +208,7 @@ inline constexpr bool kSameMethod =
 
 }  // namespace xpc_detail
 
-/// The methods of protocol class `P`, in the order in which they are numbered.
+/// The methods of protocol class `P`, numbered in this order.
 template <class P, auto... Methods>
 struct XPCMethodList {
   using Class = P;
@@ -243,7 +242,7 @@ struct XPCMethodList {
   }
 };
 
-/// What a proxy class derives from (beside its protocol class).
+/// The base of a proxy class (in addition to its protocol class).
 template <class Methods>
 class XPCProxy {
  public:
@@ -275,8 +274,8 @@ class XPCProxy {
   std::shared_ptr<XPCMessageSink> sink_;
 };
 
-/// The description of a protocol: one a combination of `Methods` and `Proxy`, made at the first
-/// call, never destroyed.
+/// The description of a protocol: one for each pair of `Methods` and `Proxy`, created by the first
+/// call and never destroyed.
 template <class Methods, class Proxy>
 const XPCProtocol& xpcProtocol(std::string_view name,
                                const std::array<std::string_view, Methods::kCount>& selectors) {
