@@ -20,7 +20,7 @@ constexpr std::string_view kWords[] = {
     "pushing",   "respawn", "out",     "by",     "10",   "seconds",  "(0x7fff5fbff8)", "device",
     "request",   "failed:", "queue"};
 
-/// Entries one after another, all of them drawn from one sequence of numbers.
+/// Entries one after another, all drawn from one sequence of random numbers.
 class Writer {
  public:
   explicit Writer(unsigned keptPerMille) : keptPerMille_(keptPerMille) {}

@@ -1,4 +1,4 @@
-// The presence check against what it cannot do without: reading both executables whole.
+// The presence check compared with the minimum: reading both executables whole.
 #include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -26,7 +26,7 @@ namespace fs = std::filesystem;
 constexpr const char* kLabel = "com.quillmar.hideventrouter";
 constexpr int kRounds = 301;
 
-/// The machine's foundation, with a main bundle of our choosing.
+/// The machine's foundation, with a main bundle of our choice.
 class BundleAt final : public platform::ForwardingFoundationProvider {
  public:
   explicit BundleAt(const fs::path& bundle)
@@ -79,8 +79,8 @@ class InstalledRouter {
   std::shared_ptr<platform::FoundationProvider> replaced_;
 };
 
-/// A plain read of a whole file into memory of its own; its last byte, so that none of it is left
-/// out.
+/// Reads a whole file into memory of its own; returns its last byte, so that no read is optimised
+/// away.
 unsigned readWhole(const fs::path& path) {
   const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   struct stat status {};
@@ -112,13 +112,13 @@ void measurePresence(Report& report) {
   volatile unsigned seen = 0;
   std::vector<double> checks;
   std::vector<double> reads;
-  // Taken in turn, so that both see the same machine.
+  // The two alternate, so that both see the machine in the same state.
   for (int round = 0; round < kRounds; ++round) {
     reads.push_back(
         microseconds([&] { seen = readWhole(router.bundled()) + readWhole(router.installed()); }));
     checks.push_back(microseconds([&] {
       if (!KQPrivilegedHelperManager::isPriviledgedHelperInstalledWithLabel(name)) {
-        throw std::runtime_error("the presence check does not find the router");
+        throw std::runtime_error("the presence check did not find the router");
       }
     }));
   }
