@@ -29,7 +29,7 @@ ConnectionLife lifeIn(Phase phase) {
   return life;
 }
 
-/// Everything that has a place in a phase; whatever is not listed changes nothing.
+/// The valid transitions; every event that is not listed changes nothing.
 const std::map<Phase, std::map<Event, Phase>> kLegal = {
     {Phase::Fresh,
      {{Event::Resume, Phase::Active},

@@ -1,4 +1,4 @@
-// What a peer's bytes are taken for, frame by frame, without a connection.
+// How a peer's bytes are understood, frame by frame, without a connection.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -34,7 +34,7 @@ FrameReceiver greeted() {
   EXPECT_EQ(receiver.next(hello()), Outcome::Frame);
   return receiver;
 }
-/// The reason of the breach that the frame is behind a hello; "none" if it is none.
+/// The reason of the breach that a frame after the hello is; "none" if it is valid.
 std::string breachOf(const Bytes& bytes) {
   FrameReceiver receiver = greeted();
   if (receiver.next(bytes) != Outcome::Breach) return "none";

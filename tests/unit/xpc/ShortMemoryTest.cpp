@@ -1,5 +1,5 @@
-// What the sending side keeps when memory is short at any moment. The operators below fail when
-// they are told to, for the whole program.
+// The state of the sending side when memory is short at any moment. The operators below fail on
+// demand, for the whole program.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -29,7 +29,7 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
   return allocated(size);
 }
-// Also these: a sanitizer has its own.
+// These too: a sanitizer has its own.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return std::malloc(size == 0 ? 1 : size);
 }
@@ -58,7 +58,7 @@ using platform::xpc::SharedErrorHandler;
 
 const std::vector<std::uint8_t> kFrame(100'000, 7);
 
-/// Whether `action` was done with its allocation number `failing` failing; if not, it threw.
+/// Runs `action` with allocation number `failing` failing; returns false if it threw.
 template <class Action>
 bool isDone(long failing, const Action& action) {
   allocationsUntilFailure = failing;
@@ -72,8 +72,8 @@ bool isDone(long failing, const Action& action) {
   return done;
 }
 
-/// Does it on a fresh object again and again, each time with a later allocation failing, and looks
-/// at what a failure left. Ends when nothing failed.
+/// Runs `action` on a fresh object again and again, each time with a later allocation failing, and
+/// checks what the failure left. Ends when nothing failed.
 template <class Object, class Action, class Check>
 void failEachAllocation(const Action& action, const Check& isUnchanged) {
   long failed = 0;
