@@ -62,7 +62,7 @@ bool isContinuation(View bytes, std::size_t i) {
   return i < bytes.size() && (bytes[i] & 0xC0U) == 0x80;
 }
 
-/// By decoding each character, where the layer compares bytes with ranges.
+/// Decodes each character, while the layer compares bytes with ranges.
 bool isText(View bytes) {
   for (std::size_t i = 0; i < bytes.size();) {
     const std::uint8_t lead = bytes[i];
@@ -91,7 +91,7 @@ double doubleOf(std::uint64_t bits) {
   return value;
 }
 
-/// Equal for equal keys of a dictionary, and for no others.
+/// The same text for equal dictionary keys and a different one for all others.
 std::string keyOfNumber(double value) {
   if (std::isnan(value)) return "number nan";
   if (value == std::floor(value) && std::fabs(value) < 0x1p65) {
@@ -126,7 +126,7 @@ const char* className(std::uint8_t tag) {
 
 using Tags = std::set<std::uint8_t>;
 
-/// One argument or reply value.
+/// The type of one argument or reply value.
 struct Rule {
   std::size_t width = 0;  ///< of a number; 0 for an object
   Tags itself;
@@ -145,8 +145,8 @@ class ObjectReader {
  public:
   ObjectReader(Cursor& cursor, const Tags& inside) : cursor_(cursor), inside_(inside) {}
 
-  /// Returns a text that equal objects share and others do not; an empty one for an object with
-  /// members that is no part of a dictionary's key.
+  /// Returns a text that equal objects share and others do not. It is empty for an object with
+  /// members that is not part of a dictionary key.
   std::string object(const Tags& admitted, bool nullable, unsigned depth) {
     const auto tag = static_cast<std::uint8_t>(cursor_.number(1));
     if (tag > 15) throw Refusal{"an unknown class"};
@@ -162,7 +162,7 @@ class ObjectReader {
     last_ = tag;
     return same;
   }
-  /// The tag of the object that was read last.
+  /// The tag of the last object that was read.
   [[nodiscard]] std::uint8_t last() const { return last_; }
 
  private:
@@ -267,7 +267,7 @@ class ObjectReader {
     append(same, info == "dictionary" ? std::string() : info);
     return same;
   }
-  /// Nobody asks for what stands outside keys.
+  /// Outside keys the text is not needed.
   void append(std::string& same, const std::string& part) const {
     if (keys_ > 0) same += " " + std::to_string(part.size()) + ":" + part;
   }
@@ -276,7 +276,7 @@ class ObjectReader {
 
   Cursor& cursor_;
   const Tags& inside_;
-  unsigned keys_ = 0;  ///< how many keys, one inside the other, are being read
+  unsigned keys_ = 0;  ///< how many nested keys are being read
   std::uint8_t last_ = 0;
 };
 
