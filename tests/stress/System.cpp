@@ -64,7 +64,7 @@ System::~System() {
       if (!job.waitForEnd()) job.kill();
     }
   } catch (const std::exception&) {
-    // There is none, then.
+    // Then there is none.
   }
   platform::setAuthorizationAgent(nullptr);
   platform::SystemRoot::resetCurrent();
@@ -146,7 +146,7 @@ void LogCounts::Counts::note(const platform::KQLogEntry& entry) {
   if (entry.message.starts_with("Error(S)")) startErrors.fetch_add(1);
 }
 
-/// The machine's foundation, but for its log.
+/// The machine's foundation, except for its log.
 class LogCounts::Foundation final : public platform::ForwardingFoundationProvider {
  public:
   Foundation(std::shared_ptr<platform::FoundationProvider> machine, std::shared_ptr<Counts> counts)
