@@ -64,7 +64,7 @@ System::~System() {
       if (!job.waitForEnd()) job.kill();
     }
   } catch (const std::exception&) {
-    // Then there is none.
+    // There is no daemon to end.
   }
   platform::setAuthorizationAgent(nullptr);
   platform::SystemRoot::resetCurrent();

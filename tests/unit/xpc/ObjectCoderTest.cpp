@@ -318,9 +318,9 @@ TEST(ObjectCoder, KeysThatDoNotAscendAreMalformed) {
   EXPECT_EQ(decode({11, 2, 2, 1, 'b', 3, 1, 2, 1, 'a', 3, 1}).reason, kOrder);
   EXPECT_EQ(decode({11, 2, 2, 1, 'a', 3, 1, 2, 1, 'a', 3, 1}).reason, kTwice);
   EXPECT_EQ(decode({11, 3, 2, 1, 'a', 3, 1, 2, 1, 'b', 3, 1, 2, 1, 'a', 3, 1}).reason, kOrder);
-  // Nothing behind it is looked at, the value included.
+  // Nothing after it is examined, not even the value.
   EXPECT_EQ(decode({11, 2, 2, 1, 'b', 3, 1, 2, 1, 'a', 99, 9}).reason, kOrder);
-  // Equal, though their bytes are not.
+  // Equal, although their bytes differ.
   EXPECT_EQ(decode({11, 2, 3, 0, 3, 1, 4, 0, 0, 0, 0, 0, 0, 0, 0, 3, 1}).reason, kTwice);
   EXPECT_EQ(decode({11, 2, 9, 1, 3, 0, 3, 1, 10, 1, 3, 0, 3, 1}).reason, kTwice);
 }
