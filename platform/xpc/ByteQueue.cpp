@@ -82,7 +82,7 @@ void ByteQueue::drop(std::size_t count) {
 }
 
 void ByteQueue::forgetDropped() {
-  if (empty() || first_ >= pieces_.size() / 2) {  // each piece moves at most once for one that left
+  if (empty() || first_ >= pieces_.size() / 2) {  // each piece moves at most once per freed one
     pieces_.erase(pieces_.begin(), pieces_.begin() + static_cast<std::ptrdiff_t>(first_));
     first_ = 0;
   }

@@ -227,7 +227,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   ReceiveBuffer buffer_;
   FrameReceiver receiver_;
   bool readsMayWait_ = false;
-  bool expectsMore_ = false;  ///< the last read brought something
+  bool expectsMore_ = false;  ///< the last read returned data
   StreamEnd streamEnd_ = StreamEnd::No;
   XPCValues values_;
   SharedTable exported_;
@@ -243,7 +243,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
 /// An empty string for null.
 std::string nameOf(const SharedTable& table);
 
-/// An NSError of NSCocoaErrorDomain or, with `posix`, NSPOSIXErrorDomain that says `what` under
+/// An NSError of NSCocoaErrorDomain or, with `posix`, NSPOSIXErrorDomain that has `what` as its
 /// NSDebugDescription.
 std::shared_ptr<NSError> connectionError(bool posix, std::int64_t code, const std::string& what);
 

@@ -417,7 +417,7 @@ void neverReads(Field& field) {
     Bytes many;
     for (int i = 0; i < 1000; ++i) many = many + startRequest(++id, {0});
     std::uint64_t sent = 0;
-    while (peer->send(many)) ++sent;  // until it is ended
+    while (peer->send(many)) ++sent;  // until the router closes it
     meanwhile();
     field.findings().figure("hostile clients, requests until one that reads nothing was ended",
                             sent * 1000);

@@ -27,7 +27,7 @@ namespace {
 
 using Random = std::mt19937_64;
 
-constexpr std::uint64_t kResidentGrowth = 4096;  // KiB; an allocator's slack, not a leak a cycle
+constexpr std::uint64_t kResidentGrowth = 4096;  // KiB; an allocator's slack, not a leak per cycle
 
 /// Lets a random time pass, so that kills come at any moment.
 void passMoment(Random& random, std::uint64_t mostMicroseconds) {

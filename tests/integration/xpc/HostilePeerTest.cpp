@@ -251,7 +251,7 @@ TEST_F(HostileService, AnAnnouncedLengthAllocatesNothing) {
   proxy()->startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
       1, 0, nullptr, nullptr, {});
   while (peer_->receiveFrame().size() !=
-         8 + 8 + 8 + 8 + 2) {  // the request has come, so the thread is at work
+         8 + 8 + 8 + 8 + 2) {  // the request has arrived, so the thread is running
   }
   EXPECT_LT(residentKiB(), before + 1024);
 }
