@@ -1,8 +1,10 @@
-// What a benchmark section hands in: figures, each a ratio against a bare baseline of the same run.
+// The figures that a benchmark section reports: each a ratio against a bare baseline of the same
+// run.
 //
-// Threading: sections run one after another on the main thread. Ownership: the report keeps what it
-// is given. Errors: a section that cannot measure throws std::runtime_error; the program then says
-// so and ends with status 1. Order: figures are printed in the order in which they are added.
+// Threading: sections run one after another on the main thread.
+// Errors: a section that cannot measure throws std::runtime_error; the program then says so and
+//   exits with status 1.
+// Order: figures are printed in the order in which they are added.
 #pragma once
 
 #include <string>
@@ -12,7 +14,7 @@
 namespace bench {
 
 struct Absolute {
-  std::string name;  ///< behind the figure's group: "reports_per_s"
+  std::string name;  ///< follows the figure's group: "reports_per_s"
   double value = 0;
 };
 
@@ -21,7 +23,7 @@ struct Figure {
   std::string name;   ///< "ratio"
   double value = 0;
   double target = 0;
-  bool atLeast = false;  ///< whether the target is a floor; otherwise it is a ceiling
+  bool atLeast = false;  ///< whether the target is a minimum; otherwise it is a maximum
   Absolute measured;
   Absolute baseline;
 
@@ -38,7 +40,7 @@ class Report {
   std::vector<Figure> figures_;
 };
 
-/// The middle of the values, which must not be empty.
+/// The median of the values, which must not be empty.
 [[nodiscard]] double median(std::vector<double> values);
 
 void measureDelivery(Report& report);

@@ -90,7 +90,7 @@ void waitForConnectionsToEnd() {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (platform::liveConnectionCount() > 0) {
     if (std::chrono::steady_clock::now() > deadline)
-      throw std::runtime_error("connections do not end");
+      throw std::runtime_error("connections did not end");
     std::this_thread::yield();
   }
 }

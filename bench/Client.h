@@ -1,7 +1,8 @@
-// The measured process's side: real clients, on a platform that says that the router is installed.
+// The client side of a measurement: real clients, on a platform that reports the router as
+// installed.
 //
 // Threading: BenchPlatform is set up once, on the main thread.
-// Ownership: it puts back what it replaced.
+// Ownership: it restores what it replaced.
 // Errors: std::runtime_error.
 #pragma once
 

@@ -1,11 +1,10 @@
-// Two processors for the two ends of a latency measurement. Where the scheduler is free it puts
-// both ends on one processor in some runs and on two in others, and a wake-up then takes a tenth of
-// the time: what would be compared is its mood.
+// Two processors for the two ends of a latency measurement. Left alone, the scheduler puts both
+// ends on one processor in some runs and on two in others, and in the first case a wake-up takes a
+// tenth of the time: the comparison would measure its choice.
 //
-// Threading: speaks of the calling thread, and of the threads and processes that it starts
-//   afterwards.
-// Ownership: the destructor gives the thread its former processors back.
-// Errors: with one processor to be had, nothing is pinned.
+// Threading: pins the calling thread, and the threads and processes that it starts afterwards.
+// Ownership: the destructor restores the thread's former processors.
+// Errors: if only one processor is available, nothing is pinned.
 #pragma once
 
 #include <sched.h>

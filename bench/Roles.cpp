@@ -12,7 +12,7 @@ namespace {
 std::string ownProgram() {
   std::array<char, 4096> path{};
   const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size() - 1);
-  if (length <= 0) throw std::runtime_error("cannot find the program itself");
+  if (length <= 0) throw std::runtime_error("cannot find this program's executable");
   return path.data();
 }
 
@@ -22,11 +22,11 @@ std::vector<double> runRole(const std::string& name, const std::string& argument
                             std::size_t count) {
   const std::string command = "'" + ownProgram() + "' '--role=" + name + "' '" + argument + "'";
   FILE* const pipe = ::popen(command.c_str(), "re");
-  if (pipe == nullptr) throw std::runtime_error("cannot start the process of the " + name);
+  if (pipe == nullptr) throw std::runtime_error("cannot start the " + name + " process");
   std::vector<double> figures;
   for (double figure = 0; std::fscanf(pipe, "%lf", &figure) == 1;) figures.push_back(figure);
   if (::pclose(pipe) != 0 || figures.size() != count)
-    throw std::runtime_error("the process of the " + name + " failed");
+    throw std::runtime_error("the " + name + " process failed");
   return figures;
 }
 

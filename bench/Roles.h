@@ -1,7 +1,7 @@
-// Processes of their own for what is measured in memory, apart from the one that measured other
-// things before. The program starts itself again with --role=NAME ARGUMENT.
+// Separate processes for what is measured in memory, so that earlier measurements do not count. The
+// program starts itself again with --role=NAME ARGUMENT.
 //
-// Errors: a role ends with status 1 and a line on standard error; roleFigures then throws
+// Errors: a role exits with status 1 and a line on standard error; roleFigures then throws
 //   std::runtime_error.
 #pragma once
 
@@ -12,9 +12,9 @@
 
 namespace bench {
 
-/// Prints resident KiB before, after half and after all clients, and exits.
+/// Prints the resident KiB before, after half of and after all clients, and exits.
 int runClientsRole(const char* endpoint);
-/// Prints resident KiB before and the most while all recordings are played.
+/// Prints the resident KiB before and the peak while all recordings are played.
 int runRecordingsRole(const char* root);
 
 /// Runs a role and returns the numbers that it printed, of which there must be `count`.

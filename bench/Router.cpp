@@ -33,7 +33,7 @@ using testsupport::RouterSession;
 constexpr int kLayerDescriptor = 3;
 constexpr int kBareDescriptor = 4;
 constexpr std::uint64_t kSecond = 1'000'000'000;  // nanoseconds
-constexpr std::size_t kMostUnsent = std::size_t{1} << 20;
+constexpr std::size_t kMaxUnsent = std::size_t{1} << 20;
 
 void sleepUntil(std::uint64_t nanoseconds) {
   const timespec when{static_cast<time_t>(nanoseconds / 1'000'000'000),
@@ -76,13 +76,14 @@ void sendStream(const Job& job, WLHIDEventRouterClientProtocol& client,
       batch->send();
     }
     sent += job.batch;
-    if (sent % 64 == 0 && connection.unsentBytes() > kMostUnsent) {
-      connection.waitUntilUnsentBelow(kMostUnsent / 2, std::chrono::milliseconds(10'000));
+    if (sent % 64 == 0 && connection.unsentBytes() > kMaxUnsent) {
+      connection.waitUntilUnsentBelow(kMaxUnsent / 2, std::chrono::milliseconds(10'000));
     }
   }
 }
 
-// Reports of a ping-pong go out when the other connection of the same client sends a stop request.
+// Reports of a ping-pong are sent when the other connection of the same client sends a stop
+// request.
 std::mutex pingPongMutex;
 std::weak_ptr<RouterSession> pingPong;
 
@@ -128,7 +129,7 @@ bool writeWhole(int socket, const std::uint8_t* bytes, std::size_t length) {
   return true;
 }
 
-/// Each says how long it is, so that a reader can take them apart.
+/// Each frame has its length in front, so that a reader can split them.
 std::vector<std::uint8_t> bareFrames(std::size_t count) {
   std::vector<std::uint8_t> frames(kReportFrameBytes * count, kReportFiller);
   const std::uint32_t length = kReportFrameBytes;
@@ -155,10 +156,10 @@ void serveBarePaced(int socket, const Job& job) {
   }
 }
 
-// Pongs go out on the socket that asked for them last, as the layer's do.
+// Pongs go to the socket that last asked for them, as the layer's do.
 std::atomic<int> barePong = -1;
 
-/// Says that it is ready, and keeps the socket open until its peer closes it.
+/// Signals that it is ready, and keeps the socket open until its peer closes it.
 void serveBarePingPong(int socket) {
   barePong = socket;
   std::uint8_t byte = 0;
@@ -266,7 +267,7 @@ int RouterProcess::connectBare(const Job& job) const {
   ::fcntl(socket, F_SETFL, ::fcntl(socket, F_GETFL) & ~O_NONBLOCK);
   const std::uint64_t encoded = job.encode();
   if (::send(socket, &encoded, sizeof encoded, MSG_NOSIGNAL) != sizeof encoded) {
-    throw std::runtime_error("the bare socket takes nothing");
+    throw std::runtime_error("cannot write to the bare socket");
   }
   return socket;
 }
@@ -281,7 +282,7 @@ double RouterProcess::processorSeconds() const {
 }
 
 int runRouterRole() {
-  platform::NSXPCListenerLimits limits;  // one user's thousand clients are what is measured
+  platform::NSXPCListenerLimits limits;  // the measurement has a thousand clients of one user
   limits.connectionsOfUser = limits.connections = 10'000;
   const auto router = testsupport::TestRouter::serve(
       kLayerDescriptor,

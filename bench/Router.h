@@ -1,12 +1,12 @@
-// The other process of a benchmark: a router that serves the real protocol, and beside it bare
+// The other process of a benchmark: a router that serves the real protocol, and next to it bare
 // sockets as a baseline.
 //
 // The program starts itself again in this role, with two listening sockets: descriptor 3 for the
-// connection layer, descriptor 4 for bare streams. What a session is to send stands in the start
-// request's entry ID (see Job).
+// connection layer, descriptor 4 for bare streams. What a session has to send is encoded in the
+// start request's entry ID (see Job).
 //
 // Threading: RouterProcess belongs to one thread.
-// Ownership: it ends its process and removes its sockets with itself.
+// Ownership: its destructor ends the process and removes the sockets.
 // Errors: std::runtime_error.
 #pragma once
 
@@ -18,10 +18,10 @@
 namespace bench {
 
 inline constexpr std::size_t kReportBytes = 64;
-/// On the wire, as docs/wire-protocol.md has it: a header of 8, the data's tag and size, the bytes,
+/// On the wire (docs/wire-protocol.md): a header of 8 bytes, the data's tag and size, the bytes,
 /// the report ID.
 inline constexpr std::size_t kReportFrameBytes = 8 + 2 + kReportBytes + 4;
-/// Where the report's bytes begin in it, and what each of them is.
+/// Where the report's bytes begin in the frame, and the value of each.
 inline constexpr std::size_t kReportOffset = 8 + 2;
 inline constexpr std::uint8_t kReportFiller = 0x5A;
 /// A message without arguments.
@@ -29,8 +29,8 @@ inline constexpr std::size_t kEmptyFrameBytes = 8;
 
 enum class Kind : std::uint8_t { Nothing = 0, Stream = 1, PingPong = 2, Paced = 3, Ping = 4 };
 
-/// One session's work. `count` reports, `batch` of them at a time, or `perSecond` where they are
-/// paced. Of a ping-pong the pongs come on the connection with that job, upon pings on another.
+/// One session's work: `count` reports, `batch` at a time, or `perSecond` if they are paced. In a
+/// ping-pong the pongs come on the connection with that job, triggered by pings on another one.
 struct Job {
   Kind kind = Kind::Nothing;
   std::uint8_t batch = 1;
@@ -56,9 +56,9 @@ class RouterProcess {
   ~RouterProcess();
 
   [[nodiscard]] const std::string& endpoint() const { return endpoint_; }
-  /// A connected bare socket whose peer carries out `job`, then closes.
+  /// A connected bare socket whose peer carries out `job` and then closes it.
   [[nodiscard]] int connectBare(const Job& job) const;
-  /// Processor time of the process so far, in seconds.
+  /// Processor time that the process has used so far, in seconds.
   [[nodiscard]] double processorSeconds() const;
 
  private:
@@ -68,7 +68,7 @@ class RouterProcess {
   pid_t process_ = -1;
 };
 
-/// The router's own main, in the started process. Runs until it is killed.
+/// The router's own main, in the child process. Runs until it is killed.
 int runRouterRole();
 
 [[nodiscard]] std::uint64_t monotonicNanoseconds();

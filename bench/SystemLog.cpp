@@ -13,14 +13,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view processes[] = {"kernel", "com.apple.xpc.launchd", "WindowServer",
-                                          "sandboxd", "mDNSResponder"};
-constexpr std::string_view words[] = {
+constexpr std::string_view kProcesses[] = {"kernel", "com.apple.xpc.launchd", "WindowServer",
+                                           "sandboxd", "mDNSResponder"};
+constexpr std::string_view kWords[] = {
     "assertion", "of",      "service", "exited", "with", "abnormal", "code",           "1,",
     "pushing",   "respawn", "out",     "by",     "10",   "seconds",  "(0x7fff5fbff8)", "device",
     "request",   "failed:", "queue"};
 
-/// Entries one after another, all of them drawn from one sequence of numbers.
+/// Entries one after another, all drawn from one sequence of random numbers.
 class Writer {
  public:
   explicit Writer(unsigned keptPerMille) : keptPerMille_(keptPerMille) {}
@@ -30,7 +30,7 @@ class Writer {
     text += "Nov " + std::to_string(10 + second_ / 86400 % 20) + ' ';
     appendTime(text);
     text += " workstation ";
-    text += draw(1000) < keptPerMille_ ? "com.quillmar.hideventrouter" : processes[draw(5)];
+    text += draw(1000) < keptPerMille_ ? "com.quillmar.hideventrouter" : kProcesses[draw(5)];
     text += '[' + std::to_string(100 + draw(30000)) + "]: ";
     appendWords(text, 5 + draw(16));
     if (draw(10) == 0) {
@@ -57,7 +57,7 @@ class Writer {
 
   void appendWords(std::string& text, std::uint32_t count) {
     for (; count > 0; --count) {
-      text += words[draw(std::size(words))];
+      text += kWords[draw(std::size(kWords))];
       text += count > 1 ? ' ' : '\n';
     }
   }

@@ -1,8 +1,8 @@
-// A system log of any size for measurements: the same one each time.
+// A system log of any size for measurements: the same one in every run.
 //
 // Threading: one thread.
-// Ownership: the file goes with the object.
-// Errors: std::runtime_error where there is no room for it or it cannot be written.
+// Ownership: the file is removed with the object.
+// Errors: std::runtime_error if there is no room for it or it cannot be written.
 #pragma once
 
 #include <cstddef>

@@ -28,14 +28,14 @@ class CountingDelegate final : public WLHIDEventRouterClientDelegate {
     if (++received_ == expected_) finished_.set_value(monotonicNanoseconds() - first_);
   }
 
-  /// Reports a second.
+  /// Reports per second.
   double rate() {
     auto result = finished_.get_future();
     if (result.wait_for(kPatience) != std::future_status::ready)
       throw std::runtime_error("reports are missing");
     const double seconds = static_cast<double>(result.get()) / 1e9;
     if (bytes_ != std::uint64_t{expected_} * kReportBytes)
-      throw std::runtime_error("reports are cut");
+      throw std::runtime_error("reports are truncated");
     return (expected_ - 1) / seconds;
   }
 
@@ -47,8 +47,9 @@ class CountingDelegate final : public WLHIDEventRouterClientDelegate {
   std::promise<std::uint64_t> finished_;
 };
 
-/// Hands over what arrives on a bare socket, however the kernel cuts it, until `expected` bytes are
-/// there. `take` returns how much of it is used up. Returns the seconds from the first to the last.
+/// Passes on what arrives on a bare socket, however the kernel splits it, until `expected` bytes
+/// have arrived. `take` returns how much it has used. Returns the seconds from the first byte to
+/// the last.
 template <class Take>
 double receiveAll(int socket, std::uint64_t expected, Take take) {
   std::vector<std::uint8_t> buffer(kReadBytes);
@@ -88,7 +89,7 @@ class CountingReader final : public ReportReader {
  public:
   void receive(std::shared_ptr<const ReportBytes> report) override {
     ++count_;
-    if (report->front() != kReportFiller) throw std::runtime_error("reports are cut");
+    if (report->front() != kReportFiller) throw std::runtime_error("reports are corrupted");
   }
   [[nodiscard]] std::uint32_t count() const { return count_; }
 
@@ -96,12 +97,12 @@ class CountingReader final : public ReportReader {
   std::uint32_t count_ = 0;
 };
 
-/// Returns how many bytes the whole frames took.
+/// Returns how many bytes the complete frames took.
 std::size_t readFrames(std::span<const std::uint8_t> bytes, ReportReader& reader) {
   std::size_t used = 0;
   for (std::uint32_t length = 0; bytes.size() - used >= sizeof length; used += length) {
     std::memcpy(&length, bytes.data() + used, sizeof length);
-    if (length < kReportFrameBytes) throw std::runtime_error("a bare frame is cut");
+    if (length < kReportFrameBytes) throw std::runtime_error("a bare frame is truncated");
     if (bytes.size() - used < length) break;
     auto report = std::make_shared<ReportBytes>();
     std::memcpy(report->data(), bytes.data() + used + kReportOffset, report->size());

@@ -1,9 +1,9 @@
-// Carrying reports from the router's process to this one: through the layer to a delegate, and over
-// a bare stream socket.
+// Transfers reports from the router's process to this one: through the layer to a delegate, and
+// over a bare stream socket.
 //
 // Threading: one thread.
-// Ownership: each function ends what it began.
-// Errors: std::runtime_error where reports are missing or cut.
+// Ownership: each function ends what it starts.
+// Errors: std::runtime_error if reports are missing or truncated.
 #pragma once
 
 #include <vector>
@@ -12,19 +12,19 @@
 
 namespace bench {
 
-/// Each returns reports a second.
+/// Each returns reports per second.
 [[nodiscard]] double layerRate(const Job& job);
-/// Takes 64 KiB at a time, and does not look at them.
+/// Reads 64 KiB at a time without looking at them.
 [[nodiscard]] double bareRate(const RouterProcess& router, const Job& job);
-/// As bareRate, and does the least that a reader of reports can do: takes each frame out of what
-/// has arrived without reading beyond it, puts its bytes into an object of their own, and hands
-/// that to a virtual function.
+/// Like bareRate, but does the minimum that a reader of reports must do: takes each frame out of
+/// what has arrived without reading beyond it, puts its bytes into an object of their own, and
+/// passes that to a virtual function.
 [[nodiscard]] double referenceRate(const RouterProcess& router, const Job& job);
 
-/// Repeated runs of one way.
+/// Repeated runs of one kind of transfer.
 struct Side {
   std::vector<double> rates;
-  std::vector<double> processorMicroseconds;  ///< of both processes, a report
+  std::vector<double> processorMicroseconds;  ///< of both processes, per report
 
   /// `run` returns a rate.
   template <class Run>

@@ -49,7 +49,7 @@ class RoutingCounter final : public WLHIDEventRouterClientDelegate {
   void waitFor(std::size_t count) {
     std::unique_lock lock(mutex_);
     if (!changed_.wait_for(lock, std::chrono::seconds(60), [&] { return routing_ >= count; })) {
-      throw std::runtime_error("clients do not come to route");
+      throw std::runtime_error("the clients did not start routing");
     }
   }
 
@@ -84,7 +84,7 @@ int runClientsRole(const char* endpoint) {
     std::cerr << "wlhid-bench: " << exception.what() << '\n';
     return 1;
   }
-  ::_exit(0);  // a thousand orderly goodbyes are not what is measured
+  ::_exit(0);  // the orderly closing of a thousand connections is not measured
 }
 
 void measureClients(Report& report) {

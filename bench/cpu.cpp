@@ -1,4 +1,4 @@
-// Processor time of a report at the paces of real devices, router and client together, against a
+// Processor time per report at the rates of real devices, router and client together, against a
 // bare socket and a reader that does not look at what it reads.
 #include "bench/Bench.h"
 #include "bench/Transfer.h"

@@ -1,6 +1,6 @@
 // Delivery from the router's process to the delegate, against a bare stream socket that carries
-// frames of the same size and a reader that takes 64 KiB at a time. All are repeated in turn; the
-// middle of each counts.
+// frames of the same size and a reader that takes 64 KiB at a time. The runs alternate; the median
+// of each kind counts.
 #include <algorithm>
 #include <stdexcept>
 
@@ -43,9 +43,9 @@ void addRatio(Report& report, const std::string& group, double target, const Sid
               {"bare_frames_per_s", baseline}});
 }
 
-/// What a report costs both processes beyond what the bare sockets take: encoding, framing,
-/// decoding, the report's own allocation, the client and the call of the delegate. Against what a
-/// reader costs that does the least one can do.
+/// What a report costs both processes beyond what the bare sockets cost: encoding, framing,
+/// decoding, the report's own allocation, the client and the call of the delegate. Compared with
+/// the cost of a reader that does the minimum.
 void addOwnCost(Report& report, const Sides& sides) {
   const double bare = median(sides.bare.processorMicroseconds);
   const double layer = median(sides.layer.processorMicroseconds);

@@ -1,6 +1,6 @@
-// One-way latency: half a ping-pong, and from the stamp in a report that is sent at 8 kHz to the
-// delegate. Against as many bare sockets with frames of the same sizes (two for the ping-pong), the
-// two processes on a processor each.
+// One-way latency: half a ping-pong, and the time from the stamp in a report sent at 8 kHz to the
+// delegate. Compared with the same number of bare sockets with frames of the same sizes (two for
+// the ping-pong), each process on its own processor.
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -26,7 +26,7 @@ constexpr auto kPatience = std::chrono::seconds(120);
 
 using Samples = std::vector<double>;  // microseconds
 
-// The client's second connection, over which it asks for the next report.
+// The client's second connection, through which it asks for the next report.
 class Ponger {
  public:
   Ponger()
@@ -60,7 +60,7 @@ class PingPongDelegate final : public WLHIDEventRouterClientDelegate {
   }
   Samples wait() {
     if (finished_.get_future().wait_for(kPatience) != std::future_status::ready)
-      throw std::runtime_error("no pong");
+      throw std::runtime_error("no pong arrived");
     ponger_.end();
     return {samples_.begin() + kWarmUp, samples_.end()};
   }

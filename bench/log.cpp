@@ -1,4 +1,4 @@
-// The excerpt of a system log against what it cannot do without, reading the log, and against the
+// The excerpt of a system log compared with the minimum, which is reading the log, and with the
 // usual tool for finding a word in a file, which keeps nothing.
 #include <fcntl.h>
 #include <spawn.h>
@@ -25,11 +25,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t logBytes = std::size_t{512} << 20;
-constexpr int rounds = 9;
-constexpr double bytesInMiB = 1024.0 * 1024.0;
+constexpr std::size_t kLogBytes = std::size_t{512} << 20;
+constexpr int kRounds = 9;
+constexpr double kBytesInMiB = 1024.0 * 1024.0;
 
-/// A system root of the benchmark's own, in place while the object lives.
+/// A system root of the benchmark's own, in use while the object exists.
 class Root {
  public:
   Root() {
@@ -52,7 +52,7 @@ class Root {
   fs::path path_;
 };
 
-/// As a diagnostic report gets it: through the module's file.
+/// The way a diagnostic report gets it: through the module's file.
 std::shared_ptr<platform::NSData> excerpt() {
   std::shared_ptr<platform::NSData> result;
   const auto take = [&result](auto error, auto, auto data, bool) {
@@ -64,7 +64,7 @@ std::shared_ptr<platform::NSData> excerpt() {
   return result;
 }
 
-/// Every byte of the file through one buffer. The sum keeps the reads from being left out.
+/// Reads the file through one buffer. The sum keeps the compiler from removing the reads.
 unsigned readInChunks(const fs::path& path) {
   constexpr std::size_t chunk = std::size_t{256} * 1024;
   const std::unique_ptr<unsigned char[]> buffer(new unsigned char[chunk]);
@@ -78,7 +78,7 @@ unsigned readInChunks(const fs::path& path) {
   return sum;
 }
 
-/// Its output goes to a pipe: with nobody to read it, the tool would stop at the first line found.
+/// Its output goes to a pipe: without a reader, the tool would stop at the first matching line.
 void runGrep(const fs::path& path) {
   int ends[2];
   if (::pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("cannot make a pipe");
@@ -88,7 +88,7 @@ void runGrep(const fs::path& path) {
   const std::string file = path.string();
   const char* const arguments[] = {"grep",       "-F",   "-c", "com.quillmar.hideventrouter",
                                    file.c_str(), nullptr};
-  // The plain locale is the one in which it has least to do.
+  // The plain locale is the one with the least work.
   const char* const environment[] = {"LC_ALL=C", "PATH=/usr/bin:/bin", nullptr};
   pid_t child = -1;
   const int failure =
@@ -117,13 +117,13 @@ struct Times {
   double grep = 0;
 };
 
-/// Medians; the three are taken in turn, so that all see the same machine.
+/// Medians; the three alternate, so that all see the machine in the same state.
 Times measure(const SystemLog& log, bool withGrep) {
   std::vector<double> excerpts;
   std::vector<double> reads;
   std::vector<double> greps{0};
   volatile unsigned seen = readInChunks(log.path());  // the file is in the page cache from here on
-  for (int round = 0; round < rounds; ++round) {
+  for (int round = 0; round < kRounds; ++round) {
     reads.push_back(milliseconds([&] { seen = readInChunks(log.path()); }));
     excerpts.push_back(milliseconds([&] { seen = static_cast<unsigned>(excerpt()->length()); }));
     if (withGrep) greps.push_back(milliseconds([&] { runGrep(log.path()); }));
@@ -146,13 +146,13 @@ struct Peak {
 };
 
 Peak peakOfThisProcess() {
-  std::ofstream("/proc/self/clear_refs") << "5";  // the peak begins anew
+  std::ofstream("/proc/self/clear_refs") << "5";  // resets the peak
   const double before = memory("VmRSS");
   const auto data = excerpt();
-  return {memory("VmHWM") - before, static_cast<double>(data->length()) / bytesInMiB};
+  return {memory("VmHWM") - before, static_cast<double>(data->length()) / kBytesInMiB};
 }
 
-/// In a process of its own, so that nothing of what was measured before is in the figure.
+/// In a process of its own, so that earlier measurements are not part of the figure.
 Peak measurePeak() {
   int ends[2];
   if (::pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("cannot make a pipe");
@@ -170,7 +170,7 @@ Peak measurePeak() {
   const bool whole = ::read(ends[0], &peak, sizeof peak) == sizeof peak;
   ::close(ends[0]);
   if (child > 0) ::waitpid(child, nullptr, 0);
-  if (!whole) throw std::runtime_error("cannot measure the peak of memory");
+  if (!whole) throw std::runtime_error("cannot measure the memory peak");
   return peak;
 }
 
@@ -181,7 +181,7 @@ struct Row {
   bool withGrep;
 };
 
-constexpr Row rows[] = {
+constexpr Row kRows[] = {
     {"log.kept01", 1, 1.7, false}, {"log.kept1", 10, 1.7, true}, {"log.kept50", 500, 4.0, false}};
 
 }  // namespace
@@ -189,8 +189,8 @@ constexpr Row rows[] = {
 void measureLog(Report& report) {
   const Root root;
   Peak worst;
-  for (const Row& row : rows) {
-    const SystemLog log(root.path(), logBytes, row.keptPerMille);
+  for (const Row& row : kRows) {
+    const SystemLog log(root.path(), kLogBytes, row.keptPerMille);
     const Times times = measure(log, row.withGrep);
     report.add({row.group,
                 "ratio",

@@ -2,8 +2,8 @@
 //
 //   wlhid-bench [--only PREFIX] [--json FILE]
 //
-// Exit status 0 when everything was measured, whether or not each target was met; 1 otherwise; 2
-// for wrong usage.
+// Exit status 0 if everything was measured, whether or not each target was met; 1 otherwise; 2 for
+// wrong usage.
 #include <cstdio>
 #include <cstring>
 #include <exception>

@@ -1,4 +1,4 @@
-// The presence check against what it cannot do without: reading both executables whole.
+// The presence check compared with the minimum: reading both executables whole.
 #include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -23,10 +23,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* label = "com.quillmar.hideventrouter";
-constexpr int rounds = 301;
+constexpr const char* kLabel = "com.quillmar.hideventrouter";
+constexpr int kRounds = 301;
 
-/// The machine's foundation, with a main bundle of our choosing.
+/// The machine's foundation, with a main bundle of our choice.
 class BundleAt final : public platform::ForwardingFoundationProvider {
  public:
   explicit BundleAt(const fs::path& bundle)
@@ -47,14 +47,14 @@ class InstalledRouter {
       throw std::runtime_error("cannot make a temporary directory");
     directory_ = pattern;
     const platform::SystemRoot root(directory_ / "root");
-    installed_ = root.helperTool(label);
-    bundled_ = directory_ / "bundle/Contents/Library/LaunchServices" / label;
-    for (const auto& place : {installed_, bundled_, root.jobFile(label)})
+    installed_ = root.helperTool(kLabel);
+    bundled_ = directory_ / "bundle/Contents/Library/LaunchServices" / kLabel;
+    for (const auto& place : {installed_, bundled_, root.jobFile(kLabel)})
       fs::create_directories(place.parent_path());
     fs::copy_file(WLHID_ROUTER_IMAGE, installed_);
     fs::copy_file(WLHID_ROUTER_IMAGE, bundled_);
-    const auto job = platform::encodeJobFile({label, {installed_.string()}, {label}});
-    std::ofstream(root.jobFile(label), std::ios::binary)
+    const auto job = platform::encodeJobFile({kLabel, {installed_.string()}, {kLabel}});
+    std::ofstream(root.jobFile(kLabel), std::ios::binary)
         .write(reinterpret_cast<const char*>(job.data()), static_cast<std::streamsize>(job.size()));
     platform::SystemRoot::setCurrent(root);
     replaced_ =
@@ -79,8 +79,8 @@ class InstalledRouter {
   std::shared_ptr<platform::FoundationProvider> replaced_;
 };
 
-/// A plain read of a whole file into memory of its own; its last byte, so that none of it is left
-/// out.
+/// Reads a whole file into memory of its own; returns its last byte, so that no read is optimised
+/// away.
 unsigned readWhole(const fs::path& path) {
   const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   struct stat status {};
@@ -108,17 +108,17 @@ double microseconds(const Body& body) {
 
 void measurePresence(Report& report) {
   const InstalledRouter router;
-  const auto name = platform::str(label);
+  const auto name = platform::str(kLabel);
   volatile unsigned seen = 0;
   std::vector<double> checks;
   std::vector<double> reads;
-  // Taken in turn, so that both see the same machine.
-  for (int round = 0; round < rounds; ++round) {
+  // The two alternate, so that both see the machine in the same state.
+  for (int round = 0; round < kRounds; ++round) {
     reads.push_back(
         microseconds([&] { seen = readWhole(router.bundled()) + readWhole(router.installed()); }));
     checks.push_back(microseconds([&] {
       if (!KQPrivilegedHelperManager::isPriviledgedHelperInstalledWithLabel(name)) {
-        throw std::runtime_error("the presence check does not find the router");
+        throw std::runtime_error("the presence check did not find the router");
       }
     }));
   }

@@ -20,13 +20,13 @@ constexpr std::size_t kDevices = 16;
 constexpr std::uint32_t kReports = 60'000;
 constexpr double kKiBInMiB = 1024;
 
-/// In KiB: "VmRSS", what is resident now, or "VmHWM", the most that ever was.
+/// In KiB: "VmRSS", what is resident now, or "VmHWM", the peak.
 double memory(const std::string& key) {
   std::ifstream in("/proc/self/status");
   for (std::string line; std::getline(in, line);) {
     if (line.starts_with(key + ":")) return std::stod(line.substr(key.size() + 1));
   }
-  throw std::runtime_error("the system does not say how much memory is in use");
+  throw std::runtime_error("cannot read " + key + " in /proc/self/status");
 }
 
 class RecordedRoot {

@@ -1,4 +1,4 @@
-// Job files and control messages of any content: what is taken from them is within its bounds.
+// Job files and control messages of any content: whatever is accepted is within its bounds.
 #include <cstdlib>
 
 #include "platform/services/Control.h"
@@ -23,7 +23,7 @@ void checkJob(std::span<const std::uint8_t> bytes) {
   for (const auto& service : job->services) {
     require(platform::SystemRoot::isValidLabel(service) && platform::mayOffer("com.x", service));
   }
-  // What is written for it is understood the same. Some text fits a binary list only.
+  // What is written for it reads back the same. Some text fits only a binary list.
   try {
     const auto again = platform::parseJobFile(platform::encodeJobFile(*job), "com.x", nullptr);
     require(again && again->arguments == job->arguments && again->services == job->services);

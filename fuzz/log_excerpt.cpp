@@ -1,7 +1,8 @@
-// Any text, in pieces of any length, gives the excerpt that the whole text gives in the plainest
-// way, with ICU for the pattern. Text that is not UTF-8 is recognised as such, wherever it breaks.
+// Any text, in pieces of any length, gives the same excerpt as the plainest implementation gives
+// for the whole text, with ICU for the pattern. Text that is not UTF-8 is recognised as such,
+// wherever it is split.
 //
-// The first two bytes of the input say how long the pieces are; the rest is the log.
+// The first two bytes of the input give the length of the pieces; the rest is the log.
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
@@ -16,7 +17,7 @@ void require(bool condition) {
   if (!condition) std::abort();
 }
 
-/// Whether the text is UTF-8; `filter` takes it as far as it is.
+/// Whether the text is UTF-8; `filter` gets as much of it as is.
 bool feed(std::string_view log, std::size_t pieceLength, diagnostics::LogFilter& filter) {
   platform::UTF8Validator validator;
   for (std::size_t at = 0; at < log.size(); at += pieceLength) {
@@ -30,7 +31,7 @@ bool feed(std::string_view log, std::size_t pieceLength, diagnostics::LogFilter&
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  // ICU's stack has room for the lines of this length.
+  // ICU's stack has room for lines of this length.
   if (size < 2 || size > std::size_t{64} * 1024) return 0;
   const std::size_t more = data[1] % 2 == 0 ? 0 : std::size_t{data[1]} * 256;
   const std::size_t pieceLength = 1 + data[0] + more;

@@ -1,4 +1,4 @@
-// The section search on arbitrary bytes: whatever it finds lies within them.
+// The section search on arbitrary bytes: whatever it finds is within them.
 #include <cstdlib>
 
 #include "helper-install/MachO.h"
@@ -9,7 +9,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!found) return 0;
   const bool within = found->data() >= data && found->data() + found->size() <= data + size;
   if (!within || found->empty()) std::abort();
-  // Every byte is read, so that a sanitizer sees each.
+  // Every byte is read, so that a sanitizer checks each.
   std::uint64_t sum = 0;
   for (const auto byte : *found) sum += byte;
   if (sum > std::uint64_t{255} * found->size()) std::abort();

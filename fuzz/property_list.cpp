@@ -1,6 +1,5 @@
-// Property lists from arbitrary bytes. What is read can be written in either encoding, and reads
-// back as the same object; what cannot be written is refused for one of the reasons for which that
-// may happen.
+// Property lists from arbitrary bytes. What is read can be written in either encoding and reads
+// back as an equal object; what cannot be written is refused for one of the documented reasons.
 #include <cmath>
 #include <cstdlib>
 
@@ -26,7 +25,7 @@ std::shared_ptr<NSObject> read(const std::shared_ptr<NSData>& data, NSPropertyLi
   return object;
 }
 
-/// The object as XML can say it: dates without fractions.
+/// The object as XML can represent it: dates without fractions.
 std::shared_ptr<NSObject> inWholeSeconds(const std::shared_ptr<NSObject>& object) {
   if (const auto date = objectCast<NSDate>(object)) {
     return NSDate::dateWithTimeIntervalSinceReferenceDate(
@@ -45,7 +44,7 @@ std::shared_ptr<NSObject> inWholeSeconds(const std::shared_ptr<NSObject>& object
   return object;
 }
 
-/// How many objects there are, each counted as often as it is referred to.
+/// The number of objects, each counted once per reference.
 std::size_t objectsIn(const NSObject& object) {
   std::size_t count = 1;
   if (const auto* array = dynamic_cast<const NSArray*>(&object)) {
@@ -83,8 +82,8 @@ void checkRoundTrip(const std::shared_ptr<NSObject>& object, NSPropertyListForma
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   auto format = NSPropertyListFormat::XML;
   const auto object = read(NSData::dataWithBytes({data, size}), &format);
-  // A few hundred bytes can stand for a million objects: that is allowed, and slow enough under a
-  // sanitizer to leave no time for anything else.
+  // A few hundred bytes can stand for a million objects: that is allowed, and under a sanitizer
+  // slow enough to leave no time for anything else.
   if (!object || objectsIn(*object) > 4'000) return 0;
   (void)object->description();
   checkRoundTrip(object, format, NSPropertyListFormat::XML);

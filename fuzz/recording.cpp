@@ -1,5 +1,5 @@
-// Any text is a recording or a RecordingError of one line; the reports of a recording lie within it
-// and have due times that never fall.
+// Any text is a recording or a RecordingError of one line; the reports of a recording are within it
+// and have due times that never decrease.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -34,14 +34,14 @@ void check(std::string_view text, std::uint32_t device) {
   std::size_t reports = 0;
   std::chrono::nanoseconds last{};
   for (router::RecordedReport report; reader.next(&report); ++reports) {
-    for (const std::uint8_t byte : report.bytes) sum += byte;  // every byte can be read
+    for (const std::uint8_t byte : report.bytes) sum += byte;  // every byte is readable
     length += report.bytes.size();
     const auto due = schedule.due(report.time);
     require(due >= last);
     last = due;
   }
   require(reports == summary.reports);
-  require(last <= schedule.beginAgain());  // equal only where both are at the bound
+  require(last <= schedule.beginAgain());  // equal only if both are at the bound
   require(length <= text.size() && sum <= 255 * length);
 }
 

@@ -1,6 +1,6 @@
-// Replays a fuzz target's corpus as an ordinary test: every file named, or every file below a
-// directory named, is fed once. Exit status 1 if there was nothing to feed, since a replay of
-// nothing would prove nothing.
+// Replays a fuzz target's corpus as an ordinary test: every named file, and every file below a
+// named directory, is fed once. Exit status 1 if there was no input, since a replay of nothing
+// would prove nothing.
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>

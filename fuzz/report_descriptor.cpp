@@ -1,5 +1,5 @@
-// Any bytes are a descriptor or a ReportDescriptorError, and any bytes behind it a report. The
-// input is the descriptor's length in two bytes, little-endian, the descriptor, and the report.
+// Any bytes are a descriptor or a ReportDescriptorError, and any bytes after it a report. The input
+// is the descriptor's length in two bytes, little-endian, the descriptor, and the report.
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -26,7 +26,7 @@ void checkValue(const ReportDescriptor& descriptor, const platform::HIDElementVa
   require(!element->field->constant);
   require(std::uint64_t{element->bitOffset()} + bits <= report.size() * 8);
   require(value.bytes.size() == (bits + 7) / 8);
-  // The bytes and the integer say the same; bits beyond the field are zero.
+  // The bytes and the integer agree; bits beyond the field are zero.
   std::uint64_t integer = 0;
   for (std::size_t i = 0; i < value.bytes.size() && i < 8; ++i)
     integer |= std::uint64_t{value.bytes[i]} << (8 * i);

@@ -1,5 +1,5 @@
-// What a report shows of any log: the same in whatever pieces it comes, one line for each line, and
-// each of them the line's length or printable ASCII with the host left out.
+// What a report shows of any log: it does not depend on how the text is split, and every line is
+// shown as its length or as printable ASCII without the host.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>

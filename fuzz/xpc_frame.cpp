@@ -1,5 +1,5 @@
 // Feeds a stream to a connection's frame receiver: headers, hello, calls of the two protocols,
-// replies to the start request. Whatever is accepted must be written back as the same bytes.
+// replies to the start request. Whatever is accepted must encode to the same bytes.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -88,7 +88,7 @@ void checkFrame(const FrameReceiver& receiver) {
   }
 }
 
-/// So that a stream without a hello is looked at beyond its first frame.
+/// Lets a stream without a hello be read beyond its first frame.
 void greet(FrameReceiver& receiver) {
   WireWriter hello;
   writeHello(hello, {kWireVersion, "A", "B"});

@@ -1,6 +1,6 @@
 // Decodes one object under an allow-list that the first bytes choose. Whatever is accepted must
-// encode to the very bytes that were read, and those must decode to an equal object; a refusal must
-// leave no object behind.
+// encode to exactly the bytes that were read, and those must decode to an equal object; a refusal
+// must create no object.
 #include <cstdint>
 #include <cstdlib>
 #include <span>

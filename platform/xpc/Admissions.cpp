@@ -18,9 +18,8 @@ Admissions::Entries::iterator Admissions::oldestSilentLocked(const Condition& co
   });
 }
 
-/// Room is made by the oldest connection that has said nothing: one of the same user where that
-/// user's limits are reached, anybody's where all places are taken. Where all have spoken, the new
-/// one is refused.
+/// Room is made by ending the oldest silent connection: of the same user if that user's limits are
+/// reached, of any user if all places are taken. If none is silent, the new one is refused.
 Admissions::Answer Admissions::admit(uid_t user, std::weak_ptr<ConnectionCore> connection) {
   const auto isOfUser = [user](const Entry& entry) { return entry.user == user; };
   const auto isAny = [](const Entry&) { return true; };

@@ -1,9 +1,10 @@
-// Which connections a listener has let in, and what they may cost together.
+// Which connections a listener has admitted, and what they may cost together.
 //
-// Threading: any thread; no call-out. Ownership: a place is its connection's, until it goes; the
-//   register names connections, never keeps them.
-// Errors: std::bad_alloc, which changes nothing. Order: of two silent connections the older goes
-//   first.
+// Threading: any thread; no call-out.
+// Ownership: a place belongs to its connection; the register refers to connections but never keeps
+//   them alive.
+// Errors: std::bad_alloc, which changes nothing.
+// Order: of two silent connections the older is ended first.
 #pragma once
 
 #include <sys/types.h>
@@ -25,7 +26,7 @@ class Admissions : public std::enable_shared_from_this<Admissions> {
  public:
   explicit Admissions(const NSXPCListenerLimits& limits) : limits_(limits) {}
 
-  /// What a connection holds while it counts.
+  /// What a connection holds while it counts towards the limits.
   class Place {
    public:
     Place(std::shared_ptr<Admissions> admissions, std::uint64_t number,
@@ -35,7 +36,7 @@ class Admissions : public std::enable_shared_from_this<Admissions> {
     Place& operator=(const Place&) = delete;
     ~Place() { admissions_->leave(number_); }
 
-    /// From now on the connection is not ended to make room.
+    /// From now on the connection is not ended to make room for another.
     void saidHello() { admissions_->noteHello(number_); }
     [[nodiscard]] std::chrono::milliseconds helloWithin() const {
       return admissions_->limits_.helloWithin;
@@ -50,9 +51,9 @@ class Admissions : public std::enable_shared_from_this<Admissions> {
 
   struct Answer {
     std::unique_ptr<Place> place;  ///< null: refused
-    /// A connection without a hello that has to go for this one; the caller ends it.
+    /// A connection without a hello that must make room for this one; the caller ends it.
     std::weak_ptr<ConnectionCore> ended;
-    const char* refusal = "";  ///< where refused for the first time since somebody was let in
+    const char* refusal = "";  ///< set for the first refusal since a connection was admitted
   };
   [[nodiscard]] Answer admit(uid_t user, std::weak_ptr<ConnectionCore> connection);
 

@@ -1,4 +1,4 @@
-// Encoded messages, one after the other, and where each ends.
+// Encoded messages, one after another, and where each one ends.
 #pragma once
 
 #include <cstddef>

@@ -6,8 +6,8 @@
 namespace platform::xpc {
 namespace {
 
-/// The least piece, bytes: most connections never have more unsent than their hello.
-constexpr std::size_t kLeastPiece = 512;
+/// The smallest piece, in bytes: most connections never have more unsent than their hello.
+constexpr std::size_t kMinPiece = 512;
 
 }  // namespace
 
@@ -49,7 +49,7 @@ void ByteQueue::makeRoomFor(std::size_t count) {
   try {
     while (room < count) {
       pieces_.emplace_back(
-          std::clamp(std::max(size_ + room, count - room), kLeastPiece, kPieceLimit));
+          std::clamp(std::max(size_ + room, count - room), kMinPiece, kPieceLimit));
       room += pieces_.back().capacity;
     }
   } catch (...) {
@@ -74,7 +74,7 @@ void ByteQueue::drop(std::size_t count) {
     piece.begin += taken;
     count -= taken;
     if (piece.size() > 0) return;
-    if (first_ + 1 == pieces_.size()) break;  // kept, for what comes next
+    if (first_ + 1 == pieces_.size()) break;  // kept for what comes next
     piece.bytes.reset();
     ++first_;
   }
@@ -82,7 +82,7 @@ void ByteQueue::drop(std::size_t count) {
 }
 
 void ByteQueue::forgetDropped() {
-  if (empty() || first_ >= pieces_.size() / 2) {  // each piece moves at most once for one that left
+  if (empty() || first_ >= pieces_.size() / 2) {  // each piece moves at most once per freed one
     pieces_.erase(pieces_.begin(), pieces_.begin() + static_cast<std::ptrdiff_t>(first_));
     first_ = 0;
   }

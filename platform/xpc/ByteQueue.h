@@ -1,9 +1,10 @@
-// Bytes that go in at the end and out at the front, kept in pieces: however full it was and however
-// much went through, its memory stays within two pieces of what it holds. One block would double
-// with its contents, and leave the smaller ones that it grew out of behind in the heap.
+// A queue of bytes, kept in pieces: however full it was and however much went through, its memory
+// stays within two pieces of its contents. One block would double with its contents and leave the
+// smaller blocks that it outgrew in the heap.
 //
-// Threading: its user's lock. Ownership: the bytes are its own. Errors: std::bad_alloc from append
-// and prepend, which then have changed nothing; nothing else throws. Order: first in, first out.
+// Threading: guarded by its user's lock.
+// Errors: std::bad_alloc from append and prepend, which then change nothing; nothing else throws.
+// Order: first in, first out.
 #pragma once
 
 #include <cstddef>
@@ -21,16 +22,16 @@ class ByteQueue {
 
   [[nodiscard]] std::size_t size() const { return size_; }
   [[nodiscard]] bool empty() const { return size_ == 0; }
-  /// The first bytes, as many as stand in one piece; empty only when the queue is.
+  /// The first bytes, as many as one piece holds; empty only if the queue is.
   [[nodiscard]] std::span<const std::uint8_t> front() const;
-  /// What the pieces have room for, bytes taken and free.
+  /// The memory of all pieces, used and free.
   [[nodiscard]] std::size_t capacity() const;
 
   void append(std::span<const std::uint8_t> bytes);
   void prepend(std::span<const std::uint8_t> bytes);
-  /// Takes the first `count` bytes out, at most size().
+  /// Removes the first `count` bytes, at most size().
   void drop(std::size_t count);
-  /// Empties it and gives all of its memory back.
+  /// Empties it and frees all of its memory.
   void clear();
 
  private:
@@ -50,8 +51,8 @@ class ByteQueue {
   void makeRoomFor(std::size_t count);
   void forgetDropped();
 
-  // A vector whose beginning moves: unlike a deque it needs no memory while it is empty. Every
-  // piece from first_ on holds bytes, but for the one that is kept when the queue runs empty.
+  // A vector with a moving start: unlike a deque it needs no memory while it is empty. Every piece
+  // from first_ on holds bytes, except the one that is kept when the queue runs empty.
   std::vector<Piece> pieces_;
   std::size_t first_ = 0;
   std::size_t size_ = 0;

@@ -69,7 +69,7 @@ std::shared_ptr<ConnectionCore> ConnectionCore::accepted(int socket, int wake,
 
 ConnectionCore::ConnectionCore(std::string service, int acceptedSocket)
     : service_(std::move(service)), accepted_(acceptedSocket >= 0), socket_(acceptedSocket) {
-  static_cast<void>(spareError(NSXPCConnectionInvalid));  // makes them all
+  static_cast<void>(spareError(NSXPCConnectionInvalid));  // creates all of them
   if (!accepted_) return;
   peer_ = peerOfSocket(socket_);
   countsAsLive_ = true;
@@ -93,7 +93,7 @@ std::size_t ConnectionCore::liveCount() {
   return liveConnections.load();
 }
 
-// -------------------------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 // Configuration
 
 void ConnectionCore::setExportedTable(SharedTable table) {
@@ -137,7 +137,7 @@ void ConnectionCore::setInvalidationHandler(std::function<void()> handler) {
   replaceHandler(invalidationHandler_, std::move(handler));
 }
 
-// -------------------------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 // Beginning and ending
 
 void ConnectionCore::resume() {
@@ -154,11 +154,11 @@ void ConnectionCore::resume() {
   pokeLocked();
   const bool starved = !threadRuns_;
   lock.unlock();
-  if (starved) log("no thread or descriptor is to be had; the next call tries again");
+  if (starved) log("no thread or descriptor is available; the next call tries again");
 }
 
 void ConnectionCore::invalidate() {
-  if (mark_.isInherited()) return letGoOfInherited();
+  if (mark_.isInherited()) return releaseInherited();
   Handlers released;
   const std::lock_guard lock(mutex_);
   if (!life_.take(Event::Invalidate)) return;
@@ -166,13 +166,13 @@ void ConnectionCore::invalidate() {
   try {
     endStreamLocallyLocked(released);
   } catch (const std::bad_alloc&) {
-    if (socket_ >= 0) ::shutdown(socket_, SHUT_RD);  // the queue says the farewell then
+    if (socket_ >= 0) ::shutdown(socket_, SHUT_RD);  // the queue then sends the farewell
   }
   pokeLocked();
 }
 
 void ConnectionCore::abandon() {
-  if (mark_.isInherited()) return letGoOfInherited();
+  if (mark_.isInherited()) return releaseInherited();
   Handlers released;
   SharedHandler interruption;
   SharedHandler invalidation;
@@ -192,9 +192,9 @@ void ConnectionCore::abandon() {
   }
 }
 
-/// Once, and not while a thread that this process lacks held the lock in the moment of the fork:
-/// then they stay until the process ends or becomes another program.
-void ConnectionCore::letGoOfInherited() {
+/// Runs once, and only if no thread that does not exist in this process held the lock at the moment
+/// of the fork: otherwise the descriptors stay open until the process ends or executes a program.
+void ConnectionCore::releaseInherited() {
   const std::unique_lock lock(mutex_, std::try_to_lock);
   if (!lock) return;
   for (int* const descriptor : {&socket_, &wake_, &peer_.process}) {
@@ -214,7 +214,7 @@ void ConnectionCore::openStreamLocked() {
   outbox_.open(socket_, {kWireVersion, nameOf(exportedTable_), nameOf(remoteTable_)});
 }
 
-// -------------------------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 // Sending
 
 void ConnectionCore::send(const SharedTable& remote, std::size_t method, const XPCValues& arguments,
@@ -267,7 +267,7 @@ void ConnectionCore::failUnencodable(const EncodingError& error, XPCReplyHandler
   failLocked(reply, errorHandler, connectionError(true, error.code(), error.what()));
 }
 
-/// Nothing is thrown: where memory is short what the batch holds is lost with the stream.
+/// Nothing is thrown: if memory is short, the contents of the batch are lost with the stream.
 void ConnectionCore::sendTogether(const BatchedFrames& batch) {
   if (mark_.isInherited()) return;
   bool dropsBegin = false;
@@ -282,7 +282,7 @@ void ConnectionCore::sendTogether(const BatchedFrames& batch) {
   if (dropsBegin) log(kDropsBegin);
 }
 
-/// Whether messages begin to be dropped.
+/// Whether dropping begins with this batch.
 bool ConnectionCore::putBatchLocked(const BatchedFrames& batch) {
   XPCReplyHandler noReply;
   if (life_.hasEnded()) {
@@ -325,7 +325,7 @@ void ConnectionCore::answer(std::uint64_t stream, std::uint64_t id,
   pokeLocked();
 }
 
-void ConnectionCore::endForWantOfAnswer(std::uint64_t stream) {
+void ConnectionCore::endUnanswered(std::uint64_t stream) {
   if (mark_.isInherited()) return;
   const std::lock_guard lock(mutex_);
   if (!awaitsAnswerLocked(stream)) return;
@@ -381,8 +381,8 @@ PeerIdentity ConnectionCore::peer() const {
   return peer_;
 }
 
-// -------------------------------------------------------------------------------------------------------------------
-// The queue thread's attention
+// -------------------------------------------------------------------------------------------------
+// Waking the queue thread
 
 void ConnectionCore::failLocked(XPCReplyHandler& reply, const SharedErrorHandler& errorHandler,
                                 std::shared_ptr<NSError> error) {
@@ -402,7 +402,7 @@ void ConnectionCore::callOnQueue(std::function<void()> action) {
   if (life_.isActive()) pokeLocked();
 }
 
-/// Without a thread or descriptor to be had the work stays queued, and the next call tries again.
+/// If no thread or descriptor is available, the work stays queued and the next call tries again.
 bool ConnectionCore::startThreadLocked() {
   if (wake_ < 0) wake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (wake_ < 0) return false;
@@ -422,7 +422,7 @@ bool ConnectionCore::startThreadLocked() {
   return threadRuns_;
 }
 
-/// Without memory of its own, so that a connection can end where there is none.
+/// Allocates nothing, so that a connection can end when memory is short.
 void* ConnectionCore::threadMain(void* started) {
   nameThisThread("xpc connection");
   std::shared_ptr<ConnectionCore> core;
@@ -434,7 +434,7 @@ void* ConnectionCore::threadMain(void* started) {
   try {
     core->run();
   } catch (const InForkedChild&) {
-    core->letGoOfInherited();
+    core->releaseInherited();
     return nullptr;
   }
   core.reset();
@@ -442,12 +442,12 @@ void* ConnectionCore::threadMain(void* started) {
   return nullptr;
 }
 
-/// The count itself falls when the thread has let go of everything.
+/// The count itself falls when the thread has released everything.
 void ConnectionCore::releaseTokenLocked() {
   threadRuns_ = false;
   countsAsLive_ = false;
   queueThread_ = {};
-  ::close(std::exchange(wake_, -1));  // an ended connection that somebody keeps costs no descriptor
+  ::close(std::exchange(wake_, -1));  // an ended connection needs no descriptor
 }
 
 }  // namespace platform::xpc

@@ -1,4 +1,4 @@
-// One connection: its socket, its queue thread and what is pending. NSXPCConnection is a handle on
+// One connection: its socket, its queue thread and what is pending. NSXPCConnection is a handle to
 // it.
 //
 //   ConnectionCore.cpp      what other threads call: configuration, sending, ending
@@ -6,14 +6,15 @@
 //   ConnectionDelivery.cpp  the queue thread: from a frame to the call that it stands for
 //
 // Threading: as NSXPCConnection.h. mutex_ covers plain state and non-blocking system calls, never a
-//   call-out nor the destruction of anything that a caller gave. Members below "queue thread"
+//   call-out or the destruction of anything that a caller passed in. Members below "queue thread"
 //   belong to that thread alone.
-// Ownership: the handle and the running queue thread hold the core; proxies do too, reply senders
-//   only weakly. The core never holds its handle.
+// Ownership: the handle, the proxies and the running queue thread hold the core; reply senders hold
+//   it weakly. The core never holds its handle.
 // Errors, Order: as NSXPCConnection.h.
 // Forks: in a child every call from outside returns before it touches the lock, which a thread that
-//   the child lacks may hold; ends let go of the descriptors. A queue thread that forks itself, in
-//   a handler, ends in the child as soon as the handler returns (InForkedChild).
+//   does not exist in the child may hold; ending a connection releases its descriptors. If a
+//   handler forks on the queue thread, that thread ends in the child as soon as the handler returns
+//   (InForkedChild).
 #pragma once
 
 #include <atomic>
@@ -45,13 +46,13 @@ using SharedHandler = std::shared_ptr<std::function<void()>>;
 class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
  public:
   static std::shared_ptr<ConnectionCore> toService(std::string service);
-  /// Takes the connected socket over, and an event descriptor to be woken by, also where it throws.
-  /// Without one (-1), or without a thread, the connection makes its own when it is resumed, and
-  /// stands still where none is to be had.
+  /// Takes ownership of the connected socket and of an event descriptor for wake-ups, even if it
+  /// throws. Without the descriptor (-1) or the thread, the connection creates its own when it is
+  /// resumed, and stalls if that fails.
   static std::shared_ptr<ConnectionCore> accepted(int socket, int wake = -1,
                                                   PreparedThread thread = {});
   ConnectionCore(std::string service, int acceptedSocket);
-  /// Before it is resumed. The place is given back when the stream has ended.
+  /// Call before resume. The place is given back when the stream has ended.
   void setPlace(std::unique_ptr<Admissions::Place> place);
   ConnectionCore(const ConnectionCore&) = delete;
   ConnectionCore& operator=(const ConnectionCore&) = delete;
@@ -66,7 +67,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
 
   void resume();
   void invalidate();
-  /// The handle is gone: end quietly, unless an invalidation is under way already.
+  /// The handle no longer exists: end quietly, unless an invalidation is already under way.
   void abandon();
 
   void send(const SharedTable& remote, std::size_t method, const XPCValues& arguments,
@@ -75,15 +76,15 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void sendMessage(const SharedTable& remote, std::size_t method,
                    std::span<const XPCArgumentRef> arguments,
                    const SharedErrorHandler& errorHandler);
-  /// Answers request `id` of stream number `stream`; with null, says that it will not be answered.
+  /// Answers request `id` of stream number `stream`; null means that there will be no answer.
   void answer(std::uint64_t stream, std::uint64_t id, const std::vector<ArgumentRule>& rules,
               const XPCValues* values);
-  /// An answer that memory lacked for: the peer, which waits for it, sees the stream end instead.
-  void endForWantOfAnswer(std::uint64_t stream);
+  /// There was no memory for an answer: the peer, which waits for it, sees the stream end instead.
+  void endUnanswered(std::uint64_t stream);
 
-  /// Messages that belong together.
+  /// Sends the messages of a batch.
   void sendTogether(const BatchedFrames& batch);
-  /// For a message that has no encoding: tells its sender.
+  /// Reports a message that has no encoding to its sender.
   void failUnencodable(const EncodingError& error, XPCReplyHandler reply,
                        const SharedErrorHandler& errorHandler);
   [[nodiscard]] std::size_t unsentBytes() const;
@@ -93,11 +94,11 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void callOnQueue(std::function<void()> action);
   [[nodiscard]] PeerIdentity peer() const;
 
-  /// Connections whose thread runs or whose socket is open.
+  /// Connections with a running thread or an open socket.
   static std::size_t liveCount();
 
  private:
-  /// Thrown on the queue thread, through everything, where a handler returned in a child.
+  /// Thrown on the queue thread to leave everything after a handler returned in a child.
   struct InForkedChild {};
   using Clock = std::chrono::steady_clock;
 
@@ -121,14 +122,14 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
                XPCReplyHandler reply, const SharedErrorHandler& errorHandler);
   void openStreamLocked();
   void endStreamLocallyLocked(Handlers& released);
-  /// As PendingRequests::fail.
+  /// Like PendingRequests::fail.
   void failLocked(XPCReplyHandler& reply, const SharedErrorHandler& errorHandler,
                   std::shared_ptr<NSError> error);
   void pokeLocked();
   bool startThreadLocked();
   static void* threadMain(void* core);
   void releaseTokenLocked();
-  void letGoOfInherited();
+  void releaseInherited();
   bool waitOnQueueThread(std::size_t bytes, Clock::time_point deadline);
 
   // Queue thread: ConnectionQueue.cpp
@@ -137,11 +138,11 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void runFailures();
   void runCalls();
   void connect();
-  /// False where no memory is to be had for the hello.
+  /// False if there is no memory for the hello.
   [[nodiscard]] bool adoptSocket(int socket);
   void giveUpConnecting(const std::string& why);
   void serve();
-  /// Until when it may wait for input, in milliseconds from now.
+  /// How long it may wait for input, in milliseconds.
   [[nodiscard]] int idleTimeout() const;
   [[nodiscard]] bool isHelloOverdue() const;
   void deliverOrBreach();
@@ -152,12 +153,12 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   [[nodiscard]] bool wait(int timeoutMilliseconds, bool withSocket);
   void drainWake();
   void pause(std::chrono::milliseconds duration);
-  bool endsByOwnHand() const;
+  bool endsLocally() const;
   void endStream();
   void failEverythingPending(std::int64_t code, const char* what, bool keepUnsent);
   void reportInterruption();
   struct EndHandlers {
-    SharedHandler interruption;  ///< taken along to be released
+    SharedHandler interruption;  ///< only to be released
     SharedHandler invalidation;
     Calls calls;  ///< likewise
   };
@@ -168,7 +169,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   void linger();
   void closeSocket();
   [[nodiscard]] std::shared_ptr<NSError> makeError(std::int64_t code, const char* what) const;
-  /// The same, but where memory is short one that was made before, which lacks the words.
+  /// The same, but falls back to an error without a text when memory is short.
   [[nodiscard]] std::shared_ptr<NSError> makeErrorAnyway(std::int64_t code, const char* what) const;
   [[nodiscard]] std::chrono::milliseconds pauseBeforeReport() const;
   template <class... Parts>
@@ -186,7 +187,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   [[nodiscard]] PendingRequests::Requests::node_type takePending(std::uint64_t id);
   void answerDropped(std::uint64_t id);
   void refreshExported();
-  void dropForWantOfObject(std::size_t method, std::uint64_t id);
+  void dropWithoutObject(std::size_t method, std::uint64_t id);
   void reportMissedSinceGone();
   bool breach(std::string_view what);
   template <class Call>
@@ -204,7 +205,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   SharedHandler interruptionHandler_;
   SharedHandler invalidationHandler_;
   bool threadRuns_ = false;
-  PreparedThread thread_;                          ///< until it is begun
+  PreparedThread thread_;                          ///< until it is started
   std::shared_ptr<ConnectionCore> keptForThread_;  ///< until the new thread has taken it
   bool countsAsLive_ = false;
   std::thread::id queueThread_;
@@ -212,10 +213,10 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   int wake_ = -1;
   Outbox outbox_;
   PendingRequests pending_;
-  Calls calls_;  ///< for the queue thread to make
+  Calls calls_;  ///< to be made by the queue thread
   PeerIdentity peer_;
   std::unique_ptr<Admissions::Place> place_;  ///< null for a connection to a service
-  /// Until when the peer may be silent; set at resume, for the queue thread.
+  /// The deadline for the peer's hello; set at resume, for the queue thread.
   std::optional<Clock::time_point> helloDeadline_;
 
   std::atomic<std::uint64_t> exportedVersion_{0};
@@ -226,28 +227,28 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   ReceiveBuffer buffer_;
   FrameReceiver receiver_;
   bool readsMayWait_ = false;
-  bool expectsMore_ = false;  ///< the last read brought something
+  bool expectsMore_ = false;  ///< the last read returned data
   StreamEnd streamEnd_ = StreamEnd::No;
   XPCValues values_;
   SharedTable exported_;
   XPCExportedObject object_;
   std::uint64_t seenVersion_ = 0;
   bool missedObjectLogged_ = false;
-  std::uint64_t missedSinceGone_ = 0;  ///< messages for an object that is there no more
+  std::uint64_t missedSinceGone_ = 0;  ///< messages for an object that no longer exists
   unsigned connectAttempts_ = 0;
   Clock::time_point connectStarted_;
   ResumedConnection resumedEntry_;
 };
 
-/// Empty for null.
+/// An empty string for null.
 std::string nameOf(const SharedTable& table);
 
-/// An NSError of NSCocoaErrorDomain or, with `posix`, NSPOSIXErrorDomain that says `what` under
+/// An NSError of NSCocoaErrorDomain or, with `posix`, NSPOSIXErrorDomain that has `what` as its
 /// NSDebugDescription.
 std::shared_ptr<NSError> connectionError(bool posix, std::int64_t code, const std::string& what);
 
-/// One of the connection's codes without words, made when the first connection was: for when there
-/// is no memory.
+/// An error with one of the connection's codes but no text, created with the first connection: for
+/// use when memory is short.
 const std::shared_ptr<NSError>& spareError(std::int64_t code);
 
 }  // namespace platform::xpc

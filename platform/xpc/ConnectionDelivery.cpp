@@ -5,7 +5,7 @@
 namespace platform::xpc {
 namespace {
 
-/// What a reply sender holds: answers once, or says at its end that no answer will come.
+/// What a reply sender holds: answers once, or when destroyed reports that there will be no answer.
 class ReplyTicket {
  public:
   ReplyTicket(std::weak_ptr<ConnectionCore> core, SharedTable table, std::size_t method,
@@ -22,7 +22,7 @@ class ReplyTicket {
     try {
       send(nullptr);
     } catch (const std::bad_alloc&) {
-      if (const auto core = core_.lock()) core->endForWantOfAnswer(stream_);
+      if (const auto core = core_.lock()) core->endUnanswered(stream_);
     }
   }
   void answer(const XPCValues& values) {
@@ -51,7 +51,7 @@ bool ConnectionCore::breach(std::string_view what) {
   return false;
 }
 
-/// Whether the stream goes on.
+/// Returns whether the stream continues.
 bool ConnectionCore::deliverFrames() {
   while (!stopDelivering_.load(std::memory_order_relaxed)) {
     switch (receiver_.next(buffer_.unread())) {
@@ -98,7 +98,7 @@ bool ConnectionCore::handleHello() {
   return why.empty() || breach(why);
 }
 
-// -------------------------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 // Calls
 
 void ConnectionCore::refreshExported() {
@@ -117,7 +117,7 @@ void ConnectionCore::refreshExported() {
 
 bool ConnectionCore::handleCall(const Frame& frame) {
   refreshExported();
-  if (!exported_) return dropForWantOfObject(frame.method, frame.id), true;
+  if (!exported_) return dropWithoutObject(frame.method, frame.id), true;
   const ValuesResult result = receiver_.decodeCall(*exported_, values_);
   if (result.verdict == DecodeVerdict::Accepted) {
     invoke(frame.method, frame.id);
@@ -134,7 +134,7 @@ void ConnectionCore::invoke(std::size_t method, std::uint64_t id) {
   const XPCReplySender none;
   const std::shared_ptr<void> object = object_.object.lock();
   const XPCProtocol& protocol = exported_->protocol();
-  if (!object || object_.protocol != &protocol) return dropForWantOfObject(method, id);
+  if (!object || object_.protocol != &protocol) return dropWithoutObject(method, id);
   if (id == 0) {
     return guarded("an exported method",
                    [&] { protocol.invokeTaking(object.get(), method, values_, none); });
@@ -147,33 +147,32 @@ void ConnectionCore::invoke(std::size_t method, std::uint64_t id) {
   });
 }
 
-/// An owner that lets go of the object and of the connection does so in that order, or in the midst
-/// of a delivery: messages in between are nothing to speak of. Where the connection ends in another
-/// way they are.
-void ConnectionCore::dropForWantOfObject(std::size_t method, std::uint64_t id) {
+/// An owner that releases the object and the connection does so in that order, or during a
+/// delivery, so a few messages in between are normal. If the connection ends in another way, they
+/// are reported.
+void ConnectionCore::dropWithoutObject(std::size_t method, std::uint64_t id) {
   const std::weak_ptr<void> none;
   const bool isGone = object_.object.owner_before(none) || none.owner_before(object_.object);
   if (exported_ && isGone && object_.protocol == &exported_->protocol()) {
     ++missedSinceGone_;
   } else if (!std::exchange(missedObjectLogged_, true)) {
-    log("message ", std::to_string(method),
-        " and any further one dropped: there is no exported object");
+    log("message ", std::to_string(method), " and further ones dropped: no object is exported");
   }
   answerDropped(id);
 }
 
 void ConnectionCore::reportMissedSinceGone() {
   const std::uint64_t missed = std::exchange(missedSinceGone_, 0);
-  if (missed == 0 || endsByOwnHand()) return;
+  if (missed == 0 || endsLocally()) return;
   log(std::to_string(missed), " messages dropped: the exported object is gone");
 }
 
-/// IDs begin with 1: there is nothing to answer to a one-way message.
+/// IDs start at 1; 0 is a one-way message, which has no answer.
 void ConnectionCore::answerDropped(std::uint64_t id) {
   if (id != 0) answer(outbox_.stream(), id, {}, nullptr);
 }
 
-// -------------------------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 // Replies
 
 PendingRequests::Requests::node_type ConnectionCore::takePending(std::uint64_t id) {
@@ -183,13 +182,13 @@ PendingRequests::Requests::node_type ConnectionCore::takePending(std::uint64_t i
 
 bool ConnectionCore::handleReply(std::uint64_t id) {
   auto request = takePending(id);
-  if (request.empty()) return breach("a reply that nobody waits for");
+  if (request.empty()) return breach("a reply to a request that is not pending");
   PendingRequests::Request& pending = request.mapped();
   XPCValues values;
   ValuesResult result;
   try {
     result = receiver_.decodeReply(pending.table->methods()[pending.method].reply, values);
-  } catch (const std::bad_alloc&) {  // the request is still pending, and fails with the stream
+  } catch (const std::bad_alloc&) {  // the request is still pending and fails with the stream
     const std::lock_guard lock(mutex_);
     pending_.putBack(std::move(request));
     throw;
@@ -212,11 +211,11 @@ bool ConnectionCore::handleReply(std::uint64_t id) {
 
 bool ConnectionCore::handleReplyDropped(std::uint64_t id) {
   const auto request = takePending(id);
-  if (request.empty()) return breach("news of a reply that nobody waits for");
+  if (request.empty()) return breach("a reply-dropped frame for a request that is not pending");
   const PendingRequests::Request& pending = request.mapped();
   if (pending.errorHandler && *pending.errorHandler) {
-    const auto error = makeErrorAnyway(NSXPCConnectionReplyInvalid,
-                                       "will not bring a reply: the peer dropped it unanswered");
+    const auto error =
+        makeErrorAnyway(NSXPCConnectionReplyInvalid, "got no reply: the peer dropped the request");
     guarded("an error handler", [&] { (*pending.errorHandler)(error); });
   }
   return true;

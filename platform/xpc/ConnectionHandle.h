@@ -1,7 +1,7 @@
-// What an application holds of a connection: when it goes, the connection ends.
+// An application's handle to a connection: when it goes, the connection ends.
 //
-// Threading, Errors, Order: as NSXPCConnection.h. Ownership: the handle holds the core, never the
-// other way round.
+// Threading, Errors, Order: as NSXPCConnection.h.
+// Ownership: the handle holds the core, never the other way round.
 #pragma once
 
 #include "platform/xpc/ConnectionCore.h"

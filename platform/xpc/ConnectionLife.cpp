@@ -11,11 +11,11 @@ constexpr std::size_t indexOf(auto value) {
   return static_cast<std::size_t>(value);
 }
 
-/// The phase that each event leads to; the phase itself if the event has no place in it.
-using Row = std::array<Phase, ConnectionLife::events>;
-constexpr std::array<Row, ConnectionLife::phases> transitions = [] {
+/// The phase that each event leads to; the same phase if the event is not valid in it.
+using Row = std::array<Phase, ConnectionLife::kEventCount>;
+constexpr std::array<Row, ConnectionLife::kPhaseCount> kTransitions = [] {
   using enum ConnectionLife::Phase;
-  return std::array<Row, ConnectionLife::phases>{{
+  return std::array<Row, ConnectionLife::kPhaseCount>{{
       // Resume, Invalidate, Abandon, Lose, Report
       {Active, Cancelled, Abandoned, Fresh, Fresh},
       {Active, Invalidated, Abandoned, Lost, Active},
@@ -30,7 +30,7 @@ constexpr std::array<Row, ConnectionLife::phases> transitions = [] {
 }  // namespace
 
 bool ConnectionLife::take(Event event) {
-  const Phase next = transitions[indexOf(phase_)][indexOf(event)];
+  const Phase next = kTransitions[indexOf(phase_)][indexOf(event)];
   const bool changes = next != phase_;
   phase_ = next;
   return changes;

@@ -1,7 +1,7 @@
-// How far a connection's life has come, and what may come next.
+// The phase of a connection's life and its transitions.
 //
-// Threading: guarded by its connection's lock. Errors: an event that has no place in a phase
-// changes nothing; the answer says so.
+// Threading: guarded by its connection's lock.
+// Errors: an event that is not valid in a phase changes nothing; take() then returns false.
 #pragma once
 
 #include <cstddef>
@@ -12,36 +12,36 @@ class ConnectionLife {
  public:
   enum class Phase {
     Fresh,        ///< not resumed yet
-    Active,       ///< resumed; there is a stream, or there can be one
+    Active,       ///< resumed; has a stream or can open one
     Cancelled,    ///< invalidated before it was resumed
-    Invalidated,  ///< by our own hand
-    Abandoned,    ///< its handle has gone: nobody is told anything any more
-    Lost,         ///< ended for good by the peer, and that is still to be reported
-    Over,         ///< reported; the handlers are gone for good
+    Invalidated,  ///< by the local end
+    Abandoned,    ///< without a handle: nothing is reported any more
+    Lost,         ///< ended for good by the peer, which is still to be reported
+    Over,         ///< reported; the handlers have been released
   };
-  static constexpr std::size_t phases = 7;
+  static constexpr std::size_t kPhaseCount = 7;
 
   enum class Event {
     Resume,
     Invalidate,
     Abandon,
     Lose,    ///< the stream ended, and there can be no other
-    Report,  ///< the invalidation handler is taken in order to be called, if there is one
+    Report,  ///< the invalidation handler, if set, is about to be called
   };
-  static constexpr std::size_t events = 5;
+  static constexpr std::size_t kEventCount = 5;
 
-  /// Whether `event` has a place here, and therefore changed the phase.
+  /// Whether `event` is valid here and therefore changed the phase.
   bool take(Event event);
   [[nodiscard]] Phase phase() const { return phase_; }
 
   [[nodiscard]] bool isActive() const { return phase_ == Phase::Active; }
-  /// Whether it takes no message any more.
+  /// Whether it accepts no more messages.
   [[nodiscard]] bool hasEnded() const { return phase_ != Phase::Fresh && !isActive(); }
-  /// Whether what is left to do is what an end by our own hand asks for.
-  [[nodiscard]] bool endsByOwnHand() const {
+  /// Whether the local end closed it, so that this side has to finish it.
+  [[nodiscard]] bool endsLocally() const {
     return phase_ == Phase::Cancelled || phase_ == Phase::Invalidated || phase_ == Phase::Abandoned;
   }
-  /// Whether there is still somebody to be told of an end.
+  /// Whether an end can still be reported to anybody.
   [[nodiscard]] bool mayReport() const {
     return phase_ != Phase::Abandoned && phase_ != Phase::Over;
   }

@@ -31,8 +31,8 @@ int millisecondsUntil(std::chrono::steady_clock::time_point deadline) {
 
 }  // namespace
 
-// -------------------------------------------------------------------------------------------------------------------
-// What comes next
+// -------------------------------------------------------------------------------------------------
+// The next step
 
 void ConnectionCore::run() {
   {
@@ -40,8 +40,8 @@ void ConnectionCore::run() {
     queueThread_ = std::this_thread::get_id();
   }
   for (;;) {
-    attention_.store(
-        false);  // before the state is looked at, so that a later change wakes the thread again
+    // Before the state is examined, so that a later change wakes the thread again.
+    attention_.store(false);
     runFailures();
     runCalls();
     switch (nextStep()) {
@@ -68,7 +68,7 @@ void ConnectionCore::run() {
 ConnectionCore::Step ConnectionCore::nextStep() {
   const std::lock_guard lock(mutex_);
   if (pending_.hasFailures()) return Step::Again;
-  if (life_.endsByOwnHand()) return Step::FinishLocally;
+  if (life_.endsLocally()) return Step::FinishLocally;
   if (!life_.isActive()) {
     releaseTokenLocked();
     return Step::Exit;
@@ -107,8 +107,8 @@ void ConnectionCore::runCalls() {
   }
 }
 
-/// Sleeps until the thread is wanted, the socket (if looked at) has news, or the time is over;
-/// false then.
+/// Sleeps until the thread is needed, the socket (if `withSocket`) is ready, or the time is up;
+/// returns false in the last case.
 bool ConnectionCore::wait(int timeoutMilliseconds, bool withSocket) {
   std::array<pollfd, 2> watched{{{wake_, POLLIN, 0}, {-1, POLLIN, 0}}};
   if (withSocket) {
@@ -133,7 +133,7 @@ void ConnectionCore::flush() {
   outbox_.flush(released);
 }
 
-// -------------------------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 // The stream
 
 void ConnectionCore::connect() {
@@ -167,7 +167,7 @@ bool ConnectionCore::adoptSocket(int socket) {
     peer_ = peerOfSocket(socket);
     streamEnd_ = StreamEnd::No;
   }
-  const bool greets = patiently([this] {
+  const bool greets = retryWhileShort([this] {
     const std::lock_guard lock(mutex_);
     if (!outbox_.isOpen()) openStreamLocked();
   });
@@ -181,7 +181,7 @@ void ConnectionCore::serve() {
     if (outbox_.hasLostAnswer()) streamEnd_ = StreamEnd::Breach;
   }
   if (!readsMayWait_) letReadsWait();
-  if (streamEnd_ == StreamEnd::Breach) log("breach: the peer asks but cannot be given the answers");
+  if (streamEnd_ == StreamEnd::Breach) log("breach: replies to the peer can no longer be queued");
   while (streamEnd_ == StreamEnd::No) {
     if (readOnce()) {
       deliverOrBreach();
@@ -204,7 +204,7 @@ bool ConnectionCore::isHelloOverdue() const {
          Clock::now() >= *helloDeadline_;
 }
 
-/// What a frame asks of memory and does not get ends its own connection only.
+/// If a frame needs more memory than there is, only its own connection ends.
 void ConnectionCore::deliverOrBreach() {
   try {
     deliverFrames();
@@ -213,14 +213,14 @@ void ConnectionCore::deliverOrBreach() {
   }
 }
 
-/// Whether there is something new in the buffer. Where one message came, the next is near: then the
-/// read itself waits for it, for a moment, which spares a busy connection the poll. A local end
-/// wakes it at once; anything else that wants the thread waits for that moment.
+/// Returns whether the buffer has new bytes. After one message the next usually comes soon, so the
+/// read itself waits briefly for it, which saves a busy connection the poll. A local end wakes it
+/// at once; anything else for the thread waits that long.
 bool ConnectionCore::readOnce() {
   const bool waits = std::exchange(expectsMore_, false) && readsMayWait_ && !hasBacklog();
   std::span<std::uint8_t> room;
-  if (!patiently([&] { room = buffer_.room(receiver_.frameSize()); }))
-    return breach("no memory for what it sends");
+  if (!retryWhileShort([&] { room = buffer_.room(receiver_.frameSize()); }))
+    return breach("out of memory for what the peer sends");
   const ssize_t count = ::recv(socket_, room.data(), room.size(), waits ? 0 : MSG_DONTWAIT);
   if (count > 0) {
     buffer_.filled(static_cast<std::size_t>(count));
@@ -242,8 +242,8 @@ bool ConnectionCore::hasBacklog() const {
   return !outbox_.empty() || pending_.hasFailures();
 }
 
-/// The moment for which a read may wait. The socket blocks for reading only; writing says each time
-/// that it must not.
+/// Sets how long a read may block. The socket blocks for reading only; every write is made
+/// non-blocking by its flags.
 void ConnectionCore::letReadsWait() {
   const int flags = ::fcntl(socket_, F_GETFL);
   const timeval moment{0, kReadWaitMicroseconds};
@@ -271,12 +271,12 @@ void ConnectionCore::closeSocket() {
   readsMayWait_ = false;
 }
 
-// -------------------------------------------------------------------------------------------------------------------
-// Ends that the peer made, or its absence
+// -------------------------------------------------------------------------------------------------
+// Ends caused by the peer or its absence
 
-bool ConnectionCore::endsByOwnHand() const {
+bool ConnectionCore::endsLocally() const {
   const std::lock_guard lock(mutex_);
-  return life_.endsByOwnHand();
+  return life_.endsLocally();
 }
 
 void ConnectionCore::endStream() {
@@ -296,8 +296,8 @@ void ConnectionCore::endStream() {
   interrupted ? reportInterruption() : reportInvalidation();
 }
 
-/// Error handlers of requests in the order of sending, then those of one-way messages that never
-/// left.
+/// Calls the error handlers of requests in the order of sending, then those of one-way messages
+/// that were never written.
 void ConnectionCore::failEverythingPending(std::int64_t code, const char* what, bool keepUnsent) {
   PendingRequests::Requests pending;
   std::vector<SendBacklog::Entry> unsent;
@@ -331,12 +331,12 @@ std::chrono::milliseconds ConnectionCore::pauseBeforeReport() const {
   return pauseAfterEnd(client, service_, Clock::now() - connectStarted_);
 }
 
-/// Waits on the queue, error handlers aside, until the time is over or the connection is ended
-/// here.
+/// Waits on the queue, running only error handlers, until the time is up or the connection is ended
+/// locally.
 void ConnectionCore::pause(std::chrono::milliseconds duration) {
   if (duration.count() == 0) return;
   const auto deadline = Clock::now() + duration;
-  while (Clock::now() < deadline && !endsByOwnHand()) {
+  while (Clock::now() < deadline && !endsLocally()) {
     static_cast<void>(wait(millisecondsUntil(deadline), false));
     attention_.store(false);
     runFailures();
@@ -347,7 +347,7 @@ void ConnectionCore::reportInterruption() {
   SharedHandler handler;
   {
     const std::lock_guard lock(mutex_);
-    if (life_.endsByOwnHand()) return;
+    if (life_.endsLocally()) return;
     handler = interruptionHandler_;
   }
   if (handler) guarded("the interruption handler", *handler);
@@ -361,8 +361,8 @@ void ConnectionCore::reportInvalidation() {
   resumedEntry_.leave();
 }
 
-/// Not while something waits that failed: the invalidation handler is called behind the error
-/// handlers of everything that was sent before it.
+/// Takes nothing while failures are waiting: the invalidation handler is called after the error
+/// handlers of everything sent before it.
 bool ConnectionCore::takeEndHandlers(EndHandlers& handlers) {
   const std::lock_guard lock(mutex_);
   if (pending_.hasFailures()) return false;
@@ -373,13 +373,13 @@ bool ConnectionCore::takeEndHandlers(EndHandlers& handlers) {
   return true;
 }
 
-// -------------------------------------------------------------------------------------------------------------------
-// Ends by our own hand
+// -------------------------------------------------------------------------------------------------
+// Local ends
 
 void ConnectionCore::finishLocally() {
   connectToFlush();
   bool connected = false;
-  const bool saidFarewell = patiently([&] {
+  const bool saidFarewell = retryWhileShort([&] {
     Handlers released;
     const std::lock_guard lock(mutex_);
     connected = socket_ >= 0;
@@ -392,7 +392,7 @@ void ConnectionCore::finishLocally() {
   closeSocket();
 }
 
-/// What was sent before invalidate reaches the peer even if no stream stood yet.
+/// Sends what was queued before invalidate, even if no stream was open yet.
 void ConnectionCore::connectToFlush() {
   {
     const std::lock_guard lock(mutex_);
@@ -404,7 +404,7 @@ void ConnectionCore::connectToFlush() {
     static_cast<void>(adoptSocket(result.descriptor));  // without a hello the farewell fails too
 }
 
-/// Gives a peer that is slow, but reads, the time to take what was sent.
+/// Gives a slow peer time to read what was sent.
 void ConnectionCore::linger() {
   const auto deadline = Clock::now() + kLongestLinger;
   std::vector<SendBacklog::Entry> lost;
@@ -423,9 +423,10 @@ void ConnectionCore::linger() {
     pollfd watched{socket_, POLLOUT, 0};
     ::poll(&watched, 1, millisecondsUntil(deadline));
   }
-  // To a peer that has ended as well nobody can hand anything over, and nobody expects it.
+  // If the peer has ended as well, the rest cannot be delivered, and nobody expects it.
   if (!lost.empty() && !peerEnded)
-    log(std::to_string(lost.size()), " messages sent before the end were not taken by the peer");
+    log(std::to_string(lost.size()),
+        " messages sent before the end were not delivered: the peer did not read them in time");
   ::shutdown(socket_, SHUT_WR);
 }
 
@@ -444,7 +445,7 @@ bool ConnectionCore::waitOnQueueThread(std::size_t bytes, Clock::time_point dead
   }
 }
 
-// -------------------------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 
 std::shared_ptr<NSError> ConnectionCore::makeError(std::int64_t code, const char* what) const {
   const std::string whom =

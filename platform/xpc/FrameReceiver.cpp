@@ -34,7 +34,8 @@ FrameReceiver::Outcome FrameReceiver::next(std::span<const std::uint8_t> bytes) 
   size_ = kFrameHeaderSize + header.length;
   if (bytes.size() < size_) return Outcome::Incomplete;
   frame_ = {header.kind, header.method, 0, bytes.subspan(kFrameHeaderSize, header.length)};
-  if (!sawHello_ && frame_.kind != FrameKind::Hello) return breach("the first frame is no hello");
+  if (!sawHello_ && frame_.kind != FrameKind::Hello)
+    return breach("the first frame is not a hello");
   return isCall(frame_.kind) ? checkCall() : checkOther();
 }
 
@@ -45,7 +46,7 @@ FrameReceiver::Outcome FrameReceiver::checkCall() {
 }
 
 FrameReceiver::Outcome FrameReceiver::checkOther() {
-  if (frame_.method != 0) return breach("a method number where none belongs");
+  if (frame_.method != 0) return breach("an unexpected method number");
   switch (frame_.kind) {
     case FrameKind::Hello:
       return std::exchange(sawHello_, true) ? breach("a second hello") : Outcome::Frame;
@@ -60,8 +61,7 @@ FrameReceiver::Outcome FrameReceiver::checkOther() {
 }
 
 FrameReceiver::Outcome FrameReceiver::checkReplyDropped() {
-  if (frame_.values.size() != kRequestIDSize)
-    return breach("a malformed frame about a dropped reply");
+  if (frame_.values.size() != kRequestIDSize) return breach("a malformed reply-dropped frame");
   takeID();
   return Outcome::Frame;
 }
@@ -79,15 +79,15 @@ FrameReceiver::Outcome FrameReceiver::breach(std::string_view reason) {
 
 std::string FrameReceiver::mismatchWith(const Hello& ours) const {
   const auto theirs = readHello(frame_.values);
-  return theirs ? mismatch(ours, *theirs) : "a hello that is none";
+  return theirs ? mismatch(ours, *theirs) : "a malformed hello";
 }
 
 ValuesResult FrameReceiver::decodeCall(const InterfaceTable& exported, XPCValues& values) const {
   if (frame_.method >= exported.methods().size())
-    return {DecodeVerdict::Malformed, 0, "a method that the protocol lacks"};
+    return {DecodeVerdict::Malformed, 0, "an unknown method"};
   const MethodRules& rules = exported.methods()[frame_.method];
   if (rules.hasReply != (frame_.kind == FrameKind::Request))
-    return {DecodeVerdict::Malformed, 0, "a message and a request mistaken for each other"};
+    return {DecodeVerdict::Malformed, 0, "a message sent as a request, or a request as a message"};
   WireReader reader(frame_.values);
   return decodeValues(reader, rules.arguments, values);
 }

@@ -1,5 +1,5 @@
-// Calls somebody else's code: what it throws costs one log line and nothing else. And what to do
-// where memory is short.
+// Calls into the application, whose exceptions cost one log line and nothing else, and retries
+// while memory is short.
 #pragma once
 
 #include <poll.h>
@@ -27,7 +27,7 @@ void ConnectionCore::guarded(const char* what, const Call& call) const {
   if (mark_.isInherited()) throw InForkedChild();
 }
 
-/// One line. Where memory is short there is none.
+/// Logs one line, or nothing if memory is short.
 template <class... Parts>
 void ConnectionCore::log(const Parts&... parts) const {
   try {
@@ -38,9 +38,9 @@ void ConnectionCore::log(const Parts&... parts) const {
   }
 }
 
-/// Tries again what memory is short for, for some seconds; whether it was done.
+/// Retries for some seconds what fails for lack of memory; returns whether it succeeded.
 template <class Action>
-[[nodiscard]] bool patiently(const Action& action) {
+[[nodiscard]] bool retryWhileShort(const Action& action) {
   constexpr std::chrono::milliseconds kLongestWait{100};
   const unsigned attempts = attemptsWhileShort.load();
   for (unsigned attempt = 1; attempt <= attempts; ++attempt) {

@@ -1,6 +1,6 @@
-// The first frame of each direction: who speaks which version and which protocols.
+// The first frame of each direction: the version and the protocols of its sender.
 //
-// Threading, Ownership, Order: values. Errors: null (no value) for bytes that are no hello.
+// Errors: no value for a malformed hello.
 #pragma once
 
 #include <optional>
@@ -17,19 +17,17 @@ inline constexpr std::size_t kMaxProtocolName = 254;
 
 struct Hello {
   std::uint16_t version = kWireVersion;
-  std::string
-      exported;  ///< the protocol of the sender's exported object, empty when it exports none
-  std::string
-      remote;  ///< the protocol that the sender expects of its peer, empty when it sends nothing
+  std::string exported;  ///< the protocol of the sender's exported object; empty if none
+  std::string remote;    ///< the protocol that the sender expects of its peer; empty if none
 };
 
-/// Writes the whole frame. Names longer than kMaxProtocolName throw std::invalid_argument.
+/// Writes the whole frame. A name longer than kMaxProtocolName throws std::invalid_argument.
 void writeHello(WireWriter& writer, const Hello& hello);
-/// `body` is what follows the frame header. A hello of another version yields just that version:
-/// its rest is unknown.
+/// `body` is what follows the frame header. A hello of another version yields only that version,
+/// since the format of the rest is unknown.
 std::optional<Hello> readHello(std::span<const std::uint8_t> body);
 
-/// Why `ours` and `theirs` cannot work together; empty when they can.
+/// Why `ours` and `theirs` do not match; empty if they do.
 std::string mismatch(const Hello& ours, const Hello& theirs);
 
 }  // namespace platform::xpc

@@ -9,7 +9,7 @@ ArgumentRule rule(const XPCArgument& argument, const NSClassSet& classes) {
   ArgumentRule result{argument.kind, 0, 0};
   if (argument.kind != XPCArgumentKind::Object) return result;
   for (const NSClass* admitted : classes) result.inside |= tagsOfClass(*admitted);
-  // What is admitted inside need not be what the method takes.
+  // A class that is admitted inside need not be one that the method accepts.
   result.outermost = result.inside & tagsOfClass(*argument.declaredClass);
   if (argument.memberClass != nullptr) result.inside &= tagsOfClass(*argument.memberClass);
   return result;
@@ -88,7 +88,7 @@ ValuesResult decodeValues(WireReader& reader, const std::vector<ArgumentRule>& r
     if (reader.failed()) return {DecodeVerdict::Malformed, i, "truncated"};
   }
   if (reader.remaining() != 0)
-    return {DecodeVerdict::Malformed, rules.size(), "bytes behind the last argument"};
+    return {DecodeVerdict::Malformed, rules.size(), "bytes after the last argument"};
   return {};
 }
 

@@ -1,7 +1,9 @@
-// An interface made ready for the wire: for each method and argument which tags may stand there.
+// An interface prepared for the wire: which tags each argument of each method may have.
 //
-// Threading: immutable after creation. Ownership: shared by a connection's queue and its proxies;
-// keeps the interface. Errors: as ObjectCoder.h. Order: arguments stand in declaration order.
+// Threading: immutable after creation.
+// Ownership: shared by a connection's queue and its proxies; keeps the interface alive.
+// Errors: as ObjectCoder.h.
+// Order: arguments are in declaration order.
 #pragma once
 
 #include <memory>
@@ -43,16 +45,16 @@ void encodeValues(WireWriter& writer, std::span<const XPCArgumentRef> arguments)
 
 struct ValuesResult {
   DecodeVerdict verdict = DecodeVerdict::Accepted;
-  std::size_t argument = 0;  ///< where it failed
+  std::size_t argument = 0;  ///< the one that failed
   std::string_view reason = {};
 };
 
-/// Reads exactly the values that `rules` name, to the end of the bytes, into `values`, which must
-/// be empty.
+/// Reads exactly the values that `rules` describe, up to the end of the bytes, into `values`, which
+/// must be empty.
 ValuesResult decodeValues(WireReader& reader, const std::vector<ArgumentRule>& rules,
                           XPCValues& values);
 
-/// Drops the objects but keeps the storage.
+/// Releases the objects but keeps the storage.
 void clearValues(XPCValues& values);
 
 }  // namespace platform::xpc

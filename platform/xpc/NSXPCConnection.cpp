@@ -7,7 +7,7 @@ namespace platform {
 namespace xpc {
 namespace {
 
-/// The sending end behind a proxy.
+/// The sink of a connection's proxies.
 class ProxySink final : public XPCMessageSink {
  public:
   ProxySink(std::shared_ptr<ConnectionCore> core, SharedTable remote, XPCErrorHandler handler)

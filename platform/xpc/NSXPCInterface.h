@@ -2,8 +2,7 @@
 // arguments.
 //
 // Threading: set up by one thread before it is given to a connection; read-only from then on.
-// Ownership: shared.
-// Errors: std::invalid_argument for a selector or index that the protocol lacks.
+// Errors: std::invalid_argument for a selector or index that the protocol does not have.
 #pragma once
 
 #include <initializer_list>
@@ -18,24 +17,24 @@ using NSClassSet = std::vector<const NSClass*>;
 
 class NSXPCInterface {
  public:
-  /// Null only on a scripted platform that was told so. Goes through the XPC provider.
+  /// Null only on a scripted platform told to return null. Goes through the XPC provider.
   static std::shared_ptr<NSXPCInterface> interfaceWithProtocol(const XPCProtocol& protocol);
 
   virtual ~NSXPCInterface() = default;
   /// Replaces the whole set for one argument of a message, or of its reply. An object is admitted
-  /// when its class is one of the set or derives from one; the same holds for everything inside it.
-  /// Where the protocol says what an array's members are, they must be that as well.
+  /// if its class is in the set or derives from one in it; the same applies to everything inside
+  /// it. If the protocol declares the class of an array's members, they must match that as well.
   virtual void setClasses_forSelector_argumentIndex_ofReply(const NSClassSet& classes,
                                                             std::string_view selector,
                                                             std::size_t argumentIndex,
                                                             bool ofReply);
   [[nodiscard]] const XPCProtocol& protocol() const { return protocol_; }
-  /// The set in force: the declared class (for collections and errors with the property-list
-  /// classes inside) unless set.
+  /// The set in force. By default the declared class, for collections and errors together with the
+  /// property-list classes.
   [[nodiscard]] const NSClassSet& classesForMethod(std::size_t method, std::size_t argumentIndex,
                                                    bool ofReply) const;
 
-  /// The same for all arguments, in order.
+  /// The sets of all arguments, in order.
   [[nodiscard]] std::span<const NSClassSet> classesForMethod(std::size_t method,
                                                              bool ofReply) const;
 

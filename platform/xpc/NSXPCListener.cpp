@@ -22,8 +22,8 @@
 namespace platform {
 namespace {
 
-/// What the listener's thread needs; the thread may outlive the listener for as long as the
-/// delegate is being asked.
+/// What the listener's thread needs; the thread may outlive the listener while the delegate is
+/// being called.
 class ListenerCore {
  public:
   ListenerCore(int socket, int wake) : socket_(socket), wake_(wake) {}
@@ -34,7 +34,7 @@ class ListenerCore {
     if (nextWake_ >= 0) ::close(nextWake_);
   }
 
-  /// For what the thread finds when it starts.
+  /// Takes effect when the thread starts.
   void setLimits(const NSXPCListenerLimits& limits) {
     admissions_ = std::make_shared<xpc::Admissions>(limits);
   }
@@ -51,7 +51,7 @@ class ListenerCore {
       closeDescriptors();
     }
   }
-  /// A process that came by the listener through fork() leaves its parent's connections alone.
+  /// A process that inherited the listener through fork() leaves its parent's connections alone.
   [[nodiscard]] bool isInherited() const { return mark_.isInherited(); }
   void run(const std::weak_ptr<NSXPCListener>& listener) {
     unsigned shortages = 0;
@@ -63,7 +63,7 @@ class ListenerCore {
       } else if (errno == EAGAIN) {
         waitFor(true, -1);
       } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-        // The connection stays in the queue and the socket readable: waiting for it would not wait.
+        // The connection stays queued and the socket readable, so polling it would not wait.
         if (shortages == 0)
           NSLogString("a listener is out of descriptors, threads or memory; connections wait");
         waitFor(false, static_cast<int>(xpc::pauseBeforeAttempt(++shortages).count()));
@@ -79,9 +79,9 @@ class ListenerCore {
       if (*descriptor >= 0) ::close(std::exchange(*descriptor, -1));
     }
   }
-  /// What a connection needs besides its socket is there before the socket is: one that was
-  /// accepted and could not be woken, or had no thread, would stand still for ever, one in the
-  /// kernel's queue waits its turn.
+  /// Everything else that a connection needs is allocated before its socket is accepted: without a
+  /// wake-up descriptor or a thread it would hang forever, while one in the kernel's queue just
+  /// waits.
   int acceptOne() {
     if (nextWake_ < 0) nextWake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (nextWake_ < 0) return -1;
@@ -96,7 +96,7 @@ class ListenerCore {
     pollfd watched[2] = {{wake_, POLLIN, 0}, {connection ? socket_ : -1, POLLIN, 0}};
     ::poll(watched, 2, milliseconds);
   }
-  /// For want of memory one connection is lost, not the listener.
+  /// A lack of memory costs one connection, not the listener.
   void offerOrClose(const std::weak_ptr<NSXPCListener>& listener, int connected) {
     try {
       offer(listener, connected);
@@ -142,7 +142,7 @@ class ListenerCore {
 
   int socket_;
   int wake_;
-  int nextWake_ = -1;  ///< the next connection's, as is the next; the listener thread's alone
+  int nextWake_ = -1;  ///< like nextThread_, for the next connection; the listener thread's alone
   xpc::PreparedThread nextThread_;
   const ForkMark mark_;
   std::shared_ptr<xpc::Admissions> admissions_ =
@@ -181,7 +181,7 @@ class SocketListener final : public NSXPCListener,
   std::atomic<bool> started_{false};
 };
 
-/// Owns `descriptor` also when it fails.
+/// Takes ownership of `descriptor` even if it fails.
 std::shared_ptr<NSXPCListener> listenerOn(int descriptor) {
   const int wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (wake < 0) {

@@ -29,7 +29,7 @@ std::strong_ordering compareBytes(Bytes a, Bytes b) {
   return order != 0 ? order <=> 0 : a.size() <=> b.size();
 }
 
-/// The class that a tag stands for; null for nil.
+/// The class of a tag; null for nil.
 const NSClass* classOfTag(ObjectTag tag) {
   switch (tag) {
     case ObjectTag::Nil:
@@ -64,7 +64,7 @@ const NSClass* classOfTag(ObjectTag tag) {
   return nullptr;
 }
 
-// ---------------------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 // Encoding
 
 class Encoder {
@@ -80,7 +80,7 @@ class Encoder {
   }
 
  private:
-  /// A subclass travels as the nearest class that has an encoding.
+  /// A subclass is sent as its nearest ancestor that has an encoding.
   void encodeByClass(const NSClass& c, const NSObject& o) {
     for (const NSClass* known = &c; known != nullptr; known = known->superclass) {
       if (known == &NSString::classObject())
@@ -164,7 +164,7 @@ class Encoder {
     text(ObjectTag::String, *value);
   }
 
-  /// An array made only of element values has a form of its own, without a tag a member.
+  /// An array of element values only has a form of its own, without a tag per member.
   void mutableArray(const NSArray& value) {
     const std::size_t count = value.count();
     std::vector<std::shared_ptr<NSObject>> members;
@@ -199,7 +199,7 @@ class Encoder {
     for (const auto& member : members) object(member.get());
     leave();
   }
-  /// Where an entry that is written stands in the writer.
+  /// The position of an entry in the writer.
   struct WrittenEntry {
     std::size_t key = 0;
     std::size_t value = 0;
@@ -233,10 +233,10 @@ class Encoder {
     const std::size_t start = written.front().key;
     std::sort(written.begin(), written.end(), before);
     if (std::adjacent_find(written.begin(), written.end(), notBefore) != written.end())
-      throw EncodingError(EINVAL, "two keys of a dictionary have become the same");
+      throw EncodingError(EINVAL, "two keys of a dictionary have become equal");
     rewrite(start, written);
   }
-  /// Puts the entries, which stand at `start` in another order, into the order of `written`.
+  /// Rewrites the entries, which begin at `start` in another order, in the order of `written`.
   void rewrite(std::size_t start, const std::vector<WrittenEntry>& written) {
     const Bytes region = writer_.bytes().subspan(start);
     const std::vector<std::uint8_t> copy(region.begin(), region.end());
@@ -269,12 +269,12 @@ class Encoder {
   std::size_t depth_ = 0;
 };
 
-// ---------------------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 // Decoding
 
-/// Immutable objects that take two bytes on the wire, one of each: made anew for each place where
-/// one stands, they would let a peer claim many times the memory that it sends. Never destroyed,
-/// for a connection's thread may decode while the process ends.
+/// Immutable objects that take two bytes on the wire. They are shared, since a new one for each
+/// occurrence would let a peer claim many times the memory that it sends. Never destroyed, because
+/// a connection's thread may be decoding while the process exits.
 struct SharedObjects {
   using Object = const std::shared_ptr<NSObject>;
   static const SharedObjects& instance() {
@@ -304,11 +304,11 @@ class Decoder {
  private:
   enum class Nullable { No, Yes };
   using Object = std::shared_ptr<NSObject>;
-  /// Room is made at once for so many members; for more only as they come, since collections inside
-  /// one another can each claim all bytes that are left.
+  /// Room for this many members is reserved at once; more only as they arrive, since nested
+  /// collections can each claim all of the remaining bytes.
   static constexpr std::size_t kTrustedCount = 256;
 
-  /// Doubles the room when it is used up, but never makes more than `count` need.
+  /// Doubles the room when it is used up, but never beyond `count`.
   template <class T>
   static void makeRoom(std::vector<T>& members, std::size_t count) {
     if (members.size() < members.capacity()) return;
@@ -399,7 +399,7 @@ class Decoder {
   }
   bool boolean(Object& result) {
     const std::uint8_t value = reader_.u8();
-    if (value > 1) return malformed("a boolean other than 0 and 1");
+    if (value > 1) return malformed("a boolean other than 0 or 1");
     return fixed(result, value == 1 ? shared_.yes : shared_.no);
   }
   bool fixed(Object& result, Object value) {
@@ -451,7 +451,7 @@ class Decoder {
     result = KQIOObject::objectWithRegistryEntryID_name(entryID, std::move(name));
     return true;
   }
-  /// Part of the record that holds it, hence admitted with it.
+  /// Part of the record that contains it, so admitted together with it.
   bool optionalText(std::shared_ptr<NSString>& result) {
     const std::uint8_t tag = reader_.u8();
     if (reader_.failed()) return truncated();
@@ -483,8 +483,8 @@ class Decoder {
     return true;
   }
 
-  /// Keys in ascending order need no search for one that stands twice while they are read; those
-  /// that are equal though their bytes are not show when the dictionary is made.
+  /// While keys arrive in ascending order no search for duplicates is needed; keys that are equal
+  /// although their bytes differ are found when the dictionary is created.
   bool dictionary(Object& result) {
     std::size_t count = 0;
     if (!memberCount(2, count)) return false;
@@ -512,9 +512,9 @@ class Decoder {
   bool inOrder(Bytes previous, Bytes key) {
     const auto order = compareBytes(previous, key);
     if (order == 0) return keyTwice();
-    return order < 0 || malformed("keys of a dictionary that are not in ascending order");
+    return order < 0 || malformed("dictionary keys not in ascending order");
   }
-  bool keyTwice() { return malformed("a key that stands twice in a dictionary"); }
+  bool keyTwice() { return malformed("a duplicate key in a dictionary"); }
 
   bool error(Object& result) {
     const auto code = static_cast<std::int64_t>(reader_.u64());
@@ -523,21 +523,21 @@ class Decoder {
     Object userInfo;
     if (!value(inside_ | tagBit(ObjectTag::Dictionary), Nullable::Yes, userInfo)) return false;
     if (userInfo != nullptr && &userInfo->isa() != &NSDictionary::classObject()) {
-      return malformed("a user info that is no dictionary");
+      return malformed("a user info that is not a dictionary");
     }
     result = NSError::errorWithDomain_code_userInfo(
         domain, code, std::static_pointer_cast<NSDictionary>(userInfo));
     return true;
   }
 
-  /// A count that the bytes that are left, `minimum` a member, can bear.
+  /// Reads a count and checks that the remaining bytes, at `minimum` a member, can hold it.
   bool memberCount(std::size_t minimum, std::size_t& count) {
     count = reader_.size();
     if (reader_.failed()) return truncated();
     return count <= reader_.remaining() / minimum || malformed("more members than bytes");
   }
 
-  bool truncated() { return malformed("truncated, or a size in its long form without need"); }
+  bool truncated() { return malformed("truncated, or a size below 255 in its long form"); }
   bool malformed(std::string_view reason) { return fail(DecodeVerdict::Malformed, reason); }
   bool refused(std::string_view className) { return fail(DecodeVerdict::Refused, className); }
   bool fail(DecodeVerdict verdict, std::string_view reason) {

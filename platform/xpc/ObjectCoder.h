@@ -1,10 +1,11 @@
-// Objects to bytes and back, one way to write each object.
+// Encodes objects and decodes them again; every object has exactly one encoding.
 //
-// Threading: functions of their arguments; nobody may change an array while it is encoded.
-// Ownership: decoded objects own their bytes; nothing of the input is kept.
-// Errors: encoding throws EncodingError; decoding returns a verdict and creates no object of a
-//   class that is not admitted, nor anything that lies behind one.
-// Order: members keep theirs; a dictionary's entries travel in the order of their keys' bytes.
+// Threading: any thread, but an array must not change while it is encoded.
+// Ownership: decoded objects own their bytes and keep nothing of the input.
+// Errors: encoding throws EncodingError; decoding returns a verdict, and creates no object of a
+//   class that is not admitted and none that follows it.
+// Order: members keep their order; a dictionary's entries are sent in the order of their keys'
+//   bytes.
 #pragma once
 
 #include <cstdint>
@@ -41,7 +42,7 @@ enum class ObjectTag : std::uint8_t {
 inline constexpr std::uint8_t kObjectTagCount = 16;
 
 inline constexpr std::size_t kMaxObjectDepth = 64;
-/// What one element value takes at least: three 32-bit and two 64-bit numbers and the size of its
+/// The minimum size of an element value: three 32-bit and two 64-bit numbers and the size of its
 /// bytes.
 inline constexpr std::size_t kElementValueMinimum = 29;
 
@@ -73,10 +74,10 @@ enum class DecodeVerdict { Accepted, Refused, Malformed };
 struct DecodeResult {
   DecodeVerdict verdict = DecodeVerdict::Accepted;
   std::shared_ptr<NSObject> object;
-  std::string_view reason = {};  ///< of a constant text: the refused class or what is malformed
+  std::string_view reason = {};  ///< a constant: the refused class or what is malformed
 };
 
-/// Reads one object. `outermost` is what the object itself may be, `inside` what may stand anywhere
+/// Reads one object. `outermost` is what the object itself may be, `inside` what may occur anywhere
 /// within it.
 DecodeResult decodeObject(WireReader& reader, TagSet outermost, TagSet inside);
 

@@ -24,8 +24,8 @@ void Outbox::close() {
   notifyWaiters();
 }
 
-/// It goes out at once if the socket takes it, so that even a process that exits right after is
-/// understood.
+/// The farewell goes out at once if the socket takes it, so that it arrives even if the process
+/// exits right afterwards.
 bool Outbox::sayFarewell(Handlers& released) {
   if (saidFarewell_) return false;
   WireWriter farewell;
@@ -92,7 +92,7 @@ bool Outbox::keepRest(const BatchedFrames& batch, std::size_t written, Handlers&
   return dropsBegin;
 }
 
-/// How many bytes the socket took.
+/// Returns how many bytes the socket took.
 std::size_t Outbox::write(std::span<const std::uint8_t> bytes) {
   for (;;) {
     const ssize_t written =

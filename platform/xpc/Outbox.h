@@ -1,14 +1,14 @@
-// What a connection has still to write, how much that may be, and what was lost.
+// What a connection still has to write, how much that may be, and what was lost.
 //
 // The stream of a connection begins with our hello and ends with our farewell. What is sent before
-// it stands waits; what is sent while nothing waits goes to the socket at once.
+// the stream is open waits; what is sent while nothing waits goes straight to the socket.
 //
-// Threading: guarded by its connection's lock, but for size(). Nothing blocks and no handler is
-// called. Ownership: the socket stays the connection's. Error handlers are shared with the proxy;
-// those
-//   that are not needed any more are handed out, to be let go of without the lock.
-// Errors: std::bad_alloc, as each function says. A socket that takes nothing any more breaks the
-//   outbox; why, the reading end of the connection learns.
+// Threading: guarded by its connection's lock, except for size(). Nothing blocks and no handler is
+//   called.
+// Ownership: the socket stays the connection's. Error handlers are shared with the proxy; those
+//   that are no longer needed are returned, to be released without the lock.
+// Errors: std::bad_alloc, as each function says. A socket that accepts no more data breaks the
+//   outbox; the reading end of the connection learns the reason.
 // Order: as sent, the hello first.
 #pragma once
 
@@ -31,7 +31,7 @@ class Outbox {
  public:
   using Handlers = std::vector<SharedErrorHandler>;
 
-  /// From now on what waits is taken from `budget`.
+  /// From now on `budget` is charged for what waits.
   void chargeTo(std::shared_ptr<UnsentBudget> budget) { backlog_.chargeTo(std::move(budget)); }
   /// Any thread, without the lock.
   [[nodiscard]] std::size_t size() const { return backlog_.size(); }
@@ -41,40 +41,43 @@ class Outbox {
 
   /// A stream begins on `socket`. std::bad_alloc: nothing has changed.
   void open(int socket, const Hello& ours);
-  /// The socket is gone. What was not written waits for the next stream.
+  /// The socket is closed. What was not written waits for the next stream.
   void close();
   [[nodiscard]] bool isOpen() const { return socket_ >= 0; }
-  /// Which stream this is, so that an answer to the one before goes nowhere.
+  /// The number of this stream, so that an answer to an earlier one can be recognised.
   [[nodiscard]] std::uint64_t stream() const { return stream_; }
-  /// Once, behind all that waits; whether this was the time. std::bad_alloc: nothing has changed.
+  /// Queues the farewell, once, after everything that waits; returns whether it did so now.
+  /// std::bad_alloc: nothing has changed.
   bool sayFarewell(Handlers& released);
 
-  /// Nothing can follow any more: the other end sees the stream end.
+  /// Nothing more can be sent: the peer sees the stream end.
   void breakOff();
   [[nodiscard]] bool isBroken() const { return broken_; }
 
-  /// Whether so many more bytes may wait.
+  /// Whether `bytes` more may wait.
   [[nodiscard]] bool fits(std::size_t bytes) const;
-  /// A whole frame. std::bad_alloc: it was not taken.
+  /// Sends a whole frame. std::bad_alloc: it was not accepted.
   void put(std::span<const std::uint8_t> frame, bool oneWay,
            const SharedErrorHandler& errorHandler);
-  /// Messages together. One that does not fit is dropped and its error handler goes to `refused`;
-  /// whether that has begun now. std::bad_alloc: what was not taken is lost, and the stream with
-  /// it.
+  /// Sends the messages of a batch. One that does not fit is dropped and its error handler goes to
+  /// `refused`; returns whether dropping began with this batch. std::bad_alloc: the rest of the
+  /// batch is lost, and the stream with it.
   bool put(const BatchedFrames& batch, Handlers& refused);
-  /// Writes what the socket takes of what waits.
+  /// Writes as much of what waits as the socket takes.
   void flush(Handlers& released);
-  /// Gives up what waits, counted as dropped; the messages that were not written whole.
+  /// Discards what waits and counts it as dropped; returns the messages that were not fully
+  /// written.
   std::vector<SendBacklog::Entry> takeAll();
 
-  /// Counts a message that did not fit; whether it is the first since everything was written.
+  /// Counts a message that did not fit; returns whether it is the first since the outbox was last
+  /// empty.
   bool drop();
   [[nodiscard]] std::uint64_t dropped() const { return dropped_; }
-  /// An answer that the peer waits for is lost: the stream cannot go on.
+  /// An answer that the peer waits for is lost, so the stream cannot continue.
   void loseAnswer() { lostAnswer_ = true; }
   [[nodiscard]] bool hasLostAnswer() const { return lostAnswer_; }
 
-  /// Waits until fewer than `bytes` wait; false when they do not until the deadline.
+  /// Waits until fewer than `bytes` wait; false if the deadline passes first.
   bool waitUntilBelow(std::unique_lock<std::mutex>& lock, std::size_t bytes,
                       std::chrono::steady_clock::time_point deadline);
 
@@ -85,7 +88,7 @@ class Outbox {
   void notifyWaiters();
 
   SendBacklog backlog_;
-  int socket_ = -1;  ///< while a stream stands: our hello is in it, or at the front of the backlog
+  int socket_ = -1;  ///< while open, our hello is in the stream or at the front of the backlog
   std::uint64_t stream_ = 0;
   bool broken_ = false;
   bool saidFarewell_ = false;

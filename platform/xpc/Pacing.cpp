@@ -30,15 +30,15 @@ struct Streaks {
 /// Never destroyed: connections may outlive static destruction.
 Streaks& streaks() {
   static auto* const one = new Streaks;
-  // So that a child of this process finds it whole and unlocked.
+  // So that a child of this process finds it consistent and unlocked.
   static const int guarded = ::pthread_atfork(
       [] { one->mutex.lock(); }, [] { one->mutex.unlock(); }, [] { one->mutex.unlock(); });
   static_cast<void>(guarded);
   return *one;
 }
 
-/// A client whose last short life is long ago, or that is gone, says nothing any more; without
-/// this, such ones would pile up.
+/// An entry whose last short life is that long ago, or whose client no longer exists, has become
+/// meaningless; without this limit such entries would pile up.
 constexpr std::chrono::seconds kForgottenAfter{10};
 
 }  // namespace
@@ -67,7 +67,7 @@ std::chrono::milliseconds pauseAfterEnd(const std::weak_ptr<void>& client,
     streak.last = now;
     return pauseBeforeAttempt(streak.shortLives++);
   } catch (const std::bad_alloc&) {
-    return kLongestPause;  // whoever is short of memory is in no hurry
+    return kLongestPause;  // with memory short, a delay does no harm
   }
 }
 

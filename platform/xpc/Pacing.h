@@ -1,13 +1,13 @@
-// How long to hold back the report that a connection ended, so that a client that reopens at once
+// How long to delay the report that a connection ended, so that a client that reconnects at once
 // cannot spin.
 //
-// A client whose connections to one service keep ending within a second, and not by its own hand,
-// hears of the first end at once, of the next after 1 ms, then after 2, 4 … 1,000 ms. A connection
-// that lasted longer starts the count afresh. Clients are counted apart: what befalls one of them
-// keeps no report from another.
+// If a client's connections to one service keep ending within a second, and not at its own request,
+// the first end is reported at once, the next after 1 ms, then after 2, 4 … 1,000 ms. A connection
+// that lasted longer resets the count. Clients are counted separately: what happens to one does not
+// delay reports to another.
 //
 // Threading: any thread.
-// Ownership: a client is only named, never kept.
+// Ownership: a client is only identified, never kept alive.
 #pragma once
 
 #include <atomic>
@@ -20,20 +20,20 @@ namespace platform::xpc {
 inline constexpr std::chrono::milliseconds kLongestPause{1000};
 inline constexpr std::chrono::milliseconds kShortLife{1000};
 
-/// 0 for attempt 0, then 1, 2, 4 … kLongestPause.
+/// 0 for attempt 0, then 1, 2, 4 … up to kLongestPause.
 [[nodiscard]] std::chrono::milliseconds pauseBeforeAttempt(unsigned attempt);
 
-/// How often what fails for want of memory, descriptors or room in a queue is tried, with these
-/// pauses, before the connection ends for it: half a minute in all. For tests to change.
+/// How often something that fails for lack of memory, descriptors or room in a queue is retried,
+/// with these pauses, before the connection ends: half a minute in all. Tests may change it.
 inline std::atomic<unsigned> attemptsWhileShort{40};
 
-/// Notes that a connection of `client` to `service` ended after `life` and returns the pause that
-/// its report takes. `client` is whoever would connect again: the exported object.
+/// Records that a connection of `client` to `service` ended after `life`, and returns how long to
+/// delay its report. `client` is the one that would reconnect: the exported object.
 [[nodiscard]] std::chrono::milliseconds pauseAfterEnd(const std::weak_ptr<void>& client,
                                                       const std::string& service,
                                                       std::chrono::steady_clock::duration life);
 
-/// Starts every count afresh: for programs that want ends reported at once, however many.
+/// Resets every count: for programs that want all ends reported at once.
 void forgetShortLives();
 
 }  // namespace platform::xpc

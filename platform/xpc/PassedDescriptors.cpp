@@ -18,7 +18,7 @@ namespace platform::xpc {
 namespace {
 
 constexpr int kFirstDescriptor = 3;
-constexpr long kMostDescriptors = 1024;
+constexpr long kMaxDescriptors = 1024;
 
 std::optional<long> numberFromEnvironment(const char* name) {
   const char* const text = ::secure_getenv(name);
@@ -46,12 +46,12 @@ int failWith(int error) {
   return -1;
 }
 
-/// The number of the descriptor that is called `service`, or -1 with errno.
+/// The number of the descriptor named `service`, or -1 with errno.
 int findDescriptor(std::string_view service) {
   const auto process = numberFromEnvironment("LISTEN_PID");
   const auto count = numberFromEnvironment("LISTEN_FDS");
   if (!process || !count || *process != ::getpid()) return failWith(ENOENT);
-  if (*count < 0 || *count > kMostDescriptors) return failWith(EINVAL);
+  if (*count < 0 || *count > kMaxDescriptors) return failWith(EINVAL);
   const char* const names = ::secure_getenv("LISTEN_FDNAMES");
   if (names == nullptr)
     return *count == 1 ? kFirstDescriptor : failWith(*count == 0 ? ENOENT : EINVAL);

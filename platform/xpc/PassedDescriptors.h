@@ -1,10 +1,11 @@
-// Listening sockets, and directories, that whoever started this process handed to it (LISTEN_PID,
-// LISTEN_FDS, LISTEN_FDNAMES).
+// Listening sockets and directories that the process that started this one passed to it
+// (LISTEN_PID, LISTEN_FDS, LISTEN_FDNAMES).
 //
-// Threading: any thread. Ownership: a descriptor is handed out once; the caller owns it,
-// close-on-exec and non-blocking. Errors: -1 with errno: ENOENT none of that name, EINVAL an
-// environment that makes no sense, ENOTSOCK or EOPNOTSUPP a descriptor that is no listening Unix
-// stream socket, EBUSY handed out already. Order: the first of several equal names.
+// Threading: any thread.
+// Ownership: a descriptor is handed out once; the caller owns it, close-on-exec and non-blocking.
+// Errors: -1 with errno: ENOENT no descriptor of that name, EINVAL malformed variables, ENOTSOCK or
+//   EOPNOTSUPP not a listening Unix stream socket, EBUSY already handed out.
+// Order: the first of several equal names.
 #pragma once
 
 #include <string_view>
@@ -12,9 +13,9 @@
 namespace platform::xpc {
 
 int takePassedDescriptor(std::string_view service);
-/// An open directory; ENOTDIR when it is none.
+/// An open directory; ENOTDIR if the descriptor is not one.
 int takePassedDirectory(std::string_view name);
-/// Whether `descriptor` is a listening Unix stream socket; errno says why not.
+/// Whether `descriptor` is a listening Unix stream socket; if not, errno says why.
 bool isListeningStreamSocket(int descriptor);
 /// Sets close-on-exec and non-blocking.
 bool prepareDescriptor(int descriptor);

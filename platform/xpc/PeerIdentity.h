@@ -1,8 +1,8 @@
-// Who is at the other end of a connected Unix socket, as the kernel noted it when the connection
-// was made.
+// The process at the other end of a connected Unix socket, as the kernel recorded it when the
+// connection was made.
 //
 // Threading: any thread.
-// Ownership: `process` is the caller's to close.
+// Ownership: the caller closes `process`.
 // Errors: fields of -1.
 #pragma once
 
@@ -13,8 +13,8 @@ namespace platform::xpc {
 struct PeerIdentity {
   uid_t user = static_cast<uid_t>(-1);
   pid_t processID = -1;
-  int process = -1;  ///< a process descriptor, which cannot come to mean another process; -1 where
-                     ///< the kernel has none
+  int process = -1;  ///< a process descriptor, which never comes to refer to another process; -1
+                     ///< if the kernel does not provide one
 };
 
 PeerIdentity peerOfSocket(int socket);

@@ -1,9 +1,10 @@
 // The requests of a connection that wait for an answer, and the errors that are due.
 //
-// Threading: guarded by its connection's lock, but for newID().
-// Ownership: handlers are kept until they are taken. No handler is called or destroyed here.
-// Errors: std::bad_alloc from add and fail, which then have changed nothing.
-// Order: what is taken whole is in the order of sending; errors are in the order of failing.
+// Threading: guarded by its connection's lock, except for newID().
+// Ownership: handlers are kept until they are taken; none is called or destroyed here.
+// Errors: std::bad_alloc from add and fail, which then change nothing.
+// Order: takeAll() returns requests in the order of sending, takeFailures() in the order of
+//   failing.
 #pragma once
 
 #include <atomic>
@@ -30,8 +31,8 @@ class PendingRequests {
     XPCReplyHandler reply;
     SharedErrorHandler errorHandler;
   };
-  /// An error handler that is due. The reply is carried along so that both are released together,
-  /// on the queue.
+  /// An error handler that is due. The reply is kept with it so that both are released together, on
+  /// the queue.
   struct Failure {
     XPCReplyHandler reply;
     SharedErrorHandler errorHandler;
@@ -39,17 +40,17 @@ class PendingRequests {
   };
   using Requests = std::map<std::uint64_t, Request>;
 
-  /// Any thread, without the lock. IDs begin with 1 and grow.
+  /// Any thread, without the lock. IDs start at 1 and increase.
   [[nodiscard]] std::uint64_t newID() { return nextID_.fetch_add(1, std::memory_order_relaxed); }
 
   void add(std::uint64_t id, Request request) { requests_.emplace(id, std::move(request)); }
-  /// Empty if nobody waits for that request.
+  /// Empty if that request is not pending.
   [[nodiscard]] Requests::node_type take(std::uint64_t id) { return requests_.extract(id); }
   void putBack(Requests::node_type request) { requests_.insert(std::move(request)); }
   [[nodiscard]] Requests takeAll() { return std::exchange(requests_, {}); }
 
-  /// Whether an error is due now. Where nobody wants to hear of it the reply stays with the caller,
-  /// who lets go of it under no lock.
+  /// Whether an error is due now. Without an error handler the reply stays with the caller, who
+  /// releases it without the lock.
   bool fail(XPCReplyHandler& reply, const SharedErrorHandler& errorHandler,
             std::shared_ptr<NSError> error);
   [[nodiscard]] bool hasFailures() const { return !failures_.empty(); }

@@ -18,8 +18,8 @@ namespace {
 #endif
 #endif
 
-/// Enough for a delegate that does real work; address space only until it is used. A sanitizer
-/// makes stack frames several times as large.
+/// Enough for a delegate that does real work; until it is used it takes only address space. A
+/// sanitizer makes stack frames several times as large.
 #ifdef WLHID_FRAMES_ARE_LARGE
 constexpr std::size_t kStackSize = std::size_t{4} << 20;
 #else
@@ -65,11 +65,11 @@ bool startDetachedThread(void* (*entry)(void*), void* context) {
 bool startDetachedThread(const char* name, std::function<void()> body) {
   auto start = std::make_unique<Start>(Start{name, std::move(body)});
   if (!startDetachedThread(&run, start.get())) return false;
-  static_cast<void>(start.release());  // the thread's now
+  static_cast<void>(start.release());  // now owned by the thread
   return true;
 }
 
-// -------------------------------------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------------------
 
 struct PreparedThread::Task {
   using Entry = void* (*)(void*);

@@ -2,8 +2,8 @@
 //
 // Threading: any thread.
 // Ownership: the thread owns `body` and destroys it before it ends; a prepared thread that is never
-//   begun ends with its owner.
-// Errors: false, or an empty one, when the system has no thread or memory to give.
+//   started ends with its owner.
+// Errors: false, or an empty object, if the system has no thread or memory left.
 #pragma once
 
 #include <functional>
@@ -11,19 +11,19 @@
 
 namespace platform::xpc {
 
-/// Signals are blocked in the thread, for they belong to the application's own threads; faults of
-/// its own are not.
+/// Signals are blocked in the thread, since they belong to the application's own threads; its own
+/// faults are not.
 bool startDetachedThread(const char* name, std::function<void()> body);
 
-/// The same without memory of its own: the thread calls `entry` with `context` and has no name yet.
+/// The same without allocating memory: the thread calls `entry` with `context` and has no name yet.
 bool startDetachedThread(void* (*entry)(void*), void* context);
 void nameThisThread(const char* name);
 
-/// A thread that stands ready: what is begun on it cannot fail for want of one.
+/// A thread that is ready: starting work on it cannot fail.
 class PreparedThread {
  public:
   PreparedThread() = default;
-  /// Empty where there is none to be had.
+  /// Empty if no thread is available.
   [[nodiscard]] static PreparedThread make() noexcept;
   PreparedThread(PreparedThread&&) noexcept = default;
   PreparedThread& operator=(PreparedThread&& other) noexcept;
@@ -32,7 +32,7 @@ class PreparedThread {
   ~PreparedThread();
 
   explicit operator bool() const { return task_ != nullptr; }
-  /// Has it call `entry` with `context`; it is empty from then on.
+  /// Makes it call `entry` with `context`; this object is empty afterwards.
   void begin(void* (*entry)(void*), void* context) noexcept;
 
  private:

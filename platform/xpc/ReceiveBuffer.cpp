@@ -44,14 +44,13 @@ void ReceiveBuffer::clear() {
   start_ = end_ = 0;
 }
 
-/// A fresh mapping and a copy: mremap would do without the copy, but ThreadSanitizer does not see
-/// it and takes a recycled address for a shared one.
+/// Uses a new mapping and a copy: mremap would avoid the copy, but ThreadSanitizer does not see it
+/// and takes a reused address for a shared one.
 void ReceiveBuffer::resize(std::size_t capacity) {
   void* const memory =
       ::mmap(nullptr, capacity, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (memory == MAP_FAILED) throw std::bad_alloc();
-  // Buffers of many connections lie side by side; a huge page there would make untouched ones
-  // resident.
+  // Buffers of many connections are adjacent; a huge page there would make untouched ones resident.
   ::madvise(memory, capacity, MADV_NOHUGEPAGE);
   if (memory_ != nullptr) {
     std::memcpy(memory, memory_, end_);

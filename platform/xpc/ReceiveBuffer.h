@@ -1,10 +1,13 @@
-// Where a connection's stream is read into: 64 KiB, more only while a larger frame is coming in.
+// The buffer that a connection's stream is read into: 64 KiB, and more only while a larger frame is
+// arriving.
 //
-// The memory is a mapping of its own, so a connection that has only ever seen small messages keeps
-// one page of it resident, and trim() gives back what a busy time touched.
+// Its memory is a mapping of its own, so a connection that has only seen small messages keeps one
+// page of it resident, and trim() gives back what a busy period touched.
 //
-// Threading: one thread at a time. Ownership: spans are valid until the next call that is not
-// const. Errors: std::bad_alloc. Order: bytes come out as they went in.
+// Threading: one thread at a time.
+// Ownership: spans are valid until the next call that is not const.
+// Errors: std::bad_alloc.
+// Order: bytes come out as they went in.
 #pragma once
 
 #include <cstddef>
@@ -22,9 +25,9 @@ class ReceiveBuffer {
   ReceiveBuffer& operator=(const ReceiveBuffer&) = delete;
   ~ReceiveBuffer();
 
-  /// Room for the next read, never empty: unread bytes move to the front first, and where a frame
-  /// of `frameSize` bytes (0: unknown) stands at the front the buffer grows towards it, by
-  /// doubling, only as its bytes really arrive.
+  /// Room for the next read, never empty. Unread bytes move to the front first. If a frame of
+  /// `frameSize` bytes (0: unknown) is at the front, the buffer grows towards that size by
+  /// doubling, but only as the bytes really arrive.
   std::span<std::uint8_t> room(std::size_t frameSize);
   void filled(std::size_t count);
 
@@ -33,7 +36,7 @@ class ReceiveBuffer {
   }
   void consume(std::size_t count) { start_ += count; }
 
-  /// Whether trim() would give anything back.
+  /// Whether trim() would release anything.
   [[nodiscard]] bool holdsIdleMemory() const {
     return touched_ > kKeptResident || capacity_ > kUsualSize;
   }

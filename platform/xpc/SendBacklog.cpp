@@ -6,7 +6,7 @@
 namespace platform::xpc {
 namespace {
 
-/// False where memory is short: the handler then stays where it is until the next time.
+/// False if memory is short: the handler then stays where it is until the next time.
 bool keep(SharedErrorHandler& handler, std::vector<SharedErrorHandler>& released) {
   try {
     released.push_back(std::move(handler));
@@ -39,7 +39,7 @@ void SendBacklog::append(std::span<const std::uint8_t> frame, bool oneWay,
     entries_.erase(entries_.begin(), entries_.begin() + static_cast<std::ptrdiff_t>(firstEntry_));
     firstEntry_ = 0;
   }
-  // Bytes without an entry, or the other way round, must not remain when memory runs out.
+  // Bytes without an entry, or the reverse, must not remain if memory runs out.
   entries_.push_back({position_ + size() + frame.size(), oneWay, std::move(errorHandler)});
   try {
     bytes_.append(frame);

@@ -7,8 +7,8 @@
 namespace platform::xpc {
 namespace {
 
-/// More than a socket takes at once gains nothing by waiting.
-constexpr std::size_t kMostWaiting = std::size_t{256} << 10;
+/// Waiting gains nothing beyond what a socket takes at once.
+constexpr std::size_t kMaxWaiting = std::size_t{256} << 10;
 
 }  // namespace
 
@@ -19,8 +19,9 @@ class SendBatch::Sink final : public XPCMessageSink {
 
   void send(std::size_t method, const XPCValues& arguments, XPCReplyHandler reply) override {
     if (!remote_->methods()[method].hasReply) return batch_->add(method, arguments, handler_);
-    batch_->core_->failUnencodable(EncodingError(EINVAL, "a batch takes no message with a reply"),
-                                   std::move(reply), handler_);
+    batch_->core_->failUnencodable(
+        EncodingError(EINVAL, "a batch cannot hold a message with a reply"), std::move(reply),
+        handler_);
   }
   void sendMessage(std::size_t method, std::span<const XPCArgumentRef> arguments) override {
     batch_->add(method, arguments, handler_);
@@ -49,7 +50,7 @@ void SendBatch::add(std::size_t method, const Arguments& arguments,
     frames.truncate(before);
     throw;
   }
-  if (frames.size() >= kMostWaiting) send();
+  if (frames.size() >= kMaxWaiting) send();
 }
 
 void SendBatch::send() {

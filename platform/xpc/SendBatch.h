@@ -1,7 +1,8 @@
-// Messages that are encoded in place and handed over together.
+// Messages that are encoded in place and sent together.
 //
-// Threading, Order: as XPCMessageBatch. Ownership: the batch and its proxies' sinks share what it
-//   holds. Errors: std::bad_alloc from a message, which then is not in the batch.
+// Threading, Order: as XPCMessageBatch.
+// Ownership: the batch and its proxies' sinks share the messages.
+// Errors: std::bad_alloc from a message, which is then not in the batch.
 #pragma once
 
 #include <memory>

@@ -12,14 +12,14 @@ namespace {
 struct Registry {
   std::mutex mutex;
   std::uint64_t lastTicket = 0;
-  /// By identity of the object: a weak pointer keeps the identity even when the object is gone.
+  /// By identity of the object: a weak pointer keeps it even after the object is gone.
   std::map<std::weak_ptr<void>, std::set<std::uint64_t>, std::owner_less<>> tickets;
 };
 
 /// Never destroyed: connections may outlive static destruction.
 Registry& registry() {
   static auto* const one = new Registry;
-  // So that a child of this process finds it whole and unlocked.
+  // So that a child of this process finds it consistent and unlocked.
   static const int guarded = ::pthread_atfork(
       [] { one->mutex.lock(); }, [] { one->mutex.unlock(); }, [] { one->mutex.unlock(); });
   static_cast<void>(guarded);
@@ -37,7 +37,7 @@ void ResumedConnection::enter(const std::weak_ptr<void>& object) {
   if (isEmpty(object)) return;
   Registry& r = registry();
   const std::lock_guard lock(r.mutex);
-  // A set is put in place whole, and the ticket is ours once it stands there: memory may run out.
+  // The set is inserted complete, and the ticket is valid only then: memory may run out.
   std::set<std::uint64_t> entry{r.lastTicket + 1};
   const auto [place, isNew] = r.tickets.try_emplace(object);
   isNew ? place->second.swap(entry) : place->second.merge(entry);

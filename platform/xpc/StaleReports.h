@@ -1,12 +1,13 @@
 // Which connections of one exported object have been resumed, and in what order.
 //
-// The handlers of a connection carry no identity: when an object has invalidated a connection and
-// resumed another one since, the report about the first would be taken for one about the second.
-// Such a report is stale and is dropped. Connections of one object that live side by side do not
-// make each other stale: what counts is what was resumed after the invalidation.
+// The handlers of a connection do not say which connection they belong to: if an object has
+// invalidated one and resumed another since, it would take the report about the first for one about
+// the second. Such a report is stale and is dropped. Connections of one object that are live at the
+// same time do not make each other stale: only one resumed after the invalidation does.
 //
 // Threading: any thread; no call-out.
-// Ownership: an entry lives from the resume to leave(); the object is only named, never kept.
+// Ownership: an entry lives from enter() to leave(); the object is only identified, never kept
+//   alive.
 // Order: a later ticket is a newer connection.
 #pragma once
 
@@ -25,11 +26,11 @@ class ResumedConnection {
   ResumedConnection& operator=(const ResumedConnection&) = delete;
   ~ResumedConnection() { leave(); }
 
-  /// Enters a connection that exports `object`. Nothing happens for an empty object.
+  /// Enters a connection that exports `object`. Does nothing for an empty object.
   void enter(const std::weak_ptr<void>& object);
-  /// The holder of `object` has invalidated the connection, which may never have been entered.
+  /// The owner of `object` has invalidated the connection, which may never have been entered.
   void close(const std::weak_ptr<void>& object);
-  /// Whether a connection of the same object has been entered after the close, and still is.
+  /// Whether a connection of the same object was entered after close() and has not left since.
   [[nodiscard]] bool isSuperseded() const;
   void leave();
 
@@ -37,7 +38,7 @@ class ResumedConnection {
   std::weak_ptr<void> object_;
   std::uint64_t ticket_ = 0;
   std::optional<std::uint64_t> lastBeforeClose_;
-  ForkMark mark_;  ///< in a child, what the parent entered stays: it is older than anything
+  ForkMark mark_;  ///< in a child, the parent's entries stay: they are older than any of its own
 };
 
 }  // namespace platform::xpc

@@ -1,7 +1,8 @@
-// How many bytes several connections together may keep unsent: those of one user, and all of them.
+// How many unsent bytes several connections may keep together: those of one user, and those of all.
 //
-// Threading: any thread. Ownership: a user's budget holds the one of all. Errors, Order: none. The
-//   connections ask first and take then, so together they may exceed it by a message each.
+// Threading: any thread. Connections check first and charge afterwards, so together they may exceed
+//   the limit by one message each.
+// Ownership: a user's budget holds the one for all users.
 #pragma once
 
 #include <atomic>

@@ -1,9 +1,8 @@
-// The frame layer of the wire format (docs/wire-protocol.md): kinds, header, limits, and the two
-// ends of a byte sequence.
+// The frame layer of the wire format (docs/wire-protocol.md): kinds, header, limits, and a writer
+// and a reader for its primitive values.
 //
-// Threading: values, no shared state.
-// Ownership: a WireReader looks at bytes of somebody else; a WireWriter owns its own.
-// Errors: a WireReader that runs out of bytes fails for good and yields zeros.
+// Ownership: a WireReader refers to bytes of its caller; a WireWriter owns its own.
+// Errors: a WireReader that runs out of bytes stays failed and yields zeros.
 #pragma once
 
 #include <algorithm>
@@ -36,10 +35,10 @@ inline constexpr std::size_t kMaxFrameSize = std::size_t{16} << 20;  ///< header
 inline constexpr std::size_t kMaxFrameBody = kMaxFrameSize - kFrameHeaderSize;
 inline constexpr std::size_t kRequestIDSize = 8;
 
-/// A size below this stands in one byte; from it on, one byte of this value and four bytes of size.
+/// A size below this takes one byte; a larger one takes a byte of this value and then four bytes.
 inline constexpr std::uint8_t kLongSize = 0xFF;
 
-/// Bytes in the making. The first 512 cost no allocation.
+/// Bytes being written. The first 512 need no allocation.
 class WireWriter {
  public:
   WireWriter() = default;
@@ -80,12 +79,12 @@ class WireWriter {
     block({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
   }
 
-  /// Of the frame that was opened last, header included.
+  /// The size of the last frame that was begun, header included.
   [[nodiscard]] std::size_t frameSize() const { return size_ - frameStart_; }
-  /// Forgets what lies behind the first `size` bytes.
+  /// Removes everything after the first `size` bytes.
   void truncate(std::size_t size) { size_ = size; }
 
-  /// Opens a frame behind whatever there is; finishFrame() puts its length in.
+  /// Begins a frame after what has been written; finishFrame() fills in its length.
   void beginFrame(FrameKind kind, std::size_t method) {
     frameStart_ = size_;
     u32(0);
@@ -121,7 +120,7 @@ class WireWriter {
     capacity_ = wanted;
   }
 
-  std::array<std::uint8_t, 512> inline_;  // left as it is: written before it is read
+  std::array<std::uint8_t, 512> inline_;  // not initialised: written before it is read
   std::unique_ptr<std::uint8_t[]> heap_;
   std::uint8_t* data_ = inline_.data();
   std::size_t size_ = 0;
@@ -129,7 +128,7 @@ class WireWriter {
   std::size_t capacity_ = inline_.size();
 };
 
-/// Bytes under examination.
+/// Bytes being read.
 class WireReader {
  public:
   explicit WireReader(std::span<const std::uint8_t> bytes)
@@ -137,7 +136,7 @@ class WireReader {
 
   [[nodiscard]] std::size_t remaining() const { return static_cast<std::size_t>(end_ - next_); }
   [[nodiscard]] bool failed() const { return failed_; }
-  /// Where the next byte is read.
+  /// The next byte to be read.
   [[nodiscard]] const std::uint8_t* position() const { return next_; }
 
   std::uint8_t u8() { return little<std::uint8_t>(); }
@@ -156,8 +155,7 @@ class WireReader {
     next_ += count;
     return bytes;
   }
-  /// The long form of a size that the short one holds is refused: there is one way to write each
-  /// size.
+  /// Refuses the long form of a size that fits the short one, so that each size has one encoding.
   std::size_t size() {
     const std::uint8_t first = u8();
     if (first != kLongSize) return first;

@@ -1,14 +1,15 @@
 // How a message protocol is described to the connection layer: its methods, their argument types,
-// how to call them on an object and how to make a proxy.
+// how to call them on an object and how to create a proxy.
 //
 // A protocol is an abstract C++ class with one static function, protocol(), that returns its
 // XPCProtocol. Methods are pure virtual, return void and take std::uint32_t, std::uint64_t or
-// std::shared_ptr to a platform class; a method with a reply takes as last argument an XPCReply<…>,
-// a callable that the receiver calls at most once. XPCTraits.h derives the description from that.
+// std::shared_ptr to a platform class; a method with a reply takes an XPCReply<…> as its last
+// argument, a callable that the receiver calls at most once. XPCTraits.h derives the description
+// from that.
 //
 // Threading: descriptions are immutable. A proxy may be used from any thread.
 // Ownership: a proxy holds its connection's sending end, not the connection object; sending on a
-//   connection that is gone calls the error handler.
+//   connection that no longer exists calls the error handler.
 // Errors: see NSXPCConnection.h.
 // Order: messages sent through proxies of one connection arrive in the order of sending.
 #pragma once
@@ -30,10 +31,10 @@ enum class XPCArgumentKind : std::uint8_t { UInt32, UInt64, Object };
 
 struct XPCArgument {
   XPCArgumentKind kind = XPCArgumentKind::Object;
-  const NSClass* declaredClass =
-      nullptr;  ///< for objects: the class that is admitted unless an allow-list says otherwise
-  /// For arrays: what their members are; no allow-list admits others. Null where the protocol does
-  /// not say.
+  /// For objects: the class that is admitted unless an allow-list says otherwise.
+  const NSClass* declaredClass = nullptr;
+  /// For arrays: the class of the members; no allow-list admits others. Null if the protocol does
+  /// not declare one.
   const NSClass* memberClass = nullptr;
 };
 
@@ -48,15 +49,15 @@ struct XPCMethod {
 
 using XPCValue = std::variant<std::uint32_t, std::uint64_t, std::shared_ptr<NSObject>>;
 
-/// Arguments of one message or reply, without an allocation.
+/// Arguments of one message or reply, without an allocation of their own.
 struct XPCValues {
   std::array<XPCValue, kXPCMaxArguments> values;
   std::size_t count = 0;
   void append(XPCValue value) { values.at(count++) = std::move(value); }
 };
 
-/// One argument where its sender has it, for the length of a call: nothing is shared nor copied
-/// unless somebody asks for the value.
+/// A reference to one of the sender's arguments, for the duration of a call: nothing is shared or
+/// copied unless somebody asks for the value.
 class XPCArgumentRef {
  public:
   XPCArgumentRef(std::uint32_t number) : kind_(XPCArgumentKind::UInt32), number_(number) {}
@@ -91,10 +92,10 @@ class XPCArgumentRef {
 template <class... Arguments>
 using XPCReply = std::function<void(Arguments...)>;
 
-/// What a receiver calls to answer. Copyable; the first call sends, later ones do nothing. When the
-/// last copy goes unused the sender is told (its error handler runs).
+/// What a receiver calls to reply. Copyable; the first call sends, later ones do nothing. If all
+/// copies go away unused, the sender's error handler runs.
 using XPCReplySender = std::function<void(const XPCValues&)>;
-/// What a sender is called back with.
+/// What the sender's reply is passed to.
 using XPCReplyHandler = std::function<void(const XPCValues&)>;
 using XPCErrorHandler = std::function<void(const std::shared_ptr<NSError>&)>;
 
@@ -105,8 +106,7 @@ class XPCMessageSink {
   /// `method` is the index in the protocol's methods. `reply` is empty for a method without a
   /// reply. Never blocks and never calls `reply` or the error handler before it returns.
   virtual void send(std::size_t method, const XPCValues& arguments, XPCReplyHandler reply) = 0;
-  /// As send, without a reply and for a sink that needs the arguments no longer than the call
-  /// takes.
+  /// Like send, but without a reply, and for a sink that needs the arguments only during the call.
   virtual void sendMessage(std::size_t method, std::span<const XPCArgumentRef> arguments) {
     XPCValues values;
     for (const XPCArgumentRef& argument : arguments) values.append(argument.value());
@@ -121,15 +121,15 @@ struct XPCProtocol {
   /// NSObject).
   void (*invoke)(void* object, std::size_t method, const XPCValues& arguments,
                  const XPCReplySender& reply) = nullptr;
-  /// A proxy: points to the protocol's own C++ class.
+  /// Creates a proxy: a pointer to the protocol's own C++ class.
   std::shared_ptr<void> (*makeProxy)(std::shared_ptr<XPCMessageSink> sink) = nullptr;
 
-  /// As invoke, but takes the objects out of `arguments` instead of sharing them: two atomic counts
-  /// fewer for each.
+  /// Like invoke, but moves the objects out of `arguments` instead of sharing them, which saves two
+  /// atomic counts for each.
   void (*invokeTaking)(void* object, std::size_t method, XPCValues& arguments,
                        const XPCReplySender& reply) = nullptr;
 
-  /// The index of a selector; throws std::invalid_argument when the protocol has none such.
+  /// The index of a selector; throws std::invalid_argument for an unknown one.
   [[nodiscard]] std::size_t indexOfSelector(std::string_view selector) const;
 };
 

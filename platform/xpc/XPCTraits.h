@@ -6,8 +6,8 @@
 //   class GreeterProxy final : public Greeter, XPCProxy<Methods> {
 //    public:
 //     using XPCProxy::XPCProxy;
-//     void greet(const std::shared_ptr<NSString>& name, XPCReply<const std::shared_ptr<NSString>&>
-//     reply) override {
+//     void greet(const std::shared_ptr<NSString>& name,
+//                XPCReply<const std::shared_ptr<NSString>&> reply) override {
 //       message<&Greeter::greet>(name, std::move(reply));
 //     }
 //     void stop() override { message<&Greeter::stop>(); }
@@ -18,8 +18,7 @@
 //   }
 //
 // Threading: the descriptions are constant.
-// Ownership: nothing is owned.
-// Errors: a parameter type that cannot travel is a compile error; an object of another class than
+// Errors: a parameter type that cannot be sent is a compile error; an object of a class other than
 //   the parameter's arrives as null.
 #pragma once
 
@@ -31,8 +30,8 @@
 
 namespace platform {
 
-/// What the members of an array that is argument number `Index` of a method are. A protocol says it
-/// beside its list of methods:
+/// The class of the members of an array that is argument number `Index` of a method. A protocol
+/// declares it next to its list of methods:
 ///
 ///   template <>
 ///   struct XPCMembers<&Greeter::greetAll, 0> : XPCMembersAre<NSString> {};
@@ -69,14 +68,14 @@ XPCArgument describeArgument() {
   }
 }
 
-/// Asks the class object first and walks upwards only for a subclass.
+/// Compares the classes first and walks up only for a subclass.
 inline bool isOfClass(const NSObject& object, const NSClass& wanted) {
   const NSClass& c = object.isa();
   return &c == &wanted || c.isSubclassOfClass(wanted);
 }
 
-/// The value as a `T`; zero or null when it is something else. An object leaves a value that is not
-/// const.
+/// The value as a `T`; zero or null if it is something else. An object is moved out of a value that
+/// is not const.
 template <Travels T, class Value>
 T take(Value& value) {
   if constexpr (ObjectPointer<T>::value) {
@@ -93,10 +92,10 @@ T take(Value& value) {
 
 template <class... T>
 struct Types {
-  static constexpr std::size_t count = sizeof...(T);
-  static_assert(count <= kXPCMaxArguments);
+  static constexpr std::size_t kCount = sizeof...(T);
+  static_assert(kCount <= kXPCMaxArguments);
 
-  static std::array<XPCArgument, count> describe() { return {describeArgument<T>()...}; }
+  static std::array<XPCArgument, kCount> describe() { return {describeArgument<T>()...}; }
 
   static XPCValues pack(const T&... arguments) {
     XPCValues values;
@@ -104,7 +103,7 @@ struct Types {
     return values;
   }
 
-  static std::array<XPCArgumentRef, count> refer(const T&... arguments) {
+  static std::array<XPCArgumentRef, kCount> refer(const T&... arguments) {
     return {XPCArgumentRef(arguments)...};
   }
 
@@ -124,7 +123,7 @@ struct ReplyCallable<std::function<void(A...)>> : std::true_type {
   using Values = Types<std::remove_cvref_t<A>...>;
 };
 
-/// Splits a parameter list into what travels and the reply, which may only stand last.
+/// Splits a parameter list into the arguments and the reply, which may only come last.
 template <class Before, class... Rest>
 struct Split;
 template <class... Before>
@@ -148,7 +147,7 @@ struct MethodTraits<void (P::*)(A...)> {
   using Parts = Split<Types<>, std::remove_cvref_t<A>...>;
   using Arguments = typename Parts::Arguments;
   using Reply = typename Parts::Reply;
-  static constexpr bool hasReply = !std::is_void_v<Reply>;
+  static constexpr bool kHasReply = !std::is_void_v<Reply>;
 };
 
 template <auto Method>
@@ -172,7 +171,7 @@ void invokeMethod(void* object, Values& values, const XPCReplySender& reply) {
   auto& target = *static_cast<typename Traits::Class*>(object);
   Traits::Arguments::call(
       [&](auto&&... arguments) {
-        if constexpr (Traits::hasReply) {
+        if constexpr (Traits::kHasReply) {
           (target.*Method)(std::move(arguments)..., [reply](auto&&... answer) {
             if (reply) reply(ReplyTypes<Method>::pack(answer...));
           });
@@ -193,7 +192,7 @@ auto describeArguments(std::index_sequence<I...>) {
 template <auto Method>
 std::span<const XPCArgument> argumentsOf() {
   static const auto described =
-      describeArguments<Method>(std::make_index_sequence<TraitsOf<Method>::Arguments::count>{});
+      describeArguments<Method>(std::make_index_sequence<TraitsOf<Method>::Arguments::kCount>{});
   return described;
 }
 
@@ -204,31 +203,32 @@ std::span<const XPCArgument> replyArgumentsOf() {
 }
 
 template <auto A, auto B>
-inline constexpr bool sameMethod =
+inline constexpr bool kSameMethod =
     std::is_same_v<std::integral_constant<decltype(A), A>, std::integral_constant<decltype(B), B>>;
 
 }  // namespace xpc_detail
 
-/// The methods of protocol class `P`, in the order in which they are numbered.
+/// The methods of protocol class `P`, numbered in this order.
 template <class P, auto... Methods>
 struct XPCMethodList {
   using Class = P;
-  static constexpr std::size_t count = sizeof...(Methods);
+  static constexpr std::size_t kCount = sizeof...(Methods);
 
   template <auto Method>
   static constexpr std::size_t indexOf() {
-    static_assert((xpc_detail::sameMethod<Method, Methods> || ...), "no method of this protocol");
+    static_assert((xpc_detail::kSameMethod<Method, Methods> || ...),
+                  "not a method of this protocol");
     std::size_t index = 0;
-    std::size_t found = count;
-    ((found = xpc_detail::sameMethod<Method, Methods> ? index : found, ++index), ...);
+    std::size_t found = kCount;
+    ((found = xpc_detail::kSameMethod<Method, Methods> ? index : found, ++index), ...);
     return found;
   }
 
-  static std::array<XPCMethod, count> describe(
-      const std::array<std::string_view, count>& selectors) {
+  static std::array<XPCMethod, kCount> describe(
+      const std::array<std::string_view, kCount>& selectors) {
     std::size_t index = 0;
     return {XPCMethod{selectors[index++], xpc_detail::argumentsOf<Methods>(),
-                      xpc_detail::TraitsOf<Methods>::hasReply,
+                      xpc_detail::TraitsOf<Methods>::kHasReply,
                       xpc_detail::replyArgumentsOf<Methods>()}...};
   }
 
@@ -236,13 +236,13 @@ struct XPCMethodList {
   static void invoke(void* object, std::size_t method, Values& arguments,
                      const XPCReplySender& reply) {
     using Invoker = void (*)(void*, Values&, const XPCReplySender&);
-    static constexpr std::array<Invoker, count> invokers = {
+    static constexpr std::array<Invoker, kCount> invokers = {
         &xpc_detail::invokeMethod<Methods, Values>...};
-    if (method < count) invokers[method](object, arguments, reply);
+    if (method < kCount) invokers[method](object, arguments, reply);
   }
 };
 
-/// What a proxy class derives from (beside its protocol class).
+/// The base of a proxy class (in addition to its protocol class).
 template <class Methods>
 class XPCProxy {
  public:
@@ -251,7 +251,7 @@ class XPCProxy {
  protected:
   template <auto Method, class... A>
   void message(A&&... arguments) const {
-    if constexpr (xpc_detail::TraitsOf<Method>::hasReply) {
+    if constexpr (xpc_detail::TraitsOf<Method>::kHasReply) {
       request<Method>(std::forward_as_tuple(std::forward<A>(arguments)...),
                       std::make_index_sequence<sizeof...(A) - 1>{});
     } else {
@@ -274,11 +274,11 @@ class XPCProxy {
   std::shared_ptr<XPCMessageSink> sink_;
 };
 
-/// The description of a protocol: one a combination of `Methods` and `Proxy`, made at the first
-/// call, never destroyed.
+/// The description of a protocol: one for each pair of `Methods` and `Proxy`, created by the first
+/// call and never destroyed.
 template <class Methods, class Proxy>
 const XPCProtocol& xpcProtocol(std::string_view name,
-                               const std::array<std::string_view, Methods::count>& selectors) {
+                               const std::array<std::string_view, Methods::kCount>& selectors) {
   static const auto methods = Methods::describe(selectors);
   static const XPCProtocol protocol{
       name, methods, &Methods::template invoke<const XPCValues>,

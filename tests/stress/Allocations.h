@@ -1,9 +1,9 @@
-// operator new and delete of a stress program: they count, and fail on demand.
+// operator new and delete of a stress program, which count and fail on demand.
 //
-// Link Allocations.cpp into a program and every allocation of it goes through here.
+// Link Allocations.cpp into a program and all of its allocations go through here.
 //
 // Threading: any thread.
-// Errors: std::bad_alloc where a failure is due.
+// Errors: std::bad_alloc if a failure is due.
 // Order: allocations are numbered in the order in which they begin.
 #pragma once
 
@@ -11,19 +11,19 @@
 
 namespace stress {
 
-/// Allocations by operator new that were not freed yet.
+/// Allocations by operator new that have not been freed.
 [[nodiscard]] std::uint64_t liveAllocations();
 
-/// From here on the `first`-th allocation (1: the next) and each `every`-th behind it fails; with
-/// `every` 0 that one alone. Numbers are counted over all threads of the process.
+/// From now on the `first`-th allocation (1: the next) and each `every`-th after it fails; with
+/// `every` 0 only that one. All threads of the process count.
 void failAllocations(std::uint64_t first, std::uint64_t every);
-/// Ends that. How many failed.
+/// Ends that, and returns how many failed.
 std::uint64_t stopFailingAllocations();
 /// Allocations since failAllocations.
 [[nodiscard]] std::uint64_t allocationsSince();
 
-/// While one lives, allocations of its thread neither fail nor count: for what the program itself
-/// does in the midst of others' work.
+/// During its life, allocations of its thread neither fail nor count: for what the program itself
+/// does between the work under test.
 class Unharmed {
  public:
   Unharmed();

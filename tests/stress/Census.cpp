@@ -29,7 +29,7 @@ std::uint64_t entries(const fs::path& directory) {
   return count;
 }
 
-/// What can be read of a file whose process may end at any moment.
+/// Whatever can be read of a file whose process may end at any moment.
 std::string contents(const fs::path& file) {
   std::string text;
   const platform::FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC));

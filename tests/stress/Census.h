@@ -1,7 +1,7 @@
-// What a process holds: a count before and one after tell whether something stayed behind.
+// What a process holds: a count before and one after show whether anything leaked.
 //
 // Threading: any thread.
-// Errors: a process that is not there holds nothing.
+// Errors: a process that does not exist holds nothing.
 #pragma once
 
 #include <sys/types.h>
@@ -21,18 +21,17 @@ struct Census {
   static Census of(pid_t process);
   /// "12 descriptors, 3 threads, 4096 KiB"
   [[nodiscard]] std::string text() const;
-  /// Takes each count of `other` that is smaller.
+  /// Takes over each count of `other` that is smaller.
   void lower(const Census& other);
 };
 
-/// Processes one of whose arguments names `root` or something below it; without those that only
-/// wait to be reaped. Sorted.
+/// Processes with an argument that names `root` or something below it, except zombies. Sorted.
 [[nodiscard]] std::vector<pid_t> processesOfRoot(const std::filesystem::path& root);
 /// Everything below `directory`, relative to it and sorted.
 [[nodiscard]] std::vector<std::string> filesBelow(const std::filesystem::path& directory);
 
-/// Whether the program is built with a sanitizer, whose own memory makes resident sizes say
-/// nothing.
+/// Whether the program is built with a sanitizer, whose own memory makes resident sizes
+/// meaningless.
 [[nodiscard]] bool isSanitized();
 
 }  // namespace stress

@@ -1,5 +1,5 @@
-// A router that crashes at its first 25 starts, then becomes the real one. The count stands in a
-// file of its root.
+// A router that crashes at its first 25 starts, then becomes the real one. The count is in a file
+// of its root.
 #include <unistd.h>
 
 #include <cstdlib>
@@ -7,7 +7,7 @@
 #include <string>
 
 int main(int, char** arguments) {
-  constexpr int kRootDescriptor = 4;  // behind the one socket
+  constexpr int kRootDescriptor = 4;  // after the one socket
   const std::string file = "/proc/self/fd/" + std::to_string(kRootDescriptor) + "/var/run/crashes";
   int crashes = 0;
   std::ifstream(file) >> crashes;

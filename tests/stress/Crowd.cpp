@@ -43,7 +43,7 @@ class Peers {
     std::memcpy(address.sun_path, order.path, sizeof order.path);
     const int peer = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (peer < 0) return false;
-    // A listener that takes no more lets connect wait: not for ever.
+    // If the listener accepts no more, connect waits: but not forever.
     const timeval limit{2, 0};
     ::setsockopt(peer, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     if (::connect(peer, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
@@ -76,9 +76,9 @@ class Peers {
 Crowd::Crowd() {
   int sockets[2];
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0)
-    throw std::runtime_error("no pair of sockets");
+    throw std::runtime_error("cannot create a socket pair");
   process_ = ::fork();
-  if (process_ < 0) throw std::runtime_error("no further process");
+  if (process_ < 0) throw std::runtime_error("cannot fork");
   ::close(sockets[process_ == 0 ? 0 : 1]);
   if (process_ == 0) serve(sockets[1]);
   socket_ = sockets[0];
@@ -96,7 +96,7 @@ std::size_t Crowd::gather(const std::string& path, std::size_t count) {
   std::uint64_t connected = 0;
   if (::send(socket_, &order, sizeof order, MSG_NOSIGNAL) != sizeof order ||
       ::recv(socket_, &connected, sizeof connected, MSG_WAITALL) != sizeof connected)
-    throw std::runtime_error("the crowd is gone");
+    throw std::runtime_error("the crowd's process has ended");
   return connected;
 }
 
@@ -105,7 +105,7 @@ void Crowd::disperse() {
   std::uint64_t connected = 0;
   if (::send(socket_, &order, sizeof order, MSG_NOSIGNAL) != sizeof order ||
       ::recv(socket_, &connected, sizeof connected, MSG_WAITALL) != sizeof connected)
-    throw std::runtime_error("the crowd is gone");
+    throw std::runtime_error("the crowd's process has ended");
 }
 
 }  // namespace stress

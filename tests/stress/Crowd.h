@@ -1,8 +1,10 @@
 // Very many peers of one endpoint, in a process of their own so that their descriptors and memory
-// are not those of the process under test.
+// do not count as those of the process under test.
 //
-// Threading: one thread; made before the process has a second one, for it forks. Ownership: the
-// child process ends with this object. Errors: std::runtime_error. Order: gather before disperse.
+// Threading: one thread; create it before the process has a second one, since it forks.
+// Ownership: the child process ends with this object.
+// Errors: std::runtime_error.
+// Order: gather before disperse.
 #pragma once
 
 #include <sys/types.h>
@@ -20,8 +22,8 @@ class Crowd {
   ~Crowd();
 
   /// Connects up to `count` peers to the socket at `path`. A third of them says nothing, a third
-  /// stops inside its hello, a third says a whole one. Returns how many are connected (the kernel's
-  /// queue of a listener that accepts no more counts as connected).
+  /// stops inside its hello, a third sends a complete one. Returns how many are connected (those in
+  /// the kernel's queue of a listener that accepts no more count as connected).
   std::size_t gather(const std::string& path, std::size_t count);
   /// Closes them all at once.
   void disperse();

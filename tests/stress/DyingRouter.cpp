@@ -1,5 +1,5 @@
-// A router that never gets far: it dies at its start, or, with DIES_ON_CONNECTION, as soon as
-// somebody has connected.
+// A router that never gets far: it dies at its start or, with DIES_ON_CONNECTION, at its first
+// connection.
 #include <sys/socket.h>
 
 #include <cstdlib>

@@ -1,6 +1,6 @@
-// Faults: each system call of a whole session fails once, in each way that it can, in the
-// application, in the job daemon and in the router. Whatever fails: every request ends once, every
-// installation ends old or new, nothing stays behind, and one more try works.
+// Faults: each system call of a whole session fails once, in each possible way, in the application,
+// in the job daemon and in the router. Whatever fails: every request ends once, every installation
+// leaves the old or the new state, nothing leaks, and one more try works.
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -65,15 +65,15 @@ class Session {
   std::uint64_t device_ = 0;
 };
 
-/// A removal keeps its connection to the daemon for the bless that may follow. The next
-/// authorization closes it where that daemon has gone; without that, what a session leaves would
-/// depend on how many of its removals stood alone.
+/// A removal keeps its connection to the daemon for a bless that may follow. The next authorization
+/// closes it if that daemon has ended; without one, what a session leaves would depend on how many
+/// of its removals stood alone.
 Census ownCensus() {
   static_cast<void>(platform::newAuthorization());
   return Census::of(::getpid());
 }
 
-/// The executable is there whole, or not at all; so is the job file.
+/// The executable exists whole or not at all; so does the job file.
 void Session::demandOldOrNew(const char* when) {
   const platform::SystemRoot& root = system_->root();
   const fs::path tool = root.helperTool(WLHIDEventRouterLabel);
@@ -116,7 +116,7 @@ void Session::uninstall() {
     demand(!fs::exists(system_->root().jobFile(WLHIDEventRouterLabel)), "a job was left");
 }
 
-/// Starts and gives the session the time to bring input, or to meet its fault.
+/// Starts, and gives the session time to receive input or to meet its fault.
 void Session::route(const WatchedClient& watched) {
   constexpr std::chrono::milliseconds kAfterHit{300};
   watched.client->setStarted(true);
@@ -129,7 +129,7 @@ void Session::route(const WatchedClient& watched) {
     if (!hit && plan_.wasHit()) hit = now;
     return hit && now - *hit > kAfterHit;
   });
-  demand(over, "a start without a fault brings nothing");
+  demand(over, "a start without a fault brought nothing");
   if (watched.listener->heard().reports > 0) ++totals_.inputAtOnce;
 }
 
@@ -137,18 +137,18 @@ void Session::recover(const WatchedClient& watched) {
   const std::uint64_t reports = watched.listener->heard().reports;
   watched.client->setStarted(false);
   system_->install();
-  demand(watched.startAndReceive(), "after the fault one more try brings input");
+  demand(watched.startAndReceive(), "after the fault, one more try brings input");
   if (reports == 0) ++totals_.recoveries;
   watched.client->setStarted(false);
   demand(eventually([&] {
            const auto status = router::readRouterStatus(system_->root());
            return status && status->sessions.empty();
          }),
-         "a session stays in the router");
+         "a session is left over in the router");
   system_->uninstall();
 }
 
-/// The daemon writes down how its jobs end.
+/// The daemon logs how its jobs end.
 void Session::demandNoCrash() {
   const std::string log = contents(system_->root().systemLog());
   for (const char* signal : {"ended by signal 6", "ended by signal 11"})
@@ -169,7 +169,7 @@ std::uint64_t Session::run(Role role, Fault fault, std::uint64_t failing) {
     plan_.arm(role, fault, failing);
     install();
     route(watched);
-    install();  // over a router that runs
+    install();  // over a running router
     watched.client->setStarted(false);
     uninstall();
     plan_.disarm();
@@ -184,18 +184,18 @@ std::uint64_t Session::run(Role role, Fault fault, std::uint64_t failing) {
   demand(eventually([] { return platform::liveConnectionCount() == 0; }), "connections stay");
   demand(counts_.startsSettled() == counts_.startsSent, "a start request was not settled once");
   Census after = ownCensus();
-  // The first session makes what is made once.
+  // The first session creates what is created once.
   const bool isAsBefore = eventually([&] {
     after = Census::of(::getpid());
     return totals_.sessions == 0 ||
            (after.descriptors <= before.descriptors && after.threads <= before.threads);
   });
-  demand(isAsBefore, "left behind: " + after.text() + " where there were " + before.text());
+  demand(isAsBefore, "left over: " + after.text() + " instead of " + before.text());
   ++totals_.sessions;
   return calls;
 }
 
-/// Where systems are made, and the plan's file above them.
+/// The directory for the systems, with the plan's file above them.
 class Ground {
  public:
   Ground() {
@@ -230,7 +230,7 @@ void fail(const Work& work, Findings& findings) {
 
   std::uint64_t possible = 0;
   std::uint64_t turn = 0;
-  // Every one in a long run; in a shorter one those of a stride, from a point that moves on.
+  // A long run takes all of them; a shorter one takes every n-th, from a varying start.
   const std::uint64_t whole = 1000;
   const std::uint64_t stride =
       whole / std::max<std::uint64_t>(work.times(whole, isSanitized() ? 20 : 200), 1);
@@ -251,7 +251,7 @@ void fail(const Work& work, Findings& findings) {
   findings.figure("sessions", totals.sessions);
   findings.figure("faults met", totals.hits);
   findings.figure("installations that failed, whole", totals.failedInstalls);
-  findings.figure("sessions with input in spite of the fault", totals.inputAtOnce);
+  findings.figure("sessions with input despite the fault", totals.inputAtOnce);
   findings.figure("sessions that needed one stop and start", totals.recoveries);
   findings.figure("start requests sent", counts.startsSent);
   findings.figure("start requests answered", counts.startsAnswered);

@@ -31,8 +31,7 @@ namespace {
 
 constexpr std::uint64_t kNever = UINT64_MAX;
 
-// Here, system calls are made without the library's functions, since this is asked from within
-// them.
+// Here, system calls are made without the library's functions, since this code runs inside them.
 
 std::string ownArguments() {
   std::string text(4096, '\0');
@@ -54,7 +53,7 @@ FaultBoard* boardAt(const std::string& path) {
   return memory == MAP_FAILED ? nullptr : static_cast<FaultBoard*>(memory);
 }
 
-/// The board of this process, or null: the file that lies beside one of its arguments, or above.
+/// The board of this process, or null: the file next to one of its arguments, or above.
 FaultBoard* findBoard() {
   const std::string arguments = ownArguments();
   for (std::size_t begin = 0; begin < arguments.size();) {
@@ -70,7 +69,7 @@ FaultBoard* findBoard() {
   return nullptr;
 }
 
-/// Set by the plan in its own process, which knows the board before it is found.
+/// Set by the plan in its own process, which knows the board before any search.
 std::atomic<FaultBoard*> ownBoard{nullptr};
 
 FaultBoard* board() {
@@ -83,7 +82,7 @@ constexpr unsigned bit(Fault fault) {
   return 1U << static_cast<unsigned>(fault);
 }
 
-/// The fault that this call is to meet, of those that it can.
+/// The fault that this call must meet, out of those that it can meet.
 std::optional<Fault> due(const char* name, unsigned possible) {
   FaultBoard* const plan = board();
   if (plan == nullptr || plan->role != static_cast<std::uint32_t>(Role::WLHID_FAULTY_ROLE))
@@ -118,7 +117,7 @@ int errorOf(Fault fault) {
   return 0;
 }
 
-/// How much of `size` a call may move that meets `fault`; nothing if it fails.
+/// How many of `size` bytes a call that meets `fault` may move; nothing if it fails.
 std::optional<std::size_t> shortened(Fault fault, std::size_t size) {
   if (fault == Fault::OneByte) return std::min<std::size_t>(size, 1);
   if (fault == Fault::Short) return std::max<std::size_t>(size / 2, std::min<std::size_t>(size, 1));
@@ -138,7 +137,7 @@ constexpr unsigned kNewDescriptor = bit(Fault::NoDescriptors);
 constexpr unsigned kName = bit(Fault::NoSpace);
 constexpr unsigned kWait = bit(Fault::Interrupted);
 
-/// Calls that succeed or fail as a whole: `call`, or -1 with the error that is due.
+/// Calls that succeed or fail as a whole: the result of `call`, or -1 with the error that is due.
 template <class Call>
 auto whole(const char* name, unsigned possible, const Call& call) -> decltype(call()) {
   if (const auto fault = due(name, possible)) {
@@ -148,7 +147,7 @@ auto whole(const char* name, unsigned possible, const Call& call) -> decltype(ca
   return call();
 }
 
-/// Calls that move bytes: `call` is told how many at most.
+/// Calls that move bytes: `call` is passed the maximum.
 template <class Call>
 ssize_t moving(const char* name, unsigned possible, std::size_t size, const Call& call) {
   if (const auto fault = due(name, possible)) {
@@ -210,7 +209,7 @@ std::string FaultPlan::nameOfHit() const {
 
 }  // namespace stress
 
-using namespace stress;  // NOLINT: the calls below must stand outside of any namespace
+using namespace stress;  // NOLINT: the calls below must be outside any namespace
 
 // NOLINTBEGIN(bugprone-reserved-identifier, cert-dcl37-c): the names are the linker's
 #define WRAP(result, name, parameters)        \

@@ -1,9 +1,9 @@
 // Hostile clients against a router's end and a hostile router against a client's, each while
-// another client goes on being served. Only the hostile connection may suffer, and memory has a
-// bound.
+// another client continues to be served. Only the hostile connection may suffer, and memory is
+// bounded.
 //
-// The delivery that must go on is a client that asks, is answered and gets a report, again and
-// again; an attack is over only when 50 of these rounds were made beside it.
+// The bystander is a client that repeatedly sends a request, is answered and gets a report; an
+// attack is over only after 50 of these rounds.
 #include <fcntl.h>
 #include <malloc.h>
 #include <sys/resource.h>
@@ -46,15 +46,15 @@ constexpr bool kSanitized = false;
 constexpr bool kSanitized = false;
 #endif
 
-constexpr std::uint64_t kRoundsBeside = 50;
+constexpr std::uint64_t kRoundsPerAttack = 50;
 constexpr std::size_t kMiB = std::size_t{1} << 20;
-/// The backlog's limit, the copy that its growth takes, and a frame on its way.
-constexpr std::size_t kMostMemory = 128 * kMiB;
-constexpr std::size_t kMostMemoryPerPeer = 64 << 10;
+/// The backlog's limit, the copy made when it grows, and a frame on its way.
+constexpr std::size_t kMaxMemory = 128 * kMiB;
+constexpr std::size_t kMaxMemoryPerPeer = 64 << 10;
 constexpr std::string_view kStart =
     "startRoutingServiceWithEntryID:deviceMode:tagDictionary:typeDictionary:reply:";
 
-/// Through a file that stays open: an attack may leave no descriptor for it.
+/// Uses a file that stays open, since an attack may leave no descriptor for it.
 std::size_t residentBytes() {
   static const int statm = ::open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
   char text[128] = {};
@@ -106,7 +106,7 @@ class Session final : public RouterSession {
   }
 };
 
-/// Room for the crowds of this program, which are all of one user and in part never say hello.
+/// Room for the crowds of this program, which all belong to one user and partly never send a hello.
 platform::NSXPCListenerLimits roomForCrowds() {
   platform::NSXPCListenerLimits limits;
   limits.helloWithin = std::chrono::hours(1);
@@ -121,7 +121,7 @@ std::shared_ptr<TestRouter> listenAt(const std::string& path) {
       roomForCrowds());
 }
 
-/// A client's end whose delegate does what it is told with each report.
+/// A client's end whose delegate calls `onData` for each report.
 class Client final : public WLHIDEventRouterClientProtocol {
  public:
   static std::shared_ptr<Client> of(const std::string& service) {
@@ -166,17 +166,17 @@ class Client final : public WLHIDEventRouterClientProtocol {
   std::shared_ptr<NSXPCConnection> connection_;
 };
 
-/// The delivery that must go on.
-class Beside {
+/// The client that must continue to be served.
+class Bystander {
  public:
-  explicit Beside(const std::string& service) : client_(Client::of(service)) {
+  explicit Bystander(const std::string& service) : client_(Client::of(service)) {
     thread_ = std::jthread([this](const std::stop_token& stop) {
       while (!stop.stop_requested()) round();
     });
   }
-  /// Whether so many further rounds are made.
+  /// Whether another kRoundsPerAttack rounds are made.
   [[nodiscard]] bool goesOn() {
-    const std::uint64_t wanted = rounds_.load() + kRoundsBeside;
+    const std::uint64_t wanted = rounds_.load() + kRoundsPerAttack;
     return stress::eventually([&] { return rounds_.load() >= wanted; });
   }
   [[nodiscard]] std::uint64_t rounds() const { return rounds_.load(); }
@@ -226,7 +226,7 @@ Bytes startRequest(std::uint64_t id, const Bytes& tags) {
                littleEndian(id, 8) + littleEndian(5, 8) + littleEndian(0, 8) + tags + Bytes{0});
 }
 
-/// Everything that the attacks share: two endpoints, one served by the layer, one by raw sockets.
+/// What the attacks share: two endpoints, one served by the layer, one by raw sockets.
 class Field {
  public:
   explicit Field(stress::Findings& findings, const std::string& folder)
@@ -236,14 +236,15 @@ class Field {
         router_(listenAt(path_)),
         hostile_(listenUnixSocket(hostilePath_, SOCK_STREAM | SOCK_CLOEXEC, 64, 0600)) {
     previous_ = serviceEndpoints().exchange(std::make_shared<Endpoints>(path_, hostilePath_));
-    beside_ = std::make_unique<Beside>("com.quillmar.good");
-    if (!beside_->goesOn()) throw std::runtime_error("the good client is not even served alone");
+    bystander_ = std::make_unique<Bystander>("com.quillmar.good");
+    if (!bystander_->goesOn())
+      throw std::runtime_error("the good client is not served even without an attack");
     start_ = residentBytes();
   }
   Field(const Field&) = delete;
   Field& operator=(const Field&) = delete;
   ~Field() {
-    beside_.reset();
+    bystander_.reset();
     router_->listener().invalidate();
     router_->dropSessions();
     ::close(hostile_);
@@ -252,21 +253,22 @@ class Field {
     serviceEndpoints().exchange(previous_);
   }
 
-  /// Runs an attack beside the good client; it must go on while the attack stands.
+  /// Runs an attack next to the good client, which must be served while the attack lasts.
   template <class Attack>
   void attack(const std::string& name, const Attack& body) {
     body([&] {
-      findings_.demand(beside_->goesOn(), name + ": another client's delivery goes on");
+      findings_.demand(bystander_->goesOn(), name + ": another client's delivery goes on");
       noteMemory();
     });
     noteMemory();
     findings_.figure("hostile peers, memory above the start, bytes, " + name,
                      std::uint64_t{std::exchange(mostHere_, 0)});
     const bool gone = stress::eventually([&] { return router_->sessionCount() == 1; });
-    findings_.demand(gone, name + ": what it left is gone, but for sessions: " +
+    findings_.demand(gone, name + ": its sessions are gone; left over: " +
                                std::to_string(router_->sessionCount() - 1));
-    ::malloc_trim(0);  // what the allocator keeps of an attack that is over is not the next one's
-    findings_.demand(beside_->goesOn() && beside_->isWhole(), name + ": and goes on afterwards");
+    ::malloc_trim(0);  // what the allocator keeps after one attack must not count for the next
+    findings_.demand(bystander_->goesOn() && bystander_->isWhole(),
+                     name + ": another client's delivery goes on afterwards");
     ++attacks_;
   }
   void noteMemory() {
@@ -288,10 +290,10 @@ class Field {
   void forgetMemory() { start_ = residentBytes(); }
   [[nodiscard]] std::size_t startMemory() const { return start_; }
   [[nodiscard]] std::uint64_t attacks() const { return attacks_; }
-  [[nodiscard]] std::uint64_t rounds() const { return beside_->rounds(); }
+  [[nodiscard]] std::uint64_t rounds() const { return bystander_->rounds(); }
 
  private:
-  /// "…good…" is the layer's own router, any other name the hostile one.
+  /// A name with "good" in it is the layer's own router, any other the hostile one.
   class Endpoints final : public ServiceEndpoints {
    public:
     Endpoints(std::string good, std::string hostile)
@@ -316,7 +318,7 @@ class Field {
   const std::shared_ptr<TestRouter> router_;
   const int hostile_;
   std::shared_ptr<ServiceEndpoints> previous_;
-  std::unique_ptr<Beside> beside_;
+  std::unique_ptr<Bystander> bystander_;
   std::size_t start_ = 0;
   std::size_t most_ = 0;
   std::size_t mostHere_ = 0;
@@ -345,7 +347,7 @@ void breaches(Field& field) {
   field.findings().figure("hostile clients, breaches that ended their connection", count);
 }
 
-/// Objects of classes that are not admitted, at each place that an allow-list guards.
+/// Objects of classes that are not admitted, wherever an allow-list applies.
 void wrongClasses(Field& field, std::uint64_t times) {
   field.attack("wrong classes", [&](const auto& meanwhile) {
     const auto peer = field.peer();
@@ -369,7 +371,7 @@ void wrongClasses(Field& field, std::uint64_t times) {
   });
 }
 
-/// Beginnings of good frames, and then silence.
+/// The beginnings of valid frames, and then silence.
 void halfFrames(Field& field, std::size_t count) {
   field.attack("half frames", [&](const auto& meanwhile) {
     const Bytes whole = clientHello() + stopMessage() + startRequest(1, {0}) +
@@ -406,7 +408,7 @@ void aByteAtATime(Field& field, std::size_t requests) {
   });
 }
 
-/// Asks and asks, and reads nothing.
+/// Sends requests without end and reads nothing.
 void neverReads(Field& field) {
   field.attack("never reads", [&](const auto& meanwhile) {
     const auto peer = field.peer();
@@ -415,7 +417,7 @@ void neverReads(Field& field) {
     Bytes many;
     for (int i = 0; i < 1000; ++i) many = many + startRequest(++id, {0});
     std::uint64_t sent = 0;
-    while (peer->send(many)) ++sent;  // until it is ended
+    while (peer->send(many)) ++sent;  // until the router closes it
     meanwhile();
     field.findings().figure("hostile clients, requests until one that reads nothing was ended",
                             sent * 1000);
@@ -450,7 +452,7 @@ void slowKeys(Field& field, std::uint64_t frames) {
   });
 }
 
-/// Comes and goes, in the middle of whatever.
+/// Connects and disconnects at arbitrary points.
 void churn(Field& field, std::uint64_t times) {
   field.attack("churn", [&](const auto& meanwhile) {
     const std::uint64_t before = field.router().arrivals();
@@ -475,8 +477,8 @@ void crowd(Field& field, stress::Crowd& crowd, std::size_t wanted) {
     const std::size_t before = residentBytes();
     const std::size_t sessions = field.router().sessionCount();
     connected = crowd.gather(field.path(), wanted);
-    // Those that found no descriptor wait in the kernel's queue; what was served is served when
-    // nothing more comes for some seconds.
+    // Those without a descriptor wait in the kernel's queue; everything has been served when
+    // nothing more arrives for some seconds.
     constexpr std::chrono::seconds kQuiet{3};
     std::size_t seen = 0;
     do {
@@ -499,12 +501,13 @@ void crowd(Field& field, stress::Crowd& crowd, std::size_t wanted) {
   findings.figure("hostile crowd, memory a session, bytes",
                   std::uint64_t{memory / std::max<std::size_t>(held, 1)});
   findings.demandEqual("connected at once", connected, wanted);
-  findings.demand(kSanitized || memory <= held * kMostMemoryPerPeer,
+  findings.demand(kSanitized || memory <= held * kMaxMemoryPerPeer,
                   "a session costs at most 64 KiB");
-  // Whoever comes afterwards is served like anybody.
+  // A client that connects afterwards is served like any other.
   const auto late = Client::of("com.quillmar.good.late");
   late->start();
-  findings.demand(late->log->waitFor("reply nil"), "who comes after the crowd is served");
+  findings.demand(late->log->waitFor("reply nil"),
+                  "a client that connects after the crowd is served");
 }
 
 // -------------------------------------------------------------------------------------------------
@@ -515,7 +518,7 @@ std::string freshHostile() {
   return "com.quillmar.hostile" + std::to_string(number++);
 }
 
-/// Valid frames without end, to a delegate that looks at each byte of them.
+/// Valid frames without end, to a delegate that reads every byte of them.
 void flood(Field& field, std::size_t gigabytes) {
   field.attack("a flood", [&](const auto& meanwhile) {
     const auto client = Client::of(freshHostile());
@@ -545,7 +548,7 @@ void flood(Field& field, std::size_t gigabytes) {
   });
 }
 
-/// Takes the request and says nothing; later a farewell.
+/// Accepts the request and stays silent; later it says farewell.
 void neverReplies(Field& field, std::uint64_t requests) {
   field.attack("never replies", [&](const auto& meanwhile) {
     const auto client = Client::of(freshHostile());
@@ -563,7 +566,7 @@ void neverReplies(Field& field, std::uint64_t requests) {
   });
 }
 
-/// Every breach and refusal of the set to a client, with whatever it says of the reply.
+/// Sends every breach and refusal of the set to a client, together with its kind of reply.
 void wrongAnswers(Field& field) {
   std::uint64_t count = 0;
   field.attack("wrong answers", [&](const auto& meanwhile) {
@@ -589,7 +592,7 @@ void wrongAnswers(Field& field) {
                           count);
 }
 
-/// A router that reads nothing: what is kept for it has a bound, what is not is counted.
+/// A router that reads nothing: what is kept for it is bounded, and the rest is counted.
 void readsNothing(Field& field) {
   field.attack("reads nothing", [&](const auto& meanwhile) {
     const auto client = Client::of(freshHostile());
@@ -627,7 +630,7 @@ void all(const stress::Work& work, stress::Findings& findings) {
   stress::Crowd crowdOfPeers;  // forks
   raiseDescriptorLimit();
   static_cast<void>(residentBytes());
-  static_cast<void>(wireMessages());  // their memory is not what is looked at
+  static_cast<void>(wireMessages());  // their memory must not count
   const testsupport::TemporaryDirectory directory;
   const testsupport::LogSink quiet([](std::string_view) {});
   Field field(findings, directory.path().string());
@@ -644,9 +647,9 @@ void all(const stress::Work& work, stress::Findings& findings) {
   readsNothing(field);
   findings.figure("hostile peers, most memory above the start, bytes",
                   std::uint64_t{field.mostMemory()});
-  findings.demand(kSanitized || field.mostMemory() <= kMostMemory,
+  findings.demand(kSanitized || field.mostMemory() <= kMaxMemory,
                   "memory stays within 128 MiB of the start");
-  // A sanitizer bears some 8,000 threads.
+  // A sanitizer can handle some 8,000 threads.
   crowd(field, crowdOfPeers, kSanitized ? 2'000 : work.times(10'000, 2'000));
   findings.figure("hostile peers, attacks", field.attacks());
   findings.figure("hostile peers, another client's rounds beside them", field.rounds());

@@ -27,16 +27,16 @@ namespace {
 
 using Random = std::mt19937_64;
 
-constexpr std::uint64_t kResidentGrowth = 4096;  // KiB; an allocator's slack, not a leak a cycle
+constexpr std::uint64_t kResidentGrowth = 4096;  // KiB; an allocator's slack, not a leak per cycle
 
-/// Lets a random time pass: kills come at moments of their own.
+/// Lets a random time pass, so that kills come at any moment.
 void passMoment(Random& random, std::uint64_t mostMicroseconds) {
   const auto microseconds = static_cast<long>(random() % mostMicroseconds);
   const timespec moment{0, microseconds * 1000};
   ::ppoll(nullptr, 0, &moment, nullptr);
 }
 
-/// All that a system holds: this process, the daemon, the router, the files.
+/// Everything that a system holds: this process, the daemon, the router, the files.
 struct Holdings {
   Census application;
   std::uint64_t allocations = 0;
@@ -55,15 +55,15 @@ struct Holdings {
     found.processes = processesOfRoot(system.root().path()).size();
     std::string names;
     for (const std::string& name : filesBelow(system.root().path())) {
-      if (name.starts_with("var/log/system.log.")) continue;  // a full log was put aside
+      if (name.starts_with("var/log/system.log.")) continue;  // a full log was rotated
       ++found.files;
       names += name + "\n";
     }
     found.fileNames = std::hash<std::string>()(names);
     return found;
   }
-  /// The least of several looks: what comes and goes (a report on its way, a file that is being
-  /// replaced) is not what stays behind.
+  /// The minimum of several samples: what comes and goes (a report on its way, a file that is being
+  /// replaced) is not a leak.
   static Holdings least(const std::function<Holdings()>& take) {
     constexpr int kLooks = 8;
     Holdings found = take();
@@ -96,8 +96,8 @@ struct Holdings {
   }
 };
 
-/// Demands that everything is as it was; things may take a moment to settle. Nothing here may hold
-/// memory while the looks are taken.
+/// Demands that everything is as before; things may take a moment to settle. Nothing here may hold
+/// memory while the samples are taken.
 void demandSame(Findings& findings, const char* what, const Holdings& before,
                 const std::function<Holdings()>& take) {
   constexpr int kTries = 200;
@@ -106,7 +106,7 @@ void demandSame(Findings& findings, const char* what, const Holdings& before,
   const std::string title = what;
   findings.figure(title + ", before", before.text());
   findings.figure(title + ", after", after.text());
-  findings.demand(after.sameCounts(before), title + ": something stayed behind");
+  findings.demand(after.sameCounts(before), title + ": something was left over");
   if (isSanitized()) return;
   const auto grew = [](const Census& from, const Census& to) {
     return to.residentKiB > from.residentKiB + kResidentGrowth;
@@ -159,15 +159,15 @@ struct RouterKills {
   std::uint64_t waitedInBacklog = 0;
 };
 
-/// Whether the client's one session stands in the router without routing anything.
+/// Whether the router has exactly the client's session, and it routes nothing.
 bool hasIdleSession(const System& system) {
   const auto status = router::readRouterStatus(system.root());
   return status && status->isRunning && status->sessions.size() == 1 &&
          !status->sessions.front().device && status->sessions.front().pid == ::getpid();
 }
 
-/// One kill at a random moment, in a start perhaps; then what the client does by itself, which is
-/// nothing, and one stop and start.
+/// Kills once at a random moment, perhaps during a start; then comes what the client does by
+/// itself, which is nothing, and one stop and start.
 void killRouterOnce(const System& system, const WatchedClient& watched,
                     const ConnectionCounts& counts, Random& random, std::uint64_t round,
                     bool mayMeetStart, RouterKills& kills, Findings& findings) {
@@ -181,8 +181,8 @@ void killRouterOnce(const System& system, const WatchedClient& watched,
   router.kill();
   if (!findings.demand(router.waitForEnd(), "a killed router ends")) return;
 
-  // Either the connection stood, and is interrupted, or it still waited to be accepted, and the
-  // next router does that.
+  // Either the connection was open, and is interrupted, or it was still waiting to be accepted, and
+  // the next router accepts it.
   constexpr std::chrono::milliseconds kGlance{50};  // the interruption may still be on its way
   const auto isServedByAnother = [&] {
     return watched.client->clientStatus() == WLHIDEventRouterClientStatusRouting &&
@@ -210,7 +210,7 @@ void killRouterOnce(const System& system, const WatchedClient& watched,
   findings.demand(watched.startAndReceive(), "one stop and start brings input back");
 }
 
-/// A router that has run for a second makes its daemon forget the crashes before. The device gives
+/// After a router has run for a second, its daemon forgets the earlier crashes. The device sends
 /// fewer than 900 reports a second.
 void waitForAGoodRun(const WatchedClient& watched, Findings& findings) {
   constexpr std::uint64_t kMoreThanASecond = 1100;
@@ -228,7 +228,7 @@ void killRouter(const System& system, std::uint64_t device, const ConnectionCoun
       killRouterOnce(system, watched, counts, random, round, /*mayMeetStart=*/true, kills,
                      findings);
     }
-    // The last connection has a long life, after which the layer has nothing to remember of it.
+    // The last connection lives long, after which the layer has no short lives to remember.
     waitForAGoodRun(watched, findings);
     killRouterOnce(system, watched, counts, random, 1, /*mayMeetStart=*/false, kills, findings);
     findings.demand(eventually([] { return platform::liveConnectionCount() == 1; }),
@@ -251,7 +251,7 @@ void killRouter(const System& system, std::uint64_t device, const ConnectionCoun
 // ---- Kills of the application
 
 /// The application that is killed: clients come and go, with and without a stop.
-[[noreturn]] void beApplication(char** arguments) {
+[[noreturn]] void runApplication(char** arguments) {
   platform::SystemRoot::setCurrent(platform::SystemRoot(arguments[2]));
   const std::uint64_t device = std::strtoull(arguments[3], nullptr, 10);
   Random random(std::strtoull(arguments[4], nullptr, 10));
@@ -313,7 +313,7 @@ void killApplication(const System& system, std::uint64_t device, const Work& wor
 // ---- Crashes at start
 
 void crashesAtStart(const System& system, std::uint64_t device, Findings& findings) {
-  constexpr std::int64_t kCrashes = 25;  // as many as CrashingRouter.cpp makes
+  constexpr std::int64_t kCrashes = 25;  // the same as in CrashingRouter.cpp
   const WatchedClient watched(device);
   system.bless(std::filesystem::path(WLHID_CRASHING_IMAGE));
   const std::int64_t startsBefore = system.job().starts;
@@ -348,8 +348,8 @@ void live(const Work& work, Findings& findings) {
 }  // namespace stress
 
 int main(int argc, char** argv) {
-  // Large buffers go back to the system at once, so that resident sizes tell what is held.
+  // Large buffers go back to the system at once, so that resident sizes show what is held.
   ::mallopt(M_MMAP_THRESHOLD, 1 << 20);
-  if (argc == 5 && std::string_view(argv[1]) == "--application") stress::beApplication(argv);
+  if (argc == 5 && std::string_view(argv[1]) == "--application") stress::runApplication(argv);
   return stress::run(argc, argv, stress::live);
 }

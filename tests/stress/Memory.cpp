@@ -1,10 +1,10 @@
 // Failing allocations: each allocation of a client's life (creation, start, input, stop) fails
-// once, and then several of them in one life. std::bad_alloc comes out of the call that needed the
-// memory, or costs one message or one connection; nothing is leaked, nothing hangs, and one more
-// try works.
+// once, and then several of them in one life. std::bad_alloc leaves the call that needed the
+// memory, or costs one message or one connection; nothing leaks, nothing hangs, and one more try
+// works.
 //
-// Each life is lived in a process that works through many of them, so that one that dies is seen,
-// counted, and the others go on.
+// The lives run in processes that each go through many of them, so that one that dies is noticed
+// and counted while the others continue.
 #include <poll.h>
 #include <spawn.h>
 #include <sys/mman.h>
@@ -27,23 +27,23 @@
 namespace stress {
 namespace {
 
-/// Which allocations fail: the `first`, and each `every`-th behind it unless that is 0.
+/// Which allocations fail: the `first`, and each `every`-th after it unless that is 0.
 struct Plan {
   std::uint64_t first = 0;
   std::uint64_t every = 0;
 };
 
-/// What the process that lives tells the one that watches it; shared memory.
+/// What the process that runs the lives tells its parent; shared memory.
 struct Report {
   std::atomic<std::uint64_t> begun{0};
   std::atomic<std::uint64_t> done{0};
   std::atomic<std::uint64_t> failures{0};
   std::atomic<std::uint64_t> surfaced{0};  ///< lives in which a call threw std::bad_alloc
   std::atomic<std::uint64_t> allocations{0};
-  std::atomic<std::uint64_t> keptOnce{0};  ///< allocations that the first of two lives kept
+  std::atomic<std::uint64_t> keptOnce{0};  ///< allocations that only the first of two lives kept
 };
 
-/// Calls that may throw std::bad_alloc to their caller; whether they did.
+/// For calls that may throw std::bad_alloc to their caller; returns whether they did.
 template <class Call>
 bool throwsBadAlloc(const Call& call) {
   try {
@@ -73,11 +73,11 @@ class Life {
     if (client) recover(*client, listener, title);
     client.reset();
     findings_.demand(eventually([] { return platform::liveConnectionCount() == 0; }),
-                     title + ": a connection stays");
+                     title + ": a connection is left over");
   }
 
  private:
-  /// With allocations that fail, in all threads. Whether a call threw.
+  /// With failing allocations in all threads. Returns whether a call threw.
   bool liveHarmed(std::shared_ptr<WLHIDEventRouterClient>& client,
                   const std::shared_ptr<Listener>& listener) const {
     constexpr std::chrono::milliseconds kEnough{150};
@@ -89,7 +89,7 @@ class Life {
       client->setStarted(true);
     });
     if (!surfaced) {
-      const Unharmed here;  // waiting is not what is tried
+      const Unharmed here;  // the waiting is not under test
       static_cast<void>(
           listener->waitUntil([](const Heard& heard) { return heard.reports >= 3; }, kEnough));
     }
@@ -102,12 +102,12 @@ class Life {
     const std::uint64_t routings = listener->heard().routings;
     client.setStarted(false);
     client.setDelegate(listener);
-    // A client whose presence check met the failure takes the router for missing until it is told.
+    // A client whose presence check failed considers the router missing until it is told otherwise.
     platform::NSNotificationCenter::defaultCenter()->postNotificationName_object(
         platform::str(WLHIDEventRouterClientInstallationStatusChanged), nullptr);
     client.setStarted(true);
     findings_.demand(listener->waitForRouting(routings + 1) && listener->waitForInput(),
-                     title + ": one more try brings no input");
+                     title + ": one more try brings input");
     client.setStarted(false);
   }
 
@@ -126,7 +126,7 @@ std::uint64_t number(const char* text) {
   return std::strtoull(text, nullptr, 10);
 }
 
-/// What the process holds when nothing is under way. Must not hold memory itself.
+/// What the process holds when nothing is going on. Must not hold memory itself.
 struct Held {
   std::uint64_t allocations = liveAllocations();
   Census census = Census::of(::getpid());
@@ -140,17 +140,17 @@ struct Held {
   }
 };
 
-/// Looks until no more is held than before, or for long enough.
+/// Samples until no more is held than before, or the time is up.
 Held heldAfter(const Held& before) {
   constexpr int kLooks = 500;
-  platform::xpc::forgetShortLives();  // of connections that broke for want of memory
+  platform::xpc::forgetShortLives();  // of connections that broke for lack of memory
   Held held;
   for (int i = 0; i < kLooks && held.isMoreThan(before); ++i, ::poll(nullptr, 0, 2)) held = Held();
   return held;
 }
 
 /// memory --lives ROOT DEVICE REPORT FIRST LAST STEP EVERY
-int beLives(char** arguments) {
+int runLives(char** arguments) {
   platform::SystemRoot::setCurrent(platform::SystemRoot(arguments[2]));
   Report& report = *sharedReport(static_cast<int>(number(arguments[4])));
   const std::uint64_t last = number(arguments[6]);
@@ -159,20 +159,19 @@ int beLives(char** arguments) {
   Findings findings;
   const LogCounts logs(4);
   Life life(number(arguments[3]), report, findings);
-  for (int i = 0; i < 3; ++i) life.live({UINT64_MAX - 1, 0});  // what is made once
+  for (int i = 0; i < 3; ++i) life.live({UINT64_MAX - 1, 0});  // what is created once
   Held before = heldAfter(Held());
   for (std::uint64_t first = number(arguments[5]); first <= last; first += step) {
     report.begun = first;
     life.live({first, every});
     Held after = heldAfter(before);
     if (after.isMoreThan(before)) {
-      // Something that is made once and kept, or a leak? The same again tells.
+      // Is this something created once and kept, or a leak? Repeating it tells.
       report.keptOnce.fetch_add(after.allocations - before.allocations);
       life.live({first, every});
       const Held again = heldAfter(after);
       findings.demand(!again.isMoreThan(after), "allocation " + std::to_string(first) + ": " +
-                                                    again.text() + " where there were " +
-                                                    after.text());
+                                                    again.text() + " instead of " + after.text());
       before = again;
     }
     report.done.fetch_add(1);
@@ -180,7 +179,7 @@ int beLives(char** arguments) {
   return findings.exitStatus();
 }
 
-/// One process of lives; its exit status, or 128 + the signal that ended it.
+/// Runs one process of lives; returns its exit status, or 128 + the signal that killed it.
 int livesInProcess(const System& system, std::uint64_t device, int reportFile,
                    const std::array<std::uint64_t, 4>& range) {
   std::array<std::string, 9> texts{"/proc/self/exe",           "--lives",
@@ -202,7 +201,7 @@ void tryAll(const Work& work, Findings& findings) {
   const System system;
   const std::uint64_t device = system.addRecording("qemu-usb-mouse.hid", 10);
   system.install();
-  const WatchedClient bystander(device);  // keeps the router
+  const WatchedClient bystander(device);  // keeps the router running
   findings.demand(bystander.startAndReceive(), "the bystander starts");
   const int file = ::memfd_create("report", 0);
   if (file < 0 || ::ftruncate(file, sizeof(Report)) != 0)
@@ -244,6 +243,6 @@ void tryAll(const Work& work, Findings& findings) {
 }  // namespace stress
 
 int main(int argc, char** argv) {
-  if (argc == 9 && std::string_view(argv[1]) == "--lives") return stress::beLives(argv);
+  if (argc == 9 && std::string_view(argv[1]) == "--lives") return stress::runLives(argv);
   return stress::run(argc, argv, stress::tryAll);
 }

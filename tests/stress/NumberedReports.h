@@ -1,10 +1,10 @@
 // Reports that carry their own number, and a delegate that checks every one of them.
 //
-// A report is a row of 32-bit words: its number, then words that follow from device, number and
-// place. So a report that is missing, doubled, out of order or mixed up is seen at once, and so are
-// wrong element values.
+// A report is a row of 32-bit words: its number, then words derived from device, number and
+// position. So a report that is missing, duplicated, out of order or mixed up is noticed at once,
+// and so are wrong element values.
 //
-// Threading: the checker is called on its connection's queue; its counts may be asked from any
+// Threading: the checker is called on its connection's queue; its counts may be read from any
 //   thread.
 // Order: reports are expected in order, each before its values.
 #pragma once
@@ -24,9 +24,9 @@ namespace stress {
 struct Numbered {
   std::uint32_t device = 0;
   std::uint32_t count = 0;         ///< of reports
-  std::uint32_t words = 2;         ///< a report
-  std::uint32_t microseconds = 0;  ///< from one report to the next
-  /// Whether the device stays for an hour more, with one report at its end.
+  std::uint32_t words = 2;         ///< per report
+  std::uint32_t microseconds = 0;  ///< between two reports
+  /// Whether the device stays for one more hour, with one report at its end.
   bool stays = false;
 
   [[nodiscard]] std::uint32_t word(std::uint32_t number, std::uint32_t place) const;
@@ -38,8 +38,8 @@ class Checker final : public WLHIDEventRouterClientDelegate {
  public:
   struct Counts {
     std::uint64_t reports = 0;
-    std::uint64_t missing = 0;  ///< numbers that were jumped over
-    std::uint64_t wrong = 0;    ///< content, order, or values that are not their report's
+    std::uint64_t missing = 0;  ///< skipped numbers
+    std::uint64_t wrong = 0;    ///< wrong content or order, or values that are not their report's
     std::uint64_t valueArrays = 0;
     std::uint64_t errors = 0;
     bool isRouting = false;
@@ -64,7 +64,7 @@ class Checker final : public WLHIDEventRouterClientDelegate {
   [[nodiscard]] Counts counts() const;
   [[nodiscard]] bool waitUntil(const std::function<bool(const Counts&)>& condition,
                                std::chrono::seconds limit) const;
-  /// How much later than the most punctual one each report came, in microseconds; sorted.
+  /// How much later than the most punctual one each report arrived, in microseconds; sorted.
   [[nodiscard]] std::vector<double> lateness() const;
 
  private:
@@ -74,7 +74,7 @@ class Checker final : public WLHIDEventRouterClientDelegate {
 
   const Numbered numbered_;
   const Burden burden_;
-  std::uint32_t next_ = 0;  // on the queue alone
+  std::uint32_t next_ = 0;  // used only on the queue
   mutable std::mutex mutex_;
   mutable std::condition_variable changed_;
   Counts counts_;

@@ -78,7 +78,7 @@ void RaceRouter::answer(RouterSession& session, StartReply reply) {
     const std::lock_guard lock(mutex_);
     held_.push_back(std::move(reply));
   }
-  // Else it is dropped unanswered.
+  // Otherwise it is dropped unanswered.
 }
 
 std::shared_ptr<RouterSession> RaceRouter::anyOne(Random& random) const {
@@ -92,7 +92,7 @@ std::shared_ptr<RouterSession> RaceRouter::takeOne(Random& random) {
 }
 
 void RaceRouter::killOne(Random& random) {
-  const auto session = takeOne(random);  // and with it goes the connection
+  const auto session = takeOne(random);  // the connection goes with it
   if (session) killed_.fetch_add(1);
 }
 

@@ -1,8 +1,8 @@
 // A router in this process, on a real endpoint, that does at random what routers do to clients.
 //
 // Threading: any thread.
-// Ownership: keeps the router and the replies that it holds back.
-// Errors: std::runtime_error when the endpoint cannot be made.
+// Ownership: keeps the router and the held-back replies.
+// Errors: std::runtime_error if the endpoint cannot be created.
 #pragma once
 
 #include <atomic>
@@ -26,13 +26,13 @@ class RaceRouter final {
  public:
   /// What it does with connections and start requests.
   enum class Temper {
-    Calm,        ///< takes everything, answers at once and sends a report with ID 1
-    Moody,       ///< refuses now and then, answers, fails, holds back or drops
+    Calm,        ///< accepts everything, answers at once and sends a report with ID 1
+    Moody,       ///< sometimes refuses; answers, fails, holds back or drops requests
     Unfriendly,  ///< refuses every connection
   };
   using StartReply = WLHIDEventRouterProtocol::StartReply;
 
-  /// Replaces the process's service endpoints for as long as it lives.
+  /// Replaces the process's service endpoints during its life.
   static std::shared_ptr<RaceRouter> make();
   RaceRouter(const RaceRouter&) = delete;
   RaceRouter& operator=(const RaceRouter&) = delete;
@@ -41,20 +41,20 @@ class RaceRouter final {
   void setTemper(Temper temper) { temper_ = temper; }
   void answer(RouterSession& session, StartReply reply);
 
-  /// One session ends without a word, as by a crash.
+  /// Ends one session without a farewell, as a crash would.
   void killOne(Random& random);
-  /// One session ends in good order.
+  /// Ends one session in good order.
   void endOne(Random& random);
   void deliver(Random& random);
-  /// Answers, fails or drops one reply that was held back.
+  /// Answers, fails or drops one held-back reply.
   void settleOne(Random& random);
   void settleAll();
-  /// A report with that ID to every session.
+  /// Sends a report with that ID to every session.
   void deliverToAll(std::uint32_t reportID);
   /// Sessions that route.
   [[nodiscard]] std::size_t routing() const;
   [[nodiscard]] std::size_t connections() const { return router_->sessionCount(); }
-  /// Connections that were offered, be they taken or refused.
+  /// Connections that were offered, accepted or refused.
   [[nodiscard]] std::uint64_t arrivals() const { return router_->arrivals(); }
   [[nodiscard]] std::uint64_t killed() const { return killed_; }
 

@@ -1,5 +1,5 @@
-// Races: four threads do to a handful of clients, at random, everything that can be done to them,
-// while the router does what routers do. Built with ThreadSanitizer it also shows data races.
+// Races: four threads do at random everything that can be done to a handful of clients, while the
+// router does what routers do. Built with ThreadSanitizer it also reveals data races.
 #include <time.h>
 #include <unistd.h>
 
@@ -78,7 +78,8 @@ class ImageFoundation final : public platform::ForwardingFoundationProvider {
 
 // ---- Delegates
 
-/// Now and then calls back into its client. Must not be called, nor be in a call, once it is gone.
+/// Sometimes calls back into its client. Must not be called, nor be in a call, once it is
+/// destroyed.
 class RaceDelegate final : public WLHIDEventRouterClientDelegate {
  public:
   RaceDelegate() = default;
@@ -135,7 +136,7 @@ class Slot {
     const std::lock_guard lock(mutex_);
     return client_;
   }
-  /// Releases the client for a new one; what it held goes after the lock.
+  /// Releases the client for a new one; what it held is released after the lock.
   void renew() {
     auto client =
         WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
@@ -177,7 +178,7 @@ void install() {
   WLHIDEventRouterClient::installWithPrompt_completionHandler(nullptr, {});
 }
 
-/// Now and then a moment passes, so that answers meet what comes after them.
+/// Sometimes lets a moment pass, so that answers meet what comes after them.
 void passMoment(Random& random) {
   constexpr std::uint64_t kLongest = 1'000'000;
   const timespec moment{0, static_cast<long>(random() % kLongest)};
@@ -186,7 +187,7 @@ void passMoment(Random& random) {
 
 void doOneThing(Slots& slots, RaceRouter& router, Random& random) {
   Slot& slot = slots[random() % slots.size()];
-  // Else the ends of so many short connections would be reported a second later, to nobody.
+  // Otherwise the ends of so many short connections would be reported a second later, to nobody.
   platform::xpc::forgetShortLives();
   switch (random() % 20) {
     case 0:
@@ -224,10 +225,10 @@ void doOneThing(Slots& slots, RaceRouter& router, Random& random) {
   }
 }
 
-// ---- What must hold once everybody has stopped
+// ---- What must hold once everything has stopped
 
 /// With a calm router, one stop and start brings input to every client, on one session each; a stop
-/// ends them all, and nothing is left.
+/// ends them all, and nothing is left over.
 void demandSettled(Slots& slots, RaceRouter& router, const ConnectionCounts& counts,
                    Findings& findings) {
   router.setTemper(RaceRouter::Temper::Calm);
@@ -267,7 +268,7 @@ void race(RaceRouter& router, const ConnectionCounts& counts, const Work& work,
   std::random_device seed;
   for (std::uint64_t round = 0; round < rounds; ++round) {
     router.setTemper(RaceRouter::Temper::Moody);
-    // By turns: connections that are closed before they stand, and ones that come to something.
+    // Alternating: connections that are closed before they are open, and ones that last longer.
     const std::uint64_t seldom = round % 2 == 0 ? 16 : 1;
     std::vector<std::thread> threads;
     for (std::size_t i = 0; i < kThreads; ++i) {
@@ -328,7 +329,7 @@ void toggle(RaceRouter& router, const ConnectionCounts& counts, Findings& findin
   findings.figure("toggles", kToggles);
 }
 
-// ---- Routers that do not let a client in
+// ---- Routers that never accept a client
 
 double processorSeconds(pid_t process) {
   clockid_t clock{};
@@ -337,10 +338,10 @@ double processorSeconds(pid_t process) {
   return static_cast<double>(spent.tv_sec) + static_cast<double>(spent.tv_nsec) / 1e9;
 }
 
-/// Bounds an order of magnitude above what is needed: a client that spins makes thousands of
-/// connections in that time and takes the whole of it.
-constexpr std::uint64_t kMostConnections = 150;
-constexpr double kMostProcessorShare = 0.3;
+/// Limits an order of magnitude above what is needed: a client that spins makes thousands of
+/// connections in that time and uses all of the processor.
+constexpr std::uint64_t kMaxConnections = 150;
+constexpr double kMaxProcessorShare = 0.3;
 
 void watchForSpinning(const std::string& what, const Work& work, pid_t daemon,
                       const std::function<std::uint64_t()>& connections, Findings& findings) {
@@ -360,9 +361,9 @@ void watchForSpinning(const std::string& what, const Work& work, pid_t daemon,
     findings.figure(what + ", the daemon's share", (processorSeconds(daemon) - daemonBefore) /
                                                        static_cast<double>(length.count()));
   }
-  findings.demand(made <= kMostConnections, what + ": connections are bounded");
-  // A sanitizer's processor time says nothing of ours.
-  findings.demand(isSanitized() || share <= kMostProcessorShare,
+  findings.demand(made <= kMaxConnections, what + ": connections are bounded");
+  // A sanitizer's processor time says nothing about ours.
+  findings.demand(isSanitized() || share <= kMaxProcessorShare,
                   what + ": processor time is bounded");
 }
 
@@ -384,7 +385,7 @@ void refuse(RaceRouter& router, const Work& work, Findings& findings) {
                   "nothing is left of the refused client");
 }
 
-/// With a real daemon and a router that dies. A good one takes its place in the end.
+/// With a real daemon and a router that dies. Finally a good one takes its place.
 void die(const std::string& what, const char* image, const Work& work, Findings& findings) {
   const LogCounts logs;
   const System system;
@@ -399,7 +400,7 @@ void die(const std::string& what, const char* image, const Work& work, Findings&
       findings);
   const std::int64_t starts = system.job().starts - startsBefore;
   findings.figure(what + ", starts of the router", static_cast<std::uint64_t>(starts));
-  findings.demand(starts > 0 && starts <= static_cast<std::int64_t>(kMostConnections),
+  findings.demand(starts > 0 && starts <= static_cast<std::int64_t>(kMaxConnections),
                   what + ": starts of the router are bounded");
   system.install();
   watched.client->setStarted(false);

@@ -24,7 +24,7 @@ using namespace platform;
 
 namespace {
 
-constexpr std::size_t kMostMembers = 40;
+constexpr std::size_t kMaxMembers = 40;
 constexpr std::size_t kUsualDepth = 6;
 
 void appendUTF8(std::string& text, std::uint32_t character) {
@@ -41,7 +41,7 @@ void appendUTF8(std::string& text, std::uint32_t character) {
 }  // namespace
 
 RandomObjects::Object RandomObjects::graph() {
-  budget_ = kMostMembers;
+  budget_ = kMaxMembers;
   switch (below(64)) {
     case 0:
       return nullptr;
@@ -54,7 +54,7 @@ RandomObjects::Object RandomObjects::graph() {
   }
 }
 
-/// Values near the ends and the powers of two are as likely as all the others.
+/// Values near the limits and the powers of two are as likely as all others together.
 std::uint64_t RandomObjects::bits() {
   switch (below(4)) {
     case 0:
@@ -68,7 +68,7 @@ std::uint64_t RandomObjects::bits() {
   }
 }
 
-/// Short, at the border of the size's two forms, or long.
+/// Short, at the border between the two forms of a size, or long.
 std::size_t RandomObjects::length() {
   switch (below(64)) {
     case 0:
@@ -89,7 +89,7 @@ double RandomObjects::real() {
     case 2:
       return std::ldexp(static_cast<double>(below(1000)) - 500, static_cast<int>(below(80)) - 40);
     default:
-      return std::bit_cast<double>(random_());  // a NaN now and then
+      return std::bit_cast<double>(random_());  // sometimes a NaN
   }
 }
 
@@ -106,7 +106,7 @@ std::string RandomObjects::text() {
   return result;
 }
 
-/// `depth` collections, one inside the other.
+/// `depth` nested collections.
 RandomObjects::Object RandomObjects::chain(std::size_t depth) {
   Object inner;
   for (std::size_t left = depth; left > 0; --left) {
@@ -203,7 +203,7 @@ RandomObjects::Object RandomObjects::dictionary(std::size_t depth) {
   std::vector<NSDictionary::Entry> entries;
   for (std::size_t left = below(8); left > 0 && budget_ > 0; --left) {
     --budget_;
-    Object key = any(depth);  // one that stands here already replaces its value
+    Object key = any(depth);  // an existing key only gets a new value
     entries.emplace_back(std::move(key), any(depth));
   }
   return NSDictionary::dictionaryWithEntries(std::move(entries));

@@ -1,8 +1,7 @@
-// Random graphs of everything that crosses the wire.
+// Random graphs of everything that can be sent over the wire.
 //
 // Threading: one thread at a time.
-// Ownership: graphs are the caller's.
-// Order: the same seed makes the same graphs.
+// Order: the same seed produces the same graphs.
 #pragma once
 
 #include <cstdint>
@@ -41,7 +40,7 @@ class RandomObjects {
   Object elementValues();
 
   std::mt19937_64 random_;
-  std::size_t budget_ = 0;  ///< members that the graph may still have
+  std::size_t budget_ = 0;  ///< members that the graph may still get
 };
 
 }  // namespace stress

@@ -1,6 +1,6 @@
 // decode(encode(x)) equals x, and what is accepted encodes to the bytes that were read, for random
-// object graphs: 200,000 of them short, 10 million long. Of each graph's bytes one changed copy is
-// decoded as well; where that is accepted it must encode to itself too.
+// object graphs: 200,000 of them short, 10 million long. One changed copy of each graph's bytes is
+// decoded as well; if it is accepted, it must encode to itself too.
 #include <algorithm>
 #include <random>
 #include <thread>
@@ -16,7 +16,7 @@ using namespace platform::xpc;
 namespace {
 
 constexpr TagSet kEverything = ~TagSet{0};
-constexpr std::uint64_t kSeed = 20261121;  // the same graphs at each run
+constexpr std::uint64_t kSeed = 20261121;  // the same graphs in every run
 
 struct Tally {
   std::uint64_t graphs = 0;
@@ -81,7 +81,7 @@ class Worker {
     tally_.bytes += bytes.size();
     oneChange(bytes);
   }
-  /// A flipped bit, a byte of another value, or a piece that stands twice.
+  /// Changes the bytes in one place: a flipped bit, another value, or a duplicated piece.
   void oneChange(Bytes bytes) {
     const std::size_t at = random_() % bytes.size();
     switch (random_() % 3) {

@@ -1,4 +1,4 @@
-// Streams of input: many fast devices at once, and a delegate that is far too slow for its own.
+// Streams of input: many fast devices at once, and a delegate that is far too slow for its device.
 #include <poll.h>
 #include <sys/resource.h>
 #include <time.h>
@@ -46,7 +46,7 @@ struct Stream {
     client->setDelegate(checker);
     client->setStarted(true);
   }
-  /// The device's end closes the connection; a client that asks again is told that it is gone.
+  /// The device's end closes the connection; a client that asks again is told that it has gone.
   [[nodiscard]] bool waitForEnd(seconds limit) const {
     return checker->waitUntil([](const Checker::Counts& counts) { return counts.errors > 0; },
                               limit);
@@ -117,7 +117,7 @@ void fastDevices(const Work& work, Findings& findings) {
 
 constexpr std::uint32_t kSlowRate = 1000;
 constexpr std::uint32_t kOthers = 4;
-/// KiB: what the router keeps for a client that does not read (Subscription::kLossLimit), twice.
+/// In KiB: twice what the router keeps for a client that does not read (Subscription::kLossLimit).
 constexpr std::uint64_t kGrowthLimit = 8 * 1024;
 
 std::vector<Stream> otherClients(const System& system, std::uint32_t first, std::uint64_t length) {
@@ -144,19 +144,19 @@ struct Memory {
   std::uint64_t ownKiB = 0;
 };
 
-/// What the others saw, and what was resident when all five recordings were open and when the fifth
-/// had sent all: in between nothing is opened.
-struct Beside {
-  std::vector<double> lateness;  ///< of the others' reports, sorted
+/// What the other clients saw, and the resident memory when all five recordings were open and when
+/// the fifth had sent everything: nothing is opened in between.
+struct OthersResult {
+  std::vector<double> lateness;  ///< of the other clients' reports, sorted
   Memory before;
   Memory after;
 };
 
-/// Lets the others run to their end.
-Beside runOthers(const System& system, std::vector<Stream>& others, std::uint64_t length,
-                 Findings& findings) {
+/// Lets the other clients run to their end.
+OthersResult runOthers(const System& system, std::vector<Stream>& others, std::uint64_t length,
+                       Findings& findings) {
   for (Stream& stream : others) startAndWait(stream, findings);
-  Beside beside{{}, Memory::now(system), {}};
+  OthersResult beside{{}, Memory::now(system), {}};
   std::vector<double>& lateness = beside.lateness;
   for (Stream& stream : others) {
     findings.demand(stream.waitForEnd(seconds(length) * 10 + kPatience), "another stream ends");
@@ -169,13 +169,14 @@ Beside runOthers(const System& system, std::vector<Stream>& others, std::uint64_
   return beside;
 }
 
-/// The others beside a fifth client whose delegate is as quick as theirs: what a slow one is
-/// compared with. Two such runs, both before it so that nothing of it is left in either, tell how
-/// much two runs differ anyway.
-Beside runBesideAQuickOne(const System& system, Stream& quick, std::vector<Stream>& others,
-                          std::uint64_t length, Findings& findings) {
+/// Runs the other clients next to a fifth one whose delegate is as quick as theirs, for comparison
+/// with a slow one. There are two such runs, both before the slow one so that it cannot affect
+/// them; they show how much two runs differ anyway.
+OthersResult runOthersWithQuickClient(const System& system, Stream& quick,
+                                      std::vector<Stream>& others, std::uint64_t length,
+                                      Findings& findings) {
   startAndWait(quick, findings);
-  Beside beside = runOthers(system, others, length, findings);
+  OthersResult beside = runOthers(system, others, length, findings);
   const std::uint64_t count = quick.numbered.count;
   findings.demand(quick.checker->waitUntil(
                       [=](const auto& counts) { return counts.valueArrays >= count; }, kPatience),
@@ -189,7 +190,7 @@ std::uint64_t grown(std::uint64_t before, std::uint64_t after) {
   return after > before ? after - before : 0;
 }
 
-void print(const std::string& whom, const Beside& beside, Findings& findings) {
+void print(const std::string& whom, const OthersResult& beside, Findings& findings) {
   const std::string head = "others beside " + whom;
   findings.figure(head + ", lateness p50, us", percentile(beside.lateness, 0.50));
   findings.figure(head + ", lateness p99, us", percentile(beside.lateness, 0.99));
@@ -199,8 +200,8 @@ void print(const std::string& whom, const Beside& beside, Findings& findings) {
                   grown(beside.before.ownKiB, beside.after.ownKiB));
 }
 
-/// The counts of the one session that routes `device`, as they stand now: the router writes them
-/// down when a session comes or goes, so one does.
+/// The current counts of the one session that routes `device`: the router writes them when a
+/// session comes or goes, so this starts one.
 std::optional<router::SessionStatus> countsNow(const System& system, std::uint64_t device) {
   const auto visitor =
       WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
@@ -231,19 +232,20 @@ void slowDelegate(const Work& work, Findings& findings) {
   Stream slow(system, fifth(101), [&] {
     if (!isSlow) return;
     ++slowCalls;
-    ::poll(nullptr, 0, 100);  // what the delegate does with a report
+    ::poll(nullptr, 0, 100);  // the delegate's work on a report
   });
   std::vector<Stream> first = otherClients(system, 0, length);
   std::vector<Stream> second = otherClients(system, 40, length);
   std::vector<Stream> beside = otherClients(system, 20, length);
   system.install();
 
-  const Beside quickFirst = runBesideAQuickOne(system, quick, first, length, findings);
-  const Beside quickSecond = runBesideAQuickOne(system, quickAgain, second, length, findings);
+  const OthersResult quickFirst = runOthersWithQuickClient(system, quick, first, length, findings);
+  const OthersResult quickSecond =
+      runOthersWithQuickClient(system, quickAgain, second, length, findings);
   startAndWait(slow, findings);
-  Beside slowFifth = runOthers(system, beside, length, findings);
+  OthersResult slowFifth = runOthers(system, beside, length, findings);
 
-  // The device has sent all when what it has handed over and what it has lost add up.
+  // The device has sent everything when the delivered and the lost reports add up.
   std::optional<router::SessionStatus> counted;
   findings.demand(eventually([&] {
                     counted = countsNow(system, slow.id);
@@ -252,7 +254,7 @@ void slowDelegate(const Work& work, Findings& findings) {
                   "delivered and lost add up to what was sent");
   if (!counted) return;
   slowFifth.after = Memory::now(system);
-  isSlow = false;  // what has been handed over and still waits is taken now
+  isSlow = false;  // the delivered reports that still wait are taken now
   const std::uint64_t delivered = counted->delivered;
   findings.demand(
       slow.checker->waitUntil([=](const auto& counts) { return counts.valueArrays >= delivered; },

@@ -11,7 +11,7 @@
 namespace stress {
 namespace {
 
-constexpr std::uint64_t kMostPrinted = 20;
+constexpr std::uint64_t kMaxPrinted = 20;
 
 double seconds(std::chrono::steady_clock::duration duration) {
   return std::chrono::duration<double>(duration).count();
@@ -25,8 +25,7 @@ Work Work::parse(std::string_view text) {
   double percent = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), percent);
   if (error != std::errc() || end != text.data() + text.size() - 1 || *end != '%' || percent <= 0)
-    throw std::invalid_argument(
-        "how much to do is neither \"short\" nor \"long\" nor a percentage");
+    throw std::invalid_argument("the amount must be \"short\", \"long\" or a percentage");
   return Work(percent / 100);
 }
 
@@ -48,7 +47,7 @@ void Findings::figure(std::string_view name, double value) {
 
 bool Findings::demand(bool holds, std::string_view text) {
   if (holds) return true;
-  if (failures_.fetch_add(1) >= kMostPrinted) return false;
+  if (failures_.fetch_add(1) >= kMaxPrinted) return false;
   const std::lock_guard lock(mutex_);
   std::printf("FAILED: %.*s\n", static_cast<int>(text.size()), text.data());
   std::fflush(stdout);
@@ -57,14 +56,14 @@ bool Findings::demand(bool holds, std::string_view text) {
 
 bool Findings::demandEqual(std::string_view what, std::uint64_t found, std::uint64_t expected) {
   return demand(found == expected, std::string(what) + ": " + std::to_string(found) +
-                                       " where there should be " + std::to_string(expected));
+                                       " instead of " + std::to_string(expected));
 }
 
 bool eventually(const std::function<bool()>& holds, std::chrono::milliseconds limit) {
   const auto deadline = std::chrono::steady_clock::now() + limit;
   while (!holds()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
-    ::poll(nullptr, 0, 1);  // between two looks, so that what is waited for gets the processor
+    ::poll(nullptr, 0, 1);  // between two checks, so that the awaited work gets the processor
   }
   return true;
 }

@@ -65,7 +65,7 @@ System::~System() {
       if (!job.waitForEnd()) job.kill();
     }
   } catch (const std::exception&) {
-    // There is none, then.
+    // There is no daemon to end.
   }
   platform::setAuthorizationAgent(nullptr);
   platform::SystemRoot::resetCurrent();
@@ -147,7 +147,7 @@ void LogCounts::Counts::note(const platform::KQLogEntry& entry) {
   if (entry.message.starts_with("Error(S)")) startErrors.fetch_add(1);
 }
 
-/// The machine's foundation, but for its log.
+/// The machine's foundation, except for its log.
 class LogCounts::Foundation final : public platform::ForwardingFoundationProvider {
  public:
   Foundation(std::shared_ptr<platform::FoundationProvider> machine, std::shared_ptr<Counts> counts)

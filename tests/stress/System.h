@@ -1,9 +1,9 @@
 // A whole system: a root of its own with a real job daemon and the real router, which an
 // application in this process installs and uses.
 //
-// Threading: one thread makes and ends it; the questions may be asked from any.
+// Threading: one thread creates and destroys it; the queries may come from any thread.
 // Ownership: the directory, and every process that runs in it, goes with the object.
-// Errors: std::runtime_error where the system cannot be set up.
+// Errors: std::runtime_error if the system cannot be set up.
 #pragma once
 
 #include <sys/types.h>
@@ -24,7 +24,7 @@
 
 namespace stress {
 
-/// A process by a handle that stays its own.
+/// A process, by a handle that never comes to refer to another one.
 class Process {
  public:
   explicit Process(pid_t identifier);
@@ -48,22 +48,22 @@ class System {
   [[nodiscard]] const platform::SystemRoot& root() const { return root_; }
   [[nodiscard]] const std::filesystem::path& directory() const { return directory_; }
 
-  /// As an application does it. Throw where it fails.
+  /// Like an application. Both throw on failure.
   void install() const;
   void uninstall() const;
-  /// Puts another image in place of the installed router.
+  /// Replaces the installed router with another image.
   void bless(const std::filesystem::path& image) const;
 
-  /// One of the repository's recordings, played round and round.
+  /// Adds one of the repository's recordings, played repeatedly.
   [[nodiscard]] std::uint64_t addRecording(const std::string& name, double speed) const;
-  /// A recording with this text.
+  /// Adds a recording with this text.
   [[nodiscard]] std::uint64_t addText(const std::string& name, std::string_view text,
                                       const std::string& speed, bool repeat) const;
 
   [[nodiscard]] pid_t daemon() const;
   /// The router's job as the daemon sees it.
   [[nodiscard]] platform::JobStatus job() const;
-  /// The router's process, which is waited for; -1 where there comes none.
+  /// The router's process, which is waited for; -1 if none appears.
   [[nodiscard]] pid_t router() const;
 
  private:
@@ -71,14 +71,14 @@ class System {
   platform::SystemRoot root_;
 };
 
-/// Where a recording of the repository lies.
+/// The path of a recording in the repository.
 [[nodiscard]] std::filesystem::path recordingPath(const std::string& name);
 
-/// Counts lines of the logs instead of printing them, for as long as it lives.
+/// Counts log lines instead of printing them, during its life.
 class LogCounts {
  public:
-  /// Lines of a lower level are not sent. Those that are sent are also kept by the logger: where
-  /// allocations are counted there should be none, which level 4 makes sure.
+  /// Lines of a lower level are not sent. Sent lines are also kept by the logger; where allocations
+  /// are counted there should be none, which level 4 ensures.
   explicit LogCounts(std::uint64_t level = 2);
   LogCounts(const LogCounts&) = delete;
   LogCounts& operator=(const LogCounts&) = delete;
@@ -87,7 +87,7 @@ class LogCounts {
   [[nodiscard]] std::uint64_t interruptions() const { return counts_->interruptions; }
   [[nodiscard]] std::uint64_t invalidations() const { return counts_->invalidations; }
   [[nodiscard]] std::uint64_t startErrors() const { return counts_->startErrors; }
-  /// Lines of NSLog.
+  /// Lines from NSLog.
   [[nodiscard]] std::uint64_t systemLines() const { return counts_->systemLines; }
 
  private:

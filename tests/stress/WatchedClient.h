@@ -1,8 +1,8 @@
-// A client whose delegate counts what it is told, and lets others wait for it.
+// A client whose delegate counts what it is told and lets others wait for it.
 //
 // Threading: any thread.
 // Ownership: the delegate is shared with the client's user; the client holds it weakly.
-// Errors: waits are bounded by kPatience and say whether what they waited for came.
+// Errors: waits are bounded by kPatience and return whether the event came.
 #pragma once
 
 #include <condition_variable>
@@ -61,11 +61,11 @@ class Listener final : public WLHIDEventRouterClientDelegate {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, limit, [&] { return condition(heard_); });
   }
-  /// Until it routes for the `routings`-th time.
+  /// Waits until it routes for the `routings`-th time.
   [[nodiscard]] bool waitForRouting(std::uint64_t routings) const {
     return waitUntil([=](const Heard& heard) { return heard.routings >= routings; });
   }
-  /// Until `more` reports have come from now on.
+  /// Waits for `more` further reports.
   [[nodiscard]] bool waitForInput(std::uint64_t more = 1,
                                   std::chrono::microseconds limit = kPatience) const {
     const std::uint64_t before = heard().reports;

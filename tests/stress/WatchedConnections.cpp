@@ -11,9 +11,9 @@ namespace {
 
 using platform::NSXPCConnection;
 
-/// A queue is one thread, which serves one connection and ends with it: when it last came back from
-/// a call; that moment as it was when the invalidation handler began, up to which all that was sent
-/// must be settled ahead of it; whether that handler is over.
+/// A queue is one thread, which serves one connection and ends with it. These are: when it last
+/// returned from a call; the value of that when the invalidation handler began, up to which
+/// everything sent must be settled before the handler; and whether the handler has finished.
 thread_local std::uint64_t lastCallAt = 0;
 thread_local std::uint64_t mustBeSettled = 0;
 thread_local bool afterInvalidation = false;
@@ -25,7 +25,7 @@ struct Watch {
   Findings& findings;
   std::atomic<std::uint64_t> clock{0};
   std::mutex mutex;
-  /// By identity of the exported object, which may be gone.
+  /// By identity of the exported object, which may no longer exist.
   std::map<std::weak_ptr<void>, int, std::owner_less<>> held;
 };
 
@@ -43,10 +43,10 @@ class Ticket {
  private:
   void settle(std::atomic<std::uint64_t>& count) {
     watch_.findings.demand(!settled_.exchange(true), "a start request is settled once");
-    // What is sent to a connection that has ended can only be settled behind its end. The end is
-    // not the moment in which the handler begins: between the layer's decision to call it and its
-    // first line another thread may send. So what counts is what was sent before the queue came
-    // back from its last call, which is before the decision.
+    // What is sent to a connection that has ended can only be settled after its end. The end is not
+    // the moment in which the handler begins: between the layer's decision to call it and its first
+    // line another thread may send. So what counts is what was sent before the queue returned from
+    // its last call, which is before the decision.
     const bool wasSentBefore = sentAt_ != 0 && sentAt_ < mustBeSettled;
     watch_.findings.demand(!afterInvalidation || !wasSentBefore,
                            "nothing sent before it is settled after the invalidation handler");
@@ -59,7 +59,7 @@ class Ticket {
   std::atomic<bool> settled_{false};
 };
 
-/// The client makes a proxy for each request.
+/// The client creates a proxy for each request.
 class WatchedProxy final : public WLHIDEventRouterProtocol {
  public:
   WatchedProxy(std::shared_ptr<WLHIDEventRouterProtocol> proxy, Watch& watch,
@@ -177,7 +177,7 @@ class WatchedConnection final : public NSXPCConnection {
   const std::shared_ptr<NSXPCConnection> connection_;
   Watch& watch_;
   std::weak_ptr<void> exported_;
-  bool isHeld_ = false;  // guarded by the watch's mutex, as is the next
+  bool isHeld_ = false;  // guarded by the watch's mutex, as is the next one
   bool isOver_ = false;
 };
 

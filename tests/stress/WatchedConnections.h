@@ -1,12 +1,12 @@
-// The real connection layer with a watch on it: every start request, every handler and every
-// connection that a client holds is counted, and what must not be is demanded.
+// The real connection layer under observation: every start request, every handler and every
+// connection that a client holds is counted, and these promises are checked:
 //
-//   - a start request that went out is settled once: by its reply or by its error handler
-//   - a client holds one connection at most that it has not invalidated
+//   - a start request that was sent is settled once: by its reply or by its error handler
+//   - a client holds at most one connection that it has not invalidated
 //   - the invalidation handler is the last thing that a connection's queue calls, and runs once
 //
 // Threading: any thread.
-// Ownership: put in place by install(), for the rest of the process.
+// Ownership: installed by watchConnections(), for the rest of the process.
 // Errors: a broken promise is a finding.
 #pragma once
 
@@ -29,7 +29,7 @@ struct ConnectionCounts {
   [[nodiscard]] std::uint64_t startsSettled() const { return startsAnswered + startsFailed; }
 };
 
-/// Both must live for the rest of the process.
+/// Both arguments must live for the rest of the process.
 void watchConnections(ConnectionCounts& counts, Findings& findings);
 
 /// For a delegate: whether the calling queue has run its connection's invalidation handler already.

@@ -1,8 +1,8 @@
 // Every truncation and every flipped bit of the first 256 bytes of each message of the conformance
-// set: the connection layer must do what the second reading of the wire page says.
+// set: the connection layer must do what the second implementation of the wire page says.
 //
-// short takes the messages up to 4 KiB with each bit of their first 32 bytes, and of the larger
-// ones the truncations around their ends; long takes all bits of all.
+// short takes the messages up to 4 KiB with each bit of their first 32 bytes, and the larger ones
+// truncated around their ends; long takes all bits of all.
 #include <algorithm>
 #include <set>
 
@@ -44,8 +44,8 @@ class Sweep {
   std::uint64_t awaited_ = 0;
 };
 
-/// Where a message is cut: everywhere, or if it is large at its beginning, at its end and around
-/// the powers of two, where buffers grow.
+/// Where a message is truncated: everywhere, or if it is large, at its beginning, at its end and
+/// around the powers of two, where buffers grow.
 std::set<std::size_t> cuts(std::size_t size) {
   std::set<std::size_t> result;
   const auto around = [&](std::size_t middle, std::size_t reach) {
@@ -77,7 +77,7 @@ void flip(Sweep& sweep, const WireMessage& message, std::size_t bytes) {
 }
 
 /// The header alone decides whether more is awaited, so for every length of every message it must
-/// say so exactly until the frame is whole.
+/// do so until the frame is complete.
 std::uint64_t checkEveryLength(const WireMessage& message, stress::Findings& findings) {
   const std::span<const std::uint8_t> all(message.bytes);
   platform::xpc::FrameHeader header;

@@ -1,5 +1,5 @@
-// The conformance set three ways: what each message's title says, what the second reading of the
-// page says, and what the connection layer does.
+// The conformance set three ways: the titles of its messages, the second implementation of the
+// page, and the connection layer must agree.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -13,9 +13,9 @@ using namespace conformance;
 
 namespace {
 
-/// What is cut at each byte here; larger messages are a stress program's.
+/// The limit for messages that are truncated at each byte here; a stress program takes larger ones.
 constexpr std::size_t kSmall = 160;
-/// Likewise, where each of its bits costs a connection of its own.
+/// The limit if each bit costs a connection of its own.
 constexpr std::size_t kVerySmall = 40;
 
 Verdict verdictOf(const Judgement& judgement) {
@@ -39,7 +39,7 @@ bool isClient(Receiver receiver) {
   return receiver == Receiver::Client || receiver == Receiver::ClientFirst;
 }
 
-/// A message that its receiver takes at any time.
+/// A message that its receiver accepts at any time.
 Bytes probe(Receiver receiver) {
   return isClient(receiver) ? bytesOfNotation("06 00 00 00 02 00 00 00 01 00 63 00 00 00")
                             : bytesOfNotation("00 00 00 00 02 00 01 00");

@@ -51,7 +51,7 @@ class Cursor {
   }
   View block() { return take(size()); }
 
-  static constexpr const char* kCut = "truncated, or a size in its long form without need";
+  static constexpr const char* kCut = "truncated, or a size below 255 in its long form";
 
  private:
   View bytes_;
@@ -62,7 +62,7 @@ bool isContinuation(View bytes, std::size_t i) {
   return i < bytes.size() && (bytes[i] & 0xC0U) == 0x80;
 }
 
-/// By decoding each character, where the layer compares bytes with ranges.
+/// Decodes each character, while the layer compares bytes with ranges.
 bool isText(View bytes) {
   for (std::size_t i = 0; i < bytes.size();) {
     const std::uint8_t lead = bytes[i];
@@ -91,7 +91,7 @@ double doubleOf(std::uint64_t bits) {
   return value;
 }
 
-/// Equal for equal keys of a dictionary, and for no others.
+/// The same text for equal dictionary keys and a different one for all others.
 std::string keyOfNumber(double value) {
   if (std::isnan(value)) return "number nan";
   if (value == std::floor(value) && std::fabs(value) < 0x1p65) {
@@ -126,7 +126,7 @@ const char* className(std::uint8_t tag) {
 
 using Tags = std::set<std::uint8_t>;
 
-/// One argument or reply value.
+/// The type of one argument or reply value.
 struct Rule {
   std::size_t width = 0;  ///< of a number; 0 for an object
   Tags itself;
@@ -145,8 +145,8 @@ class ObjectReader {
  public:
   ObjectReader(Cursor& cursor, const Tags& inside) : cursor_(cursor), inside_(inside) {}
 
-  /// Returns a text that equal objects share and others do not; an empty one for an object with
-  /// members that is no part of a dictionary's key.
+  /// Returns a text that equal objects share and others do not. It is empty for an object with
+  /// members that is not part of a dictionary key.
   std::string object(const Tags& admitted, bool nullable, unsigned depth) {
     const auto tag = static_cast<std::uint8_t>(cursor_.number(1));
     if (tag > 15) throw Refusal{"an unknown class"};
@@ -162,7 +162,7 @@ class ObjectReader {
     last_ = tag;
     return same;
   }
-  /// The tag of the object that was read last.
+  /// The tag of the last object that was read.
   [[nodiscard]] std::uint8_t last() const { return last_; }
 
  private:
@@ -171,7 +171,7 @@ class ObjectReader {
     if (tag == 2) return "string " + text();
     if (tag == 3) {
       const auto flag = cursor_.number(1);
-      if (flag > 1) throw Breach{"a boolean other than 0 and 1"};
+      if (flag > 1) throw Breach{"a boolean other than 0 or 1"};
       return "number " + std::to_string(flag);
     }
     if (tag == 8) {
@@ -254,7 +254,7 @@ class ObjectReader {
     const std::string one = textOf(before);
     const std::string other = textOf(key);
     if (one == other) throw Breach{kTwice};
-    if (one > other) throw Breach{"keys of a dictionary that are not in ascending order"};
+    if (one > other) throw Breach{"dictionary keys not in ascending order"};
   }
   std::string error(unsigned depth) {
     std::string same = "error " + std::to_string(cursor_.number(8));
@@ -263,20 +263,20 @@ class ObjectReader {
     admitted.insert(11);
     last_ = 0;
     const std::string info = object(admitted, true, depth);
-    if (last_ != 0 && last_ != 11) throw Breach{"a user info that is no dictionary"};
+    if (last_ != 0 && last_ != 11) throw Breach{"a user info that is not a dictionary"};
     append(same, info == "dictionary" ? std::string() : info);
     return same;
   }
-  /// Nobody asks for what stands outside keys.
+  /// Outside keys the text is not needed.
   void append(std::string& same, const std::string& part) const {
     if (keys_ > 0) same += " " + std::to_string(part.size()) + ":" + part;
   }
 
-  static constexpr const char* kTwice = "a key that stands twice in a dictionary";
+  static constexpr const char* kTwice = "a duplicate key in a dictionary";
 
   Cursor& cursor_;
   const Tags& inside_;
-  unsigned keys_ = 0;  ///< how many keys, one inside the other, are being read
+  unsigned keys_ = 0;  ///< how many nested keys are being read
   std::uint8_t last_ = 0;
 };
 
@@ -293,7 +293,7 @@ void readValues(Cursor& cursor, const std::vector<Rule>& rules) {
       ObjectReader(cursor, rule.inside).object(rule.itself, true, 0);
     }
   }
-  if (cursor.left() > 0) throw Breach{"bytes behind the last argument"};
+  if (cursor.left() > 0) throw Breach{"bytes after the last argument"};
 }
 
 const std::vector<Method>& methodsOf(Receiver receiver) {
@@ -363,9 +363,9 @@ class Judge {
     return bytes.size();
   }
   void body(std::uint64_t kind, std::uint64_t method, View bytes) {
-    if (!greeted_ && kind != 1) throw Breach{"the first frame is no hello"};
+    if (!greeted_ && kind != 1) throw Breach{"the first frame is not a hello"};
     if (kind == 2 || kind == 3) return call(kind == 3, method, bytes);
-    if (method != 0) throw Breach{"a method number where none belongs"};
+    if (method != 0) throw Breach{"an unexpected method number"};
     if (kind == 1) return hello(bytes);
     if (kind == 4) return reply(bytes);
     if (kind == 5) return dropped(bytes);
@@ -388,7 +388,7 @@ class Judge {
         if (cursor.left() > 0) throw Breach{};
       }
     } catch (const Breach&) {
-      throw Breach{"a hello that is none"};
+      throw Breach{"a malformed hello"};
     }
     if (version != 2) throw Breach{"the peer speaks version " + std::to_string(version)};
     if (!expected_.empty() && !theirs.empty() && expected_ != theirs)
@@ -410,10 +410,10 @@ class Judge {
       if (id == 0) throw Breach{"a request without an ID"};
     }
     const auto& methods = methodsOf(receiver_);
-    if (methods.empty()) return dropForWantOfObject(id);
-    if (method >= methods.size()) throw Breach{"a method that the protocol lacks"};
+    if (methods.empty()) return dropWithoutObject(id);
+    if (method >= methods.size()) throw Breach{"an unknown method"};
     if (methods[method].request != request)
-      throw Breach{"a message and a request mistaken for each other"};
+      throw Breach{"a message sent as a request, or a request as a message"};
     try {
       const std::size_t start = cursor.at();
       readValues(cursor, methods[method].arguments);
@@ -424,13 +424,13 @@ class Judge {
       if (request) result_.answers.push_back("dropped " + std::to_string(id));
     }
   }
-  void dropForWantOfObject(std::uint64_t id) {
+  void dropWithoutObject(std::uint64_t id) {
     if (id != 0) result_.answers.push_back("dropped " + std::to_string(id));
   }
   void reply(View bytes) {
     Cursor cursor(bytes);
     if (bytes.size() < 8 || pending_.erase(cursor.number(8)) == 0)
-      throw Breach{"a reply that nobody waits for"};
+      throw Breach{"a reply to a request that is not pending"};
     try {
       const std::size_t start = cursor.at();
       readValues(cursor, {{0, {12}, kInStartErrors}});
@@ -444,9 +444,9 @@ class Judge {
     }
   }
   void dropped(View bytes) {
-    if (bytes.size() != 8) throw Breach{"a malformed frame about a dropped reply"};
+    if (bytes.size() != 8) throw Breach{"a malformed reply-dropped frame"};
     if (pending_.erase(Cursor(bytes).number(8)) == 0)
-      throw Breach{"news of a reply that nobody waits for"};
+      throw Breach{"a reply-dropped frame for a request that is not pending"};
     result_.events.push_back("error 4101");
   }
   void refuse(const Refusal& refusal) {

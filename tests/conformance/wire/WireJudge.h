@@ -1,8 +1,8 @@
-// A second reading of docs/wire-protocol.md, which shares no code with the connection layer: what a
-// receiver must make of a stream. The layer is held against it.
+// A second implementation of docs/wire-protocol.md, which shares no code with the connection layer
+// and decides what a receiver must make of a stream. The layer is compared with it.
 //
-// Threading: functions of their arguments. Ownership: values. Errors: none; any bytes have a
-// judgement. Order: events as the receiver must show them.
+// Errors: none; any bytes can be judged.
+// Order: events as the receiver must report them.
 #pragma once
 
 #include <span>
@@ -13,29 +13,29 @@
 
 namespace conformance {
 
-/// How a stream stands when its last byte is read.
+/// The state of a stream after its last byte.
 enum class StreamState {
   Whole,       ///< between two frames
-  Incomplete,  ///< inside a frame that may still become a good one
+  Incomplete,  ///< inside a frame that may still become valid
   Farewell,
   Breach,
 };
 
 struct Judgement {
-  /// What the receiver's side sees, one line each: "call M <arguments>", "refused CLASS",
-  /// "reply <value>", "error N" (of the request that waits), "breach WHY".
+  /// What the receiver's side sees, one line each: "call M <arguments>", "refused CLASS", "reply
+  /// <value>", "error N" (for the pending request), "breach WHY".
   std::vector<std::string> events;
   /// Frames that the receiver sends back: "reply ID" and "dropped ID".
   std::vector<std::string> answers;
   StreamState state = StreamState::Whole;
-  std::string reason;  ///< of the breach, else of the first refusal
+  std::string reason;  ///< of the breach, or else of the first refusal
   bool operator==(const Judgement&) const = default;
 };
 
-/// The judgement of the prelude and `bytes` behind it, after which the stream ends.
+/// Judges the prelude followed by `bytes`, after which the stream ends.
 [[nodiscard]] Judgement judge(Receiver receiver, std::span<const std::uint8_t> bytes);
 
-/// Bytes in an event: in hex, or where they are many their number and a checksum.
+/// Bytes in an event: in hex, or if there are many, their number and a checksum.
 [[nodiscard]] std::string digest(std::span<const std::uint8_t> bytes);
 
 }  // namespace conformance

@@ -11,7 +11,7 @@
 namespace conformance {
 namespace {
 
-constexpr std::size_t kMostBytes = std::size_t{32} << 20;
+constexpr std::size_t kMaxBytes = std::size_t{32} << 20;
 
 class Notation {
  public:
@@ -34,7 +34,7 @@ class Notation {
       } else {
         bytes.push_back(static_cast<std::uint8_t>(number(2, 16)));
       }
-      if (bytes.size() > kMostBytes) fail("more than 32 MiB");
+      if (bytes.size() > kMaxBytes) fail("more than 32 MiB");
     }
   }
   void repetition(Bytes& bytes) {
@@ -45,7 +45,7 @@ class Notation {
     next_ += 2;
     const std::uint64_t times = number(8, 10);
     const std::size_t end = next_;
-    if (first.size() * times > kMostBytes) fail("more than 32 MiB");
+    if (first.size() * times > kMaxBytes) fail("more than 32 MiB");
     for (std::uint64_t i = 0; i < times; ++i) {
       next_ = start;
       sequence(bytes, i);
@@ -68,7 +68,7 @@ class Notation {
     const auto [end, error] =
         std::from_chars(digits.data(), digits.data() + digits.size(), value, base);
     const auto length = static_cast<std::size_t>(end - digits.data());
-    if (error != std::errc() || (base == 16 && length != mostDigits)) fail("no number");
+    if (error != std::errc() || (base == 16 && length != mostDigits)) fail("not a number");
     next_ += length;
     return value;
   }
@@ -87,7 +87,7 @@ Receiver receiverNamed(const std::string& name) {
   if (name == "router") return Receiver::Router;
   if (name == "router-first") return Receiver::RouterFirst;
   if (name == "bare-first") return Receiver::BareFirst;
-  throw std::runtime_error("no receiver is called " + name);
+  throw std::runtime_error("unknown receiver: " + name);
 }
 
 Verdict verdictNamed(const std::string& name) {
@@ -95,7 +95,7 @@ Verdict verdictNamed(const std::string& name) {
   if (name == "refused") return Verdict::Refused;
   if (name == "breach") return Verdict::Breach;
   if (name == "incomplete") return Verdict::Incomplete;
-  throw std::runtime_error("no verdict is called " + name);
+  throw std::runtime_error("unknown verdict: " + name);
 }
 
 /// "[name] to receiver: verdict" or "[name] to receiver: verdict: reason"
@@ -103,7 +103,7 @@ WireMessage parseTitle(const std::string& line) {
   const auto nameEnd = line.find("] to ");
   const auto receiverEnd = line.find(": ", nameEnd);
   if (nameEnd == std::string::npos || receiverEnd == std::string::npos)
-    throw std::runtime_error("no title of a message");
+    throw std::runtime_error("not a message title");
   const std::string verdict = line.substr(receiverEnd + 2);
   const auto verdictEnd = verdict.find(": ");
   WireMessage message;
@@ -114,7 +114,7 @@ WireMessage parseTitle(const std::string& line) {
   const bool needsReason =
       message.verdict == Verdict::Refused || message.verdict == Verdict::Breach;
   if (needsReason == message.reason.empty())
-    throw std::runtime_error("a refusal and a breach have a reason, the others none");
+    throw std::runtime_error("refused and breach need a reason, the other verdicts have none");
   return message;
 }
 
@@ -136,7 +136,7 @@ std::vector<WireMessage> readAll() {
 Bytes messageNamed(const std::string& name) {
   for (const WireMessage& each : wireMessages())
     if (each.name == name) return each.bytes;
-  throw std::runtime_error("the set lacks " + name);
+  throw std::runtime_error("the set has no message " + name);
 }
 
 }  // namespace

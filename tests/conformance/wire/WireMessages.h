@@ -1,8 +1,9 @@
-// The wire conformance set: messages in hex, to whom each goes, and what its receiver makes of it.
+// The wire conformance set: messages in hex, their receivers, and what each receiver must make of
+// them.
 //
-// Threading: functions of their arguments. Ownership: values. Errors: a file that is missing or is
-// not written as docs/wire-protocol.md says throws std::runtime_error that names file and line.
-// Order: messages as they stand in the files, files by name.
+// Errors: std::runtime_error with file and line if a file is missing or does not follow the
+//   notation in docs/wire-protocol.md.
+// Order: messages as in the files, files by name.
 #pragma once
 
 #include <cstdint>
@@ -14,13 +15,13 @@ namespace conformance {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// Who receives, and what has happened on the connection before.
+/// The receiver, and what has happened on the connection before.
 enum class Receiver {
-  Client,       ///< the router's hello has come; request 1, to start routing, waits for its reply
-  ClientFirst,  ///< as Client, but nothing has come yet
-  Router,       ///< the client's hello has come
-  RouterFirst,  ///< nothing has come yet
-  BareFirst,    ///< an end that exports nothing and expects nothing; nothing has come yet
+  Client,       ///< the router's hello has arrived; request 1, to start routing, is pending
+  ClientFirst,  ///< like Client, but nothing has arrived yet
+  Router,       ///< the client's hello has arrived
+  RouterFirst,  ///< nothing has arrived yet
+  BareFirst,    ///< an end that exports nothing and expects nothing; nothing has arrived yet
 };
 
 enum class Verdict { Accepted, Refused, Breach, Incomplete };
@@ -29,24 +30,23 @@ struct WireMessage {
   std::string name;
   Receiver receiver = Receiver::Client;
   Verdict verdict = Verdict::Accepted;
-  std::string reason;  ///< of a breach; of a refusal the class
+  std::string reason;  ///< of a breach; for a refusal the class
   Bytes bytes;
 };
 
-/// Bytes of a text such as "0f 02 (00 #u32)*3": "(…)*N" repeats, "#u8", "#u16", "#u32" and "#u64"
+/// Decodes a text such as "0f 02 (00 #u32)*3": "(…)*N" repeats, "#u8", "#u16", "#u32" and "#u64"
 /// write the number of the innermost repetition, counted from 0, "#b8" and so on write it with its
-/// highest byte first. Throws std::runtime_error, also
-/// for more than 32 MiB.
+/// highest byte first. Throws std::runtime_error for anything else and for more than 32 MiB.
 [[nodiscard]] Bytes bytesOfNotation(std::string_view text);
 
-/// Reads the messages of one file's text; `where` names it in errors.
+/// Parses the messages of one file's text; `where` is its name in errors.
 [[nodiscard]] std::vector<WireMessage> parseWireMessages(const std::string& text,
                                                          const std::string& where);
 
-/// All messages of the set, from the source tree that this was built from.
+/// All messages of the set, from the source tree of this build.
 [[nodiscard]] const std::vector<WireMessage>& wireMessages();
 
-/// What stands in the stream before the message; empty for the receivers that have heard nothing.
+/// What the receiver has received before the message; may be empty.
 [[nodiscard]] const Bytes& prelude(Receiver receiver);
 
 }  // namespace conformance

@@ -49,6 +49,6 @@ TEST(WireMessages, ABadTitleIsAnErrorThatNamesItsPlace) {
     static_cast<void>(parseWireMessages("#\n[x] to nobody: accepted\n", "a.txt"));
     FAIL();
   } catch (const std::runtime_error& error) {
-    EXPECT_EQ(std::string(error.what()), "a.txt, before line 3: no receiver is called nobody");
+    EXPECT_EQ(std::string(error.what()), "a.txt, before line 3: unknown receiver: nobody");
   }
 }

@@ -46,7 +46,7 @@ class Record {
   std::vector<std::string> waitForEnd() {
     std::unique_lock lock(mutex_);
     if (!changed_.wait_for(lock, kPatience, [&] { return ended_; }))
-      throw std::runtime_error("the connection does not end");
+      throw std::runtime_error("the connection did not end");
     return events_;
   }
 
@@ -57,12 +57,12 @@ class Record {
   bool ended_ = false;
 };
 
-/// What a line of the layer's log says in the judge's words; empty for what it passes over.
+/// Translates a line of the layer's log into the judge's words; empty if it is not an event.
 std::string eventOfLog(std::string_view line) {
   constexpr std::string_view kBreach = "accepted connection: breach: ";
   constexpr std::string_view kNotAdmitted = " is not admitted";
   if (line.starts_with(kBreach)) return "breach " + std::string(line.substr(kBreach.size()));
-  if (line.find("there is no exported object") != line.npos) return {};
+  if (line.find("no object is exported") != line.npos) return {};
   const auto end = line.find(kNotAdmitted);
   const auto start = line.rfind(": ", end);
   if (end == line.npos || start == line.npos) return "log " + std::string(line);
@@ -80,7 +80,7 @@ std::string encoded(V... values) {
 
 using Object = std::shared_ptr<NSObject>;
 
-/// Exported by both kinds of ends; what arrives is encoded again.
+/// Exported by both kinds of ends; encodes what arrives again.
 class Exported final : public WLHIDEventRouterClientProtocol, public WLHIDEventRouterProtocol {
  public:
   explicit Exported(std::shared_ptr<Record> record) : record_(std::move(record)) {}
@@ -154,7 +154,7 @@ class ReceivingEnd {
   [[nodiscard]] const std::shared_ptr<Record>& record() const { return record_; }
 
  private:
-  /// Request 1.
+  /// Sends request 1.
   void ask() {
     const auto proxy = connection_->remoteObjectProxyWithErrorHandler<WLHIDEventRouterProtocol>(
         [record = record_](const std::shared_ptr<NSError>& error) {
@@ -171,7 +171,7 @@ class ReceivingEnd {
   const std::shared_ptr<xpc::ConnectionHandle> connection_;
 };
 
-/// False when the receiver ended the connection before it had taken everything.
+/// False if the receiver ended the connection before everything was sent.
 bool sendAll(int socket, std::span<const std::uint8_t> bytes) {
   while (!bytes.empty()) {
     const ssize_t count = ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
@@ -195,13 +195,13 @@ std::uint64_t littleEndian(std::span<const std::uint8_t> bytes) {
   return value;
 }
 
-/// The replies in a stream that the layer wrote.
+/// The replies in a stream written by the layer.
 std::vector<std::string> answersIn(std::span<const std::uint8_t> stream) {
   std::vector<std::string> answers;
   while (stream.size() >= 8) {
     const std::size_t length = littleEndian(stream.first(4));
     const std::uint8_t kind = stream[4];
-    if (stream.size() - 8 < length) throw std::runtime_error("the layer wrote half a frame");
+    if (stream.size() - 8 < length) throw std::runtime_error("the layer wrote an incomplete frame");
     if (kind == 4 || kind == 5)
       answers.push_back((kind == 4 ? "reply " : "dropped ") +
                         std::to_string(littleEndian(stream.subspan(8, 8))));
@@ -215,7 +215,7 @@ std::vector<std::string> answersIn(std::span<const std::uint8_t> stream) {
 Observation observe(Receiver receiver, std::span<const std::uint8_t> bytes) {
   int sockets[2] = {-1, -1};
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0)
-    throw std::runtime_error("no pair of sockets");
+    throw std::runtime_error("cannot create a socket pair");
   const std::shared_ptr<int> ours(&sockets[1], [](const int* socket) { ::close(*socket); });
   Observation result;
   {

@@ -1,9 +1,9 @@
-// The connection layer as a receiver of any bytes: a real connection on one end of a socket pair,
-// the bytes on the other, and what came of them in the words of WireJudge.h.
+// Feeds any bytes to the connection layer: a real connection on one end of a socket pair, the bytes
+// on the other, and the result in the words of WireJudge.h.
 //
-// Threading: one observation at a time in a process, for it takes the platform's log. Ownership:
-// values. Errors: std::runtime_error when the connection does not end within 20 s of the stream's
-// end. Order: events as they happened.
+// Threading: one observation at a time in a process, since it takes over the platform's log.
+// Errors: std::runtime_error if the connection does not end within 20 s of the stream's end.
+// Order: events as they happened.
 #pragma once
 
 #include <span>
@@ -19,7 +19,7 @@ struct Observation {
   std::vector<std::string> answers;
 };
 
-/// Sends the prelude and `bytes`, ends the stream and waits until the connection has ended.
+/// Sends the prelude and `bytes`, ends the stream and waits for the connection to end.
 [[nodiscard]] Observation observe(Receiver receiver, std::span<const std::uint8_t> bytes);
 
 }  // namespace conformance

@@ -1,4 +1,4 @@
-// What the client relies on in a connection, asked of the real layer and of the scripted one alike.
+// What the client relies on in a connection, tested on the real and the scripted layer alike.
 #include <gtest/gtest.h>
 
 #include <future>
@@ -17,7 +17,7 @@ namespace {
 
 using namespace platform;
 
-/// Takes what the router sends and writes it down.
+/// Records what the router sends.
 class Receiver final : public WLHIDEventRouterClientProtocol {
  public:
   explicit Receiver(Trace& events) : events_(events) {}
@@ -37,7 +37,7 @@ struct LayerKind {
 
 class ConnectionContract : public ::testing::TestWithParam<LayerKind> {
  protected:
-  /// Configured like a client's, not resumed. Its events bear `prefix`.
+  /// Configured like a client's, not resumed. Its events start with `prefix`.
   std::shared_ptr<NSXPCConnection> makeConnection(const std::string& prefix = "") {
     auto connection = layer_->makeConnection();
     connection->setExportedInterface(
@@ -49,8 +49,8 @@ class ConnectionContract : public ::testing::TestWithParam<LayerKind> {
         NSXPCInterface::interfaceWithProtocol(WLHIDEventRouterProtocol::protocol()));
     return connection;
   }
-  /// For a handler to hold: the future is ready when the layer has let go of the handler, which it
-  /// does once the report is decided, be it made or dropped.
+  /// For a handler to hold: the future is ready when the layer has released the handler, which it
+  /// does once the report has been made or dropped.
   static std::pair<std::shared_ptr<void>, std::future<void>> releaseNote() {
     auto released = std::make_shared<std::promise<void>>();
     auto future = released->get_future();
@@ -72,7 +72,7 @@ class ConnectionContract : public ::testing::TestWithParam<LayerKind> {
               if (onReply) onReply();
             });
   }
-  /// A resumed connection whose start request the peer has.
+  /// A resumed connection whose start request the peer has received.
   std::shared_ptr<NSXPCConnection> makePending() {
     auto connection = makeConnection();
     connection->resume();
@@ -324,7 +324,7 @@ TEST_P(ConnectionContract, AStaleReportDoesNotReachTheHolderOfANewerConnection) 
   layer_->peerReplies(nullptr);
   EXPECT_TRUE(events_.waitFor("resumed"));
   layer_->settle();
-  // Only then may the second end: what it supersedes would be nothing stale any more.
+  // Only then may the second end, or the report about the first would no longer be stale.
   ASSERT_EQ(released.wait_for(std::chrono::seconds(60)), std::future_status::ready);
   second->invalidate();
   layer_->settle();

@@ -1,8 +1,8 @@
-// A connection layer with a peer that a test commands: the real one with a router in this process,
-// or the scripted one.
+// A connection layer whose peer is controlled by the test: the real one with a router in this
+// process, or the scripted one.
 //
-// Threading: commands come from the test's thread; what they set off runs on the connection's
-//   queue, in both layers a thread of its own.
+// Threading: commands come from the test's thread; what they cause runs on the connection's queue,
+//   in both layers a thread of its own.
 // Ownership: the test holds the connections, the layer its peers.
 // Order: commands take effect in order.
 #pragma once
@@ -20,20 +20,20 @@ class Layer {
  public:
   virtual ~Layer() = default;
 
-  /// To the router's service, which is there. Not resumed.
+  /// To the router's service, which exists. Not resumed.
   [[nodiscard]] virtual std::shared_ptr<platform::NSXPCConnection> makeConnection() = 0;
-  /// Waits until a start request has arrived that has no answer yet.
+  /// Waits until a start request has arrived that is not answered yet.
   [[nodiscard]] virtual bool waitForRequest() = 0;
   virtual void peerReplies(std::shared_ptr<platform::NSError> error) = 0;
   virtual void peerDropsReply() = 0;
-  /// By the newest connection, with an empty report.
+  /// On the newest connection, with an empty report.
   virtual void peerSendsReport(std::uint32_t reportID) = 0;
-  /// By the newest connection.
+  /// On the newest connection.
   virtual void peerSendsElementValues(std::shared_ptr<platform::NSArray> values) = 0;
   /// On all connections.
   virtual void peerSaysFarewell() = 0;
   virtual void peerCrashes() = 0;
-  /// Lets happen what the code under test has set off by itself: invalidate, or dropping a
+  /// Runs what the code under test has started itself: an invalidation, or the release of a
   /// connection.
   virtual void settle() = 0;
 };

@@ -35,8 +35,8 @@ class RealLayer final : public Layer {
   }
   void peerSaysFarewell() override { harness_.router().invalidateSessions(); }
   void peerCrashes() override {
-    // A process that is gone owes no answer, not even the news that there will be none, which a
-    // reply released before its connection would send.
+    // A process that no longer exists owes no answer, not even the reply-dropped frame that a reply
+    // released before its connection would send.
     unanswered_ = harness_.answers().takeHeldReplies();
     harness_.router().dropSessions();
   }
@@ -44,7 +44,7 @@ class RealLayer final : public Layer {
 
  private:
   RouterHarness harness_;
-  std::weak_ptr<RouterSession> newest_;  ///< gone with its connection
+  std::weak_ptr<RouterSession> newest_;  ///< expires with its connection
   std::vector<WLHIDEventRouterProtocol::StartReply> unanswered_;
 };
 

@@ -1,4 +1,4 @@
-// What is not admitted is not delivered, and costs nothing but itself.
+// What is not admitted is not delivered, and nothing else is affected.
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "platform/kit/KQIOObject.h"
 #include "tests/support/XPCPeers.h"
@@ -10,7 +10,7 @@ namespace {
 
 class AllowList : public XPCTest {
  protected:
-  /// The client takes an NSMutableArray of element values only, as the list and inside it.
+  /// The client accepts only an NSMutableArray of element values.
   void admitElementValuesOnly() {
     const auto interface = NSXPCInterface::interfaceWithProtocol(Talk::protocol());
     interface->setClasses_forSelector_argumentIndex_ofReply(

@@ -1,4 +1,4 @@
-// What somebody else has called on a connection's queue.
+// Calls that others make on a connection's queue.
 #include <future>
 
 #include "tests/support/XPCPeers.h"
@@ -10,7 +10,7 @@ namespace {
 
 class CallOnQueue : public XPCTest {
  protected:
-  /// Adds the line on the queue of that end.
+  /// Adds the line to the end's log, on its queue.
   static void note(End& end, const std::string& line) {
     end.connection->callOnQueue([&end, line] { end.log.add(line); });
   }

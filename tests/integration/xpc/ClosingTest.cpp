@@ -1,4 +1,4 @@
-// What each end hears when one of them closes, with the roles swapped: a table of ends.
+// What each end reports when one of them closes; every test runs with the roles both ways.
 #include "tests/support/XPCPeers.h"
 
 using namespace platform;
@@ -8,13 +8,13 @@ namespace {
 
 enum class Closer { Client, Service };
 
-/// "Closing" is the end that acts, "other" the end that hears of it.
+/// closing() is the end that acts, other() the one that is told.
 class Closing : public XPCTest, public ::testing::WithParamInterface<Closer> {
  protected:
   void SetUp() override {
     serviceEnd_ = connect();
     ASSERT_TRUE(serviceEnd_);
-    // Both ends have delivered something before anything ends.
+    // Each end has delivered something before either ends.
     serviceEnd_->proxy()->note(0);
     ASSERT_TRUE(client_.log.waitFor("note 0"));
   }

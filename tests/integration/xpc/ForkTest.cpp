@@ -1,5 +1,5 @@
-// What a child of a process does with the connections that it came by through fork(): each case is
-// an application of its own (forking_application.cpp), for some children return from main.
+// What a child process does with the connections that it inherited through fork(): each case is an
+// application of its own (forking_application.cpp), since some children return from main.
 #include <sys/wait.h>
 
 #include <cstdlib>
@@ -15,7 +15,7 @@ std::string nameOf(const ::testing::TestParamInfo<const char*>& info) {
   return info.param;
 }
 
-/// A child lacks the threads whose stacks hold what looks leaked in it.
+/// The threads whose stacks refer to what looks leaked do not exist in a child.
 std::string withoutLeakCheck() {
   const char* const options = std::getenv("ASAN_OPTIONS");
   return (options == nullptr ? std::string() : options + std::string(":")) + "detect_leaks=0";
@@ -27,7 +27,7 @@ TEST_P(Fork, OfAChildsDoingsTheParentsConnectionsHearNothing) {
 #ifdef __SANITIZE_THREAD__
   const std::string child = GetParam();
   if (child == "handles" || child == "accepts")
-    GTEST_SKIP() << "ThreadSanitizer itself crashes where a thread that forked ends in the child";
+    GTEST_SKIP() << "ThreadSanitizer itself crashes if a thread that forked ends in the child";
 #endif
   const testsupport::ScopedVariable options("ASAN_OPTIONS", withoutLeakCheck().c_str());
   const std::string command = std::string(XPC_FORKING_APPLICATION) + " " + GetParam();

@@ -1,4 +1,4 @@
-// Peers that break the rules: each ends its own connection and nothing else.
+// Peers that break the rules: each one ends its own connection and nothing else.
 #include <fstream>
 #include <random>
 
@@ -27,7 +27,7 @@ class HostileService : public ::testing::Test {
     EXPECT_TRUE(waitUntilNoConnectionIsLeft());
     serviceEndpoints().exchange(previous_);
   }
-  /// A client with a stop message on its way, and its service's end of the socket.
+  /// A client that has sent a stop message, and its service's end of the socket.
   void connect() {
     connection_->resume();
     proxy()->stopRoutingService();
@@ -38,7 +38,7 @@ class HostileService : public ::testing::Test {
     ASSERT_GE(accepted, 0);
     peer_ = std::make_unique<RawPeer>(accepted);
   }
-  /// Another client, to a name that has no history.
+  /// Another client, to a service name without a history.
   void renew() {
     name_ = freshServiceName();
     auto endpoint = serviceEndpoints().exchange(std::make_shared<OneEndpoint>(name_, path_));
@@ -168,7 +168,7 @@ TEST_F(HostileService, AStreamThatDoesNotBeginWithAHelloIsABreach) {
   connect();
   ASSERT_TRUE(peer_->send(example("received-data")));
   ASSERT_TRUE(log_->waitFor("invalidation"));
-  EXPECT_EQ(logged_.linesWith("the first frame is no hello"), 1U);
+  EXPECT_EQ(logged_.linesWith("the first frame is not a hello"), 1U);
   EXPECT_TRUE(receiver_->log.lines().empty());
 }
 
@@ -251,7 +251,7 @@ TEST_F(HostileService, AnAnnouncedLengthAllocatesNothing) {
   proxy()->startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
       1, 0, nullptr, nullptr, {});
   while (peer_->receiveFrame().size() !=
-         8 + 8 + 8 + 8 + 2) {  // the request has come, so the thread is at work
+         8 + 8 + 8 + 8 + 2) {  // the request has arrived, so the thread is running
   }
   EXPECT_LT(residentKiB(), before + 1024);
 }
@@ -266,7 +266,7 @@ TEST_F(HostileService, APeerThatTakesNothingMoreButStaysIsLost) {
 TEST_F(HostileService, ChangedBytesOfAWholeSessionNeverDoMoreThanEndIt) {
   const Bytes session = example("hello-router") + example("received-data") +
                         example("received-element-values") + example("received-data");
-  std::mt19937 random(20261121);  // the same bytes at each run
+  std::mt19937 random(20261121);  // the same bytes in every run
   for (int round = 0; round < 150; ++round) {
     if (round > 0) renew();
     Bytes changed(session);
@@ -317,9 +317,9 @@ TEST_F(HostileClient, ThatAsksWithoutReadingTheAnswersIsEnded) {
     request = request + Bytes{2, 0xFF};
     for (int i = 0; i < 4; ++i)
       request.push_back(static_cast<std::uint8_t>(text.size() >> (8 * i)));
-    if (!peer.send(request + text)) break;  // ended while we were still asking
+    if (!peer.send(request + text)) break;  // ended while we were still sending
   }
   const auto end = service_->end();
   ASSERT_TRUE(end && end->log.waitFor("invalidation"));
-  EXPECT_EQ(logged_.linesWith("asks but cannot be given the answers"), 1U);
+  EXPECT_EQ(logged_.linesWith("replies to the peer can no longer be queued"), 1U);
 }

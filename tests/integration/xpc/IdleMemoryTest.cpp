@@ -1,5 +1,5 @@
-// What a connection holds in memory when it has nothing to do. In a program of its own: the stacks
-// of other tests' threads would be measured too, and go when they like.
+// The memory that an idle connection holds. In a program of its own: the stacks of other tests'
+// threads would be counted too, and go at any time.
 #include <fstream>
 
 #include "tests/support/XPCPeers.h"
@@ -11,8 +11,8 @@ namespace {
 
 class IdleMemory : public XPCTest {};
 
-/// What is in memory of the small mappings without huge pages, in KiB: stacks, and the receive
-/// buffers. Large ones are a sanitizer's own.
+/// The resident part of the small mappings without huge pages, in KiB: stacks, and the receive
+/// buffers. Large ones belong to a sanitizer.
 std::size_t residentBuffers() {
   std::ifstream maps("/proc/self/smaps");
   constexpr std::size_t kSmall = 4096;
@@ -31,7 +31,7 @@ std::size_t residentBuffers() {
 }  // namespace
 
 TEST_F(IdleMemory, ALargeMessageLeavesNone) {
-  constexpr std::size_t kLetGo = 50;  // KiB at least, of some 60
+  constexpr std::size_t kReleased = 50;  // KiB at least, of about 60
   std::atomic<std::size_t> busy{0};
   service_->prepare = [&busy](End& end) {
     end.talker->onData = [&busy] { busy = residentBuffers(); };
@@ -40,7 +40,7 @@ TEST_F(IdleMemory, ALargeMessageLeavesNone) {
   client_.proxy()->data_tag(NSData::dataWithBytes(std::vector<std::uint8_t>(60'000)), 1);
   ASSERT_TRUE(end->log.waitFor("data 60000 1"));
   const auto limit = std::chrono::steady_clock::now() + kPatience;
-  while (residentBuffers() + kLetGo > busy) {  // there is no event
+  while (residentBuffers() + kReleased > busy) {  // no event signals this
     ASSERT_LT(std::chrono::steady_clock::now(), limit) << busy << ", now " << residentBuffers();
     std::this_thread::yield();
   }

@@ -1,5 +1,4 @@
-// From the first message to the end: launching, interruption, invalidation, dropping, what is left
-// behind.
+// From the first message to the end: launching, interruption, invalidation, release, and leaks.
 #include <fcntl.h>
 #include <sys/wait.h>
 
@@ -16,7 +15,7 @@ namespace {
 
 class Life : public XPCTest {
  protected:
-  /// The `number`-th connection of a test, ended in one of three ways.
+  /// Opens and ends connection `number` of a test, in one of three ways.
   void openAndEnd(std::size_t number) {
     client_.configure(makeConnection());
     const auto end = connect(number, number);
@@ -33,7 +32,7 @@ std::size_t openDescriptors() {
   return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
-/// A peer process at the end of a listening socket that this test made.
+/// A peer process that serves a listening socket created by this test.
 class PeerProcess {
  public:
   explicit PeerProcess(const std::string& path)
@@ -296,8 +295,8 @@ TEST_F(Life, NoDescriptorOrThreadStaysBehind) {
   client_.connection.reset();
   service_->end()->connection.reset();
   ASSERT_TRUE(waitUntilNoConnectionIsLeft());
-  // An earlier test's listener may still be closing when the first count is taken; what stays
-  // behind here would make every count larger than the one before.
+  // The first count may include a listener of an earlier test that is still closing; a leak here
+  // would make every count larger than the one before.
   std::size_t last = openDescriptors();
   std::size_t connections = 0;
   int same = 0;
@@ -323,7 +322,7 @@ TEST_F(Life, AnAnswerToARequestOfAnEarlierStreamAnswersNoneOfTheNext) {
   first->connection.reset();
   ASSERT_TRUE(client_.log.waitFor("interruption"));
   const auto second = connect(1, 1);
-  second->ask();  // with the number that the first stream's request had
+  second->ask();  // with the ID of the first stream's request
   ASSERT_TRUE(client_.log.waitFor("asked", 2));
   late.at(0)(error(7));
   client_.talker->takeHeld().at(0)(error(8));
@@ -351,8 +350,8 @@ TEST_F(Life, AFailureThatAnErrorHandlerBringsAboutComesBeforeTheReportToo) {
 
 TEST_F(Life, WhatIsSentBeforeTheReportIsDueFailsAheadOfItAndTheRestBehindIt) {
   const auto end = connect();
-  // From the last error handler ahead of the report, and, once the report's turn has come, from
-  // another thread: by then nothing can come before it any more.
+  // Sent by the last error handler before the report, and by another thread once the report is
+  // being made, when nothing can precede it any more.
   std::promise<void> turn;
   std::promise<void> sent;
   client_.connection->setInvalidationHandler([&] {
@@ -412,7 +411,7 @@ TEST_F(LifeWithAProcess, ACrashFailsWhatIsPendingThenInterruptsAndTheNextMessage
   echo("one");
   ASSERT_TRUE(client_.log.waitFor("echo one"));
   EXPECT_EQ(client_.connection->processIdentifier(),
-            ::getpid());  // who made the endpoint, not who serves it
+            ::getpid());  // the creator of the endpoint, not the process that serves it
   peer_.crash();
   ASSERT_TRUE(client_.log.waitFor("interruption"));
   EXPECT_EQ(client_.log.lines(), Lines({"echo one", "error 4097", "error 4097", "interruption"}));
@@ -461,9 +460,9 @@ TEST_F(Life, ConnectionsThatKeepEndingAtOnceAreReportedAllTheSame) {
 
 TEST_F(Life, InvalidateEndsThePauseBeforeAReport) {
   service_->refuses = true;
-  for (int i = 0; i < 100; ++i) {  // a minute and a half of pauses, were they waited out
+  for (int i = 0; i < 100; ++i) {  // a minute and a half of pauses if none were cut short
     End end;
-    end.talker = client_.talker;  // one client, whose connections end
+    end.talker = client_.talker;  // one client, whose connections keep ending
     end.configure(makeConnection());
     end.connection->resume();
     end.ask();

@@ -1,4 +1,4 @@
-// The service's end: whom it accepts, what it was handed, what it does when descriptors run out.
+// The service's end: which peers it accepts, passed descriptors, and a shortage of descriptors.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/un.h>
@@ -17,7 +17,7 @@ namespace {
 
 class Listener : public XPCTest {};
 
-/// The connection asks once, is told that it is invalid, and ends.
+/// The connection sends one request, is told that it is invalid, and ends.
 void expectRefusal(const std::shared_ptr<NSXPCConnection>& connection) {
   End refused;
   refused.configure(connection);
@@ -27,7 +27,7 @@ void expectRefusal(const std::shared_ptr<NSXPCConnection>& connection) {
   EXPECT_EQ(refused.log.lines(), Lines({"error 4099", "invalidation"}));
 }
 
-/// A service whose listener has other limits.
+/// A service whose listener has lower limits.
 class Limited : public XPCTest {
  protected:
   Limited() {
@@ -57,7 +57,7 @@ Bytes operator+(Bytes first, const Bytes& second) {
   return first;
 }
 
-/// What a starter hands over: variables and descriptors from 3 on, put back afterwards.
+/// Sets up what a starter passes on: variables and descriptors from 3 on; restored afterwards.
 class Handed : public ::testing::Test {
  protected:
   Handed() { socket_ = listenUnixSocket((directory_.path() / "s").string(), SOCK_STREAM, 4, 0600); }
@@ -156,8 +156,8 @@ TEST_F(Listener, OutlivesAShortageOfDescriptors) {
   address.sun_family = AF_UNIX;
   path_.copy(address.sun_path, sizeof address.sun_path - 1);
   const bool connected = waiting.connect(address);
-  // The listener meets the shortage now or after the limit is lifted; either way the connection is
-  // accepted in the end.
+  // The listener meets the shortage now or after the limit is lifted; either way it accepts the
+  // connection in the end.
   while (connected && logged_.linesWith("out of descriptors") == 0) std::this_thread::yield();
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
   ASSERT_TRUE(connected);
@@ -178,7 +178,7 @@ TEST_F(Listener, AConnectionThatGetsTheLastDescriptorIsServedAllTheSame) {
   path_.copy(address.sun_path, sizeof address.sun_path - 1);
   const bool connected = last.connect(address);
   const bool sent = connected && last.send({0, 0, 0, 0, 99, 0, 0, 0});
-  // Accepted now, or where even the listener's own need takes the last one, after the shortage.
+  // Accepted now, or after the shortage if the listener itself needed the last descriptor.
   while (sent && service_->accepted() == 0 && logged_.linesWith("out of descriptors") == 0)
     std::this_thread::yield();
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
@@ -198,7 +198,7 @@ TEST_F(Limited, WhoSaysNoHelloInTimeIsClosedAndWhoDoesIsNot) {
   const Bytes hello = helloFrame();
   ASSERT_TRUE(halting.send(Bytes(hello.begin(), hello.begin() + 10)));
   ASSERT_TRUE(polite.send(hello));
-  limits_.helloWithin = std::chrono::milliseconds{0};  // so what counts is what lies there already
+  limits_.helloWithin = std::chrono::milliseconds{0};  // so only what has already arrived counts
   service_ = Service::serve(socket, limits_);
   for (RawPeer* peer : {&silent, &halting}) {
     EXPECT_EQ(peer->receiveFrame().size(), helloFrame("Talk").size());
@@ -279,7 +279,7 @@ TEST_F(Limited, WhatAUsersConnectionsKeepUnsentIsBoundedTogether) {
   const auto one = service_->end(0)->connection;
   EXPECT_GT(one->unsentBytesOfUser(), limits_.unsentBytesOfUser / 2);
   EXPECT_LE(one->unsentBytesOfUser(), limits_.unsentBytesOfUser + deaf.size() * (kBlock + 64));
-  const auto reader = connect(9, deaf.size());  // one that reads goes without nothing
+  const auto reader = connect(9, deaf.size());  // a peer that reads loses nothing
   for (std::uint32_t n = 0; n < 10; ++n) {
     reader->proxy()->data_tag(NSData::dataWithLength(100, [](auto) {}), n);
     ASSERT_TRUE(client_.log.waitFor("data 100 " + std::to_string(n)));
@@ -331,8 +331,8 @@ TEST_F(Handed, SomethingThatIsNoListeningSocketIsRefused) {
 }
 
 TEST_F(Handed, TheNamedDescriptorIsTakenOnceAndIsCloseOnExec) {
-  // Descriptors begin at 3, whatever this process has there: ours goes behind as many others as
-  // need be.
+  // Descriptors begin at 3, whatever this process has there: ours comes after as many others as
+  // needed.
   const int place = ::fcntl(socket_, F_DUPFD, 40);
   ASSERT_GE(place, 40);
   std::string names;
@@ -346,7 +346,7 @@ TEST_F(Handed, TheNamedDescriptorIsTakenOnceAndIsCloseOnExec) {
 
 TEST_F(Handed, ADirectoryIsTakenOnceAndIsCloseOnExec) {
   const int directory = ::open(directory_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  const int place = ::fcntl(directory, F_DUPFD, 60);  // not the place of the test above
+  const int place = ::fcntl(directory, F_DUPFD, 60);  // not the number used by the test above
   ::close(directory);
   ASSERT_GE(place, 60);
   std::string names;

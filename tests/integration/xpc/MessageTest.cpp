@@ -1,4 +1,4 @@
-// Messages, requests and the queue that they run on.
+// Messages, requests, and the queue on which they are delivered.
 #include <pthread.h>
 
 #include <array>
@@ -213,7 +213,7 @@ TEST_F(Message, AnotherExportedObjectTakesWhatComesAfterADelivery) {
 
 TEST_F(Message, ForAnObjectThatGoesWithItsConnectionIsDroppedInSilence) {
   const auto end = connect();
-  client_.talker = std::make_shared<Talker>(client_.log);  // the exported one is gone
+  client_.talker = std::make_shared<Talker>(client_.log);  // the exported one no longer exists
   end->proxy()->note(1);
   end->ask();
   ASSERT_TRUE(end->log.waitFor("error 4101"));
@@ -240,19 +240,19 @@ TEST_F(Message, ForNoObjectIsReportedAtOnceAndOnce) {
   end->proxy()->note(1);
   end->ask();
   ASSERT_TRUE(end->log.waitFor("error 4101"));
-  EXPECT_EQ(logged_.linesWith("there is no exported object"), 1U);
+  EXPECT_EQ(logged_.linesWith("no object is exported"), 1U);
 }
 
 TEST_F(Message, ABatchArrivesWholeAndInOrderWhenItIsSent) {
   const auto end = connect(0);
   const auto [batch, proxy] = client_.batch();
   for (std::uint64_t i = 2; i < 100; ++i) proxy->note(i);
-  client_.proxy()->note(1);  // not through the batch: at once
+  client_.proxy()->note(1);  // not through the batch: sent at once
   ASSERT_TRUE(end->log.waitFor("note 1"));
   EXPECT_EQ(end->log.lines(), notes(0, 2));
   batch->send();
   ASSERT_TRUE(end->log.waitFor("note 99"));
-  batch->send();  // there is nothing in it any more
+  batch->send();  // it is empty by now
   proxy->note(100);
   batch->send();
   ASSERT_TRUE(end->log.waitFor("note 100"));

@@ -1,4 +1,4 @@
-// A peer that reads slowly or not at all costs its own connection only, and what is lost is
+// A peer that reads slowly or not at all affects only its own connection, and what is lost is
 // counted.
 #include <cerrno>
 #include <future>
@@ -10,7 +10,7 @@ using namespace testsupport;
 
 namespace {
 
-/// The service's end of the first connection stands still in its first note until the gate opens.
+/// The service's end of the first connection blocks in its first note until the gate opens.
 class SlowPeer : public XPCTest {
  protected:
   SlowPeer() {
@@ -104,7 +104,7 @@ TEST_F(SlowPeer, TheBacklogTakesItsLimitToTheByte) {
   const std::size_t quarter = kXPCUnsentLimit / 4;
   for (const std::size_t last : {quarter - 1, quarter, quarter + 1}) {
     End end;
-    end.configure(makeConnection());  // not resumed, so that nothing leaves
+    end.configure(makeConnection());  // not resumed, so nothing is sent
     const auto proxy = end.proxy();
     proxy->data_tag(frameOf(half), 0);
     proxy->data_tag(frameOf(quarter), 0);
@@ -120,7 +120,7 @@ TEST_F(SlowPeer, TheBacklogTakesItsLimitToTheByte) {
 
 TEST_F(SlowPeer, WhatOfABatchDoesNotFitIsDroppedMessageByMessage) {
   End end;
-  end.configure(makeConnection());  // not resumed, so that nothing leaves
+  end.configure(makeConnection());  // not resumed, so nothing is sent
   const auto [batch, proxy] = end.batch();
   const std::size_t half = kXPCUnsentLimit / 2;
   const auto data = block(half - 100);
@@ -144,7 +144,7 @@ TEST_F(SlowPeer, WhatOfABatchDoesNotFitIsDroppedMessageByMessage) {
 
 TEST_F(SlowPeer, ABatchLargerThanTheSocketTakesArrivesInOrder) {
   const auto end = connectToSlow();
-  const auto data = block(5000);  // so that the socket is full in the midst of a message
+  const auto data = block(5000);  // so that the socket is full in the middle of a message
   const auto proxy = client_.proxy();
   std::uint32_t sent = 0;
   const auto sendBatch = [&](std::uint32_t count) {

@@ -1,4 +1,4 @@
-// Quick stop and start, against a small client that knows no better than to believe every report.
+// Quick stops and starts, with a small client that simply believes every report.
 #include <random>
 
 #include "tests/support/XPCPeers.h"
@@ -8,8 +8,8 @@ using namespace testsupport;
 
 namespace {
 
-/// Holds at most one connection, opens one when it is started and has none, and closes what it
-/// holds at each report.
+/// Holds at most one connection, opens one when it is started without one, and closes what it holds
+/// at each report.
 class Believer final : public Talk, public std::enable_shared_from_this<Believer> {
  public:
   explicit Believer(std::string service) : service_(std::move(service)) {}
@@ -83,10 +83,10 @@ class StaleReport : public XPCTest {
   void SetUp() override {
     service_->prepare = [](End&) {};
   }
-  /// Whether no connection is opened any more: none is wanted and there is none, or the count
-  /// stands still while a whole round trip passes. A believer that is started may be without one
-  /// for a moment: a report that began when it was stopped closes what it has opened since, and
-  /// then opens another.
+  /// Whether no more connections are opened: none is wanted and none exists, or their number stays
+  /// the same during a whole round trip. A started believer may be without one for a moment: a
+  /// report that began while it was stopped closes what it has opened since, and it then opens
+  /// another.
   bool settles(Believer& believer) {
     const auto limit = std::chrono::steady_clock::now() + kPatience;
     while (std::chrono::steady_clock::now() < limit) {

@@ -1,5 +1,6 @@
-// An application with a service and two clients in it that forks, and looks whether all goes on
-// once its child has ended. The argument says what the child does. Ends with 0 when all goes on.
+// An application with a service and two clients in it that forks, and checks that everything still
+// works once its child has ended. The argument says what the child does. Exits with 0 if everything
+// works.
 #include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,9 +16,9 @@ using namespace testsupport;
 
 namespace {
 
-constexpr unsigned kLongestChild = 30;  // seconds; a child that hangs is ended by SIGALRM
+constexpr unsigned kLongestChild = 30;  // seconds; a child that hangs is killed by SIGALRM
 
-/// Queue threads have all signals blocked, and so has a child that one of them makes.
+/// Queue threads have all signals blocked, and so does a child that one of them forks.
 void limitTime() {
   sigset_t alarms;
   ::sigemptyset(&alarms);
@@ -26,7 +27,7 @@ void limitTime() {
   ::alarm(kLongestChild);
 }
 
-/// Ends of which one is destroyed by exit(), the other by a return from main.
+/// Two ends, of which one is destroyed by exit(), the other by a return from main.
 struct Ends {
   End& kept;
   End& local;
@@ -34,7 +35,7 @@ struct Ends {
   std::shared_ptr<Service> service;
 };
 
-/// What the service does with a note and with a new connection, from when it is set.
+/// What the service does with a note and with a new connection, once set.
 std::atomic<const std::function<void(std::uint64_t)>*> onNote{nullptr};
 std::atomic<const std::function<void()>*> onConnection{nullptr};
 
@@ -50,11 +51,11 @@ int failure(const std::string& what) {
   return 1;
 }
 
-/// A child for which a thread of its parent's held something in the moment of the fork, which
-/// nobody can take back from it there.
+/// The status of a child that was forked while a thread of its parent held something that nobody in
+/// the child can release.
 constexpr int kForkedTooSoon = 6;
 
-/// Its exit status; 128 where it has none.
+/// Its exit status; 128 if it did not exit normally.
 int statusOf(pid_t child) {
   int status = 0;
   return ::waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : 128;
@@ -81,7 +82,7 @@ bool connects(End& end, Service& service, std::size_t index, const std::string& 
   return accepted && accepted->log.waitFor("note " + std::to_string(index));
 }
 
-/// Messages pass both ways, and nothing else was heard.
+/// Whether messages pass both ways and nothing else was reported.
 bool goesOn(End& end, const std::shared_ptr<End>& accepted, std::uint64_t number) {
   const std::string line = "note " + std::to_string(number);
   end.proxy()->note(number);
@@ -115,7 +116,7 @@ void release(Ends& ends) {
   if (liveConnectionCount() != 0) ::_exit(kForkedTooSoon);
 }
 
-/// What the child does; true: it returns from main then.
+/// What the child does; true if it then returns from main.
 bool behave(const std::string& what, Ends& ends) {
   limitTime();
   if (what == "returns") return true;
@@ -136,7 +137,7 @@ bool behave(const std::string& what, Ends& ends) {
   ::_exit(what == "executes" ? 127 : 0);
 }
 
-/// The child is made in the midst of a batch, and sends its copy of it.
+/// The child is forked in the middle of a batch, and sends its copy of it.
 bool forkInABatch(const Ends& ends) {
   const auto batch = ends.kept.connection->makeBatch();
   const auto batched = batch->proxyWithErrorHandler<Talk>({});
@@ -156,7 +157,7 @@ bool forkInABatch(const Ends& ends) {
          log.count("note 502") == 0;
 }
 
-/// The child is made on a connection's own queue, and its handler returns.
+/// The child is forked on a connection's own queue, and its handler returns.
 bool forkInAHandler(const Ends& ends) {
   std::atomic<bool> endedWell{false};
   const std::function<void(std::uint64_t)> fork = [&](std::uint64_t number) {
@@ -170,7 +171,7 @@ bool forkInAHandler(const Ends& ends) {
     ends.local.log.add("note by the handler");
   };
   onNote = &fork;
-  // More than one frame in one read, so that there would be something to go on with.
+  // More than one frame in one read, so that there is something left to deliver.
   const auto batch = ends.kept.connection->makeBatch();
   const auto batched = batch->proxyWithErrorHandler<Talk>({});
   for (std::uint64_t i = 600; i < 700; ++i) batched->note(i);
@@ -181,7 +182,7 @@ bool forkInAHandler(const Ends& ends) {
   return heard && endedWell;
 }
 
-/// The child is made on the listener's thread.
+/// The child is forked on the listener's thread.
 bool forkInTheListener(const Ends& ends, const std::string& name) {
   std::atomic<bool> endedWell{false};
   EventLog log;
@@ -201,7 +202,7 @@ bool forkInTheListener(const Ends& ends, const std::string& name) {
   return endedWell && goesOn(third, ends.service->end(2), 700);
 }
 
-/// Another thread sends all the time, so that many a child is made while it holds a lock.
+/// Another thread sends all the time, so that many children are forked while it holds a lock.
 bool forkInAHurry(const Ends& ends) {
   std::atomic<bool> isOver{false};
   std::thread sender([&] {
@@ -246,7 +247,7 @@ bool forks(const std::string& what, Ends& ends, const std::string& name, bool* i
 
 int main(int argc, char** argv) {
   if (argc != 2) return 2;
-  auto* const directory = new TemporaryDirectory;  // a child must not clear it away
+  auto* const directory = new TemporaryDirectory;  // a child must not remove it
   const std::string path = (directory->path() / "service.sock").string();
   const std::string name = freshServiceName();
   const auto previous = serviceEndpoints().exchange(std::make_shared<OneEndpoint>(name, path));
@@ -269,6 +270,6 @@ int main(int argc, char** argv) {
   const bool gone = waitUntilNoConnectionIsLeft();
   delete directory;
   if (!well) return failure("the child did not end well");
-  if (!goOn) return failure("the parent's connections do not go on");
-  return gone ? 0 : failure("connections stay");
+  if (!goOn) return failure("the parent's connections no longer work");
+  return gone ? 0 : failure("connections are left over");
 }

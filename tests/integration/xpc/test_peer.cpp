@@ -1,4 +1,4 @@
-// Serves the test protocol on the listening socket whose number is given, until it is killed.
+// Serves the test protocol on the listening socket with the given number, until it is killed.
 #include <csignal>
 
 #include "tests/support/XPCPeers.h"
@@ -19,7 +19,7 @@ int main(int argc, char** argv) {
     }
 
    private:
-    std::vector<std::shared_ptr<End>> ends_;  // only the listener's thread comes here
+    std::vector<std::shared_ptr<End>> ends_;  // used only by the listener's thread
   };
   const auto listener = platform::NSXPCListener::initWithListeningDescriptor(std::stoi(argv[1]));
   if (!listener) return 1;

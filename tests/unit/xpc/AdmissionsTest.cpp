@@ -22,8 +22,8 @@ class AdmissionsTest : public ::testing::Test {
     limits_.unsentBytes = 150;
     admissions_ = std::make_shared<Admissions>(limits_);
   }
-  /// Lets a connection in, as its number; -1: refused. `ended` gets the number of the one that had
-  /// to go, or -1.
+  /// Admits a connection and returns its number; -1: refused. `ended` gets the number of the one
+  /// that had to make room, or -1.
   int admit(uid_t user, int* ended = nullptr) {
     cores_.push_back(ConnectionCore::toService("any"));
     auto answer = admissions_->admit(user, cores_.back());
@@ -69,7 +69,7 @@ TEST_F(AdmissionsTest, WhoHasSpokenIsNotEndedForAnother) {
   EXPECT_EQ(ended, -1);
   EXPECT_EQ(refusal_, "its user has too many connections");
   EXPECT_EQ(admit(kOne), -1);
-  EXPECT_EQ(refusal_, "");  // once is enough
+  EXPECT_EQ(refusal_, "");  // said only once
   EXPECT_GE(admit(kOther), 0);
   places_[0].reset();
   EXPECT_GE(admitSpeaking(kOne), 0);

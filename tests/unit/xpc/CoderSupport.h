@@ -44,7 +44,7 @@ struct Decoded {
 
 inline Decoded decode(const Bytes& bytes, TagSet outermost = kEverything,
                       TagSet inside = kEverything) {
-  // A heap block of exactly that size, so that the sanitizer sees a read beyond it.
+  // A heap block of exactly that size, so that a sanitizer sees any read beyond it.
   const Bytes exact(bytes);
   WireReader reader(exact);
   DecodeResult result = decodeObject(reader, outermost, inside);
@@ -63,7 +63,7 @@ inline platform::HIDElementValueRecord record(std::uint32_t reportID, std::uint3
   return {reportID, page, usage, cookie, value, bytes};
 }
 
-/// One object of each kind that the coder knows, and a few nested ones.
+/// One object of each kind that the coder supports, and a few nested ones.
 inline std::vector<Object> samples() {
   using namespace platform;
   static const std::uint8_t field[] = {1, 2, 3};

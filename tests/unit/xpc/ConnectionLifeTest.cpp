@@ -12,7 +12,7 @@ using platform::xpc::ConnectionLife;
 using Event = ConnectionLife::Event;
 using Phase = ConnectionLife::Phase;
 
-const std::map<Phase, std::vector<Event>> waysTo = {
+const std::map<Phase, std::vector<Event>> kWaysTo = {
     {Phase::Fresh, {}},
     {Phase::Active, {Event::Resume}},
     {Phase::Cancelled, {Event::Invalidate}},
@@ -24,13 +24,13 @@ const std::map<Phase, std::vector<Event>> waysTo = {
 
 ConnectionLife lifeIn(Phase phase) {
   ConnectionLife life;
-  for (const Event event : waysTo.at(phase)) EXPECT_TRUE(life.take(event));
+  for (const Event event : kWaysTo.at(phase)) EXPECT_TRUE(life.take(event));
   EXPECT_EQ(life.phase(), phase);
   return life;
 }
 
-/// Everything that has a place in a phase; whatever is not listed changes nothing.
-const std::map<Phase, std::map<Event, Phase>> legal = {
+/// The valid transitions; every event that is not listed changes nothing.
+const std::map<Phase, std::map<Event, Phase>> kLegal = {
     {Phase::Fresh,
      {{Event::Resume, Phase::Active},
       {Event::Invalidate, Phase::Cancelled},
@@ -50,9 +50,9 @@ const std::map<Phase, std::map<Event, Phase>> legal = {
 };
 
 TEST(ConnectionLife, TakesWhatHasAPlaceInItsPhaseAndNothingElse) {
-  ASSERT_EQ(legal.size(), ConnectionLife::phases);
-  for (const auto& [phase, next] : legal) {
-    for (std::size_t i = 0; i < ConnectionLife::events; ++i) {
+  ASSERT_EQ(kLegal.size(), ConnectionLife::kPhaseCount);
+  for (const auto& [phase, next] : kLegal) {
+    for (std::size_t i = 0; i < ConnectionLife::kEventCount; ++i) {
       const auto event = static_cast<Event>(i);
       ConnectionLife life = lifeIn(phase);
       const auto found = next.find(event);
@@ -66,13 +66,13 @@ TEST(ConnectionLife, TakesWhatHasAPlaceInItsPhaseAndNothingElse) {
 TEST(ConnectionLife, SaysWhatAPhaseIsLike) {
   const auto inThese = [](auto question) {
     std::string names;
-    for (const auto& [phase, way] : waysTo)
+    for (const auto& [phase, way] : kWaysTo)
       if ((lifeIn(phase).*question)()) names += "FACIALO"[static_cast<std::size_t>(phase)];
     return names;
   };
   EXPECT_EQ(inThese(&ConnectionLife::isActive), "A");
   EXPECT_EQ(inThese(&ConnectionLife::hasEnded), "CIALO");
-  EXPECT_EQ(inThese(&ConnectionLife::endsByOwnHand), "CIA");
+  EXPECT_EQ(inThese(&ConnectionLife::endsLocally), "CIA");
   EXPECT_EQ(inThese(&ConnectionLife::mayReport), "FACIL");
 }
 

@@ -1,4 +1,4 @@
-// How much memory decoding asks for. The operators below count for the whole program.
+// How much memory decoding allocates. The operators below count for the whole program.
 #include <gtest/gtest.h>
 #include <malloc.h>
 
@@ -36,7 +36,7 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
   return counted(size);
 }
-// Also these: a sanitizer has its own.
+// These too: a sanitizer has its own.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept try {
   return counted(size);
 } catch (const std::bad_alloc&) {
@@ -64,7 +64,7 @@ namespace {
 
 using namespace codertest;
 
-/// What decoding these bytes takes at its height, beyond what was in use.
+/// The peak memory of decoding these bytes, beyond what was in use before.
 std::size_t memoryOf(const Bytes& bytes, std::string& reason) {
   WireReader reader(bytes);
   const std::size_t before = inUse;
@@ -79,7 +79,7 @@ void expectModestMemory(const Bytes& bytes, std::size_t factor) {
   std::string reason;
   const std::size_t taken = memoryOf(bytes, reason);
   EXPECT_EQ(reason, "");
-  // A little for what is there from then on: the first decoding makes it.
+  // The extra bytes are for objects that the first decoding creates once.
   EXPECT_LE(taken, factor * bytes.size() + 1024) << "with members of tag " << int{bytes[6]};
 }
 
@@ -92,7 +92,7 @@ Bytes arrayOf(std::uint32_t count, const Bytes& member) {
   return bytes;
 }
 
-/// As many collections inside one another as an array may hold, innermost `leaf`.
+/// As many nested collections as an array may hold, with `leaf` innermost.
 Bytes nested(const Bytes& begin, const Bytes& leaf) {
   Bytes bytes;
   for (std::size_t i = 0; i < kMaxObjectDepth - 2; ++i)
@@ -104,7 +104,7 @@ Bytes nested(const Bytes& begin, const Bytes& leaf) {
 }  // namespace
 
 TEST(DecodingMemory, AClaimedCountTakesNoneBeforeItsMembersAreThere) {
-  // Each of 64 arrays claims nearly all the bytes behind it.
+  // Each of 64 arrays claims nearly all of the bytes after it.
   Bytes bytes;
   for (int i = 0; i < 64; ++i) bytes.insert(bytes.end(), {9, 0xFF, 0, 0, 0xF0, 0});
   bytes.push_back(16);
@@ -115,8 +115,8 @@ TEST(DecodingMemory, AClaimedCountTakesNoneBeforeItsMembersAreThere) {
 }
 
 TEST(DecodingMemory, FollowsTheBytesThatAreRead) {
-  // Dictionaries of one entry take most, above all with an empty array that can change, which must
-  // be an object of its own.
+  // Dictionaries of one entry take most, above all with an empty mutable array, which must be an
+  // object of its own.
   constexpr std::size_t kFactor = 48;
   const std::vector<Bytes> smallest = {{1, 0},
                                        {1, 1, 7},
@@ -139,7 +139,7 @@ TEST(DecodingMemory, FollowsTheBytesThatAreRead) {
                                        {10, 1, 10, 0},
                                        {11, 1, 10, 0, 10, 0},
                                        {11, 1, 8, 1, 'a', 8, 1, 'a'}};
-  // Just more than a power of two: the room for members has been doubled for a few.
+  // Just over a power of two: the room for members has been doubled for only a few.
   constexpr std::uint32_t kMembers = 33'000;
   for (const Bytes& member : smallest) expectModestMemory(arrayOf(kMembers, member), kFactor);
   // The same for members of many bytes.

@@ -1,4 +1,4 @@
-// What a peer's bytes are taken for, frame by frame, without a connection.
+// How a peer's bytes are understood, frame by frame, without a connection.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -34,7 +34,7 @@ FrameReceiver greeted() {
   EXPECT_EQ(receiver.next(hello()), Outcome::Frame);
   return receiver;
 }
-/// The reason of the breach that the frame is behind a hello; "none" if it is none.
+/// The reason of the breach that a frame after the hello is; "none" if it is valid.
 std::string breachOf(const Bytes& bytes) {
   FrameReceiver receiver = greeted();
   if (receiver.next(bytes) != Outcome::Breach) return "none";
@@ -86,7 +86,7 @@ TEST(FrameReceiver, NothingComesBeforeTheHello) {
   for (const std::uint8_t kind : {2, 3, 4, 5, 6}) {
     FrameReceiver receiver;
     ASSERT_EQ(receiver.next(frame(kind, id(1))), Outcome::Breach) << int{kind};
-    EXPECT_EQ(receiver.reason(), "the first frame is no hello");
+    EXPECT_EQ(receiver.reason(), "the first frame is not a hello");
   }
 }
 
@@ -100,9 +100,9 @@ TEST(FrameReceiver, ABreachHasAReason) {
   EXPECT_EQ(breachOf(frame(3, {1, 2})), "a request without an ID");
   EXPECT_EQ(breachOf(frame(6, {1})), "a farewell with a body");
   for (const Bytes& body : {Bytes{1, 2}, id(1, {2})})
-    EXPECT_EQ(breachOf(frame(5, body)), "a malformed frame about a dropped reply");
+    EXPECT_EQ(breachOf(frame(5, body)), "a malformed reply-dropped frame");
   for (const std::uint8_t kind : {1, 4, 5, 6})
-    EXPECT_EQ(breachOf(frame(kind, id(1), 1)), "a method number where none belongs");
+    EXPECT_EQ(breachOf(frame(kind, id(1), 1)), "an unexpected method number");
 }
 
 TEST(FrameReceiver, AReplyThatIsCutShortAnswersNobody) {
@@ -121,7 +121,7 @@ TEST(FrameReceiver, AHelloIsComparedWithOurs) {
   receiver.reset();
   EXPECT_FALSE(receiver.sawHello());
   ASSERT_EQ(receiver.next(none), Outcome::Frame);
-  EXPECT_EQ(receiver.mismatchWith({}), "a hello that is none");
+  EXPECT_EQ(receiver.mismatchWith({}), "a malformed hello");
 }
 
 TEST(FrameReceiver, DecodesCallsThatTheProtocolKnows) {
@@ -140,8 +140,8 @@ TEST(FrameReceiver, DecodesCallsThatTheProtocolKnows) {
     EXPECT_EQ(result.verdict, DecodeVerdict::Malformed);
     return std::string(result.reason);
   };
-  EXPECT_EQ(reasonFor(frame(2, {}, 2)), "a method that the protocol lacks");
-  EXPECT_EQ(reasonFor(frame(3, id(1))), "a message and a request mistaken for each other");
+  EXPECT_EQ(reasonFor(frame(2, {}, 2)), "an unknown method");
+  EXPECT_EQ(reasonFor(frame(3, id(1))), "a message sent as a request, or a request as a message");
 }
 
 TEST(FrameReceiver, DecodesRepliesByTheirRules) {

@@ -313,14 +313,14 @@ TEST(ObjectCoder, EntriesTravelInTheOrderOfTheirKeysBytes) {
 }
 
 TEST(ObjectCoder, KeysThatDoNotAscendAreMalformed) {
-  constexpr std::string_view kOrder = "keys of a dictionary that are not in ascending order";
-  constexpr std::string_view kTwice = "a key that stands twice in a dictionary";
+  constexpr std::string_view kOrder = "dictionary keys not in ascending order";
+  constexpr std::string_view kTwice = "a duplicate key in a dictionary";
   EXPECT_EQ(decode({11, 2, 2, 1, 'b', 3, 1, 2, 1, 'a', 3, 1}).reason, kOrder);
   EXPECT_EQ(decode({11, 2, 2, 1, 'a', 3, 1, 2, 1, 'a', 3, 1}).reason, kTwice);
   EXPECT_EQ(decode({11, 3, 2, 1, 'a', 3, 1, 2, 1, 'b', 3, 1, 2, 1, 'a', 3, 1}).reason, kOrder);
-  // Nothing behind it is looked at, the value included.
+  // Nothing after it is examined, not even the value.
   EXPECT_EQ(decode({11, 2, 2, 1, 'b', 3, 1, 2, 1, 'a', 99, 9}).reason, kOrder);
-  // Equal, though their bytes are not.
+  // Equal, although their bytes differ.
   EXPECT_EQ(decode({11, 2, 3, 0, 3, 1, 4, 0, 0, 0, 0, 0, 0, 0, 0, 3, 1}).reason, kTwice);
   EXPECT_EQ(decode({11, 2, 9, 1, 3, 0, 3, 1, 10, 1, 3, 0, 3, 1}).reason, kTwice);
 }

@@ -59,7 +59,7 @@ class OutboxTest : public testing::Test {
   void open() { outbox_.open(ends_[0], {}); }
   void put(const Bytes& frame) { outbox_.put(frame, true, nullptr); }
   void flush() { outbox_.flush(released_); }
-  /// All that the other end can read now.
+  /// Everything that the other end can read now.
   Bytes arrived() {
     Bytes all;
     std::array<std::uint8_t, 65536> buffer{};
@@ -67,7 +67,7 @@ class OutboxTest : public testing::Test {
       all.insert(all.end(), buffer.data(), buffer.data() + got);
     return all;
   }
-  /// So that the socket takes no further byte.
+  /// Fills the socket so that it takes no further byte.
   void fillSocket() {
     const Bytes block(4096);
     while (::send(ends_[0], block.data(), block.size(), MSG_DONTWAIT) > 0) {
@@ -85,7 +85,7 @@ TEST_F(OutboxTest, WhatIsSentBeforeTheStreamStandsFollowsTheHello) {
   EXPECT_EQ(outbox_.size(), 3U);
   EXPECT_FALSE(outbox_.isOpen());
   open();
-  EXPECT_EQ(arrived(), Bytes()) << "opening blocks for nothing and writes nothing";
+  EXPECT_EQ(arrived(), Bytes()) << "opening neither blocks nor writes";
   flush();
   EXPECT_EQ(arrived(), hello() + Bytes({1, 2, 3}));
   EXPECT_TRUE(outbox_.empty());
@@ -101,7 +101,7 @@ TEST_F(OutboxTest, WhatIsSentWhileNothingWaitsGoesOutAtOnce) {
   put({2});
   arrived();
   put({3});
-  EXPECT_EQ(arrived(), Bytes()) << "behind what waits";
+  EXPECT_EQ(arrived(), Bytes()) << "after what waits";
   flush();
   EXPECT_EQ(arrived(), Bytes({2, 3}));
 }
@@ -166,7 +166,7 @@ TEST_F(OutboxTest, SaysOnceThatDroppingBegins) {
   EXPECT_FALSE(outbox_.drop());
   open();
   flush();
-  EXPECT_TRUE(outbox_.drop()) << "anew once everything was written";
+  EXPECT_TRUE(outbox_.drop()) << "again once everything has been written";
   EXPECT_EQ(outbox_.dropped(), 3U);
 }
 
@@ -191,7 +191,7 @@ TEST_F(OutboxTest, APeerThatHasGoneBreaksIt) {
   EXPECT_FALSE(outbox_.wantsToWrite());
   EXPECT_FALSE(outbox_.empty());
   outbox_.close();
-  EXPECT_FALSE(outbox_.isBroken()) << "the next stream is another";
+  EXPECT_FALSE(outbox_.isBroken()) << "the next stream starts afresh";
 }
 
 TEST_F(OutboxTest, BrokenOffThePeerSeesTheEnd) {
@@ -204,7 +204,7 @@ TEST_F(OutboxTest, BrokenOffThePeerSeesTheEnd) {
   EXPECT_EQ(::read(ends_[1], &byte, 1), 0) << "the end of the stream";
 }
 
-/// `sizes` messages of so many bytes, each with a handler.
+/// Messages of the given sizes, each with a handler.
 struct Batch : BatchedFrames {
   Batch(std::initializer_list<std::size_t> sizes) {
     for (const std::size_t size : sizes) {
@@ -222,7 +222,7 @@ TEST_F(OutboxTest, OfABatchEachMessageIsTakenOrRefused) {
   EXPECT_EQ(refused, Outbox::Handlers{batch.messages[1].errorHandler});
   EXPECT_EQ(outbox_.size(), kXPCUnsentLimit - 1);
   EXPECT_EQ(outbox_.dropped(), 1U);
-  EXPECT_FALSE(outbox_.put(Batch{8}, refused)) << "no news any more";
+  EXPECT_FALSE(outbox_.put(Batch{8}, refused)) << "reported already";
 }
 
 TEST_F(OutboxTest, ABatchGoesOutAtOnceAndWhatIsLeftOfItWaits) {

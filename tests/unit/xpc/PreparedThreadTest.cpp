@@ -34,7 +34,7 @@ TEST(PreparedThread, CallsWhatIsBegunOnAThreadOfItsOwn) {
 TEST(PreparedThread, MovesToANewOwner) {
   PreparedThread first = PreparedThread::make();
   PreparedThread second = std::move(first);
-  EXPECT_FALSE(first);  // NOLINT: what is left of it is what is asked
+  EXPECT_FALSE(first);  // NOLINT: the moved-from state is what is tested
   ASSERT_TRUE(second);
   std::promise<std::thread::id> promise;
   auto called = promise.get_future();
@@ -44,7 +44,7 @@ TEST(PreparedThread, MovesToANewOwner) {
   EXPECT_EQ(called.wait_for(kPatience), std::future_status::ready);
 }
 
-/// As the kernel counts them; a listing of /proc/self/task leaves some out while others end.
+/// As the kernel counts them; a listing of /proc/self/task misses some while others end.
 std::size_t threadsOfThisProcess() {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);)
@@ -52,7 +52,7 @@ std::size_t threadsOfThisProcess() {
   return 0;
 }
 
-/// Waits until there are no more than `count`; how many there are then.
+/// Waits until there are at most `count` threads and returns how many there are.
 std::size_t threadsOnceNoMoreThan(std::size_t count) {
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
   std::size_t now = threadsOfThisProcess();
@@ -62,8 +62,8 @@ std::size_t threadsOnceNoMoreThan(std::size_t count) {
 }
 
 TEST(PreparedThread, EndsUnbegunWithItsOwner) {
-  // A thread of an earlier test may be among the first count; what stayed behind here would make
-  // every count larger than the one before.
+  // The first count may include a thread of an earlier test; a leak here would make every count
+  // larger than the one before.
   std::size_t last = threadsOfThisProcess();
   int same = 0;
   for (int round = 0; round < 10 && same < 2; ++round) {
@@ -77,7 +77,8 @@ TEST(PreparedThread, EndsUnbegunWithItsOwner) {
   EXPECT_EQ(same, 2);
 }
 
-/// In a process that may not have another thread; a superuser's could not be kept from it.
+/// Runs `act` in a process that may not create another thread: as another user if this one is a
+/// superuser, whom the limit does not bind.
 std::string withoutThreads(const std::function<std::string()>& act) {
   return testsupport::asUser(testsupport::isSuperuser() ? testsupport::otherUser : ::getuid(), [&] {
     const rlimit none{0, 0};

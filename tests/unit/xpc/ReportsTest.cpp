@@ -72,7 +72,7 @@ TEST(Pacing, HugeAttemptNumbersDoNotOverflow) {
 TEST(Patience, EndsWhereMemoryStaysShort) {
   const unsigned before = attemptsWhileShort.exchange(4);
   unsigned asked = 0;
-  EXPECT_FALSE(patiently([&] {
+  EXPECT_FALSE(retryWhileShort([&] {
     ++asked;
     throw std::bad_alloc();
   }));
@@ -82,7 +82,7 @@ TEST(Patience, EndsWhereMemoryStaysShort) {
 
 TEST(Patience, LastsWhileAShortagePasses) {
   unsigned asked = 0;
-  EXPECT_TRUE(patiently([&] {
+  EXPECT_TRUE(retryWhileShort([&] {
     if (++asked < 3) throw std::bad_alloc();
   }));
   EXPECT_EQ(asked, 3U);

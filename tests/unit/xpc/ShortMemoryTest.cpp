@@ -1,5 +1,5 @@
-// What the sending side keeps when memory is short at any moment. The operators below fail when
-// they are told to, for the whole program.
+// The state of the sending side when memory is short at any moment. The operators below fail on
+// demand, for the whole program.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr long never = -1;
-std::atomic<long> allocationsUntilFailure{never};
+constexpr long kNever = -1;
+std::atomic<long> allocationsUntilFailure{kNever};
 
 void* allocated(std::size_t size) {
   if (allocationsUntilFailure >= 0 && allocationsUntilFailure-- == 0) throw std::bad_alloc();
@@ -29,7 +29,7 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
   return allocated(size);
 }
-// Also these: a sanitizer has its own.
+// These too: a sanitizer has its own.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return std::malloc(size == 0 ? 1 : size);
 }
@@ -56,9 +56,9 @@ using platform::xpc::PendingRequests;
 using platform::xpc::SendBacklog;
 using platform::xpc::SharedErrorHandler;
 
-const std::vector<std::uint8_t> frame(100'000, 7);
+const std::vector<std::uint8_t> kFrame(100'000, 7);
 
-/// Whether `action` was done with its allocation number `failing` failing; if not, it threw.
+/// Runs `action` with allocation number `failing` failing; returns false if it threw.
 template <class Action>
 bool isDone(long failing, const Action& action) {
   allocationsUntilFailure = failing;
@@ -68,12 +68,12 @@ bool isDone(long failing, const Action& action) {
     done = true;
   } catch (const std::bad_alloc&) {
   }
-  allocationsUntilFailure = never;
+  allocationsUntilFailure = kNever;
   return done;
 }
 
-/// Does it on a fresh object again and again, each time with a later allocation failing, and looks
-/// at what a failure left. Ends when nothing failed.
+/// Runs `action` on a fresh object again and again, each time with a later allocation failing, and
+/// checks what the failure left. Ends when nothing failed.
 template <class Object, class Action, class Check>
 void failEachAllocation(const Action& action, const Check& isUnchanged) {
   long failed = 0;
@@ -91,8 +91,8 @@ bool holdsNothing(SendBacklog& backlog) {
 
 TEST(ShortMemory, ABacklogTakesAMessageWholeOrNotAtAll) {
   failEachAllocation<SendBacklog>(
-      [](SendBacklog& backlog) { backlog.append(frame, true, nullptr); }, holdsNothing);
-  failEachAllocation<SendBacklog>([](SendBacklog& backlog) { backlog.prepend(frame); },
+      [](SendBacklog& backlog) { backlog.append(kFrame, true, nullptr); }, holdsNothing);
+  failEachAllocation<SendBacklog>([](SendBacklog& backlog) { backlog.prepend(kFrame); },
                                   holdsNothing);
 }
 
@@ -101,7 +101,8 @@ TEST(ShortMemory, AnOutboxTakesAMessageWholeOrNotAtAll) {
     return outbox.empty() && outbox.takeAll().empty() && !outbox.isBroken() && !outbox.isOpen() &&
            outbox.stream() == 0;
   };
-  failEachAllocation<Outbox>([](Outbox& outbox) { outbox.put(frame, true, nullptr); }, isUnchanged);
+  failEachAllocation<Outbox>([](Outbox& outbox) { outbox.put(kFrame, true, nullptr); },
+                             isUnchanged);
   failEachAllocation<Outbox>([](Outbox& outbox) { outbox.open(0, {}); }, isUnchanged);
 }
 

@@ -1,4 +1,4 @@
-// The wire format's page against the code: what it shows is what is written and taken, and every
+// The wire page against the code: its examples are what the code writes and accepts, and every
 // example is used.
 #include "tests/support/WireDocument.h"
 
