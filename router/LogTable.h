@@ -1,10 +1,8 @@
-// Every line that the router logs, one row a line. See platform/foundation/LogTemplate.h for what
-// the places mean.
+// Every line that the router logs, one row per line. See platform/foundation/LogTemplate.h for the
+// meaning of the placeholders.
 //
-// Names of devices and files, paths and causes are texts, and users are private: a diagnostic
+// Names of devices and files, paths and causes are {text}, and users are {private}: a diagnostic
 // report shows neither.
-//
-// Threading, Ownership, Errors, Order: constants.
 #pragma once
 
 #include <array>

@@ -90,7 +90,7 @@ std::string nameIn(const NSDictionary& dictionary) {
 }
 
 ReplayDevice deviceIn(const std::string& configuration, const NSDictionary& dictionary) {
-  // First, for other sources have other keys.
+  // Checked first, because other sources have other keys.
   const auto source = stringFor(dictionary, "Source");
   if (source == nullptr || source->UTF8String() != "replay")
     throw DeviceError("Source is not \"replay\"");
@@ -104,7 +104,7 @@ ReplayDevice deviceIn(const std::string& configuration, const NSDictionary& dict
   return device;
 }
 
-/// All of a file of at most `limit` bytes.
+/// The content of a file, which may have at most `limit` bytes.
 std::shared_ptr<NSData> contentOf(const OpenFile& file, std::size_t limit) {
   std::vector<char> content(limit + 1);
   const std::size_t length = readFile(file.descriptor.get(), content);

@@ -54,7 +54,7 @@ void StartLine::leave(std::uint64_t number) {
   if (const auto& turn = gone.mapped().turn) giveBackLocked(*turn, behind);
 }
 
-/// Everybody behind it gets the turn of the one before; the last turn is nobody's then.
+/// Everyone after it moves up one turn; the last turn goes back to the quota.
 void StartLine::giveBackLocked(TurnQuota::Turn turn, Line::iterator behind) {
   for (; behind != line_.end(); ++behind) {
     Waiting& next = behind->second;
