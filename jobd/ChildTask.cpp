@@ -13,7 +13,7 @@
 #include <utility>
 
 extern "C" {
-#include <sys/pidfd.h>  // some versions of the C library forgot to say that these are C functions
+#include <sys/pidfd.h>  // lacks the declaration of C linkage in some versions of the C library
 }
 
 namespace jobd {
@@ -21,10 +21,10 @@ namespace {
 
 using platform::ServiceErrorCode;
 
-// A pipe takes this much at once, so the child never waits for the daemon to read.
+// A pipe holds this much at once, so the child never waits for the daemon to read.
 constexpr std::size_t longestResult = 4096;
 
-/// A child that hangs must not hold the daemon's lock, endpoints or callers.
+/// Otherwise a child that hangs would keep the daemon's lock, endpoints and callers' connections.
 void closeAllBut(std::vector<int> kept) {
   std::sort(kept.begin(), kept.end());
   unsigned next = 3;
@@ -47,7 +47,7 @@ std::string resultOf(const ChildTask::Work& work) {
   }
 }
 
-/// A write may move less than all.
+/// A write may be partial.
 bool writeAll(int pipe, std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = ::write(pipe, text.data(), text.size());
@@ -58,7 +58,7 @@ bool writeAll(int pipe, std::string_view text) {
   return true;
 }
 
-/// What a child that has ended wrote.
+/// Everything that an ended child wrote.
 std::string readAll(int pipe) {
   std::string text;
   std::array<char, longestResult> buffer{};
@@ -70,7 +70,7 @@ std::string readAll(int pipe) {
   }
 }
 
-/// Runs in the child. The daemon has one thread, so everything may be called here.
+/// Runs in the child. The daemon has a single thread, so any function may be called here.
 [[noreturn]] void runInChild(const ChildTask::Plan& plan, int result, pid_t daemon) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != daemon) ::_exit(1);
@@ -105,7 +105,7 @@ ChildTask::ChildTask(EventLoop& loop, const Plan& plan, Done done, std::function
   patience_ = loop.after(plan.patience, [this] { giveUp(); });
 }
 
-/// A child that hangs in the kernel may take its time to die, so nobody waits for it.
+/// A child that hangs in the kernel may take long to die, so its end is not awaited.
 ChildTask::~ChildTask() {
   if (!process_) return;
   ::pidfd_send_signal(process_.get(), SIGKILL, nullptr, 0);
@@ -119,7 +119,7 @@ void ChildTask::giveUp() {
       {ServiceErrorCode::TimedOut, name_ + " took too long: a file that it reads does not answer"});
 }
 
-/// A child that did not end well may have written half of its result, which is none.
+/// The output of a child that failed may be incomplete and is ignored.
 ChildTask::Outcome ChildTask::readOutcome(int status) const {
   const bool endedWell = WIFEXITED(status) && WEXITSTATUS(status) == 0;
   const std::string text = endedWell ? readAll(result_.get()) : std::string();

@@ -19,7 +19,7 @@ using platform::ServiceErrorCode;
 
 constexpr const char* controlEndpointName = "jobd.sock";
 
-/// The daemon runs as the root's owner; only that user and the superuser are served.
+/// The daemon runs as the root's owner, and serves only that user and the superuser.
 std::optional<platform::PeerCredentials> admissibleCaller(int socket) {
   const auto caller = platform::peerCredentials(socket);
   if (!caller || (caller->user != 0 && caller->user != ::geteuid())) return std::nullopt;
@@ -107,15 +107,16 @@ bool ControlServer::makeRoomFor(uid_t user) {
   return dropIdleOf(most->first);
 }
 
-/// Requests that lie in their sockets unread, and ends of connections. Nobody who has asked already
-/// is to be taken for idle.
+/// Reads requests that are waiting in their sockets, and ends of connections, so that no caller
+/// that has sent its request is mistaken for idle.
 void ControlServer::takeWhatHasCome() {
   std::vector<std::uint64_t> ids;
   for (const auto& [id, connection] : connections_) ids.push_back(id);
   for (const auto id : ids) takeWhatHasCome(id);
 }
 
-/// At most one request, so that nobody who sends one after the other is served alone.
+/// Reads at most one request, so that a caller who sends one after another cannot keep the others
+/// waiting.
 void ControlServer::takeWhatHasCome(std::uint64_t id) {
   for (;;) {
     const auto found = connections_.find(id);
@@ -126,8 +127,8 @@ void ControlServer::takeWhatHasCome(std::uint64_t id) {
   }
 }
 
-/// Drops the user's oldest connection that has not sent its whole request, one with a leave only
-/// where there is no other. False when all of them wait for their answers.
+/// Drops the user's oldest connection that has not sent its whole request; one with a permission
+/// only if there is no other. False if all of them are waiting for replies.
 bool ControlServer::dropIdleOf(uid_t user) {
   const Connections::value_type* idle = nullptr;
   for (const auto& each : connections_) {
@@ -191,7 +192,7 @@ void ControlServer::dispatch(std::uint64_t id, Connection& connection) {
            [this, id](const platform::ControlReply& reply) { answer(id, reply); });
 }
 
-/// Leave is given once a connection: whoever wants more of it must ask the authority anew.
+/// Permission is granted once per connection: for more, the caller must ask the authority again.
 void ControlServer::authorize(std::uint64_t id, const std::string& label) {
   if (!platform::SystemRoot::isValidLabel(label)) {
     answer(id, controlReply(ServiceErrorCode::InvalidArgument, "this is no valid label of a job"));
@@ -214,7 +215,7 @@ void ControlServer::authorize(std::uint64_t id, const std::string& label) {
   });
 }
 
-/// Never waits: a reply fits the socket's buffer, and a caller that does not take it loses it.
+/// Never waits: a reply fits into the socket's buffer, and is lost if the caller does not read it.
 void ControlServer::answer(std::uint64_t id, const platform::ControlReply& reply) {
   const auto found = connections_.find(id);
   if (found == connections_.end()) return;

@@ -19,7 +19,7 @@
 #include "platform/services/UnixSocket.h"
 
 extern "C" {
-#include <sys/pidfd.h>  // some versions of the C library forgot to say that these are C functions
+#include <sys/pidfd.h>  // lacks the declaration of C linkage in some versions of the C library
 }
 
 namespace jobd {
@@ -31,7 +31,7 @@ using platform::LogLine;
 using platform::ServiceError;
 using platform::ServiceErrorCode;
 
-constexpr std::chrono::milliseconds leftOutInterval{1000};  // an entry a second says enough
+constexpr std::chrono::milliseconds leftOutInterval{1000};  // one entry a second is enough
 
 void drain(int descriptor) {
   std::array<char, 4096> buffer{};
@@ -50,8 +50,8 @@ std::vector<std::string> separated(const std::string& text) {
   return {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
 }
 
-/// Who listens on a socket file; nobody when its maker has gone. A job may hold a socket for a
-/// moment longer than the daemon that made it, which does not count: the kernel is ending it.
+/// The process that listens on a socket file; none if its creator is gone. A job may keep a socket
+/// a moment longer than the daemon that created it, which does not count: the kernel is ending it.
 std::optional<std::string> livingListener(int directory, const std::string& name) {
   const auto socket = platform::connectUnixSocketAt(directory, name, SOCK_STREAM | SOCK_NONBLOCK);
   if (!socket) return errno == EAGAIN ? std::optional<std::string>("somebody") : std::nullopt;
@@ -118,8 +118,8 @@ void Daemon::watchSignals() {
   });
 }
 
-/// A daemon that cannot be reached any more, because its root was deleted or its endpoint replaced,
-/// must not stay behind.
+/// A daemon that can no longer be reached, because its root was deleted or its endpoint replaced,
+/// must not keep running.
 void Daemon::watchRunDirectory() {
   changes_.reset(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
   const std::string path = "/proc/self/fd/" + std::to_string(directories_.run.get());
@@ -160,8 +160,9 @@ void Daemon::loadJob(const std::string& label) {
   jobs_[label] = std::move(job);
 }
 
-/// On a user's root the caller is who would be asked: its owner, or the superuser. That the owner
-/// was asked is the application's word; the log says whose.
+/// On a user's root only its owner and the superuser may connect, so the caller is the person to
+/// ask. That this person was asked is the application's claim; the log records which program made
+/// it.
 void Daemon::authorize(const platform::PeerCredentials& caller, const std::string& label,
                        const std::function<void(bool)>& decided) {
   const bool mayChange = caller.user == 0 || caller.user == ::geteuid();
@@ -237,15 +238,15 @@ void Daemon::finishBless(const std::string& label, const ChildTask::Outcome& cop
 
 void Daemon::copyEnded(const std::string& label) {
   auto copy = copies_.extract(label);
-  // Called from within the task, which therefore goes a turn later.
+  // Called from within the task, so it is destroyed in the next iteration.
   endedCopies_.push_back(std::move(copy.mapped().task));
   copySweep_ = loop_.after(std::chrono::milliseconds::zero(), [this] { endedCopies_.clear(); });
-  discardStagedHelper(directories_.tools.get(), label);  // there is one if it was given up
+  discardStagedHelper(directories_.tools.get(), label);  // exists if the task was given up
   for (auto& each : copy.mapped().waiting)
     handle(each.request, std::move(each.descriptor), each.reply);
 }
 
-/// Takes over a job that has just been put in place.
+/// Takes over a job whose files have just been put in place.
 void Daemon::adopt(platform::JobDescription description, const Reply& reply) {
   const auto found = jobs_.find(description.label);
   if (found != jobs_.end()) {
@@ -279,7 +280,7 @@ void Daemon::retire(Jobs::iterator job, const std::function<void()>& gone) {
   departing_[label] = std::move(job->second);
   jobs_.erase(job);
   departing_.at(label)->retire([this, label, gone] {
-    // Called from within the job, which therefore goes a turn later.
+    // Called from within the job, so it is destroyed in the next iteration.
     departed_.push_back(std::move(departing_.at(label)));
     departing_.erase(label);
     sweep_ = loop_.after(std::chrono::milliseconds::zero(), [this] { departed_.clear(); });
@@ -295,8 +296,8 @@ void Daemon::replyWithStatus(const Reply& reply) const {
   reply(status);
 }
 
-/// A name, label or service, belongs to the job that holds it, and a service that is called as a
-/// job is to that job.
+/// A name, label or service, belongs to the job that holds it; a service that has the name of a job
+/// belongs to that job.
 void Daemon::refuseTakenNames(const platform::JobDescription& description) const {
   const auto refuse = [](const std::string& name, const std::string& owner) {
     throw ServiceError(ServiceErrorCode::InvalidImage,
@@ -321,8 +322,8 @@ bool Daemon::isLabelOfJob(const std::string& name) const {
   return std::find(labels.begin(), labels.end(), name) != labels.end();
 }
 
-/// Nobody else's socket is replaced either: the job's own are open already, and what a daemon that
-/// was killed left behind has no living owner.
+/// Nor are other programs' sockets replaced: the job's own are open already, and those left by a
+/// killed daemon have no live owner.
 void Daemon::refuseLiveEndpoints(const platform::JobDescription& description) const {
   const auto own = jobs_.find(description.label);
   for (const auto& service : description.services) {
@@ -350,7 +351,7 @@ void Daemon::endIfIdle() {
 }
 
 void Daemon::shutDown() {
-  if (isShuttingDown_) {  // asked twice: somebody is in a hurry
+  if (isShuttingDown_) {  // the second request: do not wait for the jobs
     for (const auto& [label, job] : departing_) job->kill();
     return;
   }

@@ -37,7 +37,7 @@ std::optional<DaemonLock> DaemonLock::acquire(int runDirectory) {
       throw platform::ServiceError(platform::ServiceErrorCode::TimedOut,
                                    "another job daemon holds the root but does not answer");
     }
-    // No event tells of both a lock that is given up and an endpoint that comes up.
+    // No single event covers both the release of the lock and the endpoint coming up.
     std::this_thread::sleep_for(pause);
   }
   return DaemonLock(std::move(file));

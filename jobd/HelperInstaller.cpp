@@ -20,7 +20,7 @@ using platform::fileSystemError;
 using platform::ServiceError;
 using platform::ServiceErrorCode;
 
-// Labels cannot begin with a dot, so a staging file is never taken for a job or a helper.
+// A label cannot begin with a dot, so a staging file is never mistaken for a job or a helper.
 constexpr std::string_view stagingPrefix = ".staging.";
 constexpr std::string_view jobSuffix = ".plist";
 
@@ -37,7 +37,7 @@ void writeAll(int file, std::span<const std::uint8_t> bytes, const std::string& 
   }
 }
 
-/// A new file that nobody else has open.
+/// Creates a file that nobody else has open.
 FileDescriptor makeFile(int directory, const std::string& name) {
   ::unlinkat(directory, name.c_str(), 0);
   FileDescriptor file(
@@ -46,7 +46,7 @@ FileDescriptor makeFile(int directory, const std::string& name) {
   return file;
 }
 
-/// The file is whole and on disk when this returns.
+/// The file is complete and on disk when this returns.
 void finishFile(int file, const std::string& name, mode_t mode) {
   if (::fchmod(file, mode) != 0 || ::fsync(file) != 0)
     throw fileSystemError("cannot finish " + name, errno);
@@ -59,7 +59,7 @@ void checkIsRegular(int source) {
     throw ServiceError(ServiceErrorCode::FileSystem, "the helper is no regular file");
 }
 
-/// Copies from the first byte, whatever the source's offset, in pieces.
+/// Copies in pieces from the beginning, whatever the source's offset.
 void copyHelper(int source, int copy, const std::string& name) {
   std::vector<std::uint8_t> piece(std::size_t{256} * 1024);
   for (std::size_t total = 0;;) {
@@ -92,7 +92,7 @@ void syncDirectory(int directory) {
   if (::fsync(directory) != 0) throw fileSystemError("cannot bring a directory to disk", errno);
 }
 
-/// Removes what was staged when an installation fails on the way.
+/// Removes the staged file if an installation fails.
 class StagingGuard {
  public:
   StagingGuard(int directory, std::string name) : directory_(directory), name_(std::move(name)) {}

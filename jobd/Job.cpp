@@ -18,7 +18,7 @@ namespace {
 using platform::LogLine;
 
 constexpr int backlog = 128;
-constexpr unsigned endpointMode = 0600;  // the root's owner, who alone is served
+constexpr unsigned endpointMode = 0600;  // only the root's owner is served
 
 std::string endpointName(const std::string& service) {
   return service + ".sock";
@@ -36,7 +36,7 @@ void Job::listen() {
   awaitConnection();
 }
 
-/// What an application reads as the job's executable must be what is run.
+/// The executable that an application sees for the job must be the one that runs.
 void Job::refuseAnotherProgram() const {
   const std::string problem = platform::whyNotTheHelper(
       description_.arguments.front(), surroundings_.directories.tools.get(), description_.label);
@@ -49,7 +49,7 @@ bool Job::offers(const std::string& service) const {
                      [&](const auto& each) { return each.service == service; });
 }
 
-/// All of them or, with an exception, none.
+/// Opens all of them or, with an exception, none.
 std::vector<ListeningSocket> Job::openMissing(const std::vector<std::string>& services) const {
   std::vector<ListeningSocket> opened;
   for (const auto& service : services) {
@@ -68,7 +68,7 @@ std::vector<ListeningSocket> Job::openMissing(const std::vector<std::string>& se
   return opened;
 }
 
-/// Opens the endpoints that are missing and closes those that are no longer offered.
+/// Opens the missing endpoints and closes those that are no longer offered.
 void Job::openEndpoints(const std::vector<std::string>& services) {
   auto open = openMissing(services);
   std::move(endpoints_.begin(), endpoints_.end(), std::back_inserter(open));
@@ -97,7 +97,7 @@ void Job::awaitConnection() {
 }
 
 void Job::start() {
-  watches_.clear();  // ends the watch that called; the loop keeps its handler until it returns
+  watches_.clear();  // including the one calling; the loop keeps its handler until it returns
   startedAt_ = EventLoop::Clock::now();
   ++starts_;
   try {
@@ -181,7 +181,7 @@ void Job::kill() {
 void Job::finishStopping() {
   const auto callbacks = std::exchange(whenGone_, {});
   if (!isRetired_) awaitConnection();
-  for (const auto& gone : callbacks) gone();  // the last may destroy this job
+  for (const auto& gone : callbacks) gone();  // the last one may destroy this job
 }
 
 platform::JobStatus Job::status() const {

@@ -1,14 +1,17 @@
-// One job: its endpoints, its process, and when the one is started for the other.
+// One job: its endpoints, its process, and when a connection to the former starts the latter.
 //
 //   Waiting    listens; the first connection starts the process
-//   Running    the process takes its connections itself
-//   HeldBack   it ended too soon after its start; connections wait in the backlog until the delay
-//   is over Stopping   it was asked to end, and is killed when it does not in time
+//   Running    the process accepts its connections itself
+//   HeldBack   it ended too soon after its start; connections stay in the backlog until the delay
+//              is over
+//   Stopping   it was asked to end, and is killed if it does not in time
 //
-// Threading: one thread. Ownership: owns the listening sockets and the process. Callbacks are held
-// until they ran, once. Errors: ServiceError from listen() and replaceWith(). A process that cannot
-// be started is a crash like any other. Order: callbacks run in the order of the calls, after the
-// process is gone.
+// Threading: one thread.
+// Ownership: owns the listening sockets and the process. Callbacks are kept until they have run,
+//   once.
+// Errors: ServiceError from listen() and replaceWith(). A process that cannot be started counts as
+//   a crash.
+// Order: callbacks run in the order of the calls, after the process has ended.
 #pragma once
 
 #include <functional>
@@ -42,16 +45,16 @@ class Job {
   Job(const Job&) = delete;
   Job& operator=(const Job&) = delete;
 
-  /// Opens the endpoints and waits for a connection. Throws when the job names another program than
-  /// the helper of its label, as each start does too.
+  /// Opens the endpoints and waits for a connection. Throws if the job names a program other than
+  /// its label's helper; each start checks that again.
   void listen();
-  /// Goes on as another version of itself, or as it was when an endpoint cannot be opened.
-  /// Endpoints of both stay open throughout; the old process is ended first, then `done` is called,
-  /// and the next connection starts the new one.
+  /// Continues as another version of itself, or unchanged if an endpoint cannot be opened. The
+  /// endpoints of both versions stay open throughout; the old process is ended first, then `done`
+  /// is called, and the next connection starts the new one.
   void replaceWith(platform::JobDescription description, Gone done);
-  /// Takes away the endpoints and ends the process; `gone` is called when there is none any more.
+  /// Removes the endpoints and ends the process; `gone` is called when it has ended.
   void retire(Gone gone);
-  /// Ends the process now, without its farewell.
+  /// Kills the process, without letting it clean up.
   void kill();
 
   [[nodiscard]] const platform::JobDescription& description() const { return description_; }

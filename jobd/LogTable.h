@@ -1,10 +1,8 @@
-// Every line that the job daemon logs, one row a line. See platform/foundation/LogTemplate.h for
-// what the places mean.
+// Every line that the job daemon logs, one row per line. See platform/foundation/LogTemplate.h for
+// the meaning of the placeholders.
 //
-// Paths and causes are texts, and users are private: a diagnostic report shows neither. Of labels
-// it shows the router's.
-//
-// Threading, Ownership, Errors, Order: constants.
+// Paths and causes are {text}, and users are {private}: a diagnostic report shows neither. Of the
+// labels it shows only the router's.
 #pragma once
 
 #include <array>
@@ -35,7 +33,7 @@ inline constexpr std::array kTable{
     &removed,   &cannotStart, &jobExited, &jobKilled,  &linesLeftOut,
 };
 
-/// How the daemon's status names a job's last end, without the job: no line of the log.
+/// How the daemon's status describes a job's last end, without the job. Not lines of the log.
 inline constexpr LogTemplate exited{"exited with status {count}"};
 inline constexpr LogTemplate killed{"ended by signal {count}"};
 inline constexpr LogTemplate notStarted{"could not be started: {text}"};

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t maximumCharacters = maximumEntryBytes + continuationMark.size();
 
-/// Where to cut `text`, which is longer than one entry: not inside a sequence.
+/// Where to cut `text`, which is longer than one entry: not inside a UTF-8 sequence.
 std::size_t cutPosition(std::string_view text) {
   std::size_t at = maximumEntryBytes;
   for (int back = 0; back < 3 && (static_cast<std::uint8_t>(text[at]) & 0xC0) == 0x80; ++back) --at;

@@ -29,7 +29,7 @@ std::string hostName() {
   return host;
 }
 
-/// How long the entry can become, without making it: an escape has four characters for a byte.
+/// An upper bound for the length of the entry: an escaped byte takes four characters.
 std::size_t largestEntryOf(std::string_view text) {
   constexpr std::size_t beginning = 64;
   const auto escapable = std::count_if(text.begin(), text.end(), [](char c) {
@@ -76,12 +76,13 @@ void SystemLog::sayWhatWasLeftOut() {
   }
 }
 
-/// One write on an appending descriptor: entries of several writers do not mix.
+/// A single write to an append-mode descriptor, so that entries of several writers do not mix.
 void SystemLog::append(const std::string& entry) {
   if (!prepare()) return;
   [[maybe_unused]] const ssize_t written = ::write(file_.get(), entry.data(), entry.size());
 }
-
+/// Whether there is a log to write to. A log that was removed or has grown too long is started
+/// anew.
 /// Whether there is a log to write to. One that was removed or has grown too long is begun anew.
 bool SystemLog::prepare() {
   struct stat status {};

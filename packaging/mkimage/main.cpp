@@ -1,11 +1,10 @@
-// wlhid-mkimage: makes a helper image, run at build time.
+// wlhid-mkimage: makes a helper image at build time.
 //
 //   wlhid-mkimage --label L --version V [--service S]... --program ELF --output FILE
 //
 // The image is a thin 64-bit Mach-O executable with the sections __TEXT,__info_plist and
-// __TEXT,__launchd_plist and, as
-// __ELF,__program, the program that runs here. One file, so that a program and its version cannot
-// part.
+// __TEXT,__launchd_plist and, as __ELF,__program, the program that actually runs. It is a single
+// file, so that a program and its version cannot get separated.
 #include <elf.h>
 
 #include <algorithm>
@@ -96,7 +95,7 @@ std::string infoPlist(const Options& options) {
                   entry("CFBundleVersion", text(options.version)));
 }
 
-/// What the job is. Its program's path is added when it is installed: only then is it known.
+/// Describes the job, without its program's path, which is known only when it is installed.
 std::string launchdPlist(const Options& options) {
   std::string services = "<dict>\n";
   for (const auto& service : options.services)
@@ -115,7 +114,7 @@ Bytes readProgram(const std::string& path) {
   return bytes;
 }
 
-/// The image's processor, as near to the program's own as the format has one.
+/// The image's processor: the closest one that the format has to the program's own.
 struct Processor {
   std::uint32_t type;
   std::uint32_t subtype;
@@ -142,14 +141,14 @@ class ImageWriter {
     put32(0xFEEDFACF);
     put32(processor.type);
     put32(processor.subtype);
-    put32(2);  // an executable
+    put32(2);  // an executable file
     put32(0);  // count and size of commands: filled in by finish()
     put32(0);
-    put32(1);  // without undefined symbols
+    put32(1);  // has no undefined symbols
     put32(0);
   }
 
-  /// Adds a segment. The first one starts at the file's first byte and so holds the header too.
+  /// Adds a segment. The first one starts at the file's first byte, so it includes the header.
   void addSegment(const char* segment, const std::vector<Section>& sections,
                   std::size_t headerSize) {
     const bool isFirst = commands_++ == 0;
@@ -195,7 +194,7 @@ class ImageWriter {
     put64(aligned(size));
     put64(start);
     put64(size);
-    put32(5);  // may be read and run
+    put32(5);  // readable and executable
     put32(5);
     put32(static_cast<std::uint32_t>(sections.size()));
     put32(0);
@@ -234,7 +233,8 @@ class ImageWriter {
   std::uint32_t commands_ = 0;
 };
 
-/// Written beside its place and renamed, so that an interrupted build leaves no half image.
+/// Written next to its final place and then renamed, so that an interrupted build leaves no partial
+/// image.
 void writeImage(const Options& options) {
   const Bytes program = readProgram(options.program);
   const std::string info = infoPlist(options);
