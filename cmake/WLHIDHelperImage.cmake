@@ -5,7 +5,7 @@
 function(wlhid_helper_image target program)
   cmake_parse_arguments(A "" "LABEL;VERSION;OUTPUT" "SERVICES" ${ARGN})
   if(NOT A_LABEL OR NOT A_OUTPUT)
-    message(FATAL_ERROR "wlhid_helper_image(${target}): LABEL and OUTPUT are needed")
+    message(FATAL_ERROR "wlhid_helper_image(${target}): LABEL and OUTPUT are required")
   endif()
   if(NOT A_VERSION)
     set(A_VERSION "${PROJECT_VERSION}")

@@ -126,7 +126,7 @@ ChildTask::Outcome ChildTask::readOutcome(int status) const {
   std::int64_t code = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), code);
   if (error != std::errc() || end == text.data() + text.size())
-    return {ServiceErrorCode::FileSystem, name_ + " failed: its process ended without a word"};
+    return {ServiceErrorCode::FileSystem, name_ + " failed: its process ended without a result"};
   return {static_cast<ServiceErrorCode>(code),
           text.substr(static_cast<std::size_t>(end - text.data()) + 1)};
 }

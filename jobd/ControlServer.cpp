@@ -184,8 +184,9 @@ void ControlServer::dispatch(std::uint64_t id, Connection& connection) {
   if (request->operation != Operation::Status &&
       !(connection.leave && connection.leave->use(*request))) {
     connection.leave.reset();
-    answer(id, controlReply(ServiceErrorCode::NotPermitted,
-                            "there is no authorization for this change, or it has been used up"));
+    answer(id,
+           controlReply(ServiceErrorCode::NotPermitted,
+                        "this change is not authorized, or its authorization has been used up"));
     return;
   }
   handler_(*request, connection.reader.takeDescriptor(),
@@ -195,14 +196,14 @@ void ControlServer::dispatch(std::uint64_t id, Connection& connection) {
 /// Permission is granted once per connection: for more, the caller must ask the authority again.
 void ControlServer::authorize(std::uint64_t id, const std::string& label) {
   if (!platform::SystemRoot::isValidLabel(label)) {
-    answer(id, controlReply(ServiceErrorCode::InvalidArgument, "this is no valid label of a job"));
+    answer(id, controlReply(ServiceErrorCode::InvalidArgument, "this is not a valid job label"));
     return;
   }
   Connection& connection = connections_.at(id);
   if (connection.leave) {
     connection.leave.reset();
     answer(id, controlReply(ServiceErrorCode::NotPermitted,
-                            "this connection has had its authorization"));
+                            "this connection has already had its authorization"));
     return;
   }
   authority_(connection.caller, label, [this, id, label](bool mayChange) {

@@ -54,7 +54,8 @@ std::vector<std::string> separated(const std::string& text) {
 /// a moment longer than the daemon that created it, which does not count: the kernel is ending it.
 std::optional<std::string> livingListener(int directory, const std::string& name) {
   const auto socket = platform::connectUnixSocketAt(directory, name, SOCK_STREAM | SOCK_NONBLOCK);
-  if (!socket) return errno == EAGAIN ? std::optional<std::string>("somebody") : std::nullopt;
+  if (!socket)
+    return errno == EAGAIN ? std::optional<std::string>("another process") : std::nullopt;
   const auto listener = platform::peerCredentials(socket.get());
   if (!listener) return std::nullopt;
   const platform::FileDescriptor process(::pidfd_open(listener->process, 0));
@@ -109,7 +110,7 @@ void Daemon::watchSignals() {
   ignore.sa_handler = SIG_IGN;
   ::sigaction(SIGPIPE, &ignore, nullptr);
   signals_.reset(::signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK));
-  if (!signals_) throw platform::fileSystemError("cannot take signals", errno);
+  if (!signals_) throw platform::fileSystemError("cannot receive signals", errno);
   signalWatch_ = loop_.watch(signals_.get(), EPOLLIN, [this] {
     signalfd_siginfo info{};
     while (::read(signals_.get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
@@ -189,7 +190,7 @@ void Daemon::handle(const ControlRequest& request, platform::FileDescriptor desc
 void Daemon::changeJob(const ControlRequest& request, platform::FileDescriptor descriptor,
                        const Reply& reply) {
   if (isShuttingDown_ || departing_.contains(request.label))
-    throw ServiceError(ServiceErrorCode::Busy, request.label + " is just being removed; try again");
+    throw ServiceError(ServiceErrorCode::Busy, request.label + " is being removed; try again");
   const auto copy = copies_.find(request.label);
   if (copy != copies_.end()) {
     if (copy->second.task->isGivenUp())
@@ -204,9 +205,10 @@ void Daemon::changeJob(const ControlRequest& request, platform::FileDescriptor d
 }
 
 void Daemon::bless(const std::string& label, platform::FileDescriptor helper, const Reply& reply) {
-  if (!helper) throw ServiceError(ServiceErrorCode::Protocol, "no helper came with the request");
+  if (!helper)
+    throw ServiceError(ServiceErrorCode::Protocol, "no helper was sent with the request");
   if (copies_.size() >= maximumCopies)
-    throw ServiceError(ServiceErrorCode::Busy, "too much is being installed; try again");
+    throw ServiceError(ServiceErrorCode::Busy, "too many helpers are being installed; try again");
   const int tools = directories_.tools.get();
   ChildTask::Plan plan;
   plan.name = "the copy of " + label;
@@ -223,7 +225,7 @@ void Daemon::finishBless(const std::string& label, const ChildTask::Outcome& cop
                          const Reply& reply) try {
   if (copied.code != ServiceErrorCode::None) throw ServiceError(copied.code, copied.text);
   if (isShuttingDown_)
-    throw ServiceError(ServiceErrorCode::Busy, "the job daemon is ending; try again");
+    throw ServiceError(ServiceErrorCode::Busy, "the job daemon is shutting down; try again");
   auto description = installer_.putInPlace(label, separated(copied.text), [this](const auto& job) {
     refuseTakenNames(job);
     refuseLiveEndpoints(job);

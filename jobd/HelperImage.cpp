@@ -48,7 +48,7 @@ std::shared_ptr<NSDictionary> propertyList(std::span<const std::uint8_t> image,
       platform::NSPropertyListSerialization::propertyListWithData_options_format_error(
           data, 0, nullptr, nullptr));
   if (!dictionary)
-    refuse("the helper's " + std::string(name) + " is no property list with a dictionary");
+    refuse("the helper's " + std::string(name) + " is not a property list with a dictionary");
   return dictionary;
 }
 
@@ -71,7 +71,7 @@ std::span<const std::uint8_t> programOfImage(std::span<const std::uint8_t> image
   if (program.size() < sizeof header) refuse("the helper's program is too short");
   std::memcpy(&header, program.data(), sizeof header);
   if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64) {
-    refuse("the helper's program is no 64-bit ELF executable");
+    refuse("the helper's program is not a 64-bit ELF executable");
   }
   if (header.e_machine != thisMachine)
     refuse("the helper's program is for another kind of processor");
@@ -90,7 +90,7 @@ HelperImage parseHelperImage(std::span<const std::uint8_t> image, std::string_vi
   expectLabel(textFor(*launchd, "Label"), "Label", label);
   std::string reason;
   auto services = platform::machServices(*launchd, label, &reason);
-  if (!services) refuse("the helper's job cannot be kept: " + reason);
+  if (!services) refuse("the helper's job cannot be used: " + reason);
   helper.services = std::move(*services);
   helper.program = programOfImage(image);
   return helper;

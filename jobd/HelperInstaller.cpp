@@ -49,14 +49,14 @@ FileDescriptor makeFile(int directory, const std::string& name) {
 /// The file is complete and on disk when this returns.
 void finishFile(int file, const std::string& name, mode_t mode) {
   if (::fchmod(file, mode) != 0 || ::fsync(file) != 0)
-    throw fileSystemError("cannot finish " + name, errno);
+    throw fileSystemError("cannot complete " + name, errno);
 }
 
 void checkIsRegular(int source) {
   struct stat status {};
   if (::fstat(source, &status) != 0) throw fileSystemError("cannot examine the helper", errno);
   if (!S_ISREG(status.st_mode))
-    throw ServiceError(ServiceErrorCode::FileSystem, "the helper is no regular file");
+    throw ServiceError(ServiceErrorCode::FileSystem, "the helper is not a regular file");
 }
 
 /// Copies in pieces from the beginning, whatever the source's offset.
@@ -89,7 +89,7 @@ bool unlinkIn(int directory, const std::string& name) {
 }
 
 void syncDirectory(int directory) {
-  if (::fsync(directory) != 0) throw fileSystemError("cannot bring a directory to disk", errno);
+  if (::fsync(directory) != 0) throw fileSystemError("cannot sync a directory to disk", errno);
 }
 
 /// Removes the staged file if an installation fails.

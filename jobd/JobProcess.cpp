@@ -39,11 +39,11 @@ FileDescriptor sealedProgram(const std::string& name, std::span<const std::uint8
   FileDescriptor file(::memfd_create(name.c_str(), flags | MFD_EXEC));
   if (!file && errno == EINVAL)
     file.reset(::memfd_create(name.c_str(), flags));  // before Linux 6.3
-  if (!file) throw fileSystemError("cannot hold the program of " + name, errno);
+  if (!file) throw fileSystemError("cannot load the program of " + name, errno);
   while (!program.empty()) {
     const ssize_t written = ::write(file.get(), program.data(), program.size());
     if (written < 0 && errno == EINTR) continue;
-    if (written < 0) throw fileSystemError("cannot hold the program of " + name, errno);
+    if (written < 0) throw fileSystemError("cannot load the program of " + name, errno);
     program = program.subspan(static_cast<std::size_t>(written));
   }
   if (::fcntl(file.get(), F_ADD_SEALS, F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE) !=

@@ -16,9 +16,9 @@ using platform::LogTemplate;
 // clang-format off
 inline constexpr LogTemplate cannotRun{"wlhid-jobd: {text}"};
 inline constexpr LogTemplate cannotWatch{"cannot watch the run directory: {text}"};
-inline constexpr LogTemplate leavesOut{"leaving out the job {label}: {text}"};
-inline constexpr LogTemplate leaveGiven{"leave to change {label} given to process {count} ({text}) of user {private}"};
-inline constexpr LogTemplate leaveRefused{"leave to change {label} refused to process {count} ({text}) of user {private}"};
+inline constexpr LogTemplate leavesOut{"skipping the job {label}: {text}"};
+inline constexpr LogTemplate leaveGiven{"permission to change {label} granted to process {count} ({text}) of user {private}"};
+inline constexpr LogTemplate leaveRefused{"permission to change {label} denied to process {count} ({text}) of user {private}"};
 inline constexpr LogTemplate installed{"installed {label}"};
 inline constexpr LogTemplate removed{"removed {label}"};
 inline constexpr LogTemplate cannotStart{"cannot start {label}: {text}"};

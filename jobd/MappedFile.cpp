@@ -18,7 +18,7 @@ MappedFile::MappedFile(int descriptor, const std::string& name) {
   if (::fstat(descriptor, &status) != 0)
     throw platform::fileSystemError("cannot examine " + name, errno);
   if (!S_ISREG(status.st_mode))
-    throw ServiceError(ServiceErrorCode::FileSystem, name + " is no regular file");
+    throw ServiceError(ServiceErrorCode::FileSystem, name + " is not a regular file");
   if (static_cast<std::uint64_t>(status.st_size) > platform::maximumHelperBytes)
     throw ServiceError(ServiceErrorCode::FileSystem, name + " is too large for a helper");
   if (status.st_size == 0) return;  // an empty file cannot be mapped

@@ -50,7 +50,7 @@ constexpr int kOpenFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 OpenFile requireRegular(FileDescriptor descriptor) {
   struct stat status {};
   if (::fstat(descriptor.get(), &status) != 0) fail("cannot be read", errno);
-  if (!S_ISREG(status.st_mode)) throw FileError("is no regular file");
+  if (!S_ISREG(status.st_mode)) throw FileError("is not a regular file");
   return {std::move(descriptor), FileStamp::of(status), status.st_mode};
 }
 
@@ -182,7 +182,7 @@ std::optional<FileStamp> DeviceFiles::recordingStamp(const std::string& name) co
 }
 
 OpenFile DeviceFiles::openRecording(const std::string& name) const {
-  if (!isRecordingName(name)) throw FileError("is no name of a recording");
+  if (!isRecordingName(name)) throw FileError("is not a valid name of a recording");
   const FileDescriptor opened = directory(kRecordings);
   if (!opened) fail("cannot be read", ENOENT);
   return openRegularFile(opened.get(), name);

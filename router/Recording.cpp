@@ -88,7 +88,7 @@ void RecordingReader::fail(const std::string& cause) const {
 const RecordingHeader& RecordingReader::header() {
   findReport();
   if (!hasDescriptor_) {
-    throw RecordingError(fileName_ + ": has no report descriptor of device " +
+    throw RecordingError(fileName_ + ": has no report descriptor for device " +
                          std::to_string(device_));
   }
   return header_;
@@ -167,7 +167,7 @@ bool RecordingReader::takeLine(std::string_view line) {
   line = trimmed(line);
   if (line.empty() || line.front() == '#') return false;
   if (line[0] < 'A' || line[0] > 'Z' || line.substr(1, 1) != ":") {
-    fail("is no line of a recording; " + std::string(kFormat));
+    fail("is not a line of a recording; " + std::string(kFormat));
   }
   const char kind = line[0];
   line.remove_prefix(2);
@@ -184,7 +184,7 @@ bool RecordingReader::takeLine(std::string_view line) {
 void RecordingReader::takeDevice(std::string_view line) {
   const auto device = parseNumber(takeWord(&line), 10);
   if (!device || *device > std::numeric_limits<std::uint32_t>::max() || !trimmed(line).empty()) {
-    fail("the device number is none");
+    fail("the device number is invalid");
   }
   currentDevice_ = static_cast<std::uint32_t>(*device);
 }
@@ -209,7 +209,7 @@ void RecordingReader::takeDeviceLine(char kind, std::string_view line) {
 }
 
 void RecordingReader::takeDescriptor(std::string_view line) {
-  if (hasDescriptor_) fail("a second report descriptor of the same device");
+  if (hasDescriptor_) fail("a second report descriptor for the same device");
   takeBytes(line, RouterLimits::kDescriptorBytes, &header_.reportDescriptor);
   hasDescriptor_ = true;
 }
@@ -222,7 +222,7 @@ void RecordingReader::takeIdentity(std::string_view line) {
     }
     *part = static_cast<std::uint32_t>(*value);
   }
-  if (!trimmed(line).empty()) fail("there is more than bus, vendor and product");
+  if (!trimmed(line).empty()) fail("there is text after bus, vendor and product");
 }
 
 void RecordingReader::takeReport(std::string_view line, RecordedReport* returnReport) {
@@ -243,7 +243,7 @@ std::chrono::microseconds RecordingReader::time(std::string_view word) const {
     fraction = digits.size() <= kDecimals ? parseNumber(digits, 10) : std::nullopt;
     for (std::size_t i = digits.size(); fraction && i < kDecimals; ++i) *fraction *= 10;
   }
-  if (!seconds || *seconds > kMaxSeconds || !fraction) fail("the time is no number of seconds");
+  if (!seconds || *seconds > kMaxSeconds || !fraction) fail("the time is not a number of seconds");
   return std::chrono::seconds(*seconds) + std::chrono::microseconds(*fraction);
 }
 
@@ -259,13 +259,13 @@ void RecordingReader::takeBytes(std::string_view line, std::size_t limit,
     const int byte = takeByte(line, &at);
     if (byte < 0) {
       line.remove_prefix(at);
-      fail("'" + platform::printableLine(takeWord(&line), kShown) + "' is no byte");
+      fail("'" + platform::printableLine(takeWord(&line), kShown) + "' is not a byte");
     }
     out->push_back(static_cast<std::uint8_t>(byte));
   }
   if (out->size() != *count) {
     fail(std::to_string(*count) + " bytes are announced, " + std::to_string(out->size()) +
-         " are there");
+         " follow");
   }
 }
 

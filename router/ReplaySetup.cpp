@@ -206,7 +206,8 @@ std::uint64_t addReplayDevice(const SystemRoot& root, const ReplayDevice& device
   ReplayDevice added = device;
   added.name = platform::printableLine(device.name, RouterLimits::kNameCharacters);
   if (!added.configuration.empty() && !SystemRoot::isValidLabel(added.configuration)) {
-    throw DeviceError("'" + added.configuration + "' is no name for a device's configuration");
+    throw DeviceError("'" + added.configuration +
+                      "' is not a valid name for a device's configuration");
   }
   try {
     const RecordingFile file = RecordingFile::at(added.recording, added.device);

@@ -82,9 +82,8 @@ class ItemReader {
   void require(std::size_t itemLength) const {
     if (itemLength > bytes_.size() - position_) {
       throw ReportDescriptorError(
-          position_, "the item is cut off: it needs " + std::to_string(itemLength) +
-                         " bytes, the descriptor has " + std::to_string(bytes_.size() - position_) +
-                         " more");
+          position_, "the item is truncated: it needs " + std::to_string(itemLength) +
+                         " bytes, but " + std::to_string(bytes_.size() - position_) + " are left");
     }
   }
 
@@ -199,11 +198,11 @@ class Parser {
         break;
       case MainTag::Collection:
         if (collectionDepth_ == RouterLimits::kCollectionDepth)
-          fail(item, "collections are nested too deep");
+          fail(item, "collections are nested too deeply");
         ++collectionDepth_;
         break;
       case MainTag::EndCollection:
-        if (collectionDepth_ == 0) fail(item, "a collection ends that was not begun");
+        if (collectionDepth_ == 0) fail(item, "a collection is closed that was not opened");
         --collectionDepth_;
         break;
     }
@@ -234,7 +233,7 @@ class Parser {
         break;
       case GlobalTag::Push:
         if (stack_.size() == RouterLimits::kGlobalStackDepth)
-          fail(item, "values are pushed too deep");
+          fail(item, "too many values are pushed");
         stack_.push_back(globals_);
         break;
       case GlobalTag::Pop:
@@ -307,7 +306,7 @@ class Parser {
     if (item.value > 1) fail(item, "a delimiter must open (1) or close (0) a set");
     const bool opens = item.value == 1;
     if (opens == locals_.inDelimiter)
-      fail(item, opens ? "delimiters are nested" : "a delimiter closes no set");
+      fail(item, opens ? "delimiters are nested" : "a delimiter closes a set that is not open");
     locals_.inDelimiter = opens;
     locals_.delimitedUsageTaken = false;
   }

@@ -99,10 +99,9 @@ void Session::begin(Start start) {
       waitingStart_ = std::move(start);
       return;
     case StartLine::Turn::Never:
-      return refuse(start,
-                    routerError(IOReturn::Busy,
-                                "too many start requests come from this user; ask again later",
-                                start.entryID));
+      return refuse(start, routerError(IOReturn::Busy,
+                                       "too many start requests from this user; try again later",
+                                       start.entryID));
   }
 }
 
@@ -176,8 +175,7 @@ std::shared_ptr<platform::NSError> Session::prepare(SessionOwner& owner, Start* 
   const std::uint64_t entryID = start->entryID;
   if (start->deviceMode > static_cast<std::uint64_t>(DeviceMode::Exclusive)) {
     return routerError(IOReturn::BadArgument,
-                       stringWithFormat("there is no device mode %llu", start->deviceMode),
-                       entryID);
+                       stringWithFormat("unknown device mode %llu", start->deviceMode), entryID);
   }
   UsageFilter filter;
   try {

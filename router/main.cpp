@@ -75,7 +75,7 @@ platform::SystemRoot systemRoot(int argc, char** argv) {
   platform::FileDescriptor directory(
       platform::xpc::takePassedDirectory(platform::rootDescriptorName));
   if (directory) return handedOverRoot(std::move(directory));
-  if (!isNamed) throw std::runtime_error("no system root was handed over, and --root names none");
+  if (!isNamed) throw std::runtime_error("no system root was passed, and there is no --root");
   const platform::SystemRoot named(argv[2]);
   return {platform::openOwnRoot(named), named.path()};
 }

@@ -52,7 +52,7 @@ Options parseOptions(int argc, char** argv) {
   }
   if (options.label.empty() || options.version.empty() || options.program.empty() ||
       options.output.empty()) {
-    throw std::runtime_error("--label, --version, --program and --output are needed");
+    throw std::runtime_error("--label, --version, --program and --output are required");
   }
   if (options.services.empty()) options.services.push_back(options.label);
   return options;
@@ -109,7 +109,7 @@ Bytes readProgram(const std::string& path) {
   Bytes bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   if (!in.good() && !in.eof()) throw std::runtime_error("cannot read " + path);
   if (bytes.size() < sizeof(Elf64_Ehdr) || std::memcmp(bytes.data(), ELFMAG, SELFMAG) != 0) {
-    throw std::runtime_error(path + " is no ELF program");
+    throw std::runtime_error(path + " is not an ELF program");
   }
   return bytes;
 }

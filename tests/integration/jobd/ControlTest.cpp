@@ -121,7 +121,7 @@ TEST_F(Control, AChangeSentStraightToTheSocketIsRefused) {
 }
 
 TEST_F(Control, TheLogSaysWhoWasGivenLeave) {
-  EXPECT_THAT(log(), HasSubstr("leave to change com.quillmar.echo given to process " +
+  EXPECT_THAT(log(), HasSubstr("permission to change com.quillmar.echo granted to process " +
                                std::to_string(::getpid()) + " (" +
                                std::filesystem::read_symlink("/proc/self/exe").string() +
                                ") of user " + std::to_string(::geteuid()) + "\n"));
@@ -149,7 +149,7 @@ TEST_F(Control, DescriptorsNobodyAskedForAreClosed) {
 TEST_F(Control, ABlessWithoutADescriptorIsRefused) {
   const auto reply = change({ControlRequest::Operation::Bless, echoLabel, true}, -1);
   EXPECT_EQ(reply.code, ServiceErrorCode::Protocol);
-  EXPECT_EQ(reply.message, "no helper came with the request");
+  EXPECT_EQ(reply.message, "no helper was sent with the request");
   expectService();
 }
 

@@ -355,7 +355,7 @@ TEST_F(JobLife, RemovalNeedNotWait) {
   EXPECT_TRUE(helper.isThere());
   const auto busy = bless(echoImage());
   EXPECT_EQ(busy.code, ServiceErrorCode::Busy) << "two of the same would run at once";
-  EXPECT_EQ(busy.message, "com.quillmar.echo is just being removed; try again");
+  EXPECT_EQ(busy.message, "com.quillmar.echo is being removed; try again");
   EXPECT_THAT(log(), HasSubstr("]: removed com.quillmar.echo\n"));
   EXPECT_TRUE(helper.hasGone());
   ASSERT_TRUE(eventually([&] { return bless(echoImage()).succeeded(); }));
@@ -381,7 +381,7 @@ TEST_F(JobLife, AForeignHelperGetsNeitherNameNorSocketOfAnother) {
   const auto other = bless(image({"com.other", "1.0", ECHO_HELPER, {echoLabel}}), "com.other");
   EXPECT_EQ(other.code, ServiceErrorCode::InvalidImage);
   EXPECT_EQ(other.message,
-            "the helper's job cannot be kept: the service com.quillmar.echo is not its own: it may "
+            "the helper's job cannot be used: the service com.quillmar.echo is not its own: it may "
             "offer com.other and names below that");
   // A label above the other's makes its name one that may be offered, but it is held already.
   const auto above = bless(image({"com.quillmar", "1.0", ECHO_HELPER, {"com.quillmar", echoLabel}}),

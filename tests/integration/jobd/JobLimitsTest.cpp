@@ -34,7 +34,7 @@ TEST_F(JobLimits, ASocketWhoseBacklogIsFullIsListenedOnToo) {
   const auto refused = bless(image({echoLabel, "2.0", ECHO_HELPER, {echoLabel, taken}}));
   EXPECT_EQ(refused.code, ServiceErrorCode::Busy);
   EXPECT_EQ(refused.message,
-            "somebody listens on the service com.quillmar.echo.taken; end it first");
+            "another process listens on the service com.quillmar.echo.taken; end it first");
 }
 
 TEST_F(JobLimits, ASocketWhoseMakerHasGoneIsReplacedWhoeverHoldsIt) {
@@ -101,7 +101,7 @@ TEST_F(JobLimits, OnlySoManyHelpersAreCopiedAtATime) {
   }
   const auto refused = bless(echoImage("2.0"));
   EXPECT_EQ(refused.code, ServiceErrorCode::Busy);
-  EXPECT_EQ(refused.message, "too much is being installed; try again");
+  EXPECT_EQ(refused.message, "too many helpers are being installed; try again");
   const Process process = daemonProcess();
   process.signal(SIGTERM);
   EXPECT_TRUE(process.hasGone());

@@ -219,12 +219,12 @@ TEST_F(Root, DamagedJobFilesAreLeftOutAndNoted) {
   ASSERT_TRUE(status);
   for (const char* label : {"com.garbage", "com.empty", "com.renamed", "com.large", "com.link",
                             "com.pipe", "com.directory"}) {
-    EXPECT_THAT(log(), HasSubstr(std::string("leaving out the job ") + label + ": "));
+    EXPECT_THAT(log(), HasSubstr(std::string("skipping the job ") + label + ": "));
     EXPECT_EQ(platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, platform::str(label)),
               nullptr)
         << label;
   }
-  EXPECT_THAT(log(), HasSubstr("leaving out the job com.thief: its job file cannot be used: the "
+  EXPECT_THAT(log(), HasSubstr("skipping the job com.thief: its job file cannot be used: the "
                                "service com.quillmar.echo is not its own"));
   EXPECT_TRUE(remove("com.garbage").succeeded()) << "what cannot be kept can still be removed";
   EXPECT_FALSE(fs::exists(root.jobFile("com.garbage")));
@@ -239,7 +239,7 @@ TEST_F(Root, ANameBelongsToTheJobThatIsCalledSoWhateverIsLoadedFirst) {
   testsupport::writeFile(root.jobFile("com.quillmar"),
                          {reinterpret_cast<const char*>(early.data()), early.size()});
   EXPECT_EQ(connect().ask("echo mine"), "mine");
-  EXPECT_THAT(log(), HasSubstr("leaving out the job com.quillmar: the service com.quillmar.echo "
+  EXPECT_THAT(log(), HasSubstr("skipping the job com.quillmar: the service com.quillmar.echo "
                                "belongs to the job com.quillmar.echo"));
   EXPECT_EQ(job("com.quillmar").label, "");
 }
@@ -271,7 +271,7 @@ TEST_F(Root, AJobThatNamesAnotherProgramThanIsRunIsNoJob) {
         nullptr)
         << named;
     EXPECT_EQ(connectResult().outcome, Outcome::UnknownName) << named;
-    EXPECT_THAT(log(), HasSubstr("leaving out the job com.quillmar.echo: it names the "
+    EXPECT_THAT(log(), HasSubstr("skipping the job com.quillmar.echo: it names the "
                                  "program " +
                                  named.string() + ", which is not the helper that is run for it"));
     const Process daemon = daemonProcess();

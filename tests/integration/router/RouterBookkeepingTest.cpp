@@ -66,11 +66,11 @@ TEST_F(RouterBookkeeping, SessionsAreCountedFromOneAndTheLogTellsTheirStory) {
   const std::string device = platform::stringWithFormat("routes device 0x%llx (Mouse)", id);
   const Lines lines = routerLog_->lines();
   ASSERT_EQ(lines.size(), 8U);
-  EXPECT_THAT(lines[0], testing::EndsWith(" of " + directory_.string() + ", 1 devices"));
-  EXPECT_THAT(Lines(lines.begin() + 1, lines.begin() + 7),
-              ElementsAre(who(1) + " begins", who(1) + ": " + device + " for itself alone",
-                          who(1) + ": stops", who(1) + ": " + device, who(1) + ": has ended",
-                          who(2) + " begins"));
+  EXPECT_THAT(lines[0], testing::EndsWith(" started: root " + directory_.string() + ", 1 devices"));
+  EXPECT_THAT(
+      Lines(lines.begin() + 1, lines.begin() + 7),
+      ElementsAre(who(1) + " begins", who(1) + ": " + device + " exclusively", who(1) + ": stops",
+                  who(1) + ": " + device, who(1) + ": has ended", who(2) + " begins"));
   EXPECT_THAT(lines[7], HasSubstr(who(2) + ": cannot route: "));
   EXPECT_THAT(lines[7], HasSubstr("no device has the registry entry ID 0x42"));
 }
@@ -161,8 +161,9 @@ TEST_F(RouterBookkeeping, AStatusThatCannotBeWrittenIsLoggedOnceUntilItCanAgain)
   const auto inTheWay = directory_ / "var";
   const auto failures = [this] {
     const Lines lines = routerLog_->lines();
-    return std::count_if(lines.begin(), lines.end(),
-                         [](const std::string& line) { return line.starts_with("status: "); });
+    return std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+      return line.starts_with("cannot write the status file: ");
+    });
   };
   const auto visit = [] {
     Client client;
@@ -172,7 +173,7 @@ TEST_F(RouterBookkeeping, AStatusThatCannotBeWrittenIsLoggedOnceUntilItCanAgain)
   std::ofstream(inTheWay) << "in the way";
   startRouter();
   for (int i = 0; i < 3; ++i) visit();
-  routerLog_->awaitLine("status: ");
+  routerLog_->awaitLine("cannot write the status file: ");
   std::filesystem::remove(inTheWay);
   Client client;
   client.stop();
@@ -203,7 +204,7 @@ TEST_F(RouterBookkeeping, AProblemThatWasSolvedAndComesBackIsLoggedAgain) {
   }
   const Lines lines = routerLog_->lines();
   EXPECT_EQ(std::count(lines.begin(), lines.end(),
-                       "ignored: " + file.string() + ": is no property list with a dictionary"),
+                       "ignored: " + file.string() + ": is not a property list with a dictionary"),
             2);
 }
 

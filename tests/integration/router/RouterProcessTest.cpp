@@ -114,7 +114,7 @@ TEST_F(RouterProcessTest, ALogLineIsOneLineWhateverStandsInIt) {
   client.start(0x42);
   client.log->await(1);
   EXPECT_THAT(log(),
-              testing::HasSubstr("a\\x1b[2J\\x0aforged: \\u202e.plist: is no property list"));
+              testing::HasSubstr("a\\x1b[2J\\x0aforged: \\u202e.plist: is not a property list"));
   EXPECT_THAT(log(), testing::Not(testing::HasSubstr("\x1b")));
   EXPECT_THAT(log(), testing::Not(testing::HasSubstr("\nforged")));
 }
@@ -122,8 +122,7 @@ TEST_F(RouterProcessTest, ALogLineIsOneLineWhateverStandsInIt) {
 TEST_F(RouterProcessTest, WithoutASocketItSaysSoAndFails) {
   spawn(-1);
   EXPECT_EQ(exitStatus(), 1);
-  EXPECT_THAT(log(),
-              testing::HasSubstr("no endpoint was handed over for com.quillmar.hideventrouter"));
+  EXPECT_THAT(log(), testing::HasSubstr("no endpoint was passed for com.quillmar.hideventrouter"));
 }
 
 TEST_F(RouterProcessTest, WithoutARootItSaysSoAndFails) {

@@ -63,8 +63,8 @@ TEST_F(RouterTest, RefusesWhatItCannotRoute) {
   client.start(id, 0, NSDictionary::dictionaryWithEntries({{str("left"), str("x")}}));
   EXPECT_THAT(client.log->await(3),
               ElementsAre("refused -536870208 no device has the registry entry ID 0x42",
-                          "refused -536870206 there is no device mode 2",
-                          "refused -536870206 the tag dictionary's key left is no usage"));
+                          "refused -536870206 unknown device mode 2",
+                          "refused -536870206 the tag dictionary's key left is not a usage"));
   // None of it has touched the device.
   client.start(id);
   EXPECT_EQ(client.log->await(5)[3], "started");
@@ -152,7 +152,7 @@ TEST_F(RouterTest, TooManyStartRequestsAreRefused) {
   EXPECT_THAT(lines[2], HasSubstr("no device has the registry entry ID 0x42"));
   for (const std::size_t i : {3U, 4U}) {
     EXPECT_EQ(lines[i],
-              "refused -536870187 too many start requests come from this user; ask again later");
+              "refused -536870187 too many start requests from this user; try again later");
   }
 }
 
@@ -271,7 +271,7 @@ TEST_F(RouterTest, ARecordingThatCannotBePlayedIsAnsweredWithItsLine) {
   Client client;
   client.start(id);
   EXPECT_THAT(client.log->await(1), ElementsAre("refused -536870198 " + copyOf("mouse").string() +
-                                                ":7: 2 bytes are announced, 1 are there"));
+                                                ":7: 2 bytes are announced, 1 follow"));
 }
 
 TEST_F(RouterTest, NothingIsLostAtFullSpeed) {

@@ -149,7 +149,7 @@ TEST(ChildTask, AChildThatFailsIsAFailureWhateverItWrote) {
                            return std::string("com.example.helper");
                          }).outcome;
     EXPECT_EQ(outcome.code, ServiceErrorCode::FileSystem);
-    EXPECT_EQ(outcome.text, "the work failed: its process ended without a word");
+    EXPECT_EQ(outcome.text, "the work failed: its process ended without a result");
   }
 }
 

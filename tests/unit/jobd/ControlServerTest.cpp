@@ -256,16 +256,16 @@ TEST(ControlServer, ARefusalSaysWhy) {
   ServedEndpoint endpoint;
   ControlConnection without(endpoint.connect());
   EXPECT_EQ(refusal(without, Operation::Bless, "com.a"),
-            "there is no authorization for this change, or it has been used up");
+            "this change is not authorized, or its authorization has been used up");
   ControlConnection refused(endpoint.connect());
   EXPECT_EQ(refusal(refused, Operation::Authorize, "com.no"),
             "the caller may not change the job com.no");
   ControlConnection invalid(endpoint.connect());
-  EXPECT_EQ(refusal(invalid, Operation::Authorize, "../a"), "this is no valid label of a job");
+  EXPECT_EQ(refusal(invalid, Operation::Authorize, "../a"), "this is not a valid job label");
   ControlConnection twice(endpoint.connect());
   EXPECT_EQ(refusal(twice, Operation::Authorize, "com.a"), "");
   EXPECT_EQ(refusal(twice, Operation::Authorize, "com.a"),
-            "this connection has had its authorization");
+            "this connection has already had its authorization");
   EXPECT_EQ(refusal(twice, Operation::Bless, "com.a"), "hung up");
 }
 

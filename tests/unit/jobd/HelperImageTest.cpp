@@ -92,10 +92,10 @@ TEST(HelperImage, WithAProgramOfAnotherMachineIsRefused) {
   EXPECT_THAT(refusal(bytes, "com.x"), HasSubstr("another kind of processor"));
   header[18] ^= 0xFF;
   header[4] = 1;
-  EXPECT_THAT(refusal(bytes, "com.x"), HasSubstr("no 64-bit ELF"));
+  EXPECT_THAT(refusal(bytes, "com.x"), HasSubstr("not a 64-bit ELF"));
   header[4] = 2;
   header[0] = 'x';
-  EXPECT_THAT(refusal(bytes, "com.x"), HasSubstr("no 64-bit ELF"));
+  EXPECT_THAT(refusal(bytes, "com.x"), HasSubstr("not a 64-bit ELF"));
 }
 
 TEST(HelperImage, CutShortAnywhereIsRefused) {

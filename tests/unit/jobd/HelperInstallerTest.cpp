@@ -306,7 +306,7 @@ TEST_F(HelperInstallerTest, AStagingFileThatCannotBeMadeIsNamed) {
 }
 
 TEST_F(HelperInstallerTest, WhatIsNoFileIsNoHelper) {
-  EXPECT_EQ(outcome([&] { install(temporary.path()); }), "the helper is no regular file");
+  EXPECT_EQ(outcome([&] { install(temporary.path()); }), "the helper is not a regular file");
   EXPECT_EQ(outcome([&] { HelperInstaller(directories, root).install(-1, label, nullptr); }),
             "cannot examine the helper: Bad file descriptor");
   const FileDescriptor written(::open(newImage.c_str(), O_WRONLY | O_CLOEXEC));

@@ -92,13 +92,13 @@ TEST_F(ReplayConfigurationTest, ADeviceNumberIsOneOfThirtyTwoBits) {
   EXPECT_EQ(readWith({{str("Device"), NSNumber::numberWithUnsignedLongLong(4294967295)}}).device,
             4294967295U);
   EXPECT_EQ(refusalOf({{str("Device"), NSNumber::numberWithUnsignedLongLong(4294967296)}}),
-            "Device is no device number");
-  EXPECT_EQ(refusalOf({{str("Device"), str("1")}}), "Device is no device number");
+            "Device is not a device number");
+  EXPECT_EQ(refusalOf({{str("Device"), str("1")}}), "Device is not a device number");
 }
 
 TEST_F(ReplayConfigurationTest, OnlyABooleanIsOne) {
   EXPECT_EQ(refusalOf({{str("Repeat"), NSNumber::numberWithUnsignedLongLong(1)}}),
-            "Repeat is no boolean");
+            "Repeat is not a boolean");
 }
 
 TEST_F(ReplayConfigurationTest, ANameIsMadePrintableAndCut) {

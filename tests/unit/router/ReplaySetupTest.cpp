@@ -285,7 +285,7 @@ TEST_F(ReplaySetupTest, AConfigurationMayHaveTheLongestName) {
   EXPECT_THAT(copies(), ElementsAre(std::string(100, 'c') + ".hid"));
   EXPECT_EQ(list().size(), 1U);
   EXPECT_EQ(refusalOf(recording_, longest + "c"),
-            "'" + longest + "c' is no name for a device's configuration");
+            "'" + longest + "c' is not a valid name for a device's configuration");
 }
 
 TEST_F(ReplaySetupTest, AConfigurationThatLostItsCopyKeepsItsName) {
@@ -313,13 +313,13 @@ TEST_F(ReplaySetupTest, AnUnreadableConfigurationOfThatNameIsReplaced) {
 
 TEST_F(ReplaySetupTest, WhyARecordingCannotBePlayedIsSaid) {
   const fs::path broken = write("broken.hid", "R: 1 c0\nE: 0.0 1 01\n");
-  EXPECT_EQ(
-      refusalOf(broken),
-      broken.string() + ": report descriptor, offset 0: a collection ends that was not begun");
+  EXPECT_EQ(refusalOf(broken),
+            broken.string() +
+                ": report descriptor, offset 0: a collection is closed that was not opened");
   const fs::path two = write("two.hid", "R: 2 05 01\nE: 0.0 2 01\n");
-  EXPECT_EQ(refusalOf(two), two.string() + ":2: 2 bytes are announced, 1 are there");
+  EXPECT_EQ(refusalOf(two), two.string() + ":2: 2 bytes are announced, 1 follow");
   EXPECT_EQ(refusalOf(recording_, "../escape"),
-            "'../escape' is no name for a device's configuration");
+            "'../escape' is not a valid name for a device's configuration");
   try {
     add(directory_ / "none.hid");
     ADD_FAILURE() << "it was added";

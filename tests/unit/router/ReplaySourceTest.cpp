@@ -129,7 +129,8 @@ TEST_F(ReplaySourceTest, ARecordingHasTheNameOfAFile) {
   EXPECT_THAT(list(), IsEmpty());
   EXPECT_EQ(problems_.size(), 7U);
   for (const std::string& problem : problems_)
-    EXPECT_THAT(problem, HasSubstr("Recording is no name of a file in the directory recordings"));
+    EXPECT_THAT(problem,
+                HasSubstr("Recording is not the name of a file in the directory recordings"));
 }
 
 TEST_F(ReplaySourceTest, WhatIsNoRegularFileIsNoRecording) {
@@ -137,12 +138,12 @@ TEST_F(ReplaySourceTest, WhatIsNoRegularFileIsNoRecording) {
   fs::remove(recordings() / "mouse.hid");
   ASSERT_EQ(::mkfifo((recordings() / "mouse.hid").c_str(), 0600), 0);
   EXPECT_THAT(list(), IsEmpty());
-  EXPECT_THAT(problems_, ElementsAre(HasSubstr("recordings/mouse.hid: is no regular file")));
+  EXPECT_THAT(problems_, ElementsAre(HasSubstr("recordings/mouse.hid: is not a regular file")));
   EXPECT_EQ(open(id), nullptr);
   fs::remove(recordings() / "mouse.hid");
   fs::create_directory(recordings() / "mouse.hid");
   EXPECT_THAT(list(), IsEmpty());
-  EXPECT_THAT(problems_, ElementsAre(HasSubstr("recordings/mouse.hid: is no regular file")));
+  EXPECT_THAT(problems_, ElementsAre(HasSubstr("recordings/mouse.hid: is not a regular file")));
 }
 
 TEST_F(ReplaySourceTest, ADirectoryOfRecordingsThatIsALinkIsNotUsed) {
@@ -194,17 +195,18 @@ TEST_F(ReplaySourceTest, AnUnusableConfigurationIsReportedAndTheOthersStay) {
   const std::string directory = (directory_ / "etc/hideventrouter").string() + "/";
   EXPECT_THAT(
       problems_,
-      ElementsAre(directory + "1.plist: Source is not \"replay\"",
-                  directory + "2.plist: Source is not \"replay\"",
-                  directory + "3.plist: Recording is missing",
-                  directory + "4.plist: Recording is no name of a file in the directory recordings",
-                  directory + "5.plist: " + (recordings() / "none.hid").string() +
-                      ": cannot be read: No such file or directory",
-                  directory + "6.plist: Speed is neither \"max\" nor a number from 0.001 to 1000",
-                  directory + "7.plist: Repeat is no boolean",
-                  directory + "8.plist: Device is no device number",
-                  directory + "9.plist: Name is no string",
-                  directory + "broken.plist: is no property list with a dictionary"));
+      ElementsAre(
+          directory + "1.plist: Source is not \"replay\"",
+          directory + "2.plist: Source is not \"replay\"",
+          directory + "3.plist: Recording is missing",
+          directory + "4.plist: Recording is not the name of a file in the directory recordings",
+          directory + "5.plist: " + (recordings() / "none.hid").string() +
+              ": cannot be read: No such file or directory",
+          directory + "6.plist: Speed is neither \"max\" nor a number from 0.001 to 1000",
+          directory + "7.plist: Repeat is not a boolean",
+          directory + "8.plist: Device is not a device number",
+          directory + "9.plist: Name is not a string",
+          directory + "broken.plist: is not a property list with a dictionary"));
 }
 
 TEST_F(ReplaySourceTest, PlaysEveryReportInOrderThenEnds) {
@@ -393,7 +395,7 @@ TEST_F(ReplaySourceTest, ARecordingThatVanishedIsAnErrorWithItsCode) {
     open(id);
     FAIL();
   } catch (const DeviceError& error) {
-    EXPECT_THAT(error.what(), HasSubstr("gone.hid:3: the time is no number of seconds"));
+    EXPECT_THAT(error.what(), HasSubstr("gone.hid:3: the time is not a number of seconds"));
   }
 }
 

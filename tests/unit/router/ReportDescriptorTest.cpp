@@ -216,7 +216,7 @@ TEST(ReportDescriptor, WhatWasPoppedIsNotThereAnyMore) {
   EXPECT_NO_THROW(parse("a4 b4 a4 b4"));
   // What was popped makes room.
   EXPECT_NO_THROW(parse(repeated("a4 ", 64) + "b4 a4"));
-  expectError(repeated("a4 ", 64) + "b4 a4 a4", 66, "pushed too deep");
+  expectError(repeated("a4 ", 64) + "b4 a4 a4", 66, "too many values are pushed");
 }
 
 TEST(ReportDescriptor, PushAndPopLeaveUsagesAlone) {
@@ -353,7 +353,7 @@ TEST(ReportDescriptor, AReportYieldsSoManyValuesAtMost) {
 
 TEST(ReportDescriptor, RefusesWhatExceedsItsBounds) {
   expectError(repeated("a1 01 ", 65), 128, "nested too deep");
-  expectError(repeated("a4 ", 65), 64, "pushed too deep");
+  expectError(repeated("a4 ", 65), 64, "too many values are pushed");
   expectError("75 01 97 01 00 01 00 91 02", 7, "more than 65536 elements");
   expectError("75 01 97 ff ff ff ff 81 02", 7, "more than 65536 elements");
   expectError("75 01 96 00 ff 91 02 b1 02", 7, "more than 65536 elements");
@@ -365,11 +365,11 @@ TEST(ReportDescriptor, RefusesWhatExceedsItsBounds) {
 }
 
 TEST(ReportDescriptor, RefusesItemsThatAreCutOff) {
-  expectError("75 08 95", 2, "cut off");
-  expectError("75 08 26 ff", 2, "cut off");
-  expectError("27 ff ff ff", 0, "cut off");
-  expectError("fe", 0, "cut off");
-  expectError("75 08 fe 03 10 01 02", 2, "cut off");
+  expectError("75 08 95", 2, "truncated");
+  expectError("75 08 26 ff", 2, "truncated");
+  expectError("27 ff ff ff", 0, "truncated");
+  expectError("fe", 0, "truncated");
+  expectError("75 08 fe 03 10 01 02", 2, "truncated");
 }
 
 TEST(ReportDescriptor, RefusesUnbalancedStructure) {
@@ -407,18 +407,17 @@ std::string refusal(const std::string& hex) {
 
 TEST(ReportDescriptor, ARefusalNamesTheNumbers) {
   EXPECT_EQ(refusal("75 08 26 ff"),
-            "offset 2: the item is cut off: it needs 3 bytes, the descriptor has 2 more");
+            "offset 2: the item is truncated: it needs 3 bytes, but 2 are left");
   EXPECT_EQ(refusal("75 08 fe 03 10 01 02"),
-            "offset 2: the item is cut off: it needs 6 bytes, the descriptor has 5 more");
-  EXPECT_EQ(refusal("fe 00"),
-            "offset 0: the item is cut off: it needs 3 bytes, the descriptor has 2 more");
+            "offset 2: the item is truncated: it needs 6 bytes, but 5 are left");
+  EXPECT_EQ(refusal("fe 00"), "offset 0: the item is truncated: it needs 3 bytes, but 2 are left");
   EXPECT_EQ(refusal("a1 01 a1 00"), "offset 4: 2 collections are left open");
   EXPECT_EQ(refusal("15 05 25 04 75 08 95 01 81 02"),
             "offset 8: the logical maximum 4 is below the minimum 5");
   EXPECT_EQ(refusal("15 ff 25 fe 75 08 95 01 81 02"),
             "offset 8: the logical maximum -2 is below the minimum -1");
   EXPECT_EQ(refusal("a9 01 a9 01"), "offset 2: delimiters are nested");
-  EXPECT_EQ(refusal("a9 01 a9 00 a9 00"), "offset 4: a delimiter closes no set");
+  EXPECT_EQ(refusal("a9 01 a9 00 a9 00"), "offset 4: a delimiter closes a set that is not open");
 }
 
 TEST(ReportDescriptor, ATooLongDescriptorIsRefusedBehindItsLastByte) {

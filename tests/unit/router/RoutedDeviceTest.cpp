@@ -259,7 +259,8 @@ TEST_F(RoutedDeviceTest, WhatCannotBeOpenedIsAnsweredWithItsReasonAndMayBeTriedA
   const auto error = d->admit(client.subscription);
   ASSERT_NE(error, nullptr);
   EXPECT_EQ(error->code(), -536870198);
-  EXPECT_THAT(error->description(), HasSubstr("offset 0: a collection ends that was not begun"));
+  EXPECT_THAT(error->description(),
+              HasSubstr("offset 0: a collection is closed that was not opened"));
   onOpen_ = nullptr;
   enter(*d, client);
   feed_.report("07 01");

@@ -405,7 +405,7 @@ TEST_F(WholeReport, HoldsNoSecretOfAnyLineOfAnyTable) {
   }
   const std::string& excerpt =
       files.at("wlhid-report/modules/WLHIDEventRouter/syslog-com.quillmar.hideventrouter.log");
-  EXPECT_NE(excerpt.find("]: router <private> of <private>, <private> devices\n"),
+  EXPECT_NE(excerpt.find("]: router <private> started: root <private>, <private> devices\n"),
             std::string::npos);
   const std::string& recent = files.at("wlhid-report/modules/KQRecentLogLines/recent.log");
   EXPECT_NE(recent.find(":314 Received for reportID <private>: <private>\n"), std::string::npos);
