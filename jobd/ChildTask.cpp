@@ -22,7 +22,7 @@ namespace {
 using platform::ServiceErrorCode;
 
 // A pipe holds this much at once, so the child never waits for the daemon to read.
-constexpr std::size_t longestResult = 4096;
+constexpr std::size_t kLongestResult = 4096;
 
 /// Otherwise a child that hangs would keep the daemon's lock, endpoints and callers' connections.
 void closeAllBut(std::vector<int> kept) {
@@ -61,7 +61,7 @@ bool writeAll(int pipe, std::string_view text) {
 /// Everything that an ended child wrote.
 std::string readAll(int pipe) {
   std::string text;
-  std::array<char, longestResult> buffer{};
+  std::array<char, kLongestResult> buffer{};
   for (;;) {
     const ssize_t got = ::read(pipe, buffer.data(), buffer.size());
     if (got < 0 && errno == EINTR) continue;
@@ -77,7 +77,7 @@ std::string readAll(int pipe) {
   std::vector<int> kept = plan.descriptors;
   kept.push_back(result);
   closeAllBut(std::move(kept));
-  const std::string text = resultOf(plan.work).substr(0, longestResult);
+  const std::string text = resultOf(plan.work).substr(0, kLongestResult);
   ::_exit(writeAll(result, text) ? 0 : 1);
 }
 

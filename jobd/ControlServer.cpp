@@ -17,7 +17,7 @@ namespace {
 
 using platform::ServiceErrorCode;
 
-constexpr const char* controlEndpointName = "jobd.sock";
+constexpr const char* kEndpointName = "jobd.sock";
 
 /// The daemon runs as the root's owner, and serves only that user and the superuser.
 std::optional<platform::PeerCredentials> admissibleCaller(int socket) {
@@ -41,11 +41,11 @@ ControlServer::ControlServer(EventLoop& loop, int runDirectory, Authority author
 }
 
 void ControlServer::listen() {
-  socket_ = platform::listenUnixSocketAt(runDirectory_, controlEndpointName,
-                                         SOCK_STREAM | SOCK_NONBLOCK, 64, 0600);
+  socket_ = platform::listenUnixSocketAt(runDirectory_, kEndpointName, SOCK_STREAM | SOCK_NONBLOCK,
+                                         64, 0600);
   if (!socket_) throw platform::fileSystemError("cannot open the control endpoint", errno);
   struct stat status {};
-  if (::fstatat(runDirectory_, controlEndpointName, &status, AT_SYMLINK_NOFOLLOW) == 0) {
+  if (::fstatat(runDirectory_, kEndpointName, &status, AT_SYMLINK_NOFOLLOW) == 0) {
     device_ = status.st_dev;
     inode_ = status.st_ino;
   }
@@ -54,12 +54,12 @@ void ControlServer::listen() {
 
 bool ControlServer::isInPlace() const {
   struct stat status {};
-  return ::fstatat(runDirectory_, controlEndpointName, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+  return ::fstatat(runDirectory_, kEndpointName, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
          status.st_dev == device_ && status.st_ino == inode_;
 }
 
 void ControlServer::removeEndpoint() const {
-  if (isInPlace()) ::unlinkat(runDirectory_, controlEndpointName, 0);
+  if (isInPlace()) ::unlinkat(runDirectory_, kEndpointName, 0);
 }
 
 bool ControlServer::closeIfUnused() {

@@ -14,30 +14,30 @@ namespace jobd {
 class CrashThrottle {
  public:
   using Duration = std::chrono::milliseconds;
-  static constexpr Duration goodRun{1000};
-  static constexpr unsigned leniency = 25;
-  static constexpr Duration lenient{40};
-  static constexpr Duration shortest{100};
-  static constexpr Duration longest{10'000};
+  static constexpr Duration kGoodRun{1000};
+  static constexpr unsigned kLenientStarts = 25;
+  static constexpr Duration kLenientDelay{40};
+  static constexpr Duration kShortestDelay{100};
+  static constexpr Duration kLongestDelay{10'000};
 
   /// The delay before the next start, given how long the job has run.
   Duration delayAfterRunOf(Duration ran) {
-    if (ran >= goodRun) {
+    if (ran >= kGoodRun) {
       *this = {};
       return Duration::zero();
     }
-    if (shortRuns_ < leniency) {
+    if (shortRuns_ < kLenientStarts) {
       ++shortRuns_;
-      return lenient;
+      return kLenientDelay;
     }
     const Duration delay = next_;
-    next_ = std::min(2 * next_, longest);
+    next_ = std::min(2 * next_, kLongestDelay);
     return delay;
   }
 
  private:
   unsigned shortRuns_ = 0;
-  Duration next_ = shortest;
+  Duration next_ = kShortestDelay;
 };
 
 }  // namespace jobd

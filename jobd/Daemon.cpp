@@ -31,7 +31,7 @@ using platform::LogLine;
 using platform::ServiceError;
 using platform::ServiceErrorCode;
 
-constexpr std::chrono::milliseconds leftOutInterval{1000};  // one entry a second is enough
+constexpr std::chrono::milliseconds kLeftOutInterval{1000};  // one entry a second is enough
 
 void drain(int descriptor) {
   std::array<char, 4096> buffer{};
@@ -84,7 +84,7 @@ Daemon::Daemon(const platform::SystemRoot& root, RootDirectories directories,
       idleTime_(idleTime) {
   watchSignals();
   log_.whenLeavingOut([this] {
-    leftOutTimer_ = loop_.after(leftOutInterval, [this] { log_.sayWhatWasLeftOut(); });
+    leftOutTimer_ = loop_.after(kLeftOutInterval, [this] { log_.sayWhatWasLeftOut(); });
   });
   installer_.removeStagingFiles();
   loadJobs();
@@ -207,7 +207,7 @@ void Daemon::changeJob(const ControlRequest& request, platform::FileDescriptor d
 void Daemon::bless(const std::string& label, platform::FileDescriptor helper, const Reply& reply) {
   if (!helper)
     throw ServiceError(ServiceErrorCode::Protocol, "no helper was sent with the request");
-  if (copies_.size() >= maximumCopies)
+  if (copies_.size() >= kMaximumCopies)
     throw ServiceError(ServiceErrorCode::Busy, "too many helpers are being installed; try again");
   const int tools = directories_.tools.get();
   ChildTask::Plan plan;

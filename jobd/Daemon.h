@@ -30,7 +30,7 @@ namespace jobd {
 
 class Daemon {
  public:
-  static constexpr std::chrono::milliseconds defaultIdleTime{5000};
+  static constexpr std::chrono::milliseconds kDefaultIdleTime{5000};
 
   Daemon(const platform::SystemRoot& root, RootDirectories directories,
          std::chrono::milliseconds idleTime);
@@ -82,7 +82,7 @@ class Daemon {
     std::unique_ptr<ChildTask> task;
     std::vector<Waiting> waiting;
   };
-  static constexpr std::size_t maximumCopies = 4;  ///< at a time, including hanging ones
+  static constexpr std::size_t kMaximumCopies = 4;  ///< at a time, including hanging ones
 
   void changeJob(const platform::ControlRequest& request, platform::FileDescriptor descriptor,
                  const Reply& reply);

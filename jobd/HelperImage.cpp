@@ -21,11 +21,11 @@ using platform::NSString;
 using platform::objectCast;
 
 #if defined(__x86_64__)
-constexpr std::uint16_t thisMachine = EM_X86_64;
+constexpr std::uint16_t kThisMachine = EM_X86_64;
 #elif defined(__aarch64__)
-constexpr std::uint16_t thisMachine = EM_AARCH64;
+constexpr std::uint16_t kThisMachine = EM_AARCH64;
 #elif defined(__riscv)
-constexpr std::uint16_t thisMachine = EM_RISCV;
+constexpr std::uint16_t kThisMachine = EM_RISCV;
 #else
 #error "name the ELF machine number of this processor"
 #endif
@@ -73,7 +73,7 @@ std::span<const std::uint8_t> programOfImage(std::span<const std::uint8_t> image
   if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64) {
     refuse("the helper's program is not a 64-bit ELF executable");
   }
-  if (header.e_machine != thisMachine)
+  if (header.e_machine != kThisMachine)
     refuse("the helper's program is for another kind of processor");
   return program;
 }

@@ -21,11 +21,11 @@ using platform::ServiceError;
 using platform::ServiceErrorCode;
 
 // A label cannot begin with a dot, so a staging file is never mistaken for a job or a helper.
-constexpr std::string_view stagingPrefix = ".staging.";
-constexpr std::string_view jobSuffix = ".plist";
+constexpr std::string_view kStagingPrefix = ".staging.";
+constexpr std::string_view kJobSuffix = ".plist";
 
 std::string stagingName(const std::string& name) {
-  return std::string(stagingPrefix) + name;
+  return std::string(kStagingPrefix) + name;
 }
 
 void writeAll(int file, std::span<const std::uint8_t> bytes, const std::string& name) {
@@ -137,7 +137,7 @@ platform::JobDescription HelperInstaller::putInPlace(const std::string& label,
                                                      const Approval& approve) {
   const int tools = directories_.tools.get();
   const int jobs = directories_.jobs.get();
-  const std::string jobFile = label + std::string(jobSuffix);
+  const std::string jobFile = label + std::string(kJobSuffix);
   StagingGuard executableGuard(tools, stagingName(label));
   reached(InstallStep::ExecutableStaged);
   platform::JobDescription job{label, {root_.helperTool(label).string()}, std::move(services)};
@@ -161,7 +161,7 @@ platform::JobDescription HelperInstaller::putInPlace(const std::string& label,
 }
 
 bool HelperInstaller::remove(const std::string& label) {
-  const bool hadJob = unlinkIn(directories_.jobs.get(), label + std::string(jobSuffix));
+  const bool hadJob = unlinkIn(directories_.jobs.get(), label + std::string(kJobSuffix));
   if (hadJob) syncDirectory(directories_.jobs.get());
   const bool hadExecutable = unlinkIn(directories_.tools.get(), label);
   if (hadExecutable) syncDirectory(directories_.tools.get());
@@ -171,7 +171,7 @@ bool HelperInstaller::remove(const std::string& label) {
 void HelperInstaller::removeStagingFiles() {
   for (const int directory : {directories_.tools.get(), directories_.jobs.get()}) {
     for (const auto& name : platform::namesIn(directory)) {
-      if (name.starts_with(stagingPrefix)) ::unlinkat(directory, name.c_str(), 0);
+      if (name.starts_with(kStagingPrefix)) ::unlinkat(directory, name.c_str(), 0);
     }
   }
 }
@@ -179,8 +179,8 @@ void HelperInstaller::removeStagingFiles() {
 std::vector<std::string> labelsOfJobFiles(int jobsDirectory) {
   std::vector<std::string> labels;
   for (const auto& name : platform::namesIn(jobsDirectory)) {
-    if (!name.ends_with(jobSuffix)) continue;
-    std::string label = name.substr(0, name.size() - jobSuffix.size());
+    if (!name.ends_with(kJobSuffix)) continue;
+    std::string label = name.substr(0, name.size() - kJobSuffix.size());
     if (platform::SystemRoot::isValidLabel(label)) labels.push_back(std::move(label));
   }
   return labels;

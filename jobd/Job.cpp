@@ -17,8 +17,8 @@ namespace {
 
 using platform::LogLine;
 
-constexpr int backlog = 128;
-constexpr unsigned endpointMode = 0600;  // only the root's owner is served
+constexpr int kBacklog = 128;
+constexpr unsigned kEndpointMode = 0600;  // only the root's owner is served
 
 std::string endpointName(const std::string& service) {
   return service + ".sock";
@@ -56,7 +56,7 @@ std::vector<ListeningSocket> Job::openMissing(const std::vector<std::string>& se
     if (offers(service)) continue;
     auto socket =
         platform::listenUnixSocketAt(surroundings_.directories.run.get(), endpointName(service),
-                                     SOCK_STREAM, backlog, endpointMode);
+                                     SOCK_STREAM, kBacklog, kEndpointMode);
     if (socket) {
       opened.push_back({service, std::move(socket)});
       continue;
@@ -170,7 +170,7 @@ void Job::stop(Gone gone) {
     finishStopping();
   } else if (!isAsked) {
     process_->signal(SIGTERM);
-    graceTimer_ = surroundings_.loop.after(grace, [this] { kill(); });
+    graceTimer_ = surroundings_.loop.after(kGracePeriod, [this] { kill(); });
   }
 }
 

@@ -38,7 +38,7 @@ struct JobSurroundings {
 class Job {
  public:
   using Gone = std::function<void()>;
-  static constexpr std::chrono::milliseconds grace{5000};
+  static constexpr std::chrono::milliseconds kGracePeriod{5000};
 
   Job(const JobSurroundings& surroundings, platform::JobDescription description)
       : surroundings_(surroundings), description_(std::move(description)) {}

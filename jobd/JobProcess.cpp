@@ -31,7 +31,7 @@ namespace {
 using platform::FileDescriptor;
 using platform::fileSystemError;
 
-constexpr int firstPassedDescriptor = 3;  // defined by the protocol for passing sockets
+constexpr int kFirstPassedDescriptor = 3;  // defined by the protocol for passing sockets
 
 /// The program as an anonymous file that can no longer be changed.
 FileDescriptor sealedProgram(const std::string& name, std::span<const std::uint8_t> program) {
@@ -96,7 +96,7 @@ int arrangeDescriptors(const ProcessPlan& plan, int output) {
   for (const auto& each : *plan.sockets) handedOn.push_back(each.socket.get());
   handedOn.push_back(plan.root);
   const int count = static_cast<int>(handedOn.size());
-  const int final = firstPassedDescriptor + count;
+  const int final = kFirstPassedDescriptor + count;
   const int above = final + 1;
   const int toolsAbove = ::fcntl(plan.tools, F_DUPFD_CLOEXEC, above);
   const int outputAbove = ::fcntl(output, F_DUPFD_CLOEXEC, above);
@@ -106,7 +106,7 @@ int arrangeDescriptors(const ProcessPlan& plan, int output) {
   ::dup2(outputAbove, 1);
   ::dup2(outputAbove, 2);
   for (int i = 0; i < count; ++i)
-    ::dup2(handedOn[static_cast<std::size_t>(i)], firstPassedDescriptor + i);
+    ::dup2(handedOn[static_cast<std::size_t>(i)], kFirstPassedDescriptor + i);
   ::dup3(toolsAbove, final, O_CLOEXEC);
   ::close_range(static_cast<unsigned>(final) + 1, ~0U, 0);
   return final;
@@ -184,7 +184,7 @@ void JobProcess::signal(int number) const {
 /// A line written in pieces must not look like several: only the first piece has no mark.
 void JobProcess::writeLine(std::string_view line) {
   if (!lines_.goesOn()) return log_.write(label_, identifier_, line);
-  log_.write(label_, identifier_, std::string(continuationMark).append(line));
+  log_.write(label_, identifier_, std::string(kContinuationMark).append(line));
 }
 
 /// Reads at most `most` bytes, so that a job that writes without end does not starve the others.

@@ -15,8 +15,8 @@ namespace jobd {
 class LogBudget {
  public:
   using Clock = std::chrono::steady_clock;
-  static constexpr std::size_t capacity = std::size_t{256} * 1024;
-  static constexpr std::size_t bytesPerMillisecond = 8;
+  static constexpr std::size_t kCapacity = std::size_t{256} * 1024;
+  static constexpr std::size_t kBytesPerMillisecond = 8;
 
   explicit LogBudget(Clock::time_point now) : filledAt_(now) {}
 
@@ -38,12 +38,12 @@ class LogBudget {
   void fill(Clock::time_point now) {
     const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(now - filledAt_);
     filledAt_ += passed;  // fractions of a millisecond count next time
-    const auto enough = static_cast<std::int64_t>(capacity / bytesPerMillisecond);
+    const auto enough = static_cast<std::int64_t>(kCapacity / kBytesPerMillisecond);
     const auto counted = std::clamp<std::int64_t>(passed.count(), 0, enough);
-    left_ = std::min(capacity, left_ + static_cast<std::size_t>(counted) * bytesPerMillisecond);
+    left_ = std::min(kCapacity, left_ + static_cast<std::size_t>(counted) * kBytesPerMillisecond);
   }
 
-  std::size_t left_ = capacity;
+  std::size_t left_ = kCapacity;
   Clock::time_point filledAt_;
   std::uint64_t leftOut_ = 0;
 };

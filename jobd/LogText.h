@@ -14,17 +14,18 @@ namespace jobd {
 
 /// The longest text of one entry, in bytes before it is made printable. A longer line continues in
 /// another entry.
-inline constexpr std::size_t maximumEntryBytes = 2048;
+inline constexpr std::size_t kMaximumEntryBytes = 2048;
 
 /// What a continuation starts with; no row of a log table does.
-inline constexpr std::string_view continuationMark = "… ";
+inline constexpr std::string_view kContinuationMark = "… ";
 
 /// "Nov 21 03:12:45 host name[345]: text\n", with the text made one printable line; a day below 10
 /// has two spaces before it.
 [[nodiscard]] std::string logEntry(const std::tm& time, std::string_view host,
                                    std::string_view name, long process, std::string_view text);
 
-/// Splits a stream of bytes into lines of at most maximumEntryBytes, never inside a UTF-8 sequence.
+/// Splits a stream of bytes into lines of at most kMaximumEntryBytes, never inside a UTF-8
+/// sequence.
 class LineSplitter {
  public:
   using Sink = std::function<void(std::string_view line)>;

@@ -15,9 +15,9 @@
 namespace jobd {
 namespace {
 
-constexpr const char* fileName = "system.log";
-constexpr std::string_view ownName = "wlhid-jobd";
-constexpr const char* oldFileName = "system.log.0";
+constexpr const char* kFileName = "system.log";
+constexpr std::string_view kOwnName = "wlhid-jobd";
+constexpr const char* kOldFileName = "system.log.0";
 
 std::string hostName() {
   std::array<char, 256> name{};
@@ -48,7 +48,7 @@ void SystemLog::write(std::string_view name, long process, std::string_view text
 }
 
 void SystemLog::note(const platform::LogLine& line) {
-  write(ownName, ::getpid(), line);
+  write(kOwnName, ::getpid(), line);
 }
 
 std::string SystemLog::entry(std::string_view name, long process, std::string_view text) const {
@@ -70,7 +70,7 @@ void SystemLog::sayWhatWasLeftOut() {
   isLeavingOut_ = false;
   for (auto& [name, budget] : budgets_) {
     if (budget.leftOut() == 0) continue;
-    append(entry(ownName, ::getpid(),
+    append(entry(kOwnName, ::getpid(),
                  platform::LogLine::of<row::linesLeftOut>(budget.leftOut(), name)));
     budget.forgetLeftOut();
   }
@@ -88,12 +88,12 @@ bool SystemLog::prepare() {
   struct stat status {};
   if (!file_ || ::fstat(file_.get(), &status) != 0 || status.st_nlink == 0) return reopen();
   if (static_cast<std::uint64_t>(status.st_size) < limit_) return true;
-  ::renameat(directory_.get(), fileName, directory_.get(), oldFileName);
+  ::renameat(directory_.get(), kFileName, directory_.get(), kOldFileName);
   return reopen();
 }
 
 bool SystemLog::reopen() {
-  file_.reset(::openat(directory_.get(), fileName,
+  file_.reset(::openat(directory_.get(), kFileName,
                        O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644));
   struct stat status {};
   if (file_ && (::fstat(file_.get(), &status) != 0 || !S_ISREG(status.st_mode))) file_.reset();

@@ -21,11 +21,11 @@ namespace jobd {
 
 class SystemLog {
  public:
-  static constexpr std::uint64_t defaultLimit = 4U << 20;
+  static constexpr std::uint64_t kDefaultLimit = 4U << 20;
 
   /// Writes "system.log" in the open directory. When the log exceeds `limit`, it becomes
   /// "system.log.0", replacing the previous one, so it takes at most twice the limit on disk.
-  explicit SystemLog(platform::FileDescriptor directory, std::uint64_t limit = defaultLimit);
+  explicit SystemLog(platform::FileDescriptor directory, std::uint64_t limit = kDefaultLimit);
 
   /// Adds an entry with a job's output, unless that source has written too much recently.
   void write(std::string_view name, long process, std::string_view text);

@@ -27,7 +27,7 @@ struct Options {
   std::string root;
   bool isForeground = false;
   int readyDescriptor = -1;
-  std::chrono::milliseconds idleTime = jobd::Daemon::defaultIdleTime;
+  std::chrono::milliseconds idleTime = jobd::Daemon::kDefaultIdleTime;
 };
 
 int number(std::string_view name, std::string_view text) {

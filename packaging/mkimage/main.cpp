@@ -128,8 +128,8 @@ Processor processorOf(const Bytes& program) {
 
 class ImageWriter {
  public:
-  static constexpr std::uint64_t page = 0x4000;
-  static constexpr std::uint64_t base = 0x100000000;
+  static constexpr std::uint64_t kPage = 0x4000;
+  static constexpr std::uint64_t kBase = 0x100000000;
 
   struct Section {
     const char* name;
@@ -177,7 +177,7 @@ class ImageWriter {
   }
 
  private:
-  static std::uint64_t aligned(std::uint64_t value) { return (value + page - 1) / page * page; }
+  static std::uint64_t aligned(std::uint64_t value) { return (value + kPage - 1) / kPage * kPage; }
   std::uint64_t contentEnd() const { return content_.size(); }
 
   void append(std::uint64_t at, const Section& section) {
@@ -190,7 +190,7 @@ class ImageWriter {
     put32(0x19);
     put32(static_cast<std::uint32_t>(72 + 80 * sections.size()));
     putName(segment);
-    put64(base + start);
+    put64(kBase + start);
     put64(aligned(size));
     put64(start);
     put64(size);
@@ -204,7 +204,7 @@ class ImageWriter {
   void putSection(const char* segment, const Section& section, std::uint64_t offset) {
     putName(section.name);
     putName(segment);
-    put64(base + offset);
+    put64(kBase + offset);
     put64(section.size);
     put32(static_cast<std::uint32_t>(offset));
     put32(4);  // aligned to 2^4

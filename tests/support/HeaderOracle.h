@@ -19,14 +19,14 @@ namespace testsupport {
 
 class HeaderOracle {
  public:
-  static constexpr std::string_view pattern =
+  static constexpr std::string_view kPattern =
       "^([A-Za-z]{3}(\\s){1,2}([0-9]{1,2})(\\s){1})([0-9]{1,2})\\:([0-9]{1,2})\\:([0-9]{1,2})"
       "(\\s){1}(\\S){1,}(\\s){1}([A-Za-z\\.\\-\\_]){1,}\\[[0-9]{1,}\\]"
       "([\\sA-Za-z0-9\\(\\)\\[\\]\\.]{0,})\\:";
 
   HeaderOracle() {
     UErrorCode status = U_ZERO_ERROR;
-    const auto text = utf16(pattern);
+    const auto text = utf16(kPattern);
     expression_.reset(uregex_open(text.data(), static_cast<std::int32_t>(text.size()),
                                   UREGEX_CASE_INSENSITIVE, nullptr, &status));
     require(status);

@@ -13,7 +13,7 @@
 namespace testsupport {
 
 /// A user whom nothing belongs to.
-inline constexpr uid_t otherUser = 12345;
+inline constexpr uid_t kOtherUser = 12345;
 
 [[nodiscard]] inline bool isSuperuser() {
   return ::geteuid() == 0;

@@ -39,7 +39,7 @@ class Control : public JobdSuite {
   static bool isDropped(const FileDescriptor& socket) {
     pollfd entry{socket.get(), POLLIN, 0};
     char c = 0;
-    return ::poll(&entry, 1, patienceMilliseconds) == 1 && ::recv(socket.get(), &c, 1, 0) <= 0;
+    return ::poll(&entry, 1, kTimeoutMilliseconds) == 1 && ::recv(socket.get(), &c, 1, 0) <= 0;
   }
 
   static void sendBytes(const FileDescriptor& socket, std::span<const std::uint8_t> bytes) {
@@ -83,7 +83,7 @@ TEST_F(Control, RandomBytesAreSurvived) {
     sendBytes(socket, frame);
     ::shutdown(socket.get(), SHUT_WR);
     pollfd entry{socket.get(), POLLIN, 0};
-    EXPECT_EQ(::poll(&entry, 1, patienceMilliseconds), 1);
+    EXPECT_EQ(::poll(&entry, 1, kTimeoutMilliseconds), 1);
   }
   expectService();
 }
@@ -109,14 +109,14 @@ TEST_F(Control, IdleConnectionsKeepNobodyOut) {
 }
 
 TEST_F(Control, AChangeSentStraightToTheSocketIsRefused) {
-  const std::string installed = testsupport::readFile(root.helperTool(echoLabel));
+  const std::string installed = testsupport::readFile(root.helperTool(kEchoLabel));
   const FileDescriptor image(::open(echoImage("6.6").c_str(), O_RDONLY | O_CLOEXEC));
   const auto blessed =
-      daemon().ask({ControlRequest::Operation::Bless, echoLabel, true}, image.get());
+      daemon().ask({ControlRequest::Operation::Bless, kEchoLabel, true}, image.get());
   EXPECT_EQ(blessed.code, ServiceErrorCode::NotPermitted) << blessed.message;
-  const auto removed = daemon().ask({ControlRequest::Operation::Remove, echoLabel, true}, -1);
+  const auto removed = daemon().ask({ControlRequest::Operation::Remove, kEchoLabel, true}, -1);
   EXPECT_EQ(removed.code, ServiceErrorCode::NotPermitted) << removed.message;
-  EXPECT_EQ(testsupport::readFile(root.helperTool(echoLabel)), installed);
+  EXPECT_EQ(testsupport::readFile(root.helperTool(kEchoLabel)), installed);
   expectService();
 }
 
@@ -147,7 +147,7 @@ TEST_F(Control, DescriptorsNobodyAskedForAreClosed) {
 }
 
 TEST_F(Control, ABlessWithoutADescriptorIsRefused) {
-  const auto reply = change({ControlRequest::Operation::Bless, echoLabel, true}, -1);
+  const auto reply = change({ControlRequest::Operation::Bless, kEchoLabel, true}, -1);
   EXPECT_EQ(reply.code, ServiceErrorCode::Protocol);
   EXPECT_EQ(reply.message, "no helper was sent with the request");
   expectService();
@@ -166,8 +166,8 @@ TEST_F(Control, StatusTellsWhatIsKept) {
   Client client = connect();
   const Process helper = client.process();
   const auto status = job();
-  EXPECT_EQ(status.label, echoLabel);
-  EXPECT_THAT(status.services, testing::ElementsAre(echoLabel));
+  EXPECT_EQ(status.label, kEchoLabel);
+  EXPECT_THAT(status.services, testing::ElementsAre(kEchoLabel));
   EXPECT_EQ(status.processIdentifier, helper.identifier());
   EXPECT_EQ(status.starts, 1);
   EXPECT_EQ(status.heldBackMilliseconds, 0);

@@ -31,7 +31,7 @@ TEST_F(JobLimits, ASocketWhoseBacklogIsFullIsListenedOnToo) {
   const platform::FileDescriptor waiting(
       platform::connectUnixSocket(root.endpoint(taken).string(), SOCK_STREAM | SOCK_NONBLOCK));
   ASSERT_TRUE(waiting);
-  const auto refused = bless(image({echoLabel, "2.0", ECHO_HELPER, {echoLabel, taken}}));
+  const auto refused = bless(image({kEchoLabel, "2.0", ECHO_HELPER, {kEchoLabel, taken}}));
   EXPECT_EQ(refused.code, ServiceErrorCode::Busy);
   EXPECT_EQ(refused.message,
             "another process listens on the service com.quillmar.echo.taken; end it first");
@@ -54,16 +54,16 @@ TEST_F(JobLimits, ASocketWhoseMakerHasGoneIsReplacedWhoeverHoldsIt) {
   int status = 0;
   ASSERT_EQ(::waitpid(maker, &status, 0), maker);
   ASSERT_EQ(status, 0);
-  EXPECT_TRUE(bless(image({echoLabel, "2.0", ECHO_HELPER, {echoLabel, left}})).succeeded());
+  EXPECT_TRUE(bless(image({kEchoLabel, "2.0", ECHO_HELPER, {kEchoLabel, left}})).succeeded());
   EXPECT_EQ(connect(left).ask("service"), left);
   ::close(held[0]);
   ::close(held[1]);
 }
 
 TEST_F(JobLimits, SoManyConnectionsWaitForAJobThatCannotTakeThem) {
-  ASSERT_TRUE(bless(image({echoLabel, "1.0", CRASH_HELPER, {}})).succeeded());
+  ASSERT_TRUE(bless(image({kEchoLabel, "1.0", CRASH_HELPER, {}})).succeeded());
   const auto connects = [&] {
-    return platform::FileDescriptor(platform::connectUnixSocket(root.endpoint(echoLabel).string(),
+    return platform::FileDescriptor(platform::connectUnixSocket(root.endpoint(kEchoLabel).string(),
                                                                 SOCK_STREAM | SOCK_NONBLOCK));
   };
   std::vector<platform::FileDescriptor> waiting;
@@ -94,7 +94,7 @@ TEST_F(JobLimits, OnlySoManyHelpersAreCopiedAtATime) {
       GTEST_SKIP() << "needs the superuser";
     hung.emplace_back([this, image, label] { EXPECT_FALSE(bless(image, label).succeeded()); });
     pollfd asked{guard.get(), POLLIN, 0};
-    EXPECT_EQ(::poll(&asked, 1, patienceMilliseconds), 1);
+    EXPECT_EQ(::poll(&asked, 1, kTimeoutMilliseconds), 1);
     fanotify_event_metadata event{};
     EXPECT_EQ(::read(guard.get(), &event, sizeof event), static_cast<ssize_t>(sizeof event));
     ::close(event.fd);

@@ -179,7 +179,7 @@ TEST_F(Program, AHangUpIsNoReasonToEndAndAnInterruptIs) {
   process.signal(SIGINT);
   EXPECT_TRUE(process.hasGone());
   EXPECT_FALSE(fs::exists(root.controlEndpoint()));
-  EXPECT_FALSE(fs::exists(root.endpoint(echoLabel)));
+  EXPECT_FALSE(fs::exists(root.endpoint(kEchoLabel)));
 }
 
 TEST_F(Program, AReplacedEndpointEndsIt) {

@@ -167,7 +167,7 @@ TEST_F(Root, ARootThatOthersCanWriteIsRefusedBeforeADaemonIsStarted) {
 
 TEST_F(Root, AServicesEndpointIsForItsOwnerAlone) {
   ASSERT_TRUE(bless(echoImage()).succeeded());
-  for (const auto& endpoint : {root.endpoint(echoLabel), root.controlEndpoint()}) {
+  for (const auto& endpoint : {root.endpoint(kEchoLabel), root.controlEndpoint()}) {
     struct stat status {};
     ASSERT_EQ(::lstat(endpoint.c_str(), &status), 0) << endpoint;
     EXPECT_TRUE(S_ISSOCK(status.st_mode)) << endpoint;
@@ -176,7 +176,7 @@ TEST_F(Root, AServicesEndpointIsForItsOwnerAlone) {
   }
   if (!testsupport::isSuperuser()) return;  // only the superuser can act as somebody else
   ::chmod(temporary.path().c_str(), 0755);
-  EXPECT_EQ(testsupport::asUser(testsupport::otherUser,
+  EXPECT_EQ(testsupport::asUser(testsupport::kOtherUser,
                                 [&] {
                                   const auto result = connectResult();
                                   return std::to_string(static_cast<int>(result.outcome)) + " " +
@@ -200,17 +200,17 @@ TEST_F(Root, DamagedJobFilesAreLeftOutAndNoted) {
   const Process first = daemonProcess();
   first.signal(SIGTERM);
   ASSERT_TRUE(first.hasGone());
-  const auto good = testsupport::readFile(root.jobFile(echoLabel));
+  const auto good = testsupport::readFile(root.jobFile(kEchoLabel));
   testsupport::writeFile(root.jobFile("com.garbage"), "garbage");
   testsupport::writeFile(root.jobFile("com.empty"), "");
   testsupport::writeFile(root.jobFile("com.renamed"), good);
   testsupport::writeFile(root.jobFile("com.large"),
                          std::string(platform::maximumControlBytes, ' '));
-  fs::create_symlink(root.jobFile(echoLabel), root.jobFile("com.link"));
+  fs::create_symlink(root.jobFile(kEchoLabel), root.jobFile("com.link"));
   ASSERT_EQ(::mkfifo(root.jobFile("com.pipe").c_str(), 0600), 0);
   fs::create_directories(root.jobFile("com.directory"));
   testsupport::writeFile(root.jobFile("com.quillmar.echo").parent_path() / "bad name.plist", good);
-  const auto thief = platform::encodeJobFile({"com.thief", {"/x"}, {echoLabel}});
+  const auto thief = platform::encodeJobFile({"com.thief", {"/x"}, {kEchoLabel}});
   testsupport::writeFile(root.jobFile("com.thief"),
                          {reinterpret_cast<const char*>(thief.data()), thief.size()});
 
@@ -235,7 +235,8 @@ TEST_F(Root, ANameBelongsToTheJobThatIsCalledSoWhateverIsLoadedFirst) {
   const Process first = daemonProcess();
   first.signal(SIGTERM);
   ASSERT_TRUE(first.hasGone());
-  const auto early = platform::encodeJobFile({"com.quillmar", {"/x"}, {"com.quillmar", echoLabel}});
+  const auto early =
+      platform::encodeJobFile({"com.quillmar", {"/x"}, {"com.quillmar", kEchoLabel}});
   testsupport::writeFile(root.jobFile("com.quillmar"),
                          {reinterpret_cast<const char*>(early.data()), early.size()});
   EXPECT_EQ(connect().ask("echo mine"), "mine");
@@ -261,13 +262,13 @@ TEST_F(Root, AJobThatNamesAnotherProgramThanIsRunIsNoJob) {
   first.signal(SIGTERM);
   ASSERT_TRUE(first.hasGone());
   const fs::path other = temporary.path() / "other";
-  fs::copy_file(root.helperTool(echoLabel), other);
+  fs::copy_file(root.helperTool(kEchoLabel), other);
   for (const fs::path& named : {other, fs::path("/nowhere/at/all")}) {
-    const auto file = platform::encodeJobFile({echoLabel, {named.string()}, {echoLabel}});
-    testsupport::writeFile(root.jobFile(echoLabel),
+    const auto file = platform::encodeJobFile({kEchoLabel, {named.string()}, {kEchoLabel}});
+    testsupport::writeFile(root.jobFile(kEchoLabel),
                            {reinterpret_cast<const char*>(file.data()), file.size()});
     EXPECT_EQ(
-        platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, platform::str(echoLabel)),
+        platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, platform::str(kEchoLabel)),
         nullptr)
         << named;
     EXPECT_EQ(connectResult().outcome, Outcome::UnknownName) << named;
@@ -286,10 +287,10 @@ TEST_F(Root, AJobWhoseProgramBecameAnotherIsNotStarted) {
   ASSERT_TRUE(bless(echoImage()).succeeded());
   const fs::path away = temporary.path() / "away";
   fs::rename(root.path(), away);
-  testsupport::writeFile(root.helperTool(echoLabel), "what an application would read");
+  testsupport::writeFile(root.helperTool(kEchoLabel), "what an application would read");
   const platform::SystemRoot moved(away);
   const FileDescriptor client(
-      platform::connectUnixSocket(moved.endpoint(echoLabel).string(), SOCK_STREAM));
+      platform::connectUnixSocket(moved.endpoint(kEchoLabel).string(), SOCK_STREAM));
   ASSERT_TRUE(client);
   const platform::JobDaemon daemon(moved);
   std::string end;
@@ -299,7 +300,7 @@ TEST_F(Root, AJobWhoseProgramBecameAnotherIsNotStarted) {
     return !end.empty();
   }));
   EXPECT_THAT(end, HasSubstr("could not be started: it names the program " +
-                             root.helperTool(echoLabel).string()));
+                             root.helperTool(kEchoLabel).string()));
   EXPECT_THAT(testsupport::readFile(moved.systemLog()),
               HasSubstr("cannot start com.quillmar.echo: it names the program"));
   fs::remove_all(root.path());
@@ -335,7 +336,7 @@ TEST_F(Root, StagingFilesOfACrashAreCleared) {
   first.signal(SIGKILL);
   ASSERT_TRUE(first.hasGone());
   const auto stray =
-      root.helperTool(echoLabel).parent_path() / (std::string(".staging.") + echoLabel);
+      root.helperTool(kEchoLabel).parent_path() / (std::string(".staging.") + kEchoLabel);
   testsupport::writeFile(stray, "half");
   EXPECT_EQ(connect().ask("echo x"), "x");
   EXPECT_FALSE(fs::exists(stray));
@@ -352,7 +353,7 @@ TEST_F(Root, AnEndpointOfSomebodyElseIsRefused) {
   if (child == 0) {
     if (::setuid(12345) != 0) ::_exit(1);
     const FileDescriptor listener(
-        platform::listenUnixSocket(root.endpoint(echoLabel).string(), SOCK_STREAM, 8, 0666));
+        platform::listenUnixSocket(root.endpoint(kEchoLabel).string(), SOCK_STREAM, 8, 0666));
     const char said = listener ? 'y' : 'n';
     if (::write(ready[1], &said, 1) != 1) ::_exit(2);
     ::pause();

@@ -32,7 +32,7 @@ bool Process::waitForEnd(int milliseconds) const {
 }
 
 bool Process::hasGone() const {
-  return waitForEnd(patienceMilliseconds);
+  return waitForEnd(kTimeoutMilliseconds);
 }
 bool Process::isThere() const {
   return !waitForEnd(0);
@@ -53,7 +53,7 @@ std::string Client::receive() {
       return line;
     }
     pollfd entry{socket_.get(), POLLIN, 0};
-    if (::poll(&entry, 1, patienceMilliseconds) != 1) return "nothing came";
+    if (::poll(&entry, 1, kTimeoutMilliseconds) != 1) return "nothing came";
     std::array<char, 4096> buffer{};
     const ssize_t got = ::recv(socket_.get(), buffer.data(), buffer.size(), 0);
     if (got <= 0) return "end of stream";
@@ -128,7 +128,7 @@ platform::JobStatus JobdSuite::job(const std::string& label) const {
 
 bool JobdSuite::eventually(const std::function<bool()>& holds) {
   const auto deadline =
-      std::chrono::steady_clock::now() + std::chrono::milliseconds(patienceMilliseconds);
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(kTimeoutMilliseconds);
   while (!holds()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
     ::sched_yield();
@@ -147,7 +147,7 @@ Client JobdSuite::connect(const std::string& service) {
 }
 
 std::filesystem::path JobdSuite::echoImage(const std::string& version) {
-  return image({echoLabel, version, ECHO_HELPER, {}});
+  return image({kEchoLabel, version, ECHO_HELPER, {}});
 }
 
 std::filesystem::path JobdSuite::image(const testsupport::ImagePlan& plan) {

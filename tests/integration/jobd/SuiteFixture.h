@@ -17,9 +17,9 @@
 
 namespace jobdtest {
 
-inline constexpr const char* echoLabel = "com.quillmar.echo";
+inline constexpr const char* kEchoLabel = "com.quillmar.echo";
 /// How long anything is waited for before it counts as not happening.
-inline constexpr int patienceMilliseconds = 30'000;
+inline constexpr int kTimeoutMilliseconds = 30'000;
 
 /// A process that is not our child, by a handle that stays its own.
 class Process {
@@ -68,17 +68,17 @@ class JobdSuite : public testing::Test {
   [[nodiscard]] platform::ControlReply change(const platform::ControlRequest& request,
                                               int descriptor) const;
   [[nodiscard]] platform::ControlReply bless(const std::filesystem::path& image,
-                                             const std::string& label = echoLabel) const;
-  [[nodiscard]] platform::ControlReply remove(const std::string& label = echoLabel,
+                                             const std::string& label = kEchoLabel) const;
+  [[nodiscard]] platform::ControlReply remove(const std::string& label = kEchoLabel,
                                               bool wait = true) const;
   /// The daemon as a process. There must be one.
   [[nodiscard]] Process daemonProcess() const;
-  [[nodiscard]] platform::JobStatus job(const std::string& label = echoLabel) const;
+  [[nodiscard]] platform::JobStatus job(const std::string& label = kEchoLabel) const;
   /// Asks again and again until it holds; false when it does not in time.
   [[nodiscard]] static bool eventually(const std::function<bool()>& holds);
 
-  static platform::ServiceConnectResult connectResult(const std::string& service = echoLabel);
-  static Client connect(const std::string& service = echoLabel);
+  static platform::ServiceConnectResult connectResult(const std::string& service = kEchoLabel);
+  static Client connect(const std::string& service = kEchoLabel);
 
   std::filesystem::path echoImage(const std::string& version = "1.0");
   std::filesystem::path image(const testsupport::ImagePlan& plan);

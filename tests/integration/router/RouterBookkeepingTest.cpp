@@ -262,11 +262,11 @@ TEST_F(RouterBookkeeping, AnotherUsersConnectionIsRefused) {
   const std::string path = directory_ / "router.sock";
   ASSERT_EQ(::chmod(directory_.c_str(), 0711), 0);
   ASSERT_EQ(::chmod(path.c_str(), 0666), 0);
-  EXPECT_EQ(testsupport::asUser(testsupport::otherUser, [&] { return endOfConnectionTo(path); }),
+  EXPECT_EQ(testsupport::asUser(testsupport::kOtherUser, [&] { return endOfConnectionTo(path); }),
             "ended");
   routerLog_->awaitLine("refused: process ");
   EXPECT_THAT(routerLog_->lines().back(),
-              testing::EndsWith(" of user " + std::to_string(testsupport::otherUser)));
+              testing::EndsWith(" of user " + std::to_string(testsupport::kOtherUser)));
 }
 
 TEST_F(RouterBookkeeping, DevicesInUseAreKeptHoweverManyThereAre) {

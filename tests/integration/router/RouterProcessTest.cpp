@@ -259,8 +259,8 @@ TEST_F(RouterProcessTest, ALogThatNobodyReadsDoesNotEndIt) {
 TEST_F(RouterProcessTest, AnotherUsersRouterServesThatUserAndTheSuperuser) {
   if (!testsupport::isSuperuser()) GTEST_SKIP() << "only the superuser can act as another user";
   const int listener = listen();
-  const std::string user = std::to_string(testsupport::otherUser);
-  ASSERT_EQ(::chown(directory_.c_str(), testsupport::otherUser, testsupport::otherUser), 0);
+  const std::string user = std::to_string(testsupport::kOtherUser);
+  ASSERT_EQ(::chown(directory_.c_str(), testsupport::kOtherUser, testsupport::kOtherUser), 0);
   ASSERT_EQ(::chmod((directory_ / "router.sock").c_str(), 0666), 0);
   const platform::FileDescriptor rootDirectory(
       ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -272,7 +272,7 @@ TEST_F(RouterProcessTest, AnotherUsersRouterServesThatUserAndTheSuperuser) {
   // The user's connection is there until the router ends.
   std::string end;
   std::thread own([&] {
-    end = testsupport::asUser(testsupport::otherUser, [this]() -> std::string {
+    end = testsupport::asUser(testsupport::kOtherUser, [this]() -> std::string {
       const int socket = platform::connectUnixSocket((directory_ / "router.sock").string(),
                                                      SOCK_STREAM | SOCK_CLOEXEC);
       std::array<char, 256> farewell{};

@@ -29,7 +29,7 @@ using platform::FileDescriptor;
 using platform::ServiceErrorCode;
 using Operation = ControlRequest::Operation;
 
-constexpr int patienceMilliseconds = 30'000;
+constexpr int kTimeoutMilliseconds = 30'000;
 
 /// A server on a thread of its own; all that it is given is used on that thread only.
 class ServedEndpoint {
@@ -100,13 +100,13 @@ ServiceErrorCode ask(ControlConnection& connection, Operation operation, const s
 bool isDropped(const FileDescriptor& socket) {
   pollfd entry{socket.get(), POLLIN, 0};
   char c = 0;
-  return ::poll(&entry, 1, patienceMilliseconds) == 1 && ::recv(socket.get(), &c, 1, 0) <= 0;
+  return ::poll(&entry, 1, kTimeoutMilliseconds) == 1 && ::recv(socket.get(), &c, 1, 0) <= 0;
 }
 
 bool isAnswered(const FileDescriptor& socket) {
   pollfd entry{socket.get(), POLLIN, 0};
   char c = 0;
-  return ::poll(&entry, 1, patienceMilliseconds) == 1 && ::recv(socket.get(), &c, 1, 0) == 1;
+  return ::poll(&entry, 1, kTimeoutMilliseconds) == 1 && ::recv(socket.get(), &c, 1, 0) == 1;
 }
 
 TEST(ControlServer, LeaveCoversOneRemovalAndOneBlessOfOneJob) {
@@ -199,8 +199,8 @@ TEST(ControlServer, ARequestThatDoesNotComeIsNotWaitedForLong) {
 TEST(ControlServer, AnIdleConnectionMakesRoomTheOldestFirst) {
   jobd::ControlLimits limits;
   limits.connectionsOfAUser = 3;
-  limits.requestPatience = std::chrono::milliseconds(patienceMilliseconds);
-  limits.leaveLifetime = std::chrono::milliseconds(patienceMilliseconds);
+  limits.requestPatience = std::chrono::milliseconds(kTimeoutMilliseconds);
+  limits.leaveLifetime = std::chrono::milliseconds(kTimeoutMilliseconds);
   ServedEndpoint endpoint(limits);
   ControlConnection withLeave(endpoint.connect());
   EXPECT_EQ(ask(withLeave, Operation::Authorize, "com.a"), ServiceErrorCode::None);
@@ -217,7 +217,7 @@ TEST(ControlServer, AnIdleConnectionMakesRoomTheOldestFirst) {
 TEST(ControlServer, WhoeverHasSentARequestIsAnsweredBeforeThereIsRoomForANewcomer) {
   jobd::ControlLimits limits;
   limits.connectionsOfAUser = 2;
-  limits.requestPatience = std::chrono::milliseconds(patienceMilliseconds);
+  limits.requestPatience = std::chrono::milliseconds(kTimeoutMilliseconds);
   ServedEndpoint endpoint(limits, /*beginsAtOnce=*/false);
   const auto request = encode(ControlRequest{});
   const auto half = endpoint.connect();
@@ -238,7 +238,7 @@ TEST(ControlServer, WhoeverHasSentARequestIsAnsweredBeforeThereIsRoomForANewcome
 TEST(ControlServer, AllUsersTogetherHaveALimitToo) {
   jobd::ControlLimits limits;
   limits.connections = 2;
-  limits.requestPatience = std::chrono::milliseconds(patienceMilliseconds);
+  limits.requestPatience = std::chrono::milliseconds(kTimeoutMilliseconds);
   ServedEndpoint endpoint(limits);
   const auto oldest = endpoint.connect();
   const auto younger = endpoint.connect();
@@ -301,7 +301,7 @@ bool makesRoom(const jobd::ControlLimits& limits, std::size_t count) {
 
 TEST(ControlServer, SoManyConnectionsAreKept) {
   jobd::ControlLimits limits;
-  limits.requestPatience = std::chrono::milliseconds(patienceMilliseconds);
+  limits.requestPatience = std::chrono::milliseconds(kTimeoutMilliseconds);
   limits.connectionsOfAUser = 4;
   EXPECT_FALSE(makesRoom(limits, 4));
   EXPECT_TRUE(makesRoom(limits, 5));
@@ -314,8 +314,8 @@ TEST(ControlServer, SoManyConnectionsAreKept) {
 TEST(ControlServer, AmongIdleConnectionsOneWithALeaveStaysLongest) {
   jobd::ControlLimits limits;
   limits.connectionsOfAUser = 2;
-  limits.requestPatience = std::chrono::milliseconds(patienceMilliseconds);
-  limits.leaveLifetime = std::chrono::milliseconds(patienceMilliseconds);
+  limits.requestPatience = std::chrono::milliseconds(kTimeoutMilliseconds);
+  limits.leaveLifetime = std::chrono::milliseconds(kTimeoutMilliseconds);
   ServedEndpoint endpoint(limits);
   const auto older = endpoint.connect();
   const auto younger = endpoint.connect();

@@ -24,8 +24,8 @@ using jobd::EventLoop;
 using jobd::JobProcess;
 using platform::FileDescriptor;
 
-constexpr const char* label = "com.quillmar.sleeper";
-constexpr int pipeBytes = 1 << 20;
+constexpr const char* kLabel = "com.quillmar.sleeper";
+constexpr int kPipeBytes = 1 << 20;
 
 FileDescriptor open(const std::string& path, int flags) {
   return FileDescriptor(::open(path.c_str(), flags | O_CLOEXEC));
@@ -43,7 +43,7 @@ int waitingIn(const FileDescriptor& pipe) {
 }
 
 int fill(const FileDescriptor& pipe) {
-  EXPECT_GE(::fcntl(pipe.get(), F_SETPIPE_SZ, pipeBytes), pipeBytes);
+  EXPECT_GE(::fcntl(pipe.get(), F_SETPIPE_SZ, kPipeBytes), kPipeBytes);
   const std::string lines(4096, '\n');
   while (::write(pipe.get(), lines.data(), lines.size()) > 0) {
   }
@@ -53,13 +53,13 @@ int fill(const FileDescriptor& pipe) {
 TEST(JobProcess, OthersHaveTheirTurnWhileAJobWritesWithoutEnd) {
   const testsupport::TemporaryDirectory temporary;
   const std::string directory = temporary.path().string();
-  testsupport::makeImage(WLHID_MKIMAGE, {label, "1.0", "/bin/sh", {}}, temporary.path() / label);
+  testsupport::makeImage(WLHID_MKIMAGE, {kLabel, "1.0", "/bin/sh", {}}, temporary.path() / kLabel);
   const auto tools = open(directory, O_RDONLY | O_DIRECTORY);
   const std::vector<jobd::ListeningSocket> noSockets;
   EventLoop loop;
   jobd::SystemLog log(open(directory, O_RDONLY | O_DIRECTORY));
   const jobd::ProcessPlan plan{
-      label, {"sh", "-c", "echo ready; exec sleep 600"}, tools.get(), &noSockets, tools.get()};
+      kLabel, {"sh", "-c", "echo ready; exec sleep 600"}, tools.get(), &noSockets, tools.get()};
   const JobProcess job(loop, log, plan, [&](const jobd::JobEnd&) { loop.stop(); });
 
   FileDescriptor output;
@@ -79,7 +79,7 @@ TEST(JobProcess, OthersHaveTheirTurnWhileAJobWritesWithoutEnd) {
     }
   });
   loop.run();
-  EXPECT_GE(written, pipeBytes);
+  EXPECT_GE(written, kPipeBytes);
   EXPECT_LT(left, written);
   EXPECT_GE(left, written - 64 * 1024) << "of what waits, so much a turn at most";
 }
@@ -88,11 +88,12 @@ TEST(JobProcess, OthersHaveTheirTurnWhileAJobWritesWithoutEnd) {
 class ShellJob : public testing::Test {
  protected:
   ShellJob() {
-    testsupport::makeImage(WLHID_MKIMAGE, {label, "1.0", "/bin/sh", {}}, temporary_.path() / label);
+    testsupport::makeImage(WLHID_MKIMAGE, {kLabel, "1.0", "/bin/sh", {}},
+                           temporary_.path() / kLabel);
   }
   /// How it ended.
   std::string run(const std::string& lines) {
-    return run({label, {"sh", "-c", lines}, tools_.get(), &sockets_, tools_.get()});
+    return run({kLabel, {"sh", "-c", lines}, tools_.get(), &sockets_, tools_.get()});
   }
   static std::string run(const jobd::ProcessPlan& plan, const testsupport::TemporaryDirectory& at) {
     EventLoop loop;
@@ -219,7 +220,7 @@ TEST_F(ShellJob, AnImageThatIsNoneEndsItWithTheCauseInTheLog) {
   EXPECT_EQ(end("com.none"), "exited with status 127");
   testsupport::writeFile(temporary_.path() / "com.text", "no image");
   EXPECT_EQ(end("com.text"), "exited with status 127");
-  std::filesystem::create_symlink(label, temporary_.path() / "com.link");
+  std::filesystem::create_symlink(kLabel, temporary_.path() / "com.link");
   EXPECT_EQ(end("com.link"), "exited with status 127");
   EXPECT_EQ(said(),
             "cannot start com.none: its executable is missing\n"

@@ -66,7 +66,7 @@ TEST(SystemLog, OneWriterCannotPushOutTheOthers) {
   EXPECT_EQ(told, 1);
   EXPECT_FALSE(std::filesystem::exists(directory.path() / "system.log.0"));
   std::string all = readFile(directory.path() / "system.log");
-  EXPECT_LT(all.size(), 2U * jobd::LogBudget::capacity);
+  EXPECT_LT(all.size(), 2U * jobd::LogBudget::kCapacity);
   EXPECT_THAT(all, testing::HasSubstr("com.quiet[2]: said once\n"));
 
   log.sayWhatWasLeftOut();
@@ -76,7 +76,7 @@ TEST(SystemLog, OneWriterCannotPushOutTheOthers) {
   EXPECT_THAT(all, testing::EndsWith("]: " + std::to_string(2000 - written) +
                                      " lines of com.loud were left out: it writes too much at a "
                                      "time\n"));
-  log.write("com.loud", 1, std::string(jobd::LogBudget::capacity, 'x'));
+  log.write("com.loud", 1, std::string(jobd::LogBudget::kCapacity, 'x'));
   EXPECT_EQ(told, 2) << "told again after it was said";
 }
 
@@ -116,7 +116,7 @@ bool takes(const std::string& text) {
 }
 
 TEST(SystemLog, WhatAnEntryMayBecomeIsCounted) {
-  constexpr std::size_t room = jobd::LogBudget::capacity - 64;
+  constexpr std::size_t room = jobd::LogBudget::kCapacity - 64;
   EXPECT_TRUE(takes(std::string(room, 'x')));
   EXPECT_FALSE(takes(std::string(room + 1, 'x')));
   for (const char plain : {' ', '~', '\x20'}) {
@@ -130,7 +130,7 @@ TEST(SystemLog, WhatAnEntryMayBecomeIsCounted) {
 
 TEST(SystemLog, ALogOfItsLimitIsBegunAnewByTheNextEntry) {
   const TemporaryDirectory directory;
-  EXPECT_EQ(SystemLog::defaultLimit, 4'194'304U);
+  EXPECT_EQ(SystemLog::kDefaultLimit, 4'194'304U);
   testsupport::writeFile(directory.path() / "system.log", std::string(100, 'x'));
   SystemLog under(open(directory.path()), 101);
   under.write("com.x", 1, "opens it");  // whatever is there when it is opened is written to
@@ -160,7 +160,7 @@ TEST(SystemLog, IsForAllToReadAndItsOwnerToWrite) {
 TEST(SystemLog, NobodyNeedBeToldOfWhatIsLeftOut) {
   const TemporaryDirectory directory;
   SystemLog log(open(directory.path()));
-  for (int i = 0; i < 2; ++i) log.write("com.x", 1, std::string(jobd::LogBudget::capacity, 'x'));
+  for (int i = 0; i < 2; ++i) log.write("com.x", 1, std::string(jobd::LogBudget::kCapacity, 'x'));
   log.sayWhatWasLeftOut();
   EXPECT_THAT(readFile(directory.path() / "system.log"),
               testing::HasSubstr("2 lines of com.x were left out"));

@@ -188,7 +188,7 @@ class Log {
     lines_.feed(bytes, [this](std::string_view line) {
       text_ += jobd::logEntry(
           {}, "QZHost", name_, 345,
-          lines_.goesOn() ? std::string(jobd::continuationMark).append(line) : std::string(line));
+          lines_.goesOn() ? std::string(jobd::kContinuationMark).append(line) : std::string(line));
     });
   }
   [[nodiscard]] const std::string& text() const { return text_; }

@@ -79,10 +79,11 @@ TEST(PreparedThread, EndsUnbegunWithItsOwner) {
 
 /// In a process that may not have another thread; a superuser's could not be kept from it.
 std::string withoutThreads(const std::function<std::string()>& act) {
-  return testsupport::asUser(testsupport::isSuperuser() ? testsupport::otherUser : ::getuid(), [&] {
-    const rlimit none{0, 0};
-    return ::setrlimit(RLIMIT_NPROC, &none) == 0 ? act() : std::string("no limit");
-  });
+  return testsupport::asUser(
+      testsupport::isSuperuser() ? testsupport::kOtherUser : ::getuid(), [&] {
+        const rlimit none{0, 0};
+        return ::setrlimit(RLIMIT_NPROC, &none) == 0 ? act() : std::string("no limit");
+      });
 }
 
 TEST(PreparedThread, IsEmptyWhereThereIsNoThreadToBeHad) {
