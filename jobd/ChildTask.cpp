@@ -102,7 +102,7 @@ ChildTask::ChildTask(EventLoop& loop, const Plan& plan, Done done, std::function
     throw platform::fileSystemError("cannot watch " + name_, error);
   }
   endWatch_ = loop.watch(process_.get(), EPOLLIN, [this] { takeEnd(); });
-  patience_ = loop.after(plan.patience, [this] { giveUp(); });
+  timeout_ = loop.after(plan.timeout, [this] { giveUp(); });
 }
 
 /// A child that hangs in the kernel may take long to die, so its end is not awaited.
@@ -135,7 +135,7 @@ void ChildTask::takeEnd() {
   int status = 0;
   if (::waitpid(identifier_, &status, WNOHANG) != identifier_) return;
   endWatch_.end();
-  patience_.end();
+  timeout_.end();
   process_.reset();
   if (const auto done = std::exchange(done_, nullptr)) done(readOutcome(status));
   const auto gone = std::exchange(gone_, nullptr);

@@ -34,7 +34,7 @@ class ChildTask {
     std::string name;              ///< of the work, for messages: "the copy of com.x"
     std::vector<int> descriptors;  ///< what the work needs open; all others are closed
     Work work;
-    std::chrono::milliseconds patience{20'000};
+    std::chrono::milliseconds timeout{20'000};
   };
   using Done = std::function<void(const Outcome& outcome)>;
 
@@ -58,7 +58,7 @@ class ChildTask {
   platform::FileDescriptor process_;
   platform::FileDescriptor result_;
   EventLoop::Token endWatch_;
-  EventLoop::Token patience_;
+  EventLoop::Token timeout_;
 };
 
 }  // namespace jobd

@@ -92,15 +92,15 @@ std::map<uid_t, std::size_t> ControlServer::connectionCounts() const {
 
 bool ControlServer::hasRoomFor(uid_t user) const {
   return connections_.size() < limits_.connections &&
-         connectionCounts()[user] < limits_.connectionsOfAUser;
+         connectionCounts()[user] < limits_.connectionsPerUser;
 }
 
 bool ControlServer::makeRoomFor(uid_t user) {
   if (hasRoomFor(user)) return true;
-  takeWhatHasCome();
+  readPendingRequests();
   if (hasRoomFor(user)) return true;
   auto counts = connectionCounts();
-  if (counts[user] >= limits_.connectionsOfAUser) return dropIdleOf(user);
+  if (counts[user] >= limits_.connectionsPerUser) return dropIdleOf(user);
   const auto most =
       std::max_element(counts.begin(), counts.end(),
                        [](const auto& a, const auto& b) { return a.second < b.second; });
@@ -109,15 +109,15 @@ bool ControlServer::makeRoomFor(uid_t user) {
 
 /// Reads requests that are waiting in their sockets, and ends of connections, so that no caller
 /// that has sent its request is mistaken for idle.
-void ControlServer::takeWhatHasCome() {
+void ControlServer::readPendingRequests() {
   std::vector<std::uint64_t> ids;
   for (const auto& [id, connection] : connections_) ids.push_back(id);
-  for (const auto id : ids) takeWhatHasCome(id);
+  for (const auto id : ids) readPendingRequest(id);
 }
 
 /// Reads at most one request, so that a caller who sends one after another cannot keep the others
 /// waiting.
-void ControlServer::takeWhatHasCome(std::uint64_t id) {
+void ControlServer::readPendingRequest(std::uint64_t id) {
   for (;;) {
     const auto found = connections_.find(id);
     if (found == connections_.end() || !found->second.watch) return;
@@ -133,7 +133,7 @@ bool ControlServer::dropIdleOf(uid_t user) {
   const Connections::value_type* idle = nullptr;
   for (const auto& each : connections_) {
     if (each.second.caller.user != user || !each.second.watch) continue;
-    if (idle == nullptr || (idle->second.leave && !each.second.leave)) idle = &each;
+    if (idle == nullptr || (idle->second.permission && !each.second.permission)) idle = &each;
   }
   if (idle == nullptr) return false;
   connections_.erase(idle->first);
@@ -146,14 +146,14 @@ void ControlServer::admit(platform::FileDescriptor socket,
   Connection& connection = connections_[id];
   connection.caller = caller;
   connection.socket = std::move(socket);
-  awaitRequest(id, limits_.requestPatience);
+  awaitRequest(id, limits_.requestTimeout);
 }
 
-void ControlServer::awaitRequest(std::uint64_t id, std::chrono::milliseconds patience) {
+void ControlServer::awaitRequest(std::uint64_t id, std::chrono::milliseconds timeout) {
   Connection& connection = connections_.at(id);
   connection.reader = {};
   connection.watch = loop_.watch(connection.socket.get(), EPOLLIN, [this, id] { readRequest(id); });
-  connection.patience = loop_.after(patience, [this, id] { drop(id); });
+  connection.timeout = loop_.after(timeout, [this, id] { drop(id); });
 }
 
 platform::FrameReader::State ControlServer::readRequest(std::uint64_t id) {
@@ -170,7 +170,7 @@ platform::FrameReader::State ControlServer::readRequest(std::uint64_t id) {
 
 void ControlServer::dispatch(std::uint64_t id, Connection& connection) {
   connection.watch.end();
-  connection.patience.end();
+  connection.timeout.end();
   const auto request = platform::decodeControlRequest(connection.reader.content());
   if (!request) {
     drop(id);
@@ -182,8 +182,8 @@ void ControlServer::dispatch(std::uint64_t id, Connection& connection) {
     return;
   }
   if (request->operation != Operation::Status &&
-      !(connection.leave && connection.leave->use(*request))) {
-    connection.leave.reset();
+      !(connection.permission && connection.permission->use(*request))) {
+    connection.permission.reset();
     answer(id,
            controlReply(ServiceErrorCode::NotPermitted,
                         "this change is not authorized, or its authorization has been used up"));
@@ -200,8 +200,8 @@ void ControlServer::authorize(std::uint64_t id, const std::string& label) {
     return;
   }
   Connection& connection = connections_.at(id);
-  if (connection.leave) {
-    connection.leave.reset();
+  if (connection.permission) {
+    connection.permission.reset();
     answer(id, controlReply(ServiceErrorCode::NotPermitted,
                             "this connection has already had its authorization"));
     return;
@@ -209,7 +209,7 @@ void ControlServer::authorize(std::uint64_t id, const std::string& label) {
   authority_(connection.caller, label, [this, id, label](bool mayChange) {
     const auto found = connections_.find(id);
     if (found == connections_.end()) return;
-    if (mayChange) found->second.leave.emplace(label);
+    if (mayChange) found->second.permission.emplace(label);
     answer(id, mayChange ? controlReply()
                          : controlReply(ServiceErrorCode::NotPermitted,
                                         "the caller may not change the job " + label));
@@ -221,9 +221,9 @@ void ControlServer::answer(std::uint64_t id, const platform::ControlReply& reply
   const auto found = connections_.find(id);
   if (found == connections_.end()) return;
   const Connection& connection = found->second;
-  const bool goesOn = connection.leave && !connection.leave->isUsedUp();
-  if (platform::sendFrame(connection.socket.get(), encode(reply), -1) && goesOn)
-    awaitRequest(id, limits_.leaveLifetime);
+  const bool staysOpen = connection.permission && !connection.permission->isUsedUp();
+  if (platform::sendFrame(connection.socket.get(), encode(reply), -1) && staysOpen)
+    awaitRequest(id, limits_.permissionLifetime);
   else
     drop(id);
 }

@@ -18,7 +18,7 @@
 #include <optional>
 
 #include "jobd/EventLoop.h"
-#include "jobd/Leave.h"
+#include "jobd/Permission.h"
 #include "platform/services/Control.h"
 #include "platform/services/UnixSocket.h"
 
@@ -28,9 +28,9 @@ namespace jobd {
 /// whole request is dropped, so idle ones lock nobody out.
 struct ControlLimits {
   std::size_t connections = 64;
-  std::size_t connectionsOfAUser = 16;
-  std::chrono::milliseconds requestPatience{5'000};  ///< for a request to be complete
-  std::chrono::milliseconds leaveLifetime{10'000};   ///< for a request that uses a permission
+  std::size_t connectionsPerUser = 16;
+  std::chrono::milliseconds requestTimeout{5'000};       ///< for a request to be complete
+  std::chrono::milliseconds permissionLifetime{10'000};  ///< for a request that uses a permission
 };
 
 class ControlServer {
@@ -59,8 +59,8 @@ class ControlServer {
     platform::FileDescriptor socket;
     platform::FrameReader reader;
     EventLoop::Token watch;  ///< while a request is awaited
-    EventLoop::Token patience;
-    std::optional<Leave> leave;
+    EventLoop::Token timeout;
+    std::optional<Permission> permission;
   };
   using Connections = std::map<std::uint64_t, Connection>;
 
@@ -69,11 +69,11 @@ class ControlServer {
   bool makeRoomFor(uid_t user);
   [[nodiscard]] std::map<uid_t, std::size_t> connectionCounts() const;
   [[nodiscard]] bool hasRoomFor(uid_t user) const;
-  void takeWhatHasCome();
-  void takeWhatHasCome(std::uint64_t id);
+  void readPendingRequests();
+  void readPendingRequest(std::uint64_t id);
   bool dropIdleOf(uid_t user);
   void admit(platform::FileDescriptor socket, const platform::PeerCredentials& caller);
-  void awaitRequest(std::uint64_t id, std::chrono::milliseconds patience);
+  void awaitRequest(std::uint64_t id, std::chrono::milliseconds timeout);
   platform::FrameReader::State readRequest(std::uint64_t id);
   void dispatch(std::uint64_t id, Connection& connection);
   void authorize(std::uint64_t id, const std::string& label);

@@ -80,12 +80,11 @@ Daemon::Daemon(const platform::SystemRoot& root, RootDirectories directories,
       directories_(std::move(directories)),
       log_(platform::openDirectoryBelow(directories_.log.get(), ".", false)),
       installer_(directories_, root),
-      surroundings_{loop_, log_, directories_},
+      context_{loop_, log_, directories_},
       idleTime_(idleTime) {
   watchSignals();
-  log_.whenLeavingOut([this] {
-    leftOutTimer_ = loop_.after(kLeftOutInterval, [this] { log_.sayWhatWasLeftOut(); });
-  });
+  log_.onLeavingOut(
+      [this] { leftOutTimer_ = loop_.after(kLeftOutInterval, [this] { log_.logLeftOut(); }); });
   installer_.removeStagingFiles();
   loadJobs();
   server_ = std::make_unique<ControlServer>(
@@ -94,9 +93,9 @@ Daemon::Daemon(const platform::SystemRoot& root, RootDirectories directories,
              const auto& decided) { authorize(caller, label, decided); },
       [this](const ControlRequest& request, platform::FileDescriptor descriptor,
              const Reply& reply) { handle(request, std::move(descriptor), reply); },
-      [this] { considerIdleness(); });
+      [this] { updateIdleTimer(); });
   watchRunDirectory();
-  considerIdleness();
+  updateIdleTimer();
 }
 
 void Daemon::watchSignals() {
@@ -141,7 +140,7 @@ void Daemon::loadJobs() {
     try {
       loadJob(label);
     } catch (const std::exception& error) {
-      log_.note(LogLine::of<row::leavesOut>(label, error.what()));
+      log_.note(LogLine::of<row::skipsJob>(label, error.what()));
     }
   }
 }
@@ -156,7 +155,7 @@ void Daemon::loadJob(const std::string& label) {
     throw ServiceError(ServiceErrorCode::FileSystem, "its job file cannot be used: " + reason);
   refuseTakenNames(*description);
   refuseLiveEndpoints(*description);
-  auto job = std::make_unique<Job>(surroundings_, std::move(*description));
+  auto job = std::make_unique<Job>(context_, std::move(*description));
   job->listen();
   jobs_[label] = std::move(job);
 }
@@ -169,8 +168,8 @@ void Daemon::authorize(const platform::PeerCredentials& caller, const std::strin
   const bool mayChange = caller.user == 0 || caller.user == ::geteuid();
   const std::string program = programOf(caller.process);
   log_.note(mayChange
-                ? LogLine::of<row::leaveGiven>(label, caller.process, program, caller.user)
-                : LogLine::of<row::leaveRefused>(label, caller.process, program, caller.user));
+                ? LogLine::of<row::permissionGranted>(label, caller.process, program, caller.user)
+                : LogLine::of<row::permissionDenied>(label, caller.process, program, caller.user));
   decided(mayChange);
 }
 
@@ -255,7 +254,7 @@ void Daemon::adopt(platform::JobDescription description, const Reply& reply) {
     found->second->replaceWith(std::move(description), [reply] { reply(controlReply()); });
     return;
   }
-  auto job = std::make_unique<Job>(surroundings_, description);
+  auto job = std::make_unique<Job>(context_, description);
   job->listen();
   jobs_[description.label] = std::move(job);
   reply(controlReply());
@@ -287,7 +286,7 @@ void Daemon::retire(Jobs::iterator job, const std::function<void()>& gone) {
     departing_.erase(label);
     sweep_ = loop_.after(std::chrono::milliseconds::zero(), [this] { departed_.clear(); });
     gone();
-    considerIdleness();
+    updateIdleTimer();
     if (isShuttingDown_) stopWhenEmpty();
   });
 }
@@ -337,7 +336,7 @@ void Daemon::refuseLiveEndpoints(const platform::JobDescription& description) co
   }
 }
 
-void Daemon::considerIdleness() {
+void Daemon::updateIdleTimer() {
   const bool isIdle = jobs_.empty() && departing_.empty() && (!server_ || server_->isQuiet());
   if (!isIdle || isShuttingDown_) {
     idleTimer_.end();
@@ -365,7 +364,7 @@ void Daemon::shutDown() {
 
 void Daemon::stopWhenEmpty() {
   if (!jobs_.empty() || !departing_.empty()) return;
-  log_.sayWhatWasLeftOut();
+  log_.logLeftOut();
   loop_.stop();
 }
 

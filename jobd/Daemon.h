@@ -60,7 +60,7 @@ class Daemon {
   void refuseTakenNames(const platform::JobDescription& description) const;
   void refuseLiveEndpoints(const platform::JobDescription& description) const;
   [[nodiscard]] bool isLabelOfJob(const std::string& name) const;
-  void considerIdleness();
+  void updateIdleTimer();
   void endIfIdle();
   void shutDown();
   void stopWhenEmpty();
@@ -70,7 +70,7 @@ class Daemon {
   EventLoop loop_;
   SystemLog log_;
   HelperInstaller installer_;
-  JobSurroundings surroundings_;
+  JobContext context_;
   std::chrono::milliseconds idleTime_;
   /// A request that waits because the job's executable is being copied.
   struct Waiting {

@@ -29,7 +29,7 @@
 namespace jobd {
 
 /// What all jobs of a daemon share.
-struct JobSurroundings {
+struct JobContext {
   EventLoop& loop;
   SystemLog& log;
   const RootDirectories& directories;
@@ -40,8 +40,8 @@ class Job {
   using Gone = std::function<void()>;
   static constexpr std::chrono::milliseconds kGracePeriod{5000};
 
-  Job(const JobSurroundings& surroundings, platform::JobDescription description)
-      : surroundings_(surroundings), description_(std::move(description)) {}
+  Job(const JobContext& context, platform::JobDescription description)
+      : context_(context), description_(std::move(description)) {}
   Job(const Job&) = delete;
   Job& operator=(const Job&) = delete;
 
@@ -77,7 +77,7 @@ class Job {
   void stop(Gone gone);
   void finishStopping();
 
-  JobSurroundings surroundings_;
+  JobContext context_;
   platform::JobDescription description_;
   std::vector<ListeningSocket> endpoints_;
   std::vector<EventLoop::Token> watches_;

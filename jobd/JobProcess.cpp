@@ -92,21 +92,21 @@ std::vector<std::string> jobEnvironment(const ProcessPlan& plan) {
 /// of images, and nothing else. All of them are first moved above the final numbers, so that none
 /// is overwritten before it has moved.
 int arrangeDescriptors(const ProcessPlan& plan, int output) {
-  std::vector<int> handedOn;
-  for (const auto& each : *plan.sockets) handedOn.push_back(each.socket.get());
-  handedOn.push_back(plan.root);
-  const int count = static_cast<int>(handedOn.size());
+  std::vector<int> passed;
+  for (const auto& each : *plan.sockets) passed.push_back(each.socket.get());
+  passed.push_back(plan.root);
+  const int count = static_cast<int>(passed.size());
   const int final = kFirstPassedDescriptor + count;
   const int above = final + 1;
   const int toolsAbove = ::fcntl(plan.tools, F_DUPFD_CLOEXEC, above);
   const int outputAbove = ::fcntl(output, F_DUPFD_CLOEXEC, above);
-  for (int& each : handedOn) each = ::fcntl(each, F_DUPFD_CLOEXEC, above);
+  for (int& each : passed) each = ::fcntl(each, F_DUPFD_CLOEXEC, above);
   const int null = ::open("/dev/null", O_RDONLY);
   ::dup2(null, 0);
   ::dup2(outputAbove, 1);
   ::dup2(outputAbove, 2);
   for (int i = 0; i < count; ++i)
-    ::dup2(handedOn[static_cast<std::size_t>(i)], kFirstPassedDescriptor + i);
+    ::dup2(passed[static_cast<std::size_t>(i)], kFirstPassedDescriptor + i);
   ::dup3(toolsAbove, final, O_CLOEXEC);
   ::close_range(static_cast<unsigned>(final) + 1, ~0U, 0);
   return final;
@@ -183,7 +183,7 @@ void JobProcess::signal(int number) const {
 
 /// A line written in pieces must not look like several: only the first piece has no mark.
 void JobProcess::writeLine(std::string_view line) {
-  if (!lines_.goesOn()) return log_.write(label_, identifier_, line);
+  if (!lines_.continuesLine()) return log_.write(label_, identifier_, line);
   log_.write(label_, identifier_, std::string(kContinuationMark).append(line));
 }
 

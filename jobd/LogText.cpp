@@ -55,12 +55,12 @@ void LineSplitter::feed(std::string_view bytes, const Sink& sink) {
 void LineSplitter::finish(const Sink& sink) {
   if (!rest_.empty()) giveTo(sink, rest_, true);
   rest_.clear();
-  goesOn_ = false;
+  continuesLine_ = false;
 }
 
 void LineSplitter::giveTo(const Sink& sink, std::string_view piece, bool isLast) {
   sink(piece);
-  goesOn_ = !isLast;
+  continuesLine_ = !isLast;
 }
 
 }  // namespace jobd

@@ -34,13 +34,13 @@ class LineSplitter {
   /// Passes on what is left without a line end.
   void finish(const Sink& sink);
   /// For the sink: whether its argument continues the line of the previous call.
-  [[nodiscard]] bool goesOn() const { return goesOn_; }
+  [[nodiscard]] bool continuesLine() const { return continuesLine_; }
 
  private:
   void giveTo(const Sink& sink, std::string_view piece, bool isLast);
 
   std::string rest_;
-  bool goesOn_ = false;
+  bool continuesLine_ = false;
 };
 
 }  // namespace jobd

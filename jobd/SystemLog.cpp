@@ -66,7 +66,7 @@ bool SystemLog::mayWrite(std::string_view name, std::size_t bytes) {
   return false;
 }
 
-void SystemLog::sayWhatWasLeftOut() {
+void SystemLog::logLeftOut() {
   isLeavingOut_ = false;
   for (auto& [name, budget] : budgets_) {
     if (budget.leftOut() == 0) continue;

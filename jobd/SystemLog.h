@@ -32,11 +32,11 @@ class SystemLog {
   /// Adds an entry of the daemon's own (jobd/LogTable.h).
   void note(const platform::LogLine& line);
 
-  /// Called with the first entry that is left out; the handler arranges for sayWhatWasLeftOut to be
+  /// Called with the first entry that is left out; the handler arranges for logLeftOut to be
   /// called some time later.
-  void whenLeavingOut(std::function<void()> handler) { leavingOut_ = std::move(handler); }
+  void onLeavingOut(std::function<void()> handler) { leavingOut_ = std::move(handler); }
   /// Adds one entry for each source of which something was left out since the last call.
-  void sayWhatWasLeftOut();
+  void logLeftOut();
 
  private:
   bool mayWrite(std::string_view name, std::size_t bytes);

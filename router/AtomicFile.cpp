@@ -51,7 +51,7 @@ struct flock wholeFile(short type) {
   return lock;
 }
 
-void hold(int file, const std::string& name) {
+void lockFile(int file, const std::string& name) {
   struct flock lock = wholeFile(F_WRLCK);
   if (::fcntl(file, F_OFD_SETLK, &lock) != 0) failToWrite(name, errno);
 }
@@ -116,16 +116,16 @@ bool createFileAtomically(int directory, const std::string& name,
   return draft.take(name);
 }
 
-FileDescriptor writeHeldFile(int directory, const std::string& name,
-                             std::span<const std::uint8_t> content) {
+FileDescriptor writeLockedFile(int directory, const std::string& name,
+                               std::span<const std::uint8_t> content) {
   FileDraft draft(directory, name);
   draft.append(content);
-  hold(draft.descriptor(), name);
+  lockFile(draft.descriptor(), name);
   draft.replace(name);
   return draft.release();
 }
 
-bool isHeld(int file) {
+bool isLocked(int file) {
   struct flock lock = wholeFile(F_RDLCK);  // only queried, never taken
   return ::fcntl(file, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }

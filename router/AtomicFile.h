@@ -56,10 +56,10 @@ void writeFileAtomically(int directory, const std::string& name,
 
 /// Like writeFileAtomically(), but the file is locked before it gets its name. The lock lasts as
 /// long as the returned descriptor is open, so never longer than the process, however that ends.
-[[nodiscard]] platform::FileDescriptor writeHeldFile(int directory, const std::string& name,
-                                                     std::span<const std::uint8_t> content);
+[[nodiscard]] platform::FileDescriptor writeLockedFile(int directory, const std::string& name,
+                                                       std::span<const std::uint8_t> content);
 /// Whether the writer of the open file still holds its lock. Only those who may write it can.
-[[nodiscard]] bool isHeld(int file);
+[[nodiscard]] bool isLocked(int file);
 
 /// Removes temporary files that killed writers of the file left next to it. Never fails.
 void removeAbandonedWrites(int directory, const std::string& name);

@@ -23,7 +23,7 @@ void Backlog::Share::count(std::size_t unsent) {
 std::size_t Backlog::Share::limit(std::size_t unsent, std::size_t most) {
   const RouterLimits& limits = backlog_->limits_;
   count(unsent);
-  return backlog_->all_.limit(ofUser_->limit(most, limits.backlogOfUser, limits.sessionsOfUser),
+  return backlog_->all_.limit(ofUser_->limit(most, limits.backlogPerUser, limits.sessionsPerUser),
                               limits.backlog, limits.sessions);
 }
 

@@ -60,7 +60,7 @@ class Backlog::Share {
   ~Share() { count(0); }
 
   /// Records that the client has `unsent` bytes now. Returns whether it may have another report.
-  bool admits(std::size_t unsent) { return unsent <= limit(unsent, limits().backlogOfClient); }
+  bool admits(std::size_t unsent) { return unsent <= limit(unsent, limits().backlogPerClient); }
   /// The same for a client that the device waits for: how much it may have.
   [[nodiscard]] std::size_t waitLimit(std::size_t unsent) {
     return limit(unsent, limits().backlogWaitedFor);

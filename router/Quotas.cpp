@@ -3,16 +3,16 @@
 namespace router {
 
 TurnQuota::TurnQuota(const RouterLimits& limits)
-    : rateOfUser_(limits.startsOfUser), patience_(limits.startPatience), all_(limits.starts) {}
+    : ratePerUser_(limits.startsPerUser), maximumWait_(limits.startTimeout), all_(limits.starts) {}
 
 std::optional<TurnQuota::Turn> TurnQuota::reserve(uid_t user, Time now) {
   const std::lock_guard lock(mutex_);
   // A bucket that is full again is the same as a new one.
   std::erase_if(users_, [&](const auto& each) { return each.second.isFull(now); });
-  TokenBucket& own = users_.try_emplace(user, rateOfUser_).first->second;
-  const auto ofUser = own.reserve(now, patience_);
+  TokenBucket& own = users_.try_emplace(user, ratePerUser_).first->second;
+  const auto ofUser = own.reserve(now, maximumWait_);
   if (!ofUser) return std::nullopt;
-  const auto ofAll = all_.reserve(now, patience_);
+  const auto ofAll = all_.reserve(now, maximumWait_);
   if (!ofAll) {
     own.giveBack();
     return std::nullopt;

@@ -38,8 +38,8 @@ class TurnQuota {
   void giveBack(uid_t user);
 
  private:
-  const Rate rateOfUser_;
-  const std::chrono::milliseconds patience_;
+  const Rate ratePerUser_;
+  const std::chrono::milliseconds maximumWait_;
   std::mutex mutex_;
   TokenBucket all_;
   std::map<uid_t, TokenBucket> users_;
@@ -71,7 +71,7 @@ class LineQuota {
     std::uint64_t lines = 0;
   };
 
-  explicit LineQuota(const RouterLimits& limits) : rate_(limits.logLinesOfUser) {}
+  explicit LineQuota(const RouterLimits& limits) : rate_(limits.logLinesPerUser) {}
   /// Whether a line about that user may be written now. If so, `returnLeftOut` is the number of
   /// lines left out before it that have not been reported yet.
   bool admits(uid_t user, TokenBucket::Clock::time_point now, std::uint64_t* returnLeftOut);

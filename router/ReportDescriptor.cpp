@@ -403,10 +403,10 @@ void UsageList::appendRange(std::uint32_t page, std::uint32_t first, std::uint32
 
 std::optional<Usage> UsageList::at(std::uint64_t index) const {
   if (index >= count_) return std::nullopt;
-  const auto behind =
+  const auto next =
       std::upper_bound(ranges_.begin(), ranges_.end(), index,
                        [](std::uint64_t i, const Range& range) { return i < range.start; });
-  const Range& range = *std::prev(behind);
+  const Range& range = *std::prev(next);
   return Usage{range.page, range.first + static_cast<std::uint32_t>(index - range.start)};
 }
 
@@ -449,10 +449,10 @@ ReportDescriptor ReportDescriptor::parse(std::span<const std::uint8_t> bytes) {
 
 std::optional<Element> ReportDescriptor::elementWithCookie(std::uint64_t cookie) const {
   if (cookie == 0 || cookie > elementCount_) return std::nullopt;
-  const auto behind = std::upper_bound(
+  const auto next = std::upper_bound(
       fields_.begin(), fields_.end(), cookie,
       [](std::uint64_t c, const ReportField& field) { return c < field.firstCookie; });
-  const ReportField& field = *std::prev(behind);
+  const ReportField& field = *std::prev(next);
   return Element{&field, static_cast<std::uint32_t>(cookie - field.firstCookie),
                  static_cast<std::uint32_t>(cookie)};
 }

@@ -127,7 +127,7 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
   std::size_t listSources(const std::function<void(DeviceDescription)>& take);
   void logLeftOut();
 
-  void keepHouse();
+  void runHousekeeping();
   bool waitForWork();
   void noteIfIdle();
   void reportLosses();
@@ -170,7 +170,7 @@ void Router::Core::resume() {
     emptySince_ = Clock::now();
   }
   startLine_->begin();
-  housekeeping_ = std::thread([this] { keepHouse(); });
+  housekeeping_ = std::thread([this] { runHousekeeping(); });
   listener_->setDelegate(std::weak_ptr<platform::NSXPCListenerDelegate>(shared_from_this()));
   listener_->resume();
 }
@@ -240,11 +240,11 @@ bool Router::Core::keep(const std::shared_ptr<Session>& session) {
   const auto ofUser = static_cast<std::size_t>(
       std::count_if(sessions_.begin(), sessions_.end(),
                     [&](const auto& each) { return each.second->user() == session->user(); }));
-  if (sessions_.size() >= limits.sessions || ofUser >= limits.sessionsOfUser) {
-    const bool isUsers = ofUser >= limits.sessionsOfUser;
+  if (sessions_.size() >= limits.sessions || ofUser >= limits.sessionsPerUser) {
+    const bool isUsers = ofUser >= limits.sessionsPerUser;
     lock.unlock();
     log(session->user(), LogLine::of<row::tooManyConnections>(
-                             session->user(), isUsers ? limits.sessionsOfUser : limits.sessions));
+                             session->user(), isUsers ? limits.sessionsPerUser : limits.sessions));
     return false;
   }
   sessions_.emplace(session->number(), session);
@@ -350,7 +350,7 @@ void Router::Core::noteRecordingEnded(pid_t process, std::uint64_t registryEntry
 
 bool Router::Core::takeRecordingEnded(pid_t process, std::uint64_t registryEntryID) {
   const std::lock_guard lock(mutex_);
-  const auto known = Clock::now() - options_.limits.endIsRemembered;
+  const auto known = Clock::now() - options_.limits.endedRecordingLifetime;
   std::erase_if(endedRecordings_, [&](const EndedRecording& each) { return each.at < known; });
   const auto ended = std::find_if(
       endedRecordings_.begin(), endedRecordings_.end(), [&](const EndedRecording& each) {
@@ -375,7 +375,7 @@ void Router::Core::logLeftOut() {
 
 /// The housekeeping thread: maintains the status file, losses and idleness, so that no thread that
 /// serves a client waits for a disk.
-void Router::Core::keepHouse() {
+void Router::Core::runHousekeeping() {
   while (waitForWork()) {
     for (const auto& session : sessions()) session->measureBacklog();
     reportLosses();

@@ -19,37 +19,37 @@ struct Rate {
 
 struct RouterLimits {
   // Connections and requests. Each session takes a thread and a descriptor.
-  std::size_t sessions = 256;        ///< else the process runs out of threads and descriptors
-  std::size_t sessionsOfUser = 128;  ///< else one user's connections lock everyone else out
-  Rate startsOfUser{1000, 500};      ///< else one user's requests keep disk and processor busy
-  Rate starts{2000, 1000};           ///< the same, for users acting together
+  std::size_t sessions = 256;         ///< else the process runs out of threads and descriptors
+  std::size_t sessionsPerUser = 128;  ///< else one user's connections lock everyone else out
+  Rate startsPerUser{1000, 500};      ///< else one user's requests keep disk and processor busy
+  Rate starts{2000, 1000};            ///< the same, for users acting together
   /// A request over its rate limit waits for its turn at most this long; then it is refused.
-  std::chrono::milliseconds startPatience{1000};
+  std::chrono::milliseconds startTimeout{1000};
   /// A client that stops and starts again uses a new connection, and the end of the old one may be
   /// noticed only after the new start. So a start request waits this long for a place at a device
   /// that other clients use.
-  std::chrono::milliseconds handOverGrace{250};
+  std::chrono::milliseconds handoverGrace{250};
   /// A client that has been sent a recording to its end asks again when it has processed it. If
   /// that takes longer than this, it gets the recording once more: an answer remembered for ever
   /// would reach another process with the same ID.
-  std::chrono::seconds endIsRemembered{600};
+  std::chrono::seconds endedRecordingLifetime{600};
 
   // Log lines. A reader of the log must be able to find what matters to them.
-  Rate logLinesOfSession{32, 1};  ///< else one client pushes the log's history out
-  Rate logLinesOfUser{512, 16};   ///< the same, for clients that reconnect again and again
+  Rate logLinesPerSession{32, 1};  ///< else one client pushes the log's history out
+  Rate logLinesPerUser{512, 16};   ///< the same, for clients that reconnect again and again
 
   // Reports that were sent but not read yet are kept in the router's memory.
-  std::size_t backlogOfClient = std::size_t{4}
-                                << 20;  ///< else one client that does not read grows without limit
-  std::size_t backlogOfUser = std::size_t{16} << 20;  ///< the same, for a user's clients together
-  std::size_t backlog = std::size_t{64} << 20;        ///< the same, for all clients together
+  std::size_t backlogPerClient = std::size_t{4}
+                                 << 20;  ///< else one client that does not read grows without limit
+  std::size_t backlogPerUser = std::size_t{16} << 20;  ///< the same, for a user's clients together
+  std::size_t backlog = std::size_t{64} << 20;         ///< the same, for all clients together
   /// For a client that its device waits for; with less, fast clients would wait for the thread.
   std::size_t backlogWaitedFor = std::size_t{1} << 20;
   /// How long one client may hold up the others of such a device; then it is disconnected.
-  std::chrono::seconds stall{30};
+  std::chrono::seconds stallTimeout{30};
 
-  std::size_t usagesOfFilter = 65536;  ///< else a tag dictionary fills memory for a whole session
-  std::size_t devices = 1024;          ///< else removed devices stay in memory for ever
+  std::size_t usagesPerFilter = 65536;  ///< else a tag dictionary fills memory for a whole session
+  std::size_t devices = 1024;           ///< else removed devices stay in memory for ever
 
   // Configurations and recordings.
   std::size_t configurations = 1024;                       ///< else a listing has no end

@@ -119,7 +119,7 @@ bool isInPlace(int file, int directory) {
 
 struct SettledFile {
   FileDescriptor file;
-  bool isHeld = false;
+  bool isLocked = false;
 };
 
 /// A file that is neither locked nor in place has been replaced since it was opened, by a live
@@ -129,8 +129,8 @@ SettledFile openSettledFile(int directory) {
   SettledFile settled;
   for (int i = 0; i < kMostTries; ++i) {
     settled.file = openFile(directory);
-    settled.isHeld = settled.file && isHeld(settled.file.get());
-    if (!settled.file || settled.isHeld || isInPlace(settled.file.get(), directory)) break;
+    settled.isLocked = settled.file && isLocked(settled.file.get());
+    if (!settled.file || settled.isLocked || isInPlace(settled.file.get(), directory)) break;
   }
   return settled;
 }
@@ -157,7 +157,7 @@ std::optional<RouterStatus> read(const SettledFile& settled) {
   if (list == nullptr) return std::nullopt;
   RouterStatus status = statusIn(*list);
   if (status.pid <= 0) return std::nullopt;
-  status.isRunning = settled.isHeld;
+  status.isRunning = settled.isLocked;
   return status;
 }
 
@@ -190,7 +190,7 @@ void RouterStatusFile::write(const RouterStatus& status) {
       objectOf(status), NSPropertyListFormat::XML, nullptr);
   const FileDescriptor directory = runDirectory(root_, true);
   if (!directory) throw platform::fileSystemError("cannot write " + fileName(), ENOENT);
-  file_ = writeHeldFile(directory.get(), fileName(), data->span());
+  file_ = writeLockedFile(directory.get(), fileName(), data->span());
 }
 
 void RouterStatusFile::remove() try {

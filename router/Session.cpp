@@ -61,7 +61,7 @@ Session::Session(std::uint64_t number, std::shared_ptr<platform::NSXPCConnection
       uid_(connection_->effectiveUserIdentifier()),
       owner_(std::move(owner)),
       backlog_(backlog->share(uid_)),
-      lines_(backlog_->limits().logLinesOfSession) {}
+      lines_(backlog_->limits().logLinesPerSession) {}
 
 template <const platform::LogTemplate& Row, class... Arguments>
 void Session::log(const Arguments&... arguments) {
@@ -112,7 +112,7 @@ void Session::takeTurn(Start start) {
   if (!start.routing.device->waitsForPlace(start.routing.subscription, wake()))
     return takePlace(std::move(start));
   waitingStart_ = std::move(start);
-  const auto until = StartLine::Clock::now() + backlog_->limits().handOverGrace;
+  const auto until = StartLine::Clock::now() + backlog_->limits().handoverGrace;
   waitingStart_->ticket = owner->startLine().waitUntil(until, wake());
 }
 
@@ -179,7 +179,7 @@ std::shared_ptr<platform::NSError> Session::prepare(SessionOwner& owner, Start* 
   }
   UsageFilter filter;
   try {
-    filter = UsageFilter(start->tagDictionary, backlog_->limits().usagesOfFilter);
+    filter = UsageFilter(start->tagDictionary, backlog_->limits().usagesPerFilter);
   } catch (const std::invalid_argument& error) {
     return routerError(IOReturn::BadArgument, error.what(), entryID);
   }

@@ -88,7 +88,7 @@ class StartLine : public std::enable_shared_from_this<StartLine> {
   std::uint64_t enterLocked(Waiting waiting);
   void useTurn(std::uint64_t number);
   void leave(std::uint64_t number);
-  void giveBackLocked(TurnQuota::Turn turn, Line::iterator behind);
+  void giveBackLocked(TurnQuota::Turn turn, Line::iterator after);
   [[nodiscard]] std::optional<Clock::time_point> nextLocked() const;
   void run();
 

@@ -64,9 +64,9 @@ std::size_t Subscription::awaitedBytes(Until until) const {
 
 bool Subscription::wait(const StopSignal& stop, Until until, bool patiently) {
   // Between checks whether the wait is still wanted.
-  constexpr std::chrono::milliseconds kGlance{50};
-  const auto stalled = std::chrono::steady_clock::now() + backlog_->limits().stall;
-  while (!sink_->waitUntilUnsentBelow(awaitedBytes(until), kGlance)) {
+  constexpr std::chrono::milliseconds kPollInterval{50};
+  const auto stalled = std::chrono::steady_clock::now() + backlog_->limits().stallTimeout;
+  while (!sink_->waitUntilUnsentBelow(awaitedBytes(until), kPollInterval)) {
     if (stop.isRaised() || !isActive()) return true;
     if (!patiently && std::chrono::steady_clock::now() >= stalled) return false;
   }

@@ -19,12 +19,12 @@ class TokenBucket {
   explicit TokenBucket(Rate rate) : rate_(rate), tokens_(rate.burst) {}
 
   /// Takes a token and returns the time until it is valid, zero if it is now. Returns nothing, and
-  /// takes none, if that would be longer than `patience`.
-  std::optional<Clock::duration> reserve(Clock::time_point now, Clock::duration patience) {
+  /// takes none, if that would be longer than `maximumWait`.
+  std::optional<Clock::duration> reserve(Clock::time_point now, Clock::duration maximumWait) {
     refill(now);
     const double missing = std::max(0.0, 1 - tokens_);
     const std::chrono::duration<double> wait(missing / rate_.perSecond);
-    if (wait > patience) return std::nullopt;
+    if (wait > maximumWait) return std::nullopt;
     tokens_ -= 1;
     return std::chrono::ceil<Clock::duration>(wait);
   }

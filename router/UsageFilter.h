@@ -29,7 +29,7 @@ class UsageFilter {
   UsageFilter() = default;
   /// With at most `limit` usages.
   explicit UsageFilter(const std::shared_ptr<platform::NSDictionary>& tagDictionary,
-                       std::size_t limit = RouterLimits().usagesOfFilter);
+                       std::size_t limit = RouterLimits().usagesPerFilter);
 
   [[nodiscard]] bool wantsEverything() const { return usages_.empty(); }
   [[nodiscard]] bool wants(const platform::HIDElementValueRecord& value) const;

@@ -62,7 +62,7 @@ std::filesystem::path pathOf(int directory) {
   return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(directory), unknown);
 }
 
-platform::SystemRoot handedOverRoot(platform::FileDescriptor directory) {
+platform::SystemRoot passedRoot(platform::FileDescriptor directory) {
   const std::filesystem::path path = pathOf(directory.get());
   platform::checkIsOwn(directory.get(), "the system root " + path.string());
   return {std::move(directory), path};
@@ -74,7 +74,7 @@ platform::SystemRoot systemRoot(int argc, char** argv) {
     throw std::runtime_error("its only option is --root, with an absolute path");
   platform::FileDescriptor directory(
       platform::xpc::takePassedDirectory(platform::rootDescriptorName));
-  if (directory) return handedOverRoot(std::move(directory));
+  if (directory) return passedRoot(std::move(directory));
   if (!isNamed) throw std::runtime_error("no system root was passed, and there is no --root");
   const platform::SystemRoot named(argv[2]);
   return {platform::openOwnRoot(named), named.path()};

@@ -126,7 +126,7 @@ TEST_F(RouterBookkeeping, TheEndOfARecordingIsToldToItsOwnClientAboutItsOwnDevic
 TEST_F(RouterBookkeeping, TheEndOfARecordingIsForgottenAfterAWhile) {
   const std::uint64_t id = addDevice("mouse", kThreeReports);
   router::RouterLimits limits;
-  limits.endIsRemembered = std::chrono::seconds(0);
+  limits.endedRecordingLifetime = std::chrono::seconds(0);
   startRouter(std::chrono::hours(1), limits);
   for (int i = 0; i < 2; ++i) {
     Client client;
@@ -210,7 +210,7 @@ TEST_F(RouterBookkeeping, AProblemThatWasSolvedAndComesBackIsLoggedAgain) {
 
 TEST_F(RouterBookkeeping, LinesAboutASessionThatWereLeftOutAreToldWithItsNextLine) {
   router::RouterLimits limits;
-  limits.logLinesOfSession = {2, 20};
+  limits.logLinesPerSession = {2, 20};
   startRouter(std::chrono::hours(1), limits);
   Client client;
   for (std::size_t i = 1; i < 100'000; ++i) {
@@ -307,8 +307,8 @@ TEST_F(RouterBookkeeping, ADeviceThatNobodyUsesMakesRoomForTheNext) {
 
 TEST_F(RouterBookkeeping, StoppingEndsAWaitForATurn) {
   router::RouterLimits limits;
-  limits.startsOfUser = {1, 0.001};
-  limits.startPatience = std::chrono::hours(1);
+  limits.startsPerUser = {1, 0.001};
+  limits.startTimeout = std::chrono::hours(1);
   startRouter(std::chrono::hours(1), limits);
   Client client;
   client.start(0x42);
@@ -359,7 +359,7 @@ TEST_F(RouterBookkeeping, LossesAreAddedUpAndToldOnceASecond) {
   }
   const std::uint64_t id = addDevice("large", text, "1000", true);
   router::RouterLimits limits;
-  limits.backlogOfClient = 1 << 20;
+  limits.backlogPerClient = 1 << 20;
   const auto begin = std::chrono::steady_clock::now();
   startRouter(std::chrono::hours(1), limits);
   Client slow;

@@ -102,7 +102,7 @@ TEST_F(RouterTest, DevicesThatNobodyUsesAreNotKeptForEver) {
 
 TEST_F(RouterTest, OneClientCannotFillTheLog) {
   router::RouterLimits limits;
-  limits.logLinesOfSession = {5, 0.001};
+  limits.logLinesPerSession = {5, 0.001};
   startRouter(std::chrono::hours(1), limits);
   {
     Client client;
@@ -117,7 +117,7 @@ TEST_F(RouterTest, OneClientCannotFillTheLog) {
 
 TEST_F(RouterTest, AUsersClientsTogetherCannotFillTheLog) {
   router::RouterLimits limits;
-  limits.logLinesOfUser = {10, 0.001};
+  limits.logLinesPerUser = {10, 0.001};
   startRouter(std::chrono::hours(1), limits);
   for (int i = 0; i < 50; ++i) {
     Client client;
@@ -130,7 +130,7 @@ TEST_F(RouterTest, AUsersClientsTogetherCannotFillTheLog) {
 
 TEST_F(RouterTest, WhatWasLeftOutOfTheLogIsToldThoughNobodyWritesAnyMore) {
   router::RouterLimits limits;
-  limits.logLinesOfUser = {3, 2};
+  limits.logLinesPerUser = {3, 2};
   startRouter(std::chrono::hours(1), limits);
   Client client;
   for (int i = 1; i <= 20; ++i) {
@@ -143,8 +143,8 @@ TEST_F(RouterTest, WhatWasLeftOutOfTheLogIsToldThoughNobodyWritesAnyMore) {
 
 TEST_F(RouterTest, TooManyStartRequestsAreRefused) {
   router::RouterLimits limits;
-  limits.startsOfUser = {3, 0.001};
-  limits.startPatience = std::chrono::milliseconds(0);
+  limits.startsPerUser = {3, 0.001};
+  limits.startTimeout = std::chrono::milliseconds(0);
   startRouter(std::chrono::hours(1), limits);
   Client client;
   for (int i = 0; i < 5; ++i) client.start(0x42);
@@ -158,7 +158,7 @@ TEST_F(RouterTest, TooManyStartRequestsAreRefused) {
 
 TEST_F(RouterTest, ARequestThatComesTooSoonWaitsForItsTurn) {
   router::RouterLimits limits;
-  limits.startsOfUser = {1, 100};
+  limits.startsPerUser = {1, 100};
   startRouter(std::chrono::hours(1), limits);
   Client client;
   for (std::size_t i = 1; i <= 20; ++i) {
@@ -169,7 +169,7 @@ TEST_F(RouterTest, ARequestThatComesTooSoonWaitsForItsTurn) {
 
 TEST_F(RouterTest, AUserHasSoManyConnectionsAtMost) {
   router::RouterLimits limits;
-  limits.sessionsOfUser = 2;
+  limits.sessionsPerUser = 2;
   startRouter(std::chrono::hours(1), limits);
   Client first;
   Client second;
@@ -194,8 +194,8 @@ TEST_F(RouterTest, ClientsThatDoNotReadAreBoundedTogether) {
   // Together less than the part of one client: no matter when it is its turn, it loses nothing.
   const std::uint64_t few = addDevice("few", manyLargeReports(5, kReport), "1000");
   router::RouterLimits limits;
-  limits.sessionsOfUser = 5;
-  limits.backlogOfUser = std::size_t{256} << 10;
+  limits.sessionsPerUser = 5;
+  limits.backlogPerUser = std::size_t{256} << 10;
   startRouter(std::chrono::hours(1), limits);
   std::vector<std::unique_ptr<Client>> slow;
   for (int i = 0; i < 4; ++i) {
@@ -210,7 +210,7 @@ TEST_F(RouterTest, ClientsThatDoNotReadAreBoundedTogether) {
   });
   std::size_t delivered = 0;
   for (const auto& each : status.sessions) delivered += each.delivered * kReport;
-  EXPECT_LT(delivered, limits.backlogOfClient) << "what each of them alone could have";
+  EXPECT_LT(delivered, limits.backlogPerClient) << "what each of them alone could have";
   Client other;
   other.receiver->beBrief();
   other.start(few);

@@ -109,8 +109,8 @@ class SessionTest : public routertest::RouterFixture {
 
 TEST_F(SessionTest, WhoseTurnHasComeHasUsedIt) {
   RouterLimits limits;
-  limits.startsOfUser = {1, 0.001};
-  limits.startPatience = std::chrono::seconds(1500);
+  limits.startsPerUser = {1, 0.001};
+  limits.startTimeout = std::chrono::seconds(1500);
   serve(limits);
   Client client;
   client.start(0x42);
@@ -156,8 +156,8 @@ TEST_F(SessionTest, WhoWaitsHasAPlaceThatBecomesFreeInTimeOnce) {
 
 TEST_F(SessionTest, AWakeForARequestThatWasGivenUpIsNotForTheNext) {
   RouterLimits limits;
-  limits.startsOfUser = {2, 0.001};
-  limits.startPatience = std::chrono::seconds(1500);
+  limits.startsPerUser = {2, 0.001};
+  limits.startTimeout = std::chrono::seconds(1500);
   serve(limits);
   Client owner;
   owner.start(kDevice, 1);

@@ -35,15 +35,15 @@ class WaitingStart : public routertest::RouterFixture {
   /// Whoever waits for a place or a turn waits for longer than any test does.
   static router::RouterLimits patient() {
     router::RouterLimits limits;
-    limits.handOverGrace = std::chrono::hours(1);
-    limits.startPatience = std::chrono::hours(1);
+    limits.handoverGrace = std::chrono::hours(1);
+    limits.startTimeout = std::chrono::hours(1);
     return limits;
   }
   /// One turn at once, and for the second one waits a quarter of an hour, as one request may.
   static router::RouterLimits oneTurn() {
     router::RouterLimits limits = patient();
-    limits.startsOfUser = {1, 0.001};
-    limits.startPatience = std::chrono::seconds(1500);
+    limits.startsPerUser = {1, 0.001};
+    limits.startTimeout = std::chrono::seconds(1500);
     return limits;
   }
   void startRouterWith(const router::RouterLimits& limits) {
@@ -250,7 +250,7 @@ TEST_F(WaitingStart, ForATurnEndsWithTheRouter) {
 
 TEST_F(WaitingStart, ForATurnIsAnsweredWhenItComes) {
   router::RouterLimits limits = patient();
-  limits.startsOfUser = {1, 20};
+  limits.startsPerUser = {1, 20};
   startRouterWith(limits);
   std::vector<std::unique_ptr<Client>> clients;
   for (int i = 0; i < 10; ++i) {

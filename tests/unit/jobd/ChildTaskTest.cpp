@@ -27,7 +27,7 @@ struct TaskRun {
 };
 
 /// Runs the work until its child is gone, and counts turns of the loop meanwhile.
-TaskRun run(ChildTask::Work work, std::chrono::milliseconds patience = 30'000ms,
+TaskRun run(ChildTask::Work work, std::chrono::milliseconds timeout = 30'000ms,
             std::vector<int> descriptors = {}) {
   jobd::EventLoop loop;
   TaskRun result;
@@ -39,7 +39,7 @@ TaskRun run(ChildTask::Work work, std::chrono::milliseconds patience = 30'000ms,
   turn();
   std::optional<ChildTask> task;
   task.emplace(
-      loop, ChildTask::Plan{"the work", std::move(descriptors), std::move(work), patience},
+      loop, ChildTask::Plan{"the work", std::move(descriptors), std::move(work), timeout},
       [&](const auto& outcome) { result.outcome = outcome; }, [&] { loop.stop(); });
   loop.run();
   return result;

@@ -116,7 +116,7 @@ TEST(ControlServer, LeaveCoversOneRemovalAndOneBlessOfOneJob) {
   EXPECT_EQ(ask(connection, Operation::Remove, "com.a"), ServiceErrorCode::None);
   EXPECT_EQ(ask(connection, Operation::Bless, "com.a"), ServiceErrorCode::None);
   EXPECT_EQ(ask(connection, Operation::Bless, "com.a"), ServiceErrorCode::DaemonUnavailable)
-      << "the connection ended with its leave";
+      << "the connection ended with its permission";
   EXPECT_THAT(endpoint.end(), testing::ElementsAre("com.a", "com.a"));
 }
 
@@ -167,7 +167,7 @@ TEST(ControlServer, LeaveOfOneConnectionIsNoneOfAnother) {
   EXPECT_EQ(ask(one, Operation::Authorize, "com.a"), ServiceErrorCode::None);
   EXPECT_EQ(ask(other, Operation::Bless, "com.a"), ServiceErrorCode::NotPermitted);
   EXPECT_EQ(ask(one, Operation::Authorize, "com.b"), ServiceErrorCode::NotPermitted)
-      << "one question, one leave";
+      << "one question, one permission";
   EXPECT_THAT(endpoint.end(), testing::IsEmpty());
 }
 
@@ -181,7 +181,7 @@ TEST(ControlServer, AnAuthorityMayTakeItsTime) {
 
 TEST(ControlServer, ALeaveRunsOut) {
   jobd::ControlLimits limits;
-  limits.leaveLifetime = 1ms;
+  limits.permissionLifetime = 1ms;
   ServedEndpoint endpoint(limits);
   const auto socket = endpoint.connect();
   ControlConnection connection(FileDescriptor(::dup(socket.get())));
@@ -191,16 +191,16 @@ TEST(ControlServer, ALeaveRunsOut) {
 
 TEST(ControlServer, ARequestThatDoesNotComeIsNotWaitedForLong) {
   jobd::ControlLimits limits;
-  limits.requestPatience = 1ms;
+  limits.requestTimeout = 1ms;
   ServedEndpoint endpoint(limits);
   EXPECT_TRUE(isDropped(endpoint.connect()));
 }
 
 TEST(ControlServer, AnIdleConnectionMakesRoomTheOldestFirst) {
   jobd::ControlLimits limits;
-  limits.connectionsOfAUser = 3;
-  limits.requestPatience = std::chrono::milliseconds(kTimeoutMilliseconds);
-  limits.leaveLifetime = std::chrono::milliseconds(kTimeoutMilliseconds);
+  limits.connectionsPerUser = 3;
+  limits.requestTimeout = std::chrono::milliseconds(kTimeoutMilliseconds);
+  limits.permissionLifetime = std::chrono::milliseconds(kTimeoutMilliseconds);
   ServedEndpoint endpoint(limits);
   ControlConnection withLeave(endpoint.connect());
   EXPECT_EQ(ask(withLeave, Operation::Authorize, "com.a"), ServiceErrorCode::None);
@@ -216,8 +216,8 @@ TEST(ControlServer, AnIdleConnectionMakesRoomTheOldestFirst) {
 
 TEST(ControlServer, WhoeverHasSentARequestIsAnsweredBeforeThereIsRoomForANewcomer) {
   jobd::ControlLimits limits;
-  limits.connectionsOfAUser = 2;
-  limits.requestPatience = std::chrono::milliseconds(kTimeoutMilliseconds);
+  limits.connectionsPerUser = 2;
+  limits.requestTimeout = std::chrono::milliseconds(kTimeoutMilliseconds);
   ServedEndpoint endpoint(limits, /*beginsAtOnce=*/false);
   const auto request = encode(ControlRequest{});
   const auto half = endpoint.connect();
@@ -238,7 +238,7 @@ TEST(ControlServer, WhoeverHasSentARequestIsAnsweredBeforeThereIsRoomForANewcome
 TEST(ControlServer, AllUsersTogetherHaveALimitToo) {
   jobd::ControlLimits limits;
   limits.connections = 2;
-  limits.requestPatience = std::chrono::milliseconds(kTimeoutMilliseconds);
+  limits.requestTimeout = std::chrono::milliseconds(kTimeoutMilliseconds);
   ServedEndpoint endpoint(limits);
   const auto oldest = endpoint.connect();
   const auto younger = endpoint.connect();
@@ -283,9 +283,9 @@ TEST(ControlServer, EveryReplyNamesTheDaemon) {
 TEST(ControlServer, LimitsAreThoseThatCallersRelyOn) {
   const jobd::ControlLimits limits;
   EXPECT_EQ(limits.connections, 64U);
-  EXPECT_EQ(limits.connectionsOfAUser, 16U);
-  EXPECT_EQ(limits.requestPatience.count(), 5'000);
-  EXPECT_EQ(limits.leaveLifetime.count(), 10'000);
+  EXPECT_EQ(limits.connectionsPerUser, 16U);
+  EXPECT_EQ(limits.requestTimeout.count(), 5'000);
+  EXPECT_EQ(limits.permissionLifetime.count(), 10'000);
 }
 
 /// Whether the first of so many idle connections is dropped for the last.
@@ -301,11 +301,11 @@ bool makesRoom(const jobd::ControlLimits& limits, std::size_t count) {
 
 TEST(ControlServer, SoManyConnectionsAreKept) {
   jobd::ControlLimits limits;
-  limits.requestPatience = std::chrono::milliseconds(kTimeoutMilliseconds);
-  limits.connectionsOfAUser = 4;
+  limits.requestTimeout = std::chrono::milliseconds(kTimeoutMilliseconds);
+  limits.connectionsPerUser = 4;
   EXPECT_FALSE(makesRoom(limits, 4));
   EXPECT_TRUE(makesRoom(limits, 5));
-  limits.connectionsOfAUser = 16;
+  limits.connectionsPerUser = 16;
   limits.connections = 4;
   EXPECT_FALSE(makesRoom(limits, 4));
   EXPECT_TRUE(makesRoom(limits, 5));
@@ -313,9 +313,9 @@ TEST(ControlServer, SoManyConnectionsAreKept) {
 
 TEST(ControlServer, AmongIdleConnectionsOneWithALeaveStaysLongest) {
   jobd::ControlLimits limits;
-  limits.connectionsOfAUser = 2;
-  limits.requestPatience = std::chrono::milliseconds(kTimeoutMilliseconds);
-  limits.leaveLifetime = std::chrono::milliseconds(kTimeoutMilliseconds);
+  limits.connectionsPerUser = 2;
+  limits.requestTimeout = std::chrono::milliseconds(kTimeoutMilliseconds);
+  limits.permissionLifetime = std::chrono::milliseconds(kTimeoutMilliseconds);
   ServedEndpoint endpoint(limits);
   const auto older = endpoint.connect();
   const auto younger = endpoint.connect();

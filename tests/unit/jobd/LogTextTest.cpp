@@ -74,13 +74,14 @@ TEST(LogText, LongLinesGoOnInAFurtherEntry) {
 
 TEST(LogText, ALineThatGoesOnIsKnown) {
   LineSplitter splitter;
-  std::vector<bool> goesOn;
-  const auto sink = [&](std::string_view) { goesOn.push_back(splitter.goesOn()); };
+  std::vector<bool> continuesLine;
+  const auto sink = [&](std::string_view) { continuesLine.push_back(splitter.continuesLine()); };
   const std::string longLine(2 * jobd::kMaximumEntryBytes + 5, 'x');
   splitter.feed("one\n" + longLine + "\ntwo\n" + longLine, sink);
   splitter.finish(sink);
   splitter.feed("three\n", sink);
-  EXPECT_THAT(goesOn, ElementsAre(false, false, true, true, false, false, true, true, false));
+  EXPECT_THAT(continuesLine,
+              ElementsAre(false, false, true, true, false, false, true, true, false));
 }
 
 TEST(LogText, AnEntryThatGoesOnIsNotCut) {

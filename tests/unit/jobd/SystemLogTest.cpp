@@ -59,7 +59,7 @@ TEST(SystemLog, OneWriterCannotPushOutTheOthers) {
   const TemporaryDirectory directory;
   SystemLog log(open(directory.path()));
   int told = 0;
-  log.whenLeavingOut([&] { ++told; });
+  log.onLeavingOut([&] { ++told; });
   const std::string line(1000, 'x');
   for (int i = 0; i < 2000; ++i) log.write("com.loud", 1, line);
   log.write("com.quiet", 2, "said once");
@@ -69,8 +69,8 @@ TEST(SystemLog, OneWriterCannotPushOutTheOthers) {
   EXPECT_LT(all.size(), 2U * jobd::LogBudget::kCapacity);
   EXPECT_THAT(all, testing::HasSubstr("com.quiet[2]: said once\n"));
 
-  log.sayWhatWasLeftOut();
-  log.sayWhatWasLeftOut();
+  log.logLeftOut();
+  log.logLeftOut();
   all = readFile(directory.path() / "system.log");
   const auto written = static_cast<std::uint64_t>(std::count(all.begin(), all.end(), '\n')) - 2;
   EXPECT_THAT(all, testing::EndsWith("]: " + std::to_string(2000 - written) +
@@ -109,7 +109,7 @@ bool takes(const std::string& text) {
   const TemporaryDirectory directory;
   SystemLog log(open(directory.path()));
   bool isLeftOut = false;
-  log.whenLeavingOut([&] { isLeftOut = true; });
+  log.onLeavingOut([&] { isLeftOut = true; });
   log.write("com.x", 1, text);
   EXPECT_EQ(isLeftOut, readFile(directory.path() / "system.log").empty());
   return !isLeftOut;
@@ -161,7 +161,7 @@ TEST(SystemLog, NobodyNeedBeToldOfWhatIsLeftOut) {
   const TemporaryDirectory directory;
   SystemLog log(open(directory.path()));
   for (int i = 0; i < 2; ++i) log.write("com.x", 1, std::string(jobd::LogBudget::kCapacity, 'x'));
-  log.sayWhatWasLeftOut();
+  log.logLeftOut();
   EXPECT_THAT(readFile(directory.path() / "system.log"),
               testing::HasSubstr("2 lines of com.x were left out"));
 }

@@ -210,14 +210,14 @@ TEST_F(AtomicFileTest, AHeldFileIsHeldUntilItIsClosed) {
     return platform::FileDescriptor(::open((path_ / "x").c_str(), O_RDONLY | O_CLOEXEC));
   };
   router::writeFileAtomically(directory_.get(), "x", bytes("free"));
-  EXPECT_FALSE(router::isHeld(reading().get()));
+  EXPECT_FALSE(router::isLocked(reading().get()));
   {
-    const auto held = router::writeHeldFile(directory_.get(), "x", bytes("held"));
+    const auto held = router::writeLockedFile(directory_.get(), "x", bytes("held"));
     EXPECT_EQ(content("x"), "held");
-    EXPECT_TRUE(router::isHeld(reading().get()));
+    EXPECT_TRUE(router::isLocked(reading().get()));
   }
-  EXPECT_FALSE(router::isHeld(reading().get()));
-  EXPECT_FALSE(router::isHeld(-1));
+  EXPECT_FALSE(router::isLocked(reading().get()));
+  EXPECT_FALSE(router::isLocked(-1));
 }
 
 TEST_F(AtomicFileTest, OnlyTheDeadLeaveSomethingToRemove) {

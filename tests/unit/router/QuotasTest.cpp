@@ -45,9 +45,9 @@ TEST(TokenBucket, SaysHowLongATurnIsOff) {
 
 RouterLimits turns(Rate ofUser, Rate all) {
   RouterLimits limits;
-  limits.startsOfUser = ofUser;
+  limits.startsPerUser = ofUser;
   limits.starts = all;
-  limits.startPatience = milliseconds(0);
+  limits.startTimeout = milliseconds(0);
   return limits;
 }
 
@@ -81,7 +81,7 @@ TEST(LineBudget, CountsWhatItLeavesOut) {
 
 TEST(LineQuota, TellsOnceOfWhatWasLeftOut) {
   RouterLimits limits;
-  limits.logLinesOfUser = {2, 1};
+  limits.logLinesPerUser = {2, 1};
   LineQuota quota(limits);
   std::uint64_t leftOut = 99;
   EXPECT_TRUE(quota.admits(1, kStart, &leftOut));
@@ -96,7 +96,7 @@ TEST(LineQuota, TellsOnceOfWhatWasLeftOut) {
 
 TEST(LineQuota, WhatWasLeftOutIsToldAlsoWhereNothingFollows) {
   RouterLimits limits;
-  limits.logLinesOfUser = {1, 1};
+  limits.logLinesPerUser = {1, 1};
   LineQuota quota(limits);
   std::uint64_t leftOut = 0;
   EXPECT_TRUE(quota.admits(1, kStart, &leftOut));
@@ -110,11 +110,11 @@ TEST(LineQuota, WhatWasLeftOutIsToldAlsoWhereNothingFollows) {
 
 RouterLimits backlogs(std::size_t client, std::size_t user, std::size_t all) {
   RouterLimits limits;
-  limits.backlogOfClient = client;
-  limits.backlogOfUser = user;
+  limits.backlogPerClient = client;
+  limits.backlogPerUser = user;
   limits.backlog = all;
   limits.backlogWaitedFor = 25;
-  limits.sessionsOfUser = 5;
+  limits.sessionsPerUser = 5;
   limits.sessions = 10;
   return limits;
 }
@@ -263,7 +263,7 @@ TEST(TurnQuota, WhatIsRefusedForTheSakeOfAllIsGivenBack) {
 
 TEST(TurnQuota, TheLongerOfBothWaitsCounts) {
   RouterLimits limits = turns({1, 10}, {2, 1});
-  limits.startPatience = seconds(1);
+  limits.startTimeout = seconds(1);
   TurnQuota quota(limits);
   EXPECT_EQ(quota.reserve(1, kStart)->due(), kStart);
   EXPECT_EQ(quota.reserve(1, kStart)->due(), kStart + milliseconds(100)) << "the user's own";
@@ -273,7 +273,7 @@ TEST(TurnQuota, TheLongerOfBothWaitsCounts) {
 
 TEST(LineQuota, WhatAUserHasWrittenIsRememberedWhoeverWritesInBetween) {
   RouterLimits limits;
-  limits.logLinesOfUser = {1, 1};
+  limits.logLinesPerUser = {1, 1};
   LineQuota quota(limits);
   std::uint64_t leftOut = 0;
   EXPECT_TRUE(quota.admits(1, kStart, &leftOut));
@@ -305,7 +305,7 @@ TEST(Quotas, UsersThatDoNotComeAnyMoreTakeNoMemory) {
   EXPECT_LT(leftByUsers([&](uid_t user, auto now) { EXPECT_TRUE(quota.reserve(user, now)); }),
             kSmall);
   RouterLimits limits;
-  limits.logLinesOfUser = {2, 10};
+  limits.logLinesPerUser = {2, 10};
   LineQuota lines(limits);
   std::uint64_t leftOut = 0;
   EXPECT_LT(

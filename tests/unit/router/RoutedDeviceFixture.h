@@ -43,7 +43,7 @@ using router::UsageFilter;
 using std::chrono::milliseconds;
 
 inline constexpr std::chrono::seconds kPatience{30};
-inline const std::size_t kLossLimit = RouterLimits().backlogOfClient;
+inline const std::size_t kLossLimit = RouterLimits().backlogPerClient;
 
 /// What a test feeds a device with. Outlives the device.
 class Feed {

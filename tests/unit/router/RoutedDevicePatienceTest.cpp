@@ -10,7 +10,7 @@ using testing::IsEmpty;
 /// Who holds up others has no time at all.
 std::shared_ptr<Backlog> impatientBacklog() {
   RouterLimits limits;
-  limits.stall = std::chrono::seconds(0);
+  limits.stallTimeout = std::chrono::seconds(0);
   return std::make_shared<Backlog>(limits);
 }
 

@@ -23,9 +23,9 @@ constexpr StartLine::Clock::time_point kStart{};
 /// One turn at once and then one a second, for each user; twice that for all.
 RouterLimits oneASecond() {
   RouterLimits limits;
-  limits.startsOfUser = {1, 1};
+  limits.startsPerUser = {1, 1};
   limits.starts = {2, 2};
-  limits.startPatience = seconds(10);
+  limits.startTimeout = seconds(10);
   return limits;
 }
 
@@ -75,7 +75,7 @@ TEST_F(StartLineTest, TurnsComeInTheOrderOfTheRequests) {
 
 TEST_F(StartLineTest, WhoseTurnIsTooFarOffIsRefusedAndTakesNone) {
   RouterLimits limits = oneASecond();
-  limits.startPatience = seconds(1);
+  limits.startTimeout = seconds(1);
   makeLine(limits);
   EXPECT_EQ(ask("a", 1), Turn::Now);
   EXPECT_EQ(ask("b", 1), Turn::Later);
@@ -98,7 +98,7 @@ TEST_F(StartLineTest, WhoGivesUpWasNeverThereForThoseBehind) {
 
 TEST_F(StartLineTest, WhoGivesUpLastLeavesItsTurnToTheNext) {
   RouterLimits limits = oneASecond();
-  limits.startPatience = seconds(1);
+  limits.startTimeout = seconds(1);
   makeLine(limits);
   EXPECT_EQ(ask("a", 1), Turn::Now);
   for (int i = 0; i < 5; ++i) {
@@ -123,7 +123,7 @@ TEST_F(StartLineTest, OneUsersTurnDoesNotGoToAnother) {
 
 TEST_F(StartLineTest, AmongAllUsersThoseBehindMoveUpToo) {
   RouterLimits limits = oneASecond();
-  limits.startsOfUser = {10, 10};
+  limits.startsPerUser = {10, 10};
   limits.starts = {1, 1};
   makeLine(limits);
   EXPECT_EQ(ask("a", 1), Turn::Now);
@@ -206,8 +206,8 @@ TEST_F(StartLineTest, ItsThreadWakesAlsoWhoseTimeIsTheEarlierOne) {
 
 TEST_F(StartLineTest, ItsThreadWakesWhomAnothersLeavingMovesUp) {
   RouterLimits limits = oneASecond();
-  limits.startsOfUser = {1, 0.001};
-  limits.startPatience = std::chrono::hours(10);
+  limits.startsPerUser = {1, 0.001};
+  limits.startTimeout = std::chrono::hours(10);
   makeLine(limits);
   line_->begin();
   // Long enough ago for the first turn that was waited for to have come, and not the second.

@@ -186,9 +186,10 @@ class Log {
   explicit Log(std::string name) : name_(std::move(name)) {}
   void write(std::string_view bytes) {
     lines_.feed(bytes, [this](std::string_view line) {
-      text_ += jobd::logEntry(
-          {}, "QZHost", name_, 345,
-          lines_.goesOn() ? std::string(jobd::kContinuationMark).append(line) : std::string(line));
+      text_ +=
+          jobd::logEntry({}, "QZHost", name_, 345,
+                         lines_.continuesLine() ? std::string(jobd::kContinuationMark).append(line)
+                                                : std::string(line));
     });
   }
   [[nodiscard]] const std::string& text() const { return text_; }

@@ -17,9 +17,9 @@ using Authority =
                        const std::function<void(bool mayChange)>& decided)>;
 
 /// What one authorization covers: one removal of a job and then one bless of it.
-class Leave {
+class Permission {
  public:
-  explicit Leave(std::string label) : label_(std::move(label)) {}
+  explicit Permission(std::string label) : label_(std::move(label)) {}
 
   /// Whether it covers the request. Asking uses it up.
   bool use(const platform::ControlRequest& request) {
