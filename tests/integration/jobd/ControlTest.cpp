@@ -1,4 +1,4 @@
-// The daemon's control endpoint against callers who mean no good, or too much at once.
+// The daemon's control endpoint against callers that are hostile or ask for too much at once.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -35,7 +35,7 @@ class Control : public JobdSuite {
     return socket;
   }
 
-  /// Whether the daemon ends the connection.
+  /// Whether the daemon closes the connection.
   static bool isDropped(const FileDescriptor& socket) {
     pollfd entry{socket.get(), POLLIN, 0};
     char c = 0;
@@ -43,7 +43,7 @@ class Control : public JobdSuite {
   }
 
   static void sendBytes(const FileDescriptor& socket, std::span<const std::uint8_t> bytes) {
-    // The daemon may hang up before all is sent; that is its answer.
+    // The daemon may hang up before everything is sent; that is its answer.
     (void)::send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
   }
 
@@ -174,8 +174,8 @@ TEST_F(Control, StatusTellsWhatIsKept) {
 }
 
 TEST_F(Control, SomebodyElseIsNotServed) {
-  // Needs a second user, whom only the superuser can become; the endpoint's mode keeps others away
-  // in any case.
+  // Needs a second user, which only the superuser can become; in any case the endpoint's mode keeps
+  // others out.
   struct stat status {};
   ASSERT_EQ(::stat(root.controlEndpoint().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777U, 0600U);

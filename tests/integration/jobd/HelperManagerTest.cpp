@@ -1,5 +1,5 @@
-// The helper manager on a real root: what counts as installed, and what installing and removing
-// make of it.
+// The helper manager on a real root: what counts as installed, and the effects of installing and
+// removing.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -49,7 +49,7 @@ TEST_F(HelperManager, AnotherVersionCountsAsNotInstalledAndIsReplaced) {
     ASSERT_TRUE(bless(echoImage(version)).succeeded());
     EXPECT_FALSE(isInstalled()) << version;
     std::shared_ptr<platform::NSError> error;
-    EXPECT_FALSE(uninstall(&error)) << "another version's job is left in place";
+    EXPECT_FALSE(uninstall(&error)) << "another version's job is left alone";
     EXPECT_EQ(error, nullptr);
     EXPECT_TRUE(std::filesystem::exists(root.helperTool(kEchoLabel)));
   }

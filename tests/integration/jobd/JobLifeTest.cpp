@@ -1,4 +1,4 @@
-// A job from its installation to its removal, with real processes.
+// A job from installation to removal, with real processes.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -48,7 +48,7 @@ TEST_F(JobLife, BlessConnectRemoveAsAnApplicationDoes) {
       platform::objectCast<platform::NSArray>(job->objectForKey("ProgramArguments"));
   ASSERT_TRUE(arguments);
   EXPECT_EQ(arguments->objectAtIndex(0)->description(), root.helperTool(kEchoLabel).string());
-  EXPECT_EQ(this->job().processIdentifier, 0) << "nothing is started before somebody connects";
+  EXPECT_EQ(this->job().processIdentifier, 0) << "nothing is started before the first connection";
 
   Client client = connect();
   EXPECT_EQ(client.ask("echo hello"), "hello");
@@ -56,7 +56,7 @@ TEST_F(JobLife, BlessConnectRemoveAsAnApplicationDoes) {
   ASSERT_TRUE(
       platform::SMJobRemove(platform::kSMDomainSystemLaunchd, label, authorization(), true, &error))
       << platform::descriptionOf(error);
-  EXPECT_FALSE(helper.isThere()) << "the reply came before the process had gone";
+  EXPECT_FALSE(helper.isThere()) << "the reply came before the process had ended";
   EXPECT_EQ(client.receive(), "bye");
   EXPECT_EQ(client.receive(), "end of stream");
   EXPECT_EQ(platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, label), nullptr);
@@ -99,7 +99,7 @@ TEST_F(JobLife, OneAuthorizationIsEnoughToReplaceAJobButNotTwice) {
   EXPECT_FALSE(
       platform::SMJobRemove(platform::kSMDomainSystemLaunchd, label, reference, true, &error));
   EXPECT_EQ(error->code(), static_cast<std::int64_t>(ServiceErrorCode::NoSuchJob));
-  EXPECT_TRUE(blesses()) << "a removal that failed does not stop the bless after it";
+  EXPECT_TRUE(blesses()) << "a removal that failed does not prevent the bless after it";
   EXPECT_FALSE(blesses());
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code(), static_cast<std::int64_t>(ServiceErrorCode::NotPermitted));
@@ -150,12 +150,12 @@ TEST_F(JobLife, WrongArgumentsAreAnsweredWithoutAskingAnybody) {
   EXPECT_THAT(error->description(), HasSubstr("Contents/Library/LaunchServices/com.not.in.bundle"));
   EXPECT_EQ(platform::SMJobCopyDictionary("elsewhere", platform::str(kEchoLabel)), nullptr);
   EXPECT_EQ(platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, nullptr), nullptr);
-  EXPECT_FALSE(daemon().status()) << "a daemon was started for nothing";
+  EXPECT_FALSE(daemon().status()) << "a daemon was started needlessly";
 }
 
 TEST_F(JobLife, TheHelperGetsItsSocketsAndNothingElse) {
-  // What the application has open, and left open across an exec, is none of the daemon's or the
-  // helper's business.
+  // What the application has open, even without close-on-exec, must not reach the daemon or the
+  // helper.
   const platform::FileDescriptor secret(::open("/etc/passwd", O_RDONLY));
   ::setenv("WLHID_TEST_SECRET", "1", 1);
   ASSERT_TRUE(
@@ -203,7 +203,7 @@ TEST_F(JobLife, ASparseHelperCostsTheDaemonNoMemory) {
   const auto before = peakKilobytes();
   ASSERT_GT(before, 0U);
   const auto image = echoImage("2.0");
-  fs::resize_file(image, 60U << 20);  // all but its beginning is a hole
+  fs::resize_file(image, 60U << 20);  // a sparse file: all but its beginning is a hole
   ASSERT_TRUE(bless(image).succeeded());
   EXPECT_EQ(connect().ask("echo runs"), "runs");
   EXPECT_LT(peakKilobytes(), before + 20U * 1024);
@@ -214,8 +214,8 @@ TEST_F(JobLife, ASparseHelperCostsTheDaemonNoMemory) {
 }
 
 TEST_F(JobLife, AHelperWhoseReadIsNeverAnsweredHoldsUpNobody) {
-  // A guard that answers no read of the image, as a file system that hangs would; only the
-  // superuser may set one up.
+  // A guard that answers no read of the image, like an unresponsive file system; only the superuser
+  // may set one up.
   const auto image = echoImage("6.6");
   const platform::FileDescriptor guard(
       ::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC, O_RDONLY | O_LARGEFILE));
@@ -282,7 +282,7 @@ TEST_F(JobLife, AJobThatKeepsCrashingIsHeldBackAndItsClientsWait) {
   EXPECT_EQ(held.lastEnd, "exited with status 3");
   EXPECT_THAT(log(), HasSubstr("]: no device, giving up\n"));
 
-  // A better version serves who has waited all the while.
+  // A better version serves the client that has been waiting all the time.
   ASSERT_TRUE(bless(echoImage("1.1")).succeeded());
   EXPECT_EQ(waiting.receive(), "at last");
 }
@@ -299,7 +299,7 @@ TEST_F(JobLife, AReplacedJobIsTreatedLenientlyAgain) {
     if (now.starts <= starts + 20) longest = std::max(longest, now.heldBackMilliseconds);
     return now.starts >= starts + 3;
   }));
-  EXPECT_LE(longest, 40);  // the lenient delay, of which this is what was left
+  EXPECT_LE(longest, 40);  // the lenient delay, or what was left of it
 }
 
 TEST_F(JobLife, AnExecutableThatWentMissingIsACrashToo) {
@@ -312,8 +312,8 @@ TEST_F(JobLife, AnExecutableThatWentMissingIsACrashToo) {
   ASSERT_TRUE(
       eventually([&] { return log().find("no section __ELF,__program") != std::string::npos; }));
   ASSERT_TRUE(bless(echoImage()).succeeded());
-  // Not the one that waits: a start that was under way may have met the new program, and then it
-  // ended with the old job.
+  // Not the waiting client: a start in progress may have met the new program and then ended with
+  // the old job.
   Client next = connect();
   EXPECT_EQ(next.ask("echo here"), "here");
 }
@@ -333,7 +333,7 @@ TEST_F(JobLife, ANewVersionReplacesTheRunningOne) {
 
   ASSERT_TRUE(bless(echoImage("3.0")).succeeded());
   EXPECT_FALSE(fs::exists(root.endpoint("com.quillmar.echo.second")))
-      << "an endpoint that is offered no more";
+      << "an endpoint that is no longer offered";
   EXPECT_EQ(connectResult("com.quillmar.echo.second").outcome, Outcome::UnknownName);
 }
 
@@ -355,7 +355,7 @@ TEST_F(JobLife, RemovalNeedNotWait) {
   ASSERT_TRUE(remove(kEchoLabel, false).succeeded());
   EXPECT_TRUE(helper.isThere());
   const auto busy = bless(echoImage());
-  EXPECT_EQ(busy.code, ServiceErrorCode::Busy) << "two of the same would run at once";
+  EXPECT_EQ(busy.code, ServiceErrorCode::Busy) << "two of them would run at once";
   EXPECT_EQ(busy.message, "com.quillmar.echo is being removed; try again");
   EXPECT_THAT(log(), HasSubstr("]: removed com.quillmar.echo\n"));
   EXPECT_TRUE(helper.hasGone());
@@ -384,7 +384,7 @@ TEST_F(JobLife, AForeignHelperGetsNeitherNameNorSocketOfAnother) {
   EXPECT_EQ(other.message,
             "the helper's job cannot be used: the service com.quillmar.echo is not its own: it may "
             "offer com.other and names below that");
-  // A label above the other's makes its name one that may be offered, but it is held already.
+  // A label that is a prefix of the other's may offer its name, but that is held already.
   const auto above = bless(
       image({"com.quillmar", "1.0", ECHO_HELPER, {"com.quillmar", kEchoLabel}}), "com.quillmar");
   EXPECT_EQ(above.code, ServiceErrorCode::InvalidImage);
@@ -405,11 +405,11 @@ TEST_F(JobLife, ANameThatAnotherJobOffersIsNoLabel) {
             "the service com.quillmar.echo.below belongs to the job "
             "com.quillmar.echo");
   EXPECT_EQ(client.ask("service"), below);
-  // Once it is offered no more, it is free.
+  // Once it is no longer offered, it is free.
   ASSERT_TRUE(bless(echoImage("1.1")).succeeded());
   EXPECT_TRUE(bless(image({below, "1.0", ECHO_HELPER, {}}), below).succeeded());
   const auto back = bless(image({kEchoLabel, "1.2", ECHO_HELPER, {kEchoLabel, below}}));
-  EXPECT_EQ(back.code, ServiceErrorCode::InvalidImage) << "its old name is another's now";
+  EXPECT_EQ(back.code, ServiceErrorCode::InvalidImage) << "its old name now belongs to another";
 }
 
 TEST_F(JobLife, ASocketThatSomebodyListensOnIsNotReplaced) {
@@ -481,7 +481,7 @@ TEST_F(JobLife, AKilledDaemonTakesItsJobsAlongAndIsReplaced) {
   EXPECT_TRUE(first.hasGone());
   EXPECT_TRUE(helper.hasGone());
   EXPECT_EQ(client.receive(), "end of stream");
-  // The endpoint's file is still there, with nobody behind it.
+  // The endpoint's file still exists, but no process listens on it.
   EXPECT_TRUE(fs::exists(root.endpoint(kEchoLabel)));
   Client again = connect();
   EXPECT_EQ(again.ask("echo back"), "back");
@@ -507,7 +507,7 @@ TEST_F(JobLife, WithoutJobsTheDaemonEndsByItself) {
   ASSERT_TRUE(remove().succeeded());
   EXPECT_TRUE(process.hasGone());
   EXPECT_FALSE(fs::exists(root.controlEndpoint()));
-  ASSERT_TRUE(bless(echoImage()).succeeded()) << "and another one comes when it is needed";
+  ASSERT_TRUE(bless(echoImage()).succeeded()) << "another daemon is started when it is needed";
 }
 
 TEST_F(JobLife, ManyClientsAreServedByOneProcess) {

@@ -1,4 +1,4 @@
-// How much a job and its daemon take at a time, and whose sockets are left alone.
+// Limits of a job and its daemon, and sockets that must be left alone.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -48,7 +48,7 @@ TEST_F(JobLimits, ASocketWhoseMakerHasGoneIsReplacedWhoeverHoldsIt) {
         platform::listenUnixSocket(root.endpoint(left).string(), SOCK_STREAM, 8, 0600));
     ::close(held[1]);
     char c = 0;
-    if (::fork() == 0) static_cast<void>(::read(held[0], &c, 1));  // until the test lets go
+    if (::fork() == 0) static_cast<void>(::read(held[0], &c, 1));  // until the test closes its end
     ::_exit(listener ? 0 : 1);
   }
   int status = 0;

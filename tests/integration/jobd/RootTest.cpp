@@ -1,4 +1,4 @@
-// The daemon and its root: who starts it, on which roots it serves, and what it makes of damaged
+// The daemon and its root: who starts it, which roots it serves, and what it does with damaged
 // ones.
 #include <signal.h>
 #include <sys/socket.h>
@@ -28,7 +28,7 @@ namespace fs = std::filesystem;
 
 class Root : public JobdSuite {
  protected:
-  /// What ensureRunning throws.
+  /// The error thrown by ensureRunning.
   [[nodiscard]] ServiceError refusal() const {
     try {
       daemon().ensureRunning();
@@ -101,7 +101,7 @@ TEST_F(Root, ARootOfSomebodyElseIsNotServed) {
 }
 
 TEST_F(Root, ASuperusersRootInAUsersHomeIsRefusedBeforeAnythingIsMade) {
-  if (::geteuid() != 0) return;  // only the superuser has a home to trespass on
+  if (::geteuid() != 0) return;  // applies to the superuser only
   const fs::path home = temporary.path() / "home";
   fs::create_directories(home);
   ASSERT_EQ(::chown(home.c_str(), 12345, 12345), 0);
@@ -151,7 +151,7 @@ TEST_F(Root, WhatIsPutInItsPlaceLaterGetsNothing) {
     return testsupport::readFile(away / "var/log/system.log").find("after the swap") !=
            std::string::npos;
   }));
-  EXPECT_EQ(connectResult().outcome, Outcome::Refused) << "the link is no root";
+  EXPECT_EQ(connectResult().outcome, Outcome::Refused) << "a link is not a root";
   EXPECT_TRUE(fs::is_empty(planted));
   fs::remove(root.path());
   fs::rename(away, root.path());
@@ -174,7 +174,7 @@ TEST_F(Root, AServicesEndpointIsForItsOwnerAlone) {
     EXPECT_EQ(status.st_mode & 07777U, 0600U) << endpoint;
     EXPECT_EQ(status.st_uid, ::geteuid()) << endpoint;
   }
-  if (!testsupport::isSuperuser()) return;  // only the superuser can act as somebody else
+  if (!testsupport::isSuperuser()) return;  // only the superuser can act as another user
   ::chmod(temporary.path().c_str(), 0755);
   EXPECT_EQ(testsupport::asUser(testsupport::kOtherUser,
                                 [&] {
@@ -226,7 +226,7 @@ TEST_F(Root, DamagedJobFilesAreLeftOutAndNoted) {
   }
   EXPECT_THAT(log(), HasSubstr("skipping the job com.thief: its job file cannot be used: the "
                                "service com.quillmar.echo is not its own"));
-  EXPECT_TRUE(remove("com.garbage").succeeded()) << "what cannot be kept can still be removed";
+  EXPECT_TRUE(remove("com.garbage").succeeded()) << "an unusable job can still be removed";
   EXPECT_FALSE(fs::exists(root.jobFile("com.garbage")));
 }
 
@@ -246,7 +246,7 @@ TEST_F(Root, ANameBelongsToTheJobThatIsCalledSoWhateverIsLoadedFirst) {
 }
 
 TEST_F(Root, AJobOfAnUnservedServiceIsUnknown) {
-  // A job file put there by hand while the daemon runs: nobody listens for it.
+  // A job file put there by hand while the daemon runs: no process listens for it.
   ASSERT_TRUE(bless(echoImage()).succeeded());
   const auto file = platform::encodeJobFile({"com.byhand", {"/x"}, {"com.byhand"}});
   testsupport::writeFile(root.jobFile("com.byhand"),
@@ -279,7 +279,7 @@ TEST_F(Root, AJobThatNamesAnotherProgramThanIsRunIsNoJob) {
     daemon.signal(SIGTERM);
     ASSERT_TRUE(daemon.hasGone());
   }
-  ASSERT_TRUE(bless(echoImage()).succeeded()) << "installing it again mends it";
+  ASSERT_TRUE(bless(echoImage()).succeeded()) << "installing it again repairs it";
   EXPECT_EQ(connect().ask("echo x"), "x");
 }
 
@@ -320,7 +320,8 @@ TEST_F(Root, ADeletedRootEndsItsDaemonAndItsJobs) {
   Client client = connect();
   const Process helper = client.process();
   const Process process = daemonProcess();
-  // The daemon may write its last words while its log is being deleted, so once may not be enough.
+  // The daemon may still write to its log while that is being deleted, so one attempt may not be
+  // enough.
   ASSERT_TRUE(eventually([&] {
     std::error_code ignored;
     fs::remove_all(root.path(), ignored);

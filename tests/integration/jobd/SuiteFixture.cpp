@@ -26,7 +26,7 @@ void Process::signal(int number) const {
 }
 
 bool Process::waitForEnd(int milliseconds) const {
-  if (!handle_) return true;  // it had gone before it could be held
+  if (!handle_) return true;  // it had ended before it could be opened
   pollfd entry{handle_.get(), POLLIN, 0};
   return ::poll(&entry, 1, milliseconds) == 1;
 }
@@ -112,7 +112,7 @@ platform::ControlReply JobdSuite::remove(const std::string& label, bool wait) co
 
 Process JobdSuite::daemonProcess() const {
   const auto status = daemon().status();
-  EXPECT_TRUE(status) << "no daemon runs";
+  EXPECT_TRUE(status) << "no daemon is running";
   return Process(status ? static_cast<pid_t>(status->daemonProcessIdentifier) : -1);
 }
 

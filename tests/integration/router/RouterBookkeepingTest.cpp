@@ -1,5 +1,5 @@
-// What the router remembers of its clients, and what it tells of them: in its log, in its status
-// and to those who come again.
+// What the router remembers about its clients, and how it reports it: in its log, in its status and
+// to those that come again.
 #include <regex>
 #include <set>
 
@@ -22,7 +22,7 @@ class RouterBookkeeping : public routertest::RouterFixture {};
 TEST_F(RouterBookkeeping, WhoOnlyConnectsIsInTheStatusToo) {
   startRouter();
   Client client;
-  client.stop();  // there is nothing to stop, but there is a connection
+  client.stop();  // nothing to stop, but there is a connection
   const auto status =
       awaitStatus([](const router::RouterStatus& s) { return s.sessions.size() == 1; });
   EXPECT_EQ(status.sessions[0].pid, ::getpid());
@@ -243,7 +243,7 @@ TEST_F(RouterBookkeeping, ClassesOfAnyKindMayStandInBothDictionaries) {
   EXPECT_EQ(client.log->await(1)[0], "started");
 }
 
-/// How a connection goes on whose client says nothing.
+/// How the connection of a silent client ends.
 std::string endOfConnectionTo(const std::string& path) {
   const int socket = platform::connectUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC);
   if (socket < 0) return "not connected";
@@ -313,7 +313,7 @@ TEST_F(RouterBookkeeping, StoppingEndsAWaitForATurn) {
   Client client;
   client.start(0x42);
   client.log->await(1);
-  client.start(0x42);  // its turn is a quarter of an hour off
+  client.start(0x42);  // its turn is a quarter of an hour away
   router_->stop();
   client.log->awaitLine("invalidated");
   EXPECT_THAT(routerLog_->lines(),
@@ -330,7 +330,8 @@ TEST_F(RouterBookkeeping, ItIsIdleOnlyAfterTheLastHasLeft) {
   client.reset();
   pollfd idle{router_->idleDescriptor(), POLLIN, 0};
   ASSERT_EQ(::poll(&idle, 1, 30'000), 1);
-  EXPECT_GE(std::chrono::steady_clock::now(), left + kIdle) << "it was not idle for long enough";
+  EXPECT_GE(std::chrono::steady_clock::now(), left + kIdle)
+      << "it had not been idle for long enough";
 }
 
 struct Loss {

@@ -1,5 +1,4 @@
-// The router's program, started as the job daemon starts it: with a listening socket as
-// descriptor 3.
+// The router's program, started as by the job daemon: with a listening socket as descriptor 3.
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -19,8 +18,8 @@ using testing::ElementsAre;
 
 class RouterProcessTest : public routertest::RouterFixture {
  protected:
-  /// As the job daemon does: the socket as descriptor 3, the root's directory behind it. The child
-  /// sets LISTEN_PID to itself, which only it knows, so a shell does it and becomes the router.
+  /// Like the job daemon: the socket as descriptor 3, followed by the root's directory. LISTEN_PID
+  /// must be the child's own process ID, so a shell sets it and then becomes the router.
   void spawn(int listener) {
     const platform::FileDescriptor rootDirectory(
         ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -34,7 +33,7 @@ class RouterProcessTest : public routertest::RouterFixture {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     constexpr int kFirst = 3;
-    constexpr int kAbove = 100;  // no number is overwritten before it has moved
+    constexpr int kAbove = 100;  // no descriptor is overwritten before it has moved
     std::string names = "LISTEN_FDNAMES=";
     const int count = static_cast<int>(handedOn.size());
     for (int i = 0; i < count; ++i) {
@@ -51,7 +50,7 @@ class RouterProcessTest : public routertest::RouterFixture {
     if (!user.empty()) command += "setpriv --reuid " + user + " --clear-groups ";
     command += "\"$0\" \"$@\"";
     const std::string fds = "LISTEN_FDS=" + std::to_string(count);
-    // Would lead elsewhere, if it were asked.
+    // Would lead elsewhere if it were used.
     const std::string misleading = "WLHID_ROOT=" + (directory_ / "misleading").string();
     std::vector<const char*> arguments{"sh", "-c", command.c_str(), WLHID_ROUTER_PROGRAM};
     for (const auto& option : options) arguments.push_back(option.c_str());
@@ -63,7 +62,7 @@ class RouterProcessTest : public routertest::RouterFixture {
         0);
     posix_spawn_file_actions_destroy(&actions);
   }
-  /// With a listening socket that nobody else holds.
+  /// With a listening socket that no other process holds.
   void spawnListening() {
     const platform::FileDescriptor listener(listen());
     spawn(listener.get());
@@ -132,7 +131,7 @@ TEST_F(RouterProcessTest, WithoutARootItSaysSoAndFails) {
   EXPECT_THAT(log(), testing::HasSubstr("no system root was handed over"));
   EXPECT_FALSE(fs::exists(directory_ / "misleading"));
   spawnWith({{"com.quillmar.hideventrouter", listener}, {".root", listener}}, {});
-  EXPECT_EQ(exitStatus(), 1) << "a socket is no root";
+  EXPECT_EQ(exitStatus(), 1) << "a socket is not a root";
   ::close(listener);
 }
 
@@ -167,7 +166,7 @@ TEST_F(RouterProcessTest, WhatIsPutInTheRootsPlaceGetsNothing) {
   spawnListening();
   Client first;
   first.start(1);
-  first.log->await(1);  // the router runs
+  first.log->await(1);  // the router is running
   awaitStatus([](const auto& status) { return status.isRunning; });
   fs::rename(directory_, away);
   fs::create_directory_symlink(planted, directory_);
@@ -249,7 +248,7 @@ TEST_F(RouterProcessTest, ALogThatNobodyReadsDoesNotEndIt) {
   Client client;
   client.start(0x42);
   client.log->await(1);
-  reader.reset();  // from now on a write to the log fails
+  reader.reset();  // from now on writes to the log fail
   client.start(0x43);
   EXPECT_THAT(client.log->await(2)[1], testing::HasSubstr("0x43"));
   ::kill(process_, SIGTERM);
@@ -269,7 +268,7 @@ TEST_F(RouterProcessTest, AnotherUsersRouterServesThatUserAndTheSuperuser) {
   Client superuser;
   superuser.start(0x42);
   EXPECT_THAT(superuser.log->await(1)[0], testing::HasSubstr("0x42"));
-  // The user's connection is there until the router ends.
+  // The user's connection lasts until the router ends.
   std::string end;
   std::thread own([&] {
     end = testsupport::asUser(testsupport::kOtherUser, [this]() -> std::string {

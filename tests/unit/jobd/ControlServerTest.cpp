@@ -1,4 +1,4 @@
-// The gate at the control endpoint: who gets through, for how long, and beside how many others.
+// Access to the control endpoint: who gets through, for how long, and along with how many others.
 #include "jobd/ControlServer.h"
 
 #include <fcntl.h>
@@ -31,7 +31,7 @@ using Operation = ControlRequest::Operation;
 
 constexpr int kTimeoutMilliseconds = 30'000;
 
-/// A server on a thread of its own; all that it is given is used on that thread only.
+/// A server on its own thread; everything passed to it is used on that thread only.
 class ServedEndpoint {
  public:
   explicit ServedEndpoint(const jobd::ControlLimits& limits = {}, bool beginsAtOnce = true)
@@ -54,7 +54,7 @@ class ServedEndpoint {
     thread_ = std::thread([this] { loop_.run(); });
   }
 
-  /// What got through to the handler, in order. Ends the server.
+  /// The requests that reached the handler, in order. Ends the server.
   std::vector<std::string> end() {
     if (thread_.joinable()) {
       ::eventfd_write(stop_.get(), 1);
@@ -71,7 +71,7 @@ class ServedEndpoint {
   }
 
  private:
-  /// "com.no" is refused, "com.later" allowed after a turn of the loop, anything else at once.
+  /// "com.no" is refused, "com.later" allowed an iteration later, anything else at once.
   void ask(const platform::PeerCredentials& caller, const std::string& label,
            const std::function<void(bool)>& decided) {
     const bool isWhoTheKernelNames = caller.user == ::geteuid() && caller.process == ::getpid();
@@ -167,7 +167,7 @@ TEST(ControlServer, LeaveOfOneConnectionIsNoneOfAnother) {
   EXPECT_EQ(ask(one, Operation::Authorize, "com.a"), ServiceErrorCode::None);
   EXPECT_EQ(ask(other, Operation::Bless, "com.a"), ServiceErrorCode::NotPermitted);
   EXPECT_EQ(ask(one, Operation::Authorize, "com.b"), ServiceErrorCode::NotPermitted)
-      << "one question, one permission";
+      << "one permission per question";
   EXPECT_THAT(endpoint.end(), testing::IsEmpty());
 }
 
@@ -288,7 +288,7 @@ TEST(ControlServer, LimitsAreThoseThatCallersRelyOn) {
   EXPECT_EQ(limits.permissionLifetime.count(), 10'000);
 }
 
-/// Whether the first of so many idle connections is dropped for the last.
+/// Whether the first of `count` idle connections is dropped for the last.
 bool makesRoom(const jobd::ControlLimits& limits, std::size_t count) {
   ServedEndpoint endpoint(limits);
   std::vector<FileDescriptor> idle;
@@ -325,17 +325,17 @@ TEST(ControlServer, AmongIdleConnectionsOneWithALeaveStaysLongest) {
   EXPECT_EQ(ask(youngerWithLeave, Operation::Authorize, "com.a"), ServiceErrorCode::None);
   ControlConnection newcomer(endpoint.connect());
   EXPECT_EQ(ask(newcomer, Operation::Status, ""), ServiceErrorCode::None);
-  EXPECT_TRUE(isDropped(older)) << "where all have one, the oldest";
+  EXPECT_TRUE(isDropped(older)) << "if all have one, the oldest";
   EXPECT_EQ(ask(youngerWithLeave, Operation::Bless, "com.a"), ServiceErrorCode::None);
 }
 
-/// A server that is turned by the test itself.
+/// A server whose loop is run by the test itself.
 class TurnedServer : public testing::Test {
  protected:
   [[nodiscard]] FileDescriptor connect() const {
     return platform::connectUnixSocketAt(directory_.get(), "jobd.sock", SOCK_STREAM);
   }
-  /// So many turns of the loop, each of which serves what has come before it looks at its timers.
+  /// Runs iterations of the loop; each handles pending input before it checks its timers.
   void turn(int times = 10) {
     jobd::EventLoop::Token next;
     std::function<void()> count = [&] {
@@ -366,13 +366,13 @@ class TurnedServer : public testing::Test {
 TEST_F(TurnedServer, SaysWhenTheLastHasGone) {
   auto one = connect();
   auto other = connect();
-  EXPECT_TRUE(server_.isQuiet()) << "nobody was accepted yet";
+  EXPECT_TRUE(server_.isQuiet()) << "none has been accepted yet";
   jobd::EventLoop::Token next;
   next = loop_.after(0ms, [&] {
     EXPECT_FALSE(server_.isQuiet());
     one.reset();
     next = loop_.after(0ms, [&] {
-      EXPECT_EQ(quiet_, 0) << "one is there yet";
+      EXPECT_EQ(quiet_, 0) << "one is still open";
       other.reset();
       next = loop_.after(0ms, [&] { loop_.stop(); });
     });

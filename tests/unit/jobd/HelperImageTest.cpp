@@ -34,7 +34,7 @@ std::string refusal(std::span<const std::uint8_t> bytes, std::string_view label)
   }
 }
 
-/// Overwrites the first place where `from` stands with `to`, of the same length.
+/// Replaces the first occurrence of `from` with `to`, which has the same length.
 std::vector<std::uint8_t> patched(std::vector<std::uint8_t> bytes, std::string_view from,
                                   std::string_view to) {
   EXPECT_EQ(from.size(), to.size());
@@ -120,7 +120,7 @@ TEST(HelperImage, AProgramNeedsAWholeHeader) {
   const std::string header = testsupport::readFile("/bin/true").substr(0, 64);
   for (const std::size_t size : {std::size_t{64}, std::size_t{63}}) {
     auto bytes = image({"com.x", "1", "/bin/true", {}});
-    // The section's record names its size 40 bytes after its name.
+    // The section's size is 40 bytes after its name.
     const std::string_view name = "__program";
     const auto at = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
     ASSERT_NE(at, bytes.end());

@@ -1,4 +1,5 @@
-// Installing a helper: what is in place after it, after a refusal, and after a crash at any point.
+// Installing a helper: what is in place afterwards, after a refusal, and after a crash at any
+// point.
 #include "jobd/HelperInstaller.h"
 
 #include <fcntl.h>
@@ -43,7 +44,7 @@ class HelperInstallerTest : public testing::Test {
     return HelperInstaller(directories, root).install(file.get(), kLabel, nullptr);
   }
 
-  /// Installs in a process that dies when `last` is done.
+  /// Installs in a process that dies after step `last`.
   void installAndDieAfter(const fs::path& image, InstallStep last) {
     const pid_t child = ::fork();
     if (child == 0) {
@@ -248,8 +249,8 @@ TEST(RootDirectories, SystemRootIsNotServed) {
 }
 
 TEST(RootDirectories, ARootOfAnotherUserIsNotServed) {
-  // "/proc/1" belongs to the superuser, "/proc/self" to whoever runs this; as the superuser a file
-  // may be given away.
+  // "/proc/1" belongs to the superuser, "/proc/self" to the user running this; the superuser can
+  // give a file away.
   const testsupport::TemporaryDirectory temporary;
   const fs::path foreign = ::geteuid() == 0 ? temporary.path() / "given-away" : fs::path("/proc/1");
   if (::geteuid() == 0) {
@@ -264,7 +265,7 @@ TEST(RootDirectories, ARootOfAnotherUserIsNotServed) {
   }
 }
 
-/// What installing says, "installed" when it does.
+/// The error of an installation, or "installed".
 template <class Act>
 std::string outcome(const Act& act) try {
   act();

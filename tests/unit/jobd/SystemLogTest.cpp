@@ -18,7 +18,7 @@ using jobd::SystemLog;
 using testsupport::readFile;
 using testsupport::TemporaryDirectory;
 
-// A note is a line of a table: no free text is one.
+// Only lines of a table can be noted, not free text.
 static_assert(!std::is_invocable_v<decltype(&SystemLog::note), SystemLog&, std::string>);
 static_assert(!std::is_invocable_v<decltype(&SystemLog::note), SystemLog&, const char*>);
 
@@ -77,7 +77,7 @@ TEST(SystemLog, OneWriterCannotPushOutTheOthers) {
                                      " lines of com.loud were left out: it writes too much at a "
                                      "time\n"));
   log.write("com.loud", 1, std::string(jobd::LogBudget::kCapacity, 'x'));
-  EXPECT_EQ(told, 2) << "told again after it was said";
+  EXPECT_EQ(told, 2) << "called again after the last ones were logged";
 }
 
 TEST(SystemLog, ALogThatWasTakenAwayIsBegunAnew) {
@@ -104,7 +104,7 @@ TEST(SystemLog, LinksAndPipesInItsPlaceAreNotWritten) {
   EXPECT_THAT(readFile(directory.path() / "system.log"), testing::HasSubstr("three"));
 }
 
-/// Whether a fresh log takes a first entry of that text.
+/// Whether a new log accepts that text as its first entry.
 bool takes(const std::string& text) {
   const TemporaryDirectory directory;
   SystemLog log(open(directory.path()));
@@ -133,7 +133,7 @@ TEST(SystemLog, ALogOfItsLimitIsBegunAnewByTheNextEntry) {
   EXPECT_EQ(SystemLog::kDefaultLimit, 4'194'304U);
   testsupport::writeFile(directory.path() / "system.log", std::string(100, 'x'));
   SystemLog under(open(directory.path()), 101);
-  under.write("com.x", 1, "opens it");  // whatever is there when it is opened is written to
+  under.write("com.x", 1, "opens it");  // an existing file is appended to when it is opened
   EXPECT_FALSE(std::filesystem::exists(directory.path() / "system.log.0"));
   const auto size = std::filesystem::file_size(directory.path() / "system.log");
   SystemLog exact(open(directory.path()), size + 1);
@@ -171,7 +171,7 @@ TEST(SystemLog, WithoutADirectoryNothingIsWritten) {
   EXPECT_NO_FATAL_FAILURE(log.note(kNote));
 }
 
-/// The host that an entry names where the machine is called so; nothing where that cannot be tried.
+/// The host in an entry when the machine has that name; empty if that cannot be tried.
 std::string hostWhereItIs(const std::string& name) {
   const TemporaryDirectory directory;
   const pid_t child = ::fork();
@@ -188,7 +188,7 @@ std::string hostWhereItIs(const std::string& name) {
 }
 
 TEST(SystemLog, TheHostIsOneWord) {
-  const std::string longest(64, 'h');  // as the system takes it
+  const std::string longest(64, 'h');  // the longest that the system accepts
   if (hostWhereItIs("x").empty()) GTEST_SKIP() << "needs the superuser";
   EXPECT_EQ(hostWhereItIs("my host"), "my_host");
   EXPECT_EQ(hostWhereItIs(""), "localhost");

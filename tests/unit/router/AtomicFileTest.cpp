@@ -120,7 +120,7 @@ TEST_F(AtomicFileTest, DraftsOfOneNameDoNotDisturbEachOther) {
   EXPECT_EQ(content("b"), "two");
 }
 
-/// The hidden name of the draft after the next, which is ".x.PROCESS.NUMBER".
+/// The hidden name of the draft after the next one, which is ".x.PROCESS.NUMBER".
 std::string hiddenNameAfter(const std::string& hidden) {
   const std::size_t number = hidden.rfind('.') + 1;
   return hidden.substr(0, number) + std::to_string(std::stoul(hidden.substr(number)) + 1);
@@ -221,14 +221,14 @@ TEST_F(AtomicFileTest, AHeldFileIsHeldUntilItIsClosed) {
 }
 
 TEST_F(AtomicFileTest, OnlyTheDeadLeaveSomethingToRemove) {
-  // No process has a number below 2, and what has no number is nobody's.
+  // No process ID is below 2, and a name without a number belongs to no process.
   for (const char* name : {".x.-2147483647.0", ".x.0.0", ".x.", ".x.a.0", ".x.1", ".x.2147483647",
                            ".y.2147483647.0", "x.2147483647.0"})
     std::ofstream(path_ / name) << "half";
   const std::size_t before = names().size();
   router::removeAbandonedWrites(directory_.get(), "x");
   EXPECT_EQ(names().size(), before);
-  std::ofstream(path_ / ".x.2147483647.0") << "half";  // more than any process has
+  std::ofstream(path_ / ".x.2147483647.0") << "half";  // larger than any process ID
   router::removeAbandonedWrites(directory_.get(), "x");
   EXPECT_EQ(names().size(), before);
 }

@@ -134,7 +134,7 @@ TEST_F(DeviceFilesTest, OnlyRegularFilesAreOpened) {
     EXPECT_THROW(static_cast<void>(files().openConfiguration(name)), FileError) << name;
 }
 
-/// What an action is refused with.
+/// The error of an action.
 template <class Action>
 std::pair<std::string, std::error_code> refusalOf(const Action& action) {
   try {

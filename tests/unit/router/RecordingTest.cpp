@@ -170,7 +170,7 @@ TEST(Recording, NamesAreMadePrintableAndCut) {
 }
 
 TEST(Recording, LinesMayLieAnywhereInWhatIsReadAtATime) {
-  // Longer and longer comments move the lines behind them over every border of a piece.
+  // Comments of increasing length move the following lines across every chunk boundary.
   for (std::size_t length = 16300; length < 16420; ++length) {
     const auto r = parseRecording(
         "#" + std::string(length, 'x') + "\nR: 2 05 01\nE: 0.1 1 05\nE: 0.2 2 06 07\n", "a.hid");
@@ -354,7 +354,7 @@ TEST(Recording, ALineMayBeAsLongAsItsBound) {
   expectError("\n\n\n#" + longest + "x\n", "a.hid:4: the line is longer than 262144 bytes");
 }
 
-/// A source of `size` bytes, which are a descriptor and comments.
+/// A source of `size` bytes, consisting of a descriptor and comments.
 router::RecordingReader readerOfSize(std::size_t size) {
   return {[left = size, isFirst = true](std::span<char> buffer) mutable {
             const std::size_t count = std::min(left, buffer.size());
@@ -418,7 +418,7 @@ TEST_F(RecordingFile, OfTheLargestSizeIsRead) {
   std::filesystem::resize_file(path, router::RouterLimits::kRecordingBytes);
   try {
     readRecording(path);
-    FAIL() << "zeros are no recording";
+    FAIL() << "zeros are not a recording";
   } catch (const RecordingError& error) {
     EXPECT_EQ(error.what(), path.string() + ":1: the line is longer than 262144 bytes");
   }

@@ -246,7 +246,7 @@ TEST_F(ReplaySourceTest, ARecordingWithoutReportsEndsAtOnceEvenIfRepeated) {
   device.recording = write("empty.hid", "R: 1 c0\n");
   device.repeat = true;
   EXPECT_THROW(router::addReplayDevice(root(), device),
-               DeviceError);  // c0: a collection ends that never began
+               DeviceError);  // c0: closes a collection that was not opened
   device.recording = write("empty.hid", "R: 2 05 01\n");
   const auto opened = open(router::addReplayDevice(root(), device));
   const router::StopSignal stop;
@@ -266,7 +266,7 @@ TEST_F(ReplaySourceTest, AStopEndsAWaitOfAnyLength) {
   stopper.join();
 }
 
-/// How many times a file has been opened since it was last asked.
+/// How many times a file has been opened since the last call.
 class OpenCount {
  public:
   explicit OpenCount(const fs::path& file) : watch_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
@@ -303,7 +303,7 @@ TEST_F(ReplaySourceTest, AFileIsReadAgainOnlyWhenItHasChanged) {
   }
   EXPECT_EQ(recording.take(), 0U);
   EXPECT_EQ(configuration.take(), 0U);
-  // A recording that is opened is read through once, to check it.
+  // When a recording is opened, it is read once to check it.
   EXPECT_NE(sources.front()->open(id), nullptr);
   std::string text = kRecording;
   text.replace(text.find("A Mouse"), 7, "B Mouse");  // of the same length
@@ -317,7 +317,7 @@ TEST_F(ReplaySourceTest, AFileIsReadAgainOnlyWhenItHasChanged) {
 }
 
 TEST_F(ReplaySourceTest, AFileThatHasJustChangedIsReadAgain) {
-  // A further change could bear the same time, so what was read is not relied on.
+  // Another change could have the same time, so the cached content is not relied on.
   ReplayDevice device;
   device.recording = recording_;
   router::addReplayDevice(root(), device);
@@ -389,7 +389,7 @@ TEST_F(ReplaySourceTest, ARecordingThatVanishedIsAnErrorWithItsCode) {
   device.recording = write("gone.hid", kRecording);
   const std::uint64_t id = router::addReplayDevice(root(), device);
   fs::remove(recordings() / "gone.hid");
-  EXPECT_EQ(open(id), nullptr);  // it is not even listed any more
+  EXPECT_EQ(open(id), nullptr);  // it is no longer even listed
   writeCopy("gone.hid", "R: 2 05 01\nE: 0.0 1 01\nE: broken\n");
   try {
     open(id);
@@ -420,7 +420,7 @@ TEST_F(ReplaySourceTest, OneThatIsUnusableIsReadAgainOnlyWhenItHasChanged) {
   }
   EXPECT_EQ(broken.take(), 0U);
   EXPECT_EQ(folder.take(), 0U);
-  // Whatever of it changes is noticed.
+  // Any change to it is noticed.
   write("etc/hideventrouter/broken.plist", "nonsense");
   configureReplay("missing", "other.hid");
   fs::remove(recordings() / "folder.hid");
@@ -443,7 +443,7 @@ std::size_t bytesRead() {
 
 class CheckedRecording : public ReplaySourceTest {
  protected:
-  /// Reports of one moment, which at that speed would take an hour without their times.
+  /// Reports with the same time, which at that speed would take an hour if they had no times.
   std::uint64_t addOneMoment() {
     std::string text = "R: 2 05 01\n";
     for (int i = 0; i < kReports; ++i) text += "E: 5.0 1 01\n";
@@ -474,11 +474,11 @@ TEST_F(CheckedRecording, IsReadThroughOnceAndItsTimesAreKnownFromThenOn) {
   const auto sources = router::deviceSources(root(), limits_);
   EXPECT_GT(costOf(*sources.front(), id), kLength);
   for (int i = 0; i < 3; ++i) EXPECT_LT(costOf(*sources.front(), id), kLength);
-  // Also where the configuration was written anew and says the same.
+  // Also if the configuration was rewritten with the same content.
   const fs::path configuration = root().deviceSources() / "moment.plist";
   write(configuration, contentOf(configuration));
   EXPECT_LT(costOf(*sources.front(), id), kLength);
-  // Another recording is another matter.
+  // But not for another recording.
   const fs::path copy = recordings() / "moment.hid";
   write(copy, contentOf(copy));
   EXPECT_GT(costOf(*sources.front(), id), kLength);

@@ -1,5 +1,5 @@
-// The bounds as they are unless somebody sets others. Each is a promise: to honest clients, that
-// they are not refused, and to the machine, that nobody takes more.
+// The default limits. Each is a promise: to honest clients, that they are not refused, and to the
+// machine, that no client takes more.
 #include "router/RouterLimits.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// The line in which start requests wait, at times that the test makes up, and its thread.
+// The line of waiting start requests, at times chosen by the test, and its thread.
 #include "router/StartLine.h"
 
 #include <gmock/gmock.h>
@@ -20,7 +20,7 @@ using Turn = StartLine::Turn;
 constexpr std::chrono::seconds kPatience{30};
 constexpr StartLine::Clock::time_point kStart{};
 
-/// One turn at once and then one a second, for each user; twice that for all.
+/// One turn at once and then one per second, for each user; twice that overall.
 RouterLimits oneASecond() {
   RouterLimits limits;
   limits.startsPerUser = {1, 1};
@@ -34,12 +34,12 @@ class StartLineTest : public testing::Test {
   using Names = std::vector<std::string>;
 
   void makeLine(const RouterLimits& limits) { line_ = std::make_shared<StartLine>(limits); }
-  /// The request is known by that name.
+  /// The name identifies the request.
   Turn ask(const std::string& name, uid_t user, StartLine::Clock::time_point now = kStart) {
     return line_->askForTurn(user, now, noting(name), &tickets_[name]);
   }
   void giveUp(const std::string& name) { tickets_.erase(name); }
-  /// It has been woken and has its turn.
+  /// To be called for a request that was woken and has its turn.
   void useTurn(const std::string& name) {
     tickets_.at(name).useTurn();
     giveUp(name);
@@ -80,7 +80,7 @@ TEST_F(StartLineTest, WhoseTurnIsTooFarOffIsRefusedAndTakesNone) {
   EXPECT_EQ(ask("a", 1), Turn::Now);
   EXPECT_EQ(ask("b", 1), Turn::Later);
   EXPECT_EQ(ask("c", 1), Turn::Never);
-  giveUp("c");  // which is nothing
+  giveUp("c");  // no effect
   EXPECT_EQ(ask("d", 1), Turn::Never);
   EXPECT_THAT(wokenAt(kStart + seconds(9)), ElementsAre("b"));
 }
@@ -210,7 +210,7 @@ TEST_F(StartLineTest, ItsThreadWakesWhomAnothersLeavingMovesUp) {
   limits.startTimeout = std::chrono::hours(10);
   makeLine(limits);
   line_->begin();
-  // Long enough ago for the first turn that was waited for to have come, and not the second.
+  // So long ago that the first awaited turn has come, but not the second.
   const auto now = StartLine::Clock::now() - seconds(1500);
   EXPECT_EQ(ask("a", 1, now), Turn::Now);
   Call call;
