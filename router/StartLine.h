@@ -4,8 +4,7 @@
 // nothing else, because housekeeping may block on disk.
 //
 // Threading: any thread. The line's own thread calls the wakes, with no lock held.
-// Ownership: a ticket keeps the line alive. Whoever calls begin() must call end(), but not from a
-//   wake.
+// Ownership: a ticket keeps the line alive. The caller of begin() calls end(), not from a wake.
 // Errors: begin() throws std::system_error.
 // Order: turns come in the order of the requests, both per user and overall. A request that is
 //   given up frees its turn: those after it move up.

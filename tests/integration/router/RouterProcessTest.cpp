@@ -128,7 +128,7 @@ TEST_F(RouterProcessTest, WithoutARootItSaysSoAndFails) {
   const int listener = listen();
   spawnWith({{"com.quillmar.hideventrouter", listener}}, {});
   EXPECT_EQ(exitStatus(), 1);
-  EXPECT_THAT(log(), testing::HasSubstr("no system root was handed over"));
+  EXPECT_THAT(log(), testing::HasSubstr("no system root was passed"));
   EXPECT_FALSE(fs::exists(directory_ / "misleading"));
   spawnWith({{"com.quillmar.hideventrouter", listener}, {".root", listener}}, {});
   EXPECT_EQ(exitStatus(), 1) << "a socket is not a root";
@@ -209,7 +209,7 @@ TEST_F(RouterProcessTest, AnInterruptFromTheKeyboardEndsItLikewise) {
   ::kill(process_, SIGINT);
   EXPECT_EQ(exitStatus(), 0);
   EXPECT_EQ(client.log->await(2)[1], "invalidated");
-  EXPECT_THAT(log(), testing::HasSubstr(" of " + directory_.string() + ", 0 devices\n"));
+  EXPECT_THAT(log(), testing::HasSubstr(" started: root " + directory_.string() + ", 0 devices\n"));
   EXPECT_THAT(log(), testing::EndsWith("router ends\n"));
 }
 

@@ -74,7 +74,7 @@ TEST(ChildTask, WorkThatNeverEndsIsGivenUpAndHoldsUpNobody) {
 TEST(ChildTask, AChildThatDiesIsAFailure) {
   const auto outcome = run([]() -> std::string { ::_exit(0); }).outcome;
   EXPECT_EQ(outcome.code, ServiceErrorCode::FileSystem);
-  EXPECT_THAT(outcome.text, testing::HasSubstr("ended without a word"));
+  EXPECT_THAT(outcome.text, testing::HasSubstr("ended without a result"));
 }
 
 TEST(ChildTask, AResultThatMovesInPiecesArrivesWhole) {
@@ -95,7 +95,7 @@ TEST(ChildTask, HalfAResultIsNone) {
                          return std::string("com.example.helper");
                        }).outcome;
   EXPECT_EQ(outcome.code, ServiceErrorCode::FileSystem);
-  EXPECT_THAT(outcome.text, testing::HasSubstr("ended without a word"));
+  EXPECT_THAT(outcome.text, testing::HasSubstr("ended without a result"));
 }
 
 TEST(ChildTask, TheChildHasNothingOpenThatItWasNotGiven) {

@@ -80,7 +80,8 @@ TEST(HelperImage, WithoutItsPartsIsRefused) {
               HasSubstr("no MachServices"));
   EXPECT_THAT(refusal(patched(bytes, "<key>Label</key>", "<key>LabeL</key>"), "com.x"),
               HasSubstr("Label is \"\""));
-  EXPECT_THAT(refusal(patched(bytes, "<plist", "<plisT"), "com.x"), HasSubstr("no property list"));
+  EXPECT_THAT(refusal(patched(bytes, "<plist", "<plisT"), "com.x"),
+              HasSubstr("not a property list"));
 }
 
 TEST(HelperImage, WithAProgramOfAnotherMachineIsRefused) {

@@ -373,11 +373,11 @@ TEST(ReportDescriptor, RefusesItemsThatAreCutOff) {
 }
 
 TEST(ReportDescriptor, RefusesUnbalancedStructure) {
-  expectError("a1 01 c0 c0", 3, "not begun");
+  expectError("a1 01 c0 c0", 3, "not opened");
   expectError("a1 01 a1 00 c0", 5, "left open");
   expectError("75 08 b4", 2, "not pushed");
   expectError("a9 01 a9 01", 2, "nested");
-  expectError("a9 00", 0, "closes no set");
+  expectError("a9 00", 0, "a set that is not open");
   expectError("a9 02", 0, "must open");
   expectError("a9 01 09 30 75 08 95 01 81 02", 8, "left open at a main item");
 }

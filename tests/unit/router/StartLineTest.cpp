@@ -215,11 +215,11 @@ TEST_F(StartLineTest, ItsThreadWakesWhomAnothersLeavingMovesUp) {
   EXPECT_EQ(ask("a", 1, now), Turn::Now);
   Call call;
   StartLine::Ticket ahead;
-  StartLine::Ticket behind;
+  StartLine::Ticket after;
   EXPECT_EQ(line_->askForTurn(
                 1, now, [] {}, &ahead),
             Turn::Later);
-  EXPECT_EQ(line_->askForTurn(1, now, call.wake(), &behind), Turn::Later);
+  EXPECT_EQ(line_->askForTurn(1, now, call.wake(), &after), Turn::Later);
   ahead = {};
   EXPECT_TRUE(call.isMade());
   line_->end();
