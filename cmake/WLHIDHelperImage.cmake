@@ -1,11 +1,11 @@
 # wlhid_helper_image(TARGET PROGRAM_TARGET LABEL L [VERSION V] [SERVICES S…] OUTPUT FILE)
 #
-# Makes TARGET build FILE, a helper image that carries the program of PROGRAM_TARGET under the label L. Without VERSION the
-# project's version, without SERVICES one service of the label's name.
+# Makes TARGET build FILE, a helper image that contains the program of PROGRAM_TARGET under the label L. VERSION
+# defaults to the project's version, SERVICES to one service with the label's name.
 function(wlhid_helper_image target program)
   cmake_parse_arguments(A "" "LABEL;VERSION;OUTPUT" "SERVICES" ${ARGN})
   if(NOT A_LABEL OR NOT A_OUTPUT)
-    message(FATAL_ERROR "wlhid_helper_image(${target}): LABEL and OUTPUT are needed")
+    message(FATAL_ERROR "wlhid_helper_image(${target}): LABEL and OUTPUT are required")
   endif()
   if(NOT A_VERSION)
     set(A_VERSION "${PROJECT_VERSION}")

@@ -1,13 +1,13 @@
-# How targets are made in this project, so that a folder's CMakeLists.txt only lists sources and dependencies.
+# Functions that define this project's targets, so that a folder's CMakeLists.txt only lists sources and dependencies.
 #
 #   wlhid_library(NAME SOURCES … [DEPENDS …])            static library wlhid::NAME
 #   wlhid_executable(NAME SOURCES … [DEPENDS …])         program
 #   wlhid_test(NAME SOURCES … [DEPENDS …] [LABELS …] [TIMEOUT S] [SERIAL])
-#                                                        GoogleTest program; one CTest entry a program
+#                                                        GoogleTest program; one CTest entry per program
 #   wlhid_fuzz_target(NAME SOURCE … [DEPENDS …])         fuzz/NAME.cpp; replays fuzz/corpus/NAME/ as a test
 #   wlhid_bench(NAME SOURCES … [DEPENDS …])              benchmark program
 #
-# One library a folder; what a folder may use is what it lists under DEPENDS (a test checks the #includes).
+# There is one library per folder; it may use only what it lists under DEPENDS (a test checks the #includes).
 
 add_library(wlhid_flags INTERFACE)
 target_compile_features(wlhid_flags INTERFACE cxx_std_20)
@@ -15,7 +15,7 @@ target_include_directories(wlhid_flags INTERFACE "${CMAKE_SOURCE_DIR}")
 target_compile_options(wlhid_flags INTERFACE -Wall -Wextra -Wpedantic $<$<BOOL:${WLHID_WERROR}>:-Werror>)
 target_compile_definitions(wlhid_flags INTERFACE _GNU_SOURCE)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-  # GCC 12 at -O3 sees overlapping copies in the concatenation of a literal and a std::string that cannot overlap.
+  # GCC 12 at -O3 warns of overlapping copies in the concatenation of a literal and a std::string, which cannot overlap.
   target_compile_options(wlhid_flags INTERFACE -Wno-restrict)
 endif()
 find_package(Threads REQUIRED)
@@ -25,12 +25,12 @@ if(WLHID_SANITIZE)
                          -fno-sanitize-recover=all)
   target_link_options(wlhid_flags INTERFACE -fsanitize=${WLHID_SANITIZE})
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND WLHID_SANITIZE MATCHES "thread")
-    # GCC warns that TSan does not model fences; the code uses none, the standard library's shared_ptr may.
+    # GCC warns that TSan does not model fences; the code uses none, but the standard library's shared_ptr may.
     target_compile_options(wlhid_flags INTERFACE -Wno-tsan)
   endif()
 endif()
 if(WLHID_COVERAGE)
-  # Counters of several threads: without atomic updates some are lost, and the tool that reads them refuses what is negative.
+  # Without atomic updates, counters of several threads lose counts, and the tool that reads them rejects negative ones.
   target_compile_options(wlhid_flags INTERFACE --coverage -O0 -fprofile-update=atomic)
   target_link_options(wlhid_flags INTERFACE --coverage)
 endif()
@@ -54,14 +54,14 @@ function(wlhid_executable name)
   target_compile_options(${name} PRIVATE ${WLHID_PRODUCT_WARNINGS})
 endfunction()
 
-# Tests are read more often by the compiler than by the processor: what is tested is optimised, they need not be.
+# Compiling the tests takes longer than running them, so only the code under test is optimised.
 set(WLHID_TEST_OPTIONS "$<$<CONFIG:RelWithDebInfo>:-O1;-g1>")
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-  # GCC 12 at -O1 takes every concatenation for one that needs no more than the string's own room.
+  # GCC 12 at -O1 assumes that every concatenation fits into the string's internal buffer, and warns.
   list(APPEND WLHID_TEST_OPTIONS -Wno-array-bounds -Wno-stringop-overflow)
 endif()
 
-# The test framework's headers, read by the compiler once for all test programs.
+# The test framework's headers, precompiled once for all test programs.
 function(wlhid_precompile_test_headers name)
   if(NOT WLHID_FAST_BUILD)
     return()

@@ -13,7 +13,7 @@
 #include <utility>
 
 extern "C" {
-#include <sys/pidfd.h>  // some versions of the C library forgot to say that these are C functions
+#include <sys/pidfd.h>  // lacks the declaration of C linkage in some versions of the C library
 }
 
 namespace jobd {
@@ -21,10 +21,10 @@ namespace {
 
 using platform::ServiceErrorCode;
 
-// A pipe takes this much at once, so the child never waits for the daemon to read.
-constexpr std::size_t longestResult = 4096;
+// A pipe holds this much at once, so the child never waits for the daemon to read.
+constexpr std::size_t kLongestResult = 4096;
 
-/// A child that hangs must not hold the daemon's lock, endpoints or callers.
+/// Otherwise a child that hangs would keep the daemon's lock, endpoints and callers' connections.
 void closeAllBut(std::vector<int> kept) {
   std::sort(kept.begin(), kept.end());
   unsigned next = 3;
@@ -47,7 +47,7 @@ std::string resultOf(const ChildTask::Work& work) {
   }
 }
 
-/// A write may move less than all.
+/// A write may be partial.
 bool writeAll(int pipe, std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = ::write(pipe, text.data(), text.size());
@@ -58,10 +58,10 @@ bool writeAll(int pipe, std::string_view text) {
   return true;
 }
 
-/// What a child that has ended wrote.
+/// Everything that an ended child wrote.
 std::string readAll(int pipe) {
   std::string text;
-  std::array<char, longestResult> buffer{};
+  std::array<char, kLongestResult> buffer{};
   for (;;) {
     const ssize_t got = ::read(pipe, buffer.data(), buffer.size());
     if (got < 0 && errno == EINTR) continue;
@@ -70,14 +70,14 @@ std::string readAll(int pipe) {
   }
 }
 
-/// Runs in the child. The daemon has one thread, so everything may be called here.
+/// Runs in the child. The daemon has a single thread, so any function may be called here.
 [[noreturn]] void runInChild(const ChildTask::Plan& plan, int result, pid_t daemon) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != daemon) ::_exit(1);
   std::vector<int> kept = plan.descriptors;
   kept.push_back(result);
   closeAllBut(std::move(kept));
-  const std::string text = resultOf(plan.work).substr(0, longestResult);
+  const std::string text = resultOf(plan.work).substr(0, kLongestResult);
   ::_exit(writeAll(result, text) ? 0 : 1);
 }
 
@@ -102,10 +102,10 @@ ChildTask::ChildTask(EventLoop& loop, const Plan& plan, Done done, std::function
     throw platform::fileSystemError("cannot watch " + name_, error);
   }
   endWatch_ = loop.watch(process_.get(), EPOLLIN, [this] { takeEnd(); });
-  patience_ = loop.after(plan.patience, [this] { giveUp(); });
+  timeout_ = loop.after(plan.timeout, [this] { giveUp(); });
 }
 
-/// A child that hangs in the kernel may take its time to die, so nobody waits for it.
+/// A child that hangs in the kernel may take long to die, so its end is not awaited.
 ChildTask::~ChildTask() {
   if (!process_) return;
   ::pidfd_send_signal(process_.get(), SIGKILL, nullptr, 0);
@@ -119,14 +119,14 @@ void ChildTask::giveUp() {
       {ServiceErrorCode::TimedOut, name_ + " took too long: a file that it reads does not answer"});
 }
 
-/// A child that did not end well may have written half of its result, which is none.
+/// The output of a child that failed may be incomplete and is ignored.
 ChildTask::Outcome ChildTask::readOutcome(int status) const {
   const bool endedWell = WIFEXITED(status) && WEXITSTATUS(status) == 0;
   const std::string text = endedWell ? readAll(result_.get()) : std::string();
   std::int64_t code = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), code);
   if (error != std::errc() || end == text.data() + text.size())
-    return {ServiceErrorCode::FileSystem, name_ + " failed: its process ended without a word"};
+    return {ServiceErrorCode::FileSystem, name_ + " failed: its process ended without a result"};
   return {static_cast<ServiceErrorCode>(code),
           text.substr(static_cast<std::size_t>(end - text.data()) + 1)};
 }
@@ -135,7 +135,7 @@ void ChildTask::takeEnd() {
   int status = 0;
   if (::waitpid(identifier_, &status, WNOHANG) != identifier_) return;
   endWatch_.end();
-  patience_.end();
+  timeout_.end();
   process_.reset();
   if (const auto done = std::exchange(done_, nullptr)) done(readOutcome(status));
   const auto gone = std::exchange(gone_, nullptr);

@@ -1,11 +1,13 @@
-// Work on files of somebody else's, done by a child of the daemon.
+// Work on other people's files, done by a child process of the daemon.
 //
-// A read may take for ever (a file system that does not answer) and what is read may be large. A
-// child waits and holds it instead of the daemon, and is killed when it takes too long.
+// A read may block for ever (on an unresponsive file system), and what is read may be large. So the
+// blocking and the memory are the child's, not the daemon's, and the child is killed when it takes
+// too long.
 //
-// Threading: one thread. Ownership: owns the child's handle; the child dies with the object or with
-// the daemon. Errors: ServiceError when there can be no child; the work's own errors arrive as its
-// outcome. Order: `done` once, then `gone` once, when the child is no more.
+// Threading: one thread.
+// Ownership: owns the child's handle; the child dies with the object or with the daemon.
+// Errors: ServiceError if no child can be started; the work's own errors arrive as its outcome.
+// Order: `done` once, then `gone` once, when the child has ended.
 #pragma once
 
 #include <sys/types.h>
@@ -22,17 +24,17 @@ namespace jobd {
 
 class ChildTask {
  public:
-  /// Runs in the child; its result is short. A ServiceError is handed on.
+  /// Runs in the child; its result must be short. A ServiceError is passed on.
   using Work = std::function<std::string()>;
   struct Outcome {
     platform::ServiceErrorCode code = platform::ServiceErrorCode::None;
-    std::string text;  ///< the result, or the cause
+    std::string text;  ///< the result, or the cause of the failure
   };
   struct Plan {
-    std::string name;              ///< what is done, for messages: "the copy of com.x"
-    std::vector<int> descriptors;  ///< what the work needs open; the child has no others
+    std::string name;              ///< of the work, for messages: "the copy of com.x"
+    std::vector<int> descriptors;  ///< what the work needs open; all others are closed
     Work work;
-    std::chrono::milliseconds patience{20'000};
+    std::chrono::milliseconds timeout{20'000};
   };
   using Done = std::function<void(const Outcome& outcome)>;
 
@@ -41,7 +43,7 @@ class ChildTask {
   ChildTask& operator=(const ChildTask&) = delete;
   ~ChildTask();
 
-  /// Whether it was given up and only its end is waited for.
+  /// Whether it has been given up, and only its end is awaited.
   [[nodiscard]] bool isGivenUp() const { return !done_; }
 
  private:
@@ -56,7 +58,7 @@ class ChildTask {
   platform::FileDescriptor process_;
   platform::FileDescriptor result_;
   EventLoop::Token endWatch_;
-  EventLoop::Token patience_;
+  EventLoop::Token timeout_;
 };
 
 }  // namespace jobd

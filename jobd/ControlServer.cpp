@@ -17,9 +17,9 @@ namespace {
 
 using platform::ServiceErrorCode;
 
-constexpr const char* controlEndpointName = "jobd.sock";
+constexpr const char* kEndpointName = "jobd.sock";
 
-/// The daemon runs as the root's owner; only that user and the superuser are served.
+/// The daemon runs as the root's owner, and serves only that user and the superuser.
 std::optional<platform::PeerCredentials> admissibleCaller(int socket) {
   const auto caller = platform::peerCredentials(socket);
   if (!caller || (caller->user != 0 && caller->user != ::geteuid())) return std::nullopt;
@@ -41,11 +41,11 @@ ControlServer::ControlServer(EventLoop& loop, int runDirectory, Authority author
 }
 
 void ControlServer::listen() {
-  socket_ = platform::listenUnixSocketAt(runDirectory_, controlEndpointName,
-                                         SOCK_STREAM | SOCK_NONBLOCK, 64, 0600);
+  socket_ = platform::listenUnixSocketAt(runDirectory_, kEndpointName, SOCK_STREAM | SOCK_NONBLOCK,
+                                         64, 0600);
   if (!socket_) throw platform::fileSystemError("cannot open the control endpoint", errno);
   struct stat status {};
-  if (::fstatat(runDirectory_, controlEndpointName, &status, AT_SYMLINK_NOFOLLOW) == 0) {
+  if (::fstatat(runDirectory_, kEndpointName, &status, AT_SYMLINK_NOFOLLOW) == 0) {
     device_ = status.st_dev;
     inode_ = status.st_ino;
   }
@@ -54,12 +54,12 @@ void ControlServer::listen() {
 
 bool ControlServer::isInPlace() const {
   struct stat status {};
-  return ::fstatat(runDirectory_, controlEndpointName, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+  return ::fstatat(runDirectory_, kEndpointName, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
          status.st_dev == device_ && status.st_ino == inode_;
 }
 
 void ControlServer::removeEndpoint() const {
-  if (isInPlace()) ::unlinkat(runDirectory_, controlEndpointName, 0);
+  if (isInPlace()) ::unlinkat(runDirectory_, kEndpointName, 0);
 }
 
 bool ControlServer::closeIfUnused() {
@@ -92,31 +92,32 @@ std::map<uid_t, std::size_t> ControlServer::connectionCounts() const {
 
 bool ControlServer::hasRoomFor(uid_t user) const {
   return connections_.size() < limits_.connections &&
-         connectionCounts()[user] < limits_.connectionsOfAUser;
+         connectionCounts()[user] < limits_.connectionsPerUser;
 }
 
 bool ControlServer::makeRoomFor(uid_t user) {
   if (hasRoomFor(user)) return true;
-  takeWhatHasCome();
+  readPendingRequests();
   if (hasRoomFor(user)) return true;
   auto counts = connectionCounts();
-  if (counts[user] >= limits_.connectionsOfAUser) return dropIdleOf(user);
+  if (counts[user] >= limits_.connectionsPerUser) return dropIdleOf(user);
   const auto most =
       std::max_element(counts.begin(), counts.end(),
                        [](const auto& a, const auto& b) { return a.second < b.second; });
   return dropIdleOf(most->first);
 }
 
-/// Requests that lie in their sockets unread, and ends of connections. Nobody who has asked already
-/// is to be taken for idle.
-void ControlServer::takeWhatHasCome() {
+/// Reads requests that are waiting in their sockets, and ends of connections, so that no caller
+/// that has sent its request is mistaken for idle.
+void ControlServer::readPendingRequests() {
   std::vector<std::uint64_t> ids;
   for (const auto& [id, connection] : connections_) ids.push_back(id);
-  for (const auto id : ids) takeWhatHasCome(id);
+  for (const auto id : ids) readPendingRequest(id);
 }
 
-/// At most one request, so that nobody who sends one after the other is served alone.
-void ControlServer::takeWhatHasCome(std::uint64_t id) {
+/// Reads at most one request, so that a caller who sends one after another cannot keep the others
+/// waiting.
+void ControlServer::readPendingRequest(std::uint64_t id) {
   for (;;) {
     const auto found = connections_.find(id);
     if (found == connections_.end() || !found->second.watch) return;
@@ -126,13 +127,13 @@ void ControlServer::takeWhatHasCome(std::uint64_t id) {
   }
 }
 
-/// Drops the user's oldest connection that has not sent its whole request, one with a leave only
-/// where there is no other. False when all of them wait for their answers.
+/// Drops the user's oldest connection that has not sent its whole request; one with a permission
+/// only if there is no other. False if all of them are waiting for replies.
 bool ControlServer::dropIdleOf(uid_t user) {
   const Connections::value_type* idle = nullptr;
   for (const auto& each : connections_) {
     if (each.second.caller.user != user || !each.second.watch) continue;
-    if (idle == nullptr || (idle->second.leave && !each.second.leave)) idle = &each;
+    if (idle == nullptr || (idle->second.permission && !each.second.permission)) idle = &each;
   }
   if (idle == nullptr) return false;
   connections_.erase(idle->first);
@@ -145,14 +146,14 @@ void ControlServer::admit(platform::FileDescriptor socket,
   Connection& connection = connections_[id];
   connection.caller = caller;
   connection.socket = std::move(socket);
-  awaitRequest(id, limits_.requestPatience);
+  awaitRequest(id, limits_.requestTimeout);
 }
 
-void ControlServer::awaitRequest(std::uint64_t id, std::chrono::milliseconds patience) {
+void ControlServer::awaitRequest(std::uint64_t id, std::chrono::milliseconds timeout) {
   Connection& connection = connections_.at(id);
   connection.reader = {};
   connection.watch = loop_.watch(connection.socket.get(), EPOLLIN, [this, id] { readRequest(id); });
-  connection.patience = loop_.after(patience, [this, id] { drop(id); });
+  connection.timeout = loop_.after(timeout, [this, id] { drop(id); });
 }
 
 platform::FrameReader::State ControlServer::readRequest(std::uint64_t id) {
@@ -169,7 +170,7 @@ platform::FrameReader::State ControlServer::readRequest(std::uint64_t id) {
 
 void ControlServer::dispatch(std::uint64_t id, Connection& connection) {
   connection.watch.end();
-  connection.patience.end();
+  connection.timeout.end();
   const auto request = platform::decodeControlRequest(connection.reader.content());
   if (!request) {
     drop(id);
@@ -181,47 +182,48 @@ void ControlServer::dispatch(std::uint64_t id, Connection& connection) {
     return;
   }
   if (request->operation != Operation::Status &&
-      !(connection.leave && connection.leave->use(*request))) {
-    connection.leave.reset();
-    answer(id, controlReply(ServiceErrorCode::NotPermitted,
-                            "there is no authorization for this change, or it has been used up"));
+      !(connection.permission && connection.permission->use(*request))) {
+    connection.permission.reset();
+    answer(id,
+           controlReply(ServiceErrorCode::NotPermitted,
+                        "this change is not authorized, or its authorization has been used up"));
     return;
   }
   handler_(*request, connection.reader.takeDescriptor(),
            [this, id](const platform::ControlReply& reply) { answer(id, reply); });
 }
 
-/// Leave is given once a connection: whoever wants more of it must ask the authority anew.
+/// Permission is granted once per connection: for more, the caller must ask the authority again.
 void ControlServer::authorize(std::uint64_t id, const std::string& label) {
   if (!platform::SystemRoot::isValidLabel(label)) {
-    answer(id, controlReply(ServiceErrorCode::InvalidArgument, "this is no valid label of a job"));
+    answer(id, controlReply(ServiceErrorCode::InvalidArgument, "this is not a valid job label"));
     return;
   }
   Connection& connection = connections_.at(id);
-  if (connection.leave) {
-    connection.leave.reset();
+  if (connection.permission) {
+    connection.permission.reset();
     answer(id, controlReply(ServiceErrorCode::NotPermitted,
-                            "this connection has had its authorization"));
+                            "this connection has already had its authorization"));
     return;
   }
   authority_(connection.caller, label, [this, id, label](bool mayChange) {
     const auto found = connections_.find(id);
     if (found == connections_.end()) return;
-    if (mayChange) found->second.leave.emplace(label);
+    if (mayChange) found->second.permission.emplace(label);
     answer(id, mayChange ? controlReply()
                          : controlReply(ServiceErrorCode::NotPermitted,
                                         "the caller may not change the job " + label));
   });
 }
 
-/// Never waits: a reply fits the socket's buffer, and a caller that does not take it loses it.
+/// Never waits: a reply fits into the socket's buffer, and is lost if the caller does not read it.
 void ControlServer::answer(std::uint64_t id, const platform::ControlReply& reply) {
   const auto found = connections_.find(id);
   if (found == connections_.end()) return;
   const Connection& connection = found->second;
-  const bool goesOn = connection.leave && !connection.leave->isUsedUp();
-  if (platform::sendFrame(connection.socket.get(), encode(reply), -1) && goesOn)
-    awaitRequest(id, limits_.leaveLifetime);
+  const bool staysOpen = connection.permission && !connection.permission->isUsedUp();
+  if (platform::sendFrame(connection.socket.get(), encode(reply), -1) && staysOpen)
+    awaitRequest(id, limits_.permissionLifetime);
   else
     drop(id);
 }

@@ -1,14 +1,15 @@
-// The daemon's control endpoint: takes requests, hands each to the handler, sends its reply.
+// The daemon's control endpoint: receives requests, passes each to the handler and sends its reply.
 //
-// A request that changes a job gets through only on a connection that was given leave to change
-// that job. The leave belongs to the connection, covers one removal and one bless, and runs out.
+// A request that changes a job is accepted only on a connection that has permission to change that
+// job. The permission belongs to the connection, covers one removal and one bless, and expires.
 //
-// Threading: one thread. Ownership: owns its socket and connections. A Reply may be kept and called
-// later, once; calling it after its connection went does nothing.
-// Errors: ServiceError when the endpoint cannot be opened. A caller who is somebody else, sends
-// nonsense or stalls loses its connection, and nothing else happens.
-// Order: requests are handed on in the order in which they were complete, those of one connection
-// each after the reply to the one before.
+// Threading: one thread.
+// Ownership: owns its socket and connections. A Reply may be kept and called later, once; it does
+//   nothing if its connection has gone.
+// Errors: ServiceError if the endpoint cannot be opened. A caller that is another user, sends
+//   malformed data or stalls loses its connection; nothing else happens.
+// Order: requests are handled in the order in which they are complete; on one connection, each
+//   after the reply to the one before.
 #pragma once
 
 #include <functional>
@@ -17,38 +18,38 @@
 #include <optional>
 
 #include "jobd/EventLoop.h"
-#include "jobd/Leave.h"
+#include "jobd/Permission.h"
 #include "platform/services/Control.h"
 #include "platform/services/UnixSocket.h"
 
 namespace jobd {
 
-/// How much callers may ask for at a time. When there are too many connections, the oldest that has
-/// not sent its whole request makes room, so that idle ones keep nobody out.
+/// Limits for callers. When there are too many connections, the oldest one that has not sent a
+/// whole request is dropped, so idle ones lock nobody out.
 struct ControlLimits {
   std::size_t connections = 64;
-  std::size_t connectionsOfAUser = 16;
-  std::chrono::milliseconds requestPatience{5'000};  ///< for a request to be complete
-  std::chrono::milliseconds leaveLifetime{10'000};   ///< for a request that uses a leave
+  std::size_t connectionsPerUser = 16;
+  std::chrono::milliseconds requestTimeout{5'000};       ///< for a request to be complete
+  std::chrono::milliseconds permissionLifetime{10'000};  ///< for a request that uses a permission
 };
 
 class ControlServer {
  public:
   using Reply = std::function<void(const platform::ControlReply& reply)>;
-  /// The descriptor is empty when none came along.
+  /// The descriptor is empty if none came with the request.
   using Handler = std::function<void(const platform::ControlRequest& request,
                                      platform::FileDescriptor descriptor, Reply reply)>;
 
   /// Listens as "jobd.sock" in the open directory. `quiet` is called whenever the last connection
-  /// has gone.
+  /// has ended.
   ControlServer(EventLoop& loop, int runDirectory, Authority authority, Handler handler,
                 std::function<void()> quiet, const ControlLimits& limits = {});
 
   [[nodiscard]] bool isQuiet() const { return connections_.empty(); }
-  /// Whether the endpoint's file is still this one.
+  /// Whether the endpoint's file is still the one that was created here.
   [[nodiscard]] bool isInPlace() const;
-  /// Takes the endpoint's name away. Whoever connected before is still there to be accepted: false,
-  /// and the endpoint is opened anew, when somebody is.
+  /// Removes the endpoint's name. If callers had connected before that, returns false and opens the
+  /// endpoint anew.
   bool closeIfUnused();
   void removeEndpoint() const;
 
@@ -58,8 +59,8 @@ class ControlServer {
     platform::FileDescriptor socket;
     platform::FrameReader reader;
     EventLoop::Token watch;  ///< while a request is awaited
-    EventLoop::Token patience;
-    std::optional<Leave> leave;
+    EventLoop::Token timeout;
+    std::optional<Permission> permission;
   };
   using Connections = std::map<std::uint64_t, Connection>;
 
@@ -68,11 +69,11 @@ class ControlServer {
   bool makeRoomFor(uid_t user);
   [[nodiscard]] std::map<uid_t, std::size_t> connectionCounts() const;
   [[nodiscard]] bool hasRoomFor(uid_t user) const;
-  void takeWhatHasCome();
-  void takeWhatHasCome(std::uint64_t id);
+  void readPendingRequests();
+  void readPendingRequest(std::uint64_t id);
   bool dropIdleOf(uid_t user);
   void admit(platform::FileDescriptor socket, const platform::PeerCredentials& caller);
-  void awaitRequest(std::uint64_t id, std::chrono::milliseconds patience);
+  void awaitRequest(std::uint64_t id, std::chrono::milliseconds timeout);
   platform::FrameReader::State readRequest(std::uint64_t id);
   void dispatch(std::uint64_t id, Connection& connection);
   void authorize(std::uint64_t id, const std::string& label);
@@ -89,11 +90,11 @@ class ControlServer {
   std::uint64_t device_ = 0;
   std::uint64_t inode_ = 0;
   EventLoop::Token watch_;
-  Connections connections_;  ///< by number, so in the order of their coming
+  Connections connections_;  ///< by number, so in order of arrival
   std::uint64_t nextId_ = 1;
 };
 
-/// A reply that says no more than that it went well, or what went wrong.
+/// A reply without data: success, or an error with its message.
 [[nodiscard]] platform::ControlReply controlReply(
     platform::ServiceErrorCode code = platform::ServiceErrorCode::None,
     const std::string& message = {});

@@ -19,7 +19,7 @@
 #include "platform/services/UnixSocket.h"
 
 extern "C" {
-#include <sys/pidfd.h>  // some versions of the C library forgot to say that these are C functions
+#include <sys/pidfd.h>  // lacks the declaration of C linkage in some versions of the C library
 }
 
 namespace jobd {
@@ -31,7 +31,7 @@ using platform::LogLine;
 using platform::ServiceError;
 using platform::ServiceErrorCode;
 
-constexpr std::chrono::milliseconds leftOutInterval{1000};  // an entry a second says enough
+constexpr std::chrono::milliseconds kLeftOutInterval{1000};  // one entry a second is enough
 
 void drain(int descriptor) {
   std::array<char, 4096> buffer{};
@@ -50,11 +50,12 @@ std::vector<std::string> separated(const std::string& text) {
   return {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
 }
 
-/// Who listens on a socket file; nobody when its maker has gone. A job may hold a socket for a
-/// moment longer than the daemon that made it, which does not count: the kernel is ending it.
+/// The process that listens on a socket file; none if its creator is gone. A job may keep a socket
+/// a moment longer than the daemon that created it, which does not count: the kernel is ending it.
 std::optional<std::string> livingListener(int directory, const std::string& name) {
   const auto socket = platform::connectUnixSocketAt(directory, name, SOCK_STREAM | SOCK_NONBLOCK);
-  if (!socket) return errno == EAGAIN ? std::optional<std::string>("somebody") : std::nullopt;
+  if (!socket)
+    return errno == EAGAIN ? std::optional<std::string>("another process") : std::nullopt;
   const auto listener = platform::peerCredentials(socket.get());
   if (!listener) return std::nullopt;
   const platform::FileDescriptor process(::pidfd_open(listener->process, 0));
@@ -79,12 +80,11 @@ Daemon::Daemon(const platform::SystemRoot& root, RootDirectories directories,
       directories_(std::move(directories)),
       log_(platform::openDirectoryBelow(directories_.log.get(), ".", false)),
       installer_(directories_, root),
-      surroundings_{loop_, log_, directories_},
+      context_{loop_, log_, directories_},
       idleTime_(idleTime) {
   watchSignals();
-  log_.whenLeavingOut([this] {
-    leftOutTimer_ = loop_.after(leftOutInterval, [this] { log_.sayWhatWasLeftOut(); });
-  });
+  log_.onLeavingOut(
+      [this] { leftOutTimer_ = loop_.after(kLeftOutInterval, [this] { log_.logLeftOut(); }); });
   installer_.removeStagingFiles();
   loadJobs();
   server_ = std::make_unique<ControlServer>(
@@ -93,9 +93,9 @@ Daemon::Daemon(const platform::SystemRoot& root, RootDirectories directories,
              const auto& decided) { authorize(caller, label, decided); },
       [this](const ControlRequest& request, platform::FileDescriptor descriptor,
              const Reply& reply) { handle(request, std::move(descriptor), reply); },
-      [this] { considerIdleness(); });
+      [this] { updateIdleTimer(); });
   watchRunDirectory();
-  considerIdleness();
+  updateIdleTimer();
 }
 
 void Daemon::watchSignals() {
@@ -109,7 +109,7 @@ void Daemon::watchSignals() {
   ignore.sa_handler = SIG_IGN;
   ::sigaction(SIGPIPE, &ignore, nullptr);
   signals_.reset(::signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK));
-  if (!signals_) throw platform::fileSystemError("cannot take signals", errno);
+  if (!signals_) throw platform::fileSystemError("cannot receive signals", errno);
   signalWatch_ = loop_.watch(signals_.get(), EPOLLIN, [this] {
     signalfd_siginfo info{};
     while (::read(signals_.get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
@@ -118,8 +118,8 @@ void Daemon::watchSignals() {
   });
 }
 
-/// A daemon that cannot be reached any more, because its root was deleted or its endpoint replaced,
-/// must not stay behind.
+/// A daemon that can no longer be reached, because its root was deleted or its endpoint replaced,
+/// must not keep running.
 void Daemon::watchRunDirectory() {
   changes_.reset(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
   const std::string path = "/proc/self/fd/" + std::to_string(directories_.run.get());
@@ -140,7 +140,7 @@ void Daemon::loadJobs() {
     try {
       loadJob(label);
     } catch (const std::exception& error) {
-      log_.note(LogLine::of<row::leavesOut>(label, error.what()));
+      log_.note(LogLine::of<row::skipsJob>(label, error.what()));
     }
   }
 }
@@ -155,20 +155,21 @@ void Daemon::loadJob(const std::string& label) {
     throw ServiceError(ServiceErrorCode::FileSystem, "its job file cannot be used: " + reason);
   refuseTakenNames(*description);
   refuseLiveEndpoints(*description);
-  auto job = std::make_unique<Job>(surroundings_, std::move(*description));
+  auto job = std::make_unique<Job>(context_, std::move(*description));
   job->listen();
   jobs_[label] = std::move(job);
 }
 
-/// On a user's root the caller is who would be asked: its owner, or the superuser. That the owner
-/// was asked is the application's word; the log says whose.
+/// On a user's root only its owner and the superuser may connect, so the caller is the person to
+/// ask. That this person was asked is the application's claim; the log records which program made
+/// it.
 void Daemon::authorize(const platform::PeerCredentials& caller, const std::string& label,
                        const std::function<void(bool)>& decided) {
   const bool mayChange = caller.user == 0 || caller.user == ::geteuid();
   const std::string program = programOf(caller.process);
   log_.note(mayChange
-                ? LogLine::of<row::leaveGiven>(label, caller.process, program, caller.user)
-                : LogLine::of<row::leaveRefused>(label, caller.process, program, caller.user));
+                ? LogLine::of<row::permissionGranted>(label, caller.process, program, caller.user)
+                : LogLine::of<row::permissionDenied>(label, caller.process, program, caller.user));
   decided(mayChange);
 }
 
@@ -188,7 +189,7 @@ void Daemon::handle(const ControlRequest& request, platform::FileDescriptor desc
 void Daemon::changeJob(const ControlRequest& request, platform::FileDescriptor descriptor,
                        const Reply& reply) {
   if (isShuttingDown_ || departing_.contains(request.label))
-    throw ServiceError(ServiceErrorCode::Busy, request.label + " is just being removed; try again");
+    throw ServiceError(ServiceErrorCode::Busy, request.label + " is being removed; try again");
   const auto copy = copies_.find(request.label);
   if (copy != copies_.end()) {
     if (copy->second.task->isGivenUp())
@@ -203,9 +204,10 @@ void Daemon::changeJob(const ControlRequest& request, platform::FileDescriptor d
 }
 
 void Daemon::bless(const std::string& label, platform::FileDescriptor helper, const Reply& reply) {
-  if (!helper) throw ServiceError(ServiceErrorCode::Protocol, "no helper came with the request");
-  if (copies_.size() >= maximumCopies)
-    throw ServiceError(ServiceErrorCode::Busy, "too much is being installed; try again");
+  if (!helper)
+    throw ServiceError(ServiceErrorCode::Protocol, "no helper was sent with the request");
+  if (copies_.size() >= kMaximumCopies)
+    throw ServiceError(ServiceErrorCode::Busy, "too many helpers are being installed; try again");
   const int tools = directories_.tools.get();
   ChildTask::Plan plan;
   plan.name = "the copy of " + label;
@@ -222,7 +224,7 @@ void Daemon::finishBless(const std::string& label, const ChildTask::Outcome& cop
                          const Reply& reply) try {
   if (copied.code != ServiceErrorCode::None) throw ServiceError(copied.code, copied.text);
   if (isShuttingDown_)
-    throw ServiceError(ServiceErrorCode::Busy, "the job daemon is ending; try again");
+    throw ServiceError(ServiceErrorCode::Busy, "the job daemon is shutting down; try again");
   auto description = installer_.putInPlace(label, separated(copied.text), [this](const auto& job) {
     refuseTakenNames(job);
     refuseLiveEndpoints(job);
@@ -237,22 +239,22 @@ void Daemon::finishBless(const std::string& label, const ChildTask::Outcome& cop
 
 void Daemon::copyEnded(const std::string& label) {
   auto copy = copies_.extract(label);
-  // Called from within the task, which therefore goes a turn later.
+  // Called from within the task, so it is destroyed in the next iteration.
   endedCopies_.push_back(std::move(copy.mapped().task));
   copySweep_ = loop_.after(std::chrono::milliseconds::zero(), [this] { endedCopies_.clear(); });
-  discardStagedHelper(directories_.tools.get(), label);  // there is one if it was given up
+  discardStagedHelper(directories_.tools.get(), label);  // exists if the task was given up
   for (auto& each : copy.mapped().waiting)
     handle(each.request, std::move(each.descriptor), each.reply);
 }
 
-/// Takes over a job that has just been put in place.
+/// Takes over a job whose files have just been put in place.
 void Daemon::adopt(platform::JobDescription description, const Reply& reply) {
   const auto found = jobs_.find(description.label);
   if (found != jobs_.end()) {
     found->second->replaceWith(std::move(description), [reply] { reply(controlReply()); });
     return;
   }
-  auto job = std::make_unique<Job>(surroundings_, description);
+  auto job = std::make_unique<Job>(context_, description);
   job->listen();
   jobs_[description.label] = std::move(job);
   reply(controlReply());
@@ -279,12 +281,12 @@ void Daemon::retire(Jobs::iterator job, const std::function<void()>& gone) {
   departing_[label] = std::move(job->second);
   jobs_.erase(job);
   departing_.at(label)->retire([this, label, gone] {
-    // Called from within the job, which therefore goes a turn later.
+    // Called from within the job, so it is destroyed in the next iteration.
     departed_.push_back(std::move(departing_.at(label)));
     departing_.erase(label);
     sweep_ = loop_.after(std::chrono::milliseconds::zero(), [this] { departed_.clear(); });
     gone();
-    considerIdleness();
+    updateIdleTimer();
     if (isShuttingDown_) stopWhenEmpty();
   });
 }
@@ -295,8 +297,8 @@ void Daemon::replyWithStatus(const Reply& reply) const {
   reply(status);
 }
 
-/// A name, label or service, belongs to the job that holds it, and a service that is called as a
-/// job is to that job.
+/// A name, label or service, belongs to the job that holds it; a service that has the name of a job
+/// belongs to that job.
 void Daemon::refuseTakenNames(const platform::JobDescription& description) const {
   const auto refuse = [](const std::string& name, const std::string& owner) {
     throw ServiceError(ServiceErrorCode::InvalidImage,
@@ -321,8 +323,8 @@ bool Daemon::isLabelOfJob(const std::string& name) const {
   return std::find(labels.begin(), labels.end(), name) != labels.end();
 }
 
-/// Nobody else's socket is replaced either: the job's own are open already, and what a daemon that
-/// was killed left behind has no living owner.
+/// Nor are other programs' sockets replaced: the job's own are open already, and those left by a
+/// killed daemon have no live owner.
 void Daemon::refuseLiveEndpoints(const platform::JobDescription& description) const {
   const auto own = jobs_.find(description.label);
   for (const auto& service : description.services) {
@@ -334,7 +336,7 @@ void Daemon::refuseLiveEndpoints(const platform::JobDescription& description) co
   }
 }
 
-void Daemon::considerIdleness() {
+void Daemon::updateIdleTimer() {
   const bool isIdle = jobs_.empty() && departing_.empty() && (!server_ || server_->isQuiet());
   if (!isIdle || isShuttingDown_) {
     idleTimer_.end();
@@ -350,7 +352,7 @@ void Daemon::endIfIdle() {
 }
 
 void Daemon::shutDown() {
-  if (isShuttingDown_) {  // asked twice: somebody is in a hurry
+  if (isShuttingDown_) {  // the second request: do not wait for the jobs
     for (const auto& [label, job] : departing_) job->kill();
     return;
   }
@@ -362,7 +364,7 @@ void Daemon::shutDown() {
 
 void Daemon::stopWhenEmpty() {
   if (!jobs_.empty() || !departing_.empty()) return;
-  log_.sayWhatWasLeftOut();
+  log_.logLeftOut();
   loop_.stop();
 }
 

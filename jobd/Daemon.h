@@ -1,18 +1,16 @@
 // The job daemon of one system root.
 //
-// Keeps the jobs whose files lie in the root: holds their endpoints, starts and restarts their
-// programs, installs and removes them for those who may ask. Ends by itself when it keeps no job
-// and nobody has asked for a while, when it is told to (SIGTERM, SIGINT), and when its control
-// endpoint is taken away under it.
+// Manages the jobs whose files are in the root: holds their endpoints, starts and restarts their
+// programs, installs and removes them for authorized callers. Exits by itself when it has no job
+// and has had no request for a while, on SIGTERM or SIGINT, and when its control endpoint is
+// removed or replaced.
 //
-// Threading: one thread; signals are taken by the loop. Ownership: owns everything of the root
-// while it runs; that there
-//   is one daemon a root is the caller's care (DaemonLock.h).
-// Errors: the constructor throws ServiceError. A request that fails gets its cause as reply; a job
-// file that cannot be kept
-//   is noted in the log and left alone.
-// Order: requests are handled one after another; a reply that waits for a process holds up nobody
-// else.
+// Threading: one thread; signals are handled by the loop.
+// Ownership: owns everything in the root while it runs. The caller ensures that there is only one
+//   daemon per root (DaemonLock.h).
+// Errors: the constructor throws ServiceError. A request that fails gets the cause as its reply; a
+//   job file that cannot be used is logged and left alone.
+// Order: requests are handled one after another; a reply that waits for a process delays no other.
 #pragma once
 
 #include <map>
@@ -32,12 +30,12 @@ namespace jobd {
 
 class Daemon {
  public:
-  static constexpr std::chrono::milliseconds defaultIdleTime{5000};
+  static constexpr std::chrono::milliseconds kDefaultIdleTime{5000};
 
   Daemon(const platform::SystemRoot& root, RootDirectories directories,
          std::chrono::milliseconds idleTime);
 
-  /// Until it ends. All endpoints listen before this is called.
+  /// Returns when the daemon ends. All endpoints listen before this is called.
   void run() { loop_.run(); }
 
  private:
@@ -62,7 +60,7 @@ class Daemon {
   void refuseTakenNames(const platform::JobDescription& description) const;
   void refuseLiveEndpoints(const platform::JobDescription& description) const;
   [[nodiscard]] bool isLabelOfJob(const std::string& name) const;
-  void considerIdleness();
+  void updateIdleTimer();
   void endIfIdle();
   void shutDown();
   void stopWhenEmpty();
@@ -72,9 +70,9 @@ class Daemon {
   EventLoop loop_;
   SystemLog log_;
   HelperInstaller installer_;
-  JobSurroundings surroundings_;
+  JobContext context_;
   std::chrono::milliseconds idleTime_;
-  /// A request for a job whose executable is being copied waits for its turn.
+  /// A request that waits because the job's executable is being copied.
   struct Waiting {
     platform::ControlRequest request;
     platform::FileDescriptor descriptor;
@@ -84,13 +82,13 @@ class Daemon {
     std::unique_ptr<ChildTask> task;
     std::vector<Waiting> waiting;
   };
-  static constexpr std::size_t maximumCopies = 4;  ///< at a time, those that hang included
+  static constexpr std::size_t kMaximumCopies = 4;  ///< at a time, including hanging ones
 
   void changeJob(const platform::ControlRequest& request, platform::FileDescriptor descriptor,
                  const Reply& reply);
 
   Jobs jobs_;
-  Jobs departing_;  ///< removed, their processes not yet gone
+  Jobs departing_;  ///< removed, but their processes are still running
   std::vector<std::unique_ptr<Job>> departed_;
   std::map<std::string, Copy> copies_;  ///< by label
   std::vector<std::unique_ptr<ChildTask>> endedCopies_;

@@ -14,8 +14,8 @@
 namespace jobd {
 namespace {
 
-constexpr std::chrono::milliseconds patience{10'000};
-constexpr std::chrono::milliseconds pause{10};
+constexpr std::chrono::milliseconds kTimeout{10'000};
+constexpr std::chrono::milliseconds kPause{10};
 
 bool isServed(int runDirectory) {
   return static_cast<bool>(
@@ -28,7 +28,7 @@ std::optional<DaemonLock> DaemonLock::acquire(int runDirectory) {
   platform::FileDescriptor file(::openat(
       runDirectory, "jobd.lock", O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
   if (!file) throw platform::fileSystemError("cannot open jobd.lock", errno);
-  const auto deadline = std::chrono::steady_clock::now() + patience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
     if (errno != EWOULDBLOCK && errno != EINTR)
       throw platform::fileSystemError("cannot lock jobd.lock", errno);
@@ -37,8 +37,8 @@ std::optional<DaemonLock> DaemonLock::acquire(int runDirectory) {
       throw platform::ServiceError(platform::ServiceErrorCode::TimedOut,
                                    "another job daemon holds the root but does not answer");
     }
-    // No event tells of both a lock that is given up and an endpoint that comes up.
-    std::this_thread::sleep_for(pause);
+    // No single event covers both the release of the lock and the endpoint coming up.
+    std::this_thread::sleep_for(kPause);
   }
   return DaemonLock(std::move(file));
 }

@@ -1,9 +1,9 @@
-// That there is one daemon a root.
+// Ensures that there is only one daemon per root.
 //
-// Threading: one thread. Ownership: the lock is held while the object lives, and by the kernel's
-// care no longer than the
-//   process. Errors: ServiceError. Order: whoever locks first serves; the others see that it does,
-//   and step back.
+// Threading: one thread.
+// Ownership: the lock is held while the object lives, and the kernel releases it with the process.
+// Errors: ServiceError.
+// Order: the first to lock serves; the others notice it and step back.
 #pragma once
 
 #include <optional>
@@ -14,9 +14,8 @@ namespace jobd {
 
 class DaemonLock {
  public:
-  /// Locks "jobd.lock" in the open directory. Nothing when another daemon serves the root: it holds
-  /// the lock and takes connections. Waits, 10 s at most, for one that is just coming up or going
-  /// down.
+  /// Locks "jobd.lock" in the open directory. Empty if another daemon serves the root: it holds the
+  /// lock and accepts connections. Waits up to 10 s for one that is starting or ending.
   [[nodiscard]] static std::optional<DaemonLock> acquire(int runDirectory);
 
  private:

@@ -62,7 +62,7 @@ void EventLoop::end(std::uint64_t id) {
 
 void EventLoop::call(std::uint64_t id) {
   const auto found = entries_.find(id);
-  if (found == entries_.end()) return;  // ended by a handler of this turn
+  if (found == entries_.end()) return;  // ended by a handler of this iteration
   const auto handler = found->second.handler;
   (*handler)();
 }

@@ -1,11 +1,11 @@
-// Waiting for descriptors and for points in time, on one thread.
+// Waits for descriptors and timers on one thread.
 //
-// Threading: one thread, the one that runs it. Ownership: a watch or timer lasts as long as its
-// token; the loop outlives
-//   its tokens. A handler may end any token, its own included, and begin others.
-// Errors: std::system_error when the kernel refuses a watch.
-// Order: handlers of one turn run in the kernel's order; timers that are due run in order of their
-// time.
+// Threading: the thread that runs it.
+// Ownership: a watch or timer lasts as long as its token, and the loop outlives its tokens. A
+//   handler may end any token, including its own, and create others.
+// Errors: std::system_error if the kernel refuses a watch.
+// Order: handlers of one iteration run in the kernel's order; timers that are due run in order of
+//   their time.
 #pragma once
 
 #include <sys/epoll.h>
@@ -26,7 +26,7 @@ class EventLoop {
   using Clock = std::chrono::steady_clock;
   using Handler = std::function<void()>;
 
-  /// Ends its watch or timer when it goes.
+  /// Ends its watch or timer when destroyed.
   class [[nodiscard]] Token {
    public:
     Token() = default;
@@ -48,13 +48,13 @@ class EventLoop {
 
   EventLoop();
 
-  /// Calls `handler` whenever `descriptor` has one of `events` (EPOLLIN, EPOLLOUT); an end or error
-  /// counts as both.
+  /// Calls `handler` whenever `descriptor` has one of `events` (EPOLLIN, EPOLLOUT); a hang-up or an
+  /// error counts as both.
   Token watch(int descriptor, std::uint32_t events, Handler handler);
   /// Calls `handler` once, `delay` from now.
   Token after(std::chrono::milliseconds delay, Handler handler);
 
-  /// Until stop().
+  /// Returns after stop().
   void run();
   void stop() { stopped_ = true; }
 

@@ -21,13 +21,13 @@ using platform::NSString;
 using platform::objectCast;
 
 #if defined(__x86_64__)
-constexpr std::uint16_t thisMachine = EM_X86_64;
+constexpr std::uint16_t kThisMachine = EM_X86_64;
 #elif defined(__aarch64__)
-constexpr std::uint16_t thisMachine = EM_AARCH64;
+constexpr std::uint16_t kThisMachine = EM_AARCH64;
 #elif defined(__riscv)
-constexpr std::uint16_t thisMachine = EM_RISCV;
+constexpr std::uint16_t kThisMachine = EM_RISCV;
 #elif defined(__s390x__)
-constexpr std::uint16_t thisMachine = EM_S390;
+constexpr std::uint16_t kThisMachine = EM_S390;
 #else
 #error "name the ELF machine number of this processor"
 #endif
@@ -50,7 +50,7 @@ std::shared_ptr<NSDictionary> propertyList(std::span<const std::uint8_t> image,
       platform::NSPropertyListSerialization::propertyListWithData_options_format_error(
           data, 0, nullptr, nullptr));
   if (!dictionary)
-    refuse("the helper's " + std::string(name) + " is no property list with a dictionary");
+    refuse("the helper's " + std::string(name) + " is not a property list with a dictionary");
   return dictionary;
 }
 
@@ -73,9 +73,9 @@ std::span<const std::uint8_t> programOfImage(std::span<const std::uint8_t> image
   if (program.size() < sizeof header) refuse("the helper's program is too short");
   std::memcpy(&header, program.data(), sizeof header);
   if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64) {
-    refuse("the helper's program is no 64-bit ELF executable");
+    refuse("the helper's program is not a 64-bit ELF executable");
   }
-  if (header.e_machine != thisMachine)
+  if (header.e_machine != kThisMachine)
     refuse("the helper's program is for another kind of processor");
   return program;
 }
@@ -92,7 +92,7 @@ HelperImage parseHelperImage(std::span<const std::uint8_t> image, std::string_vi
   expectLabel(textFor(*launchd, "Label"), "Label", label);
   std::string reason;
   auto services = platform::machServices(*launchd, label, &reason);
-  if (!services) refuse("the helper's job cannot be kept: " + reason);
+  if (!services) refuse("the helper's job cannot be used: " + reason);
   helper.services = std::move(*services);
   helper.program = programOfImage(image);
   return helper;

@@ -1,5 +1,5 @@
-// A helper executable as it is installed: a Mach-O file that says which job it is and carries the
-// program of this machine.
+// A helper executable as it is installed: a Mach-O file that names its job and contains the program
+// for this machine.
 //
 //   __TEXT,__info_plist      CFBundleIdentifier (the job's label), CFBundleVersion
 //   __TEXT,__launchd_plist   Label (the same), MachServices
@@ -7,7 +7,7 @@
 //
 // Threading: pure functions.
 // Ownership: HelperImage::program is a view into the bytes that were parsed.
-// Errors: ServiceError (InvalidImage) that says what is missing or wrong.
+// Errors: ServiceError (InvalidImage) that says what is missing or invalid.
 #pragma once
 
 #include <cstdint>
@@ -25,11 +25,11 @@ struct HelperImage {
   std::span<const std::uint8_t> program;
 };
 
-/// Checks that the image is the helper `label`, whole.
+/// Checks that the image is the helper `label` and complete.
 [[nodiscard]] HelperImage parseHelperImage(std::span<const std::uint8_t> image,
                                            std::string_view label);
 
-/// The program alone, checked to be one of this machine.
+/// The program alone, checked to be for this machine.
 [[nodiscard]] std::span<const std::uint8_t> programOfImage(std::span<const std::uint8_t> image);
 
 }  // namespace jobd

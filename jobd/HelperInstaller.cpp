@@ -20,12 +20,12 @@ using platform::fileSystemError;
 using platform::ServiceError;
 using platform::ServiceErrorCode;
 
-// Labels cannot begin with a dot, so a staging file is never taken for a job or a helper.
-constexpr std::string_view stagingPrefix = ".staging.";
-constexpr std::string_view jobSuffix = ".plist";
+// A label cannot begin with a dot, so a staging file is never mistaken for a job or a helper.
+constexpr std::string_view kStagingPrefix = ".staging.";
+constexpr std::string_view kJobSuffix = ".plist";
 
 std::string stagingName(const std::string& name) {
-  return std::string(stagingPrefix) + name;
+  return std::string(kStagingPrefix) + name;
 }
 
 void writeAll(int file, std::span<const std::uint8_t> bytes, const std::string& name) {
@@ -37,7 +37,7 @@ void writeAll(int file, std::span<const std::uint8_t> bytes, const std::string& 
   }
 }
 
-/// A new file that nobody else has open.
+/// Creates a file that nobody else has open.
 FileDescriptor makeFile(int directory, const std::string& name) {
   ::unlinkat(directory, name.c_str(), 0);
   FileDescriptor file(
@@ -46,20 +46,20 @@ FileDescriptor makeFile(int directory, const std::string& name) {
   return file;
 }
 
-/// The file is whole and on disk when this returns.
+/// The file is complete and on disk when this returns.
 void finishFile(int file, const std::string& name, mode_t mode) {
   if (::fchmod(file, mode) != 0 || ::fsync(file) != 0)
-    throw fileSystemError("cannot finish " + name, errno);
+    throw fileSystemError("cannot complete " + name, errno);
 }
 
 void checkIsRegular(int source) {
   struct stat status {};
   if (::fstat(source, &status) != 0) throw fileSystemError("cannot examine the helper", errno);
   if (!S_ISREG(status.st_mode))
-    throw ServiceError(ServiceErrorCode::FileSystem, "the helper is no regular file");
+    throw ServiceError(ServiceErrorCode::FileSystem, "the helper is not a regular file");
 }
 
-/// Copies from the first byte, whatever the source's offset, in pieces.
+/// Copies in pieces from the beginning, whatever the source's offset.
 void copyHelper(int source, int copy, const std::string& name) {
   std::vector<std::uint8_t> piece(std::size_t{256} * 1024);
   for (std::size_t total = 0;;) {
@@ -89,10 +89,10 @@ bool unlinkIn(int directory, const std::string& name) {
 }
 
 void syncDirectory(int directory) {
-  if (::fsync(directory) != 0) throw fileSystemError("cannot bring a directory to disk", errno);
+  if (::fsync(directory) != 0) throw fileSystemError("cannot sync a directory to disk", errno);
 }
 
-/// Removes what was staged when an installation fails on the way.
+/// Removes the staged file if an installation fails.
 class StagingGuard {
  public:
   StagingGuard(int directory, std::string name) : directory_(directory), name_(std::move(name)) {}
@@ -137,7 +137,7 @@ platform::JobDescription HelperInstaller::putInPlace(const std::string& label,
                                                      const Approval& approve) {
   const int tools = directories_.tools.get();
   const int jobs = directories_.jobs.get();
-  const std::string jobFile = label + std::string(jobSuffix);
+  const std::string jobFile = label + std::string(kJobSuffix);
   StagingGuard executableGuard(tools, stagingName(label));
   reached(InstallStep::ExecutableStaged);
   platform::JobDescription job{label, {root_.helperTool(label).string()}, std::move(services)};
@@ -161,7 +161,7 @@ platform::JobDescription HelperInstaller::putInPlace(const std::string& label,
 }
 
 bool HelperInstaller::remove(const std::string& label) {
-  const bool hadJob = unlinkIn(directories_.jobs.get(), label + std::string(jobSuffix));
+  const bool hadJob = unlinkIn(directories_.jobs.get(), label + std::string(kJobSuffix));
   if (hadJob) syncDirectory(directories_.jobs.get());
   const bool hadExecutable = unlinkIn(directories_.tools.get(), label);
   if (hadExecutable) syncDirectory(directories_.tools.get());
@@ -171,7 +171,7 @@ bool HelperInstaller::remove(const std::string& label) {
 void HelperInstaller::removeStagingFiles() {
   for (const int directory : {directories_.tools.get(), directories_.jobs.get()}) {
     for (const auto& name : platform::namesIn(directory)) {
-      if (name.starts_with(stagingPrefix)) ::unlinkat(directory, name.c_str(), 0);
+      if (name.starts_with(kStagingPrefix)) ::unlinkat(directory, name.c_str(), 0);
     }
   }
 }
@@ -179,8 +179,8 @@ void HelperInstaller::removeStagingFiles() {
 std::vector<std::string> labelsOfJobFiles(int jobsDirectory) {
   std::vector<std::string> labels;
   for (const auto& name : platform::namesIn(jobsDirectory)) {
-    if (!name.ends_with(jobSuffix)) continue;
-    std::string label = name.substr(0, name.size() - jobSuffix.size());
+    if (!name.ends_with(kJobSuffix)) continue;
+    std::string label = name.substr(0, name.size() - kJobSuffix.size());
     if (platform::SystemRoot::isValidLabel(label)) labels.push_back(std::move(label));
   }
   return labels;

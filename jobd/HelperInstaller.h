@@ -1,15 +1,14 @@
-// Putting a helper and its job file in place, and taking them away.
+// Installs a helper and its job file, and removes them.
 //
-// An installation is made in steps. Everything that can fail is done on staging files beside the
+// An installation has several steps. Everything that can fail is done on staging files next to the
 // final ones; then two renames put the executable and the job file in place. A crash at any point
-// leaves the old helper or the new one, whole, and what it left lying is cleared away by the next
-// daemon.
+// leaves either the old helper or the new one, complete; the next daemon removes any leftovers.
 //
-// Threading: one thread. Ownership: works in open directories of the root, which outlive it.
+// Threading: one thread.
+// Ownership: works in open directories of the root, which must outlive it.
 // Errors: ServiceError. A failure before the first rename changes nothing.
-// Order: executable before job file when installing, job file before executable when removing: a
-// job file never names an
-//   executable that is not there.
+// Order: when installing, the executable before the job file; when removing, the job file before
+//   the executable. So a job file never names a missing executable.
 #pragma once
 
 #include <functional>
@@ -22,7 +21,7 @@
 
 namespace jobd {
 
-/// The points between which a crash is survived, in order.
+/// The steps, in order. A crash between any two of them is survived.
 enum class InstallStep {
   ExecutableStaged,  ///< copied, checked, on disk
   JobFileStaged,
@@ -31,14 +30,14 @@ enum class InstallStep {
   Done,  ///< both directories are on disk
 };
 
-/// Copies the helper that `source` has open to a staging file in the directory of executables, on
-/// disk, and checks the copy: the source may change under us, the copy cannot. Gives the services
-/// that its job offers. May take as long as reading the source takes; holds a small part of it
-/// only.
+/// Copies the helper that is open as `source` to a staging file in the directory of executables, on
+/// disk, and checks the copy: unlike the source, it cannot change. Returns the services that its
+/// job offers. May take as long as reading the source takes; holds only a small part of it in
+/// memory.
 [[nodiscard]] std::vector<std::string> stageHelper(int toolsDirectory, int source,
                                                    const std::string& label);
 
-/// Takes away what stageHelper made, whole or not.
+/// Removes the staging file of stageHelper, complete or not.
 void discardStagedHelper(int toolsDirectory, const std::string& label);
 
 class HelperInstaller {
@@ -48,23 +47,23 @@ class HelperInstaller {
   HelperInstaller(const RootDirectories& directories, platform::SystemRoot root)
       : directories_(directories), root_(std::move(root)) {}
 
-  /// Told of each step when it is done. For tests of what a crash leaves.
+  /// Called after each step. For tests of what a crash leaves.
   void setStepObserver(StepObserver observer) { stepDone_ = std::move(observer); }
-  /// Asked with the checked job before anything is put in place; may throw to refuse it.
+  /// Called with the checked job before anything is put in place; may throw to refuse it.
   using Approval = std::function<void(const platform::JobDescription&)>;
 
-  /// Puts the staged executable of job `label` in place and writes its job file. Gives the job as
-  /// its file describes it.
+  /// Puts the staged executable of job `label` in place and writes its job file. Returns the job as
+  /// described by that file.
   platform::JobDescription putInPlace(const std::string& label, std::vector<std::string> services,
                                       const Approval& approve);
   /// Stages and puts in place.
   platform::JobDescription install(int descriptor, const std::string& label,
                                    const Approval& approve);
 
-  /// Removes job file and executable. False when neither was there.
+  /// Removes the job file and the executable. False if neither existed.
   bool remove(const std::string& label);
 
-  /// Clears away what an installation that was cut short left.
+  /// Removes what interrupted installations left.
   void removeStagingFiles();
 
  private:
@@ -77,7 +76,7 @@ class HelperInstaller {
   StepObserver stepDone_;
 };
 
-/// The names of the regular job files in a directory, without ".plist", valid labels only.
+/// The labels of the job files in a directory: names without ".plist" that are valid labels.
 [[nodiscard]] std::vector<std::string> labelsOfJobFiles(int jobsDirectory);
 
 }  // namespace jobd

@@ -17,8 +17,8 @@ namespace {
 
 using platform::LogLine;
 
-constexpr int backlog = 128;
-constexpr unsigned endpointMode = 0600;  // the root's owner, who alone is served
+constexpr int kBacklog = 128;
+constexpr unsigned kEndpointMode = 0600;  // only the root's owner is served
 
 std::string endpointName(const std::string& service) {
   return service + ".sock";
@@ -36,10 +36,10 @@ void Job::listen() {
   awaitConnection();
 }
 
-/// What an application reads as the job's executable must be what is run.
+/// The executable that an application sees for the job must be the one that runs.
 void Job::refuseAnotherProgram() const {
   const std::string problem = platform::whyNotTheHelper(
-      description_.arguments.front(), surroundings_.directories.tools.get(), description_.label);
+      description_.arguments.front(), context_.directories.tools.get(), description_.label);
   if (!problem.empty())
     throw platform::ServiceError(platform::ServiceErrorCode::InvalidImage, problem);
 }
@@ -49,14 +49,14 @@ bool Job::offers(const std::string& service) const {
                      [&](const auto& each) { return each.service == service; });
 }
 
-/// All of them or, with an exception, none.
+/// Opens all of them or, with an exception, none.
 std::vector<ListeningSocket> Job::openMissing(const std::vector<std::string>& services) const {
   std::vector<ListeningSocket> opened;
   for (const auto& service : services) {
     if (offers(service)) continue;
     auto socket =
-        platform::listenUnixSocketAt(surroundings_.directories.run.get(), endpointName(service),
-                                     SOCK_STREAM, backlog, endpointMode);
+        platform::listenUnixSocketAt(context_.directories.run.get(), endpointName(service),
+                                     SOCK_STREAM, kBacklog, kEndpointMode);
     if (socket) {
       opened.push_back({service, std::move(socket)});
       continue;
@@ -68,7 +68,7 @@ std::vector<ListeningSocket> Job::openMissing(const std::vector<std::string>& se
   return opened;
 }
 
-/// Opens the endpoints that are missing and closes those that are no longer offered.
+/// Opens the missing endpoints and closes those that are no longer offered.
 void Job::openEndpoints(const std::vector<std::string>& services) {
   auto open = openMissing(services);
   std::move(endpoints_.begin(), endpoints_.end(), std::back_inserter(open));
@@ -84,26 +84,25 @@ void Job::openEndpoints(const std::vector<std::string>& services) {
 }
 
 void Job::closeEndpoint(const ListeningSocket& endpoint) const {
-  ::unlinkat(surroundings_.directories.run.get(), endpointName(endpoint.service).c_str(), 0);
+  ::unlinkat(context_.directories.run.get(), endpointName(endpoint.service).c_str(), 0);
 }
 
 void Job::awaitConnection() {
   heldBack_.end();
   watches_.clear();
   for (const auto& endpoint : endpoints_) {
-    watches_.push_back(
-        surroundings_.loop.watch(endpoint.socket.get(), EPOLLIN, [this] { start(); }));
+    watches_.push_back(context_.loop.watch(endpoint.socket.get(), EPOLLIN, [this] { start(); }));
   }
 }
 
 void Job::start() {
-  watches_.clear();  // ends the watch that called; the loop keeps its handler until it returns
+  watches_.clear();  // including the one calling; the loop keeps its handler until it returns
   startedAt_ = EventLoop::Clock::now();
   ++starts_;
   try {
     launch();
   } catch (const std::exception& error) {
-    surroundings_.log.note(LogLine::of<row::cannotStart>(description_.label, error.what()));
+    context_.log.note(LogLine::of<row::cannotStart>(description_.label, error.what()));
     lastEnd_ = LogLine::of<row::notStarted>(error.what()).text();
     holdBack(CrashThrottle::Duration::zero());
   }
@@ -114,19 +113,19 @@ void Job::launch() {
   ProcessPlan plan;
   plan.label = description_.label;
   plan.arguments = description_.arguments;
-  plan.tools = surroundings_.directories.tools.get();
+  plan.tools = context_.directories.tools.get();
   plan.sockets = &endpoints_;
-  plan.root = surroundings_.directories.root.get();
-  process_ = std::make_unique<JobProcess>(surroundings_.loop, surroundings_.log, plan,
+  plan.root = context_.directories.root.get();
+  process_ = std::make_unique<JobProcess>(context_.loop, context_.log, plan,
                                           [this](const JobEnd& end) { processEnded(end); });
 }
 
 void Job::processEnded(const JobEnd& end) {
   lastEnd_ = end.text();
   const pid_t process = process_->identifier();
-  surroundings_.log.note(
-      end.isSignal ? LogLine::of<row::jobKilled>(description_.label, process, end.number)
-                   : LogLine::of<row::jobExited>(description_.label, process, end.number));
+  context_.log.note(end.isSignal
+                        ? LogLine::of<row::jobKilled>(description_.label, process, end.number)
+                        : LogLine::of<row::jobExited>(description_.label, process, end.number));
   process_.reset();
   graceTimer_.end();
   if (isStopping()) {
@@ -143,7 +142,7 @@ void Job::holdBack(CrashThrottle::Duration ran) {
     return;
   }
   heldBackUntil_ = EventLoop::Clock::now() + delay;
-  heldBack_ = surroundings_.loop.after(delay, [this] { awaitConnection(); });
+  heldBack_ = context_.loop.after(delay, [this] { awaitConnection(); });
 }
 
 void Job::replaceWith(platform::JobDescription description, Gone done) {
@@ -170,7 +169,7 @@ void Job::stop(Gone gone) {
     finishStopping();
   } else if (!isAsked) {
     process_->signal(SIGTERM);
-    graceTimer_ = surroundings_.loop.after(grace, [this] { kill(); });
+    graceTimer_ = context_.loop.after(kGracePeriod, [this] { kill(); });
   }
 }
 
@@ -181,7 +180,7 @@ void Job::kill() {
 void Job::finishStopping() {
   const auto callbacks = std::exchange(whenGone_, {});
   if (!isRetired_) awaitConnection();
-  for (const auto& gone : callbacks) gone();  // the last may destroy this job
+  for (const auto& gone : callbacks) gone();  // the last one may destroy this job
 }
 
 platform::JobStatus Job::status() const {

@@ -1,14 +1,17 @@
-// One job: its endpoints, its process, and when the one is started for the other.
+// One job: its endpoints, its process, and when a connection to the former starts the latter.
 //
 //   Waiting    listens; the first connection starts the process
-//   Running    the process takes its connections itself
-//   HeldBack   it ended too soon after its start; connections wait in the backlog until the delay
-//   is over Stopping   it was asked to end, and is killed when it does not in time
+//   Running    the process accepts its connections itself
+//   HeldBack   it ended too soon after its start; connections stay in the backlog until the delay
+//              is over
+//   Stopping   it was asked to end, and is killed if it does not in time
 //
-// Threading: one thread. Ownership: owns the listening sockets and the process. Callbacks are held
-// until they ran, once. Errors: ServiceError from listen() and replaceWith(). A process that cannot
-// be started is a crash like any other. Order: callbacks run in the order of the calls, after the
-// process is gone.
+// Threading: one thread.
+// Ownership: owns the listening sockets and the process. Callbacks are kept until they have run,
+//   once.
+// Errors: ServiceError from listen() and replaceWith(). A process that cannot be started counts as
+//   a crash.
+// Order: callbacks run in the order of the calls, after the process has ended.
 #pragma once
 
 #include <functional>
@@ -26,7 +29,7 @@
 namespace jobd {
 
 /// What all jobs of a daemon share.
-struct JobSurroundings {
+struct JobContext {
   EventLoop& loop;
   SystemLog& log;
   const RootDirectories& directories;
@@ -35,23 +38,23 @@ struct JobSurroundings {
 class Job {
  public:
   using Gone = std::function<void()>;
-  static constexpr std::chrono::milliseconds grace{5000};
+  static constexpr std::chrono::milliseconds kGracePeriod{5000};
 
-  Job(const JobSurroundings& surroundings, platform::JobDescription description)
-      : surroundings_(surroundings), description_(std::move(description)) {}
+  Job(const JobContext& context, platform::JobDescription description)
+      : context_(context), description_(std::move(description)) {}
   Job(const Job&) = delete;
   Job& operator=(const Job&) = delete;
 
-  /// Opens the endpoints and waits for a connection. Throws when the job names another program than
-  /// the helper of its label, as each start does too.
+  /// Opens the endpoints and waits for a connection. Throws if the job names a program other than
+  /// its label's helper; each start checks that again.
   void listen();
-  /// Goes on as another version of itself, or as it was when an endpoint cannot be opened.
-  /// Endpoints of both stay open throughout; the old process is ended first, then `done` is called,
-  /// and the next connection starts the new one.
+  /// Continues as another version of itself, or unchanged if an endpoint cannot be opened. The
+  /// endpoints of both versions stay open throughout; the old process is ended first, then `done`
+  /// is called, and the next connection starts the new one.
   void replaceWith(platform::JobDescription description, Gone done);
-  /// Takes away the endpoints and ends the process; `gone` is called when there is none any more.
+  /// Removes the endpoints and ends the process; `gone` is called when it has ended.
   void retire(Gone gone);
-  /// Ends the process now, without its farewell.
+  /// Kills the process, without letting it clean up.
   void kill();
 
   [[nodiscard]] const platform::JobDescription& description() const { return description_; }
@@ -74,7 +77,7 @@ class Job {
   void stop(Gone gone);
   void finishStopping();
 
-  JobSurroundings surroundings_;
+  JobContext context_;
   platform::JobDescription description_;
   std::vector<ListeningSocket> endpoints_;
   std::vector<EventLoop::Token> watches_;

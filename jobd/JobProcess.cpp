@@ -18,7 +18,7 @@
 #include "platform/services/SystemRoot.h"
 
 extern "C" {
-#include <sys/pidfd.h>  // some versions of the C library forgot to say that these are C functions
+#include <sys/pidfd.h>  // lacks the declaration of C linkage in some versions of the C library
 }
 
 #ifndef MFD_EXEC
@@ -31,19 +31,19 @@ namespace {
 using platform::FileDescriptor;
 using platform::fileSystemError;
 
-constexpr int firstPassedDescriptor = 3;  // where the socket hand-over protocol begins to count
+constexpr int kFirstPassedDescriptor = 3;  // defined by the protocol for passing sockets
 
-/// The program as an anonymous file that nobody can change any more.
+/// The program as an anonymous file that can no longer be changed.
 FileDescriptor sealedProgram(const std::string& name, std::span<const std::uint8_t> program) {
   constexpr unsigned flags = MFD_CLOEXEC | MFD_ALLOW_SEALING;
   FileDescriptor file(::memfd_create(name.c_str(), flags | MFD_EXEC));
   if (!file && errno == EINVAL)
     file.reset(::memfd_create(name.c_str(), flags));  // before Linux 6.3
-  if (!file) throw fileSystemError("cannot hold the program of " + name, errno);
+  if (!file) throw fileSystemError("cannot load the program of " + name, errno);
   while (!program.empty()) {
     const ssize_t written = ::write(file.get(), program.data(), program.size());
     if (written < 0 && errno == EINTR) continue;
-    if (written < 0) throw fileSystemError("cannot hold the program of " + name, errno);
+    if (written < 0) throw fileSystemError("cannot load the program of " + name, errno);
     program = program.subspan(static_cast<std::size_t>(written));
   }
   if (::fcntl(file.get(), F_ADD_SEALS, F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE) !=
@@ -71,16 +71,16 @@ FileDescriptor loadProgram(int directory, const std::string& name) {
   return sealedProgram(name, programOfImage(image.bytes()));
 }
 
-/// What a job does not need and could do harm with: a core that holds what was typed, and rights
-/// from executables that give some.
+/// Gives up what a job does not need and could do harm with: core files, which would contain what
+/// was typed, and privileges from set-user-ID programs and the like.
 void giveUpRights() {
   const rlimit none{0, 0};
   ::setrlimit(RLIMIT_CORE, &none);
   ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
 }
 
-/// All that a job is told by its environment: the socket hand-over protocol. Nothing of the
-/// daemon's own is handed on.
+/// The whole environment of a job: the protocol for passing sockets. Nothing of the daemon's own
+/// environment is passed on.
 std::vector<std::string> jobEnvironment(const ProcessPlan& plan) {
   return {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
           "LISTEN_FDS=" + std::to_string(plan.sockets->size() + 1),
@@ -88,25 +88,25 @@ std::vector<std::string> jobEnvironment(const ProcessPlan& plan) {
           "LISTEN_PID=" + std::to_string(::getpid())};
 }
 
-/// Lays out descriptors as the program expects them: streams, sockets, the root, then the directory
-/// of the images, and no more. All of them go through numbers above the final ones first, so that
-/// none is overwritten before it has moved.
+/// Arranges descriptors as the program expects them: streams, sockets, the root, then the directory
+/// of images, and nothing else. All of them are first moved above the final numbers, so that none
+/// is overwritten before it has moved.
 int arrangeDescriptors(const ProcessPlan& plan, int output) {
-  std::vector<int> handedOn;
-  for (const auto& each : *plan.sockets) handedOn.push_back(each.socket.get());
-  handedOn.push_back(plan.root);
-  const int count = static_cast<int>(handedOn.size());
-  const int final = firstPassedDescriptor + count;
+  std::vector<int> passed;
+  for (const auto& each : *plan.sockets) passed.push_back(each.socket.get());
+  passed.push_back(plan.root);
+  const int count = static_cast<int>(passed.size());
+  const int final = kFirstPassedDescriptor + count;
   const int above = final + 1;
   const int toolsAbove = ::fcntl(plan.tools, F_DUPFD_CLOEXEC, above);
   const int outputAbove = ::fcntl(output, F_DUPFD_CLOEXEC, above);
-  for (int& each : handedOn) each = ::fcntl(each, F_DUPFD_CLOEXEC, above);
+  for (int& each : passed) each = ::fcntl(each, F_DUPFD_CLOEXEC, above);
   const int null = ::open("/dev/null", O_RDONLY);
   ::dup2(null, 0);
   ::dup2(outputAbove, 1);
   ::dup2(outputAbove, 2);
   for (int i = 0; i < count; ++i)
-    ::dup2(handedOn[static_cast<std::size_t>(i)], firstPassedDescriptor + i);
+    ::dup2(passed[static_cast<std::size_t>(i)], kFirstPassedDescriptor + i);
   ::dup3(toolsAbove, final, O_CLOEXEC);
   ::close_range(static_cast<unsigned>(final) + 1, ~0U, 0);
   return final;
@@ -129,11 +129,11 @@ void run(const ProcessPlan& plan, int tools) {
   throw fileSystemError("cannot run the program", errno);
 }
 
-/// Runs in the child. The daemon has one thread, so everything may be called here. The image is
-/// read here too: the daemon waits for no file.
+/// Runs in the child. The daemon has a single thread, so any function may be called here. The image
+/// is read here as well, so that the daemon does not wait for files.
 [[noreturn]] void becomeJob(const ProcessPlan& plan, int output, pid_t daemon) {
   ::setsid();
-  // A daemon that is killed takes its jobs along: its successor could neither end nor replace them.
+  // Jobs are killed with their daemon: its successor could neither end nor replace them.
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != daemon) ::_exit(127);
   giveUpRights();
@@ -160,7 +160,7 @@ JobProcess::JobProcess(EventLoop& loop, SystemLog& log, const ProcessPlan& plan,
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw fileSystemError("cannot make a pipe", errno);
   output_.reset(ends[0]);
   const FileDescriptor outputOfJob(ends[1]);
-  ::fcntl(output_.get(), F_SETFL, O_NONBLOCK);  // the daemon's end alone
+  ::fcntl(output_.get(), F_SETFL, O_NONBLOCK);  // only the daemon's end
 
   const pid_t daemon = ::getpid();
   identifier_ = ::fork();
@@ -181,14 +181,13 @@ void JobProcess::signal(int number) const {
   ::pidfd_send_signal(process_.get(), number, nullptr, 0);
 }
 
-/// A line that is written in pieces must not seem several: only the first begins as the job began.
+/// A line written in pieces must not look like several: only the first piece has no mark.
 void JobProcess::writeLine(std::string_view line) {
-  if (!lines_.goesOn()) return log_.write(label_, identifier_, line);
-  log_.write(label_, identifier_, std::string(continuationMark).append(line));
+  if (!lines_.continuesLine()) return log_.write(label_, identifier_, line);
+  log_.write(label_, identifier_, std::string(kContinuationMark).append(line));
 }
 
-/// Takes what is there, `most` bytes at most, so that a job that writes without end does not hold
-/// up the others.
+/// Reads at most `most` bytes, so that a job that writes without end does not starve the others.
 void JobProcess::takeOutput(std::size_t most) {
   std::array<char, 16384> buffer;
   for (std::size_t taken = 0; taken < most;) {
@@ -208,7 +207,7 @@ void JobProcess::takeEnd() {
       info.si_pid == 0)
     return;
   endWatch_.end();
-  // All that the pipe can hold, and no more: what the process left behind may still be writing.
+  // As much as the pipe can hold, and no more: processes that it left behind may still be writing.
   takeOutput(1U << 20);
   lines_.finish([this](std::string_view line) { writeLine(line); });
   outputWatch_.end();

@@ -1,12 +1,12 @@
 // One run of a job's program.
 //
-// Threading: one thread. Ownership: the object owns the process's handle and the pipe of its
-// output. Dropping it does not
-//   end the process; the kernel ends it when the daemon does, so that a job never outlives who
-//   could end it.
-// Errors: ServiceError when there can be no process. One whose image is missing or none says so in
-// the log and ends at once. Order: what the process wrote is in the log before its end is reported,
-// once.
+// Threading: one thread.
+// Ownership: owns the handle of the process and the pipe of its output. Destroying the object does
+//   not end the process, but the kernel ends it with the daemon, so a job never outlives what could
+//   end it.
+// Errors: ServiceError if no process can be started. A process whose image is missing or invalid
+//   logs that and ends at once.
+// Order: the output of the process is in the log before its end is reported, once.
 #pragma once
 
 #include <sys/types.h>
@@ -32,15 +32,15 @@ struct ListeningSocket {
 struct ProcessPlan {
   std::string label;
   std::vector<std::string> arguments;
-  int tools = -1;  ///< the directory where the image lies, under its label
-  const std::vector<ListeningSocket>* sockets = nullptr;  ///< handed on as descriptors 3, 4, …
-  int root = -1;  ///< the system root's directory, handed on behind the sockets
+  int tools = -1;  ///< the directory of the image, whose name is the label
+  const std::vector<ListeningSocket>* sockets = nullptr;  ///< passed as descriptors 3, 4, …
+  int root = -1;  ///< the system root's directory, passed after the sockets
 };
 
 /// How a job's process ended.
 struct JobEnd {
   bool isSignal = false;
-  int number = 0;  ///< of the signal, or the exit status
+  int number = 0;  ///< the signal, or the exit status
 
   /// "exited with status 1", "ended by signal 9"
   [[nodiscard]] std::string text() const;
@@ -53,7 +53,7 @@ class JobProcess {
   JobProcess(EventLoop& loop, SystemLog& log, const ProcessPlan& plan, Ended ended);
 
   [[nodiscard]] pid_t identifier() const { return identifier_; }
-  /// The process itself, never another that got its number.
+  /// Reaches this process only, never another one that reuses its ID.
   void signal(int number) const;
 
  private:

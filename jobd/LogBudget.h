@@ -1,6 +1,4 @@
-// How much one writer may write to the log.
-//
-// Threading, Ownership, Errors, Order: a plain value.
+// How much one source may write to the log.
 #pragma once
 
 #include <algorithm>
@@ -10,19 +8,19 @@
 
 namespace jobd {
 
-/// A store of bytes that fills up again with time. What does not fit is left out, and counted.
+/// A store of bytes that is refilled over time. What does not fit is left out and counted.
 ///
-/// The log holds 4 MiB and as much of the past. With this much a job can say a lot at once, and
-/// still needs a quarter of an hour to push out what others wrote.
+/// The log keeps 4 MiB, and the 4 MiB before. With this budget a job can write a lot at once, but
+/// needs a quarter of an hour to push out what others wrote.
 class LogBudget {
  public:
   using Clock = std::chrono::steady_clock;
-  static constexpr std::size_t capacity = std::size_t{256} * 1024;
-  static constexpr std::size_t bytesPerMillisecond = 8;
+  static constexpr std::size_t kCapacity = std::size_t{256} * 1024;
+  static constexpr std::size_t kBytesPerMillisecond = 8;
 
   explicit LogBudget(Clock::time_point now) : filledAt_(now) {}
 
-  /// Whether an entry of so many bytes may be written; it is counted as left out if not.
+  /// Whether an entry of so many bytes may be written; if not, it is counted as left out.
   bool take(std::size_t bytes, Clock::time_point now) {
     fill(now);
     if (bytes > left_) {
@@ -39,13 +37,13 @@ class LogBudget {
  private:
   void fill(Clock::time_point now) {
     const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(now - filledAt_);
-    filledAt_ += passed;  // what is less than a millisecond counts next time
-    const auto enough = static_cast<std::int64_t>(capacity / bytesPerMillisecond);
+    filledAt_ += passed;  // fractions of a millisecond count next time
+    const auto enough = static_cast<std::int64_t>(kCapacity / kBytesPerMillisecond);
     const auto counted = std::clamp<std::int64_t>(passed.count(), 0, enough);
-    left_ = std::min(capacity, left_ + static_cast<std::size_t>(counted) * bytesPerMillisecond);
+    left_ = std::min(kCapacity, left_ + static_cast<std::size_t>(counted) * kBytesPerMillisecond);
   }
 
-  std::size_t left_ = capacity;
+  std::size_t left_ = kCapacity;
   Clock::time_point filledAt_;
   std::uint64_t leftOut_ = 0;
 };

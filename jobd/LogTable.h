@@ -1,10 +1,8 @@
-// Every line that the job daemon logs, one row a line. See platform/foundation/LogTemplate.h for
-// what the places mean.
+// Every line that the job daemon logs, one row per line. See platform/foundation/LogTemplate.h for
+// the meaning of the placeholders.
 //
-// Paths and causes are texts, and users are private: a diagnostic report shows neither. Of labels
-// it shows the router's.
-//
-// Threading, Ownership, Errors, Order: constants.
+// Paths and causes are {text}, and users are {private}: a diagnostic report shows neither. Of the
+// labels it shows only the router's.
 #pragma once
 
 #include <array>
@@ -18,9 +16,9 @@ using platform::LogTemplate;
 // clang-format off
 inline constexpr LogTemplate cannotRun{"wlhid-jobd: {text}"};
 inline constexpr LogTemplate cannotWatch{"cannot watch the run directory: {text}"};
-inline constexpr LogTemplate leavesOut{"leaving out the job {label}: {text}"};
-inline constexpr LogTemplate leaveGiven{"leave to change {label} given to process {count} ({text}) of user {private}"};
-inline constexpr LogTemplate leaveRefused{"leave to change {label} refused to process {count} ({text}) of user {private}"};
+inline constexpr LogTemplate skipsJob{"skipping the job {label}: {text}"};
+inline constexpr LogTemplate permissionGranted{"permission to change {label} granted to process {count} ({text}) of user {private}"};
+inline constexpr LogTemplate permissionDenied{"permission to change {label} denied to process {count} ({text}) of user {private}"};
 inline constexpr LogTemplate installed{"installed {label}"};
 inline constexpr LogTemplate removed{"removed {label}"};
 inline constexpr LogTemplate cannotStart{"cannot start {label}: {text}"};
@@ -31,11 +29,11 @@ inline constexpr LogTemplate linesLeftOut{"{count} lines of {label} were left ou
 
 /// All of the above.
 inline constexpr std::array kTable{
-    &cannotRun, &cannotWatch, &leavesOut, &leaveGiven, &leaveRefused, &installed,
-    &removed,   &cannotStart, &jobExited, &jobKilled,  &linesLeftOut,
+    &cannotRun, &cannotWatch, &skipsJob,  &permissionGranted, &permissionDenied, &installed,
+    &removed,   &cannotStart, &jobExited, &jobKilled,         &linesLeftOut,
 };
 
-/// How the daemon's status names a job's last end, without the job: no line of the log.
+/// How the daemon's status describes a job's last end, without the job. Not lines of the log.
 inline constexpr LogTemplate exited{"exited with status {count}"};
 inline constexpr LogTemplate killed{"ended by signal {count}"};
 inline constexpr LogTemplate notStarted{"could not be started: {text}"};

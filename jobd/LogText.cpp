@@ -9,11 +9,11 @@
 namespace jobd {
 namespace {
 
-constexpr std::size_t maximumCharacters = maximumEntryBytes + continuationMark.size();
+constexpr std::size_t kMaximumCharacters = kMaximumEntryBytes + kContinuationMark.size();
 
-/// Where to cut `text`, which is longer than one entry: not inside a sequence.
+/// Where to cut `text`, which is longer than one entry: not inside a UTF-8 sequence.
 std::size_t cutPosition(std::string_view text) {
-  std::size_t at = maximumEntryBytes;
+  std::size_t at = kMaximumEntryBytes;
   for (int back = 0; back < 3 && (static_cast<std::uint8_t>(text[at]) & 0xC0) == 0x80; ++back) --at;
   return at;
 }
@@ -29,7 +29,7 @@ std::string logEntry(const std::tm& time, std::string_view host, std::string_vie
                 months.at(static_cast<std::size_t>(time.tm_mon) % 12), time.tm_mday, time.tm_hour,
                 time.tm_min, time.tm_sec);
   return stamp.data() + std::string(host) + " " + std::string(name) + "[" +
-         std::to_string(process) + "]: " + platform::printableLine(text, maximumCharacters) + "\n";
+         std::to_string(process) + "]: " + platform::printableLine(text, kMaximumCharacters) + "\n";
 }
 
 void LineSplitter::feed(std::string_view bytes, const Sink& sink) {
@@ -38,7 +38,7 @@ void LineSplitter::feed(std::string_view bytes, const Sink& sink) {
   for (;;) {
     const std::size_t end = left.find('\n');
     const std::size_t length = end == std::string_view::npos ? left.size() : end;
-    if (length > maximumEntryBytes) {
+    if (length > kMaximumEntryBytes) {
       const std::size_t cut = cutPosition(left);
       giveTo(sink, left.substr(0, cut), false);
       left.remove_prefix(cut);
@@ -55,12 +55,12 @@ void LineSplitter::feed(std::string_view bytes, const Sink& sink) {
 void LineSplitter::finish(const Sink& sink) {
   if (!rest_.empty()) giveTo(sink, rest_, true);
   rest_.clear();
-  goesOn_ = false;
+  continuesLine_ = false;
 }
 
 void LineSplitter::giveTo(const Sink& sink, std::string_view piece, bool isLast) {
   sink(piece);
-  goesOn_ = !isLast;
+  continuesLine_ = !isLast;
 }
 
 }  // namespace jobd

@@ -1,7 +1,7 @@
-// Making what jobs write fit for a log that holds one entry a line.
+// Prepares the output of jobs for a log that has one entry per line.
 //
 // Threading: pure functions; a LineSplitter belongs to one thread.
-// Order: lines leave in the order in which their bytes came.
+// Order: lines come out in the order in which their bytes came in.
 #pragma once
 
 #include <cstddef>
@@ -12,35 +12,35 @@
 
 namespace jobd {
 
-/// The longest text of one entry, in bytes before it is made printable. Longer lines go on in a
-/// further entry.
-inline constexpr std::size_t maximumEntryBytes = 2048;
+/// The longest text of one entry, in bytes before it is made printable. A longer line continues in
+/// another entry.
+inline constexpr std::size_t kMaximumEntryBytes = 2048;
 
-/// What such a further entry begins with: no line of anybody's table does.
-inline constexpr std::string_view continuationMark = "… ";
+/// What a continuation starts with; no row of a log table does.
+inline constexpr std::string_view kContinuationMark = "… ";
 
-/// "Nov 21 03:12:45 host name[345]: text\n", the text made one printable line; a day below 10 is
-/// preceded by two blanks in all.
+/// "Nov 21 03:12:45 host name[345]: text\n", with the text made one printable line; a day below 10
+/// has two spaces before it.
 [[nodiscard]] std::string logEntry(const std::tm& time, std::string_view host,
                                    std::string_view name, long process, std::string_view text);
 
-/// Cuts a stream of bytes into lines, at most maximumEntryBytes each, never inside a UTF-8
+/// Splits a stream of bytes into lines of at most kMaximumEntryBytes, never inside a UTF-8
 /// sequence.
 class LineSplitter {
  public:
   using Sink = std::function<void(std::string_view line)>;
 
   void feed(std::string_view bytes, const Sink& sink);
-  /// What is left without a line's end.
+  /// Passes on what is left without a line end.
   void finish(const Sink& sink);
-  /// For the sink: whether what it is given goes on with the line of the call before.
-  [[nodiscard]] bool goesOn() const { return goesOn_; }
+  /// For the sink: whether its argument continues the line of the previous call.
+  [[nodiscard]] bool continuesLine() const { return continuesLine_; }
 
  private:
   void giveTo(const Sink& sink, std::string_view piece, bool isLast);
 
   std::string rest_;
-  bool goesOn_ = false;
+  bool continuesLine_ = false;
 };
 
 }  // namespace jobd

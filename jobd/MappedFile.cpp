@@ -18,10 +18,10 @@ MappedFile::MappedFile(int descriptor, const std::string& name) {
   if (::fstat(descriptor, &status) != 0)
     throw platform::fileSystemError("cannot examine " + name, errno);
   if (!S_ISREG(status.st_mode))
-    throw ServiceError(ServiceErrorCode::FileSystem, name + " is no regular file");
+    throw ServiceError(ServiceErrorCode::FileSystem, name + " is not a regular file");
   if (static_cast<std::uint64_t>(status.st_size) > platform::maximumHelperBytes)
     throw ServiceError(ServiceErrorCode::FileSystem, name + " is too large for a helper");
-  if (status.st_size == 0) return;  // nothing can be mapped, and nothing is there
+  if (status.st_size == 0) return;  // an empty file cannot be mapped
   size_ = static_cast<std::size_t>(status.st_size);
   address_ = ::mmap(nullptr, size_, PROT_READ, MAP_PRIVATE, descriptor, 0);
   if (address_ == MAP_FAILED) {

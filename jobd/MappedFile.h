@@ -1,8 +1,8 @@
-// A file's bytes without a copy of them in memory.
+// A file's bytes, without copying them into memory.
 //
-// Threading: any.
-// Ownership: the mapping, not the descriptor.
-// Errors: ServiceError for what is empty, too large for a helper or no regular file.
+// Threading: any thread.
+// Ownership: owns the mapping, not the descriptor.
+// Errors: ServiceError if the file is not regular, too large for a helper or cannot be mapped.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ namespace jobd {
 
 class MappedFile {
  public:
-  /// `name` is for messages.
+  /// `name` is for error messages.
   MappedFile(int descriptor, const std::string& name);
   MappedFile(const MappedFile&) = delete;
   MappedFile& operator=(const MappedFile&) = delete;

@@ -1,10 +1,11 @@
-// The directories of a root that the daemon works in, open and checked.
+// The directories of a root that the daemon works in, opened and checked.
 //
 // Threading: one thread.
-// Ownership: the descriptors.
-// Errors: ServiceError when the root or one of its directories is a link, belongs to somebody else
-//   or can be written by others. Whoever can write there decides what runs, so the daemon serves no
-//   root that is not wholly its own user's: it never runs with rights that the root's owner lacks.
+// Ownership: owns the descriptors.
+// Errors: ServiceError if the root or one of its directories is a symbolic link, belongs to another
+//   user or can be written by others. Anyone who can write there decides what runs, so the daemon
+//   serves only roots that are entirely its own user's, and never runs with rights that the root's
+//   owner lacks.
 #pragma once
 
 #include "platform/services/FileDescriptor.h"
@@ -19,7 +20,7 @@ struct RootDirectories {
   platform::FileDescriptor run;    ///< var/run
   platform::FileDescriptor log;    ///< var/log
 
-  /// Opens them, making those that are missing.
+  /// Opens them, creating the missing ones.
   [[nodiscard]] static RootDirectories open(const platform::SystemRoot& root);
 };
 

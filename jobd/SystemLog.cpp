@@ -15,9 +15,9 @@
 namespace jobd {
 namespace {
 
-constexpr const char* fileName = "system.log";
-constexpr std::string_view ownName = "wlhid-jobd";
-constexpr const char* oldFileName = "system.log.0";
+constexpr const char* kFileName = "system.log";
+constexpr std::string_view kOwnName = "wlhid-jobd";
+constexpr const char* kOldFileName = "system.log.0";
 
 std::string hostName() {
   std::array<char, 256> name{};
@@ -29,7 +29,7 @@ std::string hostName() {
   return host;
 }
 
-/// How long the entry can become, without making it: an escape has four characters for a byte.
+/// An upper bound for the length of the entry: an escaped byte takes four characters.
 std::size_t largestEntryOf(std::string_view text) {
   constexpr std::size_t beginning = 64;
   const auto escapable = std::count_if(text.begin(), text.end(), [](char c) {
@@ -48,7 +48,7 @@ void SystemLog::write(std::string_view name, long process, std::string_view text
 }
 
 void SystemLog::note(const platform::LogLine& line) {
-  write(ownName, ::getpid(), line);
+  write(kOwnName, ::getpid(), line);
 }
 
 std::string SystemLog::entry(std::string_view name, long process, std::string_view text) const {
@@ -66,33 +66,34 @@ bool SystemLog::mayWrite(std::string_view name, std::size_t bytes) {
   return false;
 }
 
-void SystemLog::sayWhatWasLeftOut() {
+void SystemLog::logLeftOut() {
   isLeavingOut_ = false;
   for (auto& [name, budget] : budgets_) {
     if (budget.leftOut() == 0) continue;
-    append(entry(ownName, ::getpid(),
+    append(entry(kOwnName, ::getpid(),
                  platform::LogLine::of<row::linesLeftOut>(budget.leftOut(), name)));
     budget.forgetLeftOut();
   }
 }
 
-/// One write on an appending descriptor: entries of several writers do not mix.
+/// A single write to an append-mode descriptor, so that entries of several writers do not mix.
 void SystemLog::append(const std::string& entry) {
   if (!prepare()) return;
   [[maybe_unused]] const ssize_t written = ::write(file_.get(), entry.data(), entry.size());
 }
-
+/// Whether there is a log to write to. A log that was removed or has grown too long is started
+/// anew.
 /// Whether there is a log to write to. One that was removed or has grown too long is begun anew.
 bool SystemLog::prepare() {
   struct stat status {};
   if (!file_ || ::fstat(file_.get(), &status) != 0 || status.st_nlink == 0) return reopen();
   if (static_cast<std::uint64_t>(status.st_size) < limit_) return true;
-  ::renameat(directory_.get(), fileName, directory_.get(), oldFileName);
+  ::renameat(directory_.get(), kFileName, directory_.get(), kOldFileName);
   return reopen();
 }
 
 bool SystemLog::reopen() {
-  file_.reset(::openat(directory_.get(), fileName,
+  file_.reset(::openat(directory_.get(), kFileName,
                        O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644));
   struct stat status {};
   if (file_ && (::fstat(file_.get(), &status) != 0 || !S_ISREG(status.st_mode))) file_.reset();

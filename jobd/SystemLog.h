@@ -1,8 +1,10 @@
-// <root>/var/log/system.log: what jobs write, one line an entry.
+// <root>/var/log/system.log: the output of jobs, one entry per line.
 //
-// Threading: one thread. Ownership: the log keeps its directory open. Order: entries keep theirs.
-// Errors: none are raised. A log that cannot be written loses entries and nothing else: a job does
-// not fail for its log.
+// Threading: one thread.
+// Ownership: owns the log directory's descriptor.
+// Order: entries stay in order.
+// Errors: none are raised. If the log cannot be written, entries are lost and nothing else happens:
+//   a job does not fail because of its log.
 #pragma once
 
 #include <cstdint>
@@ -19,22 +21,22 @@ namespace jobd {
 
 class SystemLog {
  public:
-  static constexpr std::uint64_t defaultLimit = 4U << 20;
+  static constexpr std::uint64_t kDefaultLimit = 4U << 20;
 
-  /// Writes "system.log" in the open directory; a log that has grown past `limit` becomes
-  /// "system.log.0", in place of the one before, so that the disk holds at most twice the limit.
-  explicit SystemLog(platform::FileDescriptor directory, std::uint64_t limit = defaultLimit);
+  /// Writes "system.log" in the open directory. When the log exceeds `limit`, it becomes
+  /// "system.log.0", replacing the previous one, so it takes at most twice the limit on disk.
+  explicit SystemLog(platform::FileDescriptor directory, std::uint64_t limit = kDefaultLimit);
 
-  /// An entry with what a job wrote, unless the writer of that name has written too much of late.
+  /// Adds an entry with a job's output, unless that source has written too much recently.
   void write(std::string_view name, long process, std::string_view text);
-  /// An entry of the daemon's own (jobd/LogTable.h).
+  /// Adds an entry of the daemon's own (jobd/LogTable.h).
   void note(const platform::LogLine& line);
 
-  /// Called with the first entry that is left out; whoever is told has sayWhatWasLeftOut called
-  /// some time later.
-  void whenLeavingOut(std::function<void()> handler) { leavingOut_ = std::move(handler); }
-  /// One entry for each writer of whom something was left out since the last time.
-  void sayWhatWasLeftOut();
+  /// Called with the first entry that is left out; the handler arranges for logLeftOut to be
+  /// called some time later.
+  void onLeavingOut(std::function<void()> handler) { leavingOut_ = std::move(handler); }
+  /// Adds one entry for each source of which something was left out since the last call.
+  void logLeftOut();
 
  private:
   bool mayWrite(std::string_view name, std::size_t bytes);
@@ -47,7 +49,7 @@ class SystemLog {
   platform::FileDescriptor file_;
   std::uint64_t limit_;
   std::string host_;
-  std::map<std::string, LogBudget, std::less<>> budgets_;  ///< by writer
+  std::map<std::string, LogBudget, std::less<>> budgets_;  ///< by source
   std::function<void()> leavingOut_;
   bool isLeavingOut_ = false;
 };

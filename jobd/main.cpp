@@ -2,9 +2,9 @@
 //
 //   wlhid-jobd --root DIR [--foreground] [--idle-ms N] [--ready-fd N]
 //
-// Started on demand by the application side. Goes to the background unless told not to. On
-// --ready-fd it writes an empty line when all endpoints listen (its own or, where another daemon
-// serves the root already, that one's), else the cause of its failure, and closes it.
+// Started on demand by applications. Goes to the background unless told not to. Writes an empty
+// line to --ready-fd when all endpoints listen (its own or, if another daemon already serves the
+// root, that one's), or the cause of its failure, and closes it.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -27,7 +27,7 @@ struct Options {
   std::string root;
   bool isForeground = false;
   int readyDescriptor = -1;
-  std::chrono::milliseconds idleTime = jobd::Daemon::defaultIdleTime;
+  std::chrono::milliseconds idleTime = jobd::Daemon::kDefaultIdleTime;
 };
 
 int number(std::string_view name, std::string_view text) {
@@ -62,8 +62,7 @@ Options parseOptions(int argc, char** argv) {
   return options;
 }
 
-/// Keeps the streams and the readiness pipe; nothing else that was open in whoever started this is
-/// ours.
+/// Keeps the streams and the readiness pipe, and closes everything else that was inherited.
 void closeInherited(int readyDescriptor) {
   constexpr unsigned firstOther = 3;
   const auto ready = static_cast<unsigned>(readyDescriptor);
@@ -76,8 +75,7 @@ void closeInherited(int readyDescriptor) {
   ::fcntl(readyDescriptor, F_SETFD, FD_CLOEXEC);
 }
 
-/// Leaves the process that started this to its own business: it only waits for the first of the
-/// two.
+/// Lets the process that started this continue: it waits only for the first of the two processes.
 void goToBackground() {
   const pid_t child = ::fork();
   if (child < 0) throw std::runtime_error("cannot go to the background");
@@ -85,7 +83,7 @@ void goToBackground() {
   ::setsid();
 }
 
-/// Says once how the start went; the descriptor's number belongs to somebody else afterwards.
+/// Reports once how the start went. Afterwards the descriptor's number may be reused.
 void report(int& readyDescriptor, const std::string& cause) {
   const int descriptor = std::exchange(readyDescriptor, -1);
   if (descriptor < 0) return;

@@ -24,8 +24,7 @@ using platform::FileDescriptor;
   throw std::system_error(error, std::generic_category(), name + ": cannot be written");
 }
 
-/// What the names of all temporaries of a file begin with; the writer's process and a number
-/// follow.
+/// The start of all temporary names of a file; the writer's process ID and a number follow.
 std::string temporaryPrefix(const std::string& name) {
   return "." + name + ".";
 }
@@ -36,7 +35,7 @@ std::string temporaryName(const std::string& name) {
          std::to_string(counter.fetch_add(1));
 }
 
-/// Whether the process whose number `text` begins with is no more.
+/// Whether `text` starts with the ID of a process that no longer exists.
 bool isOfDeadProcess(std::string_view text) {
   pid_t process = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), process);
@@ -44,15 +43,15 @@ bool isOfDeadProcess(std::string_view text) {
   return isNumber && process > 0 && ::kill(process, 0) != 0 && errno == ESRCH;
 }
 
-/// A lock of the open file, not of the process: it goes with the last descriptor, and other
-/// descriptors of the file that this process opens and closes leave it alone.
+/// A lock of the open file, not of the process: it is released with the last descriptor, and not
+/// when this process opens and closes the file elsewhere.
 struct flock wholeFile(short type) {
-  struct flock lock {};  // from the file's beginning, whatever its length
+  struct flock lock {};  // from the beginning of the file, whatever its length
   lock.l_type = type;
   return lock;
 }
 
-void hold(int file, const std::string& name) {
+void lockFile(int file, const std::string& name) {
   struct flock lock = wholeFile(F_WRLCK);
   if (::fcntl(file, F_OFD_SETLK, &lock) != 0) failToWrite(name, errno);
 }
@@ -63,7 +62,7 @@ FileDraft::FileDraft(int directory, std::string name, mode_t mode)
     : directory_(::fcntl(directory, F_DUPFD_CLOEXEC, 0)),
       name_(std::move(name)),
       hidden_(temporaryName(name_)) {
-  // One may be left by a process of the same number that died.
+  // A dead process of the same ID may have left one.
   ::unlinkat(directory_.get(), hidden_.c_str(), 0);
   constexpr int kFlags = O_RDWR | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   file_.reset(::openat(directory_.get(), hidden_.c_str(), kFlags, mode));
@@ -71,7 +70,7 @@ FileDraft::FileDraft(int directory, std::string name, mode_t mode)
 }
 
 FileDraft::~FileDraft() {
-  ::unlinkat(directory_.get(), hidden_.c_str(), 0);  // it is gone where the file was renamed
+  ::unlinkat(directory_.get(), hidden_.c_str(), 0);  // already gone if the file was renamed
 }
 
 void FileDraft::append(std::span<const std::uint8_t> content) {
@@ -96,7 +95,7 @@ void FileDraft::replace(const std::string& name) {
 
 bool FileDraft::take(const std::string& name) {
   sync();
-  // Unlike a renaming, a link fails where the name is taken.
+  // Unlike a rename, a link fails if the name is taken.
   if (::linkat(directory_.get(), hidden_.c_str(), directory_.get(), name.c_str(), 0) == 0)
     return true;
   if (errno == EEXIST) return false;
@@ -117,17 +116,17 @@ bool createFileAtomically(int directory, const std::string& name,
   return draft.take(name);
 }
 
-FileDescriptor writeHeldFile(int directory, const std::string& name,
-                             std::span<const std::uint8_t> content) {
+FileDescriptor writeLockedFile(int directory, const std::string& name,
+                               std::span<const std::uint8_t> content) {
   FileDraft draft(directory, name);
   draft.append(content);
-  hold(draft.descriptor(), name);
+  lockFile(draft.descriptor(), name);
   draft.replace(name);
   return draft.release();
 }
 
-bool isHeld(int file) {
-  struct flock lock = wholeFile(F_RDLCK);  // asked about, never taken
+bool isLocked(int file) {
+  struct flock lock = wholeFile(F_RDLCK);  // only queried, never taken
   return ::fcntl(file, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 

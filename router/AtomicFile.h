@@ -1,8 +1,8 @@
-// Files that come about as a whole: readers see the old content or the new, never a part.
+// Files that are written atomically: a reader sees the old content or the new one, never a part.
 //
-// Files are reached by name in an open directory, and no link is followed.
+// Files are named relative to an open directory, and no symbolic link is followed.
 //
-// Threading: any thread, a draft one at a time; of two writers at once one wins.
+// Threading: any thread, one thread at a time per draft; of two concurrent writers one wins.
 // Ownership: descriptors belong to the caller.
 // Errors: std::system_error that names the file.
 #pragma once
@@ -18,25 +18,24 @@
 
 namespace router {
 
-/// A file on its way. It grows under a hidden name, which goes with this object, and is on the disk
-/// when it gets its own.
+/// A file being written. It has a hidden temporary name, which is removed with this object, and is
+/// on disk before it gets its final name.
 class FileDraft {
  public:
-  /// The hidden name is made of `name`. The file gets `mode`, less the umask.
+  /// The hidden name is derived from `name`. The file gets `mode`, less the umask.
   FileDraft(int directory, std::string name, mode_t mode = 0644);
   ~FileDraft();
   FileDraft(const FileDraft&) = delete;
   FileDraft& operator=(const FileDraft&) = delete;
 
-  /// For reading too, beside which append() goes on at the file's end.
+  /// Open for reading too; append() writes at the end wherever the offset is.
   [[nodiscard]] int descriptor() const { return file_.get(); }
   void append(std::span<const std::uint8_t> content);
-  /// What has that name is replaced; a symbolic link, too.
+  /// Replaces whatever has that name, including a symbolic link.
   void replace(const std::string& name);
-  /// False, with nothing changed, where something has that name: also something that got it just
-  /// now.
+  /// False, with nothing changed, if the name is taken, even if only since a moment ago.
   [[nodiscard]] bool take(const std::string& name);
-  /// Keeps the file open beyond this object.
+  /// Keeps the file open after this object is gone.
   [[nodiscard]] platform::FileDescriptor release() { return std::move(file_); }
 
  private:
@@ -48,21 +47,21 @@ class FileDraft {
   platform::FileDescriptor file_;
 };
 
-/// The file gets mode 0644 (less the umask); a symbolic link in its place is replaced.
+/// The file gets mode 0644 (less the umask); a symbolic link of that name is replaced.
 void writeFileAtomically(int directory, const std::string& name,
                          std::span<const std::uint8_t> content);
-/// The same, unless something has that name: then false, with nothing changed.
+/// The same, unless the name is taken: then returns false and changes nothing.
 [[nodiscard]] bool createFileAtomically(int directory, const std::string& name,
                                         std::span<const std::uint8_t> content);
 
-/// As the first, and from the moment that it has its name the file is held for as long as what is
-/// returned stays open: not beyond the life of the process, therefore, however that ends.
-[[nodiscard]] platform::FileDescriptor writeHeldFile(int directory, const std::string& name,
-                                                     std::span<const std::uint8_t> content);
-/// Whether whoever wrote the open file still holds it. Nobody but who may write it could.
-[[nodiscard]] bool isHeld(int file);
+/// Like writeFileAtomically(), but the file is locked before it gets its name. The lock lasts as
+/// long as the returned descriptor is open, so never longer than the process, however that ends.
+[[nodiscard]] platform::FileDescriptor writeLockedFile(int directory, const std::string& name,
+                                                       std::span<const std::uint8_t> content);
+/// Whether the writer of the open file still holds its lock. Only those who may write it can.
+[[nodiscard]] bool isLocked(int file);
 
-/// Removes what writers of the file that were killed on the way have left beside it. Never fails.
+/// Removes temporary files that killed writers of the file left next to it. Never fails.
 void removeAbandonedWrites(int directory, const std::string& name);
 
 }  // namespace router

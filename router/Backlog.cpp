@@ -12,18 +12,18 @@ std::shared_ptr<Backlog::Share> Backlog::share(uid_t user) {
   return std::make_shared<Share>(shared_from_this(), std::move(ofUser));
 }
 
-/// Two threads may say at once what a client has: what counts is what the last of them said, and
-/// the sums agree with it.
+/// Two threads may update a client's count concurrently: the last update wins, and the sums match
+/// it.
 void Backlog::Share::count(std::size_t unsent) {
   const std::size_t more = unsent - bytes_.exchange(unsent, std::memory_order_relaxed);
-  ofUser_->bytes.fetch_add(more, std::memory_order_relaxed);  // less is more, modulo 2^64
+  ofUser_->bytes.fetch_add(more, std::memory_order_relaxed);  // a decrease wraps modulo 2^64
   backlog_->all_.bytes.fetch_add(more, std::memory_order_relaxed);
 }
 
 std::size_t Backlog::Share::limit(std::size_t unsent, std::size_t most) {
   const RouterLimits& limits = backlog_->limits_;
   count(unsent);
-  return backlog_->all_.limit(ofUser_->limit(most, limits.backlogOfUser, limits.sessionsOfUser),
+  return backlog_->all_.limit(ofUser_->limit(most, limits.backlogPerUser, limits.sessionsPerUser),
                               limits.backlog, limits.sessions);
 }
 

@@ -1,14 +1,14 @@
-// What clients have been sent and have not taken yet, which lies in the router's memory: by client,
-// by user and in all.
+// What clients have been sent but have not read yet, which takes up the router's memory: per
+// client, per user and in total.
 //
-// What was sent can't be taken back, so the bounds hold only if room is kept for those who come
-// later: half of a bound is for whoever needs it, the other half in equal parts for as many clients
-// as there can be. Once the first half is gone, a client may have no more than its part. Whoever
-// reads stays below that and loses nothing; together they exceed the bound by a report each at
-// most.
+// Data once sent cannot be taken back, so the limits hold only if room is kept for latecomers: half
+// of a limit is first come, first served, and the other half is divided equally among the greatest
+// number of clients there can be. Once the first half is used up, a client may have no more than
+// its part. A client that keeps reading stays below that and loses nothing; together they exceed
+// the limit by at most one report each.
 //
 // Threading: any thread.
-// Ownership: a share counts for as long as it lives, and keeps the backlog.
+// Ownership: a share counts as long as it lives, and keeps the backlog alive.
 #pragma once
 
 #include <sys/types.h>
@@ -35,8 +35,8 @@ class Backlog : public std::enable_shared_from_this<Backlog> {
  private:
   struct Sum {
     std::atomic<std::size_t> bytes{0};
-    /// What one of at most `clients` may have: `most`, or its part where the half that is for all
-    /// is gone.
+    /// What one of at most `clients` clients may have: `most`, or only its part once the common
+    /// half is used up.
     [[nodiscard]] std::size_t limit(std::size_t most, std::size_t bound,
                                     std::size_t clients) const {
       const bool isPlenty = bytes.load(std::memory_order_relaxed) <= bound / 2;
@@ -50,7 +50,7 @@ class Backlog : public std::enable_shared_from_this<Backlog> {
   std::map<uid_t, std::weak_ptr<Sum>> users_;
 };
 
-/// What one client has.
+/// The backlog of one client.
 class Backlog::Share {
  public:
   Share(std::shared_ptr<Backlog> backlog, std::shared_ptr<Sum> ofUser)
@@ -59,9 +59,9 @@ class Backlog::Share {
   Share& operator=(const Share&) = delete;
   ~Share() { count(0); }
 
-  /// The client has so many bytes now. Whether it may have a further report.
-  bool admits(std::size_t unsent) { return unsent <= limit(unsent, limits().backlogOfClient); }
-  /// The same for a client that is waited for: what it may have.
+  /// Records that the client has `unsent` bytes now. Returns whether it may have another report.
+  bool admits(std::size_t unsent) { return unsent <= limit(unsent, limits().backlogPerClient); }
+  /// The same for a client that the device waits for: how much it may have.
   [[nodiscard]] std::size_t waitLimit(std::size_t unsent) {
     return limit(unsent, limits().backlogWaitedFor);
   }

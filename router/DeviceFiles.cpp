@@ -21,7 +21,7 @@ using platform::FileDescriptor;
 constexpr std::string_view kSuffix = ".plist";
 constexpr std::string_view kConfigurations = "etc/hideventrouter";
 constexpr std::string_view kRecordings = "etc/hideventrouter/recordings";
-/// What the hidden names of drafts are made of.
+/// The hidden names of drafts are derived from this.
 constexpr const char* kDraft = "recording";
 
 std::int64_t nanoseconds(const timespec& time) {
@@ -50,7 +50,7 @@ constexpr int kOpenFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 OpenFile requireRegular(FileDescriptor descriptor) {
   struct stat status {};
   if (::fstat(descriptor.get(), &status) != 0) fail("cannot be read", errno);
-  if (!S_ISREG(status.st_mode)) throw FileError("is no regular file");
+  if (!S_ISREG(status.st_mode)) throw FileError("is not a regular file");
   return {std::move(descriptor), FileStamp::of(status), status.st_mode};
 }
 
@@ -63,7 +63,7 @@ OpenFile openRegularFile(int directory, const std::string& name) {
   return requireRegular(std::move(file));
 }
 
-/// False where there is none.
+/// False if it does not exist.
 bool removeFile(int directory, const std::string& name) {
   if (::unlinkat(directory, name.c_str(), 0) == 0) return true;
   if (errno == ENOENT) return false;
@@ -91,7 +91,7 @@ bool FileStamp::isOlderThan(std::chrono::milliseconds age) const {
   return nanoseconds(now) - changed >= std::chrono::nanoseconds(age).count();
 }
 
-/// Empty where there is none.
+/// Empty if it does not exist.
 FileDescriptor DeviceFiles::directory(std::string_view path) const try {
   const FileDescriptor root = platform::openRoot(root_);
   return root ? platform::openDirectoryBelow(root.get(), path, false) : FileDescriptor();
@@ -99,7 +99,7 @@ FileDescriptor DeviceFiles::directory(std::string_view path) const try {
   throw FileError(error.what());
 }
 
-/// Made where it is missing.
+/// Created if it does not exist.
 FileDescriptor DeviceFiles::ownDirectory(std::string_view path) const try {
   return platform::openDirectoryBelow(platform::openOwnRoot(root_).get(), path, true);
 } catch (const platform::ServiceError& error) {
@@ -135,7 +135,7 @@ std::optional<FileStamp> DeviceFiles::configurationStamp(const std::string& name
   const FileDescriptor opened = directory(kConfigurations);
   return opened ? stampOf(opened.get(), fileNameOf(name)) : std::nullopt;
 } catch (const FileError&) {
-  return std::nullopt;  // opening it will say why
+  return std::nullopt;  // opening it will report the cause
 }
 
 OpenFile DeviceFiles::openConfiguration(const std::string& name) const {
@@ -178,11 +178,11 @@ std::optional<FileStamp> DeviceFiles::recordingStamp(const std::string& name) co
   const FileDescriptor opened = directory(kRecordings);
   return opened ? stampOf(opened.get(), name) : std::nullopt;
 } catch (const FileError&) {
-  return std::nullopt;  // opening it will say why
+  return std::nullopt;  // opening it will report the cause
 }
 
 OpenFile DeviceFiles::openRecording(const std::string& name) const {
-  if (!isRecordingName(name)) throw FileError("is no name of a recording");
+  if (!isRecordingName(name)) throw FileError("is not a valid name of a recording");
   const FileDescriptor opened = directory(kRecordings);
   if (!opened) fail("cannot be read", ENOENT);
   return openRegularFile(opened.get(), name);

@@ -1,10 +1,8 @@
-// Every line that the router logs, one row a line. See platform/foundation/LogTemplate.h for what
-// the places mean.
+// Every line that the router logs, one row per line. See platform/foundation/LogTemplate.h for the
+// meaning of the placeholders.
 //
-// Names of devices and files, paths and causes are texts, and users are private: a diagnostic
+// Names of devices and files, paths and causes are {text}, and users are {private}: a diagnostic
 // report shows neither.
-//
-// Threading, Ownership, Errors, Order: constants.
 #pragma once
 
 #include <array>
@@ -16,21 +14,21 @@ namespace router::row {
 using platform::LogTemplate;
 
 // clang-format off
-inline constexpr LogTemplate begins{"router {version} of {text}, {count} devices"};
+inline constexpr LogTemplate begins{"router {version} started: root {text}, {count} devices"};
 inline constexpr LogTemplate ends{"router ends"};
 inline constexpr LogTemplate cannotRun{"the router cannot run: {text}"};
-inline constexpr LogTemplate noEndpoint{"no endpoint was handed over for {label}: {text}"};
+inline constexpr LogTemplate noEndpoint{"no endpoint was passed for {label}: {text}"};
 inline constexpr LogTemplate idle{"nobody is connected"};
 inline constexpr LogTemplate sessionsLeft{"{count} sessions did not end in time"};
 inline constexpr LogTemplate linesLeftOut{"{count} lines about user {private} were left out"};
 inline constexpr LogTemplate refused{"refused: process {count} of user {private}"};
 inline constexpr LogTemplate tooManyConnections{"refused: user {private} has more than {count} connections"};
 inline constexpr LogTemplate ignored{"ignored: {text}"};
-inline constexpr LogTemplate noStatus{"status: {text}"};
+inline constexpr LogTemplate noStatus{"cannot write the status file: {text}"};
 
 inline constexpr LogTemplate sessionBegins{"session {count} (process {count}, user {private}) begins"};
 inline constexpr LogTemplate sessionRoutes{"session {count} (process {count}, user {private}): routes {device} ({text})"};
-inline constexpr LogTemplate sessionRoutesAlone{"session {count} (process {count}, user {private}): routes {device} ({text}) for itself alone"};
+inline constexpr LogTemplate sessionRoutesAlone{"session {count} (process {count}, user {private}): routes {device} ({text}) exclusively"};
 inline constexpr LogTemplate sessionCannotRoute{"session {count} (process {count}, user {private}): cannot route: Error Domain=HIDEventRouterDomain Code={code} {text}"};
 inline constexpr LogTemplate sessionStops{"session {count} (process {count}, user {private}): stops"};
 inline constexpr LogTemplate sessionTooSlow{"session {count} (process {count}, user {private}) is too slow: {count} more reports lost, {count} in all"};

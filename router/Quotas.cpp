@@ -3,16 +3,16 @@
 namespace router {
 
 TurnQuota::TurnQuota(const RouterLimits& limits)
-    : rateOfUser_(limits.startsOfUser), patience_(limits.startPatience), all_(limits.starts) {}
+    : ratePerUser_(limits.startsPerUser), maximumWait_(limits.startTimeout), all_(limits.starts) {}
 
 std::optional<TurnQuota::Turn> TurnQuota::reserve(uid_t user, Time now) {
   const std::lock_guard lock(mutex_);
-  // Who has not asked for a while is as good as new.
+  // A bucket that is full again is the same as a new one.
   std::erase_if(users_, [&](const auto& each) { return each.second.isFull(now); });
-  TokenBucket& own = users_.try_emplace(user, rateOfUser_).first->second;
-  const auto ofUser = own.reserve(now, patience_);
+  TokenBucket& own = users_.try_emplace(user, ratePerUser_).first->second;
+  const auto ofUser = own.reserve(now, maximumWait_);
   if (!ofUser) return std::nullopt;
-  const auto ofAll = all_.reserve(now, patience_);
+  const auto ofAll = all_.reserve(now, maximumWait_);
   if (!ofAll) {
     own.giveBack();
     return std::nullopt;
@@ -23,7 +23,7 @@ std::optional<TurnQuota::Turn> TurnQuota::reserve(uid_t user, Time now) {
 void TurnQuota::giveBack(uid_t user) {
   const std::lock_guard lock(mutex_);
   all_.giveBack();
-  // Whoever is not known here has all turns there are.
+  // An unknown user has a full bucket.
   if (const auto own = users_.find(user); own != users_.end()) own->second.giveBack();
 }
 
@@ -49,7 +49,7 @@ std::vector<LineQuota::LeftOut> LineQuota::takeLeftOut(TokenBucket::Clock::time_
   for (auto& [user, budget] : users_) {
     const std::uint64_t lines = budget.takeLeftOut();
     if (lines == 0) continue;
-    // One place for the line that tells of them; where there is none, they stay untold for now.
+    // The line that reports them needs a place, too; if there is none, they are reported later.
     if (budget.admits(now)) {
       result.push_back({user, lines});
     } else {

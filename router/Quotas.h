@@ -1,7 +1,6 @@
-// What clients share and therefore have only so much of: turns for their start requests, and lines
-// of the log.
+// Rate limits that clients share: turns for their start requests, and log lines.
 //
-// Threading: any thread. No lock is held while anybody waits.
+// Threading: any thread. No lock is held while anyone waits.
 // Order: turns are given in the order of the requests.
 #pragma once
 
@@ -20,11 +19,11 @@
 
 namespace router {
 
-/// Turns by user and for all users together.
+/// Turns per user and for all users together.
 class TurnQuota {
  public:
   using Time = TokenBucket::Clock::time_point;
-  /// It has come when it is that user's turn among the requests of that user, and among all.
+  /// Comes when the request is next among those of its user and among all.
   struct Turn {
     uid_t user = 0;
     Time ofUser;
@@ -33,26 +32,26 @@ class TurnQuota {
   };
 
   explicit TurnQuota(const RouterLimits& limits);
-  /// A turn for a request of that user. Nothing where it is too far off.
+  /// A turn for a request of that user, or nothing if it would be too late.
   std::optional<Turn> reserve(uid_t user, Time now);
-  /// The latest turn, of all and of that user, is not needed.
+  /// Returns the latest turn of that user and of all, which was not needed.
   void giveBack(uid_t user);
 
  private:
-  const Rate rateOfUser_;
-  const std::chrono::milliseconds patience_;
+  const Rate ratePerUser_;
+  const std::chrono::milliseconds maximumWait_;
   std::mutex mutex_;
   TokenBucket all_;
   std::map<uid_t, TokenBucket> users_;
 };
 
-/// Lines of one writer: lets so many through and counts the others.
+/// The log lines of one source: lets a limited number through and counts the rest.
 class LineBudget {
  public:
   explicit LineBudget(Rate rate) : bucket_(rate) {}
   /// Whether a line may be written now.
   bool admits(TokenBucket::Clock::time_point now);
-  /// Lines that were left out since the last such question.
+  /// Lines that were left out since the last call.
   std::uint64_t takeLeftOut() { return std::exchange(leftOut_, 0); }
   void leaveOut(std::uint64_t lines) { leftOut_ += lines; }
   [[nodiscard]] bool isUnused(TokenBucket::Clock::time_point now) const {
@@ -64,7 +63,7 @@ class LineBudget {
   std::uint64_t leftOut_ = 0;
 };
 
-/// Log lines by user.
+/// Log lines per user.
 class LineQuota {
  public:
   struct LeftOut {
@@ -72,11 +71,11 @@ class LineQuota {
     std::uint64_t lines = 0;
   };
 
-  explicit LineQuota(const RouterLimits& limits) : rate_(limits.logLinesOfUser) {}
-  /// Whether a line about that user may be written now. `returnLeftOut` then is how many before it
-  /// were left out and have not been told of yet.
+  explicit LineQuota(const RouterLimits& limits) : rate_(limits.logLinesPerUser) {}
+  /// Whether a line about that user may be written now. If so, `returnLeftOut` is the number of
+  /// lines left out before it that have not been reported yet.
   bool admits(uid_t user, TokenBucket::Clock::time_point now, std::uint64_t* returnLeftOut);
-  /// What was left out and has not been told of yet, of every user who may write again.
+  /// The unreported lines that were left out, for every user who may log again.
   std::vector<LeftOut> takeLeftOut(TokenBucket::Clock::time_point now);
 
  private:

@@ -18,7 +18,7 @@ constexpr std::size_t kChunk = 16384;
 constexpr std::string_view kFormat =
     "a recording is text in the hid-recorder format (R:, N:, I:, E:)";
 
-/// The next word of `line`, which is shortened by it; empty at the end.
+/// Removes the next word from `line` and returns it; empty at the end.
 std::string_view takeWord(std::string_view* line) {
   const std::size_t begin = std::min(line->find_first_not_of(" \t"), line->size());
   const std::size_t end = std::min(line->find_first_of(" \t", begin), line->size());
@@ -34,7 +34,7 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(begin, end - begin + 1);
 }
 
-/// The whole of `word` as a number of that base.
+/// All of `word` as a number in that base.
 std::optional<std::uint64_t> parseNumber(std::string_view word, int base) {
   std::uint64_t value = 0;
   const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value, base);
@@ -49,8 +49,9 @@ int digit(char c) {
   return -1;
 }
 
-/// The word at `*at` as a hexadecimal number of one or two digits, and `*at` behind it; else a
-/// negative one, and `*at` as it was. Most of a recording is such words.
+/// Reads the word at `*at` as a hexadecimal number of one or two digits and moves `*at` past it; if
+/// it is not one, returns a negative number and leaves `*at`. Most of a recording consists of such
+/// words.
 int takeByte(std::string_view line, std::size_t* at) {
   const auto isEnd = [&](std::size_t i) {
     return i >= line.size() || line[i] == ' ' || line[i] == '\t';
@@ -66,7 +67,7 @@ int takeByte(std::string_view line, std::size_t* at) {
   return first * 16 + second;
 }
 
-/// What a file is whose first bytes are `text`, where it is known and no recording.
+/// The format of a file that starts with `text`, if it is a known one other than a recording's.
 std::string_view foreignFormat(std::string_view text) {
   if (text.starts_with("\x1f\x8b")) return "compressed with gzip (gunzip unpacks it)";
   if (text.starts_with("\xff\xfe") || text.starts_with("\xfe\xff")) return "text in UTF-16";
@@ -87,7 +88,7 @@ void RecordingReader::fail(const std::string& cause) const {
 const RecordingHeader& RecordingReader::header() {
   findReport();
   if (!hasDescriptor_) {
-    throw RecordingError(fileName_ + ": has no report descriptor of device " +
+    throw RecordingError(fileName_ + ": has no report descriptor for device " +
                          std::to_string(device_));
   }
   return header_;
@@ -101,7 +102,7 @@ bool RecordingReader::next(RecordedReport* returnReport) {
   return true;
 }
 
-/// Reads on to the device's next report, unless it stands there; false at the end.
+/// Reads up to the device's next report, unless it has been found already; false at the end.
 bool RecordingReader::findReport() {
   std::string_view line;
   while (!found_ && nextLine(&line)) {
@@ -129,7 +130,7 @@ bool RecordingReader::nextLine(std::string_view* returnLine) {
   }
 }
 
-/// Reads on behind what is there; false at the end of the text and of what was read of it.
+/// Reads more text into the buffer; false at the end.
 bool RecordingReader::fill() {
   if (isAtEnd_) return false;
   std::copy(buffer_.begin() + static_cast<std::ptrdiff_t>(begin_),
@@ -166,7 +167,7 @@ bool RecordingReader::takeLine(std::string_view line) {
   line = trimmed(line);
   if (line.empty() || line.front() == '#') return false;
   if (line[0] < 'A' || line[0] > 'Z' || line.substr(1, 1) != ":") {
-    fail("is no line of a recording; " + std::string(kFormat));
+    fail("is not a line of a recording; " + std::string(kFormat));
   }
   const char kind = line[0];
   line.remove_prefix(2);
@@ -183,7 +184,7 @@ bool RecordingReader::takeLine(std::string_view line) {
 void RecordingReader::takeDevice(std::string_view line) {
   const auto device = parseNumber(takeWord(&line), 10);
   if (!device || *device > std::numeric_limits<std::uint32_t>::max() || !trimmed(line).empty()) {
-    fail("the device number is none");
+    fail("the device number is invalid");
   }
   currentDevice_ = static_cast<std::uint32_t>(*device);
 }
@@ -208,7 +209,7 @@ void RecordingReader::takeDeviceLine(char kind, std::string_view line) {
 }
 
 void RecordingReader::takeDescriptor(std::string_view line) {
-  if (hasDescriptor_) fail("a second report descriptor of the same device");
+  if (hasDescriptor_) fail("a second report descriptor for the same device");
   takeBytes(line, RouterLimits::kDescriptorBytes, &header_.reportDescriptor);
   hasDescriptor_ = true;
 }
@@ -221,7 +222,7 @@ void RecordingReader::takeIdentity(std::string_view line) {
     }
     *part = static_cast<std::uint32_t>(*value);
   }
-  if (!trimmed(line).empty()) fail("there is more than bus, vendor and product");
+  if (!trimmed(line).empty()) fail("there is text after bus, vendor and product");
 }
 
 void RecordingReader::takeReport(std::string_view line, RecordedReport* returnReport) {
@@ -242,11 +243,11 @@ std::chrono::microseconds RecordingReader::time(std::string_view word) const {
     fraction = digits.size() <= kDecimals ? parseNumber(digits, 10) : std::nullopt;
     for (std::size_t i = digits.size(); fraction && i < kDecimals; ++i) *fraction *= 10;
   }
-  if (!seconds || *seconds > kMaxSeconds || !fraction) fail("the time is no number of seconds");
+  if (!seconds || *seconds > kMaxSeconds || !fraction) fail("the time is not a number of seconds");
   return std::chrono::seconds(*seconds) + std::chrono::microseconds(*fraction);
 }
 
-/// "3 01 ff 7f": a count and so many bytes.
+/// "3 01 ff 7f": a count, and as many bytes.
 void RecordingReader::takeBytes(std::string_view line, std::size_t limit,
                                 std::vector<std::uint8_t>* out) const {
   constexpr std::size_t kShown = 16;
@@ -258,13 +259,13 @@ void RecordingReader::takeBytes(std::string_view line, std::size_t limit,
     const int byte = takeByte(line, &at);
     if (byte < 0) {
       line.remove_prefix(at);
-      fail("'" + platform::printableLine(takeWord(&line), kShown) + "' is no byte");
+      fail("'" + platform::printableLine(takeWord(&line), kShown) + "' is not a byte");
     }
     out->push_back(static_cast<std::uint8_t>(byte));
   }
   if (out->size() != *count) {
     fail(std::to_string(*count) + " bytes are announced, " + std::to_string(out->size()) +
-         " are there");
+         " follow");
   }
 }
 

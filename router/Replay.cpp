@@ -7,7 +7,7 @@
 namespace router {
 
 std::chrono::nanoseconds ReplaySchedule::scaled() const {
-  // A clock's whole range would overflow when it is added up; nobody waits a century for a report.
+  // Adding up times over a clock's whole range would overflow; nobody waits a century for a report.
   constexpr double kLongest = 100.0 * 365 * 24 * 3600 * 1e9;
   return std::chrono::nanoseconds(std::llround(std::min(elapsed_ / speed_, kLongest)));
 }
@@ -53,7 +53,7 @@ bool Replay::readNext(RecordedReport* returnReport) {
     isEmpty_ = false;
     return true;
   }
-  // A recording without reports would go round for ever and give nothing.
+  // A recording without reports would repeat for ever and deliver nothing.
   if (!repeats_ || std::exchange(isEmpty_, true)) return false;
   *start_ += schedule_.beginAgain();
   reader_ = file_.read();

@@ -1,8 +1,9 @@
-// A recording that is played.
+// A recording being played.
 //
-// Threading: one thread at a time. Ownership: owns the opened recording, and reads it while it
-//   plays, so a long one takes no more memory than a short one.
-// Errors: next() throws RecordingError where the file has become unreadable since it was checked.
+// Threading: one thread at a time.
+// Ownership: owns the opened recording and reads it while playing, so a long one takes no more
+//   memory than a short one.
+// Errors: next() throws RecordingError if the file has become unreadable since it was checked.
 // Order: that of the recording.
 #pragma once
 
@@ -16,17 +17,17 @@
 
 namespace router {
 
-/// When each report of a recording is due, counted from the first of its pass. A recording's clock
-/// says it, except that where the clock says nothing (it restarts, the recording has no times at
-/// all, or it begins again) kUntimedInterval passes. Nothing is due later than a century.
+/// When each report is due, relative to the first one of the current pass. The recording's clock
+/// decides; where it gives no interval (it restarts, the recording has no times at all, or it
+/// starts over), kUntimedInterval is used. Nothing is due later than a century.
 class ReplaySchedule {
  public:
   static constexpr std::chrono::microseconds kUntimedInterval{8000};
 
   ReplaySchedule(bool hasTimes, double speed) : hasTimes_(hasTimes), speed_(speed) {}
-  /// Of the next report, whose recorded time is `time`.
+  /// For the next report, whose recorded time is `time`.
   std::chrono::nanoseconds due(std::chrono::microseconds time);
-  /// Ends a pass and says how long it is: from its beginning to the next one's.
+  /// Ends a pass and returns its length, from its beginning to that of the next.
   std::chrono::nanoseconds beginAgain();
 
  private:
@@ -40,7 +41,7 @@ class ReplaySchedule {
 
 class Replay final : public OpenDevice {
  public:
-  /// `hasTimes` is what the recording's summary says.
+  /// `hasTimes` comes from the recording's summary.
   Replay(RecordingFile file, bool hasTimes, const ReplayDevice& device);
 
   [[nodiscard]] const std::vector<std::uint8_t>& reportDescriptor() const override {
@@ -58,9 +59,9 @@ class Replay final : public OpenDevice {
   ReplaySchedule schedule_;
   const bool isPaced_;
   const bool repeats_;
-  bool isEmpty_ = true;  // this pass, so far
-  // When the first report of this pass is due. All deadlines are counted from it, so lateness does
-  // not add up.
+  bool isEmpty_ = true;  // the current pass, so far
+  // When the first report of this pass is due. All deadlines are relative to it, so delays do not
+  // accumulate.
   std::optional<std::chrono::steady_clock::time_point> start_;
 };
 

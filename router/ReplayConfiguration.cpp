@@ -38,7 +38,7 @@ std::shared_ptr<NSString> stringFor(const NSDictionary& dictionary, std::string_
   const auto object = dictionary.objectForKey(key);
   if (object == nullptr) return nullptr;
   auto text = objectCast<NSString>(object);
-  if (text == nullptr) throw DeviceError(std::string(key) + " is no string");
+  if (text == nullptr) throw DeviceError(std::string(key) + " is not a string");
   return text;
 }
 
@@ -52,7 +52,7 @@ std::string recordingIn(const NSDictionary& dictionary) {
         "are played: remove this device and add its recording again");
   }
   if (!DeviceFiles::isRecordingName(name))
-    throw DeviceError("Recording is no name of a file in the directory recordings");
+    throw DeviceError("Recording is not the name of a file in the directory recordings");
   return name;
 }
 
@@ -69,7 +69,7 @@ bool repeatIn(const NSDictionary& dictionary) {
   if (object == nullptr) return false;
   const auto number = objectCast<NSNumber>(object);
   if (number == nullptr || !std::holds_alternative<bool>(number->value()))
-    throw DeviceError("Repeat is no boolean");
+    throw DeviceError("Repeat is not a boolean");
   return number->boolValue();
 }
 
@@ -79,7 +79,7 @@ std::uint32_t deviceNumberIn(const NSDictionary& dictionary) {
   const auto number = objectCast<NSNumber>(object);
   const std::uint64_t value = number == nullptr ? UINT64_MAX : number->unsignedLongLongValue();
   if (value > std::numeric_limits<std::uint32_t>::max())
-    throw DeviceError("Device is no device number");
+    throw DeviceError("Device is not a device number");
   return static_cast<std::uint32_t>(value);
 }
 
@@ -90,7 +90,7 @@ std::string nameIn(const NSDictionary& dictionary) {
 }
 
 ReplayDevice deviceIn(const std::string& configuration, const NSDictionary& dictionary) {
-  // First, for other sources have other keys.
+  // Checked first, because other sources have other keys.
   const auto source = stringFor(dictionary, "Source");
   if (source == nullptr || source->UTF8String() != "replay")
     throw DeviceError("Source is not \"replay\"");
@@ -104,7 +104,7 @@ ReplayDevice deviceIn(const std::string& configuration, const NSDictionary& dict
   return device;
 }
 
-/// All of a file of at most `limit` bytes.
+/// The content of a file, which may have at most `limit` bytes.
 std::shared_ptr<NSData> contentOf(const OpenFile& file, std::size_t limit) {
   std::vector<char> content(limit + 1);
   const std::size_t length = readFile(file.descriptor.get(), content);
@@ -140,7 +140,7 @@ ReplayDevice readReplayConfiguration(const OpenFile& file, const std::string& na
     const auto list = NSPropertyListSerialization::propertyListWithData_options_format_error(
         contentOf(file, limit), 0, nullptr, &error);
     const auto dictionary = objectCast<NSDictionary>(list);
-    if (dictionary == nullptr) throw DeviceError("is no property list with a dictionary");
+    if (dictionary == nullptr) throw DeviceError("is not a property list with a dictionary");
     return deviceIn(name, *dictionary);
   } catch (const FileError& error) {
     throw DeviceError(error.what(), error.code());

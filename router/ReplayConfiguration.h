@@ -1,7 +1,7 @@
-// A replayed device as its configuration file says it. See Devices.h for the keys.
+// A replayed device as described by its configuration file. See Devices.h for the keys.
 //
 // Threading: any thread.
-// Errors: DeviceError, the cause without the file's name.
+// Errors: DeviceError with the cause, without the file's name.
 #pragma once
 
 #include <cstddef>
@@ -14,13 +14,13 @@
 
 namespace router {
 
-/// The device that an opened configuration describes, which may have at most `limit` bytes.
+/// The device that an opened configuration of at most `limit` bytes describes.
 [[nodiscard]] ReplayDevice readReplayConfiguration(const OpenFile& file, const std::string& name,
                                                    std::size_t limit);
 [[nodiscard]] std::shared_ptr<platform::NSData> replayConfigurationData(const ReplayDevice& device);
 
-/// The ID that follows from the configuration alone. Two devices may have the same by accident; the
-/// later one in the order of names then has the next that is free.
+/// The ID derived from the configuration alone. Two devices may collide; the one whose name sorts
+/// later then gets the next free ID.
 [[nodiscard]] std::uint64_t preferredRegistryEntryID(const ReplayDevice& device);
 
 }  // namespace router

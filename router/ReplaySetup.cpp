@@ -1,4 +1,4 @@
-// Replayed devices are set up and taken away here. See Devices.h.
+// Adds and removes replayed devices. See Devices.h.
 #include <functional>
 #include <optional>
 #include <system_error>
@@ -17,29 +17,29 @@ namespace {
 namespace fs = std::filesystem;
 using platform::SystemRoot;
 
-/// What the names of configurations and recordings may have before a number.
+/// The longest name of a configuration or recording, before a number is added.
 constexpr std::size_t kLongestBase = 100;
 constexpr std::string_view kRecordingSuffix = ".hid";
 
-/// A file name made of the recording's, of what such a name may hold.
+/// A name derived from the recording's, with only the characters that a configuration may have.
 std::string configurationNameFor(const fs::path& recording) {
   std::string name;
   for (const char c : recording.stem().string()) {
     const bool isPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
                          (c >= '0' && c <= '9') || c == '-' || c == '_' ||
                          (c == '.' && !name.empty());
-    // What has no place in the name leaves one "_", however long it is.
+    // A run of other characters becomes a single "_".
     if (isPlain || !name.ends_with('_')) name += isPlain ? c : '_';
   }
   return name.substr(0, kLongestBase);
 }
 
-/// The first is the base itself.
+/// `base` itself for number 1.
 std::string numbered(const std::string& base, std::size_t number) {
   return number == 1 ? base : base + "-" + std::to_string(number);
 }
 
-/// Whether that is one of the names that a base gives.
+/// Whether `name` is one of the numbered names of `base`.
 bool isNumbered(const std::string& name, const std::string& base) {
   if (!name.starts_with(base)) return false;
   const std::string_view rest = std::string_view(name).substr(base.size());
@@ -55,7 +55,7 @@ void requirePlayable(RecordingReader reader, const fs::path& file) {
   }
 }
 
-/// Checks what is copied, not the file before or after: it may change meanwhile.
+/// Checks what is being copied, not the file before or after: it may change in between.
 void copyPlayable(const RecordingFile& file, const fs::path& path, const DeviceFiles& files,
                   FileDraft* draft) {
   try {
@@ -89,7 +89,7 @@ std::optional<ReplayDevice> configuredDevice(const SystemRoot& root, const std::
   return std::nullopt;
 }
 
-/// Unless it is another one by now, or a configuration plays it.
+/// Removes the recording, unless it has been replaced or a configuration plays it.
 void removeUnused(const SystemRoot& root, const std::string& recording, const FileStamp& stamp) {
   const DeviceFiles files(root);
   for (const ConfiguredDevice& each : configuredReplayDevices(root)) {
@@ -102,14 +102,15 @@ void removeUnused(const SystemRoot& root, const std::string& recording, const Fi
   }
 }
 
-/// Whether a configuration was written. The copy that it would have named goes with it.
+/// Returns whether a configuration was written. If not, the copy that it would have named is
+/// removed.
 bool configureCopy(const DeviceFiles& files, const std::string& recording,
                    const std::function<bool()>& write) {
   const auto takeBack = [&] {
     try {
       files.removeRecording(recording);
     } catch (const FileError&) {
-      // Nothing names it: it is in nobody's way.
+      // No configuration names it, so it does no harm.
     }
   };
   try {
@@ -122,8 +123,7 @@ bool configureCopy(const DeviceFiles& files, const std::string& recording,
   return false;
 }
 
-/// What the configuration said before stays whole until it says something else: the copy gets a
-/// name that is free.
+/// The old configuration stays complete until it is replaced, so the copy gets a name that is free.
 void replaceConfiguration(const SystemRoot& root, ReplayDevice device, FileDraft* draft) {
   const DeviceFiles files(root);
   const auto write = [&] {
@@ -146,7 +146,7 @@ void replaceConfiguration(const SystemRoot& root, ReplayDevice device, FileDraft
   if (stamp) removeUnused(root, before->recording, *stamp);
 }
 
-/// The name of a configuration that was free for it and its copy.
+/// Returns a name that was free for the configuration and its copy.
 std::string createConfiguration(const DeviceFiles& files, ReplayDevice device,
                                 const std::string& base, FileDraft* draft) {
   for (std::size_t number = 1;; ++number) {
@@ -160,8 +160,8 @@ std::string createConfiguration(const DeviceFiles& files, ReplayDevice device,
   }
 }
 
-/// The name of the configuration that was written: the one that the device asks for; else of one
-/// that says the same already; else one that was free.
+/// Returns the name of the configuration: the one that the device asks for; otherwise an existing
+/// one that says the same; otherwise a free one.
 std::string configure(const SystemRoot& root, const ReplayDevice& device, FileDraft* draft) {
   const DeviceFiles files(root);
   if (!device.configuration.empty()) {
@@ -189,7 +189,7 @@ std::uint64_t registryEntryIDOf(const SystemRoot& root, const std::string& confi
 std::uint64_t setUp(const SystemRoot& root, const ReplayDevice& device, const RecordingFile& file) {
   const DeviceFiles files(root);
   try {
-    // Others may read the copy where the file's mode lets them read that.
+    // Others may read the copy if they may read the original.
     FileDraft draft = files.draftRecording(0600U | (file.mode() & 0044U));
     copyPlayable(file, device.recording, files, &draft);
     return registryEntryIDOf(root, configure(root, device, &draft));
@@ -206,11 +206,12 @@ std::uint64_t addReplayDevice(const SystemRoot& root, const ReplayDevice& device
   ReplayDevice added = device;
   added.name = platform::printableLine(device.name, RouterLimits::kNameCharacters);
   if (!added.configuration.empty() && !SystemRoot::isValidLabel(added.configuration)) {
-    throw DeviceError("'" + added.configuration + "' is no name for a device's configuration");
+    throw DeviceError("'" + added.configuration +
+                      "' is not a valid name for a device's configuration");
   }
   try {
     const RecordingFile file = RecordingFile::at(added.recording, added.device);
-    requirePlayable(file.read(), added.recording);  // before anything is made for it
+    requirePlayable(file.read(), added.recording);  // before anything is created for it
     return setUp(root, added, file);
   } catch (const RecordingError& error) {
     throw DeviceError(error.what(), error.code());
@@ -224,7 +225,7 @@ std::vector<ConfiguredDevice> configuredReplayDevices(const SystemRoot& root) {
 bool removeReplayDevice(const SystemRoot& root, const std::string& configuration) {
   const DeviceFiles files(root);
   const auto device = configuredDevice(root, configuration);
-  // As long as it is there, nobody else's copy can get its name.
+  // As long as the old copy exists, nobody else's copy can get its name.
   const auto copy = device ? files.recordingStamp(device->recording) : std::nullopt;
   try {
     if (!files.removeConfiguration(configuration)) return false;

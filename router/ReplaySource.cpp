@@ -7,8 +7,7 @@
 
 namespace router {
 
-/// What one configuration and its recording say, and by which stamps one knows whether they still
-/// say so.
+/// What one configuration and its recording say, and the stamps that tell whether that is current.
 struct ReplaySource::Entry {
   std::string configuration;
   std::optional<FileStamp> configurationStamp;
@@ -18,12 +17,12 @@ struct ReplaySource::Entry {
   DeviceDescription description;
   std::string problem;  // why it is not listed
   bool isSettled = false;
-  // Of the recording with that stamp, once it has been read through without an error.
+  // The stamp with which the recording was last read to its end without an error.
   std::optional<FileStamp> checkedStamp;
   bool hasTimes = false;
 };
 
-/// `known` where it still holds, else a new entry.
+/// `known` if it is still current, otherwise a new entry.
 std::shared_ptr<const ReplaySource::Entry> ReplaySource::current(
     const std::string& name, const std::shared_ptr<const Entry>& known) const {
   const auto configurationStamp = files_.configurationStamp(name);
@@ -74,7 +73,7 @@ void ReplaySource::readConfiguration(Entry* entry) const {
 }
 
 void ReplaySource::readRecording(Entry* entry) const {
-  // Before it is opened: should it be replaced meanwhile, the next look at the stamp tells.
+  // Before opening it: if it is replaced in between, the next comparison of stamps shows it.
   entry->recordingStamp = files_.recordingStamp(entry->device->recording);
   const RecordingFile file = openRecording(*entry->device);
   RecordingReader reader = file.read();

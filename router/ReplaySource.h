@@ -1,7 +1,7 @@
 // Devices that are recordings. See Devices.h for their configuration.
 //
-// What the files say is kept, and a file is read again only when its stamp (device, inode, size,
-// times) is another: a request costs a look at each file's stamp.
+// File contents are cached, and a file is read again only when its stamp (device, inode, size,
+// times) has changed: a request costs one stat call per file.
 //
 // Threading, Ownership, Errors, Order: as in Devices.h.
 #pragma once
@@ -23,14 +23,14 @@ class ReplaySource final : public DeviceSource {
   std::vector<DeviceDescription> list(std::vector<std::string>* returnProblems) const override;
   [[nodiscard]] std::unique_ptr<OpenDevice> open(std::uint64_t registryEntryID) const override;
 
-  /// Every configuration, also those of which no device is listed.
+  /// Every configuration, including those that yield no device.
   [[nodiscard]] std::vector<ConfiguredDevice> configured() const;
 
  private:
   struct Entry;
-  using Entries = std::map<std::string, std::shared_ptr<const Entry>>;  // by configuration
+  using Entries = std::map<std::string, std::shared_ptr<const Entry>>;  // by configuration name
 
-  /// What the files say now. The entries are never changed, only replaced.
+  /// The current content of the files. Entries are never modified, only replaced.
   Entries refreshed(std::vector<std::string>* problems) const;
   [[nodiscard]] std::shared_ptr<const Entry> current(
       const std::string& name, const std::shared_ptr<const Entry>& known) const;

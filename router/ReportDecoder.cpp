@@ -13,7 +13,7 @@ std::uint32_t bytesForBits(std::uint32_t bits) {
   return (bits + 7) / 8;
 }
 
-/// Up to eight bytes from `offset` on, little-endian; bytes beyond the report read as zero.
+/// Up to eight bytes from `offset`, little-endian; bytes beyond the report read as zero.
 std::uint64_t loadLittleEndian(std::span<const std::uint8_t> report, std::size_t offset) {
   std::uint64_t value = 0;
   const std::size_t count = std::min<std::size_t>(8, report.size() - offset);
@@ -26,7 +26,7 @@ std::uint64_t loadLittleEndian(std::span<const std::uint8_t> report, std::size_t
   return value;
 }
 
-/// `size` bits, 1 to 64, from bit `offset` on. They lie within the report.
+/// `size` bits, 1 to 64, from bit `offset`. They must lie within the report.
 std::uint64_t extractBits(std::span<const std::uint8_t> report, std::uint32_t offset,
                           std::uint32_t size) {
   const std::uint32_t shift = offset % 8;
@@ -57,7 +57,7 @@ ReportDecoder::ReportDecoder(std::shared_ptr<const ReportDescriptor> descriptor)
     : descriptor_(std::move(descriptor)) {
   std::uint32_t scratchBytes = 0;
   for (const ReportField& field : descriptor_->fields()) {
-    // Where IDs are used, nothing can carry a field that was laid out before the first of them.
+    // If IDs are used, no report can carry a field that was laid out before the first ID.
     const bool isCarried = !descriptor_->usesReportIDs() || field.reportID != 0;
     if (field.type != ReportType::Input || field.constant || !isCarried) continue;
     auto& plan = plans_[field.reportID];
@@ -101,7 +101,7 @@ std::span<const platform::HIDElementValueRecord> ReportDecoder::decode(
   if (plan == nullptr) return {};
   const std::uint64_t reportBits = std::uint64_t{report.size()} * 8;
   std::size_t decoded = 0;
-  // Fields of one report follow each other upward, so the first that is cut off ends it.
+  // The fields of a report are in ascending order, so the first one that is cut off ends it.
   for (const Step& step : plan->steps) {
     if (std::uint64_t{step.bitOffset} + step.bitSize > reportBits) break;
     decodeStep(step, report, &plan->records[decoded++]);

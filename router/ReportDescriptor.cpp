@@ -60,12 +60,12 @@ std::int64_t signExtended(std::uint32_t value, std::uint8_t bytes) {
   }
 }
 
-/// Cuts the bytes into items.
+/// Splits the bytes into items.
 class ItemReader {
  public:
   explicit ItemReader(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
 
-  /// False at the end. Long items are passed over.
+  /// False at the end. Skips long items.
   bool next(Item* returnItem) {
     while (position_ < bytes_.size()) {
       if (bytes_[position_] == kLongItemPrefix) {
@@ -82,9 +82,8 @@ class ItemReader {
   void require(std::size_t itemLength) const {
     if (itemLength > bytes_.size() - position_) {
       throw ReportDescriptorError(
-          position_, "the item is cut off: it needs " + std::to_string(itemLength) +
-                         " bytes, the descriptor has " + std::to_string(bytes_.size() - position_) +
-                         " more");
+          position_, "the item is truncated: it needs " + std::to_string(itemLength) +
+                         " bytes, but " + std::to_string(bytes_.size() - position_) + " are left");
     }
   }
 
@@ -113,12 +112,11 @@ class ItemReader {
   std::size_t position_ = 0;
 };
 
-/// Values that stay from item to item; Push and Pop save and restore them all.
+/// Values that persist from item to item; Push and Pop save and restore them all.
 struct Globals {
   std::uint32_t usagePage = 0;
   std::int64_t logicalMinimum = 0;
-  // The maximum is read as signed or unsigned only at the main item, for that depends on the
-  // minimum.
+  // Whether the maximum is signed depends on the minimum, so it is decided only at the main item.
   std::uint32_t logicalMaximum = 0;
   std::uint8_t logicalMaximumSize = 0;
   std::uint32_t reportSize = 0;
@@ -126,7 +124,7 @@ struct Globals {
   std::uint8_t reportID = 0;
 };
 
-/// A usage as it stands in an item: only a four-byte one brings its page.
+/// A usage as given by an item: only a four-byte one includes its page.
 struct RawUsage {
   std::uint32_t id = 0;
   std::optional<std::uint32_t> page;
@@ -200,11 +198,11 @@ class Parser {
         break;
       case MainTag::Collection:
         if (collectionDepth_ == RouterLimits::kCollectionDepth)
-          fail(item, "collections are nested too deep");
+          fail(item, "collections are nested too deeply");
         ++collectionDepth_;
         break;
       case MainTag::EndCollection:
-        if (collectionDepth_ == 0) fail(item, "a collection ends that was not begun");
+        if (collectionDepth_ == 0) fail(item, "a collection is closed that was not opened");
         --collectionDepth_;
         break;
     }
@@ -235,7 +233,7 @@ class Parser {
         break;
       case GlobalTag::Push:
         if (stack_.size() == RouterLimits::kGlobalStackDepth)
-          fail(item, "values are pushed too deep");
+          fail(item, "too many values are pushed");
         stack_.push_back(globals_);
         break;
       case GlobalTag::Pop:
@@ -244,8 +242,7 @@ class Parser {
         stack_.pop_back();
         break;
       default:
-        break;  // physical range, unit and unit exponent do not change the values; the rest is
-                // reserved
+        break;  // physical range, unit and exponent do not affect values; the rest is reserved
     }
   }
 
@@ -283,7 +280,7 @@ class Parser {
     return {item.value & 0xffffU, item.value >> 16U};
   }
 
-  /// The two ends of a range may come in either order; the page may stand in one of them only.
+  /// The two ends of a range may come in either order, and only one of them needs to give the page.
   void completeRange(const Item& item) {
     if (!locals_.minimum || !locals_.maximum) return;
     RawUsage first = *locals_.minimum;
@@ -309,7 +306,7 @@ class Parser {
     if (item.value > 1) fail(item, "a delimiter must open (1) or close (0) a set");
     const bool opens = item.value == 1;
     if (opens == locals_.inDelimiter)
-      fail(item, opens ? "delimiters are nested" : "a delimiter closes no set");
+      fail(item, opens ? "delimiters are nested" : "a delimiter closes a set that is not open");
     locals_.inDelimiter = opens;
     locals_.delimitedUsageTaken = false;
   }
@@ -354,8 +351,7 @@ class Parser {
     valueCount_ += globals_.reportCount;
   }
 
-  /// Devices write 0…255 as 15 00 25 ff: the maximum is a signed number only beside a negative
-  /// minimum.
+  /// Devices write 0…255 as 15 00 25 ff, so the maximum is signed only if the minimum is negative.
   void setLogicalRange(const Item& item, ReportField* field) const {
     field->logicalMinimum = globals_.logicalMinimum;
     field->logicalMaximum = globals_.logicalMinimum < 0
@@ -370,7 +366,7 @@ class Parser {
   std::uint32_t reserveBits(const Item& item, ReportType type) {
     std::uint32_t& used = reportBits_[static_cast<std::size_t>(type)][globals_.reportID];
     const std::uint64_t needed = std::uint64_t{globals_.reportSize} * globals_.reportCount;
-    // Eight bits are kept for an ID byte that a later item may ask for.
+    // Eight bits are reserved for an ID byte that a later item may require.
     if (needed > kMaxReportBits - 8 - used) {
       fail(item,
            "a report is larger than " + std::to_string(RouterLimits::kReportBytes) + " bytes");
@@ -378,7 +374,7 @@ class Parser {
     return std::exchange(used, used + static_cast<std::uint32_t>(needed));
   }
 
-  /// One report ID anywhere puts an ID byte before every report, so this is known only at the end.
+  /// One report ID anywhere adds an ID byte to every report, so this is known only at the end.
   void makeRoomForReportIDs() {
     for (ReportField& field : fields) field.bitOffset += 8;
   }
@@ -407,10 +403,10 @@ void UsageList::appendRange(std::uint32_t page, std::uint32_t first, std::uint32
 
 std::optional<Usage> UsageList::at(std::uint64_t index) const {
   if (index >= count_) return std::nullopt;
-  const auto behind =
+  const auto next =
       std::upper_bound(ranges_.begin(), ranges_.end(), index,
                        [](std::uint64_t i, const Range& range) { return i < range.start; });
-  const Range& range = *std::prev(behind);
+  const Range& range = *std::prev(next);
   return Usage{range.page, range.first + static_cast<std::uint32_t>(index - range.start)};
 }
 
@@ -453,10 +449,10 @@ ReportDescriptor ReportDescriptor::parse(std::span<const std::uint8_t> bytes) {
 
 std::optional<Element> ReportDescriptor::elementWithCookie(std::uint64_t cookie) const {
   if (cookie == 0 || cookie > elementCount_) return std::nullopt;
-  const auto behind = std::upper_bound(
+  const auto next = std::upper_bound(
       fields_.begin(), fields_.end(), cookie,
       [](std::uint64_t c, const ReportField& field) { return c < field.firstCookie; });
-  const ReportField& field = *std::prev(behind);
+  const ReportField& field = *std::prev(next);
   return Element{&field, static_cast<std::uint32_t>(cookie - field.firstCookie),
                  static_cast<std::uint32_t>(cookie)};
 }

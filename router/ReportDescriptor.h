@@ -1,24 +1,25 @@
-// A HID report descriptor, parsed: which bits of which report are which element.
+// A parsed HID report descriptor: which bits of which report belong to which element.
 //
-// A descriptor is a list of short items. Global items set values that stay, local items set values
-// for the next main item, and each Input, Output or Feature item then lays `report count` fields of
-// `report size` bits behind what its report holds so far. One such item is a ReportField here; each
-// of its fields is one element.
+// A descriptor is a list of short items. Global items set values that persist, local items set
+// values for the next main item, and each Input, Output or Feature item then appends `report count`
+// fields of `report size` bits to its report. One such item is a ReportField here; each of its
+// fields is one element.
 //
-// Elements and cookies: every field of every Input, Output and Feature item is an element, the
-// constant ones included, in the order of the descriptor; a field of a variable item is one
+// Elements and cookies: every field of every Input, Output and Feature item is an element,
+// including constant ones, in the order of the descriptor; a field of a variable item is one
 // element, a slot of an array item is one element. An element's cookie is its 1-based index in that
-// order, so it depends on the descriptor alone. An item of zero fields or of fields without bits
-// lays nothing and counts nothing.
+// order, so it depends on the descriptor alone. An item with no fields, or with fields of no bits,
+// adds nothing and counts nothing.
 //
-// Usages: a usage that was given without a page takes the usage page that is in force at the main
-// item. The last usage serves the surplus fields of a variable item. Of a delimited set of
-// alternative usages the first is taken.
+// Usages: a usage given without a page gets the usage page in force at the main item. If a variable
+// item has more fields than usages, the last usage applies to the rest. Of a delimited set of
+// alternative usages the first is used.
 //
-// Threading: immutable after parsing. Ownership: a value; elements point into it.
+// Threading: immutable after parsing.
+// Ownership: a value; elements point into it.
 // Order: that of the descriptor.
-// Errors: parse() throws ReportDescriptorError, which names the offset of the item and the cause.
-//   Long items and items with a reserved tag are skipped, as their definition asks.
+// Errors: parse() throws ReportDescriptorError, which gives the offset of the item and the cause.
+//   Long items and items with a reserved tag are skipped, as their definition requires.
 #pragma once
 
 #include <cstddef>
@@ -34,8 +35,8 @@ namespace router {
 class ReportDescriptorError : public std::runtime_error {
  public:
   ReportDescriptorError(std::size_t offset, const std::string& cause);
-  /// Of the first byte of the offending item; the descriptor's length for what is missing at its
-  /// end.
+  /// Of the first byte of the offending item, or the descriptor's length if something is missing at
+  /// its end.
   [[nodiscard]] std::size_t offset() const { return offset_; }
 
  private:
@@ -50,17 +51,17 @@ struct Usage {
   friend bool operator==(const Usage&, const Usage&) = default;
 };
 
-/// The usages of one main item, in order. Ranges stay ranges.
+/// The usages of one main item, in order. Ranges are kept as ranges.
 class UsageList {
  public:
-  /// Both ends belong to the range.
+  /// The range includes both ends.
   void appendRange(std::uint32_t page, std::uint32_t first, std::uint32_t last);
 
   [[nodiscard]] bool empty() const { return ranges_.empty(); }
   [[nodiscard]] std::uint64_t count() const { return count_; }
-  /// Nothing when `index` is not below count().
+  /// Empty if `index` is not below count().
   [[nodiscard]] std::optional<Usage> at(std::uint64_t index) const;
-  /// The last usage for every index from count() on. The list must not be empty.
+  /// The last usage for indexes from count() on. The list must not be empty.
   [[nodiscard]] Usage atOrLast(std::uint64_t index) const;
 
  private:
@@ -77,10 +78,10 @@ class UsageList {
 /// One Input, Output or Feature item: `count` fields of `bitSize` bits each.
 struct ReportField {
   ReportType type = ReportType::Input;
-  std::uint8_t reportID = 0;  ///< 0 where the descriptor uses no report IDs
+  std::uint8_t reportID = 0;  ///< 0 if the descriptor uses no report IDs
   bool constant = false;
-  bool variable = false;        ///< else an array
-  std::uint32_t bitOffset = 0;  ///< of field 0, from the report's first bit, the ID byte counted
+  bool variable = false;        ///< otherwise an array
+  std::uint32_t bitOffset = 0;  ///< of field 0, from the report's first bit, including the ID byte
   std::uint32_t bitSize = 0;
   std::uint32_t count = 0;
   std::uint32_t firstCookie = 0;
@@ -89,21 +90,21 @@ struct ReportField {
   std::uint32_t usagePage = 0;  ///< in force at the item
   UsageList usages;
 
-  /// The usage of field `index` of a variable item; usage 0 of the page in force where the item
-  /// names none.
+  /// The usage of field `index` of a variable item; usage 0 of the page in force if the item names
+  /// no usage.
   [[nodiscard]] Usage usageOfField(std::uint32_t index) const;
-  /// The usage that `value` selects in a slot of an array item: the usage number `value` − logical
-  /// minimum. Usage 0, of the page of the item's first usage, where the value is out of the logical
-  /// range or beyond the usages.
+  /// The usage that `value` selects in a slot of an array item: the one at index `value` − logical
+  /// minimum. If the value is out of the logical range or beyond the usages: usage 0 of the page of
+  /// the item's first usage.
   [[nodiscard]] Usage usageOfSelection(std::int64_t value) const;
-  /// What a slot of an array item stands for that selects nothing.
+  /// The usage of an array slot that selects nothing.
   [[nodiscard]] Usage noSelection() const;
 };
 
 /// One field of a main item.
 struct Element {
   const ReportField* field = nullptr;
-  std::uint32_t index = 0;  ///< which of the item's fields
+  std::uint32_t index = 0;  ///< of this field in the item
   std::uint32_t cookie = 0;
 
   [[nodiscard]] std::uint32_t bitOffset() const {
@@ -120,7 +121,7 @@ class ReportDescriptor {
   [[nodiscard]] bool usesReportIDs() const { return usesReportIDs_; }
   /// Cookies run from 1 to this.
   [[nodiscard]] std::uint32_t elementCount() const { return elementCount_; }
-  /// Points into this descriptor. Nothing for a cookie that no element has.
+  /// Points into this descriptor. Empty if no element has the cookie.
   [[nodiscard]] std::optional<Element> elementWithCookie(std::uint64_t cookie) const;
 
  private:

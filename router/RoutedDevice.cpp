@@ -11,7 +11,7 @@
 
 namespace router {
 
-/// The open device and its thread. Destruction stops the thread and waits for it.
+/// The open device and its thread. The destructor stops the thread and waits for it.
 class RoutedDevice::Playback {
  public:
   explicit Playback(std::unique_ptr<OpenDevice> device)
@@ -29,13 +29,13 @@ class RoutedDevice::Playback {
   void start(RoutedDevice* routed) {
     thread_ = std::thread([this, routed] { run(routed); });
   }
-  /// Lets the client take what was sent to it before its connection ends, for a closing connection
-  /// waits for a short while only. On the device's thread.
+  /// Lets the client read what was sent before its connection ends, because a closing connection
+  /// waits only briefly. On the device's thread.
   void finish(const std::shared_ptr<Subscription>& subscription, const Subscriptions& all) {
     const bool isPatient = device_->waitsForReaders() && all.size() == 1;
     subscription->waitUntilTaken(stop_, isPatient);
   }
-  /// Whether nothing is left to do but to destroy it.
+  /// Whether it can be destroyed without waiting.
   [[nodiscard]] bool isOver() const { return isOver_.load(std::memory_order_acquire); }
 
  private:
@@ -56,7 +56,7 @@ class RoutedDevice::Playback {
     isOver_.store(true, std::memory_order_release);
   }
 
-  /// What came behind the last report; a report where that was a failure.
+  /// Returns what followed the last report; Report means a failure.
   OpenDevice::Next play(RoutedDevice* routed) {
     try {
       std::span<const std::uint8_t> report;
@@ -72,8 +72,8 @@ class RoutedDevice::Playback {
     }
   }
 
-  /// As they are now, at the price of the lock only after they have changed. Whoever has left since
-  /// gets nothing more by its own doing.
+  /// The current subscriptions; takes the lock only after a change. A subscription removed since
+  /// then discards its reports by itself.
   const Subscriptions& subscriptionsOf(const RoutedDevice& routed) {
     const auto version = routed.subscriptionsVersion_.load(std::memory_order_acquire);
     if (subscriptions_ == nullptr || version != seenVersion_) {
@@ -96,7 +96,7 @@ class RoutedDevice::Playback {
     }
   }
 
-  /// A client that stops reading may hold up itself for ever, but not others.
+  /// A client that stops reading may hold up itself for ever, but no other client.
   void waitFor(const std::shared_ptr<Subscription>& subscription, const Subscriptions& all) {
     const bool isAlone = all.size() == 1;
     if (subscription->waitForRoom(stop_, isAlone)) return;
@@ -108,7 +108,7 @@ class RoutedDevice::Playback {
   ReportDecoder decoder_;
   StopSignal stop_;
   std::atomic<bool> isOver_{false};
-  std::shared_ptr<const Subscriptions> subscriptions_;  // the device's thread's
+  std::shared_ptr<const Subscriptions> subscriptions_;  // used by the device's thread
   std::uint64_t seenVersion_ = 0;
   std::thread thread_;
 };
@@ -120,7 +120,7 @@ RoutedDevice::RoutedDevice(DeviceDescription description, Opener open, RouterLog
       subscriptions_(std::make_shared<const Subscriptions>()) {}
 
 RoutedDevice::~RoutedDevice() {
-  // A playback that finds itself taken out has nobody left to tell.
+  // A playback that finds that it was taken out has no one left to notify.
   std::unique_ptr<Playback> playing;
   std::vector<std::unique_ptr<Playback>> ended;
   const std::lock_guard lock(mutex_);
@@ -199,8 +199,8 @@ std::vector<RoutedDevice::Wake> RoutedDevice::takeWakesLocked() {
   return wakes;
 }
 
-/// Opens the device unless it is open. Reading a file takes its time, so it happens outside the
-/// lock; of two that open at once one wins.
+/// Opens the device unless it is open. Reading a file takes time, so this happens outside the lock;
+/// if two threads open it at once, one wins.
 std::shared_ptr<platform::NSError> RoutedDevice::prepare() {
   {
     const std::lock_guard lock(mutex_);
@@ -232,7 +232,7 @@ void RoutedDevice::begin(const std::shared_ptr<Subscription>& subscription) {
 
 void RoutedDevice::remove(const std::shared_ptr<Subscription>& subscription) {
   subscription->end();
-  // Destroyed, and their threads awaited, outside the lock.
+  // Destroyed, and their threads joined, outside the lock.
   std::unique_ptr<Playback> ended;
   std::vector<std::unique_ptr<Playback>> over;
   std::vector<Wake> wakes;
@@ -289,7 +289,7 @@ void RoutedDevice::hasEnded(Playback* playback, bool isPlayedToItsEnd) {
   }
   for (const auto& subscription : *left) {
     playback->finish(subscription, *left);
-    // Who came too late to hear any of it, or has left, shall hear it when it comes again.
+    // A client that came too late to get any of it, or has left, is to get it when it comes again.
     if (isPlayedToItsEnd && subscription->isActive()) subscription->noteRecordingEnded();
     subscription->sayFarewell();
   }

@@ -34,15 +34,15 @@ constexpr std::chrono::seconds kLossInterval{1};
 constexpr std::string_view kStartSelector =
     "startRoutingServiceWithEntryID:deviceMode:tagDictionary:typeDictionary:reply:";
 
-/// Whether a client of that user may have input routed. A user's own root is that user's and
-/// root's; on a system root the rights of the endpoint decide.
+/// Whether clients of that user may have input routed. A user's own root is for that user and root;
+/// on a system root the permissions of the endpoint decide.
 bool isAdmitted(const platform::SystemRoot& root, uid_t user) {
   if (root.isSystem() || user == 0) return true;
   struct stat status {};
   return ::fstat(root.directory(), &status) == 0 && status.st_uid == user;
 }
 
-/// The root, open: for as long as the router lives it is that directory.
+/// The root, open, so that it stays the same directory as long as the router lives.
 platform::SystemRoot opened(const platform::SystemRoot& root) {
   if (root.directory() >= 0) return root;
   return {platform::openOwnRoot(root), root.path()};
@@ -77,7 +77,7 @@ std::shared_ptr<platform::NSXPCInterface> routerClientInterface() {
       WLHIDEventRouterClientProtocol::protocol());
 }
 
-/// All that outlives a call: sessions and connections refer to it weakly.
+/// Everything that outlives a call: sessions and connections refer to it weakly.
 class Router::Core final : public platform::NSXPCListenerDelegate,
                            public SessionOwner,
                            public std::enable_shared_from_this<Core> {
@@ -112,7 +112,7 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
   void log(uid_t user, const platform::LogLine& line) override;
 
  private:
-  /// Who has heard a recording to its end and is to be told.
+  /// A process that has been sent a recording to its end and is to be told.
   struct EndedRecording {
     pid_t process = -1;
     std::uint64_t device = 0;
@@ -127,7 +127,7 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
   std::size_t listSources(const std::function<void(DeviceDescription)>& take);
   void logLeftOut();
 
-  void keepHouse();
+  void runHousekeeping();
   bool waitForWork();
   void noteIfIdle();
   void reportLosses();
@@ -146,15 +146,15 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
   std::condition_variable changed_;
   std::map<std::uint64_t, std::shared_ptr<Session>> sessions_;  // by number, so by age
   std::map<std::uint64_t, std::shared_ptr<RoutedDevice>> devices_;
-  std::set<std::string> problems_;  // that have been logged
+  std::set<std::string> problems_;  // already logged
   std::deque<EndedRecording> endedRecordings_;
-  std::uint64_t lostByEnded_ = 0;  // by sessions that are over
+  std::uint64_t lostByEnded_ = 0;  // by sessions that have ended
   Clock::time_point emptySince_ = Clock::now();
-  bool isClosed_ = false;  // no further connection
+  bool isClosed_ = false;  // accepts no more connections
   bool isStopped_ = false;
   bool hasNews_ = true;  // for the status file
 
-  // Touched by the housekeeping thread only.
+  // Used by the housekeeping thread only.
   std::map<std::uint64_t, std::uint64_t> reportedLosses_;  // by session number
   Clock::time_point lossesReportedAt_{};
   RouterStatusFile statusFile_{root_};
@@ -170,7 +170,7 @@ void Router::Core::resume() {
     emptySince_ = Clock::now();
   }
   startLine_->begin();
-  housekeeping_ = std::thread([this] { keepHouse(); });
+  housekeeping_ = std::thread([this] { runHousekeeping(); });
   listener_->setDelegate(std::weak_ptr<platform::NSXPCListenerDelegate>(shared_from_this()));
   listener_->resume();
 }
@@ -215,8 +215,8 @@ bool Router::Core::listener_shouldAcceptNewConnection(
   connection->setExportedInterface(routerInterface());
   connection->setExportedObject<WLHIDEventRouterProtocol>(session);
   connection->setRemoteObjectInterface(routerClientInterface());
-  // An accepted connection ends once, by invalidation; both are set so that no way to end can leave
-  // the session behind.
+  // An accepted connection ends once, by invalidation; both handlers are set so that no kind of end
+  // can leave the session behind.
   const auto ended = [core = weak_from_this(), session = std::weak_ptr<Session>(session)] {
     const auto owner = core.lock();
     const auto over = session.lock();
@@ -224,15 +224,15 @@ bool Router::Core::listener_shouldAcceptNewConnection(
   };
   connection->setInterruptionHandler(ended);
   connection->setInvalidationHandler(ended);
-  // Only now, for stop() may end from here on what is kept.
+  // Only now, because from here on stop() may end it.
   if (!keep(session)) return false;
   log(user, LogLine::of<row::sessionBegins>(session->number(), session->process(), user));
   connection->resume();
   return true;
 }
 
-/// False while closing (the client is told farewell, comes again and meets the next router) and
-/// when there are too many.
+/// False while closing (the client's connection ends, and its next one reaches the next router) and
+/// when there are too many sessions.
 bool Router::Core::keep(const std::shared_ptr<Session>& session) {
   std::unique_lock lock(mutex_);
   if (isClosed_) return false;
@@ -240,11 +240,11 @@ bool Router::Core::keep(const std::shared_ptr<Session>& session) {
   const auto ofUser = static_cast<std::size_t>(
       std::count_if(sessions_.begin(), sessions_.end(),
                     [&](const auto& each) { return each.second->user() == session->user(); }));
-  if (sessions_.size() >= limits.sessions || ofUser >= limits.sessionsOfUser) {
-    const bool isUsers = ofUser >= limits.sessionsOfUser;
+  if (sessions_.size() >= limits.sessions || ofUser >= limits.sessionsPerUser) {
+    const bool isUsers = ofUser >= limits.sessionsPerUser;
     lock.unlock();
     log(session->user(), LogLine::of<row::tooManyConnections>(
-                             session->user(), isUsers ? limits.sessionsOfUser : limits.sessions));
+                             session->user(), isUsers ? limits.sessionsPerUser : limits.sessions));
     return false;
   }
   sessions_.emplace(session->number(), session);
@@ -283,7 +283,7 @@ std::shared_ptr<RoutedDevice> Router::Core::deviceWithID(std::uint64_t registryE
     const auto known = devices_.find(registryEntryID);
     if (known != devices_.end()) return known->second;
   }
-  // Listed afresh: a device may have been added since the router began.
+  // Listed anew: a device may have been added since the router started.
   const auto description = describe(registryEntryID);
   if (!description) return nullptr;
   const auto unused = takeUnusedDevices();
@@ -300,7 +300,7 @@ std::shared_ptr<RoutedDevice> Router::Core::deviceWithID(std::uint64_t registryE
   return devices_.emplace(registryEntryID, std::move(device)).first->second;
 }
 
-/// To be destroyed without the lock.
+/// The devices are to be destroyed without the lock.
 std::vector<std::shared_ptr<RoutedDevice>> Router::Core::takeUnusedDevices() {
   const std::lock_guard lock(mutex_);
   std::vector<std::shared_ptr<RoutedDevice>> unused;
@@ -321,7 +321,7 @@ std::optional<DeviceDescription> Router::Core::describe(std::uint64_t registryEn
   return found;
 }
 
-/// How many devices there are. Logs each problem when it comes up, not each time that it is met.
+/// Returns the number of devices. Logs each problem when it first appears, not every time.
 std::size_t Router::Core::listSources(const std::function<void(DeviceDescription)>& take) {
   std::vector<std::string> problems;
   std::size_t count = 0;
@@ -350,7 +350,7 @@ void Router::Core::noteRecordingEnded(pid_t process, std::uint64_t registryEntry
 
 bool Router::Core::takeRecordingEnded(pid_t process, std::uint64_t registryEntryID) {
   const std::lock_guard lock(mutex_);
-  const auto known = Clock::now() - options_.limits.endIsRemembered;
+  const auto known = Clock::now() - options_.limits.endedRecordingLifetime;
   std::erase_if(endedRecordings_, [&](const EndedRecording& each) { return each.at < known; });
   const auto ended = std::find_if(
       endedRecordings_.begin(), endedRecordings_.end(), [&](const EndedRecording& each) {
@@ -373,9 +373,9 @@ void Router::Core::logLeftOut() {
     options_.log(LogLine::of<row::linesLeftOut>(lines, user));
 }
 
-/// The housekeeping thread: the status file, losses and idleness, so that no thread that serves a
-/// client waits for a disk.
-void Router::Core::keepHouse() {
+/// The housekeeping thread: maintains the status file, losses and idleness, so that no thread that
+/// serves a client waits for a disk.
+void Router::Core::runHousekeeping() {
   while (waitForWork()) {
     for (const auto& session : sessions()) session->measureBacklog();
     reportLosses();
@@ -385,8 +385,8 @@ void Router::Core::keepHouse() {
   }
 }
 
-/// Until something has changed, the next look at losses is due or the router may be idle. False
-/// once it is stopped and everybody has left.
+/// Waits until something has changed, the next check for losses is due or the router may be idle.
+/// False once it is stopped and all sessions have ended.
 bool Router::Core::waitForWork() {
   std::unique_lock lock(mutex_);
   const auto isOver = [this] { return isStopped_ && sessions_.empty(); };
@@ -411,7 +411,7 @@ void Router::Core::noteIfIdle() {
   idle_.raise();
 }
 
-/// One line a session that has lost reports since its last line, and at most one a second.
+/// Logs one line for each session that has lost reports since its last one, at most once a second.
 void Router::Core::reportLosses() {
   const auto now = Clock::now();
   if (now < lossesReportedAt_ + kLossInterval) return;

@@ -2,11 +2,10 @@
 // input of their devices.
 //
 // Threading: any thread.
-// Ownership: holds the listener and, until their connections end, the sessions.
-// Errors: the constructor throws std::system_error and ServiceError. What goes wrong later is
-// answered to the client
-//   or logged.
-// Order: stop() ends every session behind what was sent to it.
+// Ownership: holds the listener, and each session until its connection ends.
+// Errors: the constructor throws std::system_error and ServiceError. Later errors are reported to
+//   the client or logged.
+// Order: stop() ends every session after delivering what was sent to it.
 #pragma once
 
 #include <chrono>
@@ -23,16 +22,16 @@ namespace router {
 
 struct RouterOptions {
   RouterLog log = logToStandardError;
-  /// How long nobody must have been connected until the router is idle.
+  /// How long the router must have been without connections to be idle.
   std::chrono::milliseconds idleLimit{5000};
   RouterLimits limits;
-  /// Null: those of the root.
+  /// If null, those of the root.
   std::shared_ptr<const std::vector<std::unique_ptr<DeviceSource>>> sources;
 };
 
 class Router {
  public:
-  /// The root is opened, unless it is open already, and must be this user's own.
+  /// Opens the root unless it is open already. It must belong to this user.
   Router(const platform::SystemRoot& root, std::shared_ptr<platform::NSXPCListener> listener,
          RouterOptions options = {});
   Router(const Router&) = delete;
@@ -40,14 +39,14 @@ class Router {
   /// Stops.
   ~Router();
 
-  /// Begins to serve.
+  /// Starts serving.
   void resume();
-  /// Takes no further connection, says farewell to every session and waits, up to a bound of a few
-  /// seconds, until they have ended. A second call does nothing.
+  /// Accepts no more connections, closes every session gracefully and waits a few seconds at most
+  /// for them to end. A second call does nothing.
   void stop();
 
-  /// Becomes readable once the router is idle. From then on it refuses connections: what remains is
-  /// to stop it.
+  /// Becomes readable once the router is idle. From then on it refuses connections and can only be
+  /// stopped.
   [[nodiscard]] int idleDescriptor() const;
 
  private:
@@ -55,11 +54,11 @@ class Router {
   const std::shared_ptr<Core> core_;
 };
 
-/// The interface as the router configures it for an accepted connection: what it takes from
-/// clients, with every class that can cross a connection admitted in the two dictionaries, for what
-/// stands in them is the application's business.
+/// The interface that the router sets on an accepted connection: what it takes from clients. The
+/// two dictionaries may hold every class that can cross a connection, because their content is up
+/// to the application.
 [[nodiscard]] std::shared_ptr<platform::NSXPCInterface> routerInterface();
-/// What it sends to them.
+/// What the router sends to clients.
 [[nodiscard]] std::shared_ptr<platform::NSXPCInterface> routerClientInterface();
 
 }  // namespace router

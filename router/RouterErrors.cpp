@@ -17,7 +17,7 @@ using platform::str;
 
 std::shared_ptr<NSError> errorWithEntries(IOReturn code, std::string_view description,
                                           std::vector<NSDictionary::Entry> entries) {
-  // A description may hold a path or name that came from outside.
+  // The description may contain a path or name from outside.
   entries.emplace_back(str(platform::NSLocalizedDescriptionKey),
                        str(platform::printableLine(description)));
   return NSError::errorWithDomain_code_userInfo(

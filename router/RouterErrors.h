@@ -1,9 +1,8 @@
-// The errors with which the router answers a start request: domain HIDEventRouterDomain, IOReturn
-// codes, a localized description and, where it concerns one, the device as a KQIOObject under
+// The errors that the router returns for a start request: domain HIDEventRouterDomain, IOReturn
+// codes, a localized description and, if it concerns a device, that device as a KQIOObject under
 // WLHIDDeviceKey.
 //
 // Threading: any thread.
-// Ownership: the caller's.
 #pragma once
 
 #include <cstdint>
@@ -23,8 +22,8 @@ enum class IOReturn : std::int64_t {
   IOError = -536870198,          ///< 0xE00002CA
   Busy = -536870187,             ///< 0xE00002D5: too many requests
   NotPermitted = -536870174,     ///< 0xE00002E2
-  Underrun = -536870169,         ///< 0xE00002E7: a recording has been played to its end
-  Aborted = -536870165,          ///< 0xE00002EB: the client gave the request up while it waited
+  Underrun = -536870169,         ///< 0xE00002E7: the recording has been played to its end
+  Aborted = -536870165,          ///< 0xE00002EB: the client gave up the request while it waited
 };
 
 inline constexpr std::string_view WLHIDDeviceKey = "WLHIDDevice";
@@ -34,9 +33,9 @@ inline constexpr std::string_view WLHIDDeviceKey = "WLHIDDevice";
 [[nodiscard]] std::shared_ptr<platform::NSError> routerError(IOReturn code,
                                                              std::string_view description,
                                                              std::uint64_t registryEntryID);
-/// What a refusal of the system is called: NotPermitted where rights are missing, else IOError.
+/// The code for a system error: NotPermitted if permissions are missing, otherwise IOError.
 [[nodiscard]] IOReturn ioReturnOf(const std::error_code& code);
-/// Whether a router says so that its client has heard a recording to its end.
+/// Whether this is the router's error for a client that has received a recording to its end.
 [[nodiscard]] bool isEndOfRecording(const platform::NSError& error);
 
 }  // namespace router

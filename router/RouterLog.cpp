@@ -14,7 +14,7 @@ void logToStandardError(const platform::LogLine& line) {
   while (!rest.empty()) {
     const ssize_t count = ::write(STDERR_FILENO, rest.data(), rest.size());
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return;  // there is nobody left to tell
+    if (count < 0) return;  // there is nowhere left to report it
     rest.remove_prefix(static_cast<std::size_t>(count));
   }
 }

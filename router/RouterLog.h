@@ -1,8 +1,7 @@
-// What the router tells whoever keeps its log: lines of its table (router/LogTable.h), never the
-// content of a report.
+// Where the router logs: lines of its table (router/LogTable.h), never the content of a report.
 //
 // Threading: a sink is called from any thread, with no lock held.
-// Order: each thread's own.
+// Order: kept within each thread.
 #pragma once
 
 #include <functional>
@@ -13,7 +12,7 @@ namespace router {
 
 using RouterLog = std::function<void(const platform::LogLine&)>;
 
-/// One write to standard error a line, which the job daemon or the journal keeps.
+/// One write to standard error per line, for the job daemon or the journal to collect.
 void logToStandardError(const platform::LogLine& line);
 
 }  // namespace router

@@ -59,7 +59,7 @@ std::shared_ptr<NSObject> objectOf(const RouterStatus& status) {
        {str("Sessions"), NSArray::arrayWithObjects(std::move(sessions))}});
 }
 
-/// A missing or foreign value reads as nothing.
+/// Empty if the value is missing or of another type.
 std::optional<std::uint64_t> numberIn(const NSDictionary& dictionary, std::string_view key) {
   const auto value = objectCast<NSNumber>(dictionary.objectForKey(key));
   return value == nullptr ? std::nullopt : std::optional(value->unsignedLongLongValue());
@@ -70,7 +70,7 @@ std::string textIn(const NSDictionary& dictionary, std::string_view key) {
   return text == nullptr ? std::string() : text->UTF8String();
 }
 
-/// −1 for what is no process.
+/// −1 if it is not a process ID.
 pid_t processIn(const NSDictionary& dictionary) {
   const auto value = numberIn(dictionary, "PID");
   if (!value || *value > static_cast<std::uint64_t>(std::numeric_limits<pid_t>::max())) return -1;
@@ -108,7 +108,7 @@ FileDescriptor openFile(int directory) {
       ::openat(directory, fileName().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
 }
 
-/// Whether the open file is the one that has the name.
+/// Whether the open file is the one that currently has the name.
 bool isInPlace(int file, int directory) {
   struct stat own {};
   struct stat named {};
@@ -119,18 +119,18 @@ bool isInPlace(int file, int directory) {
 
 struct SettledFile {
   FileDescriptor file;
-  bool isHeld = false;
+  bool isLocked = false;
 };
 
-/// One that is neither held nor in place has been replaced since it was opened, by a router that
-/// lives; then the next is looked at, unless somebody replaces them without end.
+/// A file that is neither locked nor in place has been replaced since it was opened, by a live
+/// router; then the next one is tried, up to a limit in case it is replaced without end.
 SettledFile openSettledFile(int directory) {
   constexpr int kMostTries = 100;
   SettledFile settled;
   for (int i = 0; i < kMostTries; ++i) {
     settled.file = openFile(directory);
-    settled.isHeld = settled.file && isHeld(settled.file.get());
-    if (!settled.file || settled.isHeld || isInPlace(settled.file.get(), directory)) break;
+    settled.isLocked = settled.file && isLocked(settled.file.get());
+    if (!settled.file || settled.isLocked || isInPlace(settled.file.get(), directory)) break;
   }
   return settled;
 }
@@ -157,7 +157,7 @@ std::optional<RouterStatus> read(const SettledFile& settled) {
   if (list == nullptr) return std::nullopt;
   RouterStatus status = statusIn(*list);
   if (status.pid <= 0) return std::nullopt;
-  status.isRunning = settled.isHeld;
+  status.isRunning = settled.isLocked;
   return status;
 }
 
@@ -181,7 +181,7 @@ RouterStatusFile::RouterStatusFile(platform::SystemRoot root) : root_(std::move(
     if (const FileDescriptor directory = runDirectory(root_, false))
       removeAbandonedWrites(directory.get(), fileName());
   } catch (const platform::ServiceError&) {
-    return;  // write() will say why
+    return;  // write() will report the cause
   }
 }
 
@@ -190,7 +190,7 @@ void RouterStatusFile::write(const RouterStatus& status) {
       objectOf(status), NSPropertyListFormat::XML, nullptr);
   const FileDescriptor directory = runDirectory(root_, true);
   if (!directory) throw platform::fileSystemError("cannot write " + fileName(), ENOENT);
-  file_ = writeHeldFile(directory.get(), fileName(), data->span());
+  file_ = writeLockedFile(directory.get(), fileName(), data->span());
 }
 
 void RouterStatusFile::remove() try {

@@ -1,27 +1,26 @@
-// What the running router says of itself: a property list that it keeps up to date for whoever
-// asks.
+// The status of the running router: a property list that it keeps up to date.
 //
 //   <root>/var/run/com.quillmar.hideventrouter.status.plist
 //     PID        integer   the router's process
 //     Version    string
-//     Lost       integer   reports that could not be handed over, over the router's whole life
-//     Sessions   array, one dictionary a connection:
+//     Lost       integer   reports lost to slow clients, over the router's whole life
+//     Sessions   array, one dictionary per connection:
 //       PID, UID    integers   the client's process and user
-//       Device      integer    registry entry ID; missing while the client routes none
+//       Device      integer    registry entry ID; missing if the client routes none
 //       DeviceName  string     likewise
 //       Exclusive   boolean    likewise
-//       Delivered   integer    reports handed over since its start request
+//       Delivered   integer    reports delivered since its start request
 //       Lost        integer    reports that it was too slow for
 //
-// It is rewritten when a session comes, goes or changes, and at most once a second while losses
-// grow; the counts are those of that moment. The router removes it when it ends; one that was
-// killed leaves it behind. So that nobody takes that for a router's word, the router holds a write
-// lock of the open file description (F_OFD_SETLK, the whole file) on each file that it puts there:
-// the kernel lets go of it with the process, and a process number that somebody else has by now
-// means nothing.
+// It is rewritten when a session begins, ends or changes, and at most once a second while losses
+// grow; the counts are those of that moment. The router removes it when it ends; a router that is
+// killed leaves it behind. So that a stale file is not mistaken for a live one, the router holds an
+// open file description write lock (F_OFD_SETLK, the whole file) on each status file that it
+// writes. The kernel releases the lock with the process, so a reused process ID means nothing.
 //
-// Threading: any thread; a RouterStatusFile one at a time. Ownership: values; a RouterStatusFile
-// holds its file. Order: sessions by age.
+// Threading: any thread, one thread at a time per RouterStatusFile.
+// Ownership: a RouterStatusFile keeps its file open.
+// Order: sessions by age.
 // Errors: see each function.
 #pragma once
 
@@ -53,30 +52,29 @@ struct RouterStatus {
   std::string version;
   std::uint64_t lost = 0;
   std::vector<SessionStatus> sessions;
-  bool isRunning = false;  ///< when it was read: whether the router that wrote it lives
+  bool isRunning = false;  ///< whether the router that wrote it was alive when it was read
   friend bool operator==(const RouterStatus&, const RouterStatus&) = default;
 };
 
-/// For people; it is reached through the root's directory.
+/// For messages; the file itself is reached through the root's directory.
 [[nodiscard]] std::filesystem::path routerStatusFile(const platform::SystemRoot& root);
-/// Nothing where there is no such file, or one that is none of a router's, or no root to be
-/// trusted.
+/// Empty if there is no such file, it is not a router's, or the root is not to be trusted.
 [[nodiscard]] std::optional<RouterStatus> readRouterStatus(const platform::SystemRoot& root);
 
-/// The file as its router keeps it.
+/// The file as maintained by its router.
 class RouterStatusFile {
  public:
-  /// Clears away what writers that were killed have left.
+  /// Removes what killed writers left behind.
   explicit RouterStatusFile(platform::SystemRoot root);
 
   /// Throws std::system_error or ServiceError.
   void write(const RouterStatus& status);
-  /// Removes it, unless another router's has taken its place.
+  /// Removes the file, unless another router has replaced it.
   void remove();
 
  private:
   platform::SystemRoot root_;
-  platform::FileDescriptor file_;  // the latest, held
+  platform::FileDescriptor file_;  // the latest one, locked
 };
 
 }  // namespace router

@@ -12,15 +12,15 @@ namespace {
 
 using platform::stringWithFormat;
 
-/// The client at the other end of a connection. Does not hold the connection, whose life is the
-/// session's business.
+/// The client at the other end of a connection. Does not keep the connection alive: that is up to
+/// the session.
 class ClientSink final : public ReportSink {
  public:
   ClientSink(const std::shared_ptr<platform::NSXPCConnection>& connection,
              std::function<void()> recordingEnded)
       : connection_(connection),
         recordingEnded_(std::move(recordingEnded)),
-        // What fails to be sent fails because the connection ends, which the session learns anyway.
+        // A send fails only because the connection ends, which the session is notified of anyway.
         batch_(connection->makeBatch()),
         client_(batch_->proxyWithErrorHandler<WLHIDEventRouterClientProtocol>(
             [](const std::shared_ptr<platform::NSError>&) {})) {}
@@ -61,7 +61,7 @@ Session::Session(std::uint64_t number, std::shared_ptr<platform::NSXPCConnection
       uid_(connection_->effectiveUserIdentifier()),
       owner_(std::move(owner)),
       backlog_(backlog->share(uid_)),
-      lines_(backlog_->limits().logLinesOfSession) {}
+      lines_(backlog_->limits().logLinesPerSession) {}
 
 template <const platform::LogTemplate& Row, class... Arguments>
 void Session::log(const Arguments&... arguments) {
@@ -99,21 +99,20 @@ void Session::begin(Start start) {
       waitingStart_ = std::move(start);
       return;
     case StartLine::Turn::Never:
-      return refuse(start,
-                    routerError(IOReturn::Busy,
-                                "too many start requests come from this user; ask again later",
-                                start.entryID));
+      return refuse(start, routerError(IOReturn::Busy,
+                                       "too many start requests from this user; try again later",
+                                       start.entryID));
   }
 }
 
 void Session::takeTurn(Start start) {
   const auto owner = owner_.lock();
-  if (owner == nullptr) return;  // and with the router its connections
+  if (owner == nullptr) return;  // the router is gone, and its connections with it
   if (const auto error = prepare(*owner, &start)) return refuse(start, error);
   if (!start.routing.device->waitsForPlace(start.routing.subscription, wake()))
     return takePlace(std::move(start));
   waitingStart_ = std::move(start);
-  const auto until = StartLine::Clock::now() + backlog_->limits().handOverGrace;
+  const auto until = StartLine::Clock::now() + backlog_->limits().handoverGrace;
   waitingStart_->ticket = owner->startLine().waitUntil(until, wake());
 }
 
@@ -155,7 +154,7 @@ void Session::goOn(std::uint64_t number) {
 }
 
 void Session::refuse(const Start& start, const std::shared_ptr<platform::NSError>& error) {
-  // The code has a place of its own, behind the domain that all of them have.
+  // The code is logged separately, and the domain is always the same.
   const std::string description = error->description();
   log<row::sessionCannotRoute>(error->code(), description.substr(description.find('"')));
   start.reply(error);
@@ -164,24 +163,23 @@ void Session::refuse(const Start& start, const std::shared_ptr<platform::NSError
 void Session::giveUpStart(const std::string& why) {
   if (!waitingStart_) return;
   Start start = *std::exchange(waitingStart_, std::nullopt);
-  // Before the answer: what was taken may be taken by whoever has heard of it.
+  // Before the answer: once it is known, others may take what this request held.
   start.ticket = {};
   if (start.routing.device != nullptr) start.routing.device->remove(start.routing.subscription);
   start.reply(
       routerError(IOReturn::Aborted, "the start request was given up: " + why, start.entryID));
 }
 
-/// Checks the request and finds what it asks for. Null, or why it is refused.
+/// Checks the request and finds its device. Null, or the reason why it is refused.
 std::shared_ptr<platform::NSError> Session::prepare(SessionOwner& owner, Start* start) {
   const std::uint64_t entryID = start->entryID;
   if (start->deviceMode > static_cast<std::uint64_t>(DeviceMode::Exclusive)) {
     return routerError(IOReturn::BadArgument,
-                       stringWithFormat("there is no device mode %llu", start->deviceMode),
-                       entryID);
+                       stringWithFormat("unknown device mode %llu", start->deviceMode), entryID);
   }
   UsageFilter filter;
   try {
-    filter = UsageFilter(start->tagDictionary, backlog_->limits().usagesOfFilter);
+    filter = UsageFilter(start->tagDictionary, backlog_->limits().usagesPerFilter);
   } catch (const std::invalid_argument& error) {
     return routerError(IOReturn::BadArgument, error.what(), entryID);
   }
@@ -191,8 +189,8 @@ std::shared_ptr<platform::NSError> Session::prepare(SessionOwner& owner, Start* 
                        stringWithFormat("no device has the registry entry ID 0x%llx", entryID),
                        entryID);
   }
-  // A client whose connection ends asks again by itself. It is told then that it has heard all, and
-  // hears it once more only when it asks once more.
+  // A client asks again by itself when its connection ends. That request is answered with the end
+  // of the recording; only another one plays it once more.
   if (owner.takeRecordingEnded(pid_, entryID)) {
     return routerError(IOReturn::Underrun,
                        stringWithFormat("the recording \"%s\" has been played to its end",
@@ -219,7 +217,7 @@ void Session::stopRoutingService() {
 void Session::end() {
   giveUpStart("the connection has ended");
   endRouting();
-  measureBacklog();  // what it had unsent went with the connection
+  measureBacklog();  // what was unsent is gone with the connection
   if (const std::uint64_t leftOut = lines_.takeLeftOut())
     logUnlimited<row::sessionLinesLeftOut>(leftOut);
   logUnlimited<row::sessionEnds>();
@@ -235,7 +233,7 @@ void Session::endRouting() {
   if (ended.device == nullptr) return;
   ended.device->remove(ended.subscription);
   {
-    // Counted in the same moment as the routing ceases to be, so that the total never shrinks.
+    // Counted at the same time as the routing ends, so that the total never decreases.
     const std::lock_guard lock(mutex_);
     lostBefore_ += ended.subscription->lost();
     routing_ = {};

@@ -49,15 +49,15 @@ void StartLine::leave(std::uint64_t number) {
   Line::node_type gone;  // to be destroyed without the lock
   const std::lock_guard lock(mutex_);
   const auto own = line_.find(number);
-  const auto behind = std::next(own);
+  const auto after = std::next(own);
   gone = line_.extract(own);
-  if (const auto& turn = gone.mapped().turn) giveBackLocked(*turn, behind);
+  if (const auto& turn = gone.mapped().turn) giveBackLocked(*turn, after);
 }
 
-/// Everybody behind it gets the turn of the one before; the last turn is nobody's then.
-void StartLine::giveBackLocked(TurnQuota::Turn turn, Line::iterator behind) {
-  for (; behind != line_.end(); ++behind) {
-    Waiting& next = behind->second;
+/// Everyone after it moves up one turn; the last turn goes back to the quota.
+void StartLine::giveBackLocked(TurnQuota::Turn turn, Line::iterator after) {
+  for (; after != line_.end(); ++after) {
+    Waiting& next = after->second;
     if (!next.turn) continue;
     std::swap(next.turn->ofAll, turn.ofAll);
     if (next.turn->user == turn.user) std::swap(next.turn->ofUser, turn.ofUser);

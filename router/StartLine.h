@@ -1,13 +1,13 @@
-// Start requests that wait: for their turn, or so long at most for something else.
+// Start requests that wait: for their turn, or with a time limit for something else.
 //
-// A request that waits holds up nobody: one thread tells all of them when their time has come. It
-// does nothing else, for housekeeping waits for disks.
+// A waiting request blocks no thread: one thread wakes all of them when they are due. It does
+// nothing else, because housekeeping may block on disk.
 //
 // Threading: any thread. The line's own thread calls the wakes, with no lock held.
-// Ownership: a ticket holds the line. Whoever begins the line ends it, not in a wake.
+// Ownership: a ticket keeps the line alive. The caller of begin() calls end(), not from a wake.
 // Errors: begin() throws std::system_error.
-// Order: turns come in the order of the requests, those of a user and those of all users together.
-//   A request that is given up was never in the line: those behind it move up.
+// Order: turns come in the order of the requests, both per user and overall. A request that is
+//   given up frees its turn: those after it move up.
 #pragma once
 
 #include <condition_variable>
@@ -28,10 +28,10 @@ namespace router {
 class StartLine : public std::enable_shared_from_this<StartLine> {
  public:
   using Clock = TokenBucket::Clock;
-  /// Called once, when the time has come, unless the ticket has gone by then. Must not wait.
+  /// Called once when the request is due, unless its ticket is gone by then. Must not wait.
   using Wake = std::function<void()>;
 
-  /// A request is in the line for as long as it has this.
+  /// A request is in the line as long as it has this.
   class Ticket {
    public:
     Ticket() = default;
@@ -46,7 +46,7 @@ class StartLine : public std::enable_shared_from_this<StartLine> {
     ~Ticket() {
       if (line_ != nullptr) line_->leave(number_);
     }
-    /// The turn is used: it does not go back when the ticket goes.
+    /// The turn is used: it is not returned with the ticket.
     void useTurn() { line_->useTurn(number_); }
 
    private:
@@ -57,7 +57,7 @@ class StartLine : public std::enable_shared_from_this<StartLine> {
   enum class Turn {
     Now,
     Later,  ///< with a ticket
-    Never,  ///< it is too far off
+    Never,  ///< it would come too late
   };
 
   explicit StartLine(const RouterLimits& limits) : quota_(limits) {}
@@ -65,29 +65,29 @@ class StartLine : public std::enable_shared_from_this<StartLine> {
   StartLine& operator=(const StartLine&) = delete;
   ~StartLine() { end(); }
 
-  /// Wakes are called from now on.
+  /// From now on wakes are called.
   void begin();
-  /// None is called any more; one that is being called is waited for.
+  /// From now on no wake is called; waits for one that is running.
   void end();
 
-  /// Asks for a turn of that user.
+  /// Asks for a turn for that user.
   Turn askForTurn(uid_t user, Clock::time_point now, Wake wake, Ticket* returnTicket);
   [[nodiscard]] Ticket waitUntil(Clock::time_point time, Wake wake);
-  /// The wakes whose time has come, for the caller to call, as the line's thread does.
+  /// The wakes that are due, for the caller to call, as the line's thread does.
   [[nodiscard]] std::vector<Wake> takeDue(Clock::time_point now);
 
  private:
   struct Waiting {
     Clock::time_point due;
-    Wake wake;                            // empty once it is taken
-    std::optional<TurnQuota::Turn> turn;  // that goes back if it is not used
+    Wake wake;                            // empty once taken
+    std::optional<TurnQuota::Turn> turn;  // returned if it is not used
   };
   using Line = std::map<std::uint64_t, Waiting>;
 
   std::uint64_t enterLocked(Waiting waiting);
   void useTurn(std::uint64_t number);
   void leave(std::uint64_t number);
-  void giveBackLocked(TurnQuota::Turn turn, Line::iterator behind);
+  void giveBackLocked(TurnQuota::Turn turn, Line::iterator after);
   [[nodiscard]] std::optional<Clock::time_point> nextLocked() const;
   void run();
 

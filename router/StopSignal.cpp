@@ -22,7 +22,7 @@ StopSignal::~StopSignal() {
 void StopSignal::raise() {
   raised_.store(true, std::memory_order_release);
   const std::uint64_t one = 1;
-  // Fails only when it is raised 2^64 times already.
+  // Fails only after 2^64 calls.
   [[maybe_unused]] const ssize_t written = ::write(descriptor_, &one, sizeof one);
 }
 

@@ -1,9 +1,10 @@
-// A request to stop that a waiting thread notices at once, by itself or together with a descriptor
-// that it polls.
+// A stop request that a waiting thread notices at once, either on its own or together with a
+// descriptor that it polls.
 //
-// Threading: any thread. Ownership: owns one descriptor.
+// Threading: any thread.
+// Ownership: owns one descriptor.
 // Errors: the constructor throws std::system_error.
-// Order: what happened before raise() is visible to who sees it raised.
+// Order: what happened before raise() is visible to a thread that sees it raised.
 #pragma once
 
 #include <atomic>
@@ -23,7 +24,7 @@ class StopSignal {
   /// Returns at the deadline (false), or as soon as the signal is raised (true). The clock is
   /// CLOCK_MONOTONIC.
   [[nodiscard]] bool waitUntil(std::chrono::steady_clock::time_point deadline) const;
-  /// Readable from the moment that the signal is raised.
+  /// Readable once the signal is raised.
   [[nodiscard]] int descriptor() const { return descriptor_; }
 
  private:

@@ -58,15 +58,15 @@ void Subscription::send(ReportInTransit* report) {
 
 std::size_t Subscription::awaitedBytes(Until until) const {
   if (until == Until::Taken) return 1;
-  // A client that has taken everything has room in any case.
+  // A client that has read everything always has room.
   return std::max<std::size_t>(backlog_->waitLimit(sink_->unsentBytes()), 1);
 }
 
 bool Subscription::wait(const StopSignal& stop, Until until, bool patiently) {
-  // Between looks at whether anybody still wants to wait.
-  constexpr std::chrono::milliseconds kGlance{50};
-  const auto stalled = std::chrono::steady_clock::now() + backlog_->limits().stall;
-  while (!sink_->waitUntilUnsentBelow(awaitedBytes(until), kGlance)) {
+  // Between checks whether the wait is still wanted.
+  constexpr std::chrono::milliseconds kPollInterval{50};
+  const auto stalled = std::chrono::steady_clock::now() + backlog_->limits().stallTimeout;
+  while (!sink_->waitUntilUnsentBelow(awaitedBytes(until), kPollInterval)) {
     if (stop.isRaised() || !isActive()) return true;
     if (!patiently && std::chrono::steady_clock::now() >= stalled) return false;
   }

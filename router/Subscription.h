@@ -1,9 +1,9 @@
-// One client's share in the reports of a device, and the way by which they reach it.
+// One client's subscription to a device's reports, and how they reach it.
 //
-// Threading: deliver() runs on the device's thread, the rest on any. When end() has returned
+// Threading: deliver() runs on the device's thread, the rest on any. After end() has returned,
 //   nothing more is sent.
 // Ownership: shares its sink.
-// Order: a client sees a report, then its values; reports keep their order.
+// Order: a client gets a report, then its values; reports keep their order.
 #pragma once
 
 #include <atomic>
@@ -27,22 +27,21 @@ namespace router {
 class ReportSink {
  public:
   virtual ~ReportSink() = default;
-  /// Never waits. `values` is null where the report has none that the client wants.
+  /// Never waits. `values` is null if the report has none that the client wants.
   virtual void send(const std::shared_ptr<platform::NSData>& report, std::uint32_t reportID,
                     const std::shared_ptr<platform::NSArray>& values) = 0;
-  /// Bytes that were sent and that the client has not taken yet, beyond what the system buffers.
+  /// Bytes sent that the client has not read yet, beyond what the system buffers.
   [[nodiscard]] virtual std::size_t unsentBytes() const = 0;
-  /// Waits for fewer than `bytes` to be unsent, at most for `limit`; whether they are.
+  /// Waits until fewer than `bytes` are unsent, at most `limit`; returns whether they are.
   virtual bool waitUntilUnsentBelow(std::size_t bytes, std::chrono::milliseconds limit) = 0;
-  /// The recording that was sent has been played to its end: who asks for it again at once, as a
-  /// client does whose connection ends, is told so. Comes before the farewell.
+  /// The recording has been played to its end. A client asks for it again as soon as its connection
+  /// ends, and is told so then. Called before the farewell.
   virtual void noteRecordingEnded() {}
-  /// Ends the connection behind what was sent. Never waits.
+  /// Closes the connection after what was sent. Never waits.
   virtual void sayFarewell() = 0;
 };
 
-/// One report on its way to several clients. What is the same for all is made once, when the first
-/// needs it.
+/// One report on its way to several clients. What they share is created once, when first needed.
 class ReportInTransit {
  public:
   ReportInTransit(std::span<const std::uint8_t> report, std::uint32_t reportID,
@@ -64,7 +63,7 @@ class ReportInTransit {
 
 enum class DeviceMode : std::uint64_t {
   Shared = 0,
-  Exclusive = 1,  ///< the device is this client's alone
+  Exclusive = 1,  ///< no other client may use the device
 };
 
 class Subscription {
@@ -86,12 +85,12 @@ class Subscription {
   void end();
   [[nodiscard]] bool isActive() const;
 
-  /// The report is lost to a client that has too much unsent already.
+  /// The report is lost if the client has too much unsent already.
   void deliver(ReportInTransit* report);
-  /// The report is for a client that was waited for.
+  /// For a client that the device has waited for.
   void deliverWithoutLoss(ReportInTransit* report);
-  /// Wait until the client has room for further reports, or has taken all; until it has left or
-  /// `stop` is raised. False when it stalled; with `patiently` it may take any time.
+  /// Waits until the client has room for more reports, or has read all of them; or until it has
+  /// left or `stop` is raised. False if it stalled; with `patiently` there is no time limit.
   bool waitForRoom(const StopSignal& stop, bool patiently) {
     return wait(stop, Until::Room, patiently);
   }
@@ -104,7 +103,7 @@ class Subscription {
  private:
   enum class Until { Room, Taken };
   bool wait(const StopSignal& stop, Until until, bool patiently);
-  /// Fewer bytes unsent than this end the wait. What others have taken changes it.
+  /// The wait ends when fewer bytes than this are unsent. Changes with what other clients read.
   [[nodiscard]] std::size_t awaitedBytes(Until until) const;
   void send(ReportInTransit* report);
 
@@ -112,11 +111,11 @@ class Subscription {
   const UsageFilter filter_;
   const DeviceMode mode_;
   const std::shared_ptr<Backlog::Share> backlog_;
-  // Held while one report is handed to the sink, which never waits and never calls back, so that
+  // Held while a report is passed to the sink, which never waits and never calls back, so that
   // end() can promise that nothing follows it.
   mutable std::mutex sending_;
   bool isActive_ = false;
-  std::vector<platform::HIDElementValueRecord> wanted_;  // reused
+  std::vector<platform::HIDElementValueRecord> wanted_;  // reused between reports
   std::atomic<std::uint64_t> delivered_{0};
   std::atomic<std::uint64_t> lost_{0};
 };

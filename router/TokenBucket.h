@@ -1,8 +1,7 @@
-// So many at once, and then so many a second.
+// A token bucket: a burst, and then so many per second.
 //
 // Threading: one thread at a time.
-// Ownership: a value.
-// Order: the times that it is given do not fall; one that does counts as the latest before it.
+// Order: times given to it must not decrease; an earlier one counts as the latest before it.
 #pragma once
 
 #include <algorithm>
@@ -19,19 +18,19 @@ class TokenBucket {
 
   explicit TokenBucket(Rate rate) : rate_(rate), tokens_(rate.burst) {}
 
-  /// Takes a place and says how long it is until its turn, zero where it is now. Nothing, and no
-  /// place taken, where that would be longer than `patience`.
-  std::optional<Clock::duration> reserve(Clock::time_point now, Clock::duration patience) {
+  /// Takes a token and returns the time until it is valid, zero if it is now. Returns nothing, and
+  /// takes none, if that would be longer than `maximumWait`.
+  std::optional<Clock::duration> reserve(Clock::time_point now, Clock::duration maximumWait) {
     refill(now);
     const double missing = std::max(0.0, 1 - tokens_);
     const std::chrono::duration<double> wait(missing / rate_.perSecond);
-    if (wait > patience) return std::nullopt;
+    if (wait > maximumWait) return std::nullopt;
     tokens_ -= 1;
     return std::chrono::ceil<Clock::duration>(wait);
   }
   bool take(Clock::time_point now) { return reserve(now, Clock::duration::zero()).has_value(); }
   void giveBack() { tokens_ = std::min(rate_.burst, tokens_ + 1); }
-  /// Whether it is as a new one is.
+  /// Whether it is like a new one.
   [[nodiscard]] bool isFull(Clock::time_point now) const {
     TokenBucket later = *this;
     later.refill(now);

@@ -45,7 +45,7 @@ std::uint32_t usageIn(const std::shared_ptr<NSObject>& key) {
     constexpr std::size_t kShown = 64;
     throw std::invalid_argument("the tag dictionary's key " +
                                 platform::printableLine(key->description(), kShown) +
-                                " is no usage");
+                                " is not a usage");
   }
   return static_cast<std::uint32_t>(*value);
 }

@@ -1,14 +1,15 @@
-// Which usages a client wants the values of.
+// Which usages a client wants values of.
 //
-// It comes from the tag dictionary of the start request, of which the router reads the keys only:
-// each names one usage, as `usage page << 16 | usage`. A key is a number or, for dictionaries that
-// come from a property list, which has no other keys than text, the same number as text: decimal,
-// or hexadecimal behind "0x". No dictionary, or an empty one, wants everything. A slot of an array
-// passes by the usage that its value selects; an empty slot (usage 0) passes only where `usage page
-// << 16` is named too, so a client that wants to see such a key come up names that as well.
+// It comes from the tag dictionary of the start request, of which the router reads only the keys:
+// each names one usage, as `usage page << 16 | usage`. A key is a number or, for dictionaries from
+// a property list, whose keys can only be strings, the same number as text: decimal, or hexadecimal
+// after "0x". No dictionary, or an empty one, selects everything. A slot of an array passes if the
+// usage that its value selects is named; an empty slot (usage 0) passes only if `usage page << 16`
+// is named too, so a client that wants to see such a key released must name that as well.
 //
-// Threading: immutable. Ownership: a value. Order: values keep theirs.
-// Errors: std::invalid_argument, naming the key that is no usage, or the bound.
+// Threading: immutable.
+// Order: values keep theirs.
+// Errors: std::invalid_argument, naming the key that is not a usage, or the limit.
 #pragma once
 
 #include <cstdint>
@@ -24,16 +25,15 @@ namespace router {
 
 class UsageFilter {
  public:
-  /// Wants everything.
+  /// Selects everything.
   UsageFilter() = default;
-  /// Of at most `limit` usages.
+  /// With at most `limit` usages.
   explicit UsageFilter(const std::shared_ptr<platform::NSDictionary>& tagDictionary,
-                       std::size_t limit = RouterLimits().usagesOfFilter);
+                       std::size_t limit = RouterLimits().usagesPerFilter);
 
   [[nodiscard]] bool wantsEverything() const { return usages_.empty(); }
   [[nodiscard]] bool wants(const platform::HIDElementValueRecord& value) const;
-  /// Those of `values` that are wanted; `values` itself where all are, else `buffer` filled with
-  /// them.
+  /// The wanted ones of `values`: `values` itself if all are, otherwise `buffer` filled with them.
   [[nodiscard]] std::span<const platform::HIDElementValueRecord> select(
       std::span<const platform::HIDElementValueRecord> values,
       std::vector<platform::HIDElementValueRecord>* buffer) const;

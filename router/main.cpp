@@ -1,12 +1,12 @@
-// The router's program: serves the endpoint that the job daemon (or systemd) hands it, until it is
-// told to end or nobody has been connected for a while. Exit status 0 in both cases, 1 when it was
-// handed no endpoint or no root.
+// The router's program: serves the endpoint that the job daemon (or systemd) passes to it, until it
+// is told to end or has had no connection for a while. Exit status 0 in both cases, 1 if it was
+// passed no endpoint or no root.
 //
 //   com.quillmar.hideventrouter [--root DIR]
 //
-// Its root is the directory that it is handed beside the endpoint, under the name ".root"; --root
-// is for who starts it by hand, or by a service manager that hands over sockets only. But for that
-// hand-over (LISTEN_PID, LISTEN_FDS, LISTEN_FDNAMES) it takes nothing from the environment.
+// The root is the directory that is passed along with the endpoint, under the name ".root"; --root
+// is for starting the router by hand, or by a service manager that passes sockets only. Apart from
+// those variables (LISTEN_PID, LISTEN_FDS, LISTEN_FDNAMES) it takes nothing from the environment.
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
@@ -30,8 +30,7 @@
 
 namespace {
 
-/// SIGTERM and SIGINT come as reads from the descriptor; to be called before the first thread
-/// begins.
+/// SIGTERM and SIGINT can be read from the descriptor. To be called before the first thread starts.
 int terminationDescriptor() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -51,19 +50,19 @@ void waitForEither(int first, int second) {
   }
 }
 
-/// The process's threads end with it, so what was sent must be out before.
+/// The process's threads end with it, so everything must have been sent before.
 void waitUntilConnectionsAreClosed() {
   constexpr int kTries = 300;
   for (int i = 0; i < kTries && platform::liveConnectionCount() > 0; ++i) ::poll(nullptr, 0, 10);
 }
 
-/// What the kernel calls it, for people.
+/// The kernel's name for it, for messages.
 std::filesystem::path pathOf(int directory) {
   std::error_code unknown;
   return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(directory), unknown);
 }
 
-platform::SystemRoot handedOverRoot(platform::FileDescriptor directory) {
+platform::SystemRoot passedRoot(platform::FileDescriptor directory) {
   const std::filesystem::path path = pathOf(directory.get());
   platform::checkIsOwn(directory.get(), "the system root " + path.string());
   return {std::move(directory), path};
@@ -75,14 +74,14 @@ platform::SystemRoot systemRoot(int argc, char** argv) {
     throw std::runtime_error("its only option is --root, with an absolute path");
   platform::FileDescriptor directory(
       platform::xpc::takePassedDirectory(platform::rootDescriptorName));
-  if (directory) return handedOverRoot(std::move(directory));
-  if (!isNamed) throw std::runtime_error("no system root was handed over, and --root names none");
+  if (directory) return passedRoot(std::move(directory));
+  if (!isNamed) throw std::runtime_error("no system root was passed, and there is no --root");
   const platform::SystemRoot named(argv[2]);
   return {platform::openOwnRoot(named), named.path()};
 }
 
 int serve(const platform::SystemRoot& root) {
-  ::signal(SIGPIPE, SIG_IGN);  // a log that nobody reads any more must not end the router
+  ::signal(SIGPIPE, SIG_IGN);  // a log that is no longer read must not end the router
   const int terminated = terminationDescriptor();
   const auto listener =
       platform::NSXPCListener::initWithMachServiceName(platform::str(WLHIDEventRouterLabel));

@@ -1,11 +1,10 @@
-// wlhid-mkimage: makes a helper image, run at build time.
+// wlhid-mkimage: makes a helper image at build time.
 //
 //   wlhid-mkimage --label L --version V [--service S]... --program ELF --output FILE
 //
 // The image is a thin 64-bit Mach-O executable with the sections __TEXT,__info_plist and
-// __TEXT,__launchd_plist and, as
-// __ELF,__program, the program that runs here. One file, so that a program and its version cannot
-// part.
+// __TEXT,__launchd_plist and, as __ELF,__program, the program that actually runs. It is a single
+// file, so that a program and its version cannot get separated.
 #include <elf.h>
 
 #include <algorithm>
@@ -53,7 +52,7 @@ Options parseOptions(int argc, char** argv) {
   }
   if (options.label.empty() || options.version.empty() || options.program.empty() ||
       options.output.empty()) {
-    throw std::runtime_error("--label, --version, --program and --output are needed");
+    throw std::runtime_error("--label, --version, --program and --output are required");
   }
   if (options.services.empty()) options.services.push_back(options.label);
   return options;
@@ -96,7 +95,7 @@ std::string infoPlist(const Options& options) {
                   entry("CFBundleVersion", text(options.version)));
 }
 
-/// What the job is. Its program's path is added when it is installed: only then is it known.
+/// Describes the job, without its program's path, which is known only when it is installed.
 std::string launchdPlist(const Options& options) {
   std::string services = "<dict>\n";
   for (const auto& service : options.services)
@@ -110,12 +109,12 @@ Bytes readProgram(const std::string& path) {
   Bytes bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   if (!in.good() && !in.eof()) throw std::runtime_error("cannot read " + path);
   if (bytes.size() < sizeof(Elf64_Ehdr) || std::memcmp(bytes.data(), ELFMAG, SELFMAG) != 0) {
-    throw std::runtime_error(path + " is no ELF program");
+    throw std::runtime_error(path + " is not an ELF program");
   }
   return bytes;
 }
 
-/// The image's processor, as near to the program's own as the format has one.
+/// The image's processor: the closest one that the format has to the program's own.
 struct Processor {
   std::uint32_t type;
   std::uint32_t subtype;
@@ -129,8 +128,8 @@ Processor processorOf(const Bytes& program) {
 
 class ImageWriter {
  public:
-  static constexpr std::uint64_t page = 0x4000;
-  static constexpr std::uint64_t base = 0x100000000;
+  static constexpr std::uint64_t kPage = 0x4000;
+  static constexpr std::uint64_t kBase = 0x100000000;
 
   struct Section {
     const char* name;
@@ -142,14 +141,14 @@ class ImageWriter {
     put32(0xFEEDFACF);
     put32(processor.type);
     put32(processor.subtype);
-    put32(2);  // an executable
+    put32(2);  // an executable file
     put32(0);  // count and size of commands: filled in by finish()
     put32(0);
-    put32(1);  // without undefined symbols
+    put32(1);  // has no undefined symbols
     put32(0);
   }
 
-  /// Adds a segment. The first one starts at the file's first byte and so holds the header too.
+  /// Adds a segment. The first one starts at the file's first byte, so it includes the header.
   void addSegment(const char* segment, const std::vector<Section>& sections,
                   std::size_t headerSize) {
     const bool isFirst = commands_++ == 0;
@@ -178,7 +177,7 @@ class ImageWriter {
   }
 
  private:
-  static std::uint64_t aligned(std::uint64_t value) { return (value + page - 1) / page * page; }
+  static std::uint64_t aligned(std::uint64_t value) { return (value + kPage - 1) / kPage * kPage; }
   std::uint64_t contentEnd() const { return content_.size(); }
 
   void append(std::uint64_t at, const Section& section) {
@@ -191,11 +190,11 @@ class ImageWriter {
     put32(0x19);
     put32(static_cast<std::uint32_t>(72 + 80 * sections.size()));
     putName(segment);
-    put64(base + start);
+    put64(kBase + start);
     put64(aligned(size));
     put64(start);
     put64(size);
-    put32(5);  // may be read and run
+    put32(5);  // readable and executable
     put32(5);
     put32(static_cast<std::uint32_t>(sections.size()));
     put32(0);
@@ -205,7 +204,7 @@ class ImageWriter {
   void putSection(const char* segment, const Section& section, std::uint64_t offset) {
     putName(section.name);
     putName(segment);
-    put64(base + offset);
+    put64(kBase + offset);
     put64(section.size);
     put32(static_cast<std::uint32_t>(offset));
     put32(4);  // aligned to 2^4
@@ -234,7 +233,8 @@ class ImageWriter {
   std::uint32_t commands_ = 0;
 };
 
-/// Written beside its place and renamed, so that an interrupted build leaves no half image.
+/// Written next to its final place and then renamed, so that an interrupted build leaves no partial
+/// image.
 void writeImage(const Options& options) {
   const Bytes program = readProgram(options.program);
   const std::string info = infoPlist(options);

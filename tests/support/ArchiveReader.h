@@ -1,4 +1,4 @@
-// What is in an archive, for tests.
+// Reads an archive, for tests.
 #pragma once
 
 #include <archive.h>
@@ -12,8 +12,8 @@
 
 namespace testsupport {
 
-/// Name and content of each file. Throws std::runtime_error for what is no whole archive, holds a
-/// name twice, or a file that others than its owner may read.
+/// Name and content of each file. Throws std::runtime_error for an archive that is incomplete, has
+/// a duplicate name, or has a file that others than its owner may read.
 inline std::map<std::string, std::string> readArchive(const std::filesystem::path& path) {
   struct archive* const reader = archive_read_new();
   archive_read_support_format_zip(reader);

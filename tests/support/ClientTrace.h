@@ -1,6 +1,4 @@
-// The test kit's lines and recording delegate under the tests' own namespace.
-//
-// Threading, Ownership, Errors, Order: see there.
+// The test kit's lines and recording delegate in the tests' own namespace.
 #pragma once
 
 #include "testkit/ClientTrace.h"

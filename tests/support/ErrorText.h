@@ -1,4 +1,4 @@
-// How an error without user info describes itself.
+// The description of an error without user info.
 #pragma once
 
 #include <string>

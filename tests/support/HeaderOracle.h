@@ -1,8 +1,8 @@
-// The header pattern as ICU's regular expressions understand it, and the excerpt made from it in
-// the plainest way: the whole text, split, line by line.
+// The header pattern as interpreted by ICU's regular expressions, and the excerpt made from it in
+// the simplest way: the whole text, split, line by line.
 //
-// Threading: an oracle belongs to one thread.
-// Errors: isHeader is empty where ICU gives up on a line; everything else that goes wrong throws.
+// Threading: one thread per oracle.
+// Errors: isHeader is empty if ICU gives up on a line; all other errors throw.
 #pragma once
 
 #include <unicode/uregex.h>
@@ -19,20 +19,20 @@ namespace testsupport {
 
 class HeaderOracle {
  public:
-  static constexpr std::string_view pattern =
+  static constexpr std::string_view kPattern =
       "^([A-Za-z]{3}(\\s){1,2}([0-9]{1,2})(\\s){1})([0-9]{1,2})\\:([0-9]{1,2})\\:([0-9]{1,2})"
       "(\\s){1}(\\S){1,}(\\s){1}([A-Za-z\\.\\-\\_]){1,}\\[[0-9]{1,}\\]"
       "([\\sA-Za-z0-9\\(\\)\\[\\]\\.]{0,})\\:";
 
   HeaderOracle() {
     UErrorCode status = U_ZERO_ERROR;
-    const auto text = utf16(pattern);
+    const auto text = utf16(kPattern);
     expression_.reset(uregex_open(text.data(), static_cast<std::int32_t>(text.size()),
                                   UREGEX_CASE_INSENSITIVE, nullptr, &status));
     require(status);
   }
 
-  /// Searches valid UTF-8 from its first character; empty where ICU gives up.
+  /// Searches valid UTF-8 from its first character; empty if ICU gives up.
   std::optional<bool> isHeader(std::string_view line) {
     UErrorCode status = U_ZERO_ERROR;
     const auto text = utf16(line);
@@ -77,7 +77,7 @@ class HeaderOracle {
     if (U_FAILURE(status)) throw std::runtime_error(u_errorName(status));
   }
 
-  /// One unit at least, since ICU takes no null text.
+  /// At least one unit, because ICU does not accept a null text.
   static std::u16string utf16(std::string_view text) {
     UErrorCode status = U_ZERO_ERROR;
     std::u16string units(text.size() + 1, u'\0');

@@ -13,7 +13,7 @@
 
 namespace testsupport {
 
-/// Runs a program to its end; its exit status, or -1.
+/// Runs a program and returns its exit status, or -1.
 inline int runProgram(std::vector<std::string> arguments) {
   std::vector<char*> pointers;
   for (auto& argument : arguments) pointers.push_back(argument.data());

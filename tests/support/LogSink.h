@@ -1,8 +1,8 @@
-// Takes the platform's log lines of the test's process.
+// Receives the log lines of the test's process.
 //
-// Threading: the sink is called on whichever thread logs.
-// Ownership: the platform keeps the sink until this object goes.
-// Order: lines of one thread in their order.
+// Threading: the sink is called on the thread that logs.
+// Ownership: the platform keeps the sink as long as this object lives.
+// Order: the lines of each thread stay in order.
 #pragma once
 
 #include <functional>

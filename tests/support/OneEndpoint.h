@@ -1,7 +1,7 @@
-// Leads one service's name to one socket.
+// Resolves one service's name to one socket.
 //
 // Threading: any thread.
-// Errors: as the outcomes say.
+// Errors: reported as outcomes.
 #pragma once
 
 #include <sys/socket.h>
@@ -19,7 +19,7 @@ class OneEndpoint final : public platform::ServiceEndpoints {
  public:
   using Outcome = platform::ServiceConnectResult::Outcome;
 
-  /// `failure` is what a socket is that does not take a connection.
+  /// `failure` is the outcome for a socket that accepts no connection.
   OneEndpoint(std::string_view name, std::string path, Outcome failure = Outcome::UnknownName)
       : name_(name), path_(std::move(path)), failure_(failure) {}
   platform::ServiceConnectResult connectToService(std::string_view service) override {

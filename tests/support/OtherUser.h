@@ -1,5 +1,5 @@
-// Acting as another user, which only the superuser can. Tests that need it are made twice: as the
-// superuser with a second user, and otherwise with what an ordinary user can do.
+// Acting as another user, which only the superuser can do. Tests that need it run in two ways: as
+// the superuser with a second user, and otherwise with what an ordinary user can do.
 #pragma once
 
 #include <sys/types.h>
@@ -12,14 +12,14 @@
 
 namespace testsupport {
 
-/// A user whom nothing belongs to.
-inline constexpr uid_t otherUser = 12345;
+/// A user who owns nothing.
+inline constexpr uid_t kOtherUser = 12345;
 
 [[nodiscard]] inline bool isSuperuser() {
   return ::geteuid() == 0;
 }
 
-/// What `act` returns (up to a pipe's capacity) in a process of that user.
+/// Runs `act` in a process of that user and returns its result (up to a pipe's capacity).
 inline std::string asUser(uid_t user, const std::function<std::string()>& act) {
   std::array<int, 2> ends{};
   if (::pipe(ends.data()) != 0) return "no pipe";

@@ -1,8 +1,8 @@
-// An environment variable that is set, or for null unset, until the end of a scope.
+// Sets an environment variable, or unsets it for null, until the end of a scope.
 //
-// Threading: as setenv; nobody else may look at the environment meanwhile.
+// Threading: as for setenv; no other thread may read the environment meanwhile.
 // Ownership: keeps a copy of the old value; `name` must outlive it.
-// Order: the last one made is undone first.
+// Order: nested scopes are undone in reverse order.
 #pragma once
 
 #include <stdlib.h>

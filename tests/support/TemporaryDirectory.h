@@ -1,4 +1,4 @@
-// A directory of a test's own, gone with all below it when the test is.
+// A directory for one test, removed with its content at the end.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -118,7 +118,7 @@ void TestRouter::dropSessions() {
 }
 
 void TestRouter::end(const std::weak_ptr<RouterSession>& weak) {
-  const auto session = weak.lock();  // goes after the lock
+  const auto session = weak.lock();  // released after the lock
   if (!session) return;
   const std::lock_guard lock(mutex_);
   std::erase(sessions_, session);

@@ -1,13 +1,13 @@
 // A router in this process, on the real connection layer: it serves a listening socket and keeps a
-// session for each client until that one's connection has ended. What a session answers and sends
-// is its user's, who derives from RouterSession and says how sessions are made.
+// session for each client until its connection has ended. What a session answers and sends is up to
+// the test, which derives from RouterSession and says how sessions are made.
 //
 // Threading: sessions are made on the listener's thread and called on their connections' queues;
 //   everything else may be called from any thread.
-// Ownership: the router keeps its sessions, a session its connection. A session that nobody keeps
-//   any more ends without a word.
-// Errors: std::runtime_error where it cannot listen.
-// Order: sessions stand in the order in which their clients came.
+// Ownership: the router keeps its sessions, a session keeps its connection. A session that is no
+//   longer kept drops its connection.
+// Errors: std::runtime_error if it cannot listen.
+// Order: sessions are in the order in which their clients connected.
 #pragma once
 
 #include <atomic>
@@ -34,7 +34,7 @@ struct StartRequest {
 class RouterSession : public WLHIDEventRouterProtocol,
                       public std::enable_shared_from_this<RouterSession> {
  public:
-  /// Gives the connection the plain interfaces of both protocols; one that derives may give others.
+  /// Gives the connection the plain interfaces of both protocols; a derived class may set others.
   explicit RouterSession(std::shared_ptr<platform::NSXPCConnection> accepted);
 
   void startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
@@ -47,7 +47,7 @@ class RouterSession : public WLHIDEventRouterProtocol,
   const std::shared_ptr<WLHIDEventRouterClientProtocol> client;
   std::atomic<int> starts{0};
   std::atomic<int> stops{0};
-  std::atomic<bool> isRouting{false};  ///< set by who answers; a stop request ends it
+  std::atomic<bool> isRouting{false};  ///< set by the derived class; cleared by a stop request
 
  private:
   friend class TestRouter;
@@ -60,16 +60,16 @@ class TestRouter final : public platform::NSXPCListenerDelegate,
                          public std::enable_shared_from_this<TestRouter> {
  public:
   using Sessions = std::vector<std::shared_ptr<RouterSession>>;
-  /// The session of a client that has come, by a connection that is not resumed yet; null refuses
-  /// the client.
+  /// Makes the session of a new client, whose connection is not resumed yet; null refuses the
+  /// client.
   using MakeSession = std::function<std::shared_ptr<RouterSession>(
       const std::shared_ptr<platform::NSXPCConnection>&)>;
 
-  /// Listens at `path`, where so many clients may wait.
+  /// Listens at `path` with that backlog.
   static std::shared_ptr<TestRouter> listen(const std::string& path, int backlog,
                                             MakeSession makeSession,
                                             const platform::NSXPCListenerLimits& limits = {});
-  /// Takes a listening socket over; null where there is none.
+  /// Takes over a listening socket; null if there is none.
   static std::shared_ptr<TestRouter> serve(int descriptor, MakeSession makeSession,
                                            const platform::NSXPCListenerLimits& limits = {});
   explicit TestRouter(MakeSession makeSession) : makeSession_(std::move(makeSession)) {}
@@ -82,17 +82,17 @@ class TestRouter final : public platform::NSXPCListenerDelegate,
       const std::shared_ptr<platform::NSXPCConnection>& connection) override;
 
   [[nodiscard]] platform::NSXPCListener& listener() const { return *listener_; }
-  /// How many clients have come, those that were refused among them.
+  /// How many clients have connected, including those that were refused.
   [[nodiscard]] std::uint64_t arrivals() const;
   [[nodiscard]] Sessions sessions() const;
   [[nodiscard]] std::size_t sessionCount() const;
   [[nodiscard]] bool waitUntilEnded(const std::shared_ptr<RouterSession>& session,
                                     std::chrono::seconds patience);
-  /// Leaves a session to the caller; false when the router does not keep it any more.
+  /// Releases a session to the caller; false if the router no longer keeps it.
   [[nodiscard]] bool release(const std::shared_ptr<RouterSession>& session);
-  /// Ends every session in good order: the clients see an invalidation.
+  /// Closes every session gracefully: the clients see an invalidation.
   void invalidateSessions();
-  /// Ends every session without a word, as a crash does: the clients see an interruption.
+  /// Drops every session, as a crash does: the clients see an interruption.
   void dropSessions();
 
  private:

@@ -1,6 +1,4 @@
-// The test kit's comparison of traces as an assertion of GoogleTest.
-//
-// Threading, Ownership, Errors, Order: pure functions on the test's thread.
+// The test kit's comparison of traces as a GoogleTest assertion.
 #pragma once
 
 #include <gtest/gtest.h>

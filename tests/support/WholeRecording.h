@@ -1,6 +1,8 @@
-// A recording read into memory, for tests that look at its reports in any order.
+// Reads a recording into memory, for tests that access its reports in any order.
 //
-// Threading: any thread. Ownership: values. Errors: RecordingError. Order: that of the file.
+// Threading: any thread.
+// Errors: RecordingError.
+// Order: that of the file.
 #pragma once
 
 #include <algorithm>

@@ -1,6 +1,6 @@
-// Two ends of the connection layer in one process, for tests: a protocol that both ends speak, an
-// object that records what reaches it, a service whose endpoint is a socket in a directory of the
-// test's own, and a peer that speaks plain bytes.
+// Both ends of the connection layer in one process, for tests: a protocol that both ends speak, an
+// object that records what it receives, a service whose endpoint is a socket in the test's own
+// directory, and a peer that sends raw bytes.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -39,7 +39,7 @@ inline constexpr std::chrono::seconds kPatience{20};
 
 using Lines = std::vector<std::string>;
 
-/// What happened, in order; a test waits for it.
+/// What has happened, in order; a test can wait for it.
 class EventLog {
  public:
   void add(std::string line) {
@@ -98,7 +98,7 @@ class Talk {
   virtual void list(const std::shared_ptr<platform::NSArray>& list) = 0;
   virtual void echo_reply(const std::shared_ptr<platform::NSString>& text,
                           platform::XPCReply<const std::shared_ptr<platform::NSString>&> reply) = 0;
-  /// Answered when the receiving end's test says so.
+  /// Answered when the test of the receiving end decides.
   virtual void ask(platform::XPCReply<const std::shared_ptr<platform::NSError>&> reply) = 0;
 };
 
@@ -129,7 +129,7 @@ inline const platform::XPCProtocol& Talk::protocol() {
 
 using AskReply = platform::XPCReply<const std::shared_ptr<platform::NSError>&>;
 
-/// Records what arrives; holds the answers to ask().
+/// Records what arrives; holds back the replies to ask().
 class Talker final : public Talk {
  public:
   explicit Talker(EventLog& log) : log_(log) {}
@@ -161,7 +161,7 @@ class Talker final : public Talk {
     return std::exchange(held_, {});
   }
 
-  std::function<void(std::uint64_t)> onNote;  ///< set before anything can arrive, as is the next
+  std::function<void(std::uint64_t)> onNote;  ///< set before anything can arrive, like the next
   std::function<void()> onData;
 
  private:
@@ -186,8 +186,7 @@ class LogCapture final {
   LogSink sink_{[log = log_](std::string_view text) { log->add(std::string(text)); }};
 };
 
-/// How often connections to one name ended is remembered by the layer, so each test has a name of
-/// its own.
+/// The layer remembers per name how often connections have ended, so each test uses a new name.
 inline std::string freshServiceName() {
   static std::atomic<int> number{0};
   return "com.quillmar.test" + std::to_string(number.fetch_add(1));
@@ -195,14 +194,14 @@ inline std::string freshServiceName() {
 
 [[nodiscard]] inline bool waitUntilNoConnectionIsLeft() {
   const auto limit = std::chrono::steady_clock::now() + kPatience;
-  while (platform::liveConnectionCount() != 0) {  // there is no event to wait for
+  while (platform::liveConnectionCount() != 0) {  // no event to wait for
     if (std::chrono::steady_clock::now() > limit) return false;
     std::this_thread::yield();
   }
   return true;
 }
 
-/// One end of a connection: the handle, the object that it exports and what happened to both.
+/// One end of a connection: the handle, the object that it exports and what has happened to both.
 struct End {
   EventLog log;
   std::shared_ptr<Talker> talker = std::make_shared<Talker>(log);
@@ -224,7 +223,7 @@ struct End {
           log.add("error " + std::to_string(error->code()));
         });
   }
-  /// And a proxy whose messages wait in it.
+  /// Returns also a proxy whose messages wait in the batch.
   [[nodiscard]] std::pair<std::shared_ptr<platform::XPCMessageBatch>, std::shared_ptr<Talk>>
   batch() {
     auto made = connection->makeBatch();
@@ -251,7 +250,7 @@ class Service final : public platform::NSXPCListenerDelegate,
     if (descriptor < 0) throw std::runtime_error("no endpoint at " + path);
     return serve(descriptor, limits);
   }
-  /// Takes a listening socket over, at which peers may wait already.
+  /// Takes over a listening socket, which may have waiting peers already.
   static std::shared_ptr<Service> serve(int descriptor,
                                         const platform::NSXPCListenerLimits& limits) {
     auto service = std::make_shared<Service>();
@@ -274,7 +273,7 @@ class Service final : public platform::NSXPCListenerDelegate,
     changed_.notify_all();
     return true;
   }
-  /// The `index`th connection that was accepted.
+  /// The accepted connection of that index.
   [[nodiscard]] std::shared_ptr<End> end(std::size_t index = 0) {
     std::unique_lock lock(mutex_);
     if (!changed_.wait_for(lock, kPatience, [&] { return ends_.size() > index; })) return nullptr;
@@ -297,7 +296,7 @@ class Service final : public platform::NSXPCListenerDelegate,
   }
 
   std::atomic<bool> refuses{false};
-  std::function<void(End&)> prepare;  ///< set before anybody connects
+  std::function<void(End&)> prepare;  ///< set before any client connects
 
  private:
   std::shared_ptr<platform::NSXPCListener> listener_;
@@ -306,7 +305,7 @@ class Service final : public platform::NSXPCListenerDelegate,
   std::vector<std::shared_ptr<End>> ends_;
 };
 
-/// A client end and a service end over a real socket. What is left at the end of a test fails it.
+/// A client end and a service end over a real socket. Anything left over at the end fails the test.
 class XPCTest : public ::testing::Test {
  protected:
   XPCTest()
@@ -326,7 +325,7 @@ class XPCTest : public ::testing::Test {
   [[nodiscard]] std::shared_ptr<platform::NSXPCConnection> makeConnection() const {
     return platform::NSXPCConnection::initWithMachServiceName_options(platform::str(name_), 0);
   }
-  /// Connects by a first message and waits until it has arrived.
+  /// Connects by sending a first message and waits until it has arrived.
   std::shared_ptr<End> connect(std::uint64_t first = 0, std::size_t index = 0) {
     client_.connection->resume();
     client_.proxy()->note(first);
@@ -349,7 +348,7 @@ class XPCTest : public ::testing::Test {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// A peer that knows nothing of the layer: a socket and bytes.
+/// A peer without the connection layer: a socket and bytes.
 class RawPeer {
  public:
   explicit RawPeer(int descriptor) : descriptor_(descriptor) {}
@@ -372,7 +371,7 @@ class RawPeer {
     }
     return true;
   }
-  /// Exactly `count` bytes; fewer when the stream ends or nothing comes for the patience.
+  /// Exactly `count` bytes; fewer at the end of the stream or on a timeout.
   Bytes receive(std::size_t count) {
     Bytes bytes(count);
     std::size_t got = 0;
@@ -387,7 +386,7 @@ class RawPeer {
     bytes.resize(got);
     return bytes;
   }
-  /// A whole frame, header included; empty at the end of the stream.
+  /// A whole frame including its header; empty at the end of the stream.
   Bytes receiveFrame() {
     Bytes frame = receive(8);
     if (frame.size() < 8) return {};
@@ -397,7 +396,7 @@ class RawPeer {
     frame.insert(frame.end(), body.begin(), body.end());
     return frame;
   }
-  /// Reads until the peer closes; whether it did.
+  /// Reads until the peer closes; returns whether it did.
   bool waitForEnd() {
     while (!receive(1).empty()) {
     }

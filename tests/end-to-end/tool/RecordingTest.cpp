@@ -196,7 +196,7 @@ TEST_F(RecordingTest, MayComeFromStandardInput) {
   EXPECT_EQ(jsonLines(outcome.out).size(),
             3 + 2 * recordedReports(ownRecording("qemu-usb-kbd.hid")).size());
   const Outcome wrong = run({"sh", "-c", "echo nonsense | " + command}, options());
-  EXPECT_TRUE(isRefusal(wrong, 1, "wlhid: standard input:1: is no line of a recording"));
+  EXPECT_TRUE(isRefusal(wrong, 1, "wlhid: standard input:1: is not a line of a recording"));
   expectNothingLeft();
 }
 

@@ -1,4 +1,4 @@
-// The daemon's control endpoint against callers who mean no good, or too much at once.
+// The daemon's control endpoint against callers that are hostile or ask for too much at once.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -35,15 +35,15 @@ class Control : public JobdSuite {
     return socket;
   }
 
-  /// Whether the daemon ends the connection.
+  /// Whether the daemon closes the connection.
   static bool isDropped(const FileDescriptor& socket) {
     pollfd entry{socket.get(), POLLIN, 0};
     char c = 0;
-    return ::poll(&entry, 1, patienceMilliseconds) == 1 && ::recv(socket.get(), &c, 1, 0) <= 0;
+    return ::poll(&entry, 1, kTimeoutMilliseconds) == 1 && ::recv(socket.get(), &c, 1, 0) <= 0;
   }
 
   static void sendBytes(const FileDescriptor& socket, std::span<const std::uint8_t> bytes) {
-    // The daemon may hang up before all is sent; that is its answer.
+    // The daemon may hang up before everything is sent; that is its answer.
     (void)::send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
   }
 
@@ -83,7 +83,7 @@ TEST_F(Control, RandomBytesAreSurvived) {
     sendBytes(socket, frame);
     ::shutdown(socket.get(), SHUT_WR);
     pollfd entry{socket.get(), POLLIN, 0};
-    EXPECT_EQ(::poll(&entry, 1, patienceMilliseconds), 1);
+    EXPECT_EQ(::poll(&entry, 1, kTimeoutMilliseconds), 1);
   }
   expectService();
 }
@@ -109,19 +109,19 @@ TEST_F(Control, IdleConnectionsKeepNobodyOut) {
 }
 
 TEST_F(Control, AChangeSentStraightToTheSocketIsRefused) {
-  const std::string installed = testsupport::readFile(root.helperTool(echoLabel));
+  const std::string installed = testsupport::readFile(root.helperTool(kEchoLabel));
   const FileDescriptor image(::open(echoImage("6.6").c_str(), O_RDONLY | O_CLOEXEC));
   const auto blessed =
-      daemon().ask({ControlRequest::Operation::Bless, echoLabel, true}, image.get());
+      daemon().ask({ControlRequest::Operation::Bless, kEchoLabel, true}, image.get());
   EXPECT_EQ(blessed.code, ServiceErrorCode::NotPermitted) << blessed.message;
-  const auto removed = daemon().ask({ControlRequest::Operation::Remove, echoLabel, true}, -1);
+  const auto removed = daemon().ask({ControlRequest::Operation::Remove, kEchoLabel, true}, -1);
   EXPECT_EQ(removed.code, ServiceErrorCode::NotPermitted) << removed.message;
-  EXPECT_EQ(testsupport::readFile(root.helperTool(echoLabel)), installed);
+  EXPECT_EQ(testsupport::readFile(root.helperTool(kEchoLabel)), installed);
   expectService();
 }
 
 TEST_F(Control, TheLogSaysWhoWasGivenLeave) {
-  EXPECT_THAT(log(), HasSubstr("leave to change com.quillmar.echo given to process " +
+  EXPECT_THAT(log(), HasSubstr("permission to change com.quillmar.echo granted to process " +
                                std::to_string(::getpid()) + " (" +
                                std::filesystem::read_symlink("/proc/self/exe").string() +
                                ") of user " + std::to_string(::geteuid()) + "\n"));
@@ -147,9 +147,9 @@ TEST_F(Control, DescriptorsNobodyAskedForAreClosed) {
 }
 
 TEST_F(Control, ABlessWithoutADescriptorIsRefused) {
-  const auto reply = change({ControlRequest::Operation::Bless, echoLabel, true}, -1);
+  const auto reply = change({ControlRequest::Operation::Bless, kEchoLabel, true}, -1);
   EXPECT_EQ(reply.code, ServiceErrorCode::Protocol);
-  EXPECT_EQ(reply.message, "no helper came with the request");
+  EXPECT_EQ(reply.message, "no helper was sent with the request");
   expectService();
 }
 
@@ -166,16 +166,16 @@ TEST_F(Control, StatusTellsWhatIsKept) {
   Client client = connect();
   const Process helper = client.process();
   const auto status = job();
-  EXPECT_EQ(status.label, echoLabel);
-  EXPECT_THAT(status.services, testing::ElementsAre(echoLabel));
+  EXPECT_EQ(status.label, kEchoLabel);
+  EXPECT_THAT(status.services, testing::ElementsAre(kEchoLabel));
   EXPECT_EQ(status.processIdentifier, helper.identifier());
   EXPECT_EQ(status.starts, 1);
   EXPECT_EQ(status.heldBackMilliseconds, 0);
 }
 
 TEST_F(Control, SomebodyElseIsNotServed) {
-  // Needs a second user, whom only the superuser can become; the endpoint's mode keeps others away
-  // in any case.
+  // Needs a second user, which only the superuser can become; in any case the endpoint's mode keeps
+  // others out.
   struct stat status {};
   ASSERT_EQ(::stat(root.controlEndpoint().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777U, 0600U);

@@ -1,5 +1,5 @@
-// The helper manager on a real root: what counts as installed, and what installing and removing
-// make of it.
+// The helper manager on a real root: what counts as installed, and the effects of installing and
+// removing.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,15 +15,15 @@ using Manager = KQPrivilegedHelperManager;
 class HelperManager : public JobdSuite {
  protected:
   static bool isInstalled() {
-    return Manager::isPriviledgedHelperInstalledWithLabel(platform::str(echoLabel));
+    return Manager::isPriviledgedHelperInstalledWithLabel(platform::str(kEchoLabel));
   }
   static bool install(std::shared_ptr<platform::NSError>* error) {
     return Manager::blessPriviledgedXCPHelperWithLabel_prompt_returnError(
-        platform::str(echoLabel), platform::str("May it?"), error);
+        platform::str(kEchoLabel), platform::str("May it?"), error);
   }
   static bool uninstall(std::shared_ptr<platform::NSError>* error) {
-    return Manager::removePriviledgedXCPHelperWithLabel_prompt_returnError(platform::str(echoLabel),
-                                                                           nullptr, error);
+    return Manager::removePriviledgedXCPHelperWithLabel_prompt_returnError(
+        platform::str(kEchoLabel), nullptr, error);
   }
 };
 
@@ -49,9 +49,9 @@ TEST_F(HelperManager, AnotherVersionCountsAsNotInstalledAndIsReplaced) {
     ASSERT_TRUE(bless(echoImage(version)).succeeded());
     EXPECT_FALSE(isInstalled()) << version;
     std::shared_ptr<platform::NSError> error;
-    EXPECT_FALSE(uninstall(&error)) << "another version's job is left in place";
+    EXPECT_FALSE(uninstall(&error)) << "another version's job is left alone";
     EXPECT_EQ(error, nullptr);
-    EXPECT_TRUE(std::filesystem::exists(root.helperTool(echoLabel)));
+    EXPECT_TRUE(std::filesystem::exists(root.helperTool(kEchoLabel)));
   }
   std::shared_ptr<platform::NSError> error;
   ASSERT_TRUE(install(&error)) << platform::descriptionOf(error);
@@ -91,7 +91,7 @@ TEST_F(HelperManager, WithoutATerminalThePersonIsToldWhatIsMissing) {
 
 TEST_F(HelperManager, AnExecutableThatWasDeletedIsNotInstalled) {
   ASSERT_TRUE(install(nullptr));
-  std::filesystem::remove(root.helperTool(echoLabel));
+  std::filesystem::remove(root.helperTool(kEchoLabel));
   EXPECT_FALSE(isInstalled());
   ASSERT_TRUE(install(nullptr));
   EXPECT_TRUE(isInstalled());

@@ -1,4 +1,4 @@
-// A job from its installation to its removal, with real processes.
+// A job from installation to removal, with real processes.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -34,7 +34,7 @@ platform::AuthorizationRef authorization() {
 }
 
 TEST_F(JobLife, BlessConnectRemoveAsAnApplicationDoes) {
-  const auto label = platform::str(echoLabel);
+  const auto label = platform::str(kEchoLabel);
   EXPECT_EQ(platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, label), nullptr);
   std::shared_ptr<platform::NSError> error;
   ASSERT_TRUE(
@@ -47,8 +47,8 @@ TEST_F(JobLife, BlessConnectRemoveAsAnApplicationDoes) {
   const auto arguments =
       platform::objectCast<platform::NSArray>(job->objectForKey("ProgramArguments"));
   ASSERT_TRUE(arguments);
-  EXPECT_EQ(arguments->objectAtIndex(0)->description(), root.helperTool(echoLabel).string());
-  EXPECT_EQ(this->job().processIdentifier, 0) << "nothing is started before somebody connects";
+  EXPECT_EQ(arguments->objectAtIndex(0)->description(), root.helperTool(kEchoLabel).string());
+  EXPECT_EQ(this->job().processIdentifier, 0) << "nothing is started before the first connection";
 
   Client client = connect();
   EXPECT_EQ(client.ask("echo hello"), "hello");
@@ -56,12 +56,12 @@ TEST_F(JobLife, BlessConnectRemoveAsAnApplicationDoes) {
   ASSERT_TRUE(
       platform::SMJobRemove(platform::kSMDomainSystemLaunchd, label, authorization(), true, &error))
       << platform::descriptionOf(error);
-  EXPECT_FALSE(helper.isThere()) << "the reply came before the process had gone";
+  EXPECT_FALSE(helper.isThere()) << "the reply came before the process had ended";
   EXPECT_EQ(client.receive(), "bye");
   EXPECT_EQ(client.receive(), "end of stream");
   EXPECT_EQ(platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, label), nullptr);
-  EXPECT_FALSE(fs::exists(root.helperTool(echoLabel)));
-  EXPECT_FALSE(fs::exists(root.endpoint(echoLabel)));
+  EXPECT_FALSE(fs::exists(root.helperTool(kEchoLabel)));
+  EXPECT_FALSE(fs::exists(root.endpoint(kEchoLabel)));
   EXPECT_EQ(connectResult().outcome, Outcome::UnknownName);
 
   EXPECT_FALSE(platform::SMJobRemove(platform::kSMDomainSystemLaunchd, label, authorization(), true,
@@ -90,7 +90,7 @@ TEST_F(JobLife, OneAuthorizationChangesOneJob) {
 }
 
 TEST_F(JobLife, OneAuthorizationIsEnoughToReplaceAJobButNotTwice) {
-  const auto label = platform::str(echoLabel);
+  const auto label = platform::str(kEchoLabel);
   std::shared_ptr<platform::NSError> error;
   const auto reference = authorization();
   const auto blesses = [&] {
@@ -99,7 +99,7 @@ TEST_F(JobLife, OneAuthorizationIsEnoughToReplaceAJobButNotTwice) {
   EXPECT_FALSE(
       platform::SMJobRemove(platform::kSMDomainSystemLaunchd, label, reference, true, &error));
   EXPECT_EQ(error->code(), static_cast<std::int64_t>(ServiceErrorCode::NoSuchJob));
-  EXPECT_TRUE(blesses()) << "a removal that failed does not stop the bless after it";
+  EXPECT_TRUE(blesses()) << "a removal that failed does not prevent the bless after it";
   EXPECT_FALSE(blesses());
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code(), static_cast<std::int64_t>(ServiceErrorCode::NotPermitted));
@@ -107,7 +107,7 @@ TEST_F(JobLife, OneAuthorizationIsEnoughToReplaceAJobButNotTwice) {
 }
 
 TEST_F(JobLife, AuthorizationsThatAreNotUsedUpHoldNoConnections) {
-  const auto label = platform::str(echoLabel);
+  const auto label = platform::str(kEchoLabel);
   const auto count = [] {
     return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
   };
@@ -124,7 +124,7 @@ TEST_F(JobLife, AnAuthorizationWhoseDaemonHungUpHoldsNoConnection) {
   };
   static_cast<void>(authorization());
   const auto before = count();
-  EXPECT_FALSE(platform::SMJobRemove(platform::kSMDomainSystemLaunchd, platform::str(echoLabel),
+  EXPECT_FALSE(platform::SMJobRemove(platform::kSMDomainSystemLaunchd, platform::str(kEchoLabel),
                                      authorization(), true, nullptr));
   EXPECT_EQ(count(), before + 1) << "for the bless that may follow";
   {
@@ -138,7 +138,7 @@ TEST_F(JobLife, AnAuthorizationWhoseDaemonHungUpHoldsNoConnection) {
 
 TEST_F(JobLife, WrongArgumentsAreAnsweredWithoutAskingAnybody) {
   std::shared_ptr<platform::NSError> error;
-  EXPECT_FALSE(platform::SMJobBless("kSMDomainUserLaunchd", platform::str(echoLabel),
+  EXPECT_FALSE(platform::SMJobBless("kSMDomainUserLaunchd", platform::str(kEchoLabel),
                                     authorization(), &error));
   EXPECT_EQ(error->code(), static_cast<std::int64_t>(ServiceErrorCode::InvalidArgument));
   EXPECT_FALSE(
@@ -148,18 +148,19 @@ TEST_F(JobLife, WrongArgumentsAreAnsweredWithoutAskingAnybody) {
   EXPECT_FALSE(platform::SMJobBless(platform::kSMDomainSystemLaunchd,
                                     platform::str("com.not.in.bundle"), authorization(), &error));
   EXPECT_THAT(error->description(), HasSubstr("Contents/Library/LaunchServices/com.not.in.bundle"));
-  EXPECT_EQ(platform::SMJobCopyDictionary("elsewhere", platform::str(echoLabel)), nullptr);
+  EXPECT_EQ(platform::SMJobCopyDictionary("elsewhere", platform::str(kEchoLabel)), nullptr);
   EXPECT_EQ(platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, nullptr), nullptr);
-  EXPECT_FALSE(daemon().status()) << "a daemon was started for nothing";
+  EXPECT_FALSE(daemon().status()) << "a daemon was started needlessly";
 }
 
 TEST_F(JobLife, TheHelperGetsItsSocketsAndNothingElse) {
-  // What the application has open, and left open across an exec, is none of the daemon's or the
-  // helper's business.
+  // What the application has open, even without close-on-exec, must not reach the daemon or the
+  // helper.
   const platform::FileDescriptor secret(::open("/etc/passwd", O_RDONLY));
   ::setenv("WLHID_TEST_SECRET", "1", 1);
-  ASSERT_TRUE(bless(image({echoLabel, "1.0", ECHO_HELPER, {echoLabel, "com.quillmar.echo.second"}}))
-                  .succeeded());
+  ASSERT_TRUE(
+      bless(image({kEchoLabel, "1.0", ECHO_HELPER, {kEchoLabel, "com.quillmar.echo.second"}}))
+          .succeeded());
   Client client = connect();
   EXPECT_THAT(
       client.ask("fds"),
@@ -172,10 +173,10 @@ TEST_F(JobLife, TheHelperGetsItsSocketsAndNothingElse) {
   EXPECT_THAT(client.ask("exe"), testing::StartsWith("/memfd:com.quillmar.echo"));
   const std::string itself = "/proc/" + std::to_string(client.process().identifier());
   EXPECT_EQ(testsupport::readFile(itself + "/cmdline"),
-            root.helperTool(echoLabel).string() + std::string(1, '\0'));
+            root.helperTool(kEchoLabel).string() + std::string(1, '\0'));
   Client second = connect("com.quillmar.echo.second");
   EXPECT_EQ(second.ask("service"), "com.quillmar.echo.second");
-  EXPECT_EQ(client.ask("service"), echoLabel);
+  EXPECT_EQ(client.ask("service"), kEchoLabel);
   EXPECT_EQ(second.process().identifier(), client.process().identifier());
 
   const fs::path open = "/proc/" + std::to_string(daemonProcess().identifier()) + "/fd";
@@ -202,7 +203,7 @@ TEST_F(JobLife, ASparseHelperCostsTheDaemonNoMemory) {
   const auto before = peakKilobytes();
   ASSERT_GT(before, 0U);
   const auto image = echoImage("2.0");
-  fs::resize_file(image, 60U << 20);  // all but its beginning is a hole
+  fs::resize_file(image, 60U << 20);  // a sparse file: all but its beginning is a hole
   ASSERT_TRUE(bless(image).succeeded());
   EXPECT_EQ(connect().ask("echo runs"), "runs");
   EXPECT_LT(peakKilobytes(), before + 20U * 1024);
@@ -213,8 +214,8 @@ TEST_F(JobLife, ASparseHelperCostsTheDaemonNoMemory) {
 }
 
 TEST_F(JobLife, AHelperWhoseReadIsNeverAnsweredHoldsUpNobody) {
-  // A guard that answers no read of the image, as a file system that hangs would; only the
-  // superuser may set one up.
+  // A guard that answers no read of the image, like an unresponsive file system; only the superuser
+  // may set one up.
   const auto image = echoImage("6.6");
   const platform::FileDescriptor guard(
       ::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC, O_RDONLY | O_LARGEFILE));
@@ -224,7 +225,7 @@ TEST_F(JobLife, AHelperWhoseReadIsNeverAnsweredHoldsUpNobody) {
     GTEST_SKIP() << "needs the superuser";
   std::thread hung([&] { EXPECT_FALSE(bless(image).succeeded()); });
   pollfd asked{guard.get(), POLLIN, 0};
-  EXPECT_EQ(::poll(&asked, 1, patienceMilliseconds), 1);
+  EXPECT_EQ(::poll(&asked, 1, kTimeoutMilliseconds), 1);
   EXPECT_EQ(connect().ask("echo served"), "served");
   EXPECT_TRUE(daemon().status());
   const std::string other = "com.quillmar.other";
@@ -270,7 +271,7 @@ TEST_F(JobLife, WhatEndsIsStartedAgainByTheNextConnection) {
 }
 
 TEST_F(JobLife, AJobThatKeepsCrashingIsHeldBackAndItsClientsWait) {
-  ASSERT_TRUE(bless(image({echoLabel, "1.0", CRASH_HELPER, {}})).succeeded());
+  ASSERT_TRUE(bless(image({kEchoLabel, "1.0", CRASH_HELPER, {}})).succeeded());
   Client waiting = connect();
   waiting.send("echo at last");
   ASSERT_TRUE(eventually([&] { return job().starts >= 3 && job().heldBackMilliseconds > 0; }));
@@ -281,16 +282,16 @@ TEST_F(JobLife, AJobThatKeepsCrashingIsHeldBackAndItsClientsWait) {
   EXPECT_EQ(held.lastEnd, "exited with status 3");
   EXPECT_THAT(log(), HasSubstr("]: no device, giving up\n"));
 
-  // A better version serves who has waited all the while.
+  // A better version serves the client that has been waiting all the time.
   ASSERT_TRUE(bless(echoImage("1.1")).succeeded());
   EXPECT_EQ(waiting.receive(), "at last");
 }
 
 TEST_F(JobLife, AReplacedJobIsTreatedLenientlyAgain) {
-  ASSERT_TRUE(bless(image({echoLabel, "1.0", CRASH_HELPER, {}})).succeeded());
+  ASSERT_TRUE(bless(image({kEchoLabel, "1.0", CRASH_HELPER, {}})).succeeded());
   const Client waiting = connect();
   ASSERT_TRUE(eventually([&] { return job().heldBackMilliseconds > 100; }));
-  ASSERT_TRUE(bless(image({echoLabel, "1.1", CRASH_HELPER, {}})).succeeded());
+  ASSERT_TRUE(bless(image({kEchoLabel, "1.1", CRASH_HELPER, {}})).succeeded());
   const auto starts = job().starts;
   std::int64_t longest = 0;
   ASSERT_TRUE(eventually([&] {
@@ -298,21 +299,21 @@ TEST_F(JobLife, AReplacedJobIsTreatedLenientlyAgain) {
     if (now.starts <= starts + 20) longest = std::max(longest, now.heldBackMilliseconds);
     return now.starts >= starts + 3;
   }));
-  EXPECT_LE(longest, 40);  // the lenient delay, of which this is what was left
+  EXPECT_LE(longest, 40);  // the lenient delay, or what was left of it
 }
 
 TEST_F(JobLife, AnExecutableThatWentMissingIsACrashToo) {
   ASSERT_TRUE(bless(echoImage()).succeeded());
-  fs::remove(root.helperTool(echoLabel));
+  fs::remove(root.helperTool(kEchoLabel));
   const Client waiting = connect();
   ASSERT_TRUE(eventually([&] { return job().starts >= 2; }));
   EXPECT_THAT(log(), HasSubstr("cannot start com.quillmar.echo: its executable is missing\n"));
-  testsupport::writeFile(root.helperTool(echoLabel), "no image");
+  testsupport::writeFile(root.helperTool(kEchoLabel), "no image");
   ASSERT_TRUE(
       eventually([&] { return log().find("no section __ELF,__program") != std::string::npos; }));
   ASSERT_TRUE(bless(echoImage()).succeeded());
-  // Not the one that waits: a start that was under way may have met the new program, and then it
-  // ended with the old job.
+  // Not the waiting client: a start in progress may have met the new program and then ended with
+  // the old job.
   Client next = connect();
   EXPECT_EQ(next.ask("echo here"), "here");
 }
@@ -322,17 +323,17 @@ TEST_F(JobLife, ANewVersionReplacesTheRunningOne) {
   Client old = connect();
   const Process oldProcess = old.process();
   const auto newImage =
-      image({echoLabel, "2.0", ECHO_HELPER, {"com.quillmar.echo.second", echoLabel}});
+      image({kEchoLabel, "2.0", ECHO_HELPER, {"com.quillmar.echo.second", kEchoLabel}});
   ASSERT_TRUE(bless(newImage).succeeded());
   EXPECT_FALSE(oldProcess.isThere());
   EXPECT_EQ(old.receive(), "bye");
-  EXPECT_EQ(testsupport::readFile(root.helperTool(echoLabel)), testsupport::readFile(newImage));
+  EXPECT_EQ(testsupport::readFile(root.helperTool(kEchoLabel)), testsupport::readFile(newImage));
   EXPECT_EQ(connect().ask("echo new"), "new");
   EXPECT_EQ(connect("com.quillmar.echo.second").ask("service"), "com.quillmar.echo.second");
 
   ASSERT_TRUE(bless(echoImage("3.0")).succeeded());
   EXPECT_FALSE(fs::exists(root.endpoint("com.quillmar.echo.second")))
-      << "an endpoint that is offered no more";
+      << "an endpoint that is no longer offered";
   EXPECT_EQ(connectResult("com.quillmar.echo.second").outcome, Outcome::UnknownName);
 }
 
@@ -351,11 +352,11 @@ TEST_F(JobLife, RemovalNeedNotWait) {
   Client client = connect();
   const Process helper = client.process();
   client.ask("deaf");
-  ASSERT_TRUE(remove(echoLabel, false).succeeded());
+  ASSERT_TRUE(remove(kEchoLabel, false).succeeded());
   EXPECT_TRUE(helper.isThere());
   const auto busy = bless(echoImage());
-  EXPECT_EQ(busy.code, ServiceErrorCode::Busy) << "two of the same would run at once";
-  EXPECT_EQ(busy.message, "com.quillmar.echo is just being removed; try again");
+  EXPECT_EQ(busy.code, ServiceErrorCode::Busy) << "two of them would run at once";
+  EXPECT_EQ(busy.message, "com.quillmar.echo is being removed; try again");
   EXPECT_THAT(log(), HasSubstr("]: removed com.quillmar.echo\n"));
   EXPECT_TRUE(helper.hasGone());
   ASSERT_TRUE(eventually([&] { return bless(echoImage()).succeeded(); }));
@@ -364,13 +365,13 @@ TEST_F(JobLife, RemovalNeedNotWait) {
 TEST_F(JobLife, WhatIsNoHelperIsRefusedAndChangesNothing) {
   ASSERT_TRUE(bless(echoImage("1.0")).succeeded());
   Client client = connect();
-  const std::string installed = testsupport::readFile(root.helperTool(echoLabel));
+  const std::string installed = testsupport::readFile(root.helperTool(kEchoLabel));
   EXPECT_EQ(bless(ECHO_HELPER).code, ServiceErrorCode::InvalidImage);
   EXPECT_EQ(bless("/dev/null").code, ServiceErrorCode::FileSystem);
   EXPECT_EQ(bless(temporary.path()).code, ServiceErrorCode::FileSystem);
   EXPECT_EQ(bless(image({"com.other", "1.0", ECHO_HELPER, {}})).code,
             ServiceErrorCode::InvalidImage);
-  EXPECT_EQ(testsupport::readFile(root.helperTool(echoLabel)), installed);
+  EXPECT_EQ(testsupport::readFile(root.helperTool(kEchoLabel)), installed);
   EXPECT_EQ(client.ask("echo undisturbed"), "undisturbed");
   EXPECT_FALSE(fs::exists(root.jobFile("com.other")));
 }
@@ -378,14 +379,14 @@ TEST_F(JobLife, WhatIsNoHelperIsRefusedAndChangesNothing) {
 TEST_F(JobLife, AForeignHelperGetsNeitherNameNorSocketOfAnother) {
   ASSERT_TRUE(bless(echoImage("1.0")).succeeded());
   Client client = connect();
-  const auto other = bless(image({"com.other", "1.0", ECHO_HELPER, {echoLabel}}), "com.other");
+  const auto other = bless(image({"com.other", "1.0", ECHO_HELPER, {kEchoLabel}}), "com.other");
   EXPECT_EQ(other.code, ServiceErrorCode::InvalidImage);
   EXPECT_EQ(other.message,
-            "the helper's job cannot be kept: the service com.quillmar.echo is not its own: it may "
+            "the helper's job cannot be used: the service com.quillmar.echo is not its own: it may "
             "offer com.other and names below that");
-  // A label above the other's makes its name one that may be offered, but it is held already.
-  const auto above = bless(image({"com.quillmar", "1.0", ECHO_HELPER, {"com.quillmar", echoLabel}}),
-                           "com.quillmar");
+  // A label that is a prefix of the other's may offer its name, but that is held already.
+  const auto above = bless(
+      image({"com.quillmar", "1.0", ECHO_HELPER, {"com.quillmar", kEchoLabel}}), "com.quillmar");
   EXPECT_EQ(above.code, ServiceErrorCode::InvalidImage);
   EXPECT_EQ(above.message, "the service com.quillmar.echo belongs to the job com.quillmar.echo");
   EXPECT_FALSE(fs::exists(root.jobFile("com.other")));
@@ -396,7 +397,7 @@ TEST_F(JobLife, AForeignHelperGetsNeitherNameNorSocketOfAnother) {
 
 TEST_F(JobLife, ANameThatAnotherJobOffersIsNoLabel) {
   const std::string below = "com.quillmar.echo.below";
-  ASSERT_TRUE(bless(image({echoLabel, "1.0", ECHO_HELPER, {echoLabel, below}})).succeeded());
+  ASSERT_TRUE(bless(image({kEchoLabel, "1.0", ECHO_HELPER, {kEchoLabel, below}})).succeeded());
   Client client = connect(below);
   const auto refused = bless(image({below, "1.0", ECHO_HELPER, {below + ".further"}}), below);
   EXPECT_EQ(refused.code, ServiceErrorCode::InvalidImage);
@@ -404,27 +405,27 @@ TEST_F(JobLife, ANameThatAnotherJobOffersIsNoLabel) {
             "the service com.quillmar.echo.below belongs to the job "
             "com.quillmar.echo");
   EXPECT_EQ(client.ask("service"), below);
-  // Once it is offered no more, it is free.
+  // Once it is no longer offered, it is free.
   ASSERT_TRUE(bless(echoImage("1.1")).succeeded());
   EXPECT_TRUE(bless(image({below, "1.0", ECHO_HELPER, {}}), below).succeeded());
-  const auto back = bless(image({echoLabel, "1.2", ECHO_HELPER, {echoLabel, below}}));
-  EXPECT_EQ(back.code, ServiceErrorCode::InvalidImage) << "its old name is another's now";
+  const auto back = bless(image({kEchoLabel, "1.2", ECHO_HELPER, {kEchoLabel, below}}));
+  EXPECT_EQ(back.code, ServiceErrorCode::InvalidImage) << "its old name now belongs to another";
 }
 
 TEST_F(JobLife, ASocketThatSomebodyListensOnIsNotReplaced) {
   ASSERT_TRUE(bless(echoImage("1.0")).succeeded());
   const std::string taken = "com.quillmar.echo.taken";
-  const std::string installed = testsupport::readFile(root.helperTool(echoLabel));
+  const std::string installed = testsupport::readFile(root.helperTool(kEchoLabel));
   platform::FileDescriptor listener(
       platform::listenUnixSocket(root.endpoint(taken).string(), SOCK_STREAM, 8, 0600));
   ASSERT_TRUE(listener);
   Client client = connect();
-  const auto image2 = image({echoLabel, "2.0", ECHO_HELPER, {echoLabel, taken}});
+  const auto image2 = image({kEchoLabel, "2.0", ECHO_HELPER, {kEchoLabel, taken}});
   const auto refused = bless(image2);
   EXPECT_EQ(refused.code, ServiceErrorCode::Busy);
   EXPECT_EQ(refused.message, "process " + std::to_string(::getpid()) +
                                  " listens on the service com.quillmar.echo.taken; end it first");
-  EXPECT_EQ(testsupport::readFile(root.helperTool(echoLabel)), installed);
+  EXPECT_EQ(testsupport::readFile(root.helperTool(kEchoLabel)), installed);
   EXPECT_EQ(client.ask("echo undisturbed"), "undisturbed");
   listener.reset();
   EXPECT_TRUE(bless(image2).succeeded()) << "a dead socket is replaced";
@@ -435,7 +436,7 @@ TEST_F(JobLife, AnUpdateThatCannotListenLeavesTheOldEndpointsOpen) {
   ASSERT_TRUE(bless(echoImage("1.0")).succeeded());
   const std::string blocked = "com.quillmar.echo.blocked";
   fs::create_directories(root.endpoint(blocked) / "not empty");
-  EXPECT_FALSE(bless(image({echoLabel, "2.0", ECHO_HELPER, {blocked, echoLabel}})).succeeded());
+  EXPECT_FALSE(bless(image({kEchoLabel, "2.0", ECHO_HELPER, {blocked, kEchoLabel}})).succeeded());
   EXPECT_EQ(connect().ask("echo still there"), "still there");
 }
 
@@ -480,8 +481,8 @@ TEST_F(JobLife, AKilledDaemonTakesItsJobsAlongAndIsReplaced) {
   EXPECT_TRUE(first.hasGone());
   EXPECT_TRUE(helper.hasGone());
   EXPECT_EQ(client.receive(), "end of stream");
-  // The endpoint's file is still there, with nobody behind it.
-  EXPECT_TRUE(fs::exists(root.endpoint(echoLabel)));
+  // The endpoint's file still exists, but no process listens on it.
+  EXPECT_TRUE(fs::exists(root.endpoint(kEchoLabel)));
   Client again = connect();
   EXPECT_EQ(again.ask("echo back"), "back");
   EXPECT_NE(daemonProcess().identifier(), first.identifier());
@@ -506,7 +507,7 @@ TEST_F(JobLife, WithoutJobsTheDaemonEndsByItself) {
   ASSERT_TRUE(remove().succeeded());
   EXPECT_TRUE(process.hasGone());
   EXPECT_FALSE(fs::exists(root.controlEndpoint()));
-  ASSERT_TRUE(bless(echoImage()).succeeded()) << "and another one comes when it is needed";
+  ASSERT_TRUE(bless(echoImage()).succeeded()) << "another daemon is started when it is needed";
 }
 
 TEST_F(JobLife, ManyClientsAreServedByOneProcess) {
@@ -529,7 +530,7 @@ class DeepRoot : public JobdSuite {
 };
 
 TEST_F(DeepRoot, NoPathIsTooLongForASocket) {
-  ASSERT_GT(root.endpoint(echoLabel).string().size(), 107U);
+  ASSERT_GT(root.endpoint(kEchoLabel).string().size(), 107U);
   ASSERT_TRUE(bless(echoImage()).succeeded());
   EXPECT_EQ(connect().ask("echo deep"), "deep");
   const std::string longLabel = "com." + std::string(190, 'x');

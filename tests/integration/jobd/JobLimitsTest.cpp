@@ -1,4 +1,4 @@
-// How much a job and its daemon take at a time, and whose sockets are left alone.
+// Limits of a job and its daemon, and sockets that must be left alone.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -31,10 +31,10 @@ TEST_F(JobLimits, ASocketWhoseBacklogIsFullIsListenedOnToo) {
   const platform::FileDescriptor waiting(
       platform::connectUnixSocket(root.endpoint(taken).string(), SOCK_STREAM | SOCK_NONBLOCK));
   ASSERT_TRUE(waiting);
-  const auto refused = bless(image({echoLabel, "2.0", ECHO_HELPER, {echoLabel, taken}}));
+  const auto refused = bless(image({kEchoLabel, "2.0", ECHO_HELPER, {kEchoLabel, taken}}));
   EXPECT_EQ(refused.code, ServiceErrorCode::Busy);
   EXPECT_EQ(refused.message,
-            "somebody listens on the service com.quillmar.echo.taken; end it first");
+            "another process listens on the service com.quillmar.echo.taken; end it first");
 }
 
 TEST_F(JobLimits, ASocketWhoseMakerHasGoneIsReplacedWhoeverHoldsIt) {
@@ -48,22 +48,22 @@ TEST_F(JobLimits, ASocketWhoseMakerHasGoneIsReplacedWhoeverHoldsIt) {
         platform::listenUnixSocket(root.endpoint(left).string(), SOCK_STREAM, 8, 0600));
     ::close(held[1]);
     char c = 0;
-    if (::fork() == 0) static_cast<void>(::read(held[0], &c, 1));  // until the test lets go
+    if (::fork() == 0) static_cast<void>(::read(held[0], &c, 1));  // until the test closes its end
     ::_exit(listener ? 0 : 1);
   }
   int status = 0;
   ASSERT_EQ(::waitpid(maker, &status, 0), maker);
   ASSERT_EQ(status, 0);
-  EXPECT_TRUE(bless(image({echoLabel, "2.0", ECHO_HELPER, {echoLabel, left}})).succeeded());
+  EXPECT_TRUE(bless(image({kEchoLabel, "2.0", ECHO_HELPER, {kEchoLabel, left}})).succeeded());
   EXPECT_EQ(connect(left).ask("service"), left);
   ::close(held[0]);
   ::close(held[1]);
 }
 
 TEST_F(JobLimits, SoManyConnectionsWaitForAJobThatCannotTakeThem) {
-  ASSERT_TRUE(bless(image({echoLabel, "1.0", CRASH_HELPER, {}})).succeeded());
+  ASSERT_TRUE(bless(image({kEchoLabel, "1.0", CRASH_HELPER, {}})).succeeded());
   const auto connects = [&] {
-    return platform::FileDescriptor(platform::connectUnixSocket(root.endpoint(echoLabel).string(),
+    return platform::FileDescriptor(platform::connectUnixSocket(root.endpoint(kEchoLabel).string(),
                                                                 SOCK_STREAM | SOCK_NONBLOCK));
   };
   std::vector<platform::FileDescriptor> waiting;
@@ -94,14 +94,14 @@ TEST_F(JobLimits, OnlySoManyHelpersAreCopiedAtATime) {
       GTEST_SKIP() << "needs the superuser";
     hung.emplace_back([this, image, label] { EXPECT_FALSE(bless(image, label).succeeded()); });
     pollfd asked{guard.get(), POLLIN, 0};
-    EXPECT_EQ(::poll(&asked, 1, patienceMilliseconds), 1);
+    EXPECT_EQ(::poll(&asked, 1, kTimeoutMilliseconds), 1);
     fanotify_event_metadata event{};
     EXPECT_EQ(::read(guard.get(), &event, sizeof event), static_cast<ssize_t>(sizeof event));
     ::close(event.fd);
   }
   const auto refused = bless(echoImage("2.0"));
   EXPECT_EQ(refused.code, ServiceErrorCode::Busy);
-  EXPECT_EQ(refused.message, "too much is being installed; try again");
+  EXPECT_EQ(refused.message, "too many helpers are being installed; try again");
   const Process process = daemonProcess();
   process.signal(SIGTERM);
   EXPECT_TRUE(process.hasGone());

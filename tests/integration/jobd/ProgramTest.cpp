@@ -1,4 +1,4 @@
-// The daemon as a program: its options, what it says, and what it takes over from who starts it.
+// The daemon as a program: its options, its messages, and what it inherits from its parent.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -24,8 +24,8 @@ class Program : public JobdSuite {
     std::string errors;
     std::string readiness;
   };
-  /// Runs it to its end with its readiness pipe at that number. Of a daemon in the background that
-  /// is the end of its parent.
+  /// Runs it until it ends, with its readiness pipe at that number. A daemon in the background ends
+  /// with its parent here.
   Run run(std::vector<std::string> options, int readyAt = 9) {
     std::array<int, 2> ends{};
     EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
@@ -57,7 +57,7 @@ class Program : public JobdSuite {
     return result;
   }
   std::string path() const { return root.path().string(); }
-  /// A root with a job, which a daemon without a request to answer keeps as well.
+  /// A root with a job, which keeps a daemon running even without requests.
   void prepareJob() {
     ASSERT_TRUE(bless(echoImage()).succeeded());
     const Process process = daemonProcess();
@@ -134,7 +134,7 @@ TEST_F(Program, InTheBackgroundItIsASessionOfItsOwnWhereNothingIsHeldOpen) {
   const mode_t mask = ::umask(077);
   const Run result = run({"--root", path(), "--ready-fd", "9"});
   ::umask(mask);
-  EXPECT_EQ(result.status, 0) << "the parent leaves it to itself";
+  EXPECT_EQ(result.status, 0) << "the parent does not wait for it";
   EXPECT_EQ(result.readiness, "\n");
   const auto daemon = daemonProcess().identifier();
   EXPECT_NE(daemon, ::getpid());
@@ -146,7 +146,7 @@ TEST_F(Program, InTheBackgroundItIsASessionOfItsOwnWhereNothingIsHeldOpen) {
     const std::string target = fs::read_symlink(entry.path(), ignored).string();
     EXPECT_THAT(target, Not(HasSubstr("/dev/zero"))) << entry.path();
     EXPECT_FALSE(entry.path().filename() == "9" && target.starts_with("pipe:"))
-        << "the readiness pipe is closed once it is said";
+        << "the readiness pipe is closed after the report";
   }
   struct stat status {};
   ASSERT_EQ(::stat(root.systemLog().parent_path().c_str(), &status), 0);
@@ -179,7 +179,7 @@ TEST_F(Program, AHangUpIsNoReasonToEndAndAnInterruptIs) {
   process.signal(SIGINT);
   EXPECT_TRUE(process.hasGone());
   EXPECT_FALSE(fs::exists(root.controlEndpoint()));
-  EXPECT_FALSE(fs::exists(root.endpoint(echoLabel)));
+  EXPECT_FALSE(fs::exists(root.endpoint(kEchoLabel)));
 }
 
 TEST_F(Program, AReplacedEndpointEndsIt) {

@@ -1,4 +1,4 @@
-// The daemon and its root: who starts it, on which roots it serves, and what it makes of damaged
+// The daemon and its root: who starts it, which roots it serves, and what it does with damaged
 // ones.
 #include <signal.h>
 #include <sys/socket.h>
@@ -28,7 +28,7 @@ namespace fs = std::filesystem;
 
 class Root : public JobdSuite {
  protected:
-  /// What ensureRunning throws.
+  /// The error thrown by ensureRunning.
   [[nodiscard]] ServiceError refusal() const {
     try {
       daemon().ensureRunning();
@@ -101,7 +101,7 @@ TEST_F(Root, ARootOfSomebodyElseIsNotServed) {
 }
 
 TEST_F(Root, ASuperusersRootInAUsersHomeIsRefusedBeforeAnythingIsMade) {
-  if (::geteuid() != 0) return;  // only the superuser has a home to trespass on
+  if (::geteuid() != 0) return;  // applies to the superuser only
   const fs::path home = temporary.path() / "home";
   fs::create_directories(home);
   ASSERT_EQ(::chown(home.c_str(), 12345, 12345), 0);
@@ -151,7 +151,7 @@ TEST_F(Root, WhatIsPutInItsPlaceLaterGetsNothing) {
     return testsupport::readFile(away / "var/log/system.log").find("after the swap") !=
            std::string::npos;
   }));
-  EXPECT_EQ(connectResult().outcome, Outcome::Refused) << "the link is no root";
+  EXPECT_EQ(connectResult().outcome, Outcome::Refused) << "a link is not a root";
   EXPECT_TRUE(fs::is_empty(planted));
   fs::remove(root.path());
   fs::rename(away, root.path());
@@ -167,16 +167,16 @@ TEST_F(Root, ARootThatOthersCanWriteIsRefusedBeforeADaemonIsStarted) {
 
 TEST_F(Root, AServicesEndpointIsForItsOwnerAlone) {
   ASSERT_TRUE(bless(echoImage()).succeeded());
-  for (const auto& endpoint : {root.endpoint(echoLabel), root.controlEndpoint()}) {
+  for (const auto& endpoint : {root.endpoint(kEchoLabel), root.controlEndpoint()}) {
     struct stat status {};
     ASSERT_EQ(::lstat(endpoint.c_str(), &status), 0) << endpoint;
     EXPECT_TRUE(S_ISSOCK(status.st_mode)) << endpoint;
     EXPECT_EQ(status.st_mode & 07777U, 0600U) << endpoint;
     EXPECT_EQ(status.st_uid, ::geteuid()) << endpoint;
   }
-  if (!testsupport::isSuperuser()) return;  // only the superuser can act as somebody else
+  if (!testsupport::isSuperuser()) return;  // only the superuser can act as another user
   ::chmod(temporary.path().c_str(), 0755);
-  EXPECT_EQ(testsupport::asUser(testsupport::otherUser,
+  EXPECT_EQ(testsupport::asUser(testsupport::kOtherUser,
                                 [&] {
                                   const auto result = connectResult();
                                   return std::to_string(static_cast<int>(result.outcome)) + " " +
@@ -200,17 +200,17 @@ TEST_F(Root, DamagedJobFilesAreLeftOutAndNoted) {
   const Process first = daemonProcess();
   first.signal(SIGTERM);
   ASSERT_TRUE(first.hasGone());
-  const auto good = testsupport::readFile(root.jobFile(echoLabel));
+  const auto good = testsupport::readFile(root.jobFile(kEchoLabel));
   testsupport::writeFile(root.jobFile("com.garbage"), "garbage");
   testsupport::writeFile(root.jobFile("com.empty"), "");
   testsupport::writeFile(root.jobFile("com.renamed"), good);
   testsupport::writeFile(root.jobFile("com.large"),
                          std::string(platform::maximumControlBytes, ' '));
-  fs::create_symlink(root.jobFile(echoLabel), root.jobFile("com.link"));
+  fs::create_symlink(root.jobFile(kEchoLabel), root.jobFile("com.link"));
   ASSERT_EQ(::mkfifo(root.jobFile("com.pipe").c_str(), 0600), 0);
   fs::create_directories(root.jobFile("com.directory"));
   testsupport::writeFile(root.jobFile("com.quillmar.echo").parent_path() / "bad name.plist", good);
-  const auto thief = platform::encodeJobFile({"com.thief", {"/x"}, {echoLabel}});
+  const auto thief = platform::encodeJobFile({"com.thief", {"/x"}, {kEchoLabel}});
   testsupport::writeFile(root.jobFile("com.thief"),
                          {reinterpret_cast<const char*>(thief.data()), thief.size()});
 
@@ -219,14 +219,14 @@ TEST_F(Root, DamagedJobFilesAreLeftOutAndNoted) {
   ASSERT_TRUE(status);
   for (const char* label : {"com.garbage", "com.empty", "com.renamed", "com.large", "com.link",
                             "com.pipe", "com.directory"}) {
-    EXPECT_THAT(log(), HasSubstr(std::string("leaving out the job ") + label + ": "));
+    EXPECT_THAT(log(), HasSubstr(std::string("skipping the job ") + label + ": "));
     EXPECT_EQ(platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, platform::str(label)),
               nullptr)
         << label;
   }
-  EXPECT_THAT(log(), HasSubstr("leaving out the job com.thief: its job file cannot be used: the "
+  EXPECT_THAT(log(), HasSubstr("skipping the job com.thief: its job file cannot be used: the "
                                "service com.quillmar.echo is not its own"));
-  EXPECT_TRUE(remove("com.garbage").succeeded()) << "what cannot be kept can still be removed";
+  EXPECT_TRUE(remove("com.garbage").succeeded()) << "an unusable job can still be removed";
   EXPECT_FALSE(fs::exists(root.jobFile("com.garbage")));
 }
 
@@ -235,17 +235,18 @@ TEST_F(Root, ANameBelongsToTheJobThatIsCalledSoWhateverIsLoadedFirst) {
   const Process first = daemonProcess();
   first.signal(SIGTERM);
   ASSERT_TRUE(first.hasGone());
-  const auto early = platform::encodeJobFile({"com.quillmar", {"/x"}, {"com.quillmar", echoLabel}});
+  const auto early =
+      platform::encodeJobFile({"com.quillmar", {"/x"}, {"com.quillmar", kEchoLabel}});
   testsupport::writeFile(root.jobFile("com.quillmar"),
                          {reinterpret_cast<const char*>(early.data()), early.size()});
   EXPECT_EQ(connect().ask("echo mine"), "mine");
-  EXPECT_THAT(log(), HasSubstr("leaving out the job com.quillmar: the service com.quillmar.echo "
+  EXPECT_THAT(log(), HasSubstr("skipping the job com.quillmar: the service com.quillmar.echo "
                                "belongs to the job com.quillmar.echo"));
   EXPECT_EQ(job("com.quillmar").label, "");
 }
 
 TEST_F(Root, AJobOfAnUnservedServiceIsUnknown) {
-  // A job file put there by hand while the daemon runs: nobody listens for it.
+  // A job file put there by hand while the daemon runs: no process listens for it.
   ASSERT_TRUE(bless(echoImage()).succeeded());
   const auto file = platform::encodeJobFile({"com.byhand", {"/x"}, {"com.byhand"}});
   testsupport::writeFile(root.jobFile("com.byhand"),
@@ -261,24 +262,24 @@ TEST_F(Root, AJobThatNamesAnotherProgramThanIsRunIsNoJob) {
   first.signal(SIGTERM);
   ASSERT_TRUE(first.hasGone());
   const fs::path other = temporary.path() / "other";
-  fs::copy_file(root.helperTool(echoLabel), other);
+  fs::copy_file(root.helperTool(kEchoLabel), other);
   for (const fs::path& named : {other, fs::path("/nowhere/at/all")}) {
-    const auto file = platform::encodeJobFile({echoLabel, {named.string()}, {echoLabel}});
-    testsupport::writeFile(root.jobFile(echoLabel),
+    const auto file = platform::encodeJobFile({kEchoLabel, {named.string()}, {kEchoLabel}});
+    testsupport::writeFile(root.jobFile(kEchoLabel),
                            {reinterpret_cast<const char*>(file.data()), file.size()});
     EXPECT_EQ(
-        platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, platform::str(echoLabel)),
+        platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd, platform::str(kEchoLabel)),
         nullptr)
         << named;
     EXPECT_EQ(connectResult().outcome, Outcome::UnknownName) << named;
-    EXPECT_THAT(log(), HasSubstr("leaving out the job com.quillmar.echo: it names the "
+    EXPECT_THAT(log(), HasSubstr("skipping the job com.quillmar.echo: it names the "
                                  "program " +
                                  named.string() + ", which is not the helper that is run for it"));
     const Process daemon = daemonProcess();
     daemon.signal(SIGTERM);
     ASSERT_TRUE(daemon.hasGone());
   }
-  ASSERT_TRUE(bless(echoImage()).succeeded()) << "installing it again mends it";
+  ASSERT_TRUE(bless(echoImage()).succeeded()) << "installing it again repairs it";
   EXPECT_EQ(connect().ask("echo x"), "x");
 }
 
@@ -286,10 +287,10 @@ TEST_F(Root, AJobWhoseProgramBecameAnotherIsNotStarted) {
   ASSERT_TRUE(bless(echoImage()).succeeded());
   const fs::path away = temporary.path() / "away";
   fs::rename(root.path(), away);
-  testsupport::writeFile(root.helperTool(echoLabel), "what an application would read");
+  testsupport::writeFile(root.helperTool(kEchoLabel), "what an application would read");
   const platform::SystemRoot moved(away);
   const FileDescriptor client(
-      platform::connectUnixSocket(moved.endpoint(echoLabel).string(), SOCK_STREAM));
+      platform::connectUnixSocket(moved.endpoint(kEchoLabel).string(), SOCK_STREAM));
   ASSERT_TRUE(client);
   const platform::JobDaemon daemon(moved);
   std::string end;
@@ -299,7 +300,7 @@ TEST_F(Root, AJobWhoseProgramBecameAnotherIsNotStarted) {
     return !end.empty();
   }));
   EXPECT_THAT(end, HasSubstr("could not be started: it names the program " +
-                             root.helperTool(echoLabel).string()));
+                             root.helperTool(kEchoLabel).string()));
   EXPECT_THAT(testsupport::readFile(moved.systemLog()),
               HasSubstr("cannot start com.quillmar.echo: it names the program"));
   fs::remove_all(root.path());
@@ -319,7 +320,8 @@ TEST_F(Root, ADeletedRootEndsItsDaemonAndItsJobs) {
   Client client = connect();
   const Process helper = client.process();
   const Process process = daemonProcess();
-  // The daemon may write its last words while its log is being deleted, so once may not be enough.
+  // The daemon may still write to its log while that is being deleted, so one attempt may not be
+  // enough.
   ASSERT_TRUE(eventually([&] {
     std::error_code ignored;
     fs::remove_all(root.path(), ignored);
@@ -335,7 +337,7 @@ TEST_F(Root, StagingFilesOfACrashAreCleared) {
   first.signal(SIGKILL);
   ASSERT_TRUE(first.hasGone());
   const auto stray =
-      root.helperTool(echoLabel).parent_path() / (std::string(".staging.") + echoLabel);
+      root.helperTool(kEchoLabel).parent_path() / (std::string(".staging.") + kEchoLabel);
   testsupport::writeFile(stray, "half");
   EXPECT_EQ(connect().ask("echo x"), "x");
   EXPECT_FALSE(fs::exists(stray));
@@ -352,7 +354,7 @@ TEST_F(Root, AnEndpointOfSomebodyElseIsRefused) {
   if (child == 0) {
     if (::setuid(12345) != 0) ::_exit(1);
     const FileDescriptor listener(
-        platform::listenUnixSocket(root.endpoint(echoLabel).string(), SOCK_STREAM, 8, 0666));
+        platform::listenUnixSocket(root.endpoint(kEchoLabel).string(), SOCK_STREAM, 8, 0666));
     const char said = listener ? 'y' : 'n';
     if (::write(ready[1], &said, 1) != 1) ::_exit(2);
     ::pause();

@@ -26,13 +26,13 @@ void Process::signal(int number) const {
 }
 
 bool Process::waitForEnd(int milliseconds) const {
-  if (!handle_) return true;  // it had gone before it could be held
+  if (!handle_) return true;  // it had ended before it could be opened
   pollfd entry{handle_.get(), POLLIN, 0};
   return ::poll(&entry, 1, milliseconds) == 1;
 }
 
 bool Process::hasGone() const {
-  return waitForEnd(patienceMilliseconds);
+  return waitForEnd(kTimeoutMilliseconds);
 }
 bool Process::isThere() const {
   return !waitForEnd(0);
@@ -53,7 +53,7 @@ std::string Client::receive() {
       return line;
     }
     pollfd entry{socket_.get(), POLLIN, 0};
-    if (::poll(&entry, 1, patienceMilliseconds) != 1) return "nothing came";
+    if (::poll(&entry, 1, kTimeoutMilliseconds) != 1) return "nothing came";
     std::array<char, 4096> buffer{};
     const ssize_t got = ::recv(socket_.get(), buffer.data(), buffer.size(), 0);
     if (got <= 0) return "end of stream";
@@ -112,7 +112,7 @@ platform::ControlReply JobdSuite::remove(const std::string& label, bool wait) co
 
 Process JobdSuite::daemonProcess() const {
   const auto status = daemon().status();
-  EXPECT_TRUE(status) << "no daemon runs";
+  EXPECT_TRUE(status) << "no daemon is running";
   return Process(status ? static_cast<pid_t>(status->daemonProcessIdentifier) : -1);
 }
 
@@ -128,7 +128,7 @@ platform::JobStatus JobdSuite::job(const std::string& label) const {
 
 bool JobdSuite::eventually(const std::function<bool()>& holds) {
   const auto deadline =
-      std::chrono::steady_clock::now() + std::chrono::milliseconds(patienceMilliseconds);
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(kTimeoutMilliseconds);
   while (!holds()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
     ::sched_yield();
@@ -147,7 +147,7 @@ Client JobdSuite::connect(const std::string& service) {
 }
 
 std::filesystem::path JobdSuite::echoImage(const std::string& version) {
-  return image({echoLabel, version, ECHO_HELPER, {}});
+  return image({kEchoLabel, version, ECHO_HELPER, {}});
 }
 
 std::filesystem::path JobdSuite::image(const testsupport::ImagePlan& plan) {

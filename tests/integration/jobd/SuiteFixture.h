@@ -1,5 +1,5 @@
-// What the tests of the job daemon share: a root of their own, an application's calls, a client of
-// the echo helper.
+// What the tests of the job daemon share: a root for each test, an application's calls, and a
+// client of the echo helper.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -17,11 +17,11 @@
 
 namespace jobdtest {
 
-inline constexpr const char* echoLabel = "com.quillmar.echo";
+inline constexpr const char* kEchoLabel = "com.quillmar.echo";
 /// How long anything is waited for before it counts as not happening.
-inline constexpr int patienceMilliseconds = 30'000;
+inline constexpr int kTimeoutMilliseconds = 30'000;
 
-/// A process that is not our child, by a handle that stays its own.
+/// A process that is not our child, held by a descriptor so that its ID cannot be reused.
 class Process {
  public:
   explicit Process(pid_t identifier);
@@ -42,7 +42,7 @@ class Client {
  public:
   explicit Client(platform::FileDescriptor socket) : socket_(std::move(socket)) {}
   void send(const std::string& line) const;
-  /// The next line; "end of stream" when there is none, "nothing came" when none comes in time.
+  /// The next line; "end of stream" if there is none, "nothing came" on a timeout.
   std::string receive();
   std::string ask(const std::string& line) {
     send(line);
@@ -64,21 +64,21 @@ class JobdSuite : public testing::Test {
   void TearDown() override;
 
   [[nodiscard]] platform::JobDaemon daemon() const { return platform::JobDaemon(root); }
-  /// With leave for it, as an application that was authorized has.
+  /// With permission for it, like an authorized application.
   [[nodiscard]] platform::ControlReply change(const platform::ControlRequest& request,
                                               int descriptor) const;
   [[nodiscard]] platform::ControlReply bless(const std::filesystem::path& image,
-                                             const std::string& label = echoLabel) const;
-  [[nodiscard]] platform::ControlReply remove(const std::string& label = echoLabel,
+                                             const std::string& label = kEchoLabel) const;
+  [[nodiscard]] platform::ControlReply remove(const std::string& label = kEchoLabel,
                                               bool wait = true) const;
-  /// The daemon as a process. There must be one.
+  /// The process of the daemon, which must be running.
   [[nodiscard]] Process daemonProcess() const;
-  [[nodiscard]] platform::JobStatus job(const std::string& label = echoLabel) const;
-  /// Asks again and again until it holds; false when it does not in time.
+  [[nodiscard]] platform::JobStatus job(const std::string& label = kEchoLabel) const;
+  /// Asks repeatedly until it holds; false on a timeout.
   [[nodiscard]] static bool eventually(const std::function<bool()>& holds);
 
-  static platform::ServiceConnectResult connectResult(const std::string& service = echoLabel);
-  static Client connect(const std::string& service = echoLabel);
+  static platform::ServiceConnectResult connectResult(const std::string& service = kEchoLabel);
+  static Client connect(const std::string& service = kEchoLabel);
 
   std::filesystem::path echoImage(const std::string& version = "1.0");
   std::filesystem::path image(const testsupport::ImagePlan& plan);

@@ -1,4 +1,4 @@
-// A program in the job daemon's place that is none: it says nothing and ends.
+// A program in place of the job daemon: it reports nothing and exits.
 int main() {
   return 0;
 }

@@ -1,4 +1,4 @@
-// A helper for tests that ends as soon as it was started.
+// A helper for tests that exits as soon as it is started.
 #include <iostream>
 
 int main() {

@@ -1,4 +1,4 @@
-// A helper for tests: takes its sockets by the hand-over protocol and answers lines.
+// A helper for tests: takes its sockets by the protocol for passing sockets and answers lines.
 //
 //   echo TEXT     TEXT                          log TEXT     TEXT on standard error, then "ok"
 //   pid           its process                   exit N       ends with status N
@@ -7,7 +7,7 @@
 //   exe           what it runs from             flood N      N lines on standard output, then "ok"
 //   service       the service connected to        limits       what it may not do
 //
-// On SIGTERM it says "bye" on each connection and ends in good order.
+// On SIGTERM it sends "bye" on each connection and exits cleanly.
 #include <dirent.h>
 #include <poll.h>
 #include <signal.h>
@@ -130,7 +130,7 @@ void blockSignals(Helper& helper) {
   helper.signals = ::signalfd(-1, &mask, SFD_CLOEXEC);
 }
 
-/// False when the peer has gone.
+/// False when the peer has closed the connection.
 bool serve(Helper& helper, Peer& peer) {
   std::array<char, 4096> buffer{};
   const ssize_t got = ::recv(peer.socket, buffer.data(), buffer.size(), 0);

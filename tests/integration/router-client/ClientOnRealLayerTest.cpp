@@ -30,7 +30,7 @@ class ClientOnRealLayer : public RealLayerTest {
   static Lines changesTo(int value) {
     return status(value, "delegate clientStatusChangedTo " + std::to_string(value));
   }
-  /// The start request's error handler; what the error says behind its code is the layer's affair.
+  /// The start request's error handler; the text after the code is up to the connection layer.
   static std::string failedStart(int code) {
     return startError("Error Domain=NSCocoaErrorDomain Code=" + std::to_string(code));
   }

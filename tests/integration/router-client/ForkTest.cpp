@@ -1,4 +1,4 @@
-// Children of an application that routes: whatever they do to its client, its input goes on.
+// Child processes of a routing application: whatever they do to its client, its input continues.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,10 +13,10 @@ std::shared_ptr<platform::NSData> report() {
 
 class ClientInAChild : public RealLayerTest {
  protected:
-  /// Runs `action` in a child and waits for its end; whether it came to its end.
+  /// Runs `action` in a child and waits for it; returns whether it completed.
   template <class Action>
   static bool inChild(const Action& action) {
-    constexpr unsigned kLongest = 30;  // seconds; a child that hangs is ended by SIGALRM
+    constexpr unsigned kLongest = 30;  // seconds; a child that hangs is killed by SIGALRM
     const pid_t child = ::fork();
     if (child == 0) {
       ::alarm(kLongest);
@@ -26,7 +26,7 @@ class ClientInAChild : public RealLayerTest {
     int status = 0;
     return ::waitpid(child, &status, 0) == child && status == 0;
   }
-  /// A report reaches the delegate, and the session has heard nothing of an end.
+  /// A report reaches the delegate, and the session has not been told to end.
   void expectInput(std::uint32_t reportID) {
     const auto sessions = routing();
     ASSERT_EQ(sessions.size(), 1U);

@@ -1,4 +1,4 @@
-// A router that does not keep to the protocol's classes.
+// A router that violates the classes of the protocol.
 #include "platform/xpc/XPCTraits.h"
 #include "tests/integration/router-client/RealLayerFixture.h"
 
@@ -7,8 +7,8 @@ namespace {
 
 using namespace platform;
 
-/// The router's protocol as a liar declares it: the same selectors, but text where an error or
-/// nothing belongs.
+/// The router's protocol as declared by a hostile router: the same selectors, but strings in place
+/// of errors or nothing.
 class LyingRouterProtocol {
  public:
   using StartReply = std::function<void(const std::shared_ptr<NSString>&)>;

@@ -2,7 +2,6 @@
 // scripted.
 //
 // Threading: the test's thread, and the queues of the connections.
-// Ownership: the fixture's.
 #pragma once
 
 #include <thread>
@@ -45,7 +44,7 @@ class RealLayerTest : public ::testing::Test {
     trace().take();
   }
 
-  /// The queue holds the client while it delivers; from here on it is the test's alone.
+  /// The queue keeps the client alive while it delivers; after this only the test does.
   [[nodiscard]] bool waitUntilOnlyOursHolds() const {
     const auto limit = std::chrono::steady_clock::now() + kPatience;
     while (client_.use_count() != 1) {

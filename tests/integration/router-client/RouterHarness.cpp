@@ -87,7 +87,7 @@ RouterHarness::~RouterHarness() {
 }
 
 bool waitUntilNoConnectionIsLeft() {
-  // The count has no event to wait for; the limit is only for the case that it never gets there.
+  // There is no event to wait for; the limit applies only if the count never gets there.
   const auto limit = std::chrono::steady_clock::now() + kPatience;
   while (platform::liveConnectionCount() != 0) {
     if (std::chrono::steady_clock::now() > limit) return false;

@@ -1,9 +1,9 @@
-// A router in this process, on a real endpoint in a directory of its own, reached by the real
+// A router in this process, on a real endpoint in its own directory, reached through the real
 // connection layer. The presence check is answered by a scripted platform.
 //
-// Threading: the harness may be asked from any thread.
+// Threading: any thread.
 // Ownership: the harness keeps the router and the replies that are held back.
-// Errors: std::runtime_error when the endpoint can't be made.
+// Errors: std::runtime_error if the endpoint cannot be created.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -27,18 +27,18 @@ using testsupport::TestRouter;
 
 inline constexpr std::chrono::seconds kPatience{60};
 
-/// What start requests are answered with: what was set, or what the test says later.
+/// The answers to start requests: preset, or given later by the test.
 class StartAnswers {
  public:
   using StartReply = WLHIDEventRouterProtocol::StartReply;
 
-  /// What a start request is answered with; null: routing. Ahead of that, with `hold`, nothing.
+  /// The answer to a start request; null: routing. With `hold`, requests are not answered yet.
   void setAnswer(std::shared_ptr<platform::NSError> error);
   void setHoldReplies(bool hold);
   [[nodiscard]] bool waitForHeldReply();
-  /// The held replies, for the caller to call or to drop.
+  /// The replies held back, for the caller to call or to drop.
   std::vector<StartReply> takeHeldReplies();
-  /// The last request's, as is the next.
+  /// That of the last request; the same goes for the next function.
   [[nodiscard]] std::uint64_t entryID();
   [[nodiscard]] std::shared_ptr<platform::NSDictionary> tags();
 
@@ -54,7 +54,7 @@ class StartAnswers {
   std::shared_ptr<platform::NSDictionary> tags_;
 };
 
-/// Puts the router's endpoint in place and takes it away again.
+/// Installs the router's endpoint and removes it again.
 class RouterHarness {
  public:
   RouterHarness();
@@ -72,7 +72,7 @@ class RouterHarness {
   std::shared_ptr<platform::ServiceEndpoints> previousEndpoints_;
 };
 
-/// Waits until no connection of this process is left: no thread, no descriptor.
+/// Waits until no connection of this process is left: no thread and no descriptor.
 [[nodiscard]] bool waitUntilNoConnectionIsLeft();
 
 }  // namespace test

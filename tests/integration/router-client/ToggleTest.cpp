@@ -1,4 +1,4 @@
-// Quick stops and starts settle in what was asked for last, and nothing is left behind.
+// Rapid stops and starts end in the last requested state, and nothing is left behind.
 #include <random>
 
 #include "tests/integration/router-client/RealLayerFixture.h"
@@ -10,7 +10,7 @@ class Toggles : public RealLayerTest {
  protected:
   Toggles() { platform_.setLogLevel(4); }
 
-  /// The client is wanted started: exactly one session is left, and what its router sends arrives.
+  /// The client should be started: exactly one session is left, and what its router sends arrives.
   void expectOneLiveSession() {
     const auto arrived = [this] {
       for (const auto& session : routing())

@@ -1,5 +1,5 @@
-// What the router remembers of its clients, and what it tells of them: in its log, in its status
-// and to those who come again.
+// What the router remembers about its clients, and how it reports it: in its log, in its status and
+// to those that come again.
 #include <regex>
 #include <set>
 
@@ -22,7 +22,7 @@ class RouterBookkeeping : public routertest::RouterFixture {};
 TEST_F(RouterBookkeeping, WhoOnlyConnectsIsInTheStatusToo) {
   startRouter();
   Client client;
-  client.stop();  // there is nothing to stop, but there is a connection
+  client.stop();  // nothing to stop, but there is a connection
   const auto status =
       awaitStatus([](const router::RouterStatus& s) { return s.sessions.size() == 1; });
   EXPECT_EQ(status.sessions[0].pid, ::getpid());
@@ -66,11 +66,11 @@ TEST_F(RouterBookkeeping, SessionsAreCountedFromOneAndTheLogTellsTheirStory) {
   const std::string device = platform::stringWithFormat("routes device 0x%llx (Mouse)", id);
   const Lines lines = routerLog_->lines();
   ASSERT_EQ(lines.size(), 8U);
-  EXPECT_THAT(lines[0], testing::EndsWith(" of " + directory_.string() + ", 1 devices"));
-  EXPECT_THAT(Lines(lines.begin() + 1, lines.begin() + 7),
-              ElementsAre(who(1) + " begins", who(1) + ": " + device + " for itself alone",
-                          who(1) + ": stops", who(1) + ": " + device, who(1) + ": has ended",
-                          who(2) + " begins"));
+  EXPECT_THAT(lines[0], testing::EndsWith(" started: root " + directory_.string() + ", 1 devices"));
+  EXPECT_THAT(
+      Lines(lines.begin() + 1, lines.begin() + 7),
+      ElementsAre(who(1) + " begins", who(1) + ": " + device + " exclusively", who(1) + ": stops",
+                  who(1) + ": " + device, who(1) + ": has ended", who(2) + " begins"));
   EXPECT_THAT(lines[7], HasSubstr(who(2) + ": cannot route: "));
   EXPECT_THAT(lines[7], HasSubstr("no device has the registry entry ID 0x42"));
 }
@@ -126,7 +126,7 @@ TEST_F(RouterBookkeeping, TheEndOfARecordingIsToldToItsOwnClientAboutItsOwnDevic
 TEST_F(RouterBookkeeping, TheEndOfARecordingIsForgottenAfterAWhile) {
   const std::uint64_t id = addDevice("mouse", kThreeReports);
   router::RouterLimits limits;
-  limits.endIsRemembered = std::chrono::seconds(0);
+  limits.endedRecordingLifetime = std::chrono::seconds(0);
   startRouter(std::chrono::hours(1), limits);
   for (int i = 0; i < 2; ++i) {
     Client client;
@@ -161,8 +161,9 @@ TEST_F(RouterBookkeeping, AStatusThatCannotBeWrittenIsLoggedOnceUntilItCanAgain)
   const auto inTheWay = directory_ / "var";
   const auto failures = [this] {
     const Lines lines = routerLog_->lines();
-    return std::count_if(lines.begin(), lines.end(),
-                         [](const std::string& line) { return line.starts_with("status: "); });
+    return std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+      return line.starts_with("cannot write the status file: ");
+    });
   };
   const auto visit = [] {
     Client client;
@@ -172,7 +173,7 @@ TEST_F(RouterBookkeeping, AStatusThatCannotBeWrittenIsLoggedOnceUntilItCanAgain)
   std::ofstream(inTheWay) << "in the way";
   startRouter();
   for (int i = 0; i < 3; ++i) visit();
-  routerLog_->awaitLine("status: ");
+  routerLog_->awaitLine("cannot write the status file: ");
   std::filesystem::remove(inTheWay);
   Client client;
   client.stop();
@@ -203,13 +204,13 @@ TEST_F(RouterBookkeeping, AProblemThatWasSolvedAndComesBackIsLoggedAgain) {
   }
   const Lines lines = routerLog_->lines();
   EXPECT_EQ(std::count(lines.begin(), lines.end(),
-                       "ignored: " + file.string() + ": is no property list with a dictionary"),
+                       "ignored: " + file.string() + ": is not a property list with a dictionary"),
             2);
 }
 
 TEST_F(RouterBookkeeping, LinesAboutASessionThatWereLeftOutAreToldWithItsNextLine) {
   router::RouterLimits limits;
-  limits.logLinesOfSession = {2, 20};
+  limits.logLinesPerSession = {2, 20};
   startRouter(std::chrono::hours(1), limits);
   Client client;
   for (std::size_t i = 1; i < 100'000; ++i) {
@@ -242,7 +243,7 @@ TEST_F(RouterBookkeeping, ClassesOfAnyKindMayStandInBothDictionaries) {
   EXPECT_EQ(client.log->await(1)[0], "started");
 }
 
-/// How a connection goes on whose client says nothing.
+/// How the connection of a silent client ends.
 std::string endOfConnectionTo(const std::string& path) {
   const int socket = platform::connectUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC);
   if (socket < 0) return "not connected";
@@ -261,11 +262,11 @@ TEST_F(RouterBookkeeping, AnotherUsersConnectionIsRefused) {
   const std::string path = directory_ / "router.sock";
   ASSERT_EQ(::chmod(directory_.c_str(), 0711), 0);
   ASSERT_EQ(::chmod(path.c_str(), 0666), 0);
-  EXPECT_EQ(testsupport::asUser(testsupport::otherUser, [&] { return endOfConnectionTo(path); }),
+  EXPECT_EQ(testsupport::asUser(testsupport::kOtherUser, [&] { return endOfConnectionTo(path); }),
             "ended");
   routerLog_->awaitLine("refused: process ");
   EXPECT_THAT(routerLog_->lines().back(),
-              testing::EndsWith(" of user " + std::to_string(testsupport::otherUser)));
+              testing::EndsWith(" of user " + std::to_string(testsupport::kOtherUser)));
 }
 
 TEST_F(RouterBookkeeping, DevicesInUseAreKeptHoweverManyThereAre) {
@@ -306,13 +307,13 @@ TEST_F(RouterBookkeeping, ADeviceThatNobodyUsesMakesRoomForTheNext) {
 
 TEST_F(RouterBookkeeping, StoppingEndsAWaitForATurn) {
   router::RouterLimits limits;
-  limits.startsOfUser = {1, 0.001};
-  limits.startPatience = std::chrono::hours(1);
+  limits.startsPerUser = {1, 0.001};
+  limits.startTimeout = std::chrono::hours(1);
   startRouter(std::chrono::hours(1), limits);
   Client client;
   client.start(0x42);
   client.log->await(1);
-  client.start(0x42);  // its turn is a quarter of an hour off
+  client.start(0x42);  // its turn is a quarter of an hour away
   router_->stop();
   client.log->awaitLine("invalidated");
   EXPECT_THAT(routerLog_->lines(),
@@ -329,7 +330,8 @@ TEST_F(RouterBookkeeping, ItIsIdleOnlyAfterTheLastHasLeft) {
   client.reset();
   pollfd idle{router_->idleDescriptor(), POLLIN, 0};
   ASSERT_EQ(::poll(&idle, 1, 30'000), 1);
-  EXPECT_GE(std::chrono::steady_clock::now(), left + kIdle) << "it was not idle for long enough";
+  EXPECT_GE(std::chrono::steady_clock::now(), left + kIdle)
+      << "it had not been idle for long enough";
 }
 
 struct Loss {
@@ -358,7 +360,7 @@ TEST_F(RouterBookkeeping, LossesAreAddedUpAndToldOnceASecond) {
   }
   const std::uint64_t id = addDevice("large", text, "1000", true);
   router::RouterLimits limits;
-  limits.backlogOfClient = 1 << 20;
+  limits.backlogPerClient = 1 << 20;
   const auto begin = std::chrono::steady_clock::now();
   startRouter(std::chrono::hours(1), limits);
   Client slow;

@@ -1,8 +1,9 @@
-// A router on a socket of its own, in this process, and clients that write down what reaches them.
+// A router on its own socket, in this process, and clients that record what they receive.
 //
-// Threading: the test's thread drives; clients are called on their connections' queues. Every wait
-// is bounded. Ownership: the fixture puts its endpoints in place and takes them out again. Errors:
-// failed assertions. Order: a client's lines stand in the order in which things reached it.
+// Threading: run from the test's thread; clients are called on their connections' queues. Every
+//   wait is bounded.
+// Ownership: the fixture installs its endpoints and removes them again.
+// Order: a client's lines are in the order in which it received things.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -45,7 +46,7 @@ inline constexpr const char* kThreeReports = "E: 0.0 3 07 02 ff\n"
                                              "E: 0.1 2 07 01\n"
                                              "E: 0.2 2 09 55\n";
 
-/// Lines that several threads add to and one waits for.
+/// Lines that several threads add and one waits for.
 class LineLog {
  public:
   void add(std::string line) {
@@ -61,14 +62,14 @@ class LineLog {
     const std::lock_guard lock(mutex_);
     return lines_.size();
   }
-  /// The lines once there are that many; fails when they do not come.
+  /// The lines once there are `count`; fails if they do not come.
   Lines await(std::size_t count) {
     std::unique_lock lock(mutex_);
     const bool came = changed_.wait_for(lock, kPatience, [&] { return lines_.size() >= count; });
     EXPECT_TRUE(came) << "only " << lines_.size() << " of " << count << " lines came";
     return lines_;
   }
-  /// Waits for a line that holds `part`.
+  /// Waits for a line that contains `part`.
   void awaitLine(const std::string& part) {
     std::unique_lock lock(mutex_);
     const bool came = changed_.wait_for(lock, kPatience, [&] {
@@ -79,7 +80,7 @@ class LineLog {
     EXPECT_TRUE(came) << "no line with \"" << part
                       << "\" came; the last: " << (lines_.empty() ? std::string() : lines_.back());
   }
-  /// Waits until the last line holds `part`.
+  /// Waits until the last line contains `part`.
   void awaitLast(const std::string& part) {
     std::unique_lock lock(mutex_);
     const bool came = changed_.wait_for(lock, kPatience, [&] {
@@ -94,7 +95,7 @@ class LineLog {
   Lines lines_;
 };
 
-/// What a client exports: writes down each delivery, as "data 7 07 02 ff" and "values 9/1=0 9/2=1".
+/// What a client exports: records each delivery, as "data 7 07 02 ff" and "values 9/1=0 9/2=1".
 class NotingReceiver final : public WLHIDEventRouterClientProtocol {
  public:
   explicit NotingReceiver(LineLog* log) : log_(log) {}
@@ -119,9 +120,9 @@ class NotingReceiver final : public WLHIDEventRouterClientProtocol {
     log_->add(line);
   }
 
-  /// Notes only that a report came.
+  /// Records only that a report came.
   void beBrief() { isBrief_ = true; }
-  /// Holds up the connection's queue until release().
+  /// Blocks the connection's queue until release().
   void hold() {
     const std::lock_guard lock(mutex_);
     isHeld_ = true;
@@ -182,7 +183,7 @@ class Client {
     connection_->invalidate();
   }
 
-  /// The answer becomes the line "started" or "refused <code> <description>".
+  /// The reply becomes the line "started" or "refused <code> <description>".
   void start(
       std::uint64_t device, std::uint64_t mode = 0,
       const std::shared_ptr<platform::NSDictionary>& tags = platform::NSDictionary::dictionary()) {
@@ -244,7 +245,7 @@ class RouterFixture : public testing::Test {
     router_->resume();
   }
 
-  /// A device that plays `text`, which may leave out the descriptor: then two buttons and X in
+  /// A device that plays `text`. If that has no descriptor, it gets one with two buttons and X in
   /// report 7.
   std::uint64_t addDevice(const std::string& name, const std::string& text,
                           const std::string& speed = "max", bool repeat = false) {
@@ -252,7 +253,7 @@ class RouterFixture : public testing::Test {
     std::ofstream(path) << (text.find("R:") == std::string::npos ? kDescriptor : "") << text;
     return addRecording(name, path, speed, repeat);
   }
-  /// So many devices of three reports each.
+  /// Adds `count` devices with three reports each.
   std::vector<std::uint64_t> addMice(int count) {
     std::vector<std::uint64_t> ids;
     for (int i = 0; i < count; ++i)

@@ -1,5 +1,4 @@
-// The router's program, started as the job daemon starts it: with a listening socket as
-// descriptor 3.
+// The router's program, started as by the job daemon: with a listening socket as descriptor 3.
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -19,8 +18,8 @@ using testing::ElementsAre;
 
 class RouterProcessTest : public routertest::RouterFixture {
  protected:
-  /// As the job daemon does: the socket as descriptor 3, the root's directory behind it. The child
-  /// sets LISTEN_PID to itself, which only it knows, so a shell does it and becomes the router.
+  /// Like the job daemon: the socket as descriptor 3, followed by the root's directory. LISTEN_PID
+  /// must be the child's own process ID, so a shell sets it and then becomes the router.
   void spawn(int listener) {
     const platform::FileDescriptor rootDirectory(
         ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -34,7 +33,7 @@ class RouterProcessTest : public routertest::RouterFixture {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     constexpr int kFirst = 3;
-    constexpr int kAbove = 100;  // no number is overwritten before it has moved
+    constexpr int kAbove = 100;  // no descriptor is overwritten before it has moved
     std::string names = "LISTEN_FDNAMES=";
     const int count = static_cast<int>(handedOn.size());
     for (int i = 0; i < count; ++i) {
@@ -51,7 +50,7 @@ class RouterProcessTest : public routertest::RouterFixture {
     if (!user.empty()) command += "setpriv --reuid " + user + " --clear-groups ";
     command += "\"$0\" \"$@\"";
     const std::string fds = "LISTEN_FDS=" + std::to_string(count);
-    // Would lead elsewhere, if it were asked.
+    // Would lead elsewhere if it were used.
     const std::string misleading = "WLHID_ROOT=" + (directory_ / "misleading").string();
     std::vector<const char*> arguments{"sh", "-c", command.c_str(), WLHID_ROUTER_PROGRAM};
     for (const auto& option : options) arguments.push_back(option.c_str());
@@ -63,7 +62,7 @@ class RouterProcessTest : public routertest::RouterFixture {
         0);
     posix_spawn_file_actions_destroy(&actions);
   }
-  /// With a listening socket that nobody else holds.
+  /// With a listening socket that no other process holds.
   void spawnListening() {
     const platform::FileDescriptor listener(listen());
     spawn(listener.get());
@@ -114,7 +113,7 @@ TEST_F(RouterProcessTest, ALogLineIsOneLineWhateverStandsInIt) {
   client.start(0x42);
   client.log->await(1);
   EXPECT_THAT(log(),
-              testing::HasSubstr("a\\x1b[2J\\x0aforged: \\u202e.plist: is no property list"));
+              testing::HasSubstr("a\\x1b[2J\\x0aforged: \\u202e.plist: is not a property list"));
   EXPECT_THAT(log(), testing::Not(testing::HasSubstr("\x1b")));
   EXPECT_THAT(log(), testing::Not(testing::HasSubstr("\nforged")));
 }
@@ -122,18 +121,17 @@ TEST_F(RouterProcessTest, ALogLineIsOneLineWhateverStandsInIt) {
 TEST_F(RouterProcessTest, WithoutASocketItSaysSoAndFails) {
   spawn(-1);
   EXPECT_EQ(exitStatus(), 1);
-  EXPECT_THAT(log(),
-              testing::HasSubstr("no endpoint was handed over for com.quillmar.hideventrouter"));
+  EXPECT_THAT(log(), testing::HasSubstr("no endpoint was passed for com.quillmar.hideventrouter"));
 }
 
 TEST_F(RouterProcessTest, WithoutARootItSaysSoAndFails) {
   const int listener = listen();
   spawnWith({{"com.quillmar.hideventrouter", listener}}, {});
   EXPECT_EQ(exitStatus(), 1);
-  EXPECT_THAT(log(), testing::HasSubstr("no system root was handed over"));
+  EXPECT_THAT(log(), testing::HasSubstr("no system root was passed"));
   EXPECT_FALSE(fs::exists(directory_ / "misleading"));
   spawnWith({{"com.quillmar.hideventrouter", listener}, {".root", listener}}, {});
-  EXPECT_EQ(exitStatus(), 1) << "a socket is no root";
+  EXPECT_EQ(exitStatus(), 1) << "a socket is not a root";
   ::close(listener);
 }
 
@@ -168,7 +166,7 @@ TEST_F(RouterProcessTest, WhatIsPutInTheRootsPlaceGetsNothing) {
   spawnListening();
   Client first;
   first.start(1);
-  first.log->await(1);  // the router runs
+  first.log->await(1);  // the router is running
   awaitStatus([](const auto& status) { return status.isRunning; });
   fs::rename(directory_, away);
   fs::create_directory_symlink(planted, directory_);
@@ -211,7 +209,7 @@ TEST_F(RouterProcessTest, AnInterruptFromTheKeyboardEndsItLikewise) {
   ::kill(process_, SIGINT);
   EXPECT_EQ(exitStatus(), 0);
   EXPECT_EQ(client.log->await(2)[1], "invalidated");
-  EXPECT_THAT(log(), testing::HasSubstr(" of " + directory_.string() + ", 0 devices\n"));
+  EXPECT_THAT(log(), testing::HasSubstr(" started: root " + directory_.string() + ", 0 devices\n"));
   EXPECT_THAT(log(), testing::EndsWith("router ends\n"));
 }
 
@@ -250,7 +248,7 @@ TEST_F(RouterProcessTest, ALogThatNobodyReadsDoesNotEndIt) {
   Client client;
   client.start(0x42);
   client.log->await(1);
-  reader.reset();  // from now on a write to the log fails
+  reader.reset();  // from now on writes to the log fail
   client.start(0x43);
   EXPECT_THAT(client.log->await(2)[1], testing::HasSubstr("0x43"));
   ::kill(process_, SIGTERM);
@@ -260,8 +258,8 @@ TEST_F(RouterProcessTest, ALogThatNobodyReadsDoesNotEndIt) {
 TEST_F(RouterProcessTest, AnotherUsersRouterServesThatUserAndTheSuperuser) {
   if (!testsupport::isSuperuser()) GTEST_SKIP() << "only the superuser can act as another user";
   const int listener = listen();
-  const std::string user = std::to_string(testsupport::otherUser);
-  ASSERT_EQ(::chown(directory_.c_str(), testsupport::otherUser, testsupport::otherUser), 0);
+  const std::string user = std::to_string(testsupport::kOtherUser);
+  ASSERT_EQ(::chown(directory_.c_str(), testsupport::kOtherUser, testsupport::kOtherUser), 0);
   ASSERT_EQ(::chmod((directory_ / "router.sock").c_str(), 0666), 0);
   const platform::FileDescriptor rootDirectory(
       ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -270,10 +268,10 @@ TEST_F(RouterProcessTest, AnotherUsersRouterServesThatUserAndTheSuperuser) {
   Client superuser;
   superuser.start(0x42);
   EXPECT_THAT(superuser.log->await(1)[0], testing::HasSubstr("0x42"));
-  // The user's connection is there until the router ends.
+  // The user's connection lasts until the router ends.
   std::string end;
   std::thread own([&] {
-    end = testsupport::asUser(testsupport::otherUser, [this]() -> std::string {
+    end = testsupport::asUser(testsupport::kOtherUser, [this]() -> std::string {
       const int socket = platform::connectUnixSocket((directory_ / "router.sock").string(),
                                                      SOCK_STREAM | SOCK_CLOEXEC);
       std::array<char, 256> farewell{};

@@ -1,4 +1,4 @@
-// The router over real sockets: what a client sends, what it gets, and in which order.
+// The router over real sockets: what a client sends, what it receives, and in which order.
 #include "RouterFixture.h"
 #include "router/ReportDecoder.h"
 #include "tests/support/WholeRecording.h"
@@ -19,7 +19,7 @@ class RouterTest : public routertest::RouterFixture {};
 std::string manyLargeReports(std::size_t count, std::size_t bytes) {
   std::string text = "R: 2 05 01\n";
   for (std::size_t i = 0; i < count; ++i) {
-    // All of one moment, but for the first: there are times, and they say "at once".
+    // All but the first have the same time: the recording has times, and they say "at once".
     text += (i == 0 ? "E: 0.0 " : "E: 0.000001 ") + std::to_string(bytes);
     for (std::size_t b = 0; b < bytes; ++b) text += " 5a";
     text += "\n";
@@ -35,12 +35,12 @@ TEST_F(RouterTest, PlaysARecordingToItsEndAndSaysFarewell) {
   EXPECT_THAT(client.log->await(7),
               ElementsAre("started", "data 7 07 02 ff", "values 9/1=0 9/2=1 1/48=-1",
                           "data 7 07 01", "values 9/1=1 9/2=0", "data 9 09 55", "invalidated"));
-  // What a client does whose connection ended: it asks again, and is told that this was all.
+  // A client whose connection has ended asks again, and is told that this was all.
   Client again;
   again.start(id);
   EXPECT_THAT(again.log->await(1),
               ElementsAre("refused -536870169 the recording \"Mouse\" has been played to its end"));
-  // Whoever asks for it now hears it from its beginning.
+  // The next request plays it from its beginning.
   again.start(id);
   EXPECT_THAT(again.log->await(4)[2], "data 7 07 02 ff");
 }
@@ -63,9 +63,9 @@ TEST_F(RouterTest, RefusesWhatItCannotRoute) {
   client.start(id, 0, NSDictionary::dictionaryWithEntries({{str("left"), str("x")}}));
   EXPECT_THAT(client.log->await(3),
               ElementsAre("refused -536870208 no device has the registry entry ID 0x42",
-                          "refused -536870206 there is no device mode 2",
-                          "refused -536870206 the tag dictionary's key left is no usage"));
-  // None of it has touched the device.
+                          "refused -536870206 unknown device mode 2",
+                          "refused -536870206 the tag dictionary's key left is not a usage"));
+  // None of these opened the device.
   client.start(id);
   EXPECT_EQ(client.log->await(5)[3], "started");
 }
@@ -96,13 +96,13 @@ TEST_F(RouterTest, DevicesThatNobodyUsesAreNotKeptForEver) {
     client.log->awaitLine("invalidated");
   }
   // The log is held by this test, by the router and by each device that the router keeps: one more
-  // than it would like to, when a session ends a moment later than its client sees.
+  // than its limit if a session ends a moment later than its client sees.
   EXPECT_LE(routerLog_.use_count(), 2 + static_cast<long>(limits.devices) + 1);
 }
 
 TEST_F(RouterTest, OneClientCannotFillTheLog) {
   router::RouterLimits limits;
-  limits.logLinesOfSession = {5, 0.001};
+  limits.logLinesPerSession = {5, 0.001};
   startRouter(std::chrono::hours(1), limits);
   {
     Client client;
@@ -117,7 +117,7 @@ TEST_F(RouterTest, OneClientCannotFillTheLog) {
 
 TEST_F(RouterTest, AUsersClientsTogetherCannotFillTheLog) {
   router::RouterLimits limits;
-  limits.logLinesOfUser = {10, 0.001};
+  limits.logLinesPerUser = {10, 0.001};
   startRouter(std::chrono::hours(1), limits);
   for (int i = 0; i < 50; ++i) {
     Client client;
@@ -130,21 +130,21 @@ TEST_F(RouterTest, AUsersClientsTogetherCannotFillTheLog) {
 
 TEST_F(RouterTest, WhatWasLeftOutOfTheLogIsToldThoughNobodyWritesAnyMore) {
   router::RouterLimits limits;
-  limits.logLinesOfUser = {3, 2};
+  limits.logLinesPerUser = {3, 2};
   startRouter(std::chrono::hours(1), limits);
   Client client;
   for (int i = 1; i <= 20; ++i) {
     client.start(0x42);
     client.log->await(static_cast<std::size_t>(i));
   }
-  // Where a later line of the user's tells of them, that line comes last.
+  // If a later line of the user reports them, that line comes last.
   routerLog_->awaitLast(" lines about user ");
 }
 
 TEST_F(RouterTest, TooManyStartRequestsAreRefused) {
   router::RouterLimits limits;
-  limits.startsOfUser = {3, 0.001};
-  limits.startPatience = std::chrono::milliseconds(0);
+  limits.startsPerUser = {3, 0.001};
+  limits.startTimeout = std::chrono::milliseconds(0);
   startRouter(std::chrono::hours(1), limits);
   Client client;
   for (int i = 0; i < 5; ++i) client.start(0x42);
@@ -152,13 +152,13 @@ TEST_F(RouterTest, TooManyStartRequestsAreRefused) {
   EXPECT_THAT(lines[2], HasSubstr("no device has the registry entry ID 0x42"));
   for (const std::size_t i : {3U, 4U}) {
     EXPECT_EQ(lines[i],
-              "refused -536870187 too many start requests come from this user; ask again later");
+              "refused -536870187 too many start requests from this user; try again later");
   }
 }
 
 TEST_F(RouterTest, ARequestThatComesTooSoonWaitsForItsTurn) {
   router::RouterLimits limits;
-  limits.startsOfUser = {1, 100};
+  limits.startsPerUser = {1, 100};
   startRouter(std::chrono::hours(1), limits);
   Client client;
   for (std::size_t i = 1; i <= 20; ++i) {
@@ -169,7 +169,7 @@ TEST_F(RouterTest, ARequestThatComesTooSoonWaitsForItsTurn) {
 
 TEST_F(RouterTest, AUserHasSoManyConnectionsAtMost) {
   router::RouterLimits limits;
-  limits.sessionsOfUser = 2;
+  limits.sessionsPerUser = 2;
   startRouter(std::chrono::hours(1), limits);
   Client first;
   Client second;
@@ -191,11 +191,11 @@ TEST_F(RouterTest, AUserHasSoManyConnectionsAtMost) {
 TEST_F(RouterTest, ClientsThatDoNotReadAreBoundedTogether) {
   constexpr std::size_t kReport = 4096;
   const std::uint64_t flood = addDevice("flood", manyLargeReports(50, kReport), "1000", true);
-  // Together less than the part of one client: no matter when it is its turn, it loses nothing.
+  // Together less than the part of one client: it loses nothing, no matter when its turn comes.
   const std::uint64_t few = addDevice("few", manyLargeReports(5, kReport), "1000");
   router::RouterLimits limits;
-  limits.sessionsOfUser = 5;
-  limits.backlogOfUser = std::size_t{256} << 10;
+  limits.sessionsPerUser = 5;
+  limits.backlogPerUser = std::size_t{256} << 10;
   startRouter(std::chrono::hours(1), limits);
   std::vector<std::unique_ptr<Client>> slow;
   for (int i = 0; i < 4; ++i) {
@@ -210,7 +210,7 @@ TEST_F(RouterTest, ClientsThatDoNotReadAreBoundedTogether) {
   });
   std::size_t delivered = 0;
   for (const auto& each : status.sessions) delivered += each.delivered * kReport;
-  EXPECT_LT(delivered, limits.backlogOfClient) << "what each of them alone could have";
+  EXPECT_LT(delivered, limits.backlogPerClient) << "what each of them could have alone";
   Client other;
   other.receiver->beBrief();
   other.start(few);
@@ -271,7 +271,7 @@ TEST_F(RouterTest, ARecordingThatCannotBePlayedIsAnsweredWithItsLine) {
   Client client;
   client.start(id);
   EXPECT_THAT(client.log->await(1), ElementsAre("refused -536870198 " + copyOf("mouse").string() +
-                                                ":7: 2 bytes are announced, 1 are there"));
+                                                ":7: 2 bytes are announced, 1 follow"));
 }
 
 TEST_F(RouterTest, NothingIsLostAtFullSpeed) {
@@ -314,7 +314,7 @@ TEST_F(RouterTest, AtFullSpeedASlowClientIsWaitedFor) {
   client.start(id);
   client.log->awaitLine("started");
   Client quick;
-  quick.start(0x42);  // answered: the router is not held up by the client that is
+  quick.start(0x42);  // answered: the client that is refused does not hold up the router
   quick.log->await(1);
   client.receiver->release();
   EXPECT_EQ(client.log->await(202).size(), 202U);
@@ -336,7 +336,7 @@ TEST_F(RouterTest, AtItsOwnPaceADeviceLosesWhatASlowClientDoesNotTake) {
   routerLog_->awaitLine("is too slow: ");
   slow.leave();
   slow.receiver->release();
-  // A loss is not forgotten with the session that had it.
+  // A loss outlives the session that had it.
   const auto after = awaitStatus([](const router::RouterStatus& s) { return s.sessions.empty(); });
   EXPECT_GE(after.lost, status.lost);
 }
@@ -355,7 +355,7 @@ TEST_F(RouterTest, ATagDictionaryLimitsTheValues) {
 }
 
 TEST_F(RouterTest, StopEndsTheInputAndStartBeginsAnew) {
-  // The second report is a long time off.
+  // The second report is far in the future.
   const std::uint64_t id = addDevice("slow", "E: 0.0 2 07 01\nE: 100000.0 2 07 02\n", "1");
   startRouter();
   Client client;
@@ -475,7 +475,7 @@ TEST_F(RouterTest, IsIdleOnceNobodyHasBeenConnectedForAWhile) {
   ASSERT_EQ(
       ::poll(&idle, 1, static_cast<int>(std::chrono::milliseconds(routertest::kPatience).count())),
       1);
-  // From now on it refuses, in good order, so that a client comes again and meets the next router.
+  // From now on it refuses gracefully, so that a client tries again and reaches the next router.
   Client client;
   client.start(0x42);
   EXPECT_EQ(client.log->await(2).back(), "invalidated");

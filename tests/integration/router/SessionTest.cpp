@@ -1,5 +1,4 @@
-// Sessions whose start requests wait for as long as the test wants: it says itself when their time
-// has come.
+// Sessions whose start requests wait as long as the test wants: the test itself wakes them.
 #include "router/Session.h"
 
 #include "RouterFixture.h"
@@ -39,7 +38,7 @@ class SilentDevice final : public router::OpenDevice {
   const std::vector<std::uint8_t> descriptor_;
 };
 
-/// What a session asks of the router. One device, and a line in which nobody is woken.
+/// What a session needs from the router. One device, and a line that wakes no request.
 class Owner final : public platform::NSXPCListenerDelegate,
                     public router::SessionOwner,
                     public std::enable_shared_from_this<Owner> {
@@ -91,15 +90,15 @@ class SessionTest : public routertest::RouterFixture {
     listener_->invalidate();
     routertest::RouterFixture::TearDown();
   }
-  /// The wake of the start request that waits, once one does: its time has come.
+  /// The wake of the waiting start request, once there is one.
   StartLine::Wake takeWake() {
     const auto limit = StartLine::Clock::now() + routertest::kPatience;
-    while (StartLine::Clock::now() < limit) {  // there is no event
+    while (StartLine::Clock::now() < limit) {  // no event to wait for
       const auto due = owner_->startLine().takeDue(limit + std::chrono::hours(10));
       if (!due.empty()) return due.front();
       std::this_thread::yield();
     }
-    ADD_FAILURE() << "nobody waits";
+    ADD_FAILURE() << "no request is waiting";
     return [] {};
   }
 
@@ -109,8 +108,8 @@ class SessionTest : public routertest::RouterFixture {
 
 TEST_F(SessionTest, WhoseTurnHasComeHasUsedIt) {
   RouterLimits limits;
-  limits.startsOfUser = {1, 0.001};
-  limits.startPatience = std::chrono::seconds(1500);
+  limits.startsPerUser = {1, 0.001};
+  limits.startTimeout = std::chrono::seconds(1500);
   serve(limits);
   Client client;
   client.start(0x42);
@@ -156,8 +155,8 @@ TEST_F(SessionTest, WhoWaitsHasAPlaceThatBecomesFreeInTimeOnce) {
 
 TEST_F(SessionTest, AWakeForARequestThatWasGivenUpIsNotForTheNext) {
   RouterLimits limits;
-  limits.startsOfUser = {2, 0.001};
-  limits.startPatience = std::chrono::seconds(1500);
+  limits.startsPerUser = {2, 0.001};
+  limits.startTimeout = std::chrono::seconds(1500);
   serve(limits);
   Client owner;
   owner.start(kDevice, 1);

@@ -1,18 +1,18 @@
-// Start requests that wait, for a turn or for a place at a device that somebody uses alone, and
-// what may come in between. What reaches whom, in order:
+// Start requests that wait, for a turn or for a place at a device in exclusive use, and what may
+// happen meanwhile. What the clients receive, in order:
 //
 //   a stop comes              refused -536870165: a stop came. Nothing else; the log: "stops".
 //   another start comes       refused -536870165: another start request came; then the answer to
-//                             that one, and its reports. The log tells of that one only.
+//                             that one, and its reports. The log has only that one.
 //   the connection ends       nothing. The log: "has ended".
-//   the router stops          error 4099; invalidated. The session ends at once. Where the owner's
+//   the router stops          error 4099; invalidated. The session ends at once. If the owner's
 //                             session ends first, started instead.
 //   a place becomes free      started; the reports.
 //   none becomes free in time refused -536870203: in use by another client.
-//   two wait, one place       the one that came first: started; the other as if nothing had been.
+//   two wait, one place       the one that came first: started; no effect on the other.
 //   its turn comes            started or refused, as if it had come now.
 //
-// Who gives up leaves neither a place nor a turn taken.
+// A client that gives up keeps neither a place nor a turn.
 #include "RouterFixture.h"
 
 namespace {
@@ -32,18 +32,18 @@ constexpr const char* kReplaced =
 
 class WaitingStart : public routertest::RouterFixture {
  protected:
-  /// Whoever waits for a place or a turn waits for longer than any test does.
+  /// A wait for a place or a turn takes longer than any test.
   static router::RouterLimits patient() {
     router::RouterLimits limits;
-    limits.handOverGrace = std::chrono::hours(1);
-    limits.startPatience = std::chrono::hours(1);
+    limits.handoverGrace = std::chrono::hours(1);
+    limits.startTimeout = std::chrono::hours(1);
     return limits;
   }
-  /// One turn at once, and for the second one waits a quarter of an hour, as one request may.
+  /// One turn at once; the second one takes a quarter of an hour, and one request may wait for it.
   static router::RouterLimits oneTurn() {
     router::RouterLimits limits = patient();
-    limits.startsOfUser = {1, 0.001};
-    limits.startPatience = std::chrono::seconds(1500);
+    limits.startsPerUser = {1, 0.001};
+    limits.startTimeout = std::chrono::seconds(1500);
     return limits;
   }
   void startRouterWith(const router::RouterLimits& limits) {
@@ -203,7 +203,7 @@ TEST_F(WaitingStart, ForATurnIsGivenUpByAStopAndNeedsNoTurn) {
     Client waiting;
     waiting.start(0x42);
     waiting.stop();
-    // Were the one before still in the line there would be none for this one.
+    // If the previous request were still in the line, there would be no turn for this one.
     EXPECT_THAT(waiting.log->await(1), ElementsAre(kStopped));
   }
   EXPECT_EQ(linesWith("cannot route"), 1U);
@@ -250,7 +250,7 @@ TEST_F(WaitingStart, ForATurnEndsWithTheRouter) {
 
 TEST_F(WaitingStart, ForATurnIsAnsweredWhenItComes) {
   router::RouterLimits limits = patient();
-  limits.startsOfUser = {1, 20};
+  limits.startsPerUser = {1, 20};
   startRouterWith(limits);
   std::vector<std::unique_ptr<Client>> clients;
   for (int i = 0; i < 10; ++i) {

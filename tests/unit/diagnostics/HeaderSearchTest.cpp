@@ -25,7 +25,7 @@ std::string utf8(char32_t c) {
 
 TEST(HeaderPattern, StandsInTheCodeToTheLetter) {
   EXPECT_EQ(headerPattern.size(), 168U);
-  EXPECT_EQ(headerPattern, HeaderOracle::pattern);
+  EXPECT_EQ(headerPattern, HeaderOracle::kPattern);
 }
 
 TEST(HeaderSearch, LettersMatchInBothCasesAndTheirRelativesOutsideASCII) {

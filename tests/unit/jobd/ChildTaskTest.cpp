@@ -26,8 +26,8 @@ struct TaskRun {
   int turnsMeanwhile = 0;
 };
 
-/// Runs the work until its child is gone, and counts turns of the loop meanwhile.
-TaskRun run(ChildTask::Work work, std::chrono::milliseconds patience = 30'000ms,
+/// Runs the work until its child has ended, and counts iterations of the loop meanwhile.
+TaskRun run(ChildTask::Work work, std::chrono::milliseconds timeout = 30'000ms,
             std::vector<int> descriptors = {}) {
   jobd::EventLoop loop;
   TaskRun result;
@@ -39,7 +39,7 @@ TaskRun run(ChildTask::Work work, std::chrono::milliseconds patience = 30'000ms,
   turn();
   std::optional<ChildTask> task;
   task.emplace(
-      loop, ChildTask::Plan{"the work", std::move(descriptors), std::move(work), patience},
+      loop, ChildTask::Plan{"the work", std::move(descriptors), std::move(work), timeout},
       [&](const auto& outcome) { result.outcome = outcome; }, [&] { loop.stop(); });
   loop.run();
   return result;
@@ -74,7 +74,7 @@ TEST(ChildTask, WorkThatNeverEndsIsGivenUpAndHoldsUpNobody) {
 TEST(ChildTask, AChildThatDiesIsAFailure) {
   const auto outcome = run([]() -> std::string { ::_exit(0); }).outcome;
   EXPECT_EQ(outcome.code, ServiceErrorCode::FileSystem);
-  EXPECT_THAT(outcome.text, testing::HasSubstr("ended without a word"));
+  EXPECT_THAT(outcome.text, testing::HasSubstr("ended without a result"));
 }
 
 TEST(ChildTask, AResultThatMovesInPiecesArrivesWhole) {
@@ -95,7 +95,7 @@ TEST(ChildTask, HalfAResultIsNone) {
                          return std::string("com.example.helper");
                        }).outcome;
   EXPECT_EQ(outcome.code, ServiceErrorCode::FileSystem);
-  EXPECT_THAT(outcome.text, testing::HasSubstr("ended without a word"));
+  EXPECT_THAT(outcome.text, testing::HasSubstr("ended without a result"));
 }
 
 TEST(ChildTask, TheChildHasNothingOpenThatItWasNotGiven) {
@@ -126,7 +126,7 @@ TEST(ChildTask, AChildDiesWithItsTask) {
     ::close(life[1]);
   }
   char c = 0;
-  EXPECT_EQ(::read(life[0], &c, 1), 0);  // comes when the child has gone
+  EXPECT_EQ(::read(life[0], &c, 1), 0);  // returns when the child has ended
   ::close(life[0]);
 }
 
@@ -149,14 +149,14 @@ TEST(ChildTask, AChildThatFailsIsAFailureWhateverItWrote) {
                            return std::string("com.example.helper");
                          }).outcome;
     EXPECT_EQ(outcome.code, ServiceErrorCode::FileSystem);
-    EXPECT_EQ(outcome.text, "the work failed: its process ended without a word");
+    EXPECT_EQ(outcome.text, "the work failed: its process ended without a result");
   }
 }
 
 TEST(ChildTask, TheChildKeepsItsStreamsAndClosesBetweenWhatItWasGiven) {
   std::vector<platform::FileDescriptor> many;
   for (int i = 0; i < 12; ++i) many.emplace_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-  // Two neighbours, two with one between, one twice, and the others around them.
+  // Two adjacent ones, two with one in between, one twice, and others around them.
   const std::vector<int> given{many[8].get(), many[2].get(), many[3].get(), many[5].get(),
                                many[5].get()};
   const auto outcome = run(
@@ -171,7 +171,7 @@ TEST(ChildTask, TheChildKeepsItsStreamsAndClosesBetweenWhatItWasGiven) {
   std::string expected = "0 1 2 ";
   for (const int i : {2, 3, 5, 8})
     expected += std::to_string(many[static_cast<std::size_t>(i)].get()) + " ";
-  EXPECT_THAT(outcome.text, testing::MatchesRegex(expected + "[0-9]+ "));  // and the result's
+  EXPECT_THAT(outcome.text, testing::MatchesRegex(expected + "[0-9]+ "));  // and the result pipe
 }
 
 TEST(ChildTask, IsGivenUpOnceItTookTooLong) {
@@ -203,7 +203,7 @@ TEST(ChildTask, LeavesNoDescriptorAndNoChild) {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
                          std::filesystem::directory_iterator());
   };
-  while (::waitpid(-1, nullptr, 0) > 0) {  // what a task that was dropped left dying
+  while (::waitpid(-1, nullptr, 0) > 0) {  // children of dropped tasks
   }
   const auto before = open();
   (void)run([] { return std::string("x"); });
@@ -229,7 +229,7 @@ TEST(ChildTask, AChildDiesWithItsDaemon) {
   }
   ::close(life[1]);
   char c = 0;
-  EXPECT_EQ(::read(life[0], &c, 1), 1);  // it is at work
+  EXPECT_EQ(::read(life[0], &c, 1), 1);  // it is running
   ::kill(daemon, SIGKILL);
   ::waitpid(daemon, nullptr, 0);
   EXPECT_EQ(::read(life[0], &c, 1), 0);

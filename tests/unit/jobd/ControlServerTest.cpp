@@ -1,4 +1,4 @@
-// The gate at the control endpoint: who gets through, for how long, and beside how many others.
+// Access to the control endpoint: who gets through, for how long, and along with how many others.
 #include "jobd/ControlServer.h"
 
 #include <fcntl.h>
@@ -29,9 +29,9 @@ using platform::FileDescriptor;
 using platform::ServiceErrorCode;
 using Operation = ControlRequest::Operation;
 
-constexpr int patienceMilliseconds = 30'000;
+constexpr int kTimeoutMilliseconds = 30'000;
 
-/// A server on a thread of its own; all that it is given is used on that thread only.
+/// A server on its own thread; everything passed to it is used on that thread only.
 class ServedEndpoint {
  public:
   explicit ServedEndpoint(const jobd::ControlLimits& limits = {}, bool beginsAtOnce = true)
@@ -54,7 +54,7 @@ class ServedEndpoint {
     thread_ = std::thread([this] { loop_.run(); });
   }
 
-  /// What got through to the handler, in order. Ends the server.
+  /// The requests that reached the handler, in order. Ends the server.
   std::vector<std::string> end() {
     if (thread_.joinable()) {
       ::eventfd_write(stop_.get(), 1);
@@ -71,7 +71,7 @@ class ServedEndpoint {
   }
 
  private:
-  /// "com.no" is refused, "com.later" allowed after a turn of the loop, anything else at once.
+  /// "com.no" is refused, "com.later" allowed an iteration later, anything else at once.
   void ask(const platform::PeerCredentials& caller, const std::string& label,
            const std::function<void(bool)>& decided) {
     const bool isWhoTheKernelNames = caller.user == ::geteuid() && caller.process == ::getpid();
@@ -100,13 +100,13 @@ ServiceErrorCode ask(ControlConnection& connection, Operation operation, const s
 bool isDropped(const FileDescriptor& socket) {
   pollfd entry{socket.get(), POLLIN, 0};
   char c = 0;
-  return ::poll(&entry, 1, patienceMilliseconds) == 1 && ::recv(socket.get(), &c, 1, 0) <= 0;
+  return ::poll(&entry, 1, kTimeoutMilliseconds) == 1 && ::recv(socket.get(), &c, 1, 0) <= 0;
 }
 
 bool isAnswered(const FileDescriptor& socket) {
   pollfd entry{socket.get(), POLLIN, 0};
   char c = 0;
-  return ::poll(&entry, 1, patienceMilliseconds) == 1 && ::recv(socket.get(), &c, 1, 0) == 1;
+  return ::poll(&entry, 1, kTimeoutMilliseconds) == 1 && ::recv(socket.get(), &c, 1, 0) == 1;
 }
 
 TEST(ControlServer, LeaveCoversOneRemovalAndOneBlessOfOneJob) {
@@ -116,7 +116,7 @@ TEST(ControlServer, LeaveCoversOneRemovalAndOneBlessOfOneJob) {
   EXPECT_EQ(ask(connection, Operation::Remove, "com.a"), ServiceErrorCode::None);
   EXPECT_EQ(ask(connection, Operation::Bless, "com.a"), ServiceErrorCode::None);
   EXPECT_EQ(ask(connection, Operation::Bless, "com.a"), ServiceErrorCode::DaemonUnavailable)
-      << "the connection ended with its leave";
+      << "the connection ended with its permission";
   EXPECT_THAT(endpoint.end(), testing::ElementsAre("com.a", "com.a"));
 }
 
@@ -167,7 +167,7 @@ TEST(ControlServer, LeaveOfOneConnectionIsNoneOfAnother) {
   EXPECT_EQ(ask(one, Operation::Authorize, "com.a"), ServiceErrorCode::None);
   EXPECT_EQ(ask(other, Operation::Bless, "com.a"), ServiceErrorCode::NotPermitted);
   EXPECT_EQ(ask(one, Operation::Authorize, "com.b"), ServiceErrorCode::NotPermitted)
-      << "one question, one leave";
+      << "one permission per question";
   EXPECT_THAT(endpoint.end(), testing::IsEmpty());
 }
 
@@ -181,7 +181,7 @@ TEST(ControlServer, AnAuthorityMayTakeItsTime) {
 
 TEST(ControlServer, ALeaveRunsOut) {
   jobd::ControlLimits limits;
-  limits.leaveLifetime = 1ms;
+  limits.permissionLifetime = 1ms;
   ServedEndpoint endpoint(limits);
   const auto socket = endpoint.connect();
   ControlConnection connection(FileDescriptor(::dup(socket.get())));
@@ -191,16 +191,16 @@ TEST(ControlServer, ALeaveRunsOut) {
 
 TEST(ControlServer, ARequestThatDoesNotComeIsNotWaitedForLong) {
   jobd::ControlLimits limits;
-  limits.requestPatience = 1ms;
+  limits.requestTimeout = 1ms;
   ServedEndpoint endpoint(limits);
   EXPECT_TRUE(isDropped(endpoint.connect()));
 }
 
 TEST(ControlServer, AnIdleConnectionMakesRoomTheOldestFirst) {
   jobd::ControlLimits limits;
-  limits.connectionsOfAUser = 3;
-  limits.requestPatience = std::chrono::milliseconds(patienceMilliseconds);
-  limits.leaveLifetime = std::chrono::milliseconds(patienceMilliseconds);
+  limits.connectionsPerUser = 3;
+  limits.requestTimeout = std::chrono::milliseconds(kTimeoutMilliseconds);
+  limits.permissionLifetime = std::chrono::milliseconds(kTimeoutMilliseconds);
   ServedEndpoint endpoint(limits);
   ControlConnection withLeave(endpoint.connect());
   EXPECT_EQ(ask(withLeave, Operation::Authorize, "com.a"), ServiceErrorCode::None);
@@ -216,8 +216,8 @@ TEST(ControlServer, AnIdleConnectionMakesRoomTheOldestFirst) {
 
 TEST(ControlServer, WhoeverHasSentARequestIsAnsweredBeforeThereIsRoomForANewcomer) {
   jobd::ControlLimits limits;
-  limits.connectionsOfAUser = 2;
-  limits.requestPatience = std::chrono::milliseconds(patienceMilliseconds);
+  limits.connectionsPerUser = 2;
+  limits.requestTimeout = std::chrono::milliseconds(kTimeoutMilliseconds);
   ServedEndpoint endpoint(limits, /*beginsAtOnce=*/false);
   const auto request = encode(ControlRequest{});
   const auto half = endpoint.connect();
@@ -238,7 +238,7 @@ TEST(ControlServer, WhoeverHasSentARequestIsAnsweredBeforeThereIsRoomForANewcome
 TEST(ControlServer, AllUsersTogetherHaveALimitToo) {
   jobd::ControlLimits limits;
   limits.connections = 2;
-  limits.requestPatience = std::chrono::milliseconds(patienceMilliseconds);
+  limits.requestTimeout = std::chrono::milliseconds(kTimeoutMilliseconds);
   ServedEndpoint endpoint(limits);
   const auto oldest = endpoint.connect();
   const auto younger = endpoint.connect();
@@ -256,16 +256,16 @@ TEST(ControlServer, ARefusalSaysWhy) {
   ServedEndpoint endpoint;
   ControlConnection without(endpoint.connect());
   EXPECT_EQ(refusal(without, Operation::Bless, "com.a"),
-            "there is no authorization for this change, or it has been used up");
+            "this change is not authorized, or its authorization has been used up");
   ControlConnection refused(endpoint.connect());
   EXPECT_EQ(refusal(refused, Operation::Authorize, "com.no"),
             "the caller may not change the job com.no");
   ControlConnection invalid(endpoint.connect());
-  EXPECT_EQ(refusal(invalid, Operation::Authorize, "../a"), "this is no valid label of a job");
+  EXPECT_EQ(refusal(invalid, Operation::Authorize, "../a"), "this is not a valid job label");
   ControlConnection twice(endpoint.connect());
   EXPECT_EQ(refusal(twice, Operation::Authorize, "com.a"), "");
   EXPECT_EQ(refusal(twice, Operation::Authorize, "com.a"),
-            "this connection has had its authorization");
+            "this connection has already had its authorization");
   EXPECT_EQ(refusal(twice, Operation::Bless, "com.a"), "hung up");
 }
 
@@ -283,12 +283,12 @@ TEST(ControlServer, EveryReplyNamesTheDaemon) {
 TEST(ControlServer, LimitsAreThoseThatCallersRelyOn) {
   const jobd::ControlLimits limits;
   EXPECT_EQ(limits.connections, 64U);
-  EXPECT_EQ(limits.connectionsOfAUser, 16U);
-  EXPECT_EQ(limits.requestPatience.count(), 5'000);
-  EXPECT_EQ(limits.leaveLifetime.count(), 10'000);
+  EXPECT_EQ(limits.connectionsPerUser, 16U);
+  EXPECT_EQ(limits.requestTimeout.count(), 5'000);
+  EXPECT_EQ(limits.permissionLifetime.count(), 10'000);
 }
 
-/// Whether the first of so many idle connections is dropped for the last.
+/// Whether the first of `count` idle connections is dropped for the last.
 bool makesRoom(const jobd::ControlLimits& limits, std::size_t count) {
   ServedEndpoint endpoint(limits);
   std::vector<FileDescriptor> idle;
@@ -301,11 +301,11 @@ bool makesRoom(const jobd::ControlLimits& limits, std::size_t count) {
 
 TEST(ControlServer, SoManyConnectionsAreKept) {
   jobd::ControlLimits limits;
-  limits.requestPatience = std::chrono::milliseconds(patienceMilliseconds);
-  limits.connectionsOfAUser = 4;
+  limits.requestTimeout = std::chrono::milliseconds(kTimeoutMilliseconds);
+  limits.connectionsPerUser = 4;
   EXPECT_FALSE(makesRoom(limits, 4));
   EXPECT_TRUE(makesRoom(limits, 5));
-  limits.connectionsOfAUser = 16;
+  limits.connectionsPerUser = 16;
   limits.connections = 4;
   EXPECT_FALSE(makesRoom(limits, 4));
   EXPECT_TRUE(makesRoom(limits, 5));
@@ -313,9 +313,9 @@ TEST(ControlServer, SoManyConnectionsAreKept) {
 
 TEST(ControlServer, AmongIdleConnectionsOneWithALeaveStaysLongest) {
   jobd::ControlLimits limits;
-  limits.connectionsOfAUser = 2;
-  limits.requestPatience = std::chrono::milliseconds(patienceMilliseconds);
-  limits.leaveLifetime = std::chrono::milliseconds(patienceMilliseconds);
+  limits.connectionsPerUser = 2;
+  limits.requestTimeout = std::chrono::milliseconds(kTimeoutMilliseconds);
+  limits.permissionLifetime = std::chrono::milliseconds(kTimeoutMilliseconds);
   ServedEndpoint endpoint(limits);
   const auto older = endpoint.connect();
   const auto younger = endpoint.connect();
@@ -325,17 +325,17 @@ TEST(ControlServer, AmongIdleConnectionsOneWithALeaveStaysLongest) {
   EXPECT_EQ(ask(youngerWithLeave, Operation::Authorize, "com.a"), ServiceErrorCode::None);
   ControlConnection newcomer(endpoint.connect());
   EXPECT_EQ(ask(newcomer, Operation::Status, ""), ServiceErrorCode::None);
-  EXPECT_TRUE(isDropped(older)) << "where all have one, the oldest";
+  EXPECT_TRUE(isDropped(older)) << "if all have one, the oldest";
   EXPECT_EQ(ask(youngerWithLeave, Operation::Bless, "com.a"), ServiceErrorCode::None);
 }
 
-/// A server that is turned by the test itself.
+/// A server whose loop is run by the test itself.
 class TurnedServer : public testing::Test {
  protected:
   [[nodiscard]] FileDescriptor connect() const {
     return platform::connectUnixSocketAt(directory_.get(), "jobd.sock", SOCK_STREAM);
   }
-  /// So many turns of the loop, each of which serves what has come before it looks at its timers.
+  /// Runs iterations of the loop; each handles pending input before it checks its timers.
   void turn(int times = 10) {
     jobd::EventLoop::Token next;
     std::function<void()> count = [&] {
@@ -366,13 +366,13 @@ class TurnedServer : public testing::Test {
 TEST_F(TurnedServer, SaysWhenTheLastHasGone) {
   auto one = connect();
   auto other = connect();
-  EXPECT_TRUE(server_.isQuiet()) << "nobody was accepted yet";
+  EXPECT_TRUE(server_.isQuiet()) << "none has been accepted yet";
   jobd::EventLoop::Token next;
   next = loop_.after(0ms, [&] {
     EXPECT_FALSE(server_.isQuiet());
     one.reset();
     next = loop_.after(0ms, [&] {
-      EXPECT_EQ(quiet_, 0) << "one is there yet";
+      EXPECT_EQ(quiet_, 0) << "one is still open";
       other.reset();
       next = loop_.after(0ms, [&] { loop_.stop(); });
     });

@@ -35,11 +35,11 @@ TEST(CrashThrottle, GoodRunsAreNeverDelayed) {
 }
 
 TEST(CrashThrottle, FiguresAreThoseThatOthersRelyOn) {
-  EXPECT_EQ(CrashThrottle::goodRun.count(), 1000);
-  EXPECT_EQ(CrashThrottle::leniency, 25U);
-  EXPECT_EQ(CrashThrottle::lenient.count(), 40);
-  EXPECT_EQ(CrashThrottle::shortest.count(), 100);
-  EXPECT_EQ(CrashThrottle::longest.count(), 10'000);
+  EXPECT_EQ(CrashThrottle::kGoodRun.count(), 1000);
+  EXPECT_EQ(CrashThrottle::kLenientStarts, 25U);
+  EXPECT_EQ(CrashThrottle::kLenientDelay.count(), 40);
+  EXPECT_EQ(CrashThrottle::kShortestDelay.count(), 100);
+  EXPECT_EQ(CrashThrottle::kLongestDelay.count(), 10'000);
 }
 
 }  // namespace

@@ -44,7 +44,7 @@ TEST_F(DaemonLockTest, IsNobodyElsesWhileADaemonServes) {
   const FileDescriptor endpoint = listen();
   EXPECT_FALSE(DaemonLock::acquire(run_.get()));
   lock.reset();
-  EXPECT_TRUE(DaemonLock::acquire(run_.get())) << "the endpoint alone keeps nobody out";
+  EXPECT_TRUE(DaemonLock::acquire(run_.get())) << "the endpoint alone does not lock anyone out";
 }
 
 TEST_F(DaemonLockTest, WaitsForADaemonThatIsGoingDown) {

@@ -17,7 +17,7 @@ std::vector<ssize_t> writeLimits;
 std::vector<ssize_t> readLimits;
 int statusAfterWriting = -1;
 
-/// How many of `size` bytes the next call may move; -1 and errno where it fails.
+/// How many of `size` bytes the next call may move; -1 and errno if it is to fail.
 ssize_t allowed(std::vector<ssize_t>& limits, size_t size) {
   if (limits.empty()) return static_cast<ssize_t>(size);
   const ssize_t limit = limits.front();
@@ -73,7 +73,7 @@ void exitAfterWriting(int status) {
 
 }  // namespace fileoperations
 
-// The linker prefers these to the system library's.
+// The linker prefers these to the C library's.
 extern "C" {
 
 ssize_t write(int descriptor, const void* bytes, size_t size) {

@@ -1,9 +1,8 @@
-// The order in which this process brings files to disk and puts them in place, and writes and reads
-// that move less than they are asked to: FileOperations.cpp stands before the system's calls in the
-// program that it is linked into.
+// Records the order in which this process syncs and renames files, and makes its reads and writes
+// partial. FileOperations.cpp overrides the system calls of the program that it is linked into.
 //
-// Threading: one thread, as the installer has.
-// Order: as called.
+// Threading: one thread.
+// Order: that of the calls.
 #pragma once
 
 #include <sys/types.h>
@@ -13,19 +12,19 @@
 
 namespace fileoperations {
 
-/// Begins to write down, from nothing.
+/// Starts a new record.
 void record();
-/// Ends that. "write NAME" (once for many in a row), "mode NAME", "sync NAME", "rename FROM TO"; a
-/// NAME is the last of its path.
+/// Ends it and returns the calls: "write NAME" (once for several in a row), "mode NAME", "sync
+/// NAME", "rename FROM TO". A NAME is the last part of a path.
 [[nodiscard]] std::vector<std::string> recorded();
 
-/// From here on, each write moves the next of these many bytes at most, or fails with the error
-/// number of which this is the negative. Writes after the last are ordinary again. A child process
-/// has its own copy of what is left.
+/// From now on, each write moves at most the next number of bytes, or fails if that number is a
+/// negative error number. When the numbers are used up, writes are normal again. A child process
+/// has its own copy of the rest.
 void limitWrites(std::vector<ssize_t> limits);
 /// The same for reads.
 void limitReads(std::vector<ssize_t> limits);
-/// The process ends with this status once it has written something.
+/// Makes the process exit with this status after its next write.
 void exitAfterWriting(int status);
 
 }  // namespace fileoperations

@@ -34,7 +34,7 @@ std::string refusal(std::span<const std::uint8_t> bytes, std::string_view label)
   }
 }
 
-/// Overwrites the first place where `from` stands with `to`, of the same length.
+/// Replaces the first occurrence of `from` with `to`, which has the same length.
 std::vector<std::uint8_t> patched(std::vector<std::uint8_t> bytes, std::string_view from,
                                   std::string_view to) {
   EXPECT_EQ(from.size(), to.size());
@@ -80,7 +80,8 @@ TEST(HelperImage, WithoutItsPartsIsRefused) {
               HasSubstr("no MachServices"));
   EXPECT_THAT(refusal(patched(bytes, "<key>Label</key>", "<key>LabeL</key>"), "com.x"),
               HasSubstr("Label is \"\""));
-  EXPECT_THAT(refusal(patched(bytes, "<plist", "<plisT"), "com.x"), HasSubstr("no property list"));
+  EXPECT_THAT(refusal(patched(bytes, "<plist", "<plisT"), "com.x"),
+              HasSubstr("not a property list"));
 }
 
 TEST(HelperImage, WithAProgramOfAnotherMachineIsRefused) {
@@ -92,10 +93,10 @@ TEST(HelperImage, WithAProgramOfAnotherMachineIsRefused) {
   EXPECT_THAT(refusal(bytes, "com.x"), HasSubstr("another kind of processor"));
   header[18] ^= 0xFF;
   header[4] = 1;
-  EXPECT_THAT(refusal(bytes, "com.x"), HasSubstr("no 64-bit ELF"));
+  EXPECT_THAT(refusal(bytes, "com.x"), HasSubstr("not a 64-bit ELF"));
   header[4] = 2;
   header[0] = 'x';
-  EXPECT_THAT(refusal(bytes, "com.x"), HasSubstr("no 64-bit ELF"));
+  EXPECT_THAT(refusal(bytes, "com.x"), HasSubstr("not a 64-bit ELF"));
 }
 
 TEST(HelperImage, CutShortAnywhereIsRefused) {
@@ -120,7 +121,7 @@ TEST(HelperImage, AProgramNeedsAWholeHeader) {
   const std::string header = testsupport::readFile("/bin/true").substr(0, 64);
   for (const std::size_t size : {std::size_t{64}, std::size_t{63}}) {
     auto bytes = image({"com.x", "1", "/bin/true", {}});
-    // The section's record names its size 40 bytes after its name.
+    // The section's size is 40 bytes after its name.
     const std::string_view name = "__program";
     const auto at = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
     ASSERT_NE(at, bytes.end());

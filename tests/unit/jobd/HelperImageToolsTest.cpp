@@ -1,4 +1,4 @@
-// A helper image as other readers of the format see it.
+// A helper image as seen by other programs that read the format.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,5 @@
-// Installing a helper: what is in place after it, after a refusal, and after a crash at any point.
+// Installing a helper: what is in place afterwards, after a refusal, and after a crash at any
+// point.
 #include "jobd/HelperInstaller.h"
 
 #include <fcntl.h>
@@ -25,25 +26,25 @@ using platform::ServiceError;
 using testsupport::readFile;
 namespace fs = std::filesystem;
 
-constexpr const char* label = "com.quillmar.echo";
+constexpr const char* kLabel = "com.quillmar.echo";
 
 class HelperInstallerTest : public testing::Test {
  protected:
   HelperInstallerTest()
       : root(temporary.path() / "root"),
         directories(RootDirectories::open(root)),
-        oldImage(testsupport::makeImage(WLHID_MKIMAGE, {label, "1.0", "/bin/true", {}},
+        oldImage(testsupport::makeImage(WLHID_MKIMAGE, {kLabel, "1.0", "/bin/true", {}},
                                         temporary.path() / "old")),
         newImage(testsupport::makeImage(
-            WLHID_MKIMAGE, {label, "2.0", "/bin/false", {label, "com.quillmar.echo.second"}},
+            WLHID_MKIMAGE, {kLabel, "2.0", "/bin/false", {kLabel, "com.quillmar.echo.second"}},
             temporary.path() / "new")) {}
 
   platform::JobDescription install(const fs::path& image) {
     const FileDescriptor file(::open(image.c_str(), O_RDONLY | O_CLOEXEC));
-    return HelperInstaller(directories, root).install(file.get(), label, nullptr);
+    return HelperInstaller(directories, root).install(file.get(), kLabel, nullptr);
   }
 
-  /// Installs in a process that dies when `last` is done.
+  /// Installs in a process that dies after step `last`.
   void installAndDieAfter(const fs::path& image, InstallStep last) {
     const pid_t child = ::fork();
     if (child == 0) {
@@ -52,7 +53,7 @@ class HelperInstallerTest : public testing::Test {
         if (step == last) ::_exit(42);
       });
       const FileDescriptor file(::open(image.c_str(), O_RDONLY | O_CLOEXEC));
-      installer.install(file.get(), label, nullptr);
+      installer.install(file.get(), kLabel, nullptr);
       ::_exit(1);
     }
     int status = 0;
@@ -60,14 +61,14 @@ class HelperInstallerTest : public testing::Test {
     ASSERT_EQ(WEXITSTATUS(status), 42);
   }
 
-  std::string installedTool() const { return readFile(root.helperTool(label)); }
-  std::string jobFile() const { return readFile(root.jobFile(label)); }
+  std::string installedTool() const { return readFile(root.helperTool(kLabel)); }
+  std::string jobFile() const { return readFile(root.jobFile(kLabel)); }
   std::vector<std::string> strays() const {
     std::vector<std::string> names;
     for (const auto& place : {"Library/LaunchDaemons", "Library/PrivilegedHelperTools"}) {
       for (const auto& entry : fs::directory_iterator(root.path() / place)) {
         const std::string name = entry.path().filename().string();
-        if (name != label && name != std::string(label) + ".plist") names.push_back(name);
+        if (name != kLabel && name != std::string(kLabel) + ".plist") names.push_back(name);
       }
     }
     return names;
@@ -82,15 +83,15 @@ class HelperInstallerTest : public testing::Test {
 
 TEST_F(HelperInstallerTest, PutsExecutableAndJobFileInPlace) {
   const auto job = install(newImage);
-  EXPECT_EQ(job.arguments, std::vector<std::string>{root.helperTool(label).string()});
-  EXPECT_THAT(job.services, testing::ElementsAre(label, "com.quillmar.echo.second"));
+  EXPECT_EQ(job.arguments, std::vector<std::string>{root.helperTool(kLabel).string()});
+  EXPECT_THAT(job.services, testing::ElementsAre(kLabel, "com.quillmar.echo.second"));
   EXPECT_EQ(installedTool(), readFile(newImage));
   struct stat status {};
-  ::stat(root.helperTool(label).c_str(), &status);
+  ::stat(root.helperTool(kLabel).c_str(), &status);
   EXPECT_EQ(status.st_mode & 07777U, 0755U);
   const std::string text = jobFile();
   const auto read = platform::parseJobFile(
-      {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}, label, nullptr);
+      {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}, kLabel, nullptr);
   ASSERT_TRUE(read);
   EXPECT_EQ(read->arguments, job.arguments);
   EXPECT_EQ(read->services, job.services);
@@ -101,7 +102,7 @@ TEST_F(HelperInstallerTest, EverythingIsOnDiskBeforeItHasItsName) {
   install(oldImage);
   fileoperations::record();
   install(newImage);
-  const std::string tool = label;
+  const std::string tool = kLabel;
   const std::string job = tool + ".plist";
   EXPECT_THAT(fileoperations::recorded(),
               testing::ElementsAre(
@@ -114,7 +115,7 @@ TEST_F(HelperInstallerTest, EverythingIsOnDiskBeforeItHasItsName) {
 TEST_F(HelperInstallerTest, ARemovalIsOnDiskJobFileFirst) {
   install(newImage);
   fileoperations::record();
-  EXPECT_TRUE(HelperInstaller(directories, root).remove(label));
+  EXPECT_TRUE(HelperInstaller(directories, root).remove(kLabel));
   EXPECT_THAT(fileoperations::recorded(),
               testing::ElementsAre("sync LaunchDaemons", "sync PrivilegedHelperTools"));
 }
@@ -122,7 +123,7 @@ TEST_F(HelperInstallerTest, ARemovalIsOnDiskJobFileFirst) {
 TEST_F(HelperInstallerTest, TakesTheWholeFileWhateverTheDescriptorsOffset) {
   const FileDescriptor file(::open(newImage.c_str(), O_RDONLY | O_CLOEXEC));
   ::lseek(file.get(), 1000, SEEK_SET);
-  HelperInstaller(directories, root).install(file.get(), label, nullptr);
+  HelperInstaller(directories, root).install(file.get(), kLabel, nullptr);
   EXPECT_EQ(installedTool(), readFile(newImage));
 }
 
@@ -151,9 +152,9 @@ TEST_F(HelperInstallerTest, ACrashOfAFirstInstallationLeavesNoJobWithoutItsExecu
        {InstallStep::ExecutableStaged, InstallStep::JobFileStaged, InstallStep::ExecutableInPlace,
         InstallStep::JobFileInPlace, InstallStep::Done}) {
     installAndDieAfter(newImage, step);
-    EXPECT_TRUE(!fs::exists(root.jobFile(label)) || installedTool() == readFile(newImage));
+    EXPECT_TRUE(!fs::exists(root.jobFile(kLabel)) || installedTool() == readFile(newImage));
     HelperInstaller(directories, root).removeStagingFiles();
-    HelperInstaller(directories, root).remove(label);
+    HelperInstaller(directories, root).remove(kLabel);
     EXPECT_THAT(strays(), testing::IsEmpty());
   }
 }
@@ -171,7 +172,8 @@ TEST_F(HelperInstallerTest, ARefusalChangesNothing) {
   const auto refuse = [](const platform::JobDescription&) {
     throw ServiceError(platform::ServiceErrorCode::Busy, "no");
   };
-  EXPECT_THROW(HelperInstaller(directories, root).install(file.get(), label, refuse), ServiceError);
+  EXPECT_THROW(HelperInstaller(directories, root).install(file.get(), kLabel, refuse),
+               ServiceError);
   EXPECT_EQ(installedTool(), readFile(oldImage));
   EXPECT_EQ(jobFile(), oldJob);
   EXPECT_THAT(strays(), testing::IsEmpty());
@@ -182,25 +184,25 @@ TEST_F(HelperInstallerTest, PlantedLinksAreReplacedNotFollowed) {
   const auto tools = root.path() / "Library/PrivilegedHelperTools";
   const auto jobs = root.path() / "Library/LaunchDaemons";
   for (const auto& place :
-       {tools / label, tools / (std::string(".staging.") + label), root.jobFile(label),
-        jobs / (std::string(".staging.") + label + ".plist")}) {
+       {tools / kLabel, tools / (std::string(".staging.") + kLabel), root.jobFile(kLabel),
+        jobs / (std::string(".staging.") + kLabel + ".plist")}) {
     fs::create_symlink(temporary.path() / "victim", place);
   }
   install(newImage);
   EXPECT_EQ(readFile(temporary.path() / "victim"), "untouched");
-  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(root.helperTool(label))));
-  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(root.jobFile(label))));
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(root.helperTool(kLabel))));
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(root.jobFile(kLabel))));
   EXPECT_EQ(installedTool(), readFile(newImage));
 }
 
 TEST_F(HelperInstallerTest, RemovesBothAndSaysWhetherThereWasAnything) {
   HelperInstaller installer(directories, root);
-  EXPECT_FALSE(installer.remove(label));
+  EXPECT_FALSE(installer.remove(kLabel));
   install(newImage);
-  EXPECT_TRUE(installer.remove(label));
-  EXPECT_FALSE(fs::exists(root.helperTool(label)));
-  EXPECT_FALSE(fs::exists(root.jobFile(label)));
-  EXPECT_FALSE(installer.remove(label));
+  EXPECT_TRUE(installer.remove(kLabel));
+  EXPECT_FALSE(fs::exists(root.helperTool(kLabel)));
+  EXPECT_FALSE(fs::exists(root.jobFile(kLabel)));
+  EXPECT_FALSE(installer.remove(kLabel));
 }
 
 TEST_F(HelperInstallerTest, AFullDiskLeavesTheOldOne) {
@@ -247,8 +249,8 @@ TEST(RootDirectories, SystemRootIsNotServed) {
 }
 
 TEST(RootDirectories, ARootOfAnotherUserIsNotServed) {
-  // "/proc/1" belongs to the superuser, "/proc/self" to whoever runs this; as the superuser a file
-  // may be given away.
+  // "/proc/1" belongs to the superuser, "/proc/self" to the user running this; the superuser can
+  // give a file away.
   const testsupport::TemporaryDirectory temporary;
   const fs::path foreign = ::geteuid() == 0 ? temporary.path() / "given-away" : fs::path("/proc/1");
   if (::geteuid() == 0) {
@@ -263,7 +265,7 @@ TEST(RootDirectories, ARootOfAnotherUserIsNotServed) {
   }
 }
 
-/// What installing says, "installed" when it does.
+/// The error of an installation, or "installed".
 template <class Act>
 std::string outcome(const Act& act) try {
   act();
@@ -277,41 +279,41 @@ TEST_F(HelperInstallerTest, TheJobFileIsForAllToReadAndItsOwnerToWrite) {
   install(newImage);
   ::umask(mask);
   struct stat status {};
-  ASSERT_EQ(::stat(root.jobFile(label).c_str(), &status), 0);
+  ASSERT_EQ(::stat(root.jobFile(kLabel).c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777U, 0644U);
-  ASSERT_EQ(::stat(root.helperTool(label).c_str(), &status), 0);
+  ASSERT_EQ(::stat(root.helperTool(kLabel).c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777U, 0755U);
 }
 
 TEST_F(HelperInstallerTest, WhatIsInTheWayIsNamedAndNothingIsLeft) {
-  fs::create_directories(root.helperTool(label) / "x");
+  fs::create_directories(root.helperTool(kLabel) / "x");
   EXPECT_EQ(outcome([&] { install(newImage); }),
             "cannot put com.quillmar.echo in place: Is a directory");
   EXPECT_THAT(strays(), testing::IsEmpty());
-  fs::remove_all(root.helperTool(label));
-  fs::create_directories(root.jobFile(label) / "x");
+  fs::remove_all(root.helperTool(kLabel));
+  fs::create_directories(root.jobFile(kLabel) / "x");
   EXPECT_EQ(outcome([&] { install(newImage); }),
             "cannot put com.quillmar.echo.plist in place: Is a directory");
   EXPECT_THAT(strays(), testing::IsEmpty());
-  EXPECT_EQ(outcome([&] { HelperInstaller(directories, root).remove(label); }),
+  EXPECT_EQ(outcome([&] { HelperInstaller(directories, root).remove(kLabel); }),
             "cannot remove com.quillmar.echo.plist: Is a directory");
 }
 
 TEST_F(HelperInstallerTest, AStagingFileThatCannotBeMadeIsNamed) {
   const auto stray =
-      root.helperTool(label).parent_path() / (std::string(".staging.") + label) / "x";
+      root.helperTool(kLabel).parent_path() / (std::string(".staging.") + kLabel) / "x";
   fs::create_directories(stray);
   EXPECT_EQ(outcome([&] { install(newImage); }),
             "cannot make .staging.com.quillmar.echo: File exists");
 }
 
 TEST_F(HelperInstallerTest, WhatIsNoFileIsNoHelper) {
-  EXPECT_EQ(outcome([&] { install(temporary.path()); }), "the helper is no regular file");
-  EXPECT_EQ(outcome([&] { HelperInstaller(directories, root).install(-1, label, nullptr); }),
+  EXPECT_EQ(outcome([&] { install(temporary.path()); }), "the helper is not a regular file");
+  EXPECT_EQ(outcome([&] { HelperInstaller(directories, root).install(-1, kLabel, nullptr); }),
             "cannot examine the helper: Bad file descriptor");
   const FileDescriptor written(::open(newImage.c_str(), O_WRONLY | O_CLOEXEC));
   EXPECT_EQ(
-      outcome([&] { HelperInstaller(directories, root).install(written.get(), label, nullptr); }),
+      outcome([&] { HelperInstaller(directories, root).install(written.get(), kLabel, nullptr); }),
       "cannot read the helper: Bad file descriptor");
   EXPECT_THAT(strays(), testing::IsEmpty());
 }
@@ -342,16 +344,16 @@ TEST_F(HelperInstallerTest, AHelperOfTheLargestSizeIsTakenAndNoLarger) {
 
 TEST_F(HelperInstallerTest, AStagedHelperCanBeThrownAway) {
   const FileDescriptor file(::open(newImage.c_str(), O_RDONLY | O_CLOEXEC));
-  EXPECT_THAT(jobd::stageHelper(directories.tools.get(), file.get(), label),
-              testing::ElementsAre(label, "com.quillmar.echo.second"));
-  EXPECT_THAT(strays(), testing::ElementsAre(std::string(".staging.") + label));
-  jobd::discardStagedHelper(directories.tools.get(), label);
+  EXPECT_THAT(jobd::stageHelper(directories.tools.get(), file.get(), kLabel),
+              testing::ElementsAre(kLabel, "com.quillmar.echo.second"));
+  EXPECT_THAT(strays(), testing::ElementsAre(std::string(".staging.") + kLabel));
+  jobd::discardStagedHelper(directories.tools.get(), kLabel);
   EXPECT_THAT(strays(), testing::IsEmpty());
 }
 
 TEST_F(HelperInstallerTest, OnlyStagingFilesAreClearedAway) {
   install(newImage);
-  for (const auto& place : {root.helperTool(label), root.jobFile(label)}) {
+  for (const auto& place : {root.helperTool(kLabel), root.jobFile(kLabel)}) {
     testsupport::writeFile(place.parent_path() / ".staging.x", "");
     testsupport::writeFile(place.parent_path() / "staging.x", "");
   }
@@ -362,12 +364,12 @@ TEST_F(HelperInstallerTest, OnlyStagingFilesAreClearedAway) {
 
 TEST_F(HelperInstallerTest, RemovesWhatIsThereOfTheTwo) {
   install(newImage);
-  fs::remove(root.jobFile(label));
-  EXPECT_TRUE(HelperInstaller(directories, root).remove(label));
+  fs::remove(root.jobFile(kLabel));
+  EXPECT_TRUE(HelperInstaller(directories, root).remove(kLabel));
   install(newImage);
-  fs::remove(root.helperTool(label));
-  EXPECT_TRUE(HelperInstaller(directories, root).remove(label));
-  EXPECT_FALSE(HelperInstaller(directories, root).remove(label));
+  fs::remove(root.helperTool(kLabel));
+  EXPECT_TRUE(HelperInstaller(directories, root).remove(kLabel));
+  EXPECT_FALSE(HelperInstaller(directories, root).remove(kLabel));
 }
 
 TEST_F(HelperInstallerTest, LeavesNoDescriptorOpen) {
@@ -384,7 +386,7 @@ TEST_F(HelperInstallerTest, StepsAreReportedInTheirOrder) {
   HelperInstaller installer(directories, root);
   installer.setStepObserver([&](InstallStep step) { steps.push_back(step); });
   const FileDescriptor file(::open(newImage.c_str(), O_RDONLY | O_CLOEXEC));
-  installer.install(file.get(), label, nullptr);
+  installer.install(file.get(), kLabel, nullptr);
   EXPECT_THAT(steps, testing::ElementsAre(InstallStep::ExecutableStaged, InstallStep::JobFileStaged,
                                           InstallStep::ExecutableInPlace,
                                           InstallStep::JobFileInPlace, InstallStep::Done));
@@ -395,16 +397,16 @@ TEST_F(HelperInstallerTest, TheApprovedJobIsTheOneThatIsInstalled) {
   const FileDescriptor file(::open(newImage.c_str(), O_RDONLY | O_CLOEXEC));
   const auto job =
       HelperInstaller(directories, root)
-          .install(file.get(), label, [&](const platform::JobDescription& asked) {
+          .install(file.get(), kLabel, [&](const platform::JobDescription& asked) {
             seen = asked.label + " " + asked.arguments.front() + " " + asked.services.back();
           });
-  EXPECT_EQ(job.label, label);
-  EXPECT_EQ(seen, std::string(label) + " " + root.helperTool(label).string() +
+  EXPECT_EQ(job.label, kLabel);
+  EXPECT_EQ(seen, std::string(kLabel) + " " + root.helperTool(kLabel).string() +
                       " com.quillmar.echo.second");
 }
 
 TEST_F(HelperInstallerTest, LabelsAreThoseOfJobFilesWithValidNames) {
-  const auto jobs = root.jobFile(label).parent_path();
+  const auto jobs = root.jobFile(kLabel).parent_path();
   for (const char* name : {"com.a.plist", "com.b.txt", ".plist", "bad name.plist", "com.c.plist.x",
                            ".staging.com.d.plist", "x.plist"})
     testsupport::writeFile(jobs / name, "");

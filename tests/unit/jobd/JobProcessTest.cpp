@@ -24,14 +24,14 @@ using jobd::EventLoop;
 using jobd::JobProcess;
 using platform::FileDescriptor;
 
-constexpr const char* label = "com.quillmar.sleeper";
-constexpr int pipeBytes = 1 << 20;
+constexpr const char* kLabel = "com.quillmar.sleeper";
+constexpr int kPipeBytes = 1 << 20;
 
 FileDescriptor open(const std::string& path, int flags) {
   return FileDescriptor(::open(path.c_str(), flags | O_CLOEXEC));
 }
 
-/// The end of the pipe that the job writes to.
+/// The write end of the job's output pipe.
 FileDescriptor outputOf(const JobProcess& job) {
   return open("/proc/" + std::to_string(job.identifier()) + "/fd/1", O_WRONLY | O_NONBLOCK);
 }
@@ -43,7 +43,7 @@ int waitingIn(const FileDescriptor& pipe) {
 }
 
 int fill(const FileDescriptor& pipe) {
-  EXPECT_GE(::fcntl(pipe.get(), F_SETPIPE_SZ, pipeBytes), pipeBytes);
+  EXPECT_GE(::fcntl(pipe.get(), F_SETPIPE_SZ, kPipeBytes), kPipeBytes);
   const std::string lines(4096, '\n');
   while (::write(pipe.get(), lines.data(), lines.size()) > 0) {
   }
@@ -53,13 +53,13 @@ int fill(const FileDescriptor& pipe) {
 TEST(JobProcess, OthersHaveTheirTurnWhileAJobWritesWithoutEnd) {
   const testsupport::TemporaryDirectory temporary;
   const std::string directory = temporary.path().string();
-  testsupport::makeImage(WLHID_MKIMAGE, {label, "1.0", "/bin/sh", {}}, temporary.path() / label);
+  testsupport::makeImage(WLHID_MKIMAGE, {kLabel, "1.0", "/bin/sh", {}}, temporary.path() / kLabel);
   const auto tools = open(directory, O_RDONLY | O_DIRECTORY);
   const std::vector<jobd::ListeningSocket> noSockets;
   EventLoop loop;
   jobd::SystemLog log(open(directory, O_RDONLY | O_DIRECTORY));
   const jobd::ProcessPlan plan{
-      label, {"sh", "-c", "echo ready; exec sleep 600"}, tools.get(), &noSockets, tools.get()};
+      kLabel, {"sh", "-c", "echo ready; exec sleep 600"}, tools.get(), &noSockets, tools.get()};
   const JobProcess job(loop, log, plan, [&](const jobd::JobEnd&) { loop.stop(); });
 
   FileDescriptor output;
@@ -68,7 +68,7 @@ TEST(JobProcess, OthersHaveTheirTurnWhileAJobWritesWithoutEnd) {
   const FileDescriptor always(::eventfd(1, EFD_CLOEXEC));
   const auto other = loop.watch(always.get(), EPOLLIN, [&] {
     if (!output) {
-      // Before it is the program, the process is a copy of this one and its output another.
+      // Until it runs the program, the process is a copy of this one, with another output.
       if (testsupport::readFile(directory + "/system.log").find("ready") == std::string::npos)
         return;
       output = outputOf(job);
@@ -79,20 +79,21 @@ TEST(JobProcess, OthersHaveTheirTurnWhileAJobWritesWithoutEnd) {
     }
   });
   loop.run();
-  EXPECT_GE(written, pipeBytes);
+  EXPECT_GE(written, kPipeBytes);
   EXPECT_LT(left, written);
-  EXPECT_GE(left, written - 64 * 1024) << "of what waits, so much a turn at most";
+  EXPECT_GE(left, written - 64 * 1024) << "the rest waits for the next iteration";
 }
 
-/// A run of a shell's lines as a job, to its end.
+/// Runs shell commands as a job.
 class ShellJob : public testing::Test {
  protected:
   ShellJob() {
-    testsupport::makeImage(WLHID_MKIMAGE, {label, "1.0", "/bin/sh", {}}, temporary_.path() / label);
+    testsupport::makeImage(WLHID_MKIMAGE, {kLabel, "1.0", "/bin/sh", {}},
+                           temporary_.path() / kLabel);
   }
-  /// How it ended.
+  /// Runs it to its end and returns how it ended.
   std::string run(const std::string& lines) {
-    return run({label, {"sh", "-c", lines}, tools_.get(), &sockets_, tools_.get()});
+    return run({kLabel, {"sh", "-c", lines}, tools_.get(), &sockets_, tools_.get()});
   }
   static std::string run(const jobd::ProcessPlan& plan, const testsupport::TemporaryDirectory& at) {
     EventLoop loop;
@@ -106,7 +107,7 @@ class ShellJob : public testing::Test {
     return end;
   }
   std::string run(const jobd::ProcessPlan& plan) { return run(plan, temporary_); }
-  /// What it wrote, each entry's text a line.
+  /// Its output: the text of each entry on a line.
   [[nodiscard]] std::string said() const {
     std::string all = testsupport::readFile(temporary_.path() / "system.log");
     std::string texts;
@@ -175,7 +176,7 @@ TEST_F(ShellJob, ItsSignalsAreAsTheSystemSetsThem) {
   ::sigaction(SIGHUP, &before[0], nullptr);
   ::sigaction(SIGUSR2, &before[1], nullptr);
   EXPECT_TRUE(said() == "SigBlk 00000000\nSigIgn 00000000\n" ||
-              said() == "SigBlk 00000000\nSigIgn 80000000\n")  // the C library's own
+              said() == "SigBlk 00000000\nSigIgn 80000000\n")  // ignored by the C library
       << said();
 }
 
@@ -185,7 +186,7 @@ TEST_F(ShellJob, ItIsASessionOfItsOwn) {
 }
 
 TEST_F(ShellJob, DescriptorsArriveInOrderWhateverTheirNumbersWere) {
-  // The numbers that the program expects them at are taken here by each other.
+  // The descriptor numbers that the program expects are each in use by another one here.
   const auto one = open("/dev/null", O_RDONLY);
   const auto two = open("/dev/zero", O_RDONLY);
   const auto three = open("/dev/full", O_RDONLY);
@@ -219,7 +220,7 @@ TEST_F(ShellJob, AnImageThatIsNoneEndsItWithTheCauseInTheLog) {
   EXPECT_EQ(end("com.none"), "exited with status 127");
   testsupport::writeFile(temporary_.path() / "com.text", "no image");
   EXPECT_EQ(end("com.text"), "exited with status 127");
-  std::filesystem::create_symlink(label, temporary_.path() / "com.link");
+  std::filesystem::create_symlink(kLabel, temporary_.path() / "com.link");
   EXPECT_EQ(end("com.link"), "exited with status 127");
   EXPECT_EQ(said(),
             "cannot start com.none: its executable is missing\n"
@@ -238,7 +239,7 @@ TEST_F(ShellJob, LeavesNoDescriptorAndNoChild) {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
                          std::filesystem::directory_iterator());
   };
-  while (::waitpid(-1, nullptr, 0) > 0) {  // what other tests left dying
+  while (::waitpid(-1, nullptr, 0) > 0) {  // children of other tests
   }
   const auto before = open();
   run("exit 0");
@@ -260,7 +261,7 @@ TEST_F(ShellJob, ItDoesNotOutliveTheDaemon) {
   EXPECT_EQ(::read(life[0], up.data(), up.size()), 3);
   ::kill(daemon, SIGKILL);
   ::waitpid(daemon, nullptr, 0);
-  EXPECT_EQ(::read(life[0], up.data(), up.size()), 0);  // comes when the job has gone
+  EXPECT_EQ(::read(life[0], up.data(), up.size()), 0);  // returns when the job has ended
   ::close(life[0]);
 }
 

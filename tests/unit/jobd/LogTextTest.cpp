@@ -52,7 +52,7 @@ TEST(LogText, WhatAJobWritesCannotForgeAnEntryOrSteerATerminal) {
 }
 
 TEST(LogText, AnEntryOfTheLargestSizeIsNotCut) {
-  const std::string text(jobd::maximumEntryBytes, 'x');
+  const std::string text(jobd::kMaximumEntryBytes, 'x');
   EXPECT_EQ(entry(text), text + "\n");
 }
 
@@ -64,48 +64,49 @@ TEST(LogText, LinesComeWholeHoweverTheyArrive) {
 }
 
 TEST(LogText, LongLinesGoOnInAFurtherEntry) {
-  const std::string longLine(2 * jobd::maximumEntryBytes + 5, 'x');
+  const std::string longLine(2 * jobd::kMaximumEntryBytes + 5, 'x');
   const auto lines = split({longLine + "\nnext\n"});
   ASSERT_EQ(lines.size(), 4U);
-  EXPECT_EQ(lines[0].size(), jobd::maximumEntryBytes);
+  EXPECT_EQ(lines[0].size(), jobd::kMaximumEntryBytes);
   EXPECT_EQ(lines[0] + lines[1] + lines[2], longLine);
   EXPECT_EQ(lines[3], "next");
 }
 
 TEST(LogText, ALineThatGoesOnIsKnown) {
   LineSplitter splitter;
-  std::vector<bool> goesOn;
-  const auto sink = [&](std::string_view) { goesOn.push_back(splitter.goesOn()); };
-  const std::string longLine(2 * jobd::maximumEntryBytes + 5, 'x');
+  std::vector<bool> continuesLine;
+  const auto sink = [&](std::string_view) { continuesLine.push_back(splitter.continuesLine()); };
+  const std::string longLine(2 * jobd::kMaximumEntryBytes + 5, 'x');
   splitter.feed("one\n" + longLine + "\ntwo\n" + longLine, sink);
   splitter.finish(sink);
   splitter.feed("three\n", sink);
-  EXPECT_THAT(goesOn, ElementsAre(false, false, true, true, false, false, true, true, false));
+  EXPECT_THAT(continuesLine,
+              ElementsAre(false, false, true, true, false, false, true, true, false));
 }
 
 TEST(LogText, AnEntryThatGoesOnIsNotCut) {
   const std::string text =
-      std::string(jobd::continuationMark) + std::string(jobd::maximumEntryBytes, 'x');
+      std::string(jobd::kContinuationMark) + std::string(jobd::kMaximumEntryBytes, 'x');
   EXPECT_EQ(entry(text), text + "\n");
 }
 
 TEST(LogText, ALineOfExactlyTheLimitIsOneEntry) {
-  const std::string exact(jobd::maximumEntryBytes, 'x');
+  const std::string exact(jobd::kMaximumEntryBytes, 'x');
   EXPECT_THAT(split({exact + "\n"}), ElementsAre(exact));
   EXPECT_THAT(split({exact}), ElementsAre(exact));
 }
 
 TEST(LogText, CharactersAreNotCutApart) {
-  std::string text(jobd::maximumEntryBytes - 1, 'x');
+  std::string text(jobd::kMaximumEntryBytes - 1, 'x');
   text += "\xF0\x9F\x90\xB9 end";
   const auto lines = split({text});
   ASSERT_EQ(lines.size(), 2U);
-  EXPECT_EQ(lines[0], std::string(jobd::maximumEntryBytes - 1, 'x'));
+  EXPECT_EQ(lines[0], std::string(jobd::kMaximumEntryBytes - 1, 'x'));
   EXPECT_EQ(lines[1], "\xF0\x9F\x90\xB9 end");
 }
 
 TEST(LogText, AnEndlessLineOfContinuationBytesStillMoves) {
-  const std::string garbage(3 * jobd::maximumEntryBytes, '\x80');
+  const std::string garbage(3 * jobd::kMaximumEntryBytes, '\x80');
   std::size_t total = 0;
   for (const auto& line : split({garbage})) {
     EXPECT_FALSE(line.empty());
@@ -115,7 +116,7 @@ TEST(LogText, AnEndlessLineOfContinuationBytesStillMoves) {
 }
 
 TEST(LogText, EveryMonthHasItsName) {
-  EXPECT_EQ(jobd::maximumEntryBytes, 2048U);
+  EXPECT_EQ(jobd::kMaximumEntryBytes, 2048U);
   const std::vector<std::string> names{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                        "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   std::tm time{};
@@ -127,7 +128,7 @@ TEST(LogText, EveryMonthHasItsName) {
 
 TEST(LogText, CharactersAreNotCutApartWhereverTheyBegin) {
   for (std::size_t before = 1; before <= 4; ++before) {
-    const std::string plain(jobd::maximumEntryBytes - before, 'x');
+    const std::string plain(jobd::kMaximumEntryBytes - before, 'x');
     const auto lines = split({plain + "\xF0\x9F\x90\xB9 end"});
     ASSERT_EQ(lines.size(), 2U);
     EXPECT_EQ(lines[0], before == 4 ? plain + "\xF0\x9F\x90\xB9" : plain) << before;
@@ -135,9 +136,9 @@ TEST(LogText, CharactersAreNotCutApartWhereverTheyBegin) {
 }
 
 TEST(LogText, OfContinuationBytesNoMoreAreHeldBackThanASequenceHas) {
-  const auto lines = split({std::string(jobd::maximumEntryBytes + 10, '\x80')});
+  const auto lines = split({std::string(jobd::kMaximumEntryBytes + 10, '\x80')});
   ASSERT_EQ(lines.size(), 2U);
-  EXPECT_EQ(lines[0].size(), jobd::maximumEntryBytes - 3);
+  EXPECT_EQ(lines[0].size(), jobd::kMaximumEntryBytes - 3);
 }
 
 TEST(LogText, WhatWasFinishedIsForgotten) {

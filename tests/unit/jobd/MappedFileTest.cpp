@@ -54,7 +54,7 @@ TEST_F(MappedFileTest, IsAsLargeAsAHelperMayBe) {
 TEST_F(MappedFileTest, WhatCannotBeMappedIsNamed) {
   EXPECT_EQ(failure(-1), "cannot examine it: Bad file descriptor");
   const FileDescriptor null(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-  EXPECT_EQ(failure(null.get()), "it is no regular file");
+  EXPECT_EQ(failure(null.get()), "it is not a regular file");
   (void)file(7);
   const FileDescriptor written(::open((temporary_.path() / "file").c_str(), O_WRONLY | O_CLOEXEC));
   EXPECT_EQ(failure(written.get()), "cannot read it: Permission denied");

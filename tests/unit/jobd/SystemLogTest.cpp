@@ -18,7 +18,7 @@ using jobd::SystemLog;
 using testsupport::readFile;
 using testsupport::TemporaryDirectory;
 
-// A note is a line of a table: no free text is one.
+// Only lines of a table can be noted, not free text.
 static_assert(!std::is_invocable_v<decltype(&SystemLog::note), SystemLog&, std::string>);
 static_assert(!std::is_invocable_v<decltype(&SystemLog::note), SystemLog&, const char*>);
 
@@ -59,25 +59,25 @@ TEST(SystemLog, OneWriterCannotPushOutTheOthers) {
   const TemporaryDirectory directory;
   SystemLog log(open(directory.path()));
   int told = 0;
-  log.whenLeavingOut([&] { ++told; });
+  log.onLeavingOut([&] { ++told; });
   const std::string line(1000, 'x');
   for (int i = 0; i < 2000; ++i) log.write("com.loud", 1, line);
   log.write("com.quiet", 2, "said once");
   EXPECT_EQ(told, 1);
   EXPECT_FALSE(std::filesystem::exists(directory.path() / "system.log.0"));
   std::string all = readFile(directory.path() / "system.log");
-  EXPECT_LT(all.size(), 2U * jobd::LogBudget::capacity);
+  EXPECT_LT(all.size(), 2U * jobd::LogBudget::kCapacity);
   EXPECT_THAT(all, testing::HasSubstr("com.quiet[2]: said once\n"));
 
-  log.sayWhatWasLeftOut();
-  log.sayWhatWasLeftOut();
+  log.logLeftOut();
+  log.logLeftOut();
   all = readFile(directory.path() / "system.log");
   const auto written = static_cast<std::uint64_t>(std::count(all.begin(), all.end(), '\n')) - 2;
   EXPECT_THAT(all, testing::EndsWith("]: " + std::to_string(2000 - written) +
                                      " lines of com.loud were left out: it writes too much at a "
                                      "time\n"));
-  log.write("com.loud", 1, std::string(jobd::LogBudget::capacity, 'x'));
-  EXPECT_EQ(told, 2) << "told again after it was said";
+  log.write("com.loud", 1, std::string(jobd::LogBudget::kCapacity, 'x'));
+  EXPECT_EQ(told, 2) << "called again after the last ones were logged";
 }
 
 TEST(SystemLog, ALogThatWasTakenAwayIsBegunAnew) {
@@ -104,19 +104,19 @@ TEST(SystemLog, LinksAndPipesInItsPlaceAreNotWritten) {
   EXPECT_THAT(readFile(directory.path() / "system.log"), testing::HasSubstr("three"));
 }
 
-/// Whether a fresh log takes a first entry of that text.
+/// Whether a new log accepts that text as its first entry.
 bool takes(const std::string& text) {
   const TemporaryDirectory directory;
   SystemLog log(open(directory.path()));
   bool isLeftOut = false;
-  log.whenLeavingOut([&] { isLeftOut = true; });
+  log.onLeavingOut([&] { isLeftOut = true; });
   log.write("com.x", 1, text);
   EXPECT_EQ(isLeftOut, readFile(directory.path() / "system.log").empty());
   return !isLeftOut;
 }
 
 TEST(SystemLog, WhatAnEntryMayBecomeIsCounted) {
-  constexpr std::size_t room = jobd::LogBudget::capacity - 64;
+  constexpr std::size_t room = jobd::LogBudget::kCapacity - 64;
   EXPECT_TRUE(takes(std::string(room, 'x')));
   EXPECT_FALSE(takes(std::string(room + 1, 'x')));
   for (const char plain : {' ', '~', '\x20'}) {
@@ -130,10 +130,10 @@ TEST(SystemLog, WhatAnEntryMayBecomeIsCounted) {
 
 TEST(SystemLog, ALogOfItsLimitIsBegunAnewByTheNextEntry) {
   const TemporaryDirectory directory;
-  EXPECT_EQ(SystemLog::defaultLimit, 4'194'304U);
+  EXPECT_EQ(SystemLog::kDefaultLimit, 4'194'304U);
   testsupport::writeFile(directory.path() / "system.log", std::string(100, 'x'));
   SystemLog under(open(directory.path()), 101);
-  under.write("com.x", 1, "opens it");  // whatever is there when it is opened is written to
+  under.write("com.x", 1, "opens it");  // an existing file is appended to when it is opened
   EXPECT_FALSE(std::filesystem::exists(directory.path() / "system.log.0"));
   const auto size = std::filesystem::file_size(directory.path() / "system.log");
   SystemLog exact(open(directory.path()), size + 1);
@@ -160,8 +160,8 @@ TEST(SystemLog, IsForAllToReadAndItsOwnerToWrite) {
 TEST(SystemLog, NobodyNeedBeToldOfWhatIsLeftOut) {
   const TemporaryDirectory directory;
   SystemLog log(open(directory.path()));
-  for (int i = 0; i < 2; ++i) log.write("com.x", 1, std::string(jobd::LogBudget::capacity, 'x'));
-  log.sayWhatWasLeftOut();
+  for (int i = 0; i < 2; ++i) log.write("com.x", 1, std::string(jobd::LogBudget::kCapacity, 'x'));
+  log.logLeftOut();
   EXPECT_THAT(readFile(directory.path() / "system.log"),
               testing::HasSubstr("2 lines of com.x were left out"));
 }
@@ -171,7 +171,7 @@ TEST(SystemLog, WithoutADirectoryNothingIsWritten) {
   EXPECT_NO_FATAL_FAILURE(log.note(kNote));
 }
 
-/// The host that an entry names where the machine is called so; nothing where that cannot be tried.
+/// The host in an entry when the machine has that name; empty if that cannot be tried.
 std::string hostWhereItIs(const std::string& name) {
   const TemporaryDirectory directory;
   const pid_t child = ::fork();
@@ -188,7 +188,7 @@ std::string hostWhereItIs(const std::string& name) {
 }
 
 TEST(SystemLog, TheHostIsOneWord) {
-  const std::string longest(64, 'h');  // as the system takes it
+  const std::string longest(64, 'h');  // the longest that the system accepts
   if (hostWhereItIs("x").empty()) GTEST_SKIP() << "needs the superuser";
   EXPECT_EQ(hostWhereItIs("my host"), "my_host");
   EXPECT_EQ(hostWhereItIs(""), "localhost");

@@ -120,7 +120,7 @@ TEST_F(AtomicFileTest, DraftsOfOneNameDoNotDisturbEachOther) {
   EXPECT_EQ(content("b"), "two");
 }
 
-/// The hidden name of the draft after the next, which is ".x.PROCESS.NUMBER".
+/// The hidden name of the draft after the next one, which is ".x.PROCESS.NUMBER".
 std::string hiddenNameAfter(const std::string& hidden) {
   const std::size_t number = hidden.rfind('.') + 1;
   return hidden.substr(0, number) + std::to_string(std::stoul(hidden.substr(number)) + 1);
@@ -210,25 +210,25 @@ TEST_F(AtomicFileTest, AHeldFileIsHeldUntilItIsClosed) {
     return platform::FileDescriptor(::open((path_ / "x").c_str(), O_RDONLY | O_CLOEXEC));
   };
   router::writeFileAtomically(directory_.get(), "x", bytes("free"));
-  EXPECT_FALSE(router::isHeld(reading().get()));
+  EXPECT_FALSE(router::isLocked(reading().get()));
   {
-    const auto held = router::writeHeldFile(directory_.get(), "x", bytes("held"));
+    const auto held = router::writeLockedFile(directory_.get(), "x", bytes("held"));
     EXPECT_EQ(content("x"), "held");
-    EXPECT_TRUE(router::isHeld(reading().get()));
+    EXPECT_TRUE(router::isLocked(reading().get()));
   }
-  EXPECT_FALSE(router::isHeld(reading().get()));
-  EXPECT_FALSE(router::isHeld(-1));
+  EXPECT_FALSE(router::isLocked(reading().get()));
+  EXPECT_FALSE(router::isLocked(-1));
 }
 
 TEST_F(AtomicFileTest, OnlyTheDeadLeaveSomethingToRemove) {
-  // No process has a number below 2, and what has no number is nobody's.
+  // No process ID is below 2, and a name without a number belongs to no process.
   for (const char* name : {".x.-2147483647.0", ".x.0.0", ".x.", ".x.a.0", ".x.1", ".x.2147483647",
                            ".y.2147483647.0", "x.2147483647.0"})
     std::ofstream(path_ / name) << "half";
   const std::size_t before = names().size();
   router::removeAbandonedWrites(directory_.get(), "x");
   EXPECT_EQ(names().size(), before);
-  std::ofstream(path_ / ".x.2147483647.0") << "half";  // more than any process has
+  std::ofstream(path_ / ".x.2147483647.0") << "half";  // larger than any process ID
   router::removeAbandonedWrites(directory_.get(), "x");
   EXPECT_EQ(names().size(), before);
 }

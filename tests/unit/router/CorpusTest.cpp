@@ -1,6 +1,6 @@
-// The parser and the decoder against recordings of real devices: those of the repository, with
-// totals that were counted by hand from their descriptors, and, where it is present, a larger
-// collection beside the checkout whose values were worked out by an independent decoder.
+// The parser and the decoder with recordings of real devices: those of the repository, whose totals
+// were counted by hand from their descriptors, and, if present, a larger collection next to the
+// checkout, whose values were computed by an independent decoder.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -27,7 +27,7 @@ fs::path sourceDirectory() {
 }
 
 fs::path collection() {
-  return fs::weakly_canonical(sourceDirectory() / ".." / "shared");  // links are not followed below
+  return fs::weakly_canonical(sourceDirectory() / ".." / "shared");  // links below are not followed
 }
 
 std::shared_ptr<const ReportDescriptor> descriptorOf(const WholeRecording& recording) {
@@ -35,7 +35,7 @@ std::shared_ptr<const ReportDescriptor> descriptorOf(const WholeRecording& recor
       ReportDescriptor::parse(recording.header.reportDescriptor));
 }
 
-/// The lines of a text file, through gzip where it is compressed.
+/// The lines of a text file, decompressed if it is gzipped.
 std::vector<std::string> linesOf(const fs::path& file) {
   const std::string command =
       (file.extension() == ".gz" ? "gzip -dc '" : "cat '") + file.string() + "'";
@@ -85,7 +85,7 @@ std::size_t compareRecording(const fs::path& hid, const fs::path& oracle) {
 
 TEST(Corpus, ValuesOfEveryRecordingAreThoseOfAnIndependentDecoder) {
   const fs::path directory = collection() / "recordings";
-  if (!fs::exists(directory)) GTEST_SKIP() << "no collection of recordings beside the checkout";
+  if (!fs::exists(directory)) GTEST_SKIP() << "no collection of recordings next to the checkout";
   std::size_t recordings = 0;
   std::size_t reports = 0;
   for (const auto& entry : fs::directory_iterator(directory)) {
@@ -105,7 +105,7 @@ TEST(Corpus, ValuesOfEveryRecordingAreThoseOfAnIndependentDecoder) {
 
 TEST(Corpus, EveryDescriptorOfTheCollectionParses) {
   const fs::path directory = collection() / "descriptors";
-  if (!fs::exists(directory)) GTEST_SKIP() << "no collection of descriptors beside the checkout";
+  if (!fs::exists(directory)) GTEST_SKIP() << "no collection of descriptors next to the checkout";
   std::size_t parsed = 0;
   for (const auto& entry : fs::directory_iterator(directory)) {
     std::ifstream in(entry.path(), std::ios::binary);

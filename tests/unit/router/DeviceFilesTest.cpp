@@ -134,7 +134,7 @@ TEST_F(DeviceFilesTest, OnlyRegularFilesAreOpened) {
     EXPECT_THROW(static_cast<void>(files().openConfiguration(name)), FileError) << name;
 }
 
-/// What an action is refused with.
+/// The error of an action.
 template <class Action>
 std::pair<std::string, std::error_code> refusalOf(const Action& action) {
   try {
@@ -194,7 +194,7 @@ TEST_F(DeviceFilesTest, WhatCannotBeOpenedSaysWhy) {
       refusal("cannot be read: No such file or directory", std::errc::no_such_file_or_directory);
   EXPECT_EQ(open("none"), missing);
   fs::create_directory(directory_ / "folder.plist");
-  EXPECT_EQ(open("folder").first, "is no regular file");
+  EXPECT_EQ(open("folder").first, "is not a regular file");
   fs::create_symlink("none", directory_ / "link.plist");
   EXPECT_EQ(open("link").first, "is a symbolic link, which is not followed");
   EXPECT_EQ(refusalOf([&] { static_cast<void>(files().openRecording("none.hid")); }), missing);

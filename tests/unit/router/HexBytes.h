@@ -1,4 +1,4 @@
-// Bytes written as people write them: "05 01 a1 01".
+// Bytes in their usual notation: "05 01 a1 01".
 #pragma once
 
 #include <cstdint>

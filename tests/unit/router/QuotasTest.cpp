@@ -28,7 +28,7 @@ TEST(TokenBucket, LetsSoManyThroughAtOnceAndThenSoManyASecond) {
   EXPECT_FALSE(bucket.take(kStart + milliseconds(499)));
   EXPECT_TRUE(bucket.take(kStart + milliseconds(500)));
   EXPECT_FALSE(bucket.take(kStart + milliseconds(500)));
-  // It never holds more than at first.
+  // It never holds more than at the beginning.
   for (int i = 0; i < 3; ++i) EXPECT_TRUE(bucket.take(kStart + seconds(1000)));
   EXPECT_FALSE(bucket.take(kStart + seconds(1000)));
   EXPECT_FALSE(bucket.take(kStart)) << "time that goes back gives nothing";
@@ -45,9 +45,9 @@ TEST(TokenBucket, SaysHowLongATurnIsOff) {
 
 RouterLimits turns(Rate ofUser, Rate all) {
   RouterLimits limits;
-  limits.startsOfUser = ofUser;
+  limits.startsPerUser = ofUser;
   limits.starts = all;
-  limits.startPatience = milliseconds(0);
+  limits.startTimeout = milliseconds(0);
   return limits;
 }
 
@@ -65,7 +65,7 @@ TEST(TurnQuota, AllTogetherHaveABoundToo) {
   EXPECT_TRUE(quota.reserve(2, kStart));
   EXPECT_TRUE(quota.reserve(3, kStart));
   EXPECT_FALSE(quota.reserve(4, kStart));
-  // What was refused for the sake of all is not the user's loss.
+  // A refusal because of the common limit does not count against the user.
   EXPECT_TRUE(quota.reserve(4, kStart + seconds(1)));
   EXPECT_TRUE(quota.reserve(4, kStart + seconds(2)));
 }
@@ -81,14 +81,14 @@ TEST(LineBudget, CountsWhatItLeavesOut) {
 
 TEST(LineQuota, TellsOnceOfWhatWasLeftOut) {
   RouterLimits limits;
-  limits.logLinesOfUser = {2, 1};
+  limits.logLinesPerUser = {2, 1};
   LineQuota quota(limits);
   std::uint64_t leftOut = 99;
   EXPECT_TRUE(quota.admits(1, kStart, &leftOut));
   EXPECT_EQ(leftOut, 0U);
   EXPECT_TRUE(quota.admits(1, kStart, &leftOut));
   for (int i = 0; i < 5; ++i) EXPECT_FALSE(quota.admits(1, kStart, &leftOut));
-  EXPECT_TRUE(quota.admits(2, kStart, &leftOut)) << "another user writes on";
+  EXPECT_TRUE(quota.admits(2, kStart, &leftOut)) << "another user can still write";
   EXPECT_TRUE(quota.admits(1, kStart + seconds(1), &leftOut));
   EXPECT_EQ(leftOut, 5U);
   EXPECT_THAT(quota.takeLeftOut(kStart + seconds(10)), IsEmpty());
@@ -96,12 +96,12 @@ TEST(LineQuota, TellsOnceOfWhatWasLeftOut) {
 
 TEST(LineQuota, WhatWasLeftOutIsToldAlsoWhereNothingFollows) {
   RouterLimits limits;
-  limits.logLinesOfUser = {1, 1};
+  limits.logLinesPerUser = {1, 1};
   LineQuota quota(limits);
   std::uint64_t leftOut = 0;
   EXPECT_TRUE(quota.admits(1, kStart, &leftOut));
   for (int i = 0; i < 3; ++i) EXPECT_FALSE(quota.admits(1, kStart, &leftOut));
-  EXPECT_THAT(quota.takeLeftOut(kStart), IsEmpty()) << "its own line has no place yet";
+  EXPECT_THAT(quota.takeLeftOut(kStart), IsEmpty()) << "there is no room for that line yet";
   const auto told = quota.takeLeftOut(kStart + seconds(1));
   ASSERT_EQ(told.size(), 1U);
   EXPECT_EQ(told[0].user, 1U);
@@ -110,11 +110,11 @@ TEST(LineQuota, WhatWasLeftOutIsToldAlsoWhereNothingFollows) {
 
 RouterLimits backlogs(std::size_t client, std::size_t user, std::size_t all) {
   RouterLimits limits;
-  limits.backlogOfClient = client;
-  limits.backlogOfUser = user;
+  limits.backlogPerClient = client;
+  limits.backlogPerUser = user;
   limits.backlog = all;
   limits.backlogWaitedFor = 25;
-  limits.sessionsOfUser = 5;
+  limits.sessionsPerUser = 5;
   limits.sessions = 10;
   return limits;
 }
@@ -134,17 +134,17 @@ TEST(Backlog, AUsersClientsTogetherLoseAtTheSlowest) {
   const auto quick = backlog->share(1);
   const auto other = backlog->share(2);
   EXPECT_TRUE(a->admits(40));
-  // Half of the bound is gone; the part of each of five is 10.
+  // Half of the limit is used up; the part of each of five clients is 10.
   EXPECT_FALSE(b->admits(11));
   EXPECT_FALSE(a->admits(40));
   EXPECT_TRUE(quick->admits(10)) << "it is not the slow one";
-  EXPECT_TRUE(other->admits(40)) << "another user's loss it is not";
-  // What is taken makes room for those who wait.
+  EXPECT_TRUE(other->admits(40)) << "it is not another user's loss";
+  // What is read makes room for those who wait.
   EXPECT_TRUE(b->admits(0));
   EXPECT_TRUE(a->admits(40));
 }
 
-/// A client that takes nothing and is sent what it may have, a byte each time.
+/// A client that reads nothing and is sent as much as it may have, one byte at a time.
 std::size_t fill(Backlog::Share* share) {
   std::size_t unsent = 0;
   while (share->admits(unsent)) ++unsent;
@@ -158,10 +158,10 @@ TEST(Backlog, ClientsThatComeOneAfterAnotherStayWithinTheirUsersBound) {
   for (int i = 0; i < 5; ++i) {
     shares.push_back(backlog->share(1));
     const std::size_t own = fill(shares.back().get());
-    EXPECT_GT(own, 10U) << "its part is kept for each";
+    EXPECT_GT(own, 10U) << "its part is reserved for each client";
     together += own;
   }
-  EXPECT_LE(together, 100U + 5U) << "a report each beyond the bound";
+  EXPECT_LE(together, 100U + 5U) << "one report each beyond the limit";
 }
 
 TEST(Backlog, UsersThatComeOneAfterAnotherStayWithinTheBoundOfAll) {
@@ -194,7 +194,7 @@ TEST(Backlog, ManyThatAreWaitedForStayWithinTheirUsersBound) {
     std::size_t unsent = 0;
     while (unsent < shares.back()->waitLimit(unsent)) ++unsent;
     together += unsent;
-    EXPECT_GE(unsent, i == 0 ? 25U : 10U) << "alone it has what serves it best, else its part";
+    EXPECT_GE(unsent, i == 0 ? 25U : 10U) << "alone it has the best size, otherwise its part";
   }
   EXPECT_LE(together, 100U + 5U);
   for (const auto& share : shares) static_cast<void>(share->waitLimit(0));
@@ -208,7 +208,7 @@ TEST(TokenBucket, IsFullAsANewOneIs) {
   EXPECT_FALSE(bucket.isFull(kStart));
   EXPECT_FALSE(bucket.isFull(kStart + milliseconds(499)));
   EXPECT_TRUE(bucket.isFull(kStart + milliseconds(500)));
-  EXPECT_FALSE(bucket.isFull(kStart)) << "the question changes nothing";
+  EXPECT_FALSE(bucket.isFull(kStart)) << "asking changes nothing";
 }
 
 TEST(TokenBucket, TimeThatGoesBackIsNotCountedTwice) {
@@ -263,23 +263,23 @@ TEST(TurnQuota, WhatIsRefusedForTheSakeOfAllIsGivenBack) {
 
 TEST(TurnQuota, TheLongerOfBothWaitsCounts) {
   RouterLimits limits = turns({1, 10}, {2, 1});
-  limits.startPatience = seconds(1);
+  limits.startTimeout = seconds(1);
   TurnQuota quota(limits);
   EXPECT_EQ(quota.reserve(1, kStart)->due(), kStart);
-  EXPECT_EQ(quota.reserve(1, kStart)->due(), kStart + milliseconds(100)) << "the user's own";
-  EXPECT_EQ(quota.reserve(2, kStart)->due(), kStart + seconds(1)) << "that of all";
-  EXPECT_FALSE(quota.reserve(2, kStart)) << "longer than anybody waits";
+  EXPECT_EQ(quota.reserve(1, kStart)->due(), kStart + milliseconds(100)) << "the user's own limit";
+  EXPECT_EQ(quota.reserve(2, kStart)->due(), kStart + seconds(1)) << "the common limit";
+  EXPECT_FALSE(quota.reserve(2, kStart)) << "longer than a request may wait";
 }
 
 TEST(LineQuota, WhatAUserHasWrittenIsRememberedWhoeverWritesInBetween) {
   RouterLimits limits;
-  limits.logLinesOfUser = {1, 1};
+  limits.logLinesPerUser = {1, 1};
   LineQuota quota(limits);
   std::uint64_t leftOut = 0;
   EXPECT_TRUE(quota.admits(1, kStart, &leftOut));
   EXPECT_TRUE(quota.admits(2, kStart, &leftOut));
   EXPECT_FALSE(quota.admits(1, kStart, &leftOut));
-  // Its bucket is full again, but what it lost is not told yet.
+  // Its bucket is full again, but its loss has not been reported yet.
   EXPECT_TRUE(quota.admits(2, kStart + seconds(5), &leftOut));
   EXPECT_TRUE(quota.admits(1, kStart + seconds(5), &leftOut));
   EXPECT_EQ(leftOut, 1U);
@@ -290,7 +290,7 @@ std::size_t memoryInUse() {
   return info.uordblks + info.hblkhd;
 }
 
-/// What as many users as a machine may have leave in memory, each of whom comes once.
+/// The memory that remains when as many users as a machine may have come once each.
 template <class Visit>
 std::size_t leftByUsers(const Visit& visit) {
   const std::size_t before = memoryInUse();
@@ -305,7 +305,7 @@ TEST(Quotas, UsersThatDoNotComeAnyMoreTakeNoMemory) {
   EXPECT_LT(leftByUsers([&](uid_t user, auto now) { EXPECT_TRUE(quota.reserve(user, now)); }),
             kSmall);
   RouterLimits limits;
-  limits.logLinesOfUser = {2, 10};
+  limits.logLinesPerUser = {2, 10};
   LineQuota lines(limits);
   std::uint64_t leftOut = 0;
   EXPECT_LT(
@@ -324,7 +324,7 @@ TEST(Backlog, HalfOfABoundIsForWhoeverNeedsIt) {
   EXPECT_TRUE(a->admits(40)) << "exactly half";
   EXPECT_FALSE(b->admits(11));
   EXPECT_TRUE(b->admits(10)) << "its part of the other half";
-  // The same for all users together: half is 100, and a part is 10.
+  // The same for all users together: half is 100, and each part is 10.
   const auto all = std::make_shared<Backlog>(backlogs(90, 1000, 200));
   const auto one = all->share(1);
   const auto other = all->share(2);
@@ -342,7 +342,7 @@ TEST(Backlog, OneOfAUsersClientsThatLeavesTakesNothingElseAlong) {
   EXPECT_TRUE(slow->admits(20));
   leaving.reset();
   EXPECT_TRUE(other->admits(5));
-  EXPECT_FALSE(other->admits(6)) << "what the slow one has counts";
+  EXPECT_FALSE(other->admits(6)) << "the slow client's backlog counts";
 }
 
 }  // namespace

@@ -108,37 +108,37 @@ TEST(Recording, TakesOneDeviceOutOfSeveral) {
 }
 
 TEST(Recording, SaysWhereAndWhyALineIsWrong) {
-  expectError("", "a.hid: has no report descriptor of device 0");
-  expectError("# only\n", "a.hid: has no report descriptor of device 0");
-  expectError("hello\n", "a.hid:1: is no line of a recording; " + std::string(kFormat));
+  expectError("", "a.hid: has no report descriptor for device 0");
+  expectError("# only\n", "a.hid: has no report descriptor for device 0");
+  expectError("hello\n", "a.hid:1: is not a line of a recording; " + std::string(kFormat));
   expectError("R: 1 c0\nE 0.0 1 01\n",
-              "a.hid:2: is no line of a recording; " + std::string(kFormat));
-  expectError("r: 1 c0\n", "a.hid:1: is no line of a recording; " + std::string(kFormat));
-  expectError("D: x\n", "a.hid:1: the device number is none");
-  expectError("D: 4294967296\n", "a.hid:1: the device number is none");
-  expectError("D: 0 1\n", "a.hid:1: the device number is none");
+              "a.hid:2: is not a line of a recording; " + std::string(kFormat));
+  expectError("r: 1 c0\n", "a.hid:1: is not a line of a recording; " + std::string(kFormat));
+  expectError("D: x\n", "a.hid:1: the device number is invalid");
+  expectError("D: 4294967296\n", "a.hid:1: the device number is invalid");
+  expectError("D: 0 1\n", "a.hid:1: the device number is invalid");
   expectError("R:\n", "a.hid:1: the number of bytes is missing");
   expectError("R: -1 c0\n", "a.hid:1: the number of bytes is missing");
-  expectError("R: 2 c0\n", "a.hid:1: 2 bytes are announced, 1 are there");
-  expectError("R: 1 c0 c0\n", "a.hid:1: 1 bytes are announced, 2 are there");
-  expectError("R: 1 c00\n", "a.hid:1: 'c00' is no byte");
-  expectError("R: 1 \x1b[\n", "a.hid:1: '\\x1b[' is no byte");
+  expectError("R: 2 c0\n", "a.hid:1: 2 bytes are announced, 1 follow");
+  expectError("R: 1 c0 c0\n", "a.hid:1: 1 bytes are announced, 2 follow");
+  expectError("R: 1 c00\n", "a.hid:1: 'c00' is not a byte");
+  expectError("R: 1 \x1b[\n", "a.hid:1: '\\x1b[' is not a byte");
   expectError("R: 65536 c0\n", "a.hid:1: more than 65535 bytes are announced");
-  expectError("R: 1 c0\nR: 1 c0\n", "a.hid:2: a second report descriptor of the same device");
+  expectError("R: 1 c0\nR: 1 c0\n", "a.hid:2: a second report descriptor for the same device");
   expectError("E: 0.0 1 01\n", "a.hid:1: a report before the report descriptor");
   expectError("R: 1 c0\nE: 0.0 65537 01\n", "a.hid:2: more than 65536 bytes are announced");
   expectError("R: 1 c0\nE: 0.0 99999999999999999999 01\n",
               "a.hid:2: the number of bytes is missing");
-  expectError("R: 1 c0\nE: 1 1\n", "a.hid:2: 1 bytes are announced, 0 are there");
-  expectError("R: 1 c0\nE: soon 1 01\n", "a.hid:2: the time is no number of seconds");
-  expectError("R: 1 c0\nE: 0.1234567 1 01\n", "a.hid:2: the time is no number of seconds");
-  expectError("R: 1 c0\nE: -1.0 1 01\n", "a.hid:2: the time is no number of seconds");
-  expectError("R: 1 c0\nE: 1. 1 01\n", "a.hid:2: the time is no number of seconds");
-  expectError("R: 1 c0\nE: 99999999999.0 1 01\n", "a.hid:2: the time is no number of seconds");
+  expectError("R: 1 c0\nE: 1 1\n", "a.hid:2: 1 bytes are announced, 0 follow");
+  expectError("R: 1 c0\nE: soon 1 01\n", "a.hid:2: the time is not a number of seconds");
+  expectError("R: 1 c0\nE: 0.1234567 1 01\n", "a.hid:2: the time is not a number of seconds");
+  expectError("R: 1 c0\nE: -1.0 1 01\n", "a.hid:2: the time is not a number of seconds");
+  expectError("R: 1 c0\nE: 1. 1 01\n", "a.hid:2: the time is not a number of seconds");
+  expectError("R: 1 c0\nE: 99999999999.0 1 01\n", "a.hid:2: the time is not a number of seconds");
   expectError("I: 3 0627\n", "a.hid:1: bus, vendor and product must be three hexadecimal numbers");
   expectError("I: 3 0627 100000000\n",
               "a.hid:1: bus, vendor and product must be three hexadecimal numbers");
-  expectError("I: 3 0627 1 1\n", "a.hid:1: there is more than bus, vendor and product");
+  expectError("I: 3 0627 1 1\n", "a.hid:1: there is text after bus, vendor and product");
 }
 
 TEST(Recording, AForeignFormatIsNamed) {
@@ -170,7 +170,7 @@ TEST(Recording, NamesAreMadePrintableAndCut) {
 }
 
 TEST(Recording, LinesMayLieAnywhereInWhatIsReadAtATime) {
-  // Longer and longer comments move the lines behind them over every border of a piece.
+  // Comments of increasing length move the following lines across every chunk boundary.
   for (std::size_t length = 16300; length < 16420; ++length) {
     const auto r = parseRecording(
         "#" + std::string(length, 'x') + "\nR: 2 05 01\nE: 0.1 1 05\nE: 0.2 2 06 07\n", "a.hid");
@@ -273,19 +273,19 @@ TEST(Recording, AByteHasOneOrTwoHexadecimalDigits) {
 
 TEST(Recording, WhatIsNoByteIsShown) {
   for (const std::string word : {"/", ":", "@", "G", "`", "g", "0g", "g0", "000", "0x"}) {
-    expectError("R: 1 " + word + "\n", "a.hid:1: '" + word + "' is no byte");
-    expectError("R: 2 c0 " + word + " c0\n", "a.hid:1: '" + word + "' is no byte");
+    expectError("R: 1 " + word + "\n", "a.hid:1: '" + word + "' is not a byte");
+    expectError("R: 2 c0 " + word + " c0\n", "a.hid:1: '" + word + "' is not a byte");
   }
   const std::string sixteen(16, 'x');
-  expectError("R: 1 " + sixteen, "a.hid:1: '" + sixteen + "' is no byte");
-  expectError("R: 1 x" + sixteen, "a.hid:1: '" + std::string(15, 'x') + "…' is no byte");
+  expectError("R: 1 " + sixteen, "a.hid:1: '" + sixteen + "' is not a byte");
+  expectError("R: 1 x" + sixteen, "a.hid:1: '" + std::string(15, 'x') + "…' is not a byte");
 }
 
 TEST(Recording, ALineBeginsWithACapitalAndAColon) {
   for (const std::string kind : {"A", "Z", "S"})
     EXPECT_EQ(parseRecording(kind + ":\nR: 1 c0\n", "a.hid").reports.size(), 0U) << kind;
   for (const std::string line : {"@:", "[:", "a:", "R", "R;", "RR:"})
-    expectError("\n#\n" + line, "a.hid:3: is no line of a recording; " + std::string(kFormat));
+    expectError("\n#\n" + line, "a.hid:3: is not a line of a recording; " + std::string(kFormat));
 }
 
 TEST(Recording, BlanksAroundALineDoNotMatter) {
@@ -309,7 +309,7 @@ TEST(Recording, TimesAreSecondsAndUpToSixDecimals) {
   }
   for (const char* wrong : {"10000000001.0", ".5", "1.x", "1.5.5", "0x1", "1.-5", ""})
     expectError("R: 1 c0\nE: " + std::string(wrong) + "\n",
-                "a.hid:2: the time is no number of seconds");
+                "a.hid:2: the time is not a number of seconds");
 }
 
 TEST(Recording, NumbersMayBeAsLargeAsTheirThirtyTwoBits) {
@@ -327,7 +327,7 @@ TEST(Recording, ARecordingOfOtherDevicesIsRefusedByTheNumberThatWasAskedFor) {
     parseRecording("R: 1 c0\n", "a.hid", 12);
     FAIL() << "it was read";
   } catch (const RecordingError& error) {
-    EXPECT_STREQ(error.what(), "a.hid: has no report descriptor of device 12");
+    EXPECT_STREQ(error.what(), "a.hid: has no report descriptor for device 12");
   }
 }
 
@@ -354,7 +354,7 @@ TEST(Recording, ALineMayBeAsLongAsItsBound) {
   expectError("\n\n\n#" + longest + "x\n", "a.hid:4: the line is longer than 262144 bytes");
 }
 
-/// A source of `size` bytes, which are a descriptor and comments.
+/// A source of `size` bytes, consisting of a descriptor and comments.
 router::RecordingReader readerOfSize(std::size_t size) {
   return {[left = size, isFirst = true](std::span<char> buffer) mutable {
             const std::size_t count = std::min(left, buffer.size());
@@ -418,7 +418,7 @@ TEST_F(RecordingFile, OfTheLargestSizeIsRead) {
   std::filesystem::resize_file(path, router::RouterLimits::kRecordingBytes);
   try {
     readRecording(path);
-    FAIL() << "zeros are no recording";
+    FAIL() << "zeros are not a recording";
   } catch (const RecordingError& error) {
     EXPECT_EQ(error.what(), path.string() + ":1: the line is longer than 262144 bytes");
   }

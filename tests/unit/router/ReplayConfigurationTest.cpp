@@ -1,4 +1,4 @@
-// What a configuration file says, key by key, and the ID that follows from it.
+// The content of a configuration file, key by key, and the ID derived from it.
 #include "router/ReplayConfiguration.h"
 
 #include <fcntl.h>
@@ -92,13 +92,13 @@ TEST_F(ReplayConfigurationTest, ADeviceNumberIsOneOfThirtyTwoBits) {
   EXPECT_EQ(readWith({{str("Device"), NSNumber::numberWithUnsignedLongLong(4294967295)}}).device,
             4294967295U);
   EXPECT_EQ(refusalOf({{str("Device"), NSNumber::numberWithUnsignedLongLong(4294967296)}}),
-            "Device is no device number");
-  EXPECT_EQ(refusalOf({{str("Device"), str("1")}}), "Device is no device number");
+            "Device is not a device number");
+  EXPECT_EQ(refusalOf({{str("Device"), str("1")}}), "Device is not a device number");
 }
 
 TEST_F(ReplayConfigurationTest, OnlyABooleanIsOne) {
   EXPECT_EQ(refusalOf({{str("Repeat"), NSNumber::numberWithUnsignedLongLong(1)}}),
-            "Repeat is no boolean");
+            "Repeat is not a boolean");
 }
 
 TEST_F(ReplayConfigurationTest, ANameIsMadePrintableAndCut) {
@@ -134,7 +134,7 @@ TEST_F(ReplayConfigurationTest, AFileThatCannotBeReadIsAnErrorWithItsCode) {
   }
 }
 
-/// Other processes and later versions must come to the same IDs, so these numbers stay.
+/// Other processes and later versions must get the same IDs, so these numbers must not change.
 TEST(ReplayID, IsTheSameEverywhere) {
   ReplayDevice device;
   device.configuration = "mouse";
@@ -145,7 +145,7 @@ TEST(ReplayID, IsTheSameEverywhere) {
   device.speed = {2.5, false};
   device.repeat = true;
   device.device = 3;
-  device.name = "Left";  // is not part of it
+  device.name = "Left";  // does not affect the ID
   EXPECT_EQ(router::preferredRegistryEntryID(device), 0x19613fb74U);
   device.configuration = "ä";
   device.recording = "m.hid";
@@ -158,7 +158,7 @@ TEST(ReplayID, IsTheSameEverywhere) {
 using ReplayIDTest = ReplayTest;
 
 TEST_F(ReplayIDTest, OfTwoThatHaveTheSameByAccidentTheLaterHasTheNext) {
-  // These two names give the same number.
+  // These two names have the same hash.
   writeCopy("m.hid", kRecording);
   for (const std::string name : {"n60593", "n52003"}) {
     configure(name + ".plist", {{str("Source"), str("replay")},

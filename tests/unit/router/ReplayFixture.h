@@ -1,4 +1,4 @@
-// A root of the test's own, with recordings to add and copies of them in their place.
+// A root for one test, with recordings to add and the copies made of them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -36,7 +36,7 @@ class ReplayTest : public testing::Test {
         platform::NSPropertyListFormat::XML, nullptr);
     write("etc/hideventrouter/" + name, std::string(data->span().begin(), data->span().end()));
   }
-  /// As the router keeps them.
+  /// Where the router keeps its copies.
   std::filesystem::path recordings() const { return directory_ / "etc/hideventrouter/recordings"; }
   std::filesystem::path writeCopy(const std::string& name, const std::string& text) const {
     return write(recordings() / name, text);
@@ -52,7 +52,7 @@ class ReplayTest : public testing::Test {
     device.configuration = configuration;
     return router::addReplayDevice(root(), device);
   }
-  /// What adding that device fails with.
+  /// The error of adding that device.
   std::string refusalOf(const std::filesystem::path& recording,
                         const std::string& configuration = {}) const {
     try {

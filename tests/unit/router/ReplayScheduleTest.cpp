@@ -15,7 +15,7 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using testing::ElementsAre;
 
-/// When each report is due, and at the end how long a pass takes.
+/// When each report is due, followed by the length of the pass.
 std::vector<std::chrono::nanoseconds> schedule(const std::string& times, double speed) {
   std::string text = "R: 2 05 01\n";
   std::istringstream words(times);
@@ -26,7 +26,7 @@ std::vector<std::chrono::nanoseconds> schedule(const std::string& times, double 
   for (const auto time : test::parseRecording(text, "a.hid").times)
     due.push_back(schedule.due(time));
   due.push_back(schedule.beginAgain());
-  EXPECT_EQ(schedule.due(std::chrono::hours(1)).count(), 0) << "the next pass begins anew";
+  EXPECT_EQ(schedule.due(std::chrono::hours(1)).count(), 0) << "the next pass starts from zero";
   return due;
 }
 
@@ -47,7 +47,7 @@ TEST(ReplaySchedule, WhereTheClockSaysNothingTheUsualIntervalPasses) {
   const auto restarts = schedule("5.0 5.1 0.0 0.1", 1);
   EXPECT_EQ(restarts[2], milliseconds(108));
   EXPECT_EQ(restarts[3], milliseconds(208));
-  // Two reports of one moment in a recording that has times are of one moment.
+  // Two reports with the same time stay simultaneous if the recording has times.
   EXPECT_EQ(schedule("5.0 5.0 5.1", 1)[1], microseconds(0));
 }
 

@@ -1,4 +1,4 @@
-// Recordings that become devices, and devices that are taken away.
+// Adding recordings as devices, and removing devices.
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -72,7 +72,7 @@ TEST_F(ReplaySetupTest, TheSameRecordingIsKnownByItsContent) {
   EXPECT_EQ(add(recording_), first);
   EXPECT_EQ(add(directory_ / "third/mouse.hid"), second);
   EXPECT_THAT(copies(), ElementsAre("mouse-2.hid", "mouse-3.hid", "mouse.hid"));
-  // The first is gone, and the second is still itself.
+  // The first is gone, and the second is unchanged.
   EXPECT_TRUE(router::removeReplayDevice(root(), "mouse"));
   EXPECT_EQ(add(directory_ / "third/mouse.hid"), second);
 }
@@ -236,7 +236,7 @@ TEST_F(ReplaySetupTest, ANameIsMadeOfWhatANameMayHold) {
 }
 
 TEST_F(ReplaySetupTest, OnlyANumberMakesANameOneOfTheSame) {
-  // The same settings and content under names that were not made of this recording's.
+  // The same settings and content under names that are not derived from this recording's.
   for (const char* name : {"mous", "mouse-", "mouse-x", "mouse-2x", "mouse2", "mouse.2", "other"}) {
     writeCopy(std::string(name) + ".hid", kRecording);
     configureReplay(name, std::string(name) + ".hid");
@@ -285,20 +285,20 @@ TEST_F(ReplaySetupTest, AConfigurationMayHaveTheLongestName) {
   EXPECT_THAT(copies(), ElementsAre(std::string(100, 'c') + ".hid"));
   EXPECT_EQ(list().size(), 1U);
   EXPECT_EQ(refusalOf(recording_, longest + "c"),
-            "'" + longest + "c' is no name for a device's configuration");
+            "'" + longest + "c' is not a valid name for a device's configuration");
 }
 
 TEST_F(ReplaySetupTest, AConfigurationThatLostItsCopyKeepsItsName) {
   add(recording_);
   fs::remove(recordings() / "mouse.hid");
   add(recording_);
-  EXPECT_THAT(copies(), ElementsAre("mouse-2.hid")) << "it was not played by the old one";
+  EXPECT_THAT(copies(), ElementsAre("mouse-2.hid")) << "the old device did not play it";
   const auto configured = router::configuredReplayDevices(root());
   ASSERT_EQ(configured.size(), 2U);
   EXPECT_EQ(configured[0].configuration, "mouse");
   EXPECT_FALSE(configured[0].problem.empty());
   EXPECT_EQ(configured[1].configuration, "mouse-2");
-  // Where it is named it is whole again.
+  // Naming the configuration makes it whole again.
   add(recording_, "mouse");
   EXPECT_THAT(copies(), ElementsAre("mouse-2.hid", "mouse.hid"));
   EXPECT_EQ(list().size(), 2U);
@@ -313,13 +313,13 @@ TEST_F(ReplaySetupTest, AnUnreadableConfigurationOfThatNameIsReplaced) {
 
 TEST_F(ReplaySetupTest, WhyARecordingCannotBePlayedIsSaid) {
   const fs::path broken = write("broken.hid", "R: 1 c0\nE: 0.0 1 01\n");
-  EXPECT_EQ(
-      refusalOf(broken),
-      broken.string() + ": report descriptor, offset 0: a collection ends that was not begun");
+  EXPECT_EQ(refusalOf(broken),
+            broken.string() +
+                ": report descriptor, offset 0: a collection is closed that was not opened");
   const fs::path two = write("two.hid", "R: 2 05 01\nE: 0.0 2 01\n");
-  EXPECT_EQ(refusalOf(two), two.string() + ":2: 2 bytes are announced, 1 are there");
+  EXPECT_EQ(refusalOf(two), two.string() + ":2: 2 bytes are announced, 1 follow");
   EXPECT_EQ(refusalOf(recording_, "../escape"),
-            "'../escape' is no name for a device's configuration");
+            "'../escape' is not a valid name for a device's configuration");
   try {
     add(directory_ / "none.hid");
     ADD_FAILURE() << "it was added";

@@ -129,7 +129,8 @@ TEST_F(ReplaySourceTest, ARecordingHasTheNameOfAFile) {
   EXPECT_THAT(list(), IsEmpty());
   EXPECT_EQ(problems_.size(), 7U);
   for (const std::string& problem : problems_)
-    EXPECT_THAT(problem, HasSubstr("Recording is no name of a file in the directory recordings"));
+    EXPECT_THAT(problem,
+                HasSubstr("Recording is not the name of a file in the directory recordings"));
 }
 
 TEST_F(ReplaySourceTest, WhatIsNoRegularFileIsNoRecording) {
@@ -137,12 +138,12 @@ TEST_F(ReplaySourceTest, WhatIsNoRegularFileIsNoRecording) {
   fs::remove(recordings() / "mouse.hid");
   ASSERT_EQ(::mkfifo((recordings() / "mouse.hid").c_str(), 0600), 0);
   EXPECT_THAT(list(), IsEmpty());
-  EXPECT_THAT(problems_, ElementsAre(HasSubstr("recordings/mouse.hid: is no regular file")));
+  EXPECT_THAT(problems_, ElementsAre(HasSubstr("recordings/mouse.hid: is not a regular file")));
   EXPECT_EQ(open(id), nullptr);
   fs::remove(recordings() / "mouse.hid");
   fs::create_directory(recordings() / "mouse.hid");
   EXPECT_THAT(list(), IsEmpty());
-  EXPECT_THAT(problems_, ElementsAre(HasSubstr("recordings/mouse.hid: is no regular file")));
+  EXPECT_THAT(problems_, ElementsAre(HasSubstr("recordings/mouse.hid: is not a regular file")));
 }
 
 TEST_F(ReplaySourceTest, ADirectoryOfRecordingsThatIsALinkIsNotUsed) {
@@ -194,17 +195,18 @@ TEST_F(ReplaySourceTest, AnUnusableConfigurationIsReportedAndTheOthersStay) {
   const std::string directory = (directory_ / "etc/hideventrouter").string() + "/";
   EXPECT_THAT(
       problems_,
-      ElementsAre(directory + "1.plist: Source is not \"replay\"",
-                  directory + "2.plist: Source is not \"replay\"",
-                  directory + "3.plist: Recording is missing",
-                  directory + "4.plist: Recording is no name of a file in the directory recordings",
-                  directory + "5.plist: " + (recordings() / "none.hid").string() +
-                      ": cannot be read: No such file or directory",
-                  directory + "6.plist: Speed is neither \"max\" nor a number from 0.001 to 1000",
-                  directory + "7.plist: Repeat is no boolean",
-                  directory + "8.plist: Device is no device number",
-                  directory + "9.plist: Name is no string",
-                  directory + "broken.plist: is no property list with a dictionary"));
+      ElementsAre(
+          directory + "1.plist: Source is not \"replay\"",
+          directory + "2.plist: Source is not \"replay\"",
+          directory + "3.plist: Recording is missing",
+          directory + "4.plist: Recording is not the name of a file in the directory recordings",
+          directory + "5.plist: " + (recordings() / "none.hid").string() +
+              ": cannot be read: No such file or directory",
+          directory + "6.plist: Speed is neither \"max\" nor a number from 0.001 to 1000",
+          directory + "7.plist: Repeat is not a boolean",
+          directory + "8.plist: Device is not a device number",
+          directory + "9.plist: Name is not a string",
+          directory + "broken.plist: is not a property list with a dictionary"));
 }
 
 TEST_F(ReplaySourceTest, PlaysEveryReportInOrderThenEnds) {
@@ -244,7 +246,7 @@ TEST_F(ReplaySourceTest, ARecordingWithoutReportsEndsAtOnceEvenIfRepeated) {
   device.recording = write("empty.hid", "R: 1 c0\n");
   device.repeat = true;
   EXPECT_THROW(router::addReplayDevice(root(), device),
-               DeviceError);  // c0: a collection ends that never began
+               DeviceError);  // c0: closes a collection that was not opened
   device.recording = write("empty.hid", "R: 2 05 01\n");
   const auto opened = open(router::addReplayDevice(root(), device));
   const router::StopSignal stop;
@@ -264,7 +266,7 @@ TEST_F(ReplaySourceTest, AStopEndsAWaitOfAnyLength) {
   stopper.join();
 }
 
-/// How many times a file has been opened since it was last asked.
+/// How many times a file has been opened since the last call.
 class OpenCount {
  public:
   explicit OpenCount(const fs::path& file) : watch_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
@@ -301,7 +303,7 @@ TEST_F(ReplaySourceTest, AFileIsReadAgainOnlyWhenItHasChanged) {
   }
   EXPECT_EQ(recording.take(), 0U);
   EXPECT_EQ(configuration.take(), 0U);
-  // A recording that is opened is read through once, to check it.
+  // When a recording is opened, it is read once to check it.
   EXPECT_NE(sources.front()->open(id), nullptr);
   std::string text = kRecording;
   text.replace(text.find("A Mouse"), 7, "B Mouse");  // of the same length
@@ -315,7 +317,7 @@ TEST_F(ReplaySourceTest, AFileIsReadAgainOnlyWhenItHasChanged) {
 }
 
 TEST_F(ReplaySourceTest, AFileThatHasJustChangedIsReadAgain) {
-  // A further change could bear the same time, so what was read is not relied on.
+  // Another change could have the same time, so the cached content is not relied on.
   ReplayDevice device;
   device.recording = recording_;
   router::addReplayDevice(root(), device);
@@ -387,13 +389,13 @@ TEST_F(ReplaySourceTest, ARecordingThatVanishedIsAnErrorWithItsCode) {
   device.recording = write("gone.hid", kRecording);
   const std::uint64_t id = router::addReplayDevice(root(), device);
   fs::remove(recordings() / "gone.hid");
-  EXPECT_EQ(open(id), nullptr);  // it is not even listed any more
+  EXPECT_EQ(open(id), nullptr);  // it is no longer even listed
   writeCopy("gone.hid", "R: 2 05 01\nE: 0.0 1 01\nE: broken\n");
   try {
     open(id);
     FAIL();
   } catch (const DeviceError& error) {
-    EXPECT_THAT(error.what(), HasSubstr("gone.hid:3: the time is no number of seconds"));
+    EXPECT_THAT(error.what(), HasSubstr("gone.hid:3: the time is not a number of seconds"));
   }
 }
 
@@ -418,7 +420,7 @@ TEST_F(ReplaySourceTest, OneThatIsUnusableIsReadAgainOnlyWhenItHasChanged) {
   }
   EXPECT_EQ(broken.take(), 0U);
   EXPECT_EQ(folder.take(), 0U);
-  // Whatever of it changes is noticed.
+  // Any change to it is noticed.
   write("etc/hideventrouter/broken.plist", "nonsense");
   configureReplay("missing", "other.hid");
   fs::remove(recordings() / "folder.hid");
@@ -441,7 +443,7 @@ std::size_t bytesRead() {
 
 class CheckedRecording : public ReplaySourceTest {
  protected:
-  /// Reports of one moment, which at that speed would take an hour without their times.
+  /// Reports with the same time, which at that speed would take an hour if they had no times.
   std::uint64_t addOneMoment() {
     std::string text = "R: 2 05 01\n";
     for (int i = 0; i < kReports; ++i) text += "E: 5.0 1 01\n";
@@ -472,11 +474,11 @@ TEST_F(CheckedRecording, IsReadThroughOnceAndItsTimesAreKnownFromThenOn) {
   const auto sources = router::deviceSources(root(), limits_);
   EXPECT_GT(costOf(*sources.front(), id), kLength);
   for (int i = 0; i < 3; ++i) EXPECT_LT(costOf(*sources.front(), id), kLength);
-  // Also where the configuration was written anew and says the same.
+  // Also if the configuration was rewritten with the same content.
   const fs::path configuration = root().deviceSources() / "moment.plist";
   write(configuration, contentOf(configuration));
   EXPECT_LT(costOf(*sources.front(), id), kLength);
-  // Another recording is another matter.
+  // But not for another recording.
   const fs::path copy = recordings() / "moment.hid";
   write(copy, contentOf(copy));
   EXPECT_GT(costOf(*sources.front(), id), kLength);

@@ -21,7 +21,7 @@ ReportDecoder decoder(const std::string& hex) {
       std::make_shared<const ReportDescriptor>(ReportDescriptor::parse(bytes(hex))));
 }
 
-/// What a test compares, with the bytes copied.
+/// The values that a test compares, with the bytes copied.
 struct Value {
   std::uint32_t reportID;
   std::uint32_t page;
@@ -72,7 +72,7 @@ TEST(ReportDecoder, ReadsFieldsAcrossByteBoundaries) {
 }
 
 TEST(ReportDecoder, ReadsTheWidestIntegers) {
-  // One bit, then 64 bits from bit 1 on, zero-extended; 7 bits of padding.
+  // One bit, then 64 bits from bit 1, zero-extended; 7 bits of padding.
   const std::string descriptor =
       "05 01 15 00 25 01 75 01 95 01 09 01 81 02 75 40 95 01 09 02 81 02 75 07 95 01 81 03";
   EXPECT_EQ(decode(descriptor, "01 00 00 00 00 00 00 00 01"),
@@ -87,7 +87,7 @@ TEST(ReportDecoder, ReadsTheWidestIntegers) {
 TEST(ReportDecoder, AFieldWiderThan64BitsIsBytesOnly) {
   EXPECT_EQ(decode("05 01 09 02 75 48 95 01 81 02", "01 02 03 04 05 06 07 08 09"),
             (std::vector<Value>{{0, 1, 2, 1, 0, {1, 2, 3, 4, 5, 6, 7, 8, 9}}}));
-  // 68 bits from bit 4 on: every byte is made of two half bytes.
+  // 68 bits from bit 4: every byte consists of two half bytes.
   EXPECT_EQ(decode("75 04 95 01 81 03 05 01 09 02 75 44 95 01 81 02", "10 32 54 76 98 ba dc fe 21"),
             (std::vector<Value>{
                 {0, 1, 2, 2, 0, {0x21, 0x43, 0x65, 0x87, 0xa9, 0xcb, 0xed, 0x1f, 0x02}}}));
@@ -98,7 +98,7 @@ TEST(ReportDecoder, AnArraySlotCarriesItsValueAndTheUsageItSelects) {
   EXPECT_EQ(decode(keyboard, "04 00 e1"),
             (std::vector<Value>{
                 {0, 7, 4, 1, 4, {4}}, {0, 7, 0, 2, 0, {0}}, {0, 7, 0xe1, 3, 0xe1, {0xe1}}}));
-  // A slot's usage is that of this report, not of the one before.
+  // The usage of a slot comes from this report, not from the previous one.
   ReportDecoder d = decoder(keyboard);
   decode(d, bytes("04 05 06"));
   EXPECT_EQ(decode(d, bytes("00 00 00"))[1], (Value{0, 7, 0, 2, 0, {0}}));
@@ -123,7 +123,8 @@ TEST(ReportDecoder, TheBytesOfAFieldHoldNothingOfItsNeighbours) {
 }
 
 TEST(ReportDecoder, ReportsOfDifferentLayoutsDoNotDisturbEachOther) {
-  // Report 1: two fields of 4 bits, report 2: one of 12. Their bytes are made in the same place.
+  // Report 1: two 4-bit fields, report 2: one 12-bit field. Their bytes share the same scratch
+  // space.
   ReportDecoder d =
       decoder("05 01 15 00 25 0f 85 01 09 30 75 04 95 02 81 02 85 02 09 31 75 0c 95 01 81 02");
   EXPECT_EQ(decode(d, bytes("01 21")),
@@ -165,7 +166,7 @@ TEST(ReportDecoder, TheFirstByteChoosesTheReport) {
   EXPECT_EQ(d.reportID({}), 0U);
   EXPECT_EQ(decode(d, bytes("01 55")), (std::vector<Value>{{1, 1, 0x30, 1, 0x55, {0x55}}}));
   EXPECT_EQ(decode(d, bytes("02 66")), (std::vector<Value>{{2, 1, 0x31, 2, 0x66, {0x66}}}));
-  EXPECT_TRUE(decode(d, bytes("03 77")).empty());  // a feature report is no input
+  EXPECT_TRUE(decode(d, bytes("03 77")).empty());  // a feature report is not an input report
   EXPECT_TRUE(decode(d, bytes("09 77")).empty());
   EXPECT_TRUE(decode(d, bytes("00 77")).empty());
   EXPECT_TRUE(decode(d, {}).empty());
@@ -183,7 +184,7 @@ TEST(ReportDecoder, WithoutReportIDsTheFirstByteIsData) {
   EXPECT_EQ(decode(d, bytes("07")), (std::vector<Value>{{0, 1, 0x30, 1, 7, {7}}}));
 }
 
-/// One bit at a time, straight from the definition.
+/// Decodes bit by bit, straight from the definition.
 Value readSlowly(const router::Element& element, const std::vector<std::uint8_t>& report) {
   const router::ReportField& field = *element.field;
   Value value{field.reportID, 0, 0, element.cookie, 0, {}};
@@ -256,7 +257,7 @@ TEST(ReportDecoder, AnArraySlotOfSixtyFourBitsStillSelects) {
   EXPECT_EQ(values[0].integer, 2);
 }
 
-/// A report whose last byte is the last of its page, behind which nothing can be read.
+/// A report that ends at the end of its page, after which nothing can be read.
 class ReportAtTheEndOfAPage {
  public:
   explicit ReportAtTheEndOfAPage(const std::vector<std::uint8_t>& report)
@@ -279,7 +280,7 @@ class ReportAtTheEndOfAPage {
 };
 
 TEST(ReportDecoder, NothingIsReadBehindAReport) {
-  // Fields of every size up to 72 bits, from every bit of a byte on, each to the report's last bit.
+  // Fields of every size up to 72 bits, at every bit offset, each ending at the report's last bit.
   for (unsigned size = 1; size <= 72; ++size) {
     for (unsigned shift = 0; shift < 8; ++shift) {
       const std::string padding =

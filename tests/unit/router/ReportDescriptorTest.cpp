@@ -23,7 +23,7 @@ std::string repeated(const std::string& text, std::size_t times) {
   return result;
 }
 
-/// Offset and cause of the refusal.
+/// Checks the offset and cause of the error.
 void expectError(const std::string& hex, std::size_t offset, const std::string& cause) {
   try {
     parse(hex);
@@ -36,7 +36,7 @@ void expectError(const std::string& hex, std::size_t offset, const std::string& 
 }
 
 TEST(ReportDescriptor, LaysFieldsBehindEachOther) {
-  // Three buttons, five bits of padding, X and Y of eight bits.
+  // Three buttons, five bits of padding, X and Y of eight bits each.
   const auto descriptor = parse(
       "05 01 09 02 a1 01 05 09 19 01 29 03 15 00 25 01 75 01 95 03 81 02 75 05 95 01 81 01"
       "  05 01 09 30 09 31 15 81 25 7f 75 08 95 02 81 06 c0");
@@ -65,7 +65,7 @@ TEST(ReportDescriptor, LaysFieldsBehindEachOther) {
 }
 
 TEST(ReportDescriptor, FindsElementsByCookie) {
-  // Input 2 × 4 bits, Output 3 × 8, Feature 1 × 16: cookies count them all.
+  // Input 2 × 4 bits, Output 3 × 8, Feature 1 × 16: cookies are shared between them.
   const auto descriptor = parse("75 04 95 02 81 02 75 08 95 03 91 02 75 10 95 01 b1 02");
   ASSERT_EQ(descriptor.elementCount(), 6U);
   EXPECT_FALSE(descriptor.elementWithCookie(0).has_value());
@@ -90,7 +90,7 @@ TEST(ReportDescriptor, EveryReportOfEachTypeHasItsOwnBits) {
       parse("75 08 95 01 85 01 81 02 85 02 81 02 85 01 81 02 91 02 85 02 81 02");
   ASSERT_EQ(descriptor.fields().size(), 5U);
   EXPECT_TRUE(descriptor.usesReportIDs());
-  EXPECT_EQ(descriptor.fields()[0].bitOffset, 8U);   // input 1, behind the ID
+  EXPECT_EQ(descriptor.fields()[0].bitOffset, 8U);   // input 1, after the ID
   EXPECT_EQ(descriptor.fields()[1].bitOffset, 8U);   // input 2
   EXPECT_EQ(descriptor.fields()[2].bitOffset, 16U);  // input 1 again
   EXPECT_EQ(descriptor.fields()[3].bitOffset, 8U);   // output 1
@@ -143,7 +143,7 @@ TEST(ReportDescriptor, AFieldWithoutUsagesHasUsageZeroOfThePageInForce) {
 }
 
 TEST(ReportDescriptor, UsagesAreForTheNextMainItemOnly) {
-  // The usage 9 belongs to the collection, a minimum without its maximum to nothing.
+  // Usage 9 belongs to the collection; a minimum without its maximum belongs to nothing.
   const auto descriptor = parse("05 01 09 02 a1 01 75 08 95 01 19 07 81 02 29 09 81 02 c0");
   EXPECT_TRUE(descriptor.fields()[0].usages.empty());
   EXPECT_TRUE(descriptor.fields()[1].usages.empty());
@@ -174,7 +174,7 @@ TEST(ReportDescriptor, PopRestoresWhatPushSaved) {
 }
 
 TEST(ReportDescriptor, SeveralRangesAreUsedOneBehindTheOther) {
-  // 4…6 and e0…e1 of the keyboard's page, then one of another; each range takes its own two ends.
+  // 4…6 and e0…e1 of the keyboard page, then one of another page; each range has its own two ends.
   const auto field = parse(
                          "05 07 19 04 29 06 19 e0 29 e1 1b 30 00 01 00 2b 31 00 01 00"
                          "  75 01 95 07 81 02")
@@ -214,9 +214,9 @@ TEST(ReportDescriptor, WhatWasPoppedIsNotThereAnyMore) {
   expectError("a4 b4 b4", 2, "not pushed");
   expectError("a4 a4 b4 b4 b4", 4, "not pushed");
   EXPECT_NO_THROW(parse("a4 b4 a4 b4"));
-  // What was popped makes room.
+  // Popping makes room.
   EXPECT_NO_THROW(parse(repeated("a4 ", 64) + "b4 a4"));
-  expectError(repeated("a4 ", 64) + "b4 a4 a4", 66, "pushed too deep");
+  expectError(repeated("a4 ", 64) + "b4 a4 a4", 66, "too many values are pushed");
 }
 
 TEST(ReportDescriptor, PushAndPopLeaveUsagesAlone) {
@@ -246,17 +246,17 @@ TEST(ReportDescriptor, ARangeMayHoldOneUsageAndEndAtTheLast) {
 }
 
 TEST(ReportDescriptor, NumbersAreSignedByTheirOwnLength) {
-  // A minimum of two bytes, and one of no bytes at all, which is 0.
+  // A minimum of two bytes, and one of no bytes, which is 0.
   EXPECT_EQ(parse("16 ff 00 26 ff 00 75 10 95 01 81 02").fields()[0].logicalMinimum, 255);
   EXPECT_EQ(parse("15 81 14 25 7f 75 08 95 01 81 02").fields()[0].logicalMinimum, 0);
   EXPECT_EQ(parse("17 80 00 00 00 26 ff 00 75 10 95 01 81 02").fields()[0].logicalMinimum, 128);
-  // A maximum of four bytes beside a negative minimum, and of two.
+  // A maximum of four bytes with a negative minimum, and one of two bytes.
   EXPECT_EQ(parse("15 ff 27 fe ff ff ff 75 20 95 01 81 03").fields()[0].logicalMaximum, -2);
   EXPECT_EQ(parse("15 ff 26 fe ff 75 20 95 01 81 03").fields()[0].logicalMaximum, -2);
 }
 
 TEST(ReportDescriptor, EveryBitOfAnItemMeansItsOwn) {
-  // Absolute, relative, with wrap and null: variable. Constant and array at once is constant.
+  // Absolute, relative, with wrap and null: variable. Both constant and array: constant.
   const auto field = parse("75 08 95 01 82 46 01").fields()[0];
   EXPECT_TRUE(field.variable);
   EXPECT_FALSE(field.constant);
@@ -266,7 +266,7 @@ TEST(ReportDescriptor, EveryBitOfAnItemMeansItsOwn) {
 }
 
 TEST(ReportDescriptor, ReportIDsMakeRoomInEveryReportOfEveryType) {
-  // The first field is laid before the first ID.
+  // The first field comes before the first ID.
   const auto descriptor = parse("75 08 95 01 81 02 85 ff 81 02 91 02 b1 02");
   for (const ReportField& field : descriptor.fields()) EXPECT_EQ(field.bitOffset, 8U);
   EXPECT_EQ(descriptor.fields()[0].reportID, 0U);
@@ -274,8 +274,8 @@ TEST(ReportDescriptor, ReportIDsMakeRoomInEveryReportOfEveryType) {
 }
 
 TEST(ReportDescriptor, LongAndReservedItemsAreSkipped) {
-  // A long item of two bytes whose data would be an end of collection; a reserved main, global,
-  // local and type.
+  // A long item of two bytes whose data looks like an end of collection; reserved main, global and
+  // local items, and a reserved type.
   const auto descriptor = parse("fe 02 10 c0 c0 f1 00 f5 00 f9 00 fd 00 75 08 95 01 81 02");
   EXPECT_EQ(descriptor.elementCount(), 1U);
 }
@@ -294,7 +294,7 @@ TEST(ReportDescriptor, AnEmptyDescriptorHasNoElements) {
 }
 
 TEST(ReportDescriptor, AnArrayValueSelectsAUsage) {
-  // Logical 1…3 selects the usages 4…6.
+  // Logical values 1…3 select usages 4…6.
   const auto field = parse("05 07 15 01 25 03 19 04 29 06 75 08 95 01 81 00").fields()[0];
   EXPECT_FALSE(field.variable);
   EXPECT_EQ(field.usageOfSelection(0), (Usage{7, 0}));
@@ -304,8 +304,8 @@ TEST(ReportDescriptor, AnArrayValueSelectsAUsage) {
 }
 
 TEST(ReportDescriptor, AnArrayValueBeyondTheUsagesSelectsNone) {
-  // Two usages of the consumer page, the page in force is another: what selects nothing stays on
-  // their page.
+  // Two usages of the consumer page, while another page is in force: a value that selects nothing
+  // stays on their page.
   const auto field =
       parse("05 01 0b e9 00 0c 00 0b ea 00 0c 00 15 00 25 7f 75 08 95 01 81 00").fields()[0];
   EXPECT_EQ(field.usageOfSelection(1), (Usage{0x0c, 0xea}));
@@ -333,19 +333,19 @@ TEST(ReportDescriptor, AcceptsWhatIsJustWithinItsBounds) {
   EXPECT_NO_THROW(parse(repeated("a1 01 ", 64) + repeated("c0 ", 64)));
   EXPECT_NO_THROW(parse(repeated("a4 ", 64)));
   EXPECT_EQ(parse("75 01 97 00 00 01 00 91 02").elementCount(), 65536U);
-  // 65,535 bytes behind the ID.
+  // 65,535 bytes after the ID.
   EXPECT_NO_THROW(parse("85 01 75 08 96 ff ff 91 02"));
   EXPECT_EQ(ReportDescriptor::parse(std::vector<std::uint8_t>(65535, 0xc4)).elementCount(), 0U);
 }
 
 TEST(ReportDescriptor, AReportYieldsSoManyValuesAtMost) {
-  // 4,096 values in two items beside any amount of padding; then one more.
+  // 4,096 values in two items, along with any amount of padding; then one more.
   const std::string just = "75 01 96 ff 0f 81 02 95 01 81 02 96 00 20 81 03 91 02 b1 02";
   EXPECT_EQ(parse(just).elementCount(), 4096U + 3 * 8192);
   expectError(just + " 95 01 81 02", 22, "more than 4096 element values");
   expectError("75 01 96 01 10 81 02", 5, "more than 4096 element values");
   expectError("75 01 96 01 10 81 00", 5, "more than 4096 element values");
-  // Each report has its own; all together have a bound, too.
+  // Each report has its own limit; all reports together have one, too.
   const std::string two = "75 01 96 00 10 85 01 81 02 85 02 81 02";
   EXPECT_EQ(parse(two).elementCount(), 8192U);
   expectError(two + " 95 01 85 03 81 02", 17, "more than 8192 element values");
@@ -353,7 +353,7 @@ TEST(ReportDescriptor, AReportYieldsSoManyValuesAtMost) {
 
 TEST(ReportDescriptor, RefusesWhatExceedsItsBounds) {
   expectError(repeated("a1 01 ", 65), 128, "nested too deep");
-  expectError(repeated("a4 ", 65), 64, "pushed too deep");
+  expectError(repeated("a4 ", 65), 64, "too many values are pushed");
   expectError("75 01 97 01 00 01 00 91 02", 7, "more than 65536 elements");
   expectError("75 01 97 ff ff ff ff 81 02", 7, "more than 65536 elements");
   expectError("75 01 96 00 ff 91 02 b1 02", 7, "more than 65536 elements");
@@ -365,19 +365,19 @@ TEST(ReportDescriptor, RefusesWhatExceedsItsBounds) {
 }
 
 TEST(ReportDescriptor, RefusesItemsThatAreCutOff) {
-  expectError("75 08 95", 2, "cut off");
-  expectError("75 08 26 ff", 2, "cut off");
-  expectError("27 ff ff ff", 0, "cut off");
-  expectError("fe", 0, "cut off");
-  expectError("75 08 fe 03 10 01 02", 2, "cut off");
+  expectError("75 08 95", 2, "truncated");
+  expectError("75 08 26 ff", 2, "truncated");
+  expectError("27 ff ff ff", 0, "truncated");
+  expectError("fe", 0, "truncated");
+  expectError("75 08 fe 03 10 01 02", 2, "truncated");
 }
 
 TEST(ReportDescriptor, RefusesUnbalancedStructure) {
-  expectError("a1 01 c0 c0", 3, "not begun");
+  expectError("a1 01 c0 c0", 3, "not opened");
   expectError("a1 01 a1 00 c0", 5, "left open");
   expectError("75 08 b4", 2, "not pushed");
   expectError("a9 01 a9 01", 2, "nested");
-  expectError("a9 00", 0, "closes no set");
+  expectError("a9 00", 0, "a set that is not open");
   expectError("a9 02", 0, "must open");
   expectError("a9 01 09 30 75 08 95 01 81 02", 8, "left open at a main item");
 }
@@ -395,7 +395,7 @@ TEST(ReportDescriptor, PaddingNeedsNoLogicalRange) {
   EXPECT_NO_THROW(parse("15 05 25 04 75 08 95 01 81 03"));
 }
 
-/// The whole text of a refusal.
+/// The whole text of an error.
 std::string refusal(const std::string& hex) {
   try {
     parse(hex);
@@ -407,18 +407,17 @@ std::string refusal(const std::string& hex) {
 
 TEST(ReportDescriptor, ARefusalNamesTheNumbers) {
   EXPECT_EQ(refusal("75 08 26 ff"),
-            "offset 2: the item is cut off: it needs 3 bytes, the descriptor has 2 more");
+            "offset 2: the item is truncated: it needs 3 bytes, but 2 are left");
   EXPECT_EQ(refusal("75 08 fe 03 10 01 02"),
-            "offset 2: the item is cut off: it needs 6 bytes, the descriptor has 5 more");
-  EXPECT_EQ(refusal("fe 00"),
-            "offset 0: the item is cut off: it needs 3 bytes, the descriptor has 2 more");
+            "offset 2: the item is truncated: it needs 6 bytes, but 5 are left");
+  EXPECT_EQ(refusal("fe 00"), "offset 0: the item is truncated: it needs 3 bytes, but 2 are left");
   EXPECT_EQ(refusal("a1 01 a1 00"), "offset 4: 2 collections are left open");
   EXPECT_EQ(refusal("15 05 25 04 75 08 95 01 81 02"),
             "offset 8: the logical maximum 4 is below the minimum 5");
   EXPECT_EQ(refusal("15 ff 25 fe 75 08 95 01 81 02"),
             "offset 8: the logical maximum -2 is below the minimum -1");
   EXPECT_EQ(refusal("a9 01 a9 01"), "offset 2: delimiters are nested");
-  EXPECT_EQ(refusal("a9 01 a9 00 a9 00"), "offset 4: a delimiter closes no set");
+  EXPECT_EQ(refusal("a9 01 a9 00 a9 00"), "offset 4: a delimiter closes a set that is not open");
 }
 
 TEST(ReportDescriptor, ATooLongDescriptorIsRefusedBehindItsLastByte) {

@@ -1,7 +1,6 @@
-// A device that a test feeds, and clients of it that note what comes.
+// A device whose input comes from the test, and clients of it that note what they get.
 //
-// Threading: the device's thread calls the sinks. Ownership: the fixture's. Errors: failed
-// assertions. Order: as it came.
+// Threading: the device's thread calls the sinks.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -43,9 +42,9 @@ using router::UsageFilter;
 using std::chrono::milliseconds;
 
 inline constexpr std::chrono::seconds kPatience{30};
-inline const std::size_t kLossLimit = RouterLimits().backlogOfClient;
+inline const std::size_t kLossLimit = RouterLimits().backlogPerClient;
 
-/// What a test feeds a device with. Outlives the device.
+/// The input of a device, as set by the test. Outlives the device.
 class Feed {
  public:
   Feed() : descriptor_(::eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE)) {}
@@ -62,7 +61,7 @@ class Feed {
     OpenDevice::Next next;
     std::vector<std::uint8_t> report;
   };
-  /// Nothing once the signal is raised.
+  /// Empty once the signal is raised.
   std::optional<Step> take(const StopSignal& stop) {
     std::array<pollfd, 2> polls{pollfd{stop.descriptor(), POLLIN, 0},
                                 pollfd{descriptor_, POLLIN, 0}};
@@ -115,7 +114,7 @@ class FedDevice final : public OpenDevice {
   std::vector<std::uint8_t> report_;
 };
 
-/// A client that notes what comes, as "report 01: 9/1=1 9/2=0", and whose appetite the test sets.
+/// A client that notes what it gets, as "report 01: 9/1=1 9/2=0"; the test sets how much it reads.
 class NotingSink final : public ReportSink {
  public:
   void send(const std::shared_ptr<NSData>& report, std::uint32_t reportID,

@@ -1,16 +1,16 @@
-// How long a device waits for whom, and what it leaves behind.
+// How long a device waits for its clients, and what it leaves behind.
 #include "RoutedDeviceFixture.h"
 
 namespace {
 
-using namespace routeddevicetest;  // NOLINT: the fixture of this program alone
+using namespace routeddevicetest;  // NOLINT: the fixture of this program only
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// Who holds up others has no time at all.
+/// A client that holds up others has no time at all.
 std::shared_ptr<Backlog> impatientBacklog() {
   RouterLimits limits;
-  limits.stall = std::chrono::seconds(0);
+  limits.stallTimeout = std::chrono::seconds(0);
   return std::make_shared<Backlog>(limits);
 }
 
@@ -137,7 +137,7 @@ TEST_F(RoutedDevicePatience, WhoHasNoPlaceDoesNotBegin) {
   EXPECT_EQ(opened_, 0);
 }
 
-/// Counts how many of its kind there are.
+/// Counts its living instances.
 class CountedDevice final : public OpenDevice {
  public:
   explicit CountedDevice(std::atomic<int>* count, std::unique_ptr<OpenDevice> device)
@@ -175,7 +175,7 @@ TEST_F(RoutedDevicePatience, WhatHasEndedIsClosedWhenSomebodyLeaves) {
   Client other;
   enter(*d, other);
   d->remove(other.subscription);
-  EXPECT_EQ(open, 1) << "somebody still takes the end";
+  EXPECT_EQ(open, 1) << "a client is still reading the rest";
   slow.sink->setUnsent(0);
   slow.sink->awaitFarewell();
   // Its thread is about to return.

@@ -1,16 +1,16 @@
-// Who waits for a place at a device that others use, and who gets it.
+// Clients that wait for a place at a device that others use, and which of them gets it.
 //
-//   the owner leaves          the first that fits has the place, is woken, is admitted
-//   two wait for one place    the one that came first has it; the other waits on
+//   the owner leaves          the first that fits gets the place, is woken and admitted
+//   two wait for one place    the one that came first gets it; the other keeps waiting
 //   one gives up              it gets nothing, and is not woken
-//   nothing happens in time   it asks to be admitted nevertheless, is refused, and waits no more
-//   the recording ends        as if everybody had left
+//   nothing happens in time   it asks to be admitted anyway, is refused, and no longer waits
+//   the recording ends        as if all clients had left
 //   the device goes away      all that wait are woken, and refused
 #include "RoutedDeviceFixture.h"
 
 namespace {
 
-using namespace routeddevicetest;  // NOLINT: the fixture of this program alone
+using namespace routeddevicetest;  // NOLINT: the fixture of this program only
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -49,7 +49,7 @@ TEST_F(RoutedDevicePlaces, WhoWaitsHasThePlaceOfWhoeverLeaves) {
   d_->remove(owner_.subscription);
   EXPECT_THAT(woken_, ElementsAre("waiting"));
   Client late;
-  EXPECT_EQ(refusal(*d_, late), kInUse) << "the place is taken, though nobody has entered yet";
+  EXPECT_EQ(refusal(*d_, late), kInUse) << "the place is taken, though not yet used";
   enter(*d_, waiting);
   feed_.report("07 01");
   waiting.sink->linesOnceThereAre(1);
@@ -135,7 +135,7 @@ TEST_F(RoutedDevicePlaces, WhoWaitsHasAPlaceWhenARecordingEnds) {
   enter(*d_, owner_);
   Client waiting;
   EXPECT_TRUE(waits(*d_, waiting, "waiting"));
-  // Nobody waits until the owner has taken the end.
+  // All must wait until the owner has read the rest.
   owner_.sink->setUnsent(1);
   feed_.end();
   EXPECT_THAT(wokenOnceThereAre(1), ElementsAre("waiting"));
@@ -167,7 +167,7 @@ TEST_F(RoutedDevicePlaces, WhoWaitsIsToldAtOnceThatTheDeviceHasGone) {
   EXPECT_FALSE(waits(*d_, other, "again")) << "there will never be a place";
   owner_.sink->setUnsent(0);
   d_->remove(owner_.subscription);
-  EXPECT_EQ(waiting.sink->farewells(), 0) << "its connection goes on";
+  EXPECT_EQ(waiting.sink->farewells(), 0) << "its connection stays open";
 }
 
 TEST_F(RoutedDevicePlaces, AWakeMayAskAtOnce) {

@@ -2,7 +2,7 @@
 
 namespace {
 
-using namespace routeddevicetest;  // NOLINT: the fixture of this program alone
+using namespace routeddevicetest;  // NOLINT: the fixture of this program only
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -49,7 +49,7 @@ TEST_F(RoutedDeviceTest, NothingComesBeforeTheBeginningOrAfterTheEnd) {
   const auto d = device();
   Client early;
   Client late;
-  // The one that waits has the first place: it is passed over before the other gets the report.
+  // The waiting client has the first place: it is skipped before the other one gets the report.
   ASSERT_EQ(d->admit(late.subscription), nullptr);
   enter(*d, early);
   feed_.report("07 01");
@@ -76,7 +76,7 @@ TEST_F(RoutedDeviceTest, IsOpenedAnewEachTimeItsClientsGoFromNoneToOne) {
   EXPECT_EQ(opened_, 1);
   d->remove(a.subscription);
   d->remove(b.subscription);
-  d->remove(b.subscription);  // has no place any more: nothing
+  d->remove(b.subscription);  // no longer has a place: no effect
   enter(*d, a);
   EXPECT_EQ(opened_, 2);
   feed_.report("07 01");
@@ -175,11 +175,11 @@ TEST_F(RoutedDeviceTest, ARecordingThatHasEndedIsHeardFromItsBeginningByTheNext)
   placed.sink->awaitFarewell();
   EXPECT_EQ(a.sink->endings(), 1);
   EXPECT_EQ(a.sink->farewells(), 1);
-  // It has heard nothing, so it may come again and hear all.
+  // It has received nothing, so it may come again and receive everything.
   EXPECT_EQ(placed.sink->endings(), 0);
   EXPECT_THAT(log(), ElementsAre("device 0x100000001 (Mouse): the recording has been played to its "
                                  "end"));
-  Client next(DeviceMode::Exclusive);  // nobody has a place any more
+  Client next(DeviceMode::Exclusive);  // no client has a place any more
   enter(*d, next);
   EXPECT_EQ(opened_, 2);
   feed_.report("07 02");
@@ -259,7 +259,8 @@ TEST_F(RoutedDeviceTest, WhatCannotBeOpenedIsAnsweredWithItsReasonAndMayBeTriedA
   const auto error = d->admit(client.subscription);
   ASSERT_NE(error, nullptr);
   EXPECT_EQ(error->code(), -536870198);
-  EXPECT_THAT(error->description(), HasSubstr("offset 0: a collection ends that was not begun"));
+  EXPECT_THAT(error->description(),
+              HasSubstr("offset 0: a collection is closed that was not opened"));
   onOpen_ = nullptr;
   enter(*d, client);
   feed_.report("07 01");
@@ -280,7 +281,7 @@ TEST_F(RoutedDeviceTest, AReaderThatIsTooSlowLosesReportsThatAreCounted) {
   feed_.report("07 02");
   feed_.report("07 03");
   quick.sink->linesOnceThereAre(3);
-  // The quick one comes behind the slow one, so both losses are counted by now.
+  // The fast client is served after the slow one, so both losses have been counted by now.
   EXPECT_EQ(slow.subscription->lost(), 2U);
   slow.sink->setUnsent(kLossLimit);
   feed_.report("07 00");
@@ -302,7 +303,7 @@ TEST_F(RoutedDeviceTest, ADeviceThatWaitsForItsReadersLosesNothing) {
   enter(*d, client);
   feed_.report("07 01");
   feed_.report("07 02");
-  client.sink->awaitWaits(2);  // it has looked twice and still waits
+  client.sink->awaitWaits(2);  // it has checked twice and is still waiting
   EXPECT_THAT(client.sink->lines(), IsEmpty());
   client.sink->setUnsent(0);
   EXPECT_EQ(client.sink->linesOnceThereAre(2).size(), 2U);

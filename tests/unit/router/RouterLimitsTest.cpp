@@ -1,5 +1,5 @@
-// The bounds as they are unless somebody sets others. Each is a promise: to honest clients, that
-// they are not refused, and to the machine, that nobody takes more.
+// The default limits. Each is a promise: to honest clients, that they are not refused, and to the
+// machine, that no client takes more.
 #include "router/RouterLimits.h"
 
 #include <gtest/gtest.h>
@@ -18,25 +18,25 @@ void expectRate(const router::Rate& rate, double burst, double perSecond) {
 TEST(RouterLimits, OfConnectionsRequestsAndLogLines) {
   const RouterLimits limits;
   EXPECT_EQ(limits.sessions, 256U);
-  EXPECT_EQ(limits.sessionsOfUser, 128U);
-  expectRate(limits.startsOfUser, 1000, 500);
+  EXPECT_EQ(limits.sessionsPerUser, 128U);
+  expectRate(limits.startsPerUser, 1000, 500);
   expectRate(limits.starts, 2000, 1000);
-  EXPECT_EQ(limits.startPatience, seconds(1));
-  EXPECT_EQ(limits.handOverGrace, milliseconds(250));
-  EXPECT_EQ(limits.endIsRemembered, std::chrono::minutes(10));
-  expectRate(limits.logLinesOfSession, 32, 1);
-  expectRate(limits.logLinesOfUser, 512, 16);
+  EXPECT_EQ(limits.startTimeout, seconds(1));
+  EXPECT_EQ(limits.handoverGrace, milliseconds(250));
+  EXPECT_EQ(limits.endedRecordingLifetime, std::chrono::minutes(10));
+  expectRate(limits.logLinesPerSession, 32, 1);
+  expectRate(limits.logLinesPerUser, 512, 16);
 }
 
 TEST(RouterLimits, OfWhatLiesInMemory) {
   constexpr std::size_t kMebibyte = 1'048'576;
   const RouterLimits limits;
-  EXPECT_EQ(limits.backlogOfClient, 4 * kMebibyte);
-  EXPECT_EQ(limits.backlogOfUser, 16 * kMebibyte);
+  EXPECT_EQ(limits.backlogPerClient, 4 * kMebibyte);
+  EXPECT_EQ(limits.backlogPerUser, 16 * kMebibyte);
   EXPECT_EQ(limits.backlog, 64 * kMebibyte);
   EXPECT_EQ(limits.backlogWaitedFor, kMebibyte);
-  EXPECT_EQ(limits.stall, seconds(30));
-  EXPECT_EQ(limits.usagesOfFilter, 65'536U);
+  EXPECT_EQ(limits.stallTimeout, seconds(30));
+  EXPECT_EQ(limits.usagesPerFilter, 65'536U);
   EXPECT_EQ(limits.devices, 1024U);
 }
 

@@ -14,7 +14,7 @@ namespace {
 
 using platform::LogLine;
 
-// There is no way to log a free text.
+// Free text cannot be logged.
 static_assert(!std::is_invocable_v<router::RouterLog, std::string>);
 static_assert(!std::is_invocable_v<router::RouterLog, const char*>);
 static_assert(!std::is_invocable_v<decltype(router::logToStandardError), std::string>);
@@ -24,7 +24,7 @@ constexpr platform::LogTemplate kText{"it says {text}"};
 constexpr platform::LogTemplate kALine{"a line"};
 constexpr platform::LogTemplate kAnother{"another"};
 
-/// Standard error is a file for as long as this lives.
+/// Redirects standard error to a file as long as it lives.
 class StandardErrorFile {
  public:
   StandardErrorFile() {

@@ -54,7 +54,7 @@ TEST_F(RouterStatusTest, WhatADeadRouterLeftIsNotRunningWhoeverHasItsNumberNow) 
   if (child == 0) {
     RouterStatusFile file(root());
     RouterStatus status;
-    status.pid = ::getppid();  // a process that lives, as if it had got the number
+    status.pid = ::getppid();  // a live process, as if it had been given the same ID
     file.write(status);
     ::_exit(0);  // without a farewell
   }
@@ -281,10 +281,10 @@ TEST_F(RouterStatusTest, WhatIsRemovedIsClosedToo) {
   RouterStatus status;
   status.pid = ::getpid();
   for (int i = 0; i < 3; ++i) file.write(status);
-  EXPECT_EQ(openDescriptors(), before + 1) << "the latest is held";
+  EXPECT_EQ(openDescriptors(), before + 1) << "the latest one is kept open";
   file.remove();
   EXPECT_EQ(openDescriptors(), before);
-  // The same where the root has gone meanwhile.
+  // The same if the root has been removed in the meantime.
   file.write(status);
   const fs::path away = directory_.string() + ".away";
   fs::rename(directory_, away);

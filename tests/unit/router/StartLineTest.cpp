@@ -1,4 +1,4 @@
-// The line in which start requests wait, at times that the test makes up, and its thread.
+// The line of waiting start requests, at times chosen by the test, and its thread.
 #include "router/StartLine.h"
 
 #include <gmock/gmock.h>
@@ -20,12 +20,12 @@ using Turn = StartLine::Turn;
 constexpr std::chrono::seconds kPatience{30};
 constexpr StartLine::Clock::time_point kStart{};
 
-/// One turn at once and then one a second, for each user; twice that for all.
+/// One turn at once and then one per second, for each user; twice that overall.
 RouterLimits oneASecond() {
   RouterLimits limits;
-  limits.startsOfUser = {1, 1};
+  limits.startsPerUser = {1, 1};
   limits.starts = {2, 2};
-  limits.startPatience = seconds(10);
+  limits.startTimeout = seconds(10);
   return limits;
 }
 
@@ -34,12 +34,12 @@ class StartLineTest : public testing::Test {
   using Names = std::vector<std::string>;
 
   void makeLine(const RouterLimits& limits) { line_ = std::make_shared<StartLine>(limits); }
-  /// The request is known by that name.
+  /// The name identifies the request.
   Turn ask(const std::string& name, uid_t user, StartLine::Clock::time_point now = kStart) {
     return line_->askForTurn(user, now, noting(name), &tickets_[name]);
   }
   void giveUp(const std::string& name) { tickets_.erase(name); }
-  /// It has been woken and has its turn.
+  /// To be called for a request that was woken and has its turn.
   void useTurn(const std::string& name) {
     tickets_.at(name).useTurn();
     giveUp(name);
@@ -75,12 +75,12 @@ TEST_F(StartLineTest, TurnsComeInTheOrderOfTheRequests) {
 
 TEST_F(StartLineTest, WhoseTurnIsTooFarOffIsRefusedAndTakesNone) {
   RouterLimits limits = oneASecond();
-  limits.startPatience = seconds(1);
+  limits.startTimeout = seconds(1);
   makeLine(limits);
   EXPECT_EQ(ask("a", 1), Turn::Now);
   EXPECT_EQ(ask("b", 1), Turn::Later);
   EXPECT_EQ(ask("c", 1), Turn::Never);
-  giveUp("c");  // which is nothing
+  giveUp("c");  // no effect
   EXPECT_EQ(ask("d", 1), Turn::Never);
   EXPECT_THAT(wokenAt(kStart + seconds(9)), ElementsAre("b"));
 }
@@ -98,7 +98,7 @@ TEST_F(StartLineTest, WhoGivesUpWasNeverThereForThoseBehind) {
 
 TEST_F(StartLineTest, WhoGivesUpLastLeavesItsTurnToTheNext) {
   RouterLimits limits = oneASecond();
-  limits.startPatience = seconds(1);
+  limits.startTimeout = seconds(1);
   makeLine(limits);
   EXPECT_EQ(ask("a", 1), Turn::Now);
   for (int i = 0; i < 5; ++i) {
@@ -123,7 +123,7 @@ TEST_F(StartLineTest, OneUsersTurnDoesNotGoToAnother) {
 
 TEST_F(StartLineTest, AmongAllUsersThoseBehindMoveUpToo) {
   RouterLimits limits = oneASecond();
-  limits.startsOfUser = {10, 10};
+  limits.startsPerUser = {10, 10};
   limits.starts = {1, 1};
   makeLine(limits);
   EXPECT_EQ(ask("a", 1), Turn::Now);
@@ -206,20 +206,20 @@ TEST_F(StartLineTest, ItsThreadWakesAlsoWhoseTimeIsTheEarlierOne) {
 
 TEST_F(StartLineTest, ItsThreadWakesWhomAnothersLeavingMovesUp) {
   RouterLimits limits = oneASecond();
-  limits.startsOfUser = {1, 0.001};
-  limits.startPatience = std::chrono::hours(10);
+  limits.startsPerUser = {1, 0.001};
+  limits.startTimeout = std::chrono::hours(10);
   makeLine(limits);
   line_->begin();
-  // Long enough ago for the first turn that was waited for to have come, and not the second.
+  // So long ago that the first awaited turn has come, but not the second.
   const auto now = StartLine::Clock::now() - seconds(1500);
   EXPECT_EQ(ask("a", 1, now), Turn::Now);
   Call call;
   StartLine::Ticket ahead;
-  StartLine::Ticket behind;
+  StartLine::Ticket after;
   EXPECT_EQ(line_->askForTurn(
                 1, now, [] {}, &ahead),
             Turn::Later);
-  EXPECT_EQ(line_->askForTurn(1, now, call.wake(), &behind), Turn::Later);
+  EXPECT_EQ(line_->askForTurn(1, now, call.wake(), &after), Turn::Later);
   ahead = {};
   EXPECT_TRUE(call.isMade());
   line_->end();

@@ -31,7 +31,7 @@ TEST(StopSignal, AWaitEndsAtItsDeadline) {
   EXPECT_FALSE(signal.waitUntil(Clock::now() - std::chrono::hours(1)));
   const auto deadline = Clock::now() + std::chrono::milliseconds(2);
   EXPECT_FALSE(signal.waitUntil(deadline));
-  EXPECT_GE(Clock::now(), deadline) << "it came too early";
+  EXPECT_GE(Clock::now(), deadline) << "it returned too early";
 }
 
 TEST(StopSignal, ARaisedOneIsNotWaitedFor) {

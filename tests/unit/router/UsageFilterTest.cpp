@@ -74,7 +74,7 @@ TEST(UsageFilter, OtherKeysAreRefusedByName) {
       FAIL() << key->description();
     } catch (const std::invalid_argument& error) {
       EXPECT_EQ(error.what(), "the tag dictionary's key " +
-                                  platform::printableLine(key->description()) + " is no usage");
+                                  platform::printableLine(key->description()) + " is not a usage");
     }
   }
 }
@@ -90,9 +90,9 @@ TEST(UsageFilter, OfALongKeyTheBeginningIsNamed) {
     }
     return std::string("none");
   };
-  EXPECT_EQ(refusal(letters), "the tag dictionary's key " + letters + " is no usage");
+  EXPECT_EQ(refusal(letters), "the tag dictionary's key " + letters + " is not a usage");
   EXPECT_EQ(refusal("x" + letters),
-            "the tag dictionary's key x" + letters.substr(0, 124) + "… is no usage");
+            "the tag dictionary's key x" + letters.substr(0, 124) + "… is not a usage");
 }
 
 TEST(UsageFilter, AnEmptySlotPassesOnlyWhereItIsNamed) {

@@ -92,7 +92,7 @@ pid_t listenAsAnotherUser(const std::filesystem::path& path) {
     return -1;
   const pid_t child = ::fork();
   if (child == 0) {
-    if (::setuid(testsupport::otherUser) != 0 || ::listen(bound.get(), 8) != 0) ::_exit(1);
+    if (::setuid(testsupport::kOtherUser) != 0 || ::listen(bound.get(), 8) != 0) ::_exit(1);
     ::close(listens[1]);
     for (;;) ::pause();
   }

@@ -118,7 +118,7 @@ TEST_F(RootDirectory, OfAnotherUserIsRefusedAndWhoseItIsIsSaid) {
     return;
   }
   const fs::path root = made("root");
-  ASSERT_EQ(::chown(root.c_str(), testsupport::otherUser, testsupport::otherUser), 0);
+  ASSERT_EQ(::chown(root.c_str(), testsupport::kOtherUser, testsupport::kOtherUser), 0);
   for (const std::string& said : {used(root), kept(root)}) {
     EXPECT_THAT(said, HasSubstr("the system root " + root.string() +
                                 " belongs to user 12345, and this is root: run this as user 12345, "
@@ -129,7 +129,7 @@ TEST_F(RootDirectory, OfAnotherUserIsRefusedAndWhoseItIsIsSaid) {
 TEST_F(RootDirectory, BelowADirectoryOfAnotherUserIsRefusedAndNothingIsMade) {
   if (!testsupport::isSuperuser()) return;  // an ordinary user can have no directory there
   const fs::path home = made("home");
-  ASSERT_EQ(::chown(home.c_str(), testsupport::otherUser, testsupport::otherUser), 0);
+  ASSERT_EQ(::chown(home.c_str(), testsupport::kOtherUser, testsupport::kOtherUser), 0);
   const fs::path root = home / ".local/state/wlhid/root";
   for (const std::string& said : {used(root), kept(root)}) {
     EXPECT_THAT(said, HasSubstr("the directory " + home.string() + " above the system root " +
@@ -142,8 +142,8 @@ TEST_F(RootDirectory, OfTheSuperuserIsUsedByAllAndKeptByNobodyElse) {
   if (!testsupport::isSuperuser()) return;  // see OfAnotherUserIsRefusedAndWhoseItIsIsSaid
   const fs::path root = made("root");
   using testsupport::asUser;
-  EXPECT_EQ(asUser(testsupport::otherUser, [&] { return used(root); }), "opened");
-  EXPECT_THAT(asUser(testsupport::otherUser, [&] { return kept(root); }),
+  EXPECT_EQ(asUser(testsupport::kOtherUser, [&] { return used(root); }), "opened");
+  EXPECT_THAT(asUser(testsupport::kOtherUser, [&] { return kept(root); }),
               HasSubstr("belongs to root, and this is user 12345"));
 }
 
@@ -177,7 +177,7 @@ TEST_F(RootDirectory, ThatWasReachedByOneUserIsWalkedToAgainByAnother) {
   const fs::path root = made("way/root");
   ASSERT_EQ(used(root), "opened");
   ::chmod(way.c_str(), 0777);
-  EXPECT_THAT(testsupport::asUser(testsupport::otherUser, [&] { return used(root); }),
+  EXPECT_THAT(testsupport::asUser(testsupport::kOtherUser, [&] { return used(root); }),
               HasSubstr("way above the system root"));
 }
 
@@ -217,7 +217,7 @@ TEST_F(RootDirectory, ThatWasReachedBeforeAndBelongsToAnotherNowIsRefused) {
   if (!testsupport::isSuperuser()) return;  // only the superuser can give a directory away
   const fs::path root = made("root");
   ASSERT_EQ(used(root), "opened");
-  ASSERT_EQ(::chown(root.c_str(), testsupport::otherUser, testsupport::otherUser), 0);
+  ASSERT_EQ(::chown(root.c_str(), testsupport::kOtherUser, testsupport::kOtherUser), 0);
   EXPECT_THAT(used(root), HasSubstr("belongs to user 12345"));
 }
 

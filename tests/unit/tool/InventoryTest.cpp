@@ -152,7 +152,7 @@ TEST_F(InventoryTest, ALogThatCannotBeReadSaysWhyAndWhoseItIs) {
   };
   const std::string denied = root_.systemLog().string() + ": Permission denied, exists, file, ";
   if (testsupport::isSuperuser()) {
-    EXPECT_EQ(testsupport::asUser(testsupport::otherUser, asked), denied + "another's");
+    EXPECT_EQ(testsupport::asUser(testsupport::kOtherUser, asked), denied + "another's");
   } else {
     EXPECT_EQ(asked(), denied + "own");
   }
@@ -189,7 +189,7 @@ TEST_F(InventoryTest, AnEndpointOfAnothersIsRefused) {
   if (!testsupport::isSuperuser()) GTEST_SKIP() << "needs a second user";
   const FileDescriptor socket = listenAt(root_.endpoint("a.b"));
   const std::string path = root_.endpoint("a.b");
-  ASSERT_EQ(::chown(path.c_str(), testsupport::otherUser, testsupport::otherUser), 0);
+  ASSERT_EQ(::chown(path.c_str(), testsupport::kOtherUser, testsupport::kOtherUser), 0);
   EXPECT_EQ(endpoint("a.b").problem,
             path + ": belongs to user 12345, neither to root nor to this user");
 }
@@ -299,7 +299,7 @@ TEST_F(InventoryTest, AJobDaemonOfAnotherUsersIsNotAsked) {
     return std::string(state.asked ? "asked" : "not asked") +
            (state.isForOthers ? ", for others: " : ": ") + state.problem;
   };
-  EXPECT_EQ(testsupport::asUser(testsupport::otherUser, asked), "not asked, for others: ");
+  EXPECT_EQ(testsupport::asUser(testsupport::kOtherUser, asked), "not asked, for others: ");
 }
 
 // ---- Router and devices

@@ -186,9 +186,10 @@ class Log {
   explicit Log(std::string name) : name_(std::move(name)) {}
   void write(std::string_view bytes) {
     lines_.feed(bytes, [this](std::string_view line) {
-      text_ += jobd::logEntry(
-          {}, "QZHost", name_, 345,
-          lines_.goesOn() ? std::string(jobd::continuationMark).append(line) : std::string(line));
+      text_ +=
+          jobd::logEntry({}, "QZHost", name_, 345,
+                         lines_.continuesLine() ? std::string(jobd::kContinuationMark).append(line)
+                                                : std::string(line));
     });
   }
   [[nodiscard]] const std::string& text() const { return text_; }
@@ -405,7 +406,7 @@ TEST_F(WholeReport, HoldsNoSecretOfAnyLineOfAnyTable) {
   }
   const std::string& excerpt =
       files.at("wlhid-report/modules/WLHIDEventRouter/syslog-com.quillmar.hideventrouter.log");
-  EXPECT_NE(excerpt.find("]: router <private> of <private>, <private> devices\n"),
+  EXPECT_NE(excerpt.find("]: router <private> started: root <private>, <private> devices\n"),
             std::string::npos);
   const std::string& recent = files.at("wlhid-report/modules/KQRecentLogLines/recent.log");
   EXPECT_NE(recent.find(":314 Received for reportID <private>: <private>\n"), std::string::npos);

@@ -34,10 +34,9 @@ bool isUnknown(std::string_view line) {
 // ---- What is shown of a line
 
 TEST(ShownLines, LiteralsAndShownValuesStayAndTheRestIsAMark) {
-  EXPECT_EQ(
-      shownText("session 3 (process 345, user 1000): routes device 0x100000abc (A Mouse) for "
-                "itself alone"),
-      "session 3 (process 345, user <private>): routes device 1 (<private>) for itself alone");
+  EXPECT_EQ(shownText("session 3 (process 345, user 1000): routes device 0x100000abc (A Mouse) "
+                      "exclusively"),
+            "session 3 (process 345, user <private>): routes device 1 (<private>) exclusively");
   EXPECT_EQ(
       shownText("session 3 (process 345, user 0) is too slow: 12 more reports lost, 40 in all"),
       "session 3 (process 345, user <private>) is too slow: 12 more reports lost, 40 in all");
@@ -46,8 +45,8 @@ TEST(ShownLines, LiteralsAndShownValuesStayAndTheRestIsAMark) {
                 "Code=-536870208 \"no device has the registry entry ID 0x5\" UserInfo={x}"),
       "session 1 (process 2, user <private>): cannot route: Error Domain=HIDEventRouterDomain "
       "Code=-536870208 <private>");
-  EXPECT_EQ(shownText("router 1.0 of /home/somebody/root, 3 devices"),
-            "router 1.0 of <private>, 3 devices");
+  EXPECT_EQ(shownText("router 1.0 started: root /home/somebody/root, 3 devices"),
+            "router 1.0 started: root <private>, 3 devices");
   EXPECT_EQ(shownText("nobody is connected"), "nobody is connected");
   EXPECT_EQ(shownText("ignored: /etc/x.plist: is none"), "ignored: <private>");
   EXPECT_EQ(shownText("cannot start com.quillmar.hideventrouter: its executable is missing"),
@@ -61,10 +60,11 @@ TEST(ShownLines, TheJobDaemonsLinesAreKnown) {
                       "signal 11"),
             "Nov  1 03:12:46 <private> wlhid-jobd[7]: com.quillmar.hideventrouter[345] ended by "
             "signal 11");
-  EXPECT_EQ(shownLine("Nov  1 03:12:46 h wlhid-jobd[7]: leave to change "
-                      "com.quillmar.hideventrouter given to process 12 (/opt/a b) of user 1000"),
-            "Nov  1 03:12:46 <private> wlhid-jobd[7]: leave to change com.quillmar.hideventrouter "
-            "given to process 12 (<private>) of user <private>");
+  EXPECT_EQ(
+      shownLine("Nov  1 03:12:46 h wlhid-jobd[7]: permission to change "
+                "com.quillmar.hideventrouter granted to process 12 (/opt/a b) of user 1000"),
+      "Nov  1 03:12:46 <private> wlhid-jobd[7]: permission to change com.quillmar.hideventrouter "
+      "granted to process 12 (<private>) of user <private>");
 }
 
 TEST(ShownLines, AValueThatIsNoLikelyOneIsPrivate) {
@@ -75,8 +75,8 @@ TEST(ShownLines, AValueThatIsNoLikelyOneIsPrivate) {
   EXPECT_EQ(shownText("-1 sessions did not end in time"), "<private> sessions did not end in time");
   EXPECT_EQ(shownText("99999999999999999999 sessions did not end in time"),
             "<private> sessions did not end in time");
-  EXPECT_EQ(shownText("router 4711.220.33 of x, 3 devices"),
-            "router <private> of <private>, 3 devices");
+  EXPECT_EQ(shownText("router 4711.220.33 started: root x, 3 devices"),
+            "router <private> started: root <private>, 3 devices");
 }
 
 TEST(ShownLines, CodesAreThoseOfErrors) {

@@ -80,10 +80,11 @@ TEST(PreparedThread, EndsUnbegunWithItsOwner) {
 /// Runs `act` in a process that may not create another thread: as another user if this one is a
 /// superuser, whom the limit does not bind.
 std::string withoutThreads(const std::function<std::string()>& act) {
-  return testsupport::asUser(testsupport::isSuperuser() ? testsupport::otherUser : ::getuid(), [&] {
-    const rlimit none{0, 0};
-    return ::setrlimit(RLIMIT_NPROC, &none) == 0 ? act() : std::string("no limit");
-  });
+  return testsupport::asUser(
+      testsupport::isSuperuser() ? testsupport::kOtherUser : ::getuid(), [&] {
+        const rlimit none{0, 0};
+        return ::setrlimit(RLIMIT_NPROC, &none) == 0 ? act() : std::string("no limit");
+      });
 }
 
 TEST(PreparedThread, IsEmptyWhereThereIsNoThreadToBeHad) {

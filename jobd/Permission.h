@@ -1,6 +1,4 @@
-// Leave to change a job: who may give it, and what it covers.
-//
-// Threading: one thread. Ownership, Errors, Order: plain values.
+// Permission to change a job: who decides, and what it covers.
 #pragma once
 
 #include <functional>
@@ -12,18 +10,18 @@
 
 namespace jobd {
 
-/// Decides whether the caller, as the kernel names it, may change the job. Answers when it knows,
-/// at once or later, once: on a root of the system a person is asked meanwhile.
+/// Decides whether the caller, as identified by the kernel, may change the job. Answers once, now
+/// or later: on a system root a person may be asked first.
 using Authority =
     std::function<void(const platform::PeerCredentials& caller, const std::string& label,
                        const std::function<void(bool mayChange)>& decided)>;
 
-/// What one authorization covers: a removal of one job and then a bless of the same, each once.
-class Leave {
+/// What one authorization covers: one removal of a job and then one bless of it.
+class Permission {
  public:
-  explicit Leave(std::string label) : label_(std::move(label)) {}
+  explicit Permission(std::string label) : label_(std::move(label)) {}
 
-  /// Whether it covers the request, which is used up by the question.
+  /// Whether it covers the request. Asking uses it up.
   bool use(const platform::ControlRequest& request) {
     using Operation = platform::ControlRequest::Operation;
     if (request.label != label_) return false;
