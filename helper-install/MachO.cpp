@@ -24,7 +24,7 @@ constexpr std::uint64_t thinHeaderSize64 = 32;
 
 struct OutOfBounds {};
 
-/// Reads that cannot leave the image. What lies outside ends the search of this image.
+/// A bounds-checked read. One outside the image ends the search of that image.
 template <class T>
 T readAt(Bytes image, std::uint64_t offset) {
   if (offset > image.size() || image.size() - offset < sizeof(T)) throw OutOfBounds{};
@@ -58,8 +58,8 @@ class Name {
   std::array<char, width> padded_{};
 };
 
-/// Where the fields of a segment command and of its section records lie. The command decides, not
-/// the file's header.
+/// The offsets of the fields in a segment command and its section records. The command determines
+/// the layout, not the file's header.
 struct SegmentLayout {
   std::uint64_t sectionCountAt;
   std::uint64_t firstSectionAt;
@@ -88,16 +88,16 @@ bool isSearchedArchitecture(std::uint32_t cpuType) {
          cpuType == (powerPC | is64Bit);
 }
 
-/// One search. The steps it may take are bounded by the image's length: a file whose structures do
-/// not overlap needs at most one for each eight bytes, so the bound is out of reach for it, and a
-/// hostile file ends in linear time.
+/// One search. The image's length limits its steps: a file whose structures do not overlap needs at
+/// most one step per eight bytes, so it never reaches the limit, and the search of a hostile file
+/// ends in linear time.
 class SectionSearch {
  public:
   SectionSearch(Bytes image, std::string_view segment, std::string_view section)
       : segment_(segment), section_(section), stepsLeft_(image.size() + 64) {}
 
   std::optional<Bytes> run(Bytes image) {
-    // Slices still to be gone on with, innermost last: nesting costs heap, not stack.
+    // The fat images being walked, innermost last: nesting costs heap, not stack.
     std::vector<FatWalk> walks;
     std::optional<Bytes> found = enter(image, walks);
     while (!found && !walks.empty() && !isExhausted()) {
@@ -120,7 +120,7 @@ class SectionSearch {
   bool isExhausted() const { return stepsLeft_ == 0; }
   bool takeStep() { return !isExhausted() && stepsLeft_-- > 0; }
 
-  /// Searches a thin image, or begins the walk over a fat one.
+  /// Searches a thin image, or starts walking a fat one.
   std::optional<Bytes> enter(Bytes image, std::vector<FatWalk>& walks) try {
     switch (readAt<std::uint32_t>(image, 0)) {
       case fatMagic:
@@ -138,8 +138,7 @@ class SectionSearch {
     return std::nullopt;
   }
 
-  /// The next slice that is to be searched; nothing when the entries are used up or one cannot be
-  /// read.
+  /// The next slice to search; nothing after the last entry or if one cannot be read.
   std::optional<Bytes> nextSlice(FatWalk& walk) try {
     while (walk.next < walk.count && takeStep()) {
       const std::uint64_t entry = fatHeaderSize + fatEntrySize * walk.next++;
@@ -161,8 +160,7 @@ class SectionSearch {
       if (const auto* layout = segmentLayout(command)) {
         if (const auto found = searchSegment(image, at, *layout)) return found;
       }
-      // The same command again, up to 2^32 - 1 times: it will not answer otherwise than it just
-      // did.
+      // The same command again, up to 2^32 - 1 times: the result would not change.
       if (distance == 0) return std::nullopt;
       at += distance;
     }
