@@ -8,7 +8,7 @@
 namespace diagnostics {
 namespace {
 
-// ---- The pattern's sets. No line has a line feed, so none of them has it.
+// ---- The pattern's character sets. A line contains no line feed, so none of them does.
 
 constexpr bool isLetter(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
@@ -34,7 +34,7 @@ constexpr bool is(char c) {
   return c == only;
 }
 
-/// The character of ASCII that is in the same sets as one outside.
+/// The ASCII character that is in the same sets as this non-ASCII one.
 char inASCII(char32_t c) {
   if (c == 0x17F) return 's';
   if (c == 0x212A) return 'k';
@@ -47,13 +47,13 @@ constexpr bool isASCII(char c) {
   return static_cast<unsigned char>(c) < 0x80;
 }
 
-/// How many bytes the character outside ASCII has that begins with this one.
+/// The number of bytes in the non-ASCII character that starts with this byte.
 std::size_t lengthOfForeign(char first) {
   const auto byte = static_cast<unsigned char>(first);
   return byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : 2;
 }
 
-// ---- The pattern's parts, each an automaton that takes a character in one shift
+// ---- The pattern's parts, each an automaton that consumes a character with one shift
 
 using Set = bool (*)(char c);
 
@@ -61,7 +61,7 @@ constexpr bool nothing(char /*c*/) {
   return false;
 }
 
-/// One character of a set, behind it any number of another.
+/// One character of a set, followed by any number of another set.
 struct Place {
   Set takes;
   Set then = nothing;
@@ -74,16 +74,16 @@ constexpr Place oneOrMore(Set set) {
   return {set, set};
 }
 
-/// A state says how many places are behind, as a multiple of six. A character's row holds, at the
-/// bit that the state numbers, the state that follows. Going on is then `row >> state`, without a
-/// branch: the lengths of host and process cannot be foreseen, and a wrong guess costs as much as
-/// thirty characters.
+/// A state is the number of places passed, times six. A character's row holds, at the bit whose
+/// number is the state, the next state. A step is then `row >> state`, without a branch: the
+/// lengths of host and process are unpredictable, and a mispredicted branch costs as much as thirty
+/// characters.
 using Row = std::uint64_t;
 using Rows = std::array<Row, 256>;
-constexpr std::size_t width = 6;  // a shift goes by the low six bits
+constexpr std::size_t width = 6;  // the processor shifts by the low six bits
 constexpr Row mask = 63;
 constexpr std::size_t mostPlaces = 64 / width - 3;
-// These three are left no more. A character outside ASCII has to be decoded first.
+// Final states. `foreign` is reached by a non-ASCII character, which has to be decoded first.
 constexpr Row passed = mostPlaces * width;
 constexpr Row refused = passed + width;
 constexpr Row foreign = refused + width;
@@ -135,7 +135,8 @@ bool isWithin(Row state) {
   return (state & mask) < passed;
 }
 
-/// Where the part leads, passed, refused or foreign, or a state at the end of the text.
+/// The state that the part ends in: passed, refused or foreign, or another one if the text ends
+/// first.
 Row walk(const Rows& rows, std::string_view text) {
   constexpr std::size_t stride = 16;
   const char* at = text.data();
@@ -147,8 +148,8 @@ Row walk(const Rows& rows, std::string_view text) {
   return state & mask;
 }
 
-/// A time as nearly all headers have it, the day perhaps with a blank in front, is looked at as a
-/// whole. Of a text that does not begin with one nothing is known.
+/// The form of the time in nearly all headers (a one-digit day has a blank before it), which is
+/// checked in one step. A text that does not start like this may still be a header.
 constexpr std::string_view usualTime = "Nov 21 03:12:45 ";
 
 bool beginsWithUsualTime(std::string_view text) {

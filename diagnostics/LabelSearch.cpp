@@ -8,10 +8,10 @@
 namespace diagnostics {
 namespace {
 
-/// A label that begins in a block may end this much behind it.
+/// A label that starts in a block may end this many bytes after it.
 constexpr std::size_t overhang = routerLabel.size() - 1;
 
-/// Good where it is near: there is nothing to prepare. Not where periods are many.
+/// Fast if the label is near, since it needs no setup; slow if there are many periods.
 std::size_t findByPeriod(std::string_view text) {
   constexpr std::size_t period = routerLabel.find('.');
   for (auto at = text.find('.', period); at != npos; at = text.find('.', at + 1))
@@ -19,7 +19,7 @@ std::size_t findByPeriod(std::string_view text) {
   return npos;
 }
 
-/// Good where it may be: begins with a table of the label.
+/// Fast if the label is likely to be there: builds a table of the label first.
 std::size_t findByTable(std::string_view text) {
   const void* const place =
       ::memmem(text.data(), text.size(), routerLabel.data(), routerLabel.size());
@@ -29,8 +29,8 @@ std::size_t findByTable(std::string_view text) {
 
 constexpr std::size_t blockBytes = 256;
 
-/// Looks for two neighbours that hardly ever stand together elsewhere. The loop has no way out, and
-/// its hits are bytes as what it reads, so that the compiler makes it one of vectors.
+/// Looks for two adjacent characters that rarely occur together elsewhere. The loop has no early
+/// exit, and its result is a byte like its input, so that the compiler vectorizes it.
 bool mayHoldLabel(const char* block) {
   constexpr std::size_t probed = routerLabel.find(".q");
   std::uint8_t any = 0;
@@ -39,7 +39,7 @@ bool mayHoldLabel(const char* block) {
   return any != 0;
 }
 
-/// Good where it is far away: nearly every block is passed over.
+/// Fast if the label is far away: nearly every block is skipped.
 std::size_t findByBlocks(std::string_view text) {
   std::size_t at = 0;
   for (; text.size() - at >= blockBytes + overhang; at += blockBytes) {
