@@ -17,9 +17,9 @@ namespace {
 constexpr std::string_view kMagic = "bplist00";
 constexpr std::size_t kTrailerBytes = 32;
 
-// The objects of a binary list refer to each other by number, in any direction and as often as they
-// like. Each is made once; what it stands for in full (`objects`, `height`) is kept with it, so
-// that sharing cannot get around the limits.
+// The objects of a binary list refer to each other by number, in any direction and any number of
+// times. Each is created once; the size of what it expands to (`objects`, `height`) is kept with
+// it, so that sharing cannot get around the limits.
 class BinaryReader {
  public:
   explicit BinaryReader(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
@@ -108,7 +108,7 @@ class BinaryReader {
     }
   }
 
-  /// The bytes behind the marker of an object that says how many units it has.
+  /// The bytes after the marker of an object that has a count of units.
   std::span<const std::uint8_t> body(std::size_t offset, std::size_t unit) const {
     std::uint64_t count = bytes_[offset] & 0xF;
     std::size_t begin = offset + 1;
@@ -130,7 +130,8 @@ class BinaryReader {
     return integerAt(offset + 1, width);
   }
 
-  // Up to four bytes are unsigned, eight are signed; sixteen carry what eight cannot.
+  // Up to four bytes are unsigned, eight are signed; sixteen are for values that don't fit in
+  // eight.
   std::shared_ptr<NSObject> integer(std::size_t offset, std::uint8_t low) const {
     if (low > 4) fail("an integer of an unknown width");
     if (low < 4) {
@@ -208,7 +209,7 @@ class BinaryReader {
     return made;
   }
 
-  // All keys stand first, then all values.
+  // All keys come first, then all values.
   Known dictionary(std::span<const std::uint8_t> references, std::size_t depth) {
     const std::size_t members = references.size() / (2 * referenceWidth_);
     checkRoom(2 * members, depth);

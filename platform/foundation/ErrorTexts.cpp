@@ -80,7 +80,7 @@ constexpr std::array kTexts{
     Entry{kServices, 10, "Somebody else is changing this job just now. Try again."},
 };
 
-/// The system's words, unless they are in an encoding that is not ours.
+/// The system's text, unless it is not UTF-8.
 std::optional<std::string> systemText(std::int64_t code) {
   if (code <= 0 || code > std::numeric_limits<int>::max()) return std::nullopt;
   std::string text = std::generic_category().message(static_cast<int>(code));

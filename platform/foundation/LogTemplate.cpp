@@ -37,7 +37,7 @@ bool isDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
-/// Whether it can stand in the place, behind what the place begins with.
+/// Whether the character can occur in the place, after the place's prefix.
 bool isOf(LogPlace place, char c) {
   const bool isWord = isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '.' ||
                       c == '-' || c == '_';
@@ -58,7 +58,7 @@ bool isOf(LogPlace place, char c) {
   return isDigit(c);
 }
 
-/// The length of what a place at that position begins with, before any isOf().
+/// The length of the place's prefix at this position, before the characters of isOf().
 std::optional<std::size_t> headOf(LogPlace place, std::string_view line, std::size_t at) {
   if (place == LogPlace::Device) {
     if (!line.substr(at).starts_with(kDevicePrefix)) return std::nullopt;
@@ -67,7 +67,7 @@ std::optional<std::size_t> headOf(LogPlace place, std::string_view line, std::si
   return isNumber(place) && line.substr(at).starts_with('-') ? 1 : 0;
 }
 
-// ---- Making a line
+// ---- Rendering a line
 
 std::string printable(std::string_view text) {
   std::string result = printableLine(text);
@@ -96,10 +96,10 @@ std::string rendered(LogPlace place, const LogArgument& argument) {
   return number != nullptr ? std::to_string(*number) : std::to_string(bits);
 }
 
-// ---- Recognising one
+// ---- Recognising a line
 
-/// For each position of a line, its end included: in how many ways what begins there is what the
-/// rest of a row says. Two stands for more.
+/// For each position in a line, including its end: in how many ways the rest of a row matches from
+/// there. Two means two or more.
 using Ways = std::vector<std::uint8_t>;
 
 std::uint8_t sum(std::uint8_t a, std::uint8_t b) {
@@ -115,7 +115,7 @@ Ways waysOfLiteral(std::string_view line, std::string_view literal, const Ways& 
 }
 
 Ways waysOfPlace(std::string_view line, LogPlace place, const Ways& rest) {
-  Ways run(line.size() + 1);  // of one character and more
+  Ways run(line.size() + 1);  // of one or more characters
   for (std::size_t at = line.size(); at-- > 0;)
     run[at] = isOf(place, line[at]) ? sum(rest[at + 1], run[at + 1]) : 0;
   Ways ways(line.size() + 1);
@@ -128,7 +128,8 @@ Ways waysOfPlace(std::string_view line, LogPlace place, const Ways& rest) {
   return ways;
 }
 
-/// The ways of a row's parts, from the first literal to the last, and of what is behind them.
+/// The ways of each of a row's parts, from the first literal to the last, and of the end after
+/// them.
 std::vector<Ways> waysOf(std::string_view line, const LogTemplate& row) {
   std::vector<Ways> ways(2 * row.places() + 2);
   ways.back().assign(line.size() + 1, 0);
@@ -141,7 +142,7 @@ std::vector<Ways> waysOf(std::string_view line, const LogTemplate& row) {
   return ways;
 }
 
-/// Where the only argument ends that lets the rest of the row be the rest of the line.
+/// The end of the only argument that lets the rest of the row match the rest of the line.
 std::size_t endOfArgument(std::string_view line, LogPlace place, std::size_t at, const Ways& rest) {
   std::size_t end = at + headOf(place, line, at).value_or(0);
   if (place != LogPlace::Text) ++end;
@@ -149,7 +150,7 @@ std::size_t endOfArgument(std::string_view line, LogPlace place, std::size_t at,
   return end;
 }
 
-/// Follows the one way there is. Nothing where an argument is longer than any that was written.
+/// Follows the only way. Nothing if an argument is longer than any that is ever written.
 std::optional<LogMatch> only(std::string_view line, const LogTemplate& row,
                              const std::vector<Ways>& ways) {
   LogMatch match{&row};

@@ -46,7 +46,7 @@ class ConcreteMutableArray final : public NSMutableArray {
   }
   void removeObjectAtIndex(std::size_t index) override {
     checkIndex(index, objects_.size());
-    // Held to the end: its destructor may look at this array, which is whole again by then.
+    // Held until the end: its destructor may access this array, which is consistent again by then.
     const auto removed = std::move(objects_[index]);
     objects_.erase(objects_.begin() + static_cast<std::ptrdiff_t>(index));
     ++mutations_;

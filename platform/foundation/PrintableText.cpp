@@ -38,7 +38,7 @@ std::string escaped(char32_t character) {
   return stringWithFormat(number > 0xFFFF ? "\\U%08x" : "\\u%04x", number);
 }
 
-/// The length of the UTF-8 sequence at the front of `text`; 0 if its first byte begins none.
+/// The length of the UTF-8 sequence at the start of `text`; 0 if there is none.
 std::size_t characterLength(std::string_view text) {
   UTF8Validator validator;
   for (std::size_t length = 1; length <= text.size(); ++length) {
@@ -48,7 +48,8 @@ std::size_t characterLength(std::string_view text) {
   return 0;
 }
 
-/// Takes one character off the front of `text`, or one byte that belongs to none.
+/// Moves one character, or one invalid byte, from the start of `text` to `result`, escaped if
+/// necessary.
 template <class Keeps>
 void moveCharacter(std::string_view& text, std::string& result, const Keeps& keeps) {
   const std::size_t length = characterLength(text);

@@ -17,7 +17,7 @@ constexpr double secondsToDay(sys_days day) {
   return static_cast<double>((day - kReferenceDay).count()) * 86400.0;
 }
 
-/// Whether the text has a digit where the pattern has one, and the pattern's own characters
+/// Whether the text has a digit wherever the pattern has one, and the pattern's characters
 /// elsewhere.
 bool fitsPattern(std::string_view text) {
   if (text.size() != kPattern.size()) return false;

@@ -22,10 +22,9 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-// The part of XML that property lists are written in: elements, whose attributes mean nothing, text
-// with the predefined entities and character references, CDATA, comments, processing instructions,
-// and a DOCTYPE in front. A DTD inside the document is refused, and with it every entity of the
-// document's own.
+// The subset of XML that property lists use: elements, whose attributes are ignored, text with the
+// predefined entities and character references, CDATA, comments, processing instructions, and a
+// leading DOCTYPE. An internal DTD is refused, and with it all entities that the document defines.
 class XMLReader {
  public:
   explicit XMLReader(std::string_view text) : text_(text) {
@@ -90,7 +89,7 @@ class XMLReader {
     }
   }
 
-  /// Behind the ">" that ends what begins at `position`; one in quotes does not.
+  /// The position after the ">" that ends the markup at `position`; a quoted ">" does not count.
   [[nodiscard]] std::size_t behindMarkup(std::size_t position) const {
     for (char quote = '\0'; position < text_.size(); ++position) {
       const char c = text_[position];
@@ -180,7 +179,7 @@ class XMLReader {
     return {std::move(key), value(openingTag(), depth + 1)};
   }
 
-  /// What stands between the tag and its closing tag, which is consumed.
+  /// The text between the tag and its closing tag, which is consumed.
   std::string text(const Tag& tag) {
     std::string content;
     if (tag.empty) return content;
@@ -202,7 +201,7 @@ class XMLReader {
     return content;
   }
 
-  // Unlike between elements, blanks before it belong to the text.
+  // Here, unlike between elements, blanks before the closing tag belong to the text.
   void closingTagHere(std::string_view name) {
     if (!rest().starts_with("</"))
       fail(rest().empty() ? "an end that is missing" : "an element within text");

@@ -93,7 +93,7 @@ class XMLWriter {
     closeContainer("dict", depth);
   }
 
-  /// False for one that is empty, which is then complete.
+  /// False for an empty container, which is then complete.
   bool openContainer(std::string_view name, std::size_t members, std::size_t depth) {
     if (depth >= kPropertyListDepth) throw PropertyListFault("nested too deeply");
     text_.append(depth, '\t').append("<").append(name).append(members == 0 ? "/>\n" : ">\n");
@@ -113,8 +113,7 @@ class XMLWriter {
     if (++objects_ > kPropertyListObjects) throw PropertyListFault("too many objects");
   }
 
-  // A bare carriage return would come back as a line feed from a reader that follows XML to the
-  // letter.
+  // A conforming XML reader would turn a bare carriage return into a line feed.
   static std::string escaped(std::string_view plain) {
     std::string text;
     for (std::size_t position = 0; position < plain.size();) {
