@@ -54,7 +54,7 @@ std::string_view promptIn(const AuthorizationEnvironment* environment) {
   return ownPrompt;
 }
 
-/// Leave is given for one right only, the one that the job daemon acts upon.
+/// Permission is only granted for the right that the job daemon acts upon.
 bool areAllKnown(const AuthorizationRights& rights) {
   if (rights.items == nullptr) return false;
   for (std::uint32_t i = 0; i < rights.count; ++i) {
@@ -73,7 +73,7 @@ bool writeAll(int descriptor, std::string_view text) {
   return true;
 }
 
-/// One line, without its end; false when the input ended first.
+/// One line without its line feed; false if the input ended first.
 bool readLine(int descriptor, std::string& line) {
   constexpr std::size_t longest = 256;
   char c{};
@@ -86,7 +86,7 @@ bool readLine(int descriptor, std::string& line) {
   }
 }
 
-/// What an answer means; nothing when it means nothing. No word is no leave.
+/// What an answer means; nothing if it is not understood. An empty answer means no.
 std::optional<OSStatus> statusOfAnswer(std::string answer) {
   std::erase_if(answer, [](char c) { return c == ' ' || c == '\t' || c == '\r'; });
   std::transform(answer.begin(), answer.end(), answer.begin(), [](char c) {
@@ -105,8 +105,8 @@ std::string ownProgram() {
          std::to_string(::getpid()) + ")";
 }
 
-/// What the person is asked. The prompt is the application's word and is marked as such; it is one
-/// line, so that it cannot look like one of ours.
+/// The question to the user. The prompt comes from the application and is marked as such; it is put
+/// on one line, so that it cannot look like one of the question's own lines.
 std::string question(std::string_view prompt) {
   std::string text =
       "A program asks for leave to install, replace or remove a privileged helper.\n";
@@ -137,13 +137,13 @@ OSStatus takeAnswer(int terminal) {
 OSStatus askOnTerminal(std::string_view prompt) {
   const FileDescriptor terminal(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
   if (!terminal) return errAuthorizationInteractionNotAllowed;
-  ::tcflush(terminal.get(), TCIFLUSH);  // what was typed before the question does not answer it
+  ::tcflush(terminal.get(), TCIFLUSH);  // input from before the question is not an answer
   if (!writeAll(terminal.get(), question(prompt))) return errAuthorizationInteractionNotAllowed;
   return takeAnswer(terminal.get());
 }
 
-/// The system root's jobs are given to an authority of the system, which is asked elsewhere; no
-/// agent of the process itself may stand in for it.
+/// On the system root the system's own authority decides, and no agent of this process may replace
+/// it.
 OSStatus refuseOnSystemRoot() {
   NSLog(
       "Authorization on the system root is the system authority's and is not available in this "
@@ -185,7 +185,7 @@ void setAuthorizationAgent(AuthorizationAgent agent) {
     const std::lock_guard lock(agentSlot().mutex);
     agentSlot().agent.swap(replacement);
   }
-  // The agent that was in place goes here, under no lock.
+  // The previous agent is destroyed here, under no lock.
 }
 
 AuthorizationAgent fixedAuthorizationAgent(OSStatus answer) {

@@ -25,7 +25,7 @@ constexpr std::array<std::pair<Operation, std::string_view>, 4> operationNames{
      {Operation::Remove, "remove"},
      {Operation::Status, "status"}}};
 
-/// Text of unknown origin: what is not UTF-8 is dropped rather than the message.
+/// For text of unknown origin: drops what is not ASCII from invalid UTF-8, rather than the message.
 Object textObject(const std::string& text) {
   if (auto string = NSString::stringWithUTF8(text)) return string;
   std::string ascii;

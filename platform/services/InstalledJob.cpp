@@ -25,7 +25,7 @@ std::string namedProgram(const NSDictionary& job) {
   return path ? path->UTF8String() : std::string();
 }
 
-/// A job that names no program at all is none that could be started, and is seen to be one.
+/// Empty for a job that names no program: it cannot be started, which is reported elsewhere.
 std::string whyAnotherProgram(const NSDictionary& job, int root, const std::string& label) {
   const std::string program = namedProgram(job);
   if (program.empty()) return {};

@@ -24,7 +24,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// A remove waits for its process, which may take its full grace of 5 s to say farewell.
+// A removal waits for the job's process, which may take its full grace period of 5 s to exit.
 constexpr milliseconds replyPatience{30'000};
 constexpr milliseconds startPatience{15'000};
 constexpr int attempts = 3;
@@ -39,7 +39,7 @@ std::string daemonProgram() {
   return bundle->UTF8String() + "/Contents/Helpers/wlhid-jobd";
 }
 
-/// Waits until `descriptor` can be read; false when `deadline` passes first.
+/// Waits until `descriptor` can be read; false if `deadline` passes first.
 bool waitReadable(int descriptor, Clock::time_point deadline) {
   for (;;) {
     const auto left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now()).count();
@@ -51,8 +51,8 @@ bool waitReadable(int descriptor, Clock::time_point deadline) {
   }
 }
 
-/// What the daemon says on its readiness pipe: nothing but a newline when it is ready, else the
-/// cause.
+/// What the daemon writes to its readiness pipe: just a newline when it is ready, else the cause of
+/// its failure.
 std::string readiness(int pipe) {
   const auto deadline = Clock::now() + startPatience;
   std::string said;
@@ -81,8 +81,8 @@ class SpawnPlan {
     ::posix_spawnattr_destroy(&attributes_);
   }
 
-  /// Standard streams on /dev/null, `readyPipe` as descriptor 3, nothing else of ours; default
-  /// signals.
+  /// Standard streams on /dev/null, `readyPipe` as descriptor 3, no other descriptors; default
+  /// signal handling.
   void setUp(int readyPipe) {
     ::posix_spawn_file_actions_addopen(&actions_, 0, "/dev/null", O_RDWR, 0);
     ::posix_spawn_file_actions_adddup2(&actions_, 0, 1);
@@ -109,12 +109,12 @@ class SpawnPlan {
   posix_spawnattr_t attributes_{};
 };
 
-/// Takes the child's end. One that has not done its work has hung or is no daemon at all, and is
+/// Waits for the child. One that has not done its work hangs or is not a daemon at all, and is
 /// killed first.
 void reap(pid_t child, bool didItsWork) {
   siginfo_t info{};
-  // An application that ignores SIGCHLD has no children to wait for; their numbers may already be
-  // somebody else's.
+  // If the application ignores SIGCHLD there is no child to wait for, and its process ID may
+  // already be another process's.
   if (::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) != 0) return;
   if (!didItsWork) ::kill(child, SIGKILL);
   while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
@@ -162,7 +162,7 @@ void JobDaemon::start() const {
 
   const std::string program = daemonProgram();
   std::vector<std::string> arguments{program, "--root", root_.path().string(), "--ready-fd", "3"};
-  std::vector<std::string> environment;  // it takes nothing from there
+  std::vector<std::string> environment;  // empty: the daemon uses none
   SpawnPlan plan;
   plan.setUp(writeEnd.get());
   pid_t child = -1;
@@ -172,7 +172,7 @@ void JobDaemon::start() const {
   if (error != 0)
     throw ServiceError(ServiceErrorCode::DaemonUnavailable,
                        "cannot start " + program + ": " + errorText(error));
-  // The child is only the daemon's parent and ends at once.
+  // The child is only the daemon's parent and exits at once.
   const std::string cause = readiness(readEnd.get());
   reap(child, cause.empty());
   if (!cause.empty())
@@ -206,7 +206,7 @@ std::optional<ControlReply> ControlConnection::tryAsk(const ControlRequest& requ
 
 bool ControlConnection::hasEnded() const {
   pollfd entry{socket_.get(), POLLIN, 0};
-  return ::poll(&entry, 1, 0) > 0;  // it says nothing without being asked
+  return ::poll(&entry, 1, 0) > 0;  // the daemon sends nothing unasked
 }
 
 ControlReply ControlConnection::ask(const ControlRequest& request, int descriptor) {
@@ -217,8 +217,8 @@ ControlReply ControlConnection::ask(const ControlRequest& request, int descripto
 
 std::pair<ControlConnection, ControlReply> JobDaemon::openWith(const ControlRequest& request,
                                                                int descriptor) const {
-  // A daemon that had nothing left to keep may end just as it is asked; another one is started
-  // then. One with many callers hangs up on one that it has not heard yet.
+  // A daemon without jobs may exit just as it is asked; another one is then started. A daemon with
+  // many callers closes the connection of one that it has not heard from yet.
   for (int attempt = 0; attempt < attempts; ++attempt) {
     auto socket = connectOrStart();
     if (!socket) continue;
@@ -241,7 +241,7 @@ ControlConnection JobDaemon::authorize(const std::string& label) const {
 }
 
 std::optional<ControlReply> JobDaemon::status() const {
-  // A daemon with many callers hangs up on one that it has not heard yet.
+  // A daemon with many callers closes the connection of one that it has not heard from yet.
   for (int attempt = 0; attempt < attempts; ++attempt) {
     auto socket = connect();
     if (!socket) return std::nullopt;

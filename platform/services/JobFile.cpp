@@ -26,7 +26,7 @@ std::optional<std::string> text(const std::shared_ptr<NSObject>& object) {
   return string->UTF8String();
 }
 
-/// A service's value is true, or a dictionary of options, of which none is needed here.
+/// A service's value is a boolean or a dictionary of options, none of which is used here.
 bool isOffered(const std::shared_ptr<NSObject>& value) {
   if (const auto number = objectCast<NSNumber>(value)) return number->boolValue();
   return objectCast<NSDictionary>(value) != nullptr;

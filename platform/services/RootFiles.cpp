@@ -60,8 +60,8 @@ ServiceError writable(const std::string& name, mode_t mode) {
               "root with --root DIR"};
 }
 
-/// A directory on the way to a root, or the root: nobody but those who are trusted decides what it
-/// holds, or, for one above the root, what becomes of the next on the way.
+/// Checks a directory on the path to a root, or the root itself: only trusted users may decide what
+/// it contains or, above the root, replace the next directory on the path.
 void checkIsTrusted(int directory, const std::string& name, bool isRoot) {
   const struct stat status = statusOf(directory, name);
   if (S_ISLNK(status.st_mode)) {
@@ -77,7 +77,7 @@ void checkIsTrusted(int directory, const std::string& name, bool isRoot) {
   if ((status.st_mode & writableByOthers) != 0 && !isHarmless) throw writable(name, status.st_mode);
 }
 
-/// The next directory on the way, not looked into yet and not followed if it is a link.
+/// The next directory on the path, not checked yet, and not followed if it is a link.
 FileDescriptor openNext(int parent, const std::string& name, const std::string& path, bool create) {
   if (create && ::mkdirat(parent, name.c_str(), 0755) != 0 && errno != EEXIST)
     throw fileSystemError("cannot make the directory " + path, errno);
@@ -108,8 +108,8 @@ FileDescriptor walkTo(const SystemRoot& root, bool create) {
   return reopened(current.get(), name);
 }
 
-/// The root that the process reached last, by what would show that it is another one now, or open
-/// to others. The way to it need not be walked again to reach the same directory.
+/// The root that the process opened last, with the attributes that would show that it has been
+/// replaced or opened to other users. Otherwise the path need not be walked again.
 class LastRoot {
  public:
   void remember(const std::filesystem::path& path, int directory) {
@@ -129,7 +129,7 @@ class LastRoot {
     return directory;
   }
   static LastRoot& ofTheProcess() {
-    static auto* const one = new LastRoot;  // outlives every static that may still ask
+    static auto* const one = new LastRoot;  // outlives every static that may still use it
     return *one;
   }
 
@@ -203,7 +203,7 @@ FileDescriptor openDirectoryBelow(int directory, std::string_view relativePath, 
 
 std::optional<std::vector<std::uint8_t>> readFileIn(int directory, const std::string& name,
                                                     std::size_t maximumBytes) {
-  // O_NONBLOCK: a planted FIFO must not hold the opener.
+  // O_NONBLOCK: a planted FIFO must not block the open.
   const FileDescriptor file(
       ::openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file) {
@@ -235,7 +235,7 @@ std::vector<std::string> namesIn(int directory) {
   DIR* stream = own ? ::fdopendir(own.get()) : nullptr;
   if (stream == nullptr) return names;
   (void)own.release();  // the stream closes it
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): safe as long as each thread reads a stream of its own
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): safe, since each thread reads its own stream
   while (const dirent* entry = ::readdir(stream)) {
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") names.emplace_back(name);

@@ -34,8 +34,8 @@ bool jobOffers(int jobs, const std::string& fileName, std::string_view service) 
   return false;  // a job file that cannot be read offers nothing
 }
 
-/// Whether a job of the root offers the service. Most services are named as their job is, so that
-/// file is asked first.
+/// Whether a job of the root offers the service. Most services have the name of their job, so that
+/// job file is tried first.
 bool isOffered(const SystemRoot& root, std::string_view service) {
   const auto rootDirectory = openRoot(root);
   if (!rootDirectory) return false;
@@ -54,12 +54,12 @@ ServiceConnectResult checkedEndpoint(FileDescriptor socket) {
   return failure(Outcome::Refused, "the endpoint belongs to somebody else");
 }
 
-/// Descriptors or memory are used up, in this process or in the system.
+/// Whether descriptors or memory have run out, in this process or in the system.
 bool isShortage(int error) {
   return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
 }
 
-/// What a failed connect means. Nothing: nobody listens there, which starting the daemon may mend.
+/// What a failed connect means; nothing if there is no listener, which starting the daemon may fix.
 std::optional<ServiceConnectResult> meaningOf(int error) {
   if (isShortage(error)) return failure(Outcome::TryAgain, errorText(error));
   switch (error) {

@@ -48,7 +48,7 @@ FileDescriptor openBundledHelper(const std::string& label) {
   return helper;
 }
 
-/// Runs `body`; a failure becomes false and the error object.
+/// Runs `body`; a failure gives false and an error object.
 template <class Body>
 bool reporting(std::shared_ptr<NSError>* returnError, const Body& body) {
   std::shared_ptr<NSError> error;
@@ -71,7 +71,7 @@ class RootServices final : public ServicesProvider {
     try {
       return installedJob(SystemRoot::current(), checkedLabel(domain, label), nullptr);
     } catch (const std::exception&) {
-      return nullptr;  // a job that cannot be read is no job of the domain
+      return nullptr;  // a job that cannot be read counts as missing
     }
   }
 
