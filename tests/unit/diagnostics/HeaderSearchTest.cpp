@@ -39,7 +39,7 @@ TEST(HeaderSearch, LettersMatchInBothCasesAndTheirRelativesOutsideASCII) {
 TEST(HeaderSearch, ForeignBlanksAreUnicodesAndNoOthers) {
   const auto isBlank = [](char32_t c) {
     const std::string line = "Nov 21 03:12:45" + utf8(c) + "host p[1]:";
-    // Any other character is one of the host's.
+    // Any other character belongs to the host.
     EXPECT_NE(beginsWithHeader(line), beginsWithHeader("Nov 21 03:12:45 h" + utf8(c) + " p[1]:"));
     return beginsWithHeader(line);
   };
@@ -93,7 +93,7 @@ TEST(HeaderSearch, EveryLineCutShortOrWithOneCharacterLessAnswersAsICU) {
   }
 }
 
-/// Characters on which engines are known to differ, beside the pattern's own.
+/// The pattern's own characters, and those on which regex engines are known to differ.
 std::vector<std::string> hostileAlphabet() {
   std::vector<std::string> characters;
   for (const char c : std::string_view("AZaznovksSK019:[]().-_ \t\v\f\r/\\@'\x1C\x1F\x7F"))
@@ -107,7 +107,7 @@ std::vector<std::string> hostileAlphabet() {
   return characters;
 }
 
-/// The usual line's parts, so that many lines get far into the pattern.
+/// Made of a usual line's parts, so that many lines match much of the pattern.
 std::string randomLine(std::mt19937& random, const std::vector<std::string>& alphabet) {
   static const std::vector<std::vector<std::string>> parts = {{"Nov", "nov", "ſep", "oKt", "No"},
                                                               {" ", "  ", "\u00A0", "\r\t"},

@@ -13,7 +13,7 @@ namespace {
 
 using Places = std::vector<std::size_t>;
 
-/// All places from `start`.
+/// All positions from `start` on.
 Places found(std::string_view text, std::size_t start) {
   Places all;
   for (auto at = findRouterLabel(text, start); at != std::string_view::npos;

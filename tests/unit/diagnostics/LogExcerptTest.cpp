@@ -23,21 +23,21 @@ using testsupport::writeFile;
 
 const std::string ours = "Nov 21 03:12:45 host com.quillmar.hideventrouter[345]: ";
 const std::string other = "Nov 21 03:12:45 host kernel[0]: ";
-// Named, though by another process.
+// Names the router, but comes from another process.
 const std::string naming = "Nov 21 03:12:45 host launchd[1] (com.quillmar.hideventrouter): ";
 
 std::string text(const platform::NSData& data) {
   return {reinterpret_cast<const char*>(data.bytes()), data.length()};
 }
 
-/// The excerpt of a log that arrives in pieces of one length.
+/// The excerpt of a log that arrives in pieces of equal length.
 std::string excerptInPieces(std::string_view log, std::size_t length) {
   LogFilter filter;
   for (std::size_t at = 0; at < log.size(); at += length) filter.accept(log.substr(at, length));
   return text(*filter.finish());
 }
 
-/// The same for pieces of every length up to 80 and for one piece.
+/// The same for pieces of every length up to 80 and for a single piece.
 std::string excerptOf(std::string_view log) {
   const std::string whole = excerptInPieces(log, std::max<std::size_t>(log.size(), 1));
   for (std::size_t length = 1; length <= 80; ++length)
@@ -126,7 +126,7 @@ TEST(LogExcerpt, ALineLongerThanAnyPieceIsKeptOrDroppedWhole) {
   }
 }
 
-/// The most memory that this process has had, in MiB.
+/// The peak memory use of this process, in MiB.
 double peakMemory() {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);)
@@ -147,7 +147,7 @@ TEST(LogExcerpt, ALineOfAGigabyteThatCannotBeKeptTakesNoMemory) {
   EXPECT_LT(peakMemory(), before + 64);
 }
 
-/// A log of entries, continuation lines and things that are nearly one or the other.
+/// A log of entries, continuation lines and lines that are almost one or the other.
 std::string randomLog(std::mt19937& random) {
   static const std::vector<std::string> lines = {
       ours + "a",
@@ -251,7 +251,7 @@ TEST_F(LogFile, ThatIsMissingIsAReadError) {
 TEST_F(LogFile, ThatMayNotBeReadIsAReadError) {
   writeFile(path(), ours);
   ASSERT_EQ(::chmod(path().c_str(), 0), 0);
-  // The superuser may read anything, so somebody else has to try.
+  // The superuser may read anything, so another user has to try.
   const uid_t self = ::geteuid();
   if (self == 0) {
     ASSERT_EQ(::chmod(path().parent_path().c_str(), 0755), 0);

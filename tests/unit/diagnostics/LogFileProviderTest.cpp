@@ -19,7 +19,7 @@ namespace {
 
 const std::string entry = "Nov 21 03:12:45 host com.quillmar.hideventrouter[345]: text\n";
 
-/// The root that every test here speaks of; nothing is there.
+/// The root of every test here; it does not exist.
 class Root {
  public:
   Root() { SystemRoot::setCurrent(SystemRoot("/a-root")); }
@@ -41,7 +41,7 @@ struct Answer {
   bool flag = true;
 };
 
-/// What the file's source says; it must say it once, before it returns.
+/// The result of the file's source, which must be passed once, before the source returns.
 Answer ask(const std::shared_ptr<KQLogFile>& file) {
   std::vector<Answer> answers;
   file->source()(file, [&](auto error, auto url, auto data, bool flag) {

@@ -279,7 +279,7 @@ TEST(PropertyList, LeavesTheFormatAloneOnFailureAndClearsTheErrorOnSuccess) {
   EXPECT_EQ(error, nullptr);
 }
 
-// {"a": [1, "ä"]}, put together by hand.
+// {"a": [1, "ä"]}, assembled by hand.
 constexpr auto kBinary =
     "bplist00"
     "\xD1\x01\x02"  // 8: a dictionary of one, key 1, value 2
@@ -301,7 +301,7 @@ TEST(BinaryPropertyList, ReadsOnePutTogetherByHand) {
   EXPECT_TRUE(reading.object->isEqual(dictionary({{str("a"), array({integer(1), str("ä")})}})));
 }
 
-/// A list whose one object has this body.
+/// A list whose only object has this body.
 Reading readBinary(std::string_view object) {
   std::string bytes = "bplist00" + std::string(object) + '\x08' + std::string(6, '\0') + "\x01\x01";
   bytes += std::string(7, '\0') + '\x01' + std::string(8, '\0') + std::string(7, '\0') +
@@ -414,7 +414,7 @@ std::string number(std::size_t value, std::size_t width) {
   return text;
 }
 
-/// The list [true, "a"] with offsets and references of those widths.
+/// The list [true, "a"] with offsets and references of these widths.
 std::string binaryOfWidths(std::size_t offsets, std::size_t references) {
   const std::string objects =
       "\xA2" + number(1, references) + number(2, references) + "\x09" + "\x51" + "a";

@@ -110,7 +110,7 @@ TEST(WritingPropertyLists, RefusesWhatNoListHoldsAndSaysWhat) {
   }
 }
 
-/// Stands for 2^20 − 1 objects.
+/// Represents 2^20 − 1 objects.
 Object doubledNineteenTimes() {
   Object object = NSNumber::numberWithBool(true);
   for (int i = 0; i < 19; ++i) object = array({object, object});
@@ -166,7 +166,7 @@ TEST(WritingPropertyLists, BinaryHasTheBytesOfTheFormat) {
             "\0\0\0\0\0\0\0\x19"sv);
 }
 
-/// What stands for one object between the magic and the table.
+/// The encoding of one object, between the magic and the offset table.
 std::string binaryBody(const Object& object) {
   const std::string bytes = written(object, NSPropertyListFormat::Binary);
   const auto table = static_cast<unsigned char>(bytes.back());
@@ -200,8 +200,8 @@ TEST(WritingPropertyLists, BinaryTakesTheNarrowestWidth) {
   EXPECT_EQ(binaryBody(str("\u0080")), "\x61\0\x80"sv);
 }
 
-// 256 objects have the numbers 0 to 255, which take one byte; one more takes two. The same holds
-// for where they lie: the last one, or the table, may be where one byte ends.
+// 256 objects have the numbers 0 to 255, which need one byte; one more needs two. The same applies
+// to offsets: the last object's, or the table's, may be the first that one byte cannot hold.
 TEST(WritingPropertyLists, BinaryReferencesAndOffsetsAreAsWideAsTheLastOne) {
   const auto widths = [](const Object& object) {
     const std::string bytes = written(object, NSPropertyListFormat::Binary);

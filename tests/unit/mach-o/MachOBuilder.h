@@ -46,8 +46,8 @@ struct Section {
   std::uint32_t offset = 0;
 };
 
-/// One load command. A `segment` command carries section records; `cmdsize` 0 means "as long as it
-/// is".
+/// One load command. A `segment` command carries section records; `cmdsize` 0 means its actual
+/// size.
 struct Command {
   std::uint32_t cmd = 0x19;
   std::vector<Section> sections;
@@ -102,7 +102,7 @@ inline Buffer thin(std::uint32_t magic, const std::vector<Command>& commands,
   return out;
 }
 
-/// The usual good image: one segment with the section, holding `payload`.
+/// A typical valid image: one segment with the section, which contains `payload`.
 inline Buffer thinWithPlist(std::string_view payload, std::uint32_t magic = magic64) {
   return thin(
       magic,

@@ -1,4 +1,4 @@
-// What the section search finds and what it passes over, on images made byte by byte.
+// What the section search finds and what it skips, on images made byte by byte.
 #include "helper-install/MachO.h"
 
 #include <gtest/gtest.h>
@@ -278,7 +278,7 @@ TEST(MachO, CutAtEveryByteYieldsTheWholeSectionOrNothing) {
   const Buffer whole =
       fat({{cpuARM64, thinWithPlist(otherPlist)}, {cpuX86, thinWithPlist(plist, magic32)}});
   for (std::size_t length = 0; length <= whole.size(); ++length) {
-    // An exact allocation, so that a read beyond it is seen by the sanitizer.
+    // An exact allocation, so that the sanitizer detects a read beyond it.
     const Buffer cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
     EXPECT_EQ(infoPlist(cut), length == whole.size() ? plist : "nothing") << length;
   }
@@ -291,7 +291,7 @@ TEST(MachO, EveryBitFlipStaysWithinTheImage) {
     Buffer image = whole;
     for (std::size_t bit = 0; bit < 8 * image.size(); ++bit) {
       image[bit / 8] ^= static_cast<std::uint8_t>(1U << (bit % 8));
-      (void)infoPlist(image);  // checks that the result lies within
+      (void)infoPlist(image);  // checks that the result is inside the image
       image[bit / 8] ^= static_cast<std::uint8_t>(1U << (bit % 8));
     }
     EXPECT_EQ(image, whole);

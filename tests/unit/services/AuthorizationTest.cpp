@@ -116,8 +116,8 @@ TEST_F(AuthorizationTest, WithoutAnAuthorizationNothingIsChanged) {
   EXPECT_FALSE(SMJobRemove(kSMDomainSystemLaunchd, str("com.x"), nullptr, true, nullptr));
 }
 
-/// Runs the terminal's agent in a child whose controlling terminal is ours to type on, a line for
-/// each question. Gives status and screen.
+/// Runs the terminal agent in a child and types on its controlling terminal, one line per question.
+/// Has the resulting status and the text on the screen.
 struct TerminalRun {
   int status = 0;
   std::string screen;
@@ -251,7 +251,7 @@ TEST_F(AuthorizationTest, AReferenceFromBeforeDoesNotOutliveARefusal) {
   EXPECT_EQ(reference, nullptr);
 }
 
-/// What the agent hears when the environment has these items.
+/// The prompt that the agent receives for an environment with these items.
 std::string heardPrompt(const AuthorizationEnvironment& environment) {
   std::string heard;
   setAuthorizationAgent([&](std::string_view prompt) {

@@ -258,7 +258,7 @@ TEST(Control, AnEndIsNotTakenForNothingToRead) {
   EXPECT_EQ(reader.readFrom(-1), State::Ended);
 }
 
-/// Sends one byte with so many descriptors beside it.
+/// Sends one byte with these descriptors.
 void sendWith(int socket, const std::vector<int>& descriptors) {
   char byte = 4;
   iovec vector{&byte, 1};

@@ -1,5 +1,5 @@
-// Starting the job daemon: what the program gets, what it may say, and what is left of one that
-// fails. The daemons here are scripts.
+// Starting the job daemon: what the program receives, what it may report, and what remains of one
+// that fails. The daemons here are scripts.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -36,12 +36,12 @@ class DaemonStart : public testing::Test {
  protected:
   DaemonStart() { fs::create_directories(root_.path()); }
 
-  /// Makes the program that is started; "$said" is a file for the test.
+  /// Creates the program to start; "$said" is a file that the test reads.
   void program(const std::string& lines) const {
     testsupport::writeFile(program_, "#!/bin/sh\nsaid='" + said_.string() + "'\n" + lines + "\n");
     ASSERT_EQ(::chmod(program_.c_str(), 0755), 0);
   }
-  /// What starting it throws, "" when it does not.
+  /// The error that starting it throws; "" if it does not throw.
   [[nodiscard]] std::string failure() const {
     try {
       JobDaemon(root_).ensureRunning();
@@ -103,7 +103,7 @@ TEST_F(DaemonStart, ItIsASessionOfItsOwnWithSignalsAsTheSystemSetsThem) {
   EXPECT_EQ(failure(), "");
   ::pthread_sigmask(SIG_SETMASK, &mask, nullptr);
   ::sigaction(SIGUSR2, &before, nullptr);
-  // The first 32, of which the last is the C library's own.
+  // The first 32 signals, the last of which belongs to the C library.
   EXPECT_THAT(readFile(said_),
               testing::MatchesRegex("SigBlk 00000000\nSigIgn [08]0000000\nsession\n"));
 }
@@ -217,7 +217,7 @@ TEST_F(ServiceWithoutDaemon, ThatAJobOffersGetsTheDaemonStartedThreeTimesAtMost)
 }
 
 TEST_F(ServiceWithoutDaemon, ThatNoJobOffersStartsNothing) {
-  // Files that are no job files of their names offer nothing, and keep nobody from the others.
+  // Files that are not valid job files offer nothing and do not hide the others.
   fs::create_directories(root_.jobFile("com.directory"));
   testsupport::writeFile(root_.jobFile("com.garbage"), "garbage");
   const std::string file = readFile(root_.jobFile("com.x"));

@@ -1,4 +1,4 @@
-// What an authorization covers on the application's side, and which connections it keeps for that.
+// What an authorization covers on the application's side, and which connections it keeps for it.
 #include "platform/services/Grant.h"
 
 #include <gmock/gmock.h>
@@ -36,7 +36,7 @@ class Grant : public testing::Test {
     const auto reply = askWithAuthorization(authorization, {Operation::Remove, label, true}, -1);
     EXPECT_TRUE(reply.succeeded()) << reply.message;
   }
-  /// Whether the bless gets as far as the daemon.
+  /// Whether the bless reaches the daemon.
   static bool blesses(AuthorizationRef authorization) try {
     return askWithAuthorization(authorization, {Operation::Bless, "com.x", true}, -1).succeeded();
   } catch (const ServiceError& error) {

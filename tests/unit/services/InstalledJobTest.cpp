@@ -37,7 +37,8 @@ class InstalledJob : public testing::Test {
   void jobOf(const fs::path& program) const {
     job("<key>ProgramArguments</key><array><string>" + program.string() + "</string></array>");
   }
-  /// Why there is none, "" when there is one. Says the same whether it is asked why or not.
+  /// Why the job is not installed; "" if it is. Checks that the result is the same without a
+  /// reason.
   [[nodiscard]] std::string whyNone() const {
     std::string reason;
     const bool isThere = installedJob(root_, "com.x", &reason) != nullptr;
@@ -104,7 +105,7 @@ TEST_F(InstalledJob, IsTheSameFileByAnyPathButNotThroughALinkInItsPlace) {
 
 class ServiceManagement : public InstalledJob {
  protected:
-  /// What a removal fails with.
+  /// The error of a removal.
   static std::shared_ptr<NSError> failure(AuthorizationRef authorization) {
     std::shared_ptr<NSError> error;
     EXPECT_FALSE(SMJobRemove(kSMDomainSystemLaunchd, str("com.x"), authorization, true, &error));

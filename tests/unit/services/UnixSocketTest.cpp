@@ -149,7 +149,7 @@ TEST(ServiceEndpoints, NamesWithoutAJobAreUnknown) {
   }
 }
 
-/// A root of the test's own, where services may listen.
+/// A temporary root where services may listen.
 struct CurrentRoot {
   CurrentRoot() {
     platform::SystemRoot::setCurrent(here);
@@ -402,7 +402,7 @@ TEST(ServiceEndpoints, DescriptorsThatAreUsedUpAreAPassingShortage) {
   ::setrlimit(RLIMIT_NOFILE, &few);
   while (all.empty() || all.back()) all.emplace_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
   all.pop_back();
-  // Whichever step it is that finds none left.
+  // Runs out of descriptors at each step in turn.
   std::vector<platform::ServiceConnectResult> results;
   for (int left = 0; left < 8; ++left) {
     results.push_back(endpoints->connectToService("com.x"));
