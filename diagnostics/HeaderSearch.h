@@ -1,4 +1,4 @@
-// Whether a line starts a log entry: an incremental search for headerPattern.
+// Whether a line starts a log entry: an incremental search for kHeaderPattern.
 //
 // Takes linear time and constant memory for any line, since the pattern matches a line in only one
 // way. Characters are code points. Letters match case-insensitively, which makes U+017F (long s)
@@ -19,7 +19,7 @@ namespace diagnostics {
 
 /// How the logging system starts an entry: date, time, host, process, process ID in brackets,
 /// further text from the process, a colon. HeaderSearch.cpp implements it one set at a time.
-inline constexpr std::string_view headerPattern =
+inline constexpr std::string_view kHeaderPattern =
     R"(^([A-Za-z]{3}(\s){1,2}([0-9]{1,2})(\s){1})([0-9]{1,2})\:([0-9]{1,2})\:([0-9]{1,2})(\s){1})"
     R"((\S){1,}(\s){1}([A-Za-z\.\-\_]){1,}\[[0-9]{1,}\]([\sA-Za-z0-9\(\)\[\]\.]{0,})\:)";
 

@@ -34,7 +34,7 @@ class LogFilter::NamedLines {
   [[nodiscard]] std::size_t start() const { return start_; }
   /// The start of the next line.
   [[nodiscard]] std::size_t end() const {
-    return lines_.find('\n', label_ + routerLabel.size()) + 1;
+    return lines_.find('\n', label_ + kRouterLabel.size()) + 1;
   }
 
  private:
@@ -139,7 +139,7 @@ void LogFilter::continueLine(std::string_view part) {
 void LogFilter::lookForLabel(std::string_view part) {
   const std::string_view line = storedLine();
   const std::size_t before = line.size() - part.size();
-  const std::size_t overlap = std::min(before, routerLabel.size() - 1);
+  const std::size_t overlap = std::min(before, kRouterLabel.size() - 1);
   namesRouter_ = findRouterLabel(line.substr(before - overlap), 0) != npos;
 }
 

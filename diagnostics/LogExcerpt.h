@@ -1,7 +1,7 @@
 // The router's entries in a log: every entry whose first line names the router, including its
 // continuation lines.
 //
-// An entry starts with a line that matches headerPattern. Lines before the first entry are left
+// An entry starts with a line that matches kHeaderPattern. Lines before the first entry are left
 // out.
 //
 // Threading: readLogExcerpt may be called from any thread; a filter belongs to one thread.
@@ -22,7 +22,7 @@
 namespace diagnostics {
 
 /// What the first line of an entry must contain, in this case and anywhere in the line.
-inline constexpr std::string_view routerLabel = "com.quillmar.hideventrouter";
+inline constexpr std::string_view kRouterLabel = "com.quillmar.hideventrouter";
 
 /// Takes a log in pieces and collects the excerpt: the kept lines, joined with "\n".
 ///

@@ -12,15 +12,15 @@ namespace {
 
 using Bytes = std::span<const std::uint8_t>;
 
-constexpr std::uint32_t fatMagic = 0xCAFEBABE;
-constexpr std::uint32_t fatMagicSwapped = 0xBEBAFECA;
-constexpr std::uint32_t thinMagic32 = 0xFEEDFACE;
-constexpr std::uint32_t thinMagic64 = 0xFEEDFACF;
+constexpr std::uint32_t kFatMagic = 0xCAFEBABE;
+constexpr std::uint32_t kFatMagicSwapped = 0xBEBAFECA;
+constexpr std::uint32_t kThinMagic32 = 0xFEEDFACE;
+constexpr std::uint32_t kThinMagic64 = 0xFEEDFACF;
 
-constexpr std::uint64_t fatHeaderSize = 8;
-constexpr std::uint64_t fatEntrySize = 20;
-constexpr std::uint64_t thinHeaderSize32 = 28;
-constexpr std::uint64_t thinHeaderSize64 = 32;
+constexpr std::uint64_t kFatHeaderSize = 8;
+constexpr std::uint64_t kFatEntrySize = 20;
+constexpr std::uint64_t kThinHeaderSize32 = 28;
+constexpr std::uint64_t kThinHeaderSize64 = 32;
 
 struct OutOfBounds {};
 
@@ -46,16 +46,16 @@ Bytes subrange(Bytes image, std::uint64_t offset, std::uint64_t size) {
 /// shorter.
 class Name {
  public:
-  explicit Name(std::string_view text) { text.copy(padded_.data(), width); }
+  explicit Name(std::string_view text) { text.copy(padded_.data(), kWidth); }
 
   [[nodiscard]] bool isAt(Bytes image, std::uint64_t offset) const {
-    const auto field = readAt<std::array<char, width>>(image, offset);
-    return std::strncmp(field.data(), padded_.data(), width) == 0;
+    const auto field = readAt<std::array<char, kWidth>>(image, offset);
+    return std::strncmp(field.data(), padded_.data(), kWidth) == 0;
   }
 
  private:
-  static constexpr std::size_t width = 16;
-  std::array<char, width> padded_{};
+  static constexpr std::size_t kWidth = 16;
+  std::array<char, kWidth> padded_{};
 };
 
 /// The offsets of the fields in a segment command and its section records. The command determines
@@ -68,15 +68,15 @@ struct SegmentLayout {
   bool sizeIs64Bit;
   std::uint64_t offsetAt;
 };
-constexpr SegmentLayout segment32{48, 56, 68, 36, false, 40};
-constexpr SegmentLayout segment64{64, 72, 80, 40, true, 48};
+constexpr SegmentLayout kSegment32{48, 56, 68, 36, false, 40};
+constexpr SegmentLayout kSegment64{64, 72, 80, 40, true, 48};
 
 const SegmentLayout* segmentLayout(std::uint32_t command) {
   switch (command) {
     case 0x01:
-      return &segment32;
+      return &kSegment32;
     case 0x19:
-      return &segment64;
+      return &kSegment64;
     default:
       return nullptr;
   }
@@ -123,14 +123,14 @@ class SectionSearch {
   /// Searches a thin image, or starts walking a fat one.
   std::optional<Bytes> enter(Bytes image, std::vector<FatWalk>& walks) try {
     switch (readAt<std::uint32_t>(image, 0)) {
-      case fatMagic:
-      case fatMagicSwapped:
+      case kFatMagic:
+      case kFatMagicSwapped:
         walks.push_back({image, readBigEndian32(image, 4), 0});
         return std::nullopt;
-      case thinMagic32:
-        return searchThin(image, thinHeaderSize32);
-      case thinMagic64:
-        return searchThin(image, thinHeaderSize64);
+      case kThinMagic32:
+        return searchThin(image, kThinHeaderSize32);
+      case kThinMagic64:
+        return searchThin(image, kThinHeaderSize64);
       default:
         return std::nullopt;
     }
@@ -141,7 +141,7 @@ class SectionSearch {
   /// The next slice to search; nothing after the last entry or if one cannot be read.
   std::optional<Bytes> nextSlice(FatWalk& walk) try {
     while (walk.next < walk.count && takeStep()) {
-      const std::uint64_t entry = fatHeaderSize + fatEntrySize * walk.next++;
+      const std::uint64_t entry = kFatHeaderSize + kFatEntrySize * walk.next++;
       if (!isSearchedArchitecture(readBigEndian32(walk.image, entry))) continue;
       return subrange(walk.image, readBigEndian32(walk.image, entry + 8),
                       readBigEndian32(walk.image, entry + 12));

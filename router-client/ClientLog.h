@@ -21,7 +21,7 @@ namespace wlhid {
 
 /// A line that fails for lack of memory is dropped; the operation that it reports goes on.
 template <class Line>
-void unlessMemoryIsShort(const Line& line) {
+void ignoringOutOfMemory(const Line& line) {
   try {
     line();
   } catch (const std::bad_alloc&) {
@@ -31,7 +31,7 @@ void unlessMemoryIsShort(const Line& line) {
 /// A callable argument is called for its value, so that nothing is evaluated for a line that is not
 /// wanted.
 template <class Argument>
-[[nodiscard]] decltype(auto) said(const Argument& argument) {
+[[nodiscard]] decltype(auto) evaluated(const Argument& argument) {
   if constexpr (std::is_invocable_v<const Argument&>)
     return argument();
   else
@@ -43,13 +43,14 @@ template <class... Arguments>
 void send(const LogSite& site, const std::shared_ptr<platform::NSArray>& tags,
           const Arguments&... arguments) {
   platform::KQLogger::sharedLogger().logAtLevel_function_sourcePath_sourceLine_tags_message(
-      site.level, site.function, kLogSourcePath, site.line, tags, site.format, said(arguments)...);
+      site.level, site.function, kLogSourcePath, site.line, tags, site.format,
+      evaluated(arguments)...);
 }
 
 template <class... Arguments>
 void log(const LogSite& site, const WLHIDEventRouterClient& client, const Arguments&... arguments) {
   if (!isWanted(site)) return;
-  unlessMemoryIsShort([&] { send(site, client.logTags(), arguments...); });
+  ignoringOutOfMemory([&] { send(site, client.logTags(), arguments...); });
 }
 
 /// For a block, which holds the client weakly: no tags once the client is gone.
@@ -58,7 +59,7 @@ void log(const LogSite& site, const std::weak_ptr<WLHIDEventRouterClient>& weakC
          const Arguments&... arguments) {
   if (!isWanted(site)) return;
   const auto client = weakClient.lock();
-  unlessMemoryIsShort([&] { send(site, client ? client->logTags() : nullptr, arguments...); });
+  ignoringOutOfMemory([&] { send(site, client ? client->logTags() : nullptr, arguments...); });
 }
 
 }  // namespace wlhid

@@ -88,7 +88,7 @@ class WLHIDEventRouterClient::Implementation final : public WLHIDEventRouterClie
   template <class Action>
   [[nodiscard]] bool inOpeningTurn(const Action& action);
   [[nodiscard]] bool openAndStart();
-  [[nodiscard]] bool closeForWantOfRouter();
+  [[nodiscard]] bool closeWithoutRouter();
   void stopAndClose();
   [[nodiscard]] bool isRouterInstalled() const;
   [[nodiscard]] bool isConnectionPresent() const;

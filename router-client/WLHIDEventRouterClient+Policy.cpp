@@ -37,7 +37,7 @@ Implementation::~Implementation() {
   wlhid::log(wlhid::site::dealloc, client_);
   closeConnection();
   // If memory runs out, the center clears the registration later: it is a weak one.
-  wlhid::unlessMemoryIsShort([this] {
+  wlhid::ignoringOutOfMemory([this] {
     NSNotificationCenter::defaultCenter()->removeObserver_name_object(
         this, str(WLHIDEventRouterClientInstallationStatusChanged), /*object=*/nullptr);
   });
@@ -143,7 +143,7 @@ bool Implementation::applyConnectionPolicy() {
     if (isConnectionPresent()) stopAndClose();
     return false;
   }
-  if (!isRouterInstalled()) return closeForWantOfRouter();
+  if (!isRouterInstalled()) return closeWithoutRouter();
   return !isConnectionPresent() && openAndStart();
 }
 
@@ -177,7 +177,7 @@ bool Implementation::inOpeningTurn(const Action& action) {
 
 /// Takes the turn so that no other thread opens a connection between the check and the status
 /// change, which would then be wrong.
-bool Implementation::closeForWantOfRouter() {
+bool Implementation::closeWithoutRouter() {
   return inOpeningTurn([this] {
     if (!started() || isRouterInstalled()) return;
     if (isConnectionPresent()) closeConnection();

@@ -32,7 +32,7 @@ std::size_t wholePages(std::size_t size) {
   return (size + pageSize() - 1) / pageSize() * pageSize();
 }
 
-std::size_t capacityBehind(std::size_t capacity) {
+std::size_t nextCapacity(std::size_t capacity) {
   if (capacity < kFirstCapacity) return kFirstCapacity;
   return std::max(kSecondCapacity, capacity * kGrowth);
 }
@@ -92,7 +92,7 @@ GrowingData::~GrowingData() {
 
 void GrowingData::reserve(std::size_t needed) {
   if (needed <= capacity_) return;
-  const std::size_t generous = wholePages(std::max(needed, capacityBehind(capacity_)));
+  const std::size_t generous = wholePages(std::max(needed, nextCapacity(capacity_)));
   for (const std::size_t capacity : {generous, wholePages(needed)}) {
     char* const begin = resized(begin_, capacity_, capacity);
     if (begin == nullptr) continue;

@@ -38,7 +38,7 @@ bool isDigit(char c) {
 }
 
 /// Whether the character can occur in the place, after the place's prefix.
-bool isOf(LogPlace place, char c) {
+bool canContain(LogPlace place, char c) {
   const bool isWord = isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '.' ||
                       c == '-' || c == '_';
   switch (place) {
@@ -58,8 +58,8 @@ bool isOf(LogPlace place, char c) {
   return isDigit(c);
 }
 
-/// The length of the place's prefix at this position, before the characters of isOf().
-std::optional<std::size_t> headOf(LogPlace place, std::string_view line, std::size_t at) {
+/// The length of the place's prefix at this position, before the characters of canContain().
+std::optional<std::size_t> prefixLength(LogPlace place, std::string_view line, std::size_t at) {
   if (place == LogPlace::Device) {
     if (!line.substr(at).starts_with(kDevicePrefix)) return std::nullopt;
     return kDevicePrefix.size();
@@ -81,7 +81,7 @@ std::string printable(std::string_view text) {
 std::string word(LogPlace place, std::string_view text) {
   std::string result(text.substr(0, longest(place)));
   for (char& c : result) {
-    if (!isOf(place, c)) c = '_';
+    if (!canContain(place, c)) c = '_';
   }
   return result.empty() ? "_" : result;
 }
@@ -117,12 +117,12 @@ Ways waysOfLiteral(std::string_view line, std::string_view literal, const Ways& 
 Ways waysOfPlace(std::string_view line, LogPlace place, const Ways& rest) {
   Ways run(line.size() + 1);  // of one or more characters
   for (std::size_t at = line.size(); at-- > 0;)
-    run[at] = isOf(place, line[at]) ? sum(rest[at + 1], run[at + 1]) : 0;
+    run[at] = canContain(place, line[at]) ? sum(rest[at + 1], run[at + 1]) : 0;
   Ways ways(line.size() + 1);
   for (std::size_t at = 0; at <= line.size(); ++at) {
     if (place == LogPlace::Text)
       ways[at] = sum(rest[at], run[at]);
-    else if (const auto head = headOf(place, line, at))
+    else if (const auto head = prefixLength(place, line, at))
       ways[at] = run[at + *head];
   }
   return ways;
@@ -144,15 +144,15 @@ std::vector<Ways> waysOf(std::string_view line, const LogTemplate& row) {
 
 /// The end of the only argument that lets the rest of the row match the rest of the line.
 std::size_t endOfArgument(std::string_view line, LogPlace place, std::size_t at, const Ways& rest) {
-  std::size_t end = at + headOf(place, line, at).value_or(0);
+  std::size_t end = at + prefixLength(place, line, at).value_or(0);
   if (place != LogPlace::Text) ++end;
   while (end < line.size() && rest[end] == 0) ++end;
   return end;
 }
 
 /// Follows the only way. Nothing if an argument is longer than any that is ever written.
-std::optional<LogMatch> only(std::string_view line, const LogTemplate& row,
-                             const std::vector<Ways>& ways) {
+std::optional<LogMatch> onlyMatch(std::string_view line, const LogTemplate& row,
+                                  const std::vector<Ways>& ways) {
   LogMatch match{&row};
   std::size_t at = 0;
   for (std::size_t i = 0; i < row.places(); ++i) {
@@ -184,7 +184,7 @@ std::optional<LogMatch> recogniseLogLine(std::string_view line,
       continue;
     const auto ways = waysOf(line, *row);
     count += ways.front()[0];
-    if (ways.front()[0] == 1) found = only(line, *row, ways);
+    if (ways.front()[0] == 1) found = onlyMatch(line, *row, ways);
   }
   return count == 1 ? found : std::nullopt;
 }

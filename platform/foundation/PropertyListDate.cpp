@@ -40,8 +40,8 @@ unsigned numberAt(std::string_view text, std::size_t position, std::size_t digit
 
 bool isPropertyListDate(double seconds) {
   constexpr double first = secondsToDay(year(0) / 1 / 1);
-  constexpr double behind = secondsToDay(year(10000) / 1 / 1);
-  return seconds >= first && seconds < behind;
+  constexpr double end = secondsToDay(year(10000) / 1 / 1);
+  return seconds >= first && seconds < end;
 }
 
 std::string propertyListDateText(double seconds) {

@@ -84,13 +84,13 @@ class XMLReader {
   void skipProlog() {
     skipMisc();
     if (rest().starts_with("<!DOCTYPE")) {
-      position_ = behindMarkup(position_);
+      position_ = endOfMarkup(position_);
       skipMisc();
     }
   }
 
   /// The position after the ">" that ends the markup at `position`; a quoted ">" does not count.
-  [[nodiscard]] std::size_t behindMarkup(std::size_t position) const {
+  [[nodiscard]] std::size_t endOfMarkup(std::size_t position) const {
     for (char quote = '\0'; position < text_.size(); ++position) {
       const char c = text_[position];
       if (quote != '\0') {
@@ -110,7 +110,7 @@ class XMLReader {
     skipMisc();
     if (!rest().starts_with('<'))
       fail(rest().empty() ? "an end that is missing" : "text between elements");
-    const std::size_t end = behindMarkup(position_);
+    const std::size_t end = endOfMarkup(position_);
     std::string_view inside = text_.substr(position_ + 1, end - position_ - 2);
     position_ = end;
     const bool empty = inside.ends_with('/');

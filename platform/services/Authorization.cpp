@@ -22,10 +22,10 @@
 namespace platform {
 namespace {
 
-constexpr std::string_view blessRight = "com.apple.ServiceManagement.blesshelper";
-constexpr std::string_view ownPrompt = "An application wants to install or remove a helper.";
-constexpr std::size_t longestPrompt = 4096;
-constexpr std::size_t longestEcho = 20;
+constexpr std::string_view kBlessRight = "com.apple.ServiceManagement.blesshelper";
+constexpr std::string_view kOwnPrompt = "An application wants to install or remove a helper.";
+constexpr std::size_t kMaxPromptBytes = 4096;
+constexpr std::size_t kMaxEchoedCharacters = 20;
 
 struct AgentSlot {
   std::mutex mutex;
@@ -43,22 +43,22 @@ std::shared_ptr<const AuthorizationAgent> currentAgent() {
 }
 
 std::string_view promptIn(const AuthorizationEnvironment* environment) {
-  if (environment == nullptr || environment->items == nullptr) return ownPrompt;
+  if (environment == nullptr || environment->items == nullptr) return kOwnPrompt;
   for (std::uint32_t i = 0; i < environment->count; ++i) {
     const AuthorizationItem& item = environment->items[i];
     if (item.name != "prompt" || item.value == nullptr) continue;
     const std::string_view text(static_cast<const char*>(item.value),
-                                std::min(item.valueLength, longestPrompt));
+                                std::min(item.valueLength, kMaxPromptBytes));
     return text;
   }
-  return ownPrompt;
+  return kOwnPrompt;
 }
 
 /// Permission is only granted for the right that the job daemon acts upon.
 bool areAllKnown(const AuthorizationRights& rights) {
   if (rights.items == nullptr) return false;
   for (std::uint32_t i = 0; i < rights.count; ++i) {
-    if (rights.items[i].name != blessRight) return false;
+    if (rights.items[i].name != kBlessRight) return false;
   }
   return rights.count > 0;
 }
@@ -112,7 +112,7 @@ std::string question(std::string_view prompt) {
       "A program asks for leave to install, replace or remove a privileged helper.\n";
   text += "  program   " + ownProgram() + "\n";
   text += "  below     " + printableLine(SystemRoot::current().path().string()) + "\n";
-  if (prompt != ownPrompt) {
+  if (prompt != kOwnPrompt) {
     std::string words(prompt);
     std::replace(words.begin(), words.end(), '\n', ' ');
     text += "  it says   " + printableLine(words) + "\n";
@@ -127,7 +127,7 @@ OSStatus takeAnswer(int terminal) {
     if (!readLine(terminal, answer)) return errAuthorizationCanceled;
     if (const auto status = statusOfAnswer(answer)) return *status;
     if (attempt == attempts) break;
-    writeAll(terminal, "\"" + printableLine(answer, longestEcho) +
+    writeAll(terminal, "\"" + printableLine(answer, kMaxEchoedCharacters) +
                            "\" is no answer. y: yes, n or Enter: no, c: cancel > ");
   }
   writeAll(terminal, "That is taken as no.\n");

@@ -24,7 +24,7 @@
 
 namespace platform {
 
-inline constexpr std::size_t maximumControlBytes = std::size_t{256} * 1024;
+inline constexpr std::size_t kMaximumControlBytes = std::size_t{256} * 1024;
 
 struct ControlRequest {
   enum class Operation { Authorize, Bless, Remove, Status };

@@ -23,7 +23,7 @@ struct Authorization {
 namespace {
 
 // A removal need not be followed by a bless, so its connection may stay open unused.
-constexpr std::size_t mostOpen = 4;
+constexpr std::size_t kMaxOpenConnections = 4;
 
 struct Authorizations {
   std::mutex mutex;
@@ -75,7 +75,7 @@ void keepConnection(const AuthorizationRef& authorization, ControlConnection con
   std::optional<ControlConnection> oldest;  // closed after unlock
   const std::lock_guard lock(authorizations().mutex);
   auto& open = authorizations().open;
-  if (open.size() == mostOpen) {
+  if (open.size() == kMaxOpenConnections) {
     oldest = std::exchange(open.front()->connection, std::nullopt);
     open.pop_front();
   }

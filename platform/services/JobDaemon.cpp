@@ -25,9 +25,9 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 // A removal waits for the job's process, which may take its full grace period of 5 s to exit.
-constexpr milliseconds replyPatience{30'000};
-constexpr milliseconds startPatience{15'000};
-constexpr int attempts = 3;
+constexpr milliseconds kReplyTimeout{30'000};
+constexpr milliseconds kStartTimeout{15'000};
+constexpr int kAttempts = 3;
 
 std::string daemonProgram() {
   if (const char* chosen = secure_getenv("WLHID_JOBD"); chosen != nullptr && *chosen == '/')
@@ -54,7 +54,7 @@ bool waitReadable(int descriptor, Clock::time_point deadline) {
 /// What the daemon writes to its readiness pipe: just a newline when it is ready, else the cause of
 /// its failure.
 std::string readiness(int pipe) {
-  const auto deadline = Clock::now() + startPatience;
+  const auto deadline = Clock::now() + kStartTimeout;
   std::string said;
   while (said.find('\n') == std::string::npos) {
     if (!waitReadable(pipe, deadline)) return "it did not become ready in time";
@@ -183,7 +183,7 @@ void JobDaemon::start() const {
 std::optional<ControlReply> ControlConnection::tryAsk(const ControlRequest& request,
                                                       int descriptor) {
   if (!sendFrame(socket_.get(), encode(request), descriptor)) return std::nullopt;
-  const auto deadline = Clock::now() + replyPatience;
+  const auto deadline = Clock::now() + kReplyTimeout;
   FrameReader reader;
   for (;;) {
     if (!waitReadable(socket_.get(), deadline)) {
@@ -219,7 +219,7 @@ std::pair<ControlConnection, ControlReply> JobDaemon::openWith(const ControlRequ
                                                                int descriptor) const {
   // A daemon without jobs may exit just as it is asked; another one is then started. A daemon with
   // many callers closes the connection of one that it has not heard from yet.
-  for (int attempt = 0; attempt < attempts; ++attempt) {
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
     auto socket = connectOrStart();
     if (!socket) continue;
     ControlConnection connection(std::move(socket));
@@ -242,7 +242,7 @@ ControlConnection JobDaemon::authorize(const std::string& label) const {
 
 std::optional<ControlReply> JobDaemon::status() const {
   // A daemon with many callers closes the connection of one that it has not heard from yet.
-  for (int attempt = 0; attempt < attempts; ++attempt) {
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
     auto socket = connect();
     if (!socket) return std::nullopt;
     if (auto reply = ControlConnection(std::move(socket)).tryAsk(ControlRequest{}, -1))

@@ -12,8 +12,8 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t maximumArguments = 64;
-constexpr std::size_t maximumServices = 16;
+constexpr std::size_t kMaximumArguments = 64;
+constexpr std::size_t kMaximumServices = 16;
 
 std::nullopt_t refuse(std::string* reason, const std::string& text) {
   if (reason != nullptr) *reason = text;
@@ -36,7 +36,7 @@ std::optional<std::vector<std::string>> programArguments(const NSDictionary& job
                                                          std::string* reason) {
   const auto array = objectCast<NSArray>(job.objectForKey("ProgramArguments"));
   if (!array || array->count() == 0) return refuse(reason, "it has no ProgramArguments");
-  if (array->count() > maximumArguments) return refuse(reason, "it has too many ProgramArguments");
+  if (array->count() > kMaximumArguments) return refuse(reason, "it has too many ProgramArguments");
   std::vector<std::string> arguments;
   for (std::size_t i = 0; i < array->count(); ++i) {
     const auto argument = text(array->objectAtIndex(i));
@@ -104,7 +104,7 @@ std::optional<std::vector<std::string>> machServices(const NSDictionary& job,
     if (isOffered(value)) services.push_back(*name);
   }
   if (services.empty()) return refuse(reason, "it offers none of its MachServices");
-  if (services.size() > maximumServices) return refuse(reason, "it has too many MachServices");
+  if (services.size() > kMaximumServices) return refuse(reason, "it has too many MachServices");
   return services;
 }
 

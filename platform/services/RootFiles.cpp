@@ -17,19 +17,19 @@
 namespace platform {
 namespace {
 
-constexpr int directoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 FileDescriptor openOneDirectory(int parent, const std::string& name, bool create) {
   if (create && ::mkdirat(parent, name.c_str(), 0755) != 0 && errno != EEXIST) {
     throw fileSystemError("cannot make the directory " + name, errno);
   }
-  FileDescriptor directory(::openat(parent, name.c_str(), directoryFlags | O_NOFOLLOW));
+  FileDescriptor directory(::openat(parent, name.c_str(), kDirectoryFlags | O_NOFOLLOW));
   if (!directory && (create || errno != ENOENT))
     throw fileSystemError("cannot open the directory " + name, errno);
   return directory;
 }
 
-constexpr mode_t writableByOthers = S_IWGRP | S_IWOTH;
+constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
 
 std::string nameOf(const SystemRoot& root) {
   return "the system root " + root.path().string();
@@ -74,7 +74,8 @@ void checkIsTrusted(int directory, const std::string& name, bool isRoot) {
     throw ServiceError(ServiceErrorCode::FileSystem, name + " is no directory");
   if (!isTrustedUser(status.st_uid)) throw foreign(name, status.st_uid);
   const bool isHarmless = !isRoot && (status.st_mode & S_ISVTX) != 0;
-  if ((status.st_mode & writableByOthers) != 0 && !isHarmless) throw writable(name, status.st_mode);
+  if ((status.st_mode & kWritableByOthers) != 0 && !isHarmless)
+    throw writable(name, status.st_mode);
 }
 
 /// The next directory on the path, not checked yet, and not followed if it is a link.
@@ -88,7 +89,7 @@ FileDescriptor openNext(int parent, const std::string& name, const std::string& 
 }
 
 FileDescriptor reopened(int directory, const std::string& name) {
-  FileDescriptor own(::openat(directory, ".", directoryFlags));
+  FileDescriptor own(::openat(directory, ".", kDirectoryFlags));
   if (!own) throw fileSystemError("cannot open " + name, errno);
   return own;
 }
@@ -123,7 +124,7 @@ class LastRoot {
   [[nodiscard]] FileDescriptor open(const std::filesystem::path& path) {
     const std::lock_guard lock(mutex_);
     if (path_ != path || user_ != ::geteuid()) return {};
-    FileDescriptor directory(::open(path.c_str(), directoryFlags | O_NOFOLLOW));
+    FileDescriptor directory(::open(path.c_str(), kDirectoryFlags | O_NOFOLLOW));
     struct stat status {};
     if (!directory || ::fstat(directory.get(), &status) != 0 || !isTheSame(status)) return {};
     return directory;
@@ -184,7 +185,7 @@ FileDescriptor openOwnRoot(const SystemRoot& root) {
 void checkIsOwn(int directory, const std::string& name) {
   const struct stat status = statusOf(directory, name);
   if (status.st_uid != ::geteuid()) throw foreign(name, status.st_uid);
-  if ((status.st_mode & writableByOthers) != 0) throw writable(name, status.st_mode);
+  if ((status.st_mode & kWritableByOthers) != 0) throw writable(name, status.st_mode);
 }
 
 FileDescriptor openDirectoryBelow(int directory, std::string_view relativePath, bool create) {
@@ -231,7 +232,7 @@ std::vector<std::uint8_t> readDescriptor(int descriptor, const std::string& name
 
 std::vector<std::string> namesIn(int directory) {
   std::vector<std::string> names;
-  FileDescriptor own(::openat(directory, ".", directoryFlags));
+  FileDescriptor own(::openat(directory, ".", kDirectoryFlags));
   DIR* stream = own ? ::fdopendir(own.get()) : nullptr;
   if (stream == nullptr) return names;
   (void)own.release();  // the stream closes it

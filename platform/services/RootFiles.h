@@ -19,9 +19,9 @@
 namespace platform {
 
 /// The maximum size of a job file that is read.
-inline constexpr std::size_t maximumJobFileBytes = std::size_t{64} * 1024;
+inline constexpr std::size_t kMaximumJobFileBytes = std::size_t{64} * 1024;
 /// The maximum size of a helper executable that is read or installed.
-inline constexpr std::size_t maximumHelperBytes = std::size_t{64} * 1024 * 1024;
+inline constexpr std::size_t kMaximumHelperBytes = std::size_t{64} * 1024 * 1024;
 
 /// The root directory, for using it; empty if it does not exist. It is opened from "/" one
 /// directory at a time, without following symbolic links. The root and every directory above it

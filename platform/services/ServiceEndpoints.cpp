@@ -24,7 +24,7 @@ ServiceConnectResult failure(Outcome outcome, std::string reason) {
 }
 
 bool jobOffers(int jobs, const std::string& fileName, std::string_view service) try {
-  const auto bytes = readFileIn(jobs, fileName, maximumJobFileBytes);
+  const auto bytes = readFileIn(jobs, fileName, kMaximumJobFileBytes);
   if (!bytes) return false;
   const auto job = parseJobFile(
       *bytes, fileName.substr(0, fileName.size() - std::string_view(".plist").size()), nullptr);

@@ -27,7 +27,7 @@ namespace platform {
 
 /// The name (in LISTEN_FDNAMES) of the root's directory, whose open descriptor a job receives with
 /// its sockets. No service can have this name.
-inline constexpr std::string_view rootDescriptorName = ".root";
+inline constexpr std::string_view kRootDescriptorName = ".root";
 
 class SystemRoot {
  public:

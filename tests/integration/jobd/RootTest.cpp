@@ -205,7 +205,7 @@ TEST_F(Root, DamagedJobFilesAreLeftOutAndNoted) {
   testsupport::writeFile(root.jobFile("com.empty"), "");
   testsupport::writeFile(root.jobFile("com.renamed"), good);
   testsupport::writeFile(root.jobFile("com.large"),
-                         std::string(platform::maximumControlBytes, ' '));
+                         std::string(platform::kMaximumControlBytes, ' '));
   fs::create_symlink(root.jobFile(echoLabel), root.jobFile("com.link"));
   ASSERT_EQ(::mkfifo(root.jobFile("com.pipe").c_str(), 0600), 0);
   fs::create_directories(root.jobFile("com.directory"));

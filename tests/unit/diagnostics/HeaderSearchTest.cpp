@@ -15,7 +15,7 @@ namespace {
 
 using testsupport::HeaderOracle;
 
-constexpr std::string_view usual = "Nov 21 03:12:45 host com.quillmar.hideventrouter[345]: text";
+constexpr std::string_view kUsual = "Nov 21 03:12:45 host com.quillmar.hideventrouter[345]: text";
 
 std::string utf8(char32_t c) {
   std::string text;
@@ -24,8 +24,8 @@ std::string utf8(char32_t c) {
 }
 
 TEST(HeaderPattern, StandsInTheCodeToTheLetter) {
-  EXPECT_EQ(headerPattern.size(), 168U);
-  EXPECT_EQ(headerPattern, HeaderOracle::pattern);
+  EXPECT_EQ(kHeaderPattern.size(), 168U);
+  EXPECT_EQ(kHeaderPattern, HeaderOracle::pattern);
 }
 
 TEST(HeaderSearch, LettersMatchInBothCasesAndTheirRelativesOutsideASCII) {
@@ -53,7 +53,7 @@ TEST(HeaderSearch, ForeignBlanksAreUnicodesAndNoOthers) {
 }
 
 TEST(HeaderSearch, TheUsualLineIsAHeader) {
-  EXPECT_TRUE(beginsWithHeader(usual));
+  EXPECT_TRUE(beginsWithHeader(kUsual));
   EXPECT_TRUE(beginsWithHeader("nov  1 3:1:4 h p[1](com.example.job[7])  Restart 2.0:"));
 }
 
@@ -62,16 +62,16 @@ TEST(HeaderSearch, AProcessNameWithADigitMakesNoHeader) {
 }
 
 TEST(HeaderSearch, NothingMayStandBeforeTheMonth) {
-  EXPECT_FALSE(beginsWithHeader(" " + std::string(usual)));
-  EXPECT_FALSE(beginsWithHeader("\xEF\xBB\xBF" + std::string(usual)));
+  EXPECT_FALSE(beginsWithHeader(" " + std::string(kUsual)));
+  EXPECT_FALSE(beginsWithHeader("\xEF\xBB\xBF" + std::string(kUsual)));
   EXPECT_FALSE(beginsWithHeader("\t"));
   EXPECT_FALSE(beginsWithHeader(""));
 }
 
 TEST(HeaderSearch, TheLineFeedEndsTheLine) {
-  EXPECT_TRUE(beginsWithHeader(std::string(usual) + "\nnext"));
-  for (std::size_t i = 0; i < usual.find(": "); ++i) {
-    auto broken = std::string(usual);
+  EXPECT_TRUE(beginsWithHeader(std::string(kUsual) + "\nnext"));
+  for (std::size_t i = 0; i < kUsual.find(": "); ++i) {
+    auto broken = std::string(kUsual);
     broken.insert(i, 1, '\n');
     EXPECT_FALSE(beginsWithHeader(broken)) << i;
     broken.erase(i + 1, 1);
@@ -81,13 +81,13 @@ TEST(HeaderSearch, TheLineFeedEndsTheLine) {
 
 TEST(HeaderSearch, EveryLineCutShortOrWithOneCharacterLessAnswersAsICU) {
   HeaderOracle oracle;
-  for (std::size_t i = 0; i <= usual.size(); ++i) {
-    const auto start = usual.substr(0, i);
+  for (std::size_t i = 0; i <= kUsual.size(); ++i) {
+    const auto start = kUsual.substr(0, i);
     EXPECT_EQ(beginsWithHeader(start), oracle.isHeader(start)) << start;
-    auto without = std::string(usual);
+    auto without = std::string(kUsual);
     if (i < without.size()) without.erase(i, 1);
     EXPECT_EQ(beginsWithHeader(without), oracle.isHeader(without)) << without;
-    auto twice = std::string(usual);
+    auto twice = std::string(kUsual);
     if (i < twice.size()) twice.insert(i, 1, twice[i]);
     EXPECT_EQ(beginsWithHeader(twice), oracle.isHeader(twice)) << twice;
   }
@@ -157,11 +157,11 @@ TEST(HeaderSearch, RandomMutationsOfTheUsualLineAnswerAsICU) {
   std::mt19937 random(21);
   const auto alphabet = hostileAlphabet();
   for (int round = 0; round < 200000; ++round) {
-    std::string line(usual);
+    std::string line(kUsual);
     for (auto changes = random() % 3 + 1; changes > 0; --changes) {
       const std::size_t at = random() % 48;
       line.replace(at, random() % 2, alphabet[random() % alphabet.size()]);
-      if (!platform::isValidUTF8(line)) line = usual;
+      if (!platform::isValidUTF8(line)) line = kUsual;
     }
     ASSERT_EQ(beginsWithHeader(line), oracle.isHeader(line)) << line;
   }

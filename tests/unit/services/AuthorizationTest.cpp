@@ -21,9 +21,9 @@ namespace {
 
 using namespace platform;
 
-constexpr AuthorizationFlags allFlags = kAuthorizationFlagInteractionAllowed |
-                                        kAuthorizationFlagExtendRights |
-                                        kAuthorizationFlagPreAuthorize;
+constexpr AuthorizationFlags kAllFlags = kAuthorizationFlagInteractionAllowed |
+                                         kAuthorizationFlagExtendRights |
+                                         kAuthorizationFlagPreAuthorize;
 
 OSStatus ask(std::string_view right, const char* prompt, AuthorizationFlags flags,
              AuthorizationRef* reference) {
@@ -39,7 +39,7 @@ class AuthorizationTest : public testing::Test {
  protected:
   void SetUp() override { SystemRoot::setCurrent(SystemRoot("/nowhere/of/a/user")); }
   void TearDown() override { setAuthorizationAgent(nullptr); }
-  static constexpr std::string_view right = "com.apple.ServiceManagement.blesshelper";
+  static constexpr std::string_view kRight = "com.apple.ServiceManagement.blesshelper";
 };
 
 TEST_F(AuthorizationTest, AgentHearsThePromptAndGivesTheStatus) {
@@ -51,7 +51,7 @@ TEST_F(AuthorizationTest, AgentHearsThePromptAndGivesTheStatus) {
       return answer;
     });
     AuthorizationRef reference = nullptr;
-    EXPECT_EQ(ask(right, "L\xC3\xA4sst du das zu?", allFlags, &reference), answer);
+    EXPECT_EQ(ask(kRight, "L\xC3\xA4sst du das zu?", kAllFlags, &reference), answer);
     EXPECT_EQ(heard, "L\xC3\xA4sst du das zu?");
     EXPECT_EQ(reference != nullptr, answer == errAuthorizationSuccess);
   }
@@ -64,7 +64,7 @@ TEST_F(AuthorizationTest, WithoutAPromptThePlatformsOwnSentenceIsAsked) {
     return errAuthorizationSuccess;
   });
   AuthorizationRef reference = nullptr;
-  EXPECT_EQ(ask(right, nullptr, allFlags, &reference), errAuthorizationSuccess);
+  EXPECT_EQ(ask(kRight, nullptr, kAllFlags, &reference), errAuthorizationSuccess);
   EXPECT_EQ(heard, "An application wants to install or remove a helper.");
 }
 
@@ -72,8 +72,8 @@ TEST_F(AuthorizationTest, EachReferenceIsItsOwnAndStays) {
   setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
   AuthorizationRef first = nullptr;
   AuthorizationRef second = nullptr;
-  ask(right, nullptr, allFlags, &first);
-  ask(right, nullptr, allFlags, &second);
+  ask(kRight, nullptr, kAllFlags, &first);
+  ask(kRight, nullptr, kAllFlags, &second);
   EXPECT_NE(first, second);
   EXPECT_NO_THROW(checkAuthorization(first));
   EXPECT_NO_THROW(checkAuthorization(second));
@@ -88,24 +88,24 @@ TEST_F(AuthorizationTest, WithoutInteractionNobodyIsAsked) {
     return errAuthorizationSuccess;
   });
   AuthorizationRef reference = nullptr;
-  EXPECT_EQ(ask(right, nullptr, 0, &reference), errAuthorizationInteractionNotAllowed);
+  EXPECT_EQ(ask(kRight, nullptr, 0, &reference), errAuthorizationInteractionNotAllowed);
   EXPECT_EQ(reference, nullptr);
 }
 
 TEST_F(AuthorizationTest, OtherRightsAreDenied) {
   setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
   AuthorizationRef reference = nullptr;
-  EXPECT_EQ(ask("system.privilege.admin", nullptr, allFlags, &reference), errAuthorizationDenied);
-  EXPECT_EQ(AuthorizationCreate(nullptr, nullptr, allFlags, &reference), errAuthorizationDenied);
+  EXPECT_EQ(ask("system.privilege.admin", nullptr, kAllFlags, &reference), errAuthorizationDenied);
+  EXPECT_EQ(AuthorizationCreate(nullptr, nullptr, kAllFlags, &reference), errAuthorizationDenied);
   const AuthorizationRights none{0, nullptr};
-  EXPECT_EQ(AuthorizationCreate(&none, nullptr, allFlags, &reference), errAuthorizationDenied);
+  EXPECT_EQ(AuthorizationCreate(&none, nullptr, kAllFlags, &reference), errAuthorizationDenied);
 }
 
 TEST_F(AuthorizationTest, NoAgentAnswersForTheSystemRoot) {
   SystemRoot::setCurrent(SystemRoot("/"));
   setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
   AuthorizationRef reference = nullptr;
-  EXPECT_EQ(ask(right, nullptr, allFlags, &reference), errAuthorizationInteractionNotAllowed);
+  EXPECT_EQ(ask(kRight, nullptr, kAllFlags, &reference), errAuthorizationInteractionNotAllowed);
 }
 
 TEST_F(AuthorizationTest, WithoutAnAuthorizationNothingIsChanged) {
@@ -215,20 +215,21 @@ TEST_F(AuthorizationTest, NumbersAreThePlatforms) {
 TEST_F(AuthorizationTest, OnlyTheFlagOfInteractionAllowsAQuestion) {
   setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
   AuthorizationRef reference = nullptr;
-  EXPECT_EQ(ask(right, nullptr, allFlags & ~kAuthorizationFlagInteractionAllowed, &reference),
+  EXPECT_EQ(ask(kRight, nullptr, kAllFlags & ~kAuthorizationFlagInteractionAllowed, &reference),
             errAuthorizationInteractionNotAllowed);
-  EXPECT_EQ(ask(right, nullptr, kAuthorizationFlagInteractionAllowed, &reference),
+  EXPECT_EQ(ask(kRight, nullptr, kAuthorizationFlagInteractionAllowed, &reference),
             errAuthorizationSuccess);
 }
 
 TEST_F(AuthorizationTest, EveryRightThatIsAskedForMustBeKnown) {
   setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
-  const std::array<AuthorizationItem, 3> items{
-      {{right, 0, nullptr, 0}, {right, 0, nullptr, 0}, {"system.privilege.admin", 0, nullptr, 0}}};
+  const std::array<AuthorizationItem, 3> items{{{kRight, 0, nullptr, 0},
+                                                {kRight, 0, nullptr, 0},
+                                                {"system.privilege.admin", 0, nullptr, 0}}};
   const auto statusFor = [&](std::uint32_t count, const AuthorizationItem* first) {
     const AuthorizationRights rights{count, first};
     AuthorizationRef reference = nullptr;
-    return AuthorizationCreate(&rights, nullptr, allFlags, &reference);
+    return AuthorizationCreate(&rights, nullptr, kAllFlags, &reference);
   };
   EXPECT_EQ(statusFor(2, items.data()), errAuthorizationSuccess) << "the third is not of the set";
   EXPECT_EQ(statusFor(3, items.data()), errAuthorizationDenied);
@@ -238,16 +239,16 @@ TEST_F(AuthorizationTest, EveryRightThatIsAskedForMustBeKnown) {
 
 TEST_F(AuthorizationTest, WithoutAPlaceForTheReferenceTheStatusAloneComesBack) {
   setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
-  EXPECT_EQ(ask(right, nullptr, allFlags, nullptr), errAuthorizationSuccess);
-  EXPECT_EQ(ask("other", nullptr, allFlags, nullptr), errAuthorizationDenied);
+  EXPECT_EQ(ask(kRight, nullptr, kAllFlags, nullptr), errAuthorizationSuccess);
+  EXPECT_EQ(ask("other", nullptr, kAllFlags, nullptr), errAuthorizationDenied);
 }
 
 TEST_F(AuthorizationTest, AReferenceFromBeforeDoesNotOutliveARefusal) {
   setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
   AuthorizationRef reference = nullptr;
-  ASSERT_EQ(ask(right, nullptr, allFlags, &reference), errAuthorizationSuccess);
+  ASSERT_EQ(ask(kRight, nullptr, kAllFlags, &reference), errAuthorizationSuccess);
   ASSERT_NE(reference, nullptr);
-  EXPECT_EQ(ask("other", nullptr, allFlags, &reference), errAuthorizationDenied);
+  EXPECT_EQ(ask("other", nullptr, kAllFlags, &reference), errAuthorizationDenied);
   EXPECT_EQ(reference, nullptr);
 }
 
@@ -261,7 +262,7 @@ std::string heardPrompt(const AuthorizationEnvironment& environment) {
   const AuthorizationItem item{"com.apple.ServiceManagement.blesshelper", 0, nullptr, 0};
   const AuthorizationRights rights{1, &item};
   AuthorizationRef reference = nullptr;
-  AuthorizationCreate(&rights, &environment, allFlags, &reference);
+  AuthorizationCreate(&rights, &environment, kAllFlags, &reference);
   return heard;
 }
 
@@ -345,7 +346,7 @@ TEST_F(AuthorizationTest, WithoutAnAgentTheTerminalIsAsked) {
   if (child == 0) {
     ::setsid();  // there is none
     AuthorizationRef reference = nullptr;
-    const OSStatus status = ask(right, nullptr, allFlags, &reference);
+    const OSStatus status = ask(kRight, nullptr, kAllFlags, &reference);
     ::_exit(status == errAuthorizationInteractionNotAllowed ? 10 : 11);
   }
   int status = 0;

@@ -239,7 +239,7 @@ TEST_F(ServiceWithoutDaemon, OfAJobFileThatIsTooLargeIsNotOffered) {
     testsupport::writeFile(root_.jobFile("com.x"), file + std::string(size - file.size(), '\n'));
     return connect("com.x").reason;
   };
-  static_assert(maximumJobFileBytes == 65536);
+  static_assert(kMaximumJobFileBytes == 65536);
   EXPECT_THAT(padded(65536), HasSubstr("its job is there"));
   EXPECT_EQ(padded(65537), "no job offers it");
 }

@@ -370,8 +370,8 @@ TEST(RootFiles, ADescriptorIsReadFromItsFirstByte) {
 }
 
 TEST(RootFiles, LimitsAreThoseOfTheSystem) {
-  EXPECT_EQ(platform::maximumJobFileBytes, 65'536U);
-  EXPECT_EQ(platform::maximumHelperBytes, 67'108'864U);
+  EXPECT_EQ(platform::kMaximumJobFileBytes, 65'536U);
+  EXPECT_EQ(platform::kMaximumHelperBytes, 67'108'864U);
 }
 
 TEST(RootFiles, NamesAreSortedAndTheDirectoryIsLeftAsItIs) {
