@@ -62,7 +62,7 @@ class BinaryReader {
   }
 
   Known objectNumber(std::uint64_t number, std::size_t depth) {
-    if (number >= count_) fail("a reference to an object that is not there");
+    if (number >= count_) fail("a reference to a missing object");
     if (const auto known = known_.find(number); known != known_.end()) {
       if (!known->second.object) fail("an object that contains itself");
       if (depth + known->second.height > kPropertyListDepth) fail("nested too deeply");
@@ -114,7 +114,7 @@ class BinaryReader {
     std::size_t begin = offset + 1;
     if (count == 0xF) {
       if (begin >= table_ || bytes_[begin] >> 4 != 0x1 || (bytes_[begin] & 0xF) > 3) {
-        fail("a count that is no integer");
+        fail("a count that is not an integer");
       }
       const std::size_t width = std::size_t{1} << (bytes_[begin] & 0xF);
       count = integerAt(begin + 1, width);
@@ -168,13 +168,13 @@ class BinaryReader {
 
   static std::shared_ptr<NSObject> asciiString(std::string_view text) {
     const auto beyond = [](char c) { return static_cast<unsigned char>(c) >= 0x80; };
-    if (std::ranges::any_of(text, beyond)) fail("a string that is not in its encoding");
+    if (std::ranges::any_of(text, beyond)) fail("a string that is invalid in its encoding");
     return str(text);
   }
 
   static std::shared_ptr<NSObject> unicodeString(std::string_view text) {
     const auto converted = UTF8FromUTF16BigEndian(text);
-    if (!converted) fail("a string that is not in its encoding");
+    if (!converted) fail("a string that is invalid in its encoding");
     return str(*converted);
   }
 
@@ -218,7 +218,7 @@ class BinaryReader {
     entries.reserve(members);
     for (std::size_t i = 0; i < members; ++i) {
       const Known key = member(references, i, depth);
-      if (!objectCast<NSString>(key.object)) fail("a dictionary key that is no string");
+      if (!objectCast<NSString>(key.object)) fail("a dictionary key that is not a string");
       const Known value = member(references, members + i, depth);
       count(made, key);
       count(made, value);

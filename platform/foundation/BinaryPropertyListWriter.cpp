@@ -67,7 +67,7 @@ class BinaryWriter {
     }
     for (const auto& [key, value] : dictionary->entries()) {
       if (dynamic_cast<const NSString*>(key.get()) == nullptr) {
-        throw PropertyListFault("a dictionary key that is no string");
+        throw PropertyListFault("a dictionary key that is not a string");
       }
       references.push_back(number(*key, depth + 1));
     }
@@ -112,7 +112,7 @@ class BinaryWriter {
     } else if (dynamic_cast<const NSDictionary*>(item.object) != nullptr) {
       appendMarker(0xD, item.references.size() / 2);
     } else {
-      throw PropertyListFault("an object of the class " + std::string(item.object->className()));
+      throw PropertyListFault("an object of class " + std::string(item.object->className()));
     }
     for (const std::size_t reference : item.references) appendInteger(reference, referenceWidth_);
   }

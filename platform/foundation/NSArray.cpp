@@ -77,7 +77,7 @@ void NSArray::enumerateObjects(
   for (std::size_t i = 0; i < count(); ++i) {
     body(objectAtIndex(i));
     if (mutations() != before) {
-      throw NSGenericException("the array was changed while it was being walked");
+      throw NSGenericException("the array was changed during enumeration");
     }
   }
 }

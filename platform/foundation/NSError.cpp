@@ -41,8 +41,8 @@ std::shared_ptr<NSString> NSError::words() const {
 
 std::shared_ptr<NSString> NSError::localizedDescription() const {
   if (auto known = words()) return known;
-  return str("The operation failed, and no more is known than its error: " +
-             descriptionOf(domain_) + " " + std::to_string(code_) + ".");
+  return str("The operation failed; only the error code is known: " + descriptionOf(domain_) + " " +
+             std::to_string(code_) + ".");
 }
 
 std::string NSError::description() const {

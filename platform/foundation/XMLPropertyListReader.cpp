@@ -45,7 +45,7 @@ class XMLReader {
     auto root = value(tag, 0);
     if (wrapped) closingTag("plist");
     skipMisc();
-    if (!rest().empty()) fail("something behind its end");
+    if (!rest().empty()) fail("something after its end");
     return root;
   }
 
@@ -70,7 +70,7 @@ class XMLReader {
   bool skip(std::string_view begin, std::string_view end) {
     if (!rest().starts_with(begin)) return false;
     const auto found = text_.find(end, position_ + begin.size());
-    if (found == std::string_view::npos) fail("an end that is missing");
+    if (found == std::string_view::npos) fail("a missing end");
     position_ = found + end.size();
     return true;
   }
@@ -98,18 +98,17 @@ class XMLReader {
       } else if (c == '"' || c == '\'') {
         quote = c;
       } else if (c == '[') {
-        fail("a document type of its own");
+        fail("an internal document type definition");
       } else if (c == '>') {
         return position + 1;
       }
     }
-    fail("an end that is missing");
+    fail("a missing end");
   }
 
   Tag openingTag() {
     skipMisc();
-    if (!rest().starts_with('<'))
-      fail(rest().empty() ? "an end that is missing" : "text between elements");
+    if (!rest().starts_with('<')) fail(rest().empty() ? "a missing end" : "text between elements");
     const std::size_t end = endOfMarkup(position_);
     std::string_view inside = text_.substr(position_ + 1, end - position_ - 2);
     position_ = end;
@@ -124,12 +123,12 @@ class XMLReader {
   }
 
   void closingTag(std::string_view name) {
-    if (!atClosingTag()) fail("an end that is missing");
+    if (!atClosingTag()) fail("a missing end");
     position_ += 2;
-    if (!rest().starts_with(name)) fail("an end that does not fit its beginning");
+    if (!rest().starts_with(name)) fail("an end tag that does not match its start tag");
     position_ += name.size();
     position_ = std::min(text_.find_first_not_of(kBlanks, position_), text_.size());
-    if (!rest().starts_with('>')) fail("an end that does not fit its beginning");
+    if (!rest().starts_with('>')) fail("an end tag that does not match its start tag");
     ++position_;
   }
 
@@ -204,7 +203,7 @@ class XMLReader {
   // Here, unlike between elements, blanks before the closing tag belong to the text.
   void closingTagHere(std::string_view name) {
     if (!rest().starts_with("</"))
-      fail(rest().empty() ? "an end that is missing" : "an element within text");
+      fail(rest().empty() ? "a missing end" : "an element within text");
     closingTag(name);
   }
 
@@ -224,7 +223,7 @@ class XMLReader {
         return;
       }
     }
-    fail("an entity that is not known");
+    fail("an unknown entity");
   }
 
   static char32_t characterNumbered(std::string_view number) {
@@ -233,7 +232,7 @@ class XMLReader {
     const auto code = integerOf<std::uint32_t>(number, hexadecimal ? 16 : 10);
     if (!code || *code > 0x10FFFF || (*code >= 0xD800 && *code <= 0xDFFF) ||
         !isXMLCharacter(*code)) {
-      fail("a reference to no character");
+      fail("a reference to an invalid character");
     }
     return *code;
   }
@@ -253,7 +252,7 @@ class XMLReader {
     const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
     if (hexadecimal) text.remove_prefix(2);
     const auto magnitude = integerOf<std::uint64_t>(text, hexadecimal ? 16 : 10);
-    if (!magnitude) fail("an integer that is none, or of more than 64 bits");
+    if (!magnitude) fail("a malformed integer, or one of more than 64 bits");
     constexpr auto largest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
     if (negative && *magnitude > largest + 1) fail("an integer of more than 64 bits");
     if (!negative && *magnitude > largest) return NSNumber::numberWithUnsignedLongLong(*magnitude);
@@ -266,19 +265,19 @@ class XMLReader {
     double number = 0;
     const char* const end = text.data() + text.size();
     const auto [stopped, error] = std::from_chars(text.data(), end, number);
-    if (text.empty() || error != std::errc() || stopped != end) fail("a real that is none");
+    if (text.empty() || error != std::errc() || stopped != end) fail("a malformed real");
     return NSNumber::numberWithDouble(number);
   }
 
   static std::shared_ptr<NSObject> date(std::string_view text) {
     const auto seconds = propertyListDate(text);
-    if (!seconds) fail("a date that is none");
+    if (!seconds) fail("a malformed date");
     return NSDate::dateWithTimeIntervalSinceReferenceDate(*seconds);
   }
 
   static std::shared_ptr<NSObject> data(std::string_view text) {
     const auto bytes = bytesOfBase64(text);
-    if (!bytes) fail("data that is not in its encoding");
+    if (!bytes) fail("data that is not valid Base64");
     return NSData::dataWithBytes(*bytes);
   }
 

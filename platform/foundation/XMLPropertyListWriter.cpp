@@ -53,7 +53,7 @@ class XMLWriter {
       if (!isPropertyListDate(seconds)) throw PropertyListFault("a date out of range");
       appendElement("date", propertyListDateText(seconds));
     } else {
-      throw PropertyListFault("an object of the class " + std::string(object.className()));
+      throw PropertyListFault("an object of class " + std::string(object.className()));
     }
   }
 
@@ -83,7 +83,7 @@ class XMLWriter {
     if (!openContainer("dict", dictionary.count(), depth)) return;
     for (const auto& [key, value] : dictionary.entries()) {
       const auto* name = dynamic_cast<const NSString*>(key.get());
-      if (name == nullptr) throw PropertyListFault("a dictionary key that is no string");
+      if (name == nullptr) throw PropertyListFault("a dictionary key that is not a string");
       countObject();
       text_.append(depth + 1, '\t');
       appendElement("key", escaped(name->UTF8String()));

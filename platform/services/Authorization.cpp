@@ -109,9 +109,9 @@ std::string ownProgram() {
 /// on one line, so that it cannot look like one of the question's own lines.
 std::string question(std::string_view prompt) {
   std::string text =
-      "A program asks for leave to install, replace or remove a privileged helper.\n";
+      "A program asks for permission to install, replace or remove a privileged helper.\n";
   text += "  program   " + ownProgram() + "\n";
-  text += "  below     " + printableLine(SystemRoot::current().path().string()) + "\n";
+  text += "  root      " + printableLine(SystemRoot::current().path().string()) + "\n";
   if (prompt != kOwnPrompt) {
     std::string words(prompt);
     std::replace(words.begin(), words.end(), '\n', ' ');
@@ -128,7 +128,7 @@ OSStatus takeAnswer(int terminal) {
     if (const auto status = statusOfAnswer(answer)) return *status;
     if (attempt == attempts) break;
     writeAll(terminal, "\"" + printableLine(answer, kMaxEchoedCharacters) +
-                           "\" is no answer. y: yes, n or Enter: no, c: cancel > ");
+                           "\" is not an answer. y: yes, n or Enter: no, c: cancel > ");
   }
   writeAll(terminal, "That is taken as no.\n");
   return errAuthorizationDenied;

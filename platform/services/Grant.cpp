@@ -65,7 +65,7 @@ std::optional<ControlConnection> takeConnection(const AuthorizationRef& authoriz
   if (!std::exchange(each.isUsed, true)) return std::nullopt;
   if (!each.connection) {
     throw ServiceError(ServiceErrorCode::NotPermitted,
-                       "this authorization has been used up; ask for a new one");
+                       "this authorization has already been used; ask for a new one");
   }
   std::erase(authorizations().open, &each);
   return std::exchange(each.connection, std::nullopt);

@@ -35,7 +35,7 @@ std::string daemonProgram() {
   const auto bundle = NSBundle::mainBundle()->bundlePath();
   if (!bundle)
     throw ServiceError(ServiceErrorCode::DaemonUnavailable,
-                       "the main bundle is unknown, and so is its job daemon");
+                       "cannot find the job daemon: the main bundle's path is unknown");
   return bundle->UTF8String() + "/Contents/Helpers/wlhid-jobd";
 }
 
@@ -61,7 +61,7 @@ std::string readiness(int pipe) {
     std::array<char, 512> buffer{};
     const ssize_t got = ::read(pipe, buffer.data(), buffer.size());
     if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) return said.empty() ? "it ended before it was ready" : said;
+    if (got <= 0) return said.empty() ? "it exited before it was ready" : said;
     said.append(buffer.data(), static_cast<std::size_t>(got));
     if (said.size() > 4096) break;
   }
@@ -125,7 +125,7 @@ void checkOwner(const FileDescriptor& socket, const SystemRoot& root) {
   const auto peer = peerCredentials(socket.get());
   if (peer && isTrustedUser(peer->user)) return;
   throw ServiceError(ServiceErrorCode::NotPermitted,
-                     "the job daemon of " + root.path().string() + " belongs to somebody else");
+                     "the job daemon of " + root.path().string() + " belongs to another user");
 }
 
 }  // namespace
@@ -212,7 +212,7 @@ bool ControlConnection::hasEnded() const {
 ControlReply ControlConnection::ask(const ControlRequest& request, int descriptor) {
   if (auto reply = tryAsk(request, descriptor)) return std::move(*reply);
   throw ServiceError(ServiceErrorCode::DaemonUnavailable,
-                     "the job daemon ended the connection before it answered; try again");
+                     "the job daemon closed the connection before it answered; try again");
 }
 
 std::pair<ControlConnection, ControlReply> JobDaemon::openWith(const ControlRequest& request,
@@ -227,7 +227,7 @@ std::pair<ControlConnection, ControlReply> JobDaemon::openWith(const ControlRequ
       return {std::move(connection), std::move(*reply)};
   }
   throw ServiceError(ServiceErrorCode::DaemonUnavailable,
-                     "the job daemon ended before it answered");
+                     "the job daemon exited before it answered");
 }
 
 ControlReply JobDaemon::ask(const ControlRequest& request, int descriptor) const {

@@ -41,11 +41,11 @@ std::optional<std::vector<std::string>> programArguments(const NSDictionary& job
   for (std::size_t i = 0; i < array->count(); ++i) {
     const auto argument = text(array->objectAtIndex(i));
     if (!argument || argument->find('\0') != std::string::npos)
-      return refuse(reason, "one of its ProgramArguments is no text");
+      return refuse(reason, "one of its ProgramArguments is not a string");
     arguments.push_back(*argument);
   }
   if (arguments.front().empty() || arguments.front().front() != '/') {
-    return refuse(reason, "its program is no absolute path");
+    return refuse(reason, "its program is not an absolute path");
   }
   return arguments;
 }
@@ -63,7 +63,7 @@ std::shared_ptr<NSDictionary> jobDictionary(std::span<const std::uint8_t> bytes,
       NSData::dataWithBytes(bytes), 0, nullptr, nullptr);
   auto dictionary = objectCast<NSDictionary>(list);
   if (!dictionary) {
-    refuse(reason, "it is no property list with a dictionary");
+    refuse(reason, "it is not a property list with a dictionary");
     return nullptr;
   }
   if (text(dictionary->objectForKey("Label")) != label) {
@@ -96,14 +96,14 @@ std::optional<std::vector<std::string>> machServices(const NSDictionary& job,
   for (const auto& [key, value] : dictionary->entries()) {
     const auto name = text(key);
     if (!name || !SystemRoot::isValidLabel(*name))
-      return refuse(reason, "one of its MachServices has no valid name");
+      return refuse(reason, "one of its MachServices has an invalid name");
     if (*name == "jobd") return refuse(reason, "the service name \"jobd\" is taken");
     if (!mayOffer(label, *name))
       return refuse(reason, "the service " + *name + " is not its own: it may offer " +
                                 std::string(label) + " and names below that");
     if (isOffered(value)) services.push_back(*name);
   }
-  if (services.empty()) return refuse(reason, "it offers none of its MachServices");
+  if (services.empty()) return refuse(reason, "none of its MachServices is enabled");
   if (services.size() > kMaximumServices) return refuse(reason, "it has too many MachServices");
   return services;
 }

@@ -56,8 +56,8 @@ ServiceError writable(const std::string& name, mode_t mode) {
   std::snprintf(octal.data(), octal.size(), "%04o", mode & 07777U);
   return {ServiceErrorCode::NotPermitted,
           name + " can be written by others (mode " + octal.data() +
-              "), who could decide what is run: take that away with chmod go-w, or choose another "
-              "root with --root DIR"};
+              "), who could decide what is run: remove the permission with chmod go-w, or choose "
+              "another root with --root DIR"};
 }
 
 /// Checks a directory on the path to a root, or the root itself: only trusted users may decide what
@@ -71,7 +71,7 @@ void checkIsTrusted(int directory, const std::string& name, bool isRoot) {
                            "it points to, with --root DIR");
   }
   if (!S_ISDIR(status.st_mode))
-    throw ServiceError(ServiceErrorCode::FileSystem, name + " is no directory");
+    throw ServiceError(ServiceErrorCode::FileSystem, name + " is not a directory");
   if (!isTrustedUser(status.st_uid)) throw foreign(name, status.st_uid);
   const bool isHarmless = !isRoot && (status.st_mode & S_ISVTX) != 0;
   if ((status.st_mode & kWritableByOthers) != 0 && !isHarmless)
@@ -158,7 +158,7 @@ std::size_t checkedSize(int descriptor, const std::string& name, std::size_t max
   struct stat status {};
   if (::fstat(descriptor, &status) != 0) throw fileSystemError("cannot examine " + name, errno);
   if (!S_ISREG(status.st_mode))
-    throw ServiceError(ServiceErrorCode::FileSystem, name + " is no regular file");
+    throw ServiceError(ServiceErrorCode::FileSystem, name + " is not a regular file");
   if (static_cast<std::uint64_t>(status.st_size) > maximumBytes) {
     throw ServiceError(ServiceErrorCode::FileSystem,
                        name + " is larger than " + std::to_string(maximumBytes) + " bytes");
@@ -224,7 +224,7 @@ std::vector<std::uint8_t> readDescriptor(int descriptor, const std::string& name
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) throw fileSystemError("cannot read " + name, errno);
     if (got == 0)
-      throw ServiceError(ServiceErrorCode::FileSystem, name + " became shorter while it was read");
+      throw ServiceError(ServiceErrorCode::FileSystem, name + " shrank while it was being read");
     have += static_cast<std::size_t>(got);
   }
   return bytes;

@@ -51,7 +51,7 @@ bool isOffered(const SystemRoot& root, std::string_view service) {
 ServiceConnectResult checkedEndpoint(FileDescriptor socket) {
   const auto peer = peerCredentials(socket.get());
   if (peer && isTrustedUser(peer->user)) return {Outcome::Connected, socket.release(), {}};
-  return failure(Outcome::Refused, "the endpoint belongs to somebody else");
+  return failure(Outcome::Refused, "the endpoint belongs to another user");
 }
 
 /// Whether descriptors or memory have run out, in this process or in the system.
@@ -94,7 +94,7 @@ class RootEndpoints final : public ServiceEndpoints {
  public:
   ServiceConnectResult connectToService(std::string_view service) override try {
     if (!SystemRoot::isValidLabel(service))
-      return failure(Outcome::UnknownName, "it is no valid service name");
+      return failure(Outcome::UnknownName, "it is not a valid service name");
     return connectWithin(SystemRoot::current(), service);
   } catch (const ServiceError& error) {
     if (isShortage(error.systemError())) return failure(Outcome::TryAgain, error.what());
@@ -112,8 +112,9 @@ class RootEndpoints final : public ServiceEndpoints {
       if (!isOffered(root, service)) return failure(Outcome::UnknownName, "no job offers it");
       JobDaemon(root).ensureRunning();
     }
-    return failure(Outcome::UnknownName,
-                   "its job is there, but the job daemon does not listen for it (see its log)");
+    return failure(
+        Outcome::UnknownName,
+        "its job is installed, but the job daemon is not listening for it (see its log)");
   }
 };
 

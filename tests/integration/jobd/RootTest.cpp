@@ -79,7 +79,7 @@ TEST_F(Root, AProgramThatIsMissingIsNamed) {
 
 TEST_F(Root, AProgramThatIsNoDaemonIsNoticed) {
   ::setenv("WLHID_JOBD", BARE_DAEMON, 1);
-  EXPECT_THAT(refusal().what(), HasSubstr("it ended before it was ready"));
+  EXPECT_THAT(refusal().what(), HasSubstr("it exited before it was ready"));
 }
 
 TEST_F(Root, TheDaemonsOwnReasonReachesTheApplication) {

@@ -98,9 +98,9 @@ TEST(WritingPropertyLists, RefusesWhatNoListHoldsAndSaysWhat) {
   for (const auto format : kFormats) {
     EXPECT_EQ(written(nullptr, format), std::string(kRefusal) + "no object");
     EXPECT_EQ(written(array({NSURL::URLWithString(str("a:b"))}), format),
-              std::string(kRefusal) + "an object of the class NSURL");
+              std::string(kRefusal) + "an object of class NSURL");
     EXPECT_EQ(written(dictionary({{integer(1), str("a")}}), format),
-              std::string(kRefusal) + "a dictionary key that is no string");
+              std::string(kRefusal) + "a dictionary key that is not a string");
     EXPECT_EQ(written(date(1e300), format), std::string(kRefusal) + "a date out of range");
     EXPECT_EQ(written(date(std::numeric_limits<double>::quiet_NaN()), format),
               std::string(kRefusal) + "a date out of range");

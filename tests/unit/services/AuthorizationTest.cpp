@@ -156,10 +156,10 @@ TEST_F(AuthorizationTest, TerminalNamesWhoAsksForWhatAndWhere) {
   EXPECT_EQ(run.status, 10);
   EXPECT_THAT(
       run.screen,
-      testing::StartsWith("A program asks for leave to install, replace or remove a "
+      testing::StartsWith("A program asks for permission to install, replace or remove a "
                           "privileged helper.\r\n  program   " +
                           std::filesystem::read_symlink("/proc/self/exe").string() + " (process "));
-  EXPECT_THAT(run.screen, testing::HasSubstr("\r\n  below     /nowhere/of/a/user\r\n"));
+  EXPECT_THAT(run.screen, testing::HasSubstr("\r\n  root      /nowhere/of/a/user\r\n"));
   EXPECT_THAT(run.screen, testing::HasSubstr("\r\n  it says   May it?\r\n"));
   EXPECT_THAT(run.screen, testing::HasSubstr("Allow it? y: yes, n or Enter: no, c: cancel > "));
 }
@@ -176,7 +176,7 @@ TEST_F(AuthorizationTest, TerminalAsksAgainAfterATypoAndThenTakesItAsNo) {
   const TerminalRun run = runOnTerminal({"t\n", "yy\n", "y\n"});
   EXPECT_EQ(run.status, 10);
   EXPECT_THAT(run.screen,
-              testing::HasSubstr("\"t\" is no answer. y: yes, n or Enter: no, c: cancel > "));
+              testing::HasSubstr("\"t\" is not an answer. y: yes, n or Enter: no, c: cancel > "));
   const TerminalRun never = runOnTerminal({"t\n", "t\n", "t\n"});
   EXPECT_EQ(never.status, 5);
   EXPECT_THAT(never.screen, testing::HasSubstr("That is taken as no.\r\n"));
@@ -298,8 +298,8 @@ TEST_F(AuthorizationTest, TerminalReadsSoMuchOfALineAndEchoesLess) {
   EXPECT_EQ(runOnTerminal({"\ty\t\n"}).status, 10);
   const TerminalRun run =
       runOnTerminal({"abcdefghijklmnopqrst\n", "abcdefghijklmnopqrstu\n", "n\n"});
-  EXPECT_THAT(run.screen, testing::HasSubstr("\"abcdefghijklmnopqrst\" is no answer. "));
-  EXPECT_THAT(run.screen, testing::HasSubstr("\"abcdefghijklmnopqrs\u2026\" is no answer. "));
+  EXPECT_THAT(run.screen, testing::HasSubstr("\"abcdefghijklmnopqrst\" is not an answer. "));
+  EXPECT_THAT(run.screen, testing::HasSubstr("\"abcdefghijklmnopqrs\u2026\" is not an answer. "));
 }
 
 TEST_F(AuthorizationTest, AnswersAreTakenInAnyCase) {

@@ -114,7 +114,7 @@ TEST_F(DaemonStart, ItsOwnWordsAreTheCauseTheirFirstLine) {
   program("printf 'half a line' >&3");
   EXPECT_EQ(failure(), "the job daemon did not start: half a line");
   program("exit 0");
-  EXPECT_EQ(failure(), "the job daemon did not start: it ended before it was ready");
+  EXPECT_EQ(failure(), "the job daemon did not start: it exited before it was ready");
   EXPECT_TRUE(hasNoChild());
 }
 
@@ -154,7 +154,7 @@ TEST_F(DaemonStart, OneThatNeverListensIsStartedThreeTimes) {
     ADD_FAILURE() << "it answered";
   } catch (const ServiceError& error) {
     EXPECT_EQ(error.code(), ServiceErrorCode::DaemonUnavailable);
-    EXPECT_STREQ(error.what(), "the job daemon ended before it answered");
+    EXPECT_STREQ(error.what(), "the job daemon exited before it answered");
   }
   EXPECT_EQ(readFile(said_), "started\nstarted\nstarted\n");
 }
@@ -210,7 +210,7 @@ TEST_F(ServiceWithoutDaemon, ThatAJobOffersGetsTheDaemonStartedThreeTimesAtMost)
     EXPECT_EQ(result.outcome, ServiceConnectResult::Outcome::UnknownName);
     EXPECT_EQ(result.descriptor, -1);
     EXPECT_EQ(result.reason,
-              "its job is there, but the job daemon does not listen for it (see its log)");
+              "its job is installed, but the job daemon is not listening for it (see its log)");
     EXPECT_EQ(readFile(said_), "started\nstarted\nstarted\n") << service;
     fs::remove(said_);
   }
@@ -240,7 +240,7 @@ TEST_F(ServiceWithoutDaemon, OfAJobFileThatIsTooLargeIsNotOffered) {
     return connect("com.x").reason;
   };
   static_assert(kMaximumJobFileBytes == 65536);
-  EXPECT_THAT(padded(65536), HasSubstr("its job is there"));
+  EXPECT_THAT(padded(65536), HasSubstr("its job is installed"));
   EXPECT_EQ(padded(65537), "no job offers it");
 }
 

@@ -59,7 +59,7 @@ TEST_F(InstalledJob, IsNoneWithoutARootOrAFile) {
   EXPECT_EQ(whyNone(), "there is no job file " + root_.jobFile("com.x").string());
   writeFile(root_.jobFile("com.x"), "garbage");
   EXPECT_EQ(whyNone(),
-            root_.jobFile("com.x").string() + ": it is no property list with a dictionary");
+            root_.jobFile("com.x").string() + ": it is not a property list with a dictionary");
 }
 
 TEST_F(InstalledJob, ThatNamesNoProgramIsOneThatCannotBeStarted) {
@@ -136,9 +136,9 @@ TEST_F(ServiceManagement, WrongArgumentsAreNamed) {
     EXPECT_EQ(wordsOf(error), wordsOf(same));
     return wordsOf(error);
   };
-  EXPECT_EQ(words("other", str("com.x")), "there is no such domain of jobs");
-  EXPECT_EQ(words(kSMDomainSystemLaunchd, nullptr), "this is no valid label of a job");
-  EXPECT_EQ(words(kSMDomainSystemLaunchd, str("a/b")), "this is no valid label of a job");
+  EXPECT_EQ(words("other", str("com.x")), "there is no such job domain");
+  EXPECT_EQ(words(kSMDomainSystemLaunchd, nullptr), "this is not a valid job label");
+  EXPECT_EQ(words(kSMDomainSystemLaunchd, str("a/b")), "this is not a valid job label");
 }
 
 TEST_F(ServiceManagement, WithoutAnAuthorizationNobodyIsAsked) {

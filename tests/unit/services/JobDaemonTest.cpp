@@ -178,7 +178,7 @@ TEST(ControlConnection, AnAnswerThatIsNoneIsNamed) {
   for (const auto& cut : {std::vector<std::uint8_t>{}, {1, 0}, {2, 0, 0, 0, 'x'}}) {
     EXPECT_EQ(failureOf(cut).code(), Code::DaemonUnavailable);
     EXPECT_STREQ(failureOf(cut).what(),
-                 "the job daemon ended the connection before it answered; try again");
+                 "the job daemon closed the connection before it answered; try again");
   }
 }
 

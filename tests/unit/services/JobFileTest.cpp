@@ -59,10 +59,10 @@ TEST(JobFile, OfAnotherLabelIsNoJob) {
 }
 
 TEST(JobFile, ThatIsNoPropertyListIsNoJob) {
-  EXPECT_EQ(refusal(""), "it is no property list with a dictionary");
-  EXPECT_EQ(refusal("garbage"), "it is no property list with a dictionary");
+  EXPECT_EQ(refusal(""), "it is not a property list with a dictionary");
+  EXPECT_EQ(refusal("garbage"), "it is not a property list with a dictionary");
   EXPECT_EQ(refusal("<plist version=\"1.0\"><array/></plist>"),
-            "it is no property list with a dictionary");
+            "it is not a property list with a dictionary");
 }
 
 TEST(JobFile, NeedsAnAbsoluteProgram) {
@@ -71,10 +71,10 @@ TEST(JobFile, NeedsAnAbsoluteProgram) {
             "it has no ProgramArguments");
   EXPECT_EQ(refusal(document(kLabel + kServices +
                              "<key>ProgramArguments</key><array><string>x</string></array>")),
-            "its program is no absolute path");
+            "its program is not an absolute path");
   EXPECT_EQ(refusal(document(kLabel + kServices +
                              "<key>ProgramArguments</key><array><integer>1</integer></array>")),
-            "one of its ProgramArguments is no text");
+            "one of its ProgramArguments is not a string");
 }
 
 TEST(JobFile, NeedsAValidServiceThatIsOffered) {
@@ -82,9 +82,9 @@ TEST(JobFile, NeedsAValidServiceThatIsOffered) {
     return refusal(
         document(kLabel + kProgram + "<key>MachServices</key><dict>" + entries + "</dict>"));
   };
-  EXPECT_EQ(with(""), "it offers none of its MachServices");
-  EXPECT_EQ(with("<key>com.x</key><false/>"), "it offers none of its MachServices");
-  EXPECT_EQ(with("<key>../x</key><true/>"), "one of its MachServices has no valid name");
+  EXPECT_EQ(with(""), "none of its MachServices is enabled");
+  EXPECT_EQ(with("<key>com.x</key><false/>"), "none of its MachServices is enabled");
+  EXPECT_EQ(with("<key>../x</key><true/>"), "one of its MachServices has an invalid name");
   EXPECT_EQ(with("<key>jobd</key><true/>"), "the service name \"jobd\" is taken");
   EXPECT_EQ(with("<key>com.x</key><dict/>"), "");
   std::string many;
@@ -143,13 +143,14 @@ TEST(JobFile, AnArgumentHoldsNoNul) {
     return parseJobFile(data->span(), "com.x", &reason) ? "" : reason;
   };
   EXPECT_EQ(withArgument("plain"), "");
-  EXPECT_EQ(withArgument(std::string_view("a\0b", 3)), "one of its ProgramArguments is no text");
+  EXPECT_EQ(withArgument(std::string_view("a\0b", 3)),
+            "one of its ProgramArguments is not a string");
 }
 
 TEST(JobFile, AnEmptyProgramIsNoPath) {
   EXPECT_EQ(refusal(document(kLabel + kServices +
                              "<key>ProgramArguments</key><array><string></string></array>")),
-            "its program is no absolute path");
+            "its program is not an absolute path");
 }
 
 TEST(JobFile, WhyItIsNoneNeedNotBeAsked) {
@@ -162,7 +163,7 @@ TEST(JobFile, AServiceOfAnotherKindThanTrueOrOptionsIsNotOffered) {
   EXPECT_EQ(refusal(document(kLabel + kProgram +
                              "<key>MachServices</key><dict><key>com.x</key><string>yes</string>"
                              "</dict>")),
-            "it offers none of its MachServices");
+            "none of its MachServices is enabled");
   EXPECT_EQ(refusal(document(kLabel + kProgram)), "it has no MachServices");
 }
 

@@ -107,8 +107,8 @@ TEST_F(RootDirectory, ARootThatOthersCanWriteIsRefusedStickyOrNot) {
 
 TEST_F(RootDirectory, AFileInItsPlaceOrAboveItIsNoDirectory) {
   testsupport::writeFile(directory_ / "file", "x");
-  EXPECT_THAT(used(directory_ / "file"), HasSubstr("is no directory"));
-  EXPECT_THAT(kept(directory_ / "file/root"), HasSubstr("is no directory"));
+  EXPECT_THAT(used(directory_ / "file"), HasSubstr("is not a directory"));
+  EXPECT_THAT(kept(directory_ / "file/root"), HasSubstr("is not a directory"));
 }
 
 TEST_F(RootDirectory, OfAnotherUserIsRefusedAndWhoseItIsIsSaid) {
@@ -259,7 +259,7 @@ TEST_F(RootDirectory, BelowWhatIsNoDirectoryNothingIsMade) {
   EXPECT_EQ(used(directory_ / "file/root"),
             "not a refusal: the directory " + (directory_ / "file").string() +
                 " above the system root " + (directory_ / "file/root").string() +
-                " is no directory");
+                " is not a directory");
 }
 
 TEST_F(RootDirectory, WhatIsNotOpenCannotBeExamined) {

@@ -284,7 +284,7 @@ TEST(ServiceEndpoints, WhatIsNoServiceNameIsSaidToBeNone) {
   const TemporaryDirectory directory;
   platform::SystemRoot::setCurrent(platform::SystemRoot(directory.path()));
   const auto endpoints = platform::serviceEndpoints().load();
-  EXPECT_EQ(endpoints->connectToService("../x").reason, "it is no valid service name");
+  EXPECT_EQ(endpoints->connectToService("../x").reason, "it is not a valid service name");
   EXPECT_EQ(endpoints->connectToService("com.x").reason, "no job offers it");
   fs::create_directories(directory.path() / "Library/LaunchDaemons");
   EXPECT_EQ(endpoints->connectToService("com.x").reason, "no job offers it");
@@ -340,13 +340,13 @@ TEST(RootFiles, WhatIsWrongWithAFileIsSaid) {
     return "";
   };
   EXPECT_EQ(failure("file", 4), "file is larger than 4 bytes");
-  EXPECT_EQ(failure(".", 4), ". is no regular file");
+  EXPECT_EQ(failure(".", 4), ". is not a regular file");
   EXPECT_EQ(failure("link", 5), "cannot open link: Too many levels of symbolic links");
   piecewise::limitReads({2, 1});
   const auto bytes = platform::readFileIn(root.get(), "file", 5);
   EXPECT_EQ(std::string(bytes->begin(), bytes->end()), "12345");
   piecewise::limitReads({2, 0});
-  EXPECT_EQ(failure("file", 5), "file became shorter while it was read");
+  EXPECT_EQ(failure("file", 5), "file shrank while it was being read");
 }
 
 TEST(RootFiles, ADescriptorIsReadFromItsFirstByte) {
