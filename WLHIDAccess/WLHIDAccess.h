@@ -1,10 +1,10 @@
-// All that an application includes: the client object with its delegate and what comes to it, the
-// installation of the router and the notification of its changes, the shared logger, the log module
-// for diagnostic reports, and the framework's own version.
+// The one header that an application includes: the client object, its delegate and the input it
+// receives; installing the router and the notification when that changes; the shared logger; the
+// log module for diagnostic reports; and the framework's version.
 //
 //   #include "WLHIDAccess/WLHIDAccess.h"
 //
-// Threading, Ownership, Errors, Order: see each header; the whole picture is in docs/threading.md.
+// Threading, Ownership, Errors, Order: see each header; docs/threading.md has the overview.
 #pragma once
 
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
@@ -18,5 +18,5 @@
 
 /// The framework's version as a number: 1.0.
 extern "C" const double WLHIDAccessVersionNumber;
-/// The framework's version as what(1) and a reader of the binary find it; ends with a line feed.
+/// The framework's version in the form that what(1) finds in the binary; ends with a line feed.
 extern "C" const char WLHIDAccessVersionString[];

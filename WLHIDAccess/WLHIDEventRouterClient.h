@@ -1,25 +1,25 @@
-// One client object receives the input of one HID device, by way of the HID event router.
+// A client object receives the input of one HID device through the HID event router.
 //
 //   using Client = WLHIDEventRouterClient;
 //   auto client = Client::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
 //       id, /*deviceMode=*/0, /*tagDictionary=*/nullptr, /*typeDictionary=*/nullptr);
 //   client->setDelegate(delegate);  // held weakly
-//   client->setStarted(true);       // statuses, errors and input come to the delegate
-//   client->setStarted(false);      // stop request, then the connection is closed
+//   client->setStarted(true);       // the delegate receives statuses, errors and input
+//   client->setStarted(false);      // sends a stop request, then closes the connection
 //
 // Threading: any thread. setStarted runs on the caller's thread and calls the delegate there;
-//   everything that comes from the router arrives on the connection's queue. No lock is held while
-//   the delegate or an observer runs.
+//   everything from the router arrives on the connection's queue. No lock is held while the
+//   delegate or an observer runs.
 // Ownership: the application owns the client. The client holds its delegate weakly. A pending start
 //   request keeps the client alive until it is answered. Releasing the last reference closes the
 //   connection.
 // Errors: the router's errors go to hidEventRouterClient_handleError, unchanged; everything else is
 //   logged through KQLogger.
 // Order: see WLHIDEventRouterClientDelegate.h. Changes of "started", "eventRouterStatus" and
-//   "clientStatus" are announced by key-value observing, will-change before and did-change after
-//   everything that the change sets off.
-// Forks: a client belongs to the process that made it. In a child it does nothing: it can be
-//   released, and a new one made.
+//   "clientStatus" are announced by key-value observing: will-change before and did-change after
+//   everything that the change triggers.
+// Forks: a client belongs to the process that created it. In a child it does nothing: release it
+//   and create a new one.
 #pragma once
 
 #include <cstdint>
@@ -36,7 +36,7 @@
 #include "platform/foundation/NSString.h"
 #include "platform/kit/KQLogTagging.h"
 
-/// Posted on the default notification center, object null, after each successful install or
+/// Posted on the default notification center, with a null object, after each successful install or
 /// uninstall.
 inline constexpr std::string_view WLHIDEventRouterClientInstallationStatusChanged =
     "WLHIDEventRouterClientInstallationStatusChanged";
@@ -49,19 +49,19 @@ class WLHIDEventRouterClient final : public platform::NSObject,
   using CompletionHandler =
       std::function<void(bool success, const std::shared_ptr<platform::NSError>& error)>;
 
-  /// Whether the router is installed in the version of the application's own copy. Asked afresh on
+  /// Whether the installed router has the same version as the application's copy. Checked afresh on
   /// every call.
   static bool isInstalled();
-  /// Installs the router behind an authorization question with `prompt` (null: the system's own
-  /// text). Synchronous: the handler (may be empty) is called before this returns, then, on
-  /// success, the notification is posted.
+  /// Asks for authorization with `prompt` (null: the system's own text), then installs the router.
+  /// Synchronous: the handler (may be empty) is called before this returns; on success the
+  /// notification is posted after it.
   static void installWithPrompt_completionHandler(const std::shared_ptr<platform::NSString>& prompt,
                                                   const CompletionHandler& handler);
   static void uninstallWithPrompt_completionHandler(
       const std::shared_ptr<platform::NSString>& prompt, const CompletionHandler& handler);
 
   /// Opens no connection and starts nothing. Any ID and null dictionaries are accepted. The
-  /// dictionaries are shared, not copied, and reach the router as they are.
+  /// dictionaries are shared, not copied, and passed to the router unchanged.
   static std::shared_ptr<WLHIDEventRouterClient>
   initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
       std::uint64_t registryEntryID, std::uint64_t deviceMode,
@@ -79,12 +79,12 @@ class WLHIDEventRouterClient final : public platform::NSObject,
 
   /// Null once the delegate is gone.
   [[nodiscard]] std::shared_ptr<WLHIDEventRouterClientDelegate> delegate() const;
-  /// Stores a weak reference and does nothing else. Null for no delegate.
+  /// Stores a weak reference and does nothing else. Null removes the delegate.
   void setDelegate(const std::shared_ptr<WLHIDEventRouterClientDelegate>& delegate);
 
   /// The tags under which a client logs: "WLHIDEventRouterClient".
   [[nodiscard]] std::shared_ptr<platform::NSArray> logTags() const override;
-  /// What the class itself answers, where an instance has a method of the same name.
+  /// Class methods that have the same name as an instance method.
   struct Class {
     [[nodiscard]] static std::shared_ptr<platform::NSArray> logTags();
   };
@@ -92,7 +92,7 @@ class WLHIDEventRouterClient final : public platform::NSObject,
   static const platform::NSClass& classObject();
   [[nodiscard]] const platform::NSClass& isa() const override { return classObject(); }
 
-  /// Everything that is no business of an application's: router-client/ has it.
+  /// Private; in router-client/.
   class Implementation;
 
  private:

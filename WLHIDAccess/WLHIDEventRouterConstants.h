@@ -1,4 +1,4 @@
-// What the router is called, and the errors that an application may want to tell apart.
+// The router's name, and the errors that an application may want to distinguish.
 #pragma once
 
 #include <cstdint>
@@ -7,8 +7,8 @@
 /// The router's launchd label, Mach service name and file name inside the application bundle.
 inline constexpr std::string_view WLHIDEventRouterLabel = "com.quillmar.hideventrouter";
 /// The domain of the client's own error (code −1: the router is not installed) and of the router's
-/// (IOReturn codes).
+/// errors (IOReturn codes).
 inline constexpr std::string_view HIDEventRouterDomain = "HIDEventRouterDomain";
-/// kIOReturnNotPermitted, 0xE00002E2, sign-extended: the system refuses the router access to the
+/// kIOReturnNotPermitted, 0xE00002E2, sign-extended: the system denies the router access to the
 /// device.
 inline constexpr std::int64_t WLHIDEventRouterNotPermitted = -536870174;

@@ -8,7 +8,7 @@
 namespace diagnostics {
 namespace {
 
-// ---- The pattern's sets. No line has a line feed, so none of them has it.
+// ---- The pattern's character sets. A line contains no line feed, so none of them does.
 
 constexpr bool isLetter(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
@@ -19,13 +19,13 @@ constexpr bool isDigit(char c) {
 constexpr bool isBlank(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r' && c != '\n');
 }
-constexpr bool isNoBlank(char c) {
+constexpr bool isNonBlank(char c) {
   return !isBlank(c) && c != '\n';
 }
-constexpr bool isOfProcess(char c) {
+constexpr bool isProcessCharacter(char c) {
   return isLetter(c) || c == '.' || c == '-' || c == '_';
 }
-constexpr bool isOfRemark(char c) {
+constexpr bool isRemarkCharacter(char c) {
   return isLetter(c) || isDigit(c) || isBlank(c) ||
          std::string_view("()[].").find(c) != std::string_view::npos;
 }
@@ -34,8 +34,8 @@ constexpr bool is(char c) {
   return c == only;
 }
 
-/// The character of ASCII that is in the same sets as one outside.
-char inASCII(char32_t c) {
+/// The ASCII character that is in the same sets as this non-ASCII one.
+char asciiEquivalent(char32_t c) {
   if (c == 0x17F) return 's';
   if (c == 0x212A) return 'k';
   const bool blank = c == 0x85 || c == 0xA0 || c == 0x1680 || (c >= 0x2000 && c <= 0x200A) ||
@@ -47,13 +47,13 @@ constexpr bool isASCII(char c) {
   return static_cast<unsigned char>(c) < 0x80;
 }
 
-/// How many bytes the character outside ASCII has that begins with this one.
-std::size_t lengthOfForeign(char first) {
+/// The number of bytes in the non-ASCII character that starts with this byte.
+std::size_t nonASCIILength(char first) {
   const auto byte = static_cast<unsigned char>(first);
   return byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : 2;
 }
 
-// ---- The pattern's parts, each an automaton that takes a character in one shift
+// ---- The pattern's parts, each an automaton that consumes a character with one shift
 
 using Set = bool (*)(char c);
 
@@ -61,7 +61,7 @@ constexpr bool nothing(char /*c*/) {
   return false;
 }
 
-/// One character of a set, behind it any number of another.
+/// One character of a set, followed by any number of another set.
 struct Place {
   Set takes;
   Set then = nothing;
@@ -74,68 +74,69 @@ constexpr Place oneOrMore(Set set) {
   return {set, set};
 }
 
-/// A state says how many places are behind, as a multiple of six. A character's row holds, at the
-/// bit that the state numbers, the state that follows. Going on is then `row >> state`, without a
-/// branch: the lengths of host and process cannot be foreseen, and a wrong guess costs as much as
-/// thirty characters.
+/// A state is the number of places passed, times six. A character's row holds, at the bit whose
+/// number is the state, the next state. A step is then `row >> state`, without a branch: the
+/// lengths of host and process are unpredictable, and a mispredicted branch costs as much as thirty
+/// characters.
 using Row = std::uint64_t;
 using Rows = std::array<Row, 256>;
-constexpr std::size_t width = 6;  // a shift goes by the low six bits
-constexpr Row mask = 63;
-constexpr std::size_t mostPlaces = 64 / width - 3;
-// These three are left no more. A character outside ASCII has to be decoded first.
-constexpr Row passed = mostPlaces * width;
-constexpr Row refused = passed + width;
-constexpr Row foreign = refused + width;
+constexpr std::size_t kWidth = 6;  // the processor shifts by the low six bits
+constexpr Row kMask = 63;
+constexpr std::size_t kMaxPlaces = 64 / kWidth - 3;
+// Final states. `kForeign` is reached by a non-ASCII character, which has to be decoded first.
+constexpr Row kPassed = kMaxPlaces * kWidth;
+constexpr Row kRefused = kPassed + kWidth;
+constexpr Row kForeign = kRefused + kWidth;
 
 template <std::size_t count>
-consteval Row follower(const Place (&places)[count], std::size_t behind, char c) {
-  const bool stays = behind > 0 && places[behind - 1].then(c);
-  const bool goesOn = places[behind].takes(c);
-  const bool leavesOut = places[behind].optional && places[behind + 1].takes(c);
+consteval Row follower(const Place (&places)[count], std::size_t index, char c) {
+  const bool stays = index > 0 && places[index - 1].then(c);
+  const bool goesOn = places[index].takes(c);
+  const bool leavesOut = places[index].optional && places[index + 1].takes(c);
   if (stays + goesOn + leavesOut > 1) throw std::logic_error("several ways to read a line");
-  if (!stays && !goesOn && !leavesOut) return refused;
-  const std::size_t next = behind + (goesOn ? 1 : leavesOut ? 2 : 0);
-  return next == count ? passed : next * width;
+  if (!stays && !goesOn && !leavesOut) return kRefused;
+  const std::size_t next = index + (goesOn ? 1 : leavesOut ? 2 : 0);
+  return next == count ? kPassed : next * kWidth;
 }
 
 template <std::size_t count>
 consteval Rows automaton(const Place (&places)[count]) {
-  static_assert(count <= mostPlaces);
+  static_assert(count <= kMaxPlaces);
   if (places[count - 1].then != nothing) throw std::logic_error("the part has no certain end");
   Rows rows{};
   for (std::size_t c = 0; c < rows.size(); ++c) {
     for (std::size_t i = 0; i < count; ++i)
-      rows[c] |= (c < 128 ? follower(places, i, static_cast<char>(c)) : foreign) << (i * width);
-    for (const Row end : {passed, refused, foreign}) rows[c] |= end << end;
+      rows[c] |= (c < 128 ? follower(places, i, static_cast<char>(c)) : kForeign) << (i * kWidth);
+    for (const Row end : {kPassed, kRefused, kForeign}) rows[c] |= end << end;
   }
   return rows;
 }
 
-constexpr std::array parts{
+constexpr std::array kParts{
     automaton({{isLetter}, {isLetter}, {isLetter}}),                                       // "Nov"
     automaton({{isBlank}, atMostOne(isBlank), {isDigit}, atMostOne(isDigit), {isBlank}}),  // " 21 "
     automaton({{isDigit}, atMostOne(isDigit), {is<':'>}}),                                 // "03:"
     automaton({{isDigit}, atMostOne(isDigit), {is<':'>}}),                                 // "12:"
     automaton({{isDigit}, atMostOne(isDigit), {isBlank}}),                                 // "45 "
     // "host process[345] (remark):"
-    automaton({oneOrMore(isNoBlank),
+    automaton({oneOrMore(isNonBlank),
                {isBlank},
-               oneOrMore(isOfProcess),
+               oneOrMore(isProcessCharacter),
                {is<'['>},
                oneOrMore(isDigit),
-               {is<']'>, isOfRemark},
+               {is<']'>, isRemarkCharacter},
                {is<':'>}})};
 
 Row next(const Rows& rows, Row state, char c) {
-  return rows[static_cast<unsigned char>(c)] >> (state & mask);
+  return rows[static_cast<unsigned char>(c)] >> (state & kMask);
 }
 
 bool isWithin(Row state) {
-  return (state & mask) < passed;
+  return (state & kMask) < kPassed;
 }
 
-/// Where the part leads, passed, refused or foreign, or a state at the end of the text.
+/// The state that the part ends in: kPassed, kRefused or kForeign, or another one if the text ends
+/// first.
 Row walk(const Rows& rows, std::string_view text) {
   constexpr std::size_t stride = 16;
   const char* at = text.data();
@@ -144,19 +145,19 @@ Row walk(const Rows& rows, std::string_view text) {
   for (; static_cast<std::size_t>(end - at) >= stride && isWithin(state); at += stride)
     for (std::size_t i = 0; i < stride; ++i) state = next(rows, state, at[i]);
   for (; at != end && isWithin(state); ++at) state = next(rows, state, *at);
-  return state & mask;
+  return state & kMask;
 }
 
-/// A time as nearly all headers have it, the day perhaps with a blank in front, is looked at as a
-/// whole. Of a text that does not begin with one nothing is known.
-constexpr std::string_view usualTime = "Nov 21 03:12:45 ";
+/// The form of the time in nearly all headers (a one-digit day has a blank before it), which is
+/// checked in one step. A text that does not start like this may still be a header.
+constexpr std::string_view kUsualTime = "Nov 21 03:12:45 ";
 
 bool beginsWithUsualTime(std::string_view text) {
   constexpr std::size_t day = 4;
-  if (text.size() < usualTime.size()) return false;
+  if (text.size() < kUsualTime.size()) return false;
   bool fits = isDigit(text[day]) || text[day] == ' ';
-  for (std::size_t i = 0; i < usualTime.size(); ++i) {
-    const char shape = usualTime[i];
+  for (std::size_t i = 0; i < kUsualTime.size(); ++i) {
+    const char shape = kUsualTime[i];
     const char c = text[i];
     if (i != day) fits &= isLetter(shape) ? isLetter(c) : isDigit(shape) ? isDigit(c) : c == shape;
   }
@@ -168,26 +169,26 @@ bool beginsWithUsualTime(std::string_view text) {
 HeaderSearch::Answer HeaderSearch::advance(std::string_view line) {
   while (offset_ < line.size()) {
     char c = line[offset_];
-    std::size_t behind = offset_ + 1;
+    std::size_t end = offset_ + 1;
     if (!isASCII(c)) {
-      if (line.size() - offset_ < lengthOfForeign(c)) return Answer::open;
-      behind = offset_;
-      c = inASCII(platform::nextCodePoint(line, behind));
+      if (line.size() - offset_ < nonASCIILength(c)) return Answer::open;
+      end = offset_;
+      c = asciiEquivalent(platform::nextCodePoint(line, end));
     }
-    state_ = next(parts[part_], state_, c) & mask;
-    if (state_ == refused) return Answer::notFound;
-    offset_ = behind;
-    if (state_ != passed) continue;
+    state_ = next(kParts[part_], state_, c) & kMask;
+    if (state_ == kRefused) return Answer::notFound;
+    offset_ = end;
+    if (state_ != kPassed) continue;
     state_ = 0;
-    if (++part_ == parts.size()) return Answer::found;
+    if (++part_ == kParts.size()) return Answer::found;
   }
   return Answer::open;
 }
 
 bool beginsWithHeader(std::string_view text) {
   if (beginsWithUsualTime(text)) {
-    const Row end = walk(parts.back(), text.substr(usualTime.size()));
-    if (end != foreign) return end == passed;
+    const Row end = walk(kParts.back(), text.substr(kUsualTime.size()));
+    if (end != kForeign) return end == kPassed;
   }
   return HeaderSearch().advance(text) == HeaderSearch::Answer::found;
 }

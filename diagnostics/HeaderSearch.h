@@ -1,14 +1,14 @@
-// Whether a line begins an entry: the search for headerPattern in it, which can be carried on as
-// the line arrives.
+// Whether a line starts a log entry: an incremental search for kHeaderPattern.
 //
-// Linear in time for any line and without a stack, since there is one way only to read a line.
-// Characters are code points. Letters match in both cases; of the characters outside ASCII that
-// makes U+017F (long s) and U+212A (Kelvin sign) equal to "s" and "k". A blank (\s) is what Unicode
-// calls White_Space.
+// Takes linear time and constant memory for any line, since the pattern matches a line in only one
+// way. Characters are code points. Letters match case-insensitively, which makes U+017F (long s)
+// equal to "s" and U+212A (Kelvin sign) equal to "k". A blank (\s) is any character with Unicode's
+// White_Space property.
 //
-// Threading: a value of one thread. Ownership: keeps no bytes.
-// Errors: none; the line must be valid UTF-8, but may end within a character.
-// Order: each call sees the line from its beginning, at least as much of it as the one before.
+// Threading: a value of one thread.
+// Ownership: keeps no bytes.
+// Errors: none; the line must be valid UTF-8, but may end inside a character.
+// Order: each call gets the line from its beginning, at least as much of it as the call before.
 #pragma once
 
 #include <cstddef>
@@ -17,9 +17,9 @@
 
 namespace diagnostics {
 
-/// As the logging system writes an entry: date, time, host, process, process ID in brackets, what
-/// else the process says of itself, a colon. HeaderSearch.cpp has it set by set.
-inline constexpr std::string_view headerPattern =
+/// How the logging system starts an entry: date, time, host, process, process ID in brackets,
+/// further text from the process, a colon. HeaderSearch.cpp implements it one set at a time.
+inline constexpr std::string_view kHeaderPattern =
     R"(^([A-Za-z]{3}(\s){1,2}([0-9]{1,2})(\s){1})([0-9]{1,2})\:([0-9]{1,2})\:([0-9]{1,2})(\s){1})"
     R"((\S){1,}(\s){1}([A-Za-z\.\-\_]){1,}\[[0-9]{1,}\]([\sA-Za-z0-9\(\)\[\]\.]{0,})\:)";
 
@@ -28,19 +28,19 @@ class HeaderSearch {
   enum class Answer : std::uint8_t {
     found,     ///< whatever follows
     notFound,  ///< whatever follows
-    open,  ///< all characters so far fit, the header is not complete; at the line's end: not found
+    open,      ///< the header matches so far but is incomplete; at the end of the line: not found
   };
 
-  /// Goes on where the last call stopped. `line` is everything of the line so far.
+  /// Continues where the last call stopped. `line` is the line so far.
   Answer advance(std::string_view line);
 
  private:
-  std::size_t offset_ = 0;   ///< how much of the line has been taken
+  std::size_t offset_ = 0;   ///< how much of the line has been consumed
   std::size_t part_ = 0;     ///< of the pattern
   std::uint64_t state_ = 0;  ///< of the part's automaton
 };
 
-/// Whether the first line of the text, up to its line feed or whole, begins an entry.
+/// Whether the first line of the text, up to its line feed or the end, starts an entry.
 [[nodiscard]] bool beginsWithHeader(std::string_view text);
 
 }  // namespace diagnostics

@@ -1,6 +1,6 @@
-// Finding the router's label in a text.
+// Finds the router's label in a text.
 //
-// Threading: a pure function, any thread.
+// Threading: any thread.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@ namespace diagnostics {
 
 inline constexpr auto npos = std::string_view::npos;
 
-/// Where the router's label next begins at or behind `start`; npos where it does not.
+/// The position of the first router label at or after `start`, or npos.
 [[nodiscard]] std::size_t findRouterLabel(std::string_view text, std::size_t start);
 
 }  // namespace diagnostics

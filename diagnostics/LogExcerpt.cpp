@@ -11,7 +11,7 @@
 namespace diagnostics {
 namespace {
 
-/// Of the line in which `position` lies.
+/// The start of the line that contains `position`.
 std::size_t startOfLine(std::string_view text, std::size_t position) {
   const void* const feed = ::memrchr(text.data(), '\n', position);
   if (feed == nullptr) return 0;
@@ -20,21 +20,21 @@ std::size_t startOfLine(std::string_view text, std::size_t position) {
 
 }  // namespace
 
-/// The lines of a text that hold the label, one after another, each looked for once.
+/// The lines of a text that contain the label, one after another; each is searched for once.
 class LogFilter::NamedLines {
  public:
   explicit NamedLines(std::string_view lines) : lines_(lines) { lookFrom(0); }
 
-  /// Goes on to the first one that begins at or behind `lineStart`, the beginning of a line, which
-  /// never falls.
+  /// Advances to the first one that starts at or after `lineStart`, the start of a line, which must
+  /// not decrease between calls.
   void advanceTo(std::size_t lineStart) {
     if (start_ < lineStart) lookFrom(lineStart);
   }
-  /// Where it begins; npos where there is none.
+  /// The start of the line, or npos.
   [[nodiscard]] std::size_t start() const { return start_; }
-  /// Where the next line begins.
+  /// The start of the next line.
   [[nodiscard]] std::size_t end() const {
-    return lines_.find('\n', label_ + routerLabel.size()) + 1;
+    return lines_.find('\n', label_ + kRouterLabel.size()) + 1;
   }
 
  private:
@@ -68,11 +68,11 @@ std::shared_ptr<platform::NSData> LogFilter::finish() {
   if (!lineIsOpen_) beginLine();
   endLine();
   if (excerpt_.size() > 0)
-    excerpt_.truncate(excerpt_.size() - 1);  // the last line feed joins nothing
+    excerpt_.truncate(excerpt_.size() - 1);  // line feeds only separate lines
   return excerpt_.takeData();
 }
 
-// ---- Lines that are there as a whole, each with its line feed
+// ---- Complete lines, each with its line feed
 
 void LogFilter::acceptWholeLines(std::string_view lines) {
   NamedLines named(lines);
@@ -81,8 +81,8 @@ void LogFilter::acceptWholeLines(std::string_view lines) {
     start = keep_ ? keepEntries(lines, start, named) : skipEntries(lines, start, named);
 }
 
-/// Up to the line that begins the next entry to be kept. While nothing is kept only a line with the
-/// label can begin something, so no other is looked at.
+/// Skips to the line that starts the next entry to keep. While no entry is kept, only a line with
+/// the label can start one, so other lines are not looked at.
 std::size_t LogFilter::skipEntries(std::string_view lines, std::size_t start, NamedLines& named) {
   named.advanceTo(start);
   if (named.start() == npos) return lines.size();
@@ -90,8 +90,8 @@ std::size_t LogFilter::skipEntries(std::string_view lines, std::size_t start, Na
   return keep_ ? named.start() : named.end();
 }
 
-/// Up to the line that begins the next entry not to be kept. While entries are kept a line with the
-/// label changes nothing, header or not.
+/// Keeps everything up to the line that starts the next entry not to keep. While an entry is kept,
+/// a line with the label changes nothing, header or not.
 std::size_t LogFilter::keepEntries(std::string_view lines, std::size_t start, NamedLines& named) {
   std::size_t at = start;
   while (at < lines.size()) {
@@ -109,7 +109,7 @@ std::size_t LogFilter::keepEntries(std::string_view lines, std::size_t start, Na
   return at;
 }
 
-// ---- The line at a piece's border
+// ---- The line that crosses a piece boundary
 
 void LogFilter::beginLine() {
   lineIsOpen_ = true;
@@ -135,11 +135,11 @@ void LogFilter::continueLine(std::string_view part) {
   if (answer_ != Answer::notFound && !namesRouter_) lookForLabel(part);
 }
 
-/// In the part that was appended last, and across the border before it.
+/// Searches the part that was appended last, and across the boundary before it.
 void LogFilter::lookForLabel(std::string_view part) {
   const std::string_view line = storedLine();
   const std::size_t before = line.size() - part.size();
-  const std::size_t overlap = std::min(before, routerLabel.size() - 1);
+  const std::size_t overlap = std::min(before, kRouterLabel.size() - 1);
   namesRouter_ = findRouterLabel(line.substr(before - overlap), 0) != npos;
 }
 

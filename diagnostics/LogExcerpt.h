@@ -1,12 +1,13 @@
-// The router's entries of a log: every entry whose first line names the router, continuation lines
-// included.
+// The router's entries in a log: every entry whose first line names the router, including its
+// continuation lines.
 //
-// An entry begins with a line in which headerPattern is found. Lines ahead of the first entry
-// belong to none and are left out.
+// An entry starts with a line that matches kHeaderPattern. Lines before the first entry are left
+// out.
 //
 // Threading: readLogExcerpt may be called from any thread; a filter belongs to one thread.
 // Ownership: the data belongs to the caller; nothing is kept between calls.
-// Errors: see each function. Order: lines keep the log's order.
+// Errors: see each function.
+// Order: lines keep the log's order.
 #pragma once
 
 #include <memory>
@@ -20,19 +21,18 @@
 
 namespace diagnostics {
 
-/// What the first line of an entry must hold, anywhere and in this case of letters.
-inline constexpr std::string_view routerLabel = "com.quillmar.hideventrouter";
+/// What the first line of an entry must contain, in this case and anywhere in the line.
+inline constexpr std::string_view kRouterLabel = "com.quillmar.hideventrouter";
 
 /// Takes a log in pieces and collects the excerpt: the kept lines, joined with "\n".
 ///
-/// Needs memory for the excerpt and for one line more, and for that only while it may still turn
-/// out to be kept: a line of any length that begins no entry, behind one that is not kept, takes
-/// none.
+/// Needs memory for the excerpt and for one more line, the latter only while the line may still be
+/// kept: a line that starts no entry, after an entry that is not kept, takes none, however long.
 class LogFilter {
  public:
-  /// The log must be UTF-8; a piece may end anywhere, within a character as well.
+  /// The log must be UTF-8; a piece may end anywhere, even inside a character.
   void accept(std::string_view piece);
-  /// Ends the last line, be it empty, and hands over the excerpt. To be called once.
+  /// Ends the last line, even if it is empty, and returns the excerpt. Call once.
   [[nodiscard]] std::shared_ptr<platform::NSData> finish();
 
  private:
@@ -50,15 +50,15 @@ class LogFilter {
   [[nodiscard]] bool mayBeKept() const;
   [[nodiscard]] std::string_view storedLine() const;
 
-  platform::GrowingData excerpt_;  ///< the kept lines, each with a line feed behind it
-  bool keep_ = false;  ///< whether the entry is kept to which the last whole line belongs
+  platform::GrowingData excerpt_;  ///< the kept lines, each followed by a line feed
+  bool keep_ = false;              ///< whether the entry of the last complete line is kept
 
-  // The line that has begun and not ended. As long as it may be kept it lies at the excerpt's end.
+  // The incomplete line. While it may still be kept it is stored at the end of the excerpt.
   bool lineIsOpen_ = false;
   std::size_t lineStart_ = 0;
   HeaderSearch search_;
   Answer answer_ = Answer::open;
-  bool namesRouter_ = false;  ///< not looked for in a line that begins no entry
+  bool namesRouter_ = false;  ///< not determined for a line that starts no entry
 };
 
 struct LogExcerpt {
@@ -67,7 +67,7 @@ struct LogExcerpt {
 };
 
 /// The excerpt of the UTF-8 log at `url`. Errors: those of reading a text file
-/// (platform/foundation/TextFile.h); ENOMEM in NSPOSIXErrorDomain where memory is short.
+/// (platform/foundation/TextFile.h); ENOMEM in NSPOSIXErrorDomain if memory runs out.
 [[nodiscard]] LogExcerpt readLogExcerpt(const std::shared_ptr<platform::NSURL>& url);
 
 }  // namespace diagnostics

@@ -1,4 +1,4 @@
-// Prints the reports of the device with the given registry entry ID, until Enter is pressed.
+// Prints the reports of the device with the given registry entry ID until Enter is pressed.
 #include <cstdlib>
 #include <iostream>
 
@@ -14,8 +14,8 @@ class Printer final : public WLHIDEventRouterClientDelegate {  // called on the 
     std::cerr << "status " << static_cast<int>(status) << std::endl;  // 2 opening, 4 routing
     if (status != WLHIDEventRouterClientStatusRouterUnavailable) return;
     std::cerr << platform::stringWithFormat(
-        "There is no router, or not the one in %@/Contents/Library/LaunchServices. Install it "
-        "(wlhid install); wlhid doctor finds what else is missing.\n",
+        "The router is not installed, or is not the one in %@/Contents/Library/LaunchServices. "
+        "Install it (wlhid install); wlhid doctor shows what else is missing.\n",
         platform::NSBundle::mainBundle()->bundlePath());
   }
   void hidEventRouterClient_handleError(const Client&,
@@ -29,8 +29,8 @@ class Printer final : public WLHIDEventRouterClientDelegate {  // called on the 
 };
 
 int main(int argc, char** argv) {
-  platform::KQLogger::setLogLevel(3);                // what becomes of the connection, in words
-  const auto printer = std::make_shared<Printer>();  // ours to keep: the client holds it weakly
+  platform::KQLogger::setLogLevel(3);                // show connection errors too
+  const auto printer = std::make_shared<Printer>();  // kept here: the client holds it weakly
   const auto client =
       WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
           std::strtoull(argc > 1 ? argv[1] : "0", nullptr, 0), /*deviceMode=*/0, nullptr, nullptr);

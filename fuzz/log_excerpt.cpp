@@ -45,6 +45,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static testsupport::HeaderOracle oracle;
   const auto excerpt = filter.finish();
   const std::string_view text(reinterpret_cast<const char*>(excerpt->bytes()), excerpt->length());
-  require(text == oracle.excerpt(log, diagnostics::routerLabel));
+  require(text == oracle.excerpt(log, diagnostics::kRouterLabel));
   return 0;
 }

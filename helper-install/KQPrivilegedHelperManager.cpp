@@ -19,10 +19,9 @@ namespace {
 constexpr std::string_view kCFBundleVersionKey = "CFBundleVersion";
 constexpr std::string_view kBlessHelperRight = "com.apple.ServiceManagement.blesshelper";
 
-// ---- The
-// presence check
+// ---- The presence check
 
-/// Where the application carries its own copy of the helper.
+/// The path of the application's own copy of the helper.
 std::shared_ptr<NSString> bundleCopyPath(const std::shared_ptr<NSString>& label) {
   const auto bundlePath = NSBundle::mainBundle()->bundlePath();
   if (!bundlePath || !label) return nullptr;
@@ -53,8 +52,8 @@ std::shared_ptr<NSObject> versionIn(const std::shared_ptr<NSObject>& propertyLis
   return dictionary ? dictionary->objectForKey(kCFBundleVersionKey) : nullptr;
 }
 
-/// Equal as objects, not as versions: 1.2 and 1.2.0 differ, and a newer one is as foreign as an
-/// older one.
+/// Compared as objects, not as versions: 1.2 and 1.2.0 differ, and a newer version is as different
+/// as an older one.
 bool haveSameVersion(const std::shared_ptr<NSData>& installedInfo,
                      const std::shared_ptr<NSData>& bundleCopyInfo) {
   const auto bundleCopyList = parsed(bundleCopyInfo);
@@ -67,8 +66,8 @@ bool haveSameVersion(const std::shared_ptr<NSData>& installedInfo,
 
 // ---- Authorization
 
-/// Asks for the right to bless, with the application's prompt or, without one, with the system's
-/// own text. The reference is never freed.
+/// Asks for the right to bless, with the application's prompt or, if it has none, the system's own
+/// text. The reference is never freed.
 OSStatus authorize(const std::shared_ptr<NSString>& prompt, AuthorizationRef* returnAuthorization) {
   const AuthorizationItem right{kBlessHelperRight, 0, nullptr, 0};
   const AuthorizationRights rights{1, &right};
@@ -84,8 +83,7 @@ OSStatus authorize(const std::shared_ptr<NSString>& prompt, AuthorizationRef* re
   return AuthorizationCreate(&rights, &environment, flags, returnAuthorization);
 }
 
-/// Removes the helper if it is installed in the bundle copy's version. A failure is logged and goes
-/// no further.
+/// Removes the helper if the installed version is the bundle copy's. A failure is only logged.
 bool removeCurrentCopy(const std::shared_ptr<NSString>& label,
                        const AuthorizationRef& authorization) {
   if (!KQPrivilegedHelperManager::isPriviledgedHelperInstalledWithLabel(label)) return false;
@@ -143,7 +141,7 @@ bool KQPrivilegedHelperManager::_blessPriviledgedXCPHelperWithLabel_prompt_remov
     error = NSError::errorWithDomain_code_userInfo(str(NSOSStatusErrorDomain), status, nullptr);
   } else {
     result = removeCurrentCopy(label, authorization);
-    // A failed removal stops nothing: the bless replaces what is there, and its outcome alone
+    // A failed removal doesn't stop the bless: it replaces what is installed, and only its outcome
     // counts.
     if (!removeOnly) result = SMJobBless(kSMDomainSystemLaunchd, label, authorization, &error);
   }

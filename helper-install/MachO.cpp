@@ -9,19 +9,19 @@ namespace {
 
 using Bytes = std::span<const std::uint8_t>;
 
-constexpr std::uint32_t fatMagic = 0xCAFEBABE;
-constexpr std::uint32_t fatMagicSwapped = 0xBEBAFECA;
-constexpr std::uint32_t thinMagic32 = 0xFEEDFACE;
-constexpr std::uint32_t thinMagic64 = 0xFEEDFACF;
+constexpr std::uint32_t kFatMagic = 0xCAFEBABE;
+constexpr std::uint32_t kFatMagicSwapped = 0xBEBAFECA;
+constexpr std::uint32_t kThinMagic32 = 0xFEEDFACE;
+constexpr std::uint32_t kThinMagic64 = 0xFEEDFACF;
 
-constexpr std::uint64_t fatHeaderSize = 8;
-constexpr std::uint64_t fatEntrySize = 20;
-constexpr std::uint64_t thinHeaderSize32 = 28;
-constexpr std::uint64_t thinHeaderSize64 = 32;
+constexpr std::uint64_t kFatHeaderSize = 8;
+constexpr std::uint64_t kFatEntrySize = 20;
+constexpr std::uint64_t kThinHeaderSize32 = 28;
+constexpr std::uint64_t kThinHeaderSize64 = 32;
 
 struct OutOfBounds {};
 
-/// Reads that cannot leave the image. What lies outside ends the search of this image.
+/// A bounds-checked read. One outside the image ends the search of that image.
 template <class T>
 T readAt(Bytes image, std::uint64_t offset) {
   if (offset > image.size() || image.size() - offset < sizeof(T)) throw OutOfBounds{};
@@ -53,20 +53,20 @@ Bytes subrange(Bytes image, std::uint64_t offset, std::uint64_t size) {
 /// shorter.
 class Name {
  public:
-  explicit Name(std::string_view text) { text.copy(padded_.data(), width); }
+  explicit Name(std::string_view text) { text.copy(padded_.data(), kWidth); }
 
   [[nodiscard]] bool isAt(Bytes image, std::uint64_t offset) const {
-    const auto field = readAt<std::array<char, width>>(image, offset);
-    return std::strncmp(field.data(), padded_.data(), width) == 0;
+    const auto field = readAt<std::array<char, kWidth>>(image, offset);
+    return std::strncmp(field.data(), padded_.data(), kWidth) == 0;
   }
 
  private:
-  static constexpr std::size_t width = 16;
-  std::array<char, width> padded_{};
+  static constexpr std::size_t kWidth = 16;
+  std::array<char, kWidth> padded_{};
 };
 
-/// Where the fields of a segment command and of its section records lie. The command decides, not
-/// the file's header.
+/// The offsets of the fields in a segment command and its section records. The command determines
+/// the layout, not the file's header.
 struct SegmentLayout {
   std::uint64_t sectionCountAt;
   std::uint64_t firstSectionAt;
@@ -75,15 +75,15 @@ struct SegmentLayout {
   bool sizeIs64Bit;
   std::uint64_t offsetAt;
 };
-constexpr SegmentLayout segment32{48, 56, 68, 36, false, 40};
-constexpr SegmentLayout segment64{64, 72, 80, 40, true, 48};
+constexpr SegmentLayout kSegment32{48, 56, 68, 36, false, 40};
+constexpr SegmentLayout kSegment64{64, 72, 80, 40, true, 48};
 
 const SegmentLayout* segmentLayout(std::uint32_t command) {
   switch (command) {
     case 0x01:
-      return &segment32;
+      return &kSegment32;
     case 0x19:
-      return &segment64;
+      return &kSegment64;
     default:
       return nullptr;
   }
@@ -95,16 +95,16 @@ bool isSearchedArchitecture(std::uint32_t cpuType) {
          cpuType == (powerPC | is64Bit);
 }
 
-/// One search. The steps it may take are bounded by the image's length: a file whose structures do
-/// not overlap needs at most one for each eight bytes, so the bound is out of reach for it, and a
-/// hostile file ends in linear time.
+/// One search. The image's length limits its steps: a file whose structures do not overlap needs at
+/// most one step per eight bytes, so it never reaches the limit, and the search of a hostile file
+/// ends in linear time.
 class SectionSearch {
  public:
   SectionSearch(Bytes image, std::string_view segment, std::string_view section)
       : segment_(segment), section_(section), stepsLeft_(image.size() + 64) {}
 
   std::optional<Bytes> run(Bytes image) {
-    // Slices still to be gone on with, innermost last: nesting costs heap, not stack.
+    // The fat images being walked, innermost last: nesting costs heap, not stack.
     std::vector<FatWalk> walks;
     std::optional<Bytes> found = enter(image, walks);
     while (!found && !walks.empty() && !isExhausted()) {
@@ -127,17 +127,17 @@ class SectionSearch {
   bool isExhausted() const { return stepsLeft_ == 0; }
   bool takeStep() { return !isExhausted() && stepsLeft_-- > 0; }
 
-  /// Searches a thin image, or begins the walk over a fat one.
+  /// Searches a thin image, or starts walking a fat one.
   std::optional<Bytes> enter(Bytes image, std::vector<FatWalk>& walks) try {
     switch (readLittleEndian<std::uint32_t>(image, 0)) {
-      case fatMagic:
-      case fatMagicSwapped:
+      case kFatMagic:
+      case kFatMagicSwapped:
         walks.push_back({image, readBigEndian32(image, 4), 0});
         return std::nullopt;
-      case thinMagic32:
-        return searchThin(image, thinHeaderSize32);
-      case thinMagic64:
-        return searchThin(image, thinHeaderSize64);
+      case kThinMagic32:
+        return searchThin(image, kThinHeaderSize32);
+      case kThinMagic64:
+        return searchThin(image, kThinHeaderSize64);
       default:
         return std::nullopt;
     }
@@ -145,11 +145,10 @@ class SectionSearch {
     return std::nullopt;
   }
 
-  /// The next slice that is to be searched; nothing when the entries are used up or one cannot be
-  /// read.
+  /// The next slice to search; nothing after the last entry or if one cannot be read.
   std::optional<Bytes> nextSlice(FatWalk& walk) try {
     while (walk.next < walk.count && takeStep()) {
-      const std::uint64_t entry = fatHeaderSize + fatEntrySize * walk.next++;
+      const std::uint64_t entry = kFatHeaderSize + kFatEntrySize * walk.next++;
       if (!isSearchedArchitecture(readBigEndian32(walk.image, entry))) continue;
       return subrange(walk.image, readBigEndian32(walk.image, entry + 8),
                       readBigEndian32(walk.image, entry + 12));
@@ -168,8 +167,7 @@ class SectionSearch {
       if (const auto* layout = segmentLayout(command)) {
         if (const auto found = searchSegment(image, at, *layout)) return found;
       }
-      // The same command again, up to 2^32 - 1 times: it will not answer otherwise than it just
-      // did.
+      // The same command again, up to 2^32 - 1 times: the result would not change.
       if (distance == 0) return std::nullopt;
       at += distance;
     }

@@ -147,7 +147,7 @@ void Daemon::loadJobs() {
 
 void Daemon::loadJob(const std::string& label) {
   const auto bytes = platform::readFileIn(directories_.jobs.get(), label + ".plist",
-                                          platform::maximumJobFileBytes);
+                                          platform::kMaximumJobFileBytes);
   if (!bytes) return;
   std::string reason;
   auto description = platform::parseJobFile(*bytes, label, &reason);

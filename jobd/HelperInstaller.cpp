@@ -68,10 +68,10 @@ void copyHelper(int source, int copy, const std::string& name) {
     if (got < 0) throw fileSystemError("cannot read the helper", errno);
     if (got == 0) return;
     total += static_cast<std::size_t>(got);
-    if (total > platform::maximumHelperBytes) {
+    if (total > platform::kMaximumHelperBytes) {
       throw ServiceError(
           ServiceErrorCode::FileSystem,
-          "the helper is larger than " + std::to_string(platform::maximumHelperBytes) + " bytes");
+          "the helper is larger than " + std::to_string(platform::kMaximumHelperBytes) + " bytes");
     }
     writeAll(copy, std::span(piece).first(static_cast<std::size_t>(got)), name);
   }

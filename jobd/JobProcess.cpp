@@ -56,7 +56,7 @@ FileDescriptor sealedProgram(const std::string& name, std::span<const std::uint8
 std::string descriptorNames(const std::vector<ListeningSocket>& sockets) {
   std::string names;
   for (const auto& socket : sockets) names += socket.service + ":";
-  return names.append(platform::rootDescriptorName);
+  return names.append(platform::kRootDescriptorName);
 }
 
 /// The program of the image `name` in the open directory.

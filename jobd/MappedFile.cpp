@@ -19,7 +19,7 @@ MappedFile::MappedFile(int descriptor, const std::string& name) {
     throw platform::fileSystemError("cannot examine " + name, errno);
   if (!S_ISREG(status.st_mode))
     throw ServiceError(ServiceErrorCode::FileSystem, name + " is not a regular file");
-  if (static_cast<std::uint64_t>(status.st_size) > platform::maximumHelperBytes)
+  if (static_cast<std::uint64_t>(status.st_size) > platform::kMaximumHelperBytes)
     throw ServiceError(ServiceErrorCode::FileSystem, name + " is too large for a helper");
   if (status.st_size == 0) return;  // an empty file cannot be mapped
   size_ = static_cast<std::size_t>(status.st_size);

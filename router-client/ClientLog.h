@@ -1,9 +1,8 @@
 // Writing a line of the client's log.
 //
-// Threading: any thread.
-// Ownership: nothing is kept.
+// The logger's level is read afresh for each line, before its tags, arguments or text are built.
 //
-// The logger's level is read afresh for each line, before tags, arguments or text of it are formed.
+// Threading: any thread.
 #pragma once
 
 #include <memory>
@@ -20,46 +19,47 @@ namespace wlhid {
   return platform::KQLogger::logLevel() <= site.level;
 }
 
-/// A line that memory lacks for is left out: what the line is about goes on.
+/// A line that fails for lack of memory is dropped; the operation that it reports goes on.
 template <class Line>
-void unlessMemoryIsShort(const Line& line) {
+void ignoringOutOfMemory(const Line& line) {
   try {
     line();
   } catch (const std::bad_alloc&) {
   }
 }
 
-/// A function among the arguments is asked for what the line says, which nobody reads for a line
-/// that is not wanted.
+/// A callable argument is called for its value, so that nothing is evaluated for a line that is not
+/// wanted.
 template <class Argument>
-[[nodiscard]] decltype(auto) said(const Argument& argument) {
+[[nodiscard]] decltype(auto) evaluated(const Argument& argument) {
   if constexpr (std::is_invocable_v<const Argument&>)
     return argument();
   else
     return (argument);
 }
 
-/// After isWanted(site).
+/// Call only if isWanted(site).
 template <class... Arguments>
 void send(const LogSite& site, const std::shared_ptr<platform::NSArray>& tags,
           const Arguments&... arguments) {
   platform::KQLogger::sharedLogger().logAtLevel_function_sourcePath_sourceLine_tags_message(
-      site.level, site.function, kLogSourcePath, site.line, tags, site.format, said(arguments)...);
+      site.level, site.function, kLogSourcePath, site.line, tags, site.format,
+      evaluated(arguments)...);
 }
 
 template <class... Arguments>
 void log(const LogSite& site, const WLHIDEventRouterClient& client, const Arguments&... arguments) {
   if (!isWanted(site)) return;
-  unlessMemoryIsShort([&] { send(site, client.logTags(), arguments...); });
+  ignoringOutOfMemory([&] { send(site, client.logTags(), arguments...); });
 }
 
-/// From a block, which holds the client weakly: without tags once it is gone.
+/// For a block, which holds the client weakly: no tags once the client is gone.
 template <class... Arguments>
 void log(const LogSite& site, const std::weak_ptr<WLHIDEventRouterClient>& weakClient,
          const Arguments&... arguments) {
   if (!isWanted(site)) return;
   const auto client = weakClient.lock();
-  unlessMemoryIsShort([&] { send(site, client ? client->logTags() : nullptr, arguments...); });
+  ignoringOutOfMemory([&] { send(site, client ? client->logTags() : nullptr, arguments...); });
 }
 
 }  // namespace wlhid

@@ -1,9 +1,9 @@
-// A place for one pointer that several threads load and replace.
+// A pointer that several threads load and replace.
 //
 // Threading: any thread. The lock covers one copy or one swap of the pointer: nothing is called and
 //   nothing is destroyed under it.
-// Ownership: the holder shares what it holds. A value that was replaced is destroyed after unlock.
-// Order: loads and exchanges of one holder have one order that all threads see.
+// Ownership: the holder shares what it holds. A replaced value is destroyed after unlock.
+// Order: all threads see the loads and exchanges of one holder in the same order.
 #pragma once
 
 #include <mutex>
@@ -20,7 +20,7 @@ class Holder {
     return pointer_;
   }
 
-  /// Returns what was in place, for the caller to destroy.
+  /// Returns the previous pointer, for the caller to destroy.
   Pointer exchange(Pointer pointer) {
     const std::lock_guard lock(mutex_);
     pointer_.swap(pointer);
@@ -34,7 +34,7 @@ class Holder {
     if (pointer_ == expected) pointer_.reset();
   }
 
-  /// What `question`, which must not call out, says of the pointer.
+  /// The result of `question`, which must not call out, for the pointer.
   template <class Question>
   [[nodiscard]] auto ask(Question question) const {
     const std::lock_guard lock(mutex_);

@@ -1,12 +1,9 @@
-// Every place at which the client logs, one row a site.
+// Every place at which the client logs, one row per site.
 //
-// The numbers and texts are data that readers of logs rely on: they stay as they are when the code
-// around them moves.
+// The numbers and texts are data that log readers rely on: they stay the same when the code moves.
 //
-// Arguments are private: a diagnostic report shows none of them, save for those of the sites that
-// say so beside their format.
-//
-// Threading, Ownership, Errors, Order: constants.
+// Arguments are private: a diagnostic report shows none of them except at sites that say so next to
+// their format.
 #pragma once
 
 #include <array>
@@ -15,11 +12,11 @@
 
 namespace wlhid {
 
-/// What a report shows of a site's arguments.
+/// Which of a site's arguments a report shows.
 enum class LogShows : std::uint8_t {
   Nothing,
-  Number,  ///< the only argument: a truth value or a status
-  Code,    ///< the only argument is an error, or null: its code
+  Number,  ///< the only argument: a boolean or a status
+  Code,    ///< the code of the only argument, an error or null
 };
 
 struct LogSite {

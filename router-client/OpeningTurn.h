@@ -1,13 +1,13 @@
-// Who is opening the connection at the moment, or closing it for want of a router.
+// Which thread is opening the connection, or closing it because the router is gone.
 //
-// Two threads that both find no connection would open two and send two start requests; a thread
-// that stops while another is opening finds nothing to close yet; and one that says that there is
-// no router must not do so while another opens a connection to a new one. So one thread at a time
-// does these things, and whoever applies the policy meanwhile leaves a note, upon which that thread
-// applies the policy once more. Nobody waits.
+// Without turns, two threads that both find no connection would open two and send two start
+// requests; a thread that stops the client while another is opening would find nothing to close;
+// and a thread could report that the router is missing while another connects to a new one. So one
+// thread at a time does these things. Another thread that applies the policy meanwhile leaves a
+// note, and the thread that has the turn then applies the policy again. No thread waits.
 //
-// One thread alone never notices: it may enter again inside its own turn (a delegate that starts or
-// stops the client from its status callback does), and its own visits leave no note.
+// A single thread is not affected: it may enter again inside its own turn (as a delegate does that
+// starts or stops the client in its status callback), and its own visits leave no note.
 //
 // Threading: any thread. No lock is held during a turn.
 // Order: a note left during a turn is seen at its end. A visit that finds no turn happens before
@@ -25,7 +25,7 @@ class OpeningTurn {
   void visit();
   /// Takes the turn, or leaves a note and returns false if another thread has it.
   [[nodiscard]] bool enter();
-  /// Gives the turn back. True at the end of the outermost turn if somebody left a note.
+  /// Ends the turn. True at the end of the outermost turn if another thread left a note.
   [[nodiscard]] bool leave();
 
  private:

@@ -1,4 +1,4 @@
-// The connection to the router: opening, closing, and what its end sets off.
+// The connection to the router: opening it, closing it, and handling its end.
 #include <utility>
 
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
@@ -24,7 +24,7 @@ void admitElementValues(NSXPCInterface& exportedInterface) {
       /*ofReply=*/false);
 }
 
-/// What an error of the router may carry in its user info.
+/// The classes that a router error may carry in its user info.
 void admitStartErrors(NSXPCInterface& remoteInterface) {
   remoteInterface.setClasses_forSelector_argumentIndex_ofReply(
       {&NSData::classObject(), &NSArray::classObject(), &NSNumber::classObject(),
@@ -36,8 +36,8 @@ void admitStartErrors(NSXPCInterface& remoteInterface) {
 
 }  // namespace
 
-/// An error when the router is not installed. Null does not promise a connection: a platform that
-/// can't make an interface or a connection gives none, silently.
+/// Returns an error if the router is not installed. Null does not guarantee a connection: a
+/// platform that can't create an interface or a connection fails silently.
 std::shared_ptr<NSError> Implementation::openConnection() {
   wlhid::log(wlhid::site::openConnection, client_);
   if (!KQPrivilegedHelperManager::isPriviledgedHelperInstalledWithLabel(
@@ -57,7 +57,7 @@ std::shared_ptr<NSError> Implementation::openConnection() {
   const auto connection =
       NSXPCConnection::initWithMachServiceName_options(str(WLHIDEventRouterLabel), /*options=*/0);
   xpcConnectionToService.exchange(connection);
-  // From here on by the local pointer: another thread may close or replace what is stored.
+  // Use the local pointer from here on: another thread may close or replace the stored one.
   if (connection) configureConnection(*connection, exportedInterface, remoteInterface);
   return nullptr;
 }
@@ -85,13 +85,13 @@ void Implementation::closeConnection() {
   const auto connection = xpcConnectionToService.load();
   if (!connection) return;
   connection->invalidate();
-  // Another thread may have stored a newer connection in the meantime, which must not be dropped
-  // without its invalidation.
+  // Another thread may have stored a newer connection meanwhile, which must not be dropped without
+  // being invalidated.
   xpcConnectionToService.clearIfHolding(connection);
 }
 
-/// The connection stays: an interrupted one is usable, and nothing is restarted on it while the
-/// router is still installed.
+/// The connection is kept: an interrupted one is still usable, and nothing is restarted on it while
+/// the router is still installed.
 void Implementation::handleInterruption() {
   wlhid::log(wlhid::site::handleInterruption, client_);
   stopListeningToService();
@@ -99,8 +99,8 @@ void Implementation::handleInterruption() {
   _updateConnection();
 }
 
-/// Also runs after the client's own invalidate; the close then finds nothing, and a client that was
-/// started again meanwhile gets its new connection here.
+/// Also runs after the client's own invalidate: the close then finds no connection, and a client
+/// that was started again meanwhile gets its new connection here.
 void Implementation::handleInvalidation() {
   wlhid::log(wlhid::site::handleInvalidation, client_);
   closeConnection();

@@ -1,4 +1,4 @@
-// What the router delivers goes to the delegate, or to the log where no delegate takes it.
+// Delivers the router's messages to the delegate, or to the log if there is no delegate for them.
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "router-client/ClientLog.h"
 #include "router-client/WLHIDEventRouterClient+Implementation.h"
@@ -33,8 +33,8 @@ void Implementation::logReport(const std::shared_ptr<NSData>& data, std::uint32_
 
 namespace {
 
-/// A member that is no element value is spoken to like nil: every number is 0 and there are no
-/// bytes.
+/// A member that is not an element value is logged like nil: every number is 0 and the bytes are
+/// null.
 void logElementValue(const WLHIDEventRouterClient& client,
                      const std::shared_ptr<NSObject>& member) {
   if (!wlhid::isWanted(wlhid::site::receivedElementValues)) return;
@@ -49,7 +49,7 @@ void logElementValue(const WLHIDEventRouterClient& client,
 }  // namespace
 
 void Implementation::logElementValues(const std::shared_ptr<NSArray>& elementValues) const {
-  // Ours for the walk: a log sink may make the caller drop its reference.
+  // Keeps the array alive during the walk: a log sink may make the caller drop its reference.
   const std::shared_ptr<NSArray> walked =
       elementValues;  // NOLINT(performance-unnecessary-copy-initialization)
   if (!walked) return;

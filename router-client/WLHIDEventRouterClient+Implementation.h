@@ -1,9 +1,9 @@
-// A client's inside: its status model, its connection, its routing session, and what the router
-// calls.
+// A client's implementation: its status model, its connection, its routing session, and the methods
+// that the router calls.
 //
 // Threading: as WLHIDEventRouterClient.h.
-// Ownership: the client owns it, and it is destroyed with the client. What the platform holds of it
-//   shares the client's life: exported() is a reference to the client.
+// Ownership: the client owns it and destroys it. A reference that the platform holds keeps the
+//   client alive: exported() is a reference to the client.
 // Errors: as WLHIDEventRouterClient.h.
 #pragma once
 
@@ -37,11 +37,11 @@ class WLHIDEventRouterClient::Implementation final : public WLHIDEventRouterClie
   Implementation(const Implementation&) = delete;
   Implementation& operator=(const Implementation&) = delete;
 
-  /// Reads the router's status and observes its changes from now on. Not for the constructor: it
-  /// takes a reference to the client.
+  /// Reads the router's status and starts observing its changes. Not part of the constructor,
+  /// because it takes a reference to the client.
   void begin();
 
-  // The values of the properties.
+  // Properties.
   [[nodiscard]] std::uint64_t registryEntryID() const { return _registryEntryID; }
   [[nodiscard]] std::uint64_t hidDeviceMode() const { return _hidDeviceMode; }
   [[nodiscard]] WLHIDEventRouterStatus eventRouterStatus() const { return _eventRouterStatus; }
@@ -70,12 +70,12 @@ class WLHIDEventRouterClient::Implementation final : public WLHIDEventRouterClie
   void startListeningToService();
   void stopListeningToService();
 
-  // From the router, on the connection's queue.
+  // Called by the router, on the connection's queue.
   void receivedData_forReportID(const std::shared_ptr<platform::NSData>& data,
                                 std::uint32_t reportID) override;
   void receivedElementValues(const std::shared_ptr<platform::NSArray>& elementValues) override;
 
-  // What no delegate takes: said by the delegate's own methods too.
+  // For input that no delegate takes; also called by the delegate's default methods.
   void logReport(const std::shared_ptr<platform::NSData>& data, std::uint32_t reportID) const;
   void logElementValues(const std::shared_ptr<platform::NSArray>& elementValues) const;
 
@@ -88,7 +88,7 @@ class WLHIDEventRouterClient::Implementation final : public WLHIDEventRouterClie
   template <class Action>
   [[nodiscard]] bool inOpeningTurn(const Action& action);
   [[nodiscard]] bool openAndStart();
-  [[nodiscard]] bool closeForWantOfRouter();
+  [[nodiscard]] bool closeWithoutRouter();
   void stopAndClose();
   [[nodiscard]] bool isRouterInstalled() const;
   [[nodiscard]] bool isConnectionPresent() const;
@@ -103,8 +103,7 @@ class WLHIDEventRouterClient::Implementation final : public WLHIDEventRouterClie
   [[nodiscard]] std::shared_ptr<Implementation> exported();
 
   Client& client_;
-  // Destroyed from the last to the first: the delegate's reference, the dictionaries, then the
-  // connection.
+  // Destroyed in reverse order: the delegate reference, the dictionaries, then the connection.
   wlhid::Holder<std::shared_ptr<platform::NSXPCConnection>> xpcConnectionToService;
   const std::uint64_t _registryEntryID;
   const std::uint64_t _hidDeviceMode;

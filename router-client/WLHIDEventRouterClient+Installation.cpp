@@ -1,4 +1,4 @@
-// The class's entry points for installing and removing the router.
+// The class methods that install and remove the router.
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "WLHIDAccess/WLHIDEventRouterConstants.h"
@@ -15,7 +15,7 @@ using ManagerMethod = bool (*)(const std::shared_ptr<NSString>& label,
                                const std::shared_ptr<NSString>& prompt,
                                std::shared_ptr<NSError>* returnError);
 
-/// The handler hears of the outcome first; then, on success, every client does.
+/// The handler receives the outcome first; then, on success, all clients are notified.
 void changeInstallation(ManagerMethod change, const std::shared_ptr<NSString>& prompt,
                         const WLHIDEventRouterClient::CompletionHandler& handler) {
   std::shared_ptr<NSError> error;

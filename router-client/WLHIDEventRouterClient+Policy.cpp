@@ -1,5 +1,4 @@
-// What every client begins and ends with, its status model, and the policy that decides about the
-// connection.
+// Creation and destruction of a client, its status model, and the connection policy.
 #include <utility>
 
 #include "platform/foundation/NSNotificationCenter.h"
@@ -11,7 +10,7 @@ using platform::NSNotificationCenter;
 using platform::str;
 using Implementation = WLHIDEventRouterClient::Implementation;
 
-// ---- Life
+// ---- Creation and destruction
 
 Implementation::Implementation(Client& client, std::uint64_t registryEntryID,
                                std::uint64_t deviceMode,
@@ -32,13 +31,13 @@ void Implementation::begin() {
       str(WLHIDEventRouterClientInstallationStatusChanged), /*object=*/nullptr);
 }
 
-// No stop request: the router learns of the end by the connection's.
+// No stop request: closing the connection tells the router.
 Implementation::~Implementation() {
-  if (_forkMark.isInherited()) return;  // its locks may be held by threads that the child lacks
+  if (_forkMark.isInherited()) return;  // its locks may be held by threads the child doesn't have
   wlhid::log(wlhid::site::dealloc, client_);
   closeConnection();
-  // Where memory is short the registration stays for the center to clear away: it is a weak one.
-  wlhid::unlessMemoryIsShort([this] {
+  // If memory runs out, the center clears the registration later: it is a weak one.
+  wlhid::ignoringOutOfMemory([this] {
     NSNotificationCenter::defaultCenter()->removeObserver_name_object(
         this, str(WLHIDEventRouterClientInstallationStatusChanged), /*object=*/nullptr);
   });
@@ -58,8 +57,8 @@ void Implementation::setDelegate(const std::shared_ptr<WLHIDEventRouterClientDel
   _delegate.exchange(delegate);
 }
 
-// Both setters announce themselves as a whole, log line and equal values included: an observer
-// hears did-change when everything that the change sets off is done.
+// Both setters announce the whole call, including the log line and even if the value is the same:
+// did-change comes after everything that the change triggers.
 
 void Implementation::setStarted(bool newStarted) {
   if (_forkMark.isInherited()) return;
@@ -127,7 +126,7 @@ void Implementation::settleConnection() {
   while (applyConnectionPolicy()) continue;
 }
 
-/// The one place that decides:
+/// The only place that decides about the connection:
 ///
 ///   started  router         connection  action
 ///   no       any            present     stop request, close
@@ -136,19 +135,19 @@ void Implementation::settleConnection() {
 ///   yes      installed      present     nothing: a session is running or pending
 ///   yes      not installed  any         close if present; then status RouterUnavailable
 ///
-/// Returns whether to apply it once more, because another thread came by while this one had the
-/// turn (OpeningTurn.h).
+/// Returns whether to apply it again because another thread left a note during this one's turn
+/// (OpeningTurn.h).
 bool Implementation::applyConnectionPolicy() {
   _openingTurn.visit();
   if (!started()) {
     if (isConnectionPresent()) stopAndClose();
     return false;
   }
-  if (!isRouterInstalled()) return closeForWantOfRouter();
+  if (!isRouterInstalled()) return closeWithoutRouter();
   return !isConnectionPresent() && openAndStart();
 }
 
-/// Closes even where the stop request cannot be made for want of memory.
+/// Closes even if there is no memory for the stop request.
 void Implementation::stopAndClose() {
   try {
     stopListeningToService();
@@ -159,26 +158,26 @@ void Implementation::stopAndClose() {
   closeConnection();
 }
 
-/// Runs `action` with the turn; another thread that has it is left a note instead. Returns whether
-/// to apply the policy once more.
+/// Takes the turn and runs `action`, or leaves a note if another thread has the turn. Returns
+/// whether to apply the policy again.
 template <class Action>
 bool Implementation::inOpeningTurn(const Action& action) {
   if (!_openingTurn.enter()) return false;
   try {
     action();
   } catch (...) {
-    // From a delegate, as a rule. Whoever left a note relies on us all the same.
+    // Usually thrown by a delegate. A thread that left a note still relies on this one.
     if (_openingTurn.leave()) settleConnection();
     throw;
   }
   return _openingTurn.leave();
 }
 
-// In a turn, look again: what another thread finished before it began left no note.
+// Inside a turn, check again: what another thread finished before the turn began left no note.
 
-/// With the turn, so that no other thread opens a connection between the look and the status, which
-/// would then deny it.
-bool Implementation::closeForWantOfRouter() {
+/// Takes the turn so that no other thread opens a connection between the check and the status
+/// change, which would then be wrong.
+bool Implementation::closeWithoutRouter() {
   return inOpeningTurn([this] {
     if (!started() || isRouterInstalled()) return;
     if (isConnectionPresent()) closeConnection();

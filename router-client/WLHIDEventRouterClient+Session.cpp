@@ -1,4 +1,4 @@
-// The routing session: the start and stop requests, and what comes back.
+// The routing session: the start and stop requests, and their replies.
 #include "router-client/ClientLog.h"
 #include "router-client/WLHIDEventRouterClient+Implementation.h"
 
@@ -9,7 +9,7 @@ using Implementation = WLHIDEventRouterClient::Implementation;
 
 namespace {
 
-/// A proxy for the router, or null where there is no connection.
+/// A proxy for the router; null without a connection.
 std::shared_ptr<WLHIDEventRouterProtocol> routerProxy(
     const std::shared_ptr<NSXPCConnection>& connection, XPCErrorHandler errorHandler) {
   if (!connection) return nullptr;
@@ -34,7 +34,7 @@ void Implementation::startListeningToService() {
   if (!router) return;
   router->startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
       _registryEntryID, _hidDeviceMode, _tagsByKQHIDUsageCode, _typeByKQHIDUsageCode,
-      // Strong on purpose: the answer to a pending request finds the client whose status it sets.
+      // Strong on purpose: a pending request keeps alive the client whose status its reply sets.
       [self = exported(), weakClient](const std::shared_ptr<NSError>& error) {
         self->handleStartReply(weakClient, error);
       });

@@ -1,4 +1,4 @@
-// The object as applications see it: everything is handed on to its inside.
+// The client's public interface: forwards every call to the implementation.
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 
 #include "router-client/WLHIDEventRouterClient+Implementation.h"

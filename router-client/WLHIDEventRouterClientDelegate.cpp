@@ -4,7 +4,7 @@
 
 using Implementation = WLHIDEventRouterClient::Implementation;
 
-// Reached when a delegate takes no such call: here happens what happens without a delegate.
+// Reached when a delegate does not override the method: behaves as if there were no delegate.
 
 void WLHIDEventRouterClientDelegate::hidEventRouterClient_clientStatusChangedTo(
     const std::shared_ptr<WLHIDEventRouterClient>&, WLHIDEventRouterClientStatus) {}

@@ -73,7 +73,7 @@ platform::SystemRoot systemRoot(int argc, char** argv) {
   if (argc > 1 && !isNamed)
     throw std::runtime_error("its only option is --root, with an absolute path");
   platform::FileDescriptor directory(
-      platform::xpc::takePassedDirectory(platform::rootDescriptorName));
+      platform::xpc::takePassedDirectory(platform::kRootDescriptorName));
   if (directory) return passedRoot(std::move(directory));
   if (!isNamed) throw std::runtime_error("no system root was passed, and there is no --root");
   const platform::SystemRoot named(argv[2]);

@@ -1,9 +1,7 @@
-// The lines that a client leaves in a scripted platform's trace, written down step by step, for the
-// device kEntryID in mode kDeviceMode with the tag dictionary {65536 = tag}, started by a client
-// whose delegate records. The numbers and texts stand here in full on purpose: they are what
-// readers of logs and callers of platforms see.
-//
-// Threading, Ownership, Errors, Order: pure functions.
+// The lines that a client leaves in a scripted platform's trace, step by step, for a client of
+// device kEntryID in mode kDeviceMode with the tag dictionary {65536 = tag} and a delegate that
+// records its calls. The numbers and texts are spelled out on purpose: log readers and platforms
+// see exactly these.
 #pragma once
 
 #include <cstdint>
@@ -75,8 +73,7 @@ inline std::string stopError(const std::string& error,
   return logLine(3, "stopListeningToService]_block_invoke", 302, "Error(ST): " + error, tags);
 }
 
-// ---- Steps
-// of a client
+// ---- Steps of a client
 
 inline Lines installedCheck(const std::string& installedVersion = "7",
                             const std::string& bundleVersion = "7") {
@@ -166,7 +163,7 @@ inline std::string setClientStatus(int status) {
   return logLine(0, "setClientStatus:]", 178,
                  "called, newClientStatus = " + std::to_string(status));
 }
-/// With the delegate's call, as long as there is one.
+/// Includes the call of the delegate, so the client must have one.
 inline Lines becomes(int status) {
   return {"will change clientStatus", setClientStatus(status),
           "delegate clientStatusChangedTo " + std::to_string(status), "did change clientStatus"};
@@ -174,7 +171,7 @@ inline Lines becomes(int status) {
 inline Lines staysAt(int status) {
   return {"will change clientStatus", setClientStatus(status), "did change clientStatus"};
 }
-/// The whole of opening row: connection, status, request.
+/// The policy's whole opening step: connection, status, request.
 inline Lines openAndStart(int number) {
   return sequence({opening(number), becomes(2), startRequest(number)});
 }

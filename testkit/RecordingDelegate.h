@@ -1,11 +1,10 @@
-// A delegate that writes each call down in a trace, and keeps the last of each kind.
+// A delegate that records each call in a trace and keeps the last call of each kind.
 //
 //   const auto delegate = std::make_shared<testkit::RecordingDelegate>(platform.trace());
 //
-// Threading: called as a delegate is. What it keeps stands before the trace's line does: who waits
-//   for the line may look.
+// Threading: called like any delegate. It stores a call before it records the line, so a test that
+//   has waited for the line may read it.
 // Ownership: the trace must outlive it.
-// Order: the trace's.
 #pragma once
 
 #include <atomic>

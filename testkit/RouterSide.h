@@ -1,12 +1,12 @@
-// The router as a test plays it on a scripted platform.
+// Lets a test play the router on a scripted platform.
 //
 //   testkit::installRouter(platform);
 //   client->setStarted(true);
 //   testkit::sendReport(*platform.connection(1), {0x01, 0xff}, 1);
 //
-// Threading: as ScriptedConnection.h: these functions are the connection's queue.
-// Errors: false where a connection in this state would not let the message through, or where the
-//   client's interface does not admit it.
+// Threading: as ScriptedConnection.h: these functions act as the connection's queue.
+// Errors: false if a connection in this state would not let the message through, or if the client's
+//   interface does not admit it.
 #pragma once
 
 #include <cstdint>
@@ -19,14 +19,14 @@
 
 namespace testkit {
 
-/// The router counts as installed from now on, for clients that are told or made afterwards.
+/// From now on the router is installed, for clients that are created or notified afterwards.
 void installRouter(platform::ScriptedPlatform& platform);
 
 using Timing = platform::ScriptedConnection::Timing;
 
 bool sendReport(platform::ScriptedConnection& connection, std::initializer_list<std::uint8_t> bytes,
                 std::uint32_t reportID, Timing timing = Timing::InOrder);
-/// `values` are KQHIDDeviceElementValues, or what else a test wants to see refused.
+/// `values` are KQHIDDeviceElementValues, or anything else that a test expects to be refused.
 bool sendElementValues(platform::ScriptedConnection& connection,
                        std::vector<std::shared_ptr<platform::NSObject>> values,
                        Timing timing = Timing::InOrder);

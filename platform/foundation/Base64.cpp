@@ -56,7 +56,7 @@ std::optional<std::vector<std::uint8_t>> bytesOfBase64(std::string_view text) {
   }
   const std::size_t left = sextets % 4;
   if (left == 1 || padding != (4 - left) % 4) return std::nullopt;
-  // The bits behind the last byte must be zero, so that one text stands for the bytes and no other.
+  // The bits after the last byte must be zero, so that each byte sequence has only one encoding.
   if (left == 2 && (bits & 0xF) != 0) return std::nullopt;
   if (left == 3 && (bits & 0x3) != 0) return std::nullopt;
   if (left == 2) bytes.push_back(static_cast<std::uint8_t>(bits >> 4));

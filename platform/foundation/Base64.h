@@ -1,7 +1,7 @@
-// Bytes as text of 64 characters (RFC 4648), as XML property lists carry them.
+// Base64 (RFC 4648), as XML property lists use it.
 //
-// Threading: pure functions.
-// Errors: null for text that is not what the encoder would have written, blanks aside.
+// Threading: any thread.
+// Errors: null for text that the encoder would not have written, apart from blanks.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@ namespace platform {
 
 [[nodiscard]] std::string base64(std::span<const std::uint8_t> bytes);
 
-/// Blanks and line ends may stand anywhere; the padding must be there.
+/// Blanks and line ends may appear anywhere; padding is required.
 [[nodiscard]] std::optional<std::vector<std::uint8_t>> bytesOfBase64(std::string_view text);
 
 }  // namespace platform

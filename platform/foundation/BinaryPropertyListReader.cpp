@@ -17,9 +17,9 @@ namespace {
 constexpr std::string_view kMagic = "bplist00";
 constexpr std::size_t kTrailerBytes = 32;
 
-// The objects of a binary list refer to each other by number, in any direction and as often as they
-// like. Each is made once; what it stands for in full (`objects`, `height`) is kept with it, so
-// that sharing cannot get around the limits.
+// The objects of a binary list refer to each other by number, in any direction and any number of
+// times. Each is created once; the size of what it expands to (`objects`, `height`) is kept with
+// it, so that sharing cannot get around the limits.
 class BinaryReader {
  public:
   explicit BinaryReader(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
@@ -62,7 +62,7 @@ class BinaryReader {
   }
 
   Known objectNumber(std::uint64_t number, std::size_t depth) {
-    if (number >= count_) fail("a reference to an object that is not there");
+    if (number >= count_) fail("a reference to a missing object");
     if (const auto known = known_.find(number); known != known_.end()) {
       if (!known->second.object) fail("an object that contains itself");
       if (depth + known->second.height > kPropertyListDepth) fail("nested too deeply");
@@ -108,13 +108,13 @@ class BinaryReader {
     }
   }
 
-  /// The bytes behind the marker of an object that says how many units it has.
+  /// The bytes after the marker of an object that has a count of units.
   std::span<const std::uint8_t> body(std::size_t offset, std::size_t unit) const {
     std::uint64_t count = bytes_[offset] & 0xF;
     std::size_t begin = offset + 1;
     if (count == 0xF) {
       if (begin >= table_ || bytes_[begin] >> 4 != 0x1 || (bytes_[begin] & 0xF) > 3) {
-        fail("a count that is no integer");
+        fail("a count that is not an integer");
       }
       const std::size_t width = std::size_t{1} << (bytes_[begin] & 0xF);
       count = integerAt(begin + 1, width);
@@ -130,7 +130,8 @@ class BinaryReader {
     return integerAt(offset + 1, width);
   }
 
-  // Up to four bytes are unsigned, eight are signed; sixteen carry what eight cannot.
+  // Up to four bytes are unsigned, eight are signed; sixteen are for values that don't fit in
+  // eight.
   std::shared_ptr<NSObject> integer(std::size_t offset, std::uint8_t low) const {
     if (low > 4) fail("an integer of an unknown width");
     if (low < 4) {
@@ -167,13 +168,13 @@ class BinaryReader {
 
   static std::shared_ptr<NSObject> asciiString(std::string_view text) {
     const auto beyond = [](char c) { return static_cast<unsigned char>(c) >= 0x80; };
-    if (std::ranges::any_of(text, beyond)) fail("a string that is not in its encoding");
+    if (std::ranges::any_of(text, beyond)) fail("a string that is invalid in its encoding");
     return str(text);
   }
 
   static std::shared_ptr<NSObject> unicodeString(std::string_view text) {
     const auto converted = UTF8FromUTF16BigEndian(text);
-    if (!converted) fail("a string that is not in its encoding");
+    if (!converted) fail("a string that is invalid in its encoding");
     return str(*converted);
   }
 
@@ -208,7 +209,7 @@ class BinaryReader {
     return made;
   }
 
-  // All keys stand first, then all values.
+  // All keys come first, then all values.
   Known dictionary(std::span<const std::uint8_t> references, std::size_t depth) {
     const std::size_t members = references.size() / (2 * referenceWidth_);
     checkRoom(2 * members, depth);
@@ -217,7 +218,7 @@ class BinaryReader {
     entries.reserve(members);
     for (std::size_t i = 0; i < members; ++i) {
       const Known key = member(references, i, depth);
-      if (!objectCast<NSString>(key.object)) fail("a dictionary key that is no string");
+      if (!objectCast<NSString>(key.object)) fail("a dictionary key that is not a string");
       const Known value = member(references, members + i, depth);
       count(made, key);
       count(made, value);

@@ -13,8 +13,8 @@
 namespace platform {
 namespace {
 
-// Two passes: references can only be written once it is known how many objects there are, for that
-// is what their width depends on.
+// Two passes: the width of references depends on the number of objects, so they can only be written
+// once that is known.
 class BinaryWriter {
  public:
   std::string write(const NSObject& root) {
@@ -38,7 +38,7 @@ class BinaryWriter {
     std::vector<std::size_t> references;
   };
 
-  /// The object's place in the list; equal strings share one.
+  /// Assigns the object its index in the list; equal strings share one.
   std::size_t number(const NSObject& object, std::size_t depth) {
     if (++numbered_ > kPropertyListObjects) throw PropertyListFault("too many objects");
     const auto* string = dynamic_cast<const NSString*>(&object);
@@ -67,7 +67,7 @@ class BinaryWriter {
     }
     for (const auto& [key, value] : dictionary->entries()) {
       if (dynamic_cast<const NSString*>(key.get()) == nullptr) {
-        throw PropertyListFault("a dictionary key that is no string");
+        throw PropertyListFault("a dictionary key that is not a string");
       }
       references.push_back(number(*key, depth + 1));
     }
@@ -87,7 +87,7 @@ class BinaryWriter {
     for (std::size_t i = width; i-- > 0;) text_ += static_cast<char>(value >> (8 * i) & 0xFF);
   }
 
-  /// An integer object; `kind` and a count of 15 or more are followed by one.
+  /// An integer object; a count of 15 or more is written as one after the marker.
   void appendUnsigned(std::uint64_t value) {
     const std::size_t width = widthOf(value);
     text_ += static_cast<char>(0x10 | std::countr_zero(width));
@@ -112,7 +112,7 @@ class BinaryWriter {
     } else if (dynamic_cast<const NSDictionary*>(item.object) != nullptr) {
       appendMarker(0xD, item.references.size() / 2);
     } else {
-      throw PropertyListFault("an object of the class " + std::string(item.object->className()));
+      throw PropertyListFault("an object of class " + std::string(item.object->className()));
     }
     for (const std::size_t reference : item.references) appendInteger(reference, referenceWidth_);
   }
@@ -149,7 +149,7 @@ class BinaryWriter {
     appendInteger(static_cast<std::uint64_t>(value), 8);
   }
 
-  // Eight bytes are read as signed, so the upper half of the range takes sixteen.
+  // Eight bytes are read as signed, so the upper half of the range needs sixteen.
   void appendNatural(std::uint64_t value) {
     if (value >> 63 == 0) return appendUnsigned(value);
     text_ += static_cast<char>(0x14);

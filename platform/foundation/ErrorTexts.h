@@ -1,7 +1,6 @@
-// The words for errors that are made without any: what happened, why, what to do.
+// Texts for errors that were created without one: what happened, why, what to do.
 //
 // Threading: any thread.
-// Ownership: the texts last for ever.
 #pragma once
 
 #include <cstdint>
@@ -11,8 +10,8 @@
 
 namespace platform {
 
-/// For the codes of this system's own domains, of authorization, of connections and of the
-/// system's calls; nothing for any other.
+/// The text for the codes of this system's own domains, of authorization, of connections and of
+/// system calls; nothing for other codes.
 [[nodiscard]] std::optional<std::string> textOfError(std::string_view domain, std::int64_t code);
 
 }  // namespace platform

@@ -1,11 +1,11 @@
-// Whether an object was made by this process or came to it from its parent by fork().
+// Whether an object was created by this process or inherited from its parent by fork().
 //
-// A child has copies of the parent's objects and shares their descriptors, but has none of their
-// threads, and locks may be held by threads that it lacks. What such an object would write, shut
-// down or wait for is the parent's; all that is the child's own are the copies of the descriptors.
+// A child has copies of the parent's objects and descriptors, but none of its threads, and locks
+// may be held by threads that don't exist in the child. What such an object would write to, shut
+// down or wait for belongs to the parent; only the copies of the descriptors belong to the child.
 //
 // Threading: any thread.
-// Errors: none; std::bad_alloc where the first mark of a process cannot be registered.
+// Errors: std::bad_alloc if the process's first mark cannot be registered.
 #pragma once
 
 #include <atomic>
@@ -21,7 +21,7 @@ class ForkMark {
   }
 
  private:
-  /// Of this process and its ancestors: no two of them in one line have the same number.
+  /// Counts forks along the line of ancestors, so a process and its ancestors all differ.
   static std::atomic<std::uint64_t> forksSoFar;
   std::uint64_t forks_;
 };

@@ -11,13 +11,13 @@
 namespace platform {
 namespace {
 
-// A hostile or mistaken width must not make a line of gigabytes.
+// A hostile or mistaken width must not produce gigabytes.
 constexpr int kWidestField = 4096;
 
 struct Conversion {
   std::string flags;
   int width = 0;
-  int precision = -1;  // where there is none
+  int precision = -1;  // if not given
   int bits = 0;
   char letter = '\0';
 };
@@ -52,7 +52,7 @@ class Renderer {
     }
   }
 
-  /// The character at hand; NUL, which means nothing in a conversion, at the end.
+  /// The current character; at the end NUL, which has no meaning in a conversion.
   [[nodiscard]] char peek() const { return position_ < format_.size() ? format_[position_] : '\0'; }
 
   Conversion parseConversion() {
@@ -72,7 +72,7 @@ class Renderer {
     return conversion;
   }
 
-  /// 0 where there is none.
+  /// 0 if there is no number.
   int parseNumber() {
     int number = 0;
     for (; peek() >= '0' && peek() <= '9'; ++position_) {
@@ -193,7 +193,7 @@ class Renderer {
     if (conversion.width > 0) format += std::to_string(conversion.width);
     if (conversion.precision >= 0) format += '.' + std::to_string(conversion.precision);
     format += letters;
-    // The format is put together above from characters that were checked one by one.
+    // The format was assembled above from characters that were checked one by one.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     const int length = std::snprintf(nullptr, 0, format.c_str(), value);
@@ -216,7 +216,7 @@ class Renderer {
     return pointer == nullptr ? "(null)" : pointerText(pointer);
   }
 
-  // Not by "%p" of the library, which writes null as "(nil)" here and otherwise elsewhere.
+  // Not the library's "%p", which writes null as "(nil)" here and differently elsewhere.
   static std::string pointerText(const void* pointer) {
     std::array<char, 2 * sizeof(std::uintptr_t)> digits{};
     char* const end = std::to_chars(digits.data(), digits.data() + digits.size(),

@@ -1,9 +1,9 @@
-// printf-style rendering with objects.
+// printf-style formatting with objects.
 //
-// Threading: any thread. Ownership: arguments are held for the call. Order: arguments are taken
-//   left to right.
-// Errors: none are raised. A conversion without an argument prints "(missing)"; one whose argument
-//   is of another kind prints the argument in its own natural form rather than guess at bits.
+// Threading: any thread.
+// Errors: never throws for a bad format. A conversion without an argument prints "(missing)"; one
+//   whose argument has another type prints the argument in its natural form.
+// Order: arguments are taken left to right.
 #pragma once
 
 #include <array>

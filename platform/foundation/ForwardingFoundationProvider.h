@@ -1,6 +1,7 @@
-// Another foundation's answers, for a provider that changes one of them and leaves the rest.
+// Forwards everything to another provider; base class for a provider that changes some of it.
 //
-// Threading, Errors, Order: as the provider behind it. Ownership: keeps that provider.
+// Threading, Errors, Order: as the next provider.
+// Ownership: keeps the next provider.
 #pragma once
 
 #include <memory>

@@ -1,9 +1,9 @@
-// What the foundation asks of the machine, as one small interface, so that a scripted platform can
-// stand in for it.
+// The small interface through which the foundation uses the machine, so that a scripted platform
+// can replace it.
 //
 // Threading: a provider is called from any thread.
 // Ownership: see ProviderSlot.h.
-// Errors: as the public functions say.
+// Errors: as documented for the public functions.
 #pragma once
 
 #include <functional>
@@ -21,11 +21,11 @@ class FoundationProvider {
  public:
   virtual ~FoundationProvider() = default;
   virtual std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path) = 0;
-  /// Hands a regular file's bytes piece by piece to `look` and then to `take`, until either returns
-  /// false or the file ends. Each is called for one piece after another, but `look` perhaps on
-  /// another thread, for pieces that `take` has yet to get, and must not throw. 0, or the errno of
-  /// what failed; pieces may have been handed out by then. A provider that does not say otherwise
-  /// hands out what dataWithContentsOfFile gives, or fails with ENOENT.
+  /// Passes a regular file's bytes piece by piece to `look` and then to `take`, until either
+  /// returns false or the file ends. Each gets the pieces in order, but `look` may run on another
+  /// thread, ahead of `take`, and must not throw. Returns 0 or the errno of what failed; pieces may
+  /// have been passed by then. By default the file is what dataWithContentsOfFile returns, ENOENT
+  /// for null.
   using PieceHandler = std::function<bool(std::string_view piece)>;
   virtual int readFile(const std::shared_ptr<NSString>& path, const PieceHandler& look,
                        const PieceHandler& take);
@@ -37,10 +37,10 @@ class FoundationProvider {
   virtual void log(std::string_view text) = 0;
 };
 
-/// The process's foundation; never destroyed.
+/// The process's provider; never destroyed.
 ProviderSlot<FoundationProvider>& foundationProvider();
 
-/// The provider that asks the machine itself.
+/// The provider that uses the machine itself.
 std::shared_ptr<FoundationProvider> machineFoundationProvider();
 
 }  // namespace platform

@@ -13,13 +13,13 @@
 namespace platform {
 namespace {
 
-// A mapping costs memory only where it was written to, so there is room to be generous: hardly any
-// result is moved more than once.
+// A mapping uses memory only where it has been written, so capacities can be generous: hardly any
+// result moves more than once.
 constexpr std::size_t kFirstCapacity = std::size_t{256} * 1024;
 constexpr std::size_t kSecondCapacity = std::size_t{64} * 1024 * 1024;
 constexpr std::size_t kGrowth = 16;
-// Mappings from the second on begin where a large page can begin. Both their first use and their
-// moving are then many times cheaper.
+// From the second on, mappings are aligned to large pages, which makes first use and moving many
+// times cheaper.
 constexpr std::size_t kLargePage = std::size_t{2} * 1024 * 1024;
 constexpr std::size_t kManyBytes = std::size_t{1024} * 1024;
 
@@ -32,7 +32,7 @@ std::size_t wholePages(std::size_t size) {
   return (size + pageSize() - 1) / pageSize() * pageSize();
 }
 
-std::size_t capacityBehind(std::size_t capacity) {
+std::size_t nextCapacity(std::size_t capacity) {
   if (capacity < kFirstCapacity) return kFirstCapacity;
   return std::max(kSecondCapacity, capacity * kGrowth);
 }
@@ -44,23 +44,23 @@ char* mapped(std::size_t size) {
   return mapping == MAP_FAILED ? nullptr : static_cast<char*>(mapping);
 }
 
-/// New pages that begin where a large one can begin, or null.
+/// New pages aligned to a large page, or null.
 char* mappedForLargePages(std::size_t size) {
   char* const wide = mapped(size + kLargePage);
   if (wide == nullptr) return nullptr;
   const std::size_t before = -reinterpret_cast<std::uintptr_t>(wide) % kLargePage;
   if (before > 0) ::munmap(wide, before);
   ::munmap(wide + before + size, kLargePage - before);
-  ::madvise(wide + before, size, MADV_HUGEPAGE);  // a refusal changes nothing
+  ::madvise(wide + before, size, MADV_HUGEPAGE);  // may be refused
   return wide + before;
 }
 
-/// A mapping of `newSize` bytes that begins with the old one's; null when there is no room, and the
-/// old one is then as it was.
+/// A mapping of `newSize` bytes that starts with the old mapping's contents; null if there is no
+/// room, and the old one is then unchanged.
 char* resized(char* begin, std::size_t oldSize, std::size_t newSize) {
   char* const place = newSize < kSecondCapacity ? mapped(newSize) : mappedForLargePages(newSize);
   if (place == nullptr || begin == nullptr) return place;
-  // The pages themselves move into the new place, which the system unmaps for them first.
+  // Moves the pages themselves; the system unmaps the new range for them first.
   if (::mremap(begin, oldSize, newSize, MREMAP_MAYMOVE | MREMAP_FIXED, place) != MAP_FAILED) {
     ::madvise(place, newSize, MADV_HUGEPAGE);
     return place;
@@ -69,7 +69,7 @@ char* resized(char* begin, std::size_t oldSize, std::size_t newSize) {
   return nullptr;
 }
 
-/// Owns the pages for as long as the data is referred to.
+/// Owns the pages while the data is referenced.
 struct MappedData {
   MappedData(char* begin, std::size_t size, std::size_t capacity)
       : mapping(begin),
@@ -92,7 +92,7 @@ GrowingData::~GrowingData() {
 
 void GrowingData::reserve(std::size_t needed) {
   if (needed <= capacity_) return;
-  const std::size_t generous = wholePages(std::max(needed, capacityBehind(capacity_)));
+  const std::size_t generous = wholePages(std::max(needed, nextCapacity(capacity_)));
   for (const std::size_t capacity : {generous, wholePages(needed)}) {
     char* const begin = resized(begin_, capacity_, capacity);
     if (begin == nullptr) continue;

@@ -1,13 +1,13 @@
 // Bytes that grow to any length and become an NSData without being copied.
 //
-// The bytes lie in pages of their own, which the system moves in one piece when there is no room
-// behind them; so neither growing nor handing over ever needs the memory twice. Made for results of
-// megabytes; a few bytes are better kept in a std::string.
+// The bytes are in pages of their own, which the system moves as a whole when there is no room
+// after them, so neither growing nor takeData() ever needs the memory twice. Meant for results of
+// megabytes; a std::string is better for a few bytes.
 //
 // Threading: a value of one thread.
-// Ownership: takeData() hands the pages to the NSData, which gives them back with its last
+// Ownership: takeData() passes the pages to the NSData, which releases them with its last
 //   reference.
-// Errors: std::bad_alloc when the system has no more memory; what was there stays.
+// Errors: std::bad_alloc if the system is out of memory; the contents are then unchanged.
 #pragma once
 
 #include <cstddef>
@@ -26,14 +26,14 @@ class GrowingData {
   ~GrowingData();
 
   void append(std::string_view bytes);
-  /// Drops everything behind the first `size` bytes; pages that this leaves empty go back to the
-  /// system when there are many.
+  /// Drops everything after the first `size` bytes; if that empties many pages, they are returned
+  /// to the system.
   void truncate(std::size_t size);
   [[nodiscard]] std::size_t size() const { return size_; }
   /// Valid until the next change.
   [[nodiscard]] std::string_view view() const { return {begin_, size_}; }
 
-  /// Everything appended; this object is empty again.
+  /// Returns everything appended and leaves this object empty.
   [[nodiscard]] std::shared_ptr<NSData> takeData();
 
  private:

@@ -29,8 +29,7 @@ struct KeyValueObservable::Observers {
     return found;
   }
 
-  // The registration itself is destroyed by the caller, after unlock: its captures may be the last
-  // of something.
+  // The caller destroys the registration, after unlock: its captures may hold last references.
   std::shared_ptr<Registration> take(const Registration* wanted) {
     const std::lock_guard lock(mutex);
     const auto place = std::ranges::find(list, wanted, &std::shared_ptr<Registration>::get);

@@ -1,13 +1,13 @@
-// Key-value observing: being told before and after a named value of an object changes.
+// Key-value observing: notification before and after a named value of an object changes.
 //
-// Threading: any thread. Observers run synchronously on the thread that makes the change; no lock
-//   is held then, so an observer may register, end its own observation, or change the object again.
-// Ownership: an observation lasts as long as its token. The object does not keep its observers'
-//   captures beyond that, and the token does not keep the object. After the token's destructor has
-//   returned no further call of that observer is taken up; one that another thread had taken up may
-//   still run.
-// Order: observers of one key are called in order of registration, will-change and did-change
-//   alike.
+// Threading: any thread. Observers run synchronously on the thread that makes the change, with no
+//   lock held, so an observer may register another, end its own observation, or change the object
+//   again.
+// Ownership: an observation lasts as long as its token. The object does not keep the observer's
+//   captures longer, and the token does not keep the object. After the token's destructor has
+//   returned, no new call of the observer starts; a call that another thread started before may
+//   still be running.
+// Order: observers of one key are called in order of registration, for will-change and did-change.
 #pragma once
 
 #include <functional>
@@ -39,7 +39,7 @@ class KeyValueObservation {
   std::shared_ptr<Registration> registration_;
 };
 
-/// Base of a class whose values can be observed.
+/// Base class of objects whose values can be observed.
 class KeyValueObservable {
  public:
   using Observer = std::function<void(const KeyValueChange&)>;

@@ -37,8 +37,8 @@ bool isDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
-/// Whether it can stand in the place, behind what the place begins with.
-bool isOf(LogPlace place, char c) {
+/// Whether the character can occur in the place, after the place's prefix.
+bool canContain(LogPlace place, char c) {
   const bool isWord = isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '.' ||
                       c == '-' || c == '_';
   switch (place) {
@@ -58,8 +58,8 @@ bool isOf(LogPlace place, char c) {
   return isDigit(c);
 }
 
-/// The length of what a place at that position begins with, before any isOf().
-std::optional<std::size_t> headOf(LogPlace place, std::string_view line, std::size_t at) {
+/// The length of the place's prefix at this position, before the characters of canContain().
+std::optional<std::size_t> prefixLength(LogPlace place, std::string_view line, std::size_t at) {
   if (place == LogPlace::Device) {
     if (!line.substr(at).starts_with(kDevicePrefix)) return std::nullopt;
     return kDevicePrefix.size();
@@ -67,7 +67,7 @@ std::optional<std::size_t> headOf(LogPlace place, std::string_view line, std::si
   return isNumber(place) && line.substr(at).starts_with('-') ? 1 : 0;
 }
 
-// ---- Making a line
+// ---- Rendering a line
 
 std::string printable(std::string_view text) {
   std::string result = printableLine(text);
@@ -81,7 +81,7 @@ std::string printable(std::string_view text) {
 std::string word(LogPlace place, std::string_view text) {
   std::string result(text.substr(0, longest(place)));
   for (char& c : result) {
-    if (!isOf(place, c)) c = '_';
+    if (!canContain(place, c)) c = '_';
   }
   return result.empty() ? "_" : result;
 }
@@ -96,10 +96,10 @@ std::string rendered(LogPlace place, const LogArgument& argument) {
   return number != nullptr ? std::to_string(*number) : std::to_string(bits);
 }
 
-// ---- Recognising one
+// ---- Recognising a line
 
-/// For each position of a line, its end included: in how many ways what begins there is what the
-/// rest of a row says. Two stands for more.
+/// For each position in a line, including its end: in how many ways the rest of a row matches from
+/// there. Two means two or more.
 using Ways = std::vector<std::uint8_t>;
 
 std::uint8_t sum(std::uint8_t a, std::uint8_t b) {
@@ -115,20 +115,21 @@ Ways waysOfLiteral(std::string_view line, std::string_view literal, const Ways& 
 }
 
 Ways waysOfPlace(std::string_view line, LogPlace place, const Ways& rest) {
-  Ways run(line.size() + 1);  // of one character and more
+  Ways run(line.size() + 1);  // of one or more characters
   for (std::size_t at = line.size(); at-- > 0;)
-    run[at] = isOf(place, line[at]) ? sum(rest[at + 1], run[at + 1]) : 0;
+    run[at] = canContain(place, line[at]) ? sum(rest[at + 1], run[at + 1]) : 0;
   Ways ways(line.size() + 1);
   for (std::size_t at = 0; at <= line.size(); ++at) {
     if (place == LogPlace::Text)
       ways[at] = sum(rest[at], run[at]);
-    else if (const auto head = headOf(place, line, at))
+    else if (const auto head = prefixLength(place, line, at))
       ways[at] = run[at + *head];
   }
   return ways;
 }
 
-/// The ways of a row's parts, from the first literal to the last, and of what is behind them.
+/// The ways of each of a row's parts, from the first literal to the last, and of the end after
+/// them.
 std::vector<Ways> waysOf(std::string_view line, const LogTemplate& row) {
   std::vector<Ways> ways(2 * row.places() + 2);
   ways.back().assign(line.size() + 1, 0);
@@ -141,17 +142,17 @@ std::vector<Ways> waysOf(std::string_view line, const LogTemplate& row) {
   return ways;
 }
 
-/// Where the only argument ends that lets the rest of the row be the rest of the line.
+/// The end of the only argument that lets the rest of the row match the rest of the line.
 std::size_t endOfArgument(std::string_view line, LogPlace place, std::size_t at, const Ways& rest) {
-  std::size_t end = at + headOf(place, line, at).value_or(0);
+  std::size_t end = at + prefixLength(place, line, at).value_or(0);
   if (place != LogPlace::Text) ++end;
   while (end < line.size() && rest[end] == 0) ++end;
   return end;
 }
 
-/// Follows the one way there is. Nothing where an argument is longer than any that was written.
-std::optional<LogMatch> only(std::string_view line, const LogTemplate& row,
-                             const std::vector<Ways>& ways) {
+/// Follows the only way. Nothing if an argument is longer than any that is ever written.
+std::optional<LogMatch> onlyMatch(std::string_view line, const LogTemplate& row,
+                                  const std::vector<Ways>& ways) {
   LogMatch match{&row};
   std::size_t at = 0;
   for (std::size_t i = 0; i < row.places(); ++i) {
@@ -183,7 +184,7 @@ std::optional<LogMatch> recogniseLogLine(std::string_view line,
       continue;
     const auto ways = waysOf(line, *row);
     count += ways.front()[0];
-    if (ways.front()[0] == 1) found = only(line, *row, ways);
+    if (ways.front()[0] == 1) found = onlyMatch(line, *row, ways);
   }
   return count == 1 ? found : std::nullopt;
 }

@@ -1,20 +1,19 @@
-// The lines that a program logs, as data: one row a line, literal text with places for arguments.
+// The lines that a program logs, as data: one row per line, literal text with places for arguments.
 //
 //   inline constexpr LogTemplate refused{"refused: process {count} of user {private}"};
 //   log(LogLine::of<refused>(process, user));
 //
-// A LogLine comes of a row and nothing else, so whoever takes LogLines is given no free text. And
-// since every line is a row's, a reader who has the rows can tell literal text from arguments
-// again, and show of the latter only what their places let be shown (see LogPlace).
+// A LogLine can only be made from a row, so code that takes LogLines never gets free text. And
+// since every line comes from a row, a reader that has the rows can separate literal text from
+// arguments again, and show only those arguments whose places permit it (see LogPlace).
 //
-// That a line is recognised by its own row does not depend on its arguments: what stands in a place
-// is made to fit it, whoever wrote it and however long it is.
+// A line is always recognised by its own row, whatever its arguments: each argument is made to fit
+// its place, whatever its origin and length.
 //
 // Threading: any thread.
-// Ownership: a row refers to literals and lives for ever; a line owns its text, a match refers to
+// Ownership: a row refers to literals and lives forever; a line owns its text; a match refers to
 //   the line.
-// Errors: a row that is not well formed, and arguments that do not fit theirs, are errors of the
-//   build.
+// Errors: a malformed row, or arguments that do not match its places, fail to compile.
 #pragma once
 
 #include <array>
@@ -32,15 +31,15 @@
 
 namespace platform {
 
-/// What stands in a place. Text and Private are for the log alone, of the others a report may show
-/// the value where it is a likely one.
+/// The kinds of places. Text and Private appear only in the log; a report may show the values of
+/// the others if they are plausible.
 enum class LogPlace : std::uint8_t {
   Text,     ///< "{text}": anything, as one printable line
-  Private,  ///< "{private}": a number that is nobody else's business
-  Count,    ///< "{count}": a number of the project's own, or a process
-  Code,     ///< "{code}": the code of an error
-  Device,   ///< "{device}": "device 0x…", by its registry entry ID
-  Label,    ///< "{label}": the label of a job
+  Private,  ///< "{private}": a number that must not leave the log
+  Count,    ///< "{count}": a count of this project's own, or a process ID
+  Code,     ///< "{code}": an error code
+  Device,   ///< "{device}": "device 0x…", with its registry entry ID
+  Label,    ///< "{label}": a job's label
   Version,  ///< "{version}"
 };
 
@@ -52,7 +51,7 @@ enum class LogPlace : std::uint8_t {
 class LogTemplate {
  public:
   static constexpr std::size_t kMaximumPlaces = 6;
-  /// Of literal text in all. With the longest arguments a line is shorter than
+  /// Of all literal text together. Even with the longest arguments, a line is shorter than
   /// kMaximumLogLineBytes.
   static constexpr std::size_t kMaximumLiteralBytes = 200;
 
@@ -71,13 +70,13 @@ class LogTemplate {
 
   [[nodiscard]] constexpr std::size_t places() const { return count_; }
   [[nodiscard]] constexpr LogPlace place(std::size_t index) const { return places_[index]; }
-  /// What stands before the place of that index, or, of places(), at the line's end.
+  /// The text before the place with this index, or, for places(), at the end of the line.
   [[nodiscard]] constexpr std::string_view literal(std::size_t index) const {
     return literals_[index];
   }
 
  private:
-  // An error of the build: no row is made while a program runs.
+  // Fails to compile: rows are only made at compile time.
   [[noreturn]] static void malformed(const char* why) { throw std::invalid_argument(why); }
 
   static consteval LogPlace placeNamed(std::string_view name) {
@@ -91,8 +90,8 @@ class LogTemplate {
     malformed("there is no such place");
   }
 
-  /// One text at most, and none at the beginning: two could be told apart by their content alone,
-  /// and a line that may begin with anything could be any other row's.
+  /// At most one text, and not at the start: two could only be told apart by their contents, and a
+  /// line that may start with anything could belong to any other row.
   consteval void check() const {
     std::size_t texts = 0;
     std::size_t bytes = literals_[count_].size();
@@ -116,16 +115,16 @@ class LogTemplate {
 
 using LogArgument = std::variant<std::int64_t, std::uint64_t, std::string_view>;
 
-/// No line is longer.
+/// The upper limit for any line.
 inline constexpr std::size_t kMaximumLogLineBytes = 2000;
 
-/// The row's line with these arguments, of which there are as many as places. Each is made to fit:
-/// text is made printable and cut, behind which "…" stands; characters that a label or a version
-/// cannot have become "_".
+/// The row's line with these arguments, one per place. Each is made to fit: text is made printable
+/// and, if too long, truncated and ended with "…"; characters that a label or a version cannot
+/// contain become "_".
 [[nodiscard]] std::string renderLogTemplate(const LogTemplate& row,
                                             std::span<const LogArgument> arguments);
 
-/// One line to be logged: printable, without line feed.
+/// One line to log: printable, without a line feed.
 class LogLine {
  public:
   template <const LogTemplate& Row, class... Arguments>
@@ -138,7 +137,7 @@ class LogLine {
   }
 
   [[nodiscard]] const std::string& text() const { return text_; }
-  operator std::string_view() const { return text_; }  // NOLINT: a line is read as what it says
+  operator std::string_view() const { return text_; }  // NOLINT: implicit on purpose
 
  private:
   explicit LogLine(std::string text) : text_(std::move(text)) {}
@@ -164,13 +163,13 @@ class LogLine {
 
 struct LogMatch {
   const LogTemplate* row = nullptr;
-  std::vector<std::string_view> arguments{};  ///< as they stand in the line
+  std::vector<std::string_view> arguments{};  ///< as they appear in the line
 };
 
-/// The row whose line this is. Nothing where it is none's, or could be two rows', or one row's in
-/// two ways: an argument that holds another row's text makes a line unknown at most.
+/// The row that this line was made from. Nothing if no row matches, or two do, or one does in two
+/// ways: an argument that contains another row's text can at most make a line unrecognised.
 ///
-/// In time that grows with the line's length and the number of rows, and with nothing else.
+/// Takes time proportional to the line's length and the number of rows.
 [[nodiscard]] std::optional<LogMatch> recogniseLogLine(std::string_view line,
                                                        std::span<const LogTemplate* const> rows);
 

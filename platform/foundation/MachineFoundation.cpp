@@ -18,23 +18,22 @@
 namespace platform {
 namespace {
 
-// No executable or property list of this system comes near; a sparse file of terabytes must not
-// become an allocation.
+// Far larger than any executable or property list here; a sparse file of terabytes must not cause
+// an allocation of that size.
 constexpr off_t kLargestFile = off_t{1} << 30;
 
 // Large enough for few system calls, small enough to stay in the processor's cache until it has
-// been looked at.
+// been examined.
 constexpr std::size_t kPiece = std::size_t{256} * 1024;
 
-// From here on a second thread that reads ahead is worth its making.
+// From this size on, a second thread that reads ahead is worth its cost.
 constexpr off_t kWorthReadingAhead = off_t{4} << 20;
 
 using PieceHandler = FoundationProvider::PieceHandler;
 
 class OpenFile {
  public:
-  // Non-blocking, so that a FIFO in the file's place cannot hang the caller before it is seen for
-  // what it is.
+  // Non-blocking, so that a FIFO in place of the file cannot hang the caller before it is detected.
   explicit OpenFile(const char* path)
       : descriptor_(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)),
         openError_(errno) {}
@@ -44,7 +43,7 @@ class OpenFile {
     if (descriptor_ >= 0) ::close(descriptor_);
   }
 
-  /// 0 for a regular file that is open, else the errno that says why it is none.
+  /// 0 for an open regular file, otherwise the errno that says why it is not one.
   [[nodiscard]] int fault() const {
     struct stat status {};
     if (descriptor_ < 0) return openError_;
@@ -59,14 +58,14 @@ class OpenFile {
            std::thread::hardware_concurrency() > 1;
   }
 
-  /// The size of a regular file of bounded size, or −1.
+  /// The size of a regular file within the limit, or −1.
   [[nodiscard]] off_t size() const {
     struct stat status {};
     if (descriptor_ < 0 || ::fstat(descriptor_, &status) != 0) return -1;
     return S_ISREG(status.st_mode) && status.st_size <= kLargestFile ? status.st_size : -1;
   }
 
-  /// Like read(2), but not to be interrupted.
+  /// Like read(2), but retries after EINTR.
   [[nodiscard]] ssize_t read(std::span<char> room) const {
     ssize_t got = 0;
     do {
@@ -89,10 +88,10 @@ class OpenFile {
 
  private:
   const int descriptor_;
-  const int openError_;  ///< says something only where there is no descriptor
+  const int openError_;  ///< only meaningful without a descriptor
 };
 
-/// Null where it is not worth it or not to be had.
+/// Null if reading ahead is not worthwhile or not possible.
 std::unique_ptr<ReadAhead> readerAheadOf(const OpenFile& file, const PieceHandler& look) {
   if (!file.isWorthReadingAhead()) return nullptr;
   try {

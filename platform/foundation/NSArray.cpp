@@ -46,7 +46,7 @@ class ConcreteMutableArray final : public NSMutableArray {
   }
   void removeObjectAtIndex(std::size_t index) override {
     checkIndex(index, objects_.size());
-    // Held to the end: its destructor may look at this array, which is whole again by then.
+    // Held until the end: its destructor may access this array, which is consistent again by then.
     const auto removed = std::move(objects_[index]);
     objects_.erase(objects_.begin() + static_cast<std::ptrdiff_t>(index));
     ++mutations_;
@@ -77,7 +77,7 @@ void NSArray::enumerateObjects(
   for (std::size_t i = 0; i < count(); ++i) {
     body(objectAtIndex(i));
     if (mutations() != before) {
-      throw NSGenericException("the array was changed while it was being walked");
+      throw NSGenericException("the array was changed during enumeration");
     }
   }
 }

@@ -1,12 +1,11 @@
 // Ordered collections.
 //
-// Threading: NSArray is immutable. NSMutableArray is not synchronised: one thread at a time, unless
-//   nobody mutates it.
-// Ownership: an array holds its members strongly. A subclass may hold its members inside its own
-//   allocation and hand out pointers that alias the array (the connection layer's element value
-//   arrays do).
-// Errors: NSRangeException for an index out of range; NSGenericException when a mutable array
-//   changes while it is walked.
+// Threading: NSArray is immutable. NSMutableArray is not synchronised: one thread at a time while
+//   any thread mutates it.
+// Ownership: an array holds its members strongly. A subclass may store its members inside its own
+//   allocation and return pointers that alias the array (as arrays of element values do).
+// Errors: NSRangeException for an index out of range; NSGenericException if a mutable array changes
+//   during enumeration.
 // Order: enumeration goes from index 0 upward.
 #pragma once
 
@@ -19,7 +18,7 @@
 
 namespace platform {
 
-/// Raised when a collection is changed while it is being walked.
+/// Raised if a collection changes during enumeration.
 class NSGenericException : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -35,8 +34,8 @@ class NSArray : public NSObject {
   /// Throws NSRangeException.
   [[nodiscard]] virtual std::shared_ptr<NSObject> objectAtIndex(std::size_t index) const = 0;
 
-  /// Calls `body` for each member in order. Throws NSGenericException after a call during which the
-  /// array changed.
+  /// Calls `body` for each member in order. Throws NSGenericException after a call that changed the
+  /// array.
   void enumerateObjects(const std::function<void(const std::shared_ptr<NSObject>&)>& body) const;
 
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }
@@ -49,7 +48,7 @@ class NSArray : public NSObject {
   [[nodiscard]] virtual std::size_t mutations() const { return 0; }
 
   [[nodiscard]] const NSClass& valueClass() const override { return NSArray::classObject(); }
-  /// Arrays of any class are equal when they have the same count and equal members at each index.
+  /// Arrays of any class are equal if they have the same count and equal members at each index.
   [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
 };
 

@@ -11,7 +11,7 @@ constexpr std::string_view kApplicationSuffix = ".app";
 }  // namespace
 
 std::shared_ptr<NSBundle> NSBundle::mainBundle() {
-  // Never destroyed: connections' threads ask for it while the process ends.
+  // Never destroyed: connection threads may use it while the process exits.
   static const auto* const bundle = new auto(std::make_shared<NSBundle>());
   return *bundle;
 }

@@ -10,8 +10,8 @@ namespace platform {
 namespace {
 
 constexpr std::size_t kShownWhole = 24;
-constexpr std::size_t kShownInFront = 16;
-constexpr std::size_t kShownBehind = 8;
+constexpr std::size_t kShownAtStart = 16;
+constexpr std::size_t kShownAtEnd = 8;
 
 void appendHexadecimal(std::string& text, std::span<const std::uint8_t> bytes) {
   static constexpr std::string_view digits = "0123456789abcdef";
@@ -65,9 +65,9 @@ std::string NSData::description() const {
   if (length_ <= kShownWhole) {
     appendHexadecimal(text, span());
   } else {
-    appendGroups(text, span().first(kShownInFront));
+    appendGroups(text, span().first(kShownAtStart));
     text += "... ";
-    appendGroups(text, span().last(kShownBehind));
+    appendGroups(text, span().last(kShownAtEnd));
   }
   return text + '}';
 }

@@ -1,10 +1,9 @@
 // Immutable bytes, in one allocation.
 //
-// Threading, Order: as in NSObject.h.
-// Ownership: an NSData made by a factory owns its bytes in the same allocation as itself. An NSData
-//   may also be a view that is a member of a larger object (an element value inside a delivered
-//   array); the shared_ptr that such an owner hands out aliases the owner, so the bytes live as
-//   long as the pointer does.
+// Threading: as in NSObject.h.
+// Ownership: an NSData made by a factory has its bytes in its own allocation. An NSData may also be
+//   a view that is a member of a larger object (an element value inside a delivered array); the
+//   shared_ptr to it aliases that owner, so the bytes live as long as the pointer.
 // Errors: see each function.
 #pragma once
 
@@ -20,7 +19,7 @@ namespace platform {
 
 class NSString;
 
-/// Raised by an operation whose range or index lies outside the object.
+/// Raised if a range or index is outside the object.
 class NSRangeException : public std::out_of_range {
  public:
   using std::out_of_range::out_of_range;
@@ -31,9 +30,9 @@ class NSData final : public NSObject {
   static const NSClass& classObject();
   /// Copies `bytes`.
   static std::shared_ptr<NSData> dataWithBytes(std::span<const std::uint8_t> bytes);
-  /// One allocation for the object and `length` bytes, filled by `fill`, a callable that takes a
-  /// std::span<std::uint8_t> (called once, with exactly that many uninitialised bytes, before the
-  /// object can be seen by anybody else).
+  /// One allocation for the object and `length` bytes. `fill` takes a std::span<std::uint8_t> and
+  /// is called once, with exactly that many uninitialised bytes, before anything else can access
+  /// the object.
   template <class Fill>
   static std::shared_ptr<NSData> dataWithLength(std::size_t length, Fill&& fill) {
     TrailingStorage storage{length};
@@ -41,16 +40,16 @@ class NSData final : public NSObject {
     std::forward<Fill>(fill)(std::span(reinterpret_cast<std::uint8_t*>(storage.begin), length));
     return data;
   }
-  /// The whole file, or null when it cannot be read, is no regular file, changes its size to
-  /// smaller while it is read, or for a null path. Goes through the foundation provider
-  /// (FoundationProvider.h), so a scripted platform can answer.
+  /// The whole file, or null if it cannot be read, is not a regular file, shrinks while it is read,
+  /// or the path is null. Goes through the foundation provider (FoundationProvider.h), so a
+  /// scripted platform can answer.
   static std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path);
 
   /// Null for empty data.
   [[nodiscard]] const std::uint8_t* bytes() const { return length_ == 0 ? nullptr : bytes_; }
   [[nodiscard]] std::size_t length() const { return length_; }
   [[nodiscard]] std::span<const std::uint8_t> span() const { return {bytes_, length_}; }
-  /// A new object holding a copy. Throws NSRangeException when the range does not lie within the
+  /// A new object with a copy of the bytes. Throws NSRangeException if the range is not within the
   /// data.
   [[nodiscard]] std::shared_ptr<NSData> subdataWithRange(std::size_t location,
                                                          std::size_t length) const;
@@ -60,14 +59,14 @@ class NSData final : public NSObject {
   /// last 8, in groups of four: "{length = 32, bytes = 0x00010203 04050607 08090a0b 0c0d0e0f ...
   /// 18191a1b 1c1d1e1f }".
   [[nodiscard]] std::string description() const override;
-  /// Stands unquoted inside a collection.
+  /// Unquoted inside a collection.
   [[nodiscard]] std::string descriptionWithIndent(std::size_t indent) const override;
 
-  /// A view on bytes that outlive this object, for a member of their owner only. Everybody else
-  /// uses a factory.
+  /// A view of bytes that outlive this object; only for a member of their owner. Otherwise use a
+  /// factory.
   explicit NSData(std::span<const std::uint8_t> view) : bytes_(view.data()), length_(view.size()) {}
 
-  /// The bytes behind the object in its own block; for dataWithLength.
+  /// The bytes after the object in its own block; for dataWithLength.
   explicit NSData(const TrailingStorage& storage)
       : bytes_(reinterpret_cast<const std::uint8_t*>(storage.begin)), length_(storage.size) {}
 

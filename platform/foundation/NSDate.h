@@ -26,7 +26,7 @@ class NSDate final : public NSObject {
   explicit NSDate(double seconds) : seconds_(seconds) {}
 
  protected:
-  /// Every NaN is the same.
+  /// All NaNs are equal.
   [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
 
  private:

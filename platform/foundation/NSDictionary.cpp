@@ -30,8 +30,8 @@ Indices indicesByKey(const Entries& entries) {
   return indices;
 }
 
-/// Leaves the first of equal keys in `byKey`, with the value of the last; the other entries lose
-/// their keys.
+/// Of equal keys, leaves the first in `byKey`, with the value of the last; sets the other keys to
+/// null.
 void mergeEqualKeys(Entries& entries, Indices& byKey) {
   std::size_t kept = 0;
   for (const std::uint32_t each : byKey) {
@@ -45,7 +45,7 @@ void mergeEqualKeys(Entries& entries, Indices& byKey) {
   byKey.resize(kept);
 }
 
-/// Closes the gaps that mergeEqualKeys left.
+/// Removes the entries that mergeEqualKeys left without a key.
 void dropMergedEntries(Entries& entries, Indices& byKey) {
   Indices places(entries.size());
   std::uint32_t next = 0;

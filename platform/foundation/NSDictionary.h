@@ -1,8 +1,9 @@
 // Immutable maps from object to object.
 //
-// Threading, Ownership, Errors: as in NSObject.h. A key must not change while it is one.
-// Order: enumeration goes in order of insertion; of two equal keys the later value wins and keeps
-//   the earlier place.
+// Threading, Ownership, Errors: as in NSObject.h. A key must not change while it is in a
+//   dictionary.
+// Order: enumeration follows insertion order; of two equal keys, the later value wins and takes the
+//   earlier position.
 #pragma once
 
 #include <cstdint>
@@ -25,8 +26,8 @@ class NSDictionary final : public NSObject {
 
   [[nodiscard]] std::size_t count() const { return entries_.size(); }
   [[nodiscard]] const std::vector<Entry>& entries() const { return entries_; }
-  /// The value of an equal key, or null. Takes a number of comparisons that is logarithmic in
-  /// count(), whatever keys somebody chose.
+  /// The value of an equal key, or null. The number of comparisons is logarithmic in count(), even
+  /// for hostile keys.
   [[nodiscard]] std::shared_ptr<NSObject> objectForKey(const NSObject& key) const;
   [[nodiscard]] std::shared_ptr<NSObject> objectForKey(std::string_view key) const;
 
@@ -35,19 +36,19 @@ class NSDictionary final : public NSObject {
   [[nodiscard]] std::string description() const override;
   [[nodiscard]] std::string descriptionWithIndent(std::size_t indent) const override;
 
-  /// Use the factories: keys are unique and nothing is null.
+  /// Use the factories: they ensure that keys are unique and nothing is null.
   NSDictionary(std::vector<Entry> entries, std::vector<std::uint32_t> byKey)
       : entries_(std::move(entries)), byKey_(std::move(byKey)) {}
 
  protected:
-  /// Dictionaries are equal when they have the same count and equal values at equal keys.
+  /// Dictionaries are equal if they have the same count and equal values for equal keys.
   [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
 
  private:
   [[nodiscard]] const Entry& inOrderOfKeys(std::size_t i) const { return entries_[byKey_[i]]; }
 
   const std::vector<Entry> entries_;
-  const std::vector<std::uint32_t> byKey_;  // the indices of entries_ in ascending order of keys
+  const std::vector<std::uint32_t> byKey_;  // indices into entries_ in ascending order of keys
 };
 
 }  // namespace platform

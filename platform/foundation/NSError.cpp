@@ -5,7 +5,7 @@
 namespace platform {
 namespace {
 
-/// No user info and an empty one say the same.
+/// No user info and empty user info are the same.
 const NSDictionary* contents(const std::shared_ptr<NSDictionary>& userInfo) {
   return userInfo && userInfo->count() > 0 ? userInfo.get() : nullptr;
 }
@@ -30,7 +30,7 @@ std::strong_ordering NSError::compareValue(const NSObject& other) const {
   return domains != 0 ? domains : compare(contents(userInfo_), contents(error.userInfo_));
 }
 
-/// The user info's sentence or the known one; null where there is neither.
+/// The user info's description or the known text; null without either.
 std::shared_ptr<NSString> NSError::words() const {
   const NSDictionary* info = contents(userInfo_);
   auto own = info ? objectCast<NSString>(info->objectForKey(NSLocalizedDescriptionKey)) : nullptr;
@@ -41,8 +41,8 @@ std::shared_ptr<NSString> NSError::words() const {
 
 std::shared_ptr<NSString> NSError::localizedDescription() const {
   if (auto known = words()) return known;
-  return str("The operation failed, and no more is known than its error: " +
-             descriptionOf(domain_) + " " + std::to_string(code_) + ".");
+  return str("The operation failed; only the error code is known: " + descriptionOf(domain_) + " " +
+             std::to_string(code_) + ".");
 }
 
 std::string NSError::description() const {

@@ -1,7 +1,6 @@
-// Errors as objects: a domain, a code and what else is known.
+// Errors as objects: a domain, a code and further information.
 //
-// Threading, Ownership, Order: as in NSObject.h.
-// Errors: none; this is one.
+// Threading, Ownership: as in NSObject.h.
 #pragma once
 
 #include <cstdint>
@@ -27,16 +26,16 @@ class NSError final : public NSObject {
 
   [[nodiscard]] const std::shared_ptr<NSString>& domain() const { return domain_; }
   [[nodiscard]] std::int64_t code() const { return code_; }
-  /// Null where the error was made without.
+  /// Null if the error was created without it.
   [[nodiscard]] const std::shared_ptr<NSDictionary>& userInfo() const { return userInfo_; }
 
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }
-  /// A sentence for people: the user info's, else the one that is known for domain and code, else
-  /// one that names the two. Never null.
+  /// A message for a person: the user info's, else the known text for domain and code, else a
+  /// sentence that names the two. Never null.
   [[nodiscard]] std::shared_ptr<NSString> localizedDescription() const;
-  /// `Error Domain=D Code=-1 "…"`, with the user info's sentence or the known one in the quotes,
-  /// "(null)" where there is neither, and ` UserInfo={key=value, key=value}` behind where the user
-  /// info has entries.
+  /// `Error Domain=D Code=-1 "…"`, with the user info's message or the known text in the quotes,
+  /// "(null)" without either, followed by ` UserInfo={key=value, key=value}` if the user info has
+  /// entries.
   [[nodiscard]] std::string description() const override;
 
   NSError(std::shared_ptr<NSString> domain, std::int64_t code,
@@ -44,7 +43,7 @@ class NSError final : public NSObject {
       : domain_(std::move(domain)), code_(code), userInfo_(std::move(userInfo)) {}
 
  protected:
-  /// No user info and an empty one are the same.
+  /// No user info and empty user info are the same.
   [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
 
  private:

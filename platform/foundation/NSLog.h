@@ -1,14 +1,15 @@
 // The platform's plain diagnostic line.
 //
-// Threading: any thread; a line is written whole. Ownership, Errors, Order: nothing is kept,
-//   nothing fails, lines of one thread keep their order.
+// Threading: any thread; a line is written whole.
+// Errors: never fails.
+// Order: lines of one thread keep their order.
 #pragma once
 
 #include "platform/foundation/Format.h"
 
 namespace platform {
 
-/// Writes one line to standard error (or to the foundation provider that is in place).
+/// Writes one line through the foundation provider, by default to standard error.
 void NSLogString(std::string_view text);
 
 template <class... Args>

@@ -32,7 +32,7 @@ class ProcessNotificationCenter final : public NSNotificationCenter {
     registration->observer = std::move(observer);
     registration->name = name;
     registration->object = object;
-    Registrations dead;  // destroyed after unlock: a captured object may end with it
+    Registrations dead;  // destroyed after unlock: it may hold the last reference to an object
     const std::lock_guard lock(mutex_);
     takeIf(dead, [](const Registration& r) { return r.observer.lifetime.expired(); });
     registrations_.push_back(std::move(registration));
@@ -60,12 +60,12 @@ class ProcessNotificationCenter final : public NSNotificationCenter {
   }
 
  private:
-  // Declared before the lock in every caller, so that what is taken is destroyed after unlock.
+  // Every caller declares `taken` before the lock, so that its contents are destroyed after unlock.
   template <class Predicate>
   void takeIf(Registrations& taken, Predicate predicate) {
     const auto keep = std::stable_partition(registrations_.begin(), registrations_.end(),
                                             [&](const auto& r) { return !predicate(*r); });
-    taken.reserve(static_cast<std::size_t>(registrations_.end() - keep));  // or nothing is taken
+    taken.reserve(static_cast<std::size_t>(registrations_.end() - keep));  // all or nothing
     for (auto place = keep; place != registrations_.end(); ++place) {
       (*place)->removed.store(true);
       taken.push_back(std::move(*place));

@@ -1,12 +1,12 @@
-// Notifications by name within one process.
+// Named notifications within one process.
 //
 // Threading: any thread. A notification is delivered synchronously on the thread that posts it. No
 //   lock is held while an observer runs, so an observer may add, remove and post.
-// Ownership: the center holds observers weakly. While one is being notified it is held strongly.
-// Errors: an exception of an observer leaves the post; the observers behind it are then not called.
+// Ownership: the center holds observers weakly, and strongly while they are being notified.
+// Errors: an observer's exception propagates out of the post; later observers are then not called.
 // Order: observers of one notification are called in the order in which they were added. An
-//   observer that is removed, or whose destruction has begun, before its turn comes is not called;
-//   one that is added during the post is not called by it.
+//   observer that is removed, or whose destruction has begun, before its turn is not called; nor is
+//   one that is added during the post.
 #pragma once
 
 #include <functional>
@@ -30,17 +30,17 @@ class NSNotification final : public NSObject {
   const std::shared_ptr<NSObject> object_;
 };
 
-/// One registration as the center keeps it.
+/// One registration.
 struct NSNotificationObserver {
-  const void* identity = nullptr;  ///< what removeObserver compares; never dereferenced
+  const void* identity = nullptr;  ///< compared by removeObserver; never dereferenced
   std::weak_ptr<void> lifetime;
-  std::string_view selector;  ///< the selector's own spelling, for traces
+  std::string_view selector;  ///< the selector's name, for traces
   std::function<void(const std::shared_ptr<NSNotification>&)> call;
 };
 
 class NSNotificationCenter {
  public:
-  /// The process's own center, or the scripted platform's while one is in place.
+  /// The process's center, or that of the scripted platform while one is installed.
   static std::shared_ptr<NSNotificationCenter> defaultCenter();
   static std::shared_ptr<NSNotificationCenter> center();
 

@@ -12,8 +12,8 @@ namespace {
 constexpr double kTwoTo63 = 0x1p63;
 constexpr double kTwoTo64 = 0x1p64;
 
-/// A value in one form only, so that equal numbers have equal forms: a whole number that fits is
-/// one of the integers (the unsigned only above the signed range); any other is a double.
+/// A number in canonical form, so that equal numbers have equal forms: a whole number that fits is
+/// an integer (unsigned only above the signed range); any other is a double.
 using Canonical = std::variant<std::int64_t, std::uint64_t, double>;
 
 Canonical canonical(std::uint64_t value) {

@@ -25,7 +25,7 @@ class NSNumber final : public NSObject {
 
   [[nodiscard]] const Value& value() const { return value_; }
   [[nodiscard]] bool boolValue() const;
-  /// Two's complement wrap for integers out of range; doubles saturate.
+  /// Integers out of range wrap (two's complement); doubles saturate.
   [[nodiscard]] std::int64_t longLongValue() const;
   [[nodiscard]] std::uint64_t unsignedLongLongValue() const;
   [[nodiscard]] double doubleValue() const;
@@ -38,14 +38,14 @@ class NSNumber final : public NSObject {
   explicit NSNumber(Value value) : value_(value) {}
 
  protected:
-  /// By kind, then by value: not the order of the numbers.
+  /// By kind, then by value; not in numerical order.
   [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
 
  private:
   const Value value_;
 };
 
-/// An order in which 0 and -0 are the same, and every NaN is the same and behind all else.
+/// An order in which 0 and -0 are equal, and all NaNs are equal and come last.
 [[nodiscard]] std::strong_ordering orderOfNumbers(double a, double b);
 
 }  // namespace platform

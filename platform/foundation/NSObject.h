@@ -1,8 +1,8 @@
 // The root of the platform's object model: class identity, order, equality and description.
 //
-// Threading: every class of this folder whose name lacks "Mutable" is immutable after creation and
-//   may be used from any thread without further care.
-// Ownership: objects live in std::shared_ptr. A null pointer is nil.
+// Threading: every class in this folder without "Mutable" in its name is immutable after creation
+//   and may be used from any thread.
+// Ownership: objects are held by std::shared_ptr. A null pointer is nil.
 #pragma once
 
 #include <compare>
@@ -13,8 +13,7 @@
 
 namespace platform {
 
-/// What a class is called and what it derives from. One constant object a class, compared by
-/// address.
+/// A class's name and superclass. One constant object per class, compared by address.
 struct NSClass {
   std::string_view name;
   const NSClass* superclass = nullptr;
@@ -37,12 +36,12 @@ class NSObject {
   [[nodiscard]] std::string_view className() const { return isa().name; }
   [[nodiscard]] bool isKindOfClass(const NSClass& c) const { return isa().isSubclassOfClass(c); }
 
-  /// Orders any two objects, null before everything: by value where their class has one, else by
-  /// where they are. Collections find their members with it: unlike a hash, it can't be made to
-  /// collide. Between classes the order holds for this process only.
+  /// Orders any two objects, null first: by value if their class has one, otherwise by address.
+  /// Collections use it to find members: unlike a hash, it can't be made to collide. The order
+  /// between classes is valid in this process only.
   [[nodiscard]] static std::strong_ordering compare(const NSObject* a, const NSObject* b);
 
-  /// Value equality where the class has a value, identity otherwise. Null is equal to nothing.
+  /// Value equality if the class has a value, identity otherwise. Nothing is equal to null.
   [[nodiscard]] bool isEqual(const NSObject* other) const {
     return std::is_eq(compare(this, other));
   }
@@ -53,18 +52,18 @@ class NSObject {
   /// The text that "%@" prints, UTF-8. For a plain object "<NSObject: 0x…>".
   [[nodiscard]] virtual std::string description() const;
 
-  /// The text of this object inside the description of a collection: strings are quoted there where
-  /// needed, and nested collections are indented. `indent` counts levels of four blanks.
+  /// The description inside a collection's description: strings are quoted if necessary, and nested
+  /// collections are indented. `indent` counts levels of four blanks.
   [[nodiscard]] virtual std::string descriptionWithIndent(std::size_t indent) const;
 
  protected:
-  /// The class whose values this object's compare with: that of arrays for a mutable array.
+  /// The class within which values are compared: NSArray for a mutable array.
   [[nodiscard]] virtual const NSClass& valueClass() const { return isa(); }
   /// For compare(); `other` has the same value class.
   [[nodiscard]] virtual std::strong_ordering compareValue(const NSObject& other) const;
 };
 
-/// The object as a `T`, or null if it is none (or null itself).
+/// The object as a `T`; null if it is null or not a `T`.
 template <class T>
 [[nodiscard]] std::shared_ptr<T> objectCast(const std::shared_ptr<NSObject>& object) {
   return std::dynamic_pointer_cast<T>(object);

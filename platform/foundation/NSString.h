@@ -1,7 +1,7 @@
 // Immutable text.
 //
-// Threading, Ownership, Order: as in NSObject.h.
-// Errors: a factory that is given bytes that are not UTF-8 returns null.
+// Threading, Ownership: as in NSObject.h.
+// Errors: factories return null for bytes that are not UTF-8.
 #pragma once
 
 #include <string>
@@ -11,14 +11,14 @@
 
 namespace platform {
 
-/// Text, held as valid UTF-8 (an embedded NUL is a character). Equality is by code units: no
-/// normalisation.
+/// Text, stored as valid UTF-8 (an embedded NUL is a character). Equality compares code units,
+/// without normalisation.
 class NSString final : public NSObject {
  public:
   static const NSClass& classObject();
   /// Null if `utf8` is null or not valid UTF-8.
   static std::shared_ptr<NSString> stringWithUTF8String(const char* utf8);
-  /// Null if the bytes are not valid UTF-8 (overlong forms and surrogates are not).
+  /// Null if the bytes are not valid UTF-8 (overlong forms and surrogates are invalid).
   static std::shared_ptr<NSString> stringWithUTF8(std::string_view utf8);
 
   [[nodiscard]] const std::string& UTF8String() const { return text_; }
@@ -43,7 +43,7 @@ class NSString final : public NSObject {
   const std::string text_;
 };
 
-/// Shorthand for literals of the program itself, which are valid UTF-8.
+/// Shorthand for the program's own literals, which are valid UTF-8.
 [[nodiscard]] std::shared_ptr<NSString> str(std::string_view literal);
 
 /// Whether the bytes are well-formed UTF-8 (no overlong form, no surrogate, at most U+10FFFF).

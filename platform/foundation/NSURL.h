@@ -1,4 +1,4 @@
-// A uniform resource locator, held as its text.
+// A uniform resource locator, stored as text.
 //
 // Threading, Ownership, Errors, Order: as in NSObject.h.
 #pragma once
@@ -11,14 +11,14 @@ namespace platform {
 class NSURL final : public NSObject {
  public:
   static const NSClass& classObject();
-  /// Null for a null or empty string. The text is kept as it is.
+  /// Null for a null or empty string. The text is kept unchanged.
   static std::shared_ptr<NSURL> URLWithString(const std::shared_ptr<NSString>& text);
-  /// "file://" and the path, percent-encoded where a path character is not allowed in a URL. A
-  /// relative path counts from the working directory of now. Null for a null or empty path.
+  /// "file://" and the path, with characters that a URL does not allow percent-encoded. A relative
+  /// path is resolved against the current working directory. Null for a null or empty path.
   static std::shared_ptr<NSURL> fileURLWithPath(const std::shared_ptr<NSString>& path);
 
   [[nodiscard]] const std::shared_ptr<NSString>& absoluteString() const { return text_; }
-  /// The decoded path of a file URL; null for another scheme.
+  /// The decoded path of a file URL; null for other schemes.
   [[nodiscard]] std::shared_ptr<NSString> path() const;
 
   [[nodiscard]] const NSClass& isa() const override { return classObject(); }

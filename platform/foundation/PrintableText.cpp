@@ -16,7 +16,7 @@ struct Range {
 };
 
 /// Unicode's general categories Cc, Cf, Zl and Zp, in ascending order.
-constexpr std::array kActedUpon{
+constexpr std::array kNonPrinting{
     Range{0x0000, 0x001F},   Range{0x007F, 0x009F},   Range{0x00AD, 0x00AD},
     Range{0x0600, 0x0605},   Range{0x061C, 0x061C},   Range{0x06DD, 0x06DD},
     Range{0x070F, 0x070F},   Range{0x0890, 0x0891},   Range{0x08E2, 0x08E2},
@@ -25,11 +25,11 @@ constexpr std::array kActedUpon{
     Range{0x110BD, 0x110BD}, Range{0x110CD, 0x110CD}, Range{0x13430, 0x1343F},
     Range{0x1BCA0, 0x1BCA3}, Range{0x1D173, 0x1D17A}, Range{0xE0001, 0xE007F}};
 
-bool isActedUpon(char32_t character) {
+bool isNonPrinting(char32_t character) {
   const auto* const range =
-      std::lower_bound(kActedUpon.begin(), kActedUpon.end(), character,
+      std::lower_bound(kNonPrinting.begin(), kNonPrinting.end(), character,
                        [](const Range& each, char32_t sought) { return each.last < sought; });
-  return range != kActedUpon.end() && character >= range->first;
+  return range != kNonPrinting.end() && character >= range->first;
 }
 
 std::string escaped(char32_t character) {
@@ -38,7 +38,7 @@ std::string escaped(char32_t character) {
   return stringWithFormat(number > 0xFFFF ? "\\U%08x" : "\\u%04x", number);
 }
 
-/// The length of the UTF-8 sequence at the front of `text`; 0 if its first byte begins none.
+/// The length of the UTF-8 sequence at the start of `text`; 0 if there is none.
 std::size_t characterLength(std::string_view text) {
   UTF8Validator validator;
   for (std::size_t length = 1; length <= text.size(); ++length) {
@@ -48,7 +48,8 @@ std::size_t characterLength(std::string_view text) {
   return 0;
 }
 
-/// Takes one character off the front of `text`, or one byte that belongs to none.
+/// Moves one character, or one invalid byte, from the start of `text` to `result`, escaped if
+/// necessary.
 template <class Keeps>
 void moveCharacter(std::string_view& text, std::string& result, const Keeps& keeps) {
   const std::size_t length = characterLength(text);
@@ -58,7 +59,7 @@ void moveCharacter(std::string_view& text, std::string& result, const Keeps& kee
   if (length == 0) {
     result += stringWithFormat("\\x%02x", static_cast<unsigned char>(sequence.front()));
   } else if (const char32_t character = nextCodePoint(sequence, position);
-             isActedUpon(character) && !keeps(character)) {
+             isNonPrinting(character) && !keeps(character)) {
     result += escaped(character);
   } else {
     result += sequence;

@@ -1,13 +1,13 @@
-// Text from elsewhere, made fit to be read.
+// Makes untrusted text safe to display.
 //
-// A device's name, a peer's hello, a line of a log: whoever wrote it may have put escape sequences,
-// line ends or invisible characters into it, which a terminal obeys and a log takes for entries of
-// its own. Every text goes through here before it reaches a log or a terminal.
+// A device's name, a peer's hello or a log line may contain escape sequences, line ends or
+// invisible characters, which a terminal obeys and which look like separate entries in a log. All
+// text passes through here before it reaches a log or a terminal.
 //
-// What is acted upon instead of shown becomes a visible escape: control characters (C0, DEL, C1)
-// and bytes that are not UTF-8 as "\x1b", line and paragraph separators, bidirectional controls and
-// other format characters as "\u202e". A backslash stays one: the result is for eyes, and does not
-// say whether an escape was there before.
+// Characters that have an effect instead of being shown become visible escapes: control characters
+// (C0, DEL, C1) and bytes that are not UTF-8 like "\x1b"; line and paragraph separators,
+// bidirectional controls and other format characters like "\u202e". A backslash is not escaped: the
+// result is for reading and does not distinguish an escape from the same text in the input.
 #pragma once
 
 #include <cstddef>
@@ -16,12 +16,12 @@
 
 namespace platform {
 
-/// One line: line feeds are escaped too, a tab becomes a blank. A text of more than
-/// `maximumCharacters` characters keeps the first of them and ends with "…" as the last.
+/// One line: line feeds are escaped too, and a tab becomes a blank. A text of more than
+/// `maximumCharacters` characters is truncated, with "…" as the last character.
 [[nodiscard]] std::string printableLine(std::string_view text,
                                         std::size_t maximumCharacters = 1000);
 
-/// Several lines: line feeds and tabs stay. As long as it is.
+/// Several lines: line feeds and tabs stay. The length is not limited.
 [[nodiscard]] std::string printableText(std::string_view text);
 
 }  // namespace platform

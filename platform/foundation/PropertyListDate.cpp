@@ -17,7 +17,7 @@ constexpr double secondsToDay(sys_days day) {
   return static_cast<double>((day - kReferenceDay).count()) * 86400.0;
 }
 
-/// Whether the text has a digit where the pattern has one, and the pattern's own characters
+/// Whether the text has a digit wherever the pattern has one, and the pattern's characters
 /// elsewhere.
 bool fitsPattern(std::string_view text) {
   if (text.size() != kPattern.size()) return false;
@@ -40,8 +40,8 @@ unsigned numberAt(std::string_view text, std::size_t position, std::size_t digit
 
 bool isPropertyListDate(double seconds) {
   constexpr double first = secondsToDay(year(0) / 1 / 1);
-  constexpr double behind = secondsToDay(year(10000) / 1 / 1);
-  return seconds >= first && seconds < behind;
+  constexpr double end = secondsToDay(year(10000) / 1 / 1);
+  return seconds >= first && seconds < end;
 }
 
 std::string propertyListDateText(double seconds) {

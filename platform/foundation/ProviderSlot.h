@@ -1,10 +1,9 @@
-// A place that holds the provider of one part of the platform: the real one until somebody puts in
-// another.
+// Holds the provider of one part of the platform: the real one until it is replaced.
 //
 // Threading: any thread. The lock covers one load or one exchange; a provider's functions never run
-//   under it, and the provider that was replaced is destroyed after unlock.
-// Ownership: the slot and every caller in flight share the provider, so one that is replaced lives
-//   until its last call ends.
+//   under it, and a replaced provider is destroyed after unlock.
+// Ownership: the slot and every call in progress share the provider, so a replaced one lives until
+//   its last call ends.
 #pragma once
 
 #include <memory>
@@ -21,7 +20,7 @@ class ProviderSlot {
     const std::lock_guard lock(mutex_);
     return provider_;
   }
-  /// Returns what was in place.
+  /// Returns the previous provider.
   std::shared_ptr<Provider> exchange(std::shared_ptr<Provider> provider) {
     const std::lock_guard lock(mutex_);
     provider_.swap(provider);

@@ -9,7 +9,7 @@
 namespace platform {
 namespace {
 
-/// Signals belong to the application's own threads: a thread that begins meanwhile takes none.
+/// Signals belong to the application's own threads: a thread that starts meanwhile receives none.
 class SignalsBlocked {
  public:
   SignalsBlocked() {
@@ -51,7 +51,7 @@ ReadAhead::Piece ReadAhead::next() {
   return slots_[freed_ % kPieces].piece;
 }
 
-/// False when nothing more is wanted.
+/// False if reading should stop.
 bool ReadAhead::waitForRoom() {
   std::unique_lock lock(mutex_);
   changed_.wait(lock, [this] { return stops_ || filled_ - freed_ < kPieces; });

@@ -1,11 +1,12 @@
-// Reads a file while what was read before is being worked on: a second thread fills the next pieces
-// meanwhile, so that the longer of the two takes the time, not both.
+// Reads a file ahead of its consumer: a second thread reads the next pieces while the current one
+// is processed, so the whole takes as long as the slower of the two rather than both.
 //
-// Threading: one thread calls; `read` and `look` are called on a thread of this object's, one call
-// at a time.
-// Ownership: a piece is valid until the next call; the destructor waits for the read under way.
-// Errors: std::system_error or std::bad_alloc from the constructor, which then has not read
-// anything; see Piece. Order: pieces come in the order in which they were read.
+// Threading: for one calling thread; `read` and `look` are called on this object's own thread, one
+//   call at a time.
+// Ownership: a piece is valid until the next call; the destructor waits for the read in progress.
+// Errors: std::system_error or std::bad_alloc from the constructor, before anything is read; read
+//   errors: see Piece.
+// Order: pieces come in the order in which they were read.
 #pragma once
 
 #include <sys/types.h>
@@ -24,13 +25,13 @@ namespace platform {
 
 class ReadAhead {
  public:
-  /// As read(2), and not to be interrupted.
+  /// Like read(2), but never fails with EINTR.
   using Read = std::function<ssize_t(std::span<char> room)>;
-  /// Looks at each piece before anybody gets it; what it refuses is the end. Must not throw.
+  /// Examines each piece before next() returns it; false ends the reading. Must not throw.
   using Look = std::function<bool(std::string_view piece)>;
   struct Piece {
-    std::string_view bytes;  ///< empty at the end, and with an error
-    int error = 0;           ///< the errno of a read that failed
+    std::string_view bytes;  ///< empty at the end or on error
+    int error = 0;           ///< the errno of a failed read
   };
 
   ReadAhead(Read read, Look look);
@@ -38,12 +39,12 @@ class ReadAhead {
   ReadAhead& operator=(const ReadAhead&) = delete;
   ~ReadAhead();
 
-  /// Not to be called again after a piece without bytes.
+  /// Must not be called again after an empty piece.
   [[nodiscard]] Piece next();
 
  private:
-  // Each handing over costs a wake-up, so pieces are not small; all of them together stay in a
-  // processor's cache until they have been looked at.
+  // Each hand-over costs a wake-up, so pieces are not small; all of them together stay in the
+  // processor's cache until they have been examined.
   static constexpr std::size_t kPiece = std::size_t{1024} * 1024;
   static constexpr std::size_t kPieces = 4;
 
@@ -60,9 +61,9 @@ class ReadAhead {
   std::array<Slot, kPieces> slots_;
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::size_t filled_ = 0;  ///< pieces so far; the slot of each is its number's remainder
+  std::size_t filled_ = 0;  ///< pieces so far; a piece's slot is its number modulo kPieces
   std::size_t freed_ = 0;
-  bool holdsPiece_ = false;  ///< the caller has the one behind the freed ones
+  bool holdsPiece_ = false;  ///< the caller has the piece after the freed ones
   bool stops_ = false;
   std::thread thread_;
 };

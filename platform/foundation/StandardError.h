@@ -1,7 +1,7 @@
-// Whole lines to standard error.
+// Writes whole lines to standard error.
 //
-// Threading: any thread. Ownership, Order: nothing is kept. Errors: what cannot be written is lost;
-//   errno is kept.
+// Threading: any thread.
+// Errors: what cannot be written is lost; errno is preserved.
 #pragma once
 
 #include <string_view>

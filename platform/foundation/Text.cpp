@@ -130,7 +130,7 @@ std::string quotedWhereNeeded(std::string_view text) {
 }
 
 std::string shortestText(double value) {
-  // Plain digits for magnitudes that "%.17g" would write plainly, else an exponent.
+  // No exponent for magnitudes that "%.17g" would write without one.
   const double magnitude = std::fabs(value);
   const bool plain = magnitude == 0 || (magnitude >= 1e-4 && magnitude < 1e17);
   std::array<char, 64> text{};

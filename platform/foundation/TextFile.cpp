@@ -12,7 +12,7 @@
 namespace platform {
 namespace {
 
-/// The system's words for an error, unless they are in an encoding that is not ours.
+/// The system's text for an error, unless it is not UTF-8.
 std::string systemText(int number) {
   return textOfError(NSPOSIXErrorDomain, number).value_or("error " + std::to_string(number));
 }

@@ -1,15 +1,15 @@
-// Room for bytes behind an object, in the object's own shared allocation.
+// Storage for bytes after an object, in the object's own shared allocation.
 //
 //   TrailingStorage storage{length};
 //   auto object = std::allocate_shared<T>(TrailingAllocator<T>(storage), storage);
 //
-// T's constructor sees storage.begin.
+// T's constructor can use storage.begin.
 //
-// One block holds the reference counts, the object and the bytes: a report costs one malloc and one
-// free.
+// One block holds the reference counts, the object and the bytes, so a report costs one malloc and
+// one free.
 //
-// Ownership: the storage lives and dies with the object's block, and is never initialised here; the
-//   TrailingStorage record itself is only read during allocate_shared.
+// Ownership: the storage is part of the object's block and is not initialised; the TrailingStorage
+//   record itself is only used during allocate_shared.
 // Errors: std::bad_alloc.
 #pragma once
 
@@ -21,7 +21,7 @@ namespace platform {
 
 struct TrailingStorage {
   std::size_t size = 0;
-  /// Set by the allocation; aligned for any object that needs an alignment of at most 8.
+  /// Set by the allocation; aligned for objects with an alignment of at most 8.
   std::byte* begin = nullptr;
 };
 
@@ -53,7 +53,7 @@ class TrailingAllocator {
  private:
   template <class>
   friend class TrailingAllocator;
-  TrailingStorage* storage_;  // dangles once the object is made; only allocate() looks at it
+  TrailingStorage* storage_;  // dangles once the object is made; only allocate() uses it
 };
 
 }  // namespace platform

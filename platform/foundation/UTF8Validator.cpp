@@ -6,7 +6,7 @@
 namespace platform {
 namespace {
 
-// The compiler's own vectors: the processor's where it has some, else plain words.
+// The compiler's vector extension: uses the processor's vectors, or plain words if it has none.
 using Vector = std::uint64_t __attribute__((vector_size(16)));
 constexpr std::size_t kVectors = 8;
 constexpr std::size_t kBlock = kVectors * sizeof(Vector);
@@ -18,7 +18,7 @@ bool isASCIIBlock(const char* block) {
   return ((all[0] | all[1]) & 0x8080808080808080U) == 0;
 }
 
-/// Nearly all of a log is ASCII, and this is then all that is done with it.
+/// Nearly all of a log is ASCII, for which nothing else needs to be done.
 const char* skipASCII(const char* at, const char* end) {
   while (static_cast<std::size_t>(end - at) >= kBlock && isASCIIBlock(at)) at += kBlock;
   while (at != end && static_cast<std::uint8_t>(*at) < 0x80) ++at;

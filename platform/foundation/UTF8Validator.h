@@ -1,8 +1,9 @@
-// Whether bytes that come piece by piece are well-formed UTF-8: no overlong form, no surrogate, at
-// most U+10FFFF, nothing cut short.
+// Checks incrementally whether bytes are well-formed UTF-8: no overlong form, no surrogate, at most
+// U+10FFFF, nothing truncated.
 //
-// Threading: a value of one thread. Ownership: keeps no bytes. Errors: none; the answer says it.
-// Order: the pieces are one text, in order; a character may lie across their borders.
+// Threading: a value of one thread.
+// Ownership: keeps no bytes.
+// Order: the pieces are one text, in order; a character may be split between pieces.
 #pragma once
 
 #include <cstdint>
@@ -12,17 +13,17 @@ namespace platform {
 
 class UTF8Validator {
  public:
-  /// False as soon as the text cannot be UTF-8 whatever follows, and from then on.
+  /// False once the text cannot be UTF-8 whatever follows, and from then on.
   [[nodiscard]] bool accept(std::string_view piece);
-  /// Whether the text may end here: not within a character.
+  /// Whether the text may end here, that is, not inside a character.
   [[nodiscard]] bool isComplete() const { return missing_ == 0; }
 
  private:
   [[nodiscard]] bool acceptLeadByte(std::uint8_t byte);
 
-  int missing_ = 0;  ///< bytes that the open character still needs; −1 once the text was refused
-  // What the next of them may be. Only the byte behind the first one has bounds of its own: they
-  // keep out overlong forms, surrogates and what lies beyond the last code point.
+  int missing_ = 0;  ///< bytes that the current character still needs; −1 once the text is refused
+  // The bounds of the next one. Only the byte after the first has special bounds: they exclude
+  // overlong forms, surrogates and values beyond the last code point.
   std::uint8_t lowest_ = 0;
   std::uint8_t highest_ = 0;
 };

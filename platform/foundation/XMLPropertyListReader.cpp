@@ -22,10 +22,9 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-// The part of XML that property lists are written in: elements, whose attributes mean nothing, text
-// with the predefined entities and character references, CDATA, comments, processing instructions,
-// and a DOCTYPE in front. A DTD inside the document is refused, and with it every entity of the
-// document's own.
+// The subset of XML that property lists use: elements, whose attributes are ignored, text with the
+// predefined entities and character references, CDATA, comments, processing instructions, and a
+// leading DOCTYPE. An internal DTD is refused, and with it all entities that the document defines.
 class XMLReader {
  public:
   explicit XMLReader(std::string_view text) : text_(text) {
@@ -46,7 +45,7 @@ class XMLReader {
     auto root = value(tag, 0);
     if (wrapped) closingTag("plist");
     skipMisc();
-    if (!rest().empty()) fail("something behind its end");
+    if (!rest().empty()) fail("something after its end");
     return root;
   }
 
@@ -71,7 +70,7 @@ class XMLReader {
   bool skip(std::string_view begin, std::string_view end) {
     if (!rest().starts_with(begin)) return false;
     const auto found = text_.find(end, position_ + begin.size());
-    if (found == std::string_view::npos) fail("an end that is missing");
+    if (found == std::string_view::npos) fail("a missing end");
     position_ = found + end.size();
     return true;
   }
@@ -85,13 +84,13 @@ class XMLReader {
   void skipProlog() {
     skipMisc();
     if (rest().starts_with("<!DOCTYPE")) {
-      position_ = behindMarkup(position_);
+      position_ = endOfMarkup(position_);
       skipMisc();
     }
   }
 
-  /// Behind the ">" that ends what begins at `position`; one in quotes does not.
-  [[nodiscard]] std::size_t behindMarkup(std::size_t position) const {
+  /// The position after the ">" that ends the markup at `position`; a quoted ">" does not count.
+  [[nodiscard]] std::size_t endOfMarkup(std::size_t position) const {
     for (char quote = '\0'; position < text_.size(); ++position) {
       const char c = text_[position];
       if (quote != '\0') {
@@ -99,19 +98,18 @@ class XMLReader {
       } else if (c == '"' || c == '\'') {
         quote = c;
       } else if (c == '[') {
-        fail("a document type of its own");
+        fail("an internal document type definition");
       } else if (c == '>') {
         return position + 1;
       }
     }
-    fail("an end that is missing");
+    fail("a missing end");
   }
 
   Tag openingTag() {
     skipMisc();
-    if (!rest().starts_with('<'))
-      fail(rest().empty() ? "an end that is missing" : "text between elements");
-    const std::size_t end = behindMarkup(position_);
+    if (!rest().starts_with('<')) fail(rest().empty() ? "a missing end" : "text between elements");
+    const std::size_t end = endOfMarkup(position_);
     std::string_view inside = text_.substr(position_ + 1, end - position_ - 2);
     position_ = end;
     const bool empty = inside.ends_with('/');
@@ -125,12 +123,12 @@ class XMLReader {
   }
 
   void closingTag(std::string_view name) {
-    if (!atClosingTag()) fail("an end that is missing");
+    if (!atClosingTag()) fail("a missing end");
     position_ += 2;
-    if (!rest().starts_with(name)) fail("an end that does not fit its beginning");
+    if (!rest().starts_with(name)) fail("an end tag that does not match its start tag");
     position_ += name.size();
     position_ = std::min(text_.find_first_not_of(kBlanks, position_), text_.size());
-    if (!rest().starts_with('>')) fail("an end that does not fit its beginning");
+    if (!rest().starts_with('>')) fail("an end tag that does not match its start tag");
     ++position_;
   }
 
@@ -180,7 +178,7 @@ class XMLReader {
     return {std::move(key), value(openingTag(), depth + 1)};
   }
 
-  /// What stands between the tag and its closing tag, which is consumed.
+  /// The text between the tag and its closing tag, which is consumed.
   std::string text(const Tag& tag) {
     std::string content;
     if (tag.empty) return content;
@@ -202,10 +200,10 @@ class XMLReader {
     return content;
   }
 
-  // Unlike between elements, blanks before it belong to the text.
+  // Here, unlike between elements, blanks before the closing tag belong to the text.
   void closingTagHere(std::string_view name) {
     if (!rest().starts_with("</"))
-      fail(rest().empty() ? "an end that is missing" : "an element within text");
+      fail(rest().empty() ? "a missing end" : "an element within text");
     closingTag(name);
   }
 
@@ -225,7 +223,7 @@ class XMLReader {
         return;
       }
     }
-    fail("an entity that is not known");
+    fail("an unknown entity");
   }
 
   static char32_t characterNumbered(std::string_view number) {
@@ -234,7 +232,7 @@ class XMLReader {
     const auto code = integerOf<std::uint32_t>(number, hexadecimal ? 16 : 10);
     if (!code || *code > 0x10FFFF || (*code >= 0xD800 && *code <= 0xDFFF) ||
         !isXMLCharacter(*code)) {
-      fail("a reference to no character");
+      fail("a reference to an invalid character");
     }
     return *code;
   }
@@ -254,7 +252,7 @@ class XMLReader {
     const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
     if (hexadecimal) text.remove_prefix(2);
     const auto magnitude = integerOf<std::uint64_t>(text, hexadecimal ? 16 : 10);
-    if (!magnitude) fail("an integer that is none, or of more than 64 bits");
+    if (!magnitude) fail("a malformed integer, or one of more than 64 bits");
     constexpr auto largest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
     if (negative && *magnitude > largest + 1) fail("an integer of more than 64 bits");
     if (!negative && *magnitude > largest) return NSNumber::numberWithUnsignedLongLong(*magnitude);
@@ -267,19 +265,19 @@ class XMLReader {
     double number = 0;
     const char* const end = text.data() + text.size();
     const auto [stopped, error] = std::from_chars(text.data(), end, number);
-    if (text.empty() || error != std::errc() || stopped != end) fail("a real that is none");
+    if (text.empty() || error != std::errc() || stopped != end) fail("a malformed real");
     return NSNumber::numberWithDouble(number);
   }
 
   static std::shared_ptr<NSObject> date(std::string_view text) {
     const auto seconds = propertyListDate(text);
-    if (!seconds) fail("a date that is none");
+    if (!seconds) fail("a malformed date");
     return NSDate::dateWithTimeIntervalSinceReferenceDate(*seconds);
   }
 
   static std::shared_ptr<NSObject> data(std::string_view text) {
     const auto bytes = bytesOfBase64(text);
-    if (!bytes) fail("data that is not in its encoding");
+    if (!bytes) fail("data that is not valid Base64");
     return NSData::dataWithBytes(*bytes);
   }
 

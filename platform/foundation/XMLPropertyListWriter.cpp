@@ -53,7 +53,7 @@ class XMLWriter {
       if (!isPropertyListDate(seconds)) throw PropertyListFault("a date out of range");
       appendElement("date", propertyListDateText(seconds));
     } else {
-      throw PropertyListFault("an object of the class " + std::string(object.className()));
+      throw PropertyListFault("an object of class " + std::string(object.className()));
     }
   }
 
@@ -83,7 +83,7 @@ class XMLWriter {
     if (!openContainer("dict", dictionary.count(), depth)) return;
     for (const auto& [key, value] : dictionary.entries()) {
       const auto* name = dynamic_cast<const NSString*>(key.get());
-      if (name == nullptr) throw PropertyListFault("a dictionary key that is no string");
+      if (name == nullptr) throw PropertyListFault("a dictionary key that is not a string");
       countObject();
       text_.append(depth + 1, '\t');
       appendElement("key", escaped(name->UTF8String()));
@@ -93,7 +93,7 @@ class XMLWriter {
     closeContainer("dict", depth);
   }
 
-  /// False for one that is empty, which is then complete.
+  /// False for an empty container, which is then complete.
   bool openContainer(std::string_view name, std::size_t members, std::size_t depth) {
     if (depth >= kPropertyListDepth) throw PropertyListFault("nested too deeply");
     text_.append(depth, '\t').append("<").append(name).append(members == 0 ? "/>\n" : ">\n");
@@ -113,8 +113,7 @@ class XMLWriter {
     if (++objects_ > kPropertyListObjects) throw PropertyListFault("too many objects");
   }
 
-  // A bare carriage return would come back as a line feed from a reader that follows XML to the
-  // letter.
+  // A conforming XML reader would turn a bare carriage return into a line feed.
   static std::string escaped(std::string_view plain) {
     std::string text;
     for (std::size_t position = 0; position < plain.size();) {

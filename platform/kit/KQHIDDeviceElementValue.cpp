@@ -16,7 +16,7 @@ namespace {
 
 class PackedElementValues;
 
-// A value inside an array's block. The pointers it hands out alias the array, which owns the block.
+// A value inside an array's block. Pointers to it alias the array, which owns the block.
 class PackedElementValue final : public KQHIDDeviceElementValue {
  public:
   PackedElementValue(const HIDElementValueRecord& record, const PackedElementValues& owner)
@@ -25,18 +25,18 @@ class PackedElementValue final : public KQHIDDeviceElementValue {
 
  private:
   const PackedElementValues& owner_;
-  mutable NSData bytes_;  // immutable itself; handed out through pointers that are not to const
+  mutable NSData bytes_;  // itself immutable; returned through pointers to non-const
 };
 
-// One block: the array, its values, then their bytes. A change (nobody on the delivery path makes
-// one) moves to a list of places, in which the block's own values stand by number: a pointer to
-// them here would keep the block alive for ever.
+// One block: the array, its values, then their bytes. A mutation (the delivery path makes none)
+// switches to a list of places that refers to the block's own values by index: a pointer to them
+// would keep the block alive forever.
 class PackedElementValues final : public NSMutableArray,
                                   public std::enable_shared_from_this<PackedElementValues> {
  public:
   struct Place {
     std::size_t own = 0;
-    std::shared_ptr<NSObject> other;  // where set, instead of `own`
+    std::shared_ptr<NSObject> other;  // if set, used instead of `own`
   };
 
   PackedElementValues(std::span<const HIDElementValueRecord> records,

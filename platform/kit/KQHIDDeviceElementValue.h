@@ -1,8 +1,8 @@
-// One HID element's value in one report.
+// The value of one HID element in one report.
 //
 // Threading: immutable after creation.
-// Ownership: as in NSObject.h; inside a delivered array all values share the array's one
-//   allocation, and a pointer to a value keeps that allocation alive.
+// Ownership: as in NSObject.h. The values in a delivered array share the array's one allocation,
+//   and a pointer to a value keeps that allocation alive.
 #pragma once
 
 #include <cstdint>
@@ -13,14 +13,14 @@
 
 namespace platform {
 
-/// The plain numbers of a value; `bytes` is the field as it stands in the report, little-endian,
-/// unused high bits zero.
+/// The numbers of a value. `bytes` is the field as it is in the report, little-endian, unused high
+/// bits zero.
 struct HIDElementValueRecord {
   std::uint32_t reportID = 0;
   std::uint32_t usagePage = 0;
   std::uint32_t usage = 0;
-  std::uint64_t cookie = 0;  ///< 1-based index of the element over the whole descriptor
-  /// Sign-extended where the logical minimum is negative; 0 for fields wider than 64 bits.
+  std::uint64_t cookie = 0;  ///< 1-based index of the element in the whole descriptor
+  /// Sign-extended if the logical minimum is negative; 0 for fields wider than 64 bits.
   std::int64_t integerValue = 0;
   std::span<const std::uint8_t> bytes;
 };
@@ -36,7 +36,7 @@ class KQHIDDeviceElementValue : public NSObject {
   [[nodiscard]] std::uint32_t hidUsagePage() const { return record_.usagePage; }
   [[nodiscard]] std::uint64_t hidCookie() const { return record_.cookie; }
   [[nodiscard]] std::int64_t integerValue() const { return record_.integerValue; }
-  /// Lives as long as the returned pointer or this value, whichever is longer.
+  /// Valid as long as the returned pointer or this value exists, whichever is longer.
   [[nodiscard]] virtual std::shared_ptr<NSData> bytesValue() const = 0;
   [[nodiscard]] const HIDElementValueRecord& record() const { return record_; }
 
@@ -51,9 +51,8 @@ class KQHIDDeviceElementValue : public NSObject {
   const HIDElementValueRecord record_;
 };
 
-/// An NSMutableArray (its class is exactly that) of element values in one allocation: the values
-/// and their bytes lie in the array's own block and every pointer handed out aliases it. `records`
-/// are copied.
+/// An NSMutableArray (exactly that class) of element values in one allocation: the values and their
+/// bytes are in the array's own block, and every pointer to them aliases it. `records` are copied.
 [[nodiscard]] std::shared_ptr<class NSMutableArray> elementValueArray(
     std::span<const HIDElementValueRecord> records);
 

@@ -1,4 +1,4 @@
-// A reference to an object of the I/O registry, as it may stand in the router's errors.
+// A reference to an I/O registry object, which the router's errors may contain.
 //
 // Threading, Ownership, Errors, Order: as in NSObject.h.
 #pragma once

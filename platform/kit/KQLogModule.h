@@ -1,9 +1,9 @@
 // Log modules: parts of a program that supply files for a diagnostic report.
 //
-// Threading: a module is asked on the thread that assembles the report; handlers may be called at
-//   once on that thread.
-// Ownership: the logger owns modules; whoever asks owns the files.
-// Errors: handed to the handler.
+// Threading: a module is called on the thread that assembles the report and may call the handlers
+//   on that thread before it returns.
+// Ownership: the logger owns the modules; the caller owns the files.
+// Errors: passed to the handler.
 #pragma once
 
 #include <functional>
@@ -38,8 +38,8 @@ class KQLogModule : public NSObject {
 
 class KQLogFile : public NSObject {
  public:
-  /// (error or null, URL or null, data or null, flag): either a file that is there or the bytes
-  /// themselves. The flag says whether the file at the URL may be removed once it has been read.
+  /// (error or null, URL or null, data or null, flag): either an existing file or the bytes
+  /// themselves. The flag says whether the file at the URL may be removed after it has been read.
   using ResultHandler = std::function<void(std::shared_ptr<NSError>, std::shared_ptr<NSURL>,
                                            std::shared_ptr<NSData>, bool)>;
   using Source = std::function<void(const std::shared_ptr<KQLogFile>&, const ResultHandler&)>;

@@ -1,4 +1,4 @@
-// An object that says under which tags it logs.
+// Implemented by an object that logs under tags.
 #pragma once
 
 #include <memory>
@@ -7,7 +7,7 @@
 
 namespace platform {
 
-/// Both methods are optional: null where not implemented.
+/// The method is optional: null if not implemented.
 class KQLogTagging {
  public:
   [[nodiscard]] virtual std::shared_ptr<NSArray> logTags() const { return nullptr; }

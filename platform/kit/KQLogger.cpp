@@ -52,7 +52,7 @@ std::shared_ptr<KQLogSink> standardErrorSink() {
   return std::make_shared<KQLogSink>(&writeToStandardError);
 }
 
-/// How deep a collection is looked through for input; anything deeper counts as input.
+/// How deep a collection is searched for input; anything deeper counts as input.
 constexpr int kMaximumNesting = 8;
 
 bool showsInput(const NSObject* object, int nesting);
@@ -89,8 +89,8 @@ bool showsInput(const FormatArgument& argument) {
   return object != nullptr && showsInput(object->get(), 0);
 }
 
-/// What stands for an argument of a line that shows input. The numbers beside the data tell which
-/// key it was as well as the data does.
+/// What replaces an argument of a line that shows input. Numbers are replaced too: they reveal
+/// which key it was just as the data does.
 FormatArgument withoutInput(const FormatArgument& argument) {
   const auto* object = std::get_if<std::shared_ptr<NSObject>>(&argument);
   if (object == nullptr) return std::string("(left out)");
@@ -167,7 +167,7 @@ void KQLogger::send(const KQLogEntry& entry) {
   try {
     if (*sink) (*sink)(entry);
   } catch (...) {
-    // A line that cannot be written must not change what the program does.
+    // A line that cannot be written must not affect the program.
     return;
   }
 }

@@ -1,11 +1,11 @@
-// The shared logger: levelled lines with a fixed site and tags, the last of which it remembers, and
+// The shared logger: lines with a level, a site and tags, the most recent of which it keeps, and
 // the modules that supply files for a diagnostic report.
 //
 // Threading: any thread. No lock is held while a sink or a module runs.
-// Ownership: the logger keeps its modules and its sink; both are shared, so one that is replaced
-//   lives until its last call.
-// Errors: a sink must not throw; what it throws is dropped.
-// Order: lines of one thread reach the sink in order; lines of several threads in some order, each
+// Ownership: the logger keeps its modules and its sink. Both are shared: a replaced sink lives
+//   until its last call ends.
+// Errors: a sink must not throw; exceptions are dropped.
+// Order: lines of one thread reach the sink in order; lines of different threads in any order, each
 //   whole.
 #pragma once
 
@@ -25,7 +25,7 @@
 
 namespace platform {
 
-/// One line as a sink receives it. The views live for the call.
+/// One line as a sink receives it. The views are valid during the call.
 struct KQLogEntry {
   std::uint64_t level = 0;
   std::string_view function;
@@ -35,10 +35,10 @@ struct KQLogEntry {
   std::string_view message;       ///< rendered
   std::string_view format;        ///< as written at the site
   bool showsInput = false;        ///< data or element values are among the arguments
-  /// The message without anything that a device sent: of data the length, of numbers beside it
-  /// nothing.
+  /// The message without anything that a device sent: data is replaced by its length, and numbers
+  /// in the same line are left out.
   std::string_view messageWithoutInput{};
-  /// The number among the arguments, where there is no other: of an error its code, of null 0.
+  /// The only argument as a number, if it has one: an error's code, 0 for null.
   std::optional<std::int64_t> onlyNumber{};
 };
 
@@ -51,14 +51,14 @@ class KQLogger {
   /// Never destroyed.
   static KQLogger& sharedLogger();
 
-  /// Lines of a level below this are not wanted: 0 lets everything through. Starts as the number in
-  /// the environment variable KQ_LOG_LEVEL (not read in a set-user-ID process), 4 where there is
-  /// none or it is no number.
+  /// Lines below this level are not wanted; 0 lets everything through. The initial value is the
+  /// number in the environment variable KQ_LOG_LEVEL (ignored in a set-user-ID process), or 4 if it
+  /// is unset or not a number.
   static std::uint64_t logLevel();
   static void setLogLevel(std::uint64_t level);
 
-  /// Sends one line to the sink, whatever the current level: the caller has asked logLevel() before
-  /// it formed anything.
+  /// Sends one line to the sink, whatever the current level: the caller checks logLevel() before it
+  /// builds anything.
   template <class... Args>
   void logAtLevel_function_sourcePath_sourceLine_tags_message(
       std::uint64_t level, std::string_view function, std::string_view sourcePath, int sourceLine,
@@ -74,15 +74,15 @@ class KQLogger {
                   arguments);
   }
 
-  /// Replaces the sink; null puts back the default, one line on standard error, without input of
-  /// devices unless the build asked for it (the option WLHID_LOG_INPUT, for debugging). A sink of
-  /// the application gets each message whole. Returns the previous sink.
+  /// Replaces the sink; null restores the default, which writes one line to standard error, without
+  /// device input unless built with the option WLHID_LOG_INPUT (for debugging). An application's
+  /// sink gets each message whole. Returns the previous sink.
   std::shared_ptr<KQLogSink> setSink(std::shared_ptr<KQLogSink> sink);
 
-  /// What was sent last, whatever the sink made of it.
+  /// The lines that were sent last, whatever the sink did with them.
   [[nodiscard]] RecentLogLines& recentLines();
 
-  /// Keeps `module`. False, and nothing kept, when one with the same identifier is there.
+  /// Adds `module`. Returns false and adds nothing if one with the same identifier exists.
   bool addModule(std::shared_ptr<KQLogModule> module);
   [[nodiscard]] std::vector<std::shared_ptr<KQLogModule>> modules() const;
 
@@ -94,8 +94,8 @@ class KQLogger {
   const std::unique_ptr<State> state_;
 };
 
-/// The whole entry on one line, without line feed: "<level> <function>:<line> [tags] message". The
-/// default sink's line is this with unprintable characters escaped.
+/// The whole entry on one line, without a line feed: "<level> <function>:<line> [tags] message".
+/// The default sink writes this with unprintable characters escaped.
 [[nodiscard]] std::string renderLogEntry(const KQLogEntry& entry);
 
 }  // namespace platform

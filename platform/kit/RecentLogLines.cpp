@@ -25,7 +25,7 @@ bool isContinuation(char c) {
   return (static_cast<unsigned char>(c) & 0xc0) == 0x80;
 }
 
-/// The beginning of `text`, never a part of a character.
+/// The beginning of `text`, never ending inside a character.
 std::string_view beginningOf(std::string_view text, std::size_t limit) {
   if (text.size() <= limit) return text;
   while (limit > 0 && isContinuation(text[limit])) --limit;

@@ -1,13 +1,12 @@
 // The last lines of the shared logger, kept for a diagnostic report.
 //
-// Only what was sent to the logger is kept: a line below the log level was never formed and costs
-// nothing here either. Input of devices is not kept unless somebody asks for it: of a line that
-// shows data or element values, the format stands in place of the message. Beside the text of each
-// line stays where it comes from, so that a report can tell its literal text from its arguments.
+// Only what was sent to the logger is kept: a line below the log level was never built and costs
+// nothing here either. Device input is not kept unless requested: a line that shows data or element
+// values is kept with its format instead of its message. Each line is kept with its site, so that a
+// report can distinguish its literal text from its arguments.
 //
-// Threading: any thread. Nobody else's code runs under the lock.
-// Ownership: lines are values.
-// Errors: a line for which there is no memory is lost, and counted.
+// Threading: any thread. No other code is called under the lock.
+// Errors: a line for which there is no memory is lost and counted.
 // Order: oldest first. Lines of one thread keep their order.
 #pragma once
 
@@ -29,15 +28,15 @@ class RecentLogLines {
  public:
   static constexpr std::size_t kMaximumLines = 1000;
   static constexpr std::size_t kMaximumBytes = std::size_t{256} * 1024;
-  /// A longer line is cut, so that one line cannot push out all others.
+  /// A longer line is truncated, so that one line cannot displace all others.
   static constexpr std::size_t kMaximumLineBytes = std::size_t{4} * 1024;
 
-  /// Of a function or a format that is longer nothing is kept.
+  /// A longer function name or format is not kept.
   static constexpr std::size_t kMaximumSiteBytes = 200;
 
   struct Line {
     std::string time;  ///< "2026-11-21T07:13:42.123456Z"
-    std::string text;  ///< the line as a person reads it, without line feed, its time in front
+    std::string text;  ///< the line for a person to read: its time first, no line feed
     std::string function;
     int sourceLine = 0;
     std::string format;                      ///< as written at the site
@@ -45,15 +44,15 @@ class RecentLogLines {
   };
   struct Contents {
     std::vector<std::string> lines;  ///< without line feeds
-    std::uint64_t dropped = 0;       ///< how many older ones there were
+    std::uint64_t dropped = 0;       ///< how many older lines were dropped
   };
 
   /// "2026-11-21T07:13:42.123456Z <level> function:line [tags] message", as a printable line.
   void add(const KQLogEntry& entry) noexcept;
   [[nodiscard]] Contents contents() const;
-  /// The same lines with what is known of them.
+  /// The same lines with their sites.
   [[nodiscard]] std::vector<Line> lines() const;
-  /// Whether lines that show a device's input are kept whole from now on. False at first.
+  /// Whether to keep whole lines that show device input from now on. Initially false.
   void setKeepsInput(bool keeps) { keepsInput_.store(keeps, std::memory_order_relaxed); }
 
  private:
@@ -70,7 +69,7 @@ class RecentLogLines {
 inline constexpr std::string_view kRecentLogLinesIdentifier = "KQRecentLogLines";
 inline constexpr std::string_view kRecentLogLinesFile = "recent.log";
 
-/// Offers the lines as one text file. The shared logger has one from the start.
+/// Provides the lines as one text file. The shared logger has one from the start.
 class RecentLogLinesModule final : public KQLogModule, public KQLogModuleFileProvider {
  public:
   explicit RecentLogLinesModule(std::shared_ptr<const RecentLogLines> lines);

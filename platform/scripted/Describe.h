@@ -1,6 +1,6 @@
-// How traces print what calls were given and what they answered: on one line each.
+// One-line descriptions of arguments and results for traces.
 //
-// Threading: pure functions.
+// Threading: any thread.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@
 
 namespace platform {
 
-/// The description with every run of blanks and line feeds as one blank; "nil" for null.
+/// The description with each run of blanks and line feeds replaced by one blank; "nil" for null.
 [[nodiscard]] std::string describe(const std::shared_ptr<NSObject>& object);
 [[nodiscard]] std::string describe(std::string_view text);
 /// The protocol's name, or "nil".

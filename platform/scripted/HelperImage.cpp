@@ -11,7 +11,7 @@ constexpr std::size_t kSegmentCommandSize = 72;
 constexpr std::size_t kSectionSize = 80;
 constexpr std::size_t kContentOffset = kHeaderSize + kSegmentCommandSize + kSectionSize;
 
-/// Lays little-endian fields into a buffer that is long enough.
+/// Writes little-endian fields into a buffer that is large enough.
 class Writer {
  public:
   explicit Writer(std::vector<std::uint8_t>& bytes) : bytes_(bytes) {}

@@ -1,7 +1,6 @@
-// The smallest executable file that carries an information property list, for scripted helpers.
+// The smallest executable file with an information property list, for scripted helpers.
 //
-// Threading: pure functions.
-// Ownership: the caller's.
+// Threading: any thread.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +10,11 @@
 
 namespace platform {
 
-/// A thin 64-bit Mach-O image whose one section, __TEXT,__info_plist, holds `infoPlist`. No code.
+/// A thin 64-bit Mach-O image whose only section, __TEXT,__info_plist, contains `infoPlist`. No
+/// code.
 [[nodiscard]] std::vector<std::uint8_t> helperImageWithInfoPlist(std::string_view infoPlist);
 
-/// An XML property list with the one entry CFBundleVersion. `version` holds no markup.
+/// An XML property list with the single entry CFBundleVersion. `version` must not contain markup.
 [[nodiscard]] std::string infoPlistWithVersion(std::string_view version);
 
 }  // namespace platform

@@ -9,8 +9,8 @@
 namespace platform {
 namespace {
 
-/// Whether the real layer would let `values` through: they are written as it writes them and read
-/// back with what `interface` admits.
+/// Whether the real layer would let `values` through: encodes them as it does and decodes them with
+/// the classes that `interface` admits.
 bool areAdmitted(const std::shared_ptr<NSXPCInterface>& interface, std::size_t method, bool ofReply,
                  const XPCValues& values) {
   const xpc::InterfaceTable table(interface);
@@ -42,7 +42,7 @@ std::shared_ptr<NSError> cocoaError(std::int64_t code) {
 
 }  // namespace
 
-/// The NSXPCConnection itself: hands everything on and records its own end.
+/// The NSXPCConnection itself: forwards everything and records its own destruction.
 class ScriptedConnection::Connection final : public NSXPCConnection {
  public:
   explicit Connection(std::shared_ptr<ScriptedConnection> script) : script_(std::move(script)) {}
@@ -113,7 +113,7 @@ void ScriptedConnection::record(std::string name, std::vector<std::string> argum
                   std::move(text)});
 }
 
-// ---- What is done to the connection
+// ---- Called by the code under test
 
 void ScriptedConnection::setExportedInterface(std::shared_ptr<NSXPCInterface> interface) {
   record("setExportedInterface:", {describeInterface(interface)});
@@ -161,7 +161,7 @@ void ScriptedConnection::dropped() {
   held_ = false;
   if (invalidated_) return;
   entry_.leave();
-  // Ended quietly: no handler will run any more.
+  // No handler runs for a connection that is dropped without invalidate.
   interruption.swap(interruptionHandler_);
   invalidation.swap(invalidationHandler_);
 }
@@ -218,7 +218,7 @@ std::size_t ScriptedConnection::pendingRequests() const {
   return pending_.size();
 }
 
-// ---- The queue's events
+// ---- Events of the queue
 
 ScriptedConnection::Request ScriptedConnection::takeOldestRequest() {
   const std::lock_guard lock(mutex_);

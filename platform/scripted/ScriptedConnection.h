@@ -1,23 +1,23 @@
-// A connection whose other end is the test.
+// A connection whose peer is the test.
 //
-// It records what is done to it, and calls back only when the test says so: each deliver… function
-// stands for one event of the connection's queue and runs it on the calling thread. So, as with a
-// real connection, no handler, reply or delivery ever runs inside the caller's resume, send or
+// It records the calls it gets, and calls back only when the test says so: each deliver… function
+// is one event of the connection's queue and runs on the calling thread. So, as with a real
+// connection, no handler, reply or delivery ever runs inside the caller's resume, send or
 // invalidate.
 //
 // What a real connection does not let through, this one does not either: nothing is delivered
-// before resume, nor after invalidate or the connection's release; an argument that the interface's
-// classes do not admit drops its message, or makes its reply an error (4101). A queue may, however,
-// have begun something just before that, and a test may want to see what comes of it: Timing::Late.
+// before resume, or after invalidate or the connection's release. An argument of a class that the
+// interface does not admit drops its message, or turns its reply into an error (4101). Timing::Late
+// tests an event that a queue started just before that point.
 //
-// Threading: any thread; the deliver… functions are the queue, so one of them at a time. No lock is
-//   held while they call.
-// Ownership: the platform keeps this object for the test; the NSXPCConnection that the code under
-//   test holds is another one, whose release is recorded. Handlers are held until they are
-//   replaced, until the invalidation handler has run or until the connection is dropped; a
-//   request's reply and error handler until one of them has run.
-// Errors: std::out_of_range for a request that is not there.
-// Order: a request's end comes before the end of the connection that causes it.
+// Threading: any thread; the deliver… functions act as the queue, so only one at a time. No lock is
+//   held while they call out.
+// Ownership: the platform keeps this object for the test. The NSXPCConnection that the code under
+//   test holds is a different object, whose release is recorded. Handlers are held until they are
+//   replaced, the invalidation handler has run or the connection is dropped; a request's reply and
+//   error handlers until one of them has run.
+// Errors: std::out_of_range if there is no such request.
+// Order: pending requests fail before the connection's end is reported.
 #pragma once
 
 #include <cstdint>
@@ -42,45 +42,45 @@ class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnectio
  public:
   ScriptedConnection(int number, std::shared_ptr<Trace> trace);
 
-  /// What the code under test holds.
+  /// The object for the code under test.
   [[nodiscard]] std::shared_ptr<NSXPCConnection> makeConnection();
 
   /// 1 for the first connection of a platform.
   [[nodiscard]] int number() const { return number_; }
   [[nodiscard]] bool isResumed() const;
   [[nodiscard]] bool isInvalidated() const;
-  /// Whether the NSXPCConnection is still held by somebody.
+  /// Whether the NSXPCConnection still exists.
   [[nodiscard]] bool isHeld() const;
-  /// Requests with a reply that have had neither reply nor error.
+  /// The number of requests with a reply that have received neither a reply nor an error.
   [[nodiscard]] std::size_t pendingRequests() const;
 
   enum class Timing {
     InOrder,  ///< only what a connection in this state lets through
-    Late,     ///< as if the queue had begun it when the connection still let it through
+    Late,     ///< as if the queue had started it while the connection still let it through
   };
 
-  /// The oldest pending request is answered. False when the answer did not come through: the
-  /// connection is over, with the request still pending, or the answer is not admitted.
+  /// Replies to the oldest pending request. False if the reply did not get through: the connection
+  /// has ended and the request is still pending, or the reply is not admitted.
   bool deliverReply(const XPCValues& values, Timing timing = Timing::InOrder);
-  /// The oldest pending request is answered with `error`, or with null.
+  /// Replies to the oldest pending request with `error` or null.
   bool deliverReply(const std::shared_ptr<NSError>& error, Timing timing = Timing::InOrder);
-  /// The oldest pending request fails.
+  /// Makes the oldest pending request fail.
   void deliverError(const std::shared_ptr<NSError>& error);
-  /// The error handler of the last one-way message runs.
+  /// Runs the error handler of the last one-way message.
   void deliverOneWayError(const std::shared_ptr<NSError>& error);
-  /// The peer sends a message. False when it did not reach the exported object.
+  /// Sends a message from the peer. False if it did not reach the exported object.
   bool deliverMessage(std::string_view selector, const XPCValues& arguments,
                       Timing timing = Timing::InOrder);
-  /// Pending requests fail (4097), then the interruption handler runs. False, and nothing of this,
-  /// when the connection is over. Late, the handler runs as long as it is kept.
+  /// Makes pending requests fail (4097), then runs the interruption handler. Returns false and does
+  /// nothing if the connection has ended; a late interruption still runs a handler that is kept.
   bool deliverInterruption(Timing timing = Timing::InOrder);
-  /// Pending requests fail (4099), then the invalidation handler runs, once in the connection's
-  /// life, and both handlers are dropped. No handler runs for a connection that was dropped without
-  /// invalidate, nor for one that was invalidated and whose exported object has resumed another one
-  /// since, unless the report is late. False when the handler did not run.
+  /// Makes pending requests fail (4099), then runs the invalidation handler, at most once per
+  /// connection, and drops both handlers. No handler runs if the connection was dropped without
+  /// invalidate, or if it was invalidated and its exported object has resumed another one since,
+  /// unless the report is late. False if the handler did not run.
   bool deliverInvalidation(Timing timing = Timing::InOrder);
 
-  /// Forgets every handler and request, calling none: the end of the script.
+  /// Drops all handlers and requests without calling them: the end of the script.
   void discard();
 
  private:

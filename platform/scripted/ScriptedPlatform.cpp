@@ -51,8 +51,7 @@ ScriptedPlatform::ScriptedPlatform() : state_(std::make_shared<State>()) {
 }
 
 ScriptedPlatform::~ScriptedPlatform() {
-  // A request that was never answered holds whoever sent it, and through it the connection that
-  // holds the request.
+  // An unanswered request holds its sender, and through it the connection that holds the request.
   for (std::size_t number = connectionCount(); number > 0; --number) connection(number)->discard();
   KQLogger::sharedLogger().setSink(previousSink_);
   KQLogger::setLogLevel(previousLogLevel_);

@@ -1,6 +1,6 @@
-// A whole platform that a test scripts and whose calls it records.
+// A platform that follows a test's script and records the calls it gets.
 //
-//   platform::ScriptedPlatform platform;  // in place from here to the end of the scope
+//   platform::ScriptedPlatform platform;  // installed until the end of the scope
 //   platform.setBundleCopy("com.quillmar.hideventrouter", "7");
 //   platform.installHelper("com.quillmar.hideventrouter", "7");
 //   const auto client =
@@ -13,20 +13,19 @@
 //   ASSERT_EQ(sent.size(), 1U);
 //   EXPECT_EQ(sent[0].arguments, (std::vector<std::string>{"1", "0", "nil", "nil"}));
 //
-// docs/testing-your-application.md shows the test of an application; testkit/ has a delegate that
-// records and the lines that a client leaves.
+// docs/testing-your-application.md shows an application's test; testkit/ has a recording delegate
+// and the lines that a client leaves.
 //
-// It takes the places of the foundation's, the services' and the connection layer's providers, and
-// of the logger's sink and level. Everything that runs through them is answered as scripted and
-// recorded in one ordered trace: platform calls with their arguments, NSLog and logger lines,
-// notifications, observed changes. What is not scripted is answered as a machine on which nothing
-// is installed would: no job, no file, no removal.
+// It replaces the providers of the foundation, the services and the connection layer, and the
+// logger's sink and level. All calls through them are answered as scripted and recorded in one
+// ordered trace: platform calls with their arguments, NSLog and logger lines, notifications,
+// observed changes. What is not scripted is answered as by a machine with nothing installed: no
+// job, no file, no removal.
 //
-// Threading: scripting and asking, any thread. One ScriptedPlatform at a time in a process.
-// Ownership: what was in place comes back in the destructor, and what is still pending is dropped
-//   there. Objects made while it was in place may outlive it; their calls into the platform then go
-//   to what came back.
-// Errors: std::out_of_range for a connection that was not made.
+// Threading: any thread. One ScriptedPlatform at a time in a process.
+// Ownership: the destructor restores what was installed before and drops what is pending. Objects
+//   created while it was installed may outlive it; their calls then go to the restored providers.
+// Errors: std::out_of_range for a connection that was not created.
 // Order: see Trace.h.
 #pragma once
 
@@ -51,7 +50,7 @@ class FoundationProvider;
 class ServicesProvider;
 class XPCProvider;
 
-/// How a removal or a bless ends. The error may be null either way.
+/// The outcome of a removal or a bless. The error may be null either way.
 struct ScriptedOutcome {
   bool success = false;
   std::shared_ptr<NSError> error;
@@ -73,47 +72,47 @@ class ScriptedPlatform {
 
   // Files and property lists.
 
-  /// "/Applications/Example.app" unless set; null for none.
+  /// "/Applications/Example.app" by default; may be null.
   void setMainBundlePath(std::shared_ptr<NSString> path);
   void setFile(std::string path, std::vector<std::uint8_t> bytes);
   void removeFile(std::string_view path);
-  /// What parsing exactly these bytes gives, null included. Other bytes are parsed in earnest.
+  /// The result of parsing exactly these bytes; may be null. Other bytes are really parsed.
   void setPropertyList(std::string bytes, std::shared_ptr<NSObject> result);
-  /// These bytes are parsed in earnest again.
+  /// These bytes are really parsed again.
   void removePropertyList(std::string_view bytes);
 
   // Jobs and authorization.
 
-  /// The job's dictionary from now on; null: no such job.
+  /// The job's dictionary from now on; null if there is no such job.
   void setJob(std::string label, std::shared_ptr<NSDictionary> job);
-  /// The answers to the next questions for any job's dictionary, ahead of what setJob says.
+  /// The results of the next requests for any job's dictionary, before setJob applies.
   void setNextJobs(std::vector<std::shared_ptr<NSDictionary>> jobs);
   void setAuthorizationStatus(OSStatus status);
-  /// Run at each removal or bless; what it does (installHelper for instance) happens before the
+  /// Runs at each removal or bless; what it does (installHelper, for instance) happens before the
   /// call returns.
   void setRemoval(OutcomeScript script);
   void setBless(OutcomeScript script);
 
-  /// A job with `installedVersion` at /Library/PrivilegedHelperTools/<label>. It counts as
-  /// installed where the main bundle's own copy has the same version: see setBundleCopy.
+  /// Adds a job with `installedVersion` at /Library/PrivilegedHelperTools/<label>. It counts as
+  /// installed if the main bundle's copy has the same version: see setBundleCopy.
   void installHelper(const std::string& label, std::string_view installedVersion);
   void uninstallHelper(const std::string& label);
-  /// The main bundle's own copy of the helper.
+  /// Adds the main bundle's copy of the helper.
   void setBundleCopy(const std::string& label, std::string_view version);
   /// The dictionary that installHelper makes, for setNextJobs.
   [[nodiscard]] static std::shared_ptr<NSDictionary> helperJob(const std::string& label);
 
   // Connections.
 
-  /// From now on no interface is made of the protocol with that name; with false one is again.
+  /// From now on no interface is created for the protocol with that name; with false, one is again.
   void refuseInterface(const std::string& protocolName, bool refuse = true);
-  /// From now on no connection is made; with false they are again.
+  /// From now on no connection is created; with false, they are again.
   void refuseConnections(bool refuse = true);
   [[nodiscard]] std::size_t connectionCount() const;
   /// The first is number 1.
   [[nodiscard]] std::shared_ptr<ScriptedConnection> connection(std::size_t number) const;
 
-  /// Records "will change KEY" and "did change KEY" for as long as the token lives.
+  /// Records "will change KEY" and "did change KEY" while the token exists.
   [[nodiscard]] KeyValueObservation observe(KeyValueObservable& object, std::string_view key);
 
  private:
@@ -127,7 +126,7 @@ class ScriptedPlatform {
 
 /// A logger line as the trace shows it:
 /// "log 0 WLHIDEventRouterClient:168 -[WLHIDEventRouterClient setStarted:] (WLHIDEventRouterClient)
-/// called, newStarted = 1"; "no tags" stands where there are none.
+/// called, newStarted = 1", with "no tags" in place of the tags if there are none.
 [[nodiscard]] std::string describeLogEntry(const KQLogEntry& entry);
 
 }  // namespace platform

@@ -1,5 +1,4 @@
-// The three providers of a scripted platform: each records the call, then answers it from the
-// script.
+// The three providers of a scripted platform: each records a call, then answers it from the script.
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -192,7 +191,7 @@ class ScriptedServices final : public ServicesProvider {
   }
 
  private:
-  /// References are handles that nobody looks behind; traces print which one it is, from 1.
+  /// References are opaque handles; traces print their number, from 1.
   AuthorizationRef newAuthorization() const {
     return reinterpret_cast<AuthorizationRef>(&state_->authorizations.emplace_back());
   }

@@ -1,7 +1,6 @@
-// What a scripted platform answers, shared by its providers. Private to this folder.
+// A scripted platform's answers, shared by its providers. Private to this folder.
 //
-// Threading: any thread; the mutex covers the answers, never a call.
-// Ownership: shared with the providers.
+// Threading: any thread; the mutex protects the answers and is never held during a call.
 #pragma once
 
 #include <deque>
@@ -27,14 +26,14 @@ struct ScriptedPlatform::State {
   std::map<std::string, std::shared_ptr<NSDictionary>, std::less<>> jobs;
   std::deque<std::shared_ptr<NSDictionary>> nextJobs;
   OSStatus authorizationStatus = errAuthorizationSuccess;
-  std::deque<char> authorizations;  // only their addresses count, and a deque never moves them
+  std::deque<char> authorizations;  // only their addresses matter, and a deque never moves them
   OutcomeScript removal;
   OutcomeScript bless;
   std::set<std::string, std::less<>> refusedInterfaces;
   bool refusesConnections = false;
   std::vector<std::shared_ptr<ScriptedConnection>> connections;
 
-  /// A call of the platform.
+  /// Records a call of the platform.
   void record(std::string object, std::string name, std::vector<std::string> arguments,
               std::string text) const {
     trace->record({TraceKind::Call, std::move(object), std::move(name), std::move(arguments),

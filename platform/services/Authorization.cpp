@@ -22,10 +22,10 @@
 namespace platform {
 namespace {
 
-constexpr std::string_view blessRight = "com.apple.ServiceManagement.blesshelper";
-constexpr std::string_view ownPrompt = "An application wants to install or remove a helper.";
-constexpr std::size_t longestPrompt = 4096;
-constexpr std::size_t longestEcho = 20;
+constexpr std::string_view kBlessRight = "com.apple.ServiceManagement.blesshelper";
+constexpr std::string_view kOwnPrompt = "An application wants to install or remove a helper.";
+constexpr std::size_t kMaxPromptBytes = 4096;
+constexpr std::size_t kMaxEchoedCharacters = 20;
 
 struct AgentSlot {
   std::mutex mutex;
@@ -43,22 +43,22 @@ std::shared_ptr<const AuthorizationAgent> currentAgent() {
 }
 
 std::string_view promptIn(const AuthorizationEnvironment* environment) {
-  if (environment == nullptr || environment->items == nullptr) return ownPrompt;
+  if (environment == nullptr || environment->items == nullptr) return kOwnPrompt;
   for (std::uint32_t i = 0; i < environment->count; ++i) {
     const AuthorizationItem& item = environment->items[i];
     if (item.name != "prompt" || item.value == nullptr) continue;
     const std::string_view text(static_cast<const char*>(item.value),
-                                std::min(item.valueLength, longestPrompt));
+                                std::min(item.valueLength, kMaxPromptBytes));
     return text;
   }
-  return ownPrompt;
+  return kOwnPrompt;
 }
 
-/// Leave is given for one right only, the one that the job daemon acts upon.
+/// Permission is only granted for the right that the job daemon acts upon.
 bool areAllKnown(const AuthorizationRights& rights) {
   if (rights.items == nullptr) return false;
   for (std::uint32_t i = 0; i < rights.count; ++i) {
-    if (rights.items[i].name != blessRight) return false;
+    if (rights.items[i].name != kBlessRight) return false;
   }
   return rights.count > 0;
 }
@@ -73,7 +73,7 @@ bool writeAll(int descriptor, std::string_view text) {
   return true;
 }
 
-/// One line, without its end; false when the input ended first.
+/// One line without its line feed; false if the input ended first.
 bool readLine(int descriptor, std::string& line) {
   constexpr std::size_t longest = 256;
   char c{};
@@ -86,7 +86,7 @@ bool readLine(int descriptor, std::string& line) {
   }
 }
 
-/// What an answer means; nothing when it means nothing. No word is no leave.
+/// What an answer means; nothing if it is not understood. An empty answer means no.
 std::optional<OSStatus> statusOfAnswer(std::string answer) {
   std::erase_if(answer, [](char c) { return c == ' ' || c == '\t' || c == '\r'; });
   std::transform(answer.begin(), answer.end(), answer.begin(), [](char c) {
@@ -105,14 +105,14 @@ std::string ownProgram() {
          std::to_string(::getpid()) + ")";
 }
 
-/// What the person is asked. The prompt is the application's word and is marked as such; it is one
-/// line, so that it cannot look like one of ours.
+/// The question to the user. The prompt comes from the application and is marked as such; it is put
+/// on one line, so that it cannot look like one of the question's own lines.
 std::string question(std::string_view prompt) {
   std::string text =
-      "A program asks for leave to install, replace or remove a privileged helper.\n";
+      "A program asks for permission to install, replace or remove a privileged helper.\n";
   text += "  program   " + ownProgram() + "\n";
-  text += "  below     " + printableLine(SystemRoot::current().path().string()) + "\n";
-  if (prompt != ownPrompt) {
+  text += "  root      " + printableLine(SystemRoot::current().path().string()) + "\n";
+  if (prompt != kOwnPrompt) {
     std::string words(prompt);
     std::replace(words.begin(), words.end(), '\n', ' ');
     text += "  it says   " + printableLine(words) + "\n";
@@ -127,8 +127,8 @@ OSStatus takeAnswer(int terminal) {
     if (!readLine(terminal, answer)) return errAuthorizationCanceled;
     if (const auto status = statusOfAnswer(answer)) return *status;
     if (attempt == attempts) break;
-    writeAll(terminal, "\"" + printableLine(answer, longestEcho) +
-                           "\" is no answer. y: yes, n or Enter: no, c: cancel > ");
+    writeAll(terminal, "\"" + printableLine(answer, kMaxEchoedCharacters) +
+                           "\" is not an answer. y: yes, n or Enter: no, c: cancel > ");
   }
   writeAll(terminal, "That is taken as no.\n");
   return errAuthorizationDenied;
@@ -137,13 +137,13 @@ OSStatus takeAnswer(int terminal) {
 OSStatus askOnTerminal(std::string_view prompt) {
   const FileDescriptor terminal(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
   if (!terminal) return errAuthorizationInteractionNotAllowed;
-  ::tcflush(terminal.get(), TCIFLUSH);  // what was typed before the question does not answer it
+  ::tcflush(terminal.get(), TCIFLUSH);  // input from before the question is not an answer
   if (!writeAll(terminal.get(), question(prompt))) return errAuthorizationInteractionNotAllowed;
   return takeAnswer(terminal.get());
 }
 
-/// The system root's jobs are given to an authority of the system, which is asked elsewhere; no
-/// agent of the process itself may stand in for it.
+/// On the system root the system's own authority decides, and no agent of this process may replace
+/// it.
 OSStatus refuseOnSystemRoot() {
   NSLog(
       "Authorization on the system root is the system authority's and is not available in this "
@@ -185,7 +185,7 @@ void setAuthorizationAgent(AuthorizationAgent agent) {
     const std::lock_guard lock(agentSlot().mutex);
     agentSlot().agent.swap(replacement);
   }
-  // The agent that was in place goes here, under no lock.
+  // The previous agent is destroyed here, under no lock.
 }
 
 AuthorizationAgent fixedAuthorizationAgent(OSStatus answer) {

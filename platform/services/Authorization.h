@@ -1,8 +1,7 @@
-// Asking the person at the machine for leave to do something privileged.
+// Asks the user for permission to do something privileged.
 //
 // Threading: any thread; AuthorizationCreate blocks until the question is answered.
-// Ownership: an AuthorizationRef is never freed: it lives for the life of the process, as its
-//   callers rely on.
+// Ownership: an AuthorizationRef is never freed: callers rely on it until the process exits.
 // Errors: the platform's status codes, below.
 #pragma once
 
@@ -26,8 +25,8 @@ inline constexpr AuthorizationFlags kAuthorizationFlagInteractionAllowed = 1;
 inline constexpr AuthorizationFlags kAuthorizationFlagExtendRights = 2;
 inline constexpr AuthorizationFlags kAuthorizationFlagPreAuthorize = 16;
 
-/// `valueLength` counts bytes; `value` is not NUL-terminated for this purpose and may be null when
-/// the length is 0.
+/// `valueLength` is in bytes; `value` need not be NUL-terminated and may be null if the length is
+/// 0.
 struct AuthorizationItem {
   std::string_view name;
   std::size_t valueLength = 0;
@@ -42,26 +41,27 @@ using AuthorizationRights = AuthorizationItemSet;
 using AuthorizationEnvironment = AuthorizationItemSet;
 
 struct Authorization;  // opaque
-/// Null: none. Copyable handle; the object behind it is never freed.
+/// A copyable handle to an object that is never freed; null for none.
 using AuthorizationRef = Authorization*;
 
-/// `rights` is not null; `environment` may be. 0 and a reference, or a status and null.
+/// `rights` must not be null; `environment` may be. Gives 0 and a reference, or another status and
+/// null.
 OSStatus AuthorizationCreate(const AuthorizationRights* rights,
                              const AuthorizationEnvironment* environment, AuthorizationFlags flags,
                              AuthorizationRef* returnAuthorization);
 
-/// Who answers on a user's root. Receives the prompt (the platform's own sentence when the
+/// Answers the question on a user's root. Receives the prompt (the platform's own sentence if the
 /// application gave none).
 using AuthorizationAgent = std::function<OSStatus(std::string_view prompt)>;
 
-/// Replaces the agent; null puts back the default, which asks on the controlling terminal
-/// ("/dev/tty") and answers −60007 where there is none. On a system root polkit answers and no
-/// agent is asked.
+/// Replaces the agent; null restores the default, which asks on the controlling terminal
+/// ("/dev/tty") and returns −60007 if there is none. On a system root polkit decides and no agent
+/// is asked.
 void setAuthorizationAgent(AuthorizationAgent agent);
-/// Agents for scripts: always the same answer.
+/// An agent for scripts that always gives the same answer.
 [[nodiscard]] AuthorizationAgent fixedAuthorizationAgent(OSStatus answer);
-/// Asks on the controlling terminal. Names the program that asks, the root and the prompt as the
-/// program's own words; asks again, twice, when the answer is none.
+/// Asks on the controlling terminal. Shows the requesting program, the root, and the prompt marked
+/// as the program's own words; asks up to three times if an answer is not understood.
 [[nodiscard]] AuthorizationAgent terminalAuthorizationAgent();
 
 }  // namespace platform

@@ -19,13 +19,13 @@ namespace {
 using Object = std::shared_ptr<NSObject>;
 using Operation = ControlRequest::Operation;
 
-constexpr std::array<std::pair<Operation, std::string_view>, 4> operationNames{
+constexpr std::array<std::pair<Operation, std::string_view>, 4> kOperationNames{
     {{Operation::Authorize, "authorize"},
      {Operation::Bless, "bless"},
      {Operation::Remove, "remove"},
      {Operation::Status, "status"}}};
 
-/// Text of unknown origin: what is not UTF-8 is dropped rather than the message.
+/// For text of unknown origin: drops what is not ASCII from invalid UTF-8, rather than the message.
 Object textObject(const std::string& text) {
   if (auto string = NSString::stringWithUTF8(text)) return string;
   std::string ascii;
@@ -113,7 +113,7 @@ FileDescriptor descriptorOf(msghdr& message) {
 
 std::vector<std::uint8_t> encode(const ControlRequest& request) {
   const auto* name =
-      std::find_if(operationNames.begin(), operationNames.end(),
+      std::find_if(kOperationNames.begin(), kOperationNames.end(),
                    [&](const auto& entry) { return entry.first == request.operation; });
   return frameOf(
       NSDictionary::dictionaryWithEntries({{str("operation"), str(name->second)},
@@ -135,9 +135,9 @@ std::optional<ControlRequest> decodeControlRequest(std::span<const std::uint8_t>
   const auto dictionary = dictionaryOf(content);
   if (!dictionary) return std::nullopt;
   const std::string name = textFor(*dictionary, "operation");
-  const auto* operation = std::find_if(operationNames.begin(), operationNames.end(),
+  const auto* operation = std::find_if(kOperationNames.begin(), kOperationNames.end(),
                                        [&](const auto& entry) { return entry.second == name; });
-  if (operation == operationNames.end()) return std::nullopt;
+  if (operation == kOperationNames.end()) return std::nullopt;
   const auto wait = objectCast<NSNumber>(dictionary->objectForKey("wait"));
   return ControlRequest{operation->first, textFor(*dictionary, "label"),
                         !wait || wait->boolValue()};
@@ -169,7 +169,7 @@ FrameReader::State FrameReader::advance(std::size_t count) {
   if (filled_ == length_.size()) {
     std::size_t size = 0;
     for (const std::uint8_t byte : std::views::reverse(length_)) size = size << 8U | byte;
-    if (size == 0 || size > maximumControlBytes) return State::Malformed;
+    if (size == 0 || size > kMaximumControlBytes) return State::Malformed;
     content_.resize(size);
   }
   return filled_ == length_.size() + content_.size() ? State::Complete : State::NeedMore;

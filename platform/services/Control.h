@@ -1,15 +1,14 @@
-// What an application and the job daemon say to each other.
+// The control protocol between an application and the job daemon.
 //
-// Requests and replies in turn, each a frame: its length as four bytes, little-endian, then a
-// binary property list of that length. Who only asks for the status, asks once. Who wants to change
-// a job asks for leave first (Authorize), which the daemon gives for this connection and this job:
-// one removal, then one bless, soon. Without it, a removal or a bless is refused. A bless carries
-// the helper's executable as an open descriptor beside the frame's first byte: which file is
-// installed is decided by whoever opened it, and no path crosses the border between the two.
+// Requests and replies alternate, each in a frame: four bytes of length, little-endian, then a
+// binary property list of that length. A status request needs nothing else. To change a job, a
+// client first asks for permission (Authorize), which the daemon grants for this connection and
+// this job: one removal, then one bless, within a short time. Without it, a removal or a bless is
+// refused. A bless carries the helper's executable as an open descriptor with the frame's first
+// byte: the caller decides which file is installed by opening it, and no path crosses the boundary.
 //
 // Threading: values; a FrameReader belongs to one thread.
-// Ownership: values own their content.
-// Errors: a message that cannot be decoded gives nothing. Lengths are checked before anything is
+// Errors: decoding a malformed message gives nothing. Lengths are checked before memory is
 //   allocated for them.
 #pragma once
 
@@ -25,50 +24,50 @@
 
 namespace platform {
 
-inline constexpr std::size_t maximumControlBytes = std::size_t{256} * 1024;
+inline constexpr std::size_t kMaximumControlBytes = std::size_t{256} * 1024;
 
 struct ControlRequest {
   enum class Operation { Authorize, Bless, Remove, Status };
   Operation operation = Operation::Status;
   std::string label;  ///< empty for Status
-  bool wait = true;   ///< Remove: whether the reply comes after the process has gone
+  bool wait = true;   ///< Remove: whether to reply only after the process has exited
 };
 
-/// One job as the daemon sees it.
+/// A job as the daemon sees it.
 struct JobStatus {
   std::string label;
   std::vector<std::string> services;
-  std::int64_t processIdentifier = 0;     ///< 0 while it does not run
-  std::int64_t starts = 0;                ///< since the daemon came up
-  std::int64_t heldBackMilliseconds = 0;  ///< how long it is still held back after it crashed
+  std::int64_t processIdentifier = 0;     ///< 0 while it is not running
+  std::int64_t starts = 0;                ///< since the daemon started
+  std::int64_t heldBackMilliseconds = 0;  ///< how much longer its start is throttled after a crash
   std::string lastEnd;  ///< "exited with status 1", "ended by signal 9", "could not be started: …";
                         ///< empty before the first end
 };
 
 struct ControlReply {
   ServiceErrorCode code = ServiceErrorCode::None;
-  std::string message;  ///< the cause, a sentence; empty on success
+  std::string message;  ///< the cause as a sentence; empty on success
   std::vector<JobStatus> jobs;
   std::int64_t daemonProcessIdentifier = 0;
 
   [[nodiscard]] bool succeeded() const { return code == ServiceErrorCode::None; }
 };
 
-/// Whole frames, length and all.
+/// Whole frames, including the length.
 [[nodiscard]] std::vector<std::uint8_t> encode(const ControlRequest& request);
 [[nodiscard]] std::vector<std::uint8_t> encode(const ControlReply& reply);
-/// A frame's content.
+/// Take a frame's content, without the length.
 [[nodiscard]] std::optional<ControlRequest> decodeControlRequest(
     std::span<const std::uint8_t> content);
 [[nodiscard]] std::optional<ControlReply> decodeControlReply(std::span<const std::uint8_t> content);
 
-/// Takes one frame off a stream socket, in as many pieces as it comes, and the descriptor that may
-/// come with it.
+/// Reads one frame from a stream socket, in any number of pieces, and the descriptor that may come
+/// with it.
 class FrameReader {
  public:
   enum class State { NeedMore, Complete, Ended, Malformed };
 
-  /// Reads what is there, once. Never waits on a non-blocking socket.
+  /// Does one read. Never waits on a non-blocking socket.
   State readFrom(int socket);
   [[nodiscard]] std::span<const std::uint8_t> content() const { return content_; }
   [[nodiscard]] FileDescriptor takeDescriptor() { return std::move(descriptor_); }
@@ -83,8 +82,8 @@ class FrameReader {
   FileDescriptor descriptor_;
 };
 
-/// Writes a frame, with `descriptor` (-1: none) beside its first byte. False, with errno, when not
-/// all could be written.
+/// Writes a frame, with `descriptor` (-1: none) attached to its first byte. False, with errno, if
+/// not all could be written.
 bool sendFrame(int socket, std::span<const std::uint8_t> frame, int descriptor);
 
 }  // namespace platform

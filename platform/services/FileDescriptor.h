@@ -1,7 +1,7 @@
-// A descriptor that is closed when its owner goes.
+// A descriptor that is closed when its owner is destroyed.
 //
 // Threading: one thread at a time.
-// Ownership: the object owns the descriptor; release() gives it away.
+// Ownership: the object owns the descriptor; release() passes it to the caller.
 #pragma once
 
 #include <unistd.h>

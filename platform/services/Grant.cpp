@@ -13,29 +13,29 @@
 
 namespace platform {
 
-// Kept for good, and reachable, so that a leak checker sees what is meant.
+// Never freed, but reachable, so that a leak checker does not report it.
 struct Authorization {
   Authorization* previous = nullptr;
-  bool isUsed = false;                          ///< leave has been asked for
+  bool isUsed = false;                          ///< permission has been requested
   std::optional<ControlConnection> connection;  ///< after a removal, for the bless that may follow
 };
 
 namespace {
 
-// A removal need not be followed by a bless, so its connection may stay open for nothing.
-constexpr std::size_t mostOpen = 4;
+// A removal need not be followed by a bless, so its connection may stay open unused.
+constexpr std::size_t kMaxOpenConnections = 4;
 
 struct Authorizations {
   std::mutex mutex;
   Authorization* last = nullptr;
-  std::deque<Authorization*> open;  ///< those with a connection, the oldest first
+  std::deque<Authorization*> open;  ///< those with a connection, oldest first
 };
 Authorizations& authorizations() {
   static auto* const all = new Authorizations;
   return *all;
 }
 
-/// The reference as one that was given out. Needs the lock.
+/// The authorization that was returned as this reference. Needs the lock.
 Authorization& known(const AuthorizationRef& authorization) {
   Authorization* each = authorizations().last;
   while (each != nullptr && each != authorization) each = each->previous;
@@ -44,7 +44,8 @@ Authorization& known(const AuthorizationRef& authorization) {
   return *each;
 }
 
-/// Takes those out that the daemon has hung up on: their leave has run out. Needs the lock.
+/// Takes out the connections that the daemon has closed: their permission has expired. Needs the
+/// lock.
 std::vector<ControlConnection> takeEnded() {
   std::vector<ControlConnection> ended;
   std::erase_if(authorizations().open, [&](Authorization* each) {
@@ -56,25 +57,25 @@ std::vector<ControlConnection> takeEnded() {
   return ended;
 }
 
-/// The connection of a reference that was used before; nothing for a fresh one, which is a used one
-/// from now on.
+/// The connection of a reference that was used before; nothing for a fresh one, which now counts as
+/// used.
 std::optional<ControlConnection> takeConnection(const AuthorizationRef& authorization) {
   const std::lock_guard lock(authorizations().mutex);
   Authorization& each = known(authorization);
   if (!std::exchange(each.isUsed, true)) return std::nullopt;
   if (!each.connection) {
     throw ServiceError(ServiceErrorCode::NotPermitted,
-                       "this authorization has been used up; ask for a new one");
+                       "this authorization has already been used; ask for a new one");
   }
   std::erase(authorizations().open, &each);
   return std::exchange(each.connection, std::nullopt);
 }
 
 void keepConnection(const AuthorizationRef& authorization, ControlConnection connection) {
-  std::optional<ControlConnection> oldest;  // goes after the lock
+  std::optional<ControlConnection> oldest;  // closed after unlock
   const std::lock_guard lock(authorizations().mutex);
   auto& open = authorizations().open;
-  if (open.size() == mostOpen) {
+  if (open.size() == kMaxOpenConnections) {
     oldest = std::exchange(open.front()->connection, std::nullopt);
     open.pop_front();
   }
@@ -86,7 +87,7 @@ void keepConnection(const AuthorizationRef& authorization, ControlConnection con
 
 AuthorizationRef newAuthorization() {
   auto* const authorization = new Authorization;
-  std::vector<ControlConnection> ended;  // go after the lock
+  std::vector<ControlConnection> ended;  // closed after unlock
   const std::lock_guard lock(authorizations().mutex);
   authorization->previous = std::exchange(authorizations().last, authorization);
   ended = takeEnded();
@@ -103,7 +104,7 @@ ControlReply askWithAuthorization(const AuthorizationRef& authorization,
   auto connection = takeConnection(authorization);
   if (!connection) connection = JobDaemon(SystemRoot::current()).authorize(request.label);
   ControlReply reply = connection->ask(request, descriptor);
-  // A removal that failed does not stop the bless after it.
+  // A failed removal does not prevent the bless after it.
   if (request.operation == ControlRequest::Operation::Remove)
     keepConnection(authorization, std::move(*connection));
   return reply;

@@ -1,14 +1,14 @@
-// The authorization behind the services provider of this machine.
+// The authorization used by this machine's services provider.
 //
-// A reference says that a person (or the agent in their place) has agreed. That by itself changes
-// nothing: at its first use the job daemon is asked for leave, and it is the daemon that decides
-// and keeps account of what the leave covers.
+// A reference says that the user (or the agent) has agreed. That by itself permits nothing: at its
+// first use the job daemon is asked for permission, and the daemon decides and keeps track of what
+// the permission covers.
 //
-// Threading: any thread; creating one blocks while its question is open, using one while the daemon
+// Threading: any thread; creating one blocks while the question is open, using one while the daemon
 //   works.
-// Ownership: a reference lives for the life of the process; the connection that its leave belongs
-//   to is closed by the bless that uses it up, when many newer ones are open, or, after the daemon
-//   has hung up, when the next authorization is made.
+// Ownership: a reference lives as long as the process. The connection that its permission belongs
+//   to is closed by the bless that uses it up, when too many newer ones are open or, if the daemon
+//   has closed it, when the next authorization is created.
 // Errors: the platform's status codes, ServiceError.
 #pragma once
 
@@ -17,20 +17,20 @@
 
 namespace platform {
 
-/// AuthorizationCreate, without the provider in between.
+/// AuthorizationCreate, bypassing the provider.
 OSStatus createAuthorization(const AuthorizationRights* rights,
                              const AuthorizationEnvironment* environment, AuthorizationFlags flags,
                              AuthorizationRef* returnAuthorization);
 
-/// A reference of its own, for a question that was answered with yes.
+/// A new reference, for a question that was answered with yes.
 [[nodiscard]] AuthorizationRef newAuthorization();
 
-/// Throws NotPermitted unless the reference is one that newAuthorization gave out. Any pointer may
-/// be asked about.
+/// Throws NotPermitted unless newAuthorization returned the reference. Any pointer may be passed.
 void checkAuthorization(const AuthorizationRef& authorization);
 
-/// Sends the request (remove or bless) to the daemon of the current root with the leave that the
-/// reference stands for: one removal of one job and then one bless of the same, soon.
+/// Sends the request (remove or bless) to the daemon of the current root with the permission that
+/// the reference stands for: one removal of one job, then one bless of the same job, within a short
+/// time.
 [[nodiscard]] ControlReply askWithAuthorization(const AuthorizationRef& authorization,
                                                 const ControlRequest& request, int descriptor);
 

@@ -25,7 +25,7 @@ std::string namedProgram(const NSDictionary& job) {
   return path ? path->UTF8String() : std::string();
 }
 
-/// A job that names no program at all is none that could be started, and is seen to be one.
+/// Empty for a job that names no program: it cannot be started, which is reported elsewhere.
 std::string whyAnotherProgram(const NSDictionary& job, int root, const std::string& label) {
   const std::string program = namedProgram(job);
   if (program.empty()) return {};
@@ -33,7 +33,7 @@ std::string whyAnotherProgram(const NSDictionary& job, int root, const std::stri
   return whyNotTheHelper(program, tools.get(), label);
 }
 
-bool areTheSame(const struct stat& one, const struct stat& other) {
+bool isSameFile(const struct stat& one, const struct stat& other) {
   return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
@@ -44,7 +44,7 @@ std::string whyNotTheHelper(const std::string& path, int tools, const std::strin
   struct stat helper {};
   const bool isNamedThere = ::stat(path.c_str(), &named) == 0;
   const bool isHelperThere = ::fstatat(tools, label.c_str(), &helper, AT_SYMLINK_NOFOLLOW) == 0;
-  if (isNamedThere == isHelperThere && (!isHelperThere || areTheSame(named, helper))) return {};
+  if (isNamedThere == isHelperThere && (!isHelperThere || isSameFile(named, helper))) return {};
   return "it names the program " + path +
          ", which is not the helper that is run for it (Library/PrivilegedHelperTools/" + label +
          " of the root): install it again";
@@ -56,7 +56,7 @@ std::shared_ptr<NSDictionary> installedJob(const SystemRoot& root, const std::st
   if (!directory) return none(reason, "there is no system root " + root.path().string());
   const auto jobs = openDirectoryBelow(directory.get(), "Library/LaunchDaemons", false);
   const auto bytes =
-      jobs ? readFileIn(jobs.get(), label + ".plist", maximumJobFileBytes) : std::nullopt;
+      jobs ? readFileIn(jobs.get(), label + ".plist", kMaximumJobFileBytes) : std::nullopt;
   const std::string file = root.jobFile(label).string();
   if (!bytes) return none(reason, "there is no job file " + file);
   std::string problem;

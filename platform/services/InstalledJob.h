@@ -1,12 +1,11 @@
-// A root's job as everybody has to see it: the daemon that runs it and the application that asks
-// for it.
+// A root's job, seen the same way by the daemon that runs it and the application that asks for it.
 //
-// A job's file names a program, which an application reads to learn what is installed; the daemon
-// runs the helper of the job's label. A job whose file names any other file would make the one say
-// what is not true of the other, so it counts as no job.
+// A job file names a program, which an application reads to find out what is installed; the daemon
+// runs the helper with the job's label. If the job file names another file, the two would not be
+// the same program, so such a job is treated as not installed.
 //
 // Threading: any thread.
-// Errors: ServiceError where files cannot be read; a job that is none gives nothing, and a reason.
+// Errors: ServiceError if files cannot be read; an invalid job gives null and a reason.
 #pragma once
 
 #include <memory>
@@ -17,13 +16,12 @@
 
 namespace platform {
 
-/// Why the file at `path` is not the helper `label` in the open directory of helpers; empty when it
-/// is, and when neither is there.
+/// Why the file at `path` is not the helper `label` in the open directory of helpers; empty if it
+/// is, or if neither file exists.
 [[nodiscard]] std::string whyNotTheHelper(const std::string& path, int tools,
                                           const std::string& label);
 
-/// The property list of the root's job; null when there is none that can be kept. `reason` may be
-/// null.
+/// The property list of the root's job; null if it is missing or invalid. `reason` may be null.
 [[nodiscard]] std::shared_ptr<NSDictionary> installedJob(const SystemRoot& root,
                                                          const std::string& label,
                                                          std::string* reason);

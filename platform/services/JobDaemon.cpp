@@ -24,10 +24,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// A remove waits for its process, which may take its full grace of 5 s to say farewell.
-constexpr milliseconds replyPatience{30'000};
-constexpr milliseconds startPatience{15'000};
-constexpr int attempts = 3;
+// A removal waits for the job's process, which may take its full grace period of 5 s to exit.
+constexpr milliseconds kReplyTimeout{30'000};
+constexpr milliseconds kStartTimeout{15'000};
+constexpr int kAttempts = 3;
 
 std::string daemonProgram() {
   if (const char* chosen = secure_getenv("WLHID_JOBD"); chosen != nullptr && *chosen == '/')
@@ -35,11 +35,11 @@ std::string daemonProgram() {
   const auto bundle = NSBundle::mainBundle()->bundlePath();
   if (!bundle)
     throw ServiceError(ServiceErrorCode::DaemonUnavailable,
-                       "the main bundle is unknown, and so is its job daemon");
+                       "cannot find the job daemon: the main bundle's path is unknown");
   return bundle->UTF8String() + "/Contents/Helpers/wlhid-jobd";
 }
 
-/// Waits until `descriptor` can be read; false when `deadline` passes first.
+/// Waits until `descriptor` can be read; false if `deadline` passes first.
 bool waitReadable(int descriptor, Clock::time_point deadline) {
   for (;;) {
     const auto left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now()).count();
@@ -51,17 +51,17 @@ bool waitReadable(int descriptor, Clock::time_point deadline) {
   }
 }
 
-/// What the daemon says on its readiness pipe: nothing but a newline when it is ready, else the
-/// cause.
+/// What the daemon writes to its readiness pipe: just a newline when it is ready, else the cause of
+/// its failure.
 std::string readiness(int pipe) {
-  const auto deadline = Clock::now() + startPatience;
+  const auto deadline = Clock::now() + kStartTimeout;
   std::string said;
   while (said.find('\n') == std::string::npos) {
     if (!waitReadable(pipe, deadline)) return "it did not become ready in time";
     std::array<char, 512> buffer{};
     const ssize_t got = ::read(pipe, buffer.data(), buffer.size());
     if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) return said.empty() ? "it ended before it was ready" : said;
+    if (got <= 0) return said.empty() ? "it exited before it was ready" : said;
     said.append(buffer.data(), static_cast<std::size_t>(got));
     if (said.size() > 4096) break;
   }
@@ -81,8 +81,8 @@ class SpawnPlan {
     ::posix_spawnattr_destroy(&attributes_);
   }
 
-  /// Standard streams on /dev/null, `readyPipe` as descriptor 3, nothing else of ours; default
-  /// signals.
+  /// Standard streams on /dev/null, `readyPipe` as descriptor 3, no other descriptors; default
+  /// signal handling.
   void setUp(int readyPipe) {
     ::posix_spawn_file_actions_addopen(&actions_, 0, "/dev/null", O_RDWR, 0);
     ::posix_spawn_file_actions_adddup2(&actions_, 0, 1);
@@ -109,12 +109,12 @@ class SpawnPlan {
   posix_spawnattr_t attributes_{};
 };
 
-/// Takes the child's end. One that has not done its work has hung or is no daemon at all, and is
+/// Waits for the child. One that has not done its work hangs or is not a daemon at all, and is
 /// killed first.
 void reap(pid_t child, bool didItsWork) {
   siginfo_t info{};
-  // An application that ignores SIGCHLD has no children to wait for; their numbers may already be
-  // somebody else's.
+  // If the application ignores SIGCHLD there is no child to wait for, and its process ID may
+  // already be another process's.
   if (::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) != 0) return;
   if (!didItsWork) ::kill(child, SIGKILL);
   while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
@@ -125,7 +125,7 @@ void checkOwner(const FileDescriptor& socket, const SystemRoot& root) {
   const auto peer = peerCredentials(socket.get());
   if (peer && isTrustedUser(peer->user)) return;
   throw ServiceError(ServiceErrorCode::NotPermitted,
-                     "the job daemon of " + root.path().string() + " belongs to somebody else");
+                     "the job daemon of " + root.path().string() + " belongs to another user");
 }
 
 }  // namespace
@@ -162,7 +162,7 @@ void JobDaemon::start() const {
 
   const std::string program = daemonProgram();
   std::vector<std::string> arguments{program, "--root", root_.path().string(), "--ready-fd", "3"};
-  std::vector<std::string> environment;  // it takes nothing from there
+  std::vector<std::string> environment;  // empty: the daemon uses none
   SpawnPlan plan;
   plan.setUp(writeEnd.get());
   pid_t child = -1;
@@ -172,7 +172,7 @@ void JobDaemon::start() const {
   if (error != 0)
     throw ServiceError(ServiceErrorCode::DaemonUnavailable,
                        "cannot start " + program + ": " + errorText(error));
-  // The child is only the daemon's parent and ends at once.
+  // The child is only the daemon's parent and exits at once.
   const std::string cause = readiness(readEnd.get());
   reap(child, cause.empty());
   if (!cause.empty())
@@ -183,7 +183,7 @@ void JobDaemon::start() const {
 std::optional<ControlReply> ControlConnection::tryAsk(const ControlRequest& request,
                                                       int descriptor) {
   if (!sendFrame(socket_.get(), encode(request), descriptor)) return std::nullopt;
-  const auto deadline = Clock::now() + replyPatience;
+  const auto deadline = Clock::now() + kReplyTimeout;
   FrameReader reader;
   for (;;) {
     if (!waitReadable(socket_.get(), deadline)) {
@@ -206,20 +206,20 @@ std::optional<ControlReply> ControlConnection::tryAsk(const ControlRequest& requ
 
 bool ControlConnection::hasEnded() const {
   pollfd entry{socket_.get(), POLLIN, 0};
-  return ::poll(&entry, 1, 0) > 0;  // it says nothing without being asked
+  return ::poll(&entry, 1, 0) > 0;  // the daemon sends nothing unasked
 }
 
 ControlReply ControlConnection::ask(const ControlRequest& request, int descriptor) {
   if (auto reply = tryAsk(request, descriptor)) return std::move(*reply);
   throw ServiceError(ServiceErrorCode::DaemonUnavailable,
-                     "the job daemon ended the connection before it answered; try again");
+                     "the job daemon closed the connection before it answered; try again");
 }
 
 std::pair<ControlConnection, ControlReply> JobDaemon::openWith(const ControlRequest& request,
                                                                int descriptor) const {
-  // A daemon that had nothing left to keep may end just as it is asked; another one is started
-  // then. One with many callers hangs up on one that it has not heard yet.
-  for (int attempt = 0; attempt < attempts; ++attempt) {
+  // A daemon without jobs may exit just as it is asked; another one is then started. A daemon with
+  // many callers closes the connection of one that it has not heard from yet.
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
     auto socket = connectOrStart();
     if (!socket) continue;
     ControlConnection connection(std::move(socket));
@@ -227,7 +227,7 @@ std::pair<ControlConnection, ControlReply> JobDaemon::openWith(const ControlRequ
       return {std::move(connection), std::move(*reply)};
   }
   throw ServiceError(ServiceErrorCode::DaemonUnavailable,
-                     "the job daemon ended before it answered");
+                     "the job daemon exited before it answered");
 }
 
 ControlReply JobDaemon::ask(const ControlRequest& request, int descriptor) const {
@@ -241,8 +241,8 @@ ControlConnection JobDaemon::authorize(const std::string& label) const {
 }
 
 std::optional<ControlReply> JobDaemon::status() const {
-  // A daemon with many callers hangs up on one that it has not heard yet.
-  for (int attempt = 0; attempt < attempts; ++attempt) {
+  // A daemon with many callers closes the connection of one that it has not heard from yet.
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
     auto socket = connect();
     if (!socket) return std::nullopt;
     if (auto reply = ControlConnection(std::move(socket)).tryAsk(ControlRequest{}, -1))

@@ -1,4 +1,4 @@
-// The job daemon of a root, as an application reaches it.
+// An application's access to the job daemon of a root.
 //
 // Threading: any thread; calls wait for the daemon, at most 30 s.
 // Errors: ServiceError.
@@ -16,12 +16,12 @@ class ControlConnection {
  public:
   explicit ControlConnection(FileDescriptor socket) : socket_(std::move(socket)) {}
 
-  /// Sends a request, with an open descriptor beside it (-1: none), and waits for its reply;
-  /// nothing when the daemon hung up before it.
+  /// Sends a request, with an open descriptor (-1: none), and waits for the reply; nothing if the
+  /// daemon closed the connection first.
   [[nodiscard]] std::optional<ControlReply> tryAsk(const ControlRequest& request, int descriptor);
-  /// The same; throws DaemonUnavailable for a daemon that hung up.
+  /// The same, but throws DaemonUnavailable if the daemon closed the connection.
   [[nodiscard]] ControlReply ask(const ControlRequest& request, int descriptor);
-  /// Whether the daemon has hung up. To be asked while no reply is awaited.
+  /// Whether the daemon has closed the connection. Only call while no reply is pending.
   [[nodiscard]] bool hasEnded() const;
 
  private:
@@ -32,26 +32,26 @@ class JobDaemon {
  public:
   explicit JobDaemon(SystemRoot root) : root_(std::move(root)) {}
 
-  /// Starts the daemon unless one is running, and returns when one answers. The program is named by
-  /// WLHID_JOBD, else it is "Contents/Helpers/wlhid-jobd" of the main bundle. No child, zombie or
-  /// descriptor of it stays in this process.
+  /// Starts the daemon unless one is running, and returns when one answers. The program is
+  /// WLHID_JOBD if set, else "Contents/Helpers/wlhid-jobd" in the main bundle. Leaves no child,
+  /// zombie or descriptor of it in this process.
   void ensureRunning() const;
 
-  /// Sends one request on a connection of its own. Starts the daemon first if none is running.
+  /// Sends one request on a new connection. Starts the daemon first if none is running.
   [[nodiscard]] ControlReply ask(const ControlRequest& request, int descriptor) const;
 
-  /// A connection that has the daemon's leave to change one job: to remove it, to bless it, or the
-  /// one and then the other, each once and soon. Starts the daemon first if none is running. Throws
-  /// what the daemon refuses with.
+  /// A connection with the daemon's permission to change one job: to remove it, to bless it, or to
+  /// remove and then bless it, each once and within a short time. Starts the daemon first if none
+  /// is running. Throws the daemon's error if it refuses.
   [[nodiscard]] ControlConnection authorize(const std::string& label) const;
 
-  /// What the daemon keeps; nothing when none is running (none is started for the question).
+  /// The daemon's jobs; nothing if no daemon is running (does not start one).
   [[nodiscard]] std::optional<ControlReply> status() const;
 
  private:
-  /// Empty when none is running.
+  /// Empty if no daemon is running.
   [[nodiscard]] FileDescriptor connect() const;
-  /// Empty when one that was started has ended again.
+  /// Empty if the daemon that was started has already exited.
   [[nodiscard]] FileDescriptor connectOrStart() const;
   /// A connection on which the daemon has answered the request.
   [[nodiscard]] std::pair<ControlConnection, ControlReply> openWith(const ControlRequest& request,

@@ -12,8 +12,8 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t maximumArguments = 64;
-constexpr std::size_t maximumServices = 16;
+constexpr std::size_t kMaximumArguments = 64;
+constexpr std::size_t kMaximumServices = 16;
 
 std::nullopt_t refuse(std::string* reason, const std::string& text) {
   if (reason != nullptr) *reason = text;
@@ -26,7 +26,7 @@ std::optional<std::string> text(const std::shared_ptr<NSObject>& object) {
   return string->UTF8String();
 }
 
-/// A service's value is true, or a dictionary of options, of which none is needed here.
+/// A service's value is a boolean or a dictionary of options, none of which is used here.
 bool isOffered(const std::shared_ptr<NSObject>& value) {
   if (const auto number = objectCast<NSNumber>(value)) return number->boolValue();
   return objectCast<NSDictionary>(value) != nullptr;
@@ -36,16 +36,16 @@ std::optional<std::vector<std::string>> programArguments(const NSDictionary& job
                                                          std::string* reason) {
   const auto array = objectCast<NSArray>(job.objectForKey("ProgramArguments"));
   if (!array || array->count() == 0) return refuse(reason, "it has no ProgramArguments");
-  if (array->count() > maximumArguments) return refuse(reason, "it has too many ProgramArguments");
+  if (array->count() > kMaximumArguments) return refuse(reason, "it has too many ProgramArguments");
   std::vector<std::string> arguments;
   for (std::size_t i = 0; i < array->count(); ++i) {
     const auto argument = text(array->objectAtIndex(i));
     if (!argument || argument->find('\0') != std::string::npos)
-      return refuse(reason, "one of its ProgramArguments is no text");
+      return refuse(reason, "one of its ProgramArguments is not a string");
     arguments.push_back(*argument);
   }
   if (arguments.front().empty() || arguments.front().front() != '/') {
-    return refuse(reason, "its program is no absolute path");
+    return refuse(reason, "its program is not an absolute path");
   }
   return arguments;
 }
@@ -63,7 +63,7 @@ std::shared_ptr<NSDictionary> jobDictionary(std::span<const std::uint8_t> bytes,
       NSData::dataWithBytes(bytes), 0, nullptr, nullptr);
   auto dictionary = objectCast<NSDictionary>(list);
   if (!dictionary) {
-    refuse(reason, "it is no property list with a dictionary");
+    refuse(reason, "it is not a property list with a dictionary");
     return nullptr;
   }
   if (text(dictionary->objectForKey("Label")) != label) {
@@ -96,15 +96,15 @@ std::optional<std::vector<std::string>> machServices(const NSDictionary& job,
   for (const auto& [key, value] : dictionary->entries()) {
     const auto name = text(key);
     if (!name || !SystemRoot::isValidLabel(*name))
-      return refuse(reason, "one of its MachServices has no valid name");
+      return refuse(reason, "one of its MachServices has an invalid name");
     if (*name == "jobd") return refuse(reason, "the service name \"jobd\" is taken");
     if (!mayOffer(label, *name))
       return refuse(reason, "the service " + *name + " is not its own: it may offer " +
                                 std::string(label) + " and names below that");
     if (isOffered(value)) services.push_back(*name);
   }
-  if (services.empty()) return refuse(reason, "it offers none of its MachServices");
-  if (services.size() > maximumServices) return refuse(reason, "it has too many MachServices");
+  if (services.empty()) return refuse(reason, "none of its MachServices is enabled");
+  if (services.size() > kMaximumServices) return refuse(reason, "it has too many MachServices");
   return services;
 }
 

@@ -1,4 +1,4 @@
-// What the exec functions take: pointers to texts, and a null pointer after the last.
+// The argument form of the exec functions: pointers to strings, followed by a null pointer.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 
 namespace platform {
 
-/// Points into `texts`, which must outlive the result and stay as they are.
+/// Points into `texts`, which must outlive the result and not change.
 [[nodiscard]] inline std::vector<char*> nullTerminated(std::vector<std::string>& texts) {
   std::vector<char*> result;
   result.reserve(texts.size() + 1);

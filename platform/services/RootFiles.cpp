@@ -17,19 +17,19 @@
 namespace platform {
 namespace {
 
-constexpr int directoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 FileDescriptor openOneDirectory(int parent, const std::string& name, bool create) {
   if (create && ::mkdirat(parent, name.c_str(), 0755) != 0 && errno != EEXIST) {
     throw fileSystemError("cannot make the directory " + name, errno);
   }
-  FileDescriptor directory(::openat(parent, name.c_str(), directoryFlags | O_NOFOLLOW));
+  FileDescriptor directory(::openat(parent, name.c_str(), kDirectoryFlags | O_NOFOLLOW));
   if (!directory && (create || errno != ENOENT))
     throw fileSystemError("cannot open the directory " + name, errno);
   return directory;
 }
 
-constexpr mode_t writableByOthers = S_IWGRP | S_IWOTH;
+constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
 
 std::string nameOf(const SystemRoot& root) {
   return "the system root " + root.path().string();
@@ -56,12 +56,12 @@ ServiceError writable(const std::string& name, mode_t mode) {
   std::snprintf(octal.data(), octal.size(), "%04o", mode & 07777U);
   return {ServiceErrorCode::NotPermitted,
           name + " can be written by others (mode " + octal.data() +
-              "), who could decide what is run: take that away with chmod go-w, or choose another "
-              "root with --root DIR"};
+              "), who could decide what is run: remove the permission with chmod go-w, or choose "
+              "another root with --root DIR"};
 }
 
-/// A directory on the way to a root, or the root: nobody but those who are trusted decides what it
-/// holds, or, for one above the root, what becomes of the next on the way.
+/// Checks a directory on the path to a root, or the root itself: only trusted users may decide what
+/// it contains or, above the root, replace the next directory on the path.
 void checkIsTrusted(int directory, const std::string& name, bool isRoot) {
   const struct stat status = statusOf(directory, name);
   if (S_ISLNK(status.st_mode)) {
@@ -71,13 +71,14 @@ void checkIsTrusted(int directory, const std::string& name, bool isRoot) {
                            "it points to, with --root DIR");
   }
   if (!S_ISDIR(status.st_mode))
-    throw ServiceError(ServiceErrorCode::FileSystem, name + " is no directory");
+    throw ServiceError(ServiceErrorCode::FileSystem, name + " is not a directory");
   if (!isTrustedUser(status.st_uid)) throw foreign(name, status.st_uid);
   const bool isHarmless = !isRoot && (status.st_mode & S_ISVTX) != 0;
-  if ((status.st_mode & writableByOthers) != 0 && !isHarmless) throw writable(name, status.st_mode);
+  if ((status.st_mode & kWritableByOthers) != 0 && !isHarmless)
+    throw writable(name, status.st_mode);
 }
 
-/// The next directory on the way, not looked into yet and not followed if it is a link.
+/// The next directory on the path, not checked yet, and not followed if it is a link.
 FileDescriptor openNext(int parent, const std::string& name, const std::string& path, bool create) {
   if (create && ::mkdirat(parent, name.c_str(), 0755) != 0 && errno != EEXIST)
     throw fileSystemError("cannot make the directory " + path, errno);
@@ -88,7 +89,7 @@ FileDescriptor openNext(int parent, const std::string& name, const std::string& 
 }
 
 FileDescriptor reopened(int directory, const std::string& name) {
-  FileDescriptor own(::openat(directory, ".", directoryFlags));
+  FileDescriptor own(::openat(directory, ".", kDirectoryFlags));
   if (!own) throw fileSystemError("cannot open " + name, errno);
   return own;
 }
@@ -108,8 +109,8 @@ FileDescriptor walkTo(const SystemRoot& root, bool create) {
   return reopened(current.get(), name);
 }
 
-/// The root that the process reached last, by what would show that it is another one now, or open
-/// to others. The way to it need not be walked again to reach the same directory.
+/// The root that the process opened last, with the attributes that would show that it has been
+/// replaced or opened to other users. Otherwise the path need not be walked again.
 class LastRoot {
  public:
   void remember(const std::filesystem::path& path, int directory) {
@@ -123,13 +124,13 @@ class LastRoot {
   [[nodiscard]] FileDescriptor open(const std::filesystem::path& path) {
     const std::lock_guard lock(mutex_);
     if (path_ != path || user_ != ::geteuid()) return {};
-    FileDescriptor directory(::open(path.c_str(), directoryFlags | O_NOFOLLOW));
+    FileDescriptor directory(::open(path.c_str(), kDirectoryFlags | O_NOFOLLOW));
     struct stat status {};
     if (!directory || ::fstat(directory.get(), &status) != 0 || !isTheSame(status)) return {};
     return directory;
   }
   static LastRoot& ofTheProcess() {
-    static auto* const one = new LastRoot;  // outlives every static that may still ask
+    static auto* const one = new LastRoot;  // outlives every static that may still use it
     return *one;
   }
 
@@ -157,7 +158,7 @@ std::size_t checkedSize(int descriptor, const std::string& name, std::size_t max
   struct stat status {};
   if (::fstat(descriptor, &status) != 0) throw fileSystemError("cannot examine " + name, errno);
   if (!S_ISREG(status.st_mode))
-    throw ServiceError(ServiceErrorCode::FileSystem, name + " is no regular file");
+    throw ServiceError(ServiceErrorCode::FileSystem, name + " is not a regular file");
   if (static_cast<std::uint64_t>(status.st_size) > maximumBytes) {
     throw ServiceError(ServiceErrorCode::FileSystem,
                        name + " is larger than " + std::to_string(maximumBytes) + " bytes");
@@ -184,7 +185,7 @@ FileDescriptor openOwnRoot(const SystemRoot& root) {
 void checkIsOwn(int directory, const std::string& name) {
   const struct stat status = statusOf(directory, name);
   if (status.st_uid != ::geteuid()) throw foreign(name, status.st_uid);
-  if ((status.st_mode & writableByOthers) != 0) throw writable(name, status.st_mode);
+  if ((status.st_mode & kWritableByOthers) != 0) throw writable(name, status.st_mode);
 }
 
 FileDescriptor openDirectoryBelow(int directory, std::string_view relativePath, bool create) {
@@ -203,7 +204,7 @@ FileDescriptor openDirectoryBelow(int directory, std::string_view relativePath, 
 
 std::optional<std::vector<std::uint8_t>> readFileIn(int directory, const std::string& name,
                                                     std::size_t maximumBytes) {
-  // O_NONBLOCK: a planted FIFO must not hold the opener.
+  // O_NONBLOCK: a planted FIFO must not block the open.
   const FileDescriptor file(
       ::openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file) {
@@ -223,7 +224,7 @@ std::vector<std::uint8_t> readDescriptor(int descriptor, const std::string& name
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) throw fileSystemError("cannot read " + name, errno);
     if (got == 0)
-      throw ServiceError(ServiceErrorCode::FileSystem, name + " became shorter while it was read");
+      throw ServiceError(ServiceErrorCode::FileSystem, name + " shrank while it was being read");
     have += static_cast<std::size_t>(got);
   }
   return bytes;
@@ -231,11 +232,11 @@ std::vector<std::uint8_t> readDescriptor(int descriptor, const std::string& name
 
 std::vector<std::string> namesIn(int directory) {
   std::vector<std::string> names;
-  FileDescriptor own(::openat(directory, ".", directoryFlags));
+  FileDescriptor own(::openat(directory, ".", kDirectoryFlags));
   DIR* stream = own ? ::fdopendir(own.get()) : nullptr;
   if (stream == nullptr) return names;
   (void)own.release();  // the stream closes it
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): safe as long as each thread reads a stream of its own
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): safe, since each thread reads its own stream
   while (const dirent* entry = ::readdir(stream)) {
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") names.emplace_back(name);

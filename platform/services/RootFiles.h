@@ -18,48 +18,48 @@
 
 namespace platform {
 
-/// The largest job file that is read.
-inline constexpr std::size_t maximumJobFileBytes = std::size_t{64} * 1024;
-/// The largest helper executable that is read or installed.
-inline constexpr std::size_t maximumHelperBytes = std::size_t{64} * 1024 * 1024;
+/// The maximum size of a job file that is read.
+inline constexpr std::size_t kMaximumJobFileBytes = std::size_t{64} * 1024;
+/// The maximum size of a helper executable that is read or installed.
+inline constexpr std::size_t kMaximumHelperBytes = std::size_t{64} * 1024 * 1024;
 
-/// The root itself, for who uses it; empty when there is none. It is reached from "/" one directory
-/// at a time, through no symbolic link. It and every directory above it belong to the superuser or
-/// to the effective user and can be written by nobody else (in a sticky directory above it, others
-/// can do no harm): what is below it is theirs, and nobody can put another root in its place. Else
-/// NotPermitted, naming the directory, the cause and the cure. The way to a root that was reached
-/// before is not walked again as long as the very same directory is there, as closed as it was:
-/// who asks often whether a job is installed pays for the way once.
+/// The root directory, for using it; empty if it does not exist. It is opened from "/" one
+/// directory at a time, without following symbolic links. The root and every directory above it
+/// must belong to the superuser or the effective user and be writable by nobody else (except that
+/// others can do no harm in a sticky directory above it), so that nobody else can change or replace
+/// the root. Otherwise throws NotPermitted, naming the directory, the cause and the remedy. The
+/// path to the root opened last is not walked again while the same directory is there with the same
+/// owner and mode, so frequent checks whether a job is installed pay for the walk only once.
 [[nodiscard]] FileDescriptor openRoot(const SystemRoot& root);
 
-/// The same for who keeps the root and writes in it: it must be the effective user's own, and what
-/// is missing of it is made.
+/// The same for the process that manages the root and writes to it: the root must belong to the
+/// effective user, and missing directories are created.
 [[nodiscard]] FileDescriptor openOwnRoot(const SystemRoot& root);
 
-/// Throws NotPermitted unless an open directory belongs to the effective user and can be written by
+/// Throws NotPermitted unless an open directory belongs to the effective user and is writable by
 /// nobody else. `name` is for the message.
 void checkIsOwn(int directory, const std::string& name);
 
-/// A directory below an open one, each component opened without following a link; empty when a
-/// component is missing and not to be made. Directories that are made have mode 0755.
+/// A directory below an open one; no component may be a link. Empty if a component is missing and
+/// `create` is false. Directories are created with mode 0755.
 [[nodiscard]] FileDescriptor openDirectoryBelow(int directory, std::string_view relativePath,
                                                 bool create);
 
-/// A regular file, whole; empty when there is none. Throws when it is a link, a device, too large
-/// or unreadable.
+/// The contents of a regular file; nothing if it does not exist. Throws if it is a link, a device,
+/// too large or unreadable.
 [[nodiscard]] std::optional<std::vector<std::uint8_t>> readFileIn(int directory,
                                                                   const std::string& name,
                                                                   std::size_t maximumBytes);
 
-/// The same for a descriptor that is already open, from its first byte, whatever its offset. `name`
-/// is for messages.
+/// The same for an open descriptor, from the first byte, whatever its offset. `name` is for
+/// messages.
 [[nodiscard]] std::vector<std::uint8_t> readDescriptor(int descriptor, const std::string& name,
                                                        std::size_t maximumBytes);
 
-/// The names in an open directory, sorted, without "." and "..". The descriptor is left as it is.
+/// The names in an open directory, sorted, without "." and "..". Leaves the descriptor unchanged.
 [[nodiscard]] std::vector<std::string> namesIn(int directory);
 
-/// Whether what belongs to that user may be relied on: it is the effective user or the superuser.
+/// Whether the user's files may be trusted: true for the effective user and the superuser.
 [[nodiscard]] bool isTrustedUser(uid_t user);
 
 }  // namespace platform

@@ -24,7 +24,7 @@ ServiceConnectResult failure(Outcome outcome, std::string reason) {
 }
 
 bool jobOffers(int jobs, const std::string& fileName, std::string_view service) try {
-  const auto bytes = readFileIn(jobs, fileName, maximumJobFileBytes);
+  const auto bytes = readFileIn(jobs, fileName, kMaximumJobFileBytes);
   if (!bytes) return false;
   const auto job = parseJobFile(
       *bytes, fileName.substr(0, fileName.size() - std::string_view(".plist").size()), nullptr);
@@ -34,8 +34,8 @@ bool jobOffers(int jobs, const std::string& fileName, std::string_view service) 
   return false;  // a job file that cannot be read offers nothing
 }
 
-/// Whether a job of the root offers the service. Most services are named as their job is, so that
-/// file is asked first.
+/// Whether a job of the root offers the service. Most services have the name of their job, so that
+/// job file is tried first.
 bool isOffered(const SystemRoot& root, std::string_view service) {
   const auto rootDirectory = openRoot(root);
   if (!rootDirectory) return false;
@@ -51,15 +51,15 @@ bool isOffered(const SystemRoot& root, std::string_view service) {
 ServiceConnectResult checkedEndpoint(FileDescriptor socket) {
   const auto peer = peerCredentials(socket.get());
   if (peer && isTrustedUser(peer->user)) return {Outcome::Connected, socket.release(), {}};
-  return failure(Outcome::Refused, "the endpoint belongs to somebody else");
+  return failure(Outcome::Refused, "the endpoint belongs to another user");
 }
 
-/// Descriptors or memory are used up, in this process or in the system.
+/// Whether descriptors or memory have run out, in this process or in the system.
 bool isShortage(int error) {
   return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
 }
 
-/// What a failed connect means. Nothing: nobody listens there, which starting the daemon may mend.
+/// What a failed connect means; nothing if there is no listener, which starting the daemon may fix.
 std::optional<ServiceConnectResult> meaningOf(int error) {
   if (isShortage(error)) return failure(Outcome::TryAgain, errorText(error));
   switch (error) {
@@ -94,7 +94,7 @@ class RootEndpoints final : public ServiceEndpoints {
  public:
   ServiceConnectResult connectToService(std::string_view service) override try {
     if (!SystemRoot::isValidLabel(service))
-      return failure(Outcome::UnknownName, "it is no valid service name");
+      return failure(Outcome::UnknownName, "it is not a valid service name");
     return connectWithin(SystemRoot::current(), service);
   } catch (const ServiceError& error) {
     if (isShortage(error.systemError())) return failure(Outcome::TryAgain, error.what());
@@ -112,8 +112,9 @@ class RootEndpoints final : public ServiceEndpoints {
       if (!isOffered(root, service)) return failure(Outcome::UnknownName, "no job offers it");
       JobDaemon(root).ensureRunning();
     }
-    return failure(Outcome::UnknownName,
-                   "its job is there, but the job daemon does not listen for it (see its log)");
+    return failure(
+        Outcome::UnknownName,
+        "its job is installed, but the job daemon is not listening for it (see its log)");
   }
 };
 

@@ -1,8 +1,6 @@
-// What can go wrong between an application and its jobs.
-//
-// Threading: values.
-// Errors: this is one. Thrown inside services/ and jobd/ and turned into an NSError or a reply at
-//   their edges; the text is a sentence for people that names the file and the cause.
+// Errors between an application and its jobs. Thrown inside services/ and jobd/ and converted to an
+// NSError or a reply at their boundaries; the text is a message for a person that names the file
+// and the cause.
 #pragma once
 
 #include <cstdint>
@@ -11,19 +9,20 @@
 
 namespace platform {
 
-/// Codes of "WLServiceManagementErrorDomain". They cross the control socket, so their numbers stay.
+/// Codes of "WLServiceManagementErrorDomain". They are sent over the control socket, so the numbers
+/// must not change.
 enum class ServiceErrorCode : std::int64_t {
   None = 0,
   InvalidArgument = 1,  ///< domain, label or authorization
   NoSuchJob = 2,
-  InvalidImage = 3,       ///< the helper is not what it has to be
-  FileSystem = 4,         ///< a file or directory of the root, or of the bundle
+  InvalidImage = 3,       ///< the helper is not a valid image for the job
+  FileSystem = 4,         ///< a file or directory of the root or of the bundle
   DaemonUnavailable = 5,  ///< the job daemon cannot be found, started or reached
-  NotPermitted = 6,       ///< the root, the endpoint or the caller belongs to somebody else
+  NotPermitted = 6,       ///< the root, the endpoint or the caller belongs to another user
   TimedOut = 7,
   NotSupported = 8,  ///< not on this kind of root
-  Protocol = 9,      ///< the other end of the control socket does not keep to the protocol
-  Busy = 10,         ///< the job is being changed by somebody else
+  Protocol = 9,      ///< the peer on the control socket violated the protocol
+  Busy = 10,         ///< another caller is changing the job
 };
 
 class ServiceError : public std::runtime_error {
@@ -31,7 +30,7 @@ class ServiceError : public std::runtime_error {
   ServiceError(ServiceErrorCode code, const std::string& text, int systemError = 0)
       : std::runtime_error(text), code_(code), systemError_(systemError) {}
   [[nodiscard]] ServiceErrorCode code() const { return code_; }
-  /// The system's error number behind it, 0 where there is none.
+  /// The underlying errno, or 0.
   [[nodiscard]] int systemError() const { return systemError_; }
 
  private:
@@ -39,9 +38,9 @@ class ServiceError : public std::runtime_error {
   int systemError_;
 };
 
-/// "cannot open X: No such file or directory", for the error number given.
+/// "cannot open X: No such file or directory", for an errno.
 [[nodiscard]] ServiceError fileSystemError(const std::string& what, int error);
-/// The system's text for an error number.
+/// The system's text for an errno.
 [[nodiscard]] std::string errorText(int error);
 
 }  // namespace platform

@@ -26,9 +26,9 @@ std::shared_ptr<NSError> errorObject(ServiceErrorCode code, const std::string& t
 
 std::string checkedLabel(std::string_view domain, const std::shared_ptr<NSString>& label) {
   if (domain != kSMDomainSystemLaunchd)
-    throw ServiceError(ServiceErrorCode::InvalidArgument, "there is no such domain of jobs");
+    throw ServiceError(ServiceErrorCode::InvalidArgument, "there is no such job domain");
   if (!label || !SystemRoot::isValidLabel(label->UTF8String())) {
-    throw ServiceError(ServiceErrorCode::InvalidArgument, "this is no valid label of a job");
+    throw ServiceError(ServiceErrorCode::InvalidArgument, "this is not a valid job label");
   }
   return label->UTF8String();
 }
@@ -41,14 +41,14 @@ FileDescriptor openBundledHelper(const std::string& label) {
   const auto bundle = NSBundle::mainBundle()->bundlePath();
   if (!bundle)
     throw ServiceError(ServiceErrorCode::FileSystem,
-                       "the main bundle is unknown, and so is its helper");
+                       "cannot find the bundle's helper: the main bundle's path is unknown");
   const std::string path = bundle->UTF8String() + "/Contents/Library/LaunchServices/" + label;
   FileDescriptor helper(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!helper) throw fileSystemError("cannot open the bundle's helper " + path, errno);
   return helper;
 }
 
-/// Runs `body`; a failure becomes false and the error object.
+/// Runs `body`; a failure gives false and an error object.
 template <class Body>
 bool reporting(std::shared_ptr<NSError>* returnError, const Body& body) {
   std::shared_ptr<NSError> error;
@@ -71,7 +71,7 @@ class RootServices final : public ServicesProvider {
     try {
       return installedJob(SystemRoot::current(), checkedLabel(domain, label), nullptr);
     } catch (const std::exception&) {
-      return nullptr;  // a job that cannot be read is no job of the domain
+      return nullptr;  // a job that cannot be read counts as missing
     }
   }
 

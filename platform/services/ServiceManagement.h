@@ -1,11 +1,13 @@
-// Privileged helper jobs: asking for, installing and removing them.
+// Privileged helper jobs: looking them up, installing and removing them.
 //
-// Threading: any thread; each call is synchronous and may wait for the job daemon (bounded: 30 s)
-// and for a person. Ownership: results belong to the caller; an AuthorizationRef lives for the life
-// of the process. Errors: returned as NSError through `returnError` (null allowed), in
-// "WLServiceManagementErrorDomain" with a
-//   localized description that names the file and the cause.
-// Order: none. A crash at any point of a bless leaves the old helper or the new one, whole.
+// A crash at any point of a bless leaves either the old helper or the new one, complete.
+//
+// Threading: any thread; each call is synchronous and may wait for the job daemon (at most 30 s)
+//   and for the user.
+// Ownership: an AuthorizationRef lives as long as the process.
+// Errors: returned as NSError through `returnError` (may be null), in
+//   "WLServiceManagementErrorDomain", with a localized description that names the file and the
+//   cause.
 #pragma once
 
 #include <cstdint>
@@ -24,13 +26,13 @@ namespace platform {
 inline constexpr std::string_view kSMDomainSystemLaunchd = "kSMDomainSystemLaunchd";
 inline constexpr std::string_view WLServiceManagementErrorDomain = "WLServiceManagementErrorDomain";
 
-/// The job's dictionary ("Label", "ProgramArguments", "MachServices"), read afresh; null when the
-/// domain has no such job, or its file names another program than the helper that is run for it.
+/// The job's dictionary ("Label", "ProgramArguments", "MachServices"), read afresh; null if the
+/// domain has no such job, or its file names a program other than the helper that is run for it.
 std::shared_ptr<NSDictionary> SMJobCopyDictionary(std::string_view domain,
                                                   const std::shared_ptr<NSString>& label);
 
-/// Removes the job: its endpoints, its process, its executable and its job file. With `wait` it
-/// returns after the job's process has gone.
+/// Removes the job: its endpoints, its process, its executable and its job file. With `wait`,
+/// returns after the job's process has exited.
 bool SMJobRemove(std::string_view domain, const std::shared_ptr<NSString>& label,
                  const AuthorizationRef& authorization, bool wait,
                  std::shared_ptr<NSError>* returnError);
@@ -57,7 +59,7 @@ class ServicesProvider {
                                        AuthorizationRef* returnAuthorization) = 0;
 };
 
-/// The process's services: those of SystemRoot::current() until a scripted platform stands in.
+/// The process's services: those of SystemRoot::current() unless a scripted platform replaces them.
 /// Never destroyed.
 ProviderSlot<ServicesProvider>& servicesProvider();
 

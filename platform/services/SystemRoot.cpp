@@ -18,12 +18,12 @@ struct CurrentRoot {
 };
 
 CurrentRoot& currentRoot() {
-  static auto* const slot = new CurrentRoot;  // outlives every static that may still ask
+  static auto* const slot = new CurrentRoot;  // outlives every static that may still use it
   return *slot;
 }
 
-/// An environment variable that holds an absolute path. Relative ones are ignored, as the base
-/// directory rules ask.
+/// The absolute path in an environment variable. Relative paths are ignored, as the XDG base
+/// directory rules require.
 std::optional<fs::path> absolutePathFrom(const char* variable) {
   const char* value = secure_getenv(variable);
   if (value == nullptr || *value != '/') return std::nullopt;
@@ -107,7 +107,7 @@ fs::path SystemRoot::deviceSources() const {
 }
 
 bool SystemRoot::isValidLabel(std::string_view label) {
-  constexpr std::size_t longest = 200;  // leaves room in a file name for what is put around a label
+  constexpr std::size_t longest = 200;  // leaves room in a file name for a prefix and suffix
   return !label.empty() && label.size() <= longest && label.front() != '.' &&
          std::all_of(label.begin(), label.end(), isLabelCharacter);
 }

@@ -1,20 +1,20 @@
-// The directory under which all absolute paths of the system's interface lie.
+// The directory that contains all the system's absolute paths.
 //
-//   <root>/Library/LaunchDaemons/<label>.plist        the job: Label, ProgramArguments,
-//   MachServices <root>/Library/PrivilegedHelperTools/<label>      the installed executable
-//   <root>/var/run/<service>.sock                     the endpoint of a service
-//   <root>/var/run/jobd.sock                          the job daemon's control endpoint
-//   <root>/var/log/system.log                         what jobs write
-//   <root>/etc/hideventrouter/*.plist                 device sources of the reference router
-//   <root>/etc/hideventrouter/recordings/*            what they play
+//   <root>/Library/LaunchDaemons/<label>.plist     a job: Label, ProgramArguments, MachServices
+//   <root>/Library/PrivilegedHelperTools/<label>   the installed executable
+//   <root>/var/run/<service>.sock                  the endpoint of a service
+//   <root>/var/run/jobd.sock                       the job daemon's control endpoint
+//   <root>/var/log/system.log                      what jobs write
+//   <root>/etc/hideventrouter/*.plist              device sources of the reference router
+//   <root>/etc/hideventrouter/recordings/*         the recordings that they play
 //
-// A root is named by its path until it is opened (RootFiles.h); from then on it is the directory
-// that was opened, whatever comes to stand at that path.
+// A root is identified by its path until it is opened (RootFiles.h); after that it is the directory
+// that was opened, even if something else is put at that path.
 //
 // Threading: SystemRoot is a value. current() and setCurrent() may be called from any thread.
 // Ownership: copies of an opened root share its descriptor.
-// Errors: a root that cannot be determined (no HOME, no XDG directories) throws std::runtime_error
-//   naming what is missing.
+// Errors: current() throws std::runtime_error if no root can be determined (no HOME, no XDG
+//   directories), naming what is missing.
 #pragma once
 
 #include <filesystem>
@@ -25,27 +25,26 @@
 
 namespace platform {
 
-/// What a job's starter calls the root's directory, which it hands over open beside the job's
-/// sockets (LISTEN_FDNAMES). No service can have this name.
-inline constexpr std::string_view rootDescriptorName = ".root";
+/// The name (in LISTEN_FDNAMES) of the root's directory, whose open descriptor a job receives with
+/// its sockets. No service can have this name.
+inline constexpr std::string_view kRootDescriptorName = ".root";
 
 class SystemRoot {
  public:
   /// Made absolute; need not exist yet.
   explicit SystemRoot(std::filesystem::path directory);
-  /// The root that is open as `directory`. Its path is for people.
+  /// The root that is open as `directory`. The path is only for messages.
   SystemRoot(FileDescriptor directory, std::filesystem::path path);
 
-  /// setCurrent()'s root; else WLHID_ROOT (secure_getenv); else the user's own, "wlhid/root" under
-  /// XDG_STATE_HOME or
-  /// ~/.local/state.
+  /// The root set by setCurrent(); else WLHID_ROOT (secure_getenv); else the user's own,
+  /// "wlhid/root" under XDG_STATE_HOME or ~/.local/state.
   static SystemRoot current();
   static void setCurrent(SystemRoot root);
-  /// Back to what the environment says.
+  /// Undoes setCurrent().
   static void resetCurrent();
 
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
-  /// -1 unless it was opened.
+  /// The descriptor, or -1 if it has not been opened.
   [[nodiscard]] int directory() const { return directory_ ? directory_->get() : -1; }
   /// Whether this is "/": jobs then belong to systemd and the authorization to polkit.
   [[nodiscard]] bool isSystem() const { return path_ == "/"; }
@@ -57,8 +56,8 @@ class SystemRoot {
   [[nodiscard]] std::filesystem::path systemLog() const;
   [[nodiscard]] std::filesystem::path deviceSources() const;
 
-  /// Labels and service names become file names: 1 to 200 characters of letters, digits, ".", "-"
-  /// and "_", not beginning with ".".
+  /// Labels and service names become file names: 1 to 200 letters, digits, ".", "-" and "_", not
+  /// starting with ".".
   [[nodiscard]] static bool isValidLabel(std::string_view label);
 
  private:

@@ -13,7 +13,7 @@
 namespace platform {
 namespace {
 
-/// "/proc/self/fd/N" or "/proc/self/fd/N/name"; `name` is short. The path ends with the first NUL.
+/// "/proc/self/fd/N" or "/proc/self/fd/N/name"; `name` is short. The path ends at the first NUL.
 sockaddr_un addressThrough(int descriptor, const std::string& name) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -26,13 +26,13 @@ const sockaddr* pointer(const sockaddr_un& address) {
   return reinterpret_cast<const sockaddr*>(&address);
 }
 
-/// A name that no other binder of this or another process uses at this time.
+/// A name that nobody else in this or another process is binding at the same time.
 std::string temporaryName() {
   static std::atomic<unsigned> counter{0};
   return ".sock." + std::to_string(::getpid()) + "." + std::to_string(counter.fetch_add(1));
 }
 
-/// Closes what failed and keeps errno.
+/// Removes the temporary socket file and preserves errno.
 FileDescriptor failed(int directory, const std::string& temporary) {
   const int error = errno;
   ::unlinkat(directory, temporary.c_str(), 0);
@@ -78,8 +78,8 @@ FileDescriptor listenUnixSocketAt(int directory, const std::string& name, int ty
   if (!socket) return {};
   const std::string temporary = temporaryName();
   const sockaddr_un address = addressThrough(directory, "/" + temporary);
-  ::unlinkat(directory, temporary.c_str(),
-             0);  // left by a process of the same number that was killed here
+  // May have been left by a killed process with the same process ID.
+  ::unlinkat(directory, temporary.c_str(), 0);
   if (::bind(socket.get(), pointer(address), sizeof address) != 0) return {};
   if (::fchmodat(directory, temporary.c_str(), mode, 0) != 0) return failed(directory, temporary);
   if (::listen(socket.get(), backlog) != 0) return failed(directory, temporary);

@@ -1,8 +1,8 @@
-// Unix sockets by path of any length.
+// Unix sockets at paths of any length.
 //
-// An address holds 107 bytes. Here a socket file is reached through an open descriptor instead of
-// its path, so the depth of its directory and the length of its name don't matter, and no symbolic
-// link is followed at the last component.
+// An address holds 107 bytes. Here a socket file is addressed through an open descriptor instead of
+// its path, so the depth of its directory and the length of its name don't matter, and a symbolic
+// link as the last component is not followed.
 //
 // Threading: any thread.
 // Ownership: descriptors belong to the caller.
@@ -22,12 +22,12 @@ namespace platform {
 /// is always set.
 [[nodiscard]] FileDescriptor connectUnixSocketAt(int directory, const std::string& name, int type);
 
-/// Listens on a new socket file `name` with `mode`. It takes the place of what has that name at
-/// once, whole: whoever connects reaches the old endpoint or the new one, listening.
+/// Listens on a new socket file `name` with `mode`. It replaces an existing file of that name
+/// atomically: a client connects to the old endpoint or to the new one, which is listening.
 [[nodiscard]] FileDescriptor listenUnixSocketAt(int directory, const std::string& name, int type,
                                                 int backlog, unsigned mode);
 
-/// Who is at the other end, as the kernel recorded it when the two were joined.
+/// The peer's credentials, as the kernel recorded them when the connection was made.
 struct PeerCredentials {
   uid_t user;
   pid_t process;

@@ -42,10 +42,10 @@ TEST_F(ExampleTest, PrintsTheReportsOfADeviceUntilEnterIsPressed) {
 TEST_F(ExampleTest, SaysWhyThereIsNoInputWhereTheRouterIsNotInstalled) {
   const Outcome outcome = withoutInput("1");
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.err, "status 1\nThere is no router, or not the one in " +
+  EXPECT_EQ(outcome.err, "status 1\nThe router is not installed, or is not the one in " +
                              builtPath("examples").string() +
                              "/Contents/Library/LaunchServices. Install it (wlhid install); wlhid "
-                             "doctor finds what else is missing.\n");
+                             "doctor shows what else is missing.\n");
 }
 
 TEST_F(ExampleTest, SaysWhyThereIsNoInputWhereItsBundleIsNotFound) {

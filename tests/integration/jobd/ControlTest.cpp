@@ -64,7 +64,7 @@ std::vector<std::uint8_t> frameOf(std::uint32_t length, std::string_view content
 
 TEST_F(Control, MalformedFramesLoseTheirConnection) {
   for (const auto& frame :
-       {frameOf(0, ""), frameOf(0xFFFFFFFF, "x"), frameOf(platform::maximumControlBytes + 1, ""),
+       {frameOf(0, ""), frameOf(0xFFFFFFFF, "x"), frameOf(platform::kMaximumControlBytes + 1, ""),
         frameOf(7, "garbage"), frameOf(8, "bplist00"), frameOf(8, std::string(8, '\0'))}) {
     const auto socket = rawConnection();
     sendBytes(socket, frame);

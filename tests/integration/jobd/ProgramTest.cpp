@@ -102,7 +102,7 @@ TEST_F(Program, TheCauseOfAFailureGoesToBothWhoWaitAndWhoRead) {
   testsupport::writeFile(root.path(), "");
   const Run result = run({"--foreground", "--root", path(), "--ready-fd", "9"});
   EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(result.readiness, "the system root " + path() + " is no directory\n");
+  EXPECT_EQ(result.readiness, "the system root " + path() + " is not a directory\n");
   EXPECT_EQ(result.errors, "wlhid-jobd: " + result.readiness);
 }
 

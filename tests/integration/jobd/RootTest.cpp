@@ -79,7 +79,7 @@ TEST_F(Root, AProgramThatIsMissingIsNamed) {
 
 TEST_F(Root, AProgramThatIsNoDaemonIsNoticed) {
   ::setenv("WLHID_JOBD", BARE_DAEMON, 1);
-  EXPECT_THAT(refusal().what(), HasSubstr("it ended before it was ready"));
+  EXPECT_THAT(refusal().what(), HasSubstr("it exited before it was ready"));
 }
 
 TEST_F(Root, TheDaemonsOwnReasonReachesTheApplication) {
@@ -205,7 +205,7 @@ TEST_F(Root, DamagedJobFilesAreLeftOutAndNoted) {
   testsupport::writeFile(root.jobFile("com.empty"), "");
   testsupport::writeFile(root.jobFile("com.renamed"), good);
   testsupport::writeFile(root.jobFile("com.large"),
-                         std::string(platform::maximumControlBytes, ' '));
+                         std::string(platform::kMaximumControlBytes, ' '));
   fs::create_symlink(root.jobFile(kEchoLabel), root.jobFile("com.link"));
   ASSERT_EQ(::mkfifo(root.jobFile("com.pipe").c_str(), 0600), 0);
   fs::create_directories(root.jobFile("com.directory"));

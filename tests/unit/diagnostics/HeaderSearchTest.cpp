@@ -15,7 +15,7 @@ namespace {
 
 using testsupport::HeaderOracle;
 
-constexpr std::string_view usual = "Nov 21 03:12:45 host com.quillmar.hideventrouter[345]: text";
+constexpr std::string_view kUsual = "Nov 21 03:12:45 host com.quillmar.hideventrouter[345]: text";
 
 std::string utf8(char32_t c) {
   std::string text;
@@ -24,8 +24,8 @@ std::string utf8(char32_t c) {
 }
 
 TEST(HeaderPattern, StandsInTheCodeToTheLetter) {
-  EXPECT_EQ(headerPattern.size(), 168U);
-  EXPECT_EQ(headerPattern, HeaderOracle::kPattern);
+  EXPECT_EQ(kHeaderPattern.size(), 168U);
+  EXPECT_EQ(kHeaderPattern, HeaderOracle::kPattern);
 }
 
 TEST(HeaderSearch, LettersMatchInBothCasesAndTheirRelativesOutsideASCII) {
@@ -39,7 +39,7 @@ TEST(HeaderSearch, LettersMatchInBothCasesAndTheirRelativesOutsideASCII) {
 TEST(HeaderSearch, ForeignBlanksAreUnicodesAndNoOthers) {
   const auto isBlank = [](char32_t c) {
     const std::string line = "Nov 21 03:12:45" + utf8(c) + "host p[1]:";
-    // Any other character is one of the host's.
+    // Any other character belongs to the host.
     EXPECT_NE(beginsWithHeader(line), beginsWithHeader("Nov 21 03:12:45 h" + utf8(c) + " p[1]:"));
     return beginsWithHeader(line);
   };
@@ -53,7 +53,7 @@ TEST(HeaderSearch, ForeignBlanksAreUnicodesAndNoOthers) {
 }
 
 TEST(HeaderSearch, TheUsualLineIsAHeader) {
-  EXPECT_TRUE(beginsWithHeader(usual));
+  EXPECT_TRUE(beginsWithHeader(kUsual));
   EXPECT_TRUE(beginsWithHeader("nov  1 3:1:4 h p[1](com.example.job[7])  Restart 2.0:"));
 }
 
@@ -62,16 +62,16 @@ TEST(HeaderSearch, AProcessNameWithADigitMakesNoHeader) {
 }
 
 TEST(HeaderSearch, NothingMayStandBeforeTheMonth) {
-  EXPECT_FALSE(beginsWithHeader(" " + std::string(usual)));
-  EXPECT_FALSE(beginsWithHeader("\xEF\xBB\xBF" + std::string(usual)));
+  EXPECT_FALSE(beginsWithHeader(" " + std::string(kUsual)));
+  EXPECT_FALSE(beginsWithHeader("\xEF\xBB\xBF" + std::string(kUsual)));
   EXPECT_FALSE(beginsWithHeader("\t"));
   EXPECT_FALSE(beginsWithHeader(""));
 }
 
 TEST(HeaderSearch, TheLineFeedEndsTheLine) {
-  EXPECT_TRUE(beginsWithHeader(std::string(usual) + "\nnext"));
-  for (std::size_t i = 0; i < usual.find(": "); ++i) {
-    auto broken = std::string(usual);
+  EXPECT_TRUE(beginsWithHeader(std::string(kUsual) + "\nnext"));
+  for (std::size_t i = 0; i < kUsual.find(": "); ++i) {
+    auto broken = std::string(kUsual);
     broken.insert(i, 1, '\n');
     EXPECT_FALSE(beginsWithHeader(broken)) << i;
     broken.erase(i + 1, 1);
@@ -81,19 +81,19 @@ TEST(HeaderSearch, TheLineFeedEndsTheLine) {
 
 TEST(HeaderSearch, EveryLineCutShortOrWithOneCharacterLessAnswersAsICU) {
   HeaderOracle oracle;
-  for (std::size_t i = 0; i <= usual.size(); ++i) {
-    const auto start = usual.substr(0, i);
+  for (std::size_t i = 0; i <= kUsual.size(); ++i) {
+    const auto start = kUsual.substr(0, i);
     EXPECT_EQ(beginsWithHeader(start), oracle.isHeader(start)) << start;
-    auto without = std::string(usual);
+    auto without = std::string(kUsual);
     if (i < without.size()) without.erase(i, 1);
     EXPECT_EQ(beginsWithHeader(without), oracle.isHeader(without)) << without;
-    auto twice = std::string(usual);
+    auto twice = std::string(kUsual);
     if (i < twice.size()) twice.insert(i, 1, twice[i]);
     EXPECT_EQ(beginsWithHeader(twice), oracle.isHeader(twice)) << twice;
   }
 }
 
-/// Characters on which engines are known to differ, beside the pattern's own.
+/// The pattern's own characters, and those on which regex engines are known to differ.
 std::vector<std::string> hostileAlphabet() {
   std::vector<std::string> characters;
   for (const char c : std::string_view("AZaznovksSK019:[]().-_ \t\v\f\r/\\@'\x1C\x1F\x7F"))
@@ -107,7 +107,7 @@ std::vector<std::string> hostileAlphabet() {
   return characters;
 }
 
-/// The usual line's parts, so that many lines get far into the pattern.
+/// Made of a usual line's parts, so that many lines match much of the pattern.
 std::string randomLine(std::mt19937& random, const std::vector<std::string>& alphabet) {
   static const std::vector<std::vector<std::string>> parts = {{"Nov", "nov", "ſep", "oKt", "No"},
                                                               {" ", "  ", "\u00A0", "\r\t"},
@@ -157,11 +157,11 @@ TEST(HeaderSearch, RandomMutationsOfTheUsualLineAnswerAsICU) {
   std::mt19937 random(21);
   const auto alphabet = hostileAlphabet();
   for (int round = 0; round < 200000; ++round) {
-    std::string line(usual);
+    std::string line(kUsual);
     for (auto changes = random() % 3 + 1; changes > 0; --changes) {
       const std::size_t at = random() % 48;
       line.replace(at, random() % 2, alphabet[random() % alphabet.size()]);
-      if (!platform::isValidUTF8(line)) line = usual;
+      if (!platform::isValidUTF8(line)) line = kUsual;
     }
     ASSERT_EQ(beginsWithHeader(line), oracle.isHeader(line)) << line;
   }

@@ -13,7 +13,7 @@ namespace {
 
 using Places = std::vector<std::size_t>;
 
-/// All places from `start`.
+/// All positions from `start` on.
 Places found(std::string_view text, std::size_t start) {
   Places all;
   for (auto at = findRouterLabel(text, start); at != std::string_view::npos;
@@ -24,14 +24,14 @@ Places found(std::string_view text, std::size_t start) {
 
 Places expected(std::string_view text, std::size_t start) {
   Places all;
-  for (auto at = text.find(routerLabel, start); at != std::string_view::npos;
-       at = text.find(routerLabel, at + 1))
+  for (auto at = text.find(kRouterLabel, start); at != std::string_view::npos;
+       at = text.find(kRouterLabel, at + 1))
     all.push_back(at);
   return all;
 }
 
 TEST(LabelSearch, FindsTheLabelAtEveryPlaceOfEveryLength) {
-  const std::string label(routerLabel);
+  const std::string label(kRouterLabel);
   for (std::size_t before = 0; before < 600; ++before) {
     for (const std::size_t behind : {0, 1, 15, 16, 31, 32, 63, 64, 255, 256, 300}) {
       const std::string text = std::string(before, 'q') + label + std::string(behind, '.');
@@ -45,8 +45,8 @@ TEST(LabelSearch, FindsTheLabelAtEveryPlaceOfEveryLength) {
 
 TEST(LabelSearch, AStartBehindTheTextFindsNothing) {
   EXPECT_EQ(found("", 0), Places{});
-  EXPECT_EQ(found(routerLabel, routerLabel.size()), Places{});
-  EXPECT_EQ(found(routerLabel, routerLabel.size() + 5), Places{});
+  EXPECT_EQ(found(kRouterLabel, kRouterLabel.size()), Places{});
+  EXPECT_EQ(found(kRouterLabel, kRouterLabel.size() + 5), Places{});
 }
 
 TEST(LabelSearch, FindsItFarBehindThingsThatLookLikeIt) {
@@ -54,7 +54,7 @@ TEST(LabelSearch, FindsItFarBehindThingsThatLookLikeIt) {
     for (std::size_t period = 1; period < 400; period += 13) {
       std::string text(distance, 'x');
       for (std::size_t i = 0; i + 2 < distance; i += period) text.replace(i, 2, ".q");
-      text += routerLabel;
+      text += kRouterLabel;
       ASSERT_EQ(found(text, 0), Places{distance});
       ASSERT_EQ(found(text + std::string(300, '.'), 0), Places{distance});
     }
@@ -68,9 +68,9 @@ TEST(LabelSearch, AnswersAsAPlainSearchOnTextsMadeOfTheLabelsPieces) {
     std::string text;
     const auto pieces = random() % 60;
     for (std::size_t i = 0; i < pieces; ++i) {
-      const std::size_t from = random() % routerLabel.size();
-      const std::size_t length = random() % 3 == 0 ? routerLabel.size() : random() % 30;
-      text += routerLabel.substr(random() % 2 == 0 ? 0 : from, length);
+      const std::size_t from = random() % kRouterLabel.size();
+      const std::size_t length = random() % 3 == 0 ? kRouterLabel.size() : random() % 30;
+      text += kRouterLabel.substr(random() % 2 == 0 ? 0 : from, length);
     }
     const std::size_t start = text.empty() ? 0 : random() % text.size();
     const auto places = expected(text, start);

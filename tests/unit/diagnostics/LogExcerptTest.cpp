@@ -21,23 +21,23 @@ using testsupport::HeaderOracle;
 using testsupport::TemporaryDirectory;
 using testsupport::writeFile;
 
-const std::string ours = "Nov 21 03:12:45 host com.quillmar.hideventrouter[345]: ";
-const std::string other = "Nov 21 03:12:45 host kernel[0]: ";
-// Named, though by another process.
-const std::string naming = "Nov 21 03:12:45 host launchd[1] (com.quillmar.hideventrouter): ";
+const std::string kOurs = "Nov 21 03:12:45 host com.quillmar.hideventrouter[345]: ";
+const std::string kOther = "Nov 21 03:12:45 host kernel[0]: ";
+// Names the router, but comes from another process.
+const std::string kNaming = "Nov 21 03:12:45 host launchd[1] (com.quillmar.hideventrouter): ";
 
 std::string text(const platform::NSData& data) {
   return {reinterpret_cast<const char*>(data.bytes()), data.length()};
 }
 
-/// The excerpt of a log that arrives in pieces of one length.
+/// The excerpt of a log that arrives in pieces of equal length.
 std::string excerptInPieces(std::string_view log, std::size_t length) {
   LogFilter filter;
   for (std::size_t at = 0; at < log.size(); at += length) filter.accept(log.substr(at, length));
   return text(*filter.finish());
 }
 
-/// The same for pieces of every length up to 80 and for one piece.
+/// The same for pieces of every length up to 80 and for a single piece.
 std::string excerptOf(std::string_view log) {
   const std::string whole = excerptInPieces(log, std::max<std::size_t>(log.size(), 1));
   for (std::size_t length = 1; length <= 80; ++length)
@@ -46,20 +46,20 @@ std::string excerptOf(std::string_view log) {
 }
 
 TEST(LogExcerpt, AnEntryIsTakenWithItsContinuationLines) {
-  EXPECT_EQ(excerptOf(other + "a\n" + ours + "b\n  c\n\td\n" + other + "e\n"),
-            ours + "b\n  c\n\td");
+  EXPECT_EQ(excerptOf(kOther + "a\n" + kOurs + "b\n  c\n\td\n" + kOther + "e\n"),
+            kOurs + "b\n  c\n\td");
 }
 
 TEST(LogExcerpt, AContinuationLineThatNamesTheLabelTakesNothing) {
-  EXPECT_EQ(excerptOf(other + "a\n  com.quillmar.hideventrouter\n  c\n"), "");
+  EXPECT_EQ(excerptOf(kOther + "a\n  com.quillmar.hideventrouter\n  c\n"), "");
 }
 
 TEST(LogExcerpt, TheLabelMayStandAnywhereInTheHeadersLine) {
-  EXPECT_EQ(excerptOf(naming + "a"), naming + "a");
-  EXPECT_EQ(excerptOf(other + "exit of com.quillmar.hideventrouter"),
-            other + "exit of com.quillmar.hideventrouter");
-  EXPECT_EQ(excerptOf(other + "xcom.quillmar.hideventrouterx\n"),
-            other + "xcom.quillmar.hideventrouterx\n");
+  EXPECT_EQ(excerptOf(kNaming + "a"), kNaming + "a");
+  EXPECT_EQ(excerptOf(kOther + "exit of com.quillmar.hideventrouter"),
+            kOther + "exit of com.quillmar.hideventrouter");
+  EXPECT_EQ(excerptOf(kOther + "xcom.quillmar.hideventrouterx\n"),
+            kOther + "xcom.quillmar.hideventrouterx\n");
 }
 
 TEST(LogExcerpt, TheLabelsCaseCounts) {
@@ -67,25 +67,25 @@ TEST(LogExcerpt, TheLabelsCaseCounts) {
 }
 
 TEST(LogExcerpt, AnEmptyLineAfterAKeptEntryIsKept) {
-  EXPECT_EQ(excerptOf(ours + "a\n\n" + ours + "b"), ours + "a\n\n" + ours + "b");
-  EXPECT_EQ(excerptOf(ours + "a\n\n\n\n" + other + "b"), ours + "a\n\n\n");
+  EXPECT_EQ(excerptOf(kOurs + "a\n\n" + kOurs + "b"), kOurs + "a\n\n" + kOurs + "b");
+  EXPECT_EQ(excerptOf(kOurs + "a\n\n\n\n" + kOther + "b"), kOurs + "a\n\n\n");
 }
 
 TEST(LogExcerpt, ALogThatEndsWithALineFeedAfterAKeptEntryGivesOneToo) {
-  EXPECT_EQ(excerptOf(ours + "a\n"), ours + "a\n");
-  EXPECT_EQ(excerptOf(ours + "a\n\n"), ours + "a\n\n");
-  EXPECT_EQ(excerptOf(ours + "a"), ours + "a");
-  EXPECT_EQ(excerptOf(ours + "a\n" + other), ours + "a");
+  EXPECT_EQ(excerptOf(kOurs + "a\n"), kOurs + "a\n");
+  EXPECT_EQ(excerptOf(kOurs + "a\n\n"), kOurs + "a\n\n");
+  EXPECT_EQ(excerptOf(kOurs + "a"), kOurs + "a");
+  EXPECT_EQ(excerptOf(kOurs + "a\n" + kOther), kOurs + "a");
 }
 
 TEST(LogExcerpt, AHeaderWithADigitInItsProcessIsAContinuation) {
   const std::string digit = "Nov 21 03:12:45 host router2[7]: com.quillmar.hideventrouter";
-  EXPECT_EQ(excerptOf(ours + "a\n" + digit + "\n" + other), ours + "a\n" + digit);
-  EXPECT_EQ(excerptOf(other + "a\n" + digit + "\n"), "");
+  EXPECT_EQ(excerptOf(kOurs + "a\n" + digit + "\n" + kOther), kOurs + "a\n" + digit);
+  EXPECT_EQ(excerptOf(kOther + "a\n" + digit + "\n"), "");
 }
 
 TEST(LogExcerpt, LinesBeforeTheFirstHeaderAreNeverKept) {
-  EXPECT_EQ(excerptOf("com.quillmar.hideventrouter\n\n" + ours + "a"), ours + "a");
+  EXPECT_EQ(excerptOf("com.quillmar.hideventrouter\n\n" + kOurs + "a"), kOurs + "a");
 }
 
 TEST(LogExcerpt, NothingAndLineFeedsAloneGiveNothing) {
@@ -96,22 +96,24 @@ TEST(LogExcerpt, NothingAndLineFeedsAloneGiveNothing) {
 
 TEST(LogExcerpt, AByteOrderMarkIsACharacterLikeAnother) {
   const std::string mark = "\xEF\xBB\xBF";
-  EXPECT_EQ(excerptOf(mark + ours + "a\n"), "");
-  EXPECT_EQ(excerptOf(mark + other + "a\n" + ours + "b\n"), ours + "b\n");
-  EXPECT_EQ(excerptOf(ours + "a\n" + mark + other + "b\n"), ours + "a\n" + mark + other + "b\n");
+  EXPECT_EQ(excerptOf(mark + kOurs + "a\n"), "");
+  EXPECT_EQ(excerptOf(mark + kOther + "a\n" + kOurs + "b\n"), kOurs + "b\n");
+  EXPECT_EQ(excerptOf(kOurs + "a\n" + mark + kOther + "b\n"),
+            kOurs + "a\n" + mark + kOther + "b\n");
 }
 
 TEST(LogExcerpt, CarriageReturnsAndNULStayWhereTheyAre) {
   const std::string nul("\0", 1);
-  const std::string log = ours + "a" + nul + "\r\n" + nul + "\r\n";
+  const std::string log = kOurs + "a" + nul + "\r\n" + nul + "\r\n";
   EXPECT_EQ(excerptOf(log), log);
   EXPECT_EQ(excerptOf("Nov 21 03:12:45 ho" + nul + "st x[1]\r: com.quillmar.hideventrouter\r\n"),
             "Nov 21 03:12:45 ho" + nul + "st x[1]\r: com.quillmar.hideventrouter\r\n");
 }
 
 TEST(LogExcerpt, UnkeptEntriesBetweenKeptOnesLeaveNoGap) {
-  EXPECT_EQ(excerptOf(ours + "1\n" + other + "2\n" + other + "3\n" + ours + "4\n" + naming + "5"),
-            ours + "1\n" + ours + "4\n" + naming + "5");
+  EXPECT_EQ(
+      excerptOf(kOurs + "1\n" + kOther + "2\n" + kOther + "3\n" + kOurs + "4\n" + kNaming + "5"),
+      kOurs + "1\n" + kOurs + "4\n" + kNaming + "5");
 }
 
 TEST(LogExcerpt, ALineLongerThanAnyPieceIsKeptOrDroppedWhole) {
@@ -120,13 +122,13 @@ TEST(LogExcerpt, ALineLongerThanAnyPieceIsKeptOrDroppedWhole) {
   for (const std::size_t length : {4096, 65536, 262144}) {
     const std::string kept = header + "com.quillmar.hideventrouter";
     EXPECT_EQ(excerptInPieces("x\n" + kept + "\n" + header + "\n", length), kept);
-    EXPECT_EQ(excerptInPieces(header + "\n" + ours + "\n", length), ours + "\n");
-    EXPECT_EQ(excerptInPieces(ours + "\n" + host, length), ours + "\n" + host);
+    EXPECT_EQ(excerptInPieces(header + "\n" + kOurs + "\n", length), kOurs + "\n");
+    EXPECT_EQ(excerptInPieces(kOurs + "\n" + host, length), kOurs + "\n" + host);
     EXPECT_EQ(excerptInPieces(host + "com.quillmar.hideventrouter", length), "");
   }
 }
 
-/// The most memory that this process has had, in MiB.
+/// The peak memory use of this process, in MiB.
 double peakMemory() {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);)
@@ -138,7 +140,7 @@ double peakMemory() {
 TEST(LogExcerpt, ALineOfAGigabyteThatCannotBeKeptTakesNoMemory) {
   const std::string piece(1024 * 1024, 'x');
   const double before = peakMemory();
-  for (const auto& start : {std::string(), other + "\n", std::string("Nov 21 03:12:45 host x1")}) {
+  for (const auto& start : {std::string(), kOther + "\n", std::string("Nov 21 03:12:45 host x1")}) {
     LogFilter filter;
     filter.accept(start);
     for (int i = 0; i < 1024; ++i) filter.accept(piece);
@@ -147,12 +149,12 @@ TEST(LogExcerpt, ALineOfAGigabyteThatCannotBeKeptTakesNoMemory) {
   EXPECT_LT(peakMemory(), before + 64);
 }
 
-/// A log of entries, continuation lines and things that are nearly one or the other.
+/// A log of entries, continuation lines and lines that are almost one or the other.
 std::string randomLog(std::mt19937& random) {
   static const std::vector<std::string> lines = {
-      ours + "a",
-      other + "b",
-      naming + "c",
+      kOurs + "a",
+      kOther + "b",
+      kNaming + "c",
       "  continued",
       "",
       "com.quillmar.hideventrouter",
@@ -161,9 +163,9 @@ std::string randomLog(std::mt19937& random) {
       "Nov 21 03:12:45 höst é[7]: x",
       "\u017Fep  1 1:2:3 \u180E\u212A p[1]\u2003: com.quillmar.hideventrouter é",
       "Nov 21 03:12:45 host kernel[0",
-      other + "com.quillmar.com.quillmar.hideventrouter",
+      kOther + "com.quillmar.com.quillmar.hideventrouter",
       "\r",
-      "\xEF\xBB\xBF" + ours,
+      "\xEF\xBB\xBF" + kOurs,
       "Nov"};
   std::string log;
   for (auto count = random() % 12; count > 0; --count) {
@@ -179,7 +181,7 @@ TEST(LogExcerpt, RandomLogsInRandomPiecesGiveWhatTheWholeTextGives) {
   std::size_t kept = 0;
   for (int round = 0; round < 20000; ++round) {
     const std::string log = randomLog(random);
-    const std::string expected = oracle.excerpt(log, routerLabel);
+    const std::string expected = oracle.excerpt(log, kRouterLabel);
     kept += expected.size();
     LogFilter filter;
     const std::size_t most = std::size_t{1} << random() % 9;
@@ -220,13 +222,13 @@ class LogFile : public testing::Test {
 };
 
 TEST_F(LogFile, GivesItsExcerptAndNoError) {
-  const auto excerpt = excerptOfFile(other + "a\n" + ours + "é\n");
+  const auto excerpt = excerptOfFile(kOther + "a\n" + kOurs + "é\n");
   EXPECT_EQ(excerpt.error, nullptr);
-  EXPECT_EQ(text(*excerpt.data), ours + "é\n");
+  EXPECT_EQ(text(*excerpt.data), kOurs + "é\n");
 }
 
 TEST_F(LogFile, WithoutMatchingEntriesGivesEmptyDataAndNoError) {
-  for (const auto& log : {std::string(), other + "a\n"}) {
+  for (const auto& log : {std::string(), kOther + "a\n"}) {
     const auto excerpt = excerptOfFile(log);
     EXPECT_EQ(excerpt.error, nullptr);
     ASSERT_NE(excerpt.data, nullptr);
@@ -241,7 +243,7 @@ TEST_F(LogFile, OfSeveralPiecesGivesWhatTheWholeTextGives) {
   HeaderOracle oracle;
   const auto excerpt = excerptOfFile(log);
   EXPECT_EQ(excerpt.error, nullptr);
-  EXPECT_TRUE(text(*excerpt.data) == oracle.excerpt(log, routerLabel));
+  EXPECT_TRUE(text(*excerpt.data) == oracle.excerpt(log, kRouterLabel));
 }
 
 TEST_F(LogFile, ThatIsMissingIsAReadError) {
@@ -249,9 +251,9 @@ TEST_F(LogFile, ThatIsMissingIsAReadError) {
 }
 
 TEST_F(LogFile, ThatMayNotBeReadIsAReadError) {
-  writeFile(path(), ours);
+  writeFile(path(), kOurs);
   ASSERT_EQ(::chmod(path().c_str(), 0), 0);
-  // The superuser may read anything, so somebody else has to try.
+  // The superuser may read anything, so another user has to try.
   const uid_t self = ::geteuid();
   if (self == 0) {
     ASSERT_EQ(::chmod(path().parent_path().c_str(), 0755), 0);
@@ -271,7 +273,7 @@ TEST_F(LogFile, ThatIsADirectoryOrAPipeIsAReadErrorAndDoesNotHang) {
 }
 
 TEST_F(LogFile, ThatIsNotUTF8AnywhereIsAReadErrorWithEmptyData) {
-  const std::string good = ours + "a\n";
+  const std::string good = kOurs + "a\n";
   const std::string padding(300 * 1024, 'x');
   for (const std::string bad :
        {"\xFF", "\xC0\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xE2\x82", "\x80"}) {
@@ -285,7 +287,7 @@ TEST_F(LogFile, ThatIsNotUTF8AnywhereIsAReadErrorWithEmptyData) {
 
 TEST_F(LogFile, MayHaveACharacterAcrossTheBorderOfTwoReads) {
   for (std::size_t shift = 0; shift < 5; ++shift) {
-    std::string log = ours;
+    std::string log = kOurs;
     log.resize(256 * 1024 - shift, 'x');
     log += "😀\n";
     const auto excerpt = excerptOfFile(log);

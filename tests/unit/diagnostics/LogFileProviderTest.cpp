@@ -17,9 +17,9 @@ using namespace platform;
 
 namespace {
 
-const std::string entry = "Nov 21 03:12:45 host com.quillmar.hideventrouter[345]: text\n";
+const std::string kEntry = "Nov 21 03:12:45 host com.quillmar.hideventrouter[345]: text\n";
 
-/// The root that every test here speaks of; nothing is there.
+/// The root of every test here; it does not exist.
 class Root {
  public:
   Root() { SystemRoot::setCurrent(SystemRoot("/a-root")); }
@@ -41,7 +41,7 @@ struct Answer {
   bool flag = true;
 };
 
-/// What the file's source says; it must say it once, before it returns.
+/// The result of the file's source, which must be passed once, before the source returns.
 Answer ask(const std::shared_ptr<KQLogFile>& file) {
   std::vector<Answer> answers;
   file->source()(file, [&](auto error, auto url, auto data, bool flag) {
@@ -97,7 +97,7 @@ TEST(LogFileProvider, ProvidesOneFileWithoutError) {
 TEST(LogFileProvider, ReadsTheLogWhenTheSourceRunsAndLogsNothing) {
   const Root root;
   ScriptedPlatform platform;
-  platform.setFile("/a-root/var/log/system.log", {entry.begin(), entry.end()});
+  platform.setFile("/a-root/var/log/system.log", {kEntry.begin(), kEntry.end()});
   auto& trace = platform.trace();
 
   const auto module = WLHIDEventRouterLogFileProvider::init();
@@ -128,9 +128,9 @@ TEST(LogFileProvider, ReadsTheFileAgainForEachRequest) {
   SystemRoot::setCurrent(SystemRoot(directory.path()));
   const auto file = providedFile(*WLHIDEventRouterLogFileProvider::init());
   const auto missing = ask(file);
-  testsupport::writeFile(directory.path() / "var/log/system.log", entry);
+  testsupport::writeFile(directory.path() / "var/log/system.log", kEntry);
   const auto one = ask(file);
-  testsupport::writeFile(directory.path() / "var/log/system.log", entry + entry);
+  testsupport::writeFile(directory.path() / "var/log/system.log", kEntry + kEntry);
   const auto two = ask(file);
   SystemRoot::resetCurrent();
 
@@ -143,10 +143,10 @@ TEST(LogFileProvider, ReadsTheFileAgainForEachRequest) {
   EXPECT_FALSE(missing.flag);
 
   EXPECT_EQ(one.error, nullptr);
-  EXPECT_EQ(text(one.data), entry);
+  EXPECT_EQ(text(one.data), kEntry);
   EXPECT_EQ(one.url, nullptr);
   EXPECT_FALSE(one.flag);
-  EXPECT_EQ(text(two.data), entry + entry);
+  EXPECT_EQ(text(two.data), kEntry + kEntry);
 }
 
 TEST(LogFileProvider, WithoutASystemRootTheAnswerSaysWhy) {
@@ -165,7 +165,7 @@ TEST(LogFileProvider, WithoutASystemRootTheAnswerSaysWhy) {
 TEST(LogFileProvider, TheSourceNeedsNeitherTheModuleNorTheFile) {
   const Root root;
   ScriptedPlatform platform;
-  platform.setFile("/a-root/var/log/system.log", {entry.begin(), entry.end()});
+  platform.setFile("/a-root/var/log/system.log", {kEntry.begin(), kEntry.end()});
   KQLogFile::Source source;
   {
     const auto module = WLHIDEventRouterLogFileProvider::init();
@@ -173,7 +173,7 @@ TEST(LogFileProvider, TheSourceNeedsNeitherTheModuleNorTheFile) {
   }
   std::string excerpt;
   source(nullptr, [&](auto, auto, auto data, bool) { excerpt = text(data); });
-  EXPECT_EQ(excerpt, entry);
+  EXPECT_EQ(excerpt, kEntry);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// A program that links the framework and uses the logger alone: the log module must be there, once,
-// when main begins.
+// A program that links the framework and uses only the logger: the log module must be registered,
+// once, when main starts.
 #include <algorithm>
 #include <cstdio>
 

@@ -28,7 +28,7 @@ TEST(NSArray, HoldsItsMembersInOrder) {
   EXPECT_THROW((void)array->objectAtIndex(SIZE_MAX), NSRangeException);
 }
 
-/// What is said of an index that is out of range.
+/// The error for an index out of range.
 std::string complaint(const std::function<void()>& access) {
   try {
     access();
@@ -91,7 +91,7 @@ TEST(NSMutableArray, Changes) {
   EXPECT_THROW(array->removeObjectAtIndex(1), NSRangeException);
 }
 
-// Looks at the array that it was in from its destructor.
+// Accesses, from its destructor, the array that contained it.
 struct LastLook final : NSObject {
   NSMutableArray& array;
   std::size_t& seen;

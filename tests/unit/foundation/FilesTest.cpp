@@ -137,7 +137,7 @@ TEST(StandardError, KeepsErrno) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "\n");
 }
 
-/// Standard error is a pipe that nobody reads and that nobody waits for.
+/// Makes standard error a non-blocking pipe that nobody reads.
 class FullStandardError {
  public:
   FullStandardError() : before_(::dup(STDERR_FILENO)) {
@@ -181,7 +181,7 @@ TEST(StandardError, WritesWhatThereIsRoomForAndWaitsForNobody) {
   EXPECT_TRUE(line.starts_with(written));
 }
 
-/// Says only what there is to say.
+/// Implements only what a provider must.
 class OneFile : public FoundationProvider {
  public:
   explicit OneFile(std::string_view text) : text_(text) {}
@@ -226,7 +226,7 @@ TEST(FoundationProvider, HandsOutAWholeFileAsOnePieceWhereItSaysNothingElse) {
   EXPECT_EQ(calls, "look text;take text;look text;");
 }
 
-/// Answers everything with something of its own.
+/// Answers every call with something recognisable.
 class Answers final : public FoundationProvider {
  public:
   std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path) override {

@@ -31,7 +31,7 @@ bool isKnown(std::string_view line) {
   return recogniseLogLine(line, kRows).has_value();
 }
 
-// ---- A line comes of a row, and of nothing else
+// ---- A line can only be made from a row
 
 static_assert(!std::is_constructible_v<LogLine, std::string>);
 static_assert(!std::is_constructible_v<LogLine, std::string_view>);
@@ -116,7 +116,7 @@ TEST(LogTemplate, WhatNoProgramWritesIsUnknown) {
   EXPECT_FALSE(isKnown("ignored: " + std::string(10 << 20, 'x')));
 }
 
-// ---- Lines that could be two
+// ---- Ambiguous lines
 
 constexpr LogTemplate kOne{"it {text}"};
 constexpr LogTemplate kOther{"it ended by {count}"};

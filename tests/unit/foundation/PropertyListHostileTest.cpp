@@ -1,4 +1,4 @@
-// Property lists made to crash, hang or bloat whoever reads them.
+// Property lists designed to crash, hang or bloat their reader.
 #include <gtest/gtest.h>
 
 #include "tests/unit/foundation/PropertyListSamples.h"
@@ -8,7 +8,7 @@ namespace {
 
 using namespace samples;
 
-/// Reads it, and walks what came of it in every way that there is.
+/// Reads the bytes and walks the result in every possible way.
 void survive(const std::string& bytes) {
   const auto reading = read(bytes);
   ASSERT_EQ(reading.object == nullptr, !reading.error.empty());
@@ -107,7 +107,7 @@ TEST(HostileXML, SiblingsAreNoNesting) {
   EXPECT_EQ(objectCast<NSArray>(reading.object)->count(), 10000U);
 }
 
-// What only looks like an end must not make room for more nesting.
+// Something that only looks like an end tag must not permit deeper nesting.
 TEST(HostileXML, DeclarationsAmongElementsHideNoNesting) {
   for (const char* const hidden : {"<!DOCTYPE x [</array>]>", "<!DOCTYPE \"</array>\">",
                                    "<!-- </array> -->", "<?x </array>?>"}) {
@@ -122,8 +122,8 @@ TEST(HostileXML, ManyUnfinishedReferencesAreRefusedInLinearTime) {
   EXPECT_EQ(readXML("<array>" + repeated("<!--", 1'000'000)).object, nullptr);
 }
 
-/// Binary lists out of object bodies; references and offsets take two bytes, the first object is
-/// the top.
+/// A binary list of object bodies, with two-byte references and offsets; the first object is the
+/// top.
 std::string binaryOf(const std::vector<std::string>& objects) {
   std::string bytes = "bplist00";
   std::string table;
@@ -185,7 +185,7 @@ TEST(HostileBinary, NestingOfDictionariesHasTheSameBound) {
             "NSCocoaErrorDomain 3840: Not a property list: nested too deeply");
 }
 
-// 256 containers above what is 256 high, or 257 above it.
+// 256 containers around a value of height 256, or 257 around it.
 TEST(HostileBinary, WhatIsSharedMayReachTheBoundAndNoFurther) {
   const auto list = [](std::size_t above) {
     std::vector<std::string> objects{"\xA2" + reference(1000) + reference(1)};
@@ -201,7 +201,7 @@ TEST(HostileBinary, WhatIsSharedMayReachTheBoundAndNoFurther) {
             "NSCocoaErrorDomain 3840: Not a property list: nested too deeply");
 }
 
-// The chain is first reached near the top, where it fits, and then again from further down, where
+// The chain is first referenced near the top, where it fits, and then again from deeper down, where
 // it does not.
 TEST(HostileBinary, SharingDoesNotGetAroundTheBoundOnNesting) {
   std::vector<std::string> objects{"\xA2" + reference(301) + reference(1)};
@@ -228,7 +228,7 @@ TEST(HostileBinary, SharedReferencesCountAsOftenAsTheyAreMade) {
             "NSCocoaErrorDomain 3840: Not a property list: too many objects");
 }
 
-// Nineteen doublings stand for 2^20 − 1 objects.
+// Nineteen doublings represent 2^20 − 1 objects.
 TEST(HostileBinary, TheLastObjectThatFitsIsRead) {
   const auto list = [](const std::string& root) {
     std::vector<std::string> objects{root};

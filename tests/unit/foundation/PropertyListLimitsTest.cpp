@@ -1,4 +1,4 @@
-// Property lists of a million objects and of many megabytes: right at the limits, and one beyond.
+// Property lists of a million objects and of many megabytes: at the limits, and one beyond.
 #include <gtest/gtest.h>
 
 #include "tests/unit/foundation/PropertyListSamples.h"
@@ -24,7 +24,7 @@ TEST(PropertyListLimits, XMLIsReadUpToItsManyObjects) {
   EXPECT_EQ(readXML(list(kMostObjects)).error, std::string(kNotRead) + "too many objects");
 }
 
-// What is short enough is looked at, and found to be no text.
+// Data within the limit is examined, and found not to be text.
 TEST(PropertyListLimits, DataIsReadUpToItsManyBytes) {
   std::string bytes(kMostBytes, '\xFF');
   EXPECT_EQ(read(bytes).error, std::string(kNotRead) + "text that is not UTF-8");

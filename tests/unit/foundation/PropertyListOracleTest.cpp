@@ -1,4 +1,4 @@
-// The reader and the writer against libplist, which knows nothing of them.
+// Compares the reader and the writer with libplist, an independent implementation.
 #include <gtest/gtest.h>
 #include <plist/plist.h>
 
@@ -11,7 +11,7 @@ namespace {
 
 using namespace samples;
 
-/// Read by libplist and written by it in the given format; empty if it cannot read it.
+/// The bytes read by libplist and written by it in the given format; empty if it cannot read them.
 std::string throughLibplist(const std::string& bytes, NSPropertyListFormat format) {
   plist_t node = nullptr;
   ::plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &node);

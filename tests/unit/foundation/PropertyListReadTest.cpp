@@ -144,80 +144,80 @@ TEST(XMLPropertyList, RefusesWhatIsNoneAndSaysWhy) {
   };
   refuses("", "nothing in it");
   refuses("text", "text between elements");
-  refuses("<true/><false/>", "an end that is missing");
+  refuses("<true/><false/>", "a missing end");
   refuses("<bool/>", "an element of an unknown kind");
   refuses("<key>a</key>", "an element of an unknown kind");
   refuses("<plist><true/></plist>", "an element of an unknown kind");
-  refuses("<array><true/>", "an end that does not fit its beginning");
+  refuses("<array><true/>", "an end tag that does not match its start tag");
   refuses("<array>text</array>", "text between elements");
-  refuses("<array></arraz>", "an end that does not fit its beginning");
-  refuses("<array></array2>", "an end that does not fit its beginning");
+  refuses("<array></arraz>", "an end tag that does not match its start tag");
+  refuses("<array></array2>", "an end tag that does not match its start tag");
   refuses("<string>a<b/>c</string>", "an element within text");
   refuses("<dict><true/></dict>", "a dictionary value without a key");
   refuses("<dict><key>a</key></dict>", "a dictionary key without a value");
   refuses("<dict><key>a</key><key>b</key></dict>", "an element of an unknown kind");
-  refuses("<string>&nbsp;</string>", "an entity that is not known");
+  refuses("<string>&nbsp;</string>", "an unknown entity");
   refuses("<string>&amp</string>", "a reference without an end");
-  refuses("<string>&amp</string>;", "an entity that is not known");
-  refuses("<string>&#0;</string>", "a reference to no character");
-  refuses("<string>&#xD800;</string>", "a reference to no character");
-  refuses("<string>&#x110000;</string>", "a reference to no character");
-  refuses("<string>&#99999999999999999999;</string>", "a reference to no character");
-  refuses("<string>&#-5;</string>", "a reference to no character");
-  refuses("<string>&#X41;</string>", "a reference to no character");
-  refuses("<string>&#x;</string>", "a reference to no character");
-  refuses("<string>&#x41g;</string>", "a reference to no character");
-  refuses("<string>&#xDFFF;</string>", "a reference to no character");
-  refuses("<string>&#xFFFE;</string>", "a reference to no character");
-  refuses("<string>&#xFFFF;</string>", "a reference to no character");
-  refuses("<string>&#31;</string>", "a reference to no character");
-  refuses("<string>&#11;</string>", "a reference to no character");
-  refuses("<string>&;</string>", "an entity that is not known");
+  refuses("<string>&amp</string>;", "an unknown entity");
+  refuses("<string>&#0;</string>", "a reference to an invalid character");
+  refuses("<string>&#xD800;</string>", "a reference to an invalid character");
+  refuses("<string>&#x110000;</string>", "a reference to an invalid character");
+  refuses("<string>&#99999999999999999999;</string>", "a reference to an invalid character");
+  refuses("<string>&#-5;</string>", "a reference to an invalid character");
+  refuses("<string>&#X41;</string>", "a reference to an invalid character");
+  refuses("<string>&#x;</string>", "a reference to an invalid character");
+  refuses("<string>&#x41g;</string>", "a reference to an invalid character");
+  refuses("<string>&#xDFFF;</string>", "a reference to an invalid character");
+  refuses("<string>&#xFFFE;</string>", "a reference to an invalid character");
+  refuses("<string>&#xFFFF;</string>", "a reference to an invalid character");
+  refuses("<string>&#31;</string>", "a reference to an invalid character");
+  refuses("<string>&#11;</string>", "a reference to an invalid character");
+  refuses("<string>&;</string>", "an unknown entity");
   refuses("<string>\uFFFE</string>", "a character that XML does not allow");
   refuses("<string>\uFFFF</string>", "a character that XML does not allow");
   refuses("<string>\x1F</string>", "a character that XML does not allow");
   refuses("<string>\x0B</string>", "a character that XML does not allow");
-  refuses("<string>a", "an end that does not fit its beginning");
-  refuses("<array><string/>", "an end that does not fit its beginning");
-  refuses("<array a='>", "an end that is missing");
+  refuses("<string>a", "an end tag that does not match its start tag");
+  refuses("<array><string/>", "an end tag that does not match its start tag");
+  refuses("<array a='>", "a missing end");
   refuses("<string", "an element of an unknown kind");
   refuses("<dict>text</dict>", "text between elements");
   refuses("<dict><key>a</key>text</dict>", "text between elements");
-  refuses("<integer>+-1</integer>", "an integer that is none, or of more than 64 bits");
-  refuses("<integer>0x</integer>", "an integer that is none, or of more than 64 bits");
-  refuses("<integer>1F</integer>", "an integer that is none, or of more than 64 bits");
-  refuses("<real>+</real>", "a real that is none");
-  refuses("<real>1,5</real>", "a real that is none");
-  refuses("<string>&#;</string>", "a reference to no character");
-  refuses("<integer/>", "an integer that is none, or of more than 64 bits");
-  refuses("<integer>12abc</integer>", "an integer that is none, or of more than 64 bits");
-  refuses("<integer>1 2</integer>", "an integer that is none, or of more than 64 bits");
-  refuses("<integer>--1</integer>", "an integer that is none, or of more than 64 bits");
+  refuses("<integer>+-1</integer>", "a malformed integer, or one of more than 64 bits");
+  refuses("<integer>0x</integer>", "a malformed integer, or one of more than 64 bits");
+  refuses("<integer>1F</integer>", "a malformed integer, or one of more than 64 bits");
+  refuses("<real>+</real>", "a malformed real");
+  refuses("<real>1,5</real>", "a malformed real");
+  refuses("<string>&#;</string>", "a reference to an invalid character");
+  refuses("<integer/>", "a malformed integer, or one of more than 64 bits");
+  refuses("<integer>12abc</integer>", "a malformed integer, or one of more than 64 bits");
+  refuses("<integer>1 2</integer>", "a malformed integer, or one of more than 64 bits");
+  refuses("<integer>--1</integer>", "a malformed integer, or one of more than 64 bits");
   refuses("<integer>18446744073709551616</integer>",
-          "an integer that is none, or of more than 64 bits");
+          "a malformed integer, or one of more than 64 bits");
   refuses("<integer>-9223372036854775809</integer>", "an integer of more than 64 bits");
-  refuses("<real></real>", "a real that is none");
-  refuses("<real>zz</real>", "a real that is none");
-  refuses("<real>1e999</real>", "a real that is none");
-  refuses("<real>+-1</real>", "a real that is none");
-  refuses("<date>2026-11-21</date>", "a date that is none");
-  refuses("<date>2026-02-29T00:00:00Z</date>", "a date that is none");
-  refuses("<date>2026-11-21T24:00:00Z</date>", "a date that is none");
-  refuses("<date>2026-11-21T00:00:00+</date>", "a date that is none");
+  refuses("<real></real>", "a malformed real");
+  refuses("<real>zz</real>", "a malformed real");
+  refuses("<real>1e999</real>", "a malformed real");
+  refuses("<real>+-1</real>", "a malformed real");
+  refuses("<date>2026-11-21</date>", "a malformed date");
+  refuses("<date>2026-02-29T00:00:00Z</date>", "a malformed date");
+  refuses("<date>2026-11-21T24:00:00Z</date>", "a malformed date");
+  refuses("<date>2026-11-21T00:00:00+</date>", "a malformed date");
   for (const std::string date :
        {"2026-00-21T00:00:00Z", "2026-13-21T00:00:00Z", "2026-11-00T00:00:00Z",
         "2026-11-31T00:00:00Z", "2026-11-21T00:60:00Z", "2026-11-21T00:00:60Z",
         "2026-11-21T00:00:00ZZ", "2026-11-21 00:00:00Z", "2026/11-21T00:00:00Z",
         "2026-11-21T00:00:0:Z", "2026-11-21T00:00:/0Z", "-026-11-21T00:00:00Z"}) {
-    refuses("<date>" + date + "</date>", "a date that is none");
+    refuses("<date>" + date + "</date>", "a malformed date");
   }
-  refuses("<data>****</data>", "data that is not in its encoding");
-  refuses("<data>AQI</data>", "data that is not in its encoding");
+  refuses("<data>****</data>", "data that is not valid Base64");
+  refuses("<data>AQI</data>", "data that is not valid Base64");
   refuses("<true>1</true>", "text in a boolean");
   refuses("<string>\x01</string>", "a character that XML does not allow");
   refuses("<string>\0</string>"sv, "a character that XML does not allow");
   refuses("<string>\xFF</string>", "text that is not UTF-8");
-  refuses("<!-- open", "an end that is missing");
+  refuses("<!-- open", "a missing end");
 }
 
 TEST(XMLPropertyList, RefusesADocumentTypeOfItsOwn) {
@@ -225,7 +225,7 @@ TEST(XMLPropertyList, RefusesADocumentTypeOfItsOwn) {
       read("<!DOCTYPE plist [<!ENTITY a \"aaaa\">]><plist><string>&a;</string></plist>");
   EXPECT_EQ(reading.object, nullptr);
   EXPECT_EQ(reading.error,
-            "NSCocoaErrorDomain 3840: Not a property list: a document type of its own");
+            "NSCocoaErrorDomain 3840: Not a property list: an internal document type definition");
 }
 
 TEST(XMLPropertyList, SaysWhereADocumentIsCutOffOrEmpty) {
@@ -235,16 +235,16 @@ TEST(XMLPropertyList, SaysWhereADocumentIsCutOffOrEmpty) {
   };
   EXPECT_EQ(why("<plist/>"), "nothing in it");
   EXPECT_EQ(why("<plist> </plist>"), "nothing in it");
-  EXPECT_EQ(why("<plist>"), "an end that is missing");
-  EXPECT_EQ(why("<plist><true/>"), "an end that is missing");
-  EXPECT_EQ(why("<string>a"), "an end that is missing");
-  EXPECT_EQ(why("<array>"), "an end that is missing");
-  EXPECT_EQ(why("<array"), "an end that is missing");
-  EXPECT_EQ(why("<string a='>"), "an end that is missing");
-  EXPECT_EQ(why("<?xml"), "an end that is missing");
-  EXPECT_EQ(why("<!DOCTYPE plist"), "an end that is missing");
-  EXPECT_EQ(why("<!DOCTYPE plist><!-- a --> <?b?>"), "an end that is missing");
-  EXPECT_EQ(why("<string/>x"), "something behind its end");
+  EXPECT_EQ(why("<plist>"), "a missing end");
+  EXPECT_EQ(why("<plist><true/>"), "a missing end");
+  EXPECT_EQ(why("<string>a"), "a missing end");
+  EXPECT_EQ(why("<array>"), "a missing end");
+  EXPECT_EQ(why("<array"), "a missing end");
+  EXPECT_EQ(why("<string a='>"), "a missing end");
+  EXPECT_EQ(why("<?xml"), "a missing end");
+  EXPECT_EQ(why("<!DOCTYPE plist"), "a missing end");
+  EXPECT_EQ(why("<!DOCTYPE plist><!-- a --> <?b?>"), "a missing end");
+  EXPECT_EQ(why("<string/>x"), "something after its end");
   EXPECT_EQ(why("\xEF\xBB\xBF\xEF\xBB\xBF<true/>"), "text between elements");
 }
 
@@ -279,7 +279,7 @@ TEST(PropertyList, LeavesTheFormatAloneOnFailureAndClearsTheErrorOnSuccess) {
   EXPECT_EQ(error, nullptr);
 }
 
-// {"a": [1, "ä"]}, put together by hand.
+// {"a": [1, "ä"]}, assembled by hand.
 constexpr auto kBinary =
     "bplist00"
     "\xD1\x01\x02"  // 8: a dictionary of one, key 1, value 2
@@ -301,7 +301,7 @@ TEST(BinaryPropertyList, ReadsOnePutTogetherByHand) {
   EXPECT_TRUE(reading.object->isEqual(dictionary({{str("a"), array({integer(1), str("ä")})}})));
 }
 
-/// A list whose one object has this body.
+/// A list whose only object has this body.
 Reading readBinary(std::string_view object) {
   std::string bytes = "bplist00" + std::string(object) + '\x08' + std::string(6, '\0') + "\x01\x01";
   bytes += std::string(7, '\0') + '\x01' + std::string(8, '\0') + std::string(7, '\0') +
@@ -368,18 +368,18 @@ TEST(BinaryPropertyList, RefusesObjectsThatNoListHolds) {
   refuses("\x61\x01", "an object that runs past the data");
   refuses("\x4F\x13\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", "an object that runs past the data");
   refuses("\x6F\x13\x80\0\0\0\0\0\0\0"sv, "an object that runs past the data");
-  refuses("\x4F\x23\0"sv, "a count that is no integer");
-  refuses("\x4F\x14\0"sv, "a count that is no integer");
-  refuses("\x4F", "a count that is no integer");
+  refuses("\x4F\x23\0"sv, "a count that is not an integer");
+  refuses("\x4F\x14\0"sv, "a count that is not an integer");
+  refuses("\x4F", "a count that is not an integer");
   refuses("\x4F\x10", "an object that runs past the data");
   refuses("\x4F\x11\x00"sv, "an object that runs past the data");
   refuses("\x07", "an object of an unknown kind");
   refuses("\x0A", "an object of an unknown kind");
   refuses("\x31\0\0"sv, "a date of an unknown width");
   refuses("\x24\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0"sv, "a real of an unknown width");
-  refuses("\x51\x80", "a string that is not in its encoding");
-  refuses("\x61\xD8\x00"sv, "a string that is not in its encoding");
-  refuses("\xA1\x01", "a reference to an object that is not there");
+  refuses("\x51\x80", "a string that is invalid in its encoding");
+  refuses("\x61\xD8\x00"sv, "a string that is invalid in its encoding");
+  refuses("\xA1\x01", "a reference to a missing object");
   refuses("\xA1\x00"sv, "an object that contains itself");
   refuses("\xD1\x00\x00"sv, "an object that contains itself");
 }
@@ -401,9 +401,8 @@ TEST(BinaryPropertyList, RefusesATrailerThatDoesNotFit) {
   EXPECT_EQ(with(24, '\xFF'), fits);
   EXPECT_EQ(with(31, 7), fits);
   EXPECT_EQ(with(31, 0x7F), fits);
-  EXPECT_EQ(
-      with(23, 5),
-      "NSCocoaErrorDomain 3840: Not a property list: a reference to an object that is not there");
+  EXPECT_EQ(with(23, 5),
+            "NSCocoaErrorDomain 3840: Not a property list: a reference to a missing object");
   EXPECT_EQ(read(kBinary.substr(0, 39)).error,
             "NSCocoaErrorDomain 3840: Not a property list: shorter than its trailer");
 }
@@ -414,7 +413,7 @@ std::string number(std::size_t value, std::size_t width) {
   return text;
 }
 
-/// The list [true, "a"] with offsets and references of those widths.
+/// The list [true, "a"] with offsets and references of these widths.
 std::string binaryOfWidths(std::size_t offsets, std::size_t references) {
   const std::string objects =
       "\xA2" + number(1, references) + number(2, references) + "\x09" + "\x51" + "a";
@@ -463,7 +462,7 @@ TEST(BinaryPropertyList, TheShortestOnesAreToldFromWhatIsNone) {
   const auto trailer = [](std::size_t count, std::size_t table) {
     return std::string(6, '\0') + "\x01\x01" + number(count, 8) + number(0, 8) + number(table, 8);
   };
-  EXPECT_EQ(why("bplist00" + trailer(0, 8)), "a reference to an object that is not there");
+  EXPECT_EQ(why("bplist00" + trailer(0, 8)), "a reference to a missing object");
   EXPECT_EQ(why("bplist00" + trailer(1, 8)), "a trailer that does not fit the data");
   EXPECT_EQ(why("bplist00\x08" + trailer(1, 8)), "an object outside the data");
   EXPECT_EQ(why("bplist00\x08" + trailer(0, 10)), "a trailer that does not fit the data");
@@ -473,7 +472,7 @@ TEST(BinaryPropertyList, RefusesAKeyThatIsNoString) {
   std::string bytes(kBinary);
   bytes[9] = '\x03';
   EXPECT_EQ(read(bytes).error,
-            "NSCocoaErrorDomain 3840: Not a property list: a dictionary key that is no string");
+            "NSCocoaErrorDomain 3840: Not a property list: a dictionary key that is not a string");
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Property lists for the tests: calls without ceremony, and objects that touch every kind of value
-// and its edges.
+// Property lists for the tests: shorthand calls, and objects that cover every kind of value and its
+// edge cases.
 #pragma once
 
 #include <limits>
@@ -86,7 +86,7 @@ inline Object nested(std::size_t depth) {
   return object;
 }
 
-/// Values at the edges of what either encoding can say.
+/// Values at the limits of what each encoding can represent.
 inline std::vector<Object> edgeValues() {
   std::vector<Object> values;
   for (const std::int64_t value :
@@ -116,7 +116,7 @@ inline std::vector<Object> edgeValues() {
   return values;
 }
 
-/// A dictionary of all of them, nested, with more than 255 objects, so that references take two
+/// A dictionary of all of them, nested, with more than 255 objects, so that references need two
 /// bytes.
 inline Object nestedCopies(const std::vector<Object>& values) {
   std::vector<NSDictionary::Entry> entries;

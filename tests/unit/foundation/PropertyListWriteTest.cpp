@@ -98,9 +98,9 @@ TEST(WritingPropertyLists, RefusesWhatNoListHoldsAndSaysWhat) {
   for (const auto format : kFormats) {
     EXPECT_EQ(written(nullptr, format), std::string(kRefusal) + "no object");
     EXPECT_EQ(written(array({NSURL::URLWithString(str("a:b"))}), format),
-              std::string(kRefusal) + "an object of the class NSURL");
+              std::string(kRefusal) + "an object of class NSURL");
     EXPECT_EQ(written(dictionary({{integer(1), str("a")}}), format),
-              std::string(kRefusal) + "a dictionary key that is no string");
+              std::string(kRefusal) + "a dictionary key that is not a string");
     EXPECT_EQ(written(date(1e300), format), std::string(kRefusal) + "a date out of range");
     EXPECT_EQ(written(date(std::numeric_limits<double>::quiet_NaN()), format),
               std::string(kRefusal) + "a date out of range");
@@ -110,7 +110,7 @@ TEST(WritingPropertyLists, RefusesWhatNoListHoldsAndSaysWhat) {
   }
 }
 
-/// Stands for 2^20 − 1 objects.
+/// Represents 2^20 − 1 objects.
 Object doubledNineteenTimes() {
   Object object = NSNumber::numberWithBool(true);
   for (int i = 0; i < 19; ++i) object = array({object, object});
@@ -166,7 +166,7 @@ TEST(WritingPropertyLists, BinaryHasTheBytesOfTheFormat) {
             "\0\0\0\0\0\0\0\x19"sv);
 }
 
-/// What stands for one object between the magic and the table.
+/// The encoding of one object, between the magic and the offset table.
 std::string binaryBody(const Object& object) {
   const std::string bytes = written(object, NSPropertyListFormat::Binary);
   const auto table = static_cast<unsigned char>(bytes.back());
@@ -200,8 +200,8 @@ TEST(WritingPropertyLists, BinaryTakesTheNarrowestWidth) {
   EXPECT_EQ(binaryBody(str("\u0080")), "\x61\0\x80"sv);
 }
 
-// 256 objects have the numbers 0 to 255, which take one byte; one more takes two. The same holds
-// for where they lie: the last one, or the table, may be where one byte ends.
+// 256 objects have the numbers 0 to 255, which need one byte; one more needs two. The same applies
+// to offsets: the last object's, or the table's, may be the first that one byte cannot hold.
 TEST(WritingPropertyLists, BinaryReferencesAndOffsetsAreAsWideAsTheLastOne) {
   const auto widths = [](const Object& object) {
     const std::string bytes = written(object, NSPropertyListFormat::Binary);

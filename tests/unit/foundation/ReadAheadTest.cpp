@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t kPieces = 50;
 
-/// Gives pieces of different lengths, then `last`: 0 for the end, or -1 with an error.
+/// Returns pieces of different lengths, then `last`: 0 for the end, or -1 with an error.
 class Source {
  public:
   explicit Source(ssize_t last) : last_(last) {}

@@ -43,7 +43,7 @@ std::size_t sequenceLength(std::string_view bytes) {
   return lead <= 0xF4 ? 4 : 0;
 }
 
-/// As the standard has it, one character after another.
+/// As the standard defines it, one character at a time.
 bool isWellFormed(std::string_view bytes) {
   while (!bytes.empty()) {
     const std::size_t length = sequenceLength(bytes);
@@ -116,7 +116,7 @@ std::string contents(const NSData& data) {
 TEST(GrowingData, BecomesDataWithAllThatWasAppended) {
   GrowingData data;
   std::string expected;
-  // Past the sizes at which the pages move, with pieces that lie across every border.
+  // Beyond the sizes at which the pages move, with pieces that cross every boundary.
   while (expected.size() < std::size_t{70} * 1024 * 1024) {
     const std::string piece(1 + expected.size() % 1000003,
                             static_cast<char>('a' + expected.size() % 26));
@@ -313,7 +313,7 @@ TEST(TextFile, APathWithNULIsNoFile) {
   EXPECT_EQ(error->code(), NSFileReadNoSuchFileError);
 }
 
-/// A provider that knows nothing of pieces.
+/// A provider that does not implement reading in pieces.
 class WholeFiles final : public FoundationProvider {
  public:
   std::shared_ptr<NSData> dataWithContentsOfFile(const std::shared_ptr<NSString>& path) override {
@@ -331,13 +331,13 @@ class WholeFiles final : public FoundationProvider {
   void log(std::string_view) override {}
 };
 
-/// A provider whose every file has the same fault.
+/// A provider on which every file fails in the same way.
 class FaultyFiles final : public ForwardingFoundationProvider {
  public:
   explicit FaultyFiles(int fault) : fault_(fault) {}
   int readFile(const std::shared_ptr<NSString>&, const PieceHandler& look,
                const PieceHandler&) override {
-    (void)look("\xFF");  // what is wrong with the text does not matter any more
+    (void)look("\xFF");  // the read error takes precedence over invalid text
     return fault_;
   }
 

@@ -314,11 +314,11 @@ TEST(NSError, WordsOfItsOwnComeFirstAndAreNeverMissing) {
       NSDictionary::dictionaryWithEntries({{str(NSLocalizedDescriptionKey), str("no luck")}}));
   EXPECT_EQ(own->localizedDescription()->UTF8String(), "no luck");
   EXPECT_EQ(errorWith(5, {})->localizedDescription()->UTF8String(),
-            "The operation failed, and no more is known than its error: D 5.");
+            "The operation failed; only the error code is known: D 5.");
   EXPECT_EQ(NSError::errorWithDomain_code_userInfo(nullptr, 0, nullptr)
                 ->localizedDescription()
                 ->UTF8String(),
-            "The operation failed, and no more is known than its error: (null) 0.");
+            "The operation failed; only the error code is known: (null) 0.");
   EXPECT_EQ(
       NSError::errorWithDomain_code_userInfo(str("NSPOSIXErrorDomain"), -1, nullptr)->description(),
       "Error Domain=NSPOSIXErrorDomain Code=-1 \"(null)\"");

@@ -1,4 +1,4 @@
-// Installing and removing a helper: what is asked of the platform, in which order, and what each
+// Installing and removing a helper: which platform calls are made, in which order, and what each
 // outcome means.
 #include "tests/support/ErrorText.h"
 #include "tests/unit/helper-install/ManagerFixture.h"
@@ -15,7 +15,7 @@ class Blessing : public ManagerTest {
   using Error = std::shared_ptr<NSError>;
 
   Blessing() {
-    // An error from before, which every call must replace.
+    // A stale error, which every call must replace.
     error_ = makeError(999);
   }
 

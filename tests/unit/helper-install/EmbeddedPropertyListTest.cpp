@@ -1,4 +1,4 @@
-// Taking the embedded property list out of an executable's data.
+// Extracting the embedded property list from an executable's data.
 #include <gtest/gtest.h>
 
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"

@@ -1,8 +1,5 @@
 // The helper manager on a scripted platform: version 7 in the application's bundle, version 7
 // installed.
-//
-// Threading: the test's thread.
-// Ownership: the fixture's.
 #pragma once
 
 #include <gtest/gtest.h>

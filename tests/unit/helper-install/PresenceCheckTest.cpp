@@ -1,5 +1,5 @@
-// Whether a helper is installed and current: what is asked, in which order, and every way to say
-// no.
+// Whether a helper is installed and current: which calls are made, in which order, and every reason
+// for a no.
 #include "platform/foundation/NSNumber.h"
 #include "tests/unit/helper-install/ManagerFixture.h"
 

@@ -336,9 +336,9 @@ TEST_F(HelperInstallerTest, AHelperLargerThanAPieceIsCopiedWhole) {
 }
 
 TEST_F(HelperInstallerTest, AHelperOfTheLargestSizeIsTakenAndNoLarger) {
-  fs::resize_file(newImage, platform::maximumHelperBytes);
+  fs::resize_file(newImage, platform::kMaximumHelperBytes);
   EXPECT_EQ(outcome([&] { install(newImage); }), "installed");
-  fs::resize_file(newImage, platform::maximumHelperBytes + 1);
+  fs::resize_file(newImage, platform::kMaximumHelperBytes + 1);
   EXPECT_EQ(outcome([&] { install(newImage); }), "the helper is larger than 67108864 bytes");
 }
 

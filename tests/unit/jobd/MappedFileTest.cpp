@@ -47,8 +47,8 @@ TEST_F(MappedFileTest, OfAnEmptyFileHasNone) {
 }
 
 TEST_F(MappedFileTest, IsAsLargeAsAHelperMayBe) {
-  EXPECT_EQ(failure(file(platform::maximumHelperBytes).get()), "mapped");
-  EXPECT_EQ(failure(file(platform::maximumHelperBytes + 1).get()), "it is too large for a helper");
+  EXPECT_EQ(failure(file(platform::kMaximumHelperBytes).get()), "mapped");
+  EXPECT_EQ(failure(file(platform::kMaximumHelperBytes + 1).get()), "it is too large for a helper");
 }
 
 TEST_F(MappedFileTest, WhatCannotBeMappedIsNamed) {

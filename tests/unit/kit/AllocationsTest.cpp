@@ -1,4 +1,4 @@
-// How often the delivery path asks for memory. The operators below count for the whole program.
+// How often the delivery path allocates memory. The operators below count for the whole program.
 #include <gtest/gtest.h>
 
 #include <atomic>

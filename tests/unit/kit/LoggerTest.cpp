@@ -37,8 +37,7 @@ class LoggerTest : public testing::Test {
   ~LoggerTest() override { KQLogger::sharedLogger().setSink(nullptr); }
 };
 
-// The level is read once, at the first question: each case is a process of its own, which this
-// program starts again for it.
+// The level is read only once, on first use, so each case runs in a new process of this program.
 TEST(LogLevelDeathTest, StartsAsTheEnvironmentSays) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const std::vector<std::pair<const char*, std::uint64_t>> cases{

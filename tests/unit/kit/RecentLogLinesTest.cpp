@@ -74,7 +74,7 @@ TEST(RecentLogLines, OfALongSiteNothingIsKept) {
   EXPECT_EQ(lines.lines().at(0).format, "");
 }
 
-/// What is kept of the number in a line with these arguments.
+/// The number that is kept for a line with these arguments.
 template <class... Arguments>
 std::optional<std::int64_t> numberOf(std::string_view format, const Arguments&... arguments) {
   auto& logger = KQLogger::sharedLogger();
@@ -144,9 +144,9 @@ TEST(RecentLogLines, CutALongLineAtEveryByteOfACharacter) {
   }
 }
 
-constexpr std::size_t kTimeBytes = 28;  // with the blank behind it
+constexpr std::size_t kTimeBytes = 28;  // including the blank after it
 
-/// A message with which the rendered line has that many bytes, its time apart.
+/// A message that makes the rendered line this many bytes long, not counting its time.
 std::string messageOfLine(std::size_t size) {
   return std::string(size - renderLogEntry(entry("")).size(), 'x');
 }
@@ -183,7 +183,7 @@ TEST(RecentLogLines, HoldAThousandLines) {
 }
 
 TEST(RecentLogLines, BeginWithTheTimeOfDay) {
-  const auto now = [] {  // not std::time, which may be a tick behind
+  const auto now = [] {  // not std::time, which may lag by a tick
     const std::time_t seconds =
         std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
     std::array<char, 32> text{};

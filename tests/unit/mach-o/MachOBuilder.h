@@ -11,14 +11,14 @@ namespace machotest {
 
 using Buffer = std::vector<std::uint8_t>;
 
-inline constexpr std::uint32_t magic32 = 0xFEEDFACE;
-inline constexpr std::uint32_t magic64 = 0xFEEDFACF;
-inline constexpr std::uint32_t cpuX86 = 7;
-inline constexpr std::uint32_t cpuARM = 12;
-inline constexpr std::uint32_t cpuPowerPC = 18;
-inline constexpr std::uint32_t cpuX86_64 = 0x01000007;
-inline constexpr std::uint32_t cpuARM64 = 0x0100000C;
-inline constexpr std::uint32_t cpuPowerPC64 = 0x01000012;
+inline constexpr std::uint32_t kMagic32 = 0xFEEDFACE;
+inline constexpr std::uint32_t kMagic64 = 0xFEEDFACF;
+inline constexpr std::uint32_t kX86 = 7;
+inline constexpr std::uint32_t kARM = 12;
+inline constexpr std::uint32_t kPowerPC = 18;
+inline constexpr std::uint32_t kX86_64 = 0x01000007;
+inline constexpr std::uint32_t kARM64 = 0x0100000C;
+inline constexpr std::uint32_t kPowerPC64 = 0x01000012;
 
 inline void put32(Buffer& out, std::size_t at, std::uint32_t value) {
   if (out.size() < at + 4) out.resize(at + 4);
@@ -46,8 +46,8 @@ struct Section {
   std::uint32_t offset = 0;
 };
 
-/// One load command. A `segment` command carries section records; `cmdsize` 0 means "as long as it
-/// is".
+/// One load command. A `segment` command carries section records; `cmdsize` 0 means its actual
+/// size.
 struct Command {
   std::uint32_t cmd = 0x19;
   std::vector<Section> sections;
@@ -86,7 +86,7 @@ inline Buffer commandBytes(const Command& command) {
 inline Buffer thin(std::uint32_t magic, const std::vector<Command>& commands,
                    std::string_view payload = {}, std::size_t payloadAt = 0x400,
                    std::int64_t ncmds = -1) {
-  Buffer out(magic == magic64 ? 32 : 28);
+  Buffer out(magic == kMagic64 ? 32 : 28);
   put32(out, 0, magic);
   put32(
       out, 16,
@@ -102,11 +102,11 @@ inline Buffer thin(std::uint32_t magic, const std::vector<Command>& commands,
   return out;
 }
 
-/// The usual good image: one segment with the section, holding `payload`.
-inline Buffer thinWithPlist(std::string_view payload, std::uint32_t magic = magic64) {
+/// A typical valid image: one segment with the section, which contains `payload`.
+inline Buffer thinWithPlist(std::string_view payload, std::uint32_t magic = kMagic64) {
   return thin(
       magic,
-      {{magic == magic64 ? 0x19U : 0x01U, {{"__info_plist", "__TEXT", payload.size(), 0x400}}}},
+      {{magic == kMagic64 ? 0x19U : 0x01U, {{"__info_plist", "__TEXT", payload.size(), 0x400}}}},
       payload);
 }
 

@@ -1,4 +1,5 @@
-// The section search on executables of a real linker, compared with what another reader extracts.
+// The section search on executables made by a real linker, compared with what another reader
+// extracts.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,8 +1,5 @@
 // A client on a scripted platform, with the router installed in the application's own version 7
 // unless a test says otherwise.
-//
-// Threading: the test's thread.
-// Ownership: the fixture's.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -19,7 +16,7 @@
 
 namespace test {
 
-/// For the steps that an application does not take itself.
+/// For steps that an application does not take itself.
 inline WLHIDEventRouterClient::Implementation& inside(const WLHIDEventRouterClient& client) {
   return WLHIDEventRouterClient::Implementation::of(client);
 }
@@ -31,8 +28,8 @@ class ClientTest : public ::testing::Test {
     platform_.installHelper(kLabel, "7");
   }
 
-  /// A client with observers of all three keys and a recording delegate; what creating it left in
-  /// the trace is dropped.
+  /// Creates a client with observers of all three keys and a recording delegate, then clears the
+  /// trace.
   void makeClient() {
     client_ = newClient();
     for (const char* key : {"started", "eventRouterStatus", "clientStatus"}) {
@@ -42,7 +39,7 @@ class ClientTest : public ::testing::Test {
     client_->setDelegate(delegate_);
     platform_.trace().take();
   }
-  /// As makeClient, started and answered, so at status 4 on connection 1.
+  /// Like makeClient, then started and answered: status 4 on connection 1.
   void makeRoutingClient() {
     makeClient();
     client_->setStarted(true);
@@ -54,7 +51,7 @@ class ClientTest : public ::testing::Test {
     return WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
         kEntryID, kDeviceMode, tags_, nullptr);
   }
-  /// The last reference of the fixture's goes; what is left of the client is up to it.
+  /// Drops the fixture's last reference; something else may still keep the client alive.
   void releaseClient() {
     observations_.clear();
     client_.reset();

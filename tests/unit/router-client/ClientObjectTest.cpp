@@ -118,7 +118,7 @@ TEST_F(ClientObject, TheMethodThatCallsOutKeepsTheClientAlive) {
   delegate_->onStatus = [this](const auto&, WLHIDEventRouterClientStatus) { client_.reset(); };
   client_->setStarted(true);
   EXPECT_EQ(client_, nullptr);
-  // The pending start request is what keeps it now.
+  // Now only the pending start request keeps it alive.
   connection1().deliverReply(nullptr);
   EXPECT_EQ(taken().back(), removeObserver().back());
 }
@@ -140,7 +140,7 @@ TEST_F(ClientObject, AStatusIsAnnouncedToItsEndWhoeverReleasesTheClientMeanwhile
 TEST_F(ClientObject, ARouterStatusIsAnnouncedToItsEndWhoeverReleasesTheClientMeanwhile) {
   makeClient();
   client_->setStarted(true);
-  connection1().deliverReply(nullptr);  // no request keeps it any more
+  connection1().deliverReply(nullptr);  // no request keeps it alive any more
   taken();
   delegate_->onStatus = [this](const auto&, WLHIDEventRouterClientStatus) { client_.reset(); };
   platform_.uninstallHelper(kLabel);

@@ -1,4 +1,4 @@
-// What several threads may do to one client at the same time.
+// What several threads may do with one client at the same time.
 #include <atomic>
 #include <condition_variable>
 #include <future>
@@ -53,8 +53,8 @@ class ConcurrentClient : public ClientTest {
     postStatusChange();
   }
 
-  /// Runs `start` on a thread of its own and stops that thread at the log line `line`; then runs
-  /// `meanwhile` here, and lets the thread go on to its end.
+  /// Runs `start` on a new thread and stops that thread at log line `line`; then runs `meanwhile`
+  /// here and lets the thread finish.
   void holdAtLogLine(int line, const std::function<void()>& start,
                      const std::function<void()>& meanwhile) {
     Hold hold;
@@ -68,7 +68,7 @@ class ConcurrentClient : public ClientTest {
     runHeld(hold, start, meanwhile);
     logger.setSink(previous);
   }
-  /// The same at the call of the platform that `line` of the trace stands for.
+  /// The same, but stops at the platform call that is recorded as `line` in the trace.
   void holdAtTraceLine(const std::string& line, const std::function<void()>& start,
                        const std::function<void()>& meanwhile) {
     Hold hold;
@@ -82,7 +82,7 @@ class ConcurrentClient : public ClientTest {
   std::thread::id threadID_;
 
  private:
-  /// Where another thread than the test's own stops, once.
+  /// A point at which a thread other than the test's stops, once.
   struct Hold {
     void stopHere() {
       if (std::this_thread::get_id() == home || isOver.exchange(true)) return;
@@ -164,7 +164,7 @@ TEST_F(ConcurrentClient, AnOpenThatThrowsStillCarriesOutWhatOthersAskedForMeanwh
       [this] { client_->setStarted(false); });
   EXPECT_EQ(inside(*client_).connection(), nullptr);
   EXPECT_TRUE(connection1().isInvalidated());
-  // And the turn was given back.
+  // And the turn has ended.
   delegate_->onStatus = nullptr;
   client_->setStarted(true);
   EXPECT_EQ(platform_.connectionCount(), 2U);
@@ -188,7 +188,7 @@ TEST_F(ConcurrentClient, TheStatusNeverSaysRouterUnavailableBesideALiveConnectio
       liar = liar || inside(*client).connection() != nullptr;
   };
   holdAtLogLine(
-      178,  // the removal is about to say so
+      178,  // the removal is about to set the status
       [this] { removeRouter(); }, [this] { putRouterBack(); });
   EXPECT_FALSE(liar);
   EXPECT_NE(inside(*client_).connection(), nullptr);

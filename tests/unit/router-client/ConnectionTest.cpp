@@ -87,7 +87,7 @@ TEST_F(ClientConnection, CloseWithoutAConnectionOnlyLogs) {
 TEST_F(ClientConnection, HandlersOfAClientThatIsGoneLogWithoutTagsAndMessageNothing) {
   makeClient();
   inside(*client_).openConnection();
-  // Held beyond the client's end, as the layer does while an event is on its way.
+  // Held longer than the client, as the layer does while an event is pending.
   const auto held = inside(*client_).connection();
   releaseClient();
   taken();

@@ -1,5 +1,5 @@
-// Delegates as C++ developers write them: which of their methods count, by whatever pointer they
-// come, and what becomes of the calls that they don't take.
+// Delegates as C++ developers write them: which of their methods are called, whatever pointer they
+// are set by, and what happens to calls that they don't handle.
 #include <gmock/gmock.h>
 
 #include <latch>
@@ -67,7 +67,7 @@ class Mock : public DelegateBase {
               (const ClientPointer&, const DataPointer&, std::uint32_t), (override));
 };
 
-/// Hands everything on to `target`, or back where there is none.
+/// Forwards everything to `target`, or to the base class without one.
 class Forwarding final : public DelegateBase {
  public:
   void hidEventRouterClient_clientStatusChangedTo(const ClientPointer& client,
@@ -120,7 +120,7 @@ class Delegates : public ClientTest {
   }
 };
 
-// ---- Which methods count
+// ---- Which methods are called
 
 TEST_F(Delegates, AnOverrideInABaseClassCounts) {
   makeClient();
@@ -182,7 +182,7 @@ TEST_F(Delegates, ANiceMockMayComeByAPointerToTheMock) {
   client_->setDelegate(mock);
   EXPECT_CALL(*mock, hidEventRouterClient_receivedReportData_reportID(client_, _, 7));
   sendReport(7);
-  sendElementValue();  // no expectation, which a nice mock doesn't mind; taken all the same
+  sendElementValue();  // unexpected, which a nice mock allows, but handled
   EXPECT_TRUE(sameTrace({}, taken()));
 }
 
@@ -199,7 +199,7 @@ TEST_F(Delegates, AStrictMockHearsWhatItExpectsAndNothingElse) {
   failStart();
 }
 
-// ---- Calls that are handed on or back
+// ---- Calls that are forwarded or declined
 
 TEST_F(Delegates, OneThatForwardsTakesWhatItsTargetTakesAtTheMoment) {
   makeClient();
@@ -227,7 +227,7 @@ TEST_F(Delegates, WhatIsHandedOnBehalfOfNoClientIsDropped) {
   EXPECT_TRUE(sameTrace({}, taken()));
 }
 
-/// Takes reports with an even number and hands the others back.
+/// Takes reports with an even number and declines the others.
 class TakesEvenReports : public DelegateBase {
  public:
   void hidEventRouterClient_receivedReportData_reportID(const ClientPointer& client,
@@ -310,7 +310,7 @@ TEST_F(Delegates, EachClientHasItsOwn) {
   EXPECT_EQ(client_->delegate(), delegate_);
 }
 
-/// Counts what is allocated and not freed yet.
+/// Counts what is allocated and not yet freed.
 template <class T>
 struct CountingAllocator {
   using value_type = T;

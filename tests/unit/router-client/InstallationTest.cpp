@@ -1,4 +1,4 @@
-// The class's entry points: asking, installing, removing.
+// The class methods: checking, installing and removing.
 #include "tests/support/ErrorText.h"
 #include "tests/unit/router-client/ClientFixture.h"
 

@@ -141,7 +141,7 @@ TEST(RouterProtocol, TheReplyTravelsBack) {
   const auto refused = error(-1);
   router.reply(refused);
   router.reply(nullptr);
-  ASSERT_EQ(answers.size(), 2U);  // "once" is the connection's to keep
+  ASSERT_EQ(answers.size(), 2U);  // the connection ensures "once"
   EXPECT_EQ(answers[0], refused);
   EXPECT_EQ(answers[1], nullptr);
 }

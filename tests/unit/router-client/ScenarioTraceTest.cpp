@@ -21,11 +21,11 @@ class ClientScenario : public ClientTest {
     return sequence({"will change started", setStarted(false), update(false),
                      stopRequest(connection), closing(connection), "did change started"});
   }
-  /// The status is read again and found as it was.
+  /// The status is read again and has not changed.
   static Lines rereadUnchanged(bool installed) {
     return sequence({currentStatus(), check(installed), statusChanged()});
   }
-  /// The status is read again and differs; `pieces` is what the change sets off.
+  /// The status is read again and differs; `pieces` is what the change triggers.
   static Lines rereadChanged(bool installed, std::initializer_list<Piece> pieces) {
     return sequence({currentStatus(), check(installed), statusChanged(),
                      "will change eventRouterStatus", sequence(pieces),

@@ -1,4 +1,4 @@
-// The example at the top of ScriptedPlatform.h, as it stands there.
+// The example at the top of ScriptedPlatform.h, taken directly from there.
 #include <gtest/gtest.h>
 
 #include "WLHIDAccess/WLHIDAccess.h"

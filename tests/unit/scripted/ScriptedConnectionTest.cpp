@@ -1,5 +1,4 @@
-// One scripted connection by itself: its states, what each of them lets through, and what is
-// written down of it.
+// A single scripted connection: its states, what each of them lets through, and what is recorded.
 #include "platform/scripted/ScriptedConnection.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +19,7 @@ std::shared_ptr<NSError> error(std::int64_t code) {
   return NSError::errorWithDomain_code_userInfo(str("D"), code, nullptr);
 }
 
-/// What was called back, in order.
+/// Records the callbacks, in order.
 struct Client final : WLHIDEventRouterClientProtocol {
   explicit Client(Lines& into) : lines(into) {}
   void receivedData_forReportID(const std::shared_ptr<NSData>& data,

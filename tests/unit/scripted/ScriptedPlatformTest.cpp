@@ -33,7 +33,7 @@ class ScriptedKit : public ::testing::Test {
             1, 2, nullptr, nullptr);
     client_->setDelegate(delegate_);
   }
-  /// On connection 1, answered.
+  /// Routes on connection 1.
   void route() {
     client_->setStarted(true);
     ASSERT_TRUE(platform_.connection(1)->deliverReply(nullptr));
@@ -52,7 +52,7 @@ class ScriptedKit : public ::testing::Test {
   std::shared_ptr<WLHIDEventRouterClient> client_;
 };
 
-// ---- What does not come through
+// ---- What does not get through
 
 TEST_F(ScriptedKit, WhatTheInterfaceDoesNotAdmitDoesNotReachTheClient) {
   route();
@@ -120,7 +120,7 @@ TEST_F(ScriptedKit, NothingComesThroughBeforeResume) {
   EXPECT_TRUE(testkit::sendReport(router, {1}, 1));
 }
 
-// ---- What comes late
+// ---- Late events
 
 TEST_F(ScriptedKit, AStaleReportOfAnEndClosesTheNewerConnectionOnceAndThenItSettles) {
   route();

@@ -1,4 +1,4 @@
-// What a scripted platform answers, and what it writes down of each question.
+// What a scripted platform answers, and what it records of each call.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -374,7 +374,7 @@ std::string nameAt(const std::vector<std::uint8_t>& bytes, std::size_t offset) {
   return field.substr(0, field.find('\0'));
 }
 
-// The fields where the format of executables has them.
+// The fields are where the executable format defines them.
 TEST(HelperImage, IsAnExecutableOfOneSegmentWithThePropertyListInIt) {
   const std::string list = "a property list";
   const auto image = helperImageWithInfoPlist(list);

@@ -1,4 +1,4 @@
-// The trace, and how what happened reads in it.
+// The trace, and how it describes events.
 #include "platform/scripted/Trace.h"
 
 #include <gtest/gtest.h>

@@ -21,9 +21,9 @@ namespace {
 
 using namespace platform;
 
-constexpr AuthorizationFlags allFlags = kAuthorizationFlagInteractionAllowed |
-                                        kAuthorizationFlagExtendRights |
-                                        kAuthorizationFlagPreAuthorize;
+constexpr AuthorizationFlags kAllFlags = kAuthorizationFlagInteractionAllowed |
+                                         kAuthorizationFlagExtendRights |
+                                         kAuthorizationFlagPreAuthorize;
 
 OSStatus ask(std::string_view right, const char* prompt, AuthorizationFlags flags,
              AuthorizationRef* reference) {
@@ -39,7 +39,7 @@ class AuthorizationTest : public testing::Test {
  protected:
   void SetUp() override { SystemRoot::setCurrent(SystemRoot("/nowhere/of/a/user")); }
   void TearDown() override { setAuthorizationAgent(nullptr); }
-  static constexpr std::string_view right = "com.apple.ServiceManagement.blesshelper";
+  static constexpr std::string_view kRight = "com.apple.ServiceManagement.blesshelper";
 };
 
 TEST_F(AuthorizationTest, AgentHearsThePromptAndGivesTheStatus) {
@@ -51,7 +51,7 @@ TEST_F(AuthorizationTest, AgentHearsThePromptAndGivesTheStatus) {
       return answer;
     });
     AuthorizationRef reference = nullptr;
-    EXPECT_EQ(ask(right, "L\xC3\xA4sst du das zu?", allFlags, &reference), answer);
+    EXPECT_EQ(ask(kRight, "L\xC3\xA4sst du das zu?", kAllFlags, &reference), answer);
     EXPECT_EQ(heard, "L\xC3\xA4sst du das zu?");
     EXPECT_EQ(reference != nullptr, answer == errAuthorizationSuccess);
   }
@@ -64,7 +64,7 @@ TEST_F(AuthorizationTest, WithoutAPromptThePlatformsOwnSentenceIsAsked) {
     return errAuthorizationSuccess;
   });
   AuthorizationRef reference = nullptr;
-  EXPECT_EQ(ask(right, nullptr, allFlags, &reference), errAuthorizationSuccess);
+  EXPECT_EQ(ask(kRight, nullptr, kAllFlags, &reference), errAuthorizationSuccess);
   EXPECT_EQ(heard, "An application wants to install or remove a helper.");
 }
 
@@ -72,8 +72,8 @@ TEST_F(AuthorizationTest, EachReferenceIsItsOwnAndStays) {
   setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
   AuthorizationRef first = nullptr;
   AuthorizationRef second = nullptr;
-  ask(right, nullptr, allFlags, &first);
-  ask(right, nullptr, allFlags, &second);
+  ask(kRight, nullptr, kAllFlags, &first);
+  ask(kRight, nullptr, kAllFlags, &second);
   EXPECT_NE(first, second);
   EXPECT_NO_THROW(checkAuthorization(first));
   EXPECT_NO_THROW(checkAuthorization(second));
@@ -88,24 +88,24 @@ TEST_F(AuthorizationTest, WithoutInteractionNobodyIsAsked) {
     return errAuthorizationSuccess;
   });
   AuthorizationRef reference = nullptr;
-  EXPECT_EQ(ask(right, nullptr, 0, &reference), errAuthorizationInteractionNotAllowed);
+  EXPECT_EQ(ask(kRight, nullptr, 0, &reference), errAuthorizationInteractionNotAllowed);
   EXPECT_EQ(reference, nullptr);
 }
 
 TEST_F(AuthorizationTest, OtherRightsAreDenied) {
   setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
   AuthorizationRef reference = nullptr;
-  EXPECT_EQ(ask("system.privilege.admin", nullptr, allFlags, &reference), errAuthorizationDenied);
-  EXPECT_EQ(AuthorizationCreate(nullptr, nullptr, allFlags, &reference), errAuthorizationDenied);
+  EXPECT_EQ(ask("system.privilege.admin", nullptr, kAllFlags, &reference), errAuthorizationDenied);
+  EXPECT_EQ(AuthorizationCreate(nullptr, nullptr, kAllFlags, &reference), errAuthorizationDenied);
   const AuthorizationRights none{0, nullptr};
-  EXPECT_EQ(AuthorizationCreate(&none, nullptr, allFlags, &reference), errAuthorizationDenied);
+  EXPECT_EQ(AuthorizationCreate(&none, nullptr, kAllFlags, &reference), errAuthorizationDenied);
 }
 
 TEST_F(AuthorizationTest, NoAgentAnswersForTheSystemRoot) {
   SystemRoot::setCurrent(SystemRoot("/"));
   setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
   AuthorizationRef reference = nullptr;
-  EXPECT_EQ(ask(right, nullptr, allFlags, &reference), errAuthorizationInteractionNotAllowed);
+  EXPECT_EQ(ask(kRight, nullptr, kAllFlags, &reference), errAuthorizationInteractionNotAllowed);
 }
 
 TEST_F(AuthorizationTest, WithoutAnAuthorizationNothingIsChanged) {
@@ -116,8 +116,8 @@ TEST_F(AuthorizationTest, WithoutAnAuthorizationNothingIsChanged) {
   EXPECT_FALSE(SMJobRemove(kSMDomainSystemLaunchd, str("com.x"), nullptr, true, nullptr));
 }
 
-/// Runs the terminal's agent in a child whose controlling terminal is ours to type on, a line for
-/// each question. Gives status and screen.
+/// Runs the terminal agent in a child and types on its controlling terminal, one line per question.
+/// Has the resulting status and the text on the screen.
 struct TerminalRun {
   int status = 0;
   std::string screen;
@@ -156,10 +156,10 @@ TEST_F(AuthorizationTest, TerminalNamesWhoAsksForWhatAndWhere) {
   EXPECT_EQ(run.status, 10);
   EXPECT_THAT(
       run.screen,
-      testing::StartsWith("A program asks for leave to install, replace or remove a "
+      testing::StartsWith("A program asks for permission to install, replace or remove a "
                           "privileged helper.\r\n  program   " +
                           std::filesystem::read_symlink("/proc/self/exe").string() + " (process "));
-  EXPECT_THAT(run.screen, testing::HasSubstr("\r\n  below     /nowhere/of/a/user\r\n"));
+  EXPECT_THAT(run.screen, testing::HasSubstr("\r\n  root      /nowhere/of/a/user\r\n"));
   EXPECT_THAT(run.screen, testing::HasSubstr("\r\n  it says   May it?\r\n"));
   EXPECT_THAT(run.screen, testing::HasSubstr("Allow it? y: yes, n or Enter: no, c: cancel > "));
 }
@@ -176,7 +176,7 @@ TEST_F(AuthorizationTest, TerminalAsksAgainAfterATypoAndThenTakesItAsNo) {
   const TerminalRun run = runOnTerminal({"t\n", "yy\n", "y\n"});
   EXPECT_EQ(run.status, 10);
   EXPECT_THAT(run.screen,
-              testing::HasSubstr("\"t\" is no answer. y: yes, n or Enter: no, c: cancel > "));
+              testing::HasSubstr("\"t\" is not an answer. y: yes, n or Enter: no, c: cancel > "));
   const TerminalRun never = runOnTerminal({"t\n", "t\n", "t\n"});
   EXPECT_EQ(never.status, 5);
   EXPECT_THAT(never.screen, testing::HasSubstr("That is taken as no.\r\n"));
@@ -215,20 +215,21 @@ TEST_F(AuthorizationTest, NumbersAreThePlatforms) {
 TEST_F(AuthorizationTest, OnlyTheFlagOfInteractionAllowsAQuestion) {
   setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
   AuthorizationRef reference = nullptr;
-  EXPECT_EQ(ask(right, nullptr, allFlags & ~kAuthorizationFlagInteractionAllowed, &reference),
+  EXPECT_EQ(ask(kRight, nullptr, kAllFlags & ~kAuthorizationFlagInteractionAllowed, &reference),
             errAuthorizationInteractionNotAllowed);
-  EXPECT_EQ(ask(right, nullptr, kAuthorizationFlagInteractionAllowed, &reference),
+  EXPECT_EQ(ask(kRight, nullptr, kAuthorizationFlagInteractionAllowed, &reference),
             errAuthorizationSuccess);
 }
 
 TEST_F(AuthorizationTest, EveryRightThatIsAskedForMustBeKnown) {
   setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
-  const std::array<AuthorizationItem, 3> items{
-      {{right, 0, nullptr, 0}, {right, 0, nullptr, 0}, {"system.privilege.admin", 0, nullptr, 0}}};
+  const std::array<AuthorizationItem, 3> items{{{kRight, 0, nullptr, 0},
+                                                {kRight, 0, nullptr, 0},
+                                                {"system.privilege.admin", 0, nullptr, 0}}};
   const auto statusFor = [&](std::uint32_t count, const AuthorizationItem* first) {
     const AuthorizationRights rights{count, first};
     AuthorizationRef reference = nullptr;
-    return AuthorizationCreate(&rights, nullptr, allFlags, &reference);
+    return AuthorizationCreate(&rights, nullptr, kAllFlags, &reference);
   };
   EXPECT_EQ(statusFor(2, items.data()), errAuthorizationSuccess) << "the third is not of the set";
   EXPECT_EQ(statusFor(3, items.data()), errAuthorizationDenied);
@@ -238,20 +239,20 @@ TEST_F(AuthorizationTest, EveryRightThatIsAskedForMustBeKnown) {
 
 TEST_F(AuthorizationTest, WithoutAPlaceForTheReferenceTheStatusAloneComesBack) {
   setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
-  EXPECT_EQ(ask(right, nullptr, allFlags, nullptr), errAuthorizationSuccess);
-  EXPECT_EQ(ask("other", nullptr, allFlags, nullptr), errAuthorizationDenied);
+  EXPECT_EQ(ask(kRight, nullptr, kAllFlags, nullptr), errAuthorizationSuccess);
+  EXPECT_EQ(ask("other", nullptr, kAllFlags, nullptr), errAuthorizationDenied);
 }
 
 TEST_F(AuthorizationTest, AReferenceFromBeforeDoesNotOutliveARefusal) {
   setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
   AuthorizationRef reference = nullptr;
-  ASSERT_EQ(ask(right, nullptr, allFlags, &reference), errAuthorizationSuccess);
+  ASSERT_EQ(ask(kRight, nullptr, kAllFlags, &reference), errAuthorizationSuccess);
   ASSERT_NE(reference, nullptr);
-  EXPECT_EQ(ask("other", nullptr, allFlags, &reference), errAuthorizationDenied);
+  EXPECT_EQ(ask("other", nullptr, kAllFlags, &reference), errAuthorizationDenied);
   EXPECT_EQ(reference, nullptr);
 }
 
-/// What the agent hears when the environment has these items.
+/// The prompt that the agent receives for an environment with these items.
 std::string heardPrompt(const AuthorizationEnvironment& environment) {
   std::string heard;
   setAuthorizationAgent([&](std::string_view prompt) {
@@ -261,7 +262,7 @@ std::string heardPrompt(const AuthorizationEnvironment& environment) {
   const AuthorizationItem item{"com.apple.ServiceManagement.blesshelper", 0, nullptr, 0};
   const AuthorizationRights rights{1, &item};
   AuthorizationRef reference = nullptr;
-  AuthorizationCreate(&rights, &environment, allFlags, &reference);
+  AuthorizationCreate(&rights, &environment, kAllFlags, &reference);
   return heard;
 }
 
@@ -297,8 +298,8 @@ TEST_F(AuthorizationTest, TerminalReadsSoMuchOfALineAndEchoesLess) {
   EXPECT_EQ(runOnTerminal({"\ty\t\n"}).status, 10);
   const TerminalRun run =
       runOnTerminal({"abcdefghijklmnopqrst\n", "abcdefghijklmnopqrstu\n", "n\n"});
-  EXPECT_THAT(run.screen, testing::HasSubstr("\"abcdefghijklmnopqrst\" is no answer. "));
-  EXPECT_THAT(run.screen, testing::HasSubstr("\"abcdefghijklmnopqrs\u2026\" is no answer. "));
+  EXPECT_THAT(run.screen, testing::HasSubstr("\"abcdefghijklmnopqrst\" is not an answer. "));
+  EXPECT_THAT(run.screen, testing::HasSubstr("\"abcdefghijklmnopqrs\u2026\" is not an answer. "));
 }
 
 TEST_F(AuthorizationTest, AnswersAreTakenInAnyCase) {
@@ -345,7 +346,7 @@ TEST_F(AuthorizationTest, WithoutAnAgentTheTerminalIsAsked) {
   if (child == 0) {
     ::setsid();  // there is none
     AuthorizationRef reference = nullptr;
-    const OSStatus status = ask(right, nullptr, allFlags, &reference);
+    const OSStatus status = ask(kRight, nullptr, kAllFlags, &reference);
     ::_exit(status == errAuthorizationInteractionNotAllowed ? 10 : 11);
   }
   int status = 0;

@@ -149,7 +149,7 @@ TEST(Control, DescriptorComesWithTheFrame) {
 
 TEST(Control, LengthsAreCheckedBeforeAnythingIsAllocated) {
   for (const std::uint32_t length :
-       {0U, static_cast<std::uint32_t>(maximumControlBytes) + 1, 0xFFFFFFFFU}) {
+       {0U, static_cast<std::uint32_t>(kMaximumControlBytes) + 1, 0xFFFFFFFFU}) {
     auto [one, other] = socketPair();
     ASSERT_EQ(::send(one.get(), &length, 4, 0), 4);
     FrameReader reader;
@@ -233,9 +233,9 @@ TEST(Control, WhatIsOfAnotherKindIsLeftOut) {
 }
 
 TEST(Control, AFrameOfTheLargestSizeIsTaken) {
-  EXPECT_EQ(maximumControlBytes, 262144U);
+  EXPECT_EQ(kMaximumControlBytes, 262144U);
   auto [one, other] = socketPair();
-  const std::uint32_t length = maximumControlBytes;
+  const std::uint32_t length = kMaximumControlBytes;
   ASSERT_EQ(::send(one.get(), &length, 4, 0), 4);
   FrameReader reader;
   EXPECT_EQ(reader.readFrom(other.get()), State::NeedMore);
@@ -246,7 +246,7 @@ TEST(Control, AFrameOfTheLargestSizeIsTaken) {
     for (int j = 0; j < 1000 && state == State::NeedMore; ++j) state = reader.readFrom(other.get());
     EXPECT_EQ(state, i == 3 ? State::Complete : State::NeedMore);
   }
-  EXPECT_EQ(reader.content().size(), maximumControlBytes);
+  EXPECT_EQ(reader.content().size(), kMaximumControlBytes);
 }
 
 TEST(Control, AnEndIsNotTakenForNothingToRead) {
@@ -258,7 +258,7 @@ TEST(Control, AnEndIsNotTakenForNothingToRead) {
   EXPECT_EQ(reader.readFrom(-1), State::Ended);
 }
 
-/// Sends one byte with so many descriptors beside it.
+/// Sends one byte with these descriptors.
 void sendWith(int socket, const std::vector<int>& descriptors) {
   char byte = 4;
   iovec vector{&byte, 1};

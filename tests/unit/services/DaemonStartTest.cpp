@@ -1,5 +1,5 @@
-// Starting the job daemon: what the program gets, what it may say, and what is left of one that
-// fails. The daemons here are scripts.
+// Starting the job daemon: what the program receives, what it may report, and what remains of one
+// that fails. The daemons here are scripts.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -36,12 +36,12 @@ class DaemonStart : public testing::Test {
  protected:
   DaemonStart() { fs::create_directories(root_.path()); }
 
-  /// Makes the program that is started; "$said" is a file for the test.
+  /// Creates the program to start; "$said" is a file that the test reads.
   void program(const std::string& lines) const {
     testsupport::writeFile(program_, "#!/bin/sh\nsaid='" + said_.string() + "'\n" + lines + "\n");
     ASSERT_EQ(::chmod(program_.c_str(), 0755), 0);
   }
-  /// What starting it throws, "" when it does not.
+  /// The error that starting it throws; "" if it does not throw.
   [[nodiscard]] std::string failure() const {
     try {
       JobDaemon(root_).ensureRunning();
@@ -103,7 +103,7 @@ TEST_F(DaemonStart, ItIsASessionOfItsOwnWithSignalsAsTheSystemSetsThem) {
   EXPECT_EQ(failure(), "");
   ::pthread_sigmask(SIG_SETMASK, &mask, nullptr);
   ::sigaction(SIGUSR2, &before, nullptr);
-  // The first 32, of which the last is the C library's own.
+  // The first 32 signals, the last of which belongs to the C library.
   EXPECT_THAT(readFile(said_),
               testing::MatchesRegex("SigBlk 00000000\nSigIgn [08]0000000\nsession\n"));
 }
@@ -114,7 +114,7 @@ TEST_F(DaemonStart, ItsOwnWordsAreTheCauseTheirFirstLine) {
   program("printf 'half a line' >&3");
   EXPECT_EQ(failure(), "the job daemon did not start: half a line");
   program("exit 0");
-  EXPECT_EQ(failure(), "the job daemon did not start: it ended before it was ready");
+  EXPECT_EQ(failure(), "the job daemon did not start: it exited before it was ready");
   EXPECT_TRUE(hasNoChild());
 }
 
@@ -154,7 +154,7 @@ TEST_F(DaemonStart, OneThatNeverListensIsStartedThreeTimes) {
     ADD_FAILURE() << "it answered";
   } catch (const ServiceError& error) {
     EXPECT_EQ(error.code(), ServiceErrorCode::DaemonUnavailable);
-    EXPECT_STREQ(error.what(), "the job daemon ended before it answered");
+    EXPECT_STREQ(error.what(), "the job daemon exited before it answered");
   }
   EXPECT_EQ(readFile(said_), "started\nstarted\nstarted\n");
 }
@@ -210,14 +210,14 @@ TEST_F(ServiceWithoutDaemon, ThatAJobOffersGetsTheDaemonStartedThreeTimesAtMost)
     EXPECT_EQ(result.outcome, ServiceConnectResult::Outcome::UnknownName);
     EXPECT_EQ(result.descriptor, -1);
     EXPECT_EQ(result.reason,
-              "its job is there, but the job daemon does not listen for it (see its log)");
+              "its job is installed, but the job daemon is not listening for it (see its log)");
     EXPECT_EQ(readFile(said_), "started\nstarted\nstarted\n") << service;
     fs::remove(said_);
   }
 }
 
 TEST_F(ServiceWithoutDaemon, ThatNoJobOffersStartsNothing) {
-  // Files that are no job files of their names offer nothing, and keep nobody from the others.
+  // Files that are not valid job files offer nothing and do not hide the others.
   fs::create_directories(root_.jobFile("com.directory"));
   testsupport::writeFile(root_.jobFile("com.garbage"), "garbage");
   const std::string file = readFile(root_.jobFile("com.x"));
@@ -239,8 +239,8 @@ TEST_F(ServiceWithoutDaemon, OfAJobFileThatIsTooLargeIsNotOffered) {
     testsupport::writeFile(root_.jobFile("com.x"), file + std::string(size - file.size(), '\n'));
     return connect("com.x").reason;
   };
-  static_assert(maximumJobFileBytes == 65536);
-  EXPECT_THAT(padded(65536), HasSubstr("its job is there"));
+  static_assert(kMaximumJobFileBytes == 65536);
+  EXPECT_THAT(padded(65536), HasSubstr("its job is installed"));
   EXPECT_EQ(padded(65537), "no job offers it");
 }
 

@@ -1,8 +1,7 @@
-// A job daemon that answers as a test says and writes down what it was asked.
+// A job daemon that answers as a test says and records its requests.
 //
-// Threading: answers on a thread of its own. What it was asked may be read once it was answered.
-// Ownership: ends with the object.
-// Order: requests of all callers as they come.
+// Threading: answers on its own thread. A request may be read once it has been answered.
+// Order: requests of all callers in order of arrival.
 #pragma once
 
 #include <fcntl.h>
@@ -28,7 +27,7 @@ namespace servicestest {
 
 class FakeDaemon {
  public:
-  /// The bytes to answer with; none: it hangs up.
+  /// The bytes of the reply; if empty, the connection is closed instead.
   using Answer = std::function<std::vector<std::uint8_t>(const platform::ControlRequest& request)>;
 
   static std::vector<std::uint8_t> yes(const platform::ControlRequest&) {
@@ -61,7 +60,7 @@ class FakeDaemon {
     thread_.join();
   }
 
-  /// "authorize com.x", "remove com.x at once", "bless com.x with a file", in their order.
+  /// The requests in order: "authorize com.x", "remove com.x at once", "bless com.x with a file".
   std::vector<std::string> asked() const {
     const std::lock_guard lock(mutex_);
     return asked_;
@@ -99,7 +98,7 @@ class FakeDaemon {
     }
   }
 
-  /// False when the caller has gone or is to be hung up on.
+  /// False if the caller has gone or its connection is to be closed.
   bool read(Caller& caller) {
     using State = platform::FrameReader::State;
     const State state = caller.reader.readFrom(caller.socket.get());

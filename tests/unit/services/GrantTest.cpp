@@ -1,4 +1,4 @@
-// What an authorization covers on the application's side, and which connections it keeps for that.
+// What an authorization covers on the application's side, and which connections it keeps for it.
 #include "platform/services/Grant.h"
 
 #include <gmock/gmock.h>
@@ -36,12 +36,12 @@ class Grant : public testing::Test {
     const auto reply = askWithAuthorization(authorization, {Operation::Remove, label, true}, -1);
     EXPECT_TRUE(reply.succeeded()) << reply.message;
   }
-  /// Whether the bless gets as far as the daemon.
+  /// Whether the bless reaches the daemon.
   static bool blesses(AuthorizationRef authorization) try {
     return askWithAuthorization(authorization, {Operation::Bless, "com.x", true}, -1).succeeded();
   } catch (const ServiceError& error) {
     EXPECT_EQ(error.code(), ServiceErrorCode::NotPermitted);
-    EXPECT_STREQ(error.what(), "this authorization has been used up; ask for a new one");
+    EXPECT_STREQ(error.what(), "this authorization has already been used; ask for a new one");
     return false;
   }
 
@@ -168,7 +168,7 @@ TEST_F(Grant, ADaemonThatHangsUpBeforeItAnswersTheChangeIsNamed) {
   EXPECT_FALSE(SMJobRemove(kSMDomainSystemLaunchd, str("com.x"), newAuthorization(), true, &error));
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code(), static_cast<std::int64_t>(ServiceErrorCode::DaemonUnavailable));
-  EXPECT_EQ(wordsOf(error), "the job daemon ended the connection before it answered; try again");
+  EXPECT_EQ(wordsOf(error), "the job daemon closed the connection before it answered; try again");
 }
 
 }  // namespace

@@ -37,7 +37,8 @@ class InstalledJob : public testing::Test {
   void jobOf(const fs::path& program) const {
     job("<key>ProgramArguments</key><array><string>" + program.string() + "</string></array>");
   }
-  /// Why there is none, "" when there is one. Says the same whether it is asked why or not.
+  /// Why the job is not installed; "" if it is. Checks that the result is the same without a
+  /// reason.
   [[nodiscard]] std::string whyNone() const {
     std::string reason;
     const bool isThere = installedJob(root_, "com.x", &reason) != nullptr;
@@ -58,7 +59,7 @@ TEST_F(InstalledJob, IsNoneWithoutARootOrAFile) {
   EXPECT_EQ(whyNone(), "there is no job file " + root_.jobFile("com.x").string());
   writeFile(root_.jobFile("com.x"), "garbage");
   EXPECT_EQ(whyNone(),
-            root_.jobFile("com.x").string() + ": it is no property list with a dictionary");
+            root_.jobFile("com.x").string() + ": it is not a property list with a dictionary");
 }
 
 TEST_F(InstalledJob, ThatNamesNoProgramIsOneThatCannotBeStarted) {
@@ -104,7 +105,7 @@ TEST_F(InstalledJob, IsTheSameFileByAnyPathButNotThroughALinkInItsPlace) {
 
 class ServiceManagement : public InstalledJob {
  protected:
-  /// What a removal fails with.
+  /// The error of a removal.
   static std::shared_ptr<NSError> failure(AuthorizationRef authorization) {
     std::shared_ptr<NSError> error;
     EXPECT_FALSE(SMJobRemove(kSMDomainSystemLaunchd, str("com.x"), authorization, true, &error));
@@ -135,9 +136,9 @@ TEST_F(ServiceManagement, WrongArgumentsAreNamed) {
     EXPECT_EQ(wordsOf(error), wordsOf(same));
     return wordsOf(error);
   };
-  EXPECT_EQ(words("other", str("com.x")), "there is no such domain of jobs");
-  EXPECT_EQ(words(kSMDomainSystemLaunchd, nullptr), "this is no valid label of a job");
-  EXPECT_EQ(words(kSMDomainSystemLaunchd, str("a/b")), "this is no valid label of a job");
+  EXPECT_EQ(words("other", str("com.x")), "there is no such job domain");
+  EXPECT_EQ(words(kSMDomainSystemLaunchd, nullptr), "this is not a valid job label");
+  EXPECT_EQ(words(kSMDomainSystemLaunchd, str("a/b")), "this is not a valid job label");
 }
 
 TEST_F(ServiceManagement, WithoutAnAuthorizationNobodyIsAsked) {

@@ -30,7 +30,7 @@ FrameReader::State readRequest(const FileDescriptor& socket) {
   }
 }
 
-/// A daemon that hangs up on so many who ask before it answers one.
+/// A daemon that closes `hangUps` connections before it answers one.
 void serve(const FileDescriptor& endpoint, int hangUps) {
   for (int i = 0; i <= hangUps; ++i) {
     const FileDescriptor socket(::accept4(endpoint.get(), nullptr, nullptr, SOCK_CLOEXEC));
@@ -49,14 +49,14 @@ class AnsweringDaemon : public testing::Test {
         platform::listenUnixSocket(root_.controlEndpoint().string(), SOCK_STREAM, 8, 0600));
     ASSERT_TRUE(endpoint_);
   }
-  /// What `ask` returns while the daemon hangs up on so many and then answers one.
+  /// The result of `ask` with a daemon that closes `hangUps` connections and then answers one.
   template <class Ask>
   auto answered(int hangUps, const Ask& ask) {
     struct Daemon {
       int endpoint;
       std::thread thread;
       ~Daemon() {
-        ::shutdown(endpoint, SHUT_RDWR);  // if it was not asked often enough
+        ::shutdown(endpoint, SHUT_RDWR);  // if there were too few requests
         thread.join();
       }
     };
@@ -80,7 +80,7 @@ TEST_F(AnsweringDaemon, ARequestConnectsOnce) {
   EXPECT_EQ(reply.daemonProcessIdentifier, 42);
 }
 
-/// An endpoint at which another user's process listens.
+/// Makes another user's process listen on an endpoint.
 pid_t listenAsAnotherUser(const std::filesystem::path& path) {
   const FileDescriptor bound(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_un address{};
@@ -120,7 +120,7 @@ TEST(JobDaemon, OfAnotherUserIsNotAsked) {
   ::waitpid(daemon, nullptr, 0);
 }
 
-/// What is heard of a daemon that hangs up on so many first.
+/// The status from a daemon that closes `hangUps` connections first.
 std::optional<platform::ControlReply> statusAfterHangUps(int hangUps) {
   const testsupport::TemporaryDirectory temporary;
   const platform::SystemRoot root(temporary.path() / "root");
@@ -149,7 +149,7 @@ TEST(JobDaemon, WithoutOneThereIsNoStatus) {
   EXPECT_FALSE(platform::JobDaemon(root).status());
 }
 
-/// What asking throws when these bytes are the answer.
+/// The error that a request throws if these bytes are the reply.
 platform::ServiceError failureOf(const std::vector<std::uint8_t>& answer) {
   std::array<int, 2> ends{};
   EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
@@ -178,7 +178,7 @@ TEST(ControlConnection, AnAnswerThatIsNoneIsNamed) {
   for (const auto& cut : {std::vector<std::uint8_t>{}, {1, 0}, {2, 0, 0, 0, 'x'}}) {
     EXPECT_EQ(failureOf(cut).code(), Code::DaemonUnavailable);
     EXPECT_STREQ(failureOf(cut).what(),
-                 "the job daemon ended the connection before it answered; try again");
+                 "the job daemon closed the connection before it answered; try again");
   }
 }
 

@@ -23,10 +23,10 @@ std::string document(const std::string& entries) {
   return "<?xml version=\"1.0\" encoding=\"UTF-8\"?><plist version=\"1.0\"><dict>" + entries +
          "</dict></plist>";
 }
-const std::string label = "<key>Label</key><string>com.x</string>";
-const std::string program =
+const std::string kLabel = "<key>Label</key><string>com.x</string>";
+const std::string kProgram =
     "<key>ProgramArguments</key><array><string>/p/com.x</string><string>-v</string></array>";
-const std::string services = "<key>MachServices</key><dict><key>com.x</key><true/></dict>";
+const std::string kServices = "<key>MachServices</key><dict><key>com.x</key><true/></dict>";
 
 /// Why a document is refused; empty when it is not.
 std::string refusal(const std::string& text) {
@@ -35,7 +35,7 @@ std::string refusal(const std::string& text) {
 }
 
 TEST(JobFile, DescribesTheJob) {
-  const auto job = parseJobFile(bytes(document(label + program + services)), "com.x", nullptr);
+  const auto job = parseJobFile(bytes(document(kLabel + kProgram + kServices)), "com.x", nullptr);
   ASSERT_TRUE(job);
   EXPECT_EQ(job->label, "com.x");
   EXPECT_THAT(job->arguments, ElementsAre("/p/com.x", "-v"));
@@ -51,40 +51,40 @@ TEST(JobFile, WhatIsEncodedIsReadBack) {
 }
 
 TEST(JobFile, OfAnotherLabelIsNoJob) {
-  EXPECT_EQ(refusal(document("<key>Label</key><string>com.y</string>" + program + services)),
+  EXPECT_EQ(refusal(document("<key>Label</key><string>com.y</string>" + kProgram + kServices)),
             "its Label is not \"com.x\"");
-  EXPECT_EQ(refusal(document(program + services)), "its Label is not \"com.x\"");
-  EXPECT_EQ(refusal(document("<key>Label</key><integer>3</integer>" + program + services)),
+  EXPECT_EQ(refusal(document(kProgram + kServices)), "its Label is not \"com.x\"");
+  EXPECT_EQ(refusal(document("<key>Label</key><integer>3</integer>" + kProgram + kServices)),
             "its Label is not \"com.x\"");
 }
 
 TEST(JobFile, ThatIsNoPropertyListIsNoJob) {
-  EXPECT_EQ(refusal(""), "it is no property list with a dictionary");
-  EXPECT_EQ(refusal("garbage"), "it is no property list with a dictionary");
+  EXPECT_EQ(refusal(""), "it is not a property list with a dictionary");
+  EXPECT_EQ(refusal("garbage"), "it is not a property list with a dictionary");
   EXPECT_EQ(refusal("<plist version=\"1.0\"><array/></plist>"),
-            "it is no property list with a dictionary");
+            "it is not a property list with a dictionary");
 }
 
 TEST(JobFile, NeedsAnAbsoluteProgram) {
-  EXPECT_EQ(refusal(document(label + services)), "it has no ProgramArguments");
-  EXPECT_EQ(refusal(document(label + services + "<key>ProgramArguments</key><array/>")),
+  EXPECT_EQ(refusal(document(kLabel + kServices)), "it has no ProgramArguments");
+  EXPECT_EQ(refusal(document(kLabel + kServices + "<key>ProgramArguments</key><array/>")),
             "it has no ProgramArguments");
-  EXPECT_EQ(refusal(document(label + services +
+  EXPECT_EQ(refusal(document(kLabel + kServices +
                              "<key>ProgramArguments</key><array><string>x</string></array>")),
-            "its program is no absolute path");
-  EXPECT_EQ(refusal(document(label + services +
+            "its program is not an absolute path");
+  EXPECT_EQ(refusal(document(kLabel + kServices +
                              "<key>ProgramArguments</key><array><integer>1</integer></array>")),
-            "one of its ProgramArguments is no text");
+            "one of its ProgramArguments is not a string");
 }
 
 TEST(JobFile, NeedsAValidServiceThatIsOffered) {
   const auto with = [](const std::string& entries) {
     return refusal(
-        document(label + program + "<key>MachServices</key><dict>" + entries + "</dict>"));
+        document(kLabel + kProgram + "<key>MachServices</key><dict>" + entries + "</dict>"));
   };
-  EXPECT_EQ(with(""), "it offers none of its MachServices");
-  EXPECT_EQ(with("<key>com.x</key><false/>"), "it offers none of its MachServices");
-  EXPECT_EQ(with("<key>../x</key><true/>"), "one of its MachServices has no valid name");
+  EXPECT_EQ(with(""), "none of its MachServices is enabled");
+  EXPECT_EQ(with("<key>com.x</key><false/>"), "none of its MachServices is enabled");
+  EXPECT_EQ(with("<key>../x</key><true/>"), "one of its MachServices has an invalid name");
   EXPECT_EQ(with("<key>jobd</key><true/>"), "the service name \"jobd\" is taken");
   EXPECT_EQ(with("<key>com.x</key><dict/>"), "");
   std::string many;
@@ -99,14 +99,14 @@ TEST(JobFile, ServicesAreItsOwn) {
     EXPECT_FALSE(platform::mayOffer("com.x", foreign)) << foreign;
     if (foreign.empty()) continue;
     EXPECT_EQ(
-        refusal(document(label + program + "<key>MachServices</key><dict><key>com.x</key>" +
+        refusal(document(kLabel + kProgram + "<key>MachServices</key><dict><key>com.x</key>" +
                          "<true/><key>" + foreign + "</key><true/></dict>")),
         "the service " + foreign + " is not its own: it may offer com.x and names below that");
   }
 }
 
 TEST(JobFile, DictionaryNeedsTheLabelOnly) {
-  const auto dictionary = platform::jobDictionary(bytes(document(label)), "com.x", nullptr);
+  const auto dictionary = platform::jobDictionary(bytes(document(kLabel)), "com.x", nullptr);
   ASSERT_TRUE(dictionary);
   EXPECT_EQ(dictionary->count(), 1U);
 }
@@ -118,13 +118,13 @@ std::string argumentsOf(std::size_t count) {
 }
 
 TEST(JobFile, HasSoManyArgumentsAndServicesAtMost) {
-  EXPECT_EQ(refusal(document(label + services + argumentsOf(64))), "");
-  EXPECT_EQ(refusal(document(label + services + argumentsOf(65))),
+  EXPECT_EQ(refusal(document(kLabel + kServices + argumentsOf(64))), "");
+  EXPECT_EQ(refusal(document(kLabel + kServices + argumentsOf(65))),
             "it has too many ProgramArguments");
   std::string many;
   for (int i = 0; i < 16; ++i) many += "<key>com.x.s" + std::to_string(i) + "</key><true/>";
   const std::string refused = "<key>com.x.off</key><false/>";  // does not count
-  EXPECT_EQ(refusal(document(label + program + "<key>MachServices</key><dict>" + many + refused +
+  EXPECT_EQ(refusal(document(kLabel + kProgram + "<key>MachServices</key><dict>" + many + refused +
                              "</dict>")),
             "");
 }
@@ -143,27 +143,28 @@ TEST(JobFile, AnArgumentHoldsNoNul) {
     return parseJobFile(data->span(), "com.x", &reason) ? "" : reason;
   };
   EXPECT_EQ(withArgument("plain"), "");
-  EXPECT_EQ(withArgument(std::string_view("a\0b", 3)), "one of its ProgramArguments is no text");
+  EXPECT_EQ(withArgument(std::string_view("a\0b", 3)),
+            "one of its ProgramArguments is not a string");
 }
 
 TEST(JobFile, AnEmptyProgramIsNoPath) {
-  EXPECT_EQ(refusal(document(label + services +
+  EXPECT_EQ(refusal(document(kLabel + kServices +
                              "<key>ProgramArguments</key><array><string></string></array>")),
-            "its program is no absolute path");
+            "its program is not an absolute path");
 }
 
 TEST(JobFile, WhyItIsNoneNeedNotBeAsked) {
-  for (const std::string& bad : {std::string(), document(""), document(label),
-                                 document(label + program), document(label + services)})
+  for (const std::string& bad : {std::string(), document(""), document(kLabel),
+                                 document(kLabel + kProgram), document(kLabel + kServices)})
     EXPECT_FALSE(parseJobFile(bytes(bad), "com.x", nullptr)) << bad;
 }
 
 TEST(JobFile, AServiceOfAnotherKindThanTrueOrOptionsIsNotOffered) {
-  EXPECT_EQ(refusal(document(label + program +
+  EXPECT_EQ(refusal(document(kLabel + kProgram +
                              "<key>MachServices</key><dict><key>com.x</key><string>yes</string>"
                              "</dict>")),
-            "it offers none of its MachServices");
-  EXPECT_EQ(refusal(document(label + program)), "it has no MachServices");
+            "none of its MachServices is enabled");
+  EXPECT_EQ(refusal(document(kLabel + kProgram)), "it has no MachServices");
 }
 
 TEST(JobFile, WhatAPropertyListCannotHoldIsNotWritten) {

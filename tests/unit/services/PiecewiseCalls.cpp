@@ -33,7 +33,7 @@ void limitReads(std::vector<std::size_t> limits) {
 
 }  // namespace piecewise
 
-// The linker prefers these to the system library's.
+// The linker prefers these to the C library's.
 extern "C" {
 
 ssize_t sendmsg(int socket, const msghdr* message, int flags) {

@@ -1,8 +1,7 @@
-// Sends and reads that move less than they are asked to: PiecewiseCalls.cpp stands before the
-// system's calls in the program that it is linked into.
+// Makes sends and reads transfer less than requested: PiecewiseCalls.cpp replaces the system's
+// calls in the program that it is linked into.
 //
 // Threading: one thread at a time.
-// Order: as called.
 #pragma once
 
 #include <sys/types.h>
@@ -11,8 +10,8 @@
 
 namespace piecewise {
 
-/// From here on, each sendmsg moves the next of these many bytes of its one piece at most. Those
-/// after the last are ordinary again.
+/// From now on, each sendmsg sends at most the next of these numbers of bytes of its single buffer.
+/// After the last, calls are unlimited again.
 void limitSends(std::vector<std::size_t> limits);
 /// The same for pread; a limit of 0 is the end of the file.
 void limitReads(std::vector<std::size_t> limits);

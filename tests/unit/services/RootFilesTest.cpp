@@ -1,4 +1,4 @@
-// Which directory is taken for a root: never one that somebody else could have put there.
+// Which directory is accepted as a root: never one that another user could have put there.
 #include "platform/services/RootFiles.h"
 
 #include <fcntl.h>
@@ -21,7 +21,7 @@ using platform::SystemRoot;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
 
-/// What an open says: "opened", "none", or the cause of its refusal.
+/// The outcome of an open: "opened", "none", or the cause of its refusal.
 std::string outcome(const std::function<FileDescriptor()>& open) try {
   return open() ? "opened" : "none";
 } catch (const ServiceError& error) {
@@ -107,12 +107,12 @@ TEST_F(RootDirectory, ARootThatOthersCanWriteIsRefusedStickyOrNot) {
 
 TEST_F(RootDirectory, AFileInItsPlaceOrAboveItIsNoDirectory) {
   testsupport::writeFile(directory_ / "file", "x");
-  EXPECT_THAT(used(directory_ / "file"), HasSubstr("is no directory"));
-  EXPECT_THAT(kept(directory_ / "file/root"), HasSubstr("is no directory"));
+  EXPECT_THAT(used(directory_ / "file"), HasSubstr("is not a directory"));
+  EXPECT_THAT(kept(directory_ / "file/root"), HasSubstr("is not a directory"));
 }
 
 TEST_F(RootDirectory, OfAnotherUserIsRefusedAndWhoseItIsIsSaid) {
-  if (!testsupport::isSuperuser()) {  // the superuser's are there for all to use, but not to keep
+  if (!testsupport::isSuperuser()) {  // anyone may use the superuser's roots, but not manage them
     EXPECT_EQ(used("/usr"), "opened");
     EXPECT_THAT(kept("/usr"), HasSubstr("the system root /usr belongs to root, and this is user"));
     return;
@@ -259,7 +259,7 @@ TEST_F(RootDirectory, BelowWhatIsNoDirectoryNothingIsMade) {
   EXPECT_EQ(used(directory_ / "file/root"),
             "not a refusal: the directory " + (directory_ / "file").string() +
                 " above the system root " + (directory_ / "file/root").string() +
-                " is no directory");
+                " is not a directory");
 }
 
 TEST_F(RootDirectory, WhatIsNotOpenCannotBeExamined) {

@@ -149,7 +149,7 @@ TEST(ServiceEndpoints, NamesWithoutAJobAreUnknown) {
   }
 }
 
-/// A root of the test's own, where services may listen.
+/// A temporary root where services may listen.
 struct CurrentRoot {
   CurrentRoot() {
     platform::SystemRoot::setCurrent(here);
@@ -284,7 +284,7 @@ TEST(ServiceEndpoints, WhatIsNoServiceNameIsSaidToBeNone) {
   const TemporaryDirectory directory;
   platform::SystemRoot::setCurrent(platform::SystemRoot(directory.path()));
   const auto endpoints = platform::serviceEndpoints().load();
-  EXPECT_EQ(endpoints->connectToService("../x").reason, "it is no valid service name");
+  EXPECT_EQ(endpoints->connectToService("../x").reason, "it is not a valid service name");
   EXPECT_EQ(endpoints->connectToService("com.x").reason, "no job offers it");
   fs::create_directories(directory.path() / "Library/LaunchDaemons");
   EXPECT_EQ(endpoints->connectToService("com.x").reason, "no job offers it");
@@ -340,13 +340,13 @@ TEST(RootFiles, WhatIsWrongWithAFileIsSaid) {
     return "";
   };
   EXPECT_EQ(failure("file", 4), "file is larger than 4 bytes");
-  EXPECT_EQ(failure(".", 4), ". is no regular file");
+  EXPECT_EQ(failure(".", 4), ". is not a regular file");
   EXPECT_EQ(failure("link", 5), "cannot open link: Too many levels of symbolic links");
   piecewise::limitReads({2, 1});
   const auto bytes = platform::readFileIn(root.get(), "file", 5);
   EXPECT_EQ(std::string(bytes->begin(), bytes->end()), "12345");
   piecewise::limitReads({2, 0});
-  EXPECT_EQ(failure("file", 5), "file became shorter while it was read");
+  EXPECT_EQ(failure("file", 5), "file shrank while it was being read");
 }
 
 TEST(RootFiles, ADescriptorIsReadFromItsFirstByte) {
@@ -370,8 +370,8 @@ TEST(RootFiles, ADescriptorIsReadFromItsFirstByte) {
 }
 
 TEST(RootFiles, LimitsAreThoseOfTheSystem) {
-  EXPECT_EQ(platform::maximumJobFileBytes, 65'536U);
-  EXPECT_EQ(platform::maximumHelperBytes, 67'108'864U);
+  EXPECT_EQ(platform::kMaximumJobFileBytes, 65'536U);
+  EXPECT_EQ(platform::kMaximumHelperBytes, 67'108'864U);
 }
 
 TEST(RootFiles, NamesAreSortedAndTheDirectoryIsLeftAsItIs) {
@@ -402,7 +402,7 @@ TEST(ServiceEndpoints, DescriptorsThatAreUsedUpAreAPassingShortage) {
   ::setrlimit(RLIMIT_NOFILE, &few);
   while (all.empty() || all.back()) all.emplace_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
   all.pop_back();
-  // Whichever step it is that finds none left.
+  // Runs out of descriptors at each step in turn.
   std::vector<platform::ServiceConnectResult> results;
   for (int left = 0; left < 8; ++left) {
     results.push_back(endpoints->connectToService("com.x"));

@@ -117,7 +117,7 @@ TEST_F(DevicesTest, AProblemIsALineThatSaysHowToBeRidOfIt) {
 TEST_F(DevicesTest, AProblemThatIsNoConfigurationsHasNoRemoval) {
   writeFile(root_.path(), "no directory");
   const Outcome outcome = devices();
-  EXPECT_NE(outcome.err.find("is no directory\n"), std::string::npos) << outcome.err;
+  EXPECT_NE(outcome.err.find("is not a directory\n"), std::string::npos) << outcome.err;
   EXPECT_EQ(outcome.err.find("takes it away"), std::string::npos) << outcome.err;
 }
 

@@ -338,7 +338,7 @@ TEST_F(InventoryTest, DevicesThatCannotBeListedSayWhy) {
   const DeviceList list = devicesOf(root_);
   EXPECT_TRUE(list.devices.empty());
   ASSERT_EQ(list.problems.size(), 1U);
-  EXPECT_NE(list.problems[0].find("is no directory"), std::string::npos) << list.problems[0];
+  EXPECT_NE(list.problems[0].find("is not a directory"), std::string::npos) << list.problems[0];
 }
 
 TEST_F(InventoryTest, TakesEveryPartOfTheRootThatIsAskedFor) {

@@ -122,7 +122,7 @@ TEST_F(ReadRouterVersions, WithoutAJobOrAPlaceSayWhy) {
   EXPECT_FALSE(read.installed);
   EXPECT_EQ(read.jobProblem, "there is no system root " + root_.path().string());
   testsupport::writeFile(root_.path(), "no directory");
-  EXPECT_NE(readRouterVersions().jobProblem.find("is no directory"), std::string::npos);
+  EXPECT_NE(readRouterVersions().jobProblem.find("is not a directory"), std::string::npos);
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
-// What the refused programs share. Each is a program that must not compile, and why, in its first
-// line.
+// Shared by the programs that must not compile. Each one's first line says why it must not.
 #pragma once
 
 #include "WLHIDAccess/WLHIDAccess.h"
