@@ -14,7 +14,7 @@ namespace {
 using platform::KQLogFile;
 using platform::KQLogModuleFileProvider;
 
-/// The first answer to a question, whenever and from wherever it comes.
+/// The first answer to a question, at any time and from any thread.
 template <class T>
 class FirstAnswer {
  public:
@@ -53,13 +53,13 @@ std::string problemOf(const std::shared_ptr<platform::NSError>& error) {
 }
 
 std::string noAnswer(std::chrono::milliseconds patience) {
-  return "gave no answer within " + std::to_string(patience.count()) + " ms";
+  return "did not answer within " + std::to_string(patience.count()) + " ms";
 }
 
-/// Asks, and waits for the first answer. `ask` is given the place for it.
+/// Asks, and waits for the first answer, which `ask` must put into the place it is given.
 template <class T, class Ask>
 T answerTo(const Ask& ask, std::chrono::milliseconds patience) {
-  // Shared with the handler, which may be kept and called when nobody waits any more.
+  // Shared with the handler, which may be kept and called after the wait has ended.
   const auto answer = std::make_shared<FirstAnswer<T>>();
   std::string problem;
   try {
@@ -69,7 +69,7 @@ T answerTo(const Ask& ask, std::chrono::milliseconds patience) {
   } catch (...) {
     problem = "failed";
   }
-  // One that has failed may have answered before.
+  // One that failed may have answered before that.
   T given = answer->wait(problem.empty() ? patience : std::chrono::milliseconds(0))
                 .value_or(T{.problem = noAnswer(patience)});
   if (!problem.empty()) given.problem = problem;
@@ -91,7 +91,7 @@ Files filesOf(KQLogModuleFileProvider& provider, std::chrono::milliseconds patie
 std::string pathOf(const std::shared_ptr<platform::NSURL>& url, std::string& problem) {
   if (!url) return {};
   const auto path = url->path();
-  if (!path) problem = "is at " + url->description() + ", which is no file";
+  if (!path) problem = "is at " + url->description() + ", which is not a file";
   return textOf(path);
 }
 

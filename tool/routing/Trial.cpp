@@ -17,7 +17,7 @@ using platform::KQLogEntry;
 using platform::KQLogger;
 using platform::KQLogSink;
 
-/// What has happened so far, from whichever thread it is told.
+/// What has happened so far, reported from any thread.
 class Course {
  public:
   void status(WLHIDEventRouterClientStatus status) {
@@ -25,7 +25,7 @@ class Course {
     if (status == WLHIDEventRouterClientStatusRouterUnavailable)
       end("the router is not installed, or not current");
   }
-  /// The reason comes behind the status that it explains.
+  /// The reason follows the status that it explains.
   void error(const std::string& text, std::int64_t code) {
     bool refused = false;
     change([&](TrialResult& result) {
@@ -46,7 +46,7 @@ class Course {
     });
     ended_.notify_all();
   }
-  /// False when the patience was used up first.
+  /// False on a timeout.
   bool wait(std::chrono::milliseconds patience) {
     std::unique_lock lock(mutex_);
     return ended_.wait_for(lock, patience, [this] { return !result_.outcome.empty(); });
@@ -68,7 +68,7 @@ class Course {
   TrialResult result_;
 };
 
-/// Takes no input: the framework then logs that it came, which is what is wanted.
+/// Takes no input: so the framework logs that it arrived, which is what the trial watches for.
 class Delegate final : public WLHIDEventRouterClientDelegate {
  public:
   explicit Delegate(std::shared_ptr<Course> course) : course_(std::move(course)) {}
@@ -86,10 +86,10 @@ class Delegate final : public WLHIDEventRouterClientDelegate {
   const std::shared_ptr<Course> course_;
 };
 
-/// While it lives, every line is logged, and the course hears of input.
+/// While it lives, every line is logged, and the course is told about input.
 ///
-/// The sink stays: a line that was let through at the lower level may reach it when the level is
-/// back already, and must not be shown then either.
+/// The sink stays in place: a line admitted at the lower level may reach it after the level has
+/// been restored, and must not be shown then either.
 class EverythingLogged {
  public:
   explicit EverythingLogged(const std::shared_ptr<Course>& course)

@@ -142,7 +142,7 @@ TEST_F(DevicesTest, WhatAnOlderVersionConfiguredCanBePutRightAsTheMessageSays) {
   EXPECT_NE(problem.find("remove this device and add its recording again ("), std::string::npos)
       << problem;
   const std::size_t begin = problem.rfind('(') + 1;
-  const std::string advised = problem.substr(begin, problem.rfind(" takes it away") - begin);
+  const std::string advised = problem.substr(begin, problem.rfind(" removes it") - begin);
   const Outcome removed = run({"sh", "-c", advised}, options());
   EXPECT_EQ(removed.status, 0) << advised << ": " << removed.err;
   EXPECT_EQ(runTool({"devices"}).err, "");
@@ -216,7 +216,7 @@ TEST_F(DevicesTest, ADeviceWhoseRecordingIsGoneCanBeRemoved) {
   for (const char* name : {"one", "two", "three"})
     fs::remove(root / "etc/hideventrouter/recordings" / (name + std::string(".hid")));
   const Outcome listed = runTool({"devices", "--json"});
-  EXPECT_NE(listed.err.find("devices remove two takes it away)"), std::string::npos) << listed.err;
+  EXPECT_NE(listed.err.find("devices remove two removes it)"), std::string::npos) << listed.err;
   EXPECT_EQ(runTool({"devices", "remove", id.substr(0, id.find('\n'))}).status, 0);
   EXPECT_EQ(runTool({"devices", "remove", "two"}).status, 0);
   EXPECT_EQ(runTool({"devices", "remove", "Third"}).status, 0);

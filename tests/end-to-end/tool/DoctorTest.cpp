@@ -206,7 +206,7 @@ TEST_F(DoctorTest, ForAUserWhoMayNotConnect) {
   giveToNobody(directory / "home");
   const auto document = checked(runToolAsNobody({"doctor"}), runToolAsNobody({"doctor", "--json"}));
   EXPECT_EQ(document["inOrder"], false);
-  EXPECT_NE(failures(document)["system root"].find("belongs to user 0, and this user, 65534, may "
+  EXPECT_NE(failures(document)["system root"].find("belongs to user 0; this user, 65534, may "
                                                    "not connect"),
             std::string::npos)
       << document.dump(1);
@@ -293,7 +293,7 @@ TEST_F(DoctorTest, WithABrokenDevice) {
   // The list that it points to says what to type.
   const std::string list = run({"sh", "-c", adviceFor(document, "devices")}, options()).err;
   const std::size_t begin = list.rfind('(') + 1;
-  follow(list.substr(begin, list.rfind(" takes it away") - begin), options());
+  follow(list.substr(begin, list.rfind(" removes it") - begin), options());
   EXPECT_EQ(runTool({"doctor"}).status, 0) << "removing the device, as advised, did not help";
 }
 
@@ -334,7 +334,7 @@ TEST_F(DoctorTest, OnAFullDisk) {
                                         (directory / "disk/root").string() + "' doctor");
   EXPECT_EQ(outcome.status, 1) << outcome.err;
   EXPECT_NE(outcome.out.find("FAIL  disk            full: "), std::string::npos) << outcome.out;
-  EXPECT_NE(outcome.out.find(" -> make room"), std::string::npos) << outcome.out;
+  EXPECT_NE(outcome.out.find(" -> free some space"), std::string::npos) << outcome.out;
 }
 
 TEST_F(DoctorTest, OnADiskThatCannotBeAsked) {

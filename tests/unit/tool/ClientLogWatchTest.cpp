@@ -31,7 +31,7 @@ TEST_F(ClientLogWatchTest, HearsOfAnInterruptionAndOfALostStart) {
   log(3, "WLHIDEventRouterClient: xpcConnectionToService experienced an interruption");
   log(3, "Error(S): %@", "the reason");
   EXPECT_EQ(heard, (std::vector<std::string>{"the router ended unexpectedly",
-                                             "the router gave no answer: Error(S): the reason"}));
+                                             "the router did not answer: Error(S): the reason"}));
 }
 
 TEST_F(ClientLogWatchTest, HearsOfNothingElse) {

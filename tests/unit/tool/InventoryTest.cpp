@@ -163,7 +163,7 @@ TEST_F(InventoryTest, ALogThatCannotBeReadSaysWhyAndWhoseItIs) {
 TEST_F(InventoryTest, AnEndpointHasAValidName) {
   const Endpoint wrong = endpoint("../\x1b");
   EXPECT_EQ(wrong.service, "../\x1b");
-  EXPECT_EQ(wrong.problem, "\"../\\x1b\" is no valid name of a service");
+  EXPECT_EQ(wrong.problem, "\"../\\x1b\" is not a valid service name");
   EXPECT_EQ(wrong.path, "");
   EXPECT_FALSE(wrong.exists);
 }
@@ -190,8 +190,7 @@ TEST_F(InventoryTest, AnEndpointOfAnothersIsRefused) {
   const FileDescriptor socket = listenAt(root_.endpoint("a.b"));
   const std::string path = root_.endpoint("a.b");
   ASSERT_EQ(::chown(path.c_str(), testsupport::otherUser, testsupport::otherUser), 0);
-  EXPECT_EQ(endpoint("a.b").problem,
-            path + ": belongs to user 12345, neither to root nor to this user");
+  EXPECT_EQ(endpoint("a.b").problem, path + ": belongs to user 12345, not to root or this user");
 }
 
 TEST_F(InventoryTest, AnEndpointThatIsNoSocketOrALinkToOneSaysSo) {
@@ -286,7 +285,7 @@ TEST_F(InventoryTest, AJobDaemonThatTalksNonsenseIsNamedWithItsProcess) {
   const JobDaemonState state = askJobDaemon(root_);
   EXPECT_TRUE(state.asked);
   EXPECT_FALSE(state.reply);
-  EXPECT_TRUE(state.problem.starts_with("the job daemon cannot be asked: ")) << state.problem;
+  EXPECT_TRUE(state.problem.starts_with("the job daemon cannot be queried: ")) << state.problem;
   EXPECT_EQ(state.process, ::getpid()) << "this process began to listen";
 }
 

@@ -74,7 +74,7 @@ TEST(LogModules, ThatFailAreToldOf) {
   EXPECT_EQ(answerOf("throws", [](const auto&) { throw std::runtime_error("no"); }).problem,
             "failed: no");
   EXPECT_EQ(answerOf("throws other", [](const auto&) { throw 5; }).problem, "failed");
-  EXPECT_EQ(answerOf("silent", [](const auto&) {}).problem, "gave no answer within 20 ms");
+  EXPECT_EQ(answerOf("silent", [](const auto&) {}).problem, "did not answer within 20 ms");
 }
 
 TEST(LogModules, TakeNothingFromOneAnother) {
@@ -112,7 +112,7 @@ TEST(LogModules, MayAnswerFromAnotherThreadAndTooLate) {
   EXPECT_EQ(readModuleFile(answering, kModulePatience).problem, "");
   late.join();
   EXPECT_EQ(contentOf([&](const auto&, const auto& handler) { kept = handler; }).problem,
-            "gave no answer within 20 ms");
+            "did not answer within 20 ms");
   kept(nullptr, nullptr, nullptr, false);  // nobody waits for it any more
 }
 
@@ -134,7 +134,7 @@ TEST(LogModules, FilesThatFailAreToldOf) {
   EXPECT_EQ(contentOf([](const auto&, const auto& handler) {
               handler(nullptr, NSURL::URLWithString(str("http://a/b")), nullptr, false);
             }).problem,
-            "is at http://a/b, which is no file");
+            "is at http://a/b, which is not a file");
   const ModuleContent half = contentOf([](const auto&, const auto& handler) {
     handler(error(), nullptr, NSData::dataWithBytes({}), false);
   });

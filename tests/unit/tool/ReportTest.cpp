@@ -166,7 +166,8 @@ TEST_F(ReportTest, AModuleThatFailsIsNamedAndLosesNoOther) {
   EXPECT_EQ(module(written, "behind.log"), "behind\n");
   EXPECT_EQ(problemOf(written, "module failing"), "failed: serial MARKFAIL and /home/MARKPATH/x");
   EXPECT_EQ(problemOf(written, "module ../test, file throws.log"), "failed: no");
-  EXPECT_EQ(problemOf(written, "module ../test, file nothing.log"), "gave neither data nor a file");
+  EXPECT_EQ(problemOf(written, "module ../test, file nothing.log"),
+            "provided neither data nor a file");
   EXPECT_EQ(problemOf(written, "module ../test, file "), "has no source");
   EXPECT_TRUE(
       problemOf(written, "module ../test, file gone.log").ends_with("No such file or directory"));
@@ -343,7 +344,7 @@ TEST_F(ReportTest, SaysWhatItIsDoing) {
   static_cast<void>(writeReport(request, archive));
   EXPECT_EQ(steps.size(), static_cast<std::size_t>(reportSteps(request)));
   ASSERT_GE(steps.size(), 4U);
-  EXPECT_EQ(steps.front(), "Looking at router, jobs and devices");
+  EXPECT_EQ(steps.front(), "Checking router, jobs and devices");
   EXPECT_EQ(steps.back(), "Writing the manifest");
 }
 

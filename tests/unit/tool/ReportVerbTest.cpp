@@ -56,7 +56,7 @@ TEST_F(ReportVerbTest, SaysWhatHasBeenWrittenAndWhatIsMissing) {
 TEST_F(ReportVerbTest, WithInputSaysSoAndHasTheRecordings) {
   const std::string id = addDevice("m.hid", "Mouse 12");
   const Outcome outcome = report({"--with-input"});
-  EXPECT_NE(outcome.out.find("files, with input and serial numbers: mind who gets it\n"),
+  EXPECT_NE(outcome.out.find("files, with input and serial numbers: be careful who gets it\n"),
             std::string::npos)
       << outcome.out;
   const auto files = testsupport::readArchive(out_);
@@ -167,7 +167,7 @@ TEST_F(ReportVerbTest, ShowsItsProgressOnATerminal) {
   }
   static_cast<void>(testing::internal::GetCapturedStdout());
   const std::string shown = terminal.shown();
-  EXPECT_NE(shown.find("] Looking at router, jobs and devices"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("] Checking router, jobs and devices"), std::string::npos) << shown;
   EXPECT_NE(shown.find("] Writing the manifest"), std::string::npos) << shown;
 }
 

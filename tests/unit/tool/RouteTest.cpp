@@ -49,16 +49,17 @@ TEST_F(RouteTest, WrongUsageIsRefusedOptionByOption) {
   EXPECT_TRUE(isRefusal(route({}), 2, device));
   EXPECT_TRUE(isRefusal(route({"1", "--recording", "f"}), 2, device));
   EXPECT_TRUE(isRefusal(route({"1", "--speed", "2"}), 2,
-                        "--speed is for --recording; a device that was added has its own"));
+                        "--speed goes with --recording; an added device has its own speed"));
   EXPECT_TRUE(isRefusal(route({"--recording", "f", "--speed", "fast"}), 2,
                         "--speed: fast is neither a number from 0.001 to 1000 nor max"));
   for (const char* seconds : {"-0.1", "1000000001", "nan", "inf"}) {
     EXPECT_TRUE(isRefusal(route({"1", "--seconds", seconds}), 2,
                           "--seconds must be a number from 0 to 1000000000"));
   }
+  EXPECT_TRUE(isRefusal(route({"1", "--count", "-3"}), 2,
+                        "--count: -3 is not a whole number of at least 0"));
   EXPECT_TRUE(
-      isRefusal(route({"1", "--count", "-3"}), 2, "--count: -3 is no whole number from 0 on"));
-  EXPECT_TRUE(isRefusal(route({"1", "--mode", "x"}), 2, "--mode: x is no whole number from 0 on"));
+      isRefusal(route({"1", "--mode", "x"}), 2, "--mode: x is not a whole number of at least 0"));
   for (const char* tag : {"1", "1:", ":1", "x:1", "1:x", "0x10000:1", "1:0x10000"}) {
     EXPECT_TRUE(
         isRefusal(route({"1", "--tag", tag}), 2,
