@@ -12,8 +12,8 @@ namespace tool {
 namespace {
 
 /// Below this the log loses lines, and an install fails.
-constexpr std::uint64_t kFewBytes = std::uint64_t{1} << 20;
-constexpr std::uint64_t kFewFiles = 16;
+constexpr std::uint64_t kMinimumFreeBytes = std::uint64_t{1} << 20;
+constexpr std::uint64_t kMinimumFreeFiles = 16;
 
 constexpr std::string_view kReinstallProgram =
     "reinstall this program: the router that it carries is missing or damaged";
@@ -209,7 +209,7 @@ Check logCheck(const LogState& log) {
 Check diskCheck(const DiskState& disk) {
   const std::string name = "disk";
   if (!disk.problem.empty()) return failed(name, disk.problem, "check the file system");
-  if (disk.freeBytes >= kFewBytes && disk.freeFiles >= kFewFiles)
+  if (disk.freeBytes >= kMinimumFreeBytes && disk.freeFiles >= kMinimumFreeFiles)
     return passed(name, std::to_string(disk.freeBytes >> 20) + " MiB free");
   return failed(name,
                 "full: " + std::to_string(disk.freeBytes) + " bytes free on the system root's disk",

@@ -4,7 +4,7 @@
 // separately, and a problem of one does not affect the others.
 //
 // Threading: the main thread, which asks the modules; they may answer on any thread. Blocks for at
-//   most `patience` per answer.
+//   most `timeout` per answer.
 // Ownership: files and contents are shared with their modules.
 // Errors: in the results.
 // Order: that of the logger's modules and of a module's files.
@@ -21,7 +21,7 @@
 
 namespace tool {
 
-inline constexpr std::chrono::seconds kModulePatience{30};
+inline constexpr std::chrono::seconds kModuleTimeout{30};
 
 struct ModuleFiles {
   std::string identifier;
@@ -42,9 +42,9 @@ struct ModuleContent {
 
 /// The files of every module of the shared logger that provides any.
 [[nodiscard]] std::vector<ModuleFiles> askLogModules(
-    std::chrono::milliseconds patience = kModulePatience);
+    std::chrono::milliseconds timeout = kModuleTimeout);
 [[nodiscard]] ModuleContent readModuleFile(const std::shared_ptr<platform::KQLogFile>& file,
-                                           std::chrono::milliseconds patience = kModulePatience);
+                                           std::chrono::milliseconds timeout = kModuleTimeout);
 /// A string's text, empty for null.
 [[nodiscard]] std::string textOf(const std::shared_ptr<platform::NSString>& string);
 

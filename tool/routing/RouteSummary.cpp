@@ -15,7 +15,7 @@ namespace tool {
 
 namespace {
 
-constexpr std::chrono::milliseconds kPatience{500};
+constexpr std::chrono::milliseconds kTimeout{500};
 constexpr std::chrono::milliseconds kPause{10};
 
 std::string decimal(const char* format, double number) {
@@ -45,7 +45,7 @@ LossCount::LossCount(platform::SystemRoot root) : root_(std::move(root)) {
 }
 
 std::optional<Losses> LossCount::take() const {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   auto status = runningRouter(root_);
   // No event tells that the router has updated its status.
   while (status && hasSessionOfOurs(*status) && std::chrono::steady_clock::now() < deadline) {

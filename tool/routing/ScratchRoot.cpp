@@ -22,7 +22,7 @@ namespace tool {
 
 namespace {
 
-constexpr int kDaemonPatience = 10'000;  // milliseconds
+constexpr int kDaemonTimeout = 10'000;  // milliseconds
 constexpr std::chrono::milliseconds kPauseBetweenTries{10};
 
 std::filesystem::path temporaryDirectory() {
@@ -101,7 +101,7 @@ void endJobDaemon(pid_t pid) {
   if (process < 0) return;
   for (const int number : {SIGTERM, SIGKILL}) {
     ::syscall(SYS_pidfd_send_signal, process, number, nullptr, 0);
-    if (waitForEnd(process, kDaemonPatience)) break;
+    if (waitForEnd(process, kDaemonTimeout)) break;
   }
   ::close(process);
 }

@@ -19,7 +19,7 @@
 
 namespace tool {
 
-inline constexpr std::chrono::seconds kTrialPatience{10};
+inline constexpr std::chrono::seconds kTrialTimeout{10};
 
 struct TrialResult {
   std::uint64_t registryEntryID = 0;
@@ -30,8 +30,8 @@ struct TrialResult {
   std::string outcome;                     ///< "input came", "no input within 10 s", …
 };
 
-/// Ends with the first input, with a failure, or after `patience`. Starts the router if necessary.
+/// Ends with the first input, with a failure, or after `timeout`. Starts the router if necessary.
 [[nodiscard]] TrialResult tryDevice(std::uint64_t registryEntryID,
-                                    std::chrono::milliseconds patience = kTrialPatience);
+                                    std::chrono::milliseconds timeout = kTrialTimeout);
 
 }  // namespace tool

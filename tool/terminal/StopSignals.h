@@ -20,7 +20,7 @@ class StopSignals {
   /// Readable once a signal has arrived.
   [[nodiscard]] int descriptor() const { return descriptor_; }
   /// From now on, another such signal ends the process at once.
-  void letTheNextOneEndTheProcess();
+  void unblock();
 
  private:
   int descriptor_;

@@ -137,7 +137,8 @@ class UnansweredStart {
     if (session.answered()) return otherwise;
     return otherwise < 0 ? interval : std::min(interval, otherwise);
   }
-  void endIfInVain(RouteSession& session, const std::shared_ptr<WLHIDEventRouterClient>& client) {
+  void endIfUnanswerable(RouteSession& session,
+                         const std::shared_ptr<WLHIDEventRouterClient>& client) {
     if (session.answered() || session.ended() || Clock::now() < next_) return;
     if (const auto problem = watch_.ask()) session.end(client, {true, *problem + advice_});
     next_ = Clock::now() + StartWatch::kInterval;
@@ -162,10 +163,10 @@ void waitForEnd(RouteSession& session, const std::shared_ptr<WLHIDEventRouterCli
                                  pollfd{session.wakeDescriptor(), POLLIN, 0}};
     ::poll(events.data(), events.size(), start.milliseconds(session, deadline.milliseconds()));
     const bool interrupted = events[0].revents != 0;
-    if (interrupted) signals.letTheNextOneEndTheProcess();
+    if (interrupted) signals.unblock();
     if (interrupted || deadline.passed()) session.end(client, {});
     session.drainWake();
-    start.endIfInVain(session, client);
+    start.endIfUnanswerable(session, client);
   }
 }
 
@@ -203,7 +204,7 @@ int routeDevice(std::uint64_t registryEntryID, const RouteOptions& options, Stop
   waitForEnd(*session, client, signals, Deadline(options.seconds),
              UnansweredStart(adviceFor(options)));
   const auto time = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
-  signals.letTheNextOneEndTheProcess();
+  signals.unblock();
   client->setDelegate(nullptr);
   client.reset();
   const RouteEnd end = session->howItEnded();

@@ -69,7 +69,7 @@ class DoctorTest : public SituationTest {
   /// What was ended may take a moment to be gone.
   template <class Ask>
   static void waitUntilMended(std::string_view name, const Ask& ask) {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
     while (failures(ask()).contains(std::string(name))) {
       if (std::chrono::steady_clock::now() > deadline)
         throw std::runtime_error("the advice for " + std::string(name) + " did not help");

@@ -151,7 +151,7 @@ bool Process::readSome(std::chrono::steady_clock::time_point deadline) {
 }
 
 void Process::waitForOutput(const std::function<bool(const std::string&)>& enough) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (!enough(out_.text)) {
     if (!readSome(deadline)) {
       throw std::runtime_error("the program ended first; standard output:\n" + out_.text +
@@ -169,7 +169,7 @@ void Process::waitUntilWritingIsStuck() const {
   const std::string stuck = std::to_string(SYS_write) + " 0x1 ";
   const std::filesystem::path tasks =
       std::filesystem::path("/proc") / std::to_string(pid_) / "task";
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (std::chrono::steady_clock::now() < deadline) {
     for (const auto& task : std::filesystem::directory_iterator(tasks)) {
       std::ifstream in(task.path() / "syscall");
@@ -191,7 +191,7 @@ void Process::signal(int number) const {
 
 int Process::wait() {
   if (status_) return *status_;
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (readSome(deadline)) {
   }
   waitForEnd(pid_, deadline);

@@ -19,7 +19,7 @@
 namespace test {
 
 /// How long a test waits for anything before it gives up.
-inline constexpr std::chrono::seconds kPatience{60};
+inline constexpr std::chrono::seconds kTimeout{60};
 
 struct ProcessOptions {
   std::vector<std::pair<std::string, std::string>>

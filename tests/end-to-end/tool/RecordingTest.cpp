@@ -52,7 +52,7 @@ class RecordingTest : public ToolTest {
   }
   /// Waits until `relative` is there below the command's own root, or the command has ended.
   void waitForTemporary(const std::string& relative, pid_t process) const {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
     while (::kill(process, 0) == 0) {
       for (const auto& entry : fs::directory_iterator(directory)) {
         if (fs::exists(entry.path() / relative)) return;

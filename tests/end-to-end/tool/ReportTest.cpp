@@ -56,7 +56,7 @@ TEST_F(ReportTest, TellsOfARouterThatRuns) {
   Process route(wlhid({"route", id, "--json"}), options());
   route.waitForOutputContaining("\"report\"");
   // The router brings its status to disk beside its work, so reports may be ahead of it.
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (runTool({"status", "--json"}).out.find("\"deviceName\": \"QEMU") == std::string::npos) {
     ASSERT_LT(std::chrono::steady_clock::now(), deadline) << runTool({"status", "--json"}).out;
   }
@@ -211,7 +211,7 @@ TEST_F(ReportTest, ASignalLeavesTheOldReport) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     writeFile(out(), "old");
     Process process(wlhid({"report", out()}), options());
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
     while (std::distance(fs::directory_iterator(out().parent_path()), {}) < 2 &&
            std::chrono::steady_clock::now() < deadline) {
     }

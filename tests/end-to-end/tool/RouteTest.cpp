@@ -33,7 +33,7 @@ std::function<bool(const std::string&)> hasReports(std::size_t count) {
 
 /// Waits for something that no descriptor tells of.
 void waitUntil(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline)
       throw std::runtime_error("a condition did not come about in time");

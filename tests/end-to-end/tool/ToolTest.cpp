@@ -123,7 +123,7 @@ std::vector<pid_t> ToolTest::jobDaemons() const {
 }
 
 void ToolTest::expectNoProcessLeft() const {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   for (const pid_t pid : processesOfRoot(directory)) {
     EXPECT_TRUE(waitForEnd(pid, deadline))
         << "left running: " << pid << " "

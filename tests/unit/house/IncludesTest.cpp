@@ -81,7 +81,7 @@ bool isAllowed(const Rule& rule, const std::string& include) {
       rule.mayInclude, [&](std::string_view beginning) { return include.starts_with(beginning); });
 }
 
-TEST(Includes, FollowTheArrowsOfTheHouse) {
+TEST(Includes, FollowTheAllowedDirections) {
   const fs::path source = sourceDirectory();
   ASSERT_FALSE(source.empty()) << "WLHID_SOURCE_DIR is not set; run this test through ctest";
   std::size_t checked = 0;

@@ -8,7 +8,7 @@
 #include "router/RouterStatus.h"
 #include "tests/support/ArchiveReader.h"
 #include "tests/support/ScopedVariable.h"
-#include "tests/unit/tool/PlayedRouter.h"
+#include "tests/unit/tool/FakeRouter.h"
 #include "tests/unit/tool/PseudoTerminal.h"
 #include "tests/unit/tool/VerbTest.h"
 #include "tool/findings/InventoryJson.h"
@@ -131,7 +131,7 @@ TEST_F(ReportVerbTest, TellsEachStepOfThePresenceCheck) {
 }
 
 TEST_F(ReportVerbTest, TriesADeviceOnWish) {
-  const PlayedRouter router(platform_, [](auto& connection) {
+  const FakeRouter router(platform_, [](auto& connection) {
     connection.deliverReply(router::routerError(router::IOReturn::NoDevice, "serial QWERTZ"));
   });
   EXPECT_EQ(report({"--try", "23"}).status, 0);

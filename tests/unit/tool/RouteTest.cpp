@@ -10,7 +10,7 @@
 #include "router/RouterStatus.h"
 #include "testkit/RouterSide.h"
 #include "tests/support/ScopedVariable.h"
-#include "tests/unit/tool/PlayedRouter.h"
+#include "tests/unit/tool/FakeRouter.h"
 #include "tests/unit/tool/PseudoTerminal.h"
 #include "tests/unit/tool/VerbTest.h"
 
@@ -28,8 +28,8 @@ class RouteTest : public VerbTest {
     return run(addRouteVerb, more);
   }
   /// The same, while a router does this once it has been asked to route.
-  Outcome routeWith(PlayedRouter::Script router, const std::vector<std::string>& more) {
-    const PlayedRouter playing(platform_, std::move(router));
+  Outcome routeWith(FakeRouter::Script router, const std::vector<std::string>& more) {
+    const FakeRouter playing(platform_, std::move(router));
     return route(more);
   }
   /// What the router was asked.
@@ -77,7 +77,7 @@ TEST_F(RouteTest, WithoutARouterSaysHowToInstallOne) {
 }
 
 TEST_F(RouteTest, AsksForTheDeviceInTheModeWithTheTags) {
-  const PlayedRouter::Script refuse = [](auto& connection) {
+  const FakeRouter::Script refuse = [](auto& connection) {
     connection.deliverReply(router::routerError(router::IOReturn::NoDevice, "it is gone"));
   };
   const Outcome outcome = routeWith(

@@ -54,7 +54,7 @@ TEST(StopSignals, MakeADescriptorReadableAndTheNextOneEndsTheProcess) {
       say(isReadable(signals.descriptor()) ? 'r' : 'n');
       ::raise(number);
       say(isReadable(signals.descriptor()) ? 'r' : 'n');
-      signals.letTheNextOneEndTheProcess();
+      signals.unblock();
       say(isReadable(signals.descriptor()) ? 'r' : 'n');
       ::raise(number);
       say('!');

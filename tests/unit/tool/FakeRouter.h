@@ -15,17 +15,17 @@
 
 namespace tool {
 
-class PlayedRouter {
+class FakeRouter {
  public:
   using Script = std::function<void(platform::ScriptedConnection&)>;
 
-  PlayedRouter(platform::ScriptedPlatform& platform, Script script)
+  FakeRouter(platform::ScriptedPlatform& platform, Script script)
       : platform_(platform), thread_([this, script = std::move(script)] {
           if (isAsked()) script(*platform_.connection(1));
         }) {}
-  ~PlayedRouter() { thread_.join(); }
-  PlayedRouter(const PlayedRouter&) = delete;
-  PlayedRouter& operator=(const PlayedRouter&) = delete;
+  ~FakeRouter() { thread_.join(); }
+  FakeRouter(const FakeRouter&) = delete;
+  FakeRouter& operator=(const FakeRouter&) = delete;
 
  private:
   /// The request stands in the trace a moment before it can be answered.
