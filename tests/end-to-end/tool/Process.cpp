@@ -52,9 +52,9 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   return pointers;
 }
 
-/// Spawns in a session of its own and with every signal at its default, so that the child has no
-/// terminal and ignores nothing, whatever the test was started from: a shell lets what it starts in
-/// the background ignore SIGINT and SIGQUIT.
+/// Spawns in a new session with default signal dispositions, so that the child has no terminal and
+/// ignores no signal, however the test was started: a shell makes its background jobs ignore SIGINT
+/// and SIGQUIT.
 pid_t spawn(std::vector<std::string> command, std::vector<std::string> environment, int out,
             const char* outPath, int err) {
   posix_spawn_file_actions_t actions;

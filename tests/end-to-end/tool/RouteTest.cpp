@@ -20,7 +20,7 @@ std::size_t countOf(const std::vector<json>& lines, const char* kind) {
       std::ranges::count_if(lines, [&](const json& line) { return line.contains(kind); }));
 }
 
-/// Whether `text` holds `count` whole lines that begin like a delivery of that kind.
+/// Whether `text` holds `count` complete lines that begin like a delivery of this kind.
 std::function<bool(const std::string&)> hasReports(std::size_t count) {
   return [count](const std::string& text) {
     std::size_t found = 0;
@@ -31,7 +31,7 @@ std::function<bool(const std::string&)> hasReports(std::size_t count) {
   };
 }
 
-/// Waits for something that no descriptor tells of.
+/// Polls for something that no descriptor signals.
 void waitUntil(const std::function<bool()>& condition) {
   const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (!condition()) {
@@ -200,7 +200,7 @@ TEST_F(RouteTest, AnInterruptEndsItInOrder) {
     process.signal(number);
     EXPECT_EQ(process.wait(), 0) << number;
     EXPECT_EQ(process.errorOutput(), "");
-    EXPECT_EQ(process.output().back(), '\n') << "ends within a line";
+    EXPECT_EQ(process.output().back(), '\n') << "ends in mid-line";
   }
   waitUntil([this] { return routerStatus().is_null() || routerStatus()["sessions"].empty(); });
 }

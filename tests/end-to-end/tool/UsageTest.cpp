@@ -1,4 +1,4 @@
-// The command line itself: help, versions, and what is wrong usage.
+// The command line itself: help, versions and usage errors.
 #include "ToolTest.h"
 
 namespace test {

@@ -9,7 +9,7 @@ namespace {
 
 using platform::KQLogger;
 
-/// Puts the level back, whatever a test does to it.
+/// Restores the log level.
 class ClientLogWatchTest : public testing::Test {
  protected:
   ~ClientLogWatchTest() override { KQLogger::setLogLevel(before_); }
@@ -87,7 +87,7 @@ TEST_F(ClientLogWatchTest, PrintsNothingThatATerminalObeys) {
 TEST_F(ClientLogWatchTest, ALateLineIsShownOnlyAtTheUsersLevel) {
   KQLogger::setLogLevel(4);
   { const ClientLogWatch watch(hear); }
-  KQLogger::setLogLevel(3);  // as when the line was let through while the watch was there
+  KQLogger::setLogLevel(3);  // as if the line had been admitted while the watch existed
   testing::internal::CaptureStderr();
   log(3, "late");
   log(4, "the user's");

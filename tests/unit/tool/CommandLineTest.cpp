@@ -1,4 +1,4 @@
-// The command line as a whole: global options, help, and how each way of failing is told.
+// The command line as a whole: global options, help and error messages.
 #include "tool/command/CommandLine.h"
 
 #include <gmock/gmock.h>

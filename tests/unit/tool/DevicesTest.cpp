@@ -1,4 +1,4 @@
-// wlhid devices, and which device a word means.
+// wlhid devices, and which device a name or ID selects.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
@@ -26,7 +26,7 @@ class DevicesTest : public VerbTest {
     return devices(more);
   }
   static nlohmann::json listed() { return nlohmann::json::parse(devices({"--json"}).out); }
-  /// What is thrown.
+  /// The message of the exception.
   template <class Ask>
   static std::string refusal(const Ask& ask) {
     try {
@@ -156,7 +156,7 @@ TEST_F(DevicesTest, ANameThatTwoHaveMeansNone) {
   EXPECT_EQ(registryEntryIDOf(second), *parseNumber(second));
   EXPECT_EQ(configurationOf(first), "a");
   EXPECT_EQ(configurationOf(second), "b");
-  EXPECT_EQ(registryEntryIDOf("12"), *parseNumber(other)) << "a name wins over an ID";
+  EXPECT_EQ(registryEntryIDOf("12"), *parseNumber(other)) << "a name takes precedence over an ID";
   EXPECT_EQ(configurationOf("12"), "c");
 }
 
@@ -180,10 +180,10 @@ TEST_F(DevicesTest, AConfigurationMayBeSaidByItsOwnName) {
   EXPECT_EQ(configurationOf("broken"), "broken");
   EXPECT_EQ(refusal([] { return configurationOf(""); }),
             "there is no recorded device \"\" (wlhid devices lists them)")
-      << "what has no name is not meant";
+      << "a device without a name does not match";
   EXPECT_EQ(refusal([] { return configurationOf("id:0"); }),
             "there is no recorded device \"id:0\" (wlhid devices lists them)")
-      << "what has no ID is not meant";
+      << "a device without an ID does not match";
 }
 
 }  // namespace

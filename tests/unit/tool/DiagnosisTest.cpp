@@ -15,13 +15,13 @@ RouterCopy copyOf(const std::string& path, const std::string& version) {
   return {path, version, CopyState::Complete, {}, platform::str(version)};
 }
 
-/// The presence check for what is installed.
+/// The presence check for an installed router.
 PresenceCheck presenceOf(RouterVersions versions, bool installed) {
   auto steps = presenceSteps(versions);
   return {installed, std::move(versions), std::move(steps)};
 }
 
-/// A root on which all is well and nothing runs.
+/// A root in order, on which nothing runs.
 Inventory wellKept() {
   RouterVersions versions{copyOf("/own", "1.0"), copyOf("/installed", "1.0"), {}, {"service"}};
   return {platform::SystemRoot("/a root"),
@@ -35,7 +35,7 @@ Inventory wellKept() {
           {std::uint64_t{5} << 20, 100, {}}};
 }
 
-/// "found", behind "FAIL: " or "-: " where it did not pass; then " -> remedy" and " [command]".
+/// "found", after "FAIL: " or "-: " unless it passed; then " -> remedy" and " [command]".
 std::string shown(const Check& check) {
   const char* const state = check.state == Check::State::Passed   ? ""
                             : check.state == Check::State::Failed ? "FAIL: "
@@ -44,7 +44,7 @@ std::string shown(const Check& check) {
          (check.command.empty() ? "" : " [" + check.command + "]");
 }
 
-/// All checks of that name, one behind the other.
+/// All checks of that name, joined.
 std::string checkOf(const Inventory& inventory, std::string_view name) {
   std::string all;
   for (const Check& check : diagnose(inventory).checks) {
@@ -211,7 +211,7 @@ TEST(Diagnosis, ARunningRouterIsOfTheInstalledVersion) {
   inventory.presence.versions.installed->state = CopyState::NoVersion;
   EXPECT_EQ(checkOf(inventory, "running router"),
             "process 77, version 0.9, 2 sessions, reports lost: 3")
-      << "which one would start is not known";
+      << "it is unknown which version would start";
   inventory.presence.versions.installed.reset();
   EXPECT_EQ(checkOf(inventory, "running router"),
             "process 77, version 0.9, 2 sessions, reports lost: 3");
@@ -266,7 +266,7 @@ TEST(Diagnosis, AJobThatEndedBadlyFailsUnlessItIsUp) {
   EXPECT_EQ(checkOf(inventory, "job j"),
             "FAIL: it exited with status 1 -> see why: wlhid log [wlhid log]");
   inventory.router = runningVersion("1.0");
-  EXPECT_EQ(checkOf(inventory, "job j"), "not there") << "it has come up";
+  EXPECT_EQ(checkOf(inventory, "job j"), "not there") << "it is up";
   inventory.router->pid = 78;
   EXPECT_NE(checkOf(inventory, "job j"), "not there") << "another one has";
   for (const char* well : {"", "exited with status 0"}) {
@@ -312,7 +312,7 @@ TEST(Diagnosis, AnEndpointLetsItsOwnerConnect) {
             "FAIL: /a b: nobody may connect to it -> let its owner connect: chmod u+rw '/a b' "
             "[chmod u+rw '/a b']");
   endpoint.owner = ::geteuid() + 1;
-  EXPECT_EQ(checkOf(inventory, "endpoint"), "/a b") << "whose it is stands with the root";
+  EXPECT_EQ(checkOf(inventory, "endpoint"), "/a b") << "the check of the root names the owner";
 }
 
 // ---- Devices, log, disk

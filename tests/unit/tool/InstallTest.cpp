@@ -10,7 +10,7 @@ namespace {
 
 using platform::ScriptedOutcome;
 
-/// What is in place without a script.
+/// The provider in place without a scripted platform.
 const std::shared_ptr<platform::ServicesProvider> kMachineServices =
     platform::servicesProvider().load();
 
@@ -43,7 +43,7 @@ class InstallTest : public VerbTest {
     }
     return false;
   }
-  /// The text of the question, or why there was none.
+  /// The text of the prompt, or why there was none.
   [[nodiscard]] std::string question() {
     for (const std::string& line : platform_.trace().take()) {
       const std::size_t at = line.find("prompt length=");

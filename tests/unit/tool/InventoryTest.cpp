@@ -1,4 +1,4 @@
-// What there is on a system root, and why a part of it cannot be told.
+// What exists on a system root, and why a part of it cannot be determined.
 #include "tool/findings/Inventory.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ class InventoryTest : public testing::Test {
  protected:
   InventoryTest() { fs::permissions(directory_.path(), fs::perms(0755)); }
 
-  /// Makes `path` a socket that somebody listens at.
+  /// Makes `path` a listening socket.
   static FileDescriptor listenAt(const fs::path& path) {
     fs::create_directories(path.parent_path());
     FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -40,7 +40,7 @@ class InventoryTest : public testing::Test {
   [[nodiscard]] Endpoint endpoint(const std::string& service) const {
     return endpointsOf(root_, {service}).at(0);
   }
-  /// What a program that may be run is named by.
+  /// The path of a program with this mode.
   [[nodiscard]] std::string programOf(mode_t mode) const {
     const fs::path program = directory_.path() / "jobd";
     writeFile(program, "");
@@ -139,7 +139,7 @@ TEST_F(InventoryTest, ALogThatIsNoFileSaysSo) {
   fs::remove(root_.systemLog());
   ASSERT_EQ(::mkfifo(root_.systemLog().c_str(), 0600), 0);
   EXPECT_EQ(logOf(root_).problem, root_.systemLog().string() + ": not a regular file")
-      << "nobody writes to it, and nobody waits";
+      << "must not wait for a writer";
 }
 
 TEST_F(InventoryTest, ALogThatCannotBeReadSaysWhyAndWhoseItIs) {
@@ -246,7 +246,7 @@ TEST_F(InventoryTest, AJobDaemonThatCannotBeStartedSaysWhy) {
   }
 }
 
-/// Answers one question at the control endpoint, in a process of its own.
+/// Answers one request at the control endpoint, in a process of its own.
 class Daemon {
  public:
   Daemon(FileDescriptor socket, const std::vector<std::uint8_t>& answer) {
@@ -276,7 +276,7 @@ TEST_F(InventoryTest, AJobDaemonThatRunsTellsItsJobs) {
   EXPECT_TRUE(state.asked);
   ASSERT_TRUE(state.reply) << state.problem;
   EXPECT_EQ(state.reply->daemonProcessIdentifier, 4);
-  EXPECT_EQ(state.problem, "") << "what it was started from is no matter";
+  EXPECT_EQ(state.problem, "") << "its program no longer matters";
 }
 
 TEST_F(InventoryTest, AJobDaemonThatTalksNonsenseIsNamedWithItsProcess) {
@@ -286,7 +286,7 @@ TEST_F(InventoryTest, AJobDaemonThatTalksNonsenseIsNamedWithItsProcess) {
   EXPECT_TRUE(state.asked);
   EXPECT_FALSE(state.reply);
   EXPECT_TRUE(state.problem.starts_with("the job daemon cannot be queried: ")) << state.problem;
-  EXPECT_EQ(state.process, ::getpid()) << "this process began to listen";
+  EXPECT_EQ(state.process, ::getpid()) << "this process called listen()";
 }
 
 TEST_F(InventoryTest, AJobDaemonOfAnotherUsersIsNotAsked) {

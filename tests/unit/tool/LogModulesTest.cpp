@@ -20,8 +20,8 @@ using platform::str;
 
 constexpr std::chrono::milliseconds kShortTimeout{20};
 
-/// Does what the test says. Modules stay with the logger, so each has an identifier of its own, and
-/// has nothing to offer once its test is over.
+/// Does what the test says. Modules stay with the logger, so each has its own identifier and offers
+/// nothing after its test.
 class Module final : public platform::KQLogModule, public platform::KQLogModuleFileProvider {
  public:
   using Body = std::function<void(const FilesHandler&)>;
@@ -113,7 +113,7 @@ TEST(LogModules, MayAnswerFromAnotherThreadAndTooLate) {
   late.join();
   EXPECT_EQ(contentOf([&](const auto&, const auto& handler) { kept = handler; }).problem,
             "did not answer within 20 ms");
-  kept(nullptr, nullptr, nullptr, false);  // nobody waits for it any more
+  kept(nullptr, nullptr, nullptr, false);  // nobody is waiting for it any more
 }
 
 TEST(LogModules, FilesAreDataOrPlaces) {

@@ -25,7 +25,7 @@ class LogTest : public VerbTest {
     more.insert(more.begin(), "log");
     return run(addLogVerb, more);
   }
-  /// A file of the machine's and of the script's.
+  /// A file both on disk and on the scripted platform.
   void write(const fs::path& path, const std::string& text) {
     writeFile(path, text);
     platform_.setFile(path, {text.begin(), text.end()});

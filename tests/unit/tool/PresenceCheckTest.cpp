@@ -21,7 +21,7 @@ RouterVersions versions(RouterCopy bundle, std::optional<RouterCopy> installed) 
   return {std::move(bundle), std::move(installed), {}, {}};
 }
 
-/// "yes" for each step up to the first that does not say so, and what that one found.
+/// "yes" for each step up to the first that says no, and what that one found.
 std::string outcome(const RouterVersions& read) {
   std::string text;
   bool stopped = false;

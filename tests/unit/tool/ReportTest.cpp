@@ -1,4 +1,4 @@
-// The report with modules that behave in every way that modules can.
+// The report with modules that behave in every possible way.
 #include "tool/report/DiagnosticReport.h"
 
 #include <gtest/gtest.h>
@@ -24,7 +24,7 @@ using testsupport::writeFile;
 
 using Files = std::vector<std::shared_ptr<KQLogFile>>;
 
-/// One module for all tests, since modules stay with the logger: it offers what a test has set.
+/// One module for all tests, because modules stay with the logger: it offers what a test has set.
 class Module final : public platform::KQLogModule, public platform::KQLogModuleFileProvider {
  public:
   static Files& offered() {
@@ -111,7 +111,7 @@ class ReportTest : public testing::Test {
   static std::string problemOf(const Written& written, const std::string& part) {
     return missing(written, part)["problem"];
   }
-  /// The number under which the tests' module stands in a report without input.
+  /// The number of the tests' module in a report without input.
   static std::string moduleNumber() {
     std::size_t number = 0;
     for (const auto& module : KQLogger::sharedLogger().modules()) {

@@ -1,4 +1,4 @@
-// wlhid report, and what stands in its files.
+// wlhid report, and the contents of its files.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>

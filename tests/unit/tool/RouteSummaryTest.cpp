@@ -1,4 +1,4 @@
-// The header and the last line of a routing, and what the router lost.
+// The header and the last line of a routing session, and what the router lost.
 #include "tool/routing/RouteSummary.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// wlhid route, on a router that a test plays.
+// wlhid route, with a router played by the test.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -27,12 +27,12 @@ class RouteTest : public VerbTest {
     more.insert(more.begin(), "route");
     return run(addRouteVerb, more);
   }
-  /// The same, while a router does this once it has been asked to route.
+  /// The same, while a router does this after the start request.
   Outcome routeWith(FakeRouter::Script router, const std::vector<std::string>& more) {
     const FakeRouter playing(platform_, std::move(router));
     return route(more);
   }
-  /// What the router was asked.
+  /// The requests that the router received.
   [[nodiscard]] std::vector<std::string> request() {
     for (const auto& event : platform_.trace().events(platform::TraceKind::Message)) {
       if (event.name.starts_with("startRouting")) return event.arguments;
@@ -167,7 +167,7 @@ TEST_F(RouteTest, AStartThatWillNeverBeAnsweredIsGivenUp) {
 }
 
 TEST_F(RouteTest, ASignalEndsItInOrder) {
-  // Only the command's own thread holds the signal back; here others were there before it.
+  // Only the command's own thread blocks the signal; here other threads existed before it.
   const Outcome outcome = routeWith(
       [command = ::pthread_self()](auto& connection) {
         accept(connection);
@@ -188,10 +188,10 @@ TEST_F(RouteTest, AFileThatIsNoRecordingIsRefused) {
   EXPECT_EQ(outcome.status, 1);
   EXPECT_TRUE(outcome.err.starts_with(file + ":1: ")) << outcome.err;
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory_.path()), {}), 1)
-      << "its root has gone";
+      << "its root is gone";
 }
 
-/// Plays recordings on roots of the command's own.
+/// Plays recordings on the command's temporary roots.
 class RouteRecordingTest : public RouteTest {
  protected:
   RouteRecordingTest() {
@@ -202,7 +202,7 @@ class RouteRecordingTest : public RouteTest {
     });
     testsupport::writeFile(file_, "R: 2 05 01\nN: Mouse\n");
   }
-  /// What the command has set up, once it routes.
+  /// What the command has set up when it routes.
   Outcome play(const std::vector<std::string>& more) {
     return routeWith(
         [this](auto& connection) {

@@ -36,7 +36,7 @@ TEST(RouterVersions, AnInstallForcesADowngradeOnly) {
   EXPECT_EQ(installArguments(versions), (std::vector<std::string>{"install", "--force"}));
 }
 
-// ---- As they are read
+// ---- Reading them
 
 class ReadRouterVersions : public VerbTest {
  protected:

@@ -25,7 +25,7 @@ class StartWatchTest : public testing::Test {
 TEST_F(StartWatchTest, GivesUpWhenItHasEndedThreeTimesMeanwhile) {
   EXPECT_FALSE(watch.take(job(7, 0)));
   EXPECT_FALSE(watch.take(job(9, 0)));
-  EXPECT_FALSE(watch.take(job(10, 1234))) << "the tenth still runs";
+  EXPECT_FALSE(watch.take(job(10, 1234))) << "the tenth is still running";
   EXPECT_EQ(watch.take(job(10, 0)), "the router keeps failing at startup: it ended by signal 11");
 }
 

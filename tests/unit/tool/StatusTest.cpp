@@ -1,4 +1,4 @@
-// wlhid status and wlhid doctor, in their own words.
+// wlhid status and wlhid doctor: their exact output.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -26,7 +26,7 @@ class StatusTest : public VerbTest {
   static nlohmann::json statusJson() {
     return nlohmann::json::parse(run(addStatusVerb, {"status", "--json"}).out);
   }
-  /// As a router that lives says of itself.
+  /// What a running router reports about itself.
   void runRouter(std::vector<router::SessionStatus> sessions, std::uint64_t lost) {
     fs::create_directories(router::routerStatusFile(root_).parent_path());
     file_.emplace(root_);
@@ -127,7 +127,7 @@ TEST_F(StatusTest, AsJson) {
   EXPECT_EQ(json["router"]["sessions"][1]["registryEntryID"], nullptr);
 }
 
-/// A daemon that answers so many questions in the same way.
+/// A daemon that answers this many requests in the same way.
 class AnsweringDaemon {
  public:
   AnsweringDaemon(const fs::path& endpoint, std::vector<std::uint8_t> answer, int questions) {

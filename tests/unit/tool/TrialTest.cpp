@@ -1,4 +1,4 @@
-// Routing a device for a moment, and how far it came.
+// Routing a device briefly, and how far it got.
 #include "tool/routing/Trial.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ class TrialTest : public testing::Test {
     platform_.installHelper("com.quillmar.hideventrouter", "1.0");
     platform_.setLogLevel(7);
   }
-  /// The trial, while a router does this once it has been asked to route.
+  /// The trial, while a router does this after the start request.
   TrialResult tryWith(FakeRouter::Script router, std::chrono::milliseconds timeout) {
     testing::internal::CaptureStderr();
     TrialResult result;
