@@ -1,7 +1,7 @@
 # Shared by the scripts of this folder; sourced, never run.
 #
-# Every script runs from any directory, installs nothing that is already there, says what it installs and why before it
-# does, and ends with a non-zero status and one clear line when it cannot go on.
+# Every script runs from any directory, installs only what is missing, says first what it installs and why, and if it
+# cannot continue ends with one clear line and a non-zero status.
 
 set -euo pipefail
 
@@ -40,7 +40,7 @@ as_root() {
   fi
 }
 
-# Package lists may be missing, as container images have them, or too old; only an attempt tells.
+# Package lists may be missing, as in container images, or outdated; only trying tells.
 apt_install() {
   local apt=(env DEBIAN_FRONTEND=noninteractive apt-get -q -o Dpkg::Use-Pty=0)
   local install=(install -y --no-install-recommends "$@")
@@ -57,7 +57,7 @@ need_packages() { # need_packages WHY PACKAGE…
   shift
   if ! command -v dpkg-query >/dev/null; then
     command -v cmake >/dev/null && command -v ninja >/dev/null ||
-      fail "this is no Debian system; please install the counterparts of: $* ($why)"
+      fail "not a Debian system; please install the equivalents of: $* ($why)"
     return 0
   fi
   for package in "$@"; do
@@ -66,12 +66,12 @@ need_packages() { # need_packages WHY PACKAGE…
   [[ ${#missing[@]} -gt 0 ]] || return 0
   say "Installing ${missing[*]}: $why."
   if [[ $EUID -ne 0 ]] && ! command -v sudo >/dev/null; then
-    fail "this needs root's rights or sudo; run as root: apt-get install --no-install-recommends ${missing[*]}"
+    fail "installing needs root or sudo; run as root: apt-get install --no-install-recommends ${missing[*]}"
   fi
-  apt_install "${missing[@]}" || fail "could not install ${missing[*]} (needed: $why)"
+  apt_install "${missing[@]}" || fail "could not install ${missing[*]} (needed for: $why)"
 }
 
-# How many compilers at once: one a processor, and no more than memory has room for (about 1.5 GiB each).
+# How many compilers to run at once: one per processor, limited by memory (about 1.5 GiB each).
 jobs_that_fit() {
   local processors memory
   processors=$(nproc)
@@ -94,14 +94,14 @@ configure_and_build() { # configure_and_build PRESET [TARGET…]
   cmake --build --preset "$preset" --parallel "$(jobs_that_fit)" ${1:+--target "$@"}
 }
 
-# Runs a command with its output kept in a file, which is shown only when the command fails.
+# Runs a command with its output in a file, which is shown only if the command fails.
 quietly() { # quietly LOG COMMAND…
   local log="$1"
   shift
   mkdir -p "$(dirname "$log")"
   if ! "$@" >"$log" 2>&1; then
     cat "$log" >&2
-    fail "failed: $* (output above, kept in $log)"
+    fail "failed: $* (output above and in $log)"
   fi
 }
 

@@ -2,7 +2,7 @@
 
 CODENAME=bookworm
 
-# The package sources of this system that carry Debian 12, a line each.
+# This system's package sources for Debian 12, one per line.
 debian_sources() {
   # shellcheck disable=SC2016  # the names in parentheses are apt's
   apt-get indextargets --format '$(ORIGIN) $(CODENAME) $(REPO_URI) $(RELEASE) $(COMPONENT) $(SIGNED_BY)' \
@@ -12,7 +12,7 @@ debian_sources() {
     }' | sort -u
 }
 
-# How this system reaches its sources: proxies, and what it thinks of their dates.
+# How this system reaches its sources: proxies, and whether it checks their dates.
 acquire_options() { apt-config dump | grep -E '^Acquire::(https?|Check-)' || true; }
 
 make_debian() { # make_debian DIRECTORY MMDEBSTRAP_OPTION…
@@ -21,7 +21,7 @@ make_debian() { # make_debian DIRECTORY MMDEBSTRAP_OPTION…
   settings="$(mktemp -d "${TMPDIR:-/tmp}/wlhid-debian.XXXXXX")"
   debian_sources >"$settings/sources.list"
   [[ -s $settings/sources.list ]] ||
-    fail "this system has no package source for Debian 12, or no lists (apt-get update)"
+    fail "this system has no package source for Debian 12, or no package lists (run apt-get update)"
   acquire_options >"$settings/apt.conf"
   mmdebstrap --quiet --mode=root --aptopt="$settings/apt.conf" "$@" "$CODENAME" "$directory" "$settings/sources.list"
   rm -rf "$settings"

@@ -4,8 +4,7 @@
 #include "tool/command/CommandLine.h"
 
 int main(int argc, char** argv) {
-  // A reader that has gone away and a file that may not grow are noticed where something is
-  // written.
+  // A closed pipe and a file size limit are reported as errors of the write instead.
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
   return tool::runCommandLine(argc, argv);

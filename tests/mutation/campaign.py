@@ -1,7 +1,7 @@
-"""Makes mechanical mistakes at random lines, one at a time, and tells which the tests do not notice.
+"""Makes mechanical mistakes at random lines, one at a time, and reports which the tests do not catch.
 
-Everything happens in a copy of the tree and a build folder of their own; the checkout is only read. The copy is brought
-up to date at each start, so a run may be killed at any moment.
+Everything happens in a copy of the tree with its own build folder; the checkout is only read. The copy is brought up to
+date at each start, so a run may be killed at any moment.
 """
 
 import argparse
@@ -22,7 +22,7 @@ from pathlib import Path
 from mistakes import mistakes_in
 
 PRODUCT = ("WLHIDAccess", "diagnostics", "helper-install", "jobd", "platform", "router", "router-client", "tool")
-LABELS = ("unit", "fuzz", "contract", "conformance", "integration", "end-to-end", "stress")  # the quickest kinds first
+LABELS = ("unit", "fuzz", "contract", "conformance", "integration", "end-to-end", "stress")  # fastest kinds first
 PR_SET_CHILD_SUBREAPER = 36
 
 
@@ -35,7 +35,7 @@ class Tree:
         self.files = sorted(name for name in listed.split("\0") if name and (self.source / name).is_file())
 
     def bring_up_to_date(self):
-        """Touches only what differs, so that the next build is a short one. Returns what names the state."""
+        """Touches only files that differ, to keep the next build short. Returns a hash of the state."""
         state = hashlib.sha256()
         for name in self.files:
             content, target = (self.source / name).read_bytes(), self.copy / name
@@ -55,7 +55,7 @@ class Test:
     def __init__(self, name, label, limit, environment, command):
         self.name, self.label, self.limit = name, label, limit
         self.environment, self.command = environment, command
-        self.reached = set()  # the sources that are compiled into it or into what it starts
+        self.reached = set()  # the sources compiled into it or into programs that it starts
         self.seconds = 0.0
 
     def folder(self):
@@ -71,7 +71,7 @@ class Build:
         self.process = None
 
     def run(self, command, log, limit=None, environment=None):
-        """0 or what it ended with; None when it took too long. Whatever it started is gone afterwards."""
+        """The exit status; None on a timeout. All processes that it started are gone afterwards."""
         with open(log, "wb") as out:
             self.process = subprocess.Popen(command, stdout=out, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL,
                                             cwd=self.folder, env=environment, start_new_session=True)
@@ -83,7 +83,7 @@ class Build:
                 self.end_processes()
 
     def end_processes(self):
-        """Ends the group that was started and everything that it left to us."""
+        """Ends the process group that was started and the orphans that we inherited from it."""
         if self.process is None:
             return
         try:
@@ -120,7 +120,7 @@ class Build:
         return subprocess.run(["ninja", *arguments], cwd=self.folder, text=True, capture_output=True).stdout.splitlines()
 
     def tests(self):
-        """The test programs, with the sources that reach them, from ctest and ninja."""
+        """The test programs with the sources compiled into them, from ctest and ninja."""
         listed = json.loads(subprocess.check_output(["ctest", "--show-only=json-v1"], cwd=self.folder))
         targets = {line.split(":")[0] for line in self.ask_ninja("-t", "targets", "all")}
         for each in listed["tests"]:
@@ -131,7 +131,7 @@ class Build:
             if label not in LABELS or target not in targets:
                 continue
             program = next(line.strip() for line in self.ask_ninja("-t", "query", target)[2:3])
-            # The target's own name is that of its program where that lies in the build folder itself.
+            # A program in the build folder itself has the target's own name.
             command = [str(self.folder / (target if program.endswith(".o") else program))]
             if label == "stress":
                 command.append("short")
@@ -150,7 +150,7 @@ class Build:
                 yield path.removeprefix(root)
 
     def headers(self):
-        """For each header the sources that include it, from what the compiler said when they were built."""
+        """For each header the sources that include it, from the compiler's dependency files."""
         including, sources = {}, []
         for line in self.ask_ninja("-t", "deps"):
             if line and not line.startswith(" "):
@@ -173,7 +173,7 @@ class Campaign:
         self.tree = Tree(options.source, self.out / "tree")
         self.build = Build(self.tree, self.out / "build")
         self.scratch = tempfile.mkdtemp(prefix="wlhid-mutation-")
-        os.chmod(self.scratch, 0o755)  # tests that act as another user work below it
+        os.chmod(self.scratch, 0o755)  # for tests that act as another user
 
     # --- which tests
 
@@ -190,21 +190,21 @@ class Campaign:
         self.tests = self.measured(reached, state)
 
     def sources_near(self, name):
-        """The file, and for a header its whole folder: the compiler has not said yet who includes it."""
+        """The file, and for a header its whole folder: before the build nobody knows who includes it."""
         if not name.endswith(".h"):
             return {name}
         return {each for each in self.tree.files if os.path.dirname(each) == os.path.dirname(name)}
 
     def nearest(self, tests, sources):
-        """Those first that lie in a folder of the same name; then the quickest kinds, and of these the ones into which
-        the fewest other sources of the product go."""
+        """Tests in a folder of the same name first; then the fastest kinds, and of these the ones that contain the
+        fewest other sources of the product."""
         folders = {os.path.basename(os.path.dirname(each)) for each in sources}
         reached = [t for t in tests if t.reached & sources]
         reached.sort(key=lambda t: (t.folder() not in folders, LABELS.index(t.label), t.breadth(), t.seconds))
         return reached[: self.options.programs]
 
     def measured(self, tests, state):
-        """Those that pass unchanged in the time allowed; what is known of this state of the tree is not tried again."""
+        """Tests that pass on the unchanged tree within the time limit. Results for the same state are reused."""
         record = self.out / "durations.json"
         known = json.loads(record.read_text()) if record.is_file() else {}
         known = known.get(state, {})
@@ -218,7 +218,7 @@ class Campaign:
                 known[test.name] = None if status is None else time.monotonic() - began
                 record.write_text(json.dumps({state: known}))
             if known[test.name] is None:
-                print(f"left out: {test.name} takes longer than {self.options.seconds} s", flush=True)
+                print(f"skipped: {test.name} takes longer than {self.options.seconds} s", flush=True)
                 continue
             test.seconds = known[test.name]
             kept.append(test)
@@ -238,7 +238,7 @@ class Campaign:
         return status, log
 
     def first_to_notice(self, name):
-        """A test's name; None when none notices, False when it does not compile."""
+        """A test's name; None if none catches it, False if it does not compile."""
         spent, tests = 0.0, self.tests_of(name)
         for number, test in enumerate(tests):
             if spent > self.options.seconds:
@@ -272,11 +272,11 @@ class Campaign:
                   and any(n == f or n.startswith(f if f.endswith("/") else f + "/") or
                           (not os.path.isdir(self.tree.source / f) and n.startswith(f)) for f in folders)]
         if not chosen:
-            sys.exit("no source of the product is there: " + " ".join(folders))
+            sys.exit("no source of the product in: " + " ".join(folders))
         return chosen
 
     def sequence(self):
-        """The same for the same seed, tree and folders: first a line, then one of its mistakes."""
+        """Deterministic for a seed, tree and folders: first a line is chosen, then one of its mistakes."""
         lines = {}
         for name in self.files_with_mistakes():
             text = (self.tree.copy / name).read_text()
@@ -289,7 +289,7 @@ class Campaign:
             yield (*place, chooser.choice(lines[place]))
 
     def run(self):
-        made = noticed = survived = 0
+        made = caught = survived = 0
         self.prepare()
         number = 0
         for number, (name, line, mistake) in enumerate(self.sequence(), 1):
@@ -302,10 +302,10 @@ class Campaign:
             if by is False:
                 continue
             made += 1
-            noticed += by is not None
+            caught += by is not None
             survived += by is None
             self.show(number, name, line, mistake, by, remark)
-        print(f"seed {self.options.seed}, up to number {number}: {made} made, {noticed} noticed, {survived} survived")
+        print(f"seed {self.options.seed}, up to number {number}: {made} made, {caught} caught, {survived} survived")
         return survived == 0
 
     def try_one(self, name, mistake):

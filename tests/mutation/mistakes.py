@@ -1,7 +1,7 @@
 """The mechanical mistakes that can be made in a C++ source, found without a compiler.
 
-A mistake that does not compile costs a moment, one that changes nothing that a program does wastes a run of the tests;
-so what is found leans towards what compiles and matters, and need not be complete.
+A mistake that does not compile costs a moment; one that does not change behaviour wastes a run of the tests. So the
+search favours mistakes that compile and matter, and need not be complete.
 """
 
 import re
@@ -11,7 +11,7 @@ from dataclasses import dataclass
 @dataclass(frozen=True)
 class Mistake:
     kind: str
-    start: int  # of the replaced piece in the file's text
+    start: int  # of the replaced piece, as an offset in the file's text
     end: int
     new: str
 
@@ -33,7 +33,7 @@ _LITERAL = re.compile(
 _LOGGING = re.compile(
     r"(?:\w+::)*(?:[\w:]+(?:->|\.))*(?:NSLog\w*|log|logLine|logText|logError|logCheck|logAtLevel\w*|trace_?)\s*\("
 )
-# What only fault injection sees, what only saves time, a moment more or less, and what may stand in any order.
+# Seen only by fault injection; saves time only; a moment more or less; arguments in any order.
 _RETRY = re.compile(r"\berrno\s*[!=]=\s*EINTR\b")
 _SAVES_TIME = re.compile(r"(?:\.|->)(?:reserve|shrink_to_fit)\s*\(")
 _MOMENT = re.compile(r"\bnow\b|[Dd]eadline|\b(?:until|stalled)\b")
@@ -48,7 +48,7 @@ _NUMBER = re.compile(r"(?<![\w.'])(?P<digits>0x[0-9A-Fa-f']+|\d[\d']*)(?P<suffix
 _CONDITION = re.compile(r"\b(?:if|while) (?=\()")
 _CALL = re.compile(r"[\w>]\(")
 _PARAMETER = re.compile(r"^(?:const\s+)?[\w:<>,*&\s]+[\s&*]+\w+(?:\s*=.*)?$", re.DOTALL)
-# What cannot be left out, or whose absence only a compiler sees.
+# Cannot be dropped, or only a compiler would notice.
 _STAYS = re.compile(
     r"^(?:return|break|continue|case|default|else|do|goto|using|namespace|struct|class|enum|union|template|typedef|friend"
     r"|public|private|protected|extern|static_assert|co_\w+|\[\[|virtual|explicit|inline|static|constexpr)\b"
@@ -57,7 +57,7 @@ _EFFECT = re.compile(r"[=(]|\+\+|--")
 
 
 def masked(text):
-    """The text with comments, literals' contents and preprocessor lines made blank, character by character."""
+    """The text with comments, contents of literals and preprocessor lines blanked, of the same length."""
 
     def blank(match):
         found = match.group(0)
@@ -75,7 +75,7 @@ def masked(text):
 
 
 def _statements(code):
-    """Where statements that end with a semicolon and hold no braces begin and end, inside functions only."""
+    """Start and end of statements inside functions that end with a semicolon and contain no braces."""
     scopes, depth, start = [], 0, 0
     for at, c in enumerate(code):
         if c in "([":
@@ -110,7 +110,7 @@ def _closing(code, opening):
 
 
 def _parts(code, start, end):
-    """Where the pieces between top-level commas begin and end."""
+    """Start and end of the pieces between top-level commas."""
     depth, begin, angles = 0, start, 0
     for at in range(start, end):
         c = code[at]
@@ -156,7 +156,7 @@ def _opens_type(head):
 
 
 def _is_member_before_it_is_set(code, start, end):
-    """Whether the number is the zero that a member begins with."""
+    """Whether the number is the zero that initialises a member."""
     if code[start:end].strip("uUlLzZ") != "0" or not code[:start].endswith("= ") or code[end : end + 1] != ";":
         return False
     depth = 0
@@ -209,7 +209,7 @@ def _negated(code):
 
 
 def mistakes_in(text):
-    """Every mistake, in the order of kinds and places."""
+    """Every mistake, by kind and then by place."""
     code = masked(text)
     found = [*_comparisons(code), *_dropped(code), *_constants(code)]
     for swap in _swapped(code):

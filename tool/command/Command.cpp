@@ -13,7 +13,7 @@ namespace tool {
 
 namespace {
 
-/// What the platform's own status codes mean, or empty.
+/// The meaning of the platform's own status codes, or empty.
 std::string_view authorizationMeaning(const platform::NSError& error) {
   if (!error.domain() || error.domain()->UTF8String() != platform::NSOSStatusErrorDomain) return {};
   switch (error.code()) {
@@ -22,7 +22,7 @@ std::string_view authorizationMeaning(const platform::NSError& error) {
     case platform::errAuthorizationCanceled:
       return "authorization canceled";
     case platform::errAuthorizationInteractionNotAllowed:
-      return "there is no terminal to ask for authorization on (--authorize answers instead)";
+      return "there is no terminal to ask for authorization on (--authorize answers without one)";
     default:
       return {};
   }
@@ -37,12 +37,12 @@ std::string localizedDescription(const platform::NSError& error) {
 }  // namespace
 
 std::string oneLine(std::string_view text) {
-  constexpr std::size_t kLongest = 8000;  // two paths and what is said of them
+  constexpr std::size_t kLongest = 8000;  // two paths and a sentence about them
   return platform::printableLine(text, kLongest);
 }
 
 std::string describeError(const std::shared_ptr<platform::NSError>& error) {
-  if (!error) return "for no stated reason";
+  if (!error) return "no reason given";
   const std::string domain = error->domain() ? error->domain()->UTF8String() : "(null)";
   const std::string code = domain + " " + std::to_string(error->code());
   std::string words = std::string(authorizationMeaning(*error));

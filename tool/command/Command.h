@@ -1,7 +1,7 @@
-// What the verbs of the command share: how one is added, how it fails, what the exit status means.
+// Shared by the verbs of the command: how to add one, how it fails, what the exit status means.
 //
 // Threading: the main thread.
-// Ownership: the parser owns the options of the verb that was chosen.
+// Ownership: the parser owns the options of the chosen verb.
 // Errors: a verb throws Failure (exit status 1) or UsageFailure (exit status 2); CommandLine.h
 //   prints the text as one line "wlhid: …" on standard error.
 #pragma once
@@ -22,24 +22,24 @@ namespace tool {
 
 /// The exit status of the command.
 enum ExitStatus : int {
-  ExitDone = 0,        ///< what was asked for is done, or is so
-  ExitNotSo = 1,       ///< it failed, or it is not so (not installed)
-  ExitWrongUsage = 2,  ///< the command line was wrong; nothing was done
+  ExitDone = 0,        ///< success, or the answer is yes
+  ExitNotSo = 1,       ///< failure, or the answer is no (not installed)
+  ExitWrongUsage = 2,  ///< invalid command line; nothing was done
 };
 
-/// Why a verb could not do what it was asked to.
+/// Why a verb failed.
 class Failure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// Why a command line that parsed is wrong all the same.
+/// Why a command line is wrong although it parsed.
 class UsageFailure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// What runs once the command line has been understood. Returns the exit status.
+/// Runs after the command line has been parsed. Returns the exit status.
 using Action = std::function<int()>;
 
 void addStatusVerb(CLI::App& app, Action& chosen);
@@ -54,14 +54,14 @@ void addDoctorVerb(CLI::App& app, Action& chosen);
 
 /// One printable line, with room for the longest path.
 [[nodiscard]] std::string oneLine(std::string_view text);
-/// An error in a person's words: its description and, behind it, domain and code.
+/// An error for people: its description followed by domain and code.
 [[nodiscard]] std::string describeError(const std::shared_ptr<platform::NSError>& error);
 /// "No such file or directory" for ENOENT and so on.
 [[nodiscard]] std::string describeErrno(int number);
 /// Writes "wlhid: text" as one line to standard error.
 void complain(std::string_view text);
-/// Writes all of `text` to standard output. Throws Failure when it cannot be written; a reader that
-/// has gone away is none.
+/// Writes all of `text` to standard output. Throws Failure if that is impossible, but not for a
+/// closed pipe.
 void print(std::string_view text);
 
 }  // namespace tool

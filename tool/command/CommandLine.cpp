@@ -17,7 +17,7 @@ namespace {
 constexpr const char* kDescription =
     "Installs, inspects and uses the HID event router.\n"
     "\n"
-    "Exit status: 0 done, or it is so; 1 failed, or it is not so; 2 wrong usage.";
+    "Exit status: 0 success, or yes; 1 failure, or no; 2 usage error.";
 
 std::vector<const CLI::App*> verbsOf(const CLI::App& app) {
   return app.get_subcommands([](const CLI::App*) { return true; });
@@ -31,11 +31,11 @@ std::vector<std::string> namesOfVerbs(const CLI::App& app) {
 
 std::string unknownVerb(const CLI::App& app, const std::string& typed) {
   const std::string meant = closestTo(typed, namesOfVerbs(app));
-  return "there is no verb \"" + typed + "\"" +
+  return "unknown verb \"" + typed + "\"" +
          (meant.empty() ? "" : "; did you mean \"" + meant + "\"?");
 }
 
-/// The help of the verb, or of the verb's verb, that the words name.
+/// Prints the help of the verb, or nested verb, that the words name.
 int help(const CLI::App& app, const std::vector<std::string>& words) {
   const CLI::App* at = &app;
   std::string name = app.get_name();
@@ -47,15 +47,15 @@ int help(const CLI::App& app, const std::vector<std::string>& words) {
     at = *named;
     name += " " + word;
   }
-  // Not the parser's own function: it answers for the verb that was chosen, which is this one.
+  // Not the parser's own function: that would print the help of the chosen verb, which is "help".
   print(at->get_formatter()->make_help(at, name, CLI::AppFormatMode::Normal));
   return ExitDone;
 }
 
 void addHelpVerb(CLI::App& app, Action& chosen) {
   auto words = std::make_shared<std::vector<std::string>>();
-  CLI::App* verb = app.add_subcommand("help", "Says how the command, or one of its verbs, is used");
-  verb->add_option("VERB", *words, "A verb; without it, the command itself");
+  CLI::App* verb = app.add_subcommand("help", "Explains the command or one of its verbs");
+  verb->add_option("VERB", *words, "A verb (default: the command itself)");
   verb->footer("Example:\n  wlhid help devices add");
   verb->callback([words, &app, &chosen] { chosen = [words, &app] { return help(app, *words); }; });
 }
@@ -66,7 +66,7 @@ void describe(CLI::App& app, std::string& root, Action& chosen) {
   app.name("wlhid");
   app.set_version_flag("--version", "wlhid " WLHID_VERSION);
   app.add_option("--root", root,
-                 "The system root: the directory under which router, jobs and log lie\n"
+                 "The system root: the directory that holds router, jobs and log\n"
                  "(default: $WLHID_ROOT, else wlhid/root in the user's state directory)")
       ->type_name("DIR")
       ->check([](const std::string& value) { return value.empty() ? "is empty" : std::string(); });
@@ -85,7 +85,7 @@ void describe(CLI::App& app, std::string& root, Action& chosen) {
   addHelpVerb(app, chosen);
 }
 
-/// The usage that helps most: that of the verb which was begun.
+/// Points to the most specific help: that of the verb that was typed.
 std::string helpHint(const CLI::App& app) {
   std::string command = "wlhid";
   for (const CLI::App* at = &app; !at->get_subcommands().empty();) {
@@ -95,8 +95,8 @@ std::string helpHint(const CLI::App& app) {
   return " (see " + command + " --help)";
 }
 
-/// What is wrong with the command line. The parser misses a verb before it looks at what stands in
-/// its place.
+/// What is wrong with the command line. The parser reports a missing verb before it looks at what
+/// was typed instead.
 std::string explain(const CLI::App& app, const CLI::ParseError& error) {
   const auto rest = app.remaining();
   if (app.get_subcommands().empty() && !rest.empty()) return unknownVerb(app, rest.front());
@@ -138,7 +138,7 @@ int runCommandLine(int argc, const char* const* argv) try {
     complain(error.what() + helpHint(app));
     return ExitWrongUsage;
   }
-} catch (const std::exception& error) {  // also of what a handler above could not print
+} catch (const std::exception& error) {  // also if a handler above cannot print
   complain(error.what());
   return ExitNotSo;
 }

@@ -35,7 +35,7 @@ std::string inQuotes(std::string_view text) {
   return quoted + "'";
 }
 
-/// A command in the shell's own notation for bytes that cannot be shown.
+/// The text as a printf command with octal escapes, for bytes that are not printable.
 std::string inEscapes(std::string_view text) {
   std::string escaped = "\"$(printf '";
   for (const char c : text) {

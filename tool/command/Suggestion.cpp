@@ -6,9 +6,9 @@ namespace tool {
 
 namespace {
 
-constexpr std::size_t kLongest = 32;  // no word of ours is longer
+constexpr std::size_t kLongest = 32;  // no word to suggest is longer
 
-/// How many letters must be put in, left out, changed or swapped to make one of the other.
+/// The edit distance, with swaps of neighbouring letters.
 std::size_t distance(std::string_view a, std::string_view b) {
   std::vector<std::vector<std::size_t>> steps(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
   for (std::size_t i = 0; i <= a.size(); ++i) steps[i][0] = i;

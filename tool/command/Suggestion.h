@@ -1,4 +1,4 @@
-// What somebody meant who mistyped a word.
+// The word that a mistyped one was probably meant to be.
 //
 // Threading: any thread.
 #pragma once
@@ -9,8 +9,8 @@
 
 namespace tool {
 
-/// The word that is nearest to what was typed, by letters put in, left out, changed or swapped with
-/// their neighbour; empty where none is near, or two are as near.
+/// The word closest to what was typed, counting insertions, deletions, substitutions and swaps of
+/// neighbours; empty if none is close, or two are equally close.
 [[nodiscard]] std::string closestTo(std::string_view typed, const std::vector<std::string>& words);
 
 }  // namespace tool

@@ -1,4 +1,4 @@
-// Reading a file that a person named.
+// Reads a file named by a person.
 //
 // Threading: any thread.
 // Ownership: the result is the caller's.
@@ -13,11 +13,11 @@
 
 namespace tool {
 
-/// No executable that a helper could be is larger.
+/// Larger than any possible helper.
 inline constexpr std::size_t kMaxFileBytes = std::size_t{256} << 20;
 
-/// The whole file. Only regular files of at most `limit` bytes are read, so that a pipe or a device
-/// never makes the command wait.
+/// The whole file. Reads only regular files of at most `limit` bytes, so that a pipe or a device
+/// never blocks the command.
 [[nodiscard]] std::shared_ptr<platform::NSData> readWholeFile(const std::string& path,
                                                               std::size_t limit = kMaxFileBytes);
 

@@ -23,7 +23,7 @@ std::string temporaryName() {
   return ".wlhid-" + hexadecimal(number).substr(2) + ".part";
 }
 
-/// Where the directory of `path` lies.
+/// The directory that holds `path`.
 std::string directoryOf(const std::filesystem::path& path) {
   const std::string directory = path.parent_path();
   return directory.empty() ? "." : directory;
@@ -89,7 +89,7 @@ void NewFile::keep() {
       fail(errno);
     temporary_.clear();
   }
-  // The file is there and whole; a file system that cannot make its name last says so in vain.
+  // The file is in place and complete; a failure to persist its name changes nothing.
   static_cast<void>(::fsync(directory_.get()));
 }
 

@@ -1,10 +1,10 @@
 // A file that appears whole or not at all.
 //
-// It is written under a temporary name in the directory where it is to stand, and takes its place
-// when everything is on the disk. What stood there before stays until then.
+// It is written under a temporary name in the target directory and renamed when everything is on
+// disk. A previous file stays in place until then.
 //
-// Threading: one thread; discard() may be called from any thread at any time.
-// Ownership: owns the temporary file, which goes with the object unless keep() was called.
+// Threading: one thread; discard() may be called from any thread, at any time.
+// Ownership: owns the temporary file and removes it unless keep() was called.
 // Errors: Failure, "FILE: cause".
 // Order: write, then keep.
 #pragma once
@@ -20,17 +20,17 @@ namespace tool {
 
 class NewFile {
  public:
-  /// `path` must be the place of a regular file or of none; a symbolic link there is replaced, not
-  /// followed. For its owner alone (mode 0600).
+  /// `path` must name a regular file or nothing; a symbolic link there is replaced, not followed.
+  /// The file is accessible to its owner only (mode 0600).
   explicit NewFile(std::string path);
   ~NewFile();
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
 
   void write(std::span<const std::uint8_t> bytes);
-  /// Puts the file in its place, with everything written to the disk first.
+  /// Puts the file in place, after writing everything to disk.
   void keep();
-  /// Removes the temporary file, unless keep() has been done. keep() fails from then on.
+  /// Removes the temporary file unless keep() has finished. From then on keep() fails.
   void discard() noexcept;
 
   [[nodiscard]] const std::string& path() const { return path_; }
@@ -43,7 +43,7 @@ class NewFile {
   std::string name_;
   platform::FileDescriptor directory_;
   platform::FileDescriptor file_;
-  std::mutex mutex_;  // for what is under temporary_
+  std::mutex mutex_;  // guards temporary_ and its file
   std::string temporary_;
 };
 

@@ -12,11 +12,11 @@ namespace tool {
 namespace {
 
 /// Below this the log loses lines, and an install fails.
-constexpr std::uint64_t kFewBytes = std::uint64_t{1} << 20;
-constexpr std::uint64_t kFewFiles = 16;
+constexpr std::uint64_t kMinimumFreeBytes = std::uint64_t{1} << 20;
+constexpr std::uint64_t kMinimumFreeFiles = 16;
 
 constexpr std::string_view kReinstallProgram =
-    "install this program again: the router that it carries is missing or damaged";
+    "reinstall this program: the router that it carries is missing or damaged";
 
 Check passed(std::string name, std::string found) {
   return {std::move(name), Check::State::Passed, std::move(found), {}, {}};
@@ -32,20 +32,20 @@ Check notAsked(std::string name, std::string why) {
 }
 
 Check replaceable(std::string name, std::string found, const RouterVersions& versions) {
-  return failed(std::move(name), std::move(found), "replace it by this program's",
+  return failed(std::move(name), std::move(found), "replace it with this program's",
                 commandLine(installArguments(versions)));
 }
 
-/// Endpoints are for the owner of the root alone.
+/// Only the owner of the root may connect to its endpoints.
 Check rootCheck(const RootState& root) {
   const std::string name = "system root";
   if (!root.problem.empty())
-    return failed(name, root.problem, "use a root of this user's own",
+    return failed(name, root.problem, "use this user's own root",
                   commandLineOnOwnRoot({"install"}));
-  if (!root.exists) return passed(name, root.path + ": none yet; it is made by an install");
+  if (!root.exists) return passed(name, root.path + ": none yet; installing creates it");
   if (root.owner == ::geteuid()) return passed(name, root.path);
   return failed(name,
-                root.path + " belongs to user " + std::to_string(root.owner) + ", and this user, " +
+                root.path + " belongs to user " + std::to_string(root.owner) + "; this user, " +
                     std::to_string(::geteuid()) + ", may not connect to anything on it",
                 "install the router on this user's own root", commandLineOnOwnRoot({"install"}));
 }
@@ -55,7 +55,7 @@ Check jobCheck(const RouterVersions& versions) {
     return failed("job", versions.jobProblem, "install the router", commandLine({"install"}));
   if (versions.installed->state == CopyState::NoPath)
     return replaceable("job", versions.installed->problem, versions);
-  return passed("job", "there is one");
+  return passed("job", "installed");
 }
 
 Check ownCopyCheck(const RouterCopy& copy) {
@@ -73,38 +73,38 @@ Check installedCopyCheck(const RouterVersions& versions) {
 
 Check versionsCheck(const PresenceCheck& presence) {
   const PresenceStep& step = presence.steps.back();
-  if (step.answer == Answer::NotAsked) return notAsked("versions", "there are not two");
+  if (step.answer == Answer::NotAsked) return notAsked("versions", "there are no two to compare");
   if (step.answer == Answer::No) return replaceable("versions", step.found, presence.versions);
   return passed("versions", step.found);
 }
 
-/// The steps say yes to everything, and the framework does not: something has changed in between.
+/// If every step says yes but the framework says no, something has changed in between.
 Check presenceCheck(const PresenceCheck& presence) {
   const bool allSayYes = presence.steps.back().answer == Answer::Yes;
   if (presence.installed) return passed("presence", "installed and current");
   return failed("presence", "not installed, or not current",
-                allSayYes ? "ask again, it has changed meanwhile" : "see above",
+                allSayYes ? "check again: something has just changed" : "see above",
                 allSayYes ? commandLine({"doctor"}) : std::string());
 }
 
 Check routerCheck(const Inventory& inventory) {
   const std::string name = "running router";
-  if (!inventory.router) return passed(name, "none; it starts when an application connects");
+  if (!inventory.router) return passed(name, "not running; it starts when an application connects");
   const router::RouterStatus& running = *inventory.router;
   const std::string found =
       "process " + std::to_string(running.pid) + ", version " + running.version;
   const auto& installed = inventory.presence.versions.installed;
   if (installed && installed->state == CopyState::Complete &&
       installed->version != running.version) {
-    return failed(name, found + ", while version " + installed->version + " is installed",
-                  "end it; the installed one starts when an application connects",
+    return failed(name, found + ", but version " + installed->version + " is installed",
+                  "end it; the installed version starts when an application connects",
                   "kill " + std::to_string(running.pid));
   }
   return passed(name, found + ", " + std::to_string(running.sessions.size()) +
                           " sessions, reports lost: " + std::to_string(running.lost));
 }
 
-/// A router that has come up says so itself; one that is only just started may end as the last did.
+/// A running router says so itself; one that has only just been started may end like the last.
 bool endedBadly(const platform::JobStatus& job,
                 const std::optional<router::RouterStatus>& running) {
   const bool isUp = running && running->pid == job.processIdentifier;
@@ -121,10 +121,10 @@ Check badEndCheck(const platform::JobStatus& job) {
 Check jobDaemonProblem(const JobDaemonState& daemon) {
   const std::string name = "job daemon";
   if (!daemon.asked)
-    return failed(name, daemon.problem, "install this program again: a part of it is missing");
+    return failed(name, daemon.problem, "reinstall this program: a part of it is missing");
   if (daemon.process <= 0)
-    return failed(name, daemon.problem, "ask again", commandLine({"doctor"}));
-  return failed(name, daemon.problem, "end its process; another one starts when it is needed",
+    return failed(name, daemon.problem, "try again", commandLine({"doctor"}));
+  return failed(name, daemon.problem, "end its process; another one starts when needed",
                 "kill -KILL " + std::to_string(daemon.process));
 }
 
@@ -133,11 +133,11 @@ void addJobChecks(std::vector<Check>& checks, const Inventory& inventory) {
   const JobDaemonState& daemon = inventory.jobDaemon;
   const std::string name = "job daemon";
   if (daemon.isForOthers) {
-    checks.push_back(notAsked(name, "this user may not ask it"));
+    checks.push_back(notAsked(name, "this user has no access to it"));
   } else if (!daemon.problem.empty()) {
     checks.push_back(jobDaemonProblem(daemon));
   } else if (!daemon.reply) {
-    checks.push_back(passed(name, "none runs; it starts when it is needed"));
+    checks.push_back(passed(name, "not running; it starts when needed"));
   } else {
     checks.push_back(
         passed(name, "process " + std::to_string(daemon.reply->daemonProcessIdentifier)));
@@ -153,7 +153,7 @@ bool isServed(const std::string& service, const JobDaemonState& daemon) {
          });
 }
 
-/// A daemon that comes up makes its endpoints anew.
+/// A daemon recreates its endpoints when it starts.
 std::string endDaemon(const JobDaemonState& daemon) {
   return "kill " + std::to_string(daemon.reply->daemonProcessIdentifier);
 }
@@ -164,14 +164,15 @@ Check endpointCheck(const Endpoint& endpoint, const JobDaemonState& daemon) {
     return failed(name, endpoint.problem, "install the router again", commandLine({"install"}));
   if (!endpoint.problem.empty()) {
     const std::string path = shellWord(endpoint.path);
-    return failed(name, endpoint.problem, "find out who made it, and move it away",
+    return failed(name, endpoint.problem, "find out who created it, and move it away",
                   "mv -f " + path + " " + shellWord(endpoint.path + ".removed") +
                       (daemon.reply ? " && " + endDaemon(daemon) : std::string()));
   }
   if (!endpoint.exists && isServed(endpoint.service, daemon))
-    return failed(name, endpoint.path + ": is gone, though the job daemon listens for it",
-                  "end the job daemon; it makes it anew when it comes up", endDaemon(daemon));
-  if (!endpoint.exists) return passed(name, "none; it is made when it is needed");
+    return failed(name, endpoint.path + ": missing, although the job daemon listens on it",
+                  "end the job daemon; it recreates the endpoint when it starts",
+                  endDaemon(daemon));
+  if (!endpoint.exists) return passed(name, "none; created when needed");
   if (!endpoint.mayConnect && endpoint.owner == ::geteuid())
     return failed(name, endpoint.path + ": nobody may connect to it", "let its owner connect",
                   "chmod u+rw " + shellWord(endpoint.path));
@@ -187,32 +188,32 @@ void addDeviceChecks(std::vector<Check>& checks, const DeviceList& list) {
   checks.push_back(passed("devices", std::to_string(list.devices.size()) + " can be routed"));
   for (const std::string& problem : list.problems)
     checks.push_back(failed("devices", problem,
-                            "put the file right, or remove the device as its list says",
+                            "repair the file, or remove the device as this list says",
                             commandLine({"devices"})));
 }
 
 Check logCheck(const LogState& log) {
   const std::string name = "log";
   if (!log.problem.empty() && log.isFile)
-    return failed(name, log.problem, "as user " + std::to_string(log.owner) + ", its owner",
+    return failed(name, log.problem, "as its owner, user " + std::to_string(log.owner),
                   "chmod a+r " + shellWord(log.path));
   if (!log.problem.empty() && log.owner == static_cast<uid_t>(-1))
     return failed(name, log.problem, "let this user read it");
   if (!log.problem.empty())
     return failed(name, log.problem, "move it away",
                   "mv -f " + shellWord(log.path) + " " + shellWord(log.path + ".removed"));
-  if (!log.exists) return passed(name, "none yet; it begins with the first line of a job");
+  if (!log.exists) return passed(name, "none yet; a job's first line creates it");
   return passed(name, log.path + ", " + std::to_string(log.bytes) + " bytes");
 }
 
 Check diskCheck(const DiskState& disk) {
   const std::string name = "disk";
-  if (!disk.problem.empty()) return failed(name, disk.problem, "see to the file system");
-  if (disk.freeBytes >= kFewBytes && disk.freeFiles >= kFewFiles)
+  if (!disk.problem.empty()) return failed(name, disk.problem, "check the file system");
+  if (disk.freeBytes >= kMinimumFreeBytes && disk.freeFiles >= kMinimumFreeFiles)
     return passed(name, std::to_string(disk.freeBytes >> 20) + " MiB free");
   return failed(name,
-                "full: " + std::to_string(disk.freeBytes) + " bytes free on the system root's",
-                "make room: nothing can be installed, and the log loses lines");
+                "full: " + std::to_string(disk.freeBytes) + " bytes free on the system root's disk",
+                "free some space: nothing can be installed, and the log loses lines");
 }
 
 std::string verdictOf(const PresenceCheck& presence, const std::vector<Check>& checks) {
@@ -258,7 +259,7 @@ Diagnosis diagnose(const Inventory& inventory) {
   std::vector<Check> checks{rootCheck(inventory.rootState), jobCheck(presence.versions),
                             ownCopyCheck(presence.versions.bundle),
                             installedCopyCheck(presence.versions), versionsCheck(presence)};
-  // Only where the checks above do not explain the answer.
+  // Only if the checks above do not explain the answer.
   const bool explained = std::ranges::any_of(checks.begin() + 1, checks.end(), [](const Check& c) {
     return c.state == Check::State::Failed;
   });

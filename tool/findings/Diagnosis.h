@@ -1,7 +1,7 @@
-// What is in order on a system root and what is not, with what to do about it.
+// What is in order on a system root and what is not, with remedies.
 //
-// Threading: any thread. Ownership: values. Errors: none; they are what it tells of.
-// Order: checks from what is needed first to what is needed last.
+// Threading: any thread.
+// Order: checks in the order in which routing needs them.
 #pragma once
 
 #include <string>
@@ -17,8 +17,8 @@ struct Check {
   std::string name;
   State state = State::NotAsked;
   std::string found;    ///< one clause
-  std::string remedy;   ///< what to do; empty unless it failed
-  std::string command;  ///< the part of it that can be given to a shell as it stands, or empty
+  std::string remedy;   ///< empty unless it failed
+  std::string command;  ///< the part of it that can be pasted into a shell, or empty
 };
 
 struct Diagnosis {
@@ -30,7 +30,7 @@ struct Diagnosis {
 [[nodiscard]] Diagnosis diagnose(const Inventory& inventory);
 /// "passed", "failed", "not asked"
 [[nodiscard]] std::string_view textOf(Check::State state);
-/// The verdict and a line for each check; `colours`: for a terminal that shows them.
+/// The verdict and a line per check; `colours`: with escapes for a terminal that shows colours.
 [[nodiscard]] std::string linesOf(const Diagnosis& diagnosis, bool colours);
 
 }  // namespace tool

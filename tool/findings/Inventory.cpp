@@ -37,7 +37,7 @@ std::string jobDaemonProgram() {
 
 std::string whyNotStartable() {
   const std::string program = jobDaemonProgram();
-  if (program.empty()) return "it is not known where the job daemon's program lies";
+  if (program.empty()) return "the location of the job daemon's program is unknown";
   return ::access(program.c_str(), X_OK) == 0
              ? std::string()
              : withCause("the job daemon's program " + program, errno);
@@ -47,7 +47,7 @@ bool mayConnectTo(const std::string& endpoint) {
   return ::faccessat(AT_FDCWD, endpoint.c_str(), W_OK, AT_EACCESS) == 0;
 }
 
-/// Who listens at the daemon's endpoint, whether it answers or not; -1 where nobody does.
+/// The process that listens on the daemon's endpoint, whether or not it answers; -1 if none does.
 pid_t processAtControlEndpoint(const SystemRoot& root) try {
   const auto directory = platform::openRoot(root);
   const auto run = directory ? platform::openDirectoryBelow(directory.get(), "var/run", false)
@@ -61,19 +61,19 @@ pid_t processAtControlEndpoint(const SystemRoot& root) try {
   return -1;
 }
 
-/// Clients connect to endpoints of root's and of their own user's only.
+/// Clients connect only to endpoints that belong to root or to their own user.
 std::string endpointProblem(const Endpoint& endpoint) {
   if (!S_ISSOCK(endpoint.mode)) return endpoint.path + ": not a socket";
   if (platform::isTrustedUser(endpoint.owner)) return {};
   return endpoint.path + ": belongs to user " + std::to_string(endpoint.owner) +
-         ", neither to root nor to this user";
+         ", not to root or this user";
 }
 
 Endpoint endpointOf(const SystemRoot& root, const std::string& service) {
   Endpoint endpoint;
   endpoint.service = service;
   if (!SystemRoot::isValidLabel(service)) {
-    endpoint.problem = "\"" + oneLine(service) + "\" is no valid name of a service";
+    endpoint.problem = "\"" + oneLine(service) + "\" is not a valid service name";
     return endpoint;
   }
   endpoint.path = root.endpoint(service);
@@ -90,10 +90,10 @@ Endpoint endpointOf(const SystemRoot& root, const std::string& service) {
   return endpoint;
 }
 
-/// The directory itself, or the nearest one above it that is there.
+/// The directory itself, or its nearest existing ancestor.
 std::filesystem::path nearestExisting(std::filesystem::path directory) {
   const auto isMissing = [](const std::filesystem::path& path) {
-    std::error_code ignored;  // what cannot be looked at is not missing
+    std::error_code ignored;  // unreadable does not mean missing
     return std::filesystem::status(path, ignored).type() == std::filesystem::file_type::not_found;
   };
   while (directory.has_relative_path() && isMissing(directory)) directory = directory.parent_path();
@@ -121,7 +121,7 @@ JobDaemonState askJobDaemon(const SystemRoot& root) {
       daemon.problem = whyNotStartable();
   } catch (const std::exception& error) {
     daemon.asked = true;
-    daemon.problem = std::string("the job daemon cannot be asked: ") + error.what();
+    daemon.problem = std::string("the job daemon cannot be queried: ") + error.what();
     daemon.process = processAtControlEndpoint(root);
   }
   return daemon;

@@ -1,9 +1,9 @@
-// What there is on a system root: the router in its versions, jobs, endpoints, devices, the log.
+// What exists on a system root: versions of the router, jobs, endpoints, devices, the log. Nothing
+// is started or changed.
 //
-// Threading: the main thread. Ownership: values.
-// Errors: a part that cannot be read is empty, and why is told beside it; no part stands in the way
-//   of another.
-// Order: none. Nothing is started and nothing is changed.
+// Threading: the main thread.
+// Errors: a part that cannot be read is empty, with the reason in its `problem`; the parts do not
+//   affect each other.
 #pragma once
 
 #include <sys/types.h>
@@ -21,36 +21,35 @@
 
 namespace tool {
 
-/// The socket under which a service of the job is reached.
+/// The socket of a service of the job.
 struct Endpoint {
   std::string service;
   std::string path;
   bool exists = false;
   uid_t owner = static_cast<uid_t>(-1);
   mode_t mode = 0;
-  bool mayConnect = false;  ///< the file's mode lets this user
-  std::string
-      problem;  ///< why no client would connect to it; empty where nothing speaks against it
+  bool mayConnect = false;  ///< the file's mode lets this user connect
+  std::string problem;      ///< why no client would connect to it, or empty
 };
 
 struct JobDaemonState {
   bool asked = false;                           ///< one runs, or seems to
   std::optional<platform::ControlReply> reply;  ///< of a daemon that runs
   std::string problem;                          ///< why it cannot be asked, or could not be started
-  bool isForOthers = false;                     ///< its endpoint is there, and not for this user
-  pid_t process = -1;                           ///< who holds its endpoint, where it has a problem
+  bool isForOthers = false;                     ///< its endpoint exists, but not for this user
+  pid_t process = -1;                           ///< holds its endpoint, if there is a problem
 };
 
 struct RootState {
   std::string path;
   bool exists = false;
   uid_t owner = static_cast<uid_t>(-1);
-  std::string problem;  ///< why it cannot be looked at
+  std::string problem;  ///< why it cannot be examined
 };
 
 struct DiskState {
   std::uint64_t freeBytes = 0;
-  std::uint64_t freeFiles = 0;  ///< the largest number where the file system has no such bound
+  std::uint64_t freeFiles = 0;  ///< the largest number if the file system has no limit
   std::string problem;
 };
 
@@ -68,7 +67,7 @@ struct DeviceList {
   std::vector<std::string> problems;  ///< "file: cause" of each configuration that cannot be used
 };
 
-/// The router's own word, of a router that runs.
+/// The status that a running router reports.
 [[nodiscard]] std::optional<router::RouterStatus> runningRouter(const platform::SystemRoot& root);
 [[nodiscard]] JobDaemonState askJobDaemon(const platform::SystemRoot& root);
 [[nodiscard]] std::vector<Endpoint> endpointsOf(const platform::SystemRoot& root,
@@ -76,7 +75,7 @@ struct DeviceList {
 [[nodiscard]] DeviceList devicesOf(const platform::SystemRoot& root);
 [[nodiscard]] LogState logOf(const platform::SystemRoot& root);
 [[nodiscard]] RootState stateOf(const platform::SystemRoot& root);
-/// Of the file system that the root lies on, or would.
+/// Of the file system that holds the root, or would hold it.
 [[nodiscard]] DiskState diskOf(const platform::SystemRoot& root);
 
 struct Inventory {

@@ -20,7 +20,7 @@ ordered_json jsonOf(const router::SessionStatus& session) {
           {"lost", session.lost}};
 }
 
-/// Null for nothing.
+/// Null if empty.
 ordered_json textOrNull(const std::string& text) {
   return text.empty() ? ordered_json() : ordered_json(text);
 }

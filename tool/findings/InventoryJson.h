@@ -1,4 +1,4 @@
-// What there is on a system root, as JSON.
+// What exists on a system root, as JSON.
 //
 // Threading: any thread.
 #pragma once
@@ -19,8 +19,8 @@ namespace tool {
 [[nodiscard]] nlohmann::ordered_json jsonOf(const DeviceList& devices);
 [[nodiscard]] nlohmann::ordered_json jsonOf(const Diagnosis& diagnosis);
 
-/// Indented, with a line feed at the end. All that is not printable ASCII is escaped, so nothing
-/// in it acts on a terminal; bytes that are not UTF-8 become U+FFFD.
+/// Indented, with a line feed at the end. Everything but printable ASCII is escaped, so nothing in
+/// it can control a terminal; bytes that are not UTF-8 become U+FFFD.
 [[nodiscard]] std::string dumped(const nlohmann::ordered_json& document);
 
 }  // namespace tool

@@ -6,7 +6,7 @@ namespace tool {
 
 namespace {
 
-/// Collects steps; behind the first "no" nothing is asked any more.
+/// Collects steps; after the first "no" nothing more is asked.
 class Steps {
  public:
   void ask(std::string_view name, std::string_view question, bool yes, std::string found) {
@@ -25,7 +25,7 @@ class Steps {
   std::vector<PresenceStep> steps_;
 };
 
-/// `whenYes`, or why the reading of the copy came no further.
+/// `whenYes`, or why reading the copy got no further.
 std::string found(const RouterCopy& copy, CopyState needed, const std::string& whenYes) {
   return copy.state >= needed ? whenYes : copy.problem;
 }
@@ -39,7 +39,7 @@ std::string compared(const RouterCopy& installed, const RouterCopy& bundle) {
   if (areEqual(installed, bundle)) return "both are " + bundle.version;
   std::string text =
       "version " + installed.version + " is installed, this program carries " + bundle.version;
-  if (installed.version == bundle.version) text += ", as values of two kinds";
+  if (installed.version == bundle.version) text += ", as values of different types";
   return text;
 }
 
@@ -55,22 +55,22 @@ std::vector<PresenceStep> presenceSteps(const RouterVersions& versions) {
             found(installed, CopyState::Unreadable, installed.path));
   steps.ask("ownCopy", "Can the own copy be read?", bundle.state > CopyState::Unreadable,
             found(bundle, CopyState::NoEmbeddedList, bundle.path));
-  steps.ask("ownCopyList", "Has the own copy an embedded property list?",
+  steps.ask("ownCopyList", "Does the own copy have an embedded property list?",
             bundle.state > CopyState::NoEmbeddedList, found(bundle, CopyState::BadList, "yes"));
   steps.ask("installedCopy", "Can the installed copy be read?",
             installed.state > CopyState::Unreadable,
             found(installed, CopyState::NoEmbeddedList, installed.path));
-  steps.ask("installedCopyList", "Has the installed copy an embedded property list?",
+  steps.ask("installedCopyList", "Does the installed copy have an embedded property list?",
             installed.state > CopyState::NoEmbeddedList,
             found(installed, CopyState::BadList, "yes"));
   steps.ask("ownCopyListReadable", "Can the own copy's list be read?",
             bundle.state > CopyState::BadList, found(bundle, CopyState::NoVersion, "yes"));
   steps.ask("installedCopyListReadable", "Can the installed copy's list be read?",
             installed.state > CopyState::BadList, found(installed, CopyState::NoVersion, "yes"));
-  steps.ask("installedVersion", "Has the installed copy a version?",
+  steps.ask("installedVersion", "Does the installed copy have a version?",
             installed.state == CopyState::Complete,
             found(installed, CopyState::Complete, installed.version));
-  steps.ask("ownVersion", "Has the own copy a version?", bundle.state == CopyState::Complete,
+  steps.ask("ownVersion", "Does the own copy have a version?", bundle.state == CopyState::Complete,
             found(bundle, CopyState::Complete, bundle.version));
   steps.ask("versionsEqual", "Are the versions equal?", areEqual(installed, bundle),
             compared(installed, bundle));

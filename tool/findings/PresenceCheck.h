@@ -1,11 +1,12 @@
 // The presence check, step by step: is the router installed and current, and if not, which step
 // says no.
 //
-// The answer itself is the framework's. The steps repeat what it looks at, in its order, to tell
-// why; nothing is looked at behind the first step that says no.
+// The answer itself comes from the framework. The steps repeat what it examines, in the same order,
+// to find out why; nothing is examined after the first step that says no.
 //
-// Threading: any thread. Ownership: values. Errors: what cannot be read makes its step say no.
-// Order: as the check goes.
+// Threading: any thread.
+// Errors: a step whose data cannot be read says no.
+// Order: that of the framework's check.
 #pragma once
 
 #include <string>
@@ -22,7 +23,7 @@ struct PresenceStep {
   std::string_view name;      ///< for programs: "job", "versionsEqual"
   std::string_view question;  ///< for people
   Answer answer = Answer::NotAsked;
-  std::string found;  ///< what is there, or why not; empty where it was not asked
+  std::string found;  ///< what was found, or why nothing was; empty if not asked
 };
 
 struct PresenceCheck {
@@ -31,9 +32,9 @@ struct PresenceCheck {
   std::vector<PresenceStep> steps;
 };
 
-/// Read afresh.
+/// Reads everything anew.
 [[nodiscard]] PresenceCheck checkPresence();
-/// The steps for what was read.
+/// The steps for the given versions.
 [[nodiscard]] std::vector<PresenceStep> presenceSteps(const RouterVersions& versions);
 /// "yes", "no", "not asked"
 [[nodiscard]] std::string_view textOf(Answer answer);

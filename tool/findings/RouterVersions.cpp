@@ -31,7 +31,7 @@ RouterCopy incomplete(const std::string& path, CopyState state, std::string prob
   return {path, {}, state, std::move(problem), nullptr};
 }
 
-/// Why the file gives no bytes.
+/// Why the file cannot be read.
 std::string whyUnreadable(const std::string& path) {
   try {
     static_cast<void>(readWholeFile(path));
@@ -41,7 +41,7 @@ std::string whyUnreadable(const std::string& path) {
   return path + ": cannot be read";
 }
 
-/// As the presence check reads it: the file, its section, the list in it, the version.
+/// Read as the presence check does: the file, its section, the list in it, the version.
 RouterCopy copyAt(const std::string& path, const std::string& whyNoPath) {
   if (path.empty()) return incomplete(path, CopyState::NoPath, whyNoPath);
   const auto data = platform::NSData::dataWithContentsOfFile(NSString::stringWithUTF8(path));
@@ -76,7 +76,7 @@ std::string executableOf(const NSDictionary& job) {
   return path ? path->UTF8String() : std::string();
 }
 
-/// The number in front of the first dot, which is taken off with it; nothing where it is none.
+/// Removes the number before the first dot, and the dot; nothing if it is not a number.
 std::optional<std::uint64_t> takeNumber(std::string_view& version) {
   const std::size_t dot = std::min(version.find('.'), version.size());
   const auto number = parseNumber(version.substr(0, dot));
@@ -110,7 +110,7 @@ std::vector<std::string> servicesOf(const NSDictionary& job) {
 
 RouterVersions readRouterVersions() {
   RouterVersions versions;
-  versions.bundle = copyAt(bundleCopyPath(), "it is not known where this program lies");
+  versions.bundle = copyAt(bundleCopyPath(), "the location of this program is unknown");
   const auto job = platform::SMJobCopyDictionary(platform::kSMDomainSystemLaunchd,
                                                  platform::str(WLHIDEventRouterLabel));
   if (!job) {

@@ -1,7 +1,7 @@
 // Which router the tool carries and which is installed.
 //
 // Threading: any thread.
-// Errors: what cannot be read is empty, and the reason is told.
+// Errors: what cannot be read is empty, with the reason beside it.
 #pragma once
 
 #include <memory>
@@ -14,39 +14,39 @@
 
 namespace tool {
 
-/// How far the reading of a router's executable came.
+/// How far reading a router's executable got.
 enum class CopyState {
-  NoPath,          ///< it is not known where it would be
-  Unreadable,      ///< there is no such file, or it cannot be read
+  NoPath,          ///< its location is unknown
+  Unreadable,      ///< missing, or it cannot be read
   NoEmbeddedList,  ///< no section __TEXT,__info_plist
-  BadList,         ///< the section holds no property list
+  BadList,         ///< the section is not a property list
   NoVersion,       ///< the list has no version
   Complete,
 };
 
 struct RouterCopy {
   std::string path;
-  std::string version;  ///< empty: no such file, or it carries no version
+  std::string version;  ///< empty: no such file, or it has no version
   CopyState state = CopyState::NoPath;
-  std::string problem;                               ///< why it is not complete; empty when it is
-  std::shared_ptr<platform::NSObject> versionValue;  ///< as it stands in the list, or null
+  std::string problem;                               ///< why it is not complete, or empty
+  std::shared_ptr<platform::NSObject> versionValue;  ///< as in the list, or null
 };
 
 struct RouterVersions {
-  RouterCopy bundle;                    ///< the copy that an install would put in place
-  std::optional<RouterCopy> installed;  ///< nothing: there is no job
-  std::string jobProblem;               ///< why there is none; empty when there is one
-  std::vector<std::string> services;    ///< the names under which the job is reached
+  RouterCopy bundle;                    ///< the copy that this program would install
+  std::optional<RouterCopy> installed;  ///< nothing: no job
+  std::string jobProblem;               ///< why there is no job, or empty
+  std::vector<std::string> services;    ///< the names of the job's services
 };
 
-/// Read afresh.
+/// Reads everything anew.
 [[nodiscard]] RouterVersions readRouterVersions();
-/// Whether version `a` comes after `b`: number by number ("1.10" after "1.9"). Versions that are
-/// not made of numbers are never newer.
+/// Whether version `a` is newer than `b`, number by number ("1.10" is newer than "1.9"). A version
+/// that does not consist of numbers is never newer.
 [[nodiscard]] bool isNewer(std::string_view a, std::string_view b);
-/// Whether an install would put an older version in the place of a newer one.
+/// Whether installing would replace a newer version with an older one.
 [[nodiscard]] bool isDowngrade(const RouterVersions& versions);
-/// What `install` must be called with to put the own copy in place.
+/// The arguments that make this command install its own copy.
 [[nodiscard]] std::vector<std::string> installArguments(const RouterVersions& versions);
 
 }  // namespace tool

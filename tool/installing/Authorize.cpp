@@ -23,9 +23,9 @@ const std::map<std::string, platform::OSStatus>& answers() {
 }  // namespace
 
 void addAuthorizationOptions(CLI::App& verb, std::string& prompt, std::string& answer) {
-  verb.add_option("--prompt", prompt, "The text of the authorization question")->type_name("TEXT");
+  verb.add_option("--prompt", prompt, "The text of the authorization prompt")->type_name("TEXT");
   verb.add_option("--authorize", answer,
-                  "Answers the question: allow, deny or cancel (on a user's root)")
+                  "Answer the prompt: allow, deny or cancel (user's root only)")
       ->type_name("ANSWER")
       ->check([](const std::string& value) {
         return answers().contains(value) ? std::string() : value + " is not allow, deny or cancel";
@@ -36,7 +36,7 @@ void applyAuthorizationAnswer(const std::string& answer) {
   if (answer.empty()) return;
   if (platform::SystemRoot::current().isSystem()) {
     throw UsageFailure(
-        "--authorize is for a user's root; on the system's own the question is not ours to answer");
+        "--authorize is for a user's root; on the system's own root the system must ask");
   }
   platform::setAuthorizationAgent(platform::fixedAuthorizationAgent(answers().at(answer)));
 }

@@ -1,7 +1,7 @@
-// Who answers the authorization question: the person at the terminal, or the command line.
+// Who answers the authorization prompt: the person at the terminal or the command line.
 //
 // Threading: the main thread, before the framework is asked to install or remove.
-// Errors: UsageFailure on a system root, where the answer is not the command line's to give.
+// Errors: UsageFailure on the system's own root, where the command line may not answer.
 #pragma once
 
 #include <string>
@@ -14,7 +14,7 @@ namespace tool {
 
 /// Adds --prompt and --authorize.
 void addAuthorizationOptions(CLI::App& verb, std::string& prompt, std::string& answer);
-/// "allow", "deny" or "cancel"; empty leaves the question to the terminal.
+/// "allow", "deny" or "cancel"; if empty, the person at the terminal is asked.
 void applyAuthorizationAnswer(const std::string& answer);
 
 }  // namespace tool

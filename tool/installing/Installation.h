@@ -1,8 +1,7 @@
-// Installing the router through the framework.
+// Installs the router through the framework.
 //
-// Threading: the main thread, which is blocked while the authorization question is open.
-// Ownership: nothing is kept.
-// Errors: Failure, with the reason in words.
+// Threading: the main thread, which blocks while the authorization prompt is open.
+// Errors: Failure, with the reason as text.
 #pragma once
 
 #include <memory>
@@ -11,7 +10,7 @@
 
 namespace tool {
 
-/// `prompt` null: the platform's own text.
+/// `prompt`: null for the platform's own text.
 void installRouter(const std::shared_ptr<platform::NSString>& prompt);
 
 }  // namespace tool

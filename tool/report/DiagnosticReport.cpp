@@ -50,13 +50,13 @@ std::string safeComponent(const std::string& name) {
   return safe;
 }
 
-/// "replay NAME.hid" gives the name.
+/// "replay NAME.hid" yields the name.
 std::string recordingOf(const router::DeviceDescription& device) {
   constexpr std::string_view kKind = "replay ";
   return device.source.starts_with(kKind) ? device.source.substr(kKind.size()) : std::string();
 }
 
-/// How a file of a module is called, in the archive and in the manifest.
+/// The names of a module's file, in the archive and in the manifest.
 struct PartName {
   std::string module;
   std::string file;
@@ -64,7 +64,7 @@ struct PartName {
   std::string category;
 };
 
-/// The files whose lines a report knows.
+/// The files whose lines a report recognises.
 constexpr std::string_view kRouterModule = "WLHIDEventRouter";
 constexpr std::string_view kRouterFile = "syslog-com.quillmar.hideventrouter.log";
 
@@ -75,8 +75,8 @@ bool isRecentLines(const std::string& module, const std::string& file) {
   return module == platform::kRecentLogLinesIdentifier && file == platform::kRecentLogLinesFile;
 }
 
-/// Without input: what a module calls itself and its files may be anything, so only the names of
-/// those that are known stay, and others are counted.
+/// Without input: a module may give itself and its files any name, so only known names are kept and
+/// the others are numbered.
 PartName shownPartName(const std::string& module, std::size_t moduleNumber, const std::string& file,
                        std::size_t fileNumber) {
   if (isRouterLog(module, file))
@@ -104,7 +104,7 @@ std::string utcTime() {
                           parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
 }
 
-/// PRETTY_NAME="…" of the distribution's own description.
+/// PRETTY_NAME="…" from the distribution's own description.
 std::string distribution() {
   constexpr std::string_view kKey = "PRETTY_NAME=";
   std::ifstream in("/etc/os-release");
@@ -116,7 +116,7 @@ std::string distribution() {
   return {};
 }
 
-/// Without input of the kernel's release the numbers in front: who built it may have added
+/// Without input, only the leading numbers of the kernel's release: whoever built it may have added
 /// anything.
 ordered_json systemJson(bool whole) {
   utsname name{};
@@ -128,10 +128,10 @@ ordered_json systemJson(bool whole) {
           {"distribution", distribution()}};
 }
 
-/// A file that a module named, opened for reading.
+/// A file named by a module, opened for reading.
 class SourceFile {
  public:
-  /// `problem` says why it cannot be read.
+  /// `problem` is set if it cannot be read.
   SourceFile(const std::string& path, std::string& problem) {
     file_.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
@@ -142,13 +142,13 @@ class SourceFile {
     }
   }
   explicit SourceFile(platform::FileDescriptor file) : file_(std::move(file)) {}
-  /// The next bytes, as many as fit; nothing at the end and where reading fails.
+  /// The next chunk; empty at the end or if reading fails.
   std::span<const std::uint8_t> next(std::string& problem) {
     while (true) {
       const ssize_t count = ::read(file_.get(), buffer_.data(), buffer_.size());
       if (count >= 0) return std::span(buffer_).first(static_cast<std::size_t>(count));
       if (errno == EINTR) continue;
-      problem = "could not be read to its end: " + describeErrno(errno);
+      problem = "could not be read to the end: " + describeErrno(errno);
       return {};
     }
   }
@@ -168,7 +168,7 @@ class ReportWriter {
       : request_(request), archive_(archive) {}
 
   ReportResult write() {
-    step("Looking at router, jobs and devices");
+    step("Checking router, jobs and devices");
     const Inventory inventory = takeInventory(request_.root);
     const Diagnosis diagnosis = diagnose(inventory);
     writeInventory(inventory, diagnosis);
@@ -188,7 +188,7 @@ class ReportWriter {
     result_.missing.push_back({oneLine(part), oneLine(problem), shownPart, code});
   }
 
-  /// The name under which a further file stands, unlike all others.
+  /// A name for the next file that no other has.
   std::string uniqueName(const std::string& name) {
     std::string unique = name;
     for (int i = 2; !names_.insert(unique).second; ++i) unique = stringWithFormat("%s-%d", name, i);
@@ -239,16 +239,16 @@ class ReportWriter {
             {"router", router ? jsonOf(*router) : ordered_json()}};
   }
 
-  /// Before the modules are asked: what the framework logs in it is in their files.
+  /// Runs before the modules are asked, so that their files include what it logs.
   void writeTrial(std::uint64_t registryEntryID) {
-    step("Routing the device for a moment");
+    step("Routing the device briefly");
     const TrialResult trial = tryDevice(registryEntryID);
     ordered_json document = shownTrial(trial, devices_);
     if (request_.withInput) {
       document["registryEntryID"] = trial.registryEntryID;
       document["errors"] = trial.errors;
     }
-    writeJson("trial.json", "How far routing a device came", document);
+    writeJson("trial.json", "How far routing a device got", document);
   }
 
   void writeModules() {
@@ -282,7 +282,7 @@ class ReportWriter {
       writeModulePart(module, *file, shown,
                       [&] { writeContent(content.data->span(), module.identifier, fileName); });
     } else if (content.problem.empty()) {
-      missing("gave neither data nor a file");
+      missing("provided neither data nor a file");
     }
   }
 
@@ -322,7 +322,7 @@ class ReportWriter {
     archive_.write(lines.finish());
   }
 
-  /// Not what the module made of them: where a line comes from is known here without reading it.
+  /// Not from the module's text: here each line's origin is known without parsing it.
   void writeRecentLines() {
     const auto& recent = platform::KQLogger::sharedLogger().recentLines();
     if (const std::uint64_t dropped = recent.contents().dropped; dropped > 0)
@@ -403,7 +403,7 @@ class ReportWriter {
             {"missing", missing}};
   }
 
-  /// Null where there is none.
+  /// Null if there is none.
   [[nodiscard]] ordered_json versionsJson(const Inventory& inventory) const {
     const auto version = [this](const std::string& text) {
       return request_.withInput && !text.empty() ? ordered_json(text) : shownVersionOrNull(text);

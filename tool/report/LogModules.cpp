@@ -14,7 +14,7 @@ namespace {
 using platform::KQLogFile;
 using platform::KQLogModuleFileProvider;
 
-/// The first answer to a question, whenever and from wherever it comes.
+/// The first answer to a question, at any time and from any thread.
 template <class T>
 class FirstAnswer {
  public:
@@ -26,9 +26,9 @@ class FirstAnswer {
     }
     arrived_.notify_all();
   }
-  std::optional<T> wait(std::chrono::milliseconds patience) {
+  std::optional<T> wait(std::chrono::milliseconds timeout) {
     std::unique_lock lock(mutex_);
-    arrived_.wait_for(lock, patience, [this] { return answer_.has_value(); });
+    arrived_.wait_for(lock, timeout, [this] { return answer_.has_value(); });
     return answer_;
   }
 
@@ -52,14 +52,14 @@ std::string problemOf(const std::shared_ptr<platform::NSError>& error) {
   return error ? describeError(error) : std::string();
 }
 
-std::string noAnswer(std::chrono::milliseconds patience) {
-  return "gave no answer within " + std::to_string(patience.count()) + " ms";
+std::string noAnswer(std::chrono::milliseconds timeout) {
+  return "did not answer within " + std::to_string(timeout.count()) + " ms";
 }
 
-/// Asks, and waits for the first answer. `ask` is given the place for it.
+/// Asks, and waits for the first answer, which `ask` must put into the place it is given.
 template <class T, class Ask>
-T answerTo(const Ask& ask, std::chrono::milliseconds patience) {
-  // Shared with the handler, which may be kept and called when nobody waits any more.
+T answerTo(const Ask& ask, std::chrono::milliseconds timeout) {
+  // Shared with the handler, which may be kept and called after the wait has ended.
   const auto answer = std::make_shared<FirstAnswer<T>>();
   std::string problem;
   try {
@@ -69,14 +69,14 @@ T answerTo(const Ask& ask, std::chrono::milliseconds patience) {
   } catch (...) {
     problem = "failed";
   }
-  // One that has failed may have answered before.
-  T given = answer->wait(problem.empty() ? patience : std::chrono::milliseconds(0))
-                .value_or(T{.problem = noAnswer(patience)});
+  // One that failed may have answered before that.
+  T given = answer->wait(problem.empty() ? timeout : std::chrono::milliseconds(0))
+                .value_or(T{.problem = noAnswer(timeout)});
   if (!problem.empty()) given.problem = problem;
   return given;
 }
 
-Files filesOf(KQLogModuleFileProvider& provider, std::chrono::milliseconds patience) {
+Files filesOf(KQLogModuleFileProvider& provider, std::chrono::milliseconds timeout) {
   return answerTo<Files>(
       [&](const auto& answer) {
         provider.provideFilesWithCompletionHandler(
@@ -85,13 +85,13 @@ Files filesOf(KQLogModuleFileProvider& provider, std::chrono::milliseconds patie
               answer->set({files, problemOf(error), codeOf(error)});
             });
       },
-      patience);
+      timeout);
 }
 
 std::string pathOf(const std::shared_ptr<platform::NSURL>& url, std::string& problem) {
   if (!url) return {};
   const auto path = url->path();
-  if (!path) problem = "is at " + url->description() + ", which is no file";
+  if (!path) problem = "is at " + url->description() + ", which is not a file";
   return textOf(path);
 }
 
@@ -109,12 +109,12 @@ ModuleContent contentOf(const std::shared_ptr<platform::NSError>& error,
 
 }  // namespace
 
-std::vector<ModuleFiles> askLogModules(std::chrono::milliseconds patience) {
+std::vector<ModuleFiles> askLogModules(std::chrono::milliseconds timeout) {
   std::vector<ModuleFiles> answers;
   for (const auto& module : platform::KQLogger::sharedLogger().modules()) {
     auto* const provider = dynamic_cast<KQLogModuleFileProvider*>(module.get());
     if (provider == nullptr) continue;
-    Files files = filesOf(*provider, patience);
+    Files files = filesOf(*provider, timeout);
     answers.push_back({textOf(module->identifier()), textOf(module->name()), std::move(files.files),
                        std::move(files.problem), files.code});
   }
@@ -122,7 +122,7 @@ std::vector<ModuleFiles> askLogModules(std::chrono::milliseconds patience) {
 }
 
 ModuleContent readModuleFile(const std::shared_ptr<KQLogFile>& file,
-                             std::chrono::milliseconds patience) {
+                             std::chrono::milliseconds timeout) {
   if (!file || !file->source()) return {nullptr, {}, false, "has no source"};
   return answerTo<ModuleContent>(
       [&](const auto& answer) {
@@ -133,7 +133,7 @@ ModuleContent readModuleFile(const std::shared_ptr<KQLogFile>& file,
                          answer->set(contentOf(error, url, data, removeFile));
                        });
       },
-      patience);
+      timeout);
 }
 
 std::string textOf(const std::shared_ptr<platform::NSString>& string) {

@@ -23,8 +23,8 @@ void ReportArchive::Deleter::operator()(struct archive* archive) const {
 
 long long ReportArchive::writeToFile(struct archive* /*archive*/, void* self, const void* bytes,
                                      std::size_t size) {
-  // The library is never told of a failure: it would not free what it had begun to compress. Every
-  // call of it is followed by a look at failure_.
+  // The library is never told about a failure: it would leak its compression state. failure_ is
+  // checked after every call instead.
   auto* const report = static_cast<ReportArchive*>(self);
   try {
     if (!report->failure_) report->file_.write({static_cast<const std::uint8_t*>(bytes), size});
@@ -46,7 +46,7 @@ ReportArchive::ReportArchive(NewFile& file) : file_(file), archive_(archive_writ
 }
 
 ReportArchive::~ReportArchive() {
-  // What is left is written by the library when it is closed; nobody wants it any more.
+  // Freeing the archive makes the library write what is left, which nobody needs any more.
   failure_ = std::make_exception_ptr(Failure("given up"));
 }
 

@@ -1,8 +1,9 @@
 // A zip archive that is written piece by piece into a new file.
 //
-// Threading: one thread. Ownership: the file must outlive the archive.
-// Errors: Failure, "FILE: cause"; the archive is of no use after one.
-// Order: begin, write as often as need be, end; then the next file; at last finish.
+// Threading: one thread.
+// Ownership: the file must outlive the archive.
+// Errors: Failure, "FILE: cause"; the archive is unusable after one.
+// Order: for each file begin, any number of writes, end; then finish.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +26,7 @@ class ReportArchive {
   ReportArchive(const ReportArchive&) = delete;
   ReportArchive& operator=(const ReportArchive&) = delete;
 
-  /// A file of the archive, whose size need not be known yet. `name`: a relative path.
+  /// Begins a file of the archive, of any size. `name`: a relative path.
   void begin(const std::string& name);
   void write(std::span<const std::uint8_t> bytes);
   void write(std::string_view text);
@@ -39,7 +40,7 @@ class ReportArchive {
   [[noreturn]] void fail();
 
   NewFile& file_;
-  std::exception_ptr failure_;  // of the file, on its way through the library
+  std::exception_ptr failure_;  // thrown by the file, carried past the library
   struct Deleter {
     void operator()(struct archive* archive) const;
   };

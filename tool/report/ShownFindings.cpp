@@ -16,7 +16,7 @@ using nlohmann::ordered_json;
 
 constexpr std::uint32_t kLargestModelNumber = 0xFFFF;
 
-/// What Diagnosis.cpp calls its checks; that of a job has its label behind it.
+/// The names of the checks in Diagnosis.cpp; that of a job is followed by its label.
 constexpr std::array<std::string_view, 12> kChecks{
     "system root",    "job",        "own copy", "installed copy", "versions", "presence",
     "running router", "job daemon", "endpoint", "devices",        "log",      "disk"};
@@ -50,7 +50,7 @@ ordered_json shownCopy(const RouterCopy& copy) {
   return {{"state", shownState(copy.state)}, {"version", shownVersionOrNull(copy.version)}};
 }
 
-/// Null for nobody.
+/// Null if there is none.
 ordered_json shownOwner(bool exists, uid_t owner) {
   if (!exists) return {};
   if (owner == 0) return "root";

@@ -1,10 +1,9 @@
-// What a report without input shows of what there is on a system root: known keys, and of their
-// values truth values, words of this program's own, and what ShownLines.h calls likely. Texts,
-// paths, names, users and registry entry IDs are not among them.
+// What a report without input shows of a system root: known keys whose values are truth values,
+// words of this program, and values that ShownLines.h allows. Texts, paths, names, users and
+// registry entry IDs are not shown.
 //
 // Threading: one thread.
-// Ownership: values.
-// Order: devices are counted as they come.
+// Order: devices are numbered as they appear.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -17,7 +16,7 @@
 
 namespace tool {
 
-/// The verdict, and how each check ended.
+/// The verdict and the result of each check.
 [[nodiscard]] std::string shownDiagnosis(const Diagnosis& diagnosis);
 [[nodiscard]] nlohmann::ordered_json shownPresence(const PresenceCheck& presence);
 [[nodiscard]] nlohmann::ordered_json shownJobs(const Inventory& inventory, DeviceOrder& devices);
@@ -25,10 +24,10 @@ namespace tool {
 /// The root's directory, its log and its disk.
 [[nodiscard]] nlohmann::ordered_json shownRoot(const Inventory& inventory);
 [[nodiscard]] nlohmann::ordered_json shownTrial(const TrialResult& trial, DeviceOrder& devices);
-/// A number or a code where it may be shown, null for nothing, else kPrivate.
+/// A number or code if it may be shown, null for nothing, otherwise kPrivate.
 [[nodiscard]] nlohmann::ordered_json shownNumber(std::uint64_t number);
 [[nodiscard]] nlohmann::ordered_json shownCode(std::optional<std::int64_t> code);
-/// Null for none.
+/// Null if empty.
 [[nodiscard]] nlohmann::ordered_json shownVersionOrNull(const std::string& version);
 
 }  // namespace tool

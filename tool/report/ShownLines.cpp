@@ -22,10 +22,10 @@ using platform::LogPlace;
 using platform::LogTemplate;
 
 constexpr std::int64_t kLargestShownNumber = 9'999'999;
-constexpr std::int64_t kFirstIOReturn = -0x20000000;  // 0xE0000000 as 32 bits with a sign
+constexpr std::int64_t kFirstIOReturn = -0x20000000;  // 0xE0000000 as a signed 32-bit number
 constexpr std::int64_t kLastIOReturn = kFirstIOReturn + 0xFFF;
 constexpr std::string_view kJobDaemon = "wlhid-jobd";
-/// A row's line, and room for the entry's head.
+/// The longest line of a row, plus the entry's head.
 constexpr std::size_t kMaximumKeptBytes = platform::kMaximumLogLineBytes + 1000;
 
 bool isDigit(char c) {
@@ -100,10 +100,10 @@ struct Entry {
   std::string_view text;
 };
 
-/// "Nov 21 03:12:46", with a blank for the ten of a day below 10.
+/// "Nov 21 03:12:46", with a blank before a day below 10.
 bool isTime(std::string_view text) {
   constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
-  constexpr std::string_view kForm = "  0 00:00:00";  // behind the month; 0 stands for a digit
+  constexpr std::string_view kForm = "  0 00:00:00";  // after the month; 0 stands for a digit
   const std::size_t month = kMonths.find(text.substr(0, 3));
   if (month == std::string_view::npos || month % 3 != 0) return false;
   std::string form(text);
@@ -112,7 +112,8 @@ bool isTime(std::string_view text) {
   return form.substr(3) == kForm;
 }
 
-/// Takes what precedes `end` off the front of `rest`, with `end`. Nothing where there is none.
+/// Removes everything up to and including `end` from `rest` and returns what precedes `end`;
+/// nothing if `rest` does not contain it.
 std::optional<std::string_view> takeUntil(std::string_view end, std::string_view& rest) {
   const std::size_t at = rest.find(end);
   if (at == std::string_view::npos) return std::nullopt;
@@ -121,7 +122,7 @@ std::optional<std::string_view> takeUntil(std::string_view end, std::string_view
   return part;
 }
 
-/// Nothing where the line is none that the router or the job daemon can have written.
+/// Nothing if the router or the job daemon cannot have written the line.
 std::optional<Entry> entryOf(std::string_view line) {
   const auto isNumber = [](std::string_view text) {
     return std::ranges::all_of(text, isDigit) && numberOr({}, text, &isShownNumber) == text;
@@ -138,7 +139,7 @@ std::optional<Entry> entryOf(std::string_view line) {
   return Entry{line.substr(0, kTimeBytes), *writer, *process, rest};
 }
 
-// ---- A line of the client's
+// ---- A line of the client
 
 const wlhid::LogSite* siteOf(const platform::RecentLogLines::Line& line) {
   for (const wlhid::LogSite* site : wlhid::site::kTable) {
@@ -158,7 +159,7 @@ std::string shownNumberOf(const wlhid::LogSite& site, const std::optional<std::i
   return std::string(kPrivate);
 }
 
-/// The format's literal text, with `argument` in each place.
+/// The format's literal text, with `argument` in place of each conversion.
 std::string withArgument(std::string_view format, std::string_view argument) {
   std::string text;
   for (std::size_t at = 0; at < format.size(); ++at) {

@@ -1,14 +1,14 @@
-// What a report without input shows of a log: literal text of the project's own tables, and the
-// values that their places let be shown. Everything else is kPrivate, and a line that is no row's
-// is replaced by its length.
+// What a report without input shows of a log: literal text from the project's own tables, and the
+// values that their places allow. Everything else is kPrivate, and a line that matches no row is
+// replaced by its length.
 //
-// Nothing here guesses what a text means. A value is shown for the place that it stands in, and
-// only where it is a likely one: whatever a line says, what is shown of it is words of the tables,
-// numbers of seven digits at most, codes of errors, versions, and the router's label.
+// Nothing here guesses what a text means. Whether a value is shown depends on its place, and it
+// must be a plausible one: whatever a line says, all that is shown of it is words from the tables,
+// numbers of at most seven digits, error codes, versions and the router's label.
 //
 // Threading: one thread.
-// Ownership: values; a ShownLines refers to its devices.
-// Order: devices are counted as they come; lines keep their order.
+// Ownership: a ShownLines refers to its devices, which must outlive it.
+// Order: devices are numbered as they appear; lines keep their order.
 #pragma once
 
 #include <cstddef>
@@ -23,47 +23,48 @@ namespace tool {
 
 inline constexpr std::string_view kPrivate = "<private>";
 
-/// Gives devices names that say nothing of them.
+/// Gives devices names that reveal nothing about them.
 class DeviceOrder {
  public:
-  /// "device 1" for the first that it is asked for, and again whenever it is asked for that.
+  /// "device 1" for the first device asked for, and the same name whenever it is asked for again.
   [[nodiscard]] std::string nameOf(std::uint64_t registryEntryID);
 
  private:
   std::map<std::uint64_t, std::size_t> places_;
 };
 
-/// Numbers from 0 to 9999999; a process, a count.
+/// Numbers from 0 to 9999999: process IDs, counts.
 [[nodiscard]] bool isShownNumber(std::int64_t number);
 /// Such a number, or the code of an error that a router answers with.
 [[nodiscard]] bool isShownCode(std::int64_t code);
-/// "1.10.2", of three digits a number at most; else kPrivate.
+/// "1.10.2", at most three numbers of three digits; otherwise kPrivate.
 [[nodiscard]] std::string shownVersion(std::string_view version);
-/// The router's or the job daemon's; else kPrivate.
+/// The router's or the job daemon's label; otherwise kPrivate.
 [[nodiscard]] std::string shownLabel(std::string_view label);
-/// How a job ended last, as the job daemon says it.
+/// How a job last ended, in the job daemon's words.
 [[nodiscard]] std::string shownEnd(std::string_view lastEnd);
 /// "<a line of 57 bytes>"
 [[nodiscard]] std::string lineOfLength(std::uint64_t bytes);
 
-/// A line of the system log: its time, the process that wrote it and its text, where the process is
-/// the router or the job daemon and the text a row of their tables.
+/// A line of the system log: time, process and text if the process is the router or the job daemon
+/// and the text matches a row of their tables; otherwise its length.
 [[nodiscard]] std::string shownLogLine(std::string_view line, DeviceOrder& devices);
-/// A line of the framework's own log, where it is a site of the client's.
+/// A line of the framework's own log if it comes from a log site of the client; otherwise its
+/// length.
 [[nodiscard]] std::string shownRecentLine(const platform::RecentLogLines::Line& line);
 
-/// The same for text that comes in pieces, in bounded memory.
+/// The same for text that arrives in pieces, in bounded memory.
 class ShownLines {
  public:
   enum class Source {
     SystemLog,
-    Unknown,  ///< of which no line is known
+    Unknown,  ///< every line is replaced by its length
   };
 
   ShownLines(Source source, DeviceOrder& devices) : source_(source), devices_(devices) {}
-  /// The lines that are complete by now.
+  /// Returns the lines completed by these bytes.
   [[nodiscard]] std::string feed(std::string_view bytes);
-  /// What is left without a line's end.
+  /// Returns the last line if it has no line feed.
   [[nodiscard]] std::string finish();
 
  private:
@@ -72,7 +73,7 @@ class ShownLines {
 
   const Source source_;
   DeviceOrder& devices_;
-  std::string line_;        // its beginning: more than any line that is known has
+  std::string line_;        // its beginning: longer than any known line
   std::uint64_t size_ = 0;  // of the whole line
 };
 

@@ -12,15 +12,15 @@ namespace tool {
 namespace {
 
 constexpr std::uint64_t kErrorLevel = 3;
-// The client's lines, as its log has them.
+// The lines as the client logs them.
 constexpr std::string_view kInterruption =
     "WLHIDEventRouterClient: xpcConnectionToService experienced an interruption";
 constexpr std::string_view kStartLost = "Error(S): %@";
 
-/// What the line means for a routing, or empty.
+/// What the line means for the routing session, or empty.
 std::string meaningOf(const platform::KQLogEntry& entry) {
   if (entry.format == kInterruption) return "the router ended unexpectedly";
-  if (entry.format == kStartLost) return "the router gave no answer: " + std::string(entry.message);
+  if (entry.format == kStartLost) return "the router did not answer: " + std::string(entry.message);
   return {};
 }
 
@@ -45,7 +45,7 @@ ClientLogWatch::ClientLogWatch(Handler handler) : userLevel_(platform::KQLogger:
 
 ClientLogWatch::~ClientLogWatch() {
   platform::KQLogger::setLogLevel(userLevel_);
-  // A line that was let through at the lower level may come only now, and is not shown then either.
+  // A line admitted at the lower level may arrive only now and must not be shown either.
   platform::KQLogger::sharedLogger().setSink(std::make_shared<platform::KQLogSink>(
       [userLevel = userLevel_](const platform::KQLogEntry& entry) { passOn(entry, userLevel); }));
 }

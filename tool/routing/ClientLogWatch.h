@@ -1,10 +1,8 @@
-// What the framework tells of a client only in its log: that the router ended without a word, that
-// a start request was lost. An application that wants to know reads the log, and so does this
-// command.
+// Reads what the framework reports about a client only in its log: that the router died silently,
+// that a start request was lost. An application would have to read the log as well.
 //
-// Threading: made and destroyed on the main thread; the handler runs wherever the framework logs.
-// Ownership: the watch holds the handler, and so does a line that is on its way while the watch
-//   goes.
+// Threading: created and destroyed on the main thread; the handler runs on whichever thread logs.
+// Ownership: the watch holds the handler; so does any line in flight while the watch is destroyed.
 #pragma once
 
 #include <cstdint>
@@ -16,9 +14,9 @@
 
 namespace tool {
 
-/// While it lives, the shared logger lets errors through, the handler hears of those that end a
-/// routing, and lines that the user's own level admits go to standard error as they would without a
-/// watch; the sink that sees to the latter stays.
+/// While it lives, the shared logger lets errors through, the handler is called for those that end
+/// a routing session, and lines admitted by the user's own level go to standard error as usual. The
+/// sink that does the latter stays in place afterwards.
 class ClientLogWatch {
  public:
   using Handler = std::function<void(const std::string& what)>;

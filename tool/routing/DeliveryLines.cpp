@@ -110,15 +110,15 @@ class JsonLines final : public DeliveryLines {
   }
 };
 
-/// Whether it is a key or a button that is not pressed. A device sends all of them every time.
+/// A key or button that is not pressed: devices report all of them every time.
 bool isUp(const platform::HIDElementValueRecord& value) {
   if (value.usagePage == kButtonPage) return value.integerValue == 0;
   return value.usagePage == kKeyboardPage && (value.usage == 0 || value.integerValue == 0);
 }
 
-constexpr std::size_t kIndent = 24;  // where bytes and values begin
-/// From this many on, vendor-defined values are counted instead of shown: their bytes stand in the
-/// report, and nobody knows their meaning.
+constexpr std::size_t kIndent = 24;  // the column where bytes and values begin
+/// From this many on, vendor-defined values are counted instead of shown: the report has their
+/// bytes, and nobody knows their meaning.
 constexpr std::size_t kLongRun = 4;
 
 bool isVendorDefined(const platform::HIDElementValueRecord& value) {
@@ -137,7 +137,7 @@ std::string shownValue(const platform::HIDElementValueRecord& value) {
 
 using Records = std::vector<platform::HIDElementValueRecord>;
 
-/// How many vendor-defined values of one page follow each other from `at` on.
+/// The number of consecutive vendor-defined values of one page from `at` on.
 std::size_t vendorRun(const Records& records, std::size_t at) {
   std::size_t end = at;
   while (end < records.size() && isVendorDefined(records[end]) &&
@@ -146,7 +146,7 @@ std::size_t vendorRun(const Records& records, std::size_t at) {
   return end - at;
 }
 
-/// What is shown of the values, piece by piece; a piece is never broken.
+/// The values as pieces of text that are never broken across lines.
 std::vector<std::string> shownValues(const Records& records) {
   std::vector<std::string> pieces;
   for (std::size_t at = 0; at < records.size();) {
@@ -225,7 +225,7 @@ class TextLines final : public DeliveryLines {
     out += head.data();
   }
 
-  /// Ends the line with the pieces, a blank before each, and goes on below where they don't fit.
+  /// Ends the line with the pieces, each after a blank, wrapped if they don't fit.
   void appendPieces(std::string& out, const std::vector<std::string>& pieces) const {
     const std::size_t columns = columns_();
     std::size_t column = kIndent - 1;

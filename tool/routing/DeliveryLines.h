@@ -1,7 +1,7 @@
-// What a client's delegate is told, as lines of text: one line a delivery.
+// What a client's delegate receives, as text: one line per delivery, with its line feed, appended
+// to the caller's string.
 //
-// Threading: any thread. Ownership: a line is appended to the caller's string.
-// Errors, Order: none; a line ends with a line feed.
+// Threading: any thread.
 #pragma once
 
 #include <chrono>
@@ -23,11 +23,11 @@ class DeliveryLines {
   virtual void appendReport(std::string& out, std::span<const std::uint8_t> bytes,
                             std::uint32_t reportID) = 0;
   virtual void appendElementValues(std::string& out, const platform::NSArray& elementValues) = 0;
-  /// That nothing more comes, for a reason that is no failure.
+  /// Nothing more will come, for a reason that is not a failure.
   virtual void appendEnd(std::string& out, const std::string& reason) = 0;
 };
 
-/// One JSON object a line:
+/// One JSON object per line:
 ///   {"status":4}
 ///   {"report":{"id":1,"data":"01ff"}}
 ///   {"elements":[{"reportID":1,"usagePage":1,"usage":48,"cookie":3,"integerValue":-5,"bytes":"fb"}]}
@@ -35,14 +35,14 @@ class DeliveryLines {
 ///   {"ended":"…"}
 [[nodiscard]] std::unique_ptr<DeliveryLines> jsonDeliveryLines();
 
-/// For people: seconds since `clock` first answered, what it is, and the values under their usages'
-/// names. Keys and buttons that are up are left out, and longer runs of vendor-defined values are
-/// counted. `clock` counts from any point; `columns` tells how wide a line may be, 0 for any width:
-/// what is longer goes on below.
+/// For people: seconds since construction, the kind of delivery, and values by the names of their
+/// usages. Released keys and buttons are left out, and long runs of vendor-defined values are only
+/// counted. `clock` may count from any point; `columns` is the maximum width of a line, 0 for
+/// unlimited: longer lines are wrapped.
 [[nodiscard]] std::unique_ptr<DeliveryLines> textDeliveryLines(
     std::function<std::chrono::microseconds()> clock, std::function<std::size_t()> columns);
 
-/// "opening", "routing"; "status 7" for a number without a name.
+/// "opening", "routing"; "status 7" for an unknown number.
 [[nodiscard]] std::string statusName(WLHIDEventRouterClientStatus status);
 
 }  // namespace tool

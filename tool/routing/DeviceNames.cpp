@@ -17,7 +17,7 @@ constexpr std::string_view kNamePrefix = "name:";
 
 using Configured = std::vector<router::ConfiguredDevice>;
 
-/// The configurations for which `fits`; a Failure where there are several.
+/// The only configuration that `fits`; Failure if there are several.
 std::optional<std::string> onlyConfiguration(
     const Configured& all, const std::string& text,
     const std::function<bool(const router::ConfiguredDevice&)>& fits) {
@@ -38,7 +38,7 @@ DeviceReference DeviceReference::parse(const std::string& text) {
   if (text.starts_with(kNamePrefix)) return {text.substr(kNamePrefix.size()), std::nullopt};
   if (!text.starts_with(kIDPrefix)) return {text, parseNumber(text)};
   const auto number = parseNumber(text.substr(kIDPrefix.size()));
-  if (!number) throw UsageFailure("\"" + text + "\": behind id: stands no number");
+  if (!number) throw UsageFailure("\"" + text + "\": no number after id:");
   return {std::nullopt, number};
 }
 
@@ -78,7 +78,8 @@ std::string configurationOf(const std::string& text) {
       return each.device && each.description.registryEntryID == *reference.registryEntryID;
     });
   }
-  if (!found) throw Failure("no recorded device is \"" + text + "\" (wlhid devices lists them)");
+  if (!found)
+    throw Failure("there is no recorded device \"" + text + "\" (wlhid devices lists them)");
   return *found;
 }
 

@@ -1,10 +1,10 @@
 // Which device a person means.
 //
-// A name wins over an ID, so that a device that is called "12" can be said; "id:12" and "name:12"
-// say which of the two is meant, whatever there is.
+// A name takes precedence over an ID, so that a device named "12" can be selected; "id:12" and
+// "name:12" say explicitly which is meant.
 //
 // Threading: the main thread.
-// Errors: Failure where no device, or more than one, fits.
+// Errors: Failure if no device matches, or more than one.
 #pragma once
 
 #include <cstdint>
@@ -14,12 +14,12 @@
 
 namespace tool {
 
-/// For the help of a verb that takes a DEVICE.
+/// For the help of verbs that take a DEVICE.
 inline constexpr const char* kDeviceHelp =
-    "A name that only one device has, or a registry entry ID\n(decimal or 0x…). id:12 and name:12 "
-    "say which of both is meant";
+    "A device's name, if unique, or its registry entry ID (decimal\nor 0x…). id:12 and name:12 are "
+    "never ambiguous";
 
-/// A device as it was typed: what it may be called, and what its ID may be.
+/// A device as typed: its possible name and its possible ID.
 struct DeviceReference {
   std::optional<std::string> name;
   std::optional<std::uint64_t> registryEntryID;
@@ -27,13 +27,13 @@ struct DeviceReference {
   static DeviceReference parse(const std::string& text);
 };
 
-/// The device of the current root with that name; else the ID as it is: whether there is such a
-/// device is the router's answer.
+/// The ID of the current root's device with that name; otherwise the typed ID, which is not
+/// checked: the router says whether such a device exists.
 [[nodiscard]] std::uint64_t registryEntryIDOf(const std::string& text);
 
 /// The configuration of a replayed device of the current root: that of the device with that name,
-/// also where no device comes of it; else the one of that name itself; else that of the device with
-/// that ID.
+/// even if it yields no device; otherwise the configuration with that name; otherwise that of the
+/// device with that ID.
 [[nodiscard]] std::string configurationOf(const std::string& text);
 
 }  // namespace tool

@@ -50,7 +50,7 @@ void RouteSession::hidEventRouterClient_clientStatusChangedTo(
   line = takeDueStatus(line, status);
   if (!line.empty()) print(client, line);
   if (status == WLHIDEventRouterClientStatusRouterUnavailable) {
-    end(client, {true, "the router is not installed any more (install it with: " +
+    end(client, {true, "the router is no longer installed (install it with: " +
                            commandLine({"install"}) + ")"});
   }
 }
@@ -90,7 +90,7 @@ void RouteSession::hidEventRouterClient_handleError(
 void RouteSession::hidEventRouterClient_receivedReportData_reportID(
     const std::shared_ptr<WLHIDEventRouterClient>& client,
     const std::shared_ptr<platform::NSData>& data, std::uint32_t reportID) {
-  if (ending_ || !data) return;  // nothing keeps a router from sending nil
+  if (ending_ || !data) return;  // a router may send nil
   if (last_ && reports_ == *last_) return end(client, {});
   std::string line;
   lines_->appendReport(line, data->span(), reportID);
@@ -115,7 +115,7 @@ void RouteSession::print(const std::shared_ptr<WLHIDEventRouterClient>& client,
                          const std::string& line) {
   if (output_.write(line)) return;
   const int failure = output_.failure();
-  // A reader that has seen enough closes its end; that is no failure of ours.
+  // A reader that has seen enough closes its end; that is not a failure.
   if (failure == EPIPE) return end(client, {});
   end(client, {true, "cannot write to standard output: " + describeErrno(failure)});
 }
@@ -144,7 +144,7 @@ void RouteSession::drainWake() const {
 
 void RouteSession::wake() {
   const std::uint64_t one = 1;
-  // The counter is full only when nobody has looked for 2^64 - 2 wakes.
+  // The counter is full only after 2^64 - 2 wakes that nobody has read.
   [[maybe_unused]] const ssize_t written = ::write(wake_, &one, sizeof one);
 }
 

@@ -1,12 +1,12 @@
-// One client's routing as the command shows it: a delegate that prints what it is told and knows
-// when it is over.
+// One client's routing session as the command shows it: a delegate that prints what it receives and
+// knows when the session is over.
 //
-// Threading: the delegate's methods run where the framework calls them; end() may be called from
-//   any thread; the rest is the main thread's, which waits for wakeDescriptor().
-// Ownership: the caller owns the session, and the client holds it weakly, so it must outlive the
-//   routing.
-// Errors: how it ended is in the end's message.
-// Order: lines are printed in the order of delivery. Nothing is printed once the routing is over.
+// Threading: the delegate's methods run on the framework's threads; end() may be called from any
+//   thread; everything else belongs to the main thread, which waits on wakeDescriptor().
+// Ownership: the caller owns the session and must keep it until routing is over: the client holds
+//   it weakly.
+// Errors: RouteEnd's message.
+// Order: lines are printed in the order of delivery; nothing is printed after the end.
 #pragma once
 
 #include <atomic>
@@ -29,8 +29,8 @@ struct RouteEnd {
 
 class RouteSession final : public WLHIDEventRouterClientDelegate {
  public:
-  /// It is over with report number `last`, or with the element values that follow it, which the
-  /// caller waits for a moment.
+  /// Ends with report number `last`, or with the element values that follow it, for which the
+  /// caller waits briefly.
   RouteSession(std::unique_ptr<DeliveryLines> lines, int outputDescriptor,
                std::optional<std::uint64_t> last);
   ~RouteSession() override;
@@ -47,25 +47,25 @@ class RouteSession final : public WLHIDEventRouterClientDelegate {
       const std::shared_ptr<WLHIDEventRouterClient>& client,
       const std::shared_ptr<platform::NSData>& data, std::uint32_t reportID) override;
 
-  /// Ends it, unless it has ended: nothing more is printed, then the client is stopped (null: there
-  /// is none to stop).
+  /// Ends the session unless it has ended: nothing more is printed, then the client is stopped
+  /// (null: no client to stop).
   void end(const std::shared_ptr<WLHIDEventRouterClient>& client, RouteEnd how);
-  /// Readable when ended() or lastReportSeen() has become true.
+  /// Readable once ended() or lastReportSeen() has become true.
   [[nodiscard]] int wakeDescriptor() const { return wake_; }
-  /// Makes it unreadable until the next of these.
+  /// Makes the descriptor unreadable until the next of these.
   void drainWake() const;
   [[nodiscard]] bool ended() const { return stopped_; }
-  /// The router has answered the start, one way or the other.
+  /// The router has answered the start request, with success or failure.
   [[nodiscard]] bool answered() const { return answered_; }
-  /// The last report has been printed, and its element values may follow.
+  /// The last report has been printed; its element values may follow.
   [[nodiscard]] bool lastReportSeen() const { return lastReportSeen_; }
-  /// How it ended; after ended(). Waits for a line that is being printed.
+  /// Valid after ended(). Waits for a line that is still being printed.
   [[nodiscard]] RouteEnd howItEnded() const;
   [[nodiscard]] std::uint64_t reports() const { return reports_; }
 
  private:
   void print(const std::shared_ptr<WLHIDEventRouterClient>& client, const std::string& line);
-  /// What is to be printed now: nothing, or what was held back and the line.
+  /// What to print now: nothing, or everything held back and the line.
   std::string takeDueStatus(const std::string& line, WLHIDEventRouterClientStatus status);
   std::string takeHeldBack();
   void wake();
@@ -81,8 +81,8 @@ class RouteSession final : public WLHIDEventRouterClientDelegate {
   std::atomic<bool> stopped_ = false;
   mutable std::mutex mutex_;
   RouteEnd end_;
-  // Statuses since the connection of a device that was routed ended: printed once it is known that
-  // this was not the end of a recording.
+  // Statuses since the connection of a routed device ended: printed once it is known that this was
+  // not the end of a recording.
   std::string heldBack_;
   bool wasRouted_ = false;
 };

@@ -15,7 +15,7 @@ namespace tool {
 
 namespace {
 
-constexpr std::chrono::milliseconds kPatience{2000};
+constexpr std::chrono::milliseconds kTimeout{2000};
 constexpr std::chrono::milliseconds kPause{10};
 
 std::string decimal(const char* format, double number) {
@@ -33,7 +33,7 @@ bool hasSessionOfOurs(const router::RouterStatus& status) {
 std::string routeHeader(const std::string& name, std::uint64_t registryEntryID) {
   const std::string id = hexadecimal(registryEntryID);
   return (name.empty() ? "Device " + id : oneLine(name) + " (" + id + ")") +
-         "; Ctrl-C ends it. Keys and buttons that are up are left out.\n"
+         "; Ctrl-C ends it. Released keys and buttons are left out.\n"
          "  SECONDS  WHAT     ID  BYTES, OR VALUES BY NAME\n";
 }
 
@@ -45,9 +45,9 @@ LossCount::LossCount(platform::SystemRoot root) : root_(std::move(root)) {
 }
 
 std::optional<Losses> LossCount::take() const {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   auto status = runningRouter(root_);
-  // No event tells that the router has written its word anew.
+  // No event tells that the router has updated its status.
   while (status && hasSessionOfOurs(*status) && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::sleep_for(kPause);
     status = runningRouter(root_);
@@ -63,10 +63,10 @@ std::string routeSummary(std::uint64_t reports, std::chrono::microseconds time,
   std::string text = std::to_string(reports) + (reports == 1 ? " report" : " reports") + " in " +
                      decimal("%.2f s", seconds);
   if (reports > 1 && seconds > 0)
-    text += decimal(", %.1f a second", static_cast<double>(reports) / seconds);
+    text += decimal(", %.1f per second", static_cast<double>(reports) / seconds);
   if (losses) {
     text += "; " + (losses->reports == 0 ? "none" : std::to_string(losses->reports)) + " lost";
-    if (losses->ofOthersToo && losses->reports != 0) text += ", by all that were routing";
+    if (losses->ofOthersToo && losses->reports != 0) text += ", by all sessions together";
   }
   return text + "\n";
 }

@@ -1,7 +1,8 @@
-// What is said for people around a routing: which device it is, and how it went.
+// What people are told before and after a routing session: which device it is, and how it went.
 //
-// Threading: one thread. Ownership: values. Errors: none; what cannot be learnt is left out.
-// Order: a LossCount is made before the routing begins and asked when it is over.
+// Threading: one thread.
+// Errors: what cannot be determined is left out.
+// Order: create a LossCount before routing begins and call take() when it is over.
 #pragma once
 
 #include <chrono>
@@ -13,20 +14,20 @@
 
 namespace tool {
 
-/// The device's name (empty: not known) and ID, how to end it, and what the columns hold.
+/// The device's name (empty: unknown) and ID, how to end the session, and what the columns mean.
 [[nodiscard]] std::string routeHeader(const std::string& name, std::uint64_t registryEntryID);
 
 struct Losses {
   std::uint64_t reports = 0;
-  bool ofOthersToo = false;  ///< others were routing, and theirs cannot be told apart
+  bool ofOthersToo = false;  ///< includes those of other sessions, which cannot be told apart
 };
 
-/// How many reports the router lost while this process routed, by the router's own word.
+/// How many reports the router says it lost while this process was routing.
 class LossCount {
  public:
   explicit LossCount(platform::SystemRoot root);
-  /// Waits a moment for the router to have noticed the end. Nothing where no router runs, or
-  /// another one than at the beginning.
+  /// Waits briefly for the router to notice the end. Nothing if no router runs, or a different one
+  /// than at the beginning.
   [[nodiscard]] std::optional<Losses> take() const;
 
  private:
@@ -35,7 +36,7 @@ class LossCount {
   std::uint64_t before_ = 0;
 };
 
-/// "8 reports in 0.09 s, 88.9 a second; none lost"
+/// "8 reports in 0.09 s, 88.9 per second; none lost"
 [[nodiscard]] std::string routeSummary(std::uint64_t reports, std::chrono::microseconds time,
                                        const std::optional<Losses>& losses);
 

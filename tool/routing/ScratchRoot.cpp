@@ -22,7 +22,7 @@ namespace tool {
 
 namespace {
 
-constexpr int kDaemonPatience = 10'000;  // milliseconds
+constexpr int kDaemonTimeout = 10'000;  // milliseconds
 constexpr std::chrono::milliseconds kPauseBetweenTries{10};
 
 std::filesystem::path temporaryDirectory() {
@@ -33,7 +33,7 @@ std::filesystem::path temporaryDirectory() {
   return "/tmp";
 }
 
-/// Empty, with errno, where it cannot be made.
+/// Empty, with errno set, if it cannot be created.
 std::string makeDirectory() {
   std::string name = temporaryDirectory() / "wlhid-XXXXXX";
   return ::mkdtemp(name.data()) == nullptr ? std::string() : name;
@@ -47,7 +47,7 @@ void waitForEndOfFile(int descriptor) {
   }
 }
 
-/// Up to the end of file, or what came before a failure.
+/// Up to the end of file or the first failure.
 std::string readAll(int descriptor) {
   std::string text;
   std::array<char, 4096> buffer{};
@@ -75,13 +75,13 @@ pid_t jobDaemonOf(const platform::SystemRoot& root) {
   }
 }
 
-/// The daemon is there before the command can ask for anything. The command never starts one then,
-/// so none is just coming up, unknown to anybody, when the command is killed.
+/// Starts the daemon before the command can ask for anything. So the command never starts one
+/// itself, and killing the command cannot leave behind a daemon that was just starting.
 void startJobDaemon(const platform::SystemRoot& root) {
   try {
     platform::JobDaemon(root).ensureRunning();
   } catch (const std::exception&) {
-    // The installation will say why.
+    // Installing will report it.
   }
 }
 
@@ -94,19 +94,19 @@ bool waitForEnd(int process, int milliseconds) {
   return ready > 0;
 }
 
-/// Ends the daemon, which takes its jobs along, and waits until it has gone.
+/// Ends the daemon, and with it its jobs, and waits until it is gone.
 void endJobDaemon(pid_t pid) {
   if (pid <= 0) return;
   const int process = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
   if (process < 0) return;
   for (const int number : {SIGTERM, SIGKILL}) {
     ::syscall(SYS_pidfd_send_signal, process, number, nullptr, 0);
-    if (waitForEnd(process, kDaemonPatience)) break;
+    if (waitForEnd(process, kDaemonTimeout)) break;
   }
   ::close(process);
 }
 
-/// A job that was killed with its daemon may still write while it goes.
+/// Retries, because a job killed with its daemon may still be writing.
 void removeDirectory(const std::filesystem::path& directory) {
   constexpr int kTries = 200;
   for (int i = 0; i < kTries; ++i) {
@@ -122,8 +122,8 @@ void report(int descriptor, const std::string& text) {
   ::close(descriptor);
 }
 
-/// The watching process: it makes the root, outlives whatever ends the command, and cleans up. It
-/// answers with the root's path, or with "!" and why there is none.
+/// The watching process: creates the root, outlives the command however that ends, and cleans up.
+/// It answers with the root's path, or with "!" and the cause of failure.
 [[noreturn]] void watch(int lifeOfCommand, int answer) {
   detachFromTerminal();
   const std::string path = makeDirectory();
@@ -167,7 +167,7 @@ ScratchRoot::ScratchRoot() {
   ::close(answer[0]);
   if (said.empty() || said.front() == '!') {
     end();
-    throw Failure(said.empty() ? "the process that would clean up has ended" : said.substr(1));
+    throw Failure(said.empty() ? "the process that cleans up ended unexpectedly" : said.substr(1));
   }
   path_ = said;
 }

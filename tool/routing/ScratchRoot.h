@@ -1,11 +1,11 @@
 // A system root that lives as long as one command.
 //
-// A second process makes it and keeps watch over it: when the command ends, however and whenever it
-// ends, that process ends the jobs and removes the directory.
+// A second process creates and watches it: when the command ends, for whatever reason, that process
+// ends the jobs and removes the directory.
 //
-// Threading: made before the process has a second thread.
+// Threading: create it before the process has a second thread.
 // Ownership: owns the directory and everything in it.
-// Errors: Failure where the directory or the watching process cannot be made.
+// Errors: Failure if the directory or the watching process cannot be created.
 #pragma once
 
 #include <sys/types.h>
@@ -16,7 +16,7 @@ namespace tool {
 
 class ScratchRoot {
  public:
-  /// A new directory for this user alone, in the runtime directory or the one for temporary files.
+  /// A new directory for this user only, in the runtime directory or the one for temporary files.
   ScratchRoot();
   /// Returns when everything is gone.
   ~ScratchRoot();
@@ -29,7 +29,7 @@ class ScratchRoot {
   void end() const;
 
   std::filesystem::path path_;
-  int life_ = -1;  // its end tells the watching process that the command is over
+  int life_ = -1;  // a pipe: closing it tells the watching process that the command is over
   pid_t watcher_ = -1;
 };
 

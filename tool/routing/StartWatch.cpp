@@ -22,7 +22,7 @@ std::optional<std::string> StartWatch::take(const platform::JobStatus& job) {
   const std::uint64_t since = ends - std::min(*endsBefore_, ends);
   const auto heldBack = static_cast<std::uint64_t>(job.heldBackMilliseconds);
   if (since < kEnds && heldBack < kLongHoldBack) return std::nullopt;
-  return "the router does not come up: it " + job.lastEnd + ", again and again";
+  return "the router keeps failing at startup: it " + job.lastEnd;
 }
 
 }  // namespace tool

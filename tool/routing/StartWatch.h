@@ -1,10 +1,10 @@
-// Notices that a router which is asked to route ends at its start again and again.
+// Detects a router that keeps failing at startup.
 //
-// The client cannot tell: its connection waits in the endpoint until a router takes it. The job
-// daemon knows.
+// The client cannot tell: its connection waits in the endpoint's backlog until a router accepts it.
+// The job daemon knows.
 //
-// Threading: one thread; a question waits for the daemon's answer.
-// Order: ask from time to time while the start has not been answered.
+// Threading: one thread, which blocks until the daemon answers.
+// Order: ask from time to time until the start request has been answered.
 #pragma once
 
 #include <chrono>
@@ -20,17 +20,17 @@ class StartWatch {
  public:
   /// How often to ask.
   static constexpr std::chrono::milliseconds kInterval{200};
-  /// A router that ended so often without an answer will not give one.
+  /// A router that ended this often without an answer will not give one.
   static constexpr std::uint64_t kEnds = 3;
-  /// One that is held back for longer has ended so often before.
+  /// Milliseconds: a router held back for this long had already ended that often.
   static constexpr std::uint64_t kLongHoldBack = 1000;
 
   explicit StartWatch(platform::SystemRoot root) : root_(std::move(root)) {}
 
-  /// Asks the job daemon. Why the start will not be answered, in words, or nothing as long as it
-  /// may be.
+  /// Asks the job daemon. Returns why the start request will not be answered, or nothing while it
+  /// still may be.
   [[nodiscard]] std::optional<std::string> ask();
-  /// The same, given what the daemon says of the router's job.
+  /// The same for a given status of the router's job.
   [[nodiscard]] std::optional<std::string> take(const platform::JobStatus& job);
 
  private:

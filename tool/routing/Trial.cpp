@@ -17,15 +17,15 @@ using platform::KQLogEntry;
 using platform::KQLogger;
 using platform::KQLogSink;
 
-/// What has happened so far, from whichever thread it is told.
-class Course {
+/// What has happened so far, reported from any thread.
+class TrialState {
  public:
   void status(WLHIDEventRouterClientStatus status) {
     change([&](TrialResult& result) { result.statuses.push_back(status); });
     if (status == WLHIDEventRouterClientStatusRouterUnavailable)
       end("the router is not installed, or not current");
   }
-  /// The reason comes behind the status that it explains.
+  /// The reason follows the status that it explains.
   void error(const std::string& text, std::int64_t code) {
     bool refused = false;
     change([&](TrialResult& result) {
@@ -46,10 +46,10 @@ class Course {
     });
     ended_.notify_all();
   }
-  /// False when the patience was used up first.
-  bool wait(std::chrono::milliseconds patience) {
+  /// False on a timeout.
+  bool wait(std::chrono::milliseconds timeout) {
     std::unique_lock lock(mutex_);
-    return ended_.wait_for(lock, patience, [this] { return !result_.outcome.empty(); });
+    return ended_.wait_for(lock, timeout, [this] { return !result_.outcome.empty(); });
   }
   [[nodiscard]] TrialResult result() const {
     const std::lock_guard lock(mutex_);
@@ -68,43 +68,43 @@ class Course {
   TrialResult result_;
 };
 
-/// Takes no input: the framework then logs that it came, which is what is wanted.
+/// Takes no input: so the framework logs that it arrived, which is what the trial watches for.
 class Delegate final : public WLHIDEventRouterClientDelegate {
  public:
-  explicit Delegate(std::shared_ptr<Course> course) : course_(std::move(course)) {}
+  explicit Delegate(std::shared_ptr<TrialState> state) : state_(std::move(state)) {}
   void hidEventRouterClient_clientStatusChangedTo(
       const std::shared_ptr<WLHIDEventRouterClient>& /*client*/,
       WLHIDEventRouterClientStatus status) override {
-    course_->status(status);
+    state_->status(status);
   }
   void hidEventRouterClient_handleError(const std::shared_ptr<WLHIDEventRouterClient>& /*client*/,
                                         const std::shared_ptr<platform::NSError>& error) override {
-    course_->error(describeError(error), error ? error->code() : 0);
+    state_->error(describeError(error), error ? error->code() : 0);
   }
 
  private:
-  const std::shared_ptr<Course> course_;
+  const std::shared_ptr<TrialState> state_;
 };
 
-/// While it lives, every line is logged, and the course hears of input.
+/// While it lives, every line is logged, and the state is told about input.
 ///
-/// The sink stays: a line that was let through at the lower level may reach it when the level is
-/// back already, and must not be shown then either.
-class EverythingLogged {
+/// The sink stays in place: a line admitted at the lower level may reach it after the level has
+/// been restored, and must not be shown then either.
+class FullLogging {
  public:
-  explicit EverythingLogged(const std::shared_ptr<Course>& course)
+  explicit FullLogging(const std::shared_ptr<TrialState>& state)
       : userLevel_(KQLogger::logLevel()) {
     KQLogger::sharedLogger().setSink(
-        std::make_shared<KQLogSink>([course, level = userLevel_](const KQLogEntry& entry) {
+        std::make_shared<KQLogSink>([state, level = userLevel_](const KQLogEntry& entry) {
           if (entry.level >= level)
             Output(STDERR_FILENO).write(oneLine(platform::renderLogEntry(entry)) + "\n");
-          if (entry.showsInput) course->input();
+          if (entry.showsInput) state->input();
         }));
     KQLogger::setLogLevel(0);
   }
-  ~EverythingLogged() { KQLogger::setLogLevel(userLevel_); }
-  EverythingLogged(const EverythingLogged&) = delete;
-  EverythingLogged& operator=(const EverythingLogged&) = delete;
+  ~FullLogging() { KQLogger::setLogLevel(userLevel_); }
+  FullLogging(const FullLogging&) = delete;
+  FullLogging& operator=(const FullLogging&) = delete;
 
  private:
   const std::uint64_t userLevel_;
@@ -112,20 +112,20 @@ class EverythingLogged {
 
 }  // namespace
 
-TrialResult tryDevice(std::uint64_t registryEntryID, std::chrono::milliseconds patience) {
-  const auto course = std::make_shared<Course>();
-  const EverythingLogged logged(course);
-  const auto delegate = std::make_shared<Delegate>(course);
+TrialResult tryDevice(std::uint64_t registryEntryID, std::chrono::milliseconds timeout) {
+  const auto state = std::make_shared<TrialState>();
+  const FullLogging logged(state);
+  const auto delegate = std::make_shared<Delegate>(state);
   auto client =
       WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
           registryEntryID, /*deviceMode=*/0, nullptr, nullptr);
   client->setDelegate(delegate);
   client->setStarted(true);
-  if (!course->wait(patience))
-    course->end("no input within " + std::to_string(patience.count()) + " ms");
+  if (!state->wait(timeout))
+    state->end("no input within " + std::to_string(timeout.count()) + " ms");
   client->setStarted(false);
   client.reset();
-  TrialResult result = course->result();
+  TrialResult result = state->result();
   result.registryEntryID = registryEntryID;
   return result;
 }

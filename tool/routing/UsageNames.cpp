@@ -141,7 +141,7 @@ void appendHexadecimal(std::string& text, std::uint32_t number) {
     text += digits[(number >> shift) & 0xf];
 }
 
-/// Letters, digits and function keys follow a rule; empty where none fits.
+/// Letters, digits and function keys are computed; empty for any other key.
 std::string ruledKeyName(std::uint32_t usage) {
   if (usage >= 0x04 && usage <= 0x1d) return {static_cast<char>('A' + (usage - 0x04))};
   if (usage >= 0x1e && usage <= 0x27) return {static_cast<char>('0' + (usage - 0x1d) % 10)};

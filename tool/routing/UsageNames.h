@@ -1,7 +1,6 @@
-// What a HID usage is called, for people.
+// The names of HID usages, for people.
 //
 // Threading: any thread.
-// Ownership: results are the caller's.
 #pragma once
 
 #include <cstdint>
@@ -16,8 +15,8 @@ inline constexpr std::uint32_t kButtonPage = 0x09;
 inline constexpr std::uint32_t kConsumerPage = 0x0c;
 inline constexpr std::uint32_t kDigitizerPage = 0x0d;
 
-/// "X", "Button 3", "Left Shift"; "ff00/0021" (page and usage in hexadecimal) where there is no
-/// common name.
+/// "X", "Button 3", "Left Shift"; "ff00/0021" (page and usage in hexadecimal) if it has no common
+/// name.
 [[nodiscard]] std::string usageName(std::uint32_t usagePage, std::uint32_t usage);
 
 }  // namespace tool

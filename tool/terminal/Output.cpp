@@ -9,8 +9,8 @@ namespace tool {
 
 namespace {
 
-/// Writes a part of the text and returns how much, waiting where the descriptor does not block. -1
-/// with errno.
+/// Writes part of the text and returns how much, waiting if the descriptor is non-blocking; -1 with
+/// errno set on failure.
 ssize_t writeSome(int descriptor, std::string_view text) {
   while (true) {
     const ssize_t written = ::write(descriptor, text.data(), text.size());

@@ -1,9 +1,9 @@
 // Whole lines to a descriptor.
 //
-// Threading: any thread; a call's text stays together. A write waits as long as the reader does,
-//   under the output's own lock: nothing else is ever called under it.
+// Threading: any thread; the text of one call stays together. A write blocks until the reader
+//   reads, holding the output's own lock, under which nothing else is called.
 // Ownership: the descriptor stays the caller's.
-// Errors: the first failure is kept and ends the output: later writes do nothing and return false.
+// Errors: the first failure is kept and ends the output; later writes do nothing and return false.
 // Order: texts of one thread are written in order.
 #pragma once
 
@@ -16,12 +16,12 @@ class Output {
  public:
   explicit Output(int descriptor) : descriptor_(descriptor) {}
 
-  /// Writes all of `text`, over interruptions and descriptors that do not block. False once the
+  /// Writes all of `text`, despite interruptions and non-blocking descriptors. False once the
   /// output has failed.
   bool write(std::string_view text);
   /// Waits until no text is being written.
   void finish() const;
-  /// The errno of the first failure (EPIPE: the reader has gone away), or 0.
+  /// The errno of the first failure (EPIPE: the reader is gone), or 0.
   [[nodiscard]] int failure() const;
 
  private:

@@ -24,7 +24,7 @@ namespace {
   sigaddset(&set, number);
   pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
   ::raise(number);
-  ::_exit(128 + number);  // not reached: these signals end a process
+  ::_exit(128 + number);  // not reached: these signals end the process
 }
 
 }  // namespace

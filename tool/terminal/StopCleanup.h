@@ -1,10 +1,10 @@
-// Cleaning up when a signal ends the command.
+// Cleans up when a signal ends the command.
 //
-// Threading: the clean-up runs on a thread of its own, at any moment between construction and
-//   destruction, at most once.
+// Threading: the clean-up runs at most once, on a thread of its own, at any time between
+//   construction and destruction.
 // Ownership: owns its thread; the signals must outlive it.
-// Errors: Failure where the kernel refuses.
-// Order: the process ends by that signal when the clean-up has returned.
+// Errors: Failure if the kernel refuses.
+// Order: the process ends by that signal after the clean-up has returned.
 #pragma once
 
 #include <functional>
@@ -15,8 +15,8 @@
 
 namespace tool {
 
-/// While it lives, a stop signal runs `cleanUp` and then ends the process. One that came before,
-/// while the signals were already held back, does so at once.
+/// While it lives, a stop signal runs `cleanUp` and then ends the process. A signal that was
+/// already pending does so at once.
 class StopCleanup {
  public:
   StopCleanup(StopSignals& signals, std::function<void()> cleanUp);
@@ -29,7 +29,7 @@ class StopCleanup {
 
   const std::function<void()> cleanUp_;
   StopSignals& signals_;
-  platform::FileDescriptor over_;  // readable once there is nothing more to clean up
+  platform::FileDescriptor over_;  // readable when there is nothing left to clean up
   std::thread thread_;
 };
 

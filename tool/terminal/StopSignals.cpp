@@ -35,7 +35,7 @@ StopSignals::~StopSignals() {
   ::close(descriptor_);
 }
 
-void StopSignals::letTheNextOneEndTheProcess() {
+void StopSignals::unblock() {
   signalfd_siginfo taken{};
   while (::read(descriptor_, &taken, sizeof taken) == static_cast<ssize_t>(sizeof taken)) {
   }

@@ -1,9 +1,9 @@
-// The signals that end a running command in order.
+// The signals that end a running command cleanly.
 //
-// Threading: made on the main thread before any other thread is, so that all threads inherit the
+// Threading: created on the main thread before any other thread, so that all threads inherit the
 //   blocked signals.
 // Ownership: owns its descriptor.
-// Errors: Failure where the kernel refuses.
+// Errors: Failure if the kernel refuses.
 #pragma once
 
 namespace tool {
@@ -17,10 +17,10 @@ class StopSignals {
   StopSignals(const StopSignals&) = delete;
   StopSignals& operator=(const StopSignals&) = delete;
 
-  /// Readable once a signal has come.
+  /// Readable once a signal has arrived.
   [[nodiscard]] int descriptor() const { return descriptor_; }
-  /// From now on another such signal ends the process at once.
-  void letTheNextOneEndTheProcess();
+  /// From now on, another such signal ends the process at once.
+  void unblock();
 
  private:
   int descriptor_;

@@ -55,7 +55,7 @@ void Progress::step(std::string_view what) {
   if (!shown_) return;
   std::string line = "[" + std::to_string(std::min(done_, steps_)) + "/" + std::to_string(steps_) +
                      "] " + platform::printableLine(what);
-  // In the last column a terminal would begin a new line.
+  // Writing to the last column would wrap the line.
   line = platform::printableLine(line, columnsOfTerminal(STDERR_FILENO) - 1);
   Output(STDERR_FILENO).write(std::string(kClearLine) + line);
 }

@@ -1,9 +1,8 @@
-// What a command may do on the terminal that it writes to.
+// What the terminal that a command writes to can show.
 //
 // Threading: any thread; a Progress belongs to one.
 // Ownership: descriptors stay the caller's.
-// Errors: of printBytes those of print; else none: a terminal that cannot be written to shows
-//   nothing.
+// Errors: printBytes as print; otherwise none: a terminal that cannot be written to shows nothing.
 #pragma once
 
 #include <cstddef>
@@ -12,16 +11,16 @@
 
 namespace tool {
 
-/// Whether colours are wanted there: a terminal that has them, and NO_COLOR is not set.
+/// Whether to use colours there: it is a terminal that has them, and NO_COLOR is not set.
 [[nodiscard]] bool showsColours(int descriptor);
-/// The columns of the terminal there, as wide as it is now; 0 where there is none.
+/// The terminal's current width in columns; 0 if it is not a terminal.
 [[nodiscard]] std::size_t columnsOfTerminal(int descriptor);
-/// Bytes to standard output: as they are where it is a file or a pipe; a terminal gets them
-/// printable, with a line feed at the end.
+/// Bytes to standard output: unchanged for a file or a pipe; made printable, with a line feed at
+/// the end, for a terminal.
 void printBytes(std::string_view bytes);
 
-/// One line on standard error that says what is being done, on a terminal only; it is gone when the
-/// object is.
+/// One line on standard error that says what is being done, on a terminal only; it disappears with
+/// the object.
 class Progress {
  public:
   explicit Progress(int steps);

@@ -1,4 +1,4 @@
-// wlhid devices: what can be routed, and recordings set up as devices.
+// wlhid devices: lists what can be routed, sets up recordings as devices.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
@@ -40,7 +40,7 @@ std::string asJson(const std::vector<DeviceDescription>& devices) {
   return list.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
-/// A name as a column of a table takes it.
+/// A name shortened for a column of a table.
 std::string nameColumn(const DeviceDescription& device) {
   constexpr std::size_t kWidest = 40;
   return platform::printableLine(device.name, kWidest);
@@ -72,17 +72,17 @@ std::string asTable(const std::vector<DeviceDescription>& devices) {
   return table;
 }
 
-/// A configuration's name as an argument that is no option.
+/// A configuration's name as an argument that cannot be taken for an option.
 std::string typed(const std::string& configuration) {
   return (configuration.starts_with('-') ? "name:" : "") + configuration;
 }
 
-/// What to type to be rid of the configuration that has the problem; empty where none has it.
+/// The command that removes the configuration with this problem; empty if none has it.
 std::string removalOf(const std::string& problem) {
   for (const auto& configured : router::configuredReplayDevices(SystemRoot::current())) {
     if (configured.problem == problem)
       return " (" + commandLine({"devices", "remove", typed(configured.configuration)}) +
-             " takes it away)";
+             " removes it)";
   }
   return {};
 }
@@ -94,7 +94,7 @@ int list(bool json) {
   if (json) {
     print(asJson(devices));
   } else if (devices.empty()) {
-    print("No devices. A recording becomes one with: wlhid devices add FILE\n");
+    print("No devices. To set up a recording as one: wlhid devices add FILE\n");
   } else {
     print(asTable(devices));
   }
@@ -115,8 +115,8 @@ int add(const AddOptions& options) {
                        " is neither a number from 0.001 to 1000 nor max");
   if (options.recording == "-") {
     throw UsageFailure(
-        "a device is called after its file, so standard input cannot become one; save it first "
-        "(wlhid route --recording - plays it at once)");
+        "a device is named after its file, so standard input cannot become one; save it to a file "
+        "first (wlhid route --recording - plays it directly)");
   }
   router::ReplayDevice device;
   device.recording = std::filesystem::absolute(options.recording);
@@ -130,7 +130,7 @@ int add(const AddOptions& options) {
 int remove(const std::string& text) {
   const std::string configuration = configurationOf(text);
   if (!router::removeReplayDevice(SystemRoot::current(), configuration)) {
-    throw Failure("the device \"" + text + "\" has been removed by somebody else");
+    throw Failure("the device \"" + text + "\" has already been removed");
   }
   return ExitDone;
 }
@@ -138,16 +138,16 @@ int remove(const std::string& text) {
 void addAddVerb(CLI::App& devices, Action& chosen) {
   auto options = std::make_shared<AddOptions>();
   CLI::App* verb = devices.add_subcommand(
-      "add", "Sets a copy of a recording up as a device and prints its registry entry ID");
+      "add", "Sets up a copy of a recording as a device and prints its registry entry ID");
   verb->add_option("FILE", options->recording, "A recording in the hid-recorder text format")
       ->required();
   verb->add_option("--speed", options->speed,
-                   "1 (as recorded, the default), a factor, or max (as fast as it is taken)")
+                   "1 (as recorded, the default), a factor, or max (as fast as possible)")
       ->type_name("SPEED");
   verb->add_flag("--repeat", options->repeat,
-                 "Begin again at the end; otherwise the session ends there, and the\nnext one "
-                 "hears the recording from its beginning");
-  verb->add_option("--name", options->name, "Instead of the name in the recording")
+                 "Start over at the end; otherwise the session ends there, and the\nnext one "
+                 "plays the recording from the beginning");
+  verb->add_option("--name", options->name, "A name to use instead of the one in the recording")
       ->type_name("NAME");
   verb->footer("Example:\n  wlhid devices add recordings/qemu-usb-mouse.hid --speed 2 --repeat");
   verb->callback([options, &chosen] { chosen = [options] { return add(*options); }; });
@@ -155,11 +155,11 @@ void addAddVerb(CLI::App& devices, Action& chosen) {
 
 void addRemoveVerb(CLI::App& devices, Action& chosen) {
   auto device = std::make_shared<std::string>();
-  CLI::App* verb = devices.add_subcommand("remove", "Takes a recorded device away");
+  CLI::App* verb = devices.add_subcommand("remove", "Removes a recorded device");
   verb->add_option("DEVICE", *device,
                    std::string(kDeviceHelp) +
-                       ". Where no device comes\nof a configuration, its file's name without "
-                       ".plist does it")
+                       ".\nA configuration that yields no device: its "
+                       "file name without .plist")
       ->required();
   verb->footer("Example:\n  wlhid devices remove 0x1a2b3c4d5");
   verb->callback([device, &chosen] { chosen = [device] { return remove(*device); }; });

@@ -1,4 +1,4 @@
-// wlhid doctor: is everything in order, and if not, what to do.
+// wlhid doctor: is everything in order, and if not, how to fix it.
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 
@@ -25,11 +25,12 @@ int examine(bool json) {
 void addDoctorVerb(CLI::App& app, Action& chosen) {
   auto json = std::make_shared<bool>(false);
   CLI::App* verb = app.add_subcommand(
-      "doctor", "Checks everything that routing needs, and says what to do about what is missing");
+      "doctor", "Checks everything that routing needs, and says how to fix what is wrong");
   verb->add_flag("--json", *json, "Print one JSON object");
   verb->footer(
-      "The first line is the verdict. Nothing is started and nothing is changed. A command behind\n"
-      "\"->\" can be given to a shell as it stands.\n"
+      "The first line is the verdict. Nothing is started or changed. A command after \"->\" can "
+      "be\n"
+      "pasted into a shell as is.\n"
       "Exit status: 0 everything is in order, 1 something is not.\n"
       "\n"
       "Example:\n"

@@ -27,7 +27,7 @@ void addInspectVerb(CLI::App& app, Action& chosen) {
       app.add_subcommand("inspect", "Prints the property list that is embedded in an executable");
   verb->add_option("EXECUTABLE", *path, "A Mach-O file, thin or fat")->required();
   verb->footer(
-      "A file or a pipe gets the bytes as they stand in the executable.\n"
+      "Files and pipes get the exact bytes of the executable.\n"
       "\n"
       "Example:\n"
       "  wlhid inspect build/Contents/Library/LaunchServices/com.quillmar.hideventrouter");

@@ -1,4 +1,4 @@
-// wlhid install: puts the router in place.
+// wlhid install: installs the router.
 #include <CLI/CLI.hpp>
 
 #include "tool/command/Command.h"
@@ -16,14 +16,14 @@ struct InstallOptions {
   bool force = false;
 };
 
-/// Says what happens to another version that is installed. An older one takes the place of a newer
-/// one by force only.
+/// Announces a downgrade, which needs --force.
 void announceReplacement(const RouterVersions& there, bool force) {
   if (!isDowngrade(there)) return;
-  const std::string what = "version " + there.installed->version + " is installed, and " +
-                           there.bundle.version + ", which this command carries, is older";
+  const std::string what = "version " + there.installed->version +
+                           " is installed, and this command carries the older version " +
+                           there.bundle.version;
   if (!force)
-    throw Failure("the router was not installed: " + what + " (--force replaces it all the same)");
+    throw Failure("the router was not installed: " + what + " (--force replaces it anyway)");
   print(oneLine("Replacing: " + what + ".") + "\n");
 }
 
@@ -45,9 +45,9 @@ void addInstallVerb(CLI::App& app, Action& chosen) {
   CLI::App* verb =
       app.add_subcommand("install", "Installs the router, or replaces an installed one");
   addAuthorizationOptions(*verb, options->prompt, options->answer);
-  verb->add_flag("--force", options->force, "Replace a newer version by this older one");
+  verb->add_flag("--force", options->force, "Replace a newer version with this older one");
   verb->footer(
-      "Asks for authorization on the terminal, then copies the router that lies beside this "
+      "Asks for authorization on the terminal, then installs the router that comes with this "
       "command.\n"
       "\n"
       "Example:\n"

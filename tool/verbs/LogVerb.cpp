@@ -26,20 +26,20 @@ struct LogOptions {
 
 Excerpt excerptOfFile(const std::string& path) {
   const auto text = platform::NSString::stringWithUTF8(path);
-  if (!text) throw Failure(path + ": the file's name is not UTF-8");
+  if (!text) throw Failure(path + ": the file name is not UTF-8");
   const auto excerpt = diagnostics::readLogExcerpt(platform::NSURL::fileURLWithPath(text));
   if (excerpt.error) throw Failure(describeError(excerpt.error));
   return excerpt.data;
 }
 
-/// Through the log module, as every report gets it.
+/// Through the log module, as in every report.
 Excerpt excerptOfSystemLog() {
   const auto modules = askLogModules();
   const auto ours =
       std::ranges::find(modules, textOf(KQLogModuleIdentifierWLHIDEventRouterLogFileProvider),
                         &ModuleFiles::identifier);
   if (ours == modules.end() || ours->files.empty())
-    throw Failure("the system log: there is no log module for it");
+    throw Failure("the system log: no log module provides it");
   const ModuleContent content = readModuleFile(ours->files.front());
   if (!content.problem.empty()) throw Failure("the system log: " + content.problem);
   return content.data;
@@ -57,7 +57,7 @@ void save(const Excerpt& excerpt, const std::string& path) {
   file.keep();
 }
 
-/// Whether the root's log is still to be begun.
+/// Whether the root's log does not exist yet or is empty.
 bool nothingIsLoggedYet() {
   const LogState log = logOf(platform::SystemRoot::current());
   return !log.exists || (log.problem.empty() && log.bytes == 0);
@@ -65,7 +65,8 @@ bool nothingIsLoggedYet() {
 
 std::string nothingLogged() {
   return "nothing has been logged yet on the system root " +
-         platform::SystemRoot::current().path().string() + " (a job's first line begins its log)";
+         platform::SystemRoot::current().path().string() +
+         " (the log is created with a job's first line)";
 }
 
 int log(const LogOptions& options) {
@@ -91,15 +92,16 @@ void addLogVerb(CLI::App& app, Action& chosen) {
   const auto isNotEmpty = [](const std::string& value) {
     return value.empty() ? "is empty" : std::string();
   };
-  verb->add_option("FILE", options->file, "A log; without it, that of the system root")
+  verb->add_option("FILE", options->file, "A log file (default: the system root's log)")
       ->check(isNotEmpty);
   verb->add_option("-o,--output", options->output,
-                   "Write to this file, whole or not at all, instead of standard output")
+                   "Write to this file instead of standard output, whole or not at all")
       ->type_name("OUT")
       ->check(isNotEmpty);
   verb->footer(
-      "An entry is printed whole, lines of it that continue the first included. A terminal gets\n"
-      "what it would obey as visible escapes; a file or a pipe gets every byte as it is logged.\n"
+      "Entries are printed whole, including continuation lines. A terminal gets control "
+      "characters\n"
+      "as visible escapes; files and pipes get every byte as logged.\n"
       "\n"
       "Examples:\n"
       "  wlhid log\n"

@@ -1,4 +1,4 @@
-// wlhid report: what a person attaches to a report of something that does not work.
+// wlhid report: a diagnostic report to attach to a bug report.
 #include <CLI/CLI.hpp>
 #include <optional>
 
@@ -25,7 +25,7 @@ struct ReportOptions {
 std::string summaryOf(const ReportResult& result, const ReportOptions& options) {
   std::string text = oneLine(options.output) + ": " + std::to_string(result.parts.size() + 1) +
                      " files, " +
-                     (options.withInput ? "with input and serial numbers: mind who gets it\n"
+                     (options.withInput ? "with input and serial numbers: be careful who gets it\n"
                                         : "without input and serial numbers\n");
   for (const MissingPart& part : result.missing)
     text += "Missing: " + part.part + ": " + part.problem + "\n";
@@ -59,22 +59,21 @@ int report(const ReportOptions& options) {
 void addReportVerb(CLI::App& app, Action& chosen) {
   auto options = std::make_shared<ReportOptions>();
   CLI::App* verb =
-      app.add_subcommand("report", "Writes what helps to find out why something does not work");
+      app.add_subcommand("report", "Writes a diagnostic report to attach to a bug report");
   verb->add_option("OUT", options->output, "The zip archive to write, whole or not at all")
       ->required()
       ->check([](const std::string& value) { return value.empty() ? "is empty" : std::string(); });
-  verb->add_option(
-          "--try", options->device,
-          "Also routes this device until its first input comes, for 10 s at most,\nand puts "
-          "in how far it came. This starts the router")
+  verb->add_option("--try", options->device,
+                   "Also route this device until its first input, for at most 10 s, and\nrecord "
+                   "how far it got. This starts the router")
       ->type_name("DEVICE");
   verb->add_flag("--with-input", options->withInput,
-                 "Put in what devices sent, serial numbers and paths as they are");
+                 "Include what devices sent, serial numbers and paths unchanged");
   verb->add_flag("--json", options->json, "Print the archive's manifest");
   verb->footer(
-      "Without --with-input, a report has no input, no serial numbers, no names and no paths: of\n"
-      "logs and findings it has this project's own words, counts and codes. Look before you send "
-      "it.\n"
+      "Without --with-input, a report has no input, serial numbers, names or paths: of logs and\n"
+      "findings it keeps only this project's own words, counts and codes. Check it before you "
+      "send it.\n"
       "\n"
       "Examples:\n"
       "  wlhid report report.zip\n"

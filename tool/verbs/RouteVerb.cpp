@@ -37,8 +37,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// How long the element values of the last report may take to follow it, where it is not known
-/// whether there are any.
+/// How long to wait for the element values of the last report, as it is not known whether there are
+/// any.
 constexpr std::chrono::milliseconds kValuesGrace{250};
 
 /// A usage as the router's tag dictionary names it: page << 16 | usage.
@@ -49,8 +49,8 @@ struct RouteOptions {
   std::string recording;
   std::string speed;  // empty: as recorded
   std::string countText;
-  std::uint64_t count = 0;  // 0: without end
-  double seconds = 0;       // 0: without end
+  std::uint64_t count = 0;  // 0: unlimited
+  double seconds = 0;       // 0: unlimited
   std::string modeText = "0";
   std::uint64_t mode = 0;
   std::vector<std::string> tagTexts;
@@ -83,7 +83,7 @@ router::ReplaySpeed parseSpeed(const std::string& text) {
   return *speed;
 }
 
-/// Null for no tags: the router then sends all values.
+/// Null if there are no tags: the router then sends all values.
 std::shared_ptr<platform::NSDictionary> tagDictionary(const std::set<UsageCode>& tags) {
   if (tags.empty()) return nullptr;
   std::vector<platform::NSDictionary::Entry> entries;
@@ -104,7 +104,7 @@ std::unique_ptr<DeliveryLines> deliveryLines(bool json) {
       [] { return columnsOfTerminal(STDOUT_FILENO); });
 }
 
-/// What ends the wait besides the session itself.
+/// When to stop waiting for the session to end.
 class Deadline {
  public:
   explicit Deadline(double seconds) {
@@ -114,7 +114,7 @@ class Deadline {
   }
   void noLaterThan(Clock::duration fromNow) { at_ = std::min(at_, Clock::now() + fromNow); }
   [[nodiscard]] bool passed() const { return Clock::now() >= at_; }
-  /// For poll(): rounded up, -1 for ever.
+  /// For poll(): rounded up; -1 means no deadline.
   [[nodiscard]] int milliseconds() const {
     if (at_ == Clock::time_point::max()) return -1;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(at_ - Clock::now()).count();
@@ -125,10 +125,10 @@ class Deadline {
   Clock::time_point at_ = Clock::time_point::max();
 };
 
-/// While the router has not answered the start, asks from time to time whether it ever will.
+/// Until the router answers the start request, asks from time to time whether it ever will.
 class UnansweredStart {
  public:
-  /// `advice` is put behind the reason.
+  /// `advice` is appended to the reason.
   explicit UnansweredStart(std::string advice)
       : advice_(std::move(advice)), watch_(platform::SystemRoot::current()) {}
   /// For poll(), like Deadline's.
@@ -137,7 +137,8 @@ class UnansweredStart {
     if (session.answered()) return otherwise;
     return otherwise < 0 ? interval : std::min(interval, otherwise);
   }
-  void endIfInVain(RouteSession& session, const std::shared_ptr<WLHIDEventRouterClient>& client) {
+  void endIfUnanswerable(RouteSession& session,
+                         const std::shared_ptr<WLHIDEventRouterClient>& client) {
     if (session.answered() || session.ended() || Clock::now() < next_) return;
     if (const auto problem = watch_.ask()) session.end(client, {true, *problem + advice_});
     next_ = Clock::now() + StartWatch::kInterval;
@@ -149,7 +150,7 @@ class UnansweredStart {
   Clock::time_point next_ = Clock::now() + StartWatch::kInterval;
 };
 
-/// Waits until the session has ended, a signal has come or the time is up, and then ends it.
+/// Waits until the session has ended, a signal arrives or the time is up, and ends the session.
 void waitForEnd(RouteSession& session, const std::shared_ptr<WLHIDEventRouterClient>& client,
                 StopSignals& signals, Deadline deadline, UnansweredStart start) {
   bool waitingForValues = false;
@@ -162,14 +163,14 @@ void waitForEnd(RouteSession& session, const std::shared_ptr<WLHIDEventRouterCli
                                  pollfd{session.wakeDescriptor(), POLLIN, 0}};
     ::poll(events.data(), events.size(), start.milliseconds(session, deadline.milliseconds()));
     const bool interrupted = events[0].revents != 0;
-    if (interrupted) signals.letTheNextOneEndTheProcess();
+    if (interrupted) signals.unblock();
     if (interrupted || deadline.passed()) session.end(client, {});
     session.drainWake();
-    start.endIfInVain(session, client);
+    start.endIfUnanswerable(session, client);
   }
 }
 
-/// On the root that is to stay; a recording's own root is gone with the command.
+/// None for a recording: its temporary root disappears with the command.
 std::string adviceFor(const RouteOptions& options) {
   if (!options.recording.empty()) return {};
   return " (see why: " + commandLine({"log"}) + "; what else is wrong: " + commandLine({"doctor"}) +
@@ -203,7 +204,7 @@ int routeDevice(std::uint64_t registryEntryID, const RouteOptions& options, Stop
   waitForEnd(*session, client, signals, Deadline(options.seconds),
              UnansweredStart(adviceFor(options)));
   const auto time = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
-  signals.letTheNextOneEndTheProcess();
+  signals.unblock();
   client->setDelegate(nullptr);
   client.reset();
   const RouteEnd end = session->howItEnded();
@@ -222,7 +223,7 @@ int routeInstalledDevice(const RouteOptions& options) {
   return routeDevice(registryEntryIDOf(options.device), options, signals);
 }
 
-/// Standard input as a file, for a recording is read again and again.
+/// Saves standard input to a file, because a recording is read several times.
 std::filesystem::path keepStandardInput(const std::filesystem::path& directory) {
   const std::filesystem::path path = directory / "standard-input.hid";
   std::ofstream file(path, std::ios::binary);
@@ -231,7 +232,7 @@ std::filesystem::path keepStandardInput(const std::filesystem::path& directory) 
   while (const std::size_t count = router::readFile(STDIN_FILENO, buffer)) {
     length += count;
     if (length > router::RouterLimits::kRecordingBytes) {
-      throw Failure("standard input: is larger than " +
+      throw Failure("standard input: larger than " +
                     std::to_string(router::RouterLimits::kRecordingBytes) + " bytes");
     }
     file.write(buffer.data(), static_cast<std::streamsize>(count));
@@ -240,7 +241,7 @@ std::filesystem::path keepStandardInput(const std::filesystem::path& directory) 
   return path;
 }
 
-/// The same error, which calls the file what the person called it.
+/// Rethrows the error with the file's name replaced by what the person typed.
 [[noreturn]] void failAs(const std::string& name, const std::filesystem::path& path,
                          const std::string& error) {
   const std::string file = path.string();
@@ -270,24 +271,24 @@ int routeRecording(const RouteOptions& options) {
   return routeDevice(id, options, signals);
 }
 
-/// A number as it was typed. The parser's own conversion lets signs and overflow pass.
+/// Parsed here because the parser's own conversion accepts signs and overflow.
 std::uint64_t parseOption(const std::string& name, const std::string& text,
                           std::uint64_t smallest) {
   const auto number = parseNumber(text);
   if (!number || *number < smallest) {
-    throw UsageFailure(name + ": " + text + " is no whole number from " + std::to_string(smallest) +
-                       " on");
+    throw UsageFailure(name + ": " + text + " is not a whole number of at least " +
+                       std::to_string(smallest));
   }
   return *number;
 }
 
-/// Reads what the parser leaves as text, and checks what it cannot check option by option.
+/// Reads what the parser leaves as text, and checks combinations of options.
 void checkUsage(RouteOptions& options) {
   if (options.device.empty() == options.recording.empty()) {
     throw UsageFailure("route needs either a DEVICE or --recording FILE");
   }
   if (!options.speed.empty() && options.recording.empty()) {
-    throw UsageFailure("--speed is for --recording; a device that was added has its own");
+    throw UsageFailure("--speed goes with --recording; an added device has its own speed");
   }
   static_cast<void>(parseSpeed(options.speed));
   if (!std::isfinite(options.seconds) || options.seconds < 0 || options.seconds > 1e9) {
@@ -307,32 +308,35 @@ int route(RouteOptions options) {
 
 void addRouteVerb(CLI::App& app, Action& chosen) {
   auto options = std::make_shared<RouteOptions>();
-  CLI::App* verb = app.add_subcommand("route", "Prints a device's input as it comes, until Ctrl-C");
+  CLI::App* verb =
+      app.add_subcommand("route", "Prints a device's input as it arrives, until Ctrl-C");
   verb->add_option("DEVICE", options->device, kDeviceHelp);
   verb->add_option("--recording", options->recording,
                    "Instead of a DEVICE: play this recording (- for standard input) once,\nthrough "
-                   "a router on a system root of this command's own")
+                   "a router on a temporary system root")
       ->type_name("FILE");
   verb->add_option("--speed", options->speed,
-                   "Of --recording: 1 (as recorded, the default), a factor,\nor max (as fast as it "
-                   "is taken)")
+                   "With --recording: 1 (as recorded, the default), a factor,\nor max (as fast as "
+                   "possible)")
       ->type_name("SPEED");
   verb->add_option("--count", options->countText, "End after N reports (0, the default: never)")
       ->type_name("N");
   verb->add_option("--seconds", options->seconds, "End after S seconds (0, the default: never)")
       ->type_name("S");
   verb->add_option("--mode", options->modeText,
-                   "0 shares the device with others (the default), 1 takes it alone")
+                   "0 shares the device with others (the default), 1 takes it exclusively")
       ->type_name("MODE");
   verb->add_option("--tag", options->tagTexts,
-                   "Ask for the element values of this usage only (may be repeated)")
+                   "Only element values of this usage (may be repeated)")
       ->type_name("PAGE:USAGE")
       ->expected(1)
       ->take_all();
-  verb->add_flag("--json", options->json, "Print one JSON object a line, one line a delivery");
+  verb->add_flag("--json", options->json,
+                 "Print one JSON object per delivery, each on its own line");
   verb->footer(
-      "A terminal's width is kept: longer lines go on below. Vendor-defined values are counted\n"
-      "where there are many. The last line says how many reports came and were lost.\n"
+      "On a terminal, long lines are wrapped. Long runs of vendor-defined values are only "
+      "counted.\n"
+      "The last line says how many reports arrived and how many were lost.\n"
       "\n"
       "Examples:\n"
       "  wlhid route \"QEMU QEMU USB Mouse\" --count 10\n"

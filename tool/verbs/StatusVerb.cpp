@@ -1,5 +1,4 @@
-// wlhid status: is the router installed and current, does it run, what does it route, what was
-// lost.
+// wlhid status: is the router installed, current and running, what does it route, what was lost.
 #include <CLI/CLI.hpp>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -24,16 +23,15 @@ struct Status {
   platform::SystemRoot root;
   bool installed = false;
   RouterVersions versions;
-  std::optional<router::RouterStatus> router;  // of a router that runs
-  std::optional<platform::ControlReply> jobs;  // of a daemon that runs
+  std::optional<router::RouterStatus> router;  // of a running router
+  std::optional<platform::ControlReply> jobs;  // of a running daemon
 };
 
 Status readStatus() {
   const platform::SystemRoot root = platform::SystemRoot::current();
   Status status{
       root, WLHIDEventRouterClient::isInstalled(), readRouterVersions(), runningRouter(root), {}};
-  // A daemon that is there and does not answer is worth a line; the status is a question, and the
-  // rest of the answer stands.
+  // A daemon that does not answer is worth a complaint, but the rest of the status is still valid.
   JobDaemonState daemon = askJobDaemon(root);
   if (daemon.asked && !daemon.problem.empty()) complain(daemon.problem);
   status.jobs = std::move(daemon.reply);
@@ -60,13 +58,13 @@ std::string installationText(const Status& status) {
   const auto& installed = status.versions.installed;
   std::error_code unknown;
   if (!installed && std::filesystem::exists(status.root.jobFile(WLHIDEventRouterLabel), unknown)) {
-    return "not installed, for the job cannot be kept (replace it with: " +
+    return "not installed, because the job is unusable (replace it with: " +
            commandLine({"install"}) + "): " + status.versions.jobProblem;
   }
   if (!installed) return "not installed (install it with: " + commandLine({"install"}) + ")";
   if (status.installed) return "installed, " + versionText(*installed);
-  return "not current: installed is " + versionText(*installed) +
-         " (replace it with: " + commandLine(installArguments(status.versions)) + ")";
+  return "not current: " + versionText(*installed) +
+         " is installed (replace it with: " + commandLine(installArguments(status.versions)) + ")";
 }
 
 std::string line(std::string_view name, const std::string& value) {
@@ -82,7 +80,7 @@ std::string plural(std::uint64_t count, const std::string& noun) {
 std::string sessionText(const router::SessionStatus& session) {
   const std::string device =
       session.device ? hexadecimal(*session.device) + " " + session.deviceName : "no device";
-  return device + (session.exclusive ? ", taken alone" : "") + ": " +
+  return device + (session.exclusive ? ", exclusively" : "") + ": " +
          plural(session.delivered, "report") + " delivered, " + std::to_string(session.lost) +
          " lost, for process " + std::to_string(session.pid);
 }
@@ -96,13 +94,13 @@ std::string routerLines(const router::RouterStatus& router) {
   return text;
 }
 
-/// What the daemon knows of jobs that do badly; nothing of those that do well.
+/// Jobs that the daemon holds back because they keep failing.
 std::string troubleLines(const platform::ControlReply& reply) {
   std::string text;
   for (const auto& job : reply.jobs) {
     if (job.heldBackMilliseconds == 0) continue;
     text += line("Held back", "for another " + std::to_string(job.heldBackMilliseconds) +
-                                  " ms, since the router " + job.lastEnd);
+                                  " ms, because the router " + job.lastEnd);
   }
   return text;
 }
@@ -135,7 +133,7 @@ int showStatus(bool json) {
 void addStatusVerb(CLI::App& app, Action& chosen) {
   auto json = std::make_shared<bool>(false);
   CLI::App* verb = app.add_subcommand(
-      "status", "Says whether the router is installed, runs, and what it has lost");
+      "status", "Says whether the router is installed and running, and what it has lost");
   verb->add_flag("--json", *json, "Print one JSON object");
   verb->footer(
       "Exit status: 0 installed and current, 1 not.\n"

@@ -1,4 +1,4 @@
-// wlhid uninstall: takes the router away.
+// wlhid uninstall: removes the router.
 #include <CLI/CLI.hpp>
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
@@ -16,17 +16,17 @@ struct UninstallOptions {
   std::string answer;
 };
 
-/// Why there is nothing to remove, or nothing that the framework would remove; empty where there
-/// is. The framework asks for authorization first and looks then.
+/// Why there is nothing to remove, or nothing that the framework would remove; empty if there is.
+/// Checked here because the framework asks for authorization before it checks.
 std::string whyNothingToRemove(const RouterVersions& there) {
   if (WLHIDEventRouterClient::isInstalled()) return {};
   if (!there.installed) return "it is not installed";
   const RouterCopy& installed = *there.installed;
   if (installed.state != CopyState::Complete)
-    return installed.problem + " (" + commandLine({"install"}) + " puts it right first)";
-  return "the installed version is " + installed.version + ", and this command removes its own, " +
-         there.bundle.version +
-         ", only (install it first: " + commandLine(installArguments(there)) + ")";
+    return installed.problem + " (repair it first with: " + commandLine({"install"}) + ")";
+  return "the installed version is " + installed.version +
+         ", and this command removes only its own, " + there.bundle.version +
+         " (install that first: " + commandLine(installArguments(there)) + ")";
 }
 
 int uninstall(const UninstallOptions& options) {
@@ -48,7 +48,7 @@ int uninstall(const UninstallOptions& options) {
                        ? describeError(reason)
                        : "the job could not be removed (see why: " + commandLine({"log"}) + ")"));
   }
-  print("The router is removed.\n");
+  print("The router has been removed.\n");
   return ExitDone;
 }
 
@@ -59,8 +59,8 @@ void addUninstallVerb(CLI::App& app, Action& chosen) {
   CLI::App* verb = app.add_subcommand("uninstall", "Removes the router");
   addAuthorizationOptions(*verb, options->prompt, options->answer);
   verb->footer(
-      "Asks for authorization on the terminal, where there is something to remove. Clients that\n"
-      "route at that time are told, and end.\n"
+      "Asks for authorization on the terminal if there is something to remove. Clients that are\n"
+      "routing are notified and end.\n"
       "\n"
       "Example:\n"
       "  wlhid uninstall --prompt \"Remove the event router?\"");

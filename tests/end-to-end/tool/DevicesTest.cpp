@@ -32,8 +32,8 @@ class DevicesTest : public SituationTest {
     std::sort(names.begin(), names.end());
     return names;
   }
-  /// Adds a file where the root is a file system of its own with such an option. Its output is
-  /// followed by the names of the files that are left there.
+  /// Adds a file to a root on a file system mounted with `option`. The command's output is followed
+  /// by the names of the files left there.
   [[nodiscard]] Outcome addOn(const std::string& option, const fs::path& disk,
                               const std::string& file) const {
     fs::create_directories(disk);
@@ -95,7 +95,7 @@ TEST_F(DevicesTest, ADeviceOfAnotherRecordingWithTheSameNameIsNotReplaced) {
        {"b/m.hid", "b/\u043c\u044b\u0448\u044c.hid", "b/\u0434\u043e\u043c.hid"})
     EXPECT_NE(add(directory / other).out, first.out);
   EXPECT_EQ(devices().size(), 4U);
-  // The very same device is no further one.
+  // An identical device is not added twice.
   EXPECT_EQ(add(directory / "a/m.hid").out, first.out);
   EXPECT_EQ(devices().size(), 4U);
   EXPECT_EQ(runTool({"devices", "add", directory / "a/m.hid", "--speed", "2"}).status, 0);
@@ -142,7 +142,7 @@ TEST_F(DevicesTest, WhatAnOlderVersionConfiguredCanBePutRightAsTheMessageSays) {
   EXPECT_NE(problem.find("remove this device and add its recording again ("), std::string::npos)
       << problem;
   const std::size_t begin = problem.rfind('(') + 1;
-  const std::string advised = problem.substr(begin, problem.rfind(" takes it away") - begin);
+  const std::string advised = problem.substr(begin, problem.rfind(" removes it") - begin);
   const Outcome removed = run({"sh", "-c", advised}, options());
   EXPECT_EQ(removed.status, 0) << advised << ": " << removed.err;
   EXPECT_EQ(runTool({"devices"}).err, "");
@@ -163,7 +163,7 @@ TEST_F(DevicesTest, RemovingTakesTheCopyAlong) {
 
 TEST_F(DevicesTest, AFullDiskLeavesNothing) {
   writeFile(directory / "large.hid", "R: 2 05 01\n#" + std::string(100'000, 'x') + "\n");
-  // A bound on the size of files is as good as a full disk, and anybody may set one.
+  // A limit on file sizes acts like a full disk and needs no privileges.
   const Outcome bounded = run({"prlimit", "--fsize=65536", builtPath("wlhid"), "--root", root,
                                "devices", "add", directory / "large.hid"},
                               options());
@@ -179,8 +179,8 @@ TEST_F(DevicesTest, AFullDiskLeavesNothing) {
                            (full / "etc/hideventrouter/recordings").string() +
                            ": No space left on device\n");
   EXPECT_EQ(large.out, "");
-  // Room for the root, two directories in it, the recordings' and the copy: not for a
-  // configuration.
+  // Inodes for the root, two directories in it, the recordings' directory and the copy, but not for
+  // a configuration.
   const Outcome small = addOn("nr_inodes=6", full, "small.hid");
   EXPECT_EQ(small.status, 1);
   EXPECT_NE(small.err.find("small.plist: cannot be written: No space left on device"),
@@ -216,7 +216,7 @@ TEST_F(DevicesTest, ADeviceWhoseRecordingIsGoneCanBeRemoved) {
   for (const char* name : {"one", "two", "three"})
     fs::remove(root / "etc/hideventrouter/recordings" / (name + std::string(".hid")));
   const Outcome listed = runTool({"devices", "--json"});
-  EXPECT_NE(listed.err.find("devices remove two takes it away)"), std::string::npos) << listed.err;
+  EXPECT_NE(listed.err.find("devices remove two removes it)"), std::string::npos) << listed.err;
   EXPECT_EQ(runTool({"devices", "remove", id.substr(0, id.find('\n'))}).status, 0);
   EXPECT_EQ(runTool({"devices", "remove", "two"}).status, 0);
   EXPECT_EQ(runTool({"devices", "remove", "Third"}).status, 0);

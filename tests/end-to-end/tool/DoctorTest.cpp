@@ -1,4 +1,4 @@
-// wlhid doctor, as somebody calls it for whom something does not work.
+// wlhid doctor, as called by somebody for whom something does not work.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 
 class DoctorTest : public SituationTest {
  protected:
-  /// Checks what every answer has, and returns it.
+  /// Checks what all answers have in common, and returns the JSON document.
   [[nodiscard]] static nlohmann::json checked(const Outcome& text, const Outcome& json) {
     EXPECT_EQ(text.err, "");
     EXPECT_EQ(json.status, text.status) << json.err;
@@ -24,7 +24,7 @@ class DoctorTest : public SituationTest {
     EXPECT_EQ(document["inOrder"], text.status == 0);
     EXPECT_EQ(lines.at(0), document["verdict"]);
     EXPECT_EQ(lines.size(), document["checks"].size() + 1) << text.out;
-    EXPECT_EQ(text.out.find('\x1b'), std::string::npos) << "colours where there is no terminal";
+    EXPECT_EQ(text.out.find('\x1b'), std::string::npos) << "colours without a terminal";
     for (std::size_t i = 0; i < document["checks"].size(); ++i) {
       const auto& check = document["checks"][i];
       const bool failed = check["state"] == "failed";
@@ -42,7 +42,7 @@ class DoctorTest : public SituationTest {
   [[nodiscard]] nlohmann::json doctor() const {
     return checked(runTool({"doctor"}), runTool({"doctor", "--json"}));
   }
-  /// The names of the checks that fail, with what they found.
+  /// The names of the failed checks, with what they found.
   [[nodiscard]] static std::map<std::string, std::string> failures(const nlohmann::json& document) {
     std::map<std::string, std::string> found;
     for (const auto& check : document["checks"]) {
@@ -50,26 +50,26 @@ class DoctorTest : public SituationTest {
     }
     return found;
   }
-  /// The command that is advised for a failing check.
+  /// The command suggested for a failed check.
   [[nodiscard]] static std::string adviceFor(const nlohmann::json& document,
                                              std::string_view name) {
     for (const auto& check : document["checks"]) {
       if (check["name"] == name && check["state"] == "failed" && check["command"].is_string())
         return check["command"];
     }
-    ADD_FAILURE() << "no command is advised for " << name << ": " << document.dump(1);
+    ADD_FAILURE() << "no command is suggested for " << name << ": " << document.dump(1);
     return "false";
   }
-  /// Gives the command to a shell as it stands; a question about authorization is answered.
+  /// Runs the command in a shell exactly as suggested, answering an authorization prompt.
   void follow(const std::string& advice, const ProcessOptions& with) const {
     const bool asks = advice.find(" install") != std::string::npos;
     const Outcome outcome = run({"sh", "-c", advice + (asks ? " --authorize allow" : "")}, with);
     EXPECT_EQ(outcome.status, 0) << advice << "\n" << outcome.out << outcome.err;
   }
-  /// What was ended may take a moment to be gone.
+  /// An ended process may take a moment to disappear.
   template <class Ask>
   static void waitUntilMended(std::string_view name, const Ask& ask) {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
     while (failures(ask()).contains(std::string(name))) {
       if (std::chrono::steady_clock::now() > deadline)
         throw std::runtime_error("the advice for " + std::string(name) + " did not help");
@@ -78,7 +78,7 @@ class DoctorTest : public SituationTest {
   [[nodiscard]] nlohmann::json doctorOnce() const {
     return nlohmann::json::parse(runTool({"doctor", "--json"}).out);
   }
-  /// The check fails, and passes once its advice has been followed.
+  /// The check fails, and passes after its advice has been followed.
   void expectAdviceHelps(const std::string& name) const {
     const auto document = doctor();
     ASSERT_TRUE(failures(document).contains(name)) << document.dump(1);
@@ -206,7 +206,7 @@ TEST_F(DoctorTest, ForAUserWhoMayNotConnect) {
   giveToNobody(directory / "home");
   const auto document = checked(runToolAsNobody({"doctor"}), runToolAsNobody({"doctor", "--json"}));
   EXPECT_EQ(document["inOrder"], false);
-  EXPECT_NE(failures(document)["system root"].find("belongs to user 0, and this user, 65534, may "
+  EXPECT_NE(failures(document)["system root"].find("belongs to user 0; this user, 65534, may "
                                                    "not connect"),
             std::string::npos)
       << document.dump(1);
@@ -290,10 +290,10 @@ TEST_F(DoctorTest, WithABrokenDevice) {
   const auto document = doctor();
   EXPECT_EQ(failures(document).size(), 1U);
   EXPECT_NE(failures(document)["devices"].find("broken.plist"), std::string::npos);
-  // The list that it points to says what to type.
+  // The list that it refers to says what to type.
   const std::string list = run({"sh", "-c", adviceFor(document, "devices")}, options()).err;
   const std::size_t begin = list.rfind('(') + 1;
-  follow(list.substr(begin, list.rfind(" takes it away") - begin), options());
+  follow(list.substr(begin, list.rfind(" removes it") - begin), options());
   EXPECT_EQ(runTool({"doctor"}).status, 0) << "removing the device, as advised, did not help";
 }
 
@@ -321,10 +321,10 @@ TEST_F(DoctorTest, WithoutTheJobDaemonsProgram) {
   const Outcome outcome = run(wlhid({"doctor", "--json"}), without);
   EXPECT_EQ(failures(nlohmann::json::parse(outcome.out))["job daemon"],
             "the job daemon's program /no/such/program: No such file or directory");
-  install();  // with the program as it is
+  install();  // with the program intact
   const Outcome running = run(wlhid({"doctor", "--json"}), without);
   EXPECT_FALSE(failures(nlohmann::json::parse(running.out)).contains("job daemon"))
-      << "it runs: what it was started from is no matter";
+      << "it runs, so its program no longer matters";
 }
 
 TEST_F(DoctorTest, OnAFullDisk) {
@@ -334,7 +334,7 @@ TEST_F(DoctorTest, OnAFullDisk) {
                                         (directory / "disk/root").string() + "' doctor");
   EXPECT_EQ(outcome.status, 1) << outcome.err;
   EXPECT_NE(outcome.out.find("FAIL  disk            full: "), std::string::npos) << outcome.out;
-  EXPECT_NE(outcome.out.find(" -> make room"), std::string::npos) << outcome.out;
+  EXPECT_NE(outcome.out.find(" -> free some space"), std::string::npos) << outcome.out;
 }
 
 TEST_F(DoctorTest, OnADiskThatCannotBeAsked) {

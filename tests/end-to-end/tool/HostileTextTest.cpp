@@ -1,5 +1,5 @@
-// Text of others on its way to a terminal: names, labels, versions and errors that hold escape
-// sequences, controls beyond ASCII, characters that turn the direction of writing, and line ends.
+// Foreign text on its way to a terminal: names, labels, versions and errors with escape sequences,
+// control characters beyond ASCII, bidirectional controls and line ends.
 #include <csignal>
 
 #include "Situations.h"
@@ -11,7 +11,7 @@ namespace fs = std::filesystem;
 
 const std::string kHostile = "\x1b[2J\x1b]0;t\a\x7f\u009b31m\u202e\u2066\u200b\r\nok    forged";
 
-/// What a device may be called; control characters of the first kind are refused before.
+/// A possible device name; ASCII control characters are rejected earlier.
 const std::string kHostileName = "\u009b31m\u202e\u2066\u200b";
 
 class HostileTextTest : public SituationTest {
@@ -19,7 +19,7 @@ class HostileTextTest : public SituationTest {
   std::string addHostileDevice() {
     return addDevice("qemu-usb-mouse.hid", {"--repeat", "--name", kHostileName});
   }
-  /// Runs it in both forms and checks all that it prints.
+  /// Runs the verb with and without --json and checks everything that it prints.
   void expectHarmless(const std::vector<std::string>& arguments) const {
     const Outcome outcome = runTool(arguments);
     EXPECT_TRUE(isHarmless(outcome.out));

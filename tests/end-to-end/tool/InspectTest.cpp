@@ -94,7 +94,7 @@ TEST_F(InspectTest, AFileThatMayNotBeReadIsRefused) {
   const fs::path secret = file("secret", "x");
   ASSERT_EQ(::chmod(secret.c_str(), 0), 0);
   std::vector<std::string> command = wlhid({"inspect", secret});
-  if (::geteuid() == 0) {  // root may read everything: ask as somebody else
+  if (::geteuid() == 0) {  // root may read everything: run as another user
     ASSERT_EQ(::chmod(directory.c_str(), 0755), 0);
     command.insert(command.begin(),
                    {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});

@@ -141,7 +141,7 @@ TEST_F(LogTest, AFullDiskIsAFailureAndLeavesTheOldFile) {
               "wlhid: " + (directory / "disk/out").string() + ": No space left on device\n");
     EXPECT_EQ(outcome.out, "filling\nout\nold\n");
   }
-  // A bound on the size of files is as good as a full disk, and anybody may set one.
+  // A limit on file sizes acts like a full disk and needs no privileges.
   fs::create_directory(directory / "bounded");
   writeFile(directory / "bounded/out", "old\n");
   EXPECT_TRUE(isRefusal(run({"prlimit", "--fsize=65536", tool, "log", directory / "log", "-o",

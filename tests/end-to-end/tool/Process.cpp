@@ -52,9 +52,9 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   return pointers;
 }
 
-/// Spawns in a session of its own and with every signal at its default, so that the child has no
-/// terminal and ignores nothing, whatever the test was started from: a shell lets what it starts in
-/// the background ignore SIGINT and SIGQUIT.
+/// Spawns in a new session with default signal dispositions, so that the child has no terminal and
+/// ignores no signal, however the test was started: a shell makes its background jobs ignore SIGINT
+/// and SIGQUIT.
 pid_t spawn(std::vector<std::string> command, std::vector<std::string> environment, int out,
             const char* outPath, int err) {
   posix_spawn_file_actions_t actions;
@@ -151,7 +151,7 @@ bool Process::readSome(std::chrono::steady_clock::time_point deadline) {
 }
 
 void Process::waitForOutput(const std::function<bool(const std::string&)>& enough) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (!enough(out_.text)) {
     if (!readSome(deadline)) {
       throw std::runtime_error("the program ended first; standard output:\n" + out_.text +
@@ -169,7 +169,7 @@ void Process::waitUntilWritingIsStuck() const {
   const std::string stuck = std::to_string(SYS_write) + " 0x1 ";
   const std::filesystem::path tasks =
       std::filesystem::path("/proc") / std::to_string(pid_) / "task";
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (std::chrono::steady_clock::now() < deadline) {
     for (const auto& task : std::filesystem::directory_iterator(tasks)) {
       std::ifstream in(task.path() / "syscall");
@@ -191,7 +191,7 @@ void Process::signal(int number) const {
 
 int Process::wait() {
   if (status_) return *status_;
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (readSome(deadline)) {
   }
   waitForEnd(pid_, deadline);

@@ -1,9 +1,9 @@
 // A child process with its standard streams in pipes, for tests that use a program as a person
-// does.
+// would.
 //
 // Threading: the thread that started it.
-// Ownership: the destructor kills what still runs and reaps it.
-// Errors: waits are bounded; one that runs out throws std::runtime_error with what had come so far.
+// Ownership: the destructor kills and reaps the process if it still runs.
+// Errors: waits are bounded; a timeout throws std::runtime_error with the output so far.
 #pragma once
 
 #include <sys/types.h>
@@ -18,8 +18,8 @@
 
 namespace test {
 
-/// How long a test waits for anything before it gives up.
-inline constexpr std::chrono::seconds kPatience{60};
+/// How long a test waits for anything before it fails.
+inline constexpr std::chrono::seconds kTimeout{60};
 
 struct ProcessOptions {
   std::vector<std::pair<std::string, std::string>>
@@ -35,7 +35,7 @@ class Process {
   Process& operator=(const Process&) = delete;
 
   [[nodiscard]] pid_t pid() const { return pid_; }
-  /// Everything that has come so far.
+  /// Everything read so far.
   [[nodiscard]] const std::string& output() const { return out_.text; }
   [[nodiscard]] const std::string& errorOutput() const { return err_.text; }
   [[nodiscard]] std::vector<std::string> outputLines() const;
@@ -43,12 +43,12 @@ class Process {
   /// Reads until standard output satisfies `enough`.
   void waitForOutput(const std::function<bool(const std::string&)>& enough);
   void waitForOutputContaining(std::string_view text);
-  /// Waits, without reading, until the program is stuck in writing to standard output.
+  /// Waits, without reading, until the program blocks writing to standard output.
   void waitUntilWritingIsStuck() const;
   /// Closes the reading end of standard output.
   void closeOutput();
   void signal(int number) const;
-  /// Reads both streams to their end and reaps. The exit status, or 128 + the signal that ended it.
+  /// Reads both streams to the end and reaps. Returns the exit status, or 128 + the signal number.
   int wait();
 
  private:
@@ -71,7 +71,7 @@ struct Outcome {
   std::string err;
 };
 
-/// Runs a command to its end.
+/// Runs a command to completion.
 [[nodiscard]] Outcome run(const std::vector<std::string>& command,
                           const ProcessOptions& options = {});
 [[nodiscard]] std::vector<std::string> linesOf(const std::string& text);

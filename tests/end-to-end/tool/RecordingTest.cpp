@@ -1,4 +1,4 @@
-// wlhid route --recording: a recording, played once through a router of the command's own.
+// wlhid route --recording: a recording, played once through a temporary router.
 #include <sched.h>
 
 #include <csignal>
@@ -32,7 +32,7 @@ std::vector<std::string> recordedReports(const fs::path& file) {
   return reports;
 }
 
-/// The file's text, unpacked where it is packed.
+/// The file's text, decompressed if necessary.
 std::string readOracle(const fs::path& file) {
   if (file.extension() != ".gz") return readFile(file);
   return run({"gzip", "-dc", file}).out;
@@ -50,9 +50,9 @@ class RecordingTest : public ToolTest {
     expectNoProcessLeft();
     EXPECT_TRUE(fs::is_empty(directory)) << fs::directory_iterator(directory)->path();
   }
-  /// Waits until `relative` is there below the command's own root, or the command has ended.
+  /// Waits until `relative` exists below the command's temporary root, or the command has ended.
   void waitForTemporary(const std::string& relative, pid_t process) const {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
     while (::kill(process, 0) == 0) {
       for (const auto& entry : fs::directory_iterator(directory)) {
         if (fs::exists(entry.path() / relative)) return;
@@ -81,7 +81,7 @@ TEST_F(RecordingTest, DeliversEveryReportOnceInOrder) {
     EXPECT_EQ(delivered, recordedReports(ownRecording(name))) << name;
     EXPECT_TRUE(lines.back().contains("ended")) << lines.back();
     EXPECT_EQ(lines.size(), 3 + 2 * delivered.size())
-        << "a report without its values, or something besides";
+        << "a report without its values, or something else";
   }
 }
 
@@ -120,8 +120,8 @@ TEST_F(RecordingTest, KeepsNothingBehindWhenKilled) {
   expectNothingLeft();
 }
 
-/// Killed at every moment of its life: as soon as it runs, and as soon as each of the things is
-/// there that it makes. WLHID_ROUNDS says how often.
+/// Killed at every stage: as soon as it runs, and as soon as each of the things that it creates
+/// exists. WLHID_ROUNDS says how often.
 TEST_F(RecordingTest, KeepsNothingBehindWheneverItIsKilled) {
   const char* const wanted = std::getenv("WLHID_ROUNDS");
   const int rounds = wanted != nullptr ? std::atoi(wanted) : 2;
@@ -206,13 +206,13 @@ TEST_F(RecordingTest, WithoutAPlaceForItsRootItIsRefused) {
   nowhere.environment[0].second = directory / "file";  // TMPDIR
   const Outcome outcome = run(
       wlhid({"route", "--recording", ownRecording("qemu-usb-kbd.hid"), "--speed", "max"}), nowhere);
-  EXPECT_EQ(outcome.status, 0) << "an unusable TMPDIR is passed over: " << outcome.err;
+  EXPECT_EQ(outcome.status, 0) << "an unusable TMPDIR is skipped: " << outcome.err;
 }
 
-/// What an independent decoder made of the same recordings, kept beside the source tree.
+/// The output of an independent decoder for the same recordings, kept beside the source tree.
 TEST_F(RecordingTest, AgreesWithTheReferenceValues) {
   const fs::path shared = sourcePath("../shared/recordings");
-  if (!fs::exists(shared)) GTEST_SKIP() << "there are no reference values beside the source tree";
+  if (!fs::exists(shared)) GTEST_SKIP() << "no reference values beside the source tree";
   std::size_t compared = 0;
   for (const auto& entry : fs::directory_iterator(shared)) {
     const fs::path recording = entry.path();

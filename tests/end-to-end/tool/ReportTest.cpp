@@ -1,4 +1,4 @@
-// wlhid report: what is in it, what is not, and that there is never half of one.
+// wlhid report: what is in it, what is not, and that it is never incomplete.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -27,7 +27,7 @@ class ReportTest : public SituationTest {
     arguments.insert(arguments.end(), more.begin(), more.end());
     const Outcome outcome = runTool(arguments);
     EXPECT_EQ(outcome.status, 0) << outcome.err;
-    EXPECT_EQ(outcome.err, "") << "nobody looks, and yet progress is shown";
+    EXPECT_EQ(outcome.err, "") << "progress is shown without a terminal";
     EXPECT_EQ(std::distance(fs::directory_iterator(out().parent_path()), {}), 1);
     return testsupport::readArchive(out());
   }
@@ -55,8 +55,8 @@ TEST_F(ReportTest, TellsOfARouterThatRuns) {
   const std::string id = addDevice("qemu-usb-mouse.hid", {"--repeat"});
   Process route(wlhid({"route", id, "--json"}), options());
   route.waitForOutputContaining("\"report\"");
-  // The router brings its status to disk beside its work, so reports may be ahead of it.
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  // The router writes its status in the background, so reports may be ahead of it.
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (runTool({"status", "--json"}).out.find("\"deviceName\": \"QEMU") == std::string::npos) {
     ASSERT_LT(std::chrono::steady_clock::now(), deadline) << runTool({"status", "--json"}).out;
   }
@@ -166,7 +166,7 @@ TEST_F(ReportTest, WithALogThatCannotBeRead) {
 }
 
 TEST_F(ReportTest, AFullDiskLeavesTheOldReport) {
-  std::string longLog;  // which goes in with input only
+  std::string longLog;  // which is included with input only
   for (std::uint64_t i = 1; longLog.size() < 3'000'000; ++i) {
     std::string word;  // words that do not compress well
     for (std::uint64_t rest = i * 0x9e3779b97f4a7c15ULL; rest != 0; rest /= 26)
@@ -202,7 +202,7 @@ TEST_F(ReportTest, PlacesThatAreNoneAreRefused) {
 }
 
 TEST_F(ReportTest, ASignalLeavesTheOldReport) {
-  // A log that takes a while, so that the report is not done when the signal comes.
+  // A log that takes a while, so that the report is not finished when the signal arrives.
   fs::create_directories(systemLog().parent_path());
   std::string longLog;
   while (longLog.size() < (std::size_t{48} << 20))
@@ -211,7 +211,7 @@ TEST_F(ReportTest, ASignalLeavesTheOldReport) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     writeFile(out(), "old");
     Process process(wlhid({"report", out()}), options());
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
     while (std::distance(fs::directory_iterator(out().parent_path()), {}) < 2 &&
            std::chrono::steady_clock::now() < deadline) {
     }
@@ -231,8 +231,7 @@ TEST_F(ReportTest, WithJsonPrintsTheManifest) {
 
 // ---- What must not be in it
 
-/// A thousand strings by which input and serial numbers would be recognised, in every place where
-/// they can come from.
+/// A thousand strings that mark input and serial numbers, in every place they can come from.
 class MarkedReportTest : public ReportTest {
  protected:
   static constexpr int kOfEach = 100;
@@ -303,7 +302,7 @@ class MarkedReportTest : public ReportTest {
                   mark("QZR0002") + "</string></dict></array></dict></plist>\n");
     holdStatus();
   }
-  /// As a router that lives does.
+  /// As a running router does.
   void holdStatus() {
     heldStatus.reset(::open((root / "var/run/com.quillmar.hideventrouter.status.plist").c_str(),
                             O_RDWR | O_CLOEXEC));
@@ -311,7 +310,7 @@ class MarkedReportTest : public ReportTest {
     lock.l_type = F_WRLCK;
     ASSERT_EQ(::fcntl(heldStatus.get(), F_OFD_SETLK, &lock), 0);
   }
-  /// The marks that stand anywhere in the archive.
+  /// The marks found anywhere in the archive.
   [[nodiscard]] std::vector<std::string> found(const Archive& archive) const {
     std::string all;
     for (const auto& [name, content] : archive) all += name + "\n" + content + "\n";

@@ -20,7 +20,7 @@ std::size_t countOf(const std::vector<json>& lines, const char* kind) {
       std::ranges::count_if(lines, [&](const json& line) { return line.contains(kind); }));
 }
 
-/// Whether `text` holds `count` whole lines that begin like a delivery of that kind.
+/// Whether `text` holds `count` complete lines that begin like a delivery of this kind.
 std::function<bool(const std::string&)> hasReports(std::size_t count) {
   return [count](const std::string& text) {
     std::size_t found = 0;
@@ -31,9 +31,9 @@ std::function<bool(const std::string&)> hasReports(std::size_t count) {
   };
 }
 
-/// Waits for something that no descriptor tells of.
+/// Polls for something that no descriptor signals.
 void waitUntil(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline)
       throw std::runtime_error("a condition did not come about in time");
@@ -136,7 +136,7 @@ TEST_F(RouteTest, ShowsPeopleWhatTheKeyboardSent) {
   EXPECT_EQ(lines[5].substr(11), "values       Left Shift=1");
   EXPECT_EQ(lines[7].substr(11), "values       Left Shift=1 T=23");
   EXPECT_TRUE(lines[8].starts_with("2 reports in ")) << lines[8];
-  EXPECT_TRUE(lines[8].ends_with(" a second; none lost")) << lines[8];
+  EXPECT_TRUE(lines[8].ends_with(" per second; none lost")) << lines[8];
 }
 
 TEST_F(RouteTest, KeepsToTheWidthOfTheTerminal) {
@@ -157,7 +157,7 @@ TEST_F(RouteTest, ARouterThatDiesAtItsStartEndsItWithTheReason) {
   const Outcome outcome = route({id, "--json"});
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(linesOf(outcome.err).size(), 1U) << outcome.err;
-  EXPECT_NE(outcome.err.find("the router does not come up: it ended by signal 11, again and again"),
+  EXPECT_NE(outcome.err.find("the router keeps failing at startup: it ended by signal 11"),
             std::string::npos)
       << outcome.err;
   EXPECT_NE(outcome.err.find("--root " + root.string() + " doctor"), std::string::npos)
@@ -200,7 +200,7 @@ TEST_F(RouteTest, AnInterruptEndsItInOrder) {
     process.signal(number);
     EXPECT_EQ(process.wait(), 0) << number;
     EXPECT_EQ(process.errorOutput(), "");
-    EXPECT_EQ(process.output().back(), '\n') << "ends within a line";
+    EXPECT_EQ(process.output().back(), '\n') << "ends in mid-line";
   }
   waitUntil([this] { return routerStatus().is_null() || routerStatus()["sessions"].empty(); });
 }
@@ -298,7 +298,7 @@ TEST_F(RouteTest, ARouterThatIsRemovedEndsTheRouting) {
   EXPECT_EQ(process.wait(), 1);
   EXPECT_EQ(jsonLines(process.output()).back(), (json{{"status", 1}}));
   EXPECT_EQ(linesOf(process.errorOutput()).size(), 1U) << process.errorOutput();
-  EXPECT_NE(process.errorOutput().find("not installed any more"), std::string::npos)
+  EXPECT_NE(process.errorOutput().find("no longer installed"), std::string::npos)
       << process.errorOutput();
 }
 

@@ -1,4 +1,4 @@
-// The states in which a person calls for help, made on a test's own root.
+// The situations in which a person needs help, set up on a test's own root.
 //
 // Threading: the test's thread.
 // Ownership: the fixture's.
@@ -20,7 +20,7 @@ class SituationTest : public ToolTest {
   }
   [[nodiscard]] std::filesystem::path systemLog() const { return root / "var/log/system.log"; }
 
-  /// The installed router becomes one of another version, which has three bytes.
+  /// Gives the installed router another version, of three bytes.
   void becomeVersion(std::string_view version) {
     std::string other = readFile(helperTool());
     const std::size_t at = other.find("<string>1.0</string>");
@@ -30,8 +30,8 @@ class SituationTest : public ToolTest {
   }
   void makeOutdated() { becomeVersion("0.9"); }
 
-  /// The installed router becomes one whose program is killed by its first instruction: it begins
-  /// where nothing can be run, and no library that would catch that is loaded before.
+  /// Makes the installed router's program crash at its first instruction: its entry point is not
+  /// executable, and no library that could catch that is loaded before.
   void breakProgram() {
     std::string other = readFile(helperTool());
     const std::size_t program = other.find(
@@ -52,8 +52,8 @@ class SituationTest : public ToolTest {
     replaceHelperTool(other);
   }
 
-  /// Runs the command as somebody without rights to what this test has made: a superuser may read
-  /// every file.
+  /// Runs the command as a user without access to this test's files: a superuser may read every
+  /// file.
   [[nodiscard]] Outcome runToolAsNobody(const std::vector<std::string>& arguments) const {
     std::vector<std::string> command = wlhid(arguments);
     if (::geteuid() == 0)
@@ -62,13 +62,13 @@ class SituationTest : public ToolTest {
     return run(command, options());
   }
 
-  /// Whether this process may mount a file system of its own.
+  /// Whether this process may mount file systems.
   [[nodiscard]] static bool canMount() {
     return run({"unshare", "-rm", "true"}).status == 0 &&
            run({"unshare", "-rm", "mount", "-t", "tmpfs", "tmpfs", "/tmp"}).status == 0;
   }
-  /// Runs the command, quoted for a shell, where `directory`/disk is a file system of 64 KiB that
-  /// is nearly full. Its output is followed by the names of the files that are left there.
+  /// Runs the command, quoted for a shell, while `directory`/disk is an almost full file system of
+  /// 64 KiB. Its output is followed by the names of the files left there.
   [[nodiscard]] Outcome runOnFullDisk(const std::string& quoted) const {
     const std::string disk = directory / "disk";
     std::filesystem::create_directories(disk);

@@ -33,7 +33,7 @@ bool mentions(const std::string& zeroSeparated, const std::string& text) {
   return zeroSeparated.find(text) != std::string::npos;
 }
 
-/// Empty for a process that ends meanwhile: the kernel then refuses even what was open.
+/// Empty for a process that ends meanwhile: the kernel then rejects reads of even an open file.
 std::string readProcessFile(const fs::path& path) {
   try {
     return readFile(path);
@@ -42,14 +42,14 @@ std::string readProcessFile(const fs::path& path) {
   }
 }
 
-/// Whether the process has ended and only waits for its parent.
+/// Whether the process has ended but has not been reaped.
 bool isZombie(const fs::path& process) {
   const std::string stat = readProcessFile(process / "stat");
   const std::size_t end = stat.rfind(')');
   return end == std::string::npos || stat.size() < end + 3 || stat[end + 2] == 'Z';
 }
 
-/// True when the process has ended by the deadline.
+/// True if the process has ended by the deadline.
 bool waitForEnd(pid_t pid, std::chrono::steady_clock::time_point deadline) {
   const int descriptor = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
   if (descriptor < 0) return true;
@@ -106,7 +106,7 @@ ToolTest::ToolTest() : directory(makeTemporaryDirectory()), root(directory / "ro
 void ToolTest::TearDown() {
   static_cast<void>(runTool({"uninstall", "--authorize", "allow"}));
   for (const pid_t daemon : jobDaemons())
-    ::kill(daemon, SIGTERM);  // it would wait a while for further work
+    ::kill(daemon, SIGTERM);  // it would wait a while for more work
   expectNoProcessLeft();
   std::error_code ignored;
   fs::remove_all(directory, ignored);
@@ -123,7 +123,7 @@ std::vector<pid_t> ToolTest::jobDaemons() const {
 }
 
 void ToolTest::expectNoProcessLeft() const {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   for (const pid_t pid : processesOfRoot(directory)) {
     EXPECT_TRUE(waitForEnd(pid, deadline))
         << "left running: " << pid << " "

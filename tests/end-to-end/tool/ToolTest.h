@@ -1,7 +1,7 @@
-// The command on a system root of the test's own.
+// The command on the test's own system root.
 //
 // Threading: the test's thread.
-// Ownership: the directory and what runs in it go with the fixture.
+// Ownership: the fixture removes the directory and ends what runs in it.
 // Errors: as in Process.h.
 #pragma once
 
@@ -22,29 +22,28 @@ namespace test {
 [[nodiscard]] std::filesystem::path builtPath(std::string_view relative);
 [[nodiscard]] std::string readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, std::string_view text);
-/// One JSON document a line.
+/// One JSON document per line.
 [[nodiscard]] std::vector<nlohmann::json> jsonLines(const std::string& text);
-/// Processes one of whose arguments, or whose root in the environment, names `root`; without those
-/// that are about to be reaped.
+/// Processes that have `root` as an argument or as the root in their environment, except zombies.
 [[nodiscard]] std::vector<pid_t> processesOfRoot(const std::filesystem::path& root);
 
 class ToolTest : public testing::Test {
  protected:
   ToolTest();
-  /// Removes the router, and fails the test when a process of this root outlives it.
+  /// Removes the router, and fails the test if a process of this root outlives it.
   void TearDown() override;
 
   /// The command with `arguments`, on this root.
   [[nodiscard]] std::vector<std::string> wlhid(const std::vector<std::string>& arguments) const;
   [[nodiscard]] ProcessOptions options() const;
   [[nodiscard]] Outcome runTool(const std::vector<std::string>& arguments) const;
-  /// The same on a terminal of its own: what reaches it, standard error included, with "\n" as the
-  /// end of a line.
+  /// The same on a terminal of its own: all output, including standard error, with "\n" as line
+  /// end.
   [[nodiscard]] Outcome runToolOnTerminal(const std::vector<std::string>& arguments,
                                           int columns = 80) const;
 
   void install();
-  /// Sets a recording of the repository up as a device and returns its ID as printed.
+  /// Sets up a recording of the repository as a device and returns its ID as printed.
   std::string addDevice(std::string_view recording, const std::vector<std::string>& more = {});
   [[nodiscard]] std::vector<pid_t> jobDaemons() const;
   /// Waits for the processes of this root to end.
@@ -54,12 +53,12 @@ class ToolTest : public testing::Test {
   std::filesystem::path root;
 };
 
-/// A word of a shell's command line.
+/// A word quoted for a shell command line.
 [[nodiscard]] std::string inQuotes(std::string_view word);
-/// Nothing but line feeds and tabs in it is anything that a terminal acts upon or does not show.
+/// The text holds no control or invisible characters except line feeds and tabs.
 testing::AssertionResult isHarmless(std::string_view text);
-/// The outcome is a clean refusal: this exit status, nothing on standard output, one line "wlhid:
-/// …" that contains `text`.
+/// The command failed cleanly: this exit status, nothing on standard output, one line "wlhid: …"
+/// that contains `text`.
 testing::AssertionResult isRefusal(const Outcome& outcome, int status, std::string_view text);
 
 }  // namespace test

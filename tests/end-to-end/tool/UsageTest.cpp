@@ -1,4 +1,4 @@
-// The command line itself: help, versions, and what is wrong usage.
+// The command line itself: help, versions and usage errors.
 #include "ToolTest.h"
 
 namespace test {
@@ -48,7 +48,7 @@ TEST_F(UsageTest, PrintsItsVersion) {
 TEST_F(UsageTest, WrongUsageIsOneLineAndExitStatus2) {
   const std::string recording = sourcePath("recordings/qemu-usb-kbd.hid");
   EXPECT_TRUE(isRefusal(runTool({}), 2, "a verb is required"));
-  EXPECT_TRUE(isRefusal(runTool({"fly"}), 2, "there is no verb \"fly\""));
+  EXPECT_TRUE(isRefusal(runTool({"fly"}), 2, "unknown verb \"fly\""));
   EXPECT_TRUE(isRefusal(runTool({"status", "--fast"}), 2, "--fast"));
   EXPECT_TRUE(isRefusal(runTool({"status", "more"}), 2, "more"));
   EXPECT_TRUE(isRefusal(runTool({"inspect"}), 2, "EXECUTABLE"));
@@ -92,10 +92,10 @@ TEST_F(UsageTest, HelpOfAVerbIsThatOfTheOption) {
 
 TEST_F(UsageTest, AMistypedVerbGetsASuggestion) {
   EXPECT_TRUE(
-      isRefusal(runTool({"stauts"}), 2, "there is no verb \"stauts\"; did you mean \"status\"?"));
+      isRefusal(runTool({"stauts"}), 2, "unknown verb \"stauts\"; did you mean \"status\"?"));
   EXPECT_TRUE(isRefusal(runTool({"help", "devcies"}), 2, "did you mean \"devices\"?"));
   EXPECT_TRUE(isRefusal(runTool({"help", "devices", "ad"}), 2, "did you mean \"add\"?"));
-  EXPECT_TRUE(isRefusal(runTool({"fly"}), 2, "there is no verb \"fly\" (see"));
+  EXPECT_TRUE(isRefusal(runTool({"fly"}), 2, "unknown verb \"fly\" (see"));
 }
 
 TEST_F(UsageTest, NoCountAndNoTimeMeanWithoutEnd) {

@@ -1,4 +1,4 @@
-// The mistakes that scripts/mutation makes can be made in the sources as they are.
+// The changes listed for scripts/mutation still fit the sources.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// Which folder may include what: the arrows of docs/architecture.md, checked on every source file.
+// Which folder may include what: the dependencies in docs/architecture.md, checked in every source.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 struct Rule {
   std::string_view folder;
-  std::vector<std::string_view> mayInclude;  // beginnings of include paths
+  std::vector<std::string_view> mayInclude;  // prefixes of include paths
 };
 
 const std::vector<Rule>& rules() {
@@ -35,9 +35,9 @@ const std::vector<Rule>& rules() {
       {"diagnostics/", {"diagnostics/", "WLHIDAccess/", "platform/"}},
       {"jobd/", {"jobd/", "helper-install/MachO.h", "platform/"}},
       {"router/", {"router/", "router-client/WLHIDEventRouterProtocols.h", "platform/"}},
-      // What an application sees; and, since the command also sets a root up and looks into it, how
-      // devices are set up and named, what the router says of itself, and the tables of the lines
-      // that are logged.
+      // What an application sees; and, because the command also sets up and inspects a root, how
+      // devices are set up and named, what the router reports about itself, and the tables of log
+      // lines.
       {"tool/",
        {"tool/", "WLHIDAccess/", "platform/", "diagnostics/", "router/Devices.h",
         "router/DeviceFiles.h", "router/RouterErrors.h", "router/RouterLimits.h",
@@ -64,7 +64,7 @@ std::vector<fs::path> sourcesOf(const fs::path& folder) {
   return found;
 }
 
-/// The paths between quotes.
+/// The included paths in quotes.
 std::vector<std::string> includesOf(const fs::path& file) {
   constexpr std::string_view kBegin = "#include \"";
   std::vector<std::string> found;
@@ -81,7 +81,7 @@ bool isAllowed(const Rule& rule, const std::string& include) {
       rule.mayInclude, [&](std::string_view beginning) { return include.starts_with(beginning); });
 }
 
-TEST(Includes, FollowTheArrowsOfTheHouse) {
+TEST(Includes, FollowTheAllowedDirections) {
   const fs::path source = sourceDirectory();
   ASSERT_FALSE(source.empty()) << "WLHID_SOURCE_DIR is not set; run this test through ctest";
   std::size_t checked = 0;

@@ -1,4 +1,4 @@
-// Whatever router, job daemon and command log is a row of a table: there is no other way to log.
+// Everything that router, job daemon and command log is a row of a table: no other way exists.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -25,7 +25,7 @@ fs::path sourceDirectory() {
   return directory != nullptr ? fs::path(directory) : fs::path();
 }
 
-/// Without comments and blanks, so that a call may be written on several lines.
+/// Without comments and blanks, so that a call may span lines.
 std::string codeOf(const fs::path& file) {
   std::ifstream in(file);
   std::string code;
@@ -52,7 +52,7 @@ std::size_t countOf(std::string_view part, std::string_view text) {
   return count;
 }
 
-/// Ways to write a text to standard error or a log that take any.
+/// Ways to write arbitrary text to standard error or a log.
 constexpr std::array<std::string_view, 14> kFreeText{
     "std::cerr", "std::clog", "stderr",  "NSLog",  "syslog(",       "dprintf(",   "perror(",
     "::printf(", "puts(",     "psignal", "warnx(", "error_at_line", "sd_journal", "sd_notify"};
@@ -72,8 +72,7 @@ TEST(Logging, TakesNoFreeText) {
   EXPECT_GT(checked, 100U) << "hardly anything was found to check";
 }
 
-/// The programs that run in the background have no terminal: what reaches their standard error is
-/// in a log.
+/// Background programs have no terminal: their standard error goes to a log.
 TEST(Logging, WritesLinesOfTablesToStandardError) {
   const fs::path source = sourceDirectory();
   ASSERT_FALSE(source.empty());
@@ -83,7 +82,7 @@ TEST(Logging, WritesLinesOfTablesToStandardError) {
       const std::string code = codeOf(file);
       const std::size_t all = countOf("writeLineToStandardError(", code);
       EXPECT_EQ(countOf("writeLineToStandardError(platform::LogLine::of<", code), all) << file;
-      // The one place that takes a line, and the streams of a job.
+      // The one place that writes a line.
       const bool isSink = file.filename() == "RouterLog.cpp";
       EXPECT_EQ(countOf("STDERR_FILENO", code), isSink ? 1U : 0U) << file;
       calls += all;
@@ -92,7 +91,7 @@ TEST(Logging, WritesLinesOfTablesToStandardError) {
   EXPECT_EQ(calls, 2U);
 }
 
-/// What a job wrote is written as it is, and by nobody else than who reads it from the job.
+/// Only the code that reads a job's output writes it to the log as is.
 TEST(Logging, OnlyAJobsOutputIsWrittenAsItIs) {
   const fs::path source = sourceDirectory();
   ASSERT_FALSE(source.empty());
@@ -103,7 +102,7 @@ TEST(Logging, OnlyAJobsOutputIsWrittenAsItIs) {
   }
 }
 
-/// The framework logs through its table, and nobody else in these folders uses the logger's method.
+/// The framework logs through its table; nothing else in these folders calls the logger's method.
 TEST(Logging, TheClientsLinesAreItsSites) {
   const fs::path source = sourceDirectory();
   ASSERT_FALSE(source.empty());
@@ -115,7 +114,7 @@ TEST(Logging, TheClientsLinesAreItsSites) {
   }
 }
 
-// ---- The tables are whole
+// ---- The tables are complete
 
 TEST(Logging, ATableHasAllItsRows) {
   const fs::path source = sourceDirectory();

@@ -1,4 +1,4 @@
-// The client in the README is the one that is built and run.
+// The client in the README is the one that is built and tested.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

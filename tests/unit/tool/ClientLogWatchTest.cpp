@@ -9,7 +9,7 @@ namespace {
 
 using platform::KQLogger;
 
-/// Puts the level back, whatever a test does to it.
+/// Restores the log level.
 class ClientLogWatchTest : public testing::Test {
  protected:
   ~ClientLogWatchTest() override { KQLogger::setLogLevel(before_); }
@@ -31,7 +31,7 @@ TEST_F(ClientLogWatchTest, HearsOfAnInterruptionAndOfALostStart) {
   log(3, "WLHIDEventRouterClient: xpcConnectionToService experienced an interruption");
   log(3, "Error(S): %@", "the reason");
   EXPECT_EQ(heard, (std::vector<std::string>{"the router ended unexpectedly",
-                                             "the router gave no answer: Error(S): the reason"}));
+                                             "the router did not answer: Error(S): the reason"}));
 }
 
 TEST_F(ClientLogWatchTest, HearsOfNothingElse) {
@@ -87,7 +87,7 @@ TEST_F(ClientLogWatchTest, PrintsNothingThatATerminalObeys) {
 TEST_F(ClientLogWatchTest, ALateLineIsShownOnlyAtTheUsersLevel) {
   KQLogger::setLogLevel(4);
   { const ClientLogWatch watch(hear); }
-  KQLogger::setLogLevel(3);  // as when the line was let through while the watch was there
+  KQLogger::setLogLevel(3);  // as if the line had been admitted while the watch existed
   testing::internal::CaptureStderr();
   log(3, "late");
   log(4, "the user's");

@@ -1,4 +1,4 @@
-// The command line as a whole: global options, help, and how each way of failing is told.
+// The command line as a whole: global options, help and error messages.
 #include "tool/command/CommandLine.h"
 
 #include <gmock/gmock.h>
@@ -65,13 +65,11 @@ TEST_F(CommandLineTest, HelpGoesIntoAVerbsVerbs) {
 }
 
 TEST_F(CommandLineTest, WhatIsNoVerbIsNamedWithTheNearest) {
-  expectWrongUsage(
-      {"stauts"},
-      "wlhid: there is no verb \"stauts\"; did you mean \"status\"? (see wlhid --help)\n");
-  expectWrongUsage({"fly"}, "wlhid: there is no verb \"fly\" (see wlhid --help)\n");
-  expectWrongUsage(
-      {"help", "devices", "ad"},
-      "wlhid: there is no verb \"ad\"; did you mean \"add\"? (see wlhid help --help)\n");
+  expectWrongUsage({"stauts"},
+                   "wlhid: unknown verb \"stauts\"; did you mean \"status\"? (see wlhid --help)\n");
+  expectWrongUsage({"fly"}, "wlhid: unknown verb \"fly\" (see wlhid --help)\n");
+  expectWrongUsage({"help", "devices", "ad"},
+                   "wlhid: unknown verb \"ad\"; did you mean \"add\"? (see wlhid help --help)\n");
 }
 
 TEST_F(CommandLineTest, AVerbIsRequired) {

@@ -37,7 +37,7 @@ TEST(DescribeError, PrefersTheErrorsOwnDescription) {
 }
 
 TEST(DescribeError, ANullErrorIsNoReason) {
-  EXPECT_EQ(describeError(nullptr), "for no stated reason");
+  EXPECT_EQ(describeError(nullptr), "no reason given");
 }
 
 }  // namespace

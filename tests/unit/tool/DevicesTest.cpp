@@ -1,4 +1,4 @@
-// wlhid devices, and which device a word means.
+// wlhid devices, and which device a name or ID selects.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
@@ -26,7 +26,7 @@ class DevicesTest : public VerbTest {
     return devices(more);
   }
   static nlohmann::json listed() { return nlohmann::json::parse(devices({"--json"}).out); }
-  /// What is thrown.
+  /// The message of the exception.
   template <class Ask>
   static std::string refusal(const Ask& ask) {
     try {
@@ -46,7 +46,7 @@ class DevicesTest : public VerbTest {
 TEST_F(DevicesTest, WithoutAnyTheListSaysHowToAddOne) {
   const Outcome outcome = devices();
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.out, "No devices. A recording becomes one with: wlhid devices add FILE\n");
+  EXPECT_EQ(outcome.out, "No devices. To set up a recording as one: wlhid devices add FILE\n");
   EXPECT_EQ(devices({"--json"}).out, "[]\n");
 }
 
@@ -95,21 +95,21 @@ TEST_F(DevicesTest, AddRefusesWhatItCannotTake) {
   EXPECT_TRUE(isRefusal(devices({"add", "m.hid", "--speed", "0"}), 2,
                         "--speed: 0 is neither a number from 0.001 to 1000 nor max"));
   EXPECT_TRUE(isRefusal(devices({"add", "-"}), 2,
-                        "a device is called after its file, so standard input cannot become one; "
-                        "save it first (wlhid route --recording - plays it at once)"));
+                        "a device is named after its file, so standard input cannot become one; "
+                        "save it to a file first (wlhid route --recording - plays it directly)"));
 }
 
 TEST_F(DevicesTest, AProblemIsALineThatSaysHowToBeRidOfIt) {
   writeFile(root_.deviceSources() / "a b.plist", "no list");
   EXPECT_NE(devices().err.find("a b.plist"), std::string::npos);
-  EXPECT_TRUE(devices().err.ends_with(" (wlhid devices remove 'a b' takes it away)\n"))
+  EXPECT_TRUE(devices().err.ends_with(" (wlhid devices remove 'a b' removes it)\n"))
       << devices().err;
   writeFile(root_.deviceSources() / "-c.plist", "no list");
   const Outcome outcome = devices();
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_NE(outcome.err.find(" (wlhid devices remove 'a b' takes it away)\n"), std::string::npos)
+  EXPECT_NE(outcome.err.find(" (wlhid devices remove 'a b' removes it)\n"), std::string::npos)
       << outcome.err;
-  EXPECT_NE(outcome.err.find(" (wlhid devices remove name:-c takes it away)\n"), std::string::npos)
+  EXPECT_NE(outcome.err.find(" (wlhid devices remove name:-c removes it)\n"), std::string::npos)
       << outcome.err;
   EXPECT_TRUE(outcome.err.starts_with("wlhid: ")) << outcome.err;
 }
@@ -118,7 +118,7 @@ TEST_F(DevicesTest, AProblemThatIsNoConfigurationsHasNoRemoval) {
   writeFile(root_.path(), "no directory");
   const Outcome outcome = devices();
   EXPECT_NE(outcome.err.find("is not a directory\n"), std::string::npos) << outcome.err;
-  EXPECT_EQ(outcome.err.find("takes it away"), std::string::npos) << outcome.err;
+  EXPECT_EQ(outcome.err.find("removes it"), std::string::npos) << outcome.err;
 }
 
 TEST_F(DevicesTest, OneVerbAtATimeIsTaken) {
@@ -130,13 +130,13 @@ TEST_F(DevicesTest, OneVerbAtATimeIsTaken) {
 
 TEST_F(DevicesTest, AnOptionMayFollowTheVerbBelow) {
   EXPECT_TRUE(isRefusal(devices({"remove", "a", "--json"}), 1,
-                        "no recorded device is \"a\" (wlhid devices lists them)"));
+                        "there is no recorded device \"a\" (wlhid devices lists them)"));
 }
 
 TEST_F(DevicesTest, RemoveTakesItAway) {
   const std::string id = addDevice("m.hid", "Mouse");
   EXPECT_TRUE(isRefusal(devices({"remove", "Mice"}), 1,
-                        "no recorded device is \"Mice\" (wlhid devices lists them)"));
+                        "there is no recorded device \"Mice\" (wlhid devices lists them)"));
   const Outcome outcome = devices({"remove", id});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.out + outcome.err, "");
@@ -156,7 +156,7 @@ TEST_F(DevicesTest, ANameThatTwoHaveMeansNone) {
   EXPECT_EQ(registryEntryIDOf(second), *parseNumber(second));
   EXPECT_EQ(configurationOf(first), "a");
   EXPECT_EQ(configurationOf(second), "b");
-  EXPECT_EQ(registryEntryIDOf("12"), *parseNumber(other)) << "a name wins over an ID";
+  EXPECT_EQ(registryEntryIDOf("12"), *parseNumber(other)) << "a name takes precedence over an ID";
   EXPECT_EQ(configurationOf("12"), "c");
 }
 
@@ -166,9 +166,9 @@ TEST_F(DevicesTest, AnIDNeedNotBeADevicesANameMust) {
   EXPECT_EQ(refusal([] { return registryEntryIDOf("name:12"); }),
             "no device is called \"12\" (wlhid devices lists them)");
   EXPECT_EQ(refusal([] { return configurationOf("12"); }),
-            "no recorded device is \"12\" (wlhid devices lists them)");
+            "there is no recorded device \"12\" (wlhid devices lists them)");
   EXPECT_EQ(refusal([] { return configurationOf("id:0"); }),
-            "no recorded device is \"id:0\" (wlhid devices lists them)");
+            "there is no recorded device \"id:0\" (wlhid devices lists them)");
 }
 
 TEST_F(DevicesTest, AConfigurationMayBeSaidByItsOwnName) {
@@ -179,11 +179,11 @@ TEST_F(DevicesTest, AConfigurationMayBeSaidByItsOwnName) {
   writeFile(root_.deviceSources() / "broken.plist", "no list");
   EXPECT_EQ(configurationOf("broken"), "broken");
   EXPECT_EQ(refusal([] { return configurationOf(""); }),
-            "no recorded device is \"\" (wlhid devices lists them)")
-      << "what has no name is not meant";
+            "there is no recorded device \"\" (wlhid devices lists them)")
+      << "a device without a name does not match";
   EXPECT_EQ(refusal([] { return configurationOf("id:0"); }),
-            "no recorded device is \"id:0\" (wlhid devices lists them)")
-      << "what has no ID is not meant";
+            "there is no recorded device \"id:0\" (wlhid devices lists them)")
+      << "a device without an ID does not match";
 }
 
 }  // namespace

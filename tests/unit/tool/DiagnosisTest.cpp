@@ -15,13 +15,13 @@ RouterCopy copyOf(const std::string& path, const std::string& version) {
   return {path, version, CopyState::Complete, {}, platform::str(version)};
 }
 
-/// The presence check for what is installed.
+/// The presence check for an installed router.
 PresenceCheck presenceOf(RouterVersions versions, bool installed) {
   auto steps = presenceSteps(versions);
   return {installed, std::move(versions), std::move(steps)};
 }
 
-/// A root on which all is well and nothing runs.
+/// A root in order, on which nothing runs.
 Inventory wellKept() {
   RouterVersions versions{copyOf("/own", "1.0"), copyOf("/installed", "1.0"), {}, {"service"}};
   return {platform::SystemRoot("/a root"),
@@ -35,7 +35,7 @@ Inventory wellKept() {
           {std::uint64_t{5} << 20, 100, {}}};
 }
 
-/// "found", behind "FAIL: " or "-: " where it did not pass; then " -> remedy" and " [command]".
+/// "found", after "FAIL: " or "-: " unless it passed; then " -> remedy" and " [command]".
 std::string shown(const Check& check) {
   const char* const state = check.state == Check::State::Passed   ? ""
                             : check.state == Check::State::Failed ? "FAIL: "
@@ -44,7 +44,7 @@ std::string shown(const Check& check) {
          (check.command.empty() ? "" : " [" + check.command + "]");
 }
 
-/// All checks of that name, one behind the other.
+/// All checks of that name, joined.
 std::string checkOf(const Inventory& inventory, std::string_view name) {
   std::string all;
   for (const Check& check : diagnose(inventory).checks) {
@@ -59,12 +59,12 @@ TEST(Diagnosis, OfAWellKeptRootIsThatItIsInOrder) {
   EXPECT_EQ(linesOf(diagnosis, false),
             "The router is installed, current and in order.\n"
             "ok    system root     /a root\n"
-            "ok    job             there is one\n"
+            "ok    job             installed\n"
             "ok    own copy        version 1.0, /own\n"
             "ok    installed copy  version 1.0, /installed\n"
             "ok    versions        both are 1.0\n"
-            "ok    running router  none; it starts when an application connects\n"
-            "ok    job daemon      none runs; it starts when it is needed\n"
+            "ok    running router  not running; it starts when an application connects\n"
+            "ok    job daemon      not running; it starts when needed\n"
             "ok    endpoint        /a root/s.sock\n"
             "ok    devices         0 can be routed\n"
             "ok    log             /a root/log, 12 bytes\n"
@@ -103,16 +103,16 @@ TEST(Diagnosis, StatesHaveNames) {
 TEST(Diagnosis, ARootIsThisUsersOwnOrNoneYet) {
   Inventory inventory = wellKept();
   inventory.rootState = {"/a root", false, static_cast<uid_t>(-1), {}};
-  EXPECT_EQ(checkOf(inventory, "system root"), "/a root: none yet; it is made by an install");
+  EXPECT_EQ(checkOf(inventory, "system root"), "/a root: none yet; installing creates it");
   inventory.rootState = {"/a root", true, ::geteuid() + 1, {}};
   EXPECT_EQ(checkOf(inventory, "system root"),
-            "FAIL: /a root belongs to user " + std::to_string(::geteuid() + 1) +
-                ", and this user, " + std::to_string(::geteuid()) +
+            "FAIL: /a root belongs to user " + std::to_string(::geteuid() + 1) + "; this user, " +
+                std::to_string(::geteuid()) +
                 ", may not connect to anything on it -> install the router on this user's own "
                 "root: env -u WLHID_ROOT wlhid install [env -u WLHID_ROOT wlhid install]");
   inventory.rootState.problem = "/a root: Not a directory";
   EXPECT_EQ(checkOf(inventory, "system root"),
-            "FAIL: /a root: Not a directory -> use a root of this user's own: "
+            "FAIL: /a root: Not a directory -> use this user's own root: "
             "env -u WLHID_ROOT wlhid install [env -u WLHID_ROOT wlhid install]");
 }
 
@@ -121,7 +121,7 @@ TEST(Diagnosis, ARootOfAnotherDoesNotExplainWhyTheRouterIsNotInstalled) {
   inventory.rootState.owner = ::geteuid() + 1;
   inventory.presence.installed = false;
   EXPECT_EQ(checkOf(inventory, "presence"),
-            "FAIL: not installed, or not current -> ask again, it has changed meanwhile: "
+            "FAIL: not installed, or not current -> check again: something has just changed: "
             "wlhid doctor [wlhid doctor]");
 }
 
@@ -134,7 +134,7 @@ TEST(Diagnosis, WithoutAJobOneIsInstalled) {
   EXPECT_EQ(checkOf(inventory, "job"),
             "FAIL: there is no job file -> install the router: wlhid install [wlhid install]");
   EXPECT_EQ(checkOf(inventory, "installed copy"), "-: there is no job");
-  EXPECT_EQ(checkOf(inventory, "versions"), "-: there are not two");
+  EXPECT_EQ(checkOf(inventory, "versions"), "-: there are no two to compare");
   EXPECT_EQ(checkOf(inventory, "presence"), "not there") << "the job explains it";
   EXPECT_EQ(diagnose(inventory).verdict, "The router is not installed: 1 of 11 checks fails.");
   EXPECT_FALSE(diagnose(inventory).inOrder);
@@ -145,7 +145,7 @@ TEST(Diagnosis, AJobThatNamesNoProgramIsReplaced) {
   RouterCopy nowhere;
   nowhere.problem = "the job names no executable";
   inventory.presence = presenceOf({copyOf("/own", "1.0"), nowhere, {}, {}}, false);
-  const std::string replace = " -> replace it by this program's: wlhid install [wlhid install]";
+  const std::string replace = " -> replace it with this program's: wlhid install [wlhid install]";
   EXPECT_EQ(checkOf(inventory, "job"), "FAIL: the job names no executable" + replace);
   EXPECT_EQ(checkOf(inventory, "installed copy"), "FAIL: the job names no executable" + replace);
   EXPECT_EQ(diagnose(inventory).verdict,
@@ -156,12 +156,13 @@ TEST(Diagnosis, ADamagedCopyIsReplacedAndTheOwnOneComesWithTheProgram) {
   Inventory inventory = wellKept();
   const RouterCopy damaged{"/c", {}, CopyState::NoVersion, "/c: no version", nullptr};
   inventory.presence = presenceOf({copyOf("/own", "1.0"), damaged, {}, {}}, false);
-  EXPECT_EQ(checkOf(inventory, "installed copy"),
-            "FAIL: /c: no version -> replace it by this program's: wlhid install [wlhid install]");
+  EXPECT_EQ(
+      checkOf(inventory, "installed copy"),
+      "FAIL: /c: no version -> replace it with this program's: wlhid install [wlhid install]");
   EXPECT_EQ(checkOf(inventory, "own copy"), "version 1.0, /own");
   inventory.presence = presenceOf({damaged, copyOf("/installed", "1.0"), {}, {}}, false);
   EXPECT_EQ(checkOf(inventory, "own copy"),
-            "FAIL: /c: no version -> install this program again: the router that it carries is "
+            "FAIL: /c: no version -> reinstall this program: the router that it carries is "
             "missing or damaged");
 }
 
@@ -169,7 +170,7 @@ TEST(Diagnosis, AnotherVersionIsReplacedANewerOneByForce) {
   Inventory inventory = wellKept();
   inventory.presence = presenceOf({copyOf("/own", "1.0"), copyOf("/i", "2.0"), {}, {}}, false);
   EXPECT_EQ(checkOf(inventory, "versions"),
-            "FAIL: version 2.0 is installed, this program carries 1.0 -> replace it by this "
+            "FAIL: version 2.0 is installed, this program carries 1.0 -> replace it with this "
             "program's: wlhid install --force [wlhid install --force]");
   EXPECT_EQ(checkOf(inventory, "presence"), "not there");
 }
@@ -205,12 +206,12 @@ TEST(Diagnosis, ARunningRouterIsOfTheInstalledVersion) {
             "process 77, version 1.0, 2 sessions, reports lost: 3");
   inventory.router = runningVersion("0.9");
   EXPECT_EQ(checkOf(inventory, "running router"),
-            "FAIL: process 77, version 0.9, while version 1.0 is installed -> end it; the "
-            "installed one starts when an application connects: kill 77 [kill 77]");
+            "FAIL: process 77, version 0.9, but version 1.0 is installed -> end it; the "
+            "installed version starts when an application connects: kill 77 [kill 77]");
   inventory.presence.versions.installed->state = CopyState::NoVersion;
   EXPECT_EQ(checkOf(inventory, "running router"),
             "process 77, version 0.9, 2 sessions, reports lost: 3")
-      << "which one would start is not known";
+      << "it is unknown which version would start";
   inventory.presence.versions.installed.reset();
   EXPECT_EQ(checkOf(inventory, "running router"),
             "process 77, version 0.9, 2 sessions, reports lost: 3");
@@ -220,25 +221,25 @@ TEST(Diagnosis, AJobDaemonOfOthersIsNotAsked) {
   Inventory inventory = wellKept();
   inventory.jobDaemon.isForOthers = true;
   inventory.jobDaemon.problem = "no matter";
-  EXPECT_EQ(checkOf(inventory, "job daemon"), "-: this user may not ask it");
+  EXPECT_EQ(checkOf(inventory, "job daemon"), "-: this user has no access to it");
 }
 
 TEST(Diagnosis, AJobDaemonThatCannotBeStartedOrAskedFails) {
   Inventory inventory = wellKept();
   inventory.jobDaemon.problem = "the program: No such file";
   EXPECT_EQ(checkOf(inventory, "job daemon"),
-            "FAIL: the program: No such file -> install this program again: a part of it is "
+            "FAIL: the program: No such file -> reinstall this program: a part of it is "
             "missing");
   inventory.jobDaemon.asked = true;
   for (const pid_t none : {-1, 0}) {
     inventory.jobDaemon.process = none;
     EXPECT_EQ(checkOf(inventory, "job daemon"),
-              "FAIL: the program: No such file -> ask again: wlhid doctor [wlhid doctor]");
+              "FAIL: the program: No such file -> try again: wlhid doctor [wlhid doctor]");
   }
   inventory.jobDaemon.process = 1;
   EXPECT_EQ(checkOf(inventory, "job daemon"),
-            "FAIL: the program: No such file -> end its process; another one starts when it is "
-            "needed: kill -KILL 1 [kill -KILL 1]");
+            "FAIL: the program: No such file -> end its process; another one starts when needed: "
+            "kill -KILL 1 [kill -KILL 1]");
 }
 
 /// A daemon that keeps one job.
@@ -265,7 +266,7 @@ TEST(Diagnosis, AJobThatEndedBadlyFailsUnlessItIsUp) {
   EXPECT_EQ(checkOf(inventory, "job j"),
             "FAIL: it exited with status 1 -> see why: wlhid log [wlhid log]");
   inventory.router = runningVersion("1.0");
-  EXPECT_EQ(checkOf(inventory, "job j"), "not there") << "it has come up";
+  EXPECT_EQ(checkOf(inventory, "job j"), "not there") << "it is up";
   inventory.router->pid = 78;
   EXPECT_NE(checkOf(inventory, "job j"), "not there") << "another one has";
   for (const char* well : {"", "exited with status 0"}) {
@@ -279,24 +280,24 @@ TEST(Diagnosis, AJobThatEndedBadlyFailsUnlessItIsUp) {
 TEST(Diagnosis, AnEndpointThatIsNotThereIsMissedOnlyWhereItIsServed) {
   Inventory inventory = wellKept();
   inventory.endpoints.at(0) = {"service", "/s.sock", false, 0, 0, false, {}};
-  EXPECT_EQ(checkOf(inventory, "endpoint"), "none; it is made when it is needed");
+  EXPECT_EQ(checkOf(inventory, "endpoint"), "none; created when needed");
   inventory.jobDaemon = keeping("");
   EXPECT_EQ(checkOf(inventory, "endpoint"),
-            "FAIL: /s.sock: is gone, though the job daemon listens for it -> end the job daemon; "
-            "it makes it anew when it comes up: kill 55 [kill 55]");
+            "FAIL: /s.sock: missing, although the job daemon listens on it -> end the job daemon; "
+            "it recreates the endpoint when it starts: kill 55 [kill 55]");
   inventory.jobDaemon.reply->jobs[0].services = {"another"};
-  EXPECT_EQ(checkOf(inventory, "endpoint"), "none; it is made when it is needed");
+  EXPECT_EQ(checkOf(inventory, "endpoint"), "none; created when needed");
 }
 
 TEST(Diagnosis, AnEndpointThatIsNoneIsMovedAway) {
   Inventory inventory = wellKept();
   inventory.endpoints.at(0) = {"service", "/a b", true, 0, 0, false, "/a b: not a socket"};
   EXPECT_EQ(checkOf(inventory, "endpoint"),
-            "FAIL: /a b: not a socket -> find out who made it, and move it away: "
+            "FAIL: /a b: not a socket -> find out who created it, and move it away: "
             "mv -f '/a b' '/a b.removed' [mv -f '/a b' '/a b.removed']");
   inventory.jobDaemon = keeping("");
   EXPECT_EQ(checkOf(inventory, "endpoint"),
-            "FAIL: /a b: not a socket -> find out who made it, and move it away: mv -f '/a b' "
+            "FAIL: /a b: not a socket -> find out who created it, and move it away: mv -f '/a b' "
             "'/a b.removed' && kill 55 [mv -f '/a b' '/a b.removed' && kill 55]");
   inventory.endpoints.at(0).exists = false;
   EXPECT_EQ(checkOf(inventory, "endpoint"),
@@ -311,7 +312,7 @@ TEST(Diagnosis, AnEndpointLetsItsOwnerConnect) {
             "FAIL: /a b: nobody may connect to it -> let its owner connect: chmod u+rw '/a b' "
             "[chmod u+rw '/a b']");
   endpoint.owner = ::geteuid() + 1;
-  EXPECT_EQ(checkOf(inventory, "endpoint"), "/a b") << "whose it is stands with the root";
+  EXPECT_EQ(checkOf(inventory, "endpoint"), "/a b") << "the check of the root names the owner";
 }
 
 // ---- Devices, log, disk
@@ -321,17 +322,17 @@ TEST(Diagnosis, ADeviceThatCannotBeUsedFails) {
   inventory.devices.devices.resize(2);
   inventory.devices.problems = {"a.plist: is none"};
   EXPECT_EQ(checkOf(inventory, "devices"),
-            "2 can be routed; FAIL: a.plist: is none -> put the file right, or remove the device "
-            "as its list says: wlhid devices [wlhid devices]");
+            "2 can be routed; FAIL: a.plist: is none -> repair the file, or remove the device "
+            "as this list says: wlhid devices [wlhid devices]");
 }
 
 TEST(Diagnosis, ALogCanBeReadOrIsStillToBegin) {
   Inventory inventory = wellKept();
   inventory.log = {"/a b", false, false, static_cast<uid_t>(-1), 0, {}};
-  EXPECT_EQ(checkOf(inventory, "log"), "none yet; it begins with the first line of a job");
+  EXPECT_EQ(checkOf(inventory, "log"), "none yet; a job's first line creates it");
   inventory.log = {"/a b", true, true, 12, 0, "/a b: Permission denied"};
   EXPECT_EQ(checkOf(inventory, "log"),
-            "FAIL: /a b: Permission denied -> as user 12, its owner: chmod a+r '/a b' "
+            "FAIL: /a b: Permission denied -> as its owner, user 12: chmod a+r '/a b' "
             "[chmod a+r '/a b']");
   inventory.log = {"/a b", true, false, 12, 0, "/a b: not a regular file"};
   EXPECT_EQ(checkOf(inventory, "log"),
@@ -354,15 +355,15 @@ TEST(Diagnosis, ADiskWithRoomPasses) {
 
 TEST(Diagnosis, ADiskWithoutBytesOrWithoutFilesIsFull) {
   const std::string remedy =
-      " bytes free on the system root's -> make room: nothing can be installed, and the log loses "
-      "lines";
+      " bytes free on the system root's disk -> free some space: nothing can be installed, and the "
+      "log loses lines";
   EXPECT_EQ(diskCheckOf({(std::uint64_t{1} << 20) - 1, 100, {}}), "FAIL: full: 1048575" + remedy);
   EXPECT_EQ(diskCheckOf({std::uint64_t{5} << 20, 15, {}}), "FAIL: full: 5242880" + remedy);
 }
 
 TEST(Diagnosis, ADiskThatCannotBeAskedFailsForThatReason) {
   EXPECT_EQ(diskCheckOf({0, 0, "/root: Input/output error"}),
-            "FAIL: /root: Input/output error -> see to the file system");
+            "FAIL: /root: Input/output error -> check the file system");
 }
 
 TEST(Diagnosis, OfANewRootMissesTheJobAlone) {
@@ -372,10 +373,10 @@ TEST(Diagnosis, OfANewRootMissesTheJobAlone) {
   const Inventory inventory = takeInventory(root);
   platform::SystemRoot::resetCurrent();
   EXPECT_EQ(checkOf(inventory, "system root"),
-            root.path().string() + ": none yet; it is made by an install");
+            root.path().string() + ": none yet; installing creates it");
   EXPECT_EQ(checkOf(inventory, "job"), "FAIL: there is no system root " + root.path().string() +
                                            " -> install the router: wlhid install [wlhid install]");
-  EXPECT_EQ(checkOf(inventory, "log"), "none yet; it begins with the first line of a job");
+  EXPECT_EQ(checkOf(inventory, "log"), "none yet; a job's first line creates it");
 }
 
 }  // namespace

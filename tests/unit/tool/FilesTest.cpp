@@ -1,4 +1,4 @@
-// Reading a file that a person named, and writing whole lines to a descriptor.
+// Reading a file named by a person, and writing whole lines to a descriptor.
 #include "tool/files/Files.h"
 
 #include <fcntl.h>
@@ -56,7 +56,7 @@ TEST_F(FilesTest, AreRegularFiles) {
   EXPECT_EQ(read(gone), gone + ": No such file or directory");
   EXPECT_EQ(read(directory_.path()), directory_.path().string() + ": Is a directory");
   ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
-  EXPECT_EQ(read(path_), path_ + ": not a regular file") << "nobody writes to it, and nobody waits";
+  EXPECT_EQ(read(path_), path_ + ": not a regular file") << "must not wait for a writer";
 }
 
 TEST_F(FilesTest, LeaveNoDescriptorOpen) {
@@ -106,7 +106,7 @@ TEST_F(OutputTest, KeepsItsFirstFailureAndIsOverThen) {
   EXPECT_TRUE(output.write(""));
   EXPECT_FALSE(output.write("x"));
   EXPECT_EQ(output.failure(), ENOSPC);
-  ASSERT_EQ(::dup2(ends_[1], full), full);  // there would be room now
+  ASSERT_EQ(::dup2(ends_[1], full), full);  // there is room now
   EXPECT_FALSE(output.write("y"));
   EXPECT_FALSE(output.write(""));
   std::array<char, 8> buffer{};

@@ -10,8 +10,8 @@ namespace {
 
 using platform::ScriptedOutcome;
 
-/// What is in place without a script.
-const std::shared_ptr<platform::ServicesProvider> machineServices =
+/// The provider in place without a scripted platform.
+const std::shared_ptr<platform::ServicesProvider> kMachineServices =
     platform::servicesProvider().load();
 
 class InstallTest : public VerbTest {
@@ -43,7 +43,7 @@ class InstallTest : public VerbTest {
     }
     return false;
   }
-  /// The text of the question, or why there was none.
+  /// The text of the prompt, or why there was none.
   [[nodiscard]] std::string question() {
     for (const std::string& line : platform_.trace().take()) {
       const std::size_t at = line.find("prompt length=");
@@ -65,7 +65,7 @@ TEST_F(InstallTest, AFailureHasTheFrameworksReason) {
   platform_.setAuthorizationStatus(platform::errAuthorizationInteractionNotAllowed);
   EXPECT_TRUE(isRefusal(install(), 1,
                         "the router was not installed: there is no terminal to ask for "
-                        "authorization on (--authorize answers instead) "
+                        "authorization on (--authorize answers without one) "
                         "(NSOSStatusErrorDomain -60007)"));
 }
 
@@ -75,14 +75,14 @@ TEST_F(InstallTest, AnOlderVersionIsReplacedWithoutAWordANewerOneByForce) {
   platform_.installHelper(kLabel, "2.0");
   static_cast<void>(platform_.trace().take());
   EXPECT_TRUE(isRefusal(install(), 1,
-                        "the router was not installed: version 2.0 is installed, and 1.0, which "
-                        "this command carries, is older (--force replaces it all the same)"));
+                        "the router was not installed: version 2.0 is installed, and this command "
+                        "carries the older version 1.0 (--force replaces it anyway)"));
   EXPECT_FALSE(asked());
   const Outcome forced = install({"--force"});
   EXPECT_EQ(forced.status, 0);
   EXPECT_EQ(forced.out,
-            "Replacing: version 2.0 is installed, and 1.0, which this command carries, "
-            "is older.\nThe router is installed, version 1.0.\n");
+            "Replacing: version 2.0 is installed, and this command carries the older version "
+            "1.0.\nThe router is installed, version 1.0.\n");
 }
 
 TEST_F(InstallTest, ThePromptIsTheQuestionsText) {
@@ -96,7 +96,7 @@ TEST_F(InstallTest, RemovesWhatIsInstalled) {
   platform_.installHelper(kLabel, "1.0");
   const Outcome outcome = uninstall();
   EXPECT_EQ(outcome.status, 0) << outcome.err;
-  EXPECT_EQ(outcome.out, "The router is removed.\n");
+  EXPECT_EQ(outcome.out, "The router has been removed.\n");
 }
 
 TEST_F(InstallTest, NothingIsAskedWhereNothingWouldBeRemoved) {
@@ -104,12 +104,12 @@ TEST_F(InstallTest, NothingIsAskedWhereNothingWouldBeRemoved) {
   platform_.installHelper(kLabel, "0.9");
   EXPECT_TRUE(isRefusal(uninstall(), 1,
                         "the router was not removed: the installed version is 0.9, and this "
-                        "command removes its own, 1.0, only (install it first: wlhid install)"));
+                        "command removes only its own, 1.0 (install that first: wlhid install)"));
   platform_.setFile(kInstalledCopy, {1, 2, 3});
-  EXPECT_TRUE(isRefusal(uninstall(), 1,
-                        "the router was not removed: " + kInstalledCopy +
-                            ": has no embedded property list (wlhid install puts it right "
-                            "first)"));
+  EXPECT_TRUE(
+      isRefusal(uninstall(), 1,
+                "the router was not removed: " + kInstalledCopy +
+                    ": has no embedded property list (repair it first with: wlhid install)"));
   EXPECT_FALSE(asked());
 }
 
@@ -137,7 +137,7 @@ TEST_F(InstallTest, TheCommandLineAnswersWithOneOfThreeWords) {
     const platform::AuthorizationItem bless{"com.apple.ServiceManagement.blesshelper", 0, nullptr,
                                             0};
     const platform::AuthorizationRights rights{1, &bless};
-    return machineServices->authorizationCreate(
+    return kMachineServices->authorizationCreate(
         &rights, nullptr, platform::kAuthorizationFlagInteractionAllowed, &reference);
   };
   EXPECT_EQ(answer("allow"), platform::errAuthorizationSuccess);
@@ -148,7 +148,7 @@ TEST_F(InstallTest, TheCommandLineAnswersWithOneOfThreeWords) {
 TEST_F(InstallTest, OnTheSystemsOwnRootTheCommandLineDoesNotAnswer) {
   platform::SystemRoot::setCurrent(platform::SystemRoot("/"));
   const std::string refusal =
-      "--authorize is for a user's root; on the system's own the question is not ours to answer";
+      "--authorize is for a user's root; on the system's own root the system must ask";
   EXPECT_TRUE(isRefusal(install({"--authorize", "allow"}), 2, refusal));
   EXPECT_TRUE(isRefusal(uninstall({"--authorize", "allow"}), 2, refusal));
   EXPECT_FALSE(asked());

@@ -1,4 +1,4 @@
-// What there is on a system root, and why a part of it cannot be told.
+// What exists on a system root, and why a part of it cannot be determined.
 #include "tool/findings/Inventory.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ class InventoryTest : public testing::Test {
  protected:
   InventoryTest() { fs::permissions(directory_.path(), fs::perms(0755)); }
 
-  /// Makes `path` a socket that somebody listens at.
+  /// Makes `path` a listening socket.
   static FileDescriptor listenAt(const fs::path& path) {
     fs::create_directories(path.parent_path());
     FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -40,7 +40,7 @@ class InventoryTest : public testing::Test {
   [[nodiscard]] Endpoint endpoint(const std::string& service) const {
     return endpointsOf(root_, {service}).at(0);
   }
-  /// What a program that may be run is named by.
+  /// The path of a program with this mode.
   [[nodiscard]] std::string programOf(mode_t mode) const {
     const fs::path program = directory_.path() / "jobd";
     writeFile(program, "");
@@ -139,7 +139,7 @@ TEST_F(InventoryTest, ALogThatIsNoFileSaysSo) {
   fs::remove(root_.systemLog());
   ASSERT_EQ(::mkfifo(root_.systemLog().c_str(), 0600), 0);
   EXPECT_EQ(logOf(root_).problem, root_.systemLog().string() + ": not a regular file")
-      << "nobody writes to it, and nobody waits";
+      << "must not wait for a writer";
 }
 
 TEST_F(InventoryTest, ALogThatCannotBeReadSaysWhyAndWhoseItIs) {
@@ -163,7 +163,7 @@ TEST_F(InventoryTest, ALogThatCannotBeReadSaysWhyAndWhoseItIs) {
 TEST_F(InventoryTest, AnEndpointHasAValidName) {
   const Endpoint wrong = endpoint("../\x1b");
   EXPECT_EQ(wrong.service, "../\x1b");
-  EXPECT_EQ(wrong.problem, "\"../\\x1b\" is no valid name of a service");
+  EXPECT_EQ(wrong.problem, "\"../\\x1b\" is not a valid service name");
   EXPECT_EQ(wrong.path, "");
   EXPECT_FALSE(wrong.exists);
 }
@@ -190,8 +190,7 @@ TEST_F(InventoryTest, AnEndpointOfAnothersIsRefused) {
   const FileDescriptor socket = listenAt(root_.endpoint("a.b"));
   const std::string path = root_.endpoint("a.b");
   ASSERT_EQ(::chown(path.c_str(), testsupport::kOtherUser, testsupport::kOtherUser), 0);
-  EXPECT_EQ(endpoint("a.b").problem,
-            path + ": belongs to user 12345, neither to root nor to this user");
+  EXPECT_EQ(endpoint("a.b").problem, path + ": belongs to user 12345, not to root or this user");
 }
 
 TEST_F(InventoryTest, AnEndpointThatIsNoSocketOrALinkToOneSaysSo) {
@@ -247,7 +246,7 @@ TEST_F(InventoryTest, AJobDaemonThatCannotBeStartedSaysWhy) {
   }
 }
 
-/// Answers one question at the control endpoint, in a process of its own.
+/// Answers one request at the control endpoint, in a process of its own.
 class Daemon {
  public:
   Daemon(FileDescriptor socket, const std::vector<std::uint8_t>& answer) {
@@ -277,7 +276,7 @@ TEST_F(InventoryTest, AJobDaemonThatRunsTellsItsJobs) {
   EXPECT_TRUE(state.asked);
   ASSERT_TRUE(state.reply) << state.problem;
   EXPECT_EQ(state.reply->daemonProcessIdentifier, 4);
-  EXPECT_EQ(state.problem, "") << "what it was started from is no matter";
+  EXPECT_EQ(state.problem, "") << "its program no longer matters";
 }
 
 TEST_F(InventoryTest, AJobDaemonThatTalksNonsenseIsNamedWithItsProcess) {
@@ -286,8 +285,8 @@ TEST_F(InventoryTest, AJobDaemonThatTalksNonsenseIsNamedWithItsProcess) {
   const JobDaemonState state = askJobDaemon(root_);
   EXPECT_TRUE(state.asked);
   EXPECT_FALSE(state.reply);
-  EXPECT_TRUE(state.problem.starts_with("the job daemon cannot be asked: ")) << state.problem;
-  EXPECT_EQ(state.process, ::getpid()) << "this process began to listen";
+  EXPECT_TRUE(state.problem.starts_with("the job daemon cannot be queried: ")) << state.problem;
+  EXPECT_EQ(state.process, ::getpid()) << "this process called listen()";
 }
 
 TEST_F(InventoryTest, AJobDaemonOfAnotherUsersIsNotAsked) {

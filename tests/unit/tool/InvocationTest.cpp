@@ -1,4 +1,4 @@
-// Command lines that can be typed as they stand.
+// Command lines that can be pasted into a shell.
 #include "tool/command/Invocation.h"
 
 #include <gtest/gtest.h>
@@ -11,9 +11,9 @@
 namespace tool {
 namespace {
 
-/// What a shell makes of it.
+/// How a shell interprets it.
 std::string echoed(const std::string& word) {
-  // NOLINTNEXTLINE(cert-env33-c): a shell is what is asked here
+  // NOLINTNEXTLINE(cert-env33-c): the shell is under test here
   FILE* const shell = ::popen(("printf %s " + word).c_str(), "r");
   std::array<char, 256> buffer{};
   const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), shell);

@@ -18,10 +18,10 @@ using platform::NSError;
 using platform::NSURL;
 using platform::str;
 
-constexpr std::chrono::milliseconds kLittlePatience{20};
+constexpr std::chrono::milliseconds kShortTimeout{20};
 
-/// Does what the test says. Modules stay with the logger, so each has an identifier of its own, and
-/// has nothing to offer once its test is over.
+/// Does what the test says. Modules stay with the logger, so each has its own identifier and offers
+/// nothing after its test.
 class Module final : public platform::KQLogModule, public platform::KQLogModuleFileProvider {
  public:
   using Body = std::function<void(const FilesHandler&)>;
@@ -49,7 +49,7 @@ ModuleFiles answerOf(const std::string& identifier, Module::Body body) {
   const auto module = std::make_shared<Module>(identifier, std::move(body));
   KQLogger::sharedLogger().addModule(module);
   ModuleFiles found{"not asked", {}, {}, {}};
-  for (ModuleFiles& answer : askLogModules(kLittlePatience)) {
+  for (ModuleFiles& answer : askLogModules(kShortTimeout)) {
     if (answer.identifier == identifier) found = answer;
   }
   module->retire();
@@ -57,7 +57,7 @@ ModuleFiles answerOf(const std::string& identifier, Module::Body body) {
 }
 
 ModuleContent contentOf(KQLogFile::Source source) {
-  return readModuleFile(file(std::move(source)), kLittlePatience);
+  return readModuleFile(file(std::move(source)), kShortTimeout);
 }
 
 TEST(LogModules, GiveTheirFiles) {
@@ -74,7 +74,7 @@ TEST(LogModules, ThatFailAreToldOf) {
   EXPECT_EQ(answerOf("throws", [](const auto&) { throw std::runtime_error("no"); }).problem,
             "failed: no");
   EXPECT_EQ(answerOf("throws other", [](const auto&) { throw 5; }).problem, "failed");
-  EXPECT_EQ(answerOf("silent", [](const auto&) {}).problem, "gave no answer within 20 ms");
+  EXPECT_EQ(answerOf("silent", [](const auto&) {}).problem, "did not answer within 20 ms");
 }
 
 TEST(LogModules, TakeNothingFromOneAnother) {
@@ -85,7 +85,7 @@ TEST(LogModules, TakeNothingFromOneAnother) {
       std::make_shared<Module>("behind", offers)};
   for (const auto& module : modules) KQLogger::sharedLogger().addModule(module);
   std::map<std::string, std::size_t> files;
-  for (const ModuleFiles& answer : askLogModules(kLittlePatience))
+  for (const ModuleFiles& answer : askLogModules(kShortTimeout))
     files[answer.identifier] = answer.files.size();
   EXPECT_EQ(files["before"], 1U);
   EXPECT_EQ(files["broken"], 0U);
@@ -109,11 +109,11 @@ TEST(LogModules, MayAnswerFromAnotherThreadAndTooLate) {
   const auto answering = file([&](const auto&, const auto& handler) {
     late = std::thread([handler] { handler(nullptr, nullptr, NSData::dataWithBytes({}), false); });
   });
-  EXPECT_EQ(readModuleFile(answering, kModulePatience).problem, "");
+  EXPECT_EQ(readModuleFile(answering, kModuleTimeout).problem, "");
   late.join();
   EXPECT_EQ(contentOf([&](const auto&, const auto& handler) { kept = handler; }).problem,
-            "gave no answer within 20 ms");
-  kept(nullptr, nullptr, nullptr, false);  // nobody waits for it any more
+            "did not answer within 20 ms");
+  kept(nullptr, nullptr, nullptr, false);  // nobody is waiting for it any more
 }
 
 TEST(LogModules, FilesAreDataOrPlaces) {
@@ -134,7 +134,7 @@ TEST(LogModules, FilesThatFailAreToldOf) {
   EXPECT_EQ(contentOf([](const auto&, const auto& handler) {
               handler(nullptr, NSURL::URLWithString(str("http://a/b")), nullptr, false);
             }).problem,
-            "is at http://a/b, which is no file");
+            "is at http://a/b, which is not a file");
   const ModuleContent half = contentOf([](const auto&, const auto& handler) {
     handler(error(), nullptr, NSData::dataWithBytes({}), false);
   });

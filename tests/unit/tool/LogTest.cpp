@@ -25,14 +25,14 @@ class LogTest : public VerbTest {
     more.insert(more.begin(), "log");
     return run(addLogVerb, more);
   }
-  /// A file of the machine's and of the script's.
+  /// A file both on disk and on the scripted platform.
   void write(const fs::path& path, const std::string& text) {
     writeFile(path, text);
     platform_.setFile(path, {text.begin(), text.end()});
   }
   [[nodiscard]] std::string nothingYet() const {
     return "nothing has been logged yet on the system root " + root_.path().string() +
-           " (a job's first line begins its log)";
+           " (the log is created with a job's first line)";
   }
 };
 
@@ -74,7 +74,7 @@ TEST_F(LogTest, WhatCannotBeReadIsRefused) {
   const Outcome outcome = log({gone});
   EXPECT_EQ(outcome.status, 1);
   EXPECT_NE(outcome.err.find(gone), std::string::npos) << outcome.err;
-  EXPECT_TRUE(isRefusal(log({"\xff"}), 1, "\xff: the file's name is not UTF-8"));
+  EXPECT_TRUE(isRefusal(log({"\xff"}), 1, "\xff: the file name is not UTF-8"));
   fs::create_directories(root_.systemLog());
   const Outcome directory = log();
   EXPECT_EQ(directory.status, 1);

@@ -21,7 +21,7 @@ RouterVersions versions(RouterCopy bundle, std::optional<RouterCopy> installed) 
   return {std::move(bundle), std::move(installed), {}, {}};
 }
 
-/// "yes" for each step up to the first that does not say so, and what that one found.
+/// "yes" for each step up to the first that says no, and what that one found.
 std::string outcome(const RouterVersions& read) {
   std::string text;
   bool stopped = false;
@@ -78,9 +78,9 @@ TEST(PresenceSteps, TellVersionsApartAsObjects) {
             "versionsEqual: version 1.0.0 is installed, this program carries 1.0");
   RouterCopy number = copy("/installed", "7");
   number.versionValue = platform::NSNumber::numberWithUnsignedLongLong(7);
-  EXPECT_EQ(
-      outcome(versions(copy("/own", "7"), number)),
-      "versionsEqual: version 7 is installed, this program carries 7, as values of two kinds");
+  EXPECT_EQ(outcome(versions(copy("/own", "7"), number)),
+            "versionsEqual: version 7 is installed, this program carries 7, as values of different "
+            "types");
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
-// A terminal of a test's own, with what was written to it.
+// A pseudo-terminal that collects what is written to it.
 //
 // Threading: one thread.
 // Ownership: owns both ends.
-// Errors: a test fails where there is none.
+// Errors: the test fails if it cannot be opened.
 #pragma once
 
 #include <fcntl.h>

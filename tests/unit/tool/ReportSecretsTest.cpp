@@ -1,6 +1,6 @@
-// A report without input is literal text and shown values: every argument of every line of every
-// table is a secret here, in every form in which it could slip through, and none of them may be
-// found anywhere in a report.
+// A report without input is literal text and shown values. Here every argument of every line of
+// every table is a secret, in every form in which it could slip through, and none may appear in a
+// report.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -31,13 +31,13 @@ using platform::LogPlace;
 using platform::LogTemplate;
 using platform::str;
 
-/// Longer than any number that is shown, in a place where numbers are shown.
+/// Longer than any shown number, for places where numbers are shown.
 constexpr std::uint64_t kLongNumber = 4711220033;
-/// As likely as any number that is shown, in a place where none is.
+/// Could be shown as a number, for places where none is.
 constexpr std::uint64_t kShortNumber = 7654321;
 constexpr std::uint64_t kDevice = 0x4711aa7654321bb;
 constexpr std::string_view kWord = "QZSecretWord";
-/// What an argument says that looks like another line.
+/// Values in arguments that imitate another line.
 constexpr std::int64_t kForgedCode = -536868765;
 constexpr std::string_view kForgedVersion = "7.6.543";
 
@@ -73,7 +73,7 @@ std::string base64Of(std::string_view text) {
   return platform::base64(bytes);
 }
 
-/// The secret in the forms in which somebody could have written it.
+/// The secret in every form it could have been written in.
 std::vector<std::string> formsOfSecret() {
   std::string lower(kWord);
   std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return std::tolower(c); });
@@ -166,7 +166,7 @@ std::string likelyLine(const LogTemplate& row, std::string_view text) {
   return platform::renderLogTemplate(row, arguments);
 }
 
-/// A line whose text is somebody else's; its other values are what they should be.
+/// A line with foreign text; its other values are valid.
 std::string lineSaying(const LogTemplate& row, std::string_view text) {
   std::vector<LogArgument> arguments;
   for (std::size_t i = 0; i < row.places(); ++i) {
@@ -180,7 +180,7 @@ std::string lineSaying(const LogTemplate& row, std::string_view text) {
   return platform::renderLogTemplate(row, arguments);
 }
 
-/// The log as the job daemon writes it of what a process wrote.
+/// The log that the job daemon writes of a process's output.
 class Log {
  public:
   explicit Log(std::string name) : name_(std::move(name)) {}
@@ -218,7 +218,8 @@ TEST(ReportSecrets, NoArgumentOfAnyRowIsShown) {
         log.write(secretLine(*row, text) + "\n");
         const std::string result = shown(log.text());
         EXPECT_EQ(found(result), std::vector<std::string>()) << result;
-        EXPECT_EQ(result.find("<a line of"), std::string::npos) << "is not known: " << log.text();
+        EXPECT_EQ(result.find("<a line of"), std::string::npos)
+            << "is not recognised: " << log.text();
         ++checked;
       }
     }
@@ -226,7 +227,7 @@ TEST(ReportSecrets, NoArgumentOfAnyRowIsShown) {
   EXPECT_GT(checked, 2000U);
 }
 
-/// What likelyLine() puts in such a place, as it is shown.
+/// The shown form of what likelyLine() puts in such a place.
 std::string likelyValue(LogPlace place) {
   switch (place) {
     case LogPlace::Count:
@@ -258,9 +259,9 @@ TEST(ReportSecrets, WhatMayBeShownIsShown) {
   }
 }
 
-// ---- Arguments that say what other rows say
+// ---- Arguments that imitate other rows
 
-/// In every way in which a text could try to be taken for a line of its own.
+/// Every way in which a text could try to pass for a line of its own.
 std::vector<std::string> disguises(const LogTemplate& row, const std::string& forged) {
   const std::string head = "Nov 21 03:12:46 h com.quillmar.hideventrouter[345]: ";
   std::vector<std::string> texts{forged,
@@ -276,7 +277,7 @@ std::vector<std::string> disguises(const LogTemplate& row, const std::string& fo
                                  "a: " + forged + ": b",
                                  forged + std::string(row.literal(row.places())),
                                  std::string(row.literal(0)) + forged};
-  // Where a line could be cut, by anybody on its way.
+  // Sizes at which a line could be cut on its way.
   for (const std::size_t size : {1000, 1500}) texts.push_back(std::string(size, 'x') + forged);
   texts.push_back(std::string(370, '\n') + forged);
   texts.push_back(std::string(370, '\xff') + forged);
@@ -310,7 +311,7 @@ TEST(ReportSecrets, AnArgumentThatImitatesARowShowsNothing) {
   EXPECT_GT(checked, 5000U);
 }
 
-/// A library's line, say, which no table has and which is as long as it likes.
+/// For example a line of a library, which is in no table and of any length.
 TEST(ReportSecrets, ALineOfNoTableThatImitatesRowsShowsNothing) {
   for (const LogTemplate* imitated : allRows()) {
     const std::string forged = likelyLine(*imitated, kWord);
@@ -418,7 +419,7 @@ TEST_F(WholeReport, HoldsNoSecretOfAnyLineOfAnyTable) {
     EXPECT_NE(whole.find(form), std::string::npos) << "was never planted: " << form;
 }
 
-// ---- What there is on the root
+// ---- What exists on the root
 
 Inventory markedInventory() {
   const std::string word(kWord);

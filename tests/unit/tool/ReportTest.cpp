@@ -1,4 +1,4 @@
-// The report with modules that behave in every way that modules can.
+// The report with modules that behave in every possible way.
 #include "tool/report/DiagnosticReport.h"
 
 #include <gtest/gtest.h>
@@ -24,7 +24,7 @@ using testsupport::writeFile;
 
 using Files = std::vector<std::shared_ptr<KQLogFile>>;
 
-/// One module for all tests, since modules stay with the logger: it offers what a test has set.
+/// One module for all tests, because modules stay with the logger: it offers what a test has set.
 class Module final : public platform::KQLogModule, public platform::KQLogModuleFileProvider {
  public:
   static Files& offered() {
@@ -111,7 +111,7 @@ class ReportTest : public testing::Test {
   static std::string problemOf(const Written& written, const std::string& part) {
     return missing(written, part)["problem"];
   }
-  /// The number under which the tests' module stands in a report without input.
+  /// The number of the tests' module in a report without input.
   static std::string moduleNumber() {
     std::size_t number = 0;
     for (const auto& module : KQLogger::sharedLogger().modules()) {
@@ -166,7 +166,8 @@ TEST_F(ReportTest, AModuleThatFailsIsNamedAndLosesNoOther) {
   EXPECT_EQ(module(written, "behind.log"), "behind\n");
   EXPECT_EQ(problemOf(written, "module failing"), "failed: serial MARKFAIL and /home/MARKPATH/x");
   EXPECT_EQ(problemOf(written, "module ../test, file throws.log"), "failed: no");
-  EXPECT_EQ(problemOf(written, "module ../test, file nothing.log"), "gave neither data nor a file");
+  EXPECT_EQ(problemOf(written, "module ../test, file nothing.log"),
+            "provided neither data nor a file");
   EXPECT_EQ(problemOf(written, "module ../test, file "), "has no source");
   EXPECT_TRUE(
       problemOf(written, "module ../test, file gone.log").ends_with("No such file or directory"));
@@ -343,7 +344,7 @@ TEST_F(ReportTest, SaysWhatItIsDoing) {
   static_cast<void>(writeReport(request, archive));
   EXPECT_EQ(steps.size(), static_cast<std::size_t>(reportSteps(request)));
   ASSERT_GE(steps.size(), 4U);
-  EXPECT_EQ(steps.front(), "Looking at router, jobs and devices");
+  EXPECT_EQ(steps.front(), "Checking router, jobs and devices");
   EXPECT_EQ(steps.back(), "Writing the manifest");
 }
 

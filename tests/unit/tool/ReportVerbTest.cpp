@@ -1,4 +1,4 @@
-// wlhid report, and what stands in its files.
+// wlhid report, and the contents of its files.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
@@ -8,7 +8,7 @@
 #include "router/RouterStatus.h"
 #include "tests/support/ArchiveReader.h"
 #include "tests/support/ScopedVariable.h"
-#include "tests/unit/tool/PlayedRouter.h"
+#include "tests/unit/tool/FakeRouter.h"
 #include "tests/unit/tool/PseudoTerminal.h"
 #include "tests/unit/tool/VerbTest.h"
 #include "tool/findings/InventoryJson.h"
@@ -56,7 +56,7 @@ TEST_F(ReportVerbTest, SaysWhatHasBeenWrittenAndWhatIsMissing) {
 TEST_F(ReportVerbTest, WithInputSaysSoAndHasTheRecordings) {
   const std::string id = addDevice("m.hid", "Mouse 12");
   const Outcome outcome = report({"--with-input"});
-  EXPECT_NE(outcome.out.find("files, with input and serial numbers: mind who gets it\n"),
+  EXPECT_NE(outcome.out.find("files, with input and serial numbers: be careful who gets it\n"),
             std::string::npos)
       << outcome.out;
   const auto files = testsupport::readArchive(out_);
@@ -131,7 +131,7 @@ TEST_F(ReportVerbTest, TellsEachStepOfThePresenceCheck) {
 }
 
 TEST_F(ReportVerbTest, TriesADeviceOnWish) {
-  const PlayedRouter router(platform_, [](auto& connection) {
+  const FakeRouter router(platform_, [](auto& connection) {
     connection.deliverReply(router::routerError(router::IOReturn::NoDevice, "serial QWERTZ"));
   });
   EXPECT_EQ(report({"--try", "23"}).status, 0);
@@ -167,7 +167,7 @@ TEST_F(ReportVerbTest, ShowsItsProgressOnATerminal) {
   }
   static_cast<void>(testing::internal::GetCapturedStdout());
   const std::string shown = terminal.shown();
-  EXPECT_NE(shown.find("] Looking at router, jobs and devices"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("] Checking router, jobs and devices"), std::string::npos) << shown;
   EXPECT_NE(shown.find("] Writing the manifest"), std::string::npos) << shown;
 }
 

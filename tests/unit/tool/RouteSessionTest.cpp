@@ -14,8 +14,8 @@
 namespace tool {
 namespace {
 
-/// A session whose lines go to a pipe. The client is null throughout: what the session does with
-/// one is the end-to-end tests' matter.
+/// A session whose lines go to a pipe. The client is always null: the end-to-end tests cover what
+/// the session does with one.
 class RouteSessionTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -131,7 +131,7 @@ TEST_F(RouteSessionTest, ARecordingThatHasEndedEndsItInOrder) {
   s->hidEventRouterClient_clientStatusChangedTo(nullptr, WLHIDEventRouterClientStatusOpening);
   s->hidEventRouterClient_clientStatusChangedTo(nullptr, WLHIDEventRouterClientStatusRouting);
   report(*s, 7);
-  // The client has asked again, and is told.
+  // The client has asked again and gets an answer.
   s->hidEventRouterClient_clientStatusChangedTo(nullptr, WLHIDEventRouterClientStatusOpening);
   s->hidEventRouterClient_clientStatusChangedTo(nullptr, WLHIDEventRouterClientStatusFailed);
   s->hidEventRouterClient_handleError(

@@ -1,4 +1,4 @@
-// The header and the last line of a routing, and what the router lost.
+// The header and the last line of a routing session, and what the router lost.
 #include "tool/routing/RouteSummary.h"
 
 #include <gtest/gtest.h>
@@ -16,18 +16,18 @@ TEST(RouteHeader, NamesTheDeviceInPrintableText) {
   EXPECT_TRUE(
       routeHeader("Mouse\x1b[2J\n", 0x17).starts_with("Mouse\\x1b[2J\\x0a (0x17); Ctrl-C ends it"));
   EXPECT_EQ(routeHeader("", 0x17),
-            "Device 0x17; Ctrl-C ends it. Keys and buttons that are up are left out.\n"
+            "Device 0x17; Ctrl-C ends it. Released keys and buttons are left out.\n"
             "  SECONDS  WHAT     ID  BYTES, OR VALUES BY NAME\n");
 }
 
 TEST(RouteSummary, TellsReportsRateAndLosses) {
   EXPECT_EQ(routeSummary(8, 500ms, Losses{0, true}),
-            "8 reports in 0.50 s, 16.0 a second; none lost\n");
+            "8 reports in 0.50 s, 16.0 per second; none lost\n");
   EXPECT_EQ(routeSummary(1, 500ms, Losses{3, false}), "1 report in 0.50 s; 3 lost\n");
   EXPECT_EQ(routeSummary(0, 0s, std::nullopt), "0 reports in 0.00 s\n");
   EXPECT_EQ(routeSummary(2, 0s, std::nullopt), "2 reports in 0.00 s\n");
   EXPECT_EQ(routeSummary(2, 1s, Losses{3, true}),
-            "2 reports in 1.00 s, 2.0 a second; 3 lost, by all that were routing\n");
+            "2 reports in 1.00 s, 2.0 per second; 3 lost, by all sessions together\n");
 }
 
 class LossCountTest : public testing::Test {

@@ -1,4 +1,4 @@
-// wlhid route, on a router that a test plays.
+// wlhid route, with a router played by the test.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -10,7 +10,7 @@
 #include "router/RouterStatus.h"
 #include "testkit/RouterSide.h"
 #include "tests/support/ScopedVariable.h"
-#include "tests/unit/tool/PlayedRouter.h"
+#include "tests/unit/tool/FakeRouter.h"
 #include "tests/unit/tool/PseudoTerminal.h"
 #include "tests/unit/tool/VerbTest.h"
 
@@ -27,12 +27,12 @@ class RouteTest : public VerbTest {
     more.insert(more.begin(), "route");
     return run(addRouteVerb, more);
   }
-  /// The same, while a router does this once it has been asked to route.
-  Outcome routeWith(PlayedRouter::Script router, const std::vector<std::string>& more) {
-    const PlayedRouter playing(platform_, std::move(router));
+  /// The same, while a router does this after the start request.
+  Outcome routeWith(FakeRouter::Script router, const std::vector<std::string>& more) {
+    const FakeRouter playing(platform_, std::move(router));
     return route(more);
   }
-  /// What the router was asked.
+  /// The requests that the router received.
   [[nodiscard]] std::vector<std::string> request() {
     for (const auto& event : platform_.trace().events(platform::TraceKind::Message)) {
       if (event.name.starts_with("startRouting")) return event.arguments;
@@ -49,16 +49,17 @@ TEST_F(RouteTest, WrongUsageIsRefusedOptionByOption) {
   EXPECT_TRUE(isRefusal(route({}), 2, device));
   EXPECT_TRUE(isRefusal(route({"1", "--recording", "f"}), 2, device));
   EXPECT_TRUE(isRefusal(route({"1", "--speed", "2"}), 2,
-                        "--speed is for --recording; a device that was added has its own"));
+                        "--speed goes with --recording; an added device has its own speed"));
   EXPECT_TRUE(isRefusal(route({"--recording", "f", "--speed", "fast"}), 2,
                         "--speed: fast is neither a number from 0.001 to 1000 nor max"));
   for (const char* seconds : {"-0.1", "1000000001", "nan", "inf"}) {
     EXPECT_TRUE(isRefusal(route({"1", "--seconds", seconds}), 2,
                           "--seconds must be a number from 0 to 1000000000"));
   }
+  EXPECT_TRUE(isRefusal(route({"1", "--count", "-3"}), 2,
+                        "--count: -3 is not a whole number of at least 0"));
   EXPECT_TRUE(
-      isRefusal(route({"1", "--count", "-3"}), 2, "--count: -3 is no whole number from 0 on"));
-  EXPECT_TRUE(isRefusal(route({"1", "--mode", "x"}), 2, "--mode: x is no whole number from 0 on"));
+      isRefusal(route({"1", "--mode", "x"}), 2, "--mode: x is not a whole number of at least 0"));
   for (const char* tag : {"1", "1:", ":1", "x:1", "1:x", "0x10000:1", "1:0x10000"}) {
     EXPECT_TRUE(
         isRefusal(route({"1", "--tag", tag}), 2,
@@ -76,7 +77,7 @@ TEST_F(RouteTest, WithoutARouterSaysHowToInstallOne) {
 }
 
 TEST_F(RouteTest, AsksForTheDeviceInTheModeWithTheTags) {
-  const PlayedRouter::Script refuse = [](auto& connection) {
+  const FakeRouter::Script refuse = [](auto& connection) {
     connection.deliverReply(router::routerError(router::IOReturn::NoDevice, "it is gone"));
   };
   const Outcome outcome = routeWith(
@@ -166,7 +167,7 @@ TEST_F(RouteTest, AStartThatWillNeverBeAnsweredIsGivenUp) {
 }
 
 TEST_F(RouteTest, ASignalEndsItInOrder) {
-  // Only the command's own thread holds the signal back; here others were there before it.
+  // Only the command's own thread blocks the signal; here other threads existed before it.
   const Outcome outcome = routeWith(
       [command = ::pthread_self()](auto& connection) {
         accept(connection);
@@ -187,10 +188,10 @@ TEST_F(RouteTest, AFileThatIsNoRecordingIsRefused) {
   EXPECT_EQ(outcome.status, 1);
   EXPECT_TRUE(outcome.err.starts_with(file + ":1: ")) << outcome.err;
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory_.path()), {}), 1)
-      << "its root has gone";
+      << "its root is gone";
 }
 
-/// Plays recordings on roots of the command's own.
+/// Plays recordings on the command's temporary roots.
 class RouteRecordingTest : public RouteTest {
  protected:
   RouteRecordingTest() {
@@ -201,7 +202,7 @@ class RouteRecordingTest : public RouteTest {
     });
     testsupport::writeFile(file_, "R: 2 05 01\nN: Mouse\n");
   }
-  /// What the command has set up, once it routes.
+  /// What the command has set up when it routes.
   Outcome play(const std::vector<std::string>& more) {
     return routeWith(
         [this](auto& connection) {

@@ -36,7 +36,7 @@ TEST(RouterVersions, AnInstallForcesADowngradeOnly) {
   EXPECT_EQ(installArguments(versions), (std::vector<std::string>{"install", "--force"}));
 }
 
-// ---- As they are read
+// ---- Reading them
 
 class ReadRouterVersions : public VerbTest {
  protected:
@@ -118,7 +118,7 @@ TEST_F(ReadRouterVersions, WithoutAJobOrAPlaceSayWhy) {
   platform_.setMainBundlePath(nullptr);
   const RouterVersions read = readRouterVersions();
   EXPECT_EQ(shown(read.bundle), "||" + stateNumber(CopyState::NoPath) +
-                                    "|it is not known where this program lies|none");
+                                    "|the location of this program is unknown|none");
   EXPECT_FALSE(read.installed);
   EXPECT_EQ(read.jobProblem, "there is no system root " + root_.path().string());
   testsupport::writeFile(root_.path(), "no directory");

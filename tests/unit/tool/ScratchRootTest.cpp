@@ -1,4 +1,4 @@
-// A root that goes with its command, however that ends.
+// A root that disappears with its command, however that ends.
 #include "tool/routing/ScratchRoot.h"
 
 #include <fcntl.h>
@@ -68,7 +68,8 @@ TEST_F(ScratchRootTest, LiesInTheRuntimeDirectoryWhereThereIsOne) {
 }
 
 TEST_F(ScratchRootTest, WhereItCannotBeMadeSaysWhy) {
-  if (!testsupport::isSuperuser()) GTEST_SKIP() << "needs rights where no directory can be made";
+  if (!testsupport::isSuperuser())
+    GTEST_SKIP() << "needs a directory in which nothing can be created";
   const ScopedVariable proc("TMPDIR", "/proc");
   std::string why = "made";
   try {

@@ -21,7 +21,7 @@ std::string shownLine(std::string_view line) {
   return shownLogLine(line, devices);
 }
 
-/// What is shown of a line of the router's, its head apart.
+/// What is shown of a line of the router, without its head.
 std::string shownText(std::string_view text) {
   const std::string shown = shownLine(std::string(kRouterHead).append(text));
   return shown.starts_with(kShownHead) ? shown.substr(kShownHead.size()) : "(unknown) " + shown;
@@ -109,7 +109,7 @@ TEST(ShownLines, DevicesAreCountedAsTheyCome) {
   EXPECT_TRUE(shownLogLine(head + "device 0x4d: x", devices).ends_with("]: device 1: <private>"));
 }
 
-// ---- What is no line of the project's
+// ---- Lines that are not the project's
 
 TEST(ShownLines, AnUnknownLineIsItsLength) {
   EXPECT_EQ(shownLine(""), "<a line of 0 bytes>");

@@ -25,9 +25,8 @@ class StartWatchTest : public testing::Test {
 TEST_F(StartWatchTest, GivesUpWhenItHasEndedThreeTimesMeanwhile) {
   EXPECT_FALSE(watch.take(job(7, 0)));
   EXPECT_FALSE(watch.take(job(9, 0)));
-  EXPECT_FALSE(watch.take(job(10, 1234))) << "the tenth still runs";
-  EXPECT_EQ(watch.take(job(10, 0)),
-            "the router does not come up: it ended by signal 11, again and again");
+  EXPECT_FALSE(watch.take(job(10, 1234))) << "the tenth is still running";
+  EXPECT_EQ(watch.take(job(10, 0)), "the router keeps failing at startup: it ended by signal 11");
 }
 
 TEST_F(StartWatchTest, GivesUpAtOnceWhereItIsHeldBackForLong) {

@@ -1,4 +1,4 @@
-// wlhid status and wlhid doctor, in their own words.
+// wlhid status and wlhid doctor: their exact output.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -26,7 +26,7 @@ class StatusTest : public VerbTest {
   static nlohmann::json statusJson() {
     return nlohmann::json::parse(run(addStatusVerb, {"status", "--json"}).out);
   }
-  /// As a router that lives says of itself.
+  /// What a running router reports about itself.
   void runRouter(std::vector<router::SessionStatus> sessions, std::uint64_t lost) {
     fs::create_directories(router::routerStatusFile(root_).parent_path());
     file_.emplace(root_);
@@ -71,18 +71,19 @@ TEST_F(StatusTest, OfAnotherVersion) {
   installVersion("0.9");
   EXPECT_EQ(status().status, 1);
   EXPECT_TRUE(
-      status().out.starts_with("Router        not current: installed is version 0.9 "
+      status().out.starts_with("Router        not current: version 0.9 is installed "
                                "(replace it with: wlhid install)\n"));
   installVersion("2.0");
   EXPECT_TRUE(
-      status().out.starts_with("Router        not current: installed is version 2.0 "
+      status().out.starts_with("Router        not current: version 2.0 is installed "
                                "(replace it with: wlhid install --force)\n"));
 }
 
 TEST_F(StatusTest, OfAJobFileThatIsNone) {
   testsupport::writeFile(root_.jobFile(kLabel), "no list");
   const std::string begin =
-      "Router        not installed, for the job cannot be kept (replace it with: wlhid install): " +
+      "Router        not installed, because the job is unusable (replace it with: wlhid "
+      "install): " +
       root_.jobFile(kLabel).string() + ": ";
   EXPECT_TRUE(status().out.starts_with(begin)) << status().out;
 }
@@ -93,7 +94,7 @@ TEST_F(StatusTest, OfARunningRouterCountsItsSessions) {
   const std::string out = status().out;
   EXPECT_EQ(out.substr(out.find("Running")),
             "Running       process 77, version 1.0, 2 sessions, 1 report lost\n"
-            "              0x1f A Mouse, taken alone: 1 report delivered, 2 lost, for process 5\n"
+            "              0x1f A Mouse, exclusively: 1 report delivered, 2 lost, for process 5\n"
             "              no device: 3 reports delivered, 4 lost, for process 6\n");
   runRouter({{5, 0, 0x1f, "A Mouse", false, 0, 0}}, 0);
   EXPECT_NE(status().out.find("1 session, 0 reports lost\n              0x1f A Mouse: 0 reports"),
@@ -126,7 +127,7 @@ TEST_F(StatusTest, AsJson) {
   EXPECT_EQ(json["router"]["sessions"][1]["registryEntryID"], nullptr);
 }
 
-/// A daemon that answers so many questions in the same way.
+/// A daemon that answers this many requests in the same way.
 class AnsweringDaemon {
  public:
   AnsweringDaemon(const fs::path& endpoint, std::vector<std::uint8_t> answer, int questions) {
@@ -169,7 +170,7 @@ TEST_F(StatusTest, TellsOfAJobThatIsHeldBack) {
   const std::string out = status().out;
   EXPECT_TRUE(
       out.ends_with("\nRunning       no; it starts when an application connects\n"
-                    "Held back     for another 1200 ms, since the router ended by signal "
+                    "Held back     for another 1200 ms, because the router ended by signal "
                     "11\n"))
       << out;
   const auto json = statusJson()["jobDaemon"];
@@ -186,7 +187,7 @@ TEST_F(StatusTest, TellsOfAJobThatIsHeldBack) {
 TEST_F(StatusTest, ADaemonThatTalksNonsenseIsWorthALine) {
   const AnsweringDaemon daemon(root_.controlEndpoint(), {1, 0, 0, 0, 'x'}, 1);
   const Outcome outcome = status();
-  EXPECT_TRUE(outcome.err.starts_with("wlhid: the job daemon cannot be asked: ")) << outcome.err;
+  EXPECT_TRUE(outcome.err.starts_with("wlhid: the job daemon cannot be queried: ")) << outcome.err;
   EXPECT_TRUE(outcome.out.starts_with("Router        not installed")) << outcome.out;
 }
 
@@ -200,8 +201,7 @@ TEST_F(StatusTest, DoctorSaysTheSameToProgramsAndPeople) {
   EXPECT_EQ(json["checks"][0],
             (nlohmann::json{{"name", "system root"},
                             {"state", "passed"},
-                            {"found", root_.path().string() + ": none yet; it is made by an "
-                                                              "install"},
+                            {"found", root_.path().string() + ": none yet; installing creates it"},
                             {"remedy", nullptr},
                             {"command", nullptr}}));
   EXPECT_EQ(json["checks"][1]["remedy"], "install the router: wlhid install");

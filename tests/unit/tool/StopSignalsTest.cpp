@@ -24,13 +24,13 @@ struct End {
   std::string said;
 };
 
-/// How a process ends that does this, and what it says meanwhile.
+/// How a process that does this ends, and what it prints.
 End endOf(const std::function<void(const std::function<void(char)>& say)>& act) {
   std::array<int, 2> ends{};
   EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
   const pid_t child = ::fork();
   if (child == 0) {
-    ::alarm(30);  // whatever hangs
+    ::alarm(30);  // in case something hangs
     act([&](char c) { static_cast<void>(!::write(ends[1], &c, 1)); });
     ::_exit(0);
   }
@@ -54,7 +54,7 @@ TEST(StopSignals, MakeADescriptorReadableAndTheNextOneEndsTheProcess) {
       say(isReadable(signals.descriptor()) ? 'r' : 'n');
       ::raise(number);
       say(isReadable(signals.descriptor()) ? 'r' : 'n');
-      signals.letTheNextOneEndTheProcess();
+      signals.unblock();
       say(isReadable(signals.descriptor()) ? 'r' : 'n');
       ::raise(number);
       say('!');

@@ -29,7 +29,7 @@ TEST(Suggestion, AThirdOfTheLettersMayBeWrong) {
   EXPECT_EQ(closestTo("abxye", {"abcde"}), "") << "two of five";
   EXPECT_EQ(closestTo("abxyef", {"abcdef"}), "abcdef") << "two of six";
   EXPECT_EQ(closestTo("abxyzf", {"abcdef"}), "") << "three of six";
-  EXPECT_EQ(closestTo("x", {"y"}), "y") << "one at least";
+  EXPECT_EQ(closestTo("x", {"y"}), "y") << "at least one";
   EXPECT_EQ(closestTo("xx", {"yy"}), "");
 }
 
@@ -37,7 +37,7 @@ TEST(Suggestion, LettersMayBeSwappedAnywhere) {
   EXPECT_EQ(closestTo("ba", {"ab"}), "ab");
   EXPECT_EQ(closestTo("bacd", {"abcd"}), "abcd");
   EXPECT_EQ(closestTo("abdc", {"abcd"}), "abcd");
-  EXPECT_EQ(closestTo("cba", {"abc"}), "") << "no neighbours";
+  EXPECT_EQ(closestTo("cba", {"abc"}), "") << "not neighbours";
   EXPECT_EQ(closestTo("aab", {"bbb"}), "");
 }
 

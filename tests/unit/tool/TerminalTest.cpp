@@ -78,7 +78,7 @@ TEST_F(OnATerminal, ColumnsAreThoseItHasNow) {
   terminal_.setColumns(33);
   EXPECT_EQ(columnsOfTerminal(terminal_.descriptor()), 33U);
   terminal_.setColumns(0);
-  EXPECT_EQ(columnsOfTerminal(terminal_.descriptor()), 80U) << "it does not say";
+  EXPECT_EQ(columnsOfTerminal(terminal_.descriptor()), 80U) << "its size is unknown";
 }
 
 TEST_F(OnATerminal, BytesBecomePrintableAndEndTheirLine) {

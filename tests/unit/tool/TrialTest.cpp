@@ -1,4 +1,4 @@
-// Routing a device for a moment, and how far it came.
+// Routing a device briefly, and how far it got.
 #include "tool/routing/Trial.h"
 
 #include <gtest/gtest.h>
@@ -6,7 +6,7 @@
 #include "platform/scripted/ScriptedPlatform.h"
 #include "router/RouterErrors.h"
 #include "testkit/RouterSide.h"
-#include "tests/unit/tool/PlayedRouter.h"
+#include "tests/unit/tool/FakeRouter.h"
 
 namespace tool {
 namespace {
@@ -18,13 +18,13 @@ class TrialTest : public testing::Test {
     platform_.installHelper("com.quillmar.hideventrouter", "1.0");
     platform_.setLogLevel(7);
   }
-  /// The trial, while a router does this once it has been asked to route.
-  TrialResult tryWith(PlayedRouter::Script router, std::chrono::milliseconds patience) {
+  /// The trial, while a router does this after the start request.
+  TrialResult tryWith(FakeRouter::Script router, std::chrono::milliseconds timeout) {
     testing::internal::CaptureStderr();
     TrialResult result;
     {
-      const PlayedRouter playing(platform_, std::move(router));
-      result = tryDevice(0x100000123, patience);
+      const FakeRouter playing(platform_, std::move(router));
+      result = tryDevice(0x100000123, timeout);
     }
     shown_ = testing::internal::GetCapturedStderr();
     return result;
@@ -54,7 +54,7 @@ TEST_F(TrialTest, EndsWithTheFirstInput) {
         connection.deliverReply(nullptr);
         sendReport(connection);
       },
-      kTrialPatience);
+      kTrialTimeout);
   EXPECT_EQ(result.outcome, "input came");
   EXPECT_EQ(result.statuses,
             (Statuses{WLHIDEventRouterClientStatusOpening, WLHIDEventRouterClientStatusRouting}));
@@ -71,7 +71,7 @@ TEST_F(TrialTest, ARefusalIsTheOutcomeWithItsReason) {
       [](auto& connection) {
         connection.deliverReply(router::routerError(router::IOReturn::NoDevice, "it is gone"));
       },
-      kTrialPatience);
+      kTrialTimeout);
   EXPECT_EQ(result.outcome, "the router refuses");
   EXPECT_EQ(result.statuses.back(), WLHIDEventRouterClientStatusFailed);
   ASSERT_EQ(result.errors.size(), 1U);
@@ -93,7 +93,7 @@ TEST_F(TrialTest, EveryLineIsLoggedAndOnlyTheUsersLevelShown) {
         connection.deliverReply(nullptr);
         sendReport(connection);
       },
-      kTrialPatience));
+      kTrialTimeout));
   EXPECT_EQ(during, 0U);
   EXPECT_EQ(platform::KQLogger::logLevel(), 7U);
   EXPECT_EQ(shown_, "");

@@ -1,9 +1,8 @@
-// A verb of the command, called in this process on a scripted platform and a root of the test's
-// own.
+// A verb of the command, called in this process on a scripted platform and the test's own root.
 //
 // Threading: the test's thread.
 // Ownership: the fixture's.
-// Errors: a verb's own are in the outcome, as the command would end with them.
+// Errors: a verb's errors are in the outcome, as the command would report them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -80,7 +79,7 @@ class VerbTest : public testing::Test {
     platform_.setBundleCopy(kLabel, own);
     platform_.installHelper(kLabel, installed);
   }
-  /// Sets a recording with that name up as a device; its ID as printed.
+  /// Sets up a recording with that name as a device; returns its ID as printed.
   [[nodiscard]] std::string addDevice(const std::string& file, const std::string& name) const {
     testsupport::writeFile(directory_.path() / file, "R: 2 05 01\nN: " + name + "\n");
     const Outcome outcome =

@@ -1,8 +1,9 @@
-// A router that a test plays, beside a command that routes and waits.
+// A router played by a test while a command routes and waits.
 //
-// Threading: plays on a thread of its own, from the first start request on. Ownership: the platform
-// must outlive it. Errors: a test fails where no request comes. Order: the end waits until it has
-// been played.
+// Threading: plays on a thread of its own, from the first start request on.
+// Ownership: the platform must outlive it.
+// Errors: the test fails if no request arrives.
+// Order: the destructor waits until the script has been played.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,26 +16,26 @@
 
 namespace tool {
 
-class PlayedRouter {
+class FakeRouter {
  public:
   using Script = std::function<void(platform::ScriptedConnection&)>;
 
-  PlayedRouter(platform::ScriptedPlatform& platform, Script script)
+  FakeRouter(platform::ScriptedPlatform& platform, Script script)
       : platform_(platform), thread_([this, script = std::move(script)] {
           if (isAsked()) script(*platform_.connection(1));
         }) {}
-  ~PlayedRouter() { thread_.join(); }
-  PlayedRouter(const PlayedRouter&) = delete;
-  PlayedRouter& operator=(const PlayedRouter&) = delete;
+  ~FakeRouter() { thread_.join(); }
+  FakeRouter(const FakeRouter&) = delete;
+  FakeRouter& operator=(const FakeRouter&) = delete;
 
  private:
-  /// The request stands in the trace a moment before it can be answered.
+  /// The request appears in the trace a moment before it can be answered.
   bool isAsked() {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (platform_.connectionCount() == 0 || platform_.connection(1)->pendingRequests() == 0) {
       std::this_thread::yield();
       if (std::chrono::steady_clock::now() > deadline) {
-        ADD_FAILURE() << "no router has been asked";
+        ADD_FAILURE() << "no start request has arrived";
         return false;
       }
     }
