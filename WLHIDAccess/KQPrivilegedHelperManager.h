@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checking, installing and removing a privileged helper.
 //
 // Threading: any thread. Every function is synchronous; bless and remove block while the user is

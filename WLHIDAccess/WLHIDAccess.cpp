@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "WLHIDAccess/WLHIDAccess.h"
 
 extern "C" const double WLHIDAccessVersionNumber = WLHID_VERSION_NUMBER;

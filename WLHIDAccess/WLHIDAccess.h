@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The one header that an application includes: the client object, its delegate and the input it
 // receives; installing the router and the notification when that changes; the shared logger; the
 // log module for diagnostic reports; and the framework's version.

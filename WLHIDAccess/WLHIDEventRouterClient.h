@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A client object receives the input of one HID device through the HID event router.
 //
 //   using Client = WLHIDEventRouterClient;

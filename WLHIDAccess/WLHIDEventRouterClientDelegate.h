@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Receives a client's status changes, errors and device input.
 //
 // Threading: input and errors arrive on the connection's queue, a status change on the thread that

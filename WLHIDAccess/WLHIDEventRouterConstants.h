@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The router's name, and the errors that an application may want to distinguish.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The log module that adds the router's system log entries to a diagnostic report.
 //
 // An application need not do anything: one instance is registered with the shared logger when the

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The figures that a benchmark section reports: each a ratio against a bare baseline of the same
 // run.
 //

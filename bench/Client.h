@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The client side of a measurement: real clients, on a platform that reports the router as
 // installed.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Separate processes for what is measured in memory, so that earlier measurements do not count. The
 // program starts itself again with --role=NAME ARGUMENT.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The other process of a benchmark: a router that serves the real protocol, and next to it bare
 // sockets as a baseline.
 //

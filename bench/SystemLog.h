@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A system log of any size for measurements: the same one in every run.
 //
 // Threading: one thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Transfers reports from the router's process to this one: through the layer to a delegate, and
 // over a bare stream socket.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Resident memory of a client with an open connection: 1,000 of them in a process of their own, in
 // two halves, so that growth faster than linear would show.
 #include <sys/resource.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Processor time per report at the rates of real devices, router and client together, against a
 // bare socket and a reader that does not look at what it reads.
 #include "bench/Bench.h"

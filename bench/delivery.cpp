@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Delivery from the router's process to the delegate, against a bare stream socket that carries
 // frames of the same size and a reader that takes 64 KiB at a time. The runs alternate; the median
 // of each kind counts.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One-way latency: half a ping-pong, and the time from the stamp in a report sent at 8 kHz to the
 // delegate. Compared with the same number of bare sockets with frames of the same sizes (two for
 // the ping-pong), each process on its own processor.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The excerpt of a system log compared with the minimum, which is reading the log, and with the
 // usual tool for finding a word in a file, which keeps nothing.
 #include <fcntl.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid-bench: measures the project against bare baselines of the same run and prints a table.
 //
 //   wlhid-bench [--only PREFIX] [--json FILE]

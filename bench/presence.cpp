@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The presence check compared with the minimum: reading both executables whole.
 #include <fcntl.h>
 #include <stdlib.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Resident memory of a device that is a long recording, listed and played to its end, in a process
 // of its own: 16 of them at once, after one that shows what the code itself takes.
 #include <unistd.h>

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Toolchain for another processor: Debian's cross compiler, a directory with that processor's libraries, and an emulator
 # that runs what was built. scripts/test sets all three up.
 #

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # wlhid_helper_image(TARGET PROGRAM_TARGET LABEL L [VERSION V] [SERVICES S…] OUTPUT FILE)
 #
 # Makes TARGET build FILE, a helper image that contains the program of PROGRAM_TARGET under the label L. VERSION

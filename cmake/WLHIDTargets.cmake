@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Functions that define this project's targets, so that a folder's CMakeLists.txt only lists sources and dependencies.
 #
 #   wlhid_library(NAME SOURCES … [DEPENDS …])            static library wlhid::NAME

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Whether a line starts a log entry: an incremental search for kHeaderPattern.
 //
 // Takes linear time and constant memory for any line, since the pattern matches a line in only one

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Finds the router's label in a text.
 //
 // Threading: any thread.

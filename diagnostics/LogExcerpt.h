@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The router's entries in a log: every entry whose first line names the router, including its
 // continuation lines.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Prints the reports of the device with the given registry entry ID until Enter is pressed.
 #include <cstdlib>
 #include <iostream>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Job files and control messages of any content: whatever is accepted is within its bounds.
 #include <cstdlib>
 

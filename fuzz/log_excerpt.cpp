@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Any text, in pieces of any length, gives the same excerpt as the plainest implementation gives
 // for the whole text, with ICU for the pattern. Text that is not UTF-8 is recognised as such,
 // wherever it is split.

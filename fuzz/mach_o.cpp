@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The section search on arbitrary bytes: whatever it finds is within them.
 #include <cstdlib>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Property lists from arbitrary bytes. What is read can be written in either encoding and reads
 // back as an equal object; what cannot be written is refused for one of the documented reasons.
 #include <cmath>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Any text is a recording or a RecordingError of one line; the reports of a recording are within it
 // and have due times that never decrease.
 #include <algorithm>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Replays a fuzz target's corpus as an ordinary test: every named file, and every file below a
 // named directory, is fed once. Exit status 1 if there was no input, since a replay of nothing
 // would prove nothing.

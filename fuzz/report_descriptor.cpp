@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Any bytes are a descriptor or a ReportDescriptorError, and any bytes after it a report. The input
 // is the descriptor's length in two bytes, little-endian, the descriptor, and the report.
 #include <cstdint>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a report shows of any log: it does not depend on how the text is split, and every line is
 // shown as its length or as printable ASCII without the host.
 #include <algorithm>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Feeds a stream to a connection's frame receiver: headers, hello, calls of the two protocols,
 // replies to the start request. Whatever is accepted must encode to the same bytes.
 #include <algorithm>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Decodes one object under an allow-list that the first bytes choose. Whatever is accepted must
 // encode to exactly the bytes that were read, and those must decode to an equal object; a refusal
 // must create no object.

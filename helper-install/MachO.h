@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Finds a section in the bytes of a Mach-O executable, thin or fat.
 //
 // Only what the search needs is read: the magic, the number of architectures or load commands, and

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Work on other people's files, done by a child process of the daemon.
 //
 // A read may block for ever (on an unresponsive file system), and what is read may be large. So the

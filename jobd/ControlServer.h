@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The daemon's control endpoint: receives requests, passes each to the handler and sends its reply.
 //
 // A request that changes a job is accepted only on a connection that has permission to change that

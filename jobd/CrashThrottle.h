@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How long a job that keeps crashing is held back.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The job daemon of one system root.
 //
 // Manages the jobs whose files are in the root: holds their endpoints, starts and restarts their

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Ensures that there is only one daemon per root.
 //
 // Threading: one thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Waits for descriptors and timers on one thread.
 //
 // Threading: the thread that runs it.

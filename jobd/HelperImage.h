@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A helper executable as it is installed: a Mach-O file that names its job and contains the program
 // for this machine.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Installs a helper and its job file, and removes them.
 //
 // An installation has several steps. Everything that can fail is done on staging files next to the

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One job: its endpoints, its process, and when a connection to the former starts the latter.
 //
 //   Waiting    listens; the first connection starts the process

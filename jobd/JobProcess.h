@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One run of a job's program.
 //
 // Threading: one thread.

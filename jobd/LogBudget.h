@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How much one source may write to the log.
 #pragma once
 

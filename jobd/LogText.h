@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Prepares the output of jobs for a log that has one entry per line.
 //
 // Threading: pure functions; a LineSplitter belongs to one thread.

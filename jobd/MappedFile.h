@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A file's bytes, without copying them into memory.
 //
 // Threading: any thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Permission to change a job: who decides, and what it covers.
 #pragma once
 

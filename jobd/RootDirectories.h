@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The directories of a root that the daemon works in, opened and checked.
 //
 // Threading: one thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // <root>/var/log/system.log: the output of jobs, one entry per line.
 //
 // Threading: one thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid-jobd: the job daemon of one system root.
 //
 //   wlhid-jobd --root DIR [--foreground] [--idle-ms N] [--ready-fd N]

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Writing a line of the client's log.
 //
 // The logger's level is read afresh for each line, before its tags, arguments or text are built.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A pointer that several threads load and replace.
 //
 // Threading: any thread. The lock covers one copy or one swap of the pointer: nothing is called and

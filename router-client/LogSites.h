@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Every place at which the client logs, one row per site.
 //
 // The numbers and texts are data that log readers rely on: they stay the same when the code moves.

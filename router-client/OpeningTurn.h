@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Which thread is opening the connection, or closing it because the router is gone.
 //
 // Without turns, two threads that both find no connection would open two and send two start

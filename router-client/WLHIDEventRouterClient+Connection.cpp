@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The connection to the router: opening it, closing it, and handling its end.
 #include <utility>
 

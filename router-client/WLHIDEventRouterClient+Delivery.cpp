@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Delivers the router's messages to the delegate, or to the log if there is no delegate for them.
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "router-client/ClientLog.h"

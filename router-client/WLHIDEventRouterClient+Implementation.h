@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A client's implementation: its status model, its connection, its routing session, and the methods
 // that the router calls.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The class methods that install and remove the router.
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
 #include "WLHIDAccess/WLHIDEventRouterClient.h"

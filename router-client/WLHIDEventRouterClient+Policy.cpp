@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Creation and destruction of a client, its status model, and the connection policy.
 #include <utility>
 

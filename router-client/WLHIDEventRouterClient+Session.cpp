@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The routing session: the start and stop requests, and their replies.
 #include "router-client/ClientLog.h"
 #include "router-client/WLHIDEventRouterClient+Implementation.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The client's public interface: forwards every call to the implementation.
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 

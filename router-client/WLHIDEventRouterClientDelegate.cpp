@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
 
 #include "router-client/WLHIDEventRouterClient+Implementation.h"

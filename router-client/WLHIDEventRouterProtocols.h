@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The two message protocols between a client object and the HID event router.
 //
 // Threading: a method runs on the queue of the connection that delivers it. A proxy may be used

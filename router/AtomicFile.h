@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Files that are written atomically: a reader sees the old content or the new one, never a part.
 //
 // Files are named relative to an open directory, and no symbolic link is followed.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What clients have been sent but have not read yet, which takes up the router's memory: per
 // client, per user and in total.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The files that devices are made of, all in one directory of the system root:
 //
 //   <root>/etc/hideventrouter/NAME.plist            a configuration

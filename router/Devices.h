@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The devices that the router can route, and where they come from.
 //
 // A device source knows devices of one kind. So far there is one, the replay source: each of its

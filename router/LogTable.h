@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Every line that the router logs, one row per line. See platform/foundation/LogTemplate.h for the
 // meaning of the placeholders.
 //

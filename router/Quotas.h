@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Rate limits that clients share: turns for their start requests, and log lines.
 //
 // Threading: any thread. No lock is held while anyone waits.

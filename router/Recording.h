@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Recordings of HID devices in the hid-recorder text format.
 //
 //   # comment

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A recording being played.
 //
 // Threading: one thread at a time.

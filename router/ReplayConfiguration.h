@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A replayed device as described by its configuration file. See Devices.h for the keys.
 //
 // Threading: any thread.

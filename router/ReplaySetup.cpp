@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Adds and removes replayed devices. See Devices.h.
 #include <functional>
 #include <optional>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Devices that are recordings. See Devices.h for their configuration.
 //
 // File contents are cached, and a file is read again only when its stamp (device, inode, size,

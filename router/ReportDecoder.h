@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Decodes input reports into element values.
 //
 // A report yields one value for each data field of its Input items that lies entirely within the

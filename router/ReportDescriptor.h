@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A parsed HID report descriptor: which bits of which report belong to which element.
 //
 // A descriptor is a list of short items. Global items set values that persist, local items set

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A device and the clients that have it routed.
 //
 // While there is at least one client, the device is open and read by a thread of its own; whenever

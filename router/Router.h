@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The HID event router: serves WLHIDEventRouterProtocol on a listener and sends its clients the
 // input of their devices.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The errors that the router returns for a start request: domain HIDEventRouterDomain, IOReturn
 // codes, a localized description and, if it concerns a device, that device as a KQIOObject under
 // WLHIDDeviceKey.

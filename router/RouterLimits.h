@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The most that the router grants to one client, one user, one file and one device.
 //
 // Each limit states the harm that it prevents. Honest clients and real devices stay far below them;

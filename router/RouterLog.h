@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Where the router logs: lines of its table (router/LogTable.h), never the content of a report.
 //
 // Threading: a sink is called from any thread, with no lock held.

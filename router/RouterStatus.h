@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The status of the running router: a property list that it keeps up to date.
 //
 //   <root>/var/run/com.quillmar.hideventrouter.status.plist

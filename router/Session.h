@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One client's connection and the device routed to it.
 //
 // A session routes one device at a time. A start request during a routing silently replaces it. A

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Start requests that wait: for their turn, or with a time limit for something else.
 //
 // A waiting request blocks no thread: one thread wakes all of them when they are due. It does

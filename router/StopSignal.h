@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A stop request that a waiting thread notices at once, either on its own or together with a
 // descriptor that it polls.
 //

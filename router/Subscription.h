@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One client's subscription to a device's reports, and how they reach it.
 //
 // Threading: deliver() runs on the device's thread, the rest on any. After end() has returned,

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A token bucket: a burst, and then so many per second.
 //
 // Threading: one thread at a time.

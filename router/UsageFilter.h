@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Which usages a client wants values of.
 //
 // It comes from the tag dictionary of the start request, of which the router reads only the keys:

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The router's program: serves the endpoint that the job daemon (or systemd) passes to it, until it
 // is told to end or has had no connection for a while. Exit status 0 in both cases, 1 if it was
 // passed no endpoint or no root.

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Shared by the scripts of this folder; sourced, never run.
 #
 # Every script runs from any directory, installs only what is missing, says first what it installs and why, and if it

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Making Debian 12 systems out of this system's own package sources; sourced after lib.sh.
 
 CODENAME=bookworm

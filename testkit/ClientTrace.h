@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The lines that a client leaves in a scripted platform's trace, step by step, for a client of
 // device kEntryID in mode kDeviceMode with the tag dictionary {65536 = tag} and a delegate that
 // records its calls. The numbers and texts are spelled out on purpose: log readers and platforms

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A delegate that records each call in a trace and keeps the last call of each kind.
 //
 //   const auto delegate = std::make_shared<testkit::RecordingDelegate>(platform.trace());

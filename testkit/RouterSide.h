@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lets a test play the router on a scripted platform.
 //
 //   testkit::installRouter(platform);

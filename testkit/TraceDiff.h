@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Compares two traces and shows where they differ.
 //
 //   EXPECT_EQ(testkit::traceDiff(expected, platform.trace().take()), "");

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The command `wlhid`: what an application can ask of the framework, for people and scripts.
 #include <csignal>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid-mkimage: makes a helper image at build time.
 //
 //   wlhid-mkimage --label L --version V [--service S]... --program ELF --output FILE

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Base64 (RFC 4648), as XML property lists use it.
 //
 // Threading: any thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Texts for errors that were created without one: what happened, why, what to do.
 //
 // Threading: any thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Whether an object was created by this process or inherited from its parent by fork().
 //
 // A child has copies of the parent's objects and descriptors, but none of its threads, and locks

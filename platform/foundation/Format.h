@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // printf-style formatting with objects.
 //
 // Threading: any thread.

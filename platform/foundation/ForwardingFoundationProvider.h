@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Forwards everything to another provider; base class for a provider that changes some of it.
 //
 // Threading, Errors, Order: as the next provider.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The small interface through which the foundation uses the machine, so that a scripted platform
 // can replace it.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Bytes that grow to any length and become an NSData without being copied.
 //
 // The bytes are in pages of their own, which the system moves as a whole when there is no room

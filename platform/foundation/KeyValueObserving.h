@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Key-value observing: notification before and after a named value of an object changes.
 //
 // Threading: any thread. Observers run synchronously on the thread that makes the change, with no

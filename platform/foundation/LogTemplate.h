@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The lines that a program logs, as data: one row per line, literal text with places for arguments.
 //
 //   inline constexpr LogTemplate refused{"refused: process {count} of user {private}"};

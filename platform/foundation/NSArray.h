@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Ordered collections.
 //
 // Threading: NSArray is immutable. NSMutableArray is not synchronised: one thread at a time while

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The main bundle: the location of the running application.
 //
 // Threading: any thread.

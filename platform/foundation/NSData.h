@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Immutable bytes, in one allocation.
 //
 // Threading: as in NSObject.h.

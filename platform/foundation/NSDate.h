@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A point in time.
 //
 // Threading, Ownership, Errors, Order: as in NSObject.h.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Immutable maps from object to object.
 //
 // Threading, Ownership, Errors: as in NSObject.h. A key must not change while it is in a

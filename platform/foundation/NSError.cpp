@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "platform/foundation/NSError.h"
 
 #include "platform/foundation/ErrorTexts.h"

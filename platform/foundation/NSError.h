@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Errors as objects: a domain, a code and further information.
 //
 // Threading, Ownership: as in NSObject.h.

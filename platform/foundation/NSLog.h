@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The platform's plain diagnostic line.
 //
 // Threading: any thread; a line is written whole.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Named notifications within one process.
 //
 // Threading: any thread. A notification is delivered synchronously on the thread that posts it. No

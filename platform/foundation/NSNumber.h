@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Immutable numbers.
 //
 // Threading, Ownership, Errors, Order: as in NSObject.h.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The root of the platform's object model: class identity, order, equality and description.
 //
 // Threading: every class in this folder without "Mutable" in its name is immutable after creation

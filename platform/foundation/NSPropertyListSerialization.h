@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads and writes property lists, XML and binary.
 //
 // Threading: any thread.

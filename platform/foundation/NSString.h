@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Immutable text.
 //
 // Threading, Ownership: as in NSObject.h.

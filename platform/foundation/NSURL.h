@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A uniform resource locator, stored as text.
 //
 // Threading, Ownership, Errors, Order: as in NSObject.h.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes untrusted text safe to display.
 //
 // A device's name, a peer's hello or a log line may contain escape sequences, line ends or

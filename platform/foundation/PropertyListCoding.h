@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The two encodings of property lists. Only for use inside the foundation; other code uses
 // NSPropertyListSerialization.
 //

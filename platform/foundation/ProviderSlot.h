@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Holds the provider of one part of the platform: the real one until it is replaced.
 //
 // Threading: any thread. The lock covers one load or one exchange; a provider's functions never run

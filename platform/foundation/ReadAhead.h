@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads a file ahead of its consumer: a second thread reads the next pieces while the current one
 // is processed, so the whole takes as long as the slower of the two rather than both.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Writes whole lines to standard error.
 //
 // Threading: any thread.

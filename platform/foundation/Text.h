@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Conversions between text encodings, and text as collections' descriptions show it.
 //
 // Threading: any thread.

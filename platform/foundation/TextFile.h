@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads a text file piece by piece, with the errors of reading it whole.
 //
 // Threading: any thread; synchronous.

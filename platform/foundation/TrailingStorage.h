@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Storage for bytes after an object, in the object's own shared allocation.
 //
 //   TrailingStorage storage{length};

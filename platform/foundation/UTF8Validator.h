@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks incrementally whether bytes are well-formed UTF-8: no overlong form, no surrogate, at most
 // U+10FFFF, nothing truncated.
 //

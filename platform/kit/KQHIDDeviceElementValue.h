@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The value of one HID element in one report.
 //
 // Threading: immutable after creation.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A reference to an I/O registry object, which the router's errors may contain.
 //
 // Threading, Ownership, Errors, Order: as in NSObject.h.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Log modules: parts of a program that supply files for a diagnostic report.
 //
 // Threading: a module is called on the thread that assembles the report and may call the handlers

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Implemented by an object that logs under tags.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The shared logger: lines with a level, a site and tags, the most recent of which it keeps, and
 // the modules that supply files for a diagnostic report.
 //

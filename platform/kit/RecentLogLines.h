@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The last lines of the shared logger, kept for a diagnostic report.
 //
 // Only what was sent to the logger is kept: a line below the log level was never built and costs

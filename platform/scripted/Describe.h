@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One-line descriptions of arguments and results for traces.
 //
 // Threading: any thread.

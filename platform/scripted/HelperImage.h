@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The smallest executable file with an information property list, for scripted helpers.
 //
 // Threading: any thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A connection whose peer is the test.
 //
 // It records the calls it gets, and calls back only when the test says so: each deliver… function

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A platform that follows a test's script and records the calls it gets.
 //
 //   platform::ScriptedPlatform platform;  // installed until the end of the scope

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The three providers of a scripted platform: each records a call, then answers it from the script.
 #include <cerrno>
 #include <cstring>

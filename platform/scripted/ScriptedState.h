@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A scripted platform's answers, shared by its providers. Private to this folder.
 //
 // Threading: any thread; the mutex protects the answers and is never held during a call.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What happened, in order: each event as a value and as a line of text.
 //
 // Threading: any thread.

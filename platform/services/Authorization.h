@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Asks the user for permission to do something privileged.
 //
 // Threading: any thread; AuthorizationCreate blocks until the question is answered.

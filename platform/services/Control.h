@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The control protocol between an application and the job daemon.
 //
 // Requests and replies alternate, each in a frame: four bytes of length, little-endian, then a

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A descriptor that is closed when its owner is destroyed.
 //
 // Threading: one thread at a time.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The authorization used by this machine's services provider.
 //
 // A reference says that the user (or the agent) has agreed. That by itself permits nothing: at its

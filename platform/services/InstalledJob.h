@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A root's job, seen the same way by the daemon that runs it and the application that asks for it.
 //
 // A job file names a program, which an application reads to find out what is installed; the daemon

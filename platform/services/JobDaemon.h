@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // An application's access to the job daemon of a root.
 //
 // Threading: any thread; calls wait for the daemon, at most 30 s.

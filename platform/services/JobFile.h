@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The file that describes a job: <root>/Library/LaunchDaemons/<label>.plist.
 //
 // Threading: any thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The argument form of the exec functions: pointers to strings, followed by a null pointer.
 #pragma once
 

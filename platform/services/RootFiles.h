@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Files and directories below a system root, reached without following a symbolic link.
 //
 // Threading: any thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Connects to a named service: from its name to a connected stream socket.
 //
 // Threading: any thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Errors between an application and its jobs. Thrown inside services/ and jobd/ and converted to an
 // NSError or a reply at their boundaries; the text is a message for a person that names the file
 // and the cause.

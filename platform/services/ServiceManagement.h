@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Privileged helper jobs: looking them up, installing and removing them.
 //
 // A crash at any point of a bless leaves either the old helper or the new one, complete.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The directory that contains all the system's absolute paths.
 //
 //   <root>/Library/LaunchDaemons/<label>.plist     a job: Label, ProgramArguments, MachServices

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Unix sockets at paths of any length.
 //
 // An address holds 107 bytes. Here a socket file is addressed through an open descriptor instead of

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Which connections a listener has admitted, and what they may cost together.
 //
 // Threading: any thread; no call-out.

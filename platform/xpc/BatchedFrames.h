@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Encoded messages, one after another, and where each one ends.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A queue of bytes, kept in pieces: however full it was and however much went through, its memory
 // stays within two pieces of its contents. One block would double with its contents and leave the
 // smaller blocks that it outgrew in the heap.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One connection: its socket, its queue thread and what is pending. NSXPCConnection is a handle to
 // it.
 //

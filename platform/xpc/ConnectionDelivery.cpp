@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "platform/xpc/ConnectionCore.h"
 #include "platform/xpc/Guarded.h"
 #include "platform/xpc/Hello.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // An application's handle to a connection: when it goes, the connection ends.
 //
 // Threading, Errors, Order: as NSXPCConnection.h.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The phase of a connection's life and its transitions.
 //
 // Threading: guarded by its connection's lock.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Splits a stream into frames: hello, calls, replies, the farewell, or the breach that ends it.
 // Everything that the wire format demands of a peer is checked here, without a socket, a lock or a
 // thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Calls into the application, whose exceptions cost one log line and nothing else, and retries
 // while memory is short.
 #pragma once

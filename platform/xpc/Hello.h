@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The first frame of each direction: the version and the protocols of its sender.
 //
 // Errors: no value for a malformed hello.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // An interface prepared for the wire: which tags each argument of each method may have.
 //
 // Threading: immutable after creation.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A connection to a named service, or one that a listener accepted.
 //
 // States: inactive (created, not resumed), live, interrupted (live, but without a stream until the

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A protocol together with the classes that a connection may decode for each of its object
 // arguments.
 //

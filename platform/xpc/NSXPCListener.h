@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The service's end: accepts connections to a named endpoint.
 //
 // Threading: resume and invalidate may be called from any thread; the delegate is called on the

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Encodes objects and decodes them again; every object has exactly one encoding.
 //
 // Threading: any thread, but an array must not change while it is encoded.

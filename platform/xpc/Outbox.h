@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a connection still has to write, how much that may be, and what was lost.
 //
 // The stream of a connection begins with our hello and ends with our farewell. What is sent before

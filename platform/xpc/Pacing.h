@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How long to delay the report that a connection ended, so that a client that reconnects at once
 // cannot spin.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Listening sockets and directories that the process that started this one passed to it
 // (LISTEN_PID, LISTEN_FDS, LISTEN_FDNAMES).
 //

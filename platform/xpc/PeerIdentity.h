@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The process at the other end of a connected Unix socket, as the kernel recorded it when the
 // connection was made.
 //

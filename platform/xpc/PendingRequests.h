@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The requests of a connection that wait for an answer, and the errors that are due.
 //
 // Threading: guarded by its connection's lock, except for newID().

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Starts the detached threads of the layer.
 //
 // Threading: any thread.

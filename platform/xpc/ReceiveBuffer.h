@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The buffer that a connection's stream is read into: 64 KiB, and more only while a larger frame is
 // arriving.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a connection could not write yet: the bytes, and where each message ends whose sender wants
 // to hear about it.
 //

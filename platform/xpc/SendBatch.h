@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Messages that are encoded in place and sent together.
 //
 // Threading, Order: as XPCMessageBatch.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Which connections of one exported object have been resumed, and in what order.
 //
 // The handlers of a connection do not say which connection they belong to: if an object has

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How many unsent bytes several connections may keep together: those of one user, and those of all.
 //
 // Threading: any thread. Connections check first and charge afterwards, so together they may exceed

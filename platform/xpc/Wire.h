@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The frame layer of the wire format (docs/wire-protocol.md): kinds, header, limits, and a writer
 // and a reader for its primitive values.
 //

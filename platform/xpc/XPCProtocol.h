@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How a message protocol is described to the connection layer: its methods, their argument types,
 // how to call them on an object and how to create a proxy.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Derives a protocol's description from its C++ class, so that a protocol is declared in a few
 // lines:
 //

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Makes mechanical mistakes at random lines, one at a time, and reports which the tests do not catch.
 
 Everything happens in a copy of the tree with its own build folder; the checkout is only read. The copy is brought up to

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """The mechanical mistakes that can be made in a C++ source, found without a compiler.
 
 A mistake that does not compile costs a moment; one that does not change behaviour wastes a run of the tests. So the

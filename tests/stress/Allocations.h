@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // operator new and delete of a stress program, which count and fail on demand.
 //
 // Link Allocations.cpp into a program and all of its allocations go through here.

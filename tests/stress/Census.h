@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a process holds: a count before and one after show whether anything leaked.
 //
 // Threading: any thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A router that crashes at its first 25 starts, then becomes the real one. The count is in a file
 // of its root.
 #include <unistd.h>

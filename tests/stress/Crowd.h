@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Very many peers of one endpoint, in a process of their own so that their descriptors and memory
 // do not count as those of the process under test.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A router that never gets far: it dies at its start or, with DIES_ON_CONNECTION, at its first
 // connection.
 #include <sys/socket.h>

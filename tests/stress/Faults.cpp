@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Faults: each system call of a whole session fails once, in each possible way, in the application,
 // in the job daemon and in the router. Whatever fails: every request ends once, every installation
 // leaves the old or the new state, nothing leaks, and one more try works.

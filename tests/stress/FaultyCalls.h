@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // System calls that fail on demand.
 //
 // FaultyCalls.cpp is linked into a program together with --wrap=… for each of its calls (see

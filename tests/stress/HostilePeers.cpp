@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Hostile clients against a router's end and a hostile router against a client's, each while
 // another client continues to be served. Only the hostile connection may suffer, and memory is
 // bounded.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Life cycles: starts and stops, kills of the router and of the application, crashes at start.
 // After each, everything is as it was before.
 #include <malloc.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Failing allocations: each allocation of a client's life (creation, start, input, stop) fails
 // once, and then several of them in one life. std::bad_alloc leaves the call that needed the
 // memory, or costs one message or one connection; nothing leaks, nothing hangs, and one more try

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reports that carry their own number, and a delegate that checks every one of them.
 //
 // A report is a row of 32-bit words: its number, then words derived from device, number and

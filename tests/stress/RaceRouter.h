@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A router in this process, on a real endpoint, that does at random what routers do to clients.
 //
 // Threading: any thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Races: four threads do at random everything that can be done to a handful of clients, while the
 // router does what routers do. Built with ThreadSanitizer it also reveals data races.
 #include <time.h>

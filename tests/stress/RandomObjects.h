@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Random graphs of everything that can be sent over the wire.
 //
 // Threading: one thread at a time.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // decode(encode(x)) equals x, and what is accepted encodes to the bytes that were read, for random
 // object graphs: 200,000 of them short, 10 million long. One changed copy of each graph's bytes is
 // decoded as well; if it is accepted, it must encode to itself too.

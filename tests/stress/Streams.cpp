@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Streams of input: many fast devices at once, and a delegate that is far too slow for its device.
 #include <poll.h>
 #include <sys/resource.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the stress programs share: how much they do, and how they report the result.
 //
 //   life short      a run of seconds to a minute, as part of the ordinary tests

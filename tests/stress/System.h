@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A whole system: a root of its own with a real job daemon and the real router, which an
 // application in this process installs and uses.
 //

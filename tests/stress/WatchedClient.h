@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A client whose delegate counts what it is told and lets others wait for it.
 //
 // Threading: any thread.

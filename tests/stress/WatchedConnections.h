@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The real connection layer under observation: every start request, every handler and every
 // connection that a client holds is counted, and these promises are checked:
 //

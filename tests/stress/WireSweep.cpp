@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Every truncation and every flipped bit of the first 256 bytes of each message of the conformance
 // set: the connection layer must do what the second implementation of the wire page says.
 //

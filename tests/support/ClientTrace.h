@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The test kit's lines and recording delegate in the tests' own namespace.
 #pragma once
 

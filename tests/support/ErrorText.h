@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The description of an error without user info.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The header pattern as interpreted by ICU's regular expressions, and the excerpt made from it in
 // the simplest way: the whole text, split, line by line.
 //

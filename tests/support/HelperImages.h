@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Helper images made by the project's own tool while a test runs.
 #pragma once
 

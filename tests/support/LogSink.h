@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Receives the log lines of the test's process.
 //
 // Threading: the sink is called on the thread that logs.

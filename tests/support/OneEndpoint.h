@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Resolves one service's name to one socket.
 //
 // Threading: any thread.

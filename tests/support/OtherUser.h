@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Acting as another user, which only the superuser can do. Tests that need it run in two ways: as
 // the superuser with a second user, and otherwise with what an ordinary user can do.
 #pragma once

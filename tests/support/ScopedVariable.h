@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Sets an environment variable, or unsets it for null, until the end of a scope.
 //
 // Threading: as for setenv; no other thread may read the environment meanwhile.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A directory for one test, removed with its content at the end.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A router in this process, on the real connection layer: it serves a listening socket and keeps a
 // session for each client until its connection has ended. What a session answers and sends is up to
 // the test, which derives from RouterSession and says how sessions are made.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The test kit's comparison of traces as a GoogleTest assertion.
 #pragma once
 

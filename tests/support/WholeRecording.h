@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads a recording into memory, for tests that access its reports in any order.
 //
 // Threading: any thread.

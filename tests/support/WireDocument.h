@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The hex examples of docs/wire-protocol.md.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Both ends of the connection layer in one process, for tests: a protocol that both ends speak, an
 // object that records what it receives, a service whose endpoint is a socket in the test's own
 // directory, and a peer that sends raw bytes.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shared by the verbs of the command: how to add one, how it fails, what the exit status means.
 //
 // Threading: the main thread.

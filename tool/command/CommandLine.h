@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The whole command line of `wlhid`: global options, verbs, help and error messages.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How this command was invoked, so that suggested commands can be pasted into a shell.
 //
 // Threading: set once, on the main thread, before anything else; read from any thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Numbers as a person types them.
 //
 // Threading: any thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The word that a mistyped one was probably meant to be.
 //
 // Threading: any thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads a file named by a person.
 //
 // Threading: any thread.

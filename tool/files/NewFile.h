@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A file that appears whole or not at all.
 //
 // It is written under a temporary name in the target directory and renamed when everything is on

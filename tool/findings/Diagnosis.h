@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What is in order on a system root and what is not, with remedies.
 //
 // Threading: any thread.

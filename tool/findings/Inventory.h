@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What exists on a system root: versions of the router, jobs, endpoints, devices, the log. Nothing
 // is started or changed.
 //

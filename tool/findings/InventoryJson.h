@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What exists on a system root, as JSON.
 //
 // Threading: any thread.

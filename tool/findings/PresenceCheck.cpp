@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "tool/findings/PresenceCheck.h"
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The presence check, step by step: is the router installed and current, and if not, which step
 // says no.
 //

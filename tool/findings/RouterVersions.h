@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Which router the tool carries and which is installed.
 //
 // Threading: any thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Who answers the authorization prompt: the person at the terminal or the command line.
 //
 // Threading: the main thread, before the framework is asked to install or remove.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Installs the router through the framework.
 //
 // Threading: the main thread, which blocks while the authorization prompt is open.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A diagnostic report to attach to a bug report.
 //
 //   wlhid-report/doctor.txt              the verdict and its checks, for people

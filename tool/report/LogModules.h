@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Asks the logger's modules for their files.
 //
 // A module is somebody else's code: it may fail, throw, answer twice, late or never. Each is asked

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A zip archive that is written piece by piece into a new file.
 //
 // Threading: one thread.

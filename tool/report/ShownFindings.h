@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a report without input shows of a system root: known keys whose values are truth values,
 // words of this program, and values that ShownLines.h allows. Texts, paths, names, users and
 // registry entry IDs are not shown.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a report without input shows of a log: literal text from the project's own tables, and the
 // values that their places allow. Everything else is kPrivate, and a line that matches no row is
 // replaced by its length.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads what the framework reports about a client only in its log: that the router died silently,
 // that a start request was lost. An application would have to read the log as well.
 //

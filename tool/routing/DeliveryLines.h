@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a client's delegate receives, as text: one line per delivery, with its line feed, appended
 // to the caller's string.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Which device a person means.
 //
 // A name takes precedence over an ID, so that a device named "12" can be selected; "id:12" and

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One client's routing session as the command shows it: a delegate that prints what it receives and
 // knows when the session is over.
 //

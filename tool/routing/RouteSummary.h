@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What people are told before and after a routing session: which device it is, and how it went.
 //
 // Threading: one thread.

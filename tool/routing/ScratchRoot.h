@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A system root that lives as long as one command.
 //
 // A second process creates and watches it: when the command ends, for whatever reason, that process

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Detects a router that keeps failing at startup.
 //
 // The client cannot tell: its connection waits in the endpoint's backlog until a router accepts it.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Routes a device briefly to see how far it gets.
 //
 // Everything the framework logs meanwhile reaches the shared logger's recent lines, whatever the

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The names of HID usages, for people.
 //
 // Threading: any thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Whole lines to a descriptor.
 //
 // Threading: any thread; the text of one call stays together. A write blocks until the reader

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Cleans up when a signal ends the command.
 //
 // Threading: the clean-up runs at most once, on a thread of its own, at any time between

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The signals that end a running command cleanly.
 //
 // Threading: created on the main thread before any other thread, so that all threads inherit the

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the terminal that a command writes to can show.
 //
 // Threading: any thread; a Progress belongs to one.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid devices: lists what can be routed, sets up recordings as devices.
 #include <CLI/CLI.hpp>
 #include <algorithm>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid doctor: is everything in order, and if not, how to fix it.
 #include <unistd.h>
 #include <CLI/CLI.hpp>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid inspect: the property list inside an executable.
 #include <CLI/CLI.hpp>
 

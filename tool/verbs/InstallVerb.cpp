@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid install: installs the router.
 #include <CLI/CLI.hpp>
 

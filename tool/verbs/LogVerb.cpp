@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid log: the router's own entries of a log.
 #include <CLI/CLI.hpp>
 #include <algorithm>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid report: a diagnostic report to attach to a bug report.
 #include <CLI/CLI.hpp>
 #include <optional>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid route: a device's input, live.
 #include <poll.h>
 #include <unistd.h>

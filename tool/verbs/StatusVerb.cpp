@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid status: is the router installed, current and running, what does it route, what was lost.
 #include <CLI/CLI.hpp>
 #include <filesystem>

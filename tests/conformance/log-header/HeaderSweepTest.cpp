@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Every character at every kind of position in a log line's header, compared with ICU. Ten million
 // comparisons, so this is not a unit test.
 #include <gtest/gtest.h>

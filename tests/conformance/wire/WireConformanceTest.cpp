@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The conformance set three ways: the titles of its messages, the second implementation of the
 // page, and the connection layer must agree.
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A second implementation of docs/wire-protocol.md, which shares no code with the connection layer
 // and decides what a receiver must make of a stream. The layer is compared with it.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The wire conformance set: messages in hex, their receivers, and what each receiver must make of
 // them.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The notation of the conformance set's files.
 #include "tests/conformance/wire/WireMessages.h"
 

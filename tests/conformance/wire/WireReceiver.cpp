@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "tests/conformance/wire/WireReceiver.h"
 
 #include <sys/socket.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Feeds any bytes to the connection layer: a real connection on one end of a socket pair, the bytes
 // on the other, and the result in the words of WireJudge.h.
 //

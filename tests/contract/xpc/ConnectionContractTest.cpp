@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the client relies on in a connection, tested on the real and the scripted layer alike.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A connection layer whose peer is controlled by the test: the real one with a router in this
 // process, or the scripted one.
 //

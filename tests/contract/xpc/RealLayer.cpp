@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "tests/contract/xpc/Layer.h"
 #include "tests/integration/router-client/RouterHarness.h"
 

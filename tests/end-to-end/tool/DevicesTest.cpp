@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid devices.
 #include <sys/stat.h>
 #include <unistd.h>

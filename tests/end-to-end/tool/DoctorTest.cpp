@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid doctor, as called by somebody for whom something does not work.
 #include <sys/stat.h>
 #include <unistd.h>

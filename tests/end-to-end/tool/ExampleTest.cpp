@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // examples/client, as the README shows it.
 #include <sys/stat.h>
 

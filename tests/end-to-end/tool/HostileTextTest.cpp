@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Foreign text on its way to a terminal: names, labels, versions and errors with escape sequences,
 // control characters beyond ASCII, bidirectional controls and line ends.
 #include <csignal>

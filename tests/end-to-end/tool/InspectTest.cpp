@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid inspect, on good and on hostile files.
 #include <sys/stat.h>
 

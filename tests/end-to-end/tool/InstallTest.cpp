@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid status, install and uninstall.
 #include <sys/stat.h>
 

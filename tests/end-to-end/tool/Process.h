@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A child process with its standard streams in pipes, for tests that use a program as a person
 // would.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid route --recording: a recording, played once through a temporary router.
 #include <sched.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid report: what is in it, what is not, and that it is never incomplete.
 #include <fcntl.h>
 #include <sys/stat.h>

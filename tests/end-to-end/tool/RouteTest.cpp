@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid route on a device of the root.
 #include <sched.h>
 

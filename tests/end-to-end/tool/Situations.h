@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The situations in which a person needs help, set up on a test's own root.
 //
 // Threading: the test's thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The command on the test's own system root.
 //
 // Threading: the test's thread.

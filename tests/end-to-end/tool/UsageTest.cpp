@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The command line itself: help, versions and usage errors.
 #include "ToolTest.h"
 

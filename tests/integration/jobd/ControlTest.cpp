@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The daemon's control endpoint against callers that are hostile or ask for too much at once.
 #include <fcntl.h>
 #include <poll.h>

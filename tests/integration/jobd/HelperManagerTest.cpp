@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The helper manager on a real root: what counts as installed, and the effects of installing and
 // removing.
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A job from installation to removal, with real processes.
 #include <fcntl.h>
 #include <poll.h>

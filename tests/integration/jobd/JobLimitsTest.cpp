@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Limits of a job and its daemon, and sockets that must be left alone.
 #include <fcntl.h>
 #include <poll.h>

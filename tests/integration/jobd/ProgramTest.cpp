@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The daemon as a program: its options, its messages, and what it inherits from its parent.
 #include <fcntl.h>
 #include <signal.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The daemon and its root: who starts it, which roots it serves, and what it does with damaged
 // ones.
 #include <signal.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the tests of the job daemon share: a root for each test, an application's calls, and a
 // client of the echo helper.
 #pragma once

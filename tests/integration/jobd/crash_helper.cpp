@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A helper for tests that exits as soon as it is started.
 #include <iostream>
 

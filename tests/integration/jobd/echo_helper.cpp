@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A helper for tests: takes its sockets by the protocol for passing sockets and answers lines.
 //
 //   echo TEXT     TEXT                          log TEXT     TEXT on standard error, then "ok"

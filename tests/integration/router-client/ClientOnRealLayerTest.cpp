@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The client's scenarios over real sockets: what each thread sees, in its own order.
 #include "platform/foundation/NSDate.h"
 #include "platform/foundation/NSURL.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Child processes of a routing application: whatever they do to its client, its input continues.
 #include <sys/wait.h>
 #include <unistd.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A router that violates the classes of the protocol.
 #include "platform/xpc/XPCTraits.h"
 #include "tests/integration/router-client/RealLayerFixture.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A client on the real connection layer, with a router in this process; files and jobs are
 // scripted.
 //

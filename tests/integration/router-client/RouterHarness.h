@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A router in this process, on a real endpoint in its own directory, reached through the real
 // connection layer. The presence check is answered by a scripted platform.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Rapid stops and starts end in the last requested state, and nothing is left behind.
 #include <random>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the router remembers about its clients, and how it reports it: in its log, in its status and
 // to those that come again.
 #include <regex>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A router on its own socket, in this process, and clients that record what they receive.
 //
 // Threading: run from the test's thread; clients are called on their connections' queues. Every

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The router's program, started as by the job daemon: with a listening socket as descriptor 3.
 #include <fcntl.h>
 #include <signal.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The router over real sockets: what a client sends, what it receives, and in which order.
 #include "RouterFixture.h"
 #include "router/ReportDecoder.h"

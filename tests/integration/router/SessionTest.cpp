@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Sessions whose start requests wait as long as the test wants: the test itself wakes them.
 #include "router/Session.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Start requests that wait, for a turn or for a place at a device in exclusive use, and what may
 // happen meanwhile. What the clients receive, in order:
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What is not admitted is not delivered, and nothing else is affected.
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "platform/kit/KQIOObject.h"

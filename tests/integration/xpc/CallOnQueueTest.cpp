@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Calls that others make on a connection's queue.
 #include <future>
 

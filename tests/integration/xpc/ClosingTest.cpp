@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What each end reports when one of them closes; every test runs with the roles both ways.
 #include "tests/support/XPCPeers.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a child process does with the connections that it inherited through fork(): each case is an
 // application of its own (forking_application.cpp), since some children return from main.
 #include <sys/wait.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Peers that break the rules: each one ends its own connection and nothing else.
 #include <fstream>
 #include <random>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The memory that an idle connection holds. In a program of its own: the stacks of other tests'
 // threads would be counted too, and go at any time.
 #include <fstream>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // From the first message to the end: launching, interruption, invalidation, release, and leaks.
 #include <fcntl.h>
 #include <sys/wait.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The service's end: which peers it accepts, passed descriptors, and a shortage of descriptors.
 #include <fcntl.h>
 #include <sys/resource.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Messages, requests, and the queue on which they are delivered.
 #include <pthread.h>
 

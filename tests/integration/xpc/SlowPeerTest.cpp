@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A peer that reads slowly or not at all affects only its own connection, and what is lost is
 // counted.
 #include <cerrno>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Quick stops and starts, with a small client that simply believes every report.
 #include <random>
 

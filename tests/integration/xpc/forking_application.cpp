@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // An application with a service and two clients in it that forks, and checks that everything still
 // works once its child has ended. The argument says what the child does. Exits with 0 if everything
 // works.

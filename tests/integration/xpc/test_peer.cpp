@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Serves the test protocol on the listening socket with the given number, until it is killed.
 #include <csignal>
 

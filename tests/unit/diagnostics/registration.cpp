@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A program that links the framework and uses only the logger: the log module must be registered,
 // once, when main starts.
 #include <algorithm>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Property lists designed to crash, hang or bloat their reader.
 #include <gtest/gtest.h>
 

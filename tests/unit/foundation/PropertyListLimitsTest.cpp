@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Property lists of a million objects and of many megabytes: at the limits, and one beyond.
 #include <gtest/gtest.h>
 

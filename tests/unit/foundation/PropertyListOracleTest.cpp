@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Compares the reader and the writer with libplist, an independent implementation.
 #include <gtest/gtest.h>
 #include <plist/plist.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Property lists for the tests: shorthand calls, and objects that cover every kind of value and its
 // edge cases.
 #pragma once

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Installing and removing a helper: which platform calls are made, in which order, and what each
 // outcome means.
 #include "tests/support/ErrorText.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Extracting the embedded property list from an executable's data.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The helper manager on a scripted platform: version 7 in the application's bundle, version 7
 // installed.
 #pragma once

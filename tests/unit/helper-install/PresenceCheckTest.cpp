@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Whether a helper is installed and current: which calls are made, in which order, and every reason
 // for a no.
 #include "platform/foundation/NSNumber.h"

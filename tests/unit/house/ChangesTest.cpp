@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The changes listed for scripts/mutation still fit the sources.
 #include <gtest/gtest.h>
 

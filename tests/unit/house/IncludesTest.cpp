@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Which folder may include what: the dependencies in docs/architecture.md, checked in every source.
 #include <gtest/gtest.h>
 

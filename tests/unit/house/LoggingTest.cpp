@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Everything that router, job daemon and command log is a row of a table: no other way exists.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The client in the README is the one that is built and tested.
 #include <gtest/gtest.h>
 

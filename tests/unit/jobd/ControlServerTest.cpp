@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Access to the control endpoint: who gets through, for how long, and along with how many others.
 #include "jobd/ControlServer.h"
 

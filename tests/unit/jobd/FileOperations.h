@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Records the order in which this process syncs and renames files, and makes its reads and writes
 // partial. FileOperations.cpp overrides the system calls of the program that it is linked into.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A helper image as seen by other programs that read the format.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

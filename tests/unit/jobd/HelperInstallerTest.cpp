@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Installing a helper: what is in place afterwards, after a refusal, and after a crash at any
 // point.
 #include "jobd/HelperInstaller.h"

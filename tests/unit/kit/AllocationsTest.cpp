@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How often the delivery path allocates memory. The operators below count for the whole program.
 #include <gtest/gtest.h>
 

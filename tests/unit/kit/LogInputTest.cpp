@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A build with WLHID_LOG_INPUT: the log on standard error shows what devices send.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Mach-O files for tests, byte by byte, well-formed or not.
 #pragma once
 

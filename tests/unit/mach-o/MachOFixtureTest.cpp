@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The section search on executables made by a real linker, compared with what another reader
 // extracts.
 #include <gtest/gtest.h>

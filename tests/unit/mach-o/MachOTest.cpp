@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the section search finds and what it skips, on images made byte by byte.
 #include "helper-install/MachO.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A client on a scripted platform, with the router installed in the application's own version 7
 // unless a test says otherwise.
 #pragma once

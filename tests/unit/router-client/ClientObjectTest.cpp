@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The object itself: creation, properties, tags, the weak delegate, release.
 #include "tests/unit/router-client/ClientFixture.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What several threads may do with one client at the same time.
 #include <atomic>
 #include <condition_variable>

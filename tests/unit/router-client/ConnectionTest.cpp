@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Opening and closing the connection, and what its handlers do.
 #include "tests/unit/router-client/ClientFixture.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Delegates as C++ developers write them: which of their methods are called, whatever pointer they
 // are set by, and what happens to calls that they don't handle.
 #include <gmock/gmock.h>

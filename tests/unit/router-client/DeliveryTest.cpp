@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reports and element values: to the delegate, or to the log.
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "tests/unit/router-client/ClientFixture.h"

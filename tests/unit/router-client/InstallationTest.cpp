@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The class methods: checking, installing and removing.
 #include "tests/support/ErrorText.h"
 #include "tests/unit/router-client/ClientFixture.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The two protocols as data, and the glue between messages and methods.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Whole scenarios, each as the full ordered trace that it leaves: log lines, platform calls,
 // observed changes, delegate calls.
 #include "tests/support/ErrorText.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The start and stop requests and their outcomes.
 #include "tests/support/ErrorText.h"
 #include "tests/unit/router-client/ClientFixture.h"

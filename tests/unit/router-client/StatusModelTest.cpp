@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The status model and the policy: what each event does to status and connection.
 #include "router-client/ClientLog.h"
 #include "tests/unit/router-client/ClientFixture.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The parser and the decoder with recordings of real devices: those of the repository, whose totals
 // were counted by hand from their descriptors, and, if present, a larger collection next to the
 // checkout, whose values were computed by an independent decoder.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Bytes in their usual notation: "05 01 a1 01".
 #pragma once
 

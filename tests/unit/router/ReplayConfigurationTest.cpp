@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The content of a configuration file, key by key, and the ID derived from it.
 #include "router/ReplayConfiguration.h"
 

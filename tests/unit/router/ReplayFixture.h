@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A root for one test, with recordings to add and the copies made of them.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // When the reports of a recording are due, and how speeds are written.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Adding recordings as devices, and removing devices.
 #include <gmock/gmock.h>
 #include <sys/resource.h>

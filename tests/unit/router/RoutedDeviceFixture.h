@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A device whose input comes from the test, and clients of it that note what they get.
 //
 // Threading: the device's thread calls the sinks.

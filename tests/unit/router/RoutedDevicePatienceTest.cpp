@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How long a device waits for its clients, and what it leaves behind.
 #include "RoutedDeviceFixture.h"
 

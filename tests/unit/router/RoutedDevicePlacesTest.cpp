@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Clients that wait for a place at a device that others use, and which of them gets it.
 //
 //   the owner leaves          the first that fits gets the place, is woken and admitted

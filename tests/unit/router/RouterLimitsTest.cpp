@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The default limits. Each is a promise: to honest clients, that they are not refused, and to the
 // machine, that no client takes more.
 #include "router/RouterLimits.h"

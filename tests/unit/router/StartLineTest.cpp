@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The line of waiting start requests, at times chosen by the test, and its thread.
 #include "router/StartLine.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The example at the top of ScriptedPlatform.h, taken directly from there.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A single scripted connection: its states, what each of them lets through, and what is recorded.
 #include "platform/scripted/ScriptedConnection.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The scripted platform as a test kit: what it refuses, what can be undone, what is recorded, and
 // what can be made to happen late.
 #include <gtest/gtest.h>

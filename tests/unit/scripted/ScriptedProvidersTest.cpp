@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a scripted platform answers, and what it records of each call.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The trace, and how it describes events.
 #include "platform/scripted/Trace.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Starting the job daemon: what the program receives, what it may report, and what remains of one
 // that fails. The daemons here are scripts.
 #include <fcntl.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A job daemon that answers as a test says and records its requests.
 //
 // Threading: answers on its own thread. A request may be read once it has been answered.

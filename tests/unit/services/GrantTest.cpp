@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What an authorization covers on the application's side, and which connections it keeps for it.
 #include "platform/services/Grant.h"
 

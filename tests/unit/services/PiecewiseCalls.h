@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes sends and reads transfer less than requested: PiecewiseCalls.cpp replaces the system's
 // calls in the program that it is linked into.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Which directory is accepted as a root: never one that another user could have put there.
 #include "platform/services/RootFiles.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The command line as a whole: global options, help and error messages.
 #include "tool/command/CommandLine.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid devices, and which device a name or ID selects.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A router played by a test while a command routes and waits.
 //
 // Threading: plays on a thread of its own, from the first start request on.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reading a file named by a person, and writing whole lines to a descriptor.
 #include "tool/files/Files.h"
 

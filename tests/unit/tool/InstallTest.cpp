@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid install and wlhid uninstall, with every answer of the framework.
 #include <gtest/gtest.h>
 

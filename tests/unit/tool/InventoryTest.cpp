@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What exists on a system root, and why a part of it cannot be determined.
 #include "tool/findings/Inventory.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Command lines that can be pasted into a shell.
 #include "tool/command/Invocation.h"
 

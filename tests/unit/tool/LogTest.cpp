@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid log and wlhid inspect.
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Which step of the presence check says no.
 #include "tool/findings/PresenceCheck.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A pseudo-terminal that collects what is written to it.
 //
 // Threading: one thread.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A report without input is literal text and shown values. Here every argument of every line of
 // every table is a secret, in every form in which it could slip through, and none may appear in a
 // report.

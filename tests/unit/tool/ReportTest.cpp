@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The report with modules that behave in every possible way.
 #include "tool/report/DiagnosticReport.h"
 

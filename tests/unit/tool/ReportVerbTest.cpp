@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid report, and the contents of its files.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The header and the last line of a routing session, and what the router lost.
 #include "tool/routing/RouteSummary.h"
 

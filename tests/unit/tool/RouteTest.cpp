@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid route, with a router played by the test.
 #include <gtest/gtest.h>
 #include <pthread.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A root that disappears with its command, however that ends.
 #include "tool/routing/ScratchRoot.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Whether a router that does not answer ever will.
 #include "tool/routing/StartWatch.h"
 

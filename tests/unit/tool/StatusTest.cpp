@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // wlhid status and wlhid doctor: their exact output.
 #include <gtest/gtest.h>
 #include <sys/socket.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The signals that end a command, each in a process of its own.
 #include "tool/terminal/StopSignals.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Routing a device briefly, and how far it got.
 #include "tool/routing/Trial.h"
 

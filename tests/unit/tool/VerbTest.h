@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A verb of the command, called in this process on a scripted platform and the test's own root.
 //
 // Threading: the test's thread.

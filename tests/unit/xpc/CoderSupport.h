@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Encoding and decoding in one call each, for tests.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How much memory decoding allocates. The operators below count for the whole program.
 #include <gtest/gtest.h>
 #include <malloc.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How a peer's bytes are understood, frame by frame, without a connection.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The state of the sending side when memory is short at any moment. The operators below fail on
 // demand, for the whole program.
 #include <gtest/gtest.h>

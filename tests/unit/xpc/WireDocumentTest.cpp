@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The wire page against the code: its examples are what the code writes and accepts, and every
 // example is used.
 #include "tests/support/WireDocument.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shared by the programs that must not compile. Each one's first line says why it must not.
 #pragma once
 

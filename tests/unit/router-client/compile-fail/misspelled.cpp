@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // `override` catches a misspelled method.
 #include "tests/unit/router-client/compile-fail/Common.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Having the methods is not enough.
 #include "tests/unit/router-client/compile-fail/Common.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Compiles: the control that the other programs differ from in one point each.
 #include "tests/unit/router-client/compile-fail/Common.h"
 

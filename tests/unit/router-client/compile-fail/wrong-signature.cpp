@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // `override` catches a method that would hide the delegate's instead of overriding it.
 #include "tests/unit/router-client/compile-fail/Common.h"
 
