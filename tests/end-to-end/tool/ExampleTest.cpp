@@ -55,7 +55,7 @@ TEST_F(ExampleTest, SaysWhyThereIsNoInputWhereItsBundleIsNotFound) {
   const auto copy = directory / "client";
   std::filesystem::copy_file(builtPath("examples/client"), copy);
   const Outcome outcome = run({"/bin/sh", "-c", R"(exec "$0" 1 </dev/null)", copy}, onThisRoot());
-  EXPECT_NE(outcome.err.find("or not the one in " + directory.string() + "/Contents"),
+  EXPECT_NE(outcome.err.find("or is not the one in " + directory.string() + "/Contents"),
             std::string::npos)
       << outcome.err;
 }

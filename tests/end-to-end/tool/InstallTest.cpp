@@ -107,14 +107,17 @@ TEST_F(InstallTest, ANewerRouterIsReplacedByForceOnly) {
   install();
   becomeVersion("2.0");
   const Outcome refused = runTool({"install", "--authorize", "allow"});
-  EXPECT_TRUE(isRefusal(refused, 1, "version 2.0 is installed, and 1.0"));
+  EXPECT_TRUE(isRefusal(
+      refused, 1, "version 2.0 is installed, and this command carries the older version 1.0"));
   EXPECT_NE(refused.err.find("--force"), std::string::npos) << refused.err;
   EXPECT_EQ(status()["installedCopy"]["version"], "2.0");
   EXPECT_NE(runTool({"status"}).out.find("install --force"), std::string::npos);
 
   const Outcome forced = runTool({"install", "--force", "--authorize", "allow"});
   EXPECT_EQ(forced.status, 0) << forced.err;
-  EXPECT_TRUE(forced.out.starts_with("Replacing: version 2.0 is installed, and 1.0")) << forced.out;
+  EXPECT_TRUE(forced.out.starts_with(
+      "Replacing: version 2.0 is installed, and this command carries the older version 1.0"))
+      << forced.out;
   EXPECT_EQ(status()["installedCopy"]["version"], "1.0");
 }
 

@@ -255,7 +255,7 @@ TEST_F(Root, AJobOfAnUnservedServiceIsUnknown) {
                          {reinterpret_cast<const char*>(file.data()), file.size()});
   const auto result = connectResult("com.byhand");
   EXPECT_EQ(result.outcome, Outcome::UnknownName);
-  EXPECT_THAT(result.reason, HasSubstr("does not listen for it"));
+  EXPECT_THAT(result.reason, HasSubstr("is not listening for it"));
 }
 
 TEST_F(Root, AJobThatNamesAnotherProgramThanIsRunIsNoJob) {
