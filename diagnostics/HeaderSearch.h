@@ -9,7 +9,7 @@
 //
 // Threading: a value of one thread.
 // Ownership: keeps no bytes.
-// Errors: none; the line must be valid UTF-8, but may end inside a character.
+// Errors: never fails. The line must be valid UTF-8, but may end inside a character.
 // Order: each call gets the line from its beginning, at least as much of it as the call before.
 #pragma once
 
