@@ -1,7 +1,5 @@
 // A verb of the command, called in this process on a scripted platform and the test's own root.
 //
-// Threading: the test's thread.
-// Ownership: the fixture's.
 // Errors: a verb's errors are in the outcome, as the command would report them.
 #pragma once
 
