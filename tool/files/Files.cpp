@@ -28,7 +28,7 @@ class Descriptor {
   const int number_;
 };
 
-/// The size of the regular file behind the descriptor.
+/// The size of the regular file that is open as `descriptor`.
 std::size_t sizeOfRegularFile(int descriptor, const std::string& path, std::size_t limit) {
   struct stat status {};
   if (::fstat(descriptor, &status) != 0) throw Failure(path + ": " + describeErrno(errno));

@@ -3,7 +3,6 @@
 // Reads a file named by a person.
 //
 // Threading: any thread.
-// Ownership: the result is the caller's.
 // Errors: Failure, "FILE: cause".
 #pragma once
 

@@ -88,7 +88,7 @@ class Delegate final : public WLHIDEventRouterClientDelegate {
   const std::shared_ptr<TrialState> state_;
 };
 
-/// While it lives, every line is logged, and the state is told about input.
+/// While it lives, every line is logged, and the state is updated on input.
 ///
 /// The sink stays in place: a line admitted at the lower level may reach it after the level has
 /// been restored, and must not be shown then either.

@@ -2,8 +2,6 @@
 
 // The situations in which a person needs help, set up on a test's own root.
 //
-// Threading: the test's thread.
-// Ownership: the fixture's.
 // Errors: as in Process.h.
 #pragma once
 

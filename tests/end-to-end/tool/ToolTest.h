@@ -2,7 +2,6 @@
 
 // The command on the test's own system root.
 //
-// Threading: the test's thread.
 // Ownership: the fixture removes the directory and ends what runs in it.
 // Errors: as in Process.h.
 #pragma once

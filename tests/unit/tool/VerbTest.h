@@ -2,8 +2,6 @@
 
 // A verb of the command, called in this process on a scripted platform and the test's own root.
 //
-// Threading: the test's thread.
-// Ownership: the fixture's.
 // Errors: a verb's errors are in the outcome, as the command would report them.
 #pragma once
 
