@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <ranges>
 
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSDictionary.h"
@@ -170,7 +169,7 @@ FrameReader::State FrameReader::advance(std::size_t count) {
   filled_ += count;
   if (filled_ == length_.size()) {
     std::size_t size = 0;
-    for (const std::uint8_t byte : std::views::reverse(length_)) size = size << 8U | byte;
+    for (std::size_t i = length_.size(); i-- > 0;) size = size << 8U | length_.at(i);
     if (size == 0 || size > kMaximumControlBytes) return State::Malformed;
     content_.resize(size);
   }
