@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Two processors for the two ends of a latency measurement. Left alone, the scheduler puts both
+// Two processors for the two ends of a measurement. Left alone, the scheduler puts both
 // ends on one processor in some runs and on two in others, and in the first case a wake-up takes a
 // tenth of the time: the comparison would measure its choice.
 //
