@@ -32,6 +32,7 @@ inline constexpr LogTemplate sessionBegins{"session {count} (process {count}, us
 inline constexpr LogTemplate sessionRoutes{"session {count} (process {count}, user {private}): routes {device} ({text})"};
 inline constexpr LogTemplate sessionRoutesAlone{"session {count} (process {count}, user {private}): routes {device} ({text}) exclusively"};
 inline constexpr LogTemplate sessionCannotRoute{"session {count} (process {count}, user {private}): cannot route: Error Domain=HIDEventRouterDomain Code={code} {text}"};
+inline constexpr LogTemplate sessionRevoked{"session {count} (process {count}, user {private}): no longer routes {device}: {text}"};
 inline constexpr LogTemplate sessionStops{"session {count} (process {count}, user {private}): stops"};
 inline constexpr LogTemplate sessionTooSlow{"session {count} (process {count}, user {private}) is too slow: {count} more reports lost, {count} in all"};
 inline constexpr LogTemplate sessionLinesLeftOut{"session {count} (process {count}, user {private}): {count} lines about it were left out"};
@@ -44,28 +45,11 @@ inline constexpr LogTemplate devicePlayed{"{device} ({text}): the recording has 
 
 /// All of the above.
 inline constexpr std::array kTable{
-    &begins,
-    &ends,
-    &cannotRun,
-    &noEndpoint,
-    &idle,
-    &sessionsLeft,
-    &linesLeftOut,
-    &refused,
-    &tooManyConnections,
-    &ignored,
-    &noStatus,
-    &sessionBegins,
-    &sessionRoutes,
-    &sessionRoutesAlone,
-    &sessionCannotRoute,
-    &sessionStops,
-    &sessionTooSlow,
-    &sessionLinesLeftOut,
-    &sessionEnds,
-    &deviceFails,
-    &deviceGone,
-    &devicePlayed,
+    &begins,         &ends,          &cannotRun,      &noEndpoint,          &idle,
+    &sessionsLeft,   &linesLeftOut,  &refused,        &tooManyConnections,  &ignored,
+    &noStatus,       &sessionBegins, &sessionRoutes,  &sessionRoutesAlone,  &sessionCannotRoute,
+    &sessionRevoked, &sessionStops,  &sessionTooSlow, &sessionLinesLeftOut, &sessionEnds,
+    &deviceFails,    &deviceGone,    &devicePlayed,
 };
 
 }  // namespace router::row

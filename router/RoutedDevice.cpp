@@ -87,7 +87,11 @@ class RoutedDevice::Playback {
   }
 
   void deliver(std::span<const std::uint8_t> report, const Subscriptions& subscriptions) {
-    ReportInTransit transit(report, decoder_.reportID(report), decoder_.decode(report));
+    const std::uint32_t reportID = decoder_.reportID(report);
+    const bool isCovered = std::any_of(subscriptions.begin(), subscriptions.end(),
+                                       [=](const auto& each) { return each->covers(reportID); });
+    if (!isCovered) return;  // nobody may know what it says, so it is not decoded either
+    ReportInTransit transit(report, reportID, decoder_.decode(report));
     for (const auto& subscription : subscriptions) {
       if (!device_->waitsForReaders()) {
         subscription->deliver(&transit);

@@ -208,12 +208,14 @@ bool Router::Core::listener_shouldAcceptNewConnection(
     const std::shared_ptr<platform::NSXPCListener>& /*listener*/,
     const std::shared_ptr<platform::NSXPCConnection>& connection) {
   const uid_t user = connection->effectiveUserIdentifier();
-  if (!isAdmitted(root_, user)) {
+  const auto& authority = options_.authority;
+  const auto caller = authority == nullptr ? nullptr : authority->callerOf(*connection);
+  if (!isAdmitted(root_, user) || (authority != nullptr && caller == nullptr)) {
     log(user, LogLine::of<row::refused>(connection->processIdentifier(), user));
     return false;
   }
-  const auto session =
-      std::make_shared<Session>(nextNumber_.fetch_add(1), connection, weak_from_this(), backlog_);
+  const auto session = std::make_shared<Session>(nextNumber_.fetch_add(1), connection,
+                                                 weak_from_this(), backlog_, caller);
   connection->setExportedInterface(routerInterface());
   connection->setExportedObject<WLHIDEventRouterProtocol>(session);
   connection->setRemoteObjectInterface(routerClientInterface());

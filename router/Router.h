@@ -19,6 +19,7 @@
 #include "router/Devices.h"
 #include "router/RouterLimits.h"
 #include "router/RouterLog.h"
+#include "router/policy/RoutingAuthority.h"
 
 namespace router {
 
@@ -29,6 +30,8 @@ struct RouterOptions {
   RouterLimits limits;
   /// If null, those of the root.
   std::shared_ptr<const std::vector<std::unique_ptr<DeviceSource>>> sources;
+  /// Decides each start request. Null on a user's own root, whose owner may route everything in it.
+  std::shared_ptr<RoutingAuthority> authority;
 };
 
 class Router {

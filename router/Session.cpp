@@ -56,12 +56,14 @@ class ClientSink final : public ReportSink {
 }  // namespace
 
 Session::Session(std::uint64_t number, std::shared_ptr<platform::NSXPCConnection> connection,
-                 std::weak_ptr<SessionOwner> owner, const std::shared_ptr<Backlog>& backlog)
+                 std::weak_ptr<SessionOwner> owner, const std::shared_ptr<Backlog>& backlog,
+                 std::shared_ptr<RoutingCaller> caller)
     : number_(number),
       connection_(std::move(connection)),
       pid_(connection_->processIdentifier()),
       uid_(connection_->effectiveUserIdentifier()),
       owner_(std::move(owner)),
+      caller_(std::move(caller)),
       backlog_(backlog->share(uid_)),
       lines_(backlog_->limits().logLinesPerSession) {}
 
@@ -86,7 +88,7 @@ void Session::startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictio
   giveUpStart("another start request came");
   endRouting();
   ++latestStart_;
-  begin({entryID, deviceMode, tagDictionary, std::move(reply), {}, {}});
+  begin({entryID, deviceMode, tagDictionary, std::move(reply), Step::Turn, {}, {}});
 }
 
 void Session::begin(Start start) {
@@ -111,15 +113,63 @@ void Session::takeTurn(Start start) {
   const auto owner = owner_.lock();
   if (owner == nullptr) return;  // the router is gone, and its connections with it
   if (const auto error = prepare(*owner, &start)) return refuse(start, error);
+  if (caller_ == nullptr) return askPlace(std::move(start));
+  askPermission(std::move(start));
+}
+
+void Session::askPermission(Start start) {
+  start.waitsFor = Step::Permission;
+  start.ticket = {};
+  const DeviceDescription& device = start.routing.device->description();
+  const DeviceMode mode = start.routing.subscription->mode();
+  waitingStart_ = std::move(start);
+  const auto onQueue = [connection = std::weak_ptr(connection_)](std::function<void()> work) {
+    if (const auto awake = connection.lock()) awake->callOnQueue(std::move(work));
+  };
+  const auto decided = [onQueue, session = weak_from_this(),
+                        number = latestStart_](const RoutingAnswer& answer) {
+    onQueue([session, number, answer] {
+      if (const auto self = session.lock()) self->takePermission(number, answer);
+    });
+  };
+  const auto revoked = [onQueue, session = weak_from_this(),
+                        number = latestStart_](const std::string& reason) {
+    if (const auto self = session.lock()) self->silence(number);
+    onQueue([session, number, reason] {
+      if (const auto self = session.lock()) self->revoke(number, reason);
+    });
+  };
+  // The answer comes on this queue later, so the request is still waiting.
+  std::shared_ptr<RoutingPermit> permit = caller_->ask(device, mode, decided, revoked);
+  if (waitingStart_) waitingStart_->routing.permit = std::move(permit);
+}
+
+void Session::takePermission(std::uint64_t number, const RoutingAnswer& answer) {
+  if (!waitingStart_ || number != latestStart_ || waitingStart_->waitsFor != Step::Permission)
+    return;
+  Start start = *std::exchange(waitingStart_, std::nullopt);
+  if (!answer.isAllowed) {
+    start.routing.permit = nullptr;
+    return refuse(start, routerError(IOReturn::NotPermitted, answer.reason, start.entryID));
+  }
+  start.routing.subscription->limitTo(answer.reports);
+  askPlace(std::move(start));
+}
+
+void Session::askPlace(Start start) {
+  const auto owner = owner_.lock();
+  if (owner == nullptr) return;
   if (!start.routing.device->waitsForPlace(start.routing.subscription, wake()))
     return takePlace(std::move(start));
+  start.waitsFor = Step::Place;
   waitingStart_ = std::move(start);
   const auto until = StartLine::Clock::now() + backlog_->limits().handoverGrace;
   waitingStart_->ticket = owner->startLine().waitUntil(until, wake());
 }
 
 void Session::takePlace(Start start) {
-  const auto& [device, subscription] = start.routing;
+  const auto& device = start.routing.device;
+  const auto& subscription = start.routing.subscription;
   if (const auto error = device->admit(subscription)) return refuse(start, error);
   {
     const std::lock_guard lock(mutex_);
@@ -150,9 +200,27 @@ std::function<void()> Session::wake() {
 void Session::goOn(std::uint64_t number) {
   if (!waitingStart_ || number != latestStart_) return;
   Start start = *std::exchange(waitingStart_, std::nullopt);
-  if (start.routing.device != nullptr) return takePlace(std::move(start));
+  if (start.waitsFor == Step::Place) return takePlace(std::move(start));
   start.ticket.useTurn();
   takeTurn(std::move(start));
+}
+
+void Session::silence(std::uint64_t number) {
+  const Routing routing = currentRouting();
+  if (routing.device != nullptr && routing.start == number) routing.subscription->end();
+}
+
+void Session::revoke(std::uint64_t number, const std::string& reason) {
+  if (waitingStart_ && number == latestStart_) {
+    const Start start = *std::exchange(waitingStart_, std::nullopt);
+    start.routing.device->remove(start.routing.subscription);
+    return refuse(start, routerError(IOReturn::NotPermitted, reason, start.entryID));
+  }
+  const Routing routing = currentRouting();
+  if (routing.device == nullptr || routing.start != number) return;
+  log<row::sessionRevoked>(routing.device->description().registryEntryID, reason);
+  endRouting();
+  sayFarewell();
 }
 
 void Session::refuse(const Start& start, const std::shared_ptr<platform::NSError>& error) {
@@ -167,6 +235,7 @@ void Session::giveUpStart(const std::string& why) {
   Start start = *std::exchange(waitingStart_, std::nullopt);
   // Before the answer: once it is known, others may take what this request held.
   start.ticket = {};
+  start.routing.permit = nullptr;
   if (start.routing.device != nullptr) start.routing.device->remove(start.routing.subscription);
   start.reply(
       routerError(IOReturn::Aborted, "the start request was given up: " + why, start.entryID));
@@ -204,8 +273,10 @@ std::shared_ptr<platform::NSError> Session::prepare(SessionOwner& owner, Start* 
         if (const auto router = owner.lock()) router->noteRecordingEnded(process, entryID);
       });
   start->routing = {
-      device, std::make_shared<Subscription>(sink, std::move(filter),
-                                             static_cast<DeviceMode>(start->deviceMode), backlog_)};
+      device,
+      std::make_shared<Subscription>(sink, std::move(filter),
+                                     static_cast<DeviceMode>(start->deviceMode), backlog_),
+      nullptr, latestStart_};
   return nullptr;
 }
 

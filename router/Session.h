@@ -3,9 +3,11 @@
 // One client's connection and the device routed to it.
 //
 // A session routes one device at a time. A start request during a routing silently replaces it. A
-// start request may have to wait, for its turn or for a place at its device; meanwhile the queue
-// serves other messages. Another start request, a stop request and the end of the connection give
-// up the one that waits: it is answered with an error, and no longer holds anything.
+// start request may have to wait, for its turn, for permission or for a place at its device;
+// meanwhile the queue serves other messages. Another start request, a stop request and the end of
+// the connection give up the one that waits: it is answered with an error, and no longer holds
+// anything. When the permission is revoked, nothing more is delivered and the connection is closed
+// gracefully, so a client that still wants the device has to ask again.
 //
 // Threading: the two requests and the end of the connection arrive on the connection's queue, one
 //   at a time, and a waiting start resumes there; the rest may be called from any thread.
@@ -28,6 +30,7 @@
 #include "router/RoutedDevice.h"
 #include "router/RouterStatus.h"
 #include "router/StartLine.h"
+#include "router/policy/RoutingAuthority.h"
 
 namespace router {
 
@@ -51,8 +54,10 @@ class SessionOwner {
 class Session final : public WLHIDEventRouterProtocol,
                       public std::enable_shared_from_this<Session> {
  public:
+  /// `caller` is null where nobody has to be asked.
   Session(std::uint64_t number, std::shared_ptr<platform::NSXPCConnection> connection,
-          std::weak_ptr<SessionOwner> owner, const std::shared_ptr<Backlog>& backlog);
+          std::weak_ptr<SessionOwner> owner, const std::shared_ptr<Backlog>& backlog,
+          std::shared_ptr<RoutingCaller> caller = nullptr);
 
   void startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
       std::uint64_t entryID, std::uint64_t deviceMode,
@@ -80,7 +85,11 @@ class Session final : public WLHIDEventRouterProtocol,
   struct Routing {
     std::shared_ptr<RoutedDevice> device;
     std::shared_ptr<Subscription> subscription;
+    std::shared_ptr<RoutingPermit> permit;  // null where nobody has to be asked
+    std::uint64_t start = 0;                // which start request began it
   };
+
+  enum class Step { Turn, Permission, Place };
 
   /// A start request that has not been answered yet.
   struct Start {
@@ -88,17 +97,25 @@ class Session final : public WLHIDEventRouterProtocol,
     std::uint64_t deviceMode = 0;
     std::shared_ptr<platform::NSDictionary> tagDictionary;
     StartReply reply;
+    Step waitsFor = Step::Turn;
     Routing routing;           // empty while it waits for its turn
-    StartLine::Ticket ticket;  // while it waits
+    StartLine::Ticket ticket;  // while it waits for its turn or a place
   };
 
   /// In this order. Each answers the request, or leaves it waiting for the next step.
   void begin(Start start);
   void takeTurn(Start start);
+  void askPermission(Start start);
+  void takePermission(std::uint64_t number, const RoutingAnswer& answer);
+  void askPlace(Start start);
   void takePlace(Start start);
   /// Resumes the latest start request on the queue, if it is still waiting then.
   [[nodiscard]] std::function<void()> wake();
   void goOn(std::uint64_t number);
+  /// The start request of that number has lost its permission. The first may be called from any
+  /// thread and stops the delivery; the second closes the connection.
+  void silence(std::uint64_t number);
+  void revoke(std::uint64_t number, const std::string& reason);
   void refuse(const Start& start, const std::shared_ptr<platform::NSError>& error);
   void giveUpStart(const std::string& why);
 
@@ -120,6 +137,7 @@ class Session final : public WLHIDEventRouterProtocol,
   const pid_t pid_;
   const uid_t uid_;
   const std::weak_ptr<SessionOwner> owner_;
+  const std::shared_ptr<RoutingCaller> caller_;
   const std::shared_ptr<Backlog::Share> backlog_;
   LineBudget lines_;                   // on the connection's queue
   std::optional<Start> waitingStart_;  // on the connection's queue

@@ -32,6 +32,7 @@ bool Subscription::isActive() const {
 }
 
 void Subscription::deliver(ReportInTransit* report) {
+  if (!covers(report->reportID())) return;
   const std::lock_guard lock(sending_);
   if (!isActive_) return;
   if (!backlog_->admits(sink_->unsentBytes())) {
@@ -42,6 +43,7 @@ void Subscription::deliver(ReportInTransit* report) {
 }
 
 void Subscription::deliverWithoutLoss(ReportInTransit* report) {
+  if (!covers(report->reportID())) return;
   const std::lock_guard lock(sending_);
   if (isActive_) send(report);
 }

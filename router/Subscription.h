@@ -20,6 +20,7 @@
 #include "platform/foundation/NSData.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "router/Backlog.h"
+#include "router/ReportIDs.h"
 #include "router/StopSignal.h"
 #include "router/UsageFilter.h"
 
@@ -83,6 +84,12 @@ class Subscription {
   }
   [[nodiscard]] std::uint64_t lost() const { return lost_.load(std::memory_order_relaxed); }
 
+  /// Before it begins: the client gets these reports and no others. By default it gets all.
+  void limitTo(const ReportIDs& reports) { reports_ = reports; }
+  [[nodiscard]] bool covers(std::uint32_t reportID) const {
+    return reportID < reports_.size() && reports_[reportID];
+  }
+
   void begin();
   void end();
   [[nodiscard]] bool isActive() const;
@@ -112,6 +119,7 @@ class Subscription {
   const std::shared_ptr<ReportSink> sink_;
   const UsageFilter filter_;
   const DeviceMode mode_;
+  ReportIDs reports_ = allReports();
   const std::shared_ptr<Backlog::Share> backlog_;
   // Held while a report is passed to the sink, which never waits and never calls back, so that
   // end() can promise that nothing follows it.

@@ -241,6 +241,7 @@ class RouterFixture : public testing::Test {
     router::RouterOptions options;
     options.idleLimit = idleLimit;
     options.limits = limits;
+    options.authority = authority_;
     options.log = [log = routerLog_](std::string_view line) { log->add(std::string(line)); };
     router_ = std::make_unique<router::Router>(
         root(), platform::NSXPCListener::initWithListeningDescriptor(listen()), options);
@@ -307,6 +308,7 @@ class RouterFixture : public testing::Test {
   const testsupport::TemporaryDirectory temporary_;
   const std::filesystem::path& directory_ = temporary_.path();
   std::shared_ptr<LineLog> routerLog_ = std::make_shared<LineLog>();
+  std::shared_ptr<router::RoutingAuthority> authority_;  // set it before the router starts
   std::unique_ptr<router::Router> router_;
 
  private:

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Who may have which device's input: decided for each start request, by nobody but the router.
+//
+// A user's own root has no authority: its owner may route everything in it. On the system's own root
+// there is one, and what it does not allow is not routed.
+//
+// Threading: any thread. Callbacks come on any thread, possibly before the call that they belong to
+//   returns, with no lock held; they must not wait.
+// Ownership: a RoutingPermit is held for as long as it is needed. Dropping it withdraws the question
+//   or ends the permission.
+// Order: `decided` once, and after a yes `revoked` at most once. Either may still be on its way when
+//   the permit is dropped, so a receiver must be able to tell which permit a callback belongs to.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "platform/xpc/NSXPCConnection.h"
+#include "router/Devices.h"
+#include "router/ReportIDs.h"
+#include "router/Subscription.h"
+
+namespace router {
+
+struct RoutingAnswer {
+  bool isAllowed = false;
+  /// Why not, for the application and the log: one sentence without a full stop.
+  std::string reason;
+  /// What the permission covers.
+  ReportIDs reports = allReports();
+};
+
+/// A question that is being answered, or the permission that was the answer.
+class RoutingPermit {
+ public:
+  virtual ~RoutingPermit() = default;
+};
+
+/// The process at the other end of one connection.
+class RoutingCaller {
+ public:
+  using Decided = std::function<void(const RoutingAnswer& answer)>;
+  using Revoked = std::function<void(const std::string& reason)>;
+
+  virtual ~RoutingCaller() = default;
+  /// Asks whether this caller may have the device in that mode. Never waits.
+  [[nodiscard]] virtual std::unique_ptr<RoutingPermit> ask(const DeviceDescription& device,
+                                                           DeviceMode mode, Decided decided,
+                                                           Revoked revoked) = 0;
+};
+
+class RoutingAuthority {
+ public:
+  virtual ~RoutingAuthority() = default;
+  /// To be called when the connection is accepted: who calls is read from the kernel then. Null if
+  /// the caller cannot be identified, which refuses the connection.
+  [[nodiscard]] virtual std::shared_ptr<RoutingCaller> callerOf(
+      const platform::NSXPCConnection& connection) = 0;
+};
+
+}  // namespace router
