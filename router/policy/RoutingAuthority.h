@@ -2,14 +2,16 @@
 
 // Who may have which device's input: decided for each start request, by nobody but the router.
 //
-// A user's own root has no authority: its owner may route everything in it. On the system's own root
-// there is one, and what it does not allow is not routed.
+// A user's own root has no authority: its owner may route everything in it. On the system's own
+// root there is one, and what it does not allow is not routed.
 //
 // Threading: any thread. Callbacks come on any thread, possibly before the call that they belong to
 //   returns, with no lock held; they must not wait.
-// Ownership: a RoutingPermit is held for as long as it is needed. Dropping it withdraws the question
+// Ownership: a RoutingPermit is held for as long as it is needed. Dropping it withdraws the
+// question
 //   or ends the permission.
-// Order: `decided` once, and after a yes `revoked` at most once. Either may still be on its way when
+// Order: `decided` once, and after a yes `revoked` at most once. Either may still be on its way
+// when
 //   the permit is dropped, so a receiver must be able to tell which permit a callback belongs to.
 #pragma once
 

@@ -180,7 +180,8 @@ TEST_F(RoutingPermission, ANoIsTheAnswerWithItsReason) {
 
 TEST_F(RoutingPermission, IsLimitedToTheReportsThatItCovers) {
   const std::string text =
-      "R: 29 05 01 09 05 a1 01 85 01 75 08 95 01 09 30 81 02 85 02 09 31 81 02 85 03 09 32 81 02 c0\n"
+      "R: 29 05 01 09 05 a1 01 85 01 75 08 95 01 09 30 81 02 85 02 09 31 81 02 85 03 09 32 81 02 "
+      "c0\n"
       "N: Three\nI: 3 0001 0002\nE: 0.0 2 01 11\nE: 0.0 2 02 22\nE: 0.0 2 03 33\nE: 0.0 2 02 44\n"
       "E: 100000.0 2 01 55\n";
   const std::uint64_t id = addDevice("three", text, "1");

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "router/policy/QuestionLine.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace router {
+
+std::unique_ptr<QuestionLine::Place> QuestionLine::enter(uid_t user, Clock::time_point now,
+                                                         Question question) {
+  std::string refusal;
+  std::function<void()> open;
+  std::uint64_t number = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    forgetLocked(now);
+    refusal = refusalLocked(user, now);
+    if (refusal.empty()) {
+      auto& line = users_[user].line;
+      number = ++latest_;
+      if (line.empty()) open = question.open;
+      line.push_back({number, std::move(question)});
+    }
+  }
+  if (number == 0) {
+    question.refuse(refusal);
+    return nullptr;
+  }
+  auto place = std::make_unique<Place>(shared_from_this(), user, number);
+  if (open) open();
+  return place;
+}
+
+/// Why the user is not asked now, or nothing.
+std::string QuestionLine::refusalLocked(uid_t user, Clock::time_point now) {
+  const auto known = users_.find(user);
+  if (known == users_.end()) return {};
+  if (now < known->second.pausedUntil) {
+    const auto left = std::chrono::ceil<std::chrono::seconds>(known->second.pausedUntil - now);
+    return "a question like this was answered with no; the next one can be asked in " +
+           std::to_string(left.count()) + " s";
+  }
+  if (known->second.line.size() >= limits_.waitingPerUser)
+    return "too many questions are waiting for this user";
+  return {};
+}
+
+void QuestionLine::answered(uid_t user, std::uint64_t number, bool isYes, Clock::time_point now) {
+  std::deque<Waiting> refused;
+  std::string reason;
+  {
+    const std::lock_guard lock(mutex_);
+    const auto known = users_.find(user);
+    if (known == users_.end()) return;
+    User& asked = known->second;
+    if (asked.line.empty() || asked.line.front().number != number) return;
+    if (isYes) {
+      asked.nextPause = {};
+      return;  // the next one opens when this place is dropped
+    }
+    const auto pause = std::max(asked.nextPause, limits_.firstPause);
+    asked.pausedUntil = now + pause;
+    asked.nextPause = std::min(2 * pause, limits_.longestPause);
+    asked.line.pop_front();
+    refused.swap(asked.line);
+    reason = refusalLocked(user, now);
+  }
+  for (const Waiting& each : refused) each.question.refuse(reason);
+}
+
+void QuestionLine::leave(uid_t user, std::uint64_t number) {
+  std::function<void()> open;
+  Waiting left;  // destroyed without the lock
+  {
+    const std::lock_guard lock(mutex_);
+    const auto known = users_.find(user);
+    if (known == users_.end()) return;
+    auto& line = known->second.line;
+    const auto place = std::find_if(line.begin(), line.end(),
+                                    [=](const Waiting& each) { return each.number == number; });
+    if (place == line.end()) return;
+    const bool wasOpen = place == line.begin();
+    left = std::move(*place);
+    line.erase(place);
+    if (wasOpen && !line.empty()) open = line.front().question.open;
+  }
+  if (open) open();
+}
+
+/// Users whose last no is long past are like new ones.
+void QuestionLine::forgetLocked(Clock::time_point now) {
+  std::erase_if(users_, [&](const auto& each) {
+    const User& user = each.second;
+    return user.line.empty() && now >= user.pausedUntil + limits_.longestPause;
+  });
+}
+
+}  // namespace router

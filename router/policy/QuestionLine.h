@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// The questions that are put to people, so that no application can wear anyone down with them: a
+// user sees one at a time, and after a no there is a pause, which doubles with each further no.
+//
+// Threading: any thread. Callbacks come with no lock held, from the call that causes them.
+// Ownership: a place belongs to its question. Dropping it takes the question out of the line; a
+//   question that was open counts as withdrawn, and the next one opens.
+// Order: a user's questions open in the order in which they came. A no refuses all that wait.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace router {
+
+struct QuestionLimits {
+  std::chrono::seconds firstPause{10};
+  std::chrono::seconds longestPause{600};
+  std::size_t waitingPerUser = 16;  ///< else one user's questions fill memory
+};
+
+class QuestionLine : public std::enable_shared_from_this<QuestionLine> {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  /// Exactly one of the two is called, unless the place goes first.
+  struct Question {
+    std::function<void()> open;
+    std::function<void(const std::string& reason)> refuse;
+  };
+
+  class Place {
+   public:
+    Place(std::shared_ptr<QuestionLine> line, uid_t user, std::uint64_t number)
+        : line_(std::move(line)), user_(user), number_(number) {}
+    Place(const Place&) = delete;
+    Place& operator=(const Place&) = delete;
+    ~Place() { line_->leave(user_, number_); }
+    /// What the person said to the open question.
+    void answered(bool isYes, Clock::time_point now) {
+      line_->answered(user_, number_, isYes, now);
+    }
+
+   private:
+    const std::shared_ptr<QuestionLine> line_;
+    const uid_t user_;
+    const std::uint64_t number_;
+  };
+
+  explicit QuestionLine(const QuestionLimits& limits = {}) : limits_(limits) {}
+
+  /// Null after a refusal.
+  [[nodiscard]] std::unique_ptr<Place> enter(uid_t user, Clock::time_point now, Question question);
+
+ private:
+  struct Waiting {
+    std::uint64_t number = 0;
+    Question question;
+  };
+  struct User {
+    std::deque<Waiting> line;  // the first one is open
+    Clock::time_point pausedUntil{};
+    std::chrono::seconds nextPause{0};
+  };
+
+  void answered(uid_t user, std::uint64_t number, bool isYes, Clock::time_point now);
+  void leave(uid_t user, std::uint64_t number);
+  std::string refusalLocked(uid_t user, Clock::time_point now);
+  void forgetLocked(Clock::time_point now);
+
+  const QuestionLimits limits_;
+  std::mutex mutex_;
+  std::map<uid_t, User> users_;
+  std::uint64_t latest_ = 0;
+};
+
+}  // namespace router
