@@ -120,8 +120,9 @@ void Session::takeTurn(Start start) {
 void Session::askPermission(Start start) {
   start.waitsFor = Step::Permission;
   start.ticket = {};
-  const DeviceDescription& device = start.routing.device->description();
-  const DeviceMode mode = start.routing.subscription->mode();
+  const Subscription& subscription = *start.routing.subscription;
+  const RoutingRequest request{start.routing.device->description(), subscription.mode(),
+                               subscription.filter()};
   waitingStart_ = std::move(start);
   const auto onQueue = [connection = std::weak_ptr(connection_)](std::function<void()> work) {
     if (const auto awake = connection.lock()) awake->callOnQueue(std::move(work));
@@ -140,7 +141,7 @@ void Session::askPermission(Start start) {
     });
   };
   // The answer comes on this queue later, so the request is still waiting.
-  std::shared_ptr<RoutingPermit> permit = caller_->ask(device, mode, decided, revoked);
+  std::shared_ptr<RoutingPermit> permit = caller_->ask(request, decided, revoked);
   if (waitingStart_) waitingStart_->routing.permit = std::move(permit);
 }
 

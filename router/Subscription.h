@@ -79,6 +79,7 @@ class Subscription {
         backlog_(std::move(backlog)) {}
 
   [[nodiscard]] DeviceMode mode() const { return mode_; }
+  [[nodiscard]] const UsageFilter& filter() const { return filter_; }
   [[nodiscard]] std::uint64_t delivered() const {
     return delivered_.load(std::memory_order_relaxed);
   }

@@ -10,7 +10,6 @@ namespace router {
 std::unique_ptr<QuestionLine::Place> QuestionLine::enter(uid_t user, Clock::time_point now,
                                                          Question question) {
   std::string refusal;
-  std::function<void()> open;
   std::uint64_t number = 0;
   {
     const std::lock_guard lock(mutex_);
@@ -19,17 +18,27 @@ std::unique_ptr<QuestionLine::Place> QuestionLine::enter(uid_t user, Clock::time
     if (refusal.empty()) {
       auto& line = users_[user].line;
       number = ++latest_;
-      if (line.empty()) open = question.open;
-      line.push_back({number, std::move(question)});
+      line.push_back({number, std::move(question), false});
     }
   }
   if (number == 0) {
     question.refuse(refusal);
     return nullptr;
   }
-  auto place = std::make_unique<Place>(shared_from_this(), user, number);
+  return std::make_unique<Place>(shared_from_this(), user, number);
+}
+
+void QuestionLine::begin(uid_t user, std::uint64_t number) {
+  std::function<void()> open;
+  {
+    const std::lock_guard lock(mutex_);
+    auto& line = users_[user].line;
+    const auto place = std::find_if(line.begin(), line.end(),
+                                    [=](const Waiting& each) { return each.number == number; });
+    if (place == line.end() || std::exchange(place->hasBegun, true)) return;
+    if (place == line.begin()) open = place->question.open;
+  }
   if (open) open();
-  return place;
 }
 
 /// Why the user is not asked now, or nothing.
@@ -80,10 +89,11 @@ void QuestionLine::leave(uid_t user, std::uint64_t number) {
     const auto place = std::find_if(line.begin(), line.end(),
                                     [=](const Waiting& each) { return each.number == number; });
     if (place == line.end()) return;
-    const bool wasOpen = place == line.begin();
+    const bool wasFirst = place == line.begin();
     left = std::move(*place);
     line.erase(place);
-    if (wasOpen && !line.empty()) open = line.front().question.open;
+    const bool opens = wasFirst && !line.empty() && line.front().hasBegun;
+    if (opens) open = line.front().question.open;
   }
   if (open) open();
 }

@@ -45,6 +45,8 @@ class QuestionLine : public std::enable_shared_from_this<QuestionLine> {
     Place(const Place&) = delete;
     Place& operator=(const Place&) = delete;
     ~Place() { line_->leave(user_, number_); }
+    /// From now on the question may open, at once if it is first in the line.
+    void begin() { line_->begin(user_, number_); }
     /// What the person said to the open question.
     void answered(bool isYes, Clock::time_point now) {
       line_->answered(user_, number_, isYes, now);
@@ -58,20 +60,22 @@ class QuestionLine : public std::enable_shared_from_this<QuestionLine> {
 
   explicit QuestionLine(const QuestionLimits& limits = {}) : limits_(limits) {}
 
-  /// Null after a refusal.
+  /// Null after a refusal, which comes at once. Nothing else is called before begin().
   [[nodiscard]] std::unique_ptr<Place> enter(uid_t user, Clock::time_point now, Question question);
 
  private:
   struct Waiting {
     std::uint64_t number = 0;
     Question question;
+    bool hasBegun = false;
   };
   struct User {
-    std::deque<Waiting> line;  // the first one is open
+    std::deque<Waiting> line;  // the first one is open if it has begun
     Clock::time_point pausedUntil{};
     std::chrono::seconds nextPause{0};
   };
 
+  void begin(uid_t user, std::uint64_t number);
   void answered(uid_t user, std::uint64_t number, bool isYes, Clock::time_point now);
   void leave(uid_t user, std::uint64_t number);
   std::string refusalLocked(uid_t user, Clock::time_point now);

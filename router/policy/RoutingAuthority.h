@@ -23,8 +23,15 @@
 #include "router/Devices.h"
 #include "router/ReportIDs.h"
 #include "router/Subscription.h"
+#include "router/UsageFilter.h"
 
 namespace router {
+
+struct RoutingRequest {
+  DeviceDescription device;
+  DeviceMode mode = DeviceMode::Shared;
+  UsageFilter usages;  ///< what the application has named
+};
 
 struct RoutingAnswer {
   bool isAllowed = false;
@@ -47,10 +54,9 @@ class RoutingCaller {
   using Revoked = std::function<void(const std::string& reason)>;
 
   virtual ~RoutingCaller() = default;
-  /// Asks whether this caller may have the device in that mode. Never waits.
-  [[nodiscard]] virtual std::unique_ptr<RoutingPermit> ask(const DeviceDescription& device,
-                                                           DeviceMode mode, Decided decided,
-                                                           Revoked revoked) = 0;
+  /// Asks whether this caller may have the device. Never waits.
+  [[nodiscard]] virtual std::unique_ptr<RoutingPermit> ask(const RoutingRequest& request,
+                                                           Decided decided, Revoked revoked) = 0;
 };
 
 class RoutingAuthority {

@@ -86,11 +86,10 @@ class ScriptedAuthority final : public router::RoutingAuthority,
    public:
     explicit Caller(std::shared_ptr<ScriptedAuthority> authority)
         : authority_(std::move(authority)) {}
-    std::unique_ptr<router::RoutingPermit> ask(const router::DeviceDescription& device,
-                                               router::DeviceMode mode, Decided decided,
-                                               Revoked revoked) override {
+    std::unique_ptr<router::RoutingPermit> ask(const router::RoutingRequest& request,
+                                               Decided decided, Revoked revoked) override {
       auto permit = std::make_unique<Permit>(authority_);
-      authority_->add({device.registryEntryID, mode, decided, std::move(revoked)});
+      authority_->add({request.device.registryEntryID, request.mode, decided, std::move(revoked)});
       if (authority_->answer) decided(*authority_->answer);
       return permit;
     }

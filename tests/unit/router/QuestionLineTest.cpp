@@ -18,11 +18,15 @@ using testing::HasSubstr;
 class QuestionLineTest : public testing::Test {
  protected:
   std::unique_ptr<QuestionLine::Place> enter(const std::string& name, uid_t user = 1000) {
-    return line_->enter(user, now_,
-                        {[this, name] { events_.push_back(name + " opens"); },
-                         [this, name](const std::string& reason) {
-                           events_.push_back(name + " refused: " + reason);
-                         }});
+    auto place = line_->enter(user, now_, question(name));
+    if (place != nullptr) place->begin();
+    return place;
+  }
+  QuestionLine::Question question(const std::string& name) {
+    return {[this, name] { events_.push_back(name + " opens"); },
+            [this, name](const std::string& reason) {
+              events_.push_back(name + " refused: " + reason);
+            }};
   }
   /// Opens a question, which must be possible, and answers it with no.
   void sayNo(const std::string& name) {
@@ -64,6 +68,24 @@ TEST_F(QuestionLineTest, UsersDoNotWaitForEachOther) {
   const auto first = enter("first", 1000);
   const auto second = enter("second", 1001);
   EXPECT_THAT(takeEvents(), ElementsAre("first opens", "second opens"));
+}
+
+TEST_F(QuestionLineTest, OneThatHasNotBegunDoesNotOpen) {
+  const auto first = line_->enter(1000, now_, question("first"));
+  auto second = enter("second");
+  EXPECT_THAT(takeEvents(), ElementsAre());
+  first->begin();
+  first->begin();
+  EXPECT_THAT(takeEvents(), ElementsAre("first opens"));
+}
+
+TEST_F(QuestionLineTest, TheNextOpensWhenItBegins) {
+  auto first = enter("first");
+  const auto second = line_->enter(1000, now_, question("second"));
+  first.reset();
+  EXPECT_THAT(takeEvents(), ElementsAre("first opens"));
+  second->begin();
+  EXPECT_THAT(takeEvents(), ElementsAre("second opens"));
 }
 
 TEST_F(QuestionLineTest, ANoRefusesThoseThatWait) {
@@ -145,6 +167,7 @@ TEST_F(QuestionLineTest, AQuestionMayBeDroppedWhileItOpens) {
   std::unique_ptr<QuestionLine::Place> second;
   auto first = enter("first");
   second = line_->enter(1000, now_, {[&] { second.reset(); }, [](const std::string&) {}});
+  second->begin();
   auto third = enter("third");
   first.reset();
   EXPECT_THAT(takeEvents(), ElementsAre("first opens", "third opens"));

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "router/policy/SystemAuthority.h"
+
+#include <fcntl.h>
+
+#include <utility>
+
+#include "platform/services/FileDescriptor.h"
+#include "router/policy/RoutingInquiry.h"
+
+namespace router {
+namespace {
+
+using platform::system::PeerProcess;
+
+class SystemPermit final : public RoutingPermit {
+ public:
+  explicit SystemPermit(std::shared_ptr<RoutingInquiry> inquiry) : inquiry_(std::move(inquiry)) {}
+  SystemPermit(const SystemPermit&) = delete;
+  SystemPermit& operator=(const SystemPermit&) = delete;
+  ~SystemPermit() override { inquiry_->withdraw(); }
+
+ private:
+  const std::shared_ptr<RoutingInquiry> inquiry_;
+};
+
+class SystemCaller final : public RoutingCaller {
+ public:
+  SystemCaller(std::shared_ptr<const AuthoritySources> sources,
+               std::shared_ptr<QuestionLine> questions, PeerProcess process)
+      : sources_(std::move(sources)),
+        questions_(std::move(questions)),
+        process_(std::move(process)) {}
+
+  std::unique_ptr<RoutingPermit> ask(const RoutingRequest& request, Decided decided,
+                                     Revoked revoked) override {
+    auto inquiry = std::make_shared<RoutingInquiry>(sources_, questions_, process_, request,
+                                                    std::move(decided), std::move(revoked));
+    auto permit = std::make_unique<SystemPermit>(inquiry);
+    inquiry->begin();
+    return permit;
+  }
+
+ private:
+  const std::shared_ptr<const AuthoritySources> sources_;
+  const std::shared_ptr<QuestionLine> questions_;
+  const PeerProcess process_;
+};
+
+}  // namespace
+
+SystemAuthority::SystemAuthority(AuthoritySources sources, const QuestionLimits& limits)
+    : sources_(std::make_shared<const AuthoritySources>(std::move(sources))),
+      questions_(std::make_shared<QuestionLine>(limits)) {}
+
+std::shared_ptr<RoutingCaller> SystemAuthority::callerOf(
+    const platform::NSXPCConnection& connection) {
+  platform::FileDescriptor process;
+  if (const int known = connection.processDescriptor(); known >= 0)
+    process = platform::FileDescriptor(::fcntl(known, F_DUPFD_CLOEXEC, 0));
+  std::string whyNot;
+  auto caller =
+      PeerProcess::ofProcess(connection.processIdentifier(), connection.effectiveUserIdentifier(),
+                             std::move(process), whyNot);
+  return caller ? callerFor(std::move(*caller)) : nullptr;
+}
+
+std::shared_ptr<RoutingCaller> SystemAuthority::callerFor(PeerProcess process) const {
+  return std::make_shared<SystemCaller>(sources_, questions_, std::move(process));
+}
+
+}  // namespace router
