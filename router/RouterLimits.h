@@ -31,10 +31,10 @@ struct RouterLimits {
   /// noticed only after the new start. So a start request waits this long for a place at a device
   /// that other clients use.
   std::chrono::milliseconds handoverGrace{250};
-  /// A client that has been sent a recording to its end asks again when it has processed it. If
-  /// that takes longer than this, it gets the recording once more: an answer remembered for ever
-  /// would reach another process with the same ID.
-  std::chrono::seconds endedRecordingLifetime{600};
+  /// A client whose routing has ended for good asks again when it has processed what it got. If
+  /// that takes longer than this, it gets the device once more: an answer remembered for ever would
+  /// reach another process with the same ID.
+  std::chrono::seconds endedRoutingLifetime{600};
 
   // Log lines. A reader of the log must be able to find what matters to them.
   Rate logLinesPerSession{32, 1};  ///< else one client pushes the log's history out

@@ -7,14 +7,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <limits>
 #include <utility>
 
-#include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSDictionary.h"
-#include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
-#include "platform/foundation/PrintableText.h"
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
@@ -25,72 +21,10 @@ namespace router {
 namespace {
 
 using platform::FileDescriptor;
-using platform::NSArray;
 using platform::NSDictionary;
-using platform::NSNumber;
-using platform::NSObject;
 using platform::NSPropertyListFormat;
 using platform::NSPropertyListSerialization;
-using platform::NSString;
 using platform::objectCast;
-using platform::str;
-
-NSDictionary::Entry number(std::string_view key, std::uint64_t value) {
-  return {str(key), NSNumber::numberWithUnsignedLongLong(value)};
-}
-
-std::shared_ptr<NSObject> objectOf(const SessionStatus& session) {
-  std::vector<NSDictionary::Entry> entries{
-      number("PID", static_cast<std::uint64_t>(session.pid)), number("UID", session.uid),
-      number("Delivered", session.delivered), number("Lost", session.lost)};
-  if (session.device) {
-    entries.push_back(number("Device", *session.device));
-    entries.emplace_back(str("DeviceName"), str(platform::printableLine(session.deviceName)));
-    entries.emplace_back(str("Exclusive"), NSNumber::numberWithBool(session.exclusive));
-  }
-  return NSDictionary::dictionaryWithEntries(std::move(entries));
-}
-
-std::shared_ptr<NSObject> objectOf(const RouterStatus& status) {
-  std::vector<std::shared_ptr<NSObject>> sessions;
-  for (const SessionStatus& session : status.sessions) sessions.push_back(objectOf(session));
-  return NSDictionary::dictionaryWithEntries(
-      {number("PID", static_cast<std::uint64_t>(status.pid)),
-       {str("Version"), str(platform::printableLine(status.version))},
-       number("Lost", status.lost),
-       {str("Sessions"), NSArray::arrayWithObjects(std::move(sessions))}});
-}
-
-/// Empty if the value is missing or of another type.
-std::optional<std::uint64_t> numberIn(const NSDictionary& dictionary, std::string_view key) {
-  const auto value = objectCast<NSNumber>(dictionary.objectForKey(key));
-  return value == nullptr ? std::nullopt : std::optional(value->unsignedLongLongValue());
-}
-
-std::string textIn(const NSDictionary& dictionary, std::string_view key) {
-  const auto text = objectCast<NSString>(dictionary.objectForKey(key));
-  return text == nullptr ? std::string() : text->UTF8String();
-}
-
-/// −1 if it is not a process ID.
-pid_t processIn(const NSDictionary& dictionary) {
-  const auto value = numberIn(dictionary, "PID");
-  if (!value || *value > static_cast<std::uint64_t>(std::numeric_limits<pid_t>::max())) return -1;
-  return static_cast<pid_t>(*value);
-}
-
-SessionStatus sessionIn(const NSDictionary& dictionary) {
-  SessionStatus session;
-  session.pid = processIn(dictionary);
-  session.uid = static_cast<uid_t>(numberIn(dictionary, "UID").value_or(0));
-  session.device = numberIn(dictionary, "Device");
-  session.deviceName = textIn(dictionary, "DeviceName");
-  const auto exclusive = objectCast<NSNumber>(dictionary.objectForKey("Exclusive"));
-  session.exclusive = exclusive != nullptr && exclusive->boolValue();
-  session.delivered = numberIn(dictionary, "Delivered").value_or(0);
-  session.lost = numberIn(dictionary, "Lost").value_or(0);
-  return session;
-}
 
 constexpr std::string_view kRunDirectory = "var/run";
 constexpr std::size_t kMaxStatusBytes = std::size_t{64} << 20;
@@ -137,29 +71,13 @@ SettledFile openSettledFile(int directory) {
   return settled;
 }
 
-RouterStatus statusIn(const NSDictionary& list) {
-  RouterStatus status;
-  status.pid = processIn(list);
-  status.version = textIn(list, "Version");
-  status.lost = numberIn(list, "Lost").value_or(0);
-  if (const auto sessions = objectCast<NSArray>(list.objectForKey("Sessions"))) {
-    sessions->enumerateObjects([&](const std::shared_ptr<NSObject>& member) {
-      if (const auto session = objectCast<NSDictionary>(member))
-        status.sessions.push_back(sessionIn(*session));
-    });
-  }
-  return status;
-}
-
 std::optional<RouterStatus> read(const SettledFile& settled) {
   const auto bytes = platform::readDescriptor(settled.file.get(), fileName(), kMaxStatusBytes);
   const auto list = objectCast<NSDictionary>(
       NSPropertyListSerialization::propertyListWithData_options_format_error(
           platform::NSData::dataWithBytes(bytes), 0, nullptr, nullptr));
-  if (list == nullptr) return std::nullopt;
-  RouterStatus status = statusIn(*list);
-  if (status.pid <= 0) return std::nullopt;
-  status.isRunning = settled.isLocked;
+  auto status = list == nullptr ? std::nullopt : routerStatusIn(*list);
+  if (status) status->isRunning = settled.isLocked;
   return status;
 }
 
@@ -189,7 +107,7 @@ RouterStatusFile::RouterStatusFile(platform::SystemRoot root) : root_(std::move(
 
 void RouterStatusFile::write(const RouterStatus& status) {
   const auto data = NSPropertyListSerialization::dataWithPropertyList_format_error(
-      objectOf(status), NSPropertyListFormat::XML, nullptr);
+      dictionaryOf(status), NSPropertyListFormat::XML, nullptr);
   const FileDescriptor directory = runDirectory(root_, true);
   if (!directory) throw platform::fileSystemError("cannot write " + fileName(), ENOENT);
   file_ = writeLockedFile(directory.get(), fileName(), data->span());

@@ -7,7 +7,10 @@
 //     Version    string
 //     Lost       integer   reports lost to slow clients, over the router's whole life
 //     Sessions   array, one dictionary per connection:
+//       Session     integer    its number, for as long as it lasts
 //       PID, UID    integers   the client's process and user
+//       Program     string     the client's program; missing if unknown
+//       Unit        string     the systemd unit that it belongs to; likewise
 //       Device      integer    registry entry ID; missing if the client routes none
 //       DeviceName  string     likewise
 //       Exclusive   boolean    likewise
@@ -30,10 +33,12 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "platform/foundation/NSDictionary.h"
 #include "platform/services/SystemRoot.h"
 
 namespace router {
@@ -46,6 +51,9 @@ struct SessionStatus {
   bool exclusive = false;
   std::uint64_t delivered = 0;
   std::uint64_t lost = 0;
+  std::uint64_t number = 0;
+  std::string program{};
+  std::string unit{};
   friend bool operator==(const SessionStatus&, const SessionStatus&) = default;
 };
 
@@ -57,6 +65,11 @@ struct RouterStatus {
   bool isRunning = false;  ///< whether the router that wrote it was alive when it was read
   friend bool operator==(const RouterStatus&, const RouterStatus&) = default;
 };
+
+/// The same as an object: the content of the file, and what the control service replies.
+[[nodiscard]] std::shared_ptr<platform::NSDictionary> dictionaryOf(const RouterStatus& status);
+/// Empty if the dictionary is not a router's status.
+[[nodiscard]] std::optional<RouterStatus> routerStatusIn(const platform::NSDictionary& dictionary);
 
 /// For messages; the file itself is reached through the root's directory.
 [[nodiscard]] std::filesystem::path routerStatusFile(const platform::SystemRoot& root);

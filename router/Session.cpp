@@ -53,6 +53,12 @@ class ClientSink final : public ReportSink {
   const std::shared_ptr<WLHIDEventRouterClientProtocol> client_;
 };
 
+std::shared_ptr<platform::NSError> endOfRecording(const std::string& name, std::uint64_t entryID) {
+  return routerError(IOReturn::Underrun,
+                     stringWithFormat("the recording \"%s\" has been played to its end", name),
+                     entryID);
+}
+
 }  // namespace
 
 Session::Session(std::uint64_t number, std::shared_ptr<platform::NSXPCConnection> connection,
@@ -261,17 +267,12 @@ std::shared_ptr<platform::NSError> Session::prepare(SessionOwner& owner, Start* 
                        stringWithFormat("no device has the registry entry ID 0x%llx", entryID),
                        entryID);
   }
-  // A client asks again by itself when its connection ends. That request is answered with the end
-  // of the recording; only another one plays it once more.
-  if (owner.takeRecordingEnded(pid_, entryID)) {
-    return routerError(IOReturn::Underrun,
-                       stringWithFormat("the recording \"%s\" has been played to its end",
-                                        device->description().name),
-                       entryID);
-  }
-  const auto sink =
-      std::make_shared<ClientSink>(connection_, [owner = owner_, process = pid_, entryID] {
-        if (const auto router = owner.lock()) router->noteRecordingEnded(process, entryID);
+  if (auto ended = owner.endedRoutings().take(pid_, entryID)) return ended;
+  const auto sink = std::make_shared<ClientSink>(
+      connection_, [owner = owner_, process = pid_, entryID, name = device->description().name] {
+        const auto router = owner.lock();
+        if (router == nullptr) return;
+        router->endedRoutings().note(process, entryID, endOfRecording(name, entryID));
       });
   start->routing = {
       device,
@@ -330,6 +331,7 @@ SessionStatus Session::status(std::uint64_t* returnLostInAll) const {
   SessionStatus status;
   status.pid = pid_;
   status.uid = uid_;
+  status.number = number_;
   if (returnLostInAll != nullptr) *returnLostInAll = lostBefore;
   if (routing.device == nullptr) return status;
   status.device = routing.device->description().registryEntryID;

@@ -26,6 +26,7 @@
 
 #include "platform/xpc/NSXPCConnection.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
+#include "router/EndedRoutings.h"
 #include "router/Quotas.h"
 #include "router/RoutedDevice.h"
 #include "router/RouterStatus.h"
@@ -42,10 +43,7 @@ class SessionOwner {
   virtual StartLine& startLine() = 0;
   /// Null if no source has such a device.
   virtual std::shared_ptr<RoutedDevice> deviceWithID(std::uint64_t registryEntryID) = 0;
-  /// A client of that process has been sent the recording to its end.
-  virtual void noteRecordingEnded(pid_t process, std::uint64_t registryEntryID) = 0;
-  /// Whether one has and has not been told yet. It counts as told from then on.
-  virtual bool takeRecordingEnded(pid_t process, std::uint64_t registryEntryID) = 0;
+  virtual EndedRoutings& endedRoutings() = 0;
   virtual void sessionChanged() = 0;
   /// May leave out lines about a user who causes too many, and then logs how many.
   virtual void log(uid_t user, const platform::LogLine& line) = 0;

@@ -128,7 +128,7 @@ TEST_F(RouterBookkeeping, TheEndOfARecordingIsToldToItsOwnClientAboutItsOwnDevic
 TEST_F(RouterBookkeeping, TheEndOfARecordingIsForgottenAfterAWhile) {
   const std::uint64_t id = addDevice("mouse", kThreeReports);
   router::RouterLimits limits;
-  limits.endedRecordingLifetime = std::chrono::seconds(0);
+  limits.endedRoutingLifetime = std::chrono::seconds(0);
   startRouter(std::chrono::hours(1), limits);
   for (int i = 0; i < 2; ++i) {
     Client client;

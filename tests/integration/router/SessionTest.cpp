@@ -64,8 +64,7 @@ class Owner final : public platform::NSXPCListenerDelegate,
   std::shared_ptr<RoutedDevice> deviceWithID(std::uint64_t registryEntryID) override {
     return registryEntryID == kDevice ? device_ : nullptr;
   }
-  void noteRecordingEnded(pid_t, std::uint64_t) override {}
-  bool takeRecordingEnded(pid_t, std::uint64_t) override { return false; }
+  router::EndedRoutings& endedRoutings() override { return ended_; }
   void sessionChanged() override { changes.fetch_add(1); }
   void log(uid_t, const platform::LogLine& line) override { lines.add(line.text()); }
 
@@ -75,6 +74,7 @@ class Owner final : public platform::NSXPCListenerDelegate,
  private:
   const std::shared_ptr<StartLine> line_;
   const std::shared_ptr<router::Backlog> backlog_;
+  router::EndedRoutings ended_{RouterLimits()};
   const std::shared_ptr<RoutedDevice> device_ = std::make_shared<RoutedDevice>(
       router::DeviceDescription{kDevice, "Mouse", 3, 1, 2, "test"},
       [] { return std::make_unique<SilentDevice>(); }, [](std::string_view) {});

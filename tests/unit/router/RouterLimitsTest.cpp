@@ -25,7 +25,7 @@ TEST(RouterLimits, OfConnectionsRequestsAndLogLines) {
   expectRate(limits.starts, 2000, 1000);
   EXPECT_EQ(limits.startTimeout, seconds(1));
   EXPECT_EQ(limits.handoverGrace, milliseconds(250));
-  EXPECT_EQ(limits.endedRecordingLifetime, std::chrono::minutes(10));
+  EXPECT_EQ(limits.endedRoutingLifetime, std::chrono::minutes(10));
   expectRate(limits.logLinesPerSession, 32, 1);
   expectRate(limits.logLinesPerUser, 512, 16);
 }

@@ -38,6 +38,7 @@ TEST_F(RouterStatusTest, ReadsWhatWasWritten) {
   status.lost = 0x123456789abcdef0;
   status.sessions.push_back({42, 1000, std::nullopt, "", false, 0, 0});
   status.sessions.push_back({43, 0, 0x1ffffffff, "Maus <&> Ü", true, 5000000000, 7});
+  status.sessions.push_back({44, 7, std::nullopt, "", false, 0, 0, 12, "/usr/bin/pen", "a.scope"});
   status.isRunning = true;
   RouterStatusFile file(root());
   file.write(status);

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "router/RoutedDevices.h"
+
+#include <iterator>
+#include <utility>
+
+namespace router {
+
+std::vector<DeviceDescription> RoutedDevices::list() {
+  std::vector<DeviceDescription> devices;
+  std::vector<std::string> problems;
+  for (const auto& source : *sources_) {
+    for (DeviceDescription& device : source->list(&problems)) devices.push_back(std::move(device));
+  }
+  std::set<std::string> known(problems.begin(), problems.end());
+  {
+    const std::lock_guard lock(mutex_);
+    known.swap(problems_);
+  }
+  for (const std::string& problem : problems) {
+    if (!known.contains(problem)) log_(platform::LogLine::of<row::ignored>(problem));
+  }
+  return devices;
+}
+
+std::shared_ptr<RoutedDevice> RoutedDevices::withID(std::uint64_t registryEntryID) {
+  {
+    const std::lock_guard lock(mutex_);
+    const auto known = devices_.find(registryEntryID);
+    if (known != devices_.end()) return known->second;
+  }
+  // Listed anew: a device may have been added since the router started.
+  const auto description = describe(registryEntryID);
+  if (!description) return nullptr;
+  const auto unused = takeUnused();
+  auto device = std::make_shared<RoutedDevice>(
+      *description,
+      [sources = sources_, registryEntryID]() -> std::unique_ptr<OpenDevice> {
+        for (const auto& source : *sources) {
+          if (auto opened = source->open(registryEntryID)) return opened;
+        }
+        return nullptr;
+      },
+      log_);
+  const std::lock_guard lock(mutex_);
+  return devices_.emplace(registryEntryID, std::move(device)).first->second;
+}
+
+std::optional<DeviceDescription> RoutedDevices::describe(std::uint64_t registryEntryID) {
+  std::optional<DeviceDescription> found;
+  for (DeviceDescription& device : list()) {
+    if (device.registryEntryID == registryEntryID) found = std::move(device);
+  }
+  return found;
+}
+
+/// The devices are to be destroyed without the lock.
+std::vector<std::shared_ptr<RoutedDevice>> RoutedDevices::takeUnused() {
+  const std::lock_guard lock(mutex_);
+  std::vector<std::shared_ptr<RoutedDevice>> unused;
+  if (devices_.size() < most_) return unused;
+  for (auto device = devices_.begin(); device != devices_.end();) {
+    const bool isUnused = device->second.use_count() == 1;
+    if (isUnused) unused.push_back(std::move(device->second));
+    device = isUnused ? devices_.erase(device) : std::next(device);
+  }
+  return unused;
+}
+
+}  // namespace router
