@@ -8,15 +8,16 @@
 // Threading: any thread. Callbacks come on any thread, possibly before the call that they belong to
 //   returns, with no lock held; they must not wait.
 // Ownership: a RoutingPermit is held for as long as it is needed. Dropping it withdraws the
-// question
-//   or ends the permission.
+//   question or ends the permission.
 // Order: `decided` once, and after a yes `revoked` at most once. Either may still be on its way
-// when
-//   the permit is dropped, so a receiver must be able to tell which permit a callback belongs to.
+//   when the permit is dropped, so a receiver must be able to tell which permit a callback belongs
+//   to.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/xpc/NSXPCConnection.h"
@@ -24,6 +25,7 @@
 #include "router/ReportIDs.h"
 #include "router/Subscription.h"
 #include "router/UsageFilter.h"
+#include "router/policy/DeviceClass.h"
 
 namespace router {
 
@@ -31,6 +33,8 @@ struct RoutingRequest {
   DeviceDescription device;
   DeviceMode mode = DeviceMode::Shared;
   UsageFilter usages;  ///< what the application has named
+  /// Only to know the answer: nobody is asked, nothing is recorded, and a yes permits nothing.
+  bool isPreview = false;
 };
 
 struct RoutingAnswer {
@@ -39,6 +43,8 @@ struct RoutingAnswer {
   std::string reason;
   /// What the permission covers.
   ReportIDs reports = allReports();
+  /// With a no to a preview: a person would be asked, who may say yes.
+  bool needsPerson = false;
 };
 
 /// A question that is being answered, or the permission that was the answer.
@@ -57,6 +63,13 @@ class RoutingCaller {
   /// Asks whether this caller may have the device. Never waits.
   [[nodiscard]] virtual std::unique_ptr<RoutingPermit> ask(const RoutingRequest& request,
                                                            Decided decided, Revoked revoked) = 0;
+  /// Asks whether this caller may end a session that is not its own user's, or that may not even
+  /// exist: the answer must not depend on it. Never waits.
+  [[nodiscard]] virtual std::unique_ptr<RoutingPermit> askToEnd(std::uint64_t session,
+                                                                Decided decided) = 0;
+  /// For people; empty if unknown.
+  [[nodiscard]] virtual std::string program() const = 0;
+  [[nodiscard]] virtual std::string unit() const = 0;
 };
 
 class RoutingAuthority {
@@ -66,6 +79,9 @@ class RoutingAuthority {
   /// the caller cannot be identified, which refuses the connection.
   [[nodiscard]] virtual std::shared_ptr<RoutingCaller> callerOf(
       const platform::NSXPCConnection& connection) = 0;
+  /// Empty if there is no such device any more.
+  [[nodiscard]] virtual std::optional<Classification> classOf(
+      const DeviceDescription& device) const = 0;
 };
 
 }  // namespace router

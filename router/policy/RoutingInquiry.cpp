@@ -16,9 +16,9 @@ using platform::system::PolkitQuestion;
 using platform::system::SessionState;
 
 std::string whyNotInFront(const SessionState& state) {
-  if (state.hasEnded) return "its login session has ended";
-  if (state.isLocked) return "its login session is locked";
-  return "its login session is not active";
+  if (state.hasEnded) return "the login session has ended";
+  if (state.isLocked) return "the login session is locked";
+  return "the login session is not active";
 }
 
 const char* nameOf(DeviceClass deviceClass) {
@@ -112,8 +112,9 @@ void RoutingInquiry::answered(std::uint64_t number, Asks whom, const PolkitAnswe
   }
   if (place != nullptr) place->answered(answer.isYes(), sources_->now());
   if (answer.isYes()) return isLast ? allow() : ask(Asks::Rules);
-  if (whom == Asks::Rules && answer.needsPerson) return waitForPerson();
-  deny(answer.reason);
+  const bool needsPerson = whom == Asks::Rules && answer.needsPerson;
+  if (needsPerson && !request_.isPreview) return waitForPerson();
+  deny(answer.reason, needsPerson);
 }
 
 void RoutingInquiry::waitForPerson() {
@@ -147,7 +148,7 @@ void RoutingInquiry::allow() {
   decided_({true, {}, plan_.reports});
 }
 
-void RoutingInquiry::deny(const std::string& reason) {
+void RoutingInquiry::deny(const std::string& reason, bool needsPerson) {
   Held held;
   {
     const std::lock_guard lock(mutex_);
@@ -155,7 +156,7 @@ void RoutingInquiry::deny(const std::string& reason) {
     held = endLocked(Phase::Over);
   }
   record(RoutingRecord::Kind::Denied, reason);
-  decided_({false, "not permitted: " + reason, {}});
+  decided_({false, "not permitted: " + reason, {}, needsPerson});
 }
 
 void RoutingInquiry::withdraw() {
@@ -200,6 +201,7 @@ PolkitQuestion RoutingInquiry::question(Asks whom) const {
 }
 
 void RoutingInquiry::record(RoutingRecord::Kind kind, const std::string& reason) const {
+  if (request_.isPreview) return;
   sources_->record({kind, &caller_, &request_.device, device_.classification.deviceClass, reason});
 }
 

@@ -44,7 +44,7 @@ class RoutingInquiry : public std::enable_shared_from_this<RoutingInquiry> {
   void answered(std::uint64_t number, Asks whom, const platform::system::PolkitAnswer& answer);
   void waitForPerson();
   void allow();
-  void deny(const std::string& reason);
+  void deny(const std::string& reason, bool needsPerson = false);
   [[nodiscard]] platform::system::PolkitQuestion question(Asks whom) const;
   void record(RoutingRecord::Kind kind, const std::string& reason) const;
   /// Takes what is pending out of the state, to be destroyed without the lock.

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/services/FileDescriptor.h"
+#include "router/policy/EndInquiry.h"
 #include "router/policy/RoutingInquiry.h"
 
 namespace router {
@@ -41,6 +42,11 @@ class SystemCaller final : public RoutingCaller {
     inquiry->begin();
     return permit;
   }
+  std::unique_ptr<RoutingPermit> askToEnd(std::uint64_t session, Decided decided) override {
+    return EndInquiry::begin(sources_, questions_, {process_, session}, std::move(decided));
+  }
+  [[nodiscard]] std::string program() const override { return process_.program(); }
+  [[nodiscard]] std::string unit() const override { return process_.unit(); }
 
  private:
   const std::shared_ptr<const AuthoritySources> sources_;
@@ -64,6 +70,12 @@ std::shared_ptr<RoutingCaller> SystemAuthority::callerOf(
       PeerProcess::ofProcess(connection.processIdentifier(), connection.effectiveUserIdentifier(),
                              std::move(process), whyNot);
   return caller ? callerFor(std::move(*caller)) : nullptr;
+}
+
+std::optional<Classification> SystemAuthority::classOf(const DeviceDescription& device) const {
+  auto found = sources_->device(device);
+  if (!found) return std::nullopt;
+  return std::move(found->classification);
 }
 
 std::shared_ptr<RoutingCaller> SystemAuthority::callerFor(PeerProcess process) const {

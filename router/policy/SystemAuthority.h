@@ -73,6 +73,8 @@ class SystemAuthority final : public RoutingAuthority {
 
   [[nodiscard]] std::shared_ptr<RoutingCaller> callerOf(
       const platform::NSXPCConnection& connection) override;
+  [[nodiscard]] std::optional<Classification> classOf(
+      const DeviceDescription& device) const override;
   [[nodiscard]] std::shared_ptr<RoutingCaller> callerFor(
       platform::system::PeerProcess process) const;
 

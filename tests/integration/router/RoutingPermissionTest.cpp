@@ -48,6 +48,10 @@ class ScriptedAuthority final : public router::RoutingAuthority,
     return std::make_shared<Caller>(shared_from_this());
   }
 
+  std::optional<router::Classification> classOf(const router::DeviceDescription&) const override {
+    return std::nullopt;
+  }
+
   /// The `number`th question, from 1, once it has been asked.
   Question question(std::size_t number) {
     std::unique_lock lock(mutex_);
@@ -93,6 +97,11 @@ class ScriptedAuthority final : public router::RoutingAuthority,
       if (authority_->answer) decided(*authority_->answer);
       return permit;
     }
+    std::unique_ptr<router::RoutingPermit> askToEnd(std::uint64_t, Decided) override {
+      return nullptr;
+    }
+    [[nodiscard]] std::string program() const override { return {}; }
+    [[nodiscard]] std::string unit() const override { return {}; }
 
    private:
     const std::shared_ptr<ScriptedAuthority> authority_;

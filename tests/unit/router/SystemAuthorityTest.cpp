@@ -108,17 +108,32 @@ class SystemAuthorityTest : public testing::Test {
     caller_ = authority_->callerFor(*process);
   }
   std::unique_ptr<router::RoutingPermit> ask(router::DeviceMode mode = router::DeviceMode::Shared) {
-    makeAuthority();
     router::RoutingRequest request;
+    request.mode = mode;
+    return ask(std::move(request));
+  }
+  std::unique_ptr<router::RoutingPermit> preview() {
+    router::RoutingRequest request;
+    request.isPreview = true;
+    return ask(std::move(request));
+  }
+  std::unique_ptr<router::RoutingPermit> askToEnd(std::uint64_t session) {
+    makeAuthority();
+    return caller_->askToEnd(session, [this](const router::RoutingAnswer& answer) {
+      add(answer.isAllowed ? "may end" : "may not: " + answer.reason);
+    });
+  }
+  std::unique_ptr<router::RoutingPermit> ask(router::RoutingRequest request) {
+    makeAuthority();
     request.device.registryEntryID = 0x10007;
     request.device.name = "Pen \"x\" $(y)";
     request.device.vendor = 0x56a;
     request.device.product = 0x2f;
-    request.mode = mode;
     return caller_->ask(
         request,
         [this](const router::RoutingAnswer& answer) {
           reports_ = answer.reports;
+          needsPerson_ = answer.needsPerson;
           add(answer.isAllowed ? "allowed" : "refused: " + answer.reason);
         },
         [this](const std::string& reason) { add("told: " + reason); });
@@ -136,6 +151,7 @@ class SystemAuthorityTest : public testing::Test {
   std::vector<PolkitClient::Answered> answered_;
   std::vector<bool> isOpen_;
   router::ReportIDs reports_;
+  bool needsPerson_ = false;
   router::QuestionLine::Clock::time_point now_{std::chrono::seconds(100'000)};
   Events events_;
   std::unique_ptr<router::SystemAuthority> authority_;
@@ -229,16 +245,16 @@ TEST_F(SystemAuthorityTest, PolkitWithoutAnAnswerIsANo) {
 TEST_F(SystemAuthorityTest, NobodyIsAskedForASessionThatIsNotInFront) {
   first_->isActive = false;
   auto permit = ask();
-  const std::string inactive = "its login session is not active";
+  const std::string inactive = "the login session is not active";
   EXPECT_THAT(takeEvents(), ElementsAre("session c1", "denied: " + inactive,
                                         "refused: not permitted: " + inactive));
   first_ = inFront();
   first_->isLocked = true;
   permit = ask();
-  EXPECT_EQ(takeEvents().back(), "refused: not permitted: its login session is locked");
+  EXPECT_EQ(takeEvents().back(), "refused: not permitted: the login session is locked");
   first_->hasEnded = true;
   permit = ask();
-  EXPECT_EQ(takeEvents().back(), "refused: not permitted: its login session has ended");
+  EXPECT_EQ(takeEvents().back(), "refused: not permitted: the login session has ended");
 }
 
 TEST_F(SystemAuthorityTest, NothingIsAskedBeforeTheSessionIsKnown) {
@@ -256,8 +272,8 @@ TEST_F(SystemAuthorityTest, ASessionThatLeavesTheFrontWithdrawsTheQuestion) {
   state.isActive = false;
   changed_(state);
   EXPECT_THAT(takeEvents(),
-              ElementsAre("denied: its login session is not active",
-                          "refused: not permitted: its login session is not active", "withdrawn"));
+              ElementsAre("denied: the login session is not active",
+                          "refused: not permitted: the login session is not active", "withdrawn"));
   sayLast(yes());
   EXPECT_THAT(takeEvents(), ElementsAre());
 }
@@ -271,8 +287,8 @@ TEST_F(SystemAuthorityTest, APermissionEndsWithTheFrontAndDoesNotComeBack) {
   SessionState state = inFront();
   state.isLocked = true;
   changed_(state);
-  EXPECT_THAT(takeEvents(), ElementsAre("revoked: its login session is locked",
-                                        "told: its login session is locked"));
+  EXPECT_THAT(takeEvents(), ElementsAre("revoked: the login session is locked",
+                                        "told: the login session is locked"));
   changed_(inFront());
   changed_(state);
   EXPECT_THAT(takeEvents(), ElementsAre());
@@ -332,6 +348,98 @@ TEST_F(SystemAuthorityTest, ADeviceThatIsGoneIsRefused) {
   device_.reset();
   const auto permit = ask();
   EXPECT_EQ(takeEvents().back(), "refused: not permitted: the device has gone away");
+}
+
+// ---- To know the answer only
+
+TEST_F(SystemAuthorityTest, APreviewIsAYesThatLeavesNoTrace) {
+  answers_ = {yes()};
+  auto permit = preview();
+  EXPECT_THAT(takeEvents(), ElementsAre("session c1", "ask route", "allowed"));
+  permit.reset();
+  EXPECT_THAT(takeEvents(), ElementsAre());
+}
+
+TEST_F(SystemAuthorityTest, APreviewAsksNobodyAndSaysThatSomebodyWouldBeAsked) {
+  device_->classification.deviceClass = DeviceClass::Sensitive;
+  answers_ = {needsPerson()};
+  auto permit = preview();
+  EXPECT_THAT(takeEvents(),
+              ElementsAre("session c1", "ask route-sensitive", HasSubstr("refused: ")));
+  EXPECT_TRUE(needsPerson_);
+  // It is no question that a person could be tired of, and no no.
+  answers_ = {needsPerson(), yes()};
+  permit = ask();
+  EXPECT_EQ(takeEvents().back(), "allowed");
+}
+
+TEST_F(SystemAuthorityTest, APreviewOfANoLeavesNoTrace) {
+  answers_ = {no()};
+  auto permit = preview();
+  EXPECT_THAT(takeEvents(),
+              ElementsAre("session c1", "ask route", "refused: not permitted: polkit says no"));
+  EXPECT_FALSE(needsPerson_);
+  first_->isLocked = true;
+  permit = preview();
+  EXPECT_THAT(takeEvents(),
+              ElementsAre("session c1", "refused: not permitted: the login session is locked"));
+  EXPECT_FALSE(needsPerson_);
+}
+
+TEST_F(SystemAuthorityTest, APreviewDoesNotWaitBehindAQuestion) {
+  answers_ = {needsPerson()};
+  const auto open = ask();
+  takeEvents();
+  answers_ = {needsPerson()};
+  const auto permit = preview();
+  EXPECT_TRUE(needsPerson_);
+}
+
+// ---- The end of another user's session
+
+TEST_F(SystemAuthorityTest, AnEndIsAskedForWithoutAWordAboutTheSession) {
+  const auto permit = askToEnd(17);
+  EXPECT_THAT(takeEvents(), ElementsAre("ask end-session of a person"));
+  const PolkitQuestion& question = questions_.at(0);
+  EXPECT_EQ(question.process.processID(), ::getpid());
+  EXPECT_THAT(question.message, HasSubstr("wants to end session 17 of the HID event router"));
+  EXPECT_EQ(question.details.at("session"), "17");
+  EXPECT_EQ(question.details.size(), 2U) << "and the program that asks";
+  sayLast(yes());
+  EXPECT_THAT(takeEvents(), ElementsAre("may end"));
+  sayLast(no());
+  EXPECT_THAT(takeEvents(), ElementsAre());
+}
+
+TEST_F(SystemAuthorityTest, ANoToAnEndIsFollowedByAPause) {
+  answers_ = {no()};
+  auto permit = askToEnd(17);
+  EXPECT_THAT(takeEvents(),
+              ElementsAre("ask end-session of a person", "may not: not permitted: polkit says no"));
+  permit = askToEnd(18);
+  EXPECT_THAT(takeEvents(), ElementsAre(HasSubstr("can be asked in 10 s")));
+}
+
+TEST_F(SystemAuthorityTest, AnEndWaitsItsTurnAndIsWithdrawnWithItsPermit) {
+  answers_ = {needsPerson()};
+  auto routing = ask();
+  takeEvents();
+  auto permit = askToEnd(17);
+  EXPECT_THAT(takeEvents(), ElementsAre());
+  routing.reset();
+  EXPECT_THAT(takeEvents(), testing::Contains("ask end-session of a person"));
+  permit.reset();
+  EXPECT_THAT(takeEvents(), ElementsAre("withdrawn"));
+  sayLast(yes());
+  EXPECT_THAT(takeEvents(), ElementsAre());
+}
+
+TEST_F(SystemAuthorityTest, TheClassOfADeviceIsKnownWhileItIsThere) {
+  device_->classification.reason = "it is a pen";
+  makeAuthority();
+  EXPECT_EQ(authority_->classOf({})->reason, "it is a pen");
+  device_.reset();
+  EXPECT_FALSE(authority_->classOf({}).has_value());
 }
 
 }  // namespace
