@@ -6,16 +6,18 @@
 #include <array>
 #include <utility>
 
+#include "router/DescriptorItems.h"
 #include "router/RouterLimits.h"
 
 namespace router {
 
 namespace {
 
-constexpr std::uint32_t kMaxReportBits = RouterLimits::kReportBytes * 8;
-constexpr std::uint8_t kLongItemPrefix = 0xfe;
+using Item = DescriptorItem;
+using ItemReader = DescriptorItemReader;
+using ItemType = DescriptorItemType;
 
-enum class ItemType : std::uint8_t { Main = 0, Global = 1, Local = 2, Reserved = 3 };
+constexpr std::uint32_t kMaxReportBits = RouterLimits::kReportBytes * 8;
 
 enum class MainTag : std::uint8_t {
   Input = 8,
@@ -43,14 +45,6 @@ enum class LocalTag : std::uint8_t {
   Delimiter = 10
 };
 
-struct Item {
-  std::size_t offset = 0;
-  ItemType type = ItemType::Reserved;
-  std::uint8_t tag = 0;
-  std::uint8_t size = 0;    // of the data, in bytes
-  std::uint32_t value = 0;  // the data, zero-extended
-};
-
 std::int64_t signExtended(std::uint32_t value, std::uint8_t bytes) {
   switch (bytes) {
     case 1:
@@ -61,58 +55,6 @@ std::int64_t signExtended(std::uint32_t value, std::uint8_t bytes) {
       return static_cast<std::int32_t>(value);
   }
 }
-
-/// Splits the bytes into items.
-class ItemReader {
- public:
-  explicit ItemReader(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
-
-  /// False at the end. Skips long items.
-  bool next(Item* returnItem) {
-    while (position_ < bytes_.size()) {
-      if (bytes_[position_] == kLongItemPrefix) {
-        skipLongItem();
-      } else {
-        *returnItem = readShortItem();
-        return true;
-      }
-    }
-    return false;
-  }
-
- private:
-  void require(std::size_t itemLength) const {
-    if (itemLength > bytes_.size() - position_) {
-      throw ReportDescriptorError(
-          position_, "the item is truncated: it needs " + std::to_string(itemLength) +
-                         " bytes, but " + std::to_string(bytes_.size() - position_) + " are left");
-    }
-  }
-
-  void skipLongItem() {
-    constexpr std::size_t kHeader = 3;  // prefix, data size, tag
-    require(kHeader);
-    const std::size_t length = kHeader + bytes_[position_ + 1];
-    require(length);
-    position_ += length;
-  }
-
-  Item readShortItem() {
-    const std::uint8_t prefix = bytes_[position_];
-    const std::uint8_t size = (prefix & 3U) == 3U ? 4 : (prefix & 3U);
-    require(std::size_t{1} + size);
-    Item item{position_, static_cast<ItemType>((prefix >> 2U) & 3U),
-              static_cast<std::uint8_t>(prefix >> 4U), size, 0};
-    for (std::uint8_t i = 0; i < size; ++i) {
-      item.value |= static_cast<std::uint32_t>(bytes_[position_ + 1 + i]) << (8U * i);
-    }
-    position_ += std::size_t{1} + size;
-    return item;
-  }
-
-  std::span<const std::uint8_t> bytes_;
-  std::size_t position_ = 0;
-};
 
 /// Values that persist from item to item; Push and Pop save and restore them all.
 struct Globals {
