@@ -52,61 +52,49 @@ class SensitiveReportsWalk {
     std::uint32_t value = 0;
     for (std::size_t i = 1; i < item.size(); ++i)
       value |= static_cast<std::uint32_t>(item[i]) << (8 * (i - 1));
-    switch (item[0] & 0xfcU) {
+    switch (item[0] & 0x0cU) {
+      case 0x00:
+        return takeMain(item[0] & 0xf0U, value);
       case 0x04:
-        now_.page = value;
-        break;
-      case 0x74:
-        now_.size = value;
-        break;
-      case 0x94:
-        now_.count = value;
-        break;
-      case 0x84:
-        now_.report = value;
-        break;
-      case 0xa4:
-        saved_.push_back(now_);
-        break;
-      case 0xb4:
-        if (!saved_.empty()) now_ = saved_.back(), saved_.pop_back();
-        break;
+        return takeGlobal(item[0] & 0xf0U, value);
       case 0x08:
-        named_.push_back(range(item.size(), value, value));
-        break;
-      case 0x18:
-        low_ = range(item.size(), value, value);
-        pair();
-        break;
-      case 0x28:
-        high_ = range(item.size(), value, value);
-        pair();
-        break;
-      case 0x80:
-        takeInput(value);
-        named_.clear(), low_.reset(), high_.reset();
-        break;
-      case 0xa0:
-        takeCollection(value);
-        named_.clear(), low_.reset(), high_.reset();
-        break;
-      case 0xc0:
-        if (!open_.empty()) open_.pop_back();
-        [[fallthrough]];
-      default:
-        if ((item[0] & 0x0cU) == 0) named_.clear(), low_.reset(), high_.reset();
+        return takeLocal(item[0] & 0xf0U, range(item.size(), value));
     }
   }
 
-  static Named range(std::size_t length, std::uint32_t first, std::uint32_t last) {
-    if (length < 5) return {std::nullopt, first, last};
-    return {first >> 16U, first & 0xffffU, last & 0xffffU};
+  void takeMain(unsigned tag, std::uint32_t value) {
+    if (tag == 0x80) takeInput(value);
+    if (tag == 0xa0) takeCollection(value);
+    if (tag == 0xc0 && !open_.empty()) open_.pop_back();
+    named_.clear();
+    low_.reset();
+    high_.reset();
   }
 
-  void pair() {
+  void takeGlobal(unsigned tag, std::uint32_t value) {
+    if (tag == 0x00) now_.page = value;
+    if (tag == 0x70) now_.size = value;
+    if (tag == 0x80) now_.report = value;
+    if (tag == 0x90) now_.count = value;
+    if (tag == 0xa0) saved_.push_back(now_);
+    if (tag != 0xb0 || saved_.empty()) return;
+    now_ = saved_.back();
+    saved_.pop_back();
+  }
+
+  void takeLocal(unsigned tag, const Named& usage) {
+    if (tag == 0x00) named_.push_back(usage);
+    if (tag == 0x10) low_ = usage;
+    if (tag == 0x20) high_ = usage;
     if (!low_ || !high_) return;
     named_.push_back({low_->page ? low_->page : high_->page, low_->first, high_->last});
-    low_.reset(), high_.reset();
+    low_.reset();
+    high_.reset();
+  }
+
+  static Named range(std::size_t length, std::uint32_t usage) {
+    if (length < 5) return {std::nullopt, usage, usage};
+    return {usage >> 16U, usage & 0xffffU, usage & 0xffffU};
   }
 
   static bool touches(const Named& named, std::uint32_t first, std::uint32_t last) {

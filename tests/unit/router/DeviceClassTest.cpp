@@ -88,6 +88,18 @@ TEST(ClassRules, EachDecidesTheClassOfAListedDevice) {
   }
 }
 
+TEST(ClassRules, StandInTheDocumentationInTheirOrder) {
+  std::ifstream in(sourceDirectory() / "docs/security-model.md");
+  const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::size_t last = 0;
+  for (const ClassRule& rule : router::classRules()) {
+    const std::size_t at = text.find("\n| " + std::string(rule.words) + " | ");
+    ASSERT_NE(at, std::string::npos) << rule.words;
+    EXPECT_GT(at, last) << rule.words;
+    last = at;
+  }
+}
+
 TEST(ClassRules, HaveWordsOfTheirOwnAndUsagesInOrder) {
   std::set<std::string_view> words;
   for (const ClassRule& rule : router::classRules()) {
