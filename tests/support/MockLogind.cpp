@@ -112,6 +112,15 @@ void MockLogind::signalChange(const std::string& id, const char* property, bool 
   sd_bus_flush(bus_.connection());
 }
 
+void MockLogind::signalDone(const char* destination) {
+  bus_.run([&] {
+    const Message signal =
+        newSignal(bus_.connection(), "/test", "test.Logind", "Done", destination);
+    sd_bus_send(bus_.connection(), signal.get(), nullptr);
+    sd_bus_flush(bus_.connection());
+  });
+}
+
 void MockLogind::signalRemoved(const std::string& id, const char* destination) {
   bus_.run([&] {
     const Message signal =

@@ -49,6 +49,9 @@ class MockLogind {
   void signalActive(const std::string& id, bool isActive, const char* destination = nullptr);
   void signalRemoved(const std::string& id, const char* destination = nullptr);
 
+  /// A signal that means nothing, after all others.
+  void signalDone(const char* destination);
+
   /// A connection that pretends to be logind, but does not have its name.
   struct Impostor {};
   MockLogind(const std::string& address, Impostor impostor);

@@ -13,6 +13,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "tests/support/Inbox.h"
+
 namespace testsupport {
 namespace {
 
@@ -43,8 +45,9 @@ std::string configuration(const std::string& address) {
 )";
 }
 
-[[noreturn]] void becomeDaemon(const char* configurationOption, int ready) {
+[[noreturn]] void becomeDaemon(const char* configurationOption, int ready, int log) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  ::dup2(log, STDERR_FILENO);
   ::dup2(ready, kReadyDescriptor);
   ::execl(kDaemon, kDaemon, configurationOption, "--nofork", "--nopidfile", "--nosyslog",
           "--print-address=3", nullptr);
@@ -68,13 +71,17 @@ void PrivateBus::start() {
   std::array<int, 2> ready{};
   if (::pipe2(ready.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
   const std::string option = "--config-file=" + (directory_.path() / "bus.conf").string();
+  const int log = ::open((directory_.path() / "log").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
   daemon_ = ::fork();
-  if (daemon_ == 0) becomeDaemon(option.c_str(), ready[1]);
+  if (daemon_ == 0) becomeDaemon(option.c_str(), ready[1], log);
+  ::close(log);
   ::close(ready[1]);
   std::array<char, 512> address{};
   const ssize_t length = ::read(ready[0], address.data(), address.size());
   ::close(ready[0]);
-  if (length <= 0) throw std::runtime_error(std::string(kDaemon) + " cannot be started");
+  if (length <= 0)
+    throw std::runtime_error(std::string(kDaemon) +
+                             " cannot be started: " + readFile(directory_.path() / "log"));
 }
 
 void PrivateBus::stop() {
@@ -84,6 +91,15 @@ void PrivateBus::stop() {
   daemon_ = -1;
   std::error_code ignored;
   std::filesystem::remove(directory_.path() / "bus", ignored);
+}
+
+void waitForConnection(platform::system::SystemBus& bus) {
+  Inbox<bool> changes;
+  platform::system::SystemBus::ListenerID listener{};
+  bus.run([&] { listener = bus.listen([&](bool isConnected) { changes.put(isConnected); }); });
+  while (!changes.next()) {
+  }
+  bus.run([&] { bus.unlisten(listener); });
 }
 
 }  // namespace testsupport

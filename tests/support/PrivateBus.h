@@ -11,6 +11,7 @@
 
 #include <string>
 
+#include "platform/system/SystemBus.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace testsupport {
@@ -33,5 +34,8 @@ class PrivateBus {
   std::string address_;
   pid_t daemon_ = -1;
 };
+
+/// Returns when that connection is made.
+void waitForConnection(platform::system::SystemBus& bus);
 
 }  // namespace testsupport
