@@ -6,16 +6,18 @@
 #include <array>
 #include <utility>
 
+#include "router/DescriptorItems.h"
 #include "router/RouterLimits.h"
 
 namespace router {
 
 namespace {
 
-constexpr std::uint32_t kMaxReportBits = RouterLimits::kReportBytes * 8;
-constexpr std::uint8_t kLongItemPrefix = 0xfe;
+using Item = DescriptorItem;
+using ItemReader = DescriptorItemReader;
+using ItemType = DescriptorItemType;
 
-enum class ItemType : std::uint8_t { Main = 0, Global = 1, Local = 2, Reserved = 3 };
+constexpr std::uint32_t kMaxReportBits = RouterLimits::kReportBytes * 8;
 
 enum class MainTag : std::uint8_t {
   Input = 8,
@@ -43,14 +45,6 @@ enum class LocalTag : std::uint8_t {
   Delimiter = 10
 };
 
-struct Item {
-  std::size_t offset = 0;
-  ItemType type = ItemType::Reserved;
-  std::uint8_t tag = 0;
-  std::uint8_t size = 0;    // of the data, in bytes
-  std::uint32_t value = 0;  // the data, zero-extended
-};
-
 std::int64_t signExtended(std::uint32_t value, std::uint8_t bytes) {
   switch (bytes) {
     case 1:
@@ -61,58 +55,6 @@ std::int64_t signExtended(std::uint32_t value, std::uint8_t bytes) {
       return static_cast<std::int32_t>(value);
   }
 }
-
-/// Splits the bytes into items.
-class ItemReader {
- public:
-  explicit ItemReader(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
-
-  /// False at the end. Skips long items.
-  bool next(Item* returnItem) {
-    while (position_ < bytes_.size()) {
-      if (bytes_[position_] == kLongItemPrefix) {
-        skipLongItem();
-      } else {
-        *returnItem = readShortItem();
-        return true;
-      }
-    }
-    return false;
-  }
-
- private:
-  void require(std::size_t itemLength) const {
-    if (itemLength > bytes_.size() - position_) {
-      throw ReportDescriptorError(
-          position_, "the item is truncated: it needs " + std::to_string(itemLength) +
-                         " bytes, but " + std::to_string(bytes_.size() - position_) + " are left");
-    }
-  }
-
-  void skipLongItem() {
-    constexpr std::size_t kHeader = 3;  // prefix, data size, tag
-    require(kHeader);
-    const std::size_t length = kHeader + bytes_[position_ + 1];
-    require(length);
-    position_ += length;
-  }
-
-  Item readShortItem() {
-    const std::uint8_t prefix = bytes_[position_];
-    const std::uint8_t size = (prefix & 3U) == 3U ? 4 : (prefix & 3U);
-    require(std::size_t{1} + size);
-    Item item{position_, static_cast<ItemType>((prefix >> 2U) & 3U),
-              static_cast<std::uint8_t>(prefix >> 4U), size, 0};
-    for (std::uint8_t i = 0; i < size; ++i) {
-      item.value |= static_cast<std::uint32_t>(bytes_[position_ + 1 + i]) << (8U * i);
-    }
-    position_ += std::size_t{1} + size;
-    return item;
-  }
-
-  std::span<const std::uint8_t> bytes_;
-  std::size_t position_ = 0;
-};
 
 /// Values that persist from item to item; Push and Pop save and restore them all.
 struct Globals {
@@ -130,16 +72,40 @@ struct Globals {
 struct RawUsage {
   std::uint32_t id = 0;
   std::optional<std::uint32_t> page;
+  std::uint32_t pageInForce = 0;  // where the usage stands
+
+  [[nodiscard]] std::uint32_t on(std::uint32_t defaultPage) const {
+    return page.value_or(defaultPage) << 16U | id;
+  }
 };
 
 struct RawRange {
   RawUsage first;
-  std::uint32_t last = 0;
+  RawUsage last;
 };
+
+/// All that a range can mean at a main item where `page` is in force. If only one end names its
+/// page, the other's is that one, or the one in force; and the one in force may be that of the
+/// main item, or that of the end itself.
+void appendReadings(const RawRange& range, std::uint32_t page, std::vector<UsageRange>* to) {
+  const std::uint32_t ofRange = range.first.page.value_or(range.last.page.value_or(page));
+  const std::array<std::pair<std::uint32_t, std::uint32_t>, 3> readings = {
+      {{range.first.on(ofRange), range.last.on(ofRange)},
+       {range.first.on(page), range.last.on(page)},
+       {range.first.on(range.first.pageInForce), range.last.on(range.last.pageInForce)}}};
+  const std::size_t before = to->size();
+  for (const auto& [one, other] : readings) {
+    const UsageRange reading{std::min(one, other), std::max(one, other)};
+    if (std::find(to->begin() + static_cast<std::ptrdiff_t>(before), to->end(), reading) ==
+        to->end())
+      to->push_back(reading);
+  }
+}
 
 /// Values for the next main item only.
 struct Locals {
-  std::vector<RawRange> usages;
+  std::vector<RawRange> usages;  // those that count
+  std::vector<RawRange> others;  // alternatives, and ends of a range without another
   std::optional<RawUsage> minimum;
   std::optional<RawUsage> maximum;
   bool inDelimiter = false;
@@ -154,14 +120,15 @@ class Parser {
     ItemReader reader(bytes_);
     Item item;
     while (reader.next(&item)) take(item);
-    if (collectionDepth_ != 0) {
-      throw ReportDescriptorError(bytes_.size(),
-                                  std::to_string(collectionDepth_) + " collections are left open");
+    if (!openCollections_.empty()) {
+      throw ReportDescriptorError(
+          bytes_.size(), std::to_string(openCollections_.size()) + " collections are left open");
     }
     if (usesReportIDs_) makeRoomForReportIDs();
   }
 
   std::vector<ReportField> fields;
+  std::vector<Collection> collections;
   [[nodiscard]] bool usesReportIDs() const { return usesReportIDs_; }
   [[nodiscard]] std::uint32_t elementCount() const { return elementCount_; }
 
@@ -199,16 +166,26 @@ class Parser {
         addField(item, ReportType::Feature);
         break;
       case MainTag::Collection:
-        if (collectionDepth_ == RouterLimits::kCollectionDepth)
-          fail(item, "collections are nested too deeply");
-        ++collectionDepth_;
+        openCollection(item);
         break;
       case MainTag::EndCollection:
-        if (collectionDepth_ == 0) fail(item, "a collection is closed that was not opened");
-        --collectionDepth_;
+        if (openCollections_.empty()) fail(item, "a collection is closed that was not opened");
+        openCollections_.pop_back();
         break;
     }
     locals_ = {};
+  }
+
+  void openCollection(const Item& item) {
+    if (openCollections_.size() == RouterLimits::kCollectionDepth)
+      fail(item, "collections are nested too deeply");
+    collections.push_back({item.value, innermostCollection(), everyUsage()});
+    openCollections_.push_back(collections.size() - 1);
+  }
+
+  [[nodiscard]] std::optional<std::size_t> innermostCollection() const {
+    if (openCollections_.empty()) return std::nullopt;
+    return openCollections_.back();
   }
 
   void takeGlobal(const Item& item) {
@@ -258,15 +235,15 @@ class Parser {
     switch (static_cast<LocalTag>(item.tag)) {
       case LocalTag::Usage: {
         const RawUsage usage = rawUsage(item);
-        addUsages({usage, usage.id});
+        addUsages({usage, usage});
         break;
       }
       case LocalTag::UsageMinimum:
-        locals_.minimum = rawUsage(item);
+        setEnd(rawUsage(item), &locals_.minimum);
         completeRange(item);
         break;
       case LocalTag::UsageMaximum:
-        locals_.maximum = rawUsage(item);
+        setEnd(rawUsage(item), &locals_.maximum);
         completeRange(item);
         break;
       case LocalTag::Delimiter:
@@ -277,31 +254,50 @@ class Parser {
     }
   }
 
-  static RawUsage rawUsage(const Item& item) {
-    if (item.size < 4) return {item.value, std::nullopt};
-    return {item.value & 0xffffU, item.value >> 16U};
+  [[nodiscard]] RawUsage rawUsage(const Item& item) const {
+    if (item.size < 4) return {item.value, std::nullopt, globals_.usagePage};
+    return {item.value & 0xffffU, item.value >> 16U, globals_.usagePage};
+  }
+
+  void setEnd(const RawUsage& end, std::optional<RawUsage>* to) {
+    if (*to) locals_.others.push_back({**to, **to});  // it will not get another end
+    *to = end;
   }
 
   /// The two ends of a range may come in either order, and only one of them needs to give the page.
   void completeRange(const Item& item) {
     if (!locals_.minimum || !locals_.maximum) return;
-    RawUsage first = *locals_.minimum;
+    const RawUsage first = *locals_.minimum;
     const RawUsage last = *locals_.maximum;
     locals_.minimum.reset();
     locals_.maximum.reset();
     if (first.page && last.page && *first.page != *last.page)
       fail(item, "a usage range spans two usage pages");
     if (last.id < first.id) fail(item, "a usage range ends before it begins");
-    if (!first.page) first.page = last.page;
-    addUsages({first, last.id});
+    addUsages({first, last});
   }
 
   void addUsages(const RawRange& range) {
     if (locals_.inDelimiter) {
-      if (locals_.delimitedUsageTaken) return;
+      if (locals_.delimitedUsageTaken) {
+        locals_.others.push_back(range);
+        return;
+      }
       locals_.delimitedUsageTaken = true;
     }
     locals_.usages.push_back(range);
+  }
+
+  /// Of the main item, in every reading.
+  [[nodiscard]] std::vector<UsageRange> everyUsage() const {
+    std::vector<UsageRange> all;
+    for (const auto* ranges : {&locals_.usages, &locals_.others}) {
+      for (const RawRange& range : *ranges) appendReadings(range, globals_.usagePage, &all);
+    }
+    for (const auto& end : {locals_.minimum, locals_.maximum}) {
+      if (end) appendReadings({*end, *end}, globals_.usagePage, &all);
+    }
+    return all;
   }
 
   void takeDelimiter(const Item& item) {
@@ -332,9 +328,11 @@ class Parser {
     field.firstCookie = elementCount_ + 1;
     elementCount_ += field.count;
     for (const RawRange& range : locals_.usages) {
-      field.usages.appendRange(range.first.page.value_or(globals_.usagePage), range.first.id,
-                               range.last);
+      const auto page = range.first.page ? range.first.page : range.last.page;
+      field.usages.appendRange(page.value_or(globals_.usagePage), range.first.id, range.last.id);
     }
+    field.everyUsage = everyUsage();
+    field.collection = innermostCollection();
     fields.push_back(std::move(field));
   }
 
@@ -385,7 +383,7 @@ class Parser {
   Globals globals_;
   Locals locals_;
   std::vector<Globals> stack_;
-  std::size_t collectionDepth_ = 0;
+  std::vector<std::size_t> openCollections_;  // indexes, the innermost last
   std::uint32_t elementCount_ = 0;
   std::uint32_t valueCount_ = 0;  // of Input items
   std::array<std::uint32_t, 256> reportValues_{};
@@ -401,6 +399,18 @@ ReportDescriptorError::ReportDescriptorError(std::size_t offset, const std::stri
 void UsageList::appendRange(std::uint32_t page, std::uint32_t first, std::uint32_t last) {
   ranges_.push_back({count_, page, first, last});
   count_ += std::uint64_t{last} - first + 1;
+}
+
+std::vector<UsageRange> UsageList::firstRanges(std::uint64_t count) const {
+  std::vector<UsageRange> result;
+  for (const Range& range : ranges_) {
+    if (range.start >= count) break;
+    const std::uint64_t last =
+        std::min(std::uint64_t{range.last}, range.first + (count - range.start - 1));
+    result.push_back(
+        {range.page << 16U | range.first, range.page << 16U | static_cast<std::uint32_t>(last)});
+  }
+  return result;
 }
 
 std::optional<Usage> UsageList::at(std::uint64_t index) const {
@@ -434,9 +444,13 @@ Usage ReportField::noSelection() const {
   return {usages.empty() ? usagePage : usages.atOrLast(0).page, 0};
 }
 
-ReportDescriptor::ReportDescriptor(std::vector<ReportField> fields, bool usesReportIDs,
+ReportDescriptor::ReportDescriptor(std::vector<ReportField> fields,
+                                   std::vector<Collection> collections, bool usesReportIDs,
                                    std::uint32_t elementCount)
-    : fields_(std::move(fields)), usesReportIDs_(usesReportIDs), elementCount_(elementCount) {}
+    : fields_(std::move(fields)),
+      collections_(std::move(collections)),
+      usesReportIDs_(usesReportIDs),
+      elementCount_(elementCount) {}
 
 ReportDescriptor ReportDescriptor::parse(std::span<const std::uint8_t> bytes) {
   if (bytes.size() > RouterLimits::kDescriptorBytes) {
@@ -446,7 +460,8 @@ ReportDescriptor ReportDescriptor::parse(std::span<const std::uint8_t> bytes) {
   }
   Parser parser(bytes);
   parser.run();
-  return {std::move(parser.fields), parser.usesReportIDs(), parser.elementCount()};
+  return {std::move(parser.fields), std::move(parser.collections), parser.usesReportIDs(),
+          parser.elementCount()};
 }
 
 std::optional<Element> ReportDescriptor::elementWithCookie(std::uint64_t cookie) const {

@@ -15,7 +15,8 @@
 //
 // Usages: a usage given without a page gets the usage page in force at the main item. If a variable
 // item has more fields than usages, the last usage applies to the rest. Of a delimited set of
-// alternative usages the first is used.
+// alternative usages the first is used. Who must not miss a usage has everyUsage: what the item
+// names in any reading, whether or not a value can have it.
 //
 // Threading: immutable after parsing.
 // Ownership: a value; elements point into it.
@@ -53,6 +54,29 @@ struct Usage {
   friend bool operator==(const Usage&, const Usage&) = default;
 };
 
+/// Usages from the first to the last, both included, each as `page << 16 | usage`. The two may lie
+/// on different pages.
+struct UsageRange {
+  std::uint32_t first = 0;
+  std::uint32_t last = 0;
+
+  [[nodiscard]] bool overlaps(const UsageRange& other) const {
+    return first <= other.last && other.first <= last;
+  }
+  friend bool operator==(const UsageRange&, const UsageRange&) = default;
+};
+
+/// One Collection item.
+struct Collection {
+  static constexpr std::uint32_t kPhysical = 0;
+  static constexpr std::uint32_t kApplication = 1;
+  static constexpr std::uint32_t kLogical = 2;
+
+  std::uint32_t type = kPhysical;
+  std::optional<std::size_t> enclosing;  ///< index of the collection that it lies in
+  std::vector<UsageRange> everyUsage;    ///< that the item names, in any reading
+};
+
 /// The usages of one main item, in order. Ranges are kept as ranges.
 class UsageList {
  public:
@@ -65,6 +89,8 @@ class UsageList {
   [[nodiscard]] std::optional<Usage> at(std::uint64_t index) const;
   /// The last usage for indexes from count() on. The list must not be empty.
   [[nodiscard]] Usage atOrLast(std::uint64_t index) const;
+  /// The usages at the indexes below `count`.
+  [[nodiscard]] std::vector<UsageRange> firstRanges(std::uint64_t count) const;
 
  private:
   struct Range {
@@ -91,6 +117,8 @@ struct ReportField {
   std::int64_t logicalMaximum = 0;
   std::uint32_t usagePage = 0;  ///< in force at the item
   UsageList usages;
+  std::vector<UsageRange> everyUsage;     ///< that the item names, in any reading
+  std::optional<std::size_t> collection;  ///< index of the innermost one that it lies in
 
   /// The usage of field `index` of a variable item; usage 0 of the page in force if the item names
   /// no usage.
@@ -119,6 +147,8 @@ class ReportDescriptor {
   static ReportDescriptor parse(std::span<const std::uint8_t> bytes);
 
   [[nodiscard]] const std::vector<ReportField>& fields() const { return fields_; }
+  /// Each behind the one that it lies in.
+  [[nodiscard]] const std::vector<Collection>& collections() const { return collections_; }
   /// Whether every report begins with its ID.
   [[nodiscard]] bool usesReportIDs() const { return usesReportIDs_; }
   /// Cookies run from 1 to this.
@@ -127,9 +157,11 @@ class ReportDescriptor {
   [[nodiscard]] std::optional<Element> elementWithCookie(std::uint64_t cookie) const;
 
  private:
-  ReportDescriptor(std::vector<ReportField> fields, bool usesReportIDs, std::uint32_t elementCount);
+  ReportDescriptor(std::vector<ReportField> fields, std::vector<Collection> collections,
+                   bool usesReportIDs, std::uint32_t elementCount);
 
   std::vector<ReportField> fields_;
+  std::vector<Collection> collections_;
   bool usesReportIDs_ = false;
   std::uint32_t elementCount_ = 0;
 };

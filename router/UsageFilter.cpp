@@ -70,6 +70,12 @@ bool UsageFilter::wants(const platform::HIDElementValueRecord& value) const {
          std::binary_search(usages_.begin(), usages_.end(), value.usagePage << 16U | value.usage);
 }
 
+bool UsageFilter::wantsAnyOf(std::uint32_t first, std::uint32_t last) const {
+  if (wantsEverything()) return true;
+  const auto next = std::lower_bound(usages_.begin(), usages_.end(), first);
+  return next != usages_.end() && *next <= last;
+}
+
 std::span<const platform::HIDElementValueRecord> UsageFilter::select(
     std::span<const platform::HIDElementValueRecord> values,
     std::vector<platform::HIDElementValueRecord>* buffer) const {

@@ -35,6 +35,8 @@ class UsageFilter {
 
   [[nodiscard]] bool wantsEverything() const { return usages_.empty(); }
   [[nodiscard]] bool wants(const platform::HIDElementValueRecord& value) const;
+  /// Whether a usage from `first` to `last` passes, both included, each `page << 16 | usage`.
+  [[nodiscard]] bool wantsAnyOf(std::uint32_t first, std::uint32_t last) const;
   /// The wanted ones of `values`: `values` itself if all are, otherwise `buffer` filled with them.
   [[nodiscard]] std::span<const platform::HIDElementValueRecord> select(
       std::span<const platform::HIDElementValueRecord> values,

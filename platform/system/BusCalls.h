@@ -6,7 +6,8 @@
 // bus has a window of its own: that many calls are open at once, further ones wait here.
 //
 // Threading: the bus's thread.
-// Ownership: the bus outlives this object. Destruction forgets all calls without an answer.
+// Ownership: the bus outlives this object. Destruction forgets all calls without an answer, and
+//   does not happen within one.
 // Order: calls are sent in the order in which they were made; answers come as they come, and never
 //   before call() has returned.
 // Errors: as a BusReply without a message.
@@ -32,6 +33,7 @@ namespace platform::system {
 struct BusReply {
   sd_bus_message* message = nullptr;  ///< null if the call failed; belongs to the caller
   bool isLate = false;                ///< the time limit has passed
+  bool wasSent = false;               ///< it may have had an effect, whatever became of the answer
   std::string error{};                ///< why the call failed: one printable line
 };
 
@@ -49,21 +51,19 @@ class BusCalls {
 
   /// The time limit includes the wait for a place in the window.
   CallID call(Compose compose, std::chrono::nanoseconds limit, Answered answered);
-  /// Whether it was sent; then it may still have an effect, but no answer comes.
+  /// No answer comes. Returns whether it was sent.
   bool drop(CallID call);
-  /// Whether the message has gone to the bus and no answer has come.
-  [[nodiscard]] bool isSent(CallID call) const;
 
  private:
   struct Call;
   using Calls = std::map<CallID, std::unique_ptr<Call>>;
 
   void sendWaiting();
-  bool send(Call& call);
-  void failAllSoon(const std::string& why);
-  void failSoon(CallID call, const std::string& why);
-  void failThese();
-  void answer(CallID call, const BusReply& reply);
+  void send(Call& call);
+  void failSoon(CallID call, const char* why);
+  void failNow();
+  void loseAll();
+  void answer(CallID call, BusReply reply);
   std::unique_ptr<Call> take(CallID call);
 
   SystemBus& bus_;
@@ -74,7 +74,7 @@ class BusCalls {
   std::deque<CallID> waiting_;  ///< may name calls that are gone
   std::size_t open_ = 0;
   std::vector<std::pair<CallID, std::string>> failing_;
-  std::optional<SystemBus::TimerID> failure_;
+  std::optional<SystemBus::TimerID> failingSoon_;
 };
 
 }  // namespace platform::system

@@ -40,6 +40,8 @@ struct SessionState {
   friend bool operator==(const SessionState&, const SessionState&) = default;
 };
 
+class SessionWatches;
+
 class LoginSessions {
  public:
   enum class WatchID : std::uint64_t {};
@@ -70,11 +72,9 @@ class LoginSessions {
   void unwatch(WatchID watch);
 
  private:
-  class Watches;
-
   SystemBus& bus_;
   const SessionLookup lookup_;
-  std::shared_ptr<Watches> watches_;
+  std::shared_ptr<SessionWatches> watches_;
 };
 
 }  // namespace platform::system

@@ -2,9 +2,9 @@
 
 // A connection to the system's message bus, and the thread that it lives on.
 //
-// The connection is made when the object is, and again after it was lost: at once the first time,
-// then after longer and longer breaks. While there is none, connection() is null and whoever wants
-// to call somebody gets an error instead of a wait.
+// The connection is made when the object is, and again after it was lost, with longer and longer
+// breaks between the attempts. While there is none, connection() is null, and whoever wants to call
+// somebody gets an error instead of a wait.
 //
 // Threading: post, run and isOnItsThread from any thread, everything else on the bus's own thread.
 //   No lock is held while a job or a handler runs. They share the thread with everybody else who
@@ -49,8 +49,7 @@ class SystemBus {
   SystemBus() : SystemBus(Options()) {}
   SystemBus(const SystemBus&) = delete;
   SystemBus& operator=(const SystemBus&) = delete;
-  /// Tells the listeners that the connection is lost, and returns when the jobs that were posted
-  /// before it have run.
+  /// Tells the listeners that the connection is lost, and returns when no job is left.
   ~SystemBus();
 
   void post(std::function<void()> job);
@@ -70,7 +69,7 @@ class SystemBus {
   /// Calls `changed` with true for each new connection and with false when one is lost; at once if
   /// there is one now. After a loss, connection() is null and nothing that was sent over the lost
   /// one is answered any more.
-  ListenerID listen(std::function<void(bool isConnected)> changed);
+  ListenerID listen(const std::function<void(bool isConnected)>& changed);
   void unlisten(ListenerID listener);
 
   /// Calls `readable` whenever the descriptor is readable, until it is no longer watched.
@@ -81,14 +80,14 @@ class SystemBus {
   using Timers = std::multimap<Clock::time_point, std::pair<TimerID, std::function<void()>>>;
 
   void runThread();
-  void beginThread();
   void connect();
   bool start(BusConnection& connection) const;
   void tell(bool isConnected);
   void lose();
   /// Whether there may be more to process.
   bool processBus();
-  void runJobs();
+  /// Whether there were any.
+  bool runJobs();
   void runTimers();
   void wait();
   [[nodiscard]] Clock::duration timeLeft() const;
