@@ -28,6 +28,8 @@ inline constexpr LogTemplate tooManyConnections{"refused: user {private} has mor
 inline constexpr LogTemplate ignored{"ignored: {text}"};
 inline constexpr LogTemplate noStatus{"cannot write the status file: {text}"};
 
+inline constexpr LogTemplate grantsIgnored{"the administrator's grants are not used: {text}"};
+
 inline constexpr LogTemplate sessionBegins{"session {count} (process {count}, user {private}) begins"};
 inline constexpr LogTemplate sessionRoutes{"session {count} (process {count}, user {private}): routes {device} ({text})"};
 inline constexpr LogTemplate sessionRoutesAlone{"session {count} (process {count}, user {private}): routes {device} ({text}) exclusively"};
@@ -45,11 +47,30 @@ inline constexpr LogTemplate devicePlayed{"{device} ({text}): the recording has 
 
 /// All of the above.
 inline constexpr std::array kTable{
-    &begins,         &ends,          &cannotRun,      &noEndpoint,          &idle,
-    &sessionsLeft,   &linesLeftOut,  &refused,        &tooManyConnections,  &ignored,
-    &noStatus,       &sessionBegins, &sessionRoutes,  &sessionRoutesAlone,  &sessionCannotRoute,
-    &sessionRevoked, &sessionStops,  &sessionTooSlow, &sessionLinesLeftOut, &sessionEnds,
-    &deviceFails,    &deviceGone,    &devicePlayed,
+    &begins,
+    &ends,
+    &cannotRun,
+    &noEndpoint,
+    &idle,
+    &sessionsLeft,
+    &linesLeftOut,
+    &refused,
+    &tooManyConnections,
+    &ignored,
+    &noStatus,
+    &grantsIgnored,
+    &sessionBegins,
+    &sessionRoutes,
+    &sessionRoutesAlone,
+    &sessionCannotRoute,
+    &sessionRevoked,
+    &sessionStops,
+    &sessionTooSlow,
+    &sessionLinesLeftOut,
+    &sessionEnds,
+    &deviceFails,
+    &deviceGone,
+    &devicePlayed,
 };
 
 }  // namespace router::row
