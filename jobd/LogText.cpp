@@ -2,16 +2,13 @@
 
 #include "jobd/LogText.h"
 
-#include <array>
 #include <cstdint>
-#include <cstdio>
-
-#include "platform/foundation/PrintableText.h"
 
 namespace jobd {
 namespace {
 
-constexpr std::size_t kMaximumCharacters = kMaximumEntryBytes + kContinuationMark.size();
+static_assert(kMaximumEntryBytes + kContinuationMark.size() <=
+              platform::kMaximumLogEntryCharacters);
 
 /// Where to cut `text`, which is longer than one entry: not inside a UTF-8 sequence.
 std::size_t cutPosition(std::string_view text) {
@@ -21,18 +18,6 @@ std::size_t cutPosition(std::string_view text) {
 }
 
 }  // namespace
-
-std::string logEntry(const std::tm& time, std::string_view host, std::string_view name,
-                     long process, std::string_view text) {
-  static constexpr std::array<const char*, 12> months{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                                      "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  std::array<char, 64> stamp{};
-  std::snprintf(stamp.data(), stamp.size(), "%s %2d %02d:%02d:%02d ",
-                months.at(static_cast<std::size_t>(time.tm_mon) % 12), time.tm_mday, time.tm_hour,
-                time.tm_min, time.tm_sec);
-  return stamp.data() + std::string(host) + " " + std::string(name) + "[" +
-         std::to_string(process) + "]: " + platform::printableLine(text, kMaximumCharacters) + "\n";
-}
 
 void LineSplitter::feed(std::string_view bytes, const Sink& sink) {
   rest_ += bytes;

@@ -7,10 +7,11 @@
 #pragma once
 
 #include <cstddef>
-#include <ctime>
 #include <functional>
 #include <string>
 #include <string_view>
+
+#include "platform/foundation/LogEntryText.h"
 
 namespace jobd {
 
@@ -21,10 +22,7 @@ inline constexpr std::size_t kMaximumEntryBytes = 2048;
 /// What a continuation starts with; no row of a log table does.
 inline constexpr std::string_view kContinuationMark = "… ";
 
-/// "Nov 21 03:12:45 host name[345]: text\n", with the text made one printable line; a day below 10
-/// has two spaces before it.
-[[nodiscard]] std::string logEntry(const std::tm& time, std::string_view host,
-                                   std::string_view name, long process, std::string_view text);
+using platform::logEntry;
 
 /// Splits a stream of bytes into lines of at most kMaximumEntryBytes, never inside a UTF-8
 /// sequence.

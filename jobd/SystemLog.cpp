@@ -7,12 +7,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <ctime>
 #include <utility>
 
 #include "jobd/LogText.h"
-#include "platform/foundation/PrintableText.h"
 
 namespace jobd {
 namespace {
@@ -20,16 +18,6 @@ namespace {
 constexpr const char* kFileName = "system.log";
 constexpr std::string_view kOwnName = "wlhid-jobd";
 constexpr const char* kOldFileName = "system.log.0";
-
-std::string hostName() {
-  std::array<char, 256> name{};
-  if (::gethostname(name.data(), name.size() - 1) != 0 || name[0] == '\0') return "localhost";
-  std::string host = platform::printableLine(name.data());
-  for (char& c : host) {
-    if (c == ' ') c = '_';  // the host is one word of an entry
-  }
-  return host;
-}
 
 /// An upper bound for the length of the entry: an escaped byte takes four characters.
 std::size_t largestEntryOf(std::string_view text) {
@@ -43,7 +31,7 @@ std::size_t largestEntryOf(std::string_view text) {
 }  // namespace
 
 SystemLog::SystemLog(platform::FileDescriptor directory, std::uint64_t limit)
-    : directory_(std::move(directory)), limit_(limit), host_(hostName()) {}
+    : directory_(std::move(directory)), limit_(limit), host_(platform::logHostName()) {}
 
 void SystemLog::write(std::string_view name, long process, std::string_view text) {
   if (mayWrite(name, largestEntryOf(text))) append(entry(name, process, text));

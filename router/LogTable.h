@@ -23,12 +23,17 @@ inline constexpr LogTemplate noEndpoint{"no endpoint was passed for {label}: {te
 inline constexpr LogTemplate idle{"nobody is connected"};
 inline constexpr LogTemplate sessionsLeft{"{count} sessions did not end in time"};
 inline constexpr LogTemplate linesLeftOut{"{count} lines about user {private} were left out"};
+inline constexpr LogTemplate linesNotWritten{"{count} lines were left out: the log could not be written, or not fast enough"};
 inline constexpr LogTemplate refused{"refused: process {count} of user {private}"};
 inline constexpr LogTemplate tooManyConnections{"refused: user {private} has more than {count} connections"};
 inline constexpr LogTemplate ignored{"ignored: {text}"};
 inline constexpr LogTemplate noStatus{"cannot write the status file: {text}"};
 
 inline constexpr LogTemplate grantsIgnored{"the administrator's grants are not used: {text}"};
+inline constexpr LogTemplate routingGranted{"process {count} of user {private} may have {device} ({text})"};
+inline constexpr LogTemplate routingDenied{"process {count} of user {private} may not have {device}: {text}"};
+inline constexpr LogTemplate routingRevoked{"process {count} of user {private} may no longer have {device}: {text}"};
+inline constexpr LogTemplate routingEnded{"process {count} of user {private} no longer has {device} ({text})"};
 
 inline constexpr LogTemplate sessionBegins{"session {count} (process {count}, user {private}) begins"};
 inline constexpr LogTemplate sessionRoutes{"session {count} (process {count}, user {private}): routes {device} ({text})"};
@@ -54,11 +59,16 @@ inline constexpr std::array kTable{
     &idle,
     &sessionsLeft,
     &linesLeftOut,
+    &linesNotWritten,
     &refused,
     &tooManyConnections,
     &ignored,
     &noStatus,
     &grantsIgnored,
+    &routingGranted,
+    &routingDenied,
+    &routingRevoked,
+    &routingEnded,
     &sessionBegins,
     &sessionRoutes,
     &sessionRoutesAlone,
