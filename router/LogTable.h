@@ -43,6 +43,8 @@ inline constexpr LogTemplate sessionRevoked{"session {count} (process {count}, u
 inline constexpr LogTemplate sessionStops{"session {count} (process {count}, user {private}): stops"};
 inline constexpr LogTemplate sessionTooSlow{"session {count} (process {count}, user {private}) is too slow: {count} more reports lost, {count} in all"};
 inline constexpr LogTemplate sessionLinesLeftOut{"session {count} (process {count}, user {private}): {count} lines about it were left out"};
+inline constexpr LogTemplate sessionEndedFor{"session {count} (process {count}, user {private}) is ended on request of process {count} of user {private}"};
+inline constexpr LogTemplate endRefused{"process {count} of user {private} may not end session {count}: {text}"};
 inline constexpr LogTemplate sessionEnds{"session {count} (process {count}, user {private}): has ended"};
 
 inline constexpr LogTemplate deviceFails{"{device}: {text}"};
@@ -77,6 +79,8 @@ inline constexpr std::array kTable{
     &sessionStops,
     &sessionTooSlow,
     &sessionLinesLeftOut,
+    &sessionEndedFor,
+    &endRefused,
     &sessionEnds,
     &deviceFails,
     &deviceGone,

@@ -4,9 +4,6 @@
 
 namespace router {
 
-TurnQuota::TurnQuota(const RouterLimits& limits)
-    : ratePerUser_(limits.startsPerUser), maximumWait_(limits.startTimeout), all_(limits.starts) {}
-
 std::optional<TurnQuota::Turn> TurnQuota::reserve(uid_t user, Time now) {
   const std::lock_guard lock(mutex_);
   // A bucket that is full again is the same as a new one.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Rate limits that clients share: turns for their start requests, and log lines.
+// Rate limits that clients share: turns for their requests, and log lines.
 //
 // Threading: any thread. No lock is held while anyone waits.
 // Order: turns are given in the order of the requests.
@@ -33,7 +33,10 @@ class TurnQuota {
     [[nodiscard]] Time due() const { return std::max(ofUser, ofAll); }
   };
 
-  explicit TurnQuota(const RouterLimits& limits);
+  explicit TurnQuota(const RouterLimits& limits)
+      : TurnQuota(limits.startsPerUser, limits.starts, limits.startTimeout) {}
+  TurnQuota(Rate ofUser, Rate ofAll, std::chrono::milliseconds maximumWait)
+      : ratePerUser_(ofUser), maximumWait_(maximumWait), all_(ofAll) {}
   /// A turn for a request of that user, or nothing if it would be too late.
   std::optional<Turn> reserve(uid_t user, Time now);
   /// Returns the latest turn of that user and of all, which was not needed.

@@ -19,6 +19,7 @@
 #include "router/RouterStatus.h"
 #include "router/Session.h"
 #include "router/SessionRegistry.h"
+#include "router/control/RouterControl.h"
 
 namespace router {
 
@@ -117,6 +118,7 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
   void log(uid_t user, const platform::LogLine& line) override;
 
  private:
+  void offerControl();
   bool keep(const std::shared_ptr<Session>& session);
   void sessionEnded(const std::shared_ptr<Session>& session);
   void logLeftOut();
@@ -132,6 +134,7 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
   const std::shared_ptr<Backlog> backlog_;
   const std::shared_ptr<StartLine> startLine_;
   const std::shared_ptr<SessionRegistry> sessions_;
+  std::shared_ptr<RouterControl> control_;  // null if not offered
   const std::shared_ptr<RoutedDevices> devices_;
   EndedRoutings endedRoutings_;
   LineQuota lines_;
@@ -153,11 +156,30 @@ void Router::Core::resume() {
   housekeeping_ = std::thread([this] { runHousekeeping(); });
   listener_->setDelegate(std::weak_ptr<platform::NSXPCListenerDelegate>(shared_from_this()));
   listener_->resume();
+  if (options_.control != nullptr) offerControl();
+}
+
+void Router::Core::offerControl() {
+  ControlParts parts;
+  parts.sessions = sessions_;
+  parts.devices = devices_;
+  parts.startLine = startLine_;
+  parts.authority = options_.authority;
+  parts.admits = [root = root_, authority = options_.authority](uid_t user) {
+    return isAdmitted(root, authority.get(), user);
+  };
+  parts.log = [core = weak_from_this()](uid_t user, const LogLine& line) {
+    if (const auto self = core.lock()) self->log(user, line);
+  };
+  parts.limits = options_.limits;
+  control_ = std::make_shared<RouterControl>(options_.control, std::move(parts));
+  control_->resume();
 }
 
 void Router::Core::stop() {
   if (!sessions_->stop()) return;
   listener_->invalidate();
+  if (control_ != nullptr) control_->stop();
   for (const auto& session : sessions_->all()) session->sayFarewell();
   if (const std::size_t left = sessions_->waitUntilEmpty(kFarewellLimit))
     options_.log(LogLine::of<row::sessionsLeft>(left));

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // The HID event router: serves WLHIDEventRouterProtocol on a listener and sends its clients the
-// input of their devices.
+// input of their devices; and, on another listener, shows and changes what it is doing.
 //
 // Threading: any thread.
 // Ownership: holds the listener, and each session until its connection ends.
@@ -32,6 +32,8 @@ struct RouterOptions {
   std::shared_ptr<const std::vector<std::unique_ptr<DeviceSource>>> sources;
   /// Decides each start request. Null on a user's own root, whose owner may route everything in it.
   std::shared_ptr<RoutingAuthority> authority;
+  /// Serves the control service (router/control/ControlProtocol.h). Null: it is not offered.
+  std::shared_ptr<platform::NSXPCListener> control;
 };
 
 class Router {

@@ -25,7 +25,9 @@ enum class IOReturn : std::int64_t {
   Busy = -536870187,             ///< 0xE00002D5: too many requests
   NotPermitted = -536870174,     ///< 0xE00002E2
   Underrun = -536870169,         ///< 0xE00002E7: the recording has been played to its end
-  Aborted = -536870165,          ///< 0xE00002EB: the client gave up the request while it waited
+  Aborted = -536870165,          ///< 0xE00002EB: the client gave up the request while it waited, or
+                                 ///< somebody ended its session
+  NotFound = -536870160,         ///< 0xE00002F0: there is no such session
 };
 
 inline constexpr std::string_view WLHIDDeviceKey = "WLHIDDevice";

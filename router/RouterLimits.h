@@ -36,6 +36,14 @@ struct RouterLimits {
   /// reach another process with the same ID.
   std::chrono::seconds endedRoutingLifetime{600};
 
+  // The control service. Each device of a listing is a question to the system's authorities.
+  std::size_t controlConnections = 64;         ///< else the process runs out of threads
+  std::size_t controlConnectionsPerUser = 16;  ///< else one user locks the administrator out
+  Rate controlRequestsPerUser{20, 2};  ///< else one user keeps the authorities busy for nothing
+  Rate controlRequests{100, 20};       ///< the same, for users acting together
+  /// A listing waits for answers at most this long; then it says which are missing.
+  std::chrono::milliseconds controlTimeout{6000};
+
   // Log lines. A reader of the log must be able to find what matters to them.
   Rate logLinesPerSession{32, 1};  ///< else one client pushes the log's history out
   Rate logLinesPerUser{512, 16};   ///< the same, for clients that reconnect again and again

@@ -289,6 +289,27 @@ void Session::stopRoutingService() {
   endRouting();
 }
 
+void Session::endForGood() {
+  connection_->callOnQueue([session = weak_from_this()] {
+    if (const auto self = session.lock()) self->endNow();
+  });
+}
+
+void Session::endNow() {
+  const Routing routing = currentRouting();
+  const auto owner = owner_.lock();
+  if (owner != nullptr && (waitingStart_ || routing.device != nullptr)) {
+    const std::uint64_t device =
+        waitingStart_ ? waitingStart_->entryID : routing.device->description().registryEntryID;
+    owner->endedRoutings().note(
+        pid_, device,
+        routerError(IOReturn::Aborted, "the session was ended with wlhid sessions end", device));
+  }
+  giveUpStart("the session was ended with wlhid sessions end");
+  endRouting();
+  sayFarewell();
+}
+
 void Session::end() {
   giveUpStart("the connection has ended");
   endRouting();
@@ -332,6 +353,10 @@ SessionStatus Session::status(std::uint64_t* returnLostInAll) const {
   status.pid = pid_;
   status.uid = uid_;
   status.number = number_;
+  if (caller_ != nullptr) {
+    status.program = caller_->program();
+    status.unit = caller_->unit();
+  }
   if (returnLostInAll != nullptr) *returnLostInAll = lostBefore;
   if (routing.device == nullptr) return status;
   status.device = routing.device->description().registryEntryID;

@@ -67,6 +67,9 @@ class Session final : public WLHIDEventRouterProtocol,
   void end();
   /// Closes the connection gracefully.
   void sayFarewell() { connection_->invalidate(); }
+  /// The same, but for good: what the client routes or waits for is not given to it when it asks
+  /// for it again by itself.
+  void endForGood();
   /// Updates the client's backlog, even if nothing is being sent to it any more.
   void measureBacklog() { static_cast<void>(backlog_->admits(connection_->unsentBytes())); }
 
@@ -116,6 +119,7 @@ class Session final : public WLHIDEventRouterProtocol,
   void revoke(std::uint64_t number, const std::string& reason);
   void refuse(const Start& start, const std::shared_ptr<platform::NSError>& error);
   void giveUpStart(const std::string& why);
+  void endNow();
 
   std::shared_ptr<platform::NSError> prepare(SessionOwner& owner, Start* start);
   [[nodiscard]] Routing currentRouting() const;

@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "router/control/ControlSession.h"
+
+#include <string>
+#include <utility>
+
+#include "router/RouterErrors.h"
+#include "router/Session.h"
+
+namespace router {
+namespace {
+
+using platform::LogLine;
+using Clock = StartLine::Clock;
+
+std::string sessionText(std::uint64_t number) {
+  return "session " + std::to_string(number);
+}
+
+/// On a user's own root, whoever is served may have every device.
+std::vector<ListedDevice> allPermitted(std::vector<DeviceDescription> devices) {
+  std::vector<ListedDevice> listed;
+  for (DeviceDescription& each : devices) {
+    listed.push_back({std::move(each)});
+    listed.back().permission = DevicePermission::Yes;
+    listed.back().explanation = "you may: it is your own root's";
+  }
+  return listed;
+}
+
+}  // namespace
+
+ControlSession::ControlSession(std::shared_ptr<const ControlParts> parts,
+                               std::shared_ptr<TurnQuota> requests,
+                               std::shared_ptr<platform::NSXPCConnection> connection,
+                               std::shared_ptr<RoutingCaller> caller, std::shared_ptr<void> visit)
+    : parts_(std::move(parts)),
+      requests_(std::move(requests)),
+      connection_(std::move(connection)),
+      caller_(std::move(caller)),
+      visit_(std::move(visit)),
+      process_(connection_->processIdentifier()),
+      user_(connection_->effectiveUserIdentifier()) {}
+
+void ControlSession::end() {
+  question_ = nullptr;
+  devices_ = nullptr;
+  timeIsUp_ = {};
+}
+
+void ControlSession::onQueue(std::function<void(ControlSession&)> work) {
+  connection_->callOnQueue([weak = weak_from_this(), work = std::move(work)] {
+    if (const auto self = weak.lock()) work(*self);
+  });
+}
+
+std::shared_ptr<platform::NSError> ControlSession::refusal() {
+  if (requests_->reserve(user_, Clock::now())) return nullptr;
+  return routerError(IOReturn::Busy, "too many requests from this user; try again later");
+}
+
+void ControlSession::statusWithReply(Reply reply) {
+  if (const auto error = refusal()) return reply(nullptr, error);
+  const auto user = user_ == 0 ? std::nullopt : std::optional(user_);
+  reply(dictionaryOf(parts_->sessions->status(user)), nullptr);
+}
+
+void ControlSession::devicesWithReply(Reply reply) {
+  if (const auto error = refusal()) return reply(nullptr, error);
+  if (devices_ != nullptr)
+    return reply(nullptr, routerError(IOReturn::Busy, "the devices are being listed already"));
+  if (caller_ == nullptr)
+    return reply(dictionaryOf(allPermitted(parts_->devices->list())), nullptr);
+  devices_ = std::make_shared<DeviceInquiry>(
+      *parts_->authority, parts_->devices->list(),
+      [weak = weak_from_this(), reply](const std::vector<ListedDevice>& devices) {
+        const auto self = weak.lock();
+        if (self == nullptr) return;
+        self->onQueue([reply, list = dictionaryOf(devices)](ControlSession& session) {
+          session.devices_ = nullptr;
+          session.timeIsUp_ = {};
+          reply(list, nullptr);
+        });
+      });
+  timeIsUp_ = parts_->startLine->waitUntil(Clock::now() + parts_->limits.controlTimeout,
+                                           [weak = std::weak_ptr(devices_)] {
+                                             if (const auto inquiry = weak.lock())
+                                               inquiry->finish();
+                                           });
+  devices_->begin(*caller_);
+}
+
+void ControlSession::endSession_reply(std::uint64_t number, EndReply reply) {
+  if (const auto error = refusal()) return reply(error);
+  const auto session = parts_->sessions->withNumber(number);
+  const bool isOwn = session != nullptr && session->user() == user_;
+  if (isOwn || user_ == 0) return endNow(number, reply);
+  // From here on nothing may depend on whether there is such a session.
+  if (caller_ == nullptr)
+    return takeDecision(number, reply, {false, "not permitted: this root is not yours", {}});
+  if (std::exchange(isAsking_, true))
+    return reply(routerError(IOReturn::Busy, "another question of yours is still open"));
+  question_ = caller_->askToEnd(
+      number, [weak = weak_from_this(), number, reply](const RoutingAnswer& answer) {
+        const auto self = weak.lock();
+        if (self == nullptr) return;
+        self->onQueue([number, reply, answer](ControlSession& asking) {
+          asking.isAsking_ = false;
+          asking.question_ = nullptr;
+          asking.takeDecision(number, reply, answer);
+        });
+      });
+}
+
+void ControlSession::takeDecision(std::uint64_t number, const EndReply& reply,
+                                  const RoutingAnswer& answer) {
+  if (answer.isAllowed) return endNow(number, reply);
+  parts_->log(user_, LogLine::of<row::endRefused>(process_, user_, number, answer.reason));
+  reply(routerError(
+      IOReturn::NotPermitted,
+      sessionText(number) + " is not one of yours; ending another user's is " + answer.reason));
+}
+
+void ControlSession::endNow(std::uint64_t number, const EndReply& reply) {
+  const auto session = parts_->sessions->withNumber(number);
+  if (session == nullptr)
+    return reply(routerError(IOReturn::NotFound, "there is no " + sessionText(number)));
+  parts_->log(user_, LogLine::of<row::sessionEndedFor>(number, session->process(), session->user(),
+                                                       process_, user_));
+  session->endForGood();
+  reply(nullptr);
+}
+
+}  // namespace router

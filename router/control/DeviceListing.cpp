@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "router/control/DeviceListing.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <utility>
+
+#include "platform/foundation/NSArray.h"
+#include "platform/foundation/PrintableText.h"
+#include "router/DictionaryReading.h"
+
+namespace router {
+namespace {
+
+using platform::NSArray;
+using platform::NSDictionary;
+using platform::NSNumber;
+using platform::NSObject;
+using platform::objectCast;
+using platform::str;
+using Entries = std::vector<NSDictionary::Entry>;
+
+constexpr std::array kPermissions{
+    std::pair{DevicePermission::Yes, "yes"}, std::pair{DevicePermission::Partly, "partly"},
+    std::pair{DevicePermission::Administrator, "administrator"},
+    std::pair{DevicePermission::No, "no"}, std::pair{DevicePermission::Unknown, "unknown"}};
+constexpr std::string_view kOrdinary = "ordinary";
+constexpr std::string_view kSensitive = "sensitive";
+constexpr std::size_t kMaximumCharacters = 1000;
+
+void add(Entries& entries, std::string_view key, std::uint64_t number) {
+  entries.emplace_back(str(key), NSNumber::numberWithUnsignedLongLong(number));
+}
+void add(Entries& entries, std::string_view key, std::string_view text) {
+  entries.emplace_back(str(key), str(platform::printableLine(text, kMaximumCharacters)));
+}
+
+void addClass(Entries& entries, const ListedDevice& listed) {
+  if (!listed.deviceClass) return;
+  add(entries, "Class", *listed.deviceClass == DeviceClass::Ordinary ? kOrdinary : kSensitive);
+  add(entries, "Reason", listed.reason);
+  std::vector<std::shared_ptr<NSObject>> reports;
+  for (const std::uint8_t id : listed.ordinaryReports)
+    reports.push_back(NSNumber::numberWithUnsignedLongLong(id));
+  entries.emplace_back(str("OrdinaryReports"), NSArray::arrayWithObjects(std::move(reports)));
+}
+
+std::shared_ptr<NSObject> objectOf(const ListedDevice& listed) {
+  const DeviceDescription& device = listed.device;
+  Entries entries;
+  add(entries, "Device", device.registryEntryID);
+  add(entries, "Name", device.name);
+  add(entries, "Bus", device.bus);
+  add(entries, "Vendor", device.vendor);
+  add(entries, "Product", device.product);
+  add(entries, "Source", device.source);
+  addClass(entries, listed);
+  add(entries, "Permission", std::string_view(nameOf(listed.permission)));
+  add(entries, "Explanation", listed.explanation);
+  return NSDictionary::dictionaryWithEntries(std::move(entries));
+}
+
+DevicePermission permissionNamed(std::string_view name) {
+  const auto* const found = std::find_if(kPermissions.begin(), kPermissions.end(),
+                                         [&](const auto& each) { return each.second == name; });
+  return found == kPermissions.end() ? DevicePermission::Unknown : found->first;
+}
+
+std::set<std::uint8_t> reportsIn(const NSDictionary& dictionary) {
+  std::set<std::uint8_t> reports;
+  const auto array = objectCast<NSArray>(dictionary.objectForKey("OrdinaryReports"));
+  if (array == nullptr) return reports;
+  array->enumerateObjects([&](const std::shared_ptr<NSObject>& member) {
+    const auto number = objectCast<NSNumber>(member);
+    if (number != nullptr && number->unsignedLongLongValue() <= 0xff)
+      reports.insert(static_cast<std::uint8_t>(number->unsignedLongLongValue()));
+  });
+  return reports;
+}
+
+/// A class that is none of the two counts as the worse one.
+std::optional<DeviceClass> classIn(const NSDictionary& dictionary) {
+  const std::string name = textIn(dictionary, "Class");
+  if (name.empty()) return std::nullopt;
+  return name == kOrdinary ? DeviceClass::Ordinary : DeviceClass::Sensitive;
+}
+
+std::uint32_t smallNumberIn(const NSDictionary& dictionary, std::string_view key) {
+  return static_cast<std::uint32_t>(numberIn(dictionary, key).value_or(0));
+}
+
+ListedDevice deviceIn(const NSDictionary& dictionary) {
+  ListedDevice listed;
+  listed.device.registryEntryID = numberIn(dictionary, "Device").value_or(0);
+  listed.device.name = textIn(dictionary, "Name");
+  listed.device.bus = smallNumberIn(dictionary, "Bus");
+  listed.device.vendor = smallNumberIn(dictionary, "Vendor");
+  listed.device.product = smallNumberIn(dictionary, "Product");
+  listed.device.source = textIn(dictionary, "Source");
+  listed.deviceClass = classIn(dictionary);
+  listed.reason = textIn(dictionary, "Reason");
+  listed.ordinaryReports = reportsIn(dictionary);
+  listed.permission = permissionNamed(textIn(dictionary, "Permission"));
+  listed.explanation = textIn(dictionary, "Explanation");
+  return listed;
+}
+
+}  // namespace
+
+const char* nameOf(DevicePermission permission) {
+  return std::find_if(kPermissions.begin(), kPermissions.end(),
+                      [=](const auto& each) { return each.first == permission; })
+      ->second;
+}
+
+std::shared_ptr<NSDictionary> dictionaryOf(const std::vector<ListedDevice>& devices) {
+  std::vector<std::shared_ptr<NSObject>> list;
+  for (const ListedDevice& each : devices) list.push_back(objectOf(each));
+  return NSDictionary::dictionaryWithEntries(
+      {{str("Devices"), NSArray::arrayWithObjects(std::move(list))}});
+}
+
+std::vector<ListedDevice> listedDevicesIn(const NSDictionary& dictionary) {
+  std::vector<ListedDevice> devices;
+  const auto list = objectCast<NSArray>(dictionary.objectForKey("Devices"));
+  if (list == nullptr) return devices;
+  list->enumerateObjects([&](const std::shared_ptr<NSObject>& member) {
+    if (const auto each = objectCast<NSDictionary>(member)) devices.push_back(deviceIn(*each));
+  });
+  return devices;
+}
+
+}  // namespace router

@@ -1,0 +1,477 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// What callers of the control service see and can do. Who sees which session:
+//
+//   the superuser            all, and what those that have ended have lost
+//   another user             its own; of others nothing, not even whether a number is taken
+//
+// Who ends which session:
+//
+//   its own                  at once
+//   the superuser, any       at once
+//   another user's, or none  asked; after a no both are answered alike
+//
+// A client whose session was ended is told so when it asks again by itself, once.
+#include <sys/syscall.h>
+
+#include <map>
+
+#include "RouterFixture.h"
+#include "router/control/ControlProtocol.h"
+#include "router/control/DeviceListing.h"
+#include "tests/support/OtherUser.h"
+
+namespace {
+
+using router::ListedDevice;
+using router::RouterControlProtocol;
+using routertest::Client;
+using routertest::Lines;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr const char* kSlow = "E: 0.0 2 07 01\nE: 100000.0 2 07 02\n";
+
+/// Connects to sockets by the names of their services, as a user of the test's choice.
+class Endpoints final : public platform::ServiceEndpoints {
+ public:
+  explicit Endpoints(std::map<std::string, std::string, std::less<>> paths)
+      : paths_(std::move(paths)) {}
+
+  platform::ServiceConnectResult connectToService(std::string_view service) override {
+    using Outcome = platform::ServiceConnectResult::Outcome;
+    const auto path = paths_.find(service);
+    if (path == paths_.end()) return {Outcome::UnknownName, -1, "no such service"};
+    // The kernel's call concerns this thread only.
+    const uid_t before = ::geteuid();
+    ::syscall(SYS_setresuid, -1, user.load(), -1);
+    const int descriptor =
+        platform::connectUnixSocket(path->second, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK);
+    ::syscall(SYS_setresuid, -1, before, -1);
+    if (descriptor < 0) return {Outcome::UnknownName, -1, "the endpoint takes no connection"};
+    return {Outcome::Connected, descriptor, ""};
+  }
+
+  std::atomic<uid_t> user{::geteuid()};
+
+ private:
+  const std::map<std::string, std::string, std::less<>> paths_;
+};
+
+/// Permits every routing; answers a preview and an end as the test says.
+class PresetAuthority final : public router::RoutingAuthority,
+                              public std::enable_shared_from_this<PresetAuthority> {
+ public:
+  std::shared_ptr<router::RoutingCaller> callerOf(const platform::NSXPCConnection&) override {
+    return std::make_shared<Caller>(shared_from_this());
+  }
+  std::optional<router::Classification> classOf(const router::DeviceDescription&) const override {
+    return router::Classification{router::DeviceClass::Sensitive, "it has keys", {2, 5}};
+  }
+
+  std::map<std::uint64_t, router::RoutingAnswer> previews;  // no answer for the others
+  router::RoutingAnswer end{false, "not permitted: nobody may", {}};
+  routertest::LineLog asked;
+
+ private:
+  class Caller final : public router::RoutingCaller {
+   public:
+    explicit Caller(std::shared_ptr<PresetAuthority> authority)
+        : authority_(std::move(authority)) {}
+    std::unique_ptr<router::RoutingPermit> ask(const router::RoutingRequest& request,
+                                               Decided decided, Revoked) override {
+      if (!request.isPreview) {
+        decided({true, {}, router::allReports()});
+      } else if (const auto answer = authority_->previews.find(request.device.registryEntryID);
+                 answer != authority_->previews.end()) {
+        decided(answer->second);
+      }
+      return std::make_unique<router::RoutingPermit>();
+    }
+    std::unique_ptr<router::RoutingPermit> askToEnd(std::uint64_t session,
+                                                    Decided decided) override {
+      authority_->asked.add(std::to_string(session));
+      decided(authority_->end);
+      return std::make_unique<router::RoutingPermit>();
+    }
+    [[nodiscard]] std::string program() const override { return "/usr/bin/pen"; }
+    [[nodiscard]] std::string unit() const override { return "pen.scope"; }
+
+   private:
+    const std::shared_ptr<PresetAuthority> authority_;
+  };
+};
+
+/// One connection to the control service. Each call waits for its reply.
+class ControlClient {
+ public:
+  struct Answer {
+    std::shared_ptr<platform::NSDictionary> dictionary;
+    std::string error;  // "code description"; "none" without an answer
+  };
+
+  ControlClient()
+      : connection_(platform::NSXPCConnection::initWithMachServiceName_options(
+            platform::str(router::kControlService), 0)) {
+    connection_->setRemoteObjectInterface(
+        platform::NSXPCInterface::interfaceWithProtocol(RouterControlProtocol::protocol()));
+    connection_->setInvalidationHandler([log = log] { log->add("invalidated"); });
+    connection_->resume();
+  }
+  ControlClient(const ControlClient&) = delete;
+  ControlClient& operator=(const ControlClient&) = delete;
+  ~ControlClient() { connection_->invalidate(); }
+
+  router::RouterStatus status() {
+    const Answer answer = ask(&RouterControlProtocol::statusWithReply);
+    EXPECT_EQ(answer.error, "");
+    auto status =
+        answer.dictionary == nullptr ? std::nullopt : router::routerStatusIn(*answer.dictionary);
+    EXPECT_TRUE(status.has_value());
+    return status.value_or(router::RouterStatus());
+  }
+  std::vector<ListedDevice> devices() {
+    const Answer answer = ask(&RouterControlProtocol::devicesWithReply);
+    EXPECT_EQ(answer.error, "");
+    return answer.dictionary == nullptr ? std::vector<ListedDevice>()
+                                        : router::listedDevicesIn(*answer.dictionary);
+  }
+  /// Empty if it was ended.
+  std::string end(std::uint64_t number) {
+    auto promise = std::make_shared<std::promise<std::string>>();
+    auto answer = promise->get_future();
+    proxy(promise)->endSession_reply(
+        number, [promise](const auto& error) { promise->set_value(textOf(error)); });
+    return answer.wait_for(routertest::kPatience) == std::future_status::ready ? answer.get()
+                                                                               : "none";
+  }
+  Answer ask(void (RouterControlProtocol::*method)(RouterControlProtocol::Reply)) {
+    auto promise = std::make_shared<std::promise<std::string>>();
+    auto text = promise->get_future();
+    auto dictionary = std::make_shared<std::shared_ptr<platform::NSDictionary>>();
+    (proxy(promise).get()->*method)([promise, dictionary](const auto& reply, const auto& error) {
+      *dictionary = reply;
+      promise->set_value(textOf(error));
+    });
+    if (text.wait_for(routertest::kPatience) != std::future_status::ready) return {nullptr, "none"};
+    std::string error = text.get();
+    return {*dictionary, std::move(error)};
+  }
+
+  const std::shared_ptr<routertest::LineLog> log = std::make_shared<routertest::LineLog>();
+
+ private:
+  static std::string textOf(const std::shared_ptr<platform::NSError>& error) {
+    if (error == nullptr) return {};
+    const auto text = error->userInfo()->objectForKey(platform::NSLocalizedDescriptionKey);
+    return std::to_string(error->code()) + " " + platform::descriptionOf(text);
+  }
+  std::shared_ptr<RouterControlProtocol> proxy(
+      const std::shared_ptr<std::promise<std::string>>& promise) {
+    return connection_->remoteObjectProxyWithErrorHandler<RouterControlProtocol>(
+        [promise](const auto& error) { promise->set_value(textOf(error)); });
+  }
+  const std::shared_ptr<platform::NSXPCConnection> connection_;
+};
+
+class RouterControl : public routertest::RouterFixture {
+ protected:
+  void SetUp() override {
+    ::chmod(directory_.c_str(), 0755);
+    endpoints_ = std::make_shared<Endpoints>(std::map<std::string, std::string, std::less<>>{
+        {std::string(WLHIDEventRouterLabel), (directory_ / "router.sock").string()},
+        {std::string(router::kControlService), (directory_ / "control.sock").string()}});
+    previous_ = platform::serviceEndpoints().exchange(endpoints_);
+  }
+  void TearDown() override {
+    router_.reset();
+    platform::serviceEndpoints().exchange(previous_);
+  }
+  [[nodiscard]] std::shared_ptr<platform::NSXPCListener> listener(const char* name) const {
+    const auto path = (directory_ / name).string();
+    const int socket =
+        platform::listenUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 64, 0666);
+    EXPECT_GE(socket, 0);
+    return platform::NSXPCListener::initWithListeningDescriptor(socket);
+  }
+  void start(std::shared_ptr<router::RoutingAuthority> authority,
+             const router::RouterLimits& limits = {}) {
+    router::RouterOptions options;
+    options.idleLimit = std::chrono::hours(1);
+    options.limits = limits;
+    options.authority = std::move(authority);
+    options.log = [log = routerLog_](std::string_view line) { log->add(std::string(line)); };
+    options.control = listener("control.sock");
+    router_ = std::make_unique<router::Router>(root(), listener("router.sock"), options);
+    router_->resume();
+  }
+  /// On a root whose users are not each other's.
+  void startShared(const router::RouterLimits& limits = {}) { start(authority_, limits); }
+  /// Connections that are made from now on are that user's.
+  void actAs(uid_t user) { endpoints_->user = user; }
+  /// The number of the only session that the caller sees.
+  static std::uint64_t numberOfOnly(ControlClient& control) {
+    const auto sessions = control.status().sessions;
+    EXPECT_EQ(sessions.size(), 1U);
+    return sessions.empty() ? 0 : sessions.front().number;
+  }
+
+  std::shared_ptr<Endpoints> endpoints_;
+  const std::shared_ptr<PresetAuthority> authority_ = std::make_shared<PresetAuthority>();
+
+ private:
+  std::shared_ptr<platform::ServiceEndpoints> previous_;
+};
+
+TEST_F(RouterControl, TheStatusIsThatOfTheMoment) {
+  const std::uint64_t id = addDevice("slow", kSlow, "1");
+  startShared();
+  ControlClient control;
+  EXPECT_EQ(control.status().pid, ::getpid());
+  EXPECT_EQ(control.status().sessions.size(), 0U);
+  Client client;
+  client.start(id, 1);
+  client.log->await(2);
+  const auto sessions = control.status().sessions;
+  ASSERT_EQ(sessions.size(), 1U);
+  EXPECT_EQ(sessions[0].pid, ::getpid());
+  EXPECT_EQ(sessions[0].uid, ::geteuid());
+  EXPECT_EQ(sessions[0].device, id);
+  EXPECT_EQ(sessions[0].deviceName, "Mouse");
+  EXPECT_TRUE(sessions[0].exclusive);
+  EXPECT_EQ(sessions[0].program, "/usr/bin/pen");
+  EXPECT_EQ(sessions[0].unit, "pen.scope");
+  EXPECT_GE(sessions[0].number, 1U);
+  routerLog_->awaitLine("session " + std::to_string(sessions[0].number) + " (process ");
+}
+
+TEST_F(RouterControl, OnAUsersRootSessionsAreCountedAndEveryDeviceIsPermitted) {
+  const std::uint64_t id = addDevice("slow", kSlow, "1");
+  start(nullptr);
+  Client client;
+  client.start(id);
+  client.log->await(1);
+  ControlClient control;
+  EXPECT_EQ(numberOfOnly(control), 1U);
+  EXPECT_EQ(control.status().sessions[0].program, "");
+  const auto devices = control.devices();
+  ASSERT_EQ(devices.size(), 1U);
+  EXPECT_EQ(devices[0].device.registryEntryID, id);
+  EXPECT_EQ(devices[0].device.name, "Mouse");
+  EXPECT_EQ(devices[0].deviceClass, std::nullopt);
+  EXPECT_EQ(devices[0].permission, router::DevicePermission::Yes);
+  EXPECT_EQ(devices[0].explanation, "you may: it is your own root's");
+}
+
+TEST_F(RouterControl, ASessionThatWasEndedDoesNotComeBackByItself) {
+  const std::uint64_t id = addDevice("slow", kSlow, "1");
+  startShared();
+  ControlClient control;
+  {
+    Client client;
+    client.start(id);
+    client.log->await(3);
+    EXPECT_EQ(control.end(numberOfOnly(control)), "");
+    client.log->awaitLast("invalidated");
+  }
+  routerLog_->awaitLine("is ended on request of process " + std::to_string(::getpid()));
+  Client again;
+  again.start(id);
+  EXPECT_THAT(again.log->await(1),
+              ElementsAre("refused -536870165 the session was ended with wlhid sessions end"));
+  again.start(id);
+  EXPECT_EQ(again.log->await(2)[1], "started");
+}
+
+TEST_F(RouterControl, AStartThatWaitsIsEndedToo) {
+  const std::uint64_t id = addDevice("slow", kSlow, "1");
+  router::RouterLimits limits;
+  limits.handoverGrace = std::chrono::hours(1);
+  startShared(limits);
+  Client first;
+  first.start(id, 1);
+  first.log->await(1);
+  ControlClient control;
+  const std::uint64_t holder = numberOfOnly(control);
+  Client waiting;
+  waiting.start(id, 1);
+  awaitStatus([](const router::RouterStatus& s) { return s.sessions.size() == 2; });
+  for (const auto& session : control.status().sessions)
+    if (session.number != holder) EXPECT_EQ(control.end(session.number), "");
+  waiting.log->awaitLine(
+      "refused -536870165 the start request was given up: the session was ended");
+  waiting.log->awaitLast("invalidated");
+}
+
+TEST_F(RouterControl, WhatIsNotThereCannotBeEnded) {
+  startShared();
+  if (!testsupport::isSuperuser()) authority_->end = {true, {}, {}};
+  ControlClient control;
+  EXPECT_EQ(control.end(7), "-536870160 there is no session 7");
+}
+
+TEST_F(RouterControl, OthersSessionsAreNobodysBusiness) {
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "needs the superuser";
+  const std::uint64_t id = addDevice("slow", kSlow, "1");
+  startShared();
+  Client roots;
+  roots.start(id);
+  roots.log->await(1);
+  actAs(testsupport::kOtherUser);
+  Client others;
+  others.start(id);
+  others.log->await(1);
+  ControlClient control;
+  const auto seen = control.status().sessions;
+  ASSERT_EQ(seen.size(), 1U);
+  EXPECT_EQ(seen[0].uid, testsupport::kOtherUser);
+  actAs(0);
+  ControlClient superuser;
+  EXPECT_EQ(superuser.status().sessions.size(), 2U);
+}
+
+TEST_F(RouterControl, LossesOfEndedSessionsAreTheSuperusersToSee) {
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "needs the superuser";
+  const std::uint64_t id = addDevice("fast", "E: 0.0 2 07 01\nE: 0.0001 2 07 02\n", "1", true);
+  router::RouterLimits limits;
+  limits.backlogPerClient = 1;
+  startShared(limits);
+  ControlClient superuser;
+  {
+    Client slow;
+    slow.receiver->hold();
+    slow.start(id);
+    routerLog_->awaitLine("is too slow");
+    slow.receiver->release();
+  }
+  routerLog_->awaitLine("has ended");
+  EXPECT_GT(superuser.status().lost, 0U);
+  actAs(testsupport::kOtherUser);
+  ControlClient other;
+  EXPECT_EQ(other.status().lost, 0U);
+}
+
+TEST_F(RouterControl, AForeignNumberAndAnUnknownOneAreAnsweredAlike) {
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "needs the superuser";
+  const std::uint64_t id = addDevice("slow", kSlow, "1");
+  startShared();
+  Client roots;
+  roots.start(id);
+  roots.log->await(1);
+  ControlClient superuser;
+  const std::uint64_t foreign = numberOfOnly(superuser);
+  const std::uint64_t unknown = foreign + 1;
+  actAs(testsupport::kOtherUser);
+  ControlClient control;
+  for (const std::uint64_t number : {foreign, unknown}) {
+    EXPECT_EQ(control.end(number), "-536870174 session " + std::to_string(number) +
+                                       " is not one of yours; ending another user's is not "
+                                       "permitted: nobody may");
+    routerLog_->awaitLine("may not end session " + std::to_string(number));
+  }
+  EXPECT_EQ(authority_->asked.lines(), (Lines{std::to_string(foreign), std::to_string(unknown)}));
+  EXPECT_EQ(superuser.status().sessions.size(), 1U);
+  authority_->end = {true, {}, {}};
+  EXPECT_EQ(control.end(foreign), "");
+  roots.log->awaitLast("invalidated");
+}
+
+TEST_F(RouterControl, TheSuperuserIsNotAsked) {
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "needs the superuser";
+  const std::uint64_t id = addDevice("slow", kSlow, "1");
+  startShared();
+  actAs(testsupport::kOtherUser);
+  Client others;
+  others.start(id);
+  others.log->await(1);
+  actAs(0);
+  ControlClient superuser;
+  EXPECT_EQ(superuser.end(numberOfOnly(superuser)), "");
+  others.log->awaitLast("invalidated");
+  EXPECT_EQ(authority_->asked.count(), 0U);
+}
+
+TEST_F(RouterControl, EachDeviceIsListedWithWhatTheCallerMay) {
+  const std::vector<std::uint64_t> ids = addMice(4);
+  router::ReportIDs two;
+  two.set(2).set(5);
+  authority_->previews[ids[0]] = {true, {}, router::allReports()};
+  authority_->previews[ids[1]] = {true, {}, two};
+  authority_->previews[ids[2]] = {false, "not permitted: it needs a person", {}, true};
+  authority_->previews[ids[3]] = {false, "not permitted: the login session is not active", {}};
+  startShared();
+  ControlClient control;
+  std::map<std::uint64_t, std::string> said;
+  for (const ListedDevice& each : control.devices()) {
+    said[each.device.registryEntryID] =
+        std::string(router::nameOf(each.permission)) + ": " + each.explanation;
+    EXPECT_EQ(each.deviceClass, router::DeviceClass::Sensitive);
+    EXPECT_EQ(each.reason, "it has keys");
+    EXPECT_THAT(each.ordinaryReports, ElementsAre(2, 5));
+  }
+  EXPECT_EQ(said[ids[0]], "yes: you may");
+  EXPECT_EQ(said[ids[1]],
+            "partly: you may, its reports 2, 5; for the others an administrator has to agree each "
+            "time");
+  EXPECT_EQ(said[ids[2]], "administrator: an administrator has to agree each time");
+  EXPECT_EQ(said[ids[3]], "no: not permitted: the login session is not active");
+}
+
+TEST_F(RouterControl, AnAnswerThatDoesNotComeIsNotAwaitedForEver) {
+  const std::vector<std::uint64_t> ids = addMice(2);
+  authority_->previews[ids[0]] = {true, {}, router::allReports()};
+  router::RouterLimits limits;
+  limits.controlTimeout = std::chrono::milliseconds(1);
+  startShared(limits);
+  ControlClient control;
+  for (int i = 0; i < 2; ++i) {
+    std::map<std::uint64_t, router::DevicePermission> said;
+    for (const ListedDevice& each : control.devices())
+      said[each.device.registryEntryID] = each.permission;
+    EXPECT_EQ(said[ids[0]], router::DevicePermission::Yes);
+    EXPECT_EQ(said[ids[1]], router::DevicePermission::Unknown);
+  }
+}
+
+TEST_F(RouterControl, AUserWhoAsksTooOftenIsRefused) {
+  router::RouterLimits limits;
+  limits.controlRequestsPerUser = {2, 0.001};
+  startShared(limits);
+  ControlClient control;
+  EXPECT_EQ(control.ask(&RouterControlProtocol::statusWithReply).error, "");
+  EXPECT_EQ(control.ask(&RouterControlProtocol::devicesWithReply).error, "");
+  const std::string busy = "-536870187 too many requests from this user; try again later";
+  EXPECT_EQ(control.ask(&RouterControlProtocol::statusWithReply).error, busy);
+  EXPECT_EQ(control.ask(&RouterControlProtocol::devicesWithReply).error, busy);
+  EXPECT_EQ(control.end(1), busy);
+}
+
+TEST_F(RouterControl, AUserHasSoManyConnections) {
+  router::RouterLimits limits;
+  limits.controlConnectionsPerUser = 1;
+  startShared(limits);
+  ControlClient first;
+  first.status();
+  ControlClient second;
+  second.log->awaitLine("invalidated");
+  EXPECT_EQ(first.ask(&RouterControlProtocol::statusWithReply).error, "");
+}
+
+TEST_F(RouterControl, StrangersAreNotServed) {
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "needs the superuser";
+  start(nullptr);
+  actAs(testsupport::kOtherUser);
+  ControlClient control;
+  control.log->awaitLine("invalidated");
+  routerLog_->awaitLine("refused: process");
+}
+
+TEST_F(RouterControl, StoppingEndsItsConnections) {
+  startShared();
+  ControlClient control;
+  control.status();
+  router_->stop();
+  control.log->awaitLine("invalidated");
+}
+
+}  // namespace
