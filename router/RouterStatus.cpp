@@ -92,7 +92,6 @@ SessionStatus sessionIn(const NSDictionary& dictionary) {
   return session;
 }
 
-constexpr std::string_view kRunDirectory = "var/run";
 constexpr std::size_t kMaxStatusBytes = std::size_t{64} << 20;
 
 std::string fileName() {
@@ -101,8 +100,9 @@ std::string fileName() {
 
 FileDescriptor runDirectory(const platform::SystemRoot& root, bool create) {
   const auto directory = platform::openRoot(root);
-  return directory ? platform::openDirectoryBelow(directory.get(), kRunDirectory, create)
-                   : FileDescriptor();
+  return directory
+             ? platform::openDirectoryBelow(directory.get(), root.places().routerStatus, create)
+             : FileDescriptor();
 }
 
 FileDescriptor openFile(int directory) {

@@ -123,6 +123,15 @@ void reap(pid_t child, bool didItsWork) {
   }
 }
 
+/// There systemd listens for the daemon, and starts it.
+ServiceError notInstalled(const SystemRoot& root) {
+  return {ServiceErrorCode::DaemonUnavailable,
+          "the system's job daemon is not there: nobody listens at " +
+              root.controlEndpoint().string() +
+              ". Install the package wlhid-router, or, if it is installed, start the socket with "
+              "systemctl start wlhid-jobd.socket"};
+}
+
 void checkOwner(const FileDescriptor& socket, const SystemRoot& root) {
   const auto peer = peerCredentials(socket.get());
   if (peer && isTrustedUser(peer->user)) return;
@@ -135,7 +144,7 @@ void checkOwner(const FileDescriptor& socket, const SystemRoot& root) {
 FileDescriptor JobDaemon::connect() const {
   const auto rootDirectory = openRoot(root_);
   if (!rootDirectory) return {};
-  const auto run = openDirectoryBelow(rootDirectory.get(), "var/run", false);
+  const auto run = openPlace(rootDirectory.get(), root_.places().run);
   if (!run) return {};
   auto socket = connectUnixSocketAt(run.get(), "jobd.sock", SOCK_STREAM);
   if (socket) checkOwner(socket, root_);
@@ -143,11 +152,8 @@ FileDescriptor JobDaemon::connect() const {
 }
 
 FileDescriptor JobDaemon::connectOrStart() const {
-  if (root_.isSystem()) {
-    throw ServiceError(ServiceErrorCode::NotSupported,
-                       "the system root's jobs belong to the system's own service manager");
-  }
   if (auto socket = connect()) return socket;
+  if (root_.isSystem()) throw notInstalled(root_);
   start();
   return connect();
 }

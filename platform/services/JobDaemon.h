@@ -2,6 +2,9 @@
 
 // An application's access to the job daemon of a root.
 //
+// The daemon of a user's root is started on demand. On the system's own root systemd listens for it
+// and starts it; where nobody listens, the package is not installed.
+//
 // Threading: any thread; calls wait for the daemon, at most 30 s.
 // Errors: ServiceError.
 #pragma once
