@@ -31,6 +31,8 @@ struct SystemPlaces {
   std::string_view routerStatus;   ///< the router's status file
   std::string_view log;            ///< "system.log"
   std::string_view deviceSources;  ///< of a user's root; the system's devices are the kernel's
+  std::string_view staging;        ///< of the system's own root: what is being installed
+  std::string_view trustedKeys;    ///< of the system's own root: whose helpers may be installed
 };
 
 /// Of a user's root.
