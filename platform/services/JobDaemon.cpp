@@ -26,8 +26,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// A removal waits for the job's process, which may take its full grace period of 5 s to exit.
-constexpr milliseconds kReplyTimeout{30'000};
 constexpr milliseconds kStartTimeout{15'000};
 constexpr int kAttempts = 3;
 
@@ -191,7 +189,7 @@ void JobDaemon::start() const {
 std::optional<ControlReply> ControlConnection::tryAsk(const ControlRequest& request,
                                                       int descriptor) {
   if (!sendFrame(socket_.get(), encode(request), descriptor)) return std::nullopt;
-  const auto deadline = Clock::now() + kReplyTimeout;
+  const auto deadline = Clock::now() + timeout_;
   FrameReader reader;
   for (;;) {
     if (!waitReadable(socket_.get(), deadline)) {
@@ -230,7 +228,9 @@ std::pair<ControlConnection, ControlReply> JobDaemon::openWith(const ControlRequ
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     auto socket = connectOrStart();
     if (!socket) continue;
-    ControlConnection connection(std::move(socket));
+    ControlConnection connection(std::move(socket), root_.isSystem()
+                                                        ? ControlConnection::kPersonTimeout
+                                                        : ControlConnection::kReplyTimeout);
     if (auto reply = connection.tryAsk(request, descriptor))
       return {std::move(connection), std::move(*reply)};
   }
@@ -243,7 +243,11 @@ ControlReply JobDaemon::ask(const ControlRequest& request, int descriptor) const
 }
 
 ControlConnection JobDaemon::authorize(const std::string& label) const {
-  auto [connection, reply] = openWith({ControlRequest::Operation::Authorize, label, true}, -1);
+  return authorize(ControlRequest{ControlRequest::Operation::Authorize, label});
+}
+
+ControlConnection JobDaemon::authorize(const ControlRequest& request) const {
+  auto [connection, reply] = openWith(request, -1);
   if (!reply.succeeded()) throw ServiceError(reply.code, reply.message);
   return std::move(connection);
 }
