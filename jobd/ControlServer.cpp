@@ -21,11 +21,17 @@ using platform::ServiceErrorCode;
 
 constexpr const char* kEndpointName = "jobd.sock";
 
-/// The daemon runs as the root's owner, and serves only that user and the superuser.
-std::optional<platform::PeerCredentials> admissibleCaller(int socket) {
-  const auto caller = platform::peerCredentials(socket);
-  if (!caller || (caller->user != 0 && caller->user != ::geteuid())) return std::nullopt;
-  return caller;
+platform::ControlReply refusal(const std::string& label, const Decision& decision) {
+  using Kind = Decision::Kind;
+  if (decision.kind == Kind::Canceled)
+    return controlReply(ServiceErrorCode::Canceled, "the question was dismissed");
+  const bool nobodyAsks = decision.kind == Kind::InteractionNotAllowed;
+  const std::string what =
+      nobodyAsks ? "a person has to allow changing the job " + label + ", and nobody can be asked"
+                 : "the caller may not change the job " + label;
+  return controlReply(
+      nobodyAsks ? ServiceErrorCode::InteractionNotAllowed : ServiceErrorCode::NotPermitted,
+      decision.reason.empty() ? what : what + ": " + decision.reason);
 }
 
 }  // namespace
@@ -42,6 +48,26 @@ ControlServer::ControlServer(EventLoop& loop, int runDirectory, Authority author
   listen();
 }
 
+ControlServer::ControlServer(EventLoop& loop, platform::FileDescriptor listening,
+                             Authority authority, Handler handler, std::function<void()> quiet,
+                             const ControlLimits& limits)
+    : loop_(loop),
+      authority_(std::move(authority)),
+      handler_(std::move(handler)),
+      quiet_(std::move(quiet)),
+      limits_(limits),
+      socket_(std::move(listening)),
+      watch_(loop_.watch(socket_.get(), EPOLLIN, [this] { acceptAll(); })) {}
+
+/// On a user's root the daemon runs as the owner, and serves only that user and the superuser.
+std::optional<platform::PeerCredentials> ControlServer::admissibleCaller(int socket) const {
+  const auto caller = platform::peerCredentials(socket);
+  const bool isOpenToAll = runDirectory_ < 0;
+  if (!caller || (!isOpenToAll && caller->user != 0 && caller->user != ::geteuid()))
+    return std::nullopt;
+  return caller;
+}
+
 void ControlServer::listen() {
   socket_ = platform::listenUnixSocketAt(runDirectory_, kEndpointName, SOCK_STREAM | SOCK_NONBLOCK,
                                          64, 0600);
@@ -55,6 +81,7 @@ void ControlServer::listen() {
 }
 
 bool ControlServer::isInPlace() const {
+  if (runDirectory_ < 0) return false;
   struct stat status {};
   return ::fstatat(runDirectory_, kEndpointName, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
          status.st_dev == device_ && status.st_ino == inode_;
@@ -68,6 +95,7 @@ bool ControlServer::closeIfUnused() {
   removeEndpoint();
   acceptAll();
   if (isQuiet()) return true;
+  if (runDirectory_ < 0) return false;
   watch_.end();
   listen();
   return false;
@@ -180,7 +208,7 @@ void ControlServer::dispatch(std::uint64_t id, Connection& connection) {
   }
   using Operation = platform::ControlRequest::Operation;
   if (request->operation == Operation::Authorize) {
-    authorize(id, request->label);
+    authorize(id, *request);
     return;
   }
   if (request->operation != Operation::Status &&
@@ -191,13 +219,13 @@ void ControlServer::dispatch(std::uint64_t id, Connection& connection) {
                         "this change is not authorized, or its authorization has been used up"));
     return;
   }
-  handler_(*request, connection.reader.takeDescriptor(),
+  handler_(connection.caller, *request, connection.reader.takeDescriptor(),
            [this, id](const platform::ControlReply& reply) { answer(id, reply); });
 }
 
 /// Permission is granted once per connection: for more, the caller must ask the authority again.
-void ControlServer::authorize(std::uint64_t id, const std::string& label) {
-  if (!platform::SystemRoot::isValidLabel(label)) {
+void ControlServer::authorize(std::uint64_t id, const platform::ControlRequest& request) {
+  if (!platform::SystemRoot::isValidLabel(request.label)) {
     answer(id, controlReply(ServiceErrorCode::InvalidArgument, "this is not a valid job label"));
     return;
   }
@@ -208,14 +236,19 @@ void ControlServer::authorize(std::uint64_t id, const std::string& label) {
                             "this connection has already had its authorization"));
     return;
   }
-  authority_(connection.caller, label, [this, id, label](bool mayChange) {
-    const auto found = connections_.find(id);
-    if (found == connections_.end()) return;
-    if (mayChange) found->second.permission.emplace(label);
-    answer(id, mayChange ? controlReply()
-                         : controlReply(ServiceErrorCode::NotPermitted,
-                                        "the caller may not change the job " + label));
-  });
+  const bool removes = request.purpose == platform::ChangePurpose::Remove;
+  authority_(
+      {connection.caller, request.label, removes ? Right::Remove : Right::Install, request.prompt},
+      [this, id, request](const Decision& decision) { takeDecision(id, request, decision); });
+}
+
+void ControlServer::takeDecision(std::uint64_t id, const platform::ControlRequest& request,
+                                 const Decision& decision) {
+  const auto found = connections_.find(id);
+  if (found == connections_.end()) return;
+  const bool mayChange = decision.kind == Decision::Kind::Yes;
+  if (mayChange) found->second.permission.emplace(request.label, request.purpose);
+  answer(id, mayChange ? controlReply() : refusal(request.label, decision));
 }
 
 /// Never waits: a reply fits into the socket's buffer, and is lost if the caller does not read it.

@@ -2,6 +2,9 @@
 
 // The daemon's control endpoint: receives requests, passes each to the handler and sends its reply.
 //
+// On a user's root it is the daemon's own socket, for the root's owner and the superuser. On the
+// system's own root systemd passes the socket, and callers of any user are served.
+//
 // A request that changes a job is accepted only on a connection that has permission to change that
 // job. The permission belongs to the connection, covers one removal and one bless, and expires.
 //
@@ -39,7 +42,8 @@ class ControlServer {
  public:
   using Reply = std::function<void(const platform::ControlReply& reply)>;
   /// The descriptor is empty if none came with the request.
-  using Handler = std::function<void(const platform::ControlRequest& request,
+  using Handler = std::function<void(const platform::PeerCredentials& caller,
+                                     const platform::ControlRequest& request,
                                      platform::FileDescriptor descriptor, Reply reply)>;
 
   /// Listens as "jobd.sock" in the open directory. `quiet` is called whenever the last connection
@@ -47,11 +51,15 @@ class ControlServer {
   ControlServer(EventLoop& loop, int runDirectory, Authority authority, Handler handler,
                 std::function<void()> quiet, const ControlLimits& limits = {});
 
+  /// Serves callers of any user on a listening, non-blocking socket, which has no name here.
+  ControlServer(EventLoop& loop, platform::FileDescriptor listening, Authority authority,
+                Handler handler, std::function<void()> quiet, const ControlLimits& limits = {});
+
   [[nodiscard]] bool isQuiet() const { return connections_.empty(); }
   /// Whether the endpoint's file is still the one that was created here.
   [[nodiscard]] bool isInPlace() const;
   /// Removes the endpoint's name. If callers had connected before that, returns false and opens the
-  /// endpoint anew.
+  /// endpoint anew. A passed socket stays open in systemd, so a later caller is not lost.
   bool closeIfUnused();
   void removeEndpoint() const;
 
@@ -68,6 +76,7 @@ class ControlServer {
 
   void listen();
   void acceptAll();
+  [[nodiscard]] std::optional<platform::PeerCredentials> admissibleCaller(int socket) const;
   bool makeRoomFor(uid_t user);
   [[nodiscard]] std::map<uid_t, std::size_t> connectionCounts() const;
   [[nodiscard]] bool hasRoomFor(uid_t user) const;
@@ -78,12 +87,14 @@ class ControlServer {
   void awaitRequest(std::uint64_t id, std::chrono::milliseconds timeout);
   platform::FrameReader::State readRequest(std::uint64_t id);
   void dispatch(std::uint64_t id, Connection& connection);
-  void authorize(std::uint64_t id, const std::string& label);
+  void authorize(std::uint64_t id, const platform::ControlRequest& request);
+  void takeDecision(std::uint64_t id, const platform::ControlRequest& request,
+                    const Decision& decision);
   void answer(std::uint64_t id, const platform::ControlReply& reply);
   void drop(std::uint64_t id);
 
   EventLoop& loop_;
-  int runDirectory_;
+  int runDirectory_ = -1;  ///< of the daemon's own socket
   Authority authority_;
   Handler handler_;
   std::function<void()> quiet_;

@@ -12,10 +12,10 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <filesystem>
 #include <iterator>
 #include <sstream>
 
+#include "jobd/CallerProgram.h"
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
 #include "platform/services/UnixSocket.h"
@@ -67,13 +67,6 @@ std::optional<std::string> livingListener(int directory, const std::string& name
   return "process " + std::to_string(listener->process);
 }
 
-std::string programOf(pid_t process) {
-  std::error_code error;
-  const auto program =
-      std::filesystem::read_symlink("/proc/" + std::to_string(process) + "/exe", error);
-  return error ? "unknown" : program.string();
-}
-
 }  // namespace
 
 Daemon::Daemon(const platform::SystemRoot& root, RootDirectories directories,
@@ -91,9 +84,9 @@ Daemon::Daemon(const platform::SystemRoot& root, RootDirectories directories,
   loadJobs();
   server_ = std::make_unique<ControlServer>(
       loop_, directories_.run.get(),
-      [this](const platform::PeerCredentials& caller, const std::string& label,
-             const auto& decided) { authorize(caller, label, decided); },
-      [this](const ControlRequest& request, platform::FileDescriptor descriptor,
+      [this](const Question& question, const Decided& decided) { authorize(question, decided); },
+      [this](const platform::PeerCredentials&, const ControlRequest& request,
+             platform::FileDescriptor descriptor,
              const Reply& reply) { handle(request, std::move(descriptor), reply); },
       [this] { updateIdleTimer(); });
   watchRunDirectory();
@@ -165,14 +158,14 @@ void Daemon::loadJob(const std::string& label) {
 /// On a user's root only its owner and the superuser may connect, so the caller is the person to
 /// ask. That this person was asked is the application's claim; the log records which program made
 /// it.
-void Daemon::authorize(const platform::PeerCredentials& caller, const std::string& label,
-                       const std::function<void(bool)>& decided) {
+void Daemon::authorize(const Question& question, const Decided& decided) {
+  const auto& [caller, label, right, prompt] = question;
   const bool mayChange = caller.user == 0 || caller.user == ::geteuid();
   const std::string program = programOf(caller.process);
   log_.note(mayChange
                 ? LogLine::of<row::permissionGranted>(label, caller.process, program, caller.user)
                 : LogLine::of<row::permissionDenied>(label, caller.process, program, caller.user));
-  decided(mayChange);
+  decided({mayChange ? Decision::Kind::Yes : Decision::Kind::No, {}});
 }
 
 void Daemon::handle(const ControlRequest& request, platform::FileDescriptor descriptor,
@@ -215,7 +208,7 @@ void Daemon::bless(const std::string& label, platform::FileDescriptor helper, co
   plan.name = "the copy of " + label;
   plan.descriptors = {tools, helper.get()};
   plan.work = [tools, source = helper.get(), label] {
-    return joined(stageHelper(tools, source, label));
+    return joined(stageHelper(tools, source, label).services);
   };
   copies_[label].task = std::make_unique<ChildTask>(
       loop_, plan, [this, label, reply](const auto& copied) { finishBless(label, copied, reply); },

@@ -48,8 +48,7 @@ class Daemon {
   void watchRunDirectory();
   void loadJobs();
   void loadJob(const std::string& label);
-  void authorize(const platform::PeerCredentials& caller, const std::string& label,
-                 const std::function<void(bool)>& decided);
+  void authorize(const Question& question, const Decided& decided);
   void handle(const platform::ControlRequest& request, platform::FileDescriptor descriptor,
               const Reply& reply);
   void bless(const std::string& label, platform::FileDescriptor helper, const Reply& reply);

@@ -79,8 +79,8 @@ void copyHelper(int source, int copy, const std::string& name) {
   }
 }
 
-void renameIn(int directory, const std::string& from, const std::string& to) {
-  if (::renameat(directory, from.c_str(), directory, to.c_str()) != 0)
+void moveStaged(int staging, const std::string& from, int directory, const std::string& to) {
+  if (::renameat(staging, from.c_str(), directory, to.c_str()) != 0)
     throw fileSystemError("cannot put " + to + " in place", errno);
 }
 
@@ -112,26 +112,37 @@ class StagingGuard {
 
 }  // namespace
 
-std::vector<std::string> stageHelper(int toolsDirectory, int source, const std::string& label) {
+StagedHelper stageHelper(int stagingDirectory, int source, const std::string& label,
+                         const ImageCheck& check) {
   checkIsRegular(source);
   const std::string name = stagingName(label);
-  StagingGuard guard(toolsDirectory, name);
-  const FileDescriptor copy = makeFile(toolsDirectory, name);
+  StagingGuard guard(stagingDirectory, name);
+  const FileDescriptor copy = makeFile(stagingDirectory, name);
   copyHelper(source, copy.get(), name);
   const MappedFile image(copy.get(), name);
   HelperImage helper = parseHelperImage(image.bytes(), label);
+  if (check) check(image.bytes());
   finishFile(copy.get(), name, 0755);
   guard.dismiss();
-  return std::move(helper.services);
+  return {std::move(helper.version), std::move(helper.services)};
 }
 
-void discardStagedHelper(int toolsDirectory, const std::string& label) {
-  ::unlinkat(toolsDirectory, stagingName(label).c_str(), 0);
+void discardStagedHelper(int stagingDirectory, const std::string& label) {
+  ::unlinkat(stagingDirectory, stagingName(label).c_str(), 0);
+}
+
+int helperStaging(const RootDirectories& directories) {
+  return directories.staging ? directories.staging.get() : directories.tools.get();
+}
+
+int jobStaging(const RootDirectories& directories) {
+  return directories.staging ? directories.staging.get() : directories.jobs.get();
 }
 
 platform::JobDescription HelperInstaller::install(int descriptor, const std::string& label,
                                                   const Approval& approve) {
-  return putInPlace(label, stageHelper(directories_.tools.get(), descriptor, label), approve);
+  auto staged = stageHelper(helperStaging(directories_), descriptor, label);
+  return putInPlace(label, std::move(staged.services), approve);
 }
 
 platform::JobDescription HelperInstaller::putInPlace(const std::string& label,
@@ -140,21 +151,23 @@ platform::JobDescription HelperInstaller::putInPlace(const std::string& label,
   const int tools = directories_.tools.get();
   const int jobs = directories_.jobs.get();
   const std::string jobFile = label + std::string(kJobSuffix);
-  StagingGuard executableGuard(tools, stagingName(label));
+  const int helperStage = helperStaging(directories_);
+  const int jobStage = jobStaging(directories_);
+  StagingGuard executableGuard(helperStage, stagingName(label));
   reached(InstallStep::ExecutableStaged);
   platform::JobDescription job{label, {root_.helperTool(label).string()}, std::move(services)};
   if (approve) approve(job);
-  StagingGuard jobGuard(jobs, stagingName(jobFile));
-  const FileDescriptor file = makeFile(jobs, stagingName(jobFile));
+  StagingGuard jobGuard(jobStage, stagingName(jobFile));
+  const FileDescriptor file = makeFile(jobStage, stagingName(jobFile));
   writeAll(file.get(), platform::encodeJobFile(job), stagingName(jobFile));
   finishFile(file.get(), stagingName(jobFile), 0644);
   reached(InstallStep::JobFileStaged);
 
-  renameIn(tools, stagingName(label), label);
+  moveStaged(helperStage, stagingName(label), tools, label);
   executableGuard.dismiss();
   syncDirectory(tools);
   reached(InstallStep::ExecutableInPlace);
-  renameIn(jobs, stagingName(jobFile), jobFile);
+  moveStaged(jobStage, stagingName(jobFile), jobs, jobFile);
   jobGuard.dismiss();
   reached(InstallStep::JobFileInPlace);
   syncDirectory(jobs);
@@ -171,7 +184,7 @@ bool HelperInstaller::remove(const std::string& label) {
 }
 
 void HelperInstaller::removeStagingFiles() {
-  for (const int directory : {directories_.tools.get(), directories_.jobs.get()}) {
+  for (const int directory : {helperStaging(directories_), jobStaging(directories_)}) {
     for (const auto& name : platform::namesIn(directory)) {
       if (name.starts_with(kStagingPrefix)) ::unlinkat(directory, name.c_str(), 0);
     }

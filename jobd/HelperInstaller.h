@@ -2,9 +2,10 @@
 
 // Installs a helper and its job file, and removes them.
 //
-// An installation has several steps. Everything that can fail is done on staging files next to the
-// final ones; then two renames put the executable and the job file in place. A crash at any point
-// leaves either the old helper or the new one, complete; the next daemon removes any leftovers.
+// An installation has several steps. Everything that can fail is done on staging files, next to the
+// final ones or, on the system's own root, in a directory that only the daemon can reach; then two
+// renames put the executable and the job file in place. A crash at any point leaves either the old
+// helper or the new one, complete; the next daemon removes any leftovers.
 //
 // Threading: one thread.
 // Ownership: works in open directories of the root, which must outlive it.
@@ -13,7 +14,9 @@
 //   the executable. So a job file never names a missing executable.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,6 +25,9 @@
 #include "platform/services/JobFile.h"
 
 namespace jobd {
+
+/// Checks an image's bytes; throws ServiceError to refuse it.
+using ImageCheck = std::function<void(std::span<const std::uint8_t> image)>;
 
 /// The steps, in order. A crash between any two of them is survived.
 enum class InstallStep {
@@ -32,15 +38,24 @@ enum class InstallStep {
   Done,  ///< both directories are on disk
 };
 
-/// Copies the helper that is open as `source` to a staging file in the directory of executables, on
-/// disk, and checks the copy: unlike the source, it cannot change. Returns the services that its
-/// job offers. May take as long as reading the source takes; holds only a small part of it in
-/// memory.
-[[nodiscard]] std::vector<std::string> stageHelper(int toolsDirectory, int source,
-                                                   const std::string& label);
+/// What a staged helper says of itself.
+struct StagedHelper {
+  std::string version;
+  std::vector<std::string> services;
+};
+
+/// Copies the helper that is open as `source` to a staging file in the directory, on disk, and
+/// checks the copy: unlike the source, it cannot change. `check` may throw to refuse it. May take
+/// as long as reading the source takes; holds only a small part of it in memory.
+[[nodiscard]] StagedHelper stageHelper(int stagingDirectory, int source, const std::string& label,
+                                       const ImageCheck& check = nullptr);
 
 /// Removes the staging file of stageHelper, complete or not.
-void discardStagedHelper(int toolsDirectory, const std::string& label);
+void discardStagedHelper(int stagingDirectory, const std::string& label);
+
+/// Where helpers are staged, and where job files are.
+[[nodiscard]] int helperStaging(const RootDirectories& directories);
+[[nodiscard]] int jobStaging(const RootDirectories& directories);
 
 class HelperInstaller {
  public:

@@ -41,7 +41,8 @@ void Job::listen() {
 /// The executable that an application sees for the job must be the one that runs.
 void Job::refuseAnotherProgram() const {
   const std::string problem = platform::whyNotTheHelper(
-      description_.arguments.front(), context_.directories.tools.get(), description_.label);
+      description_.arguments.front(), context_.directories.tools.get(), description_.label,
+      platform::placesOfAUser().layers.front().helpers);
   if (!problem.empty())
     throw platform::ServiceError(platform::ServiceErrorCode::InvalidImage, problem);
 }

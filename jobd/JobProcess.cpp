@@ -3,9 +3,7 @@
 #include "jobd/JobProcess.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <array>
@@ -13,19 +11,15 @@
 #include <csignal>
 
 #include "jobd/HelperImage.h"
+#include "jobd/HelperProgram.h"
 #include "jobd/MappedFile.h"
 #include "platform/foundation/StandardError.h"
-#include "platform/services/NullTerminated.h"
 #include "platform/services/ServiceError.h"
 #include "platform/services/SystemRoot.h"
 
 extern "C" {
 #include <sys/pidfd.h>  // lacks the declaration of C linkage in some versions of the C library
 }
-
-#ifndef MFD_EXEC
-#define MFD_EXEC 0x0010U
-#endif
 
 namespace jobd {
 namespace {
@@ -34,26 +28,6 @@ using platform::FileDescriptor;
 using platform::fileSystemError;
 
 constexpr int kFirstPassedDescriptor = 3;  // defined by the protocol for passing sockets
-
-/// The program as an anonymous file that can no longer be changed.
-FileDescriptor sealedProgram(const std::string& name, std::span<const std::uint8_t> program) {
-  constexpr unsigned flags = MFD_CLOEXEC | MFD_ALLOW_SEALING;
-  FileDescriptor file(::memfd_create(name.c_str(), flags | MFD_EXEC));
-  if (!file && errno == EINVAL)
-    file.reset(::memfd_create(name.c_str(), flags));  // before Linux 6.3
-  if (!file) throw fileSystemError("cannot load the program of " + name, errno);
-  while (!program.empty()) {
-    const ssize_t written = ::write(file.get(), program.data(), program.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) throw fileSystemError("cannot load the program of " + name, errno);
-    program = program.subspan(static_cast<std::size_t>(written));
-  }
-  if (::fcntl(file.get(), F_ADD_SEALS, F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE) !=
-      0) {
-    throw fileSystemError("cannot seal the program of " + name, errno);
-  }
-  return file;
-}
 
 std::string descriptorNames(const std::vector<ListeningSocket>& sockets) {
   std::string names;
@@ -73,19 +47,10 @@ FileDescriptor loadProgram(int directory, const std::string& name) {
   return sealedProgram(name, programOfImage(image.bytes()));
 }
 
-/// Gives up what a job does not need and could do harm with: core files, which would contain what
-/// was typed, and privileges from set-user-ID programs and the like.
-void giveUpRights() {
-  const rlimit none{0, 0};
-  ::setrlimit(RLIMIT_CORE, &none);
-  ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-}
-
 /// The whole environment of a job: the protocol for passing sockets. Nothing of the daemon's own
 /// environment is passed on.
 std::vector<std::string> jobEnvironment(const ProcessPlan& plan) {
-  return {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
-          "LISTEN_FDS=" + std::to_string(plan.sockets->size() + 1),
+  return {std::string(kJobPath), "LISTEN_FDS=" + std::to_string(plan.sockets->size() + 1),
           "LISTEN_FDNAMES=" + descriptorNames(*plan.sockets),
           "LISTEN_PID=" + std::to_string(::getpid())};
 }
@@ -114,21 +79,9 @@ int arrangeDescriptors(const ProcessPlan& plan, int output) {
   return final;
 }
 
-void restoreSignals() {
-  for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);
-  sigset_t none;
-  sigemptyset(&none);
-  ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
-}
-
 void run(const ProcessPlan& plan, int tools) {
-  std::vector<std::string> arguments = plan.arguments;
-  std::vector<std::string> environment = jobEnvironment(plan);
   const FileDescriptor program = loadProgram(tools, plan.label);
-  restoreSignals();
-  ::fexecve(program.get(), platform::nullTerminated(arguments).data(),
-            platform::nullTerminated(environment).data());
-  throw fileSystemError("cannot run the program", errno);
+  runProgram(program.get(), plan.arguments, jobEnvironment(plan));
 }
 
 /// Runs in the child. The daemon has a single thread, so any function may be called here. The image

@@ -17,12 +17,14 @@ using platform::LogTemplate;
 
 // clang-format off
 inline constexpr LogTemplate cannotRun{"wlhid-jobd: {text}"};
+inline constexpr LogTemplate cannotLaunch{"wlhid-launch: {text}"};
 inline constexpr LogTemplate cannotWatch{"cannot watch the run directory: {text}"};
 inline constexpr LogTemplate skipsJob{"skipping the job {label}: {text}"};
 inline constexpr LogTemplate permissionGranted{"permission to change {label} granted to process {count} ({text}) of user {private}"};
 inline constexpr LogTemplate permissionDenied{"permission to change {label} denied to process {count} ({text}) of user {private}"};
 inline constexpr LogTemplate installed{"installed {label}"};
 inline constexpr LogTemplate removed{"removed {label}"};
+inline constexpr LogTemplate cannotStopRouter{"cannot stop the running router: {text}"};
 inline constexpr LogTemplate cannotStart{"cannot start {label}: {text}"};
 inline constexpr LogTemplate jobExited{"{label}[{count}] exited with status {count}"};
 inline constexpr LogTemplate jobKilled{"{label}[{count}] ended by signal {count}"};
@@ -31,8 +33,9 @@ inline constexpr LogTemplate linesLeftOut{"{count} lines of {label} were left ou
 
 /// All of the above.
 inline constexpr std::array kTable{
-    &cannotRun, &cannotWatch, &skipsJob,  &permissionGranted, &permissionDenied, &installed,
-    &removed,   &cannotStart, &jobExited, &jobKilled,         &linesLeftOut,
+    &cannotRun,        &cannotLaunch, &cannotWatch,  &skipsJob,         &permissionGranted,
+    &permissionDenied, &installed,    &removed,      &cannotStopRouter, &cannotStart,
+    &jobExited,        &jobKilled,    &linesLeftOut,
 };
 
 /// How the daemon's status describes a job's last end, without the job. Not lines of the log.

@@ -12,16 +12,44 @@
 
 namespace jobd {
 
-/// Decides whether the caller, as identified by the kernel, may change the job. Answers once, now
-/// or later: on a system root a person may be asked first.
-using Authority =
-    std::function<void(const platform::PeerCredentials& caller, const std::string& label,
-                       const std::function<void(bool mayChange)>& decided)>;
+enum class Right {
+  Install,
+  Remove,
+  ReplaceNewer,  ///< to install an older version than the one that is there
+};
 
-/// What one authorization covers: one removal of a job and then one bless of it.
+/// A question to the authority.
+struct Question {
+  platform::PeerCredentials caller;  ///< as the kernel identifies it
+  std::string label;
+  Right right = Right::Install;
+  std::string prompt;  ///< the application's words, to be shown as such; may be anything
+};
+
+struct Decision {
+  enum class Kind {
+    No,
+    Yes,
+    Canceled,               ///< the person who was asked dismissed the question
+    InteractionNotAllowed,  ///< a person would have to be asked, and nobody can ask one
+  };
+  Kind kind = Kind::No;
+  std::string reason;  ///< for the caller; may be empty
+};
+
+using Decided = std::function<void(const Decision& decision)>;
+
+/// Decides whether the caller may change the job. Answers once, now or later: on a system root a
+/// person may be asked first.
+using Authority = std::function<void(const Question& question, const Decided& decided)>;
+
+/// What one authorization covers: one removal of a job and then, if it is to install, one bless of
+/// it.
 class Permission {
  public:
-  explicit Permission(std::string label) : label_(std::move(label)) {}
+  explicit Permission(std::string label,
+                      platform::ChangePurpose purpose = platform::ChangePurpose::Install)
+      : label_(std::move(label)), coversBless_(purpose == platform::ChangePurpose::Install) {}
 
   /// Whether it covers the request. Asking uses it up.
   bool use(const platform::ControlRequest& request) {
@@ -29,15 +57,15 @@ class Permission {
     if (request.label != label_) return false;
     if (request.operation == Operation::Remove) return std::exchange(coversRemove_, false);
     if (request.operation != Operation::Bless) return false;
-    coversRemove_ = false;
+    coversRemove_ = coversRemove_ && !coversBless_;
     return std::exchange(coversBless_, false);
   }
-  [[nodiscard]] bool isUsedUp() const { return !coversBless_; }
+  [[nodiscard]] bool isUsedUp() const { return !coversRemove_ && !coversBless_; }
 
  private:
   std::string label_;
   bool coversRemove_ = true;
-  bool coversBless_ = true;
+  bool coversBless_;
 };
 
 }  // namespace jobd

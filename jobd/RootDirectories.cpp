@@ -2,6 +2,9 @@
 
 #include "jobd/RootDirectories.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <string>
 
 #include "platform/services/RootFiles.h"
@@ -27,8 +30,9 @@ FileDescriptor openChecked(const FileDescriptor& root, const std::string& first,
 
 RootDirectories RootDirectories::open(const platform::SystemRoot& root) {
   if (root.isSystem()) {
-    throw ServiceError(ServiceErrorCode::NotSupported,
-                       "the system root's jobs belong to the system's own service manager");
+    throw ServiceError(
+        ServiceErrorCode::NotSupported,
+        "the system's own root has a daemon that systemd starts (wlhid-jobd.socket)");
   }
   RootDirectories directories;
   directories.root = platform::openOwnRoot(root);
@@ -36,6 +40,20 @@ RootDirectories RootDirectories::open(const platform::SystemRoot& root) {
   directories.tools = openChecked(directories.root, "Library", "PrivilegedHelperTools");
   directories.run = openChecked(directories.root, "var", "run");
   directories.log = openChecked(directories.root, "var", "log");
+  return directories;
+}
+
+RootDirectories RootDirectories::openSystem(const platform::SystemRoot& root) {
+  const platform::SystemPlaces& places = root.places();
+  RootDirectories directories;
+  directories.root = platform::openRoot(root);
+  directories.jobs = platform::openPlace(directories.root.get(), places.layers.front().jobs, true);
+  directories.tools =
+      platform::openPlace(directories.root.get(), places.layers.front().helpers, true);
+  directories.staging = platform::openPlace(directories.root.get(), places.staging, true);
+  if (::fchmod(directories.staging.get(), 0700) != 0)
+    throw platform::fileSystemError("cannot close the directory " + std::string(places.staging),
+                                    errno);
   return directories;
 }
 

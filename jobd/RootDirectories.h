@@ -17,13 +17,17 @@ namespace jobd {
 
 struct RootDirectories {
   platform::FileDescriptor root;
-  platform::FileDescriptor jobs;   ///< Library/LaunchDaemons
-  platform::FileDescriptor tools;  ///< Library/PrivilegedHelperTools
-  platform::FileDescriptor run;    ///< var/run
-  platform::FileDescriptor log;    ///< var/log
+  platform::FileDescriptor jobs;     ///< Library/LaunchDaemons
+  platform::FileDescriptor tools;    ///< Library/PrivilegedHelperTools
+  platform::FileDescriptor run;      ///< var/run
+  platform::FileDescriptor log;      ///< var/log
+  platform::FileDescriptor staging;  ///< of the system's own root: for the daemon alone
 
-  /// Opens them, creating the missing ones.
+  /// Opens those of a user's root, creating the missing ones.
   [[nodiscard]] static RootDirectories open(const platform::SystemRoot& root);
+  /// Opens those of the system's own root that the daemon writes to: jobs and tools of the layer of
+  /// applications, and staging.
+  [[nodiscard]] static RootDirectories openSystem(const platform::SystemRoot& root);
 };
 
 }  // namespace jobd

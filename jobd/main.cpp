@@ -3,6 +3,9 @@
 // wlhid-jobd: the job daemon of one system root.
 //
 //   wlhid-jobd --root DIR [--foreground] [--idle-ms N] [--ready-fd N]
+//   wlhid-jobd --system
+//
+// The second form is that of the system's own root, for systemd.
 //
 // Started on demand by applications. Goes to the background unless told not to. Writes an empty
 // line to --ready-fd when all endpoints listen (its own or, if another daemon already serves the
@@ -21,12 +24,14 @@
 
 #include "jobd/Daemon.h"
 #include "jobd/DaemonLock.h"
+#include "jobd/SystemService.h"
 #include "platform/foundation/StandardError.h"
 
 namespace {
 
 struct Options {
   std::string root;
+  bool isSystem = false;
   bool isForeground = false;
   int readyDescriptor = -1;
   std::chrono::milliseconds idleTime = jobd::Daemon::kDefaultIdleTime;
@@ -43,6 +48,8 @@ int number(std::string_view name, std::string_view text) {
 
 Options parseOptions(int argc, char** argv) {
   Options options;
+  options.isSystem = argc == 2 && std::string_view(argv[1]) == "--system";
+  if (options.isSystem) return options;
   for (int i = 1; i < argc; ++i) {
     const std::string_view name = argv[i];
     if (name == "--foreground") {
@@ -113,9 +120,13 @@ int main(int argc, char** argv) {
   Options options;
   try {
     options = parseOptions(argc, argv);
-    closeInherited(options.readyDescriptor);
+    if (!options.isSystem) closeInherited(options.readyDescriptor);
     ::umask(022);
     if (::chdir("/") != 0) throw std::runtime_error("cannot leave the working directory");
+    if (options.isSystem) {
+      jobd::serveSystem();
+      return 0;
+    }
     if (!options.isForeground) goToBackground();
     serve(options);
     return 0;

@@ -26,7 +26,6 @@ using platform::NSPropertyListFormat;
 using platform::NSPropertyListSerialization;
 using platform::objectCast;
 
-constexpr std::string_view kRunDirectory = "var/run";
 constexpr std::size_t kMaxStatusBytes = std::size_t{64} << 20;
 
 std::string fileName() {
@@ -35,8 +34,9 @@ std::string fileName() {
 
 FileDescriptor runDirectory(const platform::SystemRoot& root, bool create) {
   const auto directory = platform::openRoot(root);
-  return directory ? platform::openDirectoryBelow(directory.get(), kRunDirectory, create)
-                   : FileDescriptor();
+  return directory
+             ? platform::openDirectoryBelow(directory.get(), root.places().routerStatus, create)
+             : FileDescriptor();
 }
 
 FileDescriptor openFile(int directory) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <filesystem>
 #include <mutex>
@@ -18,6 +19,8 @@
 #include "platform/foundation/PrintableText.h"
 #include "platform/services/FileDescriptor.h"
 #include "platform/services/Grant.h"
+#include "platform/services/JobDaemon.h"
+#include "platform/services/ServiceError.h"
 #include "platform/services/ServiceManagement.h"
 #include "platform/services/SystemRoot.h"
 
@@ -144,13 +147,35 @@ OSStatus askOnTerminal(std::string_view prompt) {
   return takeAnswer(terminal.get());
 }
 
-/// On the system root the system's own authority decides, and no agent of this process may replace
-/// it.
-OSStatus refuseOnSystemRoot() {
-  NSLog(
-      "Authorization on the system root is the system authority's and is not available in this "
-      "build.");
-  return errAuthorizationInteractionNotAllowed;
+std::atomic<ChangePurpose>& purposeSlot() {
+  static std::atomic<ChangePurpose> purpose{ChangePurpose::Install};
+  return purpose;
+}
+
+OSStatus statusOfRefusal(const ServiceError& error) {
+  switch (error.code()) {
+    case ServiceErrorCode::NotPermitted:
+      return errAuthorizationDenied;
+    case ServiceErrorCode::Canceled:
+      return errAuthorizationCanceled;
+    default:
+      return errAuthorizationInteractionNotAllowed;
+  }
+}
+
+/// On the system's own root the daemon has the system's authority decide, and no agent of this
+/// process may take its place. The permission belongs to the connection, which the reference keeps.
+OSStatus askDaemon(std::string_view prompt, AuthorizationRef* returnAuthorization) try {
+  ControlRequest request{ControlRequest::Operation::Authorize, std::string(kSystemJobLabel)};
+  request.purpose = purposeSlot();
+  if (prompt != kOwnPrompt) request.prompt = prompt;
+  auto connection = JobDaemon(SystemRoot::current()).authorize(request);
+  if (returnAuthorization != nullptr)
+    *returnAuthorization = newAuthorization(std::move(connection));
+  return errAuthorizationSuccess;
+} catch (const ServiceError& error) {
+  NSLog("No authorization: %s", error.what());
+  return statusOfRefusal(error);
 }
 
 OSStatus askAgent(std::string_view prompt) {
@@ -167,8 +192,9 @@ OSStatus createAuthorization(const AuthorizationRights* rights,
   if (rights == nullptr || !areAllKnown(*rights)) return errAuthorizationDenied;
   if ((flags & kAuthorizationFlagInteractionAllowed) == 0)
     return errAuthorizationInteractionNotAllowed;
-  const OSStatus status =
-      SystemRoot::current().isSystem() ? refuseOnSystemRoot() : askAgent(promptIn(environment));
+  if (SystemRoot::current().isSystem())
+    return askDaemon(promptIn(environment), returnAuthorization);
+  const OSStatus status = askAgent(promptIn(environment));
   if (status == errAuthorizationSuccess && returnAuthorization != nullptr)
     *returnAuthorization = newAuthorization();
   return status;
@@ -179,6 +205,10 @@ OSStatus AuthorizationCreate(const AuthorizationRights* rights,
                              AuthorizationRef* returnAuthorization) {
   return servicesProvider().load()->authorizationCreate(rights, environment, flags,
                                                         returnAuthorization);
+}
+
+void setAuthorizationPurpose(ChangePurpose purpose) {
+  purposeSlot() = purpose;
 }
 
 void setAuthorizationAgent(AuthorizationAgent agent) {

@@ -4,7 +4,9 @@
 //
 // Threading: any thread; AuthorizationCreate blocks until the question is answered.
 // Ownership: an AuthorizationRef is never freed: callers rely on it until the process exits.
-// Errors: the platform's status codes, below.
+// Errors: the platform's status codes, below. On the system's own root −60007 also means that the
+// job
+//   daemon cannot be reached; the log says what is missing.
 #pragma once
 
 #include <cstdint>
@@ -13,6 +15,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/services/Control.h"
 
 namespace platform {
 
@@ -56,9 +60,14 @@ OSStatus AuthorizationCreate(const AuthorizationRights* rights,
 /// application gave none).
 using AuthorizationAgent = std::function<OSStatus(std::string_view prompt)>;
 
+/// What the authorizations of this process are for on the system's own root, which the platform
+/// cannot see from the rights: to install (the default; covers one removal too), or only to remove,
+/// for which less may be enough.
+void setAuthorizationPurpose(ChangePurpose purpose);
+
 /// Replaces the agent; null restores the default, which asks on the controlling terminal
-/// ("/dev/tty") and returns −60007 if there is none. On a system root polkit decides and no agent
-/// is asked.
+/// ("/dev/tty") and returns −60007 if there is none. On the system's own root the job daemon
+/// decides, by asking polkit, and no agent of this process is asked.
 void setAuthorizationAgent(AuthorizationAgent agent);
 /// An agent for scripts that always gives the same answer.
 [[nodiscard]] AuthorizationAgent fixedAuthorizationAgent(OSStatus answer);

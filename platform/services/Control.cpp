@@ -26,6 +26,16 @@ constexpr std::array<std::pair<Operation, std::string_view>, 4> kOperationNames{
      {Operation::Remove, "remove"},
      {Operation::Status, "status"}}};
 
+constexpr std::string_view kInstallPurpose = "install";
+constexpr std::string_view kRemovePurpose = "remove";
+
+/// A request without a purpose is one to install.
+std::optional<ChangePurpose> purposeNamed(const std::string& name) {
+  if (name.empty() || name == kInstallPurpose) return ChangePurpose::Install;
+  if (name == kRemovePurpose) return ChangePurpose::Remove;
+  return std::nullopt;
+}
+
 /// For text of unknown origin: drops what is not ASCII from invalid UTF-8, rather than the message.
 Object textObject(const std::string& text) {
   if (auto string = NSString::stringWithUTF8(text)) return string;
@@ -116,10 +126,13 @@ std::vector<std::uint8_t> encode(const ControlRequest& request) {
   const auto* name =
       std::find_if(kOperationNames.begin(), kOperationNames.end(),
                    [&](const auto& entry) { return entry.first == request.operation; });
-  return frameOf(
-      NSDictionary::dictionaryWithEntries({{str("operation"), str(name->second)},
+  std::vector<NSDictionary::Entry> entries{{str("operation"), str(name->second)},
                                            {str("label"), textObject(request.label)},
-                                           {str("wait"), NSNumber::numberWithBool(request.wait)}}));
+                                           {str("wait"), NSNumber::numberWithBool(request.wait)}};
+  if (request.purpose == ChangePurpose::Remove)
+    entries.emplace_back(str("purpose"), str(kRemovePurpose));
+  if (!request.prompt.empty()) entries.emplace_back(str("prompt"), textObject(request.prompt));
+  return frameOf(NSDictionary::dictionaryWithEntries(std::move(entries)));
 }
 
 std::vector<std::uint8_t> encode(const ControlReply& reply) {
@@ -139,9 +152,11 @@ std::optional<ControlRequest> decodeControlRequest(std::span<const std::uint8_t>
   const auto* operation = std::find_if(kOperationNames.begin(), kOperationNames.end(),
                                        [&](const auto& entry) { return entry.second == name; });
   if (operation == kOperationNames.end()) return std::nullopt;
+  const auto purpose = purposeNamed(textFor(*dictionary, "purpose"));
+  if (!purpose) return std::nullopt;
   const auto wait = objectCast<NSNumber>(dictionary->objectForKey("wait"));
-  return ControlRequest{operation->first, textFor(*dictionary, "label"),
-                        !wait || wait->boolValue()};
+  return ControlRequest{operation->first, textFor(*dictionary, "label"), !wait || wait->boolValue(),
+                        *purpose, textFor(*dictionary, "prompt")};
 }
 
 std::optional<ControlReply> decodeControlReply(std::span<const std::uint8_t> content) {

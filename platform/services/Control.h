@@ -5,9 +5,11 @@
 // Requests and replies alternate, each in a frame: four bytes of length, little-endian, then a
 // binary property list of that length. A status request needs nothing else. To change a job, a
 // client first asks for permission (Authorize), which the daemon grants for this connection and
-// this job: one removal, then one bless, within a short time. Without it, a removal or a bless is
-// refused. A bless carries the helper's executable as an open descriptor with the frame's first
-// byte: the caller decides which file is installed by opening it, and no path crosses the boundary.
+// this job, within a short time: to install it (one removal, then one bless) or to remove it. On
+// the system's own root a person may be asked first, so the answer may take minutes. Without
+// permission, a removal or a bless is refused. A bless carries the helper's executable as an open
+// descriptor with the frame's first byte: the caller decides which file is installed by opening it,
+// and no path crosses the boundary.
 //
 // Threading: values; a FrameReader belongs to one thread.
 // Errors: decoding a malformed message gives nothing. Lengths are checked before memory is
@@ -28,11 +30,16 @@ namespace platform {
 
 inline constexpr std::size_t kMaximumControlBytes = std::size_t{256} * 1024;
 
+/// What a permission covers: one removal and then one bless, or one removal.
+enum class ChangePurpose { Install, Remove };
+
 struct ControlRequest {
   enum class Operation { Authorize, Bless, Remove, Status };
   Operation operation = Operation::Status;
-  std::string label;  ///< empty for Status
-  bool wait = true;   ///< Remove: whether to reply only after the process has exited
+  std::string label{};  ///< empty for Status
+  bool wait = true;     ///< Remove: whether to reply only after the process has exited
+  ChangePurpose purpose = ChangePurpose::Install;  ///< Authorize
+  std::string prompt{};  ///< Authorize: the application's words for the person who is asked, or ""
 };
 
 /// A job as the daemon sees it.

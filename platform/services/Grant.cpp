@@ -19,7 +19,8 @@ namespace platform {
 struct Authorization {
   Authorization* previous = nullptr;
   bool isUsed = false;                          ///< permission has been requested
-  std::optional<ControlConnection> connection;  ///< after a removal, for the bless that may follow
+  std::optional<ControlConnection> connection;  ///< one with permission: from the beginning, or
+                                                ///< after a removal, for the bless that may follow
 };
 
 namespace {
@@ -64,7 +65,8 @@ std::vector<ControlConnection> takeEnded() {
 std::optional<ControlConnection> takeConnection(const AuthorizationRef& authorization) {
   const std::lock_guard lock(authorizations().mutex);
   Authorization& each = known(authorization);
-  if (!std::exchange(each.isUsed, true)) return std::nullopt;
+  const bool isFresh = !std::exchange(each.isUsed, true);
+  if (!each.connection && isFresh) return std::nullopt;
   if (!each.connection) {
     throw ServiceError(ServiceErrorCode::NotPermitted,
                        "this authorization has already been used; ask for a new one");
@@ -87,12 +89,18 @@ void keepConnection(const AuthorizationRef& authorization, ControlConnection con
 
 }  // namespace
 
-AuthorizationRef newAuthorization() {
+AuthorizationRef newAuthorization(std::optional<ControlConnection> permitted) {
   auto* const authorization = new Authorization;
-  std::vector<ControlConnection> ended;  // closed after unlock
-  const std::lock_guard lock(authorizations().mutex);
-  authorization->previous = std::exchange(authorizations().last, authorization);
-  ended = takeEnded();
+  {
+    std::vector<ControlConnection> ended;  // closed after unlock
+    const std::lock_guard lock(authorizations().mutex);
+    authorization->previous = std::exchange(authorizations().last, authorization);
+    ended = takeEnded();
+  }
+  if (permitted) {
+    authorization->isUsed = true;
+    keepConnection(authorization, std::move(*permitted));
+  }
   return authorization;
 }
 

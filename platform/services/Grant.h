@@ -2,9 +2,11 @@
 
 // The authorization used by this machine's services provider.
 //
-// A reference says that the user (or the agent) has agreed. That by itself permits nothing: at its
-// first use the job daemon is asked for permission, and the daemon decides and keeps track of what
-// the permission covers.
+// On a user's root a reference says that the user (or the agent) has agreed. That by itself permits
+// nothing: at its first use the job daemon is asked for permission, and the daemon decides and
+// keeps track of what the permission covers. On the system's own root the daemon has decided
+// already when the reference is created, and the reference holds the connection that has the
+// permission.
 //
 // Threading: any thread; creating one blocks while the question is open, using one while the daemon
 //   works.
@@ -14,8 +16,11 @@
 // Errors: the platform's status codes, ServiceError.
 #pragma once
 
+#include <optional>
+
 #include "platform/services/Authorization.h"
 #include "platform/services/Control.h"
+#include "platform/services/JobDaemon.h"
 
 namespace platform {
 
@@ -24,8 +29,10 @@ OSStatus createAuthorization(const AuthorizationRights* rights,
                              const AuthorizationEnvironment* environment, AuthorizationFlags flags,
                              AuthorizationRef* returnAuthorization);
 
-/// A new reference, for a question that was answered with yes.
-[[nodiscard]] AuthorizationRef newAuthorization();
+/// A new reference, for a question that was answered with yes. With a connection, it is one that
+/// has the daemon's permission.
+[[nodiscard]] AuthorizationRef newAuthorization(
+    std::optional<ControlConnection> permitted = std::nullopt);
 
 /// Throws NotPermitted unless newAuthorization returned the reference. Any pointer may be passed.
 void checkAuthorization(const AuthorizationRef& authorization);

@@ -26,8 +26,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// A removal waits for the job's process, which may take its full grace period of 5 s to exit.
-constexpr milliseconds kReplyTimeout{30'000};
 constexpr milliseconds kStartTimeout{15'000};
 constexpr int kAttempts = 3;
 
@@ -123,6 +121,15 @@ void reap(pid_t child, bool didItsWork) {
   }
 }
 
+/// There systemd listens for the daemon, and starts it.
+ServiceError notInstalled(const SystemRoot& root) {
+  return {ServiceErrorCode::DaemonUnavailable,
+          "the system's job daemon is not there: nobody listens at " +
+              root.controlEndpoint().string() +
+              ". Install the package wlhid-router, or, if it is installed, start the socket with "
+              "systemctl start wlhid-jobd.socket"};
+}
+
 void checkOwner(const FileDescriptor& socket, const SystemRoot& root) {
   const auto peer = peerCredentials(socket.get());
   if (peer && isTrustedUser(peer->user)) return;
@@ -135,7 +142,7 @@ void checkOwner(const FileDescriptor& socket, const SystemRoot& root) {
 FileDescriptor JobDaemon::connect() const {
   const auto rootDirectory = openRoot(root_);
   if (!rootDirectory) return {};
-  const auto run = openDirectoryBelow(rootDirectory.get(), "var/run", false);
+  const auto run = openPlace(rootDirectory.get(), root_.places().run);
   if (!run) return {};
   auto socket = connectUnixSocketAt(run.get(), "jobd.sock", SOCK_STREAM);
   if (socket) checkOwner(socket, root_);
@@ -143,11 +150,8 @@ FileDescriptor JobDaemon::connect() const {
 }
 
 FileDescriptor JobDaemon::connectOrStart() const {
-  if (root_.isSystem()) {
-    throw ServiceError(ServiceErrorCode::NotSupported,
-                       "the system root's jobs belong to the system's own service manager");
-  }
   if (auto socket = connect()) return socket;
+  if (root_.isSystem()) throw notInstalled(root_);
   start();
   return connect();
 }
@@ -185,7 +189,7 @@ void JobDaemon::start() const {
 std::optional<ControlReply> ControlConnection::tryAsk(const ControlRequest& request,
                                                       int descriptor) {
   if (!sendFrame(socket_.get(), encode(request), descriptor)) return std::nullopt;
-  const auto deadline = Clock::now() + kReplyTimeout;
+  const auto deadline = Clock::now() + timeout_;
   FrameReader reader;
   for (;;) {
     if (!waitReadable(socket_.get(), deadline)) {
@@ -224,7 +228,9 @@ std::pair<ControlConnection, ControlReply> JobDaemon::openWith(const ControlRequ
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     auto socket = connectOrStart();
     if (!socket) continue;
-    ControlConnection connection(std::move(socket));
+    ControlConnection connection(std::move(socket), root_.isSystem()
+                                                        ? ControlConnection::kPersonTimeout
+                                                        : ControlConnection::kReplyTimeout);
     if (auto reply = connection.tryAsk(request, descriptor))
       return {std::move(connection), std::move(*reply)};
   }
@@ -237,7 +243,11 @@ ControlReply JobDaemon::ask(const ControlRequest& request, int descriptor) const
 }
 
 ControlConnection JobDaemon::authorize(const std::string& label) const {
-  auto [connection, reply] = openWith({ControlRequest::Operation::Authorize, label, true}, -1);
+  return authorize(ControlRequest{ControlRequest::Operation::Authorize, label});
+}
+
+ControlConnection JobDaemon::authorize(const ControlRequest& request) const {
+  auto [connection, reply] = openWith(request, -1);
   if (!reply.succeeded()) throw ServiceError(reply.code, reply.message);
   return std::move(connection);
 }

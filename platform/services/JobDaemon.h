@@ -2,10 +2,16 @@
 
 // An application's access to the job daemon of a root.
 //
-// Threading: any thread; calls wait for the daemon, at most 30 s.
+// The daemon of a user's root is started on demand. On the system's own root systemd listens for it
+// and starts it; where nobody listens, the package is not installed.
+//
+// Threading: any thread; calls wait for the daemon, at most 30 s; on the system's own root 5
+// minutes,
+//   since a person may have to type a password.
 // Errors: ServiceError.
 #pragma once
 
+#include <chrono>
 #include <utility>
 
 #include "platform/services/Control.h"
@@ -16,7 +22,13 @@ namespace platform {
 /// An open connection to the daemon, for requests that belong together.
 class ControlConnection {
  public:
-  explicit ControlConnection(FileDescriptor socket) : socket_(std::move(socket)) {}
+  /// A removal waits for the job's process, which may take its full grace period of 5 s to exit.
+  static constexpr std::chrono::milliseconds kReplyTimeout{30'000};
+  static constexpr std::chrono::milliseconds kPersonTimeout{300'000};
+
+  explicit ControlConnection(FileDescriptor socket,
+                             std::chrono::milliseconds timeout = kReplyTimeout)
+      : socket_(std::move(socket)), timeout_(timeout) {}
 
   /// Sends a request, with an open descriptor (-1: none), and waits for the reply; nothing if the
   /// daemon closed the connection first.
@@ -28,6 +40,7 @@ class ControlConnection {
 
  private:
   FileDescriptor socket_;
+  std::chrono::milliseconds timeout_;
 };
 
 class JobDaemon {
@@ -46,6 +59,8 @@ class JobDaemon {
   /// remove and then bless it, each once and within a short time. Starts the daemon first if none
   /// is running. Throws the daemon's error if it refuses.
   [[nodiscard]] ControlConnection authorize(const std::string& label) const;
+  /// The same for a request with a purpose and a prompt.
+  [[nodiscard]] ControlConnection authorize(const ControlRequest& request) const;
 
   /// The daemon's jobs; nothing if no daemon is running (does not start one).
   [[nodiscard]] std::optional<ControlReply> status() const;

@@ -111,6 +111,33 @@ FileDescriptor walkTo(const SystemRoot& root, bool create) {
   return reopened(current.get(), name);
 }
 
+/// Checks a directory of the system's own root.
+void checkIsTheSystems(int directory, const std::string& name) {
+  const struct stat status = statusOf(directory, name);
+  if (status.st_uid != SystemRoot::systemOwner()) {
+    throw ServiceError(ServiceErrorCode::NotPermitted,
+                       name + " belongs to " + nameOf(status.st_uid) +
+                           ", who could decide what is run: give it back with chown root");
+  }
+  if ((status.st_mode & kWritableByOthers) != 0) throw writable(name, status.st_mode);
+}
+
+/// Opens one directory after another, each checked before the next is looked up in it.
+FileDescriptor openEach(int directory, std::string_view path, bool create,
+                        void (*check)(int directory, const std::string& name)) {
+  FileDescriptor current;
+  int parent = directory;
+  for (std::size_t begin = 0; begin < path.size();) {
+    const std::size_t end = std::min(path.find('/', begin), path.size());
+    current = openOneDirectory(parent, std::string(path.substr(begin, end - begin)), create);
+    if (!current) return current;
+    if (check != nullptr) check(current.get(), "/" + std::string(path.substr(0, end)));
+    parent = current.get();
+    begin = end + 1;
+  }
+  return current;
+}
+
 /// The root that the process opened last, with the attributes that would show that it has been
 /// replaced or opened to other users. Otherwise the path need not be walked again.
 class LastRoot {
@@ -191,17 +218,12 @@ void checkIsOwn(int directory, const std::string& name) {
 }
 
 FileDescriptor openDirectoryBelow(int directory, std::string_view relativePath, bool create) {
-  FileDescriptor current;
-  int parent = directory;
-  while (!relativePath.empty()) {
-    const auto slash = relativePath.find('/');
-    current = openOneDirectory(parent, std::string(relativePath.substr(0, slash)), create);
-    if (!current) return current;
-    parent = current.get();
-    relativePath =
-        slash == std::string_view::npos ? std::string_view() : relativePath.substr(slash + 1);
-  }
-  return current;
+  return openEach(directory, relativePath, create, nullptr);
+}
+
+FileDescriptor openPlace(int rootDirectory, std::string_view place, bool create) {
+  return openEach(rootDirectory, place, create,
+                  SystemRoot::isSystem(rootDirectory) ? checkIsTheSystems : nullptr);
 }
 
 std::optional<std::vector<std::uint8_t>> readFileIn(int directory, const std::string& name,

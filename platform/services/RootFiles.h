@@ -47,6 +47,12 @@ void checkIsOwn(int directory, const std::string& name);
 [[nodiscard]] FileDescriptor openDirectoryBelow(int directory, std::string_view relativePath,
                                                 bool create);
 
+/// A directory below an open root (SystemPlaces.h), in the same way. On the system's own root each
+/// directory of `place` must also belong to the superuser and be writable by nobody else; otherwise
+/// throws NotPermitted.
+[[nodiscard]] FileDescriptor openPlace(int rootDirectory, std::string_view place,
+                                       bool create = false);
+
 /// The contents of a regular file; nothing if it does not exist. Throws if it is a link, a device,
 /// too large or unreadable.
 [[nodiscard]] std::optional<std::vector<std::uint8_t>> readFileIn(int directory,

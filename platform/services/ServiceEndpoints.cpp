@@ -36,17 +36,24 @@ bool jobOffers(int jobs, const std::string& fileName, std::string_view service) 
   return false;  // a job file that cannot be read offers nothing
 }
 
-/// Whether a job of the root offers the service. Most services have the name of their job, so that
+/// Whether a job of the layer offers the service. Most services have the name of their job, so that
 /// job file is tried first.
-bool isOffered(const SystemRoot& root, std::string_view service) {
-  const auto rootDirectory = openRoot(root);
-  if (!rootDirectory) return false;
-  const auto jobs = openDirectoryBelow(rootDirectory.get(), "Library/LaunchDaemons", false);
+bool isOfferedIn(int rootDirectory, const JobLayer& layer, std::string_view service) {
+  const auto jobs = openPlace(rootDirectory, layer.jobs);
   if (!jobs) return false;
   if (jobOffers(jobs.get(), std::string(service) + ".plist", service)) return true;
   const auto names = namesIn(jobs.get());
   return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
     return name.ends_with(".plist") && jobOffers(jobs.get(), name, service);
+  });
+}
+
+bool isOffered(const SystemRoot& root, std::string_view service) {
+  const auto rootDirectory = openRoot(root);
+  if (!rootDirectory) return false;
+  const auto layers = root.places().layers;
+  return std::any_of(layers.begin(), layers.end(), [&](const JobLayer& layer) {
+    return isOfferedIn(rootDirectory.get(), layer, service);
   });
 }
 
@@ -83,13 +90,20 @@ std::optional<ServiceConnectResult> meaningOf(int error) {
 FileDescriptor connectEndpoint(const SystemRoot& root, std::string_view service) {
   const auto rootDirectory = openRoot(root);
   const auto run =
-      rootDirectory ? openDirectoryBelow(rootDirectory.get(), "var/run", false) : FileDescriptor();
+      rootDirectory ? openPlace(rootDirectory.get(), root.places().run) : FileDescriptor();
   if (!run) {
     errno = ENOENT;
     return {};
   }
   return connectUnixSocketAt(run.get(), std::string(service) + ".sock",
                              SOCK_STREAM | SOCK_NONBLOCK);
+}
+
+/// On the system's own root systemd listens, from start-up on, and nobody else may.
+ServiceConnectResult notListening(const SystemRoot& root, std::string_view service) {
+  return failure(Outcome::UnknownName, "its job is installed, but nobody listens at " +
+                                           root.endpoint(service).string() +
+                                           ": start it with systemctl start wlhid-router.socket");
 }
 
 class RootEndpoints final : public ServiceEndpoints {
@@ -112,6 +126,7 @@ class RootEndpoints final : public ServiceEndpoints {
       if (auto socket = connectEndpoint(root, service)) return checkedEndpoint(std::move(socket));
       if (auto known = meaningOf(errno)) return *known;
       if (!isOffered(root, service)) return failure(Outcome::UnknownName, "no job offers it");
+      if (root.isSystem()) return notListening(root, service);
       JobDaemon(root).ensureRunning();
     }
     return failure(

@@ -22,9 +22,11 @@ enum class ServiceErrorCode : std::int64_t {
   DaemonUnavailable = 5,  ///< the job daemon cannot be found, started or reached
   NotPermitted = 6,       ///< the root, the endpoint or the caller belongs to another user
   TimedOut = 7,
-  NotSupported = 8,  ///< not on this kind of root
-  Protocol = 9,      ///< the peer on the control socket violated the protocol
-  Busy = 10,         ///< another caller is changing the job
+  NotSupported = 8,            ///< not on this kind of root
+  Protocol = 9,                ///< the peer on the control socket violated the protocol
+  Busy = 10,                   ///< another caller is changing the job
+  Canceled = 11,               ///< the person who was asked dismissed the question
+  InteractionNotAllowed = 12,  ///< a person would have to be asked, and nobody can ask one
 };
 
 class ServiceError : public std::runtime_error {

@@ -2,6 +2,9 @@
 
 #include "platform/services/SystemRoot.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <mutex>
@@ -14,14 +17,38 @@ namespace {
 
 namespace fs = std::filesystem;
 
+/// Which directory is the system's own root, and whom its directories belong to.
+struct System {
+  fs::path directory = "/";
+  uid_t owner = 0;
+};
+
 struct CurrentRoot {
   std::mutex mutex;
   std::optional<SystemRoot> root;
+  System system;
 };
 
 CurrentRoot& currentRoot() {
   static auto* const slot = new CurrentRoot;  // outlives every static that may still use it
   return *slot;
+}
+
+System theSystem() {
+  const std::lock_guard lock(currentRoot().mutex);
+  return currentRoot().system;
+}
+
+bool isTheSystems(const struct stat& status) {
+  struct stat system {};
+  return ::stat(theSystem().directory.c_str(), &system) == 0 && status.st_dev == system.st_dev &&
+         status.st_ino == system.st_ino;
+}
+
+/// Whether the package of the router is installed, for all users.
+bool isInstalledForAll(const fs::path& system) {
+  std::error_code unknown;
+  return fs::is_directory(system / placesOfTheSystem().layers.back().jobs, unknown);
 }
 
 /// The absolute path in an environment variable. Relative paths are ignored, as the XDG base
@@ -71,7 +98,8 @@ SystemRoot SystemRoot::current() {
   }
   if (const char* chosen = secure_getenv("WLHID_ROOT"); chosen != nullptr && *chosen != '\0')
     return SystemRoot(chosen);
-  return SystemRoot(usersOwnRoot());
+  const fs::path system = theSystem().directory;
+  return SystemRoot(isInstalledForAll(system) ? system : usersOwnRoot());
 }
 
 void SystemRoot::setCurrent(SystemRoot root) {
@@ -84,28 +112,53 @@ void SystemRoot::resetCurrent() {
   currentRoot().root.reset();
 }
 
+bool SystemRoot::isSystem() const {
+  struct stat status {};
+  const int failed =
+      directory_ ? ::fstat(directory_->get(), &status) : ::lstat(path_.c_str(), &status);
+  return failed == 0 && isTheSystems(status);
+}
+
+bool SystemRoot::isSystem(int directory) {
+  struct stat status {};
+  return ::fstat(directory, &status) == 0 && isTheSystems(status);
+}
+
+const SystemPlaces& SystemRoot::places() const {
+  return isSystem() ? placesOfTheSystem() : placesOfAUser();
+}
+
+uid_t SystemRoot::systemOwner() {
+  return theSystem().owner;
+}
+
+void SystemRoot::setSystemForTests(const fs::path& directory) {
+  const std::lock_guard lock(currentRoot().mutex);
+  currentRoot().system = directory.empty() ? System() : System{directory, ::geteuid()};
+}
+
 fs::path SystemRoot::jobFile(std::string_view label) const {
-  return path_ / "Library/LaunchDaemons" / (std::string(checkedLabel(label)) + ".plist");
+  return path_ / places().layers.front().jobs / (std::string(checkedLabel(label)) + ".plist");
 }
 
 fs::path SystemRoot::helperTool(std::string_view label) const {
-  return path_ / "Library/PrivilegedHelperTools" / checkedLabel(label);
+  return path_ / places().layers.front().helpers / checkedLabel(label);
 }
 
 fs::path SystemRoot::endpoint(std::string_view service) const {
-  return path_ / "var/run" / (std::string(checkedLabel(service)) + ".sock");
+  return path_ / places().run / (std::string(checkedLabel(service)) + ".sock");
 }
 
 fs::path SystemRoot::controlEndpoint() const {
-  return path_ / "var/run/jobd.sock";
+  return path_ / places().run / "jobd.sock";
 }
 
 fs::path SystemRoot::systemLog() const {
-  return path_ / "var/log/system.log";
+  return path_ / places().log / "system.log";
 }
 
 fs::path SystemRoot::deviceSources() const {
-  return path_ / "etc/hideventrouter";
+  return path_ / places().deviceSources;
 }
 
 bool SystemRoot::isValidLabel(std::string_view label) {

@@ -52,7 +52,7 @@ bool mayConnectTo(const std::string& endpoint) {
 /// The process that listens on the daemon's endpoint, whether or not it answers; -1 if none does.
 pid_t processAtControlEndpoint(const SystemRoot& root) try {
   const auto directory = platform::openRoot(root);
-  const auto run = directory ? platform::openDirectoryBelow(directory.get(), "var/run", false)
+  const auto run = directory ? platform::openPlace(directory.get(), root.places().run)
                              : platform::FileDescriptor();
   if (!run) return -1;
   const auto socket = platform::connectUnixSocketAt(

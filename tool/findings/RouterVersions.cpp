@@ -2,8 +2,6 @@
 
 #include "tool/findings/RouterVersions.h"
 
-#include <algorithm>
-
 #include "WLHIDAccess/KQPrivilegedHelperManager.h"
 #include "WLHIDAccess/WLHIDEventRouterConstants.h"
 #include "platform/foundation/NSArray.h"
@@ -13,8 +11,8 @@
 #include "platform/services/InstalledJob.h"
 #include "platform/services/ServiceManagement.h"
 #include "platform/services/SystemRoot.h"
+#include "platform/services/VersionOrder.h"
 #include "tool/command/Command.h"
-#include "tool/command/Numbers.h"
 #include "tool/files/Files.h"
 
 namespace tool {
@@ -78,14 +76,6 @@ std::string executableOf(const NSDictionary& job) {
   return path ? path->UTF8String() : std::string();
 }
 
-/// Removes the number before the first dot, and the dot; nothing if it is not a number.
-std::optional<std::uint64_t> takeNumber(std::string_view& version) {
-  const std::size_t dot = std::min(version.find('.'), version.size());
-  const auto number = parseNumber(version.substr(0, dot));
-  version.remove_prefix(std::min(dot + 1, version.size()));
-  return number;
-}
-
 std::string whyNoJob(const SystemRoot& root) {
   std::string reason = "there is one now";
   static_cast<void>(platform::installedJob(root, std::string(WLHIDEventRouterLabel), &reason));
@@ -124,18 +114,9 @@ RouterVersions readRouterVersions() {
   return versions;
 }
 
-bool isNewer(std::string_view a, std::string_view b) {
-  while (!a.empty() || !b.empty()) {
-    const auto first = a.empty() ? 0 : takeNumber(a);
-    const auto second = b.empty() ? 0 : takeNumber(b);
-    if (!first || !second) return false;
-    if (*first != *second) return *first > *second;
-  }
-  return false;
-}
-
 bool isDowngrade(const RouterVersions& versions) {
-  return versions.installed && isNewer(versions.installed->version, versions.bundle.version);
+  return versions.installed &&
+         platform::isNewer(versions.installed->version, versions.bundle.version);
 }
 
 std::vector<std::string> installArguments(const RouterVersions& versions) {

@@ -9,7 +9,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "platform/foundation/NSObject.h"
@@ -43,9 +42,6 @@ struct RouterVersions {
 
 /// Reads everything anew.
 [[nodiscard]] RouterVersions readRouterVersions();
-/// Whether version `a` is newer than `b`, number by number ("1.10" is newer than "1.9"). A version
-/// that does not consist of numbers is never newer.
-[[nodiscard]] bool isNewer(std::string_view a, std::string_view b);
 /// Whether installing would replace a newer version with an older one.
 [[nodiscard]] bool isDowngrade(const RouterVersions& versions);
 /// The arguments that make this command install its own copy.

@@ -3,9 +3,22 @@
 #include "tool/installing/Installation.h"
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "platform/services/JobDaemon.h"
+#include "platform/services/ServiceError.h"
+#include "platform/services/SystemRoot.h"
 #include "tool/command/Command.h"
 
 namespace tool {
+
+void requireSystemDaemon() {
+  const auto root = platform::SystemRoot::current();
+  if (!root.isSystem()) return;
+  try {
+    platform::JobDaemon(root).ensureRunning();
+  } catch (const platform::ServiceError& error) {
+    throw Failure(error.what());
+  }
+}
 
 void installRouter(const std::shared_ptr<platform::NSString>& prompt) {
   bool installed = false;

@@ -12,6 +12,9 @@
 
 namespace tool {
 
+/// Throws, with what is missing, if this is the system's own root and its job daemon is not there.
+void requireSystemDaemon();
+
 /// `prompt`: null for the platform's own text.
 void installRouter(const std::shared_ptr<platform::NSString>& prompt);
 

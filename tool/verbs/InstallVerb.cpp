@@ -33,6 +33,7 @@ int install(const InstallOptions& options) {
   applyAuthorizationAnswer(options.answer);
   const RouterVersions there = readRouterVersions();
   announceReplacement(there, options.force);
+  requireSystemDaemon();
   const auto prompt =
       options.prompt.empty() ? nullptr : platform::NSString::stringWithUTF8(options.prompt);
   installRouter(prompt);

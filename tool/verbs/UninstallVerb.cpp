@@ -2,12 +2,16 @@
 
 // wlhid uninstall: removes the router.
 #include <CLI/CLI.hpp>
+#include <filesystem>
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "platform/services/Authorization.h"
+#include "platform/services/SystemRoot.h"
 #include "tool/command/Command.h"
 #include "tool/command/Invocation.h"
 #include "tool/findings/RouterVersions.h"
 #include "tool/installing/Authorize.h"
+#include "tool/installing/Installation.h"
 
 namespace tool {
 
@@ -31,12 +35,25 @@ std::string whyNothingToRemove(const RouterVersions& there) {
          " (install that first: " + commandLine(installArguments(there)) + ")";
 }
 
+/// Why the installed one is not this command's to remove, on the system's own root.
+std::string whyThePackages(const RouterVersions& there) {
+  const auto root = platform::SystemRoot::current();
+  if (!root.isSystem() || !there.installed) return {};
+  const auto packaged = root.path() / root.places().layers.back().helpers;
+  if (std::filesystem::path(there.installed->path).parent_path() != packaged) return {};
+  return "it came with the package wlhid-router, and goes with it (apt remove wlhid-router)";
+}
+
 int uninstall(const UninstallOptions& options) {
   applyAuthorizationAnswer(options.answer);
   const auto prompt =
       options.prompt.empty() ? nullptr : platform::NSString::stringWithUTF8(options.prompt);
-  const std::string nothing = whyNothingToRemove(readRouterVersions());
+  const RouterVersions there = readRouterVersions();
+  std::string nothing = whyNothingToRemove(there);
+  if (nothing.empty()) nothing = whyThePackages(there);
   if (!nothing.empty()) throw Failure("the router was not removed: " + nothing);
+  requireSystemDaemon();
+  platform::setAuthorizationPurpose(platform::ChangePurpose::Remove);
   bool removed = false;
   std::shared_ptr<platform::NSError> reason;
   WLHIDEventRouterClient::uninstallWithPrompt_completionHandler(

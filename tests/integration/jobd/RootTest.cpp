@@ -188,13 +188,15 @@ TEST_F(Root, AServicesEndpointIsForItsOwnerAlone) {
                 " the endpoint cannot be used: Permission denied");
 }
 
-TEST_F(Root, TheSystemRootIsNotServed) {
+TEST_F(Root, NoDaemonIsStartedForTheSystemsOwn) {
+  platform::SystemRoot::setSystemForTests(root.path());
   try {
-    platform::JobDaemon(platform::SystemRoot("/")).ensureRunning();
+    platform::JobDaemon(root).ensureRunning();
     ADD_FAILURE() << "served";
   } catch (const ServiceError& error) {
-    EXPECT_EQ(error.code(), ServiceErrorCode::NotSupported);
+    EXPECT_EQ(error.code(), ServiceErrorCode::DaemonUnavailable);
   }
+  platform::SystemRoot::setSystemForTests({});
 }
 
 TEST_F(Root, DamagedJobFilesAreLeftOutAndNoted) {

@@ -29,6 +29,7 @@ using platform::ControlReply;
 using platform::ControlRequest;
 using platform::FileDescriptor;
 using platform::ServiceErrorCode;
+using Kind = jobd::Decision::Kind;
 using Operation = ControlRequest::Operation;
 
 constexpr int kTimeoutMilliseconds = 30'000;
@@ -41,10 +42,8 @@ class ServedEndpoint {
         stop_(::eventfd(0, EFD_CLOEXEC)),
         server_(
             loop_, directory_.get(),
-            [this](const auto& caller, const std::string& label, const auto& decided) {
-              ask(caller, label, decided);
-            },
-            [this](const ControlRequest& request, FileDescriptor, const auto& reply) {
+            [this](const jobd::Question& question, const auto& decided) { ask(question, decided); },
+            [this](const auto&, const ControlRequest& request, FileDescriptor, const auto& reply) {
               handled_.push_back(request.label);
               reply(jobd::controlReply());
             },
@@ -74,13 +73,19 @@ class ServedEndpoint {
 
  private:
   /// "com.no" is refused, "com.later" allowed an iteration later, anything else at once.
-  void ask(const platform::PeerCredentials& caller, const std::string& label,
-           const std::function<void(bool)>& decided) {
+  void ask(const jobd::Question& question, const jobd::Decided& decided) {
+    const auto& [caller, label, right, prompt] = question;
     const bool isWhoTheKernelNames = caller.user == ::geteuid() && caller.process == ::getpid();
     if (label == "com.later")
-      later_ = loop_.after(1ms, [decided] { decided(true); });
+      later_ = loop_.after(1ms, [decided] { decided({Kind::Yes, {}}); });
+    else if (label == "com.canceled")
+      decided({Kind::Canceled, "not said"});
+    else if (label == "com.alone")
+      decided({Kind::InteractionNotAllowed, "there is no agent"});
+    else if (label == "com.why")
+      decided({Kind::No, right == jobd::Right::Remove ? "no removal: " + prompt : prompt});
     else
-      decided(isWhoTheKernelNames && label != "com.no");
+      decided({isWhoTheKernelNames && label != "com.no" ? Kind::Yes : Kind::No, {}});
   }
 
   testsupport::TemporaryDirectory temporary_;
@@ -331,6 +336,46 @@ TEST(ControlServer, AmongIdleConnectionsOneWithALeaveStaysLongest) {
   EXPECT_EQ(ask(youngerWithLeave, Operation::Bless, "com.a"), ServiceErrorCode::None);
 }
 
+ControlReply reply(const ServedEndpoint& endpoint, const ControlRequest& request) {
+  return ControlConnection(endpoint.connect()).tryAsk(request, -1).value_or(ControlReply{});
+}
+
+TEST(ControlServer, WhyNotIsWhatTheAuthoritySays) {
+  const ServedEndpoint endpoint;
+  const auto canceled = reply(endpoint, {Operation::Authorize, "com.canceled"});
+  EXPECT_EQ(canceled.code, ServiceErrorCode::Canceled);
+  EXPECT_EQ(canceled.message, "the question was dismissed");
+  const auto alone = reply(endpoint, {Operation::Authorize, "com.alone"});
+  EXPECT_EQ(alone.code, ServiceErrorCode::InteractionNotAllowed);
+  EXPECT_EQ(
+      alone.message,
+      "a person has to allow changing the job com.alone, and nobody can be asked: there is no "
+      "agent");
+  const auto no = reply(
+      endpoint, {Operation::Authorize, "com.why", true, platform::ChangePurpose::Remove, "please"});
+  EXPECT_EQ(no.code, ServiceErrorCode::NotPermitted);
+  EXPECT_EQ(no.message, "the caller may not change the job com.why: no removal: please");
+  EXPECT_EQ(reply(endpoint, {Operation::Authorize, "com.why", true,
+                             platform::ChangePurpose::Install, "please"})
+                .message,
+            "the caller may not change the job com.why: please");
+}
+
+TEST(ControlServer, PermissionToRemoveCoversNoBless) {
+  const ServedEndpoint endpoint;
+  ControlConnection one(endpoint.connect());
+  const auto asked =
+      one.tryAsk({Operation::Authorize, "com.a", true, platform::ChangePurpose::Remove}, -1);
+  ASSERT_TRUE(asked && asked->succeeded());
+  EXPECT_EQ(ask(one, Operation::Bless, "com.a"), ServiceErrorCode::NotPermitted);
+  const auto socket = endpoint.connect();
+  ControlConnection other(FileDescriptor(::dup(socket.get())));
+  static_cast<void>(
+      other.tryAsk({Operation::Authorize, "com.a", true, platform::ChangePurpose::Remove}, -1));
+  EXPECT_EQ(ask(other, Operation::Remove, "com.a"), ServiceErrorCode::None);
+  EXPECT_TRUE(isDropped(socket)) << "it is used up";
+}
+
 /// A server whose loop is run by the test itself.
 class TurnedServer : public testing::Test {
  protected:
@@ -357,8 +402,11 @@ class TurnedServer : public testing::Test {
   int quiet_ = 0;
   bool hadDescriptor_ = false;
   jobd::ControlServer server_{
-      loop_, directory_.get(), [](const auto&, const auto&, const auto& decided) { decided(true); },
-      [this](const ControlRequest&, FileDescriptor descriptor, const auto& reply) {
+      loop_, directory_.get(),
+      [](const auto&, const auto& decided) {
+        decided({Kind::Yes, {}});
+      },
+      [this](const auto&, const ControlRequest&, FileDescriptor descriptor, const auto& reply) {
         hadDescriptor_ = static_cast<bool>(descriptor);
         reply(jobd::controlReply());
       },

@@ -2,6 +2,7 @@
 
 #include "tests/unit/jobd/FileOperations.h"
 
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -28,6 +29,25 @@ ssize_t allowed(std::vector<ssize_t>& limits, size_t size) {
   errno = static_cast<int>(-limit);
   return -1;
 }
+
+int operationsLeft = 0;  // 0: nobody dies
+bool diesAfter = false;
+
+/// An operation that may be the process's last, before or after it.
+class Operation {
+ public:
+  Operation() : isLast_(operationsLeft > 0 && --operationsLeft == 0) {
+    if (isLast_ && !diesAfter) ::raise(SIGKILL);
+  }
+  Operation(const Operation&) = delete;
+  Operation& operator=(const Operation&) = delete;
+  ~Operation() {
+    if (isLast_) ::raise(SIGKILL);
+  }
+
+ private:
+  bool isLast_;
+};
 
 std::vector<std::string>& operations() {
   static std::vector<std::string> list;
@@ -69,6 +89,11 @@ void limitReads(std::vector<ssize_t> limits) {
   readLimits = std::move(limits);
 }
 
+void dieAt(int count, bool isAfter) {
+  operationsLeft = count;
+  diesAfter = isAfter;
+}
+
 void exitAfterWriting(int status) {
   statusAfterWriting = status;
 }
@@ -80,6 +105,7 @@ extern "C" {
 
 ssize_t write(int descriptor, const void* bytes, size_t size) {
   if (isRecording) note("write " + nameOf(descriptor));
+  const Operation operation;
   const ssize_t most = allowed(writeLimits, size);
   const ssize_t written = most < 0 ? -1 : ::syscall(SYS_write, descriptor, bytes, most);
   if (statusAfterWriting >= 0) ::_exit(statusAfterWriting);
@@ -93,17 +119,25 @@ ssize_t read(int descriptor, void* bytes, size_t size) {
 
 int fchmod(int descriptor, mode_t mode) noexcept {
   if (isRecording) note("mode " + nameOf(descriptor));
+  const Operation operation;
   return static_cast<int>(::syscall(SYS_fchmod, descriptor, mode));
 }
 
 int fsync(int descriptor) {
   if (isRecording) note("sync " + nameOf(descriptor));
+  const Operation operation;
   return static_cast<int>(::syscall(SYS_fsync, descriptor));
 }
 
 int renameat(int fromDirectory, const char* from, int toDirectory, const char* to) noexcept {
   if (isRecording) note("rename " + std::string(from) + " " + to);
+  const Operation operation;
   return static_cast<int>(::syscall(SYS_renameat2, fromDirectory, from, toDirectory, to, 0));
+}
+
+int unlinkat(int directory, const char* name, int flags) noexcept {
+  const Operation operation;
+  return static_cast<int>(::syscall(SYS_unlinkat, directory, name, flags));
 }
 
 }  // extern "C"

@@ -29,4 +29,8 @@ void limitReads(std::vector<ssize_t> limits);
 /// Makes the process exit with this status after its next write.
 void exitAfterWriting(int status);
 
+/// Kills the process with SIGKILL before or after its `count`th write, change of mode, sync, rename
+/// or removal of a file.
+void dieAt(int count, bool isAfter);
+
 }  // namespace fileoperations

@@ -30,11 +30,20 @@ namespace fs = std::filesystem;
 
 constexpr const char* kLabel = "com.quillmar.echo";
 
+/// Makes the root the system's own before it is opened.
+RootDirectories openAsSystem(const platform::SystemRoot& root) {
+  fs::create_directories(root.path());
+  ::chmod(root.path().c_str(), 0755);
+  platform::SystemRoot::setSystemForTests(root.path());
+  return RootDirectories::openSystem(root);
+}
+
 class HelperInstallerTest : public testing::Test {
  protected:
-  HelperInstallerTest()
+  explicit HelperInstallerTest(
+      RootDirectories (*open)(const platform::SystemRoot&) = RootDirectories::open)
       : root(temporary.path() / "root"),
-        directories(RootDirectories::open(root)),
+        directories(open(root)),
         oldImage(testsupport::makeImage(WLHID_MKIMAGE, {kLabel, "1.0", "/bin/true", {}},
                                         temporary.path() / "old")),
         newImage(testsupport::makeImage(
@@ -63,12 +72,57 @@ class HelperInstallerTest : public testing::Test {
     ASSERT_EQ(WEXITSTATUS(status), 42);
   }
 
+  /// Installs in a process that dies before or after its `count`th operation on a file; false if
+  /// there are fewer.
+  bool installAndDieAt(const fs::path& image, int count, bool isAfter) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      fileoperations::dieAt(count, isAfter);
+      install(image);
+      ::_exit(0);
+    }
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return WIFSIGNALED(status);
+  }
+  /// What a new daemon finds after a crash at each operation of an update, and of a first
+  /// installation, must be whole.
+  void crashEverywhere() {
+    for (const bool isUpdate : {true, false}) {
+      for (const bool isAfter : {false, true}) {
+        int count = 1;
+        for (bool died = true; died; ++count) {
+          HelperInstaller(directories, root).remove(kLabel);
+          if (isUpdate) install(oldImage);
+          const std::string oldJob = isUpdate ? jobFile() : "";
+          died = installAndDieAt(newImage, count, isAfter);
+          HelperInstaller(directories, root).removeStagingFiles();
+          expectWhole(isUpdate, oldJob);
+        }
+        EXPECT_GT(count, 10) << "hardly anything was done";
+      }
+    }
+  }
+  void expectWhole(bool isUpdate, const std::string& oldJob) {
+    const bool hasJob = fs::exists(root.jobFile(kLabel));
+    const std::string tool = installedTool();
+    EXPECT_TRUE(hasJob || !isUpdate);
+    if (hasJob) {
+      EXPECT_TRUE(tool == readFile(newImage) || (isUpdate && tool == readFile(oldImage)));
+      EXPECT_TRUE(jobFile() == oldJob || tool == readFile(newImage)) << "a new job, an old tool";
+    }
+    EXPECT_THAT(strays(), testing::IsEmpty());
+  }
+
   std::string installedTool() const { return readFile(root.helperTool(kLabel)); }
   std::string jobFile() const { return readFile(root.jobFile(kLabel)); }
   std::vector<std::string> strays() const {
     std::vector<std::string> names;
-    for (const auto& place : {"Library/LaunchDaemons", "Library/PrivilegedHelperTools"}) {
-      for (const auto& entry : fs::directory_iterator(root.path() / place)) {
+    std::vector<fs::path> places{root.jobFile(kLabel).parent_path(),
+                                 root.helperTool(kLabel).parent_path()};
+    if (directories.staging) places.push_back(root.path() / root.places().staging);
+    for (const auto& place : places) {
+      for (const auto& entry : fs::directory_iterator(place)) {
         const std::string name = entry.path().filename().string();
         if (name != kLabel && name != std::string(kLabel) + ".plist") names.push_back(name);
       }
@@ -159,6 +213,53 @@ TEST_F(HelperInstallerTest, ACrashOfAFirstInstallationLeavesNoJobWithoutItsExecu
     HelperInstaller(directories, root).remove(kLabel);
     EXPECT_THAT(strays(), testing::IsEmpty());
   }
+}
+
+TEST_F(HelperInstallerTest, AKillAtAnyOperationLeavesTheOldOneOrTheNewOneWhole) {
+  crashEverywhere();
+}
+
+class SystemInstaller : public HelperInstallerTest {
+ protected:
+  SystemInstaller() : HelperInstallerTest(openAsSystem) {}
+  ~SystemInstaller() override { platform::SystemRoot::setSystemForTests({}); }
+};
+
+TEST_F(SystemInstaller, AKillAtAnyOperationLeavesTheOldOneOrTheNewOneWhole) {
+  crashEverywhere();
+}
+
+TEST_F(SystemInstaller, PutsThemIntoTheApplicationsLayer) {
+  const auto job = install(newImage);
+  EXPECT_EQ(job.arguments.front(), root.path() / "var/lib/wlhid/helpers" / kLabel);
+  EXPECT_EQ(readFile(root.path() / "var/lib/wlhid/helpers" / kLabel), readFile(newImage));
+  EXPECT_TRUE(fs::exists(root.path() / "var/lib/wlhid/jobs" / (std::string(kLabel) + ".plist")));
+  EXPECT_THAT(strays(), testing::IsEmpty());
+}
+
+TEST_F(SystemInstaller, StagesWhereNobodyElseGets) {
+  const fs::path staging = root.path() / "var/lib/wlhid/staging";
+  EXPECT_EQ(fs::status(staging).permissions(), fs::perms::owner_all);
+  const FileDescriptor file(::open(newImage.c_str(), O_RDONLY | O_CLOEXEC));
+  const auto staged = jobd::stageHelper(jobd::helperStaging(directories), file.get(), kLabel);
+  EXPECT_EQ(staged.version, "2.0");
+  EXPECT_TRUE(fs::exists(staging / (std::string(".staging.") + kLabel)));
+  HelperInstaller(directories, root).removeStagingFiles();
+  EXPECT_THAT(strays(), testing::IsEmpty());
+}
+
+TEST_F(SystemInstaller, ACheckOfTheCopyMayRefuseIt) {
+  const FileDescriptor file(::open(newImage.c_str(), O_RDONLY | O_CLOEXEC));
+  std::size_t checked = 0;
+  const auto refuse = [&](std::span<const std::uint8_t> image) {
+    checked = image.size();
+    throw ServiceError(platform::ServiceErrorCode::InvalidImage, "not trusted");
+  };
+  EXPECT_THROW(
+      (void)jobd::stageHelper(jobd::helperStaging(directories), file.get(), kLabel, refuse),
+      ServiceError);
+  EXPECT_EQ(checked, fs::file_size(newImage));
+  EXPECT_THAT(strays(), testing::IsEmpty());
 }
 
 TEST_F(HelperInstallerTest, ARefusalChangesNothing) {
@@ -346,7 +447,7 @@ TEST_F(HelperInstallerTest, AHelperOfTheLargestSizeIsTakenAndNoLarger) {
 
 TEST_F(HelperInstallerTest, AStagedHelperCanBeThrownAway) {
   const FileDescriptor file(::open(newImage.c_str(), O_RDONLY | O_CLOEXEC));
-  EXPECT_THAT(jobd::stageHelper(directories.tools.get(), file.get(), kLabel),
+  EXPECT_THAT(jobd::stageHelper(directories.tools.get(), file.get(), kLabel).services,
               testing::ElementsAre(kLabel, "com.quillmar.echo.second"));
   EXPECT_THAT(strays(), testing::ElementsAre(std::string(".staging.") + kLabel));
   jobd::discardStagedHelper(directories.tools.get(), kLabel);
@@ -448,7 +549,7 @@ TEST(RootDirectories, WhichOfThemOthersCanWriteIsSaid) {
     ASSERT_EQ(::chmod((root.path() / place).c_str(), 0755), 0);
   }
   EXPECT_EQ(outcome([] { (void)RootDirectories::open(platform::SystemRoot("/")); }),
-            "the system root's jobs belong to the system's own service manager");
+            "the system's own root has a daemon that systemd starts (wlhid-jobd.socket)");
 }
 
 }  // namespace

@@ -29,6 +29,15 @@ TEST(Permission, CoversNoRemovalAfterTheBless) {
   EXPECT_FALSE(uses(permission, Operation::Remove));
 }
 
+TEST(Permission, ToRemoveCoversOneRemoval) {
+  Permission permission("com.x", platform::ChangePurpose::Remove);
+  EXPECT_FALSE(uses(permission, Operation::Bless));
+  EXPECT_FALSE(permission.isUsedUp());
+  EXPECT_TRUE(uses(permission, Operation::Remove));
+  EXPECT_TRUE(permission.isUsedUp());
+  EXPECT_FALSE(uses(permission, Operation::Remove));
+}
+
 TEST(Permission, CoversNothingElse) {
   Permission permission("com.x");
   EXPECT_FALSE(uses(permission, Operation::Status));

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pty.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,6 +19,8 @@
 #include "platform/services/ServiceError.h"
 #include "platform/services/ServiceManagement.h"
 #include "platform/services/SystemRoot.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/unit/services/FakeDaemon.h"
 
 namespace {
 
@@ -103,11 +106,75 @@ TEST_F(AuthorizationTest, OtherRightsAreDenied) {
   EXPECT_EQ(AuthorizationCreate(&none, nullptr, kAllFlags, &reference), errAuthorizationDenied);
 }
 
-TEST_F(AuthorizationTest, NoAgentAnswersForTheSystemRoot) {
-  SystemRoot::setCurrent(SystemRoot("/"));
-  setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
+/// The system's own root, where no agent of this process may answer.
+class SystemAuthorization : public AuthorizationTest {
+ protected:
+  void SetUp() override {
+    ::chmod(temporary_.path().c_str(), 0755);
+    SystemRoot::setSystemForTests(temporary_.path());
+    SystemRoot::setCurrent(root_);
+    setAuthorizationAgent(fixedAuthorizationAgent(errAuthorizationSuccess));
+  }
+  void TearDown() override {
+    setAuthorizationPurpose(ChangePurpose::Install);
+    SystemRoot::setSystemForTests({});
+    AuthorizationTest::TearDown();
+  }
+  /// The status that a daemon's answer leads to.
+  [[nodiscard]] OSStatus statusFor(ServiceErrorCode code) {
+    const servicestest::FakeDaemon daemon(
+        root_, [code](const auto&) { return servicestest::FakeDaemon::no(code, "why"); });
+    AuthorizationRef reference = nullptr;
+    const OSStatus status = ask(kRight, nullptr, kAllFlags, &reference);
+    EXPECT_EQ(reference, nullptr);
+    return status;
+  }
+  testsupport::TemporaryDirectory temporary_;
+  SystemRoot root_{temporary_.path()};
+};
+
+TEST_F(SystemAuthorization, WithoutADaemonNobodyCanBeAsked) {
   AuthorizationRef reference = nullptr;
   EXPECT_EQ(ask(kRight, nullptr, kAllFlags, &reference), errAuthorizationInteractionNotAllowed);
+  EXPECT_EQ(reference, nullptr);
+}
+
+TEST_F(SystemAuthorization, TheDaemonsAnswerIsTheStatus) {
+  EXPECT_EQ(statusFor(ServiceErrorCode::NotPermitted), errAuthorizationDenied);
+  EXPECT_EQ(statusFor(ServiceErrorCode::Canceled), errAuthorizationCanceled);
+  EXPECT_EQ(statusFor(ServiceErrorCode::InteractionNotAllowed),
+            errAuthorizationInteractionNotAllowed);
+}
+
+TEST_F(SystemAuthorization, TheDaemonIsToldThePurposeAndThePrompt) {
+  std::vector<ControlRequest> requests;
+  {
+    const servicestest::FakeDaemon daemon(root_, [&](const ControlRequest& request) {
+      requests.push_back(request);
+      return servicestest::FakeDaemon::yes(request);
+    });
+    AuthorizationRef reference = nullptr;
+    EXPECT_EQ(ask(kRight, nullptr, kAllFlags, &reference), errAuthorizationSuccess);
+    setAuthorizationPurpose(ChangePurpose::Remove);
+    EXPECT_EQ(ask(kRight, "please", kAllFlags, nullptr), errAuthorizationSuccess);
+  }
+  ASSERT_EQ(requests.size(), 2U);
+  EXPECT_EQ(requests[0].label, kSystemJobLabel);
+  EXPECT_EQ(requests[0].purpose, ChangePurpose::Install);
+  EXPECT_EQ(requests[0].prompt, "");
+  EXPECT_EQ(requests[1].purpose, ChangePurpose::Remove);
+  EXPECT_EQ(requests[1].prompt, "please");
+}
+
+TEST_F(SystemAuthorization, ThePermissionIsTheConnections) {
+  const servicestest::FakeDaemon daemon(root_);
+  AuthorizationRef reference = nullptr;
+  ASSERT_EQ(ask(kRight, nullptr, kAllFlags, &reference), errAuthorizationSuccess);
+  const auto label = str(kSystemJobLabel);
+  EXPECT_TRUE(SMJobRemove(kSMDomainSystemLaunchd, label, reference, true, nullptr));
+  const std::string name(kSystemJobLabel);
+  EXPECT_THAT(daemon.asked(), testing::ElementsAre("authorize " + name, "remove " + name))
+      << "it is not asked for again";
 }
 
 TEST_F(AuthorizationTest, WithoutAnAuthorizationNothingIsChanged) {

@@ -59,6 +59,20 @@ TEST(Control, RequestsAreReadBack) {
   }
 }
 
+TEST(Control, AnAuthorizationsPurposeAndPromptComeThrough) {
+  ControlRequest request{ControlRequest::Operation::Authorize, "com.x"};
+  const auto plain = decodeControlRequest(content(encode(request)));
+  ASSERT_TRUE(plain);
+  EXPECT_EQ(plain->purpose, ChangePurpose::Install);
+  EXPECT_EQ(plain->prompt, "");
+  request.purpose = ChangePurpose::Remove;
+  request.prompt = "Darf ich? \xC3\xA4";
+  const auto decoded = decodeControlRequest(content(encode(request)));
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->purpose, ChangePurpose::Remove);
+  EXPECT_EQ(decoded->prompt, request.prompt);
+}
+
 TEST(Control, CodesKeepTheirNumbers) {
   using enum ServiceErrorCode;
   const std::vector<ServiceErrorCode> codes{
@@ -232,6 +246,8 @@ TEST(Control, WhatIsOfAnotherKindIsLeftOut) {
   EXPECT_EQ(reply->jobs[0].starts, 0);
   EXPECT_FALSE(decodeControlReply(listOf({{str("code"), str("text")}})));
   EXPECT_FALSE(decodeControlRequest(listOf({{str("operation"), str("other")}})));
+  EXPECT_FALSE(decodeControlRequest(
+      listOf({{str("operation"), str("authorize")}, {str("purpose"), str("other")}})));
 }
 
 TEST(Control, AFrameOfTheLargestSizeIsTaken) {

@@ -179,16 +179,6 @@ TEST_F(DaemonStart, AProgramIsChosenByItsWholePathOnly) {
   EXPECT_TRUE(hasNoChild());
 }
 
-TEST_F(DaemonStart, TheSystemRootHasAnothersJobs) {
-  try {
-    JobDaemon(SystemRoot("/")).ensureRunning();
-    ADD_FAILURE() << "started";
-  } catch (const ServiceError& error) {
-    EXPECT_EQ(error.code(), ServiceErrorCode::NotSupported);
-    EXPECT_STREQ(error.what(), "the system root's jobs belong to the system's own service manager");
-  }
-}
-
 class ServiceWithoutDaemon : public DaemonStart {
  protected:
   ServiceWithoutDaemon() {

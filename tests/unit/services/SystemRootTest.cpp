@@ -8,11 +8,21 @@
 #include <string>
 
 #include "tests/support/ScopedVariable.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace {
 
 using platform::SystemRoot;
 using Variable = testsupport::ScopedVariable;
+
+/// A system on which nothing is installed.
+class BareSystem {
+ public:
+  BareSystem() { SystemRoot::setSystemForTests("/proc/self/fdinfo"); }
+  BareSystem(const BareSystem&) = delete;
+  BareSystem& operator=(const BareSystem&) = delete;
+  ~BareSystem() { SystemRoot::setSystemForTests({}); }
+};
 
 TEST(SystemRoot, PathsLieBelowTheRoot) {
   const SystemRoot root("/some/where");
@@ -31,7 +41,43 @@ TEST(SystemRoot, IsMadeAbsoluteAndPlain) {
   EXPECT_TRUE(SystemRoot("/a/..").isSystem());
   EXPECT_TRUE(SystemRoot("//").isSystem());
   EXPECT_FALSE(SystemRoot("/a").isSystem());
-  EXPECT_EQ(SystemRoot("/").jobFile("x"), "/Library/LaunchDaemons/x.plist");
+}
+
+TEST(SystemRoot, TheSystemsOwnHasItsOwnPlaces) {
+  const SystemRoot root("/");
+  EXPECT_EQ(root.jobFile("com.x"), "/var/lib/wlhid/jobs/com.x.plist");
+  EXPECT_EQ(root.helperTool("com.x"), "/var/lib/wlhid/helpers/com.x");
+  EXPECT_EQ(root.endpoint("com.x"), "/run/wlhid/com.x.sock");
+  EXPECT_EQ(root.controlEndpoint(), "/run/wlhid/jobd.sock");
+  EXPECT_EQ(root.systemLog(), "/var/log/system.log");
+}
+
+TEST(SystemRoot, TheSystemsOwnIsKnownByItsDirectory) {
+  EXPECT_TRUE(
+      SystemRoot(platform::FileDescriptor(::open("/", O_PATH | O_CLOEXEC)), "/a").isSystem());
+  const testsupport::TemporaryDirectory temporary;
+  const std::string path = temporary.path();
+  EXPECT_FALSE(SystemRoot(platform::FileDescriptor(::open(path.c_str(), O_PATH | O_CLOEXEC)), "/")
+                   .isSystem())
+      << "its path says nothing";
+  std::filesystem::create_directory_symlink("/", temporary.path() / "link");
+  EXPECT_FALSE(SystemRoot(temporary.path() / "link").isSystem()) << "links are not followed";
+}
+
+TEST(SystemRoot, IsTheSystemsOwnByDefaultIfTheRouterIsInstalledThere) {
+  SystemRoot::resetCurrent();
+  const testsupport::TemporaryDirectory system;
+  SystemRoot::setSystemForTests(system.path());
+  const Variable root("WLHID_ROOT", nullptr);
+  const Variable state("XDG_STATE_HOME", "/state");
+  EXPECT_EQ(SystemRoot::current().path(), "/state/wlhid/root");
+  std::filesystem::create_directories(system.path() / "usr/lib/wlhid/jobs");
+  EXPECT_EQ(SystemRoot::current().path(), system.path());
+  EXPECT_TRUE(SystemRoot::current().isSystem());
+  const Variable chosen("WLHID_ROOT", "/chosen");
+  EXPECT_EQ(SystemRoot::current().path(), "/chosen");
+  SystemRoot::setSystemForTests({});
+  EXPECT_FALSE(SystemRoot(system.path()).isSystem());
 }
 
 TEST(SystemRoot, LabelsAreFileNames) {
@@ -49,6 +95,7 @@ TEST(SystemRoot, LabelsAreFileNames) {
 
 TEST(SystemRoot, CurrentAsksTheEnvironmentInOrder) {
   SystemRoot::resetCurrent();
+  const BareSystem system;
   const Variable root("WLHID_ROOT", "/chosen");
   const Variable state("XDG_STATE_HOME", "/state");
   const Variable home("HOME", "/home/me");
@@ -80,6 +127,7 @@ TEST(SystemRoot, LabelsHaveLettersDigitsAndThreeSigns) {
 
 TEST(SystemRoot, AnEmptyVariableIsNoChoice) {
   SystemRoot::resetCurrent();
+  const BareSystem system;
   const Variable root("WLHID_ROOT", "");
   const Variable state("XDG_STATE_HOME", "/state");
   EXPECT_EQ(SystemRoot::current().path(), "/state/wlhid/root");
@@ -87,6 +135,7 @@ TEST(SystemRoot, AnEmptyVariableIsNoChoice) {
 
 TEST(SystemRoot, WithoutAnAbsoluteHomeThereIsNone) {
   SystemRoot::resetCurrent();
+  const BareSystem system;
   const Variable root("WLHID_ROOT", nullptr);
   const Variable state("XDG_STATE_HOME", nullptr);
   const Variable home("HOME", "home/me");

@@ -1,0 +1,296 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// The system's own job daemon: whom it asks, what it refuses whatever the answer, and what it does
+// to the router that is running.
+#include "jobd/SystemDaemon.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <optional>
+#include <thread>
+
+#include "platform/services/JobDaemon.h"
+#include "platform/services/ServiceEndpoints.h"
+#include "platform/services/ServiceError.h"
+#include "platform/services/UnixSocket.h"
+#include "tests/support/HelperImages.h"
+#include "tests/support/OtherUser.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace {
+
+using jobd::Decision;
+using jobd::Question;
+using jobd::Right;
+using platform::ChangePurpose;
+using platform::ControlReply;
+using platform::ControlRequest;
+using platform::FileDescriptor;
+using platform::ServiceError;
+using platform::ServiceErrorCode;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using Operation = ControlRequest::Operation;
+namespace fs = std::filesystem;
+
+const std::string kLabel(platform::kSystemJobLabel);
+constexpr std::chrono::milliseconds kLong{600'000};
+
+class SystemDaemonTest : public testing::Test {
+ protected:
+  SystemDaemonTest() : root_(temporary_.path() / "root") {
+    fs::create_directories(root_.path() / "run/wlhid");
+    for (const auto& path : {temporary_.path(), root_.path()}) ::chmod(path.c_str(), 0755);
+    platform::SystemRoot::setSystemForTests(root_.path());
+    listening_.reset(platform::listenUnixSocket(root_.controlEndpoint().string(),
+                                                SOCK_STREAM | SOCK_NONBLOCK, 64, 0666));
+  }
+  ~SystemDaemonTest() override {
+    end();
+    platform::SystemRoot::setSystemForTests({});
+  }
+
+  /// Runs a daemon until end() or until it has been idle for so long.
+  void serve(std::chrono::milliseconds idleTime = kLong) {
+    thread_ = std::thread([this, idleTime] {
+      jobd::EventLoop loop;
+      const auto stop = loop.watch(stop_.get(), EPOLLIN, [&] { loop.stop(); });
+      const jobd::SystemDaemon daemon(loop, root_, jobd::RootDirectories::openSystem(root_),
+                                      FileDescriptor(::dup(listening_.get())), seams(), idleTime);
+      loop.run();
+    });
+  }
+  void end() {
+    ::eventfd_write(stop_.get(), 1);
+    if (thread_.joinable()) thread_.join();
+  }
+
+  jobd::SystemSeams seams() {
+    jobd::SystemSeams seams;
+    seams.authority = [this](const Question& question, const jobd::Decided& decided) {
+      static constexpr std::array names{"install", "remove", "replace-newer"};
+      asked_.push_back(names.at(static_cast<std::size_t>(question.right)) +
+                       (question.prompt.empty() ? "" : ": " + question.prompt));
+      decided({question.right == denied_ ? Decision::Kind::No : Decision::Kind::Yes, {}});
+    };
+    if (hasNoAuthority_) seams.authority = nullptr;
+    seams.stopRouter = [this](const jobd::SystemSeams::Stopped& stopped) {
+      ++stops_;
+      stopped(stopProblem_);
+    };
+    seams.trust = [this](std::span<const std::uint8_t>) {
+      if (!isTrusted_) throw ServiceError(ServiceErrorCode::InvalidImage, "not signed");
+    };
+    return seams;
+  }
+
+  fs::path image(const testsupport::ImagePlan& plan) {
+    return testsupport::makeImage(WLHID_MKIMAGE, plan,
+                                  temporary_.path() / ("image" + std::to_string(images_++)));
+  }
+  fs::path router(const std::string& version) { return image({kLabel, version, "/bin/true", {}}); }
+  /// A packaged router.
+  void package(const std::string& version) {
+    const fs::path layer = root_.path() / "usr/lib/wlhid";
+    fs::create_directories(layer / "helpers");
+    fs::copy_file(router(version), layer / "helpers" / kLabel);
+    testsupport::writeFile(layer / "jobs" / (kLabel + ".plist"), "a job");
+  }
+
+  /// Asks for permission and then for the change; the first refusal counts.
+  ControlReply change(ControlRequest request, int helper = -1, const std::string& prompt = "") try {
+    ControlRequest authorize{Operation::Authorize, request.label};
+    if (request.operation == Operation::Remove) authorize.purpose = ChangePurpose::Remove;
+    authorize.prompt = prompt;
+    return platform::JobDaemon(root_).authorize(authorize).ask(request, helper);
+  } catch (const ServiceError& error) {
+    return jobd::controlReply(error.code(), error.what());
+  }
+  ControlReply bless(const fs::path& path, const std::string& label = kLabel,
+                     const std::string& prompt = "") {
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    return change({Operation::Bless, label}, file.get(), prompt);
+  }
+  ControlReply remove() { return change({Operation::Remove, kLabel}); }
+
+  [[nodiscard]] std::string blessed() const {
+    return testsupport::readFile(root_.path() / "var/lib/wlhid/helpers" / kLabel);
+  }
+  [[nodiscard]] bool isStagingEmpty() const {
+    return fs::is_empty(root_.path() / "var/lib/wlhid/staging");
+  }
+
+  testsupport::TemporaryDirectory temporary_;
+  platform::SystemRoot root_;
+  FileDescriptor listening_;
+  FileDescriptor stop_{::eventfd(0, EFD_CLOEXEC)};
+  std::thread thread_;
+  // Set before serve() and read after end().
+  bool hasNoAuthority_ = false;
+  bool isTrusted_ = true;
+  std::optional<Right> denied_;
+  std::string stopProblem_;
+  std::vector<std::string> asked_;
+  int stops_ = 0;
+  int images_ = 0;
+};
+
+TEST_F(SystemDaemonTest, InstallsAndRemovesWhatAnApplicationBrings) {
+  serve();
+  const auto path = router("1.0");
+  const auto reply = bless(path, kLabel, "please");
+  EXPECT_TRUE(reply.succeeded()) << reply.message;
+  EXPECT_EQ(blessed(), testsupport::readFile(path));
+  EXPECT_TRUE(isStagingEmpty());
+  EXPECT_TRUE(remove().succeeded());
+  EXPECT_EQ(blessed(), "");
+  end();
+  EXPECT_THAT(asked_, ElementsAre("install: please", "remove"));
+  EXPECT_EQ(stops_, 2) << "what ran was ended";
+}
+
+TEST_F(SystemDaemonTest, WithoutAnAuthorityNothingIsAllowed) {
+  hasNoAuthority_ = true;
+  serve();
+  const auto reply = bless(router("1.0"));
+  EXPECT_EQ(reply.code, ServiceErrorCode::NotPermitted);
+  EXPECT_THAT(reply.message, HasSubstr("there is no authority to decide"));
+  EXPECT_EQ(blessed(), "");
+}
+
+TEST_F(SystemDaemonTest, ADenialChangesNothing) {
+  denied_ = Right::Install;
+  serve();
+  EXPECT_EQ(bless(router("1.0")).code, ServiceErrorCode::NotPermitted);
+  EXPECT_EQ(blessed(), "");
+  end();
+  EXPECT_EQ(stops_, 0);
+}
+
+TEST_F(SystemDaemonTest, WithoutPermissionNothingIsChanged) {
+  serve();
+  const FileDescriptor file(::open(router("1.0").c_str(), O_RDONLY | O_CLOEXEC));
+  EXPECT_EQ(platform::JobDaemon(root_).ask({Operation::Bless, kLabel}, file.get()).code,
+            ServiceErrorCode::NotPermitted);
+  EXPECT_EQ(platform::JobDaemon(root_).ask({Operation::Remove, kLabel}, -1).code,
+            ServiceErrorCode::NotPermitted);
+  EXPECT_EQ(blessed(), "");
+}
+
+TEST_F(SystemDaemonTest, AnotherLabelIsRefusedAndNobodyIsAsked) {
+  serve();
+  const auto reply =
+      bless(image({"com.quillmar.echo", "1.0", "/bin/true", {}}), "com.quillmar.echo");
+  EXPECT_EQ(reply.code, ServiceErrorCode::NotPermitted);
+  EXPECT_THAT(reply.message,
+              HasSubstr("only " + kLabel + " can be installed for all users of this system"));
+  end();
+  EXPECT_THAT(asked_, IsEmpty());
+}
+
+TEST_F(SystemDaemonTest, AnImageOfAnotherLabelOrWithAnotherServiceIsRefused) {
+  serve();
+  EXPECT_EQ(bless(image({"com.quillmar.echo", "1.0", "/bin/true", {}})).code,
+            ServiceErrorCode::InvalidImage);
+  const auto both = bless(image({kLabel, "1.0", "/bin/true", {kLabel, kLabel + ".second"}}));
+  EXPECT_EQ(both.code, ServiceErrorCode::InvalidImage);
+  EXPECT_THAT(both.message, HasSubstr("and no other"));
+  EXPECT_EQ(bless(image({kLabel, "1.0", "/bin/true", {kLabel + ".second"}})).code,
+            ServiceErrorCode::InvalidImage);
+  EXPECT_EQ(blessed(), "");
+  EXPECT_TRUE(isStagingEmpty());
+}
+
+TEST_F(SystemDaemonTest, AnImageThatIsNotTrustedIsRefused) {
+  isTrusted_ = false;
+  serve();
+  const auto reply = bless(router("1.0"));
+  EXPECT_EQ(reply.code, ServiceErrorCode::InvalidImage);
+  EXPECT_EQ(reply.message, "not signed");
+  EXPECT_EQ(blessed(), "");
+  EXPECT_TRUE(isStagingEmpty());
+}
+
+TEST_F(SystemDaemonTest, GoingBackToAnOlderVersionNeedsItsOwnRight) {
+  package("2.0");
+  serve();
+  EXPECT_TRUE(bless(router("2.0")).succeeded()) << "the same";
+  EXPECT_TRUE(bless(router("2.1")).succeeded()) << "newer";
+  EXPECT_TRUE(bless(router("2.0.5")).succeeded()) << "older than what an application installed";
+  EXPECT_TRUE(bless(router("1.0")).succeeded()) << "older than the package's";
+  EXPECT_TRUE(bless(router("beta")).succeeded()) << "cannot be compared";
+  end();
+  EXPECT_THAT(asked_, ElementsAre("install", "install", "install", "replace-newer", "install",
+                                  "replace-newer", "install", "replace-newer"));
+}
+
+TEST_F(SystemDaemonTest, WithoutThatRightTheNewerVersionStays) {
+  package("2.0");
+  denied_ = Right::ReplaceNewer;
+  serve();
+  const auto reply = bless(router("1.9"));
+  EXPECT_EQ(reply.code, ServiceErrorCode::NotPermitted);
+  EXPECT_EQ(reply.message,
+            "version 2.0 is there, and the caller may not replace it with the older version 1.9");
+  EXPECT_EQ(blessed(), "");
+  EXPECT_TRUE(isStagingEmpty());
+}
+
+TEST_F(SystemDaemonTest, ThePackagesRouterIsNotRemoved) {
+  package("1.0");
+  serve();
+  const auto reply = remove();
+  EXPECT_EQ(reply.code, ServiceErrorCode::NoSuchJob);
+  EXPECT_THAT(reply.message, HasSubstr("what a package brought goes with the package"));
+  EXPECT_TRUE(fs::exists(root_.path() / "usr/lib/wlhid/helpers" / kLabel));
+}
+
+TEST_F(SystemDaemonTest, ARouterThatCannotBeStoppedIsNamed) {
+  stopProblem_ = "no bus";
+  serve();
+  const auto reply = bless(router("1.0"));
+  EXPECT_EQ(reply.code, ServiceErrorCode::Busy);
+  EXPECT_EQ(reply.message,
+            kLabel +
+                " was installed, but the router that is running could not be stopped "
+                "(no bus): restart it with systemctl restart wlhid-router.service");
+  EXPECT_NE(blessed(), "");
+}
+
+TEST_F(SystemDaemonTest, ACallerOfAnyUserIsHeard) {
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "needs the superuser";
+  serve();
+  const std::string heard = testsupport::asUser(testsupport::kOtherUser, [&] {
+    platform::ControlConnection connection(
+        FileDescriptor(platform::connectUnixSocket(root_.controlEndpoint().string(), SOCK_STREAM)));
+    const auto reply = connection.tryAsk({Operation::Remove, kLabel}, -1);
+    return reply ? reply->message : "no reply";
+  });
+  EXPECT_THAT(heard, HasSubstr("this change is not authorized"));
+}
+
+TEST_F(SystemDaemonTest, SaysWhatIsInstalled) {
+  serve();
+  EXPECT_THAT(platform::JobDaemon(root_).ask({}, -1).jobs, IsEmpty());
+  package("1.0");
+  const auto jobs = platform::JobDaemon(root_).ask({}, -1).jobs;
+  ASSERT_EQ(jobs.size(), 1U);
+  EXPECT_EQ(jobs.front().label, kLabel);
+}
+
+TEST_F(SystemDaemonTest, EndsWhenNobodyHasCalledForAWhile) {
+  serve(std::chrono::milliseconds(1));
+  thread_.join();
+  const FileDescriptor waits(
+      platform::connectUnixSocket(root_.controlEndpoint().string(), SOCK_STREAM));
+  EXPECT_TRUE(waits) << "systemd still listens";
+}
+
+}  // namespace
