@@ -296,8 +296,10 @@ TEST_F(RouterControl, AStartThatWaitsIsEndedToo) {
   Client waiting;
   waiting.start(id, 1);
   awaitStatus([](const router::RouterStatus& s) { return s.sessions.size() == 2; });
-  for (const auto& session : control.status().sessions)
-    if (session.number != holder) EXPECT_EQ(control.end(session.number), "");
+  for (const auto& session : control.status().sessions) {
+    if (session.number == holder) continue;
+    EXPECT_EQ(control.end(session.number), "");
+  }
   waiting.log->awaitLine(
       "refused -536870165 the start request was given up: the session was ended");
   waiting.log->awaitLast("invalidated");
