@@ -211,8 +211,9 @@ void ControlServer::dispatch(std::uint64_t id, Connection& connection) {
     authorize(id, *request);
     return;
   }
-  if (request->operation != Operation::Status &&
-      !(connection.permission && connection.permission->use(*request))) {
+  const bool changesJob =
+      request->operation == Operation::Bless || request->operation == Operation::Remove;
+  if (changesJob && !(connection.permission && connection.permission->use(*request))) {
     connection.permission.reset();
     answer(id,
            controlReply(ServiceErrorCode::NotPermitted,

@@ -7,6 +7,7 @@
 //
 // A request that changes a job is accepted only on a connection that has permission to change that
 // job. The permission belongs to the connection, covers one removal and one bless, and expires.
+// Other requests are the handler's to decide.
 //
 // Threading: one thread.
 // Ownership: owns its socket and connections. A Reply may be kept and called later, once; it does

@@ -159,7 +159,7 @@ void Daemon::loadJob(const std::string& label) {
 /// ask. That this person was asked is the application's claim; the log records which program made
 /// it.
 void Daemon::authorize(const Question& question, const Decided& decided) {
-  const auto& [caller, label, right, prompt] = question;
+  const auto& [caller, label, right, prompt, change] = question;
   const bool mayChange = caller.user == 0 || caller.user == ::geteuid();
   const std::string program = programOf(caller.process);
   log_.note(mayChange
@@ -171,7 +171,11 @@ void Daemon::authorize(const Question& question, const Decided& decided) {
 void Daemon::handle(const ControlRequest& request, platform::FileDescriptor descriptor,
                     const Reply& reply) try {
   idleTimer_.end();
-  if (request.operation == ControlRequest::Operation::Status)
+  using Operation = ControlRequest::Operation;
+  if (request.operation == Operation::Grant || request.operation == Operation::Revoke)
+    throw ServiceError(ServiceErrorCode::NotSupported,
+                       "every device of a user's own root may be routed anyway");
+  if (request.operation == Operation::Status)
     replyWithStatus(reply);
   else
     changeJob(request, std::move(descriptor), reply);

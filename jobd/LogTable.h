@@ -24,6 +24,9 @@ inline constexpr LogTemplate permissionGranted{"permission to change {label} gra
 inline constexpr LogTemplate permissionDenied{"permission to change {label} denied to process {count} ({text}) of user {private}"};
 inline constexpr LogTemplate installed{"installed {label}"};
 inline constexpr LogTemplate removed{"removed {label}"};
+inline constexpr LogTemplate deviceGranted{"process {count} of user {private} has granted a device to user {private}: {text}"};
+inline constexpr LogTemplate grantRevoked{"process {count} of user {private} has taken a device from user {private}: {text}"};
+inline constexpr LogTemplate grantDenied{"process {count} of user {private} has not changed what is granted: {text}"};
 inline constexpr LogTemplate cannotStopRouter{"cannot stop the running router: {text}"};
 inline constexpr LogTemplate cannotStart{"cannot start {label}: {text}"};
 inline constexpr LogTemplate jobExited{"{label}[{count}] exited with status {count}"};
@@ -33,9 +36,10 @@ inline constexpr LogTemplate linesLeftOut{"{count} lines of {label} were left ou
 
 /// All of the above.
 inline constexpr std::array kTable{
-    &cannotRun,        &cannotLaunch, &cannotWatch,  &skipsJob,         &permissionGranted,
-    &permissionDenied, &installed,    &removed,      &cannotStopRouter, &cannotStart,
-    &jobExited,        &jobKilled,    &linesLeftOut,
+    &cannotRun,         &cannotLaunch,     &cannotWatch, &skipsJob,
+    &permissionGranted, &permissionDenied, &installed,   &removed,
+    &deviceGranted,     &grantRevoked,     &grantDenied, &cannotStopRouter,
+    &cannotStart,       &jobExited,        &jobKilled,   &linesLeftOut,
 };
 
 /// How the daemon's status describes a job's last end, without the job. Not lines of the log.

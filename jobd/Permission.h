@@ -4,6 +4,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -16,6 +17,13 @@ enum class Right {
   Install,
   Remove,
   ReplaceNewer,  ///< to install an older version than the one that is there
+  Grant,         ///< to grant a device to a user, and to take that back
+};
+
+/// What is to become of a grant.
+struct GrantChange {
+  platform::DeviceGrant grant;
+  bool isRevocation = false;
 };
 
 /// A question to the authority.
@@ -24,6 +32,7 @@ struct Question {
   std::string label;
   Right right = Right::Install;
   std::string prompt;  ///< the application's words, to be shown as such; may be anything
+  std::optional<GrantChange> change{};  ///< with Right::Grant, always
 };
 
 struct Decision {

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "jobd/CallerProgram.h"
+#include "jobd/GrantChanges.h"
 #include "jobd/LogTable.h"
 #include "jobd/SystemJob.h"
 #include "platform/foundation/StandardError.h"
@@ -33,7 +34,8 @@ void note(const LogLine& line) {
 }
 
 void noteDecision(const Question& question, const Decision& decision) {
-  const auto& [caller, label, right, prompt] = question;
+  if (question.right == Right::Grant) return;  // the change itself is noted
+  const auto& [caller, label, right, prompt, change] = question;
   const std::string program = programOf(caller.process);
   note(decision.kind == Decision::Kind::Yes
            ? LogLine::of<row::permissionGranted>(label, caller.process, program, caller.user)
@@ -128,6 +130,12 @@ void SystemDaemon::handle(const platform::PeerCredentials& caller, const Control
   idleTimer_.end();
   if (request.operation == ControlRequest::Operation::Status)
     reply(status());
+  else if (request.grant)
+    changeGrants(
+        directories_.root.get(),
+        {[this](const Question& question, const Decided& decided) { ask(question, decided); },
+         note},
+        caller, request, reply);
   else
     begin(caller, request, std::move(descriptor), reply);
 } catch (const ServiceError& error) {

@@ -3,8 +3,9 @@
 // The job daemon of the system's own root.
 //
 // systemd starts it when somebody connects, and runs the job: this daemon only installs and removes
-// what applications bring (the first layer, SystemPlaces.h). It serves callers of any user, decides
-// nothing itself, and exits when it has had no caller for a while.
+// what applications bring (the first layer, SystemPlaces.h), and keeps the administrator's grants.
+// It serves callers of any user, decides nothing itself, and exits when it has had no caller for a
+// while.
 //
 // What it refuses whatever the authority says: any label but the router's; an image with another
 // service; an image that is not trusted. An image older than what is installed, by an application

@@ -20,11 +20,13 @@ namespace {
 using Object = std::shared_ptr<NSObject>;
 using Operation = ControlRequest::Operation;
 
-constexpr std::array<std::pair<Operation, std::string_view>, 4> kOperationNames{
+constexpr std::array<std::pair<Operation, std::string_view>, 6> kOperationNames{
     {{Operation::Authorize, "authorize"},
      {Operation::Bless, "bless"},
      {Operation::Remove, "remove"},
-     {Operation::Status, "status"}}};
+     {Operation::Status, "status"},
+     {Operation::Grant, "grant"},
+     {Operation::Revoke, "revoke"}}};
 
 constexpr std::string_view kInstallPurpose = "install";
 constexpr std::string_view kRemovePurpose = "remove";
@@ -34,6 +36,18 @@ std::optional<ChangePurpose> purposeNamed(const std::string& name) {
   if (name.empty() || name == kInstallPurpose) return ChangePurpose::Install;
   if (name == kRemovePurpose) return ChangePurpose::Remove;
   return std::nullopt;
+}
+
+bool isAboutGrants(Operation operation) {
+  return operation == Operation::Grant || operation == Operation::Revoke;
+}
+
+/// In the form of the file with one grant in it.
+std::optional<DeviceGrant> grantFrom(const NSDictionary& dictionary) {
+  const auto data = objectCast<NSData>(dictionary.objectForKey("grant"));
+  const auto grants = data ? parseDeviceGrants(data->span(), nullptr) : std::nullopt;
+  if (!grants || grants->size() != 1) return std::nullopt;
+  return grants->front();
 }
 
 /// For text of unknown origin: drops what is not ASCII from invalid UTF-8, rather than the message.
@@ -132,6 +146,8 @@ std::vector<std::uint8_t> encode(const ControlRequest& request) {
   if (request.purpose == ChangePurpose::Remove)
     entries.emplace_back(str("purpose"), str(kRemovePurpose));
   if (!request.prompt.empty()) entries.emplace_back(str("prompt"), textObject(request.prompt));
+  if (request.grant)
+    entries.emplace_back(str("grant"), NSData::dataWithBytes(encodeDeviceGrants({*request.grant})));
   return frameOf(NSDictionary::dictionaryWithEntries(std::move(entries)));
 }
 
@@ -155,8 +171,13 @@ std::optional<ControlRequest> decodeControlRequest(std::span<const std::uint8_t>
   const auto purpose = purposeNamed(textFor(*dictionary, "purpose"));
   if (!purpose) return std::nullopt;
   const auto wait = objectCast<NSNumber>(dictionary->objectForKey("wait"));
-  return ControlRequest{operation->first, textFor(*dictionary, "label"), !wait || wait->boolValue(),
-                        *purpose, textFor(*dictionary, "prompt")};
+  ControlRequest request{operation->first, textFor(*dictionary, "label"),
+                         !wait || wait->boolValue(), *purpose, textFor(*dictionary, "prompt")};
+  if (isAboutGrants(request.operation)) {
+    request.grant = grantFrom(*dictionary);
+    if (!request.grant) return std::nullopt;
+  }
+  return request;
 }
 
 std::optional<ControlReply> decodeControlReply(std::span<const std::uint8_t> content) {

@@ -11,6 +11,9 @@
 // descriptor with the frame's first byte: the caller decides which file is installed by opening it,
 // and no path crosses the boundary.
 //
+// Granting a device to a user, and taking that back (the system's own root only), needs no
+// permission beforehand: the daemon has each such request decided for itself.
+//
 // Threading: values; a FrameReader belongs to one thread.
 // Errors: decoding a malformed message gives nothing. Lengths are checked before memory is
 //   allocated for them.
@@ -23,6 +26,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/services/DeviceGrants.h"
 #include "platform/services/FileDescriptor.h"
 #include "platform/services/ServiceError.h"
 
@@ -34,12 +38,13 @@ inline constexpr std::size_t kMaximumControlBytes = std::size_t{256} * 1024;
 enum class ChangePurpose { Install, Remove };
 
 struct ControlRequest {
-  enum class Operation { Authorize, Bless, Remove, Status };
+  enum class Operation { Authorize, Bless, Remove, Status, Grant, Revoke };
   Operation operation = Operation::Status;
-  std::string label{};  ///< empty for Status
+  std::string label{};  ///< empty for Status, Grant and Revoke
   bool wait = true;     ///< Remove: whether to reply only after the process has exited
   ChangePurpose purpose = ChangePurpose::Install;  ///< Authorize
   std::string prompt{};  ///< Authorize: the application's words for the person who is asked, or ""
+  std::optional<DeviceGrant> grant{};  ///< Grant and Revoke, always
 };
 
 /// A job as the daemon sees it.

@@ -16,6 +16,7 @@
 #include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
 #include "platform/foundation/NSString.h"
+#include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
 
 namespace platform {
@@ -113,6 +114,18 @@ std::optional<std::vector<DeviceGrant>> parseDeviceGrants(std::span<const std::u
     grants.push_back(std::move(*grant));
   }
   return grants;
+}
+
+std::vector<DeviceGrant> readDeviceGrants(int rootDirectory) {
+  const auto directory = openPlace(rootDirectory, kGrantDirectory);
+  const auto bytes =
+      directory ? readFileIn(directory.get(), kGrantFile, kMaximumGrantFileBytes) : std::nullopt;
+  if (!bytes) return {};
+  std::string reason;
+  auto grants = parseDeviceGrants(*bytes, &reason);
+  if (!grants)
+    throw ServiceError(ServiceErrorCode::FileSystem, std::string(kGrantFile) + ": " + reason);
+  return std::move(*grants);
 }
 
 std::vector<std::uint8_t> encodeDeviceGrants(const std::vector<DeviceGrant>& grants) {

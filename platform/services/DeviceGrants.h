@@ -24,6 +24,10 @@
 
 namespace platform {
 
+/// Below the system's own root.
+inline constexpr const char* kGrantDirectory = "var/lib/wlhid";
+inline constexpr const char* kGrantFile = "grants.plist";
+
 /// At most so many grants, and so many bytes of a file.
 inline constexpr std::size_t kMaximumGrants = 1024;
 inline constexpr std::size_t kMaximumGrantFileBytes = std::size_t{1} << 20;
@@ -49,6 +53,10 @@ struct DeviceGrant {
 /// Nothing, and the reason, if the bytes are not such a list.
 [[nodiscard]] std::optional<std::vector<DeviceGrant>> parseDeviceGrants(
     std::span<const std::uint8_t> bytes, std::string* returnReason);
+
+/// Those in the file below an open root; none if there is no file. Throws ServiceError if it cannot
+/// be read or understood.
+[[nodiscard]] std::vector<DeviceGrant> readDeviceGrants(int rootDirectory);
 
 /// Text that a property list cannot hold is left out of names; such a serial number is refused with
 /// ServiceError, as are more than kMaximumGrants.

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "platform/services/JobDaemon.h"
+#include "platform/services/RootFiles.h"
 #include "platform/services/ServiceEndpoints.h"
 #include "platform/services/ServiceError.h"
 #include "platform/services/UnixSocket.h"
@@ -75,7 +76,7 @@ class SystemDaemonTest : public testing::Test {
   jobd::SystemSeams seams() {
     jobd::SystemSeams seams;
     seams.authority = [this](const Question& question, const jobd::Decided& decided) {
-      static constexpr std::array names{"install", "remove", "replace-newer"};
+      static constexpr std::array names{"install", "remove", "replace-newer", "grant"};
       asked_.push_back(names.at(static_cast<std::size_t>(question.right)) +
                        (question.prompt.empty() ? "" : ": " + question.prompt));
       decided({question.right == denied_ ? Decision::Kind::No : Decision::Kind::Yes, {}});
@@ -123,6 +124,9 @@ class SystemDaemonTest : public testing::Test {
   [[nodiscard]] std::string blessed() const {
     return testsupport::readFile(root_.path() / "var/lib/wlhid/helpers" / kLabel);
   }
+  [[nodiscard]] std::vector<platform::DeviceGrant> grants() const {
+    return platform::readDeviceGrants(platform::openRoot(root_).get());
+  }
   [[nodiscard]] bool isStagingEmpty() const {
     return fs::is_empty(root_.path() / "var/lib/wlhid/staging");
   }
@@ -154,6 +158,34 @@ TEST_F(SystemDaemonTest, InstallsAndRemovesWhatAnApplicationBrings) {
   end();
   EXPECT_THAT(asked_, ElementsAre("install: please", "remove"));
   EXPECT_EQ(stops_, 2) << "what ran was ended";
+}
+
+TEST_F(SystemDaemonTest, KeepsAnAdministratorsGrants) {
+  const platform::DeviceGrant pedal{1000, {3, 0x5f3, 0xff, "A1"}, "Pedal"};
+  ControlRequest request{Operation::Grant};
+  request.grant = pedal;
+  serve();
+  EXPECT_TRUE(platform::JobDaemon(root_).ask(request, -1).succeeded());
+  EXPECT_THAT(grants(), ElementsAre(pedal));
+  request.operation = Operation::Revoke;
+  EXPECT_TRUE(platform::JobDaemon(root_).ask(request, -1).succeeded());
+  EXPECT_THAT(grants(), IsEmpty());
+  const auto reply = platform::JobDaemon(root_).ask(request, -1);
+  EXPECT_EQ(reply.code, ServiceErrorCode::InvalidArgument);
+  EXPECT_EQ(reply.message, "there is no such grant any more");
+  end();
+  EXPECT_THAT(asked_, ElementsAre("grant", "grant", "grant"));
+}
+
+TEST_F(SystemDaemonTest, AGrantThatIsNotAllowedIsNotKept) {
+  denied_ = Right::Grant;
+  ControlRequest request{Operation::Grant};
+  request.grant = platform::DeviceGrant{1000, {3, 0x5f3, 0xff, "A1"}, "Pedal"};
+  serve();
+  const auto reply = platform::JobDaemon(root_).ask(request, -1);
+  EXPECT_EQ(reply.code, ServiceErrorCode::NotPermitted);
+  EXPECT_EQ(reply.message, "the caller may not change what is granted");
+  EXPECT_THAT(grants(), IsEmpty());
 }
 
 TEST_F(SystemDaemonTest, WithoutAnAuthorityNothingIsAllowed) {

@@ -45,6 +45,20 @@ State readAll(FrameReader& reader, int socket) {
   return state;
 }
 
+TEST(Control, ARequestAboutAGrantNeedsOne) {
+  const DeviceGrant pedal{1000, {3, 0x5f3, 0xff, "A1"}, "Pedal"};
+  for (const auto operation : {Operation::Grant, Operation::Revoke}) {
+    ControlRequest request;
+    request.operation = operation;
+    EXPECT_FALSE(decodeControlRequest(content(encode(request))));
+    request.grant = pedal;
+    const auto read = decodeControlRequest(content(encode(request)));
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->operation, operation);
+    EXPECT_EQ(read->grant, pedal);
+  }
+}
+
 TEST(Control, RequestsAreReadBack) {
   for (const auto operation :
        {Operation::Authorize, Operation::Bless, Operation::Remove, Operation::Status}) {
