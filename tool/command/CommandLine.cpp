@@ -79,7 +79,9 @@ void describe(CLI::App& app, std::string& root, Action& chosen) {
   addInstallVerb(app, chosen);
   addUninstallVerb(app, chosen);
   addInspectVerb(app, chosen);
+  addSessionsVerb(app, chosen);
   addDevicesVerb(app, chosen);
+  addGrantVerbs(app, chosen);
   addRouteVerb(app, chosen);
   addLogVerb(app, chosen);
   addReportVerb(app, chosen);

@@ -12,16 +12,6 @@ namespace {
 
 using nlohmann::ordered_json;
 
-ordered_json jsonOf(const router::SessionStatus& session) {
-  return {{"pid", session.pid},
-          {"uid", session.uid},
-          {"registryEntryID", session.device ? ordered_json(*session.device) : ordered_json()},
-          {"deviceName", session.deviceName},
-          {"exclusive", session.exclusive},
-          {"delivered", session.delivered},
-          {"lost", session.lost}};
-}
-
 /// Null if empty.
 ordered_json textOrNull(const std::string& text) {
   return text.empty() ? ordered_json() : ordered_json(text);
@@ -34,15 +24,6 @@ ordered_json jsonOf(const PresenceStep& step) {
           {"found", textOrNull(step.found)}};
 }
 
-ordered_json jsonOf(const router::DeviceDescription& device) {
-  return {{"registryEntryID", device.registryEntryID},
-          {"name", device.name},
-          {"bus", device.bus},
-          {"vendor", device.vendor},
-          {"product", device.product},
-          {"source", device.source}};
-}
-
 ordered_json jsonOf(const Check& check) {
   return {{"name", check.name},
           {"state", textOf(check.state)},
@@ -52,6 +33,19 @@ ordered_json jsonOf(const Check& check) {
 }
 
 }  // namespace
+
+ordered_json jsonOf(const router::SessionStatus& session) {
+  return {{"session", session.number},
+          {"pid", session.pid},
+          {"uid", session.uid},
+          {"program", textOrNull(session.program)},
+          {"unit", textOrNull(session.unit)},
+          {"registryEntryID", session.device ? ordered_json(*session.device) : ordered_json()},
+          {"deviceName", session.deviceName},
+          {"exclusive", session.exclusive},
+          {"delivered", session.delivered},
+          {"lost", session.lost}};
+}
 
 ordered_json jsonOf(const RouterCopy& copy) {
   return {{"path", copy.path}, {"version", textOrNull(copy.version)}};
@@ -64,6 +58,15 @@ ordered_json jsonOf(const router::RouterStatus& router) {
           {"version", router.version},
           {"lost", router.lost},
           {"sessions", sessions}};
+}
+
+ordered_json jsonOf(const router::DeviceDescription& device) {
+  return {{"registryEntryID", device.registryEntryID},
+          {"name", device.name},
+          {"bus", device.bus},
+          {"vendor", device.vendor},
+          {"product", device.product},
+          {"source", device.source}};
 }
 
 ordered_json jsonOf(const platform::ControlReply& reply) {

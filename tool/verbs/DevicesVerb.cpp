@@ -14,6 +14,7 @@
 #include "tool/command/Invocation.h"
 #include "tool/command/Numbers.h"
 #include "tool/routing/DeviceNames.h"
+#include "tool/routing/SystemDevices.h"
 
 namespace tool {
 
@@ -89,11 +90,17 @@ std::string removalOf(const std::string& problem) {
   return {};
 }
 
-int list(bool json) {
+struct ListOptions {
+  bool json = false;
+  bool verbose = false;
+};
+
+int list(const ListOptions& options) {
+  if (SystemRoot::current().isSystem()) return listOfSystem(options.json, options.verbose);
   std::vector<std::string> problems;
   const auto devices = router::listDevices(SystemRoot::current(), &problems);
   for (const std::string& problem : problems) complain(problem + removalOf(problem));
-  if (json) {
+  if (options.json) {
     print(asJson(devices));
   } else if (devices.empty()) {
     print("No devices. To set up a recording as one: wlhid devices add FILE\n");
@@ -170,21 +177,25 @@ void addRemoveVerb(CLI::App& devices, Action& chosen) {
 }  // namespace
 
 void addDevicesVerb(CLI::App& app, Action& chosen) {
-  auto json = std::make_shared<bool>(false);
+  auto options = std::make_shared<ListOptions>();
   CLI::App* verb = app.add_subcommand(
       "devices", "Lists the devices that can be routed, adds and removes recorded ones");
-  verb->add_flag("--json", *json, "Print a JSON array");
+  verb->add_flag("--json", options->json, "Print a JSON array");
+  verb->add_flag("-v,--verbose", options->verbose,
+                 "On the system's own root: also print which rule decided a device's class");
   verb->require_subcommand(0, 1);
   verb->fallthrough();
   addAddVerb(*verb, chosen);
   addRemoveVerb(*verb, chosen);
   verb->footer(
-      "Without a subcommand: lists them.\n"
+      "Without a subcommand: lists them; on the system's own root with the class of each and "
+      "whether you\n"
+      "may have it routed. A sensitive device can carry what is typed, passwords included.\n"
       "\n"
       "Example:\n"
       "  wlhid devices --json");
   verb->preparse_callback(
-      [json, &chosen](std::size_t) { chosen = [json] { return list(*json); }; });
+      [options, &chosen](std::size_t) { chosen = [options] { return list(*options); }; });
 }
 
 }  // namespace tool

@@ -14,6 +14,7 @@
 #include "tool/command/Numbers.h"
 #include "tool/findings/Inventory.h"
 #include "tool/findings/InventoryJson.h"
+#include "tool/findings/RouterService.h"
 
 namespace tool {
 
@@ -29,10 +30,22 @@ struct Status {
   std::optional<platform::ControlReply> jobs;  // of a running daemon
 };
 
+/// On the system's own root the router tells each user what is that user's to know.
+std::optional<router::RouterStatus> askRouter(const platform::SystemRoot& root, bool isInstalled) {
+  if (!root.isSystem()) return runningRouter(root);
+  if (!isInstalled) return std::nullopt;
+  try {
+    return RouterService().status();
+  } catch (const Failure& failure) {
+    complain(failure.what());
+    return std::nullopt;
+  }
+}
+
 Status readStatus() {
   const platform::SystemRoot root = platform::SystemRoot::current();
-  Status status{
-      root, WLHIDEventRouterClient::isInstalled(), readRouterVersions(), runningRouter(root), {}};
+  Status status{root, WLHIDEventRouterClient::isInstalled(), readRouterVersions(), {}, {}};
+  status.router = askRouter(root, status.versions.installed.has_value());
   // A daemon that does not answer is worth a complaint, but the rest of the status is still valid.
   JobDaemonState daemon = askJobDaemon(root);
   if (daemon.asked && !daemon.problem.empty()) complain(daemon.problem);

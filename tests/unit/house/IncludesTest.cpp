@@ -38,12 +38,13 @@ const std::vector<Rule>& rules() {
       {"jobd/", {"jobd/", "helper-install/MachO.h", "platform/"}},
       {"router/", {"router/", "router-client/WLHIDEventRouterProtocols.h", "platform/"}},
       // What an application sees; and, because the command also sets up and inspects a root, how
-      // devices are set up and named, what the router reports about itself, and the tables of log
-      // lines.
+      // devices are set up and named, what the router reports about itself and how it is asked, and
+      // the tables of log lines.
       {"tool/",
        {"tool/", "WLHIDAccess/", "platform/", "diagnostics/", "router/Devices.h",
         "router/DeviceFiles.h", "router/RouterErrors.h", "router/RouterLimits.h",
-        "router/RouterStatus.h", "router/LogTable.h", "jobd/LogTable.h",
+        "router/RouterStatus.h", "router/control/ControlProtocol.h",
+        "router/control/DeviceListing.h", "router/LogTable.h", "jobd/LogTable.h",
         "router-client/LogSites.h"}},
       {"testkit/",
        {"testkit/", "WLHIDAccess/", "platform/", "router-client/WLHIDEventRouterProtocols.h"}},

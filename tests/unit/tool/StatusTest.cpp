@@ -109,7 +109,7 @@ TEST_F(StatusTest, AsJson) {
   EXPECT_EQ(statusJson()["router"], nullptr);
   EXPECT_EQ(statusJson()["installed"], false);
   installVersion("1.0");
-  runRouter({{5, 1, 0x1f, "A Mouse 12", true, 1, 2}, {}}, 9);
+  runRouter({{5, 1, 0x1f, "A Mouse 12", true, 1, 2, 8, "/usr/bin/pen"}, {}}, 9);
   const auto json = statusJson();
   EXPECT_EQ(json["root"], root_.path().string());
   EXPECT_EQ(json["installed"], true);
@@ -119,7 +119,10 @@ TEST_F(StatusTest, AsJson) {
   EXPECT_EQ(json["router"]["pid"], 77);
   EXPECT_EQ(json["router"]["version"], "1.0");
   EXPECT_EQ(json["router"]["lost"], 9);
-  EXPECT_EQ(json["router"]["sessions"][0], (nlohmann::json{{"pid", 5},
+  EXPECT_EQ(json["router"]["sessions"][0], (nlohmann::json{{"session", 8},
+                                                           {"program", "/usr/bin/pen"},
+                                                           {"unit", nullptr},
+                                                           {"pid", 5},
                                                            {"uid", 1},
                                                            {"registryEntryID", 0x1f},
                                                            {"deviceName", "A Mouse 12"},

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "tool/findings/RouterService.h"
+
+#include <future>
+#include <mutex>
+#include <utility>
+
+#include "tool/command/Command.h"
+
+namespace tool {
+
+namespace {
+
+using platform::NSXPCConnection;
+using router::RouterControlProtocol;
+
+constexpr std::chrono::seconds kReplyLimit{30};
+/// Somebody may have to find a password.
+constexpr std::chrono::seconds kPersonLimit{300};
+
+}  // namespace
+
+RouterService::RouterService()
+    : connection_(NSXPCConnection::initWithMachServiceName_options(
+          platform::str(router::kControlService), 0)) {
+  if (connection_ == nullptr) throw Failure("the router cannot be asked: no connection");
+  connection_->setRemoteObjectInterface(
+      platform::NSXPCInterface::interfaceWithProtocol(RouterControlProtocol::protocol()));
+  connection_->resume();
+}
+
+RouterService::~RouterService() {
+  connection_->invalidate();
+}
+
+RouterService::Answer RouterService::ask(
+    std::chrono::seconds limit,
+    const std::function<void(RouterControlProtocol&, const Answered&)>& send) const {
+  struct Slot {
+    std::promise<Answer> promise;
+    std::once_flag once;
+  };
+  const auto slot = std::make_shared<Slot>();
+  auto answer = slot->promise.get_future();
+  const Answered answered = [slot](Answer given) {
+    std::call_once(slot->once, [&] { slot->promise.set_value(std::move(given)); });
+  };
+  const auto router = connection_->remoteObjectProxyWithErrorHandler<RouterControlProtocol>(
+      [answered](const std::shared_ptr<platform::NSError>& error) {
+        answered({nullptr, error});
+      });
+  if (router == nullptr) throw Failure("the router cannot be asked: no connection");
+  send(*router, answered);
+  if (answer.wait_for(limit) != std::future_status::ready)
+    throw Failure("the router has not answered within " + std::to_string(limit.count()) + " s");
+  return answer.get();
+}
+
+std::shared_ptr<platform::NSDictionary> RouterService::askFor(
+    void (RouterControlProtocol::*what)(RouterControlProtocol::Reply)) const {
+  Answer answer = ask(kReplyLimit, [what](RouterControlProtocol& router, const Answered& answered) {
+    (router.*what)([answered](const auto& dictionary, const auto& error) {
+      answered({dictionary, error});
+    });
+  });
+  if (answer.error != nullptr || answer.dictionary == nullptr)
+    throw Failure("the router cannot be asked: " + describeError(answer.error));
+  return std::move(answer.dictionary);
+}
+
+router::RouterStatus RouterService::status() const {
+  auto status = router::routerStatusIn(*askFor(&RouterControlProtocol::statusWithReply));
+  if (!status) throw Failure("the router has answered something that is not a status");
+  status->isRunning = true;
+  return std::move(*status);
+}
+
+std::vector<router::ListedDevice> RouterService::devices() const {
+  return router::listedDevicesIn(*askFor(&RouterControlProtocol::devicesWithReply));
+}
+
+void RouterService::endSession(std::uint64_t number) const {
+  const Answer answer = ask(kPersonLimit, [number](RouterControlProtocol& router,
+                                                   const Answered& answered) {
+    router.endSession_reply(number, [answered](const auto& error) { answered({nullptr, error}); });
+  });
+  if (answer.error != nullptr)
+    throw Failure("the session was not ended: " + describeError(answer.error));
+}
+
+}  // namespace tool
