@@ -184,14 +184,23 @@ std::vector<std::uint8_t> listOf(const std::vector<NSDictionary::Entry>& entries
   return {data->span().begin(), data->span().end()};
 }
 
+std::array<std::uint8_t, 4> littleEndian(std::size_t number) {
+  std::array<std::uint8_t, 4> bytes{};
+  for (std::uint8_t& byte : bytes) {
+    byte = static_cast<std::uint8_t>(number);
+    number >>= 8U;
+  }
+  return bytes;
+}
+
 TEST(Control, AFrameBeginsWithTheLengthOfItsContent) {
   for (const std::size_t size : {std::size_t{10}, std::size_t{70'000}, std::size_t{17} << 20U}) {
     ControlReply reply;
     reply.message = std::string(size, 'x');
     const auto frame = encode(reply);
-    std::uint32_t length = 0;
-    std::memcpy(&length, frame.data(), sizeof length);  // little-endian, as this machine is
-    EXPECT_EQ(length, frame.size() - 4);
+    ASSERT_GE(frame.size(), 4U);
+    EXPECT_THAT(std::span(frame).first(4),
+                testing::ElementsAreArray(littleEndian(frame.size() - 4)));
     EXPECT_EQ(decodeControlReply(content(frame))->message.size(), size);
   }
 }
@@ -237,8 +246,8 @@ TEST(Control, WhatIsOfAnotherKindIsLeftOut) {
 TEST(Control, AFrameOfTheLargestSizeIsTaken) {
   EXPECT_EQ(kMaximumControlBytes, 262144U);
   auto [one, other] = socketPair();
-  const std::uint32_t length = kMaximumControlBytes;
-  ASSERT_EQ(::send(one.get(), &length, 4, 0), 4);
+  const auto length = littleEndian(kMaximumControlBytes);
+  ASSERT_EQ(::send(one.get(), length.data(), length.size(), 0), 4);
   FrameReader reader;
   EXPECT_EQ(reader.readFrom(other.get()), State::NeedMore);
   const std::vector<std::uint8_t> piece(65536, 'x');
