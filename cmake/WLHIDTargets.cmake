@@ -6,6 +6,7 @@
 #   wlhid_executable(NAME SOURCES … [DEPENDS …])         program
 #   wlhid_test(NAME SOURCES … [DEPENDS …] [LABELS …] [TIMEOUT S] [SERIAL])
 #                                                        GoogleTest program; one CTest entry per program
+#   wlhid_runnable(VARIABLE TARGET)                      a file that runs a program of this build
 #   wlhid_fuzz_target(NAME SOURCE … [DEPENDS …])         fuzz/NAME.cpp; replays fuzz/corpus/NAME/ as a test
 #   wlhid_bench(NAME SOURCES … [DEPENDS …])              benchmark program
 #
@@ -54,6 +55,20 @@ function(wlhid_executable name)
   add_executable(${name} ${A_SOURCES})
   target_link_libraries(${name} PRIVATE wlhid_flags ${A_DEPENDS})
   target_compile_options(${name} PRIVATE ${WLHID_PRODUCT_WARNINGS})
+endfunction()
+
+# Sets VARIABLE to a file that runs the program TARGET when it is executed: the program itself or, where the processor is
+# emulated, a script that starts the emulator.
+function(wlhid_runnable variable target)
+  set(file "$<TARGET_FILE:${target}>")
+  if(CMAKE_CROSSCOMPILING_EMULATOR)
+    list(JOIN CMAKE_CROSSCOMPILING_EMULATOR "' '" emulator)
+    set(script "${CMAKE_CURRENT_BINARY_DIR}/${target}.sh")
+    file(GENERATE OUTPUT "${script}" CONTENT "#!/bin/sh\nexec '${emulator}' '${file}' \"$@\"\n"
+         FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+    set(file "${script}")
+  endif()
+  set(${variable} "${file}" PARENT_SCOPE)
 endfunction()
 
 # Compiling the tests takes longer than running them, so only the code under test is optimised.
