@@ -2,6 +2,7 @@
 
 #include "jobd/HelperImage.h"
 
+#include <elf.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -56,6 +57,21 @@ TEST(HelperImage, IsWhatTheToolMade) {
   EXPECT_THAT(helper.services, ElementsAre("com.x", "com.x.two"));
   const std::string program = testsupport::readFile(WLHID_HELPER_PROGRAM);
   EXPECT_EQ(std::string(helper.program.begin(), helper.program.end()), program);
+}
+
+TEST(HelperImage, IsOfItsProgramsProcessorWhateverItsByteOrder) {
+  const TemporaryDirectory directory;
+  const auto path = directory.path() / "program";
+  for (const bool bigEndian : {false, true}) {
+    std::string program(ELFMAG);
+    program.resize(sizeof(Elf64_Ehdr));
+    program[EI_CLASS] = ELFCLASS64;
+    program[EI_DATA] = static_cast<char>(bigEndian ? ELFDATA2MSB : ELFDATA2LSB);
+    program[offsetof(Elf64_Ehdr, e_machine) + (bigEndian ? 1 : 0)] = static_cast<char>(EM_AARCH64);
+    testsupport::writeFile(path, program);
+    const auto bytes = image({"com.x", "1", path.string(), {}});
+    EXPECT_THAT(std::span(bytes).subspan(4, 4), ElementsAre(0x0C, 0, 0, 1));
+  }
 }
 
 TEST(HelperImage, VersionsMayHoldMarkup) {
