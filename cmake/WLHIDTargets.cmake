@@ -103,6 +103,9 @@ function(wlhid_test name)
   if(NOT A_TIMEOUT)
     set(A_TIMEOUT 300)
   endif()
+  if(CMAKE_CROSSCOMPILING_EMULATOR)  # an emulated program takes several times as long
+    math(EXPR A_TIMEOUT "${A_TIMEOUT} * 5")
+  endif()
   add_test(NAME ${name} COMMAND ${name})
   foreach(label ${A_LABELS})  # tests_unit builds what a run of the tests with that label needs
     if(NOT TARGET tests_${label})
