@@ -21,26 +21,37 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "platform/foundation/ForkMark.h"
+#include "platform/foundation/NSError.h"
 #include "platform/xpc/Admissions.h"
+#include "platform/xpc/BatchedFrames.h"
 #include "platform/xpc/ConnectionLife.h"
 #include "platform/xpc/Exports.h"
 #include "platform/xpc/FrameReceiver.h"
+#include "platform/xpc/InterfaceTable.h"
 #include "platform/xpc/NSXPCConnection.h"
+#include "platform/xpc/ObjectCoder.h"
 #include "platform/xpc/Outbox.h"
 #include "platform/xpc/PeerIdentity.h"
 #include "platform/xpc/PendingRequests.h"
 #include "platform/xpc/QueueThread.h"
 #include "platform/xpc/ReceiveBuffer.h"
+#include "platform/xpc/SendBacklog.h"
 #include "platform/xpc/StaleReports.h"
 #include "platform/xpc/Wire.h"
+#include "platform/xpc/XPCProtocol.h"
 
 namespace platform::xpc {
 

@@ -350,7 +350,7 @@ TEST_F(Life, AFailureThatAnErrorHandlerBringsAboutComesBeforeTheReportToo) {
   endless->removeObjectAtIndex(0);
 }
 
-TEST_F(Life, WhatIsSentBeforeTheReportIsDueFailsAheadOfItAndTheRestBehindIt) {
+TEST_F(Life, WhatIsSentBeforeTheReportIsDueFailsAheadOfItAndTheRestAfterIt) {
   const auto end = connect();
   // Sent by the last error handler before the report, and by another thread once the report is
   // being made, when nothing can precede it any more.

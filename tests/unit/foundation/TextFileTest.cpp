@@ -144,7 +144,7 @@ TEST(GrowingData, IsEmptyAgainAfterItWasTaken) {
   EXPECT_EQ(contents(*two), "two");
 }
 
-TEST(GrowingData, TruncatesAndGoesOnBehindWhatIsLeft) {
+TEST(GrowingData, TruncatesAndGoesOnAfterWhatIsLeft) {
   GrowingData data;
   const std::string large(std::size_t{8} * 1024 * 1024, 'x');
   data.append("abc");

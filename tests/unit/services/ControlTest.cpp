@@ -71,7 +71,7 @@ TEST(Control, CodesKeepTheirNumbers) {
 TEST(Control, RepliesAreReadBack) {
   ControlReply reply;
   reply.code = ServiceErrorCode::InvalidImage;
-  reply.message = "the helper is none";
+  reply.message = "the helper is malformed";
   reply.daemonProcessIdentifier = 4711;
   reply.jobs.push_back({"com.x", {"com.x", "com.y"}, 12, 3, 400, "exited with status 1"});
   const auto read = decodeControlReply(content(encode(reply)));
