@@ -16,10 +16,12 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "jobd/RootDirectories.h"
 #include "platform/services/JobFile.h"
+#include "platform/services/SystemRoot.h"
 
 namespace jobd {
 

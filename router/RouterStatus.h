@@ -34,6 +34,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/services/FileDescriptor.h"
 #include "platform/services/SystemRoot.h"
 
 namespace router {

@@ -7,6 +7,7 @@
 // Errors: the platform's status codes, below.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>

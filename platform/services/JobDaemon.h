@@ -6,9 +6,12 @@
 // Errors: ServiceError.
 #pragma once
 
+#include <optional>
+#include <string>
 #include <utility>
 
 #include "platform/services/Control.h"
+#include "platform/services/FileDescriptor.h"
 #include "platform/services/SystemRoot.h"
 
 namespace platform {
