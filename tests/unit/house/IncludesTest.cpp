@@ -31,6 +31,8 @@ const std::vector<Rule>& rules() {
        {"platform/xpc/", "platform/kit/", "platform/foundation/",
         "platform/services/ServiceEndpoints.h"}},
       {"platform/scripted/", {"platform/"}},
+      {"platform/system/",
+       {"platform/system/", "platform/foundation/", "platform/services/FileDescriptor.h"}},
       {"WLHIDAccess/", {"WLHIDAccess/", "platform/"}},
       {"helper-install/", {"helper-install/", "WLHIDAccess/", "platform/"}},
       {"router-client/", {"router-client/", "WLHIDAccess/", "platform/"}},
@@ -96,6 +98,20 @@ TEST(Includes, FollowTheAllowedDirections) {
     }
   }
   EXPECT_GT(checked, 100U) << "hardly anything was found to check";
+}
+
+/// An application must not need the library that this folder is built with.
+TEST(Includes, OnlyThePrivilegedProgramsAskTheSystemsAuthorities) {
+  const fs::path source = sourceDirectory();
+  ASSERT_FALSE(source.empty());
+  for (const Rule& rule : rules()) {
+    if (rule.folder == "platform/system/" || rule.folder == "jobd/" || rule.folder == "router/")
+      continue;
+    for (const fs::path& file : sourcesOf(source / rule.folder)) {
+      for (const std::string& include : includesOf(file))
+        EXPECT_FALSE(include.starts_with("platform/system/")) << file << ": " << include;
+    }
+  }
 }
 
 TEST(Includes, AreWrittenFromTheRootOfTheRepository) {
