@@ -17,6 +17,8 @@
 
 #include <memory>
 
+#include "platform/foundation/NSObject.h"
+#include "platform/foundation/NSString.h"
 #include "platform/kit/KQLogModule.h"
 
 /// The module's identifier: "WLHIDEventRouter".

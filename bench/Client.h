@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-#include "WLHIDAccess/WLHIDAccess.h"
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "bench/Router.h"
 #include "platform/foundation/FoundationProvider.h"
 #include "platform/services/ServiceEndpoints.h"

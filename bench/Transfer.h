@@ -8,9 +8,11 @@
 // Errors: std::runtime_error if reports are missing or truncated.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "bench/Client.h"
+#include "bench/Router.h"
 
 namespace bench {
 

@@ -11,7 +11,13 @@ string(REGEX REPLACE "-.*" "" CMAKE_SYSTEM_PROCESSOR "${WLHID_TRIPLET}")
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSROOT "${WLHID_SYSROOT}")
 set(CMAKE_CXX_COMPILER "${WLHID_TRIPLET}-g++")
-set(CMAKE_CROSSCOMPILING_EMULATOR "${WLHID_EMULATOR};-L;${WLHID_SYSROOT}")
+# The programs name their libraries by their places. An emulator that is told of the directory looks there first for
+# every file that a program opens, also for /tmp and /.
+set(CMAKE_CROSSCOMPILING_EMULATOR "${WLHID_EMULATOR};-L;/")
+file(GLOB loader "${WLHID_SYSROOT}/lib/ld*.so.?")
+string(JOIN "," link_options "-Wl,--dynamic-linker=${loader}" "--disable-new-dtags"
+       "-rpath=${WLHID_SYSROOT}/lib/${WLHID_TRIPLET}:${WLHID_SYSROOT}/usr/lib/${WLHID_TRIPLET}")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "${link_options}")
 set(CMAKE_LIBRARY_ARCHITECTURE "${WLHID_TRIPLET}")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

@@ -6,6 +6,7 @@
 #   wlhid_executable(NAME SOURCES … [DEPENDS …])         program
 #   wlhid_test(NAME SOURCES … [DEPENDS …] [LABELS …] [TIMEOUT S] [SERIAL])
 #                                                        GoogleTest program; one CTest entry per program
+#   wlhid_runnable(VARIABLE TARGET)                      a file that runs a program of this build
 #   wlhid_fuzz_target(NAME SOURCE … [DEPENDS …])         fuzz/NAME.cpp; replays fuzz/corpus/NAME/ as a test
 #   wlhid_bench(NAME SOURCES … [DEPENDS …])              benchmark program
 #
@@ -56,6 +57,20 @@ function(wlhid_executable name)
   target_compile_options(${name} PRIVATE ${WLHID_PRODUCT_WARNINGS})
 endfunction()
 
+# Sets VARIABLE to a file that runs the program TARGET when it is executed: the program itself or, where the processor is
+# emulated, a script that starts the emulator.
+function(wlhid_runnable variable target)
+  set(file "$<TARGET_FILE:${target}>")
+  if(CMAKE_CROSSCOMPILING_EMULATOR)
+    list(JOIN CMAKE_CROSSCOMPILING_EMULATOR "' '" emulator)
+    set(script "${CMAKE_CURRENT_BINARY_DIR}/${target}.sh")
+    file(GENERATE OUTPUT "${script}" CONTENT "#!/bin/sh\nexec '${emulator}' '${file}' \"$@\"\n"
+         FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+    set(file "${script}")
+  endif()
+  set(${variable} "${file}" PARENT_SCOPE)
+endfunction()
+
 # Compiling the tests takes longer than running them, so only the code under test is optimised.
 set(WLHID_TEST_OPTIONS "$<$<CONFIG:RelWithDebInfo>:-O1;-g1>")
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
@@ -87,6 +102,9 @@ function(wlhid_test name)
   wlhid_precompile_test_headers(${name})
   if(NOT A_TIMEOUT)
     set(A_TIMEOUT 300)
+  endif()
+  if(CMAKE_CROSSCOMPILING_EMULATOR)  # an emulated program takes several times as long
+    math(EXPR A_TIMEOUT "${A_TIMEOUT} * 5")
   endif()
   add_test(NAME ${name} COMMAND ${name})
   foreach(label ${A_LABELS})  # tests_unit builds what a run of the tests with that label needs

@@ -12,6 +12,7 @@
 // Order: lines keep the log's order.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string_view>
 

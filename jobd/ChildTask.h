@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "jobd/EventLoop.h"
+#include "platform/services/FileDescriptor.h"
 #include "platform/services/ServiceError.h"
 
 namespace jobd {

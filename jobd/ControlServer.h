@@ -18,14 +18,22 @@
 //   after the reply to the one before.
 #pragma once
 
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "jobd/EventLoop.h"
 #include "jobd/Permission.h"
 #include "platform/services/Control.h"
+#include "platform/services/FileDescriptor.h"
+#include "platform/services/ServiceError.h"
 #include "platform/services/UnixSocket.h"
 
 namespace jobd {

@@ -15,6 +15,9 @@
 // Order: requests are handled one after another; a reply that waits for a process delays no other.
 #pragma once
 
+#include <chrono>
+#include <cstddef>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -27,6 +30,11 @@
 #include "jobd/Job.h"
 #include "jobd/RootDirectories.h"
 #include "jobd/SystemLog.h"
+#include "platform/services/Control.h"
+#include "platform/services/FileDescriptor.h"
+#include "platform/services/JobFile.h"
+#include "platform/services/SystemRoot.h"
+#include "platform/services/UnixSocket.h"
 
 namespace jobd {
 

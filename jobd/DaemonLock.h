@@ -9,6 +9,7 @@
 #pragma once
 
 #include <optional>
+#include <utility>
 
 #include "platform/services/FileDescriptor.h"
 

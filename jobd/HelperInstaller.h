@@ -19,10 +19,12 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "jobd/RootDirectories.h"
 #include "platform/services/JobFile.h"
+#include "platform/services/SystemRoot.h"
 
 namespace jobd {
 

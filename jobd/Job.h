@@ -16,8 +16,12 @@
 // Order: callbacks run in the order of the calls, after the process has ended.
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "jobd/CrashThrottle.h"

@@ -13,16 +13,19 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "jobd/EventLoop.h"
 #include "jobd/LogText.h"
 #include "jobd/SystemLog.h"
+#include "platform/services/FileDescriptor.h"
 
 namespace jobd {
 

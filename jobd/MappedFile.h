@@ -7,6 +7,7 @@
 // Errors: ServiceError if the file is not regular, too large for a helper or cannot be mapped.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>

@@ -9,14 +9,17 @@
 //   a job does not fail because of its log.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "jobd/LogBudget.h"
 #include "jobd/LogTable.h"
+#include "platform/foundation/LogTemplate.h"
 #include "platform/services/FileDescriptor.h"
 
 namespace jobd {

@@ -12,6 +12,7 @@
 #include <type_traits>
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "platform/foundation/NSArray.h"
 #include "platform/kit/KQLogger.h"
 #include "router-client/LogSites.h"
 

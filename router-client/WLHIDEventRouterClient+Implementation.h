@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
 #include "platform/foundation/ForkMark.h"
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSData.h"
@@ -21,6 +22,7 @@
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSNotificationCenter.h"
 #include "platform/xpc/NSXPCConnection.h"
+#include "platform/xpc/NSXPCInterface.h"
 #include "router-client/Holder.h"
 #include "router-client/OpeningTurn.h"
 #include "router-client/WLHIDEventRouterProtocols.h"

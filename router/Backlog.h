@@ -21,6 +21,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "router/RouterLimits.h"
 

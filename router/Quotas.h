@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "router/RouterLimits.h"
 #include "router/TokenBucket.h"
 
 namespace router {

@@ -24,7 +24,10 @@
 // Order: reports come in the order of the file.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>

@@ -12,10 +12,12 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "router/Devices.h"
 #include "router/Recording.h"
+#include "router/StopSignal.h"
 
 namespace router {
 

@@ -8,9 +8,15 @@
 // Threading, Ownership, Errors, Order: as in Devices.h.
 #pragma once
 
+#include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
 
+#include "platform/services/SystemRoot.h"
 #include "router/DeviceFiles.h"
 #include "router/Devices.h"
 #include "router/Recording.h"

@@ -17,6 +17,7 @@
 // Ownership: shares the descriptor.
 // Order: that of the descriptor.
 // Errors: none; any bytes are a valid report.
+#pragma once
 
 #include <array>
 #include <cstdint>

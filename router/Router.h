@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/services/SystemRoot.h"
+#include "platform/xpc/NSXPCInterface.h"
 #include "platform/xpc/NSXPCListener.h"
 #include "router/Devices.h"
 #include "router/RouterLimits.h"

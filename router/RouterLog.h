@@ -8,6 +8,7 @@
 
 #include <functional>
 
+#include "platform/foundation/LogTemplate.h"
 #include "router/LogTable.h"
 
 namespace router {

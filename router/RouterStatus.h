@@ -39,6 +39,7 @@
 #include <vector>
 
 #include "platform/foundation/NSDictionary.h"
+#include "platform/services/FileDescriptor.h"
 #include "platform/services/SystemRoot.h"
 
 namespace router {

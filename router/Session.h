@@ -17,6 +17,8 @@
 //   before the request that replaces it.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -24,14 +26,19 @@
 #include <optional>
 #include <string>
 
+#include "platform/foundation/LogTemplate.h"
+#include "platform/foundation/NSDictionary.h"
+#include "platform/foundation/NSError.h"
 #include "platform/xpc/NSXPCConnection.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
+#include "router/Backlog.h"
 #include "router/EndedRoutings.h"
 #include "router/Quotas.h"
 #include "router/RoutedDevice.h"
 #include "router/RouterStatus.h"
 #include "router/StartLine.h"
 #include "router/policy/RoutingAuthority.h"
+#include "router/Subscription.h"
 
 namespace router {
 

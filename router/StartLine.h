@@ -12,6 +12,8 @@
 //   given up frees its turn: those after it move up.
 #pragma once
 
+#include <sys/types.h>
+
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -24,6 +26,8 @@
 #include <vector>
 
 #include "router/Quotas.h"
+#include "router/RouterLimits.h"
+#include "router/TokenBucket.h"
 
 namespace router {
 

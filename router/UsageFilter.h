@@ -14,6 +14,7 @@
 // Errors: std::invalid_argument, naming the key that is not a usage, or the limit.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -17,7 +18,11 @@
 #include <utility>
 #include <vector>
 
-#include "WLHIDAccess/WLHIDAccess.h"
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
+#include "platform/foundation/NSArray.h"
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSError.h"
 #include "platform/scripted/Trace.h"
 
 namespace testkit {

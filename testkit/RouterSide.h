@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "platform/foundation/NSObject.h"
+#include "platform/scripted/ScriptedConnection.h"
 #include "platform/scripted/ScriptedPlatform.h"
 
 namespace testkit {

@@ -116,15 +116,20 @@ Bytes readProgram(const std::string& path) {
   return bytes;
 }
 
+/// The ELF number of the program's processor, in whose byte order it is written.
+unsigned machineOf(const Bytes& program) {
+  const unsigned first = program[offsetof(Elf64_Ehdr, e_machine)];
+  const unsigned second = program[offsetof(Elf64_Ehdr, e_machine) + 1];
+  return program[EI_DATA] == ELFDATA2MSB ? first << 8U | second : second << 8U | first;
+}
+
 /// The image's processor: the closest one that the format has to the program's own.
 struct Processor {
   std::uint32_t type;
   std::uint32_t subtype;
 };
 Processor processorOf(const Bytes& program) {
-  std::uint16_t machine = 0;
-  std::memcpy(&machine, program.data() + offsetof(Elf64_Ehdr, e_machine), sizeof machine);
-  if (machine == EM_AARCH64) return {0x0100000C, 0};
+  if (machineOf(program) == EM_AARCH64) return {0x0100000C, 0};
   return {0x01000007, 3};
 }
 

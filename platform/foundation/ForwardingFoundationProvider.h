@@ -7,9 +7,16 @@
 #pragma once
 
 #include <memory>
+#include <string_view>
 #include <utility>
 
 #include "platform/foundation/FoundationProvider.h"
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSError.h"
+#include "platform/foundation/NSNotificationCenter.h"
+#include "platform/foundation/NSObject.h"
+#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/foundation/NSString.h"
 
 namespace platform {
 

@@ -9,10 +9,13 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string_view>
 
 #include "platform/foundation/NSData.h"
+#include "platform/foundation/NSError.h"
 #include "platform/foundation/NSNotificationCenter.h"
+#include "platform/foundation/NSObject.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
 #include "platform/foundation/NSString.h"
 #include "platform/foundation/ProviderSlot.h"

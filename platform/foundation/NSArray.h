@@ -11,8 +11,12 @@
 // Order: enumeration goes from index 0 upward.
 #pragma once
 
+#include <compare>
+#include <cstddef>
 #include <functional>
+#include <memory>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "platform/foundation/NSData.h"

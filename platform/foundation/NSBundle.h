@@ -6,6 +6,10 @@
 // Errors: bundlePath is null if the executable's path is unknown.
 #pragma once
 
+#include <memory>
+#include <string>
+#include <string_view>
+
 #include "platform/foundation/NSString.h"
 
 namespace platform {

@@ -9,9 +9,13 @@
 // Errors: see each function.
 #pragma once
 
+#include <compare>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "platform/foundation/NSObject.h"

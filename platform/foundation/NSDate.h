@@ -6,6 +6,9 @@
 #pragma once
 
 #include <chrono>
+#include <compare>
+#include <memory>
+#include <string>
 
 #include "platform/foundation/NSObject.h"
 

@@ -8,7 +8,11 @@
 //   earlier position.
 #pragma once
 
+#include <compare>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>

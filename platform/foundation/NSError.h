@@ -5,7 +5,12 @@
 // Threading, Ownership: as in NSObject.h.
 #pragma once
 
+#include <compare>
 #include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
 
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSObject.h"

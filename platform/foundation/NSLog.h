@@ -7,6 +7,8 @@
 // Order: lines of one thread keep their order.
 #pragma once
 
+#include <string_view>
+
 #include "platform/foundation/Format.h"
 
 namespace platform {

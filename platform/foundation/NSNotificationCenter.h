@@ -14,6 +14,7 @@
 #include <functional>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "platform/foundation/NSObject.h"
 #include "platform/foundation/NSString.h"

@@ -5,7 +5,10 @@
 // Threading, Ownership, Errors, Order: as in NSObject.h.
 #pragma once
 
+#include <compare>
 #include <cstdint>
+#include <memory>
+#include <string>
 #include <variant>
 
 #include "platform/foundation/NSObject.h"

@@ -10,8 +10,11 @@
 // Order: dictionaries keep their order both ways.
 #pragma once
 
+#include <memory>
+
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
+#include "platform/foundation/NSObject.h"
 
 namespace platform {
 

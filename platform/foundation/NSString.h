@@ -6,8 +6,12 @@
 // Errors: factories return null for bytes that are not UTF-8.
 #pragma once
 
+#include <compare>
+#include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/foundation/NSObject.h"
 

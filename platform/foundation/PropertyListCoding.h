@@ -8,6 +8,7 @@
 // Order: dictionaries keep their order both ways.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -18,6 +19,7 @@
 
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
+#include "platform/foundation/NSObject.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
 
 namespace platform {

@@ -6,6 +6,7 @@
 // Errors: see each function.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>

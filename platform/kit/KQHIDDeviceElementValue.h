@@ -7,8 +7,11 @@
 //   and a pointer to a value keeps that allocation alive.
 #pragma once
 
+#include <compare>
 #include <cstdint>
+#include <memory>
 #include <span>
+#include <string>
 
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSObject.h"

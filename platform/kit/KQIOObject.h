@@ -5,7 +5,11 @@
 // Threading, Ownership, Errors, Order: as in NSObject.h.
 #pragma once
 
+#include <compare>
 #include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
 
 #include "platform/foundation/NSObject.h"
 #include "platform/foundation/NSString.h"

@@ -11,10 +11,12 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
+#include "platform/foundation/NSObject.h"
 #include "platform/foundation/NSString.h"
 #include "platform/foundation/NSURL.h"
 

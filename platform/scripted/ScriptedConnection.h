@@ -22,6 +22,7 @@
 // Order: pending requests fail before the connection's end is reported.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -35,6 +36,7 @@
 #include "platform/foundation/NSString.h"
 #include "platform/scripted/Trace.h"
 #include "platform/xpc/NSXPCConnection.h"
+#include "platform/xpc/NSXPCInterface.h"
 #include "platform/xpc/StaleReports.h"
 #include "platform/xpc/XPCProtocol.h"
 

@@ -31,6 +31,7 @@
 // Order: see Trace.h.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -41,6 +42,8 @@
 #include "platform/foundation/KeyValueObserving.h"
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSError.h"
+#include "platform/foundation/NSObject.h"
+#include "platform/foundation/NSString.h"
 #include "platform/kit/KQLogger.h"
 #include "platform/scripted/ScriptedConnection.h"
 #include "platform/scripted/Trace.h"

@@ -5,14 +5,26 @@
 // Threading: any thread; the mutex protects the answers and is never held during a call.
 #pragma once
 
+#include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/foundation/FoundationProvider.h"
+#include "platform/foundation/NSDictionary.h"
+#include "platform/foundation/NSObject.h"
+#include "platform/foundation/NSString.h"
+#include "platform/scripted/ScriptedConnection.h"
 #include "platform/scripted/ScriptedPlatform.h"
+#include "platform/scripted/Trace.h"
+#include "platform/services/Authorization.h"
 #include "platform/services/ServiceManagement.h"
 #include "platform/xpc/NSXPCConnection.h"
 

@@ -9,6 +9,7 @@
 //   daemon cannot be reached; the log says what is missing.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>

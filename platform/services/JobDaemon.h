@@ -12,9 +12,12 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
+#include <string>
 #include <utility>
 
 #include "platform/services/Control.h"
+#include "platform/services/FileDescriptor.h"
 #include "platform/services/SystemRoot.h"
 
 namespace platform {

@@ -22,7 +22,7 @@ LoginSessions::LoginSessions(SystemBus& bus, Options options)
 }
 
 LoginSessions::~LoginSessions() {
-  bus_.run([this] { watches_->removeAll(); });
+  bus_.run([this] { watches_->end(); });
   // This may be within one of their calls, so they go later, and on the thread they belong to.
   bus_.post([watches = std::move(watches_)] {});
 }

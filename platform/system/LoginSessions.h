@@ -29,7 +29,9 @@ namespace platform::system {
 
 struct SessionState {
   std::string session;
-  uid_t user = static_cast<uid_t>(-1);  ///< whose session it is; -1 if it was never known
+  /// Whose session it is, which need not be the user that a process in it runs as; -1 if it was
+  /// never known.
+  uid_t user = static_cast<uid_t>(-1);
   bool isActive = false;
   bool isLocked = false;
   bool isRemote = false;

@@ -31,8 +31,9 @@ namespace platform::system {
 struct PolkitQuestion {
   PeerProcess process;  ///< who wants to do it
   std::string action;   ///< as in the policy file
-  /// For the administrator's rules and for the agent. Keys of lowercase letters, digits, "-" and
-  /// "_"; values are made printable lines. Only the superuser and an action's owner may pass any.
+  /// For the administrator's rules; a person does not see them. Keys of lowercase letters, digits,
+  /// "-" and "_"; values are made printable lines. Only the superuser and an action's owner may
+  /// pass any, or a message.
   std::map<std::string, std::string> details{};
   /// What a person reads instead of the action's own message; empty: the action's own. Its parts
   /// from outside pass through platform/system/PromptText.h.

@@ -82,8 +82,7 @@ SessionWatches::SessionWatches(SystemBus& bus, int changes, SystemBus::Clock::du
 }
 
 SessionWatches::~SessionWatches() {
-  bus_.unlisten(listener_);
-  if (changes_ >= 0) bus_.unwatch(changes_);
+  end();
 }
 
 void SessionWatches::add(WatchID watch, const std::string& session, Changed changed) {
@@ -91,7 +90,7 @@ void SessionWatches::add(WatchID watch, const std::string& session, Changed chan
   const auto [found, isNew] = sessions_.try_emplace(session);
   if (isNew) found->second.path = pathOfSession(session);
   found->second.watchers[watch].changed = std::move(changed);
-  if (isDeaf_ || found->second.path.empty()) return end(session);
+  if (isDeaf_ || found->second.path.empty()) return endSession(session);
   if (isNew) return read(session);
   if (found->second.state) tellOne(session, watch);
 }
@@ -107,8 +106,11 @@ void SessionWatches::remove(WatchID watch) {
   sessions_.erase(found);
 }
 
-void SessionWatches::removeAll() {
+void SessionWatches::end() {
   for (const WatchID watch : keysOf(watches_)) remove(watch);
+  bus_.unlisten(listener_);
+  if (const int changes = std::exchange(changes_, -1); changes >= 0) bus_.unwatch(changes);
+  matches_.clear();
 }
 
 // ---- Where the news come from
@@ -139,7 +141,7 @@ void SessionWatches::followConnection(bool isConnected) {
   if (isConnected)
     subscribe();
   else
-    endAll();
+    endAllSessions();
 }
 
 /// Before anything is asked: what changes after an answer is then told by a signal.
@@ -160,7 +162,7 @@ void SessionWatches::subscribe() {
 
 void SessionWatches::becomeDeaf() {
   isDeaf_ = true;
-  endAll();
+  endAllSessions();
 }
 
 void SessionWatches::askForOwner() {
@@ -183,7 +185,7 @@ void SessionWatches::ownerChanged(sd_bus_message* signal) {
       std::strcmp(name, kLogind) != 0)
     return;
   owner_ = now;
-  if (*before != '\0') endAll();
+  if (*before != '\0') endAllSessions();
 }
 
 void SessionWatches::propertiesChanged(sd_bus_message* signal) {
@@ -205,7 +207,7 @@ void SessionWatches::propertiesChanged(sd_bus_message* signal) {
 void SessionWatches::sessionRemoved(sd_bus_message* signal) {
   const char* session = nullptr;
   if (isFromLogind(signal) && sd_bus_message_read(signal, "so", &session, nullptr) >= 0)
-    end(session);
+    endSession(session);
 }
 
 // ---- What is known
@@ -232,7 +234,7 @@ void SessionWatches::receive(const std::string& session, const BusReply& reply) 
   known.reading.reset();
   const std::optional<SessionState> state =
       reply.message != nullptr ? readSession(reply.message, session) : std::nullopt;
-  if (!state) return end(session);
+  if (!state) return endSession(session);
   // What came in meanwhile may be newer than this answer.
   if (std::exchange(known.mustReadAgain, false)) return read(session);
   known.state = state;
@@ -255,7 +257,7 @@ void SessionWatches::tellOne(const std::string& session, WatchID watch) {
   changed(state);
 }
 
-void SessionWatches::end(const std::string& session) {
+void SessionWatches::endSession(const std::string& session) {
   const auto ended = sessions_.extract(session);
   if (!ended) return;
   const Session& known = ended.mapped();
@@ -267,8 +269,8 @@ void SessionWatches::end(const std::string& session) {
     if (watches_.erase(watch) > 0) watcher.changed(state);
 }
 
-void SessionWatches::endAll() {
-  for (const std::string& session : keysOf(sessions_)) end(session);
+void SessionWatches::endAllSessions() {
+  for (const std::string& session : keysOf(sessions_)) endSession(session);
 }
 
 }  // namespace platform::system

@@ -34,7 +34,8 @@ class SessionWatches {
 
   void add(WatchID watch, const std::string& session, Changed changed);
   void remove(WatchID watch);
-  void removeAll();
+  /// Removes all, and follows nothing any more.
+  void end();
 
  private:
   struct Watcher {
@@ -70,8 +71,8 @@ class SessionWatches {
   void receive(const std::string& session, const BusReply& reply);
   void tell(const std::string& session);
   void tellOne(const std::string& session, WatchID watch);
-  void end(const std::string& session);
-  void endAll();
+  void endSession(const std::string& session);
+  void endAllSessions();
 
   SystemBus& bus_;
   const SystemBus::Clock::duration limit_;

@@ -11,10 +11,13 @@
 
 #include <sys/types.h>
 
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "platform/foundation/ForkMark.h"
 #include "platform/xpc/NSXPCListener.h"

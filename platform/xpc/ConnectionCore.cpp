@@ -101,15 +101,13 @@ std::size_t ConnectionCore::liveCount() {
 void ConnectionCore::setExportedTable(SharedTable table) {
   if (mark_.isInherited()) return;
   const std::lock_guard lock(mutex_);
-  exportedTable_.swap(table);
-  exportedVersion_.fetch_add(1, std::memory_order_release);
+  exports_.swapTable(table);
 }
 
 void ConnectionCore::setExportedObject(XPCExportedObject object) {
   if (mark_.isInherited()) return;
   const std::lock_guard lock(mutex_);
-  std::swap(exportedObject_, object);
-  exportedVersion_.fetch_add(1, std::memory_order_release);
+  exports_.swapObject(object);
 }
 
 void ConnectionCore::setRemoteTable(SharedTable table) {
@@ -147,7 +145,7 @@ void ConnectionCore::resume() {
   Handlers released;
   std::unique_lock lock(mutex_);
   if (!life_.take(Event::Resume)) return;
-  resumedEntry_.enter(exportedObject_.object);
+  resumedEntry_.enter(exports_.latestObject());
   if (place_) helloDeadline_ = Clock::now() + place_->helloWithin();
   if (accepted_) {
     openStreamLocked();
@@ -164,7 +162,7 @@ void ConnectionCore::invalidate() {
   Handlers released;
   const std::lock_guard lock(mutex_);
   if (!life_.take(Event::Invalidate)) return;
-  resumedEntry_.close(exportedObject_.object);
+  resumedEntry_.close(exports_.latestObject());
   try {
     endStreamLocallyLocked(released);
   } catch (const std::bad_alloc&) {
@@ -213,7 +211,7 @@ void ConnectionCore::endStreamLocallyLocked(Handlers& released) {
 }
 
 void ConnectionCore::openStreamLocked() {
-  outbox_.open(socket_, {kWireVersion, nameOf(exportedTable_), nameOf(remoteTable_)});
+  outbox_.open(socket_, {kWireVersion, nameOf(exports_.latestTable()), nameOf(remoteTable_)});
 }
 
 // -------------------------------------------------------------------------------------------------

@@ -21,25 +21,37 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "platform/foundation/ForkMark.h"
+#include "platform/foundation/NSError.h"
 #include "platform/xpc/Admissions.h"
+#include "platform/xpc/BatchedFrames.h"
 #include "platform/xpc/ConnectionLife.h"
+#include "platform/xpc/Exports.h"
 #include "platform/xpc/FrameReceiver.h"
+#include "platform/xpc/InterfaceTable.h"
 #include "platform/xpc/NSXPCConnection.h"
+#include "platform/xpc/ObjectCoder.h"
 #include "platform/xpc/Outbox.h"
 #include "platform/xpc/PeerIdentity.h"
 #include "platform/xpc/PendingRequests.h"
 #include "platform/xpc/QueueThread.h"
 #include "platform/xpc/ReceiveBuffer.h"
+#include "platform/xpc/SendBacklog.h"
 #include "platform/xpc/StaleReports.h"
 #include "platform/xpc/Wire.h"
+#include "platform/xpc/XPCProtocol.h"
 
 namespace platform::xpc {
 
@@ -188,7 +200,6 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   bool handleReplyDropped(std::uint64_t id);
   [[nodiscard]] PendingRequests::Requests::node_type takePending(std::uint64_t id);
   void answerDropped(std::uint64_t id);
-  void refreshExported();
   void dropWithoutObject(std::size_t method, std::uint64_t id);
   void reportMissedSinceGone();
   bool breach(std::string_view what);
@@ -201,9 +212,8 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
 
   mutable std::mutex mutex_;
   ConnectionLife life_;
-  SharedTable exportedTable_;
+  Exports exports_;
   SharedTable remoteTable_;
-  XPCExportedObject exportedObject_;
   SharedHandler interruptionHandler_;
   SharedHandler invalidationHandler_;
   bool threadRuns_ = false;
@@ -221,7 +231,6 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   /// The deadline for the peer's hello; set at resume, for the queue thread.
   std::optional<Clock::time_point> helloDeadline_;
 
-  std::atomic<std::uint64_t> exportedVersion_{0};
   std::atomic<bool> attention_{false};
   std::atomic<bool> stopDelivering_{false};
 
@@ -232,11 +241,6 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   bool expectsMore_ = false;  ///< the last read returned data
   StreamEnd streamEnd_ = StreamEnd::No;
   XPCValues values_;
-  SharedTable exported_;
-  XPCExportedObject object_;
-  std::uint64_t seenVersion_ = 0;
-  bool missedObjectLogged_ = false;
-  std::uint64_t missedSinceGone_ = 0;  ///< messages for an object that no longer exists
   unsigned connectAttempts_ = 0;
   Clock::time_point connectStarted_;
   ResumedConnection resumedEntry_;

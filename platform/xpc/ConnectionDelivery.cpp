@@ -92,7 +92,7 @@ bool ConnectionCore::handleHello() {
   Hello ours;
   {
     const std::lock_guard lock(mutex_);
-    ours.exported = nameOf(exportedTable_);
+    ours.exported = nameOf(exports_.latestTable());
     ours.remote = nameOf(remoteTable_);
   }
   const std::string why = receiver_.mismatchWith(ours);
@@ -103,28 +103,14 @@ bool ConnectionCore::handleHello() {
 // -------------------------------------------------------------------------------------------------
 // Calls
 
-void ConnectionCore::refreshExported() {
-  if (exportedVersion_.load(std::memory_order_acquire) == seenVersion_) return;
-  SharedTable table;
-  XPCExportedObject object;
-  {
-    const std::lock_guard lock(mutex_);
-    table = exportedTable_;
-    object = exportedObject_;
-    seenVersion_ = exportedVersion_.load(std::memory_order_relaxed);
-  }
-  exported_.swap(table);
-  std::swap(object_, object);
-}
-
 bool ConnectionCore::handleCall(const Frame& frame) {
-  refreshExported();
-  if (!exported_) return dropWithoutObject(frame.method, frame.id), true;
-  const ValuesResult result = receiver_.decodeCall(*exported_, values_);
+  exports_.refresh(mutex_);
+  if (!exports_.table()) return dropWithoutObject(frame.method, frame.id), true;
+  const ValuesResult result = receiver_.decodeCall(*exports_.table(), values_);
   if (result.verdict == DecodeVerdict::Accepted) {
     invoke(frame.method, frame.id);
   } else if (result.verdict == DecodeVerdict::Refused) {
-    log(exported_->protocol().methods[frame.method].selector, " dropped: ", result.reason,
+    log(exports_.table()->protocol().methods[frame.method].selector, " dropped: ", result.reason,
         " is not admitted in argument ", std::to_string(result.argument));
     answerDropped(frame.id);
   }
@@ -134,37 +120,29 @@ bool ConnectionCore::handleCall(const Frame& frame) {
 
 void ConnectionCore::invoke(std::size_t method, std::uint64_t id) {
   const XPCReplySender none;
-  const std::shared_ptr<void> object = object_.object.lock();
-  const XPCProtocol& protocol = exported_->protocol();
-  if (!object || object_.protocol != &protocol) return dropWithoutObject(method, id);
+  const std::shared_ptr<void> object = exports_.object();
+  if (!object) return dropWithoutObject(method, id);
+  const XPCProtocol& protocol = exports_.table()->protocol();
   if (id == 0) {
     return guarded("an exported method",
                    [&] { protocol.invokeTaking(object.get(), method, values_, none); });
   }
-  const auto ticket =
-      std::make_shared<ReplyTicket>(weak_from_this(), exported_, method, outbox_.stream(), id);
+  const auto ticket = std::make_shared<ReplyTicket>(weak_from_this(), exports_.table(), method,
+                                                    outbox_.stream(), id);
   guarded("an exported method", [&] {
     protocol.invoke(object.get(), method, values_,
                     [ticket](const XPCValues& values) { ticket->answer(values); });
   });
 }
 
-/// An owner that releases the object and the connection does so in that order, or during a
-/// delivery, so a few messages in between are normal. If the connection ends in another way, they
-/// are reported.
 void ConnectionCore::dropWithoutObject(std::size_t method, std::uint64_t id) {
-  const std::weak_ptr<void> none;
-  const bool isGone = object_.object.owner_before(none) || none.owner_before(object_.object);
-  if (exported_ && isGone && object_.protocol == &exported_->protocol()) {
-    ++missedSinceGone_;
-  } else if (!std::exchange(missedObjectLogged_, true)) {
+  if (exports_.missed())
     log("message ", std::to_string(method), " and further ones dropped: no object is exported");
-  }
   answerDropped(id);
 }
 
 void ConnectionCore::reportMissedSinceGone() {
-  const std::uint64_t missed = std::exchange(missedSinceGone_, 0);
+  const std::uint64_t missed = exports_.takeMissedSinceGone();
   if (missed == 0 || endsLocally()) return;
   log(std::to_string(missed), " messages dropped: the exported object is gone");
 }

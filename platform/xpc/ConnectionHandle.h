@@ -6,7 +6,18 @@
 // Ownership: the handle holds the core, never the other way round.
 #pragma once
 
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
 #include "platform/xpc/ConnectionCore.h"
+#include "platform/xpc/NSXPCConnection.h"
+#include "platform/xpc/NSXPCInterface.h"
+#include "platform/xpc/XPCProtocol.h"
 
 namespace platform::xpc {
 

@@ -327,7 +327,7 @@ std::chrono::milliseconds ConnectionCore::pauseBeforeReport() const {
   std::weak_ptr<void> client;
   {
     const std::lock_guard lock(mutex_);
-    client = exportedObject_.object;
+    client = exports_.latestObject();
   }
   if (client.expired()) client = std::const_pointer_cast<ConnectionCore>(shared_from_this());
   return pauseAfterEnd(client, service_, Clock::now() - connectStarted_);

@@ -20,6 +20,7 @@
 #include "platform/xpc/Hello.h"
 #include "platform/xpc/InterfaceTable.h"
 #include "platform/xpc/Wire.h"
+#include "platform/xpc/XPCProtocol.h"
 
 namespace platform::xpc {
 

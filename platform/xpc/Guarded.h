@@ -12,6 +12,7 @@
 #include <new>
 #include <string>
 
+#include "platform/foundation/ForkMark.h"
 #include "platform/xpc/ConnectionCore.h"
 #include "platform/xpc/Pacing.h"
 

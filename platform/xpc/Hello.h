@@ -5,7 +5,10 @@
 // Errors: no value for a malformed hello.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 

@@ -8,12 +8,17 @@
 // Order: arguments are in declaration order.
 #pragma once
 
+#include <cstddef>
 #include <memory>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/xpc/NSXPCInterface.h"
 #include "platform/xpc/ObjectCoder.h"
+#include "platform/xpc/Wire.h"
+#include "platform/xpc/XPCProtocol.h"
 
 namespace platform::xpc {
 

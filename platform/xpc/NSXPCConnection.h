@@ -39,6 +39,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -48,6 +49,7 @@
 #include "platform/foundation/NSString.h"
 #include "platform/foundation/ProviderSlot.h"
 #include "platform/xpc/NSXPCInterface.h"
+#include "platform/xpc/XPCProtocol.h"
 
 namespace platform {
 

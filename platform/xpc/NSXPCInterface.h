@@ -7,10 +7,14 @@
 // Errors: std::invalid_argument for a selector or index that the protocol does not have.
 #pragma once
 
+#include <cstddef>
 #include <initializer_list>
 #include <memory>
+#include <span>
+#include <string_view>
 #include <vector>
 
+#include "platform/foundation/NSObject.h"
 #include "platform/xpc/XPCProtocol.h"
 
 namespace platform {

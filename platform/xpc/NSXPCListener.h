@@ -11,10 +11,13 @@
 // Forks: in a forked child an inherited listener accepts nothing.
 #pragma once
 
+#include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string_view>
 
+#include "platform/foundation/NSString.h"
 #include "platform/xpc/NSXPCConnection.h"
 
 namespace platform {

@@ -21,11 +21,13 @@
 #include <memory>
 #include <mutex>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "platform/xpc/BatchedFrames.h"
 #include "platform/xpc/Hello.h"
 #include "platform/xpc/SendBacklog.h"
+#include "platform/xpc/UnsentBudget.h"
 
 namespace platform::xpc {
 

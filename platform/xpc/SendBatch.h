@@ -7,10 +7,14 @@
 // Errors: std::bad_alloc from a message, which is then not in the batch.
 #pragma once
 
+#include <cstddef>
 #include <memory>
+#include <utility>
 
 #include "platform/xpc/BatchedFrames.h"
 #include "platform/xpc/NSXPCConnection.h"
+#include "platform/xpc/SendBacklog.h"
+#include "platform/xpc/XPCProtocol.h"
 
 namespace platform::xpc {
 

@@ -14,6 +14,7 @@
 #include <memory>
 #include <span>
 #include <string_view>
+#include <utility>
 
 namespace platform::xpc {
 

@@ -17,11 +17,13 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <span>
 #include <string_view>
+#include <utility>
 #include <variant>
 
 #include "platform/foundation/NSError.h"

@@ -24,10 +24,19 @@
 //   the parameter's arrives as null.
 #pragma once
 
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string_view>
 #include <tuple>
 #include <type_traits>
 #include <utility>
+#include <variant>
 
+#include "platform/foundation/NSObject.h"
 #include "platform/xpc/XPCProtocol.h"
 
 namespace platform {

@@ -33,23 +33,23 @@ constexpr UsageRange kUnassignedPages[] = {
     {0x00930000, 0xf1cfffff}, {0xf1d10000, 0xfeffffff}};
 
 constexpr ClassRule kRules[] = {
-    {Evidence::Administrator, "decided by the administrator"},
-    {Evidence::UnreadableDescriptor, "its report descriptor cannot be read"},
-    {Evidence::Usages, "a keyboard", kKeyboard, "Keyboard", true},
-    {Evidence::Usages, "a keypad", kKeypad, "Keypad", true},
-    {Evidence::Usages, "keys", kKeys, {}, true},
-    {Evidence::Usages, "a mouse", kMouse, "Mouse"},
+    {"decided by the administrator", {}, {}, Evidence::Administrator},
+    {"its report descriptor cannot be read", {}, {}, Evidence::UnreadableDescriptor},
+    {"a keyboard", kKeyboard, "Keyboard", Evidence::Usages, true},
+    {"a keypad", kKeypad, "Keypad", Evidence::Usages, true},
+    {"keys", kKeys, {}, Evidence::Usages, true},
+    {"a mouse", kMouse, "Mouse"},
     // The sticks of a gamepad commonly lie in a physical collection Pointer.
-    {Evidence::Usages, "a pointer", kPointer, "Pointer", false, true},
-    {Evidence::Usages, "system controls", kSystemControl, "System Control"},
-    {Evidence::Usages, "a control of the system", kControlsOfTheSystem},
-    {Evidence::Usages, "a security key", kSecurityKey},
-    {Evidence::BootKeyboard, "a keyboard in the boot protocol"},
-    {Evidence::KeyboardNode, "used by the system as a keyboard"},
+    {"a pointer", kPointer, "Pointer", Evidence::Usages, false, true},
+    {"system controls", kSystemControl, "System Control"},
+    {"a control of the system", kControlsOfTheSystem},
+    {"a security key", kSecurityKey},
+    {"a keyboard in the boot protocol", {}, {}, Evidence::BootKeyboard},
+    {"used by the system as a keyboard", {}, {}, Evidence::KeyboardNode},
     // Receivers carry the keys of what is paired with them there.
-    {Evidence::UsagesBesideKeyboard, "a vendor's own format beside a keyboard", kVendorPages},
-    {Evidence::Usages, "a usage page without a meaning", kUnassignedPages},
-    {Evidence::NothingToJudge, "nothing that could be judged"},
+    {"a vendor's own format beside a keyboard", kVendorPages, {}, Evidence::UsagesBesideKeyboard},
+    {"a usage page without a meaning", kUnassignedPages},
+    {"nothing that could be judged", {}, {}, Evidence::NothingToJudge},
 };
 
 }  // namespace

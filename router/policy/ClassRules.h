@@ -31,10 +31,10 @@ enum class Evidence {
 };
 
 struct ClassRule {
-  Evidence evidence = Evidence::NothingToJudge;
-  std::string_view words;                   ///< what the device is then, for people
-  std::span<const UsageRange> usages = {};  ///< of Usages and UsagesBesideKeyboard
-  std::string_view usageName = {};          ///< if it is a single one
+  std::string_view words;  ///< what the device is then, for people
+  std::span<const UsageRange> usages = {};
+  std::string_view usageName = {};  ///< if it is a single usage
+  Evidence evidence = Evidence::Usages;
   bool isKeyboard = false;
   /// Not for a physical or logical collection in another one.
   bool ignoresInnerCollections = false;

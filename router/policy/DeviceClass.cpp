@@ -13,7 +13,7 @@ namespace router {
 
 namespace {
 
-constexpr std::uint32_t kVendorPages = 0xff000000;
+constexpr std::uint32_t kFirstVendorUsage = 0xff000000;
 
 std::uint32_t usageOnPage(std::uint32_t page, std::uint32_t id) {
   return page << 16U | id;
@@ -48,7 +48,7 @@ bool isKnown(const ReportField& field) {
   if (field.constant) return false;
   const std::vector<UsageRange> usages = usagesOf(field);
   return std::ranges::any_of(usages, [](const UsageRange& range) {
-    return (range.last & 0xffffU) != 0 || range.last >= kVendorPages;
+    return (range.last & 0xffffU) != 0 || range.last >= kFirstVendorUsage;
   });
 }
 

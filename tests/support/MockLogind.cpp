@@ -9,7 +9,7 @@
 namespace testsupport {
 namespace {
 
-constexpr const char* kName = "org.freedesktop.login1";
+constexpr const char* kLogindName = "org.freedesktop.login1";
 constexpr const char* kRoot = "/org/freedesktop/login1/session";
 constexpr const char* kInterface = "org.freedesktop.login1.Session";
 constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
@@ -49,7 +49,7 @@ MockLogind::MockLogind(const std::string& address) : bus_({.address = address}) 
     sd_bus* const connection = bus_.connection();
     isThere = connection != nullptr &&
               sd_bus_add_fallback(connection, nullptr, kRoot, &Handlers::message, this) >= 0 &&
-              sd_bus_request_name(connection, kName, 0) >= 0;
+              sd_bus_request_name(connection, kLogindName, 0) >= 0;
   });
   if (!isThere) throw std::runtime_error("the mock of logind cannot appear on the bus");
 }

@@ -10,8 +10,8 @@
 namespace testsupport {
 namespace {
 
-constexpr const char* kName = "org.freedesktop.PolicyKit1";
-constexpr const char* kPath = "/org/freedesktop/PolicyKit1/Authority";
+constexpr const char* kPolkitName = "org.freedesktop.PolicyKit1";
+constexpr const char* kAuthorityPath = "/org/freedesktop/PolicyKit1/Authority";
 constexpr const char* kFailed = "org.freedesktop.PolicyKit1.Error.Failed";
 
 /// Reads a variant of exactly this type.
@@ -83,8 +83,8 @@ MockPolkit::~MockPolkit() {
 bool MockPolkit::appear() {
   sd_bus* const connection = bus_.connection();
   return connection != nullptr &&
-         sd_bus_add_object(connection, nullptr, kPath, &Handlers::message, this) >= 0 &&
-         sd_bus_request_name(connection, kName, 0) >= 0;
+         sd_bus_add_object(connection, nullptr, kAuthorityPath, &Handlers::message, this) >= 0 &&
+         sd_bus_request_name(connection, kPolkitName, 0) >= 0;
 }
 
 int MockPolkit::refuse(sd_bus_message* call, const std::string& complaint) {

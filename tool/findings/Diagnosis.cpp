@@ -75,7 +75,8 @@ Check installedCopyCheck(const RouterVersions& versions) {
 
 Check versionsCheck(const PresenceCheck& presence) {
   const PresenceStep& step = presence.steps.back();
-  if (step.answer == Answer::NotAsked) return notAsked("versions", "there are no two to compare");
+  if (step.answer == Answer::NotAsked)
+    return notAsked("versions", "there are not two versions to compare");
   if (step.answer == Answer::No) return replaceable("versions", step.found, presence.versions);
   return passed("versions", step.found);
 }

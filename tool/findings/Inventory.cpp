@@ -15,6 +15,7 @@
 
 #include "platform/foundation/NSBundle.h"
 #include "platform/services/FileDescriptor.h"
+#include "platform/services/JobDaemon.h"
 #include "platform/services/RootFiles.h"
 #include "platform/services/UnixSocket.h"
 #include "tool/command/Command.h"

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/services/JobDaemon.h"
+#include "platform/services/Control.h"
 #include "platform/services/SystemRoot.h"
 #include "router/Devices.h"
 #include "router/RouterStatus.h"

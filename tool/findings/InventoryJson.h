@@ -8,8 +8,12 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
+#include "platform/services/Control.h"
+#include "router/RouterStatus.h"
 #include "tool/findings/Diagnosis.h"
 #include "tool/findings/Inventory.h"
+#include "tool/findings/PresenceCheck.h"
+#include "tool/findings/RouterVersions.h"
 
 namespace tool {
 

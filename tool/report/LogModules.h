@@ -19,6 +19,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSString.h"
 #include "platform/kit/KQLogModule.h"
 
 namespace tool {

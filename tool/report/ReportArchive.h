@@ -8,6 +8,7 @@
 // Order: for each file begin, any number of writes, end; then finish.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <memory>

@@ -8,11 +8,14 @@
 // Order: devices are numbered as they appear.
 #pragma once
 
+#include <cstdint>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 
 #include "tool/findings/Diagnosis.h"
 #include "tool/findings/Inventory.h"
+#include "tool/findings/PresenceCheck.h"
 #include "tool/report/ShownLines.h"
 #include "tool/routing/Trial.h"
 

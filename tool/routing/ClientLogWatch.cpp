@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "platform/kit/KQLogger.h"
 #include "tool/command/Command.h"
 #include "tool/terminal/Output.h"
 

@@ -12,8 +12,6 @@
 #include <memory>
 #include <string>
 
-#include "platform/kit/KQLogger.h"
-
 namespace tool {
 
 /// While it lives, the shared logger lets errors through, the handler is called for those that end

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -14,6 +15,8 @@
 #include <string>
 
 #include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
+#include "platform/foundation/NSArray.h"
+#include "platform/foundation/NSError.h"
 
 namespace tool {
 

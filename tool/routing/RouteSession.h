@@ -19,6 +19,10 @@
 #include <string>
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
+#include "platform/foundation/NSArray.h"
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSError.h"
 #include "tool/routing/DeliveryLines.h"
 #include "tool/terminal/Output.h"
 

@@ -7,6 +7,8 @@
 // Order: create a LossCount before routing begins and call take() when it is over.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstdint>
 #include <optional>

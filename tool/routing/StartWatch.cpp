@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "WLHIDAccess/WLHIDEventRouterConstants.h"
+#include "platform/services/JobDaemon.h"
 #include "tool/findings/Inventory.h"
 
 namespace tool {

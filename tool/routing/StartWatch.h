@@ -13,8 +13,10 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
-#include "platform/services/JobDaemon.h"
+#include "platform/services/Control.h"
+#include "platform/services/SystemRoot.h"
 
 namespace tool {
 

@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "platform/kit/KQLogger.h"
 #include "tool/command/Command.h"
 #include "tool/terminal/Output.h"

@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
 
 namespace tool {
 

@@ -8,6 +8,7 @@
 
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "WLHIDAccess/WLHIDEventRouterConstants.h"
+#include "platform/services/JobDaemon.h"
 #include "platform/services/SystemRoot.h"
 #include "tool/command/Command.h"
 #include "tool/command/Invocation.h"

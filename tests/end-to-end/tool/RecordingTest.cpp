@@ -88,20 +88,20 @@ TEST_F(RecordingTest, DeliversEveryReportOnceInOrder) {
 }
 
 TEST_F(RecordingTest, MayBeReachedThroughLinks) {
-  fs::create_directory_symlink(sourcePath("recordings"), directory / "behind");
-  fs::create_symlink(directory / "behind/qemu-usb-kbd.hid", directory / "link");
+  fs::create_directory_symlink(sourcePath("recordings"), directory / "linked");
+  fs::create_symlink(directory / "linked/qemu-usb-kbd.hid", directory / "link");
   const std::vector<std::string> options{"--speed", "max", "--json", "--count", "3"};
   const Outcome linked = play(directory / "link", options);
   EXPECT_EQ(linked.status, 0) << linked.err;
   EXPECT_EQ(linked.out, play(ownRecording("qemu-usb-kbd.hid"), options).out);
 }
 
-TEST_F(RecordingTest, KeepsNothingBehind) {
+TEST_F(RecordingTest, LeavesNothingBehind) {
   EXPECT_EQ(play(ownRecording("qemu-usb-kbd.hid"), {"--speed", "max", "--json"}).status, 0);
   expectNothingLeft();
 }
 
-TEST_F(RecordingTest, KeepsNothingBehindWhenInterrupted) {
+TEST_F(RecordingTest, LeavesNothingBehindWhenInterrupted) {
   Process process(wlhid({"route", "--recording", ownRecording("qemu-usb-kbd.hid"), "--json",
                          "--speed", "0.01"}),
                   options());
@@ -112,7 +112,7 @@ TEST_F(RecordingTest, KeepsNothingBehindWhenInterrupted) {
   expectNothingLeft();
 }
 
-TEST_F(RecordingTest, KeepsNothingBehindWhenKilled) {
+TEST_F(RecordingTest, LeavesNothingBehindWhenKilled) {
   Process process(wlhid({"route", "--recording", ownRecording("qemu-usb-kbd.hid"), "--json",
                          "--speed", "0.01"}),
                   options());
@@ -124,7 +124,7 @@ TEST_F(RecordingTest, KeepsNothingBehindWhenKilled) {
 
 /// Killed at every stage: as soon as it runs, and as soon as each of the things that it creates
 /// exists. WLHID_ROUNDS says how often.
-TEST_F(RecordingTest, KeepsNothingBehindWheneverItIsKilled) {
+TEST_F(RecordingTest, LeavesNothingBehindWheneverItIsKilled) {
   const char* const wanted = std::getenv("WLHID_ROUNDS");
   const int rounds = wanted != nullptr ? std::atoi(wanted) : 2;
   const std::vector<std::string> moments{
@@ -153,7 +153,7 @@ TEST_F(RecordingTest, KeepsNothingBehindWheneverItIsKilled) {
   }
 }
 
-TEST_F(RecordingTest, KeepsNothingBehindWhenTheReaderGoesAway) {
+TEST_F(RecordingTest, LeavesNothingBehindWhenTheReaderGoesAway) {
   Process process(wlhid({"route", "--recording", ownRecording("qemu-usb-kbd.hid"), "--json"}),
                   options());
   process.waitForOutputContaining("report");

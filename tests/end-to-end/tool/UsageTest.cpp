@@ -83,12 +83,12 @@ TEST_F(UsageTest, HelpOfAVerbIsThatOfTheOption) {
   EXPECT_EQ(runTool({"help"}).out, runTool({"--help"}).out);
   for (const std::vector<std::string>& verb : kVerbs) {
     std::vector<std::string> before{"help"};
-    std::vector<std::string> behind(verb);
+    std::vector<std::string> after(verb);
     before.insert(before.end(), verb.begin(), verb.end());
-    behind.emplace_back("--help");
+    after.emplace_back("--help");
     const Outcome outcome = runTool(before);
     EXPECT_EQ(outcome.status, 0) << outcome.err;
-    EXPECT_EQ(outcome.out, runTool(behind).out);
+    EXPECT_EQ(outcome.out, runTool(after).out);
   }
 }
 

@@ -304,6 +304,21 @@ TEST_F(Sessions, AWatcherMayWatchAgainAtTheEnd) {
   EXPECT_EQ(next(), "3 active locked");
 }
 
+TEST_F(Sessions, AWatcherMayEndAllWatchingWhenItIsTold) {
+  sessions_->watch("3", [&](const SessionState& state) {
+    states_.put(state);
+    if (state.isLocked) sessions_.reset();
+  });
+  EXPECT_EQ(next(), "3 active");
+  watch("3");
+  EXPECT_EQ(next(), "3 active");
+  logind_->setLocked("3", true);
+  EXPECT_EQ(next(), "3 active locked");
+  bus_.run([] {});
+  connect();
+  expectNoMoreChanges();
+}
+
 TEST_F(Sessions, AnUnwatchedOneIsNotAskedFor) {
   const auto id = watch("3");
   EXPECT_EQ(next(), "3 active");

@@ -297,8 +297,9 @@ TEST_F(Life, NoDescriptorOrThreadStaysBehind) {
   client_.connection.reset();
   service_->end()->connection.reset();
   ASSERT_TRUE(waitUntilNoConnectionIsLeft());
-  // The first count may include a listener of an earlier test that is still closing; a leak here
-  // would make every count larger than the one before.
+  // A count may include a listener of an earlier test that is still closing, or lack the descriptor
+  // that a listener keeps for its next connection; a leak would make every count larger than the
+  // one before.
   std::size_t last = openDescriptors();
   std::size_t connections = 0;
   int same = 0;
@@ -306,7 +307,6 @@ TEST_F(Life, NoDescriptorOrThreadStaysBehind) {
     for (int i = 0; i < 50; ++i) openAndEnd(++connections);
     ASSERT_TRUE(waitUntilNoConnectionIsLeft());
     const std::size_t now = openDescriptors();
-    ASSERT_LE(now, last);
     same = now == last ? same + 1 : 0;
     last = now;
   }
@@ -350,7 +350,7 @@ TEST_F(Life, AFailureThatAnErrorHandlerBringsAboutComesBeforeTheReportToo) {
   endless->removeObjectAtIndex(0);
 }
 
-TEST_F(Life, WhatIsSentBeforeTheReportIsDueFailsAheadOfItAndTheRestBehindIt) {
+TEST_F(Life, WhatIsSentBeforeTheReportIsDueFailsAheadOfItAndTheRestAfterIt) {
   const auto end = connect();
   // Sent by the last error handler before the report, and by another thread once the report is
   // being made, when nothing can precede it any more.

@@ -35,23 +35,23 @@ Places expected(std::string_view text, std::size_t start) {
 TEST(LabelSearch, FindsTheLabelAtEveryPlaceOfEveryLength) {
   const std::string label(kRouterLabel);
   for (std::size_t before = 0; before < 600; ++before) {
-    for (const std::size_t behind : {0, 1, 15, 16, 31, 32, 63, 64, 255, 256, 300}) {
-      const std::string text = std::string(before, 'q') + label + std::string(behind, '.');
+    for (const std::size_t after : {0, 1, 15, 16, 31, 32, 63, 64, 255, 256, 300}) {
+      const std::string text = std::string(before, 'q') + label + std::string(after, '.');
       for (const std::size_t start : {std::size_t{0}, before / 2, before})
-        ASSERT_EQ(found(text, start), Places{before}) << before << ' ' << behind << ' ' << start;
+        ASSERT_EQ(found(text, start), Places{before}) << before << ' ' << after << ' ' << start;
       ASSERT_EQ(found(text, before + 1), Places{});
       ASSERT_EQ(found(text.substr(0, before + label.size() - 1), 0), Places{});
     }
   }
 }
 
-TEST(LabelSearch, AStartBehindTheTextFindsNothing) {
+TEST(LabelSearch, AStartPastTheTextFindsNothing) {
   EXPECT_EQ(found("", 0), Places{});
   EXPECT_EQ(found(kRouterLabel, kRouterLabel.size()), Places{});
   EXPECT_EQ(found(kRouterLabel, kRouterLabel.size() + 5), Places{});
 }
 
-TEST(LabelSearch, FindsItFarBehindThingsThatLookLikeIt) {
+TEST(LabelSearch, FindsItFarAfterThingsThatLookLikeIt) {
   for (const std::size_t distance : {500, 511, 512, 513, 2000, 2047, 5000}) {
     for (std::size_t period = 1; period < 400; period += 13) {
       std::string text(distance, 'x');

@@ -37,8 +37,8 @@ TEST(Base64, EveryCharacterIsASextetOrIsRefused) {
     const auto character = static_cast<char>(c);
     const std::size_t sextet = alphabet.find(character);
     const bool is = sextet != std::string_view::npos;
-    const auto text = [&](std::string_view before, std::string_view behind) {
-      return std::string(before) + character + std::string(behind);
+    const auto text = [&](std::string_view before, std::string_view after) {
+      return std::string(before) + character + std::string(after);
     };
     const auto whole = bytesOfBase64(text("", "AAA"));
     ASSERT_EQ(whole.has_value(), is) << c;

@@ -70,7 +70,7 @@ TEST(LogTemplate, AnArgumentIsMadeToFitItsPlace) {
             "version " + std::string(32, '1') + " is here");
 }
 
-TEST(LogTemplate, ALongTextIsCutAndWhatIsBehindItStays) {
+TEST(LogTemplate, ALongTextIsCutAndWhatFollowsItStays) {
   const std::string thousand(1000, 'x');
   EXPECT_EQ(LogLine::of<kText>(thousand).text(), "ignored: " + thousand);
   for (const char* part : {"x", "é", "€", "\xff", "🐹"}) {

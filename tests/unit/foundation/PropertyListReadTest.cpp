@@ -250,7 +250,7 @@ TEST(XMLPropertyList, SaysWhereADocumentIsCutOffOrEmpty) {
   EXPECT_EQ(why("\xEF\xBB\xBF\xEF\xBB\xBF<true/>"), "text between elements");
 }
 
-TEST(XMLPropertyList, RefusesWhatStandsBehindItsEnd) {
+TEST(XMLPropertyList, RefusesWhatFollowsItsEnd) {
   EXPECT_EQ(read("<plist><true/></plist>junk").object, nullptr);
   EXPECT_EQ(read("<plist><true/></plist><plist><true/></plist>").object, nullptr);
   EXPECT_NE(read("<plist><true/></plist> \n<!-- fine -->").object, nullptr);

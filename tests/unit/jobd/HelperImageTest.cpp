@@ -2,10 +2,12 @@
 
 #include "jobd/HelperImage.h"
 
+#include <elf.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <cstddef>
+#include <span>
 
 #include "helper-install/MachO.h"
 #include "platform/services/ServiceError.h"
@@ -47,28 +49,44 @@ std::vector<std::uint8_t> patched(std::vector<std::uint8_t> bytes, std::string_v
 }
 
 TEST(HelperImage, IsWhatTheToolMade) {
-  ImagePlan plan{"com.x", "1.2.3", "/bin/true", {"com.x", "com.x.two"}};
+  ImagePlan plan{"com.x", "1.2.3", WLHID_HELPER_PROGRAM, {"com.x", "com.x.two"}};
   const auto bytes = image(plan);
   const auto helper = jobd::parseHelperImage(bytes, "com.x");
   EXPECT_EQ(helper.label, "com.x");
   EXPECT_EQ(helper.version, "1.2.3");
   EXPECT_THAT(helper.services, ElementsAre("com.x", "com.x.two"));
-  const std::string program = testsupport::readFile("/bin/true");
+  const std::string program = testsupport::readFile(WLHID_HELPER_PROGRAM);
   EXPECT_EQ(std::string(helper.program.begin(), helper.program.end()), program);
 }
 
+TEST(HelperImage, IsOfItsProgramsProcessorWhateverItsByteOrder) {
+  const TemporaryDirectory directory;
+  const auto path = directory.path() / "program";
+  for (const bool bigEndian : {false, true}) {
+    std::string program(ELFMAG);
+    program.resize(sizeof(Elf64_Ehdr));
+    program[EI_CLASS] = ELFCLASS64;
+    program[EI_DATA] = static_cast<char>(bigEndian ? ELFDATA2MSB : ELFDATA2LSB);
+    program[offsetof(Elf64_Ehdr, e_machine) + (bigEndian ? 1 : 0)] = static_cast<char>(EM_AARCH64);
+    testsupport::writeFile(path, program);
+    const auto bytes = image({"com.x", "1", path.string(), {}});
+    EXPECT_THAT(std::span(bytes).subspan(4, 4), ElementsAre(0x0C, 0, 0, 1));
+  }
+}
+
 TEST(HelperImage, VersionsMayHoldMarkup) {
-  EXPECT_EQ(jobd::parseHelperImage(image({"com.x", "1<2>&3", "/bin/true", {}}), "com.x").version,
-            "1<2>&3");
+  EXPECT_EQ(
+      jobd::parseHelperImage(image({"com.x", "1<2>&3", WLHID_HELPER_PROGRAM, {}}), "com.x").version,
+      "1<2>&3");
 }
 
 TEST(HelperImage, OfAnotherLabelIsRefused) {
-  const auto bytes = image({"com.x", "1", "/bin/true", {}});
+  const auto bytes = image({"com.x", "1", WLHID_HELPER_PROGRAM, {}});
   EXPECT_EQ(refusal(bytes, "com.y"), "the helper's CFBundleIdentifier is \"com.x\", not \"com.y\"");
 }
 
 TEST(HelperImage, WithoutItsPartsIsRefused) {
-  const auto bytes = image({"com.x", "1", "/bin/true", {}});
+  const auto bytes = image({"com.x", "1", WLHID_HELPER_PROGRAM, {}});
   EXPECT_THAT(refusal({}, "com.x"), HasSubstr("no section __TEXT,__info_plist"));
   EXPECT_THAT(refusal(patched(bytes, "__info_plist", "__info_plisT"), "com.x"),
               HasSubstr("no section __TEXT,__info_plist"));
@@ -87,7 +105,7 @@ TEST(HelperImage, WithoutItsPartsIsRefused) {
 }
 
 TEST(HelperImage, WithAProgramOfAnotherMachineIsRefused) {
-  auto bytes = image({"com.x", "1", "/bin/true", {}});
+  auto bytes = image({"com.x", "1", WLHID_HELPER_PROGRAM, {}});
   const auto program = findMachOSection(bytes, "__ELF", "__program");
   ASSERT_TRUE(program);
   auto* const header = bytes.data() + (program->data() - bytes.data());
@@ -102,7 +120,7 @@ TEST(HelperImage, WithAProgramOfAnotherMachineIsRefused) {
 }
 
 TEST(HelperImage, CutShortAnywhereIsRefused) {
-  const auto bytes = image({"com.x", "1", "/bin/true", {}});
+  const auto bytes = image({"com.x", "1", WLHID_HELPER_PROGRAM, {}});
   for (std::size_t length = 0; length < bytes.size(); length += length < 2000 ? 1 : 997) {
     EXPECT_NE(refusal(std::span(bytes).first(length), "com.x"), "") << length;
   }
@@ -120,22 +138,21 @@ TEST(HelperImage, ToolRefusesWhatIsNoProgram) {
 
 TEST(HelperImage, AProgramNeedsAWholeHeader) {
   const TemporaryDirectory directory;
-  const std::string header = testsupport::readFile("/bin/true").substr(0, 64);
   for (const std::size_t size : {std::size_t{64}, std::size_t{63}}) {
-    auto bytes = image({"com.x", "1", "/bin/true", {}});
-    // The section's size is 40 bytes after its name.
+    auto bytes = image({"com.x", "1", WLHID_HELPER_PROGRAM, {}});
+    // The section's size is 40 bytes after its name, little-endian.
     const std::string_view name = "__program";
     const auto at = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
     ASSERT_NE(at, bytes.end());
-    const std::uint64_t length = size;
-    std::memcpy(&*at + 40, &length, sizeof length);
+    for (std::size_t i = 0; i < 8; ++i)
+      at[40 + static_cast<std::ptrdiff_t>(i)] = static_cast<std::uint8_t>(size >> 8 * i);
     EXPECT_EQ(refusal(bytes, "com.x"), size == 64 ? "" : "the helper's program is too short");
   }
 }
 
 TEST(HelperImage, AForeignLabelIsSaidInPart) {
   const std::string label = "com." + std::string(196, 'x');
-  const auto bytes = image({label, "1", "/bin/true", {}});
+  const auto bytes = image({label, "1", WLHID_HELPER_PROGRAM, {}});
   EXPECT_EQ(refusal(bytes, "com.y"),
             "the helper's CFBundleIdentifier is \"" + label + "\", not \"com.y\"");
   const auto at = std::search(bytes.begin(), bytes.end(), label.begin(), label.end());
@@ -145,8 +162,8 @@ TEST(HelperImage, AForeignLabelIsSaidInPart) {
 }
 
 TEST(HelperImage, TheProgramAloneCanBeTaken) {
-  const auto bytes = image({"com.x", "1", "/bin/true", {}});
-  EXPECT_EQ(jobd::programOfImage(bytes).size(), testsupport::readFile("/bin/true").size());
+  const auto bytes = image({"com.x", "1", WLHID_HELPER_PROGRAM, {}});
+  EXPECT_EQ(jobd::programOfImage(bytes).size(), testsupport::readFile(WLHID_HELPER_PROGRAM).size());
   EXPECT_THROW((void)jobd::programOfImage({}), platform::ServiceError);
 }
 

@@ -44,10 +44,11 @@ class HelperInstallerTest : public testing::Test {
       RootDirectories (*open)(const platform::SystemRoot&) = RootDirectories::open)
       : root(temporary.path() / "root"),
         directories(open(root)),
-        oldImage(testsupport::makeImage(WLHID_MKIMAGE, {kLabel, "1.0", "/bin/true", {}},
+        oldImage(testsupport::makeImage(WLHID_MKIMAGE, {kLabel, "1.0", WLHID_HELPER_PROGRAM, {}},
                                         temporary.path() / "old")),
         newImage(testsupport::makeImage(
-            WLHID_MKIMAGE, {kLabel, "2.0", "/bin/false", {kLabel, "com.quillmar.echo.second"}},
+            WLHID_MKIMAGE,
+            {kLabel, "2.0", WLHID_HELPER_PROGRAM, {kLabel, "com.quillmar.echo.second"}},
             temporary.path() / "new")) {}
 
   platform::JobDescription install(const fs::path& image) {
@@ -268,8 +269,8 @@ TEST_F(HelperInstallerTest, ARefusalChangesNothing) {
   testsupport::writeFile(temporary.path() / "text", "no image at all");
   EXPECT_THROW(install(temporary.path() / "text"), ServiceError);
   EXPECT_THROW(install(temporary.path()), ServiceError);
-  const auto other = testsupport::makeImage(WLHID_MKIMAGE, {"com.other", "1", "/bin/true", {}},
-                                            temporary.path() / "other");
+  const auto other = testsupport::makeImage(
+      WLHID_MKIMAGE, {"com.other", "1", WLHID_HELPER_PROGRAM, {}}, temporary.path() / "other");
   EXPECT_THROW(install(other), ServiceError);
   const FileDescriptor file(::open(newImage.c_str(), O_RDONLY | O_CLOEXEC));
   const auto refuse = [](const platform::JobDescription&) {

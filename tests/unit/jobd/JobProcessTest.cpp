@@ -17,6 +17,7 @@
 #include <string>
 #include <utility>
 
+#include "tests/support/Emulation.h"
 #include "tests/support/HelperImages.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -28,6 +29,7 @@ using platform::FileDescriptor;
 
 constexpr const char* kLabel = "com.quillmar.sleeper";
 constexpr int kPipeBytes = 1 << 20;
+constexpr const char* kNoShell = "/bin/sh is of another processor, so no job can run it";
 
 FileDescriptor open(const std::string& path, int flags) {
   return FileDescriptor(::open(path.c_str(), flags | O_CLOEXEC));
@@ -53,6 +55,7 @@ int fill(const FileDescriptor& pipe) {
 }
 
 TEST(JobProcess, OthersHaveTheirTurnWhileAJobWritesWithoutEnd) {
+  if (!testsupport::isOfThisProcessor("/bin/sh")) GTEST_SKIP() << kNoShell;
   const testsupport::TemporaryDirectory temporary;
   const std::string directory = temporary.path().string();
   testsupport::makeImage(WLHID_MKIMAGE, {kLabel, "1.0", "/bin/sh", {}}, temporary.path() / kLabel);
@@ -86,10 +89,10 @@ TEST(JobProcess, OthersHaveTheirTurnWhileAJobWritesWithoutEnd) {
   EXPECT_GE(left, written - 64 * 1024) << "the rest waits for the next iteration";
 }
 
-/// Runs shell commands as a job.
-class ShellJob : public testing::Test {
+/// Runs a job; the one in place is a shell.
+class JobRun : public testing::Test {
  protected:
-  ShellJob() {
+  JobRun() {
     testsupport::makeImage(WLHID_MKIMAGE, {kLabel, "1.0", "/bin/sh", {}},
                            temporary_.path() / kLabel);
   }
@@ -125,6 +128,14 @@ class ShellJob : public testing::Test {
   testsupport::TemporaryDirectory temporary_;
   FileDescriptor tools_ = open(temporary_.path().string(), O_RDONLY | O_DIRECTORY);
   std::vector<jobd::ListeningSocket> sockets_;
+};
+
+/// Runs shell commands as a job.
+class ShellJob : public JobRun {
+ protected:
+  void SetUp() override {
+    if (!testsupport::isOfThisProcessor("/bin/sh")) GTEST_SKIP() << kNoShell;
+  }
 };
 
 TEST_F(ShellJob, ItsEndIsSaidAsItWas) {
@@ -215,7 +226,7 @@ TEST_F(ShellJob, ItsEnvironmentIsTheHandOverAlone) {
             "LISTEN_FDNAMES=com.s:.root\nLISTEN_PID=own\n");
 }
 
-TEST_F(ShellJob, AnImageThatIsNoneEndsItWithTheCauseInTheLog) {
+TEST_F(JobRun, AnImageThatIsNoneEndsItWithTheCauseInTheLog) {
   const auto end = [&](const char* name) {
     return run({name, {"sh"}, tools_.get(), &sockets_, tools_.get()});
   };

@@ -105,9 +105,9 @@ TEST(ElementValue, IsOrderedByReportThenUsageThenCookieThenValueThenBytes) {
       {1, 1, 2, 0, 0, {}},   {1, 2, 0, 0, 0, {}},   {2, 0, 0, 0, 0, {}}};
   for (std::size_t i = 1; i < ascending.size(); ++i) {
     const auto before = of(ascending[i - 1]);
-    const auto behind = of(ascending[i]);
-    EXPECT_TRUE(NSObject::compare(before.get(), behind.get()) < 0) << i;
-    EXPECT_TRUE(NSObject::compare(behind.get(), before.get()) > 0) << i;
+    const auto after = of(ascending[i]);
+    EXPECT_TRUE(NSObject::compare(before.get(), after.get()) < 0) << i;
+    EXPECT_TRUE(NSObject::compare(after.get(), before.get()) > 0) << i;
   }
 }
 
@@ -170,12 +170,12 @@ TEST(ElementValueArray, AMemberAndItsBytesKeepTheBlockAlive) {
 
 TEST(ElementValueArray, ChangesAsAnyMutableArray) {
   const auto array = elementValueArray(three());
-  array->addObject(str("behind"));
+  array->addObject(str("new"));
   array->removeObjectAtIndex(0);
   ASSERT_EQ(array->count(), 3U);
   EXPECT_EQ(valueAt(*array, 0)->hidCookie(), 2U);
   EXPECT_EQ(valueAt(*array, 1)->hidCookie(), 3U);
-  EXPECT_TRUE(array->objectAtIndex(2)->isEqual(str("behind")));
+  EXPECT_TRUE(array->objectAtIndex(2)->isEqual(str("new")));
   EXPECT_THROW(array->removeObjectAtIndex(3), NSRangeException);
   EXPECT_THROW((void)array->objectAtIndex(3), NSRangeException);
   EXPECT_THROW(array->addObject(nullptr), std::invalid_argument);

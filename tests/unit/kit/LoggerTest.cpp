@@ -10,6 +10,7 @@
 #include "platform/foundation/NSData.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "platform/kit/KQLogger.h"
+#include "tests/support/Emulation.h"
 #include "tests/support/ScopedVariable.h"
 
 namespace platform {
@@ -41,6 +42,8 @@ class LoggerTest : public testing::Test {
 
 // The level is read only once, on first use, so each case runs in a new process of this program.
 TEST(LogLevelDeathTest, StartsAsTheEnvironmentSays) {
+  if (!testsupport::runsProgramsOfThisProcessor())
+    GTEST_SKIP() << "this program, executed again, does not run here";
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const std::vector<std::pair<const char*, std::uint64_t>> cases{
       {nullptr, 4},

@@ -3,6 +3,7 @@
 // Mach-O files for tests, byte by byte, well-formed or not.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -22,13 +23,18 @@ inline constexpr std::uint32_t kX86_64 = 0x01000007;
 inline constexpr std::uint32_t kARM64 = 0x0100000C;
 inline constexpr std::uint32_t kPowerPC64 = 0x01000012;
 
+/// Little-endian, whatever processor runs the test.
+template <std::unsigned_integral T>
+void putLittle(Buffer& out, std::size_t at, T value) {
+  if (out.size() < at + sizeof value) out.resize(at + sizeof value);
+  for (std::size_t i = 0; i < sizeof value; ++i)
+    out[at + i] = static_cast<std::uint8_t>(value >> (8 * i));
+}
 inline void put32(Buffer& out, std::size_t at, std::uint32_t value) {
-  if (out.size() < at + 4) out.resize(at + 4);
-  std::memcpy(out.data() + at, &value, 4);
+  putLittle(out, at, value);
 }
 inline void put64(Buffer& out, std::size_t at, std::uint64_t value) {
-  if (out.size() < at + 8) out.resize(at + 8);
-  std::memcpy(out.data() + at, &value, 8);
+  putLittle(out, at, value);
 }
 inline void putBig32(Buffer& out, std::size_t at, std::uint32_t value) {
   put32(out, at, __builtin_bswap32(value));

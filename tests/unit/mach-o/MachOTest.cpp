@@ -163,7 +163,7 @@ TEST(MachO, CommandsBeyondTheCountAreNotExamined) {
             "nothing");
 }
 
-TEST(MachO, HeaderWithoutCommandsBehindItHasNothing) {
+TEST(MachO, HeaderWithoutCommandsAfterItHasNothing) {
   EXPECT_EQ(infoPlist(thin(kMagic64, {}, {}, 0, 1)), "nothing");
   EXPECT_EQ(infoPlist(thin(kMagic32, {}, {}, 0, 1)), "nothing");
 }
@@ -236,7 +236,7 @@ TEST(MachO, RepeatedCommandOfSizeZeroIsDecidedOnce) {
   EXPECT_EQ(infoPlist(thin(kMagic64, {stuck}, kPlist, 0x400, 0xFFFFFFFF)), kPlist);
 }
 
-TEST(MachO, ARepeatedCommandUsesUpNothingOfTheSlicesBehindIt) {
+TEST(MachO, ARepeatedCommandUsesUpNothingOfTheSlicesAfterIt) {
   Command stuck{0x19, {{"__text", "__TEXT", 4, 0x100}}};
   stuck.writeZeroSize = true;
   const Buffer repeating = thin(kMagic64, {stuck}, "code", 0x400, 0xFFFFFFFF);

@@ -333,7 +333,7 @@ TEST(Recording, ARecordingOfOtherDevicesIsRefusedByTheNumberThatWasAskedFor) {
   }
 }
 
-TEST(Recording, ReportsAreGivenOnlyBehindADescriptor) {
+TEST(Recording, ReportsAreGivenOnlyAfterADescriptor) {
   const std::string text = "N: x\n";
   router::RecordingReader reader = test::readerOf(text, "a.hid");
   router::RecordedReport report;

@@ -30,8 +30,8 @@ constexpr const char* kMouse =
 using ReplaySetupTest = ReplayTest;
 
 TEST_F(ReplaySetupTest, ALinkThatIsAddedMeansWhatItLeadsTo) {
-  fs::create_directory_symlink(directory_, directory_ / "behind");
-  fs::create_symlink(directory_ / "behind/mouse.hid", directory_ / "link.hid");
+  fs::create_directory_symlink(directory_, directory_ / "linked");
+  fs::create_symlink(directory_ / "linked/mouse.hid", directory_ / "link.hid");
   add(directory_ / "link.hid");
   ASSERT_EQ(list().size(), 1U);
   EXPECT_EQ(list()[0].source, "replay link.hid");

@@ -281,7 +281,7 @@ class ReportAtTheEndOfAPage {
   const std::span<const std::uint8_t> report_;
 };
 
-TEST(ReportDecoder, NothingIsReadBehindAReport) {
+TEST(ReportDecoder, NothingIsReadPastTheEndOfAReport) {
   // Fields of every size up to 72 bits, at every bit offset, each ending at the report's last bit.
   for (unsigned size = 1; size <= 72; ++size) {
     for (unsigned shift = 0; shift < 8; ++shift) {

@@ -37,7 +37,7 @@ void expectError(const std::string& hex, std::size_t offset, const std::string& 
   }
 }
 
-TEST(ReportDescriptor, LaysFieldsBehindEachOther) {
+TEST(ReportDescriptor, LaysFieldsOneAfterTheOther) {
   // Three buttons, five bits of padding, X and Y of eight bits each.
   const auto descriptor = parse(
       "05 01 09 02 a1 01 05 09 19 01 29 03 15 00 25 01 75 01 95 03 81 02 75 05 95 01 81 01"
@@ -175,7 +175,7 @@ TEST(ReportDescriptor, PopRestoresWhatPushSaved) {
   EXPECT_EQ(outer.reportID, 3U);
 }
 
-TEST(ReportDescriptor, SeveralRangesAreUsedOneBehindTheOther) {
+TEST(ReportDescriptor, SeveralRangesAreUsedOneAfterTheOther) {
   // 4…6 and e0…e1 of the keyboard page, then one of another page; each range has its own two ends.
   const auto field = parse(
                          "05 07 19 04 29 06 19 e0 29 e1 1b 30 00 01 00 2b 31 00 01 00"
@@ -422,7 +422,7 @@ TEST(ReportDescriptor, ARefusalNamesTheNumbers) {
   EXPECT_EQ(refusal("a9 01 a9 00 a9 00"), "offset 4: a delimiter closes a set that is not open");
 }
 
-TEST(ReportDescriptor, ATooLongDescriptorIsRefusedBehindItsLastByte) {
+TEST(ReportDescriptor, ATooLongDescriptorIsRefusedAfterItsLastByte) {
   try {
     ReportDescriptor::parse(std::vector<std::uint8_t>(65536, 0xc4));
     FAIL() << "accepted";

@@ -152,7 +152,7 @@ TEST_F(RouterStatusTest, StaysInTheDirectoryThatWasOpened) {
   file.write(status);
   EXPECT_TRUE(fs::is_empty(planted));
   EXPECT_TRUE(fs::exists(router::routerStatusFile(platform::SystemRoot(away))));
-  EXPECT_EQ(router::readRouterStatus(root()), std::nullopt) << "a link is no root";
+  EXPECT_EQ(router::readRouterStatus(root()), std::nullopt) << "a link is not a root";
   file.remove();
   EXPECT_FALSE(fs::exists(router::routerStatusFile(platform::SystemRoot(away))));
   fs::remove(directory_);

@@ -99,7 +99,7 @@ TEST(Control, CodesKeepTheirNumbers) {
 TEST(Control, RepliesAreReadBack) {
   ControlReply reply;
   reply.code = ServiceErrorCode::InvalidImage;
-  reply.message = "the helper is none";
+  reply.message = "the helper is malformed";
   reply.daemonProcessIdentifier = 4711;
   reply.jobs.push_back({"com.x", {"com.x", "com.y"}, 12, 3, 400, "exited with status 1"});
   const auto read = decodeControlReply(content(encode(reply)));
@@ -212,14 +212,23 @@ std::vector<std::uint8_t> listOf(const std::vector<NSDictionary::Entry>& entries
   return {data->span().begin(), data->span().end()};
 }
 
+std::array<std::uint8_t, 4> littleEndian(std::size_t number) {
+  std::array<std::uint8_t, 4> bytes{};
+  for (std::uint8_t& byte : bytes) {
+    byte = static_cast<std::uint8_t>(number);
+    number >>= 8U;
+  }
+  return bytes;
+}
+
 TEST(Control, AFrameBeginsWithTheLengthOfItsContent) {
   for (const std::size_t size : {std::size_t{10}, std::size_t{70'000}, std::size_t{17} << 20U}) {
     ControlReply reply;
     reply.message = std::string(size, 'x');
     const auto frame = encode(reply);
-    std::uint32_t length = 0;
-    std::memcpy(&length, frame.data(), sizeof length);  // little-endian, as this machine is
-    EXPECT_EQ(length, frame.size() - 4);
+    ASSERT_GE(frame.size(), 4U);
+    EXPECT_THAT(std::span(frame).first(4),
+                testing::ElementsAreArray(littleEndian(frame.size() - 4)));
     EXPECT_EQ(decodeControlReply(content(frame))->message.size(), size);
   }
 }
@@ -267,8 +276,8 @@ TEST(Control, WhatIsOfAnotherKindIsLeftOut) {
 TEST(Control, AFrameOfTheLargestSizeIsTaken) {
   EXPECT_EQ(kMaximumControlBytes, 262144U);
   auto [one, other] = socketPair();
-  const std::uint32_t length = kMaximumControlBytes;
-  ASSERT_EQ(::send(one.get(), &length, 4, 0), 4);
+  const auto length = littleEndian(kMaximumControlBytes);
+  ASSERT_EQ(::send(one.get(), length.data(), length.size(), 0), 4);
   FrameReader reader;
   EXPECT_EQ(reader.readFrom(other.get()), State::NeedMore);
   const std::vector<std::uint8_t> piece(65536, 'x');
@@ -308,24 +317,54 @@ void sendWith(int socket, const std::vector<int>& descriptors) {
   ASSERT_EQ(::sendmsg(socket, &message, MSG_NOSIGNAL), 1);
 }
 
-TEST(Control, OneDescriptorIsKeptHoweverManyCome) {
+/// Sends null and `more` others.
+void expectTheFirstIsKept(std::size_t more) {
   const FileDescriptor null(::open("/dev/null", O_RDONLY | O_CLOEXEC));
   const FileDescriptor zero(::open("/dev/zero", O_RDONLY | O_CLOEXEC));
-  for (const std::size_t more : {0, 1, 2, 3, 5}) {
-    auto [one, other] = socketPair();
-    std::vector<int> sent{null.get()};
-    sent.insert(sent.end(), more, zero.get());
-    const auto before = openDescriptors();
-    sendWith(one.get(), sent);
-    FrameReader reader;
-    EXPECT_EQ(reader.readFrom(other.get()), State::NeedMore);
-    EXPECT_EQ(openDescriptors(), before + 1) << more;
-    const auto received = reader.takeDescriptor();
-    ASSERT_TRUE(received);
-    EXPECT_EQ(std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(received.get())),
-              "/dev/null");
-    EXPECT_FALSE(reader.takeDescriptor());
-  }
+  auto [one, other] = socketPair();
+  std::vector<int> sent{null.get()};
+  sent.insert(sent.end(), more, zero.get());
+  const auto before = openDescriptors();
+  sendWith(one.get(), sent);
+  FrameReader reader;
+  EXPECT_EQ(reader.readFrom(other.get()), State::NeedMore);
+  EXPECT_EQ(openDescriptors(), before + 1) << more;
+  const auto received = reader.takeDescriptor();
+  ASSERT_TRUE(received);
+  EXPECT_EQ(std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(received.get())),
+            "/dev/null");
+  EXPECT_FALSE(reader.takeDescriptor());
+}
+
+TEST(Control, OneDescriptorIsKeptHoweverManyCome) {
+  for (const std::size_t more : {0, 1, 2, 3}) expectTheFirstIsKept(more);
+}
+
+/// Whether the system closes those that a receiver has no room for. An emulator that receives them
+/// itself may lose them.
+bool closesDescriptorsWithoutRoom() {
+  auto [one, other] = socketPair();
+  const auto before = openDescriptors();
+  sendWith(one.get(), std::vector<int>(6, one.get()));
+  char byte = 0;
+  iovec vector{&byte, 1};
+  alignas(cmsghdr) std::array<char, CMSG_SPACE(4 * sizeof(int))> control{};
+  msghdr message{};
+  message.msg_iov = &vector;
+  message.msg_iovlen = 1;
+  message.msg_control = control.data();
+  message.msg_controllen = control.size();
+  EXPECT_EQ(::recvmsg(other.get(), &message, MSG_CMSG_CLOEXEC), 1);
+  const std::ptrdiff_t received = openDescriptors() - before;
+  std::array<int, 4> descriptors{};
+  std::memcpy(descriptors.data(), CMSG_DATA(CMSG_FIRSTHDR(&message)), sizeof descriptors);
+  for (const int descriptor : descriptors) ::close(descriptor);
+  return received == 4;
+}
+
+TEST(Control, OneDescriptorIsKeptIfMoreComeThanThereIsRoomFor) {
+  if (!closesDescriptorsWithoutRoom()) GTEST_SKIP() << "descriptors without room stay open here";
+  expectTheFirstIsKept(5);
 }
 
 TEST(Control, ADescriptorStaysWhileTheRestOfTheFrameComes) {

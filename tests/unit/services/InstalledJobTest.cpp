@@ -16,6 +16,7 @@
 #include "platform/services/JobFile.h"
 #include "platform/services/ServiceError.h"
 #include "platform/services/ServiceManagement.h"
+#include "tests/support/Emulation.h"
 #include "tests/support/ScopedVariable.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -174,6 +175,7 @@ TEST_F(ServiceManagement, AFailureOfAnyKindIsAnError) {
 }
 
 TEST_F(ServiceManagement, WordsThatAreNoTextAreLeftOut) {
+  if (!testsupport::spawnSaysWhatFailed()) GTEST_SKIP() << "posix_spawn does not say what failed";
   fs::create_directories(root_.path());
   const ScopedVariable program("WLHID_JOBD", "/nowhere/\xFF");
   const auto error = failure(newAuthorization());

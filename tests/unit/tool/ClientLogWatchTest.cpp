@@ -6,6 +6,8 @@
 
 #include <vector>
 
+#include "platform/kit/KQLogger.h"
+
 namespace tool {
 namespace {
 

@@ -136,7 +136,7 @@ TEST(Diagnosis, WithoutAJobOneIsInstalled) {
   EXPECT_EQ(checkOf(inventory, "job"),
             "FAIL: there is no job file -> install the router: wlhid install [wlhid install]");
   EXPECT_EQ(checkOf(inventory, "installed copy"), "-: there is no job");
-  EXPECT_EQ(checkOf(inventory, "versions"), "-: there are no two to compare");
+  EXPECT_EQ(checkOf(inventory, "versions"), "-: there are not two versions to compare");
   EXPECT_EQ(checkOf(inventory, "presence"), "not there") << "the job explains it";
   EXPECT_EQ(diagnose(inventory).verdict, "The router is not installed: 1 of 11 checks fails.");
   EXPECT_FALSE(diagnose(inventory).inOrder);
@@ -322,9 +322,9 @@ TEST(Diagnosis, AnEndpointLetsItsOwnerConnect) {
 TEST(Diagnosis, ADeviceThatCannotBeUsedFails) {
   Inventory inventory = wellKept();
   inventory.devices.devices.resize(2);
-  inventory.devices.problems = {"a.plist: is none"};
+  inventory.devices.problems = {"a.plist: malformed"};
   EXPECT_EQ(checkOf(inventory, "devices"),
-            "2 can be routed; FAIL: a.plist: is none -> repair the file, or remove the device "
+            "2 can be routed; FAIL: a.plist: malformed -> repair the file, or remove the device "
             "as this list says: wlhid devices [wlhid devices]");
 }
 

@@ -66,9 +66,9 @@ TEST_F(FilesTest, LeaveNoDescriptorOpen) {
   ::close(before);
   static_cast<void>(read(file("text")));
   static_cast<void>(read(file(std::string(9, 'x')), 1));
-  const int behind = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-  ::close(behind);
-  EXPECT_EQ(behind, before);
+  const int after = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  ::close(after);
+  EXPECT_EQ(after, before);
 }
 
 // ---- Output

@@ -12,6 +12,7 @@
 #include <limits>
 
 #include "platform/services/Control.h"
+#include "platform/services/JobDaemon.h"
 #include "tests/support/OtherUser.h"
 #include "tests/support/ScopedVariable.h"
 #include "tests/support/TemporaryDirectory.h"

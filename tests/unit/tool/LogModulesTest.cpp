@@ -84,14 +84,14 @@ TEST(LogModules, TakeNothingFromOneAnother) {
   const std::vector<std::shared_ptr<Module>> modules{
       std::make_shared<Module>("before", offers),
       std::make_shared<Module>("broken", [](const auto&) { throw 5; }),
-      std::make_shared<Module>("behind", offers)};
+      std::make_shared<Module>("after", offers)};
   for (const auto& module : modules) KQLogger::sharedLogger().addModule(module);
   std::map<std::string, std::size_t> files;
   for (const ModuleFiles& answer : askLogModules(kShortTimeout))
     files[answer.identifier] = answer.files.size();
   EXPECT_EQ(files["before"], 1U);
   EXPECT_EQ(files["broken"], 0U);
-  EXPECT_EQ(files["behind"], 1U);
+  EXPECT_EQ(files["after"], 1U);
   for (const auto& module : modules) module->retire();
 }
 

@@ -98,9 +98,9 @@ TEST_F(NewFileTest, StaysInItsDirectoryWhenThatIsRenamed) {
   fs::create_directory(before);
   NewFile file(before / "out");
   write(file, "x");
-  fs::rename(before, directory_.path() / "behind");
+  fs::rename(before, directory_.path() / "after");
   file.keep();
-  EXPECT_EQ(readFile(directory_.path() / "behind/out"), "x");
+  EXPECT_EQ(readFile(directory_.path() / "after/out"), "x");
 }
 
 TEST_F(NewFileTest, MayHaveTheLongestName) {

@@ -161,11 +161,11 @@ TEST_F(ReportTest, AModuleThatFailsIsNamedAndLosesNoOther) {
       nullptr,
       placeFile("gone.log", directory_.path() / "gone", false),
       placeFile("directory.log", directory_.path(), false),
-      dataFile("behind.log", "behind\n"),
+      dataFile("after.log", "after\n"),
   };
   const Written written = report(true);
   EXPECT_EQ(module(written, "before.log"), "before\n");
-  EXPECT_EQ(module(written, "behind.log"), "behind\n");
+  EXPECT_EQ(module(written, "after.log"), "after\n");
   EXPECT_EQ(problemOf(written, "module failing"), "failed: serial MARKFAIL and /home/MARKPATH/x");
   EXPECT_EQ(problemOf(written, "module ../test, file throws.log"), "failed: no");
   EXPECT_EQ(problemOf(written, "module ../test, file nothing.log"),

@@ -189,7 +189,7 @@ TEST(InventoryJson, AnEndpointHasAnOwnerWhereItIsThere) {
 }
 
 TEST(InventoryJson, DevicesAndTheirProblems) {
-  const DeviceList list{{{1, "n", 2, 3, 4, "replay a"}}, {"a.plist: is none"}};
+  const DeviceList list{{{1, "n", 2, 3, 4, "replay a"}}, {"a.plist: malformed"}};
   EXPECT_EQ(jsonOf(list), (nlohmann::ordered_json{{"devices",
                                                    {{{"registryEntryID", 1},
                                                      {"name", "n"},
@@ -197,7 +197,7 @@ TEST(InventoryJson, DevicesAndTheirProblems) {
                                                      {"vendor", 3},
                                                      {"product", 4},
                                                      {"source", "replay a"}}}},
-                                                  {"problems", {"a.plist: is none"}}}));
+                                                  {"problems", {"a.plist: malformed"}}}));
 }
 
 TEST(InventoryJson, IsIndentedAndHarmlessText) {

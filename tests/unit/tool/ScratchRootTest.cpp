@@ -106,9 +106,9 @@ TEST_F(ScratchRootTest, LeavesNoProcessAndNoDescriptor) {
   const int before = ::dup(STDIN_FILENO);
   ::close(before);
   { const ScratchRoot root; }
-  const int behind = ::dup(STDIN_FILENO);
-  ::close(behind);
-  EXPECT_EQ(behind, before);
+  const int after = ::dup(STDIN_FILENO);
+  ::close(after);
+  EXPECT_EQ(after, before);
   EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
 }
 

@@ -50,7 +50,7 @@ TEST(ShownLines, LiteralsAndShownValuesStayAndTheRestIsAMark) {
   EXPECT_EQ(shownText("router 1.0 started: root /home/somebody/root, 3 devices"),
             "router 1.0 started: root <private>, 3 devices");
   EXPECT_EQ(shownText("nobody is connected"), "nobody is connected");
-  EXPECT_EQ(shownText("ignored: /etc/x.plist: is none"), "ignored: <private>");
+  EXPECT_EQ(shownText("ignored: /etc/x.plist: malformed"), "ignored: <private>");
   EXPECT_EQ(shownText("cannot start com.quillmar.hideventrouter: its executable is missing"),
             "cannot start com.quillmar.hideventrouter: <private>");
   EXPECT_EQ(shownText("cannot start com.other: its executable is missing"),
@@ -122,7 +122,7 @@ TEST(ShownLines, AnUnknownLineIsItsLength) {
     EXPECT_TRUE(isUnknown(std::string(kRouterHead).append(text))) << text;
 }
 
-TEST(ShownLines, AKnownTextBehindAnotherHeadIsUnknown) {
+TEST(ShownLines, AKnownTextAfterAnotherHeadIsUnknown) {
   const std::string text = "nobody is connected";
   EXPECT_FALSE(isUnknown("Nov 21 03:12:46 h com.quillmar.hideventrouter[345]: " + text));
   for (const char* head :

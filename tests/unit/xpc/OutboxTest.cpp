@@ -122,7 +122,7 @@ TEST_F(OutboxTest, EachStreamHasANumberAndAHelloOfItsOwn) {
   EXPECT_EQ(arrived(), hello() + Bytes({9}));
 }
 
-TEST_F(OutboxTest, TheFarewellIsSaidOnceBehindAllThatWaits) {
+TEST_F(OutboxTest, TheFarewellIsSaidOnceAfterAllThatWaits) {
   put({5});
   open();
   EXPECT_TRUE(outbox_.sayFarewell(released_));
