@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "jobd/HelperImage.h"
@@ -90,10 +91,14 @@ void checkIsSystemLabel(const std::string& label) {
 }
 
 void checkIsOnlyService(const std::string& label, const std::vector<std::string>& services) {
-  if (services == std::vector<std::string>{label}) return;
-  throw ServiceError(
-      ServiceErrorCode::InvalidImage,
-      "for all users of this system, the helper may offer the service " + label + " and no other");
+  const auto isItsOwn = [&](const std::string& service) {
+    return service == label || service == label + ".control";
+  };
+  const bool offersLabel = std::find(services.begin(), services.end(), label) != services.end();
+  if (offersLabel && std::all_of(services.begin(), services.end(), isItsOwn)) return;
+  throw ServiceError(ServiceErrorCode::InvalidImage,
+                     "for all users of this system, the helper may offer the services " + label +
+                         " and " + label + ".control and no other");
 }
 
 SystemProgram loadSystemProgram(const platform::SystemRoot& root, const std::string& label) {

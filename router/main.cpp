@@ -2,7 +2,7 @@
 
 // The router's program: serves the endpoint that the job daemon (or systemd) passes to it, until it
 // is told to end or has had no connection for a while. Exit status 0 in both cases, 1 if it was
-// passed no endpoint or no root.
+// passed no endpoint or no root. The endpoint of the control service may be missing.
 //
 //   com.quillmar.hideventrouter [--root DIR]
 //
@@ -29,6 +29,7 @@
 #include "platform/xpc/PassedDescriptors.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "router/Router.h"
+#include "router/control/ControlProtocol.h"
 
 namespace {
 
@@ -92,7 +93,11 @@ int serve(const platform::SystemRoot& root) {
         WLHIDEventRouterLabel, std::generic_category().message(errno)));
     return 1;
   }
-  router::Router router(root, listener);
+  router::RouterOptions options;
+  // Only offered if its endpoint was passed too.
+  options.control =
+      platform::NSXPCListener::initWithMachServiceName(platform::str(router::kControlService));
+  router::Router router(root, listener, options);
   router.resume();
   waitForEither(terminated, router.idleDescriptor());
   router.stop();

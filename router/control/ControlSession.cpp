@@ -83,12 +83,12 @@ void ControlSession::devicesWithReply(Reply reply) {
           reply(list, nullptr);
         });
       });
+  devices_->begin(*caller_);
   timeIsUp_ = parts_->startLine->waitUntil(Clock::now() + parts_->limits.controlTimeout,
                                            [weak = std::weak_ptr(devices_)] {
                                              if (const auto inquiry = weak.lock())
                                                inquiry->finish();
                                            });
-  devices_->begin(*caller_);
 }
 
 void ControlSession::endSession_reply(std::uint64_t number, EndReply reply) {

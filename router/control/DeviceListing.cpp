@@ -56,6 +56,9 @@ std::shared_ptr<NSObject> objectOf(const ListedDevice& listed) {
   add(entries, "Vendor", device.vendor);
   add(entries, "Product", device.product);
   add(entries, "Source", device.source);
+  if (!device.physicalPath.empty()) add(entries, "Path", device.physicalPath);
+  if (!device.unique.empty()) add(entries, "Unique", device.unique);
+  if (device.interface) add(entries, "Interface", *device.interface);
   addClass(entries, listed);
   add(entries, "Permission", std::string_view(nameOf(listed.permission)));
   add(entries, "Explanation", listed.explanation);
@@ -99,6 +102,10 @@ ListedDevice deviceIn(const NSDictionary& dictionary) {
   listed.device.vendor = smallNumberIn(dictionary, "Vendor");
   listed.device.product = smallNumberIn(dictionary, "Product");
   listed.device.source = textIn(dictionary, "Source");
+  listed.device.physicalPath = textIn(dictionary, "Path");
+  listed.device.unique = textIn(dictionary, "Unique");
+  if (numberIn(dictionary, "Interface"))
+    listed.device.interface = smallNumberIn(dictionary, "Interface");
   listed.deviceClass = classIn(dictionary);
   listed.reason = textIn(dictionary, "Reason");
   listed.ordinaryReports = reportsIn(dictionary);

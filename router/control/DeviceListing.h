@@ -6,6 +6,8 @@
 //     Device             integer   registry entry ID
 //     Name, Source       strings   as in router/Devices.h
 //     Bus, Vendor, Product   integers   likewise
+//     Path, Unique       strings   likewise; missing if unknown
+//     Interface          integer   likewise
 //     Class              string    "ordinary" or "sensitive"; missing where there are no classes
 //     Reason             string    the rule that decided the class; likewise
 //     OrdinaryReports    array     on a sensitive device, the IDs of its harmless reports

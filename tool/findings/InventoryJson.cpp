@@ -24,6 +24,15 @@ ordered_json jsonOf(const PresenceStep& step) {
           {"found", textOrNull(step.found)}};
 }
 
+ordered_json jsonOf(const router::DeviceDescription& device) {
+  return {{"registryEntryID", device.registryEntryID},
+          {"name", device.name},
+          {"bus", device.bus},
+          {"vendor", device.vendor},
+          {"product", device.product},
+          {"source", device.source}};
+}
+
 ordered_json jsonOf(const Check& check) {
   return {{"name", check.name},
           {"state", textOf(check.state)},
@@ -58,15 +67,6 @@ ordered_json jsonOf(const router::RouterStatus& router) {
           {"version", router.version},
           {"lost", router.lost},
           {"sessions", sessions}};
-}
-
-ordered_json jsonOf(const router::DeviceDescription& device) {
-  return {{"registryEntryID", device.registryEntryID},
-          {"name", device.name},
-          {"bus", device.bus},
-          {"vendor", device.vendor},
-          {"product", device.product},
-          {"source", device.source}};
 }
 
 ordered_json jsonOf(const platform::ControlReply& reply) {

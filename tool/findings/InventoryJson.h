@@ -20,7 +20,6 @@ namespace tool {
 [[nodiscard]] nlohmann::ordered_json jsonOf(const RouterCopy& copy);
 [[nodiscard]] nlohmann::ordered_json jsonOf(const router::SessionStatus& session);
 [[nodiscard]] nlohmann::ordered_json jsonOf(const router::RouterStatus& router);
-[[nodiscard]] nlohmann::ordered_json jsonOf(const router::DeviceDescription& device);
 [[nodiscard]] nlohmann::ordered_json jsonOf(const platform::ControlReply& reply);
 [[nodiscard]] nlohmann::ordered_json jsonOf(const PresenceCheck& presence);
 [[nodiscard]] nlohmann::ordered_json jsonOf(const Endpoint& endpoint);

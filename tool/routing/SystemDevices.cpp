@@ -3,6 +3,7 @@
 #include "tool/routing/SystemDevices.h"
 
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <vector>
 
 #include "platform/foundation/Format.h"
@@ -11,6 +12,7 @@
 #include "tool/command/Numbers.h"
 #include "tool/findings/InventoryJson.h"
 #include "tool/findings/RouterService.h"
+#include "tool/routing/DeviceJson.h"
 #include "tool/routing/DeviceNames.h"
 #include "tool/terminal/Table.h"
 
@@ -29,7 +31,7 @@ std::string classText(const ListedDevice& listed) {
 std::string asJson(const std::vector<ListedDevice>& devices) {
   auto list = nlohmann::ordered_json::array();
   for (const ListedDevice& each : devices) {
-    auto object = jsonOf(each.device);
+    auto object = wholeJsonOf(each.device);
     object["class"] = classText(each);
     object["reason"] = each.reason;
     object["ordinaryReports"] = each.ordinaryReports;
@@ -59,15 +61,24 @@ std::string asTable(const std::vector<ListedDevice>& devices, bool withReasons) 
   return table.text();
 }
 
+/// Nothing, after a complaint, without an answer.
+std::optional<std::vector<ListedDevice>> askedDevices() try {
+  return RouterService().devices();
+} catch (const Failure& failure) {
+  complain(failure.what());
+  return std::nullopt;
+}
+
 }  // namespace
 
-int listOfSystem(bool json, bool withReasons) {
-  const auto devices = RouterService().devices();
+bool printSystemDevices(bool json, bool withReasons) {
+  const auto devices = askedDevices();
+  if (!devices) return false;
   if (json)
-    print(asJson(devices));
+    print(asJson(*devices));
   else
-    print(devices.empty() ? "No devices.\n" : asTable(devices, withReasons));
-  return ExitDone;
+    print(devices->empty() ? "No HID devices are connected.\n" : asTable(*devices, withReasons));
+  return true;
 }
 
 ListedDevice systemDevice(const std::string& text) {

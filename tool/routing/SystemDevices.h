@@ -3,7 +3,7 @@
 // The devices of the system's own root, as its router shows them to this user.
 //
 // Threading: the main thread; each call waits for the router.
-// Errors: Failure if the router does not answer.
+// Errors: see each function.
 #pragma once
 
 #include <string>
@@ -12,10 +12,11 @@
 
 namespace tool {
 
-/// Prints them. Returns the exit status.
-[[nodiscard]] int listOfSystem(bool asJson, bool withReasons);
+/// Prints them. If the router does not answer, complains and returns false.
+[[nodiscard]] bool printSystemDevices(bool asJson, bool withReasons);
 
-/// The one with that name, or that ID; Failure if there is none, or more than one.
+/// The one with that name, or that ID; Failure if there is none, or more than one, or the router
+/// does not answer.
 [[nodiscard]] router::ListedDevice systemDevice(const std::string& text);
 
 }  // namespace tool

@@ -13,6 +13,7 @@
 #include "tool/command/Command.h"
 #include "tool/command/Invocation.h"
 #include "tool/command/Numbers.h"
+#include "tool/routing/DeviceJson.h"
 #include "tool/routing/DeviceNames.h"
 #include "tool/routing/SystemDevices.h"
 
@@ -30,25 +31,9 @@ std::string identity(const DeviceDescription& device) {
   return text.data();
 }
 
-/// Null if empty.
-nlohmann::ordered_json textOrNull(const std::string& text) {
-  return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
-}
-
 std::string asJson(const std::vector<DeviceDescription>& devices) {
   auto list = nlohmann::ordered_json::array();
-  for (const DeviceDescription& device : devices) {
-    list.push_back({{"registryEntryID", device.registryEntryID},
-                    {"name", device.name},
-                    {"bus", device.bus},
-                    {"vendor", device.vendor},
-                    {"product", device.product},
-                    {"source", device.source},
-                    {"physicalPath", textOrNull(device.physicalPath)},
-                    {"unique", textOrNull(device.unique)},
-                    {"interface", device.interface ? nlohmann::ordered_json(*device.interface)
-                                                   : nlohmann::ordered_json()}});
-  }
+  for (const DeviceDescription& device : devices) list.push_back(wholeJsonOf(device));
   return list.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
@@ -105,7 +90,9 @@ struct ListOptions {
 };
 
 int list(const ListOptions& options) {
-  if (SystemRoot::current().isSystem()) return listOfSystem(options.json, options.verbose);
+  // There the router knows more of them than anybody can see; without it, they are still there.
+  if (SystemRoot::current().isSystem() && printSystemDevices(options.json, options.verbose))
+    return ExitDone;
   std::vector<std::string> problems;
   const auto devices = router::listDevices(SystemRoot::current(), &problems);
   for (const std::string& problem : problems) complain(problem + removalOf(problem));

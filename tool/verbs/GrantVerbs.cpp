@@ -51,6 +51,14 @@ std::string nameText(const DeviceGrant& grant) {
   return grant.name.empty() ? kindText(grant.device) : platform::printableLine(grant.name);
 }
 
+/// A device without a serial number cannot be told from others of its kind.
+std::string deviceText(const DeviceGrant& grant) {
+  const std::string name = "\"" + nameText(grant) + "\"";
+  return grant.device.unique.empty()
+             ? name + " and every other device " + kindText(grant.device)
+             : name + " with the serial number " + platform::printableLine(grant.device.unique);
+}
+
 /// Whoever may not grant is told why by the daemon.
 void change(ControlRequest::Operation operation, const DeviceGrant& grant,
             const std::string& failure) {
@@ -73,10 +81,10 @@ int grant(const GrantOptions& options) {
   }
   const uid_t user = options.user.empty() ? ::getuid() : userNamed(options.user);
   const auto device = systemDevice(options.device).device;
-  const DeviceGrant granted{user, {device.bus, device.vendor, device.product, {}}, device.name};
+  const DeviceGrant granted{
+      user, {device.bus, device.vendor, device.product, device.unique}, device.name};
   change(ControlRequest::Operation::Grant, granted, "nothing was granted");
-  print(oneLine("From now on, " + nameOfUser(user) + " may have \"" + nameText(granted) +
-                "\" and every other device " + kindText(granted.device) +
+  print(oneLine("From now on, " + nameOfUser(user) + " may have " + deviceText(granted) +
                 " routed without a question.") +
         "\n");
   return ExitDone;

@@ -26,7 +26,6 @@ namespace {
 using router::ListedDevice;
 using router::RouterControlProtocol;
 using routertest::Client;
-using routertest::Lines;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -70,6 +69,7 @@ class PresetAuthority final : public router::RoutingAuthority,
   }
 
   std::map<std::uint64_t, router::RoutingAnswer> previews;  // no answer for the others
+  bool isUndecided = false;                                 // does not answer a start request
   router::RoutingAnswer end{false, "not permitted: nobody may", {}};
   routertest::LineLog asked;
 
@@ -81,7 +81,8 @@ class PresetAuthority final : public router::RoutingAuthority,
     std::unique_ptr<router::RoutingPermit> ask(const router::RoutingRequest& request,
                                                Decided decided, Revoked) override {
       if (!request.isPreview) {
-        decided({true, {}, router::allReports()});
+        authority_->asked.add("start");
+        if (!authority_->isUndecided) decided({true, {}, router::allReports()});
       } else if (const auto answer = authority_->previews.find(request.device.registryEntryID);
                  answer != authority_->previews.end()) {
         decided(answer->second);
@@ -90,7 +91,7 @@ class PresetAuthority final : public router::RoutingAuthority,
     }
     std::unique_ptr<router::RoutingPermit> askToEnd(std::uint64_t session,
                                                     Decided decided) override {
-      authority_->asked.add(std::to_string(session));
+      authority_->asked.add("end " + std::to_string(session));
       decided(authority_->end);
       return std::make_unique<router::RoutingPermit>();
     }
@@ -285,24 +286,19 @@ TEST_F(RouterControl, ASessionThatWasEndedDoesNotComeBackByItself) {
 
 TEST_F(RouterControl, AStartThatWaitsIsEndedToo) {
   const std::uint64_t id = addDevice("slow", kSlow, "1");
-  router::RouterLimits limits;
-  limits.handoverGrace = std::chrono::hours(1);
-  startShared(limits);
-  Client first;
-  first.start(id, 1);
-  first.log->await(1);
+  authority_->isUndecided = true;
+  startShared();
+  Client client;
+  client.start(id);
+  authority_->asked.awaitLine("start");
   ControlClient control;
-  const std::uint64_t holder = numberOfOnly(control);
-  Client waiting;
-  waiting.start(id, 1);
-  awaitStatus([](const router::RouterStatus& s) { return s.sessions.size() == 2; });
-  for (const auto& session : control.status().sessions) {
-    if (session.number == holder) continue;
-    EXPECT_EQ(control.end(session.number), "");
-  }
-  waiting.log->awaitLine(
-      "refused -536870165 the start request was given up: the session was ended");
-  waiting.log->awaitLast("invalidated");
+  EXPECT_EQ(control.end(numberOfOnly(control)), "");
+  client.log->awaitLine("refused -536870165 the start request was given up: the session was ended");
+  client.log->awaitLast("invalidated");
+  Client again;
+  again.start(id);
+  EXPECT_THAT(again.log->await(1),
+              ElementsAre("refused -536870165 the session was ended with wlhid sessions end"));
 }
 
 TEST_F(RouterControl, WhatIsNotThereCannotBeEnded) {
@@ -371,7 +367,8 @@ TEST_F(RouterControl, AForeignNumberAndAnUnknownOneAreAnsweredAlike) {
                                        "permitted: nobody may");
     routerLog_->awaitLine("may not end session " + std::to_string(number));
   }
-  EXPECT_EQ(authority_->asked.lines(), (Lines{std::to_string(foreign), std::to_string(unknown)}));
+  EXPECT_THAT(authority_->asked.lines(), ElementsAre("start", "end " + std::to_string(foreign),
+                                                     "end " + std::to_string(unknown)));
   EXPECT_EQ(superuser.status().sessions.size(), 1U);
   authority_->end = {true, {}, {}};
   EXPECT_EQ(control.end(foreign), "");
@@ -390,7 +387,7 @@ TEST_F(RouterControl, TheSuperuserIsNotAsked) {
   ControlClient superuser;
   EXPECT_EQ(superuser.end(numberOfOnly(superuser)), "");
   others.log->awaitLast("invalidated");
-  EXPECT_EQ(authority_->asked.count(), 0U);
+  EXPECT_THAT(authority_->asked.lines(), ElementsAre("start"));
 }
 
 TEST_F(RouterControl, EachDeviceIsListedWithWhatTheCallerMay) {
@@ -455,6 +452,7 @@ TEST_F(RouterControl, AUserHasSoManyConnections) {
   ControlClient first;
   first.status();
   ControlClient second;
+  EXPECT_NE(second.ask(&RouterControlProtocol::statusWithReply).error, "");
   second.log->awaitLine("invalidated");
   EXPECT_EQ(first.ask(&RouterControlProtocol::statusWithReply).error, "");
 }
@@ -464,6 +462,7 @@ TEST_F(RouterControl, StrangersAreNotServed) {
   start(nullptr);
   actAs(testsupport::kOtherUser);
   ControlClient control;
+  EXPECT_NE(control.ask(&RouterControlProtocol::statusWithReply).error, "");
   control.log->awaitLine("invalidated");
   routerLog_->awaitLine("refused: process");
 }

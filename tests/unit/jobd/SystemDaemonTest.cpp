@@ -160,6 +160,14 @@ TEST_F(SystemDaemonTest, InstallsAndRemovesWhatAnApplicationBrings) {
   EXPECT_EQ(stops_, 2) << "what ran was ended";
 }
 
+TEST_F(SystemDaemonTest, TheRouterMayOfferItsControlServiceToo) {
+  serve();
+  const auto reply = bless(image({kLabel, "1.0", "/bin/true", {kLabel, kLabel + ".control"}}));
+  EXPECT_TRUE(reply.succeeded()) << reply.message;
+  EXPECT_EQ(bless(image({kLabel, "1.0", "/bin/true", {kLabel + ".control"}})).code,
+            ServiceErrorCode::InvalidImage);
+}
+
 TEST_F(SystemDaemonTest, KeepsAnAdministratorsGrants) {
   const platform::DeviceGrant pedal{1000, {3, 0x5f3, 0xff, "A1"}, "Pedal"};
   ControlRequest request{Operation::Grant};

@@ -26,6 +26,9 @@ ListedDevice pen() {
   listed.device.vendor = 0x56a;
   listed.device.product = 0x2f;
   listed.device.source = "hidraw0";
+  listed.device.physicalPath = "usb-0000:00:14.0-2/input0";
+  listed.device.unique = "A1";
+  listed.device.interface = 0;
   listed.deviceClass = DeviceClass::Sensitive;
   listed.reason = "it has keys";
   listed.ordinaryReports = {0, 2, 255};

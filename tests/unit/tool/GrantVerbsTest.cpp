@@ -96,6 +96,17 @@ TEST_F(GrantVerbsTest, AGrantIsTheDaemonsToKeep) {
   EXPECT_EQ(asked_->grant, kPedal);
 }
 
+TEST_F(GrantVerbsTest, ASerialNumberLimitsTheGrantToTheOneDevice) {
+  auto one = pedal();
+  one.device.unique = "A1";
+  const auto router = routerWith({one});
+  const auto jobd = daemon();
+  EXPECT_EQ(run(addGrantVerbs, {"grant", "Pedal", "--user", "4000000"}).out,
+            "From now on, 4000000 may have \"Pedal\" with the serial number A1 routed without a "
+            "question.\n");
+  EXPECT_EQ(asked_->grant->device.unique, "A1");
+}
+
 TEST_F(GrantVerbsTest, ADeviceMayBeNamedByItsID) {
   const auto router = routerWith({pedal()});
   const auto jobd = daemon();

@@ -155,12 +155,23 @@ TEST_F(SystemSessionsTest, DevicesAreListedWithTheirClassAndWhatYouMay) {
   }
 }
 
+TEST_F(SystemSessionsTest, DevicesAreListedWithoutARouterToo) {
+  const FakeRouter router(platform_, [](platform::ScriptedConnection& connection) {
+    connection.deliverInvalidation();
+  });
+  const Outcome outcome = run(addDevicesVerb, {"devices"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.err, HasSubstr("the router cannot be asked: "));
+  EXPECT_NE(outcome.out, "");
+}
+
 TEST_F(SystemSessionsTest, DevicesAsJson) {
   auto mixed = pedal();
   mixed.ordinaryReports = {2, 5};
   const auto router = routerWith({mixed});
   const auto json = nlohmann::json::parse(run(addDevicesVerb, {"devices", "--json"}).out);
   EXPECT_EQ(json[0]["registryEntryID"], 0x10007);
+  EXPECT_EQ(json[0]["unique"], nullptr);
   EXPECT_EQ(json[0]["class"], "sensitive");
   EXPECT_EQ(json[0]["reason"], "keys: report 1");
   EXPECT_EQ(json[0]["ordinaryReports"], (nlohmann::json{2, 5}));
