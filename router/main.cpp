@@ -4,11 +4,11 @@
 // is told to end or has had no connection for a while. Exit status 0 in both cases, 1 if it was
 // passed no endpoint or no root.
 //
-//   com.quillmar.hideventrouter [--root DIR]
+//   com.quillmar.hideventrouter [--root DIR | --system]
 //
 // The root is the directory that is passed along with the endpoint, under the name ".root"; --root
-// is for starting the router by hand, or by a service manager that passes sockets only. Apart from
-// those variables (LISTEN_PID, LISTEN_FDS, LISTEN_FDNAMES) it takes nothing from the environment.
+// is for starting the router by hand, or by a service manager that passes sockets only. --system
+// serves the system's own root, with its devices and authorities. Apart from those variables (LISTEN_PID, LISTEN_FDS, LISTEN_FDNAMES) it takes nothing from the environment.
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
@@ -29,6 +29,7 @@
 #include "platform/xpc/PassedDescriptors.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "router/Router.h"
+#include "router/SystemRouter.h"
 
 namespace {
 
@@ -73,7 +74,7 @@ platform::SystemRoot passedRoot(platform::FileDescriptor directory) {
 platform::SystemRoot systemRoot(int argc, char** argv) {
   const bool isNamed = argc == 3 && std::string_view(argv[1]) == "--root" && *argv[2] == '/';
   if (argc > 1 && !isNamed)
-    throw std::runtime_error("its only option is --root, with an absolute path");
+    throw std::runtime_error("its options are --root, with an absolute path, and --system");
   platform::FileDescriptor directory(
       platform::xpc::takePassedDirectory(platform::kRootDescriptorName));
   if (directory) return passedRoot(std::move(directory));
@@ -82,9 +83,27 @@ platform::SystemRoot systemRoot(int argc, char** argv) {
   return {platform::openOwnRoot(named), named.path()};
 }
 
-int serve(const platform::SystemRoot& root) {
+/// The system's own root belongs to the superuser, whoever runs the router.
+platform::SystemRoot systemsOwnRoot() {
+  const platform::SystemRoot named("/");
+  return {platform::openRoot(named), named.path()};
+}
+
+struct Setup {
+  platform::SystemRoot root;
+  router::RouterOptions options;
+};
+
+Setup setUp(int argc, char** argv) {
+  if (argc != 2 || std::string_view(argv[1]) != "--system") return {systemRoot(argc, argv), {}};
+  const platform::SystemRoot root = systemsOwnRoot();
+  return {root, router::systemRouterOptions(root)};
+}
+
+int serve(int argc, char** argv) {
   ::signal(SIGPIPE, SIG_IGN);  // a log that is no longer read must not end the router
   const int terminated = terminationDescriptor();
+  const Setup setup = setUp(argc, argv);
   const auto listener =
       platform::NSXPCListener::initWithMachServiceName(platform::str(WLHIDEventRouterLabel));
   if (listener == nullptr) {
@@ -92,7 +111,7 @@ int serve(const platform::SystemRoot& root) {
         WLHIDEventRouterLabel, std::generic_category().message(errno)));
     return 1;
   }
-  router::Router router(root, listener);
+  router::Router router(setup.root, listener, setup.options);
   router.resume();
   waitForEither(terminated, router.idleDescriptor());
   router.stop();
@@ -104,7 +123,7 @@ int serve(const platform::SystemRoot& root) {
 
 int main(int argc, char** argv) {
   try {
-    return serve(systemRoot(argc, argv));
+    return serve(argc, argv);
   } catch (const std::exception& error) {
     router::logToStandardError(platform::LogLine::of<router::row::cannotRun>(error.what()));
     return 1;
