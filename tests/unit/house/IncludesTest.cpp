@@ -30,6 +30,7 @@ const std::vector<Rule>& rules() {
       {"platform/xpc/",
        {"platform/xpc/", "platform/kit/", "platform/foundation/",
         "platform/services/ServiceEndpoints.h"}},
+      {"platform/signing/", {"platform/signing/", "platform/foundation/"}},
       {"platform/scripted/", {"platform/"}},
       {"WLHIDAccess/", {"WLHIDAccess/", "platform/"}},
       {"helper-install/", {"helper-install/", "WLHIDAccess/", "platform/"}},
