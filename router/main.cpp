@@ -4,10 +4,11 @@
 // is told to end or has had no connection for a while. Exit status 0 in both cases, 1 if it was
 // passed no endpoint or no root.
 //
-//   com.quillmar.hideventrouter [--root DIR]
+//   com.quillmar.hideventrouter [--root DIR | --system]
 //
 // The root is the directory that is passed along with the endpoint, under the name ".root"; --root
-// is for starting the router by hand, or by a service manager that passes sockets only. Apart from
+// is for starting the router by hand, or by a service manager that passes sockets only. --system is
+// the system's own root, where the router is not the root's owner but a user of its own. Apart from
 // those variables (LISTEN_PID, LISTEN_FDS, LISTEN_FDNAMES) it takes nothing from the environment.
 #include <poll.h>
 #include <signal.h>
@@ -70,10 +71,16 @@ platform::SystemRoot passedRoot(platform::FileDescriptor directory) {
   return {std::move(directory), path};
 }
 
+platform::SystemRoot systemsOwnRoot() {
+  const platform::SystemRoot root("/");
+  return {platform::openRoot(root), root.path()};
+}
+
 platform::SystemRoot systemRoot(int argc, char** argv) {
+  if (argc == 2 && std::string_view(argv[1]) == "--system") return systemsOwnRoot();
   const bool isNamed = argc == 3 && std::string_view(argv[1]) == "--root" && *argv[2] == '/';
   if (argc > 1 && !isNamed)
-    throw std::runtime_error("its only option is --root, with an absolute path");
+    throw std::runtime_error("its only options are --root, with an absolute path, and --system");
   platform::FileDescriptor directory(
       platform::xpc::takePassedDirectory(platform::kRootDescriptorName));
   if (directory) return passedRoot(std::move(directory));
