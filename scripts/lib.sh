@@ -11,6 +11,7 @@ ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$ROOT"
 
 BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libarchive-dev libsodium-dev)
+PACKAGE_PACKAGES=(debhelper dpkg-dev lintian)
 TEST_PACKAGES=(libgtest-dev libgmock-dev clang-14 lld-14 llvm-14 pkg-config libplist-dev libicu-dev)
 
 say() { printf '%s\n' "$*"; }
