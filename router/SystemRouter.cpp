@@ -44,8 +44,7 @@ RouterOptions systemRouterOptions(const platform::SystemRoot& root) {
       platform::openPlace(root.directory(), root.places().log, /*create=*/false));
   RouterOptions options;
   options.log = log->sink();
-  options.sources =
-      std::make_shared<const DeviceSources>(deviceSources(root, options.limits));
+  options.sources = std::make_shared<const DeviceSources>(deviceSources(root, options.limits));
   options.authority = systemAuthority(root, log, options.sources);
   options.control =
       platform::NSXPCListener::initWithMachServiceName(platform::str(kControlService));

@@ -8,7 +8,8 @@
 //
 // The root is the directory that is passed along with the endpoint, under the name ".root"; --root
 // is for starting the router by hand, or by a service manager that passes sockets only. --system
-// serves the system's own root, with its devices and authorities. Apart from those variables (LISTEN_PID, LISTEN_FDS, LISTEN_FDNAMES) it takes nothing from the environment.
+// serves the system's own root, with its devices and authorities. Apart from those variables
+// (LISTEN_PID, LISTEN_FDS, LISTEN_FDNAMES) it takes nothing from the environment.
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
@@ -71,7 +72,14 @@ platform::SystemRoot passedRoot(platform::FileDescriptor directory) {
   return {std::move(directory), path};
 }
 
+/// It belongs to the superuser, whoever runs the router.
+platform::SystemRoot systemsOwnRoot() {
+  const platform::SystemRoot root("/");
+  return {platform::openRoot(root), root.path()};
+}
+
 platform::SystemRoot systemRoot(int argc, char** argv) {
+  if (argc == 2 && std::string_view(argv[1]) == "--system") return systemsOwnRoot();
   const bool isNamed = argc == 3 && std::string_view(argv[1]) == "--root" && *argv[2] == '/';
   if (argc > 1 && !isNamed)
     throw std::runtime_error("its options are --root, with an absolute path, and --system");
@@ -83,27 +91,16 @@ platform::SystemRoot systemRoot(int argc, char** argv) {
   return {platform::openOwnRoot(named), named.path()};
 }
 
-/// The system's own root belongs to the superuser, whoever runs the router.
-platform::SystemRoot systemsOwnRoot() {
-  const platform::SystemRoot named("/");
-  return {platform::openRoot(named), named.path()};
-}
-
-struct Setup {
-  platform::SystemRoot root;
-  router::RouterOptions options;
-};
-
-Setup setUp(int argc, char** argv) {
-  if (argc != 2 || std::string_view(argv[1]) != "--system") return {systemRoot(argc, argv), {}};
-  const platform::SystemRoot root = systemsOwnRoot();
-  return {root, router::systemRouterOptions(root)};
+/// The system's own root, however it was named, is never served without its authority.
+router::RouterOptions optionsFor(const platform::SystemRoot& root) {
+  return root.isSystem() ? router::systemRouterOptions(root) : router::RouterOptions();
 }
 
 int serve(int argc, char** argv) {
   ::signal(SIGPIPE, SIG_IGN);  // a log that is no longer read must not end the router
   const int terminated = terminationDescriptor();
-  const Setup setup = setUp(argc, argv);
+  const platform::SystemRoot root = systemRoot(argc, argv);
+  const router::RouterOptions options = optionsFor(root);
   const auto listener =
       platform::NSXPCListener::initWithMachServiceName(platform::str(WLHIDEventRouterLabel));
   if (listener == nullptr) {
@@ -111,7 +108,7 @@ int serve(int argc, char** argv) {
         WLHIDEventRouterLabel, std::generic_category().message(errno)));
     return 1;
   }
-  router::Router router(setup.root, listener, setup.options);
+  router::Router router(root, listener, options);
   router.resume();
   waitForEither(terminated, router.idleDescriptor());
   router.stop();
