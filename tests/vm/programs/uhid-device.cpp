@@ -9,11 +9,13 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstddef>
 #include <cstring>
 #include <fstream>
 #include <iostream>
 #include <stdexcept>
+#include <system_error>
 
 #include "tests/vm/programs/Program.h"
 
@@ -33,12 +35,19 @@ constexpr std::string_view kUsage =
 
 using Bytes = std::vector<std::uint8_t>;
 
+std::uint32_t hexadecimal(std::string_view text) {
+  std::uint32_t value = 0;
+  const char* end = text.data() + text.size();
+  const auto [stopped, error] = std::from_chars(text.data(), end, value, 16);
+  if (text.empty() || error != std::errc() || stopped != end) throw UsageError();
+  return value;
+}
+
 Bytes bytesOf(std::string_view text) {
   Bytes bytes;
   if (text.size() % 2 != 0) throw UsageError();
   for (std::size_t at = 0; at < text.size(); at += 2)
-    bytes.push_back(
-        static_cast<std::uint8_t>(std::stoul(std::string(text.substr(at, 2)), nullptr, 16)));
+    bytes.push_back(static_cast<std::uint8_t>(hexadecimal(text.substr(at, 2))));
   return bytes;
 }
 
@@ -47,10 +56,6 @@ struct Description {
   std::uint32_t bus = 0, vendor = 0, product = 0;
   Bytes reportDescriptor;
 };
-
-std::uint32_t hexadecimal(const std::string& text) {
-  return static_cast<std::uint32_t>(std::stoul(text, nullptr, 16));
-}
 
 Description readDescription(const std::string& path) {
   Description description;
