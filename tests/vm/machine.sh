@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 
-# The emulated machine; sourced after lib.sh. $image is the directory of the guest's image.
+# The emulated machine; sourced after lib.sh. $image is the directory of the guest's image, $patience the factor that
+# limits are multiplied with.
 #
 # A machine's directory: payload/ goes in as a tar archive on its second disk; results and console come out.
 
@@ -14,9 +15,11 @@ devices_of() { # devices_of GROUP
   if [[ -e $file ]]; then grep -v '^#' "$file" || true; else printf '%s\n' "${USB_DEVICES[@]}"; fi
 }
 
-# Never with KVM, even where it is there: nested, the guest hangs. Without a PS/2 controller what is typed can only go to
-# the USB devices. Eight ports, because with fewer the emulator adds a hub for what is plugged in later. The firmware is
-# the one that does not spend seconds on USB. The second port is wired to the machine's own control connection.
+# Never with KVM, even where it is there: nested, the guest hangs. Nor with counted instructions (-icount), which would make
+# the guest's time independent of the host's load: there it hangs when it injects its first event. Without a PS/2
+# controller, what is typed can only go to the USB devices. Eight ports, because with fewer the emulator adds a hub for what
+# is plugged in later. The firmware is the one that does not spend seconds on USB. The second serial port is wired to the
+# machine's own control connection.
 machine_options() { # machine_options DIRECTORY DEVICES BOOT_OPTION…: an array, machine
   local directory="$1" device
   # shellcheck disable=SC2054  # the commas are the emulator's
@@ -65,7 +68,7 @@ end_machine() { # end_machine DIRECTORY SECONDS
   wait "$machine_pid" || status=$?
   machine_pid=""
   if [[ $status -eq 124 || $status -eq 137 ]]; then
-    reason="not finished after $2 s (WLHID_VM_SECONDS=$(($2 * 2)) gives a slow machine more)"
+    reason="not finished after $2 s (WLHID_VM_PATIENCE=$((patience * 2)) gives a slow machine more)"
   elif [[ $status -ne 0 ]]; then
     reason="the emulator failed with $status: $(tail -n 3 "$1/emulator")"
   elif ! grep -q '^finished$' "$1/results"; then

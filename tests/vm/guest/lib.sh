@@ -5,6 +5,7 @@
 
 set -eEuo pipefail
 PATH="/vm/programs:$PATH"
+source /vm/limits
 scratch="$(mktemp -d /run/scenario.XXXXXX)"
 chmod 755 "$scratch"
 
@@ -29,10 +30,13 @@ expect() { # expect WHAT COMMAND…
   shift
   "$@" || fail "$what ($*: status $?)"
 }
+# A command that could not be run at all, or was killed, has not said no.
 expect_failure() { # expect_failure WHAT COMMAND…
-  local what="$1"
+  local what="$1" status=0
   shift
-  if "$@"; then fail "$what ($* should have failed)"; fi
+  "$@" || status=$?
+  [[ $status -ne 0 ]] || fail "$what ($* should have failed)"
+  [[ $status -lt 125 ]] || fail "$what ($* did not run to its end: status $status)"
 }
 expect_equal() { # expect_equal WHAT EXPECTED ACTUAL
   [[ $2 == "$3" ]] || fail "$1: expected \"$2\", not \"$3\""
@@ -43,7 +47,7 @@ expect_same() { # expect_same WHAT FILE FILE
 
 # For what has no event to wait for in a shell.
 happens_within() { # happens_within SECONDS COMMAND…: whether the command succeeds in time
-  local end=$((SECONDS + $1 + 1))
+  local end=$((SECONDS + $1 * patience + 1))
   shift
   until "$@" >/dev/null 2>&1; do
     ((SECONDS < end)) || return 1
@@ -218,9 +222,8 @@ in_user_unit() ( # in_user_unit USER COMMAND…
 become() { # become USER GROUP COMMAND…: this process becomes the user's command in that control group
   local user="$1" group="/sys/fs/cgroup/user.slice/$2" environment
   shift 2
-  mkdir -p "$group"
   mapfile -t environment < <(environment_of "$user")
-  echo "$BASHPID" >"$group/cgroup.procs"
+  mkdir -p "$group" && echo "$BASHPID" >"$group/cgroup.procs" || exit 125
   exec setpriv --reuid "$user" --regid "$user" --init-groups env -i "${environment[@]}" \
     "XDG_RUNTIME_DIR=/run/user/$(id -u "$user")" "$@"
 }
