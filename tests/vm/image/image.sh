@@ -126,13 +126,14 @@ make_disk() { # make_disk ROOT OUTPUT: with room for what scenarios write
   mkfs.ext4 -q -F -L guest -O '^has_journal,^metadata_csum,^64bit' -m 0 -d "$1" "$2" "${megabytes}M"
 }
 
-build_image() { # build_image DIRECTORY: appears there complete or not at all
-  local work part="$1.part" kernel
+build_image() ( # build_image DIRECTORY: appears there complete or not at all
+  part="$1.part"
   [[ $EUID -eq 0 ]] ||
     fail "building the guest's image needs root's rights (once; afterwards it is taken from $1): run this command as root"
   rm -rf "$part"
   mkdir -p "$part"
   work="$(mktemp -d "${TMPDIR:-/tmp}/wlhid-image.XXXXXX")"
+  trap 'rm -rf --one-file-system "$work" "$part"' EXIT
   chmod 755 "$work"
   mkdir "$work/fetched"
   make_guest_tree "$work"
@@ -147,7 +148,6 @@ build_image() { # build_image DIRECTORY: appears there complete or not at all
   chroot "$work/root" dpkg-query -W -f '${Package} ${Version}\n' >"$part/packages"
   set_up_guest "$work/root"
   make_disk "$work/root" "$part/disk.ext4"
-  rm -rf --one-file-system "$work"
   rm -rf "$1"
   mv "$part" "$1"
-}
+)
