@@ -89,9 +89,9 @@ wait_until_says() { # wait_until_says NAME REGEX [SECONDS]
   tail -n 20 "$(output "$1")"
   fail "not in time: $1 to say \"$2\"; its last words are above"
 }
-process_of() { # process_of NAME: of the program itself, below the shells that started it
-  local pid="${pids[$1]}" child
-  while child="$(pgrep -o -P "$pid")"; do pid="$child"; done
+process_of() { # process_of NAME: of the program itself, below the shells of this scenario that started it
+  local pid="${pids[$1]}"
+  while cmp -s "/proc/$pid/cmdline" "/proc/$$/cmdline"; do pid="$(pgrep -o -P "$pid")"; done
   printf '%s\n' "$pid"
 }
 has_ended() { ! kill -0 "${pids[$1]}" 2>/dev/null; }
