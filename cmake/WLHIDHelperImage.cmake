@@ -16,9 +16,16 @@ function(wlhid_helper_image target program)
   foreach(service ${A_SERVICES})
     list(APPEND services --service "${service}")
   endforeach()
+  set(executable "$<TARGET_FILE:${program}>")
+  set(strip)
+  if(WLHID_STRIP_HELPERS)
+    set(strip COMMAND "${CMAKE_STRIP}" --strip-unneeded -o "${A_OUTPUT}.program" "${executable}")
+    set(executable "${A_OUTPUT}.program")
+  endif()
   add_custom_command(OUTPUT "${A_OUTPUT}"
+    ${strip}
     COMMAND wlhid-mkimage --label "${A_LABEL}" --version "${A_VERSION}" ${services}
-            --program "$<TARGET_FILE:${program}>" --output "${A_OUTPUT}"
+            --program "${executable}" --output "${A_OUTPUT}"
     DEPENDS wlhid-mkimage ${program}
     COMMENT "Making the helper image ${A_LABEL} ${A_VERSION}" VERBATIM)
   add_custom_target(${target} ALL DEPENDS "${A_OUTPUT}")

@@ -3,11 +3,17 @@
 #include "jobd/SystemService.h"
 
 #include <cerrno>
+#include <csignal>
 
 #include "jobd/ImageTrust.h"
 #include "jobd/SystemDaemon.h"
 #include "platform/services/ServiceError.h"
 #include "platform/xpc/PassedDescriptors.h"
+
+#ifdef WLHID_SYSTEM_BUS
+#include "jobd/PolkitAuthority.h"
+#include "jobd/RouterUnit.h"
+#endif
 
 namespace jobd {
 namespace {
@@ -22,13 +28,53 @@ platform::FileDescriptor passedSocket() {
   return socket;
 }
 
+/// Before the bus's thread starts: the signals are the loop's.
+void blockSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  sigaddset(&signals, SIGINT);
+  ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+#ifdef WLHID_SYSTEM_BUS
+/// The system's authorities, over the bus.
+class Authorities {
+ public:
+  explicit Authorities(EventLoop& loop)
+      : mailbox_(loop), polkit_(mailbox_, bus_), router_(bus_, "wlhid-router.service") {}
+
+  void connect(SystemSeams& seams) {
+    seams.authority = [this](const Question& question, const Decided& decided) {
+      polkit_.decide(question, decided);
+    };
+    seams.stopRouter = [this](const SystemSeams::Stopped& stopped) {
+      router_.stop([this, stopped](const std::string& problem) {
+        mailbox_.post([stopped, problem] { stopped(problem); });
+      });
+    };
+  }
+
+ private:
+  Mailbox mailbox_;
+  platform::system::SystemBus bus_;
+  PolkitAuthority polkit_;
+  RouterUnit router_;
+};
+#endif
+
 }  // namespace
 
 void serveSystem() {
+  blockSignals();
   const platform::SystemRoot root("/");
   EventLoop loop;
   SystemSeams seams;
   seams.trust = trustByKeys(root);
+#ifdef WLHID_SYSTEM_BUS
+  Authorities authorities(loop);
+  authorities.connect(seams);
+#endif
   SystemDaemon daemon(loop, root, RootDirectories::openSystem(root), passedSocket(),
                       std::move(seams));
   loop.run();

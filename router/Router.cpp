@@ -99,7 +99,9 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
         devices_(std::make_shared<RoutedDevices>(sourcesOf(options_, root_),
                                                  options_.limits.devices, options_.log)),
         endedRoutings_(options_.limits),
-        lines_(options_.limits) {}
+        lines_(options_.limits) {
+    if (options_.authority == nullptr) statusFile_.emplace(root_);
+  }
 
   void resume();
   void stop();
@@ -143,7 +145,8 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
   // Used by the housekeeping thread only.
   std::map<std::uint64_t, std::uint64_t> reportedLosses_;  // by session number
   Clock::time_point lossesReportedAt_{};
-  RouterStatusFile statusFile_{root_};
+  /// Not where users share the router: each is shown its own sessions only, by the control service.
+  std::optional<RouterStatusFile> statusFile_;
   bool statusFailed_ = false;
   std::thread housekeeping_;
 };
@@ -186,7 +189,7 @@ void Router::Core::stop() {
   startLine_->end();
   if (!housekeeping_.joinable()) return;
   housekeeping_.join();
-  statusFile_.remove();
+  if (statusFile_) statusFile_->remove();
   logLeftOut();
   options_.log(LogLine::of<row::ends>());
 }
@@ -291,9 +294,9 @@ void Router::Core::reportLosses() {
 }
 
 void Router::Core::writeStatus() {
-  if (!sessions_->takeChange()) return;
+  if (!sessions_->takeChange() || !statusFile_) return;
   try {
-    statusFile_.write(sessions_->status(std::nullopt));
+    statusFile_->write(sessions_->status(std::nullopt));
     statusFailed_ = false;
   } catch (const std::exception& error) {
     if (!std::exchange(statusFailed_, true)) options_.log(LogLine::of<row::noStatus>(error.what()));

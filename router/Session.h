@@ -37,8 +37,8 @@
 #include "router/RoutedDevice.h"
 #include "router/RouterStatus.h"
 #include "router/StartLine.h"
-#include "router/policy/RoutingAuthority.h"
 #include "router/Subscription.h"
+#include "router/policy/RoutingAuthority.h"
 
 namespace router {
 

@@ -4,11 +4,12 @@
 // is told to end or has had no connection for a while. Exit status 0 in both cases, 1 if it was
 // passed no endpoint or no root. The endpoint of the control service may be missing.
 //
-//   com.quillmar.hideventrouter [--root DIR]
+//   com.quillmar.hideventrouter [--root DIR | --system]
 //
 // The root is the directory that is passed along with the endpoint, under the name ".root"; --root
-// is for starting the router by hand, or by a service manager that passes sockets only. Apart from
-// those variables (LISTEN_PID, LISTEN_FDS, LISTEN_FDNAMES) it takes nothing from the environment.
+// is for starting the router by hand, or by a service manager that passes sockets only. --system
+// serves the system's own root, with its devices and authorities. Apart from those variables
+// (LISTEN_PID, LISTEN_FDS, LISTEN_FDNAMES) it takes nothing from the environment.
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
@@ -29,7 +30,7 @@
 #include "platform/xpc/PassedDescriptors.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "router/Router.h"
-#include "router/control/ControlProtocol.h"
+#include "router/SystemRouter.h"
 
 namespace {
 
@@ -71,10 +72,17 @@ platform::SystemRoot passedRoot(platform::FileDescriptor directory) {
   return {std::move(directory), path};
 }
 
+/// It belongs to the superuser, whoever runs the router.
+platform::SystemRoot systemsOwnRoot() {
+  const platform::SystemRoot root("/");
+  return {platform::openRoot(root), root.path()};
+}
+
 platform::SystemRoot systemRoot(int argc, char** argv) {
+  if (argc == 2 && std::string_view(argv[1]) == "--system") return systemsOwnRoot();
   const bool isNamed = argc == 3 && std::string_view(argv[1]) == "--root" && *argv[2] == '/';
   if (argc > 1 && !isNamed)
-    throw std::runtime_error("its only option is --root, with an absolute path");
+    throw std::runtime_error("its options are --root, with an absolute path, and --system");
   platform::FileDescriptor directory(
       platform::xpc::takePassedDirectory(platform::kRootDescriptorName));
   if (directory) return passedRoot(std::move(directory));
@@ -83,9 +91,21 @@ platform::SystemRoot systemRoot(int argc, char** argv) {
   return {platform::openOwnRoot(named), named.path()};
 }
 
-int serve(const platform::SystemRoot& root) {
+/// The system's own root, however it was named, is never served without its authority.
+router::RouterOptions optionsFor(const platform::SystemRoot& root) {
+  if (root.isSystem()) return router::systemRouterOptions(root);
+  router::RouterOptions options;
+  // Only offered if its endpoint was passed too.
+  options.control =
+      platform::NSXPCListener::initWithMachServiceName(platform::str(router::kControlService));
+  return options;
+}
+
+int serve(int argc, char** argv) {
   ::signal(SIGPIPE, SIG_IGN);  // a log that is no longer read must not end the router
   const int terminated = terminationDescriptor();
+  const platform::SystemRoot root = systemRoot(argc, argv);
+  const router::RouterOptions options = optionsFor(root);
   const auto listener =
       platform::NSXPCListener::initWithMachServiceName(platform::str(WLHIDEventRouterLabel));
   if (listener == nullptr) {
@@ -93,10 +113,6 @@ int serve(const platform::SystemRoot& root) {
         WLHIDEventRouterLabel, std::generic_category().message(errno)));
     return 1;
   }
-  router::RouterOptions options;
-  // Only offered if its endpoint was passed too.
-  options.control =
-      platform::NSXPCListener::initWithMachServiceName(platform::str(router::kControlService));
   router::Router router(root, listener, options);
   router.resume();
   waitForEither(terminated, router.idleDescriptor());
@@ -109,7 +125,7 @@ int serve(const platform::SystemRoot& root) {
 
 int main(int argc, char** argv) {
   try {
-    return serve(systemRoot(argc, argv));
+    return serve(argc, argv);
   } catch (const std::exception& error) {
     router::logToStandardError(platform::LogLine::of<router::row::cannotRun>(error.what()));
     return 1;

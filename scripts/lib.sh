@@ -10,7 +10,8 @@ set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$ROOT"
 
-BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libarchive-dev libsystemd-dev libudev-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libarchive-dev libsodium-dev libsystemd-dev libudev-dev)
+PACKAGE_PACKAGES=(debhelper dpkg-dev lintian)
 TEST_PACKAGES=(libgtest-dev libgmock-dev clang-14 lld-14 llvm-14 libplist-dev libicu-dev libumockdev-dev dbus-daemon)
 
 say() { printf '%s\n' "$*"; }

@@ -254,18 +254,27 @@ std::vector<std::uint8_t> readDescriptor(int descriptor, const std::string& name
   return bytes;
 }
 
-std::vector<std::string> namesIn(int directory) {
+std::vector<std::string> namesIn(int directory) try {
+  return namesInOrThrow(directory, {});
+} catch (const ServiceError&) {
+  return {};
+}
+
+std::vector<std::string> namesInOrThrow(int directory, const std::string& name) {
   std::vector<std::string> names;
   FileDescriptor own(::openat(directory, ".", kDirectoryFlags));
   DIR* stream = own ? ::fdopendir(own.get()) : nullptr;
-  if (stream == nullptr) return names;
+  if (stream == nullptr) throw fileSystemError("cannot read the directory " + name, errno);
   (void)own.release();  // the stream closes it
+  errno = 0;
   // NOLINTNEXTLINE(concurrency-mt-unsafe): safe, since each thread reads its own stream
   while (const dirent* entry = ::readdir(stream)) {
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") names.emplace_back(name);
+    const std::string_view found = entry->d_name;
+    if (found != "." && found != "..") names.emplace_back(found);
   }
+  const int error = errno;
   ::closedir(stream);
+  if (error != 0) throw fileSystemError("cannot read the directory " + name, error);
   std::sort(names.begin(), names.end());
   return names;
 }

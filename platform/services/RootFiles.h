@@ -66,7 +66,10 @@ void checkIsOwn(int directory, const std::string& name);
                                                        std::size_t maximumBytes);
 
 /// The names in an open directory, sorted, without "." and "..". Leaves the descriptor unchanged.
+/// None if it cannot be read.
 [[nodiscard]] std::vector<std::string> namesIn(int directory);
+/// The same, but throws if it cannot be read. `name` is for the message.
+[[nodiscard]] std::vector<std::string> namesInOrThrow(int directory, const std::string& name);
 
 /// Whether the user's files may be trusted: true for the effective user and the superuser.
 [[nodiscard]] bool isTrustedUser(uid_t user);

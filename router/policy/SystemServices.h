@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// The machine's own authorities, as the router's decisions use them: polkit and logind on the system
-// bus.
+// The machine's own authorities, as the router's decisions use them: polkit and logind on the
+// system bus.
 //
 // Threading: any thread; callbacks come on the bus's thread.
 // Ownership: must outlive everything that was made from its sources, permits included. A router

@@ -5,15 +5,23 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <exception>
 #include <system_error>
 
 #include "platform/foundation/PrintableText.h"
 #include "platform/services/Authorization.h"
+#include "platform/services/SystemRoot.h"
 #include "tool/terminal/Output.h"
 
 namespace tool {
 
 namespace {
+
+bool isOnSystemRoot() try {
+  return platform::SystemRoot::current().isSystem();
+} catch (const std::exception&) {
+  return false;  // there is no root
+}
 
 /// The meaning of the platform's own status codes, or empty.
 std::string_view authorizationMeaning(const platform::NSError& error) {
@@ -24,7 +32,11 @@ std::string_view authorizationMeaning(const platform::NSError& error) {
     case platform::errAuthorizationCanceled:
       return "authorization canceled";
     case platform::errAuthorizationInteractionNotAllowed:
-      return "there is no terminal to ask for authorization on (--authorize answers without one)";
+      return isOnSystemRoot()
+                 ? "an administrator must allow it, and this login session has no authentication "
+                   "agent to ask one (start one with pkttyagent, or run this as root)"
+                 : "there is no terminal to ask for authorization on (--authorize answers without "
+                   "one)";
     default:
       return {};
   }

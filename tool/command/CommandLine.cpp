@@ -69,7 +69,8 @@ void describe(CLI::App& app, std::string& root, Action& chosen) {
   app.set_version_flag("--version", "wlhid " WLHID_VERSION);
   app.add_option("--root", root,
                  "The system root: the directory that holds router, jobs and log\n"
-                 "(default: $WLHID_ROOT, else wlhid/root in the user's state directory)")
+                 "(default: $WLHID_ROOT, else / if the router's package is installed, else\n"
+                 "wlhid/root in the user's state directory)")
       ->type_name("DIR")
       ->check([](const std::string& value) { return value.empty() ? "is empty" : std::string(); });
   app.require_subcommand(1);
@@ -86,6 +87,7 @@ void describe(CLI::App& app, std::string& root, Action& chosen) {
   addLogVerb(app, chosen);
   addReportVerb(app, chosen);
   addDoctorVerb(app, chosen);
+  addSignVerb(app, chosen);
   addHelpVerb(app, chosen);
 }
 

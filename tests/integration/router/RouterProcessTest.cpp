@@ -225,7 +225,9 @@ TEST_F(RouterProcessTest, OtherOptionsAreRefusedBeforeAnythingIsServed) {
     fs::remove(logFile());
     spawnWith({{"com.quillmar.hideventrouter", listener}}, options);
     EXPECT_EQ(exitStatus(), 1);
-    EXPECT_EQ(log(), "the router cannot run: its only option is --root, with an absolute path\n");
+    EXPECT_EQ(log(),
+              "the router cannot run: its only options are --root, with an absolute path, and "
+              "--system\n");
   }
   ::close(listener);
 }

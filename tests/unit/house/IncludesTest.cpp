@@ -30,6 +30,7 @@ const std::vector<Rule>& rules() {
       {"platform/xpc/",
        {"platform/xpc/", "platform/kit/", "platform/foundation/",
         "platform/services/ServiceEndpoints.h"}},
+      {"platform/signing/", {"platform/signing/", "platform/foundation/"}},
       {"platform/scripted/", {"platform/"}},
       {"platform/system/",
        {"platform/system/", "platform/foundation/", "platform/services/FileDescriptor.h"}},

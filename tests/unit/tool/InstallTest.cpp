@@ -2,8 +2,13 @@
 
 // wlhid install and wlhid uninstall, with every answer of the framework.
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <filesystem>
 
 #include "platform/services/Authorization.h"
+#include "platform/services/ServiceEndpoints.h"
 #include "platform/services/ServiceManagement.h"
 #include "tests/unit/tool/VerbTest.h"
 
@@ -145,6 +150,37 @@ TEST_F(InstallTest, TheCommandLineAnswersWithOneOfThreeWords) {
   EXPECT_EQ(answer("allow"), platform::errAuthorizationSuccess);
   EXPECT_EQ(answer("deny"), platform::errAuthorizationDenied);
   EXPECT_EQ(answer("cancel"), platform::errAuthorizationCanceled);
+}
+
+/// The system's own root, with or without its job daemon.
+class SystemInstallTest : public InstallTest {
+ protected:
+  SystemInstallTest() {
+    ::chmod(system_.path().c_str(), 0755);
+    platform::SystemRoot::setSystemForTests(system_.path());
+    platform::SystemRoot::setCurrent(systemRoot_);
+  }
+  ~SystemInstallTest() override { platform::SystemRoot::setSystemForTests({}); }
+
+  testsupport::TemporaryDirectory system_;
+  platform::SystemRoot systemRoot_{system_.path()};
+};
+
+TEST_F(SystemInstallTest, AMissingDaemonIsNamedBeforeAnybodyIsAsked) {
+  const Outcome outcome = install();
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.err.find("Install the package wlhid-router"), std::string::npos) << outcome.err;
+  platform_.installHelper(kLabel, "1.0");
+  EXPECT_NE(uninstall().err.find("Install the package wlhid-router"), std::string::npos);
+  EXPECT_FALSE(asked());
+}
+
+TEST_F(SystemInstallTest, WithoutAnAgentTheRemedyIsOne) {
+  std::filesystem::create_directories(systemRoot_.controlEndpoint().parent_path());
+  const platform::FileDescriptor daemon(
+      platform::listenUnixSocket(systemRoot_.controlEndpoint().string(), SOCK_STREAM, 8, 0666));
+  platform_.setAuthorizationStatus(platform::errAuthorizationInteractionNotAllowed);
+  EXPECT_NE(install().err.find("start one with pkttyagent"), std::string::npos);
 }
 
 TEST_F(InstallTest, OnTheSystemsOwnRootTheCommandLineDoesNotAnswer) {

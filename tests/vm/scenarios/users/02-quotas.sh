@@ -1,0 +1,20 @@
+# SPDX-License-Identifier: Apache-2.0
+# A thousand connections of one user leave another served.
+# needs: packages
+source /vm/lib.sh
+source /vm/product.sh
+
+have_packages
+start_device device /vm/descriptors/numbered.hid
+active_session bob 2
+id="$(device_id 'Numbered Device')"
+# shellcheck disable=SC2016  # the variable is the inner shell's
+start crowd in_session "$session" bash -c 'ulimit -n 4096; exec delegate-probe "$1" 1000' crowd "$id"
+tell crowd start
+wait_until_says crowd '^[0-9]+ (status [34]|error)' 120
+
+mark "alice comes"
+active_session alice 1
+start_routing route "Numbered Device"
+tell device "report 0000000000000001"
+wait_for 60 "a report for alice" has_routed route 1
