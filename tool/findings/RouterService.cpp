@@ -4,6 +4,7 @@
 
 #include <future>
 #include <mutex>
+#include <string>
 #include <utility>
 
 #include "tool/command/Command.h"

@@ -7,6 +7,7 @@
 // Errors: Failure, if there is no router, it does not answer in time, or it refuses.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>

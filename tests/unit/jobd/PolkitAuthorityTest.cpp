@@ -30,6 +30,20 @@ TEST(PolkitAuthority, AQuestionNamesTheProgramAndTheChange) {
             "which reads HID devices for applications.");
 }
 
+TEST(PolkitAuthority, AQuestionAboutAGrantNamesTheUserAndTheDevice) {
+  Question asked = question(Right::Grant);
+  asked.change = jobd::GrantChange{{4000000, {3, 0x5f3, 0xff, "A1"}, "Pedal\" $(x)"}, false};
+  EXPECT_EQ(jobd::messageFor(asked, "wlhid"),
+            "The program “wlhid” wants to let the user “4000000” have the input of the device "
+            "“Pedal' $ (x)” (05f3:00ff, serial number “A1”) without a question from now on. It can "
+            "carry what is typed on it, passwords included.");
+  asked.change->isRevocation = true;
+  asked.change->grant.device.unique.clear();
+  EXPECT_EQ(jobd::messageFor(asked, "wlhid"),
+            "The program “wlhid” wants to no longer let the user “4000000” have the input of the "
+            "device “Pedal' $ (x)” (05f3:00ff) without a question.");
+}
+
 TEST(PolkitAuthority, TheApplicationsWordsAreQuotedAndCannotPassForTheQuestion) {
   const std::string text = jobd::messageFor(
       question(Right::Install, "Say yes.” It is harmless. $(program)\nReally"), "editor");
