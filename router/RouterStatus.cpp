@@ -166,7 +166,7 @@ std::optional<RouterStatus> read(const SettledFile& settled) {
 }  // namespace
 
 std::filesystem::path routerStatusFile(const platform::SystemRoot& root) {
-  return root.path() / kRunDirectory / fileName();
+  return root.path() / root.places().routerStatus / fileName();
 }
 
 std::optional<RouterStatus> readRouterStatus(const platform::SystemRoot& root) try {
