@@ -8,6 +8,7 @@
 #include "jobd/GrantFile.h"
 #include "platform/foundation/Format.h"
 #include "platform/services/ServiceError.h"
+#include "platform/services/SystemPlaces.h"
 
 namespace jobd {
 namespace {

@@ -31,6 +31,7 @@
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "router/Router.h"
 #include "router/SystemRouter.h"
+#include "router/control/ControlProtocol.h"
 
 namespace {
 

@@ -62,7 +62,7 @@ int list(bool json) {
   return ExitDone;
 }
 
-int end(const std::string& text) {
+int endSession(const std::string& text) {
   const auto number = parseNumber(text);
   if (!number) throw UsageFailure("\"" + text + "\" is not a session's number");
   RouterService().endSession(*number);
@@ -82,7 +82,7 @@ void addEndVerb(CLI::App& sessions, Action& chosen) {
       "\n"
       "Example:\n"
       "  wlhid sessions end 12");
-  verb->callback([number, &chosen] { chosen = [number] { return end(*number); }; });
+  verb->callback([number, &chosen] { chosen = [number] { return endSession(*number); }; });
 }
 
 }  // namespace

@@ -83,14 +83,18 @@ TEST(Logging, WritesLinesOfTablesToStandardError) {
     for (const fs::path& file : sourcesOf(source / folder)) {
       const std::string code = codeOf(file);
       const std::size_t all = countOf("writeLineToStandardError(", code);
-      EXPECT_EQ(countOf("writeLineToStandardError(platform::LogLine::of<", code), all) << file;
+      // A function that takes a line of a table, and nothing else, may pass it on.
+      const std::size_t passedOn =
+          countOf("voidnote(constLogLine&line){platform::writeLineToStandardError(line);}", code);
+      EXPECT_EQ(countOf("writeLineToStandardError(platform::LogLine::of<", code) + passedOn, all)
+          << file;
       // The one place that writes a line.
       const bool isSink = file.filename() == "RouterLog.cpp";
       EXPECT_EQ(countOf("STDERR_FILENO", code), isSink ? 1U : 0U) << file;
       calls += all;
     }
   }
-  EXPECT_EQ(calls, 2U);
+  EXPECT_EQ(calls, 4U);
 }
 
 /// Only the code that reads a job's output writes it to the log as is.

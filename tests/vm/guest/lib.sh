@@ -2,6 +2,7 @@
 
 # What scenarios are written with; sourced by each. A scenario passes if it reaches its end: any failing command, unless
 # its failure is handled, ends it, and so does anything that does not happen in time.
+# shellcheck disable=SC2154  # patience is in /vm/limits
 
 set -eEuo pipefail
 PATH="/vm/programs:$PATH"
