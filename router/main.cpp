@@ -83,7 +83,7 @@ platform::SystemRoot systemRoot(int argc, char** argv) {
   if (argc == 2 && std::string_view(argv[1]) == "--system") return systemsOwnRoot();
   const bool isNamed = argc == 3 && std::string_view(argv[1]) == "--root" && *argv[2] == '/';
   if (argc > 1 && !isNamed)
-    throw std::runtime_error("its options are --root, with an absolute path, and --system");
+    throw std::runtime_error("its only options are --root, with an absolute path, and --system");
   platform::FileDescriptor directory(
       platform::xpc::takePassedDirectory(platform::kRootDescriptorName));
   if (directory) return passedRoot(std::move(directory));
