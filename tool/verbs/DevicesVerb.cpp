@@ -99,7 +99,7 @@ int list(const ListOptions& options) {
   if (options.json) {
     print(asJson(devices));
   } else if (devices.empty() && SystemRoot::current().isSystem()) {
-    print("No HID devices are connected.\n");
+    print("No HID devices are connected, or none that udev has set up yet.\n");
   } else if (devices.empty()) {
     print("No devices. To set up a recording as one: wlhid devices add FILE\n");
   } else {

@@ -133,6 +133,13 @@ TEST_F(HidrawDeviceTest, IsGoneIfItIsRemovedWhileNothingIsThereToRead) {
   reader.join();
 }
 
+TEST_F(HidrawDeviceTest, WhatIsHungUpAndHasNothingToReadIsNotAskedAgain) {
+  nodes_->remove(kNode);
+  nodes_->readResults.assign(2, -EAGAIN);
+  EXPECT_EQ(next(), Next::Gone);
+  EXPECT_EQ(nodes_->reads(), 1U);
+}
+
 TEST_F(HidrawDeviceTest, AReportEndsTheWait) {
   std::thread reader([this] { EXPECT_THAT(report(), ElementsAre(7, 8)); });
   nodes_->report(kNode, {7, 8});

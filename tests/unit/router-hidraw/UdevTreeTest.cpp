@@ -217,7 +217,7 @@ class UdevTreeTest : public testing::Test {
   }
 
   UMockdevTestbed* testbed_ = nullptr;
-  const router::UdevTree tree_;
+  const router::UdevTree tree_{};
   const HidrawSource source_;
   std::vector<std::string> problems_;
   const std::string hid_ = "/sys/devices/pci0000:00/usb1/1-2/1-2:1.0/0003:046D:C216.001A";
