@@ -43,7 +43,9 @@ std::shared_ptr<NSError> routerError(IOReturn code, std::string_view description
 IOReturn ioReturnOf(const std::error_code& code) {
   const bool isRefused =
       code == std::errc::permission_denied || code == std::errc::operation_not_permitted;
-  return isRefused ? IOReturn::NotPermitted : IOReturn::IOError;
+  if (isRefused) return IOReturn::NotPermitted;
+  if (code == std::errc::device_or_resource_busy) return IOReturn::ExclusiveAccess;
+  return code == std::errc::no_such_device ? IOReturn::NoDevice : IOReturn::IOError;
 }
 
 bool isEndOfRecording(const platform::NSError& error) {

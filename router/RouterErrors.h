@@ -35,7 +35,8 @@ inline constexpr std::string_view WLHIDDeviceKey = "WLHIDDevice";
 [[nodiscard]] std::shared_ptr<platform::NSError> routerError(IOReturn code,
                                                              std::string_view description,
                                                              std::uint64_t registryEntryID);
-/// The code for a system error: NotPermitted if permissions are missing, otherwise IOError.
+/// The code for a system error: NotPermitted if permissions are missing, ExclusiveAccess if another
+/// program has taken the device, NoDevice if it is no longer there, otherwise IOError.
 [[nodiscard]] IOReturn ioReturnOf(const std::error_code& code);
 /// Whether this is the router's error for a client that has received a recording to its end.
 [[nodiscard]] bool isEndOfRecording(const platform::NSError& error);

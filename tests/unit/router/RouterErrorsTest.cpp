@@ -50,12 +50,14 @@ TEST(RouterErrors, AnErrorOfADeviceNamesIt) {
   EXPECT_EQ(descriptionIn(*error), "none");
 }
 
-TEST(RouterErrors, MissingRightsAreToldFromOtherFailures) {
+TEST(RouterErrors, CausesThatAClientCanActOnAreTold) {
   const auto named = [](std::errc error) {
     return router::ioReturnOf(std::make_error_code(error));
   };
   EXPECT_EQ(named(std::errc::permission_denied), IOReturn::NotPermitted);
   EXPECT_EQ(named(std::errc::operation_not_permitted), IOReturn::NotPermitted);
+  EXPECT_EQ(named(std::errc::device_or_resource_busy), IOReturn::ExclusiveAccess);
+  EXPECT_EQ(named(std::errc::no_such_device), IOReturn::NoDevice);
   EXPECT_EQ(named(std::errc::no_such_file_or_directory), IOReturn::IOError);
   EXPECT_EQ(router::ioReturnOf({}), IOReturn::IOError);
 }
