@@ -42,7 +42,9 @@ class RoutedDevice::Playback {
 
  private:
   void run(RoutedDevice* routed) {
-    switch (play(routed)) {
+    const OpenDevice::Next last = play(routed);
+    device_->releaseExclusive();  // before another client gets the place
+    switch (last) {
       case OpenDevice::Next::Ended:
         routed->hasEnded(this, true);
         break;
@@ -133,7 +135,7 @@ RoutedDevice::~RoutedDevice() {
 std::shared_ptr<platform::NSError> RoutedDevice::admit(
     const std::shared_ptr<Subscription>& subscription) {
   if (auto error = takePlace(subscription)) return error;
-  auto error = prepare();
+  auto error = prepare(subscription);
   if (error != nullptr) remove(subscription);
   return error;
 }
@@ -202,17 +204,18 @@ std::vector<RoutedDevice::Wake> RoutedDevice::takeWakesLocked() {
 }
 
 /// Opens the device unless it is open. Reading a file takes time, so this happens outside the lock;
-/// if two threads open it at once, one wins.
-std::shared_ptr<platform::NSError> RoutedDevice::prepare() {
+/// if two threads open it at once, one wins. A client that has left in the meantime leaves nothing
+/// open.
+std::shared_ptr<platform::NSError> RoutedDevice::prepare(
+    const std::shared_ptr<Subscription>& subscription) {
   {
     const std::lock_guard lock(mutex_);
     if (playback_ != nullptr) return nullptr;
   }
   std::unique_ptr<Playback> opened;
   try {
-    auto device = open_();
-    if (device == nullptr) return goneError();
-    opened = std::make_unique<Playback>(std::move(device));
+    opened = openFor(subscription->mode());
+    if (opened == nullptr) return goneError();
   } catch (const DeviceError& error) {
     return routerError(ioReturnOf(error.code()), error.what(), description_.registryEntryID);
   } catch (const std::exception& error) {
@@ -221,19 +224,31 @@ std::shared_ptr<platform::NSError> RoutedDevice::prepare() {
                        description_.registryEntryID);
   }
   const std::lock_guard lock(mutex_);
-  if (playback_ == nullptr) playback_.swap(opened);
+  if (playback_ == nullptr && hasPlaceLocked(subscription)) playback_.swap(opened);
   return nullptr;
+}
+
+/// Null if the device no longer exists.
+std::unique_ptr<RoutedDevice::Playback> RoutedDevice::openFor(DeviceMode mode) {
+  auto device = open_();
+  if (device == nullptr) return nullptr;
+  OpenDevice& opened = *device;
+  auto playback = std::make_unique<Playback>(std::move(device));
+  // Last: while an unusable device is refused, nobody else is deprived of it.
+  if (mode == DeviceMode::Exclusive) opened.takeExclusively();
+  return playback;
 }
 
 void RoutedDevice::begin(const std::shared_ptr<Subscription>& subscription) {
   const std::lock_guard lock(mutex_);
-  if (!hasPlaceLocked(subscription)) return;
+  if (!hasPlaceLocked(subscription) || playback_ == nullptr) return;
   subscription->begin();
   if (!playback_->isRunning()) playback_->start(this);
 }
 
 void RoutedDevice::remove(const std::shared_ptr<Subscription>& subscription) {
   subscription->end();
+  closeExclusive(subscription);
   // Destroyed, and their threads joined, outside the lock.
   std::unique_ptr<Playback> ended;
   std::vector<std::unique_ptr<Playback>> over;
@@ -249,6 +264,15 @@ void RoutedDevice::remove(const std::shared_ptr<Subscription>& subscription) {
     wakes = takeWakesLocked();
   }
   for (const Wake& wake : wakes) wake();
+}
+
+/// Closes the device of an exclusive client while that still has its place: what others could not
+/// take yet, they are not to be offered.
+void RoutedDevice::closeExclusive(const std::shared_ptr<Subscription>& subscription) {
+  if (subscription->mode() != DeviceMode::Exclusive) return;
+  std::unique_ptr<Playback> closed;  // destroyed after the lock
+  const std::lock_guard lock(mutex_);
+  if (hasPlaceLocked(subscription)) closed = std::move(playback_);
 }
 
 void RoutedDevice::setSubscriptionsLocked(std::shared_ptr<const Subscriptions> subscriptions) {

@@ -8,6 +8,10 @@
 // recording that has been played to its end, they are closed too, and the next client gets a fresh
 // device; a client that is slow to read the rest delays no one.
 //
+// For an exclusive client the device is taken from everybody else on the computer, until it has
+// been closed or has failed. Only then is the client's place free, so that the next one can take
+// it.
+//
 // Threading: any thread but the device's own.
 // Ownership: shares the subscriptions from waitsForPlace() or admit() to remove(), or to the report
 //   after it.
@@ -74,7 +78,9 @@ class RoutedDevice {
   void forgetWaitingLocked(const std::shared_ptr<Subscription>& subscription);
   /// Assigns places that have become free. The wakes are to be called without the lock.
   [[nodiscard]] std::vector<Wake> takeWakesLocked();
-  std::shared_ptr<platform::NSError> prepare();
+  std::shared_ptr<platform::NSError> prepare(const std::shared_ptr<Subscription>& subscription);
+  std::unique_ptr<Playback> openFor(DeviceMode mode);
+  void closeExclusive(const std::shared_ptr<Subscription>& subscription);
   void setSubscriptionsLocked(std::shared_ptr<const Subscriptions> subscriptions);
   /// These two do nothing if the playback has been given up in the meantime.
   void goneAway(Playback* playback);

@@ -92,10 +92,20 @@ class Feed {
   std::deque<Step> steps_;
 };
 
+/// Whether a device has been taken from everybody else, and what befell it.
+struct Taking {
+  std::atomic<bool> isTaken{false};
+  std::atomic<int> times{0};
+  std::optional<std::error_code> refusal;  ///< instead of taking it
+};
+
 class FedDevice final : public OpenDevice {
  public:
-  FedDevice(Feed* feed, std::vector<std::uint8_t> descriptor, bool waits)
-      : feed_(feed), reportDescriptor_(std::move(descriptor)), waits_(waits) {}
+  FedDevice(Feed* feed, std::vector<std::uint8_t> descriptor, bool waits, Taking* taking = nullptr)
+      : feed_(feed), reportDescriptor_(std::move(descriptor)), waits_(waits), taking_(taking) {}
+  ~FedDevice() override {
+    if (taking_ != nullptr && hasTaken_) taking_->isTaken = false;
+  }
   [[nodiscard]] const std::vector<std::uint8_t>& reportDescriptor() const override {
     return reportDescriptor_;
   }
@@ -108,11 +118,23 @@ class FedDevice final : public OpenDevice {
     *returnReport = report_;
     return step->next;
   }
+  void takeExclusively() override {
+    if (taking_ == nullptr) return;
+    if (taking_->refusal) throw DeviceError("it is taken", *taking_->refusal);
+    EXPECT_FALSE(taking_->isTaken.exchange(true)) << "it has not been given back";
+    hasTaken_ = true;
+    ++taking_->times;
+  }
+  void releaseExclusive() override {
+    if (taking_ != nullptr && std::exchange(hasTaken_, false)) taking_->isTaken = false;
+  }
 
  private:
   Feed* const feed_;
   const std::vector<std::uint8_t> reportDescriptor_;
   const bool waits_;
+  Taking* const taking_;
+  bool hasTaken_ = false;
   std::vector<std::uint8_t> report_;
 };
 
@@ -225,7 +247,7 @@ class RoutedDeviceTest : public testing::Test {
         [this]() -> std::unique_ptr<OpenDevice> {
           ++opened_;
           if (onOpen_) return onOpen_();
-          return std::make_unique<FedDevice>(&feed_, bytes(kDescriptor), waits_);
+          return std::make_unique<FedDevice>(&feed_, bytes(kDescriptor), waits_, &taking_);
         },
         [this](std::string_view line) {
           const std::lock_guard lock(logMutex_);
@@ -259,6 +281,7 @@ class RoutedDeviceTest : public testing::Test {
   }
 
   Feed feed_;
+  Taking taking_;
   bool waits_ = false;
   std::atomic<int> opened_{0};
   std::function<std::unique_ptr<OpenDevice>()> onOpen_;
