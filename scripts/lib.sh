@@ -10,8 +10,8 @@ set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$ROOT"
 
-BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libarchive-dev)
-TEST_PACKAGES=(libgtest-dev libgmock-dev clang-14 lld-14 llvm-14 pkg-config libplist-dev libicu-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libarchive-dev libudev-dev)
+TEST_PACKAGES=(libgtest-dev libgmock-dev clang-14 lld-14 llvm-14 libplist-dev libicu-dev)
 
 say() { printf '%s\n' "$*"; }
 fail() {

@@ -37,6 +37,10 @@ const std::vector<Rule>& rules() {
       {"diagnostics/", {"diagnostics/", "WLHIDAccess/", "platform/"}},
       {"jobd/", {"jobd/", "helper-install/MachO.h", "platform/"}},
       {"router/", {"router/", "router-client/WLHIDEventRouterProtocols.h", "platform/"}},
+      {"router/hidraw/",
+       {"router/hidraw/", "router/Devices.h", "router/DeviceFiles.h",
+        "router/RouterLimits.h", "router/StopSignal.h", "platform/foundation/",
+        "platform/services/"}},
       // What an application sees; and, because the command also sets up and inspects a root, how
       // devices are set up and named, what the router reports about itself, and the tables of log
       // lines.
@@ -78,6 +82,23 @@ std::vector<std::string> includesOf(const fs::path& file) {
   return found;
 }
 
+/// The files that include a header of the system's.
+std::vector<std::string> usersOf(std::string_view header, const fs::path& source) {
+  const std::string line = "#include <" + std::string(header) + ">";
+  std::vector<std::string> found;
+  for (const Rule& rule : rules()) {
+    for (const fs::path& file : sourcesOf(source / rule.folder)) {
+      std::ifstream in(file);
+      for (std::string each; std::getline(in, each);) {
+        if (each == line) found.push_back(fs::relative(file, source));
+      }
+    }
+  }
+  std::ranges::sort(found);
+  found.erase(std::unique(found.begin(), found.end()), found.end());
+  return found;
+}
+
 bool isAllowed(const Rule& rule, const std::string& include) {
   return std::ranges::any_of(
       rule.mayInclude, [&](std::string_view beginning) { return include.starts_with(beginning); });
@@ -107,6 +128,12 @@ TEST(Includes, AreWrittenFromTheRootOfTheRepository) {
         EXPECT_TRUE(fs::exists(source / include)) << file << ": " << include;
     }
   }
+}
+
+TEST(Includes, OneFileKnowsLibudev) {
+  const fs::path source = sourceDirectory();
+  ASSERT_FALSE(source.empty());
+  EXPECT_EQ(usersOf("libudev.h", source), std::vector<std::string>{"router/hidraw/UdevTree.cpp"});
 }
 
 std::string withoutCase(std::string text) {
