@@ -38,7 +38,7 @@ const std::vector<Rule>& rules() {
       {"jobd/", {"jobd/", "helper-install/MachO.h", "platform/"}},
       {"router/", {"router/", "router-client/WLHIDEventRouterProtocols.h", "platform/"}},
       {"router/hidraw/",
-       {"router/hidraw/", "router/Devices.h", "router/DeviceFiles.h",
+       {"router/hidraw/", "router/policy/DeviceClass.h", "router/Devices.h", "router/DeviceFiles.h",
         "router/RouterLimits.h", "router/StopSignal.h", "platform/foundation/",
         "platform/services/"}},
       // What an application sees; and, because the command also sets up and inspects a root, how
