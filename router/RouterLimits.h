@@ -66,6 +66,14 @@ struct RouterLimits {
   /// Else a name fills every table and message that shows it.
   static constexpr std::size_t kNameCharacters = 128;
 
+  // Reports of a device are read in advance while they are delivered. Each open device keeps this
+  // much memory.
+  /// Else a device that sends without pause is read without end, and nothing is delivered.
+  static constexpr std::size_t kReadAheadReports = 512;
+  static constexpr std::size_t kReadAheadBytes = std::size_t{128} << 10;
+  /// The kernel's own limit; a longer report would be cut off.
+  static constexpr std::size_t kHidrawReportBytes = 16384;
+
   // Report descriptors. The parsed descriptor stays in memory while the device is open.
   static constexpr std::size_t kDescriptorBytes = 65535;
   static constexpr std::size_t kCollectionDepth = 64;
