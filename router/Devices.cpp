@@ -3,13 +3,19 @@
 #include "router/Devices.h"
 
 #include "router/ReplaySource.h"
+#ifdef __linux__
+#include "router/hidraw/HidrawSource.h"
+#endif
 
 namespace router {
 
 std::vector<std::unique_ptr<DeviceSource>> deviceSources(const platform::SystemRoot& root,
                                                          const RouterLimits& limits) {
   std::vector<std::unique_ptr<DeviceSource>> sources;
-  sources.push_back(std::make_unique<ReplaySource>(root, limits));
+  if (!root.isSystem()) sources.push_back(std::make_unique<ReplaySource>(root, limits));
+#ifdef __linux__
+  if (root.isSystem()) sources.push_back(std::make_unique<HidrawSource>());
+#endif
   return sources;
 }
 

@@ -2,8 +2,9 @@
 
 // The devices that the router can route, and where they come from.
 //
-// A device source knows devices of one kind. So far there is one, the replay source: each of its
-// devices is a recording, configured by a property list <root>/etc/hideventrouter/<name>.plist:
+// A device source knows devices of one kind. The system's own root has the computer's HID devices
+// (router/hidraw/HidrawSource.h) and nothing else. A user's root has replayed devices: each is a
+// recording, configured by a property list <root>/etc/hideventrouter/<name>.plist:
 //
 //   Source     string   "replay"
 //   Recording  string   name of a recording in the hid-recorder text format, a file in the
@@ -15,9 +16,9 @@
 //   Name       string, optional: replaces the name in the recording
 //   Device     integer, optional: which device of a recording of several; default 0
 //
-// Registry entry IDs are derived from the source and the configuration, so every process that lists
-// the same root gets the same IDs; a device whose configuration changes becomes another device.
-// Replayed devices have IDs above 0x100000000.
+// A replayed device's registry entry ID is derived from the source and the configuration, so every
+// process that lists the same root gets the same IDs; a device whose configuration changes becomes
+// another device. They are above 0x100000000, those of the computer's devices below.
 //
 // Adding a device copies its recording into the root. The original file does not matter from then
 // on, and the router opens nothing outside the root.
@@ -43,6 +44,7 @@
 #include "platform/services/SystemRoot.h"
 #include "router/RouterLimits.h"
 #include "router/StopSignal.h"
+#include "router/policy/DeviceClass.h"
 
 namespace router {
 
@@ -52,7 +54,11 @@ struct DeviceDescription {
   std::uint32_t bus = 0;  ///< the kernel's number: 3 USB, 5 Bluetooth, 0x18 I²C
   std::uint32_t vendor = 0;
   std::uint32_t product = 0;
-  std::string source;  ///< for messages: "replay NAME.hid"
+  std::string source;  ///< for messages: "replay NAME.hid", "hidraw0"
+  // Only of the computer's devices; empty if unknown.
+  std::string physicalPath = {};                ///< where it is connected
+  std::string unique = {};                      ///< its serial number or address
+  std::optional<std::uint32_t> interface = {};  ///< which interface of a USB device
   friend bool operator==(const DeviceDescription&, const DeviceDescription&) = default;
 };
 
@@ -95,9 +101,16 @@ class DeviceSource {
   virtual std::vector<DeviceDescription> list(std::vector<std::string>* returnProblems) const = 0;
   /// Null if the source has no such device; throws DeviceError if it has one that cannot be opened.
   [[nodiscard]] virtual std::unique_ptr<OpenDevice> open(std::uint64_t registryEntryID) const = 0;
+  /// What is known of a device now; it may change while its drivers are being loaded. Nothing if
+  /// the source has no such device, or only recordings, whose owner decides. Throws DeviceError if
+  /// the device's source cannot be asked.
+  [[nodiscard]] virtual std::optional<DeviceFacts> factsOf(
+      std::uint64_t /*registryEntryID*/) const {
+    return std::nullopt;
+  }
 };
 
-/// All device sources of a root.
+/// All device sources of a root: recordings on a user's, the computer's devices on the system's.
 [[nodiscard]] std::vector<std::unique_ptr<DeviceSource>> deviceSources(
     const platform::SystemRoot& root, const RouterLimits& limits = {});
 
@@ -132,8 +145,8 @@ struct ReplayDevice {
 /// names a configuration, that one and its copy are replaced. If the name is derived from the
 /// recording's, nothing is replaced: the device gets another name, or is the existing one if a
 /// configuration of that name already plays the same content with the same settings. Throws
-/// DeviceError, and leaves nothing behind, if the recording cannot be played or copied or the name
-/// is not a valid file name.
+/// DeviceError, and leaves nothing behind, if the recording cannot be played or copied, the name is
+/// not a valid file name or the root is the system's own.
 std::uint64_t addReplayDevice(const platform::SystemRoot& root, const ReplayDevice& device);
 
 /// A configuration file, whether or not it yields a device.

@@ -205,6 +205,11 @@ std::uint64_t setUp(const SystemRoot& root, const ReplayDevice& device, const Re
 }  // namespace
 
 std::uint64_t addReplayDevice(const SystemRoot& root, const ReplayDevice& device) {
+  if (root.isSystem()) {
+    throw DeviceError(
+        "the system's own root has the computer's devices only; a recording becomes a device on a "
+        "root of your own");
+  }
   ReplayDevice added = device;
   added.name = platform::printableLine(device.name, RouterLimits::kNameCharacters);
   if (!added.configuration.empty() && !SystemRoot::isValidLabel(added.configuration)) {
@@ -221,10 +226,12 @@ std::uint64_t addReplayDevice(const SystemRoot& root, const ReplayDevice& device
 }
 
 std::vector<ConfiguredDevice> configuredReplayDevices(const SystemRoot& root) {
+  if (root.isSystem()) return {};
   return ReplaySource(root).configured();
 }
 
 bool removeReplayDevice(const SystemRoot& root, const std::string& configuration) {
+  if (root.isSystem()) return false;
   const DeviceFiles files(root);
   const auto device = configuredDevice(root, configuration);
   // As long as the old copy exists, nobody else's copy can get its name.

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// The computer's HID devices, by way of the kernel's hidraw nodes.
+//
+// A device is listed once udev's rules have run for it, so what is listed can be opened if this
+// process has been given the right to. Listing needs no right.
+//
+// A registry entry ID is made of the number in the kernel's name of the HID device (HidName.h): it
+// is the same for every process, outlives a restart of the router, and is never used again while
+// the system is up.
+//
+// Threading, Order: as in Devices.h.
+// Errors: a device that cannot be identified or described is left out of a listing and reported as
+//   one line, "hidraw0: cause". open() throws DeviceError: with permission_denied or
+//   operation_not_permitted if this process has no right to the device, and no_such_device if it
+//   has just been removed.
+#pragma once
+
+#include "router/Devices.h"
+#include "router/hidraw/HidrawSystem.h"
+
+namespace router {
+
+class HidrawSource final : public DeviceSource {
+ public:
+  explicit HidrawSource(HidrawSystem system = HidrawSystem::real()) : system_(std::move(system)) {}
+  std::vector<DeviceDescription> list(std::vector<std::string>* returnProblems) const override;
+  [[nodiscard]] std::unique_ptr<OpenDevice> open(std::uint64_t registryEntryID) const override;
+  [[nodiscard]] std::optional<DeviceFacts> factsOf(std::uint64_t registryEntryID) const override;
+
+ private:
+  struct Found;
+  [[nodiscard]] std::optional<Found> identify(SystemDevice hidraw, std::string* problem) const;
+  [[nodiscard]] std::optional<Found> find(std::uint64_t registryEntryID) const;
+  [[nodiscard]] DeviceDescription describe(const Found& found) const;
+
+  const HidrawSystem system_;
+};
+
+}  // namespace router
