@@ -11,7 +11,7 @@ ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$ROOT"
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libarchive-dev libudev-dev)
-TEST_PACKAGES=(libgtest-dev libgmock-dev clang-14 lld-14 llvm-14 libplist-dev libicu-dev)
+TEST_PACKAGES=(libgtest-dev libgmock-dev clang-14 lld-14 llvm-14 libplist-dev libicu-dev libumockdev-dev)
 
 say() { printf '%s\n' "$*"; }
 fail() {
