@@ -29,6 +29,11 @@ std::string identity(const DeviceDescription& device) {
   return text.data();
 }
 
+/// Null if empty.
+nlohmann::ordered_json textOrNull(const std::string& text) {
+  return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
+}
+
 std::string asJson(const std::vector<DeviceDescription>& devices) {
   auto list = nlohmann::ordered_json::array();
   for (const DeviceDescription& device : devices) {
@@ -37,7 +42,11 @@ std::string asJson(const std::vector<DeviceDescription>& devices) {
                     {"bus", device.bus},
                     {"vendor", device.vendor},
                     {"product", device.product},
-                    {"source", device.source}});
+                    {"source", device.source},
+                    {"physicalPath", textOrNull(device.physicalPath)},
+                    {"unique", textOrNull(device.unique)},
+                    {"interface", device.interface ? nlohmann::ordered_json(*device.interface)
+                                                   : nlohmann::ordered_json()}});
   }
   return list.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
@@ -95,6 +104,8 @@ int list(bool json) {
   for (const std::string& problem : problems) complain(problem + removalOf(problem));
   if (json) {
     print(asJson(devices));
+  } else if (devices.empty() && SystemRoot::current().isSystem()) {
+    print("No HID devices are connected, or none that udev has set up yet.\n");
   } else if (devices.empty()) {
     print("No devices. To set up a recording as one: wlhid devices add FILE\n");
   } else {

@@ -71,10 +71,22 @@ TEST_F(DevicesTest, TheListIsAnArrayForPrograms) {
                              {"bus", 3},
                              {"vendor", 0x627},
                              {"product", 0xa1},
-                             {"source", "replay m.hid"}}}));
+                             {"source", "replay m.hid"},
+                             {"physicalPath", nullptr},
+                             {"unique", nullptr},
+                             {"interface", nullptr}}}));
   const std::string out = devices({"--json"}).out;
   EXPECT_TRUE(out.starts_with("[\n  {\n    \"registryEntryID\": ")) << out;
   EXPECT_NE(out.find("Ma\\u00fcs"), std::string::npos) << out;
+}
+
+TEST_F(DevicesTest, TheSystemsOwnRootHasTheComputersDevicesAndTakesNoRecordings) {
+  platform::SystemRoot::setCurrent(platform::SystemRoot("/"));
+  EXPECT_TRUE(listed().is_array());
+  EXPECT_TRUE(
+      isRefusal(addText("R: 2 05 01\n"), 1,
+                "the system's own root has the computer's devices only; a recording becomes "
+                "a device on a root of your own"));
 }
 
 TEST_F(DevicesTest, AddTakesTheSettings) {
