@@ -189,6 +189,7 @@ TEST_F(Root, AServicesEndpointIsForItsOwnerAlone) {
 }
 
 TEST_F(Root, NoDaemonIsStartedForTheSystemsOwn) {
+  std::filesystem::create_directories(root.path());
   platform::SystemRoot::setSystemForTests(root.path());
   try {
     platform::JobDaemon(root).ensureRunning();
