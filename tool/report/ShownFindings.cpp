@@ -18,10 +18,12 @@ using nlohmann::ordered_json;
 
 constexpr std::uint32_t kLargestModelNumber = 0xFFFF;
 
-/// The names of the checks in Diagnosis.cpp; that of a job is followed by its label.
-constexpr std::array<std::string_view, 12> kChecks{
-    "system root",    "job",        "own copy", "installed copy", "versions", "presence",
-    "running router", "job daemon", "endpoint", "devices",        "log",      "disk"};
+/// The names of the checks in Diagnosis.cpp and SystemChecks.cpp; that of a job is followed by its
+/// label.
+constexpr std::array<std::string_view, 16> kChecks{
+    "system root",    "job",           "own copy", "installed copy", "versions", "presence",
+    "running router", "job daemon",    "endpoint", "devices",        "log",      "disk",
+    "polkit",         "login session", "ordinary", "sensitive"};
 
 std::string shownName(std::string_view check) {
   constexpr std::string_view kJob = "job ";
