@@ -8,6 +8,7 @@
 #include <chrono>
 #include <future>
 #include <memory>
+#include <utility>
 
 #include "platform/system/PeerProcess.h"
 #include "platform/system/PolkitClient.h"
@@ -81,8 +82,10 @@ void askLogind(AuthorityFindings& findings, SystemBus& bus, const PeerProcess& s
   if (!findings.session) findings.sessionProblem = "logind has not answered in time";
 }
 
-AuthorityFindings notAskable(const std::string& why) {
-  return {why, std::nullopt, why};
+AuthorityFindings notAskable(std::string why) {
+  AuthorityFindings findings;
+  findings.busProblem = std::move(why);
+  return findings;
 }
 
 }  // namespace
@@ -90,16 +93,14 @@ AuthorityFindings notAskable(const std::string& why) {
 AuthorityFindings askAuthorities(const platform::SystemRoot& root, const SessionLookup& lookup) {
   const std::string socket = root.path() / "run/dbus/system_bus_socket";
   struct stat status {};
-  if (::stat(socket.c_str(), &status) != 0)
-    return notAskable("the system's message bus, " + socket + ": " + describeErrno(errno));
+  if (::stat(socket.c_str(), &status) != 0) return notAskable(socket + ": " + describeErrno(errno));
   std::string whyNot;
   const auto self = PeerProcess::ofProcess(::getpid(), ::geteuid(), {}, whyNot);
   if (!self) return notAskable("this process cannot be identified: " + whyNot);
   SystemBus::Options options;
   options.address = "unix:path=" + socket;
   SystemBus bus(options);
-  if (!isConnectedInTime(bus))
-    return notAskable("the system's message bus, " + socket + ", cannot be connected to");
+  if (!isConnectedInTime(bus)) return notAskable(socket + ": no connection in time");
   AuthorityFindings findings;
   findings.polkitProblem = polkitProblem(bus, *self);
   askLogind(findings, bus, *self, lookup);

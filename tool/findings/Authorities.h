@@ -15,6 +15,7 @@
 namespace tool {
 
 struct AuthorityFindings {
+  std::string busProblem;     ///< why neither can be asked, or empty
   std::string polkitProblem;  ///< why polkit does not decide, or empty
   /// The login session that this process belongs to; nothing if it belongs to none.
   std::optional<platform::system::SessionState> session{};

@@ -50,8 +50,8 @@ Check routerSocketCheck(const SocketUnit& socket, const std::vector<SocketUnit>&
   const std::string name = "endpoint";
   if (isOpen(socket.endpoint)) return passed(name, socket.endpoint.path);
   if (socket.state == UnitState::Missing)
-    return reinstallPackage(name, problemWith(socket.endpoint) + ", and there is no unit " +
-                                      socket.name);
+    return reinstallPackage(name,
+                            problemWith(socket.endpoint) + ", and there is no unit " + socket.name);
   if (socket.state == UnitState::Masked)
     return failed(name, "an administrator has forbidden the router: " + socket.name + " is masked",
                   "to allow it again",
@@ -64,11 +64,11 @@ Check routerSocketCheck(const SocketUnit& socket, const std::vector<SocketUnit>&
 Check daemonSocketCheck(const SocketUnit& socket) {
   const std::string name = "job daemon";
   if (socket.state == UnitState::Masked)
-    return notAsked(name, "an administrator has forbidden installing: " + socket.name +
-                              " is masked");
+    return notAsked(name,
+                    "an administrator has forbidden installing: " + socket.name + " is masked");
   if (socket.state == UnitState::Missing)
-    return reinstallPackage(name, problemWith(socket.endpoint) + ", and there is no unit " +
-                                      socket.name);
+    return reinstallPackage(name,
+                            problemWith(socket.endpoint) + ", and there is no unit " + socket.name);
   return failed(name, problemWith(socket.endpoint), "have systemd listen anew",
                 restart("wlhid-jobd.service", socket.name));
 }
@@ -86,6 +86,10 @@ Check daemonCheck(const Inventory& inventory) {
 }
 
 Check polkitCheck(const AuthorityFindings& authorities) {
+  if (!authorities.busProblem.empty())
+    return failed("polkit", "there is no way to ask it: " + authorities.busProblem,
+                  "nothing is routed or installed without the system's message bus; start it",
+                  asSuperuser("systemctl start dbus.socket"));
   if (authorities.polkitProblem.empty()) return passed("polkit", "answers");
   return failed("polkit", authorities.polkitProblem,
                 "nothing is routed or installed without it; restart it",
@@ -104,19 +108,21 @@ Check sessionCheckOf(const SessionState& state) {
     return failed(name, state.session + ": not active; input goes to the session in front alone",
                   "switch to it", "loginctl activate " + shellWord(state.session));
   if (state.isRemote)
-    return notAsked(name, state.session + ", from elsewhere; what polkit allows to any session "
-                                          "applies, by default nothing");
+    return notAsked(name, state.session +
+                              ", from elsewhere; what polkit allows to any session "
+                              "applies, by default nothing");
   return passed(name, state.session + ", active");
 }
 
 Check sessionCheck(const AuthorityFindings& authorities) {
   const std::string name = "login session";
+  if (!authorities.busProblem.empty())
+    return notAsked(name, "unknown without the system's message bus");
   if (authorities.session) return sessionCheckOf(*authorities.session);
   if (!authorities.sessionProblem.empty())
     return failed(name, authorities.sessionProblem, "see whether logind runs",
                   "systemctl status systemd-logind.service");
-  return notAsked(name,
-                  "none; what polkit allows to any process applies, by default nothing");
+  return notAsked(name, "none; what polkit allows to any process applies, by default nothing");
 }
 
 Check connectedCheck(std::size_t count) {
@@ -150,8 +156,7 @@ Check classCheck(DeviceClass deviceClass, const std::vector<ListedDevice>& devic
   const bool isOrdinary = deviceClass == DeviceClass::Ordinary;
   const std::string name = isOrdinary ? "ordinary" : "sensitive";
   const Permissions may = permissionsFor(deviceClass, devices);
-  std::string found =
-      "you may route " + std::to_string(may.yes) + " of " + std::to_string(may.all);
+  std::string found = "you may route " + std::to_string(may.yes) + " of " + std::to_string(may.all);
   if (may.administrator != 0)
     found += ", and " + std::to_string(may.administrator) + " if an administrator agrees";
   if (may.unknown != 0) found += "; nobody has decided about " + std::to_string(may.unknown);
@@ -185,13 +190,14 @@ std::vector<Check> systemPlaceChecks(const Inventory& inventory) {
   std::vector<Check> checks;
   for (const PlaceProblem& place : inventory.system->placeProblems) {
     const std::string path = shellWord(place.path);
-    checks.push_back(place.isOpenToOthers
-                         ? failed(name, place.problem, "give it back to the superuser alone",
-                                  asSuperuser("chown root " + path) + " && " +
-                                      asSuperuser("chmod go-w " + path))
-                         : failed(name, place.problem, "repair it, or the file system"));
+    checks.push_back(
+        place.isOpenToOthers
+            ? failed(name, place.problem, "give it back to the superuser alone",
+                     asSuperuser("chown root " + path) + " && " + asSuperuser("chmod go-w " + path))
+            : failed(name, place.problem, "repair it, or the file system"));
   }
-  if (checks.empty()) checks.push_back(passed(name, inventory.root.path().string() + ", the system's own"));
+  if (checks.empty())
+    checks.push_back(passed(name, inventory.root.path().string() + ", the system's own"));
   return checks;
 }
 

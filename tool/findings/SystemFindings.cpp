@@ -33,7 +33,7 @@ PlaceProblem problemOf(const fs::path& path, const platform::ServiceError& error
   struct stat status {};
   if (error.code() != platform::ServiceErrorCode::NotPermitted ||
       ::stat(path.c_str(), &status) != 0)
-    return {path, error.what(), false};
+    return {path, path.string() + ": " + error.what(), false};
   return {path,
           platform::stringWithFormat(
               "%s: belongs to user %u and has mode %04o; nothing is run from it unless only the "

@@ -248,6 +248,18 @@ TEST(SystemDiagnosis, WithoutPolkitNothingIsAllowed) {
                 asSuperuser("systemctl restart polkit.service"));
 }
 
+TEST(SystemDiagnosis, WithoutABusNobodyDecides) {
+  Inventory inventory = wellKept();
+  inventory.system->authorities = {};
+  inventory.system->authorities.busProblem = "/run/bus: No such file or directory";
+  EXPECT_EQ(checkOf(inventory, "polkit"),
+            "failed: there is no way to ask it: /run/bus: No such file or directory -> nothing is "
+            "routed or installed without the system's message bus; start it: " +
+                asSuperuser("systemctl start dbus.socket"));
+  EXPECT_EQ(checkOf(inventory, "login session"),
+            "not asked: unknown without the system's message bus");
+}
+
 TEST(SystemDiagnosis, InputGoesToTheSessionInFront) {
   Inventory inventory = wellKept();
   auto& session = inventory.system->authorities.session;

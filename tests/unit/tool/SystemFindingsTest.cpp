@@ -13,6 +13,7 @@
 #include "router/RouterStatus.h"
 #include "tests/unit/tool/SystemVerbTest.h"
 #include "tool/findings/Inventory.h"
+#include "tool/report/ShownFindings.h"
 
 namespace tool {
 namespace {
@@ -20,6 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 using platform::FileDescriptor;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 class SystemFindingsTest : public SystemVerbTest {
  protected:
@@ -52,24 +54,23 @@ class SystemFindingsTest : public SystemVerbTest {
     router::RouterStatus status;
     status.pid = 77;
     status.version = "1.0";
-    return std::make_unique<FakeRouter>(
-        platform_, [=](platform::ScriptedConnection& connection) {
-          for (const Object& dictionary :
-               {Object(router::dictionaryOf(status)), Object(router::dictionaryOf(devices))}) {
-            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-            while (connection.pendingRequests() == 0) {
-              std::this_thread::yield();
-              if (std::chrono::steady_clock::now() > deadline) {
-                ADD_FAILURE() << "it was not asked";
-                return;
-              }
-            }
-            platform::XPCValues values;
-            values.append(dictionary);
-            values.append(Object());
-            connection.deliverReply(values);
+    return std::make_unique<FakeRouter>(platform_, [=](platform::ScriptedConnection& connection) {
+      for (const Object& dictionary :
+           {Object(router::dictionaryOf(status)), Object(router::dictionaryOf(devices))}) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (connection.pendingRequests() == 0) {
+          std::this_thread::yield();
+          if (std::chrono::steady_clock::now() > deadline) {
+            ADD_FAILURE() << "it was not asked";
+            return;
           }
-        });
+        }
+        platform::XPCValues values;
+        values.append(dictionary);
+        values.append(Object());
+        connection.deliverReply(values);
+      }
+    });
   }
   [[nodiscard]] SystemFindings findings(bool isInstalled = false) const {
     return takeSystemFindings(root_, isInstalled);
@@ -90,9 +91,8 @@ TEST_F(SystemFindingsTest, AnEmptyRootHasNoSocketsAndNothingWrongWithItsPlaces) 
   EXPECT_EQ(found.daemonSocket.endpoint.path, root_.controlEndpoint().string());
   EXPECT_FALSE(isOpen(found.daemonSocket.endpoint));
   EXPECT_FALSE(found.router.asked) << "there is nothing to connect to";
-  EXPECT_EQ(found.authorities.polkitProblem,
-            "the system's message bus, " + (root_.path() / "run/dbus/system_bus_socket").string() +
-                ": No such file or directory");
+  EXPECT_EQ(found.authorities.busProblem,
+            (root_.path() / "run/dbus/system_bus_socket").string() + ": No such file or directory");
 }
 
 TEST_F(SystemFindingsTest, AUnitIsThePackagesUnlessAnAdministratorMasksIt) {
@@ -108,7 +108,8 @@ TEST_F(SystemFindingsTest, ADirectoryThatOthersMayWriteToIsNamedOnce) {
   const fs::path open = root_.path() / "var/lib/wlhid";
   fs::create_directories(open / "jobs");
   fs::create_directories(open / "helpers");
-  for (const char* above : {"var", "var/lib"}) fs::permissions(root_.path() / above, fs::perms(0755));
+  for (const char* above : {"var", "var/lib"})
+    fs::permissions(root_.path() / above, fs::perms(0755));
   ASSERT_EQ(::chmod(open.c_str(), 0777), 0);
   const SystemFindings found = findings();
   ASSERT_EQ(found.placeProblems.size(), 1U);
@@ -128,7 +129,8 @@ TEST_F(SystemFindingsTest, APlaceThatIsALinkIsNotGivenBack) {
   ASSERT_EQ(found.placeProblems.size(), 1U);
   EXPECT_EQ(found.placeProblems[0].path, (root_.path() / "usr/lib/wlhid").string());
   EXPECT_FALSE(found.placeProblems[0].isOpenToOthers);
-  EXPECT_THAT(found.placeProblems[0].problem, HasSubstr("usr/lib/wlhid"));
+  EXPECT_THAT(found.placeProblems[0].problem,
+              StartsWith((root_.path() / "usr/lib/wlhid").string() + ": "));
 }
 
 TEST_F(SystemFindingsTest, ARootThatOthersMayWriteToIsAProblemItself) {
@@ -173,9 +175,35 @@ TEST_F(SystemFindingsTest, DoctorAndReportTakeTheRoutersWord) {
   EXPECT_EQ(inventory.router->pid, 77);
 }
 
+TEST_F(SystemFindingsTest, AReportShowsStatesButNoNames) {
+  installVersion("1.0");
+  const FileDescriptor socket = listenAt("com.quillmar.hideventrouter.control");
+  const auto router = routerThatTells({pedal()});
+  Inventory inventory = takeInventory(root_);
+  platform::system::SessionState session;
+  session.session = "c1 of somebody";
+  session.isLocked = true;
+  inventory.system->authorities.session = session;
+  const nlohmann::ordered_json shown = shownRoot(inventory)["system"];
+  EXPECT_EQ(shown["placesWithProblems"], 0);
+  EXPECT_EQ(shown["sockets"].size(), 3U);
+  EXPECT_EQ(shown["sockets"][1]["unit"], "missing");
+  EXPECT_EQ(shown["sockets"][1]["mayConnect"], true);
+  EXPECT_EQ(shown["routerAsked"], true);
+  EXPECT_EQ(shown["busHasProblem"], true);
+  EXPECT_EQ(shown["loginSession"],
+            (nlohmann::ordered_json{
+                {"active", false}, {"locked", true}, {"remote", false}, {"ended", false}}));
+  EXPECT_EQ(shown["devices"], nlohmann::ordered_json::array(
+                                  {{{"class", "sensitive"}, {"permission", "administrator"}}}));
+  for (const char* secret : {"Pedal", "somebody", "report 1", "/run"})
+    EXPECT_EQ(shown.dump().find(secret), std::string::npos) << secret;
+}
+
 TEST_F(SystemFindingsTest, AUsersRootHasNone) {
-  const platform::SystemRoot own(directory_.path() / "own");
-  EXPECT_FALSE(takeInventory(own).system);
+  const Inventory inventory = takeInventory(platform::SystemRoot(directory_.path() / "own"));
+  EXPECT_FALSE(inventory.system);
+  EXPECT_EQ(shownRoot(inventory)["system"], nullptr);
 }
 
 TEST_F(SystemFindingsTest, DoctorChecksWhatTheSystemsOwnRootNeeds) {
