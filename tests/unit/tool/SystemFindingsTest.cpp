@@ -7,10 +7,12 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
 #include "router/RouterStatus.h"
+#include "tests/support/OtherUser.h"
 #include "tests/unit/tool/SystemVerbTest.h"
 #include "tool/findings/Inventory.h"
 #include "tool/report/ShownFindings.h"
@@ -93,6 +95,17 @@ TEST_F(SystemFindingsTest, AnEmptyRootHasNoSocketsAndNothingWrongWithItsPlaces) 
   EXPECT_FALSE(found.router.asked) << "there is nothing to connect to";
   EXPECT_EQ(found.authorities.busProblem,
             (root_.path() / "run/dbus/system_bus_socket").string() + ": No such file or directory");
+}
+
+TEST_F(SystemFindingsTest, ASocketThatIsNotTheSuperusersIsRefused) {
+  const FileDescriptor socket = listenAt("jobd");
+  EXPECT_TRUE(isOpen(findings().daemonSocket.endpoint));
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "needs a second user";
+  const std::string path = root_.controlEndpoint();
+  ASSERT_EQ(::chown(path.c_str(), testsupport::kOtherUser, testsupport::kOtherUser), 0);
+  EXPECT_FALSE(isOpen(findings().daemonSocket.endpoint));
+  EXPECT_EQ(findings().daemonSocket.endpoint.problem,
+            path + ": belongs to user 12345, not to root");
 }
 
 TEST_F(SystemFindingsTest, AUnitIsThePackagesUnlessAnAdministratorMasksIt) {
