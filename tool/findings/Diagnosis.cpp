@@ -5,9 +5,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "tool/command/Command.h"
 #include "tool/command/Invocation.h"
+#include "tool/findings/SystemChecks.h"
 
 namespace tool {
 
@@ -19,19 +21,6 @@ constexpr std::uint64_t kMinimumFreeFiles = 16;
 
 constexpr std::string_view kReinstallProgram =
     "reinstall this program: the router that it carries is missing or damaged";
-
-Check passed(std::string name, std::string found) {
-  return {std::move(name), Check::State::Passed, std::move(found), {}, {}};
-}
-Check failed(std::string name, std::string found, std::string_view remedy,
-             const std::string& command = {}) {
-  std::string whole(remedy);
-  if (!command.empty()) whole += ": " + command;
-  return {std::move(name), Check::State::Failed, std::move(found), std::move(whole), command};
-}
-Check notAsked(std::string name, std::string why) {
-  return {std::move(name), Check::State::NotAsked, std::move(why), {}, {}};
-}
 
 Check replaceable(std::string name, std::string found, const RouterVersions& versions) {
   return failed(std::move(name), std::move(found), "replace it with this program's",
@@ -52,7 +41,9 @@ Check rootCheck(const RootState& root) {
                 "install the router on this user's own root", commandLineOnOwnRoot({"install"}));
 }
 
-Check jobCheck(const RouterVersions& versions) {
+Check jobCheck(const Inventory& inventory) {
+  const RouterVersions& versions = inventory.presence.versions;
+  if (!versions.installed && inventory.system) return systemJobCheck(inventory);
   if (!versions.installed)
     return failed("job", versions.jobProblem, "install the router", commandLine({"install"}));
   if (versions.installed->state == CopyState::NoPath)
@@ -92,6 +83,9 @@ Check presenceCheck(const PresenceCheck& presence) {
 
 Check routerCheck(const Inventory& inventory) {
   const std::string name = "running router";
+  const bool isUnknown =
+      inventory.system && (!inventory.router || !inventory.system->router.devices);
+  if (isUnknown) return unaskedRouterCheck(*inventory.system);
   if (!inventory.router) return passed(name, "not running; it starts when an application connects");
   const router::RouterStatus& running = *inventory.router;
   const std::string found =
@@ -101,7 +95,8 @@ Check routerCheck(const Inventory& inventory) {
       installed->version != running.version) {
     return failed(name, found + ", but version " + installed->version + " is installed",
                   "end it; the installed version starts when an application connects",
-                  "kill " + std::to_string(running.pid));
+                  inventory.system ? "systemctl stop wlhid-router.service"
+                                   : "kill " + std::to_string(running.pid));
   }
   return passed(name, found + ", " + std::to_string(running.sessions.size()) +
                           " sessions, reports lost: " + std::to_string(running.lost));
@@ -219,6 +214,27 @@ Check diskCheck(const DiskState& disk) {
                 "free some space: nothing can be installed, and the log loses lines");
 }
 
+/// The router that would be used, and whether it counts as installed.
+std::vector<Check> presenceChecks(const Inventory& inventory) {
+  const PresenceCheck& presence = inventory.presence;
+  std::vector<Check> checks{jobCheck(inventory), ownCopyCheck(presence.versions.bundle),
+                            installedCopyCheck(presence.versions), versionsCheck(presence)};
+  // Only if the checks above do not explain the answer.
+  const bool explained = std::ranges::count(checks, Check::State::Failed, &Check::state) != 0;
+  if (presence.installed == explained) checks.push_back(presenceCheck(presence));
+  return checks;
+}
+
+/// What only a user's root needs.
+std::vector<Check> ownRootChecks(const Inventory& inventory) {
+  std::vector<Check> checks;
+  addJobChecks(checks, inventory);
+  addEndpointChecks(checks, inventory);
+  addDeviceChecks(checks, inventory.devices);
+  checks.push_back(logCheck(inventory.log));
+  return checks;
+}
+
 std::string verdictOf(const PresenceCheck& presence, const std::vector<Check>& checks) {
   const auto failures = std::ranges::count(checks, Check::State::Failed, &Check::state);
   if (failures == 0) return "The router is installed, current and in order.";
@@ -259,19 +275,12 @@ std::string lineOf(const Check& check, bool colours) {
 
 Diagnosis diagnose(const Inventory& inventory) {
   const PresenceCheck& presence = inventory.presence;
-  std::vector<Check> checks{rootCheck(inventory.rootState), jobCheck(presence.versions),
-                            ownCopyCheck(presence.versions.bundle),
-                            installedCopyCheck(presence.versions), versionsCheck(presence)};
-  // Only if the checks above do not explain the answer.
-  const bool explained = std::ranges::any_of(checks.begin() + 1, checks.end(), [](const Check& c) {
-    return c.state == Check::State::Failed;
-  });
-  if (presence.installed == explained) checks.push_back(presenceCheck(presence));
+  std::vector<Check> checks =
+      inventory.system ? systemPlaceChecks(inventory) : std::vector{rootCheck(inventory.rootState)};
+  std::ranges::move(presenceChecks(inventory), std::back_inserter(checks));
   checks.push_back(routerCheck(inventory));
-  addJobChecks(checks, inventory);
-  addEndpointChecks(checks, inventory);
-  addDeviceChecks(checks, inventory.devices);
-  checks.push_back(logCheck(inventory.log));
+  std::ranges::move(inventory.system ? systemChecks(inventory) : ownRootChecks(inventory),
+                    std::back_inserter(checks));
   checks.push_back(diskCheck(inventory.disk));
   const bool inOrder = std::ranges::count(checks, Check::State::Failed, &Check::state) == 0;
   return {verdictOf(presence, checks), inOrder, std::move(checks)};

@@ -10,18 +10,10 @@
 #include <string_view>
 #include <vector>
 
+#include "tool/findings/Check.h"
 #include "tool/findings/Inventory.h"
 
 namespace tool {
-
-struct Check {
-  enum class State { Passed, Failed, NotAsked };
-  std::string name;
-  State state = State::NotAsked;
-  std::string found;    ///< one clause
-  std::string remedy;   ///< empty unless it failed
-  std::string command;  ///< the part of it that can be pasted into a shell, or empty
-};
 
 struct Diagnosis {
   std::string verdict;  ///< one sentence

@@ -46,10 +46,6 @@ std::string whyNotStartable() {
              : withCause("the job daemon's program " + program, errno);
 }
 
-bool mayConnectTo(const std::string& endpoint) {
-  return ::faccessat(AT_FDCWD, endpoint.c_str(), W_OK, AT_EACCESS) == 0;
-}
-
 /// The process that listens on the daemon's endpoint, whether or not it answers; -1 if none does.
 pid_t processAtControlEndpoint(const SystemRoot& root) try {
   const auto directory = platform::openRoot(root);
@@ -62,35 +58,6 @@ pid_t processAtControlEndpoint(const SystemRoot& root) try {
   return peer ? peer->process : -1;
 } catch (const std::exception&) {
   return -1;
-}
-
-/// Clients connect only to endpoints that belong to root or to their own user.
-std::string endpointProblem(const Endpoint& endpoint) {
-  if (!S_ISSOCK(endpoint.mode)) return endpoint.path + ": not a socket";
-  if (platform::isTrustedUser(endpoint.owner)) return {};
-  return endpoint.path + ": belongs to user " + std::to_string(endpoint.owner) +
-         ", not to root or this user";
-}
-
-Endpoint endpointOf(const SystemRoot& root, const std::string& service) {
-  Endpoint endpoint;
-  endpoint.service = service;
-  if (!SystemRoot::isValidLabel(service)) {
-    endpoint.problem = "\"" + oneLine(service) + "\" is not a valid service name";
-    return endpoint;
-  }
-  endpoint.path = root.endpoint(service);
-  struct stat status {};
-  if (::lstat(endpoint.path.c_str(), &status) != 0) {
-    if (errno != ENOENT) endpoint.problem = withCause(endpoint.path, errno);
-    return endpoint;
-  }
-  endpoint.exists = true;
-  endpoint.owner = status.st_uid;
-  endpoint.mode = status.st_mode;
-  endpoint.mayConnect = mayConnectTo(endpoint.path);
-  endpoint.problem = endpointProblem(endpoint);
-  return endpoint;
 }
 
 /// The directory itself, or its nearest existing ancestor.
@@ -128,14 +95,6 @@ JobDaemonState askJobDaemon(const SystemRoot& root) {
     daemon.process = processAtControlEndpoint(root);
   }
   return daemon;
-}
-
-std::vector<Endpoint> endpointsOf(const SystemRoot& root,
-                                  const std::vector<std::string>& services) {
-  std::vector<Endpoint> endpoints;
-  endpoints.reserve(services.size());
-  for (const std::string& service : services) endpoints.push_back(endpointOf(root, service));
-  return endpoints;
 }
 
 DeviceList devicesOf(const SystemRoot& root) {
@@ -201,15 +160,19 @@ DiskState diskOf(const SystemRoot& root) {
 Inventory takeInventory(const SystemRoot& root) {
   PresenceCheck presence = checkPresence();
   auto endpoints = endpointsOf(root, presence.versions.services);
+  std::optional<SystemFindings> system;
+  if (root.isSystem()) system = takeSystemFindings(root, presence.versions.installed.has_value());
+  auto router = system ? system->router.status : runningRouter(root);
   return {root,
           stateOf(root),
           std::move(presence),
-          runningRouter(root),
+          std::move(router),
           askJobDaemon(root),
           std::move(endpoints),
           devicesOf(root),
           logOf(root),
-          diskOf(root)};
+          diskOf(root),
+          std::move(system)};
 }
 
 }  // namespace tool

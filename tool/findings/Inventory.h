@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // What exists on a system root: versions of the router, jobs, endpoints, devices, the log. Nothing
-// is started or changed.
+// is changed, and on a user's root nothing is started.
 //
 // Threading: the main thread.
 // Errors: a part that cannot be read is empty, with the reason in its `problem`; the parts do not
@@ -19,20 +19,11 @@
 #include "platform/services/SystemRoot.h"
 #include "router/Devices.h"
 #include "router/RouterStatus.h"
+#include "tool/findings/Endpoint.h"
 #include "tool/findings/PresenceCheck.h"
+#include "tool/findings/SystemFindings.h"
 
 namespace tool {
-
-/// The socket of a service of the job.
-struct Endpoint {
-  std::string service;
-  std::string path;
-  bool exists = false;
-  uid_t owner = static_cast<uid_t>(-1);
-  mode_t mode = 0;
-  bool mayConnect = false;  ///< the file's mode lets this user connect
-  std::string problem;      ///< why no client would connect to it, or empty
-};
 
 struct JobDaemonState {
   bool asked = false;                           ///< one runs, or seems to
@@ -72,8 +63,6 @@ struct DeviceList {
 /// The status that a running router reports.
 [[nodiscard]] std::optional<router::RouterStatus> runningRouter(const platform::SystemRoot& root);
 [[nodiscard]] JobDaemonState askJobDaemon(const platform::SystemRoot& root);
-[[nodiscard]] std::vector<Endpoint> endpointsOf(const platform::SystemRoot& root,
-                                                const std::vector<std::string>& services);
 [[nodiscard]] DeviceList devicesOf(const platform::SystemRoot& root);
 [[nodiscard]] LogState logOf(const platform::SystemRoot& root);
 [[nodiscard]] RootState stateOf(const platform::SystemRoot& root);
@@ -90,6 +79,7 @@ struct Inventory {
   DeviceList devices;
   LogState log;
   DiskState disk;
+  std::optional<SystemFindings> system{};  ///< of the system's own root
 };
 
 [[nodiscard]] Inventory takeInventory(const platform::SystemRoot& root);

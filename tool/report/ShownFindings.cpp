@@ -18,10 +18,12 @@ using nlohmann::ordered_json;
 
 constexpr std::uint32_t kLargestModelNumber = 0xFFFF;
 
-/// The names of the checks in Diagnosis.cpp; that of a job is followed by its label.
-constexpr std::array<std::string_view, 12> kChecks{
-    "system root",    "job",        "own copy", "installed copy", "versions", "presence",
-    "running router", "job daemon", "endpoint", "devices",        "log",      "disk"};
+/// The names of the checks in Diagnosis.cpp and SystemChecks.cpp; that of a job is followed by its
+/// label.
+constexpr std::array<std::string_view, 16> kChecks{
+    "system root",    "job",           "own copy", "installed copy", "versions", "presence",
+    "running router", "job daemon",    "endpoint", "devices",        "log",      "disk",
+    "polkit",         "login session", "ordinary", "sensitive"};
 
 std::string shownName(std::string_view check) {
   constexpr std::string_view kJob = "job ";
@@ -115,6 +117,56 @@ ordered_json shownEndpoint(const Endpoint& endpoint) {
           {"hasProblem", !endpoint.problem.empty()}};
 }
 
+std::string_view shownUnit(UnitState state) {
+  if (state == UnitState::Missing) return "missing";
+  return state == UnitState::Masked ? "masked" : "present";
+}
+
+ordered_json shownSocketUnit(const SocketUnit& unit) {
+  ordered_json shown = shownEndpoint(unit.endpoint);
+  shown["unit"] = shownUnit(unit.state);
+  return shown;
+}
+
+/// Null if the process belongs to no session, or its session is not known.
+ordered_json shownLoginSession(const std::optional<platform::system::SessionState>& session) {
+  if (!session) return {};
+  return {{"active", session->isActive},
+          {"locked", session->isLocked},
+          {"remote", session->isRemote},
+          {"ended", session->hasEnded}};
+}
+
+/// Null if the router has not answered: what it says of each device.
+ordered_json shownPermissions(const std::optional<std::vector<router::ListedDevice>>& devices) {
+  if (!devices) return {};
+  ordered_json shown = ordered_json::array();
+  for (const auto& each : *devices) {
+    shown.push_back({{"class", !each.deviceClass                                    ? "unknown"
+                               : *each.deviceClass == router::DeviceClass::Ordinary ? "ordinary"
+                                                                                    : "sensitive"},
+                     {"permission", router::nameOf(each.permission)}});
+  }
+  return shown;
+}
+
+/// Null on a user's root.
+ordered_json shownSystem(const std::optional<SystemFindings>& system) {
+  if (!system) return {};
+  ordered_json sockets = ordered_json::array();
+  for (const SocketUnit& unit : system->routerSockets) sockets.push_back(shownSocketUnit(unit));
+  sockets.push_back(shownSocketUnit(system->daemonSocket));
+  const AuthorityFindings& authorities = system->authorities;
+  return {{"placesWithProblems", system->placeProblems.size()},
+          {"sockets", sockets},
+          {"routerAsked", system->router.asked},
+          {"routerHasProblem", !system->router.problem.empty()},
+          {"busHasProblem", !authorities.busProblem.empty()},
+          {"polkitHasProblem", !authorities.polkitProblem.empty()},
+          {"loginSession", shownLoginSession(authorities.session)},
+          {"devices", shownPermissions(system->router.devices)}};
+}
+
 }  // namespace
 
 ordered_json shownNumber(std::uint64_t number) {
@@ -188,7 +240,8 @@ ordered_json shownRoot(const Inventory& inventory) {
             {"hasProblem", !log.problem.empty()}}},
           {"disk",
            {{"freeMiB", shownNumber(inventory.disk.freeBytes >> 20)},
-            {"hasProblem", !inventory.disk.problem.empty()}}}};
+            {"hasProblem", !inventory.disk.problem.empty()}}},
+          {"system", shownSystem(inventory.system)}};
 }
 
 ordered_json shownTrial(const TrialResult& trial, DeviceOrder& devices) {

@@ -30,9 +30,9 @@ void addDoctorVerb(CLI::App& app, Action& chosen) {
       "doctor", "Checks everything that routing needs, and says how to fix what is wrong");
   verb->add_flag("--json", *json, "Print one JSON object");
   verb->footer(
-      "The first line is the verdict. Nothing is started or changed. A command after \"->\" can "
-      "be\n"
-      "pasted into a shell as is.\n"
+      "The first line is the verdict. Nothing is changed, and nothing started, except on the\n"
+      "system's own root, where router and job daemon start when they are asked. A command after\n"
+      "\"->\" can be pasted into a shell as is.\n"
       "Exit status: 0 everything is in order, 1 something is not.\n"
       "\n"
       "Example:\n"
