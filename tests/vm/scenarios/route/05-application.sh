@@ -7,6 +7,7 @@ source /vm/product.sh
 have_packages
 active_session alice
 start_device device /vm/descriptors/numbered.hid
+bring_router
 start probe in_session "$session" /vm/programs/delegate-probe "$(device_id 'Numbered Device')"
 for round in 1 2 3; do
   tell probe start
