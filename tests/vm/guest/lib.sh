@@ -13,9 +13,18 @@ chmod 755 "$scratch"
 cleanups=()
 at_end() { cleanups+=("$*"); } # at_end COMMAND…: the last first
 clean_up() {
-  local index
+  local status=$? index
+  [[ $status -eq 0 ]] || last_words
   for ((index = ${#cleanups[@]} - 1; index >= 0; --index)); do eval "${cleanups[index]}" || true; done
   rm -rf "$scratch"
+}
+last_words() { # of the programs that were started
+  local name
+  for name in "${!pids[@]}"; do
+    [[ -s $(output "$name") ]] || continue
+    printf -- '--- the last lines of %s\n' "$name"
+    tail -n 5 "$(output "$name")" | cut -c 1-300
+  done
 }
 trap clean_up EXIT
 trap 'printf "%s:%s: failed: %s\n" "${BASH_SOURCE[0]##*/}" "$LINENO" "$BASH_COMMAND" >&2' ERR

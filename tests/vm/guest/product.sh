@@ -94,6 +94,17 @@ start_routing() { # start_routing NAME DEVICE: in the scenario's session, until 
 }
 reports_routed() { sed -n 's/.*"report":{[^}]*"data":"\([0-9a-f]*\)".*/\1/p' "$(output "$1")"; } # reports_routed NAME
 has_routed() { [[ $(reports_routed "$1" | wc -l) -ge $2 ]]; }                                     # has_routed NAME NUMBER
+# One action after the other: what has not been handed over is merged with the movement after it.
+inject_routed() { # inject_routed NAME ACTION…: until all that each action makes has been routed
+  local name="$1" action reports
+  shift
+  for action; do
+    reports="$(reports_routed "$name" | wc -l)"
+    case "$action" in click* | key*) ((reports += 2)) ;; *) ((reports += 1)) ;; esac
+    inject "$action"
+    wait_for 30 "$action to be routed" has_routed "$name" "$reports"
+  done
+}
 stop_routing() { # stop_routing NAME
   kill -INT "$(process_of "$1")"
   finish "$1"
@@ -111,6 +122,11 @@ expect_routed_as_read() { # expect_routed_as_read ROUTING READER
   reports_routed "$1" >"$scratch/routed"
   expect "that anything was read" test -s "$scratch/read"
   expect_same "what was read and what was routed" "$scratch/read" "$scratch/routed"
+}
+
+# An application sees the router as installed if it is the one that the application brings itself.
+bring_router() { # where delegate-probe looks for its copy
+  install -D -m 644 "/usr/lib/wlhid/helpers/$LABEL" "/vm/programs/Contents/Library/LaunchServices/$LABEL"
 }
 
 router_process() { systemctl show --property MainPID --value wlhid-router.service; }

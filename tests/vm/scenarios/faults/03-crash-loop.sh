@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # A router that crashes again and again neither spins nor leaves its socket dead.
 # needs: packages
+# seconds: 300
 source /vm/lib.sh
 source /vm/product.sh
 

@@ -14,7 +14,6 @@ inject "plug usb-tablet first"
 at_end "inject 'unplug first' 2>/dev/null"
 start_reader reader "$(node_of 'QEMU QEMU USB Tablet')"
 start_routing route "QEMU QEMU USB Tablet"
-inject "point 100 200" "point 200 300"
-wait_for 30 "reports" has_routed route 2
+inject_routed route "point 100 200" "point 200 300"
 stop_reader reader
 expect_routed_as_read route reader

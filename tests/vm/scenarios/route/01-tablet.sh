@@ -9,8 +9,8 @@ active_session alice
 decide route-sensitive alice yes
 start_reader reader "$(node_of 'QEMU QEMU USB Tablet')"
 start_routing route "QEMU QEMU USB Tablet"
-inject "pointer Tablet" "point 100 200" "point 300 400" "click left" "point 32767 0"
-wait_for 30 "reports" has_routed route 5
+inject "pointer Tablet"
+inject_routed route "point 100 200" "point 300 400" "click left" "point 32767 0"
 stop_reader reader
 expect_routed_as_read route reader
 stop_routing route

@@ -9,8 +9,8 @@ active_session alice
 decide route-sensitive alice yes
 start_reader reader "$(node_of 'QEMU QEMU USB Mouse')"
 start_routing route "QEMU QEMU USB Mouse"
-inject "pointer Mouse" "move 5 -3" "click right" "move -120 80"
-wait_for 30 "reports" has_routed route 4
+inject "pointer Mouse"
+inject_routed route "move 5 -3" "click right" "move -120 80"
 stop_reader reader
 expect_routed_as_read route reader
 stop_routing route

@@ -21,8 +21,8 @@ start second in_session "$session" wlhid route --json --mode 1 "$id"
 wait_until_says second "\"code\":$EXCLUSIVE_ACCESS"
 start system cat "$(input_nodes_of "$node" | head -n 1)"
 
-inject "pointer Tablet" "point 100 200" "point 300 400"
-wait_for 30 "reports for the owner" has_routed owner 2
+inject "pointer Tablet"
+inject_routed owner "point 100 200" "point 300 400"
 expect_equal "reports for the second client" 0 "$(reports_routed second | wc -l)"
 expect_failure "input for the system" test -s "$(output system)"
 

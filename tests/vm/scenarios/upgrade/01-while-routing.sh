@@ -16,6 +16,7 @@ report_arrives() { # report_arrives NUMBER
 have_packages
 active_session alice
 start_device device /vm/descriptors/numbered.hid
+bring_router
 start probe in_session "$session" /vm/programs/delegate-probe "$(device_id 'Numbered Device')"
 number=0
 report_arrives 0

@@ -7,6 +7,7 @@ source /vm/product.sh
 have_packages
 start_device device /vm/descriptors/numbered.hid
 active_session bob 2
+bring_router
 id="$(device_id 'Numbered Device')"
 # shellcheck disable=SC2016  # the variable is the inner shell's
 start crowd in_session "$session" bash -c 'ulimit -n 4096; exec delegate-probe "$1" 1000' crowd "$id"

@@ -8,14 +8,16 @@ have_packages
 active_session alice
 keyboard="$(device_id 'QEMU QEMU USB Keyboard')"
 wlhid grant "$keyboard" --user alice
-at_end "wlhid revoke $keyboard --user alice 2>/dev/null"
+at_end "wlhid revoke 1 2>/dev/null"
+expect_equal "the grants" '["QEMU QEMU USB Keyboard"]' "$(wlhid grants --json | jq -c 'map(.name)')"
 start_routing route "QEMU QEMU USB Keyboard"
 inject "key a"
 wait_for 30 "what was typed" has_routed route 2
 stop_routing route
 
 mark "revoked"
-wlhid revoke "$keyboard" --user alice
+wlhid revoke 1
+expect_equal "the grants" "[]" "$(wlhid grants --json | jq -c .)"
 start again in_session "$session" wlhid route --json "$keyboard"
 wait_for 60 "a refusal" is_refused again
 inject "key b"
