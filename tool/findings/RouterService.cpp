@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "tool/command/Command.h"
+#include "tool/command/Invocation.h"
 
 namespace tool {
 
@@ -19,6 +20,16 @@ using router::RouterControlProtocol;
 constexpr std::chrono::seconds kReplyLimit{30};
 /// Somebody may have to find a password.
 constexpr std::chrono::seconds kPersonLimit{300};
+
+/// A connection that fails says nothing to a person.
+std::string causeOf(const std::shared_ptr<platform::NSError>& error) {
+  const bool isConnections =
+      error != nullptr && (error->code() == platform::NSXPCConnectionInvalid ||
+                           error->code() == platform::NSXPCConnectionInterrupted);
+  if (!isConnections) return describeError(error);
+  return "none answers at " + std::string(router::kControlService) +
+         " (see why: " + commandLine({"doctor"}) + ")";
+}
 
 }  // namespace
 
@@ -66,7 +77,7 @@ std::shared_ptr<platform::NSDictionary> RouterService::askFor(
     });
   });
   if (answer.error != nullptr || answer.dictionary == nullptr)
-    throw Failure("the router cannot be asked: " + describeError(answer.error));
+    throw Failure("the router cannot be asked: " + causeOf(answer.error));
   return std::move(answer.dictionary);
 }
 
@@ -86,8 +97,7 @@ void RouterService::endSession(std::uint64_t number) const {
                                                    const Answered& answered) {
     router.endSession_reply(number, [answered](const auto& error) { answered({nullptr, error}); });
   });
-  if (answer.error != nullptr)
-    throw Failure("the session was not ended: " + describeError(answer.error));
+  if (answer.error != nullptr) throw Failure("the session was not ended: " + causeOf(answer.error));
 }
 
 }  // namespace tool

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "router/Devices.h"
+#include "tests/unit/tool/FakeRouter.h"
 #include "tests/unit/tool/VerbTest.h"
 #include "tool/command/Numbers.h"
 #include "tool/routing/DeviceNames.h"
@@ -82,7 +83,12 @@ TEST_F(DevicesTest, TheListIsAnArrayForPrograms) {
 
 TEST_F(DevicesTest, TheSystemsOwnRootHasTheComputersDevicesAndTakesNoRecordings) {
   platform::SystemRoot::setCurrent(platform::SystemRoot("/"));
-  EXPECT_TRUE(listed().is_array());
+  {
+    const FakeRouter router(platform_, [](platform::ScriptedConnection& connection) {
+      connection.deliverInvalidation();
+    });
+    EXPECT_TRUE(listed().is_array());
+  }
   EXPECT_TRUE(
       isRefusal(addText("R: 2 05 01\n"), 1,
                 "the system's own root has the computer's devices only; a recording becomes "

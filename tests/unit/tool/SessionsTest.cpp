@@ -106,7 +106,9 @@ TEST_F(SystemSessionsTest, ARouterThatIsNotThereIsAComplaint) {
   });
   const Outcome outcome = run(addSessionsVerb, {"sessions"});
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_THAT(outcome.err, HasSubstr("the router cannot be asked: "));
+  EXPECT_THAT(outcome.err,
+              HasSubstr("the router cannot be asked: none answers at "
+                        "com.quillmar.hideventrouter.control (see why: wlhid doctor)"));
 }
 
 TEST_F(SystemSessionsTest, StatusAsksTheRouter) {
