@@ -30,20 +30,35 @@ std::size_t residentBuffers() {
   return resident;
 }
 
+constexpr std::size_t kReleased = 50;  // KiB at least, of about 60
+
+/// Whether the memory that was busy is given back. No event signals this.
+bool isReleased(std::size_t busy, std::chrono::seconds patience) {
+  const auto limit = std::chrono::steady_clock::now() + patience;
+  while (residentBuffers() + kReleased > busy) {
+    if (std::chrono::steady_clock::now() >= limit) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
 }  // namespace
 
 TEST_F(IdleMemory, ALargeMessageLeavesNone) {
-  constexpr std::size_t kReleased = 50;  // KiB at least, of about 60
   std::atomic<std::size_t> busy{0};
   service_->prepare = [&busy](End& end) {
     end.talker->onData = [&busy] { busy = residentBuffers(); };
   };
   const auto end = connect();
-  client_.proxy()->data_tag(NSData::dataWithBytes(std::vector<std::uint8_t>(60'000)), 1);
-  ASSERT_TRUE(end->log.waitFor("data 60000 1"));
-  const auto limit = std::chrono::steady_clock::now() + kPatience;
-  while (residentBuffers() + kReleased > busy) {  // no event signals this
-    ASSERT_LT(std::chrono::steady_clock::now(), limit) << busy << ", now " << residentBuffers();
-    std::this_thread::yield();
+  const auto message = NSData::dataWithBytes(std::vector<std::uint8_t>(60'000));
+  // The first rounds may find that stacks have grown by as much as was given back. Later ones
+  // don't.
+  constexpr int kRounds = 4;
+  bool wasReleased = false;
+  for (int round = 0; round < kRounds && !wasReleased; ++round) {
+    client_.proxy()->data_tag(message, round);
+    ASSERT_TRUE(end->log.waitFor("data 60000 " + std::to_string(round)));
+    wasReleased = isReleased(busy, kPatience / kRounds);
   }
+  EXPECT_TRUE(wasReleased) << busy << " KiB while busy, now " << residentBuffers();
 }
