@@ -2,7 +2,8 @@
 
 // What the router remembers about its clients, and how it reports it: in its log, in its status and
 // to those that come again.
-#include <regex>
+#include <cinttypes>
+#include <cstdio>
 #include <set>
 
 #include "RouterFixture.h"
@@ -342,13 +343,15 @@ struct Loss {
 };
 
 std::vector<Loss> lossesIn(const Lines& lines) {
-  static const std::regex loss(
-      "session 1 .* is too slow: ([0-9]+) more reports lost, ([0-9]+) in all");
   std::vector<Loss> losses;
   for (const std::string& line : lines) {
-    std::smatch numbers;
-    if (std::regex_match(line, numbers, loss))
-      losses.push_back({std::stoull(numbers[1]), std::stoull(numbers[2])});
+    const std::size_t numbers = line.find(" is too slow: ");
+    Loss loss;
+    if (line.starts_with("session 1 ") && numbers != std::string::npos &&
+        std::sscanf(line.c_str() + numbers,
+                    " is too slow: %" SCNu64 " more reports lost, %" SCNu64 " in all", &loss.more,
+                    &loss.inAll) == 2)
+      losses.push_back(loss);
   }
   return losses;
 }
