@@ -66,6 +66,7 @@ class RoutedDevice::Playback {
       std::span<const std::uint8_t> report;
       for (;;) {
         const auto next = device_->next(stop_, &report);
+        noteLosses(subscriptionsOf(*routed));
         if (next != OpenDevice::Next::Report) return next;
         deliver(report, subscriptionsOf(*routed));
       }
@@ -86,6 +87,13 @@ class RoutedDevice::Playback {
       seenVersion_ = routed.subscriptionsVersion_.load(std::memory_order_relaxed);
     }
     return *subscriptions_;
+  }
+
+  void noteLosses(const Subscriptions& subscriptions) {
+    const std::uint64_t lost = device_->lost();
+    if (lost == seenLost_) return;
+    for (const auto& subscription : subscriptions) subscription->noteLost(lost - seenLost_);
+    seenLost_ = lost;
   }
 
   void deliver(std::span<const std::uint8_t> report, const Subscriptions& subscriptions) {
@@ -118,6 +126,7 @@ class RoutedDevice::Playback {
   std::atomic<bool> isOver_{false};
   std::shared_ptr<const Subscriptions> subscriptions_;  // used by the device's thread
   std::uint64_t seenVersion_ = 0;
+  std::uint64_t seenLost_ = 0;
   std::thread thread_;
 };
 

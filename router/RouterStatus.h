@@ -15,7 +15,7 @@
 //       DeviceName  string     likewise
 //       Exclusive   boolean    likewise
 //       Delivered   integer    reports delivered since its start request
-//       Lost        integer    reports that it was too slow for
+//       Lost        integer    reports that it, or the router, was too slow for
 //
 // It is rewritten when a session begins, ends or changes, and at most once a second while losses
 // grow; the counts are those of that moment. The router removes it when it ends; a router that is

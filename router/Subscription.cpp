@@ -42,6 +42,11 @@ void Subscription::deliver(ReportInTransit* report) {
   send(report);
 }
 
+void Subscription::noteLost(std::uint64_t reports) {
+  const std::lock_guard lock(sending_);
+  if (isActive_) lost_.fetch_add(reports, std::memory_order_relaxed);
+}
+
 void Subscription::deliverWithoutLoss(ReportInTransit* report) {
   if (!covers(report->reportID())) return;
   const std::lock_guard lock(sending_);

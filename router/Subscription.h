@@ -99,6 +99,8 @@ class Subscription {
 
   /// The report is lost if the client has too much unsent already.
   void deliver(ReportInTransit* report);
+  /// So many reports of the device were lost before they could be delivered.
+  void noteLost(std::uint64_t reports);
   /// For a client that the device has waited for.
   void deliverWithoutLoss(ReportInTransit* report);
   /// Waits until the client has room for more reports, or has read all of them; or until it has

@@ -5,20 +5,24 @@
 // An open node is a pipe that keeps reports apart, as hidraw does: the test puts reports into it,
 // and when it removes the device the reader finds it hung up.
 //
-// Threading: one thread, except that reports may come from another.
+// Threading: one thread, except that reports may come from and be read on another.
 #pragma once
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <deque>
 #include <memory>
 #include <set>
 #include <system_error>
+#include <thread>
 
 #include "router/Devices.h"
 #include "router/hidraw/HidrawSystem.h"
@@ -138,13 +142,20 @@ class ScriptedNodes final : public router::DeviceNodes {
       }
     }
   }
+  /// Until its readers have taken all reports.
+  void awaitAllRead(const std::string& node) const {
+    for (const auto& [descriptor, open] : open_) {
+      if (open.node == node) awaitEmpty(descriptor);
+    }
+  }
   /// Its readers find it hung up.
   void remove(const std::string& node) {
     for (auto& [descriptor, open] : open_) {
       if (open.node == node) open.feed.reset();
     }
   }
-  /// The results of the next reads: a length, or a negative error number.
+  /// The results of the next reads: a length, or a negative error number. To be set before reading
+  /// begins.
   std::deque<ssize_t> readResults;
   [[nodiscard]] std::size_t reads() const { return reads_; }
   /// Nodes that are grabbed and still open.
@@ -198,6 +209,15 @@ class ScriptedNodes final : public router::DeviceNodes {
   [[nodiscard]] const Node& nodeOf(int descriptor) const {
     return nodes.at(open_.at(descriptor).node);
   }
+  static void awaitEmpty(int pipe) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    int waiting = 1;
+    while (waiting > 0 && std::chrono::steady_clock::now() < deadline) {
+      ASSERT_EQ(::ioctl(pipe, FIONREAD, &waiting), 0);
+      std::this_thread::yield();
+    }
+    EXPECT_EQ(waiting, 0) << "nobody reads";
+  }
   /// A pipe whose reader has closed it takes nothing more.
   [[nodiscard]] static bool hasReader(const FileDescriptor& feed) {
     pollfd poll{feed.get(), POLLOUT, 0};
@@ -211,7 +231,7 @@ class ScriptedNodes final : public router::DeviceNodes {
     return found;
   }
   mutable std::map<int, Open> open_;  // by descriptor
-  mutable std::size_t reads_ = 0;
+  mutable std::atomic<std::size_t> reads_{0};
 };
 
 /// A gamepad on USB: two interfaces, of which the first is a HID device with a hidraw and an event

@@ -54,14 +54,18 @@ class Feed {
   Feed& operator=(const Feed&) = delete;
   ~Feed() { ::close(descriptor_); }
 
-  void report(const std::string& hex) { push({OpenDevice::Next::Report, bytes(hex)}); }
-  void goAway() { push({OpenDevice::Next::Gone, {}}); }
+  /// `lost` reports before it could not be kept.
+  void report(const std::string& hex, std::uint64_t lost = 0) {
+    push({OpenDevice::Next::Report, bytes(hex), lost});
+  }
+  void goAway(std::uint64_t lost = 0) { push({OpenDevice::Next::Gone, {}, lost}); }
   void end() { push({OpenDevice::Next::Ended, {}}); }
   void fail() { push({OpenDevice::Next::Stopped, {}}); }
 
   struct Step {
     OpenDevice::Next next;
     std::vector<std::uint8_t> report;
+    std::uint64_t lost = 0;
   };
   /// Empty once the signal is raised.
   std::optional<Step> take(const StopSignal& stop) {
@@ -114,10 +118,12 @@ class FedDevice final : public OpenDevice {
     auto step = feed_->take(stop);
     if (!step) return Next::Stopped;
     if (step->next == Next::Stopped) throw std::runtime_error("the cable is cut");
+    lost_ += step->lost;
     report_ = std::move(step->report);
     *returnReport = report_;
     return step->next;
   }
+  [[nodiscard]] std::uint64_t lost() const override { return lost_; }
   void takeExclusively() override {
     if (taking_ == nullptr) return;
     if (taking_->refusal) throw DeviceError("it is taken", *taking_->refusal);
@@ -135,6 +141,7 @@ class FedDevice final : public OpenDevice {
   const bool waits_;
   Taking* const taking_;
   bool hasTaken_ = false;
+  std::uint64_t lost_ = 0;
   std::vector<std::uint8_t> report_;
 };
 

@@ -297,6 +297,28 @@ TEST_F(RoutedDeviceTest, AReaderThatIsTooSlowLosesReportsThatAreCounted) {
   d->remove(quick.subscription);
 }
 
+TEST_F(RoutedDeviceTest, WhatTheRouterIsTooSlowForIsLostToEachReaderOfThatTime) {
+  const auto d = device();
+  Client first;
+  Client second;
+  enter(*d, first);
+  feed_.report("07 01", 3);
+  first.sink->linesOnceThereAre(1);
+  EXPECT_EQ(first.subscription->lost(), 3U);
+  enter(*d, second);
+  feed_.report("07 02");
+  second.sink->linesOnceThereAre(1);
+  EXPECT_EQ(first.subscription->lost(), 3U);
+  EXPECT_EQ(second.subscription->lost(), 0U);
+  feed_.goAway(2);
+  second.sink->awaitFarewell();
+  EXPECT_EQ(first.subscription->lost(), 5U);
+  EXPECT_EQ(second.subscription->lost(), 2U);
+  EXPECT_EQ(first.subscription->delivered(), 2U);
+  d->remove(first.subscription);
+  d->remove(second.subscription);
+}
+
 TEST_F(RoutedDeviceTest, ADeviceThatWaitsForItsReadersLosesNothing) {
   waits_ = true;
   const auto d = device();
