@@ -14,7 +14,6 @@ namespace {
 
 using platform::NSDictionary;
 using platform::NSError;
-using platform::NSString;
 using platform::str;
 
 std::shared_ptr<NSError> errorWithEntries(IOReturn code, std::string_view description,

@@ -132,6 +132,7 @@ std::vector<std::uint8_t> encodeDeviceGrants(const std::vector<DeviceGrant>& gra
   if (grants.size() > kMaximumGrants)
     throw ServiceError(ServiceErrorCode::InvalidArgument, "there are too many grants");
   std::vector<std::shared_ptr<NSObject>> entries;
+  entries.reserve(grants.size());
   for (const DeviceGrant& each : grants) entries.push_back(entryOf(each));
   const auto data = NSPropertyListSerialization::dataWithPropertyList_format_error(
       NSDictionary::dictionaryWithEntries(

@@ -85,7 +85,7 @@ bool isLabelCharacter(char c) {
 
 }  // namespace
 
-SystemRoot::SystemRoot(fs::path directory) : path_(normalised(directory)) {}
+SystemRoot::SystemRoot(const fs::path& directory) : path_(normalised(directory)) {}
 
 SystemRoot::SystemRoot(FileDescriptor directory, fs::path path)
     : path_(std::move(path)),

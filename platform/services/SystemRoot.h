@@ -40,7 +40,7 @@ inline constexpr std::string_view kRootDescriptorName = ".root";
 class SystemRoot {
  public:
   /// Made absolute; need not exist yet.
-  explicit SystemRoot(std::filesystem::path directory);
+  explicit SystemRoot(const std::filesystem::path& directory);
   /// The root that is open as `directory`. The path is only for messages.
   SystemRoot(FileDescriptor directory, std::filesystem::path path);
 

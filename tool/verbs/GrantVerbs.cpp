@@ -118,7 +118,7 @@ std::string asTable(const Grants& grants) {
 
 int list(bool json) {
   if (!SystemRoot::current().isSystem()) {
-    print(json ? asJson({}) : kNothingToGrant);
+    print(json ? asJson(Grants{}) : kNothingToGrant);
     return ExitDone;
   }
   const Grants grants = readGrants();
