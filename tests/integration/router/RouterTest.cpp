@@ -183,6 +183,7 @@ TEST_F(RouterTest, AUserHasSoManyConnectionsAtMost) {
   third.start(0x42);
   third.log->awaitLine("invalidated");
   routerLog_->awaitLine("has more than 2 connections");
+  awaitStatus([](const router::RouterStatus& s) { return s.sessions.size() == 2; });
   first.leave();
   awaitStatus([](const router::RouterStatus& s) { return s.sessions.size() == 1; });
   Client fourth;

@@ -270,6 +270,7 @@ TEST_F(Sessions, HaveAsManyWatchersAsOneLikes) {
   EXPECT_EQ(next(), "3 active locked");
   EXPECT_EQ(next(), "3 active locked");
   sessions_->unwatch(second);
+  bus_.run([] {});  // until it is no longer watched
   logind_->setLocked("3", false);
   EXPECT_EQ(next(), "3 active");
   expectNoMoreChanges();

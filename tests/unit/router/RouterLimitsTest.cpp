@@ -50,7 +50,7 @@ TEST(RouterLimits, OfFilesAndDescriptors) {
   EXPECT_EQ(RouterLimits::kRecordingBytes, 67'108'864U);
   EXPECT_EQ(RouterLimits::kRecordingLineBytes, 262'144U);
   EXPECT_EQ(RouterLimits::kNameCharacters, 128U);
-  EXPECT_EQ(RouterLimits::kReadAheadReports, 512U);
+  EXPECT_EQ(RouterLimits::kReadAheadReports, 2048U);
   EXPECT_EQ(RouterLimits::kReadAheadBytes, 131'072U);
   EXPECT_EQ(RouterLimits::kHidrawReportBytes, 16'384U);
   EXPECT_EQ(RouterLimits::kDescriptorBytes, 65'535U);
