@@ -19,15 +19,12 @@ def error(code, words):
 def turn(position):
     data = bytes([1, position])  # the report ID, and the dial
     value = struct.pack("<IIIQq", 1, 1, 0x37, 1, position) + block(data[1:])
-    return (frame(MESSAGE, b"\x01" + block(data) + struct.pack("<I", 1), method=0) +
-            frame(MESSAGE, b"\x0f\x01" + value, method=1))
+    return frame(MESSAGE, b"\x01" + block(data) + struct.pack("<I", 1)) + frame(MESSAGE, b"\x0f\x01" + value, method=1)
 
 class Client:
     def __init__(self, connection):
         self.connection, self.unread, self.greeted, self.routes = connection, b"", False, False
         connection.setblocking(False)
-        names = block(b"WLHIDEventRouterProtocol") + block(b"WLHIDEventRouterClientProtocol")
-        self.send(frame(HELLO, b"WLHX\x02\x00" + names))
 
     def send(self, data):  # one that does not read is given up
         if self.connection.send(data) != len(data):
@@ -61,6 +58,9 @@ class Client:
         else:  # a farewell, or a breach
             raise ConnectionError("the end")
 
+def greet(client):
+    client.send(frame(HELLO, b"WLHX\x02\x00\x18WLHIDEventRouterProtocol\x1eWLHIDEventRouterClientProtocol"))
+
 def attempt(clients, connection, step):
     try:
         step(clients[connection])
@@ -72,6 +72,7 @@ def accept(listener, clients):
     user = struct.unpack("iII", connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12))[1]
     if user in (0, os.geteuid()):
         clients[connection] = Client(connection)
+        attempt(clients, connection, greet)
 
 def serve(listener, clients):
     position, next_turn, used = 0, 0.0, time.monotonic()
@@ -85,8 +86,7 @@ def serve(listener, clients):
             position, next_turn = (position + 1) % 128, time.monotonic() + 0.05
             for connection in [each for each in clients if clients[each].routes]:
                 attempt(clients, connection, lambda client: client.send(turn(position)))
-        if clients:
-            used = time.monotonic()
+        used = time.monotonic() if clients else used
 
 signal.signal(signal.SIGTERM, lambda *_: sys.exit())
 if os.environ.get("LISTEN_PID") != str(os.getpid()):
@@ -95,5 +95,5 @@ clients, names = {}, os.environ["LISTEN_FDNAMES"].split(":")
 try:
     serve(socket.socket(fileno=3 + names.index("com.quillmar.hideventrouter")), clients)
 finally:
-    for client in clients.values():
-        client.send(frame(FAREWELL))
+    for connection in list(clients):
+        attempt(clients, connection, lambda client: client.send(frame(FAREWELL)))

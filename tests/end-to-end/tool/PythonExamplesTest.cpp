@@ -2,9 +2,15 @@
 
 // examples/router.py with our clients, and examples/client.py with our router and the other one:
 // what docs/wire-protocol.md says is enough.
+#include <sys/socket.h>
+
 #include <csignal>
 
 #include "ToolTest.h"
+#include "platform/services/FileDescriptor.h"
+#include "platform/services/JobDaemon.h"
+#include "platform/services/ServiceEndpoints.h"
+#include "platform/services/SystemRoot.h"
 
 namespace test {
 namespace {
@@ -46,6 +52,11 @@ class PythonExamplesTest : public ToolTest {
     return run(command, options());
   }
 
+  [[nodiscard]] pid_t routerProcess() const {
+    const auto status = platform::JobDaemon(platform::SystemRoot(root)).status();
+    return status ? static_cast<pid_t>(status->jobs.at(0).processIdentifier) : -1;
+  }
+
   const fs::path bundle_ = directory / "bundle";
 };
 
@@ -72,6 +83,25 @@ TEST_F(PythonExamplesTest, OurClientShowsWhyTheScriptRefuses) {
             std::string::npos);
   EXPECT_NE(runInBundle({"route", "--mode", "1", "0x2a"}).err.find("the dial can only be shared"),
             std::string::npos);
+}
+
+TEST_F(PythonExamplesTest, TheScriptOutlivesClientsThatLeaveOrTalkNonsense) {
+  installScript();
+  Process routing({bundle_ / "wlhid", "--root", root, "route", "--json", "0x2a"}, options());
+  routing.waitForOutputContaining("\"report\"");
+  const pid_t script = routerProcess();
+  ASSERT_EQ(::kill(script, SIGSTOP), 0);  // so that they have left before it looks
+  for (const std::string_view words : {"", "nonsense that is no hello", "\x08"}) {
+    const platform::FileDescriptor stranger(platform::connectUnixSocket(
+        root / "var/run" / (std::string(kLabel) + ".sock"), SOCK_STREAM));
+    ASSERT_TRUE(stranger);
+    ASSERT_EQ(::send(stranger.get(), words.data(), words.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(words.size()));
+  }
+  ASSERT_EQ(::kill(script, SIGCONT), 0);
+  const std::size_t before = routing.output().size();
+  routing.waitForOutput([&](const std::string& text) { return text.size() > before + 1000; });
+  EXPECT_EQ(routerProcess(), script);
 }
 
 TEST_F(PythonExamplesTest, TheScriptEndsInGoodOrder) {
