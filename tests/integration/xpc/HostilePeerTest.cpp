@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Peers that break the rules: each one ends its own connection and nothing else.
+#include <fcntl.h>
+
+#include <array>
+#include <cstring>
 #include <fstream>
 #include <random>
 
@@ -293,6 +297,22 @@ Bytes hello() {
   return bytes;
 }
 
+bool sendWithDescriptor(int socket, Bytes bytes, int descriptor) {
+  iovec content{bytes.data(), bytes.size()};
+  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof descriptor)> control{};
+  msghdr message{};
+  message.msg_iov = &content;
+  message.msg_iovlen = 1;
+  message.msg_control = control.data();
+  message.msg_controllen = control.size();
+  cmsghdr* const header = CMSG_FIRSTHDR(&message);
+  header->cmsg_level = SOL_SOCKET;
+  header->cmsg_type = SCM_RIGHTS;
+  header->cmsg_len = CMSG_LEN(sizeof descriptor);
+  std::memcpy(CMSG_DATA(header), &descriptor, sizeof descriptor);
+  return ::sendmsg(socket, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
 }  // namespace
 
 TEST_F(HostileClient, EndsItsOwnConnectionOnly) {
@@ -304,6 +324,22 @@ TEST_F(HostileClient, EndsItsOwnConnectionOnly) {
   EXPECT_TRUE(peer.waitForEnd());
   client_.proxy()->note(5);
   EXPECT_TRUE(good->log.waitFor("note 5"));
+}
+
+/// As long as somebody has the writing end of the pipe, its reading end does not see the end.
+TEST_F(HostileClient, DescriptorsThatItSendsAreNotKept) {
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(::pipe2(pipe.data(), O_CLOEXEC), 0);
+  const int socket = RawPeer::connectTo(path_);
+  RawPeer peer(socket);
+  ASSERT_TRUE(sendWithDescriptor(socket, hello(), pipe[1]));
+  ::close(pipe[1]);
+  pollfd end{pipe[0], POLLIN, 0};
+  ASSERT_EQ(::poll(&end, 1, static_cast<int>(std::chrono::milliseconds(kPatience).count())), 1);
+  EXPECT_EQ(end.revents, POLLHUP);
+  ::close(pipe[0]);
+  ASSERT_TRUE(peer.send({0, 0, 0, 0, 99, 0, 0, 0}));  // it was heard all the same
+  EXPECT_TRUE(peer.waitForEnd());
 }
 
 TEST_F(HostileClient, ThatAsksWithoutReadingTheAnswersIsEnded) {
