@@ -98,9 +98,10 @@ TEST(SystemLog, EachLineGoesToTheJournalAndToTheClassicLog) {
   std::vector<std::vector<std::string>> journal;
   {
     const auto log = std::make_shared<router::SystemLog>(
-        platform::system::Journal([&](std::span<const std::string> entry) {
-          journal.emplace_back(entry.begin(), entry.end());
-        }),
+        platform::system::Journal("router",
+                                  [&](std::span<const std::string> entry) {
+                                    journal.emplace_back(entry.begin(), entry.end());
+                                  }),
         platform::FileDescriptor(
             ::open(directory.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
     log->sink()(platform::LogLine::of<kLine>());
@@ -112,9 +113,10 @@ TEST(SystemLog, EachLineGoesToTheJournalAndToTheClassicLog) {
     log->note({Kind::Denied, &*caller, &device, router::DeviceClass::Sensitive, "no"});
   }
   ASSERT_EQ(journal.size(), 2U);
-  EXPECT_THAT(journal[0], ElementsAre("MESSAGE=a line", "PRIORITY=6"));
-  EXPECT_THAT(journal[1], testing::IsSupersetOf({"PRIORITY=5", "WLHID_EVENT=denied",
-                                                 "WLHID_CLASS=sensitive", "WLHID_DEVICE=A Pen"}));
+  EXPECT_THAT(journal[0], ElementsAre("MESSAGE=a line", "PRIORITY=6", "SYSLOG_IDENTIFIER=router"));
+  EXPECT_THAT(journal[1],
+              testing::IsSupersetOf({"PRIORITY=5", "SYSLOG_IDENTIFIER=router", "WLHID_EVENT=denied",
+                                     "WLHID_CLASS=sensitive", "WLHID_DEVICE=A Pen"}));
   const std::string classic = testsupport::readFile(directory.path() / "system.log");
   EXPECT_THAT(classic, HasSubstr("]: a line\n"));
   EXPECT_THAT(classic, HasSubstr("may not have device 0x0: no\n"));
