@@ -190,6 +190,7 @@ void Session::takePlace(Start start) {
     log<row::sessionRoutes>(start.entryID, name);
   start.reply(nullptr);
   device->begin(subscription);
+  if (start.routing.permit != nullptr) start.routing.permit->noteBeginning();
   noteChange();
 }
 

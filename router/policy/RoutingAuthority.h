@@ -51,6 +51,8 @@ struct RoutingAnswer {
 class RoutingPermit {
  public:
   virtual ~RoutingPermit() = default;
+  /// The input flows from now on. For the record.
+  virtual void noteBeginning() {}
 };
 
 /// The process at the other end of one connection.

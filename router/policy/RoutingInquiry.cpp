@@ -159,6 +159,14 @@ void RoutingInquiry::deny(const std::string& reason, bool needsPerson) {
   decided_({false, "not permitted: " + reason, {}, needsPerson});
 }
 
+void RoutingInquiry::noteBeginning() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (phase_ != Phase::Allowed) return;
+  }
+  record(RoutingRecord::Kind::Begun, {});
+}
+
 void RoutingInquiry::withdraw() {
   Held held;
   bool wasAllowed = false;

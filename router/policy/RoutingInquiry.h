@@ -33,6 +33,8 @@ class RoutingInquiry : public std::enable_shared_from_this<RoutingInquiry> {
 
   void begin();
   void withdraw();
+  /// The input flows from now on.
+  void noteBeginning();
 
  private:
   enum class Phase { Waiting, Asking, Allowed, Over };

@@ -21,6 +21,7 @@ class SystemPermit final : public RoutingPermit {
   SystemPermit(const SystemPermit&) = delete;
   SystemPermit& operator=(const SystemPermit&) = delete;
   ~SystemPermit() override { inquiry_->withdraw(); }
+  void noteBeginning() override { inquiry_->noteBeginning(); }
 
  private:
   const std::shared_ptr<RoutingInquiry> inquiry_;

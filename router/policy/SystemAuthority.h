@@ -41,7 +41,7 @@ class Pending {
 
 /// What was decided, for the journal.
 struct RoutingRecord {
-  enum class Kind { Granted, Denied, Revoked, Ended };
+  enum class Kind { Granted, Denied, Begun, Revoked, Ended };
   Kind kind = Kind::Denied;
   const platform::system::PeerProcess* caller = nullptr;
   const DeviceDescription* device = nullptr;

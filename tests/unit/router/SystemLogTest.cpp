@@ -50,7 +50,7 @@ class RoutingJournalTest : public testing::Test {
   std::vector<LogEntry> entries_;
   router::RouterLimits limits_ = [] {
     router::RouterLimits limits;
-    limits.logLinesPerUser = {4, 0.001};
+    limits.logLinesPerUser = {5, 0.001};
     return limits;
   }();
   RoutingJournal journal_{[this](LogEntry entry) { entries_.push_back(std::move(entry)); },
@@ -62,13 +62,15 @@ TEST_F(RoutingJournalTest, EachDecisionIsALineOfItsOwn) {
   note(record(Kind::Denied, "the login session is locked"));
   note(record(Kind::Revoked, "the login session has ended"));
   note(record(Kind::Ended));
-  ASSERT_EQ(entries_.size(), 4U);
+  note(record(Kind::Begun));
+  ASSERT_EQ(entries_.size(), 5U);
   EXPECT_EQ(entries_[0].line.text(), who() + " may have device 0x10007 (A Pen)");
   EXPECT_EQ(entries_[1].line.text(),
             who() + " may not have device 0x10007: the login session is locked");
   EXPECT_EQ(entries_[2].line.text(),
             who() + " may no longer have device 0x10007: the login session has ended");
   EXPECT_EQ(entries_[3].line.text(), who() + " no longer has device 0x10007 (A Pen)");
+  EXPECT_EQ(entries_[4].line.text(), who() + " receives the input of device 0x10007 (A Pen)");
   EXPECT_FALSE(entries_[0].isNotable);
   EXPECT_TRUE(entries_[1].isNotable);
 }
@@ -89,7 +91,7 @@ TEST_F(RoutingJournalTest, TheFieldsSayWhoAndWhat) {
 
 TEST_F(RoutingJournalTest, AUserWhoCausesTooManyEntriesIsCutShort) {
   for (int i = 0; i < 10; ++i) note(record(Kind::Granted));
-  EXPECT_EQ(entries_.size(), 4U);
+  EXPECT_EQ(entries_.size(), 5U);
 }
 
 TEST(SystemLog, EachLineGoesToTheJournalAndToTheClassicLog) {
