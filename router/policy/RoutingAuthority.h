@@ -84,6 +84,9 @@ class RoutingAuthority {
   /// Empty if there is no such device any more.
   [[nodiscard]] virtual std::optional<Classification> classOf(
       const DeviceDescription& device) const = 0;
+  /// Ends the permissions that rest on what no longer stands and nobody tells of. To be called
+  /// about once a second; may wait for a disk.
+  virtual void review() {}
 };
 
 }  // namespace router
