@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 # From the lock of a screen it takes less than 100 ms until a device's input is no longer delivered.
 # needs: packages
+# shellcheck disable=SC2154  # patience is in /vm/limits
 source /vm/lib.sh
 source /vm/product.sh
-# shellcheck disable=SC2154  # patience is in /vm/limits
 
 have_packages
 active_session alice
