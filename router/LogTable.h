@@ -32,6 +32,7 @@ inline constexpr LogTemplate noStatus{"cannot write the status file: {text}"};
 inline constexpr LogTemplate grantsIgnored{"the administrator's grants are not used: {text}"};
 inline constexpr LogTemplate routingGranted{"process {count} of user {private} may have {device} ({text})"};
 inline constexpr LogTemplate routingDenied{"process {count} of user {private} may not have {device}: {text}"};
+inline constexpr LogTemplate routingBegun{"process {count} of user {private} receives the input of {device} ({text})"};
 inline constexpr LogTemplate routingRevoked{"process {count} of user {private} may no longer have {device}: {text}"};
 inline constexpr LogTemplate routingEnded{"process {count} of user {private} no longer has {device} ({text})"};
 
@@ -69,6 +70,7 @@ inline constexpr std::array kTable{
     &grantsIgnored,
     &routingGranted,
     &routingDenied,
+    &routingBegun,
     &routingRevoked,
     &routingEnded,
     &sessionBegins,

@@ -145,6 +145,11 @@ RoutedDevice::~RoutedDevice() {
   ended = std::move(endedPlaybacks_);
 }
 
+bool RoutedDevice::isGone() const {
+  const std::lock_guard lock(mutex_);
+  return isGone_;
+}
+
 std::shared_ptr<platform::NSError> RoutedDevice::admit(
     const std::shared_ptr<Subscription>& subscription) {
   if (auto error = takePlace(subscription)) return error;

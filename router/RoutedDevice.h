@@ -49,6 +49,8 @@ class RoutedDevice {
   ~RoutedDevice();
 
   [[nodiscard]] const DeviceDescription& description() const { return description_; }
+  /// Whether it was removed while it was open.
+  [[nodiscard]] bool isGone() const;
 
   /// Takes a place for the subscription. If other clients leave no room, queues it for one and
   /// returns true. `wake` is called once it has a place, or can no longer get one, unless it is

@@ -25,26 +25,37 @@ std::vector<DeviceDescription> RoutedDevices::list() {
 }
 
 std::shared_ptr<RoutedDevice> RoutedDevices::withID(std::uint64_t registryEntryID) {
-  {
-    const std::lock_guard lock(mutex_);
-    const auto known = devices_.find(registryEntryID);
-    if (known != devices_.end()) return known->second;
-  }
-  // Listed anew: a device may have been added since the router started.
+  const auto known = knownWithID(registryEntryID);
+  if (known != nullptr && !known->isGone()) return known;
+  // Listed anew: a device may have been added since the router started, and one that was removed
+  // may be back.
   const auto description = describe(registryEntryID);
-  if (!description) return nullptr;
+  if (!description) return known;
   const auto unused = takeUnused();
-  auto device = std::make_shared<RoutedDevice>(
-      *description,
-      [sources = sources_, registryEntryID]() -> std::unique_ptr<OpenDevice> {
+  auto device = makeDevice(*description);
+  const std::lock_guard lock(mutex_);
+  std::shared_ptr<RoutedDevice>& kept = devices_[registryEntryID];
+  if (kept == nullptr || kept == known) kept = std::move(device);
+  return kept;
+}
+
+std::shared_ptr<RoutedDevice> RoutedDevices::knownWithID(std::uint64_t registryEntryID) {
+  const std::lock_guard lock(mutex_);
+  const auto known = devices_.find(registryEntryID);
+  return known == devices_.end() ? nullptr : known->second;
+}
+
+std::shared_ptr<RoutedDevice> RoutedDevices::makeDevice(const DeviceDescription& description) {
+  return std::make_shared<RoutedDevice>(
+      description,
+      [sources = sources_,
+       registryEntryID = description.registryEntryID]() -> std::unique_ptr<OpenDevice> {
         for (const auto& source : *sources) {
           if (auto opened = source->open(registryEntryID)) return opened;
         }
         return nullptr;
       },
       log_);
-  const std::lock_guard lock(mutex_);
-  return devices_.emplace(registryEntryID, std::move(device)).first->second;
 }
 
 std::optional<DeviceDescription> RoutedDevices::describe(std::uint64_t registryEntryID) {

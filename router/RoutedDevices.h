@@ -3,7 +3,9 @@
 // The devices of all sources, and those that clients use or have used.
 //
 // Threading: any thread. Listing may wait for a disk or the kernel.
-// Ownership: a device stays as long as somebody uses it; others stay until there are too many.
+// Ownership: a device stays as long as somebody uses it; others stay until there are too many. One
+//   that was removed makes room for itself when it is listed again: the kernel keeps a device, and
+//   its ID, while its driver is exchanged. Whoever had it before does not get it back unasked.
 // Errors: a problem of a source is logged when it first appears, not every time.
 #pragma once
 
@@ -35,6 +37,8 @@ class RoutedDevices {
   [[nodiscard]] std::shared_ptr<RoutedDevice> withID(std::uint64_t registryEntryID);
 
  private:
+  [[nodiscard]] std::shared_ptr<RoutedDevice> knownWithID(std::uint64_t registryEntryID);
+  [[nodiscard]] std::shared_ptr<RoutedDevice> makeDevice(const DeviceDescription& description);
   [[nodiscard]] std::optional<DeviceDescription> describe(std::uint64_t registryEntryID);
   [[nodiscard]] std::vector<std::shared_ptr<RoutedDevice>> takeUnused();
 

@@ -29,7 +29,8 @@ using Clock = std::chrono::steady_clock;
 using platform::LogLine;
 
 constexpr std::chrono::seconds kFarewellLimit{5};
-constexpr std::chrono::seconds kLossInterval{1};
+/// While there are sessions. Revoked grants and losses become known after this long at the latest.
+constexpr std::chrono::seconds kReviewInterval{1};
 constexpr std::string_view kStartSelector =
     "startRoutingServiceWithEntryID:deviceMode:tagDictionary:typeDictionary:reply:";
 
@@ -256,10 +257,11 @@ void Router::Core::logLeftOut() {
     options_.log(LogLine::of<row::linesLeftOut>(lines, user));
 }
 
-/// The housekeeping thread: maintains the status file, losses and idleness, so that no thread that
-/// serves a client waits for a disk.
+/// The housekeeping thread: reviews permissions and maintains the status file, losses and idleness,
+/// so that no thread that serves a client waits for a disk.
 void Router::Core::runHousekeeping() {
-  while (sessions_->waitForChange(kLossInterval, options_.idleLimit)) {
+  while (sessions_->waitForChange(kReviewInterval, options_.idleLimit)) {
+    if (options_.authority != nullptr) options_.authority->review();
     for (const auto& session : sessions_->all()) session->measureBacklog();
     reportLosses();
     logLeftOut();
@@ -277,7 +279,7 @@ void Router::Core::noteIfIdle() {
 /// Logs one line for each session that has lost reports since its last one, at most once a second.
 void Router::Core::reportLosses() {
   const auto now = Clock::now();
-  if (now < lossesReportedAt_ + kLossInterval) return;
+  if (now < lossesReportedAt_ + kReviewInterval) return;
   std::map<std::uint64_t, std::uint64_t> losses;
   for (const auto& session : sessions_->all()) {
     const std::uint64_t number = session->number();

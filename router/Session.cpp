@@ -126,9 +126,9 @@ void Session::takeTurn(Start start) {
 void Session::askPermission(Start start) {
   start.waitsFor = Step::Permission;
   start.ticket = {};
-  const Subscription& subscription = *start.routing.subscription;
-  const RoutingRequest request{start.routing.device->description(), subscription.mode(),
-                               subscription.filter()};
+  const std::shared_ptr<Subscription> subscription = start.routing.subscription;
+  const RoutingRequest request{start.routing.device->description(), subscription->mode(),
+                               subscription->filter()};
   waitingStart_ = std::move(start);
   const auto onQueue = [connection = std::weak_ptr(connection_)](std::function<void()> work) {
     if (const auto awake = connection.lock()) awake->callOnQueue(std::move(work));
@@ -139,9 +139,10 @@ void Session::askPermission(Start start) {
       if (const auto self = session.lock()) self->takePermission(number, answer);
     });
   };
-  const auto revoked = [onQueue, session = weak_from_this(),
+  const auto revoked = [onQueue, input = std::weak_ptr(subscription), session = weak_from_this(),
                         number = latestStart_](const std::string& reason) {
-    if (const auto self = session.lock()) self->silence(number);
+    // At once: the queue may be busy, for one with the beginning of this very routing.
+    if (const auto flowing = input.lock()) flowing->revoke();
     onQueue([session, number, reason] {
       if (const auto self = session.lock()) self->revoke(number, reason);
     });
@@ -190,6 +191,7 @@ void Session::takePlace(Start start) {
     log<row::sessionRoutes>(start.entryID, name);
   start.reply(nullptr);
   device->begin(subscription);
+  if (start.routing.permit != nullptr) start.routing.permit->noteBeginning();
   noteChange();
 }
 
@@ -210,11 +212,6 @@ void Session::goOn(std::uint64_t number) {
   if (start.waitsFor == Step::Place) return takePlace(std::move(start));
   start.ticket.useTurn();
   takeTurn(std::move(start));
-}
-
-void Session::silence(std::uint64_t number) {
-  const Routing routing = currentRouting();
-  if (routing.device != nullptr && routing.start == number) routing.subscription->end();
 }
 
 void Session::revoke(std::uint64_t number, const std::string& reason) {

@@ -120,9 +120,8 @@ class Session final : public WLHIDEventRouterProtocol,
   /// Resumes the latest start request on the queue, if it is still waiting then.
   [[nodiscard]] std::function<void()> wake();
   void goOn(std::uint64_t number);
-  /// The start request of that number has lost its permission. The first may be called from any
-  /// thread and stops the delivery; the second closes the connection.
-  void silence(std::uint64_t number);
+  /// The start request of that number has lost its permission, and its delivery has ended: closes
+  /// the connection.
   void revoke(std::uint64_t number, const std::string& reason);
   void refuse(const Start& start, const std::shared_ptr<platform::NSError>& error);
   void giveUpStart(const std::string& why);

@@ -18,12 +18,18 @@ const std::shared_ptr<platform::NSArray>& ReportInTransit::allValues() {
 
 void Subscription::begin() {
   const std::lock_guard lock(sending_);
-  isActive_ = true;
+  isActive_ = !isRevoked_;
 }
 
 void Subscription::end() {
   const std::lock_guard lock(sending_);
   isActive_ = false;
+}
+
+void Subscription::revoke() {
+  const std::lock_guard lock(sending_);
+  isActive_ = false;
+  isRevoked_ = true;
 }
 
 bool Subscription::isActive() const {

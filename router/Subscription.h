@@ -2,8 +2,8 @@
 
 // One client's subscription to a device's reports, and how they reach it.
 //
-// Threading: deliver() runs on the device's thread, the rest on any. After end() has returned,
-//   nothing more is sent.
+// Threading: deliver() runs on the device's thread, the rest on any. After end() or revoke() has
+//   returned, nothing more is sent.
 // Ownership: shares its sink.
 // Order: a client gets a report, then its values; reports keep their order.
 #pragma once
@@ -95,6 +95,8 @@ class Subscription {
 
   void begin();
   void end();
+  /// Ends it for good: it does not begin any more either.
+  void revoke();
   [[nodiscard]] bool isActive() const;
 
   /// The report is lost if the client has too much unsent already.
@@ -130,6 +132,7 @@ class Subscription {
   // end() can promise that nothing follows it.
   mutable std::mutex sending_;
   bool isActive_ = false;
+  bool isRevoked_ = false;
   std::vector<platform::HIDElementValueRecord> wanted_;  // reused between reports
   std::atomic<std::uint64_t> delivered_{0};
   std::atomic<std::uint64_t> lost_{0};

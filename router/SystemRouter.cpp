@@ -9,6 +9,7 @@
 #include "platform/services/RootFiles.h"
 #include "platform/system/Journal.h"
 #include "platform/xpc/NSXPCListener.h"
+#include "router-client/WLHIDEventRouterProtocols.h"
 #include "router/RoutedDevices.h"
 #include "router/SystemLog.h"
 #include "router/control/ControlProtocol.h"
@@ -40,7 +41,7 @@ std::shared_ptr<RoutingAuthority> systemAuthority(
 
 RouterOptions systemRouterOptions(const platform::SystemRoot& root) {
   const auto log = std::make_shared<SystemLog>(
-      platform::system::Journal(),
+      platform::system::Journal(std::string(WLHIDEventRouterLabel)),
       platform::openPlace(root.directory(), root.places().log, /*create=*/false));
   RouterOptions options;
   options.log = log->sink();

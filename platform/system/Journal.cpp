@@ -41,13 +41,14 @@ void sendToSystem(std::span<const std::string> entry) {
 
 }  // namespace
 
-Journal::Journal() : sink_(&sendToSystem) {}
+Journal::Journal(std::string identifier) : Journal(std::move(identifier), &sendToSystem) {}
 
 void Journal::write(Priority priority, const LogLine& line,
                     std::span<const JournalField> fields) const {
   if (!sink_) return;
   std::vector<std::string> entry{"MESSAGE=" + line.text(),
-                                 "PRIORITY=" + std::to_string(static_cast<unsigned>(priority))};
+                                 "PRIORITY=" + std::to_string(static_cast<unsigned>(priority)),
+                                 "SYSLOG_IDENTIFIER=" + identifier_};
   for (const auto& [name, value] : fields) {
     if (!isFieldName(name) || isTaken(name)) continue;
     entry.push_back(std::string(name) + '=' + printableLine(value, kMaximumValueCharacters));

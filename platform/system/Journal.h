@@ -37,15 +37,18 @@ class Journal {
   /// Gets the fields of one entry as "NAME=value".
   using Sink = std::function<void(std::span<const std::string> entry)>;
 
-  /// Writes to the system's journal.
-  Journal();
-  explicit Journal(Sink sink) : sink_(std::move(sink)) {}
+  /// Writes to the system's journal. `identifier` is the program's name there, whatever its process
+  /// is called.
+  explicit Journal(std::string identifier);
+  Journal(std::string identifier, Sink sink)
+      : identifier_(std::move(identifier)), sink_(std::move(sink)) {}
 
   /// Fields whose name is no field name, or that would replace one of the journal's own, are left
   /// out.
   void write(Priority priority, const LogLine& line, std::span<const JournalField> fields) const;
 
  private:
+  std::string identifier_;
   Sink sink_;
 };
 

@@ -3,9 +3,9 @@
 // The administrator's lasting grants, as the job daemon keeps them in /var/lib/wlhid/grants.plist
 // (platform/services/DeviceGrants.h).
 //
-// They are looked up anew for each question, so a grant and its revocation count from the next one
-// on; the file is read only if it has changed. Only a file counts that nobody but the superuser can
-// have written, and only as a whole.
+// They are looked up anew for each question, and about once a second for each routing that rests on
+// one; the file is read only if it has changed. Only a file counts that nobody but the superuser
+// can have written, and only as a whole.
 //
 // Threading: any thread. Reading may wait for a disk.
 // Errors: a file that cannot be used grants nothing, and is logged once each time it changes. No

@@ -51,6 +51,8 @@ struct RoutingAnswer {
 class RoutingPermit {
  public:
   virtual ~RoutingPermit() = default;
+  /// The input flows from now on. For the record.
+  virtual void noteBeginning() {}
 };
 
 /// The process at the other end of one connection.
@@ -82,6 +84,9 @@ class RoutingAuthority {
   /// Empty if there is no such device any more.
   [[nodiscard]] virtual std::optional<Classification> classOf(
       const DeviceDescription& device) const = 0;
+  /// Ends the permissions that rest on what no longer stands and nobody tells of. To be called
+  /// about once a second; may wait for a disk.
+  virtual void review() {}
 };
 
 }  // namespace router

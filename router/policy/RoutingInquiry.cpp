@@ -44,6 +44,7 @@ void RoutingInquiry::begin() {
   device_ = std::move(*device);
   const bool isGranted = sources_->isGranted(caller_.user(), device_.identity);
   plan_ = planFor(device_, request_.mode, request_.usages, isGranted);
+  restsOnGrant_ = isGranted && plan_ != planFor(device_, request_.mode, request_.usages, false);
   const auto session = sources_->sessionOf(caller_);
   if (!session) return askNext();
   auto watch =
@@ -55,25 +56,18 @@ void RoutingInquiry::begin() {
 }
 
 void RoutingInquiry::sessionChanged(const SessionState& state) {
-  Phase before{};
+  if (!state.isInFront()) return lose(whyNotInFront(state));
+  bool isAwaited = false;
   {
     const std::lock_guard lock(mutex_);
-    before = phase_;
+    isAwaited = phase_ == Phase::Waiting;
   }
-  if (before == Phase::Over) return;
-  if (state.isInFront()) {
-    if (before == Phase::Waiting) askNext();
-    return;
-  }
-  if (before != Phase::Allowed) return deny(whyNotInFront(state));
-  Held held;
-  {
-    const std::lock_guard lock(mutex_);
-    if (phase_ != Phase::Allowed) return;
-    held = endLocked(Phase::Over);
-  }
-  record(RoutingRecord::Kind::Revoked, whyNotInFront(state));
-  revoked_(whyNotInFront(state));
+  if (isAwaited) askNext();
+}
+
+void RoutingInquiry::review() {
+  if (!restsOnGrant_ || sources_->isGranted(caller_.user(), device_.identity)) return;
+  lose("the administrator's grant no longer stands");
 }
 
 void RoutingInquiry::askNext() {
@@ -155,8 +149,34 @@ void RoutingInquiry::deny(const std::string& reason, bool needsPerson) {
     if (phase_ == Phase::Over || phase_ == Phase::Allowed) return;
     held = endLocked(Phase::Over);
   }
+  tellDenied(reason, needsPerson);
+}
+
+void RoutingInquiry::lose(const std::string& reason) {
+  Held held;
+  Phase before{};
+  {
+    const std::lock_guard lock(mutex_);
+    before = phase_;
+    if (before == Phase::Over) return;
+    held = endLocked(Phase::Over);
+  }
+  if (before != Phase::Allowed) return tellDenied(reason, false);
+  record(RoutingRecord::Kind::Revoked, reason);
+  revoked_(reason);
+}
+
+void RoutingInquiry::tellDenied(const std::string& reason, bool needsPerson) const {
   record(RoutingRecord::Kind::Denied, reason);
   decided_({false, "not permitted: " + reason, {}, needsPerson});
+}
+
+void RoutingInquiry::noteBeginning() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (phase_ != Phase::Allowed) return;
+  }
+  record(RoutingRecord::Kind::Begun, {});
 }
 
 void RoutingInquiry::withdraw() {

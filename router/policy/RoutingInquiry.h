@@ -33,6 +33,13 @@ class RoutingInquiry : public std::enable_shared_from_this<RoutingInquiry> {
 
   void begin();
   void withdraw();
+  /// The input flows from now on.
+  void noteBeginning();
+  /// After begin(): whether it could not be permitted in the same way without an administrator's
+  /// lasting grant.
+  [[nodiscard]] bool restsOnGrant() const { return restsOnGrant_; }
+  /// Ends if it rests on a grant that no longer stands.
+  void review();
 
  private:
   enum class Phase { Waiting, Asking, Allowed, Over };
@@ -45,6 +52,9 @@ class RoutingInquiry : public std::enable_shared_from_this<RoutingInquiry> {
   void waitForPerson();
   void allow();
   void deny(const std::string& reason, bool needsPerson = false);
+  /// Ends the permission, or the hope for it.
+  void lose(const std::string& reason);
+  void tellDenied(const std::string& reason, bool needsPerson) const;
   [[nodiscard]] platform::system::PolkitQuestion question(Asks whom) const;
   void record(RoutingRecord::Kind kind, const std::string& reason) const;
   /// Takes what is pending out of the state, to be destroyed without the lock.
@@ -64,6 +74,7 @@ class RoutingInquiry : public std::enable_shared_from_this<RoutingInquiry> {
   // Set by begin(), before anything can be told.
   RoutableDevice device_;
   RoutingPlan plan_;
+  bool restsOnGrant_ = false;
 
   std::mutex mutex_;
   Phase phase_ = Phase::Waiting;

@@ -20,6 +20,8 @@ const char* nameOf(Kind kind) {
       return "granted";
     case Kind::Denied:
       return "denied";
+    case Kind::Begun:
+      return "begun";
     case Kind::Revoked:
       return "revoked";
     case Kind::Ended:
@@ -37,6 +39,8 @@ LogLine lineOf(const RoutingRecord& record) {
       return LogLine::of<row::routingGranted>(process, user, device, record.device->name);
     case Kind::Denied:
       return LogLine::of<row::routingDenied>(process, user, device, record.reason);
+    case Kind::Begun:
+      return LogLine::of<row::routingBegun>(process, user, device, record.device->name);
     case Kind::Revoked:
       return LogLine::of<row::routingRevoked>(process, user, device, record.reason);
     case Kind::Ended:

@@ -3,7 +3,7 @@
 // What was decided about whose routing, as log entries with fields that an administrator can filter
 // by:
 //
-//   WLHID_EVENT      granted, denied, revoked or ended
+//   WLHID_EVENT      granted, denied, begun, revoked or ended; a grant may end without a beginning
 //   WLHID_USER       the user's number
 //   WLHID_PROGRAM    the path of the program
 //   WLHID_UNIT       its systemd unit; missing if it is in none

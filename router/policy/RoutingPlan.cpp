@@ -23,15 +23,22 @@ ReportIDs reportsFor(const UsageFilter& usages, const RoutableDevice& device) {
   return wanted ? setOf(*wanted) : allReports();
 }
 
+/// What does not parse declares nothing.
+ReportIDs declaredBy(const RoutableDevice& device) {
+  return device.descriptor == nullptr ? ReportIDs() : setOf(declaredReports(*device.descriptor));
+}
+
 }  // namespace
 
 RoutingPlan planFor(const RoutableDevice& device, DeviceMode mode, const UsageFilter& usages,
                     bool isGranted) {
   RoutingPlan plan;
   plan.reports = reportsFor(usages, device);
-  const bool isOrdinary = isGranted || device.classification.deviceClass == DeviceClass::Ordinary;
+  const bool isOrdinary = device.classification.deviceClass == DeviceClass::Ordinary;
+  // It was found ordinary by what it declares; anything else that it sends may be what it likes.
+  if (isOrdinary) plan.reports &= declaredBy(device);
   const ReportIDs ordinary =
-      isOrdinary ? allReports() : setOf(device.classification.ordinaryReports);
+      isOrdinary || isGranted ? allReports() : setOf(device.classification.ordinaryReports);
   const bool wantsSensitive = (plan.reports & ~ordinary).any();
   // Without a word about what it is for, a device that mixes both is routed without its secrets.
   const bool takesWhatIsOrdinary = usages.wantsEverything() && ordinary.any();

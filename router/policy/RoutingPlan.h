@@ -8,6 +8,9 @@
 // names no usage, or only usages of the others, gets the others with the ordinary right. Taking a
 // device from everybody else is a right of its own.
 //
+// With the ordinary right alone, nobody gets a report that the descriptor does not declare. A
+// sensitive device that was permitted as a whole may send anything.
+//
 // Threading: values; any thread.
 #pragma once
 
@@ -41,6 +44,7 @@ struct RoutableDevice {
 struct RoutingPlan {
   std::vector<std::string_view> actions;  ///< all of them, to be asked in this order
   ReportIDs reports;                      ///< what the permission covers
+  friend bool operator==(const RoutingPlan&, const RoutingPlan&) = default;
 };
 
 [[nodiscard]] RoutingPlan planFor(const RoutableDevice& device, DeviceMode mode,

@@ -8,6 +8,7 @@
 
 #include "platform/services/FileDescriptor.h"
 #include "router/policy/EndInquiry.h"
+#include "router/policy/GrantedInquiries.h"
 #include "router/policy/RoutingInquiry.h"
 
 namespace router {
@@ -21,6 +22,7 @@ class SystemPermit final : public RoutingPermit {
   SystemPermit(const SystemPermit&) = delete;
   SystemPermit& operator=(const SystemPermit&) = delete;
   ~SystemPermit() override { inquiry_->withdraw(); }
+  void noteBeginning() override { inquiry_->noteBeginning(); }
 
  private:
   const std::shared_ptr<RoutingInquiry> inquiry_;
@@ -29,9 +31,11 @@ class SystemPermit final : public RoutingPermit {
 class SystemCaller final : public RoutingCaller {
  public:
   SystemCaller(std::shared_ptr<const AuthoritySources> sources,
-               std::shared_ptr<QuestionLine> questions, PeerProcess process)
+               std::shared_ptr<QuestionLine> questions, std::shared_ptr<GrantedInquiries> granted,
+               PeerProcess process)
       : sources_(std::move(sources)),
         questions_(std::move(questions)),
+        granted_(std::move(granted)),
         process_(std::move(process)) {}
 
   std::unique_ptr<RoutingPermit> ask(const RoutingRequest& request, Decided decided,
@@ -40,6 +44,7 @@ class SystemCaller final : public RoutingCaller {
                                                     std::move(decided), std::move(revoked));
     auto permit = std::make_unique<SystemPermit>(inquiry);
     inquiry->begin();
+    if (inquiry->restsOnGrant()) granted_->add(inquiry);
     return permit;
   }
   std::unique_ptr<RoutingPermit> askToEnd(std::uint64_t session, Decided decided) override {
@@ -51,6 +56,7 @@ class SystemCaller final : public RoutingCaller {
  private:
   const std::shared_ptr<const AuthoritySources> sources_;
   const std::shared_ptr<QuestionLine> questions_;
+  const std::shared_ptr<GrantedInquiries> granted_;
   const PeerProcess process_;
 };
 
@@ -58,7 +64,8 @@ class SystemCaller final : public RoutingCaller {
 
 SystemAuthority::SystemAuthority(AuthoritySources sources, const QuestionLimits& limits)
     : sources_(std::make_shared<const AuthoritySources>(std::move(sources))),
-      questions_(std::make_shared<QuestionLine>(limits)) {}
+      questions_(std::make_shared<QuestionLine>(limits)),
+      granted_(std::make_shared<GrantedInquiries>()) {}
 
 std::shared_ptr<RoutingCaller> SystemAuthority::callerOf(
     const platform::NSXPCConnection& connection) {
@@ -78,8 +85,12 @@ std::optional<Classification> SystemAuthority::classOf(const DeviceDescription& 
   return std::move(found->classification);
 }
 
+void SystemAuthority::review() {
+  granted_->review();
+}
+
 std::shared_ptr<RoutingCaller> SystemAuthority::callerFor(PeerProcess process) const {
-  return std::make_shared<SystemCaller>(sources_, questions_, std::move(process));
+  return std::make_shared<SystemCaller>(sources_, questions_, granted_, std::move(process));
 }
 
 }  // namespace router

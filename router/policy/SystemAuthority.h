@@ -5,7 +5,8 @@
 // A caller may have a device if somebody is in front of its login session (the session is active
 // and not locked), polkit permits each action of the routing plan, and, where a person must be
 // asked, that person says yes. A caller in no session gets what polkit permits anyone. A permission
-// ends when the session is no longer in front, and is not renewed by itself.
+// ends when the session is no longer in front, and one that needed an administrator's lasting grant
+// also when that is taken back; neither is renewed by itself.
 //
 // Everything unknown is a no: a device that is gone, a session that logind does not know, a process
 // that has ended, polkit without an answer.
@@ -41,7 +42,7 @@ class Pending {
 
 /// What was decided, for the journal.
 struct RoutingRecord {
-  enum class Kind { Granted, Denied, Revoked, Ended };
+  enum class Kind { Granted, Denied, Begun, Revoked, Ended };
   Kind kind = Kind::Denied;
   const platform::system::PeerProcess* caller = nullptr;
   const DeviceDescription* device = nullptr;
@@ -67,6 +68,8 @@ struct AuthoritySources {
   std::function<Clock::time_point()> now = Clock::now;
 };
 
+class GrantedInquiries;
+
 class SystemAuthority final : public RoutingAuthority {
  public:
   explicit SystemAuthority(AuthoritySources sources, const QuestionLimits& limits = {});
@@ -75,12 +78,15 @@ class SystemAuthority final : public RoutingAuthority {
       const platform::NSXPCConnection& connection) override;
   [[nodiscard]] std::optional<Classification> classOf(
       const DeviceDescription& device) const override;
+  /// Ends the permissions that rest on an administrator's grant which no longer stands.
+  void review() override;
   [[nodiscard]] std::shared_ptr<RoutingCaller> callerFor(
       platform::system::PeerProcess process) const;
 
  private:
   const std::shared_ptr<const AuthoritySources> sources_;
   const std::shared_ptr<QuestionLine> questions_;
+  const std::shared_ptr<GrantedInquiries> granted_;
 };
 
 }  // namespace router

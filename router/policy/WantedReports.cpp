@@ -25,16 +25,27 @@ std::vector<UsageRange> usagesOfValues(const ReportField& field) {
   return usages;
 }
 
+/// If IDs are used, no report can carry a field that was laid out before the first ID.
+bool isInput(const ReportField& field, const ReportDescriptor& descriptor) {
+  const bool isCarried = !descriptor.usesReportIDs() || field.reportID != 0;
+  return field.type == ReportType::Input && isCarried;
+}
+
 }  // namespace
+
+std::set<std::uint8_t> declaredReports(const ReportDescriptor& descriptor) {
+  std::set<std::uint8_t> reports;
+  for (const ReportField& field : descriptor.fields())
+    if (isInput(field, descriptor)) reports.insert(field.reportID);
+  return reports;
+}
 
 std::optional<std::set<std::uint8_t>> wantedReports(const ReportDescriptor& descriptor,
                                                     const UsageFilter& filter) {
   if (filter.wantsEverything()) return std::nullopt;
   std::set<std::uint8_t> reports;
   for (const ReportField& field : descriptor.fields()) {
-    // If IDs are used, no report can carry a field that was laid out before the first ID.
-    const bool isCarried = !descriptor.usesReportIDs() || field.reportID != 0;
-    if (field.type != ReportType::Input || field.constant || !isCarried) continue;
+    if (!isInput(field, descriptor) || field.constant) continue;
     const std::vector<UsageRange> usages = usagesOfValues(field);
     if (std::ranges::any_of(usages, [&](const UsageRange& range) {
           return filter.wantsAnyOf(range.first, range.last);

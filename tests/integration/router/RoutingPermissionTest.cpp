@@ -67,6 +67,11 @@ class ScriptedAuthority final : public router::RoutingAuthority,
         << permits_ << " permits are held";
   }
 
+  std::size_t beginnings() {
+    const std::lock_guard lock(mutex_);
+    return beginnings_;
+  }
+
   bool refusesConnections = false;
   /// Given at once, inside the question.
   std::optional<RoutingAnswer> answer;
@@ -81,6 +86,10 @@ class ScriptedAuthority final : public router::RoutingAuthority,
     Permit(const Permit&) = delete;
     Permit& operator=(const Permit&) = delete;
     ~Permit() override { authority_->count(-1); }
+    void noteBeginning() override {
+      const std::lock_guard lock(authority_->mutex_);
+      ++authority_->beginnings_;
+    }
 
    private:
     const std::shared_ptr<ScriptedAuthority> authority_;
@@ -122,6 +131,7 @@ class ScriptedAuthority final : public router::RoutingAuthority,
   std::condition_variable changed_;
   std::vector<Question> questions_;
   std::size_t permits_ = 0;
+  std::size_t beginnings_ = 0;
 };
 
 class RoutingPermission : public routertest::RouterFixture {
@@ -156,6 +166,7 @@ TEST_F(RoutingPermission, AYesStartsTheRouting) {
   asked_->awaitPermits(1);
   client.stop();
   asked_->awaitPermits(0);
+  EXPECT_EQ(asked_->beginnings(), 1U);
 }
 
 TEST_F(RoutingPermission, AYesMayComeWithinTheQuestion) {
@@ -326,6 +337,7 @@ TEST_F(RoutingPermission, ARevocationWhileWaitingForAPlaceRefuses) {
   asked_->question(2).revoked("logged out");
   EXPECT_THAT(waiting.log->await(1), ElementsAre("refused -536870174 logged out"));
   asked_->awaitPermits(1);
+  EXPECT_EQ(asked_->beginnings(), 1U) << "of the owner";
   owner.stop();
   Client next;
   next.start(id, 1);

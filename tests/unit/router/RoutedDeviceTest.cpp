@@ -68,6 +68,22 @@ TEST_F(RoutedDeviceTest, NothingComesBeforeTheBeginningOrAfterTheEnd) {
   d->remove(late.subscription);
 }
 
+/// Whoever may no longer have the input may learn it while the device is being opened.
+TEST_F(RoutedDeviceTest, WhatWasRevokedBeforeItsBeginningGetsNothing) {
+  const auto d = device();
+  Client revoked;
+  Client other;
+  ASSERT_EQ(d->admit(revoked.subscription), nullptr);
+  revoked.subscription->revoke();
+  d->begin(revoked.subscription);
+  enter(*d, other);
+  feed_.report("07 01");
+  other.sink->linesOnceThereAre(1);
+  EXPECT_THAT(revoked.sink->lines(), ElementsAre()) << "it comes first among the two";
+  d->remove(revoked.subscription);
+  d->remove(other.subscription);
+}
+
 TEST_F(RoutedDeviceTest, IsOpenedAnewEachTimeItsClientsGoFromNoneToOne) {
   const auto d = device();
   Client a;

@@ -18,6 +18,7 @@ using router::DeviceMode;
 using router::kRouteAction;
 using router::kRouteSensitiveAction;
 using router::kTakeExclusivelyAction;
+using router::ReportDescriptor;
 using router::ReportIDs;
 using router::RoutableDevice;
 using router::RoutingPlan;
@@ -30,11 +31,11 @@ const std::vector<std::uint8_t> kMixed{0x05, 0x01, 0x09, 0x05, 0xa1, 0x01, 0x85,
                                        0x05, 0x07, 0x19, 0x04, 0x29, 0x0b, 0x81, 0x00, 0x85,
                                        0x03, 0x05, 0x01, 0x09, 0x31, 0x81, 0x02, 0xc0};
 
+std::shared_ptr<const ReportDescriptor> parsed(const std::vector<std::uint8_t>& descriptor) {
+  return std::make_shared<const ReportDescriptor>(ReportDescriptor::parse(descriptor));
+}
 RoutableDevice device(DeviceClass deviceClass, std::set<std::uint8_t> ordinary = {}) {
-  return {
-      {},
-      {deviceClass, "", std::move(ordinary)},
-      std::make_shared<const router::ReportDescriptor>(router::ReportDescriptor::parse(kMixed))};
+  return {{}, {deviceClass, "", std::move(ordinary)}, parsed(kMixed)};
 }
 UsageFilter naming(const std::vector<std::uint32_t>& usages) {
   std::vector<platform::NSDictionary::Entry> entries;
@@ -55,7 +56,24 @@ ReportIDs ids(std::initializer_list<std::size_t> each) {
 TEST(RoutingPlan, AnOrdinaryDeviceNeedsTheOrdinaryRight) {
   const auto plan = shared(device(DeviceClass::Ordinary));
   EXPECT_THAT(plan.actions, ElementsAre(kRouteAction));
-  EXPECT_EQ(plan.reports, router::allReports());
+  EXPECT_EQ(plan.reports, ids({1, 2, 3}));
+}
+
+/// What was judged is the descriptor: a report that it does not declare may carry anything.
+TEST(RoutingPlan, AnOrdinaryDeviceGetsOnlyTheReportsThatItDeclares) {
+  RoutableDevice ordinary = device(DeviceClass::Ordinary);
+  EXPECT_EQ(shared(ordinary, {}, true).reports, ids({1, 2, 3})) << "a grant makes no difference";
+  // X without an ID.
+  ordinary.descriptor = parsed({0x05, 0x01, 0x09, 0x30, 0x75, 0x08, 0x95, 0x01, 0x81, 0x02});
+  EXPECT_EQ(shared(ordinary).reports, ids({0}));
+  // X before the first ID, output report 1, feature report 2, and padding as input report 3.
+  ordinary.descriptor =
+      parsed({0x05, 0x01, 0x09, 0x30, 0x75, 0x08, 0x95, 0x01, 0x81, 0x02, 0x85, 0x01, 0x09,
+              0x31, 0x91, 0x02, 0x85, 0x02, 0x09, 0x32, 0xb1, 0x02, 0x85, 0x03, 0x81, 0x03});
+  EXPECT_EQ(shared(ordinary).reports, ids({3}));
+  ordinary.descriptor = nullptr;
+  EXPECT_EQ(shared(ordinary).reports, ids({})) << "what does not parse declares nothing";
+  EXPECT_THAT(shared(ordinary).actions, ElementsAre(kRouteAction));
 }
 
 TEST(RoutingPlan, ASensitiveDeviceNeedsTheRightForSensitiveOnes) {

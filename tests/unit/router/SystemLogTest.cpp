@@ -50,7 +50,7 @@ class RoutingJournalTest : public testing::Test {
   std::vector<LogEntry> entries_;
   router::RouterLimits limits_ = [] {
     router::RouterLimits limits;
-    limits.logLinesPerUser = {4, 0.001};
+    limits.logLinesPerUser = {5, 0.001};
     return limits;
   }();
   RoutingJournal journal_{[this](LogEntry entry) { entries_.push_back(std::move(entry)); },
@@ -62,13 +62,15 @@ TEST_F(RoutingJournalTest, EachDecisionIsALineOfItsOwn) {
   note(record(Kind::Denied, "the login session is locked"));
   note(record(Kind::Revoked, "the login session has ended"));
   note(record(Kind::Ended));
-  ASSERT_EQ(entries_.size(), 4U);
+  note(record(Kind::Begun));
+  ASSERT_EQ(entries_.size(), 5U);
   EXPECT_EQ(entries_[0].line.text(), who() + " may have device 0x10007 (A Pen)");
   EXPECT_EQ(entries_[1].line.text(),
             who() + " may not have device 0x10007: the login session is locked");
   EXPECT_EQ(entries_[2].line.text(),
             who() + " may no longer have device 0x10007: the login session has ended");
   EXPECT_EQ(entries_[3].line.text(), who() + " no longer has device 0x10007 (A Pen)");
+  EXPECT_EQ(entries_[4].line.text(), who() + " receives the input of device 0x10007 (A Pen)");
   EXPECT_FALSE(entries_[0].isNotable);
   EXPECT_TRUE(entries_[1].isNotable);
 }
@@ -89,7 +91,7 @@ TEST_F(RoutingJournalTest, TheFieldsSayWhoAndWhat) {
 
 TEST_F(RoutingJournalTest, AUserWhoCausesTooManyEntriesIsCutShort) {
   for (int i = 0; i < 10; ++i) note(record(Kind::Granted));
-  EXPECT_EQ(entries_.size(), 4U);
+  EXPECT_EQ(entries_.size(), 5U);
 }
 
 TEST(SystemLog, EachLineGoesToTheJournalAndToTheClassicLog) {
@@ -98,9 +100,10 @@ TEST(SystemLog, EachLineGoesToTheJournalAndToTheClassicLog) {
   std::vector<std::vector<std::string>> journal;
   {
     const auto log = std::make_shared<router::SystemLog>(
-        platform::system::Journal([&](std::span<const std::string> entry) {
-          journal.emplace_back(entry.begin(), entry.end());
-        }),
+        platform::system::Journal("router",
+                                  [&](std::span<const std::string> entry) {
+                                    journal.emplace_back(entry.begin(), entry.end());
+                                  }),
         platform::FileDescriptor(
             ::open(directory.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
     log->sink()(platform::LogLine::of<kLine>());
@@ -112,9 +115,10 @@ TEST(SystemLog, EachLineGoesToTheJournalAndToTheClassicLog) {
     log->note({Kind::Denied, &*caller, &device, router::DeviceClass::Sensitive, "no"});
   }
   ASSERT_EQ(journal.size(), 2U);
-  EXPECT_THAT(journal[0], ElementsAre("MESSAGE=a line", "PRIORITY=6"));
-  EXPECT_THAT(journal[1], testing::IsSupersetOf({"PRIORITY=5", "WLHID_EVENT=denied",
-                                                 "WLHID_CLASS=sensitive", "WLHID_DEVICE=A Pen"}));
+  EXPECT_THAT(journal[0], ElementsAre("MESSAGE=a line", "PRIORITY=6", "SYSLOG_IDENTIFIER=router"));
+  EXPECT_THAT(journal[1],
+              testing::IsSupersetOf({"PRIORITY=5", "SYSLOG_IDENTIFIER=router", "WLHID_EVENT=denied",
+                                     "WLHID_CLASS=sensitive", "WLHID_DEVICE=A Pen"}));
   const std::string classic = testsupport::readFile(directory.path() / "system.log");
   EXPECT_THAT(classic, HasSubstr("]: a line\n"));
   EXPECT_THAT(classic, HasSubstr("may not have device 0x0: no\n"));
