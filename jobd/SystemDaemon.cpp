@@ -129,7 +129,7 @@ void SystemDaemon::handle(const platform::PeerCredentials& caller, const Control
                           platform::FileDescriptor descriptor, const Reply& reply) try {
   idleTimer_.end();
   if (request.operation == ControlRequest::Operation::Status)
-    reply(status());
+    replyWithStatus(reply);
   else if (request.grant)
     changeGrants(
         directories_.root.get(),
@@ -259,16 +259,24 @@ void SystemDaemon::finish(const ControlReply& reply) {
   updateIdleTimer();
 }
 
-ControlReply SystemDaemon::status() const {
-  ControlReply status = controlReply();
+void SystemDaemon::replyWithStatus(const Reply& reply) const {
   const std::string label(platform::kSystemJobLabel);
-  if (platform::findJobFile(directories_.root.get(), root_.places(), label)) {
-    platform::JobStatus job;
-    job.label = label;
-    job.services = {label};
-    status.jobs.push_back(std::move(job));
+  if (!platform::findJobFile(directories_.root.get(), root_.places(), label)) {
+    reply(controlReply());
+    return;
   }
-  return status;
+  const auto tell = [reply, label](const RouterReport& router) {
+    ControlReply status = controlReply();
+    status.message = router.problem;
+    status.jobs.push_back(router.status);
+    status.jobs.front().label = label;
+    status.jobs.front().services = {label};
+    reply(status);
+  };
+  if (seams_.askRouter)
+    seams_.askRouter(tell);
+  else
+    tell({});
 }
 
 void SystemDaemon::updateIdleTimer() {

@@ -11,8 +11,8 @@
 // service; an image that is not trusted. An image older than what is installed, by an application
 // or a package, needs a right of its own.
 //
-// Threading: one thread; SIGTERM and SIGINT are handled by the loop. The authority and the stop of
-//   the router answer on this thread.
+// Threading: one thread; SIGTERM and SIGINT are handled by the loop. The authority, the stop
+//   of the router and the question how it fares are answered on this thread.
 // Ownership: owns the socket, and the first layer's files while it runs. systemd ensures that there
 //   is only one.
 // Errors: the constructor throws ServiceError. A request that fails gets the cause as its reply.
@@ -29,6 +29,7 @@
 #include "jobd/QuestionThrottle.h"
 #include "jobd/RootDirectories.h"
 
+#include "jobd/RouterReport.h"
 namespace jobd {
 
 /// What the daemon needs of the rest of the system.
@@ -37,8 +38,11 @@ struct SystemSeams {
   using Stopped = std::function<void(const std::string& problem)>;
 
   Authority authority;  ///< null: everything is refused
+  using Told = std::function<void(const RouterReport& router)>;
+
   std::function<void(const Stopped& stopped)> stopRouter;
-  ImageCheck trust;  ///< runs in a child process
+  std::function<void(const Told& told)> askRouter;  ///< null: nothing is known
+  ImageCheck trust;                                 ///< runs in a child process
 };
 
 class SystemDaemon {
@@ -76,7 +80,7 @@ class SystemDaemon {
   void fail(const std::exception& error);
   template <class Step>
   void attempt(const Step& step);
-  [[nodiscard]] platform::ControlReply status() const;
+  void replyWithStatus(const Reply& reply) const;
   void updateIdleTimer();
   void endIfIdle();
 

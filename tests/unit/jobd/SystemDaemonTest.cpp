@@ -87,6 +87,7 @@ class SystemDaemonTest : public testing::Test {
       stopped(stopProblem_);
     };
     seams.trust = [this](std::span<const std::uint8_t>) {
+    if (router_) seams.askRouter = [this](const jobd::SystemSeams::Told& told) { told(*router_); };
       if (!isTrusted_) throw ServiceError(ServiceErrorCode::InvalidImage, "not signed");
     };
     return seams;
@@ -143,6 +144,7 @@ class SystemDaemonTest : public testing::Test {
   std::string stopProblem_;
   std::vector<std::string> asked_;
   int stops_ = 0;
+  std::optional<jobd::RouterReport> router_;
   int images_ = 0;
 };
 
@@ -334,3 +336,23 @@ TEST_F(SystemDaemonTest, EndsWhenNobodyHasCalledForAWhile) {
 }
 
 }  // namespace
+TEST_F(SystemDaemonTest, SaysHowTheRouterFares) {
+  package("1.0");
+  router_.emplace();
+  router_->status.processIdentifier = 42;
+  router_->status.starts = 7;
+  router_->status.lastEnd = "exited with status 1";
+  router_->problem = "nothing starts it";
+  serve();
+  const auto reply = platform::JobDaemon(root_).ask({}, -1);
+  EXPECT_TRUE(reply.succeeded());
+  EXPECT_EQ(reply.message, "nothing starts it");
+  const auto& jobs = reply.jobs;
+  ASSERT_EQ(jobs.size(), 1U);
+  EXPECT_EQ(jobs.front().label, kLabel);
+  EXPECT_THAT(jobs.front().services, ElementsAre(kLabel));
+  EXPECT_EQ(jobs.front().processIdentifier, 42);
+  EXPECT_EQ(jobs.front().starts, 7);
+  EXPECT_EQ(jobs.front().lastEnd, "exited with status 1");
+}
+
