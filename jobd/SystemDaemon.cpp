@@ -35,7 +35,7 @@ void note(const LogLine& line) {
 
 void noteDecision(const Question& question, const Decision& decision) {
   if (question.right == Right::Grant) return;  // the change itself is noted
-  const auto& [caller, label, right, prompt, change] = question;
+  const auto& [caller, label, right, prompt, change, presence] = question;
   const std::string program = programOf(caller.process);
   note(decision.kind == Decision::Kind::Yes
            ? LogLine::of<row::permissionGranted>(label, caller.process, program, caller.user)
@@ -78,7 +78,7 @@ SystemDaemon::SystemDaemon(EventLoop& loop, const platform::SystemRoot& root,
   server_ = std::make_unique<ControlServer>(
       loop_, std::move(listening),
       [this](const Question& question, const Decided& decided) { authorize(question, decided); },
-      [this](const platform::PeerCredentials& caller, const ControlRequest& request,
+      [this](const Caller& caller, const ControlRequest& request,
              platform::FileDescriptor descriptor,
              const Reply& reply) { handle(caller, request, std::move(descriptor), reply); },
       [this] { updateIdleTimer(); });
@@ -118,14 +118,17 @@ void SystemDaemon::ask(const Question& question, const Decided& decided) {
     decided({Decision::Kind::No, whyNot});
     return;
   }
-  seams_.authority(question, [this, question, user, decided](const Decision& decision) {
+  seams_.authority(question, [this, question, user, decided](const Decision& answer) {
+    const bool isThere = !question.presence || question.presence->isThere();
+    const Decision decision =
+        isThere ? answer : Decision{Decision::Kind::No, "the caller has gone"};
     throttle_.end(user, decision.kind == Decision::Kind::Yes, EventLoop::Clock::now());
     noteDecision(question, decision);
     decided(decision);
   });
 }
 
-void SystemDaemon::handle(const platform::PeerCredentials& caller, const ControlRequest& request,
+void SystemDaemon::handle(const Caller& caller, const ControlRequest& request,
                           platform::FileDescriptor descriptor, const Reply& reply) try {
   idleTimer_.end();
   if (request.operation == ControlRequest::Operation::Status)
@@ -144,7 +147,7 @@ void SystemDaemon::handle(const platform::PeerCredentials& caller, const Control
   reply(controlReply(ServiceErrorCode::FileSystem, error.what()));
 }
 
-void SystemDaemon::begin(const platform::PeerCredentials& caller, const ControlRequest& request,
+void SystemDaemon::begin(const Caller& caller, const ControlRequest& request,
                          platform::FileDescriptor helper, const Reply& reply) {
   checkIsSystemLabel(request.label);
   if (change_ || endedCopy_)
@@ -202,17 +205,18 @@ void SystemDaemon::install(const StagedHelper& staged) {
     putInPlace(staged);
     return;
   }
-  ask({change_->caller, change_->label, Right::ReplaceNewer, {}},
-      [this, staged, newest](const Decision& decision) {
-        attempt([&] {
-          if (decision.kind == Decision::Kind::Yes) return putInPlace(staged);
-          throw ServiceError(ServiceErrorCode::NotPermitted,
-                             "version " + newest +
-                                 " is there, and the caller may not replace it "
-                                 "with the older version " +
-                                 staged.version);
-        });
-      });
+  Question question{change_->caller.credentials, change_->label, Right::ReplaceNewer, {}};
+  question.presence = change_->caller.presence;
+  ask(question, [this, staged, newest](const Decision& decision) {
+    attempt([&] {
+      if (decision.kind == Decision::Kind::Yes) return putInPlace(staged);
+      throw ServiceError(ServiceErrorCode::NotPermitted,
+                         "version " + newest +
+                             " is there, and the caller may not replace it "
+                             "with the older version " +
+                             staged.version);
+    });
+  });
 }
 
 void SystemDaemon::putInPlace(const StagedHelper& staged) {

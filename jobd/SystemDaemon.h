@@ -16,7 +16,8 @@
 // Ownership: owns the socket, and the first layer's files while it runs. systemd ensures that there
 //   is only one.
 // Errors: the constructor throws ServiceError. A request that fails gets the cause as its reply.
-// Order: one change at a time; a caller who comes in between is told to try again.
+// Order: one change at a time; a caller who comes in between is told to try again. A caller who
+//   hangs up withdraws the question that is open.
 #pragma once
 
 #include <memory>
@@ -57,7 +58,7 @@ class SystemDaemon {
   using Reply = ControlServer::Reply;
   /// The change under way.
   struct Change {
-    platform::PeerCredentials caller;
+    Caller caller;
     std::string label;
     Reply reply;
     std::unique_ptr<ChildTask> copy;
@@ -66,9 +67,9 @@ class SystemDaemon {
   void watchSignals();
   void authorize(const Question& question, const Decided& decided);
   void ask(const Question& question, const Decided& decided);
-  void handle(const platform::PeerCredentials& caller, const platform::ControlRequest& request,
+  void handle(const Caller& caller, const platform::ControlRequest& request,
               platform::FileDescriptor descriptor, const Reply& reply);
-  void begin(const platform::PeerCredentials& caller, const platform::ControlRequest& request,
+  void begin(const Caller& caller, const platform::ControlRequest& request,
              platform::FileDescriptor helper, const Reply& reply);
   void stage(platform::FileDescriptor helper);
   void takeStaged(const ChildTask::Outcome& outcome);

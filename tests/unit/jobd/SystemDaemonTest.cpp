@@ -79,6 +79,7 @@ class SystemDaemonTest : public testing::Test {
       static constexpr std::array names{"install", "remove", "replace-newer", "grant"};
       asked_.push_back(names.at(static_cast<std::size_t>(question.right)) +
                        (question.prompt.empty() ? "" : ": " + question.prompt));
+      if (meanwhile_) meanwhile_();
       decided({question.right == denied_ ? Decision::Kind::No : Decision::Kind::Yes, {}});
     };
     if (hasNoAuthority_) seams.authority = nullptr;
@@ -86,8 +87,8 @@ class SystemDaemonTest : public testing::Test {
       ++stops_;
       stopped(stopProblem_);
     };
-    seams.trust = [this](std::span<const std::uint8_t>) {
     if (router_) seams.askRouter = [this](const jobd::SystemSeams::Told& told) { told(*router_); };
+    seams.trust = [this](std::span<const std::uint8_t>) {
       if (!isTrusted_) throw ServiceError(ServiceErrorCode::InvalidImage, "not signed");
     };
     return seams;
@@ -141,10 +142,11 @@ class SystemDaemonTest : public testing::Test {
   bool hasNoAuthority_ = false;
   bool isTrusted_ = true;
   std::optional<Right> denied_;
+  std::function<void()> meanwhile_;  ///< while each question is open
   std::string stopProblem_;
+  std::optional<jobd::RouterReport> router_;
   std::vector<std::string> asked_;
   int stops_ = 0;
-  std::optional<jobd::RouterReport> router_;
   int images_ = 0;
 };
 
@@ -195,6 +197,19 @@ TEST_F(SystemDaemonTest, AGrantThatIsNotAllowedIsNotKept) {
   const auto reply = platform::JobDaemon(root_).ask(request, -1);
   EXPECT_EQ(reply.code, ServiceErrorCode::NotPermitted);
   EXPECT_EQ(reply.message, "the caller may not change what is granted");
+  EXPECT_THAT(grants(), IsEmpty());
+}
+
+TEST_F(SystemDaemonTest, AYesToACallerThatHasGoneIsNone) {
+  FileDescriptor caller(platform::connectUnixSocket(root_.controlEndpoint().string(), SOCK_STREAM));
+  meanwhile_ = [&] { caller.reset(); };
+  ControlRequest request{Operation::Grant};
+  request.grant = platform::DeviceGrant{1000, {3, 0x5f3, 0xff, "A1"}, "Pedal"};
+  ASSERT_TRUE(platform::sendFrame(caller.get(), encode(request), -1));
+  serve();
+  EXPECT_TRUE(platform::JobDaemon(root_).ask({}, -1).succeeded()) << "after the one before";
+  end();
+  EXPECT_THAT(asked_, ElementsAre("grant"));
   EXPECT_THAT(grants(), IsEmpty());
 }
 
@@ -327,15 +342,6 @@ TEST_F(SystemDaemonTest, SaysWhatIsInstalled) {
   EXPECT_EQ(jobs.front().label, kLabel);
 }
 
-TEST_F(SystemDaemonTest, EndsWhenNobodyHasCalledForAWhile) {
-  serve(std::chrono::milliseconds(1));
-  thread_.join();
-  const FileDescriptor waits(
-      platform::connectUnixSocket(root_.controlEndpoint().string(), SOCK_STREAM));
-  EXPECT_TRUE(waits) << "systemd still listens";
-}
-
-}  // namespace
 TEST_F(SystemDaemonTest, SaysHowTheRouterFares) {
   package("1.0");
   router_.emplace();
@@ -356,3 +362,12 @@ TEST_F(SystemDaemonTest, SaysHowTheRouterFares) {
   EXPECT_EQ(jobs.front().lastEnd, "exited with status 1");
 }
 
+TEST_F(SystemDaemonTest, EndsWhenNobodyHasCalledForAWhile) {
+  serve(std::chrono::milliseconds(1));
+  thread_.join();
+  const FileDescriptor waits(
+      platform::connectUnixSocket(root_.controlEndpoint().string(), SOCK_STREAM));
+  EXPECT_TRUE(waits) << "systemd still listens";
+}
+
+}  // namespace
