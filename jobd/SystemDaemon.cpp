@@ -11,6 +11,7 @@
 
 #include "jobd/CallerProgram.h"
 #include "jobd/GrantChanges.h"
+#include "jobd/GrantFile.h"
 #include "jobd/LogTable.h"
 #include "jobd/SystemJob.h"
 #include "platform/foundation/StandardError.h"
@@ -74,7 +75,7 @@ SystemDaemon::SystemDaemon(EventLoop& loop, const platform::SystemRoot& root,
       seams_(std::move(seams)),
       idleTime_(idleTime) {
   watchSignals();
-  installer_.removeStagingFiles();
+  cleanUp();
   server_ = std::make_unique<ControlServer>(
       loop_, std::move(listening),
       [this](const Question& question, const Decided& decided) { authorize(question, decided); },
@@ -96,6 +97,16 @@ void SystemDaemon::watchSignals() {
   signals_.reset(::signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK));
   if (!signals_) throw platform::fileSystemError("cannot receive signals", errno);
   signalWatch_ = loop_.watch(signals_.get(), EPOLLIN, [this] { loop_.stop(); });
+}
+
+/// After a daemon that was killed. What can't be cleaned up is no reason not to serve: the change
+/// that meets it says what is wrong.
+void SystemDaemon::cleanUp() try {
+  installer_.removeStagingFiles();
+  GrantFile(directories_.root.get()).discardDraft();
+  installer_.finishInterrupted(std::string(platform::kSystemJobLabel));
+} catch (const ServiceError& error) {
+  note(LogLine::of<row::cannotRun>(error.what()));
 }
 
 /// What can't be installed here is refused before a person is asked.

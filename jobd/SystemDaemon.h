@@ -29,8 +29,8 @@
 #include "jobd/HelperInstaller.h"
 #include "jobd/QuestionThrottle.h"
 #include "jobd/RootDirectories.h"
-
 #include "jobd/RouterReport.h"
+
 namespace jobd {
 
 /// What the daemon needs of the rest of the system.
@@ -38,9 +38,9 @@ struct SystemSeams {
   /// Called with "" when the router has been stopped or was not running, else with the cause.
   using Stopped = std::function<void(const std::string& problem)>;
 
-  Authority authority;  ///< null: everything is refused
   using Told = std::function<void(const RouterReport& router)>;
 
+  Authority authority;  ///< null: everything is refused
   std::function<void(const Stopped& stopped)> stopRouter;
   std::function<void(const Told& told)> askRouter;  ///< null: nothing is known
   ImageCheck trust;                                 ///< runs in a child process
@@ -65,6 +65,7 @@ class SystemDaemon {
   };
 
   void watchSignals();
+  void cleanUp();
   void authorize(const Question& question, const Decided& decided);
   void ask(const Question& question, const Decided& decided);
   void handle(const Caller& caller, const platform::ControlRequest& request,
