@@ -35,7 +35,8 @@ struct UnitProperties {
 /// From an answer to GetAll.
 [[nodiscard]] std::optional<UnitProperties> readUnitProperties(sd_bus_message* message);
 
-/// `unit`: the name of both units without its suffix. `now`: since the same time as systemd's times.
+/// `unit`: the name of both units without its suffix. `now`: since the same time as systemd's
+/// times.
 [[nodiscard]] RouterReport routerReport(const std::string& unit, const UnitProperties& service,
                                         const UnitProperties& socket,
                                         std::chrono::microseconds now);

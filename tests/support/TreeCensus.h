@@ -40,9 +40,8 @@ inline std::string descriptionOf(const std::filesystem::path& path) {
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) return "gone";
   std::string text(64, '\0');
-  text.resize(static_cast<std::size_t>(
-      std::snprintf(text.data(), text.size(), "%o %u:%u", status.st_mode, status.st_uid,
-                    status.st_gid)));
+  text.resize(static_cast<std::size_t>(std::snprintf(
+      text.data(), text.size(), "%o %u:%u", status.st_mode, status.st_uid, status.st_gid)));
   text += attributesOf(path);
   if (S_ISREG(status.st_mode))
     text += " links " + std::to_string(status.st_nlink) + ": " + readFile(path);

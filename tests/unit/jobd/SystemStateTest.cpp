@@ -158,8 +158,8 @@ class SystemState : public testing::Test {
           died = changeAndKill(change, count, isAfter, who);
           const TreeCensus found = stateAfter({});
           ASSERT_TRUE(found == old || found == changed)
-              << "operation " << count << (isAfter ? ", after" : ", before") << "; not as before: "
-              << testing::PrintToString(testsupport::differences(old, found))
+              << "operation " << count << (isAfter ? ", after" : ", before")
+              << "; not as before: " << testing::PrintToString(testsupport::differences(old, found))
               << "; not as after: "
               << testing::PrintToString(testsupport::differences(changed, found));
         }
@@ -213,7 +213,8 @@ bool giveAccess(const fs::path& path) {
       std::uint16_t tag;
       std::uint16_t rights;
       std::uint32_t who;
-    } entries[5] = {{0x01, 6, ~0U}, {0x02, 4, 12345}, {0x04, 4, ~0U}, {0x10, 4, ~0U}, {0x20, 4, ~0U}};
+    } entries[5] = {
+        {0x01, 6, ~0U}, {0x02, 4, 12345}, {0x04, 4, ~0U}, {0x10, 4, ~0U}, {0x20, 4, ~0U}};
   } list;
   return ::setxattr(path.c_str(), "system.posix_acl_access", &list, sizeof list, 0) == 0;
 }

@@ -129,7 +129,7 @@ TEST_F(RouteTest, TheTimeMustNotEndBeforeTheRouterHasAnswered) {
   EXPECT_EQ(outcome.err,
             "the router has not answered in the time of --seconds, so nothing was routed: it may "
             "be waiting for a person who was asked, or be unable to start; allow more time (see "
-            "why: wlhid log; what else is wrong: wlhid doctor)\n");
+            "why: wlhid log; what else is wrong: wlhid doctor)");
 }
 
 TEST_F(RouteTest, PeopleGetAHeaderAndASummary) {
