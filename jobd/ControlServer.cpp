@@ -201,6 +201,7 @@ platform::FrameReader::State ControlServer::readRequest(std::uint64_t id) {
 void ControlServer::dispatch(std::uint64_t id, Connection& connection) {
   connection.watch.end();
   connection.timeout.end();
+  connection.presence = std::make_shared<CallerPresence>(loop_, connection.socket.get());
   const auto request = platform::decodeControlRequest(connection.reader.content());
   if (!request) {
     drop(id);
@@ -220,7 +221,7 @@ void ControlServer::dispatch(std::uint64_t id, Connection& connection) {
                         "this change is not authorized, or its authorization has been used up"));
     return;
   }
-  handler_(connection.caller, *request, connection.reader.takeDescriptor(),
+  handler_({connection.caller, connection.presence}, *request, connection.reader.takeDescriptor(),
            [this, id](const platform::ControlReply& reply) { answer(id, reply); });
 }
 
@@ -238,9 +239,12 @@ void ControlServer::authorize(std::uint64_t id, const platform::ControlRequest& 
     return;
   }
   const bool removes = request.purpose == platform::ChangePurpose::Remove;
-  authority_(
-      {connection.caller, request.label, removes ? Right::Remove : Right::Install, request.prompt},
-      [this, id, request](const Decision& decision) { takeDecision(id, request, decision); });
+  Question question{connection.caller, request.label, removes ? Right::Remove : Right::Install,
+                    request.prompt};
+  question.presence = connection.presence;
+  authority_(question, [this, id, request](const Decision& decision) {
+    takeDecision(id, request, decision);
+  });
 }
 
 void ControlServer::takeDecision(std::uint64_t id, const platform::ControlRequest& request,
@@ -256,7 +260,8 @@ void ControlServer::takeDecision(std::uint64_t id, const platform::ControlReques
 void ControlServer::answer(std::uint64_t id, const platform::ControlReply& reply) {
   const auto found = connections_.find(id);
   if (found == connections_.end()) return;
-  const Connection& connection = found->second;
+  Connection& connection = found->second;
+  connection.endRequest();
   const bool staysOpen = connection.permission && !connection.permission->isUsedUp();
   if (platform::sendFrame(connection.socket.get(), encode(reply), -1) && staysOpen)
     awaitRequest(id, limits_.permissionLifetime);

@@ -29,6 +29,7 @@
 #include <optional>
 #include <string>
 
+#include "jobd/Caller.h"
 #include "jobd/EventLoop.h"
 #include "jobd/Permission.h"
 #include "platform/services/Control.h"
@@ -51,8 +52,7 @@ class ControlServer {
  public:
   using Reply = std::function<void(const platform::ControlReply& reply)>;
   /// The descriptor is empty if none came with the request.
-  using Handler = std::function<void(const platform::PeerCredentials& caller,
-                                     const platform::ControlRequest& request,
+  using Handler = std::function<void(const Caller& caller, const platform::ControlRequest& request,
                                      platform::FileDescriptor descriptor, Reply reply)>;
 
   /// Listens as "jobd.sock" in the open directory. `quiet` is called whenever the last connection
@@ -74,7 +74,16 @@ class ControlServer {
 
  private:
   struct Connection {
+    Connection() = default;
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+    ~Connection() { endRequest(); }
+    void endRequest() {
+      if (presence) presence->end();
+    }
+
     platform::PeerCredentials caller;
+    std::shared_ptr<CallerPresence> presence;  ///< of the request that is worked on
     platform::FileDescriptor socket;
     platform::FrameReader reader;
     EventLoop::Token watch;  ///< while a request is awaited

@@ -85,8 +85,7 @@ Daemon::Daemon(const platform::SystemRoot& root, RootDirectories directories,
   server_ = std::make_unique<ControlServer>(
       loop_, directories_.run.get(),
       [this](const Question& question, const Decided& decided) { authorize(question, decided); },
-      [this](const platform::PeerCredentials&, const ControlRequest& request,
-             platform::FileDescriptor descriptor,
+      [this](const Caller&, const ControlRequest& request, platform::FileDescriptor descriptor,
              const Reply& reply) { handle(request, std::move(descriptor), reply); },
       [this] { updateIdleTimer(); });
   watchRunDirectory();
@@ -159,7 +158,7 @@ void Daemon::loadJob(const std::string& label) {
 /// ask. That this person was asked is the application's claim; the log records which program made
 /// it.
 void Daemon::authorize(const Question& question, const Decided& decided) {
-  const auto& [caller, label, right, prompt, change] = question;
+  const auto& [caller, label, right, prompt, change, presence] = question;
   const bool mayChange = caller.user == 0 || caller.user == ::geteuid();
   const std::string program = programOf(caller.process);
   log_.note(mayChange

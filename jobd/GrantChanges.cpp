@@ -59,18 +59,19 @@ ControlReply attempt(int root, const GrantChange& change) try {
 
 }  // namespace
 
-void changeGrants(int rootDirectory, const GrantSeams& seams, const PeerCredentials& caller,
+void changeGrants(int rootDirectory, const GrantSeams& seams, const Caller& caller,
                   const platform::ControlRequest& request, const ControlServer::Reply& reply) {
   using Operation = platform::ControlRequest::Operation;
   const GrantChange change{*request.grant, request.operation == Operation::Revoke};
-  Question question{caller, std::string(platform::kSystemJobLabel), Right::Grant, {}};
+  Question question{caller.credentials, std::string(platform::kSystemJobLabel), Right::Grant, {}};
   question.change = change;
-  seams.authority(question, [=, note = seams.note](const Decision& decision) {
+  question.presence = caller.presence;
+  seams.authority(question, [=, who = caller.credentials,
+                             note = seams.note](const Decision& decision) {
     const ControlReply answer =
         decision.kind == Decision::Kind::Yes ? attempt(rootDirectory, change) : refusal(decision);
-    note(answer.succeeded()
-             ? lineOf(caller, change)
-             : LogLine::of<row::grantDenied>(caller.process, caller.user, answer.message));
+    note(answer.succeeded() ? lineOf(who, change)
+                            : LogLine::of<row::grantDenied>(who.process, who.user, answer.message));
     reply(answer);
   });
 }

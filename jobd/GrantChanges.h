@@ -25,8 +25,7 @@ struct GrantSeams {
 };
 
 /// `request` is one with a grant.
-void changeGrants(int rootDirectory, const GrantSeams& seams,
-                  const platform::PeerCredentials& caller, const platform::ControlRequest& request,
-                  const ControlServer::Reply& reply);
+void changeGrants(int rootDirectory, const GrantSeams& seams, const Caller& caller,
+                  const platform::ControlRequest& request, const ControlServer::Reply& reply);
 
 }  // namespace jobd

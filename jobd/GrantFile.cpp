@@ -41,7 +41,7 @@ void writeAll(int file, std::span<const std::uint8_t> bytes) {
 
 /// Complete and on disk when this returns.
 void writeDraft(int directory, std::span<const std::uint8_t> bytes) {
-  ::unlinkat(directory, kDraft, 0);  // left by a daemon that was killed
+  ::unlinkat(directory, kDraft, 0);
   const FileDescriptor draft(
       ::openat(directory, kDraft, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!draft) throw fileSystemError("cannot write the grants", errno);
@@ -69,6 +69,11 @@ void GrantFile::revoke(const DeviceGrant& grant) const {
     throw platform::ServiceError(platform::ServiceErrorCode::InvalidArgument,
                                  "there is no such grant any more");
   write(grants);
+}
+
+void GrantFile::discardDraft() const {
+  const auto directory = platform::openPlace(root_, platform::kGrantDirectory);
+  if (directory) ::unlinkat(directory.get(), kDraft, 0);
 }
 
 void GrantFile::write(const std::vector<DeviceGrant>& grants) const {

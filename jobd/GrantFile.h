@@ -23,6 +23,8 @@ class GrantFile {
   void grant(const platform::DeviceGrant& grant) const;
   /// Throws InvalidArgument if there is no such grant.
   void revoke(const platform::DeviceGrant& grant) const;
+  /// Removes what a daemon left that was killed.
+  void discardDraft() const;
 
  private:
   void write(const std::vector<platform::DeviceGrant>& grants) const;

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <optional>
 #include <span>
 
 #include "jobd/HelperImage.h"
@@ -48,6 +49,10 @@ FileDescriptor makeFile(int directory, const std::string& name) {
   return file;
 }
 
+std::string jobFileOf(const std::string& label) {
+  return label + std::string(kJobSuffix);
+}
+
 /// The file is complete and on disk when this returns.
 void finishFile(int file, const std::string& name, mode_t mode) {
   if (::fchmod(file, mode) != 0 || ::fsync(file) != 0)
@@ -59,6 +64,25 @@ void checkIsRegular(int source) {
   if (::fstat(source, &status) != 0) throw fileSystemError("cannot examine the helper", errno);
   if (!S_ISREG(status.st_mode))
     throw ServiceError(ServiceErrorCode::FileSystem, "the helper is not a regular file");
+}
+
+void stageJobFile(int staging, const platform::JobDescription& job) {
+  const std::string name = stagingName(jobFileOf(job.label));
+  const FileDescriptor file = makeFile(staging, name);
+  writeAll(file.get(), platform::encodeJobFile(job), name);
+  finishFile(file.get(), name, 0644);
+}
+
+/// None for an executable that is missing or damaged.
+std::optional<std::vector<std::string>> servicesOfHelper(int directory,
+                                                         const std::string& label) try {
+  const FileDescriptor file(
+      ::openat(directory, label.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!file) return std::nullopt;
+  const MappedFile image(file.get(), label);
+  return parseHelperImage(image.bytes(), label).services;
+} catch (const ServiceError&) {
+  return std::nullopt;
 }
 
 /// Copies in pieces from the beginning, whatever the source's offset.
@@ -149,34 +173,55 @@ platform::JobDescription HelperInstaller::putInPlace(const std::string& label,
                                                      std::vector<std::string> services,
                                                      const Approval& approve) {
   const int tools = directories_.tools.get();
-  const int jobs = directories_.jobs.get();
-  const std::string jobFile = label + std::string(kJobSuffix);
   const int helperStage = helperStaging(directories_);
-  const int jobStage = jobStaging(directories_);
   StagingGuard executableGuard(helperStage, stagingName(label));
   reached(InstallStep::ExecutableStaged);
-  platform::JobDescription job{label, {root_.helperTool(label).string()}, std::move(services)};
+  platform::JobDescription job = describe(label, std::move(services));
   if (approve) approve(job);
-  StagingGuard jobGuard(jobStage, stagingName(jobFile));
-  const FileDescriptor file = makeFile(jobStage, stagingName(jobFile));
-  writeAll(file.get(), platform::encodeJobFile(job), stagingName(jobFile));
-  finishFile(file.get(), stagingName(jobFile), 0644);
+  StagingGuard jobGuard(jobStaging(directories_), stagingName(jobFileOf(label)));
+  stageJobFile(jobStaging(directories_), job);
   reached(InstallStep::JobFileStaged);
 
   moveStaged(helperStage, stagingName(label), tools, label);
   executableGuard.dismiss();
   syncDirectory(tools);
   reached(InstallStep::ExecutableInPlace);
-  moveStaged(jobStage, stagingName(jobFile), jobs, jobFile);
+  putJobFileInPlace(label);
   jobGuard.dismiss();
-  reached(InstallStep::JobFileInPlace);
-  syncDirectory(jobs);
   reached(InstallStep::Done);
   return job;
 }
 
+platform::JobDescription HelperInstaller::describe(const std::string& label,
+                                                   std::vector<std::string> services) const {
+  return {label, {root_.helperTool(label).string()}, std::move(services)};
+}
+
+void HelperInstaller::putJobFileInPlace(const std::string& label) {
+  const int jobs = directories_.jobs.get();
+  moveStaged(jobStaging(directories_), stagingName(jobFileOf(label)), jobs, jobFileOf(label));
+  reached(InstallStep::JobFileInPlace);
+  syncDirectory(jobs);
+}
+
+void HelperInstaller::finishInterrupted(const std::string& label) {
+  const int tools = directories_.tools.get();
+  const auto found = platform::readFileIn(directories_.jobs.get(), jobFileOf(label),
+                                          platform::kMaximumJobFileBytes);
+  if (!found) {
+    if (unlinkIn(tools, label)) syncDirectory(tools);
+    return;
+  }
+  const auto services = servicesOfHelper(tools, label);
+  if (!services) return;
+  const auto job = describe(label, *services);
+  if (platform::encodeJobFile(job) == *found) return;
+  stageJobFile(jobStaging(directories_), job);
+  putJobFileInPlace(label);
+}
+
 bool HelperInstaller::remove(const std::string& label) {
-  const bool hadJob = unlinkIn(directories_.jobs.get(), label + std::string(kJobSuffix));
+  const bool hadJob = unlinkIn(directories_.jobs.get(), jobFileOf(label));
   if (hadJob) syncDirectory(directories_.jobs.get());
   const bool hadExecutable = unlinkIn(directories_.tools.get(), label);
   if (hadExecutable) syncDirectory(directories_.tools.get());

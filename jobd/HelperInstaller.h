@@ -12,6 +12,7 @@
 // Errors: ServiceError. A failure before the first rename changes nothing.
 // Order: when installing, the executable before the job file; when removing, the job file before
 //   the executable. So a job file never names a missing executable.
+//   removeStagingFiles before finishInterrupted, at the daemon's start.
 #pragma once
 
 #include <cstdint>
@@ -84,8 +85,15 @@ class HelperInstaller {
 
   /// Removes what interrupted installations left.
   void removeStagingFiles();
+  /// Finishes for this job what was interrupted between two files. An executable without a job file
+  /// is removed; a job file that describes the executable before is replaced by one that describes
+  /// the one that is there.
+  void finishInterrupted(const std::string& label);
 
  private:
+  [[nodiscard]] platform::JobDescription describe(const std::string& label,
+                                                  std::vector<std::string> services) const;
+  void putJobFileInPlace(const std::string& label);
   void reached(InstallStep step) const {
     if (stepDone_) stepDone_(step);
   }

@@ -4,10 +4,12 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 
+#include "jobd/Caller.h"
 #include "platform/services/Control.h"
 #include "platform/services/UnixSocket.h"
 
@@ -33,6 +35,8 @@ struct Question {
   Right right = Right::Install;
   std::string prompt;  ///< the application's words, to be shown as such; may be anything
   std::optional<GrantChange> change{};  ///< with Right::Grant, always
+  /// Null where nobody needs to know. A question whose caller has gone is withdrawn.
+  std::shared_ptr<CallerPresence> presence{};
 };
 
 struct Decision {

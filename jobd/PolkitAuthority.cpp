@@ -119,9 +119,15 @@ void PolkitAuthority::decide(const Question& question, const Decided& decided) {
   asked.details = detailsOf(question, caller->program());
   asked.message = messageFor(question, caller->program());
   asked.mayAskPerson = true;
-  polkit_.ask(std::move(asked), [this, decided](const PolkitAnswer& answer) {
-    mailbox_.post([decided, decision = decisionOf(answer)] { decided(decision); });
-  });
+  const auto presence = question.presence;
+  const auto id =
+      polkit_.ask(std::move(asked), [this, decided, presence](const PolkitAnswer& answer) {
+        mailbox_.post([decided, presence, decision = decisionOf(answer)] {
+          if (presence) presence->whenGone(nullptr);
+          decided(decision);
+        });
+      });
+  if (presence) presence->whenGone([this, id] { polkit_.withdraw(id); });
 }
 
 }  // namespace jobd

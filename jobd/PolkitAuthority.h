@@ -3,9 +3,9 @@
 // Has polkit decide who may change the system's router.
 //
 // Each right is one of polkit's actions. The subject is the caller as the kernel identifies it; a
-// caller that has gone is a no, and so are an unreachable polkit and one that does not answer. The
-// question that a person may see is composed here; of the application it holds the program's name
-// and the prompt, quoted.
+// caller that has gone is a no, and so are an unreachable polkit and one that does not answer. One
+// that hangs up meanwhile takes its question back. The question that a person may see is composed
+// here; of the application it holds the program's name and the prompt, quoted.
 //
 // Threading: the loop's thread; the answers come there too.
 // Ownership: the loop outlives it; it outlives whoever waits for an answer.

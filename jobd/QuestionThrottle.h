@@ -2,9 +2,9 @@
 
 // Keeps callers from having the same person asked again and again.
 //
-// One question at a time for each user, and after a no, or a dismissed question, none for a while:
-// 2 s, doubled with each further one, up to a minute. A yes, or ten minutes without a question,
-// resets it. The superuser is never asked and so never held back.
+// One question at a time for each user, and after a no, or a dismissed or withdrawn question, none
+// for a while: 2 s, doubled with each further one, up to a minute. A yes, or ten minutes without a
+// question, resets it. The superuser is never asked and so never held back.
 //
 // Threading: one thread.
 #pragma once
@@ -31,7 +31,8 @@ class QuestionThrottle {
     if (user == 0) return {};
     User& state = users_[user];
     if (state.isOpen) return "another question is open; answer that one first";
-    if (now < state.notBefore) return "the last question was answered with no; try again later";
+    if (now < state.notBefore)
+      return "the last question was not answered with yes; try again later";
     state.isOpen = true;
     return {};
   }

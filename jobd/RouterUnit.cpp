@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "jobd/RouterProperties.h"
 #include "platform/system/BusCalls.h"
 
 namespace jobd {
@@ -25,6 +26,10 @@ constexpr std::chrono::seconds kCallLimit{5};
 // Longer than the unit's TimeoutStopSec=.
 constexpr std::chrono::seconds kStopLimit{15};
 constexpr std::chrono::milliseconds kPause{50};
+// A caller waits for the answer to both of its queries.
+constexpr std::chrono::seconds kAskLimit{2};
+constexpr std::size_t kAskWindow = 8;
+constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
 
 BusMessage composeStop(sd_bus* connection, const std::string& unit) {
   sd_bus_message* made = nullptr;
@@ -46,12 +51,23 @@ std::string pathOf(const std::string& unit) {
 
 BusMessage composeQuery(sd_bus* connection, const std::string& unit) {
   sd_bus_message* made = nullptr;
-  if (sd_bus_message_new_method_call(connection, &made, kSystemd, pathOf(unit).c_str(),
-                                     "org.freedesktop.DBus.Properties", "Get") < 0)
+  if (sd_bus_message_new_method_call(connection, &made, kSystemd, pathOf(unit).c_str(), kProperties,
+                                     "Get") < 0)
     return nullptr;
   BusMessage message(made);
   const bool isComplete =
       sd_bus_message_append(made, "ss", "org.freedesktop.systemd1.Service", "MainPID") >= 0;
+  return isComplete ? std::move(message) : nullptr;
+}
+
+/// For the properties of all interfaces of the unit.
+BusMessage composeQueryOfAll(sd_bus* connection, const std::string& unit) {
+  sd_bus_message* made = nullptr;
+  if (sd_bus_message_new_method_call(connection, &made, kSystemd, pathOf(unit).c_str(), kProperties,
+                                     "GetAll") < 0)
+    return nullptr;
+  BusMessage message(made);
+  const bool isComplete = sd_bus_message_append(made, "s", "") >= 0;
   return isComplete ? std::move(message) : nullptr;
 }
 
@@ -66,7 +82,8 @@ std::uint32_t processIn(sd_bus_message* message) {
 /// On the bus's thread.
 class RouterUnit::Calls : public std::enable_shared_from_this<Calls> {
  public:
-  Calls(SystemBus& bus, std::string name) : bus_(bus), name_(std::move(name)), calls_(bus, 1) {}
+  Calls(SystemBus& bus, std::string name)
+      : bus_(bus), unit_(std::move(name)), calls_(bus, 1), questions_(bus, kAskWindow) {}
 
   /// A client that was cut off may have started the next one before anybody looks, so what is
   /// awaited is the end of this one.
@@ -77,17 +94,40 @@ class RouterUnit::Calls : public std::enable_shared_from_this<Calls> {
     });
   }
 
+  void ask(const Told& told) {
+    queryAll(".service", [this, told](const UnitProperties& service) {
+      queryAll(".socket", [this, told, service](const UnitProperties& socket) {
+        told(routerReport(unit_, service, socket,
+                          std::chrono::duration_cast<std::chrono::microseconds>(
+                              SystemBus::Clock::now().time_since_epoch())));
+      });
+    });
+  }
+
  private:
   using Time = SystemBus::Clock::time_point;
 
+  /// What cannot be asked or read has no properties.
+  void queryAll(const char* suffix, const std::function<void(const UnitProperties&)>& answered) {
+    questions_.call(
+        [name = unit_ + suffix](sd_bus* connection) { return composeQueryOfAll(connection, name); },
+        kAskLimit,
+        [answered](const BusReply& reply) {
+          const auto read =
+              reply.message == nullptr ? std::nullopt : readUnitProperties(reply.message);
+          answered(read.value_or(UnitProperties()));
+        });
+  }
+
   void query(BusCalls::Answered answered) {
-    calls_.call([this](sd_bus* connection) { return composeQuery(connection, name_); }, kCallLimit,
-                std::move(answered));
+    calls_.call([this](sd_bus* connection) { return composeQuery(connection, service()); },
+                kCallLimit, std::move(answered));
   }
 
   /// The answer to a stop comes when the stop is queued.
   void stop(const Stopped& stopped, std::uint32_t process) {
-    calls_.call([this](sd_bus* connection) { return composeStop(connection, name_); }, kCallLimit,
+    calls_.call([this](sd_bus* connection) { return composeStop(connection, service()); },
+                kCallLimit,
                 [this, stopped, process](const BusReply& reply) {
                   if (reply.message == nullptr) return stopped(reply.error);
                   awaitEnd(stopped, process, SystemBus::Clock::now() + kStopLimit);
@@ -106,9 +146,12 @@ class RouterUnit::Calls : public std::enable_shared_from_this<Calls> {
     });
   }
 
+  [[nodiscard]] std::string service() const { return unit_ + ".service"; }
+
   SystemBus& bus_;
-  const std::string name_;
+  const std::string unit_;
   BusCalls calls_;
+  BusCalls questions_;  ///< of their own, so that a stop does not wait for them
 };
 
 RouterUnit::RouterUnit(SystemBus& bus, std::string name) : bus_(bus) {
@@ -122,6 +165,12 @@ RouterUnit::~RouterUnit() {
 void RouterUnit::stop(Stopped stopped) {
   bus_.post([calls = std::weak_ptr<Calls>(calls_), stopped = std::move(stopped)] {
     if (const auto self = calls.lock()) self->stop(stopped);
+  });
+}
+
+void RouterUnit::ask(Told told) {
+  bus_.post([calls = std::weak_ptr<Calls>(calls_), told = std::move(told)] {
+    if (const auto self = calls.lock()) self->ask(told);
   });
 }
 

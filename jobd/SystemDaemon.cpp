@@ -11,6 +11,7 @@
 
 #include "jobd/CallerProgram.h"
 #include "jobd/GrantChanges.h"
+#include "jobd/GrantFile.h"
 #include "jobd/LogTable.h"
 #include "jobd/SystemJob.h"
 #include "platform/foundation/StandardError.h"
@@ -35,7 +36,7 @@ void note(const LogLine& line) {
 
 void noteDecision(const Question& question, const Decision& decision) {
   if (question.right == Right::Grant) return;  // the change itself is noted
-  const auto& [caller, label, right, prompt, change] = question;
+  const auto& [caller, label, right, prompt, change, presence] = question;
   const std::string program = programOf(caller.process);
   note(decision.kind == Decision::Kind::Yes
            ? LogLine::of<row::permissionGranted>(label, caller.process, program, caller.user)
@@ -74,11 +75,11 @@ SystemDaemon::SystemDaemon(EventLoop& loop, const platform::SystemRoot& root,
       seams_(std::move(seams)),
       idleTime_(idleTime) {
   watchSignals();
-  installer_.removeStagingFiles();
+  cleanUp();
   server_ = std::make_unique<ControlServer>(
       loop_, std::move(listening),
       [this](const Question& question, const Decided& decided) { authorize(question, decided); },
-      [this](const platform::PeerCredentials& caller, const ControlRequest& request,
+      [this](const Caller& caller, const ControlRequest& request,
              platform::FileDescriptor descriptor,
              const Reply& reply) { handle(caller, request, std::move(descriptor), reply); },
       [this] { updateIdleTimer(); });
@@ -96,6 +97,16 @@ void SystemDaemon::watchSignals() {
   signals_.reset(::signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK));
   if (!signals_) throw platform::fileSystemError("cannot receive signals", errno);
   signalWatch_ = loop_.watch(signals_.get(), EPOLLIN, [this] { loop_.stop(); });
+}
+
+/// After a daemon that was killed. What can't be cleaned up is no reason not to serve: the change
+/// that meets it says what is wrong.
+void SystemDaemon::cleanUp() try {
+  installer_.removeStagingFiles();
+  GrantFile(directories_.root.get()).discardDraft();
+  installer_.finishInterrupted(std::string(platform::kSystemJobLabel));
+} catch (const ServiceError& error) {
+  note(LogLine::of<row::cannotRun>(error.what()));
 }
 
 /// What can't be installed here is refused before a person is asked.
@@ -118,18 +129,21 @@ void SystemDaemon::ask(const Question& question, const Decided& decided) {
     decided({Decision::Kind::No, whyNot});
     return;
   }
-  seams_.authority(question, [this, question, user, decided](const Decision& decision) {
+  seams_.authority(question, [this, question, user, decided](const Decision& answer) {
+    const bool isThere = !question.presence || question.presence->isThere();
+    const Decision decision =
+        isThere ? answer : Decision{Decision::Kind::No, "the caller has gone"};
     throttle_.end(user, decision.kind == Decision::Kind::Yes, EventLoop::Clock::now());
     noteDecision(question, decision);
     decided(decision);
   });
 }
 
-void SystemDaemon::handle(const platform::PeerCredentials& caller, const ControlRequest& request,
+void SystemDaemon::handle(const Caller& caller, const ControlRequest& request,
                           platform::FileDescriptor descriptor, const Reply& reply) try {
   idleTimer_.end();
   if (request.operation == ControlRequest::Operation::Status)
-    reply(status());
+    replyWithStatus(reply);
   else if (request.grant)
     changeGrants(
         directories_.root.get(),
@@ -144,7 +158,7 @@ void SystemDaemon::handle(const platform::PeerCredentials& caller, const Control
   reply(controlReply(ServiceErrorCode::FileSystem, error.what()));
 }
 
-void SystemDaemon::begin(const platform::PeerCredentials& caller, const ControlRequest& request,
+void SystemDaemon::begin(const Caller& caller, const ControlRequest& request,
                          platform::FileDescriptor helper, const Reply& reply) {
   checkIsSystemLabel(request.label);
   if (change_ || endedCopy_)
@@ -202,17 +216,18 @@ void SystemDaemon::install(const StagedHelper& staged) {
     putInPlace(staged);
     return;
   }
-  ask({change_->caller, change_->label, Right::ReplaceNewer, {}},
-      [this, staged, newest](const Decision& decision) {
-        attempt([&] {
-          if (decision.kind == Decision::Kind::Yes) return putInPlace(staged);
-          throw ServiceError(ServiceErrorCode::NotPermitted,
-                             "version " + newest +
-                                 " is there, and the caller may not replace it "
-                                 "with the older version " +
-                                 staged.version);
-        });
-      });
+  Question question{change_->caller.credentials, change_->label, Right::ReplaceNewer, {}};
+  question.presence = change_->caller.presence;
+  ask(question, [this, staged, newest](const Decision& decision) {
+    attempt([&] {
+      if (decision.kind == Decision::Kind::Yes) return putInPlace(staged);
+      throw ServiceError(ServiceErrorCode::NotPermitted,
+                         "version " + newest +
+                             " is there, and the caller may not replace it "
+                             "with the older version " +
+                             staged.version);
+    });
+  });
 }
 
 void SystemDaemon::putInPlace(const StagedHelper& staged) {
@@ -259,16 +274,24 @@ void SystemDaemon::finish(const ControlReply& reply) {
   updateIdleTimer();
 }
 
-ControlReply SystemDaemon::status() const {
-  ControlReply status = controlReply();
+void SystemDaemon::replyWithStatus(const Reply& reply) const {
   const std::string label(platform::kSystemJobLabel);
-  if (platform::findJobFile(directories_.root.get(), root_.places(), label)) {
-    platform::JobStatus job;
-    job.label = label;
-    job.services = {label};
-    status.jobs.push_back(std::move(job));
+  if (!platform::findJobFile(directories_.root.get(), root_.places(), label)) {
+    reply(controlReply());
+    return;
   }
-  return status;
+  const auto tell = [reply, label](const RouterReport& router) {
+    ControlReply status = controlReply();
+    status.message = router.problem;
+    status.jobs.push_back(router.status);
+    status.jobs.front().label = label;
+    status.jobs.front().services = {label};
+    reply(status);
+  };
+  if (seams_.askRouter)
+    seams_.askRouter(tell);
+  else
+    tell({});
 }
 
 void SystemDaemon::updateIdleTimer() {

@@ -11,12 +11,13 @@
 // service; an image that is not trusted. An image older than what is installed, by an application
 // or a package, needs a right of its own.
 //
-// Threading: one thread; SIGTERM and SIGINT are handled by the loop. The authority and the stop of
-//   the router answer on this thread.
+// Threading: one thread; SIGTERM and SIGINT are handled by the loop. The authority, the stop
+//   of the router and the question how it fares are answered on this thread.
 // Ownership: owns the socket, and the first layer's files while it runs. systemd ensures that there
 //   is only one.
 // Errors: the constructor throws ServiceError. A request that fails gets the cause as its reply.
-// Order: one change at a time; a caller who comes in between is told to try again.
+// Order: one change at a time; a caller who comes in between is told to try again. A caller who
+//   hangs up withdraws the question that is open.
 #pragma once
 
 #include <memory>
@@ -28,6 +29,7 @@
 #include "jobd/HelperInstaller.h"
 #include "jobd/QuestionThrottle.h"
 #include "jobd/RootDirectories.h"
+#include "jobd/RouterReport.h"
 
 namespace jobd {
 
@@ -36,9 +38,12 @@ struct SystemSeams {
   /// Called with "" when the router has been stopped or was not running, else with the cause.
   using Stopped = std::function<void(const std::string& problem)>;
 
+  using Told = std::function<void(const RouterReport& router)>;
+
   Authority authority;  ///< null: everything is refused
   std::function<void(const Stopped& stopped)> stopRouter;
-  ImageCheck trust;  ///< runs in a child process
+  std::function<void(const Told& told)> askRouter;  ///< null: nothing is known
+  ImageCheck trust;                                 ///< runs in a child process
 };
 
 class SystemDaemon {
@@ -53,18 +58,19 @@ class SystemDaemon {
   using Reply = ControlServer::Reply;
   /// The change under way.
   struct Change {
-    platform::PeerCredentials caller;
+    Caller caller;
     std::string label;
     Reply reply;
     std::unique_ptr<ChildTask> copy;
   };
 
   void watchSignals();
+  void cleanUp();
   void authorize(const Question& question, const Decided& decided);
   void ask(const Question& question, const Decided& decided);
-  void handle(const platform::PeerCredentials& caller, const platform::ControlRequest& request,
+  void handle(const Caller& caller, const platform::ControlRequest& request,
               platform::FileDescriptor descriptor, const Reply& reply);
-  void begin(const platform::PeerCredentials& caller, const platform::ControlRequest& request,
+  void begin(const Caller& caller, const platform::ControlRequest& request,
              platform::FileDescriptor helper, const Reply& reply);
   void stage(platform::FileDescriptor helper);
   void takeStaged(const ChildTask::Outcome& outcome);
@@ -76,7 +82,7 @@ class SystemDaemon {
   void fail(const std::exception& error);
   template <class Step>
   void attempt(const Step& step);
-  [[nodiscard]] platform::ControlReply status() const;
+  void replyWithStatus(const Reply& reply) const;
   void updateIdleTimer();
   void endIfIdle();
 

@@ -42,7 +42,7 @@ void blockSignals() {
 class Authorities {
  public:
   explicit Authorities(EventLoop& loop)
-      : mailbox_(loop), polkit_(mailbox_, bus_), router_(bus_, "wlhid-router.service") {}
+      : mailbox_(loop), polkit_(mailbox_, bus_), router_(bus_, "wlhid-router") {}
 
   void connect(SystemSeams& seams) {
     seams.authority = [this](const Question& question, const Decided& decided) {
@@ -51,6 +51,11 @@ class Authorities {
     seams.stopRouter = [this](const SystemSeams::Stopped& stopped) {
       router_.stop([this, stopped](const std::string& problem) {
         mailbox_.post([stopped, problem] { stopped(problem); });
+      });
+    };
+    seams.askRouter = [this](const SystemSeams::Told& told) {
+      router_.ask([this, told](const RouterReport& router) {
+        mailbox_.post([told, router] { told(router); });
       });
     };
   }

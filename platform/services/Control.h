@@ -62,7 +62,7 @@ struct JobStatus {
 
 struct ControlReply {
   ServiceErrorCode code = ServiceErrorCode::None;
-  std::string message;  ///< the cause as a sentence; empty on success
+  std::string message;  ///< the cause as a sentence; in a status, why nothing starts the router
   std::vector<JobStatus> jobs;
   std::int64_t daemonProcessIdentifier = 0;
 

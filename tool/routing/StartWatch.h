@@ -34,12 +34,14 @@ class StartWatch {
   /// Asks the job daemon. Returns why the start request will not be answered, or nothing while it
   /// still may be.
   [[nodiscard]] std::optional<std::string> ask();
-  /// The same for a given status of the router's job.
+  /// The same for a given reply, and for a given status of the router's job.
+  [[nodiscard]] std::optional<std::string> take(const platform::ControlReply& status);
   [[nodiscard]] std::optional<std::string> take(const platform::JobStatus& job);
 
  private:
   const platform::SystemRoot root_;
   std::optional<std::uint64_t> endsBefore_;
+  std::string lastEnd_;  ///< systemd forgets it while the next process runs
 };
 
 }  // namespace tool

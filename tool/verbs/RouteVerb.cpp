@@ -152,9 +152,19 @@ class UnansweredStart {
   Clock::time_point next_ = Clock::now() + StartWatch::kInterval;
 };
 
+/// A session that the time ends before it began is no success.
+RouteEnd endAtDeadline(const RouteSession& session, const std::string& advice) {
+  if (session.answered()) return {};
+  return {true,
+          "the router has not answered in the time of --seconds, so nothing was routed: it may be "
+          "waiting for a person who was asked, or be unable to start; allow more time" +
+              advice};
+}
+
 /// Waits until the session has ended, a signal arrives or the time is up, and ends the session.
 void waitForEnd(RouteSession& session, const std::shared_ptr<WLHIDEventRouterClient>& client,
-                StopSignals& signals, Deadline deadline, UnansweredStart start) {
+                StopSignals& signals, Deadline deadline, const std::string& advice) {
+  UnansweredStart start(advice);
   bool waitingForValues = false;
   while (!session.ended()) {
     if (session.lastReportSeen() && !waitingForValues) {
@@ -166,7 +176,8 @@ void waitForEnd(RouteSession& session, const std::shared_ptr<WLHIDEventRouterCli
     ::poll(events.data(), events.size(), start.milliseconds(session, deadline.milliseconds()));
     const bool interrupted = events[0].revents != 0;
     if (interrupted) signals.unblock();
-    if (interrupted || deadline.passed()) session.end(client, {});
+    if (interrupted) session.end(client, {});
+    if (deadline.passed()) session.end(client, endAtDeadline(session, advice));
     session.drainWake();
     start.endIfUnanswerable(session, client);
   }
@@ -203,8 +214,7 @@ int routeDevice(std::uint64_t registryEntryID, const RouteOptions& options, Stop
   if (!options.json) print(routeHeader(nameOfDevice(registryEntryID), registryEntryID));
   const auto begin = Clock::now();
   client->setStarted(true);
-  waitForEnd(*session, client, signals, Deadline(options.seconds),
-             UnansweredStart(adviceFor(options)));
+  waitForEnd(*session, client, signals, Deadline(options.seconds), adviceFor(options));
   const auto time = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
   signals.unblock();
   client->setDelegate(nullptr);
@@ -323,7 +333,9 @@ void addRouteVerb(CLI::App& app, Action& chosen) {
       ->type_name("SPEED");
   verb->add_option("--count", options->countText, "End after N reports (0, the default: never)")
       ->type_name("N");
-  verb->add_option("--seconds", options->seconds, "End after S seconds (0, the default: never)")
+  verb->add_option("--seconds", options->seconds,
+                   "End after S seconds (0, the default: never); a failure\nif the router has not "
+                   "answered by then")
       ->type_name("S");
   verb->add_option("--mode", options->modeText,
                    "0 shares the device with others (the default), 1 takes it exclusively")

@@ -190,7 +190,8 @@ TEST_F(RouteTest, TagsLimitTheValues) {
 TEST_F(RouteTest, EndsWhenTheTimeIsUp) {
   install();
   const std::string id = addDevice("qemu-usb-mouse.hid", {"--repeat"});
-  EXPECT_EQ(route({id, "--seconds", "0.3"}).status, 0);
+  const auto outcome = route({id, "--seconds", "3"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
 }
 
 TEST_F(RouteTest, AnInterruptEndsItInOrder) {

@@ -74,7 +74,7 @@ class ServedEndpoint {
  private:
   /// "com.no" is refused, "com.later" allowed an iteration later, anything else at once.
   void ask(const jobd::Question& question, const jobd::Decided& decided) {
-    const auto& [caller, label, right, prompt, change] = question;
+    const auto& [caller, label, right, prompt, change, presence] = question;
     const bool isWhoTheKernelNames = caller.user == ::geteuid() && caller.process == ::getpid();
     if (label == "com.later")
       later_ = loop_.after(1ms, [decided] { decided({Kind::Yes, {}}); });

@@ -29,8 +29,14 @@ void limitReads(std::vector<ssize_t> limits);
 /// Makes the process exit with this status after its next write.
 void exitAfterWriting(int status);
 
-/// Kills the process with SIGKILL before or after its `count`th write, change of mode, sync, rename
-/// or removal of a file.
-void dieAt(int count, bool isAfter);
+enum class Dies { Process, Group };
+
+/// Kills this process with SIGKILL, or its whole process group, before or after the `count`th
+/// operation that changes the file system: the making of a file or directory, a write, a change of
+/// mode, a sync, a rename or a removal. Those of processes that it forks count too, and one of them
+/// may be the process that dies.
+void dieAt(int count, bool isAfter, Dies who = Dies::Process);
+/// Whether that has happened, in whichever of the processes.
+[[nodiscard]] bool hasDied();
 
 }  // namespace fileoperations

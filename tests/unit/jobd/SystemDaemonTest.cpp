@@ -79,6 +79,7 @@ class SystemDaemonTest : public testing::Test {
       static constexpr std::array names{"install", "remove", "replace-newer", "grant"};
       asked_.push_back(names.at(static_cast<std::size_t>(question.right)) +
                        (question.prompt.empty() ? "" : ": " + question.prompt));
+      if (meanwhile_) meanwhile_();
       decided({question.right == denied_ ? Decision::Kind::No : Decision::Kind::Yes, {}});
     };
     if (hasNoAuthority_) seams.authority = nullptr;
@@ -86,6 +87,7 @@ class SystemDaemonTest : public testing::Test {
       ++stops_;
       stopped(stopProblem_);
     };
+    if (router_) seams.askRouter = [this](const jobd::SystemSeams::Told& told) { told(*router_); };
     seams.trust = [this](std::span<const std::uint8_t>) {
       if (!isTrusted_) throw ServiceError(ServiceErrorCode::InvalidImage, "not signed");
     };
@@ -140,7 +142,9 @@ class SystemDaemonTest : public testing::Test {
   bool hasNoAuthority_ = false;
   bool isTrusted_ = true;
   std::optional<Right> denied_;
+  std::function<void()> meanwhile_;  ///< while each question is open
   std::string stopProblem_;
+  std::optional<jobd::RouterReport> router_;
   std::vector<std::string> asked_;
   int stops_ = 0;
   int images_ = 0;
@@ -193,6 +197,19 @@ TEST_F(SystemDaemonTest, AGrantThatIsNotAllowedIsNotKept) {
   const auto reply = platform::JobDaemon(root_).ask(request, -1);
   EXPECT_EQ(reply.code, ServiceErrorCode::NotPermitted);
   EXPECT_EQ(reply.message, "the caller may not change what is granted");
+  EXPECT_THAT(grants(), IsEmpty());
+}
+
+TEST_F(SystemDaemonTest, AYesToACallerThatHasGoneIsNone) {
+  FileDescriptor caller(platform::connectUnixSocket(root_.controlEndpoint().string(), SOCK_STREAM));
+  meanwhile_ = [&] { caller.reset(); };
+  ControlRequest request{Operation::Grant};
+  request.grant = platform::DeviceGrant{1000, {3, 0x5f3, 0xff, "A1"}, "Pedal"};
+  ASSERT_TRUE(platform::sendFrame(caller.get(), encode(request), -1));
+  serve();
+  EXPECT_TRUE(platform::JobDaemon(root_).ask({}, -1).succeeded()) << "after the one before";
+  end();
+  EXPECT_THAT(asked_, ElementsAre("grant"));
   EXPECT_THAT(grants(), IsEmpty());
 }
 
@@ -323,6 +340,26 @@ TEST_F(SystemDaemonTest, SaysWhatIsInstalled) {
   const auto jobs = platform::JobDaemon(root_).ask({}, -1).jobs;
   ASSERT_EQ(jobs.size(), 1U);
   EXPECT_EQ(jobs.front().label, kLabel);
+}
+
+TEST_F(SystemDaemonTest, SaysHowTheRouterFares) {
+  package("1.0");
+  router_.emplace();
+  router_->status.processIdentifier = 42;
+  router_->status.starts = 7;
+  router_->status.lastEnd = "exited with status 1";
+  router_->problem = "nothing starts it";
+  serve();
+  const auto reply = platform::JobDaemon(root_).ask({}, -1);
+  EXPECT_TRUE(reply.succeeded());
+  EXPECT_EQ(reply.message, "nothing starts it");
+  const auto& jobs = reply.jobs;
+  ASSERT_EQ(jobs.size(), 1U);
+  EXPECT_EQ(jobs.front().label, kLabel);
+  EXPECT_THAT(jobs.front().services, ElementsAre(kLabel));
+  EXPECT_EQ(jobs.front().processIdentifier, 42);
+  EXPECT_EQ(jobs.front().starts, 7);
+  EXPECT_EQ(jobs.front().lastEnd, "exited with status 1");
 }
 
 TEST_F(SystemDaemonTest, EndsWhenNobodyHasCalledForAWhile) {

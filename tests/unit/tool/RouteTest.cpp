@@ -118,9 +118,18 @@ TEST_F(RouteTest, TheLastReportNeedNoValues) {
 }
 
 TEST_F(RouteTest, TheTimeEndsIt) {
-  const Outcome outcome = routeWith(accept, {"23", "--seconds", "0.05", "--json"});
-  EXPECT_EQ(outcome.status, 0);
+  const Outcome outcome = routeWith(accept, {"23", "--seconds", "2", "--json"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
   EXPECT_TRUE(outcome.out.starts_with("{\"status\":2}\n")) << outcome.out;
+}
+
+TEST_F(RouteTest, TheTimeMustNotEndBeforeTheRouterHasAnswered) {
+  const Outcome outcome = routeWith([](auto&) {}, {"23", "--seconds", "0.05", "--json"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.err,
+            "the router has not answered in the time of --seconds, so nothing was routed: it may "
+            "be waiting for a person who was asked, or be unable to start; allow more time (see "
+            "why: wlhid log; what else is wrong: wlhid doctor)");
 }
 
 TEST_F(RouteTest, PeopleGetAHeaderAndASummary) {
