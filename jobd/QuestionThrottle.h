@@ -4,7 +4,8 @@
 //
 // One question at a time for each user, and after a no, or a dismissed or withdrawn question, none
 // for a while: 2 s, doubled with each further one, up to a minute. A yes, or ten minutes without a
-// question, resets it. The superuser is never asked and so never held back.
+// question, resets it. If there was nobody to ask, no question was seen, and none has to wait. The
+// superuser is never asked and so never held back.
 //
 // Threading: one thread.
 #pragma once
@@ -25,6 +26,8 @@ class QuestionThrottle {
   static constexpr std::chrono::seconds kLongestPause{60};
   static constexpr std::chrono::minutes kMemory{10};
 
+  enum class Answer { Yes, No, NobodyToAsk };
+
   /// Why no question may be asked for the user now; empty if one may, which is open from now on.
   [[nodiscard]] std::string begin(uid_t user, Clock::time_point now) {
     forget(now);
@@ -38,14 +41,15 @@ class QuestionThrottle {
   }
 
   /// The open question has been answered.
-  void end(uid_t user, bool wasYes, Clock::time_point now) {
+  void end(uid_t user, Answer answer, Clock::time_point now) {
     const auto found = users_.find(user);
     if (found == users_.end()) return;
-    if (wasYes) {
+    if (answer == Answer::Yes) {
       users_.erase(found);
       return;
     }
     found->second.isOpen = false;
+    if (answer == Answer::NobodyToAsk) return;
     found->second.notBefore = now + found->second.pause;
     found->second.pause = std::min<Clock::duration>(2 * found->second.pause, kLongestPause);
   }

@@ -23,6 +23,13 @@
 namespace jobd {
 namespace {
 
+QuestionThrottle::Answer answerOf(const Decision& decision) {
+  using Answer = QuestionThrottle::Answer;
+  if (decision.kind == Decision::Kind::Yes) return Answer::Yes;
+  const bool wasAsked = decision.kind != Decision::Kind::InteractionNotAllowed;
+  return wasAsked ? Answer::No : Answer::NobodyToAsk;
+}
+
 using platform::ControlReply;
 using platform::ControlRequest;
 using platform::LogLine;
@@ -133,7 +140,7 @@ void SystemDaemon::ask(const Question& question, const Decided& decided) {
     const bool isThere = !question.presence || question.presence->isThere();
     const Decision decision =
         isThere ? answer : Decision{Decision::Kind::No, "the caller has gone"};
-    throttle_.end(user, decision.kind == Decision::Kind::Yes, EventLoop::Clock::now());
+    throttle_.end(user, answerOf(decision), EventLoop::Clock::now());
     noteDecision(question, decision);
     decided(decision);
   });

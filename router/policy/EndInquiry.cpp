@@ -68,7 +68,7 @@ void EndInquiry::answered(const platform::system::PolkitAnswer& answer) {
     const std::lock_guard lock(mutex_);
     place = std::move(held_.place);
   }
-  if (place != nullptr) place->answered(answer.isYes(), sources_->now());
+  if (place != nullptr && !answer.needsPerson) place->answered(answer.isYes(), sources_->now());
   decide(answer.isYes(), answer.reason);
 }
 

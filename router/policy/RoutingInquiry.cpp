@@ -104,7 +104,8 @@ void RoutingInquiry::answered(std::uint64_t number, Asks whom, const PolkitAnswe
     place = std::move(held_.place);
     if (answer.isYes()) isLast = ++permitted_ == plan_.actions.size();
   }
-  if (place != nullptr) place->answered(answer.isYes(), sources_->now());
+  // If there is nobody to ask, nobody has seen a question.
+  if (place != nullptr && !answer.needsPerson) place->answered(answer.isYes(), sources_->now());
   if (answer.isYes()) return isLast ? allow() : ask(Asks::Rules);
   const bool needsPerson = whom == Asks::Rules && answer.needsPerson;
   if (needsPerson && !request_.isPreview) return waitForPerson();

@@ -13,8 +13,10 @@ constexpr uid_t kUser = 1000;
 
 class Throttle : public testing::Test {
  protected:
+  using Answer = QuestionThrottle::Answer;
+
   [[nodiscard]] bool mayAsk(uid_t user = kUser) { return throttle_.begin(user, now_).empty(); }
-  void answer(bool isYes) { throttle_.end(kUser, isYes, now_); }
+  void answer(QuestionThrottle::Answer answer) { throttle_.end(kUser, answer, now_); }
 
   QuestionThrottle throttle_;
   QuestionThrottle::Clock::time_point now_{1h};
@@ -24,32 +26,47 @@ TEST_F(Throttle, AllowsAUserOneQuestionAtATime) {
   EXPECT_TRUE(mayAsk());
   EXPECT_FALSE(mayAsk());
   EXPECT_TRUE(mayAsk(kUser + 1)) << "another user";
-  answer(true);
+  answer(Answer::Yes);
   EXPECT_TRUE(mayAsk());
 }
 
 TEST_F(Throttle, PausesAfterANoLongerEachTime) {
   for (const auto pause : {2s, 4s, 8s, 16s, 32s, 60s, 60s}) {
     ASSERT_TRUE(mayAsk());
-    answer(false);
+    answer(Answer::No);
     now_ += pause - 1ms;
     EXPECT_FALSE(mayAsk());
     now_ += 1ms;
   }
   EXPECT_TRUE(mayAsk());
-  answer(true);
+  answer(Answer::Yes);
   EXPECT_TRUE(mayAsk()) << "a yes ends it";
+}
+
+TEST_F(Throttle, NobodyHasSeenAQuestionIfThereWasNobodyToAsk) {
+  ASSERT_TRUE(mayAsk());
+  answer(Answer::NobodyToAsk);
+  ASSERT_TRUE(mayAsk());
+  answer(Answer::No);
+  EXPECT_FALSE(mayAsk());
+  now_ += 2s;
+  ASSERT_TRUE(mayAsk());
+  answer(Answer::NobodyToAsk);
+  ASSERT_TRUE(mayAsk());
+  answer(Answer::No);
+  now_ += 4s - 1ms;
+  EXPECT_FALSE(mayAsk()) << "it is no yes either";
 }
 
 TEST_F(Throttle, ForgetsWhatIsLongAgo) {
   for (int i = 0; i < 4; ++i) {
     ASSERT_TRUE(mayAsk());
-    answer(false);
+    answer(Answer::No);
     now_ += 1min;
   }
   now_ += 10min;
   ASSERT_TRUE(mayAsk());
-  answer(false);
+  answer(Answer::No);
   now_ += 2s;
   EXPECT_TRUE(mayAsk()) << "the first pause again";
 }
