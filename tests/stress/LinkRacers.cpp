@@ -88,8 +88,8 @@ void raceForTheName(const RacePlan& plan, LinkRacers::Counts& counts) {
 // ---- The content
 
 void raceForTheContent(const RacePlan& plan, LinkRacers::Counts& counts) {
-  const FileDescriptor file(::open((plan.playground / "content").c_str(),
-                                   O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  const FileDescriptor file(
+      ::open((plan.playground / "content").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
   const std::array images{testsupport::readFile(plan.honest), testsupport::readFile(plan.other)};
   for (Dice dice;; ++counts.writes) {
     const std::string& image = images.at(dice(images.size()));

@@ -26,9 +26,9 @@ struct RacePlan {
   std::filesystem::path playground;  ///< the racers' own directory; the helper is "in/helper" there
   std::filesystem::path honest;      ///< an image that may be installed
   std::filesystem::path other;       ///< another one
-  std::vector<std::filesystem::path> foreign;     ///< files and directories that are not theirs
-  std::vector<std::filesystem::path> forbidden;   ///< the daemon's directories
-  std::vector<std::string> names;                 ///< what the daemon makes there
+  std::vector<std::filesystem::path> foreign;    ///< files and directories that are not theirs
+  std::vector<std::filesystem::path> forbidden;  ///< the daemon's directories
+  std::vector<std::string> names;                ///< what the daemon makes there
 };
 
 class LinkRacers {

@@ -23,8 +23,8 @@
 #include "jobd/SystemDaemon.h"
 #include "platform/services/JobDaemon.h"
 #include "platform/services/RootFiles.h"
-#include "platform/services/ServiceError.h"
 #include "platform/services/ServiceEndpoints.h"
+#include "platform/services/ServiceError.h"
 #include "platform/signing/ImageSignature.h"
 #include "tests/stress/LinkRacers.h"
 #include "tests/stress/Stress.h"
@@ -80,19 +80,18 @@ class Scene {
   [[nodiscard]] const jobd::RootDirectories& directories() const { return directories_; }
   [[nodiscard]] RacePlan plan() const {
     const fs::path state = root_.path() / "var/lib/wlhid";
-    return {.user = kUser,
-            .playground = playground_,
-            .honest = playground_ / "honest",
-            .other = playground_ / "other",
-            .foreign = {secrets_ / "secret", secrets_ / "text", secrets_ / "image", secrets_,
-                        state / "grants.plist", state / "helpers" / kLabel, "/proc/1/stat",
-                        "/proc/self/maps", "/dev/zero"},
-            .forbidden = {state, state / "jobs", state / "helpers", state / "staging",
-                          root_.path() / "run/wlhid", root_.path() / "etc/wlhid/trusted.d",
-                          secrets_},
-            .names = {kLabel, kLabel + ".plist", ".staging." + kLabel,
-                      ".staging." + kLabel + ".plist", "grants.plist", ".grants.draft", "secret",
-                      "one.pub"}};
+    return {
+        .user = kUser,
+        .playground = playground_,
+        .honest = playground_ / "honest",
+        .other = playground_ / "other",
+        .foreign = {secrets_ / "secret", secrets_ / "text", secrets_ / "image", secrets_,
+                    state / "grants.plist", state / "helpers" / kLabel, "/proc/1/stat",
+                    "/proc/self/maps", "/dev/zero"},
+        .forbidden = {state, state / "jobs", state / "helpers", state / "staging",
+                      root_.path() / "run/wlhid", root_.path() / "etc/wlhid/trusted.d", secrets_},
+        .names = {kLabel, kLabel + ".plist", ".staging." + kLabel, ".staging." + kLabel + ".plist",
+                  "grants.plist", ".grants.draft", "secret", "one.pub"}};
   }
   /// What is installed is one of the two images; empty if nothing is.
   [[nodiscard]] bool isInstalledTrusted() const {
@@ -223,8 +222,8 @@ class Daemon {
 
 /// As an application; returns whether the daemon answered.
 bool askToInstall(const platform::SystemRoot& root, int helper) try {
-  (void)platform::JobDaemon(root).authorize(kLabel).ask(
-      {ControlRequest::Operation::Bless, kLabel}, helper);
+  (void)platform::JobDaemon(root).authorize(kLabel).ask({ControlRequest::Operation::Bless, kLabel},
+                                                        helper);
   return true;
 } catch (const ServiceError&) {
   return false;
@@ -247,8 +246,7 @@ std::string installAsTheUser(const Scene& scene) {
 
 void raceTheDaemon(const Scene& scene, Findings& findings) {
   const Daemon daemon(scene);
-  const std::string answered =
-      testsupport::asUser(kUser, [&] { return installAsTheUser(scene); });
+  const std::string answered = testsupport::asUser(kUser, [&] { return installAsTheUser(scene); });
   findings.figure("installations by the whole daemon", kWholeInstallations);
   findings.demand(answered == std::to_string(kWholeInstallations),
                   "the daemon answers each of them, and installs only trusted images: " + answered);
