@@ -78,7 +78,7 @@ TEST_F(SystemAuthorityTest, APersonMaySayNoAndIsLeftAloneForAWhile) {
 TEST_F(SystemAuthorityTest, IfThereIsNobodyToAskTheNextQuestionNeedNotWait) {
   answers_ = {needsPerson(), needsPerson()};
   auto permit = ask();
-  EXPECT_THAT(takeEvents(), Contains("ask route of a person"));
+  EXPECT_THAT(takeEvents(), testing::Contains("ask route of a person"));
   answers_ = {needsPerson(), yes()};
   permit = ask();
   EXPECT_EQ(takeEvents().back(), "allowed");
@@ -298,7 +298,7 @@ TEST_F(SystemAuthorityTest, AnEndWaitsItsTurnAndIsWithdrawnWithItsPermit) {
   auto permit = askToEnd(17);
   EXPECT_THAT(takeEvents(), ElementsAre());
   routing.reset();
-  EXPECT_THAT(takeEvents(), Contains("ask end-session of a person"));
+  EXPECT_THAT(takeEvents(), testing::Contains("ask end-session of a person"));
   permit.reset();
   EXPECT_THAT(takeEvents(), ElementsAre("withdrawn"));
   sayLast(yes());
