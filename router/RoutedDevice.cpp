@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <functional>
 #include <thread>
 #include <utility>
 
@@ -31,11 +33,27 @@ class RoutedDevice::Playback {
   void start(RoutedDevice* routed) {
     thread_ = std::thread([this, routed] { run(routed); });
   }
-  /// Lets the client read what was sent before its connection ends, because a closing connection
-  /// waits only briefly. On the device's thread.
-  void finish(const std::shared_ptr<Subscription>& subscription, const Subscriptions& all) {
+  /// Closes each client's connection once the client has read what was sent to it, because a
+  /// closing connection waits only briefly. Nobody waits for a slower one. On the device's thread.
+  void finish(const Subscriptions& all, const std::function<void(Subscription&)>& close) {
+    constexpr std::chrono::milliseconds kMoment{50};
     const bool isPatient = device_->waitsForReaders() && all.size() == 1;
-    subscription->waitUntilTaken(stop_, isPatient);
+    const auto begin = std::chrono::steady_clock::now();
+    Subscriptions left = all;
+    for (std::chrono::milliseconds moment{0}; !left.empty(); moment = kMoment) {
+      const auto passed = std::chrono::steady_clock::now() - begin;
+      Subscriptions slow;
+      for (const auto& each : left) {
+        const bool isStalled = !isPatient && passed >= each->stallTimeout();
+        const bool isOver = stop_.isRaised() || each->hasTakenAllWithin(moment) || isStalled;
+        moment = std::chrono::milliseconds(0);  // one of them is waited for
+        if (isOver)
+          close(*each);
+        else
+          slow.push_back(each);
+      }
+      left.swap(slow);
+    }
   }
   /// Whether it can be destroyed without waiting.
   [[nodiscard]] bool isOver() const { return isOver_.load(std::memory_order_acquire); }
@@ -310,10 +328,7 @@ void RoutedDevice::goneAway(Playback* playback) {
   }
   for (const Wake& wake : wakes) wake();
   log_(platform::LogLine::of<row::deviceGone>(description_.registryEntryID, description_.name));
-  for (const auto& subscription : *left) {
-    playback->finish(subscription, *left);
-    subscription->sayFarewell();
-  }
+  playback->finish(*left, [](Subscription& each) { each.sayFarewell(); });
 }
 
 void RoutedDevice::hasEnded(Playback* playback, bool isPlayedToItsEnd) {
@@ -331,12 +346,11 @@ void RoutedDevice::hasEnded(Playback* playback, bool isPlayedToItsEnd) {
   if (isPlayedToItsEnd) {
     log_(platform::LogLine::of<row::devicePlayed>(description_.registryEntryID, description_.name));
   }
-  for (const auto& subscription : *left) {
-    playback->finish(subscription, *left);
+  playback->finish(*left, [isPlayedToItsEnd](Subscription& each) {
     // A client that came too late to get any of it, or has left, is to get it when it comes again.
-    if (isPlayedToItsEnd && subscription->isActive()) subscription->noteRecordingEnded();
-    subscription->sayFarewell();
-  }
+    if (isPlayedToItsEnd && each.isActive()) each.noteRecordingEnded();
+    each.sayFarewell();
+  });
 }
 
 std::vector<std::unique_ptr<RoutedDevice::Playback>> RoutedDevice::takeOverPlaybacks() {

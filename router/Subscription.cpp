@@ -71,21 +71,24 @@ void Subscription::send(ReportInTransit* report) {
   sink_->send(report->data(), report->reportID(), values);
 }
 
-std::size_t Subscription::awaitedBytes(Until until) const {
-  if (until == Until::Taken) return 1;
+std::size_t Subscription::awaitedBytes() const {
   // A client that has read everything always has room.
   return std::max<std::size_t>(backlog_->waitLimit(sink_->unsentBytes()), 1);
 }
 
-bool Subscription::wait(const StopSignal& stop, Until until, bool patiently) {
+bool Subscription::waitForRoom(const StopSignal& stop, bool patiently) {
   // Between checks whether the wait is still wanted.
   constexpr std::chrono::milliseconds kPollInterval{50};
-  const auto stalled = std::chrono::steady_clock::now() + backlog_->limits().stallTimeout;
-  while (!sink_->waitUntilUnsentBelow(awaitedBytes(until), kPollInterval)) {
+  const auto stalled = std::chrono::steady_clock::now() + stallTimeout();
+  while (!sink_->waitUntilUnsentBelow(awaitedBytes(), kPollInterval)) {
     if (stop.isRaised() || !isActive()) return true;
     if (!patiently && std::chrono::steady_clock::now() >= stalled) return false;
   }
   return true;
+}
+
+bool Subscription::hasTakenAllWithin(std::chrono::milliseconds moment) {
+  return sink_->waitUntilUnsentBelow(1, moment) || !isActive();
 }
 
 }  // namespace router

@@ -105,22 +105,21 @@ class Subscription {
   void noteLost(std::uint64_t reports);
   /// For a client that the device has waited for.
   void deliverWithoutLoss(ReportInTransit* report);
-  /// Waits until the client has room for more reports, or has read all of them; or until it has
-  /// left or `stop` is raised. False if it stalled; with `patiently` there is no time limit.
-  bool waitForRoom(const StopSignal& stop, bool patiently) {
-    return wait(stop, Until::Room, patiently);
-  }
-  bool waitUntilTaken(const StopSignal& stop, bool patiently) {
-    return wait(stop, Until::Taken, patiently);
+  /// Waits until the client has room for more reports, or has left, or `stop` is raised. False if
+  /// it stalled; with `patiently` there is no time limit.
+  bool waitForRoom(const StopSignal& stop, bool patiently);
+  /// Whether the client has read all that was sent, or has left; waits for it at most that long.
+  [[nodiscard]] bool hasTakenAllWithin(std::chrono::milliseconds moment);
+  [[nodiscard]] std::chrono::milliseconds stallTimeout() const {
+    return backlog_->limits().stallTimeout;
   }
   void noteRecordingEnded() { sink_->noteRecordingEnded(); }
   void sayFarewell() { sink_->sayFarewell(); }
 
  private:
-  enum class Until { Room, Taken };
-  bool wait(const StopSignal& stop, Until until, bool patiently);
-  /// The wait ends when fewer bytes than this are unsent. Changes with what other clients read.
-  [[nodiscard]] std::size_t awaitedBytes(Until until) const;
+  /// The wait for room ends when fewer bytes than this are unsent. Changes with what other clients
+  /// read.
+  [[nodiscard]] std::size_t awaitedBytes() const;
   void send(ReportInTransit* report);
 
   const std::shared_ptr<ReportSink> sink_;

@@ -37,13 +37,14 @@ EndInquiry::EndInquiry(std::shared_ptr<const AuthoritySources> sources, Request 
 
 void EndInquiry::enter(QuestionLine& questions) {
   const auto weak = weak_from_this();
-  auto place = questions.enter(request_.caller.user(), sources_->now(),
-                               {[weak] {
-                                  if (const auto self = weak.lock()) self->ask();
-                                },
-                                [weak](const std::string& reason) {
-                                  if (const auto self = weak.lock()) self->decide(false, reason);
-                                }});
+  auto place = questions.enter(request_.caller.user(), {[weak] {
+                                                          if (const auto self = weak.lock())
+                                                            self->ask();
+                                                        },
+                                                        [weak](const std::string& reason) {
+                                                          if (const auto self = weak.lock())
+                                                            self->decide(false, reason);
+                                                        }});
   if (place == nullptr) return;
   QuestionLine::Place* const entered = place.get();
   {
@@ -68,7 +69,7 @@ void EndInquiry::answered(const platform::system::PolkitAnswer& answer) {
     const std::lock_guard lock(mutex_);
     place = std::move(held_.place);
   }
-  if (place != nullptr && !answer.needsPerson) place->answered(answer.isYes(), sources_->now());
+  if (place != nullptr) place->answered(answerOf(answer));
   decide(answer.isYes(), answer.reason);
 }
 

@@ -7,18 +7,17 @@
 
 namespace router {
 
-std::unique_ptr<QuestionLine::Place> QuestionLine::enter(uid_t user, Clock::time_point now,
-                                                         Question question) {
+std::unique_ptr<QuestionLine::Place> QuestionLine::enter(uid_t user, Question question) {
   std::string refusal;
   std::uint64_t number = 0;
   {
     const std::lock_guard lock(mutex_);
-    forgetLocked(now);
-    refusal = refusalLocked(user, now);
+    forgetLocked();
+    refusal = refusalLocked(user);
     if (refusal.empty()) {
       auto& line = users_[user].line;
       number = ++latest_;
-      line.push_back({number, std::move(question), false});
+      line.push_back({number, std::move(question)});
     }
   }
   if (number == 0) {
@@ -42,12 +41,13 @@ void QuestionLine::begin(uid_t user, std::uint64_t number) {
 }
 
 /// Why the user is not asked now, or nothing.
-std::string QuestionLine::refusalLocked(uid_t user, Clock::time_point now) {
+std::string QuestionLine::refusalLocked(uid_t user) {
   const auto known = users_.find(user);
   if (known == users_.end()) return {};
+  const auto now = now_();
   if (now < known->second.pausedUntil) {
     const auto left = std::chrono::ceil<std::chrono::seconds>(known->second.pausedUntil - now);
-    return "a question like this was answered with no; the next one can be asked in " +
+    return "the last question was not answered with yes; the next one can be asked in " +
            std::to_string(left.count()) + " s";
   }
   if (known->second.line.size() >= limits_.waitingPerUser)
@@ -55,7 +55,7 @@ std::string QuestionLine::refusalLocked(uid_t user, Clock::time_point now) {
   return {};
 }
 
-void QuestionLine::answered(uid_t user, std::uint64_t number, bool isYes, Clock::time_point now) {
+void QuestionLine::answered(uid_t user, std::uint64_t number, Answer answer) {
   std::deque<Waiting> refused;
   std::string reason;
   {
@@ -64,18 +64,23 @@ void QuestionLine::answered(uid_t user, std::uint64_t number, bool isYes, Clock:
     if (known == users_.end()) return;
     User& asked = known->second;
     if (asked.line.empty() || asked.line.front().number != number) return;
-    if (isYes) {
-      asked.nextPause = {};
+    if (answer == Answer::Yes) asked.nextPause = {};
+    if (answer != Answer::No) {
+      asked.line.front().isAnswered = true;
       return;  // the next one opens when this place is dropped
     }
-    const auto pause = std::max(asked.nextPause, limits_.firstPause);
-    asked.pausedUntil = now + pause;
-    asked.nextPause = std::min(2 * pause, limits_.longestPause);
+    pauseLocked(&asked);
     asked.line.pop_front();
     refused.swap(asked.line);
-    reason = refusalLocked(user, now);
+    reason = refusalLocked(user);
   }
   for (const Waiting& each : refused) each.question.refuse(reason);
+}
+
+void QuestionLine::pauseLocked(User* user) {
+  const auto pause = std::max(user->nextPause, limits_.firstPause);
+  user->pausedUntil = now_() + pause;
+  user->nextPause = std::min(2 * pause, limits_.longestPause);
 }
 
 void QuestionLine::leave(uid_t user, std::uint64_t number) {
@@ -92,14 +97,16 @@ void QuestionLine::leave(uid_t user, std::uint64_t number) {
     const bool wasFirst = place == line.begin();
     left = std::move(*place);
     line.erase(place);
+    if (wasFirst && left.hasBegun && !left.isAnswered) pauseLocked(&known->second);
     const bool opens = wasFirst && !line.empty() && line.front().hasBegun;
     if (opens) open = line.front().question.open;
   }
   if (open) open();
 }
 
-/// Users whose last no is long past are like new ones.
-void QuestionLine::forgetLocked(Clock::time_point now) {
+/// Users whose last pause is long past are like new ones.
+void QuestionLine::forgetLocked() {
+  const auto now = now_();
   std::erase_if(users_, [&](const auto& each) {
     const User& user = each.second;
     return user.line.empty() && now >= user.pausedUntil + limits_.longestPause;

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // The questions that are put to people, so that no application can wear anyone down with them: a
-// user sees one at a time, and after a no there is a pause, which doubles with each further no.
+// user sees one at a time, and after a question that was not answered with yes there is a pause,
+// which doubles with each further one.
 //
 // Threading: any thread. Callbacks come with no lock held, from the call that causes them.
-// Ownership: a place belongs to its question. Dropping it takes the question out of the line; a
-//   question that was open counts as withdrawn, and the next one opens.
+// Ownership: a place belongs to its question. Dropping it takes the question out of the line, and
+//   the next one opens. A question that was open and had no answer is withdrawn: those that wait
+//   still open, but then there is a pause as after a no.
 // Order: a user's questions open in the order in which they came. A no refuses all that wait.
 #pragma once
 
@@ -19,6 +21,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 namespace router {
 
@@ -31,6 +34,11 @@ struct QuestionLimits {
 class QuestionLine : public std::enable_shared_from_this<QuestionLine> {
  public:
   using Clock = std::chrono::steady_clock;
+  enum class Answer {
+    Yes,
+    No,
+    NobodyToAsk,  ///< no question was seen, so none has to wait
+  };
 
   /// Exactly one of the two is called, unless the place goes first.
   struct Question {
@@ -48,9 +56,7 @@ class QuestionLine : public std::enable_shared_from_this<QuestionLine> {
     /// From now on the question may open, at once if it is first in the line.
     void begin() { line_->begin(user_, number_); }
     /// What the person said to the open question.
-    void answered(bool isYes, Clock::time_point now) {
-      line_->answered(user_, number_, isYes, now);
-    }
+    void answered(Answer answer) { line_->answered(user_, number_, answer); }
 
    private:
     const std::shared_ptr<QuestionLine> line_;
@@ -58,16 +64,19 @@ class QuestionLine : public std::enable_shared_from_this<QuestionLine> {
     const std::uint64_t number_;
   };
 
-  explicit QuestionLine(const QuestionLimits& limits = {}) : limits_(limits) {}
+  explicit QuestionLine(const QuestionLimits& limits = {},
+                        std::function<Clock::time_point()> now = Clock::now)
+      : limits_(limits), now_(std::move(now)) {}
 
   /// Null after a refusal, which comes at once. Nothing else is called before begin().
-  [[nodiscard]] std::unique_ptr<Place> enter(uid_t user, Clock::time_point now, Question question);
+  [[nodiscard]] std::unique_ptr<Place> enter(uid_t user, Question question);
 
  private:
   struct Waiting {
     std::uint64_t number = 0;
     Question question;
     bool hasBegun = false;
+    bool isAnswered = false;
   };
   struct User {
     std::deque<Waiting> line;  // the first one is open if it has begun
@@ -76,12 +85,14 @@ class QuestionLine : public std::enable_shared_from_this<QuestionLine> {
   };
 
   void begin(uid_t user, std::uint64_t number);
-  void answered(uid_t user, std::uint64_t number, bool isYes, Clock::time_point now);
+  void answered(uid_t user, std::uint64_t number, Answer answer);
   void leave(uid_t user, std::uint64_t number);
-  std::string refusalLocked(uid_t user, Clock::time_point now);
-  void forgetLocked(Clock::time_point now);
+  void pauseLocked(User* user);
+  std::string refusalLocked(uid_t user);
+  void forgetLocked();
 
   const QuestionLimits limits_;
+  const std::function<Clock::time_point()> now_;
   std::mutex mutex_;
   std::map<uid_t, User> users_;
   std::uint64_t latest_ = 0;

@@ -104,8 +104,7 @@ void RoutingInquiry::answered(std::uint64_t number, Asks whom, const PolkitAnswe
     place = std::move(held_.place);
     if (answer.isYes()) isLast = ++permitted_ == plan_.actions.size();
   }
-  // If there is nobody to ask, nobody has seen a question.
-  if (place != nullptr && !answer.needsPerson) place->answered(answer.isYes(), sources_->now());
+  if (place != nullptr) place->answered(answerOf(answer));
   if (answer.isYes()) return isLast ? allow() : ask(Asks::Rules);
   const bool needsPerson = whom == Asks::Rules && answer.needsPerson;
   if (needsPerson && !request_.isPreview) return waitForPerson();
@@ -114,13 +113,14 @@ void RoutingInquiry::answered(std::uint64_t number, Asks whom, const PolkitAnswe
 
 void RoutingInquiry::waitForPerson() {
   const auto weak = weak_from_this();
-  auto place = questions_->enter(caller_.user(), sources_->now(),
-                                 {[weak] {
-                                    if (const auto self = weak.lock()) self->ask(Asks::Person);
-                                  },
-                                  [weak](const std::string& reason) {
-                                    if (const auto self = weak.lock()) self->deny(reason);
-                                  }});
+  auto place = questions_->enter(caller_.user(), {[weak] {
+                                                    if (const auto self = weak.lock())
+                                                      self->ask(Asks::Person);
+                                                  },
+                                                  [weak](const std::string& reason) {
+                                                    if (const auto self = weak.lock())
+                                                      self->deny(reason);
+                                                  }});
   if (place == nullptr) return;
   QuestionLine::Place* const entered = place.get();
   {

@@ -62,9 +62,14 @@ class SystemCaller final : public RoutingCaller {
 
 }  // namespace
 
+QuestionLine::Answer answerOf(const platform::system::PolkitAnswer& answer) {
+  if (answer.isYes()) return QuestionLine::Answer::Yes;
+  return answer.needsPerson ? QuestionLine::Answer::NobodyToAsk : QuestionLine::Answer::No;
+}
+
 SystemAuthority::SystemAuthority(AuthoritySources sources, const QuestionLimits& limits)
     : sources_(std::make_shared<const AuthoritySources>(std::move(sources))),
-      questions_(std::make_shared<QuestionLine>(limits)),
+      questions_(std::make_shared<QuestionLine>(limits, sources_->now)),
       granted_(std::make_shared<GrantedInquiries>()) {}
 
 std::shared_ptr<RoutingCaller> SystemAuthority::callerOf(

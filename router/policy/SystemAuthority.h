@@ -70,6 +70,9 @@ struct AuthoritySources {
 
 class GrantedInquiries;
 
+/// What polkit's answer to a question for a person means for the next question.
+[[nodiscard]] QuestionLine::Answer answerOf(const platform::system::PolkitAnswer& answer);
+
 class SystemAuthority final : public RoutingAuthority {
  public:
   explicit SystemAuthority(AuthoritySources sources, const QuestionLimits& limits = {});

@@ -11,6 +11,7 @@
 namespace {
 
 using router::QuestionLine;
+using Answer = QuestionLine::Answer;
 using std::chrono::seconds;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -18,7 +19,7 @@ using testing::HasSubstr;
 class QuestionLineTest : public testing::Test {
  protected:
   std::unique_ptr<QuestionLine::Place> enter(const std::string& name, uid_t user = 1000) {
-    auto place = line_->enter(user, now_, question(name));
+    auto place = line_->enter(user, question(name));
     if (place != nullptr) place->begin();
     return place;
   }
@@ -32,13 +33,14 @@ class QuestionLineTest : public testing::Test {
   void sayNo(const std::string& name) {
     const auto place = enter(name);
     ASSERT_NE(place, nullptr);
-    place->answered(false, now_);
+    place->answered(Answer::No);
   }
   std::vector<std::string> takeEvents() { return std::exchange(events_, {}); }
 
-  router::QuestionLimits limits_{seconds(10), seconds(60), 3};
-  std::shared_ptr<QuestionLine> line_ = std::make_shared<QuestionLine>(limits_);
   QuestionLine::Clock::time_point now_{seconds(100'000)};
+  router::QuestionLimits limits_{seconds(10), seconds(60), 3};
+  std::shared_ptr<QuestionLine> line_ =
+      std::make_shared<QuestionLine>(limits_, [this] { return now_; });
   std::vector<std::string> events_;
 };
 
@@ -47,7 +49,7 @@ TEST_F(QuestionLineTest, OneIsOpenAtATime) {
   auto second = enter("second");
   auto third = enter("third");
   EXPECT_THAT(takeEvents(), ElementsAre("first opens"));
-  first->answered(true, now_);
+  first->answered(Answer::Yes);
   EXPECT_THAT(takeEvents(), ElementsAre());
   first.reset();
   EXPECT_THAT(takeEvents(), ElementsAre("second opens"));
@@ -71,7 +73,7 @@ TEST_F(QuestionLineTest, UsersDoNotWaitForEachOther) {
 }
 
 TEST_F(QuestionLineTest, OneThatHasNotBegunDoesNotOpen) {
-  const auto first = line_->enter(1000, now_, question("first"));
+  const auto first = line_->enter(1000, question("first"));
   auto second = enter("second");
   EXPECT_THAT(takeEvents(), ElementsAre());
   first->begin();
@@ -81,7 +83,7 @@ TEST_F(QuestionLineTest, OneThatHasNotBegunDoesNotOpen) {
 
 TEST_F(QuestionLineTest, TheNextOpensWhenItBegins) {
   auto first = enter("first");
-  const auto second = line_->enter(1000, now_, question("second"));
+  const auto second = line_->enter(1000, question("second"));
   first.reset();
   EXPECT_THAT(takeEvents(), ElementsAre("first opens"));
   second->begin();
@@ -93,7 +95,7 @@ TEST_F(QuestionLineTest, ANoRefusesThoseThatWait) {
   auto second = enter("second");
   auto third = enter("third");
   takeEvents();
-  first->answered(false, now_);
+  first->answered(Answer::No);
   EXPECT_THAT(takeEvents(),
               ElementsAre(HasSubstr("second refused: "), HasSubstr("third refused: ")));
   first.reset();
@@ -112,10 +114,33 @@ TEST_F(QuestionLineTest, ThePauseAfterANoDoublesUpToItsLimit) {
   }
 }
 
+TEST_F(QuestionLineTest, AWithdrawnQuestionIsFollowedByAPauseButNotForThoseThatWait) {
+  auto first = enter("first");
+  auto second = enter("second");
+  first.reset();
+  EXPECT_THAT(takeEvents(), ElementsAre("first opens", "second opens"));
+  EXPECT_EQ(enter("third"), nullptr);
+  EXPECT_THAT(takeEvents(), ElementsAre(HasSubstr("can be asked in 10 s")));
+  second.reset();
+  EXPECT_EQ(enter("third"), nullptr);
+  EXPECT_THAT(takeEvents(), ElementsAre(HasSubstr("can be asked in 20 s")));
+}
+
+TEST_F(QuestionLineTest, NobodyHasToWaitForAQuestionThatNobodySaw) {
+  const auto waiting = enter("seen");
+  auto second = enter("never open");
+  second.reset();
+  waiting->answered(Answer::NobodyToAsk);
+  auto third = enter("third");
+  EXPECT_THAT(takeEvents(), ElementsAre("seen opens"));
+  third.reset();
+  EXPECT_NE(enter("fourth"), nullptr);
+}
+
 TEST_F(QuestionLineTest, AYesEndsTheDoubling) {
   sayNo("asked");
   now_ += seconds(10);
-  enter("asked")->answered(true, now_);
+  enter("asked")->answered(Answer::Yes);
   sayNo("asked");
   now_ += seconds(10);
   takeEvents();
@@ -154,9 +179,9 @@ TEST_F(QuestionLineTest, TooManyAreRefused) {
 TEST_F(QuestionLineTest, ALateAnswerCountsForNothing) {
   auto first = enter("first");
   auto second = enter("second");
-  second->answered(false, now_);  // it is not open
-  first->answered(false, now_);
-  first->answered(false, now_);  // it has been answered
+  second->answered(Answer::No);  // it is not open
+  first->answered(Answer::No);
+  first->answered(Answer::No);  // it has been answered
   now_ += seconds(10);
   takeEvents();
   const auto place = enter("again");
@@ -166,7 +191,7 @@ TEST_F(QuestionLineTest, ALateAnswerCountsForNothing) {
 TEST_F(QuestionLineTest, AQuestionMayBeDroppedWhileItOpens) {
   std::unique_ptr<QuestionLine::Place> second;
   auto first = enter("first");
-  second = line_->enter(1000, now_, {[&] { second.reset(); }, [](const std::string&) {}});
+  second = line_->enter(1000, {[&] { second.reset(); }, [](const std::string&) {}});
   second->begin();
   auto third = enter("third");
   first.reset();

@@ -119,6 +119,32 @@ TEST_F(RoutedDevicePatience, TheEndIsNotWaitedForLongWhereOthersWaitToo) {
   EXPECT_EQ(other.sink->endings(), 1);
 }
 
+TEST_F(RoutedDevicePatience, NobodyWaitsAtTheEndForWhoIsSlower) {
+  for (const bool goesAway : {false, true}) {
+    const auto d = device();
+    Client stuck;
+    Client other;
+    Client slow;
+    enter(*d, stuck);
+    enter(*d, other);
+    enter(*d, slow);
+    stuck.sink->setUnsent(1);
+    slow.sink->setUnsent(1);
+    goesAway ? feed_.goAway() : feed_.end();
+    other.sink->awaitFarewell();
+    EXPECT_EQ(slow.sink->farewells(), 0);
+    slow.sink->setUnsent(0);
+    slow.sink->awaitFarewell();
+    EXPECT_EQ(stuck.sink->farewells(), 0);
+    stuck.sink->setUnsent(0);
+    stuck.sink->awaitFarewell();
+    for (const auto* each : {&stuck, &other, &slow}) {
+      d->remove(each->subscription);
+      EXPECT_EQ(each->sink->farewells(), 1);
+    }
+  }
+}
+
 TEST_F(RoutedDevicePatience, ADeviceThatGoesAtItsOwnPaceWaitsForNobodyForLong) {
   for (const bool goesAway : {false, true}) {
     const auto d = device();
