@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <cerrno>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -30,6 +31,8 @@ class OneEndpoint final : public platform::ServiceEndpoints {
     if (service != name_) return {Outcome::UnknownName, -1, "no such service"};
     const int descriptor =
         platform::connectUnixSocket(path_, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (descriptor < 0 && errno == EAGAIN)
+      return {Outcome::TryAgain, -1, "the endpoint's backlog is full"};
     if (descriptor < 0) return {failure_, -1, "the endpoint takes no connection"};
     return {Outcome::Connected, descriptor, ""};
   }
