@@ -25,7 +25,7 @@ std::vector<DeviceDescription> RoutedDevices::list() {
 }
 
 std::shared_ptr<RoutedDevice> RoutedDevices::withID(std::uint64_t registryEntryID) {
-  const auto known = knownWithID(registryEntryID);
+  auto known = knownWithID(registryEntryID);
   if (known != nullptr && !known->isGone()) return known;
   // Listed anew: a device may have been added since the router started, and one that was removed
   // may be back.

@@ -124,6 +124,7 @@ const char* nameOf(DevicePermission permission) {
 
 std::shared_ptr<NSDictionary> dictionaryOf(const std::vector<ListedDevice>& devices) {
   std::vector<std::shared_ptr<NSObject>> list;
+  list.reserve(devices.size());
   for (const ListedDevice& each : devices) list.push_back(objectOf(each));
   return NSDictionary::dictionaryWithEntries(
       {{str("Devices"), NSArray::arrayWithObjects(std::move(list))}});

@@ -23,7 +23,7 @@ class EndPermit final : public RoutingPermit {
 }  // namespace
 
 std::unique_ptr<RoutingPermit> EndInquiry::begin(std::shared_ptr<const AuthoritySources> sources,
-                                                 std::shared_ptr<QuestionLine> questions,
+                                                 const std::shared_ptr<QuestionLine>& questions,
                                                  Request request, RoutingCaller::Decided decided) {
   const auto inquiry =
       std::make_shared<EndInquiry>(std::move(sources), std::move(request), std::move(decided));

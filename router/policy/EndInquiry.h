@@ -32,8 +32,9 @@ class EndInquiry : public std::enable_shared_from_this<EndInquiry> {
   };
 
   [[nodiscard]] static std::unique_ptr<RoutingPermit> begin(
-      std::shared_ptr<const AuthoritySources> sources, std::shared_ptr<QuestionLine> questions,
-      Request request, RoutingCaller::Decided decided);
+      std::shared_ptr<const AuthoritySources> sources,
+      const std::shared_ptr<QuestionLine>& questions, Request request,
+      RoutingCaller::Decided decided);
   EndInquiry(std::shared_ptr<const AuthoritySources> sources, Request request,
              RoutingCaller::Decided decided);
   void withdraw();

@@ -8,22 +8,17 @@
 namespace router {
 
 std::unique_ptr<QuestionLine::Place> QuestionLine::enter(uid_t user, Question question) {
-  std::string refusal;
-  std::uint64_t number = 0;
-  {
-    const std::lock_guard lock(mutex_);
-    forgetLocked();
-    refusal = refusalLocked(user);
-    if (refusal.empty()) {
-      auto& line = users_[user].line;
-      number = ++latest_;
-      line.push_back({number, std::move(question)});
-    }
-  }
-  if (number == 0) {
+  std::unique_lock lock(mutex_);
+  forgetLocked();
+  const std::string refusal = refusalLocked(user);
+  if (!refusal.empty()) {
+    lock.unlock();
     question.refuse(refusal);
     return nullptr;
   }
+  const std::uint64_t number = ++latest_;
+  users_[user].line.push_back({number, std::move(question)});
+  lock.unlock();
   return std::make_unique<Place>(shared_from_this(), user, number);
 }
 

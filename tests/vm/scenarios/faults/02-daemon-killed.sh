@@ -11,6 +11,7 @@ start_agent agent "$(held_process install)"
 let_go install
 wait_until_says agent 'Password:' 60
 kill -KILL "$(daemon_process)"
+kill "$(process_of agent)" # it does not notice that its question is no more, so it cannot be asked another one
 expect_failure "an install by a daemon that is gone" finish install
 expect "that nothing is installed" test ! -e "$BLESSED"
 
