@@ -89,6 +89,7 @@ router::ReplaySpeed parseSpeed(const std::string& text) {
 std::shared_ptr<platform::NSDictionary> tagDictionary(const std::set<UsageCode>& tags) {
   if (tags.empty()) return nullptr;
   std::vector<platform::NSDictionary::Entry> entries;
+  entries.reserve(tags.size());
   for (const UsageCode tag : tags) {
     entries.emplace_back(platform::NSNumber::numberWithUnsignedLongLong(tag),
                          platform::NSNumber::numberWithBool(true));
@@ -237,7 +238,7 @@ int routeInstalledDevice(const RouteOptions& options) {
 
 /// Saves standard input to a file, because a recording is read several times.
 std::filesystem::path keepStandardInput(const std::filesystem::path& directory) {
-  const std::filesystem::path path = directory / "standard-input.hid";
+  std::filesystem::path path = directory / "standard-input.hid";
   std::ofstream file(path, std::ios::binary);
   std::array<char, 65536> buffer{};
   std::size_t length = 0;
