@@ -5,7 +5,7 @@
 //
 //   WLHID_EVENT      granted, denied, begun, revoked or ended; a grant may end without a beginning
 //   WLHID_USER       the user's number
-//   WLHID_PROGRAM    the path of the program
+//   WLHID_PROGRAM    the program's path; of another user's, what it calls itself
 //   WLHID_UNIT       its systemd unit; missing if it is in none
 //   WLHID_DEVICE     the device's name
 //   WLHID_VENDOR, WLHID_PRODUCT   four hexadecimal digits each

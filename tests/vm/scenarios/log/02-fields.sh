@@ -6,9 +6,10 @@ source /vm/product.sh
 
 have_packages
 active_session alice
-cursor="$(journalctl -q --no-pager -n 1 -o cat --show-cursor | sed -n 's/^-- cursor: //p')"
+# Not after a cursor: with a filter, this journalctl leaves out the first entry too.
+began="$(date +%s)"
 router_entries() { # router_entries WORD…: since the beginning, as journalctl takes it
-  journalctl -q --no-pager --after-cursor="$cursor" _SYSTEMD_UNIT=wlhid-router.service "$@"
+  journalctl -q --no-pager --since="@$began" _SYSTEMD_UNIT=wlhid-router.service "$@"
 }
 is_noted() { [[ -n $(router_entries -o cat WLHID_EVENT="$1") ]]; } # is_noted EVENT
 field() { router_entries -o json WLHID_EVENT="$1" | tail -n 1 | jq -r --arg name "$2" '.[$name]'; } # field EVENT NAME
@@ -27,7 +28,7 @@ for event in granted begun ended denied; do
   expect_equal "its writer" "$LABEL" "$(field "$event" SYSLOG_IDENTIFIER)"
   expect_equal "its writer's user" "$(id -u wlhid-router)" "$(field "$event" _UID)"
   expect_equal "the user" "$(id -u alice)" "$(field "$event" WLHID_USER)"
-  expect_equal "the program" "$(readlink -f "$(command -v wlhid)")" "$(field "$event" WLHID_PROGRAM)"
+  expect_equal "the program" wlhid "$(field "$event" WLHID_PROGRAM)"
   expect_equal "the unit" "session-$session.scope" "$(field "$event" WLHID_UNIT)"
   expect "an identifier of the device" test -n "$(field "$event" WLHID_VENDOR)$(field "$event" WLHID_PRODUCT)"
 done
