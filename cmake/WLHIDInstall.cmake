@@ -4,17 +4,18 @@
 # platform/services/SystemPlaces.cpp looks in, so they are not a choice; the others follow GNUInstallDirs and the system's own
 # directories for units and rules.
 #
-# Components: router (the privileged side), tool (the command), development (headers and the library to link).
+# Components: router (the privileged side), tool (the command), library (what programs that link it load), headers, development
+# (what else is needed to build such a program).
 include(GNUInstallDirs)
 set(WLHID_UNIT_DIR "lib/systemd/system" CACHE PATH "Where systemd's units are installed")
 set(WLHID_UDEV_RULES_DIR "lib/udev/rules.d" CACHE PATH "Where udev's rules are installed")
 
-set(system "${CMAKE_SOURCE_DIR}/packaging/system")
+set(system "${PROJECT_SOURCE_DIR}/packaging/system")
 set(own lib/wlhid)  # not the processor's own library directory: the places are fixed
 set(label com.quillmar.hideventrouter)
 
 install(TARGETS wlhid-jobd wlhid-launch DESTINATION libexec/wlhid COMPONENT router)
-install(FILES "${CMAKE_BINARY_DIR}/Contents/Library/LaunchServices/${label}" DESTINATION ${own}/helpers COMPONENT router)
+install(FILES "${PROJECT_BINARY_DIR}/Contents/Library/LaunchServices/${label}" DESTINATION ${own}/helpers COMPONENT router)
 install(FILES ${system}/${label}.plist DESTINATION ${own}/jobs COMPONENT router)
 install(FILES ${system}/wlhid-router.socket ${system}/wlhid-router-control.socket ${system}/wlhid-router.service
   ${system}/wlhid-jobd.socket ${system}/wlhid-jobd.service DESTINATION "${WLHID_UNIT_DIR}" COMPONENT router)
@@ -41,13 +42,7 @@ install(FILES packaging/tool/wlhid.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" 
 install(FILES packaging/tool/wlhid.bash-completion DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
   RENAME wlhid COMPONENT tool)
 
-# All that an application links, in one library.
-set(objects)
-foreach(part WLHIDAccess router_client router_protocols helper_install mach_o diagnostics xpc services kit foundation)
-  list(APPEND objects "$<TARGET_OBJECTS:wlhid_${part}>")
-endforeach()
-add_library(wlhidaccess STATIC ${objects})
-target_link_libraries(wlhidaccess PRIVATE wlhid_flags)
-install(TARGETS wlhidaccess ARCHIVE COMPONENT development)
+install(TARGETS wlhidaccess LIBRARY COMPONENT library NAMELINK_COMPONENT development)
+install(TARGETS wlhidaccess_static ARCHIVE COMPONENT development)
 configure_file(packaging/library/wlhidaccess.pc.in wlhidaccess.pc @ONLY)
-install(FILES "${CMAKE_BINARY_DIR}/wlhidaccess.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
+install(FILES "${PROJECT_BINARY_DIR}/wlhidaccess.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
