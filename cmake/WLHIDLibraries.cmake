@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-# All that an application links, in one library: wlhidaccess (shared) and wlhidaccess_static.
+# All that an application links, in one library: WLHIDAccess::wlhidaccess (shared) and WLHIDAccess::wlhidaccess_static.
 set(objects)
 foreach(part WLHIDAccess router_client router_protocols helper_install mach_o diagnostics xpc services kit foundation)
   list(APPEND objects "$<TARGET_OBJECTS:wlhid_${part}>")
@@ -24,6 +24,7 @@ set_target_properties(wlhidaccess_static PROPERTIES OUTPUT_NAME wlhidaccess)
 target_link_options(wlhidaccess_static INTERFACE "LINKER:--undefined=WLHIDEventRouterLogFileProviderIsLoaded")
 
 foreach(library wlhidaccess wlhidaccess_static)
+  add_library(WLHIDAccess::${library} ALIAS ${library})
   target_compile_features(${library} PUBLIC cxx_std_20)
   target_include_directories(${library} INTERFACE "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>")
   target_link_libraries(${library} PUBLIC Threads::Threads)
