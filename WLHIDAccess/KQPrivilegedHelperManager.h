@@ -11,11 +11,12 @@
 
 #include <memory>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSString.h"
 
-class KQPrivilegedHelperManager {
+class WLHID_EXPORT KQPrivilegedHelperManager {
  public:
   /// The unparsed bytes of section __TEXT,__info_plist of a Mach-O executable, thin or fat. Null if
   /// the section is missing, the data is null or anything is malformed.

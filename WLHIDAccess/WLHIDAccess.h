@@ -14,11 +14,12 @@
 #include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
 #include "WLHIDAccess/WLHIDEventRouterConstants.h"
 #include "WLHIDAccess/WLHIDEventRouterLogFileProvider.h"
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSNotificationCenter.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "platform/kit/KQLogger.h"
 
 /// The framework's version as a number: 1.0.
-extern "C" const double WLHIDAccessVersionNumber;
+extern "C" WLHID_EXPORT const double WLHIDAccessVersionNumber;
 /// The framework's version in the form that what(1) finds in the binary; ends with a line feed.
-extern "C" const char WLHIDAccessVersionString[];
+extern "C" WLHID_EXPORT const char WLHIDAccessVersionString[];

@@ -30,6 +30,7 @@
 #include <string_view>
 
 #include "WLHIDAccess/WLHIDEventRouterClientDelegate.h"
+#include "platform/foundation/Export.h"
 #include "platform/foundation/KeyValueObserving.h"
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSDictionary.h"
@@ -43,10 +44,11 @@
 inline constexpr std::string_view WLHIDEventRouterClientInstallationStatusChanged =
     "WLHIDEventRouterClientInstallationStatusChanged";
 
-class WLHIDEventRouterClient final : public platform::NSObject,
-                                     public platform::KeyValueObservable,
-                                     public platform::KQLogTagging,
-                                     public std::enable_shared_from_this<WLHIDEventRouterClient> {
+class WLHID_EXPORT WLHIDEventRouterClient final
+    : public platform::NSObject,
+      public platform::KeyValueObservable,
+      public platform::KQLogTagging,
+      public std::enable_shared_from_this<WLHIDEventRouterClient> {
  public:
   using CompletionHandler =
       std::function<void(bool success, const std::shared_ptr<platform::NSError>& error)>;

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
@@ -42,7 +43,7 @@ using enum WLHIDEventRouterClientStatus;
 /// A method that is not overridden does what the client does without a delegate: input is logged at
 /// level 0; status changes and errors are ignored. An override can decline a call by passing it to
 /// this class's method, or forward it by calling another delegate.
-class WLHIDEventRouterClientDelegate {
+class WLHID_EXPORT WLHIDEventRouterClientDelegate {
  public:
   virtual ~WLHIDEventRouterClientDelegate() = default;
 

@@ -17,16 +17,18 @@
 
 #include <memory>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSObject.h"
 #include "platform/foundation/NSString.h"
 #include "platform/kit/KQLogModule.h"
 
 /// The module's identifier: "WLHIDEventRouter".
-extern const std::shared_ptr<platform::NSString>
+extern WLHID_EXPORT const std::shared_ptr<platform::NSString>
     KQLogModuleIdentifierWLHIDEventRouterLogFileProvider;
 
-class WLHIDEventRouterLogFileProvider final : public platform::KQLogModule,
-                                              public platform::KQLogModuleFileProvider {
+class WLHID_EXPORT WLHIDEventRouterLogFileProvider final
+    : public platform::KQLogModule,
+      public platform::KQLogModuleFileProvider {
  public:
   static const platform::NSClass& classObject();
   static std::shared_ptr<WLHIDEventRouterLogFileProvider> init();
@@ -45,3 +47,8 @@ class WLHIDEventRouterLogFileProvider final : public platform::KQLogModule,
  private:
   WLHIDEventRouterLogFileProvider();
 };
+
+/// True once the module is registered. A program that links the static library refers to this name
+/// (with the linker's option --undefined, which the CMake package and pkg-config bring), because it
+/// would otherwise be linked without the module if it uses nothing else of it.
+extern "C" WLHID_EXPORT const bool WLHIDEventRouterLogFileProviderIsLoaded;

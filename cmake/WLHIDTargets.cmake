@@ -14,7 +14,7 @@
 
 add_library(wlhid_flags INTERFACE)
 target_compile_features(wlhid_flags INTERFACE cxx_std_20)
-target_include_directories(wlhid_flags INTERFACE "${CMAKE_SOURCE_DIR}")
+target_include_directories(wlhid_flags INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_options(wlhid_flags INTERFACE -Wall -Wextra -Wpedantic $<$<BOOL:${WLHID_WERROR}>:-Werror>)
 target_compile_definitions(wlhid_flags INTERFACE _GNU_SOURCE)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
@@ -47,7 +47,12 @@ function(wlhid_library name)
   add_library(wlhid::${name} ALIAS wlhid_${name})
   target_link_libraries(wlhid_${name} PUBLIC wlhid_flags ${A_DEPENDS})
   target_compile_options(wlhid_${name} PRIVATE ${WLHID_PRODUCT_WARNINGS})
-  set_target_properties(wlhid_${name} PROPERTIES UNITY_BUILD "${WLHID_FAST_BUILD}" UNITY_BUILD_BATCH_SIZE 6)
+  # Of one compilation, what an application links is put together as a shared and as a static library (WLHIDLibraries).
+  # Nothing replaces a function of the shared library at run time, so the compiler may still inline what it offers.
+  target_compile_options(wlhid_${name} PRIVATE -fno-semantic-interposition)
+  set_target_properties(wlhid_${name} PROPERTIES
+    POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
+    UNITY_BUILD "${WLHID_FAST_BUILD}" UNITY_BUILD_BATCH_SIZE 6)
 endfunction()
 
 function(wlhid_executable name)
@@ -84,8 +89,8 @@ function(wlhid_precompile_test_headers name)
     return()
   endif()
   if(NOT TARGET wlhid_test_headers)
-    file(CONFIGURE OUTPUT "${CMAKE_BINARY_DIR}/test_headers.cpp" CONTENT "")
-    add_library(wlhid_test_headers OBJECT "${CMAKE_BINARY_DIR}/test_headers.cpp")
+    file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/test_headers.cpp" CONTENT "")
+    add_library(wlhid_test_headers OBJECT "${PROJECT_BINARY_DIR}/test_headers.cpp")
     target_link_libraries(wlhid_test_headers PRIVATE wlhid_flags GTest::gmock)
     target_compile_options(wlhid_test_headers PRIVATE "${WLHID_TEST_OPTIONS}")
     target_precompile_headers(wlhid_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> <filesystem> <fstream> <functional>
@@ -114,7 +119,7 @@ function(wlhid_test name)
     add_dependencies(tests_${label} ${name})
   endforeach()
   set_tests_properties(${name} PROPERTIES TIMEOUT ${A_TIMEOUT} LABELS "${A_LABELS}" RUN_SERIAL "${A_SERIAL}"
-    ENVIRONMENT "WLHID_SOURCE_DIR=${CMAKE_SOURCE_DIR};WLHID_BINARY_DIR=${CMAKE_BINARY_DIR}")
+    ENVIRONMENT "WLHID_SOURCE_DIR=${PROJECT_SOURCE_DIR};WLHID_BINARY_DIR=${PROJECT_BINARY_DIR}")
 endfunction()
 
 function(wlhid_fuzz_target name)
@@ -124,8 +129,8 @@ function(wlhid_fuzz_target name)
   if(WLHID_FUZZ)
     target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
   else()
-    target_sources(fuzz_${name} PRIVATE "${CMAKE_SOURCE_DIR}/fuzz/replay_main.cpp")
-    add_test(NAME fuzz_${name}_replay COMMAND fuzz_${name} "${CMAKE_SOURCE_DIR}/fuzz/corpus/${name}")
+    target_sources(fuzz_${name} PRIVATE "${PROJECT_SOURCE_DIR}/fuzz/replay_main.cpp")
+    add_test(NAME fuzz_${name}_replay COMMAND fuzz_${name} "${PROJECT_SOURCE_DIR}/fuzz/corpus/${name}")
     set_tests_properties(fuzz_${name}_replay PROPERTIES TIMEOUT 120 LABELS fuzz)
   endif()
 endfunction()

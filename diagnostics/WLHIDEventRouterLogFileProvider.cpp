@@ -63,8 +63,6 @@ void WLHIDEventRouterLogFileProvider::provideFilesWithCompletionHandler(
   handler(nullptr, {std::move(file)});
 }
 
-// Has a name that the linker can be told to look for: a static library's member is not linked into
-// a program that refers to none of it, and this one is needed for its side effect at load time.
 extern "C" const bool WLHIDEventRouterLogFileProviderIsLoaded = [] {
   WLHIDEventRouterLogFileProvider::load();
   return true;

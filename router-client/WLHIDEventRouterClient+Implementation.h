@@ -27,7 +27,8 @@
 #include "router-client/OpeningTurn.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
 
-class WLHIDEventRouterClient::Implementation final : public WLHIDEventRouterClientProtocol {
+class WLHID_NO_EXPORT WLHIDEventRouterClient::Implementation final
+    : public WLHIDEventRouterClientProtocol {
  public:
   using Client = WLHIDEventRouterClient;
   using Weak = std::weak_ptr<Client>;

@@ -18,6 +18,7 @@
 #include <type_traits>
 #include <variant>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSObject.h"
 
 namespace platform {
@@ -55,8 +56,8 @@ FormatArgument formatArgument(const T& value) {
 /// Renders `format` with %d %i %u %x %X %o %c %f %e %g %s %p %@ %%, flags, width, precision and the
 /// length modifiers (hh h l ll q z t j). As in C, an unmodified %u, %d or %x takes 32 bits of its
 /// argument: 4294967297 prints as 1.
-[[nodiscard]] std::string renderFormat(std::string_view format,
-                                       std::span<const FormatArgument> arguments);
+[[nodiscard]] WLHID_EXPORT std::string renderFormat(std::string_view format,
+                                                    std::span<const FormatArgument> arguments);
 
 template <class... Args>
 [[nodiscard]] std::string stringWithFormat(std::string_view format, const Args&... args) {

@@ -9,14 +9,14 @@
 
 namespace platform {
 
-struct KeyValueObservation::Registration {
+struct WLHID_NO_EXPORT KeyValueObservation::Registration {
   std::string key;
   KeyValueObservable::Observer observer;
   std::atomic<bool> active{true};
   std::function<void(Registration*)> remove;
 };
 
-struct KeyValueObservable::Observers {
+struct WLHID_NO_EXPORT KeyValueObservable::Observers {
   using Registration = KeyValueObservation::Registration;
 
   std::mutex mutex;

@@ -17,6 +17,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/foundation/Export.h"
+
 namespace platform {
 
 struct KeyValueChange {
@@ -24,7 +26,7 @@ struct KeyValueChange {
   bool prior = false;  ///< true for will-change, false for did-change
 };
 
-class KeyValueObservation {
+class WLHID_EXPORT KeyValueObservation {
  public:
   KeyValueObservation() = default;
   KeyValueObservation(KeyValueObservation&&) noexcept = default;
@@ -42,7 +44,7 @@ class KeyValueObservation {
 };
 
 /// Base class of objects whose values can be observed.
-class KeyValueObservable {
+class WLHID_EXPORT KeyValueObservable {
  public:
   using Observer = std::function<void(const KeyValueChange&)>;
 

@@ -19,18 +19,19 @@
 #include <string>
 #include <vector>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSObject.h"
 
 namespace platform {
 
 /// Raised if a collection changes during enumeration.
-class NSGenericException : public std::runtime_error {
+class WLHID_EXPORT NSGenericException : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-class NSArray : public NSObject {
+class WLHID_EXPORT NSArray : public NSObject {
  public:
   static const NSClass& classObject();
   /// Null members are not allowed (std::invalid_argument).
@@ -58,7 +59,7 @@ class NSArray : public NSObject {
   [[nodiscard]] std::strong_ordering compareValue(const NSObject& other) const override;
 };
 
-class NSMutableArray : public NSArray {
+class WLHID_EXPORT NSMutableArray : public NSArray {
  public:
   static const NSClass& classObject();
   static std::shared_ptr<NSMutableArray> array();

@@ -10,11 +10,12 @@
 #include <string>
 #include <string_view>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSString.h"
 
 namespace platform {
 
-class NSBundle {
+class WLHID_EXPORT NSBundle {
  public:
   static std::shared_ptr<NSBundle> mainBundle();
   /// Derived from the executable's path: X.app/Contents/MacOS/x gives X.app, anything else its
@@ -24,6 +25,6 @@ class NSBundle {
 
 /// The same rule for any executable path: "/a/X.app/Contents/MacOS/x" → "/a/X.app",
 /// "/usr/bin/x" → "/usr/bin".
-[[nodiscard]] std::string bundlePathForExecutable(std::string_view executablePath);
+[[nodiscard]] WLHID_EXPORT std::string bundlePathForExecutable(std::string_view executablePath);
 
 }  // namespace platform

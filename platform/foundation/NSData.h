@@ -18,6 +18,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSObject.h"
 #include "platform/foundation/TrailingStorage.h"
 
@@ -26,12 +27,12 @@ namespace platform {
 class NSString;
 
 /// Raised if a range or index is outside the object.
-class NSRangeException : public std::out_of_range {
+class WLHID_EXPORT NSRangeException : public std::out_of_range {
  public:
   using std::out_of_range::out_of_range;
 };
 
-class NSData final : public NSObject {
+class WLHID_EXPORT NSData final : public NSObject {
  public:
   static const NSClass& classObject();
   /// Copies `bytes`.

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSObject.h"
 
 namespace platform {
@@ -17,7 +18,7 @@ namespace platform {
 inline constexpr std::chrono::sys_days kReferenceDay = std::chrono::year(2001) / 1 / 1;
 
 /// Seconds since 2001-01-01 00:00:00 UTC.
-class NSDate final : public NSObject {
+class WLHID_EXPORT NSDate final : public NSObject {
  public:
   static const NSClass& classObject();
   static std::shared_ptr<NSDate> dateWithTimeIntervalSinceReferenceDate(double seconds);

@@ -17,11 +17,12 @@
 #include <utility>
 #include <vector>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSObject.h"
 
 namespace platform {
 
-class NSDictionary final : public NSObject {
+class WLHID_EXPORT NSDictionary final : public NSObject {
  public:
   using Entry = std::pair<std::shared_ptr<NSObject>, std::shared_ptr<NSObject>>;
 

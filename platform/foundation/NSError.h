@@ -12,6 +12,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSObject.h"
 #include "platform/foundation/NSString.h"
@@ -23,7 +24,7 @@ inline constexpr std::string_view NSOSStatusErrorDomain = "NSOSStatusErrorDomain
 inline constexpr std::string_view NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
 inline constexpr std::string_view NSLocalizedDescriptionKey = "NSLocalizedDescription";
 
-class NSError final : public NSObject {
+class WLHID_EXPORT NSError final : public NSObject {
  public:
   static const NSClass& classObject();
   /// `userInfo` may be null.

@@ -16,12 +16,13 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSObject.h"
 #include "platform/foundation/NSString.h"
 
 namespace platform {
 
-class NSNotification final : public NSObject {
+class WLHID_EXPORT NSNotification final : public NSObject {
  public:
   NSNotification(std::shared_ptr<NSString> name, std::shared_ptr<NSObject> object)
       : name_(std::move(name)), object_(std::move(object)) {}
@@ -41,7 +42,7 @@ struct NSNotificationObserver {
   std::function<void(const std::shared_ptr<NSNotification>&)> call;
 };
 
-class NSNotificationCenter {
+class WLHID_EXPORT NSNotificationCenter {
  public:
   /// The process's center, or that of the scripted platform while one is installed.
   static std::shared_ptr<NSNotificationCenter> defaultCenter();

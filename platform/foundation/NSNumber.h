@@ -11,6 +11,7 @@
 #include <string>
 #include <variant>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSObject.h"
 
 namespace platform {
@@ -18,7 +19,7 @@ namespace platform {
 /// A boolean, a signed or unsigned 64-bit integer or a double. Equality is by numeric value across
 /// all four kinds (exact: 2^63 is not equal to the double nearest to 2^63 + 1 unless they are the
 /// same number).
-class NSNumber final : public NSObject {
+class WLHID_EXPORT NSNumber final : public NSObject {
  public:
   using Value = std::variant<bool, std::int64_t, std::uint64_t, double>;
 
@@ -51,6 +52,6 @@ class NSNumber final : public NSObject {
 };
 
 /// An order in which 0 and -0 are equal, and all NaNs are equal and come last.
-[[nodiscard]] std::strong_ordering orderOfNumbers(double a, double b);
+[[nodiscard]] WLHID_EXPORT std::strong_ordering orderOfNumbers(double a, double b);
 
 }  // namespace platform

@@ -13,10 +13,12 @@
 #include <string>
 #include <string_view>
 
+#include "platform/foundation/Export.h"
+
 namespace platform {
 
 /// A class's name and superclass. One constant object per class, compared by address.
-struct NSClass {
+struct WLHID_EXPORT NSClass {
   std::string_view name;
   const NSClass* superclass = nullptr;
 
@@ -24,7 +26,7 @@ struct NSClass {
   [[nodiscard]] bool isSubclassOfClass(const NSClass& other) const;
 };
 
-class NSObject {
+class WLHID_EXPORT NSObject {
  public:
   NSObject() = default;
   NSObject(const NSObject&) = delete;
@@ -72,6 +74,6 @@ template <class T>
 }
 
 /// The text that "%@" prints for a pointer that may be null: "(null)" for null.
-[[nodiscard]] std::string descriptionOf(const std::shared_ptr<NSObject>& object);
+[[nodiscard]] WLHID_EXPORT std::string descriptionOf(const std::shared_ptr<NSObject>& object);
 
 }  // namespace platform

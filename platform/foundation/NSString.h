@@ -13,13 +13,14 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSObject.h"
 
 namespace platform {
 
 /// Text, stored as valid UTF-8 (an embedded NUL is a character). Equality compares code units,
 /// without normalisation.
-class NSString final : public NSObject {
+class WLHID_EXPORT NSString final : public NSObject {
  public:
   static const NSClass& classObject();
   /// Null if `utf8` is null or not valid UTF-8.
@@ -50,9 +51,9 @@ class NSString final : public NSObject {
 };
 
 /// Shorthand for the program's own literals, which are valid UTF-8.
-[[nodiscard]] std::shared_ptr<NSString> str(std::string_view literal);
+[[nodiscard]] WLHID_EXPORT std::shared_ptr<NSString> str(std::string_view literal);
 
 /// Whether the bytes are well-formed UTF-8 (no overlong form, no surrogate, at most U+10FFFF).
-[[nodiscard]] bool isValidUTF8(std::string_view bytes);
+[[nodiscard]] WLHID_EXPORT bool isValidUTF8(std::string_view bytes);
 
 }  // namespace platform

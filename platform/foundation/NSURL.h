@@ -10,12 +10,13 @@
 #include <string>
 #include <utility>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSObject.h"
 #include "platform/foundation/NSString.h"
 
 namespace platform {
 
-class NSURL final : public NSObject {
+class WLHID_EXPORT NSURL final : public NSObject {
  public:
   static const NSClass& classObject();
   /// Null for a null or empty string. The text is kept unchanged.

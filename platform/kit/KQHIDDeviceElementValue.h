@@ -13,6 +13,7 @@
 #include <span>
 #include <string>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSObject.h"
 
@@ -30,7 +31,7 @@ struct HIDElementValueRecord {
   std::span<const std::uint8_t> bytes;
 };
 
-class KQHIDDeviceElementValue : public NSObject {
+class WLHID_EXPORT KQHIDDeviceElementValue : public NSObject {
  public:
   static const NSClass& classObject();
   /// Copies the record's bytes.
@@ -58,7 +59,7 @@ class KQHIDDeviceElementValue : public NSObject {
 
 /// An NSMutableArray (exactly that class) of element values in one allocation: the values and their
 /// bytes are in the array's own block, and every pointer to them aliases it. `records` are copied.
-[[nodiscard]] std::shared_ptr<class NSMutableArray> elementValueArray(
+[[nodiscard]] WLHID_EXPORT std::shared_ptr<class NSMutableArray> elementValueArray(
     std::span<const HIDElementValueRecord> records);
 
 }  // namespace platform

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSObject.h"
@@ -22,7 +23,7 @@
 
 namespace platform {
 
-class KQLogModule : public NSObject {
+class WLHID_EXPORT KQLogModule : public NSObject {
  public:
   static const NSClass& classObject();
 
@@ -40,7 +41,7 @@ class KQLogModule : public NSObject {
   const std::shared_ptr<NSString> name_;
 };
 
-class KQLogFile : public NSObject {
+class WLHID_EXPORT KQLogFile : public NSObject {
  public:
   /// (error or null, URL or null, data or null, flag): either an existing file or the bytes
   /// themselves. The flag says whether the file at the URL may be removed after it has been read.
@@ -72,7 +73,7 @@ class KQLogFile : public NSObject {
 };
 
 /// A module that supplies files.
-class KQLogModuleFileProvider {
+class WLHID_EXPORT KQLogModuleFileProvider {
  public:
   using FilesHandler =
       std::function<void(std::shared_ptr<NSError>, std::vector<std::shared_ptr<KQLogFile>>)>;

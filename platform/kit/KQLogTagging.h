@@ -5,12 +5,13 @@
 
 #include <memory>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/NSArray.h"
 
 namespace platform {
 
 /// The method is optional: null if not implemented.
-class KQLogTagging {
+class WLHID_EXPORT KQLogTagging {
  public:
   [[nodiscard]] virtual std::shared_ptr<NSArray> logTags() const { return nullptr; }
 

@@ -122,7 +122,7 @@ std::optional<std::int64_t> onlyNumber(std::span<const FormatArgument> arguments
 
 }  // namespace
 
-struct KQLogger::State {
+struct WLHID_NO_EXPORT KQLogger::State {
   mutable std::mutex mutex;
   std::shared_ptr<KQLogSink> sink = standardErrorSink();
   std::shared_ptr<RecentLogLines> recentLines = std::make_shared<RecentLogLines>();

@@ -21,6 +21,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/foundation/Export.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/NSArray.h"
 #include "platform/kit/KQLogModule.h"
@@ -48,7 +49,7 @@ using KQLogSink = std::function<void(const KQLogEntry&)>;
 
 class RecentLogLines;
 
-class KQLogger {
+class WLHID_EXPORT KQLogger {
  public:
   /// Never destroyed.
   static KQLogger& sharedLogger();
@@ -98,6 +99,6 @@ class KQLogger {
 
 /// The whole entry on one line, without a line feed: "<level> <function>:<line> [tags] message".
 /// The default sink writes this with unprintable characters escaped.
-[[nodiscard]] std::string renderLogEntry(const KQLogEntry& entry);
+[[nodiscard]] WLHID_EXPORT std::string renderLogEntry(const KQLogEntry& entry);
 
 }  // namespace platform
