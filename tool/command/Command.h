@@ -56,6 +56,7 @@ void addLogVerb(CLI::App& app, Action& chosen);
 void addReportVerb(CLI::App& app, Action& chosen);
 void addDoctorVerb(CLI::App& app, Action& chosen);
 void addDescriptorVerb(CLI::App& app, Action& chosen);
+void addRecordVerb(CLI::App& app, Action& chosen);
 void addSignVerb(CLI::App& app, Action& chosen);
 
 /// One printable line, with room for the longest path.

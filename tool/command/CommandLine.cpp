@@ -84,6 +84,7 @@ void describe(CLI::App& app, std::string& root, Action& chosen) {
   addDevicesVerb(app, chosen);
   addGrantVerbs(app, chosen);
   addRouteVerb(app, chosen);
+  addRecordVerb(app, chosen);
   addDescriptorVerb(app, chosen);
   addLogVerb(app, chosen);
   addReportVerb(app, chosen);
