@@ -85,6 +85,8 @@ void describe(CLI::App& app, std::string& root, Action& chosen) {
   addGrantVerbs(app, chosen);
   addRouteVerb(app, chosen);
   addRecordVerb(app, chosen);
+  addMeasureVerb(app, chosen);
+  addTestVerb(app, chosen);
   addDescriptorVerb(app, chosen);
   addLogVerb(app, chosen);
   addReportVerb(app, chosen);
