@@ -87,6 +87,7 @@ void describe(CLI::App& app, std::string& root, Action& chosen) {
   addRecordVerb(app, chosen);
   addMeasureVerb(app, chosen);
   addTestVerb(app, chosen);
+  addPictureVerb(app, chosen);
   addDescriptorVerb(app, chosen);
   addLogVerb(app, chosen);
   addReportVerb(app, chosen);
