@@ -97,6 +97,32 @@ struct Globals {
   std::uint32_t reportSize = 0;
   std::uint32_t reportCount = 0;
   std::uint8_t reportID = 0;
+
+  /// What values mean; any other item is left alone.
+  void takeRange(const Item& item) {
+    switch (static_cast<GlobalTag>(item.tag)) {
+      case GlobalTag::LogicalMinimum:
+        logical.setMinimum(item);
+        break;
+      case GlobalTag::LogicalMaximum:
+        logical.setMaximum(item);
+        break;
+      case GlobalTag::PhysicalMinimum:
+        physical.setMinimum(item);
+        break;
+      case GlobalTag::PhysicalMaximum:
+        physical.setMaximum(item);
+        break;
+      case GlobalTag::UnitExponent:
+        unitExponent = unitExponentOf(item);
+        break;
+      case GlobalTag::Unit:
+        unit = item.value;
+        break;
+      default:
+        break;  // reserved
+    }
+  }
 };
 
 /// A usage as given by an item: only a four-byte one includes its page.
@@ -240,24 +266,6 @@ class Parser {
         if (item.value > 0xffffU) fail(item, "the usage page does not fit in 16 bits");
         globals_.usagePage = item.value;
         break;
-      case GlobalTag::LogicalMinimum:
-        globals_.logical.setMinimum(item);
-        break;
-      case GlobalTag::LogicalMaximum:
-        globals_.logical.setMaximum(item);
-        break;
-      case GlobalTag::PhysicalMinimum:
-        globals_.physical.setMinimum(item);
-        break;
-      case GlobalTag::PhysicalMaximum:
-        globals_.physical.setMaximum(item);
-        break;
-      case GlobalTag::UnitExponent:
-        globals_.unitExponent = unitExponentOf(item);
-        break;
-      case GlobalTag::Unit:
-        globals_.unit = item.value;
-        break;
       case GlobalTag::ReportSize:
         globals_.reportSize = item.value;
         break;
@@ -278,7 +286,7 @@ class Parser {
         stack_.pop_back();
         break;
       default:
-        break;  // reserved
+        globals_.takeRange(item);
     }
   }
 
