@@ -152,6 +152,7 @@ std::vector<ReportSize> reportSizes(const ReportDescriptor& descriptor) {
             field.offset};
   }
   std::vector<ReportSize> result;
+  result.reserve(sizes.size());
   for (const auto& [key, size] : sizes) result.push_back(size);
   return result;
 }

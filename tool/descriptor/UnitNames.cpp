@@ -89,7 +89,9 @@ std::optional<double> valuesPerUnit(const router::ReportField& field) {
                                                         static_cast<double>(field.physicalMinimum)
                                                   : logical;
   if (unitName(field.unit).empty() || logical <= 0 || physical <= 0) return std::nullopt;
-  return logical / (physical * std::pow(10.0, field.unitExponent));
+  const double values = logical / (physical * std::pow(10.0, field.unitExponent));
+  if (values == 0 || !std::isfinite(values)) return std::nullopt;  // an exponent beyond all sense
+  return values;
 }
 
 }  // namespace tool

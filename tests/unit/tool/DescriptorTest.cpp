@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -173,6 +175,38 @@ TEST(DescriptorFaults, WhatTheMakerProbablyDidNotMeanIsNoted) {
 TEST(DescriptorFaults, AReportIsNotUnfinishedBecauseOfALaterFault) {
   EXPECT_THAT(faultLines("a1 01 05 09 09 01 25 01 75 01 95 01 81 02 85 00"),
               ElementsAre("14! a report ID must be 1 to 255"));
+}
+
+/// Real items with random numbers, cut off anywhere.
+std::vector<std::uint8_t> randomDescriptor(std::mt19937& random) {
+  constexpr std::array<std::uint8_t, 24> kPrefixes = {
+      0x05, 0x06, 0x09, 0x0b, 0x15, 0x26, 0x17, 0x19, 0x29, 0x35, 0x47, 0x55,
+      0x57, 0x67, 0x75, 0x85, 0x95, 0xa1, 0xa4, 0xb4, 0x81, 0x91, 0xb1, 0xc0};
+  std::vector<std::uint8_t> bytes;
+  for (std::size_t length = random() % 120; bytes.size() < length;) {
+    const std::uint8_t prefix = random() % 16 == 0 ? static_cast<std::uint8_t>(random())
+                                                   : kPrefixes[random() % kPrefixes.size()];
+    bytes.push_back(prefix);
+    for (unsigned i = (prefix & 3U) == 3 ? 4 : prefix & 3U; i > 0; --i)
+      bytes.push_back(static_cast<std::uint8_t>(random() % 4 == 0 ? random() : random() % 16));
+  }
+  return bytes;
+}
+
+TEST(DescriptorTree, EveryDescriptorCanBeShown) {
+  std::mt19937 random(11);
+  std::size_t lines = 0;
+  for (int i = 0; i < 3000; ++i) {
+    const auto content = randomDescriptor(random);
+    const auto parsed = ReportDescriptor::parseUpToFault(content);
+    const auto tree = treeOf(parsed.descriptor);
+    forEachNode(tree, [&](const DescriptorNode& node, std::size_t) {
+      lines += lineOf(node).empty() ? 0 : 1;
+    });
+    for (const auto& fault : faultsOf(content, parsed))
+      EXPECT_LE(fault.offset, content.size()) << fault.text;
+  }
+  EXPECT_GT(lines, 1000U) << "hardly anything was shown";
 }
 
 TEST(Units, HaveANameAndASystem) {
