@@ -157,6 +157,7 @@ class Touching {
       return;
     }
   }
+  [[nodiscard]] bool isKnown() const { return !spans_.empty(); }
   bool at(std::int64_t time) {
     while (next_ < spans_.size() && spans_[next_].to <= time) ++next_;
     return next_ < spans_.size() && spans_[next_].from <= time;
@@ -174,7 +175,7 @@ std::vector<int> levelsOf(const PictureData& data) {
   if (pressure == nullptr || !pressure->moves()) {
     Touching touching(data);
     for (std::size_t i = 0; i < levels.size(); ++i)
-      levels[i] = touching.at(data.reports.times[i]) ? kLevels / 2 : 0;
+      levels[i] = !touching.isKnown() || touching.at(data.reports.times[i]) ? kLevels / 2 : 0;
     return levels;
   }
   const Scale scale = valueScale(*pressure, kLevels - 1, 0);

@@ -25,7 +25,8 @@ inline constexpr int kAxisBottom = kAxisHeight - 22;
 inline constexpr int kRowHeight = 18;  ///< of a button
 
 /// The way of the first two axes called X and Y, darker and wider with pressure; without a pressure
-/// axis, while the tip or the first button is down. Nothing if there are no such axes.
+/// axis, while the tip or the first button is down, if either ever is. Nothing if there are no such
+/// axes.
 [[nodiscard]] std::optional<Chart> pathChart(const PictureData& data);
 /// The values of an axis over time.
 [[nodiscard]] Chart axisChart(const AxisTrack& track, const PictureReports& reports);
