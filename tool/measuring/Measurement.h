@@ -7,6 +7,7 @@
 // Order: take the reports in their order.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <memory>

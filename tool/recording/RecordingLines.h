@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "router/Devices.h"
 #include "tool/routing/DeliveryLines.h"
