@@ -31,6 +31,10 @@ enum class GlobalTag : std::uint8_t {
   UsagePage = 0,
   LogicalMinimum = 1,
   LogicalMaximum = 2,
+  PhysicalMinimum = 3,
+  PhysicalMaximum = 4,
+  UnitExponent = 5,
+  Unit = 6,
   ReportSize = 7,
   ReportID = 8,
   ReportCount = 9,
@@ -56,16 +60,69 @@ std::int64_t signExtended(std::uint32_t value, std::uint8_t bytes) {
   }
 }
 
+/// Four bits of two's complement; some devices write a signed number of a whole byte or more.
+std::int32_t unitExponentOf(const Item& item) {
+  constexpr std::int32_t kNibbleRange = 16;
+  if (item.value >= kNibbleRange)
+    return static_cast<std::int32_t>(signExtended(item.value, item.size));
+  const auto nibble = static_cast<std::int32_t>(item.value);
+  return nibble < kNibbleRange / 2 ? nibble : nibble - kNibbleRange;
+}
+
+/// Devices write 0…255 as 15 00 25 ff, so the maximum is signed only if the minimum is negative,
+/// which is decided only at the main item.
+struct Limits {
+  std::int64_t minimum = 0;
+  std::uint32_t rawMaximum = 0;
+  std::uint8_t maximumSize = 0;
+
+  void setMinimum(const Item& item) { minimum = signExtended(item.value, item.size); }
+  void setMaximum(const Item& item) {
+    rawMaximum = item.value;
+    maximumSize = item.size;
+  }
+  [[nodiscard]] std::int64_t maximum() const {
+    return minimum < 0 ? signExtended(rawMaximum, maximumSize)
+                       : static_cast<std::int64_t>(rawMaximum);
+  }
+};
+
 /// Values that persist from item to item; Push and Pop save and restore them all.
 struct Globals {
   std::uint32_t usagePage = 0;
-  std::int64_t logicalMinimum = 0;
-  // Whether the maximum is signed depends on the minimum, so it is decided only at the main item.
-  std::uint32_t logicalMaximum = 0;
-  std::uint8_t logicalMaximumSize = 0;
+  Limits logical;
+  Limits physical;
+  std::uint32_t unit = 0;
+  std::int32_t unitExponent = 0;
   std::uint32_t reportSize = 0;
   std::uint32_t reportCount = 0;
   std::uint8_t reportID = 0;
+
+  /// What values mean; any other item is left alone.
+  void takeRange(const Item& item) {
+    switch (static_cast<GlobalTag>(item.tag)) {
+      case GlobalTag::LogicalMinimum:
+        logical.setMinimum(item);
+        break;
+      case GlobalTag::LogicalMaximum:
+        logical.setMaximum(item);
+        break;
+      case GlobalTag::PhysicalMinimum:
+        physical.setMinimum(item);
+        break;
+      case GlobalTag::PhysicalMaximum:
+        physical.setMaximum(item);
+        break;
+      case GlobalTag::UnitExponent:
+        unitExponent = unitExponentOf(item);
+        break;
+      case GlobalTag::Unit:
+        unit = item.value;
+        break;
+      default:
+        break;  // reserved
+    }
+  }
 };
 
 /// A usage as given by an item: only a four-byte one includes its page.
@@ -116,15 +173,16 @@ class Parser {
  public:
   explicit Parser(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
 
-  void run() {
-    ItemReader reader(bytes_);
-    Item item;
-    while (reader.next(&item)) take(item);
-    if (!openCollections_.empty()) {
-      throw ReportDescriptorError(
-          bytes_.size(), std::to_string(openCollections_.size()) + " collections are left open");
+  /// Up to the first fault, which is returned.
+  std::optional<ReportDescriptorError> run() {
+    std::optional<ReportDescriptorError> fault;
+    try {
+      takeAll();
+    } catch (const ReportDescriptorError& error) {
+      fault = error;
     }
     if (usesReportIDs_) makeRoomForReportIDs();
+    return fault;
   }
 
   std::vector<ReportField> fields;
@@ -133,6 +191,20 @@ class Parser {
   [[nodiscard]] std::uint32_t elementCount() const { return elementCount_; }
 
  private:
+  void takeAll() {
+    if (bytes_.size() > RouterLimits::kDescriptorBytes) {
+      throw ReportDescriptorError(RouterLimits::kDescriptorBytes,
+                                  "the descriptor is longer than " +
+                                      std::to_string(RouterLimits::kDescriptorBytes) + " bytes");
+    }
+    ItemReader reader(bytes_);
+    Item item;
+    while (reader.next(&item)) take(item);
+    if (openCollections_.empty()) return;
+    throw ReportDescriptorError(
+        bytes_.size(), std::to_string(openCollections_.size()) + " collections are left open");
+  }
+
   [[noreturn]] static void fail(const Item& item, const std::string& cause) {
     throw ReportDescriptorError(item.offset, cause);
   }
@@ -179,7 +251,7 @@ class Parser {
   void openCollection(const Item& item) {
     if (openCollections_.size() == RouterLimits::kCollectionDepth)
       fail(item, "collections are nested too deeply");
-    collections.push_back({item.value, innermostCollection(), everyUsage()});
+    collections.push_back({item.value, innermostCollection(), everyUsage(), item.offset});
     openCollections_.push_back(collections.size() - 1);
   }
 
@@ -193,13 +265,6 @@ class Parser {
       case GlobalTag::UsagePage:
         if (item.value > 0xffffU) fail(item, "the usage page does not fit in 16 bits");
         globals_.usagePage = item.value;
-        break;
-      case GlobalTag::LogicalMinimum:
-        globals_.logicalMinimum = signExtended(item.value, item.size);
-        break;
-      case GlobalTag::LogicalMaximum:
-        globals_.logicalMaximum = item.value;
-        globals_.logicalMaximumSize = item.size;
         break;
       case GlobalTag::ReportSize:
         globals_.reportSize = item.value;
@@ -221,7 +286,7 @@ class Parser {
         stack_.pop_back();
         break;
       default:
-        break;  // physical range, unit and exponent do not affect values; the rest is reserved
+        globals_.takeRange(item);
     }
   }
 
@@ -319,11 +384,13 @@ class Parser {
     field.reportID = globals_.reportID;
     field.constant = (item.value & 1U) != 0;
     field.variable = (item.value & 2U) != 0;
+    field.relative = (item.value & 4U) != 0;
+    field.hasNullState = (item.value & 0x40U) != 0;
     field.bitSize = globals_.reportSize;
     field.count = globals_.reportCount;
     field.usagePage = globals_.usagePage;
     if (type == ReportType::Input && !field.constant) countValues(item);
-    setLogicalRange(item, &field);
+    setRanges(item, &field);
     field.bitOffset = reserveBits(item, type);
     field.firstCookie = elementCount_ + 1;
     elementCount_ += field.count;
@@ -333,6 +400,7 @@ class Parser {
     }
     field.everyUsage = everyUsage();
     field.collection = innermostCollection();
+    field.offset = item.offset;
     fields.push_back(std::move(field));
   }
 
@@ -351,12 +419,13 @@ class Parser {
     valueCount_ += globals_.reportCount;
   }
 
-  /// Devices write 0…255 as 15 00 25 ff, so the maximum is signed only if the minimum is negative.
-  void setLogicalRange(const Item& item, ReportField* field) const {
-    field->logicalMinimum = globals_.logicalMinimum;
-    field->logicalMaximum = globals_.logicalMinimum < 0
-                                ? signExtended(globals_.logicalMaximum, globals_.logicalMaximumSize)
-                                : static_cast<std::int64_t>(globals_.logicalMaximum);
+  void setRanges(const Item& item, ReportField* field) const {
+    field->logicalMinimum = globals_.logical.minimum;
+    field->logicalMaximum = globals_.logical.maximum();
+    field->physicalMinimum = globals_.physical.minimum;
+    field->physicalMaximum = globals_.physical.maximum();
+    field->unit = globals_.unit;
+    field->unitExponent = globals_.unitExponent;
     if (!field->constant && field->logicalMaximum < field->logicalMinimum) {
       fail(item, "the logical maximum " + std::to_string(field->logicalMaximum) +
                      " is below the minimum " + std::to_string(field->logicalMinimum));
@@ -396,54 +465,6 @@ class Parser {
 ReportDescriptorError::ReportDescriptorError(std::size_t offset, const std::string& cause)
     : std::runtime_error("offset " + std::to_string(offset) + ": " + cause), offset_(offset) {}
 
-void UsageList::appendRange(std::uint32_t page, std::uint32_t first, std::uint32_t last) {
-  ranges_.push_back({count_, page, first, last});
-  count_ += std::uint64_t{last} - first + 1;
-}
-
-std::vector<UsageRange> UsageList::firstRanges(std::uint64_t count) const {
-  std::vector<UsageRange> result;
-  for (const Range& range : ranges_) {
-    if (range.start >= count) break;
-    const std::uint64_t last =
-        std::min(std::uint64_t{range.last}, range.first + (count - range.start - 1));
-    result.push_back(
-        {range.page << 16U | range.first, range.page << 16U | static_cast<std::uint32_t>(last)});
-  }
-  return result;
-}
-
-std::optional<Usage> UsageList::at(std::uint64_t index) const {
-  if (index >= count_) return std::nullopt;
-  const auto next =
-      std::upper_bound(ranges_.begin(), ranges_.end(), index,
-                       [](std::uint64_t i, const Range& range) { return i < range.start; });
-  const Range& range = *std::prev(next);
-  return Usage{range.page, range.first + static_cast<std::uint32_t>(index - range.start)};
-}
-
-Usage UsageList::atOrLast(std::uint64_t index) const {
-  if (index < count_) return *at(index);
-  return {ranges_.back().page, ranges_.back().last};
-}
-
-Usage ReportField::usageOfField(std::uint32_t index) const {
-  return usages.empty() ? Usage{usagePage, 0} : usages.atOrLast(index);
-}
-
-Usage ReportField::usageOfSelection(std::int64_t value) const {
-  if (value >= logicalMinimum && value <= logicalMaximum) {
-    // The range is at most 2^32 wide, so the difference cannot overflow.
-    if (const auto usage = usages.at(static_cast<std::uint64_t>(value - logicalMinimum)))
-      return *usage;
-  }
-  return noSelection();
-}
-
-Usage ReportField::noSelection() const {
-  return {usages.empty() ? usagePage : usages.atOrLast(0).page, 0};
-}
-
 ReportDescriptor::ReportDescriptor(std::vector<ReportField> fields,
                                    std::vector<Collection> collections, bool usesReportIDs,
                                    std::uint32_t elementCount)
@@ -453,25 +474,17 @@ ReportDescriptor::ReportDescriptor(std::vector<ReportField> fields,
       elementCount_(elementCount) {}
 
 ReportDescriptor ReportDescriptor::parse(std::span<const std::uint8_t> bytes) {
-  if (bytes.size() > RouterLimits::kDescriptorBytes) {
-    throw ReportDescriptorError(RouterLimits::kDescriptorBytes,
-                                "the descriptor is longer than " +
-                                    std::to_string(RouterLimits::kDescriptorBytes) + " bytes");
-  }
-  Parser parser(bytes);
-  parser.run();
-  return {std::move(parser.fields), std::move(parser.collections), parser.usesReportIDs(),
-          parser.elementCount()};
+  FaultyDescriptor parsed = parseUpToFault(bytes);
+  if (parsed.fault) throw ReportDescriptorError(*parsed.fault);
+  return std::move(parsed.descriptor);
 }
 
-std::optional<Element> ReportDescriptor::elementWithCookie(std::uint64_t cookie) const {
-  if (cookie == 0 || cookie > elementCount_) return std::nullopt;
-  const auto next = std::upper_bound(
-      fields_.begin(), fields_.end(), cookie,
-      [](std::uint64_t c, const ReportField& field) { return c < field.firstCookie; });
-  const ReportField& field = *std::prev(next);
-  return Element{&field, static_cast<std::uint32_t>(cookie - field.firstCookie),
-                 static_cast<std::uint32_t>(cookie)};
+FaultyDescriptor ReportDescriptor::parseUpToFault(std::span<const std::uint8_t> bytes) {
+  Parser parser(bytes);
+  std::optional<ReportDescriptorError> fault = parser.run();
+  return {{std::move(parser.fields), std::move(parser.collections), parser.usesReportIDs(),
+           parser.elementCount()},
+          std::move(fault)};
 }
 
 }  // namespace router

@@ -21,8 +21,9 @@
 // Threading: immutable after parsing.
 // Ownership: a value; elements point into it.
 // Order: that of the descriptor.
-// Errors: parse() throws ReportDescriptorError, which gives the offset of the item and the cause.
-//   Long items and items with a reserved tag are skipped, as their definition requires.
+// Errors: parse() throws ReportDescriptorError, which gives the offset of the item and the cause;
+//   parseUpToFault() returns it with what came before. Long items and items with a reserved tag are
+//   skipped, as their definition requires.
 #pragma once
 
 #include <cstddef>
@@ -75,6 +76,7 @@ struct Collection {
   std::uint32_t type = kPhysical;
   std::optional<std::size_t> enclosing;  ///< index of the collection that it lies in
   std::vector<UsageRange> everyUsage;    ///< that the item names, in any reading
+  std::size_t offset = 0;                ///< of the item in the descriptor
 };
 
 /// The usages of one main item, in order. Ranges are kept as ranges.
@@ -109,16 +111,23 @@ struct ReportField {
   std::uint8_t reportID = 0;  ///< 0 if the descriptor uses no report IDs
   bool constant = false;
   bool variable = false;        ///< otherwise an array
+  bool relative = false;        ///< values are changes
+  bool hasNullState = false;    ///< a value out of the logical range means: none
   std::uint32_t bitOffset = 0;  ///< of field 0, from the report's first bit, including the ID byte
   std::uint32_t bitSize = 0;
   std::uint32_t count = 0;
   std::uint32_t firstCookie = 0;
   std::int64_t logicalMinimum = 0;
   std::int64_t logicalMaximum = 0;
-  std::uint32_t usagePage = 0;  ///< in force at the item
+  std::int64_t physicalMinimum = 0;  ///< what the logical minimum stands for, in units
+  std::int64_t physicalMaximum = 0;  ///< both 0: the logical range
+  std::uint32_t unit = 0;         ///< as in the item: four bits for the system, for each dimension
+  std::int32_t unitExponent = 0;  ///< of ten
+  std::uint32_t usagePage = 0;    ///< in force at the item
   UsageList usages;
   std::vector<UsageRange> everyUsage;     ///< that the item names, in any reading
   std::optional<std::size_t> collection;  ///< index of the innermost one that it lies in
+  std::size_t offset = 0;                 ///< of the item in the descriptor
 
   /// The usage of field `index` of a variable item; usage 0 of the page in force if the item names
   /// no usage.
@@ -142,9 +151,13 @@ struct Element {
   }
 };
 
+struct FaultyDescriptor;
+
 class ReportDescriptor {
  public:
   static ReportDescriptor parse(std::span<const std::uint8_t> bytes);
+  /// For people who look for the fault: never throws ReportDescriptorError.
+  static FaultyDescriptor parseUpToFault(std::span<const std::uint8_t> bytes);
 
   [[nodiscard]] const std::vector<ReportField>& fields() const { return fields_; }
   /// Each behind the one that it lies in.
@@ -164,6 +177,11 @@ class ReportDescriptor {
   std::vector<Collection> collections_;
   bool usesReportIDs_ = false;
   std::uint32_t elementCount_ = 0;
+};
+
+struct FaultyDescriptor {
+  ReportDescriptor descriptor;                 ///< what the items before the fault say
+  std::optional<ReportDescriptorError> fault;  ///< the first one, if any
 };
 
 }  // namespace router

@@ -55,6 +55,11 @@ void addRouteVerb(CLI::App& app, Action& chosen);
 void addLogVerb(CLI::App& app, Action& chosen);
 void addReportVerb(CLI::App& app, Action& chosen);
 void addDoctorVerb(CLI::App& app, Action& chosen);
+void addDescriptorVerb(CLI::App& app, Action& chosen);
+void addRecordVerb(CLI::App& app, Action& chosen);
+void addMeasureVerb(CLI::App& app, Action& chosen);
+void addTestVerb(CLI::App& app, Action& chosen);
+void addPictureVerb(CLI::App& app, Action& chosen);
 void addSignVerb(CLI::App& app, Action& chosen);
 
 /// One printable line, with room for the longest path.

@@ -84,6 +84,11 @@ void describe(CLI::App& app, std::string& root, Action& chosen) {
   addDevicesVerb(app, chosen);
   addGrantVerbs(app, chosen);
   addRouteVerb(app, chosen);
+  addRecordVerb(app, chosen);
+  addMeasureVerb(app, chosen);
+  addTestVerb(app, chosen);
+  addPictureVerb(app, chosen);
+  addDescriptorVerb(app, chosen);
   addLogVerb(app, chosen);
   addReportVerb(app, chosen);
   addDoctorVerb(app, chosen);

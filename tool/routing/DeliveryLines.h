@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // What a client's delegate receives, as text: one line per delivery, with its line feed, appended
-// to the caller's string.
+// to the caller's string. An implementation that only watches appends nothing.
 //
 // Threading: any thread.
 #pragma once

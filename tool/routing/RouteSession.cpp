@@ -33,9 +33,10 @@ std::string descriptionOf(const platform::NSError& error) {
 }  // namespace
 
 RouteSession::RouteSession(std::unique_ptr<DeliveryLines> lines, int outputDescriptor,
-                           std::optional<std::uint64_t> last)
+                           std::optional<std::uint64_t> last, std::string outputName)
     : lines_(std::move(lines)),
       output_(outputDescriptor),
+      outputName_(std::move(outputName)),
       last_(last),
       wake_(makeWakeDescriptor()) {}
 
@@ -96,7 +97,7 @@ void RouteSession::hidEventRouterClient_receivedReportData_reportID(
   if (last_ && reports_ == *last_) return end(client, {});
   std::string line;
   lines_->appendReport(line, data->span(), reportID);
-  print(client, line);
+  if (!print(client, line)) return;
   ++reports_;
   if (!last_ || reports_ != *last_) return;
   lastReportSeen_ = true;
@@ -113,13 +114,16 @@ void RouteSession::hidEventRouterClient_receivedElementValues(
   if (lastReportSeen_) end(client, {});
 }
 
-void RouteSession::print(const std::shared_ptr<WLHIDEventRouterClient>& client,
+bool RouteSession::print(const std::shared_ptr<WLHIDEventRouterClient>& client,
                          const std::string& line) {
-  if (output_.write(line)) return;
+  if (output_.write(line)) return true;
   const int failure = output_.failure();
   // A reader that has seen enough closes its end; that is not a failure.
-  if (failure == EPIPE) return end(client, {});
-  end(client, {true, "cannot write to standard output: " + describeErrno(failure)});
+  if (failure == EPIPE)
+    end(client, {});
+  else
+    end(client, {true, "cannot write to " + outputName_ + ": " + describeErrno(failure)});
+  return false;
 }
 
 void RouteSession::end(const std::shared_ptr<WLHIDEventRouterClient>& client, RouteEnd how) {

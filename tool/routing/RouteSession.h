@@ -36,9 +36,9 @@ struct RouteEnd {
 class RouteSession final : public WLHIDEventRouterClientDelegate {
  public:
   /// Ends with report number `last`, or with the element values that follow it, for which the
-  /// caller waits briefly.
+  /// caller waits briefly. `outputName` is for messages.
   RouteSession(std::unique_ptr<DeliveryLines> lines, int outputDescriptor,
-               std::optional<std::uint64_t> last);
+               std::optional<std::uint64_t> last, std::string outputName = "standard output");
   ~RouteSession() override;
 
   void hidEventRouterClient_clientStatusChangedTo(
@@ -67,10 +67,12 @@ class RouteSession final : public WLHIDEventRouterClientDelegate {
   [[nodiscard]] bool lastReportSeen() const { return lastReportSeen_; }
   /// Valid after ended(). Waits for a line that is still being printed.
   [[nodiscard]] RouteEnd howItEnded() const;
+  /// That have been printed.
   [[nodiscard]] std::uint64_t reports() const { return reports_; }
 
  private:
-  void print(const std::shared_ptr<WLHIDEventRouterClient>& client, const std::string& line);
+  /// False if that was impossible; then the session has ended.
+  bool print(const std::shared_ptr<WLHIDEventRouterClient>& client, const std::string& line);
   /// What to print now: nothing, or everything held back and the line.
   std::string takeDueStatus(const std::string& line, WLHIDEventRouterClientStatus status);
   std::string takeHeldBack();
@@ -78,6 +80,7 @@ class RouteSession final : public WLHIDEventRouterClientDelegate {
 
   const std::unique_ptr<DeliveryLines> lines_;
   Output output_;
+  const std::string outputName_;
   const std::optional<std::uint64_t> last_;
   const int wake_;
   std::atomic<std::uint64_t> reports_ = 0;

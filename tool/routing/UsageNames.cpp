@@ -17,13 +17,43 @@ struct NamedUsage {
 };
 
 constexpr std::array kGenericDesktop = std::to_array<NamedUsage>({
-    {0x01, "Pointer"},    {0x02, "Mouse"},      {0x04, "Joystick"},   {0x05, "Game Pad"},
-    {0x06, "Keyboard"},   {0x07, "Keypad"},     {0x30, "X"},          {0x31, "Y"},
-    {0x32, "Z"},          {0x33, "Rx"},         {0x34, "Ry"},         {0x35, "Rz"},
-    {0x36, "Slider"},     {0x37, "Dial"},       {0x38, "Wheel"},      {0x39, "Hat Switch"},
-    {0x3d, "Start"},      {0x3e, "Select"},     {0x40, "Vx"},         {0x41, "Vy"},
-    {0x42, "Vz"},         {0x48, "Resolution"}, {0x81, "Power Down"}, {0x82, "Sleep"},
-    {0x83, "Wake Up"},    {0x90, "D-pad Up"},   {0x91, "D-pad Down"}, {0x92, "D-pad Right"},
+    {0x01, "Pointer"},
+    {0x02, "Mouse"},
+    {0x04, "Joystick"},
+    {0x05, "Game Pad"},
+    {0x06, "Keyboard"},
+    {0x07, "Keypad"},
+    {0x08, "Multi-axis Controller"},
+    {0x30, "X"},
+    {0x31, "Y"},
+    {0x32, "Z"},
+    {0x33, "Rx"},
+    {0x34, "Ry"},
+    {0x35, "Rz"},
+    {0x36, "Slider"},
+    {0x37, "Dial"},
+    {0x38, "Wheel"},
+    {0x39, "Hat Switch"},
+    {0x3a, "Counted Buffer"},
+    {0x3b, "Byte Count"},
+    {0x3c, "Motion Wakeup"},
+    {0x3d, "Start"},
+    {0x3e, "Select"},
+    {0x40, "Vx"},
+    {0x41, "Vy"},
+    {0x42, "Vz"},
+    {0x43, "Vbrx"},
+    {0x44, "Vbry"},
+    {0x45, "Vbrz"},
+    {0x46, "Vno"},
+    {0x48, "Resolution"},
+    {0x80, "System Control"},
+    {0x81, "Power Down"},
+    {0x82, "Sleep"},
+    {0x83, "Wake Up"},
+    {0x90, "D-pad Up"},
+    {0x91, "D-pad Down"},
+    {0x92, "D-pad Right"},
     {0x93, "D-pad Left"},
 });
 
@@ -89,31 +119,87 @@ constexpr std::array kLEDs = std::to_array<NamedUsage>({
 });
 
 constexpr std::array kConsumer = std::to_array<NamedUsage>({
-    {0x6f, "Brightness Up"}, {0x70, "Brightness Down"}, {0xb0, "Play"},
-    {0xb1, "Pause"},         {0xb5, "Next Track"},      {0xb6, "Previous Track"},
-    {0xb7, "Stop"},          {0xb8, "Eject"},           {0xcd, "Play/Pause"},
-    {0xe2, "Mute"},          {0xe9, "Volume Up"},       {0xea, "Volume Down"},
-    {0x18a, "Mail"},         {0x192, "Calculator"},     {0x221, "Search"},
-    {0x223, "Browser Home"}, {0x224, "Back"},           {0x225, "Forward"},
+    {0x01, "Consumer Control"},
+    {0x30, "Power"},
+    {0x40, "Menu"},
+    {0x6f, "Brightness Up"},
+    {0x70, "Brightness Down"},
+    {0xb0, "Play"},
+    {0xb1, "Pause"},
+    {0xb2, "Record"},
+    {0xb3, "Fast Forward"},
+    {0xb4, "Rewind"},
+    {0xb5, "Next Track"},
+    {0xb6, "Previous Track"},
+    {0xb7, "Stop"},
+    {0xb8, "Eject"},
+    {0xcd, "Play/Pause"},
+    {0xe2, "Mute"},
+    {0xe9, "Volume Up"},
+    {0xea, "Volume Down"},
+    {0x18a, "Mail"},
+    {0x192, "Calculator"},
+    {0x221, "Search"},
+    {0x223, "Browser Home"},
+    {0x224, "Back"},
+    {0x225, "Forward"},
+    {0x227, "Refresh"},
+    {0x22a, "Bookmarks"},
     {0x238, "AC Pan"},
 });
 
 constexpr std::array kDigitizer = std::to_array<NamedUsage>({
+    {0x01, "Digitizer"},
+    {0x02, "Pen"},
+    {0x03, "Light Pen"},
+    {0x04, "Touch Screen"},
+    {0x05, "Touch Pad"},
+    {0x0e, "Device Configuration"},
+    {0x20, "Stylus"},
+    {0x21, "Puck"},
+    {0x22, "Finger"},
+    {0x23, "Device Settings"},
     {0x30, "Tip Pressure"},
+    {0x31, "Barrel Pressure"},
     {0x32, "In Range"},
+    {0x33, "Touch"},
+    {0x38, "Transducer Index"},
+    {0x3b, "Battery Strength"},
+    {0x3c, "Invert"},
     {0x3d, "X Tilt"},
     {0x3e, "Y Tilt"},
+    {0x3f, "Azimuth"},
+    {0x40, "Altitude"},
+    {0x41, "Twist"},
     {0x42, "Tip Switch"},
+    {0x43, "Secondary Tip Switch"},
     {0x44, "Barrel"},
     {0x45, "Eraser"},
+    {0x46, "Tablet Pick"},
     {0x47, "Confidence"},
     {0x48, "Width"},
     {0x49, "Height"},
     {0x51, "Contact"},
+    {0x52, "Device Mode"},
     {0x54, "Contact Count"},
+    {0x55, "Contact Count Maximum"},
     {0x56, "Scan Time"},
+    {0x57, "Surface Switch"},
+    {0x58, "Button Switch"},
+    {0x59, "Pad Type"},
+    {0x5a, "Secondary Barrel Switch"},
+    {0x5b, "Transducer Serial Number"},
 });
 
+constexpr std::array kPages = std::to_array<NamedUsage>({
+    {0x01, "Generic Desktop"}, {0x02, "Simulation"}, {0x05, "Game"},      {0x06, "Generic Device"},
+    {0x07, "Keyboard"},        {0x08, "LED"},        {0x09, "Button"},    {0x0a, "Ordinal"},
+    {0x0b, "Telephony"},       {0x0c, "Consumer"},   {0x0d, "Digitizer"}, {0x0e, "Haptics"},
+    {0x0f, "Physical Input"},  {0x14, "Display"},    {0x20, "Sensor"},    {0x59, "Lighting"},
+    {0x84, "Power"},           {0x85, "Battery"},    {0x8c, "Bar Code"},  {0x8d, "Scale"},
+});
+
+static_assert(std::ranges::is_sorted(kPages, {}, &NamedUsage::usage));
 static_assert(std::ranges::is_sorted(kGenericDesktop, {}, &NamedUsage::usage));
 static_assert(std::ranges::is_sorted(kKeyboard, {}, &NamedUsage::usage));
 static_assert(std::ranges::is_sorted(kLEDs, {}, &NamedUsage::usage));
@@ -153,16 +239,30 @@ std::string ruledKeyName(std::uint32_t usage) {
   return {};
 }
 
+std::string_view nameIn(std::span<const NamedUsage> names, std::uint32_t number) {
+  const auto found = std::ranges::lower_bound(names, number, {}, &NamedUsage::usage);
+  return found != names.end() && found->usage == number ? found->name : std::string_view();
+}
+
 }  // namespace
+
+std::string usagePageName(std::uint32_t usagePage) {
+  constexpr std::uint32_t kFirstVendorPage = 0xff00;
+  constexpr std::uint32_t kLastPage = 0xffff;
+  if (const auto name = nameIn(kPages, usagePage); !name.empty()) return std::string(name);
+  std::string number;
+  appendHexadecimal(number, usagePage);
+  const bool isVendors = usagePage >= kFirstVendorPage && usagePage <= kLastPage;
+  return (isVendors ? "vendor-defined " : "") + number;
+}
 
 std::string usageName(std::uint32_t usagePage, std::uint32_t usage) {
   if (usagePage == kButtonPage) return "Button " + std::to_string(usage);
   if (usagePage == kKeyboardPage) {
     if (std::string key = ruledKeyName(usage); !key.empty()) return key;
   }
-  const auto names = namesOfPage(usagePage);
-  const auto found = std::ranges::lower_bound(names, usage, {}, &NamedUsage::usage);
-  if (found != names.end() && found->usage == usage) return std::string(found->name);
+  if (const auto name = nameIn(namesOfPage(usagePage), usage); !name.empty())
+    return std::string(name);
   std::string numbers;
   appendHexadecimal(numbers, usagePage);
   numbers += '/';

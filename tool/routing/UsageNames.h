@@ -20,5 +20,7 @@ inline constexpr std::uint32_t kDigitizerPage = 0x0d;
 /// "X", "Button 3", "Left Shift"; "ff00/0021" (page and usage in hexadecimal) if it has no common
 /// name.
 [[nodiscard]] std::string usageName(std::uint32_t usagePage, std::uint32_t usage);
+/// "Generic Desktop", "vendor-defined ff00"; "00f0" if it has no common name.
+[[nodiscard]] std::string usagePageName(std::uint32_t usagePage);
 
 }  // namespace tool

@@ -46,20 +46,24 @@ void printBytes(std::string_view bytes) {
   print(text);
 }
 
-Progress::Progress(int steps) : steps_(steps), shown_(isTerminalWithMovement(STDERR_FILENO)) {}
+StatusLine::StatusLine() : isShown_(isTerminalWithMovement(STDERR_FILENO)) {}
 
-Progress::~Progress() {
-  if (shown_ && done_ > 0) Output(STDERR_FILENO).write(kClearLine);
+StatusLine::~StatusLine() {
+  if (!isEmpty_) Output(STDERR_FILENO).write(kClearLine);
+}
+
+void StatusLine::show(std::string_view text) {
+  if (!isShown_) return;
+  isEmpty_ = false;
+  // Writing to the last column would wrap the line.
+  const std::string line = platform::printableLine(text, columnsOfTerminal(STDERR_FILENO) - 1);
+  Output(STDERR_FILENO).write(std::string(kClearLine) + line);
 }
 
 void Progress::step(std::string_view what) {
   ++done_;
-  if (!shown_) return;
-  std::string line = "[" + std::to_string(std::min(done_, steps_)) + "/" + std::to_string(steps_) +
-                     "] " + platform::printableLine(what);
-  // Writing to the last column would wrap the line.
-  line = platform::printableLine(line, columnsOfTerminal(STDERR_FILENO) - 1);
-  Output(STDERR_FILENO).write(std::string(kClearLine) + line);
+  line_.show("[" + std::to_string(std::min(done_, steps_)) + "/" + std::to_string(steps_) + "] " +
+             platform::printableLine(what));
 }
 
 }  // namespace tool

@@ -21,22 +21,35 @@ namespace tool {
 /// the end, for a terminal.
 void printBytes(std::string_view bytes);
 
+/// One line on standard error that changes, on a terminal only; it disappears with the object.
+class StatusLine {
+ public:
+  StatusLine();
+  ~StatusLine();
+  StatusLine(const StatusLine&) = delete;
+  StatusLine& operator=(const StatusLine&) = delete;
+
+  void show(std::string_view text);
+  [[nodiscard]] bool isShown() const { return isShown_; }
+
+ private:
+  const bool isShown_;
+  bool isEmpty_ = true;
+};
+
 /// One line on standard error that says what is being done, on a terminal only; it disappears with
 /// the object.
 class Progress {
  public:
-  explicit Progress(int steps);
-  ~Progress();
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
+  explicit Progress(int steps) : steps_(steps) {}
 
   /// The next step begins.
   void step(std::string_view what);
 
  private:
   const int steps_;
-  const bool shown_;
   int done_ = 0;
+  StatusLine line_;
 };
 
 }  // namespace tool

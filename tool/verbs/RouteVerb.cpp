@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // wlhid route: a device's input, live.
-#include <poll.h>
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 
@@ -13,7 +12,6 @@
 #include <fstream>
 #include <set>
 
-#include "WLHIDAccess/WLHIDEventRouterClient.h"
 #include "platform/foundation/NSNumber.h"
 #include "platform/services/Authorization.h"
 #include "platform/services/SystemRoot.h"
@@ -24,12 +22,11 @@
 #include "tool/command/Invocation.h"
 #include "tool/command/Numbers.h"
 #include "tool/installing/Installation.h"
-#include "tool/routing/ClientLogWatch.h"
 #include "tool/routing/DeviceNames.h"
 #include "tool/routing/RouteSession.h"
 #include "tool/routing/RouteSummary.h"
+#include "tool/routing/Routing.h"
 #include "tool/routing/ScratchRoot.h"
-#include "tool/routing/StartWatch.h"
 #include "tool/terminal/StopSignals.h"
 #include "tool/terminal/Terminal.h"
 
@@ -38,10 +35,6 @@ namespace tool {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-/// How long to wait for the element values of the last report, as it is not known whether there are
-/// any.
-constexpr std::chrono::milliseconds kValuesGrace{250};
 
 /// A usage as the router's tag dictionary names it: page << 16 | usage.
 using UsageCode = std::uint64_t;
@@ -107,88 +100,9 @@ std::unique_ptr<DeliveryLines> deliveryLines(bool json) {
       [] { return columnsOfTerminal(STDOUT_FILENO); });
 }
 
-/// When to stop waiting for the session to end.
-class Deadline {
- public:
-  explicit Deadline(double seconds) {
-    if (seconds > 0)
-      at_ = Clock::now() +
-            std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-  }
-  void noLaterThan(Clock::duration fromNow) { at_ = std::min(at_, Clock::now() + fromNow); }
-  [[nodiscard]] bool passed() const { return Clock::now() >= at_; }
-  /// For poll(): rounded up; -1 means no deadline.
-  [[nodiscard]] int milliseconds() const {
-    if (at_ == Clock::time_point::max()) return -1;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(at_ - Clock::now()).count();
-    return static_cast<int>(std::clamp<std::int64_t>(left, 0, 1'000'000));
-  }
-
- private:
-  Clock::time_point at_ = Clock::time_point::max();
-};
-
-/// Until the router answers the start request, asks from time to time whether it ever will.
-class UnansweredStart {
- public:
-  /// `advice` is appended to the reason.
-  explicit UnansweredStart(std::string advice)
-      : advice_(std::move(advice)), watch_(platform::SystemRoot::current()) {}
-  /// For poll(), like Deadline's.
-  [[nodiscard]] int milliseconds(const RouteSession& session, int otherwise) const {
-    constexpr int interval = static_cast<int>(StartWatch::kInterval.count());
-    if (session.answered()) return otherwise;
-    return otherwise < 0 ? interval : std::min(interval, otherwise);
-  }
-  void endIfUnanswerable(RouteSession& session,
-                         const std::shared_ptr<WLHIDEventRouterClient>& client) {
-    if (session.answered() || session.ended() || Clock::now() < next_) return;
-    if (const auto problem = watch_.ask()) session.end(client, {true, *problem + advice_});
-    next_ = Clock::now() + StartWatch::kInterval;
-  }
-
- private:
-  const std::string advice_;
-  StartWatch watch_;
-  Clock::time_point next_ = Clock::now() + StartWatch::kInterval;
-};
-
-/// A session that the time ends before it began is no success.
-RouteEnd endAtDeadline(const RouteSession& session, const std::string& advice) {
-  if (session.answered()) return {};
-  return {true,
-          "the router has not answered in the time of --seconds, so nothing was routed: it may be "
-          "waiting for a person who was asked, or be unable to start; allow more time" +
-              advice};
-}
-
-/// Waits until the session has ended, a signal arrives or the time is up, and ends the session.
-void waitForEnd(RouteSession& session, const std::shared_ptr<WLHIDEventRouterClient>& client,
-                StopSignals& signals, Deadline deadline, const std::string& advice) {
-  UnansweredStart start(advice);
-  bool waitingForValues = false;
-  while (!session.ended()) {
-    if (session.lastReportSeen() && !waitingForValues) {
-      waitingForValues = true;
-      deadline.noLaterThan(kValuesGrace);
-    }
-    std::array<pollfd, 2> events{pollfd{signals.descriptor(), POLLIN, 0},
-                                 pollfd{session.wakeDescriptor(), POLLIN, 0}};
-    ::poll(events.data(), events.size(), start.milliseconds(session, deadline.milliseconds()));
-    const bool interrupted = events[0].revents != 0;
-    if (interrupted) signals.unblock();
-    if (interrupted) session.end(client, {});
-    if (deadline.passed()) session.end(client, endAtDeadline(session, advice));
-    session.drainWake();
-    start.endIfUnanswerable(session, client);
-  }
-}
-
 /// None for a recording: its temporary root disappears with the command.
 std::string adviceFor(const RouteOptions& options) {
-  if (!options.recording.empty()) return {};
-  return " (see why: " + commandLine({"log"}) + "; what else is wrong: " + commandLine({"doctor"}) +
-         ")";
+  return options.recording.empty() ? adviceOnStarting() : std::string();
 }
 
 std::string nameOfDevice(std::uint64_t registryEntryID) {
@@ -203,24 +117,13 @@ int routeDevice(std::uint64_t registryEntryID, const RouteOptions& options, Stop
   if (options.count != 0) last = options.count;
   const auto session =
       std::make_shared<RouteSession>(deliveryLines(options.json), STDOUT_FILENO, last);
-  auto client =
-      WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
-          registryEntryID, options.mode, tagDictionary(parseTags(options.tagTexts)), nullptr);
-  client->setDelegate(session);
-  const ClientLogWatch watch(
-      [session, weakClient = std::weak_ptr(client)](const std::string& what) {
-        session->end(weakClient.lock(), {true, what});
-      });
   const LossCount lossCount(platform::SystemRoot::current());
   if (!options.json) print(routeHeader(nameOfDevice(registryEntryID), registryEntryID));
   const auto begin = Clock::now();
-  client->setStarted(true);
-  waitForEnd(*session, client, signals, Deadline(options.seconds), adviceFor(options));
+  const RouteEnd end = routeUntilEnd(
+      {{registryEntryID, session, options.mode, tagDictionary(parseTags(options.tagTexts))}},
+      signals, {options.seconds, adviceFor(options)});
   const auto time = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
-  signals.unblock();
-  client->setDelegate(nullptr);
-  client.reset();
-  const RouteEnd end = session->howItEnded();
   if (!options.json) print(routeSummary(session->reports(), time, lossCount.take()));
   if (end.failed) throw Failure(end.message);
   return ExitDone;
@@ -228,11 +131,7 @@ int routeDevice(std::uint64_t registryEntryID, const RouteOptions& options, Stop
 
 int routeInstalledDevice(const RouteOptions& options) {
   StopSignals signals;
-  if (!WLHIDEventRouterClient::isInstalled()) {
-    throw Failure(
-        "the router is not installed, or not in this command's version (install it with: " +
-        commandLine({"install"}) + ")");
-  }
+  requireInstalledRouter();
   return routeDevice(registryEntryIDOf(options.device), options, signals);
 }
 

@@ -46,13 +46,15 @@ const std::vector<Rule>& rules() {
         "platform/services/"}},
       // What an application sees; and, because the command also sets up and inspects a root, how
       // devices are set up and named, what the router reports about itself and how it is asked, and
-      // the tables of log lines.
+      // the tables of log lines; and because it explains devices and recordings as the router sees
+      // them, how both are read and judged.
       {"tool/",
        {"tool/", "WLHIDAccess/", "platform/", "diagnostics/", "router/Devices.h",
         "router/DeviceFiles.h", "router/RouterErrors.h", "router/RouterLimits.h",
         "router/RouterStatus.h", "router/control/ControlProtocol.h",
-        "router/control/DeviceListing.h", "router/LogTable.h", "jobd/LogTable.h",
-        "router-client/LogSites.h"}},
+        "router/control/DeviceListing.h", "router/DescriptorItems.h", "router/Recording.h",
+        "router/ReportDecoder.h", "router/ReportDescriptor.h", "router/policy/DeviceClass.h",
+        "router/LogTable.h", "jobd/LogTable.h", "router-client/LogSites.h"}},
       {"testkit/",
        {"testkit/", "WLHIDAccess/", "platform/", "router-client/WLHIDEventRouterProtocols.h"}},
       {"examples/", {"WLHIDAccess/", "platform/"}},

@@ -36,10 +36,12 @@ std::string namesOf(std::uint32_t page) {
 
 TEST(UsageName, HasTheseNamesAndNoOthers) {
   EXPECT_EQ(namesOf(0x01),
-            "1 Pointer, 2 Mouse, 4 Joystick, 5 Game Pad, 6 Keyboard, 7 Keypad, 30 X, 31 Y, 32 Z, "
-            "33 Rx, 34 Ry, 35 Rz, 36 Slider, 37 Dial, 38 Wheel, 39 Hat Switch, 3d Start, "
-            "3e Select, 40 Vx, 41 Vy, 42 Vz, 48 Resolution, 81 Power Down, 82 Sleep, 83 Wake Up, "
-            "90 D-pad Up, 91 D-pad Down, 92 D-pad Right, 93 D-pad Left");
+            "1 Pointer, 2 Mouse, 4 Joystick, 5 Game Pad, 6 Keyboard, 7 Keypad, 8 Multi-axis "
+            "Controller, 30 X, 31 Y, 32 Z, 33 Rx, 34 Ry, 35 Rz, 36 Slider, 37 Dial, 38 Wheel, 39 "
+            "Hat Switch, 3a Counted Buffer, 3b Byte Count, 3c Motion Wakeup, 3d Start, 3e "
+            "Select, 40 Vx, 41 Vy, 42 Vz, 43 Vbrx, 44 Vbry, 45 Vbrz, 46 Vno, 48 Resolution, 80 "
+            "System Control, 81 Power Down, 82 Sleep, 83 Wake Up, 90 D-pad Up, 91 D-pad Down, 92 "
+            "D-pad Right, 93 D-pad Left");
   EXPECT_EQ(namesOf(0x07),
             "1 Rollover Error, 4 A, 5 B, 6 C, 7 D, 8 E, 9 F, a G, b H, c I, d J, e K, f L, 10 M, "
             "11 N, 12 O, 13 P, 14 Q, 15 R, 16 S, 17 T, 18 U, 19 V, 1a W, 1b X, 1c Y, 1d Z, 1e 1, "
@@ -58,14 +60,20 @@ TEST(UsageName, HasTheseNamesAndNoOthers) {
   EXPECT_EQ(namesOf(0x08),
             "1 Num Lock LED, 2 Caps Lock LED, 3 Scroll Lock LED, 4 Compose LED, 5 Kana LED");
   EXPECT_EQ(namesOf(0x0c),
-            "6f Brightness Up, 70 Brightness Down, b0 Play, b1 Pause, b5 Next Track, "
-            "b6 Previous Track, b7 Stop, b8 Eject, cd Play/Pause, e2 Mute, e9 Volume Up, "
-            "ea Volume Down, 18a Mail, 192 Calculator, 221 Search, 223 Browser Home, 224 Back, "
-            "225 Forward, 238 AC Pan");
+            "1 Consumer Control, 30 Power, 40 Menu, 6f Brightness Up, 70 Brightness Down, b0 "
+            "Play, b1 Pause, b2 Record, b3 Fast Forward, b4 Rewind, b5 Next Track, b6 Previous "
+            "Track, b7 Stop, b8 Eject, cd Play/Pause, e2 Mute, e9 Volume Up, ea Volume Down, 18a "
+            "Mail, 192 Calculator, 221 Search, 223 Browser Home, 224 Back, 225 Forward, 227 "
+            "Refresh, 22a Bookmarks, 238 AC Pan");
   EXPECT_EQ(namesOf(0x0d),
-            "30 Tip Pressure, 32 In Range, 3d X Tilt, 3e Y Tilt, 42 Tip Switch, 44 Barrel, "
-            "45 Eraser, 47 Confidence, 48 Width, 49 Height, 51 Contact, 54 Contact Count, "
-            "56 Scan Time");
+            "1 Digitizer, 2 Pen, 3 Light Pen, 4 Touch Screen, 5 Touch Pad, e Device "
+            "Configuration, 20 Stylus, 21 Puck, 22 Finger, 23 Device Settings, 30 Tip Pressure, "
+            "31 Barrel Pressure, 32 In Range, 33 Touch, 38 Transducer Index, 3b Battery "
+            "Strength, 3c Invert, 3d X Tilt, 3e Y Tilt, 3f Azimuth, 40 Altitude, 41 Twist, 42 "
+            "Tip Switch, 43 Secondary Tip Switch, 44 Barrel, 45 Eraser, 46 Tablet Pick, 47 "
+            "Confidence, 48 Width, 49 Height, 51 Contact, 52 Device Mode, 54 Contact Count, 55 "
+            "Contact Count Maximum, 56 Scan Time, 57 Surface Switch, 58 Button Switch, 59 Pad "
+            "Type, 5a Secondary Barrel Switch, 5b Transducer Serial Number");
 }
 
 TEST(UsageName, NumbersButtons) {
@@ -87,6 +95,16 @@ TEST(UsageName, NamesKeysByRule) {
   EXPECT_EQ(usageName(0x07, 0x61), "Keypad 9");
   EXPECT_EQ(usageName(0x07, 0x62), "Keypad 0");
   EXPECT_EQ(usageName(0x07, 0xe1), "Left Shift");
+}
+
+TEST(UsagePageName, NamesTheCommonPages) {
+  EXPECT_EQ(usagePageName(0x01), "Generic Desktop");
+  EXPECT_EQ(usagePageName(0x8d), "Scale");
+  EXPECT_EQ(usagePageName(0x00), "0000");
+  EXPECT_EQ(usagePageName(0xfeff), "feff");
+  EXPECT_EQ(usagePageName(0xff00), "vendor-defined ff00");
+  EXPECT_EQ(usagePageName(0xffff), "vendor-defined ffff");
+  EXPECT_EQ(usagePageName(0x10000), "00010000");
 }
 
 TEST(UsageName, FallsBackToNumbers) {

@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// wlhid picture, in a real browser. WLHID_SCREENSHOTS names a directory for pictures of the pages.
+#include <cstdlib>
+
+#include "ToolTest.h"
+
+namespace test {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+class PictureTest : public ToolTest {
+ protected:
+  /// What a browser sees of the recording's page while somebody uses it.
+  [[nodiscard]] json browse(const fs::path& recording) const {
+    const fs::path page = directory / (recording.stem().string() + ".html");
+    const Outcome drawn = runTool({"picture", recording, "-o", page});
+    EXPECT_EQ(drawn.status, 0) << drawn.err;
+    std::vector<std::string> command{"python3", sourcePath("tests/end-to-end/tool/browser.py"),
+                                     page};
+    if (const char* const screenshots = std::getenv("WLHID_SCREENSHOTS")) {
+      command.push_back(fs::path(screenshots) / recording.stem());
+      fs::create_directories(command.back());
+    }
+    const Outcome seen = run(command, options());
+    EXPECT_EQ(seen.status, 0) << seen.err;
+    return seen.status == 0 ? json::parse(seen.out) : json::object();
+  }
+  static fs::path own(std::string_view name) { return sourcePath("recordings") / name; }
+  /// "246 of 246 reports": the first number.
+  static int foundIn(const json& state) { return std::stoi(state["found"].get<std::string>()); }
+
+  void SetUp() override {
+    if (run({"sh", "-c", "command -v chromedriver"}).status != 0)
+      GTEST_SKIP() << "no browser is installed (chromium, chromium-driver)";
+  }
+};
+
+TEST_F(PictureTest, ThePageWorksInABrowser) {
+  const json seen = browse(own("qemu-usb-tablet.hid"));
+  EXPECT_EQ(seen["console"], json::array());
+  EXPECT_EQ(seen["requests"], json::array()) << "the page must need nothing else";
+  EXPECT_EQ(seen["heading"], "QEMU QEMU USB Tablet");
+  EXPECT_NE(seen["light"]["background"], seen["dark"]["background"]);
+  EXPECT_GT(foundIn(seen["light"]), 0);
+}
+
+TEST_F(PictureTest, ZoomingShowsAPartOfTheTime) {
+  const json seen = browse(own("qemu-usb-tablet.hid"));
+  EXPECT_NE(seen["zoomed"]["window"], seen["light"]["window"]);
+  EXPECT_NE(seen["zoomed"]["charts"], seen["light"]["charts"]);
+  EXPECT_LT(foundIn(seen["zoomed"]), foundIn(seen["light"])) << "the table follows";
+  EXPECT_GT(foundIn(seen["zoomed"]), 0);
+  EXPECT_NE(seen["later"]["window"], seen["zoomed"]["window"]);
+  EXPECT_NE(seen["later"]["charts"], seen["zoomed"]["charts"]);
+  EXPECT_NE(seen["dragged"]["window"], seen["light"]["window"]);
+  EXPECT_EQ(seen["whole"]["window"], seen["light"]["window"]);
+  EXPECT_EQ(seen["whole"]["charts"], seen["light"]["charts"])
+      << "the script draws what the command drew";
+}
+
+TEST_F(PictureTest, TheTableFilters) {
+  const json seen = browse(own("qemu-usb-mouse.hid"));
+  EXPECT_GT(foundIn(seen["filtered"]), 0);
+  EXPECT_LT(foundIn(seen["filtered"]), foundIn(seen["light"]));
+  const std::string row = seen["filtered"]["firstRow"];
+  EXPECT_NE(row.find(seen["bytes"].get<std::string>()), std::string::npos) << row;
+  EXPECT_EQ(seen["refused"]["rows"], 0);
+  EXPECT_NE(seen["refused"]["found"].get<std::string>().find("two digits"), std::string::npos);
+  EXPECT_GT(foundIn(seen["changes"]), 0);
+}
+
+TEST_F(PictureTest, KeysAreFollowedAsTheCommandFollowsThem) {
+  const json seen = browse(own("qemu-usb-kbd.hid"));
+  EXPECT_EQ(seen["console"], json::array());
+  EXPECT_NE(seen["light"]["charts"], "") << "no key was down";
+  EXPECT_EQ(seen["whole"]["charts"], seen["light"]["charts"]);
+}
+
+TEST_F(PictureTest, ANameThatInjectsMarkupDoesNothing) {
+  const std::string name =
+      "</title></style></script><script>window.hacked=1</script><img src=x "
+      "onerror=window.hacked=2>";
+  std::string text = readFile(own("qemu-usb-tablet.hid"));
+  const std::size_t at = text.find("N: ");
+  text.replace(at, text.find('\n', at) - at, "N: " + name);
+  writeFile(directory / "hostile.hid", text);
+  const json seen = browse(directory / "hostile.hid");
+  EXPECT_TRUE(seen["hacked"].is_null());
+  EXPECT_EQ(seen["heading"], name);
+  EXPECT_EQ(seen["title"], name);
+  EXPECT_EQ(seen["console"], json::array());
+  EXPECT_EQ(seen["requests"], json::array());
+}
+
+/// Recordings of real devices that are kept beside the source tree.
+TEST_F(PictureTest, DrawsEveryRecording) {
+  const fs::path shared = sourcePath("../shared/recordings");
+  if (!fs::exists(shared)) GTEST_SKIP() << "no recordings beside the source tree";
+  std::size_t drawn = 0;
+  for (const auto& entry : fs::directory_iterator(shared)) {
+    if (entry.path().extension() != ".hid") continue;
+    const json seen = browse(entry.path());
+    EXPECT_EQ(seen["console"], json::array()) << entry.path();
+    EXPECT_GT(foundIn(seen["light"]), 0) << entry.path();
+    EXPECT_EQ(seen["whole"]["charts"], seen["light"]["charts"]) << entry.path();
+    ++drawn;
+  }
+  EXPECT_GT(drawn, 0U);
+}
+
+}  // namespace
+}  // namespace test
