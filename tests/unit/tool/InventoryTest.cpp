@@ -6,13 +6,13 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <limits>
 
 #include "platform/services/Control.h"
 #include "platform/services/JobDaemon.h"
+#include "platform/services/ServiceEndpoints.h"
 #include "tests/support/OtherUser.h"
 #include "tests/support/ScopedVariable.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -32,12 +32,8 @@ class InventoryTest : public testing::Test {
   /// Makes `path` a listening socket.
   static FileDescriptor listenAt(const fs::path& path) {
     fs::create_directories(path.parent_path());
-    FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.native().copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    EXPECT_EQ(::listen(socket.get(), 4), 0);
+    FileDescriptor socket(platform::listenUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC, 4, 0755));
+    EXPECT_TRUE(socket) << path;
     return socket;
   }
   [[nodiscard]] Endpoint endpoint(const std::string& service) const {

@@ -6,11 +6,11 @@
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
+#include "platform/services/ServiceEndpoints.h"
 #include "router/RouterStatus.h"
 #include "tests/support/OtherUser.h"
 #include "tests/unit/tool/SystemVerbTest.h"
@@ -42,12 +42,8 @@ class SystemFindingsTest : public SystemVerbTest {
   [[nodiscard]] FileDescriptor listenAt(const std::string& service) const {
     const fs::path path = root_.endpoint(service);
     fs::create_directories(path.parent_path());
-    FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.native().copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    EXPECT_EQ(::listen(socket.get(), 4), 0);
+    FileDescriptor socket(platform::listenUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC, 4, 0755));
+    EXPECT_TRUE(socket) << path;
     return socket;
   }
   /// A router that tells its status, and then its devices.
