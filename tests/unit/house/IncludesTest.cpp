@@ -39,7 +39,9 @@ const std::vector<Rule>& rules() {
       {"router-client/", {"router-client/", "WLHIDAccess/", "platform/"}},
       {"diagnostics/", {"diagnostics/", "WLHIDAccess/", "platform/"}},
       {"jobd/", {"jobd/", "helper-install/MachO.h", "platform/"}},
-      {"router/", {"router/", "router-client/WLHIDEventRouterProtocols.h", "platform/"}},
+      {"router/",
+       {"router/", "router-client/WLHIDDeviceDirectoryProtocols.h",
+        "router-client/WLHIDEventRouterProtocols.h", "platform/"}},
       {"router/hidraw/",
        {"router/hidraw/", "router/policy/DeviceClass.h", "router/Devices.h", "router/DeviceFiles.h",
         "router/RouterLimits.h", "router/StopSignal.h", "platform/foundation/",
@@ -48,9 +50,9 @@ const std::vector<Rule>& rules() {
       // devices are set up and named, what the router reports about itself and how it is asked, and
       // the tables of log lines.
       {"tool/",
-       {"tool/", "WLHIDAccess/", "platform/", "diagnostics/", "router/Devices.h",
-        "router/DeviceFiles.h", "router/RouterErrors.h", "router/RouterLimits.h",
-        "router/RouterStatus.h", "router/control/ControlProtocol.h",
+       {"tool/", "WLHIDAccess/", "platform/", "diagnostics/", "input/RouterVersions.h",
+        "router/Devices.h", "router/DeviceFiles.h", "router/RouterErrors.h",
+        "router/RouterLimits.h", "router/RouterStatus.h", "router/control/ControlProtocol.h",
         "router/control/DeviceListing.h", "router/LogTable.h", "jobd/LogTable.h",
         "router-client/LogSites.h"}},
       {"testkit/",

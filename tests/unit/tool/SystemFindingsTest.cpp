@@ -82,12 +82,15 @@ class SystemFindingsTest : public SystemVerbTest {
 TEST_F(SystemFindingsTest, AnEmptyRootHasNoSocketsAndNothingWrongWithItsPlaces) {
   const SystemFindings found = findings(/*isInstalled=*/true);
   EXPECT_TRUE(found.placeProblems.empty());
-  ASSERT_EQ(found.routerSockets.size(), 2U);
+  ASSERT_EQ(found.routerSockets.size(), 3U);
   EXPECT_EQ(found.routerSockets[0].name, "wlhid-router.socket");
   EXPECT_EQ(found.routerSockets[0].endpoint.path,
             (root_.path() / "run/wlhid/com.quillmar.hideventrouter.sock").string());
-  EXPECT_EQ(found.routerSockets[1].name, "wlhid-router-control.socket");
+  EXPECT_EQ(found.routerSockets[1].name, "wlhid-router-devices.socket");
   EXPECT_EQ(found.routerSockets[1].endpoint.path,
+            (root_.path() / "run/wlhid/com.quillmar.hideventrouter.devices.sock").string());
+  EXPECT_EQ(found.routerSockets[2].name, "wlhid-router-control.socket");
+  EXPECT_EQ(found.routerSockets[2].endpoint.path,
             (root_.path() / "run/wlhid/com.quillmar.hideventrouter.control.sock").string());
   EXPECT_EQ(found.daemonSocket.name, "wlhid-jobd.socket");
   EXPECT_EQ(found.daemonSocket.endpoint.path, root_.controlEndpoint().string());
