@@ -44,7 +44,7 @@ install(FILES packaging/tool/wlhid.bash-completion DESTINATION "${CMAKE_INSTALL_
 
 # All that an application links, in one library.
 set(objects)
-foreach(part WLHIDAccess router_client router_protocols helper_install mach_o diagnostics xpc services kit foundation)
+foreach(part WLHIDAccess input router_client router_protocols helper_install mach_o diagnostics xpc services kit foundation)
   list(APPEND objects "$<TARGET_OBJECTS:wlhid_${part}>")
 endforeach()
 add_library(wlhidaccess STATIC ${objects})

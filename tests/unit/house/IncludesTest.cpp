@@ -38,6 +38,8 @@ const std::vector<Rule>& rules() {
       {"helper-install/", {"helper-install/", "WLHIDAccess/", "platform/"}},
       {"router-client/", {"router-client/", "WLHIDAccess/", "platform/"}},
       {"diagnostics/", {"diagnostics/", "WLHIDAccess/", "platform/"}},
+      {"input/",
+       {"input/", "WLHIDAccess/", "router-client/WLHIDDeviceDirectoryProtocols.h", "platform/"}},
       {"jobd/", {"jobd/", "helper-install/MachO.h", "platform/"}},
       {"router/",
        {"router/", "router-client/WLHIDDeviceDirectoryProtocols.h",
