@@ -40,6 +40,7 @@ const std::vector<Rule>& rules() {
       {"diagnostics/", {"diagnostics/", "WLHIDAccess/", "platform/"}},
       {"input/",
        {"input/", "WLHIDAccess/", "router-client/WLHIDDeviceDirectoryProtocols.h", "platform/"}},
+      {"c/", {"c/", "WLHIDAccess/", "platform/services/FileDescriptor.h"}},
       {"jobd/", {"jobd/", "helper-install/MachO.h", "platform/"}},
       {"router/",
        {"router/", "router-client/WLHIDDeviceDirectoryProtocols.h",
