@@ -18,6 +18,7 @@
 // Errors: `status` tells what cannot be helped. A callback must not throw.
 // Order: reports as the device sent them; the values of a report after it. A status comes before
 //   what follows from it.
+// Forks: an object belongs to the process that created it; a child does not use it.
 #pragma once
 
 #include <chrono>

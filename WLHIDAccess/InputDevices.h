@@ -18,6 +18,7 @@
 //   know at the moment. A callback must not throw.
 // Order: `listed` once, then the changes; nothing is told twice. After a time without a router,
 //   what changed meanwhile is told.
+// Forks: an object belongs to the process that created it; a child does not use it.
 #pragma once
 
 #include <chrono>

@@ -13,7 +13,7 @@ namespace {
 
 using platform::NSXPCInterface;
 
-platform::NSXPCListenerLimits listenerLimits(const RouterLimits& limits) {
+platform::NSXPCListenerLimits directoryLimits(const RouterLimits& limits) {
   platform::NSXPCListenerLimits result;
   result.connections = limits.directoryConnections;
   result.connectionsOfUser = limits.directoryConnectionsPerUser;
@@ -48,7 +48,7 @@ DeviceDirectory::DeviceDirectory(std::shared_ptr<platform::NSXPCListener> listen
 
 void DeviceDirectory::resume() {
   listener_->setDelegate(std::weak_ptr<platform::NSXPCListenerDelegate>(shared_from_this()));
-  listener_->setLimits(listenerLimits(parts_->limits));
+  listener_->setLimits(directoryLimits(parts_->limits));
   listener_->resume();
 }
 

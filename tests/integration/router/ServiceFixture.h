@@ -10,10 +10,10 @@
 
 #include <map>
 
-#include "RouterFixture.h"
 #include "router-client/WLHIDDeviceDirectoryProtocols.h"
 #include "router/RoutedDevices.h"
 #include "router/control/ControlProtocol.h"
+#include "tests/integration/router/RouterFixture.h"
 #include "tests/support/OtherUser.h"
 
 namespace routertest {
@@ -44,7 +44,8 @@ class Endpoints final : public platform::ServiceEndpoints {
   const std::map<std::string, std::string, std::less<>> paths_;
 };
 
-/// Permits every routing; answers a preview and an end as the test says.
+/// Answers each question as the test says. Its members may be changed while the router runs if the
+/// lock is held.
 class PresetAuthority final : public router::RoutingAuthority,
                               public std::enable_shared_from_this<PresetAuthority> {
  public:
@@ -55,10 +56,13 @@ class PresetAuthority final : public router::RoutingAuthority,
     return router::Classification{router::DeviceClass::Sensitive, "it has keys", {2, 5}};
   }
 
+  std::mutex mutex;
   std::map<std::uint64_t, router::RoutingAnswer> previews;  // no answer for the others
   bool isUndecided = false;                                 // does not answer a start request
+  router::RoutingAnswer start{true, {}, router::allReports()};
   router::RoutingAnswer end{false, "not permitted: nobody may", {}};
   LineLog asked;
+  LineLog previewed;
 
  private:
   class Caller final : public router::RoutingCaller {
@@ -67,11 +71,15 @@ class PresetAuthority final : public router::RoutingAuthority,
         : authority_(std::move(authority)) {}
     std::unique_ptr<router::RoutingPermit> ask(const router::RoutingRequest& request,
                                                Decided decided, Revoked) override {
+      const std::lock_guard lock(authority_->mutex);
       if (!request.isPreview) {
         authority_->asked.add("start");
-        if (!authority_->isUndecided) decided({true, {}, router::allReports()});
-      } else if (const auto answer = authority_->previews.find(request.device.registryEntryID);
-                 answer != authority_->previews.end()) {
+        if (!authority_->isUndecided) decided(authority_->start);
+        return std::make_unique<router::RoutingPermit>();
+      }
+      authority_->previewed.add("preview");
+      if (const auto answer = authority_->previews.find(request.device.registryEntryID);
+          answer != authority_->previews.end()) {
         decided(answer->second);
       }
       return std::make_unique<router::RoutingPermit>();

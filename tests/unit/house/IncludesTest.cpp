@@ -54,7 +54,7 @@ const std::vector<Rule>& rules() {
       // the tables of log lines.
       {"tool/",
        {"tool/", "WLHIDAccess/", "platform/", "diagnostics/", "input/RouterVersions.h",
-        "router/Devices.h", "router/DeviceFiles.h", "router/RouterErrors.h",
+        "input/UsageNames.h", "router/Devices.h", "router/DeviceFiles.h", "router/RouterErrors.h",
         "router/RouterLimits.h", "router/RouterStatus.h", "router/control/ControlProtocol.h",
         "router/control/DeviceListing.h", "router/LogTable.h", "jobd/LogTable.h",
         "router-client/LogSites.h"}},
