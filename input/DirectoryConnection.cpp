@@ -17,6 +17,8 @@ namespace {
 
 /// A router that ends sooner after its answer is one that keeps failing.
 constexpr std::chrono::seconds kStable{5};
+/// One that has not answered by then may not serve the directory at all.
+constexpr std::chrono::seconds kAnswerLimit{20};
 
 }  // namespace
 
@@ -74,6 +76,7 @@ void DirectoryConnection::end() {
 
 void DirectoryConnection::disconnect() {
   loop_.cancel(pause_);
+  loop_.cancel(limit_);
   ++attempt_;
   if (connection_ != nullptr) connection_->invalidate();
   connection_ = nullptr;
@@ -121,6 +124,12 @@ void DirectoryConnection::connect() {
 
 void DirectoryConnection::watch() {
   const auto onLoop = this->onLoop();
+  loop_.cancel(limit_);
+  limit_ = loop_.after(kAnswerLimit, [onLoop] {
+    onLoop([](DirectoryConnection& self) {
+      self.fail(Loss::Closed, "the router does not say which devices there are");
+    });
+  });
   // What a failed message means is told by the end of the connection.
   const auto router = connection_->remoteObjectProxyWithErrorHandler<WLHIDDeviceDirectoryProtocol>(
       [](const std::shared_ptr<platform::NSError>&) {});
@@ -130,6 +139,7 @@ void DirectoryConnection::watch() {
       [onLoop, question = ++question_](const auto& devices, const auto& error) {
         onLoop([devices, error, question](DirectoryConnection& self) {
           if (question != self.question_) return;
+          self.loop_.cancel(self.limit_);
           if (devices == nullptr) return self.fail(Loss::Refused, Error(error).what());
           self.take(devicesIn(*devices));
         });

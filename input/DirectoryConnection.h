@@ -79,6 +79,7 @@ class DirectoryConnection : public std::enable_shared_from_this<DirectoryConnect
   Backoff backoff_;
   std::optional<Loop::Clock::time_point> listedAt_;  // for the first time on this connection
   Loop::Timer pause_ = 0;
+  Loop::Timer limit_ = 0;  // of the answer
   bool isEnded_ = false;
   bool hasListed_ = false;
   std::map<std::uint64_t, Device> known_;

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "WLHIDAccess/InputWords.h"
+#include "input/UsageNames.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "tool/command/Command.h"
 
@@ -114,8 +114,8 @@ class JsonLines final : public DeliveryLines {
 
 /// A key or button that is not pressed: devices report all of them every time.
 bool isUp(const platform::HIDElementValueRecord& value) {
-  if (value.usagePage == kButtonPage) return value.integerValue == 0;
-  return value.usagePage == kKeyboardPage && (value.usage == 0 || value.integerValue == 0);
+  if (value.usagePage == wlhid::kButtonPage) return value.integerValue == 0;
+  return value.usagePage == wlhid::kKeyboardPage && (value.usage == 0 || value.integerValue == 0);
 }
 
 constexpr std::size_t kIndent = 24;  // the column where bytes and values begin
