@@ -16,7 +16,7 @@ namespace {
 
 using platform::SystemRoot;
 
-/// An installation is several changes of files; they are looked at when it is quiet.
+/// An installation is several changes of files; it counts when it is quiet.
 constexpr std::chrono::milliseconds kQuiet{100};
 /// A root that does not exist cannot be watched.
 constexpr std::chrono::seconds kMissing{2};
@@ -75,8 +75,7 @@ void InstallationWatch::beginHere() {
   watch_ = watchOf(SystemRoot::current());
   if (watch_ == nullptr) return beginLater();
   loop_.watch(watch_->descriptor(), [this] { noticed(); });
-  if (wasMissing) return examine();
-  isInstalled_ = WLHIDEventRouterClient::isInstalled();
+  if (wasMissing) tell();
 }
 
 void InstallationWatch::beginLater() {
@@ -89,15 +88,13 @@ void InstallationWatch::beginLater() {
 void InstallationWatch::noticed() {
   if (watch_ == nullptr || !watch_->take()) return;
   loop_.cancel(pause_);
-  pause_ = loop_.after(kQuiet, [this] { examine(); });
+  pause_ = loop_.after(kQuiet, [this] { tell(); });
 }
 
-void InstallationWatch::examine() {
-  const bool isInstalled = WLHIDEventRouterClient::isInstalled();
-  if (std::exchange(isInstalled_, isInstalled) != isInstalled) {
-    platform::NSNotificationCenter::defaultCenter()->postNotificationName_object(
-        platform::str(WLHIDEventRouterClientInstallationStatusChanged), nullptr);
-  }
+/// Each client compares for itself: one may have looked in between, and seen what is over by now.
+void InstallationWatch::tell() {
+  platform::NSNotificationCenter::defaultCenter()->postNotificationName_object(
+      platform::str(WLHIDEventRouterClientInstallationStatusChanged), nullptr);
   std::vector<std::function<void()>> told;
   {
     const std::lock_guard lock(mutex_);

@@ -3,7 +3,8 @@
 // Notices that the router has been installed, replaced or removed, by whichever program.
 //
 // The clients of this process learn it by the notification that an installation in this process
-// would post. Files are looked at only when something has changed where routers are installed.
+// would post. It comes after each change where routers are installed, also after one that leaves
+// all as it was: whoever receives it looks for itself.
 //
 // Threading: any thread; subscribers are told on the loop's thread.
 // Ownership: one for the process, never destroyed. A subscription lasts until its token goes.
@@ -35,7 +36,7 @@ class InstallationWatch {
   void beginHere();
   void beginLater();
   void noticed();
-  void examine();
+  void tell();
   void unsubscribe(std::uint64_t number);
 
   Loop& loop_;
@@ -43,7 +44,6 @@ class InstallationWatch {
   std::string root_;  // whose places are watched
   std::unique_ptr<platform::DirectoryWatch> watch_;
   Loop::Timer pause_ = 0;
-  bool isInstalled_ = false;
   std::mutex mutex_;
   std::map<std::uint64_t, std::function<void()>> subscribers_;
   std::uint64_t latest_ = 0;

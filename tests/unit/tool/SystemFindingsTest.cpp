@@ -202,9 +202,10 @@ TEST_F(SystemFindingsTest, AReportShowsStatesButNoNames) {
   inventory.system->authorities.session = session;
   const nlohmann::ordered_json shown = shownRoot(inventory)["system"];
   EXPECT_EQ(shown["placesWithProblems"], 0);
-  EXPECT_EQ(shown["sockets"].size(), 3U);
-  EXPECT_EQ(shown["sockets"][1]["unit"], "missing");
-  EXPECT_EQ(shown["sockets"][1]["mayConnect"], true);
+  EXPECT_EQ(shown["sockets"].size(), 4U);
+  EXPECT_EQ(shown["sockets"][1]["mayConnect"], false);
+  EXPECT_EQ(shown["sockets"][2]["unit"], "missing");
+  EXPECT_EQ(shown["sockets"][2]["mayConnect"], true);
   EXPECT_EQ(shown["routerAsked"], true);
   EXPECT_EQ(shown["busHasProblem"], true);
   EXPECT_EQ(shown["loginSession"],
@@ -228,8 +229,8 @@ TEST_F(SystemFindingsTest, DoctorChecksWhatTheSystemsOwnRootNeeds) {
   for (const auto& check : json["checks"]) names.push_back(check["name"]);
   EXPECT_EQ(names, (std::vector<std::string>{"system root", "job", "own copy", "installed copy",
                                              "versions", "running router", "endpoint", "endpoint",
-                                             "job daemon", "polkit", "login session", "devices",
-                                             "log", "disk"}));
+                                             "endpoint", "job daemon", "polkit", "login session",
+                                             "devices", "log", "disk"}));
   EXPECT_EQ(json["checks"][0]["state"], "passed");
 }
 
