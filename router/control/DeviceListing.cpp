@@ -140,7 +140,7 @@ const char* nameOf(DevicePermission permission) {
       ->second;
 }
 
-std::shared_ptr<NSDictionary> dictionaryOf(const ListedDevice& listed) {
+std::shared_ptr<NSDictionary> dictionaryOfDevice(const ListedDevice& listed) {
   Entries entries;
   addDescription(entries, listed.device);
   addClass(entries, listed);
@@ -152,7 +152,7 @@ std::shared_ptr<NSDictionary> dictionaryOf(const ListedDevice& listed) {
 
 std::shared_ptr<NSDictionary> dictionaryOf(const std::vector<ListedDevice>& devices) {
   std::vector<std::shared_ptr<NSObject>> list;
-  for (const ListedDevice& each : devices) list.push_back(dictionaryOf(each));
+  for (const ListedDevice& each : devices) list.push_back(dictionaryOfDevice(each));
   return NSDictionary::dictionaryWithEntries(
       {{str("Devices"), NSArray::arrayWithObjects(std::move(list))}});
 }

@@ -59,7 +59,8 @@ struct ListedDevice {
 [[nodiscard]] std::shared_ptr<platform::NSDictionary> dictionaryOf(
     const std::vector<ListedDevice>& devices);
 /// One of the array.
-[[nodiscard]] std::shared_ptr<platform::NSDictionary> dictionaryOf(const ListedDevice& listed);
+[[nodiscard]] std::shared_ptr<platform::NSDictionary> dictionaryOfDevice(
+    const ListedDevice& listed);
 [[nodiscard]] std::vector<ListedDevice> listedDevicesIn(const platform::NSDictionary& dictionary);
 
 }  // namespace router

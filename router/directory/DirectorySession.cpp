@@ -154,7 +154,7 @@ void DirectorySession::take(const Devices& answered) {
 void DirectorySession::reply() {
   std::vector<std::shared_ptr<platform::NSObject>> list;
   for (const ListedDevice& each : *current_)
-    list.push_back(dictionaryOf(told_.at(each.device.registryEntryID)));
+    list.push_back(dictionaryOfDevice(told_.at(each.device.registryEntryID)));
   const auto reply = std::exchange(reply_, {});
   reply(platform::NSArray::arrayWithObjects(std::move(list)), nullptr);
 }
@@ -174,7 +174,8 @@ void DirectorySession::tell(const Devices& answered) {
   }
   for (const ListedDevice& each : answered) {
     const bool isNew = told_.insert_or_assign(each.device.registryEntryID, each).second;
-    isNew ? client_->deviceArrived(dictionaryOf(each)) : client_->deviceChanged(dictionaryOf(each));
+    isNew ? client_->deviceArrived(dictionaryOfDevice(each))
+          : client_->deviceChanged(dictionaryOfDevice(each));
   }
 }
 
