@@ -96,8 +96,8 @@ typedef struct wlhid_presence {
 
 /* The strings are valid until the next call on this thread. */
 int wlhid_router_presence(wlhid_presence* returned);
-/* Where the application's Contents/ is, for programs that an interpreter runs. To be called first.
- */
+/* Where the application's Contents/ is, for programs that bring no router or that an interpreter
+   runs; that of the packages is in /usr/lib/wlhid. To be called first. */
 int wlhid_router_use_bundle(const char* directory);
 /* Ask for consent, with the application's own words (null: the system's), and wait. */
 int wlhid_router_install(const char* prompt);
