@@ -14,6 +14,8 @@ namespace {
 
 using Client = WLHIDEventRouterClient;
 
+/// So many failures in a row, and there is no directory.
+constexpr int kNoDirectory = 3;
 /// How often a no is looked at again. Nobody is asked for that.
 constexpr std::chrono::seconds kAskAgain{5};
 
@@ -123,11 +125,25 @@ void Input::Implementation::connect() {
 }
 
 void Input::Implementation::listed() {
+  directoryFailures_ = 0;
+  nameDevice();
   if (hasGivenUp_ || refusedAs_) return;
   const auto client = this->client();
   const bool hasNoRouter =
       client != nullptr && client->clientStatus() == WLHIDEventRouterClientStatusRouterUnavailable;
   if (client == nullptr || mustRestart_ || isDoubtful_ || hasNoRouter) attempt();
+}
+
+/// Of a device that was opened without a directory only the ID is known until there is one.
+void Input::Implementation::nameDevice() {
+  if (!device_ || !device_->name.empty()) return;
+  const auto known = directory_->known().find(device_->id);
+  if (known == directory_->known().end()) return;
+  {
+    const std::lock_guard lock(mutex_);
+    device_ = known->second;
+  }
+  if (status().state == InputState::Routing) tell(InputState::Routing, "routing " + deviceName());
 }
 
 void Input::Implementation::arrived(const Device& device) {
@@ -158,8 +174,11 @@ void Input::Implementation::directoryLost(Loss loss, const std::string& why) {
   isDoubtful_ = isDoubtful_ || loss == Loss::Closed;
   if (const Presence presence = Router::presence(); !presence)
     return tell(InputState::WaitingForRouter, "waiting for the router: " + presence.text);
-  // A router without a directory serves those who know what they want.
-  if (client() == nullptr && options_.device != 0 && loss == Loss::Closed && !device_) {
+  // A router without a directory serves those who know what they want. One that has only just been
+  // installed has not had the time to answer.
+  directoryFailures_ += loss == Loss::Closed ? 1 : 0;
+  if (client() == nullptr && options_.device != 0 && directoryFailures_ >= kNoDirectory &&
+      !device_) {
     Device device;
     device.id = options_.device;
     return open(device);

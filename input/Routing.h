@@ -49,6 +49,7 @@ class Input::Implementation : public std::enable_shared_from_this<Implementation
 
   // What has happened.
   void listed();
+  void nameDevice();
   void arrived(const Device& device);
   void changed(const Device& device);
   void departed(const Device& device);
@@ -89,6 +90,7 @@ class Input::Implementation : public std::enable_shared_from_this<Implementation
   bool mustRestart_ = false;  // the client's connection is dead
   bool isDoubtful_ = false;   // it may be, unless the client connects again by itself
   bool hasGivenUp_ = false;
+  int directoryFailures_ = 0;            // in a row, with a router installed
   std::optional<Permission> refusedAs_;  // the permission that was known after a no
   Backoff backoff_;
   Loop::Timer pause_ = 0;

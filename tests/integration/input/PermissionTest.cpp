@@ -67,4 +67,27 @@ TEST_F(PermissionTest, APersonWhoSaidNoIsNotAskedAgainUntilTheApplicationWantsTo
   EXPECT_EQ(authority_->asked.count(), 2U);
 }
 
+/// Its endpoints know the router's own service only.
+class WithoutDirectoryTest : public routertest::RouterFixture {
+ protected:
+  WithoutDirectoryTest() {
+    platform::xpcProvider().exchange(realConnections_);
+    platform_.setBundleCopy(std::string(WLHIDEventRouterLabel), "7");
+    platform_.installHelper(std::string(WLHIDEventRouterLabel), "7");
+  }
+  const std::shared_ptr<platform::XPCProvider> realConnections_ = platform::xpcProvider().load();
+  platform::ScriptedPlatform platform_;
+};
+
+TEST_F(WithoutDirectoryTest, WhoeverKnowsTheDeviceIsServed) {
+  const std::uint64_t device = addDevice("mouse", routertest::kThreeReports, "1", true);
+  startRouter();
+  routertest::LineLog log;
+  const Input input({.device = device},
+                    {.report = [&](const wlhid::Report&) { log.add("report"); },
+                     .status = [&](const wlhid::Status& status) { log.add(status.text); }});
+  log.awaitLine(platform::stringWithFormat("routing 0x%llx", device));
+  log.awaitLine("report");
+}
+
 }  // namespace
