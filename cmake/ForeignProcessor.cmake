@@ -11,6 +11,7 @@ string(REGEX REPLACE "-.*" "" CMAKE_SYSTEM_PROCESSOR "${WLHID_TRIPLET}")
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSROOT "${WLHID_SYSROOT}")
 set(CMAKE_CXX_COMPILER "${WLHID_TRIPLET}-g++")
+set(CMAKE_C_COMPILER "${WLHID_TRIPLET}-gcc")
 # The programs name their libraries by their places. An emulator that is told of the directory looks there first for
 # every file that a program opens, also for /tmp and /.
 set(CMAKE_CROSSCOMPILING_EMULATOR "${WLHID_EMULATOR};-L;/")

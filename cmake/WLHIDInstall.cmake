@@ -17,7 +17,8 @@ if(WLHID_ROUTER)
   install(TARGETS wlhid-jobd wlhid-launch DESTINATION libexec/wlhid COMPONENT router)
   install(FILES "${PROJECT_BINARY_DIR}/Contents/Library/LaunchServices/${label}" DESTINATION ${own}/helpers COMPONENT router)
   install(FILES ${system}/${label}.plist DESTINATION ${own}/jobs COMPONENT router)
-  install(FILES ${system}/wlhid-router.socket ${system}/wlhid-router-control.socket ${system}/wlhid-router.service
+  install(FILES ${system}/wlhid-router.socket ${system}/wlhid-router-control.socket
+    ${system}/wlhid-router-devices.socket ${system}/wlhid-router.service
     ${system}/wlhid-jobd.socket ${system}/wlhid-jobd.service DESTINATION "${WLHID_UNIT_DIR}" COMPONENT router)
   install(FILES ${system}/75-wlhid-router.rules DESTINATION "${WLHID_UDEV_RULES_DIR}" COMPONENT router)
   install(FILES ${system}/${label}.policy DESTINATION share/polkit-1/actions COMPONENT router)

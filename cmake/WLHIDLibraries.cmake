@@ -2,7 +2,7 @@
 
 # All that an application links, in one library: WLHIDAccess::wlhidaccess (shared) and WLHIDAccess::wlhidaccess_static.
 set(objects)
-foreach(part WLHIDAccess router_client router_protocols helper_install mach_o diagnostics xpc services kit foundation)
+foreach(part WLHIDAccess input router_client router_protocols helper_install mach_o diagnostics xpc services kit foundation)
   list(APPEND objects "$<TARGET_OBJECTS:wlhid_${part}>")
 endforeach()
 set(exports "${PROJECT_SOURCE_DIR}/packaging/library/wlhidaccess.map")

@@ -97,6 +97,16 @@ class OpenDevice {
   virtual void releaseExclusive() {}
 };
 
+/// Notices that a source's devices may have changed. One thread at a time.
+class DeviceWatch {
+ public:
+  virtual ~DeviceWatch() = default;
+  /// Readable while there is something to take.
+  [[nodiscard]] virtual int descriptor() const = 0;
+  /// Takes what is there. Whether the devices may have changed.
+  virtual bool take() = 0;
+};
+
 class DeviceSource {
  public:
   virtual ~DeviceSource() = default;
@@ -110,6 +120,16 @@ class DeviceSource {
       std::uint64_t /*registryEntryID*/) const {
     return std::nullopt;
   }
+  /// Nothing if the source has no such device, or cannot read it. Throws DeviceError if the
+  /// device's source cannot be asked.
+  [[nodiscard]] virtual std::optional<std::vector<std::uint8_t>> reportDescriptorOf(
+      std::uint64_t registryEntryID) const {
+    auto facts = factsOf(registryEntryID);
+    if (!facts) return std::nullopt;
+    return std::move(facts->reportDescriptor);
+  }
+  /// Notices every change from now on. Null if changes cannot be watched.
+  [[nodiscard]] virtual std::unique_ptr<DeviceWatch> watch() const { return nullptr; }
 };
 
 /// All device sources of a root: recordings on a user's, the computer's devices on the system's.

@@ -48,6 +48,8 @@ inline constexpr LogTemplate sessionEndedFor{"session {count} (process {count}, 
 inline constexpr LogTemplate endRefused{"process {count} of user {private} may not end session {count}: {text}"};
 inline constexpr LogTemplate sessionEnds{"session {count} (process {count}, user {private}): has ended"};
 
+inline constexpr LogTemplate watcherTooSlow{"process {count} of user {private} does not read what the device directory tells it and is disconnected"};
+
 inline constexpr LogTemplate deviceFails{"{device}: {text}"};
 inline constexpr LogTemplate deviceGone{"{device} ({text}) has gone away"};
 inline constexpr LogTemplate devicePlayed{"{device} ({text}): the recording has been played to its end"};
@@ -84,6 +86,7 @@ inline constexpr std::array kTable{
     &sessionEndedFor,
     &endRefused,
     &sessionEnds,
+    &watcherTooSlow,
     &deviceFails,
     &deviceGone,
     &devicePlayed,

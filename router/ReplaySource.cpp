@@ -6,6 +6,7 @@
 
 #include "router/Replay.h"
 #include "router/ReplayConfiguration.h"
+#include "router/ReplayWatch.h"
 
 namespace router {
 
@@ -142,6 +143,25 @@ std::unique_ptr<OpenDevice> ReplaySource::open(std::uint64_t registryEntryID) co
     }
   }
   return nullptr;
+}
+
+std::optional<std::vector<std::uint8_t>> ReplaySource::reportDescriptorOf(
+    std::uint64_t registryEntryID) const {
+  std::vector<std::string> problems;
+  for (const auto& [name, entry] : refreshed(&problems)) {
+    if (entry->description.registryEntryID != registryEntryID || !entry->problem.empty()) continue;
+    try {
+      const RecordingFile file = openRecording(*entry->device);
+      return file.read().header().reportDescriptor;
+    } catch (const RecordingError&) {
+      return std::nullopt;  // it has been replaced or removed since
+    }
+  }
+  return std::nullopt;
+}
+
+std::unique_ptr<DeviceWatch> ReplaySource::watch() const {
+  return ReplayWatch::begin(root_);
 }
 
 void ReplaySource::keepSummary(const Entry& entry, const FileStamp& stamp, bool hasTimes) const {

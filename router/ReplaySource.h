@@ -27,9 +27,12 @@ namespace router {
 class ReplaySource final : public DeviceSource {
  public:
   explicit ReplaySource(platform::SystemRoot root, const RouterLimits& limits = {})
-      : files_(std::move(root)), limits_(limits) {}
+      : root_(root), files_(std::move(root)), limits_(limits) {}
   std::vector<DeviceDescription> list(std::vector<std::string>* returnProblems) const override;
   [[nodiscard]] std::unique_ptr<OpenDevice> open(std::uint64_t registryEntryID) const override;
+  [[nodiscard]] std::optional<std::vector<std::uint8_t>> reportDescriptorOf(
+      std::uint64_t registryEntryID) const override;
+  [[nodiscard]] std::unique_ptr<DeviceWatch> watch() const override;
 
   /// Every configuration, including those that yield no device.
   [[nodiscard]] std::vector<ConfiguredDevice> configured() const;
@@ -47,6 +50,7 @@ class ReplaySource final : public DeviceSource {
   void readRecording(Entry* entry) const;
   void keepSummary(const Entry& entry, const FileStamp& stamp, bool hasTimes) const;
 
+  const platform::SystemRoot root_;
   const DeviceFiles files_;
   const RouterLimits limits_;
   mutable std::mutex mutex_;

@@ -24,6 +24,22 @@ std::vector<DeviceDescription> RoutedDevices::list() {
   return devices;
 }
 
+std::optional<std::vector<std::uint8_t>> RoutedDevices::reportDescriptorOf(
+    std::uint64_t registryEntryID) const try {
+  for (const auto& source : *sources_) {
+    if (auto descriptor = source->reportDescriptorOf(registryEntryID)) return descriptor;
+  }
+  return std::nullopt;
+} catch (const DeviceError&) {
+  return std::nullopt;
+}
+
+std::vector<std::unique_ptr<DeviceWatch>> RoutedDevices::watches() const {
+  std::vector<std::unique_ptr<DeviceWatch>> watches;
+  for (const auto& source : *sources_) watches.push_back(source->watch());
+  return watches;
+}
+
 std::shared_ptr<RoutedDevice> RoutedDevices::withID(std::uint64_t registryEntryID) {
   auto known = knownWithID(registryEntryID);
   if (known != nullptr && !known->isGone()) return known;

@@ -33,6 +33,11 @@ class RoutedDevices {
       : sources_(std::move(sources)), most_(most), log_(std::move(log)) {}
 
   [[nodiscard]] std::vector<DeviceDescription> list();
+  /// Nothing if no source has such a device, or its descriptor cannot be read now.
+  [[nodiscard]] std::optional<std::vector<std::uint8_t>> reportDescriptorOf(
+      std::uint64_t registryEntryID) const;
+  /// One for each source; null for one whose changes cannot be watched.
+  [[nodiscard]] std::vector<std::unique_ptr<DeviceWatch>> watches() const;
   /// Null if no source has such a device.
   [[nodiscard]] std::shared_ptr<RoutedDevice> withID(std::uint64_t registryEntryID);
 

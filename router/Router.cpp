@@ -20,6 +20,7 @@
 #include "router/Session.h"
 #include "router/SessionRegistry.h"
 #include "router/control/RouterControl.h"
+#include "router/directory/DeviceDirectory.h"
 
 namespace router {
 
@@ -121,7 +122,7 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
   void log(uid_t user, const platform::LogLine& line) override;
 
  private:
-  void offerControl();
+  void offerServices();
   bool keep(const std::shared_ptr<Session>& session);
   void sessionEnded(const std::shared_ptr<Session>& session);
   void logLeftOut();
@@ -137,7 +138,8 @@ class Router::Core final : public platform::NSXPCListenerDelegate,
   const std::shared_ptr<Backlog> backlog_;
   const std::shared_ptr<StartLine> startLine_;
   const std::shared_ptr<SessionRegistry> sessions_;
-  std::shared_ptr<RouterControl> control_;  // null if not offered
+  std::shared_ptr<RouterControl> control_;      // null if not offered
+  std::shared_ptr<DeviceDirectory> directory_;  // null if not offered
   const std::shared_ptr<RoutedDevices> devices_;
   EndedRoutings endedRoutings_;
   LineQuota lines_;
@@ -160,10 +162,10 @@ void Router::Core::resume() {
   housekeeping_ = std::thread([this] { runHousekeeping(); });
   listener_->setDelegate(std::weak_ptr<platform::NSXPCListenerDelegate>(shared_from_this()));
   listener_->resume();
-  if (options_.control != nullptr) offerControl();
+  offerServices();
 }
 
-void Router::Core::offerControl() {
+void Router::Core::offerServices() {
   ControlParts parts;
   parts.sessions = sessions_;
   parts.devices = devices_;
@@ -176,6 +178,11 @@ void Router::Core::offerControl() {
     if (const auto self = core.lock()) self->log(user, line);
   };
   parts.limits = options_.limits;
+  if (options_.directory != nullptr) {
+    directory_ = std::make_shared<DeviceDirectory>(options_.directory, parts);
+    directory_->resume();
+  }
+  if (options_.control == nullptr) return;
   control_ = std::make_shared<RouterControl>(options_.control, std::move(parts));
   control_->resume();
 }
@@ -184,6 +191,7 @@ void Router::Core::stop() {
   if (!sessions_->stop()) return;
   listener_->invalidate();
   if (control_ != nullptr) control_->stop();
+  if (directory_ != nullptr) directory_->stop();
   for (const auto& session : sessions_->all()) session->sayFarewell();
   if (const std::size_t left = sessions_->waitUntilEmpty(kFarewellLimit))
     options_.log(LogLine::of<row::sessionsLeft>(left));

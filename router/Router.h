@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // The HID event router: serves WLHIDEventRouterProtocol on a listener and sends its clients the
-// input of their devices; and, on another listener, shows and changes what it is doing.
+// input of their devices; and, on two more listeners, shows and changes what it is doing, and tells
+// which devices there are.
 //
 // Threading: any thread.
 // Ownership: holds the listener, and each session until its connection ends.
@@ -35,6 +36,9 @@ struct RouterOptions {
   std::shared_ptr<RoutingAuthority> authority;
   /// Serves the control service (router/control/ControlProtocol.h). Null: it is not offered.
   std::shared_ptr<platform::NSXPCListener> control;
+  /// Serves the device directory (router-client/WLHIDDeviceDirectoryProtocols.h). Null: it is not
+  /// offered.
+  std::shared_ptr<platform::NSXPCListener> directory;
 };
 
 class Router {

@@ -44,6 +44,19 @@ struct RouterLimits {
   /// A listing waits for answers at most this long; then it says which are missing.
   std::chrono::milliseconds controlTimeout{6000};
 
+  // The device directory. A watch is a connection for as long as an application runs.
+  std::size_t directoryConnections = 64;         ///< else the process runs out of threads
+  std::size_t directoryConnectionsPerUser = 16;  ///< else one user keeps all others out
+  Rate directoryRequestsPerUser{20, 2};  ///< else one user keeps the authorities busy for nothing
+  Rate directoryRequests{100, 20};       ///< the same, for users acting together
+  std::size_t directoryCriteria = 64;    ///< else a single watch makes each change expensive
+  /// Of changes that were sent but not read; then the watch is closed, since it would have a gap.
+  std::size_t directoryBacklog = std::size_t{256} << 10;
+  /// Two listings are at least so far apart, however fast devices come and go.
+  std::chrono::milliseconds directoryInterval{20};
+  /// Where changes cannot be watched, the devices are listed that often while somebody wants them.
+  std::chrono::milliseconds directoryPoll{2000};
+
   // Log lines. A reader of the log must be able to find what matters to them.
   Rate logLinesPerSession{32, 1};  ///< else one client pushes the log's history out
   Rate logLinesPerUser{512, 16};   ///< the same, for clients that reconnect again and again
@@ -84,6 +97,8 @@ struct RouterLimits {
   // Report descriptors. The parsed descriptor stays in memory while the device is open.
   static constexpr std::size_t kDescriptorBytes = 65535;
   static constexpr std::size_t kCollectionDepth = 64;
+  /// Of one device in a listing: else the listing is as long as the descriptor wants.
+  static constexpr std::size_t kListedCollections = 32;
   static constexpr std::size_t kGlobalStackDepth = 64;
   static constexpr std::uint32_t kElements = 65536;
   /// Including the report ID byte.

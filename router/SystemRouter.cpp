@@ -5,14 +5,10 @@
 #include <string>
 #include <utility>
 
-#include "platform/foundation/NSString.h"
 #include "platform/services/RootFiles.h"
 #include "platform/system/Journal.h"
-#include "platform/xpc/NSXPCListener.h"
-#include "router-client/WLHIDEventRouterProtocols.h"
 #include "router/RoutedDevices.h"
 #include "router/SystemLog.h"
-#include "router/control/ControlProtocol.h"
 #include "router/policy/Grants.h"
 #include "router/policy/SystemAuthority.h"
 #include "router/policy/SystemServices.h"
@@ -47,8 +43,6 @@ RouterOptions systemRouterOptions(const platform::SystemRoot& root) {
   options.log = log->sink();
   options.sources = std::make_shared<const DeviceSources>(deviceSources(root, options.limits));
   options.authority = systemAuthority(root, log, options.sources);
-  options.control =
-      platform::NSXPCListener::initWithMachServiceName(platform::str(kControlService));
   return options;
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // The router of the system's own root: the kernel's devices, an authority that decides who may have
-// them, the journal, and the control service.
+// them, and the journal.
 //
 // Threading: one thread, once a process.
 // Ownership: what the authority asks lives as long as the process, because answers may come until

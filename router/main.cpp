@@ -2,7 +2,7 @@
 
 // The router's program: serves the endpoint that the job daemon (or systemd) passes to it, until it
 // is told to end or has had no connection for a while. Exit status 0 in both cases, 1 if it was
-// passed no endpoint or no root. The endpoint of the control service may be missing.
+// passed no endpoint or no root. The endpoints of its other services may be missing.
 //
 //   com.quillmar.hideventrouter [--root DIR | --system]
 //
@@ -28,6 +28,7 @@
 #include "platform/foundation/NSString.h"
 #include "platform/services/RootFiles.h"
 #include "platform/xpc/PassedDescriptors.h"
+#include "router-client/WLHIDDeviceDirectoryProtocols.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "router/Router.h"
 #include "router/SystemRouter.h"
@@ -95,18 +96,23 @@ platform::SystemRoot systemRoot(int argc, char** argv) {
 /// The system's own root, however it was named, is never served without its authority.
 router::RouterOptions optionsFor(const platform::SystemRoot& root) {
   if (root.isSystem()) return router::systemRouterOptions(root);
-  router::RouterOptions options;
-  // Only offered if its endpoint was passed too.
-  options.control =
-      platform::NSXPCListener::initWithMachServiceName(platform::str(router::kControlService));
-  return options;
+  return {};
+}
+
+/// Only those are offered whose endpoints were passed too.
+void addServices(router::RouterOptions* options) {
+  using platform::NSXPCListener;
+  options->control = NSXPCListener::initWithMachServiceName(platform::str(router::kControlService));
+  options->directory =
+      NSXPCListener::initWithMachServiceName(platform::str(WLHIDDeviceDirectoryLabel));
 }
 
 int serve(int argc, char** argv) {
   ::signal(SIGPIPE, SIG_IGN);  // a log that is no longer read must not end the router
   const int terminated = terminationDescriptor();
   const platform::SystemRoot root = systemRoot(argc, argv);
-  const router::RouterOptions options = optionsFor(root);
+  router::RouterOptions options = optionsFor(root);
+  addServices(&options);
   const auto listener =
       platform::NSXPCListener::initWithMachServiceName(platform::str(WLHIDEventRouterLabel));
   if (listener == nullptr) {

@@ -53,9 +53,19 @@ constexpr std::array kTexts{
           "Another client is using the device exclusively. Stop that client first."},
     Entry{kRouter, -536870198,
           "The device cannot be read. See the router's log for the cause, then reconnect it."},
+    Entry{kRouter, -536870187,
+          "Too many requests of this user's are open at the router. Try again in a while."},
     Entry{kRouter, -536870174,
           "The system does not let the router open the device. Give the router permission, then "
           "start again."},
+
+    Entry{kRouter, -536870169,
+          "The recording has been played to its end. Start again to play it once more."},
+    Entry{
+        kRouter, -536870165,
+        "The routing was given up: another request took its place, or somebody ended the session. "
+        "Start again to continue."},
+    Entry{kRouter, -536870160, "There is no such session; it may have ended. List the sessions."},
 
     Entry{kServices, 1,
           "The job's domain or label is invalid. This is a mistake in the application."},

@@ -18,17 +18,6 @@ std::string sessionText(std::uint64_t number) {
   return "session " + std::to_string(number);
 }
 
-/// On a user's own root, whoever is served may have every device.
-std::vector<ListedDevice> allPermitted(std::vector<DeviceDescription> devices) {
-  std::vector<ListedDevice> listed;
-  for (DeviceDescription& each : devices) {
-    listed.push_back({std::move(each)});
-    listed.back().permission = DevicePermission::Yes;
-    listed.back().explanation = "you may: it is your own root's";
-  }
-  return listed;
-}
-
 }  // namespace
 
 ControlSession::ControlSession(std::shared_ptr<const ControlParts> parts,
@@ -70,14 +59,14 @@ void ControlSession::devicesWithReply(Reply reply) {
   if (const auto error = refusal()) return reply(nullptr, error);
   if (devices_ != nullptr)
     return reply(nullptr, routerError(IOReturn::Busy, "the devices are being listed already"));
-  if (caller_ == nullptr)
-    return reply(dictionaryOf(allPermitted(parts_->devices->list())), nullptr);
+  auto devices = classified(parts_->authority.get(), parts_->devices->list());
+  if (caller_ == nullptr) return reply(dictionaryOf(devices), nullptr);
   devices_ = std::make_shared<DeviceInquiry>(
-      *parts_->authority, parts_->devices->list(),
-      [weak = weak_from_this(), reply](const std::vector<ListedDevice>& devices) {
+      std::move(devices),
+      [weak = weak_from_this(), reply](const std::vector<ListedDevice>& answered) {
         const auto self = weak.lock();
         if (self == nullptr) return;
-        self->onQueue([reply, list = dictionaryOf(devices)](ControlSession& session) {
+        self->onQueue([reply, list = dictionaryOf(answered)](ControlSession& session) {
           session.devices_ = nullptr;
           session.timeIsUp_ = {};
           reply(list, nullptr);

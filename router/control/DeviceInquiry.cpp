@@ -38,23 +38,35 @@ void explain(ListedDevice& listed, const RoutingAnswer& answer) {
 
 ListedDevice unanswered(const RoutingAuthority& authority, DeviceDescription device) {
   ListedDevice listed{std::move(device)};
+  listed.explanation = "unknown, because there was no answer in time";
   if (auto known = authority.classOf(listed.device)) {
     listed.deviceClass = known->deviceClass;
     listed.reason = std::move(known->reason);
     listed.ordinaryReports = std::move(known->ordinaryReports);
   }
-  listed.explanation = "unknown, because there was no answer in time";
+  return listed;
+}
+
+ListedDevice permitted(DeviceDescription device) {
+  ListedDevice listed{std::move(device)};
+  listed.permission = DevicePermission::Yes;
+  listed.explanation = "you may: it is your own root's";
   return listed;
 }
 
 }  // namespace
 
-DeviceInquiry::DeviceInquiry(const RoutingAuthority& authority,
-                             std::vector<DeviceDescription> devices, Done done)
-    : done_(std::move(done)) {
+std::vector<ListedDevice> classified(const RoutingAuthority* authority,
+                                     std::vector<DeviceDescription> devices) {
+  std::vector<ListedDevice> listed;
   for (DeviceDescription& each : devices)
-    devices_.push_back(unanswered(authority, std::move(each)));
+    listed.push_back(authority == nullptr ? permitted(std::move(each))
+                                          : unanswered(*authority, std::move(each)));
+  return listed;
 }
+
+DeviceInquiry::DeviceInquiry(std::vector<ListedDevice> devices, Done done)
+    : done_(std::move(done)), devices_(std::move(devices)) {}
 
 void DeviceInquiry::begin(RoutingCaller& caller) {
   std::vector<RoutingRequest> requests;

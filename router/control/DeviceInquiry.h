@@ -23,8 +23,8 @@ class DeviceInquiry : public std::enable_shared_from_this<DeviceInquiry> {
  public:
   using Done = std::function<void(const std::vector<ListedDevice>& devices)>;
 
-  DeviceInquiry(const RoutingAuthority& authority, std::vector<DeviceDescription> devices,
-                Done done);
+  /// Of each only the permission and its explanation are found out.
+  DeviceInquiry(std::vector<ListedDevice> devices, Done done);
   void begin(RoutingCaller& caller);
   /// The time is up.
   void finish();
@@ -40,5 +40,10 @@ class DeviceInquiry : public std::enable_shared_from_this<DeviceInquiry> {
   std::size_t open_ = 1;  // the questions, and begin()
   bool isDone_ = false;
 };
+
+/// The devices with their classes; without an authority, as on a user's own root: whoever is served
+/// there may have every device.
+[[nodiscard]] std::vector<ListedDevice> classified(const RoutingAuthority* authority,
+                                                   std::vector<DeviceDescription> devices);
 
 }  // namespace router

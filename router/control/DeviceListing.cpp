@@ -47,9 +47,19 @@ void addClass(Entries& entries, const ListedDevice& listed) {
   entries.emplace_back(str("OrdinaryReports"), NSArray::arrayWithObjects(std::move(reports)));
 }
 
-std::shared_ptr<NSObject> objectOf(const ListedDevice& listed) {
-  const DeviceDescription& device = listed.device;
-  Entries entries;
+void addCollections(Entries& entries, const std::vector<Usage>& collections) {
+  if (collections.empty()) return;
+  std::vector<std::shared_ptr<NSObject>> list;
+  for (const Usage& each : collections) {
+    Entries usage;
+    add(usage, "UsagePage", each.page);
+    add(usage, "Usage", each.id);
+    list.push_back(NSDictionary::dictionaryWithEntries(std::move(usage)));
+  }
+  entries.emplace_back(str("Collections"), NSArray::arrayWithObjects(std::move(list)));
+}
+
+void addDescription(Entries& entries, const DeviceDescription& device) {
   add(entries, "Device", device.registryEntryID);
   add(entries, "Name", device.name);
   add(entries, "Bus", device.bus);
@@ -59,10 +69,6 @@ std::shared_ptr<NSObject> objectOf(const ListedDevice& listed) {
   if (!device.physicalPath.empty()) add(entries, "Path", device.physicalPath);
   if (!device.unique.empty()) add(entries, "Unique", device.unique);
   if (device.interface) add(entries, "Interface", *device.interface);
-  addClass(entries, listed);
-  add(entries, "Permission", std::string_view(nameOf(listed.permission)));
-  add(entries, "Explanation", listed.explanation);
-  return NSDictionary::dictionaryWithEntries(std::move(entries));
 }
 
 DevicePermission permissionNamed(std::string_view name) {
@@ -94,6 +100,17 @@ std::uint32_t smallNumberIn(const NSDictionary& dictionary, std::string_view key
   return static_cast<std::uint32_t>(numberIn(dictionary, key).value_or(0));
 }
 
+std::vector<Usage> collectionsIn(const NSDictionary& dictionary) {
+  std::vector<Usage> collections;
+  const auto list = objectCast<NSArray>(dictionary.objectForKey("Collections"));
+  if (list == nullptr) return collections;
+  list->enumerateObjects([&](const std::shared_ptr<NSObject>& member) {
+    if (const auto each = objectCast<NSDictionary>(member))
+      collections.push_back({smallNumberIn(*each, "UsagePage"), smallNumberIn(*each, "Usage")});
+  });
+  return collections;
+}
+
 ListedDevice deviceIn(const NSDictionary& dictionary) {
   ListedDevice listed;
   listed.device.registryEntryID = numberIn(dictionary, "Device").value_or(0);
@@ -109,6 +126,7 @@ ListedDevice deviceIn(const NSDictionary& dictionary) {
   listed.deviceClass = classIn(dictionary);
   listed.reason = textIn(dictionary, "Reason");
   listed.ordinaryReports = reportsIn(dictionary);
+  listed.collections = collectionsIn(dictionary);
   listed.permission = permissionNamed(textIn(dictionary, "Permission"));
   listed.explanation = textIn(dictionary, "Explanation");
   return listed;
@@ -122,10 +140,20 @@ const char* nameOf(DevicePermission permission) {
       ->second;
 }
 
+std::shared_ptr<NSDictionary> dictionaryOfDevice(const ListedDevice& listed) {
+  Entries entries;
+  addDescription(entries, listed.device);
+  addClass(entries, listed);
+  addCollections(entries, listed.collections);
+  add(entries, "Permission", std::string_view(nameOf(listed.permission)));
+  add(entries, "Explanation", listed.explanation);
+  return NSDictionary::dictionaryWithEntries(std::move(entries));
+}
+
 std::shared_ptr<NSDictionary> dictionaryOf(const std::vector<ListedDevice>& devices) {
   std::vector<std::shared_ptr<NSObject>> list;
   list.reserve(devices.size());
-  for (const ListedDevice& each : devices) list.push_back(objectOf(each));
+  for (const ListedDevice& each : devices) list.push_back(dictionaryOfDevice(each));
   return NSDictionary::dictionaryWithEntries(
       {{str("Devices"), NSArray::arrayWithObjects(std::move(list))}});
 }

@@ -11,6 +11,9 @@
 //     Class              string    "ordinary" or "sensitive"; missing where there are no classes
 //     Reason             string    the rule that decided the class; likewise
 //     OrdinaryReports    array     on a sensitive device, the IDs of its harmless reports
+//     Collections        array     what the device is for: the usages of its outermost collections,
+//                                  each a dictionary of the integers UsagePage and Usage; only in
+//                                  the device directory
 //     Permission         string    may the caller route it now: see DevicePermission
 //     Explanation        string    the same in words, and what would be needed
 //
@@ -28,6 +31,7 @@
 
 #include "platform/foundation/NSDictionary.h"
 #include "router/Devices.h"
+#include "router/ReportDescriptor.h"
 #include "router/policy/DeviceClass.h"
 
 namespace router {
@@ -45,6 +49,7 @@ struct ListedDevice {
   std::optional<DeviceClass> deviceClass{};
   std::string reason{};
   std::set<std::uint8_t> ordinaryReports{};
+  std::vector<Usage> collections{};
   DevicePermission permission = DevicePermission::Unknown;
   std::string explanation{};
   friend bool operator==(const ListedDevice&, const ListedDevice&) = default;
@@ -53,6 +58,9 @@ struct ListedDevice {
 [[nodiscard]] const char* nameOf(DevicePermission permission);
 [[nodiscard]] std::shared_ptr<platform::NSDictionary> dictionaryOf(
     const std::vector<ListedDevice>& devices);
+/// One of the array.
+[[nodiscard]] std::shared_ptr<platform::NSDictionary> dictionaryOfDevice(
+    const ListedDevice& listed);
 [[nodiscard]] std::vector<ListedDevice> listedDevicesIn(const platform::NSDictionary& dictionary);
 
 }  // namespace router

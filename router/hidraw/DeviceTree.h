@@ -15,9 +15,12 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "router/Devices.h"
 
 namespace router {
 
@@ -54,6 +57,9 @@ class DeviceTree {
   /// Of a device of the subsystem "hid". Never empty.
   [[nodiscard]] virtual std::optional<std::vector<std::uint8_t>> reportDescriptor(
       const std::string& path) const = 0;
+  /// Notices when devices come, go and change that matter to the router, once udev's rules have run
+  /// for them. Null if that is not possible.
+  [[nodiscard]] virtual std::unique_ptr<DeviceWatch> watch() const { return nullptr; }
 };
 
 }  // namespace router

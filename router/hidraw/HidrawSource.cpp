@@ -104,6 +104,12 @@ std::optional<DeviceFacts> HidrawSource::factsOf(std::uint64_t registryEntryID) 
   return found ? router::factsOf(*system_.tree, found->hid, found->hidraw) : std::nullopt;
 }
 
+std::optional<std::vector<std::uint8_t>> HidrawSource::reportDescriptorOf(
+    std::uint64_t registryEntryID) const {
+  const auto found = find(registryEntryID);
+  return found ? system_.tree->reportDescriptor(found->hid.path) : std::nullopt;
+}
+
 std::unique_ptr<OpenDevice> HidrawSource::open(std::uint64_t registryEntryID) const try {
   auto found = find(registryEntryID);
   if (!found) return nullptr;

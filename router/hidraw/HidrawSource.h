@@ -27,6 +27,11 @@ class HidrawSource final : public DeviceSource {
   std::vector<DeviceDescription> list(std::vector<std::string>* returnProblems) const override;
   [[nodiscard]] std::unique_ptr<OpenDevice> open(std::uint64_t registryEntryID) const override;
   [[nodiscard]] std::optional<DeviceFacts> factsOf(std::uint64_t registryEntryID) const override;
+  [[nodiscard]] std::optional<std::vector<std::uint8_t>> reportDescriptorOf(
+      std::uint64_t registryEntryID) const override;
+  [[nodiscard]] std::unique_ptr<DeviceWatch> watch() const override {
+    return system_.tree->watch();
+  }
 
  private:
   struct Found;

@@ -25,6 +25,7 @@ class UdevTree final : public DeviceTree {
                                                      const std::string& name) const override;
   [[nodiscard]] std::optional<std::vector<std::uint8_t>> reportDescriptor(
       const std::string& path) const override;
+  [[nodiscard]] std::unique_ptr<DeviceWatch> watch() const override;
 };
 
 }  // namespace router

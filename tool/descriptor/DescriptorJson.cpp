@@ -4,8 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "input/UsageNames.h"
 #include "tool/descriptor/UnitNames.h"
-#include "tool/routing/UsageNames.h"
 
 namespace tool {
 

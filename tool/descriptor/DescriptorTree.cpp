@@ -8,9 +8,9 @@
 #include <optional>
 #include <utility>
 
+#include "input/UsageNames.h"
 #include "platform/foundation/Format.h"
 #include "tool/descriptor/UnitNames.h"
-#include "tool/routing/UsageNames.h"
 
 namespace tool {
 
@@ -37,7 +37,7 @@ std::vector<DescriptorNode> takeNodes(const ReportDescriptor& descriptor,
 }
 
 std::string nameOf(std::uint32_t usage) {
-  return usageName(usage >> 16U, usage & 0xffffU);
+  return wlhid::usageName(usage >> 16U, usage & 0xffffU);
 }
 
 std::string bitsText(const ReportField& field) {
@@ -52,7 +52,7 @@ std::string contentsText(const ReportField& field) {
   const std::string names = usageNames(usagesOf(field));
   const std::string constant = field.constant ? "constant " : "";
   if (names.empty())
-    return constant + "without usage on the page " + usagePageName(field.usagePage);
+    return constant + "without usage on the page " + wlhid::usagePageName(field.usagePage);
   return constant + (field.variable ? "" : "any of ") + names;
 }
 

@@ -25,6 +25,9 @@ namespace {
 namespace fs = std::filesystem;
 using platform::SystemRoot;
 
+/// A tool asks the control service; of the directory it only needs to know whether it is there.
+constexpr const char* kDeviceDirectory = "com.quillmar.hideventrouter.devices";
+
 /// Where systemd looks for units, an administrator's first.
 constexpr std::array<std::string_view, 4> kUnitDirectories{
     "etc/systemd/system", "run/systemd/system", "lib/systemd/system", "usr/lib/systemd/system"};
@@ -113,6 +116,7 @@ SystemFindings takeSystemFindings(const SystemRoot& root, bool isInstalled) {
   SystemFindings findings{
       placeProblems(root),
       {socketUnit(root, "wlhid-router.socket", std::string(WLHIDEventRouterLabel)),
+       socketUnit(root, "wlhid-router-devices.socket", kDeviceDirectory),
        socketUnit(root, "wlhid-router-control.socket", std::string(router::kControlService))},
       socketUnit(root, "wlhid-jobd.socket", "jobd"),
       {},

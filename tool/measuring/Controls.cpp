@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <map>
 
-#include "tool/routing/UsageNames.h"
+#include "input/UsageNames.h"
 
 namespace tool {
 
@@ -26,7 +26,7 @@ bool hasName(const Usage& usage) {
 /// The keys that are no keys: no event, and the errors.
 bool isKey(const Usage& usage) {
   constexpr std::uint32_t kLastError = 3;
-  return hasName(usage) && (usage.page != kKeyboardPage || usage.id > kLastError);
+  return hasName(usage) && (usage.page != wlhid::kKeyboardPage || usage.id > kLastError);
 }
 
 class Collector {
@@ -64,7 +64,7 @@ class Collector {
     }
   }
   void add(Control control) {
-    control.name = usageName(control.usage.page, control.usage.id);
+    control.name = wlhid::usageName(control.usage.page, control.usage.id);
     const int count = ++names_[control.name];
     if (count > 1) control.name += " (" + std::to_string(count) + ")";
     controls_.push_back(std::move(control));

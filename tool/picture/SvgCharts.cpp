@@ -6,9 +6,9 @@
 #include <cmath>
 #include <limits>
 
+#include "input/UsageNames.h"
 #include "platform/foundation/Format.h"
 #include "tool/descriptor/UnitNames.h"
-#include "tool/routing/UsageNames.h"
 
 namespace tool {
 
@@ -148,7 +148,7 @@ class Touching {
  public:
   explicit Touching(const PictureData& data) {
     for (const router::Usage usage :
-         {router::Usage{kDigitizerPage, 0x42}, router::Usage{kButtonPage, 1}}) {
+         {router::Usage{wlhid::kDigitizerPage, 0x42}, router::Usage{wlhid::kButtonPage, 1}}) {
       const auto found = std::ranges::find_if(data.switches, [&](const SwitchTrack& track) {
         return track.control.usage == usage && !track.spans.empty();
       });
@@ -171,7 +171,7 @@ class Touching {
 /// The level of each report: from the pressure axis, or from what is down.
 std::vector<int> levelsOf(const PictureData& data) {
   std::vector<int> levels(data.reports.count(), 0);
-  const AxisTrack* pressure = axisWith(data, kDigitizerPage, 0x30);
+  const AxisTrack* pressure = axisWith(data, wlhid::kDigitizerPage, 0x30);
   if (pressure == nullptr || !pressure->moves()) {
     Touching touching(data);
     for (std::size_t i = 0; i < levels.size(); ++i)
@@ -296,8 +296,8 @@ std::vector<const SwitchTrack*> usedSwitches(const PictureData& data) {
 }
 
 std::optional<Chart> pathChart(const PictureData& data) {
-  const AxisTrack* x = axisWith(data, kGenericDesktopPage, 0x30);
-  const AxisTrack* y = axisWith(data, kGenericDesktopPage, 0x31);
+  const AxisTrack* x = axisWith(data, wlhid::kGenericDesktopPage, 0x30);
+  const AxisTrack* y = axisWith(data, wlhid::kGenericDesktopPage, 0x31);
   if (x == nullptr || y == nullptr || (!x->moves() && !y->moves())) return std::nullopt;
   const std::vector<PathPoint> points = pointsOf(*x, *y, levelsOf(data));
   if (points.size() < 2) return std::nullopt;

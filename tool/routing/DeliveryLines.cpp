@@ -10,9 +10,9 @@
 #include <string_view>
 #include <vector>
 
+#include "input/UsageNames.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "tool/command/Command.h"
-#include "tool/routing/UsageNames.h"
 
 namespace tool {
 
@@ -114,8 +114,8 @@ class JsonLines final : public DeliveryLines {
 
 /// A key or button that is not pressed: devices report all of them every time.
 bool isUp(const platform::HIDElementValueRecord& value) {
-  if (value.usagePage == kButtonPage) return value.integerValue == 0;
-  return value.usagePage == kKeyboardPage && (value.usage == 0 || value.integerValue == 0);
+  if (value.usagePage == wlhid::kButtonPage) return value.integerValue == 0;
+  return value.usagePage == wlhid::kKeyboardPage && (value.usage == 0 || value.integerValue == 0);
 }
 
 constexpr std::size_t kIndent = 24;  // the column where bytes and values begin
@@ -128,7 +128,7 @@ bool isVendorDefined(const platform::HIDElementValueRecord& value) {
 }
 
 std::string shownValue(const platform::HIDElementValueRecord& value) {
-  std::string shown = usageName(value.usagePage, value.usage) + "=";
+  std::string shown = wlhid::usageName(value.usagePage, value.usage) + "=";
   if (value.bytes.size() > sizeof value.integerValue) {
     appendHexadecimal(shown, value.bytes, "");
   } else {
@@ -154,7 +154,7 @@ std::vector<std::string> shownValues(const Records& records) {
   for (std::size_t at = 0; at < records.size();) {
     const std::size_t run = vendorRun(records, at);
     if (run >= kLongRun) {
-      const std::string name = usageName(records[at].usagePage, records[at].usage);
+      const std::string name = wlhid::usageName(records[at].usagePage, records[at].usage);
       pieces.push_back(name.substr(0, name.find('/')) + "=(" + std::to_string(run) +
                        " vendor-defined values)");
       at += run;
@@ -179,7 +179,7 @@ class TextLines final : public DeliveryLines {
 
   void appendStatus(std::string& out, WLHIDEventRouterClientStatus status) override {
     appendHead(out, "status");
-    out += statusName(status);
+    out += wlhid::statusName(status);
     out += '\n';
   }
 
@@ -259,22 +259,6 @@ std::unique_ptr<DeliveryLines> jsonDeliveryLines() {
 std::unique_ptr<DeliveryLines> textDeliveryLines(std::function<std::chrono::microseconds()> clock,
                                                  std::function<std::size_t()> columns) {
   return std::make_unique<TextLines>(std::move(clock), std::move(columns));
-}
-
-std::string statusName(WLHIDEventRouterClientStatus status) {
-  switch (status) {
-    case WLHIDEventRouterClientStatusIdle:
-      return "idle";
-    case WLHIDEventRouterClientStatusRouterUnavailable:
-      return "router not installed";
-    case WLHIDEventRouterClientStatusOpening:
-      return "opening";
-    case WLHIDEventRouterClientStatusFailed:
-      return "failed";
-    case WLHIDEventRouterClientStatusRouting:
-      return "routing";
-  }
-  return "status " + std::to_string(static_cast<std::uint64_t>(status));
 }
 
 }  // namespace tool

@@ -47,7 +47,4 @@ class DeliveryLines {
 [[nodiscard]] std::unique_ptr<DeliveryLines> textDeliveryLines(
     std::function<std::chrono::microseconds()> clock, std::function<std::size_t()> columns);
 
-/// "opening", "routing"; "status 7" for an unknown number.
-[[nodiscard]] std::string statusName(WLHIDEventRouterClientStatus status);
-
 }  // namespace tool

@@ -12,11 +12,9 @@
 //   another user's, or none  asked; after a no both are answered alike
 //
 // A client whose session was ended is told so when it asks again by itself, once.
-#include <sys/syscall.h>
-
 #include <map>
 
-#include "RouterFixture.h"
+#include "ServiceFixture.h"
 #include "router/control/ControlProtocol.h"
 #include "router/control/DeviceListing.h"
 #include "tests/support/OtherUser.h"
@@ -30,78 +28,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 constexpr const char* kSlow = "E: 0.0 2 07 01\nE: 100000.0 2 07 02\n";
-
-/// Connects to sockets by the names of their services, as a user of the test's choice.
-class Endpoints final : public platform::ServiceEndpoints {
- public:
-  explicit Endpoints(std::map<std::string, std::string, std::less<>> paths)
-      : paths_(std::move(paths)) {}
-
-  platform::ServiceConnectResult connectToService(std::string_view service) override {
-    using Outcome = platform::ServiceConnectResult::Outcome;
-    const auto path = paths_.find(service);
-    if (path == paths_.end()) return {Outcome::UnknownName, -1, "no such service"};
-    // The kernel's call concerns this thread only.
-    const uid_t before = ::geteuid();
-    ::syscall(SYS_setresuid, -1, user.load(), -1);
-    const int descriptor =
-        platform::connectUnixSocket(path->second, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK);
-    ::syscall(SYS_setresuid, -1, before, -1);
-    if (descriptor < 0) return {Outcome::UnknownName, -1, "the endpoint takes no connection"};
-    return {Outcome::Connected, descriptor, ""};
-  }
-
-  std::atomic<uid_t> user{::geteuid()};
-
- private:
-  const std::map<std::string, std::string, std::less<>> paths_;
-};
-
-/// Permits every routing; answers a preview and an end as the test says.
-class PresetAuthority final : public router::RoutingAuthority,
-                              public std::enable_shared_from_this<PresetAuthority> {
- public:
-  std::shared_ptr<router::RoutingCaller> callerOf(const platform::NSXPCConnection&) override {
-    return std::make_shared<Caller>(shared_from_this());
-  }
-  std::optional<router::Classification> classOf(const router::DeviceDescription&) const override {
-    return router::Classification{router::DeviceClass::Sensitive, "it has keys", {2, 5}};
-  }
-
-  std::map<std::uint64_t, router::RoutingAnswer> previews;  // no answer for the others
-  bool isUndecided = false;                                 // does not answer a start request
-  router::RoutingAnswer end{false, "not permitted: nobody may", {}};
-  routertest::LineLog asked;
-
- private:
-  class Caller final : public router::RoutingCaller {
-   public:
-    explicit Caller(std::shared_ptr<PresetAuthority> authority)
-        : authority_(std::move(authority)) {}
-    std::unique_ptr<router::RoutingPermit> ask(const router::RoutingRequest& request,
-                                               Decided decided, Revoked) override {
-      if (!request.isPreview) {
-        authority_->asked.add("start");
-        if (!authority_->isUndecided) decided({true, {}, router::allReports()});
-      } else if (const auto answer = authority_->previews.find(request.device.registryEntryID);
-                 answer != authority_->previews.end()) {
-        decided(answer->second);
-      }
-      return std::make_unique<router::RoutingPermit>();
-    }
-    std::unique_ptr<router::RoutingPermit> askToEnd(std::uint64_t session,
-                                                    Decided decided) override {
-      authority_->asked.add("end " + std::to_string(session));
-      decided(authority_->end);
-      return std::make_unique<router::RoutingPermit>();
-    }
-    [[nodiscard]] std::string program() const override { return "/usr/bin/pen"; }
-    [[nodiscard]] std::string unit() const override { return "pen.scope"; }
-
-   private:
-    const std::shared_ptr<PresetAuthority> authority_;
-  };
-};
 
 /// One connection to the control service. Each call waits for its reply.
 class ControlClient {
@@ -175,53 +101,14 @@ class ControlClient {
   const std::shared_ptr<platform::NSXPCConnection> connection_;
 };
 
-class RouterControl : public routertest::RouterFixture {
+class RouterControl : public routertest::ServiceFixture {
  protected:
-  void SetUp() override {
-    ::chmod(directory_.c_str(), 0755);
-    endpoints_ = std::make_shared<Endpoints>(std::map<std::string, std::string, std::less<>>{
-        {std::string(WLHIDEventRouterLabel), (directory_ / "router.sock").string()},
-        {std::string(router::kControlService), (directory_ / "control.sock").string()}});
-    previous_ = platform::serviceEndpoints().exchange(endpoints_);
-  }
-  void TearDown() override {
-    router_.reset();
-    platform::serviceEndpoints().exchange(previous_);
-  }
-  [[nodiscard]] std::shared_ptr<platform::NSXPCListener> listener(const char* name) const {
-    const auto path = (directory_ / name).string();
-    const int socket =
-        platform::listenUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 64, 0666);
-    EXPECT_GE(socket, 0);
-    return platform::NSXPCListener::initWithListeningDescriptor(socket);
-  }
-  void start(std::shared_ptr<router::RoutingAuthority> authority,
-             const router::RouterLimits& limits = {}) {
-    router::RouterOptions options;
-    options.idleLimit = std::chrono::hours(1);
-    options.limits = limits;
-    options.authority = std::move(authority);
-    options.log = [log = routerLog_](std::string_view line) { log->add(std::string(line)); };
-    options.control = listener("control.sock");
-    router_ = std::make_unique<router::Router>(root(), listener("router.sock"), options);
-    router_->resume();
-  }
-  /// On a root whose users are not each other's.
-  void startShared(const router::RouterLimits& limits = {}) { start(authority_, limits); }
-  /// Connections that are made from now on are that user's.
-  void actAs(uid_t user) { endpoints_->user = user; }
   /// The number of the only session that the caller sees.
   static std::uint64_t numberOfOnly(ControlClient& control) {
     const auto sessions = control.status().sessions;
     EXPECT_EQ(sessions.size(), 1U);
     return sessions.empty() ? 0 : sessions.front().number;
   }
-
-  std::shared_ptr<Endpoints> endpoints_;
-  const std::shared_ptr<PresetAuthority> authority_ = std::make_shared<PresetAuthority>();
-
- private:
-  std::shared_ptr<platform::ServiceEndpoints> previous_;
 };
 
 TEST_F(RouterControl, TheStatusIsThatOfTheMoment) {

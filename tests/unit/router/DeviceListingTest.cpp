@@ -32,6 +32,7 @@ ListedDevice pen() {
   listed.deviceClass = DeviceClass::Sensitive;
   listed.reason = "it has keys";
   listed.ordinaryReports = {0, 2, 255};
+  listed.collections = {{1, 2}, {0xd, 2}};
   listed.permission = DevicePermission::Partly;
   listed.explanation = "you may";
   return listed;

@@ -261,14 +261,5 @@ TEST_F(TextDeliveryLinesTest, KeepsAnErrorOnItsLine) {
   EXPECT_EQ(out, "    0.000  error   gone\\x0afor good  HIDEventRouterDomain -536870208\n");
 }
 
-TEST(StatusName, NamesEveryStatusAndNumbersOthers) {
-  EXPECT_EQ(statusName(WLHIDEventRouterClientStatusIdle), "idle");
-  EXPECT_EQ(statusName(WLHIDEventRouterClientStatusRouterUnavailable), "router not installed");
-  EXPECT_EQ(statusName(WLHIDEventRouterClientStatusOpening), "opening");
-  EXPECT_EQ(statusName(WLHIDEventRouterClientStatusRouting), "routing");
-  EXPECT_EQ(statusName(WLHIDEventRouterClientStatusFailed), "failed");
-  EXPECT_EQ(statusName(static_cast<WLHIDEventRouterClientStatus>(7)), "status 7");
-}
-
 }  // namespace
 }  // namespace tool

@@ -78,12 +78,15 @@ class SystemFindingsTest : public SystemVerbTest {
 TEST_F(SystemFindingsTest, AnEmptyRootHasNoSocketsAndNothingWrongWithItsPlaces) {
   const SystemFindings found = findings(/*isInstalled=*/true);
   EXPECT_TRUE(found.placeProblems.empty());
-  ASSERT_EQ(found.routerSockets.size(), 2U);
+  ASSERT_EQ(found.routerSockets.size(), 3U);
   EXPECT_EQ(found.routerSockets[0].name, "wlhid-router.socket");
   EXPECT_EQ(found.routerSockets[0].endpoint.path,
             (root_.path() / "run/wlhid/com.quillmar.hideventrouter.sock").string());
-  EXPECT_EQ(found.routerSockets[1].name, "wlhid-router-control.socket");
+  EXPECT_EQ(found.routerSockets[1].name, "wlhid-router-devices.socket");
   EXPECT_EQ(found.routerSockets[1].endpoint.path,
+            (root_.path() / "run/wlhid/com.quillmar.hideventrouter.devices.sock").string());
+  EXPECT_EQ(found.routerSockets[2].name, "wlhid-router-control.socket");
+  EXPECT_EQ(found.routerSockets[2].endpoint.path,
             (root_.path() / "run/wlhid/com.quillmar.hideventrouter.control.sock").string());
   EXPECT_EQ(found.daemonSocket.name, "wlhid-jobd.socket");
   EXPECT_EQ(found.daemonSocket.endpoint.path, root_.controlEndpoint().string());
@@ -195,9 +198,10 @@ TEST_F(SystemFindingsTest, AReportShowsStatesButNoNames) {
   inventory.system->authorities.session = session;
   const nlohmann::ordered_json shown = shownRoot(inventory)["system"];
   EXPECT_EQ(shown["placesWithProblems"], 0);
-  EXPECT_EQ(shown["sockets"].size(), 3U);
-  EXPECT_EQ(shown["sockets"][1]["unit"], "missing");
-  EXPECT_EQ(shown["sockets"][1]["mayConnect"], true);
+  EXPECT_EQ(shown["sockets"].size(), 4U);
+  EXPECT_EQ(shown["sockets"][1]["mayConnect"], false);
+  EXPECT_EQ(shown["sockets"][2]["unit"], "missing");
+  EXPECT_EQ(shown["sockets"][2]["mayConnect"], true);
   EXPECT_EQ(shown["routerAsked"], true);
   EXPECT_EQ(shown["busHasProblem"], true);
   EXPECT_EQ(shown["loginSession"],
@@ -221,8 +225,8 @@ TEST_F(SystemFindingsTest, DoctorChecksWhatTheSystemsOwnRootNeeds) {
   for (const auto& check : json["checks"]) names.push_back(check["name"]);
   EXPECT_EQ(names, (std::vector<std::string>{"system root", "job", "own copy", "installed copy",
                                              "versions", "running router", "endpoint", "endpoint",
-                                             "job daemon", "polkit", "login session", "devices",
-                                             "log", "disk"}));
+                                             "endpoint", "job daemon", "polkit", "login session",
+                                             "devices", "log", "disk"}));
   EXPECT_EQ(json["checks"][0]["state"], "passed");
 }
 

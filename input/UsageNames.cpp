@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "tool/routing/UsageNames.h"
+#include "input/UsageNames.h"
 
 #include <algorithm>
 #include <array>
 #include <span>
 #include <string_view>
 
-namespace tool {
+namespace wlhid {
 
 namespace {
 
@@ -270,4 +270,4 @@ std::string usageName(std::uint32_t usagePage, std::uint32_t usage) {
   return numbers;
 }
 
-}  // namespace tool
+}  // namespace wlhid

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "tool/routing/UsageNames.h"
+#include "input/UsageNames.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 
 #include "platform/foundation/Format.h"
 
-namespace tool {
+namespace wlhid {
 namespace {
 
 using platform::stringWithFormat;
@@ -115,4 +115,4 @@ TEST(UsageName, FallsBackToNumbers) {
 }
 
 }  // namespace
-}  // namespace tool
+}  // namespace wlhid

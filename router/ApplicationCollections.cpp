@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "router/ApplicationCollections.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "router/DescriptorItems.h"
+#include "router/RouterLimits.h"
+
+namespace router {
+
+namespace {
+
+// Tags, per type of item.
+constexpr std::uint8_t kCollection = 0xa;
+constexpr std::uint8_t kEndCollection = 0xc;
+constexpr std::uint8_t kUsagePage = 0x0;
+constexpr std::uint8_t kPush = 0xa;
+constexpr std::uint8_t kPop = 0xb;
+constexpr std::uint8_t kUsage = 0x0;
+constexpr std::uint8_t kUsageMinimum = 0x1;
+constexpr std::uint8_t kWithPage = 4;  // bytes
+constexpr std::uint32_t kLargestPart = 0xffff;
+
+class Outline {
+ public:
+  void take(const DescriptorItem& item) {
+    switch (item.type) {
+      case DescriptorItemType::Main:
+        return takeMain(item);
+      case DescriptorItemType::Global:
+        return takeGlobal(item);
+      case DescriptorItemType::Local:
+        return takeLocal(item);
+      case DescriptorItemType::Reserved:
+        return;
+    }
+  }
+  [[nodiscard]] bool isFull() const { return found_.size() >= RouterLimits::kListedCollections; }
+  [[nodiscard]] std::vector<Usage> found() && { return std::move(found_); }
+
+ private:
+  void takeMain(const DescriptorItem& item) {
+    if (item.tag == kCollection && depth_++ == 0) note();
+    if (item.tag == kEndCollection && depth_ > 0) --depth_;
+    usage_.reset();
+  }
+  void takeGlobal(const DescriptorItem& item) {
+    if (item.tag == kUsagePage) page_ = item.value & kLargestPart;
+    if (item.tag == kPush && pushed_.size() < RouterLimits::kGlobalStackDepth)
+      pushed_.push_back(page_);
+    if (item.tag == kPop && !pushed_.empty()) {
+      page_ = pushed_.back();
+      pushed_.pop_back();
+    }
+  }
+  void takeLocal(const DescriptorItem& item) {
+    if (item.tag == kUsage || item.tag == kUsageMinimum) usage_ = usage_.value_or(item);
+  }
+  /// A usage without a page has the one that is in force at the collection.
+  void note() {
+    const std::uint32_t value = usage_ ? usage_->value : 0;
+    const bool hasPage = usage_ && usage_->size == kWithPage;
+    const Usage usage{hasPage ? value >> 16U : page_, value & kLargestPart};
+    if (!isFull() && std::find(found_.begin(), found_.end(), usage) == found_.end())
+      found_.push_back(usage);
+  }
+
+  std::vector<Usage> found_;
+  std::size_t depth_ = 0;
+  std::uint32_t page_ = 0;
+  std::vector<std::uint32_t> pushed_;
+  std::optional<DescriptorItem> usage_;  // the first since the last main item
+};
+
+}  // namespace
+
+std::vector<Usage> applicationCollections(std::span<const std::uint8_t> reportDescriptor) {
+  Outline outline;
+  DescriptorItemReader reader(reportDescriptor);
+  try {
+    for (DescriptorItem item; !outline.isFull() && reader.next(&item);) outline.take(item);
+  } catch (const ReportDescriptorError&) {
+  }
+  return std::move(outline).found();
+}
+
+}  // namespace router
