@@ -7,6 +7,7 @@
 
 #include "platform/services/RootFiles.h"
 #include "platform/system/Journal.h"
+#include "router-client/WLHIDEventRouterProtocols.h"
 #include "router/RoutedDevices.h"
 #include "router/SystemLog.h"
 #include "router/policy/Grants.h"

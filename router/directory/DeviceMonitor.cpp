@@ -89,14 +89,21 @@ void DeviceMonitor::run() {
 bool DeviceMonitor::waitForChange() {
   std::vector<pollfd> polls{{stop_.descriptor(), POLLIN, 0}};
   for (const auto& watch : watches_) polls.push_back({watch->descriptor(), POLLIN, 0});
-  const int limit = watchesAll_ ? -1 : static_cast<int>(limits_.directoryPoll.count());
   while (!stop_.isRaised()) {
-    const int ready = ::poll(polls.data(), polls.size(), limit);
+    const int ready = ::poll(polls.data(), polls.size(), patience());
     if (stop_.isRaised()) break;
-    if (ready > 0 && takeChanges()) return true;
-    if (ready == 0 && hasSubscribers()) return true;
+    const bool isChange = ready > 0 && takeChanges();
+    if (ready != 0 && !isChange) continue;
+    isSettling_ = isChange;
+    if (isChange || hasSubscribers()) return true;
   }
   return false;
+}
+
+/// For poll(2).
+int DeviceMonitor::patience() const {
+  if (isSettling_) return static_cast<int>(limits_.directorySettling.count());
+  return watchesAll_ ? -1 : static_cast<int>(limits_.directoryPoll.count());
 }
 
 bool DeviceMonitor::takeChanges() {

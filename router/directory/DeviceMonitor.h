@@ -7,8 +7,7 @@
 // Ownership: owns one thread from the first subscription on. A subscription lasts until its token
 //   goes; one notice may still be on its way then.
 // Errors: those of the sources are theirs to report; while they cannot list, the last list stays.
-//   Where changes cannot be watched, the devices
-//   are listed from time to time.
+//   Where changes cannot be watched, the devices are listed from time to time.
 // Order: a subscriber that is told finds the change in devices(). What changed before subscribe()
 //   returned is in devices() afterwards; whatever changes later is told.
 #pragma once
@@ -54,6 +53,7 @@ class DeviceMonitor : public std::enable_shared_from_this<DeviceMonitor> {
   void begin();
   void run();
   bool waitForChange();
+  [[nodiscard]] int patience() const;
   bool takeChanges();
   bool list();
   void tell();
@@ -65,7 +65,8 @@ class DeviceMonitor : public std::enable_shared_from_this<DeviceMonitor> {
   std::once_flag begun_;
   StopSignal stop_;
   std::vector<std::unique_ptr<DeviceWatch>> watches_;  // the monitor's thread's
-  bool watchesAll_ = true;
+  bool watchesAll_ = true;                             // the monitor's thread's
+  bool isSettling_ = true;                             // the monitor's thread's
   mutable std::mutex mutex_;
   std::shared_ptr<const Devices> devices_ = std::make_shared<const Devices>();
   std::map<std::uint64_t, std::function<void()>> subscribers_;

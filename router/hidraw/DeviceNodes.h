@@ -24,6 +24,9 @@ class DeviceNodes {
   virtual ~DeviceNodes() = default;
   /// Opens "/dev/NAME" for reading, without blocking and without following a symbolic link.
   [[nodiscard]] virtual platform::FileDescriptor open(const std::string& node) const = 0;
+  /// Whether this process may open it for reading, without opening it, which can wake a device.
+  /// Does not throw.
+  [[nodiscard]] virtual bool mayRead(const std::string& node) const = 0;
   /// Which device was opened; nothing if it is no character device.
   [[nodiscard]] virtual std::optional<dev_t> numberOf(int descriptor) const = 0;
   /// Of an open hidraw node.

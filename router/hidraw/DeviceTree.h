@@ -13,6 +13,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -31,14 +32,16 @@ struct SystemDevice {
   std::string type;            ///< "usb_interface", …; empty in most subsystems
   std::string node;            ///< "/dev/hidraw0"; empty if it has none
   dev_t number = 0;            ///< of the node
-  bool isInitialized = false;  ///< whether udev's rules have run for it
+  bool isInitialized = false;  ///< whether udev has recorded it, having applied its rules
+  /// Since it was recorded for the first time. What the rules start (setfacl) runs only then.
+  std::chrono::microseconds age{0};
   std::map<std::string, std::string> properties;
 };
 
 class DeviceTree {
  public:
   virtual ~DeviceTree() = default;
-  /// Those whose rules have run, so that their nodes have their final permissions.
+  /// Those that udev has recorded.
   [[nodiscard]] virtual std::vector<SystemDevice> initialized(
       const std::string& subsystem) const = 0;
   /// Those below a path, at any depth, whether or not their rules have run.
@@ -57,8 +60,8 @@ class DeviceTree {
   /// Of a device of the subsystem "hid". Never empty.
   [[nodiscard]] virtual std::optional<std::vector<std::uint8_t>> reportDescriptor(
       const std::string& path) const = 0;
-  /// Notices when devices come, go and change that matter to the router, once udev's rules have run
-  /// for them. Null if that is not possible.
+  /// Notices when devices come, go and change that matter to the router. Null if that is not
+  /// possible.
   [[nodiscard]] virtual std::unique_ptr<DeviceWatch> watch() const { return nullptr; }
 };
 

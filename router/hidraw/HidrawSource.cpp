@@ -39,6 +39,11 @@ std::optional<std::uint32_t> interfaceOf(const DeviceTree& tree, const SystemDev
   return number;
 }
 
+/// Whether udev has done all that it does for the device.
+bool isReady(const DeviceNodes& nodes, const SystemDevice& hidraw) {
+  return hidraw.age >= RouterLimits::kUdevTime || nodes.mayRead(hidraw.node);
+}
+
 }  // namespace
 
 /// Nothing, with the reason, if it cannot be listed; without a reason, if it is being removed.
@@ -74,6 +79,7 @@ std::vector<DeviceDescription> HidrawSource::list(std::vector<std::string>* retu
     try {
   std::vector<DeviceDescription> devices;
   for (SystemDevice& hidraw : system_.tree->initialized("hidraw")) {
+    if (!isReady(*system_.nodes, hidraw)) continue;
     std::string problem;
     const auto found = identify(std::move(hidraw), &problem);
     if (found && system_.tree->reportDescriptor(found->hid.path)) {

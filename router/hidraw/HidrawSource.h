@@ -2,8 +2,9 @@
 
 // The computer's HID devices, by way of the kernel's hidraw nodes.
 //
-// A device is listed once udev's rules have run for it, so what is listed can be opened if this
-// process has been given the right to. Listing needs no right.
+// A device is listed once it can be opened, since udev gives this process the right to a node only
+// after it has recorded the device; one that cannot be opened by then is listed after a second.
+// Listing needs no right.
 //
 // A registry entry ID is made of the number in the kernel's name of the HID device (HidName.h): it
 // is the same for every process, outlives a restart of the router, and is never used again while

@@ -32,6 +32,14 @@ platform::FileDescriptor KernelNodes::open(const std::string& node) const {
   return opened;
 }
 
+bool KernelNodes::mayRead(const std::string& node) const try {
+  const TrustedPlace place = openDirectoryOf(node, "/dev");
+  return ::faccessat(place.directory.get(), place.name.c_str(), R_OK,
+                     AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0;
+} catch (const std::system_error&) {
+  return false;
+}
+
 std::optional<dev_t> KernelNodes::numberOf(int descriptor) const {
   struct stat status {};
   if (::fstat(descriptor, &status) != 0 || !S_ISCHR(status.st_mode)) return std::nullopt;

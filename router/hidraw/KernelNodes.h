@@ -15,6 +15,7 @@ namespace router {
 class KernelNodes final : public DeviceNodes {
  public:
   [[nodiscard]] platform::FileDescriptor open(const std::string& node) const override;
+  [[nodiscard]] bool mayRead(const std::string& node) const override;
   [[nodiscard]] std::optional<dev_t> numberOf(int descriptor) const override;
   [[nodiscard]] std::vector<std::uint8_t> reportDescriptor(int descriptor) const override;
   void grab(int descriptor) const override;

@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <libudev.h>
 
-#include <array>
 #include <cerrno>
 #include <memory>
 #include <system_error>
@@ -23,15 +22,10 @@ struct Release {
   void operator()(udev* object) const { udev_unref(object); }
   void operator()(udev_device* object) const { udev_device_unref(object); }
   void operator()(udev_enumerate* object) const { udev_enumerate_unref(object); }
-  void operator()(udev_monitor* object) const { udev_monitor_unref(object); }
 };
 using Udev = std::unique_ptr<udev, Release>;
 using UdevDevice = std::unique_ptr<udev_device, Release>;
 using UdevEnumerate = std::unique_ptr<udev_enumerate, Release>;
-using UdevMonitor = std::unique_ptr<udev_monitor, Release>;
-
-/// Whose devices decide what is listed, and with which class.
-constexpr std::array kWatchedSubsystems{"hidraw", "hid", "input"};
 
 [[noreturn]] void failToList(int error) {
   const std::error_code code(error, std::generic_category());
@@ -62,6 +56,7 @@ SystemDevice describe(udev_device* device) {
   result.node = orEmpty(udev_device_get_devnode(device));
   result.number = udev_device_get_devnum(device);
   result.isInitialized = udev_device_get_is_initialized(device) > 0;
+  result.age = std::chrono::microseconds(udev_device_get_usec_since_initialized(device));
   udev_list_entry* entry = nullptr;
   udev_list_entry_foreach(entry, udev_device_get_properties_list_entry(device)) {
     result.properties[orEmpty(udev_list_entry_get_name(entry))] =
@@ -102,35 +97,7 @@ std::optional<std::vector<std::uint8_t>> contentOf(const std::string& path, std:
   return std::nullopt;
 }
 
-class UdevWatch final : public DeviceWatch {
- public:
-  UdevWatch(Udev udev, UdevMonitor monitor)
-      : udev_(std::move(udev)), monitor_(std::move(monitor)) {}
-  [[nodiscard]] int descriptor() const override { return udev_monitor_get_fd(monitor_.get()); }
-  bool take() override {
-    bool any = false;
-    while (const UdevDevice device{udev_monitor_receive_device(monitor_.get())}) any = true;
-    // What was lost, because there was too much of it, may have been a change.
-    return any || (errno != EAGAIN && errno != EINTR);
-  }
-
- private:
-  const Udev udev_;
-  const UdevMonitor monitor_;
-};
-
 }  // namespace
-
-std::unique_ptr<DeviceWatch> UdevTree::watch() const {
-  Udev udev(udev_new());
-  if (udev == nullptr) return nullptr;
-  UdevMonitor monitor(udev_monitor_new_from_netlink(udev.get(), "udev"));
-  if (monitor == nullptr) return nullptr;
-  for (const char* subsystem : kWatchedSubsystems)
-    udev_monitor_filter_add_match_subsystem_devtype(monitor.get(), subsystem, nullptr);
-  if (udev_monitor_enable_receiving(monitor.get()) < 0) return nullptr;
-  return std::make_unique<UdevWatch>(std::move(udev), std::move(monitor));
-}
 
 std::vector<SystemDevice> UdevTree::initialized(const std::string& subsystem) const {
   const Udev udev = openUdev();

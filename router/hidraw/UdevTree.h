@@ -8,6 +8,7 @@
 #pragma once
 
 #include "router/hidraw/DeviceTree.h"
+#include "router/hidraw/NodeWatch.h"
 
 namespace router {
 
@@ -25,7 +26,7 @@ class UdevTree final : public DeviceTree {
                                                      const std::string& name) const override;
   [[nodiscard]] std::optional<std::vector<std::uint8_t>> reportDescriptor(
       const std::string& path) const override;
-  [[nodiscard]] std::unique_ptr<DeviceWatch> watch() const override;
+  [[nodiscard]] std::unique_ptr<DeviceWatch> watch() const override { return NodeWatch::begin(); }
 };
 
 }  // namespace router

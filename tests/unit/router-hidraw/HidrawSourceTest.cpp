@@ -42,6 +42,23 @@ TEST_F(HidrawSourceTest, DescribesADeviceAsTheKernelDoes) {
   EXPECT_THAT(nodes_->openNodes(), IsEmpty()) << "listing opens nothing";
 }
 
+TEST_F(HidrawSourceTest, ADeviceIsListedOnceItCanBeOpened) {
+  hidraw().age = std::chrono::milliseconds(3);
+  nodes_->nodes["/dev/hidraw3"].openError = EACCES;
+  EXPECT_THAT(list(), IsEmpty()) << "udev has yet to give the right";
+  EXPECT_THAT(problems_, IsEmpty());
+  nodes_->nodes["/dev/hidraw3"].openError = 0;
+  EXPECT_EQ(list().size(), 1U);
+}
+
+TEST_F(HidrawSourceTest, ADeviceThatCannotBeOpenedIsListedAfterASecond) {
+  nodes_->nodes["/dev/hidraw3"].openError = EACCES;
+  hidraw().age = std::chrono::microseconds(999'999);
+  EXPECT_THAT(list(), IsEmpty());
+  hidraw().age = std::chrono::seconds(1);
+  EXPECT_EQ(list().size(), 1U);
+}
+
 TEST_F(HidrawSourceTest, WhatADeviceDoesNotSayIsLeftOpen) {
   tree_->at(kHid).properties.clear();
   tree_->remove(kInterface);

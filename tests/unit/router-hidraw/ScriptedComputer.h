@@ -43,6 +43,7 @@ class ScriptedTree final : public router::DeviceTree {
     device.subsystem = subsystem;
     device.type = type;
     device.isInitialized = true;
+    device.age = std::chrono::hours(1);
     return device;
   }
   SystemDevice& addNode(const std::string& path, const std::string& subsystem,
@@ -171,6 +172,10 @@ class ScriptedNodes final : public router::DeviceNodes {
     ::fcntl(ends[1], F_SETPIPE_SZ, 1 << 20);  // room for more reports
     open_[ends[0]] = {node, FileDescriptor(ends[1]), false};
     return FileDescriptor(ends[0]);
+  }
+  [[nodiscard]] bool mayRead(const std::string& node) const override {
+    const auto found = nodes.find(node);
+    return found != nodes.end() && found->second.openError == 0;
   }
   [[nodiscard]] std::optional<dev_t> numberOf(int descriptor) const override {
     return nodeOf(descriptor).number;

@@ -9,7 +9,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/sysmacros.h>
@@ -344,28 +343,6 @@ TEST_F(UdevTreeTest, AnEmptyReportDescriptorIsNone) {
   large += 'x';
   umockdev_testbed_set_attribute(testbed_, hid_.c_str(), "report_descriptor", large.c_str());
   EXPECT_FALSE(tree_.reportDescriptor(hid_)) << "too large";
-}
-
-TEST_F(UdevTreeTest, AnnouncementsOfUdevAreNoticed) {
-  const auto watch = source_.watch();
-  ASSERT_NE(watch, nullptr);
-  EXPECT_FALSE(watch->take()) << "nothing has happened yet";
-  for (const char* action : {"add", "change", "remove"}) {
-    umockdev_testbed_uevent(testbed_, (hid_ + "/hidraw/hidraw2").c_str(), action);
-    pollfd poll{watch->descriptor(), POLLIN, 0};
-    EXPECT_EQ(::poll(&poll, 1, 30'000), 1) << action;
-    EXPECT_TRUE(watch->take()) << action;
-    EXPECT_FALSE(watch->take()) << action;
-  }
-}
-
-TEST_F(UdevTreeTest, OnlyDevicesThatMatterAreNoticed) {
-  const auto watch = source_.watch();
-  ASSERT_NE(watch, nullptr);
-  umockdev_testbed_uevent(testbed_, "/sys/devices/pci0000:00/usb1/1-2", "change");
-  EXPECT_FALSE(watch->take());
-  umockdev_testbed_uevent(testbed_, (hid_ + "/input/input4/event4").c_str(), "add");
-  EXPECT_TRUE(watch->take());
 }
 
 TEST_F(UdevTreeTest, ALinkInPlaceOfANodeIsNotFollowed) {

@@ -175,6 +175,18 @@ TEST_F(DeviceMonitorTest, WhereChangesCannotBeWatchedTheDevicesAreListedFromTime
   EXPECT_EQ(ids(), (IDs{1}));
 }
 
+TEST_F(DeviceMonitorTest, WhatWasNotReadyAtAChangeIsFoundSoonAfterwards) {
+  limits_.directorySettling = std::chrono::milliseconds(200);
+  const auto subscription = monitor().subscribe(listener_.function());
+  for (const IDs& ids : {IDs{1}, IDs{1, 2}}) {
+    const int before = computer_.listings;
+    computer_.notice();
+    while (computer_.listings == before) std::this_thread::yield();
+    computer_.setDevices(ids);  // without a notice
+    EXPECT_TRUE(listener_.isTold(static_cast<int>(ids.size())));
+  }
+}
+
 TEST_F(DeviceMonitorTest, CanBeStoppedBeforeItHasBegun) {
   monitor().stop();
   const auto subscription = monitor().subscribe(listener_.function());
