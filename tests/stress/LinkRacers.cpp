@@ -5,16 +5,12 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 #include <new>
 #include <random>
-#include <stdexcept>
 
 #include "platform/services/FileDescriptor.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -153,25 +149,16 @@ LinkRacers::LinkRacers(const RacePlan& plan)
 }
 
 void LinkRacers::start(const RacePlan& plan, Race race) {
-  const pid_t process = ::fork();
-  if (process < 0) throw std::runtime_error("cannot start a racer");
-  if (process == 0) {
-    if (becomeUser(plan.user)) {
-      // After the change of user, which resets it.
-      ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-      ::umask(0);
-      race(plan, *counts_);
-    }
-    ::_exit(1);
-  }
-  processes_.push_back(process);
+  processes_.emplace_back([&] {
+    if (!becomeUser(plan.user)) ::_exit(1);
+    testsupport::ChildProcess::dieWithParent();
+    ::umask(0);
+    race(plan, *counts_);
+  });
 }
 
 LinkRacers::~LinkRacers() {
-  for (const pid_t process : processes_) {
-    ::kill(process, SIGKILL);
-    ::waitpid(process, nullptr, 0);
-  }
+  processes_.clear();
   ::munmap(counts_, sizeof(Counts));
 }
 

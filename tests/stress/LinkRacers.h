@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/ChildProcess.h"
+
 namespace stress {
 
 /// What the racers race for.
@@ -52,7 +54,7 @@ class LinkRacers {
   void start(const RacePlan& plan, Race race);
 
   Counts* counts_;  ///< shared with the processes
-  std::vector<pid_t> processes_;
+  std::vector<testsupport::ChildProcess> processes_;
 };
 
 /// Makes this process the user's for good. False if it may not.

@@ -8,14 +8,11 @@
 // directories. Nothing but one of the two trusted images may ever be installed, byte for byte, and
 // nothing else may change.
 #include <fcntl.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 #include <stdexcept>
 
 #include "jobd/HelperInstaller.h"
@@ -28,6 +25,7 @@
 #include "platform/signing/ImageSignature.h"
 #include "tests/stress/LinkRacers.h"
 #include "tests/stress/Stress.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/HelperImages.h"
 #include "tests/support/OtherUser.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -188,19 +186,7 @@ class Daemon {
   explicit Daemon(const Scene& scene)
       : listening_(platform::listenUnixSocket(scene.root().controlEndpoint().string(),
                                               SOCK_STREAM | SOCK_NONBLOCK, 64, 0666)),
-        process_(::fork()) {
-    if (process_ < 0) throw std::runtime_error("cannot start the daemon");
-    if (process_ != 0) return;
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    serve(scene);
-    ::_exit(0);
-  }
-  Daemon(const Daemon&) = delete;
-  Daemon& operator=(const Daemon&) = delete;
-  ~Daemon() {
-    ::kill(process_, SIGKILL);
-    ::waitpid(process_, nullptr, 0);
-  }
+        process_([&] { serve(scene); }) {}
 
  private:
   void serve(const Scene& scene) {
@@ -217,7 +203,7 @@ class Daemon {
   }
 
   FileDescriptor listening_;
-  pid_t process_;
+  const testsupport::ChildProcess process_;
 };
 
 /// As an application; returns whether the daemon answered.

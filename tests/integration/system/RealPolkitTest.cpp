@@ -4,13 +4,10 @@
 // that polkit understands the questions and shows the message as it is. The actions are those of
 // the distribution; the person is an agent of the test's.
 #include <gmock/gmock.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
 #include <array>
-#include <csignal>
 #include <functional>
 #include <map>
 #include <memory>
@@ -19,6 +16,7 @@
 
 #include "platform/system/PolkitClient.h"
 #include "platform/system/PromptText.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/Inbox.h"
 #include "tests/support/OtherProcess.h"
 #include "tests/support/OtherUser.h"
@@ -58,29 +56,19 @@ bool call(sd_bus* connection, const char* method,
 /// polkit's daemon on that bus.
 class Daemon {
  public:
-  explicit Daemon(const std::string& address) {
-    const std::string variable = "DBUS_SYSTEM_BUS_ADDRESS=" + address;
-    process_ = ::fork();
-    if (process_ == 0) become(variable.c_str());
-  }
-  Daemon(const Daemon&) = delete;
-  Daemon& operator=(const Daemon&) = delete;
-  ~Daemon() {
-    ::kill(process_, SIGKILL);
-    ::waitpid(process_, nullptr, 0);
-  }
+  explicit Daemon(const std::string& address)
+      : process_([&] { become("DBUS_SYSTEM_BUS_ADDRESS=" + address); }) {}
 
  private:
-  [[noreturn]] static void become(const char* variable) {
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  static void become(const std::string& variable) {
     const std::array<const char*, 3> arguments{kDaemon, "--no-debug", nullptr};
-    const std::array<const char*, 2> environment{variable, nullptr};
+    const std::array<const char*, 2> environment{variable.c_str(), nullptr};
     ::execve(kDaemon, const_cast<char* const*>(arguments.data()),
              const_cast<char* const*>(environment.data()));
     ::_exit(127);
   }
 
-  pid_t process_ = -1;
+  const testsupport::ChildProcess process_;
 };
 
 /// The authentication agent of a process: what stands between polkit and a person.

@@ -5,13 +5,11 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -19,6 +17,7 @@
 #include "jobd/SystemDaemon.h"
 #include "platform/services/JobDaemon.h"
 #include "platform/services/ServiceEndpoints.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/HelperImages.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TreeCensus.h"
@@ -30,6 +29,7 @@ using fileoperations::Dies;
 using platform::ControlRequest;
 using platform::FileDescriptor;
 using testing::IsEmpty;
+using testsupport::ChildProcess;
 using testsupport::TreeCensus;
 using Operation = ControlRequest::Operation;
 namespace fs = std::filesystem;
@@ -37,27 +37,6 @@ namespace fs = std::filesystem;
 const std::string kLabel(platform::kSystemJobLabel);
 const platform::DeviceGrant kPedal{1000, {3, 0x5f3, 0xff, "A1"}, "Pedal"};
 const platform::DeviceGrant kDial{1001, {5, 0x46d, 0xc52b, ""}, "Dial"};
-
-/// A process, killed in the end.
-class Child {
- public:
-  explicit Child(const std::function<void()>& work) : process_(::fork()) {
-    if (process_ != 0) return;
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    work();
-    ::_exit(0);
-  }
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
-  ~Child() {
-    ::kill(process_, SIGKILL);
-    ::waitpid(process_, nullptr, 0);
-  }
-  [[nodiscard]] pid_t process() const { return process_; }
-
- private:
-  pid_t process_;
-};
 
 class SystemState : public testing::Test {
  protected:
@@ -121,7 +100,7 @@ class SystemState : public testing::Test {
 
   /// The state after these changes, by a daemon that nobody kills.
   TreeCensus stateAfter(const std::vector<Change>& changes) const {
-    const Child daemon([&] { serve(); });
+    const ChildProcess daemon([&] { serve(); });
     for (const auto& change : changes) change();
     EXPECT_NE(platform::JobDaemon(root_).ask({}, -1).daemonProcessIdentifier, 0) << "it serves";
     return state();
@@ -131,12 +110,12 @@ class SystemState : public testing::Test {
   /// Makes the change with a daemon that is killed at its `count`th operation. False if it has
   /// fewer.
   bool changeAndKill(const Change& change, int count, bool isAfter, Dies who) const {
-    const Child daemon([&] { serve([&] { fileoperations::dieAt(count, isAfter, who); }); });
-    const Child application(change);
+    const ChildProcess daemon([&] { serve([&] { fileoperations::dieAt(count, isAfter, who); }); });
+    const ChildProcess application(change);
     // Whichever ends first; the other is killed.
     siginfo_t ended{};
     EXPECT_EQ(::waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT), 0);
-    return ended.si_pid == daemon.process() || fileoperations::hasDied();
+    return ended.si_pid == daemon.processID() || fileoperations::hasDied();
   }
 
   /// Kills the daemon before and after each of its operations. The next one must find or make the
