@@ -14,8 +14,14 @@ install(TARGETS wlhidaccess wlhidaccess_static EXPORT WLHIDAccess
   LIBRARY COMPONENT library NAMELINK_COMPONENT development
   ARCHIVE COMPONENT development
   INCLUDES DESTINATION "${headers_directory}")
+# In a file of its own, so that a package of it can be left out.
+install(TARGETS wlhid_c EXPORT WLHIDAccessC
+  LIBRARY COMPONENT library NAMELINK_COMPONENT development
+  INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(FILES c/wlhid.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT headers)
 
 export(EXPORT WLHIDAccess NAMESPACE WLHIDAccess:: FILE "${PROJECT_BINARY_DIR}/WLHIDAccessTargets.cmake")
+export(EXPORT WLHIDAccessC NAMESPACE WLHIDAccess:: FILE "${PROJECT_BINARY_DIR}/WLHIDAccessCTargets.cmake")
 set(router_image Contents/Library/LaunchServices/com.quillmar.hideventrouter)
 set(job_daemon Contents/Helpers/wlhid-jobd)
 configure_package_config_file("${config}" "${PROJECT_BINARY_DIR}/WLHIDAccessConfig.cmake"
@@ -36,11 +42,15 @@ configure_package_config_file("${config}" "${PROJECT_BINARY_DIR}/package/WLHIDAc
   INSTALL_DESTINATION "${package_directory}" PATH_VARS router_image job_daemon NO_CHECK_REQUIRED_COMPONENTS_MACRO)
 install(FILES "${PROJECT_BINARY_DIR}/package/WLHIDAccessConfig.cmake" "${PROJECT_BINARY_DIR}/WLHIDAccessConfigVersion.cmake"
   "${bundle_module}" DESTINATION "${package_directory}" COMPONENT development)
-install(EXPORT WLHIDAccess NAMESPACE WLHIDAccess:: FILE WLHIDAccessTargets.cmake DESTINATION "${package_directory}"
-  COMPONENT development)
+foreach(set WLHIDAccess WLHIDAccessC)
+  install(EXPORT ${set} NAMESPACE WLHIDAccess:: FILE ${set}Targets.cmake DESTINATION "${package_directory}"
+    COMPONENT development)
+endforeach()
 
 set(pkgconfig_directory "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}/${pkgconfig_directory}"
   OUTPUT_VARIABLE up_to_prefix)
-configure_file(packaging/library/wlhidaccess.pc.in wlhidaccess.pc @ONLY)
-install(FILES "${PROJECT_BINARY_DIR}/wlhidaccess.pc" DESTINATION "${pkgconfig_directory}" COMPONENT development)
+foreach(name wlhidaccess wlhid)
+  configure_file(packaging/library/${name}.pc.in ${name}.pc @ONLY)
+  install(FILES "${PROJECT_BINARY_DIR}/${name}.pc" DESTINATION "${pkgconfig_directory}" COMPONENT development)
+endforeach()

@@ -20,14 +20,16 @@ constexpr std::string_view kSaidWithoutRouter =
     "the exception is caught\n"
     "the delegate is called\n"
     "not installed\n";
+constexpr std::string_view kSaidInC = "version 1.0\nnot installed\n";
 
 class ConsumersTest : public ToolTest {
  protected:
-  /// A copy of a project of this folder, with the application's source.
+  /// A copy of a project of this folder, with the application's sources.
   [[nodiscard]] fs::path project(const std::string& name) const {
     const fs::path here = sourcePath("tests/end-to-end/consumers");
     fs::copy(here / name, directory / name);
     fs::copy(here / "application.cpp", directory / name);
+    fs::copy(here / "application.c", directory / name);
     return directory / name;
   }
   /// Runs a command that must succeed. Building may take longer than a test waits otherwise.
@@ -39,9 +41,15 @@ class ConsumersTest : public ToolTest {
     ASSERT_EQ(std::system(line.c_str()), 0) << line << '\n' << readFile(log);
   }
   void configureAndBuild(const fs::path& project, const std::vector<std::string>& settings) const {
-    std::vector<std::string> configure{
-        "cmake",           "-S", project, "-B",
-        project / "build", "-G", "Ninja", "-DCMAKE_CXX_COMPILER=" WLHID_CXX};
+    std::vector<std::string> configure{"cmake",
+                                       "-S",
+                                       project,
+                                       "-B",
+                                       project / "build",
+                                       "-G",
+                                       "Ninja",
+                                       "-DCMAKE_CXX_COMPILER=" WLHID_CXX,
+                                       "-DCMAKE_C_COMPILER=" WLHID_CC};
     configure.insert(configure.end(), settings.begin(), settings.end());
     expectSuccess(configure);
     if (HasFatalFailure()) return;
@@ -59,10 +67,10 @@ class ConsumersTest : public ToolTest {
     all.environment.emplace_back("WLHID_ROOT", root);
     return all;
   }
-  void expectRuns(const fs::path& program) const {
+  void expectRuns(const fs::path& program, std::string_view said = kSaidWithoutRouter) const {
     const Outcome outcome = run({program}, environment());
     EXPECT_EQ(outcome.status, 0) << program << outcome.err;
-    EXPECT_EQ(outcome.out, kSaidWithoutRouter) << program << outcome.err;
+    EXPECT_EQ(outcome.out, said) << program << outcome.err;
   }
   /// The program installs the router of its bundle with the daemon of its bundle; the person at the
   /// terminal answers yes.
@@ -112,6 +120,7 @@ TEST_F(ConsumersTest, BuildTheLibraryThemselves) {
   configureAndBuild(consumer, settings);
   expectRuns(consumer / "build/shared");
   expectRuns(consumer / "build/static");
+  expectRuns(consumer / "build/c", kSaidInC);
   EXPECT_FALSE(fs::exists(consumer / "build/wlhidaccess/Contents")) << "nobody asked for a router";
 
   // In the same directory, so that what has been compiled is not compiled again.
@@ -131,6 +140,34 @@ TEST_F(ConsumersTest, UseMakeAndPkgConfig) {
   const Outcome outcome =
       run({"env", "LD_LIBRARY_PATH=" + libraries.string(), consumer / "shared"}, environment());
   EXPECT_EQ(outcome.out, kSaidWithoutRouter) << outcome.err;
+}
+
+TEST_F(ConsumersTest, AreWrittenInCAndFindTheInstalledPackage) {
+  const fs::path prefix = installed();
+  const fs::path libraries = prefix / WLHID_LIBRARY_DIRECTORY;
+  const fs::path consumer = project("c");
+  configureAndBuild(consumer, {"-DCMAKE_PREFIX_PATH=" + prefix.string()});
+  expectRuns(consumer / "build/application", kSaidInC);
+
+  expectSuccess({"env", "PKG_CONFIG_PATH=" + (libraries / "pkgconfig").string(), "make", "-C",
+                 consumer, "CC=" WLHID_CC});
+  const Outcome outcome = run(
+      {"env", "LD_LIBRARY_PATH=" + libraries.string(), consumer / "application"}, environment());
+  EXPECT_EQ(outcome.out, kSaidInC) << outcome.err;
+}
+
+TEST_F(ConsumersTest, AreWrittenInCAndFindThePackageOfABuildTree) {
+  const fs::path consumer = project("c");
+  configureAndBuild(consumer, {"-DWLHIDAccess_DIR=" + builtPath("").string()});
+  expectRuns(consumer / "build/application", kSaidInC);
+}
+
+TEST_F(ConsumersTest, DoWithoutTheLibraryForCWhereItIsNotInstalled) {
+  const fs::path prefix = installed();
+  fs::remove(prefix / WLHID_LIBRARY_DIRECTORY / "cmake/WLHIDAccess/WLHIDAccessCTargets.cmake");
+  const fs::path package = project("package");
+  configureAndBuild(package, {"-DCMAKE_PREFIX_PATH=" + prefix.string()});
+  expectRuns(package / "build/shared");
 }
 
 }  // namespace

@@ -101,7 +101,7 @@ std::string demangled(const std::string& symbol) {
 DeclaredNames declaredNames(const std::string& clang, const std::string& include,
                             const std::string& source) {
   DeclaredNames names;
-  for (const char* filter : {"platform", "WLHID", "KQ"})
+  for (const char* filter : {"platform", "wlhid", "WLHID", "KQ"})
     readDump(outputOf("'" + clang + "' -std=c++20 -fsyntax-only -I'" + include +
                       "' -Xclang -ast-dump=json -Xclang -ast-dump-filter=" + filter + " '" +
                       source + "'"),

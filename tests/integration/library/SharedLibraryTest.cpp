@@ -85,6 +85,7 @@ TEST_F(SharedLibraryTest, ExportsEverythingThatThePublicHeadersDeclare) {
   // So that an empty list of declarations cannot pass.
   EXPECT_TRUE(declared.definedElsewhere.contains("WLHIDEventRouterClient::setStarted(bool)"));
   EXPECT_TRUE(declared.definedElsewhere.contains("WLHIDAccessVersionNumber"));
+  EXPECT_TRUE(declared.definedElsewhere.contains("wlhid::Router::presence()"));
   EXPECT_TRUE(declared.classes.contains("platform::NSString"));
 }
 
