@@ -34,13 +34,13 @@ class DirectoryProxy final : public WLHIDDeviceDirectoryProtocol,
   }
 };
 
-using ClientMethods = platform::XPCMethodList<WLHIDDeviceDirectoryClientProtocol,
+using WatcherMethods = platform::XPCMethodList<WLHIDDeviceDirectoryClientProtocol,
                                               &WLHIDDeviceDirectoryClientProtocol::deviceArrived,
                                               &WLHIDDeviceDirectoryClientProtocol::deviceChanged,
                                               &WLHIDDeviceDirectoryClientProtocol::deviceDeparted>;
 
-class ClientProxy final : public WLHIDDeviceDirectoryClientProtocol,
-                          platform::XPCProxy<ClientMethods> {
+class WatcherProxy final : public WLHIDDeviceDirectoryClientProtocol,
+                          platform::XPCProxy<WatcherMethods> {
  public:
   using XPCProxy::XPCProxy;
 
@@ -64,7 +64,7 @@ const platform::XPCProtocol& WLHIDDeviceDirectoryProtocol::protocol() {
 }
 
 const platform::XPCProtocol& WLHIDDeviceDirectoryClientProtocol::protocol() {
-  return platform::xpcProtocol<ClientMethods, ClientProxy>(
+  return platform::xpcProtocol<WatcherMethods, WatcherProxy>(
       "WLHIDDeviceDirectoryClientProtocol",
       {"deviceArrived:", "deviceChanged:", "deviceDeparted:"});
 }
