@@ -3,7 +3,7 @@
 #include "tool/descriptor/DescriptorFaults.h"
 
 #include <algorithm>
-#include <optional>
+#include <utility>
 
 #include "platform/foundation/Format.h"
 #include "router/DescriptorItems.h"
@@ -94,21 +94,22 @@ class ItemCheck {
     constexpr std::uint8_t kEndCollection = 12;
     if (!isKnown(item)) {
       faults_->push_back({item.offset, "an item of an unknown kind is skipped"});
-    } else if (item.type == DescriptorItemType::Local && !firstLocal_) {
-      firstLocal_ = item.offset;
+    } else if (item.type == DescriptorItemType::Local) {
+      if (!std::exchange(hasLocal_, true)) firstLocal_ = item.offset;
     } else if (item.type == DescriptorItemType::Main) {
       if (item.tag == kEndCollection) finish();
-      firstLocal_.reset();
+      hasLocal_ = false;
     }
   }
   void finish() {
-    if (firstLocal_)
-      faults_->push_back({*firstLocal_, "no item follows to which this usage could belong"});
+    if (hasLocal_)
+      faults_->push_back({firstLocal_, "no item follows to which this usage could belong"});
   }
 
  private:
   Faults* faults_;
-  std::optional<std::size_t> firstLocal_;  // since the last main item
+  bool hasLocal_ = false;       // since the last main item
+  std::size_t firstLocal_ = 0;  // where it begins
 };
 
 void checkItems(std::span<const std::uint8_t> bytes, Faults* faults) try {
