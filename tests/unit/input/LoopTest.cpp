@@ -8,6 +8,7 @@
 #include <future>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 namespace {
 

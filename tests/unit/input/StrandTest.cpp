@@ -7,6 +7,7 @@
 #include <atomic>
 #include <future>
 #include <stdexcept>
+#include <thread>
 #include <vector>
 
 namespace {
