@@ -30,6 +30,7 @@
 namespace inputtest {
 
 inline constexpr std::chrono::seconds kPatience{60};
+extern const char* const kJobDaemon;  ///< its program; InputTest.cpp has it from the build
 
 /// Lines that the library's threads add and the test waits for.
 class Lines {
@@ -66,7 +67,7 @@ class Lines {
 class InputFixture : public testing::Test {
  protected:
   void SetUp() override {
-    ::setenv("WLHID_JOBD", WLHID_JOBD_PROGRAM, 1);
+    ::setenv("WLHID_JOBD", kJobDaemon, 1);
     platform::SystemRoot::setCurrent(root_);
     wlhid::Router::setConsentAgent([](const std::string&) { return wlhid::Consent::Given; });
   }

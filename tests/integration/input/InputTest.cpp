@@ -5,6 +5,8 @@
 #include "InputFixture.h"
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 
+const char* const inputtest::kJobDaemon = WLHID_JOBD_PROGRAM;
+
 namespace {
 
 using inputtest::InputFixture;
