@@ -186,8 +186,12 @@ ordered_json shownVersionOrNull(const std::string& version) {
 
 std::string shownDiagnosis(const Diagnosis& diagnosis) {
   std::string text = diagnosis.verdict + "\n";
-  for (const Check& check : diagnosis.checks)
-    text += std::string(textOf(check.state)) + ": " + shownName(check.name) + "\n";
+  for (const Check& check : diagnosis.checks) {
+    text += std::string(textOf(check.state)) + ": " + shownName(check.name);
+    if (check.state == Check::State::Failed)
+      text.append(": ").append(check.fault).append(" -> ").append(check.advice);
+    text += "\n";
+  }
   return text;
 }
 

@@ -476,8 +476,13 @@ TEST(ShownFindings, SayWhatHelpsAllTheSame) {
   EXPECT_EQ(jobs["jobDaemon"]["jobs"][0]["lastEnd"], "ended by signal <private>");
   EXPECT_EQ(jobs["jobDaemon"]["jobs"][1]["lastEnd"], "could not be started: <private>");
   EXPECT_EQ(jobs["endpoints"][0]["owner"], "another user");
-  EXPECT_NE(shownDiagnosis(diagnose(inventory)).find("\nfailed: system root\n"), std::string::npos);
-  EXPECT_NE(shownDiagnosis(diagnose(inventory)).find("\nfailed: job <private>\n"),
+  EXPECT_NE(shownDiagnosis(diagnose(inventory))
+                .find("\nfailed: system root: it cannot be used -> "
+                      "use this user's own root\n"),
+            std::string::npos);
+  EXPECT_NE(shownDiagnosis(diagnose(inventory))
+                .find("\nfailed: job <private>: its last run ended "
+                      "badly -> see why\n"),
             std::string::npos);
 }
 
