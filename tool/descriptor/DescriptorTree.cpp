@@ -40,6 +40,16 @@ std::string nameOf(std::uint32_t usage) {
   return wlhid::usageName(usage >> 16U, usage & 0xffffU);
 }
 
+/// "A to Application"; if an end has no name, "Keyboard 0x00 to 0x91".
+std::string rangeName(const UsageRange& range) {
+  const std::string first = nameOf(range.first);
+  const std::string last = nameOf(range.last);
+  const auto isNumber = [](const std::string& name) { return name.find('/') != std::string::npos; };
+  if (!isNumber(first) && !isNumber(last)) return first + " to " + last;
+  return platform::stringWithFormat("%s 0x%02x to 0x%02x", wlhid::usagePageName(range.first >> 16U),
+                                    range.first & 0xffffU, range.last & 0xffffU);
+}
+
 std::string bitsText(const ReportField& field) {
   std::string text;
   if (field.count > 1) text = std::to_string(field.count) + " × ";
@@ -56,7 +66,10 @@ std::string contentsText(const ReportField& field) {
   return constant + (field.variable ? "" : "any of ") + names;
 }
 
+/// A descriptor's ranges and units last until it sets others, so that switches and plain numbers
+/// often have some that are not meant for them.
 std::string physicalText(const ReportField& field) {
+  if (field.bitSize == 1 || unitName(field.unit).empty()) return {};
   std::string text = physicalRange(field);
   if (text.empty()) return text;
   text = "; stands for " + text;
@@ -133,8 +146,8 @@ std::string usageNames(const std::vector<UsageRange>& ranges) {
   constexpr std::size_t kShown = 8;
   std::string names;
   for (std::size_t i = 0; i < std::min(ranges.size(), kShown); ++i) {
-    names += (i == 0 ? "" : ", ") + nameOf(ranges[i].first);
-    if (ranges[i].last != ranges[i].first) names += " to " + nameOf(ranges[i].last);
+    names += i == 0 ? "" : ", ";
+    names += ranges[i].last == ranges[i].first ? nameOf(ranges[i].first) : rangeName(ranges[i]);
   }
   if (ranges.size() > kShown) names += " and " + std::to_string(ranges.size() - kShown) + " more";
   return names;

@@ -19,23 +19,42 @@ namespace {
 constexpr std::uint64_t kMinimumFreeBytes = std::uint64_t{1} << 20;
 constexpr std::uint64_t kMinimumFreeFiles = 16;
 
-constexpr std::string_view kReinstallProgram =
+constexpr Words kReinstallProgram =
     "reinstall this program: the router that it carries is missing or damaged";
 
-Check replaceable(std::string name, std::string found, const RouterVersions& versions) {
-  return failed(std::move(name), std::move(found), "replace it with this program's",
+Check replaceable(std::string name, Words fault, std::string found,
+                  const RouterVersions& versions) {
+  return failed(std::move(name), fault, std::move(found), "replace it with this program's",
                 commandLine(installArguments(versions)));
+}
+
+/// What is wrong with a copy that is not complete.
+Words faultOf(CopyState state) {
+  switch (state) {
+    case CopyState::NoPath:
+      return "its job names no executable";
+    case CopyState::NoEmbeddedList:
+      return "it has no embedded property list";
+    case CopyState::BadList:
+      return "its embedded property list is damaged";
+    case CopyState::NoVersion:
+      return "it has no version";
+    case CopyState::Unreadable:
+    case CopyState::Complete:
+      break;
+  }
+  return "it cannot be read";
 }
 
 /// Only the owner of the root may connect to its endpoints.
 Check rootCheck(const RootState& root) {
   const std::string name = "system root";
   if (!root.problem.empty())
-    return failed(name, root.problem, "use this user's own root",
+    return failed(name, "it cannot be used", root.problem, "use this user's own root",
                   commandLineOnOwnRoot({"install"}));
   if (!root.exists) return passed(name, root.path + ": none yet; installing creates it");
   if (root.owner == ::geteuid()) return passed(name, root.path);
-  return failed(name,
+  return failed(name, "it belongs to another user",
                 root.path + " belongs to user " + std::to_string(root.owner) + "; this user, " +
                     std::to_string(::geteuid()) + ", may not connect to anything on it",
                 "install the router on this user's own root", commandLineOnOwnRoot({"install"}));
@@ -45,14 +64,17 @@ Check jobCheck(const Inventory& inventory) {
   const RouterVersions& versions = inventory.presence.versions;
   if (!versions.installed && inventory.system) return systemJobCheck(inventory);
   if (!versions.installed)
-    return failed("job", versions.jobProblem, "install the router", commandLine({"install"}));
+    return failed("job", "there is none", versions.jobProblem, "install the router",
+                  commandLine({"install"}));
   if (versions.installed->state == CopyState::NoPath)
-    return replaceable("job", versions.installed->problem, versions);
+    return replaceable("job", faultOf(versions.installed->state), versions.installed->problem,
+                       versions);
   return passed("job", "installed");
 }
 
 Check ownCopyCheck(const RouterCopy& copy) {
-  if (copy.state != CopyState::Complete) return failed("own copy", copy.problem, kReinstallProgram);
+  if (copy.state != CopyState::Complete)
+    return failed("own copy", faultOf(copy.state), copy.problem, kReinstallProgram);
   return passed("own copy", "version " + copy.version + ", " + copy.path);
 }
 
@@ -60,7 +82,8 @@ Check installedCopyCheck(const RouterVersions& versions) {
   const std::string name = "installed copy";
   if (!versions.installed) return notAsked(name, "there is no job");
   const RouterCopy& copy = *versions.installed;
-  if (copy.state != CopyState::Complete) return replaceable(name, copy.problem, versions);
+  if (copy.state != CopyState::Complete)
+    return replaceable(name, faultOf(copy.state), copy.problem, versions);
   return passed(name, "version " + copy.version + ", " + copy.path);
 }
 
@@ -68,7 +91,8 @@ Check versionsCheck(const PresenceCheck& presence) {
   const PresenceStep& step = presence.steps.back();
   if (step.answer == Answer::NotAsked)
     return notAsked("versions", "there are not two versions to compare");
-  if (step.answer == Answer::No) return replaceable("versions", step.found, presence.versions);
+  if (step.answer == Answer::No)
+    return replaceable("versions", "they differ", step.found, presence.versions);
   return passed("versions", step.found);
 }
 
@@ -77,7 +101,7 @@ Check presenceCheck(const PresenceCheck& presence) {
   const bool allSayYes = presence.steps.back().answer == Answer::Yes;
   if (presence.installed) return passed("presence", "installed and current");
   return failed("presence", "not installed, or not current",
-                allSayYes ? "check again: something has just changed" : "see above",
+                allSayYes ? Words("check again: something has just changed") : Words("see above"),
                 allSayYes ? commandLine({"doctor"}) : std::string());
 }
 
@@ -93,7 +117,8 @@ Check routerCheck(const Inventory& inventory) {
   const auto& installed = inventory.presence.versions.installed;
   if (installed && installed->state == CopyState::Complete &&
       installed->version != running.version) {
-    return failed(name, found + ", but version " + installed->version + " is installed",
+    return failed(name, "it is not the version that is installed",
+                  found + ", but version " + installed->version + " is installed",
                   "end it; the installed version starts when an application connects",
                   inventory.system ? "systemctl stop wlhid-router.service"
                                    : "kill " + std::to_string(running.pid));
@@ -113,16 +138,19 @@ Check badEndCheck(const platform::JobStatus& job) {
   std::string found = "it " + job.lastEnd;
   if (job.heldBackMilliseconds != 0)
     found += ", and is held back for another " + std::to_string(job.heldBackMilliseconds) + " ms";
-  return failed("job " + job.label, found, "see why", commandLine({"log"}));
+  return failed("job " + job.label, "its last run ended badly", found, "see why",
+                commandLine({"log"}));
 }
 
 Check jobDaemonProblem(const JobDaemonState& daemon) {
   const std::string name = "job daemon";
   if (!daemon.asked)
-    return failed(name, daemon.problem, "reinstall this program: a part of it is missing");
+    return failed(name, "it cannot be started", daemon.problem,
+                  "reinstall this program: a part of it is missing");
   if (daemon.process <= 0)
-    return failed(name, daemon.problem, "try again", commandLine({"doctor"}));
-  return failed(name, daemon.problem, "end its process; another one starts when needed",
+    return failed(name, "it cannot be asked", daemon.problem, "try again", commandLine({"doctor"}));
+  return failed(name, "it does not answer", daemon.problem,
+                "end its process; another one starts when needed",
                 "kill -KILL " + std::to_string(daemon.process));
 }
 
@@ -159,21 +187,24 @@ std::string endDaemon(const JobDaemonState& daemon) {
 Check endpointCheck(const Endpoint& endpoint, const JobDaemonState& daemon) {
   const std::string name = "endpoint";
   if (!endpoint.problem.empty() && !endpoint.exists)
-    return failed(name, endpoint.problem, "install the router again", commandLine({"install"}));
+    return failed(name, "it cannot be examined", endpoint.problem, "install the router again",
+                  commandLine({"install"}));
   if (!endpoint.problem.empty()) {
     const std::string path = shellWord(endpoint.path);
-    return failed(name, endpoint.problem, "find out who created it, and move it away",
+    return failed(name, "something else is in its place", endpoint.problem,
+                  "find out who created it, and move it away",
                   "mv -f " + path + " " + shellWord(endpoint.path + ".removed") +
                       (daemon.reply ? " && " + endDaemon(daemon) : std::string()));
   }
   if (!endpoint.exists && isServed(endpoint.service, daemon))
-    return failed(name, endpoint.path + ": missing, although the job daemon listens on it",
+    return failed(name, "it is missing, although the job daemon listens on it",
+                  endpoint.path + ": missing, although the job daemon listens on it",
                   "end the job daemon; it recreates the endpoint when it starts",
                   endDaemon(daemon));
   if (!endpoint.exists) return passed(name, "none; created when needed");
   if (!endpoint.mayConnect && endpoint.owner == ::geteuid())
-    return failed(name, endpoint.path + ": nobody may connect to it", "let its owner connect",
-                  "chmod u+rw " + shellWord(endpoint.path));
+    return failed(name, "nobody may connect to it", endpoint.path + ": nobody may connect to it",
+                  "let its owner connect", "chmod u+rw " + shellWord(endpoint.path));
   return passed(name, endpoint.path);
 }
 
@@ -185,7 +216,7 @@ void addEndpointChecks(std::vector<Check>& checks, const Inventory& inventory) {
 void addDeviceChecks(std::vector<Check>& checks, const DeviceList& list) {
   checks.push_back(passed("devices", std::to_string(list.devices.size()) + " can be routed"));
   for (const std::string& problem : list.problems)
-    checks.push_back(failed("devices", problem,
+    checks.push_back(failed("devices", "a configuration cannot be used", problem,
                             "repair the file, or remove the device as this list says",
                             commandLine({"devices"})));
 }
@@ -193,12 +224,13 @@ void addDeviceChecks(std::vector<Check>& checks, const DeviceList& list) {
 Check logCheck(const LogState& log) {
   const std::string name = "log";
   if (!log.problem.empty() && log.isFile)
-    return failed(name, log.problem, "as its owner, user " + std::to_string(log.owner),
-                  "chmod a+r " + shellWord(log.path));
+    return failed(name, "this user may not read it",
+                  log.problem + "; it belongs to user " + std::to_string(log.owner),
+                  "let its owner make it readable", "chmod a+r " + shellWord(log.path));
   if (!log.problem.empty() && log.owner == static_cast<uid_t>(-1))
-    return failed(name, log.problem, "let this user read it");
+    return failed(name, "it cannot be examined", log.problem, "let this user read it");
   if (!log.problem.empty())
-    return failed(name, log.problem, "move it away",
+    return failed(name, "something else is in its place", log.problem, "move it away",
                   "mv -f " + shellWord(log.path) + " " + shellWord(log.path + ".removed"));
   if (!log.exists) return passed(name, "none yet; a job's first line creates it");
   return passed(name, log.path + ", " + std::to_string(log.bytes) + " bytes");
@@ -206,10 +238,11 @@ Check logCheck(const LogState& log) {
 
 Check diskCheck(const DiskState& disk) {
   const std::string name = "disk";
-  if (!disk.problem.empty()) return failed(name, disk.problem, "check the file system");
+  if (!disk.problem.empty())
+    return failed(name, "it cannot be examined", disk.problem, "check the file system");
   if (disk.freeBytes >= kMinimumFreeBytes && disk.freeFiles >= kMinimumFreeFiles)
     return passed(name, std::to_string(disk.freeBytes >> 20) + " MiB free");
-  return failed(name,
+  return failed(name, "it is full",
                 "full: " + std::to_string(disk.freeBytes) + " bytes free on the system root's disk",
                 "free some space: nothing can be installed, and the log loses lines");
 }

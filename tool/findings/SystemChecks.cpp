@@ -37,7 +37,7 @@ std::string problemWith(const Endpoint& endpoint) {
 }
 
 Check reinstallPackage(const std::string& name, const std::string& found) {
-  return failed(name, found, "install the package wlhid-router again",
+  return failed(name, "its unit is missing", found, "install the package wlhid-router again",
                 asSuperuser("apt-get install --reinstall wlhid-router"));
 }
 
@@ -53,11 +53,12 @@ Check routerSocketCheck(const SocketUnit& socket, const std::vector<SocketUnit>&
     return reinstallPackage(name,
                             problemWith(socket.endpoint) + ", and there is no unit " + socket.name);
   if (socket.state == UnitState::Masked)
-    return failed(name, "an administrator has forbidden the router: " + socket.name + " is masked",
+    return failed(name, "an administrator has forbidden the router",
+                  "an administrator has forbidden the router: " + socket.name + " is masked",
                   "to allow it again",
                   "systemctl unmask " + allNames(all) + " && systemctl start " + allNames(all));
-  return failed(name, problemWith(socket.endpoint), "have systemd listen anew",
-                restart("wlhid-router.service", allNames(all)));
+  return failed(name, "it is not open to this user", problemWith(socket.endpoint),
+                "have systemd listen anew", restart("wlhid-router.service", allNames(all)));
 }
 
 /// Routing does not need the daemon, so an administrator may well have switched it off.
@@ -69,8 +70,8 @@ Check daemonSocketCheck(const SocketUnit& socket) {
   if (socket.state == UnitState::Missing)
     return reinstallPackage(name,
                             problemWith(socket.endpoint) + ", and there is no unit " + socket.name);
-  return failed(name, problemWith(socket.endpoint), "have systemd listen anew",
-                restart("wlhid-jobd.service", socket.name));
+  return failed(name, "its endpoint is not open to this user", problemWith(socket.endpoint),
+                "have systemd listen anew", restart("wlhid-jobd.service", socket.name));
 }
 
 Check daemonCheck(const Inventory& inventory) {
@@ -80,18 +81,20 @@ Check daemonCheck(const Inventory& inventory) {
     return daemonSocketCheck(inventory.system->daemonSocket);
   if (daemon.reply)
     return passed(name, "process " + std::to_string(daemon.reply->daemonProcessIdentifier));
-  return failed(name, daemon.problem.empty() ? "nobody listens for it" : daemon.problem,
+  return failed(name, "it does not answer",
+                daemon.problem.empty() ? "nobody listens for it" : daemon.problem,
                 "end it, and have systemd listen anew",
                 restart("wlhid-jobd.service", inventory.system->daemonSocket.name));
 }
 
 Check polkitCheck(const AuthorityFindings& authorities) {
   if (!authorities.busProblem.empty())
-    return failed("polkit", "there is no way to ask it: " + authorities.busProblem,
+    return failed("polkit", "there is no way to ask it",
+                  "there is no way to ask it: " + authorities.busProblem,
                   "nothing is routed or installed without the system's message bus; start it",
                   asSuperuser("systemctl start dbus.socket"));
   if (authorities.polkitProblem.empty()) return passed("polkit", "answers");
-  return failed("polkit", authorities.polkitProblem,
+  return failed("polkit", "it does not answer", authorities.polkitProblem,
                 "nothing is routed or installed without it; restart it",
                 asSuperuser("systemctl restart polkit.service"));
 }
@@ -99,13 +102,16 @@ Check polkitCheck(const AuthorityFindings& authorities) {
 Check sessionCheckOf(const SessionState& state) {
   const std::string name = "login session";
   if (state.hasEnded)
-    return failed(name, state.session + ": logind does not know it, so nothing is delivered to it",
+    return failed(name, "it has ended, so nothing is delivered to it",
+                  state.session + ": logind does not know it, so nothing is delivered to it",
                   "log in again");
   if (state.isLocked)
-    return failed(name, state.session + ": locked; nothing is delivered to it meanwhile",
+    return failed(name, "it is locked; nothing is delivered to it meanwhile",
+                  state.session + ": locked; nothing is delivered to it meanwhile",
                   "unlock the screen");
   if (!state.isActive)
-    return failed(name, state.session + ": not active; input goes to the session in front alone",
+    return failed(name, "it is not active; input goes to the session in front alone",
+                  state.session + ": not active; input goes to the session in front alone",
                   "switch to it", "loginctl activate " + shellWord(state.session));
   if (state.isRemote)
     return notAsked(name, state.session +
@@ -120,8 +126,8 @@ Check sessionCheck(const AuthorityFindings& authorities) {
     return notAsked(name, "unknown without the system's message bus");
   if (authorities.session) return sessionCheckOf(*authorities.session);
   if (!authorities.sessionProblem.empty())
-    return failed(name, authorities.sessionProblem, "see whether logind runs",
-                  "systemctl status systemd-logind.service");
+    return failed(name, "it cannot be found out", authorities.sessionProblem,
+                  "see whether logind runs", "systemctl status systemd-logind.service");
   return notAsked(name, "none; what polkit allows to any process applies, by default nothing");
 }
 
@@ -162,7 +168,8 @@ Check classCheck(DeviceClass deviceClass, const std::vector<ListedDevice>& devic
   if (may.unknown != 0) found += "; nobody has decided about " + std::to_string(may.unknown);
   const bool isRefused = isOrdinary && may.all != 0 && may.yes + may.administrator == 0;
   if (may.unknown == 0 && !isRefused) return passed(name, found);
-  return failed(name, found, "this list says why", commandLine({"devices"}));
+  return failed(name, "not all of these devices may be routed", found, "this list says why",
+                commandLine({"devices"}));
 }
 
 std::vector<Check> deviceChecks(const Inventory& inventory) {
@@ -192,9 +199,11 @@ std::vector<Check> systemPlaceChecks(const Inventory& inventory) {
     const std::string path = shellWord(place.path);
     checks.push_back(
         place.isOpenToOthers
-            ? failed(name, place.problem, "give it back to the superuser alone",
+            ? failed(name, "others may change one of its directories", place.problem,
+                     "give it back to the superuser alone",
                      asSuperuser("chown root " + path) + " && " + asSuperuser("chmod go-w " + path))
-            : failed(name, place.problem, "repair it, or the file system"));
+            : failed(name, "one of its directories cannot be used", place.problem,
+                     "repair it, or the file system"));
   }
   if (checks.empty())
     checks.push_back(passed(name, inventory.root.path().string() + ", the system's own"));
@@ -204,15 +213,15 @@ std::vector<Check> systemPlaceChecks(const Inventory& inventory) {
 Check systemJobCheck(const Inventory& inventory) {
   const std::string& problem = inventory.presence.versions.jobProblem;
   if (isOpen(inventory.system->daemonSocket.endpoint))
-    return failed("job", problem, "install the router", commandLine({"install"}));
-  return failed("job", problem, "install the package wlhid-router",
+    return failed("job", "there is none", problem, "install the router", commandLine({"install"}));
+  return failed("job", "there is none", problem, "install the package wlhid-router",
                 asSuperuser("apt-get install --reinstall wlhid-router"));
 }
 
 Check unaskedRouterCheck(const SystemFindings& system) {
   const std::string name = "running router";
   if (!system.router.asked) return notAsked(name, "it cannot be asked");
-  return failed(name, system.router.problem, "see what systemd says about it",
+  return failed(name, "it does not answer", system.router.problem, "see what systemd says about it",
                 "systemctl status wlhid-router.service");
 }
 

@@ -7,8 +7,10 @@
 #include <set>
 
 #include "platform/foundation/Format.h"
+#include "tool/descriptor/ClassText.h"
 #include "tool/descriptor/DescriptorFaults.h"
 #include "tool/descriptor/DescriptorTree.h"
+#include "tool/picture/Html.h"
 #include "tool/picture/PackedReports.h"
 #include "tool/picture/Svg.h"
 #include "tool/picture/SvgCharts.h"
@@ -28,11 +30,6 @@ std::string section(const std::string& title, const std::string& content) {
 
 std::string cardRow(const std::string& name, const std::string& text) {
   return "<tr><th scope=\"row\">" + name + "</th><td>" + escaped(text) + "</td></tr>\n";
-}
-
-std::string classText(const router::Classification& classification) {
-  const bool isOrdinary = classification.deviceClass == router::DeviceClass::Ordinary;
-  return (isOrdinary ? "ordinary (" : "sensitive (") + classification.reason + ")";
 }
 
 std::string lengthText(const PictureReports& reports) {
@@ -76,6 +73,11 @@ std::string notMoved(const PictureData& data) {
   }
   if (names.empty()) return names;
   return "<p class=\"note\">Did not move: " + escaped(names) + ".</p>\n";
+}
+
+std::string noteOnPath(const PictureData& data) {
+  const std::string legend = legendOfPath(data);
+  return legend.empty() ? legend : "\n<p class=\"note\">" + escaped(legend) + "</p>\n";
 }
 
 std::string timeCharts(const PictureData& data) {
@@ -138,7 +140,8 @@ std::string reportTable(const PictureData& data, std::size_t kept) {
     html += "<p class=\"note\">The table and enlarged charts hold the first " +
             std::to_string(kept) + " of " + std::to_string(data.reports.count()) +
             " reports; the rest is in the recording.</p>\n";
-  html += "<table id=\"rows\"><thead><tr><th scope=\"col\">Report</th><th scope=\"col\">Time</th>";
+  html += "<table id=\"rows\"><thead><tr><th scope=\"col\">Report</th>";
+  if (data.reports.hasTimes) html += "<th scope=\"col\">Time</th>";
   if (data.descriptor->usesReportIDs()) html += "<th scope=\"col\">ID</th>";
   return html +
          "<th scope=\"col\">Bytes</th></tr></thead><tbody></tbody></table>\n"
@@ -200,21 +203,12 @@ std::string aboutScript(const PictureData& data) {
   return about.dump();
 }
 
-std::string head(const PictureData& data) {
-  return "<!doctype html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-         "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
-         "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src "
-         "'unsafe-inline'; script-src '" +
-         std::string(kPageScriptHash) + "'; base-uri 'none'; form-action 'none'\">\n<title>" +
-         escaped(data.header.name) + "</title>\n<style>" + std::string(kChartStyle) +
-         std::string(kPageStyle) + "</style>\n</head>\n";
-}
-
 std::string body(const PictureData& data) {
   std::string html =
       "<body>\n<header><h1>" + escaped(data.header.name) + "</h1>\n<p class=\"verdict\">" +
       escaped(verdictOn(data.measurement, std::nullopt)) + "</p></header>\n<main>\n" + card(data);
-  if (const auto path = pathChart(data)) html += section("Path", inlineSvg(*path, "id=\"path\""));
+  if (const auto path = pathChart(data))
+    html += section("Path", inlineSvg(*path, "id=\"path\"") + noteOnPath(data));
   html += section("Over time", timeCharts(data));
   if (const auto intervals = intervalChart(data))
     html += section("Times between reports", inlineSvg(*intervals, "id=\"intervals\""));
@@ -225,7 +219,7 @@ std::string body(const PictureData& data) {
 
 std::string pageOf(const PictureData& data) {
   constexpr std::size_t kTable = 4096;  // more than the table's frame needs
-  std::string page = head(data) + body(data);
+  std::string page = documentHead(data.header.name, kPageScriptHash) + body(data);
   const std::string end = "<script type=\"application/json\" id=\"about\">" + aboutScript(data) +
                           "</script>\n<script type=\"text/plain\" id=\"packed\">";
   const std::string script =

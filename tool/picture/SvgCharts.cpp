@@ -154,10 +154,13 @@ class Touching {
       });
       if (found == data.switches.end()) continue;
       spans_ = found->spans;
+      name_ = found->control.name;
       return;
     }
   }
   [[nodiscard]] bool isKnown() const { return !spans_.empty(); }
+  /// Of what tells it.
+  [[nodiscard]] const std::string& name() const { return name_; }
   bool at(std::int64_t time) {
     while (next_ < spans_.size() && spans_[next_].to <= time) ++next_;
     return next_ < spans_.size() && spans_[next_].from <= time;
@@ -165,14 +168,21 @@ class Touching {
 
  private:
   std::vector<SwitchTrack::Span> spans_;
+  std::string name_;
   std::size_t next_ = 0;
 };
+
+/// Null if there is none that changes.
+const AxisTrack* pressureOf(const PictureData& data) {
+  const AxisTrack* const pressure = axisWith(data, wlhid::kDigitizerPage, 0x30);
+  return pressure != nullptr && pressure->moves() ? pressure : nullptr;
+}
 
 /// The level of each report: from the pressure axis, or from what is down.
 std::vector<int> levelsOf(const PictureData& data) {
   std::vector<int> levels(data.reports.count(), 0);
-  const AxisTrack* pressure = axisWith(data, wlhid::kDigitizerPage, 0x30);
-  if (pressure == nullptr || !pressure->moves()) {
+  const AxisTrack* const pressure = pressureOf(data);
+  if (pressure == nullptr) {
     Touching touching(data);
     for (std::size_t i = 0; i < levels.size(); ++i)
       levels[i] = !touching.isKnown() || touching.at(data.reports.times[i]) ? kLevels / 2 : 0;
@@ -204,8 +214,7 @@ std::vector<PathPoint> pointsOf(const AxisTrack& x, const AxisTrack& y,
   return points;
 }
 
-/// Where points are drawn: both directions to the same scale if both axes have the same range or
-/// are changes, so that a circle is one.
+/// Where points are drawn: both directions to the same scale, so that a circle is one.
 struct PathFrame {
   Scale x;
   Scale y;
@@ -307,6 +316,12 @@ std::optional<Chart> pathChart(const PictureData& data) {
     lines.add(frame.x(points[i].x), frame.y(points[i].y), points[i].level);
   return Chart{"path", "Path of X and Y", kChartWidth, static_cast<int>(std::ceil(frame.height)),
                lines.take()};
+}
+
+std::string legendOfPath(const PictureData& data) {
+  if (pressureOf(data) != nullptr) return "Wider with pressure; dashed where there is none.";
+  const Touching touching(data);
+  return touching.isKnown() ? "Dashed while " + touching.name() + " is up." : std::string();
 }
 
 Chart axisChart(const AxisTrack& track, const PictureReports& reports) {

@@ -28,6 +28,8 @@ inline constexpr int kRowHeight = 18;  ///< of a button
 /// axis, while the tip or the first button is down, if either ever is. Nothing if there are no such
 /// axes.
 [[nodiscard]] std::optional<Chart> pathChart(const PictureData& data);
+/// What the kinds of its lines mean; empty if there is only one.
+[[nodiscard]] std::string legendOfPath(const PictureData& data);
 /// The values of an axis over time.
 [[nodiscard]] Chart axisChart(const AxisTrack& track, const PictureReports& reports);
 /// When the buttons and keys were down that ever were. Nothing if none was.

@@ -2,16 +2,9 @@
 
 #include "tool/report/DiagnosticReport.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <ctime>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -22,9 +15,15 @@
 #include "tool/command/Command.h"
 #include "tool/command/Numbers.h"
 #include "tool/findings/InventoryJson.h"
+#include "tool/report/LastError.h"
 #include "tool/report/LogModules.h"
+#include "tool/report/Manifest.h"
+#include "tool/report/PartNames.h"
+#include "tool/report/ReportOrigin.h"
 #include "tool/report/ShownFindings.h"
 #include "tool/report/ShownLines.h"
+#include "tool/report/SourceFile.h"
+#include "tool/report/Summary.h"
 #include "tool/routing/Trial.h"
 
 namespace tool {
@@ -35,22 +34,6 @@ using nlohmann::ordered_json;
 using platform::stringWithFormat;
 
 constexpr std::string_view kFolder = "wlhid-report/";
-constexpr int kManifestFormat = 2;
-constexpr std::size_t kMaximumComponentBytes = 100;
-constexpr std::size_t kChunkBytes = std::size_t{64} * 1024;
-
-/// A file's name that is harmless wherever the archive is unpacked.
-std::string safeComponent(const std::string& name) {
-  std::string safe = name.substr(0, kMaximumComponentBytes);
-  for (char& c : safe) {
-    const auto byte = static_cast<unsigned char>(c);
-    const bool allowed =
-        byte < 0x80 && (std::isalnum(byte) != 0 || c == '.' || c == '-' || c == '_');
-    if (!allowed) c = '_';
-  }
-  if (safe.empty() || safe.front() == '.') safe.insert(0, "_");
-  return safe;
-}
 
 /// "replay NAME.hid" yields the name.
 std::string recordingOf(const router::DeviceDescription& device) {
@@ -58,107 +41,9 @@ std::string recordingOf(const router::DeviceDescription& device) {
   return device.source.starts_with(kKind) ? device.source.substr(kKind.size()) : std::string();
 }
 
-/// The names of a module's file, in the archive and in the manifest.
-struct PartName {
-  std::string module;
-  std::string file;
-  std::string description;
-  std::string category;
-};
-
-/// The files whose lines a report recognises.
-constexpr std::string_view kRouterModule = "WLHIDEventRouter";
-constexpr std::string_view kRouterFile = "syslog-com.quillmar.hideventrouter.log";
-
-bool isRouterLog(const std::string& module, const std::string& file) {
-  return module == kRouterModule && file == kRouterFile;
-}
-bool isRecentLines(const std::string& module, const std::string& file) {
-  return module == platform::kRecentLogLinesIdentifier && file == platform::kRecentLogLinesFile;
-}
-
-/// Without input: a module may give itself and its files any name, so only known names are kept and
-/// the others are numbered.
-PartName shownPartName(const std::string& module, std::size_t moduleNumber, const std::string& file,
-                       std::size_t fileNumber) {
-  if (isRouterLog(module, file))
-    return {module, file, "What the router and the job daemon logged", "Log"};
-  if (isRecentLines(module, file))
-    return {module, file, "The last lines that the framework logged in this process", "Log"};
-  return {"module-" + std::to_string(moduleNumber), "file-" + std::to_string(fileNumber),
-          "The lengths of a file's lines", "Log"};
-}
-
-PartName wholePartName(const ModuleFiles& module, const platform::KQLogFile& file) {
-  return {module.identifier, textOf(file.name()), textOf(file.localizedDescription()),
-          textOf(file.categoryName())};
-}
-
 std::string nameOfPart(const std::string& module, const std::string& file) {
   return "module " + module + ", file " + file;
 }
-
-std::string utcTime() {
-  const std::time_t now = std::time(nullptr);
-  std::tm parts{};
-  ::gmtime_r(&now, &parts);
-  return stringWithFormat("%04d-%02d-%02dT%02d:%02d:%02dZ", parts.tm_year + 1900, parts.tm_mon + 1,
-                          parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
-}
-
-/// PRETTY_NAME="…" from the distribution's own description.
-std::string distribution() {
-  constexpr std::string_view kKey = "PRETTY_NAME=";
-  std::ifstream in("/etc/os-release");
-  for (std::string line; std::getline(in, line);) {
-    if (!line.starts_with(kKey)) continue;
-    std::erase(line, '"');
-    return oneLine(line.substr(kKey.size()));
-  }
-  return {};
-}
-
-/// Without input, only the leading numbers of the kernel's release: whoever built it may have added
-/// anything.
-ordered_json systemJson(bool whole) {
-  utsname name{};
-  ::uname(&name);
-  std::string release(name.release);
-  if (!whole) release.resize(std::min(release.find_first_not_of("0123456789."), release.size()));
-  return {{"kernel", std::string(name.sysname) + " " + release},
-          {"machine", name.machine},
-          {"distribution", distribution()}};
-}
-
-/// A file named by a module, opened for reading.
-class SourceFile {
- public:
-  /// `problem` is set if it cannot be read.
-  SourceFile(const std::string& path, std::string& problem) {
-    file_.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    struct stat status {};
-    if (!file_ || ::fstat(file_.get(), &status) != 0) {
-      problem = path + ": " + describeErrno(errno);
-    } else if (!S_ISREG(status.st_mode)) {
-      problem = path + ": not a regular file";
-    }
-  }
-  explicit SourceFile(platform::FileDescriptor file) : file_(std::move(file)) {}
-  /// The next chunk; empty at the end or if reading fails.
-  std::span<const std::uint8_t> next(std::string& problem) {
-    while (true) {
-      const ssize_t count = ::read(file_.get(), buffer_.data(), buffer_.size());
-      if (count >= 0) return std::span(buffer_).first(static_cast<std::size_t>(count));
-      if (errno == EINTR) continue;
-      problem = "could not be read to the end: " + describeErrno(errno);
-      return {};
-    }
-  }
-
- private:
-  platform::FileDescriptor file_;
-  std::vector<std::uint8_t> buffer_ = std::vector<std::uint8_t>(kChunkBytes);
-};
 
 std::string_view asText(std::span<const std::uint8_t> bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
@@ -173,11 +58,15 @@ class ReportWriter {
     step("Checking router, jobs and devices");
     const Inventory inventory = takeInventory(request_.root);
     const Diagnosis diagnosis = diagnose(inventory);
+    const ReportOrigin origin = originOf(request_.withInput);
+    // Before the modules are asked, so that their files include what it logs.
+    const std::optional<TrialResult> trial = tryIfWanted();
+    writeSummary({inventory, diagnosis, origin, trial, lastErrorIn(inventory.log.path)});
     writeInventory(inventory, diagnosis);
-    if (request_.deviceToTry) writeTrial(*request_.deviceToTry);
+    if (trial) writeTrial(*trial);
     writeModules();
     if (request_.withInput) writeRecordings(inventory.devices);
-    writeManifest(inventory, diagnosis);
+    writeManifest(origin, inventory, diagnosis);
     return std::move(result_);
   }
 
@@ -208,6 +97,11 @@ class ReportWriter {
 
   void writeText(const std::string& name, const std::string& description, const std::string& text) {
     writePart(name, description, "State", [&] { archive_.write(text); });
+  }
+
+  void writeSummary(const SummarySources& sources) {
+    writeText("summary.html", "What is wrong, on one page",
+              summaryPage(summaryOf(sources, request_.withInput, devices_)));
   }
 
   void writeInventory(const Inventory& inventory, const Diagnosis& diagnosis) {
@@ -241,10 +135,13 @@ class ReportWriter {
             {"router", router ? jsonOf(*router) : ordered_json()}};
   }
 
-  /// Runs before the modules are asked, so that their files include what it logs.
-  void writeTrial(std::uint64_t registryEntryID) {
+  [[nodiscard]] std::optional<TrialResult> tryIfWanted() const {
+    if (!request_.deviceToTry) return std::nullopt;
     step("Routing the device briefly");
-    const TrialResult trial = tryDevice(registryEntryID);
+    return tryDevice(*request_.deviceToTry);
+  }
+
+  void writeTrial(const TrialResult& trial) {
     ordered_json document = shownTrial(trial, devices_);
     if (request_.withInput) {
       document["registryEntryID"] = trial.registryEntryID;
@@ -317,7 +214,7 @@ class ReportWriter {
         isRouterLog(module, file) ? ShownLines::Source::SystemLog : ShownLines::Source::Unknown,
         devices_);
     while (!bytes.empty()) {
-      const auto chunk = bytes.first(std::min(bytes.size(), kChunkBytes));
+      const auto chunk = bytes.first(std::min(bytes.size(), kPieceBytes));
       archive_.write(lines.feed(asText(chunk)));
       bytes = bytes.subspan(chunk.size());
     }
@@ -367,54 +264,13 @@ class ReportWriter {
     return problem;
   }
 
-  void writeManifest(const Inventory& inventory, const Diagnosis& diagnosis) {
+  void writeManifest(const ReportOrigin& origin, const Inventory& inventory,
+                     const Diagnosis& diagnosis) {
     step("Writing the manifest");
-    result_.manifest = dumped(manifestJson(inventory, diagnosis));
+    result_.manifest = manifestOf(request_, result_, origin, inventory, diagnosis);
     archive_.begin(std::string(kFolder) + "manifest.json");
     archive_.write(result_.manifest);
     static_cast<void>(archive_.end());
-  }
-
-  [[nodiscard]] ordered_json manifestJson(const Inventory& inventory,
-                                          const Diagnosis& diagnosis) const {
-    ordered_json files = ordered_json::array();
-    for (const ReportPart& part : result_.parts) {
-      files.push_back({{"name", part.name},
-                       {"bytes", part.bytes},
-                       {"description", part.description},
-                       {"category", part.category}});
-    }
-    ordered_json missing = ordered_json::array();
-    for (const MissingPart& part : result_.missing) {
-      missing.push_back(
-          request_.withInput
-              ? ordered_json{{"part", part.part}, {"problem", part.problem}}
-              : ordered_json{{"part", part.shownPart}, {"code", shownCode(part.code)}});
-    }
-    return {{"format", kManifestFormat},
-            {"created", utcTime()},
-            {"tool", "wlhid " WLHID_VERSION},
-            {"system", systemJson(request_.withInput)},
-            {"systemRoot", request_.withInput || request_.root.isSystem()
-                               ? request_.root.path().string()
-                               : std::string(kPrivate)},
-            {"withInput", request_.withInput},
-            {"verdict", diagnosis.verdict},
-            {"versions", versionsJson(inventory)},
-            {"files", files},
-            {"missing", missing}};
-  }
-
-  /// Null if there is none.
-  [[nodiscard]] ordered_json versionsJson(const Inventory& inventory) const {
-    const auto version = [this](const std::string& text) {
-      return request_.withInput && !text.empty() ? ordered_json(text) : shownVersionOrNull(text);
-    };
-    const RouterVersions& versions = inventory.presence.versions;
-    return {
-        {"bundleCopy", version(versions.bundle.version)},
-        {"installed", versions.installed ? version(versions.installed->version) : ordered_json()},
-        {"running", inventory.router ? version(inventory.router->version) : ordered_json()}};
   }
 
   const ReportRequest& request_;

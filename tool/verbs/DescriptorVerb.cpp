@@ -6,10 +6,10 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/foundation/Format.h"
-#include "platform/foundation/PrintableText.h"
 #include "router/ReportDescriptor.h"
 #include "router/policy/DeviceClass.h"
 #include "tool/command/Command.h"
+#include "tool/descriptor/ClassText.h"
 #include "tool/descriptor/DescriptorFaults.h"
 #include "tool/descriptor/DescriptorJson.h"
 #include "tool/descriptor/DescriptorSource.h"
@@ -42,20 +42,6 @@ struct Explained {
   router::Classification classification;
 };
 
-std::string className(const router::Classification& classification) {
-  return classification.deviceClass == router::DeviceClass::Ordinary ? "ordinary" : "sensitive";
-}
-
-std::string classLine(const router::Classification& classification) {
-  std::string line = "Class: " + className(classification) + " (" +
-                     platform::printableLine(classification.reason) + ")";
-  std::string reports;
-  for (const std::uint8_t report : classification.ordinaryReports)
-    reports += (reports.empty() ? "" : ", ") + std::to_string(report);
-  if (!reports.empty()) line += "; harmless reports: " + reports;
-  return line + "\n";
-}
-
 std::string counted(std::size_t count, const std::string& what) {
   return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
@@ -64,8 +50,8 @@ std::string asText(const Explained& explained) {
   std::string text = oneLine(explained.named.name) + ": " +
                      counted(explained.named.facts.reportDescriptor.size(), "byte") + ", " +
                      counted(explained.parsed.descriptor.elementCount(), "element") + "\n" +
-                     classLine(explained.classification) +
-                     "Reports: " + reportList(explained.parsed.descriptor) + "\n\n  BYTE\n";
+                     "Class: " + classText(explained.classification) +
+                     "\nReports: " + reportList(explained.parsed.descriptor) + "\n\n  BYTE\n";
   forEachNode(explained.tree, [&](const DescriptorNode& node, std::size_t depth) {
     text += platform::stringWithFormat("%6zu  ", node.offset) + std::string(2 * depth, ' ') +
             lineOf(node) + "\n";

@@ -140,6 +140,15 @@ ordered_json asJson(const Measured& measured) {
           {"axes", axesJson(measurement.axes())}};
 }
 
+/// What the intervals are between, and what they do not tell.
+std::string originOfTimes(const Measured& measured, const MeasureOptions& options) {
+  if (!measured.measurement.hasTimes()) return {};
+  if (!options.recording.empty())
+    return "Times are those of the recording; how long reports took to get there is not known.\n";
+  return "Times are those of arrival here; how long reports took is not known, as the router sends "
+         "no times.\n";
+}
+
 void checkUsage(const MeasureOptions& options) {
   if (options.device.empty() == options.recording.empty())
     throw UsageFailure("measure needs either a DEVICE or --recording FILE");
@@ -156,7 +165,8 @@ int measure(const MeasureOptions& options) {
   if (options.json) {
     print(dumped(asJson(measured)));
   } else {
-    print(oneLine(measured.name) + "\n" + measurementText(measured.measurement, measured.losses));
+    print(oneLine(measured.name) + "\n" + measurementText(measured.measurement, measured.losses) +
+          originOfTimes(measured, options));
   }
   return measured.measurement.reports() == 0 ? ExitNotSo : ExitDone;
 }
@@ -179,13 +189,11 @@ void addMeasureVerb(CLI::App& app, Action& chosen) {
       ->type_name("MS");
   verb->add_flag("--json", options->json, "Print a JSON object; times are microseconds");
   verb->footer(
-      "Times are those of the reports' arrival at this command; how long they took to get there "
-      "cannot "
-      "be told, as\n"
-      "the router sends no times (\"latency\" is null). Many devices report only while they are "
-      "used, so "
-      "gaps count\n"
-      "only if you used the device all the time. Exit status: 1 if no report came.\n"
+      "Times are those of the reports' arrival at this command. How long they took to get there\n"
+      "cannot be told, as the router sends no times (\"latency\" is null). Many devices report "
+      "only\n"
+      "while they are used, so gaps count only if you used the device all the time.\n"
+      "Exit status: 1 if no report came.\n"
       "\n"
       "Examples:\n"
       "  wlhid measure \"QEMU QEMU USB Mouse\" --seconds 5\n"

@@ -28,6 +28,7 @@ TEST_F(MeasureTest, MeasuresADeviceThatIsUsed) {
   EXPECT_EQ(measured["repeated"], expected["repeated"]);
   EXPECT_EQ(measured["axes"], expected["axes"]);
   EXPECT_EQ(measured["lost"], 0);
+  EXPECT_TRUE(measured["latency"].is_null()) << "no time is known from which it could be told";
   EXPECT_GT(measured["rate"], 0);
 }
 
@@ -39,6 +40,7 @@ TEST_F(MeasureTest, CtrlCEndsItWithTheResult) {
   measuring.waitForOutputContaining("Verdict: ");
   EXPECT_EQ(measuring.wait(), 0) << measuring.errorOutput();
   EXPECT_NE(measuring.output().find("none lost"), std::string::npos) << measuring.output();
+  EXPECT_NE(measuring.output().find("the router sends no times"), std::string::npos);
   routing.signal(SIGINT);
   EXPECT_EQ(routing.wait(), 0);
 }

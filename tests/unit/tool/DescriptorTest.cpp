@@ -110,6 +110,22 @@ TEST(DescriptorTree, ShowsUnitsAndNullStates) {
                           "2.16 cm (SI linear, exponent -2), 948.1 per cm; outside: none"));
 }
 
+TEST(DescriptorTree, OfARangeWithoutNamesThePageIsNamed) {
+  EXPECT_THAT(
+      treeLines("05 07 19 00 2a 91 00 15 00 25 65 75 08 95 06 81 00"),
+      ElementsAre("15 Input: any of Keyboard 0x00 to 0x91; 6 × 8 bits from bit 0; 0 to 101"));
+  EXPECT_THAT(treeLines("06 00 ff 19 01 29 03 15 00 25 65 75 08 95 03 81 02"),
+              ElementsAre("15 Input: vendor-defined ff00 0x01 to 0x03; 3 × 8 bits from bit 0; 0 to "
+                          "101"));
+}
+
+TEST(DescriptorTree, ShowsNoUnitOfSwitchesAndNoRangeWithoutAUnit) {
+  EXPECT_THAT(treeLines("05 09 09 01 15 00 25 01 35 00 46 3b 01 65 14 75 01 95 01 81 02"),
+              ElementsAre("19 Input: Button 1; 1 bit from bit 0; 0 to 1"));
+  EXPECT_THAT(treeLines("05 01 09 30 15 00 25 7f 35 00 46 3b 01 75 08 95 01 81 02"),
+              ElementsAre("17 Input: X; 8 bits from bit 0; 0 to 127"));
+}
+
 TEST(DescriptorTree, CountsUsagesThatAreTooMany) {
   EXPECT_THAT(treeLines("05 01 09 30 09 32 09 34 09 36 09 38 09 31 09 33 09 35 09 37 09 39 15 00 "
                         "25 01 75 01 95 0a 81 02"),

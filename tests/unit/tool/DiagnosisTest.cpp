@@ -334,7 +334,8 @@ TEST(Diagnosis, ALogCanBeReadOrIsStillToBegin) {
   EXPECT_EQ(checkOf(inventory, "log"), "none yet; a job's first line creates it");
   inventory.log = {"/a b", true, true, 12, 0, "/a b: Permission denied"};
   EXPECT_EQ(checkOf(inventory, "log"),
-            "FAIL: /a b: Permission denied -> as its owner, user 12: chmod a+r '/a b' "
+            "FAIL: /a b: Permission denied; it belongs to user 12 -> let its owner make it "
+            "readable: chmod a+r '/a b' "
             "[chmod a+r '/a b']");
   inventory.log = {"/a b", true, false, 12, 0, "/a b: not a regular file"};
   EXPECT_EQ(checkOf(inventory, "log"),

@@ -251,11 +251,25 @@ TEST_F(MeasureVerbTest, MeasuresARecording) {
                              "per cm\n"),
             std::string::npos)
       << outcome.out;
+  EXPECT_TRUE(outcome.out.ends_with(
+      "\nTimes are those of the recording; how long reports took to get there is not known.\n"))
+      << outcome.out;
   const auto document = nlohmann::json::parse(measure({"--recording", file, "--json"}).out);
+  EXPECT_TRUE(document["latency"].is_null());
   EXPECT_EQ(document["reports"], 10);
   EXPECT_EQ(document["intervals"]["longest"], 10'000);
   EXPECT_TRUE(document["lost"].is_null());
   EXPECT_EQ(document["axes"][2]["name"], "Z");
+}
+
+TEST_F(MeasureVerbTest, OfTimesThatAreNotThereNothingIsSaid) {
+  const std::string file = directory_.path() / "r.hid";
+  testsupport::writeFile(file,
+                         "R: 57 " + kDevice + "\nN: Pen\n" +
+                             "E: 000000.000000 4 00 01 00 00\nE: 000000.000000 4 00 02 00 00\n");
+  const Outcome outcome = measure({"--recording", file});
+  EXPECT_EQ(outcome.out.find("Times are"), std::string::npos) << outcome.out;
+  EXPECT_NE(outcome.out.find("Verdict: 2 reports without times"), std::string::npos);
 }
 
 TEST_F(MeasureVerbTest, WithoutReportsThereIsNothingToMeasure) {
