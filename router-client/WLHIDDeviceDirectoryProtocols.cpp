@@ -35,12 +35,12 @@ class DirectoryProxy final : public WLHIDDeviceDirectoryProtocol,
 };
 
 using WatcherMethods = platform::XPCMethodList<WLHIDDeviceDirectoryClientProtocol,
-                                              &WLHIDDeviceDirectoryClientProtocol::deviceArrived,
-                                              &WLHIDDeviceDirectoryClientProtocol::deviceChanged,
-                                              &WLHIDDeviceDirectoryClientProtocol::deviceDeparted>;
+                                               &WLHIDDeviceDirectoryClientProtocol::deviceArrived,
+                                               &WLHIDDeviceDirectoryClientProtocol::deviceChanged,
+                                               &WLHIDDeviceDirectoryClientProtocol::deviceDeparted>;
 
 class WatcherProxy final : public WLHIDDeviceDirectoryClientProtocol,
-                          platform::XPCProxy<WatcherMethods> {
+                           platform::XPCProxy<WatcherMethods> {
  public:
   using XPCProxy::XPCProxy;
 
