@@ -77,7 +77,10 @@ const std::vector<Rule>& rules() {
         "router-client/LogSites.h"}},
       {"testkit/",
        {"testkit/", "WLHIDAccess/", "platform/", "router-client/WLHIDEventRouterProtocols.h"}},
-      {"examples/", {"WLHIDAccess/", "platform/"}},
+      // One of them is a router, another one an application's own test.
+      {"examples/",
+       {"examples/", "WLHIDAccess/", "testkit/", "router-client/WLHIDEventRouterProtocols.h",
+        "platform/"}},
   };
   return all;
 }
