@@ -1,16 +1,17 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Shows Doxygen a header of this project with its comments as Doxygen wants them; the headers themselves stay free of its markup.
+"""Shows Doxygen a header of this project with its comments as Doxygen wants them; the headers stay free of its markup.
 
-- The comment at the top says what the header is for. It becomes the description of the class of that name, or of the file:
-  indented lines are code, and Threading, Ownership, Errors, Order, Forks and Stability begin a paragraph with a title.
+- The comment at the top says what the header is for. It becomes the description of the class of that name, or of the
+  file: indented lines are code, and Threading, Ownership, Errors, Order, Forks and Stability begin a paragraph with a
+  title.
 - In a header for C, comments before and after a declaration become its description.
 """
 import pathlib
 import re
 import sys
 
-TITLES = re.compile(r"(Threading(?:, Ownership)?(?:, Errors)?(?:, Order)?|Ownership|Errors|Order|Forks|Stability):\s*(.*)")
+TITLES = re.compile(r"((?:Threading|Ownership|Errors|Order|Forks|Stability)(?:, (?:Ownership|Errors|Order))*):\s*(.*)")
 
 
 def plain(text):
@@ -48,7 +49,8 @@ def description(lines):
 
 def with_first_comment(text, name):
     """The first comment after the licence, as the description of the class of that name or of the file."""
-    match = re.search(r"^// SPDX.*\n\n((?://.*\n)+)", text) or re.search(r"(/\*\n(?: \* (?!SPDX).*\n| \*\n)+ \*/\n)", text)
+    match = (re.search(r"^// SPDX.*\n\n((?://.*\n)+)", text) or
+             re.search(r"(/\*\n(?: \* (?!SPDX).*\n| \*\n)+ \*/\n)", text))
     if not match:
         return "/** \\file */\n" + text
     comment = match.group(1)
