@@ -287,6 +287,19 @@ class States(unittest.TestCase):
             self.assertIn(f'"{number} {name}"', read("docs/pictures/draw.py"))
 
 
+class Version(unittest.TestCase):
+    """The one place is CMakeLists.txt. What cannot take the version from there repeats it."""
+
+    def test_is_the_same_wherever_it_is_written_down(self):
+        version = re.search(r"project\(WLHIDAccess VERSION ([\d.]+)", read("CMakeLists.txt")).group(1)
+        self.assertIn(f'\nversion = "{version}"\n', read("python/pyproject.toml"))
+        self.assertIn(f'"{version}" */\nconst char* wlhid_version(void);', read("c/wlhid.h"))
+        self.assertTrue(read("debian/changelog").startswith(f"wlhidaccess ({version})"))
+        self.assertIn(re.search(r"^## (.*)$", read("CHANGELOG.md"), flags=re.M).group(1), ("Unreleased", version))
+        packages = re.findall(r"[a-z0-9-]+_([\d.]+)_amd64\.deb", read("README.md"))
+        self.assertEqual(set(packages), {version})
+
+
 class Pictures(unittest.TestCase):
     def test_are_those_that_the_script_draws(self):
         with tempfile.TemporaryDirectory() as directory:
