@@ -19,7 +19,7 @@
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "platform/kit/KQLogger.h"
 
-/// The framework's version as a number: 1.0.
+/// The framework's major version as a number: 1.0.
 extern "C" WLHID_EXPORT const double WLHIDAccessVersionNumber;
-/// The framework's version in the form that what(1) finds in the binary; ends with a line feed.
+/// The same in the form that what(1) finds in the binary; ends with a line feed.
 extern "C" WLHID_EXPORT const char WLHIDAccessVersionString[];

@@ -68,7 +68,7 @@ typedef enum wlhid_code {
 const char* wlhid_code_text(int code);
 /* Why the last failed call on this thread failed: what happened and what to do. Never null. */
 const char* wlhid_last_error(void);
-/* "1.0" */
+/* Of the library: "1.1" */
 const char* wlhid_version(void);
 /* WLHID_ABI_VERSION of the library that is loaded. */
 uint32_t wlhid_abi_version(void);

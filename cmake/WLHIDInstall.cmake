@@ -42,7 +42,7 @@ if(WLHID_TOOL)
   wlhid_install_link(../lib/wlhid/wlhid ${CMAKE_INSTALL_BINDIR}/wlhid)
   wlhid_install_link(../../../helpers/${label} ${own}/Contents/Library/LaunchServices/${label})
   wlhid_install_link(../../../../libexec/wlhid/wlhid-jobd ${own}/Contents/Helpers/wlhid-jobd)
-  install(FILES packaging/tool/wlhid.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT tool)
-  install(FILES packaging/tool/wlhid.bash-completion DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
-    RENAME wlhid COMPONENT tool)
+  install(DIRECTORY "${PROJECT_BINARY_DIR}/manual/man1" DESTINATION "${CMAKE_INSTALL_MANDIR}" COMPONENT tool)
+  install(FILES "${PROJECT_BINARY_DIR}/manual/wlhid.bash-completion"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME wlhid COMPONENT tool)
 endif()

@@ -98,7 +98,7 @@ class ScriptedPlatform {
   void setRemoval(OutcomeScript script);
   void setBless(OutcomeScript script);
 
-  /// Adds a job with `installedVersion` at /Library/PrivilegedHelperTools/<label>. It counts as
+  /// Adds a job with `installedVersion` at /Library/PrivilegedHelperTools/LABEL. It counts as
   /// installed if the main bundle's copy has the same version: see setBundleCopy.
   void installHelper(const std::string& label, std::string_view installedVersion);
   void uninstallHelper(const std::string& label);

@@ -62,40 +62,6 @@ void addHelpVerb(CLI::App& app, Action& chosen) {
   verb->callback([words, &app, &chosen] { chosen = [words, &app] { return help(app, *words); }; });
 }
 
-/// Fills `app` with the global options and all verbs.
-void describe(CLI::App& app, std::string& root, Action& chosen) {
-  app.description(kDescription);
-  app.name("wlhid");
-  app.set_version_flag("--version", "wlhid " WLHID_VERSION);
-  app.add_option("--root", root,
-                 "The system root: the directory that holds router, jobs and log\n"
-                 "(default: $WLHID_ROOT, else / if the router's package is installed, else\n"
-                 "wlhid/root in the user's state directory)")
-      ->type_name("DIR")
-      ->check([](const std::string& value) { return value.empty() ? "is empty" : std::string(); });
-  app.require_subcommand(1);
-  app.fallthrough();
-  app.get_formatter()->column_width(28);
-  addStatusVerb(app, chosen);
-  addInstallVerb(app, chosen);
-  addUninstallVerb(app, chosen);
-  addInspectVerb(app, chosen);
-  addSessionsVerb(app, chosen);
-  addDevicesVerb(app, chosen);
-  addGrantVerbs(app, chosen);
-  addRouteVerb(app, chosen);
-  addRecordVerb(app, chosen);
-  addMeasureVerb(app, chosen);
-  addTestVerb(app, chosen);
-  addPictureVerb(app, chosen);
-  addDescriptorVerb(app, chosen);
-  addLogVerb(app, chosen);
-  addReportVerb(app, chosen);
-  addDoctorVerb(app, chosen);
-  addSignVerb(app, chosen);
-  addHelpVerb(app, chosen);
-}
-
 /// Points to the most specific help: that of the verb that was typed.
 std::string helpHint(const CLI::App& app) {
   std::string command = "wlhid";
@@ -129,11 +95,44 @@ int runChosen(const std::string& program, const std::string& root, const Action&
 
 }  // namespace
 
+void describeCommand(CLI::App& app, std::string& root, Action& chosen) {
+  app.description(kDescription);
+  app.name("wlhid");
+  app.set_version_flag("--version", "wlhid " WLHID_VERSION);
+  app.add_option("--root", root,
+                 "The system root: the directory that holds router, jobs and log\n"
+                 "(default: $WLHID_ROOT, else / if the router's package is installed, else\n"
+                 "wlhid/root in the user's state directory)")
+      ->type_name("DIR")
+      ->check([](const std::string& value) { return value.empty() ? "is empty" : std::string(); });
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.get_formatter()->column_width(28);
+  addStatusVerb(app, chosen);
+  addInstallVerb(app, chosen);
+  addUninstallVerb(app, chosen);
+  addInspectVerb(app, chosen);
+  addSessionsVerb(app, chosen);
+  addDevicesVerb(app, chosen);
+  addGrantVerbs(app, chosen);
+  addRouteVerb(app, chosen);
+  addRecordVerb(app, chosen);
+  addMeasureVerb(app, chosen);
+  addTestVerb(app, chosen);
+  addPictureVerb(app, chosen);
+  addDescriptorVerb(app, chosen);
+  addLogVerb(app, chosen);
+  addReportVerb(app, chosen);
+  addDoctorVerb(app, chosen);
+  addSignVerb(app, chosen);
+  addHelpVerb(app, chosen);
+}
+
 int runCommandLine(int argc, const char* const* argv) try {
   CLI::App app;
   std::string root;
   Action chosen;
-  describe(app, root, chosen);
+  describeCommand(app, root, chosen);
   try {
     app.parse(argc, argv);
     return runChosen(argc > 0 ? argv[0] : "", root, chosen);

@@ -20,7 +20,7 @@ constexpr std::string_view kSaidWithoutRouter =
     "the exception is caught\n"
     "the delegate is called\n"
     "not installed\n";
-constexpr std::string_view kSaidInC = "version 1.0\nnot installed\n";
+constexpr std::string_view kSaidInC = "version " WLHID_VERSION "\nnot installed\n";
 
 class ConsumersTest : public ToolTest {
  protected:

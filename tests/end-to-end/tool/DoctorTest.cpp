@@ -126,14 +126,16 @@ TEST_F(DoctorTest, WithAnOutdatedRouter) {
   makeOutdated();
   const auto document = doctor();
   EXPECT_EQ(failures(document).size(), 1U);
-  EXPECT_EQ(failures(document)["versions"], "version 0.9 is installed, this program carries 1.0");
+  EXPECT_EQ(failures(document)["versions"],
+            "version 0.9 is installed, this program carries " WLHID_VERSION);
   expectAdviceHelps("versions");
 }
 
 TEST_F(DoctorTest, WithANewerRouter) {
   install();
   becomeVersion("2.0");
-  EXPECT_EQ(failures(doctor())["versions"], "version 2.0 is installed, this program carries 1.0");
+  EXPECT_EQ(failures(doctor())["versions"],
+            "version 2.0 is installed, this program carries " WLHID_VERSION);
   expectAdviceHelps("versions");
 }
 

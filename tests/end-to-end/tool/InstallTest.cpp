@@ -29,7 +29,7 @@ TEST_F(InstallTest, ANewRootHasNoRouter) {
   EXPECT_NE(outcome.out.find("not installed"), std::string::npos) << outcome.out;
   const auto json = status();
   EXPECT_EQ(json["installed"], false);
-  EXPECT_EQ(json["bundleCopy"]["version"], "1.0");
+  EXPECT_EQ(json["bundleCopy"]["version"], WLHID_VERSION);
   EXPECT_EQ(json["installedCopy"], nullptr);
   EXPECT_EQ(json["router"], nullptr);
 }
@@ -49,7 +49,7 @@ TEST_F(InstallTest, InstallsAndRemoves) {
   EXPECT_EQ(installed.status, 0) << installed.out << installed.err;
   const auto json = status();
   EXPECT_EQ(json["installed"], true);
-  EXPECT_EQ(json["installedCopy"]["version"], "1.0");
+  EXPECT_EQ(json["installedCopy"]["version"], WLHID_VERSION);
   EXPECT_EQ(json["installedCopy"]["path"], helperTool().string());
 
   const Outcome removed = runTool({"uninstall", "--authorize", "allow"});
@@ -108,17 +108,19 @@ TEST_F(InstallTest, ANewerRouterIsReplacedByForceOnly) {
   becomeVersion("2.0");
   const Outcome refused = runTool({"install", "--authorize", "allow"});
   EXPECT_TRUE(isRefusal(
-      refused, 1, "version 2.0 is installed, and this command carries the older version 1.0"));
+      refused, 1,
+      "version 2.0 is installed, and this command carries the older version " WLHID_VERSION));
   EXPECT_NE(refused.err.find("--force"), std::string::npos) << refused.err;
   EXPECT_EQ(status()["installedCopy"]["version"], "2.0");
   EXPECT_NE(runTool({"status"}).out.find("install --force"), std::string::npos);
 
   const Outcome forced = runTool({"install", "--force", "--authorize", "allow"});
   EXPECT_EQ(forced.status, 0) << forced.err;
-  EXPECT_TRUE(forced.out.starts_with(
-      "Replacing: version 2.0 is installed, and this command carries the older version 1.0"))
+  EXPECT_TRUE(
+      forced.out.starts_with("Replacing: version 2.0 is installed, and this command carries the "
+                             "older version " WLHID_VERSION))
       << forced.out;
-  EXPECT_EQ(status()["installedCopy"]["version"], "1.0");
+  EXPECT_EQ(status()["installedCopy"]["version"], WLHID_VERSION);
 }
 
 TEST_F(InstallTest, AnExecutableOutsideTheRootIsNamedAsSuch) {

@@ -68,9 +68,9 @@ TEST_F(ReportTest, TellsOfARouterThatRuns) {
 
   const auto manifest = json(archive, "manifest.json");
   EXPECT_EQ(manifest["verdict"], "The router is installed, current and in order.");
-  EXPECT_EQ(manifest["versions"]["bundleCopy"], "1.0");
-  EXPECT_EQ(manifest["versions"]["installed"], "1.0");
-  EXPECT_EQ(manifest["versions"]["running"], "1.0");
+  EXPECT_EQ(manifest["versions"]["bundleCopy"], WLHID_VERSION);
+  EXPECT_EQ(manifest["versions"]["installed"], WLHID_VERSION);
+  EXPECT_EQ(manifest["versions"]["running"], WLHID_VERSION);
   EXPECT_EQ(manifest["missing"], nlohmann::json::array());
   EXPECT_EQ(firstNo(archive), "none");
   const auto jobs = json(archive, "jobs.json");

@@ -358,7 +358,7 @@ TEST_F(RouteTest, StatusShowsWhatIsRouted) {
     router = routerStatus();
     return !router.is_null() && router["sessions"].size() == 1;
   });
-  EXPECT_EQ(router["version"], "1.0");
+  EXPECT_EQ(router["version"], WLHID_VERSION);
   EXPECT_EQ(router["lost"], 0);
   EXPECT_EQ(router["sessions"][0]["registryEntryID"], std::stoull(id, nullptr, 16));
   process.signal(SIGINT);

@@ -20,12 +20,14 @@ class SituationTest : public ToolTest {
   }
   [[nodiscard]] std::filesystem::path systemLog() const { return root / "var/log/system.log"; }
 
-  /// Gives the installed router another version, of three bytes.
+  /// Gives the installed router another version, of as many bytes.
   void becomeVersion(std::string_view version) {
     std::string other = readFile(helperTool());
-    const std::size_t at = other.find("<string>1.0</string>");
+    constexpr std::string_view kVersion = WLHID_VERSION;
+    ASSERT_EQ(version.size(), kVersion.size());
+    const std::size_t at = other.find("<string>" + std::string(kVersion) + "</string>");
     ASSERT_NE(at, std::string::npos);
-    other.replace(at + 8, 3, version);
+    other.replace(at + std::string_view("<string>").size(), version.size(), version);
     replaceHelperTool(other);
   }
   void makeOutdated() { becomeVersion("0.9"); }

@@ -49,7 +49,7 @@ TEST_F(UsageTest, EveryVerbHasHelpWithAnExample) {
 TEST_F(UsageTest, PrintsItsVersion) {
   const Outcome outcome = runTool({"--version"});
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.out, "wlhid 1.0\n");
+  EXPECT_EQ(outcome.out, "wlhid " WLHID_VERSION "\n");
 }
 
 TEST_F(UsageTest, WrongUsageIsOneLineAndExitStatus2) {

@@ -91,7 +91,8 @@ TEST_F(CTest, AnswersMistakesWithWords) {
   EXPECT_EQ(inC("misuse"),
             "2 options must not be null. This is a mistake in the program.\n"
             "2 input must not be null. This is a mistake in the program.\n"
-            "2\n-1 -1\n0 1\n11 Le\n1.0 same\n"
+            "2\n-1 -1\n0 1\n11 Le\n" WLHID_VERSION
+            " same\n"
             "Another program has the device, or there are too many requests. Try again later.\n");
 }
 
