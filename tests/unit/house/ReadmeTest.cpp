@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// The client in the README is the one that is built and tested.
+// The programs in the README are those that are built and tested.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -17,11 +18,19 @@ std::string readFromSource(const std::string& name) {
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-TEST(Readme, ShowsTheExampleAsItIs) {
-  const std::string example = readFromSource("examples/client.cpp");
-  ASSERT_FALSE(example.empty());
-  EXPECT_NE(readFromSource("README.md").find("```cpp\n" + example + "```\n"), std::string::npos)
-      << "the README's client differs from examples/client.cpp";
+TEST(Readme, ShowsTheExamplesAsTheyAre) {
+  const std::string readme = readFromSource("README.md");
+  const std::pair<const char*, const char*> examples[] = {{"examples/client.cpp", "cpp"},
+                                                          {"examples/input.cpp", "cpp"},
+                                                          {"examples/c-poll.c", "c"},
+                                                          {"examples/input.py", "python"}};
+  for (const auto& [file, language] : examples) {
+    const std::string example = readFromSource(file);
+    ASSERT_FALSE(example.empty()) << file;
+    EXPECT_NE(readme.find("```" + std::string(language) + "\n" + example + "```\n"),
+              std::string::npos)
+        << "the README's program differs from " << file;
+  }
 }
 
 }  // namespace
