@@ -92,13 +92,13 @@ void checkIsSystemLabel(const std::string& label) {
 
 void checkIsOnlyService(const std::string& label, const std::vector<std::string>& services) {
   const auto isItsOwn = [&](const std::string& service) {
-    return service == label || service == label + ".control";
+    return service == label || service == label + ".control" || service == label + ".devices";
   };
   const bool offersLabel = std::find(services.begin(), services.end(), label) != services.end();
   if (offersLabel && std::all_of(services.begin(), services.end(), isItsOwn)) return;
   throw ServiceError(ServiceErrorCode::InvalidImage,
                      "for all users of this system, the helper may offer the services " + label +
-                         " and " + label + ".control and no other");
+                         ", " + label + ".control and " + label + ".devices and no other");
 }
 
 SystemProgram loadSystemProgram(const platform::SystemRoot& root, const std::string& label) {

@@ -22,8 +22,8 @@ namespace jobd {
 /// the package brings only that one.
 void checkIsSystemLabel(const std::string& label);
 
-/// Throws InvalidImage unless the label is a service and its control service the only other one:
-/// systemd listens for no more.
+/// Throws InvalidImage unless the label is a service and the only others are its control service
+/// and its device directory: systemd listens for no more.
 void checkIsOnlyService(const std::string& label, const std::vector<std::string>& services);
 
 /// The newest version of all layers; empty if there is none.

@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// The client in the README is the one that is built and tested, and its pictures are there.
+// The programs in the README are those that are built and tested, and its pictures are those that a
+// script draws.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <string_view>
+#include <utility>
 
 namespace {
 
@@ -17,25 +19,30 @@ std::string readFromSource(const std::string& name) {
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-TEST(Readme, ShowsTheExampleAsItIs) {
-  const std::string example = readFromSource("examples/client.cpp");
-  ASSERT_FALSE(example.empty());
-  EXPECT_NE(readFromSource("README.md").find("```cpp\n" + example + "```\n"), std::string::npos)
-      << "the README's client differs from examples/client.cpp";
+TEST(Readme, ShowsTheExamplesAsTheyAre) {
+  const std::string readme = readFromSource("README.md");
+  const std::pair<const char*, const char*> examples[] = {{"examples/client.cpp", "cpp"},
+                                                          {"examples/input.cpp", "cpp"},
+                                                          {"examples/c-poll.c", "c"},
+                                                          {"examples/input.py", "python"}};
+  for (const auto& [file, language] : examples) {
+    const std::string example = readFromSource(file);
+    ASSERT_FALSE(example.empty()) << file;
+    EXPECT_NE(readme.find("```" + std::string(language) + "\n" + example + "```\n"),
+              std::string::npos)
+        << "the README's program differs from " << file;
+  }
 }
 
-TEST(Readme, ShowsEveryPictureThatIsThere) {
+TEST(Readme, ShowsEveryPictureThatIsDrawnForIt) {
   const std::string readme = readFromSource("README.md");
   const std::string script = readFromSource("scripts/pictures");
-  const char* const root = std::getenv("WLHID_SOURCE_DIR");
-  ASSERT_NE(root, nullptr);
+  constexpr std::string_view kBegins = "\ndraw_";
   std::size_t pictures = 0;
-  for (const auto& entry :
-       std::filesystem::directory_iterator(std::filesystem::path(root) / "docs/pictures")) {
-    const std::string name = entry.path().filename().string();
-    EXPECT_NE(readme.find("<img src=\"docs/pictures/" + name + "\" alt=\""), std::string::npos)
-        << name;
-    EXPECT_NE(script.find("\ndraw_" + entry.path().stem().string() + "() {"), std::string::npos)
+  for (auto at = script.find(kBegins); at != std::string::npos; at = script.find(kBegins, at + 1)) {
+    const auto begin = at + kBegins.size();
+    const std::string name = script.substr(begin, script.find('(', begin) - begin);
+    EXPECT_NE(readme.find("<img src=\"docs/pictures/" + name + ".svg\" alt=\""), std::string::npos)
         << name;
     ++pictures;
   }

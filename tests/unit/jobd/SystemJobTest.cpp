@@ -11,6 +11,8 @@
 
 #include <filesystem>
 
+#include "jobd/HelperImage.h"
+#include "jobd/MappedFile.h"
 #include "platform/services/JobFile.h"
 #include "platform/services/RootFiles.h"
 #include "platform/services/ServiceError.h"
@@ -82,6 +84,15 @@ TEST_F(SystemJob, RunsNothingInPlaceOfADamagedOne) {
   EXPECT_THAT(load(), HasSubstr("the helper has no section"));
   testsupport::writeFile(blessed_ / "jobs" / (kLabel + ".plist"), "garbage");
   EXPECT_THAT(load(), HasSubstr("the job file of " + kLabel + " cannot be used"));
+}
+
+TEST_F(SystemJob, RunsTheRouterWithAllOfItsServices) {
+  const platform::FileDescriptor file(::open(WLHID_ROUTER_IMAGE, O_RDONLY | O_CLOEXEC));
+  const jobd::MappedFile router(file.get(), WLHID_ROUTER_IMAGE);
+  const auto services = jobd::parseHelperImage(router.bytes(), kLabel).services;
+  EXPECT_GE(services.size(), 3U);
+  put(packaged_, "/bin/true", "1.0", services);
+  EXPECT_EQ(load(), (packaged_ / "helpers" / kLabel).string() + ": /bin/true");
 }
 
 TEST_F(SystemJob, RunsNoOtherLabelAndNoOtherService) {
