@@ -30,7 +30,7 @@
 namespace inputtest {
 
 inline constexpr std::chrono::seconds kPatience{60};
-extern const char* const kJobDaemon;  ///< its program; InputTest.cpp has it from the build
+extern const char* const kJobDaemon;  ///< its program
 
 /// Lines that the library's threads add and the test waits for.
 class Lines {

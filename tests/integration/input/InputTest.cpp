@@ -5,8 +5,6 @@
 #include "InputFixture.h"
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
 
-const char* const inputtest::kJobDaemon = WLHID_JOBD_PROGRAM;
-
 namespace {
 
 using inputtest::InputFixture;
