@@ -9,7 +9,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "ToolTest.h"
+#include "Situations.h"
 
 namespace test {
 namespace {
@@ -17,7 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-class RecordTest : public ToolTest {
+class RecordTest : public SituationTest {
  protected:
   void SetUp() override { install(); }
 
@@ -38,6 +38,17 @@ class RecordTest : public ToolTest {
   }
   [[nodiscard]] static json own(std::string_view name) {
     return read(sourcePath("recordings") / name);
+  }
+  /// The descriptor and the reports as they are written, without their times, which may run
+  /// backwards where a recording consists of several.
+  [[nodiscard]] static std::vector<std::string> bytesIn(const fs::path& path) {
+    std::vector<std::string> bytes;
+    std::ifstream in(path);
+    for (std::string line; std::getline(in, line);) {
+      if (line.starts_with("R: ")) bytes.push_back(line);
+      if (line.starts_with("E: ")) bytes.push_back(line.substr(line.find(' ', 3) + 1));
+    }
+    return bytes;
   }
   /// What is delivered when this is routed: reports and element values.
   [[nodiscard]] std::vector<json> deliveriesOf(const std::vector<std::string>& arguments) const {
@@ -73,6 +84,26 @@ TEST_F(RecordTest, WhatIsRecordedAndRoutedBackGivesTheSameDeliveries) {
     EXPECT_EQ(deliveriesOf({"--recording", file(), "--speed", "max"}), expected) << name;
     fs::remove(file());
   }
+}
+
+/// Recordings of real devices that are kept beside the source tree.
+TEST_F(RecordTest, WhatRealDevicesSentComesBackByteForByte) {
+  const fs::path shared = sourcePath("../shared/recordings");
+  if (!fs::exists(shared)) GTEST_SKIP() << "no recordings beside the source tree";
+  std::size_t compared = 0;
+  for (const auto& entry : fs::directory_iterator(shared)) {
+    if (entry.path().extension() != ".hid") continue;
+    const Outcome added = runTool({"devices", "add", entry.path(), "--speed", "max"});
+    ASSERT_EQ(added.status, 0) << added.err;
+    const std::string id = added.out.substr(0, added.out.find_first_of(" \n"));
+    const Outcome recorded = runTool({"record", id, file(), "--sensitive"});
+    ASSERT_EQ(recorded.status, 0) << entry.path() << recorded.err;
+    EXPECT_EQ(bytesIn(file()), bytesIn(entry.path())) << entry.path();
+    EXPECT_EQ(deliveriesOf({"--recording", file(), "--speed", "max"}), deliveriesOf({id}));
+    fs::remove(file());
+    ++compared;
+  }
+  EXPECT_GT(compared, 3U);
 }
 
 TEST_F(RecordTest, AnotherReaderReadsIt) {
@@ -169,6 +200,37 @@ TEST_F(RecordTest, AFullDiskLeavesWholeReports) {
         << outcome.out << outcome.err;
     fs::remove(file());
   }
+  routing.signal(SIGINT);
+  EXPECT_EQ(routing.wait(), 0);
+}
+
+TEST_F(RecordTest, ADiskThatFillsUpLeavesWholeReports) {
+  if (!canMount()) GTEST_SKIP() << "this user may not mount a file system of its own";
+  // Keeps the router running, which is on another disk.
+  Process routing(wlhid({"route", addDevice("qemu-usb-tablet.hid", {"--repeat"}), "--json"}),
+                  options());
+  routing.waitForOutputContaining("report");
+  const std::string id = addDevice("qemu-usb-mouse.hid", {"--speed", "max", "--repeat"});
+  const fs::path disk = directory / "disk";
+  fs::create_directories(disk);
+  std::string line = "mount -t tmpfs -o size=16k tmpfs " + inQuotes(disk.string()) + " && {";
+  for (const std::string& word : wlhid({"record", id, disk / "full.hid", "--sensitive"}))
+    line += " " + inQuotes(word);
+  line += "; status=$?; cp " + inQuotes((disk / "full.hid").string()) + " " +
+          inQuotes(file().string()) + "; exit $status; }";
+  const Outcome outcome = run({"unshare", "-rm", "sh", "-c", line}, options());
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.err.find("cannot write to " + (disk / "full.hid").string() +
+                             ": No space left on device"),
+            std::string::npos)
+      << outcome.err;
+  const auto recorded = reportsIn(read(file()));
+  EXPECT_NE(outcome.out.find(std::to_string(recorded.size()) + " reports in"), std::string::npos)
+      << outcome.out << outcome.err;
+  const auto expected = reportsIn(own("qemu-usb-mouse.hid"));
+  ASSERT_GT(recorded.size(), 100U);
+  for (std::size_t i = 0; i < recorded.size(); ++i)
+    ASSERT_EQ(recorded[i], expected[i % expected.size()]) << i;
   routing.signal(SIGINT);
   EXPECT_EQ(routing.wait(), 0);
 }
