@@ -95,6 +95,12 @@ TEST_F(PictureTest, ANameThatInjectsMarkupDoesNothing) {
   EXPECT_EQ(seen["requests"], json::array());
 }
 
+TEST(ReadmePictures, AreWhatTheCommandDraws) {
+  const Outcome outcome = run({"env", "WLHID=" + builtPath("wlhid").string(),
+                               sourcePath("scripts/pictures").string(), "--check"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+}
+
 /// Recordings of real devices that are kept beside the source tree.
 TEST_F(PictureTest, DrawsEveryRecording) {
   const fs::path shared = sourcePath("../shared/recordings");
