@@ -15,6 +15,7 @@
 #include "tool/command/Command.h"
 #include "tool/command/Numbers.h"
 #include "tool/findings/InventoryJson.h"
+#include "tool/report/LastError.h"
 #include "tool/report/LogModules.h"
 #include "tool/report/Manifest.h"
 #include "tool/report/PartNames.h"
@@ -22,6 +23,7 @@
 #include "tool/report/ShownFindings.h"
 #include "tool/report/ShownLines.h"
 #include "tool/report/SourceFile.h"
+#include "tool/report/Summary.h"
 #include "tool/routing/Trial.h"
 
 namespace tool {
@@ -56,11 +58,15 @@ class ReportWriter {
     step("Checking router, jobs and devices");
     const Inventory inventory = takeInventory(request_.root);
     const Diagnosis diagnosis = diagnose(inventory);
+    const ReportOrigin origin = originOf(request_.withInput);
+    // Before the modules are asked, so that their files include what it logs.
+    const std::optional<TrialResult> trial = tryIfWanted();
+    writeSummary({inventory, diagnosis, origin, trial, lastErrorIn(inventory.log.path)});
     writeInventory(inventory, diagnosis);
-    if (request_.deviceToTry) writeTrial(*request_.deviceToTry);
+    if (trial) writeTrial(*trial);
     writeModules();
     if (request_.withInput) writeRecordings(inventory.devices);
-    writeManifest(inventory, diagnosis);
+    writeManifest(origin, inventory, diagnosis);
     return std::move(result_);
   }
 
@@ -91,6 +97,11 @@ class ReportWriter {
 
   void writeText(const std::string& name, const std::string& description, const std::string& text) {
     writePart(name, description, "State", [&] { archive_.write(text); });
+  }
+
+  void writeSummary(const SummarySources& sources) {
+    writeText("summary.html", "What is wrong, on one page",
+              summaryPage(summaryOf(sources, request_.withInput, devices_)));
   }
 
   void writeInventory(const Inventory& inventory, const Diagnosis& diagnosis) {
@@ -124,10 +135,13 @@ class ReportWriter {
             {"router", router ? jsonOf(*router) : ordered_json()}};
   }
 
-  /// Runs before the modules are asked, so that their files include what it logs.
-  void writeTrial(std::uint64_t registryEntryID) {
+  [[nodiscard]] std::optional<TrialResult> tryIfWanted() const {
+    if (!request_.deviceToTry) return std::nullopt;
     step("Routing the device briefly");
-    const TrialResult trial = tryDevice(registryEntryID);
+    return tryDevice(*request_.deviceToTry);
+  }
+
+  void writeTrial(const TrialResult& trial) {
     ordered_json document = shownTrial(trial, devices_);
     if (request_.withInput) {
       document["registryEntryID"] = trial.registryEntryID;
@@ -250,10 +264,10 @@ class ReportWriter {
     return problem;
   }
 
-  void writeManifest(const Inventory& inventory, const Diagnosis& diagnosis) {
+  void writeManifest(const ReportOrigin& origin, const Inventory& inventory,
+                     const Diagnosis& diagnosis) {
     step("Writing the manifest");
-    result_.manifest =
-        manifestOf(request_, result_, originOf(request_.withInput), inventory, diagnosis);
+    result_.manifest = manifestOf(request_, result_, origin, inventory, diagnosis);
     archive_.begin(std::string(kFolder) + "manifest.json");
     archive_.write(result_.manifest);
     static_cast<void>(archive_.end());

@@ -2,6 +2,7 @@
 
 // A diagnostic report to attach to a bug report.
 //
+//   wlhid-report/summary.html            first: what is wrong, on one page
 //   wlhid-report/doctor.txt              the verdict and its checks, for people
 //   wlhid-report/presence.json           versions, and each step of the presence check
 //   wlhid-report/jobs.json               jobs, endpoints and their owners, the router's sessions
@@ -13,8 +14,8 @@
 //   wlhid-report/recordings/<id>.hid     with input only: the recordings that are set up as devices
 //   wlhid-report/manifest.json           last: what is in the report, what is missing and why
 //
-// Without input it holds only literal text of this project and shown values (see ShownLines.h and
-// ShownFindings.h). With input everything goes in unchanged.
+// Without input it holds only literal text of this project and shown values (see ShownLines.h,
+// ShownFindings.h, and Words in Check.h). With input everything goes in unchanged.
 //
 // Threading: the main thread.
 // Ownership: the archive is the caller's.

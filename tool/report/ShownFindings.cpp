@@ -25,13 +25,6 @@ constexpr std::array<std::string_view, 16> kChecks{
     "running router", "job daemon",    "endpoint", "devices",        "log",      "disk",
     "polkit",         "login session", "ordinary", "sensitive"};
 
-std::string shownName(std::string_view check) {
-  constexpr std::string_view kJob = "job ";
-  if (std::ranges::find(kChecks, check) != kChecks.end()) return std::string(check);
-  if (!check.starts_with(kJob)) return std::string(kPrivate);
-  return std::string(kJob) + shownLabel(check.substr(kJob.size()));
-}
-
 std::string_view shownState(CopyState state) {
   switch (state) {
     case CopyState::NoPath:
@@ -184,10 +177,18 @@ ordered_json shownVersionOrNull(const std::string& version) {
   return version.empty() ? ordered_json() : ordered_json(shownVersion(version));
 }
 
+std::string shownName(const Check& check) {
+  constexpr std::string_view kJob = "job ";
+  const std::string_view name = check.name;
+  if (std::ranges::find(kChecks, name) != kChecks.end()) return check.name;
+  if (!name.starts_with(kJob)) return std::string(kPrivate);
+  return std::string(kJob) + shownLabel(name.substr(kJob.size()));
+}
+
 std::string shownDiagnosis(const Diagnosis& diagnosis) {
   std::string text = diagnosis.verdict + "\n";
   for (const Check& check : diagnosis.checks) {
-    text += std::string(textOf(check.state)) + ": " + shownName(check.name);
+    text += std::string(textOf(check.state)) + ": " + shownName(check);
     if (check.state == Check::State::Failed)
       text.append(": ").append(check.fault).append(" -> ").append(check.advice);
     text += "\n";

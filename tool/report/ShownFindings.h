@@ -21,6 +21,8 @@
 
 namespace tool {
 
+/// A check's name; of a job's only the router's and the job daemon's label.
+[[nodiscard]] std::string shownName(const Check& check);
 /// The verdict, the result of each check, and of one that failed what is wrong and what helps.
 [[nodiscard]] std::string shownDiagnosis(const Diagnosis& diagnosis);
 [[nodiscard]] nlohmann::ordered_json shownPresence(const PresenceCheck& presence);

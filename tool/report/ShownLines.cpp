@@ -3,6 +3,7 @@
 #include "tool/report/ShownLines.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <iterator>
 #include <optional>
@@ -141,6 +142,36 @@ std::optional<Entry> entryOf(std::string_view line) {
   return Entry{line.substr(0, kTimeBytes), *writer, *process, rest};
 }
 
+/// The rows that tell of a failure, or of something that was refused or lost.
+constexpr std::array kErrors{&router::row::cannotRun,
+                             &router::row::noEndpoint,
+                             &router::row::refused,
+                             &router::row::linesNotWritten,
+                             &router::row::tooManyConnections,
+                             &router::row::noStatus,
+                             &router::row::grantsIgnored,
+                             &router::row::routingDenied,
+                             &router::row::sessionTooSlow,
+                             &router::row::sessionCannotRoute,
+                             &router::row::watcherTooSlow,
+                             &router::row::deviceFails,
+                             &jobd::row::cannotRun,
+                             &jobd::row::cannotLaunch,
+                             &jobd::row::cannotWatch,
+                             &jobd::row::cannotStopRouter,
+                             &jobd::row::cannotStart,
+                             &jobd::row::skipsJob,
+                             &jobd::row::jobKilled};
+
+bool isError(const LogMatch& match) {
+  if (match.row == &jobd::row::jobExited) return match.arguments.back() != "0";
+  return std::ranges::find(kErrors, match.row) != kErrors.end();
+}
+
+std::optional<LogMatch> matchOf(const std::optional<Entry>& entry) {
+  return entry ? platform::recogniseLogLine(entry->text, knownRows()) : std::nullopt;
+}
+
 // ---- A line of the client
 
 const wlhid::LogSite* siteOf(const platform::RecentLogLines::Line& line) {
@@ -219,12 +250,16 @@ std::string lineOfLength(std::uint64_t bytes) {
 
 std::string shownLogLine(std::string_view line, DeviceOrder& devices) {
   const auto entry = entryOf(line);
-  const auto match =
-      entry ? platform::recogniseLogLine(entry->text, knownRows()) : std::optional<LogMatch>();
+  const auto match = matchOf(entry);
   if (!match) return lineOfLength(line.size());
   std::string text(entry->time);
   text.append(" ").append(kPrivate).append(" ").append(entry->writer).append("[");
   return text.append(entry->process).append("]: ") + shown(*match, devices);
+}
+
+bool isErrorLine(std::string_view line) {
+  const auto match = matchOf(entryOf(line));
+  return match && isError(*match);
 }
 
 std::string shownRecentLine(const platform::RecentLogLines::Line& line) {

@@ -51,6 +51,8 @@ class DeviceOrder {
 /// A line of the system log: time, process and text if the process is the router or the job daemon
 /// and the text matches a row of their tables; otherwise its length.
 [[nodiscard]] std::string shownLogLine(std::string_view line, DeviceOrder& devices);
+/// Whether such a line tells of a failure.
+[[nodiscard]] bool isErrorLine(std::string_view line);
 /// A line of the framework's own log if it comes from a log site of the client; otherwise its
 /// length.
 [[nodiscard]] std::string shownRecentLine(const platform::RecentLogLines::Line& line);

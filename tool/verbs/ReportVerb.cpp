@@ -29,6 +29,7 @@ std::string summaryOf(const ReportResult& result, const ReportOptions& options) 
                      " files, " +
                      (options.withInput ? "with input and serial numbers: be careful who gets it\n"
                                         : "without input and serial numbers\n");
+  text += "Open summary.html in it first: it says what is wrong.\n";
   for (const MissingPart& part : result.missing)
     text += "Missing: " + part.part + ": " + part.problem + "\n";
   return text;
@@ -73,6 +74,8 @@ void addReportVerb(CLI::App& app, Action& chosen) {
                  "Include what devices sent, serial numbers and paths unchanged");
   verb->add_flag("--json", options->json, "Print the archive's manifest");
   verb->footer(
+      "The first file of the archive, summary.html, says on one page what is wrong.\n"
+      "\n"
       "Without --with-input, a report has no input, serial numbers, names or paths: of logs and\n"
       "findings it keeps only this project's own words, counts and codes. Check it before you "
       "send it.\n"

@@ -23,6 +23,7 @@
 #include "tool/findings/InventoryJson.h"
 #include "tool/report/DiagnosticReport.h"
 #include "tool/report/ShownFindings.h"
+#include "tool/report/Summary.h"
 
 namespace tool {
 namespace {
@@ -446,6 +447,10 @@ Inventory markedInventory() {
   return inventory;
 }
 
+TrialResult markedTrial() {
+  return {kDevice, {}, {std::string(kWord)}, {4711220033}, 3, "input came"};
+}
+
 TEST(ShownFindings, HoldNoSecret) {
   const Inventory inventory = markedInventory();
   DeviceOrder devices;
@@ -453,10 +458,56 @@ TEST(ShownFindings, HoldNoSecret) {
   for (const std::string& text :
        {shownDiagnosis(diagnosis), dumped(shownPresence(inventory.presence)),
         dumped(shownJobs(inventory, devices)), dumped(shownDevices(inventory.devices, devices)),
-        dumped(shownRoot(inventory)),
-        dumped(shownTrial({kDevice, {}, {std::string(kWord)}, {4711220033}, 3, "input came"},
-                          devices))})
+        dumped(shownRoot(inventory)), dumped(shownTrial(markedTrial(), devices))})
     EXPECT_EQ(found(text), std::vector<std::string>()) << text;
+}
+
+/// What the router, systemd, polkit and logind say on the system's own root.
+SystemFindings markedSystem() {
+  const std::string word(kWord);
+  const SocketUnit socket{
+      word, UnitState::Masked, {word, "/" + word, false, 7654321, 0, false, word}};
+  SystemFindings system{
+      {{"/" + word, word, true}, {"/" + word, word, false}}, {socket}, socket, {}, {}};
+  system.router = {true, std::nullopt, std::nullopt, word};
+  const router::DeviceDescription device{kDevice, word, 3, 1, 2, word};
+  system.router.devices = {{{device,
+                             router::DeviceClass::Sensitive,
+                             word,
+                             {},
+                             {},
+                             router::DevicePermission::Unknown,
+                             word}}};
+  system.authorities.polkitProblem = word;
+  system.authorities.sessionProblem = word;
+  return system;
+}
+
+std::string shownPage(const Inventory& inventory, std::optional<std::string> lastError) {
+  DeviceOrder devices;
+  const Diagnosis diagnosis = diagnose(inventory);
+  return summaryPage(
+      summaryOf({inventory, diagnosis, originOf(false), markedTrial(), std::move(lastError)}, false,
+                devices));
+}
+
+TEST(ShownFindings, HoldNoSecretOnTheirFirstPage) {
+  Inventory inventory = markedInventory();
+  inventory.log.problem.clear();
+  for (const LogTemplate* row : allRows()) {
+    for (const std::string& form : formsOfSecret()) {
+      const std::string line =
+          jobd::logEntry({}, "QZHost", "com.quillmar.hideventrouter", 345, secretLine(*row, form));
+      const std::string page = shownPage(inventory, line.substr(0, line.size() - 1));
+      EXPECT_EQ(found(page), std::vector<std::string>()) << page;
+      EXPECT_EQ(page.find("a line of"), std::string::npos) << page;
+    }
+  }
+  inventory.system = markedSystem();
+  const std::string page = shownPage(inventory, {});
+  EXPECT_EQ(found(page), std::vector<std::string>()) << page;
+  EXPECT_NE(page.find("an administrator has forbidden the router"), std::string::npos);
+  EXPECT_NE(page.find("<th scope=\"row\">device 1</th>"), std::string::npos);
 }
 
 TEST(ShownFindings, SayWhatHelpsAllTheSame) {

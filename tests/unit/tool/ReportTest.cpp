@@ -147,8 +147,8 @@ TEST_F(ReportTest, TheManifestNamesEveryFileWithItsSize) {
     ++named;
   }
   EXPECT_EQ(named, written.files.size());
-  for (const char* name : {"doctor.txt", "presence.json", "jobs.json", "devices.json", "root.json",
-                           "modules/KQRecentLogLines/recent.log"})
+  for (const char* name : {"summary.html", "doctor.txt", "presence.json", "jobs.json",
+                           "devices.json", "root.json", "modules/KQRecentLogLines/recent.log"})
     EXPECT_TRUE(written.files.contains("wlhid-report/" + std::string(name))) << name;
 }
 

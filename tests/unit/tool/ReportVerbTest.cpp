@@ -47,7 +47,8 @@ TEST_F(ReportVerbTest, SaysWhatHasBeenWrittenAndWhatIsMissing) {
   EXPECT_EQ(outcome.err, "");
   const auto files = testsupport::readArchive(out_);
   EXPECT_TRUE(outcome.out.starts_with(out_ + ": " + std::to_string(files.size()) +
-                                      " files, without input and serial numbers\n"))
+                                      " files, without input and serial numbers\n"
+                                      "Open summary.html in it first: it says what is wrong.\n"))
       << outcome.out;
   EXPECT_NE(outcome.out.find("\nMissing: the jobs: the job daemon's program "), std::string::npos)
       << outcome.out;
@@ -99,8 +100,8 @@ TEST_F(ReportVerbTest, AsJsonIsTheManifest) {
   EXPECT_EQ(manifest["created"].get<std::string>().substr(19), "Z");
   for (const char* part : {"kernel", "machine"})
     EXPECT_FALSE(manifest["system"][part].get<std::string>().empty()) << part;
-  EXPECT_EQ(manifest["files"][0]["name"], "doctor.txt");
-  EXPECT_EQ(manifest["files"][0]["description"], "What is in order and what is not");
+  EXPECT_EQ(manifest["files"][0]["name"], "summary.html");
+  EXPECT_EQ(manifest["files"][0]["description"], "What is wrong, on one page");
   EXPECT_EQ(manifest["files"][0]["category"], "State");
 }
 
