@@ -37,6 +37,11 @@ const std::string kKeys =
     "R: 39 05 01 09 06 a1 01 85 02 05 07 19 00 29 10 15 00 25 10 75 08 95 02 81 00 85 03 05 01 09 "
     "38 15 81 25 7f 95 01 81 06 c0\n";
 
+/// Without printing the page where it is not so.
+bool has(const std::string& page, std::string_view text) {
+  return page.find(text) != std::string::npos;
+}
+
 class PictureTest : public testing::Test {
  protected:
   PictureData pictureOf(const std::string& text) {
@@ -169,6 +174,24 @@ TEST_F(PictureTest, ThePathShowsWhereItTouches) {
   EXPECT_THAT(chart->body, HasSubstr("<path class=\"way p4\" d=\""));
 }
 
+TEST_F(PictureTest, ALegendSaysWhatDashesMean) {
+  EXPECT_EQ(legendOfPath(pointerWith({"0.0 3 00 05 05", "0.1 3 00 50 05"})), "");
+  EXPECT_EQ(legendOfPath(pointerWith({"0.0 3 00 05 05", "0.1 3 01 50 05"})),
+            "Dashed while Button 1 is up.");
+  const std::string pen =
+      "R: 25 05 01 09 30 09 31 15 00 26 ff 00 75 08 95 02 81 02 05 0d 09 30 95 01 81 02\n";
+  EXPECT_EQ(legendOfPath(pictureOf(pen + "E: 0.0 3 00 00 00\nE: 0.1 3 01 01 07\n")),
+            "Wider with pressure; dashed where there is none.");
+  EXPECT_TRUE(has(pageOf(pointerWith({"0.0 3 00 05 05", "0.1 3 01 50 05"})),
+                  "<p class=\"note\">Dashed while Button 1 is up.</p>"));
+}
+
+TEST_F(PictureTest, TheTableHasTimesOnlyWhereTheRecordingHas) {
+  const std::string column = "<th scope=\"col\">Time</th>";
+  EXPECT_TRUE(has(pageOf(pointerWith({"0.0 3 00 05 05", "0.1 3 00 50 05"})), column));
+  EXPECT_FALSE(has(pageOf(pointerWith({"0.0 3 00 05 05", "0.0 3 00 50 05"})), column));
+}
+
 TEST_F(PictureTest, ALineHasAFewPointsForEachPixel) {
   const auto data = noisyPointer(20'000);
   const Chart chart = axisChart(data.axes[0], data.reports);
@@ -187,11 +210,6 @@ TEST_F(PictureTest, ChartsAreWholeDocuments) {
 
 TEST_F(PictureTest, OfManyPointsThePathKeepsOnlySome) {
   EXPECT_LT(pathChart(noisyPointer(100'000))->body.size(), 1'000'000U);
-}
-
-/// Without printing the page where it is not so.
-bool has(const std::string& page, std::string_view text) {
-  return page.find(text) != std::string::npos;
 }
 
 // ---- Packed reports

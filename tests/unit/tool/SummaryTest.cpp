@@ -105,7 +105,7 @@ TEST_F(SummaryTest, NamesDevicesByTheirNumbersAndTellsTheirClass) {
 
 TEST_F(SummaryTest, ARecordingsClassIsThatOfItsDescriptor) {
   writeFile(directory_.path() / "mouse.hid",
-            "R: 18 05 01 09 02 a1 01 09 30 15 81 25 7f 75 08 95 01 81 06\nN: Mouse\n");
+            "R: 19 05 01 09 02 a1 01 09 30 15 81 25 7f 75 08 95 01 81 06 c0\nN: Mouse\n");
   const std::uint64_t id =
       router::addReplayDevice(platform::SystemRoot(directory_.path()),
                               {"", directory_.path() / "mouse.hid", {}, false, {}});
