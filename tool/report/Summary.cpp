@@ -4,7 +4,6 @@
 
 #include <map>
 
-#include "platform/foundation/Format.h"
 #include "tool/command/Command.h"
 #include "tool/command/Numbers.h"
 #include "tool/report/DeviceClasses.h"
@@ -20,10 +19,8 @@ using router::DevicePermission;
 constexpr std::size_t kMostDevices = 8;
 constexpr const char* kShownNote =
     "Names, paths, users, serial numbers and input are left out. On the computer itself, wlhid "
-    "doctor "
-    "names what it found and prints the commands that help. The other files of this report have "
-    "the "
-    "details; manifest.json lists them.";
+    "doctor names what it found and prints the commands that help. The other files of this report "
+    "have the details; manifest.json lists them.";
 constexpr const char* kWholeNote =
     "This report has input, serial numbers and paths: be careful who gets it. manifest.json lists "
     "its files.";
@@ -32,10 +29,8 @@ std::string countOf(std::size_t count, const std::string& what) {
   return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
-std::string shownCount(std::uint64_t count) {
-  const bool isShown =
-      count <= std::uint64_t{INT64_MAX} && isShownNumber(static_cast<std::int64_t>(count));
-  return isShown ? std::to_string(count) : std::string(kPrivate);
+std::string shownCount(std::int64_t count) {
+  return isShownNumber(count) ? std::to_string(count) : std::string(kPrivate);
 }
 
 std::string_view textOf(DevicePermission permission) {
@@ -103,14 +98,16 @@ class SummaryWriter {
            (inventory_.router ? version(inventory_.router->version) : "none");
   }
 
+  [[nodiscard]] std::string routerOfNoStatus() const {
+    if (!inventory_.system) return "not running";
+    return inventory_.system->router.asked ? "does not answer" : "cannot be asked";
+  }
   [[nodiscard]] std::string router() const {
-    if (!inventory_.router) return inventory_.system ? "does not answer" : "not running";
+    if (!inventory_.router) return routerOfNoStatus();
     const router::RouterStatus& running = *inventory_.router;
-    return "process " +
-           (running.pid < 0 ? std::string(kPrivate)
-                            : shownCount(static_cast<std::uint64_t>(running.pid))) +
-           ", " + countOf(running.sessions.size(), "session") +
-           ", reports lost: " + shownCount(running.lost);
+    return "process " + shownCount(running.pid) + ", " +
+           countOf(running.sessions.size(), "session") +
+           ", reports lost: " + shownCount(static_cast<std::int64_t>(running.lost));
   }
 
   /// What the router says of each device; empty on a user's root.
@@ -150,7 +147,9 @@ class SummaryWriter {
   }
 
   [[nodiscard]] std::string trial(const TrialResult& tried) const {
-    std::string text = devices_.nameOf(tried.registryEntryID) + ": " + tried.outcome;
+    std::string text =
+        whole_ ? hexadecimal(tried.registryEntryID) : devices_.nameOf(tried.registryEntryID);
+    text += ": " + tried.outcome;
     for (std::size_t i = 0; i < tried.errorCodes.size(); ++i) {
       const std::int64_t code = tried.errorCodes[i];
       text += ", code " + (isShownCode(code) ? std::to_string(code) : std::string(kPrivate));

@@ -70,6 +70,8 @@ TEST_F(SummaryTest, HasVersionsAndTheRoutersState) {
   EXPECT_EQ(textOf(shown(found, {}), "Router"), "process 77, 1 session, reports lost: 3");
   found.system.emplace();
   found.router.reset();
+  EXPECT_EQ(textOf(shown(found, {}), "Router"), "cannot be asked");
+  found.system->router.asked = true;
   EXPECT_EQ(textOf(shown(found, {}), "Router"), "does not answer");
 }
 
@@ -123,7 +125,7 @@ TEST_F(SummaryTest, ATrialTellsHowFarItGot) {
   EXPECT_EQ(textOf(summaryOf({found, {}, kOrigin, trial, {}}, false, devices), "Trial"),
             "device 1: refused, code -536870208, code <private>");
   EXPECT_EQ(textOf(summaryOf({found, {}, kOrigin, trial, {}}, true, devices), "Trial"),
-            "device 1: refused, code -536870208 (no such device), code <private>");
+            "0x5: refused, code -536870208 (no such device), code <private>");
 }
 
 TEST_F(SummaryTest, TheLastErrorIsALineOfTheLogAsAReportShowsIt) {
