@@ -118,9 +118,9 @@ class Recording {
 
   void showProgress(StatusLine& line, std::chrono::microseconds time) const {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time).count();
-    line.show(platform::stringWithFormat("%lld:%02lld  %llu reports  %s  (Ctrl-C ends it)",
+    line.show(platform::stringWithFormat("%lld:%02lld  %llu report%s  %s  (Ctrl-C ends it)",
                                          seconds / 60, seconds % 60, reports(),
-                                         sizeText(state_->bytes)));
+                                         reports() == 1 ? "" : "s", sizeText(state_->bytes)));
   }
 
   int finish(const RouteEnd& end, std::chrono::microseconds time,

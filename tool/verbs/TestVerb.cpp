@@ -55,11 +55,14 @@ void route(std::uint64_t registryEntryID, double seconds, StopSignals& signals,
 }
 
 std::string missingOn(const Checklist& checklist) {
+  constexpr std::size_t kShown = 40;
   std::string names;
+  std::size_t count = 0;
   for (const auto& entry : checklist.entries()) {
-    if (!entry.hasAnswered) names += (names.empty() ? "" : ", ") + entry.control.name;
+    if (!entry.hasAnswered && ++count <= kShown)
+      names += (names.empty() ? "" : ", ") + entry.control.name;
   }
-  return names;
+  return count <= kShown ? names : names + " and " + std::to_string(count - kShown) + " more";
 }
 
 int test(const TestOptions& options) {
