@@ -190,9 +190,8 @@ void addRecordVerb(CLI::App& app, Action& chosen) {
                  "Record also sensitive devices, whose input can be secret (wlhid\ndescriptor says "
                  "which are)");
   verb->footer(
-      "The file is text in the hid-recorder format. It grows report by report, so it is of use "
-      "however the\n"
-      "recording ends: at Ctrl-C, on a full disk, or when a device is unplugged.\n"
+      "The file is text in the hid-recorder format. It grows report by report, so it is of use\n"
+      "however the recording ends: at Ctrl-C, on a full disk, or when a device is unplugged.\n"
       "\n"
       "Examples:\n"
       "  wlhid record \"QEMU QEMU USB Mouse\" mouse.hid --sensitive --seconds 10\n"

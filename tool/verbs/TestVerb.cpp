@@ -99,9 +99,9 @@ void addTestVerb(CLI::App& app, Action& chosen) {
   verb->add_option("--seconds", options->seconds, "End after S seconds (0, the default: never)")
       ->type_name("S");
   verb->footer(
-      "A button has answered when it was pressed and released, an axis when it was moved to both "
-      "ends, or to and\n"
-      "fro. Exit status: 1 if something has not answered.\n"
+      "A button has answered when it was pressed and released, an axis when it was moved to both\n"
+      "ends, or to and fro. What has no name is not asked for.\n"
+      "Exit status: 1 if something has not answered.\n"
       "\n"
       "Example:\n"
       "  wlhid test \"QEMU QEMU USB Mouse\"");
