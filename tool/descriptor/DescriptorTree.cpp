@@ -11,6 +11,7 @@
 #include "input/UsageNames.h"
 #include "platform/foundation/Format.h"
 #include "tool/descriptor/UnitNames.h"
+#include "tool/descriptor/UsageText.h"
 
 namespace tool {
 
@@ -34,20 +35,6 @@ std::vector<DescriptorNode> takeNodes(const ReportDescriptor& descriptor,
     node.children = takeNodes(descriptor, index, children);
   }
   return nodes;
-}
-
-std::string nameOf(std::uint32_t usage) {
-  return wlhid::usageName(usage >> 16U, usage & 0xffffU);
-}
-
-/// "A to Application"; if an end has no name, "Keyboard 0x00 to 0x91".
-std::string rangeName(const UsageRange& range) {
-  const std::string first = nameOf(range.first);
-  const std::string last = nameOf(range.last);
-  const auto isNumber = [](const std::string& name) { return name.find('/') != std::string::npos; };
-  if (!isNumber(first) && !isNumber(last)) return first + " to " + last;
-  return platform::stringWithFormat("%s 0x%02x to 0x%02x", wlhid::usagePageName(range.first >> 16U),
-                                    range.first & 0xffffU, range.last & 0xffffU);
 }
 
 std::string bitsText(const ReportField& field) {
@@ -146,8 +133,7 @@ std::string usageNames(const std::vector<UsageRange>& ranges) {
   constexpr std::size_t kShown = 8;
   std::string names;
   for (std::size_t i = 0; i < std::min(ranges.size(), kShown); ++i) {
-    names += i == 0 ? "" : ", ";
-    names += ranges[i].last == ranges[i].first ? nameOf(ranges[i].first) : rangeName(ranges[i]);
+    names += (i == 0 ? "" : ", ") + usageText(ranges[i]);
   }
   if (ranges.size() > kShown) names += " and " + std::to_string(ranges.size() - kShown) + " more";
   return names;

@@ -4,12 +4,16 @@
 
 #include <algorithm>
 
+#include "tool/descriptor/UsageText.h"
+
 namespace tool {
 
 Checklist::Checklist(std::shared_ptr<const router::ReportDescriptor> descriptor)
     : decoder_(std::move(descriptor)) {
-  for (Control& control : controlsOf(decoder_.descriptor()))
-    entries_.push_back({std::move(control)});
+  for (Control& control : controlsOf(decoder_.descriptor())) {
+    if (hasUsageName(control.usage.page, control.usage.id))
+      entries_.push_back({std::move(control)});
+  }
 }
 
 std::vector<std::string> Checklist::take(std::span<const std::uint8_t> report) {

@@ -110,11 +110,6 @@ class SummaryWriter {
            ", reports lost: " + shownCount(static_cast<std::int64_t>(running.lost));
   }
 
-  [[nodiscard]] std::string name(std::uint64_t registryEntryID, const std::string& text) const {
-    if (!whole_) return devices_.nameOf(registryEntryID);
-    return oneLine(text) + " (" + hexadecimal(registryEntryID) + ")";
-  }
-
   /// What the router says of each device; empty on a user's root.
   [[nodiscard]] std::map<std::uint64_t, DevicePermission> permissions() const {
     std::map<std::uint64_t, DevicePermission> result;
@@ -125,23 +120,29 @@ class SummaryWriter {
     return result;
   }
 
+  using Classes = std::map<std::uint64_t, DeviceClass>;
+  [[nodiscard]] static std::string classOf(std::uint64_t id, const Classes& classes) {
+    const auto found = classes.find(id);
+    if (found == classes.end()) return "its class is not known";
+    return found->second == DeviceClass::Ordinary ? "ordinary" : "sensitive";
+  }
+
   void addDevices() {
     const auto& all = inventory_.devices.devices;
-    const auto classes = classesOf(inventory_);
+    const Classes classes = classesOf(inventory_);
     const auto may = permissions();
     if (all.empty()) row("Devices", "none");
     for (std::size_t i = 0; i < all.size(); ++i) {
-      const std::uint64_t id = all[i].registryEntryID;
       if (i == kMostDevices)
         return row("Devices", countOf(all.size() - i, "more device") + " in devices.json");
-      const auto found = classes.find(id);
-      std::string text = found == classes.end()                   ? "its class is not known"
-                         : found->second == DeviceClass::Ordinary ? "ordinary"
-                                                                  : "sensitive";
+      const std::uint64_t id = all[i].registryEntryID;
+      std::string text;
+      if (whole_) text = oneLine(all[i].name) + " (" + hexadecimal(id) + "): ";
+      text += classOf(id, classes);
       if (const auto permission = may.find(id); permission != may.end())
         text.append("; ").append(textOf(permission->second));
       if (!inventory_.system) text += "; a recording";
-      row(name(id, all[i].name), text);
+      row(devices_.nameOf(id), text);
     }
   }
 

@@ -97,10 +97,9 @@ void addDescriptorVerb(CLI::App& app, Action& chosen) {
       ->type_name("N");
   verb->add_flag("--json", options->json, "Print a JSON object");
   verb->footer(
-      "The first number of each line is the offset of the item's first byte. What stops the router "
-      "is a FAULT;\n"
-      "a note says what the device's maker probably did not mean. Exit status: 1 if there is a "
-      "fault.\n"
+      "The first number of each line is the offset of the item's first byte. What stops the\n"
+      "router is a FAULT; a note says what the device's maker probably did not mean.\n"
+      "Exit status: 1 if there is a fault.\n"
       "\n"
       "Examples:\n"
       "  wlhid descriptor recordings/qemu-usb-tablet.hid\n"

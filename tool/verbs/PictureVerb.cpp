@@ -66,12 +66,9 @@ void addPictureVerb(CLI::App& app, Action& chosen) {
                    "Which device of a recording of several (default 0)")
       ->type_name("N");
   verb->footer(
-      "The page shows the device, the path of X and Y with pressure, each axis and button over "
-      "time, "
-      "the times\n"
-      "between reports, the report descriptor, and every report in a table. It holds the device's "
-      "input: whoever\n"
-      "gets it can read what was typed.\n"
+      "The page shows the device, the path of X and Y with pressure, each axis and button over\n"
+      "time, the times between reports, the report descriptor, and every report in a table. It\n"
+      "holds the device's input: whoever gets it can read what was typed.\n"
       "\n"
       "Examples:\n"
       "  wlhid picture recordings/qemu-usb-tablet.hid -o tablet.html\n"

@@ -118,9 +118,9 @@ class Recording {
 
   void showProgress(StatusLine& line, std::chrono::microseconds time) const {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time).count();
-    line.show(platform::stringWithFormat("%lld:%02lld  %llu reports  %s  (Ctrl-C ends it)",
+    line.show(platform::stringWithFormat("%lld:%02lld  %llu report%s  %s  (Ctrl-C ends it)",
                                          seconds / 60, seconds % 60, reports(),
-                                         sizeText(state_->bytes)));
+                                         reports() == 1 ? "" : "s", sizeText(state_->bytes)));
   }
 
   int finish(const RouteEnd& end, std::chrono::microseconds time,
@@ -190,9 +190,8 @@ void addRecordVerb(CLI::App& app, Action& chosen) {
                  "Record also sensitive devices, whose input can be secret (wlhid\ndescriptor says "
                  "which are)");
   verb->footer(
-      "The file is text in the hid-recorder format. It grows report by report, so it is of use "
-      "however the\n"
-      "recording ends: at Ctrl-C, on a full disk, or when a device is unplugged.\n"
+      "The file is text in the hid-recorder format. It grows report by report, so it is of use\n"
+      "however the recording ends: at Ctrl-C, on a full disk, or when a device is unplugged.\n"
       "\n"
       "Examples:\n"
       "  wlhid record \"QEMU QEMU USB Mouse\" mouse.hid --sensitive --seconds 10\n"

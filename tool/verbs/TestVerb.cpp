@@ -55,11 +55,14 @@ void route(std::uint64_t registryEntryID, double seconds, StopSignals& signals,
 }
 
 std::string missingOn(const Checklist& checklist) {
+  constexpr std::size_t kShown = 40;
   std::string names;
+  std::size_t count = 0;
   for (const auto& entry : checklist.entries()) {
-    if (!entry.hasAnswered) names += (names.empty() ? "" : ", ") + entry.control.name;
+    if (!entry.hasAnswered && ++count <= kShown)
+      names += (names.empty() ? "" : ", ") + entry.control.name;
   }
-  return names;
+  return count <= kShown ? names : names + " and " + std::to_string(count - kShown) + " more";
 }
 
 int test(const TestOptions& options) {
@@ -96,9 +99,9 @@ void addTestVerb(CLI::App& app, Action& chosen) {
   verb->add_option("--seconds", options->seconds, "End after S seconds (0, the default: never)")
       ->type_name("S");
   verb->footer(
-      "A button has answered when it was pressed and released, an axis when it was moved to both "
-      "ends, or to and\n"
-      "fro. Exit status: 1 if something has not answered.\n"
+      "A button has answered when it was pressed and released, an axis when it was moved to both\n"
+      "ends, or to and fro. What has no name is not asked for.\n"
+      "Exit status: 1 if something has not answered.\n"
       "\n"
       "Example:\n"
       "  wlhid test \"QEMU QEMU USB Mouse\"");

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // wlhid measure and wlhid test, on recorded devices.
+#include <algorithm>
 #include <csignal>
 
 #include "ToolTest.h"
@@ -53,6 +54,18 @@ TEST_F(MeasureTest, ATestTicksOffWhatAnswers) {
   const bool all = outcome.out.find("All have answered.\n") != std::string::npos;
   EXPECT_EQ(outcome.status, all ? 0 : 1) << outcome.out;
   EXPECT_NE(all, outcome.out.find(" have not answered: ") != std::string::npos) << outcome.out;
+}
+
+TEST_F(MeasureTest, OfManyThatHaveNotAnsweredSomeAreNamed) {
+  const std::string id = addDevice("qemu-usb-kbd.hid", {"--speed", "max"});
+  const Outcome outcome = runTool({"test", id});
+  EXPECT_EQ(outcome.status, 1);
+  const std::size_t list = outcome.out.find(" have not answered: ");
+  ASSERT_NE(list, std::string::npos) << outcome.out;
+  EXPECT_EQ(
+      std::count(outcome.out.begin() + static_cast<std::ptrdiff_t>(list), outcome.out.end(), ','),
+      39);
+  EXPECT_TRUE(outcome.out.ends_with(" more\n")) << outcome.out;
 }
 
 TEST_F(MeasureTest, ATerminalSaysWhatToDoNext) {

@@ -39,6 +39,17 @@ class RecordTest : public SituationTest {
   [[nodiscard]] static json own(std::string_view name) {
     return read(sourcePath("recordings") / name);
   }
+  /// The descriptor and the reports as they are written, without their times, which may run
+  /// backwards where a recording consists of several.
+  [[nodiscard]] static std::vector<std::string> bytesIn(const fs::path& path) {
+    std::vector<std::string> bytes;
+    std::ifstream in(path);
+    for (std::string line; std::getline(in, line);) {
+      if (line.starts_with("R: ")) bytes.push_back(line);
+      if (line.starts_with("E: ")) bytes.push_back(line.substr(line.find(' ', 3) + 1));
+    }
+    return bytes;
+  }
   /// What is delivered when this is routed: reports and element values.
   [[nodiscard]] std::vector<json> deliveriesOf(const std::vector<std::string>& arguments) const {
     std::vector<std::string> command{"route", "--json"};
@@ -87,9 +98,7 @@ TEST_F(RecordTest, WhatRealDevicesSentComesBackByteForByte) {
     const std::string id = added.out.substr(0, added.out.find_first_of(" \n"));
     const Outcome recorded = runTool({"record", id, file(), "--sensitive"});
     ASSERT_EQ(recorded.status, 0) << entry.path() << recorded.err;
-    const json expected = read(entry.path());
-    EXPECT_EQ(reportsIn(read(file())), reportsIn(expected)) << entry.path();
-    EXPECT_EQ(read(file())["devices"]["0"]["descriptor"], expected["devices"]["0"]["descriptor"]);
+    EXPECT_EQ(bytesIn(file()), bytesIn(entry.path())) << entry.path();
     EXPECT_EQ(deliveriesOf({"--recording", file(), "--speed", "max"}), deliveriesOf({id}));
     fs::remove(file());
     ++compared;

@@ -221,6 +221,15 @@ TEST(Checklist, AKeyAnswersInWhicheverSlotItIs) {
   EXPECT_EQ(list.entries().size(), 5U);
 }
 
+TEST(Checklist, WhatHasNoNameIsNotOnIt) {
+  // An array of all the consumer page's usages up to Play/Pause.
+  Checklist list(parsed("a1 01 05 0c 19 00 29 cd 15 00 26 cd 00 75 08 95 01 81 00 c0"));
+  for (const auto& entry : list.entries())
+    EXPECT_EQ(entry.control.name.find("000c/"), std::string::npos) << entry.control.name;
+  ASSERT_FALSE(list.entries().empty());
+  EXPECT_EQ(list.entries().back().control.name, "Play/Pause");
+}
+
 TEST(Checklist, WithoutControlsItIsComplete) {
   Checklist list(parsed(""));
   EXPECT_TRUE(list.isComplete());

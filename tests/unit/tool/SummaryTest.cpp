@@ -99,8 +99,8 @@ TEST_F(SummaryTest, NamesDevicesByTheirNumbersAndTellsTheirClass) {
   EXPECT_EQ(textOf(shown(found, {}), "device 1"), "ordinary; this user may route it");
   EXPECT_EQ(textOf(shown(found, {}), "device 2"),
             "sensitive; an administrator has to agree each time");
-  EXPECT_EQ(textOf(shown(found, {}, {}, true), "Pen (0x10001)"),
-            "ordinary; this user may route it");
+  EXPECT_EQ(textOf(shown(found, {}, {}, true), "device 1"),
+            "Pen (0x10001): ordinary; this user may route it");
   for (std::uint64_t id = 3; id <= 12; ++id) found.devices.devices.push_back({id, {}, 3, 1, 2, {}});
   EXPECT_EQ(textOf(shown(found, {}), "Devices"), "4 more devices in devices.json");
 }
