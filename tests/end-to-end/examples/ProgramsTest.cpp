@@ -51,9 +51,9 @@ TEST_F(ExampleProgramsTest, InputPrintsWhatAPenSendsUntilEnterIsPressed) {
   install();
   static_cast<void>(addDevice("pen.hid"));
   const fs::path enter = directory / "enter";
-  Process process({"/bin/sh", "-c", R"(mkfifo "$1"; exec "$0" <>"$1")",
-                   builtPath("examples/input"), enter},
-                  onThisRoot());
+  Process process(
+      {"/bin/sh", "-c", R"(mkfifo "$1"; exec "$0" <>"$1")", builtPath("examples/input"), enter},
+      onThisRoot());
   process.waitForOutputContaining("Tip Pressure=8");
   writeFile(enter, "\n");
   EXPECT_EQ(process.wait(), 0);

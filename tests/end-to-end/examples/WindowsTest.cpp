@@ -34,8 +34,8 @@ testing::AssertionResult comes(const std::function<bool()>& condition) {
 QImage picture(const QWidget& window, const std::string& name) {
   for (QWidget* const each : QApplication::topLevelWidgets())
     if (each->isVisible()) each->repaint();
-  const QPixmap seen = window.screen()->grabWindow(0, window.x(), window.y(), window.width(),
-                                                   window.height());
+  const QPixmap seen =
+      window.screen()->grabWindow(0, window.x(), window.y(), window.width(), window.height());
   if (const char* const directory = std::getenv("WLHID_SCREENSHOTS")) {
     fs::create_directories(directory);
     seen.save(QString::fromStdString(fs::path(directory) / (name + ".png")));
@@ -167,9 +167,11 @@ TEST_F(StatusWindowTest, SurvivesAnUpdate) {
   ASSERT_TRUE(comes([&] { return says("input", "routing Example Pen"); })) << text("input");
 
   installElsewhere(OTHER_ROUTER);
-  ASSERT_TRUE(comes([&] { return says("router", "Version 2.0 of the router is installed, and this "
-                                                "application brings 1.0."); }))
-      << text("router");
+  ASSERT_TRUE(comes([&] {
+    return says("router",
+                "Version 2.0 of the router is installed, and this "
+                "application brings 1.0.");
+  })) << text("router");
   ASSERT_TRUE(comes([&] { return says("input", "waiting for the router"); })) << text("input");
   EXPECT_TRUE(button().isEnabled());
   static_cast<void>(picture(*window_, "status-window-other-version"));
