@@ -86,6 +86,7 @@ void describe(CLI::App& app, std::string& root, Action& chosen) {
   addRouteVerb(app, chosen);
   addRecordVerb(app, chosen);
   addMeasureVerb(app, chosen);
+  addMonitorVerb(app, chosen);
   addTestVerb(app, chosen);
   addPictureVerb(app, chosen);
   addDescriptorVerb(app, chosen);
