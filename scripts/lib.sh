@@ -10,10 +10,11 @@ set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$ROOT"
 
-BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libarchive-dev libsodium-dev libsystemd-dev libudev-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libarchive-dev libncurses-dev libsodium-dev
+  libsystemd-dev libudev-dev)
 PACKAGE_PACKAGES=(debhelper dh-python dpkg-dev lintian python3)
 TEST_PACKAGES=(libgtest-dev libgmock-dev clang-14 lld-14 llvm-14 libplist-dev libicu-dev libumockdev-dev dbus-daemon python3 make mandoc
-  chromium chromium-driver qt6-base-dev xvfb)
+  tmux chromium chromium-driver qt6-base-dev xvfb)
 
 say() { printf '%s\n' "$*"; }
 fail() {

@@ -58,6 +58,7 @@ void addDoctorVerb(CLI::App& app, Action& chosen);
 void addDescriptorVerb(CLI::App& app, Action& chosen);
 void addRecordVerb(CLI::App& app, Action& chosen);
 void addMeasureVerb(CLI::App& app, Action& chosen);
+void addMonitorVerb(CLI::App& app, Action& chosen);
 void addTestVerb(CLI::App& app, Action& chosen);
 void addPictureVerb(CLI::App& app, Action& chosen);
 void addSignVerb(CLI::App& app, Action& chosen);

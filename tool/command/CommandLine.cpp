@@ -118,6 +118,7 @@ void describeCommand(CLI::App& app, std::string& root, Action& chosen) {
   addRouteVerb(app, chosen);
   addRecordVerb(app, chosen);
   addMeasureVerb(app, chosen);
+  addMonitorVerb(app, chosen);
   addTestVerb(app, chosen);
   addPictureVerb(app, chosen);
   addDescriptorVerb(app, chosen);

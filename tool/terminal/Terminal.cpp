@@ -19,17 +19,17 @@ namespace {
 constexpr std::size_t kUsualColumns = 80;
 constexpr std::string_view kClearLine = "\r\x1b[K";
 
-bool isTerminalWithMovement(int descriptor) {
+}  // namespace
+
+bool canMove(int descriptor) {
   const char* const kind = ::secure_getenv("TERM");
   return ::isatty(descriptor) == 1 && kind != nullptr && *kind != '\0' &&
          std::string_view(kind) != "dumb";
 }
 
-}  // namespace
-
 bool showsColours(int descriptor) {
   const char* const unwanted = ::secure_getenv("NO_COLOR");
-  return (unwanted == nullptr || *unwanted == '\0') && isTerminalWithMovement(descriptor);
+  return (unwanted == nullptr || *unwanted == '\0') && canMove(descriptor);
 }
 
 std::size_t columnsOfTerminal(int descriptor) {
@@ -46,7 +46,7 @@ void printBytes(std::string_view bytes) {
   print(text);
 }
 
-StatusLine::StatusLine() : isShown_(isTerminalWithMovement(STDERR_FILENO)) {}
+StatusLine::StatusLine() : isShown_(canMove(STDERR_FILENO)) {}
 
 StatusLine::~StatusLine() {
   if (!isEmpty_) Output(STDERR_FILENO).write(kClearLine);

@@ -15,6 +15,8 @@ namespace tool {
 
 /// Whether to use colours there: it is a terminal that has them, and NO_COLOR is not set.
 [[nodiscard]] bool showsColours(int descriptor);
+/// Whether it is a terminal whose cursor can be moved.
+[[nodiscard]] bool canMove(int descriptor);
 /// The terminal's current width in columns; 0 if it is not a terminal.
 [[nodiscard]] std::size_t columnsOfTerminal(int descriptor);
 /// Bytes to standard output: unchanged for a file or a pipe; made printable, with a line feed at

@@ -181,6 +181,12 @@ TEST(Includes, OneFileKnowsLibudev) {
   EXPECT_EQ(usersOf("libudev.h", source), std::vector<std::string>{"router/hidraw/UdevTree.cpp"});
 }
 
+TEST(Includes, OneFileKnowsCurses) {
+  const fs::path source = sourceDirectory();
+  ASSERT_FALSE(source.empty());
+  EXPECT_EQ(usersOf("curses.h", source), std::vector<std::string>{"tool/monitor/FullScreen.cpp"});
+}
+
 std::string withoutCase(std::string text) {
   std::ranges::transform(text, text.begin(), [](unsigned char c) { return std::tolower(c); });
   return text;

@@ -18,7 +18,8 @@ namespace {
 constexpr std::string_view kUsage =
     "usage: input-probe watch|input VENDOR PRODUCT\n"
     "VENDOR and PRODUCT are hexadecimal. Ends with its input.\n"
-    "  watch  prints listed, arrived ID, departed ID, unavailable WHY, and opens each device as soon\n"
+    "  watch  prints listed, arrived ID, departed ID, unavailable WHY, and opens each device as "
+    "soon\n"
     "         as it is told of it\n"
     "  input  receives the input of one that is there\n"
     "Both print \"STATE: TEXT\" for each status of an input, and \"report HEX\".\n";
@@ -78,9 +79,8 @@ std::uint32_t hexadecimal(const std::string& text) {
 
 void serve(const std::vector<std::string>& arguments) {
   if (arguments.size() != 3) throw UsageError();
-  const wlhid::DeviceFilter filter{.matching = {
-                                       {.vendor = hexadecimal(arguments[1]),
-                                        .product = hexadecimal(arguments[2])}}};
+  const wlhid::DeviceFilter filter{
+      .matching = {{.vendor = hexadecimal(arguments[1]), .product = hexadecimal(arguments[2])}}};
   if (arguments[0] == "watch") return watch(filter);
   if (arguments[0] == "input") return receive(filter);
   throw UsageError();

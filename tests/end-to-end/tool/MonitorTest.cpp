@@ -1,0 +1,292 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// wlhid monitor in a terminal emulator: keys are typed, and the screen is compared.
+#include <algorithm>
+#include <csignal>
+#include <memory>
+
+#include "TerminalEmulator.h"
+#include "ToolTest.h"
+
+namespace test {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool isAscii(const std::string& text) {
+  return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+/// The number before " in all"; -1 if there is none.
+long reportsOn(const std::string& screen) {
+  const std::size_t end = screen.find(" in all");
+  if (end == std::string::npos) return -1;
+  const std::size_t begin = screen.find_last_not_of("0123456789", end - 1) + 1;
+  return begin == end ? -1 : std::stol(screen.substr(begin, end - begin));
+}
+
+class MonitorTest : public ToolTest {
+ protected:
+  void SetUp() override { install(); }
+  void TearDown() override {
+    terminal_.reset();
+    ToolTest::TearDown();
+  }
+
+  TerminalEmulator& monitor(const std::vector<std::string>& arguments,
+                            TerminalEmulator::Size size = {},
+                            const std::vector<std::pair<std::string, std::string>>& more = {}) {
+    ProcessOptions environment = options();
+    environment.environment.insert(environment.environment.end(),
+                                   {{"LC_ALL", "C.UTF-8"}, {"NO_COLOR", ""}});
+    std::vector<std::string> command{"env", "-C", directory.string()};
+    for (const auto& [name, value] : more)
+      command.push_back(std::string(name).append("=").append(value));
+    std::vector<std::string> verb{"monitor"};
+    verb.insert(verb.end(), arguments.begin(), arguments.end());
+    for (const std::string& word : wlhid(verb)) command.push_back(word);
+    terminal_ =
+        std::make_unique<TerminalEmulator>(directory / "terminal", command, environment, size);
+    return *terminal_;
+  }
+  void expectEnded(int status) {
+    const std::string screen = terminal_->await("ended ");
+    EXPECT_NE(screen.find("ended " + std::to_string(status)), std::string::npos) << screen;
+    EXPECT_TRUE(terminal_->isRestored()) << screen;
+  }
+  std::string addTablet() { return addDevice("qemu-usb-tablet.hid", {"--repeat"}); }
+
+  std::unique_ptr<TerminalEmulator> terminal_;
+};
+
+TEST_F(MonitorTest, ShowsADeviceAndLeavesTheTerminalAsItWas) {
+  auto& terminal = monitor({addTablet()});
+  const std::string screen = terminal.await([](const std::string& shown) {
+    return shown.find(" lost") != shown.npos && shown.find("▸") != shown.npos;
+  });
+  for (const char* const expected :
+       {"wlhid monitor  QEMU QEMU USB Tablet", "routing QEMU QEMU USB Tablet since ", "reports/s",
+        "jitter", " 0 lost", "─ Elements ─", " Button 1", " X ", " Wheel", "─ Path of X, Y ─",
+        "Keys and buttons, ", "□ Button 2", "─ Reports, the latest first ─", "? help"})
+    EXPECT_NE(screen.find(expected), std::string::npos) << expected << " is missing:\n" << screen;
+  terminal.type("q");
+  expectEnded(0);
+}
+
+TEST_F(MonitorTest, PausesAndSteps) {
+  auto& terminal = monitor({addTablet()});
+  terminal.await([](const std::string& shown) { return reportsOn(shown) > 0; });
+  terminal.type("p");
+  const long before = reportsOn(terminal.await(" wait"));
+  terminal.type("s");
+  terminal.await([&](const std::string& shown) { return reportsOn(shown) == before + 1; });
+  terminal.type("s");
+  terminal.await([&](const std::string& shown) { return reportsOn(shown) == before + 2; });
+  terminal.type("p");
+  terminal.awaitGone("PAUSED");
+  terminal.await([&](const std::string& shown) { return reportsOn(shown) > before + 10; });
+}
+
+TEST_F(MonitorTest, ExplainsItsKeysAndChangesTheView) {
+  auto& terminal = monitor({addTablet()});
+  terminal.await("─ Elements");
+  terminal.type("?");
+  terminal.await("pause the screen, and go on");
+  terminal.type("?");
+  terminal.await("─ Elements");
+  terminal.type("Tab");
+  terminal.await("─ Devices (1)");
+  terminal.type("Tab");
+  terminal.awaitGone("─ Devices");
+  terminal.type("Tab");
+  terminal.awaitGone("─ Elements");
+  terminal.type("Escape");
+  terminal.await("─ Reports");
+}
+
+TEST_F(MonitorTest, FollowsPluggingAndUnplugging) {
+  auto& terminal = monitor({});
+  terminal.await("none is connected");
+  addDevice("qemu-usb-mouse.hid", {"--repeat"});
+  terminal.await("QEMU QEMU USB Mouse");
+  const std::string keyboard = addDevice("qemu-usb-kbd.hid", {"--repeat"});
+  terminal.await("Devices (2)");
+  ASSERT_EQ(runTool({"devices", "remove", keyboard}).status, 0);
+  terminal.await("unplugged: QEMU QEMU USB Keyboard");
+  const std::string screen = terminal.await("Devices (1)");
+  EXPECT_NE(screen.find(">QEMU QEMU USB Mouse"), std::string::npos) << screen;
+  terminal.type("Enter");
+  terminal.await("routing QEMU QEMU USB Mouse");
+  terminal.type("C-c");
+  expectEnded(0);
+}
+
+TEST_F(MonitorTest, ChoosesADevice) {
+  addDevice("qemu-usb-mouse.hid", {"--repeat", "--name", "One"});
+  addDevice("qemu-usb-tablet.hid", {"--repeat", "--name", "Other"});
+  auto& terminal = monitor({}, {120, 40});
+  const std::string screen = terminal.await("Devices (2)");
+  const bool isOneFirst = screen.find(" One ") == std::string::npos;
+  terminal.await(isOneFirst ? ">One" : ">Other");
+  terminal.type("Down");
+  terminal.await(isOneFirst ? ">Other" : ">One");
+  terminal.type("Enter");
+  terminal.await(isOneFirst ? "routing Other" : "routing One");
+  terminal.type("Up");
+  terminal.await(isOneFirst ? "●Other" : "●One");
+  terminal.type("Enter");
+  terminal.await(isOneFirst ? "routing One" : "routing Other");
+}
+
+TEST_F(MonitorTest, FollowsTheTerminalsSize) {
+  auto& terminal = monitor({addTablet()});
+  terminal.await("routing");
+  terminal.resize({120, 40});
+  terminal.await("─ Devices (1) ─");
+  terminal.resize({300, 100});
+  const std::string large = terminal.await("x exclusive  Tab view  Up/Down choose");
+  EXPECT_EQ(std::ranges::count(large, '\n'), 100);
+  terminal.resize({30, 6});
+  terminal.await("too small; q quits");
+  terminal.resize({80, 24});
+  terminal.await("─ Reports, the latest first ─");
+  terminal.type("q");
+  expectEnded(0);
+}
+
+TEST_F(MonitorTest, EverySignalLeavesTheTerminalAsItWas) {
+  const std::string id = addTablet();
+  for (const auto& [signal, status] :
+       {std::pair{SIGINT, 0}, std::pair{SIGTERM, 0}, std::pair{SIGHUP, 0},
+        std::pair{SIGQUIT, 128 + SIGQUIT}, std::pair{SIGABRT, 128 + SIGABRT}}) {
+    auto& terminal = monitor({id});
+    terminal.await("routing QEMU");
+    ::kill(terminal.process(), signal);
+    expectEnded(status);
+    terminal_.reset();
+    fs::remove_all(directory / "terminal");
+  }
+}
+
+TEST_F(MonitorTest, RecordsWhatCanBePlayedAgain) {
+  auto& terminal = monitor({addTablet(), "--sensitive"}, {120, 40});
+  terminal.await([](const std::string& shown) { return reportsOn(shown) > 0; });
+  terminal.type("r");
+  terminal.await("RECORDING 1");  // or more than ten
+  terminal.type("r");
+  terminal.await(".hid: ");
+  terminal.awaitGone("RECORDING");
+  std::vector<fs::path> files;
+  for (const auto& entry : fs::directory_iterator(directory))
+    if (entry.path().extension() == ".hid") files.push_back(entry.path());
+  ASSERT_EQ(files.size(), 1U);
+  EXPECT_TRUE(files[0].filename().string().starts_with("QEMU-QEMU-USB-Tablet-")) << files[0];
+  EXPECT_EQ(fs::status(files[0]).permissions(), fs::perms(0600)) << "it may hold what was typed";
+  const Outcome again = runTool({"route", "--recording", files[0], "--speed", "max"});
+  EXPECT_EQ(again.status, 0) << again.err;
+  EXPECT_NE(again.out.find("X="), std::string::npos) << again.out;
+}
+
+TEST_F(MonitorTest, RecordsNoSecretsUnasked) {
+  auto& terminal = monitor({addDevice("qemu-usb-kbd.hid", {"--repeat"})}, {120, 40});
+  terminal.await([](const std::string& shown) { return reportsOn(shown) > 0; });
+  terminal.type("r");
+  terminal.await("sensitive: a recording would hold all its input");
+  EXPECT_EQ(terminal.screen().find("RECORDING"), std::string::npos);
+}
+
+TEST_F(MonitorTest, TakesADeviceExclusivelyAndGivesItBack) {
+  auto& terminal = monitor({addTablet()});
+  terminal.await([](const std::string& shown) { return reportsOn(shown) > 0; });
+  terminal.type("x");
+  const long before = reportsOn(terminal.await("EXCLUSIVE"));
+  terminal.await([&](const std::string& shown) { return reportsOn(shown) > before + 5; });
+  terminal.type("x");
+  terminal.awaitGone("EXCLUSIVE");
+}
+
+TEST_F(MonitorTest, GoesOnAfterTheRoutersDeath) {
+  auto& terminal = monitor({addTablet()});
+  const long before =
+      reportsOn(terminal.await([](const std::string& shown) { return reportsOn(shown) > 0; }));
+  const auto status = nlohmann::json::parse(runTool({"status", "--json"}).out);
+  const pid_t router = status["router"]["pid"];
+  ASSERT_GT(router, 0) << status;
+  ::kill(router, SIGKILL);
+  // 744 lines of the recording: more than were there before, from another router.
+  terminal.await([&](const std::string& shown) {
+    return reportsOn(shown) > before + 50 && shown.find("routing QEMU") != shown.npos;
+  });
+  terminal.type("q");
+  expectEnded(0);
+}
+
+TEST_F(MonitorTest, WaitsForARouterAndThenKnowsTheElements) {
+  const std::string id = addTablet();
+  ASSERT_EQ(runTool({"uninstall", "--authorize", "allow"}).status, 0);
+  auto& terminal = monitor({id});
+  terminal.await("waiting for the router");
+  install();
+  terminal.await("routing QEMU QEMU USB Tablet");
+  terminal.await(" Wheel ");
+}
+
+TEST_F(MonitorTest, NamesDoNotReachTheTerminalAsTheyAre) {
+  auto& terminal =
+      monitor({addDevice("qemu-usb-mouse.hid", {"--repeat", "--name", "\u009b31m\u202e\u2066x"})});
+  const std::string screen = terminal.await("routing");
+  EXPECT_NE(screen.find("\\u202e\\u2066x"), std::string::npos) << screen;
+  EXPECT_EQ(screen.find("\u202e"), std::string::npos);
+}
+
+TEST_F(MonitorTest, IsAsciiWhereTheLocaleIs) {
+  auto& terminal = monitor({addTablet()}, {}, {{"LC_ALL", "C"}});
+  const std::string screen = terminal.await("- Elements -");
+  EXPECT_TRUE(isAscii(screen)) << screen;
+}
+
+TEST_F(MonitorTest, IsAsciiWhereSomebodyWantsIt) {
+  auto& terminal = monitor({addTablet(), "--ascii"});
+  EXPECT_TRUE(isAscii(terminal.await("- Elements -")));
+}
+
+TEST_F(MonitorTest, ADumbTerminalGetsLines) {
+  auto& terminal = monitor({addTablet()}, {}, {{"TERM", "dumb"}});
+  terminal.await("+ QEMU QEMU USB Tablet (0x");
+  terminal.await("routing QEMU QEMU USB Tablet; ");
+  terminal.await("reports/s");
+  ::kill(terminal.process(), SIGTERM);
+  expectEnded(0);
+}
+
+TEST_F(MonitorTest, APipeGetsLinesUntilTheRecordingEnds) {
+  const std::string id = addDevice("qemu-usb-mouse.hid", {"--speed", "max"});
+  const Outcome outcome = runTool({"monitor", id});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_NE(outcome.out.find("routing QEMU QEMU USB Mouse"), std::string::npos) << outcome.out;
+  EXPECT_NE(outcome.out.find("ended"), std::string::npos) << outcome.out;
+  EXPECT_TRUE(isHarmless(outcome.out));
+}
+
+TEST_F(MonitorTest, DrawsAPicture) {
+  const std::string id = addDevice("qemu-usb-tablet.hid", {"--speed", "max"});
+  const fs::path file = directory / "monitor.svg";
+  const Outcome outcome = runTool({"monitor", id, "--svg", file, "--after", "100"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  const std::string svg = readFile(file);
+  EXPECT_TRUE(svg.starts_with("<svg ")) << svg.substr(0, 100);
+  EXPECT_NE(svg.find("routing\u00a0QEMU\u00a0QEMU\u00a0USB\u00a0Tablet"), std::string::npos);
+  EXPECT_NE(svg.find("Path\u00a0of\u00a0X,\u00a0Y"), std::string::npos);
+}
+
+TEST_F(MonitorTest, SaysWhatIsWrongWithACommandLine) {
+  EXPECT_TRUE(isRefusal(runTool({"monitor", "nothing"}), 1, "no device is called \"nothing\""));
+  EXPECT_TRUE(isRefusal(runTool({"monitor", "--svg", "x.svg"}), 2, "--svg needs a DEVICE"));
+  EXPECT_TRUE(isRefusal(runTool({"monitor", "1", "--size", "80"}), 2, "--size"));
+  EXPECT_TRUE(isRefusal(runTool({"monitor", "1", "--size", "10x5"}), 2, "from 40x10 to 500x500"));
+  EXPECT_TRUE(isRefusal(runTool({"monitor", "1", "--after", "-1"}), 2, "--after"));
+  EXPECT_TRUE(isRefusal(runTool({"monitor", "1", "--seconds", "-1"}), 2, "--seconds"));
+}
+
+}  // namespace
+}  // namespace test
