@@ -13,9 +13,11 @@
 #include "platform/foundation/Format.h"
 #include "tool/command/Command.h"
 #include "tool/command/Numbers.h"
+#include "tool/descriptor/ClassText.h"
 #include "tool/files/NewFile.h"
 #include "tool/monitor/Draw.h"
 #include "tool/monitor/ScreenSvg.h"
+#include "tool/picture/PictureData.h"
 
 namespace tool::monitor {
 
@@ -109,6 +111,15 @@ bool hasShown(Session& session, std::uint64_t reports) {
   return shown.model->pace().count() >= reports;
 }
 
+void writePicture(const Shown& shown, const PictureOptions& options) {
+  Screen screen(options.rows, options.columns, options.look);
+  draw(shown, screen);
+  const std::string svg = svgOf(screen, "wlhid monitor");
+  NewFile file(options.file);
+  file.write(std::span(reinterpret_cast<const std::uint8_t*>(svg.data()), svg.size()));
+  file.keep();
+}
+
 }  // namespace
 
 void showOnTerminal(Session& session, FullScreen& terminal, const StopSignals& signals,
@@ -175,12 +186,28 @@ void showPicture(Session& session, const PictureOptions& options, const StopSign
   }
   session.tick();
   session.shown().isPaused = false;
-  Screen screen(options.rows, options.columns, options.look);
-  draw(session.shown(), screen);
-  const std::string svg = svgOf(screen, "wlhid monitor");
-  NewFile file(options.file);
-  file.write(std::span(reinterpret_cast<const std::uint8_t*>(svg.data()), svg.size()));
-  file.keep();
+  writePicture(session.shown(), options);
+}
+
+void drawRecording(const std::string& recording, const PictureOptions& options) {
+  const PictureData data = readPicture(recording, 0);
+  const std::string name = data.header.name.empty() ? data.file : data.header.name;
+  DeviceModel model(data.header.reportDescriptor);
+  Shown shown;
+  const std::size_t count = std::min<std::uint64_t>(options.reports, data.reports.count());
+  for (std::size_t i = 0; i < count; ++i) {
+    shown.now = Time(data.reports.times[i]);
+    model.take(shown.now, data.reports.report(i));
+  }
+  shown.devices = {{1, name, "", className(data.classification), "recorded"}};
+  shown.open = 1;
+  shown.name = name;
+  shown.health = Health::Good;
+  shown.state = "recorded in " + data.file;
+  shown.since = platform::stringWithFormat("the beginning (%.1f s)",
+                                           std::chrono::duration<double>(shown.now).count());
+  shown.model = &model;
+  writePicture(shown, options);
 }
 
 }  // namespace tool::monitor

@@ -37,6 +37,9 @@ struct PictureOptions {
 void showPicture(Session& session, const PictureOptions& options, const StopSignals& signals,
                  Clock::time_point end);
 
+/// The same of a recording, with its own times, so that the picture is always the same.
+void drawRecording(const std::string& recording, const PictureOptions& options);
+
 /// The open device in a line: "routing X; 125 reports/s; X=900 Y=490".
 [[nodiscard]] std::string lineOf(const Shown& shown);
 

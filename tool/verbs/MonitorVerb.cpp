@@ -21,6 +21,7 @@ using monitor::Clock;
 struct MonitorOptions {
   std::string device;
   std::string svg;
+  std::string recording;
   std::string after = "250";
   std::string size = "120x40";
   double seconds = 0;  // 0: unlimited
@@ -57,7 +58,10 @@ monitor::PictureOptions pictureOf(const MonitorOptions& options) {
 void checkUsage(const MonitorOptions& options) {
   if (!std::isfinite(options.seconds) || options.seconds < 0 || options.seconds > 1e9)
     throw UsageFailure("--seconds must be a number from 0 to 1000000000");
-  if (!options.svg.empty() && options.device.empty()) throw UsageFailure("--svg needs a DEVICE");
+  if (!options.recording.empty() && (options.svg.empty() || !options.device.empty()))
+    throw UsageFailure("--recording goes with --svg, in place of a DEVICE");
+  if (!options.svg.empty() && options.device.empty() && options.recording.empty())
+    throw UsageFailure("--svg needs a DEVICE or a --recording");
   static_cast<void>(pictureOf(options));
 }
 
@@ -78,6 +82,10 @@ std::string show(const MonitorOptions& options, const std::optional<std::uint64_
 
 int monitorDevices(const MonitorOptions& options) {
   checkUsage(options);
+  if (!options.recording.empty()) {
+    monitor::drawRecording(options.recording, pictureOf(options));
+    return ExitDone;
+  }
   StopSignals signals;
   std::optional<std::uint64_t> device;
   if (!options.device.empty()) device = registryEntryIDOf(options.device);
@@ -92,6 +100,10 @@ void addPictureOptions(CLI::App& verb, MonitorOptions& options) {
   verb.add_option("--svg", options.svg,
                   "Write the screen as a picture instead, once the reports have come or\nno more "
                   "will; a file of that name is replaced")
+      ->type_name("FILE");
+  verb.add_option("--recording", options.recording,
+                  "With --svg: show the reports of a recording, at its own times, instead of a\n"
+                  "device's")
       ->type_name("FILE");
   verb.add_option("--after", options.after, "With --svg: after N reports (default 250)")
       ->type_name("N");

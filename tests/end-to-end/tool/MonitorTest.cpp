@@ -279,7 +279,28 @@ TEST_F(MonitorTest, DrawsAPicture) {
   EXPECT_NE(svg.find("Path\u00a0of\u00a0X,\u00a0Y"), std::string::npos);
 }
 
+TEST_F(MonitorTest, DrawsARecordingTheSameEachTime) {
+  const fs::path recording = fs::path(std::getenv("WLHID_SOURCE_DIR")) / "recordings/pen.hid";
+  const fs::path file = directory / "monitor.svg";
+  std::string before;
+  for (int time = 0; time < 2; ++time) {
+    const Outcome outcome =
+        runTool({"monitor", "--recording", recording, "--svg", file, "--after", "200"});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    const std::string svg = readFile(file);
+    EXPECT_NE(svg.find("recorded\u00a0in\u00a0pen.hid"), std::string::npos) << svg;
+    EXPECT_NE(svg.find("200\u00a0in\u00a0all"), std::string::npos) << svg;
+    EXPECT_TRUE(before.empty() || svg == before);
+    before = svg;
+  }
+}
+
 TEST_F(MonitorTest, SaysWhatIsWrongWithACommandLine) {
+  const std::string either = "--recording goes with --svg, in place of a DEVICE";
+  EXPECT_TRUE(isRefusal(runTool({"monitor", "--recording", "x.hid"}), 2, either));
+  EXPECT_TRUE(
+      isRefusal(runTool({"monitor", "1", "--svg", "x.svg", "--recording", "x.hid"}), 2, either));
+
   EXPECT_TRUE(isRefusal(runTool({"monitor", "nothing"}), 1, "no device is called \"nothing\""));
   EXPECT_TRUE(isRefusal(runTool({"monitor", "--svg", "x.svg"}), 2, "--svg needs a DEVICE"));
   EXPECT_TRUE(isRefusal(runTool({"monitor", "1", "--size", "80"}), 2, "--size"));
