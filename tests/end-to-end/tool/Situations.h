@@ -23,11 +23,12 @@ class SituationTest : public ToolTest {
   /// Gives the installed router another version, of as many bytes.
   void becomeVersion(std::string_view version) {
     std::string other = readFile(helperTool());
-    constexpr std::string_view kVersion = WLHID_VERSION;
-    ASSERT_EQ(version.size(), kVersion.size());
-    const std::size_t at = other.find("<string>" + std::string(kVersion) + "</string>");
-    ASSERT_NE(at, std::string::npos);
-    other.replace(at + std::string_view("<string>").size(), version.size(), version);
+    constexpr std::string_view kKey = "<key>CFBundleVersion</key>";
+    constexpr std::string_view kBegin = "<string>";
+    const std::size_t at = other.find(kBegin, other.find(kKey)) + kBegin.size();
+    ASSERT_LT(at, other.size());
+    ASSERT_EQ(other.find('<', at) - at, version.size());
+    other.replace(at, version.size(), version);
     replaceHelperTool(other);
   }
   void makeOutdated() { becomeVersion("0.9"); }
