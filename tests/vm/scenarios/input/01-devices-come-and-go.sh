@@ -5,7 +5,7 @@ source /vm/lib.sh
 source /vm/product.sh
 
 # What the application was told from the last arrival until input could come.
-opening() { tac "$(output watch)" | sed -n '/^routing: /,/^arrived /p' | tac | sed -n '1,/^routing: /p' | cut -d: -f1; }
+opening() { tac "$(output watch)" | sed -n '/^routing: /,$ {p; /^arrived /q}' | tac | cut -d: -f1; }
 
 have_packages
 active_session alice
