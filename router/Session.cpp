@@ -158,7 +158,8 @@ void Session::takePermission(std::uint64_t number, const RoutingAnswer& answer) 
   Start start = *std::exchange(waitingStart_, std::nullopt);
   if (!answer.isAllowed) {
     start.routing.permit = nullptr;
-    return refuse(start, routerError(IOReturn::NotPermitted, answer.reason, start.entryID));
+    const auto code = answer.isGone ? IOReturn::NoDevice : IOReturn::NotPermitted;
+    return refuse(start, routerError(code, answer.reason, start.entryID));
   }
   start.routing.subscription->limitTo(answer.reports);
   askPlace(std::move(start));

@@ -45,6 +45,8 @@ struct RoutingAnswer {
   ReportIDs reports = allReports();
   /// With a no to a preview: a person would be asked, who may say yes.
   bool needsPerson = false;
+  /// A no because there is no such device any more, which is nobody's decision.
+  bool isGone = false;
 };
 
 /// A question that is being answered, or the permission that was the answer.

@@ -40,7 +40,7 @@ RoutingInquiry::RoutingInquiry(std::shared_ptr<const AuthoritySources> sources,
 
 void RoutingInquiry::begin() {
   auto device = sources_->device(request_.device);
-  if (!device) return deny("the device has gone away");
+  if (!device) return deny({.reason = "the device has gone away", .isGone = true});
   device_ = std::move(*device);
   const bool isGranted = sources_->isGranted(caller_.user(), device_.identity);
   plan_ = planFor(device_, request_.mode, request_.usages, isGranted);
@@ -108,7 +108,7 @@ void RoutingInquiry::answered(std::uint64_t number, Asks whom, const PolkitAnswe
   if (answer.isYes()) return isLast ? allow() : ask(Asks::Rules);
   const bool needsPerson = whom == Asks::Rules && answer.needsPerson;
   if (needsPerson && !request_.isPreview) return waitForPerson();
-  deny(answer.reason, needsPerson);
+  deny({.reason = answer.reason, .needsPerson = needsPerson});
 }
 
 void RoutingInquiry::waitForPerson() {
@@ -119,7 +119,7 @@ void RoutingInquiry::waitForPerson() {
                                                   },
                                                   [weak](const std::string& reason) {
                                                     if (const auto self = weak.lock())
-                                                      self->deny(reason);
+                                                      self->deny({.reason = reason});
                                                   }});
   if (place == nullptr) return;
   QuestionLine::Place* const entered = place.get();
@@ -131,7 +131,7 @@ void RoutingInquiry::waitForPerson() {
 }
 
 void RoutingInquiry::allow() {
-  if (!caller_.isAlive()) return deny("the process has ended");
+  if (!caller_.isAlive()) return deny({.reason = "the process has ended"});
   std::unique_ptr<Pending> answer;
   {
     const std::lock_guard lock(mutex_);
@@ -143,14 +143,14 @@ void RoutingInquiry::allow() {
   decided_({true, {}, plan_.reports});
 }
 
-void RoutingInquiry::deny(const std::string& reason, bool needsPerson) {
+void RoutingInquiry::deny(const RoutingAnswer& answer) {
   Held held;
   {
     const std::lock_guard lock(mutex_);
     if (phase_ == Phase::Over || phase_ == Phase::Allowed) return;
     held = endLocked(Phase::Over);
   }
-  tellDenied(reason, needsPerson);
+  tellDenied(answer);
 }
 
 void RoutingInquiry::lose(const std::string& reason) {
@@ -162,14 +162,16 @@ void RoutingInquiry::lose(const std::string& reason) {
     if (before == Phase::Over) return;
     held = endLocked(Phase::Over);
   }
-  if (before != Phase::Allowed) return tellDenied(reason, false);
+  if (before != Phase::Allowed) return tellDenied({.reason = reason});
   record(RoutingRecord::Kind::Revoked, reason);
   revoked_(reason);
 }
 
-void RoutingInquiry::tellDenied(const std::string& reason, bool needsPerson) const {
-  record(RoutingRecord::Kind::Denied, reason);
-  decided_({false, "not permitted: " + reason, {}, needsPerson});
+void RoutingInquiry::tellDenied(RoutingAnswer answer) const {
+  record(RoutingRecord::Kind::Denied, answer.reason);
+  if (!answer.isGone) answer.reason.insert(0, "not permitted: ");
+  answer.reports = {};
+  decided_(answer);
 }
 
 void RoutingInquiry::noteBeginning() {

@@ -51,10 +51,11 @@ class RoutingInquiry : public std::enable_shared_from_this<RoutingInquiry> {
   void answered(std::uint64_t number, Asks whom, const platform::system::PolkitAnswer& answer);
   void waitForPerson();
   void allow();
-  void deny(const std::string& reason, bool needsPerson = false);
+  /// With a no. The reason is completed.
+  void deny(const RoutingAnswer& answer);
   /// Ends the permission, or the hope for it.
   void lose(const std::string& reason);
-  void tellDenied(const std::string& reason, bool needsPerson) const;
+  void tellDenied(RoutingAnswer answer) const;
   [[nodiscard]] platform::system::PolkitQuestion question(Asks whom) const;
   void record(RoutingRecord::Kind kind, const std::string& reason) const;
   /// Takes what is pending out of the state, to be destroyed without the lock.

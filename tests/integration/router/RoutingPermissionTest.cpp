@@ -5,6 +5,7 @@
 //   yes                             started; the reports.
 //   yes, for some reports           started; these reports, with their values.
 //   no                              refused -536870174: the reason. Nothing else.
+//   no, as the device is gone       refused -536870208: the reason.
 //   no answer yet                   nothing. Other clients, also of that device, are served.
 //   a stop, a start or an end       as for a request that waits; the question is withdrawn, and a
 //     meanwhile                     late answer changes nothing.
@@ -195,6 +196,16 @@ TEST_F(RoutingPermission, ANoIsTheAnswerWithItsReason) {
   other.start(id, 1);
   asked_->allow(2);
   EXPECT_EQ(other.log->await(1).front(), "started");
+}
+
+TEST_F(RoutingPermission, ADeviceThatHasGoneIsNobodysNo) {
+  const std::uint64_t id = addDevice("slow", kSlow, "1");
+  startRouter();
+  Client client;
+  client.start(id);
+  asked_->question(1).decided({.reason = "the device has gone away", .isGone = true});
+  EXPECT_THAT(client.log->await(1), ElementsAre("refused -536870208 the device has gone away"));
+  asked_->awaitPermits(0);
 }
 
 TEST_F(RoutingPermission, IsLimitedToTheReportsThatItCovers) {

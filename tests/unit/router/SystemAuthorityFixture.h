@@ -136,7 +136,9 @@ class SystemAuthorityTest : public testing::Test {
         [this](const router::RoutingAnswer& answer) {
           reports_ = answer.reports;
           needsPerson_ = answer.needsPerson;
-          add(answer.isAllowed ? "allowed" : "refused: " + answer.reason);
+          add(answer.isAllowed
+                  ? "allowed"
+                  : (answer.isGone ? "refused, as it is gone: " : "refused: ") + answer.reason);
         },
         [this](const std::string& reason) { add("told: " + reason); });
   }

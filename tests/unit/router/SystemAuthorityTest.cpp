@@ -218,7 +218,7 @@ TEST_F(SystemAuthorityTest, OneRightIsNotTheOther) {
 TEST_F(SystemAuthorityTest, ADeviceThatIsGoneIsRefused) {
   device_.reset();
   const auto permit = ask();
-  EXPECT_EQ(takeEvents().back(), "refused: not permitted: the device has gone away");
+  EXPECT_EQ(takeEvents().back(), "refused, as it is gone: the device has gone away");
 }
 
 // ---- To know the answer only
