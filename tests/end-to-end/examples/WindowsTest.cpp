@@ -153,8 +153,9 @@ TEST_F(StatusWindowTest, InstallsAfterAskingAndShowsTheInput) {
 
   install(QMessageBox::Yes);
   ASSERT_TRUE(comes([&] { return says("input", "routing Example Pen"); })) << text("input");
-  ASSERT_TRUE(comes([&] { return says("router", "Version 1.0 of the router is installed."); }))
-      << text("router");
+  ASSERT_TRUE(comes([&] {
+    return says("router", "Version " WLHID_VERSION " of the router is installed.");
+  })) << text("router");
   EXPECT_THAT(text("input"), testing::MatchesRegex(R"(routing Example Pen \(since ..:..:..\))"));
   EXPECT_EQ(text("problem"), "");
   EXPECT_FALSE(button().isEnabled());
@@ -170,7 +171,7 @@ TEST_F(StatusWindowTest, SurvivesAnUpdate) {
   ASSERT_TRUE(comes([&] {
     return says("router",
                 "Version 2.0 of the router is installed, and this "
-                "application brings 1.0.");
+                "application brings " WLHID_VERSION ".");
   })) << text("router");
   ASSERT_TRUE(comes([&] { return says("input", "waiting for the router"); })) << text("input");
   EXPECT_TRUE(button().isEnabled());
@@ -179,8 +180,9 @@ TEST_F(StatusWindowTest, SurvivesAnUpdate) {
   installElsewhere(ownImage());
   ASSERT_TRUE(comes([&] { return says("input", "routing Example Pen"); })) << text("input");
   EXPECT_TRUE(reportsCome());
-  ASSERT_TRUE(comes([&] { return says("router", "Version 1.0 of the router is installed."); }))
-      << text("router");
+  ASSERT_TRUE(comes([&] {
+    return says("router", "Version " WLHID_VERSION " of the router is installed.");
+  })) << text("router");
 }
 
 }  // namespace

@@ -240,9 +240,12 @@ TEST_F(DeviceDirectory, NothingIsLostOrToldTwiceBetweenTheListAndTheChanges) {
     known.emplace_back(ids.begin(), ids.end());
   }
   changes.join();
+  // What came together with its arrival may be told after that, but not after its departure.
   const std::uint64_t last = addDevice("last", routertest::kThreeReports);
+  for (const auto& client : clients) client->log->awaitLine("arrived " + hex(last));
+  remove("last");
   for (std::size_t i = 0; i < clients.size(); ++i) {
-    clients[i]->log->awaitLine("arrived " + hex(last));
+    clients[i]->log->awaitLine("departed " + hex(last));
     for (const std::string& line : clients[i]->log->lines()) {
       const std::uint64_t id = std::stoull(line.substr(line.find("0x")), nullptr, 16);
       if (line.starts_with("arrived"))
@@ -250,7 +253,7 @@ TEST_F(DeviceDirectory, NothingIsLostOrToldTwiceBetweenTheListAndTheChanges) {
       else
         EXPECT_EQ(known[i].erase(id), 1U) << "never told: " << line;
     }
-    EXPECT_EQ(known[i].size(), 2U);
+    EXPECT_EQ(known[i].size(), 1U) << "the pen";
   }
 }
 
