@@ -10,7 +10,8 @@ replace_router() {
   mkdir -p /run/systemd/system/wlhid-router.service.d
   printf '%s\n' '[Service]' ExecStart= "ExecStart=/bin/sh -c \"$1\"" >/run/systemd/system/wlhid-router.service.d/ends.conf
   systemctl daemon-reload
-  systemctl stop wlhid-router.service
+  # Refused if a router that ends at once is just being started again, which is then the one with the new script.
+  systemctl stop wlhid-router.service || true
 }
 restore_router() {
   rm -rf /run/systemd/system/wlhid-router.service.d
