@@ -13,7 +13,7 @@ cd "$ROOT"
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libarchive-dev libncurses-dev libsodium-dev
   libsystemd-dev libudev-dev)
 PACKAGE_PACKAGES=(debhelper dh-python dpkg-dev lintian python3)
-TEST_PACKAGES=(libgtest-dev libgmock-dev clang-14 lld-14 llvm-14 libplist-dev libicu-dev libumockdev-dev dbus-daemon python3 make mandoc
+TEST_PACKAGES=(libgtest-dev libgmock-dev clang-14 lld-14 llvm-14 libplist-dev libicu-dev libumockdev-dev umockdev dbus-daemon python3 make mandoc
   tmux chromium chromium-driver qt6-base-dev xvfb)
 
 say() { printf '%s\n' "$*"; }
