@@ -12,14 +12,6 @@ namespace router {
 
 namespace {
 
-// Tags, per type of item.
-constexpr std::uint8_t kCollection = 0xa;
-constexpr std::uint8_t kEndCollection = 0xc;
-constexpr std::uint8_t kUsagePage = 0x0;
-constexpr std::uint8_t kPush = 0xa;
-constexpr std::uint8_t kPop = 0xb;
-constexpr std::uint8_t kUsage = 0x0;
-constexpr std::uint8_t kUsageMinimum = 0x1;
 constexpr std::uint8_t kWithPage = 4;  // bytes
 constexpr std::uint32_t kLargestPart = 0xffff;
 
@@ -42,21 +34,24 @@ class Outline {
 
  private:
   void takeMain(const DescriptorItem& item) {
-    if (item.tag == kCollection && depth_++ == 0) note();
-    if (item.tag == kEndCollection && depth_ > 0) --depth_;
+    const auto tag = static_cast<MainTag>(item.tag);
+    if (tag == MainTag::Collection && depth_++ == 0) note();
+    if (tag == MainTag::EndCollection && depth_ > 0) --depth_;
     usage_.reset();
   }
   void takeGlobal(const DescriptorItem& item) {
-    if (item.tag == kUsagePage) page_ = item.value & kLargestPart;
-    if (item.tag == kPush && pushed_.size() < RouterLimits::kGlobalStackDepth)
+    const auto tag = static_cast<GlobalTag>(item.tag);
+    if (tag == GlobalTag::UsagePage) page_ = item.value & kLargestPart;
+    if (tag == GlobalTag::Push && pushed_.size() < RouterLimits::kGlobalStackDepth)
       pushed_.push_back(page_);
-    if (item.tag == kPop && !pushed_.empty()) {
+    if (tag == GlobalTag::Pop && !pushed_.empty()) {
       page_ = pushed_.back();
       pushed_.pop_back();
     }
   }
   void takeLocal(const DescriptorItem& item) {
-    if (item.tag == kUsage || item.tag == kUsageMinimum) usage_ = usage_.value_or(item);
+    const auto tag = static_cast<LocalTag>(item.tag);
+    if (tag == LocalTag::Usage || tag == LocalTag::UsageMinimum) usage_ = usage_.value_or(item);
   }
   /// A usage without a page has the one that is in force at the collection.
   void note() {

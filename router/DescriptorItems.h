@@ -16,6 +16,37 @@ namespace router {
 
 enum class DescriptorItemType : std::uint8_t { Main = 0, Global = 1, Local = 2, Reserved = 3 };
 
+// Tags, for the types of item that have them.
+enum class MainTag : std::uint8_t {
+  Input = 8,
+  Output = 9,
+  Collection = 10,
+  Feature = 11,
+  EndCollection = 12,
+};
+
+enum class GlobalTag : std::uint8_t {
+  UsagePage = 0,
+  LogicalMinimum = 1,
+  LogicalMaximum = 2,
+  PhysicalMinimum = 3,
+  PhysicalMaximum = 4,
+  UnitExponent = 5,
+  Unit = 6,
+  ReportSize = 7,
+  ReportID = 8,
+  ReportCount = 9,
+  Push = 10,
+  Pop = 11,
+};
+
+enum class LocalTag : std::uint8_t {
+  Usage = 0,
+  UsageMinimum = 1,
+  UsageMaximum = 2,
+  Delimiter = 10
+};
+
 struct DescriptorItem {
   std::size_t offset = 0;
   DescriptorItemType type = DescriptorItemType::Reserved;

@@ -19,36 +19,6 @@ using ItemType = DescriptorItemType;
 
 constexpr std::uint32_t kMaxReportBits = RouterLimits::kReportBytes * 8;
 
-enum class MainTag : std::uint8_t {
-  Input = 8,
-  Output = 9,
-  Collection = 10,
-  Feature = 11,
-  EndCollection = 12,
-};
-
-enum class GlobalTag : std::uint8_t {
-  UsagePage = 0,
-  LogicalMinimum = 1,
-  LogicalMaximum = 2,
-  PhysicalMinimum = 3,
-  PhysicalMaximum = 4,
-  UnitExponent = 5,
-  Unit = 6,
-  ReportSize = 7,
-  ReportID = 8,
-  ReportCount = 9,
-  Push = 10,
-  Pop = 11,
-};
-
-enum class LocalTag : std::uint8_t {
-  Usage = 0,
-  UsageMinimum = 1,
-  UsageMaximum = 2,
-  Delimiter = 10
-};
-
 std::int64_t signExtended(std::uint32_t value, std::uint8_t bytes) {
   switch (bytes) {
     case 1:

@@ -166,7 +166,7 @@ void Router::Core::resume() {
 }
 
 void Router::Core::offerServices() {
-  ControlParts parts;
+  ServiceParts parts;
   parts.sessions = sessions_;
   parts.devices = devices_;
   parts.startLine = startLine_;
@@ -183,7 +183,7 @@ void Router::Core::offerServices() {
     directory_->resume();
   }
   if (options_.control == nullptr) return;
-  control_ = std::make_shared<RouterControl>(options_.control, std::move(parts));
+  control_ = std::make_shared<RouterControl>(options_.control, parts);
   control_->resume();
 }
 

@@ -20,18 +20,6 @@ std::string sessionText(std::uint64_t number) {
 
 }  // namespace
 
-ControlSession::ControlSession(std::shared_ptr<const ControlParts> parts,
-                               std::shared_ptr<TurnQuota> requests,
-                               std::shared_ptr<platform::NSXPCConnection> connection,
-                               std::shared_ptr<RoutingCaller> caller, std::shared_ptr<void> visit)
-    : parts_(std::move(parts)),
-      requests_(std::move(requests)),
-      connection_(std::move(connection)),
-      caller_(std::move(caller)),
-      visit_(std::move(visit)),
-      process_(connection_->processIdentifier()),
-      user_(connection_->effectiveUserIdentifier()) {}
-
 void ControlSession::end() {
   question_ = nullptr;
   devices_ = nullptr;
@@ -39,28 +27,23 @@ void ControlSession::end() {
 }
 
 void ControlSession::onQueue(std::function<void(ControlSession&)> work) {
-  connection_->callOnQueue([weak = weak_from_this(), work = std::move(work)] {
+  connection().callOnQueue([weak = weak_from_this(), work = std::move(work)] {
     if (const auto self = weak.lock()) work(*self);
   });
 }
 
-std::shared_ptr<platform::NSError> ControlSession::refusal() {
-  if (requests_->reserve(user_, Clock::now())) return nullptr;
-  return routerError(IOReturn::Busy, "too many requests from this user; try again later");
-}
-
 void ControlSession::statusWithReply(Reply reply) {
   if (const auto error = refusal()) return reply(nullptr, error);
-  const auto user = user_ == 0 ? std::nullopt : std::optional(user_);
-  reply(dictionaryOf(parts_->sessions->status(user)), nullptr);
+  const auto shown = user() == 0 ? std::nullopt : std::optional(user());
+  reply(dictionaryOf(parts().sessions->status(shown)), nullptr);
 }
 
 void ControlSession::devicesWithReply(Reply reply) {
   if (const auto error = refusal()) return reply(nullptr, error);
   if (devices_ != nullptr)
     return reply(nullptr, routerError(IOReturn::Busy, "the devices are being listed already"));
-  auto devices = classified(parts_->authority.get(), parts_->devices->list());
-  if (caller_ == nullptr) return reply(dictionaryOf(devices), nullptr);
+  auto devices = classified(parts().authority.get(), parts().devices->list());
+  if (caller() == nullptr) return reply(dictionaryOf(devices), nullptr);
   devices_ = std::make_shared<DeviceInquiry>(
       std::move(devices),
       [weak = weak_from_this(), reply](const std::vector<ListedDevice>& answered) {
@@ -72,8 +55,8 @@ void ControlSession::devicesWithReply(Reply reply) {
           reply(list, nullptr);
         });
       });
-  devices_->begin(*caller_);
-  timeIsUp_ = parts_->startLine->waitUntil(Clock::now() + parts_->limits.controlTimeout,
+  devices_->begin(*caller());
+  timeIsUp_ = parts().startLine->waitUntil(Clock::now() + parts().limits.controlTimeout,
                                            [weak = std::weak_ptr(devices_)] {
                                              if (const auto inquiry = weak.lock())
                                                inquiry->finish();
@@ -82,15 +65,15 @@ void ControlSession::devicesWithReply(Reply reply) {
 
 void ControlSession::endSession_reply(std::uint64_t number, EndReply reply) {
   if (const auto error = refusal()) return reply(error);
-  const auto session = parts_->sessions->withNumber(number);
-  const bool isOwn = session != nullptr && session->user() == user_;
-  if (isOwn || user_ == 0) return endNow(number, reply);
+  const auto session = parts().sessions->withNumber(number);
+  const bool isOwn = session != nullptr && session->user() == user();
+  if (isOwn || user() == 0) return endNow(number, reply);
   // From here on nothing may depend on whether there is such a session.
-  if (caller_ == nullptr)
+  if (caller() == nullptr)
     return takeDecision(number, reply, {false, "not permitted: this root is not yours", {}});
   if (std::exchange(isAsking_, true))
     return reply(routerError(IOReturn::Busy, "another question of yours is still open"));
-  question_ = caller_->askToEnd(
+  question_ = caller()->askToEnd(
       number, [weak = weak_from_this(), number, reply](const RoutingAnswer& answer) {
         const auto self = weak.lock();
         if (self == nullptr) return;
@@ -105,18 +88,18 @@ void ControlSession::endSession_reply(std::uint64_t number, EndReply reply) {
 void ControlSession::takeDecision(std::uint64_t number, const EndReply& reply,
                                   const RoutingAnswer& answer) {
   if (answer.isAllowed) return endNow(number, reply);
-  parts_->log(user_, LogLine::of<row::endRefused>(process_, user_, number, answer.reason));
+  parts().log(user(), LogLine::of<row::endRefused>(process(), user(), number, answer.reason));
   reply(routerError(
       IOReturn::NotPermitted,
       sessionText(number) + " is not one of yours; ending another user's is " + answer.reason));
 }
 
 void ControlSession::endNow(std::uint64_t number, const EndReply& reply) {
-  const auto session = parts_->sessions->withNumber(number);
+  const auto session = parts().sessions->withNumber(number);
   if (session == nullptr)
     return reply(routerError(IOReturn::NotFound, "there is no " + sessionText(number)));
-  parts_->log(user_, LogLine::of<row::sessionEndedFor>(number, session->process(), session->user(),
-                                                       process_, user_));
+  parts().log(user(), LogLine::of<row::sessionEndedFor>(number, session->process(), session->user(),
+                                                        process(), user()));
   session->endForGood();
   reply(nullptr);
 }

@@ -24,20 +24,8 @@ bool areAlike(const ListedDevice& one, const ListedDevice& other) {
 
 }  // namespace
 
-DirectorySession::DirectorySession(std::shared_ptr<const ControlParts> parts,
-                                   std::shared_ptr<TurnQuota> requests,
-                                   std::shared_ptr<DeviceMonitor> monitor,
-                                   std::shared_ptr<platform::NSXPCConnection> connection,
-                                   std::shared_ptr<RoutingCaller> caller,
-                                   std::shared_ptr<void> visit)
-    : parts_(std::move(parts)),
-      requests_(std::move(requests)),
-      monitor_(std::move(monitor)),
-      connection_(std::move(connection)),
-      caller_(std::move(caller)),
-      visit_(std::move(visit)),
-      process_(connection_->processIdentifier()),
-      user_(connection_->effectiveUserIdentifier()) {}
+DirectorySession::DirectorySession(RequestPeer peer, std::shared_ptr<DeviceMonitor> monitor)
+    : RequestSession(std::move(peer)), monitor_(std::move(monitor)) {}
 
 void DirectorySession::end() {
   subscription_ = nullptr;
@@ -48,14 +36,9 @@ void DirectorySession::end() {
 }
 
 void DirectorySession::onQueue(std::function<void(DirectorySession&)> work) {
-  connection_->callOnQueue([weak = weak_from_this(), work = std::move(work)] {
+  connection().callOnQueue([weak = weak_from_this(), work = std::move(work)] {
     if (const auto self = weak.lock()) work(*self);
   });
-}
-
-std::shared_ptr<platform::NSError> DirectorySession::refusal() const {
-  if (requests_->reserve(user_, Clock::now())) return nullptr;
-  return routerError(IOReturn::Busy, "too many requests from this user; try again later");
 }
 
 void DirectorySession::watchDevicesMatching_excluding_reply(
@@ -64,7 +47,7 @@ void DirectorySession::watchDevicesMatching_excluding_reply(
   if (const auto error = refusal()) return reply(nullptr, error);
   if (reply_) return reply(nullptr, routerError(IOReturn::Busy, "a watch is beginning already"));
   try {
-    filter_ = DeviceFilter(matching, excluding, parts_->limits.directoryCriteria);
+    filter_ = DeviceFilter(matching, excluding, parts().limits.directoryCriteria);
   } catch (const std::invalid_argument& error) {
     return reply(nullptr, routerError(IOReturn::BadArgument, error.what()));
   }
@@ -72,7 +55,7 @@ void DirectorySession::watchDevicesMatching_excluding_reply(
   told_.clear();
   inquiry_ = nullptr;
   if (subscription_ == nullptr) {
-    client_ = connection_->remoteObjectProxyWithErrorHandler<WLHIDDeviceDirectoryClientProtocol>(
+    client_ = connection().remoteObjectProxyWithErrorHandler<WLHIDDeviceDirectoryClientProtocol>(
         [](const std::shared_ptr<platform::NSError>&) {});
     subscription_ = monitor_->subscribe([weak = weak_from_this()] {
       if (const auto self = weak.lock())
@@ -85,7 +68,7 @@ void DirectorySession::watchDevicesMatching_excluding_reply(
 void DirectorySession::reportDescriptorOfDevice_reply(std::uint64_t registryEntryID,
                                                       DescriptorReply reply) {
   if (const auto error = refusal()) return reply(nullptr, error);
-  const auto descriptor = parts_->devices->reportDescriptorOf(registryEntryID);
+  const auto descriptor = parts().devices->reportDescriptorOf(registryEntryID);
   if (!descriptor)
     return reply(nullptr,
                  routerError(IOReturn::NoDevice,
@@ -115,7 +98,7 @@ void DirectorySession::refresh() {
     if (!isTold(each)) unknown.push_back(each);
   }
   current_ = std::move(wanted);
-  if (caller_ == nullptr || unknown.empty()) return take(unknown);
+  if (caller() == nullptr || unknown.empty()) return take(unknown);
   ask(std::move(unknown));
 }
 
@@ -133,8 +116,8 @@ void DirectorySession::ask(Devices devices) {
         });
       });
   inquiry_ = inquiry;
-  inquiry->begin(*caller_);
-  timeIsUp_ = parts_->startLine->waitUntil(Clock::now() + parts_->limits.controlTimeout,
+  inquiry->begin(*caller());
+  timeIsUp_ = parts().startLine->waitUntil(Clock::now() + parts().limits.controlTimeout,
                                            [weak = std::weak_ptr(inquiry)] {
                                              if (const auto open = weak.lock()) open->finish();
                                            });
@@ -182,10 +165,10 @@ void DirectorySession::tell(const Devices& answered) {
 /// If it does not, its connection is closed: a message that is left out later would be a gap.
 bool DirectorySession::isReading() {
   if (client_ == nullptr) return false;
-  if (connection_->unsentBytes() <= parts_->limits.directoryBacklog) return true;
-  parts_->log(user_, LogLine::of<row::watcherTooSlow>(process_, user_));
+  if (connection().unsentBytes() <= parts().limits.directoryBacklog) return true;
+  parts().log(user(), LogLine::of<row::watcherTooSlow>(process(), user()));
   client_ = nullptr;
-  connection_->invalidate();
+  connection().invalidate();
   return false;
 }
 

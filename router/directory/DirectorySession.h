@@ -7,7 +7,6 @@
 // out: the next difference has it.
 //
 // Threading: requests arrive on the connection's queue, and everything else continues there.
-// Ownership: holds its connection; the service holds the session until the connection has ended.
 // Errors: each request is answered once. An application that does not read what it is told is
 //   disconnected.
 // Order: the list, then the changes.
@@ -19,25 +18,20 @@
 #include <memory>
 #include <vector>
 
-#include "platform/xpc/NSXPCConnection.h"
 #include "router-client/WLHIDDeviceDirectoryProtocols.h"
-#include "router/Quotas.h"
 #include "router/StartLine.h"
 #include "router/control/DeviceInquiry.h"
-#include "router/control/RouterControl.h"
 #include "router/directory/DeviceFilter.h"
 #include "router/directory/DeviceMonitor.h"
+#include "router/requests/RequestSession.h"
 
 namespace router {
 
-class DirectorySession final : public WLHIDDeviceDirectoryProtocol,
+class DirectorySession final : public RequestSession,
+                               public WLHIDDeviceDirectoryProtocol,
                                public std::enable_shared_from_this<DirectorySession> {
  public:
-  /// `caller` is null where nobody has to be asked; `visit` keeps the router in use.
-  DirectorySession(std::shared_ptr<const ControlParts> parts, std::shared_ptr<TurnQuota> requests,
-                   std::shared_ptr<DeviceMonitor> monitor,
-                   std::shared_ptr<platform::NSXPCConnection> connection,
-                   std::shared_ptr<RoutingCaller> caller, std::shared_ptr<void> visit);
+  DirectorySession(RequestPeer peer, std::shared_ptr<DeviceMonitor> monitor);
 
   void watchDevicesMatching_excluding_reply(const std::shared_ptr<platform::NSArray>& matching,
                                             const std::shared_ptr<platform::NSArray>& excluding,
@@ -45,14 +39,11 @@ class DirectorySession final : public WLHIDDeviceDirectoryProtocol,
   void reportDescriptorOfDevice_reply(std::uint64_t registryEntryID,
                                       DescriptorReply reply) override;
 
-  void sayFarewell() { connection_->invalidate(); }
-  /// The connection has ended.
-  void end();
+  void end() override;
 
  private:
   using Devices = std::vector<ListedDevice>;
 
-  [[nodiscard]] std::shared_ptr<platform::NSError> refusal() const;
   void onQueue(std::function<void(DirectorySession&)> work);
   void refresh();
   [[nodiscard]] bool isTold(const ListedDevice& device) const;
@@ -62,14 +53,7 @@ class DirectorySession final : public WLHIDDeviceDirectoryProtocol,
   void tell(const Devices& answered);
   [[nodiscard]] bool isReading();
 
-  const std::shared_ptr<const ControlParts> parts_;
-  const std::shared_ptr<TurnQuota> requests_;
   const std::shared_ptr<DeviceMonitor> monitor_;
-  const std::shared_ptr<platform::NSXPCConnection> connection_;
-  const std::shared_ptr<RoutingCaller> caller_;
-  const std::shared_ptr<void> visit_;
-  const pid_t process_;
-  const uid_t user_;
   // On the connection's queue.
   std::shared_ptr<WLHIDDeviceDirectoryClientProtocol> client_;
   std::shared_ptr<void> subscription_;
