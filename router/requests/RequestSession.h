@@ -13,8 +13,8 @@
 #include <memory>
 #include <utility>
 
-#include "platform/foundation/NSError.h"
 #include "platform/foundation/LogTemplate.h"
+#include "platform/foundation/NSError.h"
 #include "platform/xpc/NSXPCConnection.h"
 #include "router/Quotas.h"
 #include "router/RoutedDevices.h"

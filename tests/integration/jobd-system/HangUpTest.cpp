@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,6 +23,7 @@
 #include "tests/support/HelperImages.h"
 #include "tests/support/MockPolkit.h"
 #include "tests/support/PrivateBus.h"
+#include "tests/support/SystemRootTest.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace {
@@ -38,21 +38,15 @@ namespace fs = std::filesystem;
 
 const std::string kLabel(platform::kSystemJobLabel);
 
-class HangUp : public testing::Test {
+class HangUp : public testsupport::SystemRootTest {
  protected:
-  HangUp() : root_(temporary_.path() / "root") {
-    fs::create_directories(root_.path() / "run/wlhid");
-    for (const auto& path : {temporary_.path(), root_.path()}) ::chmod(path.c_str(), 0755);
-    platform::SystemRoot::setSystemForTests(root_.path());
-    listening_.reset(platform::listenUnixSocket(root_.controlEndpoint().string(),
-                                                SOCK_STREAM | SOCK_NONBLOCK, 64, 0666));
+  HangUp() {
     testsupport::waitForConnection(bus_);
     thread_ = std::thread([this] { serve(); });
   }
   ~HangUp() override {
     ::eventfd_write(stop_.get(), 1);
     thread_.join();
-    platform::SystemRoot::setSystemForTests({});
   }
 
   void serve() {
@@ -112,9 +106,6 @@ class HangUp : public testing::Test {
   testsupport::PrivateBus daemon_;
   MockPolkit polkit_{daemon_.address()};
   platform::system::SystemBus bus_{{.address = daemon_.address()}};
-  testsupport::TemporaryDirectory temporary_;
-  platform::SystemRoot root_;
-  FileDescriptor listening_;
   FileDescriptor stop_{::eventfd(0, EFD_CLOEXEC)};
   std::thread thread_;
 };

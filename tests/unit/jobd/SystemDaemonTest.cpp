@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <optional>
@@ -22,6 +21,7 @@
 #include "platform/services/UnixSocket.h"
 #include "tests/support/HelperImages.h"
 #include "tests/support/OtherUser.h"
+#include "tests/support/SystemRootTest.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace {
@@ -44,19 +44,9 @@ namespace fs = std::filesystem;
 const std::string kLabel(platform::kSystemJobLabel);
 constexpr std::chrono::milliseconds kLong{600'000};
 
-class SystemDaemonTest : public testing::Test {
+class SystemDaemonTest : public testsupport::SystemRootTest {
  protected:
-  SystemDaemonTest() : root_(temporary_.path() / "root") {
-    fs::create_directories(root_.path() / "run/wlhid");
-    for (const auto& path : {temporary_.path(), root_.path()}) ::chmod(path.c_str(), 0755);
-    platform::SystemRoot::setSystemForTests(root_.path());
-    listening_.reset(platform::listenUnixSocket(root_.controlEndpoint().string(),
-                                                SOCK_STREAM | SOCK_NONBLOCK, 64, 0666));
-  }
-  ~SystemDaemonTest() override {
-    end();
-    platform::SystemRoot::setSystemForTests({});
-  }
+  ~SystemDaemonTest() override { end(); }
 
   /// Runs a daemon until end() or until it has been idle for so long.
   void serve(std::chrono::milliseconds idleTime = kLong) {
@@ -133,9 +123,6 @@ class SystemDaemonTest : public testing::Test {
     return fs::is_empty(root_.path() / "var/lib/wlhid/staging");
   }
 
-  testsupport::TemporaryDirectory temporary_;
-  platform::SystemRoot root_;
-  FileDescriptor listening_;
   FileDescriptor stop_{::eventfd(0, EFD_CLOEXEC)};
   std::thread thread_;
   // Set before serve() and read after end().

@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,6 +18,7 @@
 #include "platform/services/ServiceEndpoints.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/HelperImages.h"
+#include "tests/support/SystemRootTest.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TreeCensus.h"
 #include "tests/unit/jobd/FileOperations.h"
@@ -38,19 +38,13 @@ const std::string kLabel(platform::kSystemJobLabel);
 const platform::DeviceGrant kPedal{1000, {3, 0x5f3, 0xff, "A1"}, "Pedal"};
 const platform::DeviceGrant kDial{1001, {5, 0x46d, 0xc52b, ""}, "Dial"};
 
-class SystemState : public testing::Test {
+class SystemState : public testsupport::SystemRootTest {
  protected:
   using Change = std::function<void()>;
 
-  SystemState() : root_(temporary_.path() / "root") {
-    fs::create_directories(root_.path() / "run/wlhid");
-    for (const auto& path : {temporary_.path(), root_.path()}) ::chmod(path.c_str(), 0755);
-    platform::SystemRoot::setSystemForTests(root_.path());
-    listening_.reset(platform::listenUnixSocket(root_.controlEndpoint().string(),
-                                                SOCK_STREAM | SOCK_NONBLOCK, 64, 0666));
+  SystemState() {
     fileoperations::dieAt(0, false);  // the count is shared with processes forked from now on
   }
-  ~SystemState() override { platform::SystemRoot::setSystemForTests({}); }
 
   fs::path image(const std::string& version, const std::vector<std::string>& services) const {
     return testsupport::makeImage(WLHID_MKIMAGE, {kLabel, version, "/bin/true", services},
@@ -147,10 +141,7 @@ class SystemState : public testing::Test {
     }
   }
 
-  testsupport::TemporaryDirectory temporary_;
-  platform::SystemRoot root_;
   fs::path state_ = root_.path() / "var/lib/wlhid";
-  FileDescriptor listening_;
 };
 
 // The copy of a helper is made by a process of its own, which may also be the only one to die.
