@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// wlhid picture, in a real browser. WLHID_SCREENSHOTS names a directory for pictures of the pages.
-#include <cstdlib>
-
+// wlhid picture, in a real browser.
+#include "Browser.h"
 #include "ToolTest.h"
 
 namespace test {
@@ -18,23 +17,14 @@ class PictureTest : public ToolTest {
     const fs::path page = directory / (recording.stem().string() + ".html");
     const Outcome drawn = runTool({"picture", recording, "-o", page});
     EXPECT_EQ(drawn.status, 0) << drawn.err;
-    std::vector<std::string> command{"python3", sourcePath("tests/end-to-end/tool/browser.py"),
-                                     page};
-    if (const char* const screenshots = std::getenv("WLHID_SCREENSHOTS")) {
-      command.push_back(fs::path(screenshots) / recording.stem());
-      fs::create_directories(command.back());
-    }
-    const Outcome seen = run(command, options());
-    EXPECT_EQ(seen.status, 0) << seen.err;
-    return seen.status == 0 ? json::parse(seen.out) : json::object();
+    return seenInBrowser("picture_page.py", page);
   }
   static fs::path own(std::string_view name) { return sourcePath("recordings") / name; }
   /// "246 of 246 reports": the first number.
   static int foundIn(const json& state) { return std::stoi(state["found"].get<std::string>()); }
 
   void SetUp() override {
-    if (run({"sh", "-c", "command -v chromedriver"}).status != 0)
-      GTEST_SKIP() << "no browser is installed (chromium, chromium-driver)";
+    if (!hasBrowser()) GTEST_SKIP() << kNoBrowser;
   }
 };
 

@@ -1,8 +1,5 @@
-#!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Opens the page of a recording in headless Chromium and uses it; prints what it saw as one JSON object.
-
-usage: browser.py PAGE [SCREENSHOTS]: the directory gets light.png, dark.png and zoomed.png, of the whole page."""
+"""Headless Chromium, for programs that use a page and print what they saw as one JSON object."""
 import base64
 import json
 import pathlib
@@ -98,62 +95,27 @@ class Browser:
         return [entry["message"] for entry in self.post("/se/log", {"type": "browser"})]
 
 
-CHARTS = "[...document.querySelectorAll('.line, .bar')].map((path) => path.getAttribute('d')).join()"
-STATE = """return {window: document.getElementById('window').textContent,
-  found: document.getElementById('found').textContent,
-  rows: document.getElementById('rows').tBodies[0].rows.length,
-  firstRow: document.getElementById('rows').tBodies[0].rows[0]?.innerText ?? '',
-  charts: """ + CHARTS + """,
-  background: getComputedStyle(document.body).backgroundColor}"""
-
-
-def use(browser, screenshots):
-    shoot = (lambda name: browser.screenshot(pathlib.Path(screenshots, name))) if screenshots else lambda name: None
-    seen = {"title": browser.run("return document.title"), "heading": browser.run("return document.querySelector('h1').textContent")}
-    browser.theme("light")
-    seen["light"] = browser.run(STATE)
-    shoot("light.png")
-    browser.theme("dark")
-    seen["dark"] = browser.run(STATE)
-    shoot("dark.png")
-    browser.theme("light")
-    browser.click("#in")
-    browser.click("#in")
-    seen["zoomed"] = browser.run(STATE)
-    browser.click("#later")
-    seen["later"] = browser.run(STATE)
-    browser.click("#all")
-    seen["whole"] = browser.run(STATE)
-    if browser.run("return document.querySelector('svg.zooms') !== null"):
-        browser.drag("svg.zooms", 0.4, 0.6)
-        seen["dragged"] = browser.run(STATE)
-        shoot("zoomed.png")
-        browser.click("#all")
-    seen["bytes"] = browser.run("return document.getElementById('rows').tBodies[0].rows[0]?.lastChild.textContent.trim() ?? ''")
-    browser.type("#pattern", seen["bytes"])
-    seen["filtered"] = browser.run(STATE)
-    browser.type("#pattern", "nonsense")
-    seen["refused"] = browser.run(STATE)
-    browser.type("#pattern", " ")
-    browser.click("#changes")
-    seen["changes"] = browser.run(STATE)
-    seen["requests"] = browser.run("return performance.getEntriesByType('resource').map((entry) => entry.name)")
-    seen["hacked"] = browser.run("return window.hacked ?? null")
-    return seen
-
-
-def main():
+def visit(use, ready="document.readyState === 'complete'"):
+    """usage of the program: PROGRAM PAGE [SCREENSHOTS]. `use(browser, shoot)` returns what was seen; `shoot(name)` keeps a
+    picture of the whole page in the directory, if one is named."""
     page = pathlib.Path(sys.argv[1]).resolve().as_uri()
+    screenshots = sys.argv[2] if len(sys.argv) > 2 else None
+
+    def shoot(name):
+        if screenshots:
+            browser.screenshot(pathlib.Path(screenshots, name + ".png"))
+
     with tempfile.TemporaryDirectory() as profile:
         browser = Browser(profile)
         try:
             browser.post("/url", {"url": page})
-            browser.wait("document.documentElement.dataset.ready === 'yes'")
-            seen = use(browser, sys.argv[2] if len(sys.argv) > 2 else None)
+            browser.wait(ready)
+            seen = use(browser, shoot)
+            seen["title"] = browser.run("return document.title")
+            seen["heading"] = browser.run("return document.querySelector('h1').textContent")
+            seen["requests"] = browser.run("return performance.getEntriesByType('resource').map((entry) => entry.name)")
+            seen["hacked"] = browser.run("return window.hacked ?? null")
             seen["console"] = browser.console()
         finally:
             browser.close()
     json.dump(seen, sys.stdout)
-
-
-main()
