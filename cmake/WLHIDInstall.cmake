@@ -39,6 +39,9 @@ if(WLHID_TOOL)
   # The command's main bundle is its directory, in which it finds the router that it would install and the job daemon that it
   # starts for a user's root.
   install(TARGETS wlhid DESTINATION ${own} COMPONENT tool)
+  install(TARGETS wlhid-mkimage DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tool)
+  install(FILES "${PROJECT_SOURCE_DIR}/packaging/mkimage/wlhid-mkimage.1"
+    DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT tool)
   wlhid_install_link(../lib/wlhid/wlhid ${CMAKE_INSTALL_BINDIR}/wlhid)
   wlhid_install_link(../../../helpers/${label} ${own}/Contents/Library/LaunchServices/${label})
   wlhid_install_link(../../../../libexec/wlhid/wlhid-jobd ${own}/Contents/Helpers/wlhid-jobd)

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// wlhid-mkimage: makes a helper image at build time.
-//
-//   wlhid-mkimage --label L --version V [--service S]... --program ELF --output FILE
+// wlhid-mkimage: makes a helper image.
 //
 // The image is a thin 64-bit Mach-O executable with the sections __TEXT,__info_plist and
 // __TEXT,__launchd_plist and, as __ELF,__program, the program that actually runs. It is a single
@@ -34,28 +32,51 @@ struct Options {
   std::string output;
 };
 
-Options parseOptions(int argc, char** argv) {
+constexpr std::string_view kUsage =
+    "usage: wlhid-mkimage --label LABEL --version VERSION [--service NAME]... --program FILE "
+    "--output FILE\n"
+    "Packs a program as a helper image: one file with the program, its label and its version.\n"
+    "  --label LABEL      what the job is called, such as com.quillmar.hideventrouter\n"
+    "  --version VERSION  what an application compares with the version that it brings\n"
+    "  --service NAME     a service that the program offers (default: the label alone)\n"
+    "  --program FILE     a 64-bit ELF executable\n"
+    "  --output FILE      the image; an old one is replaced\n"
+    "wlhid inspect FILE shows what is in an image.\n";
+
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+std::string* placeOf(std::string_view name, Options& options) {
+  if (name == "--label") return &options.label;
+  if (name == "--version") return &options.version;
+  if (name == "--service") return &options.services.emplace_back();
+  if (name == "--program") return &options.program;
+  if (name == "--output") return &options.output;
+  throw UsageError("there is no option " + std::string(name));
+}
+
+/// Property lists have no way to write a control character.
+void checkText(std::string_view option, const std::string& value) {
+  if (value.empty()) throw UsageError(std::string(option) + " needs a value");
+  const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7f; };
+  if (std::any_of(value.begin(), value.end(), isControl))
+    throw UsageError("the value of " + std::string(option) + " has a control character");
+}
+
+Options parseOptions(const std::vector<std::string>& arguments) {
   Options options;
-  for (int i = 1; i + 1 < argc; i += 2) {
-    const std::string_view name = argv[i];
-    const std::string value = argv[i + 1];
-    if (name == "--label")
-      options.label = value;
-    else if (name == "--version")
-      options.version = value;
-    else if (name == "--service")
-      options.services.push_back(value);
-    else if (name == "--program")
-      options.program = value;
-    else if (name == "--output")
-      options.output = value;
-    else
-      throw std::runtime_error("unknown option " + std::string(name));
+  for (std::size_t i = 0; i < arguments.size(); i += 2) {
+    std::string* const place = placeOf(arguments[i], options);
+    if (i + 1 == arguments.size()) throw UsageError(arguments[i] + " needs a value");
+    *place = arguments[i + 1];
   }
-  if (options.label.empty() || options.version.empty() || options.program.empty() ||
-      options.output.empty()) {
-    throw std::runtime_error("--label, --version, --program and --output are required");
-  }
+  checkText("--label", options.label);
+  checkText("--version", options.version);
+  checkText("--program", options.program);
+  checkText("--output", options.output);
+  for (const auto& service : options.services) checkText("--service", service);
   if (options.services.empty()) options.services.push_back(options.label);
   return options;
 }
@@ -268,8 +289,16 @@ void writeImage(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) try {
-  writeImage(parseOptions(argc, argv));
+  const std::vector<std::string> arguments(argv + 1, argv + argc);
+  if (std::find(arguments.begin(), arguments.end(), "--help") != arguments.end()) {
+    std::cout << kUsage;
+    return 0;
+  }
+  writeImage(parseOptions(arguments));
   return 0;
+} catch (const UsageError& error) {
+  std::cerr << "wlhid-mkimage: " << error.what() << " (see --help)\n";
+  return 2;
 } catch (const std::exception& error) {
   std::cerr << "wlhid-mkimage: " << error.what() << '\n';
   return 1;

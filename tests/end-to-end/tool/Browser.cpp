@@ -18,7 +18,8 @@ bool hasBrowser() {
 }
 
 json seenInBrowser(const std::string& program, const std::filesystem::path& page) {
-  std::vector<std::string> command{"python3", "-B", sourcePath("tests/end-to-end/tool/" + program), page};
+  std::vector<std::string> command{"python3", "-B", sourcePath("tests/end-to-end/tool/" + program),
+                                   page};
   if (const char* const screenshots = std::getenv("WLHID_SCREENSHOTS")) {
     command.push_back(std::filesystem::path(screenshots) / page.stem());
     std::filesystem::create_directories(command.back());

@@ -57,7 +57,8 @@ TEST_F(SummaryPageTest, SaysWhatIsWrongAndWhatHelps) {
 
 TEST_F(SummaryPageTest, ANameThatInjectsMarkupDoesNothing) {
   install();
-  const std::string name = "</td><script>window.hacked=1</script><img src=x onerror=window.hacked=2>";
+  const std::string name =
+      "</td><script>window.hacked=1</script><img src=x onerror=window.hacked=2>";
   addDevice("qemu-usb-tablet.hid", {"--name", name});
   const json seen = browse("hostile", {"--with-input"});
   EXPECT_TRUE(seen["hacked"].is_null());
