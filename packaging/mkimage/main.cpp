@@ -41,7 +41,7 @@ constexpr std::string_view kUsage =
     "  --service NAME     a service that the program offers (default: the label alone)\n"
     "  --program FILE     a 64-bit ELF executable\n"
     "  --output FILE      the image; an old one is replaced\n"
-    "wlhid inspect FILE shows what is in an image.\n";
+    "wlhid inspect FILE shows the label and version of an image.\n";
 
 class UsageError : public std::runtime_error {
  public:

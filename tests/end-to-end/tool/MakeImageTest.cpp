@@ -34,14 +34,14 @@ TEST_F(MakeImageTest, MakesWhatInspectShows) {
   EXPECT_EQ(made.status, 0) << made.err;
   const Outcome seen = runTool({"inspect", image()});
   EXPECT_EQ(seen.status, 0) << seen.err;
-  EXPECT_THAT(seen.out, HasSubstr("org.example.a"));
-  EXPECT_THAT(seen.out, HasSubstr("org.example.b"));
-  EXPECT_THAT(seen.out, HasSubstr("2.0 & <3>"));
+  EXPECT_THAT(seen.out, HasSubstr("<string>org.example.a</string>"));
+  EXPECT_THAT(seen.out, HasSubstr("<string>2.0 &amp; &lt;3&gt;</string>"));
+  EXPECT_THAT(readFile(image()), HasSubstr("<key>org.example.b</key>"));
 }
 
 TEST_F(MakeImageTest, RefusesWhatItCannotPack) {
-  const std::vector<std::string> all{"--label",   "l",         "--version", "1", "--program",
-                                     "/bin/true", "--output", image()};
+  const std::vector<std::string> all{"--label",   "l",         "--version", "1",
+                                     "--program", "/bin/true", "--output",  image()};
   expectRefusal({}, "--label needs a value");
   expectRefusal({"--label"}, "--label needs a value");
   expectRefusal({"--colour", "red"}, "there is no option --colour");
