@@ -46,23 +46,9 @@ InstallationWatch& InstallationWatch::shared() {
 }
 
 std::shared_ptr<void> InstallationWatch::subscribe(std::function<void()> changed) {
-  std::uint64_t number = 0;
-  {
-    const std::lock_guard lock(mutex_);
-    number = ++latest_;
-    subscribers_.emplace(number, std::move(changed));
-  }
+  auto subscription = subscribers_->add(std::move(changed));
   loop_.post([this] { beginHere(); });
-  return {this, [number](InstallationWatch* watch) { watch->unsubscribe(number); }};
-}
-
-void InstallationWatch::unsubscribe(std::uint64_t number) {
-  std::function<void()> dropped;  // without the lock
-  const std::lock_guard lock(mutex_);
-  const auto found = subscribers_.find(number);
-  if (found == subscribers_.end()) return;
-  dropped = std::move(found->second);
-  subscribers_.erase(found);
+  return subscription;
 }
 
 /// The process's root may be another one by now, or not exist yet.
@@ -79,8 +65,7 @@ void InstallationWatch::beginHere() {
 }
 
 void InstallationWatch::beginLater() {
-  const std::lock_guard lock(mutex_);
-  if (subscribers_.empty()) return;
+  if (subscribers_->isEmpty()) return;
   loop_.cancel(pause_);
   pause_ = loop_.after(kMissing, [this] { beginHere(); });
 }
@@ -95,12 +80,7 @@ void InstallationWatch::noticed() {
 void InstallationWatch::tell() {
   platform::NSNotificationCenter::defaultCenter()->postNotificationName_object(
       platform::str(WLHIDEventRouterClientInstallationStatusChanged), nullptr);
-  std::vector<std::function<void()>> told;
-  {
-    const std::lock_guard lock(mutex_);
-    for (const auto& [number, changed] : subscribers_) told.push_back(changed);
-  }
-  for (const auto& changed : told) changed();
+  subscribers_->tell();
 }
 
 }  // namespace wlhid

@@ -12,15 +12,13 @@
 // Order: the notification first, then the subscribers.
 #pragma once
 
-#include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "input/Loop.h"
 #include "platform/services/DirectoryWatch.h"
+#include "platform/services/Subscribers.h"
 
 namespace wlhid {
 
@@ -37,16 +35,14 @@ class InstallationWatch {
   void beginLater();
   void noticed();
   void tell();
-  void unsubscribe(std::uint64_t number);
 
   Loop& loop_;
+  const std::shared_ptr<platform::Subscribers> subscribers_ =
+      std::make_shared<platform::Subscribers>();
   // On the loop's thread.
   std::string root_;  // whose places are watched
   std::unique_ptr<platform::DirectoryWatch> watch_;
   Loop::Timer pause_ = 0;
-  std::mutex mutex_;
-  std::map<std::uint64_t, std::function<void()>> subscribers_;
-  std::uint64_t latest_ = 0;
 };
 
 }  // namespace wlhid

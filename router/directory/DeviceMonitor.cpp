@@ -10,29 +10,8 @@
 
 namespace router {
 
-class DeviceMonitor::Subscription {
- public:
-  Subscription(std::weak_ptr<DeviceMonitor> monitor, std::uint64_t number)
-      : monitor_(std::move(monitor)), number_(number) {}
-  Subscription(const Subscription&) = delete;
-  Subscription& operator=(const Subscription&) = delete;
-  ~Subscription() {
-    if (const auto monitor = monitor_.lock()) monitor->unsubscribe(number_);
-  }
-
- private:
-  const std::weak_ptr<DeviceMonitor> monitor_;
-  const std::uint64_t number_;
-};
-
 std::shared_ptr<void> DeviceMonitor::subscribe(std::function<void()> changed) {
-  std::uint64_t number = 0;
-  {
-    const std::lock_guard lock(mutex_);
-    number = ++latest_;
-    subscribers_.emplace(number, std::move(changed));
-  }
-  auto subscription = std::make_shared<Subscription>(weak_from_this(), number);
+  auto subscription = subscribers_->add(std::move(changed));
   std::call_once(begun_, [this] { begin(); });
   return subscription;
 }
@@ -54,33 +33,19 @@ std::shared_ptr<const DeviceMonitor::Devices> DeviceMonitor::devices() const {
 }
 
 void DeviceMonitor::stop() {
+  subscribers_->clear();
   std::thread ended;
   {
     const std::lock_guard lock(mutex_);
     stop_.raise();
-    subscribers_.clear();
     ended.swap(thread_);
   }
   if (ended.joinable()) ended.join();
 }
 
-void DeviceMonitor::unsubscribe(std::uint64_t number) {
-  std::function<void()> dropped;  // without the lock
-  const std::lock_guard lock(mutex_);
-  const auto found = subscribers_.find(number);
-  if (found == subscribers_.end()) return;
-  dropped = std::move(found->second);
-  subscribers_.erase(found);
-}
-
-bool DeviceMonitor::hasSubscribers() const {
-  const std::lock_guard lock(mutex_);
-  return !subscribers_.empty();
-}
-
 void DeviceMonitor::run() {
   while (waitForChange()) {
-    if (list()) tell();
+    if (list()) subscribers_->tell();
     if (stop_.waitUntil(std::chrono::steady_clock::now() + limits_.directoryInterval)) return;
   }
 }
@@ -95,7 +60,7 @@ bool DeviceMonitor::waitForChange() {
     const bool isChange = ready > 0 && takeChanges();
     if (ready != 0 && !isChange) continue;
     isSettling_ = isChange;
-    if (isChange || hasSubscribers()) return true;
+    if (isChange || !subscribers_->isEmpty()) return true;
   }
   return false;
 }
@@ -121,15 +86,6 @@ bool DeviceMonitor::list() try {
   return true;
 } catch (const std::exception&) {
   return false;
-}
-
-void DeviceMonitor::tell() {
-  std::vector<std::function<void()>> told;
-  {
-    const std::lock_guard lock(mutex_);
-    for (const auto& [number, changed] : subscribers_) told.push_back(changed);
-  }
-  for (const auto& changed : told) changed();
 }
 
 }  // namespace router

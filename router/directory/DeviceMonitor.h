@@ -13,12 +13,12 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
 
+#include "platform/services/Subscribers.h"
 #include "router/Devices.h"
 #include "router/RouterLimits.h"
 #include "router/StopSignal.h"
@@ -26,7 +26,7 @@
 
 namespace router {
 
-class DeviceMonitor : public std::enable_shared_from_this<DeviceMonitor> {
+class DeviceMonitor {
  public:
   using Devices = std::vector<ListedDevice>;
   struct Sources {
@@ -49,19 +49,17 @@ class DeviceMonitor : public std::enable_shared_from_this<DeviceMonitor> {
   void stop();
 
  private:
-  class Subscription;
   void begin();
   void run();
   bool waitForChange();
   [[nodiscard]] int patience() const;
   bool takeChanges();
   bool list();
-  void tell();
-  void unsubscribe(std::uint64_t number);
-  [[nodiscard]] bool hasSubscribers() const;
 
   const Sources sources_;
   const RouterLimits limits_;
+  const std::shared_ptr<platform::Subscribers> subscribers_ =
+      std::make_shared<platform::Subscribers>();
   std::once_flag begun_;
   StopSignal stop_;
   std::vector<std::unique_ptr<DeviceWatch>> watches_;  // the monitor's thread's
@@ -69,8 +67,6 @@ class DeviceMonitor : public std::enable_shared_from_this<DeviceMonitor> {
   bool isSettling_ = true;                             // the monitor's thread's
   mutable std::mutex mutex_;
   std::shared_ptr<const Devices> devices_ = std::make_shared<const Devices>();
-  std::map<std::uint64_t, std::function<void()>> subscribers_;
-  std::uint64_t latest_ = 0;
   std::thread thread_;
 };
 
