@@ -59,14 +59,12 @@ TEST_F(SubscribersTest, ATokenMayOutliveTheList) {
 
 TEST_F(SubscribersTest, ANoticeIsDroppedWithoutTheLock) {
   struct Asks {
-    explicit Asks(Subscribers& list) : list(list) {}
-    ~Asks() { isEmpty = list.isEmpty(); }
-    Subscribers& list;
-    bool isEmpty = false;
+    Subscribers& all;
+    ~Asks() { static_cast<void>(all.isEmpty()); }
   };
-  auto token = all_->add([asks = std::make_shared<Asks>(*all_)] {});
+  auto token = all_->add([asks = std::shared_ptr<Asks>(new Asks{*all_})] {});
   token = nullptr;
-  token = all_->add([asks = std::make_shared<Asks>(*all_)] {});
+  token = all_->add([asks = std::shared_ptr<Asks>(new Asks{*all_})] {});
   all_->clear();
   EXPECT_TRUE(all_->isEmpty());
 }
