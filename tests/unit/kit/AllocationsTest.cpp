@@ -24,22 +24,23 @@ void* counted(std::size_t size) {
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Inlined, a pair of them looks mismatched to GCC.
+[[gnu::noinline]] void* operator new(std::size_t size) {
   return counted(size);
 }
-void* operator new[](std::size_t size) {
+[[gnu::noinline]] void* operator new[](std::size_t size) {
   return counted(size);
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
   std::free(memory);
 }
-void operator delete[](void* memory) noexcept {
+[[gnu::noinline]] void operator delete[](void* memory) noexcept {
   std::free(memory);
 }
-void operator delete(void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
   std::free(memory);
 }
-void operator delete[](void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept {
   std::free(memory);
 }
 

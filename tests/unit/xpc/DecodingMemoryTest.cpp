@@ -32,10 +32,11 @@ void returned(void* memory) {
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Inlined, a pair of them looks mismatched to GCC.
+[[gnu::noinline]] void* operator new(std::size_t size) {
   return counted(size);
 }
-void* operator new[](std::size_t size) {
+[[gnu::noinline]] void* operator new[](std::size_t size) {
   return counted(size);
 }
 // These too: a sanitizer has its own.
@@ -49,16 +50,16 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept try {
 } catch (const std::bad_alloc&) {
   return nullptr;
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
   returned(memory);
 }
-void operator delete[](void* memory) noexcept {
+[[gnu::noinline]] void operator delete[](void* memory) noexcept {
   returned(memory);
 }
-void operator delete(void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
   returned(memory);
 }
-void operator delete[](void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept {
   returned(memory);
 }
 

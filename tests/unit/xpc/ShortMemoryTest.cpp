@@ -25,10 +25,11 @@ void* allocated(std::size_t size) {
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Inlined, a pair of them looks mismatched to GCC.
+[[gnu::noinline]] void* operator new(std::size_t size) {
   return allocated(size);
 }
-void* operator new[](std::size_t size) {
+[[gnu::noinline]] void* operator new[](std::size_t size) {
   return allocated(size);
 }
 // These too: a sanitizer has its own.
@@ -38,16 +39,16 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
   return std::malloc(size == 0 ? 1 : size);
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
   std::free(memory);
 }
-void operator delete[](void* memory) noexcept {
+[[gnu::noinline]] void operator delete[](void* memory) noexcept {
   std::free(memory);
 }
-void operator delete(void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
   std::free(memory);
 }
-void operator delete[](void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept {
   std::free(memory);
 }
 
