@@ -167,7 +167,9 @@ void raceTheCopy(const Scene& scene, const LinkRacers& racers, Findings& finding
   const auto deadline = std::chrono::steady_clock::now() + kLongest;
   std::uint64_t opened = 0;
   std::uint64_t installed = 0;
-  while (racers.counts().moves < kTries && std::chrono::steady_clock::now() < deadline) {
+  const auto& counts = racers.counts();
+  while ((counts.moves < kTries || counts.writes < kTries) &&
+         std::chrono::steady_clock::now() < deadline) {
     const FileDescriptor file = openAsTheUser(helper);
     if (!file) continue;
     ++opened;
