@@ -129,5 +129,8 @@ bring_router() { # where delegate-probe looks for its copy
   install -D -m 644 "/usr/lib/wlhid/helpers/$LABEL" "/vm/programs/Contents/Library/LaunchServices/$LABEL"
 }
 
+# The emulator stops one processor of the guest for milliseconds while the other runs on, which no real machine does, and the
+# kernel keeps a reader's last 64 reports only: on the device's processor, reader and device are stopped together.
+keep_router_beside_device() { taskset -a -c -p 0 "$(router_process)"; } # once it routes
 router_process() { systemctl show --property MainPID --value wlhid-router.service; }
 daemon_process() { systemctl show --property MainPID --value wlhid-jobd.service; }

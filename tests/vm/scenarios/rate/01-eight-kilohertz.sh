@@ -11,6 +11,7 @@ have_packages
 active_session alice
 start_device device /vm/descriptors/numbered.hid
 start_routing route "Numbered Device"
+keep_router_beside_device
 tell device "numbered 480000 60000"
 wait_until_says device '^sent 480000$' 200
 wait_for 60 "the last report" last_is_routed

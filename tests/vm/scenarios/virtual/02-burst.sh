@@ -8,6 +8,7 @@ have_packages
 active_session alice
 start_device device /vm/descriptors/numbered.hid
 start_routing route "Numbered Device"
+keep_router_beside_device
 tell device "numbered 1000 50"
 wait_until_says device '^sent 1000$'
 wait_for 60 "1,000 reports" has_routed route 1000
