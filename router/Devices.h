@@ -89,6 +89,10 @@ class OpenDevice {
   [[nodiscard]] virtual bool waitsForReaders() const = 0;
   /// Waits for the next report, whose bytes are valid until the next call.
   virtual Next next(const StopSignal& stop, std::span<const std::uint8_t>* returnReport) = 0;
+  /// When the report that next() returned last reached the router.
+  [[nodiscard]] virtual std::chrono::steady_clock::time_point arrival() const {
+    return std::chrono::steady_clock::now();
+  }
   /// Reports that came faster than next() was called, and are lost.
   [[nodiscard]] virtual std::uint64_t lost() const { return 0; }
   /// From now on nobody else on this computer gets the device's input, until it is released or this

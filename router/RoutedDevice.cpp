@@ -119,7 +119,7 @@ class RoutedDevice::Playback {
     const bool isCovered = std::any_of(subscriptions.begin(), subscriptions.end(),
                                        [=](const auto& each) { return each->covers(reportID); });
     if (!isCovered) return;  // nobody may know what it says, so it is not decoded either
-    ReportInTransit transit(report, reportID, decoder_.decode(report));
+    ReportInTransit transit(report, reportID, decoder_.decode(report), device_->arrival());
     for (const auto& subscription : subscriptions) {
       if (!device_->waitsForReaders()) {
         subscription->deliver(&transit);

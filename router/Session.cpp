@@ -366,6 +366,13 @@ SessionStatus Session::status(std::uint64_t* returnLostInAll) const {
   return status;
 }
 
+std::optional<ReportArrivals> Session::arrivalsOf(std::uint64_t registryEntryID) const {
+  const Routing routing = currentRouting();
+  if (routing.device == nullptr) return std::nullopt;
+  if (routing.device->description().registryEntryID != registryEntryID) return std::nullopt;
+  return routing.subscription->arrivals();
+}
+
 std::uint64_t Session::lost() const {
   const std::lock_guard lock(mutex_);
   return lostBefore_ + (routing_.subscription == nullptr ? 0 : routing_.subscription->lost());

@@ -34,6 +34,7 @@
 #include "router/Backlog.h"
 #include "router/EndedRoutings.h"
 #include "router/Quotas.h"
+#include "router/ReportArrivals.h"
 #include "router/RoutedDevice.h"
 #include "router/RouterStatus.h"
 #include "router/StartLine.h"
@@ -85,6 +86,8 @@ class Session final : public WLHIDEventRouterProtocol,
   [[nodiscard]] SessionStatus status(std::uint64_t* returnLostInAll = nullptr) const;
   /// Reports lost to this client, including during earlier routings.
   [[nodiscard]] std::uint64_t lost() const;
+  /// Nothing unless that device is routed.
+  [[nodiscard]] std::optional<ReportArrivals> arrivalsOf(std::uint64_t registryEntryID) const;
   [[nodiscard]] std::uint64_t number() const { return number_; }
   [[nodiscard]] pid_t process() const { return pid_; }
   [[nodiscard]] uid_t user() const { return uid_; }

@@ -60,7 +60,8 @@ void Subscription::deliverWithoutLoss(ReportInTransit* report) {
 }
 
 void Subscription::send(ReportInTransit* report) {
-  delivered_.fetch_add(1, std::memory_order_relaxed);
+  const auto number = delivered_.fetch_add(1, std::memory_order_relaxed) + 1;
+  if (arrivals_ != nullptr) arrivals_->note(number, report->arrival());
   if (filter_.wantsEverything()) {
     sink_->send(report->data(), report->reportID(), report->allValues());
     return;
@@ -69,6 +70,12 @@ void Subscription::send(ReportInTransit* report) {
   std::shared_ptr<platform::NSArray> values;
   if (!wanted.empty()) values = platform::elementValueArray(wanted);
   sink_->send(report->data(), report->reportID(), values);
+}
+
+ReportArrivals Subscription::arrivals() {
+  const std::lock_guard lock(sending_);
+  if (arrivals_ == nullptr) arrivals_ = std::make_unique<ArrivalNotes>(delivered() + 1);
+  return arrivals_->latest();
 }
 
 std::size_t Subscription::awaitedBytes() const {

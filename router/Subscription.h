@@ -22,6 +22,7 @@
 #include "platform/foundation/NSData.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "router/Backlog.h"
+#include "router/ReportArrivals.h"
 #include "router/ReportIDs.h"
 #include "router/StopSignal.h"
 #include "router/UsageFilter.h"
@@ -50,11 +51,13 @@ class ReportSink {
 class ReportInTransit {
  public:
   ReportInTransit(std::span<const std::uint8_t> report, std::uint32_t reportID,
-                  std::span<const platform::HIDElementValueRecord> values)
-      : report_(report), reportID_(reportID), values_(values) {}
+                  std::span<const platform::HIDElementValueRecord> values,
+                  std::chrono::steady_clock::time_point arrival)
+      : report_(report), reportID_(reportID), values_(values), arrival_(arrival) {}
 
   [[nodiscard]] std::uint32_t reportID() const { return reportID_; }
   [[nodiscard]] std::span<const platform::HIDElementValueRecord> values() const { return values_; }
+  [[nodiscard]] std::chrono::steady_clock::time_point arrival() const { return arrival_; }
   [[nodiscard]] const std::shared_ptr<platform::NSData>& data();
   [[nodiscard]] const std::shared_ptr<platform::NSArray>& allValues();
 
@@ -62,6 +65,7 @@ class ReportInTransit {
   std::span<const std::uint8_t> report_;
   std::uint32_t reportID_;
   std::span<const platform::HIDElementValueRecord> values_;
+  std::chrono::steady_clock::time_point arrival_;
   std::shared_ptr<platform::NSData> data_;
   std::shared_ptr<platform::NSArray> allValues_;
 };
@@ -86,6 +90,9 @@ class Subscription {
     return delivered_.load(std::memory_order_relaxed);
   }
   [[nodiscard]] std::uint64_t lost() const { return lost_.load(std::memory_order_relaxed); }
+  /// When the latest of the reports that were delivered had arrived. They are noted from the first
+  /// call on.
+  [[nodiscard]] ReportArrivals arrivals();
 
   /// Before it begins: the client gets these reports and no others. By default it gets all.
   void limitTo(const ReportIDs& reports) { reports_ = reports; }
@@ -133,6 +140,7 @@ class Subscription {
   bool isActive_ = false;
   bool isRevoked_ = false;
   std::vector<platform::HIDElementValueRecord> wanted_;  // reused between reports
+  std::unique_ptr<ArrivalNotes> arrivals_;               // null while nobody has asked
   std::atomic<std::uint64_t> delivered_{0};
   std::atomic<std::uint64_t> lost_{0};
 };

@@ -12,7 +12,8 @@ namespace {
 using Methods =
     platform::XPCMethodList<RouterControlProtocol, &RouterControlProtocol::statusWithReply,
                             &RouterControlProtocol::devicesWithReply,
-                            &RouterControlProtocol::endSession_reply>;
+                            &RouterControlProtocol::endSession_reply,
+                            &RouterControlProtocol::arrivalsOfDevice_reply>;
 
 class Proxy final : public RouterControlProtocol, platform::XPCProxy<Methods> {
  public:
@@ -27,13 +28,17 @@ class Proxy final : public RouterControlProtocol, platform::XPCProxy<Methods> {
   void endSession_reply(std::uint64_t number, EndReply reply) override {
     message<&RouterControlProtocol::endSession_reply>(number, std::move(reply));
   }
+  void arrivalsOfDevice_reply(std::uint64_t registryEntryID, Reply reply) override {
+    message<&RouterControlProtocol::arrivalsOfDevice_reply>(registryEntryID, std::move(reply));
+  }
 };
 
 }  // namespace
 
 const platform::XPCProtocol& RouterControlProtocol::protocol() {
   return platform::xpcProtocol<Methods, Proxy>(
-      "RouterControlProtocol", {"statusWithReply:", "devicesWithReply:", "endSession:reply:"});
+      "RouterControlProtocol",
+      {"statusWithReply:", "devicesWithReply:", "endSession:reply:", "arrivalsOfDevice:reply:"});
 }
 
 }  // namespace router

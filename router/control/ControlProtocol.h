@@ -43,6 +43,11 @@ class RouterControlProtocol {
   /// Ends the session with that number for good. For a session that is not the caller's own, a
   /// person may be asked first; the reply comes then. Null: it is ended.
   virtual void endSession_reply(std::uint64_t number, EndReply reply) = 0;
+  /// When the latest reports of that device reached the router that the calling process itself has
+  /// routed (router/ReportArrivals.h), from its first such request on; of several sessions with the
+  /// device the youngest's. Other processes of the user are not told: the times of keystrokes are
+  /// input.
+  virtual void arrivalsOfDevice_reply(std::uint64_t registryEntryID, Reply reply) = 0;
 };
 
 }  // namespace router

@@ -2,6 +2,7 @@
 
 #include "router/control/ControlSession.h"
 
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -83,6 +84,18 @@ void ControlSession::endSession_reply(std::uint64_t number, EndReply reply) {
           asking.takeDecision(number, reply, answer);
         });
       });
+}
+
+void ControlSession::arrivalsOfDevice_reply(std::uint64_t registryEntryID, Reply reply) {
+  if (const auto error = refusal()) return reply(nullptr, error);
+  std::optional<ReportArrivals> youngest;
+  for (const auto& session : parts().sessions->all()) {
+    if (session->process() != process() || session->user() != user()) continue;
+    if (auto arrivals = session->arrivalsOf(registryEntryID)) youngest = std::move(arrivals);
+  }
+  if (youngest) return reply(dictionaryOf(*youngest), nullptr);
+  reply(nullptr,
+        routerError(IOReturn::NotFound, "this process does not route the device", registryEntryID));
 }
 
 void ControlSession::takeDecision(std::uint64_t number, const EndReply& reply,

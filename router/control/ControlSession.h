@@ -27,6 +27,7 @@ class ControlSession final : public RequestSession,
   void statusWithReply(Reply reply) override;
   void devicesWithReply(Reply reply) override;
   void endSession_reply(std::uint64_t number, EndReply reply) override;
+  void arrivalsOfDevice_reply(std::uint64_t registryEntryID, Reply reply) override;
 
   void end() override;
 

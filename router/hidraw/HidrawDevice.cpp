@@ -22,7 +22,8 @@ OpenDevice::Next HidrawDevice::next(const StopSignal& stop,
   if (ahead_ == nullptr) ahead_ = std::make_unique<ReadAhead>(system_.nodes, node_.get());
   while (!stop.isRaised()) {
     if (const auto report = reports_.take()) {
-      *returnReport = *report;
+      arrival_ = report->arrival;
+      *returnReport = report->bytes;
       return Next::Report;
     }
     int error = 0;

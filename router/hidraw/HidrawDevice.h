@@ -11,6 +11,7 @@
 // Order: that of the device. What it sent before it was removed is handed out first.
 #pragma once
 
+#include <chrono>
 #include <memory>
 
 #include "router/Devices.h"
@@ -32,6 +33,8 @@ class HidrawDevice final : public OpenDevice {
   }
   [[nodiscard]] bool waitsForReaders() const override { return false; }
   Next next(const StopSignal& stop, std::span<const std::uint8_t>* returnReport) override;
+  /// When it was read: the kernel does not tell when it came.
+  [[nodiscard]] std::chrono::steady_clock::time_point arrival() const override { return arrival_; }
   [[nodiscard]] std::uint64_t lost() const override;
   void takeExclusively() override;
   void releaseExclusive() override;
@@ -48,6 +51,7 @@ class HidrawDevice final : public OpenDevice {
   const std::vector<std::uint8_t> reportDescriptor_;
   std::unique_ptr<ExclusiveInput> exclusive_;
   ReportBuffer reports_;  // being handed out
+  std::chrono::steady_clock::time_point arrival_;
   std::unique_ptr<ReadAhead> ahead_;
 };
 

@@ -76,11 +76,12 @@ int ReadAhead::readWaiting() {
 }
 
 void ReadAhead::keep(std::span<const std::uint8_t> report) {
+  const auto now = std::chrono::steady_clock::now();
   bool isFirst = false;
   {
     const std::lock_guard lock(mutex_);
     isFirst = read_.isEmpty();
-    if (!read_.put(report)) lost_.fetch_add(1, std::memory_order_relaxed);
+    if (!read_.put(now, report)) lost_.fetch_add(1, std::memory_order_relaxed);
   }
   if (isFirst) tell();
 }

@@ -12,9 +12,12 @@
 //   another user's, or none  asked; after a no both are answered alike
 //
 // A client whose session was ended is told so when it asks again by itself, once.
+#include <algorithm>
+#include <functional>
 #include <map>
 
 #include "ServiceFixture.h"
+#include "router/ReportArrivals.h"
 #include "router/control/ControlProtocol.h"
 #include "router/control/DeviceListing.h"
 #include "tests/support/OtherUser.h"
@@ -63,6 +66,14 @@ class ControlClient {
     return answer.dictionary == nullptr ? std::vector<ListedDevice>()
                                         : router::listedDevicesIn(*answer.dictionary);
   }
+  /// What the arrivals are, or the error.
+  std::pair<std::optional<router::ReportArrivals>, std::string> arrivalsOf(std::uint64_t device) {
+    const Answer answer = askWith([device](RouterControlProtocol& router, auto reply) {
+      router.arrivalsOfDevice_reply(device, std::move(reply));
+    });
+    if (answer.dictionary == nullptr) return {std::nullopt, answer.error};
+    return {router::arrivalsIn(*answer.dictionary), answer.error};
+  }
   /// Empty if it was ended.
   std::string end(std::uint64_t number) {
     auto promise = std::make_shared<std::promise<std::string>>();
@@ -73,10 +84,16 @@ class ControlClient {
                                                                                : "none";
   }
   Answer ask(void (RouterControlProtocol::*method)(RouterControlProtocol::Reply)) {
+    return askWith([method](RouterControlProtocol& router, auto reply) {
+      (router.*method)(std::move(reply));
+    });
+  }
+  Answer askWith(
+      const std::function<void(RouterControlProtocol&, RouterControlProtocol::Reply)>& send) {
     auto promise = std::make_shared<std::promise<std::string>>();
     auto text = promise->get_future();
     auto dictionary = std::make_shared<std::shared_ptr<platform::NSDictionary>>();
-    (proxy(promise).get()->*method)([promise, dictionary](const auto& reply, const auto& error) {
+    send(*proxy(promise), [promise, dictionary](const auto& reply, const auto& error) {
       *dictionary = reply;
       promise->set_value(textOf(error));
     });
@@ -275,6 +292,47 @@ TEST_F(RouterControl, TheSuperuserIsNotAsked) {
   EXPECT_EQ(superuser.end(numberOfOnly(superuser)), "");
   others.log->awaitLast("invalidated");
   EXPECT_THAT(authority_->asked.lines(), ElementsAre("start"));
+}
+
+TEST_F(RouterControl, AProcessIsToldWhenItsReportsCame) {
+  const std::uint64_t id = addDevice("fast", "E: 0.0 2 07 01\nE: 0.001 2 07 02\n", "1", true);
+  startShared();
+  Client client;
+  client.start(id);
+  client.log->await(2);
+  ControlClient control;
+  const auto first = control.arrivalsOf(id);
+  EXPECT_EQ(first.second, "");
+  ASSERT_TRUE(first.first.has_value());
+  EXPECT_GE(first.first->first, 2U) << "reports are numbered from the beginning of the routing";
+  EXPECT_EQ(first.first->times.size(), 0U) << "they are noted from the first question on";
+  client.log->await(client.log->lines().size() + 10);
+  const auto later = control.arrivalsOf(id);
+  ASSERT_TRUE(later.first.has_value());
+  EXPECT_EQ(later.first->first, first.first->first);
+  EXPECT_GE(later.first->times.size(), 1U);
+  EXPECT_TRUE(std::ranges::is_sorted(later.first->times));
+}
+
+TEST_F(RouterControl, WhenKeysWerePressedIsNobodyElsesBusiness) {
+  const std::uint64_t id = addDevice("slow", kSlow, "1");
+  startShared();
+  Client client;
+  client.start(id);
+  client.log->await(2);
+  const std::string refused = "-536870160 this process does not route the device";
+  endpoints_->isOtherProcess = true;
+  ControlClient otherProcess;
+  EXPECT_NE(numberOfOnly(otherProcess), 0U) << "it may see the session";
+  EXPECT_EQ(otherProcess.arrivalsOf(id).second, refused);
+  endpoints_->isOtherProcess = false;
+  ControlClient same;
+  EXPECT_EQ(same.arrivalsOf(id).second, "");
+  EXPECT_EQ(same.arrivalsOf(id + 1).second, refused);
+  if (!testsupport::isSuperuser()) return;
+  actAs(testsupport::kOtherUser);
+  ControlClient otherUser;
+  EXPECT_EQ(otherUser.arrivalsOf(id).second, refused);
 }
 
 TEST_F(RouterControl, EachDeviceIsListedWithWhatTheCallerMay) {

@@ -6,7 +6,11 @@
 // Ownership: the fixture installs its endpoints and removes them again.
 #pragma once
 
+#include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <map>
 
@@ -32,15 +36,38 @@ class Endpoints final : public platform::ServiceEndpoints {
     const uid_t before = ::geteuid();
     ::syscall(SYS_setresuid, -1, user.load(), -1);
     const int descriptor =
-        platform::connectUnixSocket(path->second, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK);
+        isOtherProcess ? connectedByAnother(path->second) : connected(path->second);
     ::syscall(SYS_setresuid, -1, before, -1);
     if (descriptor < 0) return {Outcome::UnknownName, -1, "the endpoint takes no connection"};
     return {Outcome::Connected, descriptor, ""};
   }
 
   std::atomic<uid_t> user{::geteuid()};
+  /// The peer sees another process of that user's, which has ended since.
+  std::atomic<bool> isOtherProcess{false};
 
  private:
+  static int connected(const std::string& path) {
+    return platform::connectUnixSocket(path, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK);
+  }
+  /// For the kernel a peer is whoever has called connect().
+  static int connectedByAnother(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+      const auto* const where = reinterpret_cast<const sockaddr*>(&address);
+      ::_exit(::connect(descriptor, where, sizeof address) == 0 ? 0 : 1);
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    if (status == 0) return descriptor;
+    ::close(descriptor);
+    return -1;
+  }
+
   const std::map<std::string, std::string, std::less<>> paths_;
 };
 

@@ -50,6 +50,21 @@ TEST_F(HidrawDeviceTest, HandsOutWhatCameInItsOrder) {
   EXPECT_THAT(report(), ElementsAre(5, 6));
 }
 
+TEST_F(HidrawDeviceTest, KnowsWhenAReportWasReadEvenIfItIsHandedOutLater) {
+  const auto before = std::chrono::steady_clock::now();
+  nodes_->report(kNode, {1});
+  EXPECT_THAT(report(), ElementsAre(1));
+  const auto first = device_.arrival();
+  EXPECT_GE(first, before);
+  nodes_->report(kNode, {2});
+  nodes_->report(kNode, {3});
+  nodes_->awaitAllRead(kNode);
+  const auto later = std::chrono::steady_clock::now();
+  EXPECT_THAT(report(), ElementsAre(2));
+  EXPECT_GE(device_.arrival(), first);
+  EXPECT_LE(device_.arrival(), later);
+}
+
 TEST_F(HidrawDeviceTest, IsReadWhileItsReportsAreHandedOut) {
   nodes_->report(kNode, {0});
   EXPECT_THAT(report(), ElementsAre(0));

@@ -29,6 +29,26 @@ TEST_F(RoutedDeviceTest, EveryClientGetsEachReportWithItsValues) {
   EXPECT_EQ(opened_, 1);
 }
 
+TEST_F(RoutedDeviceTest, WhoAsksIsToldWhenItsReportsCameFromThenOn) {
+  Client client;
+  const auto d = device();
+  enter(*d, client);
+  feed_.report("07 01 00");
+  client.sink->linesOnceThereAre(1);
+  EXPECT_EQ(client.subscription->arrivals(), (router::ReportArrivals{2, {}}));
+  const auto before = std::chrono::steady_clock::now().time_since_epoch();
+  feed_.report("07 02 00");
+  feed_.report("07 03 00");
+  client.sink->linesOnceThereAre(3);
+  const auto arrivals = client.subscription->arrivals();
+  EXPECT_EQ(arrivals.first, 2U);
+  ASSERT_EQ(arrivals.times.size(), 2U);
+  EXPECT_GE(arrivals.times[0], before);
+  EXPECT_GE(arrivals.times[1], arrivals.times[0]);
+  EXPECT_LE(arrivals.times[1], std::chrono::steady_clock::now().time_since_epoch());
+  d->remove(client.subscription);
+}
+
 TEST_F(RoutedDeviceTest, AFilterLimitsTheValuesButNotTheReports) {
   const auto d = device();
   const auto tags = NSDictionary::dictionaryWithEntries(
