@@ -45,6 +45,7 @@ struct Report {
   std::span<const std::byte> bytes;  ///< as sent, with the ID in front if there is one
   /// When it arrived in this process.
   std::chrono::steady_clock::time_point time;
+  std::uint64_t number = 0;  ///< from 1, since the input began or went on
 };
 
 struct Value {

@@ -33,6 +33,7 @@ std::vector<Value> valuesIn(const platform::NSArray& array) {
 void InputRelay::hidEventRouterClient_clientStatusChangedTo(
     const std::shared_ptr<WLHIDEventRouterClient>& /*client*/,
     WLHIDEventRouterClientStatus status) {
+  if (status == WLHIDEventRouterClientStatusRouting) reports_ = 0;
   receivers_.status(status);
 }
 
@@ -54,8 +55,9 @@ void InputRelay::hidEventRouterClient_receivedReportData_reportID(
     const std::shared_ptr<WLHIDEventRouterClient>& /*client*/,
     const std::shared_ptr<platform::NSData>& data, std::uint32_t reportID) {
   if (!handlers_->report) return;
-  strand_->run([handlers = handlers_, data, reportID, time = std::chrono::steady_clock::now()] {
-    handlers->report({reportID, std::as_bytes(data->span()), time});
+  strand_->run([handlers = handlers_, data, reportID, time = std::chrono::steady_clock::now(),
+                number = ++reports_] {
+    handlers->report({reportID, std::as_bytes(data->span()), time, number});
   });
 }
 

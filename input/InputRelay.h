@@ -6,6 +6,8 @@
 // Ownership: held by whoever uses the client, because a client holds its delegate weakly.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 
@@ -44,6 +46,7 @@ class InputRelay final : public WLHIDEventRouterClientDelegate {
   const std::shared_ptr<const InputHandlers> handlers_;
   const std::shared_ptr<Strand> strand_;
   const Receivers receivers_;
+  std::atomic<std::uint64_t> reports_{0};
 };
 
 }  // namespace wlhid

@@ -77,6 +77,22 @@ TEST_F(InputTest, ADelegateReceivesTheSame) {
   lines_.await("report of 1");
 }
 
+TEST_F(InputTest, NumbersTheReportsAnewEachTimeItGoesOn) {
+  wlhid::Router::install();
+  wlhid::InputHandlers handlers = noting(lines_);
+  handlers.report = [this](const wlhid::Report& report) {
+    lines_.add("report " + std::to_string(report.number) + ".");
+  };
+  const Input input({.device = addDevice("Mouse")}, std::move(handlers));
+  lines_.await("routing Mouse");
+  lines_.await("report 2.");
+  killRouter();
+  lines_.await("reconnecting");
+  lines_.await("routing Mouse");
+  lines_.await("report 1.");
+  lines_.await("report 2.");
+}
+
 TEST_F(InputTest, GoesOnAfterTheRoutersDeath) {
   wlhid::Router::install();
   const Input input({.device = addDevice("Mouse")}, noting(lines_));
