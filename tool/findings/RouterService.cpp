@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/foundation/Format.h"
 #include "tool/command/Command.h"
 #include "tool/command/Invocation.h"
 
@@ -47,7 +48,7 @@ RouterService::~RouterService() {
 }
 
 RouterService::Answer RouterService::ask(
-    std::chrono::seconds limit,
+    std::chrono::milliseconds limit,
     const std::function<void(RouterControlProtocol&, const Answered&)>& send) const {
   struct Slot {
     std::promise<Answer> promise;
@@ -65,7 +66,8 @@ RouterService::Answer RouterService::ask(
   if (router == nullptr) throw Failure("the router cannot be asked: no connection");
   send(*router, answered);
   if (answer.wait_for(limit) != std::future_status::ready)
-    throw Failure("the router has not answered within " + std::to_string(limit.count()) + " s");
+    throw Failure("the router has not answered within " +
+                  platform::stringWithFormat("%g s", std::chrono::duration<double>(limit).count()));
   return answer.get();
 }
 
@@ -90,6 +92,23 @@ router::RouterStatus RouterService::status() const {
 
 std::vector<router::ListedDevice> RouterService::devices() const {
   return router::listedDevicesIn(*askFor(&RouterControlProtocol::devicesWithReply));
+}
+
+std::optional<router::ReportArrivals> RouterService::arrivalsOf(
+    std::uint64_t registryEntryID) const {
+  constexpr std::chrono::milliseconds kLimit{250};
+  try {
+    const Answer answer =
+        ask(kLimit, [registryEntryID](RouterControlProtocol& router, const Answered& answered) {
+          router.arrivalsOfDevice_reply(registryEntryID,
+                                        [answered](const auto& dictionary, const auto& error) {
+                                          answered({dictionary, error});
+                                        });
+        });
+    if (answer.dictionary != nullptr) return router::arrivalsIn(*answer.dictionary);
+  } catch (const Failure&) {  // it is slow
+  }
+  return std::nullopt;
 }
 
 void RouterService::endSession(std::uint64_t number) const {

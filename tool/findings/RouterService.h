@@ -11,11 +11,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSError.h"
 #include "platform/xpc/NSXPCConnection.h"
+#include "router/ReportArrivals.h"
 #include "router/RouterStatus.h"
 #include "router/control/ControlProtocol.h"
 #include "router/control/DeviceListing.h"
@@ -31,6 +33,10 @@ class RouterService {
 
   [[nodiscard]] router::RouterStatus status() const;
   [[nodiscard]] std::vector<router::ListedDevice> devices() const;
+  /// When the latest reports of a device that this process routes reached the router. Nothing if it
+  /// does not say so within a quarter of a second.
+  [[nodiscard]] std::optional<router::ReportArrivals> arrivalsOf(
+      std::uint64_t registryEntryID) const;
   /// A person may be asked first.
   void endSession(std::uint64_t number) const;
 
@@ -41,7 +47,7 @@ class RouterService {
   };
   using Answered = std::function<void(Answer answer)>;
   [[nodiscard]] Answer ask(
-      std::chrono::seconds limit,
+      std::chrono::milliseconds limit,
       const std::function<void(router::RouterControlProtocol&, const Answered&)>& send) const;
   [[nodiscard]] std::shared_ptr<platform::NSDictionary> askFor(
       void (router::RouterControlProtocol::*what)(router::RouterControlProtocol::Reply)) const;

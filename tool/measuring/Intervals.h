@@ -2,23 +2,20 @@
 
 // The times between reports.
 //
-// Percentiles are exact to one part in 64, and exactly right for a device that keeps its pace;
-// memory does not grow with the number of intervals.
-//
 // Threading: one thread at a time.
 #pragma once
 
-#include <array>
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
-#include <vector>
+
+#include "tool/measuring/Durations.h"
 
 namespace tool {
 
-class Intervals {
+class Intervals : private Durations {
  public:
-  using Time = std::chrono::microseconds;
+  using Durations::Bar;
+  using Durations::Time;
 
   /// `gap`: from when on an interval counts as a gap.
   explicit Intervals(Time gap = std::chrono::milliseconds(50)) : gap_(gap) {}
@@ -27,40 +24,18 @@ class Intervals {
   /// several.
   void take(Time time);
 
-  [[nodiscard]] std::uint64_t count() const { return count_; }
-  [[nodiscard]] Time longest() const { return longest_; }
-  [[nodiscard]] Time total() const { return total_; }
+  using Durations::count;
+  using Durations::histogram;
+  using Durations::longest;
+  using Durations::percentile;
+  using Durations::total;
   [[nodiscard]] Time gap() const { return gap_; }
   [[nodiscard]] std::uint64_t gaps() const { return gaps_; }
-  /// The interval that `part` (0 to 1) of all do not exceed; 0 if there are none.
-  [[nodiscard]] Time percentile(double part) const;
-
-  struct Bar {
-    Time from{};  ///< included
-    Time to{};    ///< not included
-    std::uint64_t count = 0;
-  };
-  /// How many intervals have which length. Each bar is twice as wide as the one before it, empty
-  /// ones at both ends are left out.
-  [[nodiscard]] std::vector<Bar> histogram() const;
 
  private:
-  static constexpr std::size_t kSteps = 64;      // of each doubling
-  static constexpr std::size_t kDoublings = 42;  // up to some months
-  static std::size_t indexOf(std::uint64_t microseconds);
-  static std::uint64_t firstOf(std::size_t index);
-
   Time gap_;
   Time last_{-1};
-  Time longest_{};
-  Time total_{};
-  std::uint64_t count_ = 0;
   std::uint64_t gaps_ = 0;
-  struct Bucket {
-    std::uint64_t count = 0;
-    std::uint64_t total = 0;  // microseconds
-  };
-  std::array<Bucket, kSteps * kDoublings> buckets_{};
 };
 
 }  // namespace tool

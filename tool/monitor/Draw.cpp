@@ -49,14 +49,19 @@ void drawTitleBar(const Shown& shown, Screen& screen) {
   screen.writeRight(0, room, columnsOf(flags), flags, kTitleStyle);
 }
 
-std::string paceText(const Shown& shown, bool hasUnicode) {
+/// A narrow screen has no room for the long intervals beside the latency.
+std::string paceText(const Shown& shown, bool hasUnicode, bool isNarrow) {
+  const auto time = [hasUnicode](Time each) { return timeText(each, hasUnicode); };
   const Pace& pace = shown.model->pace();
   std::string text = stringWithFormat("%.0f reports/s", pace.perSecond(shown.now));
   if (const auto intervals = pace.intervals()) {
-    text += "  every " + timeText(intervals->median, hasUnicode) + ", 99 % within " +
-            timeText(intervals->longOnes, hasUnicode) + ", jitter " +
-            timeText(intervals->jitter, hasUnicode);
+    text += "  every " + time(intervals->median) + ", ";
+    if (!isNarrow || !shown.latency) text += "99 % within " + time(intervals->longOnes) + ", ";
+    text += "jitter " + time(intervals->jitter);
   }
+  if (shown.latency)
+    text += "  latency " + time(shown.latency->median) + " (99 % " + time(shown.latency->longOnes) +
+            ")";
   return text;
 }
 
@@ -100,8 +105,8 @@ constexpr std::array kHelp{
     "q, Ctrl-C    quit",
     "",
     "A changed byte of a report has a mark before it. Jitter is the mean",
-    "distance from the usual interval; pauses are left out. How long input",
-    "takes to get here cannot be said: nobody tells when it left the device.",
+    "distance from the usual interval; pauses are left out. Latency is the",
+    "time from the router's reading a report to its arrival here.",
 };
 
 }  // namespace
@@ -122,7 +127,8 @@ void drawHead(const Shown& shown, Screen& screen) {
   if (shown.model == nullptr) return;
   const std::string counts = countText(shown);
   const int room = screen.columns() - columnsOf(counts) - 2;
-  const std::string pace = paceText(shown, screen.look().hasUnicode);
+  const bool isNarrow = screen.columns() < 100;
+  const std::string pace = paceText(shown, screen.look().hasUnicode, isNarrow);
   // On a narrow screen the counts stand in the row above.
   const bool hasRoom = columnsOf(pace) + 3 < room;
   screen.write(2, 1, screen.columns() - 2, pace);

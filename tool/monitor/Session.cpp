@@ -11,6 +11,7 @@
 #include "router/policy/DeviceClass.h"
 #include "tool/command/Command.h"
 #include "tool/findings/Inventory.h"
+#include "tool/routing/LatencyWatch.h"
 
 namespace tool::monitor {
 
@@ -76,6 +77,7 @@ struct Session::OpenDevice {
   wlhid::Status status;
   wlhid::Device device;
   std::optional<std::uint64_t> lostBefore;
+  std::shared_ptr<LatencyWatch> latency;
   std::unique_ptr<wlhid::Input> input;
 };
 
@@ -172,7 +174,10 @@ void Session::connect(std::uint64_t device) {
   open_->input = nullptr;
   takeNews();
   wlhid::InputHandlers handlers;
-  handlers.report = [inbox = inbox_, beginning = beginning_](const wlhid::Report& report) {
+  open_->latency = std::make_shared<LatencyWatch>();
+  handlers.report = [inbox = inbox_, beginning = beginning_,
+                     latency = open_->latency](const wlhid::Report& report) {
+    latency->arrived(report.number, report.time);
     inbox->add(std::chrono::duration_cast<Time>(report.time - beginning), report.bytes);
   };
   handlers.status = [this, number = ++inputs_](const wlhid::Status& status) {
@@ -239,6 +244,7 @@ void Session::tick() {
   if (time < nextLossCount_) return;
   nextLossCount_ = time + std::chrono::seconds(1);
   countLosses();
+  measureLatency();
 }
 
 /// Of all sessions together: the router does not tell them apart.
@@ -247,6 +253,13 @@ void Session::countLosses() {
   if (!open_->lostBefore || (lost && *lost < *open_->lostBefore)) open_->lostBefore = lost;
   shown_.lost =
       lost && open_->lostBefore ? std::optional(*lost - *open_->lostBefore) : std::nullopt;
+}
+
+void Session::measureLatency() {
+  shown_.latency = std::nullopt;
+  if (open_->latency == nullptr || !shown_.open) return;
+  open_->latency->ask(*shown_.open);
+  shown_.latency = open_->latency->figures();
 }
 
 void Session::say(const std::string& message) {

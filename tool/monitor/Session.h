@@ -64,6 +64,7 @@ class Session {
   void recordOrStop();
   void startRecording();
   void countLosses();
+  void measureLatency();
   [[nodiscard]] Time now() const;
 
   const bool recordsSensitive_;

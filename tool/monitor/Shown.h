@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "tool/measuring/Latency.h"
 #include "tool/monitor/DeviceModel.h"
 
 namespace tool::monitor {
@@ -43,8 +44,9 @@ struct Shown {
   std::string since;  ///< "12:03:04 (5 min)"
   const DeviceModel* model = nullptr;
   Time now{};
-  std::optional<std::uint64_t> lost;  ///< by the router, while it was shown
-  std::uint64_t leftOut = 0;          ///< that came but are not shown
+  std::optional<std::uint64_t> lost;      ///< by the router, while it was shown
+  std::optional<LatencyFigures> latency;  ///< of its reports; nothing if unknown
+  std::uint64_t leftOut = 0;              ///< that came but are not shown
 
   // What is done with it.
   bool isPaused = false;

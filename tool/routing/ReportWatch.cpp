@@ -10,9 +10,14 @@ class ReportWatch::Lines final : public DeliveryLines {
   void appendReport(std::string& out, std::span<const std::uint8_t> bytes,
                     std::uint32_t /*reportID*/) override {
     const std::lock_guard lock(state_->mutex);
-    if (state_->handler) state_->handler(out, bytes);
+    ++state_->reports;
+    if (state_->handler) state_->handler(out, {state_->reports, bytes});
   }
-  void appendStatus(std::string& /*out*/, WLHIDEventRouterClientStatus /*status*/) override {}
+  void appendStatus(std::string& /*out*/, WLHIDEventRouterClientStatus status) override {
+    if (status != WLHIDEventRouterClientStatusRouting) return;
+    const std::lock_guard lock(state_->mutex);
+    state_->reports = 0;
+  }
   void appendError(std::string& /*out*/, const platform::NSError& /*error*/) override {}
   void appendElementValues(std::string& /*out*/, const platform::NSArray& /*values*/) override {}
   void appendEnd(std::string& /*out*/, const std::string& /*reason*/) override {}

@@ -19,8 +19,12 @@ namespace tool {
 
 class ReportWatch {
  public:
+  struct Report {
+    std::uint64_t number = 0;  ///< from 1 since the routing began
+    std::span<const std::uint8_t> bytes;
+  };
   /// May append lines to print.
-  using Handler = std::function<void(std::string& out, std::span<const std::uint8_t> report)>;
+  using Handler = std::function<void(std::string& out, const Report& report)>;
 
   explicit ReportWatch(Handler handler);
   ~ReportWatch();
@@ -37,6 +41,7 @@ class ReportWatch {
   struct State {
     std::mutex mutex;
     Handler handler;
+    std::uint64_t reports = 0;
   };
   const std::shared_ptr<State> state_;
 };

@@ -16,6 +16,7 @@
 #include "tool/findings/InventoryJson.h"
 #include "tool/measuring/Measurement.h"
 #include "tool/routing/DeviceNames.h"
+#include "tool/routing/LatencyWatch.h"
 #include "tool/routing/ReportWatch.h"
 #include "tool/routing/RouteSummary.h"
 #include "tool/routing/Routing.h"
@@ -39,6 +40,7 @@ struct Measured {
   std::string name;
   Measurement measurement;
   std::optional<Losses> losses{};
+  std::optional<LatencyFigures> latency{};
 };
 
 std::chrono::microseconds gapOf(const MeasureOptions& options) {
@@ -53,14 +55,19 @@ std::shared_ptr<const router::ReportDescriptor> parsed(const std::vector<std::ui
 /// Routes the device for a while. With losses, if the router counts them.
 void measureDevice(std::uint64_t registryEntryID, double seconds, StopSignals& signals,
                    Measured* measured) {
-  const ReportWatch watch([measured](std::string& /*out*/, std::span<const std::uint8_t> report) {
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    measured->measurement.take(std::chrono::duration_cast<std::chrono::microseconds>(now), report);
+  LatencyWatch latency;
+  const ReportWatch watch([&](std::string& /*out*/, const ReportWatch::Report& report) {
+    const auto now = std::chrono::steady_clock::now();
+    latency.arrived(report.number, now);
+    measured->measurement.take(
+        std::chrono::duration_cast<std::chrono::microseconds>(now.time_since_epoch()),
+        report.bytes);
   });
   const auto session = std::make_shared<RouteSession>(watch.lines(), STDOUT_FILENO, std::nullopt);
   const LossCount lossCount(platform::SystemRoot::current());
   StatusLine progress;
   const auto showProgress = [&] {
+    latency.ask(registryEntryID);
     const auto held = watch.lock();
     progress.show(
         platform::stringWithFormat("Use the device. %llu reports, %.0f Hz  (Ctrl-C ends it)",
@@ -71,6 +78,7 @@ void measureDevice(std::uint64_t registryEntryID, double seconds, StopSignals& s
                                      {seconds, adviceOnStarting(), showProgress});
   if (end.failed) throw Failure(end.message);
   measured->losses = lossCount.take();
+  measured->latency = latency.figures();
 }
 
 Measured measureInstalled(const MeasureOptions& options) {
@@ -106,6 +114,13 @@ ordered_json intervalsJson(const Intervals& intervals) {
           {"histogram", histogram}};
 }
 
+ordered_json latencyJson(const LatencyFigures& latency) {
+  return {{"p50", latency.median.count()},
+          {"p99", latency.longOnes.count()},
+          {"longest", latency.longest.count()},
+          {"reports", latency.reports}};
+}
+
 ordered_json axesJson(const std::vector<AxisUse>& axes) {
   auto list = ordered_json::array();
   for (const AxisUse& axis : axes) {
@@ -136,17 +151,21 @@ ordered_json asJson(const Measured& measured) {
           {"rate", hasTimes ? ordered_json(measurement.rate()) : ordered_json()},
           {"intervals", hasTimes ? intervalsJson(measurement.intervals()) : ordered_json()},
           {"lost", measured.losses ? ordered_json(measured.losses->reports) : ordered_json()},
-          {"latency", nullptr},
+          {"latency", measured.latency ? latencyJson(*measured.latency) : ordered_json()},
           {"axes", axesJson(measurement.axes())}};
 }
 
-/// What the intervals are between, and what they do not tell.
+/// What the intervals are between, and how long reports took to get there.
 std::string originOfTimes(const Measured& measured, const MeasureOptions& options) {
   if (!measured.measurement.hasTimes()) return {};
   if (!options.recording.empty())
     return "Times are those of the recording; how long reports took to get there is not known.\n";
-  return "Times are those of arrival here; how long reports took is not known, as the router sends "
-         "no times.\n";
+  const std::string here = "Times are those of arrival here";
+  if (!measured.latency) return here + "; how long reports took from the router is not known.\n";
+  const LatencyFigures& latency = *measured.latency;
+  return here + ". From the router's reading a report to there: half within " +
+         durationText(latency.median) + ", 99 % within " + durationText(latency.longOnes) +
+         ", longest " + durationText(latency.longest) + "\n";
 }
 
 void checkUsage(const MeasureOptions& options) {
@@ -189,10 +208,12 @@ void addMeasureVerb(CLI::App& app, Action& chosen) {
       ->type_name("MS");
   verb->add_flag("--json", options->json, "Print a JSON object; times are microseconds");
   verb->footer(
-      "Times are those of the reports' arrival at this command. How long they took to get there\n"
-      "cannot be told, as the router sends no times (\"latency\" is null). Many devices report "
-      "only\n"
-      "while they are used, so gaps count only if you used the device all the time.\n"
+      "Times are those of the reports' arrival at this command. \"latency\" is how long they took "
+      "to\n"
+      "get there since the router read them from the kernel, which keeps no time of its own; it "
+      "is\n"
+      "null where the router did not say. Many devices report only while they are used, so gaps\n"
+      "count only if you used the device all the time.\n"
       "Exit status: 1 if no report came.\n"
       "\n"
       "Examples:\n"

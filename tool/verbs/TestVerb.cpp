@@ -38,8 +38,8 @@ std::string answersTo(std::span<const std::uint8_t> report, Checklist* checklist
 
 void route(std::uint64_t registryEntryID, double seconds, StopSignals& signals,
            Checklist* checklist) {
-  const ReportWatch watch([checklist](std::string& out, std::span<const std::uint8_t> report) {
-    out += answersTo(report, checklist);
+  const ReportWatch watch([checklist](std::string& out, const ReportWatch::Report& report) {
+    out += answersTo(report.bytes, checklist);
   });
   const auto session = std::make_shared<RouteSession>(watch.lines(), STDOUT_FILENO, std::nullopt);
   StatusLine next;

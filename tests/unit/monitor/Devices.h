@@ -18,6 +18,10 @@ inline constexpr Time operator""_ms(unsigned long long count) {
   return std::chrono::milliseconds(count);
 }
 
+inline constexpr Time operator""_us(unsigned long long count) {
+  return Time(count);
+}
+
 /// Tip Switch, Barrel Switch, In Range, X and Y from 0 to 1000, Tip Pressure from 0 to 255.
 inline Bytes penDescriptor() {
   return {0x05, 0x0d, 0x09, 0x02, 0xa1, 0x01, 0x09, 0x42, 0x09, 0x44, 0x09, 0x32, 0x15, 0x00,

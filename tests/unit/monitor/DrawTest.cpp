@@ -130,6 +130,15 @@ TEST_F(PenTest, WithoutUnicode) {
                  text(rows, columns, kPlain));
 }
 
+TEST_F(PenTest, TheLatencyOnceItIsKnown) {
+  shown_.latency = LatencyFigures{100, 1234_us, 12345_us, 20000_us};
+  const std::string latency = "  latency 1.23 ms (99 % 12.35 ms)";
+  EXPECT_NE(text(24, 80).find("every 8.00 ms, jitter 0 µs" + latency), std::string::npos)
+      << text(24, 80);
+  EXPECT_NE(text(40, 120).find("99 % within 8.00 ms, jitter 0 µs" + latency), std::string::npos)
+      << text(40, 120);
+}
+
 TEST_F(PenTest, EachViewAlone) {
   for (const auto& [view, name] :
        {std::pair{View::Elements, "elements"}, std::pair{View::Path, "path"},

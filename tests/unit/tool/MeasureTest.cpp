@@ -11,6 +11,7 @@
 #include "tool/descriptor/DescriptorSource.h"
 #include "tool/measuring/Checklist.h"
 #include "tool/measuring/Intervals.h"
+#include "tool/measuring/Latency.h"
 #include "tool/measuring/Measurement.h"
 
 namespace tool {
@@ -228,6 +229,72 @@ TEST(Checklist, WhatHasNoNameIsNotOnIt) {
     EXPECT_EQ(entry.control.name.find("000c/"), std::string::npos) << entry.control.name;
   ASSERT_FALSE(list.entries().empty());
   EXPECT_EQ(list.entries().back().control.name, "Play/Pause");
+}
+
+/// Reports with these numbers have arrived here, each so many microseconds after the beginning.
+void arrive(Latency& latency, const std::vector<std::pair<std::uint64_t, int>>& reports) {
+  for (const auto& [number, time] : reports)
+    latency.arrived(number, std::chrono::steady_clock::time_point(microseconds(time)));
+}
+router::ReportArrivals atRouter(std::uint64_t first, const std::vector<int>& times) {
+  router::ReportArrivals arrivals{first, {}};
+  for (const int time : times) arrivals.times.emplace_back(microseconds(time));
+  return arrivals;
+}
+
+TEST(Latency, IsUnknownUntilTheRouterHasSaidSomething) {
+  Latency latency;
+  EXPECT_EQ(latency.routing(), 0U);
+  arrive(latency, {{1, 10}, {2, 20}});
+  EXPECT_EQ(latency.routing(), 1U);
+  EXPECT_FALSE(latency.figures());
+  latency.take(atRouter(3, {}), 1);
+  EXPECT_FALSE(latency.figures());
+}
+
+TEST(Latency, IsFromThereToHereForEachReportOnce) {
+  Latency latency;
+  arrive(latency, {{1, 10}, {2, 25}, {3, 37}});
+  latency.take(atRouter(2, {20, 30}), 1);
+  latency.take(atRouter(2, {20, 30}), 1);
+  const auto figures = latency.figures();
+  ASSERT_TRUE(figures);
+  EXPECT_EQ(figures->reports, 2U);
+  EXPECT_EQ(figures->median, microseconds(5));
+  EXPECT_EQ(figures->longOnes, microseconds(7));
+  EXPECT_EQ(figures->longest, microseconds(7));
+}
+
+TEST(Latency, WhatIsStillUnderwayCountsLater) {
+  Latency latency;
+  arrive(latency, {{1, 10}});
+  latency.take(atRouter(1, {9, 18}), 1);
+  EXPECT_EQ(latency.figures()->reports, 1U);
+  arrive(latency, {{2, 20}});
+  latency.take(atRouter(1, {9, 18}), 1);
+  EXPECT_EQ(latency.figures()->reports, 2U);
+  EXPECT_EQ(latency.figures()->longest, microseconds(2));
+}
+
+TEST(Latency, AnswersAboutAnotherRoutingDoNotCount) {
+  Latency latency;
+  arrive(latency, {{1, 10}, {2, 20}});
+  const std::uint64_t asked = latency.routing();
+  arrive(latency, {{1, 110}, {2, 120}});
+  latency.take(atRouter(1, {9, 19}), asked);
+  EXPECT_FALSE(latency.figures()) << "the answer was about the routing before";
+  latency.take(atRouter(1, {205, 215}), latency.routing());
+  EXPECT_FALSE(latency.figures()) << "a routing that has begun at the router and not here yet";
+  latency.take(atRouter(1, {105, 116}), latency.routing());
+  EXPECT_EQ(latency.figures()->reports, 2U);
+}
+
+TEST(Latency, OldReportsAreForgotten) {
+  Latency latency;
+  constexpr std::uint64_t kMost = router::ArrivalNotes::kMost;
+  for (std::uint64_t i = 1; i <= kMost + 5; ++i) arrive(latency, {{i, 1000}});
+  latency.take(atRouter(1, std::vector<int>(kMost, 900)), 1);
+  EXPECT_EQ(latency.figures()->reports, kMost - 5);
 }
 
 TEST(Checklist, WithoutControlsItIsComplete) {
