@@ -14,9 +14,9 @@ namespace {
 using platform::NSDictionary;
 using router::ArrivalNotes;
 using router::ReportArrivals;
+using std::chrono::nanoseconds;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using std::chrono::nanoseconds;
 
 std::chrono::steady_clock::time_point at(std::int64_t count) {
   return std::chrono::steady_clock::time_point(nanoseconds(count));
@@ -60,14 +60,15 @@ TEST(ArrivalNotes, KeepTheLatest) {
 }
 
 TEST(ReportArrivals, AreTheSameAfterTheirWay) {
-  const ReportArrivals arrivals{
-      0x100000002, {nanoseconds(1), nanoseconds(0x0123456789abcdef), nanoseconds(0)}};
+  const ReportArrivals arrivals{0x100000002,
+                                {nanoseconds(1), nanoseconds(0x0123456789abcdef), nanoseconds(0)}};
   EXPECT_EQ(router::arrivalsIn(*dictionaryOf(arrivals)), arrivals);
   EXPECT_EQ(router::arrivalsIn(*dictionaryOf(ReportArrivals{})), ReportArrivals{});
 }
 
 TEST(ReportArrivals, AreLittleEndian) {
-  const auto arrivals = router::arrivalsIn(*dictionary(number(3), data({0x39, 0x30, 0, 0, 0, 0, 0, 0})));
+  const auto arrivals =
+      router::arrivalsIn(*dictionary(number(3), data({0x39, 0x30, 0, 0, 0, 0, 0, 0})));
   EXPECT_EQ(arrivals, (ReportArrivals{3, {nanoseconds(12345)}}));
 }
 

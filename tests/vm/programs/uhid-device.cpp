@@ -29,9 +29,10 @@ constexpr std::string_view kUsage =
     "  report HEX            sends one report\n"
     "  numbered COUNT MS     sends COUNT reports of 8 bytes, each with its own number, evenly over "
     "MS\n"
-    "                        milliseconds (0: all at once)\n"
+    "                        milliseconds (0: all at once); what is late is caught up with\n"
+    "  paced COUNT MS        the same, but one that is late delays those after it\n"
     "The device is unplugged at the end of the input. Prints what happens to it: started, opened,\n"
-    "closed, sent N. SENT receives each report that was sent, in hexadecimal.\n";
+    "closed, took N ms, sent N. SENT receives each report that was sent, in hexadecimal.\n";
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -79,6 +80,12 @@ Description readDescription(const std::string& path) {
 timespec later(timespec time, std::int64_t nanoseconds) {
   const std::int64_t sum = time.tv_nsec + nanoseconds;
   return {time.tv_sec + sum / 1'000'000'000, sum % 1'000'000'000};
+}
+
+timespec now() {
+  timespec time{};
+  ::clock_gettime(CLOCK_MONOTONIC, &time);
+  return time;
 }
 
 /// Number, and a product of it that shows whether the bytes are those that belong together.
@@ -157,31 +164,40 @@ class Sender {
 
   void obey(const std::vector<std::string>& command) {
     if (command.size() == 2 && command[0] == "report")
-      sendAll({bytesOf(command[1])}, 0);
+      sendAll({bytesOf(command[1])}, 0, CatchesUp::Yes);
     else if (command.size() == 3 && command[0] == "numbered")
-      sendAll(numbered(number(command[1])), number(command[2]));
+      sendAll(numbered(number(command[1])), number(command[2]), CatchesUp::Yes);
+    else if (command.size() == 3 && command[0] == "paced")
+      sendAll(numbered(number(command[1])), number(command[2]), CatchesUp::No);
     else
       throw UsageError();
   }
 
  private:
+  enum class CatchesUp { No, Yes };
+
   std::vector<Bytes> numbered(std::int64_t count) {
     std::vector<Bytes> reports;
     for (; count > 0; --count) reports.push_back(numberedReport(next_++));
     return reports;
   }
 
-  void sendAll(const std::vector<Bytes>& reports, std::int64_t milliseconds) {
-    timespec start{};
-    ::clock_gettime(CLOCK_MONOTONIC, &start);
+  void sendAll(const std::vector<Bytes>& reports, std::int64_t milliseconds, CatchesUp catchesUp) {
+    const timespec start = now();
     const auto count = static_cast<std::int64_t>(reports.size());
-    for (std::int64_t i = 0; i < count; ++i) {
-      const timespec due = later(start, milliseconds * 1'000'000 / count * i);
+    const std::int64_t interval = milliseconds * 1'000'000 / count;
+    timespec due = start;
+    for (const Bytes& report : reports) {
       if (milliseconds != 0) ::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &due, nullptr);
-      device_.send(reports[static_cast<std::size_t>(i)]);
+      device_.send(report);
+      due = later(catchesUp == CatchesUp::Yes ? due : now(), interval);
     }
+    const timespec end = now();
     for (const Bytes& report : reports) sent_ << hex(report) << '\n';
     sent_.flush();
+    const std::int64_t took =
+        (end.tv_sec - start.tv_sec) * 1000 + (end.tv_nsec - start.tv_nsec) / 1'000'000;
+    say("took " + std::to_string(took) + " ms");
     say("sent " + std::to_string(count));
   }
 
