@@ -94,8 +94,7 @@ void ControlSession::arrivalsOfDevice_reply(std::uint64_t registryEntryID, Reply
     if (auto arrivals = session->arrivalsOf(registryEntryID)) youngest = std::move(arrivals);
   }
   if (youngest) return reply(dictionaryOf(*youngest), nullptr);
-  reply(nullptr,
-        routerError(IOReturn::NotFound, "this process does not route the device", registryEntryID));
+  reply(nullptr, routerError(IOReturn::NotFound, "this process does not route the device"));
 }
 
 void ControlSession::takeDecision(std::uint64_t number, const EndReply& reply,
