@@ -62,6 +62,7 @@ const std::vector<Rule>& rules() {
         "input/UsageNames.h",
         "router/Devices.h",
         "router/DeviceFiles.h",
+        "router/ReportArrivals.h",
         "router/RouterErrors.h",
         "router/RouterLimits.h",
         "router/RouterStatus.h",
