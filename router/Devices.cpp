@@ -14,7 +14,8 @@ std::vector<std::unique_ptr<DeviceSource>> deviceSources(const platform::SystemR
   std::vector<std::unique_ptr<DeviceSource>> sources;
   if (!root.isSystem()) sources.push_back(std::make_unique<ReplaySource>(root, limits));
 #ifdef __linux__
-  if (root.isSystem()) sources.push_back(std::make_unique<HidrawSource>());
+  if (root.isSystem())
+    sources.push_back(std::make_unique<HidrawSource>(HidrawSystem::real(), limits.udevTime));
 #endif
   return sources;
 }
@@ -23,7 +24,7 @@ std::vector<DeviceDescription> listDevices(const platform::SystemRoot& root,
                                            std::vector<std::string>* returnProblems) {
   std::vector<std::string> problems;
   std::vector<DeviceDescription> devices;
-  for (const auto& source : deviceSources(root)) {
+  for (const auto& source : deviceSources(root, {.udevTime = {}})) {
     auto found = source->list(&problems);
     devices.insert(devices.end(), std::make_move_iterator(found.begin()),
                    std::make_move_iterator(found.end()));

@@ -140,7 +140,8 @@ class DeviceSource {
 [[nodiscard]] std::vector<std::unique_ptr<DeviceSource>> deviceSources(
     const platform::SystemRoot& root, const RouterLimits& limits = {});
 
-/// Every device of every source. `returnProblems` may be null.
+/// Every device of every source, those included that nobody may read yet. `returnProblems` may be
+/// null.
 [[nodiscard]] std::vector<DeviceDescription> listDevices(const platform::SystemRoot& root,
                                                          std::vector<std::string>* returnProblems);
 

@@ -54,7 +54,10 @@ struct RouterLimits {
   std::size_t directoryBacklog = std::size_t{256} << 10;
   /// Two listings are at least so far apart, however fast devices come and go.
   std::chrono::milliseconds directoryInterval{20};
-  /// After a change they are listed once more, for what was not ready yet (kUdevTime).
+  /// Udev has this long, once it has recorded a device, to give the router its right to the node;
+  /// a device that cannot be read yet is not listed before. Zero for who only describes devices.
+  std::chrono::milliseconds udevTime{1000};
+  /// After a change they are listed once more, for what was not ready yet.
   std::chrono::milliseconds directorySettling{1100};
   /// Where changes cannot be watched, the devices are listed that often while somebody wants them.
   std::chrono::milliseconds directoryPoll{2000};
@@ -88,8 +91,6 @@ struct RouterLimits {
   static constexpr std::size_t kRecordingLineBytes = std::size_t{256} << 10;
   /// Else a name fills every table and message that shows it.
   static constexpr std::size_t kNameCharacters = 128;
-  /// Udev has this long, once it has recorded a device, to give the router its right to the node.
-  static constexpr std::chrono::milliseconds kUdevTime{1000};
 
   // Reports of a device that are read while earlier ones are delivered: a quarter of a second of
   // the fastest. Each open device keeps twice this much memory.

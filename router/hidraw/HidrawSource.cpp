@@ -39,12 +39,12 @@ std::optional<std::uint32_t> interfaceOf(const DeviceTree& tree, const SystemDev
   return number;
 }
 
-/// Whether udev has done all that it does for the device.
-bool isReady(const DeviceNodes& nodes, const SystemDevice& hidraw) {
-  return hidraw.age >= RouterLimits::kUdevTime || nodes.mayRead(hidraw.node);
-}
-
 }  // namespace
+
+/// Whether udev has done all that it does for the device.
+bool HidrawSource::isReady(const SystemDevice& hidraw) const {
+  return hidraw.age >= udevTime_ || system_.nodes->mayRead(hidraw.node);
+}
 
 /// Nothing, with the reason, if it cannot be listed; without a reason, if it is being removed.
 std::optional<HidrawSource::Found> HidrawSource::identify(SystemDevice hidraw,
@@ -79,7 +79,7 @@ std::vector<DeviceDescription> HidrawSource::list(std::vector<std::string>* retu
     try {
   std::vector<DeviceDescription> devices;
   for (SystemDevice& hidraw : system_.tree->initialized("hidraw")) {
-    if (!isReady(*system_.nodes, hidraw)) continue;
+    if (!isReady(hidraw)) continue;
     std::string problem;
     const auto found = identify(std::move(hidraw), &problem);
     if (found && system_.tree->reportDescriptor(found->hid.path)) {

@@ -3,7 +3,8 @@
 // The computer's HID devices, by way of the kernel's hidraw nodes.
 //
 // A device is listed once it can be opened, since udev gives this process the right to a node only
-// after it has recorded the device; one that cannot be opened by then is listed after a second.
+// after it has recorded the device; one that cannot be opened by then is listed after a second,
+// or after the time that the owner sets.
 // Listing needs no right.
 //
 // A registry entry ID is made of the number in the kernel's name of the HID device (HidName.h): it
@@ -24,7 +25,9 @@ namespace router {
 
 class HidrawSource final : public DeviceSource {
  public:
-  explicit HidrawSource(HidrawSystem system = HidrawSystem::real()) : system_(std::move(system)) {}
+  explicit HidrawSource(HidrawSystem system = HidrawSystem::real(),
+                        std::chrono::milliseconds udevTime = RouterLimits().udevTime)
+      : system_(std::move(system)), udevTime_(udevTime) {}
   std::vector<DeviceDescription> list(std::vector<std::string>* returnProblems) const override;
   [[nodiscard]] std::unique_ptr<OpenDevice> open(std::uint64_t registryEntryID) const override;
   [[nodiscard]] std::optional<DeviceFacts> factsOf(std::uint64_t registryEntryID) const override;
@@ -36,11 +39,13 @@ class HidrawSource final : public DeviceSource {
 
  private:
   struct Found;
+  [[nodiscard]] bool isReady(const SystemDevice& hidraw) const;
   [[nodiscard]] std::optional<Found> identify(SystemDevice hidraw, std::string* problem) const;
   [[nodiscard]] std::optional<Found> find(std::uint64_t registryEntryID) const;
   [[nodiscard]] DeviceDescription describe(const Found& found) const;
 
   const HidrawSystem system_;
+  const std::chrono::milliseconds udevTime_;
 };
 
 }  // namespace router

@@ -154,8 +154,10 @@ NamedDescriptor inFile(const std::string& path, std::uint32_t device) {
 }
 
 std::optional<KnownDevice> deviceWithID(std::uint64_t registryEntryID) {
-  for (const auto& source : router::deviceSources(platform::SystemRoot::current())) {
-    for (router::DeviceDescription& description : source->list(nullptr)) {
+  const auto root = platform::SystemRoot::current();
+  std::vector<std::string> problems;  // of other devices
+  for (const auto& source : router::deviceSources(root, {.udevTime = {}})) {
+    for (router::DeviceDescription& description : source->list(&problems)) {
       if (description.registryEntryID != registryEntryID) continue;
       KnownDevice known{std::move(description), {}};
       if (auto facts = source->factsOf(registryEntryID)) {

@@ -33,8 +33,9 @@ std::map<std::uint64_t, router::DeviceClass> classesOf(const Inventory& inventor
     }
     return classes;
   }
+  std::vector<std::string> problems;  // the inventory has them
   for (const auto& source : router::deviceSources(inventory.root)) {
-    for (const auto& device : source->list(nullptr))
+    for (const auto& device : source->list(&problems))
       addRecorded(classes, *source, device.registryEntryID);
   }
   return classes;

@@ -59,6 +59,14 @@ TEST_F(HidrawSourceTest, ADeviceThatCannotBeOpenedIsListedAfterASecond) {
   EXPECT_EQ(list().size(), 1U);
 }
 
+TEST_F(HidrawSourceTest, WhoOnlyDescribesDevicesListsEachAtOnce) {
+  nodes_->nodes["/dev/hidraw3"].openError = EACCES;
+  hidraw().age = std::chrono::milliseconds(0);
+  const HidrawSource describing(system_, std::chrono::milliseconds(0));
+  EXPECT_EQ(describing.list(&problems_).size(), 1U);
+  EXPECT_THAT(problems_, IsEmpty());
+}
+
 TEST_F(HidrawSourceTest, WhatADeviceDoesNotSayIsLeftOpen) {
   tree_->at(kHid).properties.clear();
   tree_->remove(kInterface);
