@@ -18,7 +18,7 @@ namespace tool {
 namespace {
 
 constexpr std::chrono::milliseconds kTimeout{2000};
-constexpr std::chrono::milliseconds kPause{10};
+constexpr std::chrono::milliseconds kFirstPause{10};
 
 std::string decimal(const char* format, double number) {
   std::array<char, 64> text{};
@@ -49,9 +49,10 @@ LossCount::LossCount(platform::SystemRoot root) : root_(std::move(root)) {
 std::optional<Losses> LossCount::take() const {
   const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   auto status = runningRouter(root_);
-  // No event tells that the router has updated its status.
-  while (status && hasSessionOfOurs(*status) && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(kPause);
+  // No event tells that the router has updated its status, and it answers only so many questions.
+  for (auto pause = kFirstPause; status && hasSessionOfOurs(*status); pause *= 2) {
+    if (std::chrono::steady_clock::now() >= deadline) break;
+    std::this_thread::sleep_for(pause);
     status = runningRouter(root_);
   }
   const bool isTheSame = status && (router_ == -1 || status->pid == router_);
