@@ -28,6 +28,8 @@ using std::chrono::milliseconds;
 constexpr milliseconds kFrame{33};
 /// What changes with time alone does so at least this often.
 constexpr milliseconds kIdle{250};
+/// The list of devices, which has their names, may come after the first reports, or not at all.
+constexpr std::chrono::seconds kListTime{2};
 
 struct Ready {
   bool stop = false;
@@ -180,7 +182,11 @@ void showLines(Session& session, const StopSignals& signals, Clock::time_point e
 void showPicture(Session& session, const PictureOptions& options, const StopSignals& signals,
                  Clock::time_point end) {
   session.grant(Wish::Pause);
-  while (!hasShown(session, options.reports) && !session.isOver() && Clock::now() < end) {
+  for (;;) {
+    const bool haveCome = hasShown(session, options.reports);
+    if (haveCome) end = std::min(end, Clock::now() + kListTime);
+    const bool isReady = haveCome && !session.shown().devices.empty();
+    if (isReady || session.isOver() || Clock::now() >= end) break;
     if (await(signals, &session, false, end - Clock::now()).stop)
       throw Failure(options.file + ": not written, as the reports had not come yet");
   }
