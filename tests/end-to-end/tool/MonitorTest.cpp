@@ -87,6 +87,14 @@ TEST_F(MonitorTest, PausesAndSteps) {
   terminal.await([&](const std::string& shown) { return reportsOn(shown) > before + 10; });
 }
 
+TEST_F(MonitorTest, MeasuresTheLatency) {
+  auto& terminal = monitor({addTablet()});
+  terminal.await("  latency ");
+  terminal.type("x");  // the routing begins anew, and so do the figures
+  terminal.awaitGone("  latency ");
+  terminal.await("  latency ");
+}
+
 TEST_F(MonitorTest, ExplainsItsKeysAndChangesTheView) {
   auto& terminal = monitor({addTablet()});
   terminal.await("─ Elements");
