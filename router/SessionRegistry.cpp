@@ -75,7 +75,7 @@ void SessionRegistry::remove(const std::shared_ptr<Session>& session) {
   const std::uint64_t lost = session->lost();
   const std::lock_guard lock(mutex_);
   if (std::erase(sessions_, session) == 0) return;
-  lostByEnded_ += lost;
+  if (lost != 0) lostByEnded_[session->user()] += lost;
   if (!isUsedLocked()) unusedSince_ = Clock::now();
   hasChange_ = true;
   changed_.notify_all();
@@ -144,7 +144,8 @@ RouterStatus SessionRegistry::status(std::optional<uid_t> user) const {
   {
     const std::lock_guard lock(mutex_);
     sessions = sessions_;
-    if (!user) status.lost = lostByEnded_;
+    for (const auto& [owner, lost] : lostByEnded_)
+      if (!user || owner == *user) status.lost += lost;
   }
   for (const auto& session : sessions) {
     if (user && session->user() != *user) continue;

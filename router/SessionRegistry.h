@@ -16,6 +16,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -65,7 +66,8 @@ class SessionRegistry : public std::enable_shared_from_this<SessionRegistry> {
   /// be time to close. False once it is stopped and all sessions have ended.
   [[nodiscard]] bool waitForChange(Clock::duration interval, Clock::duration unusedLimit);
 
-  /// Of that user's sessions; without a user, of all, and what those that have ended have lost.
+  /// Of that user's sessions, those that have ended included in what was lost; without a user, of
+  /// all.
   [[nodiscard]] RouterStatus status(std::optional<uid_t> user) const;
 
  private:
@@ -81,7 +83,7 @@ class SessionRegistry : public std::enable_shared_from_this<SessionRegistry> {
   Sessions sessions_;
   std::uint64_t latestNumber_ = 0;
   std::size_t visitors_ = 0;
-  std::uint64_t lostByEnded_ = 0;
+  std::map<uid_t, std::uint64_t> lostByEnded_;  // of users who have lost something
   Clock::time_point unusedSince_ = Clock::now();
   bool isClosed_ = false;
   bool isStopped_ = false;

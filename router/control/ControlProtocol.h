@@ -35,8 +35,8 @@ class RouterControlProtocol {
   static const platform::XPCProtocol& protocol();
   virtual ~RouterControlProtocol() = default;
 
-  /// The status (router/RouterStatus.h) with the sessions that the caller may see; what they have
-  /// lost is counted, and for the superuser what those that have ended had lost.
+  /// The status (router/RouterStatus.h) with the sessions that the caller may see. What was lost is
+  /// theirs and that of those that have ended.
   virtual void statusWithReply(Reply reply) = 0;
   /// All devices, and whether the caller may have each routed (router/control/DeviceListing.h).
   virtual void devicesWithReply(Reply reply) = 0;

@@ -19,6 +19,7 @@
 #include "platform/services/RootFiles.h"
 #include "platform/services/UnixSocket.h"
 #include "tool/command/Command.h"
+#include "tool/findings/RouterService.h"
 
 namespace tool {
 
@@ -72,10 +73,13 @@ std::filesystem::path nearestExisting(std::filesystem::path directory) {
 
 }  // namespace
 
-std::optional<router::RouterStatus> runningRouter(const SystemRoot& root) {
+std::optional<router::RouterStatus> runningRouter(const SystemRoot& root) try {
+  if (root.isSystem()) return RouterService().status();
   auto status = router::readRouterStatus(root);
   if (status && !status->isRunning) status.reset();
   return status;
+} catch (const Failure&) {
+  return std::nullopt;
 }
 
 JobDaemonState askJobDaemon(const SystemRoot& root) {

@@ -60,7 +60,8 @@ struct DeviceList {
   std::vector<std::string> problems;  ///< "file: cause" of each configuration that cannot be used
 };
 
-/// The status that a running router reports.
+/// The status that a running router reports; on the system's own root, of this user's sessions, and
+/// asking may start it.
 [[nodiscard]] std::optional<router::RouterStatus> runningRouter(const platform::SystemRoot& root);
 [[nodiscard]] JobDaemonState askJobDaemon(const platform::SystemRoot& root);
 [[nodiscard]] DeviceList devicesOf(const platform::SystemRoot& root);

@@ -19,6 +19,8 @@ namespace {
 
 using SystemClock = std::chrono::system_clock;
 
+/// The router answers two questions a second, and others of the user's may have some too.
+constexpr Time kCountInterval = std::chrono::milliseconds(1500);
 constexpr Time kMessageTime = std::chrono::seconds(6);
 /// The router answers this at once or not at all.
 constexpr std::chrono::milliseconds kDescriptorLimit{2000};
@@ -242,7 +244,7 @@ void Session::tick() {
   shown_.waiting = feed.waiting();
   shown_.leftOut = leftOut_ + feed.leftOut();
   if (time < nextLossCount_) return;
-  nextLossCount_ = time + std::chrono::seconds(1);
+  nextLossCount_ = time + kCountInterval;
   countLosses();
   measureLatency();
 }

@@ -3,7 +3,8 @@
 // What callers of the control service see and can do. Who sees which session:
 //
 //   the superuser            all, and what those that have ended have lost
-//   another user             its own; of others nothing, not even whether a number is taken
+//   another user             its own, with what those that have ended have lost; of others nothing,
+//                            not even whether a number is taken
 //
 // Who ends which session:
 //
@@ -232,13 +233,14 @@ TEST_F(RouterControl, OthersSessionsAreNobodysBusiness) {
   EXPECT_EQ(superuser.status().sessions.size(), 2U);
 }
 
-TEST_F(RouterControl, LossesOfEndedSessionsAreTheSuperusersToSee) {
+TEST_F(RouterControl, LossesOfEndedSessionsAreTheirUsersAndTheSuperusersToSee) {
   if (!testsupport::isSuperuser()) GTEST_SKIP() << "needs the superuser";
   const std::uint64_t id = addDevice("fast", "E: 0.0 2 07 01\nE: 0.0001 2 07 02\n", "1", true);
   router::RouterLimits limits;
   limits.backlogPerClient = 1;
   startShared(limits);
   ControlClient superuser;
+  actAs(testsupport::kOtherUser);
   {
     Client slow;
     slow.receiver->hold();
@@ -248,7 +250,9 @@ TEST_F(RouterControl, LossesOfEndedSessionsAreTheSuperusersToSee) {
   }
   routerLog_->awaitLine("has ended");
   EXPECT_GT(superuser.status().lost, 0U);
-  actAs(testsupport::kOtherUser);
+  ControlClient same;
+  EXPECT_EQ(same.status().lost, superuser.status().lost);
+  actAs(testsupport::kOtherUser + 1);
   ControlClient other;
   EXPECT_EQ(other.status().lost, 0U);
 }
