@@ -19,7 +19,6 @@ chown alice "$directory"
 at_end rm -rf "$directory"
 start record in_session "$session" wlhid record "$id" "$directory/recording"
 wait_for 30 "the recording to begin" receives_input
-keep_router_beside_device
 tell device "paced $REPORTS 60000"
 wait_until_says device "^sent $REPORTS$" 250
 wait_for 60 "the last report" has_recorded_last
