@@ -52,6 +52,6 @@ for name in "QEMU QEMU USB Tablet" "QEMU QEMU USB Mouse" "QEMU QEMU USB Keyboard
 done
 
 start test in_session "$session" wlhid test "$(device_id "QEMU QEMU USB Mouse")"
-until says test '^  Button 1$'; do use Mouse; done
+until says test '  Button 1$'; do use Mouse; done
 kill -INT "$(process_of test)"
 wait_for 30 "the test to end" has_ended test
