@@ -49,8 +49,11 @@ std::optional<ReportArrivals> arrivalsIn(const NSDictionary& dictionary) {
   const auto data = platform::objectCast<NSData>(dictionary.objectForKey("Times"));
   if (!first || data == nullptr || data->span().size() % kBytesEach != 0) return std::nullopt;
   ReportArrivals arrivals{*first, {}};
-  for (auto rest = data->span(); !rest.empty(); rest = rest.subspan(kBytesEach))
-    arrivals.times.emplace_back(static_cast<std::int64_t>(numberAt(rest.first<kBytesEach>())));
+  for (auto rest = data->span(); !rest.empty(); rest = rest.subspan(kBytesEach)) {
+    const auto time = static_cast<std::int64_t>(numberAt(rest.first<kBytesEach>()));
+    if (time < 0) return std::nullopt;  // no clock says so, and differences to it may not exist
+    arrivals.times.emplace_back(time);
+  }
   return arrivals;
 }
 

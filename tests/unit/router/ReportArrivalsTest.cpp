@@ -78,6 +78,9 @@ TEST(ReportArrivals, OfSomethingElseThereAreNone) {
   EXPECT_EQ(router::arrivalsIn(*dictionary(number(1), number(1))), std::nullopt);
   EXPECT_EQ(router::arrivalsIn(*dictionary(data({}), data({}))), std::nullopt);
   EXPECT_EQ(router::arrivalsIn(*dictionary(number(1), data({1, 2, 3}))), std::nullopt);
+  EXPECT_EQ(router::arrivalsIn(*dictionary(number(1), data({0, 0, 0, 0, 0, 0, 0, 0x80}))),
+            std::nullopt)
+      << "a time before the clock's beginning";
   EXPECT_EQ(router::arrivalsIn(*dictionary(number(1), data({}))), (ReportArrivals{1, {}}));
 }
 
