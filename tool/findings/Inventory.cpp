@@ -71,15 +71,22 @@ std::filesystem::path nearestExisting(std::filesystem::path directory) {
   return directory;
 }
 
-}  // namespace
+std::optional<router::RouterStatus> askedStatus() try {
+  return RouterService().status();
+} catch (const Failure&) {
+  return std::nullopt;
+}
 
-std::optional<router::RouterStatus> runningRouter(const SystemRoot& root) try {
-  if (root.isSystem()) return RouterService().status();
+std::optional<router::RouterStatus> keptStatus(const SystemRoot& root) {
   auto status = router::readRouterStatus(root);
   if (status && !status->isRunning) status.reset();
   return status;
-} catch (const Failure&) {
-  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<router::RouterStatus> runningRouter(const SystemRoot& root) {
+  return root.isSystem() ? askedStatus() : keptStatus(root);
 }
 
 JobDaemonState askJobDaemon(const SystemRoot& root) {
