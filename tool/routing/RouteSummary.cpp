@@ -46,17 +46,20 @@ LossCount::LossCount(platform::SystemRoot root) : root_(std::move(root)) {
   before_ = status->lost;
 }
 
+bool LossCount::isStillToTell(const std::optional<router::RouterStatus>& status) const {
+  return status ? hasSessionOfOurs(*status) : router_ == -1;
+}
+
 std::optional<Losses> LossCount::take() const {
   const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   auto status = runningRouter(root_);
   // No event tells that the router has updated its status, and it answers only so many questions.
-  for (auto pause = kFirstPause; status && hasSessionOfOurs(*status); pause *= 2) {
-    if (std::chrono::steady_clock::now() >= deadline) break;
+  for (auto pause = kFirstPause; isStillToTell(status); pause *= 2) {
+    if (std::chrono::steady_clock::now() >= deadline) return std::nullopt;
     std::this_thread::sleep_for(pause);
     status = runningRouter(root_);
   }
-  const bool isTheSame = status && (router_ == -1 || status->pid == router_);
-  if (!isTheSame || hasSessionOfOurs(*status)) return std::nullopt;
+  if (!status || (router_ != -1 && status->pid != router_)) return std::nullopt;
   return Losses{status->lost - std::min(before_, status->lost), !status->sessions.empty()};
 }
 

@@ -15,6 +15,7 @@
 #include <string>
 
 #include "platform/services/SystemRoot.h"
+#include "router/RouterStatus.h"
 
 namespace tool {
 
@@ -30,11 +31,13 @@ struct Losses {
 class LossCount {
  public:
   explicit LossCount(platform::SystemRoot root);
-  /// Waits briefly for the router to notice the end. Nothing if no router runs, or a different one
-  /// than at the beginning.
+  /// Waits briefly for the router to notice the end, or, if it was only started for this session,
+  /// to say anything yet. Nothing if no router runs, or a different one than at the beginning.
   [[nodiscard]] std::optional<Losses> take() const;
 
  private:
+  [[nodiscard]] bool isStillToTell(const std::optional<router::RouterStatus>& status) const;
+
   const platform::SystemRoot root_;
   pid_t router_ = -1;
   std::uint64_t before_ = 0;

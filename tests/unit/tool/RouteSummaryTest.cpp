@@ -4,8 +4,14 @@
 #include "tool/routing/RouteSummary.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <thread>
+
+#include "platform/services/FileDescriptor.h"
 #include "router/RouterStatus.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -31,6 +37,24 @@ TEST(RouteSummary, TellsReportsRateAndLosses) {
   EXPECT_EQ(routeSummary(2, 1s, Losses{3, true}),
             "2 reports in 1.00 s, 2.0 per second; 3 lost, by all sessions together\n");
 }
+
+/// How often a directory was opened since.
+class Looks {
+ public:
+  explicit Looks(const std::filesystem::path& directory) {
+    EXPECT_GE(::inotify_add_watch(watch_.get(), directory.c_str(), IN_OPEN | IN_ONLYDIR), 0);
+  }
+  void await(int count) const {
+    for (inotify_event event{}; count > 0; --count) {
+      pollfd ready{watch_.get(), POLLIN, 0};
+      if (::poll(&ready, 1, 10'000) != 1) return;
+      EXPECT_EQ(::read(watch_.get(), &event, sizeof event), static_cast<ssize_t>(sizeof event));
+    }
+  }
+
+ private:
+  const platform::FileDescriptor watch_{::inotify_init1(IN_CLOEXEC)};
+};
 
 class LossCountTest : public testing::Test {
  protected:
@@ -76,6 +100,26 @@ TEST_F(LossCountTest, IsNothingWithoutTheRoutersWord) {
   EXPECT_FALSE(count.take()) << "no router";
   write(7, {::getpid()});
   EXPECT_FALSE(count.take()) << "it has not noticed the end";
+}
+
+TEST_F(LossCountTest, WaitsForTheFirstWordOfARouterThatHasJustStarted) {
+  const LossCount count(root);
+  const Looks looks(::router::routerStatusFile(root).parent_path());
+  std::thread starting([&] {
+    looks.await(2);
+    write(3);
+  });
+  const auto losses = count.take();
+  starting.join();
+  ASSERT_TRUE(losses);
+  EXPECT_EQ(losses->reports, 3U);
+}
+
+TEST_F(LossCountTest, IsNothingWhereTheRouterHasGone) {
+  write(5);
+  const LossCount count(root);
+  file->remove();
+  EXPECT_FALSE(count.take());
 }
 
 TEST_F(LossCountTest, IsNothingWhereAnotherRouterHasTakenOver) {
