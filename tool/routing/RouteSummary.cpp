@@ -55,8 +55,9 @@ std::optional<Losses> LossCount::take() const {
   auto status = runningRouter(root_);
   // No event tells that the router has updated its status, and it answers only so many questions.
   for (auto pause = kFirstPause; isStillToTell(status); pause *= 2) {
-    if (std::chrono::steady_clock::now() >= deadline) return std::nullopt;
-    std::this_thread::sleep_for(pause);
+    const auto now = std::chrono::steady_clock::now();
+    if (now >= deadline) return std::nullopt;
+    std::this_thread::sleep_until(std::min(now + pause, deadline));
     status = runningRouter(root_);
   }
   if (!status || (router_ != -1 && status->pid != router_)) return std::nullopt;
