@@ -20,7 +20,10 @@ std::string listOf(const ReportIDs& reports) {
 
 void explain(ListedDevice& listed, const RoutingAnswer& answer) {
   using Permission = DevicePermission;
-  if (answer.isAllowed && answer.reports == allReports()) {
+  // Of an ordinary device only the reports that it declares are permitted, and that is all of it.
+  const bool isWhole =
+      answer.reports == allReports() || listed.deviceClass == DeviceClass::Ordinary;
+  if (answer.isAllowed && isWhole) {
     listed.permission = Permission::Yes;
     listed.explanation = "you may";
   } else if (answer.isAllowed) {

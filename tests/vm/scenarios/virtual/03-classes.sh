@@ -17,5 +17,7 @@ wait_for 30 "two keyboards" two_keyboards_are_listed
 product devices --json >"$scratch/devices"
 expect_equal "class of the numbered device" '["ordinary"]' \
   "$(jq -c '[.[] | select(.name == "Numbered Device") | .class]' "$scratch/devices")"
+expect_equal "whether alice may route it" '["yes"]' \
+  "$(jq -c '[.[] | select(.name == "Numbered Device") | .permission]' "$scratch/devices")"
 expect_equal "class of the keyboards" '["sensitive","sensitive"]' \
   "$(jq -c '[.[] | select(.name | test("Keyboard")) | .class]' "$scratch/devices")"
