@@ -40,6 +40,12 @@ class QuestionThrottle {
     return {};
   }
 
+  /// Whether an answer of somebody's still counts against the next question.
+  [[nodiscard]] bool remembersAnybody(Clock::time_point now) {
+    forget(now);
+    return !users_.empty();
+  }
+
   /// The open question has been answered.
   void end(uid_t user, Answer answer, Clock::time_point now) {
     const auto found = users_.find(user);
@@ -63,7 +69,9 @@ class QuestionThrottle {
 
   void forget(Clock::time_point now) {
     std::erase_if(users_, [&](const auto& each) {
-      return !each.second.isOpen && now > each.second.notBefore + kMemory;
+      const User& user = each.second;
+      const bool isOver = user.pause == kShortestPause || now > user.notBefore + kMemory;
+      return !user.isOpen && isOver;
     });
   }
 

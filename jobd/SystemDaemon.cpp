@@ -310,7 +310,11 @@ void SystemDaemon::updateIdleTimer() {
 
 void SystemDaemon::endIfIdle() {
   idleTimer_.end();
-  if (!change_ && server_->closeIfUnused()) loop_.stop();
+  // A no must not be forgotten with the process, else a question could be put again at once.
+  if (throttle_.remembersAnybody(EventLoop::Clock::now()))
+    updateIdleTimer();
+  else if (!change_ && server_->closeIfUnused())
+    loop_.stop();
 }
 
 }  // namespace jobd

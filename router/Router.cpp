@@ -279,6 +279,8 @@ void Router::Core::runHousekeeping() {
 }
 
 void Router::Core::noteIfIdle() {
+  if (options_.authority != nullptr && options_.authority->hasMemories())
+    return sessions_->begin();  // the time without sessions counts from when they are gone
   if (!sessions_->closeIfUnused(options_.idleLimit)) return;
   options_.log(LogLine::of<row::idle>());
   idle_.raise();

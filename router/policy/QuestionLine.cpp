@@ -99,12 +99,20 @@ void QuestionLine::leave(uid_t user, std::uint64_t number) {
   if (open) open();
 }
 
-/// Users whose last pause is long past are like new ones.
+bool QuestionLine::remembersAnybody() {
+  const std::lock_guard lock(mutex_);
+  forgetLocked();
+  return !users_.empty();
+}
+
+/// Users who have not said no, or whose last pause is long past, are like new ones.
 void QuestionLine::forgetLocked() {
   const auto now = now_();
   std::erase_if(users_, [&](const auto& each) {
     const User& user = each.second;
-    return user.line.empty() && now >= user.pausedUntil + limits_.longestPause;
+    const bool isOver =
+        user.nextPause == user.nextPause.zero() || now >= user.pausedUntil + limits_.longestPause;
+    return user.line.empty() && isOver;
   });
 }
 

@@ -68,6 +68,9 @@ class QuestionLine : public std::enable_shared_from_this<QuestionLine> {
                         std::function<Clock::time_point()> now = Clock::now)
       : limits_(limits), now_(std::move(now)) {}
 
+  /// Whether an answer of somebody's still counts against the next question.
+  [[nodiscard]] bool remembersAnybody();
+
   /// Null after a refusal, which comes at once. Nothing else is called before begin().
   [[nodiscard]] std::unique_ptr<Place> enter(uid_t user, Question question);
 

@@ -89,6 +89,9 @@ class RoutingAuthority {
   /// Ends the permissions that rest on what no longer stands and nobody tells of. To be called
   /// about once a second; may wait for a disk.
   virtual void review() {}
+  /// Whether it remembers what would be forgotten if the router ended now: a no keeps the same
+  /// question from being asked again at once.
+  [[nodiscard]] virtual bool hasMemories() { return false; }
 };
 
 }  // namespace router

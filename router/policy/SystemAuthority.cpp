@@ -90,6 +90,10 @@ std::optional<Classification> SystemAuthority::classOf(const DeviceDescription& 
   return std::move(found->classification);
 }
 
+bool SystemAuthority::hasMemories() {
+  return questions_->remembersAnybody();
+}
+
 void SystemAuthority::review() {
   granted_->review();
 }

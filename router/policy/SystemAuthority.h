@@ -83,6 +83,7 @@ class SystemAuthority final : public RoutingAuthority {
       const DeviceDescription& device) const override;
   /// Ends the permissions that rest on an administrator's grant which no longer stands.
   void review() override;
+  [[nodiscard]] bool hasMemories() override;
   [[nodiscard]] std::shared_ptr<RoutingCaller> callerFor(
       platform::system::PeerProcess process) const;
 

@@ -13,6 +13,8 @@
 //   another user's, or none  asked; after a no both are answered alike
 //
 // A client whose session was ended is told so when it asks again by itself, once.
+#include <poll.h>
+
 #include <algorithm>
 #include <functional>
 #include <map>
@@ -333,7 +335,7 @@ TEST_F(RouterControl, WhenKeysWerePressedIsNobodyElsesBusiness) {
   ControlClient same;
   EXPECT_EQ(same.arrivalsOf(id).second, "");
   EXPECT_EQ(same.arrivalsOf(id + 1).second, refused);
-  if (!testsupport::isSuperuser()) return;
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "needs the superuser";
   actAs(testsupport::kOtherUser);
   ControlClient otherUser;
   EXPECT_EQ(otherUser.arrivalsOf(id).second, refused);
@@ -363,6 +365,34 @@ TEST_F(RouterControl, EachDeviceIsListedWithWhatTheCallerMay) {
             "time");
   EXPECT_EQ(said[ids[2]], "administrator: an administrator has to agree each time");
   EXPECT_EQ(said[ids[3]], "no: not permitted: the login session is not active");
+}
+
+TEST_F(RouterControl, OfAnOrdinaryDeviceTheDeclaredReportsAreAllThereIs) {
+  const std::vector<std::uint64_t> ids = addMice(1);
+  router::ReportIDs declared;
+  declared.set(0);
+  authority_->classification = {router::DeviceClass::Ordinary, "it has buttons", {}};
+  authority_->previews[ids[0]] = {true, {}, declared};
+  startShared();
+  ControlClient control;
+  const auto devices = control.devices();
+  ASSERT_EQ(devices.size(), 1U);
+  EXPECT_EQ(devices[0].permission, router::DevicePermission::Yes);
+  EXPECT_EQ(devices[0].explanation, "you may");
+}
+
+TEST_F(RouterControl, TheRouterDoesNotEndAsLongAsARefusalCounts) {
+  authority_->remembers = true;
+  idleLimit_ = std::chrono::milliseconds(1);
+  startShared();
+  authority_->memories.await(3);
+  pollfd idle{router_->idleDescriptor(), POLLIN, 0};
+  EXPECT_EQ(::poll(&idle, 1, 0), 0);
+  {
+    const std::lock_guard lock(authority_->mutex);
+    authority_->remembers = false;
+  }
+  EXPECT_EQ(::poll(&idle, 1, 30'000), 1);
 }
 
 TEST_F(RouterControl, AnAnswerThatDoesNotComeIsNotAwaitedForEver) {

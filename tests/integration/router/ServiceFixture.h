@@ -80,16 +80,26 @@ class PresetAuthority final : public router::RoutingAuthority,
     return std::make_shared<Caller>(shared_from_this());
   }
   std::optional<router::Classification> classOf(const router::DeviceDescription&) const override {
-    return router::Classification{router::DeviceClass::Sensitive, "it has keys", {2, 5}};
+    return classification;
+  }
+
+  bool hasMemories() override {
+    memories.add("asked");
+    const std::lock_guard lock(mutex);
+    return remembers;
   }
 
   std::mutex mutex;
-  std::map<std::uint64_t, router::RoutingAnswer> previews;  // no answer for the others
-  bool isUndecided = false;                                 // does not answer a start request
+  router::Classification classification{
+      router::DeviceClass::Sensitive, "it has keys", {2, 5}};  // to be set before it runs
+  std::map<std::uint64_t, router::RoutingAnswer> previews;     // no answer for the others
+  bool isUndecided = false;                                    // does not answer a start request
   router::RoutingAnswer start{true, {}, router::allReports()};
   router::RoutingAnswer end{false, "not permitted: nobody may", {}};
   LineLog asked;
   LineLog previewed;
+  bool remembers = false;
+  LineLog memories;
 
  private:
   class Caller final : public router::RoutingCaller {

@@ -71,6 +71,20 @@ TEST_F(Throttle, ForgetsWhatIsLongAgo) {
   EXPECT_TRUE(mayAsk()) << "the first pause again";
 }
 
+TEST_F(Throttle, RemembersANoAndNothingElse) {
+  EXPECT_FALSE(throttle_.remembersAnybody(now_));
+  ASSERT_TRUE(mayAsk());
+  EXPECT_TRUE(throttle_.remembersAnybody(now_)) << "the question is open";
+  answer(Answer::NobodyToAsk);
+  EXPECT_FALSE(throttle_.remembersAnybody(now_));
+  ASSERT_TRUE(mayAsk());
+  answer(Answer::No);
+  now_ += 10min;
+  EXPECT_TRUE(throttle_.remembersAnybody(now_)) << "the next pause would be longer";
+  now_ += 3s;
+  EXPECT_FALSE(throttle_.remembersAnybody(now_));
+}
+
 TEST_F(Throttle, AnOpenQuestionIsNotForgotten) {
   ASSERT_TRUE(mayAsk());
   now_ += 1h;

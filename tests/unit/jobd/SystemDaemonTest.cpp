@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
@@ -43,6 +44,7 @@ namespace fs = std::filesystem;
 
 const std::string kLabel(platform::kSystemJobLabel);
 constexpr std::chrono::milliseconds kLong{600'000};
+constexpr std::chrono::milliseconds kLater{50};  // many times the shortest idle time of these tests
 
 class SystemDaemonTest : public testsupport::SystemRootTest {
  protected:
@@ -53,10 +55,22 @@ class SystemDaemonTest : public testsupport::SystemRootTest {
     thread_ = std::thread([this, idleTime] {
       jobd::EventLoop loop;
       const auto stop = loop.watch(stop_.get(), EPOLLIN, [&] { loop.stop(); });
+      jobd::EventLoop::Token later;
+      const auto asked = loop.watch(askedLater_.get(), EPOLLIN, [&] {
+        eventfd_t count = 0;
+        ::eventfd_read(askedLater_.get(), &count);
+        later = loop.after(kLater, [&] { ::eventfd_write(runsLater_.get(), 1); });
+      });
       const jobd::SystemDaemon daemon(loop, root_, jobd::RootDirectories::openSystem(root_),
                                       FileDescriptor(::dup(listening_.get())), seams(), idleTime);
       loop.run();
     });
+  }
+  /// Whether the daemon has not ended by itself a good while from now, by its own clock.
+  [[nodiscard]] bool runsLater() const {
+    ::eventfd_write(askedLater_.get(), 1);
+    pollfd event{runsLater_.get(), POLLIN, 0};
+    return ::poll(&event, 1, 10'000) == 1;
   }
   void end() {
     ::eventfd_write(stop_.get(), 1);
@@ -113,6 +127,11 @@ class SystemDaemonTest : public testsupport::SystemRootTest {
   }
   ControlReply remove() { return change({Operation::Remove, kLabel}); }
 
+  [[nodiscard]] platform::ControlConnection connection() const {
+    return platform::ControlConnection(
+        FileDescriptor(platform::connectUnixSocket(root_.controlEndpoint().string(), SOCK_STREAM)),
+        std::chrono::seconds(10));
+  }
   [[nodiscard]] std::string blessed() const {
     return testsupport::readFile(root_.path() / "var/lib/wlhid/helpers" / kLabel);
   }
@@ -124,6 +143,8 @@ class SystemDaemonTest : public testsupport::SystemRootTest {
   }
 
   FileDescriptor stop_{::eventfd(0, EFD_CLOEXEC)};
+  FileDescriptor askedLater_{::eventfd(0, EFD_CLOEXEC)};
+  FileDescriptor runsLater_{::eventfd(0, EFD_CLOEXEC)};
   std::thread thread_;
   // Set before serve() and read after end().
   bool hasNoAuthority_ = false;
@@ -355,6 +376,22 @@ TEST_F(SystemDaemonTest, EndsWhenNobodyHasCalledForAWhile) {
   const FileDescriptor waits(
       platform::connectUnixSocket(root_.controlEndpoint().string(), SOCK_STREAM));
   EXPECT_TRUE(waits) << "systemd still listens";
+}
+
+TEST_F(SystemDaemonTest, DoesNotEndAsLongAsARefusalCounts) {
+  denied_ = Right::Remove;
+  auto visitor = std::make_optional(connection());  // else it might end before anybody asks
+  serve(std::chrono::milliseconds(1));
+  const auto refuse = [this] {
+    const auto reply =
+        connection().tryAsk({Operation::Authorize, kLabel, true, ChangePurpose::Remove}, -1);
+    return std::string(reply && !reply->succeeded() ? "refused" : "not refused");
+  };
+  const std::string said =
+      testsupport::isSuperuser() ? testsupport::asUser(testsupport::kOtherUser, refuse) : refuse();
+  EXPECT_EQ(said, "refused");
+  visitor.reset();
+  EXPECT_TRUE(runsLater());
 }
 
 }  // namespace

@@ -167,6 +167,22 @@ TEST_F(QuestionLineTest, ANoIsForgottenInTheEnd) {
   EXPECT_THAT(takeEvents(), ElementsAre("again opens"));
 }
 
+TEST_F(QuestionLineTest, RemembersANoAndNothingElse) {
+  EXPECT_FALSE(line_->remembersAnybody());
+  auto place = enter("asked");
+  EXPECT_TRUE(line_->remembersAnybody()) << "the question is open";
+  place->answered(Answer::Yes);
+  place.reset();
+  EXPECT_FALSE(line_->remembersAnybody());
+  enter("asked")->answered(Answer::NobodyToAsk);
+  EXPECT_FALSE(line_->remembersAnybody());
+  sayNo("asked");
+  now_ += seconds(10 + 59);
+  EXPECT_TRUE(line_->remembersAnybody()) << "the next pause would be longer";
+  now_ += seconds(1);
+  EXPECT_FALSE(line_->remembersAnybody());
+}
+
 TEST_F(QuestionLineTest, TooManyAreRefused) {
   const auto first = enter("first");
   const auto second = enter("second");
