@@ -6,6 +6,7 @@
 
 #include "WLHIDAccess/WLHIDAccess.h"
 #include "platform/foundation/NSBundle.h"
+#include "platform/foundation/PrintableText.h"
 
 using Client = std::shared_ptr<WLHIDEventRouterClient>;
 
@@ -22,7 +23,7 @@ class Printer final : public WLHIDEventRouterClientDelegate {  // called on the 
   }
   void hidEventRouterClient_handleError(const Client&,
                                         const std::shared_ptr<platform::NSError>& error) override {
-    std::cerr << error->description() << std::endl;
+    std::cerr << platform::printableLine(error->description()) << std::endl;
   }
   void hidEventRouterClient_receivedReportData_reportID(
       const Client&, const std::shared_ptr<platform::NSData>& data, std::uint32_t id) override {

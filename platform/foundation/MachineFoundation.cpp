@@ -13,6 +13,7 @@
 
 #include "platform/foundation/FoundationProvider.h"
 #include "platform/foundation/NSBundle.h"
+#include "platform/foundation/PrintableText.h"
 #include "platform/foundation/PropertyListCoding.h"
 #include "platform/foundation/ReadAhead.h"
 #include "platform/foundation/StandardError.h"
@@ -164,7 +165,10 @@ class MachineFoundation final : public FoundationProvider {
 
   std::shared_ptr<NSNotificationCenter> defaultCenter() override { return center_; }
 
-  void log(std::string_view text) override { writeLineToStandardError(text); }
+  void log(std::string_view text) override {
+    constexpr std::size_t kLongestLine = 4000;  // characters
+    writeLineToStandardError(printableLine(text, kLongestLine));
+  }
 
  private:
   const std::shared_ptr<NSNotificationCenter> center_ = NSNotificationCenter::center();

@@ -70,7 +70,7 @@ class JsonLines final : public DeliveryLines {
 
   void appendEnd(std::string& out, const std::string& reason) override {
     const nlohmann::ordered_json line = {{"ended", reason}};
-    out += line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    out += line.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
     out += '\n';
   }
 

@@ -131,6 +131,13 @@ TEST(NSLog, WritesOneWholeLineToStandardError) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "Cannot bless com.example: 5\n");
 }
 
+TEST(NSLog, WritesNothingThatATerminalObeysOrThatLooksLikeAnotherLine) {
+  testing::internal::CaptureStderr();
+  NSLog("No authorization: %s", "\x1b[2J\nrouter: granted\u202e");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "No authorization: \\x1b[2J\\x0arouter: granted\\u202e\n");
+}
+
 TEST(StandardError, KeepsErrno) {
   testing::internal::CaptureStderr();
   errno = EXDEV;

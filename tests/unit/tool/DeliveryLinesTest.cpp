@@ -65,9 +65,13 @@ TEST(JsonDeliveryLines, KeepsNumbersAtTheirEnds) {
 TEST(JsonDeliveryLines, EscapesWhatATerminalWouldObey) {
   const auto lines = jsonDeliveryLines();
   std::string out;
-  lines->appendError(out, *errorSaying("\x1b[2J\x7f\u009b\u202e\u2066\u200b"));
-  EXPECT_NE(out.find("\"\\u001b[2J\\u007f\\u009b\\u202e\\u2066\\u200b\""), std::string::npos)
-      << out;
+  const std::string hostile = "\x1b[2J\x7f\u009b\u202e\u2066\u200b";
+  const std::string escaped = R"("\u001b[2J\u007f\u009b\u202e\u2066\u200b")";
+  lines->appendError(out, *errorSaying(hostile));
+  EXPECT_NE(out.find(escaped), std::string::npos) << out;
+  out.clear();
+  lines->appendEnd(out, hostile);
+  EXPECT_EQ(out, "{\"ended\":" + escaped + "}\n");
 }
 
 TEST(JsonDeliveryLines, EmptyReportsAndArraysAreLinesToo) {
