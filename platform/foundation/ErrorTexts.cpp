@@ -88,6 +88,12 @@ constexpr std::array kTexts{
           "The application and the job daemon do not understand each other: they have different "
           "versions. Stop the daemon and try again."},
     Entry{kServices, 10, "Another program is changing this job. Try again."},
+    Entry{kServices, 11,
+          "The question was dismissed, so nothing was changed. Ask again to continue."},
+    Entry{
+        kServices, 12,
+        "Somebody would have to be asked, and nobody can be: no authentication agent runs in this "
+        "login session. Log in at a desktop, or run this as the superuser."},
 };
 
 /// The system's text, unless it is not UTF-8.

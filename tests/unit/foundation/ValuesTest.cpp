@@ -295,8 +295,10 @@ TEST(NSError, HasWordsForTheCodesOfThisSystem) {
   const std::vector<std::pair<std::string, std::vector<std::int64_t>>> domains{
       {"NSOSStatusErrorDomain", {-60005, -60006, -60007}},
       {"NSCocoaErrorDomain", {4097, 4099, 4101}},
-      {"HIDEventRouterDomain", {-1, -536870208, -536870206, -536870203, -536870198, -536870174}},
-      {"WLServiceManagementErrorDomain", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}},
+      {"HIDEventRouterDomain",
+       {-1, -536870208, -536870206, -536870203, -536870198, -536870187, -536870174, -536870169,
+        -536870165, -536870160}},
+      {"WLServiceManagementErrorDomain", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}},
       {"NSPOSIXErrorDomain", {ENOMEM, EMSGSIZE, ENOBUFS}}};
   for (const auto& [domain, codes] : domains) {
     for (const auto code : codes) {
@@ -347,7 +349,7 @@ TEST(NSError, HasNoWordsForNumbersOfOtherDomains) {
            {NSOSStatusErrorDomain, -60008},
            {"HIDEventRouterDomain", -2},
            {"WLServiceManagementErrorDomain", 0},
-           {"WLServiceManagementErrorDomain", 11}}) {
+           {"WLServiceManagementErrorDomain", 13}}) {
     const auto error = NSError::errorWithDomain_code_userInfo(str(domain), code, nullptr);
     EXPECT_TRUE(error->description().ends_with("\"(null)\"")) << error->description();
   }
