@@ -22,13 +22,38 @@ class ChosenBundle final : public platform::ForwardingFoundationProvider {
   const std::shared_ptr<platform::NSString> directory_;
 };
 
-using Change = void (*)(const std::shared_ptr<platform::NSString>&,
-                        const WLHIDEventRouterClient::CompletionHandler&);
+/// What is asked for and what for, so that a removal needs no more than the right to remove.
+struct Change {
+  void (*method)(const std::shared_ptr<platform::NSString>&,
+                 const WLHIDEventRouterClient::CompletionHandler&);
+  platform::ChangePurpose purpose;
+};
 
-void change(Change method, const std::string& prompt) {
+constexpr Change kInstallation{&WLHIDEventRouterClient::installWithPrompt_completionHandler,
+                               platform::ChangePurpose::Install};
+constexpr Change kRemoval{&WLHIDEventRouterClient::uninstallWithPrompt_completionHandler,
+                          platform::ChangePurpose::Remove};
+
+/// Puts back what the application had chosen for its own requests.
+class ChosenPurpose {
+ public:
+  explicit ChosenPurpose(platform::ChangePurpose purpose)
+      : before_(platform::authorizationPurpose()) {
+    platform::setAuthorizationPurpose(purpose);
+  }
+  ~ChosenPurpose() { platform::setAuthorizationPurpose(before_); }
+  ChosenPurpose(const ChosenPurpose&) = delete;
+  ChosenPurpose& operator=(const ChosenPurpose&) = delete;
+
+ private:
+  const platform::ChangePurpose before_;
+};
+
+void change(const Change& what, const std::string& prompt) {
+  const ChosenPurpose chosen(what.purpose);
   std::shared_ptr<Error> failure;
   const auto words = prompt.empty() ? nullptr : platform::NSString::stringWithUTF8(prompt);
-  method(words, [&](bool success, const std::shared_ptr<platform::NSError>& error) {
+  what.method(words, [&](bool success, const std::shared_ptr<platform::NSError>& error) {
     if (success) return;
     failure = error != nullptr ? std::make_shared<Error>(error)
                                : std::make_shared<Error>(
@@ -39,11 +64,11 @@ void change(Change method, const std::string& prompt) {
   if (failure != nullptr) throw Error(*failure);
 }
 
-void changeElsewhere(Change method, const std::string& prompt, const Executor& executor,
+void changeElsewhere(const Change& what, const std::string& prompt, const Executor& executor,
                      Done done) {
-  executor([method, prompt, done = std::move(done)] {
+  executor([&what, prompt, done = std::move(done)] {
     try {
-      change(method, prompt);
+      change(what, prompt);
     } catch (const Error& error) {
       if (done) done(&error);
       return;
@@ -69,21 +94,19 @@ platform::OSStatus statusOf(Consent consent) {
 }  // namespace
 
 void Router::install(const std::string& prompt) {
-  change(&WLHIDEventRouterClient::installWithPrompt_completionHandler, prompt);
+  change(kInstallation, prompt);
 }
 
 void Router::remove(const std::string& prompt) {
-  change(&WLHIDEventRouterClient::uninstallWithPrompt_completionHandler, prompt);
+  change(kRemoval, prompt);
 }
 
 void Router::install(const std::string& prompt, const Executor& executor, Done done) {
-  changeElsewhere(&WLHIDEventRouterClient::installWithPrompt_completionHandler, prompt, executor,
-                  std::move(done));
+  changeElsewhere(kInstallation, prompt, executor, std::move(done));
 }
 
 void Router::remove(const std::string& prompt, const Executor& executor, Done done) {
-  changeElsewhere(&WLHIDEventRouterClient::uninstallWithPrompt_completionHandler, prompt, executor,
-                  std::move(done));
+  changeElsewhere(kRemoval, prompt, executor, std::move(done));
 }
 
 void Router::useBundle(const std::string& directory) {

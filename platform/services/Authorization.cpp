@@ -110,11 +110,20 @@ std::string ownProgram() {
          std::to_string(::getpid()) + ")";
 }
 
+std::atomic<ChangePurpose>& purposeSlot() {
+  static std::atomic<ChangePurpose> purpose{ChangePurpose::Install};
+  return purpose;
+}
+
+std::string_view purposeText() {
+  return purposeSlot() == ChangePurpose::Remove ? "remove" : "install or replace";
+}
+
 /// The question to the user. The prompt comes from the application and is marked as such; it is put
 /// on one line, so that it cannot look like one of the question's own lines.
 std::string question(std::string_view prompt) {
   std::string text =
-      "A program asks for permission to install, replace or remove a privileged helper.\n";
+      "A program asks for permission to " + std::string(purposeText()) + " a privileged helper.\n";
   text += "  program   " + ownProgram() + "\n";
   text += "  root      " + printableLine(SystemRoot::current().path().string()) + "\n";
   if (prompt != kOwnPrompt) {
@@ -145,11 +154,6 @@ OSStatus askOnTerminal(std::string_view prompt) {
   ::tcflush(terminal.get(), TCIFLUSH);  // input from before the question is not an answer
   if (!writeAll(terminal.get(), question(prompt))) return errAuthorizationInteractionNotAllowed;
   return takeAnswer(terminal.get());
-}
-
-std::atomic<ChangePurpose>& purposeSlot() {
-  static std::atomic<ChangePurpose> purpose{ChangePurpose::Install};
-  return purpose;
 }
 
 OSStatus statusOfRefusal(const ServiceError& error) {
@@ -209,6 +213,10 @@ OSStatus AuthorizationCreate(const AuthorizationRights* rights,
 
 void setAuthorizationPurpose(ChangePurpose purpose) {
   purposeSlot() = purpose;
+}
+
+ChangePurpose authorizationPurpose() {
+  return purposeSlot();
 }
 
 void setAuthorizationAgent(AuthorizationAgent agent) {

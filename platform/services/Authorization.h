@@ -65,6 +65,7 @@ using AuthorizationAgent = std::function<OSStatus(std::string_view prompt)>;
 /// cannot see from the rights: to install (the default; covers one removal too), or only to remove,
 /// for which less may be enough.
 void setAuthorizationPurpose(ChangePurpose purpose);
+[[nodiscard]] ChangePurpose authorizationPurpose();
 
 /// Replaces the agent; null restores the default, which asks on the controlling terminal
 /// ("/dev/tty") and returns −60007 if there is none. On the system's own root the job daemon

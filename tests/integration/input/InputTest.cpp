@@ -4,6 +4,7 @@
 
 #include "InputFixture.h"
 #include "WLHIDAccess/WLHIDEventRouterClient.h"
+#include "platform/services/Authorization.h"
 
 namespace {
 
@@ -236,6 +237,19 @@ TEST_F(InputTest, ARefusedConsentInstallsNothing) {
   }
   lines_.await("asked: Pen Studio needs it.");
   EXPECT_EQ(wlhid::Router::presence().state, wlhid::PresenceState::NotInstalled);
+}
+
+TEST_F(InputTest, ARemovalAsksForNoMoreThanARemoval) {
+  std::vector<platform::ChangePurpose> purposes;
+  wlhid::Router::setConsentAgent([&](const std::string&) {
+    purposes.push_back(platform::authorizationPurpose());
+    return wlhid::Consent::Given;
+  });
+  wlhid::Router::install("to test");
+  wlhid::Router::remove("to test");
+  EXPECT_THAT(purposes, testing::ElementsAre(platform::ChangePurpose::Install,
+                                             platform::ChangePurpose::Remove));
+  EXPECT_EQ(platform::authorizationPurpose(), platform::ChangePurpose::Install) << "as before";
 }
 
 TEST_F(InputTest, InstallsAndRemovesOnAThreadOfTheCallersChoice) {

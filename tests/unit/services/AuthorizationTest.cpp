@@ -225,12 +225,20 @@ TEST_F(AuthorizationTest, TerminalNamesWhoAsksForWhatAndWhere) {
   EXPECT_EQ(run.status, 10);
   EXPECT_THAT(
       run.screen,
-      testing::StartsWith("A program asks for permission to install, replace or remove a "
-                          "privileged helper.\r\n  program   " +
+      testing::StartsWith("A program asks for permission to install or replace a privileged "
+                          "helper.\r\n  program   " +
                           std::filesystem::read_symlink("/proc/self/exe").string() + " (process "));
   EXPECT_THAT(run.screen, testing::HasSubstr("\r\n  root      /nowhere/of/a/user\r\n"));
   EXPECT_THAT(run.screen, testing::HasSubstr("\r\n  it says   May it?\r\n"));
   EXPECT_THAT(run.screen, testing::HasSubstr("Allow it? y: yes, n or Enter: no, c: cancel > "));
+}
+
+TEST_F(AuthorizationTest, TerminalSaysThatARemovalIsOne) {
+  setAuthorizationPurpose(ChangePurpose::Remove);
+  const TerminalRun run = runOnTerminal({"n\n"});
+  setAuthorizationPurpose(ChangePurpose::Install);
+  EXPECT_THAT(run.screen, testing::StartsWith(
+                              "A program asks for permission to remove a privileged helper.\r\n"));
 }
 
 TEST_F(AuthorizationTest, TerminalTakesTheAnswer) {
