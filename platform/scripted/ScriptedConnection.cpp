@@ -11,6 +11,14 @@
 namespace platform {
 namespace {
 
+/// 0, or why the real layer could not send `values`.
+int encode(xpc::WireWriter& writer, const XPCValues& values) try {
+  xpc::encodeValues(writer, values);
+  return 0;
+} catch (const xpc::EncodingError& error) {
+  return error.code();
+}
+
 /// Whether the real layer would let `values` through: encodes them as it does and decodes them with
 /// the classes that `interface` admits.
 bool areAdmitted(const std::shared_ptr<NSXPCInterface>& interface, std::size_t method, bool ofReply,
@@ -18,11 +26,7 @@ bool areAdmitted(const std::shared_ptr<NSXPCInterface>& interface, std::size_t m
   const xpc::InterfaceTable table(interface);
   const xpc::MethodRules& rules = table.methods().at(method);
   xpc::WireWriter writer;
-  try {
-    xpc::encodeValues(writer, values);
-  } catch (const xpc::EncodingError&) {
-    return false;
-  }
+  if (encode(writer, values) != 0) return false;
   xpc::WireReader reader(writer.bytes());
   XPCValues read;
   const auto result = xpc::decodeValues(reader, ofReply ? rules.reply : rules.arguments, read);
@@ -184,9 +188,16 @@ void ScriptedConnection::send(const XPCProtocol& protocol, std::size_t method,
                               const std::shared_ptr<XPCErrorHandler>& error) {
   const XPCMethod& sent = protocol.methods[method];
   recordMessage(*trace_, number_, sent.selector, describeValues(arguments));
+  xpc::WireWriter writer;
+  const int problem = encode(writer, arguments);
   const std::lock_guard lock(mutex_);
   if (discarded_) return;
-  if (sent.hasReply) {
+  if (problem != 0) {
+    unsent_.push_back(
+        {error, NSError::errorWithDomain_code_userInfo(str(NSPOSIXErrorDomain), problem, nullptr)});
+  } else if (over_ && !sent.hasReply) {
+    unsent_.push_back({error, cocoaError(NSXPCConnectionInvalid)});
+  } else if (sent.hasReply) {
     pending_.push_back({method, std::move(reply), error});
   } else {
     lastOneWayError_ = error;
@@ -259,6 +270,18 @@ void ScriptedConnection::deliverError(const std::shared_ptr<NSError>& error) {
   if (*request.error) (*request.error)(error);
 }
 
+bool ScriptedConnection::deliverSendError() {
+  UnsentMessage unsent;
+  {
+    const std::lock_guard lock(mutex_);
+    if (unsent_.empty()) return false;
+    unsent = std::move(unsent_.front());
+    unsent_.pop_front();
+  }
+  if (*unsent.error) (*unsent.error)(unsent.reason);
+  return true;
+}
+
 void ScriptedConnection::deliverOneWayError(const std::shared_ptr<NSError>& error) {
   std::shared_ptr<XPCErrorHandler> handler;
   {
@@ -310,6 +333,7 @@ void ScriptedConnection::discard() {
   std::function<void()> interruption;
   std::function<void()> invalidation;
   std::deque<Request> requests;
+  std::deque<UnsentMessage> unsent;
   std::shared_ptr<XPCErrorHandler> oneWayError;
   const std::lock_guard lock(mutex_);
   over_ = true;
@@ -318,6 +342,7 @@ void ScriptedConnection::discard() {
   interruption.swap(interruptionHandler_);
   invalidation.swap(invalidationHandler_);
   requests.swap(pending_);
+  unsent.swap(unsent_);
   oneWayError.swap(lastOneWayError_);
 }
 

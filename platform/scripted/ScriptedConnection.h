@@ -10,7 +10,8 @@
 // What a real connection does not let through, this one does not either: nothing is delivered
 // before resume, or after invalidate or the connection's release. An argument of a class that the
 // interface does not admit drops its message, or turns its reply into an error (4101). Timing::Late
-// tests an event that a queue started just before that point.
+// tests an event that a queue started just before that point. A message whose arguments cannot be
+// encoded, or that comes after the end, is not sent: deliverSendError() says so to its sender.
 //
 // Threading: any thread; the deliver… functions act as the queue, so only one at a time. No lock is
 //   held while they call out.
@@ -70,6 +71,10 @@ class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnectio
   bool deliverReply(const std::shared_ptr<NSError>& error, Timing timing = Timing::InOrder);
   /// Makes the oldest pending request fail.
   void deliverError(const std::shared_ptr<NSError>& error);
+  /// Makes the oldest message that could not be sent fail: EINVAL or EMSGSIZE if its arguments
+  /// cannot be encoded, 4099 if it has no reply and the connection had ended. False if there is
+  /// none.
+  bool deliverSendError();
   /// Runs the error handler of the last one-way message.
   void deliverOneWayError(const std::shared_ptr<NSError>& error);
   /// Sends a message from the peer. False if it did not reach the exported object.
@@ -94,6 +99,11 @@ class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnectio
     std::size_t method = 0;
     XPCReplyHandler reply;
     std::shared_ptr<XPCErrorHandler> error;
+  };
+
+  struct UnsentMessage {
+    std::shared_ptr<XPCErrorHandler> error;
+    std::shared_ptr<NSError> reason;
   };
 
   void record(std::string name, std::vector<std::string> arguments = {});
@@ -125,6 +135,7 @@ class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnectio
   std::function<void()> invalidationHandler_;
   xpc::ResumedConnection entry_;
   std::deque<Request> pending_;
+  std::deque<UnsentMessage> unsent_;
   std::shared_ptr<XPCErrorHandler> lastOneWayError_;
   bool resumed_ = false;
   bool invalidated_ = false;

@@ -242,6 +242,33 @@ TEST_P(ConnectionContract, ARequestOnAnInvalidConnectionIsAnError) {
   expectEvents({"invalidation", "error 4099"});
 }
 
+TEST_P(ConnectionContract, AOneWayMessageOnAnInvalidConnectionIsAnError) {
+  const auto connection = makeLive();
+  connection->invalidate();
+  layer_->settle();
+  EXPECT_TRUE(events_.waitFor("invalidation"));
+  proxy(*connection)->stopRoutingService();
+  layer_->settle();
+  expectEvents({"invalidation", "error 4099"});
+}
+
+TEST_P(ConnectionContract, WhatCannotBeEncodedIsAnErrorAndTheConnectionLives) {
+  const auto connection = makeLive();
+  const auto array = NSMutableArray::array();
+  array->addObject(array);
+  proxy(*connection)
+      ->startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
+          1, 0, NSDictionary::dictionaryWithEntries({{str("itself"), array}}), nullptr,
+          [this](const std::shared_ptr<NSError>&) { events_.record("reply"); });
+  layer_->settle();
+  EXPECT_TRUE(events_.waitFor("error " + std::to_string(EINVAL)));
+  array->removeObjectAtIndex(0);
+  request(*connection);
+  EXPECT_TRUE(layer_->waitForRequest());
+  layer_->peerReplies(nullptr);
+  expectEvents({"error " + std::to_string(EINVAL), "reply (null)"});
+}
+
 TEST_P(ConnectionContract, WithoutAFittingRemoteInterfaceThereIsNoProxy) {
   const auto connection = layer_->makeConnection();
   EXPECT_EQ(connection->remoteObjectProxyWithErrorHandler<WLHIDEventRouterProtocol>(nullptr),

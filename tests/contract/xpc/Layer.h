@@ -35,8 +35,8 @@ class Layer {
   /// On all connections.
   virtual void peerSaysFarewell() = 0;
   virtual void peerCrashes() = 0;
-  /// Runs what the code under test has started itself: an invalidation, or the release of a
-  /// connection.
+  /// Runs what the code under test has started itself: an invalidation, the release of a
+  /// connection, or a message that cannot be sent.
   virtual void settle() = 0;
 };
 

@@ -87,6 +87,10 @@ class ScriptedLayer final : public Layer {
   void settle() override {
     for (std::size_t number = 1; number <= platform_.connectionCount(); ++number) {
       const auto script = platform_.connection(number);
+      queue_.post([script] {
+        while (script->deliverSendError()) {
+        }
+      });
       if (script->isInvalidated() || !script->isHeld())
         queue_.post([script] { script->deliverInvalidation(); });
     }
