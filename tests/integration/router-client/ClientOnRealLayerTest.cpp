@@ -144,11 +144,25 @@ TEST_F(ClientOnRealLayer, ElementValuesArriveEqual) {
   EXPECT_EQ(&delegate_->lastElementValues->isa(), &NSMutableArray::classObject());
 }
 
+TEST_F(ClientOnRealLayer, ADictionaryOfAnySizeAndWithAnyKeysReachesTheRouterUnchanged) {
+  std::vector<NSDictionary::Entry> entries{
+      {NSArray::arrayWithObjects({str("an"), str("array")}), str("as a key")}};
+  for (std::uint64_t number = 0; number < 5000; ++number)
+    entries.emplace_back(NSNumber::numberWithUnsignedLongLong(number), str("tag"));
+  tags_ = NSDictionary::dictionaryWithEntries(std::move(entries));
+  makeRoutingClient();
+  EXPECT_EQ(answers().tags()->count(), 5001U);
+  EXPECT_TRUE(answers().tags()->isEqual(tags_));
+}
+
 TEST_F(ClientOnRealLayer, AnArrayWithAnotherClassInItNeverArrivesAndTheConnectionLives) {
   makeRoutingClient();
   const auto session = onlySession();
   session->client->receivedElementValues(
       NSMutableArray::arrayWithObjects({str("no element value")}));
+  const auto value = KQHIDDeviceElementValue::elementValue({});
+  session->client->receivedElementValues(
+      NSMutableArray::arrayWithObjects({NSMutableArray::arrayWithObjects({value}), value}));
   session->client->receivedData_forReportID(bytes({1}), 1);
   ASSERT_TRUE(trace().waitFor("delegate receivedReportData {length = 1, bytes = 0x01} 1"));
   EXPECT_EQ(delegate_->lastElementValues, nullptr);

@@ -71,9 +71,8 @@ class RealLayerTest : public ::testing::Test {
   const std::shared_ptr<platform::XPCProvider> realConnections_ = platform::xpcProvider().load();
   platform::ScriptedPlatform platform_;
   RouterHarness harness_;
-  const std::shared_ptr<platform::NSDictionary> tags_ =
-      platform::NSDictionary::dictionaryWithEntries(
-          {{platform::NSNumber::numberWithUnsignedLongLong(65536), platform::str("tag")}});
+  std::shared_ptr<platform::NSDictionary> tags_ = platform::NSDictionary::dictionaryWithEntries(
+      {{platform::NSNumber::numberWithUnsignedLongLong(65536), platform::str("tag")}});
   std::shared_ptr<WLHIDEventRouterClient> client_;
   std::shared_ptr<RecordingDelegate> delegate_;
   std::thread::id queue_;

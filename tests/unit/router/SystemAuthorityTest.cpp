@@ -44,6 +44,8 @@ TEST_F(SystemAuthorityTest, PolkitLearnsWhatTheRouterKnows) {
   EXPECT_EQ(question.details.at("product"), "002f");
   EXPECT_EQ(question.details.at("class"), "sensitive");
   EXPECT_EQ(question.details.at("name"), "Pen \"x\" $(y)");
+  EXPECT_EQ(question.details.at("program"),
+            std::filesystem::read_symlink("/proc/self/exe").string());
   EXPECT_FALSE(question.mayAskPerson);
   EXPECT_THAT(question.message, testing::StartsWith("The program “"));
   EXPECT_THAT(question.message, HasSubstr("wants to receive the input of the device “Pen"));

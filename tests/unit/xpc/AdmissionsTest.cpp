@@ -49,6 +49,18 @@ class AdmissionsTest : public ::testing::Test {
   std::string refusal_;
 };
 
+/// Each is a promise: to honest clients, that they are not refused, and to the machine, that no
+/// client takes more.
+TEST(Admissions, DefaultLimits) {
+  const NSXPCListenerLimits limits;
+  EXPECT_EQ(limits.helloWithin, std::chrono::seconds(5));
+  EXPECT_EQ(limits.withoutHelloOfUser, 32U);
+  EXPECT_EQ(limits.connectionsOfUser, 192U);
+  EXPECT_EQ(limits.connections, 256U);
+  EXPECT_EQ(limits.unsentBytesOfUser, 32U << 20);
+  EXPECT_EQ(limits.unsentBytes, 128U << 20);
+}
+
 }  // namespace
 
 TEST_F(AdmissionsTest, OfSilentConnectionsTheSameUsersOldestGoes) {
