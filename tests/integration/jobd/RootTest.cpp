@@ -96,14 +96,14 @@ TEST_F(Root, TheDaemonsOwnReasonReachesTheApplication) {
 }
 
 TEST_F(Root, ARootOfSomebodyElseIsNotServed) {
-  if (::geteuid() != 0) return;  // only the superuser can give a directory away
+  if (::geteuid() != 0) GTEST_SKIP() << "only the superuser can give a directory away";
   fs::create_directories(root.path());
   ASSERT_EQ(::chown(root.path().c_str(), 12345, 12345), 0);
   EXPECT_THAT(refusal().what(), HasSubstr("belongs to user 12345, and this is root"));
 }
 
 TEST_F(Root, ASuperusersRootInAUsersHomeIsRefusedBeforeAnythingIsMade) {
-  if (::geteuid() != 0) return;  // applies to the superuser only
+  if (::geteuid() != 0) GTEST_SKIP() << "applies to the superuser only";
   const fs::path home = temporary.path() / "home";
   fs::create_directories(home);
   ASSERT_EQ(::chown(home.c_str(), 12345, 12345), 0);
@@ -176,7 +176,7 @@ TEST_F(Root, AServicesEndpointIsForItsOwnerAlone) {
     EXPECT_EQ(status.st_mode & 07777U, 0600U) << endpoint;
     EXPECT_EQ(status.st_uid, ::geteuid()) << endpoint;
   }
-  if (!testsupport::isSuperuser()) return;  // only the superuser can act as another user
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "only the superuser can act as another user";
   ::chmod(temporary.path().c_str(), 0755);
   EXPECT_EQ(testsupport::asUser(testsupport::kOtherUser,
                                 [&] {
@@ -349,7 +349,7 @@ TEST_F(Root, StagingFilesOfACrashAreCleared) {
 }
 
 TEST_F(Root, AnEndpointOfSomebodyElseIsRefused) {
-  if (::geteuid() != 0) return;  // only the superuser can act as two users
+  if (::geteuid() != 0) GTEST_SKIP() << "only the superuser can act as two users";
   fs::create_directories(root.path() / "var/run");
   ::chmod(temporary.path().c_str(), 0755);
   ::chmod((root.path() / "var/run").c_str(), 0777);

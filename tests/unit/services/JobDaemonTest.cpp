@@ -106,7 +106,7 @@ pid_t listenAsAnotherUser(const std::filesystem::path& path) {
 }
 
 TEST(JobDaemon, OfAnotherUserIsNotAsked) {
-  if (!testsupport::isSuperuser()) return;  // only the superuser can become another user
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "only the superuser can become another user";
   const testsupport::TemporaryDirectory temporary;
   const platform::SystemRoot root(temporary.path() / "root");
   std::filesystem::create_directories(root.controlEndpoint().parent_path());

@@ -129,7 +129,7 @@ TEST_F(RootDirectory, OfAnotherUserIsRefusedAndWhoseItIsIsSaid) {
 }
 
 TEST_F(RootDirectory, BelowADirectoryOfAnotherUserIsRefusedAndNothingIsMade) {
-  if (!testsupport::isSuperuser()) return;  // an ordinary user can have no directory there
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "needs the superuser";
   const fs::path home = made("home");
   ASSERT_EQ(::chown(home.c_str(), testsupport::kOtherUser, testsupport::kOtherUser), 0);
   const fs::path root = home / ".local/state/wlhid/root";
@@ -141,7 +141,7 @@ TEST_F(RootDirectory, BelowADirectoryOfAnotherUserIsRefusedAndNothingIsMade) {
 }
 
 TEST_F(RootDirectory, OfTheSuperuserIsUsedByAllAndKeptByNobodyElse) {
-  if (!testsupport::isSuperuser()) return;  // see OfAnotherUserIsRefusedAndWhoseItIsIsSaid
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "needs the superuser";
   const fs::path root = made("root");
   using testsupport::asUser;
   EXPECT_EQ(asUser(testsupport::kOtherUser, [&] { return used(root); }), "opened");
@@ -174,7 +174,7 @@ TEST_F(RootDirectory, ThatWasReachedBeforeIsWalkedToAgainWhenAnotherIsInItsPlace
 }
 
 TEST_F(RootDirectory, ThatWasReachedByOneUserIsWalkedToAgainByAnother) {
-  if (!testsupport::isSuperuser()) return;  // see OfAnotherUserIsRefusedAndWhoseItIsIsSaid
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "needs the superuser";
   const fs::path way = made("way");
   const fs::path root = made("way/root");
   ASSERT_EQ(used(root), "opened");
@@ -216,7 +216,7 @@ TEST_F(RootDirectory, ThatWasReachedBeforeIsNotWalkedToAgain) {
 }
 
 TEST_F(RootDirectory, ThatWasReachedBeforeAndBelongsToAnotherNowIsRefused) {
-  if (!testsupport::isSuperuser()) return;  // only the superuser can give a directory away
+  if (!testsupport::isSuperuser()) GTEST_SKIP() << "only the superuser can give a directory away";
   const fs::path root = made("root");
   ASSERT_EQ(used(root), "opened");
   ASSERT_EQ(::chown(root.c_str(), testsupport::kOtherUser, testsupport::kOtherUser), 0);
