@@ -71,7 +71,8 @@ void checkIsOwn(int directory, const std::string& name);
 /// The same, but throws if it cannot be read. `name` is for the message.
 [[nodiscard]] std::vector<std::string> namesInOrThrow(int directory, const std::string& name);
 
-/// Whether the user's files may be trusted: true for the effective user and the superuser.
+/// Whether the user's files may be trusted: true for the effective user and the superuser, and in a
+/// sandbox for everybody outside (see UserNamespace.h), whose files its builder has put there.
 [[nodiscard]] bool isTrustedUser(uid_t user);
 
 }  // namespace platform

@@ -45,10 +45,23 @@ bool isTheSystems(const struct stat& status) {
          status.st_ino == system.st_ino;
 }
 
-/// Whether the package of the router is installed, for all users.
-bool isInstalledForAll(const fs::path& system) {
+/// In a sandbox the router's endpoints may be all that there is of it.
+bool hasEndpointOfRouter(const fs::path& directory) {
   std::error_code unknown;
-  return fs::is_directory(system / placesOfTheSystem().layers.back().jobs, unknown);
+  const fs::directory_iterator entries(directory, unknown);
+  return std::any_of(begin(entries), end(entries), [](const fs::directory_entry& entry) {
+    std::error_code ignored;
+    return entry.path().filename().string().starts_with(kSystemJobLabel) &&
+           entry.is_socket(ignored);
+  });
+}
+
+/// Whether the router is there for all users.
+bool isInstalledForAll(const fs::path& system) {
+  const SystemPlaces& places = placesOfTheSystem();
+  std::error_code unknown;
+  return fs::is_directory(system / places.layers.back().jobs, unknown) ||
+         hasEndpointOfRouter(system / places.run);
 }
 
 /// The absolute path in an environment variable. Relative paths are ignored, as the XDG base

@@ -4,9 +4,12 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 #include <string>
 
+#include "platform/services/FileDescriptor.h"
+#include "platform/services/UnixSocket.h"
 #include "tests/support/ScopedVariable.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -78,6 +81,26 @@ TEST(SystemRoot, IsTheSystemsOwnByDefaultIfTheRouterIsInstalledThere) {
   EXPECT_EQ(SystemRoot::current().path(), "/chosen");
   SystemRoot::setSystemForTests({});
   EXPECT_FALSE(SystemRoot(system.path()).isSystem());
+}
+
+TEST(SystemRoot, IsTheSystemsOwnByDefaultIfASandboxHasOnlyTheRoutersEndpoint) {
+  SystemRoot::resetCurrent();
+  const testsupport::TemporaryDirectory system;
+  SystemRoot::setSystemForTests(system.path());
+  const Variable root("WLHID_ROOT", nullptr);
+  const Variable state("XDG_STATE_HOME", "/state");
+  const std::filesystem::path run = system.path() / "run/wlhid";
+  std::filesystem::create_directories(run);
+  const auto listenAt = [&](const char* name) {
+    return platform::listenUnixSocketAt(platform::FileDescriptor(::open(run.c_str(), O_PATH)).get(),
+                                        name, SOCK_STREAM, 1, 0600);
+  };
+  const auto daemons = listenAt("jobd.sock");
+  testsupport::writeFile(run / "com.quillmar.hideventrouter.txt", "no endpoint");
+  EXPECT_EQ(SystemRoot::current().path(), "/state/wlhid/root");
+  const auto routers = listenAt("com.quillmar.hideventrouter.devices.sock");
+  EXPECT_EQ(SystemRoot::current().path(), system.path());
+  SystemRoot::setSystemForTests({});
 }
 
 TEST(SystemRoot, LabelsAreFileNames) {
