@@ -4,7 +4,7 @@
 #
 # Gives the program of the target PROGRAM a bundle: the router, and the daemon that installs it for a user's root, in Contents/
 # beside the program, where the library looks for them. With DESTINATION, they are also installed in DIRECTORY/Contents/; it is
-# where PROGRAM is installed.
+# where PROGRAM is installed. For a program in NAME.app/Contents/MacOS/ it is NAME.app/Contents/ instead.
 cmake_minimum_required(VERSION 3.25)
 
 function(wlhid_add_helper_bundle)
@@ -21,7 +21,12 @@ function(wlhid_add_helper_bundle)
     message(FATAL_ERROR "wlhid_add_helper_bundle: there is no router at ${router}, or no ${daemon}; install the router "
                         "(on Debian: the package wlhid-router), or build it")
   endif()
-  set(contents "$<TARGET_FILE_DIR:${A_TARGET}>/Contents")
+  set(folder "$<TARGET_FILE_DIR:${A_TARGET}>")
+  set(above "$<PATH:GET_PARENT_PATH,${folder}>")
+  string(CONCAT is_in_application "$<AND:$<STREQUAL:$<PATH:GET_FILENAME,${folder}>,MacOS>,"
+         "$<STREQUAL:$<PATH:GET_FILENAME,${above}>,Contents>,"
+         "$<STREQUAL:$<PATH:GET_EXTENSION,LAST_ONLY,$<PATH:GET_PARENT_PATH,${above}>>,.app>>")
+  set(contents "$<IF:${is_in_application},${above},${folder}/Contents>")
   add_custom_target(${A_TARGET}_helper_bundle
     COMMAND "${CMAKE_COMMAND}" -E make_directory "${contents}/Library/LaunchServices" "${contents}/Helpers"
     COMMAND "${CMAKE_COMMAND}" -E copy_if_different "${router}" "${contents}/Library/LaunchServices"
@@ -29,7 +34,8 @@ function(wlhid_add_helper_bundle)
     DEPENDS ${built_by} COMMENT "Putting the router into the bundle of ${A_TARGET}" VERBATIM)
   add_dependencies(${A_TARGET} ${A_TARGET}_helper_bundle)
   if(A_DESTINATION)
-    install(FILES "${router}" DESTINATION "${A_DESTINATION}/Contents/Library/LaunchServices")
-    install(PROGRAMS "${daemon}" DESTINATION "${A_DESTINATION}/Contents/Helpers")
+    string(REGEX REPLACE "(\\.app)/Contents/MacOS/?$" "\\1" bundle "${A_DESTINATION}")
+    install(FILES "${router}" DESTINATION "${bundle}/Contents/Library/LaunchServices")
+    install(PROGRAMS "${daemon}" DESTINATION "${bundle}/Contents/Helpers")
   endif()
 endfunction()

@@ -106,6 +106,14 @@ TEST_F(ConsumersTest, InstallTheBundleBesideTheirProgram) {
   EXPECT_EQ(::access((contents / "Helpers/wlhid-jobd").c_str(), X_OK), 0);
 }
 
+TEST_F(ConsumersTest, FindTheBundleOfAnApplicationsFolder) {
+  const fs::path package = project("package");
+  configureAndBuild(package, {"-DWLHIDAccess_DIR=" + builtPath("").string()});
+  expectSuccess({"cmake", "--install", package / "build", "--prefix", package / "installed"});
+  fs::remove_all(package / "build/Pen.app");
+  expectInstallsItsRouter(package / "installed/Pen.app/Contents/MacOS/pen");
+}
+
 TEST_F(ConsumersTest, FindThePackageOfABuildTree) {
   const fs::path package = project("package");
   configureAndBuild(package, {"-DWLHIDAccess_DIR=" + builtPath("").string()});
@@ -123,11 +131,14 @@ TEST_F(ConsumersTest, BuildTheLibraryThemselves) {
   expectRuns(consumer / "build/c", kSaidInC);
   EXPECT_FALSE(fs::exists(consumer / "build/wlhidaccess/Contents")) << "nobody asked for a router";
 
+  EXPECT_EQ(run({consumer / "build/tested"}, environment()).status, 0);
+
   // In the same directory, so that what has been compiled is not compiled again.
-  settings.emplace_back("-DFETCH=ON");
+  settings.insert(settings.end(), {"-DFETCH=ON", "-DWLHID_ROUTER=ON"});
   fs::remove(consumer / "build/shared");
   configureAndBuild(consumer, settings);
   expectRuns(consumer / "build/shared");
+  expectInstallsItsRouter(consumer / "build/static");
 }
 
 TEST_F(ConsumersTest, UseMakeAndPkgConfig) {
