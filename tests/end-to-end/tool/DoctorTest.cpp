@@ -184,6 +184,7 @@ TEST_F(DoctorTest, WithAJobThatNamesAnotherProgramThanIsRun) {
   EXPECT_EQ(status.status, 1);
   EXPECT_NE(status.out.find("it names the program " + copy.string()), std::string::npos)
       << status.out;
+  expectAdviceHelps("job");
 }
 
 TEST_F(DoctorTest, WithALogThatCannotBeRead) {

@@ -41,11 +41,11 @@ purge_packages() {
 # --- Decisions of an administrator, and questions to one
 
 # By a rule, which is in force when this returns.
-decide() { # decide ACTION USER yes|no
+decide() { # decide ACTION USER yes|no [CONDITION]: an expression of a polkit rule
   local file="/etc/polkit-1/rules.d/10-$1-$2.rules"
   cat >"$file.new" <<RULE
 polkit.addRule(function(action, subject) {
-  if (action.id == "$ACTION.$1" && subject.user == "$2") return polkit.Result.${3^^};
+  if (action.id == "$ACTION.$1" && subject.user == "$2" && (${4:-true})) return polkit.Result.${3^^};
 });
 RULE
   change_rules mv "$file.new" "$file"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Locks a login session as a screen locker does, and says when: starting a shell's tools would take
-// longer than what is to be measured.
+// Takes somebody away from a login session, as a screen locker, a switch or a logout does, and says
+// when: starting a shell's tools would take longer than what is to be measured.
 #include <systemd/sd-bus.h>
 #include <time.h>
 
@@ -18,10 +18,10 @@ namespace vm {
 namespace {
 
 constexpr std::string_view kUsage =
-    "usage: lock-session SESSION\n"
-    "Tells logind that a session is locked, and prints \"SECONDS\": when it was told, by the "
-    "clock\n"
-    "of node-reader.\n";
+    "usage: leave-session SESSION lock|switch OTHER|end\n"
+    "Tells logind that a session is locked, that another one comes to the front, or to end it, "
+    "and\n"
+    "prints \"SECONDS\": when it was told, by the clock of node-reader.\n";
 
 struct Closing {
   void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
@@ -41,24 +41,49 @@ std::string now() {
   return text.data();
 }
 
+using Text = std::unique_ptr<char, decltype(&std::free)>;
+
+Text pathOf(const std::string& session) {
+  char* encoded = nullptr;
+  check(sd_bus_path_encode("/org/freedesktop/login1/session", session.c_str(), &encoded),
+        "the session's path");
+  return {encoded, &std::free};
+}
+
+/// A method of one of logind's sessions; its one argument, if it has one, is true.
+struct Call {
+  std::string session;
+  const char* method;
+  bool hasFlag = false;
+};
+
+Call callFor(const std::vector<std::string>& arguments) {
+  const std::size_t count = arguments.size();
+  if (count == 2 && arguments[1] == "lock") return {arguments[0], "SetLockedHint", true};
+  if (count == 2 && arguments[1] == "end") return {arguments[0], "Terminate"};
+  if (count == 3 && arguments[1] == "switch") return {arguments[2], "Activate"};
+  throw UsageError();
+}
+
+void send(sd_bus* bus, const Call& call) {
+  const Text path = pathOf(call.session);
+  check(sd_bus_call_method(bus, "org.freedesktop.login1", path.get(),
+                           "org.freedesktop.login1.Session", call.method, nullptr, nullptr,
+                           call.hasFlag ? "b" : "", 1),
+        call.method);
+}
+
 void serve(const std::vector<std::string>& arguments) {
-  if (arguments.size() != 1) throw UsageError();
+  const Call call = callFor(arguments);
   sd_bus* opened = nullptr;
   check(sd_bus_open_system(&opened), "the system bus");
   const std::unique_ptr<sd_bus, Closing> bus(opened);
-  char* encoded = nullptr;
-  check(sd_bus_path_encode("/org/freedesktop/login1/session", arguments[0].c_str(), &encoded),
-        "the session's path");
-  const std::unique_ptr<char, Closing> path(encoded);
   // The connection is ready only after an answer.
   check(sd_bus_call_method(bus.get(), "org.freedesktop.login1", "/org/freedesktop/login1",
                            "org.freedesktop.DBus.Peer", "Ping", nullptr, nullptr, ""),
         "logind");
   const std::string before = now();
-  check(sd_bus_call_method(bus.get(), "org.freedesktop.login1", path.get(),
-                           "org.freedesktop.login1.Session", "SetLockedHint", nullptr, nullptr, "b",
-                           1),
-        "SetLockedHint");
+  send(bus.get(), call);
   say(before);
 }
 

@@ -13,6 +13,8 @@ wait_for 30 "what was typed" has_routed route 2
 stop_routing route
 expect_equal "owner, group and mode of the log" "wlhid-router adm 640" "$(stat -c '%U %G %a' /var/log/system.log)"
 expect "the router's lines" grep -q "$LABEL" /var/log/system.log
+expect "the router's lines by the command" grep -q "$LABEL" <(wlhid log)
+expect_failure "the log for somebody who may not read it" in_session "$session" wlhid log
 expect_failure "what was typed, in the log" grep -q 0000040000000000 /var/log/system.log
 expect_failure "what was typed, in the journal" grep -q 0000040000000000 <(journalctl -q --no-pager -o export)
 

@@ -4,6 +4,8 @@
 source /vm/lib.sh
 source /vm/product.sh
 
+has_answered() { [[ $(grep -E '^[0-9]+ (status [34]|error)' "$(output crowd)" | cut -d ' ' -f 1 | sort -u | wc -l) -ge $1 ]]; }
+
 have_packages
 start_device device /vm/descriptors/numbered.hid
 active_session bob 2
@@ -12,7 +14,7 @@ id="$(device_id 'Numbered Device')"
 # shellcheck disable=SC2016  # the variable is the inner shell's
 start crowd in_session "$session" bash -c 'ulimit -n 4096; exec delegate-probe "$1" 1000' crowd "$id"
 tell crowd start
-wait_until_says crowd '^[0-9]+ (status [34]|error)' 120
+wait_for 240 "two hundred answers" has_answered 200 # more than one user's share
 
 mark "alice comes"
 active_session alice 1
