@@ -105,8 +105,7 @@ class DeliveryAllocations : public RealLayerTest {
 
 TEST_F(DeliveryAllocations, AReportIsOneAllocation) {
   const auto report = NSData::dataWithBytes(bytes_);
-  for (std::size_t i = 0; i < kMessages; ++i)
-    session().client->receivedData_forReportID(report, 1);
+  for (std::size_t i = 0; i < kMessages; ++i) session().client->receivedData_forReportID(report, 1);
   EXPECT_EQ(counting_->allocationsOfAllButTheFirst(), kMessages - 1);
 }
 
