@@ -15,6 +15,7 @@
 #include <string>
 
 #include "bench/Bench.h"
+#include "bench/DeviceRouter.h"
 #include "bench/Roles.h"
 #include "bench/Router.h"
 
@@ -85,6 +86,8 @@ void measure(const Options& options, bench::Report& report) {
 
 int main(int argc, char** argv) {
   if (argc == 2 && std::strcmp(argv[1], "--role=router") == 0) return bench::runRouterRole();
+  if (argc == 3 && std::strcmp(argv[1], "--role=device-router") == 0)
+    return bench::runDeviceRouterRole(argv[2]);
   if (argc == 3 && std::strcmp(argv[1], "--role=clients") == 0)
     return bench::runClientsRole(argv[2]);
   if (argc == 3 && std::strcmp(argv[1], "--role=recordings") == 0)
