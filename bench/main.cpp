@@ -2,10 +2,10 @@
 
 // wlhid-bench: measures the project against bare baselines of the same run and prints a table.
 //
-//   wlhid-bench [--only PREFIX] [--json FILE]
+//   wlhid-bench [--only PREFIX] [--json FILE] [--strict]
 //
-// Exit status 0 if everything was measured, whether or not each target was met; 1 otherwise; 2 for
-// wrong usage.
+// Exit status 0 if everything was measured, and with --strict only if each target was met too; 1
+// otherwise; 2 for wrong usage.
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -24,6 +24,7 @@ namespace {
 struct Options {
   std::string only;
   std::string json;
+  bool strict = false;
   bool valid = true;
 };
 
@@ -36,6 +37,8 @@ Options parse(int argc, char** argv) {
       options.only = argv[++i];
     } else if (argument == "--json" && hasValue) {
       options.json = argv[++i];
+    } else if (argument == "--strict") {
+      options.strict = true;
     } else {
       options.valid = false;
     }
@@ -52,6 +55,16 @@ void printTable(const bench::Report& report) {
                 figure.met() ? "yes" : "NO", figure.measured.name.c_str(), figure.measured.value,
                 figure.baseline.name.c_str(), figure.baseline.value);
   }
+}
+
+/// Says on standard error which targets were missed. Whether all were met.
+bool checkTargets(const bench::Report& report) {
+  std::string missed;
+  for (const auto& figure : report.figures()) {
+    if (!figure.met()) missed += " " + figure.key();
+  }
+  if (!missed.empty()) std::cerr << "wlhid-bench: targets missed:" << missed << '\n';
+  return missed.empty();
 }
 
 bool writeJSON(const bench::Report& report, const std::string& path) {
@@ -94,7 +107,7 @@ int main(int argc, char** argv) {
     return bench::runRecordingsRole(argv[2]);
   const Options options = parse(argc, argv);
   if (!options.valid) {
-    std::cerr << "wlhid-bench: usage: wlhid-bench [--only PREFIX] [--json FILE]\n";
+    std::cerr << "wlhid-bench: usage: wlhid-bench [--only PREFIX] [--json FILE] [--strict]\n";
     return 2;
   }
   try {
@@ -105,6 +118,7 @@ int main(int argc, char** argv) {
       std::cerr << "wlhid-bench: cannot write " << options.json << '\n';
       return 1;
     }
+    if (options.strict && !checkTargets(report)) return 1;
   } catch (const std::exception& exception) {
     std::cerr << "wlhid-bench: " << exception.what() << '\n';
     return 1;
