@@ -19,9 +19,10 @@
 #include <mutex>
 #include <stdexcept>
 #include <thread>
-#include <vector>
+#include <utility>
 
 #include "platform/foundation/NSString.h"
+#include "platform/services/FileDescriptor.h"
 #include "platform/services/ServiceEndpoints.h"
 #include "tests/support/TestRouter.h"
 
@@ -32,12 +33,12 @@ namespace {
 
 using testsupport::RouterSession;
 
-constexpr int kLayerDescriptor = 3;
 constexpr int kBareDescriptor = 4;
 constexpr std::uint64_t kSecond = 1'000'000'000;  // nanoseconds
 constexpr std::size_t kMaxUnsent = std::size_t{1} << 20;
 
 void sleepUntil(std::uint64_t nanoseconds) {
+  if (monotonicNanoseconds() >= nanoseconds) return;  // late: as cheap as it can be
   const timespec when{static_cast<time_t>(nanoseconds / 1'000'000'000),
                       static_cast<long>(nanoseconds % 1'000'000'000)};
   while (::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &when, nullptr) == EINTR) {
@@ -208,17 +209,22 @@ int listenAt(const std::string& path) {
   return socket;
 }
 
-pid_t startRole(int layer, int bare) {
+pid_t spawnSelf(std::vector<std::string> arguments,
+                const std::vector<platform::FileDescriptor>& sockets) {
   posix_spawn_file_actions_t actions;
   ::posix_spawn_file_actions_init(&actions);
-  ::posix_spawn_file_actions_adddup2(&actions, layer, kLayerDescriptor);
-  ::posix_spawn_file_actions_adddup2(&actions, bare, kBareDescriptor);
-  std::string program = "/proc/self/exe";
-  std::string role = "--role=router";
-  std::array<char*, 3> arguments = {program.data(), role.data(), nullptr};
+  for (std::size_t i = 0; i < sockets.size(); ++i) {
+    ::posix_spawn_file_actions_adddup2(&actions, sockets[i].get(),
+                                       kLayerDescriptor + static_cast<int>(i));
+  }
+  const std::string program = "/proc/self/exe";
+  arguments.insert(arguments.begin(), program);
+  std::vector<char*> words;
+  for (std::string& argument : arguments) words.push_back(argument.data());
+  words.push_back(nullptr);
   pid_t process = -1;
   const int error =
-      ::posix_spawn(&process, program.c_str(), &actions, nullptr, arguments.data(), environ);
+      ::posix_spawn(&process, program.c_str(), &actions, nullptr, words.data(), environ);
   ::posix_spawn_file_actions_destroy(&actions);
   if (error != 0)
     throw std::runtime_error(std::string("cannot start the router process: ") +
@@ -235,34 +241,38 @@ std::uint64_t monotonicNanoseconds() {
          static_cast<std::uint64_t>(now.tv_nsec);
 }
 
-RouterProcess::RouterProcess() {
+RoleProcess::RoleProcess() {
   std::string pattern = (std::filesystem::temp_directory_path() / "wlhid-bench-XXXXXX").string();
   if (::mkdtemp(pattern.data()) == nullptr)
     throw std::runtime_error("cannot make a temporary directory");
   directory_ = pattern;
-  endpoint_ = directory_ + "/layer.sock";
-  bareEndpoint_ = directory_ + "/bare.sock";
-  // Moved up, so that placing one at 3 cannot overwrite the other.
-  const int layerSocket = listenAt(endpoint_);
-  const int bareSocket = listenAt(bareEndpoint_);
-  const int layer = ::fcntl(layerSocket, F_DUPFD_CLOEXEC, 10);
-  const int bare = ::fcntl(bareSocket, F_DUPFD_CLOEXEC, 10);
-  ::close(layerSocket);
-  ::close(bareSocket);
-  process_ = startRole(layer, bare);
-  ::close(layer);
-  ::close(bare);
 }
 
-RouterProcess::~RouterProcess() {
-  ::kill(process_, SIGKILL);
-  ::waitpid(process_, nullptr, 0);
+RoleProcess::~RoleProcess() {
+  if (process_ > 0) {
+    ::kill(process_, SIGKILL);
+    ::waitpid(process_, nullptr, 0);
+  }
   std::error_code ignored;
   std::filesystem::remove_all(directory_, ignored);
 }
 
+void RoleProcess::start(std::vector<std::string> arguments, const std::vector<std::string>& paths) {
+  std::vector<platform::FileDescriptor> sockets;
+  for (const std::string& path : paths) {
+    const platform::FileDescriptor socket(listenAt(path));
+    // Moved up, so that placing one of them cannot overwrite another.
+    sockets.emplace_back(::fcntl(socket.get(), F_DUPFD_CLOEXEC, 10));
+  }
+  process_ = spawnSelf(std::move(arguments), sockets);
+}
+
+RouterProcess::RouterProcess() {
+  start({"--role=router"}, {endpoint(), bareEndpoint()});
+}
+
 int RouterProcess::connectBare(const Job& job) const {
-  const int socket = platform::connectUnixSocket(bareEndpoint_, SOCK_STREAM);
+  const int socket = platform::connectUnixSocket(bareEndpoint(), SOCK_STREAM);
   if (socket < 0)
     throw std::runtime_error(std::string("cannot connect the bare socket: ") +
                              std::strerror(errno));
@@ -274,7 +284,7 @@ int RouterProcess::connectBare(const Job& job) const {
   return socket;
 }
 
-double RouterProcess::processorSeconds() const {
+double RoleProcess::processorSeconds() const {
   clockid_t clock{};
   timespec spent{};
   if (::clock_getcpuclockid(process_, &clock) != 0 || ::clock_gettime(clock, &spent) != 0) {

@@ -7,8 +7,11 @@
 // connection layer, descriptor 4 for bare streams. What a session has to send is encoded in the
 // start request's entry ID (see Job).
 //
-// Threading: RouterProcess belongs to one thread.
-// Ownership: its destructor ends the process and removes the sockets.
+// This router has no devices: what is measured with it is the connection layer and the client. The
+// one in DeviceRouter.h has a device.
+//
+// Threading: a process belongs to one thread.
+// Ownership: its destructor ends it and removes its files.
 // Errors: std::runtime_error.
 #pragma once
 
@@ -16,7 +19,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 namespace bench {
 
@@ -51,24 +56,40 @@ struct Job {
   }
 };
 
-class RouterProcess {
+/// This program once more, in a role and with a directory of its own.
+class RoleProcess {
  public:
-  RouterProcess();
-  RouterProcess(const RouterProcess&) = delete;
-  RouterProcess& operator=(const RouterProcess&) = delete;
-  ~RouterProcess();
+  RoleProcess(const RoleProcess&) = delete;
+  RoleProcess& operator=(const RoleProcess&) = delete;
 
-  [[nodiscard]] const std::string& endpoint() const { return endpoint_; }
-  /// A connected bare socket whose peer carries out `job` and then closes it.
-  [[nodiscard]] int connectBare(const Job& job) const;
+  /// Where the process listens for the connection layer.
+  [[nodiscard]] std::string endpoint() const { return directory_ / "layer.sock"; }
   /// Processor time that the process has used so far, in seconds.
   [[nodiscard]] double processorSeconds() const;
 
+ protected:
+  /// Creates the directory; starts nothing.
+  RoleProcess();
+  ~RoleProcess();
+  /// Starts it with sockets that listen at the paths, from descriptor 3 on.
+  void start(std::vector<std::string> arguments, const std::vector<std::string>& paths);
+  [[nodiscard]] const std::filesystem::path& directory() const { return directory_; }
+
  private:
-  std::string directory_;
-  std::string endpoint_;
-  std::string bareEndpoint_;
+  std::filesystem::path directory_;
   pid_t process_ = -1;
+};
+
+inline constexpr int kLayerDescriptor = 3;
+
+class RouterProcess : public RoleProcess {
+ public:
+  RouterProcess();
+  /// A connected bare socket whose peer carries out `job` and then closes it.
+  [[nodiscard]] int connectBare(const Job& job) const;
+
+ private:
+  [[nodiscard]] std::string bareEndpoint() const { return directory() / "bare.sock"; }
 };
 
 /// The router's own main, in the child process. Runs until it is killed.

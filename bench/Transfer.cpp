@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <future>
 #include <span>
@@ -20,30 +21,42 @@ constexpr std::size_t kReadBytes = std::size_t{64} << 10;
 
 class CountingDelegate final : public WLHIDEventRouterClientDelegate {
  public:
-  explicit CountingDelegate(std::uint32_t expected) : expected_(expected) {}
+  explicit CountingDelegate(std::uint32_t expected, std::size_t bytesEach = kReportBytes)
+      : expected_(expected), bytesEach_(bytesEach) {}
 
   void hidEventRouterClient_receivedReportData_reportID(
       const std::shared_ptr<WLHIDEventRouterClient>&, const std::shared_ptr<platform::NSData>& data,
       std::uint32_t) override {
+    if (received_ == expected_) return;  // a device goes on until it is stopped
     if (received_ == 0) first_ = monotonicNanoseconds();
     bytes_ += data->length();
     if (++received_ == expected_) finished_.set_value(monotonicNanoseconds() - first_);
   }
 
+  void hidEventRouterClient_receivedElementValues(
+      const std::shared_ptr<WLHIDEventRouterClient>&,
+      const std::shared_ptr<platform::NSArray>& values) override {
+    values_ += values->count();
+  }
+
+  /// Values of elements so far. Read it after rate().
+  [[nodiscard]] std::uint64_t values() const { return values_; }
   /// Reports per second.
   double rate() {
     auto result = finished_.get_future();
     if (result.wait_for(kPatience) != std::future_status::ready)
       throw std::runtime_error("reports are missing");
     const double seconds = static_cast<double>(result.get()) / 1e9;
-    if (bytes_ != std::uint64_t{expected_} * kReportBytes)
+    if (bytes_ != std::uint64_t{expected_} * bytesEach_)
       throw std::runtime_error("reports are truncated");
     return (expected_ - 1) / seconds;
   }
 
  private:
   const std::uint32_t expected_;
+  const std::size_t bytesEach_;
   std::uint32_t received_ = 0;
+  std::atomic<std::uint64_t> values_ = 0;
   std::uint64_t bytes_ = 0;
   std::uint64_t first_ = 0;
   std::promise<std::uint64_t> finished_;
@@ -125,6 +138,19 @@ double layerRate(const Job& job) {
   return rate;
 }
 
+double deviceRate(const DeviceRouterProcess& router, std::uint32_t count) {
+  const auto client =
+      WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
+          router.registryEntryID(), 0, nullptr, nullptr);
+  const auto delegate = std::make_shared<CountingDelegate>(count, kMouseReportBytes);
+  client->setDelegate(delegate);
+  client->setStarted(true);
+  const double rate = delegate->rate();
+  client->setStarted(false);
+  if (delegate->values() < count) throw std::runtime_error("values are missing");
+  return rate;
+}
+
 double bareRate(const RouterProcess& router, const Job& job) {
   return rateOf(router, job, [](std::span<const std::uint8_t> bytes) { return bytes.size(); });
 }
@@ -139,7 +165,7 @@ double referenceRate(const RouterProcess& router, const Job& job) {
   return rate;
 }
 
-double Side::processorSeconds(const RouterProcess& router) {
+double Side::processorSeconds(const RoleProcess& router) {
   rusage usage{};
   ::getrusage(RUSAGE_SELF, &usage);
   const auto seconds = [](const timeval& time) {

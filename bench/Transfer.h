@@ -12,12 +12,15 @@
 #include <vector>
 
 #include "bench/Client.h"
+#include "bench/DeviceRouter.h"
 #include "bench/Router.h"
 
 namespace bench {
 
 /// Each returns reports per second.
 [[nodiscard]] double layerRate(const Job& job);
+/// Of a device's input: its reports, and the values in them. Stops after `count` reports.
+[[nodiscard]] double deviceRate(const DeviceRouterProcess& router, std::uint32_t count);
 /// Reads 64 KiB at a time without looking at them.
 [[nodiscard]] double bareRate(const RouterProcess& router, const Job& job);
 /// Like bareRate, but does the minimum that a reader of reports must do: takes each frame out of
@@ -32,7 +35,7 @@ struct Side {
 
   /// `run` returns a rate.
   template <class Run>
-  void measure(const RouterProcess& router, std::uint32_t count, Run run) {
+  void measure(const RoleProcess& router, std::uint32_t count, Run run) {
     const double before = processorSeconds(router);
     rates.push_back(run());
     waitForConnectionsToEnd();
@@ -40,7 +43,7 @@ struct Side {
   }
 
  private:
-  static double processorSeconds(const RouterProcess& router);
+  static double processorSeconds(const RoleProcess& router);
 };
 
 }  // namespace bench

@@ -46,10 +46,11 @@ void addRatio(Report& report, const std::string& group, double target, const Sid
               {"bare_frames_per_s", baseline}});
 }
 
-/// What a report costs both processes beyond what the bare sockets cost: encoding, framing,
-/// decoding, the report's own allocation, the client and the call of the delegate. The ratio
-/// compares whole costs: what the reference costs beyond the bare sockets is a few nanoseconds, and
-/// a quotient of two such differences is noise.
+/// Two figures that do not measure the same. own_us is what a report costs both processes beyond
+/// what the bare sockets cost: encoding, framing, decoding, the report's own allocation, the client
+/// and the call of the delegate. own.ratio divides whole costs, those of the socket included, by
+/// the whole costs of the reference: what that costs beyond the bare sockets is a few nanoseconds,
+/// and a quotient of two such differences is noise.
 void addOwnCost(Report& report, const Sides& sides) {
   const double bare = median(sides.bare.processorMicroseconds);
   const double layer = median(sides.layer.processorMicroseconds);

@@ -2,10 +2,10 @@
 
 // wlhid-bench: measures the project against bare baselines of the same run and prints a table.
 //
-//   wlhid-bench [--only PREFIX] [--json FILE]
+//   wlhid-bench [--only PREFIX] [--json FILE] [--strict]
 //
-// Exit status 0 if everything was measured, whether or not each target was met; 1 otherwise; 2 for
-// wrong usage.
+// Exit status 0 if everything was measured, and with --strict only if each target was met too; 1
+// otherwise; 2 for wrong usage.
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -15,6 +15,7 @@
 #include <string>
 
 #include "bench/Bench.h"
+#include "bench/DeviceRouter.h"
 #include "bench/Roles.h"
 #include "bench/Router.h"
 
@@ -23,6 +24,7 @@ namespace {
 struct Options {
   std::string only;
   std::string json;
+  bool strict = false;
   bool valid = true;
 };
 
@@ -35,6 +37,8 @@ Options parse(int argc, char** argv) {
       options.only = argv[++i];
     } else if (argument == "--json" && hasValue) {
       options.json = argv[++i];
+    } else if (argument == "--strict") {
+      options.strict = true;
     } else {
       options.valid = false;
     }
@@ -51,6 +55,16 @@ void printTable(const bench::Report& report) {
                 figure.met() ? "yes" : "NO", figure.measured.name.c_str(), figure.measured.value,
                 figure.baseline.name.c_str(), figure.baseline.value);
   }
+}
+
+/// Says on standard error which targets were missed. Whether all were met.
+bool checkTargets(const bench::Report& report) {
+  std::string missed;
+  for (const auto& figure : report.figures()) {
+    if (!figure.met()) missed += " " + figure.key();
+  }
+  if (!missed.empty()) std::cerr << "wlhid-bench: targets missed:" << missed << '\n';
+  return missed.empty();
 }
 
 bool writeJSON(const bench::Report& report, const std::string& path) {
@@ -85,13 +99,15 @@ void measure(const Options& options, bench::Report& report) {
 
 int main(int argc, char** argv) {
   if (argc == 2 && std::strcmp(argv[1], "--role=router") == 0) return bench::runRouterRole();
+  if (argc == 3 && std::strcmp(argv[1], "--role=device-router") == 0)
+    return bench::runDeviceRouterRole(argv[2]);
   if (argc == 3 && std::strcmp(argv[1], "--role=clients") == 0)
     return bench::runClientsRole(argv[2]);
   if (argc == 3 && std::strcmp(argv[1], "--role=recordings") == 0)
     return bench::runRecordingsRole(argv[2]);
   const Options options = parse(argc, argv);
   if (!options.valid) {
-    std::cerr << "wlhid-bench: usage: wlhid-bench [--only PREFIX] [--json FILE]\n";
+    std::cerr << "wlhid-bench: usage: wlhid-bench [--only PREFIX] [--json FILE] [--strict]\n";
     return 2;
   }
   try {
@@ -102,6 +118,7 @@ int main(int argc, char** argv) {
       std::cerr << "wlhid-bench: cannot write " << options.json << '\n';
       return 1;
     }
+    if (options.strict && !checkTargets(report)) return 1;
   } catch (const std::exception& exception) {
     std::cerr << "wlhid-bench: " << exception.what() << '\n';
     return 1;

@@ -17,8 +17,13 @@
 // Order: as WLHIDAccess/Input.h.
 #pragma once
 
+#include <chrono>
+#include <cstdint>
+#include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
+#include <utility>
 
 #include "WLHIDAccess/Input.h"
 #include "input/Backoff.h"

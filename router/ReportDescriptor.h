@@ -160,7 +160,7 @@ class ReportDescriptor {
   static FaultyDescriptor parseUpToFault(std::span<const std::uint8_t> bytes);
 
   [[nodiscard]] const std::vector<ReportField>& fields() const { return fields_; }
-  /// Each behind the one that it lies in.
+  /// Each comes after the one that it lies in.
   [[nodiscard]] const std::vector<Collection>& collections() const { return collections_; }
   /// Whether every report begins with its ID.
   [[nodiscard]] bool usesReportIDs() const { return usesReportIDs_; }

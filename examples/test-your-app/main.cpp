@@ -14,7 +14,7 @@ namespace {
 void expect(bool condition, const char* what) {
   if (condition) return;
   std::cerr << "FAILED: " << what << '\n';
-  std::exit(1);
+  std::exit(1);  // NOLINT: there is one thread
 }
 
 std::shared_ptr<WLHIDEventRouterClient> clientFor(const std::shared_ptr<FootSwitch>& application) {

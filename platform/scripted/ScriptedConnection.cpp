@@ -346,7 +346,7 @@ void ScriptedConnection::discard() {
   oneWayError.swap(lastOneWayError_);
 }
 
-bool ScriptedConnection::mayReportInvalidation(Timing timing) const {
+bool ScriptedConnection::mayCallInvalidationHandler(Timing timing) const {
   const std::lock_guard lock(mutex_);
   if (over_ || (!held_ && !invalidated_)) return false;
   return timing == Timing::Late || !entry_.isSuperseded();
@@ -359,7 +359,7 @@ void ScriptedConnection::leave() {
 
 bool ScriptedConnection::deliverInvalidation(Timing timing) {
   failPendingRequests(NSXPCConnectionInvalid);
-  const bool report = mayReportInvalidation(timing);
+  const bool mayCall = mayCallInvalidationHandler(timing);
   std::function<void()> interruption;
   std::function<void()> invalidation;
   {
@@ -368,10 +368,10 @@ bool ScriptedConnection::deliverInvalidation(Timing timing) {
     interruption.swap(interruptionHandler_);
     invalidation.swap(invalidationHandler_);
   }
-  const bool reports = report && invalidation;
-  if (reports) invalidation();
+  const bool calls = mayCall && invalidation;
+  if (calls) invalidation();
   leave();
-  return reports;
+  return calls;
 }
 
 }  // namespace platform

@@ -20,7 +20,7 @@
 //   replaced, the invalidation handler has run or the connection is dropped; a request's reply and
 //   error handlers until one of them has run.
 // Errors: std::out_of_range if there is no such request.
-// Order: pending requests fail before the connection's end is reported.
+// Order: pending requests fail before the notice of the connection's end.
 #pragma once
 
 #include <cstddef>
@@ -38,7 +38,7 @@
 #include "platform/scripted/Trace.h"
 #include "platform/xpc/NSXPCConnection.h"
 #include "platform/xpc/NSXPCInterface.h"
-#include "platform/xpc/StaleReports.h"
+#include "platform/xpc/ResumedConnection.h"
 #include "platform/xpc/XPCProtocol.h"
 
 namespace platform {
@@ -86,7 +86,7 @@ class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnectio
   /// Makes pending requests fail (4099), then runs the invalidation handler, at most once per
   /// connection, and drops both handlers. No handler runs if the connection was dropped without
   /// invalidate, or if it was invalidated and its exported object has resumed another one since,
-  /// unless the report is late. False if the handler did not run.
+  /// unless the notice is late. False if the handler did not run.
   bool deliverInvalidation(Timing timing = Timing::InOrder);
 
   /// Drops all handlers and requests without calling them: the end of the script.
@@ -121,7 +121,7 @@ class ScriptedConnection : public std::enable_shared_from_this<ScriptedConnectio
   Request takeOldestRequest();
   void failPendingRequests(std::int64_t code);
   bool isLive() const;
-  bool mayReportInvalidation(Timing timing) const;
+  bool mayCallInvalidationHandler(Timing timing) const;
   void leave();
 
   const int number_;

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "platform/foundation/NSDictionary.h"
+#include "platform/services/SystemPlaces.h"
 #include "platform/services/SystemRoot.h"
 
 namespace platform {

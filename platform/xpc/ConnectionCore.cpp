@@ -126,7 +126,7 @@ void ConnectionCore::replaceHandler(SharedHandler& slot, std::function<void()> h
   if (mark_.isInherited()) return;
   auto shared = handler ? std::make_shared<std::function<void()>>(std::move(handler)) : nullptr;
   const std::lock_guard lock(mutex_);
-  if (life_.mayReport()) slot.swap(shared);
+  if (life_.mayNotify()) slot.swap(shared);
 }
 
 void ConnectionCore::setInterruptionHandler(std::function<void()> handler) {
@@ -185,7 +185,7 @@ void ConnectionCore::abandon() {
   if (socket_ >= 0) ::shutdown(socket_, SHUT_RD);
   const bool nothingToDo = socket_ < 0 && pending_.empty() && outbox_.empty();
   if (!threadRuns_ && nothingToDo) {
-    life_.take(Event::Report);
+    life_.take(Event::Notify);
     resumedEntry_.leave();
   } else {
     pokeLocked();

@@ -4,7 +4,7 @@
 // it.
 //
 //   ConnectionCore.cpp      what other threads call: configuration, sending, ending
-//   ConnectionQueue.cpp     the queue thread: the next step, connecting, reading, ends and reports
+//   ConnectionQueue.cpp     the queue thread: the next step, connecting, reading, ends and notices
 //   ConnectionDelivery.cpp  the queue thread: from a frame to the call that it stands for
 //
 // Threading: as NSXPCConnection.h. mutex_ covers plain state and non-blocking system calls, never a
@@ -48,8 +48,8 @@
 #include "platform/xpc/PendingRequests.h"
 #include "platform/xpc/QueueThread.h"
 #include "platform/xpc/ReceiveBuffer.h"
+#include "platform/xpc/ResumedConnection.h"
 #include "platform/xpc/SendBacklog.h"
-#include "platform/xpc/StaleReports.h"
 #include "platform/xpc/Wire.h"
 #include "platform/xpc/XPCProtocol.h"
 
@@ -98,7 +98,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
 
   /// Sends the messages of a batch.
   void sendTogether(const BatchedFrames& batch);
-  /// Reports a message that has no encoding to its sender.
+  /// Tells the sender of a message that has no encoding.
   void failUnencodable(const EncodingError& error, XPCReplyHandler reply,
                        const SharedErrorHandler& errorHandler);
   [[nodiscard]] std::size_t unsentBytes() const;
@@ -170,13 +170,13 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   bool endsLocally() const;
   void endStream();
   void failEverythingPending(std::int64_t code, const char* what, bool keepUnsent);
-  void reportInterruption();
+  void callInterruptionHandler();
   struct EndHandlers {
     SharedHandler interruption;  ///< only to be released
     SharedHandler invalidation;
     Calls calls;  ///< likewise
   };
-  void reportInvalidation();
+  void callInvalidationHandler();
   bool takeEndHandlers(EndHandlers& handlers);
   void finishLocally();
   void connectToFlush();
@@ -185,7 +185,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   [[nodiscard]] std::shared_ptr<NSError> makeError(std::int64_t code, const char* what) const;
   /// The same, but falls back to an error without a text when memory is short.
   [[nodiscard]] std::shared_ptr<NSError> makeErrorAnyway(std::int64_t code, const char* what) const;
-  [[nodiscard]] std::chrono::milliseconds pauseBeforeReport() const;
+  [[nodiscard]] std::chrono::milliseconds pauseBeforeNotice() const;
   template <class... Parts>
   void log(const Parts&... parts) const;
   void logText(const std::string& text) const;
@@ -201,7 +201,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
   [[nodiscard]] PendingRequests::Requests::node_type takePending(std::uint64_t id);
   void answerDropped(std::uint64_t id);
   void dropWithoutObject(std::size_t method, std::uint64_t id);
-  void reportMissedSinceGone();
+  void logMissedSinceGone();
   bool breach(std::string_view what);
   template <class Call>
   void guarded(const char* what, const Call& call) const;

@@ -141,7 +141,7 @@ void ConnectionCore::dropWithoutObject(std::size_t method, std::uint64_t id) {
   answerDropped(id);
 }
 
-void ConnectionCore::reportMissedSinceGone() {
+void ConnectionCore::logMissedSinceGone() {
   const std::uint64_t missed = exports_.takeMissedSinceGone();
   if (missed == 0 || endsLocally()) return;
   log(std::to_string(missed), " messages dropped: the exported object is gone");

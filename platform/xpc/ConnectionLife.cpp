@@ -18,7 +18,7 @@ using Row = std::array<Phase, ConnectionLife::kEventCount>;
 constexpr std::array<Row, ConnectionLife::kPhaseCount> kTransitions = [] {
   using enum ConnectionLife::Phase;
   return std::array<Row, ConnectionLife::kPhaseCount>{{
-      // Resume, Invalidate, Abandon, Lose, Report
+      // Resume, Invalidate, Abandon, Lose, Notify
       {Active, Cancelled, Abandoned, Fresh, Fresh},
       {Active, Invalidated, Abandoned, Lost, Active},
       {Cancelled, Cancelled, Cancelled, Cancelled, Over},

@@ -17,9 +17,9 @@ class ConnectionLife {
     Active,       ///< resumed; has a stream or can open one
     Cancelled,    ///< invalidated before it was resumed
     Invalidated,  ///< by the local end
-    Abandoned,    ///< without a handle: nothing is reported any more
-    Lost,         ///< ended for good by the peer, which is still to be reported
-    Over,         ///< reported; the handlers have been released
+    Abandoned,    ///< without a handle: nobody is told anything any more
+    Lost,         ///< ended for good by the peer, of which the owner is still to be told
+    Over,         ///< the owner was told; the handlers have been released
   };
   static constexpr std::size_t kPhaseCount = 7;
 
@@ -28,7 +28,7 @@ class ConnectionLife {
     Invalidate,
     Abandon,
     Lose,    ///< the stream ended, and there can be no other
-    Report,  ///< the invalidation handler, if set, is about to be called
+    Notify,  ///< the invalidation handler, if set, is about to be called
   };
   static constexpr std::size_t kEventCount = 5;
 
@@ -43,8 +43,8 @@ class ConnectionLife {
   [[nodiscard]] bool endsLocally() const {
     return phase_ == Phase::Cancelled || phase_ == Phase::Invalidated || phase_ == Phase::Abandoned;
   }
-  /// Whether an end can still be reported to anybody.
-  [[nodiscard]] bool mayReport() const {
+  /// Whether anybody can still be told of an end.
+  [[nodiscard]] bool mayNotify() const {
     return phase_ != Phase::Abandoned && phase_ != Phase::Over;
   }
 

@@ -285,7 +285,7 @@ void ConnectionCore::endStream() {
   const bool interrupted = streamEnd_ == StreamEnd::Lost && !accepted_;
   streamEnd_ = StreamEnd::No;
   connectAttempts_ = 0;
-  reportMissedSinceGone();
+  logMissedSinceGone();
   closeSocket();
   if (!interrupted) {
     const std::lock_guard lock(mutex_);
@@ -294,8 +294,8 @@ void ConnectionCore::endStream() {
   failEverythingPending(interrupted ? NSXPCConnectionInterrupted : NSXPCConnectionInvalid,
                         interrupted ? "was interrupted" : "was invalidated", /*keepUnsent=*/false);
   runFailures();
-  if (!accepted_) pause(pauseBeforeReport());
-  interrupted ? reportInterruption() : reportInvalidation();
+  if (!accepted_) pause(pauseBeforeNotice());
+  interrupted ? callInterruptionHandler() : callInvalidationHandler();
 }
 
 /// Calls the error handlers of requests in the order of sending, then those of one-way messages
@@ -323,7 +323,7 @@ void ConnectionCore::failEverythingPending(std::int64_t code, const char* what, 
 }
 
 /// A connection that exports nothing is its own client: it can only be interrupted.
-std::chrono::milliseconds ConnectionCore::pauseBeforeReport() const {
+std::chrono::milliseconds ConnectionCore::pauseBeforeNotice() const {
   std::weak_ptr<void> client;
   {
     const std::lock_guard lock(mutex_);
@@ -345,7 +345,7 @@ void ConnectionCore::pause(std::chrono::milliseconds duration) {
   }
 }
 
-void ConnectionCore::reportInterruption() {
+void ConnectionCore::callInterruptionHandler() {
   SharedHandler handler;
   {
     const std::lock_guard lock(mutex_);
@@ -355,7 +355,7 @@ void ConnectionCore::reportInterruption() {
   if (handler) guarded("the interruption handler", *handler);
 }
 
-void ConnectionCore::reportInvalidation() {
+void ConnectionCore::callInvalidationHandler() {
   EndHandlers handlers;
   while (!takeEndHandlers(handlers)) runFailures();
   const bool stale = resumedEntry_.isSuperseded();
@@ -368,7 +368,7 @@ void ConnectionCore::reportInvalidation() {
 bool ConnectionCore::takeEndHandlers(EndHandlers& handlers) {
   const std::lock_guard lock(mutex_);
   if (pending_.hasFailures()) return false;
-  life_.take(Event::Report);
+  life_.take(Event::Notify);
   handlers.interruption.swap(interruptionHandler_);
   handlers.invalidation.swap(invalidationHandler_);
   handlers.calls.swap(calls_);
@@ -389,7 +389,7 @@ void ConnectionCore::finishLocally() {
   });
   if (!saidFarewell) log("ends without a farewell: out of memory");
   failEverythingPending(NSXPCConnectionInvalid, "was invalidated", /*keepUnsent=*/connected);
-  reportInvalidation();
+  callInvalidationHandler();
   linger();
   closeSocket();
 }

@@ -29,9 +29,9 @@
 // Order: what was sent before invalidate reaches the peer, in order, if the peer reads it within
 //   two seconds. Error handlers of pending requests run before the interruption or invalidation
 //   handler; the invalidation handler runs once, last, even if the connection was never resumed.
-//   The report about a locally invalidated connection is dropped if another connection of the same
+//   The notice about a locally invalidated connection is dropped if another connection of the same
 //   exported object has been resumed since and still exists: its receiver could not tell them
-//   apart. Connections of one object that were live at the same time are each reported.
+//   apart. Connections of one object that were live at the same time each get their notice.
 // Forks: in a forked child an inherited connection is inert: it sends nothing, calls nothing and
 //   waits for nothing, and releasing it closes only the child's copies of its descriptors.
 #pragma once
@@ -122,7 +122,7 @@ class NSXPCConnection {
     return std::static_pointer_cast<P>(remoteObjectProxy(P::protocol(), std::move(handler)));
   }
 
-  /// The peer as the kernel reports it, or -1 while there is no stream. For a connection to a
+  /// The peer as the kernel names it, or -1 while there is no stream. For a connection to a
   /// service, the process that created the endpoint.
   [[nodiscard]] virtual uid_t effectiveUserIdentifier() const = 0;
   [[nodiscard]] virtual pid_t processIdentifier() const = 0;

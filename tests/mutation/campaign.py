@@ -23,7 +23,8 @@ from pathlib import Path
 
 from mistakes import mistakes_in
 
-PRODUCT = ("WLHIDAccess", "diagnostics", "helper-install", "jobd", "platform", "router", "router-client", "tool")
+PRODUCT = ("WLHIDAccess/", "c/", "diagnostics/", "helper-install/", "input/", "jobd/", "platform/", "router-client/",
+           "router/", "testkit/", "tool/")
 LABELS = ("unit", "fuzz", "contract", "conformance", "integration", "end-to-end", "stress")  # fastest kinds first
 PR_SET_CHILD_SUBREAPER = 36
 

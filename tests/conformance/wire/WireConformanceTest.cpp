@@ -79,7 +79,7 @@ TEST(WireConformance, TheLayerDoesWhatTheSecondReadingSays) {
     expectAsJudged(each.receiver, each.bytes, each.name);
 }
 
-TEST(WireConformance, WhatIsNoBreachLeavesTheConnectionUsable) {
+TEST(WireConformance, AfterAnAcceptedMessageTheConnectionIsUsable) {
   std::size_t probed = 0;
   for (const WireMessage& each : wireMessages()) {
     const Judgement judged = judge(each.receiver, each.bytes);

@@ -331,7 +331,7 @@ TEST_P(ConnectionContract, NothingIsDeliveredAfterInvalidate) {
   expectEvents({"invalidation"});
 }
 
-TEST_P(ConnectionContract, AStaleReportDoesNotReachTheHolderOfANewerConnection) {
+TEST_P(ConnectionContract, AStaleNoticeDoesNotReachTheHolderOfANewerConnection) {
   const auto first = makeConnection("first ");
   first->resume();
   request(*first);

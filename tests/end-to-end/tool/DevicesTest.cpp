@@ -263,7 +263,7 @@ TEST_F(DevicesTest, RemovingWhatIsNotThereIsRefused) {
   EXPECT_TRUE(isRefusal(runTool({"devices", "remove", "No Such Mouse"}), 1, "No Such Mouse"));
 }
 
-TEST_F(DevicesTest, WhatIsNoRecordingIsRefusedAndNothingIsSetUp) {
+TEST_F(DevicesTest, FilesThatAreNotRecordingsAreRefusedAndNothingIsSetUp) {
   writeFile(directory / "text", "only text\n");
   writeFile(directory / "empty", "");
   writeFile(directory / "cut", readFile(sourcePath("recordings/qemu-usb-kbd.hid")).substr(0, 120));

@@ -73,7 +73,7 @@ TEST_F(InspectTest, ATruncatedExecutableGivesItsListWholeOrNot) {
   EXPECT_EQ(inspect(file("cut", whole.substr(0, end))).out, list);
 }
 
-TEST_F(InspectTest, WhatIsNoReadableFileIsRefusedWithTheReason) {
+TEST_F(InspectTest, AnythingButAReadableFileIsRefusedWithTheReason) {
   EXPECT_TRUE(isRefusal(inspect(directory / "missing"), 1, "missing: No such file or directory"));
   EXPECT_TRUE(isRefusal(inspect(directory), 1, "Is a directory"));
   EXPECT_TRUE(isRefusal(inspect("/dev/zero"), 1, "not a regular file"));

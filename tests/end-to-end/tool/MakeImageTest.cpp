@@ -53,7 +53,7 @@ TEST_F(MakeImageTest, RefusesWhatItCannotPack) {
   expectRefusal(more, "--output needs a value");
 }
 
-TEST_F(MakeImageTest, RefusesProgramsThatAreNone) {
+TEST_F(MakeImageTest, RefusesFilesThatAreNotPrograms) {
   writeFile(directory / "script", "#!/bin/sh\n");
   for (const fs::path& program : {directory / "script", directory / "missing"}) {
     const Outcome outcome =

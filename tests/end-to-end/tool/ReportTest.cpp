@@ -195,7 +195,7 @@ TEST_F(ReportTest, AFullDiskLeavesTheOldReport) {
   EXPECT_EQ(std::distance(fs::directory_iterator(out().parent_path()), {}), 1);
 }
 
-TEST_F(ReportTest, PlacesThatAreNoneAreRefused) {
+TEST_F(ReportTest, PlacesWhereNoFileCanBeAreRefused) {
   EXPECT_TRUE(isRefusal(runTool({"report", directory}), 1, "Is a directory"));
   EXPECT_TRUE(isRefusal(runTool({"report", directory / "no/out.zip"}), 1, "No such file"));
   EXPECT_TRUE(isRefusal(runTool({"report", "/dev/null"}), 1, "not a regular file"));

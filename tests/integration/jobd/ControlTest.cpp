@@ -155,7 +155,7 @@ TEST_F(Control, ABlessWithoutADescriptorIsRefused) {
   expectService();
 }
 
-TEST_F(Control, LabelsThatAreNoneAreRefused) {
+TEST_F(Control, InvalidLabelsAreRefused) {
   for (const std::string label : {"", "..", "../../etc/passwd", "a/b"}) {
     EXPECT_EQ(remove(label).code, ServiceErrorCode::InvalidArgument) << label;
   }

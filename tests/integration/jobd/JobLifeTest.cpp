@@ -364,7 +364,7 @@ TEST_F(JobLife, RemovalNeedNotWait) {
   ASSERT_TRUE(eventually([&] { return bless(echoImage()).succeeded(); }));
 }
 
-TEST_F(JobLife, WhatIsNoHelperIsRefusedAndChangesNothing) {
+TEST_F(JobLife, FilesThatAreNotHelpersAreRefusedAndChangeNothing) {
   ASSERT_TRUE(bless(echoImage("1.0")).succeeded());
   Client client = connect();
   const std::string installed = testsupport::readFile(root.helperTool(kEchoLabel));

@@ -113,7 +113,7 @@ TEST(PeerProcess, WithoutANumberIsNone) {
   EXPECT_EQ(whyNot, "the process has no number in this system");
 }
 
-TEST(PeerProcess, OfWhatIsNoUnixSocketIsNone) {
+TEST(PeerProcess, APipeHasNone) {
   std::array<int, 2> pipe{};
   ASSERT_EQ(::pipe(pipe.data()), 0);
   std::string whyNot;

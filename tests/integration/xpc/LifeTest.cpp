@@ -334,7 +334,7 @@ TEST_F(Life, AnAnswerToARequestOfAnEarlierStreamAnswersNoneOfTheNext) {
   EXPECT_EQ(second->log.lines(), Lines({"note 1", "reply 8"}));
 }
 
-TEST_F(Life, AFailureThatAnErrorHandlerBringsAboutComesBeforeTheReportToo) {
+TEST_F(Life, AFailureThatAnErrorHandlerBringsAboutComesBeforeTheNoticeToo) {
   const auto endless = NSMutableArray::array();
   endless->addObject(endless);
   const auto end = connect();
@@ -352,7 +352,7 @@ TEST_F(Life, AFailureThatAnErrorHandlerBringsAboutComesBeforeTheReportToo) {
   endless->removeObjectAtIndex(0);
 }
 
-TEST_F(Life, WhatIsSentBeforeTheReportIsDueFailsAheadOfItAndTheRestAfterIt) {
+TEST_F(Life, WhatIsSentBeforeTheNoticeIsDueFailsAheadOfItAndTheRestAfterIt) {
   const auto end = connect();
   // Sent by the last error handler before the report, and by another thread once the report is
   // being made, when nothing can precede it any more.
@@ -462,7 +462,7 @@ TEST_F(Life, ConnectionsThatKeepEndingAtOnceAreReportedAllTheSame) {
       << "each end was counted";
 }
 
-TEST_F(Life, InvalidateEndsThePauseBeforeAReport) {
+TEST_F(Life, InvalidateEndsThePauseBeforeANotice) {
   service_->refuses = true;
   for (int i = 0; i < 100; ++i) {  // a minute and a half of pauses if none were cut short
     End end;

@@ -69,7 +69,7 @@ TEST_F(FilesTest, FollowsALinkToAFile) {
   EXPECT_NE(contents("link"), nullptr);
 }
 
-TEST_F(FilesTest, IsNullForWhatIsNoReadableFile) {
+TEST_F(FilesTest, IsNullForAnythingButAReadableFile) {
   EXPECT_EQ(NSData::dataWithContentsOfFile(nullptr), nullptr);
   EXPECT_EQ(NSData::dataWithContentsOfFile(str("")), nullptr);
   EXPECT_EQ(contents("missing"), nullptr);

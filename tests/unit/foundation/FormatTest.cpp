@@ -107,7 +107,7 @@ TEST(Format, SaysWhereAnArgumentIsMissing) {
   EXPECT_EQ(stringWithFormat("%d", 1, 2), "1");
 }
 
-TEST(Format, LeavesWhatIsNoConversionAsItIs) {
+TEST(Format, LeavesUnknownConversionsAsTheyAre) {
   EXPECT_EQ(stringWithFormat("100%% %"), "100% %");
   EXPECT_EQ(stringWithFormat("%-", 1), "%-");
   EXPECT_EQ(stringWithFormat("%n %d", 5), "%n 5");

@@ -95,7 +95,7 @@ TEST(LogTemplate, EveryLineIsRecognisedByItsRow) {
   EXPECT_THAT(argumentsOf("version 1.0 is here", kVersion), ElementsAre("1.0"));
 }
 
-TEST(LogTemplate, WhatIsNoRowsIsUnknown) {
+TEST(LogTemplate, ALineOfNoRowIsUnknown) {
   for (const char* line :
        {"", "router ends ", " router ends", "Router ends", "ignored:", "ignored",
         "session x: ", "session : routes device 0xabc (x) of 1",

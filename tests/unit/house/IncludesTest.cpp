@@ -8,7 +8,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -149,6 +151,23 @@ TEST(Includes, FollowTheAllowedDirections) {
   EXPECT_GT(checked, 100U) << "hardly anything was found to check";
 }
 
+TEST(Includes, MakeUseOfEachPermission) {
+  const fs::path source = sourceDirectory();
+  ASSERT_FALSE(source.empty());
+  for (const Rule& rule : rules()) {
+    std::vector<std::string> all;
+    for (const fs::path& file : sourcesOf(source / rule.folder))
+      std::ranges::copy(includesOf(file), std::back_inserter(all));
+    for (const std::string_view permission : rule.mayInclude) {
+      const auto isUse = [&](const std::string& include) {
+        return include.starts_with(permission);
+      };
+      EXPECT_TRUE(std::ranges::any_of(all, isUse))
+          << rule.folder << " may include " << permission << ", but nothing in it does";
+    }
+  }
+}
+
 /// An application must not need the library that this folder is built with. Of the command, only
 /// what finds out about a system asks it.
 TEST(Includes, OnlyThePrivilegedProgramsAndTheCommandsFindingsAskTheSystemsAuthorities) {
@@ -186,6 +205,28 @@ TEST(Includes, OneFileKnowsCurses) {
   const fs::path source = sourceDirectory();
   ASSERT_FALSE(source.empty());
   EXPECT_EQ(usersOf("curses.h", source), std::vector<std::string>{"tool/monitor/FullScreen.cpp"});
+}
+
+bool hasStateOfAThread(const fs::path& file) {
+  std::ifstream in(file);
+  for (std::string line; std::getline(in, line);) {
+    if (line.substr(0, line.find("//")).find("thread_local") != std::string::npos) return true;
+  }
+  return false;
+}
+
+/// A queue's work may continue on another thread. Only C's interface has no other place for the
+/// words of a failure and the strings that it hands out until the next call.
+TEST(Threads, HaveNoStateOfTheirOwnExceptInTheCInterface) {
+  const fs::path source = sourceDirectory();
+  ASSERT_FALSE(source.empty());
+  std::set<std::string> found;
+  for (const Rule& rule : rules()) {
+    for (const fs::path& file : sourcesOf(source / rule.folder)) {
+      if (hasStateOfAThread(file)) found.insert(fs::relative(file, source));
+    }
+  }
+  EXPECT_EQ(found, (std::set<std::string>{"c/Failures.cpp", "c/router.cpp"}));
 }
 
 std::string withoutCase(std::string text) {

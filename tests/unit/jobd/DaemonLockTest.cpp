@@ -60,7 +60,7 @@ TEST_F(DaemonLockTest, WaitsForADaemonThatIsGoingDown) {
   EXPECT_TRUE(lock);
 }
 
-TEST_F(DaemonLockTest, WhatIsNoFileOfItsOwnIsNotLocked) {
+TEST_F(DaemonLockTest, ASymbolicLinkIsNotFollowed) {
   std::filesystem::create_symlink("elsewhere", temporary_.path() / "jobd.lock");
   try {
     (void)DaemonLock::acquire(run_.get());

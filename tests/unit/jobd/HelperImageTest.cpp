@@ -126,7 +126,7 @@ TEST(HelperImage, CutShortAnywhereIsRefused) {
   }
 }
 
-TEST(HelperImage, ToolRefusesWhatIsNoProgram) {
+TEST(HelperImage, ToolRefusesAFileThatIsNotAProgram) {
   const TemporaryDirectory directory;
   testsupport::writeFile(directory.path() / "text", "#!/bin/sh\n");
   EXPECT_EQ(testsupport::runProgram({WLHID_MKIMAGE, "--label", "com.x", "--version", "1",

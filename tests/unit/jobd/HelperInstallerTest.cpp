@@ -411,7 +411,7 @@ TEST_F(HelperInstallerTest, AStagingFileThatCannotBeMadeIsNamed) {
             "cannot make .staging.com.quillmar.echo: File exists");
 }
 
-TEST_F(HelperInstallerTest, WhatIsNoFileIsNoHelper) {
+TEST_F(HelperInstallerTest, OnlyARegularFileIsAHelper) {
   EXPECT_EQ(outcome([&] { install(temporary.path()); }), "the helper is not a regular file");
   EXPECT_EQ(outcome([&] { HelperInstaller(directories, root).install(-1, kLabel, nullptr); }),
             "cannot examine the helper: Bad file descriptor");

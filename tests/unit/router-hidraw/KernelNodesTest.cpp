@@ -41,7 +41,7 @@ TEST(KernelNodes, OpensADeviceWithoutBlockingAndForReadingOnly) {
   EXPECT_EQ(KernelNodes().numberOf(opened.get()), makedev(1, 5));
 }
 
-TEST(KernelNodes, WhatIsNoCharacterDeviceHasNoNumber) {
+TEST(KernelNodes, OnlyACharacterDeviceHasANumber) {
   const testsupport::TemporaryDirectory directory;
   testsupport::writeFile(directory.path() / "file", "x");
   const platform::FileDescriptor file(::open((directory.path() / "file").c_str(), O_RDONLY));

@@ -242,7 +242,7 @@ TEST_F(RecordingFile, AMissingFileIsAnErrorWithItsCode) {
   }
 }
 
-TEST_F(RecordingFile, WhatIsNoRegularFileIsRefusedAtOnce) {
+TEST_F(RecordingFile, AnythingButARegularFileIsRefusedAtOnce) {
   const auto pipe = directory_ / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   EXPECT_THROW(readRecording(pipe), RecordingError);
@@ -273,7 +273,7 @@ TEST(Recording, AByteHasOneOrTwoHexadecimalDigits) {
   EXPECT_EQ(parseRecording("R: 2 c0 5\nE: 0 2 a b", "a.hid").reports[0], bytes("0a 0b"));
 }
 
-TEST(Recording, WhatIsNoByteIsShown) {
+TEST(Recording, AWordThatIsNotAByteIsQuoted) {
   for (const std::string word : {"/", ":", "@", "G", "`", "g", "0g", "g0", "000", "0x"}) {
     expectError("R: 1 " + word + "\n", "a.hid:1: '" + word + "' is not a byte");
     expectError("R: 2 c0 " + word + " c0\n", "a.hid:1: '" + word + "' is not a byte");

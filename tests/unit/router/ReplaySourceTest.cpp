@@ -135,7 +135,7 @@ TEST_F(ReplaySourceTest, ARecordingHasTheNameOfAFile) {
                 HasSubstr("Recording is not the name of a file in the directory recordings"));
 }
 
-TEST_F(ReplaySourceTest, WhatIsNoRegularFileIsNoRecording) {
+TEST_F(ReplaySourceTest, OnlyARegularFileIsARecording) {
   const auto id = add(recording_);
   fs::remove(recordings() / "mouse.hid");
   ASSERT_EQ(::mkfifo((recordings() / "mouse.hid").c_str(), 0600), 0);

@@ -124,7 +124,7 @@ TEST_F(ScriptedKit, NothingComesThroughBeforeResume) {
 
 // ---- Late events
 
-TEST_F(ScriptedKit, AStaleReportOfAnEndClosesTheNewerConnectionOnceAndThenItSettles) {
+TEST_F(ScriptedKit, AStaleNoticeOfAnEndClosesTheNewerConnectionOnceAndThenItSettles) {
   route();
   client_->setStarted(false);
   client_->setStarted(true);
@@ -138,7 +138,7 @@ TEST_F(ScriptedKit, AStaleReportOfAnEndClosesTheNewerConnectionOnceAndThenItSett
   EXPECT_FALSE(platform_.connection(3)->isInvalidated());
 }
 
-TEST_F(ScriptedKit, AStaleReportIsKeptBackInOrder) {
+TEST_F(ScriptedKit, AStaleNoticeIsKeptBackInOrder) {
   route();
   client_->setStarted(false);
   client_->setStarted(true);

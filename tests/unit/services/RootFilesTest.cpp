@@ -256,7 +256,7 @@ TEST_F(RootDirectory, SaysWhatCouldNotBeOpenedBelowIt) {
             "none");
 }
 
-TEST_F(RootDirectory, BelowWhatIsNoDirectoryNothingIsMade) {
+TEST_F(RootDirectory, BelowAFileNothingIsMade) {
   testsupport::writeFile(directory_ / "file", "");
   EXPECT_EQ(used(directory_ / "file/root"),
             "not a refusal: the directory " + (directory_ / "file").string() +

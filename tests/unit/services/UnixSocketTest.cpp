@@ -278,11 +278,11 @@ TEST(UnixSocket, PathsOfOneComponentLieInTheirDirectory) {
   fs::current_path(before);
 }
 
-TEST(UnixSocket, WhatIsNoSocketHasNoPeer) {
+TEST(UnixSocket, ADescriptorThatIsNotOpenHasNoPeer) {
   EXPECT_FALSE(platform::peerCredentials(-1));
 }
 
-TEST(ServiceEndpoints, WhatIsNoServiceNameIsSaidToBeNone) {
+TEST(ServiceEndpoints, AnInvalidServiceNameIsCalledInvalid) {
   const TemporaryDirectory directory;
   platform::SystemRoot::setCurrent(platform::SystemRoot(directory.path()));
   const auto endpoints = platform::serviceEndpoints().load();

@@ -66,7 +66,7 @@ TEST_F(CommandLineTest, HelpGoesIntoAVerbsVerbs) {
   EXPECT_EQ(run({"devices", "add", "--help"}).out, help.out);
 }
 
-TEST_F(CommandLineTest, WhatIsNoVerbIsNamedWithTheNearest) {
+TEST_F(CommandLineTest, AnUnknownVerbIsNamedWithTheNearestOne) {
   expectWrongUsage({"stauts"},
                    "wlhid: unknown verb \"stauts\"; did you mean \"status\"? (see wlhid --help)\n");
   expectWrongUsage({"fly"}, "wlhid: unknown verb \"fly\" (see wlhid --help)\n");

@@ -68,7 +68,7 @@ TEST(DescriptorBytes, ComeInEveryNotation) {
   EXPECT_EQ(bytes(std::string("\x05\x01\xa1\x01", 4)), expected) << "raw";
 }
 
-TEST(DescriptorBytes, WhatIsNoByteIsNamedWithItsLine) {
+TEST(DescriptorBytes, AWordThatIsNotAByteIsNamedWithItsLine) {
   const std::string advice =
       " is not a byte (a descriptor is raw bytes, hexadecimal text or a "
       "recording)";

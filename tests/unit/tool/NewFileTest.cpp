@@ -112,7 +112,7 @@ TEST_F(NewFileTest, MayHaveTheLongestName) {
             (directory_.path() / std::string(256, 'x')).string() + ": File name too long");
 }
 
-TEST_F(NewFileTest, RefusesPlacesThatAreNone) {
+TEST_F(NewFileTest, RefusesPlacesWhereNoFileCanBe) {
   const std::string base = directory_.path();
   EXPECT_EQ(refusal(base), base + ": Is a directory");
   EXPECT_EQ(refusal(base + "/"), base + "/: Is a directory");

@@ -302,7 +302,7 @@ TEST_F(ReportTest, FilesAreStreamedAndRemovedWhereTheModuleSaysSo) {
   EXPECT_FALSE(fs::exists(removed));
 }
 
-TEST_F(ReportTest, WhatIsNoTextIsThereOnlyWhenInputIsWanted) {
+TEST_F(ReportTest, BinaryContentIsThereOnlyWhenInputIsWanted) {
   const std::string binary = std::string("text\n") + '\0' + "MARK";
   Module::offered() = {dataFile("binary", binary)};
   EXPECT_EQ(contentOf(report(false), moduleNumber() + "/file-1"),

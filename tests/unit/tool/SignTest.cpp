@@ -58,7 +58,7 @@ TEST_F(SignTest, AnotherSignatureReplacesTheFirst) {
   EXPECT_EQ(readFile(at("signed")).size(), readFile(at("image")).size() + signing::kTrailerBytes);
 }
 
-TEST_F(SignTest, WhatIsNoKeyOrNoImageIsRefused) {
+TEST_F(SignTest, InvalidKeysAndImagesAreRefused) {
   makeImage();
   writeFile(at("text"), "text");
   ASSERT_EQ(sign({"--new-key", at("a")}).status, 0);

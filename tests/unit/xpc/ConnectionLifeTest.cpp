@@ -21,7 +21,7 @@ const std::map<Phase, std::vector<Event>> kWaysTo = {
     {Phase::Invalidated, {Event::Resume, Event::Invalidate}},
     {Phase::Abandoned, {Event::Abandon}},
     {Phase::Lost, {Event::Resume, Event::Lose}},
-    {Phase::Over, {Event::Resume, Event::Lose, Event::Report}},
+    {Phase::Over, {Event::Resume, Event::Lose, Event::Notify}},
 };
 
 ConnectionLife lifeIn(Phase phase) {
@@ -41,13 +41,13 @@ const std::map<Phase, std::map<Event, Phase>> kLegal = {
      {{Event::Invalidate, Phase::Invalidated},
       {Event::Abandon, Phase::Abandoned},
       {Event::Lose, Phase::Lost}}},
-    {Phase::Cancelled, {{Event::Report, Phase::Over}}},
-    {Phase::Invalidated, {{Event::Report, Phase::Over}}},
-    {Phase::Abandoned, {{Event::Report, Phase::Over}}},
+    {Phase::Cancelled, {{Event::Notify, Phase::Over}}},
+    {Phase::Invalidated, {{Event::Notify, Phase::Over}}},
+    {Phase::Abandoned, {{Event::Notify, Phase::Over}}},
     {Phase::Lost,
      {{Event::Invalidate, Phase::Invalidated},
       {Event::Abandon, Phase::Abandoned},
-      {Event::Report, Phase::Over}}},
+      {Event::Notify, Phase::Over}}},
     {Phase::Over, {}},
 };
 
@@ -75,7 +75,7 @@ TEST(ConnectionLife, SaysWhatAPhaseIsLike) {
   EXPECT_EQ(inThese(&ConnectionLife::isActive), "A");
   EXPECT_EQ(inThese(&ConnectionLife::hasEnded), "CIALO");
   EXPECT_EQ(inThese(&ConnectionLife::endsLocally), "CIA");
-  EXPECT_EQ(inThese(&ConnectionLife::mayReport), "FACIL");
+  EXPECT_EQ(inThese(&ConnectionLife::mayNotify), "FACIL");
 }
 
 }  // namespace

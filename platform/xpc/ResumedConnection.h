@@ -3,8 +3,8 @@
 // Which connections of one exported object have been resumed, and in what order.
 //
 // The handlers of a connection do not say which connection they belong to: if an object has
-// invalidated one and resumed another since, it would take the report about the first for one about
-// the second. Such a report is stale and is dropped. Connections of one object that are live at the
+// invalidated one and resumed another since, it would take the notice about the first for one about
+// the second. Such a notice is stale and is dropped. Connections of one object that are live at the
 // same time do not make each other stale: only one resumed after the invalidation does.
 //
 // Threading: any thread; no call-out.

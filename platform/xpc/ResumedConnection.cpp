@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "platform/xpc/StaleReports.h"
+#include "platform/xpc/ResumedConnection.h"
 
 #include <pthread.h>
 

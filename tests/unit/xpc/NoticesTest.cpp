@@ -7,12 +7,12 @@
 
 #include "platform/xpc/Guarded.h"
 #include "platform/xpc/Pacing.h"
-#include "platform/xpc/StaleReports.h"
+#include "platform/xpc/ResumedConnection.h"
 
 using namespace platform::xpc;
 using std::chrono::milliseconds;
 
-TEST(Pacing, TheFirstReportIsPromptAndTheNextOnesWaitTwiceAsLongEach) {
+TEST(Pacing, TheFirstNoticeIsPromptAndTheNextOnesWaitTwiceAsLongEach) {
   const auto client = std::make_shared<int>(0);
   EXPECT_EQ(pauseAfterEnd(client, "service", milliseconds(1)), milliseconds(0));
   for (const int expected : {1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1000, 1000, 1000}) {
@@ -51,7 +51,7 @@ TEST(Pacing, EveryCountCanBeStartedAfresh) {
   EXPECT_EQ(pauseAfterEnd(client, "service", milliseconds(1)), milliseconds(0));
 }
 
-TEST(Reports, ForEachCodeAnErrorIsKeptInReserve) {
+TEST(SpareErrors, ForEachCodeAnErrorIsKeptInReserve) {
   for (const auto code : {platform::NSXPCConnectionInterrupted, platform::NSXPCConnectionInvalid,
                           platform::NSXPCConnectionReplyInvalid})
     EXPECT_EQ(spareError(code)->code(), code);
@@ -90,7 +90,7 @@ TEST(Patience, LastsWhileAShortagePasses) {
   EXPECT_EQ(asked, 3U);
 }
 
-TEST(StaleReports, AConnectionThatIsMadeAfterAnInvalidationSupersedes) {
+TEST(ResumedConnection, AConnectionThatIsMadeAfterAnInvalidationSupersedes) {
   const auto object = std::make_shared<int>(1);
   const auto other = std::make_shared<int>(1);
   ResumedConnection first;
@@ -110,7 +110,7 @@ TEST(StaleReports, AConnectionThatIsMadeAfterAnInvalidationSupersedes) {
   EXPECT_FALSE(first.isSuperseded());
 }
 
-TEST(StaleReports, ConnectionsThatLiveSideBySideDoNotSupersedeEachOther) {
+TEST(ResumedConnection, ConnectionsThatLiveSideBySideDoNotSupersedeEachOther) {
   const auto object = std::make_shared<int>(1);
   ResumedConnection older;
   ResumedConnection newer;
@@ -123,7 +123,7 @@ TEST(StaleReports, ConnectionsThatLiveSideBySideDoNotSupersedeEachOther) {
   EXPECT_FALSE(newer.isSuperseded());
 }
 
-TEST(StaleReports, AConnectionThatWasNeverResumedCanBeSuperseded) {
+TEST(ResumedConnection, AConnectionThatWasNeverResumedCanBeSuperseded) {
   const auto object = std::make_shared<int>(1);
   ResumedConnection first;
   ResumedConnection second;
@@ -133,7 +133,7 @@ TEST(StaleReports, AConnectionThatWasNeverResumedCanBeSuperseded) {
   EXPECT_TRUE(first.isSuperseded());
 }
 
-TEST(StaleReports, IdentityIsTheObjectNotThePointer) {
+TEST(ResumedConnection, IdentityIsTheObjectNotThePointer) {
   const auto object = std::make_shared<std::pair<int, int>>();
   const std::shared_ptr<int> part(object, &object->second);
   ResumedConnection first;
@@ -144,7 +144,7 @@ TEST(StaleReports, IdentityIsTheObjectNotThePointer) {
   EXPECT_TRUE(first.isSuperseded());
 }
 
-TEST(StaleReports, WithoutAnObjectNothingIsSuperseded) {
+TEST(ResumedConnection, WithoutAnObjectNothingIsSuperseded) {
   ResumedConnection first;
   ResumedConnection second;
   first.enter({});
@@ -153,7 +153,7 @@ TEST(StaleReports, WithoutAnObjectNothingIsSuperseded) {
   EXPECT_FALSE(first.isSuperseded());
 }
 
-TEST(StaleReports, TheEndOfTheObjectChangesNothing) {
+TEST(ResumedConnection, TheEndOfTheObjectChangesNothing) {
   auto object = std::make_shared<int>(1);
   ResumedConnection first;
   ResumedConnection second;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Quick stops and starts, with a small client that simply believes every report.
+// Quick stops and starts, with a small client that simply believes every notice.
 #include <random>
 
 #include "tests/support/XPCPeers.h"
@@ -11,7 +11,7 @@ using namespace testsupport;
 namespace {
 
 /// Holds at most one connection, opens one when it is started without one, and closes what it holds
-/// at each report.
+/// at each notice.
 class Believer final : public Talk, public std::enable_shared_from_this<Believer> {
  public:
   explicit Believer(std::string service) : service_(std::move(service)) {}
@@ -31,7 +31,7 @@ class Believer final : public Talk, public std::enable_shared_from_this<Believer
   }
 
   std::atomic<int> opened{0};
-  std::atomic<int> reports{0};
+  std::atomic<int> notices{0};
   std::atomic<int> answers{0};
 
  private:
@@ -69,7 +69,7 @@ class Believer final : public Talk, public std::enable_shared_from_this<Believer
         });
   }
   void handleInvalidation() {
-    reports.fetch_add(1);
+    notices.fetch_add(1);
     close();
     if (started_) update();
   }
@@ -80,14 +80,14 @@ class Believer final : public Talk, public std::enable_shared_from_this<Believer
   std::shared_ptr<NSXPCConnection> connection_;
 };
 
-class StaleReport : public XPCTest {
+class StaleNotice : public XPCTest {
  protected:
   void SetUp() override {
     service_->prepare = [](End&) {};
   }
   /// Whether no more connections are opened: none is wanted and none exists, or their number stays
   /// the same during a whole round trip. A started believer may be without one for a moment: a
-  /// report that began while it was stopped closes what it has opened since, and it then opens
+  /// notice that began while it was stopped closes what it has opened since, and it then opens
   /// another.
   bool settles(Believer& believer) {
     const auto limit = std::chrono::steady_clock::now() + kPatience;
@@ -115,7 +115,7 @@ class StaleReport : public XPCTest {
 
 }  // namespace
 
-TEST_F(StaleReport, DoesNotReachTheHolderOfANewerConnection) {
+TEST_F(StaleNotice, DoesNotReachTheHolderOfANewerConnection) {
   const auto believer = std::make_shared<Believer>(name_);
   believer->setStarted(true);
   for (int i = 0; i < 100; ++i) {
@@ -127,7 +127,7 @@ TEST_F(StaleReport, DoesNotReachTheHolderOfANewerConnection) {
   believer->setStarted(false);
 }
 
-TEST_F(StaleReport, OfTwoLiveConnectionsOfOneObjectEachIsReported) {
+TEST_F(StaleNotice, OfTwoLiveConnectionsOfOneObjectEachIsReported) {
   End newer;
   newer.talker = client_.talker;
   newer.configure(makeConnection());
@@ -144,15 +144,15 @@ TEST_F(StaleReport, OfTwoLiveConnectionsOfOneObjectEachIsReported) {
   newer.connection.reset();
 }
 
-TEST_F(StaleReport, ALocalInvalidationIsReportedWhenNoNewerConnectionStands) {
+TEST_F(StaleNotice, ALocalInvalidationIsReportedWhenNoNewerConnectionStands) {
   const auto believer = std::make_shared<Believer>(name_);
   believer->setStarted(true);
   believer->setStarted(false);
-  while (believer->reports == 0) std::this_thread::yield();
+  while (believer->notices == 0) std::this_thread::yield();
   EXPECT_FALSE(believer->isOpen());
 }
 
-TEST_F(StaleReport, TenThousandRandomTogglesEndInTheStateLastAskedFor) {
+TEST_F(StaleNotice, TenThousandRandomTogglesEndInTheStateLastAskedFor) {
   const auto believer = std::make_shared<Believer>(name_);
   std::mt19937 random(1);
   for (const bool last : {true, false}) {
