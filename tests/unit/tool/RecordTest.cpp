@@ -12,6 +12,8 @@
 #include <iterator>
 
 #include "router/Recording.h"
+#include "router/RouterErrors.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/unit/tool/VerbTest.h"
 #include "tool/files/GrowingFile.h"
@@ -129,6 +131,16 @@ TEST_F(GrowingFileTest, KeepsWholeLines) {
   file.write("one\ntwo\nthr");
   EXPECT_EQ(content(), "one\ntwo\nthr");
   EXPECT_EQ(file.finish(), 8U);
+  EXPECT_EQ(content(), "one\ntwo\n");
+}
+
+TEST_F(GrowingFileTest, KeepsWholeLinesOfWhatCannotBeWritten) {
+  GrowingFile file(path_);
+  file.write("one\n");
+  {
+    const testsupport::FileSizeLimit full(10);
+    EXPECT_THROW(file.write("two\nthree\n"), Failure);
+  }
   EXPECT_EQ(content(), "one\ntwo\n");
 }
 
