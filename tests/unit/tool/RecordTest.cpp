@@ -89,6 +89,13 @@ TEST(RecordingHeader, SaysWhatIsKnownOfTheDevice) {
             "D: 3\nR: 0\nN: Pen\\x0aE: fake\nP: usb-1/input0\nI: 18 056a 0000\n");
 }
 
+TEST(RecordingFooter, SaysHowManyReportsAreMissing) {
+  EXPECT_EQ(recordingFooter(Losses{3, false}), "# reports lost: 3\n");
+  EXPECT_EQ(recordingFooter(Losses{3, true}), "# reports lost: 3, by all sessions together\n");
+  EXPECT_EQ(recordingFooter(Losses{0, true}), "");
+  EXPECT_EQ(recordingFooter(std::nullopt), "");
+}
+
 TEST_F(RecordingLinesTest, TheRoutersReaderReadsIt) {
   const router::DeviceDescription description{
       .name = "Pen", .bus = 3, .vendor = 1, .product = 2, .source = ""};
@@ -96,6 +103,7 @@ TEST_F(RecordingLinesTest, TheRoutersReaderReadsIt) {
   std::string text = recordingHeader(description, {0x05, 0x01}, std::nullopt);
   text += report(*device, microseconds(10), {7, 8});
   text += report(*device, microseconds(1'000'010), {9});
+  text += recordingFooter(Losses{2, false});
   std::string_view rest = text;
   router::RecordingReader reader(
       [&](std::span<char> buffer) {
