@@ -110,6 +110,7 @@ int list(const ListOptions& options) {
 
 struct AddOptions {
   std::string recording;
+  std::uint32_t number = 0;  // of the device in the recording
   std::string speed = "1";
   std::string name;
   bool repeat = false;
@@ -130,6 +131,7 @@ int add(const AddOptions& options) {
   device.speed = *speed;
   device.repeat = options.repeat;
   device.name = options.name;
+  device.device = options.number;
   print(hexadecimal(router::addReplayDevice(SystemRoot::current(), device)) + "\n");
   return ExitDone;
 }
@@ -154,6 +156,7 @@ void addAddVerb(CLI::App& devices, Action& chosen) {
   verb->add_flag("--repeat", options->repeat,
                  "Start over at the end; otherwise the session ends there, and the\nnext one "
                  "plays the recording from the beginning");
+  verb->add_option("--device", options->number, kDeviceNumberHelp)->type_name("N");
   verb->add_option("--name", options->name, "A name to use instead of the one in the recording")
       ->type_name("NAME");
   verb->footer("Example:\n  wlhid devices add recordings/qemu-usb-mouse.hid --speed 2 --repeat");

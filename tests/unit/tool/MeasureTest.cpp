@@ -360,6 +360,7 @@ TEST_F(MeasureVerbTest, WrongUsageIsRefused) {
   const std::string device = "measure needs either a DEVICE or --recording FILE";
   EXPECT_TRUE(isRefusal(measure({}), 2, device));
   EXPECT_TRUE(isRefusal(measure({"1", "--recording", "f"}), 2, device));
+  EXPECT_TRUE(isRefusal(measure({"1", "--device", "1"}), 2, "--device goes with --recording"));
   EXPECT_TRUE(isRefusal(measure({"1", "--seconds", "-1"}), 2,
                         "--seconds must be a number from 0 to 1000000000"));
   EXPECT_TRUE(isRefusal(measure({"1", "--gap", "0"}), 2,

@@ -349,6 +349,23 @@ TEST_F(PictureVerbTest, WritesThePageAndTheCharts) {
   EXPECT_TRUE(std::filesystem::exists(charts + "/buttons.svg"));
 }
 
+TEST_F(PictureVerbTest, OfSeveralDevicesOneIsDrawn) {
+  testsupport::writeFile(file_, kPointer + "N: Pen\nD: 1\n" + kKeys +
+                                    "N: Keys\nE: 0.0 3 02 04 00\nE: 0.1 3 02 00 00\n"
+                                    "D: 0\nE: 0.2 3 00 05 05\n");
+  const auto drawn = [&](const char* number) {
+    const std::string page = directory_.path() / "p.html";
+    EXPECT_EQ(picture({file_, "--device", number, "-o", page}).status, 0);
+    std::ifstream in(page);
+    return std::string{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  };
+  EXPECT_TRUE(has(drawn("0"), "<h1>Pen</h1>"));
+  EXPECT_TRUE(has(drawn("1"), "<h1>Keys</h1>"));
+  EXPECT_TRUE(has(drawn("1"), "class=\"bar\""));
+  EXPECT_FALSE(has(drawn("0"), "class=\"bar\""));
+  EXPECT_EQ(picture({file_, "--device", "2", "-o", file_ + ".html"}).status, 1);
+}
+
 TEST_F(PictureVerbTest, WrongUsageIsRefused) {
   EXPECT_TRUE(isRefusal(picture({file_}), 2, "picture needs -o FILE.html, --svg DIR or both"));
   EXPECT_TRUE(isRefusal(picture({file_ + "x", "-o", file_ + ".html"}), 1,
