@@ -16,6 +16,7 @@
 #include "tool/routing/DeviceJson.h"
 #include "tool/routing/DeviceNames.h"
 #include "tool/routing/SystemDevices.h"
+#include "tool/terminal/Table.h"
 
 namespace tool {
 
@@ -43,22 +44,10 @@ std::string nameColumn(const DeviceDescription& device) {
   return platform::printableLine(device.name, kWidest);
 }
 
-std::size_t widthOf(std::string_view text) {
-  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-    return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U;
-  }));
-}
-
-std::string padded(std::string text, std::size_t width) {
-  const std::size_t length = widthOf(text);
-  if (length < width) text.append(width - length, ' ');
-  return text;
-}
-
 std::string asTable(const std::vector<DeviceDescription>& devices) {
   std::size_t width = std::string_view("NAME").size();
   for (const DeviceDescription& device : devices)
-    width = std::max(width, widthOf(nameColumn(device)));
+    width = std::max(width, characterCount(nameColumn(device)));
   std::string table = padded("REGISTRY ENTRY ID", 20) + padded("NAME", width + 2) +
                       padded("BUS:VENDOR:PRODUCT", 20) + "SOURCE\n";
   for (const DeviceDescription& device : devices) {
