@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <csignal>
 #include <memory>
+#include <regex>
+#include <set>
+#include <sstream>
 
 #include "TerminalEmulator.h"
 #include "ToolTest.h"
@@ -36,6 +39,73 @@ long waitingOn(const std::string& screen) {
   return numberBefore(" wait", screen);
 }
 
+/// What a cell of the screen looks like: its colour and attributes as the terminal was told them.
+/// "1 38;5;35" is bold, in colour 35.
+class CellStyle {
+ public:
+  /// The parameters of an escape sequence: "0;1;38;5;35".
+  void take(const std::string& parameters) {
+    std::istringstream in(parameters);
+    for (std::string each; std::getline(in, each, ';');) {
+      if (each == "38") {
+        std::string number;
+        std::getline(in, number, ';');  // 5: of a palette
+        std::getline(in, number, ';');
+        colour_ = "38;5;" + number;
+      } else if (each == "0") {
+        *this = CellStyle();
+      } else if (each == "39") {
+        colour_.clear();
+      } else if (each.size() == 1) {
+        attributes_.insert(each[0]);
+      } else if (each[0] == '3' || each[0] == '9') {
+        colour_ = each;
+      }
+    }
+  }
+  [[nodiscard]] std::string text() const {
+    const std::string attributes(attributes_.begin(), attributes_.end());
+    return attributes + (attributes.empty() || colour_.empty() ? "" : " ") + colour_;
+  }
+
+ private:
+  std::set<char> attributes_;
+  std::string colour_;
+};
+
+/// The style of each character of a screen, its characters without their styles beside it.
+struct StyledScreen {
+  explicit StyledScreen(const std::string& captured) {
+    CellStyle style;
+    for (std::size_t at = 0; at < captured.size(); ++at) {
+      if (captured.compare(at, 2, "\x1b[") == 0) {
+        const std::size_t end = captured.find('m', at);
+        style.take(captured.substr(at + 2, end - at - 2));
+        at = end;
+      } else {
+        text += captured[at];
+        styles.push_back(style.text());
+      }
+    }
+  }
+  [[nodiscard]] std::string styleOf(std::string_view words) const {
+    const std::size_t at = text.find(words);
+    return at == std::string::npos ? "(not there)" : styles[at];
+  }
+  /// Of the path, which alone is made of these dots.
+  [[nodiscard]] std::set<std::string> stylesOfDots() const {
+    std::set<std::string> found;
+    for (std::size_t at = 0; at + 1 < text.size(); ++at) {
+      const auto second = static_cast<unsigned char>(text[at + 1]);
+      if (text[at] == '\xe2' && second >= 0xa0 && second <= 0xa3) found.insert(styles[at]);
+    }
+    return found;
+  }
+
+  std::string text;
+  std::vector<std::string> styles;  // for each byte of the text
+};
+
 class MonitorTest : public ToolTest {
  protected:
   void SetUp() override { install(); }
@@ -59,6 +129,22 @@ class MonitorTest : public ToolTest {
     terminal_ =
         std::make_unique<TerminalEmulator>(directory / "terminal", command, environment, size);
     return *terminal_;
+  }
+  struct Colours {
+    std::string title;
+    std::string routing;
+    std::set<std::string> dots;
+  };
+  /// A pen's screen in a terminal of that kind: four levels of pressure, however few colours.
+  void expectColours(const std::vector<std::pair<std::string, std::string>>& environment,
+                     const Colours& expected) {
+    auto& terminal = monitor({addDevice("pen.hid", {"--repeat"})}, {120, 40}, environment);
+    const StyledScreen shown(terminal.awaitStyled([&](const std::string& captured) {
+      const StyledScreen screen(captured);
+      return has(screen.text, "routing Example Pen") && screen.stylesOfDots() == expected.dots;
+    }));
+    EXPECT_EQ(shown.styleOf("wlhid monitor"), expected.title);
+    EXPECT_EQ(shown.styleOf("routing Example Pen"), expected.routing);
   }
   void expectEnded(int status) {
     const std::string screen = terminal_->await("ended ");
@@ -273,6 +359,23 @@ TEST_F(MonitorTest, IsAsciiWhereTheLocaleIs) {
 TEST_F(MonitorTest, IsAsciiWhereSomebodyWantsIt) {
   auto& terminal = monitor({addTablet(), "--ascii"});
   EXPECT_TRUE(isAscii(terminal.await("- Elements -")));
+}
+
+TEST_F(MonitorTest, HasThePalettesColoursWhereThereAreMany) {
+  expectColours({{"TERM", "tmux-256color"}},
+                {"17 38;5;38", "1 38;5;35", {"38;5;24", "38;5;31", "38;5;38", "38;5;51"}});
+}
+
+TEST_F(MonitorTest, TellsLevelsApartByAttributesWhereColoursAreFew) {
+  expectColours({{"TERM", "tmux"}}, {"17 36", "1 32", {"2 34", "34", "36", "1 36"}});
+}
+
+TEST_F(MonitorTest, HasNoColoursWhereTheTerminalHasNone) {
+  expectColours({{"TERM", "vt100"}}, {"17", "1", {"", "1"}});
+}
+
+TEST_F(MonitorTest, HasNoColoursWhereSomebodyWantsNone) {
+  expectColours({{"TERM", "tmux-256color"}, {"NO_COLOR", "1"}}, {"17", "1", {"2", "", "1"}});
 }
 
 TEST_F(MonitorTest, ADumbTerminalGetsLines) {
