@@ -2,7 +2,10 @@
 
 // wlhid monitor in a terminal emulator: keys are typed, and the screen is compared.
 #include <algorithm>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
+#include <functional>
 #include <memory>
 #include <regex>
 #include <set>
@@ -22,6 +25,29 @@ bool isAscii(const std::string& text) {
 
 bool has(const std::string& screen, std::string_view text) {
   return screen.find(text) != std::string::npos;
+}
+
+/// The screen without what depends on the hour and on the machine's speed: the line with the
+/// state's age, the one with the rate, and the time before each report.
+std::string withoutTimes(const std::string& screen) {
+  std::string text = std::regex_replace(screen, std::regex("since [^\n]*"), "since TIME");
+  text = std::regex_replace(text, std::regex("[^\n]* reports/s[^\n]*"), " PACE");
+  return std::regex_replace(text, std::regex("\n *\\+[0-9.]+ (µs|ms|s)  "), "\n TIME  ");
+}
+
+/// A pen that draws a zigzag in a quarter of a second, and then rests until only its path tells of
+/// that: paths are kept longer than histories are wide.
+std::string zigzag() {
+  std::string text =
+      "R: 55 05 0d 09 02 a1 01 09 42 09 44 09 32 15 00 25 01 75 01 95 03 81 02 95 05 81 01 "
+      "05 01 09 30 09 31 26 e8 03 75 10 95 02 81 02 05 0d 09 30 26 ff 00 75 08 95 01 81 02 c0\n"
+      "N: Zigzag\n";
+  for (const char* const report :
+       {"0.00 6 05 64 00 64 00 20", "0.05 6 05 c8 00 20 03 40", "0.10 6 05 2c 01 64 00 60",
+        "0.15 6 05 90 01 20 03 80", "0.20 6 05 84 03 64 00 a0", "0.25 6 05 bc 02 20 03 c4",
+        "3.25 6 05 bc 02 20 03 c4"})
+    text += std::string("E: ") + report + "\n";
+  return text;
 }
 
 /// -1 if there is none.
@@ -151,6 +177,16 @@ class MonitorTest : public ToolTest {
     EXPECT_NE(screen.find("ended " + std::to_string(status)), std::string::npos) << screen;
     EXPECT_TRUE(terminal_->isRestored()) << screen;
   }
+  /// What the router says of who has which device.
+  void awaitSessions(const std::function<bool(const std::string& sessions)>& isWanted) const {
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
+    std::string sessions;
+    do {
+      sessions = runTool({"sessions"}).out;
+      if (isWanted(sessions)) return;
+    } while (std::chrono::steady_clock::now() < deadline);
+    ADD_FAILURE() << "the sessions do not become what is expected:\n" << sessions;
+  }
   std::string addTablet() { return addDevice("qemu-usb-tablet.hid", {"--repeat"}); }
 
   std::unique_ptr<TerminalEmulator> terminal_;
@@ -185,6 +221,16 @@ TEST_F(MonitorTest, PausesAndSteps) {
   terminal.type("p");
   terminal.awaitGone("PAUSED");
   terminal.await([&](const std::string& shown) { return reportsOn(shown) > before + 10; });
+}
+
+/// Each time when the pen has rested for a while, the same screen comes again.
+TEST_F(MonitorTest, TheWholeScreenIsAsDrawn) {
+  const std::string expected =
+      readFile(sourcePath("tests/end-to-end/tool/golden/monitor-120x40.txt"));
+  writeFile(directory / "zigzag.hid", zigzag());
+  auto& terminal =
+      monitor({addDevice((directory / "zigzag.hid").string(), {"--repeat"})}, {120, 40});
+  terminal.await([&](const std::string& shown) { return withoutTimes(shown) == expected; });
 }
 
 TEST_F(MonitorTest, MeasuresTheLatency) {
@@ -309,11 +355,19 @@ TEST_F(MonitorTest, RecordsNoSecretsUnasked) {
 TEST_F(MonitorTest, TakesADeviceExclusivelyAndGivesItBack) {
   auto& terminal = monitor({addTablet()});
   terminal.await([](const std::string& shown) { return reportsOn(shown) > 0; });
+  awaitSessions([](const std::string& sessions) {
+    return has(sessions, "QEMU USB Tablet") && !has(sessions, "exclusively");
+  });
   terminal.type("x");
   const long before = reportsOn(terminal.await("EXCLUSIVE"));
+  awaitSessions(
+      [](const std::string& sessions) { return has(sessions, "QEMU USB Tablet, exclusively"); });
   terminal.await([&](const std::string& shown) { return reportsOn(shown) > before + 5; });
   terminal.type("x");
   terminal.awaitGone("EXCLUSIVE");
+  awaitSessions([](const std::string& sessions) {
+    return has(sessions, "QEMU USB Tablet") && !has(sessions, "exclusively");
+  });
 }
 
 TEST_F(MonitorTest, GoesOnAfterTheRoutersDeath) {
@@ -421,6 +475,25 @@ TEST_F(MonitorTest, DrawsARecordingTheSameEachTime) {
     EXPECT_TRUE(before.empty() || svg == before);
     before = svg;
   }
+}
+
+/// Recordings of real devices that are kept beside the source tree.
+TEST_F(MonitorTest, DrawsEveryRecording) {
+  const fs::path shared = sourcePath("../shared/recordings");
+  if (!fs::exists(shared)) GTEST_SKIP() << "no recordings beside the source tree";
+  std::size_t drawn = 0;
+  for (const auto& entry : fs::directory_iterator(shared)) {
+    if (entry.path().extension() != ".hid") continue;
+    const fs::path file = directory / "monitor.svg";
+    const Outcome outcome = runTool({"monitor", "--recording", entry.path(), "--svg", file});
+    EXPECT_EQ(outcome.status, 0) << entry.path() << outcome.err;
+    const std::string svg = readFile(file);
+    for (const char* const expected : {"\u00a0in\u00a0all", "─\u00a0Elements", "─\u00a0Reports"})
+      EXPECT_NE(svg.find(expected), std::string::npos) << entry.path() << expected;
+    EXPECT_EQ(svg.find(">0\u00a0in\u00a0all"), std::string::npos) << entry.path();
+    ++drawn;
+  }
+  EXPECT_GT(drawn, 3U);
 }
 
 TEST_F(MonitorTest, SaysWhatIsWrongWithACommandLine) {
