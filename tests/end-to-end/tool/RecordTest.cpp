@@ -7,9 +7,11 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
+#include <regex>
 #include <stdexcept>
 
 #include "Situations.h"
+#include "TerminalEmulator.h"
 
 namespace test {
 namespace {
@@ -273,11 +275,14 @@ TEST_F(RecordTest, WhatCannotBeRoutedLeavesNoFile) {
 }
 
 TEST_F(RecordTest, ATerminalShowsWhatHasBeenRecorded) {
-  const std::string id = addDevice("qemu-usb-mouse.hid", {"--speed", "max"});
-  const Outcome shown = runToolOnTerminal({"record", id, file(), "--sensitive"});
-  EXPECT_EQ(shown.status, 0) << shown.out;
-  EXPECT_NE(shown.out.find("0:00  "), std::string::npos) << shown.out;
-  EXPECT_NE(shown.out.find("(Ctrl-C ends it)"), std::string::npos) << shown.out;
+  const std::string id = addDevice("qemu-usb-mouse.hid", {"--repeat"});
+  TerminalEmulator terminal(directory / "terminal", wlhid({"record", id, file(), "--sensitive"}),
+                            options(), {});
+  const std::regex progress(
+      "0:[0-9]{2}  [0-9]{2,} reports  [0-9.]+ (bytes|KiB)  \\(Ctrl-C ends it\\)");
+  terminal.await([&](const std::string& shown) { return std::regex_search(shown, progress); });
+  terminal.type("C-c");
+  terminal.await("ended 0");
 }
 
 /// Anonymous memory in kilobytes.

@@ -15,6 +15,7 @@
 #include "router/RouterErrors.h"
 #include "tests/support/FileSizeLimit.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/unit/tool/FakeRouter.h"
 #include "tests/unit/tool/VerbTest.h"
 #include "tool/files/GrowingFile.h"
 #include "tool/recording/RecordingLines.h"
@@ -202,6 +203,23 @@ TEST_F(RecordVerbTest, NothingIsCreatedBeforeAllIsKnown) {
   const std::string id = addDevice("m.hid", "Strange");
   EXPECT_TRUE(
       run(addRecordVerb, {"record", id, file}).err.starts_with("\"Strange\" is sensitive ("));
+  EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST_F(RecordVerbTest, WhatTheRouterRefusesLeavesNoFile) {
+  installVersion("1.0");
+  const std::string id = addDevice("m.hid", "Strange");
+  const std::string file = directory_.path() / "file";
+  bool wasThere = false;
+  const FakeRouter router(platform_, [&](platform::ScriptedConnection& connection) {
+    wasThere = std::filesystem::exists(file);
+    connection.deliverReply(
+        router::routerError(router::IOReturn::NotPermitted, "this user may not have it"));
+  });
+  EXPECT_TRUE(
+      isRefusal(run(addRecordVerb, {"record", id, file, "--sensitive"}), 1,
+                "the router refused: this user may not have it (HIDEventRouterDomain -536870174)"));
+  EXPECT_TRUE(wasThere);
   EXPECT_FALSE(std::filesystem::exists(file));
 }
 
