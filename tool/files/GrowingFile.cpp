@@ -30,7 +30,9 @@ void GrowingFile::fail(int error) const {
 
 void GrowingFile::write(std::string_view text) {
   Output output(file_.get());
-  if (!output.write(text)) fail(output.failure());
+  if (output.write(text)) return;
+  finish();
+  fail(output.failure());
 }
 
 std::uint64_t GrowingFile::size() const {

@@ -24,6 +24,7 @@ class GrowingFile {
 
   /// Appends at the end, whoever else does.
   [[nodiscard]] int descriptor() const { return file_.get(); }
+  /// What cannot be written whole is cut off after its last whole line.
   void write(std::string_view text);
   /// Removes what follows the last whole line (on a full disk, the beginning of another) and waits
   /// until the rest is on disk. Returns the size.

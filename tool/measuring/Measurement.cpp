@@ -8,6 +8,7 @@
 
 #include "platform/foundation/Format.h"
 #include "tool/descriptor/UnitNames.h"
+#include "tool/terminal/Table.h"
 
 namespace tool {
 
@@ -44,7 +45,7 @@ std::string histogramText(const Intervals& intervals) {
   for (const auto& bar : bars) {
     const double part = static_cast<double>(bar.count) / static_cast<double>(most);
     const auto length = static_cast<std::size_t>(std::ceil(part * kWidest));
-    text += stringWithFormat("  under %-9s %8llu  ", durationText(bar.to), bar.count) +
+    text += "  under " + padded(durationText(bar.to), 9) + stringWithFormat(" %8llu  ", bar.count) +
             std::string(length, '#') + "\n";
   }
   return text;

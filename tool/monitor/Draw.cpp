@@ -49,6 +49,11 @@ void drawTitleBar(const Shown& shown, Screen& screen) {
   screen.writeRight(0, room, columnsOf(flags), flags, kTitleStyle);
 }
 
+void drawState(const Shown& shown, int width, Screen& screen) {
+  const int used = screen.write(1, 1, width, shown.state, styleOf(shown.health));
+  if (!shown.since.empty()) screen.write(1, used + 2, width - used - 1, "since " + shown.since);
+}
+
 /// A narrow screen has no room for the long intervals beside the latency.
 std::string paceText(const Shown& shown, bool hasUnicode, bool isNarrow) {
   const auto time = [hasUnicode](Time each) { return timeText(each, hasUnicode); };
@@ -67,7 +72,7 @@ std::string paceText(const Shown& shown, bool hasUnicode, bool isNarrow) {
 
 std::string countText(const Shown& shown) {
   std::string text = std::to_string(shown.model->pace().count()) + " in all";
-  if (shown.lost) text += ", " + std::to_string(*shown.lost) + " lost";
+  if (shown.lost) text += ", " + lossText(*shown.lost);
   if (shown.leftOut > 0) text += ", " + std::to_string(shown.leftOut) + " not shown";
   return text;
 }
@@ -121,18 +126,16 @@ std::string timeText(Time time, bool hasUnicode) {
 void drawHead(const Shown& shown, Screen& screen) {
   drawTitleBar(shown, screen);
   if (!shown.open) return;
-  const int used = screen.write(1, 1, screen.columns() - 2, shown.state, styleOf(shown.health));
-  if (!shown.since.empty())
-    screen.write(1, used + 2, screen.columns() - used - 3, "since " + shown.since);
-  if (shown.model == nullptr) return;
+  if (shown.model == nullptr) return drawState(shown, screen.columns() - 2, screen);
   const std::string counts = countText(shown);
   const int room = screen.columns() - columnsOf(counts) - 2;
   const bool isNarrow = screen.columns() < 100;
   const std::string pace = paceText(shown, screen.look().hasUnicode, isNarrow);
   // On a narrow screen the counts stand in the row above.
   const bool hasRoom = columnsOf(pace) + 3 < room;
+  drawState(shown, hasRoom ? screen.columns() - 2 : room - 1, screen);
   screen.write(2, 1, screen.columns() - 2, pace);
-  const Style style{shown.lost.value_or(0) > 0 ? Colour::Bad : Colour::Usual};
+  const Style style{shown.lost && shown.lost->reports > 0 ? Colour::Bad : Colour::Usual};
   screen.writeRight(hasRoom ? 2 : 1, room, columnsOf(counts) + 1, counts, style);
 }
 

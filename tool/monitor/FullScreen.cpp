@@ -54,6 +54,7 @@ struct FullScreen::Terminal {
 
 namespace {
 
+constexpr int kFewColours = 8;
 constexpr int kManyColours = 256;
 
 /// The terminal's numbers of the colours; -1 is its own.
@@ -79,8 +80,9 @@ bool isUnicodeLocale() {
   return std::string_view(::nl_langinfo(CODESET)) == "UTF-8";
 }
 
+/// Asks the terminal's description: the library knows COLORS only once colours are in use.
 bool hasWantedColours() {
-  return showsColours(STDOUT_FILENO) && has_colors() && COLORS >= 8;
+  return showsColours(STDOUT_FILENO) && tigetnum("colors") >= kFewColours;
 }
 
 void defineColours() {
@@ -96,7 +98,8 @@ attr_t attributesOf(const Style& style) {
   attr_t attributes = A_NORMAL;
   const bool hasFew = COLORS < kManyColours;
   if (style.isBold || (hasFew && style.colour == Colour::Level4)) attributes |= A_BOLD;
-  if (style.isDim || (hasFew && style.colour == Colour::Quiet)) attributes |= A_DIM;
+  if (style.isDim || (hasFew && (style.colour == Colour::Quiet || style.colour == Colour::Level1)))
+    attributes |= A_DIM;
   if (style.isReverse) attributes |= A_REVERSE;
   return attributes;
 }

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <ctime>
+#include <utility>
 
 #include "router/RouterLimits.h"
 #include "tool/command/Command.h"
@@ -35,8 +36,11 @@ void Recorder::take(Time time, std::span<const std::uint8_t> report) {
 
 void Recorder::write() {
   if (text_.empty()) return;
-  file_.write(text_);
-  text_.clear();
+  try {
+    file_.write(std::exchange(text_, {}));
+  } catch (const Failure& failure) {
+    throw Failure(std::string(failure.what()) + " (what had been recorded before is in the file)");
+  }
 }
 
 std::string Recorder::finish() {

@@ -28,7 +28,7 @@ class Recorder {
            const std::vector<std::uint8_t>& reportDescriptor);
 
   void take(Time time, std::span<const std::uint8_t> report);
-  /// Writes what has been taken.
+  /// Writes what has been taken. If that fails, the file keeps the whole reports that it has.
   void write();
   /// What the file holds, in a sentence.
   [[nodiscard]] std::string finish();

@@ -10,8 +10,8 @@
 #include "platform/services/SystemRoot.h"
 #include "router/policy/DeviceClass.h"
 #include "tool/command/Command.h"
-#include "tool/findings/Inventory.h"
 #include "tool/routing/LatencyWatch.h"
+#include "tool/routing/RouteSummary.h"
 
 namespace tool::monitor {
 
@@ -57,11 +57,6 @@ router::DeviceDescription descriptionOf(const wlhid::Device& device) {
           device.source, device.path, device.serial, device.interface};
 }
 
-std::optional<std::uint64_t> lostByRouter() {
-  const auto status = runningRouter(platform::SystemRoot::current());
-  return status ? std::optional(status->lost) : std::nullopt;
-}
-
 }  // namespace
 
 struct Session::Seen {
@@ -78,7 +73,7 @@ struct Session::OpenDevice {
   bool mustReadDescriptor = false;
   wlhid::Status status;
   wlhid::Device device;
-  std::optional<std::uint64_t> lostBefore;
+  LossWatch losses{platform::SystemRoot::current()};
   std::shared_ptr<LatencyWatch> latency;
   std::unique_ptr<wlhid::Input> input;
 };
@@ -149,7 +144,6 @@ void Session::setUpDevice(std::uint64_t device) {
   open_ = std::make_unique<OpenDevice>();
   if (const wlhid::Device* const known = list_.find(device)) open_->device = *known;
   open_->device.id = device;
-  open_->lostBefore = lostByRouter();
   leftOut_ = 0;
   shown_.name = open_->device.name;
   readDescriptor();
@@ -245,16 +239,8 @@ void Session::tick() {
   shown_.leftOut = leftOut_ + feed.leftOut();
   if (time < nextLossCount_) return;
   nextLossCount_ = time + kCountInterval;
-  countLosses();
+  shown_.lost = open_->losses.losses();
   measureLatency();
-}
-
-/// Of all sessions together: the router does not tell them apart.
-void Session::countLosses() {
-  const auto lost = lostByRouter();
-  if (!open_->lostBefore || (lost && *lost < *open_->lostBefore)) open_->lostBefore = lost;
-  shown_.lost =
-      lost && open_->lostBefore ? std::optional(*lost - *open_->lostBefore) : std::nullopt;
 }
 
 void Session::measureLatency() {

@@ -63,7 +63,6 @@ class Session {
   void pauseOrGoOn();
   void recordOrStop();
   void startRecording();
-  void countLosses();
   void measureLatency();
   [[nodiscard]] Time now() const;
 

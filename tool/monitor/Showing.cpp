@@ -145,7 +145,7 @@ std::string lineOf(const Shown& shown) {
   std::string line = shown.state;
   if (shown.model == nullptr) return line;
   line += platform::stringWithFormat("; %.0f reports/s", shown.model->pace().perSecond(shown.now));
-  if (shown.lost) line += ", " + std::to_string(*shown.lost) + " lost";
+  if (shown.lost) line += ", " + lossText(*shown.lost);
   std::string separator = ";";
   for (const Track& track : shown.model->tracks()) {
     const bool isIdle = track.kind == Track::Kind::Slot     ? track.selected.id == 0

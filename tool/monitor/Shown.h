@@ -14,6 +14,7 @@
 
 #include "tool/measuring/Latency.h"
 #include "tool/monitor/DeviceModel.h"
+#include "tool/routing/RouteSummary.h"
 
 namespace tool::monitor {
 
@@ -44,7 +45,7 @@ struct Shown {
   std::string since;  ///< "12:03:04 (5 min)"
   const DeviceModel* model = nullptr;
   Time now{};
-  std::optional<std::uint64_t> lost;      ///< by the router, while it was shown
+  std::optional<Losses> lost;             ///< by the router, while it was shown
   std::optional<LatencyFigures> latency;  ///< of its reports; nothing if unknown
   std::uint64_t leftOut = 0;              ///< that came but are not shown
 

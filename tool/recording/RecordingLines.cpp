@@ -84,6 +84,12 @@ std::string recordingHeader(const router::DeviceDescription& description,
                                              description.vendor, description.product);
 }
 
+std::string recordingFooter(const std::optional<Losses>& losses) {
+  if (!losses || losses->reports == 0) return {};
+  return "# reports lost: " + std::to_string(losses->reports) +
+         (losses->ofOthersToo ? ", by all sessions together\n" : "\n");
+}
+
 std::unique_ptr<DeliveryLines> recordingLines(std::shared_ptr<RecordingState> state,
                                               std::function<std::chrono::microseconds()> clock,
                                               std::optional<std::uint32_t> device) {

@@ -18,6 +18,7 @@
 
 #include "router/Devices.h"
 #include "tool/routing/DeliveryLines.h"
+#include "tool/routing/RouteSummary.h"
 
 namespace tool {
 
@@ -35,6 +36,9 @@ struct RecordingState {
 [[nodiscard]] std::string recordingHeader(const router::DeviceDescription& description,
                                           const std::vector<std::uint8_t>& reportDescriptor,
                                           std::optional<std::uint32_t> device);
+
+/// What stands after the last report: how many the router lost, if it did.
+[[nodiscard]] std::string recordingFooter(const std::optional<Losses>& losses);
 
 /// A line for each report. `clock` may count from any point that is not before 0.
 [[nodiscard]] std::unique_ptr<DeliveryLines> recordingLines(

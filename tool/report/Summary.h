@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// What is wrong, in about ten lines: the first page of a report.
+// The first page of a report: what is wrong in ten lines, and what was found.
 //
 // Without input it holds this program's own words and shown values, like the rest of the report.
 //
@@ -32,7 +32,7 @@ struct Summary {
   };
   std::string verdict;
   bool inOrder = false;
-  std::vector<Fault> faults;
+  std::vector<Fault> faults;  ///< each after those that may be its cause
   std::vector<Row> rows;
   std::string note;  ///< what is not on the page, and where to find it
 };
@@ -48,7 +48,8 @@ struct SummarySources {
 
 /// `whole`: with everything that is private.
 [[nodiscard]] Summary summaryOf(const SummarySources& sources, bool whole, DeviceOrder& devices);
-/// As a page for a browser, which needs neither a network nor scripts.
+/// As a page for a browser, which needs neither a network nor scripts. Its first ten lines are the
+/// verdict and the first faults, however many there are.
 [[nodiscard]] std::string summaryPage(const Summary& summary);
 
 }  // namespace tool

@@ -21,6 +21,10 @@ inline constexpr const char* kDeviceHelp =
     "A device's name, if unique, or its registry entry ID (decimal\nor 0x…). id:12 and name:12 are "
     "never ambiguous";
 
+/// For the help of verbs that take a recording.
+inline constexpr const char* kDeviceNumberHelp =
+    "Which device of a recording of several (default 0)";
+
 /// A device as typed: its possible name and its possible ID.
 struct DeviceReference {
   std::optional<std::string> name;

@@ -30,6 +30,12 @@ bool hasSessionOfOurs(const router::RouterStatus& status) {
   return std::ranges::count(status.sessions, ::getpid(), &router::SessionStatus::pid) > 0;
 }
 
+bool hasSessionOfOthers(const router::RouterStatus& status) {
+  return std::ranges::any_of(status.sessions, [](const router::SessionStatus& session) {
+    return session.pid != ::getpid();
+  });
+}
+
 }  // namespace
 
 std::string routeHeader(const std::string& name, std::uint64_t registryEntryID) {
@@ -64,6 +70,26 @@ std::optional<Losses> LossCount::take() const {
   return Losses{status->lost - std::min(before_, status->lost), !status->sessions.empty()};
 }
 
+LossWatch::LossWatch(platform::SystemRoot root) : root_(std::move(root)) {
+  static_cast<void>(losses());
+}
+
+std::optional<Losses> LossWatch::losses() {
+  const auto status = runningRouter(root_);
+  if (!status) return std::nullopt;
+  if (status->pid != router_ || status->lost < before_) {
+    router_ = status->pid;
+    before_ = status->lost;
+  }
+  hasOthers_ = hasOthers_ || hasSessionOfOthers(*status);
+  return Losses{status->lost - before_, hasOthers_};
+}
+
+std::string lossText(const Losses& losses) {
+  return std::to_string(losses.reports) + " lost" +
+         (losses.ofOthersToo && losses.reports != 0 ? ", by all sessions together" : "");
+}
+
 std::string routeSummary(std::uint64_t reports, std::chrono::microseconds time,
                          const std::optional<Losses>& losses) {
   const double seconds = static_cast<double>(time.count()) / 1e6;
@@ -71,10 +97,7 @@ std::string routeSummary(std::uint64_t reports, std::chrono::microseconds time,
                      decimal("%.2f s", seconds);
   if (reports > 1 && seconds > 0)
     text += decimal(", %.1f per second", static_cast<double>(reports) / seconds);
-  if (losses) {
-    text += "; " + (losses->reports == 0 ? "none" : std::to_string(losses->reports)) + " lost";
-    if (losses->ofOthersToo && losses->reports != 0) text += ", by all sessions together";
-  }
+  if (losses) text += "; " + (losses->reports == 0 ? "none lost" : lossText(*losses));
   return text + "\n";
 }
 

@@ -27,6 +27,9 @@ struct Losses {
   bool ofOthersToo = false;  ///< includes those of other sessions, which cannot be told apart
 };
 
+/// "3 lost, by all sessions together"
+[[nodiscard]] std::string lossText(const Losses& losses);
+
 /// How many reports the router says it lost while this process was routing.
 class LossCount {
  public:
@@ -41,6 +44,21 @@ class LossCount {
   const platform::SystemRoot root_;
   pid_t router_ = -1;
   std::uint64_t before_ = 0;
+};
+
+/// The same while this process is still routing.
+class LossWatch {
+ public:
+  explicit LossWatch(platform::SystemRoot root);
+  /// So far. Nothing if no router runs; of another router than before only what it loses from now
+  /// on.
+  [[nodiscard]] std::optional<Losses> losses();
+
+ private:
+  const platform::SystemRoot root_;
+  pid_t router_ = -1;
+  std::uint64_t before_ = 0;
+  bool hasOthers_ = false;
 };
 
 /// "8 reports in 0.09 s, 88.9 per second; none lost"

@@ -8,10 +8,16 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace tool {
+
+/// How many characters the text has, which is UTF-8.
+[[nodiscard]] std::size_t characterCount(std::string_view text);
+/// With blanks at its end, so that it has at least so many characters.
+[[nodiscard]] std::string padded(std::string text, std::size_t characters);
 
 class Table {
  public:

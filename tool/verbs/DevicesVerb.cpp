@@ -16,6 +16,7 @@
 #include "tool/routing/DeviceJson.h"
 #include "tool/routing/DeviceNames.h"
 #include "tool/routing/SystemDevices.h"
+#include "tool/terminal/Table.h"
 
 namespace tool {
 
@@ -43,22 +44,10 @@ std::string nameColumn(const DeviceDescription& device) {
   return platform::printableLine(device.name, kWidest);
 }
 
-std::size_t widthOf(std::string_view text) {
-  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-    return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U;
-  }));
-}
-
-std::string padded(std::string text, std::size_t width) {
-  const std::size_t length = widthOf(text);
-  if (length < width) text.append(width - length, ' ');
-  return text;
-}
-
 std::string asTable(const std::vector<DeviceDescription>& devices) {
   std::size_t width = std::string_view("NAME").size();
   for (const DeviceDescription& device : devices)
-    width = std::max(width, widthOf(nameColumn(device)));
+    width = std::max(width, characterCount(nameColumn(device)));
   std::string table = padded("REGISTRY ENTRY ID", 20) + padded("NAME", width + 2) +
                       padded("BUS:VENDOR:PRODUCT", 20) + "SOURCE\n";
   for (const DeviceDescription& device : devices) {
@@ -110,6 +99,7 @@ int list(const ListOptions& options) {
 
 struct AddOptions {
   std::string recording;
+  std::uint32_t number = 0;  // of the device in the recording
   std::string speed = "1";
   std::string name;
   bool repeat = false;
@@ -130,6 +120,7 @@ int add(const AddOptions& options) {
   device.speed = *speed;
   device.repeat = options.repeat;
   device.name = options.name;
+  device.device = options.number;
   print(hexadecimal(router::addReplayDevice(SystemRoot::current(), device)) + "\n");
   return ExitDone;
 }
@@ -154,6 +145,7 @@ void addAddVerb(CLI::App& devices, Action& chosen) {
   verb->add_flag("--repeat", options->repeat,
                  "Start over at the end; otherwise the session ends there, and the\nnext one "
                  "plays the recording from the beginning");
+  verb->add_option("--device", options->number, kDeviceNumberHelp)->type_name("N");
   verb->add_option("--name", options->name, "A name to use instead of the one in the recording")
       ->type_name("NAME");
   verb->footer("Example:\n  wlhid devices add recordings/qemu-usb-mouse.hid --speed 2 --repeat");

@@ -31,6 +31,7 @@ using nlohmann::ordered_json;
 struct MeasureOptions {
   std::string device;
   std::string recording;
+  std::uint32_t number = 0;  // of the device in the recording
   double seconds = 10;
   double gap = 50;  // milliseconds
   bool json = false;
@@ -92,7 +93,7 @@ Measured measureInstalled(const MeasureOptions& options) {
 }
 
 Measured measureRecording(const MeasureOptions& options) {
-  const auto file = router::RecordingFile::at(options.recording, 0);
+  const auto file = router::RecordingFile::at(options.recording, options.number);
   auto reader = file.read();
   const router::RecordingHeader& header = reader.header();
   Measured measured{header.name, Measurement(parsed(header.reportDescriptor), gapOf(options))};
@@ -171,6 +172,8 @@ std::string originOfTimes(const Measured& measured, const MeasureOptions& option
 void checkUsage(const MeasureOptions& options) {
   if (options.device.empty() == options.recording.empty())
     throw UsageFailure("measure needs either a DEVICE or --recording FILE");
+  if (options.number != 0 && options.recording.empty())
+    throw UsageFailure("--device goes with --recording");
   if (!std::isfinite(options.seconds) || options.seconds < 0 || options.seconds > 1e9)
     throw UsageFailure("--seconds must be a number from 0 to 1000000000");
   if (!std::isfinite(options.gap) || options.gap < 0.001 || options.gap > 1e9)
@@ -200,6 +203,9 @@ void addMeasureVerb(CLI::App& app, Action& chosen) {
   verb->add_option("--recording", options->recording,
                    "Instead of a DEVICE: the reports of this recording, at its times")
       ->type_name("FILE");
+  verb->add_option("--device", options->number,
+                   "With --recording: which device of a recording of several (default 0)")
+      ->type_name("N");
   verb->add_option("--seconds", options->seconds,
                    "End after S seconds (default 10; 0: only at Ctrl-C)")
       ->type_name("S");

@@ -10,6 +10,7 @@
 #include "tool/picture/Page.h"
 #include "tool/picture/PictureData.h"
 #include "tool/picture/SvgCharts.h"
+#include "tool/routing/DeviceNames.h"
 
 namespace tool {
 
@@ -62,9 +63,7 @@ void addPictureVerb(CLI::App& app, Action& chosen) {
   verb->add_option("--svg", options->svgDirectory,
                    "A directory for the charts as single SVG files; it is created if\nnecessary")
       ->type_name("DIR");
-  verb->add_option("--device", options->device,
-                   "Which device of a recording of several (default 0)")
-      ->type_name("N");
+  verb->add_option("--device", options->device, kDeviceNumberHelp)->type_name("N");
   verb->footer(
       "The page shows the device, the path of X and Y with pressure, each axis and button over\n"
       "time, the times between reports, the report descriptor, and every report in a table. It\n"

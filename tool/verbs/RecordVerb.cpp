@@ -129,8 +129,7 @@ class Recording {
       file_.remove();
       throw Failure(end.message);
     }
-    if (!end.failed && losses && losses->reports != 0)
-      file_.write("# reports lost: " + std::to_string(losses->reports) + "\n");
+    if (!end.failed) file_.write(recordingFooter(losses));
     const std::uint64_t size = file_.finish();
     print(file_.path() + ": " + sizeText(size) + "\n" + routeSummary(reports(), time, losses));
     if (end.failed) throw Failure(end.message + " (what had been recorded before is in the file)");

@@ -42,7 +42,8 @@ using UsageCode = std::uint64_t;
 struct RouteOptions {
   std::string device;
   std::string recording;
-  std::string speed;  // empty: as recorded
+  std::uint32_t number = 0;  // of the device in the recording
+  std::string speed;         // empty: as recorded
   std::string countText;
   std::uint64_t count = 0;  // 0: unlimited
   double seconds = 0;       // 0: unlimited
@@ -163,6 +164,7 @@ std::filesystem::path keepStandardInput(const std::filesystem::path& directory) 
 int routeRecording(const RouteOptions& options) {
   router::ReplayDevice device;
   device.speed = parseSpeed(options.speed);
+  device.device = options.number;
   StopSignals signals;
   const ScratchRoot scratch;
   const platform::SystemRoot root(scratch.path());
@@ -202,6 +204,8 @@ void checkUsage(RouteOptions& options) {
   if (!options.speed.empty() && options.recording.empty()) {
     throw UsageFailure("--speed goes with --recording; an added device has its own speed");
   }
+  if (options.number != 0 && options.recording.empty())
+    throw UsageFailure("--device goes with --recording; an added device is one of them");
   static_cast<void>(parseSpeed(options.speed));
   if (!std::isfinite(options.seconds) || options.seconds < 0 || options.seconds > 1e9) {
     throw UsageFailure("--seconds must be a number from 0 to 1000000000");
@@ -231,6 +235,9 @@ void addRouteVerb(CLI::App& app, Action& chosen) {
                    "With --recording: 1 (as recorded, the default), a factor,\nor max (as fast as "
                    "possible)")
       ->type_name("SPEED");
+  verb->add_option("--device", options->number,
+                   "With --recording: which device of a recording of several (default 0)")
+      ->type_name("N");
   verb->add_option("--count", options->countText, "End after N reports (0, the default: never)")
       ->type_name("N");
   verb->add_option("--seconds", options->seconds,

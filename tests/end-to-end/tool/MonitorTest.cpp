@@ -2,8 +2,14 @@
 
 // wlhid monitor in a terminal emulator: keys are typed, and the screen is compared.
 #include <algorithm>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
+#include <functional>
 #include <memory>
+#include <regex>
+#include <set>
+#include <sstream>
 
 #include "TerminalEmulator.h"
 #include "ToolTest.h"
@@ -21,6 +27,29 @@ bool has(const std::string& screen, std::string_view text) {
   return screen.find(text) != std::string::npos;
 }
 
+/// The screen without what depends on the hour and on the machine's speed: the line with the
+/// state's age, the one with the rate, and the time before each report.
+std::string withoutTimes(const std::string& screen) {
+  std::string text = std::regex_replace(screen, std::regex("since [^\n]*"), "since TIME");
+  text = std::regex_replace(text, std::regex("[^\n]* reports/s[^\n]*"), " PACE");
+  return std::regex_replace(text, std::regex("\n *\\+[0-9.]+ (µs|ms|s)  "), "\n TIME  ");
+}
+
+/// A pen that draws a zigzag in a quarter of a second, and then rests until only its path tells of
+/// that: paths are kept longer than histories are wide.
+std::string zigzag() {
+  std::string text =
+      "R: 55 05 0d 09 02 a1 01 09 42 09 44 09 32 15 00 25 01 75 01 95 03 81 02 95 05 81 01 "
+      "05 01 09 30 09 31 26 e8 03 75 10 95 02 81 02 05 0d 09 30 26 ff 00 75 08 95 01 81 02 c0\n"
+      "N: Zigzag\n";
+  for (const char* const report :
+       {"0.00 6 05 64 00 64 00 20", "0.05 6 05 c8 00 20 03 40", "0.10 6 05 2c 01 64 00 60",
+        "0.15 6 05 90 01 20 03 80", "0.20 6 05 84 03 64 00 a0", "0.25 6 05 bc 02 20 03 c4",
+        "3.25 6 05 bc 02 20 03 c4"})
+    text += std::string("E: ") + report + "\n";
+  return text;
+}
+
 /// -1 if there is none.
 long numberBefore(std::string_view words, const std::string& screen) {
   const std::size_t end = screen.find(words);
@@ -35,6 +64,73 @@ long reportsOn(const std::string& screen) {
 long waitingOn(const std::string& screen) {
   return numberBefore(" wait", screen);
 }
+
+/// What a cell of the screen looks like: its colour and attributes as the terminal was told them.
+/// "1 38;5;35" is bold, in colour 35.
+class CellStyle {
+ public:
+  /// The parameters of an escape sequence: "0;1;38;5;35".
+  void take(const std::string& parameters) {
+    std::istringstream in(parameters);
+    for (std::string each; std::getline(in, each, ';');) {
+      if (each == "38") {
+        std::string number;
+        std::getline(in, number, ';');  // 5: of a palette
+        std::getline(in, number, ';');
+        colour_ = "38;5;" + number;
+      } else if (each == "0") {
+        *this = CellStyle();
+      } else if (each == "39") {
+        colour_.clear();
+      } else if (each.size() == 1) {
+        attributes_.insert(each[0]);
+      } else if (each[0] == '3' || each[0] == '9') {
+        colour_ = each;
+      }
+    }
+  }
+  [[nodiscard]] std::string text() const {
+    const std::string attributes(attributes_.begin(), attributes_.end());
+    return attributes + (attributes.empty() || colour_.empty() ? "" : " ") + colour_;
+  }
+
+ private:
+  std::set<char> attributes_;
+  std::string colour_;
+};
+
+/// The style of each character of a screen, its characters without their styles beside it.
+struct StyledScreen {
+  explicit StyledScreen(const std::string& captured) {
+    CellStyle style;
+    for (std::size_t at = 0; at < captured.size(); ++at) {
+      if (captured.compare(at, 2, "\x1b[") == 0) {
+        const std::size_t end = captured.find('m', at);
+        style.take(captured.substr(at + 2, end - at - 2));
+        at = end;
+      } else {
+        text += captured[at];
+        styles.push_back(style.text());
+      }
+    }
+  }
+  [[nodiscard]] std::string styleOf(std::string_view words) const {
+    const std::size_t at = text.find(words);
+    return at == std::string::npos ? "(not there)" : styles[at];
+  }
+  /// Of the path, which alone is made of these dots.
+  [[nodiscard]] std::set<std::string> stylesOfDots() const {
+    std::set<std::string> found;
+    for (std::size_t at = 0; at + 1 < text.size(); ++at) {
+      const auto second = static_cast<unsigned char>(text[at + 1]);
+      if (text[at] == '\xe2' && second >= 0xa0 && second <= 0xa3) found.insert(styles[at]);
+    }
+    return found;
+  }
+
+  std::string text;
+  std::vector<std::string> styles;  // for each byte of the text
+};
 
 class MonitorTest : public ToolTest {
  protected:
@@ -60,10 +156,36 @@ class MonitorTest : public ToolTest {
         std::make_unique<TerminalEmulator>(directory / "terminal", command, environment, size);
     return *terminal_;
   }
+  struct Colours {
+    std::string title;
+    std::string routing;
+    std::set<std::string> dots;
+  };
+  /// A pen's screen in a terminal of that kind: four levels of pressure, however few colours.
+  void expectColours(const std::vector<std::pair<std::string, std::string>>& environment,
+                     const Colours& expected) {
+    auto& terminal = monitor({addDevice("pen.hid", {"--repeat"})}, {120, 40}, environment);
+    const StyledScreen shown(terminal.awaitStyled([&](const std::string& captured) {
+      const StyledScreen screen(captured);
+      return has(screen.text, "routing Example Pen") && screen.stylesOfDots() == expected.dots;
+    }));
+    EXPECT_EQ(shown.styleOf("wlhid monitor"), expected.title);
+    EXPECT_EQ(shown.styleOf("routing Example Pen"), expected.routing);
+  }
   void expectEnded(int status) {
     const std::string screen = terminal_->await("ended ");
     EXPECT_NE(screen.find("ended " + std::to_string(status)), std::string::npos) << screen;
     EXPECT_TRUE(terminal_->isRestored()) << screen;
+  }
+  /// What the router says of who has which device.
+  void awaitSessions(const std::function<bool(const std::string& sessions)>& isWanted) const {
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
+    std::string sessions;
+    do {
+      sessions = runTool({"sessions"}).out;
+      if (isWanted(sessions)) return;
+    } while (std::chrono::steady_clock::now() < deadline);
+    ADD_FAILURE() << "the sessions do not become what is expected:\n" << sessions;
   }
   std::string addTablet() { return addDevice("qemu-usb-tablet.hid", {"--repeat"}); }
 
@@ -99,6 +221,16 @@ TEST_F(MonitorTest, PausesAndSteps) {
   terminal.type("p");
   terminal.awaitGone("PAUSED");
   terminal.await([&](const std::string& shown) { return reportsOn(shown) > before + 10; });
+}
+
+/// Each time when the pen has rested for a while, the same screen comes again.
+TEST_F(MonitorTest, TheWholeScreenIsAsDrawn) {
+  const std::string expected =
+      readFile(sourcePath("tests/end-to-end/tool/golden/monitor-120x40.txt"));
+  writeFile(directory / "zigzag.hid", zigzag());
+  auto& terminal =
+      monitor({addDevice((directory / "zigzag.hid").string(), {"--repeat"})}, {120, 40});
+  terminal.await([&](const std::string& shown) { return withoutTimes(shown) == expected; });
 }
 
 TEST_F(MonitorTest, MeasuresTheLatency) {
@@ -223,11 +355,19 @@ TEST_F(MonitorTest, RecordsNoSecretsUnasked) {
 TEST_F(MonitorTest, TakesADeviceExclusivelyAndGivesItBack) {
   auto& terminal = monitor({addTablet()});
   terminal.await([](const std::string& shown) { return reportsOn(shown) > 0; });
+  awaitSessions([](const std::string& sessions) {
+    return has(sessions, "QEMU USB Tablet") && !has(sessions, "exclusively");
+  });
   terminal.type("x");
   const long before = reportsOn(terminal.await("EXCLUSIVE"));
+  awaitSessions(
+      [](const std::string& sessions) { return has(sessions, "QEMU USB Tablet, exclusively"); });
   terminal.await([&](const std::string& shown) { return reportsOn(shown) > before + 5; });
   terminal.type("x");
   terminal.awaitGone("EXCLUSIVE");
+  awaitSessions([](const std::string& sessions) {
+    return has(sessions, "QEMU USB Tablet") && !has(sessions, "exclusively");
+  });
 }
 
 TEST_F(MonitorTest, GoesOnAfterTheRoutersDeath) {
@@ -275,6 +415,23 @@ TEST_F(MonitorTest, IsAsciiWhereSomebodyWantsIt) {
   EXPECT_TRUE(isAscii(terminal.await("- Elements -")));
 }
 
+TEST_F(MonitorTest, HasThePalettesColoursWhereThereAreMany) {
+  expectColours({{"TERM", "tmux-256color"}},
+                {"17 38;5;38", "1 38;5;35", {"38;5;24", "38;5;31", "38;5;38", "38;5;51"}});
+}
+
+TEST_F(MonitorTest, TellsLevelsApartByAttributesWhereColoursAreFew) {
+  expectColours({{"TERM", "tmux"}}, {"17 36", "1 32", {"2 34", "34", "36", "1 36"}});
+}
+
+TEST_F(MonitorTest, HasNoColoursWhereTheTerminalHasNone) {
+  expectColours({{"TERM", "vt100"}}, {"17", "1", {"", "1"}});
+}
+
+TEST_F(MonitorTest, HasNoColoursWhereSomebodyWantsNone) {
+  expectColours({{"TERM", "tmux-256color"}, {"NO_COLOR", "1"}}, {"17", "1", {"2", "", "1"}});
+}
+
 TEST_F(MonitorTest, ADumbTerminalGetsLines) {
   auto& terminal = monitor({addTablet()}, {}, {{"TERM", "dumb"}});
   terminal.await("+ QEMU QEMU USB Tablet (0x");
@@ -318,6 +475,25 @@ TEST_F(MonitorTest, DrawsARecordingTheSameEachTime) {
     EXPECT_TRUE(before.empty() || svg == before);
     before = svg;
   }
+}
+
+/// Recordings of real devices that are kept beside the source tree.
+TEST_F(MonitorTest, DrawsEveryRecording) {
+  const fs::path shared = sourcePath("../shared/recordings");
+  if (!fs::exists(shared)) GTEST_SKIP() << "no recordings beside the source tree";
+  std::size_t drawn = 0;
+  for (const auto& entry : fs::directory_iterator(shared)) {
+    if (entry.path().extension() != ".hid") continue;
+    const fs::path file = directory / "monitor.svg";
+    const Outcome outcome = runTool({"monitor", "--recording", entry.path(), "--svg", file});
+    EXPECT_EQ(outcome.status, 0) << entry.path() << outcome.err;
+    const std::string svg = readFile(file);
+    for (const char* const expected : {"\u00a0in\u00a0all", "─\u00a0Elements", "─\u00a0Reports"})
+      EXPECT_NE(svg.find(expected), std::string::npos) << entry.path() << expected;
+    EXPECT_EQ(svg.find(">0\u00a0in\u00a0all"), std::string::npos) << entry.path();
+    ++drawn;
+  }
+  EXPECT_GT(drawn, 3U);
 }
 
 TEST_F(MonitorTest, SaysWhatIsWrongWithACommandLine) {

@@ -45,7 +45,12 @@ TEST_F(PictureTest, ZoomingShowsAPartOfTheTime) {
   EXPECT_GT(foundIn(seen["zoomed"]), 0);
   EXPECT_NE(seen["later"]["window"], seen["zoomed"]["window"]);
   EXPECT_NE(seen["later"]["charts"], seen["zoomed"]["charts"]);
+  EXPECT_EQ(seen["earlier"]["window"], seen["zoomed"]["window"]) << "there and back";
+  EXPECT_EQ(seen["earlier"]["charts"], seen["zoomed"]["charts"]);
+  EXPECT_GT(foundIn(seen["out"]), foundIn(seen["zoomed"]));
+  EXPECT_LT(foundIn(seen["out"]), foundIn(seen["light"])) << "out once, after in twice";
   EXPECT_NE(seen["dragged"]["window"], seen["light"]["window"]);
+  EXPECT_EQ(seen["doubleClicked"]["window"], seen["light"]["window"]);
   EXPECT_EQ(seen["whole"]["window"], seen["light"]["window"]);
   EXPECT_EQ(seen["whole"]["charts"], seen["light"]["charts"])
       << "the script draws what the command drew";
@@ -60,6 +65,20 @@ TEST_F(PictureTest, TheTableFilters) {
   EXPECT_EQ(seen["refused"]["rows"], 0);
   EXPECT_NE(seen["refused"]["found"].get<std::string>().find("two digits"), std::string::npos);
   EXPECT_GT(foundIn(seen["changes"]), 0);
+}
+
+TEST_F(PictureTest, TheTableShowsTheReportsOfOneID) {
+  std::string text =
+      "R: 39 05 01 09 06 a1 01 85 02 05 07 19 00 29 10 15 00 25 10 75 08 95 02 81 00 "
+      "85 03 05 01 09 38 15 81 25 7f 95 01 81 06 c0\nN: Keys and Wheel\n";
+  for (int i = 0; i < 5; ++i)
+    text += "E: 0.0" + std::to_string(i) + "0000 " + (i < 3 ? "3 02 04 00\n" : "2 03 01\n");
+  writeFile(directory / "ids.hid", text);
+  const json seen = browse(directory / "ids.hid");
+  EXPECT_EQ(foundIn(seen["light"]), 5);
+  EXPECT_EQ(foundIn(seen["ofOneID"]), 2) << "of the last ID";
+  EXPECT_NE(seen["ofOneID"]["firstRow"].get<std::string>().find("03"), std::string::npos);
+  EXPECT_EQ(foundIn(seen["ofAnyID"]), 5);
 }
 
 TEST_F(PictureTest, KeysAreFollowedAsTheCommandFollowsThem) {

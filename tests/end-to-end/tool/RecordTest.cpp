@@ -7,9 +7,11 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
+#include <regex>
 #include <stdexcept>
 
 #include "Situations.h"
+#include "TerminalEmulator.h"
 
 namespace test {
 namespace {
@@ -137,6 +139,24 @@ TEST_F(RecordTest, SeveralDevicesAreTakenTogether) {
             own("qemu-usb-tablet.hid")["devices"]["0"]["descriptor"]);
 }
 
+TEST_F(RecordTest, EachOfSeveralDevicesComesBack) {
+  const std::vector<std::string> ids{addDevice("qemu-usb-mouse.hid", {"--speed", "max"}),
+                                     addDevice("qemu-usb-tablet.hid", {"--speed", "max"})};
+  ASSERT_EQ(runTool({"record", ids[0], file(), "--sensitive", "--also", ids[1]}).status, 0);
+  for (const char* const number : {"0", "1"}) {
+    const auto expected = deliveriesOf({ids[number[0] - '0']});
+    EXPECT_EQ(deliveriesOf({"--recording", file(), "--device", number, "--speed", "max"}), expected)
+        << number;
+    const Outcome added = runTool({"devices", "add", file(), "--device", number, "--speed", "max"});
+    ASSERT_EQ(added.status, 0) << added.err;
+    EXPECT_EQ(deliveriesOf({added.out.substr(0, added.out.find('\n'))}), expected) << number;
+    const Outcome measured =
+        runTool({"measure", "--recording", file(), "--device", number, "--json"});
+    EXPECT_EQ(json::parse(measured.out)["reports"],
+              reportsIn(read(file()), number[0] - '0').size());
+  }
+}
+
 TEST_F(RecordTest, ASensitiveDeviceNeedsConsent) {
   const std::string id = addDevice("qemu-usb-kbd.hid", {"--speed", "max"});
   const Outcome refused = runTool({"record", id, file()});
@@ -255,11 +275,14 @@ TEST_F(RecordTest, WhatCannotBeRoutedLeavesNoFile) {
 }
 
 TEST_F(RecordTest, ATerminalShowsWhatHasBeenRecorded) {
-  const std::string id = addDevice("qemu-usb-mouse.hid", {"--speed", "max"});
-  const Outcome shown = runToolOnTerminal({"record", id, file(), "--sensitive"});
-  EXPECT_EQ(shown.status, 0) << shown.out;
-  EXPECT_NE(shown.out.find("0:00  "), std::string::npos) << shown.out;
-  EXPECT_NE(shown.out.find("(Ctrl-C ends it)"), std::string::npos) << shown.out;
+  const std::string id = addDevice("qemu-usb-mouse.hid", {"--repeat"});
+  TerminalEmulator terminal(directory / "terminal", wlhid({"record", id, file(), "--sensitive"}),
+                            options(), {});
+  const std::regex progress(
+      "0:[0-9]{2}  [0-9]{2,} reports  [0-9.]+ (bytes|KiB)  \\(Ctrl-C ends it\\)");
+  terminal.await([&](const std::string& shown) { return std::regex_search(shown, progress); });
+  terminal.type("C-c");
+  terminal.await("ended 0");
 }
 
 /// Anonymous memory in kilobytes.

@@ -55,6 +55,19 @@ TEST_F(SummaryPageTest, SaysWhatIsWrongAndWhatHelps) {
   EXPECT_FALSE(seen["light"]["faults"].empty());
 }
 
+TEST_F(SummaryPageTest, OfManyFaultsTheFirstTenLinesHaveTheFirst) {
+  install();
+  for (int i = 0; i < 10; ++i) addDevice("qemu-usb-tablet.hid", {"--name", std::to_string(i)});
+  writeFile(root / "etc/hideventrouter/broken.plist", "no list");
+  std::filesystem::remove(systemLog());
+  std::filesystem::create_directory(systemLog());
+  makeOutdated();
+  const json seen = browse("sick");
+  EXPECT_GE(seen["light"]["faults"].size(), 3U) << seen;
+  EXPECT_LE(seen["light"]["linesOfFaults"], 10) << "of what a person sees first";
+  EXPECT_GT(seen["light"]["lines"], seen["light"]["linesOfFaults"]) << "what was found follows";
+}
+
 TEST_F(SummaryPageTest, ANameThatInjectsMarkupDoesNothing) {
   install();
   const std::string name =

@@ -31,7 +31,8 @@ std::string lineFor(const std::filesystem::path& directory,
   const auto file = [&](const char* name) { return inQuotes((directory / name).string()); };
   std::string words;
   for (const std::string& word : command) words += " " + inQuotes(word);
-  return "stty -g >" + file("settings-before") +
+  // The trap: Ctrl-C ends the command, not this shell.
+  return "trap : INT; stty -g >" + file("settings-before") +
          "; echo before; sh -c 'echo $$ >\"$0\"; exec \"$@\"' " + file("process") + words +
          "; status=$?; stty -g >" + file("settings-after") + "; echo \"ended $status\"; exec cat";
 }
@@ -83,6 +84,10 @@ std::string TerminalEmulator::screen() const {
   return tmux({"capture-pane", "-p"});
 }
 
+std::string TerminalEmulator::styledScreen() const {
+  return tmux({"capture-pane", "-p", "-e"});
+}
+
 void TerminalEmulator::awaitOutput() const {
   pollfd event{changes_, POLLIN, 0};
   ::poll(&event, 1, 1000);  // what came before the pipe was there is on the screen by then
@@ -91,15 +96,24 @@ void TerminalEmulator::awaitOutput() const {
   }
 }
 
-std::string TerminalEmulator::await(const std::function<bool(const std::string&)>& isWanted) {
+std::string TerminalEmulator::awaitScreen(const std::function<std::string()>& read,
+                                          const std::function<bool(const std::string&)>& isWanted) {
   const auto deadline = Clock::now() + kTimeout;
   while (true) {
-    std::string shown = screen();
+    std::string shown = read();
     if (isWanted(shown)) return shown;
     if (Clock::now() > deadline)
       throw std::runtime_error("the screen does not become what is expected:\n" + shown);
     awaitOutput();
   }
+}
+
+std::string TerminalEmulator::await(const std::function<bool(const std::string&)>& isWanted) {
+  return awaitScreen([this] { return screen(); }, isWanted);
+}
+
+std::string TerminalEmulator::awaitStyled(const std::function<bool(const std::string&)>& isWanted) {
+  return awaitScreen([this] { return styledScreen(); }, isWanted);
 }
 
 std::string TerminalEmulator::await(std::string_view text) {

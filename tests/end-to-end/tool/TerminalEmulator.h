@@ -36,9 +36,12 @@ class TerminalEmulator {
   void resize(Size size) const;
 
   [[nodiscard]] std::string screen() const;
+  /// The same with the escape sequences that give its colours and attributes.
+  [[nodiscard]] std::string styledScreen() const;
   /// Waits until the screen is as wanted, and returns it.
   std::string await(const std::function<bool(const std::string& screen)>& isWanted);
   std::string await(std::string_view text);
+  std::string awaitStyled(const std::function<bool(const std::string& styledScreen)>& isWanted);
   std::string awaitGone(std::string_view text);
 
   /// The command's process.
@@ -49,6 +52,8 @@ class TerminalEmulator {
  private:
   [[nodiscard]] std::string tmux(const std::vector<std::string>& arguments) const;
   void awaitOutput() const;
+  std::string awaitScreen(const std::function<std::string()>& read,
+                          const std::function<bool(const std::string&)>& isWanted);
 
   const std::filesystem::path directory_;
   ProcessOptions options_;

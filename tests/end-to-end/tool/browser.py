@@ -69,15 +69,29 @@ class Browser:
         self.post(self.element(selector) + "/clear", {})
         self.post(self.element(selector) + "/value", {"text": text})
 
-    def drag(self, selector, begin, end):
-        """Across an element, from one part of its width to another."""
+    def press(self, selector, key):
+        """A key on an element; on a list "Home" and "End" choose, as a person does: a click of the driver's is none."""
+        self.post(self.element(selector) + "/value", {"text": {"Home": "\ue011", "End": "\ue010"}[key]})
+
+    def moves_to(self, selector, parts):
+        """A move of the pointer for each part of an element's width."""
         box = self.run(f"document.querySelector('{selector}').scrollIntoView({{block: 'center'}});"
                        f"return document.querySelector('{selector}').getBoundingClientRect().toJSON()")
         y = round(box["y"] + box["height"] / 2)
-        moves = [{"type": "pointerMove", "x": round(box["x"] + box["width"] * part), "y": y, "duration": 0}
-                 for part in (begin, end)]
-        actions = [moves[0], {"type": "pointerDown", "button": 0}, moves[1], {"type": "pointerUp", "button": 0}]
+        return [{"type": "pointerMove", "x": round(box["x"] + box["width"] * part), "y": y, "duration": 0}
+                for part in parts]
+
+    def point(self, actions):
         self.post("/actions", {"actions": [{"type": "pointer", "id": "mouse", "actions": actions}]})
+
+    def drag(self, selector, begin, end):
+        """Across an element, from one part of its width to another."""
+        first, last = self.moves_to(selector, (begin, end))
+        self.point([first, {"type": "pointerDown", "button": 0}, last, {"type": "pointerUp", "button": 0}])
+
+    def double_click(self, selector):
+        click = [{"type": "pointerDown", "button": 0}, {"type": "pointerUp", "button": 0}]
+        self.point(self.moves_to(selector, [0.5]) + click + click)
 
     def devtools(self, command, **parameters):
         return self.post("/goog/cdp/execute", {"cmd": command, "params": parameters})

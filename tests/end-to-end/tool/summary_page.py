@@ -6,6 +6,17 @@ from browser import visit
 STATE = """return {verdict: document.querySelector('.verdict').textContent,
   names: [...document.querySelectorAll('th')].map((cell) => cell.textContent),
   text: document.body.innerText,
+  linesOfFaults: (() => {  // as they are on the screen: a long one takes two
+    const bottoms = new Set(), range = document.createRange();
+    for (const part of [document.querySelector('header'), document.querySelector('section')]) {
+      const texts = document.createTreeWalker(part, NodeFilter.SHOW_TEXT);
+      while (texts.nextNode()) {
+        range.selectNodeContents(texts.currentNode);
+        for (const box of range.getClientRects()) bottoms.add(Math.round(box.bottom));
+      }
+    }
+    return bottoms.size;
+  })(),
   lines: document.body.innerText.split('\\n').filter((line) => line.trim()).length,
   faults: [...document.querySelectorAll('span.fault')].map((fault) => fault.textContent),
   overflows: document.documentElement.scrollWidth > document.documentElement.clientWidth,

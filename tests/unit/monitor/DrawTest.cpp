@@ -70,7 +70,7 @@ class DrawTest : public testing::Test {
     shown_.state = "routing";
     shown_.since = "12:03:04 (5 s)";
     shown_.now = 2000_ms;
-    shown_.lost = 0;
+    shown_.lost = Losses();
   }
   [[nodiscard]] Screen drawn(int rows, int columns, Look look = {}) const {
     Screen screen(rows, columns, look);
@@ -152,11 +152,21 @@ TEST_F(PenTest, WhatIsDoneWithIt) {
   shown_.isPaused = shown_.isRecording = shown_.isExclusive = true;
   shown_.waiting = 17;
   shown_.recorded = 250;
-  shown_.lost = 3;
+  shown_.lost = Losses{3, false};
   shown_.leftOut = 2;
   const std::string screen = text(24, 80);
   EXPECT_NE(screen.find("PAUSED 17 wait  RECORDING 250  EXCLUSIVE"), std::string::npos) << screen;
   EXPECT_NE(screen.find("250 in all, 3 lost, 2 not shown"), std::string::npos) << screen;
+}
+
+TEST_F(PenTest, LossesMayBeThoseOfOthers) {
+  shown_.lost = Losses{3, true};
+  const std::string counts = " 250 in all, 3 lost, by all sessions together";
+  EXPECT_NE(text(40, 120).find("jitter 0 µs  "), std::string::npos) << text(40, 120);
+  EXPECT_NE(text(40, 120).find(counts), std::string::npos) << text(40, 120);
+  shown_.since = "12:03:04 (5 min), and long before";
+  EXPECT_NE(text(24, 80).find("since 12:03:04 (5 min), …" + counts), std::string::npos)
+      << text(24, 80);
 }
 
 TEST_F(PenTest, WhatIsNotKnownIsLeftOut) {

@@ -18,10 +18,11 @@ TEST(Lines, SayHowTheDeviceIsAndWhatItsElementsAre) {
   EXPECT_EQ(lineOf(shown), "routing Example Pen; 0 reports/s");
   for (int i = 0; i < 200; ++i) pen.take(8_ms * i, penReport(true, 900, 490, 3));
   shown.now = 1600_ms;
-  shown.lost = 2;
-  EXPECT_EQ(lineOf(shown),
-            "routing Example Pen; 125 reports/s, 2 lost; Tip Switch=on In Range=on X=900 Y=490 Tip "
-            "Pressure=3");
+  shown.lost = Losses{2, true};
+  EXPECT_EQ(
+      lineOf(shown),
+      "routing Example Pen; 125 reports/s, 2 lost, by all sessions together; Tip Switch=on In "
+      "Range=on X=900 Y=490 Tip Pressure=3");
 }
 
 TEST(Lines, LeaveOutKeysThatAreUp) {

@@ -103,12 +103,20 @@ TEST_F(DevicesTest, AddTakesTheSettings) {
   EXPECT_EQ(setUp().recording, "m.hid");
 }
 
+TEST_F(DevicesTest, AddTakesOneOfSeveralDevices) {
+  const Outcome added = addText("R: 2 05 01\nD: 3\nR: 2 05 0d\nN: Third\n", {"--device", "3"});
+  EXPECT_EQ(added.status, 0) << added.err;
+  EXPECT_EQ(setUp().device, 3U);
+  EXPECT_EQ(listed()[0]["name"], "Third");
+}
+
 TEST_F(DevicesTest, AddWithoutSettingsPlaysOnceAsRecorded) {
   const Outcome outcome = addText("R: 2 05 01\nN: Its own\n");
   EXPECT_EQ(outcome.out, hexadecimal(listed()[0]["registryEntryID"]) + "\n");
   EXPECT_EQ(setUp().speed, router::ReplaySpeed());
   EXPECT_FALSE(setUp().repeat);
   EXPECT_EQ(setUp().name, "");
+  EXPECT_EQ(setUp().device, 0U);
 }
 
 TEST_F(DevicesTest, AddRefusesWhatItCannotTake) {

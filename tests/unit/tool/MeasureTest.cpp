@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <random>
 
+#include "platform/foundation/Format.h"
 #include "tests/unit/tool/VerbTest.h"
 #include "tool/descriptor/DescriptorSource.h"
 #include "tool/measuring/Checklist.h"
@@ -331,11 +332,52 @@ TEST_F(MeasureVerbTest, MeasuresARecording) {
       "\nTimes are those of the recording; how long reports took to get there is not known.\n"))
       << outcome.out;
   const auto document = nlohmann::json::parse(measure({"--recording", file, "--json"}).out);
+  EXPECT_EQ(document["verdict"], "100 Hz; no gap over 50 ms; losses unknown");
+  EXPECT_EQ(document["repeated"], 0);
+  EXPECT_EQ(document["rate"], 100);
   EXPECT_TRUE(document["latency"].is_null());
   EXPECT_EQ(document["reports"], 10);
   EXPECT_EQ(document["intervals"]["longest"], 10'000);
   EXPECT_TRUE(document["lost"].is_null());
   EXPECT_EQ(document["axes"][2]["name"], "Z");
+}
+
+TEST_F(MeasureVerbTest, HowLongTheIntervalsAreIsDrawn) {
+  const std::string file = directory_.path() / "r.hid";
+  std::string text = "R: 57 " + kDevice + "\nN: Pen\n";
+  for (const int time : {0, 3, 6, 8, 8, 108, 124, 140, 160})
+    text += platform::stringWithFormat("E: 000000.%06d 4 00 01 00 00\n", time * 1000);
+  testsupport::writeFile(file, text);
+  const Outcome outcome = measure({"--recording", file});
+  // The most frequent has 40 marks.
+  for (const char* const bar :
+       {"\n  under 1 µs             1  ####################\n", "\n  under 2 µs             0  \n",
+        "\n  under 4.1 ms           2  "
+        "########################################\n",
+        "\n  under 131 ms           1  ####################\n"})
+    EXPECT_NE(outcome.out.find(bar), std::string::npos) << bar << outcome.out;
+  const auto intervals =
+      nlohmann::json::parse(measure({"--recording", file, "--json"}).out)["intervals"];
+  EXPECT_EQ(intervals["p50"], 3'000);
+  EXPECT_EQ(intervals["p99"], 100'000);
+  EXPECT_EQ(intervals["gaps"], 1);
+  ASSERT_EQ(intervals["histogram"].size(), 18U);
+  EXPECT_EQ(intervals["histogram"][12],
+            (nlohmann::json{{"from", 2048}, {"to", 4096}, {"count", 2}}));
+}
+
+TEST_F(MeasureVerbTest, OfSeveralDevicesOneIsMeasured) {
+  const std::string file = directory_.path() / "r.hid";
+  testsupport::writeFile(file, "R: 57 " + kDevice + "\nN: Pen\nD: 1\nR: 57 " + kDevice +
+                                   "\nN: Other\nE: 0.0 4 00 01 00 00\nE: 0.1 4 00 02 00 00\n"
+                                   "D: 0\nE: 0.2 4 00 03 00 00\n");
+  const auto measured = [&](const char* number) {
+    return nlohmann::json::parse(measure({"--recording", file, "--device", number, "--json"}).out);
+  };
+  EXPECT_EQ(measured("0")["name"], "Pen");
+  EXPECT_EQ(measured("0")["reports"], 1);
+  EXPECT_EQ(measured("1")["name"], "Other");
+  EXPECT_EQ(measured("1")["reports"], 2);
 }
 
 TEST_F(MeasureVerbTest, OfTimesThatAreNotThereNothingIsSaid) {
@@ -360,6 +402,7 @@ TEST_F(MeasureVerbTest, WrongUsageIsRefused) {
   const std::string device = "measure needs either a DEVICE or --recording FILE";
   EXPECT_TRUE(isRefusal(measure({}), 2, device));
   EXPECT_TRUE(isRefusal(measure({"1", "--recording", "f"}), 2, device));
+  EXPECT_TRUE(isRefusal(measure({"1", "--device", "1"}), 2, "--device goes with --recording"));
   EXPECT_TRUE(isRefusal(measure({"1", "--seconds", "-1"}), 2,
                         "--seconds must be a number from 0 to 1000000000"));
   EXPECT_TRUE(isRefusal(measure({"1", "--gap", "0"}), 2,

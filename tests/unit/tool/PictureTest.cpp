@@ -5,11 +5,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <random>
+#include <regex>
 
 #include "platform/foundation/Base64.h"
 #include "platform/foundation/Format.h"
@@ -172,6 +175,23 @@ TEST_F(PictureTest, ThePathShowsWhereItTouches) {
   ASSERT_TRUE(chart.has_value());
   EXPECT_THAT(chart->body, HasSubstr("<path class=\"way p0\" d=\"M12 12L"));
   EXPECT_THAT(chart->body, HasSubstr("<path class=\"way p4\" d=\""));
+}
+
+TEST_F(PictureTest, ThePathIsWiderWithPressureAndDashedWithoutIt) {
+  // Of people who see no colours, too.
+  const std::string svg = standaloneSvg(
+      *pathChart(pointerWith({"0.000000 3 00 00 00", "0.000010 3 00 64 00", "0.000020 3 01 64 64",
+                              "0.000030 3 01 00 64", "0.000040 3 00 00 00"})));
+  const std::regex style(R"(\.p(\d) \{[^}]*stroke-width: ([0-9.]+);([^}]*)\})");
+  std::vector<double> widths;
+  for (std::sregex_iterator each(svg.begin(), svg.end(), style); each != std::sregex_iterator();
+       ++each) {
+    EXPECT_EQ((*each)[1], std::to_string(widths.size()));
+    EXPECT_EQ(has((*each)[3].str(), "stroke-dasharray"), widths.empty()) << (*each)[0];
+    widths.push_back(std::stod((*each)[2]));
+  }
+  EXPECT_EQ(widths.size(), 8U);
+  EXPECT_TRUE(std::ranges::is_sorted(widths, std::less_equal<>())) << "each level is wider";
 }
 
 TEST_F(PictureTest, ALegendSaysWhatDashesMean) {
@@ -347,6 +367,23 @@ TEST_F(PictureVerbTest, WritesThePageAndTheCharts) {
                              charts + "/buttons.svg: Buttons and keys over time\n" + charts +
                              "/intervals.svg: Times between reports\n");
   EXPECT_TRUE(std::filesystem::exists(charts + "/buttons.svg"));
+}
+
+TEST_F(PictureVerbTest, OfSeveralDevicesOneIsDrawn) {
+  testsupport::writeFile(file_, kPointer + "N: Pen\nD: 1\n" + kKeys +
+                                    "N: Keys\nE: 0.0 3 02 04 00\nE: 0.1 3 02 00 00\n"
+                                    "D: 0\nE: 0.2 3 00 05 05\n");
+  const auto drawn = [&](const char* number) {
+    const std::string page = directory_.path() / "p.html";
+    EXPECT_EQ(picture({file_, "--device", number, "-o", page}).status, 0);
+    std::ifstream in(page);
+    return std::string{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  };
+  EXPECT_TRUE(has(drawn("0"), "<h1>Pen</h1>"));
+  EXPECT_TRUE(has(drawn("1"), "<h1>Keys</h1>"));
+  EXPECT_TRUE(has(drawn("1"), "class=\"bar\""));
+  EXPECT_FALSE(has(drawn("0"), "class=\"bar\""));
+  EXPECT_EQ(picture({file_, "--device", "2", "-o", file_ + ".html"}).status, 1);
 }
 
 TEST_F(PictureVerbTest, WrongUsageIsRefused) {

@@ -12,7 +12,10 @@
 #include <iterator>
 
 #include "router/Recording.h"
+#include "router/RouterErrors.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/unit/tool/FakeRouter.h"
 #include "tests/unit/tool/VerbTest.h"
 #include "tool/files/GrowingFile.h"
 #include "tool/recording/RecordingLines.h"
@@ -87,6 +90,13 @@ TEST(RecordingHeader, SaysWhatIsKnownOfTheDevice) {
             "D: 3\nR: 0\nN: Pen\\x0aE: fake\nP: usb-1/input0\nI: 18 056a 0000\n");
 }
 
+TEST(RecordingFooter, SaysHowManyReportsAreMissing) {
+  EXPECT_EQ(recordingFooter(Losses{3, false}), "# reports lost: 3\n");
+  EXPECT_EQ(recordingFooter(Losses{3, true}), "# reports lost: 3, by all sessions together\n");
+  EXPECT_EQ(recordingFooter(Losses{0, true}), "");
+  EXPECT_EQ(recordingFooter(std::nullopt), "");
+}
+
 TEST_F(RecordingLinesTest, TheRoutersReaderReadsIt) {
   const router::DeviceDescription description{
       .name = "Pen", .bus = 3, .vendor = 1, .product = 2, .source = ""};
@@ -94,6 +104,7 @@ TEST_F(RecordingLinesTest, TheRoutersReaderReadsIt) {
   std::string text = recordingHeader(description, {0x05, 0x01}, std::nullopt);
   text += report(*device, microseconds(10), {7, 8});
   text += report(*device, microseconds(1'000'010), {9});
+  text += recordingFooter(Losses{2, false});
   std::string_view rest = text;
   router::RecordingReader reader(
       [&](std::span<char> buffer) {
@@ -129,6 +140,16 @@ TEST_F(GrowingFileTest, KeepsWholeLines) {
   file.write("one\ntwo\nthr");
   EXPECT_EQ(content(), "one\ntwo\nthr");
   EXPECT_EQ(file.finish(), 8U);
+  EXPECT_EQ(content(), "one\ntwo\n");
+}
+
+TEST_F(GrowingFileTest, KeepsWholeLinesOfWhatCannotBeWritten) {
+  GrowingFile file(path_);
+  file.write("one\n");
+  {
+    const testsupport::FileSizeLimit full(10);
+    EXPECT_THROW(file.write("two\nthree\n"), Failure);
+  }
   EXPECT_EQ(content(), "one\ntwo\n");
 }
 
@@ -182,6 +203,23 @@ TEST_F(RecordVerbTest, NothingIsCreatedBeforeAllIsKnown) {
   const std::string id = addDevice("m.hid", "Strange");
   EXPECT_TRUE(
       run(addRecordVerb, {"record", id, file}).err.starts_with("\"Strange\" is sensitive ("));
+  EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST_F(RecordVerbTest, WhatTheRouterRefusesLeavesNoFile) {
+  installVersion("1.0");
+  const std::string id = addDevice("m.hid", "Strange");
+  const std::string file = directory_.path() / "file";
+  bool wasThere = false;
+  const FakeRouter router(platform_, [&](platform::ScriptedConnection& connection) {
+    wasThere = std::filesystem::exists(file);
+    connection.deliverReply(
+        router::routerError(router::IOReturn::NotPermitted, "this user may not have it"));
+  });
+  EXPECT_TRUE(
+      isRefusal(run(addRecordVerb, {"record", id, file, "--sensitive"}), 1,
+                "the router refused: this user may not have it (HIDEventRouterDomain -536870174)"));
+  EXPECT_TRUE(wasThere);
   EXPECT_FALSE(std::filesystem::exists(file));
 }
 

@@ -38,6 +38,12 @@ TEST(RouteSummary, TellsReportsRateAndLosses) {
             "2 reports in 1.00 s, 2.0 per second; 3 lost, by all sessions together\n");
 }
 
+TEST(LossText, SaysWhoseTheyMayBe) {
+  EXPECT_EQ(lossText({0, true}), "0 lost") << "nobody's";
+  EXPECT_EQ(lossText({3, false}), "3 lost");
+  EXPECT_EQ(lossText({3, true}), "3 lost, by all sessions together");
+}
+
 /// How often a directory was opened since.
 class Looks {
  public:
@@ -127,6 +133,26 @@ TEST_F(LossCountTest, IsNothingWhereAnotherRouterHasTakenOver) {
   const LossCount count(root);
   write(7, {}, ::getppid());
   EXPECT_FALSE(count.take());
+}
+
+TEST_F(LossCountTest, OfARunningSessionIsKnownAtAnyTime) {
+  LossWatch watch(root);
+  EXPECT_FALSE(watch.losses()) << "no router";
+  write(5, {::getpid()});
+  EXPECT_EQ(watch.losses()->reports, 0U) << "what was lost before is not counted";
+  write(7, {::getpid()});
+  EXPECT_EQ(watch.losses()->reports, 2U);
+  EXPECT_FALSE(watch.losses()->ofOthersToo) << "nobody else is routing";
+  write(1, {::getpid()}, ::getppid());
+  EXPECT_EQ(watch.losses()->reports, 0U) << "another router has taken over";
+}
+
+TEST_F(LossCountTest, OfARunningSessionMayBeThoseOfOthers) {
+  write(5, {::getpid(), 1});
+  LossWatch watch(root);
+  write(7, {::getpid()});
+  ASSERT_TRUE(watch.losses());
+  EXPECT_TRUE(watch.losses()->ofOthersToo) << "who has ended meanwhile may have lost them";
 }
 
 }  // namespace

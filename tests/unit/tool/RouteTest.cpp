@@ -52,6 +52,10 @@ TEST_F(RouteTest, WrongUsageIsRefusedOptionByOption) {
   EXPECT_TRUE(isRefusal(route({"1", "--recording", "f"}), 2, device));
   EXPECT_TRUE(isRefusal(route({"1", "--speed", "2"}), 2,
                         "--speed goes with --recording; an added device has its own speed"));
+  EXPECT_TRUE(isRefusal(route({"1", "--device", "1"}), 2,
+                        "--device goes with --recording; an added device is one of them"));
+  for (const char* const number : {"-1", "4294967296", "x"})
+    EXPECT_EQ(route({"--recording", "f", "--device", number}).status, 2) << number;
   EXPECT_TRUE(isRefusal(route({"--recording", "f", "--speed", "fast"}), 2,
                         "--speed: fast is neither a number from 0.001 to 1000 nor max"));
   for (const char* seconds : {"-0.1", "1000000001", "nan", "inf"}) {
@@ -252,6 +256,13 @@ TEST_F(RouteRecordingTest, ItBecomesTheOnlyDeviceThere) {
 TEST_F(RouteRecordingTest, ItIsPlayedAsRecordedUnlessToldOtherwise) {
   EXPECT_EQ(play({"--recording", file_, "--json"}).status, 0);
   EXPECT_EQ(device_.speed, router::ReplaySpeed());
+  EXPECT_EQ(device_.device, 0U);
+}
+
+TEST_F(RouteRecordingTest, OfSeveralDevicesOneIsPlayed) {
+  testsupport::writeFile(file_, "R: 2 05 01\nD: 1\nR: 2 05 0d\nE: 0.0 1 01\n");
+  EXPECT_EQ(play({"--recording", file_, "--device", "1", "--json"}).status, 0);
+  EXPECT_EQ(device_.device, 1U);
 }
 
 TEST_F(RouteRecordingTest, ARefusalGivesNoAdviceOnARootThatIsGone) {

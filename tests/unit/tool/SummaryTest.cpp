@@ -2,8 +2,12 @@
 
 #include "tool/report/Summary.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
+
+#include <regex>
+#include <sstream>
 
 #include "tests/support/TemporaryDirectory.h"
 #include "tool/report/LastError.h"
@@ -151,6 +155,39 @@ TEST_F(SummaryTest, ThePageHoldsMarkupOfItsOwnAlone) {
             std::string::npos);
   summary.faults.clear();
   EXPECT_EQ(summaryPage(summary).find("What is wrong"), std::string::npos);
+}
+
+/// The lines that a reader sees.
+std::vector<std::string> linesOf(const std::string& page) {
+  std::string text = page.substr(page.find("<body>"));
+  text = std::regex_replace(text, std::regex("\n"), "");
+  text = std::regex_replace(text, std::regex("</(h1|h2|p|tr)>"), "\n");
+  std::istringstream in(std::regex_replace(text, std::regex("<[^>]*>"), " "));
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(in, line);)
+    if (line.find_first_not_of(' ') != std::string::npos) lines.push_back(line);
+  return lines;
+}
+
+TEST_F(SummaryTest, ThePagesFirstTenLinesSayWhatIsWrongHoweverMuchItIs) {
+  using testing::AllOf;
+  using testing::Contains;
+  using testing::HasSubstr;
+  using testing::Not;
+  Summary summary;
+  summary.verdict = "Very ill.";
+  for (int i = 1; i <= 9; ++i)
+    summary.faults.push_back({"check " + std::to_string(i), "fault " + std::to_string(i), "help"});
+  for (int i = 1; i <= 12; ++i) summary.rows.push_back({"device " + std::to_string(i), "ordinary"});
+  const auto lines = linesOf(summaryPage(summary));
+  ASSERT_GT(lines.size(), 24U);
+  const std::vector first(lines.begin(), lines.begin() + 10);
+  for (const char* const expected : {"Very ill.", "fault 1 ", "fault 2 ", "fault 3 ", "and 6 more"})
+    EXPECT_THAT(first, Contains(HasSubstr(expected)));
+  EXPECT_THAT(lines, AllOf(Contains(HasSubstr("fault 9 ")), Contains(HasSubstr("device 12"))));
+  summary.faults.resize(3);
+  EXPECT_THAT(linesOf(summaryPage(summary)),
+              AllOf(Not(Contains(HasSubstr(" more"))), Not(Contains(HasSubstr("else is wrong")))));
 }
 
 // ---- The last error of a log

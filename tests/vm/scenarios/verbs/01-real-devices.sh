@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # The verbs that look at a device work with USB devices and with one of a driver's, while they are used.
 # needs: packages
-# seconds: 400
+# seconds: 420
 source /vm/lib.sh
 source /vm/product.sh
 
@@ -49,7 +49,18 @@ for name in "QEMU QEMU USB Tablet" "QEMU QEMU USB Mouse" "QEMU QEMU USB Keyboard
   look "monitor-$number" "$name" monitor "$id" --svg "$directory/$number.svg" --after 4
   # Its blanks are wide ones, which do not break.
   expect "a picture of the monitor with $name" grep -q "${name// /.*}" "$directory/$number.svg"
+
+  case "$name" in
+    Numbered*) expect_failure "a test of what has no name" product test "$id" --seconds 5 ;;
+    *)
+      look "test-$number" "$name" test "$id" --seconds 5 || true # not all of it is used
+      expect "something of $name that has answered" says "test-$number" '^ *1/[0-9]+  '
+      ;;
+  esac
 done
+
+product report "$directory/report.zip" --json >"$scratch/manifest"
+expect "a report that begins with its summary" jq -e '.files[0].name == "summary.html"' "$scratch/manifest"
 
 start test in_session "$session" wlhid test "$(device_id "QEMU QEMU USB Mouse")"
 until says test '  Button 1$'; do use Mouse; done
