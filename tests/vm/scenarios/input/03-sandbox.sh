@@ -14,13 +14,13 @@ for socket in /run/wlhid/*.sock; do
   touch "$(basename "$socket")"
   mount --bind "$socket" "$(basename "$socket")"
 done
-mount -t tmpfs tmpfs /run
+mount -t tmpfs -o mode=755 tmpfs /run
 mkdir /run/wlhid
 for socket in *.sock; do
   touch "/run/wlhid/$socket"
   mount --bind "$socket" "/run/wlhid/$socket"
 done
-for directory in $HIDDEN /etc/wlhid /sys /dev; do mount -t tmpfs tmpfs "$directory"; done
+for directory in $HIDDEN /etc/wlhid /sys /dev; do mount -t tmpfs -o mode=755 tmpfs "$directory"; done
 exec "$@"'
 start_in_sandbox() { # start_in_sandbox NAME HIDDEN WORD…: input-probe, with those directories hidden too
   start "$1" in_session "$session" unshare --user --map-current-user --keep-caps --mount \

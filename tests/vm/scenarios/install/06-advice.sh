@@ -12,7 +12,10 @@ passes() { # passes CHECK
 expect_advice_helps() { # expect_advice_helps CHECK
   local command
   command="$(examined | jq -r --arg name "$1" 'first(.checks[] | select(.name == $name and .state == "failed")).command // empty')"
-  expect "a command for $1" test -n "$command"
+  if [[ -z $command ]]; then
+    examined | jq -c '.checks[]'
+    fail "no command for $1"
+  fi
   mark "$1: $command"
   sh -c "$command"
   wait_for 60 "$1 to be mended" passes "$1"
@@ -24,7 +27,7 @@ for check in "system root" endpoint "job daemon" polkit; do expect "that $check 
 chmod g+w /usr/lib/wlhid
 expect_advice_helps "system root"
 
-systemctl mask --now wlhid-router.socket
+systemctl mask --now wlhid-router.socket wlhid-router-control.socket wlhid-router-devices.socket
 expect_advice_helps endpoint
 
 systemctl stop wlhid-router.socket
