@@ -90,4 +90,23 @@ TEST_F(WithoutDirectoryTest, WhoeverKnowsTheDeviceIsServed) {
   log.awaitLine("report");
 }
 
+/// Nobody says when a no has become a yes, so the application has to.
+TEST_F(WithoutDirectoryTest, ANoLastsUntilTheApplicationTriesAgain) {
+  const auto authority = std::make_shared<routertest::PresetAuthority>();
+  authority->start = kPerson;
+  authority_ = authority;
+  startRouter();
+  routertest::LineLog log;
+  Input input({.device = addDevice("mouse", routertest::kThreeReports, "1", true)},
+              {.status = [&](const wlhid::Status& status) { log.add(status.text); }});
+  log.awaitLine("not allowed: nobody agreed");
+  {
+    const std::lock_guard lock(authority->mutex);
+    authority->start = kYes;
+  }
+  input.retry();
+  log.awaitLine("routing 0x");
+  EXPECT_EQ(authority->asked.count(), 2U);
+}
+
 }  // namespace
