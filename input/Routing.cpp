@@ -37,7 +37,7 @@ std::string withoutVerdict(std::string text) {
   return text.starts_with(kVerdict) ? text.substr(kVerdict.size()) : text;
 }
 
-/// The reports with one of these usages; null: all.
+/// The values of these usages; null: all.
 std::shared_ptr<platform::NSDictionary> tagsOf(const std::vector<Usage>& usages) {
   if (usages.empty()) return nullptr;
   std::vector<platform::NSDictionary::Entry> entries;
