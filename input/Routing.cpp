@@ -32,7 +32,7 @@ bool isSame(const Device& one, const Device& other) {
 }
 
 /// The reason alone, of a text that may begin with what follows from it.
-std::string withoutVerdict(std::string text) {
+std::string withoutVerdict(const std::string& text) {
   constexpr std::string_view kVerdict = "not permitted: ";
   return text.starts_with(kVerdict) ? text.substr(kVerdict.size()) : text;
 }
@@ -41,6 +41,7 @@ std::string withoutVerdict(std::string text) {
 std::shared_ptr<platform::NSDictionary> tagsOf(const std::vector<Usage>& usages) {
   if (usages.empty()) return nullptr;
   std::vector<platform::NSDictionary::Entry> entries;
+  entries.reserve(usages.size());
   for (const Usage& each : usages)
     entries.emplace_back(
         platform::NSNumber::numberWithUnsignedLongLong(std::uint64_t{each.page} << 16U | each.id),
