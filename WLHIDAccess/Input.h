@@ -81,7 +81,7 @@ struct InputOptions {
   std::uint64_t device = 0;  ///< registry entry ID; 0: the first that `which` admits
   DeviceFilter which = {};
   bool isExclusive = false;        ///< nobody else is to get the device's input meanwhile
-  std::vector<Usage> usages = {};  ///< only the reports with one of these; none: all
+  std::vector<Usage> usages = {};  ///< only their values; none: all. Reports come whole
 };
 
 struct InputHandlers {

@@ -39,6 +39,8 @@ constexpr std::array kMeanings{
     Meaning{kServices, 6, WLHID_NOT_PERMITTED},
     Meaning{kServices, 7, WLHID_TIMED_OUT},
     Meaning{kServices, 10, WLHID_BUSY},
+    Meaning{kServices, 11, WLHID_CANCELED},
+    Meaning{kServices, 12, WLHID_NOBODY_TO_ASK},
     Meaning{kErrorDomain, static_cast<std::int64_t>(ErrorCode::NoAnswer), WLHID_TIMED_OUT},
     Meaning{kErrorDomain, static_cast<std::int64_t>(ErrorCode::NotThere), WLHID_NO_ROUTER},
 };

@@ -217,7 +217,7 @@ void wlhid_watch_close(wlhid_watch* watch);
 typedef struct wlhid_input_options {
   uint64_t device; /* registry entry ID; 0: the first that the filter admits */
   wlhid_filter filter;
-  const wlhid_usage* usages; /* only the reports with one of these; none: all */
+  const wlhid_usage* usages; /* only their values; none: all. Reports come whole */
   size_t usage_count;
   uint32_t is_exclusive; /* nobody else is to get the device's input meanwhile */
   uint32_t reserved[5];

@@ -3,12 +3,12 @@
 #include "input/DeviceRecords.h"
 
 #include <algorithm>
-#include <array>
 #include <string_view>
 #include <utility>
 
 #include "platform/foundation/NSNumber.h"
 #include "platform/foundation/NSString.h"
+#include "router-client/WLHIDDeviceDirectoryProtocols.h"
 
 namespace wlhid {
 
@@ -21,10 +21,8 @@ using platform::NSObject;
 using platform::objectCast;
 using platform::str;
 
-constexpr std::array kPermissions{
-    std::pair{Permission::Yes, "yes"}, std::pair{Permission::Partly, "partly"},
-    std::pair{Permission::Administrator, "administrator"}, std::pair{Permission::No, "no"},
-    std::pair{Permission::Unknown, "unknown"}};
+constexpr std::size_t kUnknown = static_cast<std::size_t>(Permission::Unknown);
+static_assert(kUnknown + 1 == WLHIDDevicePermissions.size());
 
 std::optional<std::uint64_t> numberIn(const NSDictionary& dictionary, std::string_view key) {
   const auto number = objectCast<NSNumber>(dictionary.objectForKey(key));
@@ -58,9 +56,9 @@ DeviceClass classIn(const NSDictionary& dictionary) {
 
 Permission permissionIn(const NSDictionary& dictionary) {
   const std::string name = textIn(dictionary, "Permission");
-  const auto* const found = std::find_if(kPermissions.begin(), kPermissions.end(),
-                                         [&](const auto& each) { return each.second == name; });
-  return found == kPermissions.end() ? Permission::Unknown : found->first;
+  std::size_t index = 0;
+  while (index < kUnknown && WLHIDDevicePermissions[index] != name) ++index;
+  return static_cast<Permission>(index);
 }
 
 template <class Number>
@@ -72,10 +70,7 @@ void add(std::vector<NSDictionary::Entry>& entries, std::string_view key,
 }  // namespace
 
 const char* nameOf(Permission permission) {
-  const auto* const found =
-      std::find_if(kPermissions.begin(), kPermissions.end(),
-                   [=](const auto& each) { return each.first == permission; });
-  return found == kPermissions.end() ? "unknown" : found->second;
+  return WLHIDDevicePermissions[std::min(static_cast<std::size_t>(permission), kUnknown)];
 }
 
 const char* nameOf(DeviceClass deviceClass) {

@@ -37,7 +37,7 @@ std::string withoutVerdict(const std::string& text) {
   return text.starts_with(kVerdict) ? text.substr(kVerdict.size()) : text;
 }
 
-/// The reports with one of these usages; null: all.
+/// The values of these usages; null: all.
 std::shared_ptr<platform::NSDictionary> tagsOf(const std::vector<Usage>& usages) {
   if (usages.empty()) return nullptr;
   std::vector<platform::NSDictionary::Entry> entries;
@@ -127,6 +127,8 @@ void Input::Implementation::connect() {
 
 void Input::Implementation::listed() {
   directoryFailures_ = 0;
+  hasDirectory_ = true;
+  watch_ = nullptr;
   nameDevice();
   if (hasGivenUp_ || refusedAs_) return;
   const auto client = this->client();
@@ -170,22 +172,28 @@ void Input::Implementation::departed(const Device& device) {
 }
 
 void Input::Implementation::directoryLost(Loss loss, const std::string& why) {
+  hasDirectory_ = false;
   if (hasGivenUp_) return;
   mustRestart_ = mustRestart_ || loss == Loss::Died;
   isDoubtful_ = isDoubtful_ || loss == Loss::Closed;
   if (const Presence presence = Router::presence(); !presence)
     return tell(InputState::WaitingForRouter, "waiting for the router: " + presence.text);
-  // A router without a directory serves those who know what they want. One that has only just been
-  // installed has not had the time to answer.
+  if (client() != nullptr && !refusedAs_) watchRouter();
+  // A router that has only just been installed has not had the time to answer.
   directoryFailures_ += loss == Loss::Closed ? 1 : 0;
-  if (client() == nullptr && options_.device != 0 && directoryFailures_ >= kNoDirectory &&
-      !device_) {
-    Device device;
-    device.id = options_.device;
-    return open(device);
-  }
-  if (loss == Loss::Died || client() == nullptr)
+  if (loss == Loss::Closed && directoryFailures_ == kNoDirectory) goOnWithoutDirectory();
+  if (loss == Loss::Died || (client() == nullptr && !mayAskForDevice()))
     tell(InputState::Reconnecting, "reconnecting: " + why);
+}
+
+void Input::Implementation::goOnWithoutDirectory() {
+  if (refusedAs_) return;
+  if (mustRestart_ || (client() == nullptr && mayAskForDevice())) attempt();
+}
+
+void Input::Implementation::routerDied() {
+  tell(InputState::Reconnecting, "reconnecting: the router has ended unexpectedly");
+  tryAgainLater();
 }
 
 void Input::Implementation::installationChanged() {
@@ -196,7 +204,11 @@ void Input::Implementation::installationChanged() {
 }
 
 void Input::Implementation::clientChanged(WLHIDEventRouterClientStatus status) {
-  if (status == WLHIDEventRouterClientStatusOpening) isDoubtful_ = false;
+  if (status == WLHIDEventRouterClientStatusOpening) {
+    isDoubtful_ = false;
+    watchRouter();
+  }
+  if (status == WLHIDEventRouterClientStatusRouterUnavailable) watch_ = nullptr;
   if (status != WLHIDEventRouterClientStatusRouting) return;
   refusedAs_.reset();
   backoff_.reset();
@@ -243,6 +255,7 @@ void Input::Implementation::clientFailed(const Error& error) {
 /// A person who has said no is not asked again until what is known of the permission has changed.
 void Input::Implementation::refused(const Error& error) {
   client()->setStarted(false);
+  watch_ = nullptr;
   tell(InputState::NotAllowed, "not allowed: " + withoutVerdict(error.what()), error);
   // As far as is known nobody has to be asked: the login session may have been in the background.
   if (device_->permission == Permission::Yes) return tryAgainLater();
@@ -279,10 +292,19 @@ void Input::Implementation::attempt() {
     tell(InputState::WaitingForDevice, "waiting for the device: it is not connected");
 }
 
+/// A router without a directory serves those who know what they want.
+bool Input::Implementation::mayAskForDevice() const {
+  return directoryFailures_ >= kNoDirectory && options_.device != 0;
+}
+
 std::optional<Device> Input::Implementation::findDevice() const {
   for (const auto& [id, device] : directory_->known())
     if (isWanted(device)) return device;
-  return std::nullopt;
+  if (!mayAskForDevice()) return std::nullopt;
+  if (device_) return device_;
+  Device device;
+  device.id = options_.device;
+  return device;
 }
 
 bool Input::Implementation::isWanted(const Device& device) const {
@@ -341,6 +363,7 @@ void Input::Implementation::restart() {
   const auto client = this->client();
   mustRestart_ = false;
   isDoubtful_ = false;
+  watchRouter();
   client->setStarted(false);
   client->setStarted(true);
   const std::lock_guard lock(mutex_);
@@ -348,9 +371,20 @@ void Input::Implementation::restart() {
   Loop::shared().post([client] { client->setStarted(false); });
 }
 
+/// As long as no directory's connection tells that the router has died. Begins before the client
+/// starts, so that it is the same router's end.
+void Input::Implementation::watchRouter() {
+  if (watch_ != nullptr || hasDirectory_) return;
+  watch_ = std::make_shared<RouterWatch>(Loop::shared(), [weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->routerDied();
+  });
+  watch_->begin();
+}
+
 void Input::Implementation::close() {
   mustRestart_ = false;
   isDoubtful_ = false;
+  watch_ = nullptr;
   std::shared_ptr<Client> closed;
   {
     const std::lock_guard lock(mutex_);

@@ -6,10 +6,11 @@
 //   the router is not installed        waits; the installation's watch tells
 //   the device is not there            waits; the directory tells
 //   the router has died                the directory's connection ends with it: when it is made
-//                                      again, the client is started again
+//                                      again, the client is started again. While there is none,
+//                                      an idle connection to the router's own service does that
 //   the router has refused             what may pass is tried again after a pause; a no is tried
 //                                      again when the answer of the directory has become another
-//                                      one
+//                                      one; without a directory, by retry() only
 //
 // Threading: on the loop's thread, except where it says otherwise.
 // Ownership: the public object and what it posts hold it.
@@ -31,6 +32,7 @@
 #include "input/InputRelay.h"
 #include "input/InstallationWatch.h"
 #include "input/Loop.h"
+#include "input/RouterWatch.h"
 #include "input/Strand.h"
 
 namespace wlhid {
@@ -59,6 +61,8 @@ class WLHID_NO_EXPORT Input::Implementation : public std::enable_shared_from_thi
   void changed(const Device& device);
   void departed(const Device& device);
   void directoryLost(Loss loss, const std::string& why);
+  void goOnWithoutDirectory();
+  void routerDied();
   void installationChanged();
   void clientChanged(WLHIDEventRouterClientStatus status);
   /// On the client's threads, so that it is told before the input that follows.
@@ -72,6 +76,7 @@ class WLHID_NO_EXPORT Input::Implementation : public std::enable_shared_from_thi
   void attemptNow();
   void open(const Device& device);
   void restart();
+  void watchRouter();
   void close();
   void giveUp(InputState state, const Error& error);
   void tryAgainLater();
@@ -79,6 +84,7 @@ class WLHID_NO_EXPORT Input::Implementation : public std::enable_shared_from_thi
   void tell(InputState state, const std::string& text, const std::optional<Error>& error = {});
   void tellLocked(InputState state, const std::string& text, const std::optional<Error>& error);
   [[nodiscard]] bool isCurrent(std::uint64_t generation) const;
+  [[nodiscard]] bool mayAskForDevice() const;
   [[nodiscard]] std::optional<Device> findDevice() const;
   [[nodiscard]] bool isWanted(const Device& device) const;
   [[nodiscard]] bool mayHaveBecomeAllowed(const Device& device);
@@ -90,11 +96,13 @@ class WLHID_NO_EXPORT Input::Implementation : public std::enable_shared_from_thi
   const std::shared_ptr<Strand> strand_ = std::make_shared<Strand>();
 
   std::shared_ptr<DirectoryConnection> directory_;
+  std::shared_ptr<RouterWatch> watch_;  // while there is no directory
   std::shared_ptr<void> installation_;
   std::shared_ptr<InputRelay> relay_;
   bool mustRestart_ = false;  // the client's connection is dead
   bool isDoubtful_ = false;   // it may be, unless the client connects again by itself
   bool hasGivenUp_ = false;
+  bool hasDirectory_ = false;            // its connection stands
   int directoryFailures_ = 0;            // in a row, with a router installed
   std::optional<Permission> refusedAs_;  // the permission that was known after a no
   Backoff backoff_;

@@ -14,6 +14,7 @@
 // Order: the list comes before the first change.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string_view>
@@ -26,6 +27,10 @@
 
 /// Below the router's label, so that its job may offer it.
 inline constexpr std::string_view WLHIDDeviceDirectoryLabel = "com.quillmar.hideventrouter.devices";
+
+/// The values of a device's key `Permission`. Each end has an enumeration of them in this order.
+inline constexpr std::array WLHIDDevicePermissions{"yes", "partly", "administrator", "no",
+                                                   "unknown"};
 
 /// Implemented by the router, called by an application.
 class WLHIDDeviceDirectoryProtocol {

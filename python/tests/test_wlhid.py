@@ -2,15 +2,17 @@
 """On a root that tests/integration/c/CTest.cpp prepares: a router is installed, and a mouse is a recording for ever.
 
 WLHID_TEST_BUNDLE names the directory of its router, WLHID_TEST_DEVICE the mouse's ID, WLHID_TEST_ENDING that of a recording that
-ends, WLHID_TEST_LAYOUT the sizes and offsets of the structures as the C compiler has them.
+ends, WLHID_TEST_TWO_REPORTS one with X in report 1 and Y in report 2, WLHID_TEST_LAYOUT the sizes and offsets of the structures as the C compiler has them.
 """
 
 import asyncio
 import ctypes
 import inspect
 import os
+import sys
 import typing
 import unittest
+import unittest.mock
 
 import wlhid
 from wlhid import _abi, _events
@@ -18,6 +20,7 @@ from wlhid import _abi, _events
 wlhid.use_bundle(os.environ["WLHID_TEST_BUNDLE"])
 DEVICE = int(os.environ["WLHID_TEST_DEVICE"], 0)
 ENDING = int(os.environ["WLHID_TEST_ENDING"], 0)
+TWO_REPORTS = int(os.environ["WLHID_TEST_TWO_REPORTS"], 0)
 
 
 class Names(unittest.TestCase):
@@ -84,6 +87,31 @@ class Devices(unittest.TestCase):
             self.assertEqual(arrived.device.id, DEVICE)
             self.assertEqual(watch.wait(60), wlhid.Listed())
             self.assertEqual(watch.wait(0), None)
+
+
+    def test_each_kind_of_event_has_a_class(self) -> None:
+        device = _abi.CDevice(id=7, name=b"Pen", interface_number=-1)
+        wanted = {2: wlhid.Arrived, 3: wlhid.Changed, 4: wlhid.Departed}
+
+        def event(kind: int) -> wlhid.DeviceEvent | None:
+            def tell(handle: int, returned: typing.Any) -> int:
+                about = ctypes.pointer(device) if kind in wanted else None
+                ctypes.memmove(returned, ctypes.byref(_abi.CWatchEvent(kind, 0, about, b"away")), ctypes.sizeof(_abi.CWatchEvent))
+                return wlhid.Code.OK
+
+            library = unittest.mock.Mock(**{"wlhid_watch_open.return_value": 0, "wlhid_watch_next.side_effect": tell})
+            with unittest.mock.patch.object(sys.modules["wlhid.devices"], "library", library):
+                watch = wlhid.DeviceWatch()
+                watch._handle = 1
+                with watch:
+                    return watch.take()
+
+        for kind, kind_class in wanted.items():
+            told = event(kind)
+            self.assertIs(type(told), kind_class)
+            self.assertEqual((told.device.id, told.device.name), (7, "Pen"))
+        self.assertEqual(event(1), wlhid.Listed())
+        self.assertEqual(event(5), wlhid.Unavailable("away"))
 
 
 class Router(unittest.TestCase):
@@ -161,6 +189,34 @@ class Input(unittest.TestCase):
         self.assertEqual(events[-1].state, wlhid.State.ENDED)
         self.assertEqual(events[-1].code, wlhid.Code.ENDED)
         self.assertTrue(events[-1].text.startswith("ended: "))
+
+    def test_goes_on_after_its_end_if_it_is_told(self) -> None:
+        with wlhid.Input(ENDING) as source:
+            self.assertEqual(list(source)[-1].state, wlhid.State.ENDED)
+            source.retry()
+            self.assertIn(wlhid.State.ROUTING, [event.state for event in source if isinstance(event, wlhid.Status)])
+        self.assertRaises(wlhid.Error, source.retry)
+
+    def test_brings_only_the_usages_that_are_wanted(self) -> None:
+        def first_names(source: wlhid.Input) -> set:
+            values = (event.values for event in source if isinstance(event, wlhid.Values))
+            return {value.usage.name for _ in range(6) for value in next(values)}
+
+        with wlhid.Input(TWO_REPORTS) as everything, wlhid.Input(TWO_REPORTS, usages=[wlhid.Usage(1, 0x31)]) as some:
+            self.assertEqual(first_names(everything), {"X", "Y"})
+            self.assertEqual(first_names(some), {"Y"})
+
+    def test_exclusive_keeps_others_out(self) -> None:
+        def state(source: wlhid.Input, wanted: wlhid.State) -> wlhid.Status:
+            return next(event for event in source if isinstance(event, wlhid.Status) and event.state == wanted)
+
+        with wlhid.Input(TWO_REPORTS) as other:
+            with wlhid.Input(TWO_REPORTS, exclusive=True) as source:
+                self.assertEqual(state(source, wlhid.State.RECONNECTING).code, wlhid.Code.BUSY)
+                other.close()
+                state(source, wlhid.State.ROUTING)
+                with wlhid.Input(TWO_REPORTS) as late:
+                    self.assertEqual(state(late, wlhid.State.RECONNECTING).code, wlhid.Code.BUSY)
 
     def test_base_class_is_abstract(self) -> None:
         self.assertRaises(NotImplementedError, _events.EventSource()._next)

@@ -83,7 +83,7 @@ def _values(raw: _abi.CEvent) -> Values:
 class Input(EventSource[Event]):
     """Of the device with that ID, or of the first that meets one of the matches and none of the excluded.
 
-    Iterating ends after a status that is for good, and when it is closed.
+    Of usages only those are told, if there are any; reports come whole. Iterating ends after a status that is for good, and when it is closed.
     """
 
     def __init__(

@@ -3,12 +3,12 @@
 #include "router/control/DeviceListing.h"
 
 #include <algorithm>
-#include <array>
 #include <string_view>
 #include <utility>
 
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/PrintableText.h"
+#include "router-client/WLHIDDeviceDirectoryProtocols.h"
 #include "router/DictionaryReading.h"
 
 namespace router {
@@ -22,10 +22,8 @@ using platform::objectCast;
 using platform::str;
 using Entries = std::vector<NSDictionary::Entry>;
 
-constexpr std::array kPermissions{
-    std::pair{DevicePermission::Yes, "yes"}, std::pair{DevicePermission::Partly, "partly"},
-    std::pair{DevicePermission::Administrator, "administrator"},
-    std::pair{DevicePermission::No, "no"}, std::pair{DevicePermission::Unknown, "unknown"}};
+constexpr std::size_t kUnknown = static_cast<std::size_t>(DevicePermission::Unknown);
+static_assert(kUnknown + 1 == WLHIDDevicePermissions.size());
 constexpr std::string_view kOrdinary = "ordinary";
 constexpr std::string_view kSensitive = "sensitive";
 constexpr std::size_t kMaximumCharacters = 1000;
@@ -72,9 +70,9 @@ void addDescription(Entries& entries, const DeviceDescription& device) {
 }
 
 DevicePermission permissionNamed(std::string_view name) {
-  const auto* const found = std::find_if(kPermissions.begin(), kPermissions.end(),
-                                         [&](const auto& each) { return each.second == name; });
-  return found == kPermissions.end() ? DevicePermission::Unknown : found->first;
+  std::size_t index = 0;
+  while (index < kUnknown && WLHIDDevicePermissions[index] != name) ++index;
+  return static_cast<DevicePermission>(index);
 }
 
 std::set<std::uint8_t> reportsIn(const NSDictionary& dictionary) {
@@ -135,9 +133,7 @@ ListedDevice deviceIn(const NSDictionary& dictionary) {
 }  // namespace
 
 const char* nameOf(DevicePermission permission) {
-  return std::find_if(kPermissions.begin(), kPermissions.end(),
-                      [=](const auto& each) { return each.first == permission; })
-      ->second;
+  return WLHIDDevicePermissions[std::min(static_cast<std::size_t>(permission), kUnknown)];
 }
 
 std::shared_ptr<NSDictionary> dictionaryOfDevice(const ListedDevice& listed) {

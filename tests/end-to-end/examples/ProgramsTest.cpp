@@ -5,6 +5,7 @@
 #include <csignal>
 
 #include "ToolTest.h"
+#include "platform/services/JobDaemon.h"
 
 namespace test {
 namespace {
@@ -34,6 +35,11 @@ class ExampleProgramsTest : public ToolTest {
   /// Runs a shell command, in which $0 is `program`.
   [[nodiscard]] Outcome inShell(const std::string& command, const fs::path& program) const {
     return run({"/bin/sh", "-c", command, program}, onThisRoot());
+  }
+  void killRouter() const {
+    const auto status = platform::JobDaemon(platform::SystemRoot(root)).status();
+    ASSERT_TRUE(status && !status->jobs.empty());
+    ASSERT_EQ(::kill(static_cast<pid_t>(status->jobs.front().processIdentifier), SIGKILL), 0);
   }
   /// An example in Python as an application of its own, whose bundle is `contents`.
   [[nodiscard]] std::vector<std::string> script(std::string_view name, const fs::path& contents,
@@ -98,7 +104,7 @@ TEST_F(ExampleProgramsTest, OwnRouterIsInstalledAfterAQuestionAndUsed) {
   EXPECT_TRUE(again.out.starts_with("Dial ")) << "nobody is asked twice: " << again.out;
 }
 
-TEST_F(ExampleProgramsTest, PythonDialDrawsTheDialOfAnApplicationsOwnRouter) {
+TEST_F(ExampleProgramsTest, PythonDialDrawsTheDialOfAnApplicationsOwnRouterAlsoAfterItsDeath) {
 #if defined(WLHID_INSTRUMENTED)
   GTEST_SKIP() << "the interpreter cannot load an instrumented library";
 #endif
@@ -107,10 +113,17 @@ TEST_F(ExampleProgramsTest, PythonDialDrawsTheDialOfAnApplicationsOwnRouter) {
       0);
   Process process(script("python-dial.py", builtPath("examples/own-router/Contents"), {"0x2a"}),
                   onThisRoot());
+  process.waitForOutputContaining("routing 0x2a\nDial [");
   process.waitForOutputContaining("Dial [##########");
+  killRouter();
+  process.waitForOutputContaining("reconnecting: the router has ended unexpectedly\n");
+  process.waitForOutput([](const std::string& output) {
+    const auto again = output.rfind("routing 0x2a\n");
+    return again > output.rfind("reconnecting: ") &&
+           output.find("Dial [", again) != std::string::npos;
+  });
   process.signal(SIGINT);
   EXPECT_EQ(process.wait(), 0) << process.errorOutput();
-  EXPECT_NE(process.output().find("routing 0x2a\n"), std::string::npos) << process.output();
 }
 
 TEST_F(ExampleProgramsTest, InputInPythonPrintsWhatAPenSendsUntilItEnds) {

@@ -23,6 +23,27 @@ std::filesystem::path programs() {
   return std::filesystem::read_symlink("/proc/self/exe").parent_path();
 }
 
+/// A command that runs beside the test, and what it prints on both outputs.
+class Running {
+ public:
+  explicit Running(const std::string& command)
+      : pipe_(::popen((command + " 2>&1").c_str(), "r"), &::pclose) {}
+
+  /// Reads up to a line with `part`.
+  void await(const std::string& part) {
+    std::array<char, 4096> line{};
+    while (std::fgets(line.data(), line.size(), pipe_.get()) != nullptr) {
+      output_ += line.data();
+      if (std::string(line.data()).find(part) != std::string::npos) return;
+    }
+    ADD_FAILURE() << "no \"" << part << "\" came: " << output_;
+  }
+
+ private:
+  const std::unique_ptr<FILE, int (*)(FILE*)> pipe_;
+  std::string output_;
+};
+
 /// What the command prints on both outputs.
 std::string outputOf(const std::string& command) {
   const std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen((command + " 2>&1").c_str(), "r"),
@@ -70,7 +91,48 @@ TEST_F(CTest, InstallsWithTheConsentOfAPerson) {
 TEST_F(CTest, WatchesDevicesByPoll) {
   wlhid::Router::install();
   addDevice("Mouse");
-  EXPECT_THAT(inC("watch 2"), ContainsRegex("^arrived 0x[0-9a-f]+ Mouse: .*\nlisted \n$"));
+  EXPECT_THAT(inC("watch listed"), ContainsRegex("^arrived 0x[0-9a-f]+ Mouse: .*\nlisted \n$"));
+}
+
+TEST_F(CTest, AWatchTellsWhatComesAndGoes) {
+  wlhid::Router::install();
+  addDevice("Mouse");
+  Running watch(C_POLL " watch departed");
+  watch.await("arrived 0x");
+  watch.await("listed");
+  wlhid::Router::remove();
+  watch.await("unavailable ");
+  removeDevice("Mouse");
+  addRecording("Mouse",
+               "R: 19 05 01 09 02 a1 01 09 30 15 81 25 7f 75 08 95 01 81 02 c0\nN: Ball\n"
+               "I: 3 0627 0001\nE: 000000.000000 1 01\n");
+  wlhid::Router::install();
+  watch.await(" Ball: Mouse, 0627:0001");
+  removeDevice("Mouse");
+  watch.await("departed 0x");
+}
+
+TEST_F(CTest, ReceivesOnlyTheValuesOfAUsage) {
+  wlhid::Router::install();
+  const std::string output =
+      inC(platform::stringWithFormat("route 0x%llx 8 1 0x31", addTwoReports("Mouse")));
+  EXPECT_THAT(output, HasSubstr("report 2 at some time: 02 06\nvalues Y=6 "));
+  EXPECT_THAT(output, HasSubstr("report 1 at some time: 01 05\nreport 2"));
+  EXPECT_THAT(output, testing::Not(HasSubstr("X=")));
+}
+
+TEST_F(CTest, InputThatHasEndedBeginsAgainAfterRetry) {
+  wlhid::Router::install();
+  const auto output = inC(platform::stringWithFormat("retry 0x%llx", addDevice("Once", false)));
+  EXPECT_THAT(output, ContainsRegex("status 6 code 11: ended: .*\nagain\n"));
+  EXPECT_THAT(output, testing::EndsWith("status 3 code 0: routing Once\n"));
+}
+
+TEST_F(CTest, ExclusiveInputKeepsOthersOutUntilItIsClosed) {
+  wlhid::Router::install();
+  const auto output = inC(platform::stringWithFormat("exclusive 0x%llx", addDevice("Mouse")));
+  EXPECT_THAT(output, HasSubstr("status 4 code 9: reconnecting: "));
+  EXPECT_THAT(output, testing::EndsWith("status 3 code 0: routing Mouse\n"));
 }
 
 TEST_F(CTest, ReceivesInputByPoll) {
@@ -119,13 +181,14 @@ TEST_F(CTest, PythonDoesTheSame) {
   ::setenv("WLHID_TEST_BUNDLE", programs().parent_path().parent_path().c_str(), 1);
   ::setenv("WLHID_TEST_DEVICE", std::to_string(addDevice("Mouse")).c_str(), 1);
   ::setenv("WLHID_TEST_ENDING", std::to_string(addDevice("Ending", false)).c_str(), 1);
+  ::setenv("WLHID_TEST_TWO_REPORTS", std::to_string(addTwoReports("Two")).c_str(), 1);
   ::setenv("WLHID_TEST_LAYOUT", layout.c_str(), 1);
   ::setenv("LD_LIBRARY_PATH", std::filesystem::path(WLHID_C_LIBRARY).parent_path().c_str(), 1);
   const std::string output = outputOf("cd " + source +
                                       "/python && " PYTHON
                                       " -B -X dev -W error -m unittest "
                                       "discover -s tests -t . 2>&1");
-  EXPECT_THAT(output, ContainsRegex("Ran 1[0-9] tests in .*\n\nOK\n$"));
+  EXPECT_THAT(output, ContainsRegex("Ran [12][0-9] tests in .*\n\nOK\n$"));
 }
 
 }  // namespace

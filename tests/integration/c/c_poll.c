@@ -6,8 +6,10 @@
  * An application in C: lists the devices, watches them, and prints the first so many events of a device, by poll alone.
  *
  *   c_poll list | install | presence | misuse
- *   c_poll watch COUNT
- *   c_poll route ID COUNT
+ *   c_poll watch KIND: until there is an event of that kind
+ *   c_poll route ID COUNT [PAGE USAGE]: only the values of that usage
+ *   c_poll retry ID: input that has ended begins again
+ *   c_poll exclusive ID: there is no second one beside it
  */
 #include <inttypes.h>
 #include <poll.h>
@@ -66,24 +68,25 @@ static int list(void) {
   return 0;
 }
 
-static int watch(int count) {
+static int watch(const char* last) {
+  static const char* const kinds[] = {"", "listed", "arrived", "changed", "departed", "unavailable"};
+  const char* kind = "";
   wlhid_watch* watch = NULL;
   int code = wlhid_watch_open(NULL, &watch);
   if (code != WLHID_OK) return failed("watch", code);
-  while (count > 0 && waits(wlhid_watch_fd(watch))) {
+  while (strcmp(kind, last) != 0 && waits(wlhid_watch_fd(watch))) {
     wlhid_watch_event event;
-    while (count > 0 && wlhid_watch_next(watch, &event) == WLHID_OK) {
-      static const char* const kinds[] = {"", "listed", "arrived", "changed", "departed", "unavailable"};
+    while (strcmp(kind, last) != 0 && wlhid_watch_next(watch, &event) == WLHID_OK) {
+      kind = kinds[event.kind];
       if (event.device != NULL)
-        print_device(kinds[event.kind], event.device);
+        print_device(kind, event.device);
       else
-        printf("%s %s\n", kinds[event.kind], event.text);
+        printf("%s %s\n", kind, event.text);
       fflush(stdout);
-      --count;
     }
   }
   wlhid_watch_close(watch);
-  return count == 0 ? 0 : 1;
+  return strcmp(kind, last);
 }
 
 static void print_event(const wlhid_event* event) {
@@ -107,12 +110,14 @@ static void print_event(const wlhid_event* event) {
   fflush(stdout);
 }
 
-static int route(uint64_t id, int count) {
+static int route(uint64_t id, int count, const wlhid_usage* usage) {
   wlhid_input_options options;
   wlhid_input* input = NULL;
   int code;
   memset(&options, 0, sizeof options);
   options.device = id;
+  options.usages = usage;
+  options.usage_count = usage != NULL;
   code = wlhid_input_open(&options, &input);
   if (code != WLHID_OK) return failed("open", code);
   while (count > 0 && waits(wlhid_input_fd(input))) {
@@ -124,6 +129,56 @@ static int route(uint64_t id, int count) {
   }
   wlhid_input_close(input);
   return count == 0 ? 0 : 1;
+}
+
+/* Prints the statuses up to one with that state. */
+static int wait_for(wlhid_input* input, uint32_t state) {
+  wlhid_event event;
+  while (waits(wlhid_input_fd(input))) {
+    while (wlhid_input_next(input, &event) == WLHID_OK) {
+      if (event.kind != WLHID_EVENT_STATUS) continue;
+      print_event(&event);
+      if (event.state == state) return 0;
+    }
+  }
+  return 1;
+}
+
+static int retry(uint64_t id) {
+  wlhid_input_options options;
+  wlhid_input* input = NULL;
+  int code;
+  memset(&options, 0, sizeof options);
+  options.device = id;
+  code = wlhid_input_open(&options, &input);
+  if (code != WLHID_OK) return failed("open", code);
+  if (wait_for(input, WLHID_STATE_ENDED) != 0) return 1;
+  code = wlhid_input_retry(input);
+  if (code != WLHID_OK) return failed("retry", code);
+  printf("again\n");
+  if (wait_for(input, WLHID_ROUTING) != 0) return 1;
+  wlhid_input_close(input);
+  return 0;
+}
+
+static int exclusive(uint64_t id) {
+  wlhid_input_options options;
+  wlhid_input *first = NULL, *second = NULL;
+  int code;
+  memset(&options, 0, sizeof options);
+  options.device = id;
+  options.is_exclusive = 1;
+  code = wlhid_input_open(&options, &first);
+  if (code != WLHID_OK) return failed("open", code);
+  if (wait_for(first, WLHID_ROUTING) != 0) return 1;
+  options.is_exclusive = 0;
+  code = wlhid_input_open(&options, &second);
+  if (code != WLHID_OK) return failed("open", code);
+  if (wait_for(second, WLHID_RECONNECTING) != 0) return 1;
+  wlhid_input_close(first);
+  if (wait_for(second, WLHID_ROUTING) != 0) return 1;
+  wlhid_input_close(second);
+  return 0;
 }
 
 static int presence(void) {
@@ -171,7 +226,15 @@ int main(int argc, char** argv) {
   if (strcmp(verb, "presence") == 0) return presence();
   if (strcmp(verb, "install") == 0) return install(argc > 2 ? WLHID_NOT_PERMITTED : WLHID_OK);
   if (strcmp(verb, "misuse") == 0) return misuse();
-  if (strcmp(verb, "watch") == 0 && argc == 3) return watch(atoi(argv[2]));
-  if (strcmp(verb, "route") == 0 && argc == 4) return route(strtoull(argv[2], NULL, 0), atoi(argv[3]));
+  if (strcmp(verb, "watch") == 0 && argc == 3) return watch(argv[2]);
+  if (strcmp(verb, "route") == 0 && argc == 4) return route(strtoull(argv[2], NULL, 0), atoi(argv[3]), NULL);
+  if (strcmp(verb, "route") == 0 && argc == 6) {
+    wlhid_usage usage;
+    usage.page = (uint32_t)strtoul(argv[4], NULL, 0);
+    usage.id = (uint32_t)strtoul(argv[5], NULL, 0);
+    return route(strtoull(argv[2], NULL, 0), atoi(argv[3]), &usage);
+  }
+  if (strcmp(verb, "retry") == 0 && argc == 3) return retry(strtoull(argv[2], NULL, 0));
+  if (strcmp(verb, "exclusive") == 0 && argc == 3) return exclusive(strtoull(argv[2], NULL, 0));
   return 2;
 }

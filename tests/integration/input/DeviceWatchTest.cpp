@@ -72,6 +72,40 @@ TEST_F(DeviceWatchTest, TellsTheListOnceAndThenTheChangesAlsoAcrossARoutersDeath
   EXPECT_THAT(told, ElementsAre("listed Mouse", "arrived Pen", "departed Mouse", "departed Pen"));
 }
 
+TEST_F(DeviceWatchTest, TellsOnlyOfWhatItsFilterAdmits) {
+  wlhid::Router::install();
+  addDevice("Mouse");
+  const DeviceWatch watch(noting(lines_), {.matching = {{.usagePage = 0x0d}}});
+  lines_.await("listed");
+  addRecording("Pen",
+               "R: 19 05 0d 09 02 a1 01 09 30 15 81 25 7f 75 08 95 01 81 02 c0\nN: Pen\n"
+               "I: 3 0627 0002\nE: 000000.000000 1 01\n");
+  lines_.await("arrived Pen");
+  addDevice("Other");
+  removeDevice("Mouse");
+  removeDevice("Pen");
+  lines_.await("departed Pen");
+  EXPECT_THAT(lines_.all(), ElementsAre("listed", "arrived Pen", "departed Pen"));
+}
+
+TEST_F(DeviceWatchTest, TellsWhatHasChangedWhileThereWasNoRouter) {
+  wlhid::Router::install();
+  addDevice("Mouse");
+  wlhid::DeviceWatchHandlers handlers = noting(lines_);
+  handlers.changed = [this](const Device& device) { lines_.add("changed " + device.name); };
+  const DeviceWatch watch(std::move(handlers));
+  lines_.await("listed Mouse");
+  wlhid::Router::remove();
+  lines_.await("unavailable");
+  removeDevice("Mouse");
+  addRecording("Mouse",
+               "R: 19 05 01 09 02 a1 01 09 30 15 81 25 7f 75 08 95 01 81 02 c0\nN: Ball\n"
+               "I: 3 0627 0001\nE: 000000.000000 1 01\n");
+  wlhid::Router::install();
+  lines_.await("changed Ball");
+  EXPECT_THAT(lines_.all(), testing::Not(testing::Contains("departed Mouse")));
+}
+
 TEST_F(DeviceWatchTest, BeginsWhenThereIsARouter) {
   addDevice("Mouse");
   const DeviceWatch watch(noting(lines_));

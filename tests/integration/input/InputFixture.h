@@ -121,15 +121,30 @@ class InputFixture : public testing::Test {
 
   /// A recording with reports of one byte; by default it begins anew at its end, for ever.
   std::uint64_t addDevice(const std::string& name, bool repeat = true) const {
+    return addRecording(
+        name,
+        "R: 19 05 01 09 02 a1 01 09 30 15 81 25 7f 75 08 95 01 81 02 c0\nN: " + name +
+            "\nI: 3 0627 0001\nE: 000000.000000 1 01\nE: 000000.010000 1 02\n",
+        repeat);
+  }
+  std::uint64_t addRecording(const std::string& name, const std::string& text,
+                             bool repeat = true) const {
     const auto path = temporary_.path() / (name + ".hid");
-    testsupport::writeFile(
-        path, "R: 19 05 01 09 02 a1 01 09 30 15 81 25 7f 75 08 95 01 81 02 c0\nN: " + name +
-                  "\nI: 3 0627 0001\nE: 000000.000000 1 01\nE: 000000.010000 1 02\n");
+    testsupport::writeFile(path, text);
     router::ReplayDevice device;
     device.configuration = name;
     device.recording = path;
     device.repeat = repeat;
     return router::addReplayDevice(root_, device);
+  }
+  /// X in report 1, Y in report 2.
+  std::uint64_t addTwoReports(const std::string& name) const {
+    return addRecording(name,
+                        "R: 27 05 01 09 02 a1 01 15 81 25 7f 75 08 95 01"
+                        " 85 01 09 30 81 02 85 02 09 31 81 02 c0\nN: " +
+                            name +
+                            "\nI: 3 0627 0003\n"
+                            "E: 000000.000000 2 01 05\nE: 000000.010000 2 02 06\n");
   }
   void removeDevice(const std::string& name) const { router::removeReplayDevice(root_, name); }
 

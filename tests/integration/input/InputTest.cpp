@@ -66,6 +66,9 @@ TEST_F(InputTest, ADelegateReceivesTheSame) {
     void received(const wlhid::Report& report) override {
       lines_.add("report of " + std::to_string(report.bytes.size()));
     }
+    void received(std::span<const wlhid::Value> values) override {
+      lines_.add("values of " + values.front().usage.name());
+    }
     void changed(const wlhid::Status& status) override { lines_.add(status.text); }
 
    private:
@@ -76,6 +79,35 @@ TEST_F(InputTest, ADelegateReceivesTheSame) {
   const Input input({.device = addDevice("Mouse")}, delegate);
   lines_.await("routing Mouse");
   lines_.await("report of 1");
+  lines_.await("values of X");
+}
+
+TEST_F(InputTest, BringsOnlyTheValuesOfTheUsagesThatAreWanted) {
+  wlhid::Router::install();
+  const std::uint64_t id = addTwoReports("Mouse");
+  const Input input({.device = id, .usages = {{1, 0x31}}}, noting(lines_));
+  lines_.await("values Y=6");
+  lines_.await("report 1 5");
+  lines_.await("values Y=6");
+  EXPECT_THAT(lines_.all(), testing::Not(testing::Contains(testing::HasSubstr("X="))));
+  Lines all;
+  const Input other({.device = id}, noting(all));
+  all.await("values X=5");
+  all.await("values Y=6");
+}
+
+TEST_F(InputTest, AReportsTimeIsThatOfItsArrivalOnTheSteadyClock) {
+  wlhid::Router::install();
+  const auto begun = std::chrono::steady_clock::now();
+  std::chrono::steady_clock::time_point latest = begun;  // of the callbacks', one at a time
+  const Input input({.device = addDevice("Mouse")}, {.report = [&](const wlhid::Report& report) {
+                      const bool isInOrder = latest <= report.time;
+                      latest = report.time;
+                      const bool hasPassed = latest <= std::chrono::steady_clock::now();
+                      lines_.add(isInOrder && hasPassed ? "good" : "bad");
+                    }});
+  for (int i = 0; i < 5; ++i) lines_.await("good");
+  EXPECT_THAT(lines_.all(), testing::Not(testing::Contains("bad")));
 }
 
 TEST_F(InputTest, NumbersTheReportsAnewEachTimeItGoesOn) {
@@ -111,6 +143,41 @@ TEST_F(InputTest, WaitsForARouterThatAnotherProgramInstalls) {
   installElsewhere(ownRouter());
   lines_.await("routing Mouse");
   lines_.await("report");
+}
+
+/// The Input has no part in it: it waits for another device.
+TEST_F(InputTest, AClientBesideItLearnsThatAnotherProgramHasInstalledTheRouter) {
+  class Delegate final : public WLHIDEventRouterClientDelegate {
+   public:
+    explicit Delegate(Lines& lines) : lines_(lines) {}
+    void hidEventRouterClient_clientStatusChangedTo(const std::shared_ptr<WLHIDEventRouterClient>&,
+                                                    WLHIDEventRouterClientStatus status) override {
+      lines_.add("status " + std::to_string(static_cast<int>(status)));
+    }
+    void hidEventRouterClient_receivedReportData_reportID(
+        const std::shared_ptr<WLHIDEventRouterClient>&, const std::shared_ptr<platform::NSData>&,
+        std::uint32_t) override {
+      lines_.add("report");
+    }
+
+   private:
+    Lines& lines_;
+  };
+  const auto delegate = std::make_shared<Delegate>(lines_);
+  const auto client =
+      WLHIDEventRouterClient::initWithRegistryEntryID_deviceMode_tagDictionary_typeDictionary(
+          addDevice("Mouse"), 0, nullptr, nullptr);
+  client->setDelegate(delegate);
+  client->setStarted(true);
+  lines_.await("status 1");
+  Lines others;
+  const Input input({.device = 0x123456789}, noting(others));
+  others.await("waiting for the router");
+  installElsewhere(ownRouter());
+  lines_.await("status 2");
+  lines_.await("status 4");
+  lines_.await("report");
+  client->setStarted(false);
 }
 
 TEST_F(InputTest, GoesOnAfterARemovalAndReinstallationByAnotherProgram) {

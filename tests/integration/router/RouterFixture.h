@@ -10,8 +10,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/inotify.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -34,8 +32,8 @@
 #include "platform/xpc/NSXPCListener.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "router/Router.h"
-#include "router/RouterStatus.h"
 #include "tests/support/OneEndpoint.h"
+#include "tests/support/RouterStatusWait.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace routertest {
@@ -281,24 +279,7 @@ class RouterFixture : public testing::Test {
   /// Waits until the router's status is as wanted.
   router::RouterStatus awaitStatus(
       const std::function<bool(const router::RouterStatus&)>& isWanted) {
-    const auto directory = router::routerStatusFile(root()).parent_path();
-    std::filesystem::create_directories(directory);
-    const int watch = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-    EXPECT_GE(::inotify_add_watch(watch, directory.c_str(), IN_MOVED_TO), 0);
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    std::optional<router::RouterStatus> status;
-    for (;;) {
-      status = router::readRouterStatus(root());
-      if ((status && isWanted(*status)) || std::chrono::steady_clock::now() >= deadline) break;
-      pollfd poll{watch, POLLIN, 0};
-      ::poll(&poll, 1, static_cast<int>(std::chrono::milliseconds(kPatience).count()));
-      std::array<char, 4096> events{};
-      while (::read(watch, events.data(), events.size()) > 0) {
-      }
-    }
-    ::close(watch);
-    EXPECT_TRUE(status && isWanted(*status)) << "the status did not become as wanted";
-    return status.value_or(router::RouterStatus());
+    return testsupport::awaitRouterStatus(root(), kPatience, isWanted);
   }
 
   static constexpr const char* kDescriptor =

@@ -96,6 +96,7 @@ class PresetAuthority final : public router::RoutingAuthority,
   bool isUndecided = false;                                    // does not answer a start request
   router::RoutingAnswer start{true, {}, router::allReports()};
   router::RoutingAnswer end{false, "not permitted: nobody may", {}};
+  router::RoutingCaller::Revoked revoked;  // takes back the latest permission to start
   LineLog asked;
   LineLog previewed;
   bool remembers = false;
@@ -107,9 +108,10 @@ class PresetAuthority final : public router::RoutingAuthority,
     explicit Caller(std::shared_ptr<PresetAuthority> authority)
         : authority_(std::move(authority)) {}
     std::unique_ptr<router::RoutingPermit> ask(const router::RoutingRequest& request,
-                                               Decided decided, Revoked) override {
+                                               Decided decided, Revoked revoked) override {
       const std::lock_guard lock(authority_->mutex);
       if (!request.isPreview) {
+        authority_->revoked = std::move(revoked);
         authority_->asked.add("start");
         if (!authority_->isUndecided) decided(authority_->start);
         return std::make_unique<router::RoutingPermit>();

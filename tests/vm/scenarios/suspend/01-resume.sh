@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# After a suspend and a resume a device's input goes on, by itself or as soon as it is asked for again.
+# After a suspend and a resume a device's input goes on, by itself or as soon as it is asked for again; an application's Input
+# does so by itself.
 # needs: packages
 source /vm/lib.sh
 source /vm/product.sh
@@ -7,12 +8,15 @@ source /vm/product.sh
 have_packages
 active_session alice
 decide route-sensitive alice yes
+bring_router
 start_device device /vm/descriptors/numbered.hid
 start_routing virtual "Numbered Device"
 start_routing tablet "QEMU QEMU USB Tablet"
 tell device "report 0000000000000001"
 inject "pointer Tablet"
 inject_routed tablet "point 100 200"
+start input in_session "$session" /vm/programs/input-probe input 1209 0001
+wait_for 60 "input" has_said input '^routing: ' 1
 wait_for 30 "the first report" has_routed virtual 1
 
 # All devices sleep, and the machine wakes by itself.
@@ -31,6 +35,10 @@ mark "awake"
 goes_on() { tell device "report 0000000000000002" && happens_within 5 has_routed virtual 2; }
 wait_for 60 "another report" goes_on
 expect_equal "what was delivered" "0000000000000001 0000000000000002" "$(reports_routed virtual | head -n 2 | xargs)"
+input_goes_on() { tell device "report 0000000000000003" && happens_within 5 says input '^report 0000000000000003$'; }
+wait_for 60 "the application's input to go on" input_goes_on
+expect_failure "an input that has given up" says input '^(ended|stopped): '
+finish input
 
 # The kernel may have made another device of one that lost its power: then the routing has ended, and none waits for ever.
 tablet_moves() { inject "point 300 400" && happens_within 5 has_routed tablet 2; }
