@@ -5,7 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <exception>
 #include <string_view>
+
+#include "platform/foundation/PrintableText.h"
 
 namespace wlhid::abi {
 
@@ -49,6 +52,12 @@ constexpr std::array kMeanings{
 constexpr std::size_t kLongest = 2048;
 thread_local std::array<char, kLongest> lastError{};
 
+void keepWords(std::string_view text) {
+  const std::size_t length = std::min(text.size(), kLongest - 1);
+  std::memcpy(lastError.data(), text.data(), length);
+  lastError[length] = '\0';
+}
+
 }  // namespace
 
 wlhid_code codeOf(const Error& error) {
@@ -59,10 +68,11 @@ wlhid_code codeOf(const Error& error) {
   return found == kMeanings.end() ? WLHID_FAILED : found->meaning;
 }
 
-int fail(wlhid_code code, const std::string& text) noexcept {
-  const std::size_t length = std::min(text.size(), kLongest - 1);
-  std::memcpy(lastError.data(), text.data(), length);
-  lastError[length] = '\0';
+int fail(wlhid_code code, const std::string& text) noexcept try {
+  keepWords(platform::printableLine(text));
+  return code;
+} catch (const std::exception&) {
+  keepWords("It failed, and memory is too short to say why.");
   return code;
 }
 

@@ -7,6 +7,7 @@
 #include "WLHIDAccess/WLHIDEventRouterConstants.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/NSNumber.h"
+#include "platform/foundation/PrintableText.h"
 
 namespace wlhid {
 
@@ -431,8 +432,9 @@ void Input::Implementation::tell(InputState state, const std::string& text,
 }
 
 /// Posting calls nobody, so that statuses are told in the order in which they come about.
-void Input::Implementation::tellLocked(InputState state, const std::string& text,
+void Input::Implementation::tellLocked(InputState state, const std::string& words,
                                        const std::optional<Error>& error) {
+  const std::string text = platform::printableLine(words);  // part of it may be the router's
   if (isEnded_ || (status_.state == state && status_.text == text)) return;
   const bool isNew = status_.state != state;
   status_ = {state, text, isNew ? std::chrono::system_clock::now() : status_.since, error, device_};

@@ -86,6 +86,13 @@ TEST_F(PermissionTest, GoesOnWhenThePersonIsBack) {
   EXPECT_EQ(authority_->asked.count(), 2U);
 }
 
+TEST_F(PermissionTest, WhatARouterSaysIsMadePrintable) {
+  const router::RoutingAnswer hostile{false, "not permitted: \x1b[2J\ngranted\u202e", {}};
+  answer(hostile, hostile);
+  begin();
+  log_.awaitLine("not allowed: \\x1b[2J\\x0agranted\\u202e");
+}
+
 TEST_F(PermissionTest, GoesOnWhenThePersonWasAwayForAWhile) {
   answer(kYes, kYes);
   begin();

@@ -95,4 +95,9 @@ TEST(LastError, IsCutWhereItDoesNotFit) {
   EXPECT_EQ(std::string(wlhid_last_error()), std::string(2047, 'x'));
 }
 
+TEST(Failures, WordsAreMadePrintable) {
+  EXPECT_EQ(wlhid::abi::fail(WLHID_FAILED, "\x1b[2Jno\u202e"), WLHID_FAILED);
+  EXPECT_STREQ(wlhid_last_error(), "\\x1b[2Jno\\u202e");
+}
+
 }  // namespace
