@@ -7,7 +7,7 @@ source /vm/product.sh
 have_packages
 active_session alice
 decide route-sensitive alice yes 'action.lookup("name") == "QEMU QEMU USB Tablet" && action.lookup("vendor") == "0627" &&
-  action.lookup("product") == "0001" && action.lookup("class") == "sensitive" && action.lookup("program") == "/usr/bin/wlhid"'
+  action.lookup("product") == "0001" && action.lookup("class") == "sensitive" && action.lookup("program") == "/usr/lib/wlhid/wlhid"'
 start_routing route "QEMU QEMU USB Tablet"
 inject "pointer Tablet"
 inject_routed route "point 100 200"
