@@ -69,7 +69,7 @@ wlhid_code codeOf(const Error& error) {
 }
 
 int fail(wlhid_code code, const std::string& text) noexcept try {
-  keepWords(platform::printableLine(text));
+  keepWords(platform::printableLine(text, kLongest));
   return code;
 } catch (const std::exception&) {
   keepWords("It failed, and memory is too short to say why.");

@@ -16,14 +16,16 @@
 #include <string>
 #include <string_view>
 
+#include "platform/foundation/Export.h"
+
 namespace platform {
 
 /// One line: line feeds are escaped too, and a tab becomes a blank. A text of more than
 /// `maximumCharacters` characters is truncated, with "…" as the last character.
-[[nodiscard]] std::string printableLine(std::string_view text,
-                                        std::size_t maximumCharacters = 1000);
+[[nodiscard]] WLHID_EXPORT std::string printableLine(std::string_view text,
+                                                     std::size_t maximumCharacters = 1000);
 
 /// Several lines: line feeds and tabs stay. The length is not limited.
-[[nodiscard]] std::string printableText(std::string_view text);
+[[nodiscard]] WLHID_EXPORT std::string printableText(std::string_view text);
 
 }  // namespace platform

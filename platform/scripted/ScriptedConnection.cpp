@@ -187,9 +187,11 @@ void ScriptedConnection::send(const XPCProtocol& protocol, std::size_t method,
                               const XPCValues& arguments, XPCReplyHandler reply,
                               const std::shared_ptr<XPCErrorHandler>& error) {
   const XPCMethod& sent = protocol.methods[method];
-  recordMessage(*trace_, number_, sent.selector, describeValues(arguments));
   xpc::WireWriter writer;
   const int problem = encode(writer, arguments);
+  // What cannot be encoded may be a collection that contains itself, which has no end to describe.
+  recordMessage(*trace_, number_, sent.selector,
+                problem == 0 ? describeValues(arguments) : std::vector<std::string>{"not sent"});
   const std::lock_guard lock(mutex_);
   if (discarded_) return;
   if (problem != 0) {
