@@ -3,12 +3,15 @@
 #include "tool/findings/Endpoint.h"
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "platform/services/FileDescriptor.h"
 #include "platform/services/RootFiles.h"
+#include "platform/services/ServiceEndpoints.h"
 #include "tool/command/Command.h"
 
 namespace tool {
@@ -17,14 +20,25 @@ namespace {
 
 using platform::SystemRoot;
 
+/// The file of a socket outlives its listener. Connecting starts a router that is not running,
+/// which whoever asks for a diagnosis wants to hear about anyway.
+bool hasListener(const std::string& path) {
+  const platform::FileDescriptor socket(
+      platform::connectUnixSocket(path, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC));
+  return socket || errno != ECONNREFUSED;
+}
+
 /// Clients connect only to endpoints that belong to root or to their own user; on
 /// the system's own root, only to the superuser's.
 std::string endpointProblem(const SystemRoot& root, const Endpoint& endpoint) {
   if (!S_ISSOCK(endpoint.mode)) return endpoint.path + ": not a socket";
   const bool isSystem = root.isSystem();
-  if (isSystem ? endpoint.owner == SystemRoot::systemOwner()
-               : platform::isTrustedUser(endpoint.owner))
-    return {};
+  const bool isTrusted = isSystem ? endpoint.owner == SystemRoot::systemOwner()
+                                  : platform::isTrustedUser(endpoint.owner);
+  // On a user's root the job daemon listens, and is started for whoever connects.
+  if (isTrusted && isSystem && endpoint.mayConnect && !hasListener(endpoint.path))
+    return endpoint.path + ": nobody listens there any more";
+  if (isTrusted) return {};
   return endpoint.path + ": belongs to user " + std::to_string(endpoint.owner) + ", not to root" +
          (isSystem ? "" : " or this user");
 }

@@ -107,6 +107,15 @@ TEST_F(SystemFindingsTest, ASocketThatIsNotTheSuperusersIsRefused) {
             path + ": belongs to user 12345, not to root");
 }
 
+TEST_F(SystemFindingsTest, ASocketsFileThatNobodyListensAtIsNotOpen) {
+  FileDescriptor socket = listenAt("jobd");
+  EXPECT_TRUE(tool::isOpen(findings().daemonSocket.endpoint));
+  socket.reset();
+  const tool::Endpoint endpoint = findings().daemonSocket.endpoint;
+  EXPECT_FALSE(tool::isOpen(endpoint));
+  EXPECT_EQ(endpoint.problem, endpoint.path + ": nobody listens there any more");
+}
+
 TEST_F(SystemFindingsTest, AUnitIsThePackagesUnlessAnAdministratorMasksIt) {
   EXPECT_EQ(findings().daemonSocket.state, UnitState::Missing);
   putUnit("lib/systemd/system", "wlhid-jobd.socket");

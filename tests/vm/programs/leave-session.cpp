@@ -6,11 +6,13 @@
 #include <time.h>
 
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include "tests/vm/programs/Program.h"
 
@@ -21,7 +23,8 @@ constexpr std::string_view kUsage =
     "usage: leave-session SESSION lock|switch OTHER|end\n"
     "Tells logind that a session is locked, that another one comes to the front, or to end it, "
     "and\n"
-    "prints \"SECONDS\": when it was told, by the clock of node-reader.\n";
+    "prints \"SECONDS\": when it was told, or when the session had ended, by the clock of "
+    "node-reader.\n";
 
 struct Closing {
   void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
@@ -73,6 +76,29 @@ void send(sd_bus* bus, const Call& call) {
         call.method);
 }
 
+int noteRemoval(sd_bus_message* message, void* seen, sd_bus_error* /*error*/) {
+  const char* session = nullptr;
+  auto& [wanted, when] = *static_cast<std::pair<std::string, std::string>*>(seen);
+  if (sd_bus_message_read(message, "s", &session) >= 0 && wanted == session) when = now();
+  return 0;
+}
+
+/// A session ends when its processes have, which logind sees to; a while after it was told to.
+std::string awaitEnd(sd_bus* bus, const Call& call) {
+  std::pair<std::string, std::string> seen{call.session, ""};
+  check(
+      sd_bus_match_signal(bus, nullptr, "org.freedesktop.login1", "/org/freedesktop/login1",
+                          "org.freedesktop.login1.Manager", "SessionRemoved", &noteRemoval, &seen),
+      "SessionRemoved");
+  send(bus, call);
+  while (seen.second.empty()) {
+    const int processed = sd_bus_process(bus, nullptr);
+    check(processed, "the system bus");
+    if (processed == 0) check(sd_bus_wait(bus, UINT64_MAX), "the system bus");
+  }
+  return seen.second;
+}
+
 void serve(const std::vector<std::string>& arguments) {
   const Call call = callFor(arguments);
   sd_bus* opened = nullptr;
@@ -82,6 +108,7 @@ void serve(const std::vector<std::string>& arguments) {
   check(sd_bus_call_method(bus.get(), "org.freedesktop.login1", "/org/freedesktop/login1",
                            "org.freedesktop.DBus.Peer", "Ping", nullptr, nullptr, ""),
         "logind");
+  if (arguments[1] == "end") return say(awaitEnd(bus.get(), call));
   const std::string before = now();
   send(bus.get(), call);
   say(before);

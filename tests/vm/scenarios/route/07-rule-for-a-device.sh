@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# An administrator's rule can decide by what a question says of the device and of the program.
+# An administrator's rule can decide by what a question says of the device and of the program, which is what the program
+# calls itself: the router may not look at other users' processes.
 # needs: packages
 source /vm/lib.sh
 source /vm/product.sh
@@ -7,7 +8,7 @@ source /vm/product.sh
 have_packages
 active_session alice
 decide route-sensitive alice yes 'action.lookup("name") == "QEMU QEMU USB Tablet" && action.lookup("vendor") == "0627" &&
-  action.lookup("product") == "0001" && action.lookup("class") == "sensitive" && action.lookup("program") == "/usr/lib/wlhid/wlhid"'
+  action.lookup("product") == "0001" && action.lookup("class") == "sensitive" && action.lookup("program") == "wlhid"'
 start_routing route "QEMU QEMU USB Tablet"
 inject "pointer Tablet"
 inject_routed route "point 100 200"

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# From the lock of a screen, a switch or a logout it takes less than 100 ms until a device's input is no longer delivered.
+# From the lock of a screen, a switch or the end of a session it takes less than 100 ms until a device's input is no longer
+# delivered.
 # needs: packages
 # shellcheck disable=SC2154  # patience is in /vm/limits
 source /vm/lib.sh
