@@ -1,47 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// How often a client allocates memory for what it receives, from the socket to the delegate. The
-// operators below count for each thread by itself: the router of the test is in this process, too.
-#include <cstdlib>
+// How often a client allocates memory for what it receives, from the socket to the delegate. It is
+// counted for each thread by itself: the router of the test is in this process, too.
 #include <future>
-#include <new>
 #include <optional>
 #include <vector>
 
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "tests/integration/router-client/RealLayerFixture.h"
-
-namespace {
-
-thread_local std::size_t allocations = 0;
-
-void* counted(std::size_t size) {
-  ++allocations;
-  if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
-  throw std::bad_alloc();
-}
-
-}  // namespace
-
-// Inlined, a pair of them looks mismatched to GCC.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  return counted(size);
-}
-[[gnu::noinline]] void* operator new[](std::size_t size) {
-  return counted(size);
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete[](void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
+#include "tests/support/CountedAllocations.h"
 
 namespace test {
 namespace {
@@ -79,8 +46,9 @@ class CountingDelegate final : public WLHIDEventRouterClientDelegate {
 
  private:
   void received() {
-    if (++received_ == 1) before_ = allocations;
-    if (received_ == kMessages) finished_.set_value(allocations - before_);
+    if (++received_ == 1) before_ = testsupport::allocationsOfThisThread();
+    if (received_ == kMessages)
+      finished_.set_value(testsupport::allocationsOfThisThread() - before_);
   }
 
   std::size_t received_ = 0;

@@ -1,57 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// How often the delivery path allocates memory. The operators below count for the whole program.
+// How often the delivery path allocates memory.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
 #include <vector>
 
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSData.h"
 #include "platform/kit/KQHIDDeviceElementValue.h"
-
-namespace {
-
-std::atomic<std::size_t> allocations{0};
-
-void* counted(std::size_t size) {
-  allocations.fetch_add(1, std::memory_order_relaxed);
-  if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
-  throw std::bad_alloc();
-}
-
-}  // namespace
-
-// Inlined, a pair of them looks mismatched to GCC.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  return counted(size);
-}
-[[gnu::noinline]] void* operator new[](std::size_t size) {
-  return counted(size);
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete[](void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
+#include "tests/support/CountedAllocations.h"
 
 namespace platform {
 namespace {
 
 template <class Body>
 std::size_t allocationsOf(const Body& body) {
-  const std::size_t before = allocations.load();
+  const std::size_t before = testsupport::allocationsOfThisThread();
   body();
-  return allocations.load() - before;
+  return testsupport::allocationsOfThisThread() - before;
 }
 
 TEST(Allocations, TheCounterCounts) {
