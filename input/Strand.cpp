@@ -30,7 +30,7 @@ void Strand::post(Call call) {
   waiting_.push_back(std::move(call));
   if (!std::exchange(hasThread_, true))
     std::thread([self = shared_from_this()] { self->work(); }).detach();
-  changed_.notify_all();
+  if (runner_ == std::thread::id()) work_.notify_one();
 }
 
 void Strand::work() {
@@ -39,7 +39,7 @@ void Strand::work() {
     if (!waiting_.empty() && runner_ == std::thread::id())
       runAll(lock);
     else
-      changed_.wait(lock);
+      work_.wait(lock);
   }
 }
 
@@ -68,6 +68,7 @@ void Strand::close() {
   std::unique_lock lock(mutex_);
   isClosed_ = true;
   dropped.swap(waiting_);
+  work_.notify_one();
   changed_.notify_all();
   if (runner_ != std::this_thread::get_id())
     changed_.wait(lock, [this] { return runner_ == std::thread::id(); });

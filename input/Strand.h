@@ -37,7 +37,9 @@ class Strand : public std::enable_shared_from_this<Strand> {
   void work();
 
   std::mutex mutex_;
-  std::condition_variable changed_;
+  // Apart from the other, because every call of thousands a second would wake the idle thread.
+  std::condition_variable work_;     // for the thread of what is posted
+  std::condition_variable changed_;  // for those who wait for room or for the end
   std::deque<Call> waiting_;
   std::thread::id runner_;  // whose turn it is; none if nothing runs
   bool isClosed_ = false;

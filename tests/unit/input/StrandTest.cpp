@@ -3,10 +3,15 @@
 #include "input/Strand.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <fstream>
 #include <future>
+#include <sstream>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -111,6 +116,42 @@ TEST(Strand, WhatThrowsCostsOnlyItself) {
   strand->run([] { throw std::runtime_error("on purpose"); });
   strand->run([&] { ran = true; });
   EXPECT_TRUE(ran);
+}
+
+/// How often the thread has gone to sleep; `isAsleep` says whether it sleeps now.
+std::uint64_t sleepsOf(pid_t thread, bool* isAsleep) {
+  std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
+  std::uint64_t sleeps = 0;
+  for (std::string line; std::getline(status, line);) {
+    std::istringstream words(line);
+    std::string name;
+    words >> name;
+    if (name == "State:") *isAsleep = words >> name && name == "S";
+    if (name == "voluntary_ctxt_switches:") words >> sleeps;
+  }
+  return sleeps;
+}
+
+std::uint64_t sleepsOnceAsleep(pid_t thread) {
+  bool isAsleep = false;
+  std::uint64_t sleeps = 0;
+  while (!isAsleep) {
+    std::this_thread::yield();
+    sleeps = sleepsOf(thread, &isAsleep);
+  }
+  return sleeps;
+}
+
+TEST(Strand, TheThreadOfWhatIsPostedSleepsThroughWhatIsRun) {
+  const auto strand = newStrand();
+  std::promise<pid_t> posted;
+  strand->post([&] { posted.set_value(::gettid()); });
+  const pid_t thread = posted.get_future().get();
+  strand->run([] {});
+  const std::uint64_t before = sleepsOnceAsleep(thread);
+  for (int i = 0; i < 2000; ++i) strand->run([] {});
+  EXPECT_EQ(sleepsOnceAsleep(thread), before);
+  strand->close();
 }
 
 }  // namespace
