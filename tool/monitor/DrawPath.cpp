@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include <cmath>
+#include <algorithm>
 #include <string>
 
 #include "tool/monitor/Draw.h"
@@ -10,24 +10,27 @@ namespace tool::monitor {
 
 namespace {
 
+struct Dot {
+  int x = 0;
+  int y = 0;
+};
+
 /// Where the extent's points are among the canvas's dots.
 class Projection {
  public:
   Projection(const Path::Extent& extent, const DotCanvas& canvas)
       : extent_(extent), width_(canvas.width() - 1), height_(canvas.height() - 1) {}
 
-  [[nodiscard]] int x(const PathPoint& point) const {
-    return scaled(point.x, extent_.fromX, extent_.toX, width_);
-  }
-  [[nodiscard]] int y(const PathPoint& point) const {
-    return scaled(point.y, extent_.fromY, extent_.toY, height_);
+  [[nodiscard]] Dot of(const PathPoint& point) const {
+    return {scaled(point.x, extent_.fromX, extent_.toX, width_),
+            scaled(point.y, extent_.fromY, extent_.toY, height_)};
   }
 
  private:
   static int scaled(double value, double from, double to, int length) {
     if (to <= from) return 0;
     const double part = (value - from) / (to - from);
-    return static_cast<int>(std::lround(std::min(std::max(part, 0.0), 1.0) * length));
+    return static_cast<int>(std::clamp(part, 0.0, 1.0) * length + 0.5);
   }
 
   Path::Extent extent_;
@@ -45,17 +48,19 @@ void drawOne(const Path& path, Time now, const Rect& rect, Screen& screen) {
   DotCanvas canvas(rect.rows, rect.columns);
   const Projection projection(path.extent(now), canvas);
   const PathPoint* before = nullptr;
+  Dot last;
   for (const PathPoint& point : path.points()) {
     if (point.time + Path::kKept < now) continue;
-    const PathPoint& from =
-        before != nullptr && point.time - before->time < Path::kGap ? *before : point;
-    canvas.line(projection.x(from), projection.y(from), projection.x(point), projection.y(point),
-                levelOf(path, point));
+    const Dot dot = projection.of(point);
+    const bool goesOn = before != nullptr && point.time - before->time < Path::kGap;
+    const Dot from = goesOn ? last : dot;
+    canvas.line(from.x, from.y, dot.x, dot.y, levelOf(path, point));
     before = &point;
+    last = dot;
   }
   canvas.drawOn(screen, rect.row, rect.column);
   if (before == nullptr) return;
-  screen.put(rect.row + projection.y(*before) / 4, rect.column + projection.x(*before) / 2,
+  screen.put(rect.row + last.y / 4, rect.column + last.x / 2,
              screen.look().hasUnicode ? U'●' : U'O', {Colour::Accent, true});
 }
 

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
+#include <string_view>
 
-#include "platform/foundation/Format.h"
 #include "tool/monitor/Draw.h"
 #include "tool/monitor/Glyphs.h"
 
@@ -18,6 +19,13 @@ std::string distanceText(const RawReport* before, const RawReport& report, bool 
   return before == nullptr ? "" : "+" + timeText(report.time - before->time, hasUnicode);
 }
 
+/// Thousands a second, so without the work that any text takes.
+void drawByte(std::uint8_t byte, int row, int column, Style style, Screen& screen) {
+  constexpr std::u32string_view kDigits = U"0123456789abcdef";
+  screen.put(row, column, kDigits[byte >> 4U], style);
+  screen.put(row, column + 1, kDigits[byte & 0xfU], style);
+}
+
 void drawReport(const RawReport& report, int row, int column, int end, Screen& screen) {
   const bool hasUnicode = screen.look().hasUnicode;
   for (std::size_t i = 0; i < report.bytes.size(); ++i) {
@@ -28,8 +36,8 @@ void drawReport(const RawReport& report, int row, int column, int end, Screen& s
     }
     const bool isChanged = report.isChanged[i];
     if (isChanged) screen.put(row, column, hasUnicode ? U'▸' : U'>', {Colour::Warning});
-    screen.write(row, column + 1, 2, platform::stringWithFormat("%02x", unsigned{report.bytes[i]}),
-                 isChanged ? Style{Colour::Warning, true} : Style{});
+    drawByte(report.bytes[i], row, column + 1, isChanged ? Style{Colour::Warning, true} : Style{},
+             screen);
     column += 3;
   }
 }
@@ -39,8 +47,7 @@ void drawReport(const RawReport& report, int row, int column, int end, Screen& s
 void drawReports(const Shown& shown, const Rect& rect, Screen& screen) {
   const bool hasUnicode = screen.look().hasUnicode;
   drawTitle(screen, rect.row, rect.column, rect.columns, "Reports, the latest first");
-  if (shown.model == nullptr) return;
-  const auto& latest = shown.model->reports().latest();
+  const auto& latest = shown.reports;
   const int room = std::min(rect.rows - 1, static_cast<int>(latest.size()));
   for (int i = 0; i < room; ++i) {
     const auto at = latest.size() - 1 - static_cast<std::size_t>(i);

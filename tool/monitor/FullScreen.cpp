@@ -12,6 +12,7 @@
 #include <clocale>
 #include <csignal>
 #include <string_view>
+#include <utility>
 
 #include "platform/services/FileDescriptor.h"
 #include "tool/monitor/TerminalRescue.h"
@@ -132,6 +133,7 @@ void prepareKeys() {
   nonl();
   keypad(stdscr, TRUE);
   nodelay(stdscr, TRUE);
+  typeahead(-1);  // a key waits for the end of a frame; asking costs a call every few rows
   curs_set(0);
   set_escdelay(25);
 }
@@ -189,10 +191,11 @@ void FullScreen::drawCell(int row, int column, const Cell& cell) {
   mvadd_wch(row, column, &character);
 }
 
-void FullScreen::show(const Screen& screen) {
+void FullScreen::show(Screen screen) {
   const bool hasBefore =
       before_ && before_->rows() == screen.rows() && before_->columns() == screen.columns();
   for (int row = 0; row < screen.rows(); ++row) {
+    if (hasBefore && std::ranges::equal(before_->row(row), screen.row(row))) continue;
     for (int column = 0; column < screen.columns(); ++column) {
       const Cell& cell = screen.at(row, column);
       if (cell.character == 0 || (hasBefore && before_->at(row, column) == cell)) continue;
@@ -200,7 +203,7 @@ void FullScreen::show(const Screen& screen) {
     }
   }
   refresh();
-  before_ = screen;
+  before_ = std::move(screen);
 }
 
 std::optional<Key> FullScreen::key() {

@@ -28,7 +28,7 @@ class FullScreen {
   /// An empty screen of the terminal's present size.
   [[nodiscard]] Screen blank();
   /// Sends what differs from the screen before.
-  void show(const Screen& screen);
+  void show(Screen screen);
   /// The next key that was typed, if any.
   [[nodiscard]] std::optional<Key> key();
   /// Gives the terminal back, stops the process, and takes the terminal again when it continues.

@@ -123,6 +123,10 @@ const Cell& Screen::at(int row, int column) const {
   return cells_[indexOf(row, column)];
 }
 
+std::span<const Cell> Screen::row(int row) const {
+  return std::span(cells_).subspan(indexOf(row, 0), static_cast<std::size_t>(columns_));
+}
+
 /// Without colours, what is bright or important is bold and what is dark or quiet is dim.
 Style Screen::possible(Style style) const {
   if (look_.hasColours) return style;

@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -68,6 +69,8 @@ class Screen {
   [[nodiscard]] int columns() const { return columns_; }
   [[nodiscard]] Look look() const { return look_; }
   [[nodiscard]] const Cell& at(int row, int column) const;
+  /// The cells of a row that there is.
+  [[nodiscard]] std::span<const Cell> row(int row) const;
 
   /// A character of one column. Without Unicode, another one than ASCII becomes "?".
   void put(int row, int column, char32_t character, Style style = {});

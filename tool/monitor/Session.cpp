@@ -21,6 +21,8 @@ using SystemClock = std::chrono::system_clock;
 
 /// The router answers two questions a second, and others of the user's may have some too.
 constexpr Time kCountInterval = std::chrono::milliseconds(1500);
+/// Nobody reads a list that changes more often, and most of what a screen costs is what changes.
+constexpr Time kReportsInterval = std::chrono::milliseconds(200);
 constexpr Time kMessageTime = std::chrono::seconds(6);
 /// The router answers this at once or not at all.
 constexpr std::chrono::milliseconds kDescriptorLimit{2000};
@@ -163,6 +165,8 @@ void Session::readDescriptor() {
   shown_.model = nullptr;
   open_->seen = std::make_unique<Seen>(std::move(descriptor));
   shown_.model = &open_->seen->model;
+  shown_.reports.clear();
+  nextReports_ = {};
 }
 
 /// What an input that is gone has told is dropped.
@@ -237,10 +241,18 @@ void Session::tick() {
   shown_.isPaused = feed.isPaused();
   shown_.waiting = feed.waiting();
   shown_.leftOut = leftOut_ + feed.leftOut();
+  showReports(time);
   if (time < nextLossCount_) return;
   nextLossCount_ = time + kCountInterval;
   shown_.lost = open_->losses.losses();
   measureLatency();
+}
+
+/// While it is paused each step counts.
+void Session::showReports(Time time) {
+  if (time < nextReports_ && !shown_.isPaused) return;
+  nextReports_ = time + kReportsInterval;
+  shown_.reports = open_->seen->model.reports().latest();
 }
 
 void Session::measureLatency() {

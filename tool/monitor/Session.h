@@ -63,6 +63,7 @@ class Session {
   void pauseOrGoOn();
   void recordOrStop();
   void startRecording();
+  void showReports(Time time);
   void measureLatency();
   [[nodiscard]] Time now() const;
 
@@ -77,6 +78,7 @@ class Session {
   std::uint64_t leftOut_ = 0;  // reports of the open device for which the inbox had no room
   std::unique_ptr<Recorder> recorder_;
   Time messageUntil_{};
+  Time nextReports_{};
   Time nextLossCount_{};
   std::unique_ptr<wlhid::DeviceWatch> watch_;  // ends first
 };

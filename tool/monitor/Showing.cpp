@@ -9,6 +9,7 @@
 #include <array>
 #include <map>
 #include <span>
+#include <utility>
 
 #include "platform/foundation/Format.h"
 #include "tool/command/Command.h"
@@ -56,7 +57,7 @@ void drawOn(FullScreen& terminal, Session& session) {
   session.tick();
   Screen screen = terminal.blank();
   draw(session.shown(), screen);
-  terminal.show(screen);
+  terminal.show(std::move(screen));
 }
 
 /// Does what the keys ask for. False once they ask for the end.
@@ -213,6 +214,7 @@ void drawRecording(const std::string& recording, const PictureOptions& options) 
   shown.since = platform::stringWithFormat("the beginning (%.1f s)",
                                            std::chrono::duration<double>(shown.now).count());
   shown.model = &model;
+  shown.reports = model.reports().latest();
   writePicture(shown, options);
 }
 

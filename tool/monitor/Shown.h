@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
 #include <vector>
@@ -44,6 +45,7 @@ struct Shown {
   std::string state;  ///< "routing"
   std::string since;  ///< "12:03:04 (5 min)"
   const DeviceModel* model = nullptr;
+  std::deque<RawReport> reports;  ///< the latest
   Time now{};
   std::optional<Losses> lost;             ///< by the router, while it was shown
   std::optional<LatencyFigures> latency;  ///< of its reports; nothing if unknown

@@ -66,6 +66,7 @@ class DrawTest : public testing::Test {
     shown_.open = 1;
     shown_.name = name;
     shown_.model = &model;
+    shown_.reports = model.reports().latest();
     shown_.health = Health::Good;
     shown_.state = "routing";
     shown_.since = "12:03:04 (5 s)";
