@@ -43,7 +43,6 @@ pack_payload() { # pack_payload DIRECTORY
   truncate -s %512 "$1/payload.tar"
 }
 
-machine_pid=""
 start_machine() { # start_machine DIRECTORY DEVICES SECONDS
   local machine
   pack_payload "$1"
@@ -51,6 +50,7 @@ start_machine() { # start_machine DIRECTORY DEVICES SECONDS
   machine_options "$1" "$2"
   timeout -k 5 "$3" qemu-system-x86_64 "${machine[@]}" -serial "file:$1/console" </dev/null >"$1/emulator" 2>&1 &
   machine_pid=$!
+  echo "$machine_pid" >"$1/pid"
 }
 
 shell_machine() { # shell_machine DIRECTORY
@@ -66,7 +66,7 @@ follow_results() { tail -n +1 -s 0.2 -f --pid="$machine_pid" "$1/results" 2>/dev
 end_machine() { # end_machine DIRECTORY SECONDS
   local status=0 reason=""
   wait "$machine_pid" || status=$?
-  machine_pid=""
+  rm -f "$1/pid"
   if [[ $status -eq 124 || $status -eq 137 ]]; then
     reason="not finished after $2 s (WLHID_VM_PATIENCE=$((patience * 2)) gives a slow machine more)"
   elif [[ $status -ne 0 ]]; then
@@ -77,6 +77,9 @@ end_machine() { # end_machine DIRECTORY SECONDS
   [[ -z $reason ]] || machine_failed "$1" "$reason"
 }
 
-stop_machine() {
-  [[ -z $machine_pid ]] || kill "$machine_pid" 2>/dev/null || true
+stop_machines() { # stop_machines DIRECTORY: those whose directories are in it
+  local file
+  for file in "$1"/*/pid; do
+    [[ ! -e $file ]] || kill "$(cat "$file")" 2>/dev/null || true
+  done
 }

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # 1,000 reports in 50 ms from a virtual device are read whole.
+# alone
 source /vm/lib.sh
 
 start_device device /vm/descriptors/numbered.hid

@@ -2,6 +2,7 @@
 # A device of 8,000 reports a second is recorded whole, for about a minute: the emulator manages a thousand or two a second, all
 # its processors can do, and the device sends as late as it has to.
 # needs: packages
+# alone
 # seconds: 180
 source /vm/lib.sh
 source /vm/product.sh

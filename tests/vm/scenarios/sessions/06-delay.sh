@@ -2,6 +2,7 @@
 # From the lock of a screen, a switch or the end of a session it takes less than 100 ms until a device's input is no longer
 # delivered.
 # needs: packages
+# alone
 # shellcheck disable=SC2154  # patience is in /vm/limits
 source /vm/lib.sh
 source /vm/product.sh

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # 1,000 reports in 50 ms are routed whole.
 # needs: packages
+# alone
 source /vm/lib.sh
 source /vm/product.sh
 
