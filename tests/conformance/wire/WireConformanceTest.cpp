@@ -37,14 +37,19 @@ Bytes first(const Bytes& bytes, std::size_t count) {
   return {bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count)};
 }
 
-bool isClient(Receiver receiver) {
-  return receiver == Receiver::Client || receiver == Receiver::ClientFirst;
-}
-
 /// A message that its receiver accepts at any time.
 Bytes probe(Receiver receiver) {
-  return isClient(receiver) ? bytesOfNotation("06 00 00 00 02 00 00 00 01 00 63 00 00 00")
-                            : bytesOfNotation("00 00 00 00 02 00 01 00");
+  switch (receiver) {
+    case Receiver::Client:
+    case Receiver::ClientFirst:
+      return bytesOfNotation("06 00 00 00 02 00 00 00 01 00 63 00 00 00");
+    case Receiver::Directory:
+      return bytesOfNotation("10 00 00 00 03 00 01 00 63 (00)*7 05 (00)*7");
+    case Receiver::Watcher:
+      return bytesOfNotation("08 00 00 00 02 00 02 00 63 (00)*7");
+    default:
+      return bytesOfNotation("00 00 00 00 02 00 01 00");
+  }
 }
 
 }  // namespace
@@ -63,7 +68,7 @@ TEST(WireConformance, TheSetCoversEachReceiverAndVerdict) {
   EXPECT_GE(verdicts[Verdict::Refused], 50U);
   EXPECT_GE(verdicts[Verdict::Breach], 100U);
   EXPECT_GE(verdicts[Verdict::Incomplete], 10U);
-  EXPECT_EQ(receivers.size(), 5U);
+  EXPECT_EQ(receivers.size(), 7U);
 }
 
 TEST(WireConformance, TheSecondReadingAgreesWithEveryTitle) {

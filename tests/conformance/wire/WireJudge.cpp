@@ -141,6 +141,8 @@ struct Method {
 };
 
 const Tags kAll = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+const Tags kPropertyList = {1, 2, 3, 4, 5, 6, 7, 9, 10, 11, 15};
+const Tags kInDirectoryErrors = {1, 2, 3, 4, 5, 6, 7, 9, 10, 11, 12, 15};
 const Tags kInStartErrors = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 14, 15};
 
 class ObjectReader {
@@ -298,30 +300,76 @@ void readValues(Cursor& cursor, const std::vector<Rule>& rules) {
   if (cursor.left() > 0) throw Breach{"bytes after the last argument"};
 }
 
-const std::vector<Method>& methodsOf(Receiver receiver) {
-  static const Rule number32{4, {}, {}};
-  static const Rule number64{8, {}, {}};
+/// What a receiver exports and expects, and what it has asked for with request 1.
+struct Side {
+  std::string exported;
+  std::string expected;
+  std::vector<Method> methods;
+  std::vector<Rule> pendingReply;
+};
+
+const Rule kNumber32{4, {}, {}};
+const Rule kNumber64{8, {}, {}};
+
+const Side& clientSide() {
+  static const Side side{"WLHIDEventRouterClientProtocol",
+                         "WLHIDEventRouterProtocol",
+                         {{false, {{0, {1}, {1}}, kNumber32}}, {false, {{0, {10, 15}, {13}}}}},
+                         {{0, {12}, kInStartErrors}}};
+  return side;
+}
+
+const Side& routerSide() {
   static const Rule dictionary{0, {11}, kAll};
-  static const std::vector<Method> client = {{false, {{0, {1}, {1}}, number32}},
-                                             {false, {{0, {10, 15}, {13}}}}};
-  static const std::vector<Method> router = {{true, {number64, number64, dictionary, dictionary}},
-                                             {false, {}}};
-  static const std::vector<Method> none;
-  if (receiver == Receiver::BareFirst) return none;
-  return receiver == Receiver::Client || receiver == Receiver::ClientFirst ? client : router;
+  static const Side side{"WLHIDEventRouterProtocol",
+                         "WLHIDEventRouterClientProtocol",
+                         {{true, {kNumber64, kNumber64, dictionary, dictionary}}, {false, {}}},
+                         {}};
+  return side;
+}
+
+const Side& directorySide() {
+  static const Rule criteria{0, {9, 10, 15}, kPropertyList};
+  static const Side side{"WLHIDDeviceDirectoryProtocol",
+                         "WLHIDDeviceDirectoryClientProtocol",
+                         {{true, {criteria, criteria}}, {true, {kNumber64}}},
+                         {}};
+  return side;
+}
+
+const Side& watcherSide() {
+  static const Rule device{0, {11}, kPropertyList};
+  static const Rule devices{0, {9, 10, 15}, kPropertyList};
+  static const Side side{"WLHIDDeviceDirectoryClientProtocol",
+                         "WLHIDDeviceDirectoryProtocol",
+                         {{false, {device}}, {false, {device}}, {false, {kNumber64}}},
+                         {devices, {0, {12}, kInDirectoryErrors}}};
+  return side;
+}
+
+const Side& sideOf(Receiver receiver) {
+  static const Side bare;
+  switch (receiver) {
+    case Receiver::Client:
+    case Receiver::ClientFirst:
+      return clientSide();
+    case Receiver::Router:
+    case Receiver::RouterFirst:
+      return routerSide();
+    case Receiver::Directory:
+      return directorySide();
+    case Receiver::Watcher:
+      return watcherSide();
+    case Receiver::BareFirst:
+      break;
+  }
+  return bare;
 }
 
 class Judge {
  public:
-  explicit Judge(Receiver receiver) : receiver_(receiver) {
-    if (isClient()) {
-      pending_.insert(1);
-      exported_ = "WLHIDEventRouterClientProtocol";
-      expected_ = "WLHIDEventRouterProtocol";
-    } else if (receiver != Receiver::BareFirst) {
-      exported_ = "WLHIDEventRouterProtocol";
-      expected_ = "WLHIDEventRouterClientProtocol";
-    }
+  explicit Judge(Receiver receiver) : side_(sideOf(receiver)) {
+    if (!side_.pendingReply.empty()) pending_.insert(1);
   }
 
   void stream(View bytes) {
@@ -336,9 +384,6 @@ class Judge {
   }
 
  private:
-  [[nodiscard]] bool isClient() const {
-    return receiver_ == Receiver::Client || receiver_ == Receiver::ClientFirst;
-  }
   std::size_t frame(View bytes) {
     try {
       if (bytes.size() < 8) return wait(bytes);
@@ -393,10 +438,10 @@ class Judge {
       throw Breach{"a malformed hello"};
     }
     if (version != 2) throw Breach{"the peer speaks version " + std::to_string(version)};
-    if (!expected_.empty() && !theirs.empty() && expected_ != theirs)
-      throw Breach{"the peer exports " + shown(theirs) + ", not " + expected_};
-    if (!exported_.empty() && !wanted.empty() && exported_ != wanted)
-      throw Breach{"the peer expects " + shown(wanted) + ", not " + exported_};
+    if (!side_.expected.empty() && !theirs.empty() && side_.expected != theirs)
+      throw Breach{"the peer exports " + shown(theirs) + ", not " + side_.expected};
+    if (!side_.exported.empty() && !wanted.empty() && side_.exported != wanted)
+      throw Breach{"the peer expects " + shown(wanted) + ", not " + side_.exported};
   }
   static std::string shown(const std::string& name) { return platform::printableLine(name); }
   static std::string name(Cursor& cursor) {
@@ -411,7 +456,7 @@ class Judge {
       if (bytes.size() >= 8) id = cursor.number(8);
       if (id == 0) throw Breach{"a request without an ID"};
     }
-    const auto& methods = methodsOf(receiver_);
+    const auto& methods = side_.methods;
     if (methods.empty()) return dropWithoutObject(id);
     if (method >= methods.size()) throw Breach{"an unknown method"};
     if (methods[method].request != request)
@@ -435,7 +480,7 @@ class Judge {
       throw Breach{"a reply to a request that is not pending"};
     try {
       const std::size_t start = cursor.at();
-      readValues(cursor, {{0, {12}, kInStartErrors}});
+      readValues(cursor, side_.pendingReply);
       result_.events.push_back("reply " + digest(cursor.from(start)));
     } catch (const Refusal& refusal) {
       refuse(refusal);
@@ -456,9 +501,7 @@ class Judge {
     if (result_.reason.empty()) result_.reason = refusal.what;
   }
 
-  const Receiver receiver_;
-  std::string exported_;
-  std::string expected_;
+  const Side& side_;
   bool greeted_ = false;
   std::set<std::uint64_t> pending_;
   Judgement result_;

@@ -88,6 +88,8 @@ Receiver receiverNamed(const std::string& name) {
   if (name == "client-first") return Receiver::ClientFirst;
   if (name == "router") return Receiver::Router;
   if (name == "router-first") return Receiver::RouterFirst;
+  if (name == "directory") return Receiver::Directory;
+  if (name == "watcher") return Receiver::Watcher;
   if (name == "bare-first") return Receiver::BareFirst;
   throw std::runtime_error("unknown receiver: " + name);
 }
@@ -184,8 +186,20 @@ const Bytes& prelude(Receiver receiver) {
   static const Bytes none;
   static const Bytes fromRouter = messageNamed("hello-from-router");
   static const Bytes fromClient = messageNamed("hello-from-client");
-  if (receiver == Receiver::Client) return fromRouter;
-  return receiver == Receiver::Router ? fromClient : none;
+  static const Bytes fromDirectory = messageNamed("hello-from-directory");
+  static const Bytes fromWatcher = messageNamed("hello-from-watcher");
+  switch (receiver) {
+    case Receiver::Client:
+      return fromRouter;
+    case Receiver::Router:
+      return fromClient;
+    case Receiver::Directory:
+      return fromWatcher;
+    case Receiver::Watcher:
+      return fromDirectory;
+    default:
+      return none;
+  }
 }
 
 }  // namespace conformance

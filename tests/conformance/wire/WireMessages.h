@@ -23,6 +23,8 @@ enum class Receiver {
   ClientFirst,  ///< like Client, but nothing has arrived yet
   Router,       ///< the client's hello has arrived
   RouterFirst,  ///< nothing has arrived yet
+  Directory,    ///< the hello of an application that watches devices has arrived
+  Watcher,      ///< the device directory's hello has arrived; request 1, to watch, is pending
   BareFirst,    ///< an end that exports nothing and expects nothing; nothing has arrived yet
 };
 

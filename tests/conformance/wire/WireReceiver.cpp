@@ -23,6 +23,7 @@
 #include "platform/kit/KQHIDDeviceElementValue.h"
 #include "platform/kit/KQIOObject.h"
 #include "platform/xpc/ConnectionHandle.h"
+#include "router-client/WLHIDDeviceDirectoryProtocols.h"
 #include "router-client/WLHIDEventRouterProtocols.h"
 #include "tests/conformance/wire/WireJudge.h"
 #include "tests/support/LogSink.h"
@@ -82,8 +83,11 @@ std::string encoded(V... values) {
 
 using Object = std::shared_ptr<NSObject>;
 
-/// Exported by both kinds of ends; encodes what arrives again.
-class Exported final : public WLHIDEventRouterClientProtocol, public WLHIDEventRouterProtocol {
+/// Exported by all kinds of ends; encodes what arrives again.
+class Exported final : public WLHIDEventRouterClientProtocol,
+                       public WLHIDEventRouterProtocol,
+                       public WLHIDDeviceDirectoryProtocol,
+                       public WLHIDDeviceDirectoryClientProtocol {
  public:
   explicit Exported(std::shared_ptr<Record> record) : record_(std::move(record)) {}
   void receivedData_forReportID(const std::shared_ptr<NSData>& data,
@@ -100,6 +104,25 @@ class Exported final : public WLHIDEventRouterClientProtocol, public WLHIDEventR
     reply(nullptr);
   }
   void stopRoutingService() override { record_->add("call 1 "); }
+  void watchDevicesMatching_excluding_reply(const std::shared_ptr<NSArray>& matching,
+                                            const std::shared_ptr<NSArray>& excluding,
+                                            WatchReply reply) override {
+    record_->add("call 0 " + encoded(Object(matching), Object(excluding)));
+    reply(nullptr, nullptr);
+  }
+  void reportDescriptorOfDevice_reply(std::uint64_t entryID, DescriptorReply reply) override {
+    record_->add("call 1 " + encoded(entryID));
+    reply(nullptr, nullptr);
+  }
+  void deviceArrived(const std::shared_ptr<NSDictionary>& device) override {
+    record_->add("call 0 " + encoded(Object(device)));
+  }
+  void deviceChanged(const std::shared_ptr<NSDictionary>& device) override {
+    record_->add("call 1 " + encoded(Object(device)));
+  }
+  void deviceDeparted(std::uint64_t entryID) override {
+    record_->add("call 2 " + encoded(entryID));
+  }
 
  private:
   const std::shared_ptr<Record> record_;
@@ -133,38 +156,75 @@ std::shared_ptr<NSXPCInterface> routerInterface() {
   return interface;
 }
 
+/// With the classes that are admitted by default, as both ends of the device directory have it.
+template <class Protocol>
+std::shared_ptr<NSXPCInterface> plainInterface() {
+  return NSXPCInterface::interfaceWithProtocol(Protocol::protocol());
+}
+
 class ReceivingEnd {
  public:
   ReceivingEnd(Receiver receiver, int socket)
       : connection_(
             std::make_shared<xpc::ConnectionHandle>(xpc::ConnectionCore::accepted(socket))) {
     connection_->setInvalidationHandler([record = record_] { record->end(); });
-    if (receiver == Receiver::Client || receiver == Receiver::ClientFirst) {
-      connection_->setExportedInterface(clientInterface());
-      connection_->setRemoteObjectInterface(routerInterface());
-      NSXPCConnection& connection = *connection_;
-      connection.setExportedObject<WLHIDEventRouterClientProtocol>(exported_);
-      ask();
-    } else if (receiver != Receiver::BareFirst) {
-      connection_->setExportedInterface(routerInterface());
-      connection_->setRemoteObjectInterface(clientInterface());
-      NSXPCConnection& connection = *connection_;
-      connection.setExportedObject<WLHIDEventRouterProtocol>(exported_);
+    switch (receiver) {
+      case Receiver::Client:
+      case Receiver::ClientFirst:
+        exportAs<WLHIDEventRouterClientProtocol>(clientInterface(), routerInterface());
+        askToStart();
+        break;
+      case Receiver::Router:
+      case Receiver::RouterFirst:
+        exportAs<WLHIDEventRouterProtocol>(routerInterface(), clientInterface());
+        break;
+      case Receiver::Directory:
+        exportAs<WLHIDDeviceDirectoryProtocol>(
+            plainInterface<WLHIDDeviceDirectoryProtocol>(),
+            plainInterface<WLHIDDeviceDirectoryClientProtocol>());
+        break;
+      case Receiver::Watcher:
+        exportAs<WLHIDDeviceDirectoryClientProtocol>(
+            plainInterface<WLHIDDeviceDirectoryClientProtocol>(),
+            plainInterface<WLHIDDeviceDirectoryProtocol>());
+        askToWatch();
+        break;
+      case Receiver::BareFirst:
+        break;
     }
     connection_->resume();
   }
   [[nodiscard]] const std::shared_ptr<Record>& record() const { return record_; }
 
  private:
-  /// Sends request 1.
-  void ask() {
-    const auto proxy = connection_->remoteObjectProxyWithErrorHandler<WLHIDEventRouterProtocol>(
+  template <class Protocol>
+  void exportAs(std::shared_ptr<NSXPCInterface> exported, std::shared_ptr<NSXPCInterface> remote) {
+    connection_->setExportedInterface(std::move(exported));
+    connection_->setRemoteObjectInterface(std::move(remote));
+    NSXPCConnection& connection = *connection_;
+    connection.setExportedObject<Protocol>(exported_);
+  }
+  /// For request 1.
+  template <class Protocol>
+  std::shared_ptr<Protocol> proxy() {
+    return connection_->remoteObjectProxyWithErrorHandler<Protocol>(
         [record = record_](const std::shared_ptr<NSError>& error) {
           record->add("error " + std::to_string(error->code()));
         });
-    proxy->startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
-        5, 0, nullptr, nullptr, [record = record_](const std::shared_ptr<NSError>& error) {
-          record->add("reply " + encoded(Object(error)));
+  }
+  void askToStart() {
+    proxy<WLHIDEventRouterProtocol>()
+        ->startRoutingServiceWithEntryID_deviceMode_tagDictionary_typeDictionary_reply(
+            5, 0, nullptr, nullptr, [record = record_](const std::shared_ptr<NSError>& error) {
+              record->add("reply " + encoded(Object(error)));
+            });
+  }
+  void askToWatch() {
+    proxy<WLHIDDeviceDirectoryProtocol>()->watchDevicesMatching_excluding_reply(
+        nullptr, nullptr,
+        [record = record_](const std::shared_ptr<NSArray>& devices,
+                           const std::shared_ptr<NSError>& error) {
+          record->add("reply " + encoded(Object(devices), Object(error)));
         });
   }
 
