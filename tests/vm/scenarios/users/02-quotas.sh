@@ -4,7 +4,7 @@
 source /vm/lib.sh
 source /vm/product.sh
 
-has_answered() { [[ $(grep -E '^[0-9]+ (status [34]|error)' "$(output crowd)" | cut -d ' ' -f 1 | sort -u | wc -l) -ge $1 ]]; }
+are_refused() { journalctl -q -u wlhid-router.service -o cat | grep -q "^refused: user $(id -u bob) has more than"; }
 
 have_packages
 start_device device /vm/descriptors/numbered.hid
@@ -14,7 +14,7 @@ id="$(device_id 'Numbered Device')"
 # shellcheck disable=SC2016  # the variable is the inner shell's
 start crowd in_session "$session" bash -c 'ulimit -n 4096; exec delegate-probe "$1" 1000' crowd "$id"
 tell crowd start
-wait_for 240 "two hundred answers" has_answered 200 # more than one user's share
+wait_for 100 "connections beyond one user's share to be refused" are_refused
 
 mark "alice comes"
 active_session alice 1
