@@ -134,6 +134,9 @@ class DeviceSource {
   }
   /// Notices every change from now on. Null if changes cannot be watched.
   [[nodiscard]] virtual std::unique_ptr<DeviceWatch> watch() const { return nullptr; }
+  /// The same devices, for factsOf() of many of them: what was looked at once is not looked at
+  /// again. Null if looking costs next to nothing.
+  [[nodiscard]] virtual std::unique_ptr<DeviceSource> remembering() const { return nullptr; }
 };
 
 /// All device sources of a root: recordings on a user's, the computer's devices on the system's.

@@ -11,6 +11,7 @@
 #include "router/RoutedDevices.h"
 #include "router/SystemLog.h"
 #include "router/policy/Grants.h"
+#include "router/policy/RecentDevices.h"
 #include "router/policy/SystemAuthority.h"
 #include "router/policy/SystemServices.h"
 
@@ -26,6 +27,8 @@ std::shared_ptr<RoutingAuthority> systemAuthority(
   sources.device = [devices](const DeviceDescription& device) {
     return routableDevice(*devices, device);
   };
+  sources.shownDevice = [recent = std::make_shared<RecentDevices>(devices)](
+                            const DeviceDescription& device) { return recent->device(device); };
   sources.isGranted = [grants = std::make_shared<Grants>(root, log->sink())](
                           uid_t user, const platform::DeviceIdentity& device) {
     return grants->covers(user, device);

@@ -3,11 +3,13 @@
 #include "router/hidraw/HidrawSource.h"
 
 #include <charconv>
+#include <filesystem>
 
 #include "platform/foundation/PrintableText.h"
 #include "router/hidraw/HidFacts.h"
 #include "router/hidraw/HidName.h"
 #include "router/hidraw/HidrawDevice.h"
+#include "router/hidraw/RememberedTree.h"
 #include "router/hidraw/VerifiedNode.h"
 
 namespace router {
@@ -37,6 +39,13 @@ std::optional<std::uint32_t> interfaceOf(const DeviceTree& tree, const SystemDev
       std::from_chars(text->data(), text->data() + text->size(), number, kHexadecimal);
   if (parsed.ec != std::errc()) return std::nullopt;
   return number;
+}
+
+/// Spares looking at the HID device above each node: its name is a part of the node's path.
+bool isSurelyAnother(const SystemDevice& hidraw, std::uint64_t registryEntryID) {
+  const std::filesystem::path path(hidraw.path);
+  const auto name = HidName::parse(path.parent_path().parent_path().filename().string());
+  return name && name->registryEntryID() != registryEntryID;
 }
 
 }  // namespace
@@ -98,6 +107,7 @@ std::vector<DeviceDescription> HidrawSource::list(std::vector<std::string>* retu
 
 std::optional<HidrawSource::Found> HidrawSource::find(std::uint64_t registryEntryID) const {
   for (SystemDevice& hidraw : system_.tree->initialized("hidraw")) {
+    if (isSurelyAnother(hidraw, registryEntryID)) continue;
     std::string problem;
     auto found = identify(std::move(hidraw), &problem);
     if (found && found->name.registryEntryID() == registryEntryID) return found;
@@ -114,6 +124,11 @@ std::optional<std::vector<std::uint8_t>> HidrawSource::reportDescriptorOf(
     std::uint64_t registryEntryID) const {
   const auto found = find(registryEntryID);
   return found ? system_.tree->reportDescriptor(found->hid.path) : std::nullopt;
+}
+
+std::unique_ptr<DeviceSource> HidrawSource::remembering() const {
+  return std::make_unique<HidrawSource>(
+      HidrawSystem{std::make_shared<const RememberedTree>(system_.tree), system_.nodes}, udevTime_);
 }
 
 std::unique_ptr<OpenDevice> HidrawSource::open(std::uint64_t registryEntryID) const try {

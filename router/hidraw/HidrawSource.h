@@ -36,6 +36,7 @@ class HidrawSource final : public DeviceSource {
   [[nodiscard]] std::unique_ptr<DeviceWatch> watch() const override {
     return system_.tree->watch();
   }
+  [[nodiscard]] std::unique_ptr<DeviceSource> remembering() const override;
 
  private:
   struct Found;

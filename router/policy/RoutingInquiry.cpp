@@ -39,7 +39,8 @@ RoutingInquiry::RoutingInquiry(std::shared_ptr<const AuthoritySources> sources,
       revoked_(std::move(revoked)) {}
 
 void RoutingInquiry::begin() {
-  auto device = sources_->device(request_.device);
+  auto device = request_.isPreview ? sources_->shownDevice(request_.device)
+                                   : sources_->device(request_.device);
   if (!device) return deny({.reason = "the device has gone away", .isGone = true});
   device_ = std::move(*device);
   const bool isGranted = sources_->isGranted(caller_.user(), device_.identity);

@@ -60,6 +60,11 @@ class SystemCaller final : public RoutingCaller {
   const PeerProcess process_;
 };
 
+AuthoritySources completed(AuthoritySources sources) {
+  if (!sources.shownDevice) sources.shownDevice = sources.device;
+  return sources;
+}
+
 }  // namespace
 
 QuestionLine::Answer answerOf(const platform::system::PolkitAnswer& answer) {
@@ -68,7 +73,7 @@ QuestionLine::Answer answerOf(const platform::system::PolkitAnswer& answer) {
 }
 
 SystemAuthority::SystemAuthority(AuthoritySources sources, const QuestionLimits& limits)
-    : sources_(std::make_shared<const AuthoritySources>(std::move(sources))),
+    : sources_(std::make_shared<const AuthoritySources>(completed(std::move(sources)))),
       questions_(std::make_shared<QuestionLine>(limits, sources_->now)),
       granted_(std::make_shared<GrantedInquiries>()) {}
 
@@ -85,7 +90,7 @@ std::shared_ptr<RoutingCaller> SystemAuthority::callerOf(
 }
 
 std::optional<Classification> SystemAuthority::classOf(const DeviceDescription& device) const {
-  auto found = sources_->device(device);
+  auto found = sources_->shownDevice(device);
   if (!found) return std::nullopt;
   return std::move(found->classification);
 }

@@ -56,6 +56,8 @@ struct AuthoritySources {
 
   /// Empty if there is no such device any more.
   std::function<std::optional<RoutableDevice>(const DeviceDescription&)> device;
+  /// The same for what is only shown; may be a moment old. If it is empty, `device` does it.
+  std::function<std::optional<RoutableDevice>(const DeviceDescription&)> shownDevice;
   std::function<bool(uid_t, const platform::DeviceIdentity&)> isGranted;
   std::function<std::unique_ptr<Pending>(platform::system::PolkitQuestion,
                                          platform::system::PolkitClient::Answered)>

@@ -315,4 +315,16 @@ TEST_F(SystemAuthorityTest, TheClassOfADeviceIsKnownWhileItIsThere) {
   EXPECT_FALSE(authority_->classOf({}).has_value());
 }
 
+TEST_F(SystemAuthorityTest, WhatIsOnlyShownMayBeAMomentOldAndADecisionMayNot) {
+  const router::RoutableDevice shown{{}, {DeviceClass::Sensitive, "as it was", {}}, nullptr};
+  sources_.shownDevice = [&](const router::DeviceDescription&) { return std::optional(shown); };
+  device_.reset();
+  makeAuthority();
+  EXPECT_EQ(authority_->classOf({})->reason, "as it was");
+  auto permit = preview();
+  EXPECT_THAT(takeEvents(), testing::Not(testing::Contains(testing::HasSubstr("gone"))));
+  permit = ask();
+  EXPECT_THAT(takeEvents(), testing::Contains("refused, as it is gone: the device has gone away"));
+}
+
 }  // namespace
