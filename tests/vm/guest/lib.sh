@@ -52,7 +52,10 @@ expect_equal() { # expect_equal WHAT EXPECTED ACTUAL
   [[ $2 == "$3" ]] || fail "$1: expected \"$2\", not \"$3\""
 }
 expect_same() { # expect_same WHAT FILE FILE
-  diff -u "$2" "$3" | head -n 40 || fail "$1: $2 and $3 differ as above"
+  diff "$2" "$3" >"$scratch/difference" && return
+  grep -m 20 '^<' "$scratch/difference" || true # of both sides, however much differs
+  grep -m 20 '^>' "$scratch/difference" || true
+  fail "$1: $2 and $3 differ as above"
 }
 
 # For what has no event to wait for in a shell.
