@@ -71,8 +71,8 @@ std::filesystem::path nearestExisting(std::filesystem::path directory) {
   return directory;
 }
 
-std::optional<router::RouterStatus> askedStatus() try {
-  return RouterService().status();
+std::optional<router::RouterStatus> askedStatus(std::chrono::milliseconds limit) try {
+  return RouterService().status(limit);
 } catch (const Failure&) {
   return std::nullopt;
 }
@@ -85,8 +85,9 @@ std::optional<router::RouterStatus> keptStatus(const SystemRoot& root) {
 
 }  // namespace
 
-std::optional<router::RouterStatus> runningRouter(const SystemRoot& root) {
-  return root.isSystem() ? askedStatus() : keptStatus(root);
+std::optional<router::RouterStatus> runningRouter(const SystemRoot& root,
+                                                  std::chrono::milliseconds limit) {
+  return root.isSystem() ? askedStatus(limit) : keptStatus(root);
 }
 
 JobDaemonState askJobDaemon(const SystemRoot& root) {

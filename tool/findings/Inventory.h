@@ -10,6 +10,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -21,6 +22,7 @@
 #include "router/RouterStatus.h"
 #include "tool/findings/Endpoint.h"
 #include "tool/findings/PresenceCheck.h"
+#include "tool/findings/RouterService.h"
 #include "tool/findings/SystemFindings.h"
 
 namespace tool {
@@ -61,8 +63,9 @@ struct DeviceList {
 };
 
 /// The status that a running router reports; on the system's own root, of this user's sessions, and
-/// asking may start it.
-[[nodiscard]] std::optional<router::RouterStatus> runningRouter(const platform::SystemRoot& root);
+/// asking may start it. Nothing also if it does not answer within the limit.
+[[nodiscard]] std::optional<router::RouterStatus> runningRouter(
+    const platform::SystemRoot& root, std::chrono::milliseconds limit = RouterService::kReplyLimit);
 [[nodiscard]] JobDaemonState askJobDaemon(const platform::SystemRoot& root);
 [[nodiscard]] DeviceList devicesOf(const platform::SystemRoot& root);
 [[nodiscard]] LogState logOf(const platform::SystemRoot& root);

@@ -18,7 +18,6 @@ namespace {
 using platform::NSXPCConnection;
 using router::RouterControlProtocol;
 
-constexpr std::chrono::seconds kReplyLimit{30};
 /// Somebody may have to find a password.
 constexpr std::chrono::seconds kPersonLimit{300};
 
@@ -72,8 +71,9 @@ RouterService::Answer RouterService::ask(
 }
 
 std::shared_ptr<platform::NSDictionary> RouterService::askFor(
-    void (RouterControlProtocol::*what)(RouterControlProtocol::Reply)) const {
-  Answer answer = ask(kReplyLimit, [what](RouterControlProtocol& router, const Answered& answered) {
+    void (RouterControlProtocol::*what)(RouterControlProtocol::Reply),
+    std::chrono::milliseconds limit) const {
+  Answer answer = ask(limit, [what](RouterControlProtocol& router, const Answered& answered) {
     (router.*what)([answered](const auto& dictionary, const auto& error) {
       answered({dictionary, error});
     });
@@ -83,8 +83,8 @@ std::shared_ptr<platform::NSDictionary> RouterService::askFor(
   return std::move(answer.dictionary);
 }
 
-router::RouterStatus RouterService::status() const {
-  auto status = router::routerStatusIn(*askFor(&RouterControlProtocol::statusWithReply));
+router::RouterStatus RouterService::status(std::chrono::milliseconds limit) const {
+  auto status = router::routerStatusIn(*askFor(&RouterControlProtocol::statusWithReply, limit));
   if (!status) throw Failure("the router has answered something that is not a status");
   status->isRunning = true;
   return std::move(*status);

@@ -31,7 +31,10 @@ class RouterService {
   RouterService& operator=(const RouterService&) = delete;
   ~RouterService();
 
-  [[nodiscard]] router::RouterStatus status() const;
+  /// Within so long a time a router has started that was not running, unless something is wrong.
+  static constexpr std::chrono::milliseconds kReplyLimit{30'000};
+
+  [[nodiscard]] router::RouterStatus status(std::chrono::milliseconds limit = kReplyLimit) const;
   [[nodiscard]] std::vector<router::ListedDevice> devices() const;
   /// When the latest reports of a device that this process routes reached the router. Nothing if it
   /// does not say so within a quarter of a second.
@@ -50,7 +53,8 @@ class RouterService {
       std::chrono::milliseconds limit,
       const std::function<void(router::RouterControlProtocol&, const Answered&)>& send) const;
   [[nodiscard]] std::shared_ptr<platform::NSDictionary> askFor(
-      void (router::RouterControlProtocol::*what)(router::RouterControlProtocol::Reply)) const;
+      void (router::RouterControlProtocol::*what)(router::RouterControlProtocol::Reply),
+      std::chrono::milliseconds limit = kReplyLimit) const;
 
   const std::shared_ptr<platform::NSXPCConnection> connection_;
 };

@@ -18,6 +18,7 @@ namespace tool {
 namespace {
 
 constexpr std::chrono::milliseconds kTimeout{2000};
+constexpr std::chrono::milliseconds kScreenTimeout{250};
 constexpr std::chrono::milliseconds kFirstPause{10};
 
 std::string decimal(const char* format, double number) {
@@ -46,7 +47,8 @@ std::string routeHeader(const std::string& name, std::uint64_t registryEntryID) 
 }
 
 LossCount::LossCount(platform::SystemRoot root) : root_(std::move(root)) {
-  const auto status = runningRouter(root_);
+  const auto status = runningRouter(root_, kTimeout);
+  isUnknown_ = !status && root_.isSystem();  // where asking starts it
   if (!status) return;
   router_ = status->pid;
   before_ = status->lost;
@@ -57,14 +59,15 @@ bool LossCount::isStillToTell(const std::optional<router::RouterStatus>& status)
 }
 
 std::optional<Losses> LossCount::take() const {
+  if (isUnknown_) return std::nullopt;
   const auto deadline = std::chrono::steady_clock::now() + kTimeout;
-  auto status = runningRouter(root_);
+  auto status = runningRouter(root_, kTimeout);
   // No event tells that the router has updated its status, and it answers only so many questions.
   for (auto pause = kFirstPause; isStillToTell(status); pause *= 2) {
     const auto now = std::chrono::steady_clock::now();
     if (now >= deadline) return std::nullopt;
     std::this_thread::sleep_until(std::min(now + pause, deadline));
-    status = runningRouter(root_);
+    status = runningRouter(root_, kTimeout);
   }
   if (!status || (router_ != -1 && status->pid != router_)) return std::nullopt;
   return Losses{status->lost - std::min(before_, status->lost), !status->sessions.empty()};
@@ -75,7 +78,7 @@ LossWatch::LossWatch(platform::SystemRoot root) : root_(std::move(root)) {
 }
 
 std::optional<Losses> LossWatch::losses() {
-  const auto status = runningRouter(root_);
+  const auto status = runningRouter(root_, kScreenTimeout);
   if (!status) return std::nullopt;
   if (status->pid != router_ || status->lost < before_) {
     router_ = status->pid;

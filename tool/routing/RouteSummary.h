@@ -35,13 +35,15 @@ class LossCount {
  public:
   explicit LossCount(platform::SystemRoot root);
   /// Waits briefly for the router to notice the end, or, if it was only started for this session,
-  /// to say anything yet. Nothing if no router runs, or a different one than at the beginning.
+  /// to say anything yet. Nothing if no router runs or answers, or a different one than at the
+  /// beginning.
   [[nodiscard]] std::optional<Losses> take() const;
 
  private:
   [[nodiscard]] bool isStillToTell(const std::optional<router::RouterStatus>& status) const;
 
   const platform::SystemRoot root_;
+  bool isUnknown_ = false;  // what had been lost before
   pid_t router_ = -1;
   std::uint64_t before_ = 0;
 };
@@ -50,7 +52,8 @@ class LossCount {
 class LossWatch {
  public:
   explicit LossWatch(platform::SystemRoot root);
-  /// So far. Nothing if no router runs; of another router than before only what it loses from now
+  /// So far. Waits for a quarter of a second at most, since a screen waits meanwhile. Nothing if no
+  /// router runs or answers; of another router than before only what it loses from now
   /// on.
   [[nodiscard]] std::optional<Losses> losses();
 

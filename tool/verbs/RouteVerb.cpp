@@ -118,14 +118,15 @@ int routeDevice(std::uint64_t registryEntryID, const RouteOptions& options, Stop
   if (options.count != 0) last = options.count;
   const auto session =
       std::make_shared<RouteSession>(deliveryLines(options.json), STDOUT_FILENO, last);
-  const LossCount lossCount(platform::SystemRoot::current());
+  std::optional<LossCount> lossCount;
+  if (!options.json) lossCount.emplace(platform::SystemRoot::current());
   if (!options.json) print(routeHeader(nameOfDevice(registryEntryID), registryEntryID));
   const auto begin = Clock::now();
   const RouteEnd end = routeUntilEnd(
       {{registryEntryID, session, options.mode, tagDictionary(parseTags(options.tagTexts))}},
       signals, {options.seconds, adviceFor(options)});
   const auto time = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
-  if (!options.json) print(routeSummary(session->reports(), time, lossCount.take()));
+  if (!options.json) print(routeSummary(session->reports(), time, lossCount->take()));
   if (end.failed) throw Failure(end.message);
   return ExitDone;
 }
