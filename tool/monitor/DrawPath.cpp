@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <algorithm>
+#include <cmath>
 #include <string>
 
 #include "tool/monitor/Draw.h"
@@ -30,7 +31,7 @@ class Projection {
   static int scaled(double value, double from, double to, int length) {
     if (to <= from) return 0;
     const double part = (value - from) / (to - from);
-    return static_cast<int>(std::clamp(part, 0.0, 1.0) * length + 0.5);
+    return static_cast<int>(std::lround(std::clamp(part, 0.0, 1.0) * length));
   }
 
   Path::Extent extent_;
