@@ -35,16 +35,21 @@ class Watch final : public DeviceWatch {
   Computer& computer_;
 };
 
-/// What it has looked at once it does not look at again.
-class Remembering final : public DeviceSource {
+/// Of which nothing but facts is asked.
+class FactsAlone : public DeviceSource {
  public:
-  explicit Remembering(Computer& computer) : computer_(computer) {}
   std::vector<DeviceDescription> list(std::vector<std::string>* /*problems*/) const override {
     return {};
   }
   [[nodiscard]] std::unique_ptr<router::OpenDevice> open(std::uint64_t /*id*/) const override {
     return nullptr;
   }
+};
+
+/// What it has looked at once it does not look at again.
+class Remembering final : public FactsAlone {
+ public:
+  explicit Remembering(Computer& computer) : computer_(computer) {}
   [[nodiscard]] std::optional<DeviceFacts> factsOf(std::uint64_t /*id*/) const override {
     if (!facts_) {
       ++computer_.looks;
@@ -59,15 +64,9 @@ class Remembering final : public DeviceSource {
   mutable std::optional<std::optional<DeviceFacts>> facts_;
 };
 
-class Source final : public DeviceSource {
+class Source final : public FactsAlone {
  public:
   explicit Source(Computer& computer) : computer_(computer) {}
-  std::vector<DeviceDescription> list(std::vector<std::string>* /*problems*/) const override {
-    return {};
-  }
-  [[nodiscard]] std::unique_ptr<router::OpenDevice> open(std::uint64_t /*id*/) const override {
-    return nullptr;
-  }
   [[nodiscard]] std::optional<DeviceFacts> factsOf(std::uint64_t id) const override {
     return Remembering(computer_).factsOf(id);
   }
