@@ -69,8 +69,8 @@ class LoginSessions {
   /// Calls `changed` first with the session as it is, then for each change until it has ended. A
   /// session that does not exist has ended.
   WatchID watch(const std::string& session, Changed changed);
-  /// On the bus's thread, `changed` is not called any more. On another, a call that has begun may
-  /// still be running.
+  /// On the bus's thread, `changed` is not called any more. On another, it may be until the bus's
+  /// thread has heard of it, which is before whatever is posted there afterwards.
   void unwatch(WatchID watch);
 
  private:

@@ -9,9 +9,13 @@ namespace {
 
 thread_local std::size_t allocations = 0;
 
-void* counted(std::size_t size) {
+void* countedOrNull(std::size_t size) {
   ++allocations;
-  if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
+  return std::malloc(size == 0 ? 1 : size);
+}
+
+void* counted(std::size_t size) {
+  if (void* const memory = countedOrNull(size)) return memory;
   throw std::bad_alloc();
 }
 
@@ -27,6 +31,13 @@ std::size_t testsupport::allocationsOfThisThread() {
 }
 [[gnu::noinline]] void* operator new[](std::size_t size) {
   return counted(size);
+}
+// A sanitizer's own one would not go with the ones below.
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return countedOrNull(size);
+}
+[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return countedOrNull(size);
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
   std::free(memory);

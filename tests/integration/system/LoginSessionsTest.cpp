@@ -324,6 +324,7 @@ TEST_F(Sessions, AnUnwatchedOneIsNotAskedFor) {
   const auto id = watch("3");
   EXPECT_EQ(next(), "3 active");
   sessions_->unwatch(id);
+  bus_.run([] {});  // it has heard of that
   const std::size_t asked = logind_->asked();
   logind_->setActive("3", false);
   logind_->set("4", {});
