@@ -4,8 +4,7 @@
 
 #include <utility>
 
-#include "router/ApplicationCollections.h"
-#include "router/control/DeviceInquiry.h"
+#include "router/directory/DescribedDevices.h"
 #include "router/directory/DirectorySession.h"
 
 namespace router {
@@ -21,12 +20,7 @@ RequestService::Limits directoryLimits(const RouterLimits& limits) {
 std::shared_ptr<DeviceMonitor> monitorOf(const ServiceParts& parts) {
   DeviceMonitor::Sources sources;
   sources.list = [devices = parts.devices, authority = parts.authority] {
-    auto listed = classified(authority.get(), devices->list());
-    for (ListedDevice& each : listed) {
-      const auto descriptor = devices->reportDescriptorOf(each.device.registryEntryID);
-      if (descriptor) each.collections = applicationCollections(*descriptor);
-    }
-    return listed;
+    return describedDevices(*devices, authority.get());
   };
   sources.watches = [devices = parts.devices] { return devices->watches(); };
   return std::make_shared<DeviceMonitor>(std::move(sources), parts.limits);
