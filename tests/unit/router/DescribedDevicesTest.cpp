@@ -19,8 +19,8 @@ constexpr int kMany = 100;
 struct Plugged {
   bool isListed = true;
   int listings = 0;
-  int unreadable = 0;        // so many times its descriptor cannot be read
-  bool goesUnread = false;   // and is not listed afterwards
+  int unreadable = 0;       // so many times its descriptor cannot be read
+  bool goesUnread = false;  // and is not listed afterwards
 };
 
 class PluggedSource final : public router::DeviceSource {
