@@ -35,11 +35,16 @@ _LITERAL = re.compile(
 _LOGGING = re.compile(
     r"(?:\w+::)*(?:[\w:]+(?:->|\.))*(?:NSLog\w*|log|logLine|logText|logError|logCheck|logAtLevel\w*|trace_?)\s*\("
 )
-# Seen only by fault injection; saves time only; a moment more or less; arguments in any order.
+# Seen only by fault injection; costs or saves time only; a moment more or less; arguments in any order.
 _RETRY = re.compile(r"\berrno\s*[!=]=\s*EINTR\b")
-_SAVES_TIME = re.compile(r"(?:\.|->)(?:reserve|shrink_to_fit)\s*\(")
+_TIME_ONLY = re.compile(r"(?:\.|->)(?:reserve|shrink_to_fit)\s*\(|\bsleep_for\s*\(")
 _MOMENT = re.compile(r"\bnow\b|[Dd]eadline|\b(?:until|stalled)\b")
-_DURATION = re.compile(r"(?:(?:nano|micro|milli)?seconds|minutes|hours)(?: \w+)?[({]$|(?:[Mm]illis|[Mm]icros|S)econds\w* = $")
+_DURATION = re.compile(
+    r"(?:(?:nano|micro|milli)?seconds|minutes|hours|Duration)(?: \w+)?[({]$|(?:[Mm]illis|[Mm]icros|S)econds\w* = $"
+)
+# Room for text: nobody notices more of it. What poll() writes into.
+_ROOM = re.compile(r"std::array<char, $")
+_POLLED = re.compile(r"\bpollfd [^;]*\{[^{}]*, $|\bPOLL(?:IN|OUT), $")
 _SYMMETRIC = re.compile(r"(?:std::)?(?:min|max|swap)(?:<[\w:]+>)?\($")
 _LOCK = re.compile(r"\bstd::(?:lock_guard|unique_lock|scoped_lock|shared_lock)\b")
 _COMPARISON = re.compile(r"(?<= )(<=|>=|==|!=|<|>)(?= )")
@@ -71,7 +76,7 @@ def masked(text):
     code = re.sub(r"\bstatic_assert\s*\([^;]*;", lambda m: re.sub(r"[^\n]", " ", m.group(0)), code)
     for start, end in reversed(list(_statements(code))):
         piece = code[start:end]
-        if _LOGGING.match(piece) or _LOCK.search(piece) or _SAVES_TIME.search(piece):
+        if _LOGGING.match(piece) or _LOCK.search(piece) or _TIME_ONLY.search(piece):
             code = code[:start] + re.sub(r"[^\n]", " ", piece) + code[end:]
     return code
 
@@ -172,9 +177,33 @@ def _is_member_before_it_is_set(code, start, end):
     return False
 
 
+def _is_overwritten(code, start, end):
+    """Whether the number is the zero of a new variable that is assigned, or filled in by a call, before anything reads it."""
+    declared = re.search(r"[\w>] (\w+) = $", code[max(0, start - 80) : start])
+    if declared is None or code[start:end] != "0" or code[end : end + 1] != ";":
+        return False
+    rest = code[end + 1 :]
+    use = re.search(rf"\b{declared.group(1)}\b", rest)
+    if use is None:
+        return False
+    between, after = rest[: use.start()], rest[use.end() :]
+    call = between[between.rfind(";") + 1 :]
+    if re.search(r"(?<!&)&$", call) or "from_chars(" in call:
+        return True
+    assigned = re.match(r" = (?!=)([^;]*);", after)
+    return (assigned is not None and not re.search(rf"\b{declared.group(1)}\b", assigned.group(1))
+            and not re.search(r"\b(?:if|for|while|switch|case)\b", between))
+
+
+def _cannot_be_seen(code, start, end):
+    before = code[max(0, start - 100) : start]
+    return (_is_member_before_it_is_set(code, start, end) or _is_overwritten(code, start, end)
+            or any(each.search(before) for each in (_DURATION, _ROOM, _POLLED)))
+
+
 def _constants(code):
     for match in _NUMBER.finditer(code):
-        if _is_member_before_it_is_set(code, match.start(), match.end()) or _DURATION.search(code[: match.start()][-60:]):
+        if _cannot_be_seen(code, match.start(), match.end()):
             continue
         digits, suffix = match.group("digits"), match.group("suffix")
         value = int(digits.replace("'", ""), 0 if digits.startswith("0x") else 10)
