@@ -180,7 +180,10 @@ TEST(Measurement, TheVerdictSaysItInWords) {
 
 TEST(Durations, AreShownInTheirUsualUnits) {
   EXPECT_EQ(durationText(microseconds(310)), "310 µs");
+  EXPECT_EQ(durationText(microseconds(999)), "999 µs");
+  EXPECT_EQ(durationText(microseconds(1000)), "1 ms");
   EXPECT_EQ(durationText(microseconds(8020)), "8.02 ms");
+  EXPECT_EQ(durationText(microseconds(1'000'000)), "1 s");
   EXPECT_EQ(durationText(microseconds(1'500'000)), "1.5 s");
 }
 
