@@ -27,10 +27,12 @@ for check in "system root" endpoint "job daemon" polkit; do expect "that $check 
 chmod g+w /usr/lib/wlhid
 expect_advice_helps "system root"
 
-systemctl mask --now wlhid-router.socket wlhid-router-control.socket wlhid-router-devices.socket
+# All of them: doctor asks the router, which whichever is left would start, and the endpoint with it.
+sockets=(wlhid-router.socket wlhid-router-control.socket wlhid-router-devices.socket)
+systemctl mask --now "${sockets[@]}"
 expect_advice_helps endpoint
 
-systemctl stop wlhid-router.socket
+systemctl stop "${sockets[@]}"
 expect_advice_helps endpoint
 
 systemctl stop wlhid-jobd.socket
