@@ -33,6 +33,8 @@ End endOf(const std::function<void(const std::function<void(char)>& say)>& act) 
   const pid_t child = ::fork();
   if (child == 0) {
     ::alarm(30);  // in case something hangs
+    // Whoever runs the tests may have them ignored, as nohup does.
+    for (const int number : kStopSignals) std::signal(number, SIG_DFL);
     act([&](char c) { static_cast<void>(!::write(ends[1], &c, 1)); });
     ::_exit(0);
   }
