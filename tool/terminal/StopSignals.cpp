@@ -15,21 +15,25 @@ namespace tool {
 
 namespace {
 
+bool isIgnored(int number) {
+  struct sigaction action {};
+  return ::sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 sigset_t stopSignals() {
   sigset_t set;
   sigemptyset(&set);
   sigaddset(&set, SIGINT);
   sigaddset(&set, SIGTERM);
-  sigaddset(&set, SIGHUP);
+  if (!isIgnored(SIGHUP)) sigaddset(&set, SIGHUP);
   return set;
 }
 
 }  // namespace
 
-StopSignals::StopSignals() {
-  const sigset_t set = stopSignals();
-  pthread_sigmask(SIG_BLOCK, &set, nullptr);
-  descriptor_ = ::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+StopSignals::StopSignals() : signals_(stopSignals()) {
+  pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+  descriptor_ = ::signalfd(-1, &signals_, SFD_CLOEXEC | SFD_NONBLOCK);
   if (descriptor_ < 0) throw Failure("cannot wait for signals: " + describeErrno(errno));
 }
 
@@ -41,8 +45,7 @@ void StopSignals::unblock() {
   signalfd_siginfo taken{};
   while (::read(descriptor_, &taken, sizeof taken) == static_cast<ssize_t>(sizeof taken)) {
   }
-  const sigset_t set = stopSignals();
-  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+  pthread_sigmask(SIG_UNBLOCK, &signals_, nullptr);
 }
 
 }  // namespace tool

@@ -8,10 +8,13 @@
 // Errors: Failure if the kernel refuses.
 #pragma once
 
+#include <csignal>
+
 namespace tool {
 
 /// While it lives, SIGINT, SIGTERM and SIGHUP do not end the process but make a descriptor
-/// readable.
+/// readable. A SIGHUP that is ignored already stays so: a command that nohup has started goes on
+/// after a hang-up.
 class StopSignals {
  public:
   StopSignals();
@@ -25,6 +28,7 @@ class StopSignals {
   void unblock();
 
  private:
+  sigset_t signals_;
   int descriptor_;
 };
 

@@ -68,6 +68,19 @@ TEST(StopSignals, MakeADescriptorReadableAndTheNextOneEndsTheProcess) {
   }
 }
 
+TEST(StopSignals, AHangUpThatIsIgnoredStaysSo) {
+  const End end = endOf([](const auto& say) {
+    std::signal(SIGHUP, SIG_IGN);
+    StopSignals signals;
+    ::raise(SIGHUP);
+    say(isReadable(signals.descriptor()) ? 'r' : 'n');
+    ::raise(SIGTERM);
+    say(isReadable(signals.descriptor()) ? 'r' : 'n');
+  });
+  EXPECT_EQ(end.said, "nr");
+  EXPECT_TRUE(WIFEXITED(end.status)) << end.status;
+}
+
 TEST(StopSignals, AreNoOthersAndTheirDescriptorIsNotLeftOpen) {
   const End end = endOf([&](const auto& say) {
     int descriptor = -1;
@@ -86,8 +99,9 @@ TEST(StopSignals, AreNoOthersAndTheirDescriptorIsNotLeftOpen) {
   EXPECT_TRUE(WIFSIGNALED(end.status) && WTERMSIG(end.status) == SIGUSR1) << end.status;
 }
 
+// A shell that is no terminal's ignores SIGINT for what it starts in the background.
 TEST(StopCleanup, CleansUpAndEndsByTheSignalEvenAnIgnoredOne) {
-  for (const int number : kStopSignals) {
+  for (const int number : {SIGINT, SIGTERM}) {
     const End end = endOf([&](const auto& say) {
       std::signal(number, SIG_IGN);
       StopSignals signals;
@@ -98,6 +112,17 @@ TEST(StopCleanup, CleansUpAndEndsByTheSignalEvenAnIgnoredOne) {
     EXPECT_EQ(end.said, "c") << number;
     EXPECT_TRUE(WIFSIGNALED(end.status) && WTERMSIG(end.status) == number) << end.status;
   }
+}
+
+TEST(StopCleanup, CleansUpAtAHangUp) {
+  const End end = endOf([](const auto& say) {
+    StopSignals signals;
+    const StopCleanup cleanUp(signals, [&] { say('c'); });
+    ::kill(::getpid(), SIGHUP);
+    while (true) ::pause();
+  });
+  EXPECT_EQ(end.said, "c");
+  EXPECT_TRUE(WIFSIGNALED(end.status) && WTERMSIG(end.status) == SIGHUP) << end.status;
 }
 
 TEST(StopCleanup, CleansUpForASignalThatCameBefore) {
