@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -63,13 +64,13 @@ std::string readStart(int directory, const char* name, std::size_t limit) {
   std::string text;
   std::array<char, 4096> buffer{};
   while (file && text.size() < limit) {
-    const ssize_t got = ::read(file.get(), buffer.data(), buffer.size());
+    const std::size_t room = std::min(buffer.size(), limit - text.size());
+    const ssize_t got = ::read(file.get(), buffer.data(), room);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return {};
     if (got == 0) break;
     text.append(buffer.data(), static_cast<std::size_t>(got));
   }
-  if (text.size() > limit) text.resize(limit);
   return text;
 }
 
