@@ -2,14 +2,13 @@
 
 #include "tool/monitor/Session.h"
 
-#include <array>
-#include <ctime>
 #include <exception>
 #include <utility>
 
 #include "platform/services/SystemRoot.h"
 #include "router/policy/DeviceClass.h"
 #include "tool/command/Command.h"
+#include "tool/monitor/Since.h"
 #include "tool/routing/LatencyWatch.h"
 #include "tool/routing/RouteSummary.h"
 
@@ -38,20 +37,6 @@ Health healthOf(wlhid::InputState state) {
     default:
       return Health::Waiting;
   }
-}
-
-/// "12:03:04 (5 min)"
-std::string sinceText(SystemClock::time_point since, SystemClock::time_point now) {
-  const std::time_t time = SystemClock::to_time_t(since);
-  std::tm local{};
-  ::localtime_r(&time, &local);
-  std::array<char, 16> clock{};
-  const std::size_t length = std::strftime(clock.data(), clock.size(), "%H:%M:%S", &local);
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(now - since).count();
-  const std::string ago = seconds < 60     ? std::to_string(seconds) + " s"
-                          : seconds < 3600 ? std::to_string(seconds / 60) + " min"
-                                           : std::to_string(seconds / 3600) + " h";
-  return std::string(clock.data(), length) + " (" + ago + ")";
 }
 
 router::DeviceDescription descriptionOf(const wlhid::Device& device) {
