@@ -23,7 +23,6 @@ void Outbox::open(int socket, const Hello& ours) {
 void Outbox::close() {
   socket_ = -1;
   broken_ = false;
-  notifyWaiters();
 }
 
 /// The farewell goes out at once if the socket takes it, so that it arrives even if the process
