@@ -32,7 +32,9 @@ TEST(SinceText, IsALocalTimeAndAnAgeInItsLargestWholeUnit) {
   EXPECT_EQ(textAfter(50h), "12:03:04 (50 h)");
 }
 
-TEST(SinceText, SurvivesAClockThatIsSetBack) { EXPECT_EQ(textAfter(-10s), "12:03:04 (0 s)"); }
+TEST(SinceText, SurvivesAClockThatIsSetBack) {
+  EXPECT_EQ(textAfter(-10s), "12:03:04 (0 s)");
+}
 
 }  // namespace
 }  // namespace tool::monitor

@@ -1,14 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <gtest/gtest.h>
+#include <sys/eventfd.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 
+#include <array>
 #include <chrono>
 #include <fstream>
 #include <future>
 #include <string>
 #include <thread>
 
+#include "platform/xpc/ConnectionCore.h"
 #include "platform/xpc/QueueThread.h"
 #include "tests/support/OtherUser.h"
 
@@ -79,14 +83,20 @@ TEST(PreparedThread, EndsUnbegunWithItsOwner) {
   EXPECT_EQ(same, 2);
 }
 
-/// Runs `act` in a process that may not create another thread: as another user if this one is a
-/// superuser, whom the limit does not bind.
+/// Runs `act` in a process of its own whose user the limit on threads binds: it does not bind a
+/// superuser.
+std::string asAnyUser(const std::function<std::string()>& act) {
+  return testsupport::asUser(testsupport::isSuperuser() ? testsupport::kOtherUser : ::getuid(),
+                             act);
+}
+
+bool forbidThreads() {
+  const rlimit none{0, 0};
+  return ::setrlimit(RLIMIT_NPROC, &none) == 0;
+}
+
 std::string withoutThreads(const std::function<std::string()>& act) {
-  return testsupport::asUser(
-      testsupport::isSuperuser() ? testsupport::kOtherUser : ::getuid(), [&] {
-        const rlimit none{0, 0};
-        return ::setrlimit(RLIMIT_NPROC, &none) == 0 ? act() : std::string("no limit");
-      });
+  return asAnyUser([&] { return forbidThreads() ? act() : std::string("no limit"); });
 }
 
 TEST(PreparedThread, IsEmptyWhereThereIsNoThreadToBeHad) {
@@ -97,6 +107,23 @@ TEST(PreparedThread, AThreadThatIsNotToBeHadIsNotSaidToHaveStarted) {
   EXPECT_EQ(
       withoutThreads([] { return startDetachedThread("name", [] {}) ? "started" : "not started"; }),
       "not started");
+}
+
+TEST(PreparedThread, IsAllThatAnAcceptedConnectionNeeds) {
+  const auto resume = [] {
+    std::array<int, 2> ends{};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) != 0)
+      return "no sockets";
+    const auto core = ConnectionCore::accepted(ends[0], ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK),
+                                               PreparedThread::make());
+    if (!forbidThreads()) return "no limit";
+    std::promise<void> promise;
+    auto called = promise.get_future();
+    core->resume();
+    core->callOnQueue([&] { promise.set_value(); });
+    return called.wait_for(kPatience) == std::future_status::ready ? "its queue" : "nothing";
+  };
+  EXPECT_EQ(asAnyUser(resume), "its queue");
 }
 
 }  // namespace
