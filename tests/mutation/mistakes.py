@@ -207,7 +207,8 @@ def _constants(code):
             continue
         digits, suffix = match.group("digits"), match.group("suffix")
         value = int(digits.replace("'", ""), 0 if digits.startswith("0x") else 10)
-        for moved in (value + 1, value - 1):
+        # -1 stands for none, for which -2 would do as well.
+        for moved in (value - 1,) if code.endswith("-", 0, match.start()) else (value + 1, value - 1):
             if moved >= 0:
                 new = hex(moved) if digits.startswith("0x") else str(moved)
                 yield Mistake("a constant moved by one", match.start(), match.end(), new + suffix)
