@@ -3,7 +3,6 @@
 #include "router/ApplicationCollections.h"
 
 #include <algorithm>
-#include <optional>
 
 #include "router/DescriptorItems.h"
 #include "router/RouterLimits.h"
@@ -14,6 +13,9 @@ namespace {
 
 constexpr std::uint8_t kWithPage = 4;  // bytes
 constexpr std::uint32_t kLargestPart = 0xffff;
+
+/// The type of the usage while there is none.
+constexpr DescriptorItemType kNone = DescriptorItem().type;
 
 class Outline {
  public:
@@ -37,7 +39,7 @@ class Outline {
     const auto tag = static_cast<MainTag>(item.tag);
     if (tag == MainTag::Collection && depth_++ == 0) note();
     if (tag == MainTag::EndCollection && depth_ > 0) --depth_;
-    usage_.reset();
+    usage_ = {};
   }
   void takeGlobal(const DescriptorItem& item) {
     const auto tag = static_cast<GlobalTag>(item.tag);
@@ -51,13 +53,13 @@ class Outline {
   }
   void takeLocal(const DescriptorItem& item) {
     const auto tag = static_cast<LocalTag>(item.tag);
-    if (tag == LocalTag::Usage || tag == LocalTag::UsageMinimum) usage_ = usage_.value_or(item);
+    const bool isUsage = tag == LocalTag::Usage || tag == LocalTag::UsageMinimum;
+    if (isUsage && usage_.type == kNone) usage_ = item;
   }
   /// A usage without a page has the one that is in force at the collection.
   void note() {
-    const std::uint32_t value = usage_ ? usage_->value : 0;
-    const bool hasPage = usage_ && usage_->size == kWithPage;
-    const Usage usage{hasPage ? value >> 16U : page_, value & kLargestPart};
+    const std::uint32_t page = usage_.size == kWithPage ? usage_.value >> 16U : page_;
+    const Usage usage{page, usage_.value & kLargestPart};
     if (!isFull() && std::find(found_.begin(), found_.end(), usage) == found_.end())
       found_.push_back(usage);
   }
@@ -66,7 +68,7 @@ class Outline {
   std::size_t depth_ = 0;
   std::uint32_t page_ = 0;
   std::vector<std::uint32_t> pushed_;
-  std::optional<DescriptorItem> usage_;  // the first since the last main item
+  DescriptorItem usage_;  // the first since the last main item, or kNone
 };
 
 }  // namespace
