@@ -146,7 +146,8 @@ class MonitorTest : public ToolTest {
     ProcessOptions environment = options();
     environment.environment.insert(environment.environment.end(),
                                    {{"LC_ALL", "C.UTF-8"}, {"NO_COLOR", ""}});
-    std::vector<std::string> command{"env", "-C", directory.string()};
+    std::vector<std::string> command = shell_;
+    command.insert(command.end(), {"env", "-C", directory.string()});
     for (const auto& [name, value] : more)
       command.push_back(std::string(name).append("=").append(value));
     std::vector<std::string> verb{"monitor"};
@@ -189,6 +190,7 @@ class MonitorTest : public ToolTest {
   }
   std::string addTablet() { return addDevice("qemu-usb-tablet.hid", {"--repeat"}); }
 
+  std::vector<std::string> shell_;  ///< the words of one that runs the command, if any does
   std::unique_ptr<TerminalEmulator> terminal_;
 };
 
@@ -324,6 +326,20 @@ TEST_F(MonitorTest, EverySignalLeavesTheTerminalAsItWas) {
     terminal_.reset();
     fs::remove_all(directory / "terminal");
   }
+}
+
+TEST_F(MonitorTest, StopsAtCtrlZAndGoesOnInTheForeground) {
+  shell_ = {"sh", "-c", R"(set -m; "$@"; echo "stopped $?"; read line; fg >/dev/null)", "sh"};
+  auto& terminal = monitor({addTablet()});
+  terminal.await("routing QEMU");
+  terminal.type("C-z");
+  const std::string screen = terminal.await("stopped " + std::to_string(128 + SIGTSTP));
+  EXPECT_FALSE(has(screen, "routing QEMU")) << screen;
+  terminal.type("Enter");
+  const long before = reportsOn(terminal.await("routing QEMU"));
+  terminal.await([&](const std::string& shown) { return reportsOn(shown) > before; });
+  terminal.type("q");
+  expectEnded(0);
 }
 
 TEST_F(MonitorTest, RecordsWhatCanBePlayedAgain) {

@@ -79,6 +79,7 @@ TEST(ReadStart, ReadsAtMostSoMuchAndFollowsNoLink) {
   EXPECT_EQ(readStart(opened, "file", 50000).size(), 10000U);
   EXPECT_EQ(readStart(opened, "missing", 5000), "");
   EXPECT_EQ(readStart(opened, "link", 5000), "");
+  EXPECT_EQ(readStart(opened, ".", 5000), "");
   ::close(opened);
 }
 
