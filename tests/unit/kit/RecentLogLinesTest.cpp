@@ -64,6 +64,13 @@ TEST(RecentLogLines, KnowWhereEachComesFrom) {
   EXPECT_EQ(all[0].text.substr(0, all[0].time.size() + 1), all[0].time + " ");
 }
 
+TEST(RecentLogLines, TakeSoMuchMemoryAtMost) {
+  EXPECT_EQ(RecentLogLines::kMaximumLines, 1000U);
+  EXPECT_EQ(RecentLogLines::kMaximumBytes, 262'144U);
+  EXPECT_EQ(RecentLogLines::kMaximumLineBytes, 4096U);
+  EXPECT_EQ(RecentLogLines::kMaximumSiteBytes, 200U);
+}
+
 TEST(RecentLogLines, OfALongSiteNothingIsKept) {
   RecentLogLines lines;
   const std::string longest(RecentLogLines::kMaximumSiteBytes, 'f');

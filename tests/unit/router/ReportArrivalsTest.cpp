@@ -48,6 +48,7 @@ TEST(ArrivalNotes, BeginWithTheNextReport) {
 
 TEST(ArrivalNotes, KeepTheLatest) {
   ArrivalNotes notes(1);
+  EXPECT_EQ(ArrivalNotes::kMost, 8192U);
   for (std::uint64_t i = 1; i <= ArrivalNotes::kMost; ++i)
     notes.note(i, at(static_cast<std::int64_t>(i)));
   EXPECT_EQ(notes.latest().first, 1U);

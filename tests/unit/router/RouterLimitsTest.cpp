@@ -30,6 +30,29 @@ TEST(RouterLimits, OfConnectionsRequestsAndLogLines) {
   expectRate(limits.logLinesPerUser, 512, 16);
 }
 
+TEST(RouterLimits, OfTheControlService) {
+  const RouterLimits limits;
+  EXPECT_EQ(limits.controlConnections, 64U);
+  EXPECT_EQ(limits.controlConnectionsPerUser, 16U);
+  expectRate(limits.controlRequestsPerUser, 20, 2);
+  expectRate(limits.controlRequests, 100, 20);
+  EXPECT_EQ(limits.controlTimeout, seconds(6));
+}
+
+TEST(RouterLimits, OfTheDeviceDirectory) {
+  const RouterLimits limits;
+  EXPECT_EQ(limits.directoryConnections, 64U);
+  EXPECT_EQ(limits.directoryConnectionsPerUser, 16U);
+  expectRate(limits.directoryRequestsPerUser, 20, 2);
+  expectRate(limits.directoryRequests, 100, 20);
+  EXPECT_EQ(limits.directoryCriteria, 64U);
+  EXPECT_EQ(limits.directoryBacklog, 262'144U);
+  EXPECT_EQ(limits.directoryInterval, milliseconds(20));
+  EXPECT_EQ(limits.udevTime, seconds(1));
+  EXPECT_EQ(limits.directorySettling, milliseconds(1100));
+  EXPECT_EQ(limits.directoryPoll, seconds(2));
+}
+
 TEST(RouterLimits, OfWhatLiesInMemory) {
   constexpr std::size_t kMebibyte = 1'048'576;
   const RouterLimits limits;
@@ -55,6 +78,7 @@ TEST(RouterLimits, OfFilesAndDescriptors) {
   EXPECT_EQ(RouterLimits::kHidrawReportBytes, 16'384U);
   EXPECT_EQ(RouterLimits::kDescriptorBytes, 65'535U);
   EXPECT_EQ(RouterLimits::kCollectionDepth, 64U);
+  EXPECT_EQ(RouterLimits::kListedCollections, 32U);
   EXPECT_EQ(RouterLimits::kGlobalStackDepth, 64U);
   EXPECT_EQ(RouterLimits::kElements, 65'536U);
   EXPECT_EQ(RouterLimits::kReportBytes, 65'536U);

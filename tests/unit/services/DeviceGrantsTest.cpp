@@ -95,6 +95,8 @@ TEST(DeviceGrants, AnUnknownKeyMayBeAConditionAndGrantsNothing) {
 
 TEST(DeviceGrants, AreLimited) {
   std::string many = "<dict><key>Grants</key><array>";
+  EXPECT_EQ(platform::kMaximumGrants, 1024U);
+  EXPECT_EQ(platform::kMaximumGrantFileBytes, 1'048'576U);
   for (std::size_t i = 0; i <= platform::kMaximumGrants; ++i)
     many += "<dict>" + grant() + "</dict>";
   EXPECT_EQ(refusal(document(many + "</array></dict>")), "it has too many grants");

@@ -48,6 +48,7 @@ TEST(Journal, AValueIsOneBoundedLine) {
   for (const std::string& field : entries.all[0]) EXPECT_EQ(field.find('\n'), std::string::npos);
   EXPECT_TRUE(entries.all[0][3].starts_with("WLHID_NAME=a\\x0aPRIORITY=0\\x0axxx"));
   EXPECT_TRUE(entries.all[0][3].ends_with("…"));
+  EXPECT_EQ(Journal::kMaximumValueCharacters, 500U);
   EXPECT_LE(entries.all[0][3].size(), Journal::kMaximumValueCharacters + 50);
 }
 

@@ -49,6 +49,7 @@ TEST_F(FilesTest, AreBoundedInSize) {
   constexpr std::size_t limit = std::size_t{2} << 20;
   EXPECT_EQ(read(file(std::string(limit, 'x')), limit), "read: " + std::string(limit, 'x'));
   EXPECT_EQ(read(file(std::string(limit + 1, 'x')), limit), path_ + ": larger than 2 MiB");
+  EXPECT_EQ(kMaxFileBytes, 268'435'456U);
   std::filesystem::resize_file(path_, kMaxFileBytes + 1);
   EXPECT_EQ(read(path_), path_ + ": larger than 256 MiB");
 }

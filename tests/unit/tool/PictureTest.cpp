@@ -311,6 +311,7 @@ TEST_F(PictureTest, ThePageRefersToNothingElsewhere) {
 
 TEST_F(PictureTest, AHundredThousandReportsFitIntoThePage) {
   const std::string page = pageOf(noisyPointer(100'000));
+  EXPECT_EQ(kMaxPageBytes, 3'145'728U);
   EXPECT_LE(page.size(), kMaxPageBytes);
   EXPECT_FALSE(has(page, "the rest is in the recording"));
 }

@@ -102,6 +102,11 @@ TEST(ByteQueue, ItsMemoryFollowsWhatItHolds) {
   EXPECT_TRUE(queue.empty());
 }
 
+TEST(BufferLimits, OfAConnection) {
+  EXPECT_EQ(ByteQueue::kPieceLimit, 65'536U);
+  EXPECT_EQ(ReceiveBuffer::kUsualSize, 65'536U);
+}
+
 TEST(ByteQueue, AFewBytesTakeLittle) {
   ByteQueue queue;
   queue.prepend(counting(100));

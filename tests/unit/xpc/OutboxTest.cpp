@@ -139,6 +139,7 @@ TEST_F(OutboxTest, HandsOutTheHandlersOfWhatWasWritten) {
 }
 
 TEST_F(OutboxTest, HasALimitThatWritingRaisesAgain) {
+  EXPECT_EQ(kXPCUnsentLimit, 33'554'432U);
   EXPECT_TRUE(outbox_.fits(kXPCUnsentLimit));
   EXPECT_FALSE(outbox_.fits(kXPCUnsentLimit + 1));
   put(Bytes(1000));
