@@ -5,21 +5,26 @@
 #include <sys/socket.h>
 
 namespace platform::xpc {
+namespace {
+
+template <class Value>
+bool readOption(int socket, int option, Value& value) {
+  socklen_t size = sizeof value;
+  return ::getsockopt(socket, SOL_SOCKET, option, &value, &size) == 0 && size == sizeof value;
+}
+
+}  // namespace
 
 PeerIdentity peerOfSocket(int socket) {
   PeerIdentity peer;
   ucred credentials{};
-  socklen_t size = sizeof credentials;
-  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0 &&
-      size == sizeof credentials) {
+  if (readOption(socket, SO_PEERCRED, credentials)) {
     peer.user = credentials.uid;
     peer.processID = credentials.pid;
   }
 #ifdef SO_PEERPIDFD
   int descriptor = -1;
-  size = sizeof descriptor;
-  if (::getsockopt(socket, SOL_SOCKET, SO_PEERPIDFD, &descriptor, &size) == 0)
-    peer.process = descriptor;
+  if (readOption(socket, SO_PEERPIDFD, descriptor)) peer.process = descriptor;
 #endif
   return peer;
 }
