@@ -44,7 +44,9 @@ _DURATION = re.compile(
 )
 # Room for text: nobody notices more of it. What poll() writes into.
 _ROOM = re.compile(r"std::array<char, $")
-_POLLED = re.compile(r"\bpollfd [^;]*\{[^{}]*, $|\bPOLL(?:IN|OUT), $")
+_POLLED = re.compile(r"\{[^{}]*\b(?:POLL(?:IN|OUT)|events\)?), $")
+# None of ours is 0, which is standard input.
+_DESCRIPTOR = re.compile(r"(?:[Ss]ocket|[Dd]escriptor|[Dd]irectory|[Ww]ake|fd)_? $")
 _SYMMETRIC = re.compile(r"(?:std::)?(?:min|max|swap)(?:<[\w:]+>)?\($")
 _LOCK = re.compile(r"\bstd::(?:lock_guard|unique_lock|scoped_lock|shared_lock)\b")
 _COMPARISON = re.compile(r"(?<= )(<=|>=|==|!=|<|>)(?= )")
@@ -139,11 +141,16 @@ def _line_around(code, at):
     return code[code.rfind("\n", 0, at) + 1 : code.find("\n", at)]
 
 
+def _asks_for_descriptor(code, match):
+    before = code[max(0, match.start() - 60) : match.start()]
+    return code.startswith(" 0", match.end()) and _DESCRIPTOR.search(before)
+
+
 def _comparisons(code):
     for match in _COMPARISON.finditer(code):
         for other in _TURNED[match.group(1)]:
             is_tick = other.rstrip("=") == match.group(1).rstrip("=") and match.group(1) not in ("==", "!=")
-            if is_tick and _MOMENT.search(_line_around(code, match.start())):
+            if is_tick and (_MOMENT.search(_line_around(code, match.start())) or _asks_for_descriptor(code, match)):
                 continue
             yield Mistake("a comparison turned", match.start(), match.end(), other)
 
