@@ -178,7 +178,6 @@ Screen FullScreen::blank() {
   if (isKnown && (size.ws_row != LINES || size.ws_col != COLS)) {
     resizeterm(size.ws_row, size.ws_col);
     clear();
-    before_.reset();
   }
   return {LINES, COLS, look_};
 }
