@@ -233,7 +233,14 @@ TEST_F(MonitorTest, TheWholeScreenIsAsDrawn) {
   writeFile(directory / "zigzag.hid", zigzag());
   auto& terminal = monitor({addDevice((directory / "zigzag.hid").string(), {"--repeat"})},
                            {120, 40}, {{"KQ_LOG_LEVEL", "0"}});
-  terminal.await([&](const std::string& shown) { return withoutTimes(shown) == expected; });
+  const auto isAsExpected = [&](const std::string& shown) {
+    return withoutTimes(shown) == expected;
+  };
+  terminal.await(isAsExpected);
+  terminal.resize({120, 41});  // the rows that are the same are drawn again, too
+  terminal.await([](const std::string& shown) { return std::ranges::count(shown, '\n') == 41; });
+  terminal.resize({120, 40});
+  terminal.await(isAsExpected);
 }
 
 TEST_F(MonitorTest, MeasuresTheLatency) {

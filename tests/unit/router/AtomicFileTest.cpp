@@ -92,6 +92,15 @@ TEST_F(AtomicFileTest, ADraftHasTheModeThatWasAskedFor) {
   EXPECT_EQ(status.st_mode & 07777U, 0600U);
 }
 
+TEST_F(AtomicFileTest, OtherwiseItIsForAllToRead) {
+  const mode_t before = ::umask(022);
+  const FileDraft draft(directory_.get(), "x");
+  ::umask(before);
+  struct stat status {};
+  ASSERT_EQ(::fstat(draft.descriptor(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0644U);
+}
+
 TEST_F(AtomicFileTest, ADraftThatCannotBeWrittenSaysWhyAndGoes) {
   rlimit before{};
   ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);

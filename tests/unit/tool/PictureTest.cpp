@@ -309,6 +309,14 @@ TEST_F(PictureTest, ThePageRefersToNothingElsewhere) {
   EXPECT_TRUE(has(page, "default-src 'none'"));
 }
 
+TEST_F(PictureTest, OfALongPathEveryOtherPointIsDrawn) {
+  const auto drawn = [this](int reports) {
+    return std::ranges::count(pathChart(noisyPointer(reports))->body, 'L');
+  };
+  EXPECT_GT(drawn(19'999), 19'900);
+  EXPECT_LT(drawn(20'000), 16'000);
+}
+
 TEST_F(PictureTest, AHundredThousandReportsFitIntoThePage) {
   const std::string page = pageOf(noisyPointer(100'000));
   EXPECT_EQ(kMaxPageBytes, 3'145'728U);
