@@ -208,17 +208,24 @@ def _cannot_be_seen(code, start, end):
             or any(each.search(before) for each in (_DURATION, _ROOM, _POLLED)))
 
 
+def _notation(digits):
+    if digits.startswith("0x"):
+        return 16, hex
+    return (8, "0{:o}".format) if digits.startswith("0") and digits != "0" else (10, str)
+
+
 def _constants(code):
     for match in _NUMBER.finditer(code):
         if _cannot_be_seen(code, match.start(), match.end()):
             continue
         digits, suffix = match.group("digits"), match.group("suffix")
-        value = int(digits.replace("'", ""), 0 if digits.startswith("0x") else 10)
+        digits = digits.replace("'", "")
+        base, form = _notation(digits)
+        value = int(digits, base)
         # -1 stands for none, for which -2 would do as well.
         for moved in (value - 1,) if code.endswith("-", 0, match.start()) else (value + 1, value - 1):
             if moved >= 0:
-                new = hex(moved) if digits.startswith("0x") else str(moved)
-                yield Mistake("a constant moved by one", match.start(), match.end(), new + suffix)
+                yield Mistake("a constant moved by one", match.start(), match.end(), form(moved) + suffix)
 
 
 def _swapped(code):
