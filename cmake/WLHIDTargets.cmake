@@ -16,7 +16,7 @@ add_library(wlhid_flags INTERFACE)
 target_compile_features(wlhid_flags INTERFACE cxx_std_20)
 target_include_directories(wlhid_flags INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_options(wlhid_flags INTERFACE -Wall -Wextra -Wpedantic $<$<BOOL:${WLHID_WERROR}>:-Werror>)
-# The standard library checks an index, and a pointer before it is followed: a mistake ends the process, and becomes nothing worse.
+# The standard library checks indices and smart pointers: a mistake ends the process and becomes nothing worse.
 target_compile_definitions(wlhid_flags INTERFACE _GNU_SOURCE _GLIBCXX_ASSERTIONS)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # GCC 12 at -O3 warns of overlapping copies in the concatenation of a literal and a std::string, which cannot overlap.

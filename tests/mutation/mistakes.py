@@ -222,7 +222,7 @@ def _constants(code):
         digits = digits.replace("'", "")
         base, form = _notation(digits)
         value = int(digits, base)
-        # -1 stands for none, for which -2 would do as well.
+        # After a minus towards 0 only: -1 often stands for none, for which -2 would do as well.
         for moved in (value - 1,) if code.endswith("-", 0, match.start()) else (value + 1, value - 1):
             if moved >= 0:
                 yield Mistake("a constant moved by one", match.start(), match.end(), form(moved) + suffix)
