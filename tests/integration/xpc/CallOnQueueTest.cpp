@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Calls that others make on a connection's queue.
+#include <unistd.h>
+
 #include <future>
 
+#include "tests/support/ThreadState.h"
 #include "tests/support/XPCPeers.h"
 
 using namespace platform;
@@ -17,6 +20,16 @@ class CallOnQueue : public XPCTest {
     end.connection->callOnQueue([&end, line] { end.log.add(line); });
   }
 };
+
+/// No event signals this.
+bool fallsAsleep(pid_t thread) {
+  const auto limit = std::chrono::steady_clock::now() + kPatience;
+  while (!stateOfThread(thread).isAsleep) {
+    if (std::chrono::steady_clock::now() >= limit) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
 
 }  // namespace
 
@@ -89,4 +102,13 @@ TEST_F(CallOnQueue, ACallThatThrowsCostsOneLogLine) {
   note(*end, "call");
   ASSERT_TRUE(end->log.waitFor("call"));
   EXPECT_EQ(logged_.linesWith("a call on the queue threw: no"), 1U);
+}
+
+TEST_F(CallOnQueue, TheThreadSleepsAfterACall) {
+  const auto end = connect();
+  for (const End* const each : {&client_, end.get()}) {
+    std::promise<pid_t> called;
+    each->connection->callOnQueue([&called] { called.set_value(::gettid()); });
+    EXPECT_TRUE(fallsAsleep(called.get_future().get()));
+  }
 }

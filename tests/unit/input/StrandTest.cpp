@@ -7,13 +7,14 @@
 
 #include <algorithm>
 #include <atomic>
-#include <fstream>
 #include <future>
-#include <sstream>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "tests/support/ThreadState.h"
 
 namespace {
 
@@ -110,6 +111,14 @@ TEST(Strand, TheCloseWaitsForACallOnAnotherThread) {
   closing.join();
 }
 
+TEST(Strand, WhatACallHoldsMayBringAnotherAsItGoes) {
+  const auto strand = newStrand();
+  std::string log;
+  const auto bring = [&](void*) { strand->run([&] { log += "last "; }); };
+  strand->run([&, held = std::shared_ptr<void>(nullptr, bring)] { log += "first "; });
+  EXPECT_EQ(log, "first last ");
+}
+
 TEST(Strand, WhatThrowsCostsOnlyItself) {
   const auto strand = newStrand();
   bool ran = false;
@@ -118,28 +127,13 @@ TEST(Strand, WhatThrowsCostsOnlyItself) {
   EXPECT_TRUE(ran);
 }
 
-/// How often the thread has gone to sleep; `isAsleep` says whether it sleeps now.
-std::uint64_t sleepsOf(pid_t thread, bool* isAsleep) {
-  std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
-  std::uint64_t sleeps = 0;
-  for (std::string line; std::getline(status, line);) {
-    std::istringstream words(line);
-    std::string name;
-    words >> name;
-    if (name == "State:") *isAsleep = words >> name && name == "S";
-    if (name == "voluntary_ctxt_switches:") words >> sleeps;
-  }
-  return sleeps;
-}
-
 std::uint64_t sleepsOnceAsleep(pid_t thread) {
-  bool isAsleep = false;
-  std::uint64_t sleeps = 0;
-  while (!isAsleep) {
+  testsupport::ThreadState state;
+  while (!state.isAsleep) {
     std::this_thread::yield();
-    sleeps = sleepsOf(thread, &isAsleep);
+    state = testsupport::stateOfThread(thread);
   }
-  return sleeps;
+  return state.sleeps;
 }
 
 TEST(Strand, TheThreadOfWhatIsPostedSleepsThroughWhatIsRun) {

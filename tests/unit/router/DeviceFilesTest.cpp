@@ -226,6 +226,14 @@ TEST_F(DeviceFilesTest, WhereThereIsNoDirectoryThereIsNothing) {
   EXPECT_EQ(content("x"), "made");
 }
 
+TEST_F(DeviceFilesTest, WhereTheDirectoryCannotBeReadThereIsAProblem) {
+  fs::remove(directory_);
+  std::ofstream(directory_.string()) << "a file";
+  EXPECT_THAT(files().configurations(10, &problems_), IsEmpty());
+  EXPECT_THAT(problems_, ElementsAre(testing::StartsWith(directory_.string() + ": ")));
+  EXPECT_EQ(files().configurationStamp("x"), std::nullopt);
+}
+
 TEST_F(DeviceFilesTest, PathsForPeople) {
   EXPECT_EQ(files().configurationPath("x"), (directory_ / "x.plist").string());
   EXPECT_EQ(files().recordingPath(), (directory_ / "recordings").string());
