@@ -10,8 +10,9 @@ namespace router {
 
 namespace {
 
-/// For what no watch notices, such as a driver that lets go of a device's interface.
-constexpr std::chrono::seconds kLongest{1};
+/// For what no watch notices, such as a driver that lets go of a device's interface. Longer than a
+/// slow computer needs for a listing, which would look at all devices again each time this is over.
+constexpr std::chrono::seconds kLongest{10};
 
 }  // namespace
 

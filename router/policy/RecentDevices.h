@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // What is known of devices, for listings and previews: looked up once for as long as nothing has
-// changed, and for a second at most. Decisions do not use it; they look at the device anew.
+// changed, and for ten seconds at most. Decisions do not use it; they look at the device anew.
 //
 // Threading: any thread. No lock is held while the computer is asked.
 // Ownership: shares the sources.

@@ -113,11 +113,11 @@ TEST_F(RecentDevicesTest, AChangeCountsFromTheNextCallOn) {
   EXPECT_EQ(computer_.looks, 2);
 }
 
-TEST_F(RecentDevicesTest, AfterASecondItLooksAgain) {
+TEST_F(RecentDevicesTest, AfterTenSecondsItLooksAgain) {
   begin();
   EXPECT_TRUE(isThere());
   computer_.hasDevice = false;
-  now_ += milliseconds(1000);
+  now_ += milliseconds(10'000);
   EXPECT_TRUE(isThere());
   now_ += milliseconds(1);
   EXPECT_FALSE(isThere());
