@@ -134,7 +134,7 @@ class DeviceSource {
   }
   /// Notices every change from now on. Null if changes cannot be watched.
   [[nodiscard]] virtual std::unique_ptr<DeviceWatch> watch() const { return nullptr; }
-  /// The same devices, for factsOf() of many of them: what was looked at once is not looked at
+  /// The same devices, to be asked about many of them: what was looked at once is not looked at
   /// again. Null if looking costs next to nothing.
   [[nodiscard]] virtual std::unique_ptr<DeviceSource> remembering() const { return nullptr; }
 };

@@ -7,12 +7,44 @@
 
 namespace router {
 
+namespace {
+
+std::optional<std::vector<std::uint8_t>> descriptorOf(const DeviceSource& source,
+                                                      std::uint64_t registryEntryID) try {
+  return source.reportDescriptorOf(registryEntryID);
+} catch (const DeviceError&) {
+  return std::nullopt;
+}
+
+}  // namespace
+
 std::vector<DeviceDescription> RoutedDevices::list() {
   std::vector<DeviceDescription> devices;
   std::vector<std::string> problems;
   for (const auto& source : *sources_) {
     for (DeviceDescription& device : source->list(&problems)) devices.push_back(std::move(device));
   }
+  logNew(problems);
+  return devices;
+}
+
+std::vector<RoutedDevices::WithDescriptor> RoutedDevices::listWithDescriptors() {
+  std::vector<WithDescriptor> devices;
+  std::vector<std::string> problems;
+  for (const auto& source : *sources_) {
+    const auto remembering = source->remembering();
+    const DeviceSource& asked = remembering == nullptr ? *source : *remembering;
+    for (DeviceDescription& device : asked.list(&problems)) {
+      auto descriptor = descriptorOf(asked, device.registryEntryID);
+      devices.push_back({std::move(device), std::move(descriptor)});
+    }
+  }
+  logNew(problems);
+  return devices;
+}
+
+/// Those of the last listing have been logged.
+void RoutedDevices::logNew(const std::vector<std::string>& problems) {
   std::set<std::string> known(problems.begin(), problems.end());
   {
     const std::lock_guard lock(mutex_);
@@ -21,16 +53,13 @@ std::vector<DeviceDescription> RoutedDevices::list() {
   for (const std::string& problem : problems) {
     if (!known.contains(problem)) log_(platform::LogLine::of<row::ignored>(problem));
   }
-  return devices;
 }
 
 std::optional<std::vector<std::uint8_t>> RoutedDevices::reportDescriptorOf(
-    std::uint64_t registryEntryID) const try {
+    std::uint64_t registryEntryID) const {
   for (const auto& source : *sources_) {
-    if (auto descriptor = source->reportDescriptorOf(registryEntryID)) return descriptor;
+    if (auto descriptor = descriptorOf(*source, registryEntryID)) return descriptor;
   }
-  return std::nullopt;
-} catch (const DeviceError&) {
   return std::nullopt;
 }
 

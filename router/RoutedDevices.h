@@ -32,7 +32,14 @@ class RoutedDevices {
   RoutedDevices(std::shared_ptr<const DeviceSources> sources, std::size_t most, RouterLog log)
       : sources_(std::move(sources)), most_(most), log_(std::move(log)) {}
 
+  struct WithDescriptor {
+    DeviceDescription device;
+    std::optional<std::vector<std::uint8_t>> reportDescriptor;  ///< nothing if it cannot be read
+  };
+
   [[nodiscard]] std::vector<DeviceDescription> list();
+  /// Looks at each device once, however many there are.
+  [[nodiscard]] std::vector<WithDescriptor> listWithDescriptors();
   /// Nothing if no source has such a device, or its descriptor cannot be read now.
   [[nodiscard]] std::optional<std::vector<std::uint8_t>> reportDescriptorOf(
       std::uint64_t registryEntryID) const;
@@ -42,6 +49,7 @@ class RoutedDevices {
   [[nodiscard]] std::shared_ptr<RoutedDevice> withID(std::uint64_t registryEntryID);
 
  private:
+  void logNew(const std::vector<std::string>& problems);
   [[nodiscard]] std::shared_ptr<RoutedDevice> knownWithID(std::uint64_t registryEntryID);
   [[nodiscard]] std::shared_ptr<RoutedDevice> makeDevice(const DeviceDescription& description);
   [[nodiscard]] std::optional<DeviceDescription> describe(std::uint64_t registryEntryID);

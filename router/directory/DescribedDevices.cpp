@@ -14,14 +14,17 @@ struct Description {
 };
 
 Description describe(RoutedDevices& devices, const RoutingAuthority* authority) {
-  Description description{classified(authority, devices.list())};
-  for (ListedDevice& each : description.devices) {
-    const auto descriptor = devices.reportDescriptorOf(each.device.registryEntryID);
-    if (descriptor)
-      each.collections = applicationCollections(*descriptor);
-    else
-      description.isComplete = false;
+  Description description;
+  std::vector<DeviceDescription> found;
+  std::vector<std::vector<Usage>> collections;
+  for (auto& [device, descriptor] : devices.listWithDescriptors()) {
+    collections.push_back(descriptor ? applicationCollections(*descriptor) : std::vector<Usage>());
+    description.isComplete = description.isComplete && descriptor.has_value();
+    found.push_back(std::move(device));
   }
+  description.devices = classified(authority, std::move(found));
+  for (std::size_t i = 0; i < collections.size(); ++i)
+    description.devices[i].collections = std::move(collections[i]);
   return description;
 }
 

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include "ScriptedComputer.h"
+#include "router/directory/DescribedDevices.h"
 #include "router/hidraw/HidrawSource.h"
 
 namespace {
@@ -17,7 +18,7 @@ using router::HidrawSystem;
 using router::RememberedTree;
 using testing::SizeIs;
 
-/// Counts the questions that reach the computer.
+/// Counts the questions that reach the computer, and the devices that come as answers to one.
 class CountingTree final : public router::DeviceTree {
  public:
   explicit CountingTree(std::shared_ptr<const ScriptedTree> tree) : tree_(std::move(tree)) {}
@@ -25,11 +26,11 @@ class CountingTree final : public router::DeviceTree {
   [[nodiscard]] std::size_t take() const { return std::exchange(questions_, 0); }
 
   [[nodiscard]] std::vector<SystemDevice> initialized(const std::string& subsystem) const override {
-    return ++questions_, tree_->initialized(subsystem);
+    return counted(tree_->initialized(subsystem));
   }
   [[nodiscard]] std::vector<SystemDevice> below(const std::string& path,
                                                 const std::string& subsystem) const override {
-    return ++questions_, tree_->below(path, subsystem);
+    return counted(tree_->below(path, subsystem));
   }
   [[nodiscard]] std::optional<SystemDevice> parentOf(const std::string& path) const override {
     return ++questions_, tree_->parentOf(path);
@@ -51,6 +52,11 @@ class CountingTree final : public router::DeviceTree {
   }
 
  private:
+  [[nodiscard]] std::vector<SystemDevice> counted(std::vector<SystemDevice> devices) const {
+    questions_ += 1 + devices.size();
+    return devices;
+  }
+
   const std::shared_ptr<const ScriptedTree> tree_;
   mutable std::size_t questions_ = 0;
 };
@@ -82,6 +88,16 @@ class RememberedTreeTest : public ScriptedComputer {
     return counting_->take();
   }
 
+  /// The same for their descriptions, as the device directory tells them.
+  std::size_t questionsToDescribeAll(std::size_t count) {
+    router::DeviceSources sources;
+    sources.push_back(std::make_unique<HidrawSource>(HidrawSystem{counting_, nodes_}));
+    router::RoutedDevices devices(std::make_shared<const router::DeviceSources>(std::move(sources)),
+                                  10, [](std::string_view) {});
+    EXPECT_THAT(router::describedDevices(devices, nullptr), SizeIs(count));
+    return counting_->take();
+  }
+
   const std::shared_ptr<CountingTree> counting_ = std::make_shared<CountingTree>(tree_);
   const RememberedTree remembered_{counting_};
 };
@@ -100,7 +116,7 @@ TEST_F(RememberedTreeTest, AsksForEachThingOnceAndAnswersAsTheComputerDid) {
     EXPECT_FALSE(remembered_.attribute(kInterface, "nothing"));
     EXPECT_EQ(remembered_.reportDescriptor(kHid), descriptor_);
   }
-  EXPECT_EQ(counting_->take(), 10U);
+  EXPECT_EQ(counting_->take(), 10U + 6U);
 }
 
 TEST_F(RememberedTreeTest, WhatIsRememberedDoesNotChange) {
@@ -128,6 +144,13 @@ TEST_F(RememberedTreeTest, ClassifyingTwiceAsManyDevicesTakesTwiceAsManyQuestion
   const std::size_t ofTen = questionsToClassifyAll();
   addFed(20);
   EXPECT_LE(questionsToClassifyAll(), 2 * ofTen);
+}
+
+TEST_F(RememberedTreeTest, DescribingTwiceAsManyDevicesTakesTwiceAsManyQuestions) {
+  addFed(10);
+  const std::size_t ofTen = questionsToDescribeAll(1 + 10);
+  addFed(20);
+  EXPECT_LE(questionsToDescribeAll(1 + 20), 2 * ofTen);
 }
 
 }  // namespace
